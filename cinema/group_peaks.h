@@ -1,0 +1,28 @@
+#pragma once
+
+#include "engine/zrk_tarn.h"
+
+namespace zrk_tarn
+{
+
+/// Copies the peak measures of the block before and the base thresholds for this block to work on.
+void startMeasures(ZRKTarn& engine) noexcept;
+
+/// Finds the dominant band of every group, the one with the largest |L| + |R|, and its four measures.
+///
+/// In   subband [2][64], bandCount [16], which tiles 64 bands at most
+/// Out  peakL, peakR, peakSum, peakDiff [16]  a group of zeros keeps those of the block before
+///      peakTotal, peakBand [16]              0 and the first band for a group of zeros
+void findGroupPeaks(ZRKTarn& engine) noexcept;
+
+/// Finds the group with the largest peak: that of the largest peakL if it exceeds every peakR, else of the largest
+/// peakR. Ties keep the lowest group.
+///
+/// In   peakL, peakR [16]
+/// Out  dominantGroup
+void findDominantGroup(ZRKTarn& engine) noexcept;
+
+/// Smooths the four peak measures of every group into powL, powR, powSum and powDiff with the power pair.
+void smoothGroupPowers(ZRKTarn& engine) noexcept;
+
+} // namespace zrk_tarn

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "engine/zrk_tarn.h"
+
+namespace zrk_tarn
+{
+
+/// Interpolates a mixing matrix for every group between the four regions around its chosen place.
+///
+///             left (1)  middle (0)  right (-1)
+///   front (1)    1          2           3
+///         (0)    4          5           6
+///   back (-1)    7          8           9
+///
+/// In   lrSlower, fbSlower [16], which hold the chosen place; regionMatrix [9][12], region 1 first
+/// Out  groupMatrix [16][12], elements 0 to 5
+void interpolateMatrices(ZRKTarn& engine) noexcept;
+
+} // namespace zrk_tarn

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "engine/zrk_tarn.h"
+
+namespace zrk_tarn
+{
+
+/// Broadband levels of the block in the time domain, and their smoothed course.
+///
+/// In      newest 64 samples of inputHistory
+/// Out     levelL, levelR       mean of |l| and |r|
+///         levelSum, levelDiff  mean of |l + r| and |l - r|, over sqrt 2
+/// In/Out  avgLevelL ... avgLevelDiff, smoothed with broadbandPair
+/// Order   sample ascending from zero, one sum per level
+void measureLevels(ZRKTarn& engine) noexcept;
+
+} // namespace zrk_tarn

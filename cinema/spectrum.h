@@ -1,0 +1,15 @@
+#pragma once
+
+namespace zrk_tarn
+{
+
+/// Follows one channel's summed subband magnitude and the share of its strongest band and that band's neighbours.
+///
+/// In      subband    [64]  of this block
+/// In/Out  spectrum         smoothed sum of magnitudes, 0.9 per block
+///         peakRegion       smoothed magnitude of the strongest band and its neighbours; ties keep the lowest band
+/// Out     rest             spectrum - peakRegion
+/// Order   band ascending; every addition of a tenth of a magnitude is formed in double and rounded to single at once
+void trackSpectrum(const float (&subband)[64], float& spectrum, float& peakRegion, float& rest) noexcept;
+
+} // namespace zrk_tarn

@@ -1,0 +1,145 @@
+#include "engine/saturate.h"
+#include "engine/zrk_tarn.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+namespace
+{
+
+/// What a sample rate changes. Alpha becomes alpha * alphaFactor / alphaDivisor, of which one is 1.
+struct RateSetting
+{
+    std::int32_t rateCode;
+    float alphaFactor;
+    float alphaDivisor;
+    std::int32_t thresholdStep;    ///< groups of the threshold tables per group of the engine
+    const std::int32_t* bandCount; ///< null: the grouping stays as it was
+};
+
+/// Code 176 has settings although 176400 Hz is rejected: the rate list decides what is supported.
+constexpr RateSetting kRateSettings[] = {
+    {32, 1.5f, 1.0f, 1, nullptr},
+    {44, 1.088f, 1.0f, 1, nullptr},
+    {48, 1.0f, 1.0f, 1, nullptr},
+    {64, 1.0f, 1.3333f, 1, ZRKTarn::LOOP_COUNT64},
+    {88, 1.0f, 1.8375f, 2, ZRKTarn::LOOP_COUNT96},
+    {96, 0.5f, 1.0f, 2, ZRKTarn::LOOP_COUNT96},
+    {176, 0.25f, 1.0f, 4, ZRKTarn::LOOP_COUNT192},
+    {192, 0.25f, 1.0f, 4, ZRKTarn::LOOP_COUNT192},
+};
+
+constexpr std::uint32_t kSupportedRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+
+/// The rate in kHz, rounded down; 0 for an unsupported rate.
+std::int32_t rateCodeOf(std::uint32_t sampleRateHz) noexcept
+{
+    const auto* const found = std::find(std::begin(kSupportedRatesHz), std::end(kSupportedRatesHz), sampleRateHz);
+    return found == std::end(kSupportedRatesHz) ? 0 : static_cast<std::int32_t>(sampleRateHz / 1000);
+}
+
+/// The settings of a rate code, or null for code 0.
+const RateSetting* settingOf(std::int32_t rateCode) noexcept
+{
+    for (const RateSetting& setting : kRateSettings)
+        if (setting.rateCode == rateCode) return &setting;
+    return nullptr;
+}
+
+void copyPair(const float (&from)[2], float (&to)[2]) noexcept
+{
+    to[0] = from[0];
+    to[1] = from[1];
+}
+
+/// Scales a smoothing pair, which counts blocks, so that it keeps its time constant in seconds.
+void rescalePair(const RateSetting& setting, float (&pair)[2]) noexcept
+{
+    pair[0] = pair[0] * setting.alphaFactor / setting.alphaDivisor;
+    pair[1] = 1.0f - pair[0];
+}
+
+/// Copies every step-th threshold; the groups past the end of the table share its last entry.
+void copyThresholds(const float (&table)[16], std::int32_t step, float (&row)[16]) noexcept
+{
+    for (std::int32_t g = 0; g < 16; ++g) row[g] = table[std::min(g * step, 15)];
+}
+
+/// Host integer to engine scale: 2^31 / (2^B - 1), formed in double and rounded once.
+float inputScaleOf(std::int32_t bitsPerSample) noexcept
+{
+    if (bitsPerSample == 0) return 0.0f;
+    if (bitsPerSample == 1) return 2147483648.0f;
+    return static_cast<float>(2147483648.0 / (std::pow(2.0, bitsPerSample) - 1.0));
+}
+
+/// Engine scale to host integer: (2^B - 1) rounded to single, times 2^-31 in single.
+float outputScaleOf(std::int32_t bitsPerSample) noexcept
+{
+    if (bitsPerSample == 0 || bitsPerSample == 1) return 0.0f;
+    return static_cast<float>(std::pow(2.0, bitsPerSample) - 1.0) * 0x1p-31f;
+}
+
+} // namespace
+
+std::uint32_t ZRKTarn::Initialize(Tarn_Parameters parameters) noexcept
+{
+    std::uint32_t result = 0;
+
+    bitsPerSample = parameters.bitsPerSample;
+    outputChannels = parameters.outputChannels;
+    if (outputChannels < 3 || outputChannels > 7) result = 1;
+
+    rateCode = rateCodeOf(parameters.sampleRate);
+    if (rateCode == 0) result = 3;
+
+    if (parameters.mode == 1 || parameters.mode == 2) {
+        modeOneFlag = parameters.mode == 1 ? 1 : 0;
+        holdMidSmoothing = parameters.mode == 2 ? 1 : 0;
+    } else {
+        result = 4;
+    }
+
+    mixFraction = parameters.mixFraction;
+    if (mixFraction < 0.0f || mixFraction > 1.0f) result = 6;
+
+    const RateSetting* const setting = settingOf(rateCode);
+    if (setting != nullptr) {
+        copyThresholds(THRES_BANDS, setting->thresholdStep, thresBands);
+        copyThresholds(MIDTHRES_BANDS, setting->thresholdStep, midThresBands);
+        copyThresholds(SLOWTHRES_BANDS, setting->thresholdStep, slowThresBands);
+    }
+
+    if (outputChannels == 4) mixFraction = 0.0f;
+    if (holdMidSmoothing == 1) {
+        copyPair(SLOWER, slower);
+        copyPair(SLOW, slow);
+        copyPair(MID, mid);
+        copyPair(MID, fast);
+        mixFractionComplement = mixFraction;
+    } else {
+        mixFractionComplement = 1.0f - mixFraction;
+    }
+
+    // The pairs are scaled from their current values: in mode 1, which does not reload them, repeated calls compound.
+    if (setting != nullptr && rateCode != 48) {
+        rescalePair(*setting, mid);
+        rescalePair(*setting, slower);
+        rescalePair(*setting, slow);
+        rescalePair(*setting, fast);
+    }
+    if (setting != nullptr && setting->bandCount != nullptr) std::copy_n(setting->bandCount, 16, bandCount);
+
+    const bool sixChannelSet = outputChannels >= 6;
+    const float* matrices[2][9] = {
+        {MATRIX15, MATRIX25, MATRIX35, MATRIX45, MATRIX55, MATRIX65, MATRIX75, MATRIX85, MATRIX95},
+        {MATRIX16, MATRIX26, MATRIX36, MATRIX46, MATRIX56, MATRIX66, MATRIX76, MATRIX86, MATRIX96}};
+    for (int region = 0; region < 9; ++region) std::copy_n(matrices[sixChannelSet][region], 12, regionMatrix[region]);
+
+    inputScale = inputScaleOf(bitsPerSample);
+    outputScale = outputScaleOf(bitsPerSample);
+    sampleCeiling = zrk_tarn::saturatedToInt32(std::pow(2.0, static_cast<double>(bitsPerSample) - 1.0) - 1.0);
+    sampleFloor = ~sampleCeiling;
+    return result;
+}

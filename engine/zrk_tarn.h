@@ -1,0 +1,271 @@
+#pragma once
+
+#include <cstdint>
+
+/// What an engine is configured with, passed to ZRKTarn::Initialize by value.
+struct Tarn_Parameters
+{
+    std::uint32_t spare;         ///< not read
+    std::int32_t outputChannels; ///< 3 to 7: below 6 selects the k5 matrices, 6 or more the k6 matrices
+    std::int32_t bitsPerSample;  ///< width of the host's samples, bits
+    std::uint32_t sampleRate;    ///< 32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz
+    std::int32_t mode;           ///< 1: fast steering; 2: the fast speed slowed down to the mid one
+    std::int32_t option;         ///< not read
+    float mixFraction;           ///< 0.0 to 1.0, kept with its complement; no operation reads it
+};
+
+/// The upmix engine: one flat record that holds all signal state of one stream.
+///
+/// Engine scale: samples are floats on a full-scale range of about +-2^31.
+/// Calling order: Open, Initialize, then for every block SetChannelPtrs and one block operation; Close before the
+/// next Open and before the end. Initialize is not a reset: histories and what a new configuration does not
+/// overwrite carry over.
+///
+/// Every operation returns a status word. Nothing throws, allocates, locks or logs after construction, so all of it
+/// but Open and Initialize belongs on a real-time thread. One engine serves one thread at a time.
+///
+/// All members are public state: an operation depends on nothing but them, its arguments, the host buffer and the
+/// process-wide constant tables (filterbank/cos_mod.h).
+class [[gnu::visibility("default")]] ZRKTarn
+{
+public:
+    // --- Constants -------------------------------------------------------------------------------------------------
+
+    static const std::int16_t INTERNAL_BIT_DEPTH;      ///< declared width of the internal format, 32; never read
+    static const std::int32_t INTERNAL_SAMPLE_CEILING; ///< declared top of the internal range, 0x7fffffff; never read
+    static std::int32_t INTERNAL_SAMPLE_FLOOR;         ///< declared bottom, -2^31, set at load time; never read
+
+    // Smoothing pairs (alpha, 1 - alpha): to smooth x into s is s = (1 - alpha) * s + alpha * x.
+    static const float POWER[2];
+    static const float SLOWER[2];
+    static const float SLOW[2];
+    static const float MID[2];
+    static const float FAST[2];
+
+    // Subbands per band group, lowest group first; each table tiles the 64 bands.
+    static const std::int32_t LOOP_COUNT48[16];  ///< 32, 44.1 and 48 kHz
+    static const std::int32_t LOOP_COUNT64[16];  ///< 64 kHz
+    static const std::int32_t LOOP_COUNT96[16];  ///< 88.2 and 96 kHz
+    static const std::int32_t LOOP_COUNT192[16]; ///< 192 kHz
+
+    // Steering magnitudes per band group at 48 kHz from which a group follows its steering at the named speed.
+    static const float THRES_BANDS[16];     ///< fast
+    static const float MIDTHRES_BANDS[16];  ///< mid
+    static const float SLOWTHRES_BANDS[16]; ///< slow; below it, slower
+
+    // Region matrices; the first digit is the region of the 3 x 3 grid, the second the set (see
+    // cinema/interpolation.h).
+    static const float MATRIX15[12], MATRIX25[12], MATRIX35[12];
+    static const float MATRIX45[12], MATRIX55[12], MATRIX65[12];
+    static const float MATRIX75[12], MATRIX85[12], MATRIX95[12];
+    static const float MATRIX16[12], MATRIX26[12], MATRIX36[12];
+    static const float MATRIX46[12], MATRIX56[12], MATRIX66[12];
+    static const float MATRIX76[12], MATRIX86[12], MATRIX96[12];
+
+    // --- Operations ------------------------------------------------------------------------------------------------
+
+    /// A silent engine: all members zero but the smoothing pairs, the 48 kHz band grouping and the mix complement.
+    ZRKTarn() noexcept;
+
+    /// Fills the process-wide cosine tables. Returns 0.
+    ///
+    /// The first call must complete before any engine of the process runs a block; later ones write the same values.
+    std::uint32_t Open() noexcept;
+
+    /// Does nothing: the engine owns no resources. Returns 0.
+    std::uint32_t Close() noexcept;
+
+    /// Does nothing. Returns 0.
+    std::uint32_t Uninitialize() noexcept;
+
+    /// Does nothing: blocks go through ProcessCine3InterLeave and ProcessCine3InterLeaveRemap. Returns 0.
+    std::uint32_t Process(int** inputs, int** outputs, std::uint32_t count) noexcept;
+
+    /// Configures the engine for a stream format.
+    ///
+    /// Every step is carried out whatever the checks say; a part that is invalid stays as it was. In mode 1 the
+    /// smoothing pairs are scaled from their current values, so that repeated calls compound; at 32, 44.1 and 48 kHz
+    /// the band grouping stays as it was.
+    ///
+    /// Returns 0, or the code of the last check that failed: 1 outputChannels, 3 sampleRate, 4 mode, 6 mixFraction.
+    std::uint32_t Initialize(Tarn_Parameters parameters) noexcept;
+
+    /// Points the engine at the first sample of a block in its slots. Returns 0.
+    ///
+    /// a  left: input, output front left         c  third output: centre, or remap column 2
+    /// b  right: input, output front right       d  remap column 3 (unused on the plain path)
+    std::uint32_t SetChannelPtrs(std::uint8_t * a, std::uint8_t * b, std::uint8_t * c, std::uint8_t * d) noexcept;
+
+    /// Stores the remap matrix and compiles it into a list of non-zero terms per destination. Returns 0.
+    ///
+    /// coeff  [3][4]  engine output x host position, signed fixed point with 28 fraction bits (2^28 is unity)
+    std::uint32_t SetRemapCoeff(int(*coeff)[4]) noexcept;
+
+    /// Marks the two reserved members, reservedA = 1 and reservedB = 2. Nothing reads them. Returns 0.
+    std::uint32_t SetReserved() noexcept;
+
+    /// Converts a block of host samples into the newest 64 entries of inputHistory; a short block ends in silence.
+    ///
+    /// frames    0 to 64 frames; more is the caller's error
+    /// channels  interleaved slots per frame, the stride of channelPtr[0] and [1] in samples
+    /// Returns 0. Containers other than 2, 3 and 4 bytes are not read and count as silence.
+    std::uint32_t ReadInputChannels(std::uint32_t frames, std::uint32_t channels) noexcept;
+
+    /// Upmixes one block: reads it with ReadInputChannels(frames, channels) and fills outputBlock. Returns 0.
+    std::uint32_t ProcessCine3(std::uint32_t frames, std::uint32_t channels) noexcept;
+
+    /// Scales, rounds and clips outputBlock into the host's slots channelPtr[0..2].
+    ///
+    /// Returns 1; or 0 for containers other than 2, 3 and 4 bytes, in which case nothing is written.
+    std::uint32_t WriteOutput(std::uint32_t frames, std::uint32_t channels) noexcept;
+
+    /// Mixes outputBlock, which holds host-range integers, through the remap matrix into channelPtr[0..3].
+    ///
+    /// The sum of products is shifted right by 28 bits and stored without clipping: gains above unity can wrap.
+    /// Returns 1; or 0 for containers other than 2, 3 and 4 bytes, in which case nothing is written.
+    std::uint32_t RemapOutput(std::uint32_t frames, std::uint32_t channels) noexcept;
+
+    /// The plain block operation: ProcessCine3, then WriteOutput. Returns 0.
+    std::uint32_t ProcessCine3InterLeave(std::uint32_t frames, std::uint32_t channels) noexcept;
+
+    /// The remap block operation: ProcessCine3, conversion of outputBlock to host range, RemapOutput. Returns 0.
+    std::uint32_t ProcessCine3InterLeaveRemap(std::uint32_t frames, std::uint32_t channels) noexcept;
+
+    // --- State -----------------------------------------------------------------------------------------------------
+    // Rows run left, right (2) or front left, front right, centre (3); 16 is the band group, 64 the subband, low first.
+
+    // Output of the block                                              writer
+    std::int32_t outputBlock[3][64]{}; ///< whole samples, engine scale  rounding; in host range after a remapped block
+
+    // Analysis and synthesis                                           writer
+    float subbandAvg[2][64]{};     ///< slow mean of past subbands       averaging
+    float dctEven[3][32]{};        ///< transform input, scratch         pair sums
+    float dctOdd[3][32]{};         ///< transform input, scratch         pair sums
+    float inputHistory[2][1024]{}; ///< oldest sample first              input reading, history moves
+    float polyphaseSum[2][128]{};  ///< one sum per branch, scratch      windowing
+    float folded[2][64]{};         ///< folded branches, scratch         folding
+    float subband[2][64]{};        ///< the block's subbands             analysis
+    float outSubband[3][64]{};     ///< mixed subbands                   mixing
+    float overlapNow[3][64]{};     ///< sums of this block's output      synthesis, history moves
+    float overlapNext[3][64]{};    ///< sums of the next block's output  synthesis, history moves
+    float synthHistory[3][1024]{}; ///< newest block first               synthesis, history moves
+
+    // Steering matrices                                                writer
+    float regionMatrix[9][12]{};  ///< the selected matrix set     Initialize
+    float mixCoeff[6]{};          ///< coefficients of a group     mixing
+    float groupMatrix[16][12]{};  ///< elements 0 to 5 are used    interpolation
+    std::int32_t bandCount[16]{}; ///< subbands per group          constructor, Initialize
+
+    // Thresholds: base and working                                     writer
+    float thresBands[16]{};     ///< fast                                Initialize
+    float midThresBands[16]{};  ///< mid                                 Initialize
+    float slowThresBands[16]{}; ///< slow                                Initialize
+    float thres[16]{};          ///< fast, this block                    block start, spreading
+    float midThres[16]{};       ///< mid, this block                     block start, spreading
+    float slowThres[16]{};      ///< slow, this block                    block start, spreading
+    float broadbandPair[2]{};   ///< smoothing pair (0.1, 0.9)           constructor
+
+    // Counters of the outer walks; after a block, 16 groups and the bands that bandCount tiles
+    std::int32_t groupIndex = 0;
+    std::int32_t bandIndex = 0;
+
+    // Sample conversion                                                writer
+    float inputScale = 0.0f;        ///< host integer to engine scale   Initialize
+    float outputScale = 0.0f;       ///< engine scale to host integer   Initialize
+    std::int32_t sampleCeiling = 0; ///< largest host sample            Initialize
+    std::int32_t sampleFloor = 0;   ///< smallest host sample           Initialize
+
+    // Measures of the groups, engine scale                             writer
+    float powL[16]{};            ///< smoothed peak measures         power smoothing, spreading
+    float powR[16]{};            ///<                                power smoothing, spreading
+    float powSum[16]{};          ///<                                power smoothing, spreading
+    float powDiff[16]{};         ///<                                power smoothing, spreading
+    float peakL[16]{};           ///< |L| of the dominant band       group peaks, tonal test, hold, spreading
+    float peakR[16]{};           ///< |R|                            group peaks, tonal test, hold, spreading
+    float peakSum[16]{};         ///< |L + R| / sqrt 2               group peaks, tonal test, hold, spreading
+    float peakDiff[16]{};        ///< |L - R| / sqrt 2               group peaks, tonal test, hold, spreading
+    float prevPeakL[16]{};       ///< peakL of the block before      block start
+    float prevPeakR[16]{};       ///< peakR of the block before      block start
+    float prevPeakSum[16]{};     ///< peakSum of the block before    block start
+    float prevPeakDiff[16]{};    ///< peakDiff of the block before   block start
+    float peakTotal[16]{};       ///< |L| + |R|, scratch             group peaks
+    std::int32_t peakBand[16]{}; ///< dominant band, 0 to 63         group peaks
+
+    // Smoothing pairs, scaled for the sample rate                      writer
+    float power[2]{};  ///< power smoothing                              constructor
+    float mid[2]{};    ///< steering, mid speed                          constructor, Initialize
+    float slower[2]{}; ///< steering, slowest speed                      constructor, Initialize
+    float slow[2]{};   ///< steering, slow speed                         constructor, Initialize
+    float fast[2]{};   ///< steering, fast speed                         constructor, Initialize
+
+    // Steering of the groups, -1 (right, back) to 1 (left, front)      writer
+    float steerLR[16]{};  ///< left/right of this block                  steering
+    float steerFB[16]{};  ///< front/back of this block                  steering
+    float lrSlower[16]{}; ///< smoothed at four speeds; after            speed selection
+    float fbSlower[16]{}; ///< selection, all hold the chosen value      speed selection
+    float lrSlow[16]{};   ///<                                           speed selection
+    float fbSlow[16]{};   ///<                                           speed selection
+    float lrMid[16]{};    ///<                                           speed selection
+    float fbMid[16]{};    ///<                                           speed selection
+    float lrFast[16]{};   ///<                                           speed selection
+    float fbFast[16]{};   ///<                                           speed selection
+
+    // Broadband steering at four speeds                                writer
+    float globalLRSlower = 0.0f; ///<                                    broadband steering
+    float globalFBSlower = 0.0f; ///<                                    broadband steering
+    float globalLRSlow = 0.0f;   ///<                                    broadband steering
+    float globalFBSlow = 0.0f;   ///<                                    broadband steering
+    float globalLRMid = 0.0f;    ///<                                    broadband steering
+    float globalFBMid = 0.0f;    ///<                                    broadband steering
+    float globalLRFast = 0.0f;   ///<                                    broadband steering
+    float globalFBFast = 0.0f;   ///<                                    broadband steering
+
+    // Broadband levels, engine scale, and steering                     writer
+    float avgLevelL = 0.0f;    ///< smoothed levels                      broadband levels
+    float avgLevelR = 0.0f;    ///<                                      broadband levels
+    float avgLevelSum = 0.0f;  ///<                                      broadband levels
+    float avgLevelDiff = 0.0f; ///<                                      broadband levels
+    float levelL = 0.0f;       ///< mean |l| of the block                broadband levels
+    float levelR = 0.0f;       ///< mean |r|                             broadband levels
+    float levelSum = 0.0f;     ///< mean |l + r| / sqrt 2                broadband levels
+    float levelDiff = 0.0f;    ///< mean |l - r| / sqrt 2                broadband levels
+    float globalLR = 0.0f;     ///< left/right of the broadband levels   broadband steering
+    float globalFB = 0.0f;     ///< front/back of the broadband levels   broadband steering
+    float meanLRFast = 0.0f;   ///< mean of the groups' new lrFast       speed selection
+
+    // Configuration                                                    writer
+    float mixFraction = 0.0f;           ///< as given             Initialize
+    float mixFractionComplement = 0.0f; ///< 1 at construction    constructor, Initialize
+    std::int32_t rateCode = 0;          ///< kHz, or 0            Initialize
+    std::int32_t holdMidSmoothing = 0;  ///< 1 in mode 2          Initialize
+    std::int32_t modeOneFlag = 0;       ///< 1 in mode 1          Initialize
+    std::int32_t outputChannels = 0;    ///< 3: no rear steering  Initialize
+    std::int32_t bitsPerSample = 0;     ///< host sample width    Initialize
+
+    // Speed flags and broadband trackers                               writer
+    std::int32_t usedFast = 0;        ///< speed of the last group speed selection
+    std::int32_t usedMid = 0;         ///< speed of the last group speed selection
+    std::int32_t usedSlow = 0;        ///< speed of the last group speed selection
+    std::int32_t dominantGroup = 0;   ///< group of the largest    group peaks
+    float spectrumL = 0.0f;           ///< smoothed sum of |L|     spectrum
+    float spectrumR = 0.0f;           ///< smoothed sum of |R|     spectrum
+    float restL = 0.0f;               ///< spectrum less region    spectrum
+    float restR = 0.0f;               ///< spectrum less region    spectrum
+    float peakRegionL = 0.0f;         ///< strongest 3 bands       spectrum
+    float peakRegionR = 0.0f;         ///< strongest 3 bands       spectrum
+    float stationaryTolerance = 0.0f; ///< relative               hold
+    std::int32_t tonalBlock = 0;      ///< 1 for a tonal block     tonal test
+
+    // Borrowed and own pointers                                        writer
+    std::int32_t* outputPtr[3]{};  ///< the rows of outputBlock          block start
+    std::uint8_t* channelPtr[4]{}; ///< host slots of the block          SetChannelPtrs
+
+    // Remap matrix and its terms per host position                     writer
+    std::int32_t remapCoeff[3][4]{};       ///< 28 fraction bits         SetRemapCoeff
+    std::uint32_t remapTermCount[4]{};     ///< non-zero gains           SetRemapCoeff
+    std::int32_t remapTermGain[4][3]{};    ///< their values             SetRemapCoeff
+    std::uint32_t remapTermSource[4][3]{}; ///< their output channels    SetRemapCoeff
+
+    std::int32_t reservedA = 0; ///<                                     SetReserved
+    std::int32_t reservedB = 0; ///<                                     SetReserved
+};

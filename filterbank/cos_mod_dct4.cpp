@@ -1,0 +1,44 @@
+#include "filterbank/cos_mod.h"
+#include "filterbank/pair_sums.h"
+
+namespace
+{
+
+/// Band k from S1 and band 63 - k from S2 of the 64-point block; the halves are read before anything is written.
+void combineHalves(const float (&a)[32], const float (&b)[32], float* out)
+{
+    const float* const s1 = dct4Table64 + 2 * 32 * 32;
+    const float* const s2 = s1 + 32;
+    for (int k = 0; k < 32; ++k) {
+        out[k] = s1[k] * (a[k] + b[k]);
+        out[63 - k] = s2[k] * (a[k] - b[k]);
+    }
+}
+
+} // namespace
+
+void cosModDCT4_X1(float* out, float* even, float* odd)
+{
+    float a[32];
+    float b[32];
+    DCT4_2(32, dct4Table32, a, even);
+    DCT2_2_X(32, dct3Table32, b, odd);
+    combineHalves(a, b, out);
+}
+
+void cosModDCT4(float* out, float* in)
+{
+    float half[32];
+    float a[32];
+    float b[32];
+    zrk_tarn::pairSums(in, 32, half);
+    DCT4_2(32, dct4Table32, a, half);
+    zrk_tarn::shiftedPairSums(in, 32, half);
+    DCT2_2_X(32, dct3Table32, b, half);
+    combineHalves(a, b, out);
+}
+
+void cosModDCT4_X(float* out, float* in)
+{
+    cosModDCT4(out, in);
+}

@@ -1,0 +1,162 @@
+#include "filterbank/cos_mod.h"
+#include "filterbank/pair_sums.h"
+
+// One level of even/odd splitting: a transform of size n is two of size h = n / 2, formed as matrix-vector products
+// and recombined on the outputs i and n - 1 - i. The size-32 kernels split once more before they do the same.
+
+namespace
+{
+
+using zrk_tarn::evenEntries;
+using zrk_tarn::oddNeighbourSums;
+using zrk_tarn::pairSums;
+using zrk_tarn::shiftedPairSums;
+
+constexpr int kDirectHalf = 8;     ///< largest h of a direct kernel
+constexpr int kRecursiveHalf = 16; ///< h of the recursive kernels
+
+/// One output of a matrix-vector product, column ascending.
+float rowProduct(const float* row, const float* vector, int h)
+{
+    float sum = row[0] * vector[0];
+    for (int j = 1; j < h; ++j) sum += row[j] * vector[j];
+    return sum;
+}
+
+void matrixProduct(const float* matrix, const float* vector, int h, float* product)
+{
+    for (int i = 0; i < h; ++i) product[i] = rowProduct(matrix + i * h, vector, h);
+}
+
+/// Outputs i and n - 1 - i of a DCT-III from those of its halves; the odd half is scaled first.
+void combineDct3(float even, float odd, float scale, int i, int n, float* out)
+{
+    const float scaledOdd = odd * scale;
+    out[i] = even + scaledOdd;
+    out[n - 1 - i] = even - scaledOdd;
+}
+
+/// Outputs i and n - 1 - i of a DCT-IV from those of its halves.
+void combineDct4(float a, float b, const float* scales, int i, int n, float* out)
+{
+    out[i] = scales[i] * (a + b);
+    out[n - 1 - i] = scales[n / 2 + i] * (a - b);
+}
+
+} // namespace
+
+void DCT2_3_X(int n, float* table, float* out, float* in)
+{
+    const int h = n / 2;
+    if (h < 1) return;
+
+    const float* even = table;
+    const float* odd = table + h * h;
+    const float* scale = table + 2 * h * h;
+    float evenInput[kDirectHalf];
+    float oddInput[kDirectHalf];
+    evenEntries(in, h, evenInput);
+    oddNeighbourSums(in, h, oddInput);
+    for (int i = 0; i < h; ++i)
+        combineDct3(rowProduct(even + i * h, evenInput, h), rowProduct(odd + i * h, oddInput, h), scale[i], i, n, out);
+}
+
+void DCT2_3_XX(int n, float* table, float* out1, float* in1, float* out2, float* in2)
+{
+    DCT2_3_X(n, table, out1, in1);
+    DCT2_3_X(n, table, out2, in2);
+}
+
+void DCT2_3(int n, float* table, float* out, float* in)
+{
+    const int h = n / 2;
+    if (h < 1) return;
+
+    float half[kDirectHalf];
+    float products[2 * kDirectHalf];
+    evenEntries(in, h, half);
+    matrixProduct(table, half, h, products);
+    oddNeighbourSums(in, h, half);
+    matrixProduct(table + h * h, half, h, products + kDirectHalf);
+
+    const float* scale = table + 2 * h * h;
+    for (int i = 0; i < h; ++i) combineDct3(products[i], products[kDirectHalf + i], scale[i], i, n, out);
+}
+
+void DCT4_3_X(int n, float* table, float* out, float* in)
+{
+    const int h = n / 2;
+    if (h < 1) return;
+
+    const float* c1 = table;
+    const float* c2 = table + h * h;
+    const float* scales = table + 2 * h * h;
+    float sums[kDirectHalf];
+    float shiftedSums[kDirectHalf];
+    pairSums(in, h, sums);
+    shiftedPairSums(in, h, shiftedSums);
+    for (int i = 0; i < h; ++i)
+        combineDct4(rowProduct(c1 + i * h, sums, h), rowProduct(c2 + i * h, shiftedSums, h), scales, i, n, out);
+}
+
+void DCT4_3(int n, float* table, float* out, float* in)
+{
+    const int h = n / 2;
+    if (h < 1) return;
+
+    float half[kDirectHalf];
+    float a[kDirectHalf];
+    float b[kDirectHalf];
+    pairSums(in, h, half);
+    matrixProduct(table, half, h, a);
+    shiftedPairSums(in, h, half);
+    matrixProduct(table + h * h, half, h, b);
+
+    const float* scales = table + 2 * h * h;
+    for (int i = 0; i < h; ++i) combineDct4(a[i], b[i], scales, i, n, out);
+}
+
+void DCT2_2(int n, float* table, float* out, float* in)
+{
+    float half[kRecursiveHalf];
+    float even[kRecursiveHalf];
+    float odd[kRecursiveHalf];
+    evenEntries(in, kRecursiveHalf, half);
+    DCT2_3_X(kRecursiveHalf, dct3Table16, even, half);
+    oddNeighbourSums(in, kRecursiveHalf, half);
+    DCT2_3_X(kRecursiveHalf, dct3Table16, odd, half);
+
+    const int h = n / 2;
+    const float* scale = table + 2 * h * h;
+    for (int i = 0; i < h; ++i) combineDct3(even[i], odd[i], scale[i], i, n, out);
+}
+
+void DCT2_2_X(int n, float* table, float* out, float* in)
+{
+    float evenInput[kRecursiveHalf];
+    float oddInput[kRecursiveHalf];
+    float even[kRecursiveHalf];
+    float odd[kRecursiveHalf];
+    evenEntries(in, kRecursiveHalf, evenInput);
+    oddNeighbourSums(in, kRecursiveHalf, oddInput);
+    DCT2_3_XX(kRecursiveHalf, dct3Table16, even, evenInput, odd, oddInput);
+
+    const int h = n / 2;
+    const float* scale = table + 2 * h * h;
+    for (int i = 0; i < h; ++i) combineDct3(even[i], odd[i], scale[i], i, n, out);
+}
+
+void DCT4_2(int n, float* table, float* out, float* in)
+{
+    float half[kRecursiveHalf];
+    float a[kRecursiveHalf];
+    float b[kRecursiveHalf];
+    pairSums(in, kRecursiveHalf, half);
+    DCT4_3_X(kRecursiveHalf, dct4Table16, a, half);
+    shiftedPairSums(in, kRecursiveHalf, half);
+    DCT2_3_X(kRecursiveHalf, dct3Table16, b, half);
+
+    const int h = n / 2;
+    const float* scales = table + 2 * h * h;
+    for (int i = 0; i < h; ++i) combineDct4(a[i], b[i], scales, i, n, out);
+}

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "engine/zrk_tarn.h"
+
+#include <cstdint>
+
+/// Channel position codes of the interleaved slots, in slot order; as many are read as the buffer has slots.
+///
+/// 0x2000, 0x8000   left: input, output front left       0x40000  output of remap column 2
+/// 0x4000, 0x10000  right: input, output front right     0x80000  output of remap column 3
+/// 0x200, 0x1000    centre: output, plain path only      others   never touched
+///
+/// A role's slot is the first one that carries one of its codes.
+struct audio_channel_assignment_t
+{
+    std::uint32_t code[8];
+};
+
+/// What a host holds: one stream's engine, its configuration and the block driver.
+///
+/// One object serves one thread at a time and takes no locks. Its first process call, and every later one that brings
+/// another sample rate or width, refills process-wide tables: no two objects may do so at the same time on different
+/// threads. All other process calls are real-time safe.
+class [[gnu::visibility("default")]] zrk_tarn_processor_t
+{
+public:
+    zrk_tarn_processor_t() noexcept;
+
+    /// Closes and frees the engine, if there is one.
+    ~zrk_tarn_processor_t();
+
+    zrk_tarn_processor_t(const zrk_tarn_processor_t&) = delete;
+    zrk_tarn_processor_t& operator=(const zrk_tarn_processor_t&) = delete;
+
+    /// Stores the configuration, which the next change of the stream format puts into effect. Returns 0.
+    ///
+    /// mode         0: engine mode 1; 1 and all others: engine mode 2; 2: engine mode 4, which the engine rejects,
+    ///              keeping the mode flags that it had
+    /// option       passed on to the engine, which does not read it
+    /// mixFraction  0.0 to 1.0
+    std::uint32_t setup(std::int32_t mode, std::int32_t option, float mixFraction) noexcept;
+
+    /// Copies the remap matrix, which the next process call on the remap path puts into effect. Returns 0.
+    ///
+    /// coeff  [3][4]  engine output (front left, front right, centre) x remap output, signed fixed-point words with
+    ///                28 fraction bits: 0x10000000 is unity
+    std::uint32_t set_remap_coeff(unsigned(*coeff)[4]) noexcept;
+
+    /// Upmixes a buffer of interleaved PCM in place. Always returns 0.
+    ///
+    /// buffer         frameCount x channelCount signed little-endian samples, right-justified in containers of
+    ///                (bitsPerSample + 7) / 8 bytes; containers of 2, 3 and 4 bytes are processed
+    /// frameCount     frames; cut into blocks of 64, the last one padded with silence to a whole block: nothing is
+    ///                carried over between calls, so streams want multiples of 64
+    /// channelCount   slots per frame, 0 to 8; more are left unprocessed
+    /// sampleRate     Hz
+    /// bitsPerSample  bits
+    /// assignment     codes of the slots
+    ///
+    /// Buffers without a left, right and centre slot pass unchanged. Buffers of 8 slots that carry left, right and both
+    /// remap codes take the remap path; all others write front left, front right and centre into their slots.
+    ///
+    /// Throws std::bad_alloc when the engine cannot be created; the object can be used again.
+    std::uint32_t process(void* buffer, std::uint32_t frameCount, std::uint32_t channelCount, std::uint32_t sampleRate,
+                          std::uint32_t bitsPerSample, audio_channel_assignment_t* assignment);
+
+    // Configuration, as setup and set_remap_coeff left it, and the stream format of the last process call.
+    ZRKTarn* engine = nullptr;       ///< owned; created by the first process call
+    std::int32_t mode = 0;           ///< setup
+    std::int32_t option = 0;         ///< setup
+    float mixFraction = 1.0f;        ///< setup
+    std::uint32_t sampleRate = 0;    ///< Hz, for which the engine was last initialised
+    std::uint32_t bitsPerSample = 0; ///< bits, for which the engine was last initialised
+    std::uint32_t channelCount = 0;  ///< slots of the last assignment
+    std::uint32_t assignment[8]{};   ///< its codes
+    std::int32_t leftSlot = -1;      ///< slot of a role in it, or -1
+    std::int32_t rightSlot = -1;
+    std::int32_t centreSlot = -1;
+    std::int32_t auxSlotA = -1; ///< code 0x40000
+    std::int32_t auxSlotB = -1; ///< code 0x80000
+    std::uint32_t remapCoeff[3][4]{};
+};

@@ -1,0 +1,103 @@
+#include "engine/zrk_tarn.h"
+#include "io/sample_conversion.h"
+
+using namespace zrk_tarn;
+
+namespace
+{
+
+constexpr int kGainFractionBits = 28;
+
+/// One product of the mix. Sums are formed modulo 2^64: what is stored of them, bits 28 to 59 at most, is exact even
+/// where gains far above unity would overflow the signed sum.
+std::uint64_t product(std::int32_t gain, std::int32_t sample) noexcept
+{
+    return static_cast<std::uint64_t>(std::int64_t{gain} * sample);
+}
+
+/// The sum at sample scale, rounded towards minus infinity; stored with its low bytes, so it wraps and is not clipped.
+std::uint32_t mixedSample(std::uint64_t sum) noexcept
+{
+    return static_cast<std::uint32_t>(static_cast<std::int64_t>(sum) >> kGainFractionBits);
+}
+
+/// Mixes the terms of one host position, kTerms of them known at compile time.
+template <int kBytes, int kTerms>
+void mixTerms(const std::int32_t* gains, const std::int32_t* const* sources, std::uint8_t* position, std::size_t stride,
+              std::uint32_t frames) noexcept
+{
+    for (std::uint32_t i = 0; i < frames; ++i) {
+        std::uint64_t sum = 0;
+        for (int j = 0; j < kTerms; ++j) sum += product(gains[j], sources[j][i]);
+        storeSample<kBytes>(position + i * stride, mixedSample(sum));
+    }
+}
+
+} // namespace
+
+std::uint32_t ZRKTarn::SetRemapCoeff(int (*coeff)[4]) noexcept
+{
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 4; ++c) remapCoeff[r][c] = coeff[r][c];
+
+    for (int c = 0; c < 4; ++c) {
+        std::uint32_t terms = 0;
+        for (std::uint32_t r = 0; r < 3; ++r) {
+            if (coeff[r][c] == 0) continue;
+            remapTermGain[c][terms] = coeff[r][c];
+            remapTermSource[c][terms] = r;
+            ++terms;
+        }
+        remapTermCount[c] = terms;
+    }
+    return 0;
+}
+
+std::uint32_t ZRKTarn::RemapOutput(std::uint32_t frames, std::uint32_t channels) noexcept
+{
+    const std::int32_t bytes = containerBytes(bitsPerSample);
+    const std::size_t stride = frameStride(bytes, channels);
+
+    const bool written = dispatchContainer(bytes, [&](auto width) {
+        for (int c = 0; c < 4; ++c) {
+            std::uint8_t* const position = channelPtr[c];
+            if constexpr (width == 4) {
+                // Four-byte containers mix the whole matrix column, zero gains included.
+                const std::int32_t gains[3] = {remapCoeff[0][c], remapCoeff[1][c], remapCoeff[2][c]};
+                mixTerms<width, 3>(gains, outputPtr, position, stride, frames);
+            } else {
+                const std::int32_t* sources[3]{};
+                for (std::uint32_t j = 0; j < 3 && j < remapTermCount[c]; ++j)
+                    sources[j] = outputPtr[remapTermSource[c][j]];
+
+                switch (remapTermCount[c]) {
+                case 0:
+                    mixTerms<width, 0>(remapTermGain[c], sources, position, stride, frames);
+                    break;
+                case 1:
+                    mixTerms<width, 1>(remapTermGain[c], sources, position, stride, frames);
+                    break;
+                case 2:
+                    mixTerms<width, 2>(remapTermGain[c], sources, position, stride, frames);
+                    break;
+                case 3:
+                    mixTerms<width, 3>(remapTermGain[c], sources, position, stride, frames);
+                    break;
+                default:
+                    break;
+                }
+            }
+        }
+    });
+    return written ? 1 : 0;
+}
+
+std::uint32_t ZRKTarn::ProcessCine3InterLeaveRemap(std::uint32_t frames, std::uint32_t channels) noexcept
+{
+    ProcessCine3(frames, channels);
+    for (std::int32_t* const row : outputPtr)
+        for (std::uint32_t i = 0; i < frames; ++i)
+            row[i] = toHostSample(row[i], outputScale, sampleCeiling, sampleFloor);
+    RemapOutput(frames, channels);
+    return 0;
+}
