@@ -1,0 +1,126 @@
+#include "tests/reference/engine_twins.h"
+#include "tests/support/engine.h"
+
+#include <string>
+#include <tuple>
+
+// The engine against the literal one: after every block, every byte of the host buffer and every bit of the record.
+
+namespace tests
+{
+
+namespace
+{
+
+constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr std::uint64_t kSeed = 20261121;
+
+/// Random gains: unity, small, absurd and none.
+void randomGains(Random& random, int (&coeff)[3][4])
+{
+    for (auto& row : coeff) {
+        for (int& gain : row) {
+            const int choices[] = {0, 1 << 28, -(1 << 27), static_cast<int>(random.bits())};
+            gain = random.oneOf(choices);
+        }
+    }
+}
+
+/// Runs blocks of a signal until a mismatch, whole ones and now and then a short one.
+void runBlocks(EngineTwins& twins, Path path, Signal signal, int blocks, Random& random)
+{
+    for (int i = 0; i < blocks && !testing::Test::HasFailure(); ++i) {
+        const std::uint32_t frames = random.chance(6) ? random.below(65) : 64;
+        SCOPED_TRACE(testing::Message() << signal << ", block " << i << " of " << frames << " frames, seed " << kSeed);
+        twins.runBlock(path, signal, frames, path == Path::Plain ? 4 : 8, random);
+    }
+}
+
+using Format = std::tuple<std::uint32_t, Path>;
+
+std::string formatName(const testing::TestParamInfo<Format>& format)
+{
+    const auto [rate, path] = format.param;
+    return std::to_string(rate) + (path == Path::Plain ? "Plain" : "Remap");
+}
+
+} // namespace
+
+class EveryFormat : public testing::TestWithParam<Format>
+{};
+
+TEST_P(EveryFormat, GivesTheReferencesBitsOnEverySignal)
+{
+    const auto [rate, path] = GetParam();
+    Random random(kSeed + rate);
+    for (const int mode : {1, 2}) {
+        for (const int outputChannels : {3, 4, 5, 6, 7}) {
+            for (const int bits : {12, 16, 20, 24, 32}) {
+                EngineTwins twins;
+                Tarn_Parameters parameters = parametersAt(rate, bits, mode);
+                parameters.outputChannels = outputChannels;
+                SCOPED_TRACE(testing::Message() << rate << " Hz, " << bits << " bits, mode " << mode << ", "
+                                                << outputChannels << " output channels");
+                twins.initialise(parameters);
+                int coeff[3][4];
+                randomGains(random, coeff);
+                twins.setRemapCoeff(coeff);
+                for (const Signal signal : kAllSignals) runBlocks(twins, path, signal, 3, random);
+                if (HasFailure()) return;
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, EveryFormat,
+                         testing::Combine(testing::ValuesIn(kRatesHz), testing::Values(Path::Plain, Path::Remap)),
+                         formatName);
+
+class EverySignal : public testing::TestWithParam<Signal>
+{};
+
+TEST_P(EverySignal, GivesTheReferencesBitsForTwoSecondsAndTheSilenceAfterThem)
+{
+    Random random(kSeed);
+    EngineTwins twins;
+    twins.initialise(parametersAt(48000, 16));
+    runBlocks(twins, Path::Plain, GetParam(), 1500, random);
+    runBlocks(twins, Path::Plain, Signal::Silence, 300, random);
+}
+
+INSTANTIATE_TEST_SUITE_P(, EverySignal, testing::ValuesIn(kAllSignals), testing::PrintToStringParamName());
+
+TEST(LongSilence, GivesTheReferencesBitsDownToSubnormalState)
+{
+    Random random(kSeed);
+    EngineTwins twins;
+    twins.initialise(parametersAt(48000, 16));
+    runBlocks(twins, Path::Plain, Signal::DiffuseNoise, 40, random);
+    runBlocks(twins, Path::Plain, Signal::Silence, 4000, random);
+    EXPECT_LT(twins.engine().avgLevelL, 1.2e-38f);
+}
+
+TEST(Reconfiguration, CarriesTheSameStateThroughEveryChange)
+{
+    Random random(kSeed);
+    EngineTwins twins;
+    for (int change = 0; change < 400 && !HasFailure(); ++change) {
+        constexpr std::uint32_t kOddRates[] = {0, 22050, 176400, 48001};
+        constexpr std::int32_t kBits[] = {16, 24, 32, 9, 17, 8, 40, 0, 1};
+        constexpr float kFractions[] = {0.0f, 0.25f, 1.0f, 1.5f, -0.1f};
+
+        Tarn_Parameters parameters = parametersAt(random.oneOf(kRatesHz), random.oneOf(kBits));
+        if (random.chance(8)) parameters.sampleRate = random.oneOf(kOddRates);
+        parameters.outputChannels = static_cast<std::int32_t>(2 + random.below(7));
+        parameters.mode = static_cast<std::int32_t>(random.below(5));
+        parameters.mixFraction = random.oneOf(kFractions);
+        SCOPED_TRACE(testing::Message() << "change " << change << ", " << parameters.sampleRate << " Hz, "
+                                        << parameters.bitsPerSample << " bits, mode " << parameters.mode << ", "
+                                        << parameters.outputChannels << " output channels");
+        twins.initialise(parameters);
+        const Path path = random.chance(2) ? Path::Plain : Path::Remap;
+        runBlocks(twins, path, kAllSignals[random.below(kAllSignals.size())], 8, random);
+    }
+}
+
+} // namespace tests

@@ -1,0 +1,71 @@
+#include "tests/reference/engine_twins.h"
+
+namespace tests
+{
+
+EngineTwins::EngineTwins()
+{
+    engine_->Open();
+    reference_->Open();
+    expectSame(nullptr, nullptr);
+}
+
+void EngineTwins::initialise(Tarn_Parameters parameters)
+{
+    reference::Parameters same;
+    same.spare = parameters.spare;
+    same.outputChannels = parameters.outputChannels;
+    same.bitsPerSample = parameters.bitsPerSample;
+    same.sampleRate = parameters.sampleRate;
+    same.mode = parameters.mode;
+    same.option = parameters.option;
+    same.mixFraction = parameters.mixFraction;
+    EXPECT_EQ(engine_->Initialize(parameters), reference_->Initialize(same));
+
+    std::uint8_t* const none = nullptr;
+    engine_->SetChannelPtrs(none, none, none, none);
+    reference_->SetChannelPtrs(none, none, none, none);
+    expectSame(none, none);
+}
+
+void EngineTwins::setRemapCoeff(int (&coeff)[3][4])
+{
+    engine_->SetRemapCoeff(coeff);
+    reference_->SetRemapCoeff(coeff);
+}
+
+void EngineTwins::runBlock(Path path, Signal signal, std::uint32_t frames, std::uint32_t slots, Random& random)
+{
+    const auto bits = static_cast<std::uint32_t>(engine_->bitsPerSample);
+    GuardedBuffer buffer(frames, slots, bits);
+    for (std::uint32_t i = 0; i < frames; ++i) {
+        const Frame frame = frameOf(signal, time_++, random);
+        buffer.set(i, 0, sampleOf(frame.left, bits));
+        buffer.set(i, 1, sampleOf(frame.right, bits));
+        for (std::uint32_t slot = 2; slot < slots; ++slot) buffer.set(i, slot, sampleOf(random.uniform(), bits));
+    }
+    GuardedBuffer referenceBuffer = buffer;
+
+    const std::uint32_t bytes = (bits + 7) / 8;
+    const auto run = [&](auto& engine, std::uint8_t* data) {
+        engine.SetChannelPtrs(data, data + bytes, data + 2 * bytes, data + 3 * bytes);
+        if (path == Path::Plain) {
+            EXPECT_EQ(engine.ProcessCine3InterLeave(frames, slots), 0u);
+        } else {
+            EXPECT_EQ(engine.ProcessCine3InterLeaveRemap(frames, slots), 0u);
+        }
+    };
+    run(*engine_, buffer.data());
+    run(*reference_, referenceBuffer.data());
+
+    EXPECT_TRUE(buffer.guardsIntact());
+    EXPECT_EQ(buffer, referenceBuffer);
+    expectSame(buffer.data(), referenceBuffer.data());
+}
+
+void EngineTwins::expectSame(const std::uint8_t* buffer, const std::uint8_t* referenceBuffer) const
+{
+    ASSERT_TRUE(sameRecord(*engine_, buffer, *reference_, referenceBuffer)) << "the engine and the reference, in turn";
+}
+
+} // namespace tests

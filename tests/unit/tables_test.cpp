@@ -1,0 +1,153 @@
+#include "filterbank/cos_mod.h"
+#include "tests/reference/reference_filterbank.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <numbers>
+#include <span>
+#include <vector>
+
+namespace
+{
+
+/// FNV-1a over the bits of floats, least significant byte first.
+std::uint64_t checksum(std::initializer_list<std::span<const float>> tables)
+{
+    std::uint64_t hash = 0xcbf29ce484222325u;
+    for (const std::span<const float> table : tables) {
+        for (const float entry : table) {
+            std::uint32_t bits = 0;
+            std::memcpy(&bits, &entry, sizeof bits);
+            for (int j = 0; j < 4; ++j) hash = (hash ^ (bits >> (8 * j) & 0xffu)) * 0x100000001b3u;
+        }
+    }
+    return hash;
+}
+
+class Tables : public testing::Test
+{
+protected:
+    Tables() { cosModTablesInit(); }
+};
+
+const float* s1Of(const float* dct4Block, int n)
+{
+    return dct4Block + n * n / 2;
+}
+
+const float* s2Of(const float* dct4Block, int n)
+{
+    return s1Of(dct4Block, n) + n / 2;
+}
+
+} // namespace
+
+TEST_F(Tables, ScalesOf64PointBlockHaveTheirReferenceValues)
+{
+    EXPECT_EQ(s1Of(dct4Table64, 64)[0], 0.50003767f);
+    EXPECT_EQ(s1Of(dct4Table64, 64)[1], 0.500339031f);
+    EXPECT_EQ(s1Of(dct4Table64, 64)[31], 0.698586702f);
+    EXPECT_EQ(s2Of(dct4Table64, 64)[0], -40.7446861f);
+    EXPECT_EQ(s2Of(dct4Table64, 64)[1], -13.5842905f);
+    EXPECT_EQ(s2Of(dct4Table64, 64)[31], -0.715946436f);
+}
+
+TEST_F(Tables, ScalesOf32PointBlocksHaveTheirReferenceValues)
+{
+    EXPECT_EQ(s1Of(dct4Table32, 32)[0], 0.500150621f);
+    EXPECT_EQ(s1Of(dct4Table32, 32)[15], 0.690372109f);
+    EXPECT_EQ(s2Of(dct4Table32, 32)[0], -20.3738785f);
+    EXPECT_EQ(s2Of(dct4Table32, 32)[1], -6.79675055f);
+    EXPECT_EQ(dct3Table32[512], 0.500603020f);
+    EXPECT_EQ(dct3Table32[526], 3.40760803f);
+    EXPECT_EQ(dct3Table32[527], 10.1900129f);
+}
+
+TEST_F(Tables, ScalesOf16PointBlocksHaveTheirReferenceValues)
+{
+    const float s2[8] = {-10.1900082f, -3.40760851f,  -2.05778098f,  -1.48416448f,
+                         -1.16943991f, -0.972568154f, -0.839349627f, -0.744536281f};
+    const float s[8] = {0.502419293f, 0.522498608f, 0.566944063f, 0.646821797f,
+                        0.788154602f, 1.06067789f,  1.72244740f,  5.10114861f};
+    EXPECT_TRUE(std::equal(s2, s2 + 8, s2Of(dct4Table16, 16)));
+    EXPECT_TRUE(std::equal(s, s + 8, dct3Table16 + 128));
+}
+
+TEST_F(Tables, FirstColumnsOfDct3MatricesAreOne)
+{
+    for (const auto& [matrix, h] :
+         {std::pair{dct3Table16, 8}, std::pair{dct3Table32, 16}, std::pair{dct4Table16 + 64, 8},
+          std::pair{dct4Table32 + 256, 16}, std::pair{dct4Table64 + 1024, 32}})
+        for (int i = 0; i < h; ++i) EXPECT_EQ(matrix[i * h], 1.0f);
+}
+
+TEST_F(Tables, EvenAndOddMatricesOfDct3AreEqual)
+{
+    EXPECT_TRUE(std::equal(dct3Table16, dct3Table16 + 64, dct3Table16 + 64));
+    EXPECT_TRUE(std::equal(dct3Table32, dct3Table32 + 256, dct3Table32 + 256));
+}
+
+TEST_F(Tables, EveryEntryIsTheCosineOfItsSinglePrecisionAngle)
+{
+    // Through a pointer that the compiler cannot see through, so that the library's own cosine is called.
+    float (*const volatile cosine)(float) = cosf;
+    const float pi = 3.14159274f;
+    for (int i = 0; i < 32; ++i) {
+        for (int j = 0; j < 32; ++j) {
+            const float row = static_cast<float>(2 * i + 1);
+            const float odd = static_cast<float>(2 * j + 1);
+            const float whole = static_cast<float>(j);
+            EXPECT_EQ(dct4Table64[32 * i + j], cosine(odd * row * pi * (1.0f / 128.0f)));
+            EXPECT_EQ(dct4Table64[1024 + 32 * i + j], cosine(whole * row * pi * (1.0f / 64.0f)));
+        }
+    }
+}
+
+TEST_F(Tables, EveryBlockHasTheReferencesBits)
+{
+    reference::cosModTablesInit();
+    EXPECT_EQ(0, std::memcmp(dct4Table64, reference::dct4Table64, sizeof dct4Table64));
+    EXPECT_EQ(0, std::memcmp(dct4Table32, reference::dct4Table32, sizeof dct4Table32));
+    EXPECT_EQ(0, std::memcmp(dct3Table32, reference::dct3Table32, sizeof dct3Table32));
+    EXPECT_EQ(0, std::memcmp(dct3Table16, reference::dct3Table16, sizeof dct3Table16));
+    EXPECT_EQ(0, std::memcmp(dct4Table16, reference::dct4Table16, sizeof dct4Table16));
+}
+
+TEST_F(Tables, AllBitsAreThoseOfEveryBuild)
+{
+    // One checksum for every compiler and optimisation level: a folded cosine changes it.
+    EXPECT_EQ(checksum({dct4Table64, dct4Table32, dct3Table32, dct3Table16, dct4Table16}), 0x27c89db3ee4350bu);
+}
+
+TEST_F(Tables, FillingAgainWritesTheSameBits)
+{
+    const std::vector<float> before(std::begin(dct4Table64), std::end(dct4Table64));
+    cosModTablesInit();
+    EXPECT_EQ(0, std::memcmp(before.data(), dct4Table64, sizeof dct4Table64));
+}
+
+TEST(PrototypeFilter, IsAntisymmetricBitForBit)
+{
+    for (int i = 0; i < 512; ++i) {
+        const float mirrored = -lpf[1023 - i];
+        EXPECT_EQ(0, std::memcmp(&lpf[i], &mirrored, sizeof mirrored)) << "tap " << i;
+    }
+}
+
+TEST(PrototypeFilter, HasUnityGainAtDcWithoutItsSigns)
+{
+    double sum = 0.0;
+    for (int i = 0; i < 1024; ++i) sum += static_cast<double>(i / 128 % 2 == 0 ? lpf[i] : -lpf[i]);
+    EXPECT_NEAR(sum, 1.0, 1e-7);
+}
+
+TEST(PrototypeFilter, PeaksAtTheCentreWithTheSignsOfItsRuns)
+{
+    for (int i = 0; i < 1024; ++i) EXPECT_LE(std::fabs(lpf[i]), std::fabs(lpf[511]));
+    EXPECT_LT(lpf[511], 0.0f);
+    EXPECT_GT(lpf[512], 0.0f);
+}
