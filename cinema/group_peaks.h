@@ -5,7 +5,10 @@
 namespace zrk_tarn
 {
 
-/// Copies the peak measures of the block before and the base thresholds for this block to work on.
+/// Keeps the peak measures of the block before and takes the base thresholds for this block to work on.
+///
+/// In   peakL ... peakDiff, thresBands, midThresBands, slowThresBands [16]
+/// Out  prevPeakL ... prevPeakDiff, thres, midThres, slowThres [16]
 void startMeasures(ZRKTarn& engine) noexcept;
 
 /// Finds the dominant band of every group, the one with the largest |L| + |R|, and its four measures.
@@ -22,7 +25,10 @@ void findGroupPeaks(ZRKTarn& engine) noexcept;
 /// Out  dominantGroup
 void findDominantGroup(ZRKTarn& engine) noexcept;
 
-/// Smooths the four peak measures of every group into powL, powR, powSum and powDiff with the power pair.
+/// Smooths the four peak measures of every group with the power pair.
+///
+/// In      peakL, peakR, peakSum, peakDiff [16], power
+/// In/Out  powL, powR, powSum, powDiff [16]
 void smoothGroupPowers(ZRKTarn& engine) noexcept;
 
 } // namespace zrk_tarn

@@ -1,9 +1,22 @@
 #include "engine/saturate.h"
+#include "engine/threshold_rows.h"
 #include "engine/zrk_tarn.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+
+namespace zrk_tarn
+{
+
+void copyThresholds(const float (&table)[16], std::int32_t step, float (&row)[16]) noexcept
+{
+    for (std::int32_t g = 0; g < 16; ++g) row[g] = table[std::min(g * step, 15)];
+}
+
+} // namespace zrk_tarn
+
+using namespace zrk_tarn;
 
 namespace
 {
@@ -60,12 +73,6 @@ void rescalePair(const RateSetting& setting, float (&pair)[2]) noexcept
     pair[1] = 1.0f - pair[0];
 }
 
-/// Copies every step-th threshold; the groups past the end of the table share its last entry.
-void copyThresholds(const float (&table)[16], std::int32_t step, float (&row)[16]) noexcept
-{
-    for (std::int32_t g = 0; g < 16; ++g) row[g] = table[std::min(g * step, 15)];
-}
-
 /// Host integer to engine scale: 2^31 / (2^B - 1), formed in double and rounded once.
 float inputScaleOf(std::int32_t bitsPerSample) noexcept
 {
@@ -79,6 +86,36 @@ float outputScaleOf(std::int32_t bitsPerSample) noexcept
 {
     if (bitsPerSample == 0 || bitsPerSample == 1) return 0.0f;
     return static_cast<float>(std::pow(2.0, bitsPerSample) - 1.0) * 0x1p-31f;
+}
+
+/// The four pairs that steer: reloaded in mode 2, with the mid pair for fast, and scaled from their current values.
+///
+/// Mode 1 does not reload them, so that repeated calls compound.
+void setSteeringPairs(ZRKTarn& engine, const RateSetting* setting) noexcept
+{
+    if (engine.holdMidSmoothing == 1) {
+        copyPair(ZRKTarn::SLOWER, engine.slower);
+        copyPair(ZRKTarn::SLOW, engine.slow);
+        copyPair(ZRKTarn::MID, engine.mid);
+        copyPair(ZRKTarn::MID, engine.fast);
+    }
+    if (setting == nullptr || setting->rateCode == 48) return;
+    rescalePair(*setting, engine.mid);
+    rescalePair(*setting, engine.slower);
+    rescalePair(*setting, engine.slow);
+    rescalePair(*setting, engine.fast);
+}
+
+/// The k6 matrices for six and more output channels, else the k5 ones.
+void installMatrices(ZRKTarn& engine) noexcept
+{
+    const float* const sets[2][9] = {
+        {ZRKTarn::MATRIX15, ZRKTarn::MATRIX25, ZRKTarn::MATRIX35, ZRKTarn::MATRIX45, ZRKTarn::MATRIX55,
+         ZRKTarn::MATRIX65, ZRKTarn::MATRIX75, ZRKTarn::MATRIX85, ZRKTarn::MATRIX95},
+        {ZRKTarn::MATRIX16, ZRKTarn::MATRIX26, ZRKTarn::MATRIX36, ZRKTarn::MATRIX46, ZRKTarn::MATRIX56,
+         ZRKTarn::MATRIX66, ZRKTarn::MATRIX76, ZRKTarn::MATRIX86, ZRKTarn::MATRIX96}};
+    const auto& set = sets[engine.outputChannels >= 6 ? 1 : 0];
+    for (int region = 0; region < 9; ++region) std::copy_n(set[region], 12, engine.regionMatrix[region]);
 }
 
 } // namespace
@@ -103,43 +140,22 @@ std::uint32_t ZRKTarn::Initialize(Tarn_Parameters parameters) noexcept
 
     mixFraction = parameters.mixFraction;
     if (mixFraction < 0.0f || mixFraction > 1.0f) result = 6;
+    if (outputChannels == 4) mixFraction = 0.0f;
+    mixFractionComplement = holdMidSmoothing == 1 ? mixFraction : 1.0f - mixFraction;
 
     const RateSetting* const setting = settingOf(rateCode);
     if (setting != nullptr) {
         copyThresholds(THRES_BANDS, setting->thresholdStep, thresBands);
         copyThresholds(MIDTHRES_BANDS, setting->thresholdStep, midThresBands);
         copyThresholds(SLOWTHRES_BANDS, setting->thresholdStep, slowThresBands);
+        if (setting->bandCount != nullptr) std::copy_n(setting->bandCount, 16, bandCount);
     }
-
-    if (outputChannels == 4) mixFraction = 0.0f;
-    if (holdMidSmoothing == 1) {
-        copyPair(SLOWER, slower);
-        copyPair(SLOW, slow);
-        copyPair(MID, mid);
-        copyPair(MID, fast);
-        mixFractionComplement = mixFraction;
-    } else {
-        mixFractionComplement = 1.0f - mixFraction;
-    }
-
-    // The pairs are scaled from their current values: in mode 1, which does not reload them, repeated calls compound.
-    if (setting != nullptr && rateCode != 48) {
-        rescalePair(*setting, mid);
-        rescalePair(*setting, slower);
-        rescalePair(*setting, slow);
-        rescalePair(*setting, fast);
-    }
-    if (setting != nullptr && setting->bandCount != nullptr) std::copy_n(setting->bandCount, 16, bandCount);
-
-    const bool sixChannelSet = outputChannels >= 6;
-    const float* matrices[2][9] = {
-        {MATRIX15, MATRIX25, MATRIX35, MATRIX45, MATRIX55, MATRIX65, MATRIX75, MATRIX85, MATRIX95},
-        {MATRIX16, MATRIX26, MATRIX36, MATRIX46, MATRIX56, MATRIX66, MATRIX76, MATRIX86, MATRIX96}};
-    for (int region = 0; region < 9; ++region) std::copy_n(matrices[sixChannelSet][region], 12, regionMatrix[region]);
+    setSteeringPairs(*this, setting);
+    installMatrices(*this);
 
     inputScale = inputScaleOf(bitsPerSample);
     outputScale = outputScaleOf(bitsPerSample);
-    sampleCeiling = zrk_tarn::saturatedToInt32(std::pow(2.0, static_cast<double>(bitsPerSample) - 1.0) - 1.0);
+    sampleCeiling = saturatedToInt32(std::pow(2.0, static_cast<double>(bitsPerSample) - 1.0) - 1.0);
     sampleFloor = ~sampleCeiling;
     return result;
 }

@@ -15,7 +15,7 @@ ZRKTarn::ZRKTarn() noexcept
     std::copy(std::begin(FAST), std::end(FAST), fast);
     mixFractionComplement = 1.0f;
     for (groupIndex = 0; groupIndex < 16; ++groupIndex) bandCount[groupIndex] = LOOP_COUNT48[groupIndex];
-    bandIndex = 64;
+    bandIndex = 64; // where the walk over the bands of this grouping ends
 }
 
 std::uint32_t ZRKTarn::Open() noexcept

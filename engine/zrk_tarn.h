@@ -36,11 +36,11 @@ public:
     static std::int32_t INTERNAL_SAMPLE_FLOOR;         ///< declared bottom, -2^31, set at load time; never read
 
     // Smoothing pairs (alpha, 1 - alpha): to smooth x into s is s = (1 - alpha) * s + alpha * x.
-    static const float POWER[2];
-    static const float SLOWER[2];
-    static const float SLOW[2];
-    static const float MID[2];
-    static const float FAST[2];
+    static const float POWER[2];  ///< (0.05, 0.95), power smoothing
+    static const float SLOWER[2]; ///< (0.002, 0.998), slowest steering
+    static const float SLOW[2];   ///< (0.008, 0.992)
+    static const float MID[2];    ///< (0.025, 0.975)
+    static const float FAST[2];   ///< (0.1, 0.9), fastest steering
 
     // Subbands per band group, lowest group first; each table tiles the 64 bands.
     static const std::int32_t LOOP_COUNT48[16];  ///< 32, 44.1 and 48 kHz
@@ -64,7 +64,8 @@ public:
 
     // --- Operations ------------------------------------------------------------------------------------------------
 
-    /// A silent engine: all members zero but the smoothing pairs, the 48 kHz band grouping and the mix complement.
+    /// A silent engine: the 48 kHz band grouping, the static smoothing pairs, broadbandPair (0.1, 0.9), a mix
+    /// complement of 1 and the counters at the end of their walks; all other members zero.
     ZRKTarn() noexcept;
 
     /// Fills the process-wide cosine tables. Returns 0.
@@ -116,156 +117,167 @@ public:
 
     /// Scales, rounds and clips outputBlock into the host's slots channelPtr[0..2].
     ///
+    /// frames    0 to 64 frames of the block to write
+    /// channels  interleaved slots per frame, the stride in samples
+    /// Reads the block through outputPtr, which is null before the first ProcessCine3.
+    ///
     /// Returns 1; or 0 for containers other than 2, 3 and 4 bytes, in which case nothing is written.
     std::uint32_t WriteOutput(std::uint32_t frames, std::uint32_t channels) noexcept;
 
     /// Mixes outputBlock, which holds host-range integers, through the remap matrix into channelPtr[0..3].
     ///
-    /// The sum of products is shifted right by 28 bits and stored without clipping: gains above unity can wrap.
-    /// Returns 1; or 0 for containers other than 2, 3 and 4 bytes, in which case nothing is written.
+    /// frames    0 to 64 frames of the block to write
+    /// channels  interleaved slots per frame, the stride in samples
+    /// Reads the block through outputPtr, which is null before the first ProcessCine3. The sum of products is shifted
+    /// right by 28 bits and stored without clipping: gains above unity can wrap. Returns 1; or 0 for containers other
+    /// than 2, 3 and 4 bytes, in which case nothing is written.
     std::uint32_t RemapOutput(std::uint32_t frames, std::uint32_t channels) noexcept;
 
-    /// The plain block operation: ProcessCine3, then WriteOutput. Returns 0.
+    /// The plain block operation on frames (0 to 64) of channels slots: ProcessCine3, then WriteOutput. Returns 0.
     std::uint32_t ProcessCine3InterLeave(std::uint32_t frames, std::uint32_t channels) noexcept;
 
-    /// The remap block operation: ProcessCine3, conversion of outputBlock to host range, RemapOutput. Returns 0.
+    /// The remap block operation on frames (0 to 64) of channels slots: ProcessCine3, conversion of those frames of
+    /// outputBlock to host range, RemapOutput. Returns 0.
     std::uint32_t ProcessCine3InterLeaveRemap(std::uint32_t frames, std::uint32_t channels) noexcept;
 
     // --- State -----------------------------------------------------------------------------------------------------
     // Rows run left, right (2) or front left, front right, centre (3); 16 is the band group, 64 the subband, low first.
+    // Columns: type, name and shape, contents, and the stage or operation that writes it.
+    // clang-format off
 
-    // Output of the block                                              writer
-    std::int32_t outputBlock[3][64]{}; ///< whole samples, engine scale  rounding; in host range after a remapped block
+    // Output of the block
+    std::int32_t  outputBlock[3][64]{};         ///< whole samples, engine scale         rounding, remap conversion
 
-    // Analysis and synthesis                                           writer
-    float subbandAvg[2][64]{};     ///< slow mean of past subbands       averaging
-    float dctEven[3][32]{};        ///< transform input, scratch         pair sums
-    float dctOdd[3][32]{};         ///< transform input, scratch         pair sums
-    float inputHistory[2][1024]{}; ///< oldest sample first              input reading, history moves
-    float polyphaseSum[2][128]{};  ///< one sum per branch, scratch      windowing
-    float folded[2][64]{};         ///< folded branches, scratch         folding
-    float subband[2][64]{};        ///< the block's subbands             analysis
-    float outSubband[3][64]{};     ///< mixed subbands                   mixing
-    float overlapNow[3][64]{};     ///< sums of this block's output      synthesis, history moves
-    float overlapNext[3][64]{};    ///< sums of the next block's output  synthesis, history moves
-    float synthHistory[3][1024]{}; ///< newest block first               synthesis, history moves
+    // Analysis and synthesis
+    float         subbandAvg[2][64]{};          ///< slow mean of past subbands          averaging
+    float         dctEven[3][32]{};             ///< transform input, scratch            pair sums
+    float         dctOdd[3][32]{};              ///< transform input, scratch            pair sums
+    float         inputHistory[2][1024]{};      ///< oldest sample first                 input reading, history moves
+    float         polyphaseSum[2][128]{};       ///< one sum per branch, scratch         windowing
+    float         folded[2][64]{};              ///< folded branches, scratch            folding
+    float         subband[2][64]{};             ///< the block's subbands                analysis
+    float         outSubband[3][64]{};          ///< mixed subbands                      mixing
+    float         overlapNow[3][64]{};          ///< sums of this block's output         synthesis, history moves
+    float         overlapNext[3][64]{};         ///< sums of the next block's output     synthesis, history moves
+    float         synthHistory[3][1024]{};      ///< newest block first                  synthesis, history moves
 
-    // Steering matrices                                                writer
-    float regionMatrix[9][12]{};  ///< the selected matrix set     Initialize
-    float mixCoeff[6]{};          ///< coefficients of a group     mixing
-    float groupMatrix[16][12]{};  ///< elements 0 to 5 are used    interpolation
-    std::int32_t bandCount[16]{}; ///< subbands per group          constructor, Initialize
+    // Steering matrices
+    float         regionMatrix[9][12]{};        ///< the selected matrix set             Initialize
+    float         mixCoeff[6]{};                ///< coefficients of a group             mixing
+    float         groupMatrix[16][12]{};        ///< elements 0 to 5 are used            interpolation
+    std::int32_t  bandCount[16]{};              ///< subbands per group                  constructor, Initialize
 
-    // Thresholds: base and working                                     writer
-    float thresBands[16]{};     ///< fast                                Initialize
-    float midThresBands[16]{};  ///< mid                                 Initialize
-    float slowThresBands[16]{}; ///< slow                                Initialize
-    float thres[16]{};          ///< fast, this block                    block start, spreading
-    float midThres[16]{};       ///< mid, this block                     block start, spreading
-    float slowThres[16]{};      ///< slow, this block                    block start, spreading
-    float broadbandPair[2]{};   ///< smoothing pair (0.1, 0.9)           constructor
+    // Thresholds: base and working
+    float         thresBands[16]{};             ///< fast                                Initialize
+    float         midThresBands[16]{};          ///< mid                                 Initialize
+    float         slowThresBands[16]{};         ///< slow                                Initialize
+    float         thres[16]{};                  ///< fast, this block                    block start, spread
+    float         midThres[16]{};               ///< mid, this block                     block start, spread
+    float         slowThres[16]{};              ///< slow, this block                    block start, spread
+    float         broadbandPair[2]{};           ///< smoothing pair (0.1, 0.9)           constructor
 
-    // Counters of the outer walks; after a block, 16 groups and the bands that bandCount tiles
-    std::int32_t groupIndex = 0;
-    std::int32_t bandIndex = 0;
+    // Counters of the walks over groups and their bands, in finding peaks and in mixing; other loops count for themselves
+    std::int32_t  groupIndex = 0;               ///< 16 after a block                    group and band walks
+    std::int32_t  bandIndex = 0;                ///< bands of bandCount, after a block   group and band walks
 
-    // Sample conversion                                                writer
-    float inputScale = 0.0f;        ///< host integer to engine scale   Initialize
-    float outputScale = 0.0f;       ///< engine scale to host integer   Initialize
-    std::int32_t sampleCeiling = 0; ///< largest host sample            Initialize
-    std::int32_t sampleFloor = 0;   ///< smallest host sample           Initialize
+    // Sample conversion
+    float         inputScale = 0.0f;            ///< host integer to engine scale        Initialize
+    float         outputScale = 0.0f;           ///< engine scale to host integer        Initialize
+    std::int32_t  sampleCeiling = 0;            ///< largest host sample                 Initialize
+    std::int32_t  sampleFloor = 0;              ///< smallest host sample                Initialize
 
-    // Measures of the groups, engine scale                             writer
-    float powL[16]{};            ///< smoothed peak measures         power smoothing, spreading
-    float powR[16]{};            ///<                                power smoothing, spreading
-    float powSum[16]{};          ///<                                power smoothing, spreading
-    float powDiff[16]{};         ///<                                power smoothing, spreading
-    float peakL[16]{};           ///< |L| of the dominant band       group peaks, tonal test, hold, spreading
-    float peakR[16]{};           ///< |R|                            group peaks, tonal test, hold, spreading
-    float peakSum[16]{};         ///< |L + R| / sqrt 2               group peaks, tonal test, hold, spreading
-    float peakDiff[16]{};        ///< |L - R| / sqrt 2               group peaks, tonal test, hold, spreading
-    float prevPeakL[16]{};       ///< peakL of the block before      block start
-    float prevPeakR[16]{};       ///< peakR of the block before      block start
-    float prevPeakSum[16]{};     ///< peakSum of the block before    block start
-    float prevPeakDiff[16]{};    ///< peakDiff of the block before   block start
-    float peakTotal[16]{};       ///< |L| + |R|, scratch             group peaks
-    std::int32_t peakBand[16]{}; ///< dominant band, 0 to 63         group peaks
+    // Measures of the groups, engine scale
+    float         powL[16]{};                   ///< smoothed peakL                      power smoothing, spread
+    float         powR[16]{};                   ///< smoothed peakR                      power smoothing, spread
+    float         powSum[16]{};                 ///< smoothed peakSum                    power smoothing, spread
+    float         powDiff[16]{};                ///< smoothed peakDiff                   power smoothing, spread
+    float         peakL[16]{};                  ///< |L| of the dominant band            peaks, tonal test, hold, spread
+    float         peakR[16]{};                  ///< |R| of the dominant band            peaks, tonal test, hold, spread
+    float         peakSum[16]{};                ///< |L + R| / sqrt 2 of it              peaks, tonal test, hold, spread
+    float         peakDiff[16]{};               ///< |L - R| / sqrt 2 of it              peaks, tonal test, hold, spread
+    float         prevPeakL[16]{};              ///< peakL of the block before           block start
+    float         prevPeakR[16]{};              ///< peakR of the block before           block start
+    float         prevPeakSum[16]{};            ///< peakSum of the block before         block start
+    float         prevPeakDiff[16]{};           ///< peakDiff of the block before        block start
+    float         peakTotal[16]{};              ///< |L| + |R|, scratch                  group peaks
+    std::int32_t  peakBand[16]{};               ///< dominant band, 0 to 63              group peaks
 
-    // Smoothing pairs, scaled for the sample rate                      writer
-    float power[2]{};  ///< power smoothing                              constructor
-    float mid[2]{};    ///< steering, mid speed                          constructor, Initialize
-    float slower[2]{}; ///< steering, slowest speed                      constructor, Initialize
-    float slow[2]{};   ///< steering, slow speed                         constructor, Initialize
-    float fast[2]{};   ///< steering, fast speed                         constructor, Initialize
+    // Smoothing pairs, scaled for the sample rate
+    float         power[2]{};                   ///< power smoothing                     constructor
+    float         mid[2]{};                     ///< steering, mid speed                 constructor, Initialize
+    float         slower[2]{};                  ///< steering, slowest speed             constructor, Initialize
+    float         slow[2]{};                    ///< steering, slow speed                constructor, Initialize
+    float         fast[2]{};                    ///< steering, fast speed                constructor, Initialize
 
-    // Steering of the groups, -1 (right, back) to 1 (left, front)      writer
-    float steerLR[16]{};  ///< left/right of this block                  steering
-    float steerFB[16]{};  ///< front/back of this block                  steering
-    float lrSlower[16]{}; ///< smoothed at four speeds; after            speed selection
-    float fbSlower[16]{}; ///< selection, all hold the chosen value      speed selection
-    float lrSlow[16]{};   ///<                                           speed selection
-    float fbSlow[16]{};   ///<                                           speed selection
-    float lrMid[16]{};    ///<                                           speed selection
-    float fbMid[16]{};    ///<                                           speed selection
-    float lrFast[16]{};   ///<                                           speed selection
-    float fbFast[16]{};   ///<                                           speed selection
+    // Steering of the groups, -1 (right, back) to 1 (left, front); after the choice of a speed all four hold its place
+    float         steerLR[16]{};                ///< left/right of this block            steering
+    float         steerFB[16]{};                ///< front/back of this block            steering
+    float         lrSlower[16]{};               ///< steerLR at slower speed, then chosen speed selection
+    float         fbSlower[16]{};               ///< steerFB at slower speed, then chosen speed selection
+    float         lrSlow[16]{};                 ///< steerLR at slow speed, then chosen  speed selection
+    float         fbSlow[16]{};                 ///< steerFB at slow speed, then chosen  speed selection
+    float         lrMid[16]{};                  ///< steerLR at mid speed, then chosen   speed selection
+    float         fbMid[16]{};                  ///< steerFB at mid speed, then chosen   speed selection
+    float         lrFast[16]{};                 ///< steerLR at fast speed, then chosen  speed selection
+    float         fbFast[16]{};                 ///< steerFB at fast speed, then chosen  speed selection
 
-    // Broadband steering at four speeds                                writer
-    float globalLRSlower = 0.0f; ///<                                    broadband steering
-    float globalFBSlower = 0.0f; ///<                                    broadband steering
-    float globalLRSlow = 0.0f;   ///<                                    broadband steering
-    float globalFBSlow = 0.0f;   ///<                                    broadband steering
-    float globalLRMid = 0.0f;    ///<                                    broadband steering
-    float globalFBMid = 0.0f;    ///<                                    broadband steering
-    float globalLRFast = 0.0f;   ///<                                    broadband steering
-    float globalFBFast = 0.0f;   ///<                                    broadband steering
+    // Broadband steering at four speeds
+    float         globalLRSlower = 0.0f;        ///< globalLR at slower speed            broadband steering
+    float         globalFBSlower = 0.0f;        ///< globalFB at slower speed            broadband steering
+    float         globalLRSlow = 0.0f;          ///< globalLR at slow speed              broadband steering
+    float         globalFBSlow = 0.0f;          ///< globalFB at slow speed              broadband steering
+    float         globalLRMid = 0.0f;           ///< globalLR at mid speed               broadband steering
+    float         globalFBMid = 0.0f;           ///< globalFB at mid speed               broadband steering
+    float         globalLRFast = 0.0f;          ///< globalLR at fast speed              broadband steering
+    float         globalFBFast = 0.0f;          ///< globalFB at fast speed              broadband steering
 
-    // Broadband levels, engine scale, and steering                     writer
-    float avgLevelL = 0.0f;    ///< smoothed levels                      broadband levels
-    float avgLevelR = 0.0f;    ///<                                      broadband levels
-    float avgLevelSum = 0.0f;  ///<                                      broadband levels
-    float avgLevelDiff = 0.0f; ///<                                      broadband levels
-    float levelL = 0.0f;       ///< mean |l| of the block                broadband levels
-    float levelR = 0.0f;       ///< mean |r|                             broadband levels
-    float levelSum = 0.0f;     ///< mean |l + r| / sqrt 2                broadband levels
-    float levelDiff = 0.0f;    ///< mean |l - r| / sqrt 2                broadband levels
-    float globalLR = 0.0f;     ///< left/right of the broadband levels   broadband steering
-    float globalFB = 0.0f;     ///< front/back of the broadband levels   broadband steering
-    float meanLRFast = 0.0f;   ///< mean of the groups' new lrFast       speed selection
+    // Broadband levels, engine scale, and steering
+    float         avgLevelL = 0.0f;             ///< smoothed levelL                     broadband levels
+    float         avgLevelR = 0.0f;             ///< smoothed levelR                     broadband levels
+    float         avgLevelSum = 0.0f;           ///< smoothed levelSum                   broadband levels
+    float         avgLevelDiff = 0.0f;          ///< smoothed levelDiff                  broadband levels
+    float         levelL = 0.0f;                ///< mean |l| of the block               broadband levels
+    float         levelR = 0.0f;                ///< mean |r| of the block               broadband levels
+    float         levelSum = 0.0f;              ///< mean |l + r| / sqrt 2               broadband levels
+    float         levelDiff = 0.0f;             ///< mean |l - r| / sqrt 2               broadband levels
+    float         globalLR = 0.0f;              ///< left/right of the broadband levels  broadband steering
+    float         globalFB = 0.0f;              ///< front/back of the broadband levels  broadband steering
+    float         meanLRFast = 0.0f;            ///< mean of the groups' new lrFast      speed selection
 
-    // Configuration                                                    writer
-    float mixFraction = 0.0f;           ///< as given             Initialize
-    float mixFractionComplement = 0.0f; ///< 1 at construction    constructor, Initialize
-    std::int32_t rateCode = 0;          ///< kHz, or 0            Initialize
-    std::int32_t holdMidSmoothing = 0;  ///< 1 in mode 2          Initialize
-    std::int32_t modeOneFlag = 0;       ///< 1 in mode 1          Initialize
-    std::int32_t outputChannels = 0;    ///< 3: no rear steering  Initialize
-    std::int32_t bitsPerSample = 0;     ///< host sample width    Initialize
+    // Configuration
+    float         mixFraction = 0.0f;           ///< as given                            Initialize
+    float         mixFractionComplement = 0.0f; ///< 1 at construction                   constructor, Initialize
+    std::int32_t  rateCode = 0;                 ///< kHz, or 0                           Initialize
+    std::int32_t  holdMidSmoothing = 0;         ///< 1 in mode 2                         Initialize
+    std::int32_t  modeOneFlag = 0;              ///< 1 in mode 1                         Initialize
+    std::int32_t  outputChannels = 0;           ///< 3: no rear steering                 Initialize
+    std::int32_t  bitsPerSample = 0;            ///< host sample width                   Initialize
 
-    // Speed flags and broadband trackers                               writer
-    std::int32_t usedFast = 0;        ///< speed of the last group speed selection
-    std::int32_t usedMid = 0;         ///< speed of the last group speed selection
-    std::int32_t usedSlow = 0;        ///< speed of the last group speed selection
-    std::int32_t dominantGroup = 0;   ///< group of the largest    group peaks
-    float spectrumL = 0.0f;           ///< smoothed sum of |L|     spectrum
-    float spectrumR = 0.0f;           ///< smoothed sum of |R|     spectrum
-    float restL = 0.0f;               ///< spectrum less region    spectrum
-    float restR = 0.0f;               ///< spectrum less region    spectrum
-    float peakRegionL = 0.0f;         ///< strongest 3 bands       spectrum
-    float peakRegionR = 0.0f;         ///< strongest 3 bands       spectrum
-    float stationaryTolerance = 0.0f; ///< relative               hold
-    std::int32_t tonalBlock = 0;      ///< 1 for a tonal block     tonal test
+    // Speed flags and broadband trackers
+    std::int32_t  usedFast = 0;                 ///< last group followed fast speed      on
+    std::int32_t  usedMid = 0;                  ///< last group followed mid speed       on
+    std::int32_t  usedSlow = 0;                 ///< last group followed slow speed      on
+    std::int32_t  dominantGroup = 0;            ///< group of the largest peak           group peaks
+    float         spectrumL = 0.0f;             ///< smoothed sum of |L|                 spectrum
+    float         spectrumR = 0.0f;             ///< smoothed sum of |R|                 spectrum
+    float         restL = 0.0f;                 ///< spectrumL - peakRegionL             spectrum
+    float         restR = 0.0f;                 ///< spectrumR - peakRegionR             spectrum
+    float         peakRegionL = 0.0f;           ///< smoothed |L| of strongest 3 bands   spectrum
+    float         peakRegionR = 0.0f;           ///< smoothed |R| of strongest 3 bands   spectrum
+    float         stationaryTolerance = 0.0f;   ///< relative tolerance of the hold      hold
+    std::int32_t  tonalBlock = 0;               ///< 1 for a tonal block                 tonal test
 
-    // Borrowed and own pointers                                        writer
-    std::int32_t* outputPtr[3]{};  ///< the rows of outputBlock          block start
-    std::uint8_t* channelPtr[4]{}; ///< host slots of the block          SetChannelPtrs
+    // Borrowed and own pointers
+    std::int32_t* outputPtr[3]{};               ///< the rows of outputBlock             block start
+    std::uint8_t* channelPtr[4]{};              ///< host slots of the block             SetChannelPtrs
 
-    // Remap matrix and its terms per host position                     writer
-    std::int32_t remapCoeff[3][4]{};       ///< 28 fraction bits         SetRemapCoeff
-    std::uint32_t remapTermCount[4]{};     ///< non-zero gains           SetRemapCoeff
-    std::int32_t remapTermGain[4][3]{};    ///< their values             SetRemapCoeff
-    std::uint32_t remapTermSource[4][3]{}; ///< their output channels    SetRemapCoeff
+    // Remap matrix and its terms per host position
+    std::int32_t  remapCoeff[3][4]{};           ///< 28 fraction bits                    SetRemapCoeff
+    std::uint32_t remapTermCount[4]{};          ///< non-zero gains                      SetRemapCoeff
+    std::int32_t  remapTermGain[4][3]{};        ///< their values                        SetRemapCoeff
+    std::uint32_t remapTermSource[4][3]{};      ///< their output channels               SetRemapCoeff
 
-    std::int32_t reservedA = 0; ///<                                     SetReserved
-    std::int32_t reservedB = 0; ///<                                     SetReserved
+    std::int32_t  reservedA = 0;                ///< 0 or 1                              SetReserved
+    std::int32_t  reservedB = 0;                ///< 0 or 2                              SetReserved
+    // clang-format on
 };

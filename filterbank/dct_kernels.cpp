@@ -63,8 +63,24 @@ void DCT2_3_X(int n, float* table, float* out, float* in)
 
 void DCT2_3_XX(int n, float* table, float* out1, float* in1, float* out2, float* in2)
 {
-    DCT2_3_X(n, table, out1, in1);
-    DCT2_3_X(n, table, out2, in2);
+    const int h = n / 2;
+    if (h < 1) return;
+
+    const float* scale = table + 2 * h * h;
+    float evenInput1[kDirectHalf];
+    float oddInput1[kDirectHalf];
+    float evenInput2[kDirectHalf];
+    float oddInput2[kDirectHalf];
+    evenEntries(in1, h, evenInput1);
+    oddNeighbourSums(in1, h, oddInput1);
+    evenEntries(in2, h, evenInput2);
+    oddNeighbourSums(in2, h, oddInput2);
+    for (int i = 0; i < h; ++i) {
+        const float* const even = table + i * h;
+        const float* const odd = table + h * h + i * h;
+        combineDct3(rowProduct(even, evenInput1, h), rowProduct(odd, oddInput1, h), scale[i], i, n, out1);
+        combineDct3(rowProduct(even, evenInput2, h), rowProduct(odd, oddInput2, h), scale[i], i, n, out2);
+    }
 }
 
 void DCT2_3(int n, float* table, float* out, float* in)

@@ -50,12 +50,13 @@ public:
     ///
     /// buffer         frameCount x channelCount signed little-endian samples, right-justified in containers of
     ///                (bitsPerSample + 7) / 8 bytes; containers of 2, 3 and 4 bytes are processed
+    ///                null processes nothing
     /// frameCount     frames; cut into blocks of 64, the last one padded with silence to a whole block: nothing is
     ///                carried over between calls, so streams want multiples of 64
-    /// channelCount   slots per frame, 0 to 8; more are left unprocessed
-    /// sampleRate     Hz
+    /// channelCount   slots per frame, 0 to 8; more are left unprocessed, and the stored assignment stays as it was
+    /// sampleRate     Hz; 32000, 44100, 48000, 64000, 88200, 96000 or 192000, others run on what was set before
     /// bitsPerSample  bits
-    /// assignment     codes of the slots
+    /// assignment     codes of the slots; null with slots to name processes nothing
     ///
     /// Buffers without a left, right and centre slot pass unchanged. Buffers of 8 slots that carry left, right and both
     /// remap codes take the remap path; all others write front left, front right and centre into their slots.
@@ -65,18 +66,18 @@ public:
                           std::uint32_t bitsPerSample, audio_channel_assignment_t* assignment);
 
     // Configuration, as setup and set_remap_coeff left it, and the stream format of the last process call.
-    ZRKTarn* engine = nullptr;       ///< owned; created by the first process call
-    std::int32_t mode = 0;           ///< setup
-    std::int32_t option = 0;         ///< setup
-    float mixFraction = 1.0f;        ///< setup
-    std::uint32_t sampleRate = 0;    ///< Hz, for which the engine was last initialised
-    std::uint32_t bitsPerSample = 0; ///< bits, for which the engine was last initialised
-    std::uint32_t channelCount = 0;  ///< slots of the last assignment
-    std::uint32_t assignment[8]{};   ///< its codes
-    std::int32_t leftSlot = -1;      ///< slot of a role in it, or -1
-    std::int32_t rightSlot = -1;
-    std::int32_t centreSlot = -1;
-    std::int32_t auxSlotA = -1; ///< code 0x40000
-    std::int32_t auxSlotB = -1; ///< code 0x80000
-    std::uint32_t remapCoeff[3][4]{};
+    ZRKTarn* engine = nullptr;        ///< owned; created by the first process call
+    std::int32_t mode = 0;            ///< setup
+    std::int32_t option = 0;          ///< setup
+    float mixFraction = 1.0f;         ///< setup
+    std::uint32_t sampleRate = 0;     ///< Hz, for which the engine was last initialised
+    std::uint32_t bitsPerSample = 0;  ///< bits, for which the engine was last initialised
+    std::uint32_t channelCount = 0;   ///< slots of the last assignment
+    std::uint32_t assignment[8]{};    ///< its codes
+    std::int32_t leftSlot = -1;       ///< slot of the left code in it, or -1
+    std::int32_t rightSlot = -1;      ///< slot of the right code, or -1
+    std::int32_t centreSlot = -1;     ///< slot of the centre code, or -1
+    std::int32_t auxSlotA = -1;       ///< slot of code 0x40000, or -1
+    std::int32_t auxSlotB = -1;       ///< slot of code 0x80000, or -1
+    std::uint32_t remapCoeff[3][4]{}; ///< gains, engine output x remap output
 };

@@ -13,7 +13,7 @@ namespace
 {
 
 constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
-constexpr std::uint64_t kSeed = 20261121;
+constexpr std::uint64_t kSeed = 20261121; ///< of every sequence; a rate's own is offset by the rate
 
 /// Random gains: unity, small, absurd and none.
 void randomGains(Random& random, int (&coeff)[3][4])
@@ -31,7 +31,7 @@ void runBlocks(EngineTwins& twins, Path path, Signal signal, int blocks, Random&
 {
     for (int i = 0; i < blocks && !testing::Test::HasFailure(); ++i) {
         const std::uint32_t frames = random.chance(6) ? random.below(65) : 64;
-        SCOPED_TRACE(testing::Message() << signal << ", block " << i << " of " << frames << " frames, seed " << kSeed);
+        SCOPED_TRACE(testing::Message() << signal << ", block " << i << " of " << frames << " frames");
         twins.runBlock(path, signal, frames, path == Path::Plain ? 4 : 8, random);
     }
 }
@@ -53,6 +53,7 @@ TEST_P(EveryFormat, GivesTheReferencesBitsOnEverySignal)
 {
     const auto [rate, path] = GetParam();
     Random random(kSeed + rate);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed + rate);
     for (const int mode : {1, 2}) {
         for (const int outputChannels : {3, 4, 5, 6, 7}) {
             for (const int bits : {12, 16, 20, 24, 32}) {
@@ -72,6 +73,24 @@ TEST_P(EveryFormat, GivesTheReferencesBitsOnEverySignal)
     }
 }
 
+TEST_P(EveryFormat, GivesTheReferencesBitsInEveryWidth)
+{
+    const auto [rate, path] = GetParam();
+    Random random(kSeed - rate);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed - rate);
+    for (int bits = 9; bits <= 32; ++bits) {
+        EngineTwins twins;
+        SCOPED_TRACE(testing::Message() << rate << " Hz, " << bits << " bits");
+        twins.initialise(parametersAt(rate, bits, 1 + bits % 2));
+        int coeff[3][4];
+        randomGains(random, coeff);
+        twins.setRemapCoeff(coeff);
+        for (const Signal signal : {Signal::TravellingSource, Signal::FullScaleSquare, Signal::QuietNoise})
+            runBlocks(twins, path, signal, 8, random);
+        if (HasFailure()) return;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(, EveryFormat,
                          testing::Combine(testing::ValuesIn(kRatesHz), testing::Values(Path::Plain, Path::Remap)),
                          formatName);
@@ -82,6 +101,7 @@ class EverySignal : public testing::TestWithParam<Signal>
 TEST_P(EverySignal, GivesTheReferencesBitsForTwoSecondsAndTheSilenceAfterThem)
 {
     Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
     EngineTwins twins;
     twins.initialise(parametersAt(48000, 16));
     runBlocks(twins, Path::Plain, GetParam(), 1500, random);
@@ -93,6 +113,7 @@ INSTANTIATE_TEST_SUITE_P(, EverySignal, testing::ValuesIn(kAllSignals), testing:
 TEST(LongSilence, GivesTheReferencesBitsDownToSubnormalState)
 {
     Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
     EngineTwins twins;
     twins.initialise(parametersAt(48000, 16));
     runBlocks(twins, Path::Plain, Signal::DiffuseNoise, 40, random);
@@ -103,6 +124,7 @@ TEST(LongSilence, GivesTheReferencesBitsDownToSubnormalState)
 TEST(Reconfiguration, CarriesTheSameStateThroughEveryChange)
 {
     Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
     EngineTwins twins;
     for (int change = 0; change < 400 && !HasFailure(); ++change) {
         constexpr std::uint32_t kOddRates[] = {0, 22050, 176400, 48001};

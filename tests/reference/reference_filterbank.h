@@ -2,8 +2,8 @@
 
 /// Filterbank of the reference engine: cosine tables, DCT-III and DCT-IV kernels, 64-point DCT-IV.
 ///
-/// Every function is a plain loop over the defining sums. The prototype filter is the only data shared with the
-/// library.
+/// Every function is a plain loop over the sums of the factorised form. The prototype filter is the only data shared
+/// with the library.
 
 namespace reference
 {

@@ -1,5 +1,6 @@
 #include "tests/support/signals.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <ostream>
@@ -77,7 +78,7 @@ Frame frameOf(Signal signal, std::uint64_t time, Random& random)
 
 std::int32_t sampleOf(double value, std::uint32_t bitsPerSample)
 {
-    const double top = std::pow(2.0, static_cast<double>(bitsPerSample) - 1.0);
+    const double top = std::pow(2.0, static_cast<double>(std::clamp(bitsPerSample, 1u, 32u)) - 1.0);
     return static_cast<std::int32_t>(std::fmax(-top, std::fmin(top - 1.0, std::nearbyint(value * top))));
 }
 

@@ -46,7 +46,7 @@ struct Frame
 /// The frame of a signal at a time, counted in frames; noise comes from random.
 Frame frameOf(Signal signal, std::uint64_t time, Random& random);
 
-/// A sample of a width in bits for a value of -1 to 1.
+/// A sample of a width in bits for a value of -1 to 1; widths beyond 32 bits are taken as 32.
 std::int32_t sampleOf(double value, std::uint32_t bitsPerSample);
 
 } // namespace tests

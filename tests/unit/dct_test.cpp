@@ -146,6 +146,16 @@ TEST_F(Dct, ImpulseGivesOnesInDct3)
     for (const Kernel kernel : {DCT2_2, DCT2_2_X}) EXPECT_EQ(run(kernel, dct3Table32, impulse(32)), Vector(32, 1.0f));
 }
 
+TEST_F(Dct, ImpulsesGiveOnesInThePairedDct3)
+{
+    Vector in = impulse(16);
+    Vector out1(16);
+    Vector out2(16);
+    DCT2_3_XX(16, dct3Table16, out1.data(), in.data(), out2.data(), in.data());
+    EXPECT_EQ(out1, Vector(16, 1.0f));
+    EXPECT_EQ(out2, Vector(16, 1.0f));
+}
+
 TEST_F(Dct, ImpulseGivesTheFirstCosineInDct4)
 {
     const auto expectCosine = [](const Vector& out) {

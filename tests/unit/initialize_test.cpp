@@ -1,12 +1,18 @@
+#include "engine/threshold_rows.h"
 #include "tests/support/engine.h"
 #include "tests/support/record_compare.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <new>
 #include <numeric>
+#include <string_view>
+#include <tuple>
 
 using tests::engineAt;
 using tests::parametersAt;
@@ -65,6 +71,46 @@ TEST(Constants, EveryBandGroupingTilesThe64Bands)
     for (const auto& counts :
          {ZRKTarn::LOOP_COUNT48, ZRKTarn::LOOP_COUNT64, ZRKTarn::LOOP_COUNT96, ZRKTarn::LOOP_COUNT192})
         EXPECT_EQ(std::accumulate(counts, counts + 16, 0), 64);
+}
+
+TEST(Constants, MatricesHaveTheirValuesAndSignsOfZero)
+{
+    struct Row
+    {
+        const float* matrix;
+        float values[12];
+    };
+    const Row rows[] = {
+        {ZRKTarn::MATRIX15, {0.86f, -0.254f, 0.354f, 0.354f, -0.254f, 0.254f, 0.5f, -0.5f, 0.0f, 0.0f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX25,
+         {0.354f, -0.354f, 0.707f, 0.707f, -0.354f, 0.354f, 0.354f, -0.354f, 0.0f, 0.0f, 0.354f, -0.354f}},
+        {ZRKTarn::MATRIX35, {0.254f, -0.254f, 0.354f, 0.354f, -0.254f, 0.86f, 0.0f, 0.0f, 0.0f, 0.0f, 0.5f, -0.5f}},
+        {ZRKTarn::MATRIX45, {1.0f, 0.0f, 0.0f, 0.5f, 0.0f, 0.707f, 0.0f, -0.0f, 0.0f, 0.0f, 0.0f, -0.354f}},
+        {ZRKTarn::MATRIX55, {0.707f, 0.0f, 0.5f, 0.5f, 0.0f, 0.707f, 0.354f, -0.354f, 0.0f, 0.0f, 0.354f, -0.354f}},
+        {ZRKTarn::MATRIX65, {0.707f, 0.0f, 0.5f, 0.0f, 0.0f, 1.0f, 0.354f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX75, {0.077f, 0.154f, 0.077f, 0.154f, 0.154f, 0.308f, 1.0f, -0.414f, 0.0f, 0.0f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX85, {0.154f, 0.154f, 0.25f, 0.25f, 0.154f, 0.154f, 0.5f, -0.5f, 0.0f, 0.0f, 0.5f, -0.5f}},
+        {ZRKTarn::MATRIX95, {0.308f, 0.154f, 0.154f, 0.077f, 0.154f, 0.077f, 0.0f, 0.0f, 0.0f, 0.0f, 0.414f, -1.0f}},
+        {ZRKTarn::MATRIX16, {0.86f, -0.254f, 0.354f, 0.354f, -0.254f, 0.254f, 0.5f, -0.5f, 0.0f, -0.0f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX26,
+         {0.354f, -0.354f, 0.707f, 0.707f, -0.354f, 0.354f, 0.25f, -0.25f, 0.354f, -0.354f, 0.25f, -0.25f}},
+        {ZRKTarn::MATRIX36, {0.254f, -0.254f, 0.354f, 0.354f, -0.254f, 0.86f, 0.0f, 0.0f, 0.0f, -0.0f, 0.5f, -0.5f}},
+        {ZRKTarn::MATRIX46, {1.0f, 0.0f, 0.0f, 0.5f, 0.0f, 0.707f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.354f}},
+        {ZRKTarn::MATRIX56, {0.707f, 0.0f, 0.5f, 0.5f, 0.0f, 0.707f, 0.354f, -0.354f, 0.45f, -0.45f, 0.354f, -0.354f}},
+        {ZRKTarn::MATRIX66, {0.707f, 0.0f, 0.5f, 0.0f, 0.0f, 1.0f, 0.354f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX76, {0.077f, 0.154f, 0.077f, 0.154f, 0.154f, 0.308f, 1.0f, -0.414f, 0.0f, 0.0f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX86, {0.154f, 0.154f, 0.25f, 0.25f, 0.154f, 0.154f, 0.0f, 0.0f, 0.707f, -0.707f, 0.0f, 0.0f}},
+        {ZRKTarn::MATRIX96, {0.308f, 0.154f, 0.154f, 0.077f, 0.154f, 0.077f, 0.0f, 0.0f, 0.0f, 0.0f, 0.414f, -1.0f}},
+    };
+    for (const Row& row : rows) EXPECT_EQ(0, std::memcmp(row.matrix, row.values, sizeof row.values)) << &row - rows;
+}
+
+TEST(Constants, BandGroupingsHaveTheirValues)
+{
+    expectCounts(ZRKTarn::LOOP_COUNT48, {1, 1, 1, 1, 2, 2, 2, 2, 4, 4, 4, 4, 8, 8, 8, 12});
+    expectCounts(ZRKTarn::LOOP_COUNT64, {1, 1, 1, 1, 1, 1, 2, 2, 2, 4, 4, 4, 4, 8, 8, 20});
+    expectCounts(ZRKTarn::LOOP_COUNT96, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 4, 6, 10, 32});
+    expectCounts(ZRKTarn::LOOP_COUNT192, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 48});
 }
 
 TEST(Constants, DescribeTheInternalFormat)
@@ -298,6 +344,15 @@ TEST(Initialize, ScalesThePairsAndGroupsTheBandsByRate)
     }
 }
 
+TEST(Initialize, At48kHzThePairsAreNotEvenRecomputed)
+{
+    ZRKTarn engine;
+    engine.slow[0] = 0.25f;
+    engine.slow[1] = 0.5f;
+    initialise(engine, parametersAt(48000, 16));
+    expectPair(engine.slow, {0.25f, 0.5f});
+}
+
 TEST(Initialize, GroupingStaysWhenTheRateFallsTo48kHz)
 {
     const auto engine = engineAt(192000, 16);
@@ -318,6 +373,18 @@ TEST(Initialize, DerivesTheThresholdRowsOfHigherRates)
     for (const std::uint32_t rateHz : {32000u, 44100u, 48000u, 64000u}) expectRows(rateHz, [](int g) { return g; });
     for (const std::uint32_t rateHz : {88200u, 96000u}) expectRows(rateHz, [](int g) { return g < 8 ? 2 * g : 15; });
     expectRows(192000u, [](int g) { return g < 4 ? 4 * g : 15; });
+}
+
+TEST(ThresholdRows, TakeEveryStepOfTheTableAndThenItsLastEntry)
+{
+    float ramp[16];
+    for (int g = 0; g < 16; ++g) ramp[g] = static_cast<float>(g);
+    for (const int step : {1, 2, 4}) {
+        float row[16];
+        zrk_tarn::copyThresholds(ramp, step, row);
+        for (int g = 0; g < 16; ++g)
+            EXPECT_EQ(row[g], static_cast<float>(g < 16 / step ? g * step : 15)) << "step " << step;
+    }
 }
 
 TEST(Initialize, ComputesTheSampleConversion)

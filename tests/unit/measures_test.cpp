@@ -6,7 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <memory>
+#include <tuple>
 
 using namespace zrk_tarn;
 using tests::engineAt;
@@ -15,6 +18,13 @@ namespace
 {
 
 constexpr float kRoot2 = 1.4142135f;
+
+/// Adds a tenth of a magnitude in double and rounds the sum to single.
+float plusATenth(float total, float value)
+{
+    return static_cast<float>(static_cast<double>(total) +
+                              static_cast<double>(0.1f) * static_cast<double>(std::fabs(value)));
+}
 
 /// Gives every measure and threshold of group g a value of its own.
 void numberGroups(ZRKTarn& engine)
@@ -53,29 +63,28 @@ TEST(Spectrum, AddsATenthOfEachMagnitudeRoundedToSingleAtOnce)
     float peakRegion = 0.0f;
     float rest = 0.0f;
     float expected = 123456.7f * 0.9f;
-    for (const float value : subband)
-        expected = static_cast<float>(static_cast<double>(expected) +
-                                      static_cast<double>(0.1f) * static_cast<double>(std::fabs(value)));
+    for (const float value : subband) expected = plusATenth(expected, value);
     trackSpectrum(subband, spectrum, peakRegion, rest);
     EXPECT_EQ(spectrum, expected);
     EXPECT_EQ(rest, spectrum - peakRegion);
 }
 
-TEST(Spectrum, PeakRegionIsTheStrongestBandAndItsNeighbours)
+TEST(Spectrum, PeakRegionIsTheStrongestBandThenItsUpperThenItsLowerNeighbour)
 {
     const auto regionOf = [](int strongest) {
         float subband[64];
-        for (int b = 0; b < 64; ++b) subband[b] = static_cast<float>(b + 1);
-        subband[strongest] = -1000.0f;
+        for (int b = 0; b < 64; ++b) subband[b] = 1.1f * static_cast<float>(b + 1);
+        subband[strongest] = -1000.3f;
         float spectrum = 0.0f;
-        float peakRegion = 0.0f;
+        float peakRegion = 77.7f;
         float rest = 0.0f;
         trackSpectrum(subband, spectrum, peakRegion, rest);
         return peakRegion;
     };
-    EXPECT_FLOAT_EQ(regionOf(20), 0.1f * (1000.0f + 22.0f + 20.0f));
-    EXPECT_FLOAT_EQ(regionOf(0), 0.1f * (1000.0f + 2.0f));
-    EXPECT_FLOAT_EQ(regionOf(63), 0.1f * (1000.0f + 63.0f));
+    const float peak = plusATenth(77.7f * 0.9f, 1000.3f);
+    EXPECT_EQ(regionOf(20), plusATenth(plusATenth(peak, 1.1f * 22.0f), 1.1f * 20.0f));
+    EXPECT_EQ(regionOf(0), plusATenth(peak, 1.1f * 2.0f));
+    EXPECT_EQ(regionOf(63), plusATenth(peak, 1.1f * 63.0f));
 }
 
 TEST(Spectrum, TiesKeepTheLowestBand)
@@ -89,7 +98,7 @@ TEST(Spectrum, TiesKeepTheLowestBand)
     float peakRegion = 0.0f;
     float rest = 0.0f;
     trackSpectrum(subband, spectrum, peakRegion, rest);
-    EXPECT_FLOAT_EQ(peakRegion, 0.9f);
+    EXPECT_EQ(peakRegion, plusATenth(plusATenth(0.0f, 8.0f), 1.0f));
 }
 
 TEST(Spectrum, DecaysByATenthPerSilentBlock)
@@ -324,6 +333,10 @@ TEST(Spreading, DominantGroup15SpreadsDownOnlyAnd0UpOnly)
     spreadDominantGroup(*top);
     EXPECT_TRUE(holdsGroup(*top, 14, 15));
     EXPECT_TRUE(holdsGroup(*top, 0, 0));
+
+    const auto lastButOne = balanced(9.0f, 1.0f, 14);
+    spreadDominantGroup(*lastButOne);
+    EXPECT_TRUE(holdsGroup(*lastButOne, 15, 14));
 
     const auto bottom = balanced(9.0f, 1.0f, 0);
     spreadDominantGroup(*bottom);

@@ -100,6 +100,12 @@ TEST(Processor, SetupWaitsForTheNextChangeOfFormat)
     process(processor, a, {0x2000, 0x4000, 0x200}, 96000);
     EXPECT_EQ(processor.engine->holdMidSmoothing, 1);
     EXPECT_EQ(processor.engine->mixFraction, 0.25f);
+
+    processor.setup(0, 0, 0.5f);
+    GuardedBuffer wide = noiseBuffer(64, 3, 24);
+    process(processor, wide, {0x2000, 0x4000, 0x200}, 96000, 24);
+    EXPECT_EQ(processor.engine->modeOneFlag, 1);
+    EXPECT_EQ(processor.engine->mixFraction, 0.5f);
 }
 
 TEST(Processor, DestroyingAnUnusedOneIsHarmless)
@@ -289,6 +295,20 @@ TEST(BlockDriver, TooManySlotsAreLeftAloneAndKeepTheStoredAssignment)
     EXPECT_EQ(nine, before);
     EXPECT_EQ(processor.channelCount, 3u);
     EXPECT_EQ(processor.leftSlot, 0);
+}
+
+TEST(BlockDriver, OffsetsGoBeyondFourGiBytes)
+{
+    // Containers of a width that is never read or written touch no memory, however far apart they lie.
+    zrk_tarn_processor_t processor;
+    std::uint8_t byte = 0;
+    audio_channel_assignment_t assignment = codes({0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0});
+    processor.process(&byte, 128, 8, 48000, 0x80000000, &assignment);
+    const std::size_t bytesPerSample = 0x10000000;
+    const auto base = reinterpret_cast<std::uintptr_t>(&byte);
+    for (std::size_t slot = 0; slot < 3; ++slot)
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(processor.engine->channelPtr[slot]) - base,
+                  (64 * 8 + slot) * bytesPerSample);
 }
 
 TEST(BlockDriver, NullPointersProcessNothing)

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 
@@ -109,8 +111,8 @@ TEST(ReadInput, EndsAShortBlockInSilence)
         engine->ReadInputChannels(64, 2);
         engine->ReadInputChannels(frames, 2);
         for (std::uint32_t i = 0; i < 64; ++i) {
-            EXPECT_EQ(engine->inputHistory[0][960 + i] > 0.0f, i < frames);
-            EXPECT_EQ(engine->inputHistory[1][960 + i] < 0.0f, i < frames);
+            EXPECT_EQ(engine->inputHistory[0][960 + i], i < frames ? readSample(16, 100) : 0.0f);
+            EXPECT_EQ(engine->inputHistory[1][960 + i], i < frames ? readSample(16, -200) : 0.0f);
         }
     }
 }
@@ -178,7 +180,16 @@ TEST(WriteOutput, ClipsToTheWidthNotToTheContainer)
 
 TEST(WriteOutput, ZeroIsAllZeroBytes)
 {
-    for (const int bits : {16, 24, 32}) EXPECT_EQ(writtenSample(bits, 0), 0);
+    for (const int bits : {16, 24, 32}) {
+        const auto engine = engineAt(48000, bits);
+        GuardedBuffer buffer(64, 3, static_cast<std::uint32_t>(bits));
+        const GuardedBuffer zeros = buffer;
+        std::fill_n(buffer.data(), buffer.size(), std::uint8_t{0xff});
+        pointAt(*engine, buffer);
+        pointAtRows(*engine);
+        EXPECT_EQ(engine->WriteOutput(64, 3), 1u);
+        EXPECT_EQ(buffer, zeros);
+    }
 }
 
 TEST(WriteOutput, WritesNothingForZeroFramesAndSaysSo)
@@ -338,10 +349,22 @@ TEST(Remap, ConvertsAndWritesNothingForZeroFrames)
 {
     Remapped remapped(16, {{kUnity, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}});
     const auto before = remapped.buffer();
-    remapped.engine().outputBlock[0][0] = 123;
     EXPECT_EQ(remapped.engine().RemapOutput(0, 4), 1u);
+
+    // With something in the overlap, the block has output that a conversion would change.
+    std::fill(std::begin(remapped.engine().overlapNow[0]), std::end(remapped.engine().overlapNow[0]), 1e9f);
+    EXPECT_EQ(remapped.engine().ProcessCine3InterLeaveRemap(0, 4), 0u);
+    for (const std::int32_t value : remapped.engine().outputBlock[0]) EXPECT_EQ(value, 1000000000);
     EXPECT_EQ(remapped.buffer(), before);
-    EXPECT_EQ(remapped.engine().outputBlock[0][0], 123);
+}
+
+TEST(Remap, ConvertsTheFramesOfTheBlockWhateverTheContainer)
+{
+    const auto engine = engineAt(48000, 8);
+    engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
+    std::fill(std::begin(engine->overlapNow[2]), std::end(engine->overlapNow[2]), 1e9f);
+    EXPECT_EQ(engine->ProcessCine3InterLeaveRemap(10, 8), 0u);
+    for (int i = 0; i < 64; ++i) EXPECT_EQ(engine->outputBlock[2][i], i < 10 ? 119 : 1000000000);
 }
 
 TEST(Remap, RefusesUnsupportedWidths)
@@ -382,6 +405,20 @@ TEST(Remap, TermsPastTheCountKeepTheirOldValues)
     EXPECT_EQ(engine.remapTermGain[0][0], 9);
     EXPECT_EQ(engine.remapTermGain[0][1], 2);
     EXPECT_EQ(engine.remapTermSource[0][2], 2u);
+}
+
+TEST(Remap, TermCountsThatNoMatrixGivesStoreNothing)
+{
+    Remapped remapped(16, {{kUnity, 0, 0, 0}, {0, kUnity, 0, 0}, {0, 0, kUnity, 0}});
+    remapped.engine().remapTermCount[1] = 4;
+    EXPECT_EQ(remapped.mix(1000, -2000, 3000), (Slots{1000, 99, 3000, 0}));
+}
+
+TEST(Remap, FourByteContainersMixTheMatrixNotItsTerms)
+{
+    Remapped remapped(32, {{kUnity, 0, 0, 0}, {0, kUnity, 0, 0}, {0, 0, kUnity, 0}});
+    std::fill(std::begin(remapped.engine().remapTermCount), std::end(remapped.engine().remapTermCount), 0u);
+    EXPECT_EQ(remapped.mix(1000, -2000, 3000), (Slots{1000, -2000, 3000, 0}));
 }
 
 TEST(Remap, UnconfiguredEngineIsSilent)

@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+#include <utility>
+
 using namespace zrk_tarn;
 using tests::engineAt;
 
@@ -58,6 +62,11 @@ TEST(Steer, FloorKeepsQuietGroupsNearTheMiddle)
 {
     EXPECT_EQ(steer(4.0f, 0.0f, 0.0f, 0.0f).lr, 0.5f);
     EXPECT_EQ(steer(0.0f, 4.0f, 0.0f, 0.0f).lr, -0.5f);
+}
+
+TEST(Steer, ClampsTheFrontForLevelsThatOnlyACallerCanWrite)
+{
+    EXPECT_EQ(steer(0.0f, 0.0f, 0.0f, -8.0f).fb, 1.0f);
 }
 
 TEST(SteerBroadband, SmoothsTheBroadbandPlaceAtFourSpeeds)
@@ -150,12 +159,17 @@ TEST(SelectSpeeds, ThresholdsDecideBySideAndByDepth)
     EXPECT_EQ(speedFor(0.0f, 0.0f), Speed::Slower);
 }
 
-TEST(SelectSpeeds, TonalBlockFollowsFast)
+TEST(SelectSpeeds, TonalBlockMakesEveryGroupFollowFast)
 {
     const auto engine = steered(0.0f, 0.0f);
     engine->tonalBlock = 1;
+    for (int g = 0; g < 16; ++g) {
+        engine->steerLR[g] = 0.01f;
+        engine->lrFast[g] = 0.5f;
+    }
     selectSpeeds(*engine);
     EXPECT_EQ(usedSpeed(*engine), Speed::Fast);
+    for (const float lr : engine->lrSlower) EXPECT_EQ(lr, 0.9f * 0.5f + 0.1f * 0.01f);
 }
 
 TEST(SelectSpeeds, SilenceFollowsTheSlowerSpeedInEveryGroup)
