@@ -1,0 +1,63 @@
+#pragma once
+
+#include "cli/audio_source.h"
+#include "cli/descriptor.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <sndfile.h>
+
+namespace tarn
+{
+
+/// Closes what libsndfile has opened.
+struct SndfileCloser
+{
+    void operator()(SNDFILE* file) const noexcept { sf_close(file); }
+};
+
+using SndfileHandle = std::unique_ptr<SNDFILE, SndfileCloser>;
+
+/// Stereo from an audio file, in any format that libsndfile reads.
+///
+/// Integer formats are read exactly. Floating-point and lossy ones, which can hold samples above full scale, are read
+/// twice: prepare finds the peak, and if that is above full scale the whole file is scaled down by one gain.
+class FileSource final : public AudioSource
+{
+public:
+    /// Opens the file and checks that the engine can take it.
+    ///
+    /// Throws Failure: EX_NOINPUT if it cannot be opened; EX_DATAERR if it is no audio, cut short, not stereo or not
+    /// at a rate of the engine.
+    explicit FileSource(const std::string& path);
+
+    StreamFormat format() const noexcept override;
+    std::optional<std::uint64_t> expectedFrames() const noexcept override { return expected; }
+    FileIdentity identity() const noexcept override { return identityOf(file.number()); }
+    std::string prepare(bool showProgress) override;
+    std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
+    void verifyEnd() const override;
+
+private:
+    void openDescriptor();
+    void openSndfile();
+    void checkFormat() const;
+    void checkLength();
+    double findPeak(bool showProgress);
+
+    std::size_t decode(double* stereo, std::size_t capacity);
+
+    std::string path;
+    Descriptor file;
+    SF_INFO info{};
+    SndfileHandle handle;
+    std::optional<std::uint64_t> promised; ///< frames that the file says it has
+    std::optional<std::uint64_t> expected; ///< the same or an estimate
+    std::uint64_t position = 0;
+    double gain = 1.0;
+    std::vector<double> decoded;
+};
+
+} // namespace tarn

@@ -1,0 +1,75 @@
+#include "cli/interrupt.h"
+
+#include "cli/failure.h"
+#include "cli/text.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+volatile std::sig_atomic_t arrived = 0;
+
+// The handler writes a byte here, so that a signal that arrives just before a wait ends the wait as well.
+int wakePipe[2] = {-1, -1};
+
+extern "C" void noteSignal(int signalNumber)
+{
+    const int savedErrno = errno;
+    arrived = signalNumber;
+    const char byte = 0;
+    // A full pipe wakes the waiter just as well.
+    [[maybe_unused]] const ssize_t written = write(wakePipe[1], &byte, 1);
+    errno = savedErrno;
+}
+
+} // namespace
+
+void catchInterrupts()
+{
+    if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        throw Failure(EX_SOFTWARE, "cannot create a pipe: " + systemError(errno));
+
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        sigaction(signalNumber, nullptr, &action);
+        if (action.sa_handler == SIG_IGN) continue;
+        action = {};
+        action.sa_handler = noteSignal;
+        sigaction(signalNumber, &action, nullptr);
+    }
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void throwIfInterrupted()
+{
+    if (arrived != 0) throw Interrupted{arrived};
+}
+
+void waitUntilReady(int descriptor, short events)
+{
+    pollfd waits[2] = {{descriptor, events, 0}, {wakePipe[0], POLLIN, 0}};
+    while (true) {
+        throwIfInterrupted();
+        if (poll(waits, 2, -1) > 0 && waits[0].revents != 0) return;
+    }
+}
+
+void dieBySignal(int signalNumber)
+{
+    std::signal(signalNumber, SIG_DFL);
+    std::raise(signalNumber);
+    // Reached only if the signal is blocked.
+    std::_Exit(128 + signalNumber);
+}
+
+} // namespace tarn

@@ -1,0 +1,183 @@
+#include "cli/demo_command.h"
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/upmix_command.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr const char* kMainFooter = R"(Examples:
+  tarn demo                                      upmix a built-in scene and see what went where
+  tarn upmix song.flac song-3.0.wav              left, right and centre from a stereo file
+  tarn upmix --layout 5.1 song.ogg song-5.1.flac the same in the slots of a 5.1 file
+  tarn upmix --help                              all options
+
+Exit codes:
+  0   done
+  64  wrong usage, or OUTPUT exists already (add --force) or is INPUT
+  65  INPUT cannot be upmixed: not stereo, another sample rate, cut short, empty, damaged
+  66  INPUT is missing or cannot be read
+  70  internal error
+  73  OUTPUT cannot be created
+  74  reading or writing failed, for example on a full disk
+  An interrupted run (Ctrl-C) dies by the signal. Whatever goes wrong, no half-written file is left.
+)";
+
+constexpr const char* kUpmixFooter =
+    R"(INPUT is stereo in any format that libsndfile reads (WAV, FLAC, Ogg Vorbis, Opus, MP3, AIFF, CAF, ...) at 32000,
+44100, 48000, 64000, 88200, 96000 or 192000 Hz. OUTPUT is .wav or .flac by its extension, with the same rate and the
+same number of frames as INPUT. Floating-point and lossy files that peak above full scale are scaled down by one gain
+for the whole file, which is reported.
+
+Layouts:
+  3.0     FL FR FC
+  5.1     FL FR FC LFE BL BR; the last three are silent
+  slots8  FL FR FC LFE BL BR SL SR; the engine's outputs, mixed through a matrix, in FL, FR, SL and SR; needs --remap
+
+A remap file has three rows, one for each output of the engine (front left, front right, centre), of four gains, one
+for each of FL, FR, SL and SR, from -8 to just below 8. Text after # is a comment. Where the gains of a column sum to
+more than 1 in magnitude, loud passages can wrap around.
+  1.0  0    0    0      # front left
+  0    1.0  0    0      # front right
+  0    0    0.5  0.5    # centre
+
+Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
+describes it, and is required for standard input. Any length takes the same small amount of memory.
+
+Examples:
+  tarn upmix song.flac song-3.0.wav
+  tarn upmix --layout 5.1 --bits 24 song.mp3 song-5.1.flac
+  tarn upmix --layout slots8 --remap matrix.txt song.wav slots.wav
+  ffmpeg -i film.mkv -ac 2 -ar 48000 -f s16le - | tarn upmix --raw 48000:16 - film-3.0.wav
+)";
+
+/// The options of `tarn upmix`.
+CLI::App* addUpmix(CLI::App& app, tarn::UpmixOptions& options)
+{
+    CLI::App* const upmix = app.add_subcommand("upmix", "Upmix a stereo file or stream");
+    upmix->add_option("INPUT", options.input, "Stereo file, or - for raw PCM on standard input")
+        ->type_name("")
+        ->required();
+    upmix->add_option("OUTPUT", options.output, "File to write (.wav, .flac), or - for raw PCM on standard output")
+        ->type_name("")
+        ->required();
+    upmix->add_option("--layout", options.layout, "Slots of the output: 3.0 (default), 5.1 or slots8")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"3.0", "5.1", "slots8"}).description(""));
+    upmix->add_option("--remap", options.remapFile, "Matrix for --layout slots8, see below")->type_name("FILE");
+    upmix
+        ->add_option("--bits", options.bits,
+                     "Sample width of the output: 16, 24 or 32; by default\n"
+                     "that of INPUT, and 24 for floating point and lossy files")
+        ->type_name("N")
+        ->check(CLI::IsMember({16, 24, 32}).description(""));
+    upmix
+        ->add_option("--mode", options.mode,
+                     "1: strong steering is followed fast (default);\n"
+                     "2: calmer, fast changes are followed at medium speed")
+        ->type_name("N")
+        ->check(CLI::IsMember({1, 2}).description(""));
+    upmix
+        ->add_option("--mix-fraction", options.mixFraction,
+                     "0 to 1, default 1. Handed to the engine, which\n"
+                     "keeps it; it does not change the output")
+        ->type_name("F")
+        ->check(CLI::Range(0.0, 1.0).description(""));
+    upmix
+        ->add_flag("--no-align", options.noAlign,
+                   "Leave the output 960 frames late, as a live host\n"
+                   "hears it; it has the length of INPUT all the same, so\n"
+                   "the last 960 frames stay in the engine")
+        ->disable_flag_override();
+    upmix->add_option("--raw", options.raw, "Rate and width of the stream on -, for example 48000:16")
+        ->type_name("RATE:BITS");
+    upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    upmix->add_flag("--quiet", options.quiet, "No progress bar, notes and summary; errors are still reported")
+        ->disable_flag_override();
+    upmix->footer(kUpmixFooter);
+    return upmix;
+}
+
+/// The options of `tarn demo`.
+CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
+{
+    CLI::App* const demo = app.add_subcommand("demo", "Upmix a built-in scene and show what went where");
+    demo->add_option("OUTPUT", options.output, "Also write the upmixed scene to this file (.wav, .flac)")
+        ->type_name("");
+    demo->add_option("--layout", options.layout, "Slots of that file: 3.0 (default) or 5.1")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"3.0", "5.1"}).description(""));
+    demo->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    demo->footer("Examples:\n  tarn demo\n  tarn demo scene.wav\n  tarn demo --layout 5.1 scene.flac\n");
+    return demo;
+}
+
+/// Fills the places of standard streams that the parent has closed, so that no file of ours gets one of them and takes
+/// in messages. What is put there fails when it is used.
+void occupyStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+/// Parses the arguments and runs the command that they name. Returns the exit code.
+int run(int argc, char** argv)
+{
+    CLI::App app("Tarn upmixes stereo to left, right and centre in real time or faster, bit for bit reproducibly.",
+                 "tarn");
+    app.set_version_flag("--version", "tarn " TARN_VERSION);
+    app.require_subcommand(0, 1);
+    app.get_formatter()->column_width(24);
+    app.get_formatter()->label("REQUIRED", "");
+    app.footer(kMainFooter);
+    tarn::UpmixOptions upmixOptions;
+    tarn::DemoOptions demoOptions;
+    demoOptions.program = argv[0];
+    CLI::App* const upmix = addUpmix(app, upmixOptions);
+    addDemo(app, demoOptions);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        const std::string command = upmix->parsed() ? "tarn upmix" : "tarn";
+        throw tarn::Failure(EX_USAGE, std::string(error.what()) + "; see " + command + " --help");
+    }
+
+    if (app.get_subcommands().empty()) throw tarn::Failure(EX_USAGE, "no command: say upmix or demo; see tarn --help");
+    tarn::catchInterrupts();
+    if (upmix->parsed()) {
+        tarn::runUpmix(upmixOptions);
+    } else {
+        tarn::runDemo(demoOptions);
+    }
+    return EX_OK;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    occupyStandardStreams();
+    try {
+        return run(argc, argv);
+    } catch (const tarn::Failure& failure) {
+        std::fprintf(stderr, "tarn: %s\n", failure.what());
+        return failure.exitCode();
+    } catch (const tarn::Interrupted& interrupted) {
+        tarn::dieBySignal(interrupted.signalNumber);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tarn: internal error: %s\n", error.what());
+        return EX_SOFTWARE;
+    }
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "cli/descriptor.h"
+#include "cli/file_identity.h"
+
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+namespace tarn
+{
+
+/// A file that comes into being under its name only when it is complete.
+///
+/// It is written under a temporary name in the same directory and renamed by commit; an object that goes away before
+/// that leaves nothing behind, and what had the name before is as it was.
+class OutputFile
+{
+public:
+    /// Creates the temporary file.
+    ///
+    /// path   name of the file to be; where it is a symbolic link and force is set, the file that the link points at
+    /// force  whether a regular file of that name may be replaced; its mode is kept
+    /// input  a file that is never replaced, if there is one
+    ///
+    /// Throws Failure: EX_USAGE if path names the input, or exists and force is not set; EX_CANTCREAT if it exists and
+    /// is not a regular file, or if the directory does not take a new file.
+    OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input);
+
+    /// Removes the temporary file unless it was committed.
+    ~OutputFile();
+
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Open for reading and writing.
+    int descriptor() const noexcept { return file.number(); }
+
+    /// The name as the user gave it, for messages.
+    const std::string& name() const noexcept { return givenName; }
+
+    /// Brings the file to the disk and gives it its name.
+    ///
+    /// Throws Failure: EX_IOERR if the file could not be written out; EX_USAGE if another file has appeared under the
+    /// name meanwhile and force is not set; EX_CANTCREAT if the name cannot be given.
+    void commit();
+
+private:
+    void checkExisting(std::optional<FileIdentity> input);
+    void rename();
+
+    std::string givenName;
+    std::string target;
+    std::string temporary;
+    mode_t mode;
+    bool replace;
+    Descriptor file;
+};
+
+} // namespace tarn

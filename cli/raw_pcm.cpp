@@ -1,0 +1,97 @@
+#include "cli/raw_pcm.h"
+
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kChannels = 2;
+
+/// Whether a failed read or write is only to be tried again.
+bool isTransient(int error) noexcept
+{
+    return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
+}
+
+} // namespace
+
+FileIdentity RawSource::identity() const noexcept
+{
+    return identityOf(STDIN_FILENO);
+}
+
+std::size_t RawSource::read(std::int32_t* stereo, std::size_t capacity)
+{
+    const std::uint32_t sampleBytes = streamFormat.bytesPerSample();
+    const std::size_t frameBytes = kChannels * sampleBytes;
+    bytes.resize(capacity * frameBytes);
+
+    // A slow pipe brings a few frames at a time, which go on at once.
+    while (partial < frameBytes) {
+        waitUntilReady(STDIN_FILENO, POLLIN);
+        const ssize_t got = ::read(STDIN_FILENO, bytes.data() + partial, bytes.size() - partial);
+        if (got == 0) return 0;
+        if (got > 0) {
+            partial += static_cast<std::size_t>(got);
+        } else if (!isTransient(errno)) {
+            throw Failure(EX_IOERR, "standard input: reading failed: " + systemError(errno));
+        }
+    }
+
+    const std::size_t frames = partial / frameBytes;
+    for (std::size_t i = 0; i < frames * kChannels; ++i)
+        stereo[i] = loadLeftJustified(bytes.data() + i * sampleBytes, sampleBytes);
+    const auto used = static_cast<std::ptrdiff_t>(frames * frameBytes);
+    std::copy(bytes.begin() + used, bytes.begin() + static_cast<std::ptrdiff_t>(partial), bytes.begin());
+    partial -= frames * frameBytes;
+    position += frames;
+    return frames;
+}
+
+void RawSource::verifyEnd() const
+{
+    if (partial != 0)
+        throw Failure(EX_DATAERR, "standard input: ends inside a frame: " + std::to_string(partial) + " byte" +
+                                      (partial == 1 ? "" : "s") + " left over after " + std::to_string(position) +
+                                      " frames; check that --raw " + std::to_string(streamFormat.sampleRate) + ":" +
+                                      std::to_string(streamFormat.bits) + " is what the stream holds, in stereo");
+    if (position == 0)
+        throw Failure(EX_DATAERR, "standard input: holds no audio: 0 frames; check the command before the pipe");
+}
+
+RawSink::RawSink(std::size_t bytesPerFrame) : frameBytes(bytesPerFrame)
+{
+    if (isatty(STDOUT_FILENO) != 0)
+        throw Failure(EX_USAGE, "standard output: is a terminal, which cannot show raw PCM; pipe it into a program, "
+                                "or name a file");
+}
+
+void RawSink::write(const std::uint8_t* slots, std::size_t frames)
+{
+    for (std::size_t left = frames * frameBytes; left > 0;) {
+        waitUntilReady(STDOUT_FILENO, POLLOUT);
+        // So much fits into a pipe that is ready without blocking.
+        const ssize_t written = ::write(STDOUT_FILENO, slots, std::min<std::size_t>(left, PIPE_BUF));
+        if (written >= 0) {
+            slots += written;
+            left -= static_cast<std::size_t>(written);
+        } else if (!isTransient(errno)) {
+            throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(errno) +
+                                        "; check the program or the disk that takes it");
+        }
+    }
+}
+
+} // namespace tarn

@@ -1,0 +1,103 @@
+#include "cli/remap_file.h"
+
+#include "cli/failure.h"
+#include "cli/text.h"
+
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kRows = 3;
+constexpr std::size_t kColumns = 4;
+constexpr double kUnity = 0x1p28;
+constexpr double kLimit = 0x1p31;
+
+/// The place that messages begin with.
+std::string placeOf(const std::string& path, std::size_t line)
+{
+    return path + ": line " + std::to_string(line);
+}
+
+/// One gain as fixed point.
+std::uint32_t parseGain(const std::string& place, const std::string& word)
+{
+    // A plus sign is not for from_chars.
+    const bool hasPlus = word.starts_with('+') && !word.starts_with("+-");
+    const char* const end = word.data() + word.size();
+    double gain = 0.0;
+    const auto [stop, error] = std::from_chars(word.data() + (hasPlus ? 1 : 0), end, gain);
+    if (stop != end || error == std::errc::invalid_argument || (error == std::errc{} && !std::isfinite(gain)))
+        throw Failure(EX_DATAERR, place + ": '" + word + "' is not a decimal number; write gains like 0.7071");
+
+    const double fixed = std::round(gain * kUnity);
+    if (error != std::errc{} || fixed < -kLimit || fixed >= kLimit)
+        throw Failure(EX_DATAERR, place + ": gain " + word + " is out of range; use -8 to just below 8");
+    return std::bit_cast<std::uint32_t>(static_cast<std::int32_t>(fixed));
+}
+
+/// The words of a line, without its comment.
+std::vector<std::string> wordsOf(const std::string& line)
+{
+    std::istringstream text(line.substr(0, line.find('#')));
+    std::vector<std::string> words;
+    for (std::string word; text >> word;) words.push_back(word);
+    return words;
+}
+
+std::vector<std::string> wrapNotes(const std::string& path, const RemapMatrix& matrix)
+{
+    constexpr const char* kSlots[kColumns] = {"FL", "FR", "SL", "SR"};
+    std::vector<std::string> notes;
+    for (std::size_t c = 0; c < kColumns; ++c) {
+        double sum = 0.0;
+        for (const auto& row : matrix) sum += std::abs(std::bit_cast<std::int32_t>(row[c]) / kUnity);
+        if (sum > 1.0)
+            notes.push_back(path + ": the gains of column " + std::to_string(c + 1) + " (" + kSlots[c] + ") sum to " +
+                            formatted("%.4g", sum) + " in magnitude: above 1, loud passages can wrap around");
+    }
+    return notes;
+}
+
+} // namespace
+
+RemapFile readRemapFile(const std::string& path)
+{
+    std::ifstream file(path);
+    if (!file)
+        throw Failure(EX_NOINPUT, path + ": the remap file cannot be opened: " + systemError(errno) +
+                                      "; check the name and that you may read it");
+
+    RemapFile remap{};
+    std::size_t rows = 0;
+    std::size_t lineNumber = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++lineNumber;
+        const std::vector<std::string> words = wordsOf(line);
+        if (words.empty()) continue;
+        const std::string place = placeOf(path, lineNumber);
+        if (rows == kRows) throw Failure(EX_DATAERR, place + ": a fourth row; a matrix has 3 (FL, FR, centre)");
+        if (words.size() != kColumns)
+            throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) +
+                                          " gains; a row has 4, one each for FL, FR, SL, SR");
+        for (std::size_t c = 0; c < kColumns; ++c) remap.matrix[rows][c] = parseGain(place, words[c]);
+        ++rows;
+    }
+    if (file.bad() || (rows == 0 && lineNumber == 0 && errno == EISDIR))
+        throw Failure(EX_NOINPUT, path + ": the remap file cannot be read: " + systemError(errno));
+    if (rows != kRows)
+        throw Failure(EX_DATAERR, path + ": line " + std::to_string(lineNumber) + ": ends after " +
+                                      std::to_string(rows) + " rows; a matrix has 3 (FL, FR, centre)");
+    remap.notes = wrapNotes(path, remap.matrix);
+    return remap;
+}
+
+} // namespace tarn

@@ -1,0 +1,59 @@
+#include "cli/stream_format.h"
+
+#include "cli/failure.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// A whole text as a number without sign; 0, which is no rate and no width, for all else.
+std::uint32_t wholeNumber(std::string_view text)
+{
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc{} && end == text.data() + text.size() ? value : 0;
+}
+
+} // namespace
+
+bool isEngineRate(std::uint32_t sampleRate) noexcept
+{
+    return std::find(kSampleRates.begin(), kSampleRates.end(), sampleRate) != kSampleRates.end();
+}
+
+std::string rateList()
+{
+    std::string list;
+    for (const std::uint32_t rate : kSampleRates) {
+        if (!list.empty()) list += rate == kSampleRates.back() ? " or " : ", ";
+        list += std::to_string(rate);
+    }
+    return list + " Hz";
+}
+
+StreamFormat parseRawFormat(const std::string& text)
+{
+    const std::size_t colon = text.find(':');
+    StreamFormat format;
+    if (colon != std::string::npos) {
+        format.sampleRate = wholeNumber(std::string_view(text).substr(0, colon));
+        format.bits = wholeNumber(std::string_view(text).substr(colon + 1));
+    }
+
+    if (format.sampleRate == 0 || format.bits == 0)
+        throw Failure(EX_USAGE, "--raw " + text + ": not RATE:BITS; write for example --raw 48000:16");
+    if (!isEngineRate(format.sampleRate))
+        throw Failure(EX_USAGE,
+                      "--raw " + text + ": the engine does not run at this rate; resample the stream to " + rateList());
+    if (std::find(kWidths.begin(), kWidths.end(), format.bits) == kWidths.end())
+        throw Failure(EX_USAGE, "--raw " + text + ": samples of this width are not supported; use 16, 24 or 32 bits");
+    return format;
+}
+
+} // namespace tarn

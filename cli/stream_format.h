@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <string>
+
+namespace tarn
+{
+
+/// Sample rates of the engine, Hz.
+inline constexpr std::array<std::uint32_t, 7> kSampleRates{32000, 44100, 48000, 64000, 88200, 96000, 192000};
+
+/// Sample widths that the command writes, bits.
+inline constexpr std::array<std::uint32_t, 3> kWidths{16, 24, 32};
+
+/// Rate and width of a PCM stream.
+struct StreamFormat
+{
+    std::uint32_t sampleRate = 0; ///< Hz
+    std::uint32_t bits = 0;       ///< 16, 24 or 32
+
+    std::uint32_t bytesPerSample() const noexcept { return bits / 8; }
+};
+
+/// Whether the engine runs at a sample rate.
+bool isEngineRate(std::uint32_t sampleRate) noexcept;
+
+/// The engine's rates as a list for people: "32000, 44100, ... or 192000 Hz".
+std::string rateList();
+
+/// Reads "RATE:BITS", as in 48000:16.
+///
+/// Throws Failure (EX_USAGE) for anything else, and for rates and widths that are not supported.
+StreamFormat parseRawFormat(const std::string& text);
+
+/// Rounds a left-justified sample half away from zero to the width's right-justified range, and saturates.
+///
+/// Samples that are no wider than the width come out exactly, shifted.
+constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) noexcept
+{
+    if (bits == 32) return leftJustified;
+    const std::uint32_t shift = 32 - bits;
+    const std::int64_t wide = leftJustified;
+    const std::int64_t magnitude = ((wide < 0 ? -wide : wide) + (std::int64_t{1} << (shift - 1))) >> shift;
+    const std::int64_t ceiling = (std::int64_t{1} << (bits - 1)) - 1;
+    if (wide < 0) return static_cast<std::int32_t>(-magnitude);
+    return static_cast<std::int32_t>(magnitude < ceiling ? magnitude : ceiling);
+}
+
+/// Stores the low bytes of a right-justified sample, little-endian.
+inline void storePcm(std::uint8_t* to, std::int32_t sample, std::uint32_t bytes) noexcept
+{
+    const auto word = static_cast<std::uint32_t>(sample);
+    for (std::uint32_t i = 0; i < bytes; ++i) to[i] = static_cast<std::uint8_t>(word >> (8 * i));
+}
+
+/// Loads a little-endian sample as a left-justified one.
+inline std::int32_t loadLeftJustified(const std::uint8_t* from, std::uint32_t bytes) noexcept
+{
+    std::uint32_t word = 0;
+    for (std::uint32_t i = 0; i < bytes; ++i) word |= std::uint32_t{from[i]} << (8 * (4 - bytes + i));
+    return std::bit_cast<std::int32_t>(word);
+}
+
+} // namespace tarn

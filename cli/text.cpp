@@ -1,0 +1,63 @@
+#include "cli/text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <system_error>
+
+namespace tarn
+{
+
+std::string shellQuoted(const std::string& name)
+{
+    constexpr std::string_view kSafe = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%";
+    if (!name.empty() && name.find_first_not_of(kSafe) == std::string::npos) return name;
+
+    std::string quoted = "'";
+    for (const char c : name) {
+        if (c == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "'";
+}
+
+std::string systemError(int errorNumber)
+{
+    return std::generic_category().message(errorNumber);
+}
+
+std::string durationText(std::uint64_t frames, std::uint32_t sampleRate)
+{
+    const std::uint64_t milliseconds = frames / sampleRate * 1000 + frames % sampleRate * 1000 / sampleRate;
+    const auto hours = static_cast<unsigned>(milliseconds / 3'600'000);
+    const auto minutes = static_cast<unsigned>(milliseconds / 60'000 % 60);
+    const auto seconds = static_cast<unsigned>(milliseconds / 1000 % 60);
+    const auto rest = static_cast<unsigned>(milliseconds % 1000);
+
+    char text[40];
+    if (hours > 0) {
+        std::snprintf(text, sizeof text, "%u:%02u:%02u.%03u", hours, minutes, seconds, rest);
+    } else {
+        std::snprintf(text, sizeof text, "%u:%02u.%03u", minutes, seconds, rest);
+    }
+    return text;
+}
+
+std::string formatted(const char* format, double value)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, format, value);
+    return text;
+}
+
+double decibels(double ratio) noexcept
+{
+    return 20.0 * std::log10(ratio);
+}
+
+} // namespace tarn

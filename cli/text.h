@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tarn
+{
+
+/// A file name as a shell takes it: unchanged where that is safe, in single quotes otherwise.
+std::string shellQuoted(const std::string& name);
+
+/// The system's words for an error number.
+std::string systemError(int errorNumber);
+
+/// A length of audio as minutes and seconds, 1:02.345, or with hours, 2:00:00.000.
+std::string durationText(std::uint64_t frames, std::uint32_t sampleRate);
+
+/// Formats one number as printf does.
+std::string formatted(const char* format, double value);
+
+/// Decibels of a ratio of amplitudes; minus infinity for zero.
+double decibels(double ratio) noexcept;
+
+} // namespace tarn

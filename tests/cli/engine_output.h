@@ -1,0 +1,32 @@
+#pragma once
+
+#include "tests/cli/audio_files.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace tarn_cli
+{
+
+/// How the engine is to be run for what the command should give.
+struct EngineRun
+{
+    std::string layout = "3.0"; ///< 3.0, 5.1 or slots8
+    std::uint32_t sampleRate = 48000;
+    unsigned bits = 16;
+    int mode = 1;
+    bool align = true;
+    std::array<std::array<std::int32_t, 4>, 3> remap{}; ///< 28 fraction bits
+};
+
+/// Slots of a layout.
+std::size_t slotsOf(const std::string& layout);
+
+/// What the engine makes of stereo, through one call of zrk_tarn_processor_t::process for the whole stream.
+///
+/// stereo  left-justified
+/// Returns as many frames of all slots, left-justified: from frame 960 on if they are aligned, else from the first on.
+Samples engineOutput(const Samples& stereo, const EngineRun& run);
+
+} // namespace tarn_cli

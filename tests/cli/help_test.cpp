@@ -1,0 +1,67 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <regex>
+
+namespace tarn_cli
+{
+
+class Help : public CommandTest
+{};
+
+TEST_F(Help, NamesEveryCommandAndExitCode)
+{
+    const Result result = tarn({"--help"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "");
+    for (const char* const word : {"upmix", "demo", "Examples:", "\n  0 ", "64", "65", "66", "70", "73", "74"})
+        EXPECT_NE(result.output.find(word), std::string::npos) << word;
+}
+
+TEST_F(Help, OfUpmixNamesEveryOption)
+{
+    const Result result = tarn({"upmix", "--help"});
+    EXPECT_EQ(result.exitCode, 0);
+    for (const char* const word : {"INPUT", "OUTPUT", "--layout", "--remap", "--bits", "--mode", "--mix-fraction",
+                                   "--no-align", "--raw RATE:BITS", "--force", "--quiet", "960 frames", "wrap around"})
+        EXPECT_NE(result.output.find(word), std::string::npos) << word;
+}
+
+TEST_F(Help, SaysTheVersion)
+{
+    const Result result = tarn({"--version"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(std::regex_match(result.output, std::regex("tarn [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << result.output;
+}
+
+TEST_F(Help, EndsARunWithASummaryAndNoBarWhereThereIsNoTerminal)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(72000, 16));
+    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    EXPECT_TRUE(std::regex_match(result.errors,
+                                 std::regex("tarn: in\\.wav -> out\\.wav: 3\\.0 \\(FL FR FC\\), 48000 Hz, 16 bits, "
+                                            "0:01\\.500, [0-9]+ x real time\n")))
+        << result.errors;
+    EXPECT_EQ(result.output, "");
+}
+
+TEST_F(Help, ShowsABarOnATerminalUnlessItIsToBeQuiet)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_32, 192000, 2, stereoNoise(192000 * 20, 24));
+    const auto onTerminal = [this](const std::string& options) {
+        return runIn(
+            directory,
+            {.arguments = {"-qec", "'" TARN_COMMAND "' upmix --force " + options + " in.wav out.wav", "/dev/null"},
+             .program = "script"});
+    };
+    const Result shown = onTerminal("");
+    EXPECT_EQ(shown.exitCode, 0);
+    EXPECT_TRUE(std::regex_search(
+        shown.output, std::regex("upmixing \\[[#-]{24}\\] +[0-9]+ %  0:[0-9.]+ / 0:20\\.000  [0-9]+ x real time")))
+        << shown.output;
+    const Result quiet = onTerminal("--quiet");
+    EXPECT_EQ(quiet.exitCode, 0);
+    EXPECT_EQ(quiet.output, "");
+}
+
+} // namespace tarn_cli

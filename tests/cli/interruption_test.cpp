@@ -1,0 +1,146 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tarn_cli
+{
+
+/// The command while it waits for more of a stream that goes to a file.
+class Interruption : public CommandTest
+{
+protected:
+    void SetUp() override
+    {
+        CommandTest::SetUp();
+        ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
+        sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        ASSERT_GE(sink, 0);
+    }
+
+    void TearDown() override
+    {
+        for (const int descriptor : {input[0], input[1], sink}) close(descriptor);
+        CommandTest::TearDown();
+    }
+
+    /// Waits until the directory holds a file more than before.
+    bool appears(std::size_t filesBefore) const
+    {
+        using namespace std::chrono_literals;
+        const auto deadline = std::chrono::steady_clock::now() + 10s;
+        while (files().size() <= filesBefore) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            std::this_thread::sleep_for(5ms);
+        }
+        return true;
+    }
+
+    int input[2] = {-1, -1};
+    int sink = -1;
+    Invocation toFile{.arguments = {"upmix", "--raw", "48000:16", "--force", "-", "out.wav"}};
+};
+
+TEST_F(Interruption, LeavesNothingAndDiesByTheSignal)
+{
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP}) {
+        Process process(toFile, directory, input[0], sink, sink);
+        const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
+        ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+        ASSERT_TRUE(appears(0));
+        process.signal(signalNumber);
+        Result result;
+        process.wait(result);
+        EXPECT_EQ(result.signalNumber, signalNumber);
+        EXPECT_TRUE(files().empty());
+    }
+}
+
+TEST_F(Interruption, OfAForcedRunLeavesTheOldFile)
+{
+    writeBytes(at("out.wav"), "precious");
+    Process process(toFile, directory, input[0], sink, sink);
+    ASSERT_TRUE(appears(1));
+    process.signal(SIGINT);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, SIGINT);
+    EXPECT_EQ(bytesOf(at("out.wav")), "precious");
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav"}));
+}
+
+TEST_F(Interruption, ReachesARunThatIsBusyWithAFile)
+{
+    // Two hours that take no room on the disk: far more than can be upmixed before the signal comes.
+    writeAudio(at("in.w64"), SF_FORMAT_W64 | SF_FORMAT_PCM_16, 192000, 2, {});
+    constexpr std::uint64_t kBytes = std::uint64_t{7200} * 192000 * 4;
+    std::string header = bytesOf(at("in.w64"));
+    const std::size_t size = header.find("data") + 16;
+    for (std::size_t i = 0; i < 8; ++i) header[size + i] = static_cast<char>((kBytes + 24) >> (8 * i));
+    writeBytes(at("in.w64"), header);
+    std::filesystem::resize_file(at("in.w64"), size + 8 + kBytes);
+
+    Process process({.arguments = {"upmix", "in.w64", "out.flac"}}, directory, input[0], sink, sink);
+    ASSERT_TRUE(appears(1));
+    process.signal(SIGTERM);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, SIGTERM);
+    EXPECT_EQ(files(), (std::vector<std::string>{"in.w64"}));
+}
+
+TEST_F(Interruption, ReachesARunWhoseReaderStalls)
+{
+    int output[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(200000, 16));
+    Process process({.arguments = {"upmix", "in.wav", "-"}}, directory, input[0], output[1], sink);
+    close(output[1]);
+    char first = 0;
+    ASSERT_EQ(read(output[0], &first, 1), 1);
+    process.signal(SIGINT);
+    Result result;
+    process.wait(result);
+    close(output[0]);
+    EXPECT_EQ(result.signalNumber, SIGINT);
+}
+
+TEST_F(Interruption, ByAnotherProgramThatTakesTheNameLeavesThatFileAlone)
+{
+    Process process({.arguments = {"upmix", "--raw", "48000:16", "-", "out.wav"}}, directory, input[0], sink, sink);
+    ASSERT_TRUE(appears(0));
+    writeBytes(at("out.wav"), "theirs");
+    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
+    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+    close(input[1]);
+    input[1] = -1;
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.exitCode, 64);
+    EXPECT_EQ(bytesOf(at("out.wav")), "theirs");
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav"}));
+}
+
+TEST_F(Interruption, ByASignalThatTheParentIgnoresIsNone)
+{
+    std::signal(SIGHUP, SIG_IGN);
+    Process process(toFile, directory, input[0], sink, sink);
+    std::signal(SIGHUP, SIG_DFL);
+    ASSERT_TRUE(appears(0));
+    process.signal(SIGHUP);
+    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
+    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+    close(input[1]);
+    input[1] = -1;
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
+}
+
+} // namespace tarn_cli

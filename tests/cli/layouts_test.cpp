@@ -1,0 +1,103 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+/// A number of the extensible format chunk, which begins at byte 12 or after a filler.
+struct WaveFormat
+{
+    std::uint16_t tag = 0;
+    std::uint16_t channels = 0;
+    std::uint32_t mask = 0;
+};
+
+WaveFormat waveFormat(const std::string& bytes)
+{
+    WaveFormat format;
+    const std::size_t chunk = bytes.find("fmt ");
+    if (bytes.substr(0, 4) != "RIFF" || chunk == std::string::npos) return format;
+    std::memcpy(&format.tag, bytes.data() + chunk + 8, 2);
+    std::memcpy(&format.channels, bytes.data() + chunk + 10, 2);
+    std::memcpy(&format.mask, bytes.data() + chunk + 28, 4);
+    return format;
+}
+
+} // namespace
+
+/// Layout, its WAVE channel mask, its name for other programs.
+struct NamedLayout
+{
+    std::string option;
+    std::uint32_t mask;
+    std::string name;
+};
+
+class Layouts : public CommandTest, public testing::WithParamInterface<NamedLayout>
+{
+protected:
+    void SetUp() override
+    {
+        CommandTest::SetUp();
+        writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48000, 2, stereoNoise(2000, 24));
+        writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
+    }
+
+    void upmix(const std::string& output) const
+    {
+        std::vector<std::string> arguments{"upmix", "--layout", GetParam().option, "in.wav", output};
+        if (GetParam().option == "slots8") arguments.insert(arguments.end(), {"--remap", "matrix.txt"});
+        const Result result = tarn(arguments);
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+    }
+
+    /// What ffprobe says of a file's channels.
+    std::string probed(const std::string& name) const
+    {
+        const Result result = runIn(
+            directory, {.arguments = {"-v", "error", "-show_entries",
+                                      "stream=channels,channel_layout,bits_per_raw_sample", "-of", "csv=p=0", name},
+                        .program = "ffprobe"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        return result.output;
+    }
+
+    std::string expected(std::size_t channels) const
+    {
+        return std::to_string(channels) + "," + GetParam().name + ",24\n";
+    }
+
+    std::size_t channels() const { return GetParam().option == "3.0" ? 3 : GetParam().option == "5.1" ? 6 : 8; }
+};
+
+TEST_P(Layouts, AreMasksOfExtensibleWaveFiles)
+{
+    upmix("out.wav");
+    const WaveFormat format = waveFormat(bytesOf(at("out.wav")));
+    EXPECT_EQ(format.tag, 0xfffe);
+    EXPECT_EQ(format.channels, channels());
+    EXPECT_EQ(format.mask, GetParam().mask);
+    EXPECT_EQ(probed("out.wav"), expected(channels()));
+}
+
+TEST_P(Layouts, AreNamedByFlacFiles)
+{
+    upmix("out.flac");
+    EXPECT_EQ(probed("out.flac"), expected(channels()));
+    char tag[64];
+    std::snprintf(tag, sizeof tag, "WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x%04X", GetParam().mask);
+    EXPECT_NE(bytesOf(at("out.flac")).find(tag), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(Command, Layouts,
+                         testing::Values(NamedLayout{"3.0", 0x7, "3.0"}, NamedLayout{"5.1", 0x3f, "5.1"},
+                                         NamedLayout{"slots8", 0x63f, "7.1"}),
+                         [](const auto& test) { return "Channels" + test.param.name.substr(0, 1); });
+
+} // namespace tarn_cli

@@ -1,0 +1,141 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <sys/stat.h>
+
+namespace tarn_cli
+{
+
+class OutputFiles : public CommandTest
+{
+protected:
+    void SetUp() override
+    {
+        CommandTest::SetUp();
+        writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(9000, 16));
+    }
+
+    mode_t modeOf(const std::string& name) const
+    {
+        struct stat status = {};
+        EXPECT_EQ(stat(at(name).c_str(), &status), 0);
+        return status.st_mode & 07777;
+    }
+
+    void expectRefusal(const Result& result, int exitCode, const std::string& message) const
+    {
+        EXPECT_EQ(result.exitCode, exitCode);
+        EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
+    }
+
+    using Names = std::vector<std::string>;
+};
+
+TEST_F(OutputFiles, StayAsTheyAreWithoutForce)
+{
+    writeBytes(at("out.wav"), "precious");
+    expectRefusal(tarn({"upmix", "in.wav", "out.wav"}), 64, "out.wav: exists already");
+    expectRefusal(tarn({"demo", "out.wav"}), 64, "out.wav: exists already");
+    EXPECT_EQ(bytesOf(at("out.wav")), "precious");
+    EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
+}
+
+TEST_F(OutputFiles, AreReplacedWithForceAndKeepTheirMode)
+{
+    writeBytes(at("out.wav"), "old");
+    chmod(at("out.wav").c_str(), 0640);
+    ASSERT_EQ(tarn({"upmix", "--force", "in.wav", "out.wav"}).exitCode, 0);
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 9000);
+    EXPECT_EQ(modeOf("out.wav"), 0640u);
+    EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
+}
+
+TEST_F(OutputFiles, StayAsTheyAreWhenAForcedRunFails)
+{
+    writeBytes(at("out.wav"), "precious");
+    std::filesystem::resize_file(at("in.wav"), 5000);
+    expectRefusal(tarn({"upmix", "--force", "in.wav", "out.wav"}), 65, "is cut short");
+    EXPECT_EQ(bytesOf(at("out.wav")), "precious");
+    EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
+}
+
+TEST_F(OutputFiles, HaveTheModeThatTheUmaskLeaves)
+{
+    ASSERT_EQ(shell("umask 027; \"$TARN\" upmix in.wav out.wav").exitCode, 0);
+    EXPECT_EQ(modeOf("out.wav"), 0640u);
+}
+
+TEST_F(OutputFiles, AreNeverTheInput)
+{
+    const std::string before = bytesOf(at("in.wav"));
+    std::filesystem::create_hard_link(at("in.wav"), at("hard.wav"));
+    std::filesystem::create_symlink("in.wav", at("soft.wav"));
+    for (const std::string name : {"in.wav", "hard.wav", "soft.wav", "./in.wav"}) {
+        expectRefusal(tarn({"upmix", "in.wav", name}), 64, name + ": is the input file");
+        expectRefusal(tarn({"upmix", "--force", "in.wav", name}), 64, name + ": is the input file");
+    }
+    const Result piped = runIn(
+        directory, {.arguments = {"upmix", "--force", "--raw", "48000:16", "-", "in.wav"}, .inputFile = at("in.wav")});
+    expectRefusal(piped, 64, "in.wav: is the input file");
+    EXPECT_EQ(bytesOf(at("in.wav")), before);
+    EXPECT_EQ(files(), (Names{"hard.wav", "in.wav", "soft.wav"}));
+}
+
+TEST_F(OutputFiles, AreNeverDevicesOrDirectories)
+{
+    std::filesystem::create_symlink("/dev/null", at("null.wav"));
+    std::filesystem::create_directory(at("folder.wav"));
+    std::filesystem::create_symlink("nowhere", at("broken.wav"));
+    for (const std::string name : {"null.wav", "folder.wav"})
+        expectRefusal(tarn({"upmix", "--force", "in.wav", name}), 73, name + ": exists and is not a regular file");
+    expectRefusal(tarn({"upmix", "--force", "in.wav", "broken.wav"}), 73, "points at nothing");
+    EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+    EXPECT_EQ(files(), (Names{"broken.wav", "folder.wav", "in.wav", "null.wav"}));
+}
+
+TEST_F(OutputFiles, BehindALinkAreReplacedAndTheLinkStays)
+{
+    std::filesystem::create_directory(at("folder"));
+    writeBytes(at("folder/real.wav"), "old");
+    std::filesystem::create_symlink("folder/real.wav", at("link.wav"));
+    ASSERT_EQ(tarn({"upmix", "--force", "in.wav", "link.wav"}).exitCode, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(at("link.wav")));
+    EXPECT_EQ(readAudio(at("folder/real.wav")).info.frames, 9000);
+    EXPECT_EQ(files(), (Names{"folder", "in.wav", "link.wav"}));
+}
+
+TEST_F(OutputFiles, ThatDoNotFitOnTheDiskAreReportedAndRemoved)
+{
+    // A limit of 1 or 8 blocks of 512 bytes: reached while writing, or, by a short FLAC file, when it is closed.
+    writeAudio(at("short.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
+    for (const std::string line :
+         {"ulimit -f 8; \"$TARN\" upmix in.wav out.wav", "ulimit -f 8; \"$TARN\" upmix in.wav out.flac",
+          "ulimit -f 1; \"$TARN\" upmix short.wav out.flac", "ulimit -f 1; \"$TARN\" upmix short.wav out.wav",
+          "ulimit -f 0; \"$TARN\" upmix in.wav out.wav"}) {
+        const Result result = shell(line);
+        expectRefusal(result, 74, "writing failed: File too large");
+        EXPECT_EQ(files(), (Names{"in.wav", "short.wav"})) << line;
+    }
+}
+
+TEST_F(OutputFiles, TakeInNoMessagesWhereStandardStreamsAreClosed)
+{
+    ASSERT_EQ(tarn({"upmix", "in.wav", "open.wav"}).exitCode, 0);
+    ASSERT_EQ(shell("\"$TARN\" upmix in.wav closed.wav 0<&- 1>&- 2>&-").exitCode, 0);
+    EXPECT_TRUE(bytesOf(at("closed.wav")) == bytesOf(at("open.wav")));
+    EXPECT_EQ(shell("\"$TARN\" upmix in.wav - 1>&-").exitCode, 74);
+    EXPECT_EQ(shell("\"$TARN\" upmix --raw 48000:16 - out.wav 0<&-").exitCode, 74);
+    EXPECT_EQ(files(), (Names{"closed.wav", "in.wav", "open.wav"}));
+}
+
+TEST_F(OutputFiles, OfAnyNameAreWritten)
+{
+    const std::string longest = std::string(251, 'x') + ".wav";
+    for (const std::string& name : {longest, std::string("with blank and 'quote'.WAV"), std::string("\xc3\xa4.flac")}) {
+        const Result result = tarn({"upmix", "in.wav", name});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(readAudio(at(name)).info.frames, 9000);
+    }
+}
+
+} // namespace tarn_cli

@@ -1,0 +1,206 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+namespace tarn_cli
+{
+
+/// Runs that are refused: the exit code, what the message says, and that no file is left.
+class Refusals : public CommandTest
+{
+protected:
+    void expectRefusal(const std::vector<std::string>& arguments, int exitCode, const std::string& message) const
+    {
+        const std::vector<std::string> before = files();
+        const Result result = tarn(arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << result.errors;
+        // The MP3 decoder prints a warning of its own before.
+        EXPECT_NE(("\n" + result.errors).find("\ntarn: "), std::string::npos) << result.errors;
+        EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(files(), before);
+    }
+
+    void expectBadInput(const std::string& name, int exitCode, const std::string& message) const
+    {
+        expectRefusal({"upmix", name, "out.wav"}, exitCode, "tarn: " + name + ": " + message);
+    }
+
+    void writeStereo(const std::string& name, int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16) const
+    {
+        writeAudio(at(name), format, 48000, 2, stereoNoise(9000, 16));
+    }
+
+    void cut(const std::string& name, std::uintmax_t bytes) const { std::filesystem::resize_file(at(name), bytes); }
+};
+
+TEST_F(Refusals, OfInputsThatCannotBeOpened)
+{
+    expectBadInput("missing.wav", 66, "cannot be opened: No such file or directory");
+    std::filesystem::create_directory(at("folder"));
+    expectBadInput("folder", 66, "is a directory");
+    ASSERT_EQ(shell("mkfifo pipe").exitCode, 0);
+    expectBadInput("pipe", 66, "is not a regular file");
+}
+
+TEST_F(Refusals, OfInputsThatAreNoAudio)
+{
+    writeBytes(at("empty.wav"), "");
+    expectBadInput("empty.wav", 65, "is empty, 0 bytes");
+    writeBytes(at("text.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
+    expectBadInput("text.wav", 65, "is not an audio file that can be read");
+    writeStereo("header.wav");
+    cut("header.wav", 30);
+    expectBadInput("header.wav", 65, "is not an audio file that can be read");
+}
+
+TEST_F(Refusals, OfHeadersWithoutFrames)
+{
+    writeAudio(at("none.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, {});
+    expectBadInput("none.wav", 65, "holds no audio: 0 frames");
+    writeAudio(at("none.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 2, {});
+    expectRefusal({"upmix", "none.flac", "out.wav"}, 65, "tarn: none.flac: ");
+    writeAudio(at("float.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, {});
+    expectBadInput("float.wav", 65, "holds no audio: 0 frames");
+}
+
+TEST_F(Refusals, OfWhatIsNotStereoSayHowToMakeIt)
+{
+    writeAudio(at("my mono.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1, stereoNoise(1000, 16));
+    expectBadInput("my mono.wav", 65,
+                   "is mono, and only stereo can be upmixed; put it on both channels with: "
+                   "ffmpeg -i 'my mono.wav' -ac 2 stereo.wav\n");
+    writeAudio(at("six.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
+    expectBadInput("six.wav", 65, "has 6 channels and is multichannel already");
+}
+
+TEST_F(Refusals, OfOtherRatesSayHowToResample)
+{
+    for (const int rate : {8000, 22050, 47999, 176400}) {
+        writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, 2, stereoNoise(1000, 16));
+        expectBadInput("in.wav", 65,
+                       "runs at " + std::to_string(rate) +
+                           " Hz, and the engine at 32000, 44100, 48000, "
+                           "64000, 88200, 96000 or 192000 Hz; resample it "
+                           "with: ffmpeg -i in.wav -ar 48000 48k.wav\n");
+    }
+}
+
+TEST_F(Refusals, OfTruncatedFilesSayWhatIsThere)
+{
+    const auto promises = [](std::size_t present) {
+        return "is cut short: it promises 9000 frames, but only " + std::to_string(present) +
+               " are there; copy the file again, or keep what is there with: ffmpeg -i in";
+    };
+    writeStereo("in.wav");
+    cut("in.wav", 44 + 4 * 5000);
+    expectBadInput("in.wav", 65, promises(5000));
+    cut("in.wav", 44 + 4 * 5000 - 1);
+    expectBadInput("in.wav", 65, promises(4999));
+    cut("in.wav", 44);
+    expectBadInput("in.wav", 65, promises(0));
+
+    writeStereo("in.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16);
+    cut("in.rf64", std::filesystem::file_size(at("in.rf64")) - 4 * 700);
+    expectBadInput("in.rf64", 65, promises(8300));
+
+    writeStereo("in.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_24);
+    cut("in.w64", std::filesystem::file_size(at("in.w64")) - 6 * 700);
+    expectBadInput("in.w64", 65, promises(8300));
+
+    writeStereo("in.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
+    cut("in.aiff", std::filesystem::file_size(at("in.aiff")) - 4 * 700);
+    expectBadInput("in.aiff", 65, promises(8300));
+
+    writeStereo("in.au", SF_FORMAT_AU | SF_FORMAT_FLOAT);
+    cut("in.au", std::filesystem::file_size(at("in.au")) - 8 * 700);
+    expectBadInput("in.au", 65, promises(8300));
+}
+
+TEST_F(Refusals, OfTruncatedCompressedFiles)
+{
+    for (const auto& [name, format] : std::vector<std::pair<std::string, int>>{
+             {"in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+             {"in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+             {"in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+             {"in.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},
+         }) {
+        writeAudio(at(name), format, 48000, 2, stereoNoise(96000, 16));
+        cut(name, std::filesystem::file_size(at(name)) / 2);
+        expectRefusal({"upmix", "--quiet", name, "out.wav"}, 65, "tarn: " + name + ": is cut short");
+    }
+}
+
+TEST_F(Refusals, OfOutputsThatCannotBeCreated)
+{
+    writeStereo("in.wav");
+    expectRefusal({"upmix", "in.wav", "missing/out.wav"}, 73, "cannot create a file in missing: No such file");
+    expectRefusal({"upmix", "in.wav", "in.wav/out.wav"}, 73, "cannot create a file in in.wav: Not a directory");
+    expectRefusal({"upmix", "in.wav", "/proc/out.wav"}, 73, "cannot create a file in /proc: ");
+    expectRefusal({"upmix", "in.wav", "out.mp3"}, 64, "end the name in .wav or .flac");
+    expectRefusal({"upmix", "--bits", "32", "in.wav", "out.flac"}, 64, "add --bits 24, or write a .wav file");
+    expectRefusal({"demo", "out.mp3"}, 64, "end the name in .wav or .flac");
+}
+
+TEST_F(Refusals, OfOptionsThatDoNotFit)
+{
+    writeStereo("in.wav");
+    writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
+    expectRefusal({}, 64, "no command: say upmix or demo");
+    expectRefusal({"upmix"}, 64, "INPUT");
+    expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
+    expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64, "--bogus");
+    expectRefusal({"upmix", "--layout", "7.1", "in.wav", "out.wav"}, 64, "--layout: 7.1");
+    expectRefusal({"upmix", "--bits", "20", "in.wav", "out.wav"}, 64, "--bits: 20");
+    expectRefusal({"upmix", "--mode", "3", "in.wav", "out.wav"}, 64, "--mode: 3");
+    expectRefusal({"upmix", "--mix-fraction", "1.5", "in.wav", "out.wav"}, 64, "--mix-fraction");
+    expectRefusal({"upmix", "--mix-fraction", "nan", "in.wav", "out.wav"}, 64, "--mix-fraction");
+    expectRefusal({"upmix", "--layout", "slots8", "in.wav", "out.wav"}, 64, "add --remap FILE");
+    expectRefusal({"upmix", "--remap", "matrix.txt", "in.wav", "out.wav"}, 64, "only --layout slots8 takes a matrix");
+    expectRefusal({"upmix", "--raw", "48000:16", "in.wav", "out.wav"}, 64, "INPUT and OUTPUT are both files");
+    expectRefusal({"upmix", "-", "out.wav"}, 64, "add --raw RATE:BITS");
+    expectRefusal({"upmix", "--raw", "48000", "-", "out.wav"}, 64, "not RATE:BITS");
+    expectRefusal({"upmix", "--raw", "48000:16x", "-", "out.wav"}, 64, "not RATE:BITS");
+    expectRefusal({"upmix", "--raw", "22050:16", "-", "out.wav"}, 64, "does not run at this rate");
+    expectRefusal({"upmix", "--raw", "48000:8", "-", "out.wav"}, 64, "use 16, 24 or 32 bits");
+    expectRefusal({"upmix", "--raw", "44100:16", "in.wav", "-"}, 64, "in.wav runs at 48000 Hz");
+    expectRefusal({"upmix", "--raw", "48000:16", "--bits", "24", "in.wav", "-"}, 64, "contradicts --raw 48000:16");
+}
+
+TEST_F(Refusals, OfRemapFilesNameTheLine)
+{
+    writeStereo("in.wav");
+    const auto expectBadMatrix = [this](const std::string& text, int code, const std::string& message) {
+        writeBytes(at("m.txt"), text);
+        expectRefusal({"upmix", "--layout", "slots8", "--remap", "m.txt", "in.wav", "out.wav"}, code, message);
+    };
+    expectBadMatrix("1 0 0 0\n# none\n0 1 0\n0 0 0 0\n", 65, "m.txt: line 3: 3 gains; a row has 4");
+    expectBadMatrix("1 0 0 0 0\n", 65, "m.txt: line 1: 5 gains; a row has 4");
+    expectBadMatrix("1 0 0 0\n0 1 0 0\n", 65, "m.txt: line 2: ends after 2 rows; a matrix has 3");
+    expectBadMatrix("", 65, "ends after 0 rows");
+    expectBadMatrix("1 0 0 0\n0 1 0 0\n0 0 0 0\n\n0 0 0 0\n", 65, "m.txt: line 5: a fourth row");
+    expectBadMatrix("1 0 0 0\n0 x 0 0\n", 65, "m.txt: line 2: 'x' is not a decimal number");
+    expectBadMatrix("1 0 0 1.5z\n", 65, "m.txt: line 1: '1.5z' is not a decimal number");
+    expectBadMatrix("1 0 0 nan\n", 65, "'nan' is not a decimal number");
+    expectBadMatrix("1 0 0 -inf\n", 65, "'-inf' is not a decimal number");
+    expectBadMatrix("1 0 0 +-1\n", 65, "'+-1' is not a decimal number");
+    expectBadMatrix("1 0 0 8\n", 65, "gain 8 is out of range");
+    expectBadMatrix("1 0 0 7.9999999999\n", 65, "gain 7.9999999999 is out of range");
+    expectBadMatrix("1 0 0 -8.1\n", 65, "gain -8.1 is out of range");
+    expectBadMatrix("1 0 0 1e999\n", 65, "gain 1e999 is out of range");
+    expectRefusal({"upmix", "--layout", "slots8", "--remap", "none.txt", "in.wav", "out.wav"}, 66,
+                  "none.txt: the remap file cannot be opened: No such file");
+}
+
+TEST_F(Refusals, DoNotMeetMatricesThatMayWrapWhichAreNoted)
+{
+    writeStereo("in.wav");
+    writeBytes(at("m.txt"), "-8 0 0.5 0\n0 1 -0.5 0\n0 0 0.25 7.99\n");
+    const Result result = tarn({"upmix", "--layout", "slots8", "--remap", "m.txt", "in.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.errors.find("column 1 (FL) sum to 8 in magnitude"), std::string::npos) << result.errors;
+    EXPECT_EQ(result.errors.find("column 2"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("column 3 (SL) sum to 1.25 in magnitude"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("column 4 (SR) sum to 7.99 in magnitude"), std::string::npos) << result.errors;
+}
+
+} // namespace tarn_cli

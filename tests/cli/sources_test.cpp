@@ -1,0 +1,174 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+#include "tests/cli/engine_output.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+/// What a floating-point sample is in left-justified 32 bits after a gain.
+std::int32_t scaled(float sample, double gain)
+{
+    const double wide = std::round(static_cast<double>(sample) * gain * 0x1p31);
+    return static_cast<std::int32_t>(std::clamp(wide, -0x1p31, 0x1p31 - 1.0));
+}
+
+std::vector<float> noiseWithPeak(std::size_t frames, float peak)
+{
+    std::vector<float> samples;
+    for (const std::int32_t sample : stereoNoise(frames, 16)) samples.push_back(static_cast<float>(sample) * 0x1p-32f);
+    samples[frames / 2 * 2] = -peak;
+    return samples;
+}
+
+Samples scaledSamples(const std::vector<float>& samples, double gain)
+{
+    Samples result;
+    for (const float sample : samples) result.push_back(scaled(sample, gain));
+    return result;
+}
+
+} // namespace
+
+/// A format with the width that its upmix has by default.
+struct DefaultWidth
+{
+    std::string name;
+    std::string file;
+    int format;
+    int width; ///< SF_FORMAT_PCM_*
+};
+
+class DefaultWidths : public CommandTest, public testing::WithParamInterface<DefaultWidth>
+{};
+
+TEST_P(DefaultWidths, IsThatOfTheSourceAndForLossyOnes24)
+{
+    const DefaultWidth& source = GetParam();
+    Samples stereo = stereoNoise(9000, 16);
+    for (std::int32_t& sample : stereo) sample /= 4;
+    writeAudio(at(source.file), source.format, 48000, 2, stereo);
+    const Result result = tarn({"upmix", source.file, "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    const Audio output = readAudio(at("out.wav"));
+    EXPECT_EQ(output.info.format & SF_FORMAT_SUBMASK, source.width);
+    EXPECT_EQ(output.info.frames, readAudio(at(source.file)).info.frames);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Command, DefaultWidths,
+    testing::Values(DefaultWidth{"Wave8", "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, SF_FORMAT_PCM_16},
+                    DefaultWidth{"Wave16", "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_PCM_16},
+                    DefaultWidth{"Aiff24", "in.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_24, SF_FORMAT_PCM_24},
+                    DefaultWidth{"Caf32", "in.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_32, SF_FORMAT_PCM_32},
+                    DefaultWidth{"Flac16", "in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, SF_FORMAT_PCM_16},
+                    DefaultWidth{"Flac24", "in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, SF_FORMAT_PCM_24},
+                    DefaultWidth{"Alac16", "in.caf", SF_FORMAT_CAF | SF_FORMAT_ALAC_16, SF_FORMAT_PCM_16},
+                    DefaultWidth{"Alac20", "in.caf", SF_FORMAT_CAF | SF_FORMAT_ALAC_20, SF_FORMAT_PCM_24},
+                    DefaultWidth{"Float", "in.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, SF_FORMAT_PCM_24},
+                    DefaultWidth{"MuLaw", "in.au", SF_FORMAT_AU | SF_FORMAT_ULAW, SF_FORMAT_PCM_24},
+                    DefaultWidth{"Vorbis", "in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, SF_FORMAT_PCM_24},
+                    DefaultWidth{"Opus", "in.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS, SF_FORMAT_PCM_24},
+                    DefaultWidth{"Mp3", "in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, SF_FORMAT_PCM_24}),
+    [](const auto& test) { return test.param.name; });
+
+class Sources : public CommandTest
+{};
+
+TEST_F(Sources, AboveFullScaleAreScaledDownByOneGainWhichIsStated)
+{
+    const std::vector<float> samples = noiseWithPeak(9000, 1.5f);
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    // 20 log10 1.5 = 3.5218
+    EXPECT_NE(result.errors.find("tarn: in.wav: peak +3.52 dB above full scale: scaled down by 3.52 dB\n"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(samples, 1.0 / 1.5), {.bits = 24}));
+}
+
+TEST_F(Sources, ThatALossyCodecDecodesAboveFullScaleAreScaledDownAlike)
+{
+    std::vector<float> square;
+    for (int i = 0; i < 2 * 9000; ++i) square.push_back(i / 2 / 50 % 2 == 0 ? 1.0f : -1.0f);
+    writeFloats(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 48000, 2, square);
+    const std::vector<float> decoded = readFloats(at("in.ogg"));
+    const auto quieter = [](float a, float b) { return std::abs(a) < std::abs(b); };
+    const double peak = std::abs(static_cast<double>(*std::max_element(decoded.begin(), decoded.end(), quieter)));
+    ASSERT_GT(peak, 1.0);
+
+    const Result result = tarn({"upmix", "in.ogg", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    char decibels[16];
+    std::snprintf(decibels, sizeof decibels, "%.2f dB", 20.0 * std::log10(peak));
+    EXPECT_NE(result.errors.find(std::string("scaled down by ") + decibels), std::string::npos) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(decoded, 1.0 / peak), {.bits = 24}));
+}
+
+TEST_F(Sources, UpToFullScaleAreNotScaled)
+{
+    const std::vector<float> samples = noiseWithPeak(9000, 1.0f);
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors.find("scaled"), std::string::npos) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(samples, 1.0), {.bits = 24}));
+}
+
+TEST_F(Sources, AreReadWithoutAWordWhenQuiet)
+{
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, noiseWithPeak(9000, 1.5f));
+    const Result result = tarn({"upmix", "--quiet", "in.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.output, "");
+}
+
+TEST_F(Sources, WithSamplesThatAreNotFiniteAreRefusedWithTheFrame)
+{
+    for (const float bad : {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()}) {
+        std::vector<float> samples = noiseWithPeak(9000, 0.5f);
+        samples[2 * 4321 + 1] = bad;
+        writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+        const Result result = tarn({"upmix", "in.wav", "out.wav"});
+        EXPECT_EQ(result.exitCode, 65);
+        EXPECT_NE(result.errors.find("frame 4321 "), std::string::npos) << result.errors;
+        EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
+    }
+}
+
+TEST_F(Sources, WhoseLengthAStreamingEncoderCouldNotKnowAreReadToTheEnd)
+{
+    const Samples stereo = stereoNoise(9000, 16);
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereo);
+    const Samples expected = engineOutput(stereo, {});
+
+    std::string wave = bytesOf(at("in.wav"));
+    const std::size_t size = wave.find("data") + 4;
+    for (const std::string placeholder : {"\xff\xff\xff\xff", "\xff\xff\xff\x7f"}) {
+        writeBytes(at("stream.wav"), wave.replace(size, 4, placeholder));
+        const Result result = tarn({"upmix", "--force", "stream.wav", "out.wav"});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+    }
+
+    writeAudio(at("in.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 2, stereo);
+    std::string flac = bytesOf(at("in.flac"));
+    // The number of frames: the last 36 bits before the checksum of the first metadata block.
+    flac[21] = static_cast<char>(flac[21] & 0xf0);
+    flac.replace(22, 4, 4, '\0');
+    writeBytes(at("stream.flac"), flac);
+    const Result result = tarn({"upmix", "--force", "stream.flac", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+}
+
+} // namespace tarn_cli

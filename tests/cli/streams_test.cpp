@@ -1,0 +1,122 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+#include "tests/cli/engine_output.h"
+
+namespace tarn_cli
+{
+
+class Streams : public CommandTest
+{};
+
+TEST_F(Streams, ThroughPipesEqualFiles)
+{
+    for (const unsigned bits : {16u, 24u, 32u}) {
+        const Samples stereo = stereoNoise(10007, bits);
+        const std::string raw = "44100:" + std::to_string(bits);
+        const Samples expected = engineOutput(stereo, {.sampleRate = 44100, .bits = bits});
+        const int subtype = bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32;
+        writeAudio(at("in.wav"), SF_FORMAT_WAV | subtype, 44100, 2, stereo);
+
+        const Result through = tarnFed(pcmOf(stereo, bits), {"upmix", "--raw", raw, "-", "-"});
+        EXPECT_EQ(through.exitCode, 0) << through.errors;
+        EXPECT_TRUE(through.output == pcmOf(expected, bits));
+
+        const Result out = tarn({"upmix", "--raw", raw, "in.wav", "-"});
+        EXPECT_EQ(out.exitCode, 0) << out.errors;
+        EXPECT_TRUE(out.output == pcmOf(expected, bits));
+
+        const Result in = tarnFed(pcmOf(stereo, bits), {"upmix", "--force", "--raw", raw, "-", "out.wav"});
+        EXPECT_EQ(in.exitCode, 0) << in.errors;
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+    }
+}
+
+TEST_F(Streams, TakeTheirWidthFromTheFileOrTheOptions)
+{
+    const Samples stereo = stereoNoise(3000, 24);
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48000, 2, stereo);
+    const auto expected = [&](unsigned bits) { return pcmOf(engineOutput(stereo, {.bits = bits}), bits); };
+    EXPECT_TRUE(tarn({"upmix", "in.wav", "-"}).output == expected(24));
+    EXPECT_TRUE(tarn({"upmix", "--bits", "32", "in.wav", "-"}).output == expected(32));
+    EXPECT_TRUE(tarn({"upmix", "--raw", "48000:16", "in.wav", "-"}).output == expected(16));
+    EXPECT_TRUE(tarnFed(pcmOf(stereo, 24), {"upmix", "--raw", "48000:24", "--bits", "16", "-", "-"}).output ==
+                expected(16));
+}
+
+TEST_F(Streams, OfOtherLayoutsAndWithoutAlignmentEqualTheEngine)
+{
+    const Samples stereo = stereoNoise(3001, 16);
+    EXPECT_TRUE(
+        tarnFed(pcmOf(stereo, 16), {"upmix", "--raw", "48000:16", "--layout", "5.1", "--no-align", "-", "-"}).output ==
+        pcmOf(engineOutput(stereo, {.layout = "5.1", .align = false}), 16));
+}
+
+TEST_F(Streams, ThatComeInPiecesAreTheSame)
+{
+    const Samples stereo = stereoNoise(700, 16);
+    writeBytes(at("in.raw"), pcmOf(stereo, 16));
+    // Writes of 7 bytes, which cut samples, frames and blocks.
+    const Result result = shell("dd if=in.raw bs=7 status=none | \"$TARN\" upmix --raw 48000:16 - out.wav");
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {}));
+}
+
+TEST_F(Streams, ThatEndInsideAFrameKeepWholeFramesOnStandardOutputOnly)
+{
+    const Samples stereo = stereoNoise(1000, 16);
+    const std::string bytes = pcmOf(stereo, 16) + "abc";
+    const Result through = tarnFed(bytes, {"upmix", "--raw", "48000:16", "-", "-"});
+    EXPECT_EQ(through.exitCode, 65);
+    EXPECT_NE(through.errors.find("3 bytes left over after 1000 frames; check that --raw 48000:16"), std::string::npos)
+        << through.errors;
+    EXPECT_TRUE(through.output == pcmOf(engineOutput(stereo, {}), 16));
+
+    const Result toFile = tarnFed(bytes, {"upmix", "--raw", "48000:16", "-", "out.wav"});
+    EXPECT_EQ(toFile.exitCode, 65);
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(Streams, ThatAreEmptyAreRefused)
+{
+    const Result result = tarnFed("", {"upmix", "--raw", "48000:16", "-", "out.wav"});
+    EXPECT_EQ(result.exitCode, 65);
+    EXPECT_NE(result.errors.find("standard input: holds no audio: 0 frames"), std::string::npos) << result.errors;
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(Streams, AreNotWrittenToATerminal)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
+    const Result result = runIn(
+        directory, {.arguments = {"-qec", "'" TARN_COMMAND "' upmix in.wav -", "/dev/null"}, .program = "script"});
+    EXPECT_EQ(result.exitCode, 64);
+    EXPECT_NE(result.output.find("is a terminal, which cannot show raw PCM"), std::string::npos) << result.output;
+}
+
+TEST_F(Streams, WhoseReaderFailsAreReported)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
+    const Result result = shell("\"$TARN\" upmix in.wav - > /dev/full");
+    EXPECT_EQ(result.exitCode, 74);
+    EXPECT_NE(result.errors.find("standard output: writing failed: No space left on device"), std::string::npos)
+        << result.errors;
+}
+
+TEST_F(Streams, OfAnyLengthTakeTheSameMemory)
+{
+    const auto peakKibibytes = [this](std::uintmax_t seconds) {
+        writeBytes(at("in.raw"), "");
+        std::filesystem::resize_file(at("in.raw"), seconds * 32000 * 4);
+        const Result result = runIn(
+            directory,
+            {.arguments = {"upmix", "--raw", "32000:16", "-", "-"}, .inputFile = at("in.raw"), .outputNull = true});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        return result.peakKibibytes;
+    };
+    const long shortStream = peakKibibytes(20);
+    const long longStream = peakKibibytes(600);
+    EXPECT_GT(shortStream, 0);
+    EXPECT_LT(longStream - shortStream, 1024);
+}
+
+} // namespace tarn_cli
