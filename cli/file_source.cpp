@@ -86,8 +86,8 @@ std::string repairHint(const std::string& path)
 
 Failure cutShort(const std::string& path, std::uint64_t promised, std::uint64_t present, const std::string& unit)
 {
-    return {EX_DATAERR, path + ": is cut short: it promises " + std::to_string(promised) + " " + unit + ", but only " +
-                            std::to_string(present) + " are there" + repairHint(path)};
+    return {EX_DATAERR, path + ": is cut short or damaged: it promises " + std::to_string(promised) + " " + unit +
+                            ", but only " + std::to_string(present) + " are there" + repairHint(path)};
 }
 
 Failure noAudio(const std::string& path)

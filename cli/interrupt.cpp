@@ -39,7 +39,7 @@ void catchInterrupts()
     if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0)
         throw Failure(EX_SOFTWARE, "cannot create a pipe: " + systemError(errno));
 
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         struct sigaction action = {};
         sigaction(signalNumber, nullptr, &action);
         if (action.sa_handler == SIG_IGN) continue;

@@ -24,12 +24,14 @@ constexpr const char* kMainFooter = R"(Examples:
 Exit codes:
   0   done
   64  wrong usage, or OUTPUT exists already (add --force) or is INPUT
-  65  INPUT cannot be upmixed: not stereo, another sample rate, cut short, empty, damaged
-  66  INPUT is missing or cannot be read
+  65  INPUT cannot be upmixed: not stereo, another sample rate, cut short, empty, damaged;
+      or the remap file holds no matrix
+  66  INPUT or the remap file is missing or cannot be read
   70  internal error
   73  OUTPUT cannot be created
   74  reading or writing failed, for example on a full disk
-  An interrupted run (Ctrl-C) dies by the signal. Whatever goes wrong, no half-written file is left.
+  An interrupted run (Ctrl-C, or a pipe whose reader goes away) dies by the signal. Whatever goes wrong, no
+  half-written file is left, unless the run is killed outright (SIGKILL, power).
 )";
 
 constexpr const char* kUpmixFooter =

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <string_view>
 
 #include <poll.h>
 #include <unistd.h>
@@ -45,6 +46,7 @@ std::size_t RawSource::read(std::int32_t* stereo, std::size_t capacity)
         if (got == 0) return 0;
         if (got > 0) {
             partial += static_cast<std::size_t>(got);
+            if (position == 0) refuseFileFormats();
         } else if (!isTransient(errno)) {
             throw Failure(EX_IOERR, "standard input: reading failed: " + systemError(errno));
         }
@@ -58,6 +60,14 @@ std::size_t RawSource::read(std::int32_t* stereo, std::size_t capacity)
     partial -= frames * frameBytes;
     position += frames;
     return frames;
+}
+
+void RawSource::refuseFileFormats() const
+{
+    for (const std::string_view mark : {"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"})
+        if (partial >= mark.size() && std::equal(mark.begin(), mark.end(), bytes.begin()))
+            throw Failure(EX_DATAERR, "standard input: begins with '" + std::string(mark) +
+                                          "', so it is an audio file and not raw PCM; name the file instead of '-'");
 }
 
 void RawSource::verifyEnd() const

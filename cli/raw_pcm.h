@@ -23,6 +23,9 @@ public:
     void verifyEnd() const override;
 
 private:
+    /// Throws Failure if the first bytes are those of an audio file, which would be heard as a burst of noise.
+    void refuseFileFormats() const;
+
     StreamFormat streamFormat;
     std::vector<std::uint8_t> bytes; ///< of the frames being read
     std::size_t partial = 0;         ///< bytes at its start that do not make a frame yet

@@ -18,6 +18,7 @@ namespace
 
 constexpr std::size_t kRows = 3;
 constexpr std::size_t kColumns = 4;
+constexpr std::size_t kMaxBytes = 65536;
 constexpr double kUnity = 0x1p28;
 constexpr double kLimit = 0x1p31;
 
@@ -53,6 +54,24 @@ std::vector<std::string> wordsOf(const std::string& line)
     return words;
 }
 
+/// The text of a file, which is short for a matrix with many comments.
+std::string contentsOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw Failure(EX_NOINPUT, path + ": the remap file cannot be opened: " + systemError(errno) +
+                                      "; check the name and that you may read it");
+    std::string contents(kMaxBytes + 1, '\0');
+    errno = 0;
+    file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
+    if (file.bad() || errno == EISDIR)
+        throw Failure(EX_NOINPUT, path + ": the remap file cannot be read: " + systemError(errno));
+    contents.resize(static_cast<std::size_t>(file.gcount()));
+    if (contents.size() > kMaxBytes || contents.find('\0') != std::string::npos)
+        throw Failure(EX_DATAERR, path + ": is not a remap file, which is a short text; tarn upmix --help shows one");
+    return contents;
+}
+
 std::vector<std::string> wrapNotes(const std::string& path, const RemapMatrix& matrix)
 {
     constexpr const char* kSlots[kColumns] = {"FL", "FR", "SL", "SR"};
@@ -71,11 +90,7 @@ std::vector<std::string> wrapNotes(const std::string& path, const RemapMatrix& m
 
 RemapFile readRemapFile(const std::string& path)
 {
-    std::ifstream file(path);
-    if (!file)
-        throw Failure(EX_NOINPUT, path + ": the remap file cannot be opened: " + systemError(errno) +
-                                      "; check the name and that you may read it");
-
+    std::istringstream file(contentsOf(path));
     RemapFile remap{};
     std::size_t rows = 0;
     std::size_t lineNumber = 0;
@@ -87,12 +102,10 @@ RemapFile readRemapFile(const std::string& path)
         if (rows == kRows) throw Failure(EX_DATAERR, place + ": a fourth row; a matrix has 3 (FL, FR, centre)");
         if (words.size() != kColumns)
             throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) +
-                                          " gains; a row has 4, one each for FL, FR, SL, SR");
+                                          " gains; a row has 4, one each for FL, FR, SL, SR, separated by spaces");
         for (std::size_t c = 0; c < kColumns; ++c) remap.matrix[rows][c] = parseGain(place, words[c]);
         ++rows;
     }
-    if (file.bad() || (rows == 0 && lineNumber == 0 && errno == EISDIR))
-        throw Failure(EX_NOINPUT, path + ": the remap file cannot be read: " + systemError(errno));
     if (rows != kRows)
         throw Failure(EX_DATAERR, path + ": line " + std::to_string(lineNumber) + ": ends after " +
                                       std::to_string(rows) + " rows; a matrix has 3 (FL, FR, centre)");

@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -44,7 +45,11 @@ void checkOptions(const UpmixOptions& options, const Layout& layout)
     if (isStream(options.input) && !options.raw)
         throw Failure(EX_USAGE, "standard input: raw PCM does not say what it is; add --raw RATE:BITS, for example "
                                 "--raw 48000:16");
-    if (!isStream(options.output)) containerOf(options.output);
+    if (isStream(options.output)) return;
+    containerOf(options.output);
+    std::error_code ignored;
+    if (!options.remapFile.empty() && std::filesystem::equivalent(options.output, options.remapFile, ignored))
+        throw Failure(EX_USAGE, options.output + ": is the remap file; choose another name for the output");
 }
 
 /// The format that the engine runs in, which is the output's.

@@ -10,7 +10,8 @@
 /// 0x4000, 0x10000  right: input, output front right     0x80000  output of remap column 3
 /// 0x200, 0x1000    centre: output, plain path only      others   never touched
 ///
-/// A role's slot is the first one that carries one of its codes.
+/// A role's slot is the first one that carries one of its codes; of a role's two codes, either will do. These are not
+/// the bits of WAVE channel masks.
 struct audio_channel_assignment_t
 {
     std::uint32_t code[8];
@@ -19,8 +20,11 @@ struct audio_channel_assignment_t
 /// What a host holds: one stream's engine, its configuration and the block driver.
 ///
 /// One object serves one thread at a time and takes no locks. Its first process call, and every later one that brings
-/// another sample rate or width, refills process-wide tables: no two objects may do so at the same time on different
-/// threads. All other process calls are real-time safe.
+/// another sample rate or width, refills process-wide tables: no other object's process call may run at the same time
+/// on another thread. All other process calls are real-time safe.
+///
+/// The output comes 960 frames after the input, at every rate. To bring out the last of a stream, process 960 frames of
+/// silence; to start anew, as after a seek, take a new object.
 class [[gnu::visibility("default")]] zrk_tarn_processor_t
 {
 public:
@@ -32,10 +36,11 @@ public:
     zrk_tarn_processor_t(const zrk_tarn_processor_t&) = delete;
     zrk_tarn_processor_t& operator=(const zrk_tarn_processor_t&) = delete;
 
-    /// Stores the configuration, which the next change of the stream format puts into effect. Returns 0.
+    /// Stores the configuration, which the first process call, and later the next change of the stream format, puts
+    /// into effect. Returns 0.
     ///
-    /// mode         0: engine mode 1; 1 and all others: engine mode 2; 2: engine mode 4, which the engine rejects,
-    ///              keeping the mode flags that it had
+    /// mode         0: strong steering is followed fast; 1: calmer, at medium speed. These are modes 1 and 2 of the
+    ///              engine; 2 becomes its mode 4, which it rejects, keeping what it had; all others are taken as 1
     /// option       passed on to the engine, which does not read it
     /// mixFraction  0.0 to 1.0
     std::uint32_t setup(std::int32_t mode, std::int32_t option, float mixFraction) noexcept;
@@ -46,13 +51,15 @@ public:
     ///                28 fraction bits: 0x10000000 is unity
     std::uint32_t set_remap_coeff(unsigned(*coeff)[4]) noexcept;
 
-    /// Upmixes a buffer of interleaved PCM in place. Always returns 0.
+    /// Upmixes a buffer of interleaved PCM in place. Always returns 0: after a call, leftSlot, rightSlot and centreSlot
+    /// (or both remap slots) that are not -1 tell that the assignment was understood.
     ///
     /// buffer         frameCount x channelCount signed little-endian samples, right-justified in containers of
     ///                (bitsPerSample + 7) / 8 bytes; containers of 2, 3 and 4 bytes are processed
     ///                null processes nothing
-    /// frameCount     frames; cut into blocks of 64, the last one padded with silence to a whole block: nothing is
-    ///                carried over between calls, so streams want multiples of 64
+    /// frameCount     frames; cut into blocks of 64, the last one padded with silence to a whole block. Nothing is
+    ///                carried over between calls: any other number than a multiple of 64 but at the end of a stream
+    ///                puts a gap into it, so hosts with other buffers queue them to multiples of 64
     /// channelCount   slots per frame, 0 to 8; more are left unprocessed, and the stored assignment stays as it was
     /// sampleRate     Hz; 32000, 44100, 48000, 64000, 88200, 96000 or 192000, others run on what was set before
     /// bitsPerSample  bits

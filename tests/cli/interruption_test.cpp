@@ -48,7 +48,7 @@ protected:
 
 TEST_F(Interruption, LeavesNothingAndDiesByTheSignal)
 {
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         Process process(toFile, directory, input[0], sink, sink);
         const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
         ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));

@@ -1,6 +1,8 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
+#include <fstream>
+
 #include <sys/stat.h>
 
 namespace tarn_cli
@@ -126,6 +128,17 @@ TEST_F(OutputFiles, TakeInNoMessagesWhereStandardStreamsAreClosed)
     EXPECT_EQ(shell("\"$TARN\" upmix in.wav - 1>&-").exitCode, 74);
     EXPECT_EQ(shell("\"$TARN\" upmix --raw 48000:16 - out.wav 0<&-").exitCode, 74);
     EXPECT_EQ(files(), (Names{"closed.wav", "in.wav", "open.wav"}));
+}
+
+TEST_F(OutputFiles, NeverReplaceTheRemapFile)
+{
+    const std::string matrix = "1 0 0 0\n0 1 0 0\n0 0 1 0\n";
+    std::ofstream(at("matrix.wav")) << matrix;
+    const Result result =
+        tarn({"upmix", "--force", "--layout", "slots8", "--remap", "matrix.wav", "in.wav", "matrix.wav"});
+    EXPECT_EQ(result.exitCode, 64);
+    EXPECT_NE(result.errors.find("matrix.wav: is the remap file"), std::string::npos) << result.errors;
+    EXPECT_EQ(bytesOf(at("matrix.wav")), matrix);
 }
 
 TEST_F(OutputFiles, OfAnyNameAreWritten)

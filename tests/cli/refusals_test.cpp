@@ -88,7 +88,7 @@ TEST_F(Refusals, OfOtherRatesSayHowToResample)
 TEST_F(Refusals, OfTruncatedFilesSayWhatIsThere)
 {
     const auto promises = [](std::size_t present) {
-        return "is cut short: it promises 9000 frames, but only " + std::to_string(present) +
+        return "is cut short or damaged: it promises 9000 frames, but only " + std::to_string(present) +
                " are there; copy the file again, or keep what is there with: ffmpeg -i in";
     };
     writeStereo("in.wav");
@@ -187,6 +187,10 @@ TEST_F(Refusals, OfRemapFilesNameTheLine)
     expectBadMatrix("1 0 0 7.9999999999\n", 65, "gain 7.9999999999 is out of range");
     expectBadMatrix("1 0 0 -8.1\n", 65, "gain -8.1 is out of range");
     expectBadMatrix("1 0 0 1e999\n", 65, "gain 1e999 is out of range");
+    expectRefusal({"upmix", "--layout", "slots8", "--remap", "/dev/zero", "in.wav", "out.wav"}, 65,
+                  "/dev/zero: is not a remap file");
+    expectRefusal({"upmix", "--layout", "slots8", "--remap", ".", "in.wav", "out.wav"}, 66,
+                  ".: the remap file cannot be read: Is a directory");
     expectRefusal({"upmix", "--layout", "slots8", "--remap", "none.txt", "in.wav", "out.wav"}, 66,
                   "none.txt: the remap file cannot be opened: No such file");
 }

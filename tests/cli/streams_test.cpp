@@ -61,6 +61,18 @@ TEST_F(Streams, ThatComeInPiecesAreTheSame)
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {}));
 }
 
+TEST_F(Streams, OfAudioFilesAreRefused)
+{
+    for (const std::string mark : {"RIFF", "fLaC", "OggS"}) {
+        const Result result = tarnFed(mark + std::string(4000, 'x'), {"upmix", "--raw", "48000:16", "-", "out.wav"});
+        EXPECT_EQ(result.exitCode, 65);
+        EXPECT_NE(result.errors.find("begins with '" + mark + "', so it is an audio file and not raw PCM"),
+                  std::string::npos)
+            << result.errors;
+    }
+    EXPECT_TRUE(files().empty());
+}
+
 TEST_F(Streams, ThatEndInsideAFrameKeepWholeFramesOnStandardOutputOnly)
 {
     const Samples stereo = stereoNoise(1000, 16);
