@@ -129,25 +129,3 @@ TEST_F(Tables, FillingAgainWritesTheSameBits)
     cosModTablesInit();
     EXPECT_EQ(0, std::memcmp(before.data(), dct4Table64, sizeof dct4Table64));
 }
-
-TEST(PrototypeFilter, IsAntisymmetricBitForBit)
-{
-    for (int i = 0; i < 512; ++i) {
-        const float mirrored = -lpf[1023 - i];
-        EXPECT_EQ(0, std::memcmp(&lpf[i], &mirrored, sizeof mirrored)) << "tap " << i;
-    }
-}
-
-TEST(PrototypeFilter, HasUnityGainAtDcWithoutItsSigns)
-{
-    double sum = 0.0;
-    for (int i = 0; i < 1024; ++i) sum += static_cast<double>(i / 128 % 2 == 0 ? lpf[i] : -lpf[i]);
-    EXPECT_NEAR(sum, 1.0, 1e-7);
-}
-
-TEST(PrototypeFilter, PeaksAtTheCentreWithTheSignsOfItsRuns)
-{
-    for (int i = 0; i < 1024; ++i) EXPECT_LE(std::fabs(lpf[i]), std::fabs(lpf[511]));
-    EXPECT_LT(lpf[511], 0.0f);
-    EXPECT_GT(lpf[512], 0.0f);
-}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <random>
+
+namespace design
+{
+
+/// Pink noise of unit power: independent white noises through first-order low-passes an octave apart, each with twice
+/// the power density of the next higher one, which add up to 1 / f within a fraction of a decibel.
+class PinkNoise
+{
+public:
+    explicit PinkNoise(std::uint64_t seed) : white_(seed)
+    {
+        double power = 0.0;
+        for (std::size_t k = 0; k < kOctaves; ++k) {
+            const double cutoff = 3.141592653589793 / static_cast<double>(1u << k); // radians per sample
+            pole_[k] = cutoff / (1.0 + cutoff);
+            gain_[k] = std::sqrt(static_cast<double>(1u << k));
+            power += gain_[k] * gain_[k] * pole_[k] / (2.0 - pole_[k]) / 3.0;
+        }
+        for (double& gain : gain_) gain /= std::sqrt(power);
+    }
+
+    double next()
+    {
+        double sum = 0.0;
+        for (std::size_t k = 0; k < kOctaves; ++k) {
+            state_[k] += pole_[k] * (uniform() - state_[k]);
+            sum += gain_[k] * state_[k];
+        }
+        return sum;
+    }
+
+private:
+    static constexpr std::size_t kOctaves = 10;
+
+    /// -1 to 1; the generator is standardised, so that every machine gets the same noise.
+    double uniform() { return static_cast<double>(white_() >> 11) * 0x1p-52 - 1.0; }
+
+    std::mt19937_64 white_;
+    std::array<double, kOctaves> pole_{};
+    std::array<double, kOctaves> gain_{};
+    std::array<double, kOctaves> state_{};
+};
+
+} // namespace design

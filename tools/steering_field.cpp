@@ -1,0 +1,60 @@
+#include "tools/steering_field.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace design
+{
+
+namespace
+{
+
+constexpr int kBlock = 64;
+constexpr int kBits = 24;
+constexpr double kLevel = 0.05 * 8388607.0; ///< of unit power, 26 dB below full scale
+
+void storeSample(double value, std::uint8_t* position)
+{
+    const auto sample = static_cast<std::uint32_t>(static_cast<std::int32_t>(std::clamp(value, -8388608.0, 8388607.0)));
+    for (int j = 0; j < 3; ++j) position[j] = static_cast<std::uint8_t>(sample >> (8 * j));
+}
+
+} // namespace
+
+SteeringField::SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds* thresholds)
+    : source_(3 * seed), left_(3 * seed + 1), right_(3 * seed + 2)
+{
+    engine_->Open();
+    engine_->Initialize({.spare = 0,
+                         .outputChannels = 3,
+                         .bitsPerSample = kBits,
+                         .sampleRate = rateHz,
+                         .mode = 1,
+                         .option = 0,
+                         .mixFraction = 1.0f});
+    if (thresholds == nullptr) return;
+    std::copy_n(thresholds->fast, 16, engine_->thresBands);
+    std::copy_n(thresholds->mid, 16, engine_->midThresBands);
+    std::copy_n(thresholds->slow, 16, engine_->slowThresBands);
+}
+
+void SteeringField::run(const Scene& scene)
+{
+    constexpr int kSlots = 3;
+    constexpr int kBytes = 3;
+    constexpr double kHalfPi = 1.5707963267948966;
+
+    const double leftGain = scene.sourceGain * std::cos(kHalfPi * scene.place);
+    const double rightGain = scene.sourceGain * std::sin(kHalfPi * scene.place);
+    std::uint8_t buffer[kBlock * kSlots * kBytes];
+    for (int i = 0; i < kBlock; ++i) {
+        const double source = scene.sourceGain == 0.0 ? 0.0 : source_.next();
+        std::uint8_t* const frame = buffer + i * kSlots * kBytes;
+        storeSample(kLevel * (leftGain * source + scene.fieldGain * left_.next()), frame);
+        storeSample(kLevel * (rightGain * source + scene.fieldGain * right_.next()), frame + kBytes);
+    }
+    engine_->SetChannelPtrs(buffer, buffer + kBytes, buffer + 2 * kBytes, buffer + 2 * kBytes);
+    engine_->ProcessCine3InterLeave(kBlock, kSlots);
+}
+
+} // namespace design
