@@ -331,11 +331,14 @@ def print_trade_off():
     design = Design()
     print("%-38s %s" % ("mask", COLUMNS))
     middle, _ = design.run(windowed_sinc(), descent(90), 14, 1e-6)
+    designs = {}
     for masks in ((90, 85, 80, 75, 70, 66, 62), (95, 98, 100, 101, 102, 103, 103.5, 104, 105)):
         x = middle
         for mask in masks:
             x, _ = design.run(x, [mask], 14, 1e-6)
-            print_figures("%.1f dB" % mask, x)
+            designs[mask] = x
+    for mask in sorted(designs):
+        print_figures("%.1f dB" % mask, designs[mask])
 
 
 def print_limits():

@@ -59,7 +59,7 @@ def draw_trade_off():
     figure, axes = plt.subplots(figsize=(7, 4.5))
     axes.plot(rows[:, 2], rows[:, 0], "o-", label="white noise")
     axes.plot(rows[:, 2], rows[:, 1], "s-", label="worst impulse")
-    axes.axhline(85, linestyle="--", color="grey")
+    axes.axhline(85, linestyle="--", color="grey", label="required")
     axes.axvline(100, linestyle="--", color="grey")
     axes.set(xlabel="stopband, dB down from pi / 64", ylabel="signal to reconstruction error, dB",
              title="Prototype designs: reconstruction against stopband")
@@ -88,7 +88,7 @@ def draw_sweep():
         axes.set(xlabel="blocks to 90 % of a jump from left to right, source at 0 dB")
         axes.grid(alpha=0.3)
     diffuse.set(title="diffuse field", ylabel="image jitter, standard deviation of the place")
-    source.set(title="still source at the level of the field, 0 dB")
+    source.set(title="still source at 0 dB re the field in one channel")
     source.legend()
     save(figure, "threshold-sweep.png")
 

@@ -64,13 +64,13 @@ def run_chain(lpf, signal):
     return output.ravel()
 
 
-def reconstruction_db(lpf, signal, delay=DELAY):
-    """Signal to reconstruction error in dB after the best single gain, and that gain."""
-    output = run_chain(lpf, np.concatenate([signal, np.zeros(2 * TAPS)]))[delay:delay + len(signal) + DELAY]
+def reconstruction_db(lpf, signal):
+    """Signal to reconstruction error in dB after the best single gain."""
+    output = run_chain(lpf, np.concatenate([signal, np.zeros(2 * TAPS)]))[DELAY:2 * DELAY + len(signal)]
     wanted = np.concatenate([signal, np.zeros(DELAY)])
     gain = output @ wanted / (wanted @ wanted)
     error = output / gain - wanted
-    return 10 * np.log10((wanted @ wanted) / (error @ error)), gain
+    return 10 * np.log10((wanted @ wanted) / (error @ error))
 
 
 def impulse_responses(lpf):
@@ -109,12 +109,11 @@ def measure(lpf):
     responses = impulse_responses(lpf)
     figures = {"delay frames": int(np.abs(responses).sum(0).argmax())}
     for name, signal in signals().items():
-        figures[name], gain = reconstruction_db(lpf, signal)
-    figures["gain"] = gain
+        figures[name] = reconstruction_db(lpf, signal)
 
     energy = (responses**2).sum(1)
     straight = responses[:, DELAY]
-    gain = straight.mean()
+    gain = figures["gain"] = straight.mean()
     error = energy - straight**2 + (straight - gain)**2
     figures["impulse, all phases"] = -10 * np.log10(error.mean() / gain**2)
     figures["impulse, worst phase"] = -10 * np.log10(error.max() / gain**2)

@@ -4,13 +4,14 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <numbers>
 #include <random>
 
 namespace design
 {
 
 /// Pink noise of unit power: independent white noises through first-order low-passes an octave apart, each with twice
-/// the power density of the next higher one, which add up to 1 / f within a fraction of a decibel.
+/// the power density of the next higher one, which add up to 1 / f within 1.3 dB above pi / 512 and are flat below.
 class PinkNoise
 {
 public:
@@ -18,7 +19,7 @@ public:
     {
         double power = 0.0;
         for (std::size_t k = 0; k < kOctaves; ++k) {
-            const double cutoff = 3.141592653589793 / static_cast<double>(1u << k); // radians per sample
+            const double cutoff = std::numbers::pi / static_cast<double>(1u << k); // radians per sample
             pole_[k] = cutoff / (1.0 + cutoff);
             gain_[k] = std::sqrt(static_cast<double>(1u << k));
             power += gain_[k] * gain_[k] * pole_[k] / (2.0 - pole_[k]) / 3.0;

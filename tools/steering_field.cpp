@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace design
 {
@@ -42,7 +43,7 @@ void SteeringField::run(const Scene& scene)
 {
     constexpr int kSlots = 3;
     constexpr int kBytes = 3;
-    constexpr double kHalfPi = 1.5707963267948966;
+    constexpr double kHalfPi = std::numbers::pi / 2.0;
 
     const double leftGain = scene.sourceGain * std::cos(kHalfPi * scene.place);
     const double rightGain = scene.sourceGain * std::sin(kHalfPi * scene.place);

@@ -142,7 +142,7 @@ def plot_artefacts(path, results):
     axes.set_title("Artefacts in C (less is better)")
     axes.grid(axis="y", alpha=0.3)
     axes.set_axisbelow(True)
-    axes.legend()
+    axes.legend(loc="upper center")
     save(figure, path)
 
 

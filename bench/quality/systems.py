@@ -15,7 +15,6 @@ import soundfile
 
 import measures
 
-OUTPUTS = ("FL", "FR", "C")
 
 
 class MeasurementError(RuntimeError):
