@@ -1,14 +1,15 @@
 #pragma once
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Weights the newest 1024 samples with the prototype filter: one sum per polyphase branch.
+/// Weights the newest 1024 samples with the prototype filter, one sum per polyphase branch, and moves them on by one
+/// block in the same pass.
 ///
-/// In    history [1024]  engine scale, oldest sample first
-/// Out   branch  [128]   branch[k] = sum of lpf[k + 128 m] * history[k + 128 m], m = 0..7
-/// Order m ascending from zero; every branch is its own lane, so lanes never mix
-void weightHistory(const float (&history)[1024], float (&branch)[128]) noexcept;
+/// In/Out history [1024]  engine scale, oldest sample first; moves down by 64, the newest 64 stay where they are too
+/// Out    branch  [128]   branch[k] = sum of lpf[k + 128 m] * history[k + 128 m], m = 0..7, of the history as given
+/// Order  m ascending from zero; every branch is its own lane, so lanes never mix
+void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept;
 
 /// Folds the 128 branches into the 64 inputs of the transform.
 ///
@@ -29,4 +30,4 @@ void splitIntoPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32]
 /// In/Out  average [64]
 void averageSubbands(const float (&subband)[64], float (&average)[64]) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

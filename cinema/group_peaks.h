@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Keeps the peak measures of the block before and takes the base thresholds for this block to work on.
@@ -31,4 +31,4 @@ void findDominantGroup(ZRKTarn& engine) noexcept;
 /// In/Out  powL, powR, powSum, powDiff [16]
 void smoothGroupPowers(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,50 +1,69 @@
 #include "cinema/interpolation.h"
 
-namespace zrk_tarn
+#include "cinema/smoothing.h"
+#include "lanes/lanes.h"
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 namespace
 {
 
-/// A place between two neighbouring grid points; weight 0 is the first of them, 1 the second.
-struct Span
+/// Where all groups stand along one axis of the grid: in its first half, from the middle (weight 0) to the left or
+/// front (1), or in its second, from the right or back (0) to the middle (1).
+struct Halves
 {
-    int from;
-    int to;
-    float weight;
+    Ints<16> second; ///< 1 or 0
+    Floats<16> weight;
 };
 
-/// Columns run left, middle, right: from the middle to the left, or from the right to the middle.
-Span columnsAround(float x) noexcept
+Halves halvesOf(const Floats<16>& place) noexcept
 {
-    return x >= 0.0f ? Span{1, 0, x} : Span{2, 1, 1.0f + x};
+    const Ints<16> first = broadcast<16>(0.0f) <= place;
+    return {first + broadcast<16>(std::int32_t{1}), // true is -1
+            select(first, place, broadcast<16>(1.0f) + place)};
 }
 
-/// Rows run front, middle, back: from the middle to the front, or from the back to the middle.
-Span rowsAround(float y) noexcept
+/// Lanes 0 to 5 of a matrix are the elements that the mix uses; the other two are not kept.
+template <bool kGradual>
+void interpolateGroups(const float (&regionMatrix)[9][12], const Halves& columns, const Halves& rows,
+                       float (&groupMatrix)[16][12]) noexcept
 {
-    return y >= 0.0f ? Span{1, 0, y} : Span{2, 1, 1.0f + y};
+    std::int32_t corner[16];
+    float across[16];
+    float along[16];
+    store(corner, columns.second + rows.second + rows.second + rows.second);
+    store(across, columns.weight);
+    store(along, rows.weight);
+
+    for (int g = 0; g < 16; ++g) {
+        // The matrices at the four corners of the quadrant; those that a weight of 1 leads to come first.
+        const Floats<8> nearTo = load<8>(regionMatrix[corner[g]]);
+        const Floats<8> nearFrom = load<8>(regionMatrix[corner[g] + 1]);
+        const Floats<8> farTo = load<8>(regionMatrix[corner[g] + 3]);
+        const Floats<8> farFrom = load<8>(regionMatrix[corner[g] + 4]);
+        const Floats<8> p = nearFrom - product<kGradual>(nearFrom - nearTo, across[g]);
+        const Floats<8> q = farFrom - product<kGradual>(farFrom - farTo, across[g]);
+        const Floats<8> matrix = q + product<kGradual>(p - q, along[g]);
+
+        const Floats<4> first = lowHalf(matrix);
+        const Floats<2> last = lowHalf(highHalf(matrix));
+        store(groupMatrix[g], first);
+        store(groupMatrix[g] + 4, last);
+    }
 }
 
 } // namespace
 
 void interpolateMatrices(ZRKTarn& engine) noexcept
 {
-    for (int g = 0; g < 16; ++g) {
-        const Span column = columnsAround(engine.lrSlower[g]);
-        const Span row = rowsAround(engine.fbSlower[g]);
-
-        // The matrices at the four corners of the quadrant.
-        const float* const nearFrom = engine.regionMatrix[3 * row.to + column.from];
-        const float* const nearTo = engine.regionMatrix[3 * row.to + column.to];
-        const float* const farFrom = engine.regionMatrix[3 * row.from + column.from];
-        const float* const farTo = engine.regionMatrix[3 * row.from + column.to];
-        for (int j = 0; j < 6; ++j) {
-            const float p = nearFrom[j] - (nearFrom[j] - nearTo[j]) * column.weight;
-            const float q = farFrom[j] - (farFrom[j] - farTo[j]) * column.weight;
-            engine.groupMatrix[g][j] = q + (p - q) * row.weight;
-        }
+    const Floats<16> x = load<16>(engine.lrSlower);
+    const Floats<16> y = load<16>(engine.fbSlower);
+    if (any(nearUnderflow(x) | nearUnderflow(y))) {
+        interpolateGroups<true>(engine.regionMatrix, halvesOf(x), halvesOf(y), engine.groupMatrix);
+    } else {
+        interpolateGroups<false>(engine.regionMatrix, halvesOf(x), halvesOf(y), engine.groupMatrix);
     }
 }
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Interpolates a mixing matrix for every group between the four regions around its chosen place.
@@ -16,4 +16,4 @@ namespace zrk_tarn
 /// Out  groupMatrix [16][12], elements 0 to 5
 void interpolateMatrices(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,10 +1,9 @@
 #include "cinema/levels.h"
 
 #include "cinema/smoothing.h"
+#include "lanes/lanes.h"
 
-#include <cmath>
-
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 void measureLevels(ZRKTarn& engine) noexcept
@@ -16,25 +15,36 @@ void measureLevels(ZRKTarn& engine) noexcept
     const float* const left = engine.inputHistory[0] + 1024 - kBlock;
     const float* const right = engine.inputHistory[1] + 1024 - kBlock;
 
-    float sumL = 0.0f;
-    float sumR = 0.0f;
-    float sumSum = 0.0f;
-    float sumDiff = 0.0f;
-    for (int t = 0; t < kBlock; ++t) {
-        sumL += std::fabs(left[t]);
-        sumR += std::fabs(right[t]);
-        sumSum += std::fabs(left[t] + right[t]);
-        sumDiff += std::fabs(left[t] - right[t]);
+    // The four sums run side by side in four lanes: |l|, |r|, |l + r| and |l - r|.
+    Floats<4> sums = broadcast<4>(0.0f);
+    for (int t = 0; t < kBlock; t += 4) {
+        const Floats<4> l = load<4>(left + t);
+        const Floats<4> r = load<4>(right + t);
+        const Floats<4> a = abs(l);
+        const Floats<4> b = abs(r);
+        const Floats<4> c = abs(l + r);
+        const Floats<4> d = abs(l - r);
+        // From four samples of each to the four magnitudes of a sample.
+        const Floats<4> acLow = lowInterleaved(a, c);
+        const Floats<4> bdLow = lowInterleaved(b, d);
+        const Floats<4> acHigh = highInterleaved(a, c);
+        const Floats<4> bdHigh = highInterleaved(b, d);
+        sums = sums + lowInterleaved(acLow, bdLow);
+        sums = sums + highInterleaved(acLow, bdLow);
+        sums = sums + lowInterleaved(acHigh, bdHigh);
+        sums = sums + highInterleaved(acHigh, bdHigh);
     }
+    float sum[4];
+    store(sum, sums);
 
-    engine.levelL = sumL * kMean;
-    engine.levelR = sumR * kMean;
-    engine.levelSum = sumSum / kBlockTimesRoot2;
-    engine.levelDiff = sumDiff / kBlockTimesRoot2;
+    engine.levelL = sum[0] * kMean;
+    engine.levelR = sum[1] * kMean;
+    engine.levelSum = sum[2] / kBlockTimesRoot2;
+    engine.levelDiff = sum[3] / kBlockTimesRoot2;
     smooth(engine.broadbandPair, engine.levelL, engine.avgLevelL);
     smooth(engine.broadbandPair, engine.levelR, engine.avgLevelR);
     smooth(engine.broadbandPair, engine.levelSum, engine.avgLevelSum);
     smooth(engine.broadbandPair, engine.levelDiff, engine.avgLevelDiff);
 }
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Broadband levels of the block in the time domain, and their smoothed course.
@@ -14,4 +14,4 @@ namespace zrk_tarn
 /// Order   sample ascending from zero, one sum per level
 void measureLevels(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

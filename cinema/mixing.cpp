@@ -1,9 +1,10 @@
 #include "cinema/mixing.h"
 
-#include <algorithm>
-#include <cmath>
+#include "cinema/band_layouts.h"
+#include "cinema/smoothing.h"
+#include "lanes/lanes.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 namespace
@@ -12,18 +13,104 @@ namespace
 /// Formed in double and rounded once.
 float frontGain(float lr) noexcept
 {
-    return static_cast<float>((1.0 - std::fabs(static_cast<double>(lr))) * 0.5 + 1.0);
+    return static_cast<float>((1.0 - __builtin_fabs(static_cast<double>(lr))) * 0.5 + 1.0);
 }
 
-} // namespace
+/// The matrix of every group with the gain of the fronts in it, an element of all groups in lanes.
+struct Mix
+{
+    Floats<16> frontLeftOfL, frontLeftOfR;
+    Floats<16> centreOfL, centreOfR;
+    Floats<16> frontRightOfL, frontRightOfR;
+};
 
-void mixSubbands(ZRKTarn& engine) noexcept
+/// The rows' first eight elements as one vector.
+template <int kRows>
+Floats<8 * kRows> firstElements(const float (*rows)[12]) noexcept
+{
+    if constexpr (kRows == 1) {
+        return load<8>(*rows);
+    } else {
+        return joined(firstElements<kRows / 2>(rows), firstElements<kRows / 2>(rows + kRows / 2));
+    }
+}
+
+template <bool kGradual>
+Mix mixWithGain(const Floats<16> (&fronts)[4], const Floats<16>& gain, const Floats<16> (&centre)[2]) noexcept
+{
+    return {product<kGradual>(fronts[0], gain), product<kGradual>(fronts[1], gain), centre[0], centre[1],
+            product<kGradual>(fronts[2], gain), product<kGradual>(fronts[3], gain)};
+}
+
+Mix mixOfGroups(const ZRKTarn& engine) noexcept
+{
+    // Sixteen rows of eight elements, cut by columns.
+    const Floats<128> rows = firstElements<16>(engine.groupMatrix);
+    const LanePair<float, 64> e = deinterleaved(rows);
+    const LanePair<float, 32> even = deinterleaved(e.even); // columns 0 2 4 6
+    const LanePair<float, 32> odd = deinterleaved(e.odd);   // columns 1 3 5 7
+    const LanePair<float, 16> c04 = deinterleaved(even.even);
+    const LanePair<float, 16> c26 = deinterleaved(even.odd);
+    const LanePair<float, 16> c15 = deinterleaved(odd.even);
+    const LanePair<float, 16> c37 = deinterleaved(odd.odd);
+
+    const Doubles<16> away = abs(toDouble(load<16>(engine.lrSlower)));
+    const Floats<16> gain = toFloat((broadcast<16>(1.0) - away) * broadcast<16>(0.5) + broadcast<16>(1.0));
+    const Floats<16> fronts[4] = {c04.even, c15.even, c04.odd, c15.odd};
+    const Ints<16> gradual =
+        nearUnderflow(fronts[0]) | nearUnderflow(fronts[1]) | nearUnderflow(fronts[2]) | nearUnderflow(fronts[3]);
+    const Floats<16> centre[2] = {c26.even, c37.even};
+    return any(gradual) ? mixWithGain<true>(fronts, gain, centre) : mixWithGain<false>(fronts, gain, centre);
+}
+
+/// The value of its group for the bands of one vector.
+template <typename Layout, int kFirstPart, int... kLane>
+[[gnu::always_inline]] inline auto spreadPart(const Floats<16>& groups, int /*part*/,
+                                              std::integer_sequence<int, kLane...>) noexcept
+{
+    constexpr int kWidth = Floats<16>::kWidth;
+    constexpr int kPart = Layout::groupOf(kFirstPart * kWidth) / kWidth;
+    constexpr int kNext = kPart + 1 < Floats<16>::kParts ? kPart + 1 : kPart;
+    return shuffled<typename Floats<16>::Part>(
+        groups.part[kPart], groups.part[kNext],
+        std::integer_sequence<int, (Layout::groupOf(kFirstPart * kWidth + kLane) - kPart * kWidth)...>{});
+}
+
+template <typename Layout, int... kPart>
+[[gnu::always_inline]] inline Floats<64> spread(const Floats<16>& groups, std::integer_sequence<int, kPart...>) noexcept
+{
+    constexpr std::make_integer_sequence<int, Floats<16>::kWidth> kLanes{};
+    return {{spreadPart<Layout, kPart>(groups, kPart, kLanes)...}};
+}
+
+/// The value of its group for every band.
+template <typename Layout>
+[[gnu::always_inline]] inline Floats<64> spreadOverBands(const Floats<16>& groups) noexcept
+{
+    return spread<Layout>(groups, std::make_integer_sequence<int, Floats<64>::kParts>{});
+}
+
+template <typename Layout>
+void mixBands(ZRKTarn& engine) noexcept
+{
+    const Mix mix = mixOfGroups(engine);
+    const Floats<64> l = load<64>(engine.subband[0]);
+    const Floats<64> r = load<64>(engine.subband[1]);
+    store(engine.outSubband[0],
+          spreadOverBands<Layout>(mix.frontLeftOfL) * l + spreadOverBands<Layout>(mix.frontLeftOfR) * r);
+    store(engine.outSubband[1],
+          spreadOverBands<Layout>(mix.frontRightOfL) * l + spreadOverBands<Layout>(mix.frontRightOfR) * r);
+    store(engine.outSubband[2],
+          spreadOverBands<Layout>(mix.centreOfL) * l + spreadOverBands<Layout>(mix.centreOfR) * r);
+}
+
+/// Any grouping, band after band.
+void mixGroups(ZRKTarn& engine) noexcept
 {
     std::int32_t& b = engine.bandIndex;
     b = 0;
-    for (std::int32_t& g = engine.groupIndex = 0; g < 16; ++g) {
-        std::copy_n(engine.groupMatrix[g], 6, engine.mixCoeff);
-        const float(&c)[6] = engine.mixCoeff;
+    for (int g = 0; g < 16; ++g) {
+        const float* const c = engine.groupMatrix[g];
         const float gain = frontGain(engine.lrSlower[g]);
         for (const std::int32_t end = b + engine.bandCount[g]; b < end; ++b) {
             const float l = engine.subband[0][b];
@@ -35,4 +122,18 @@ void mixSubbands(ZRKTarn& engine) noexcept
     }
 }
 
-} // namespace zrk_tarn
+} // namespace
+
+void mixSubbands(ZRKTarn& engine) noexcept
+{
+    const bool known = dispatchLayout(engine.bandCount, [&](auto layout) { mixBands<decltype(layout)>(engine); });
+    if (known) {
+        engine.bandIndex = 64;
+    } else {
+        mixGroups(engine);
+    }
+    engine.groupIndex = 16;
+    for (int j = 0; j < 6; ++j) engine.mixCoeff[j] = engine.groupMatrix[15][j];
+}
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Mixes the left and right subbands into front left, front right and centre with the matrix of their group.
@@ -14,4 +14,4 @@ namespace zrk_tarn
 ///      mixCoeff [6]        those of the last group
 void mixSubbands(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

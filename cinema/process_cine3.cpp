@@ -1,6 +1,7 @@
+#include "cinema/process_cine3.h"
+
 #include "cinema/analysis.h"
 #include "cinema/group_peaks.h"
-#include "cinema/histories.h"
 #include "cinema/interpolation.h"
 #include "cinema/levels.h"
 #include "cinema/mixing.h"
@@ -9,47 +10,49 @@
 #include "cinema/steering.h"
 #include "cinema/synthesis.h"
 #include "cinema/tonality.h"
-#include "engine/zrk_tarn.h"
-#include "filterbank/cos_mod.h"
+#include "filterbank/transform.h"
+#include "io/block_io.h"
 
-using namespace zrk_tarn;
-
-std::uint32_t ZRKTarn::ProcessCine3(std::uint32_t frames, std::uint32_t channels) noexcept
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
-    for (int r = 0; r < 3; ++r) outputPtr[r] = outputBlock[r];
-    startMeasures(*this);
-    ReadInputChannels(frames, channels);
+
+void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
+{
+    for (int r = 0; r < 3; ++r) engine.outputPtr[r] = engine.outputBlock[r];
+    startMeasures(engine);
+    readInputChannels(engine, frames, channels);
 
     for (int c = 0; c < 2; ++c) {
-        weightHistory(inputHistory[c], polyphaseSum[c]);
-        averageSubbands(subband[c], subbandAvg[c]);
-        foldBranches(polyphaseSum[c], folded[c]);
-        splitIntoPairSums(folded[c], dctEven[c], dctOdd[c]);
-        cosModDCT4_X1(subband[c], dctEven[c], dctOdd[c]);
+        weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
+        averageSubbands(engine.subband[c], engine.subbandAvg[c]);
+        foldBranches(engine.polyphaseSum[c], engine.folded[c]);
+        splitIntoPairSums(engine.folded[c], engine.dctEven[c], engine.dctOdd[c]);
     }
+    transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
 
-    trackSpectrum(subband[0], spectrumL, peakRegionL, restL);
-    trackSpectrum(subband[1], spectrumR, peakRegionR, restR);
-    measureLevels(*this);
-    findGroupPeaks(*this);
-    findDominantGroup(*this);
-    detectTonalBlock(*this);
-    holdStationaryGroups(*this);
-    spreadDominantGroup(*this);
-    smoothGroupPowers(*this);
+    trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
+    trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
+    measureLevels(engine);
+    findGroupPeaks(engine);
+    findDominantGroup(engine);
+    detectTonalBlock(engine);
+    holdStationaryGroups(engine);
+    spreadDominantGroup(engine);
+    smoothGroupPowers(engine);
 
-    steerBroadband(*this);
-    steerGroups(*this);
-    selectSpeeds(*this);
-    interpolateMatrices(*this);
-    mixSubbands(*this);
+    steerBroadband(engine);
+    steerGroups(engine);
+    selectSpeeds(engine);
+    interpolateMatrices(engine);
+    mixSubbands(engine);
 
+    for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
+    transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
     for (int r = 0; r < 3; ++r) {
-        splitIntoPairSums(outSubband[r], dctEven[r], dctOdd[r]);
-        cosModDCT4_X1(synthHistory[r], dctEven[r], dctOdd[r]);
-        overlapAdd(synthHistory[r], overlapNow[r], overlapNext[r]);
-        roundOutput(overlapNow[r], outputBlock[r]);
+        overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
+        roundOutput(engine.overlapNow[r], engine.outputBlock[r]);
+        advanceOverlap(engine.overlapNow[r], engine.overlapNext[r]);
     }
-    moveHistories(*this);
-    return 0;
 }
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

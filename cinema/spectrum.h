@@ -1,6 +1,6 @@
 #pragma once
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Follows one channel's summed subband magnitude and the share of its strongest band and that band's neighbours.
@@ -12,4 +12,4 @@ namespace zrk_tarn
 /// Order   band ascending; every addition of a tenth of a magnitude is formed in double and rounded to single at once
 void trackSpectrum(const float (&subband)[64], float& spectrum, float& peakRegion, float& rest) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,85 +1,122 @@
 #include "cinema/speed_selection.h"
 
 #include "cinema/smoothing.h"
-#include "cinema/steering.h"
+#include "lanes/lanes.h"
 
-#include <cmath>
-
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 namespace
 {
 
-void smoothAtFourSpeeds(ZRKTarn& engine, int g) noexcept
+/// One coordinate of all groups at four speeds.
+struct FourSpeeds
 {
-    smooth(engine.slower, engine.steerLR[g], engine.lrSlower[g]);
-    smooth(engine.slow, engine.steerLR[g], engine.lrSlow[g]);
-    smooth(engine.mid, engine.steerLR[g], engine.lrMid[g]);
-    smooth(engine.fast, engine.steerLR[g], engine.lrFast[g]);
-    smooth(engine.slower, engine.steerFB[g], engine.fbSlower[g]);
-    smooth(engine.slow, engine.steerFB[g], engine.fbSlow[g]);
-    smooth(engine.mid, engine.steerFB[g], engine.fbMid[g]);
-    smooth(engine.fast, engine.steerFB[g], engine.fbFast[g]);
+    Floats<16> slower;
+    Floats<16> slow;
+    Floats<16> mid;
+    Floats<16> fast;
+};
+
+/// Which groups follow which speed; those that follow none of these follow the slower one.
+struct Followed
+{
+    Ints<16> fast;
+    Ints<16> mid;
+    Ints<16> slow;
+};
+
+template <bool kGradual>
+FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
+{
+    return {smoothed<kGradual>(engine.slower, steering, state.slower),
+            smoothed<kGradual>(engine.slow, steering, state.slow), smoothed<kGradual>(engine.mid, steering, state.mid),
+            smoothed<kGradual>(engine.fast, steering, state.fast)};
 }
 
-void keepInFront(float& fb) noexcept
+FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
 {
-    if (fb < 0.0f) fb = 0.0f;
+    // After a choice all four speeds stand at the same place.
+    return any(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true>(engine, steering, state)
+                                            : smoothedAtFourSpeeds<false>(engine, steering, state);
 }
 
-/// The place of the speed that the group follows, chosen by this block's unsmoothed steering.
-Steering chooseSpeed(ZRKTarn& engine, int g) noexcept
+/// Group ascending.
+float meanOf(const Floats<16>& values) noexcept
 {
-    const float a = std::fabs(engine.steerLR[g]);
-    const float f = std::fabs(engine.steerFB[g]);
-
-    engine.usedFast = 0;
-    engine.usedMid = 0;
-    engine.usedSlow = 0;
-    if (!(a < engine.thres[g] && f < engine.thres[g] && engine.tonalBlock == 0)) {
-        engine.usedFast = 1;
-        return {engine.lrFast[g], engine.fbFast[g]};
-    }
-    if (engine.midThres[g] <= a || engine.midThres[g] <= f) {
-        engine.usedMid = 1;
-        return {engine.lrMid[g], engine.fbMid[g]};
-    }
-    if (engine.slowThres[g] <= a || engine.slowThres[g] <= f) {
-        engine.usedSlow = 1;
-        return {engine.lrSlow[g], engine.fbSlow[g]};
-    }
-    return {engine.lrSlower[g], engine.fbSlower[g]};
+    float groups[16];
+    store(groups, values);
+    float sum = 0.0f;
+    for (const float value : groups) sum += value;
+    return sum * 0.0625f;
 }
 
-void continueFrom(ZRKTarn& engine, int g, Steering chosen) noexcept
+Floats<16> keptInFront(const Floats<16>& fb) noexcept
 {
-    engine.lrSlower[g] = chosen.lr;
-    engine.lrSlow[g] = chosen.lr;
-    engine.lrMid[g] = chosen.lr;
-    engine.lrFast[g] = chosen.lr;
-    engine.fbSlower[g] = chosen.fb;
-    engine.fbSlow[g] = chosen.fb;
-    engine.fbMid[g] = chosen.fb;
-    engine.fbFast[g] = chosen.fb;
+    const Floats<16> zero = broadcast<16>(0.0f);
+    return select(fb < zero, zero, fb);
+}
+
+/// The choice by this block's unsmoothed steering.
+Followed chooseSpeeds(const ZRKTarn& engine) noexcept
+{
+    const Floats<16> a = abs(load<16>(engine.steerLR));
+    const Floats<16> f = abs(load<16>(engine.steerFB));
+    const Floats<16> thres = load<16>(engine.thres);
+    const Floats<16> midThres = load<16>(engine.midThres);
+    const Floats<16> slowThres = load<16>(engine.slowThres);
+
+    const Ints<16> weak = (a < thres) & (f < thres) & broadcast<16>(std::int32_t{engine.tonalBlock == 0 ? -1 : 0});
+    const Ints<16> mid = weak & ((midThres <= a) | (midThres <= f));
+    const Ints<16> slow = weak & ~mid & ((slowThres <= a) | (slowThres <= f));
+    return {~weak, mid, slow};
+}
+
+Floats<16> chosen(const Followed& followed, const FourSpeeds& speeds) noexcept
+{
+    return select(followed.fast, speeds.fast,
+                  select(followed.mid, speeds.mid, select(followed.slow, speeds.slow, speeds.slower)));
+}
+
+std::int32_t flagOfLastGroup(const Ints<16>& followed) noexcept
+{
+    std::int32_t flags[16];
+    store(flags, followed);
+    return -flags[15];
 }
 
 } // namespace
 
 void selectSpeeds(ZRKTarn& engine) noexcept
 {
-    float sumLRFast = 0.0f;
-    for (int g = 0; g < 16; ++g) {
-        smoothAtFourSpeeds(engine, g);
-        sumLRFast += engine.lrFast[g];
-        if (engine.outputChannels == 3) {
-            keepInFront(engine.fbSlow[g]);
-            keepInFront(engine.fbMid[g]);
-            keepInFront(engine.fbFast[g]);
-        }
-        continueFrom(engine, g, chooseSpeed(engine, g));
+    const FourSpeeds lr = smoothedAtFourSpeeds(
+        engine, load<16>(engine.steerLR),
+        {load<16>(engine.lrSlower), load<16>(engine.lrSlow), load<16>(engine.lrMid), load<16>(engine.lrFast)});
+    FourSpeeds fb = smoothedAtFourSpeeds(
+        engine, load<16>(engine.steerFB),
+        {load<16>(engine.fbSlower), load<16>(engine.fbSlow), load<16>(engine.fbMid), load<16>(engine.fbFast)});
+    engine.meanLRFast = meanOf(lr.fast);
+    if (engine.outputChannels == 3) {
+        fb.slow = keptInFront(fb.slow);
+        fb.mid = keptInFront(fb.mid);
+        fb.fast = keptInFront(fb.fast);
     }
-    engine.meanLRFast = sumLRFast * 0.0625f;
+
+    const Followed followed = chooseSpeeds(engine);
+    engine.usedFast = flagOfLastGroup(followed.fast);
+    engine.usedMid = flagOfLastGroup(followed.mid);
+    engine.usedSlow = flagOfLastGroup(followed.slow);
+
+    const Floats<16> x = chosen(followed, lr);
+    const Floats<16> y = chosen(followed, fb);
+    store(engine.lrSlower, x);
+    store(engine.lrSlow, x);
+    store(engine.lrMid, x);
+    store(engine.lrFast, x);
+    store(engine.fbSlower, y);
+    store(engine.fbSlow, y);
+    store(engine.fbMid, y);
+    store(engine.fbFast, y);
 }
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Smooths every group's steering at four speeds, follows one of them and continues all four from it.
@@ -16,4 +16,4 @@ namespace zrk_tarn
 ///         meanLRFast                            mean of the groups' lrFast before the choice, group ascending
 void selectSpeeds(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -2,7 +2,7 @@
 
 #include "cinema/smoothing.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 namespace
@@ -10,11 +10,44 @@ namespace
 
 constexpr float kLevelFloor = 4.0f;
 
+/// Places of groups side by side.
+struct Steerings
+{
+    Floats<16> lr;
+    Floats<16> fb;
+};
+
 /// 0 for equal levels, towards 1 where the first dominates, towards -1 where the second does.
 float balance(float first, float second) noexcept
 {
     if (first >= second) return 1.0f - (second + kLevelFloor) / (first + kLevelFloor);
     return (first + kLevelFloor) / (second + kLevelFloor) - 1.0f;
+}
+
+Floats<16> balance(const Floats<16>& first, const Floats<16>& second) noexcept
+{
+    const Floats<16> one = broadcast<16>(1.0f);
+    const Floats<16> a = first + broadcast<16>(kLevelFloor);
+    const Floats<16> b = second + broadcast<16>(kLevelFloor);
+    const Ints<16> firstDominates = second <= first;
+    const Floats<16> ratio = select(firstDominates, b, a) / select(firstDominates, a, b);
+    return select(firstDominates, one - ratio, ratio - one);
+}
+
+/// steer for all groups.
+Steerings steer(const Floats<16>& left, const Floats<16>& right, const Floats<16>& sum, const Floats<16>& diff) noexcept
+{
+    const Floats<16> zero = broadcast<16>(0.0f);
+    const Floats<16> one = broadcast<16>(1.0f);
+    const Floats<16> level = balance(sum, diff);
+    const Floats<16> fb = select(level < zero, level * broadcast<16>(1.5f), level);
+    const Floats<16> lr = balance(left, right);
+
+    const Ints<16> beyondBack = fb < -one;
+    const Floats<16> behind = select(beyondBack, lr * broadcast<16>(2.0f), lr * (one - fb));
+    const Floats<16> wide = select(fb < zero, behind, lr);
+    const Floats<16> withinLeft = select(one < wide, one, wide);
+    return {select(withinLeft < -one, -one, withinLeft), select(one < fb, one, select(beyondBack, -one, fb))};
 }
 
 } // namespace
@@ -55,11 +88,10 @@ void steerBroadband(ZRKTarn& engine) noexcept
 
 void steerGroups(ZRKTarn& engine) noexcept
 {
-    for (int g = 0; g < 16; ++g) {
-        const Steering place = steer(engine.powL[g], engine.powR[g], engine.powSum[g], engine.powDiff[g]);
-        engine.steerLR[g] = place.lr;
-        engine.steerFB[g] = place.fb;
-    }
+    const Steerings places =
+        steer(load<16>(engine.powL), load<16>(engine.powR), load<16>(engine.powSum), load<16>(engine.powDiff));
+    store(engine.steerLR, places.lr);
+    store(engine.steerFB, places.fb);
 }
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// A place between the loudspeakers: left/right from 1 to -1, front/back from 1 to -1.
@@ -34,4 +34,4 @@ void steerBroadband(ZRKTarn& engine) noexcept;
 /// Out  steerLR, steerFB [16]
 void steerGroups(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

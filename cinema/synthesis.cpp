@@ -1,31 +1,81 @@
 #include "cinema/synthesis.h"
 
-#include "engine/saturate.h"
 #include "filterbank/cos_mod.h"
+#include "lanes/lanes.h"
+#include "lanes/saturate.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-void overlapAdd(const float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
 {
-    for (int n = 0; n < 64; ++n) {
-        float sum = 0.0f;
-        for (int m = 0; m < 1024; m += 128) sum += (history[n + m] - history[63 - n + m]) * lpf[n + m];
-        overlapNow[n] += sum;
-    }
-    for (int n = 0; n < 64; ++n) {
-        float sum = 0.0f;
-        for (int m = 0; m < 1024; m += 128) sum += (-history[n + m] - history[63 - n + m]) * lpf[n + m + 64];
-        overlapNext[n] += sum;
+    constexpr int kWidth = kVectorFloats;
+    constexpr int kLastSlot = 1024 - 128;
+
+    // Outputs n and 63 - n take the same difference and the same sum of Y[n] and Y[63 - n] up to their sign. The filter
+    // is antisymmetric, so that the taps of output 63 - n, with that sign and in the order of n, are lpf read from its
+    // end: -lpf[63 - n + m] = lpf[960 + n - m], and -lpf[127 - n + m] = lpf[896 + n - m].
+    for (int n = 0; n < 32; n += kWidth) {
+        const int mirrored = 64 - kWidth - n;
+        Floats<kWidth> now = broadcast<kWidth>(0.0f);
+        Floats<kWidth> nowMirrored = now;
+        Floats<kWidth> minusNext = now;
+        Floats<kWidth> nextMirrored = now;
+        // The odd slot before, on its way up. The newest slot stays as it is.
+        Floats<kWidth> carried = load<kWidth>(history + n);
+        Floats<kWidth> carriedMirrored = load<kWidth>(history + mirrored);
+#pragma GCC unroll 1
+        for (int first = 0; first < 1024; first += 128 * 4) {
+#pragma GCC unroll 8
+            for (int k = 0; k < 4; ++k) {
+                const int m = first + 128 * k;
+                float* const even = history + m;
+                float* const odd = even + 64;
+                const Floats<kWidth> y = load<kWidth>(even + n);
+                const Floats<kWidth> yMirrored = load<kWidth>(even + mirrored);
+                const Floats<kWidth> difference = y - reversed(yMirrored);
+                const Floats<kWidth> sum = y + reversed(yMirrored);
+                now = now + difference * load<kWidth>(lpf + n + m);
+                nowMirrored = nowMirrored + difference * load<kWidth>(lpf + 960 + n - m);
+                minusNext = minusNext + sum * load<kWidth>(lpf + 64 + n + m);
+                nextMirrored = nextMirrored + sum * load<kWidth>(lpf + kLastSlot + n - m);
+
+                store(even + n, carried);
+                store(even + mirrored, carriedMirrored);
+                carried = load<kWidth>(odd + n);
+                carriedMirrored = load<kWidth>(odd + mirrored);
+                store(odd + n, y);
+                store(odd + mirrored, yMirrored);
+            }
+        }
+
+        store(overlapNow + n, load<kWidth>(overlapNow + n) + now);
+        store(overlapNow + mirrored, load<kWidth>(overlapNow + mirrored) + reversed(nowMirrored));
+        // A sum of products that starts from zero is never minus zero; neither is zero less such a sum.
+        const Floats<kWidth> next = broadcast<kWidth>(0.0f) - minusNext;
+        store(overlapNext + n, load<kWidth>(overlapNext + n) + next);
+        store(overlapNext + mirrored, load<kWidth>(overlapNext + mirrored) + reversed(nextMirrored));
     }
 }
 
 void roundOutput(const float (&sums)[64], std::int32_t (&output)[64]) noexcept
 {
-    for (int n = 0; n < 64; ++n) {
-        const float half = sums[n] < 0.0f ? -0.5f : 0.5f;
-        output[n] = saturatedToInt32(sums[n] + half);
+    constexpr int kWidth = kVectorFloats;
+    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{0});
+    for (int n = 0; n < 64; n += kWidth) {
+        const Floats<kWidth> sum = load<kWidth>(sums + n);
+        const Floats<kWidth> rounded = sum + withSignOf(sum, broadcast<kWidth>(0.5f));
+        beyond = beyond | beyondInt32(rounded);
+        store(output + n, truncated(rounded));
     }
+    if (any(beyond))
+        for (int n = 0; n < 64; ++n) output[n] = saturatedToInt32(sums[n] + (sums[n] < 0.0f ? -0.5f : 0.5f));
 }
 
-} // namespace zrk_tarn
+void advanceOverlap(float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+{
+    store(overlapNow, load<64>(overlapNext));
+    store(overlapNext, broadcast<64>(0.0f));
+}
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

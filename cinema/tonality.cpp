@@ -1,8 +1,8 @@
 #include "cinema/tonality.h"
 
-#include <cmath>
+#include "lanes/lanes.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 namespace
@@ -18,10 +18,13 @@ float restOf(const ZRKTarn& engine) noexcept
     return engine.restL + engine.restR;
 }
 
-/// Whether a band's value lies within the relative tolerance of its slow mean; a value of zero never does.
-bool isStationary(float average, float value, float tolerance) noexcept
+/// True where a band's value lies within the relative tolerance of its slow mean; a value of zero never does.
+Ints<16> isStationary(const Floats<16>& average, const Floats<16>& value, float tolerance) noexcept
 {
-    return std::fabs((average - value) / value) < tolerance;
+    // Over zero the difference does not matter; one keeps a subnormal one, slow on some processors, out of the way.
+    const Ints<16> silent = value == broadcast<16>(0.0f);
+    const Floats<16> difference = select(silent, broadcast<16>(1.0f), average - value);
+    return abs(difference / value) < broadcast<16>(tolerance);
 }
 
 void copyGroup(ZRKTarn& engine, int from, int to) noexcept
@@ -59,16 +62,24 @@ void holdStationaryGroups(ZRKTarn& engine) noexcept
     engine.stationaryTolerance = 4.0f * restOf(engine) < peakOf(engine) ? 0.001f : 0.0001f;
     if (engine.tonalBlock != 0) return;
 
+    float average[16];
+    float value[16];
     for (int g = 0; g < 16; ++g) {
         const int louder = engine.peakL[g] <= engine.peakR[g] ? 1 : 0;
-        const int band = engine.peakBand[g];
-        if (!isStationary(engine.subbandAvg[louder][band], engine.subband[louder][band], engine.stationaryTolerance))
-            continue;
-        engine.peakL[g] = engine.prevPeakL[g];
-        engine.peakR[g] = engine.prevPeakR[g];
-        engine.peakSum[g] = engine.prevPeakSum[g];
-        engine.peakDiff[g] = engine.prevPeakDiff[g];
+        const int band = engine.peakBand[g] < 64 ? engine.peakBand[g] : 63; // 64 only for an empty last group
+        average[g] = engine.subbandAvg[louder][band];
+        value[g] = engine.subband[louder][band];
     }
+    const Ints<16> held = isStationary(load<16>(average), load<16>(value), engine.stationaryTolerance);
+    if (!any(held)) return;
+
+    const auto hold = [&](const float(&previous)[16], float(&peak)[16]) {
+        store(peak, select(held, load<16>(previous), load<16>(peak)));
+    };
+    hold(engine.prevPeakL, engine.peakL);
+    hold(engine.prevPeakR, engine.peakR);
+    hold(engine.prevPeakSum, engine.peakSum);
+    hold(engine.prevPeakDiff, engine.peakDiff);
 }
 
 void spreadDominantGroup(ZRKTarn& engine) noexcept
@@ -82,4 +93,4 @@ void spreadDominantGroup(ZRKTarn& engine) noexcept
     }
 }
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

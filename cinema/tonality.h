@@ -2,7 +2,7 @@
 
 #include "engine/zrk_tarn.h"
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 // Stages that compare the strongest band and its neighbours, peak = peakRegionL + peakRegionR, with all other bands,
@@ -30,4 +30,4 @@ void holdStationaryGroups(ZRKTarn& engine) noexcept;
 /// In/Out  peakL ... peakDiff, powL ... powDiff, thres, midThres, slowThres [16]
 void spreadDominantGroup(ZRKTarn& engine) noexcept;
 
-} // namespace zrk_tarn
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,4 +1,3 @@
-#include "engine/saturate.h"
 #include "engine/threshold_rows.h"
 #include "engine/zrk_tarn.h"
 
@@ -20,6 +19,12 @@ using namespace zrk_tarn;
 
 namespace
 {
+
+/// Truncates towards zero into 32 bits; what lies beyond the range takes its end.
+std::int32_t saturatedToInt32(double value) noexcept
+{
+    return static_cast<std::int32_t>(std::clamp(value, -2147483648.0, 2147483647.0));
+}
 
 /// What a sample rate changes. Alpha becomes alpha * alphaFactor / alphaDivisor, of which one is 1.
 struct RateSetting

@@ -26,7 +26,7 @@ struct Tarn_Parameters
 ///
 /// All members are public state: an operation depends on nothing but them, its arguments, the host buffer and the
 /// process-wide constant tables (filterbank/cos_mod.h).
-class [[gnu::visibility("default")]] ZRKTarn
+class alignas(64) [[gnu::visibility("default")]] ZRKTarn
 {
 public:
     // --- Constants -------------------------------------------------------------------------------------------------
@@ -281,3 +281,7 @@ public:
     std::int32_t  reservedB = 0;                ///< 0 or 2                              SetReserved
     // clang-format on
 };
+
+/// The instruction set that blocks are processed with: "sse2", "avx2" or "avx512" on x86-64, "neon" on aarch64,
+/// "generic" elsewhere. Chosen when the library is loaded, by what the processor can do; all give the same bits.
+[[gnu::visibility("default")]] const char* zrk_tarn_instruction_set() noexcept;

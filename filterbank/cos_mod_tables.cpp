@@ -1,12 +1,16 @@
 #include "filterbank/cos_mod.h"
+#include "filterbank/transform_tables.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 float dct4Table64[2112];
 float dct4Table32[544];
 float dct3Table32[528];
 float dct3Table16[136];
 float dct4Table16[144];
+alignas(64) zrk_tarn::TransformTables zrk_tarn::transformTables;
 
 namespace
 {
@@ -88,6 +92,39 @@ void fillDct3Block(float* block, int n)
     fillCosineScale(block, h, 2.0f * size);
 }
 
+void transpose(const float* matrix, float (&columns)[8][8])
+{
+    for (int i = 0; i < 8; ++i)
+        for (int j = 0; j < 8; ++j) columns[j][i] = matrix[8 * i + j];
+}
+
+/// Cuts scales into octets, every second one backwards.
+template <std::size_t kOctets>
+void cutScale(const float* scale, float (&octets)[kOctets][8])
+{
+    for (std::size_t c = 0; c < kOctets; ++c)
+        for (std::size_t i = 0; i < 8; ++i) octets[c][i] = scale[8 * c + (c % 2 == 0 ? i : 7 - i)];
+}
+
+/// The scales of a block of size n stand behind its two matrices.
+const float* scalesOf(const float* block, int n)
+{
+    return block + n * n / 2;
+}
+
+void fillTransformTables(zrk_tarn::TransformTables& tables)
+{
+    transpose(dct3Table16, tables.dct3Columns);
+    transpose(dct4Table16, tables.dct4Columns);
+    std::copy_n(scalesOf(dct3Table16, 16), 8, tables.dct3Scale16);
+    cutScale(scalesOf(dct3Table32, 32), tables.dct3Scale32);
+    for (int s = 0; s < 2; ++s) {
+        std::copy_n(scalesOf(dct4Table16, 16) + 8 * s, 8, tables.dct4Scale16[s]);
+        cutScale(scalesOf(dct4Table32, 32) + 16 * s, tables.dct4Scale32[s]);
+        cutScale(scalesOf(dct4Table64, 64) + 32 * s, tables.dct4Scale64[s]);
+    }
+}
+
 } // namespace
 
 void cosModTablesInit()
@@ -97,4 +134,5 @@ void cosModTablesInit()
     fillDct3Block(dct3Table32, 32);
     fillDct3Block(dct3Table16, 16);
     fillDct4Block(dct4Table16, 16);
+    fillTransformTables(zrk_tarn::transformTables);
 }

@@ -1,39 +1,61 @@
-#include "engine/zrk_tarn.h"
+#include "io/block_io.h"
 #include "io/sample_conversion.h"
 
-#include <algorithm>
-
-using namespace zrk_tarn;
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
 
 namespace
 {
 
-/// Converts one slot of a block.
+/// Converts a block of samples to engine scale.
+///
+/// In   samples [64]  host integers
+/// Out  newest  [64]
+void convertInput(const std::int32_t (&samples)[64], float inputScale, float* newest) noexcept
+{
+    // With a positive scale the sign of the sample is that of the scaled value, and rounding is truncation of its
+    // magnitude and a half. Zero stays zero.
+    constexpr int kWidth = kVectorFloats;
+    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{inputScale > 0.0f ? 0 : -1});
+    for (int i = 0; i < 64; i += kWidth) {
+        const Floats<kWidth> scaled = toFloat(load<kWidth>(samples + i)) * broadcast<kWidth>(inputScale);
+        const Floats<kWidth> rounded = scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
+        beyond = beyond | beyondInt32(rounded);
+        store(newest + i, toFloat(truncated(rounded)) * broadcast<kWidth>(kInputGain));
+    }
+    if (any(beyond))
+        for (int i = 0; i < 64; ++i) newest[i] = toEngineScale(samples[i], inputScale);
+}
+
+/// Reads the samples of one slot.
 ///
 /// In   position  first sample of the slot, frames of them, stride bytes apart
-/// Out  newest    [frames] engine scale
+/// Out  samples   [frames]
 template <int kBytes>
-void readSlot(const std::uint8_t* position, std::size_t stride, std::uint32_t frames, float inputScale, float* newest)
+void readSlot(const std::uint8_t* position, std::size_t stride, std::size_t frames, std::int32_t* samples) noexcept
 {
-    for (std::uint32_t i = 0; i < frames; ++i)
-        newest[i] = toEngineScale(loadSample<kBytes>(position + i * stride), inputScale);
+#pragma GCC unroll 8
+    for (std::size_t i = 0; i < frames; ++i) {
+        samples[i] = loadSample<kBytes>(position);
+        position += stride;
+    }
 }
 
 } // namespace
 
-std::uint32_t ZRKTarn::ReadInputChannels(std::uint32_t frames, std::uint32_t channels) noexcept
+void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
 {
-    constexpr int kNewest = 1024 - 64;
-
-    const std::int32_t bytes = containerBytes(bitsPerSample);
+    const std::int32_t bytes = containerBytes(engine.bitsPerSample);
     const std::size_t stride = frameStride(bytes, channels);
-    for (int c = 0; c < 2; ++c) {
-        float* const newest = &inputHistory[c][kNewest];
 
+    for (int c = 0; c < 2; ++c) {
+        std::int32_t samples[64];
         const bool read = dispatchContainer(
-            bytes, [&](auto width) { readSlot<width>(channelPtr[c], stride, frames, inputScale, newest); });
-        const std::uint32_t converted = read ? frames : 0;
-        std::fill(newest + converted, newest + 64, 0.0f);
+            bytes, [&](auto width) { readSlot<width>(engine.channelPtr[c], stride, frames, samples); });
+        // What is not read is silence.
+        for (std::uint32_t i = read ? frames : 0; i < 64; ++i) samples[i] = 0;
+        convertInput(samples, engine.inputScale, engine.inputHistory[c] + 1024 - 64);
     }
-    return 0;
 }
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

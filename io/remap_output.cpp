@@ -1,7 +1,8 @@
-#include "engine/zrk_tarn.h"
+#include "io/block_io.h"
 #include "io/sample_conversion.h"
 
-using namespace zrk_tarn;
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
 
 namespace
 {
@@ -35,53 +36,36 @@ void mixTerms(const std::int32_t* gains, const std::int32_t* const* sources, std
 
 } // namespace
 
-std::uint32_t ZRKTarn::SetRemapCoeff(int (*coeff)[4]) noexcept
+std::uint32_t remapOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
 {
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 4; ++c) remapCoeff[r][c] = coeff[r][c];
-
-    for (int c = 0; c < 4; ++c) {
-        std::uint32_t terms = 0;
-        for (std::uint32_t r = 0; r < 3; ++r) {
-            if (coeff[r][c] == 0) continue;
-            remapTermGain[c][terms] = coeff[r][c];
-            remapTermSource[c][terms] = r;
-            ++terms;
-        }
-        remapTermCount[c] = terms;
-    }
-    return 0;
-}
-
-std::uint32_t ZRKTarn::RemapOutput(std::uint32_t frames, std::uint32_t channels) noexcept
-{
-    const std::int32_t bytes = containerBytes(bitsPerSample);
+    const std::int32_t bytes = containerBytes(engine.bitsPerSample);
     const std::size_t stride = frameStride(bytes, channels);
 
     const bool written = dispatchContainer(bytes, [&](auto width) {
         for (int c = 0; c < 4; ++c) {
-            std::uint8_t* const position = channelPtr[c];
+            std::uint8_t* const position = engine.channelPtr[c];
             if constexpr (width == 4) {
                 // Four-byte containers mix the whole matrix column, zero gains included.
-                const std::int32_t gains[3] = {remapCoeff[0][c], remapCoeff[1][c], remapCoeff[2][c]};
-                mixTerms<width, 3>(gains, outputPtr, position, stride, frames);
+                const std::int32_t gains[3] = {engine.remapCoeff[0][c], engine.remapCoeff[1][c],
+                                               engine.remapCoeff[2][c]};
+                mixTerms<width, 3>(gains, engine.outputPtr, position, stride, frames);
             } else {
                 const std::int32_t* sources[3]{};
-                for (std::uint32_t j = 0; j < 3 && j < remapTermCount[c]; ++j)
-                    sources[j] = outputPtr[remapTermSource[c][j]];
+                for (std::uint32_t j = 0; j < 3 && j < engine.remapTermCount[c]; ++j)
+                    sources[j] = engine.outputPtr[engine.remapTermSource[c][j]];
 
-                switch (remapTermCount[c]) {
+                switch (engine.remapTermCount[c]) {
                 case 0:
-                    mixTerms<width, 0>(remapTermGain[c], sources, position, stride, frames);
+                    mixTerms<width, 0>(engine.remapTermGain[c], sources, position, stride, frames);
                     break;
                 case 1:
-                    mixTerms<width, 1>(remapTermGain[c], sources, position, stride, frames);
+                    mixTerms<width, 1>(engine.remapTermGain[c], sources, position, stride, frames);
                     break;
                 case 2:
-                    mixTerms<width, 2>(remapTermGain[c], sources, position, stride, frames);
+                    mixTerms<width, 2>(engine.remapTermGain[c], sources, position, stride, frames);
                     break;
                 case 3:
-                    mixTerms<width, 3>(remapTermGain[c], sources, position, stride, frames);
+                    mixTerms<width, 3>(engine.remapTermGain[c], sources, position, stride, frames);
                     break;
                 default:
                     break;
@@ -92,12 +76,4 @@ std::uint32_t ZRKTarn::RemapOutput(std::uint32_t frames, std::uint32_t channels)
     return written ? 1 : 0;
 }
 
-std::uint32_t ZRKTarn::ProcessCine3InterLeaveRemap(std::uint32_t frames, std::uint32_t channels) noexcept
-{
-    ProcessCine3(frames, channels);
-    for (std::int32_t* const row : outputPtr)
-        for (std::uint32_t i = 0; i < frames; ++i)
-            row[i] = toHostSample(row[i], outputScale, sampleCeiling, sampleFloor);
-    RemapOutput(frames, channels);
-    return 0;
-}
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

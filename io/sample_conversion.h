@@ -1,17 +1,22 @@
 #pragma once
 
-#include "engine/saturate.h"
+#include "engine/zrk_tarn.h"
+#include "lanes/lanes.h"
+#include "lanes/saturate.h"
 
-#include <cmath>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
-namespace zrk_tarn
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Fixed gain of the input side, the float nearest to 2^6.5.
 inline constexpr float kInputGain = 90.50966644287109f;
+
+/// Containers are little-endian; where the processor is too, they move as whole words.
+inline constexpr bool kLittleEndian = std::endian::native == std::endian::little;
 
 /// Bytes of the container of a sample of bitsPerSample bits; meaningless widths give sizes that no path supports.
 inline std::int32_t containerBytes(std::int32_t bitsPerSample) noexcept
@@ -48,18 +53,34 @@ bool dispatchContainer(std::int32_t bytesPerSample, Work work)
 template <int kBytes>
 std::int32_t loadSample(const std::uint8_t* position) noexcept
 {
-    constexpr std::uint32_t kSign = std::uint32_t{1} << (8 * kBytes - 1);
-
-    std::uint32_t bits = 0;
-    for (int j = 0; j < kBytes; ++j) bits |= std::uint32_t{position[j]} << (8 * j);
-    return static_cast<std::int32_t>((bits ^ kSign) - kSign);
+    if constexpr (kBytes == 3) {
+        const std::uint32_t low = static_cast<std::uint32_t>(loadSample<2>(position)) & 0xffff;
+        return static_cast<std::int8_t>(position[2]) * 65536 + static_cast<std::int32_t>(low);
+    } else if constexpr (kLittleEndian) {
+        std::conditional_t<kBytes == 2, std::int16_t, std::int32_t> sample;
+        __builtin_memcpy(&sample, position, sizeof sample);
+        return sample;
+    } else {
+        constexpr std::uint32_t kSign = std::uint32_t{1} << (8 * kBytes - 1);
+        std::uint32_t bits = 0;
+        for (int j = 0; j < kBytes; ++j) bits |= std::uint32_t{position[j]} << (8 * j);
+        return static_cast<std::int32_t>((bits ^ kSign) - kSign);
+    }
 }
 
 /// Stores the low bytes of a sample, least significant first, at any alignment.
 template <int kBytes>
 void storeSample(std::uint8_t* position, std::uint32_t sample) noexcept
 {
-    for (int j = 0; j < kBytes; ++j) position[j] = static_cast<std::uint8_t>(sample >> (8 * j));
+    if constexpr (kLittleEndian && kBytes == 4) {
+        __builtin_memcpy(position, &sample, 4);
+    } else if constexpr (kLittleEndian) {
+        const auto low = static_cast<std::uint16_t>(sample);
+        __builtin_memcpy(position, &low, 2);
+        if (kBytes == 3) position[2] = static_cast<std::uint8_t>(sample >> 16);
+    } else {
+        for (int j = 0; j < kBytes; ++j) position[j] = static_cast<std::uint8_t>(sample >> (8 * j));
+    }
 }
 
 /// Host sample to engine scale: scaled, rounded half away from zero by the sign of the sample, then the input gain.
@@ -67,22 +88,64 @@ inline float toEngineScale(std::int32_t sample, float inputScale) noexcept
 {
     if (sample == 0) return 0.0f;
     const float scaled = static_cast<float>(sample) * inputScale;
-    const float rounded = sample > 0 ? std::floor(scaled + 0.5f) : std::ceil(scaled - 0.5f);
+    const float rounded = sample > 0 ? __builtin_floorf(scaled + 0.5f) : __builtin_ceilf(scaled - 0.5f);
     return static_cast<float>(saturatedToInt32(rounded)) * kInputGain;
 }
 
+/// How engine output becomes host samples.
+struct HostRange
+{
+    explicit HostRange(const ZRKTarn& engine) noexcept
+        : scale(engine.outputScale), ceiling(engine.sampleCeiling), floor(engine.sampleFloor)
+    {}
+
+    float scale;          ///< engine scale to host integer
+    std::int32_t ceiling; ///< largest host sample
+    std::int32_t floor;   ///< smallest host sample
+};
+
 /// Engine output to host sample: scaled, rounded half away from zero by its sign, clipped on the side of that sign.
-inline std::int32_t toHostSample(std::int32_t value, float outputScale, std::int32_t ceiling,
-                                 std::int32_t floor) noexcept
+inline std::int32_t toHostSample(std::int32_t value, const HostRange& range) noexcept
 {
     if (value == 0) return 0;
-    const float scaled = static_cast<float>(value) * outputScale;
+    const float scaled = static_cast<float>(value) * range.scale;
     if (value > 0) {
-        const std::int32_t sample = saturatedToInt32(std::floor(scaled + 0.5f));
-        return sample < ceiling ? sample : ceiling;
+        const std::int32_t sample = saturatedToInt32(__builtin_floorf(scaled + 0.5f));
+        return sample < range.ceiling ? sample : range.ceiling;
     }
-    const std::int32_t sample = saturatedToInt32(std::ceil(scaled - 0.5f));
-    return sample > floor ? sample : floor;
+    const std::int32_t sample = saturatedToInt32(__builtin_ceilf(scaled - 0.5f));
+    return sample > range.floor ? sample : range.floor;
 }
 
-} // namespace zrk_tarn
+/// toHostSample for a whole row at once, where that gives the same. Returns whether it did; if not, samples holds
+/// nothing of use. samples must not be the row.
+inline bool convertWholeRow(const std::int32_t* row, const HostRange& range, std::int32_t (&samples)[64]) noexcept
+{
+    // With a positive scale and zero within the range, the sign of the value is that of the scaled one, rounding is
+    // truncation of its magnitude and a half, and clipping on both sides is clipping on that of the sign.
+    if (!(range.scale > 0.0f) || range.floor > 0 || range.ceiling < 0) return false;
+
+    constexpr int kWidth = kVectorFloats;
+    const Ints<kWidth> ceiling = broadcast<kWidth>(range.ceiling);
+    const Ints<kWidth> floor = broadcast<kWidth>(range.floor);
+    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{0});
+    for (int i = 0; i < 64; i += kWidth) {
+        const Floats<kWidth> scaled = toFloat(load<kWidth>(row + i)) * broadcast<kWidth>(range.scale);
+        const Floats<kWidth> rounded = scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
+        beyond = beyond | beyondInt32(rounded);
+        const Ints<kWidth> whole = truncated(rounded);
+        const Ints<kWidth> below = select(whole < ceiling, whole, ceiling);
+        store(samples + i, select(floor < below, below, floor));
+    }
+    return !any(beyond);
+}
+
+/// toHostSample for the first frames samples of a row.
+inline void convertRow(const std::int32_t* row, std::uint32_t frames, const HostRange& range,
+                       std::int32_t (&samples)[64]) noexcept
+{
+    if (frames == 64 && convertWholeRow(row, range, samples)) return;
+    for (std::uint32_t i = 0; i < frames; ++i) samples[i] = toHostSample(row[i], range);
+}
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,28 +1,48 @@
-#include "engine/zrk_tarn.h"
+#include "io/block_io.h"
 #include "io/sample_conversion.h"
 
-using namespace zrk_tarn;
-
-std::uint32_t ZRKTarn::WriteOutput(std::uint32_t frames, std::uint32_t channels) noexcept
+namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
-    const std::int32_t bytes = containerBytes(bitsPerSample);
+
+namespace
+{
+
+/// Stores the samples of one slot, stride bytes apart.
+template <int kBytes>
+void writeSlot(const std::int32_t* samples, std::size_t frames, std::uint8_t* position, std::size_t stride) noexcept
+{
+#pragma GCC unroll 8
+    for (std::size_t i = 0; i < frames; ++i) {
+        storeSample<kBytes>(position, static_cast<std::uint32_t>(samples[i]));
+        position += stride;
+    }
+}
+
+} // namespace
+
+std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
+{
+    const std::int32_t bytes = containerBytes(engine.bitsPerSample);
     const std::size_t stride = frameStride(bytes, channels);
 
     // Channel after channel: where two share a slot, the later one wins.
     const bool written = dispatchContainer(bytes, [&](auto width) {
         for (int k = 0; k < 3; ++k) {
-            for (std::uint32_t i = 0; i < frames; ++i) {
-                const std::int32_t sample = toHostSample(outputPtr[k][i], outputScale, sampleCeiling, sampleFloor);
-                storeSample<width>(channelPtr[k] + i * stride, static_cast<std::uint32_t>(sample));
-            }
+            std::int32_t samples[64];
+            convertRow(engine.outputPtr[k], frames, HostRange(engine), samples);
+            writeSlot<width>(samples, frames, engine.channelPtr[k], stride);
         }
     });
     return written ? 1 : 0;
 }
 
-std::uint32_t ZRKTarn::ProcessCine3InterLeave(std::uint32_t frames, std::uint32_t channels) noexcept
+void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept
 {
-    ProcessCine3(frames, channels);
-    WriteOutput(frames, channels);
-    return 0;
+    for (std::int32_t* const row : engine.outputPtr) {
+        std::int32_t samples[64];
+        convertRow(row, frames, HostRange(engine), samples);
+        for (std::uint32_t i = 0; i < frames; ++i) row[i] = samples[i];
+    }
 }
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -298,7 +298,7 @@ def print_table(table, figures):
     print("// Processing 43 (9), 1995.")
     print("// J. F. Kaiser, Nonrecursive digital filter design using the I0-sinh window function, ISCAS 1974.\n")
     print("// clang-format off")
-    print("const float lpf[1024] = {")
+    print("alignas(64) const float lpf[1024] = {")
     for row in range(0, TAPS, 8):
         print("    " + ", ".join("%.9ef" % tap for tap in table[row:row + 8]) + ",")
     print("};")

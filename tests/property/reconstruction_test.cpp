@@ -1,6 +1,6 @@
 #include "cinema/analysis.h"
-#include "cinema/histories.h"
 #include "cinema/synthesis.h"
+#include "engine/zrk_tarn.h"
 #include "filterbank/cos_mod.h"
 #include "tests/support/random.h"
 
@@ -18,7 +18,7 @@
 namespace
 {
 
-using namespace zrk_tarn;
+using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 
 constexpr std::size_t kBlock = 64;
 constexpr std::size_t kDelayFrames = 960;
@@ -34,16 +34,16 @@ Signal throughTheChain(const Signal& signal)
     for (std::size_t start = 0; start + kBlock <= signal.size(); start += kBlock) {
         for (std::size_t i = 0; i < kBlock; ++i)
             engine->inputHistory[0][960 + i] = static_cast<float>(0x1p30 * signal[start + i]);
-        weightHistory(engine->inputHistory[0], engine->polyphaseSum[0]);
+        weightAndAdvance(engine->inputHistory[0], engine->polyphaseSum[0]);
         foldBranches(engine->polyphaseSum[0], engine->folded[0]);
         splitIntoPairSums(engine->folded[0], engine->dctEven[0], engine->dctOdd[0]);
         cosModDCT4_X1(engine->subband[0], engine->dctEven[0], engine->dctOdd[0]);
 
         splitIntoPairSums(engine->subband[0], engine->dctEven[0], engine->dctOdd[0]);
         cosModDCT4_X1(engine->synthHistory[0], engine->dctEven[0], engine->dctOdd[0]);
-        overlapAdd(engine->synthHistory[0], engine->overlapNow[0], engine->overlapNext[0]);
+        overlapAddAndAdvance(engine->synthHistory[0], engine->overlapNow[0], engine->overlapNext[0]);
         for (const float sample : engine->overlapNow[0]) output.push_back(static_cast<double>(sample));
-        moveHistories(*engine);
+        advanceOverlap(engine->overlapNow[0], engine->overlapNext[0]);
     }
     return output;
 }

@@ -1,8 +1,11 @@
 #include "tests/reference/engine_twins.h"
 #include "tests/support/engine.h"
 
+#include <algorithm>
+#include <cmath>
 #include <string>
 #include <tuple>
+#include <type_traits>
 
 // The engine against the literal one: after every block, every byte of the host buffer and every bit of the record.
 
@@ -119,6 +122,68 @@ TEST(LongSilence, GivesTheReferencesBitsDownToSubnormalState)
     runBlocks(twins, Path::Plain, Signal::DiffuseNoise, 40, random);
     runBlocks(twins, Path::Plain, Signal::Silence, 4000, random);
     EXPECT_LT(twins.engine().avgLevelL, 1.2e-38f);
+}
+
+/// A number that a caller might leave in a field: of any magnitude down to the smallest subnormal one, of either sign.
+float writtenValue(Random& random)
+{
+    const auto mantissa = static_cast<float>(random.uniform());
+    const int exponents[] = {0, 20, 31, 40, -20, -100, -126, -140, -148};
+    return random.chance(8) ? std::copysign(0.0f, mantissa) : std::ldexp(mantissa, random.oneOf(exponents));
+}
+
+/// Writes the same numbers into the same places of a field of both engines.
+template <typename Field>
+void writeInto(Field& a, Field& b, Random& random)
+{
+    using Element = std::remove_all_extents_t<Field>;
+    auto* const first = reinterpret_cast<Element*>(&a);
+    auto* const second = reinterpret_cast<Element*>(&b);
+    for (std::size_t i = 0; i < sizeof(Field) / sizeof(Element); ++i)
+        if (random.chance(2)) first[i] = second[i] = writtenValue(random);
+}
+
+TEST(WrittenFields, GiveTheReferencesBits)
+{
+    Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
+    for (int life = 0; life < 300 && !HasFailure(); ++life) {
+        constexpr std::int32_t kBits[] = {16, 24, 32, 20};
+        EngineTwins twins;
+        twins.initialise(parametersAt(random.oneOf(kRatesHz), random.oneOf(kBits)));
+        const Signal signal = kAllSignals[random.below(kAllSignals.size())];
+        runBlocks(twins, Path::Plain, signal, 3, random);
+        for (int change = 0; change < 12 && !HasFailure(); ++change) {
+            std::string written;
+            forEachField(twins.engine(), twins.reference(), [&](const char* name, auto& a, auto& b) {
+                using Element = std::remove_all_extents_t<std::remove_cvref_t<decltype(a)>>;
+                if constexpr (std::is_same_v<Element, float>) {
+                    if (!random.chance(12)) return;
+                    writeInto(a, b, random);
+                    written += std::string(" ") + name;
+                }
+            });
+            if (random.chance(3)) {
+                // Any tiling of at most 64 bands, with empty groups and negative counts.
+                std::int32_t left = 64;
+                for (int g = 0; g < 16; ++g) {
+                    const auto count = static_cast<std::int32_t>(random.below(8)) - 1;
+                    twins.engine().bandCount[g] = twins.reference().bandCount[g] = std::min(count, left);
+                    left -= std::max(twins.engine().bandCount[g], 0);
+                }
+                written += " bandCount";
+            }
+            if (random.chance(4)) {
+                const auto ceiling = static_cast<std::int32_t>(random.bits());
+                const auto floor = static_cast<std::int32_t>(random.bits());
+                twins.engine().sampleCeiling = twins.reference().sampleCeiling = ceiling;
+                twins.engine().sampleFloor = twins.reference().sampleFloor = floor;
+                written += " sampleCeiling sampleFloor";
+            }
+            SCOPED_TRACE(testing::Message() << "life " << life << ", change " << change << ", written:" << written);
+            runBlocks(twins, random.chance(2) ? Path::Plain : Path::Remap, signal, 2, random);
+        }
+    }
 }
 
 TEST(Reconfiguration, CarriesTheSameStateThroughEveryChange)

@@ -98,11 +98,11 @@ void fillDct3Table(int n, float* table)
 
 /// Sum of row i of a matrix against the even-indexed inputs.
 ///
-/// Order  ascending j, from zero
+/// Order  ascending j, from the first product
 float evenRowSum(int h, const float* matrix, int i, const float* in)
 {
-    float sum = 0.0f;
-    for (int j = 0; j < h; ++j) sum += matrix[i * h + j] * in[2 * j];
+    float sum = matrix[i * h] * in[0];
+    for (int j = 1; j < h; ++j) sum += matrix[i * h + j] * in[2 * j];
     return sum;
 }
 
@@ -118,11 +118,11 @@ float oddRowSum(int h, const float* matrix, int i, const float* in)
 
 /// Sum of row i of a matrix against the pair sums in[2j] + in[2j+1].
 ///
-/// Order  ascending j, from zero
+/// Order  ascending j, from the first product
 float pairRowSum(int h, const float* matrix, int i, const float* in)
 {
-    float sum = 0.0f;
-    for (int j = 0; j < h; ++j) sum += matrix[i * h + j] * (in[2 * j] + in[2 * j + 1]);
+    float sum = matrix[i * h] * (in[0] + in[1]);
+    for (int j = 1; j < h; ++j) sum += matrix[i * h + j] * (in[2 * j] + in[2 * j + 1]);
     return sum;
 }
 

@@ -1,5 +1,4 @@
 #include "cinema/analysis.h"
-#include "cinema/histories.h"
 #include "cinema/synthesis.h"
 #include "filterbank/cos_mod.h"
 #include "tests/support/engine.h"
@@ -11,8 +10,9 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <vector>
 
-using namespace zrk_tarn;
+using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
 using tests::GuardedBuffer;
 
@@ -51,10 +51,11 @@ TEST(Analysis, WeightsEachBranchInAscendingOrder)
     float branch[128];
     tests::Random random(1);
     for (float& sample : history) sample = static_cast<float>(1e9 * random.uniform());
-    weightHistory(history, branch);
-    for (int k = 0; k < 128; ++k) {
+    const std::vector<float> given(std::begin(history), std::end(history));
+    weightAndAdvance(history, branch);
+    for (std::size_t k = 0; k < 128; ++k) {
         float sum = 0.0f;
-        for (int m = 0; m < 8; ++m) sum += lpf[k + 128 * m] * history[k + 128 * m];
+        for (std::size_t m = 0; m < 8; ++m) sum += lpf[k + 128 * m] * given[k + 128 * m];
         EXPECT_EQ(branch[k], sum);
     }
 }
@@ -102,13 +103,14 @@ TEST(Synthesis, AddsWholeSumsToTheOverlapsFromTheEvenSlotsOnly)
     for (int m = 64; m < 1024; m += 128)
         for (int n = 0; n < 64; ++n) history[m + n] = std::numeric_limits<float>::quiet_NaN();
 
-    overlapAdd(history, now, next);
-    for (int n = 0; n < 64; ++n) {
+    const std::vector<float> given(std::begin(history), std::end(history));
+    overlapAddAndAdvance(history, now, next);
+    for (std::size_t n = 0; n < 64; ++n) {
         float sumNow = 0.0f;
         float sumNext = 0.0f;
-        for (int m = 0; m < 1024; m += 128) {
-            sumNow += (history[n + m] - history[63 - n + m]) * lpf[n + m];
-            sumNext += (-history[n + m] - history[63 - n + m]) * lpf[n + m + 64];
+        for (std::size_t m = 0; m < 1024; m += 128) {
+            sumNow += (given[n + m] - given[63 - n + m]) * lpf[n + m];
+            sumNext += (-given[n + m] - given[63 - n + m]) * lpf[n + m + 64];
         }
         EXPECT_EQ(now[n], static_cast<float>(n) * 1e5f + sumNow);
         EXPECT_EQ(next[n], static_cast<float>(n) * 1e5f + sumNext);
@@ -129,21 +131,29 @@ TEST(Synthesis, RoundsHalfAwayFromZeroAndSaturates)
 
 TEST(Histories, MoveByOneBlock)
 {
-    const auto engine = engineAt(48000, 16);
-    for (int i = 0; i < 1024; ++i) {
-        engine->inputHistory[1][i] = static_cast<float>(i);
-        engine->synthHistory[2][i] = static_cast<float>(i);
-    }
-    std::fill(std::begin(engine->overlapNow[0]), std::end(engine->overlapNow[0]), 1.0f);
-    std::fill(std::begin(engine->overlapNext[0]), std::end(engine->overlapNext[0]), 2.0f);
-    moveHistories(*engine);
+    float input[1024];
+    float synthesis[1024];
+    float branch[128];
+    float now[64] = {};
+    float next[64] = {};
+    for (int i = 0; i < 1024; ++i) input[i] = synthesis[i] = static_cast<float>(i);
+    weightAndAdvance(input, branch);
+    overlapAddAndAdvance(synthesis, now, next);
     for (int i = 0; i < 960; ++i) {
-        EXPECT_EQ(engine->inputHistory[1][i], static_cast<float>(i + 64));
-        EXPECT_EQ(engine->synthHistory[2][i + 64], static_cast<float>(i));
+        EXPECT_EQ(input[i], static_cast<float>(i + 64));
+        EXPECT_EQ(synthesis[i + 64], static_cast<float>(i));
     }
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_EQ(input[960 + i], static_cast<float>(960 + i)) << "the newest samples stay";
+        EXPECT_EQ(synthesis[i], static_cast<float>(i)) << "the newest subbands stay";
+    }
+
+    std::fill(std::begin(now), std::end(now), 1.0f);
+    std::fill(std::begin(next), std::end(next), 2.0f);
+    advanceOverlap(now, next);
     for (int n = 0; n < 64; ++n) {
-        EXPECT_EQ(engine->overlapNow[0][n], 2.0f);
-        EXPECT_EQ(engine->overlapNext[0][n], 0.0f);
+        EXPECT_EQ(now[n], 2.0f);
+        EXPECT_EQ(next[n], 0.0f);
     }
 }
 

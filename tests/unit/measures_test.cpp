@@ -11,7 +11,7 @@
 #include <memory>
 #include <tuple>
 
-using namespace zrk_tarn;
+using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
 
 namespace

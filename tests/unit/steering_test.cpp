@@ -10,7 +10,7 @@
 #include <memory>
 #include <utility>
 
-using namespace zrk_tarn;
+using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
 
 // --- The steering rule

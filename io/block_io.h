@@ -1,0 +1,24 @@
+#pragma once
+
+#include "engine/zrk_tarn.h"
+
+#include <cstdint>
+
+// The input and output members of ZRKTarn (engine/zrk_tarn.h) of the same names, for one instruction set.
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
+
+/// ZRKTarn::ReadInputChannels.
+void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+
+/// ZRKTarn::WriteOutput.
+std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+
+/// Replaces the first frames samples of the three output rows, engine scale, by host samples.
+void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept;
+
+/// ZRKTarn::RemapOutput.
+std::uint32_t remapOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

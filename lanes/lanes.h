@@ -1,0 +1,461 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+/// Neighbouring values worked on side by side, in vectors as wide as the instruction set that is compiled for.
+///
+/// Lanes<T, kCount> holds kCount values in as many vector registers as that takes, so that a stage is written once for
+/// every instruction set. Arithmetic and comparisons work lane by lane and round as the scalar operators do; no
+/// operation here but anyOrderSum adds one lane to another, so the order of every sum is the one that its stage writes
+/// down.
+///
+/// The namespace is that of the instruction set. Nothing in it may call an inline function from outside, which could
+/// be compiled for a processor that lacks the instructions: hence no standard algorithms in the stages.
+
+#if defined __clang__
+#pragma clang diagnostic ignored "-Wpsabi"
+#else
+#pragma GCC diagnostic ignored "-Wpsabi"
+#endif
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
+
+#if defined __AVX512F__
+inline constexpr int kVectorBytes = 64;
+#elif defined __AVX2__
+inline constexpr int kVectorBytes = 32;
+#else
+inline constexpr int kVectorBytes = 16;
+#endif
+
+/// Single-precision values in one vector register.
+inline constexpr int kVectorFloats = kVectorBytes / 4;
+
+/// The integer of a lane's size, as comparisons give it.
+template <int kBytes>
+struct LaneInteger;
+template <>
+struct LaneInteger<4>
+{
+    using Type = std::int32_t;
+};
+template <>
+struct LaneInteger<8>
+{
+    using Type = std::int64_t;
+};
+
+template <typename T, int kCount>
+struct Lanes
+{
+    static constexpr int kBytes = kCount * static_cast<int>(sizeof(T));
+    static constexpr int kWidth = (kBytes < kVectorBytes ? kBytes : kVectorBytes) / static_cast<int>(sizeof(T));
+    static constexpr int kParts = kCount / kWidth;
+    static constexpr std::size_t kPartBytes = static_cast<std::size_t>(kBytes / kParts);
+
+    typedef T Part __attribute__((vector_size(kPartBytes)));
+    typedef T Unaligned __attribute__((vector_size(kPartBytes), aligned(alignof(T)), may_alias));
+
+    /// The part numbers, for expressions that name every part; loops over parts would keep compilers from holding
+    /// them in registers.
+    using Parts = std::make_integer_sequence<int, kParts>;
+
+    /// True lanes are all ones, false ones zero.
+    using Mask = Lanes<typename LaneInteger<sizeof(T)>::Type, kCount>;
+
+    Part part[static_cast<std::size_t>(kParts)];
+};
+
+template <int kCount>
+using Floats = Lanes<float, kCount>;
+template <int kCount>
+using Doubles = Lanes<double, kCount>;
+template <int kCount>
+using Ints = Lanes<std::int32_t, kCount>;
+
+template <int kPart, typename Operation, typename... L>
+[[gnu::always_inline]] inline auto onPart(Operation operation, const L&... lanes) noexcept
+{
+    return operation(lanes.part[kPart]...);
+}
+
+template <typename Result, int... kPart, typename Operation, typename... L>
+[[gnu::always_inline]] inline Result onParts(std::integer_sequence<int, kPart...> /*parts*/, Operation operation,
+                                             const L&... lanes) noexcept
+{
+    return {{onPart<kPart>(operation, lanes...)...}};
+}
+
+/// The operation on the parts of the same number.
+template <typename Result, typename Operation, typename... L>
+[[gnu::always_inline]] inline Result partwise(Operation operation, const L&... lanes) noexcept
+{
+    return onParts<Result>(typename Result::Parts{}, operation, lanes...);
+}
+
+// --- Memory, at any alignment --------------------------------------------------------------------------------------
+
+template <typename L, typename T, int... kPart>
+[[gnu::always_inline]] inline L loadParts(const T* values, std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    return {{*reinterpret_cast<const typename L::Unaligned*>(values + kPart * L::kWidth)...}};
+}
+
+template <int kCount, typename T>
+[[gnu::always_inline]] inline Lanes<T, kCount> load(const T* values) noexcept
+{
+    using L = Lanes<T, kCount>;
+    return loadParts<L>(values, typename L::Parts{});
+}
+
+template <typename T, int kCount, int... kPart>
+[[gnu::always_inline]] inline void storeParts(T* values, const Lanes<T, kCount>& lanes,
+                                              std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    using L = Lanes<T, kCount>;
+    ((*reinterpret_cast<typename L::Unaligned*>(values + kPart * L::kWidth) = lanes.part[kPart]), ...);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline void store(T* values, const Lanes<T, kCount>& lanes) noexcept
+{
+    storeParts(values, lanes, typename Lanes<T, kCount>::Parts{});
+}
+
+template <typename L, typename T, int... kPart>
+[[gnu::always_inline]] inline L broadcastParts(T value, std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    return {{((void)kPart, value - typename L::Part{})...}};
+}
+
+/// The same value in every lane.
+template <int kCount, typename T>
+[[gnu::always_inline]] inline Lanes<T, kCount> broadcast(T value) noexcept
+{
+    using L = Lanes<T, kCount>;
+    return broadcastParts<L>(value, typename L::Parts{});
+}
+
+// --- Lane by lane --------------------------------------------------------------------------------------------------
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator+(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x + y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator-(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x - y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator*(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x * y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator/(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x / y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator&(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x & y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator|(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x | y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator-(const Lanes<T, kCount>& a) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x) { return -x; }, a);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> operator~(const Lanes<T, kCount>& a) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x) { return ~x; }, a);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline auto operator<(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    using Mask = typename Lanes<T, kCount>::Mask;
+    return partwise<Mask>([](auto x, auto y) -> typename Mask::Part { return x < y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline auto operator<=(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    using Mask = typename Lanes<T, kCount>::Mask;
+    return partwise<Mask>([](auto x, auto y) -> typename Mask::Part { return x <= y; }, a, b);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline auto operator==(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    using Mask = typename Lanes<T, kCount>::Mask;
+    return partwise<Mask>([](auto x, auto y) -> typename Mask::Part { return x == y; }, a, b);
+}
+
+/// a where the mask is true, else b.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> select(const typename Lanes<T, kCount>::Mask& mask,
+                                                      const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto m, auto x, auto y) { return m ? x : y; }, mask, a, b);
+}
+
+/// The same bits as another type of lane of the same size.
+template <typename To, typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<To, kCount> bitsAs(const Lanes<T, kCount>& a) noexcept
+{
+    using Result = Lanes<To, kCount>;
+    return partwise<Result>([](auto x) { return reinterpret_cast<typename Result::Part>(x); }, a);
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> abs(const Lanes<T, kCount>& a) noexcept
+{
+    using Integer = typename LaneInteger<sizeof(T)>::Type;
+    constexpr Integer kAllButSign = sizeof(T) == 4 ? static_cast<Integer>(INT32_MAX) : static_cast<Integer>(INT64_MAX);
+    return bitsAs<T>(bitsAs<Integer>(a) & broadcast<kCount>(kAllButSign));
+}
+
+/// A non-negative a with the sign of b.
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> withSignOf(const Floats<kCount>& b, const Floats<kCount>& a) noexcept
+{
+    const Ints<kCount> sign = bitsAs<std::int32_t>(b) & broadcast<kCount>(INT32_MIN);
+    return bitsAs<float>(bitsAs<std::int32_t>(a) | sign);
+}
+
+// --- Moving lanes --------------------------------------------------------------------------------------------------
+
+/// Lanes from two vectors by index; those of b follow those of a.
+template <typename Result, typename Part, int... kIndex>
+[[gnu::always_inline]] inline Result shuffled(Part a, Part b, std::integer_sequence<int, kIndex...>) noexcept
+{
+    return __builtin_shufflevector(a, b, kIndex...);
+}
+
+template <int kFirst, int kStep, int... kLane>
+constexpr auto steps(std::integer_sequence<int, kLane...>)
+{
+    return std::integer_sequence<int, (kFirst + kStep * kLane)...>{};
+}
+
+/// Indices kFirst, kFirst + kStep, ...
+template <int kCount, int kFirst, int kStep>
+using Steps = decltype(steps<kFirst, kStep>(std::make_integer_sequence<int, kCount>{}));
+
+template <typename L, int... kPart>
+[[gnu::always_inline]] inline L reversedParts(const L& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    using Backwards = Steps<L::kWidth, L::kWidth - 1, -1>;
+    return {{shuffled<typename L::Part>(a.part[L::kParts - 1 - kPart], a.part[L::kParts - 1 - kPart], Backwards{})...}};
+}
+
+/// The lanes from the last to the first.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> reversed(const Lanes<T, kCount>& a) noexcept
+{
+    return reversedParts(a, typename Lanes<T, kCount>::Parts{});
+}
+
+template <typename L, typename T, int... kPart>
+[[gnu::always_inline]] inline L shiftedUpParts(T first, const L& a,
+                                               std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    using Up = Steps<L::kWidth, L::kWidth - 1, 1>;
+    const typename L::Part below = first - typename L::Part{};
+    return {
+        {shuffled<typename L::Part>(kPart == 0 ? below : a.part[kPart == 0 ? 0 : kPart - 1], a.part[kPart], Up{})...}};
+}
+
+/// Every lane one up; first enters at the bottom and the last lane leaves.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> shiftedUp(T first, const Lanes<T, kCount>& a) noexcept
+{
+    return shiftedUpParts(first, a, typename Lanes<T, kCount>::Parts{});
+}
+
+template <typename T, int kCount>
+struct LanePair
+{
+    Lanes<T, kCount> even;
+    Lanes<T, kCount> odd;
+};
+
+template <typename Half, int kFirst, typename Whole, int... kPart>
+[[gnu::always_inline]] inline Half everySecond(const Whole& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    constexpr bool kOne = Whole::kParts == 1;
+    return {{shuffled<typename Half::Part>(a.part[kOne ? 0 : 2 * kPart], a.part[kOne ? 0 : 2 * kPart + 1],
+                                           Steps<Half::kWidth, kFirst, 2>{})...}};
+}
+
+/// The lanes of even and of odd index.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline LanePair<T, kCount / 2> deinterleaved(const Lanes<T, kCount>& a) noexcept
+{
+    using Half = Lanes<T, kCount / 2>;
+    return {everySecond<Half, 0>(a, typename Half::Parts{}), everySecond<Half, 1>(a, typename Half::Parts{})};
+}
+
+template <typename Half, int kFirst, typename Whole, int... kPart>
+[[gnu::always_inline]] inline Half halfOf(const Whole& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    if constexpr (Whole::kParts == 1) {
+        return {{shuffled<typename Half::Part>(a.part[0], a.part[0], Steps<Half::kWidth, kFirst * Half::kWidth, 1>{})}};
+    } else {
+        return {{a.part[kFirst * Half::kParts + kPart]...}};
+    }
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount / 2> lowHalf(const Lanes<T, kCount>& a) noexcept
+{
+    using Half = Lanes<T, kCount / 2>;
+    return halfOf<Half, 0>(a, typename Half::Parts{});
+}
+
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount / 2> highHalf(const Lanes<T, kCount>& a) noexcept
+{
+    using Half = Lanes<T, kCount / 2>;
+    return halfOf<Half, 1>(a, typename Half::Parts{});
+}
+
+template <typename Whole, typename Half, int... kPart>
+[[gnu::always_inline]] inline Whole joinedParts(const Half& low, const Half& high,
+                                                std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    if constexpr (Whole::kParts == 1) {
+        return {{shuffled<typename Whole::Part>(low.part[0], high.part[0], Steps<Whole::kWidth, 0, 1>{})}};
+    } else {
+        return {{(kPart < Half::kParts ? low.part[kPart % Half::kParts] : high.part[kPart % Half::kParts])...}};
+    }
+}
+
+/// Two halves as one.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, 2 * kCount> joined(const Lanes<T, kCount>& low,
+                                                          const Lanes<T, kCount>& high) noexcept
+{
+    using Whole = Lanes<T, 2 * kCount>;
+    return joinedParts<Whole>(low, high, typename Whole::Parts{});
+}
+
+template <int kFirst, int kOther, int... kLane>
+constexpr auto alternate(std::integer_sequence<int, kLane...>)
+{
+    return std::integer_sequence<int, (kFirst + kLane / 2 + (kLane % 2 == 0 ? 0 : kOther))...>{};
+}
+
+/// The lanes of the kHalf-th half of even and of odd in turn, one part of the result for each of kPart.
+template <int kHalf, typename L, int... kPart>
+[[gnu::always_inline]] inline L interleavedHalf(const L& even, const L& odd,
+                                                std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    using Lane = std::make_integer_sequence<int, L::kWidth>;
+    constexpr int kFirst = kHalf * L::kParts; // in halves of parts
+    return {{shuffled<typename L::Part>(even.part[(kFirst + kPart) / 2], odd.part[(kFirst + kPart) / 2],
+                                        alternate<(kFirst + kPart) % 2 * L::kWidth / 2, L::kWidth>(Lane{}))...}};
+}
+
+/// The lanes of the lower half of even and of odd in turn.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> lowInterleaved(const Lanes<T, kCount>& even,
+                                                              const Lanes<T, kCount>& odd) noexcept
+{
+    return interleavedHalf<0>(even, odd, typename Lanes<T, kCount>::Parts{});
+}
+
+/// The lanes of the upper half of even and of odd in turn.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> highInterleaved(const Lanes<T, kCount>& even,
+                                                               const Lanes<T, kCount>& odd) noexcept
+{
+    return interleavedHalf<1>(even, odd, typename Lanes<T, kCount>::Parts{});
+}
+
+// --- Conversions ---------------------------------------------------------------------------------------------------
+
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> toFloat(const Ints<kCount>& a) noexcept
+{
+    using F = Floats<kCount>;
+    return partwise<F>([](auto x) { return __builtin_convertvector(x, typename F::Part); }, a);
+}
+
+/// Truncates towards zero; for lanes within the range of the integer, the others are undefined.
+template <int kCount>
+[[gnu::always_inline]] inline Ints<kCount> truncated(const Floats<kCount>& a) noexcept
+{
+    using I = Ints<kCount>;
+    return partwise<I>([](auto x) { return __builtin_convertvector(x, typename I::Part); }, a);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Doubles<kCount> toDouble(const Floats<kCount>& a) noexcept
+{
+    using D = Doubles<kCount>;
+    if constexpr (D::kParts == Floats<kCount>::kParts) {
+        return partwise<D>([](auto x) { return __builtin_convertvector(x, typename D::Part); }, a);
+    } else {
+        return joined(toDouble(lowHalf(a)), toDouble(highHalf(a)));
+    }
+}
+
+/// Rounds to nearest.
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> toFloat(const Doubles<kCount>& a) noexcept
+{
+    using F = Floats<kCount>;
+    if constexpr (Doubles<kCount>::kParts == F::kParts) {
+        return partwise<F>([](auto x) { return __builtin_convertvector(x, typename F::Part); }, a);
+    } else {
+        return joined(toFloat(lowHalf(a)), toFloat(highHalf(a)));
+    }
+}
+
+// --- Over all lanes ------------------------------------------------------------------------------------------------
+
+/// Whether any lane of a mask is true.
+template <typename Integer, int kCount>
+[[gnu::always_inline]] inline bool any(const Lanes<Integer, kCount>& mask) noexcept
+{
+    if constexpr (sizeof(mask) > 16) {
+        return any(lowHalf(mask) | highHalf(mask));
+    } else {
+        typedef std::int64_t Pair __attribute__((vector_size(16)));
+        const Pair pair = reinterpret_cast<Pair>(mask.part[0]);
+        return (pair[0] | pair[1]) != 0;
+    }
+}
+
+/// The sum of all lanes, for terms whose sums are exact in any order.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline T anyOrderSum(const Lanes<T, kCount>& a) noexcept
+{
+    if constexpr (kCount == 2) {
+        return a.part[0][0] + a.part[0][1];
+    } else {
+        return anyOrderSum(lowHalf(a) + highHalf(a));
+    }
+}
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

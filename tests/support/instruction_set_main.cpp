@@ -1,0 +1,41 @@
+#include "engine/instruction_sets.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <string_view>
+
+// The main of tests that run once for every instruction set: --instruction-set=NAME makes the engines work with it.
+
+namespace
+{
+
+/// Skips everything where the processor lacks the instruction set.
+class SkipAll : public testing::Environment
+{
+public:
+    void SetUp() override { GTEST_SKIP() << "this processor lacks the instruction set"; }
+};
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    testing::InitGoogleTest(&count, arguments);
+    constexpr std::string_view kOption = "--instruction-set=";
+    for (int i = 1; i < count; ++i) {
+        const std::string_view argument = arguments[i];
+        if (!argument.starts_with(kOption)) {
+            std::cerr << argument << ": not an option of this test\n";
+            return 64;
+        }
+        bool usable = false;
+        for (const zrk_tarn::BlockOperations* operations : zrk_tarn::usableOperations()) {
+            if (argument.substr(kOption.size()) != operations->instructionSet) continue;
+            zrk_tarn::chooseOperations(*operations);
+            usable = true;
+        }
+        if (!usable) testing::AddGlobalTestEnvironment(new SkipAll); // owned by GoogleTest
+    }
+    return RUN_ALL_TESTS();
+}

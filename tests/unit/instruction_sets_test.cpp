@@ -1,0 +1,37 @@
+#include "engine/instruction_sets.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+// Which instruction set engines work with.
+
+TEST(InstructionSets, TheFastestUsableOneIsChosenAtLoadTime)
+{
+    EXPECT_EQ(&zrk_tarn::chosenOperations(), zrk_tarn::usableOperations().back());
+    EXPECT_STREQ(zrk_tarn_instruction_set(), zrk_tarn::usableOperations().back()->instructionSet);
+}
+
+TEST(InstructionSets, TheChosenOneIsReported)
+{
+    const zrk_tarn::BlockOperations& atLoad = zrk_tarn::chosenOperations();
+    for (const zrk_tarn::BlockOperations* operations : zrk_tarn::usableOperations()) {
+        zrk_tarn::chooseOperations(*operations);
+        EXPECT_STREQ(zrk_tarn_instruction_set(), operations->instructionSet);
+    }
+    zrk_tarn::chooseOperations(atLoad);
+}
+
+TEST(InstructionSets, EachHasANameOfItsOwn)
+{
+    std::string names;
+    for (const zrk_tarn::BlockOperations* operations : zrk_tarn::usableOperations())
+        names += std::string(operations->instructionSet) + ' ';
+#if defined __x86_64__
+    EXPECT_TRUE(std::string("sse2 avx2 avx512 ").starts_with(names)) << names;
+#elif defined __aarch64__
+    EXPECT_EQ(names, "neon ");
+#else
+    EXPECT_EQ(names, "generic ");
+#endif
+}
