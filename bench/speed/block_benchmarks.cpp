@@ -1,0 +1,114 @@
+#include "bench/speed/benchmarks.h"
+#include "bench/speed/report.h"
+#include "bench/speed/stream.h"
+#include "bench/speed/ticks.h"
+#include "engine/instruction_sets.h"
+#include "tests/reference/reference_engine.h"
+
+#include <benchmark/benchmark.h>
+
+#include <deque>
+#include <string>
+
+namespace speed
+{
+
+namespace
+{
+
+using zrk_tarn::BlockOperations;
+
+constexpr std::size_t kWarmUpBlocks = 200;
+constexpr std::size_t kSilentBlocks = 60000;
+constexpr double kShortest = 0.05; ///< seconds of measured time per benchmark
+
+void measureMusic(benchmark::State& state, auto& stream)
+{
+    Report report(state);
+    std::size_t number = 0;
+    for ([[maybe_unused]] const auto iteration : state) {
+        stream.fill(number++);
+        report.add(ticksOf([&] { stream.process(); }));
+    }
+}
+
+void blocksOfReference(benchmark::State& state, const Format& format)
+{
+    Stream<reference::Engine> stream(format);
+    stream.run(kWarmUpBlocks);
+    measureMusic(state, stream);
+}
+
+void blocks(benchmark::State& state, const BlockOperations& operations, const Format& format)
+{
+    zrk_tarn::chooseOperations(operations);
+    Stream<ZRKTarn> stream(format);
+    stream.run(kWarmUpBlocks);
+    measureMusic(state, stream);
+}
+
+void silentBlocks(benchmark::State& state, const BlockOperations& operations)
+{
+    zrk_tarn::chooseOperations(operations);
+    Stream<ZRKTarn> stream(kPlain);
+    stream.run(kWarmUpBlocks);
+    stream.runSilence(kSilentBlocks);
+    Report report(state);
+    for ([[maybe_unused]] const auto iteration : state) {
+        stream.fillWithSilence();
+        report.add(ticksOf([&] { stream.process(); }));
+    }
+}
+
+/// One block of every engine in turn, so that the records of many engines push each other out of the caches.
+void enginesInTurn(benchmark::State& state, const BlockOperations& operations)
+{
+    zrk_tarn::chooseOperations(operations);
+    std::deque<Stream<ZRKTarn>> streams;
+    for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain).run(20);
+    Report report(state);
+    std::size_t turn = 0;
+    for ([[maybe_unused]] const auto iteration : state) {
+        Stream<ZRKTarn>& stream = streams[turn % streams.size()];
+        stream.fill(turn++);
+        report.add(ticksOf([&] { stream.process(); }));
+    }
+}
+
+/// An engine for each thread. The threads begin to process blocks together, after the first has chosen how.
+void threads(benchmark::State& state, const BlockOperations& operations)
+{
+    if (state.thread_index() == 0) zrk_tarn::chooseOperations(operations);
+    Stream<ZRKTarn> stream(kPlain);
+    measureMusic(state, stream);
+}
+
+benchmark::internal::Benchmark* add(const std::string& name, auto work)
+{
+    return benchmark::RegisterBenchmark(name.c_str(), work)->UseManualTime()->MinTime(kShortest);
+}
+
+} // namespace
+
+void registerBlockBenchmarks()
+{
+    for (const Format& format : kFormats)
+        add(std::string("reference/") + format.name,
+            [&format](benchmark::State& state) { blocksOfReference(state, format); });
+
+    for (const BlockOperations* const operations : zrk_tarn::usableOperations()) {
+        const std::string set = std::string(operations->instructionSet) + "/";
+        for (const Format& format : kFormats)
+            add(set + format.name,
+                [&format, operations](benchmark::State& state) { blocks(state, *operations, format); });
+        add(set + "long silence", [operations](benchmark::State& state) { silentBlocks(state, *operations); });
+        add(set + "engines in turn", [operations](benchmark::State& state) { enginesInTurn(state, *operations); })
+            ->RangeMultiplier(10)
+            ->Range(1, 1000);
+        add(set + "engine per thread", [operations](benchmark::State& state) {
+            threads(state, *operations);
+        })->Threads(2);
+    }
+}
+
+} // namespace speed

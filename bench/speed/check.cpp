@@ -1,0 +1,90 @@
+#include "bench/speed/check.h"
+
+#include "bench/speed/stages.h"
+#include "bench/speed/stream.h"
+#include "engine/instruction_sets.h"
+#include "tests/reference/reference_engine.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+namespace speed
+{
+
+namespace
+{
+
+constexpr std::size_t kLoudBlocks = 400;
+constexpr std::size_t kSilentBlocks = 400;
+
+void fillOrSilence(auto& stream, std::size_t number)
+{
+    if (number < kLoudBlocks) {
+        stream.fill(number);
+    } else {
+        stream.fillWithSilence();
+    }
+}
+
+bool agree(bool same, const char* what, const char* instructionSet, const Format& format, std::size_t number)
+{
+    if (!same)
+        std::fprintf(stderr, "tarn_speed: %s, %s, %s: block %zu differs from the reference engine\n", what,
+                     instructionSet, format.name, number);
+    return same;
+}
+
+std::vector<std::vector<std::uint8_t>> expectedBuffers(const Format& format)
+{
+    std::vector<std::vector<std::uint8_t>> buffers;
+    Stream<reference::Engine> stream(format);
+    for (std::size_t number = 0; number < kLoudBlocks + kSilentBlocks; ++number) {
+        fillOrSilence(stream, number);
+        stream.process();
+        buffers.push_back(stream.buffer());
+    }
+    return buffers;
+}
+
+bool sameBlocks(const char* instructionSet, const Format& format,
+                const std::vector<std::vector<std::uint8_t>>& expected)
+{
+    Stream<ZRKTarn> stream(format);
+    for (std::size_t number = 0; number < expected.size(); ++number) {
+        fillOrSilence(stream, number);
+        stream.process();
+        if (!agree(stream.buffer() == expected[number], "whole block", instructionSet, format, number)) return false;
+    }
+    return true;
+}
+
+bool sameStages(const char* instructionSet, const Format& format,
+                const std::vector<std::vector<std::uint8_t>>& expected)
+{
+    const StageFlow& flow = stageFlowOf(instructionSet);
+    Stream<ZRKTarn> stream(format);
+    for (std::size_t number = 0; number < expected.size(); ++number) {
+        fillOrSilence(stream, number);
+        for (const Stage& stage : flow.stages) stage.run(stream.engine(), format.slots());
+        if (!agree(stream.buffer() == expected[number], "stages", instructionSet, format, number)) return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool sameAsReference()
+{
+    for (const Format& format : kFormats) {
+        const auto expected = expectedBuffers(format);
+        for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
+            zrk_tarn::chooseOperations(*operations);
+            if (!sameBlocks(operations->instructionSet, format, expected)) return false;
+            if (!format.remap && !sameStages(operations->instructionSet, format, expected)) return false;
+        }
+    }
+    return true;
+}
+
+} // namespace speed

@@ -1,0 +1,66 @@
+#include "bench/speed/benchmarks.h"
+#include "bench/speed/check.h"
+#include "bench/speed/stream.h"
+#include "bench/speed/summary.h"
+#include "engine/instruction_sets.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace
+{
+
+constexpr int kUsageError = 64;
+
+int usage()
+{
+    std::fputs("usage: tarn_speed [--benchmark_filter=REGEX ...]  benchmarks; --help lists the options\n"
+               "       tarn_speed --summary                       ratios, and ticks of every stage\n"
+               "       tarn_speed --sets                          the instruction sets that can be used here\n"
+               "       tarn_speed --blocks SET N                  runs N blocks, for a profiler\n",
+               stderr);
+    return kUsageError;
+}
+
+int runBlocks(std::string_view set, const char* count)
+{
+    char* end = nullptr;
+    const unsigned long blocks = std::strtoul(count, &end, 10);
+    if (*count == '\0' || *end != '\0') return usage();
+    for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
+        if (operations->instructionSet != set) continue;
+        zrk_tarn::chooseOperations(*operations);
+        speed::Stream<ZRKTarn>(speed::kPlain).run(blocks);
+        return 0;
+    }
+    std::fprintf(stderr, "tarn_speed: this processor cannot run %.*s\n", static_cast<int>(set.size()), set.data());
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string_view mode = argc > 1 ? argv[1] : "";
+    if (mode == "--blocks") return argc == 4 ? runBlocks(argv[2], argv[3]) : usage();
+    if (mode == "--sets") {
+        for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations())
+            std::puts(operations->instructionSet);
+        return 0;
+    }
+
+    if (!speed::sameAsReference()) return 1;
+    if (mode == "--summary") {
+        speed::printSummary();
+        return 0;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return usage();
+    speed::registerBlockBenchmarks();
+    speed::registerStageBenchmarks();
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -1,0 +1,103 @@
+#include "bench/speed/stages.h"
+
+#include "cinema/analysis.h"
+#include "cinema/group_peaks.h"
+#include "cinema/interpolation.h"
+#include "cinema/levels.h"
+#include "cinema/mixing.h"
+#include "cinema/spectrum.h"
+#include "cinema/speed_selection.h"
+#include "cinema/steering.h"
+#include "cinema/synthesis.h"
+#include "cinema/tonality.h"
+#include "filterbank/transform.h"
+#include "io/block_io.h"
+
+// Compiled once for every instruction set, as the stages are. Follows cinema/process_cine3.cpp; the check against the
+// reference engine fails when the two drift apart.
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
+
+namespace
+{
+
+constexpr std::uint32_t kFrames = 64;
+
+constexpr speed::Stage kStageList[] = {
+    {"startMeasures",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int r = 0; r < 3; ++r) engine.outputPtr[r] = engine.outputBlock[r];
+         startMeasures(engine);
+     }},
+    {"readInputChannels",
+     [](ZRKTarn& engine, std::uint32_t channels) { readInputChannels(engine, kFrames, channels); }},
+    {"weightAndAdvance",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int c = 0; c < 2; ++c) weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
+     }},
+    {"averageSubbands",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int c = 0; c < 2; ++c) averageSubbands(engine.subband[c], engine.subbandAvg[c]);
+     }},
+    {"foldBranches",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int c = 0; c < 2; ++c) foldBranches(engine.polyphaseSum[c], engine.folded[c]);
+     }},
+    {"splitIntoPairSums, two",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int c = 0; c < 2; ++c) splitIntoPairSums(engine.folded[c], engine.dctEven[c], engine.dctOdd[c]);
+     }},
+    {"transformPairSums, two",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
+     }},
+    {"trackSpectrum",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
+         trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
+     }},
+    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
+    {"findGroupPeaks", [](ZRKTarn& engine, std::uint32_t /*channels*/) { findGroupPeaks(engine); }},
+    {"dominant group, tonality",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         findDominantGroup(engine);
+         detectTonalBlock(engine);
+         holdStationaryGroups(engine);
+         spreadDominantGroup(engine);
+     }},
+    {"smoothGroupPowers", [](ZRKTarn& engine, std::uint32_t /*channels*/) { smoothGroupPowers(engine); }},
+    {"steerBroadband", [](ZRKTarn& engine, std::uint32_t /*channels*/) { steerBroadband(engine); }},
+    {"steerGroups", [](ZRKTarn& engine, std::uint32_t /*channels*/) { steerGroups(engine); }},
+    {"selectSpeeds", [](ZRKTarn& engine, std::uint32_t /*channels*/) { selectSpeeds(engine); }},
+    {"interpolateMatrices", [](ZRKTarn& engine, std::uint32_t /*channels*/) { interpolateMatrices(engine); }},
+    {"mixSubbands", [](ZRKTarn& engine, std::uint32_t /*channels*/) { mixSubbands(engine); }},
+    {"splitIntoPairSums, three",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
+     }},
+    {"transformPairSums, three",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
+     }},
+    {"overlapAddAndAdvance",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int r = 0; r < 3; ++r)
+             overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
+     }},
+    {"roundOutput",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int r = 0; r < 3; ++r) roundOutput(engine.overlapNow[r], engine.outputBlock[r]);
+     }},
+    {"advanceOverlap",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         for (int r = 0; r < 3; ++r) advanceOverlap(engine.overlapNow[r], engine.overlapNext[r]);
+     }},
+    {"writeOutput", [](ZRKTarn& engine, std::uint32_t channels) { writeOutput(engine, kFrames, channels); }},
+};
+
+} // namespace
+
+extern const std::span<const speed::Stage> kStages{kStageList};
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

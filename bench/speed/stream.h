@@ -1,0 +1,134 @@
+#pragma once
+
+#include "bench/speed/music.h"
+#include "engine/zrk_tarn.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace speed
+{
+
+/// What a host hands over.
+struct Format
+{
+    const char* name;
+    std::uint32_t rate; ///< Hz
+    std::int32_t bits;
+    bool remap; ///< eight slots, four of them mixed through a matrix; otherwise six slots, three of them written
+
+    std::uint32_t slots() const { return remap ? 8 : 6; }
+    std::size_t sampleBytes() const { return static_cast<std::size_t>(bits) / 8; }
+    std::size_t blockBytes() const { return kBlockFrames * slots() * sampleBytes(); }
+};
+
+inline constexpr Format kPlain{"48 kHz, 16 bit", 48000, 16, false};
+inline constexpr Format kFormats[] = {
+    kPlain,
+    {"64 kHz, 16 bit", 64000, 16, false},
+    {"96 kHz, 16 bit", 96000, 16, false},
+    {"192 kHz, 16 bit", 192000, 16, false},
+    {"48 kHz, 24 bit", 48000, 24, false},
+    {"48 kHz, 32 bit", 48000, 32, false},
+    {"48 kHz, 16 bit, remap", 48000, 16, true},
+    {"48 kHz, 24 bit, remap", 48000, 24, true},
+    {"48 kHz, 32 bit, remap", 48000, 32, true},
+};
+
+/// An engine at work on a host buffer, in place. Engine is ZRKTarn or reference::Engine.
+template <typename Engine>
+class Stream
+{
+public:
+    /// blocks  length of the host buffer
+    explicit Stream(const Format& format, std::size_t blocks = 1)
+        : format_(format), buffer_(blocks * format.blockBytes())
+    {
+        engine_->Open();
+        engine_->Initialize({.spare = 0,
+                             .outputChannels = 3,
+                             .bitsPerSample = format.bits,
+                             .sampleRate = format.rate,
+                             .mode = 1,
+                             .option = 0,
+                             .mixFraction = 1.0f});
+        constexpr int kUnity = 1 << 28;
+        int gains[3][4] = {{kUnity, 0, kUnity / 2, 0}, {0, kUnity, 0, kUnity / 2}, {kUnity / 2, kUnity / 2, 0, 0}};
+        engine_->SetRemapCoeff(gains);
+        pointTo(0);
+    }
+
+    /// Puts a block of music, by its number, into the host buffer.
+    void fill(std::size_t number, std::size_t block = 0)
+    {
+        const std::int32_t* sample = music().data() + number % kMusicBlocks * kBlockFrames * 2;
+        for (std::uint8_t* frame = blockAt(block); frame != blockAt(block + 1); frame += frameBytes()) {
+            put(frame, *sample++);
+            put(frame + format_.sampleBytes(), *sample++);
+        }
+    }
+
+    void fillWithSilence() { std::fill(buffer_.begin(), buffer_.end(), std::uint8_t{0}); }
+
+    /// Makes a block of the host buffer the one to process.
+    void pointTo(std::size_t block)
+    {
+        std::uint8_t* const first = blockAt(block);
+        const std::size_t bytes = format_.sampleBytes();
+        const std::size_t third = format_.remap ? 6 : 2;
+        engine_->SetChannelPtrs(first, first + bytes, first + third * bytes, first + (third + 1) * bytes);
+    }
+
+    void process()
+    {
+        if (format_.remap) {
+            engine_->ProcessCine3InterLeaveRemap(kBlockFrames, format_.slots());
+        } else {
+            engine_->ProcessCine3InterLeave(kBlockFrames, format_.slots());
+        }
+    }
+
+    /// Processes music from its beginning on.
+    void run(std::size_t blocks)
+    {
+        for (std::size_t number = 0; number < blocks; ++number) {
+            fill(number);
+            process();
+        }
+    }
+
+    /// Silence that goes on after a loud passage.
+    void runSilence(std::size_t blocks)
+    {
+        for (std::size_t number = 0; number < blocks; ++number) {
+            fillWithSilence();
+            process();
+        }
+    }
+
+    Engine& engine() { return *engine_; }
+    const std::vector<std::uint8_t>& buffer() const { return buffer_; }
+    const Format& format() const { return format_; }
+
+private:
+    std::size_t frameBytes() const { return format_.slots() * format_.sampleBytes(); }
+    std::uint8_t* blockAt(std::size_t block) { return buffer_.data() + block * format_.blockBytes(); }
+
+    /// Stores the upper bits of a sample, little-endian.
+    void put(std::uint8_t* position, std::int32_t sample) const
+    {
+        const std::uint32_t value = static_cast<std::uint32_t>(sample) >> (32 - format_.bits);
+        for (std::size_t j = 0; j < format_.sampleBytes(); ++j)
+            position[j] = static_cast<std::uint8_t>(value >> (8 * j));
+    }
+
+    Format format_;
+    std::vector<std::uint8_t> buffer_;
+    std::unique_ptr<Engine> engine_ = std::make_unique<Engine>();
+};
+
+} // namespace speed

@@ -1,0 +1,253 @@
+#include "bench/speed/summary.h"
+
+#include "bench/speed/stages.h"
+#include "bench/speed/stream.h"
+#include "bench/speed/ticks.h"
+#include "engine/instruction_sets.h"
+#include "tests/reference/reference_engine.h"
+
+#include <chrono>
+#include <cstdio>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace speed
+{
+
+namespace
+{
+
+using zrk_tarn::BlockOperations;
+
+constexpr int kRounds = 12;
+constexpr std::size_t kBlocksOfRound = 512;
+constexpr std::size_t kWarmUpBlocks = 64; ///< at the start of a round, not measured
+constexpr std::size_t kSilentBlocks = 60000;
+
+/// A stream whose blocks are measured in rounds, so that those to be compared can take turns.
+template <typename Engine>
+class Course
+{
+public:
+    Course(const Format& format, bool silent) : silent_(silent), stream_(format)
+    {
+        stream_.run(kBlocksOfRound);
+        if (silent) stream_.runSilence(kSilentBlocks);
+    }
+
+    void runRound()
+    {
+        for (std::size_t i = 0; i < kWarmUpBlocks + kBlocksOfRound; ++i) {
+            if (silent_) {
+                stream_.fillWithSilence();
+            } else {
+                stream_.fill(number_++);
+            }
+            const std::uint64_t spent = ticksOf([&] { stream_.process(); });
+            if (i >= kWarmUpBlocks) perBlock_.push_back(spent);
+        }
+    }
+
+    double median() const { return medianOf(perBlock_); }
+
+private:
+    bool silent_;
+    Stream<Engine> stream_;
+    std::size_t number_ = 0;
+    std::vector<std::uint64_t> perBlock_;
+};
+
+/// All kinds of block for one engine: the formats in their order, then long silence at 48 kHz and 16 bit.
+template <typename Engine>
+class Courses
+{
+public:
+    Courses()
+    {
+        for (const Format& format : kFormats) courses_.emplace_back(format, false);
+        courses_.emplace_back(kPlain, true);
+    }
+
+    void runRound()
+    {
+        for (Course<Engine>& course : courses_) course.runRound();
+    }
+
+    std::vector<double> medians() const
+    {
+        std::vector<double> all;
+        for (const Course<Engine>& course : courses_) all.push_back(course.median());
+        return all;
+    }
+
+private:
+    std::deque<Course<Engine>> courses_;
+};
+
+/// The columns of the tables.
+struct Column
+{
+    std::string name;
+    std::vector<double> medians; ///< ticks per block
+};
+
+std::vector<Column> measureBlocks()
+{
+    const auto sets = zrk_tarn::usableOperations();
+    Courses<reference::Engine> reference;
+    std::deque<Courses<ZRKTarn>> courses;
+    for (const BlockOperations* const operations : sets) {
+        zrk_tarn::chooseOperations(*operations);
+        courses.emplace_back();
+    }
+    for (int round = 0; round < kRounds; ++round) {
+        reference.runRound();
+        for (std::size_t s = 0; s < sets.size(); ++s) {
+            zrk_tarn::chooseOperations(*sets[s]);
+            courses[s].runRound();
+        }
+    }
+
+    std::vector<Column> columns{{"reference", reference.medians()}};
+    for (std::size_t s = 0; s < sets.size(); ++s) columns.push_back({sets[s]->instructionSet, courses[s].medians()});
+    return columns;
+}
+
+void printHead(const char* title, const std::vector<Column>& columns)
+{
+    std::printf("\n%-34s", title);
+    for (const Column& column : columns) std::printf("%12s", column.name.c_str());
+    std::printf("\n");
+}
+
+void printTicks(const std::vector<Column>& columns)
+{
+    printHead("ticks per block", columns);
+    constexpr std::size_t kKinds = std::size(kFormats) + 1;
+    for (std::size_t kind = 0; kind < kKinds; ++kind) {
+        std::printf("%-34s", kind < std::size(kFormats) ? kFormats[kind].name : "48 kHz, 16 bit, long silence");
+        for (const Column& column : columns) std::printf("%12.0f", column.medians[kind]);
+        std::printf("\n");
+    }
+}
+
+/// Ratios of two kinds of block, by their places in the medians.
+struct Ratio
+{
+    const char* name;
+    std::size_t dividend;
+    std::size_t divisor;
+};
+
+void printRatios(const std::vector<Column>& columns)
+{
+    constexpr Ratio kRatios[] = {{"long silence / loud", 9, 0},   {"192 kHz / 48 kHz", 3, 0},
+                                 {"24 bit / 16 bit", 4, 0},       {"32 bit / 16 bit", 5, 0},
+                                 {"remap / plain, 16 bit", 6, 0}, {"remap / plain, 24 bit", 7, 4},
+                                 {"remap / plain, 32 bit", 8, 5}};
+    printHead("ratios", columns);
+    std::printf("%-34s", "reference / this");
+    for (const Column& column : columns) std::printf("%12.2f", columns[0].medians[0] / column.medians[0]);
+    std::printf("\n");
+    for (const Ratio& ratio : kRatios) {
+        std::printf("%-34s", ratio.name);
+        for (const Column& column : columns)
+            std::printf("%12.2f", column.medians[ratio.dividend] / column.medians[ratio.divisor]);
+        std::printf("\n");
+    }
+}
+
+/// How many times real time at 48 kHz one core reaches by the clock, block after block through a host buffer that holds
+/// all of the music.
+template <typename Engine>
+double realTimeStreams()
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr int kPasses = 9;
+    Stream<Engine> stream(kPlain, kMusicBlocks);
+    std::vector<std::uint64_t> passes;
+    for (int pass = 0; pass < kPasses; ++pass) {
+        for (std::size_t block = 0; block < kMusicBlocks; ++block) stream.fill(block, block);
+        const auto start = Clock::now();
+        for (std::size_t block = 0; block < kMusicBlocks; ++block) {
+            stream.pointTo(block);
+            stream.process();
+        }
+        const auto spent = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start);
+        passes.push_back(static_cast<std::uint64_t>(spent.count()));
+    }
+    const double audio = static_cast<double>(kMusicBlocks * kBlockFrames) / kPlain.rate;
+    return audio / (medianOf(passes) * 1e-9);
+}
+
+void printStreams()
+{
+    std::printf("%-34s%12.0f", "real-time streams per core", realTimeStreams<reference::Engine>());
+    for (const BlockOperations* const operations : zrk_tarn::usableOperations()) {
+        zrk_tarn::chooseOperations(*operations);
+        std::printf("%12.0f", realTimeStreams<ZRKTarn>());
+    }
+    std::printf("\n");
+}
+
+/// Medians of every stage's ticks in the blocks of one instruction set, and their sum.
+std::vector<double> measureStages(const StageFlow& flow, bool silent)
+{
+    Stream<ZRKTarn> stream(kPlain);
+    stream.run(kBlocksOfRound);
+    if (silent) stream.runSilence(kSilentBlocks);
+    std::vector<std::vector<std::uint64_t>> perBlock(flow.stages.size());
+    for (std::size_t number = 0; number < kMusicBlocks; ++number) {
+        if (silent) {
+            stream.fillWithSilence();
+        } else {
+            stream.fill(number);
+        }
+        for (std::size_t s = 0; s < flow.stages.size(); ++s)
+            perBlock[s].push_back(ticksOf([&] { flow.stages[s].run(stream.engine(), kPlain.slots()); }));
+    }
+
+    std::vector<double> medians;
+    double sum = 0.0;
+    for (const std::vector<std::uint64_t>& stage : perBlock) {
+        medians.push_back(medianOf(stage));
+        sum += medians.back();
+    }
+    medians.push_back(sum);
+    return medians;
+}
+
+void printStages(const char* title, bool silent)
+{
+    std::vector<Column> columns;
+    for (const BlockOperations* const operations : zrk_tarn::usableOperations()) {
+        zrk_tarn::chooseOperations(*operations);
+        columns.push_back({operations->instructionSet, measureStages(stageFlowOf(operations->instructionSet), silent)});
+    }
+
+    printHead(title, columns);
+    const auto stages = stageFlowOf(columns[0].name).stages;
+    for (std::size_t s = 0; s <= stages.size(); ++s) {
+        std::printf("%-34s", s < stages.size() ? stages[s].name : "sum");
+        for (const Column& column : columns) std::printf("%12.0f", column.medians[s]);
+        std::printf("\n");
+    }
+}
+
+} // namespace
+
+void printSummary()
+{
+    std::printf(
+        "%.0f million ticks per second, about %.2f cycles per tick; medians without the reading of the counter\n",
+        ticksPerSecond() * 1e-6, cyclesPerTick());
+    const std::vector<Column> columns = measureBlocks();
+    printTicks(columns);
+    printRatios(columns);
+    printStreams();
+    printStages("ticks of a stage alone", false);
+    printStages("the same in long silence", true);
+}
+
+} // namespace speed
