@@ -113,7 +113,7 @@ void findGroupPeaks(ZRKTarn& engine) noexcept
         const Largest band = ranked(dominant[g]);
         engine.peakTotal[g] = band.value;
         engine.peakBand[g] = band.index;
-        // The index of an empty last group is 64; a group without a peak takes nothing from here.
+        // The index of an empty group behind the last band is 64; a group without a peak takes nothing from here.
         const int b = band.index < 64 ? band.index : 63;
         l[g] = engine.subband[0][b];
         r[g] = engine.subband[1][b];

@@ -37,7 +37,7 @@ void interpolateGroups(const float (&regionMatrix)[9][12], const Halves& columns
     store(along, rows.weight);
 
     for (int g = 0; g < 16; ++g) {
-        // The matrices at the four corners of the quadrant; those that a weight of 1 leads to come first.
+        // The matrices at the four corners of the quadrant; a weight leads from From (0) to To (1).
         const Floats<8> nearTo = load<8>(regionMatrix[corner[g]]);
         const Floats<8> nearFrom = load<8>(regionMatrix[corner[g] + 1]);
         const Floats<8> farTo = load<8>(regionMatrix[corner[g] + 3]);

@@ -65,8 +65,7 @@ Mix mixOfGroups(const ZRKTarn& engine) noexcept
 
 /// The value of its group for the bands of one vector.
 template <typename Layout, int kFirstPart, int... kLane>
-[[gnu::always_inline]] inline auto spreadPart(const Floats<16>& groups, int /*part*/,
-                                              std::integer_sequence<int, kLane...>) noexcept
+[[gnu::always_inline]] inline auto spreadPart(const Floats<16>& groups, std::integer_sequence<int, kLane...>) noexcept
 {
     constexpr int kWidth = Floats<16>::kWidth;
     constexpr int kPart = Layout::groupOf(kFirstPart * kWidth) / kWidth;
@@ -80,7 +79,7 @@ template <typename Layout, int... kPart>
 [[gnu::always_inline]] inline Floats<64> spread(const Floats<16>& groups, std::integer_sequence<int, kPart...>) noexcept
 {
     constexpr std::make_integer_sequence<int, Floats<16>::kWidth> kLanes{};
-    return {{spreadPart<Layout, kPart>(groups, kPart, kLanes)...}};
+    return {{spreadPart<Layout, kPart>(groups, kLanes)...}};
 }
 
 /// The value of its group for every band.

@@ -22,6 +22,7 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     startMeasures(engine);
     readInputChannels(engine, frames, channels);
 
+    // Analysis. The subbands are still those of the block before until the transform.
     for (int c = 0; c < 2; ++c) {
         weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
         averageSubbands(engine.subband[c], engine.subbandAvg[c]);
@@ -30,6 +31,7 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     }
     transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
 
+    // Measures
     trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
     trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
     measureLevels(engine);
@@ -40,12 +42,14 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     spreadDominantGroup(engine);
     smoothGroupPowers(engine);
 
+    // Steering and mixing
     steerBroadband(engine);
     steerGroups(engine);
     selectSpeeds(engine);
     interpolateMatrices(engine);
     mixSubbands(engine);
 
+    // Synthesis. The transform writes the newest slot of every history.
     for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
     transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
     for (int r = 0; r < 3; ++r) {

@@ -88,8 +88,8 @@ template <int kCount>
     return {{even.even, odd.even, even.odd, odd.odd}};
 }
 
-/// Vectors of one transform, from which products take single values: wider ones from the register that holds them,
-/// narrower ones faster from memory.
+/// Vectors of one transform, from which products take single values: two transforms in one vector from the
+/// register, one alone faster from memory.
 template <int kColumn, int kCount>
 [[gnu::always_inline]] inline Octets<kCount> spreadFrom(const Octets<kCount>& vector, const float* stored) noexcept
 {

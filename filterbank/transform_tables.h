@@ -6,9 +6,9 @@ namespace zrk_tarn
 /// The cosine tables in the order in which lanes read them, filled by cosModTablesInit with the entries of the blocks
 /// of filterbank/cos_mod.h. Zero until then.
 ///
-/// The 8-point products are formed column by column, so the matrices stand transposed. All of them are one matrix, the
-/// DCT-III of size 8, but the one of the DCT-IV.
-/// Halves are recombined in octets of eight outputs, of which every second one runs backwards (see transform.h); the
+/// The 8-point products are formed column by column, so the matrices stand transposed. Three of the four
+/// are the same matrix, the DCT-III of size 8; the fourth is the DCT-IV of size 8.
+/// Halves are recombined in octets of eight outputs, of which every second one runs backwards (see transform.cpp); the
 /// scales run with them.
 struct TransformTables
 {

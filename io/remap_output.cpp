@@ -50,11 +50,13 @@ std::uint32_t remapOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
                                                engine.remapCoeff[2][c]};
                 mixTerms<width, 3>(gains, engine.outputPtr, position, stride, frames);
             } else {
+                // Other counts, which SetRemapCoeff never leaves, store nothing and have no sources.
+                const std::uint32_t terms = engine.remapTermCount[c];
                 const std::int32_t* sources[3]{};
-                for (std::uint32_t j = 0; j < 3 && j < engine.remapTermCount[c]; ++j)
+                for (std::uint32_t j = 0; terms <= 3 && frames > 0 && j < terms; ++j)
                     sources[j] = engine.outputPtr[engine.remapTermSource[c][j]];
 
-                switch (engine.remapTermCount[c]) {
+                switch (terms) {
                 case 0:
                     mixTerms<width, 0>(engine.remapTermGain[c], sources, position, stride, frames);
                     break;

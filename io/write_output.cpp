@@ -27,10 +27,19 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
 
     // Channel after channel: where two share a slot, the later one wins.
     const bool written = dispatchContainer(bytes, [&](auto width) {
+        const HostRange range(engine);
         for (int k = 0; k < 3; ++k) {
-            std::int32_t samples[64];
-            convertRow(engine.outputPtr[k], frames, HostRange(engine), samples);
-            writeSlot<width>(samples, frames, engine.channelPtr[k], stride);
+            std::uint8_t* const position = engine.channelPtr[k];
+            if (engine.outputPtr[k] == engine.outputBlock[k]) {
+                std::int32_t samples[64];
+                convertRow(engine.outputBlock[k], frames, range, samples);
+                writeSlot<width>(samples, frames, position, stride);
+            } else {
+                // A row of the caller's may lie in the host buffer itself.
+                for (std::uint32_t i = 0; i < frames; ++i)
+                    storeSample<width>(position + i * stride,
+                                       static_cast<std::uint32_t>(toHostSample(engine.outputPtr[k][i], range)));
+            }
         }
     });
     return written ? 1 : 0;

@@ -11,8 +11,9 @@
 /// operation here but anyOrderSum adds one lane to another, so the order of every sum is the one that its stage writes
 /// down.
 ///
-/// The namespace is that of the instruction set. Nothing in it may call an inline function from outside, which could
-/// be compiled for a processor that lacks the instructions: hence no standard algorithms in the stages.
+/// The namespace is that of the instruction set: TARN_INSTRUCTION_SET is sse2, avx2, ... in turn, set by the build,
+/// which compiles every stage once for each. Nothing in it may call an inline function from outside, which could be
+/// compiled for a processor that lacks the instructions: hence no standard algorithms in the stages.
 
 #if defined __clang__
 #pragma clang diagnostic ignored "-Wpsabi"
@@ -131,7 +132,7 @@ template <typename L, typename T, int... kPart>
     return {{((void)kPart, value - typename L::Part{})...}};
 }
 
-/// The same value in every lane.
+/// The same value in every lane. Less zero is the value itself, minus zero included, which plus zero would lose.
 template <int kCount, typename T>
 [[gnu::always_inline]] inline Lanes<T, kCount> broadcast(T value) noexcept
 {

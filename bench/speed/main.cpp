@@ -6,9 +6,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
+#include <system_error>
 
 namespace
 {
@@ -27,17 +28,22 @@ int usage()
 
 int runBlocks(std::string_view set, const char* count)
 {
-    char* end = nullptr;
-    const unsigned long blocks = std::strtoul(count, &end, 10);
-    if (*count == '\0' || *end != '\0') return usage();
+    const std::string_view digits = count;
+    unsigned long blocks = 0;
+    const auto [end, error] = std::from_chars(digits.begin(), digits.end(), blocks);
+    if (error != std::errc() || end != digits.end() || blocks == 0) {
+        std::fprintf(stderr, "tarn_speed: '%s': give a number of blocks, 1 or more\n", count);
+        return kUsageError;
+    }
     for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
         if (operations->instructionSet != set) continue;
         zrk_tarn::chooseOperations(*operations);
         speed::Stream<ZRKTarn>(speed::kPlain).run(blocks);
         return 0;
     }
-    std::fprintf(stderr, "tarn_speed: this processor cannot run %.*s\n", static_cast<int>(set.size()), set.data());
-    return 1;
+    std::fprintf(stderr, "tarn_speed: this processor cannot run '%.*s'; --sets lists what it can\n",
+                 static_cast<int>(set.size()), set.data());
+    return kUsageError;
 }
 
 } // namespace
@@ -46,6 +52,8 @@ int main(int argc, char** argv)
 {
     const std::string_view mode = argc > 1 ? argv[1] : "";
     if (mode == "--blocks") return argc == 4 ? runBlocks(argv[2], argv[3]) : usage();
+    if ((mode == "--sets" || mode == "--summary") && argc != 2) return usage();
+    if (mode == "--help" || mode == "-h") usage();
     if (mode == "--sets") {
         for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations())
             std::puts(operations->instructionSet);

@@ -183,7 +183,7 @@ double realTimeStreams()
 
 void printStreams()
 {
-    std::printf("%-34s%12.0f", "real-time streams per core", realTimeStreams<reference::Engine>());
+    std::printf("%-34s%12.0f", "times real time, one stream", realTimeStreams<reference::Engine>());
     for (const BlockOperations* const operations : zrk_tarn::usableOperations()) {
         zrk_tarn::chooseOperations(*operations);
         std::printf("%12.0f", realTimeStreams<ZRKTarn>());

@@ -315,6 +315,24 @@ TEST(Remap, RoundsTowardsMinusInfinity)
     }
 }
 
+TEST(WriteOutput, TakesRowsOfTheCallersSampleBySample)
+{
+    // A row that lies in the host buffer itself: every other sample is one that has been written before it is read.
+    const auto engine = engineAt(48000, 32);
+    std::int32_t buffer[16];
+    std::int32_t expected[16];
+    for (int i = 0; i < 16; ++i) buffer[i] = expected[i] = 1000 * (i + 1);
+    std::int32_t spare[24] = {};
+    pointAtRows(*engine);
+    engine->outputPtr[0] = buffer;
+    auto* const slot = reinterpret_cast<std::uint8_t*>(buffer);
+    auto* const elsewhere = reinterpret_cast<std::uint8_t*>(spare);
+    engine->SetChannelPtrs(slot, elsewhere, elsewhere, elsewhere);
+    EXPECT_EQ(engine->WriteOutput(8, 2), 1u);
+    for (int i = 0; i < 8; ++i) expected[2 * i] = 2 * expected[i]; // 32 bits: the scale is 2
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(buffer[i], expected[i]) << i;
+}
+
 TEST(Remap, WrapsInsteadOfClipping)
 {
     Remapped remapped(16, {{kUnity, 0, 0, 0}, {kUnity, 0, 0, 0}, {0, 0, 0, 0}});
@@ -411,6 +429,7 @@ TEST(Remap, TermCountsThatNoMatrixGivesStoreNothing)
 {
     Remapped remapped(16, {{kUnity, 0, 0, 0}, {0, kUnity, 0, 0}, {0, 0, kUnity, 0}});
     remapped.engine().remapTermCount[1] = 4;
+    std::fill_n(remapped.engine().remapTermSource[1], 3, 0xffffffffu); // nor are sources looked up
     EXPECT_EQ(remapped.mix(1000, -2000, 3000), (Slots{1000, 99, 3000, 0}));
 }
 
