@@ -30,17 +30,14 @@ void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept
     for (int n = 0; n < 64; n += kWidth) {
         Floats<kWidth> low = broadcast<kWidth>(0.0f);
         Floats<kWidth> high = broadcast<kWidth>(0.0f);
-#pragma GCC unroll 1
-        for (int first = 0; first < 1024; first += 512) {
-#pragma GCC unroll 4
-            for (int m = first; m < first + 512; m += 128) {
-                const Floats<kWidth> lowSamples = load<kWidth>(history + m + n);
-                const Floats<kWidth> highSamples = load<kWidth>(history + m + 64 + n);
-                low = low + lowSamples * load<kWidth>(lpf + m + n);
-                high = high + highSamples * load<kWidth>(lpf + m + 64 + n);
-                if (m > 0) store(history + m - 64 + n, lowSamples);
-                store(history + m + n, highSamples);
-            }
+#pragma GCC unroll 8
+        for (int m = 0; m < 1024; m += 128) {
+            const Floats<kWidth> lowSamples = load<kWidth>(history + m + n);
+            const Floats<kWidth> highSamples = load<kWidth>(history + m + 64 + n);
+            low = low + lowSamples * load<kWidth>(lpf + m + n);
+            high = high + highSamples * load<kWidth>(lpf + m + 64 + n);
+            if (m > 0) store(history + m - 64 + n, lowSamples);
+            store(history + m + n, highSamples);
         }
         store(branch + n, low);
         store(branch + 64 + n, high);

@@ -24,6 +24,8 @@ void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float
         // The odd slot before, on its way up. The newest slot stays as it is.
         Floats<kWidth> carried = load<kWidth>(history + n);
         Floats<kWidth> carriedMirrored = load<kWidth>(history + mirrored);
+        // Unrolled by a half: over all slots at once GCC would keep the taps that two outputs share in more registers
+        // than there are, and spill them.
 #pragma GCC unroll 1
         for (int first = 0; first < 1024; first += 128 * 4) {
 #pragma GCC unroll 8

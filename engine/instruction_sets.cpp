@@ -69,9 +69,14 @@ constinit const BlockOperations* operations = kAll[0];
 
 } // namespace
 
+std::span<const BlockOperations* const> allOperations() noexcept
+{
+    return kAll;
+}
+
 std::span<const BlockOperations* const> usableOperations() noexcept
 {
-    return {kAll, usableCount()};
+    return allOperations().first(usableCount());
 }
 
 const BlockOperations& chosenOperations() noexcept

@@ -20,7 +20,10 @@ struct BlockOperations
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
 };
 
-/// Those that the library has and this processor can run, the slowest first.
+/// All that the library has, the slowest first.
+std::span<const BlockOperations* const> allOperations() noexcept;
+
+/// Those of them that this processor can run.
 std::span<const BlockOperations* const> usableOperations() noexcept;
 
 /// Those that engines work with: the fastest usable ones, chosen when the library is loaded.

@@ -15,6 +15,7 @@
 /// which compiles every stage once for each. Nothing in it may call an inline function from outside, which could be
 /// compiled for a processor that lacks the instructions: hence no standard algorithms in the stages.
 
+// Vectors wider than the baseline are passed between inlined functions only, so no calling convention is at stake.
 #if defined __clang__
 #pragma clang diagnostic ignored "-Wpsabi"
 #else

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
 #include <string_view>
 
@@ -17,17 +18,23 @@ int main(int count, char** arguments)
             std::cerr << argument << ": not an option of this test\n";
             return 64;
         }
-        bool usable = false;
-        for (const zrk_tarn::BlockOperations* operations : zrk_tarn::usableOperations()) {
-            if (argument.substr(kOption.size()) != operations->instructionSet) continue;
-            zrk_tarn::chooseOperations(*operations);
-            usable = true;
+        const std::string_view name = argument.substr(kOption.size());
+        const auto named = [&](const zrk_tarn::BlockOperations* operations) {
+            return operations->instructionSet == name;
+        };
+        const auto all = zrk_tarn::allOperations();
+        const auto usable = zrk_tarn::usableOperations();
+        if (std::none_of(all.begin(), all.end(), named)) {
+            std::cerr << name << ": the library has no such instruction set\n";
+            return 64;
         }
-        if (!usable && !testing::GTEST_FLAG(list_tests)) {
+        const auto found = std::find_if(usable.begin(), usable.end(), named);
+        if (found == usable.end()) {
             // As GoogleTest marks a skipped test, so that ctest counts it as such.
-            std::cout << "[  SKIPPED ] this processor cannot run " << argument.substr(kOption.size()) << '\n';
+            std::cout << "[  SKIPPED ] this processor cannot run " << name << '\n';
             return 0;
         }
+        zrk_tarn::chooseOperations(**found);
     }
     return RUN_ALL_TESTS();
 }
