@@ -20,7 +20,8 @@ using zrk_tarn::BlockOperations;
 
 constexpr std::size_t kWarmUpBlocks = 200;
 constexpr std::size_t kSilentBlocks = 60000;
-constexpr double kShortest = 0.05; ///< seconds of measured time per benchmark
+constexpr std::int64_t kBlocksOfPeriod = 16; ///< 1024 frames, a usual period of audio servers
+constexpr double kShortest = 0.05;           ///< seconds of measured time per benchmark
 
 void measureMusic(benchmark::State& state, auto& stream)
 {
@@ -60,18 +61,25 @@ void silentBlocks(benchmark::State& state, const BlockOperations& operations)
     }
 }
 
-/// One block of every engine in turn, so that the records of many engines push each other out of the caches.
+/// A buffer of every engine in turn, so that the records of many engines push each other out of the caches.
 void enginesInTurn(benchmark::State& state, const BlockOperations& operations)
 {
     zrk_tarn::chooseOperations(operations);
+    const auto blocksOfBuffer = static_cast<std::size_t>(state.range(1));
     std::deque<Stream<ZRKTarn>> streams;
-    for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain).run(20);
+    for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain, blocksOfBuffer).run(20);
     Report report(state);
     std::size_t turn = 0;
     for ([[maybe_unused]] const auto iteration : state) {
-        Stream<ZRKTarn>& stream = streams[turn % streams.size()];
-        stream.fill(turn++);
-        report.add(ticksOf([&] { stream.process(); }));
+        Stream<ZRKTarn>& stream = streams[turn++ % streams.size()];
+        for (std::size_t block = 0; block < blocksOfBuffer; ++block) stream.fill(turn + block, block);
+        const std::uint64_t spent = ticksOf([&] {
+            for (std::size_t block = 0; block < blocksOfBuffer; ++block) {
+                stream.pointTo(block);
+                stream.process();
+            }
+        });
+        report.add(spent / blocksOfBuffer);
     }
 }
 
@@ -103,8 +111,8 @@ void registerBlockBenchmarks()
                 [&format, operations](benchmark::State& state) { blocks(state, *operations, format); });
         add(set + "long silence", [operations](benchmark::State& state) { silentBlocks(state, *operations); });
         add(set + "engines in turn", [operations](benchmark::State& state) { enginesInTurn(state, *operations); })
-            ->RangeMultiplier(10)
-            ->Range(1, 1000);
+            ->ArgNames({"engines", "blocks"})
+            ->ArgsProduct({{1, 10, 100, 1000}, {1, kBlocksOfPeriod}});
         add(set + "engine per thread", [operations](benchmark::State& state) {
             threads(state, *operations);
         })->Threads(2);

@@ -10,6 +10,7 @@ that what happens once does not count. Standard library only.
 import argparse
 from pathlib import Path
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -90,6 +91,11 @@ def main():
     parser.add_argument("--program", type=Path, default=DEFAULT_PROGRAM, help="tarn_speed (%(default)s)")
     parser.add_argument("--blocks", type=int, nargs=2, default=(400, 1400), metavar="N", help="lengths of the two runs")
     options = parser.parse_args()
+    few, many = options.blocks
+    if not 0 < few < many:
+        sys.exit("instructions: --blocks: give two lengths, the shorter first")
+    if shutil.which("valgrind") is None:
+        sys.exit("instructions: valgrind is not installed")
     if not options.program.is_file():
         sys.exit(f"instructions: {options.program}: no such program; first\n"
                  "cmake --preset bench && cmake --build --preset bench")
@@ -97,7 +103,7 @@ def main():
     listed = subprocess.run([str(options.program), "--sets"], check=True, capture_output=True, text=True)
     columns = {}
     for instruction_set in listed.stdout.split():
-        column = per_block(options.program, instruction_set, *options.blocks)
+        column = per_block(options.program, instruction_set, few, many)
         if column is None:
             print(f"instructions: valgrind cannot run {instruction_set}", file=sys.stderr)
         else:

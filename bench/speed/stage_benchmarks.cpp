@@ -19,15 +19,16 @@ constexpr double kShortest = 0.005; ///< seconds of measured time per benchmark
 
 /// Runs whole blocks stage by stage, so that every stage meets the signal and the caches that it meets in a block, and
 /// measures one of them.
-void measureStage(benchmark::State& state, const StageFlow& flow, const Stage& measured)
+template <typename Engine>
+void measureStage(benchmark::State& state, StageFlow<Engine> flow, const Stage<Engine>& measured)
 {
-    Stream<ZRKTarn> stream(kPlain);
+    Stream<Engine> stream(kPlain);
     Report report(state);
     std::size_t number = 0;
     for ([[maybe_unused]] const auto iteration : state) {
         stream.fill(number++);
         std::uint64_t spent = 0;
-        for (const Stage& stage : flow.stages) {
+        for (const Stage<Engine>& stage : flow) {
             const std::uint64_t ofThis = ticksOf([&] { stage.run(stream.engine(), kPlain.slots()); });
             if (&stage == &measured) spent = ofThis;
         }
@@ -35,20 +36,25 @@ void measureStage(benchmark::State& state, const StageFlow& flow, const Stage& m
     }
 }
 
+template <typename Engine>
+void registerStages(const char* instructionSet, StageFlow<Engine> flow)
+{
+    for (const Stage<Engine>& stage : flow) {
+        const std::string name = std::string(instructionSet) + "/stage " + stage.name;
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [flow, &stage](benchmark::State& state) { measureStage(state, flow, stage); })
+            ->UseManualTime()
+            ->MinTime(kShortest);
+    }
+}
+
 } // namespace
 
 void registerStageBenchmarks()
 {
-    for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
-        const StageFlow& flow = stageFlowOf(operations->instructionSet);
-        for (const Stage& stage : flow.stages) {
-            const std::string name = std::string(flow.instructionSet) + "/stage " + stage.name;
-            benchmark::RegisterBenchmark(name.c_str(),
-                                         [&flow, &stage](benchmark::State& state) { measureStage(state, flow, stage); })
-                ->UseManualTime()
-                ->MinTime(kShortest);
-        }
-    }
+    registerStages("reference", referenceStages());
+    for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations())
+        registerStages(operations->instructionSet, stagesOf(operations->instructionSet));
 }
 
 } // namespace speed

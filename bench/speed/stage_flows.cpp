@@ -1,33 +1,30 @@
 #include "bench/speed/stages.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace zrk_tarn
 {
 
 #if defined __x86_64__
 namespace sse2
 {
-extern const std::span<const speed::Stage> kStages;
+extern const speed::StageFlow<ZRKTarn> kStages;
 }
 namespace avx2
 {
-extern const std::span<const speed::Stage> kStages;
+extern const speed::StageFlow<ZRKTarn> kStages;
 }
 namespace avx512
 {
-extern const std::span<const speed::Stage> kStages;
+extern const speed::StageFlow<ZRKTarn> kStages;
 }
 #elif defined __aarch64__
 namespace neon
 {
-extern const std::span<const speed::Stage> kStages;
+extern const speed::StageFlow<ZRKTarn> kStages;
 }
 #else
 namespace generic
 {
-extern const std::span<const speed::Stage> kStages;
+extern const speed::StageFlow<ZRKTarn> kStages;
 }
 #endif
 
@@ -36,18 +33,18 @@ extern const std::span<const speed::Stage> kStages;
 namespace speed
 {
 
-const StageFlow& stageFlowOf(std::string_view instructionSet)
+StageFlow<ZRKTarn> stagesOf(std::string_view instructionSet)
 {
 #if defined __x86_64__
-    static const StageFlow flows[] = {
-        {"sse2", zrk_tarn::sse2::kStages}, {"avx2", zrk_tarn::avx2::kStages}, {"avx512", zrk_tarn::avx512::kStages}};
+    if (instructionSet == "avx512") return zrk_tarn::avx512::kStages;
+    if (instructionSet == "avx2") return zrk_tarn::avx2::kStages;
+    if (instructionSet == "sse2") return zrk_tarn::sse2::kStages;
 #elif defined __aarch64__
-    static const StageFlow flows[] = {{"neon", zrk_tarn::neon::kStages}};
+    if (instructionSet == "neon") return zrk_tarn::neon::kStages;
 #else
-    static const StageFlow flows[] = {{"generic", zrk_tarn::generic::kStages}};
+    if (instructionSet == "generic") return zrk_tarn::generic::kStages;
 #endif
-    return *std::find_if(std::begin(flows), std::end(flows),
-                         [&](const StageFlow& flow) { return flow.instructionSet == instructionSet; });
+    return {};
 }
 
 } // namespace speed

@@ -24,7 +24,7 @@ namespace
 
 constexpr std::uint32_t kFrames = 64;
 
-constexpr speed::Stage kStageList[] = {
+constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"startMeasures",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          for (int r = 0; r < 3; ++r) engine.outputPtr[r] = engine.outputBlock[r];
@@ -98,6 +98,6 @@ constexpr speed::Stage kStageList[] = {
 
 } // namespace
 
-extern const std::span<const speed::Stage> kStages{kStageList};
+extern const speed::StageFlow<ZRKTarn> kStages{kStageList};
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -191,21 +191,22 @@ void printStreams()
     std::printf("\n");
 }
 
-/// Medians of every stage's ticks in the blocks of one instruction set, and their sum.
-std::vector<double> measureStages(const StageFlow& flow, bool silent)
+/// Medians of every stage's ticks in the blocks of one engine, and their sum.
+template <typename Engine>
+std::vector<double> measureStages(StageFlow<Engine> flow, bool silent)
 {
-    Stream<ZRKTarn> stream(kPlain);
+    Stream<Engine> stream(kPlain);
     stream.run(kBlocksOfRound);
     if (silent) stream.runSilence(kSilentBlocks);
-    std::vector<std::vector<std::uint64_t>> perBlock(flow.stages.size());
+    std::vector<std::vector<std::uint64_t>> perBlock(flow.size());
     for (std::size_t number = 0; number < kMusicBlocks; ++number) {
         if (silent) {
             stream.fillWithSilence();
         } else {
             stream.fill(number);
         }
-        for (std::size_t s = 0; s < flow.stages.size(); ++s)
-            perBlock[s].push_back(ticksOf([&] { flow.stages[s].run(stream.engine(), kPlain.slots()); }));
+        for (std::size_t s = 0; s < flow.size(); ++s)
+            perBlock[s].push_back(ticksOf([&] { flow[s].run(stream.engine(), kPlain.slots()); }));
     }
 
     std::vector<double> medians;
@@ -220,14 +221,14 @@ std::vector<double> measureStages(const StageFlow& flow, bool silent)
 
 void printStages(const char* title, bool silent)
 {
-    std::vector<Column> columns;
+    std::vector<Column> columns{{"reference", measureStages(referenceStages(), silent)}};
     for (const BlockOperations* const operations : zrk_tarn::usableOperations()) {
-        zrk_tarn::chooseOperations(*operations);
-        columns.push_back({operations->instructionSet, measureStages(stageFlowOf(operations->instructionSet), silent)});
+        const char* const set = operations->instructionSet;
+        columns.push_back({set, measureStages(stagesOf(set), silent)});
     }
 
     printHead(title, columns);
-    const auto stages = stageFlowOf(columns[0].name).stages;
+    const auto stages = referenceStages();
     for (std::size_t s = 0; s <= stages.size(); ++s) {
         std::printf("%-34s", s < stages.size() ? stages[s].name : "sum");
         for (const Column& column : columns) std::printf("%12.0f", column.medians[s]);

@@ -1,7 +1,8 @@
+#include "tests/reference/reference_cinema.h"
+
 #include <cmath>
 
 #include "filterbank/cos_mod.h"
-#include "tests/reference/reference_engine.h"
 
 namespace reference
 {
@@ -35,9 +36,11 @@ void addTenth(float& tracker, float magnitude)
     tracker = static_cast<float>(static_cast<double>(tracker) + tenth * static_cast<double>(magnitude));
 }
 
-/// Loads the working thresholds and keeps the peak measures of the previous block.
+} // namespace
+
 void beginMeasures(Engine& e)
 {
+    for (int r = 0; r < 3; ++r) e.outputPtr[r] = e.outputBlock[r];
     for (e.groupIndex = 0; e.groupIndex < 16; ++e.groupIndex) {
         const int g = e.groupIndex;
         e.thres[g] = e.thresBands[g];
@@ -50,9 +53,6 @@ void beginMeasures(Engine& e)
     }
 }
 
-/// Weights the input history with the prototype filter.
-///
-/// Order  increasing m, from zero
 void sumPolyphases(Engine& e)
 {
     for (int c = 0; c < 2; ++c) {
@@ -63,7 +63,6 @@ void sumPolyphases(Engine& e)
     }
 }
 
-/// Moves the slow average of every band on by the previous block's subbands, which are still in place.
 void averageSubbands(Engine& e)
 {
     for (int c = 0; c < 2; ++c) {
@@ -71,7 +70,6 @@ void averageSubbands(Engine& e)
     }
 }
 
-/// Folds the 128 polyphase sums of each channel into 64 values.
 void foldPolyphases(Engine& e)
 {
     for (int c = 0; c < 2; ++c) {
@@ -80,7 +78,6 @@ void foldPolyphases(Engine& e)
     }
 }
 
-/// Forms the pair sums of a 64-vector that the transform takes.
 void buildPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32])
 {
     for (int k = 0; k < 32; ++k) even[k] = x[2 * k] + x[2 * k + 1];
@@ -88,9 +85,6 @@ void buildPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32])
     for (int k = 1; k < 32; ++k) odd[k] = x[2 * k - 1] + x[2 * k];
 }
 
-/// Tracks the spectrum and the strongest band with its neighbours, left and right.
-///
-/// Order  bands ascending; then the strongest band, its upper and its lower neighbour
 void trackSpectrum(Engine& e)
 {
     e.spectrumL = e.spectrumL * 0.9f;
@@ -128,9 +122,6 @@ void trackSpectrum(Engine& e)
     e.restR = e.spectrumR - e.peakRegionR;
 }
 
-/// Measures and smooths the broadband levels of the block's 64 new input samples.
-///
-/// Order  samples ascending, from zero
 void measureLevels(Engine& e)
 {
     float sumL = 0.0f;
@@ -156,7 +147,6 @@ void measureLevels(Engine& e)
     smooth(e.avgLevelDiff, e.broadbandPair, e.levelDiff);
 }
 
-/// Finds the dominant band of every group and its measures; a group of zeros keeps the previous block's.
 void findGroupPeaks(Engine& e)
 {
     e.bandIndex = 0;
@@ -181,6 +171,9 @@ void findGroupPeaks(Engine& e)
         }
     }
 }
+
+namespace
+{
 
 /// Finds the group whose dominant band is the strongest on either side; the right side wins a tie.
 void findDominantGroup(Engine& e)
@@ -285,7 +278,18 @@ void spreadToNeighbours(Engine& e, float rest, float peak)
     }
 }
 
-/// Smooths the four measures of every group.
+} // namespace
+
+void judgeTonality(Engine& e)
+{
+    findDominantGroup(e);
+    const float rest = e.restL + e.restR;
+    const float peak = e.peakRegionL + e.peakRegionR;
+    testTonality(e, rest, peak);
+    holdStationaryGroups(e, rest, peak);
+    spreadToNeighbours(e, rest, peak);
+}
+
 void smoothPowers(Engine& e)
 {
     for (e.groupIndex = 0; e.groupIndex < 16; ++e.groupIndex) {
@@ -297,20 +301,8 @@ void smoothPowers(Engine& e)
     }
 }
 
-/// Measures the 16 band groups and the broadband level of the block.
-void measureBandGroups(Engine& e)
+namespace
 {
-    trackSpectrum(e);
-    measureLevels(e);
-    findGroupPeaks(e);
-    findDominantGroup(e);
-    const float rest = e.restL + e.restR;
-    const float peak = e.peakRegionL + e.peakRegionR;
-    testTonality(e, rest, peak);
-    holdStationaryGroups(e, rest, peak);
-    spreadToNeighbours(e, rest, peak);
-    smoothPowers(e);
-}
 
 /// Steering of a level pair (l, r) and a sum/difference pair (s, d), all non-negative.
 ///
@@ -350,7 +342,8 @@ Steering steer(float l, float r, float s, float d)
     return {lr, fb};
 }
 
-/// Steers the broadband averages and smooths the result at four speeds.
+} // namespace
+
 void steerBroadband(Engine& e)
 {
     const Steering steering = steer(e.avgLevelL, e.avgLevelR, e.avgLevelSum, e.avgLevelDiff);
@@ -365,6 +358,9 @@ void steerBroadband(Engine& e)
     smooth(e.globalLRFast, e.fast, e.globalLR);
     smooth(e.globalFBFast, e.fast, e.globalFB);
 }
+
+namespace
+{
 
 /// Smooths the steering of a group at four speeds; with three outputs there is no rear steering at the upper three.
 void smoothSteering(Engine& e, int g)
@@ -467,34 +463,35 @@ void interpolateMatrix(Engine& e, int g, float x, float y)
     }
 }
 
-/// Steers every band group and interpolates its matrix.
-///
-/// Order  groups ascending; the mean sums the fast left/right values before a speed is chosen
-void steerBandGroups(Engine& e)
-{
-    steerBroadband(e);
+} // namespace
 
+void steerGroups(Engine& e)
+{
     for (e.groupIndex = 0; e.groupIndex < 16; ++e.groupIndex) {
         const int g = e.groupIndex;
         const Steering steering = steer(e.powL[g], e.powR[g], e.powSum[g], e.powDiff[g]);
         e.steerLR[g] = steering.lr;
         e.steerFB[g] = steering.fb;
     }
+}
 
+void selectSpeeds(Engine& e)
+{
     float sumLRFast = 0.0f;
     for (e.groupIndex = 0; e.groupIndex < 16; ++e.groupIndex) {
-        const int g = e.groupIndex;
-        smoothSteering(e, g);
-        sumLRFast += e.lrFast[g];
-        selectSpeed(e, g);
-        interpolateMatrix(e, g, e.lrSlower[g], e.fbSlower[g]);
+        smoothSteering(e, e.groupIndex);
+        sumLRFast += e.lrFast[e.groupIndex];
+        selectSpeed(e, e.groupIndex);
     }
     e.meanLRFast = sumLRFast * 0.0625f;
 }
 
-/// Mixes the left and right subbands into front left, centre and front right with the matrix of their group.
-///
-/// The side gain falls from 1.5 in the middle to 1 at either end; the centre has none.
+void interpolateMatrices(Engine& e)
+{
+    for (e.groupIndex = 0; e.groupIndex < 16; ++e.groupIndex)
+        interpolateMatrix(e, e.groupIndex, e.lrSlower[e.groupIndex], e.fbSlower[e.groupIndex]);
+}
+
 void mixSubbands(Engine& e)
 {
     e.bandIndex = 0;
@@ -514,9 +511,6 @@ void mixSubbands(Engine& e)
     }
 }
 
-/// Overlap-adds the weighted transform outputs into this and the next block.
-///
-/// Order  every sum is formed first, ascending in m from zero, then added to its accumulator
 void overlapAdd(Engine& e)
 {
     for (int r = 0; r < 3; ++r) {
@@ -536,7 +530,6 @@ void overlapAdd(Engine& e)
     }
 }
 
-/// Rounds the finished samples half away from zero.
 void roundOutput(Engine& e)
 {
     for (int r = 0; r < 3; ++r) {
@@ -551,15 +544,22 @@ void roundOutput(Engine& e)
     }
 }
 
-/// Moves every history on by one block: the synthesis history up, the input history down, the overlap forward.
-void moveHistories(Engine& e)
+void moveInputHistory(Engine& e)
+{
+    for (int c = 0; c < 2; ++c) {
+        for (int n = 0; n < 960; ++n) e.inputHistory[c][n] = e.inputHistory[c][n + 64];
+    }
+}
+
+void moveSynthHistory(Engine& e)
 {
     for (int r = 0; r < 3; ++r) {
         for (int n = 1023; n >= 64; --n) e.synthHistory[r][n] = e.synthHistory[r][n - 64];
     }
-    for (int c = 0; c < 2; ++c) {
-        for (int n = 0; n < 960; ++n) e.inputHistory[c][n] = e.inputHistory[c][n + 64];
-    }
+}
+
+void moveOverlap(Engine& e)
+{
     for (int r = 0; r < 3; ++r) {
         for (int n = 0; n < 64; ++n) e.overlapNow[r][n] = e.overlapNext[r][n];
     }
@@ -568,11 +568,8 @@ void moveHistories(Engine& e)
     }
 }
 
-} // namespace
-
 std::uint32_t Engine::ProcessCine3(std::uint32_t frames, std::uint32_t channels)
 {
-    for (int r = 0; r < 3; ++r) outputPtr[r] = outputBlock[r];
     beginMeasures(*this);
 
     ReadInputChannels(frames, channels);
@@ -582,15 +579,25 @@ std::uint32_t Engine::ProcessCine3(std::uint32_t frames, std::uint32_t channels)
     for (int c = 0; c < 2; ++c) buildPairSums(folded[c], dctEven[c], dctOdd[c]);
     for (int c = 0; c < 2; ++c) cosModDCT4_X1(subband[c], dctEven[c], dctOdd[c]);
 
-    measureBandGroups(*this);
-    steerBandGroups(*this);
+    trackSpectrum(*this);
+    measureLevels(*this);
+    findGroupPeaks(*this);
+    judgeTonality(*this);
+    smoothPowers(*this);
+
+    steerBroadband(*this);
+    steerGroups(*this);
+    selectSpeeds(*this);
+    interpolateMatrices(*this);
     mixSubbands(*this);
 
     for (int r = 0; r < 3; ++r) buildPairSums(outSubband[r], dctEven[r], dctOdd[r]);
     for (int r = 0; r < 3; ++r) cosModDCT4_X1(synthHistory[r], dctEven[r], dctOdd[r]);
     overlapAdd(*this);
     roundOutput(*this);
-    moveHistories(*this);
+    moveSynthHistory(*this);
+    moveInputHistory(*this);
+    moveOverlap(*this);
     return 0;
 }
 
