@@ -1,16 +1,24 @@
 #include "engine/instruction_sets.h"
 #include "engine/zrk_tarn.h"
+#include "lanes/float_environment.h"
 
+// Every operation works in the default floating-point environment, whatever the caller's thread is set to. The work
+// itself is called through pointers, so that no compiler moves arithmetic out of it.
+
+using zrk_tarn::BlockOperations;
 using zrk_tarn::chosenOperations;
+using zrk_tarn::DefaultFloatEnvironment;
 
 std::uint32_t ZRKTarn::ReadInputChannels(std::uint32_t frames, std::uint32_t channels) noexcept
 {
+    const DefaultFloatEnvironment environment;
     chosenOperations().readInputChannels(*this, frames, channels);
     return 0;
 }
 
 std::uint32_t ZRKTarn::ProcessCine3(std::uint32_t frames, std::uint32_t channels) noexcept
 {
+    const DefaultFloatEnvironment environment;
     chosenOperations().processCine3(*this, frames, channels);
     return 0;
 }
@@ -18,26 +26,32 @@ std::uint32_t ZRKTarn::ProcessCine3(std::uint32_t frames, std::uint32_t channels
 // NOLINTNEXTLINE(readability-make-member-function-const): as declared
 std::uint32_t ZRKTarn::WriteOutput(std::uint32_t frames, std::uint32_t channels) noexcept
 {
+    const DefaultFloatEnvironment environment;
     return chosenOperations().writeOutput(*this, frames, channels);
 }
 
 // NOLINTNEXTLINE(readability-make-member-function-const): as declared
 std::uint32_t ZRKTarn::RemapOutput(std::uint32_t frames, std::uint32_t channels) noexcept
 {
+    const DefaultFloatEnvironment environment;
     return chosenOperations().remapOutput(*this, frames, channels);
 }
 
 std::uint32_t ZRKTarn::ProcessCine3InterLeave(std::uint32_t frames, std::uint32_t channels) noexcept
 {
-    ProcessCine3(frames, channels);
-    WriteOutput(frames, channels);
+    const DefaultFloatEnvironment environment;
+    const BlockOperations& operations = chosenOperations();
+    operations.processCine3(*this, frames, channels);
+    operations.writeOutput(*this, frames, channels);
     return 0;
 }
 
 std::uint32_t ZRKTarn::ProcessCine3InterLeaveRemap(std::uint32_t frames, std::uint32_t channels) noexcept
 {
-    ProcessCine3(frames, channels);
-    chosenOperations().convertOutput(*this, frames);
-    RemapOutput(frames, channels);
+    const DefaultFloatEnvironment environment;
+    const BlockOperations& operations = chosenOperations();
+    operations.processCine3(*this, frames, channels);
+    operations.convertOutput(*this, frames);
+    operations.remapOutput(*this, frames, channels);
     return 0;
 }

@@ -1,5 +1,6 @@
 #include "engine/threshold_rows.h"
 #include "engine/zrk_tarn.h"
+#include "lanes/float_environment.h"
 
 #include <algorithm>
 #include <cmath>
@@ -123,44 +124,51 @@ void installMatrices(ZRKTarn& engine) noexcept
     for (int region = 0; region < 9; ++region) std::copy_n(set[region], 12, engine.regionMatrix[region]);
 }
 
-} // namespace
-
-std::uint32_t ZRKTarn::Initialize(Tarn_Parameters parameters) noexcept
+/// Initialize in the floating-point environment that it finds.
+[[gnu::noinline]] std::uint32_t configure(ZRKTarn& engine, const Tarn_Parameters& parameters) noexcept
 {
     std::uint32_t result = 0;
 
-    bitsPerSample = parameters.bitsPerSample;
-    outputChannels = parameters.outputChannels;
-    if (outputChannels < 3 || outputChannels > 7) result = 1;
+    engine.bitsPerSample = parameters.bitsPerSample;
+    engine.outputChannels = parameters.outputChannels;
+    if (engine.outputChannels < 3 || engine.outputChannels > 7) result = 1;
 
-    rateCode = rateCodeOf(parameters.sampleRate);
-    if (rateCode == 0) result = 3;
+    engine.rateCode = rateCodeOf(parameters.sampleRate);
+    if (engine.rateCode == 0) result = 3;
 
     if (parameters.mode == 1 || parameters.mode == 2) {
-        modeOneFlag = parameters.mode == 1 ? 1 : 0;
-        holdMidSmoothing = parameters.mode == 2 ? 1 : 0;
+        engine.modeOneFlag = parameters.mode == 1 ? 1 : 0;
+        engine.holdMidSmoothing = parameters.mode == 2 ? 1 : 0;
     } else {
         result = 4;
     }
 
-    mixFraction = parameters.mixFraction;
-    if (mixFraction < 0.0f || mixFraction > 1.0f) result = 6;
-    if (outputChannels == 4) mixFraction = 0.0f;
-    mixFractionComplement = holdMidSmoothing == 1 ? mixFraction : 1.0f - mixFraction;
+    engine.mixFraction = parameters.mixFraction;
+    if (engine.mixFraction < 0.0f || engine.mixFraction > 1.0f) result = 6;
+    if (engine.outputChannels == 4) engine.mixFraction = 0.0f;
+    engine.mixFractionComplement = engine.holdMidSmoothing == 1 ? engine.mixFraction : 1.0f - engine.mixFraction;
 
-    const RateSetting* const setting = settingOf(rateCode);
+    const RateSetting* const setting = settingOf(engine.rateCode);
     if (setting != nullptr) {
-        copyThresholds(THRES_BANDS, setting->thresholdStep, thresBands);
-        copyThresholds(MIDTHRES_BANDS, setting->thresholdStep, midThresBands);
-        copyThresholds(SLOWTHRES_BANDS, setting->thresholdStep, slowThresBands);
-        if (setting->bandCount != nullptr) std::copy_n(setting->bandCount, 16, bandCount);
+        copyThresholds(ZRKTarn::THRES_BANDS, setting->thresholdStep, engine.thresBands);
+        copyThresholds(ZRKTarn::MIDTHRES_BANDS, setting->thresholdStep, engine.midThresBands);
+        copyThresholds(ZRKTarn::SLOWTHRES_BANDS, setting->thresholdStep, engine.slowThresBands);
+        if (setting->bandCount != nullptr) std::copy_n(setting->bandCount, 16, engine.bandCount);
     }
-    setSteeringPairs(*this, setting);
-    installMatrices(*this);
+    setSteeringPairs(engine, setting);
+    installMatrices(engine);
 
-    inputScale = inputScaleOf(bitsPerSample);
-    outputScale = outputScaleOf(bitsPerSample);
-    sampleCeiling = saturatedToInt32(std::pow(2.0, static_cast<double>(bitsPerSample) - 1.0) - 1.0);
-    sampleFloor = ~sampleCeiling;
+    engine.inputScale = inputScaleOf(engine.bitsPerSample);
+    engine.outputScale = outputScaleOf(engine.bitsPerSample);
+    engine.sampleCeiling = saturatedToInt32(std::pow(2.0, static_cast<double>(engine.bitsPerSample) - 1.0) - 1.0);
+    engine.sampleFloor = ~engine.sampleCeiling;
     return result;
+}
+
+} // namespace
+
+std::uint32_t ZRKTarn::Initialize(Tarn_Parameters parameters) noexcept
+{
+    const DefaultFloatEnvironment environment;
+    return configure(*this, parameters);
 }

@@ -22,7 +22,10 @@ struct Tarn_Parameters
 /// overwrite carry over.
 ///
 /// Every operation returns a status word. Nothing throws, allocates, locks or logs after construction, so all of it
-/// but Open and Initialize belongs on a real-time thread. One engine serves one thread at a time.
+/// belongs on a real-time thread. One engine serves one thread at a time.
+///
+/// Open, Initialize and the operations on blocks set the default floating-point environment (round to nearest,
+/// subnormal numbers kept) and put the caller's back, with its exception flags as they were.
 ///
 /// All members are public state: an operation depends on nothing but them, its arguments, the host buffer and the
 /// process-wide constant tables (filterbank/cos_mod.h).
@@ -70,7 +73,8 @@ public:
 
     /// Fills the process-wide cosine tables. Returns 0.
     ///
-    /// The first call must complete before any engine of the process runs a block; later ones write the same values.
+    /// The first call must complete before any engine of the process runs a block. Later ones write only what differs,
+    /// which is nothing, and may run beside the work of other engines.
     std::uint32_t Open() noexcept;
 
     /// Does nothing: the engine owns no resources. Returns 0.

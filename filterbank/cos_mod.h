@@ -8,7 +8,8 @@
 ///
 /// Every sum is formed from the first product on in ascending order of its index; each output is its own sum.
 /// Inputs are read only; outputs are written in full and must not overlap inputs unless a function says so.
-/// Nothing allocates; all functions but cosModTablesInit are reentrant and safe on real-time threads once it has run.
+/// Nothing allocates; all functions are reentrant and safe on real-time threads once cosModTablesInit has run. The
+/// kernels and transforms work in the caller's floating-point environment, cosModTablesInit in the default one.
 ///
 /// H. S. Malvar, Signal Processing with Lapped Transforms, Artech House, 1992 (cosine-modulated banks).
 /// P. P. Vaidyanathan, Multirate Systems and Filter Banks, Prentice Hall, 1993, chapter 8.
@@ -21,10 +22,10 @@
 /// The sign, which flips every 128 taps, carries the alternating signs of the polyphase structure.
 extern const float lpf[1024];
 
-/// Fills the five table blocks; every call writes the same values.
+/// Fills the five table blocks with the same values, to the last bit, on every machine and with every C library.
 ///
-/// Must have completed before any transform runs in the process. Unguarded: not while another thread fills them for
-/// the first time.
+/// Must have completed before any transform runs in the process. Later calls store only entries that differ, so that
+/// filled tables are read and filled again without a data race. Unguarded: the first call must not overlap others.
 void cosModTablesInit();
 
 /// DCT-III of size n = 2 to 16, computed row by row; table is a DCT-III block of size n. n below 2 writes nothing.

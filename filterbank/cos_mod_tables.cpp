@@ -1,9 +1,11 @@
 #include "filterbank/cos_mod.h"
 #include "filterbank/transform_tables.h"
+#include "lanes/float_environment.h"
 
-#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 
 float dct4Table64[2112];
 float dct4Table32[544];
@@ -18,6 +20,37 @@ namespace
 /// Pi in single precision. Volatile, because the last bit of an entry is that of the C library's cosine at run time: a
 /// compiler that knows the angle may replace the call by its own value, which differs by an ulp in places.
 const volatile float kPi = 3.14159274f;
+
+/// Stores an entry that is not there yet. What is right is not written again, so that filling tables that are full is
+/// no race with the transforms that read them.
+void store(float& entry, float value)
+{
+    if (std::bit_cast<std::uint32_t>(entry) != std::bit_cast<std::uint32_t>(value)) entry = value;
+}
+
+/// An angle, in single precision, and its cosine.
+struct Cosine
+{
+    float angle;
+    float value;
+};
+
+/// The angles of the tables at which cosf of the GNU C library does not give the nearest single-precision number but
+/// the one beside it: the same ones on every processor. At all other angles of the tables it gives the nearest.
+constexpr Cosine kNotNearest[] = {
+    {0x1.0e2d4ep+0f, 0x1.f8ba4cp-2f}, {0x1.59934p+0f, 0x1.c0b826p-3f},  {0x1.fcf022p+2f, -0x1.917a92p-4f},
+    {0x1.5a5c5p+3f, -0x1.5e212ep-3f}, {0x1.b7d2bp+3f, 0x1.87ddf8p-2f},  {0x1.bfad4ep+3f, 0x1.2c80bcp-3f},
+    {0x1.4dfd96p+5f, -0x1.3affap-1f}, {0x1.66243ep+5f, 0x1.6a09ccp-1f}, {0x1.4dfd96p+6f, -0x1.f19fbcp-3f},
+};
+
+/// The cosine that the tables hold: that of the GNU C library's cosf, also with a C library whose cosf is exact at the
+/// angles where that one is not.
+float cosine(float angle)
+{
+    for (const Cosine& known : kNotNearest)
+        if (known.angle == angle) return known.value;
+    return std::cos(angle);
+}
 
 /// Columns counted from 0 (j) or in odd halves (2j + 1).
 enum class Column
@@ -41,7 +74,7 @@ float* fillMatrix(float* entry, int h, Column kind, float denominator)
     for (int i = 0; i < h; ++i) {
         for (int j = 0; j < h; ++j) {
             const float column = kind == Column::Whole ? static_cast<float>(j) : oddFactor(j);
-            *entry++ = std::cos(column * oddFactor(i) * pi * reciprocal);
+            store(*entry++, cosine(column * oddFactor(i) * pi * reciprocal));
         }
     }
     return entry;
@@ -54,7 +87,7 @@ float* fillCosineScale(float* entry, int h, float denominator)
     const float reciprocal = 1.0f / denominator;
     for (int i = 0; i < h; ++i) {
         const float angle = oddFactor(i) * pi * reciprocal;
-        *entry++ = static_cast<float>(1.0 / (2.0 * std::cos(static_cast<double>(angle))));
+        store(*entry++, static_cast<float>(1.0 / (2.0 * std::cos(static_cast<double>(angle)))));
     }
     return entry;
 }
@@ -66,7 +99,7 @@ float* fillSineScale(float* entry, int h, float denominator)
     const float reciprocal = 1.0f / denominator;
     for (int i = 0; i < h; ++i) {
         const float angle = oddFactor(i) * pi * reciprocal;
-        *entry++ = static_cast<float>(-1.0 / (2.0 * std::sin(static_cast<double>(angle))));
+        store(*entry++, static_cast<float>(-1.0 / (2.0 * std::sin(static_cast<double>(angle)))));
     }
     return entry;
 }
@@ -95,7 +128,7 @@ void fillDct3Block(float* block, int n)
 void transpose(const float* matrix, float (&columns)[8][8])
 {
     for (int i = 0; i < 8; ++i)
-        for (int j = 0; j < 8; ++j) columns[j][i] = matrix[8 * i + j];
+        for (int j = 0; j < 8; ++j) store(columns[j][i], matrix[8 * i + j]);
 }
 
 /// Cuts scales into octets, every second one backwards.
@@ -103,7 +136,12 @@ template <std::size_t kOctets>
 void cutScale(const float* scale, float (&octets)[kOctets][8])
 {
     for (std::size_t c = 0; c < kOctets; ++c)
-        for (std::size_t i = 0; i < 8; ++i) octets[c][i] = scale[8 * c + (c % 2 == 0 ? i : 7 - i)];
+        for (std::size_t i = 0; i < 8; ++i) store(octets[c][i], scale[8 * c + (c % 2 == 0 ? i : 7 - i)]);
+}
+
+void copyScale(const float* scale, float (&octet)[8])
+{
+    for (std::size_t i = 0; i < 8; ++i) store(octet[i], scale[i]);
 }
 
 /// The scales of a block of size n stand behind its two matrices.
@@ -116,18 +154,17 @@ void fillTransformTables(zrk_tarn::TransformTables& tables)
 {
     transpose(dct3Table16, tables.dct3Columns);
     transpose(dct4Table16, tables.dct4Columns);
-    std::copy_n(scalesOf(dct3Table16, 16), 8, tables.dct3Scale16);
+    copyScale(scalesOf(dct3Table16, 16), tables.dct3Scale16);
     cutScale(scalesOf(dct3Table32, 32), tables.dct3Scale32);
     for (int s = 0; s < 2; ++s) {
-        std::copy_n(scalesOf(dct4Table16, 16) + 8 * s, 8, tables.dct4Scale16[s]);
+        copyScale(scalesOf(dct4Table16, 16) + 8 * s, tables.dct4Scale16[s]);
         cutScale(scalesOf(dct4Table32, 32) + 16 * s, tables.dct4Scale32[s]);
         cutScale(scalesOf(dct4Table64, 64) + 32 * s, tables.dct4Scale64[s]);
     }
 }
 
-} // namespace
-
-void cosModTablesInit()
+/// cosModTablesInit in the floating-point environment that it finds.
+[[gnu::noinline]] void fillTables()
 {
     fillDct4Block(dct4Table64, 64);
     fillDct4Block(dct4Table32, 32);
@@ -135,4 +172,12 @@ void cosModTablesInit()
     fillDct3Block(dct3Table16, 16);
     fillDct4Block(dct4Table16, 16);
     fillTransformTables(zrk_tarn::transformTables);
+}
+
+} // namespace
+
+void cosModTablesInit()
+{
+    const zrk_tarn::DefaultFloatEnvironment environment;
+    fillTables();
 }

@@ -19,9 +19,13 @@ struct audio_channel_assignment_t
 
 /// What a host holds: one stream's engine, its configuration and the block driver.
 ///
-/// One object serves one thread at a time and takes no locks. Its first process call, and every later one that brings
-/// another sample rate or width, refills process-wide tables: no other object's process call may run at the same time
-/// on another thread. All other process calls are real-time safe.
+/// One object serves one thread at a time and takes no locks. The first process call of the program fills process-wide
+/// tables and must return before other threads make theirs, or cosModTablesInit (filterbank/cos_mod.h) is called before
+/// them; from then on any number of objects run on any number of threads. All process calls of an object but its first,
+/// which allocates, are real-time safe.
+///
+/// Results depend on nothing but the calls: process sets the default floating-point environment (round to nearest,
+/// subnormal numbers kept) and puts the caller's back, with its exception flags as they were.
 ///
 /// The output comes 960 frames after the input, at every rate. To bring out the last of a stream, process 960 frames of
 /// silence; to start anew, as after a seek, take a new object.

@@ -69,10 +69,9 @@ def count(program, instruction_set, blocks):
     total = own[BLOCK_OPERATION] + sum(calls[BLOCK_OPERATION].values())
     for stage, instructions in calls[flow].items():
         counts[short(stage)] = instructions
-    for stage, instructions in calls["ZRKTarn::WriteOutput(unsigned int, unsigned int)"].items():
-        if stage.endswith("chosenOperations()"):
-            continue
-        counts[short(stage)] = instructions
+    for stage, instructions in calls[BLOCK_OPERATION].items():
+        if stage != flow and not stage.endswith("chosenOperations()"):
+            counts[short(stage)] = instructions
     counts["calls and the rest"] = total - sum(counts.values())
     counts["in all"] = total
     return counts

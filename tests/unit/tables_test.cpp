@@ -5,28 +5,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <numbers>
-#include <span>
 #include <vector>
 
 namespace
 {
-
-/// FNV-1a over the bits of floats, least significant byte first.
-std::uint64_t checksum(std::initializer_list<std::span<const float>> tables)
-{
-    std::uint64_t hash = 0xcbf29ce484222325u;
-    for (const std::span<const float> table : tables) {
-        for (const float entry : table) {
-            std::uint32_t bits = 0;
-            std::memcpy(&bits, &entry, sizeof bits);
-            for (int j = 0; j < 4; ++j) hash = (hash ^ (bits >> (8 * j) & 0xffu)) * 0x100000001b3u;
-        }
-    }
-    return hash;
-}
 
 class Tables : public testing::Test
 {
@@ -117,15 +101,11 @@ TEST_F(Tables, EveryBlockHasTheReferencesBits)
     EXPECT_EQ(0, std::memcmp(dct4Table16, reference::dct4Table16, sizeof dct4Table16));
 }
 
-TEST_F(Tables, AllBitsAreThoseOfEveryBuild)
-{
-    // One checksum for every compiler and optimisation level: a folded cosine changes it.
-    EXPECT_EQ(checksum({dct4Table64, dct4Table32, dct3Table32, dct3Table16, dct4Table16}), 0x27c89db3ee4350bu);
-}
-
-TEST_F(Tables, FillingAgainWritesTheSameBits)
+TEST_F(Tables, FillingAgainRestoresTheBits)
 {
     const std::vector<float> before(std::begin(dct4Table64), std::end(dct4Table64));
+    dct4Table64[0] = -dct4Table64[0];
+    dct4Table64[2111] = 0.0f;
     cosModTablesInit();
     EXPECT_EQ(0, std::memcmp(before.data(), dct4Table64, sizeof dct4Table64));
 }

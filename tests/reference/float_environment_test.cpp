@@ -1,0 +1,204 @@
+#include "filterbank/cos_mod.h"
+#include "filterbank/transform_tables.h"
+#include "host/zrk_tarn_processor.h"
+#include "tests/reference/reference_processor.h"
+#include "tests/support/engine.h"
+#include "tests/support/float_environment.h"
+#include "tests/support/record_compare.h"
+#include "tests/support/signals.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+// Audio hosts flush subnormal numbers to zero on their threads, or round otherwise. Results do not depend on it, and
+// the caller's settings and exception flags are afterwards what they were.
+
+namespace tests
+{
+
+namespace
+{
+
+constexpr std::uint32_t kSlots = 8;
+constexpr std::uint32_t kBits = 16;
+constexpr std::uint32_t kFrames = 6400;
+constexpr int kBuffers = 28;
+constexpr int kLoudBuffers = 2; ///< at the beginning, and one at the end; silence between them, in which means stick
+
+using Buffer = std::vector<std::uint8_t>;
+
+std::vector<Buffer> loudSilentAndLoud()
+{
+    std::vector<Buffer> buffers;
+    Random random(5);
+    for (int number = 0; number < kBuffers; ++number) {
+        Buffer& buffer = buffers.emplace_back(std::size_t{kFrames} * kSlots * 2);
+        if (number >= kLoudBuffers && number < kBuffers - 1) continue;
+        for (std::uint32_t i = 0; i < kFrames; ++i) {
+            const Frame frame = frameOf(number == 0 ? Signal::MidTone : Signal::DiffuseNoise, i, random);
+            const std::int32_t samples[2] = {sampleOf(0.4 * frame.left, kBits), sampleOf(0.4 * frame.right, kBits)};
+            for (std::size_t slot = 0; slot < 2; ++slot)
+                for (std::size_t j = 0; j < 2; ++j)
+                    buffer[(i * kSlots + slot) * 2 + j] =
+                        static_cast<std::uint8_t>(static_cast<std::uint32_t>(samples[slot]) >> (8 * j));
+        }
+    }
+    return buffers;
+}
+
+/// Codes of the plain path, then of the remap path.
+constexpr std::uint32_t kPlainCodes[8] = {0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0};
+constexpr std::uint32_t kRemapCodes[8] = {0x2000, 0x4000, 0x40000, 0x80000, 0, 0, 0, 0};
+
+/// All buffers through a processor, from its first call on: the path changes with every buffer, the rate twice.
+///
+/// Runs in the caller's environment and does no arithmetic in it.
+template <typename Processor, typename Codes>
+void live(Processor& processor, std::vector<Buffer>& buffers, Codes codesOf)
+{
+    unsigned gains[3][4] = {{0x10000000, 0, 0x08000000, 0}, {0, 0x10000000, 0, 0x08000000}, {0x0b504f33, 1, 2, 3}};
+    processor.set_remap_coeff(gains);
+    std::uint32_t rate = 96000;
+    int number = 0;
+    for (Buffer& buffer : buffers) {
+        if (number == 1 || number == kBuffers - 1) rate = rate == 96000 ? 44100 : 96000;
+        processor.process(buffer.data(), kFrames, kSlots, rate, kBits, codesOf(number % 2 == 0));
+        ++number;
+    }
+}
+
+void liveOfLibrary(zrk_tarn_processor_t& processor, std::vector<Buffer>& buffers)
+{
+    audio_channel_assignment_t plain{};
+    audio_channel_assignment_t remap{};
+    std::memcpy(plain.code, kPlainCodes, sizeof kPlainCodes);
+    std::memcpy(remap.code, kRemapCodes, sizeof kRemapCodes);
+    live(processor, buffers, [&](bool isPlain) { return isPlain ? &plain : &remap; });
+}
+
+void clearTables()
+{
+    std::fill(std::begin(dct4Table64), std::end(dct4Table64), 0.0f);
+    std::fill(std::begin(dct3Table32), std::end(dct3Table32), 0.0f);
+    std::fill(std::begin(dct4Table32), std::end(dct4Table32), 0.0f);
+    std::fill(std::begin(dct3Table16), std::end(dct3Table16), 0.0f);
+    std::fill(std::begin(dct4Table16), std::end(dct4Table16), 0.0f);
+    zrk_tarn::transformTables = {};
+}
+
+/// A buffer of the life as the default environment gives it, and the record behind it.
+struct Expected
+{
+    zrk_tarn_processor_t processor;
+    std::vector<Buffer> buffers = loudSilentAndLoud();
+
+    Expected() { liveOfLibrary(processor, buffers); }
+};
+
+} // namespace
+
+TEST(FloatEnvironment, OfTheCallerChangesNothingAndIsRestored)
+{
+    const Expected expected;
+    const std::vector<Buffer> inputs = loudSilentAndLoud();
+    for (const EnvironmentSetting& setting : allSettings()) {
+        SCOPED_TRACE(testing::Message() << "rounding " << setting.rounding << ", flushing " << setting.flushing);
+        for (const std::uint64_t flags : {std::uint64_t{0}, kAllFlags & 0x15u, kAllFlags}) {
+            std::vector<Buffer> buffers = inputs;
+            if (flags != 0) buffers.resize(3); // the flags need no whole life
+            const FloatEnvironment callers{setting.control, flags};
+            FloatEnvironment after{};
+            zrk_tarn_processor_t processor;
+            clearTables();
+            {
+                const CallersEnvironment environment(callers);
+                liveOfLibrary(processor, buffers);
+                after = currentEnvironment();
+            }
+            EXPECT_EQ(after, callers);
+            EXPECT_TRUE(std::equal(buffers.begin(), buffers.end(), expected.buffers.begin()));
+            if (flags == 0) {
+                processor.engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
+                expected.processor.engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
+                EXPECT_TRUE(sameRecord(*processor.engine, nullptr, *expected.processor.engine, nullptr));
+            }
+        }
+    }
+}
+
+TEST(FloatEnvironment, OfTheCallerChangesWhatDoesNotSetItsOwn)
+{
+    // The reference engine sets none, so these lives show every setting to matter.
+    std::vector<Buffer> expected = loudSilentAndLoud();
+    const std::vector<Buffer> inputs = expected;
+    const auto codesOf = [](bool isPlain) { return isPlain ? kPlainCodes : kRemapCodes; };
+    reference::Processor undisturbed;
+    live(undisturbed, expected, codesOf);
+    for (const EnvironmentSetting& setting : allSettings()) {
+        if (setting.control == kDefaultControl) continue;
+        std::vector<Buffer> buffers = inputs;
+        reference::Processor processor;
+        {
+            const CallersEnvironment environment({setting.control, 0});
+            live(processor, buffers, codesOf);
+        }
+        EXPECT_NE(buffers, expected) << "rounding " << setting.rounding << ", flushing " << setting.flushing;
+    }
+    reference::cosModTablesInit();
+}
+
+TEST(FloatEnvironment, OfTheCallerChangesNoOperationOfTheEngine)
+{
+    std::vector<Buffer> input = loudSilentAndLoud();
+    const auto lifeOf = [&](ZRKTarn& engine, Buffer& buffer) {
+        engine.Open();
+        engine.Initialize(parametersAt(192000, kBits));
+        engine.SetChannelPtrs(buffer.data(), buffer.data() + 2, buffer.data() + 4, buffer.data() + 6);
+        int gains[3][4] = {{1 << 28, 0, 1 << 27, 0}, {0, 1 << 28, 0, 1 << 27}, {1, 2, 3, 4}};
+        engine.SetRemapCoeff(gains);
+        engine.ReadInputChannels(64, kSlots);
+        engine.ProcessCine3(64, kSlots);
+        engine.WriteOutput(64, kSlots);
+        engine.RemapOutput(50, kSlots);
+        engine.ProcessCine3InterLeave(64, kSlots);
+        engine.ProcessCine3InterLeaveRemap(33, kSlots);
+    };
+    Buffer expectedBuffer = input[0];
+    const auto expected = std::make_unique<ZRKTarn>();
+    lifeOf(*expected, expectedBuffer);
+
+    for (const EnvironmentSetting& setting : allSettings()) {
+        SCOPED_TRACE(testing::Message() << "rounding " << setting.rounding << ", flushing " << setting.flushing);
+        Buffer buffer = input[0];
+        const auto engine = std::make_unique<ZRKTarn>();
+        {
+            const CallersEnvironment environment({setting.control, 0});
+            lifeOf(*engine, buffer);
+        }
+        EXPECT_EQ(buffer, expectedBuffer);
+        EXPECT_TRUE(sameRecord(*engine, buffer.data(), *expected, expectedBuffer.data()));
+    }
+}
+
+#if defined __SSE2__
+
+TEST(FloatEnvironment, TrapsOfTheCallerAreNotSprung)
+{
+    // Every block rounds, so that the first operation would trap if the caller's settings stayed in force.
+    const Expected expected;
+    std::vector<Buffer> buffers = loudSilentAndLoud();
+    zrk_tarn_processor_t processor;
+    clearTables();
+    {
+        const CallersEnvironment environment({kDefaultControl & ~kTrapMasks, 0});
+        liveOfLibrary(processor, buffers);
+    }
+    EXPECT_EQ(buffers, expected.buffers);
+}
+
+#endif
+
+} // namespace tests

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace tests
+{
+
+/// A thread's floating-point control, as the processor's registers hold it.
+struct FloatEnvironment
+{
+    std::uint64_t control; ///< MXCSR without its flags, or FPCR
+    std::uint64_t flags;   ///< the exceptions that have been raised: those of MXCSR, or FPSR
+
+    friend bool operator==(const FloatEnvironment&, const FloatEnvironment&) = default;
+};
+
+/// Four rounding modes, each with every way to flush subnormal numbers to zero that the processor has.
+struct EnvironmentSetting
+{
+    const char* rounding;
+    const char* flushing;
+    std::uint64_t control;
+};
+
+#if defined __SSE2__
+
+inline constexpr std::uint64_t kAllFlags = 0x3f;
+inline constexpr std::uint64_t kDefaultControl = 0x1f80;
+inline constexpr std::uint64_t kTrapMasks = 0x1f80; ///< cleared, every exception traps
+
+inline FloatEnvironment currentEnvironment()
+{
+    const std::uint64_t both = __builtin_ia32_stmxcsr();
+    return {both & ~kAllFlags, both & kAllFlags};
+}
+
+inline void setEnvironment(const FloatEnvironment& environment)
+{
+    __builtin_ia32_ldmxcsr(static_cast<unsigned int>(environment.control | environment.flags));
+}
+
+inline std::vector<EnvironmentSetting> allSettings()
+{
+    std::vector<EnvironmentSetting> settings;
+    for (const auto& [flushing, flushBits] :
+         {std::pair{"none", 0u}, std::pair{"FTZ", 0x8000u}, std::pair{"DAZ", 0x40u}, std::pair{"FTZ and DAZ", 0x8040u}})
+        for (const auto& [rounding, roundingBits] : {std::pair{"to nearest", 0u}, std::pair{"down", 0x2000u},
+                                                     std::pair{"up", 0x4000u}, std::pair{"to zero", 0x6000u}})
+            settings.push_back({rounding, flushing, kDefaultControl | flushBits | roundingBits});
+    return settings;
+}
+
+#elif defined __aarch64__
+
+inline constexpr std::uint64_t kAllFlags = 0x9f;
+inline constexpr std::uint64_t kDefaultControl = 0;
+
+inline FloatEnvironment currentEnvironment()
+{
+    FloatEnvironment environment{};
+    asm volatile("mrs %0, fpcr" : "=r"(environment.control));
+    asm volatile("mrs %0, fpsr" : "=r"(environment.flags));
+    return environment;
+}
+
+inline void setEnvironment(const FloatEnvironment& environment)
+{
+    asm volatile("msr fpcr, %0" : : "r"(environment.control) : "memory");
+    asm volatile("msr fpsr, %0" : : "r"(environment.flags) : "memory");
+}
+
+inline std::vector<EnvironmentSetting> allSettings()
+{
+    std::vector<EnvironmentSetting> settings;
+    for (const auto& [flushing, flushBits] : {std::pair{"none", 0u}, std::pair{"FZ", 0x1000000u}})
+        for (const auto& [rounding, roundingBits] : {std::pair{"to nearest", 0u}, std::pair{"up", 0x400000u},
+                                                     std::pair{"down", 0x800000u}, std::pair{"to zero", 0xc00000u}})
+            settings.push_back({rounding, flushing, kDefaultControl | flushBits | roundingBits});
+    return settings;
+}
+
+#endif
+
+/// A caller's environment for as long as the object lives. What happens inside must not be inlined arithmetic.
+class CallersEnvironment
+{
+public:
+    explicit CallersEnvironment(const FloatEnvironment& environment) { setEnvironment(environment); }
+    ~CallersEnvironment() { setEnvironment(before_); }
+
+    CallersEnvironment(const CallersEnvironment&) = delete;
+    CallersEnvironment& operator=(const CallersEnvironment&) = delete;
+
+private:
+    FloatEnvironment before_ = currentEnvironment();
+};
+
+} // namespace tests
