@@ -1,18 +1,18 @@
 #include "engine/zrk_tarn.h"
+#include "tests/library/command_output.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <limits>
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
-// The shared library's face: what it exports, what it needs, how it is named.
+// The shared library's face: what it needs, how it is named, what is in it. What it exports is in abi_test.cpp.
+
+using tests::linesOf;
 
 namespace
 {
@@ -22,18 +22,6 @@ struct Symbol
     char kind;
     std::string name;
 };
-
-/// The lines that a command prints.
-std::vector<std::string> linesOf(const std::string& command)
-{
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::vector<std::string> lines;
-    for (std::array<char, 4096> line; std::fgets(line.data(), line.size(), pipe.get()) != nullptr;) {
-        lines.emplace_back(line.data());
-        lines.back().pop_back();
-    }
-    return lines;
-}
 
 /// The dynamic symbols by nm, demangled and without their version.
 std::vector<Symbol> symbols(const std::string& selection)
@@ -45,58 +33,6 @@ std::vector<Symbol> symbols(const std::string& selection)
 }
 
 } // namespace
-
-TEST(SharedLibrary, ExportsItsInterfaceAndNothingElse)
-{
-    std::set<std::string> expected = {
-        "ZRK_TARN_1",
-        "lpf",
-        "zrk_tarn_instruction_set()",
-        "cosModTablesInit()",
-        "cosModDCT4(float*, float*)",
-        "cosModDCT4_X(float*, float*)",
-        "cosModDCT4_X1(float*, float*, float*)",
-        "DCT2_2(int, float*, float*, float*)",
-        "DCT2_2_X(int, float*, float*, float*)",
-        "DCT2_3(int, float*, float*, float*)",
-        "DCT2_3_X(int, float*, float*, float*)",
-        "DCT2_3_XX(int, float*, float*, float*, float*, float*)",
-        "DCT4_2(int, float*, float*, float*)",
-        "DCT4_3(int, float*, float*, float*)",
-        "DCT4_3_X(int, float*, float*, float*)",
-        "zrk_tarn_processor_t::zrk_tarn_processor_t()",
-        "zrk_tarn_processor_t::~zrk_tarn_processor_t()",
-        "zrk_tarn_processor_t::setup(int, int, float)",
-        "zrk_tarn_processor_t::set_remap_coeff(unsigned int (*) [4])",
-        "zrk_tarn_processor_t::process(void*, unsigned int, unsigned int, unsigned int, unsigned int, "
-        "audio_channel_assignment_t*)",
-        "ZRKTarn::ZRKTarn()",
-        "ZRKTarn::Open()",
-        "ZRKTarn::Close()",
-        "ZRKTarn::Uninitialize()",
-        "ZRKTarn::Process(int**, int**, unsigned int)",
-        "ZRKTarn::Initialize(Tarn_Parameters)",
-        "ZRKTarn::SetChannelPtrs(unsigned char*, unsigned char*, unsigned char*, unsigned char*)",
-        "ZRKTarn::SetRemapCoeff(int (*) [4])",
-        "ZRKTarn::SetReserved()",
-        "ZRKTarn::ReadInputChannels(unsigned int, unsigned int)",
-        "ZRKTarn::WriteOutput(unsigned int, unsigned int)",
-        "ZRKTarn::RemapOutput(unsigned int, unsigned int)",
-        "ZRKTarn::ProcessCine3(unsigned int, unsigned int)",
-        "ZRKTarn::ProcessCine3InterLeave(unsigned int, unsigned int)",
-        "ZRKTarn::ProcessCine3InterLeaveRemap(unsigned int, unsigned int)",
-    };
-    for (const char* constant : {"INTERNAL_BIT_DEPTH", "INTERNAL_SAMPLE_CEILING", "INTERNAL_SAMPLE_FLOOR", "POWER",
-                                 "SLOWER", "SLOW", "MID", "FAST", "LOOP_COUNT48", "LOOP_COUNT64", "LOOP_COUNT96",
-                                 "LOOP_COUNT192", "THRES_BANDS", "MIDTHRES_BANDS", "SLOWTHRES_BANDS"})
-        expected.insert(std::string("ZRKTarn::") + constant);
-    for (char region = '1'; region <= '9'; ++region)
-        for (const char set : {'5', '6'}) expected.insert(std::string("ZRKTarn::MATRIX") + region + set);
-
-    std::set<std::string> exported;
-    for (const Symbol& symbol : symbols("--defined-only")) exported.insert(symbol.name);
-    EXPECT_EQ(exported, expected);
-}
 
 TEST(SharedLibrary, SetsTheSampleFloorAtLoadTime)
 {

@@ -13,13 +13,7 @@ EngineTwins::EngineTwins()
 void EngineTwins::initialise(Tarn_Parameters parameters)
 {
     reference::Parameters same;
-    same.spare = parameters.spare;
-    same.outputChannels = parameters.outputChannels;
-    same.bitsPerSample = parameters.bitsPerSample;
-    same.sampleRate = parameters.sampleRate;
-    same.mode = parameters.mode;
-    same.option = parameters.option;
-    same.mixFraction = parameters.mixFraction;
+    forEachParameter(parameters, same, [](const char*, const auto& from, auto& to) { to = from; });
     EXPECT_EQ(engine_->Initialize(parameters), reference_->Initialize(same));
 
     std::uint8_t* const none = nullptr;

@@ -31,19 +31,13 @@ void expectSameObjects(const Lives& lives, const std::uint8_t* buffer, const std
 {
     const zrk_tarn_processor_t& a = lives.processor;
     const reference::Processor& b = lives.reference;
-    EXPECT_TRUE(sameBits("mode", a.mode, b.mode));
-    EXPECT_TRUE(sameBits("option", a.option, b.option));
-    EXPECT_TRUE(sameBits("mixFraction", a.mixFraction, b.mixFraction));
-    EXPECT_TRUE(sameBits("sampleRate", a.sampleRate, b.sampleRate));
-    EXPECT_TRUE(sameBits("bitsPerSample", a.bitsPerSample, b.bitsPerSample));
-    EXPECT_TRUE(sameBits("channelCount", a.channelCount, b.channelCount));
-    EXPECT_TRUE(sameBits("assignment", a.assignment, b.assignment));
-    EXPECT_TRUE(sameBits("leftSlot", a.leftSlot, b.leftSlot));
-    EXPECT_TRUE(sameBits("rightSlot", a.rightSlot, b.rightSlot));
-    EXPECT_TRUE(sameBits("centreSlot", a.centreSlot, b.centreSlot));
-    EXPECT_TRUE(sameBits("auxSlotA", a.auxSlotA, b.auxSlotA));
-    EXPECT_TRUE(sameBits("auxSlotB", a.auxSlotB, b.auxSlotB));
-    EXPECT_TRUE(sameBits("remapCoeff", a.remapCoeff, b.remapCoeff));
+    forEachProcessorField(a, b, [](const char* name, const auto& fieldA, const auto& fieldB) {
+        using Field = std::remove_cvref_t<decltype(fieldA)>;
+        if constexpr (!std::is_pointer_v<Field>) {
+            static_assert(std::is_same_v<Field, std::remove_cvref_t<decltype(fieldB)>>);
+            EXPECT_TRUE(sameBits(name, fieldA, fieldB));
+        }
+    });
     ASSERT_EQ(a.engine == nullptr, b.engine == nullptr);
     if (a.engine != nullptr) {
         EXPECT_TRUE(sameRecord(*a.engine, buffer, *b.engine, referenceBuffer));

@@ -1,118 +1,76 @@
 #pragma once
 
+// The members of the public records, in the order of declaration, and what goes over them. A structured binding takes
+// neither more nor fewer names than there are members: a list that lacks one does not compile.
+
+// clang-format off
+#define TARN_ENGINE_FIELDS(FIELD) \
+    FIELD(outputBlock), FIELD(subbandAvg), FIELD(dctEven), FIELD(dctOdd), FIELD(inputHistory), \
+    FIELD(polyphaseSum), FIELD(folded), FIELD(subband), FIELD(outSubband), FIELD(overlapNow), FIELD(overlapNext), \
+    FIELD(synthHistory), FIELD(regionMatrix), FIELD(mixCoeff), FIELD(groupMatrix), FIELD(bandCount), \
+    FIELD(thresBands), FIELD(midThresBands), FIELD(slowThresBands), FIELD(thres), FIELD(midThres), \
+    FIELD(slowThres), FIELD(broadbandPair), FIELD(groupIndex), FIELD(bandIndex), FIELD(inputScale), \
+    FIELD(outputScale), FIELD(sampleCeiling), FIELD(sampleFloor), FIELD(powL), FIELD(powR), FIELD(powSum), \
+    FIELD(powDiff), FIELD(peakL), FIELD(peakR), FIELD(peakSum), FIELD(peakDiff), FIELD(prevPeakL), \
+    FIELD(prevPeakR), FIELD(prevPeakSum), FIELD(prevPeakDiff), FIELD(peakTotal), FIELD(peakBand), FIELD(power), \
+    FIELD(mid), FIELD(slower), FIELD(slow), FIELD(fast), FIELD(steerLR), FIELD(steerFB), FIELD(lrSlower), \
+    FIELD(fbSlower), FIELD(lrSlow), FIELD(fbSlow), FIELD(lrMid), FIELD(fbMid), FIELD(lrFast), FIELD(fbFast), \
+    FIELD(globalLRSlower), FIELD(globalFBSlower), FIELD(globalLRSlow), FIELD(globalFBSlow), FIELD(globalLRMid), \
+    FIELD(globalFBMid), FIELD(globalLRFast), FIELD(globalFBFast), FIELD(avgLevelL), FIELD(avgLevelR), \
+    FIELD(avgLevelSum), FIELD(avgLevelDiff), FIELD(levelL), FIELD(levelR), FIELD(levelSum), FIELD(levelDiff), \
+    FIELD(globalLR), FIELD(globalFB), FIELD(meanLRFast), FIELD(mixFraction), FIELD(mixFractionComplement), \
+    FIELD(rateCode), FIELD(holdMidSmoothing), FIELD(modeOneFlag), FIELD(outputChannels), FIELD(bitsPerSample), \
+    FIELD(usedFast), FIELD(usedMid), FIELD(usedSlow), FIELD(dominantGroup), FIELD(spectrumL), FIELD(spectrumR), \
+    FIELD(restL), FIELD(restR), FIELD(peakRegionL), FIELD(peakRegionR), FIELD(stationaryTolerance), \
+    FIELD(tonalBlock), FIELD(outputPtr), FIELD(channelPtr), FIELD(remapCoeff), FIELD(remapTermCount), \
+    FIELD(remapTermGain), FIELD(remapTermSource), FIELD(reservedA), FIELD(reservedB)
+
+#define TARN_PROCESSOR_FIELDS(FIELD) \
+    FIELD(engine), FIELD(mode), FIELD(option), FIELD(mixFraction), FIELD(sampleRate), FIELD(bitsPerSample), \
+    FIELD(channelCount), FIELD(assignment), FIELD(leftSlot), FIELD(rightSlot), FIELD(centreSlot), FIELD(auxSlotA), \
+    FIELD(auxSlotB), FIELD(remapCoeff)
+
+#define TARN_PARAMETER_FIELDS(FIELD) \
+    FIELD(spare), FIELD(outputChannels), FIELD(bitsPerSample), FIELD(sampleRate), FIELD(mode), FIELD(option), \
+    FIELD(mixFraction)
+// clang-format on
+
+#define TARN_NAME(field) field
+#define TARN_VISIT(field) visit(#field, a.field, b.field)
+
 namespace tests
 {
 
 /// Calls visit(name, fieldOfA, fieldOfB) for every field of two engine records, in the order of declaration.
 ///
-/// The records may be of different types that share the names and shapes of their fields.
+/// The records may be of different types that share the names and shapes of their fields; all of A's are visited.
 template <typename A, typename B, typename Visit>
 void forEachField(A& a, B& b, Visit visit)
 {
-    visit("outputBlock", a.outputBlock, b.outputBlock);
-    visit("subbandAvg", a.subbandAvg, b.subbandAvg);
-    visit("dctEven", a.dctEven, b.dctEven);
-    visit("dctOdd", a.dctOdd, b.dctOdd);
-    visit("inputHistory", a.inputHistory, b.inputHistory);
-    visit("polyphaseSum", a.polyphaseSum, b.polyphaseSum);
-    visit("folded", a.folded, b.folded);
-    visit("subband", a.subband, b.subband);
-    visit("outSubband", a.outSubband, b.outSubband);
-    visit("overlapNow", a.overlapNow, b.overlapNow);
-    visit("overlapNext", a.overlapNext, b.overlapNext);
-    visit("synthHistory", a.synthHistory, b.synthHistory);
-    visit("regionMatrix", a.regionMatrix, b.regionMatrix);
-    visit("mixCoeff", a.mixCoeff, b.mixCoeff);
-    visit("groupMatrix", a.groupMatrix, b.groupMatrix);
-    visit("bandCount", a.bandCount, b.bandCount);
-    visit("thresBands", a.thresBands, b.thresBands);
-    visit("midThresBands", a.midThresBands, b.midThresBands);
-    visit("slowThresBands", a.slowThresBands, b.slowThresBands);
-    visit("thres", a.thres, b.thres);
-    visit("midThres", a.midThres, b.midThres);
-    visit("slowThres", a.slowThres, b.slowThres);
-    visit("broadbandPair", a.broadbandPair, b.broadbandPair);
-    visit("groupIndex", a.groupIndex, b.groupIndex);
-    visit("bandIndex", a.bandIndex, b.bandIndex);
-    visit("inputScale", a.inputScale, b.inputScale);
-    visit("outputScale", a.outputScale, b.outputScale);
-    visit("sampleCeiling", a.sampleCeiling, b.sampleCeiling);
-    visit("sampleFloor", a.sampleFloor, b.sampleFloor);
-    visit("powL", a.powL, b.powL);
-    visit("powR", a.powR, b.powR);
-    visit("powSum", a.powSum, b.powSum);
-    visit("powDiff", a.powDiff, b.powDiff);
-    visit("peakL", a.peakL, b.peakL);
-    visit("peakR", a.peakR, b.peakR);
-    visit("peakSum", a.peakSum, b.peakSum);
-    visit("peakDiff", a.peakDiff, b.peakDiff);
-    visit("prevPeakL", a.prevPeakL, b.prevPeakL);
-    visit("prevPeakR", a.prevPeakR, b.prevPeakR);
-    visit("prevPeakSum", a.prevPeakSum, b.prevPeakSum);
-    visit("prevPeakDiff", a.prevPeakDiff, b.prevPeakDiff);
-    visit("peakTotal", a.peakTotal, b.peakTotal);
-    visit("peakBand", a.peakBand, b.peakBand);
-    visit("power", a.power, b.power);
-    visit("mid", a.mid, b.mid);
-    visit("slower", a.slower, b.slower);
-    visit("slow", a.slow, b.slow);
-    visit("fast", a.fast, b.fast);
-    visit("steerLR", a.steerLR, b.steerLR);
-    visit("steerFB", a.steerFB, b.steerFB);
-    visit("lrSlower", a.lrSlower, b.lrSlower);
-    visit("fbSlower", a.fbSlower, b.fbSlower);
-    visit("lrSlow", a.lrSlow, b.lrSlow);
-    visit("fbSlow", a.fbSlow, b.fbSlow);
-    visit("lrMid", a.lrMid, b.lrMid);
-    visit("fbMid", a.fbMid, b.fbMid);
-    visit("lrFast", a.lrFast, b.lrFast);
-    visit("fbFast", a.fbFast, b.fbFast);
-    visit("globalLRSlower", a.globalLRSlower, b.globalLRSlower);
-    visit("globalFBSlower", a.globalFBSlower, b.globalFBSlower);
-    visit("globalLRSlow", a.globalLRSlow, b.globalLRSlow);
-    visit("globalFBSlow", a.globalFBSlow, b.globalFBSlow);
-    visit("globalLRMid", a.globalLRMid, b.globalLRMid);
-    visit("globalFBMid", a.globalFBMid, b.globalFBMid);
-    visit("globalLRFast", a.globalLRFast, b.globalLRFast);
-    visit("globalFBFast", a.globalFBFast, b.globalFBFast);
-    visit("avgLevelL", a.avgLevelL, b.avgLevelL);
-    visit("avgLevelR", a.avgLevelR, b.avgLevelR);
-    visit("avgLevelSum", a.avgLevelSum, b.avgLevelSum);
-    visit("avgLevelDiff", a.avgLevelDiff, b.avgLevelDiff);
-    visit("levelL", a.levelL, b.levelL);
-    visit("levelR", a.levelR, b.levelR);
-    visit("levelSum", a.levelSum, b.levelSum);
-    visit("levelDiff", a.levelDiff, b.levelDiff);
-    visit("globalLR", a.globalLR, b.globalLR);
-    visit("globalFB", a.globalFB, b.globalFB);
-    visit("meanLRFast", a.meanLRFast, b.meanLRFast);
-    visit("mixFraction", a.mixFraction, b.mixFraction);
-    visit("mixFractionComplement", a.mixFractionComplement, b.mixFractionComplement);
-    visit("rateCode", a.rateCode, b.rateCode);
-    visit("holdMidSmoothing", a.holdMidSmoothing, b.holdMidSmoothing);
-    visit("modeOneFlag", a.modeOneFlag, b.modeOneFlag);
-    visit("outputChannels", a.outputChannels, b.outputChannels);
-    visit("bitsPerSample", a.bitsPerSample, b.bitsPerSample);
-    visit("usedFast", a.usedFast, b.usedFast);
-    visit("usedMid", a.usedMid, b.usedMid);
-    visit("usedSlow", a.usedSlow, b.usedSlow);
-    visit("dominantGroup", a.dominantGroup, b.dominantGroup);
-    visit("spectrumL", a.spectrumL, b.spectrumL);
-    visit("spectrumR", a.spectrumR, b.spectrumR);
-    visit("restL", a.restL, b.restL);
-    visit("restR", a.restR, b.restR);
-    visit("peakRegionL", a.peakRegionL, b.peakRegionL);
-    visit("peakRegionR", a.peakRegionR, b.peakRegionR);
-    visit("stationaryTolerance", a.stationaryTolerance, b.stationaryTolerance);
-    visit("tonalBlock", a.tonalBlock, b.tonalBlock);
-    visit("outputPtr", a.outputPtr, b.outputPtr);
-    visit("channelPtr", a.channelPtr, b.channelPtr);
-    visit("remapCoeff", a.remapCoeff, b.remapCoeff);
-    visit("remapTermCount", a.remapTermCount, b.remapTermCount);
-    visit("remapTermGain", a.remapTermGain, b.remapTermGain);
-    visit("remapTermSource", a.remapTermSource, b.remapTermSource);
-    visit("reservedA", a.reservedA, b.reservedA);
-    visit("reservedB", a.reservedB, b.reservedB);
+    [[maybe_unused]] auto& [TARN_ENGINE_FIELDS(TARN_NAME)] = a;
+    TARN_ENGINE_FIELDS(TARN_VISIT);
+}
+
+/// The same for two host objects.
+template <typename A, typename B, typename Visit>
+void forEachProcessorField(A& a, B& b, Visit visit)
+{
+    [[maybe_unused]] auto& [TARN_PROCESSOR_FIELDS(TARN_NAME)] = a;
+    TARN_PROCESSOR_FIELDS(TARN_VISIT);
+}
+
+/// The same for two records of parameters.
+template <typename A, typename B, typename Visit>
+void forEachParameter(A& a, B& b, Visit visit)
+{
+    [[maybe_unused]] auto& [TARN_PARAMETER_FIELDS(TARN_NAME)] = a;
+    TARN_PARAMETER_FIELDS(TARN_VISIT);
 }
 
 } // namespace tests
+
+#undef TARN_VISIT
+#undef TARN_NAME
+#undef TARN_PARAMETER_FIELDS
+#undef TARN_PROCESSOR_FIELDS
+#undef TARN_ENGINE_FIELDS

@@ -40,21 +40,6 @@ std::uint32_t initialise(ZRKTarn& engine, Tarn_Parameters parameters)
 
 } // namespace
 
-TEST(Record, FieldListOfTheTestsIsWholeAndInOrder)
-{
-    const ZRKTarn engine;
-    const auto* cursor = reinterpret_cast<const char*>(&engine);
-    tests::forEachField(engine, engine, [&cursor](const char* name, const auto& field, const auto&) {
-        const std::size_t alignment = alignof(std::remove_cvref_t<decltype(field)>);
-        const auto position = reinterpret_cast<std::uintptr_t>(cursor);
-        cursor += (alignment - position % alignment) % alignment;
-        EXPECT_EQ(reinterpret_cast<const char*>(&field), cursor) << "before " << name;
-        cursor = reinterpret_cast<const char*>(&field) + sizeof field;
-    });
-    const auto held = static_cast<std::size_t>(cursor - reinterpret_cast<const char*>(&engine));
-    EXPECT_EQ((held + alignof(ZRKTarn) - 1) / alignof(ZRKTarn) * alignof(ZRKTarn), sizeof engine);
-}
-
 TEST(Constants, SmoothingPairsHaveTheirBits)
 {
     const auto bits = [](const Pair& pair) {
