@@ -108,12 +108,6 @@ TEST(Processor, SetupWaitsForTheNextChangeOfFormat)
     EXPECT_EQ(processor.engine->mixFraction, 0.5f);
 }
 
-TEST(Processor, DestroyingAnUnusedOneIsHarmless)
-{
-    const zrk_tarn_processor_t processor;
-    EXPECT_EQ(processor.engine, nullptr);
-}
-
 TEST(Processor, FirstSlotOfARoleWins)
 {
     zrk_tarn_processor_t processor;
