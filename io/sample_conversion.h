@@ -24,10 +24,10 @@ inline std::int32_t containerBytes(std::int32_t bitsPerSample) noexcept
     return static_cast<std::int32_t>((std::int64_t{bitsPerSample} + 7) / 8);
 }
 
-/// Distance between the frames of an interleaved buffer, bytes.
+/// Distance between the frames of an interleaved buffer, bytes. Of no use where no path supports the container.
 inline std::size_t frameStride(std::int32_t bytesPerSample, std::uint32_t channels) noexcept
 {
-    return static_cast<std::size_t>(bytesPerSample) * channels;
+    return static_cast<std::size_t>(std::int64_t{bytesPerSample} * channels);
 }
 
 /// Calls work with the container size as a compile-time constant. Returns whether the size is supported.
