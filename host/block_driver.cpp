@@ -49,6 +49,12 @@ void followFormat(zrk_tarn_processor_t& processor, std::uint32_t sampleRate, std
                                   .mixFraction = processor.mixFraction});
 }
 
+/// Bytes of the container of a sample. Sums are modulo 2^32: the seven widths at the very top have none.
+std::size_t containerBytes(std::uint32_t bitsPerSample) noexcept
+{
+    return (bitsPerSample + 7) / 8;
+}
+
 /// The first slot that carries one of a role's codes, or -1.
 std::int32_t slotOf(const zrk_tarn_processor_t& processor, std::initializer_list<std::uint32_t> roleCodes) noexcept
 {
@@ -91,7 +97,7 @@ std::uint32_t zrk_tarn_processor_t::process(void* buffer, std::uint32_t frameCou
         engine->SetRemapCoeff(gains);
     }
 
-    const std::size_t bytes = (streamBits + 7) / 8;
+    const std::size_t bytes = containerBytes(streamBits);
     const auto offsetOf = [bytes](std::int32_t slot) { return bytes * static_cast<std::size_t>(slot); };
     const std::size_t left = offsetOf(leftSlot);
     const std::size_t right = offsetOf(rightSlot);

@@ -88,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             break;
         default: {
             const auto frames = data.ConsumeIntegralInRange<std::uint32_t>(0, 320);
-            const auto containerBytes = (bits + 7) / 8;
+            const auto containerBytes = (std::uint64_t{bits} + 7) / 8;
             auto buffer = bufferOf(data, containerBytes > 8 ? 0 : std::size_t{frames} * slots * containerBytes);
             auto copy = buffer;
             processor.process(buffer.data(), frames, slots, rate, bits, &assignment);
