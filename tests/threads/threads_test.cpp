@@ -1,0 +1,130 @@
+#include "engine/zrk_tarn.h"
+#include "host/zrk_tarn_processor.h"
+#include "tests/support/engine.h"
+#include "tests/support/guarded_buffer.h"
+#include "tests/support/random.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+// Streams on threads of their own, for the build that watches what threads share: none may notice the others.
+
+namespace tests
+{
+
+namespace
+{
+
+constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr std::uint32_t kWidths[] = {16, 24, 32};
+
+using Bytes = std::vector<std::uint8_t>;
+
+void fillWithNoise(GuardedBuffer& buffer, Random& random)
+{
+    std::generate_n(buffer.data(), buffer.size(), [&] { return static_cast<std::uint8_t>(random.bits()); });
+}
+
+/// Appends what a buffer holds and sees to its guards.
+void keep(const GuardedBuffer& buffer, Bytes& bytes)
+{
+    EXPECT_TRUE(buffer.guardsIntact());
+    bytes.insert(bytes.end(), buffer.data(), buffer.data() + buffer.size());
+}
+
+/// The life of a processor, all of it from a seed: every second buffer comes in another format, which opens the engine
+/// anew, on the plain or the remap path. Returns all bytes that came out.
+Bytes lifeOfAProcessor(std::uint64_t seed)
+{
+    Random random(seed);
+    Bytes bytes;
+    zrk_tarn_processor_t processor;
+    processor.setup(static_cast<std::int32_t>(seed % 2), 0, 1.0f);
+    unsigned gains[3][4] = {
+        {0x10000000, 0, 0x08000000, 0}, {0, 0x10000000, 0, 0x08000000}, {0x0b504f33, 0x0b504f33, 0, 0}};
+    processor.set_remap_coeff(gains);
+    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200, 0, 0, 0, 0x40000, 0x80000}};
+
+    for (int turn = 0; turn < 30; ++turn) {
+        const std::uint32_t rateHz = random.oneOf(kRatesHz);
+        const std::uint32_t bits = random.oneOf(kWidths);
+        const std::uint32_t slots = random.chance(2) ? 8 : 3;
+        for (int i = 0; i < 2; ++i) {
+            const std::uint32_t frames = 1 + random.below(320);
+            GuardedBuffer buffer(frames, slots, bits);
+            fillWithNoise(buffer, random);
+            processor.process(buffer.data(), frames, slots, rateHz, bits, &assignment);
+            keep(buffer, bytes);
+        }
+    }
+    return bytes;
+}
+
+/// The life of an engine, all of it from a seed, opened anew before every few blocks. Returns all bytes that came out.
+Bytes lifeOfAnEngine(std::uint64_t seed)
+{
+    Random random(seed);
+    Bytes bytes;
+    ZRKTarn engine;
+    for (int turn = 0; turn < 30; ++turn) {
+        const std::uint32_t bits = random.oneOf(kWidths);
+        engine.Open();
+        engine.Initialize(parametersAt(random.oneOf(kRatesHz), static_cast<std::int32_t>(bits), 1 + turn % 2));
+        for (int i = 0; i < 5; ++i) {
+            GuardedBuffer buffer(64, 3, bits);
+            fillWithNoise(buffer, random);
+            std::uint8_t* const left = buffer.data();
+            const std::uint32_t bytesPerSample = bits / 8;
+            engine.SetChannelPtrs(left, left + bytesPerSample, left + 2 * bytesPerSample, left + 2 * bytesPerSample);
+            engine.ProcessCine3InterLeave(64, 3);
+            keep(buffer, bytes);
+        }
+        engine.Close();
+    }
+    return bytes;
+}
+
+} // namespace
+
+TEST(Threads, GiveEveryStreamTheBytesThatItGetsAlone)
+{
+    constexpr std::uint64_t kStreams = 12;
+    const auto lifeOf = [](std::uint64_t seed) {
+        return seed % 3 == 0 ? lifeOfAnEngine(seed) : lifeOfAProcessor(seed);
+    };
+
+    // The first Open of the process is over when the threads begin.
+    std::vector<Bytes> alone;
+    for (std::uint64_t seed = 0; seed < kStreams; ++seed) alone.push_back(lifeOf(seed));
+
+    std::vector<Bytes> together(kStreams);
+    std::atomic<bool> over = false;
+    std::barrier begin(static_cast<std::ptrdiff_t>(kStreams + 1));
+    std::vector<std::thread> threads;
+    for (std::uint64_t seed = 0; seed < kStreams; ++seed) {
+        threads.emplace_back([&, seed] {
+            begin.arrive_and_wait();
+            together[seed] = lifeOf(seed);
+        });
+    }
+    std::thread opener([&] {
+        begin.arrive_and_wait();
+        while (!over) engineAt(48000, 16);
+    });
+    for (std::thread& thread : threads) thread.join();
+    over = true;
+    opener.join();
+
+    for (std::uint64_t seed = 0; seed < kStreams; ++seed) {
+        EXPECT_EQ(together[seed], alone[seed]) << "stream " << seed;
+        EXPECT_NE(alone[seed], alone[(seed + 3) % kStreams]) << "streams that are alike would not notice each other";
+    }
+}
+
+} // namespace tests
