@@ -51,7 +51,7 @@ Bytes lifeOfAProcessor(std::uint64_t seed)
     processor.set_remap_coeff(gains);
     audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200, 0, 0, 0, 0x40000, 0x80000}};
 
-    for (int turn = 0; turn < 30; ++turn) {
+    for (int turn = 0; turn < 150; ++turn) {
         const std::uint32_t rateHz = random.oneOf(kRatesHz);
         const std::uint32_t bits = random.oneOf(kWidths);
         const std::uint32_t slots = random.chance(2) ? 8 : 3;
@@ -72,7 +72,7 @@ Bytes lifeOfAnEngine(std::uint64_t seed)
     Random random(seed);
     Bytes bytes;
     ZRKTarn engine;
-    for (int turn = 0; turn < 30; ++turn) {
+    for (int turn = 0; turn < 150; ++turn) {
         const std::uint32_t bits = random.oneOf(kWidths);
         engine.Open();
         engine.Initialize(parametersAt(random.oneOf(kRatesHz), static_cast<std::int32_t>(bits), 1 + turn % 2));
