@@ -63,15 +63,12 @@ void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float
 void roundOutput(const float (&sums)[64], std::int32_t (&output)[64]) noexcept
 {
     constexpr int kWidth = kVectorFloats;
-    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{0});
-    for (int n = 0; n < 64; n += kWidth) {
-        const Floats<kWidth> sum = load<kWidth>(sums + n);
-        const Floats<kWidth> rounded = sum + withSignOf(sum, broadcast<kWidth>(0.5f));
-        beyond = beyond | beyondInt32(rounded);
-        store(output + n, truncated(rounded));
-    }
-    if (any(beyond))
-        for (int n = 0; n < 64; ++n) output[n] = saturatedToInt32(sums[n] + (sums[n] < 0.0f ? -0.5f : 0.5f));
+    truncateRow(
+        [&](int n) {
+            const Floats<kWidth> sum = load<kWidth>(sums + n);
+            return sum + withSignOf(sum, broadcast<kWidth>(0.5f));
+        },
+        [&](int n, const Ints<kWidth>& rounded) { store(output + n, rounded); });
 }
 
 void advanceOverlap(float (&overlapNow)[64], float (&overlapNext)[64]) noexcept

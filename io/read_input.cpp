@@ -13,18 +13,22 @@ namespace
 /// Out  newest  [64]
 void convertInput(const std::int32_t (&samples)[64], float inputScale, float* newest) noexcept
 {
+    if (!(inputScale > 0.0f)) {
+        for (int i = 0; i < 64; ++i) newest[i] = toEngineScale(samples[i], inputScale);
+        return;
+    }
+
     // With a positive scale the sign of the sample is that of the scaled value, and rounding is truncation of its
     // magnitude and a half. Zero stays zero.
     constexpr int kWidth = kVectorFloats;
-    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{inputScale > 0.0f ? 0 : -1});
-    for (int i = 0; i < 64; i += kWidth) {
-        const Floats<kWidth> scaled = toFloat(load<kWidth>(samples + i)) * broadcast<kWidth>(inputScale);
-        const Floats<kWidth> rounded = scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
-        beyond = beyond | beyondInt32(rounded);
-        store(newest + i, toFloat(truncated(rounded)) * broadcast<kWidth>(kInputGain));
-    }
-    if (any(beyond))
-        for (int i = 0; i < 64; ++i) newest[i] = toEngineScale(samples[i], inputScale);
+    truncateRow(
+        [&](int i) {
+            const Floats<kWidth> scaled = toFloat(load<kWidth>(samples + i)) * broadcast<kWidth>(inputScale);
+            return scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
+        },
+        [&](int i, const Ints<kWidth>& rounded) {
+            store(newest + i, toFloat(rounded) * broadcast<kWidth>(kInputGain));
+        });
 }
 
 /// Reads the samples of one slot.

@@ -117,35 +117,28 @@ inline std::int32_t toHostSample(std::int32_t value, const HostRange& range) noe
     return sample > range.floor ? sample : range.floor;
 }
 
-/// toHostSample for a whole row at once, where that gives the same. Returns whether it did; if not, samples holds
-/// nothing of use. samples must not be the row.
-inline bool convertWholeRow(const std::int32_t* row, const HostRange& range, std::int32_t (&samples)[64]) noexcept
+/// toHostSample for a row of the engine's, the whole of it whatever a host takes.
+inline void convertRow(const std::int32_t (&row)[64], const HostRange& range, std::int32_t (&samples)[64]) noexcept
 {
     // With a positive scale and zero within the range, the sign of the value is that of the scaled one, rounding is
     // truncation of its magnitude and a half, and clipping on both sides is clipping on that of the sign.
-    if (!(range.scale > 0.0f) || range.floor > 0 || range.ceiling < 0) return false;
+    if (!(range.scale > 0.0f) || range.floor > 0 || range.ceiling < 0) {
+        for (int i = 0; i < 64; ++i) samples[i] = toHostSample(row[i], range);
+        return;
+    }
 
     constexpr int kWidth = kVectorFloats;
     const Ints<kWidth> ceiling = broadcast<kWidth>(range.ceiling);
     const Ints<kWidth> floor = broadcast<kWidth>(range.floor);
-    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{0});
-    for (int i = 0; i < 64; i += kWidth) {
-        const Floats<kWidth> scaled = toFloat(load<kWidth>(row + i)) * broadcast<kWidth>(range.scale);
-        const Floats<kWidth> rounded = scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
-        beyond = beyond | beyondInt32(rounded);
-        const Ints<kWidth> whole = truncated(rounded);
-        const Ints<kWidth> below = select(whole < ceiling, whole, ceiling);
-        store(samples + i, select(floor < below, below, floor));
-    }
-    return !any(beyond);
-}
-
-/// toHostSample for the first frames samples of a row.
-inline void convertRow(const std::int32_t* row, std::uint32_t frames, const HostRange& range,
-                       std::int32_t (&samples)[64]) noexcept
-{
-    if (frames == 64 && convertWholeRow(row, range, samples)) return;
-    for (std::uint32_t i = 0; i < frames; ++i) samples[i] = toHostSample(row[i], range);
+    truncateRow(
+        [&](int i) {
+            const Floats<kWidth> scaled = toFloat(load<kWidth>(row + i)) * broadcast<kWidth>(range.scale);
+            return scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
+        },
+        [&](int i, const Ints<kWidth>& whole) {
+            const Ints<kWidth> below = select(whole < ceiling, whole, ceiling);
+            store(samples + i, select(floor < below, below, floor));
+        });
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -32,7 +32,7 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
             std::uint8_t* const position = engine.channelPtr[k];
             if (engine.outputPtr[k] == engine.outputBlock[k]) {
                 std::int32_t samples[64];
-                convertRow(engine.outputBlock[k], frames, range, samples);
+                convertRow(engine.outputBlock[k], range, samples);
                 writeSlot<width>(samples, frames, position, stride);
             } else {
                 // A row of the caller's may lie in the host buffer itself.
@@ -47,10 +47,17 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
 
 void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept
 {
-    for (std::int32_t* const row : engine.outputPtr) {
-        std::int32_t samples[64];
-        convertRow(row, frames, HostRange(engine), samples);
-        for (std::uint32_t i = 0; i < frames; ++i) row[i] = samples[i];
+    const HostRange range(engine);
+    for (int k = 0; k < 3; ++k) {
+        std::int32_t* const row = engine.outputPtr[k];
+        if (row == engine.outputBlock[k]) {
+            std::int32_t samples[64];
+            convertRow(engine.outputBlock[k], range, samples);
+            for (std::uint32_t i = 0; i < frames; ++i) row[i] = samples[i];
+        } else {
+            // A row of the caller's may be no longer than what is converted.
+            for (std::uint32_t i = 0; i < frames; ++i) row[i] = toHostSample(row[i], range);
+        }
     }
 }
 

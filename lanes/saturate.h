@@ -23,4 +23,32 @@ template <int kCount>
     return ~(abs(a) < broadcast<kCount>(2147483648.0f));
 }
 
+/// Truncates towards zero into 32 bits; what lies beyond the range takes its end, NaN becomes 0.
+template <int kCount>
+[[gnu::always_inline]] inline Ints<kCount> saturatedToInt32(const Floats<kCount>& a) noexcept
+{
+    const Floats<kCount> top = broadcast<kCount>(2147483648.0f);
+    // Zero where one of the ends stands; NaN is in none of the three ranges.
+    const Ints<kCount> within = truncated(select(abs(a) < top, a, broadcast<kCount>(0.0f)));
+    return within | ((top <= a) & broadcast<kCount>(INT32_MAX)) | ((a <= -top) & broadcast<kCount>(INT32_MIN));
+}
+
+/// Truncates a row of 64 with saturation: quickly, and where a lane is beyond the range all of it once more.
+///
+/// valuesFrom(n)      the values from place n on, as many as a vector holds
+/// put(n, integers)   keeps them truncated; must not change what valuesFrom reads
+template <typename ValuesFrom, typename Put>
+[[gnu::always_inline]] inline void truncateRow(ValuesFrom valuesFrom, Put put) noexcept
+{
+    constexpr int kWidth = kVectorFloats;
+    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{0});
+    for (int n = 0; n < 64; n += kWidth) {
+        const Floats<kWidth> values = valuesFrom(n);
+        beyond = beyond | beyondInt32(values);
+        put(n, truncated(values));
+    }
+    if (any(beyond))
+        for (int n = 0; n < 64; n += kWidth) put(n, saturatedToInt32(valuesFrom(n)));
+}
+
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET
