@@ -56,7 +56,7 @@ std::size_t containerBytes(std::uint32_t bitsPerSample) noexcept
 }
 
 /// The first slot that carries one of a role's codes, or -1.
-std::int32_t slotOf(const zrk_tarn_processor_t& processor, std::initializer_list<std::uint32_t> roleCodes) noexcept
+std::int32_t slotOf(const zrk_tarn_processor_t& processor, std::initializer_list<std::uint32_t> roleCodes)
 {
     const std::uint32_t* const begin = processor.assignment;
     const std::uint32_t* const end = begin + processor.channelCount;
@@ -65,7 +65,7 @@ std::int32_t slotOf(const zrk_tarn_processor_t& processor, std::initializer_list
 }
 
 /// Finds the slots of all roles again if the assignment has changed.
-void followAssignment(zrk_tarn_processor_t& processor, std::uint32_t channelCount, const std::uint32_t* codes) noexcept
+void followAssignment(zrk_tarn_processor_t& processor, std::uint32_t channelCount, const std::uint32_t* codes)
 {
     if (channelCount == processor.channelCount && std::equal(codes, codes + channelCount, processor.assignment)) return;
 

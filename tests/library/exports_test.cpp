@@ -7,6 +7,7 @@
 #include <fstream>
 #include <limits>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,53 @@ TEST(SharedLibrary, NeedsOnlyTheStandardLibraries)
          {"libstdc++.so.6", "libm.so.6", "libc.so.6", "libgcc_s.so.1", "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"})
         needed.erase(standard);
     EXPECT_EQ(needed, std::set<std::string>{});
+}
+
+// Everything that could wait, lock or enter the kernel would be a symbol of another library. Versions are left out;
+// sized and aligned deletions are what a compiler chooses for the engine, which is aligned.
+TEST(SharedLibrary, CallsNothingButArithmeticMemoryAndOperatorNew)
+{
+    if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage adds calls of its own to the library";
+    const std::set<std::string> allowed = {
+        "memcmp",
+        "memcpy",
+        "memset",
+        "memmove",
+        "cosf",
+        "cos",
+        "sin",
+        "pow",
+        "floorf",
+        "ceilf",
+        "operator new(unsigned long, std::align_val_t)",
+        "operator delete(void*, std::align_val_t)",
+        "operator delete(void*, unsigned long, std::align_val_t)",
+    };
+    // Those of the startup files, which may be missing at run time.
+    const std::set<std::string> allowedIfWeak = {"__cxa_finalize", "__gmon_start__", "_ITM_deregisterTMCloneTable",
+                                                 "_ITM_registerTMCloneTable"};
+    std::set<std::string> needed;
+    for (const Symbol& symbol : symbols("--undefined-only")) {
+        const bool weak = symbol.kind == 'w';
+        EXPECT_TRUE(weak ? allowedIfWeak.contains(symbol.name) : allowed.contains(symbol.name))
+            << symbol.kind << ' ' << symbol.name;
+        needed.insert(symbol.name);
+    }
+    for (const char* certain : {"cosf", "pow", "memset", "operator new(unsigned long, std::align_val_t)"})
+        EXPECT_TRUE(needed.contains(certain)) << certain;
+}
+
+// A call that is bound when it is first made searches symbol tables there, perhaps on a real-time thread.
+TEST(SharedLibrary, IsBoundWhenItIsLoaded)
+{
+    const auto lines = linesOf(TARN_OBJDUMP " --private-headers '" TARN_SHARED_LIBRARY "'");
+    constexpr unsigned long kBindNow = 0x8;
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+        std::istringstream words(line);
+        std::string name, value;
+        words >> name >> value;
+        return name == "FLAGS" && (std::stoul(value, nullptr, 16) & kBindNow) != 0;
+    }));
 }
 
 TEST(SharedLibrary, HasSonameOne)
