@@ -19,8 +19,8 @@ struct Tarn_Parameters
 /// Engine scale: samples are floats on a full-scale range of about +-2^31.
 /// Calling order: Open, Initialize, then for every block SetChannelPtrs and one block operation; Close before the
 /// next Open and before the end. Initialize is not a reset: histories and what a new configuration does not
-/// overwrite carry over. A copy is an engine of its own from its next ProcessCine3 on; until then its outputPtr are those
-/// of the original.
+/// overwrite carry over. A copy is an engine of its own from its next ProcessCine3 on; until then its outputPtr are
+/// those of the original.
 ///
 /// Every operation returns a status word. Nothing throws, allocates, locks or logs after construction, so all of it
 /// belongs on a real-time thread. One engine serves one thread at a time.

@@ -27,6 +27,7 @@ constexpr const char* kThreeSlots = "3 2000 4000 200";
 constexpr const char* kSixSlots = "6 2000 4000 200 8 10 20";
 constexpr const char* kRemapSlots = "8 2000 4000 200 8 10 20 40000 80000";
 
+/// A number in hexadecimal, filled up with zeros to a number of digits.
 std::string hex(std::uint64_t value, int digits = 1)
 {
     char text[17];
