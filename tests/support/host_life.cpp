@@ -13,16 +13,6 @@ std::ostream& operator<<(std::ostream& stream, const HostCall& call)
                   << call.frames << " frames, " << call.signal;
 }
 
-std::uint32_t make(HostCall& call, zrk_tarn_processor_t& processor)
-{
-    std::uint32_t status = 0;
-    if (call.setup) status |= processor.setup(call.setup->mode, call.setup->option, call.setup->mixFraction);
-    if (call.gains) status |= processor.set_remap_coeff(call.gains->of);
-    return status | processor.process(call.givesBuffer ? call.buffer.data() : nullptr, call.frames, call.slots,
-                                      call.sampleRate, call.bitsPerSample,
-                                      call.givesAssignment ? &call.assignment : nullptr);
-}
-
 HostCall HostLife::nextCall()
 {
     std::optional<HostCall::Setup> setup;

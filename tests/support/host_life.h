@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
+#include <type_traits>
 
 namespace tests
 {
@@ -42,8 +43,32 @@ struct HostCall
 
 std::ostream& operator<<(std::ostream& stream, const HostCall& call);
 
-/// Makes a call to the object, in place in its buffer. Returns what the object's operations return, or-ed together.
-std::uint32_t make(HostCall& call, zrk_tarn_processor_t& processor);
+/// Makes a call to an object of the library or of the reference, in place in a copy of its buffer or in its own.
+/// Returns what the object's operations return, or-ed together.
+template <typename Processor>
+std::uint32_t make(HostCall& call, GuardedBuffer& buffer, Processor& processor)
+{
+    std::uint32_t status = 0;
+    if (call.setup) status |= processor.setup(call.setup->mode, call.setup->option, call.setup->mixFraction);
+    if (call.gains) status |= processor.set_remap_coeff(call.gains->of);
+    std::uint8_t* const bytes = call.givesBuffer ? buffer.data() : nullptr;
+    const auto process = [&](auto* assignment) {
+        return processor.process(bytes, call.frames, call.slots, call.sampleRate, call.bitsPerSample,
+                                 call.givesAssignment ? assignment : nullptr);
+    };
+    if constexpr (std::is_same_v<Processor, zrk_tarn_processor_t>) {
+        return status | process(&call.assignment);
+    } else {
+        return status | process(call.assignment.code);
+    }
+}
+
+/// The same in the call's own buffer.
+template <typename Processor>
+std::uint32_t make(HostCall& call, Processor& processor)
+{
+    return make(call, call.buffer, processor);
+}
 
 /// Random lives of a host: configurations, formats and assignments that are valid, odd or rejected, buffers of every
 /// length. The same calls for the same seed.
