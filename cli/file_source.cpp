@@ -228,9 +228,9 @@ double FileSource::findPeak(bool showProgress)
 std::size_t FileSource::decode(double* stereo, std::size_t capacity)
 {
     const sf_count_t frames = sf_readf_double(handle.get(), stereo, static_cast<sf_count_t>(capacity));
-    const auto read = static_cast<std::size_t>(std::max<sf_count_t>(frames, 0));
-    position += read;
-    return read;
+    const auto count = static_cast<std::size_t>(std::max<sf_count_t>(frames, 0));
+    position += count;
+    return count;
 }
 
 std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
@@ -242,9 +242,9 @@ std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
         return frames;
     }
     const sf_count_t frames = sf_readf_int(handle.get(), stereo, static_cast<sf_count_t>(capacity));
-    const auto read = static_cast<std::size_t>(std::max<sf_count_t>(frames, 0));
-    position += read;
-    return read;
+    const auto count = static_cast<std::size_t>(std::max<sf_count_t>(frames, 0));
+    position += count;
+    return count;
 }
 
 void FileSource::verifyEnd() const

@@ -128,6 +128,7 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
 void occupyStandardStreams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        // cppcheck-suppress leakReturnValNotUsed ; open for as long as the program runs
         if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 

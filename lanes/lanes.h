@@ -58,8 +58,8 @@ struct Lanes
     static constexpr int kParts = kCount / kWidth;
     static constexpr std::size_t kPartBytes = static_cast<std::size_t>(kBytes / kParts);
 
-    typedef T Part __attribute__((vector_size(kPartBytes)));
-    typedef T Unaligned __attribute__((vector_size(kPartBytes), aligned(alignof(T)), may_alias));
+    using Part [[gnu::vector_size(kPartBytes)]] = T;
+    using Unaligned [[gnu::vector_size(kPartBytes), gnu::aligned(alignof(T)), gnu::may_alias]] = T;
 
     /// The part numbers, for expressions that name every part; loops over parts would keep compilers from holding
     /// them in registers.
@@ -103,6 +103,7 @@ template <typename Result, typename Operation, typename... L>
 template <typename L, typename T, int... kPart>
 [[gnu::always_inline]] inline L loadParts(const T* values, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
+    // cppcheck-suppress constStatement ; not a statement but one element for each part
     return {{*reinterpret_cast<const typename L::Unaligned*>(values + kPart * L::kWidth)...}};
 }
 
@@ -443,7 +444,7 @@ template <typename Integer, int kCount>
     if constexpr (sizeof(mask) > 16) {
         return any(lowHalf(mask) | highHalf(mask));
     } else {
-        typedef std::int64_t Pair __attribute__((vector_size(16)));
+        using Pair [[gnu::vector_size(16)]] = std::int64_t;
         const Pair pair = reinterpret_cast<Pair>(mask.part[0]);
         return (pair[0] | pair[1]) != 0;
     }

@@ -94,6 +94,7 @@ private:
         return std::min(static_cast<std::size_t>(magnitude * kBins), kBins - 1);
     }
 
+    // cppcheck-suppress unusedPrivateFunction ; the initialiser of counts_ calls it
     static std::array<std::vector<double>, kGroups> filledWithZeros()
     {
         std::array<std::vector<double>, kGroups> counts;
