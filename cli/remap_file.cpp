@@ -28,6 +28,16 @@ std::string placeOf(const std::string& path, std::size_t line)
     return path + ": line " + std::to_string(line);
 }
 
+/// A word of the file as a message shows it: cut where it is long, and without what a terminal could obey.
+std::string shown(const std::string& word)
+{
+    constexpr std::size_t kLongest = 32;
+    std::string text = word.substr(0, kLongest);
+    for (char& c : text)
+        if (c < ' ' || c > '~') c = '?';
+    return word.size() > kLongest ? text + "..." : text;
+}
+
 /// One gain as fixed point.
 std::uint32_t parseGain(const std::string& place, const std::string& word)
 {
@@ -37,11 +47,11 @@ std::uint32_t parseGain(const std::string& place, const std::string& word)
     double gain = 0.0;
     const auto [stop, error] = std::from_chars(word.data() + (hasPlus ? 1 : 0), end, gain);
     if (stop != end || error == std::errc::invalid_argument || (error == std::errc{} && !std::isfinite(gain)))
-        throw Failure(EX_DATAERR, place + ": '" + word + "' is not a decimal number; write gains like 0.7071");
+        throw Failure(EX_DATAERR, place + ": '" + shown(word) + "' is not a decimal number; write gains like 0.7071");
 
     const double fixed = std::round(gain * kUnity);
     if (error != std::errc{} || fixed < -kLimit || fixed >= kLimit)
-        throw Failure(EX_DATAERR, place + ": gain " + word + " is out of range; use -8 to just below 8");
+        throw Failure(EX_DATAERR, place + ": gain " + shown(word) + " is out of range; use -8 to just below 8");
     return std::bit_cast<std::uint32_t>(static_cast<std::int32_t>(fixed));
 }
 

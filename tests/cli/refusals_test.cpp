@@ -187,6 +187,13 @@ TEST_F(Refusals, OfRemapFilesNameTheLine)
     expectBadMatrix("1 0 0 7.9999999999\n", 65, "gain 7.9999999999 is out of range");
     expectBadMatrix("1 0 0 -8.1\n", 65, "gain -8.1 is out of range");
     expectBadMatrix("1 0 0 1e999\n", 65, "gain 1e999 is out of range");
+    // What a file holds is shown as plain text, and not at any length.
+    expectBadMatrix("1 0 0 \x1b[31m\xc2\x9b\x7f\n", 65, "m.txt: line 1: '?[31m\?\?\?' is not a decimal number");
+    expectBadMatrix(std::string(60000, '7') + "\n", 65, "1 gains; a row has 4");
+    expectBadMatrix("1 0 0 " + std::string(60000, 'x') + "\n", 65,
+                    "m.txt: line 1: '" + std::string(32, 'x') + "...' is not a decimal number");
+    expectBadMatrix("1 0 0 1" + std::string(60000, '0') + "\n", 65,
+                    "m.txt: line 1: gain 1" + std::string(31, '0') + "... is out of range");
     expectRefusal({"upmix", "--layout", "slots8", "--remap", "/dev/zero", "in.wav", "out.wav"}, 65,
                   "/dev/zero: is not a remap file");
     expectRefusal({"upmix", "--layout", "slots8", "--remap", ".", "in.wav", "out.wav"}, 66,
