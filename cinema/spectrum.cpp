@@ -72,13 +72,14 @@ int addSegments(const float* values, int segments, float& total) noexcept
         return segments;
     }
 
-    for (int k = 0; k < segments; ++k) {
+    int k = 0;
+    for (; k < segments; ++k) {
         const RoundedTenths one = roundedTenths(values + k * kSegment, unit);
         const double next = static_cast<double>(total) + anyOrderSum(one.multiples);
-        if (!(next < 2.0 * binade) || any(broadcast<kSegment>(clear) < one.farthest)) return k;
+        if (!(next < 2.0 * binade) || any(broadcast<kSegment>(clear) < one.farthest)) break;
         total = static_cast<float>(next);
     }
-    return segments;
+    return k;
 }
 
 /// Adds a tenth of all magnitudes in their order, rounding after each.
