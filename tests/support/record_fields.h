@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 // The members of the public records, in the order of declaration, and what goes over them. A structured binding takes
 // neither more nor fewer names than there are members: a list that lacks one does not compile.
 
@@ -65,6 +67,15 @@ void forEachParameter(A& a, B& b, Visit visit)
 {
     [[maybe_unused]] auto& [TARN_PARAMETER_FIELDS(TARN_NAME)] = a;
     TARN_PARAMETER_FIELDS(TARN_VISIT);
+}
+
+/// Calls visit(name, fieldOfA, fieldOfB) for every field of two host objects but their engines, which are pointers.
+template <typename A, typename B, typename Visit>
+void forEachHostField(A& a, B& b, Visit visit)
+{
+    forEachProcessorField(a, b, [&](const char* name, const auto& fieldA, const auto& fieldB) {
+        if constexpr (!std::is_pointer_v<std::remove_cvref_t<decltype(fieldA)>>) visit(name, fieldA, fieldB);
+    });
 }
 
 } // namespace tests
