@@ -1,103 +1,426 @@
-#include "host/zrk_tarn_processor.h"
-#include "tests/reference/reference_processor.h"
-#include "tests/support/record_fields.h"
+#include "tests/fuzz/byte_reader.h"
+#include "tests/fuzz/byte_signals.h"
+#include "tests/fuzz/field_writer.h"
+#include "tests/fuzz/fuzz_target.h"
+#include "tests/fuzz/lives.h"
+#include "tests/fuzz/transforms.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
-
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
-#include <string_view>
-#include <vector>
 
-// Lives of a host made from bytes, led by the library and by the literal reference: any difference in a byte of a
-// buffer or in a field of the engine is a crash.
+// Lives of a host made from bytes, led by the library with every instruction set and by the literal reference: any
+// difference in a byte of a buffer, in a field of the host object or in a field of the engine is a crash.
 
 namespace
 {
 
-constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000, 176400, 0};
-constexpr std::uint32_t kWidths[] = {16, 24, 32, 12, 20, 9, 25, 8, 0, 64, 0xffffffff};
-constexpr std::uint32_t kCodes[] = {0x2000, 0x4000, 0x200, 0x40000, 0x80000, 0x8000, 0x10000, 0x1000, 0};
+using namespace fuzz;
 
-void require(bool holds, std::string_view what)
+constexpr std::array<std::uint32_t, 7> kRatesHz{48000, 44100, 32000, 64000, 88200, 96000, 192000};
+constexpr std::array<std::uint32_t, 4> kOtherRatesHz{176400, 0, 48001, 0xffffffff};
+constexpr std::array<std::uint32_t, 3> kWidths{16, 24, 32};
+constexpr std::array<std::uint32_t, 12> kOtherWidths{12, 20, 9,  25,         8,          0,
+                                                     1,  33, 64, 0x7fffffff, 0x80000000, 0xffffffff};
+constexpr std::array<std::uint32_t, 12> kCodes{0x2000,  0x8000,  0x4000,  0x10000, 0x200,      0x1000,
+                                               0x40000, 0x80000, 0x20000, 0,       0x80000000, 1};
+
+/// Bytes of a sample in a host buffer; 0 for widths that are never read or written.
+std::size_t processedBytes(std::int64_t bitsPerSample)
 {
-    if (holds) return;
-    std::fprintf(stderr, "library and reference differ: %.*s\n", static_cast<int>(what.size()), what.data());
-    std::abort();
+    const std::int64_t bytes = (bitsPerSample + 7) / 8;
+    return bytes >= 2 && bytes <= 4 ? static_cast<std::size_t>(bytes) : 0;
 }
 
-void requireSameEngines(const ZRKTarn& engine, const reference::Engine& reference)
+std::uint32_t processed(zrk_tarn_processor_t& host, std::uint8_t* buffer, std::uint32_t frames, std::uint32_t slots,
+                        std::uint32_t rateHz, std::uint32_t bits, audio_channel_assignment_t* assignment)
 {
-    tests::forEachField(engine, reference, [](std::string_view name, const auto& a, const auto& b) {
-        static_assert(sizeof a == sizeof b);
-        // Addresses differ by nature.
-        if (name == "outputPtr" || name == "channelPtr") return;
-        require(std::memcmp(&a, &b, sizeof a) == 0, name);
-    });
+    return host.process(buffer, frames, slots, rateHz, bits, assignment);
 }
 
-/// A buffer of a frame count, its first bytes the fuzzer's and the rest repeating them.
-std::vector<std::uint8_t> bufferOf(FuzzedDataProvider& data, std::size_t size)
+std::uint32_t processed(reference::Processor& host, std::uint8_t* buffer, std::uint32_t frames, std::uint32_t slots,
+                        std::uint32_t rateHz, std::uint32_t bits, audio_channel_assignment_t* assignment)
 {
-    std::vector<std::uint8_t> buffer(size);
-    const auto seed = data.ConsumeBytes<std::uint8_t>(data.ConsumeIntegralInRange<std::size_t>(0, 192));
-    for (std::size_t i = 0; i < size && !seed.empty(); ++i) buffer[i] = seed[i % seed.size()];
-    return buffer;
+    return host.process(buffer, frames, slots, rateHz, bits, assignment == nullptr ? nullptr : assignment->code);
 }
+
+std::uint32_t initialised(ZRKTarn& engine, const Tarn_Parameters& parameters)
+{
+    return engine.Initialize(parameters);
+}
+
+std::uint32_t initialised(reference::Engine& engine, const Tarn_Parameters& p)
+{
+    return engine.Initialize(
+        {p.spare, p.outputChannels, p.bitsPerSample, p.sampleRate, p.mode, p.option, p.mixFraction});
+}
+
+/// What a host remembers of a stream.
+struct Stream
+{
+    std::uint32_t rateHz = 48000;
+    std::uint32_t bits = 16;
+    std::uint32_t slots = 3;
+    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0}};
+    std::uint64_t time = 0;
+};
+
+/// A stream and the lives that it is led in.
+struct Host
+{
+    Stream stream;
+    Lives lives;
+
+    void setup(std::int32_t mode, std::int32_t option, float mixFraction)
+    {
+        lives.lead("setup", HostBuffer{},
+                   [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.setup(mode, option, mixFraction); });
+    }
+
+    /// Lets process take a buffer of the signal, or none, with the stream's assignment, or none.
+    void process(const ByteSignal& signal, std::uint32_t frames, bool withBuffer, bool withAssignment)
+    {
+        // What meaningless widths need more than this is never touched, unless a caller has given the engine another
+        // width since: then there is no buffer that would do.
+        const std::uint32_t bytes = (stream.bits + 7) / 8;
+        const std::size_t bytesOfEngine = keepsFormat() ? processedBytes(lives.reference().engine->bitsPerSample) : 0;
+        if (bytes > 8 && bytesOfEngine > 0) return;
+        const std::size_t beyond = bytesOfEngine > bytes ? 65 * stream.slots * bytesOfEngine : 0;
+        HostBuffer buffer(bytes > 8 ? 0 : std::size_t{frames} * stream.slots * bytes + beyond);
+        if (bytes <= 8) signal.write(buffer, stream.time, frames, stream.slots, stream.bits);
+        stream.time += frames;
+        lives.lead("process", buffer, [&](AnyHost auto& host, std::uint8_t* data) {
+            return processed(host, withBuffer ? data : nullptr, frames, stream.slots, stream.rateHz, stream.bits,
+                             withAssignment ? &stream.assignment : nullptr);
+        });
+    }
+
+private:
+    /// Whether the next call finds its format in force.
+    bool keepsFormat() const
+    {
+        const reference::Processor& host = lives.reference();
+        return host.engine != nullptr && host.sampleRate == stream.rateHz && host.bitsPerSample == stream.bits;
+    }
+};
+
+/// Places at which lives begin: no engine yet; every format in both modes; and long histories.
+std::vector<Host> makeStarts()
+{
+    const auto soundOf = [](std::array<std::uint8_t, 4> description) {
+        ByteReader bytes(description.data(), description.size());
+        return ByteSignal(bytes);
+    };
+    const ByteSignal silence = soundOf({0});
+    const ByteSignal noise = soundOf({2, 0, 1, 2});
+    const ByteSignal tone = soundOf({5, 0x30, 26, 26});
+
+    std::vector<Host> starts(1);
+    for (const std::uint32_t rateHz : kRatesHz) {
+        for (const std::uint32_t bits : kWidths) {
+            for (const std::int32_t mode : {0, 1}) {
+                Host& host = starts.emplace_back();
+                host.stream.rateHz = rateHz;
+                host.stream.bits = bits;
+                host.setup(mode, 0, 1.0f);
+                host.process(silence, 0, true, true);
+            }
+        }
+    }
+    // Behind sounds, and in the silence after them: with histories that have run out, with subnormal means and with
+    // means that have come to rest.
+    for (const ByteSignal& sound : {noise, tone}) {
+        Host host = starts[1];
+        host.process(sound, 1920, true, true);
+        starts.push_back(host);
+        for (const std::uint32_t blocks : {20u, 300u, 900u, 900u}) {
+            host.process(silence, 64 * blocks, true, true);
+            starts.push_back(host);
+        }
+    }
+    return starts;
+}
+
+const std::vector<Host>& starts()
+{
+    static const std::vector<Host> kStarts = makeStarts();
+    return kStarts;
+}
+
+/// One life, decided by bytes.
+class HostLife
+{
+public:
+    explicit HostLife(ByteReader reader)
+        : bytes_(reader), host_(starts()[bytes_.below(static_cast<std::uint32_t>(starts().size()))])
+    {}
+
+    void live()
+    {
+        while (!bytes_.empty() && framesLeft_ > 0) takeStep();
+    }
+
+private:
+    /// As many frames as a change of the format, which fills the tables again, takes the time of.
+    static constexpr std::uint32_t kFramesOfTables = 1024;
+
+    /// Frames that a life may process; the step that goes beyond them is the last.
+    void spend(std::uint32_t frames) { framesLeft_ -= std::min(frames, framesLeft_); }
+
+    void takeStep()
+    {
+        const std::uint32_t step = bytes_.below(32);
+        if (step < 15) {
+            process(step != 0, step != 1);
+        } else if (step < 20) {
+            processBlock(step % 2 == 0);
+        } else if (step < 24) {
+            writeField();
+        } else {
+            constexpr void (HostLife::*kSteps[])() = {
+                &HostLife::changeFormat, &HostLife::changeAssignment, &HostLife::permuteRoles, &HostLife::setup,
+                &HostLife::setRemap,     &HostLife::initialise,       &HostLife::doPart,       &HostLife::callTheRest};
+            (this->*kSteps[step - 24])();
+        }
+    }
+
+    /// Mostly a block or a few; sometimes up to 5000 frames.
+    std::uint32_t takeFrameCount()
+    {
+        const std::uint32_t choice = bytes_.byte();
+        std::uint32_t frames = choice % 65;
+        if (choice >= 160) frames = 64 * (1 + (choice - 160) / 22);
+        if (choice >= 248) frames = choice < 253 ? bytes_.word() % 400 : bytes_.word() % 5001;
+        spend(frames);
+        return frames;
+    }
+
+    void process(bool withBuffer, bool withAssignment)
+    {
+        const std::uint32_t frames = takeFrameCount();
+        host_.process(ByteSignal(bytes_), frames, withBuffer, withAssignment);
+    }
+
+    /// Mostly a rate and a width that are supported.
+    void changeFormat()
+    {
+        spend(kFramesOfTables);
+        const std::uint8_t choice = bytes_.byte();
+        if (choice % 2 == 0) host_.stream.rateHz = choice < 224 ? bytes_.oneOf(kRatesHz) : bytes_.oneOf(kOtherRatesHz);
+        if (choice % 3 == 0) host_.stream.bits = choice < 160 ? bytes_.oneOf(kWidths) : bytes_.oneOf(kOtherWidths);
+    }
+
+    /// Any codes in 0 to 12 slots.
+    void changeAssignment()
+    {
+        host_.stream.slots = bytes_.below(13);
+        for (std::uint32_t& code : host_.stream.assignment.code) code = bytes_.oneOf(kCodes);
+    }
+
+    /// All roles in any order in the first of up to 8 slots, 5 of them for both paths.
+    void permuteRoles()
+    {
+        host_.stream.slots = bytes_.below(3) == 0 ? bytes_.below(9) : 8;
+        std::uint32_t roles[] = {0x2000, 0x4000, 0x200, 0x40000, 0x80000};
+        for (std::uint32_t i = 0; i < 5; ++i) {
+            std::swap(roles[i], roles[i + bytes_.below(5 - i)]);
+            host_.stream.assignment.code[i] = roles[i];
+        }
+    }
+
+    void setup()
+    {
+        const auto mode = static_cast<std::int32_t>(bytes_.below(5)) - 1;
+        host_.setup(mode, static_cast<std::int32_t>(bytes_.byte()), takeFraction());
+    }
+
+    void setRemap()
+    {
+        unsigned gains[3][4];
+        takeGains(gains);
+        host_.lives.lead("set_remap_coeff", HostBuffer{},
+                         [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.set_remap_coeff(gains); });
+    }
+
+    float takeFraction()
+    {
+        const std::uint8_t choice = bytes_.byte();
+        return choice < 240 ? static_cast<float>(choice - 20) / 200.0f : std::bit_cast<float>(bytes_.word());
+    }
+
+    /// None, unity, negative, small and absurd gains.
+    template <typename Gain>
+    void takeGains(Gain (&gains)[3][4])
+    {
+        constexpr std::array<std::uint32_t, 6> kGains{0, 0x10000000, 0xf0000000, 0x05000000, 0x80000000, 0x7fffffff};
+        for (auto& row : gains) {
+            for (Gain& gain : row) {
+                const std::uint8_t choice = bytes_.byte();
+                gain = static_cast<Gain>(choice < 224 ? kGains[choice % kGains.size()] : bytes_.word());
+            }
+        }
+    }
+
+    // --- The engine, reached past its host ---------------------------------------------------------------------------
+
+    /// The engine of a host object, created if there is none.
+    static auto& engineOf(AnyHost auto& host)
+    {
+        if (host.engine == nullptr) host.engine = new std::remove_pointer_t<decltype(host.engine)>();
+        return *host.engine;
+    }
+
+    /// Calls call(engine, buffer) for every engine.
+    template <typename Call>
+    void leadEngines(const char* what, const HostBuffer& buffer, Call call)
+    {
+        host_.lives.lead(what, buffer, [&](AnyHost auto& host, std::uint8_t* data) -> std::uint32_t {
+            return call(engineOf(host), data);
+        });
+    }
+
+    template <typename Call>
+    void leadEngines(const char* what, Call call)
+    {
+        leadEngines(what, HostBuffer{}, [&](auto& engine, std::uint8_t* /*none*/) { return call(engine); });
+    }
+
+    void initialise()
+    {
+        constexpr std::array<std::int32_t, 8> kOutputChannels{3, 4, 5, 6, 7, 2, 8, -1};
+        const std::uint8_t choice = bytes_.byte();
+        const Tarn_Parameters parameters{
+            .spare = choice,
+            .outputChannels = bytes_.oneOf(kOutputChannels),
+            .bitsPerSample =
+                static_cast<std::int32_t>(choice < 192 ? bytes_.oneOf(kWidths) : bytes_.oneOf(kOtherWidths)),
+            .sampleRate = choice % 8 != 0 ? bytes_.oneOf(kRatesHz) : bytes_.oneOf(kOtherRatesHz),
+            .mode = choice % 4 != 0 ? 1 + choice % 2 : static_cast<std::int32_t>(bytes_.below(5)) - 1,
+            .option = choice,
+            .mixFraction = takeFraction()};
+        leadEngines("Initialize", [&](auto& engine) { return initialised(engine, parameters); });
+    }
+
+    void writeField()
+    {
+        const FieldWriter writer(bytes_);
+        host_.lives.change([&](AnyHost auto& host) { writer.write(engineOf(host)); });
+    }
+
+    void callTheRest()
+    {
+        const std::uint8_t choice = bytes_.byte();
+        if (choice < 64) return compareTransforms(bytes_);
+        if (choice < 200) {
+            int gains[3][4];
+            takeGains(gains);
+            leadEngines("SetRemapCoeff", [&](auto& engine) { return engine.SetRemapCoeff(gains); });
+            return;
+        }
+        leadEngines("a call that does next to nothing", [&](auto& engine) {
+            switch (choice % 5) {
+            case 0:
+                return choice < 220 ? engine.Open() : 0;
+            case 1:
+                return engine.Close();
+            case 2:
+                return engine.Uninitialize();
+            case 3:
+                return engine.Process(nullptr, nullptr, choice);
+            default:
+                return engine.SetReserved();
+            }
+        });
+    }
+
+    /// Calls call(engine, frames, channels) on a block of 0 to 64 frames, the channels in any of its 0 to 9 slots.
+    template <typename Call>
+    void leadBlock(const char* what, Call call)
+    {
+        const std::uint32_t frames = bytes_.byte() < 160 ? 64 : bytes_.below(65);
+        spend(frames);
+        const std::uint32_t channels = bytes_.below(10);
+        const std::uint32_t slots = std::max(channels, 1u);
+        std::array<std::uint32_t, 4> slotOf{};
+        for (std::uint32_t& slot : slotOf) slot = bytes_.below(slots);
+
+        const reference::Engine* const engine = host_.lives.reference().engine;
+        const std::uint32_t bits = engine == nullptr ? 0 : static_cast<std::uint32_t>(engine->bitsPerSample);
+        const std::size_t bytes = processedBytes(static_cast<std::int32_t>(bits));
+        // Without channels, all frames are at one place.
+        const std::uint32_t rows = channels == 0 ? 1 : frames;
+        HostBuffer buffer(std::size_t{rows} * slots * bytes);
+        ByteSignal(bytes_).write(buffer, host_.stream.time, rows, slots, bits);
+        host_.stream.time += frames;
+        const std::size_t step = buffer.size() > 0 ? bytes : 0;
+        leadEngines(what, buffer, [&](auto& e, std::uint8_t* data) {
+            e.SetChannelPtrs(data + slotOf[0] * step, data + slotOf[1] * step, data + slotOf[2] * step,
+                             data + slotOf[3] * step);
+            return call(e, frames, channels);
+        });
+    }
+
+    void processBlock(bool remap)
+    {
+        if (remap) {
+            leadBlock("ProcessCine3InterLeaveRemap", [](auto& engine, std::uint32_t frames, std::uint32_t channels) {
+                return engine.ProcessCine3InterLeaveRemap(frames, channels);
+            });
+        } else {
+            leadBlock("ProcessCine3InterLeave", [](auto& engine, std::uint32_t frames, std::uint32_t channels) {
+                return engine.ProcessCine3InterLeave(frames, channels);
+            });
+        }
+    }
+
+    /// Lets the rows of the output be any of them.
+    void permuteRows()
+    {
+        std::array<std::uint32_t, 3> rowOf{};
+        for (std::uint32_t& row : rowOf) row = bytes_.below(3);
+        host_.lives.change([&](AnyHost auto& host) {
+            for (std::size_t k = 0; k < rowOf.size(); ++k)
+                host.engine->outputPtr[k] = host.engine->outputBlock[rowOf[k]];
+        });
+    }
+
+    /// A part of a block operation alone. There is no output before the first block.
+    void doPart()
+    {
+        const std::uint8_t part = bytes_.byte();
+        const reference::Engine* const engine = host_.lives.reference().engine;
+        if (part % 4 < 2 && (engine == nullptr || engine->outputPtr[0] == nullptr)) return;
+        if (part % 4 < 2 && part >= 128) permuteRows();
+        leadBlock("a part of a block operation", [&](auto& e, std::uint32_t frames, std::uint32_t channels) {
+            switch (part % 4) {
+            case 0:
+                return e.WriteOutput(frames, channels);
+            case 1:
+                return e.RemapOutput(frames, channels);
+            case 2:
+                return e.ReadInputChannels(frames, channels);
+            default:
+                return e.ProcessCine3(frames, channels);
+            }
+        });
+    }
+
+    ByteReader bytes_;
+    Host host_;
+    std::uint32_t framesLeft_ = 2048;
+};
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
+int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/)
 {
-    FuzzedDataProvider data(bytes, size);
-    zrk_tarn_processor_t processor;
-    reference::Processor reference;
+    starts();
+    return 0;
+}
 
-    std::uint32_t rate = 48000;
-    std::uint32_t bits = 16;
-    std::uint32_t slots = 3;
-    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200, 0x40000, 0x80000, 0, 0, 0}};
-
-    while (data.remaining_bytes() > 0) {
-        switch (data.ConsumeIntegralInRange<int>(0, 7)) {
-        case 0: {
-            const auto mode = data.ConsumeIntegralInRange<std::int32_t>(-1, 4);
-            const auto mixFraction = data.ConsumeFloatingPointInRange<float>(-0.5f, 1.5f);
-            processor.setup(mode, 0, mixFraction);
-            reference.setup(mode, 0, mixFraction);
-            break;
-        }
-        case 1: {
-            unsigned gains[3][4];
-            for (auto& row : gains)
-                for (unsigned& gain : row) gain = data.ConsumeBool() ? data.ConsumeIntegral<unsigned>() : 0u;
-            processor.set_remap_coeff(gains);
-            reference.set_remap_coeff(gains);
-            break;
-        }
-        case 2:
-            rate = data.PickValueInArray(kRatesHz);
-            break;
-        case 3:
-            bits = data.PickValueInArray(kWidths);
-            break;
-        case 4:
-            slots = data.ConsumeIntegralInRange<std::uint32_t>(0, 9);
-            for (std::uint32_t& code : assignment.code) code = data.PickValueInArray(kCodes);
-            break;
-        default: {
-            const auto frames = data.ConsumeIntegralInRange<std::uint32_t>(0, 320);
-            const auto containerBytes = (std::uint64_t{bits} + 7) / 8;
-            auto buffer = bufferOf(data, containerBytes > 8 ? 0 : std::size_t{frames} * slots * containerBytes);
-            auto copy = buffer;
-            processor.process(buffer.data(), frames, slots, rate, bits, &assignment);
-            reference.process(copy.data(), frames, slots, rate, bits, assignment.code);
-            require(buffer == copy, "bytes of the buffer");
-            requireSameEngines(*processor.engine, *reference.engine);
-            break;
-        }
-        }
-    }
+int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
+{
+    HostLife(ByteReader(bytes, size)).live();
     return 0;
 }

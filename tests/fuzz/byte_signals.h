@@ -1,0 +1,55 @@
+#pragma once
+
+#include "tests/fuzz/byte_reader.h"
+#include "tests/fuzz/lives.h"
+
+#include <cstdint>
+
+namespace fuzz
+{
+
+/// Samples described by a few bytes.
+class ByteSignal
+{
+public:
+    /// Reads the description.
+    explicit ByteSignal(ByteReader& bytes);
+
+    /// Writes frames into slots of a buffer: the signal's left side into even slots, its right side into odd ones.
+    ///
+    /// time  of the first frame
+    void write(HostBuffer& buffer, std::uint64_t time, std::uint32_t frames, std::uint32_t slots,
+               std::uint32_t bitsPerSample) const;
+
+private:
+    /// What there is to hear.
+    enum class Kind : std::uint8_t
+    {
+        Silence,
+        Bytes,         ///< as they are, repeated, in all slots
+        DiffuseNoise,  ///< independent left and right
+        CentredNoise,  ///< left and right equal
+        OppositeNoise, ///< right is left inverted
+        Tone,          ///< with whole periods per 256 frames, left and right at levels of their own
+        TwoTones,      ///< one on each side
+        Steps,         ///< from rail to rail at periods of their own
+        Impulses,      ///< single full-scale samples in silence
+        Constant
+    };
+
+    struct Frame
+    {
+        std::int32_t left;
+        std::int32_t right;
+    };
+
+    Frame frameAt(std::uint64_t time) const;
+    void writeBytes(HostBuffer& buffer) const;
+
+    Kind kind_;
+    std::uint8_t shift_[2];  ///< left, right: halvings of full scale
+    std::uint8_t detail_[2]; ///< pitch, period or seed
+    std::span<const std::uint8_t> pattern_;
+};
+
+} // namespace fuzz

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "engine/zrk_tarn.h"
+#include "tests/fuzz/byte_reader.h"
+#include "tests/fuzz/numbers.h"
+#include "tests/support/field_bits.h"
+#include "tests/support/random.h"
+#include "tests/support/record_fields.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <type_traits>
+
+namespace fuzz
+{
+
+/// What a caller might write into a public field of an engine between blocks; the same into every engine.
+class FieldWriter
+{
+public:
+    /// Reads which field, which of its elements and what kind of numbers.
+    explicit FieldWriter(ByteReader& bytes)
+        : field_(bytes.byte()), elements_(bytes.below(3)), kind_(bytes.byte()), seed_(bytes.byte())
+    {}
+
+    template <typename Engine>
+    void write(Engine& engine) const
+    {
+        tests::Random random(seed_);
+        std::uint32_t fields = 0;
+        tests::forEachField(engine, engine, [&](const auto&...) { ++fields; });
+        std::uint32_t index = 0;
+        tests::forEachField(engine, engine, [&](std::string_view name, auto& field, auto& /*same*/) {
+            if (index++ != field_ % fields) return;
+            using Field = std::remove_cvref_t<decltype(field)>;
+            // Addresses are no numbers. The two counters are left wherever a walk has ended, and the
+            // reference walks with them more often: in Initialize too.
+            if (name == "groupIndex" || name == "bandIndex") return;
+            if constexpr (std::is_pointer_v<tests::ElementOf<Field>>) {
+                return;
+            } else if (name == "bandCount") {
+                writeBandCount(engine.bandCount, random);
+            } else {
+                writeNumbers(name, reinterpret_cast<tests::ElementOf<Field>*>(&field),
+                             sizeof(Field) / sizeof(tests::ElementOf<Field>), random);
+            }
+        });
+    }
+
+private:
+    /// One of the four groupings, or any other tiling of at most 63 bands, with empty groups and negative counts.
+    void writeBandCount(std::int32_t (&bandCount)[16], tests::Random& random) const
+    {
+        if (kind_ % 2 == 0) {
+            const std::array groupings{&ZRKTarn::LOOP_COUNT48, &ZRKTarn::LOOP_COUNT64, &ZRKTarn::LOOP_COUNT96,
+                                       &ZRKTarn::LOOP_COUNT192};
+            std::memcpy(bandCount, *groupings[kind_ / 2 % 4], sizeof bandCount);
+            return;
+        }
+        std::int32_t left = 63;
+        for (std::int32_t& count : bandCount) {
+            count = std::min(static_cast<std::int32_t>(random.below(10)) - 1, left);
+            left -= std::max(count, 0);
+        }
+    }
+
+    template <typename Element>
+    void writeNumbers(std::string_view name, Element* elements, std::size_t count, tests::Random& random) const
+    {
+        const std::size_t only = random.below(static_cast<std::uint32_t>(count));
+        for (std::size_t i = 0; i < count; ++i) {
+            if (elements_ == 0 && i != only) continue;
+            if (elements_ == 1 && random.chance(2)) continue;
+            if constexpr (std::is_same_v<Element, float>) {
+                elements[i] = numberOf(kind_, random);
+            } else if (name == "remapTermSource") {
+                elements[i] = static_cast<Element>(random.below(3));
+            } else if (name == "remapTermCount") {
+                elements[i] = static_cast<Element>(random.below(6));
+            } else {
+                elements[i] = static_cast<Element>(kind_ % 2 == 0 ? random.bits() : random.below(66));
+            }
+        }
+    }
+
+    std::uint8_t field_;
+    std::uint32_t elements_; ///< 0: one, 1: about half, 2: all
+    std::uint8_t kind_;
+    std::uint8_t seed_;
+};
+
+} // namespace fuzz

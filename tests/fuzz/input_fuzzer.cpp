@@ -1,0 +1,294 @@
+#include "cli/failure.h"
+#include "cli/layout.h"
+#include "cli/stream_format.h"
+#include "cli/upmix_command.h"
+#include "tests/fuzz/byte_reader.h"
+#include "tests/fuzz/fuzz_target.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// What `tarn upmix` reads, made from bytes: audio files, raw PCM with the text of its format, and remap files. Each
+// goes through the whole command, which is to do its work or to refuse: a failure has an exit code of those that the
+// help promises and a message fit for a terminal, raw PCM has the outcome that its format and length demand, and what
+// is written are whole frames.
+
+// The address and undefined behaviour sanitizers' own way out while standard error is shut.
+extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void* descriptor);
+
+// The decoders do not free all that they have when they give up on a damaged file: libsndfile 1.2.0 keeps a few KiB of
+// libvorbis. The command ends there, and memory that it allocates itself is still watched.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_options();
+
+const char* __lsan_default_options()
+{
+    return "print_suppressions=0";
+}
+
+const char* __lsan_default_suppressions()
+{
+    return "leak:libFLAC.so\nleak:libmpg123.so\nleak:libogg.so\nleak:libopus.so\nleak:libsndfile.so\n"
+           "leak:libvorbis.so\nleak:libvorbisenc.so\n";
+}
+
+namespace
+{
+
+using fuzz::ByteReader;
+
+constexpr std::size_t kMostOutput = std::size_t{1} << 20;
+constexpr std::string_view kMatrix = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";
+
+int standardError = -1; ///< a copy that stays open
+
+[[noreturn]] void fail(const std::string& what)
+{
+    dprintf(standardError, "tarn upmix: %s\n", what.c_str());
+    std::abort();
+}
+
+void require(bool holds, const char* call)
+{
+    if (holds) return;
+    std::perror(call);
+    std::abort();
+}
+
+/// A file that has a name, but is on no disk.
+class MemoryFile
+{
+public:
+    MemoryFile() : descriptor_(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING))
+    {
+        require(descriptor_ >= 0, "memfd_create");
+    }
+
+    int descriptor() const { return descriptor_; }
+    std::string name() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+    void hold(std::string_view bytes) const
+    {
+        require(ftruncate(descriptor_, 0) == 0, "ftruncate");
+        require(pwrite(descriptor_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()), "pwrite");
+    }
+
+private:
+    int descriptor_;
+};
+
+/// The files that the command works on, and the standard streams as it finds them.
+struct Surroundings
+{
+    Surroundings()
+    {
+        // A full disk rather than a long wait: decoders can make hours of silence from a few bytes.
+        require(ftruncate(output.descriptor(), kMostOutput) == 0, "ftruncate");
+        require(fcntl(output.descriptor(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) == 0, "fcntl");
+        require(dup2(input.descriptor(), STDIN_FILENO) == STDIN_FILENO, "dup2");
+        require(dup2(output.descriptor(), STDOUT_FILENO) == STDOUT_FILENO, "dup2");
+        standardError = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+        require(standardError >= 0 && null >= 0, "standard error");
+        if (__sanitizer_set_report_fd != nullptr)
+            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(standardError)));
+    }
+
+    MemoryFile input;
+    MemoryFile remap;
+    MemoryFile output;
+    int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+};
+
+const Surroundings& surroundings()
+{
+    static const Surroundings kSurroundings;
+    return kSurroundings;
+}
+
+/// Shuts standard error, where the command has notes to print and libraries have warnings.
+class Quiet
+{
+public:
+    Quiet() { dup2(surroundings().null, STDERR_FILENO); }
+    ~Quiet() { dup2(standardError, STDERR_FILENO); }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+};
+
+/// How the command ended.
+struct Outcome
+{
+    int exitCode = EX_OK;
+    std::string message; ///< of its failure
+    std::size_t written = 0;
+};
+
+Outcome outcomeOf(const tarn::UpmixOptions& options)
+{
+    lseek(STDIN_FILENO, 0, SEEK_SET);
+    lseek(STDOUT_FILENO, 0, SEEK_SET);
+    Outcome outcome;
+    try {
+        const Quiet quiet;
+        tarn::runUpmix(options);
+    } catch (const tarn::Failure& failure) {
+        outcome.exitCode = failure.exitCode();
+        outcome.message = failure.what();
+    } catch (const std::exception& error) {
+        fail(std::string("internal error: ") + error.what());
+    }
+    outcome.written = static_cast<std::size_t>(lseek(STDOUT_FILENO, 0, SEEK_CUR));
+
+    if (outcome.exitCode == EX_OK) return outcome;
+    constexpr std::array kExitCodes{EX_USAGE, EX_DATAERR, EX_IOERR};
+    if (std::find(kExitCodes.begin(), kExitCodes.end(), outcome.exitCode) == kExitCodes.end())
+        fail("exit code " + std::to_string(outcome.exitCode) + ": " + outcome.message);
+    if (outcome.exitCode == EX_IOERR && outcome.written < kMostOutput - 4096)
+        fail("cannot write, where there is room: " + outcome.message);
+    constexpr std::size_t kLongestMessage = 1000;
+    const bool printable = std::none_of(outcome.message.begin(), outcome.message.end(), [](char c) {
+        return (static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7f;
+    });
+    if (!printable || outcome.message.size() > kLongestMessage)
+        fail("a message that is not for a terminal: " + outcome.message);
+    return outcome;
+}
+
+std::string textOf(std::span<const std::uint8_t> bytes)
+{
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+void requireWholeFrames(const tarn::UpmixOptions& options, const Outcome& outcome)
+{
+    constexpr std::size_t kShortestSample = 2;
+    const std::size_t slots = tarn::layoutNamed(options.layout).slots;
+    const std::size_t sampleBytes = options.bits ? *options.bits / 8 : kShortestSample;
+    if (outcome.exitCode == EX_OK &&
+        (outcome.written == 0 || (options.bits && outcome.written % (slots * sampleBytes) != 0)))
+        fail("wrote " + std::to_string(outcome.written) + " bytes in all");
+}
+
+/// An audio file, which is read or refused.
+void upmixFile(tarn::UpmixOptions options, ByteReader& bytes)
+{
+    surroundings().remap.hold(kMatrix);
+    surroundings().input.hold(textOf(bytes.rest()));
+    options.input = surroundings().input.name();
+    requireWholeFrames(options, outcomeOf(options));
+}
+
+/// The format that a text names as RATE:BITS, if it is one of the command's.
+std::optional<tarn::StreamFormat> formatNamed(std::string_view text)
+{
+    const auto names = [](std::string_view digits, std::uint32_t number) {
+        digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+        return digits == std::to_string(number);
+    };
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) return std::nullopt;
+    for (const std::uint32_t rate : tarn::kSampleRates)
+        for (const std::uint32_t bits : tarn::kWidths)
+            if (names(text.substr(0, colon), rate) && names(text.substr(colon + 1), bits))
+                return tarn::StreamFormat{.sampleRate = rate, .bits = bits};
+    return std::nullopt;
+}
+
+bool beginsLikeFile(std::string_view pcm)
+{
+    for (const std::string_view mark : {"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"})
+        if (pcm.starts_with(mark)) return true;
+    return false;
+}
+
+/// A line with the format and PCM behind it: the format decides what becomes of the PCM.
+void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
+{
+    // The format is an argument, so it is text.
+    constexpr std::size_t kLongestFormat = 24;
+    std::string text = bytes.textUpTo('\n').substr(0, kLongestFormat);
+    std::erase_if(text, [](char c) { return c < 0x20 || c == 0x7f; });
+    const std::string pcm = textOf(bytes.rest());
+    options.input = "-";
+    options.raw = text;
+    surroundings().remap.hold(kMatrix);
+    surroundings().input.hold(pcm);
+
+    const Outcome outcome = outcomeOf(options);
+    int exitCode = EX_USAGE;
+    std::size_t written = 0;
+    if (const auto format = formatNamed(text)) {
+        const std::size_t frameBytes = std::size_t{2} * format->bytesPerSample();
+        const bool taken = !pcm.empty() && pcm.size() % frameBytes == 0 && !beginsLikeFile(pcm);
+        const std::size_t sampleBytes = options.bits.value_or(format->bits) / 8;
+        exitCode = taken ? EX_OK : EX_DATAERR;
+        written = pcm.size() / frameBytes * tarn::layoutNamed(options.layout).slots * sampleBytes;
+        if (written > kMostOutput) return;
+    }
+    if (outcome.exitCode != exitCode)
+        fail("exit code " + std::to_string(outcome.exitCode) + ", not " + std::to_string(exitCode) + ": " +
+             outcome.message);
+    if (exitCode == EX_OK && outcome.written != written)
+        fail("wrote " + std::to_string(outcome.written) + " bytes, not " + std::to_string(written));
+}
+
+/// A remap file, in front of some PCM.
+void upmixThroughMatrix(tarn::UpmixOptions options, ByteReader& bytes)
+{
+    options.layout = "slots8";
+    options.input = "-";
+    options.raw = "48000:16";
+    surroundings().input.hold(std::string(4 * 100, '\x5a'));
+    surroundings().remap.hold(textOf(bytes.rest()));
+    options.remapFile = surroundings().remap.name();
+    requireWholeFrames(options, outcomeOf(options));
+}
+
+} // namespace
+
+int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/)
+{
+    surroundings();
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
+{
+    constexpr std::array<const char*, 4> kLayouts{"3.0", "3.0", "5.1", "slots8"};
+    constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
+    ByteReader bytes(input, size);
+    const std::uint8_t what = bytes.byte();
+    const std::uint8_t how = bytes.byte();
+
+    tarn::UpmixOptions options;
+    options.output = "-";
+    options.layout = kLayouts[how % 4];
+    options.bits = kBits[how / 4 % 4];
+    options.noAlign = how / 16 % 2 != 0;
+    options.quiet = how / 32 % 2 != 0;
+    options.mode = 1 + how / 64 % 2;
+    if (options.layout == "slots8") options.remapFile = surroundings().remap.name();
+    switch (what % 4) {
+    case 1:
+        upmixRaw(options, bytes);
+        break;
+    case 2:
+        upmixThroughMatrix(options, bytes);
+        break;
+    default:
+        if (how >= 128) options.raw = "48000:24";
+        upmixFile(options, bytes);
+        break;
+    }
+    return 0;
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tests/support/random.h"
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+namespace fuzz
+{
+
+/// A number of a kind: of any bits, zero, subnormal, near underflow, special, small, or at most 2^42 in magnitude.
+inline float numberOf(std::uint8_t kind, tests::Random& random)
+{
+    const auto mantissa = static_cast<float>(random.uniform());
+    switch (kind % 8) {
+    case 0:
+        return std::bit_cast<float>(random.bits());
+    case 1:
+        return std::copysign(0.0f, mantissa);
+    case 2:
+        return std::ldexp(mantissa, -126 - static_cast<int>(random.below(24)));
+    case 3:
+        return std::ldexp(mantissa, -100 + static_cast<int>(random.below(8)));
+    case 4: {
+        constexpr float kEnds[] = {std::numeric_limits<float>::infinity(),
+                                   -std::numeric_limits<float>::infinity(),
+                                   std::numeric_limits<float>::quiet_NaN(),
+                                   std::numeric_limits<float>::max(),
+                                   1.0f,
+                                   -1.0f,
+                                   0x1p31f,
+                                   -0x1p31f};
+        return random.oneOf(kEnds);
+    }
+    case 5:
+        return mantissa;
+    case 6:
+        return std::fabs(std::ldexp(mantissa, static_cast<int>(kind / 8)));
+    default:
+        return std::ldexp(mantissa, static_cast<int>(kind / 8) + 10);
+    }
+}
+
+} // namespace fuzz
