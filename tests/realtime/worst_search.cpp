@@ -1,0 +1,340 @@
+#include "bench/speed/ticks.h"
+#include "engine/instruction_sets.h"
+#include "tests/realtime/block_cost.h"
+#include "tests/realtime/instruction_counter.h"
+#include "tests/support/random.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <map>
+#include <random>
+#include <string_view>
+#include <vector>
+
+// Looks for signals whose last block costs as much as can be, beside what blocks of music cost: a population of signals
+// for every instruction set, once by instructions and once by ticks, begun with those that are kept in the tree. The
+// best are changed a little, mixed with one another and measured, for as long as one likes.
+
+namespace
+{
+
+using namespace tests;
+using zrk_tarn::BlockOperations;
+
+constexpr std::size_t kPopulation = 24;
+constexpr double kBound = 2.0;
+
+// --- What can be changed in a signal -------------------------------------------------------------------------------
+
+constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr std::uint32_t kWidths[] = {9, 16, 17, 24, 25, 31, 32};
+
+StreamFormat someFormat(Random& random)
+{
+    return {random.oneOf(kRatesHz), random.oneOf(kWidths), random.chance(3)};
+}
+
+/// From 1 on, every magnitude as likely as the others.
+std::uint32_t someLength(Random& random, double most)
+{
+    return static_cast<std::uint32_t>(std::exp(0.5 * (random.uniform() + 1.0) * std::log(most)));
+}
+
+/// Gains that make sides, middle, imbalances in between and almost equal channels.
+double someGain(Random& random)
+{
+    constexpr double kGains[] = {0.0, 1.0, -1.0, 0.5, 0.999999};
+    return random.chance(3) ? random.uniform() : random.oneOf(kGains);
+}
+
+/// Frequencies in the middle of bands, at their edges and anywhere.
+double somePitch(Random& random)
+{
+    const double band = random.below(64);
+    return random.chance(3) ? 32.0 * (random.uniform() + 1.0) : random.chance(2) ? band : band + 0.5;
+}
+
+double someLevel(Random& random)
+{
+    return random.chance(2) ? 0.0 : random.chance(2) ? 10.0 * random.uniform() : -90.0 * (random.uniform() + 1.0);
+}
+
+Layer someLayer(Random& random)
+{
+    return {.shape = static_cast<Shape>(random.below(6)),
+            .pitch = somePitch(random),
+            .level = someLevel(random),
+            .slope = random.chance(3) ? 10.0 * random.uniform() : 0.0,
+            .left = someGain(random),
+            .right = someGain(random)};
+}
+
+Segment someSegment(Random& random)
+{
+    Segment segment{someLength(random, random.chance(8) ? 60000.0 : 300.0), {}};
+    for (std::uint32_t i = random.below(4); i > 0; --i) segment.layers.push_back(someLayer(random));
+    return segment;
+}
+
+HostileSignal someSignal(Random& random)
+{
+    HostileSignal signal;
+    signal.format = someFormat(random);
+    signal.mode = static_cast<std::int32_t>(random.below(3));
+    for (std::uint32_t i = 1 + random.below(3); i > 0; --i) signal.segments.push_back(someSegment(random));
+    return signal;
+}
+
+void change(Layer& layer, Random& random)
+{
+    switch (random.below(6)) {
+    case 0:
+        layer.shape = static_cast<Shape>(random.below(6));
+        break;
+    case 1:
+        layer.pitch = random.chance(2) ? somePitch(random) : std::fabs(layer.pitch + random.uniform());
+        break;
+    case 2:
+        layer.level = random.chance(2) ? someLevel(random) : layer.level + 3.0 * random.uniform();
+        break;
+    case 3:
+        layer.slope = random.chance(3) ? 0.0 : layer.slope + 3.0 * random.uniform();
+        break;
+    case 4:
+        layer.left = someGain(random);
+        break;
+    default:
+        layer.right = someGain(random);
+        break;
+    }
+}
+
+void change(Segment& segment, Random& random)
+{
+    auto& layers = segment.layers;
+    switch (random.below(5)) {
+    case 0:
+        segment.blocks = someSegment(random).blocks;
+        break;
+    case 1: {
+        const std::uint32_t step = 1 + random.below(4);
+        segment.blocks = random.chance(2) ? segment.blocks + step : segment.blocks > step ? segment.blocks - step : 1;
+        break;
+    }
+    case 2:
+        if (layers.size() < 4) layers.push_back(someLayer(random));
+        break;
+    case 3:
+        if (!layers.empty()) layers.erase(layers.begin() + random.below(static_cast<std::uint32_t>(layers.size())));
+        break;
+    default:
+        if (!layers.empty()) change(layers[random.below(static_cast<std::uint32_t>(layers.size()))], random);
+        break;
+    }
+}
+
+void change(HostileSignal& signal, const HostileSignal& other, Random& random)
+{
+    auto& segments = signal.segments;
+    const auto place = random.below(static_cast<std::uint32_t>(segments.size()));
+    switch (random.below(12)) {
+    case 0:
+        signal.format = random.chance(2) ? other.format : someFormat(random);
+        break;
+    case 1:
+        signal.mode = static_cast<std::int32_t>(random.below(3));
+        break;
+    case 2:
+        signal.frames = random.chance(2) ? 64 : 1 + random.below(63);
+        break;
+    case 3:
+        signal.formatChanges = random.chance(2) ? 0 : someLength(random, 400.0);
+        break;
+    case 4:
+        signal.seed = random.bits();
+        break;
+    case 5:
+        if (segments.size() < 6) segments.insert(segments.begin() + place, someSegment(random));
+        break;
+    case 6:
+        if (segments.size() > 1) segments.erase(segments.begin() + place);
+        break;
+    case 7:
+        segments[place] = other.segments[random.below(static_cast<std::uint32_t>(other.segments.size()))];
+        break;
+    default:
+        change(segments[place], random);
+        break;
+    }
+}
+
+// --- What a signal costs -------------------------------------------------------------------------------------------
+
+/// Ticks of a block, by doing it again and again from the same state: the least of them is free of what other programs
+/// do. The block must not be the first of its format, which the processor would not bring about again.
+std::uint64_t ticksOfBlock(zrk_tarn_processor_t& processor, HostBlock& block, std::uint32_t frames)
+{
+    const ZRKTarn engine = *processor.engine;
+    const HostBlock before = block;
+    std::uint64_t least = UINT64_MAX;
+    for (int turn = 0; turn < 15; ++turn) {
+        *processor.engine = engine;
+        block = before;
+        least = std::min(least, speed::ticksOf([&] { block.process(processor, frames); }));
+    }
+    return least;
+}
+
+std::uint64_t ticksOfLastBlock(const HostileSignal& signal)
+{
+    PlayedSignal played(signal);
+    return ticksOfBlock(played.processor(), played.block(), signal.frames);
+}
+
+std::uint64_t ticksInMusic(const StreamFormat& format)
+{
+    return medianInMusic(format, 31, [](zrk_tarn_processor_t& processor, HostBlock& block) {
+        return ticksOfBlock(processor, block, 64);
+    });
+}
+
+struct Measure
+{
+    const char* name;
+    std::uint64_t (*ofLastBlock)(const HostileSignal&);
+    std::uint64_t (*inMusic)(const StreamFormat&);
+};
+
+constexpr Measure kMeasures[] = {{"instructions", instructionsOfLastBlock, instructionsInMusic},
+                                 {"ticks", ticksOfLastBlock, ticksInMusic}};
+
+// --- The search ----------------------------------------------------------------------------------------------------
+
+struct Candidate
+{
+    HostileSignal signal;
+    double ratio;
+};
+
+class Search
+{
+public:
+    Search(const BlockOperations& operations, const Measure& measure, const std::vector<HostileSignal>& start)
+        : operations_(operations), measure_(measure), start_(start)
+    {}
+
+    void step(Random& random)
+    {
+        zrk_tarn::chooseOperations(operations_);
+        if (measured_ < start_.size()) {
+            consider(start_[measured_]);
+        } else if (population_.size() < kPopulation || random.chance(20)) {
+            consider(someSignal(random));
+        } else {
+            HostileSignal signal = parent(random).signal;
+            for (std::uint32_t changes = 1 + random.below(3); changes > 0; --changes)
+                change(signal, parent(random).signal, random);
+            consider(signal);
+        }
+    }
+
+    double worst() const { return population_.empty() ? 0.0 : population_.front().ratio; }
+
+    /// The three worst, as lines for the file that the test reads.
+    void print() const
+    {
+        for (std::size_t i = 0; i < std::min<std::size_t>(3, population_.size()); ++i)
+            std::cout << "# " << operations_.instructionSet << ", " << measure_.name << ": " << population_[i].ratio
+                      << " times those of music (" << measured_ << " signals)\n"
+                      << population_[i].signal << '\n';
+    }
+
+private:
+    const Candidate& parent(Random& random) const
+    {
+        const auto size = static_cast<std::uint32_t>(population_.size());
+        return population_[std::min(random.below(size), random.below(size))];
+    }
+
+    void consider(const HostileSignal& signal)
+    {
+        ++measured_;
+        auto [music, added] = inMusic_.try_emplace(signal.format);
+        if (added) music->second = static_cast<double>(measure_.inMusic(signal.format));
+        const double ratio = static_cast<double>(measure_.ofLastBlock(signal)) / music->second;
+
+        // One for each cost, or the population would be one signal and its likes.
+        const auto place = std::lower_bound(population_.begin(), population_.end(), ratio,
+                                            [](const Candidate& c, double r) { return c.ratio > r; });
+        if (place != population_.end() && place->ratio == ratio) return;
+        population_.insert(place, {signal, ratio});
+        if (population_.size() > kPopulation) population_.pop_back();
+    }
+
+    const BlockOperations& operations_;
+    const Measure& measure_;
+    const std::vector<HostileSignal>& start_;
+    std::vector<Candidate> population_; ///< the worst first
+    std::map<StreamFormat, double> inMusic_;
+    std::size_t measured_ = 0;
+};
+
+int search(unsigned minutes)
+{
+    using Clock = std::chrono::steady_clock;
+    const std::uint64_t seed = std::random_device{}();
+    std::cout << "# seed " << seed << std::endl;
+    Random random(seed);
+
+    const auto start = hostileSignalsIn(TARN_WORST_BLOCKS);
+    std::vector<Search> searches;
+    for (const Measure& measure : kMeasures)
+        for (const BlockOperations* const operations : zrk_tarn::usableOperations())
+            searches.emplace_back(*operations, measure, start);
+
+    // In turns of equal time, the last ones measured as well as the first.
+    const auto end = Clock::now() + std::chrono::minutes(minutes);
+    while (Clock::now() < end) {
+        for (Search& one : searches) {
+            const auto turn = std::min(end, Clock::now() + std::chrono::seconds(5));
+            while (Clock::now() < turn) one.step(random);
+        }
+        for (const Search& one : searches) std::fprintf(stderr, "%7.3f", one.worst());
+        std::fprintf(stderr, "\n");
+    }
+
+    bool within = true;
+    for (const Search& one : searches) {
+        one.print();
+        within = within && one.worst() <= kBound;
+    }
+    return within ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        const std::string_view digits = argc == 2 ? argv[1] : "";
+        unsigned minutes = 0;
+        const auto [last, error] = std::from_chars(digits.begin(), digits.end(), minutes);
+        if (error != std::errc() || last != digits.end() || minutes == 0) {
+            std::cerr << "usage: tarn_worst_search MINUTES\n";
+            return 64;
+        }
+        if (!canCountInstructions()) {
+            std::cerr << "tarn_worst_search: instructions cannot be counted on this machine\n";
+            return 1;
+        }
+        return search(minutes);
+    } catch (const std::exception& error) {
+        std::cerr << "tarn_worst_search: " << error.what() << '\n';
+        return 1;
+    }
+}
