@@ -1,6 +1,6 @@
 #include "cinema/interpolation.h"
 
-#include "cinema/smoothing.h"
+#include "lanes/gradual.h"
 #include "lanes/lanes.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET

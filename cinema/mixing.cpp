@@ -1,7 +1,7 @@
 #include "cinema/mixing.h"
 
 #include "cinema/band_layouts.h"
-#include "cinema/smoothing.h"
+#include "lanes/gradual.h"
 #include "lanes/lanes.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
@@ -35,17 +35,17 @@ Floats<8 * kRows> firstElements(const float (*rows)[12]) noexcept
     }
 }
 
-template <bool kGradual>
-Mix mixWithGain(const Floats<16> (&fronts)[4], const Floats<16>& gain, const Floats<16> (&centre)[2]) noexcept
+/// An element of all groups' matrices in lanes.
+struct Columns
 {
-    return {product<kGradual>(fronts[0], gain), product<kGradual>(fronts[1], gain), centre[0], centre[1],
-            product<kGradual>(fronts[2], gain), product<kGradual>(fronts[3], gain)};
-}
+    Floats<16> fronts[4];
+    Floats<16> centre[2];
+};
 
-Mix mixOfGroups(const ZRKTarn& engine) noexcept
+Columns columnsOf(const float (&matrices)[16][12]) noexcept
 {
     // Sixteen rows of eight elements, cut by columns.
-    const Floats<128> rows = firstElements<16>(engine.groupMatrix);
+    const Floats<128> rows = firstElements<16>(matrices);
     const LanePair<float, 64> e = deinterleaved(rows);
     const LanePair<float, 32> even = deinterleaved(e.even); // columns 0 2 4 6
     const LanePair<float, 32> odd = deinterleaved(e.odd);   // columns 1 3 5 7
@@ -53,14 +53,26 @@ Mix mixOfGroups(const ZRKTarn& engine) noexcept
     const LanePair<float, 16> c26 = deinterleaved(even.odd);
     const LanePair<float, 16> c15 = deinterleaved(odd.even);
     const LanePair<float, 16> c37 = deinterleaved(odd.odd);
+    return {{c04.even, c15.even, c04.odd, c15.odd}, {c26.even, c37.even}};
+}
 
-    const Doubles<16> away = abs(toDouble(load<16>(engine.lrSlower)));
+bool isTiny(const Columns& c) noexcept
+{
+    return any(nearUnderflow(c.fronts[0]) | nearUnderflow(c.fronts[1]) | nearUnderflow(c.fronts[2]) |
+               nearUnderflow(c.fronts[3]) | nearUnderflow(c.centre[0]) | nearUnderflow(c.centre[1]));
+}
+
+template <bool kGradual>
+Mix mixWithGain(const Columns& columns, const float (&lr)[16]) noexcept
+{
+    const Doubles<16> away = abs(toDouble(load<16>(lr)));
     const Floats<16> gain = toFloat((broadcast<16>(1.0) - away) * broadcast<16>(0.5) + broadcast<16>(1.0));
-    const Floats<16> fronts[4] = {c04.even, c15.even, c04.odd, c15.odd};
-    const Ints<16> gradual =
-        nearUnderflow(fronts[0]) | nearUnderflow(fronts[1]) | nearUnderflow(fronts[2]) | nearUnderflow(fronts[3]);
-    const Floats<16> centre[2] = {c26.even, c37.even};
-    return any(gradual) ? mixWithGain<true>(fronts, gain, centre) : mixWithGain<false>(fronts, gain, centre);
+    return {product<kGradual>(columns.fronts[0], gain),
+            product<kGradual>(columns.fronts[1], gain),
+            columns.centre[0],
+            columns.centre[1],
+            product<kGradual>(columns.fronts[2], gain),
+            product<kGradual>(columns.fronts[3], gain)};
 }
 
 /// The value of its group for the bands of one vector.
@@ -89,18 +101,49 @@ template <typename Layout>
     return spread<Layout>(groups, std::make_integer_sequence<int, Floats<64>::kParts>{});
 }
 
-template <typename Layout>
-void mixBands(ZRKTarn& engine) noexcept
+template <bool kGradual, typename Layout>
+[[gnu::always_inline]] inline Floats<64> mixed(const Floats<16>& ofL, const Floats<64>& l, const Floats<16>& ofR,
+                                               const Floats<64>& r) noexcept
 {
-    const Mix mix = mixOfGroups(engine);
+    return product<kGradual>(spreadOverBands<Layout>(ofL), l) + product<kGradual>(spreadOverBands<Layout>(ofR), r);
+}
+
+template <bool kGradualGain, bool kGradual, typename Layout>
+void mixBands(const Columns& columns, ZRKTarn& engine) noexcept
+{
+    const Mix mix = mixWithGain<kGradualGain>(columns, engine.lrSlower);
     const Floats<64> l = load<64>(engine.subband[0]);
     const Floats<64> r = load<64>(engine.subband[1]);
-    store(engine.outSubband[0],
-          spreadOverBands<Layout>(mix.frontLeftOfL) * l + spreadOverBands<Layout>(mix.frontLeftOfR) * r);
-    store(engine.outSubband[1],
-          spreadOverBands<Layout>(mix.frontRightOfL) * l + spreadOverBands<Layout>(mix.frontRightOfR) * r);
-    store(engine.outSubband[2],
-          spreadOverBands<Layout>(mix.centreOfL) * l + spreadOverBands<Layout>(mix.centreOfR) * r);
+    store(engine.outSubband[0], mixed<kGradual, Layout>(mix.frontLeftOfL, l, mix.frontLeftOfR, r));
+    store(engine.outSubband[1], mixed<kGradual, Layout>(mix.frontRightOfL, l, mix.frontRightOfR, r));
+    store(engine.outSubband[2], mixed<kGradual, Layout>(mix.centreOfL, l, mix.centreOfR, r));
+}
+
+bool isSilent(const float (&subband)[2][64]) noexcept
+{
+    const Floats<128> both = load<128>(subband[0]);
+    return !any(~(both == broadcast<128>(0.0f)));
+}
+
+/// Returns whether any mixed subband is near underflow.
+template <typename Layout>
+bool mixBands(ZRKTarn& engine) noexcept
+{
+    const Columns columns = columnsOf(engine.groupMatrix);
+    // Only a tiny weight makes a tiny coefficient.
+    const bool tiny =
+        any(nearUnderflow(load<16>(engine.lrSlower)) | nearUnderflow(load<16>(engine.fbSlower))) && isTiny(columns);
+    if (!tiny) {
+        mixBands<false, false, Layout>(columns, engine);
+        return false;
+    }
+    if (isSilent(engine.subband)) {
+        mixBands<true, false, Layout>(columns, engine);
+        return false;
+    }
+    mixBands<true, true, Layout>(columns, engine);
+    return anyNearUnderflow(engine.outSubband[0]) || anyNearUnderflow(engine.outSubband[1]) ||
+           anyNearUnderflow(engine.outSubband[2]);
 }
 
 /// Any grouping, band after band.
@@ -123,9 +166,11 @@ void mixGroups(ZRKTarn& engine) noexcept
 
 } // namespace
 
-void mixSubbands(ZRKTarn& engine) noexcept
+bool mixSubbands(ZRKTarn& engine) noexcept
 {
-    const bool known = dispatchLayout(engine.bandCount, [&](auto layout) { mixBands<decltype(layout)>(engine); });
+    bool tiny = false;
+    const bool known =
+        dispatchLayout(engine.bandCount, [&](auto layout) { tiny = mixBands<decltype(layout)>(engine); });
     if (known) {
         engine.bandIndex = 64;
     } else {
@@ -133,6 +178,7 @@ void mixSubbands(ZRKTarn& engine) noexcept
     }
     engine.groupIndex = 16;
     for (int j = 0; j < 6; ++j) engine.mixCoeff[j] = engine.groupMatrix[15][j];
+    return tiny;
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

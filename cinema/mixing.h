@@ -12,6 +12,8 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 /// In   subband [2][64], groupMatrix [16][12], lrSlower [16], bandCount [16], which tiles 64 bands at most
 /// Out  outSubband [3][64]  bands past the last group keep their values
 ///      mixCoeff [6]        those of the last group
-void mixSubbands(ZRKTarn& engine) noexcept;
+///
+/// Returns whether a mixed subband is near underflow, so that the transform had better form products gradually.
+bool mixSubbands(ZRKTarn& engine) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -47,11 +47,11 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     steerGroups(engine);
     selectSpeeds(engine);
     interpolateMatrices(engine);
-    mixSubbands(engine);
+    const bool tiny = mixSubbands(engine);
 
     // Synthesis. The transform writes the newest slot of every history.
     for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
-    transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
+    transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0], tiny);
     for (int r = 0; r < 3; ++r) {
         overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
         roundOutput(engine.overlapNow[r], engine.outputBlock[r]);

@@ -26,19 +26,21 @@ struct Followed
     Ints<16> slow;
 };
 
-template <bool kGradual>
+template <bool kGradual, bool kTinyPair>
 FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
 {
-    return {smoothed<kGradual>(engine.slower, steering, state.slower),
-            smoothed<kGradual>(engine.slow, steering, state.slow), smoothed<kGradual>(engine.mid, steering, state.mid),
-            smoothed<kGradual>(engine.fast, steering, state.fast)};
+    return {smoothed<kGradual, kTinyPair>(engine.slower, steering, state.slower),
+            smoothed<kGradual, kTinyPair>(engine.slow, steering, state.slow),
+            smoothed<kGradual, kTinyPair>(engine.mid, steering, state.mid),
+            smoothed<kGradual, kTinyPair>(engine.fast, steering, state.fast)};
 }
 
 FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
 {
+    if (anyTinyPair(engine)) return smoothedAtFourSpeeds<true, true>(engine, steering, state);
     // After a choice all four speeds stand at the same place.
-    return any(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true>(engine, steering, state)
-                                            : smoothedAtFourSpeeds<false>(engine, steering, state);
+    return any(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true, false>(engine, steering, state)
+                                            : smoothedAtFourSpeeds<false, false>(engine, steering, state);
 }
 
 /// Group ascending.

@@ -71,19 +71,34 @@ Steering steer(float left, float right, float sum, float diff) noexcept
     return place;
 }
 
+namespace
+{
+
+template <bool kTinyPair>
+void smoothBroadband(ZRKTarn& engine) noexcept
+{
+    smooth<kTinyPair>(engine.slower, engine.globalLR, engine.globalLRSlower);
+    smooth<kTinyPair>(engine.slower, engine.globalFB, engine.globalFBSlower);
+    smooth<kTinyPair>(engine.slow, engine.globalLR, engine.globalLRSlow);
+    smooth<kTinyPair>(engine.slow, engine.globalFB, engine.globalFBSlow);
+    smooth<kTinyPair>(engine.mid, engine.globalLR, engine.globalLRMid);
+    smooth<kTinyPair>(engine.mid, engine.globalFB, engine.globalFBMid);
+    smooth<kTinyPair>(engine.fast, engine.globalLR, engine.globalLRFast);
+    smooth<kTinyPair>(engine.fast, engine.globalFB, engine.globalFBFast);
+}
+
+} // namespace
+
 void steerBroadband(ZRKTarn& engine) noexcept
 {
     const Steering place = steer(engine.avgLevelL, engine.avgLevelR, engine.avgLevelSum, engine.avgLevelDiff);
     engine.globalLR = place.lr;
     engine.globalFB = place.fb;
-    smooth(engine.slower, place.lr, engine.globalLRSlower);
-    smooth(engine.slower, place.fb, engine.globalFBSlower);
-    smooth(engine.slow, place.lr, engine.globalLRSlow);
-    smooth(engine.slow, place.fb, engine.globalFBSlow);
-    smooth(engine.mid, place.lr, engine.globalLRMid);
-    smooth(engine.mid, place.fb, engine.globalFBMid);
-    smooth(engine.fast, place.lr, engine.globalLRFast);
-    smooth(engine.fast, place.fb, engine.globalFBFast);
+    if (anyTinyPair(engine)) {
+        smoothBroadband<true>(engine);
+    } else {
+        smoothBroadband<false>(engine);
+    }
 }
 
 void steerGroups(ZRKTarn& engine) noexcept

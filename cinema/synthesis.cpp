@@ -1,15 +1,38 @@
 #include "cinema/synthesis.h"
 
 #include "filterbank/cos_mod.h"
+#include "lanes/gradual.h"
 #include "lanes/lanes.h"
 #include "lanes/saturate.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+namespace
 {
-    constexpr int kWidth = kVectorFloats;
+
+constexpr int kWidth = kVectorFloats;
+
+/// Whether a slot that is weighted holds values near underflow. A transform spreads every subband over all 64 of them,
+/// so that a few tell.
+bool anySlotNearUnderflow(const float (&history)[1024]) noexcept
+{
+    Floats<4> least = abs(load<4>(history));
+#pragma GCC unroll 8
+    for (int m = 128; m < 1024; m += 128) {
+        const Floats<4> magnitude = abs(load<4>(history + m));
+        least = select(magnitude < least, magnitude, least);
+    }
+    // Silence is smaller too, but not near underflow.
+    if (!any(least < broadcast<4>(kNearUnderflow))) return false;
+    Ints<4> near = broadcast<4>(std::int32_t{0});
+    for (int m = 0; m < 1024; m += 128) near = near | nearUnderflow(load<4>(history + m));
+    return any(near);
+}
+
+template <bool kGradual>
+void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+{
     constexpr int kLastSlot = 1024 - 128;
 
     // Outputs n and 63 - n take the same difference and the same sum of Y[n] and Y[63 - n] up to their sign. The filter
@@ -37,10 +60,10 @@ void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float
                 const Floats<kWidth> yMirrored = load<kWidth>(even + mirrored);
                 const Floats<kWidth> difference = y - reversed(yMirrored);
                 const Floats<kWidth> sum = y + reversed(yMirrored);
-                now = now + difference * load<kWidth>(lpf + n + m);
-                nowMirrored = nowMirrored + difference * load<kWidth>(lpf + 960 + n - m);
-                minusNext = minusNext + sum * load<kWidth>(lpf + 64 + n + m);
-                nextMirrored = nextMirrored + sum * load<kWidth>(lpf + kLastSlot + n - m);
+                now = now + product<kGradual>(difference, load<kWidth>(lpf + n + m));
+                nowMirrored = nowMirrored + product<kGradual>(difference, load<kWidth>(lpf + 960 + n - m));
+                minusNext = minusNext + product<kGradual>(sum, load<kWidth>(lpf + 64 + n + m));
+                nextMirrored = nextMirrored + product<kGradual>(sum, load<kWidth>(lpf + kLastSlot + n - m));
 
                 store(even + n, carried);
                 store(even + mirrored, carriedMirrored);
@@ -60,9 +83,19 @@ void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float
     }
 }
 
+} // namespace
+
+void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+{
+    if (anySlotNearUnderflow(history)) {
+        weightAddAndAdvance<true>(history, overlapNow, overlapNext);
+    } else {
+        weightAddAndAdvance<false>(history, overlapNow, overlapNext);
+    }
+}
+
 void roundOutput(const float (&sums)[64], std::int32_t (&output)[64]) noexcept
 {
-    constexpr int kWidth = kVectorFloats;
     truncateRow(
         [&](int n) {
             const Floats<kWidth> sum = load<kWidth>(sums + n);

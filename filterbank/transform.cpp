@@ -1,6 +1,7 @@
 #include "filterbank/transform.h"
 
 #include "filterbank/transform_tables.h"
+#include "lanes/gradual.h"
 #include "lanes/lanes.h"
 
 #include <cstddef>
@@ -101,20 +102,20 @@ template <int kColumn, int kCount>
 }
 
 /// Adds column kColumn of a product of one matrix with several vectors, the outputs of a product in lanes.
-template <int kColumn, int kCount, std::size_t kVectors>
+template <bool kGradual, int kColumn, int kCount, std::size_t kVectors>
 [[gnu::always_inline]] inline void addColumn(const float (&columns)[8][8], const Octets<kCount> (&vectors)[kVectors],
                                              const float (*stored)[8], Octets<kCount> (&products)[kVectors]) noexcept
 {
     const Octets<kCount> column = repeated<kCount>(columns[kColumn]);
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) {
-        const Octets<kCount> term = spreadFrom<kColumn, kCount>(vectors[v], stored[v]) * column;
+        const Octets<kCount> term = product<kGradual>(spreadFrom<kColumn, kCount>(vectors[v], stored[v]), column);
         products[v] = kColumn == 0 ? term : products[v] + term;
     }
 }
 
 /// Products of one matrix with several vectors; every sum begins with its first product, columns ascending.
-template <int kCount, std::size_t kVectors, int... kColumn>
+template <bool kGradual, int kCount, std::size_t kVectors, int... kColumn>
 [[gnu::always_inline]] inline void multiply(const float (&columns)[8][8], const Octets<kCount> (&vectors)[kVectors],
                                             Octets<kCount> (&products)[kVectors],
                                             std::integer_sequence<int, kColumn...> /*all*/) noexcept
@@ -122,48 +123,48 @@ template <int kCount, std::size_t kVectors, int... kColumn>
     alignas(kVectorBytes) float stored[kVectors][8];
     if constexpr (kCount == 1)
         for (std::size_t v = 0; v < kVectors; ++v) store(stored[v], vectors[v]);
-    (addColumn<kColumn, kCount>(columns, vectors, stored, products), ...);
+    (addColumn<kGradual, kColumn, kCount>(columns, vectors, stored, products), ...);
 }
 
 /// A DCT-III of 16 from the products of its halves.
-template <int kCount>
+template <bool kGradual, int kCount>
 [[gnu::always_inline]] inline Cut<kCount, 2> joinDct3Of16(const Octets<kCount>& even,
                                                           const Octets<kCount>& odd) noexcept
 {
-    const Octets<kCount> scaled = odd * repeated<kCount>(transformTables.dct3Scale16);
+    const Octets<kCount> scaled = product<kGradual>(odd, repeated<kCount>(transformTables.dct3Scale16));
     return {{even + scaled, even - scaled}};
 }
 
 /// A DCT-IV of 16 from the products of its halves.
-template <int kCount>
+template <bool kGradual, int kCount>
 [[gnu::always_inline]] inline Cut<kCount, 2> joinDct4Of16(const Octets<kCount>& a, const Octets<kCount>& b) noexcept
 {
-    return {{repeated<kCount>(transformTables.dct4Scale16[0]) * (a + b),
-             repeated<kCount>(transformTables.dct4Scale16[1]) * (a - b)}};
+    return {{product<kGradual>(repeated<kCount>(transformTables.dct4Scale16[0]), a + b),
+             product<kGradual>(repeated<kCount>(transformTables.dct4Scale16[1]), a - b)}};
 }
 
-template <int kCount>
+template <bool kGradual, int kCount>
 [[gnu::always_inline]] inline Cut<kCount, 4> joinDct3Of32(const Cut<kCount, 2>& even,
                                                           const Cut<kCount, 2>& odd) noexcept
 {
     Cut<kCount, 4> out;
     for (int c = 0; c < 2; ++c) {
-        const Octets<kCount> scaled = odd.octet[c] * repeated<kCount>(transformTables.dct3Scale32[c]);
+        const Octets<kCount> scaled = product<kGradual>(odd.octet[c], repeated<kCount>(transformTables.dct3Scale32[c]));
         out.octet[c] = even.octet[c] + scaled;
         out.octet[3 - c] = even.octet[c] - scaled;
     }
     return out;
 }
 
-template <int kCount>
+template <bool kGradual, int kCount>
 [[gnu::always_inline]] inline Cut<kCount, 4> joinDct4Of32(const Cut<kCount, 2>& a, const Cut<kCount, 2>& b) noexcept
 {
     Cut<kCount, 4> out;
     for (int c = 0; c < 2; ++c) {
         const Octets<kCount> upper = repeated<kCount>(transformTables.dct4Scale32[0][c]);
         const Octets<kCount> lower = repeated<kCount>(transformTables.dct4Scale32[1][c]);
-        out.octet[c] = upper * (a.octet[c] + b.octet[c]);
-        out.octet[3 - c] = lower * (a.octet[c] - b.octet[c]);
+        out.octet[c] = product<kGradual>(upper, a.octet[c] + b.octet[c]);
+        out.octet[3 - c] = product<kGradual>(lower, a.octet[c] - b.octet[c]);
     }
     return out;
 }
@@ -180,7 +181,7 @@ template <int kCount, int kStride>
     }
 }
 
-template <int kCount, int kStride>
+template <bool kGradual, int kCount, int kStride>
 [[gnu::always_inline]] inline void transformTogether(const float (*even)[32], const float (*odd)[32],
                                                      float* out) noexcept
 {
@@ -200,35 +201,51 @@ template <int kCount, int kStride>
     constexpr std::make_integer_sequence<int, 8> kAllColumns{};
     Octets<kCount> dct4[1];
     Octets<kCount> dct3[7];
-    multiply<kCount>(transformTables.dct4Columns, dct4Input, dct4, kAllColumns);
-    multiply<kCount>(transformTables.dct3Columns, dct3Input, dct3, kAllColumns);
+    multiply<kGradual, kCount>(transformTables.dct4Columns, dct4Input, dct4, kAllColumns);
+    multiply<kGradual, kCount>(transformTables.dct3Columns, dct3Input, dct3, kAllColumns);
 
-    const Cut<kCount, 4> a =
-        joinDct4Of32<kCount>(joinDct4Of16<kCount>(dct4[0], dct3[0]), joinDct3Of16<kCount>(dct3[1], dct3[2]));
-    const Cut<kCount, 4> b =
-        joinDct3Of32<kCount>(joinDct3Of16<kCount>(dct3[3], dct3[4]), joinDct3Of16<kCount>(dct3[5], dct3[6]));
+    const Cut<kCount, 4> a = joinDct4Of32<kGradual, kCount>(joinDct4Of16<kGradual, kCount>(dct4[0], dct3[0]),
+                                                            joinDct3Of16<kGradual, kCount>(dct3[1], dct3[2]));
+    const Cut<kCount, 4> b = joinDct3Of32<kGradual, kCount>(joinDct3Of16<kGradual, kCount>(dct3[3], dct3[4]),
+                                                            joinDct3Of16<kGradual, kCount>(dct3[5], dct3[6]));
     for (int c = 0; c < 4; ++c) {
         const Octets<kCount> upper = repeated<kCount>(transformTables.dct4Scale64[0][c]);
         const Octets<kCount> lower = repeated<kCount>(transformTables.dct4Scale64[1][c]);
-        storeOctet<kCount, kStride>(c, upper * (a.octet[c] + b.octet[c]), out);
-        storeOctet<kCount, kStride>(7 - c, lower * (a.octet[c] - b.octet[c]), out);
+        storeOctet<kCount, kStride>(c, product<kGradual>(upper, a.octet[c] + b.octet[c]), out);
+        storeOctet<kCount, kStride>(7 - c, product<kGradual>(lower, a.octet[c] - b.octet[c]), out);
     }
 }
 
 } // namespace
 
-template <int kCount, int kStride>
-void transformPairSums(const float (*even)[32], const float (*odd)[32], float* out) noexcept
+namespace
+{
+
+template <bool kGradual, int kCount, int kStride>
+void transformAll(const float (*even)[32], const float (*odd)[32], float* out) noexcept
 {
     // Two transforms fill the widest vectors; narrower ones are full with one.
     constexpr int kTogether = kVectorFloats / 8 == 2 ? 2 : 1;
     int t = 0;
     for (; t + kTogether <= kCount; t += kTogether)
-        transformTogether<kTogether, kStride>(even + t, odd + t, out + t * kStride);
-    if constexpr (kCount % kTogether != 0) transformTogether<1, kStride>(even + t, odd + t, out + t * kStride);
+        transformTogether<kGradual, kTogether, kStride>(even + t, odd + t, out + t * kStride);
+    if constexpr (kCount % kTogether != 0)
+        transformTogether<kGradual, 1, kStride>(even + t, odd + t, out + t * kStride);
 }
 
-template void transformPairSums<2, 64>(const float (*)[32], const float (*)[32], float*) noexcept;
-template void transformPairSums<3, 1024>(const float (*)[32], const float (*)[32], float*) noexcept;
+} // namespace
+
+template <int kCount, int kStride>
+void transformPairSums(const float (*even)[32], const float (*odd)[32], float* out, bool tiny) noexcept
+{
+    if (tiny) {
+        transformAll<true, kCount, kStride>(even, odd, out);
+    } else {
+        transformAll<false, kCount, kStride>(even, odd, out);
+    }
+}
+
+template void transformPairSums<2, 64>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
+template void transformPairSums<3, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET
