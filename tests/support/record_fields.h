@@ -73,7 +73,7 @@ void forEachParameter(A& a, B& b, Visit visit)
 template <typename A, typename B, typename Visit>
 void forEachHostField(A& a, B& b, Visit visit)
 {
-    forEachProcessorField(a, b, [&](const char* name, const auto& fieldA, const auto& fieldB) {
+    forEachProcessorField(a, b, [&](const char* name, auto& fieldA, auto& fieldB) {
         if constexpr (!std::is_pointer_v<std::remove_cvref_t<decltype(fieldA)>>) visit(name, fieldA, fieldB);
     });
 }
