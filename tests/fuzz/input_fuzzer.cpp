@@ -48,13 +48,14 @@ namespace
 using fuzz::ByteReader;
 
 constexpr std::size_t kMostOutput = std::size_t{1} << 20;
+const std::string kStream = "-"; ///< standard input and output by name
 constexpr std::string_view kMatrix = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";
 
 int standardError = -1; ///< a copy that stays open
 
-[[noreturn]] void fail(const std::string& what)
+[[noreturn]] void fail(const std::string& what, const std::string& detail)
 {
-    dprintf(standardError, "tarn upmix: %s\n", what.c_str());
+    dprintf(standardError, "tarn upmix: %s: %s\n", what.c_str(), detail.c_str());
     std::abort();
 }
 
@@ -145,22 +146,22 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
         outcome.exitCode = failure.exitCode();
         outcome.message = failure.what();
     } catch (const std::exception& error) {
-        fail(std::string("internal error: ") + error.what());
+        fail("internal error", error.what());
     }
     outcome.written = static_cast<std::size_t>(lseek(STDOUT_FILENO, 0, SEEK_CUR));
 
     if (outcome.exitCode == EX_OK) return outcome;
     constexpr std::array kExitCodes{EX_USAGE, EX_DATAERR, EX_IOERR};
     if (std::find(kExitCodes.begin(), kExitCodes.end(), outcome.exitCode) == kExitCodes.end())
-        fail("exit code " + std::to_string(outcome.exitCode) + ": " + outcome.message);
+        fail(std::to_string(outcome.exitCode) + " is no exit code", outcome.message);
     if (outcome.exitCode == EX_IOERR && outcome.written < kMostOutput - 4096)
-        fail("cannot write, where there is room: " + outcome.message);
+        fail("cannot write, where there is room", outcome.message);
     constexpr std::size_t kLongestMessage = 1000;
     const bool printable = std::none_of(outcome.message.begin(), outcome.message.end(), [](char c) {
         return (static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7f;
     });
     if (!printable || outcome.message.size() > kLongestMessage)
-        fail("a message that is not for a terminal: " + outcome.message);
+        fail("a message that is not for a terminal", outcome.message);
     return outcome;
 }
 
@@ -176,7 +177,7 @@ void requireWholeFrames(const tarn::UpmixOptions& options, const Outcome& outcom
     const std::size_t sampleBytes = options.bits ? *options.bits / 8 : kShortestSample;
     if (outcome.exitCode == EX_OK &&
         (outcome.written == 0 || (options.bits && outcome.written % (slots * sampleBytes) != 0)))
-        fail("wrote " + std::to_string(outcome.written) + " bytes in all");
+        fail(std::to_string(outcome.written) + " bytes written", options.layout);
 }
 
 /// An audio file, which is read or refused.
@@ -219,7 +220,7 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
     std::string text = bytes.textUpTo('\n').substr(0, kLongestFormat);
     std::erase_if(text, [](char c) { return c < 0x20 || c == 0x7f; });
     const std::string pcm = textOf(bytes.rest());
-    options.input = "-";
+    options.input = kStream;
     options.raw = text;
     surroundings().remap.hold(kMatrix);
     surroundings().input.hold(pcm);
@@ -236,17 +237,16 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
         if (written > kMostOutput) return;
     }
     if (outcome.exitCode != exitCode)
-        fail("exit code " + std::to_string(outcome.exitCode) + ", not " + std::to_string(exitCode) + ": " +
-             outcome.message);
+        fail(std::to_string(outcome.exitCode) + " instead of exit code " + std::to_string(exitCode), outcome.message);
     if (exitCode == EX_OK && outcome.written != written)
-        fail("wrote " + std::to_string(outcome.written) + " bytes, not " + std::to_string(written));
+        fail(std::to_string(outcome.written) + " bytes written instead of " + std::to_string(written), text);
 }
 
 /// A remap file, in front of some PCM.
 void upmixThroughMatrix(tarn::UpmixOptions options, ByteReader& bytes)
 {
     options.layout = "slots8";
-    options.input = "-";
+    options.input = kStream;
     options.raw = "48000:16";
     surroundings().input.hold(std::string(4 * 100, '\x5a'));
     surroundings().remap.hold(textOf(bytes.rest()));
@@ -271,7 +271,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
     const std::uint8_t how = bytes.byte();
 
     tarn::UpmixOptions options;
-    options.output = "-";
+    options.output = kStream;
     options.layout = kLayouts[how % 4];
     options.bits = kBits[how / 4 % 4];
     options.noAlign = how / 16 % 2 != 0;
