@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zrk_tarn
+{
+
+inline constexpr std::size_t kBlockFrames = 64;
+inline constexpr std::size_t kMostSlots = 8;
+inline constexpr std::size_t kEngineDelayBlocks = 15; ///< 960 frames
+
+/// The samples of one slot in a block.
+using Row = std::int32_t[kBlockFrames];
+
+} // namespace zrk_tarn

@@ -1,0 +1,176 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+namespace zrk_tarn
+{
+
+/// How a sample lies in a host's memory. Integers are signed and little-endian, floats native.
+enum class SampleFormat : std::uint8_t
+{
+    S16,     ///< 16 bits in 2 bytes
+    S24,     ///< 24 bits in 3 bytes
+    S24In32, ///< 24 bits in the low 3 of 4 bytes; read without the fourth, which is written as the sign
+    S32,     ///< 32 bits in 4 bytes
+    F32      ///< single precision, full scale +-1
+};
+
+/// What an output slot carries.
+struct OutputSlot
+{
+    enum class Source : std::uint8_t
+    {
+        Engine, ///< an output of the engine: 0 front left, 1 front right, 2 centre; with a remap matrix its column
+        Input,  ///< an input slot, delayed by the latency and otherwise untouched
+        Silence
+    };
+
+    Source source = Source::Silence;
+    std::uint8_t index = 0; ///< of the engine's output or of the input slot
+};
+
+/// Gains from front left, front right and centre (rows) to four outputs (columns), signed with 28 fraction bits:
+/// 0x10000000 is unity.
+struct RemapGains
+{
+    std::uint32_t gain[3][4];
+};
+
+/// How fast the engine follows strong steering.
+enum class SteeringMode : std::uint8_t
+{
+    Fast,
+    Calm
+};
+
+/// What a stream is made for. The defaults take stereo floats and give front left, front right and centre.
+struct StreamConfiguration
+{
+    std::uint32_t sampleRateHz = 48000; ///< 32000, 44100, 48000, 64000, 88200, 96000 or 192000
+    SampleFormat format = SampleFormat::F32;
+    std::uint32_t inputSlots = 2;  ///< 1 to 8
+    std::uint32_t leftSlot = 0;    ///< input slot of the left channel
+    std::uint32_t rightSlot = 1;   ///< input slot of the right channel
+    std::uint32_t outputSlots = 3; ///< 1 to 8
+    std::array<OutputSlot, 8> outputs = {
+        {{OutputSlot::Source::Engine, 0}, {OutputSlot::Source::Engine, 1}, {OutputSlot::Source::Engine, 2}}};
+    std::optional<RemapGains> remap = std::nullopt; ///< spreads the three outputs over four
+    SteeringMode mode = SteeringMode::Fast;
+    float mixFraction = 1.0f; ///< 0 to 1
+};
+
+/// The smoothing speed that a band group follows its steering with.
+enum class SteeringSpeed : std::uint8_t
+{
+    Slower,
+    Slow,
+    Mid,
+    Fast
+};
+
+/// What a display shows. Levels are linear, full scale 1.
+struct StreamMeters
+{
+    float peak[8];           ///< per output slot; falls by 20 dB in 1.7 s (as IEC 60268-10, type I)
+    float rms[8];            ///< per output slot, over about 300 ms
+    float leftRight[16];     ///< per band group, lowest first: -1 right to 1 left
+    float frontBack[16];     ///< per band group: -1 back to 1 front
+    SteeringSpeed speed[16]; ///< per band group
+    std::uint64_t blocks;    ///< of 64 frames, processed so far
+    std::uint64_t saturated; ///< samples that were beyond full scale, before the engine or by gain behind it
+    std::uint64_t invalid;   ///< NaN samples, taken as silence
+};
+
+/// A stream of any buffer sizes through the engine, with one constant latency.
+///
+/// The engine works on blocks of 64 frames; hosts hand over 37, 100 or 1024. The stream collects frames into blocks and
+/// gives out as many frames as it takes, latencyFrames() later. Nothing is allocated after construction.
+///
+/// process, processPlanar and drain belong to one thread at a time and are real-time safe. setBypass, setMakeUpGain,
+/// setMode, bypassed and meters may be called from any thread at any time; they take no locks.
+/// Results depend on nothing but the calls: the default floating-point environment is set inside and the caller's put
+/// back.
+class [[gnu::visibility("default")]] UpmixStream
+{
+public:
+    /// What is wrong with a configuration and what would be right, as a sentence without its full stop; null if nothing
+    /// is.
+    static const char* problemOf(const StreamConfiguration& configuration) noexcept;
+
+    /// Allocates all that the stream will ever need.
+    ///
+    /// Throws std::invalid_argument with the problem of the configuration, if there is one; std::bad_alloc.
+    explicit UpmixStream(const StreamConfiguration& configuration) : UpmixStream(checked(configuration)) {}
+
+    ~UpmixStream();
+    UpmixStream(UpmixStream &&) noexcept;
+    UpmixStream& operator=(UpmixStream&&) noexcept;
+
+    /// Frames by which the output comes after the input, at every rate: 960 of the engine and 64 of the block.
+    static constexpr std::uint32_t latencyFrames() noexcept
+    {
+        return 1024;
+    }
+
+    /// Takes and gives interleaved frames.
+    ///
+    /// input   frames x input slots; null is silence
+    /// output  frames x output slots. May be the input's memory where both have as many slots
+    void process(const void* input, void* output, std::size_t frames) noexcept;
+
+    /// Takes and gives one row of floats per slot; only for F32.
+    ///
+    /// input   [input slots], each of frames samples; a null row is silence
+    /// output  [output slots], each of frames samples; a null row is not written. May be the input's rows in any order
+    void processPlanar(const float* const* input, float* const* output, std::size_t frames) noexcept;
+
+    /// Gives what is left of the stream's tail, so that the output, without its first latencyFrames(), becomes as long
+    /// as the input.
+    ///
+    /// Returns the frames written: as many as asked for, until latencyFrames() were given since the last input.
+    std::size_t drain(void* output, std::size_t frames) noexcept;
+
+    /// Makes the stream as new: silent, with the mode that is set. Bypass and make-up gain stay.
+    void reset() noexcept;
+
+    /// Changes between the upmix and the plain input: left and right as they came in, the other outputs of the engine
+    /// silent, the latency the same. Crossfades within 1024 frames.
+    void setBypass(bool bypassed) noexcept;
+    bool bypassed() const noexcept;
+
+    /// Multiplies the engine's outputs, but not what passes or is bypassed, by a gain of 0 to 8, reached within 1024
+    /// frames. Values outside, or NaN, are taken as the nearest within, or 1. At 1, the default, samples stay as the
+    /// engine gives them.
+    void setMakeUpGain(float gain) noexcept;
+
+    /// Changes how fast steering is followed, from the next block on, keeping the signal that is on its way.
+    void setMode(SteeringMode mode) noexcept;
+
+    /// The state after the last block. Single values are never torn; together they may come from neighbouring blocks.
+    StreamMeters meters() const noexcept;
+
+private:
+    struct Checked
+    {
+        const StreamConfiguration& configuration;
+    };
+
+    /// In the header, because the library throws nothing of its own.
+    static Checked checked(const StreamConfiguration& configuration)
+    {
+        if (const char* const problem = problemOf(configuration)) throw std::invalid_argument(problem);
+        return {configuration};
+    }
+
+    explicit UpmixStream(Checked checked);
+
+    class State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace zrk_tarn

@@ -1,0 +1,559 @@
+#include "stream/upmix_stream.h"
+
+#include "host/zrk_tarn_processor.h"
+#include "tests/support/random.h"
+#include "tests/support/signals.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <numbers>
+#include <vector>
+
+// The streaming adapter: buffers of any size and format, one latency, the bytes of the host object.
+
+namespace tests
+{
+
+namespace
+{
+
+using zrk_tarn::OutputSlot;
+using zrk_tarn::SampleFormat;
+using zrk_tarn::StreamConfiguration;
+using zrk_tarn::StreamMeters;
+using zrk_tarn::UpmixStream;
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::size_t kLatency = UpmixStream::latencyFrames();
+constexpr std::size_t kEngineDelay = 960;
+constexpr std::size_t kBlock = 64; ///< by which the stream is later than the engine
+constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr SampleFormat kFormats[] = {SampleFormat::S16, SampleFormat::S24, SampleFormat::S24In32, SampleFormat::S32,
+                                     SampleFormat::F32};
+
+struct FormatFacts
+{
+    std::uint32_t bits;
+    std::size_t bytes;
+};
+
+FormatFacts factsOf(SampleFormat format)
+{
+    constexpr FormatFacts kFacts[] = {{16, 2}, {24, 3}, {24, 4}, {32, 4}, {32, 4}};
+    return kFacts[static_cast<std::size_t>(format)];
+}
+
+OutputSlot engine(std::uint8_t index)
+{
+    return {OutputSlot::Source::Engine, index};
+}
+
+OutputSlot passed(std::uint8_t index)
+{
+    return {OutputSlot::Source::Input, index};
+}
+
+/// Stereo with a place that travels, in integers of a width.
+std::vector<std::int32_t> stereoOf(std::size_t frames, std::uint32_t bits, Signal signal = Signal::TravellingSource)
+{
+    Random random(bits);
+    std::vector<std::int32_t> stereo;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const Frame frame = frameOf(signal, i, random);
+        stereo.push_back(sampleOf(0.7 * frame.left, bits));
+        stereo.push_back(sampleOf(0.7 * frame.right, bits));
+    }
+    return stereo;
+}
+
+void put(std::uint8_t* position, SampleFormat format, std::int32_t sample)
+{
+    if (format == SampleFormat::F32) {
+        const auto value = static_cast<float>(static_cast<double>(sample) * 0x1p-31);
+        std::memcpy(position, &value, sizeof value);
+        return;
+    }
+    for (std::size_t j = 0; j < factsOf(format).bytes; ++j)
+        position[j] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(sample) >> (8 * j));
+}
+
+/// What a sample in memory is worth, in integers of the format's width.
+std::int64_t get(const std::uint8_t* position, SampleFormat format)
+{
+    if (format == SampleFormat::F32) {
+        float value = 0.0f;
+        std::memcpy(&value, position, sizeof value);
+        return std::llrint(static_cast<double>(value) * 0x1p31);
+    }
+    std::uint32_t bits = 0;
+    for (std::size_t j = 0; j < factsOf(format).bytes; ++j) bits |= std::uint32_t{position[j]} << (8 * j);
+    const auto unused = static_cast<int>(32 - 8 * factsOf(format).bytes);
+    return static_cast<std::int32_t>(bits << unused) >> unused;
+}
+
+/// Slots of every frame, left and right in two of them and something else in the others.
+Bytes hostBuffer(const std::vector<std::int32_t>& stereo, const StreamConfiguration& configuration)
+{
+    const std::size_t bytes = factsOf(configuration.format).bytes;
+    Bytes buffer(stereo.size() / 2 * configuration.inputSlots * bytes);
+    for (std::size_t i = 0; i < stereo.size() / 2; ++i) {
+        for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot) {
+            const std::int32_t sample = slot == configuration.leftSlot    ? stereo[2 * i]
+                                        : slot == configuration.rightSlot ? stereo[2 * i + 1]
+                                                                          : static_cast<std::int32_t>(100 * slot + i);
+            put(&buffer[(i * configuration.inputSlots + slot) * bytes], configuration.format, sample);
+        }
+    }
+    return buffer;
+}
+
+/// A whole buffer through a stream in calls of random sizes, or of one.
+Bytes through(UpmixStream& stream, const StreamConfiguration& configuration, const Bytes& input, std::size_t callFrames,
+              Random& random)
+{
+    const std::size_t bytes = factsOf(configuration.format).bytes;
+    const std::size_t frames = input.size() / bytes / configuration.inputSlots;
+    Bytes output(frames * configuration.outputSlots * bytes);
+    for (std::size_t done = 0; done < frames;) {
+        const std::size_t some = std::min(frames - done, callFrames > 0 ? callFrames : std::size_t{random.below(200)});
+        stream.process(input.data() + done * configuration.inputSlots * bytes,
+                       output.data() + done * configuration.outputSlots * bytes, some);
+        done += some;
+    }
+    return output;
+}
+
+/// One slot of a buffer, in integers.
+std::vector<std::int64_t> slotOf(const Bytes& buffer, std::size_t slot, std::size_t slots, SampleFormat format)
+{
+    const std::size_t bytes = factsOf(format).bytes;
+    std::vector<std::int64_t> samples;
+    for (std::size_t at = slot * bytes; at < buffer.size(); at += slots * bytes)
+        samples.push_back(get(&buffer[at], format));
+    return samples;
+}
+
+/// What the host object makes of a stereo stream in whole blocks, with its delay and its tail: front left, front right,
+/// centre.
+std::vector<std::vector<std::int64_t>> expectedOutputs(std::vector<std::int32_t> stereo, std::uint32_t rateHz,
+                                                       std::uint32_t bits)
+{
+    const std::size_t frames = stereo.size() / 2;
+    stereo.resize(2 * ((frames + kEngineDelay + 63) / 64 * 64));
+    const std::size_t bytes = bits / 8;
+    Bytes buffer(stereo.size() / 2 * 3 * bytes);
+    const SampleFormat format = bits == 16 ? SampleFormat::S16 : bits == 24 ? SampleFormat::S24 : SampleFormat::S32;
+    for (std::size_t i = 0; i < stereo.size(); ++i) put(&buffer[(i / 2 * 3 + i % 2) * bytes], format, stereo[i]);
+
+    zrk_tarn_processor_t processor;
+    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200}};
+    processor.process(buffer.data(), static_cast<std::uint32_t>(stereo.size() / 2), 3, rateHz, bits, &assignment);
+    return {slotOf(buffer, 0, 3, format), slotOf(buffer, 1, 3, format), slotOf(buffer, 2, 3, format)};
+}
+
+/// Single precision keeps the upper 24 bits of an integer.
+std::int64_t asFloatCarries(std::int64_t sample)
+{
+    return std::llrint(static_cast<double>(static_cast<float>(sample)));
+}
+
+} // namespace
+
+TEST(UpmixStream, GivesTheHostObjectsSamplesLateByTheLatencyInEveryFormatAndAtEveryRate)
+{
+    constexpr std::size_t kFrames = 5000;
+    Random random(3);
+    for (const std::uint32_t rateHz : kRatesHz) {
+        for (const SampleFormat format : kFormats) {
+            StreamConfiguration configuration{.sampleRateHz = rateHz, .format = format};
+            const std::uint32_t bits = factsOf(format).bits;
+            auto stereo = stereoOf(kFrames, bits);
+            if (format == SampleFormat::F32)
+                for (std::int32_t& sample : stereo) sample = sample / 256 * 256; // what floats can hold
+            UpmixStream stream(configuration);
+            const Bytes output = through(stream, configuration, hostBuffer(stereo, configuration), 0, random);
+            const auto expected = expectedOutputs(stereo, rateHz, bits);
+            for (std::size_t slot = 0; slot < 3; ++slot) {
+                const auto samples = slotOf(output, slot, 3, format);
+                for (std::size_t i = 0; i < kBlock; ++i) ASSERT_EQ(samples[i], 0) << "frame " << i;
+                for (std::size_t i = kBlock; i < kFrames; ++i) {
+                    const std::int64_t sample = expected[slot][i - kBlock];
+                    ASSERT_EQ(samples[i], format == SampleFormat::F32 ? asFloatCarries(sample) : sample)
+                        << rateHz << " Hz, format " << static_cast<int>(format) << ", slot " << slot << ", frame " << i;
+                }
+            }
+        }
+    }
+}
+
+TEST(UpmixStream, LatencyIsWhereAnImpulseComesOut)
+{
+    for (const std::uint32_t rateHz : kRatesHz) {
+        for (const std::size_t position : {0u, 1u, 63u, 64u, 100u, 500u}) {
+            const StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
+            std::vector<std::int32_t> stereo(2 * 4096);
+            stereo[2 * position] = 1 << 30;
+            UpmixStream stream(configuration);
+            Random random(1);
+            const Bytes output = through(stream, configuration, hostBuffer(stereo, configuration), 37, random);
+            const auto left = slotOf(output, 0, 3, SampleFormat::S32);
+            const auto largest = std::max_element(
+                left.begin(), left.end(), [](std::int64_t a, std::int64_t b) { return std::abs(a) < std::abs(b); });
+            EXPECT_EQ(static_cast<std::size_t>(largest - left.begin()), position + kLatency) << rateHz << " Hz";
+        }
+    }
+}
+
+TEST(UpmixStream, SizesOfCallsChangeNothing)
+{
+    const StreamConfiguration configuration{.format = SampleFormat::S16};
+    const Bytes input = hostBuffer(stereoOf(9000, 16), configuration);
+    Random random(7);
+    UpmixStream atOnce(configuration);
+    const Bytes expected = through(atOnce, configuration, input, 9000, random);
+    for (const std::size_t callFrames : {0u, 1u, 37u, 63u, 64u, 65u, 100u, 1024u}) {
+        UpmixStream stream(configuration);
+        EXPECT_EQ(through(stream, configuration, input, callFrames, random), expected) << callFrames << " frames";
+    }
+}
+
+TEST(UpmixStream, WorksInPlace)
+{
+    StreamConfiguration configuration{.format = SampleFormat::S24, .inputSlots = 3};
+    Bytes buffer = hostBuffer(stereoOf(3000, 24), configuration);
+    Random random(7);
+    UpmixStream apart(configuration);
+    const Bytes expected = through(apart, configuration, buffer, 100, random);
+    UpmixStream inPlace(configuration);
+    for (std::size_t done = 0; done < 3000; done += 100) inPlace.process(&buffer[done * 9], &buffer[done * 9], 100);
+    EXPECT_EQ(buffer, expected);
+}
+
+TEST(UpmixStream, PlanarRowsCarryWhatInterleavedFramesDo)
+{
+    const StreamConfiguration configuration;
+    constexpr std::size_t kFrames = 2000;
+    const Bytes input = hostBuffer(stereoOf(kFrames, 32), configuration);
+    Random random(7);
+    UpmixStream interleaved(configuration);
+    const Bytes expected = through(interleaved, configuration, input, kFrames, random);
+
+    // The output takes the place of the input, left and right exchanged.
+    std::vector<float> rows[3];
+    for (auto& row : rows) row.resize(kFrames);
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        std::memcpy(&rows[0][i], &input[8 * i], 4);
+        std::memcpy(&rows[1][i], &input[8 * i + 4], 4);
+    }
+    UpmixStream planar(configuration);
+    for (std::size_t done = 0; done < kFrames; done += 50) {
+        const float* const from[] = {&rows[0][done], &rows[1][done]};
+        float* const to[] = {&rows[1][done], &rows[0][done], &rows[2][done]};
+        planar.processPlanar(from, to, 50);
+    }
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        ASSERT_EQ(0, std::memcmp(&rows[1][i], &expected[12 * i], 4)) << i;
+        ASSERT_EQ(0, std::memcmp(&rows[0][i], &expected[12 * i + 4], 4)) << i;
+        ASSERT_EQ(0, std::memcmp(&rows[2][i], &expected[12 * i + 8], 4)) << i;
+    }
+}
+
+TEST(UpmixStream, OtherSlotsPassDelayedByTheLatencyOrAreSilent)
+{
+    StreamConfiguration configuration{.format = SampleFormat::S16, .inputSlots = 6, .leftSlot = 1, .rightSlot = 0};
+    configuration.outputSlots = 7;
+    configuration.outputs = {{engine(2), engine(0), engine(1), passed(3), passed(5), {}, passed(1)}};
+    constexpr std::size_t kFrames = 4000;
+    const auto stereo = stereoOf(kFrames, 16);
+    const Bytes input = hostBuffer(stereo, configuration);
+    Random random(7);
+    UpmixStream stream(configuration);
+    const Bytes output = through(stream, configuration, input, 0, random);
+    const auto expected = expectedOutputs(stereo, 48000, 16);
+    for (std::size_t i = kLatency; i < kFrames; ++i) {
+        const auto at = [&](std::size_t slot) { return get(&output[(i * 7 + slot) * 2], SampleFormat::S16); };
+        const auto before = [&](std::size_t slot) {
+            return get(&input[((i - kLatency) * 6 + slot) * 2], SampleFormat::S16);
+        };
+        ASSERT_EQ(at(0), expected[2][i - kBlock]);
+        ASSERT_EQ(at(1), expected[0][i - kBlock]);
+        ASSERT_EQ(at(2), expected[1][i - kBlock]);
+        ASSERT_EQ(at(3), before(3));
+        ASSERT_EQ(at(4), before(5));
+        ASSERT_EQ(at(5), 0);
+        ASSERT_EQ(at(6), before(1));
+    }
+}
+
+TEST(UpmixStream, RemapMatrixSpreadsTheOutputsOverFour)
+{
+    StreamConfiguration configuration{.format = SampleFormat::S24};
+    configuration.remap = {{{0x10000000, 0, 0x08000000, 0}, {0, 0x10000000, 0, 0}, {0, 0, 0, 0x10000000}}};
+    configuration.outputSlots = 4;
+    configuration.outputs = {{engine(0), engine(1), engine(2), engine(3)}};
+    constexpr std::size_t kFrames = 4000;
+    const auto stereo = stereoOf(kFrames, 24);
+    Random random(7);
+    UpmixStream stream(configuration);
+    const Bytes output = through(stream, configuration, hostBuffer(stereo, configuration), 0, random);
+
+    // The host object itself, given the same slots.
+    Bytes buffer((kFrames + 32) * 8 * 3);
+    for (std::size_t i = 0; i < stereo.size(); ++i) put(&buffer[(i / 2 * 8 + i % 2) * 3], SampleFormat::S24, stereo[i]);
+    zrk_tarn_processor_t processor;
+    processor.set_remap_coeff(configuration.remap->gain);
+    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x40000, 0x80000}};
+    processor.process(buffer.data(), kFrames + 32, 8, 48000, 24, &assignment);
+    for (std::size_t slot = 0; slot < 4; ++slot) {
+        const auto samples = slotOf(output, slot, 4, SampleFormat::S24);
+        const auto expected = slotOf(buffer, slot, 8, SampleFormat::S24);
+        EXPECT_TRUE(std::equal(samples.begin() + kBlock, samples.end(), expected.begin())) << slot;
+    }
+}
+
+TEST(UpmixStream, FloatsBeyondFullScaleSaturateAndNanIsSilenceAndBothAreCounted)
+{
+    const StreamConfiguration configuration;
+    const auto outputOf = [&](std::vector<float> stereo, StreamMeters& meters) {
+        stereo.resize(2 * 4096);
+        std::vector<float> output(3 * 4096);
+        UpmixStream stream(configuration);
+        stream.process(stereo.data(), output.data(), 4096);
+        meters = stream.meters();
+        return output;
+    };
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+    StreamMeters within{};
+    StreamMeters beyond{};
+    const auto expected = outputOf({1.0f, -1.0f, -1.0f, 1.0f, 0.0f, 0.5f}, within);
+    const auto output = outputOf({1.25f, -kInfinity, -2.0f, kInfinity, kNan, 0.5f}, beyond);
+    EXPECT_EQ(output, expected);
+    EXPECT_EQ(within.saturated, 0u);
+    EXPECT_EQ(within.invalid, 0u);
+    EXPECT_EQ(beyond.saturated, 4u);
+    EXPECT_EQ(beyond.invalid, 1u);
+}
+
+TEST(UpmixStream, DrainGivesTheTailOnce)
+{
+    const StreamConfiguration configuration{.format = SampleFormat::S16};
+    constexpr std::size_t kFrames = 3333;
+    const auto stereo = stereoOf(kFrames, 16);
+    const Bytes input = hostBuffer(stereo, configuration);
+    Bytes output((kFrames + kLatency) * 6);
+    UpmixStream stream(configuration);
+    EXPECT_EQ(stream.drain(output.data(), 100), 0u) << "nothing came in";
+    stream.process(input.data(), output.data(), kFrames);
+    std::size_t length = kFrames;
+    while (const std::size_t some =
+               stream.drain(output.data() + length * 6, std::min<std::size_t>(300, kFrames + kLatency - length)))
+        length += some;
+    EXPECT_EQ(length, kFrames + kLatency);
+    EXPECT_EQ(stream.drain(output.data(), 1), 0u);
+    const auto expected = expectedOutputs(stereo, 48000, 16);
+    for (std::size_t slot = 0; slot < 3; ++slot) {
+        const auto samples = slotOf(output, slot, 3, SampleFormat::S16);
+        EXPECT_TRUE(std::equal(samples.begin() + kBlock, samples.end(), expected[slot].begin())) << slot;
+    }
+}
+
+TEST(UpmixStream, IsAsNewAfterReset)
+{
+    for (const std::uint32_t rateHz : {48000u, 192000u}) {
+        const StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
+        const Bytes input = hostBuffer(stereoOf(5000, 32), configuration);
+        Random random(7);
+        UpmixStream fresh(configuration);
+        const Bytes expected = through(fresh, configuration, input, 77, random);
+        UpmixStream stream(configuration);
+        for (int time = 0; time < 3; ++time) {
+            EXPECT_EQ(through(stream, configuration, input, 77, random), expected) << "time " << time;
+            stream.reset();
+            EXPECT_EQ(stream.meters().blocks, 0u);
+        }
+    }
+}
+
+TEST(UpmixStream, BypassFadesToTheInputAtTheSameLatencyAndBack)
+{
+    StreamConfiguration configuration{.format = SampleFormat::S16};
+    constexpr std::size_t kFrames = 20000;
+    constexpr std::size_t kFade = 1024;
+    const auto stereo = stereoOf(kFrames, 16, Signal::MidTone);
+    const Bytes input = hostBuffer(stereo, configuration);
+    const auto expected = expectedOutputs(stereo, 48000, 16);
+    UpmixStream stream(configuration);
+    Bytes output(kFrames * 6);
+    const auto run = [&](std::size_t from, std::size_t to) {
+        stream.process(&input[from * 4], &output[from * 6], to - from);
+    };
+    run(0, 6400);
+    stream.setBypass(true);
+    EXPECT_TRUE(stream.bypassed());
+    run(6400, 12800);
+    stream.setBypass(false);
+    run(12800, kFrames);
+
+    for (std::size_t slot = 0; slot < 3; ++slot) {
+        const auto samples = slotOf(output, slot, 3, SampleFormat::S16);
+        const auto inputAt = [&](std::size_t i) -> std::int64_t {
+            return slot < 2 ? stereo[2 * (i - kLatency) + slot] : 0;
+        };
+        for (std::size_t i = kLatency; i < kFrames; ++i) {
+            const std::int64_t wet = expected[slot][i - kBlock];
+            const std::int64_t dry = inputAt(i);
+            if (i < 6400 + 64 || i >= 12800 + 64 + kFade) {
+                ASSERT_EQ(samples[i], wet) << slot << ", " << i;
+            } else if (i >= 6400 + 64 + kFade && i < 12800 + 64) {
+                ASSERT_EQ(samples[i], dry) << slot << ", " << i;
+            } else {
+                // On its way from one to the other, in steps of 1/1024.
+                const auto begin = static_cast<double>(i < 12800 ? 6400 + 64 : 12800 + 64);
+                const double part = (static_cast<double>(i) + 1.0 - begin) / static_cast<double>(kFade);
+                const double wetPart = i < 12800 ? 1.0 - part : part;
+                const double value = wetPart * static_cast<double>(wet) + (1.0 - wetPart) * static_cast<double>(dry);
+                ASSERT_EQ(samples[i], std::llround(value)) << slot << ", " << i;
+            }
+        }
+    }
+}
+
+TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
+{
+    StreamConfiguration configuration{.format = SampleFormat::S16};
+    configuration.outputSlots = 4;
+    configuration.outputs = {{engine(0), engine(1), engine(2), passed(0)}};
+    constexpr std::size_t kFrames = 12000;
+    auto stereo = stereoOf(kFrames, 16, Signal::CentredNoise);
+    const Bytes input = hostBuffer(stereo, configuration);
+    const auto expected = expectedOutputs(stereo, 48000, 16);
+    UpmixStream stream(configuration);
+    stream.setMakeUpGain(1.5f);
+    Bytes output(kFrames * 8);
+    stream.process(input.data(), output.data(), kFrames);
+    std::uint64_t saturated = 0;
+    for (std::size_t i = kLatency + 2048; i < kFrames; ++i) {
+        for (std::size_t slot = 0; slot < 3; ++slot) {
+            const std::int64_t value = std::llround(1.5 * static_cast<double>(expected[slot][i - kBlock]));
+            const std::int64_t limited = std::clamp<std::int64_t>(value, -32768, 32767);
+            if (value != limited && i >= kLatency + 2048) ++saturated;
+            ASSERT_EQ(get(&output[(i * 4 + slot) * 2], SampleFormat::S16), limited) << slot << ", " << i;
+        }
+        ASSERT_EQ(get(&output[(i * 4 + 3) * 2], SampleFormat::S16), stereo[2 * (i - kLatency)]);
+    }
+    EXPECT_GE(stream.meters().saturated, saturated);
+    stream.setMakeUpGain(std::numeric_limits<float>::quiet_NaN());
+    stream.process(input.data(), output.data(), kFrames);
+    stream.reset();
+    stream.process(input.data(), output.data(), kFrames);
+    EXPECT_EQ(stream.meters().saturated, 0u) << "not a number is no gain";
+}
+
+TEST(UpmixStream, ModeChangesKeepTheSignalAndEndInTheOtherMode)
+{
+    // A tone that does not move sounds alike in both modes, without a gap where the mode changes.
+    const StreamConfiguration configuration{.sampleRateHz = 96000, .format = SampleFormat::S32};
+    const auto stereo = stereoOf(40000, 32, Signal::MidTone);
+    const Bytes input = hostBuffer(stereo, configuration);
+    Bytes output(40000 * 12);
+    UpmixStream stream(configuration);
+    stream.process(input.data(), output.data(), 20000);
+    stream.setMode(zrk_tarn::SteeringMode::Calm);
+    stream.process(&input[20000 * 8], &output[20000 * 12], 20000);
+    const auto left = slotOf(output, 0, 3, SampleFormat::S32);
+    const auto peakIn = [&](std::size_t from, std::size_t to) {
+        std::int64_t peak = 0;
+        for (std::size_t i = from; i < to; ++i) peak = std::max(peak, std::abs(left[i]));
+        return static_cast<double>(peak);
+    };
+    for (std::size_t i = 19000; i < 39000; i += 500) EXPECT_GT(peakIn(i, i + 500), 0.9 * peakIn(15000, 19000)) << i;
+
+    // From a mode to the other and back, a stream does what it did, once old steering has faded.
+    const auto travelling = stereoOf(40000, 32);
+    const Bytes moving = hostBuffer(travelling, configuration);
+    StreamConfiguration calm = configuration;
+    calm.mode = zrk_tarn::SteeringMode::Calm;
+    Random random(1);
+    UpmixStream always(calm);
+    const Bytes expected = through(always, calm, moving, 1000, random);
+    UpmixStream changed(configuration);
+    changed.setMode(zrk_tarn::SteeringMode::Calm);
+    EXPECT_EQ(through(changed, configuration, moving, 1000, random), expected);
+    changed.setMode(zrk_tarn::SteeringMode::Fast);
+    changed.process(moving.data(), output.data(), 128);
+    changed.setMode(zrk_tarn::SteeringMode::Calm);
+    changed.reset();
+    EXPECT_EQ(through(changed, configuration, moving, 1000, random), expected);
+}
+
+TEST(UpmixStream, MetersShowLevelsAndSteering)
+{
+    StreamConfiguration configuration;
+    configuration.outputSlots = 4;
+    configuration.outputs = {{engine(0), engine(1), engine(2), passed(0)}};
+    std::vector<float> stereo(2 * 48000);
+    for (std::size_t i = 0; i < 48000; ++i)
+        stereo[2 * i] =
+            0.5f * static_cast<float>(std::sin(2.0 * std::numbers::pi * 997.0 / 48000.0 * static_cast<double>(i)));
+    std::vector<float> output(4 * 48000);
+    UpmixStream stream(configuration);
+    stream.process(stereo.data(), output.data(), 48000);
+    StreamMeters meters = stream.meters();
+    EXPECT_EQ(meters.blocks, 750u);
+    // Of a sine of half full scale, within the meters' own time constants.
+    EXPECT_NEAR(meters.peak[3], 0.5, 0.001);
+    EXPECT_NEAR(meters.rms[3], 0.5 / std::numbers::sqrt2, 0.02);
+    EXPECT_GT(meters.peak[0], 0.3f) << "left stays left";
+    EXPECT_LT(meters.peak[1], 0.05f);
+    EXPECT_LT(meters.peak[2], 0.2f);
+    const std::size_t group = 5; // 997 Hz
+    EXPECT_GT(meters.leftRight[group], 0.9f);
+    EXPECT_LE(static_cast<int>(meters.speed[group]), static_cast<int>(zrk_tarn::SteeringSpeed::Fast));
+
+    // Peaks fall by 20 dB in 1.7 s.
+    std::fill(stereo.begin(), stereo.end(), 0.0f);
+    stream.drain(output.data(), kLatency);
+    const float before = stream.meters().peak[3];
+    for (int part = 0; part < 17; ++part) stream.process(stereo.data(), output.data(), 4800);
+    EXPECT_NEAR(stream.meters().peak[3] / before, 0.1, 0.001);
+}
+
+TEST(UpmixStream, RefusesWhatCannotBeAndSaysWhy)
+{
+    const auto problemWith = [](auto change) {
+        StreamConfiguration configuration;
+        change(configuration);
+        try {
+            const UpmixStream stream(configuration);
+        } catch (const std::invalid_argument& problem) {
+            return std::string(problem.what());
+        }
+        return std::string("none");
+    };
+    EXPECT_EQ(problemWith([](StreamConfiguration&) {}), "none");
+    EXPECT_EQ(problemWith([](auto& c) { c.sampleRateHz = 22050; }),
+              "the sample rate has to be 32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz");
+    EXPECT_EQ(problemWith([](auto& c) { c.format = static_cast<SampleFormat>(5); }), "the sample format is unknown");
+    EXPECT_EQ(problemWith([](auto& c) { c.inputSlots = 0; }), "there have to be 1 to 8 input slots");
+    EXPECT_EQ(problemWith([](auto& c) { c.inputSlots = 1; }), "left and right have to be among the input slots");
+    EXPECT_EQ(problemWith([](auto& c) { c.outputSlots = 9; }), "there have to be 1 to 8 output slots");
+    EXPECT_EQ(problemWith([](auto& c) { c.outputs[0] = engine(3); }),
+              "the engine has outputs 0 to 2, or 0 to 3 with a remap matrix");
+    EXPECT_EQ(problemWith([](auto& c) { c.outputs[1] = passed(2); }),
+              "an output slot passes an input slot that is not there");
+    EXPECT_EQ(problemWith([](auto& c) { c.outputs[2].source = static_cast<OutputSlot::Source>(7); }),
+              "an output slot has an unknown source");
+    EXPECT_EQ(problemWith([](auto& c) { c.mode = static_cast<zrk_tarn::SteeringMode>(2); }),
+              "the steering mode is unknown");
+    EXPECT_EQ(problemWith([](auto& c) { c.mixFraction = std::numeric_limits<float>::quiet_NaN(); }),
+              "the mix fraction has to be 0 to 1");
+}
+
+} // namespace tests
