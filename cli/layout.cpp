@@ -12,11 +12,12 @@ namespace tarn
 namespace
 {
 
-constexpr std::uint32_t kLeft = 0x2000;
-constexpr std::uint32_t kRight = 0x4000;
-constexpr std::uint32_t kCentre = 0x200;
-constexpr std::uint32_t kRemapColumn2 = 0x40000;
-constexpr std::uint32_t kRemapColumn3 = 0x80000;
+constexpr zrk_tarn::OutputSlot engine(std::uint8_t output)
+{
+    return {zrk_tarn::OutputSlot::Source::Engine, output};
+}
+
+constexpr zrk_tarn::OutputSlot kSilent{};
 
 } // namespace
 
@@ -26,14 +27,14 @@ const std::array<Layout, 3> kLayouts{{
      .slots = 3,
      .mask = 0x7,
      .remapped = false,
-     .codes = {{kLeft, kRight, kCentre}},
+     .outputs = {engine(0), engine(1), engine(2)},
      .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER}},
     {.name = "5.1",
      .slotNames = "FL FR FC LFE BL BR",
      .slots = 6,
      .mask = 0x3f,
      .remapped = false,
-     .codes = {{kLeft, kRight, kCentre, 0, 0, 0}},
+     .outputs = {engine(0), engine(1), engine(2), kSilent, kSilent, kSilent},
      .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
                     SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT}},
     {.name = "slots8",
@@ -41,7 +42,7 @@ const std::array<Layout, 3> kLayouts{{
      .slots = 8,
      .mask = 0x63f,
      .remapped = true,
-     .codes = {{kLeft, kRight, 0, 0, 0, 0, kRemapColumn2, kRemapColumn3}},
+     .outputs = {engine(0), engine(1), kSilent, kSilent, kSilent, kSilent, engine(2), engine(3)},
      .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
                     SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_SIDE_LEFT,
                     SF_CHANNEL_MAP_SIDE_RIGHT}},

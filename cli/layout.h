@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/zrk_tarn_processor.h"
+#include "stream/upmix_stream.h"
 
 #include <array>
 #include <cstdint>
@@ -16,18 +16,16 @@ inline constexpr std::size_t kMaxSlots = 8;
 /// How the engine's output lies in the interleaved slots of a frame, and how files name that.
 struct Layout
 {
-    std::string_view name;                 ///< as --layout takes it
-    std::string_view slotNames;            ///< in slot order
-    std::uint32_t slots;                   ///< per frame
-    std::uint32_t mask;                    ///< WAVE channel mask, one bit per slot in slot order
-    bool remapped;                         ///< takes the remap path, which needs a matrix
-    audio_channel_assignment_t codes;      ///< what the engine finds its slots by; 0 is one that it leaves alone
-    std::array<int, kMaxSlots> channelMap; ///< libsndfile's SF_CHANNEL_MAP_* per slot
+    std::string_view name;                               ///< as --layout takes it
+    std::string_view slotNames;                          ///< in slot order
+    std::uint32_t slots;                                 ///< per frame
+    std::uint32_t mask;                                  ///< WAVE channel mask, one bit per slot in slot order
+    bool remapped;                                       ///< takes the remap path, which needs a matrix
+    std::array<zrk_tarn::OutputSlot, kMaxSlots> outputs; ///< what the slots carry
+    std::array<int, kMaxSlots> channelMap;               ///< libsndfile's SF_CHANNEL_MAP_* per slot
 };
 
 /// All layouts, in the order of their width.
-///
-/// Every layout begins with front left and front right, which are also the slots that the engine reads.
 extern const std::array<Layout, 3> kLayouts;
 
 /// The layout of a name; throws Failure (EX_USAGE) if there is none.

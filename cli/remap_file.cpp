@@ -82,13 +82,13 @@ std::string contentsOf(const std::string& path)
     return contents;
 }
 
-std::vector<std::string> wrapNotes(const std::string& path, const RemapMatrix& matrix)
+std::vector<std::string> wrapNotes(const std::string& path, const zrk_tarn::RemapGains& matrix)
 {
     constexpr const char* kSlots[kColumns] = {"FL", "FR", "SL", "SR"};
     std::vector<std::string> notes;
     for (std::size_t c = 0; c < kColumns; ++c) {
         double sum = 0.0;
-        for (const auto& row : matrix) sum += std::abs(std::bit_cast<std::int32_t>(row[c]) / kUnity);
+        for (const auto& row : matrix.gain) sum += std::abs(std::bit_cast<std::int32_t>(row[c]) / kUnity);
         if (sum > 1.0)
             notes.push_back(path + ": the gains of column " + std::to_string(c + 1) + " (" + kSlots[c] + ") sum to " +
                             formatted("%.4g", sum) + " in magnitude: above 1, loud passages can wrap around");
@@ -113,7 +113,7 @@ RemapFile readRemapFile(const std::string& path)
         if (words.size() != kColumns)
             throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) +
                                           " gains; a row has 4, one each for FL, FR, SL, SR, separated by spaces");
-        for (std::size_t c = 0; c < kColumns; ++c) remap.matrix[rows][c] = parseGain(place, words[c]);
+        for (std::size_t c = 0; c < kColumns; ++c) remap.matrix.gain[rows][c] = parseGain(place, words[c]);
         ++rows;
     }
     if (rows != kRows)

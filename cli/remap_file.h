@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/upmixer.h"
+#include "stream/upmix_stream.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +11,7 @@ namespace tarn
 /// A remap matrix as it was read from a file.
 struct RemapFile
 {
-    RemapMatrix matrix;
+    zrk_tarn::RemapGains matrix;
     std::vector<std::string> notes; ///< columns whose sums can wrap, for the user
 };
 

@@ -1,5 +1,7 @@
 #include "cli/upmixer.h"
 
+#include "host/zrk_tarn_processor.h"
+
 #include <algorithm>
 
 namespace tarn
@@ -8,82 +10,56 @@ namespace tarn
 namespace
 {
 
-constexpr std::size_t kBlockFrames = 64;
-constexpr std::size_t kCapacity = 4096;
+constexpr std::size_t kChunkFrames = 4096;
+
+zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat format, const EngineSettings& settings)
+{
+    using zrk_tarn::SampleFormat;
+    zrk_tarn::StreamConfiguration configuration{
+        .sampleRateHz = format.sampleRate,
+        .format = format.bits == 16   ? SampleFormat::S16
+                  : format.bits == 24 ? SampleFormat::S24
+                                      : SampleFormat::S32,
+        .outputSlots = layout.slots,
+        .outputs = layout.outputs,
+        .mode = settings.mode == 1 ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm,
+        .mixFraction = settings.mixFraction,
+    };
+    if (layout.remapped) configuration.remap = settings.remap;
+    return configuration;
+}
 
 } // namespace
 
-Upmixer::Upmixer(const Layout& outputLayout, StreamFormat streamFormat, const EngineSettings& settings, bool aligned,
+Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSettings& settings, bool align,
                  AudioSink& outputSink)
-    : layout(outputLayout),
-      format(streamFormat),
-      align(aligned),
+    : format(streamFormat),
       sink(outputSink),
-      frameBytes(std::size_t{outputLayout.slots} * streamFormat.bytesPerSample()),
-      codes(outputLayout.codes),
-      slots(kCapacity * frameBytes),
-      toSkip(aligned ? kDelayFrames : 0)
-{
-    // The processor counts its modes from zero and wants a matrix that it may write to.
-    processor.setup(settings.mode - 1, 0, settings.mixFraction);
-    unsigned matrix[3][4];
-    for (std::size_t row = 0; row < 3; ++row)
-        std::copy(settings.remap[row].begin(), settings.remap[row].end(), matrix[row]);
-    processor.set_remap_coeff(matrix);
-}
+      frameBytes(std::size_t{layout.slots} * streamFormat.bytesPerSample()),
+      stream(configurationOf(layout, streamFormat, settings)),
+      stereoBytes(kChunkFrames * 2 * streamFormat.bytesPerSample()),
+      slots(kChunkFrames * frameBytes),
+      toSkip(stream.latencyFrames() - (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
+{}
 
 void Upmixer::push(const std::int32_t* stereo, std::size_t frames)
 {
+    const std::uint32_t bytes = format.bytesPerSample();
     while (frames > 0) {
-        const std::size_t taken = append(stereo, frames);
+        const std::size_t taken = std::min(frames, kChunkFrames);
+        for (std::size_t i = 0; i < 2 * taken; ++i)
+            storePcm(&stereoBytes[i * bytes], toWidth(stereo[i], format.bits), bytes);
+        stream.process(stereoBytes.data(), slots.data(), taken);
         consumed += taken;
+        deliver(taken);
         stereo += 2 * taken;
         frames -= taken;
-        processWholeBlocks();
     }
 }
 
 void Upmixer::finish()
 {
-    if (align) appendSilence(kDelayFrames);
-    appendSilence((kBlockFrames - filled % kBlockFrames) % kBlockFrames);
-}
-
-/// Takes as many frames as there is room for, which leaves all slots but the first two silent.
-std::size_t Upmixer::append(const std::int32_t* stereo, std::size_t frames)
-{
-    const std::size_t taken = std::min(frames, kCapacity - filled);
-    const std::uint32_t bytes = format.bytesPerSample();
-    std::uint8_t* frame = slots.data() + filled * frameBytes;
-    std::fill_n(frame, taken * frameBytes, std::uint8_t{0});
-    for (std::size_t i = 0; i < taken; ++i, frame += frameBytes) {
-        storePcm(frame, toWidth(stereo[2 * i], format.bits), bytes);
-        storePcm(frame + bytes, toWidth(stereo[2 * i + 1], format.bits), bytes);
-    }
-    filled += taken;
-    return taken;
-}
-
-void Upmixer::appendSilence(std::size_t frames)
-{
-    const std::vector<std::int32_t> silence(2 * frames);
-    for (std::size_t done = 0; done < frames;) {
-        done += append(silence.data() + 2 * done, frames - done);
-        processWholeBlocks();
-    }
-}
-
-void Upmixer::processWholeBlocks()
-{
-    const std::size_t whole = filled / kBlockFrames * kBlockFrames;
-    if (whole == 0) return;
-    processor.process(slots.data(), static_cast<std::uint32_t>(whole), layout.slots, format.sampleRate, format.bits,
-                      &codes);
-    deliver(whole);
-
-    const auto from = slots.begin() + static_cast<std::ptrdiff_t>(whole * frameBytes);
-    filled -= whole;
-    std::copy_n(from, filled * frameBytes, slots.begin());
+    while (const std::size_t frames = stream.drain(slots.data(), kChunkFrames)) deliver(frames);
 }
 
 /// Writes the processed frames that are due: neither before the first of the input nor after its last.

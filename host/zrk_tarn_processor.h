@@ -14,6 +14,12 @@
 /// the bits of WAVE channel masks.
 struct audio_channel_assignment_t
 {
+    static constexpr std::uint32_t kLeft = 0x2000;
+    static constexpr std::uint32_t kRight = 0x4000;
+    static constexpr std::uint32_t kCentre = 0x200;
+    static constexpr std::uint32_t kRemapColumn2 = 0x40000;
+    static constexpr std::uint32_t kRemapColumn3 = 0x80000;
+
     std::uint32_t code[8];
 };
 
@@ -27,11 +33,14 @@ struct audio_channel_assignment_t
 /// Results depend on nothing but the calls: process sets the default floating-point environment (round to nearest,
 /// subnormal numbers kept) and puts the caller's back, with its exception flags as they were.
 ///
-/// The output comes 960 frames after the input, at every rate. To bring out the last of a stream, process 960 frames of
-/// silence; to start anew, as after a seek, take a new object.
+/// The output comes kDelayFrames after the input, at every rate. To bring out the last of a stream, process as much
+/// silence; to start anew, as after a seek, take a new object. stream/upmix_stream.h does all that for hosts with
+/// buffers of other sizes and formats.
 class [[gnu::visibility("default")]] zrk_tarn_processor_t
 {
 public:
+    static constexpr std::uint32_t kDelayFrames = 960;
+
     zrk_tarn_processor_t() noexcept;
 
     /// Closes and frees the engine, if there is one.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/zrk_tarn_processor.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -8,7 +10,7 @@ namespace zrk_tarn
 
 inline constexpr std::size_t kBlockFrames = 64;
 inline constexpr std::size_t kMostSlots = 8;
-inline constexpr std::size_t kEngineDelayBlocks = 15; ///< 960 frames
+inline constexpr std::size_t kEngineDelayBlocks = zrk_tarn_processor_t::kDelayFrames / kBlockFrames;
 
 /// The samples of one slot in a block.
 using Row = std::int32_t[kBlockFrames];

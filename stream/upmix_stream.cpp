@@ -19,6 +19,8 @@ namespace zrk_tarn
 namespace
 {
 
+using Codes = audio_channel_assignment_t;
+
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 constexpr float kMostGain = 8.0f;
@@ -102,13 +104,13 @@ public:
           modeInForce_(configuration.mode)
     {
         if (configuration.remap) {
-            assignment_ = {{0x2000, 0x4000, 0x40000, 0x80000, 0, 0, 0, 0}};
+            assignment_ = {{Codes::kLeft, Codes::kRight, Codes::kRemapColumn2, Codes::kRemapColumn3, 0, 0, 0, 0}};
             engineSlots_ = kMostSlots;
             unsigned gains[3][4];
             std::memcpy(gains, configuration.remap->gain, sizeof gains);
             processor_.set_remap_coeff(gains);
         } else {
-            assignment_ = {{0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0}};
+            assignment_ = {{Codes::kLeft, Codes::kRight, Codes::kCentre, 0, 0, 0, 0, 0}};
             engineSlots_ = kPlainSlots;
         }
         processor_.setup(processorMode(configuration.mode), 0, configuration.mixFraction);
