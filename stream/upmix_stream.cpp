@@ -106,9 +106,7 @@ public:
         if (configuration.remap) {
             assignment_ = {{Codes::kLeft, Codes::kRight, Codes::kRemapColumn2, Codes::kRemapColumn3, 0, 0, 0, 0}};
             engineSlots_ = kMostSlots;
-            unsigned gains[3][4];
-            std::memcpy(gains, configuration.remap->gain, sizeof gains);
-            processor_.set_remap_coeff(gains);
+            setRemap(*configuration.remap);
         } else {
             assignment_ = {{Codes::kLeft, Codes::kRight, Codes::kCentre, 0, 0, 0, 0, 0}};
             engineSlots_ = kPlainSlots;
@@ -140,6 +138,13 @@ public:
             done += some;
             if (filled_ == kBlockFrames) processBlock();
         }
+    }
+
+    void setRemap(const RemapGains& gains) noexcept
+    {
+        unsigned words[3][4];
+        std::memcpy(words, gains.gain, sizeof words);
+        processor_.set_remap_coeff(words);
     }
 
     void expectTail() noexcept { tail_ = latencyFrames(); }
@@ -375,6 +380,11 @@ std::size_t UpmixStream::drain(void* output, std::size_t frames) noexcept
     interleavedRows(output, state_->configuration().outputSlots, state_->rows().bytes, to);
     state_->carry(silence, to, some);
     return some;
+}
+
+void UpmixStream::setRemap(const RemapGains& gains) noexcept
+{
+    state_->setRemap(gains);
 }
 
 void UpmixStream::reset() noexcept

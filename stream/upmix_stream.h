@@ -7,6 +7,8 @@
 #include <optional>
 #include <stdexcept>
 
+struct tarn_stream; // the C interface's, include/zrk_tarn/tarn.h
+
 namespace zrk_tarn
 {
 
@@ -91,10 +93,9 @@ struct StreamMeters
 /// The engine works on blocks of 64 frames; hosts hand over 37, 100 or 1024. The stream collects frames into blocks and
 /// gives out as many frames as it takes, latencyFrames() later. Nothing is allocated after construction.
 ///
-/// process, processPlanar and drain belong to one thread at a time and are real-time safe. setBypass, setMakeUpGain,
-/// setMode, bypassed and meters may be called from any thread at any time; they take no locks.
-/// Results depend on nothing but the calls: the default floating-point environment is set inside and the caller's put
-/// back.
+/// process, processPlanar, drain, setRemap and reset belong to one thread at a time and are real-time safe. setBypass,
+/// setMakeUpGain, setMode, bypassed and meters may be called from any thread at any time; they take no locks. Results
+/// depend on nothing but the calls: the default floating-point environment is set inside and the caller's put back.
 class [[gnu::visibility("default")]] UpmixStream
 {
 public:
@@ -135,7 +136,11 @@ public:
     /// Returns the frames written: as many as asked for, until latencyFrames() were given since the last input.
     std::size_t drain(void* output, std::size_t frames) noexcept;
 
-    /// Makes the stream as new: silent, with the mode that is set. Bypass and make-up gain stay.
+    /// Changes the remap matrix, from the next block on; of streams that were made with one. Belongs to the thread that
+    /// processes.
+    void setRemap(const RemapGains& gains) noexcept;
+
+    /// Makes the stream as new: silent. Mode, bypass, make-up gain and matrix stay.
     void reset() noexcept;
 
     /// Changes between the upmix and the plain input: left and right as they came in, the other outputs of the engine
@@ -168,6 +173,7 @@ private:
     }
 
     explicit UpmixStream(Checked checked);
+    friend tarn_stream;
 
     class State;
     std::unique_ptr<State> state_;

@@ -1,0 +1,213 @@
+#include "include/zrk_tarn/tarn.h"
+
+#include "stream/upmix_stream.h"
+
+#include <algorithm>
+#include <iterator>
+#include <new>
+
+// The C interface: what it declares in terms of UpmixStream, and nothing else.
+
+struct tarn_stream
+{
+    /// For a configuration without a problem.
+    explicit tarn_stream(const zrk_tarn::StreamConfiguration& configuration)
+        : stream(zrk_tarn::UpmixStream::Checked{configuration}),
+          isFloat(configuration.format == zrk_tarn::SampleFormat::F32),
+          isRemapped(configuration.remap.has_value())
+    {}
+
+    zrk_tarn::UpmixStream stream;
+    bool isFloat;
+    bool isRemapped;
+};
+
+namespace
+{
+
+using zrk_tarn::OutputSlot;
+using zrk_tarn::SampleFormat;
+using zrk_tarn::SteeringMode;
+using zrk_tarn::StreamConfiguration;
+using zrk_tarn::UpmixStream;
+
+static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
+static_assert(TARN_SILENCE == static_cast<int>(OutputSlot::Source::Silence));
+static_assert(TARN_CALM == static_cast<int>(SteeringMode::Calm));
+
+/// A number that stands for an enumerator; what is too large for one stays unknown.
+template <typename Enum>
+Enum enumOf(std::uint32_t value)
+{
+    return static_cast<Enum>(std::min(value, 255u));
+}
+
+zrk_tarn::RemapGains gainsOf(const std::int32_t (*gains)[4])
+{
+    zrk_tarn::RemapGains remap{};
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 4; ++column)
+            remap.gain[row][column] = static_cast<std::uint32_t>(gains[row][column]);
+    return remap;
+}
+
+StreamConfiguration configurationOf(const tarn_configuration& from)
+{
+    StreamConfiguration configuration{
+        .sampleRateHz = from.sample_rate,
+        .format = enumOf<SampleFormat>(from.format),
+        .inputSlots = from.input_slots,
+        .leftSlot = from.left_slot,
+        .rightSlot = from.right_slot,
+        .outputSlots = from.output_slots,
+        .mode = enumOf<SteeringMode>(from.mode),
+        .mixFraction = from.mix_fraction,
+    };
+    for (std::size_t slot = 0; slot < TARN_MOST_SLOTS; ++slot)
+        configuration.outputs[slot] = {.source = enumOf<OutputSlot::Source>(from.outputs[slot].source),
+                                       .index = static_cast<std::uint8_t>(std::min(from.outputs[slot].index, 255u))};
+    if (from.remap != 0) configuration.remap = gainsOf(from.gains);
+    return configuration;
+}
+
+} // namespace
+
+const char* tarn_version(void)
+{
+    return TARN_VERSION;
+}
+
+const char* tarn_status_text(tarn_status status)
+{
+    switch (status) {
+    case TARN_OK:
+        return "no error";
+    case TARN_BAD_CONFIGURATION:
+        return "the configuration cannot be";
+    case TARN_NO_MEMORY:
+        return "out of memory";
+    case TARN_BAD_ARGUMENT:
+        return "an argument is null, or planar rows were given to a stream that is not of floats";
+    case TARN_NO_REMAP:
+        return "the stream was made without a remap matrix";
+    }
+    return "unknown status";
+}
+
+void tarn_defaults(tarn_configuration* configuration)
+{
+    if (configuration == nullptr) return;
+    const StreamConfiguration defaults;
+    *configuration = {};
+    configuration->sample_rate = defaults.sampleRateHz;
+    configuration->format = TARN_F32;
+    configuration->input_slots = defaults.inputSlots;
+    configuration->left_slot = defaults.leftSlot;
+    configuration->right_slot = defaults.rightSlot;
+    configuration->output_slots = defaults.outputSlots;
+    for (std::size_t slot = 0; slot < TARN_MOST_SLOTS; ++slot)
+        configuration->outputs[slot] = {static_cast<std::uint32_t>(defaults.outputs[slot].source),
+                                        defaults.outputs[slot].index};
+    configuration->mode = TARN_FAST;
+    configuration->mix_fraction = defaults.mixFraction;
+}
+
+const char* tarn_problem(const tarn_configuration* configuration)
+{
+    if (configuration == nullptr) return "there is no configuration";
+    return UpmixStream::problemOf(configurationOf(*configuration));
+}
+
+tarn_status tarn_create(const tarn_configuration* configuration, tarn_stream** stream)
+{
+    if (stream == nullptr) return TARN_BAD_ARGUMENT;
+    *stream = nullptr;
+    if (configuration == nullptr) return TARN_BAD_ARGUMENT;
+    const StreamConfiguration wanted = configurationOf(*configuration);
+    if (UpmixStream::problemOf(wanted) != nullptr) return TARN_BAD_CONFIGURATION;
+    try {
+        *stream = new tarn_stream(wanted);
+    } catch (...) {
+        return TARN_NO_MEMORY;
+    }
+    return TARN_OK;
+}
+
+void tarn_destroy(tarn_stream* stream)
+{
+    delete stream;
+}
+
+uint32_t tarn_latency_frames(void)
+{
+    return UpmixStream::latencyFrames();
+}
+
+tarn_status tarn_process(tarn_stream* stream, const void* input, void* output, size_t frames)
+{
+    if (stream == nullptr || (output == nullptr && frames > 0)) return TARN_BAD_ARGUMENT;
+    stream->stream.process(input, output, frames);
+    return TARN_OK;
+}
+
+tarn_status tarn_process_planar(tarn_stream* stream, const float* const* input, float* const* output, size_t frames)
+{
+    if (stream == nullptr || input == nullptr || output == nullptr || !stream->isFloat) return TARN_BAD_ARGUMENT;
+    stream->stream.processPlanar(input, output, frames);
+    return TARN_OK;
+}
+
+size_t tarn_drain(tarn_stream* stream, void* output, size_t frames)
+{
+    if (stream == nullptr || output == nullptr) return 0;
+    return stream->stream.drain(output, frames);
+}
+
+void tarn_reset(tarn_stream* stream)
+{
+    if (stream != nullptr) stream->stream.reset();
+}
+
+tarn_status tarn_set_remap(tarn_stream* stream, const int32_t (*gains)[4])
+{
+    if (stream == nullptr || gains == nullptr) return TARN_BAD_ARGUMENT;
+    if (!stream->isRemapped) return TARN_NO_REMAP;
+    stream->stream.setRemap(gainsOf(gains));
+    return TARN_OK;
+}
+
+void tarn_set_bypass(tarn_stream* stream, int bypassed)
+{
+    if (stream != nullptr) stream->stream.setBypass(bypassed != 0);
+}
+
+int tarn_bypassed(const tarn_stream* stream)
+{
+    return stream != nullptr && stream->stream.bypassed() ? 1 : 0;
+}
+
+void tarn_set_make_up_gain(tarn_stream* stream, float gain)
+{
+    if (stream != nullptr) stream->stream.setMakeUpGain(gain);
+}
+
+void tarn_set_mode(tarn_stream* stream, tarn_mode mode)
+{
+    if (stream != nullptr) stream->stream.setMode(mode == TARN_FAST ? SteeringMode::Fast : SteeringMode::Calm);
+}
+
+void tarn_read_meters(const tarn_stream* stream, tarn_meters* meters)
+{
+    if (meters == nullptr) return;
+    *meters = {};
+    if (stream == nullptr) return;
+    const zrk_tarn::StreamMeters from = stream->stream.meters();
+    std::copy(std::begin(from.peak), std::end(from.peak), meters->peak);
+    std::copy(std::begin(from.rms), std::end(from.rms), meters->rms);
+    std::copy(std::begin(from.leftRight), std::end(from.leftRight), meters->left_right);
+    std::copy(std::begin(from.frontBack), std::end(from.frontBack), meters->front_back);
+    for (std::size_t g = 0; g < TARN_BAND_GROUPS; ++g) meters->speed[g] = static_cast<std::uint32_t>(from.speed[g]);
+    meters->blocks = from.blocks;
+    meters->saturated = from.saturated;
+    meters->invalid = from.invalid;
+}

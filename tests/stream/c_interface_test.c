@@ -1,0 +1,190 @@
+/* The C interface from C99: the header compiles there, and every function does what it says. Prints what failed. */
+
+#include "include/zrk_tarn/tarn.h"
+
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+
+static int failures = 0;
+
+#define CHECK(condition)                                                                                               \
+    do {                                                                                                               \
+        if (!(condition)) {                                                                                            \
+            fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition);                                            \
+            ++failures;                                                                                                \
+        }                                                                                                              \
+    } while (0)
+
+enum
+{
+    FRAMES = 4800
+};
+
+static float stereo[FRAMES][2];
+static float output[FRAMES][3];
+
+/* A tone on the left alone, in steps of 2^-20, which integers of 32 bits hold exactly. */
+static void fill_stereo(void)
+{
+    for (int i = 0; i < FRAMES; ++i) {
+        stereo[i][0] = (float)(rint(0x1p19 * sin(0.1 * i)) * 0x1p-20);
+        stereo[i][1] = 0.0f;
+    }
+}
+
+static void test_default_stream(void)
+{
+    tarn_configuration configuration;
+    tarn_stream* stream = NULL;
+    tarn_meters meters;
+    static float again[FRAMES][3];
+
+    tarn_defaults(&configuration);
+    CHECK(configuration.sample_rate == 48000);
+    CHECK(configuration.format == TARN_F32);
+    CHECK(configuration.output_slots == 3);
+    CHECK(tarn_problem(&configuration) == NULL);
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(stream != NULL);
+    CHECK(tarn_latency_frames() == 1024);
+
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    CHECK(output[0][0] == 0.0f);
+    CHECK(output[FRAMES - 1][0] != 0.0f);
+    tarn_read_meters(stream, &meters);
+    CHECK(meters.blocks == FRAMES / 64);
+    CHECK(meters.peak[0] > meters.peak[1]);
+    CHECK(meters.saturated == 0 && meters.invalid == 0);
+    CHECK(tarn_drain(stream, again, FRAMES) == 1024);
+    CHECK(tarn_drain(stream, again, FRAMES) == 0);
+
+    tarn_reset(stream);
+    CHECK(tarn_process(stream, stereo, again, 100) == TARN_OK);
+    CHECK(tarn_process(stream, stereo[100], again[100], FRAMES - 100) == TARN_OK);
+    CHECK(memcmp(output, again, sizeof output) == 0);
+
+    CHECK(!tarn_bypassed(stream));
+    tarn_set_bypass(stream, 1);
+    CHECK(tarn_bypassed(stream) == 1);
+    tarn_set_make_up_gain(stream, 1.4f);
+    tarn_set_mode(stream, TARN_CALM);
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    for (int i = 1024; i < FRAMES; ++i) CHECK(output[i][0] == stereo[i - 1024][0]);
+    tarn_destroy(stream);
+}
+
+static void test_planar(void)
+{
+    static float left[FRAMES], right[FRAMES], centre[FRAMES];
+    const float* const input[] = {left, right};
+    float* const rows[] = {left, right, centre};
+    tarn_configuration configuration;
+    tarn_stream* interleaved = NULL;
+    tarn_stream* planar = NULL;
+
+    tarn_defaults(&configuration);
+    CHECK(tarn_create(&configuration, &interleaved) == TARN_OK);
+    CHECK(tarn_create(&configuration, &planar) == TARN_OK);
+    for (int i = 0; i < FRAMES; ++i) {
+        left[i] = stereo[i][0];
+        right[i] = stereo[i][1];
+    }
+    CHECK(tarn_process(interleaved, stereo, output, FRAMES) == TARN_OK);
+    CHECK(tarn_process_planar(planar, input, rows, FRAMES) == TARN_OK);
+    for (int i = 0; i < FRAMES; ++i)
+        CHECK(left[i] == output[i][0] && right[i] == output[i][1] && centre[i] == output[i][2]);
+    tarn_destroy(interleaved);
+    tarn_destroy(planar);
+}
+
+static void test_remap(void)
+{
+    static int16_t in[FRAMES][2], plain[FRAMES][3], remapped[FRAMES][4];
+    /* Front left to the second column and back: with a matrix that only moves, the outputs are the plain ones. */
+    const int32_t moved[3][4] = {{0, 1 << 28, 0, 0}, {1 << 28, 0, 0, 0}, {0, 0, 0, 1 << 28}};
+    const int32_t none[3][4] = {{0}};
+    tarn_configuration configuration;
+    tarn_stream* stream = NULL;
+    tarn_stream* reference = NULL;
+    int largest = 0;
+
+    for (int i = 0; i < FRAMES; ++i) {
+        in[i][0] = (int16_t)(10000.0 * sin(0.1 * i));
+        in[i][1] = (int16_t)(8000.0 * sin(0.05 * i));
+    }
+    tarn_defaults(&configuration);
+    configuration.format = TARN_S16;
+    CHECK(tarn_create(&configuration, &reference) == TARN_OK);
+    CHECK(tarn_set_remap(reference, moved) == TARN_NO_REMAP);
+    configuration.output_slots = 4;
+    for (uint32_t slot = 0; slot < 4; ++slot) {
+        configuration.outputs[slot].source = TARN_FROM_ENGINE;
+        configuration.outputs[slot].index = slot;
+    }
+    CHECK(tarn_problem(&configuration) != NULL);
+    configuration.remap = 1;
+    memcpy(configuration.gains, moved, sizeof moved);
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(tarn_process(reference, in, plain, FRAMES) == TARN_OK);
+    CHECK(tarn_process(stream, in, remapped, FRAMES) == TARN_OK);
+    for (int i = 0; i < FRAMES; ++i) {
+        CHECK(remapped[i][1] == plain[i][0] && remapped[i][0] == plain[i][1] && remapped[i][3] == plain[i][2]);
+        CHECK(remapped[i][2] == 0);
+    }
+    CHECK(tarn_set_remap(stream, none) == TARN_OK);
+    CHECK(tarn_process(stream, in, remapped, FRAMES) == TARN_OK);
+    for (int i = 64; i < FRAMES; ++i)
+        for (int slot = 0; slot < 4; ++slot)
+            if (remapped[i][slot] > largest) largest = remapped[i][slot];
+    CHECK(largest == 0);
+    tarn_destroy(stream);
+    tarn_destroy(reference);
+}
+
+static void test_refusals(void)
+{
+    tarn_configuration configuration;
+    tarn_stream* stream = (tarn_stream*)&configuration;
+    const float* const rows[2] = {0};
+    float* const out[3] = {0};
+
+    tarn_defaults(&configuration);
+    configuration.sample_rate = 22050;
+    CHECK(strstr(tarn_problem(&configuration), "48000") != NULL);
+    CHECK(tarn_create(&configuration, &stream) == TARN_BAD_CONFIGURATION);
+    CHECK(stream == NULL);
+    CHECK(tarn_create(NULL, &stream) == TARN_BAD_ARGUMENT);
+    CHECK(tarn_create(&configuration, NULL) == TARN_BAD_ARGUMENT);
+    CHECK(tarn_problem(NULL) != NULL);
+    CHECK(tarn_process(NULL, stereo, output, 1) == TARN_BAD_ARGUMENT);
+
+    tarn_defaults(&configuration);
+    configuration.format = TARN_S32;
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(tarn_process(stream, stereo, NULL, 1) == TARN_BAD_ARGUMENT);
+    CHECK(tarn_process(stream, stereo, NULL, 0) == TARN_OK);
+    CHECK(tarn_process_planar(stream, rows, out, 1) == TARN_BAD_ARGUMENT);
+    tarn_destroy(stream);
+    configuration.format = 1000;
+    CHECK(tarn_create(&configuration, &stream) == TARN_BAD_CONFIGURATION);
+
+    tarn_destroy(NULL);
+    tarn_reset(NULL);
+    CHECK(tarn_drain(NULL, output, 1) == 0);
+    CHECK(tarn_bypassed(NULL) == 0);
+    for (int status = TARN_OK; status <= TARN_NO_REMAP; ++status)
+        CHECK(strcmp(tarn_status_text((tarn_status)status), tarn_status_text((tarn_status)100)) != 0);
+    CHECK(strchr(tarn_version(), '.') != NULL);
+}
+
+int main(void)
+{
+    fill_stereo();
+    test_default_stream();
+    test_planar();
+    test_remap();
+    test_refusals();
+    return failures == 0 ? 0 : 1;
+}
