@@ -3,7 +3,7 @@
 #include "engine/zrk_tarn.h"
 #include "stream/block.h"
 #include "stream/sample_rows.h"
-#include "stream/upmix_stream.h"
+#include "stream/stream_types.h"
 
 #include <atomic>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "stream/upmix_stream.h"
+#include "stream/stream_types.h"
 
 #include <cstddef>
 #include <cstdint>
