@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/zrk_tarn.h"
+#include "../engine/zrk_tarn.h"
 
 #include <cstdint>
 

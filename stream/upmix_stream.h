@@ -1,6 +1,6 @@
 #pragma once
 
-#include "stream/stream_types.h"
+#include "stream_types.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,0 +1,3 @@
+#pragma once
+
+#include "filterbank/cos_mod.h"

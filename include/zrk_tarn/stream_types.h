@@ -1,0 +1,3 @@
+#pragma once
+
+#include "stream/stream_types.h"

@@ -1,0 +1,3 @@
+#pragma once
+
+#include "stream/upmix_stream.h"

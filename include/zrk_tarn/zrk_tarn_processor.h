@@ -1,0 +1,3 @@
+#pragma once
+
+#include "host/zrk_tarn_processor.h"
