@@ -63,4 +63,14 @@ install(
 
 if(TARN_BUILD_CLI)
   install(TARGETS tarn RUNTIME COMPONENT tool)
+  set(TARN_ZSH_COMPLETIONS_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks for completions")
+  install(
+    FILES completions/tarn.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME tarn
+    COMPONENT tool)
+  install(
+    FILES completions/_tarn
+    DESTINATION ${TARN_ZSH_COMPLETIONS_DIR}
+    COMPONENT tool)
 endif()
