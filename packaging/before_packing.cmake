@@ -1,0 +1,14 @@
+# Run by CPack on the files that it is about to pack: manual pages compressed without time stamps, and everything
+# stripped as far as Debian's packages are.
+
+function(for_files pattern)
+  file(GLOB_RECURSE files ${CPACK_TEMPORARY_DIRECTORY}/*)
+  list(FILTER files INCLUDE REGEX "/${pattern}$")
+  execute_process(COMMAND ${ARGN} ${files} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+set(strip strip --remove-section=.comment --remove-section=.note)
+for_files("man1/[^/]*\\.1" gzip -9n)
+for_files("bin/tarn" ${strip})
+for_files("libzrk_tarn\\.so\\.[0-9]+\\.[0-9.]+" ${strip} --strip-unneeded)
+for_files("libzrk_tarn\\.a" ${strip} --strip-debug --enable-deterministic-archives)

@@ -1,0 +1,86 @@
+# `cpack -G DEB`: the library, what is needed to build with it, and the command as Debian packages. Configure with the
+# preset `package`, which knows Debian's places.
+
+include(GNUInstallDirs)
+
+# One place says the version and the date of the packages: their changelog.
+file(STRINGS packaging/debian/changelog changelog)
+string(REGEX REPLACE ".*<(.*)>.*" "\\1" address "${changelog}")
+if(NOT changelog MATCHES "^zrk-tarn \\(${PROJECT_VERSION}-([0-9]+)\\)")
+  message(FATAL_ERROR "packaging/debian/changelog does not begin with version ${PROJECT_VERSION}")
+endif()
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_1})
+set(version ${PROJECT_VERSION}-${CMAKE_MATCH_1})
+
+set(compressed_changelog ${PROJECT_BINARY_DIR}/changelog.Debian.gz)
+add_custom_command(
+  OUTPUT ${compressed_changelog}
+  COMMAND sh -c "exec gzip -9n <\"$0\" >\"$1\"" ${PROJECT_SOURCE_DIR}/packaging/debian/changelog
+          ${compressed_changelog}
+  DEPENDS packaging/debian/changelog
+  VERBATIM)
+# Which version of the package each symbol came with: packages that use none but old ones need no newer library.
+set(symbols ${PROJECT_BINARY_DIR}/symbols)
+add_custom_command(
+  OUTPUT ${symbols}
+  COMMAND dpkg-gensymbols -c4 -plibzrk-tarn1 -v${version} -e$<TARGET_FILE:zrk_tarn>
+          -I${PROJECT_SOURCE_DIR}/packaging/debian/libzrk-tarn1.symbols -O${symbols}
+  DEPENDS zrk_tarn packaging/debian/libzrk-tarn1.symbols
+  VERBATIM)
+add_custom_target(tarn_debian ALL DEPENDS ${compressed_changelog} ${symbols})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME zrk-tarn)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # every package has its own
+set(CPACK_PACKAGE_CONTACT "The Tarn authors <${address}>")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ
+    OWNER_WRITE
+    OWNER_EXECUTE
+    GROUP_READ
+    GROUP_EXECUTE
+    WORLD_READ
+    WORLD_EXECUTE)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/before_packing.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/after_packing.cmake)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SOURCE zrk-tarn)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${symbols})
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+
+set(about "Tarn moves voices and whatever else sits in the middle of a stereo
+recording to a centre channel and leaves at the sides what is there, in real
+time, with a 64-band filterbank and 16 separately steered groups of bands.
+.
+This package contains")
+
+# What a group of components becomes. Copyright and changelog go with its first component.
+function(debian_package group name section what contents component)
+  string(TOUPPER ${group} group)
+  set(CPACK_DEBIAN_${group}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${group}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${group}_DESCRIPTION "stereo-to-multichannel upmix engine (${what})\n${about} ${contents}."
+      PARENT_SCOPE)
+  install(
+    FILES packaging/debian/copyright ${compressed_changelog}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+    COMPONENT ${component})
+endfunction()
+
+debian_package(library libzrk-tarn1 libs "shared library" "the shared library" runtime)
+debian_package(dev libzrk-tarn-dev libdevel "development files"
+               "headers, the static library, and files for\nCMake and pkg-config" development)
+debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
+
+include(CPack)
+cpack_add_component(runtime GROUP library)
+cpack_add_component(development GROUP dev)
+cpack_add_component(static GROUP dev)
+cpack_add_component(tool GROUP tool)
