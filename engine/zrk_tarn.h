@@ -2,6 +2,9 @@
 
 #include <cstdint>
 
+/// @file
+/// The engine: what it is configured with, its record and its operations.
+
 /// What an engine is configured with, passed to ZRKTarn::Initialize by value.
 struct Tarn_Parameters
 {
@@ -57,14 +60,16 @@ public:
     static const float MIDTHRES_BANDS[16];  ///< mid
     static const float SLOWTHRES_BANDS[16]; ///< slow; below it, slower
 
-    // Region matrices; the first digit is the region of the 3 x 3 grid, the second the set (see
-    // cinema/interpolation.h).
+    /// Region matrices; the first digit is the region of the 3 x 3 grid, the second the set: 5 for k5, 6 for k6 (see
+    /// cinema/interpolation.h).
+    /// @{
     static const float MATRIX15[12], MATRIX25[12], MATRIX35[12];
     static const float MATRIX45[12], MATRIX55[12], MATRIX65[12];
     static const float MATRIX75[12], MATRIX85[12], MATRIX95[12];
     static const float MATRIX16[12], MATRIX26[12], MATRIX36[12];
     static const float MATRIX46[12], MATRIX56[12], MATRIX66[12];
     static const float MATRIX76[12], MATRIX86[12], MATRIX96[12];
+    /// @}
 
     // --- Operations ------------------------------------------------------------------------------------------------
 

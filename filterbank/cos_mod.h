@@ -1,5 +1,6 @@
 #pragma once
 
+/// @file
 /// The 64-band cosine-modulated filterbank: prototype filter, cosine tables, fast DCT kernels, 64-point transforms.
 ///
 /// All transforms are unnormalised and in single precision:
@@ -77,8 +78,8 @@ void cosModDCT4_X(float* out, float* in);
 //                  Mo [h][h]  the same values
 //                  S  [h]      1 / (2 * cos(pi * (2i + 1) / (2n)))
 // The blocks are internal to the library: programs that call the kernels with them link it statically.
-extern float dct4Table64[2112];
-extern float dct4Table32[544];
-extern float dct3Table32[528];
-extern float dct3Table16[136];
-extern float dct4Table16[144];
+extern float dct4Table64[2112]; ///< DCT-IV block, n = 64
+extern float dct4Table32[544];  ///< DCT-IV block, n = 32
+extern float dct3Table32[528];  ///< DCT-III block, n = 32
+extern float dct3Table16[136];  ///< DCT-III block, n = 16
+extern float dct4Table16[144];  ///< DCT-IV block, n = 16

@@ -14,13 +14,13 @@
 /// the bits of WAVE channel masks.
 struct audio_channel_assignment_t
 {
-    static constexpr std::uint32_t kLeft = 0x2000;
-    static constexpr std::uint32_t kRight = 0x4000;
-    static constexpr std::uint32_t kCentre = 0x200;
-    static constexpr std::uint32_t kRemapColumn2 = 0x40000;
-    static constexpr std::uint32_t kRemapColumn3 = 0x80000;
+    static constexpr std::uint32_t kLeft = 0x2000;          ///< or 0x8000
+    static constexpr std::uint32_t kRight = 0x4000;         ///< or 0x10000
+    static constexpr std::uint32_t kCentre = 0x200;         ///< or 0x1000
+    static constexpr std::uint32_t kRemapColumn2 = 0x40000; ///< on the remap path only
+    static constexpr std::uint32_t kRemapColumn3 = 0x80000; ///< on the remap path only
 
-    std::uint32_t code[8];
+    std::uint32_t code[8]; ///< of each slot
 };
 
 /// What a host holds: one stream's engine, its configuration and the block driver.
@@ -39,8 +39,10 @@ struct audio_channel_assignment_t
 class [[gnu::visibility("default")]] zrk_tarn_processor_t
 {
 public:
+    /// Frames by which the output comes after the input, at every rate.
     static constexpr std::uint32_t kDelayFrames = 960;
 
+    /// A processor without an engine, which the first process call creates.
     zrk_tarn_processor_t() noexcept;
 
     /// Closes and frees the engine, if there is one.

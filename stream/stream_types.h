@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <optional>
 
+/// @file
 /// What a stream is made for and what it shows: formats, slots, configuration, meters.
 
+/// The streaming adapter.
 namespace zrk_tarn
 {
 
@@ -22,54 +24,56 @@ enum class SampleFormat : std::uint8_t
 /// What an output slot carries.
 struct OutputSlot
 {
+    /// Where its samples come from.
     enum class Source : std::uint8_t
     {
         Engine, ///< an output of the engine: 0 front left, 1 front right, 2 centre; with a remap matrix its column
         Input,  ///< an input slot, delayed by the latency and otherwise untouched
-        Silence
+        Silence ///< nothing
     };
 
-    Source source = Source::Silence;
-    std::uint8_t index = 0; ///< of the engine's output or of the input slot
+    Source source = Source::Silence; ///< of its samples
+    std::uint8_t index = 0;          ///< of the engine's output or of the input slot
 };
 
 /// Gains from front left, front right and centre (rows) to four outputs (columns), signed with 28 fraction bits:
 /// 0x10000000 is unity.
 struct RemapGains
 {
-    std::uint32_t gain[3][4];
+    std::uint32_t gain[3][4]; ///< engine output x column
 };
 
 /// How fast the engine follows strong steering.
 enum class SteeringMode : std::uint8_t
 {
-    Fast,
-    Calm
+    Fast, ///< at the fast speed
+    Calm  ///< at the mid speed instead
 };
 
 /// What a stream is made for. The defaults take stereo floats and give front left, front right and centre.
 struct StreamConfiguration
 {
-    std::uint32_t sampleRateHz = 48000; ///< 32000, 44100, 48000, 64000, 88200, 96000 or 192000
-    SampleFormat format = SampleFormat::F32;
-    std::uint32_t inputSlots = 2;  ///< 1 to 8
-    std::uint32_t leftSlot = 0;    ///< input slot of the left channel
-    std::uint32_t rightSlot = 1;   ///< input slot of the right channel
-    std::uint32_t outputSlots = 3; ///< 1 to 8
+    std::uint32_t sampleRateHz = 48000;      ///< 32000, 44100, 48000, 64000, 88200, 96000 or 192000
+    SampleFormat format = SampleFormat::F32; ///< of input and output
+    std::uint32_t inputSlots = 2;            ///< 1 to 8
+    std::uint32_t leftSlot = 0;              ///< input slot of the left channel
+    std::uint32_t rightSlot = 1;             ///< input slot of the right channel
+    std::uint32_t outputSlots = 3;           ///< 1 to 8
+    /// What the output slots carry; the first outputSlots of them count.
     std::array<OutputSlot, 8> outputs = {
         {{OutputSlot::Source::Engine, 0}, {OutputSlot::Source::Engine, 1}, {OutputSlot::Source::Engine, 2}}};
     std::optional<RemapGains> remap = std::nullopt; ///< spreads the three outputs over four
-    SteeringMode mode = SteeringMode::Fast;
-    float mixFraction = 1.0f; ///< 0 to 1
+    SteeringMode mode = SteeringMode::Fast;         ///< can be changed later
+    float mixFraction = 1.0f;                       ///< 0 to 1
 };
 
 /// The smoothing speed that a band group follows its steering with.
 enum class SteeringSpeed : std::uint8_t
 {
-    Slower,
-    Slow,
-    Mid,
-    Fast
+    Slower, ///< the slowest
+    Slow,   ///< slow
+    Mid,    ///< medium
+    Fast    ///< the fastest
 };
 
 /// What a display shows. Levels are linear, full scale 1.

@@ -32,8 +32,13 @@ public:
     /// Throws std::invalid_argument with the problem of the configuration, if there is one; std::bad_alloc.
     explicit UpmixStream(const StreamConfiguration& configuration) : UpmixStream(checked(configuration)) {}
 
+    /// Frees all that it holds.
     ~UpmixStream();
+
+    /// Takes the other stream over, which can then only be assigned to or destroyed.
     UpmixStream(UpmixStream &&) noexcept;
+
+    /// Takes the other stream over in place of this one.
     UpmixStream& operator=(UpmixStream&&) noexcept;
 
     /// Frames by which the output comes after the input, at every rate: 960 of the engine and 64 of the block.
@@ -70,6 +75,8 @@ public:
     /// Changes between the upmix and the plain input: left and right as they came in, the other outputs of the engine
     /// silent, the latency the same. Crossfades within 1024 frames.
     void setBypass(bool bypassed) noexcept;
+
+    /// Whether the plain input was asked for last.
     bool bypassed() const noexcept;
 
     /// Multiplies the engine's outputs, but not what passes or is bypassed, by a gain of 0 to 8, reached within 1024

@@ -25,6 +25,7 @@
 extern "C" {
 #endif
 
+/** Marks what the library exports. */
 #if defined __GNUC__
 #define TARN_API __attribute__((visibility("default")))
 #else
@@ -39,11 +40,11 @@ extern "C" {
 /** What a call came to. */
 typedef enum tarn_status
 {
-    TARN_OK = 0,
+    TARN_OK = 0,                /**< done */
     TARN_BAD_CONFIGURATION = 1, /**< tarn_problem says what is wrong with it */
-    TARN_NO_MEMORY = 2,
-    TARN_BAD_ARGUMENT = 3, /**< a null pointer, or planar rows for a stream that is not TARN_F32 */
-    TARN_NO_REMAP = 4      /**< a matrix for a stream that was made without one */
+    TARN_NO_MEMORY = 2,         /**< nothing was made */
+    TARN_BAD_ARGUMENT = 3,      /**< a null pointer, or planar rows for a stream that is not TARN_F32 */
+    TARN_NO_REMAP = 4           /**< a matrix for a stream that was made without one */
 } tarn_status;
 
 /** How a sample lies in memory. Integers are signed and little-endian, floats native. */
@@ -61,14 +62,14 @@ typedef enum tarn_source
 {
     TARN_FROM_ENGINE = 0, /**< an output of the engine: 0 front left, 1 front right, 2 centre; or a remap column */
     TARN_FROM_INPUT = 1,  /**< an input slot, delayed by the latency and otherwise untouched */
-    TARN_SILENCE = 2
+    TARN_SILENCE = 2      /**< nothing */
 } tarn_source;
 
 /** How strong steering is followed. */
 typedef enum tarn_mode
 {
-    TARN_FAST = 0,
-    TARN_CALM = 1
+    TARN_FAST = 0, /**< at the fast speed */
+    TARN_CALM = 1  /**< at the mid speed instead */
 } tarn_mode;
 
 /** An output slot. */
@@ -140,8 +141,10 @@ TARN_API uint32_t tarn_latency_frames(void);
 /**
  * Takes and gives interleaved frames.
  *
+ * @param stream  made by tarn_create
  * @param input   frames x input slots; null is silence
  * @param output  frames x output slots; may be the input's memory where both have as many slots
+ * @param frames  any number
  * @return TARN_OK or TARN_BAD_ARGUMENT
  */
 TARN_API tarn_status tarn_process(tarn_stream* stream, const void* input, void* output, size_t frames);
@@ -149,8 +152,10 @@ TARN_API tarn_status tarn_process(tarn_stream* stream, const void* input, void* 
 /**
  * Takes and gives one row of floats per slot.
  *
+ * @param stream  made by tarn_create
  * @param input   [input slots], each of frames samples; a null row is silence
  * @param output  [output slots], each of frames samples; a null row is not written; may be the input's rows
+ * @param frames  any number
  * @return TARN_OK, or TARN_BAD_ARGUMENT if the stream is not TARN_F32
  */
 TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const* input, float* const* output,
@@ -171,7 +176,8 @@ TARN_API void tarn_reset(tarn_stream* stream);
 /**
  * Changes the remap matrix from the next block of 64 frames on.
  *
- * @param gains  [3][4] as in the configuration
+ * @param stream  made by tarn_create
+ * @param gains   [3][4] as in the configuration
  * @return TARN_OK, TARN_BAD_ARGUMENT, or TARN_NO_REMAP
  */
 TARN_API tarn_status tarn_set_remap(tarn_stream* stream, const int32_t (*gains)[4]);
