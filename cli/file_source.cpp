@@ -45,20 +45,30 @@ std::uint32_t integerBits(int format) noexcept
     }
 }
 
-/// Bytes that a frame takes in a file; 0 for compressed formats.
-std::uint64_t storedFrameBytes(int format) noexcept
+/// Bytes that a sample takes in a file; 0 for compressed formats.
+std::uint64_t storedBytes(int format) noexcept
 {
     switch (format & SF_FORMAT_SUBMASK) {
     case SF_FORMAT_FLOAT:
-        return kChannels * 4;
+        return 4;
     case SF_FORMAT_DOUBLE:
-        return kChannels * 8;
+        return 8;
     case SF_FORMAT_ULAW:
     case SF_FORMAT_ALAW:
-        return kChannels;
+        return 1;
     default:
-        return kChannels * (integerBits(format) / 8);
+        return integerBits(format) / 8;
     }
+}
+
+/// libsndfile's words for a container or a codec.
+std::string nameOf(int format)
+{
+    SF_FORMAT_INFO description{};
+    description.format = format;
+    const bool known =
+        sf_command(nullptr, SFC_GET_FORMAT_INFO, &description, sizeof description) == 0 && description.name != nullptr;
+    return known ? description.name : "unknown";
 }
 
 bool isMpeg(int format) noexcept
@@ -100,12 +110,22 @@ Failure noAudio(const std::string& path)
 
 } // namespace
 
-FileSource::FileSource(const std::string& inputPath) : path(inputPath)
+FileSource::FileSource(const std::string& inputPath, Demand demand) : path(inputPath)
 {
     openDescriptor();
     openSndfile();
-    checkFormat();
+    if (demand == Demand::Upmixable) checkFormat();
     checkLength();
+}
+
+FileFacts FileSource::facts() const
+{
+    return {.container = nameOf(info.format & SF_FORMAT_TYPEMASK),
+            .codec = nameOf(info.format & SF_FORMAT_SUBMASK),
+            .sampleRate = static_cast<std::uint32_t>(info.samplerate),
+            .bits = integerBits(info.format),
+            .channels = static_cast<std::uint32_t>(info.channels),
+            .frames = promised};
 }
 
 void FileSource::openDescriptor()
@@ -163,7 +183,7 @@ void FileSource::checkLength()
 {
     const auto frames = static_cast<std::uint64_t>(info.frames);
     if (const auto audio = promisedAudio(file.number()); audio && audio->present < audio->promised) {
-        const std::uint64_t frameBytes = storedFrameBytes(info.format);
+        const std::uint64_t frameBytes = storedBytes(info.format) * static_cast<std::uint64_t>(info.channels);
         if (frameBytes == 0) throw cutShort(path, audio->promised, audio->present, "bytes of audio");
         throw cutShort(path, audio->promised / frameBytes, audio->present / frameBytes, "frames");
     }
@@ -211,18 +231,23 @@ double FileSource::findPeak(bool showProgress)
     Progress progress("finding the peak", expected, format().sampleRate, showProgress);
     std::vector<double> stereo(kScanFrames * kChannels);
     double peak = 0.0;
-    while (const std::size_t frames = decode(stereo.data(), kScanFrames)) {
+    while (const std::size_t frames = readFullScale(stereo.data(), kScanFrames)) {
         throwIfInterrupted();
-        for (std::size_t i = 0; i < frames * kChannels; ++i) {
-            if (!std::isfinite(stereo[i]))
-                throw Failure(EX_DATAERR, path + ": frame " + std::to_string(position - frames + i / kChannels) +
-                                              " holds a sample that is infinite or not a number; repair it where it "
-                                              "was made");
-            peak = std::max(peak, std::abs(stereo[i]));
-        }
+        for (std::size_t i = 0; i < frames * kChannels; ++i) peak = std::max(peak, std::abs(stereo[i]));
         progress.advance(frames);
     }
     return peak;
+}
+
+std::size_t FileSource::readFullScale(double* stereo, std::size_t capacity)
+{
+    const std::size_t frames = decode(stereo, capacity);
+    for (std::size_t i = 0; i < frames * kChannels; ++i)
+        if (!std::isfinite(stereo[i]))
+            throw Failure(EX_DATAERR, path + ": frame " + std::to_string(position - frames + i / kChannels) +
+                                          " holds a sample that is infinite or not a number; repair it where it "
+                                          "was made");
+    return frames;
 }
 
 std::size_t FileSource::decode(double* stereo, std::size_t capacity)

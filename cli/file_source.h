@@ -20,6 +20,17 @@ struct SndfileCloser
 
 using SndfileHandle = std::unique_ptr<SNDFILE, SndfileCloser>;
 
+/// What a file says of itself.
+struct FileFacts
+{
+    std::string container;
+    std::string codec;
+    std::uint32_t sampleRate = 0;        ///< Hz
+    std::uint32_t bits = 0;              ///< of integer samples; 0 for floating-point and lossy ones
+    std::uint32_t channels = 0;          ///< 2 where the file can be read
+    std::optional<std::uint64_t> frames; ///< if that is known before the file is read
+};
+
 /// Stereo from an audio file, in any format that libsndfile reads.
 ///
 /// Integer formats are read exactly. Floating-point and lossy ones, which can hold samples above full scale, are read
@@ -27,11 +38,19 @@ using SndfileHandle = std::unique_ptr<SNDFILE, SndfileCloser>;
 class FileSource final : public AudioSource
 {
 public:
-    /// Opens the file and checks that the engine can take it.
+    enum class Demand
+    {
+        Upmixable, ///< stereo at a rate of the engine
+        Anything   ///< any audio; what is not stereo can be described, but not read
+    };
+
+    /// Opens the file and checks that it is what is demanded.
     ///
     /// Throws Failure: EX_NOINPUT if it cannot be opened; EX_DATAERR if it is no audio, cut short, not stereo or not
     /// at a rate of the engine.
-    explicit FileSource(const std::string& path);
+    explicit FileSource(const std::string& path, Demand demand = Demand::Upmixable);
+
+    FileFacts facts() const;
 
     StreamFormat format() const noexcept override;
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return expected; }
@@ -39,6 +58,12 @@ public:
     std::string prepare(bool showProgress) override;
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     void verifyEnd() const override;
+
+    /// Reads frames in units of full scale, without prepare and whatever their peak.
+    ///
+    /// stereo  [2 * capacity]  interleaved
+    /// Returns how many; 0 at the end. Throws Failure (EX_DATAERR) for samples that are not finite.
+    std::size_t readFullScale(double* stereo, std::size_t capacity);
 
 private:
     void openDescriptor();

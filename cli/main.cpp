@@ -1,5 +1,6 @@
 #include "cli/demo_command.h"
 #include "cli/failure.h"
+#include "cli/info_command.h"
 #include "cli/interrupt.h"
 #include "cli/upmix_command.h"
 
@@ -19,6 +20,7 @@ constexpr const char* kMainFooter = R"(Examples:
   tarn demo                                      upmix a built-in scene and see what went where
   tarn upmix song.flac song-3.0.wav              left, right and centre from a stereo file
   tarn upmix --layout 5.1 song.ogg song-5.1.flac the same in the slots of a 5.1 file
+  tarn info song.flac                            what a file is, and whether upmixing gains anything
   tarn upmix --help                              all options
 
 Exit codes:
@@ -123,6 +125,43 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
     return demo;
 }
 
+constexpr const char* kInfoFooter =
+    R"(Every INPUT is read once, in constant memory. Correlation is that of left and right without delay, from -1 (opposite)
+to 1 (alike); mid is (L + R) / sqrt 2, side (L - R) / sqrt 2; levels are the mean of both sides, and a sine of full
+scale on both has -3 dBFS. Bands are octaves. What is not stereo is described, but not examined.
+
+Verdicts, the first that holds, by name in --json:
+  silence         no sample above -90 dBFS                               gains: no
+  one-sided       one side is louder than the other by 40 dB or more     gains: no
+  dual-mono       side is 40 dB or more below mid                        gains: no
+  opposite-phase  correlation of -0.5 or less                            gains: no
+  panned-mono     correlation of 0.99 or more                            gains: little
+  stereo          correlation of 0.2 or more, overall or in a band that
+                  holds 5 % of the energy                                gains: yes
+  independent     all else                                               gains: little
+Bands that hold 5 % of the energy at a correlation of -0.5 or less are named as opposite.
+
+--json prints one object {"files": [...]} with an object for every INPUT in the order given; what has no number (the
+level of silence) is null, and an INPUT that failed has "error" and "exit_code".
+
+The exit code is 0, or that of the first INPUT that failed; the rest are examined all the same.
+
+Examples:
+  tarn info song.flac
+  tarn info --json *.flac | jq -r '.files[] | .input + ": " + .kind'
+)";
+
+/// The options of `tarn info`.
+CLI::App* addInfo(CLI::App& app, tarn::InfoOptions& options)
+{
+    CLI::App* const info = app.add_subcommand("info", "Say what files are and whether upmixing gains anything");
+    info->add_option("INPUT", options.inputs, "Audio files")->type_name("")->required();
+    info->add_flag("--json", options.json, "Print JSON instead of text")->disable_flag_override();
+    info->add_flag("--quiet", options.quiet, "No progress bar")->disable_flag_override();
+    info->footer(kInfoFooter);
+    return info;
+}
+
 /// Fills the places of standard streams that the parent has closed, so that no file of ours gets one of them and takes
 /// in messages. What is put there fails when it is used.
 void occupyStandardStreams()
@@ -143,9 +182,11 @@ int run(int argc, char** argv)
     app.get_formatter()->label("REQUIRED", "");
     app.footer(kMainFooter);
     tarn::UpmixOptions upmixOptions;
+    tarn::InfoOptions infoOptions;
     tarn::DemoOptions demoOptions;
     demoOptions.program = argv[0];
     CLI::App* const upmix = addUpmix(app, upmixOptions);
+    const CLI::App* const info = addInfo(app, infoOptions);
     addDemo(app, demoOptions);
 
     try {
@@ -153,12 +194,14 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        const std::string command = upmix->parsed() ? "tarn upmix" : "tarn";
+        const std::string command = upmix->parsed() ? "tarn upmix" : info->parsed() ? "tarn info" : "tarn";
         throw tarn::Failure(EX_USAGE, std::string(error.what()) + "; see " + command + " --help");
     }
 
-    if (app.get_subcommands().empty()) throw tarn::Failure(EX_USAGE, "no command: say upmix or demo; see tarn --help");
+    if (app.get_subcommands().empty())
+        throw tarn::Failure(EX_USAGE, "no command: say upmix, info or demo; see tarn --help");
     tarn::catchInterrupts();
+    if (info->parsed()) return tarn::runInfo(infoOptions);
     if (upmix->parsed()) {
         tarn::runUpmix(upmixOptions);
     } else {

@@ -14,7 +14,7 @@ TEST_F(Help, NamesEveryCommandAndExitCode)
     const Result result = tarn({"--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* const word : {"upmix", "demo", "Examples:", "\n  0 ", "64", "65", "66", "70", "73", "74"})
+    for (const char* const word : {"upmix", "info", "demo", "Examples:", "\n  0 ", "64", "65", "66", "70", "73", "74"})
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 

@@ -145,7 +145,7 @@ TEST_F(Refusals, OfOptionsThatDoNotFit)
 {
     writeStereo("in.wav");
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
-    expectRefusal({}, 64, "no command: say upmix or demo");
+    expectRefusal({}, 64, "no command: say upmix, info or demo");
     expectRefusal({"upmix"}, 64, "INPUT");
     expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
     expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64, "--bogus");

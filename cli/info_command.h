@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tarn
+{
+
+/// What `tarn info` was asked for.
+struct InfoOptions
+{
+    std::vector<std::string> inputs;
+    bool json = false;
+    bool quiet = false;
+};
+
+/// Prints what the inputs are and whether upmixing them gains anything.
+///
+/// One input that fails does not stop the rest. Returns the exit code: 0, or that of the first input that failed.
+/// Throws Interrupted.
+int runInfo(const InfoOptions& options);
+
+} // namespace tarn

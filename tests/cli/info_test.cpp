@@ -1,0 +1,261 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <random>
+
+// `tarn info`: synthetic inputs, the verdict on each, and the figures behind it.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+using Json = nlohmann::json;
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr std::size_t kFrames = 48000;
+
+std::int32_t sample(double value)
+{
+    return static_cast<std::int32_t>(std::lround(value * 0x7fff)) * 0x10000;
+}
+
+/// Stereo of white noise, which the sides share or do not.
+///
+/// shared  gains of a noise in both sides
+/// own     of the noise that each side has to itself
+Samples noise(double sharedLeft, double sharedRight, double own)
+{
+    std::mt19937 engine(7);
+    std::uniform_real_distribution<double> value(-0.4, 0.4);
+    Samples samples;
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        const double shared = value(engine);
+        samples.push_back(sample(sharedLeft * shared + own * value(engine)));
+        samples.push_back(sample(sharedRight * shared + own * value(engine)));
+    }
+    return samples;
+}
+
+Samples tone(double hz, double right)
+{
+    Samples samples;
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        const double value = 0.5 * std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(i) / 48000.0);
+        samples.push_back(sample(value));
+        samples.push_back(sample(right * value));
+    }
+    return samples;
+}
+
+} // namespace
+
+class Info : public CommandTest
+{
+protected:
+    /// What --json says of the only input.
+    Json infoOf(const std::string& name) const
+    {
+        const Result result = tarn({"info", "--json", name});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        return Json::parse(result.output).at("files").at(0);
+    }
+
+    Json infoOf(const Samples& samples) const
+    {
+        writeAudio(at("in.wav"), kWave16, 48000, 2, samples);
+        return infoOf("in.wav");
+    }
+};
+
+TEST_F(Info, OfDualMonoSaysThatItGainsNothing)
+{
+    const Json info = infoOf(noise(1.0, 1.0, 0.0));
+    EXPECT_EQ(info["kind"], "dual-mono");
+    EXPECT_EQ(info["gains"], "no");
+    EXPECT_EQ(info["identical"], true);
+    EXPECT_EQ(info["overall"]["correlation"], 1.0);
+    EXPECT_TRUE(info["overall"]["side_to_mid_db"].is_null());
+    for (const Json& band : info["bands"]) EXPECT_EQ(band["correlation"], 1.0) << band;
+}
+
+TEST_F(Info, OfNearlyDualMonoIsTheSameVerdictButNotIdentical)
+{
+    const Json info = infoOf(noise(1.0, 1.0, 0.005));
+    EXPECT_EQ(info["kind"], "dual-mono");
+    EXPECT_EQ(info["identical"], false);
+    EXPECT_LT(info["overall"]["side_to_mid_db"], -40.0);
+}
+
+TEST_F(Info, OfIndependentNoiseFindsNothingShared)
+{
+    const Json info = infoOf(noise(0.0, 0.0, 1.0));
+    EXPECT_EQ(info["kind"], "independent");
+    EXPECT_EQ(info["gains"], "little");
+    EXPECT_LT(std::abs(info["overall"]["correlation"].get<double>()), 0.02);
+    EXPECT_LT(std::abs(info["overall"]["side_to_mid_db"].get<double>()), 0.2);
+}
+
+TEST_F(Info, OfOppositePhaseAdvisesToInvert)
+{
+    const Json info = infoOf(noise(1.0, -1.0, 0.0));
+    EXPECT_EQ(info["kind"], "opposite-phase");
+    EXPECT_EQ(info["gains"], "no");
+    EXPECT_EQ(info["overall"]["correlation"], -1.0);
+    for (const Json& band : info["bands"]) EXPECT_EQ(band["correlation"], -1.0) << band;
+    EXPECT_NE(tarn({"info", "in.wav"}).output.find("invert it before upmixing"), std::string::npos);
+}
+
+TEST_F(Info, OfASourceAtOneSideLeavesItThere)
+{
+    const Json info = infoOf(noise(1.0, 0.0, 0.0));
+    EXPECT_EQ(info["kind"], "one-sided");
+    EXPECT_EQ(info["gains"], "no");
+    EXPECT_TRUE(info["overall"]["correlation"].is_null());
+    EXPECT_TRUE(info["overall"]["left_to_right_db"].is_null());
+    EXPECT_EQ(info["overall"]["side_to_mid_db"], 0.0);
+}
+
+TEST_F(Info, OfOneSourceOffTheCentreNamesItsPlace)
+{
+    const Json info = infoOf(noise(1.0, 0.5, 0.0));
+    EXPECT_EQ(info["kind"], "panned-mono");
+    EXPECT_NEAR(info["overall"]["left_to_right_db"], 6.02, 0.01);
+    EXPECT_NEAR(info["overall"]["side_to_mid_db"], 20.0 * std::log10(0.5 / 1.5), 0.01);
+}
+
+TEST_F(Info, OfSilenceHasNothingToUpmix)
+{
+    const Json info = infoOf(Samples(2 * kFrames));
+    EXPECT_EQ(info["kind"], "silence");
+    EXPECT_TRUE(info["peak_dbfs"].is_null());
+    EXPECT_TRUE(info["overall"]["correlation"].is_null());
+    EXPECT_TRUE(info["overall"]["level_dbfs"].is_null());
+    const Result text = tarn({"info", "in.wav"});
+    EXPECT_EQ(text.exitCode, 0);
+    EXPECT_NE(text.output.find("silence: there is nothing to upmix"), std::string::npos) << text.output;
+}
+
+TEST_F(Info, OfStereoWithSomethingInTheMiddleIsWorthIt)
+{
+    // Shared and own noise of equal energy correlate by a half.
+    const Json info = infoOf(noise(0.7, 0.7, 0.7));
+    EXPECT_EQ(info["kind"], "stereo");
+    EXPECT_EQ(info["gains"], "yes");
+    EXPECT_NEAR(info["overall"]["correlation"], 0.5, 0.02);
+}
+
+TEST_F(Info, BandsShowWhatIsSharedAndWhatIsOpposite)
+{
+    // A shared tone in the octave around 500 Hz and an inverted one around 4 kHz cancel in the overall figure.
+    const Samples low = tone(500.0, 1.0);
+    const Samples high = tone(4000.0, -1.0);
+    Samples both;
+    for (std::size_t i = 0; i < low.size(); ++i) both.push_back(low[i] / 2 + high[i] / 2);
+    const Json info = infoOf(both);
+    EXPECT_LT(std::abs(info["overall"]["correlation"].get<double>()), 0.01);
+    EXPECT_EQ(info["kind"], "stereo");
+    ASSERT_EQ(info["bands"].size(), 10u);
+    for (const Json& band : info["bands"]) {
+        EXPECT_EQ(band["opposite_phase"], band["centre_hz"] == 4000.0) << band;
+        if (band["centre_hz"] == 500.0) {
+            EXPECT_GT(band["correlation"], 0.99);
+        }
+    }
+    EXPECT_NE(tarn({"info", "in.wav"}).output.find("(opposite in the octaves around 4000 Hz)"), std::string::npos);
+}
+
+TEST_F(Info, BandsPassTheirOctaveAtFullLevelAndStopTheNextButOne)
+{
+    for (const double hz : {62.5, 1000.0, 8000.0}) {
+        const Json info = infoOf(tone(hz, 1.0));
+        for (const Json& band : info["bands"]) {
+            const double level = band["level_dbfs"].is_null() ? -200.0 : band["level_dbfs"].get<double>();
+            const double octaves = std::abs(std::log2(band["centre_hz"].get<double>() / hz));
+            if (octaves == 0.0) {
+                EXPECT_NEAR(level, -9.03, 0.1) << band;
+            }
+            if (octaves >= 1.0) {
+                // Near half the sample rate, bands fall off more slowly towards lower frequencies.
+                EXPECT_LT(level, -9.03 - (band["centre_hz"] < 16000.0 ? 18.0 : 12.0)) << band;
+            }
+            if (octaves >= 2.0) {
+                EXPECT_LT(level, -9.03 - 32.0) << band;
+            }
+        }
+    }
+}
+
+TEST_F(Info, SaysWhatTheFileIs)
+{
+    writeAudio(at("in.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 96000, 2, stereoNoise(12345, 24));
+    const Json flac = infoOf("in.flac");
+    EXPECT_EQ(flac["input"], "in.flac");
+    EXPECT_NE(flac["container"].get<std::string>().find("FLAC"), std::string::npos);
+    EXPECT_NE(flac["codec"].get<std::string>().find("24"), std::string::npos);
+    EXPECT_EQ(flac["sample_rate"], 96000);
+    EXPECT_EQ(flac["bits"], 24);
+    EXPECT_EQ(flac["channels"], 2);
+    EXPECT_EQ(flac["frames"], 12345);
+    EXPECT_EQ(flac["can_be_upmixed"], true);
+
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 44100, 2, stereoNoise(12345, 16));
+    const Json ogg = infoOf("in.ogg");
+    EXPECT_NE(ogg["codec"].get<std::string>().find("Vorbis"), std::string::npos);
+    EXPECT_TRUE(ogg["bits"].is_null());
+    EXPECT_EQ(ogg["frames"], 12345);
+}
+
+TEST_F(Info, DescribesWhatCannotBeUpmixed)
+{
+    writeAudio(at("mono.wav"), kWave16, 48000, 1, stereoNoise(1000, 16));
+    const Json mono = infoOf("mono.wav");
+    EXPECT_EQ(mono["can_be_upmixed"], false);
+    EXPECT_EQ(mono["frames"], 2000);
+    EXPECT_FALSE(mono.contains("kind"));
+    writeAudio(at("six.wav"), kWave16, 48000, 6, stereoNoise(3000, 16));
+    EXPECT_EQ(infoOf("six.wav")["channels"], 6);
+    writeAudio(at("slow.wav"), kWave16, 8000, 2, stereoNoise(9000, 16));
+    const Json slow = infoOf("slow.wav");
+    EXPECT_EQ(slow["can_be_upmixed"], false);
+    EXPECT_NE(slow["obstacle"].get<std::string>().find("resampled"), std::string::npos);
+    EXPECT_EQ(slow["kind"], "stereo");
+    EXPECT_LT(slow["bands"].back()["centre_hz"], 4000.0);
+}
+
+TEST_F(Info, OfManyFilesGoesOnAfterOneThatFails)
+{
+    writeAudio(at("a.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    writeBytes(at("text.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
+    writeAudio(at("b.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    const Result result = tarn({"info", "--json", "a.wav", "text.wav", "missing.wav", "b.wav"});
+    EXPECT_EQ(result.exitCode, 65);
+    const Json files = Json::parse(result.output).at("files");
+    ASSERT_EQ(files.size(), 4u);
+    EXPECT_EQ(files[0]["kind"], "stereo");
+    EXPECT_EQ(files[1]["exit_code"], 65);
+    EXPECT_EQ(files[2]["exit_code"], 66);
+    EXPECT_EQ(files[3]["kind"], "stereo");
+    EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
+}
+
+TEST_F(Info, OfAnyLengthTakesTheSameMemory)
+{
+    const auto peakKibibytes = [this](std::size_t seconds) {
+        writeAudio(at("in.wav"), kWave16, 32000, 2, Samples(seconds * 64000));
+        const Result result = tarn({"info", "in.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        return result.peakKibibytes;
+    };
+    const long shortFile = peakKibibytes(5);
+    EXPECT_GT(shortFile, 0);
+    EXPECT_LT(peakKibibytes(100) - shortFile, 1024);
+}
+
+} // namespace tarn_cli
