@@ -123,6 +123,10 @@ public:
     [[gnu::noinline]] void carry(const HostRow (&input)[kMostSlots], const HostRow (&output)[kMostSlots],
                                  std::size_t frames) noexcept
     {
+        if (frames > 0 && !started_) {
+            started_ = true;
+            stand();
+        }
         for (std::size_t done = 0; done < frames;) {
             const std::size_t some = std::min(frames - done, kBlockFrames - filled_);
             Row taken[kMostSlots];
@@ -166,8 +170,7 @@ public:
         std::memset(output_, 0, sizeof output_);
         filled_ = 0;
         tail_ = 0;
-        wet_ = {.from = wetTarget(), .to = wetTarget()};
-        gain_ = {.from = gainTarget_.load(kRelaxed), .to = gainTarget_.load(kRelaxed)};
+        started_ = false;
         faults_ = {};
         meters_.clear();
     }
@@ -192,6 +195,13 @@ private:
     }
 
     float wetTarget() const noexcept { return bypassed() ? 0.0f : 1.0f; }
+
+    /// Puts bypass and gain where they are to be, without a way there.
+    void stand() noexcept
+    {
+        wet_ = {.from = wetTarget(), .to = wetTarget()};
+        gain_ = {.from = gainTarget_.load(kRelaxed), .to = gainTarget_.load(kRelaxed)};
+    }
 
     /// Makes the engine's next call configure it, as if it were new but for the signal that it holds.
     void initialiseAgain() noexcept
@@ -298,6 +308,7 @@ private:
     BlockDelay delays_[kMostSlots]; ///< by input slot
     std::size_t tail_ = 0;          ///< frames that have still to come out
 
+    bool started_ = false; ///< a frame has come since the stream was new
     Glide wet_{.from = 1.0f, .to = 1.0f};
     Glide gain_{.from = 1.0f, .to = 1.0f};
     SampleFaults faults_;

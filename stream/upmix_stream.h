@@ -73,15 +73,16 @@ public:
     void reset() noexcept;
 
     /// Changes between the upmix and the plain input: left and right as they came in, the other outputs of the engine
-    /// silent, the latency the same. Crossfades within 1024 frames.
+    /// silent, the latency the same. Crossfades within 1024 frames; before the first frame of a new stream, changes at
+    /// once.
     void setBypass(bool bypassed) noexcept;
 
     /// Whether the plain input was asked for last.
     bool bypassed() const noexcept;
 
     /// Multiplies the engine's outputs, but not what passes or is bypassed, by a gain of 0 to 8, reached within 1024
-    /// frames. Values outside, or NaN, are taken as the nearest within, or 1. At 1, the default, samples stay as the
-    /// engine gives them.
+    /// frames; before the first frame of a new stream, at once. Values outside, or NaN, are taken as the nearest
+    /// within, or 1. At 1, the default, samples stay as the engine gives them.
     void setMakeUpGain(float gain) noexcept;
 
     /// Changes how fast steering is followed, from the next block on, keeping the signal that is on its way.

@@ -188,7 +188,8 @@ TARN_API void tarn_set_bypass(tarn_stream* stream, int bypassed);
 /** 1 if the stream is bypassed, else 0. */
 TARN_API int tarn_bypassed(const tarn_stream* stream);
 
-/** Multiplies the engine's outputs by 0 to 8, reached within 1024 frames; at 1, the default, they stay exact. */
+/** Multiplies the engine's outputs by 0 to 8, reached within 1024 frames, or at once before the first frame of a new
+ * stream; at 1, the default, they stay exact. */
 TARN_API void tarn_set_make_up_gain(tarn_stream* stream, float gain);
 
 /** Changes how strong steering is followed, from the next block on; an unknown mode is taken as TARN_CALM. */

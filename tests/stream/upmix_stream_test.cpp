@@ -456,6 +456,38 @@ TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
     EXPECT_EQ(stream.meters().saturated, 0u) << "not a number is no gain";
 }
 
+TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameHoldFromTheFirstFrameOn)
+{
+    const StreamConfiguration configuration{.format = SampleFormat::S24};
+    constexpr std::size_t kFrames = 4000;
+    const auto stereo = stereoOf(kFrames, 24);
+    const Bytes input = hostBuffer(stereo, configuration);
+    const auto expected = expectedOutputs(stereo, 48000, 24);
+    UpmixStream stream(configuration);
+    Random random(3);
+    for (const double gain : {0.25, 0.0, 0.75}) {
+        stream.setMakeUpGain(7.0f);
+        stream.setMakeUpGain(static_cast<float>(gain));
+        stream.setBypass(false);
+        const Bytes output = through(stream, configuration, input, 0, random);
+        for (std::size_t slot = 0; slot < 3; ++slot) {
+            const auto samples = slotOf(output, slot, 3, SampleFormat::S24);
+            for (std::size_t i = kBlock; i < kFrames; ++i)
+                ASSERT_EQ(samples[i], std::llround(gain * static_cast<double>(expected[slot][i - kBlock])))
+                    << gain << ", " << slot << ", " << i;
+        }
+        stream.reset();
+        stream.setBypass(true);
+        const Bytes plain = through(stream, configuration, input, 0, random);
+        for (std::size_t slot = 0; slot < 2; ++slot) {
+            const auto samples = slotOf(plain, slot, 3, SampleFormat::S24);
+            for (std::size_t i = 0; i < kFrames; ++i)
+                ASSERT_EQ(samples[i], i < kLatency ? 0 : stereo[2 * (i - kLatency) + slot]) << slot << ", " << i;
+        }
+        stream.reset();
+    }
+}
+
 TEST(UpmixStream, ModeChangesKeepTheSignalAndEndInTheOtherMode)
 {
     // A tone that does not move sounds alike in both modes, without a gap where the mode changes.
