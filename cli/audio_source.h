@@ -2,11 +2,13 @@
 
 #include "cli/file_identity.h"
 #include "cli/stream_format.h"
+#include "cli/tags.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -26,6 +28,9 @@ public:
     /// Which file the source reads.
     virtual FileIdentity identity() const noexcept = 0;
 
+    /// What it says about the recording.
+    virtual std::vector<Tag> tags() const { return {}; }
+
     /// What has to be done with the whole source before its first frame can be read.
     ///
     /// Returns a note for the user, or nothing.
@@ -36,6 +41,9 @@ public:
     /// stereo  [2 * capacity]  interleaved
     /// Returns how many, 1 to capacity; 0 at the end.
     virtual std::size_t read(std::int32_t* stereo, std::size_t capacity) = 0;
+
+    /// Begins again with the first frame. Throws Failure (EX_USAGE) where that cannot be.
+    virtual void rewind() = 0;
 
     /// Throws Failure (EX_DATAERR) if what was read up to the end is less than all that should have been there.
     virtual void verifyEnd() const = 0;

@@ -1,6 +1,7 @@
 #include "cli/file_sink.h"
 
 #include "cli/failure.h"
+#include "cli/sndfile_opening.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -45,12 +46,11 @@ std::string flacChannelTag(const Layout& layout)
     return std::string("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=") + mask;
 }
 
-// libsndfile writes comments under a few names of its own: one of them keeps the place.
-constexpr std::string_view kPlaceholderName = "comment=";
-
-std::string flacPlaceholder(const Layout& layout)
+/// Text as long as that comment, under another name. libsndfile writes comments under a few names of its own: one that
+/// is free keeps the place.
+std::string flacPlaceholder(const Layout& layout, const FlacName& name)
 {
-    return std::string(flacChannelTag(layout).size() - kPlaceholderName.size(), '.');
+    return std::string(flacChannelTag(layout).size() - std::string_view(name.name).size(), '.');
 }
 
 } // namespace
@@ -68,14 +68,14 @@ const Container& containerOf(const std::string& path)
 }
 
 FileSink::FileSink(const std::string& path, bool force, std::optional<FileIdentity> input, const Layout& outputLayout,
-                   StreamFormat format)
+                   StreamFormat format, const std::vector<Tag>& tags)
     : layout(outputLayout), sampleBytes(format.bytesPerSample()), file(path, force, input), target{file.descriptor()}
 {
     const Container& container = containerOf(path);
     if (format.bits > container.maxBits)
         throw Failure(EX_USAGE, path + ": FLAC cannot hold samples of " + std::to_string(format.bits) +
                                     " bits; add --bits 24, or write a .wav file");
-    openSndfile(container, format);
+    openSndfile(container, format, tags);
 }
 
 FileSink::~FileSink()
@@ -83,23 +83,31 @@ FileSink::~FileSink()
     if (handle != nullptr) sf_close(handle);
 }
 
-void FileSink::openSndfile(const Container& container, StreamFormat format)
+void FileSink::openSndfile(const Container& container, StreamFormat format, const std::vector<Tag>& tags)
 {
     SF_VIRTUAL_IO calls = {.get_filelen = sizeOf, .seek = seekIn, .read = readFrom, .write = writeTo, .tell = tellOf};
     SF_INFO info{};
     info.samplerate = static_cast<int>(format.sampleRate);
     info.channels = static_cast<int>(layout.slots);
     info.format = container.majorFormat | subtypeOf(format.bits);
-    handle = sf_open_virtual(&calls, SFM_WRITE, &info, &target);
-    check(handle != nullptr);
+    {
+        const std::lock_guard opening(sndfileOpening());
+        handle = sf_open_virtual(&calls, SFM_WRITE, &info, &target);
+        check(handle != nullptr);
+    }
 
     isFlac = container.majorFormat == SF_FORMAT_FLAC;
     if (isFlac) {
-        sf_set_string(handle, SF_STR_COMMENT, flacPlaceholder(layout).c_str());
+        // First of all, so that it is near the start of the file.
+        placeholder = freeFlacName(tags);
+        sf_set_string(handle, placeholder.kind, flacPlaceholder(layout, placeholder).c_str());
+        for (const Tag& tag : tags)
+            if (tag.kind != placeholder.kind) writeTag(handle, tag);
     } else {
         auto map = layout.channelMap;
         sf_command(handle, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
         sf_command(handle, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(layout.slots * sizeof(int)));
+        for (const Tag& tag : tags) writeTag(handle, tag);
     }
 }
 
@@ -127,7 +135,7 @@ void FileSink::nameChannelsInFlac()
     std::array<char, 4096> head{};
     const ssize_t read = pread(target.descriptor, head.data(), head.size(), 0);
     const std::string_view bytes(head.data(), static_cast<std::size_t>(std::max<ssize_t>(read, 0)));
-    const std::size_t place = bytes.find(std::string(kPlaceholderName) + flacPlaceholder(layout));
+    const std::size_t place = bytes.find(placeholder.name + flacPlaceholder(layout, placeholder));
     if (place == std::string_view::npos)
         throw Failure(EX_SOFTWARE, file.name() + ": the FLAC file has no place for the names of its channels");
 

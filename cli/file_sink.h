@@ -4,6 +4,7 @@
 #include "cli/layout.h"
 #include "cli/output_file.h"
 #include "cli/stream_format.h"
+#include "cli/tags.h"
 
 #include <memory>
 #include <string>
@@ -34,7 +35,7 @@ public:
     ///
     /// Throws Failure: EX_USAGE if the container does not hold samples of this width, and what OutputFile throws.
     FileSink(const std::string& path, bool force, std::optional<FileIdentity> input, const Layout& layout,
-             StreamFormat format);
+             StreamFormat format, const std::vector<Tag>& tags = {});
 
     ~FileSink() override;
 
@@ -58,7 +59,7 @@ private:
     static sf_count_t writeTo(const void* from, sf_count_t count, void* target);
     static sf_count_t tellOf(void* target);
 
-    void openSndfile(const Container& container, StreamFormat format);
+    void openSndfile(const Container& container, StreamFormat format, const std::vector<Tag>& tags);
     void nameChannelsInFlac();
     void check(bool succeeded) const;
 
@@ -68,6 +69,7 @@ private:
     Target target;
     SNDFILE* handle = nullptr; ///< closed by finish, which has to see what closing says
     bool isFlac = false;
+    FlacName placeholder{}; ///< under which a FLAC file keeps the place for the names of its channels
     std::vector<std::int32_t> samples;
 };
 

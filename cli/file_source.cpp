@@ -4,6 +4,7 @@
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
+#include "cli/sndfile_opening.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -150,6 +151,7 @@ void FileSource::openSndfile()
     // libsndfile takes the descriptor's position for the start of the file.
     lseek(file.number(), 0, SEEK_SET);
     info = {};
+    const std::lock_guard opening(sndfileOpening());
     handle.reset(sf_open_fd(file.number(), SFM_READ, &info, SF_FALSE));
     position = 0;
     if (handle != nullptr) return;

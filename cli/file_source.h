@@ -55,8 +55,10 @@ public:
     StreamFormat format() const noexcept override;
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return expected; }
     FileIdentity identity() const noexcept override { return identityOf(file.number()); }
+    std::vector<Tag> tags() const override { return readTags(handle.get()); }
     std::string prepare(bool showProgress) override;
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
+    void rewind() override { openSndfile(); }
     void verifyEnd() const override;
 
     /// Reads frames in units of full scale, without prepare and whatever their peak.

@@ -3,6 +3,7 @@
 #include "cli/failure.h"
 #include "cli/text.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -17,7 +18,9 @@ namespace tarn
 namespace
 {
 
-volatile std::sig_atomic_t arrived = 0;
+// Set by the handler, read by every thread that works.
+std::atomic<int> arrived = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
 
 // The handler writes a byte here, so that a signal that arrives just before a wait ends the wait as well.
 int wakePipe[2] = {-1, -1};
@@ -52,7 +55,7 @@ void catchInterrupts()
 
 void throwIfInterrupted()
 {
-    if (arrived != 0) throw Interrupted{arrived};
+    if (const int signalNumber = arrived; signalNumber != 0) throw Interrupted{signalNumber};
 }
 
 void waitUntilReady(int descriptor, short events)

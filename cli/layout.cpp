@@ -21,7 +21,7 @@ constexpr zrk_tarn::OutputSlot kSilent{};
 
 } // namespace
 
-const std::array<Layout, 3> kLayouts{{
+const std::array<Layout, 4> kLayouts{{
     {.name = "3.0",
      .slotNames = "FL FR FC",
      .slots = 3,
@@ -37,6 +37,15 @@ const std::array<Layout, 3> kLayouts{{
      .outputs = {engine(0), engine(1), engine(2), kSilent, kSilent, kSilent},
      .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
                     SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT}},
+    {.name = "7.1",
+     .slotNames = "FL FR FC LFE BL BR SL SR",
+     .slots = 8,
+     .mask = 0x63f,
+     .remapped = false,
+     .outputs = {engine(0), engine(1), engine(2), kSilent, kSilent, kSilent, kSilent, kSilent},
+     .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
+                    SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_SIDE_LEFT,
+                    SF_CHANNEL_MAP_SIDE_RIGHT}},
     {.name = "slots8",
      .slotNames = "FL FR FC LFE BL BR SL SR",
      .slots = 8,
@@ -53,7 +62,7 @@ const Layout& layoutNamed(std::string_view name)
     const auto found =
         std::find_if(kLayouts.begin(), kLayouts.end(), [name](const Layout& l) { return l.name == name; });
     if (found == kLayouts.end())
-        throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; choose 3.0, 5.1 or slots8");
+        throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; choose 3.0, 5.1, 7.1 or slots8");
     return *found;
 }
 

@@ -26,7 +26,7 @@ struct Layout
 };
 
 /// All layouts, in the order of their width.
-extern const std::array<Layout, 3> kLayouts;
+extern const std::array<Layout, 4> kLayouts;
 
 /// The layout of a name; throws Failure (EX_USAGE) if there is none.
 const Layout& layoutNamed(std::string_view name);

@@ -1,3 +1,4 @@
+#include "cli/batch_command.h"
 #include "cli/demo_command.h"
 #include "cli/failure.h"
 #include "cli/info_command.h"
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,6 +34,7 @@ Exit codes:
   70  internal error
   73  OUTPUT cannot be created
   74  reading or writing failed, for example on a full disk
+  Of several files, that of the first that failed, in the order given; the others are done all the same.
   An interrupted run (Ctrl-C, or a pipe whose reader goes away) dies by the signal. Whatever goes wrong, no
   half-written file is left, unless the run is killed outright (SIGKILL, power).
 )";
@@ -45,6 +48,7 @@ for the whole file, which is reported.
 Layouts:
   3.0     FL FR FC
   5.1     FL FR FC LFE BL BR; the last three are silent
+  7.1     FL FR FC LFE BL BR SL SR; the last five are silent
   slots8  FL FR FC LFE BL BR SL SR; the engine's outputs, mixed through a matrix, in FL, FR, SL and SR; needs --remap
 
 A remap file has three rows, one for each output of the engine (front left, front right, centre), of four gains, one
@@ -54,29 +58,69 @@ more than 1 in magnitude, loud passages can wrap around.
   0    1.0  0    0      # front right
   0    0    0.5  0.5    # centre
 
+Many files: with --output-dir DIR, every name is an INPUT, and song.flac becomes DIR/song-3.0.wav, by the name of the
+layout and --format. DIR is created if it is missing. Inputs that would have one output, and outputs that are inputs,
+are refused before anything is written; an output that exists is left alone without --force. One file that fails does
+not stop the rest: a summary at the end says which did, and the exit code is that of the first of them.
+
+Loudness: single sources lose up to 3 dB in the room. --gain changes the level of the output; --loudness-match chooses
+the gain so that the integrated loudness of BS.1770 of the output is that of INPUT (after the scaling down above), for
+which it goes through INPUT twice. Samples that a gain drives beyond full scale are clipped and counted.
+
+Tags: title, artist, album, date, track number, genre, comment, copyright and licence go from INPUT to OUTPUT where both
+formats have a place for them (WAV has none for licences).
+
+JSON: --json prints one object: input, output, layout, sample_rate, bits, frames, seconds, delay_frames (of the output
+against INPUT), bypass, gain_db, clipped_samples (by the gain), speed (times real time), loudness_lufs with
+--loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of full scale has -3), energy_share (0 to 1) and
+full_scale_samples. With --output-dir it is {"files": [...], "failed": N}, and a file that failed has input, error and
+exit_code. What has no number, as the level of silence, is null. It goes to standard output, and to standard error
+where the audio is on standard output.
+
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
 describes it, and is required for standard input. Any length takes the same small amount of memory.
 
 Examples:
   tarn upmix song.flac song-3.0.wav
   tarn upmix --layout 5.1 --bits 24 song.mp3 song-5.1.flac
+  tarn upmix --output-dir upmixed --format flac -j 2 album/*.flac
+  tarn upmix --loudness-match --json song.wav song-3.0.wav
   tarn upmix --layout slots8 --remap matrix.txt song.wav slots.wav
   ffmpeg -i film.mkv -ac 2 -ar 48000 -f s16le - | tarn upmix --raw 48000:16 - film-3.0.wav
 )";
 
-/// The options of `tarn upmix`.
-CLI::App* addUpmix(CLI::App& app, tarn::UpmixOptions& options)
+/// What `tarn upmix` was given: one file to one file, or many to a directory.
+struct UpmixArguments
 {
+    tarn::UpmixOptions options;
+    tarn::BatchOptions batch;
+    std::vector<std::string> more; ///< names after the second
+};
+
+/// The options of `tarn upmix`.
+CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
+{
+    tarn::UpmixOptions& options = arguments.options;
     CLI::App* const upmix = app.add_subcommand("upmix", "Upmix a stereo file or stream");
     upmix->add_option("INPUT", options.input, "Stereo file, or - for raw PCM on standard input")
         ->type_name("")
         ->required();
     upmix->add_option("OUTPUT", options.output, "File to write (.wav, .flac), or - for raw PCM on standard output")
-        ->type_name("")
-        ->required();
-    upmix->add_option("--layout", options.layout, "Slots of the output: 3.0 (default), 5.1 or slots8")
+        ->type_name("");
+    upmix->add_option("MORE", arguments.more, "With --output-dir, all names are INPUTs")->type_name("");
+    upmix->add_option("--output-dir", arguments.batch.directory, "Upmix every INPUT into this directory, see below")
+        ->type_name("DIR");
+    upmix->add_option("--format", arguments.batch.format, "Of the files in --output-dir: wav (default) or flac")
         ->type_name("NAME")
-        ->check(CLI::IsMember({"3.0", "5.1", "slots8"}).description(""));
+        ->check(CLI::IsMember({"wav", "flac"}).description(""))
+        ->needs("--output-dir");
+    upmix->add_option("-j,--jobs", arguments.batch.jobs, "Files at a time with --output-dir, 1 (default) to 64")
+        ->type_name("N")
+        ->check(CLI::Range(1, 64).description(""))
+        ->needs("--output-dir");
+    upmix->add_option("--layout", options.layout, "Slots of the output: 3.0 (default), 5.1, 7.1 or slots8")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"3.0", "5.1", "7.1", "slots8"}).description(""));
     upmix->add_option("--remap", options.remapFile, "Matrix for --layout slots8, see below")->type_name("FILE");
     upmix
         ->add_option("--bits", options.bits,
@@ -96,6 +140,14 @@ CLI::App* addUpmix(CLI::App& app, tarn::UpmixOptions& options)
                      "keeps it; it does not change the output")
         ->type_name("F")
         ->check(CLI::Range(0.0, 1.0).description(""));
+    upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
+        ->type_name("DB")
+        ->check(CLI::Range(-60.0, 18.0).description(""));
+    upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT, see below")
+        ->disable_flag_override();
+    upmix->add_flag("--bypass", options.bypass, "Plain stereo in FL and FR of the layout, as late as the upmix")
+        ->disable_flag_override();
+    upmix->add_flag("--json", options.json, "Print a report in JSON, see below")->disable_flag_override();
     upmix
         ->add_flag("--no-align", options.noAlign,
                    "Leave the output 960 frames late, as a live host\n"
@@ -162,6 +214,26 @@ CLI::App* addInfo(CLI::App& app, tarn::InfoOptions& options)
     return info;
 }
 
+/// Upmixes what was named. Returns the exit code.
+int runUpmix(UpmixArguments& arguments, const CLI::App& upmix)
+{
+    tarn::UpmixOptions& options = arguments.options;
+    const bool hasOutput = upmix.get_option("OUTPUT")->count() > 0;
+    if (upmix.get_option("--output-dir")->count() == 0) {
+        if (!hasOutput) throw tarn::Failure(EX_USAGE, "OUTPUT is required; see tarn upmix --help");
+        if (!arguments.more.empty())
+            throw tarn::Failure(EX_USAGE,
+                                arguments.more.front() + ": a third name; add --output-dir DIR to upmix several files");
+        tarn::runUpmix(options);
+        return EX_OK;
+    }
+    if (arguments.batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
+    arguments.batch.inputs = {options.input};
+    if (hasOutput) arguments.batch.inputs.push_back(options.output);
+    arguments.batch.inputs.insert(arguments.batch.inputs.end(), arguments.more.begin(), arguments.more.end());
+    return tarn::runBatch(arguments.batch, options);
+}
+
 /// Fills the places of standard streams that the parent has closed, so that no file of ours gets one of them and takes
 /// in messages. What is put there fails when it is used.
 void occupyStandardStreams()
@@ -181,11 +253,11 @@ int run(int argc, char** argv)
     app.get_formatter()->column_width(24);
     app.get_formatter()->label("REQUIRED", "");
     app.footer(kMainFooter);
-    tarn::UpmixOptions upmixOptions;
+    UpmixArguments upmixArguments;
     tarn::InfoOptions infoOptions;
     tarn::DemoOptions demoOptions;
     demoOptions.program = argv[0];
-    CLI::App* const upmix = addUpmix(app, upmixOptions);
+    CLI::App* const upmix = addUpmix(app, upmixArguments);
     const CLI::App* const info = addInfo(app, infoOptions);
     addDemo(app, demoOptions);
 
@@ -202,11 +274,8 @@ int run(int argc, char** argv)
         throw tarn::Failure(EX_USAGE, "no command: say upmix, info or demo; see tarn --help");
     tarn::catchInterrupts();
     if (info->parsed()) return tarn::runInfo(infoOptions);
-    if (upmix->parsed()) {
-        tarn::runUpmix(upmixOptions);
-    } else {
-        tarn::runDemo(demoOptions);
-    }
+    if (upmix->parsed()) return runUpmix(upmixArguments, *upmix);
+    tarn::runDemo(demoOptions);
     return EX_OK;
 }
 

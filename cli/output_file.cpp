@@ -21,12 +21,15 @@ namespace
 // Leaves room for the dot and the suffix within the 255 bytes that file systems allow.
 constexpr std::size_t kMaxStemBytes = 240;
 
-/// The mode that open would give a new file.
+/// The mode that open would give a new file. Asked for once: the mask can be read only by changing it, for all threads.
 mode_t defaultMode() noexcept
 {
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+    static const mode_t mode = [] {
+        const mode_t mask = umask(0);
+        umask(mask);
+        return 0666 & ~mask;
+    }();
+    return mode;
 }
 
 /// Renames without replacing; with a hard link where the file system knows no such renaming. Returns 0 or an errno.

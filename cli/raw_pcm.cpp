@@ -70,6 +70,11 @@ void RawSource::refuseFileFormats() const
                                           "', so it is an audio file and not raw PCM; name the file instead of '-'");
 }
 
+void RawSource::rewind()
+{
+    throw Failure(EX_USAGE, "standard input: cannot be read twice; name a file instead of '-'");
+}
+
 void RawSource::verifyEnd() const
 {
     if (partial != 0)

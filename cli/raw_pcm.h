@@ -20,6 +20,7 @@ public:
     FileIdentity identity() const noexcept override;
     std::string prepare(bool /*showProgress*/) override { return {}; }
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
+    void rewind() override;
     void verifyEnd() const override;
 
 private:

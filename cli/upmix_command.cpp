@@ -4,15 +4,18 @@
 #include "cli/file_sink.h"
 #include "cli/file_source.h"
 #include "cli/interrupt.h"
+#include "cli/loudness.h"
 #include "cli/progress.h"
 #include "cli/raw_pcm.h"
 #include "cli/remap_file.h"
 #include "cli/text.h"
+#include "host/zrk_tarn_processor.h"
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 namespace tarn
@@ -22,6 +25,7 @@ namespace
 {
 
 constexpr std::size_t kReadFrames = 4096;
+constexpr double kMostGain = 8.0; ///< that the stream can give
 
 bool isStream(const std::string& name)
 {
@@ -34,6 +38,14 @@ void checkOptions(const UpmixOptions& options, const Layout& layout)
     if (options.input.empty() || options.output.empty())
         throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
     if (std::isnan(options.mixFraction)) throw Failure(EX_USAGE, "--mix-fraction: not a number; use 0 to 1");
+    if (options.bypass && (options.gainDb || options.loudnessMatch))
+        throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
+    if (options.gainDb && options.loudnessMatch)
+        throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
+    if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
+    if (options.loudnessMatch && isStream(options.input))
+        throw Failure(EX_USAGE, "--loudness-match: reads INPUT twice, which a stream does not allow; name a file, or "
+                                "give --gain");
     if (layout.remapped && options.remapFile.empty())
         throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (tarn upmix --help describes it)");
     if (!layout.remapped && !options.remapFile.empty())
@@ -75,7 +87,10 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
 
 EngineSettings engineSettings(const UpmixOptions& options)
 {
-    EngineSettings settings{.mode = options.mode, .mixFraction = options.mixFraction, .remap = {}};
+    EngineSettings settings{.mode = options.mode,
+                            .mixFraction = options.mixFraction,
+                            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
+                            .bypass = options.bypass};
     if (options.remapFile.empty()) return settings;
 
     const RemapFile remap = readRemapFile(options.remapFile);
@@ -92,10 +107,10 @@ std::unique_ptr<AudioSource> openSource(const UpmixOptions& options, const std::
 }
 
 std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& layout, StreamFormat format,
-                                    FileIdentity input)
+                                    const AudioSource& source)
 {
     if (isStream(options.output)) return std::make_unique<RawSink>(std::size_t{layout.slots} * format.bytesPerSample());
-    return std::make_unique<FileSink>(options.output, options.force, input, layout, format);
+    return std::make_unique<FileSink>(options.output, options.force, source.identity(), layout, format, source.tags());
 }
 
 std::string summary(const UpmixOptions& options, const Layout& layout, StreamFormat format, std::uint64_t frames,
@@ -108,6 +123,49 @@ std::string summary(const UpmixOptions& options, const Layout& layout, StreamFor
            formatted(", %.0f x real time", speed);
 }
 
+/// Sends the whole source through the engine. Returns how many times faster than real time that went.
+double pump(const UpmixOptions& options, const char* label, AudioSource& source, Upmixer& upmixer, LoudnessMeter* meter)
+{
+    std::vector<std::int32_t> stereo(2 * kReadFrames);
+    Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.noBar);
+    while (const std::size_t frames = source.read(stereo.data(), kReadFrames)) {
+        throwIfInterrupted();
+        if (meter != nullptr) meter->push(stereo.data(), frames);
+        upmixer.push(stereo.data(), frames);
+        progress.advance(frames);
+    }
+    upmixer.finish();
+    return progress.speed();
+}
+
+/// Measures input and output at unity gain, and begins again with the source.
+LoudnessReport measureLoudness(const UpmixOptions& options, const Layout& layout, StreamFormat format,
+                               const EngineSettings& settings, AudioSource& source)
+{
+    LoudnessMeter input(format.sampleRate);
+    LoudnessSink output(layout, format, nullptr);
+    Upmixer upmixer(layout, format, settings, true, output);
+    pump(options, "measuring loudness", source, upmixer, &input);
+    source.verifyEnd();
+    source.rewind();
+    return {.input = input.integrated(), .atUnityGain = output.meter().integrated(), .output = 0.0};
+}
+
+/// The gain in dB that makes the output as loud as the input.
+double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudness)
+{
+    if (!std::isfinite(loudness.input) || !std::isfinite(loudness.atUnityGain)) {
+        if (!options.quiet) printNote(options.input + ": too quiet for a loudness, so the gain stays 0 dB");
+        return 0.0;
+    }
+    const double gainDb = loudness.input - loudness.atUnityGain;
+    if (gainDb > decibels(kMostGain))
+        throw Failure(EX_DATAERR, options.input + ": matching its loudness takes a gain of " +
+                                      formatted("%.1f dB", gainDb) + ", and " + formatted("%.0f", decibels(kMostGain)) +
+                                      " dB is the most; leave --loudness-match out");
+    return gainDb;
+}
+
 } // namespace
 
 void printNote(const std::string& note)
@@ -115,37 +173,99 @@ void printNote(const std::string& note)
     std::fprintf(stderr, "tarn: %s\n", note.c_str());
 }
 
-void runUpmix(const UpmixOptions& options)
+UpmixReport upmix(const UpmixOptions& options)
 {
     const Layout& layout = layoutNamed(options.layout);
     checkOptions(options, layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
-    const EngineSettings settings = engineSettings(options);
+    EngineSettings settings = engineSettings(options);
 
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
-    const auto sink = openSink(options, layout, format, source->identity());
-    if (const std::string note = source->prepare(!options.quiet); !note.empty() && !options.quiet) printNote(note);
+    const auto sink = openSink(options, layout, format, *source);
+    if (const std::string note = source->prepare(!options.quiet && !options.noBar); !note.empty() && !options.quiet)
+        printNote(note);
 
-    Upmixer upmixer(layout, format, settings, !options.noAlign, *sink);
-    double speed = 0.0;
-    std::vector<std::int32_t> stereo(2 * kReadFrames);
-    {
-        Progress progress("upmixing", source->expectedFrames(), format.sampleRate, !options.quiet);
-        while (const std::size_t frames = source->read(stereo.data(), kReadFrames)) {
-            throwIfInterrupted();
-            upmixer.push(stereo.data(), frames);
-            progress.advance(frames);
-        }
-        upmixer.finish();
-        speed = progress.speed();
+    UpmixReport report{.layout = &layout,
+                       .format = format,
+                       .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
+                       .gainDb = options.gainDb.value_or(0.0),
+                       .bypass = options.bypass};
+    AudioSink* into = sink.get();
+    std::optional<LoudnessSink> loudness;
+    if (options.loudnessMatch) {
+        report.loudness = measureLoudness(options, layout, format, settings, *source);
+        report.gainDb = matchingGainDb(options, *report.loudness);
+        settings.gain = static_cast<float>(std::pow(10.0, report.gainDb / 20.0));
+        into = &loudness.emplace(layout, format, into);
     }
+    std::optional<LevelSink> levels;
+    if (options.json) into = &levels.emplace(layout.slots, format, *into);
+
+    Upmixer upmixer(layout, format, settings, !options.noAlign, *into);
+    report.speed = pump(options, "upmixing", *source, upmixer, nullptr);
     // A stream keeps its whole frames even where the source turns out to be damaged; a file does not.
     source->verifyEnd();
     throwIfInterrupted();
     sink->finish();
-    if (!options.quiet) printNote(summary(options, layout, format, upmixer.frames(), speed));
+
+    report.frames = upmixer.frames();
+    report.clipped = upmixer.clipped();
+    if (levels) report.levels = levels->levels();
+    if (loudness) report.loudness->output = loudness->meter().integrated();
+    if (!options.quiet) {
+        printNote(summary(options, layout, format, report.frames, report.speed));
+        if (loudness)
+            printNote("loudness of the input " + formatted("%.1f", report.loudness->input) + " LUFS, of the output " +
+                      formatted("%.1f", report.loudness->output) + " LUFS with " + formatted("%+.2f", report.gainDb) +
+                      " dB");
+        if (report.clipped > 0)
+            printNote(options.output + ": " + std::to_string(report.clipped) +
+                      " samples were beyond full scale and are clipped; give a smaller --gain");
+    }
+    return report;
+}
+
+Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
+{
+    Json json = {{"input", options.input},
+                 {"output", options.output},
+                 {"layout", report.layout->name},
+                 {"sample_rate", report.format.sampleRate},
+                 {"bits", report.format.bits},
+                 {"frames", report.frames},
+                 {"seconds", static_cast<double>(report.frames) / report.format.sampleRate},
+                 {"delay_frames", report.delayFrames},
+                 {"bypass", report.bypass},
+                 {"gain_db", report.gainDb},
+                 {"clipped_samples", report.clipped},
+                 {"speed", report.speed}};
+    if (report.loudness)
+        json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
+                                 {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},
+                                 {"output", finiteOrNull(report.loudness->output)}};
+
+    double total = 0.0;
+    for (const ChannelLevel& level : report.levels) total += level.energy;
+    std::istringstream names{std::string(report.layout->slotNames)};
+    for (const ChannelLevel& level : report.levels) {
+        std::string name;
+        names >> name;
+        const double meanSquare = level.energy / static_cast<double>(report.frames);
+        json["channels"].push_back({{"name", name},
+                                    {"peak_dbfs", finiteOrNull(decibels(level.peak))},
+                                    {"rms_dbfs", finiteOrNull(decibels(std::sqrt(meanSquare)))},
+                                    {"energy_share", total > 0.0 ? Json(level.energy / total) : Json()},
+                                    {"full_scale_samples", level.fullScaleSamples}});
+    }
+    return json;
+}
+
+void runUpmix(const UpmixOptions& options)
+{
+    const UpmixReport report = upmix(options);
+    if (options.json) printJson(jsonOf(options, report), isStream(options.output) ? stderr : stdout);
 }
 
 } // namespace tarn

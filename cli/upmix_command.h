@@ -1,9 +1,13 @@
 #pragma once
 
+#include "cli/json.h"
+#include "cli/layout.h"
+#include "cli/level_sink.h"
 #include "cli/upmixer.h"
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -19,13 +23,47 @@ struct UpmixOptions
     std::optional<std::string> raw;    ///< RATE:BITS of the stream on -
     int mode = 1;
     float mixFraction = 1.0f;
+    std::optional<double> gainDb;
+    bool loudnessMatch = false;
+    bool bypass = false;
     bool noAlign = false;
     bool force = false;
     bool quiet = false;
+    bool noBar = false; ///< notes, but no progress bar
+    bool json = false;
+};
+
+/// How loud things were, LUFS.
+struct LoudnessReport
+{
+    double input;
+    double atUnityGain; ///< the output before the gain
+    double output;
+};
+
+/// What was done.
+struct UpmixReport
+{
+    const Layout* layout = nullptr;
+    StreamFormat format{};
+    std::uint64_t frames = 0;
+    std::uint32_t delayFrames = 0; ///< of the output against the input
+    double gainDb = 0.0;
+    bool bypass = false;
+    double speed = 0.0;                       ///< times real time
+    std::uint64_t clipped = 0;                ///< samples that the gain drove beyond full scale
+    std::vector<ChannelLevel> levels{};       ///< by slot; empty unless JSON was asked for
+    std::optional<LoudnessReport> loudness{}; ///< where it was matched
 };
 
 /// Upmixes INPUT to OUTPUT. Throws Failure or Interrupted; then no output file is left.
+UpmixReport upmix(const UpmixOptions& options);
+
+/// Upmixes INPUT to OUTPUT and prints the report if it was asked for.
 void runUpmix(const UpmixOptions& options);
+
+/// The report as --json prints it.
+Json jsonOf(const UpmixOptions& options, const UpmixReport& report);
 
 /// Prints a line about the work on standard error.
 void printNote(const std::string& note);

@@ -40,7 +40,10 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
       stereoBytes(kChunkFrames * 2 * streamFormat.bytesPerSample()),
       slots(kChunkFrames * frameBytes),
       toSkip(stream.latencyFrames() - (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
-{}
+{
+    stream.setMakeUpGain(settings.gain);
+    stream.setBypass(settings.bypass);
+}
 
 void Upmixer::push(const std::int32_t* stereo, std::size_t frames)
 {
@@ -59,7 +62,11 @@ void Upmixer::push(const std::int32_t* stereo, std::size_t frames)
 
 void Upmixer::finish()
 {
-    while (const std::size_t frames = stream.drain(slots.data(), kChunkFrames)) deliver(frames);
+    // No more than is due: what comes later is not to be counted as clipped.
+    while (delivered < consumed) {
+        const std::uint64_t due = toSkip + (consumed - delivered);
+        deliver(stream.drain(slots.data(), static_cast<std::size_t>(std::min<std::uint64_t>(due, kChunkFrames))));
+    }
 }
 
 /// Writes the processed frames that are due: neither before the first of the input nor after its last.

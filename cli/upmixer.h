@@ -18,6 +18,8 @@ struct EngineSettings
     int mode = 1;                 ///< 1 or 2
     float mixFraction = 1.0f;     ///< 0 to 1
     zrk_tarn::RemapGains remap{}; ///< for remapped layouts
+    float gain = 1.0f;            ///< of the output, 0 to 8
+    bool bypass = false;          ///< left and right as they came in
 };
 
 /// Upmixes a recording of any length in constant memory: stereo in, slots out.
@@ -37,6 +39,9 @@ public:
 
     /// Frames pushed so far, which is the length of the output.
     std::uint64_t frames() const noexcept { return consumed; }
+
+    /// Samples that the gain has driven beyond full scale, in whole blocks of 64 frames.
+    std::uint64_t clipped() const noexcept { return stream.meters().saturated; }
 
 private:
     void deliver(std::size_t frames);

@@ -97,7 +97,10 @@ TEST_P(Layouts, AreNamedByFlacFiles)
 
 INSTANTIATE_TEST_SUITE_P(Command, Layouts,
                          testing::Values(NamedLayout{"3.0", 0x7, "3.0"}, NamedLayout{"5.1", 0x3f, "5.1"},
-                                         NamedLayout{"slots8", 0x63f, "7.1"}),
-                         [](const auto& test) { return "Channels" + test.param.name.substr(0, 1); });
+                                         NamedLayout{"7.1", 0x63f, "7.1"}, NamedLayout{"slots8", 0x63f, "7.1"}),
+                         [](const auto& test) {
+                             return test.param.option == "slots8" ? "Slots8"
+                                                                  : "Channels" + test.param.name.substr(0, 1);
+                         });
 
 } // namespace tarn_cli

@@ -149,7 +149,7 @@ TEST_F(Refusals, OfOptionsThatDoNotFit)
     expectRefusal({"upmix"}, 64, "INPUT");
     expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
     expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64, "--bogus");
-    expectRefusal({"upmix", "--layout", "7.1", "in.wav", "out.wav"}, 64, "--layout: 7.1");
+    expectRefusal({"upmix", "--layout", "9.1", "in.wav", "out.wav"}, 64, "--layout: 9.1");
     expectRefusal({"upmix", "--bits", "20", "in.wav", "out.wav"}, 64, "--bits: 20");
     expectRefusal({"upmix", "--mode", "3", "in.wav", "out.wav"}, 64, "--mode: 3");
     expectRefusal({"upmix", "--mix-fraction", "1.5", "in.wav", "out.wav"}, 64, "--mix-fraction");

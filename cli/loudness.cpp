@@ -1,0 +1,75 @@
+#include "cli/loudness.h"
+
+#include <limits>
+#include <new>
+
+#include <sndfile.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// The meter's name for a channel.
+int meterChannel(int channel) noexcept
+{
+    switch (channel) {
+    case SF_CHANNEL_MAP_LEFT:
+        return EBUR128_LEFT;
+    case SF_CHANNEL_MAP_RIGHT:
+        return EBUR128_RIGHT;
+    case SF_CHANNEL_MAP_CENTER:
+        return EBUR128_CENTER;
+    case SF_CHANNEL_MAP_REAR_LEFT:
+        return EBUR128_Mp135;
+    case SF_CHANNEL_MAP_REAR_RIGHT:
+        return EBUR128_Mm135;
+    case SF_CHANNEL_MAP_SIDE_LEFT:
+        return EBUR128_Mp090;
+    case SF_CHANNEL_MAP_SIDE_RIGHT:
+        return EBUR128_Mm090;
+    default:
+        return EBUR128_UNUSED;
+    }
+}
+
+} // namespace
+
+LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, std::size_t channels)
+    : state(ebur128_init(static_cast<unsigned>(channels), sampleRateHz, EBUR128_MODE_I))
+{
+    if (state == nullptr) throw std::bad_alloc();
+}
+
+LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz) : LoudnessMeter(sampleRateHz, std::size_t{2}) {}
+
+LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout)
+    : LoudnessMeter(sampleRateHz, std::size_t{layout.slots})
+{
+    for (unsigned slot = 0; slot < layout.slots; ++slot)
+        ebur128_set_channel(state.get(), slot, meterChannel(layout.channelMap[slot]));
+}
+
+void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames)
+{
+    if (ebur128_add_frames_int(state.get(), samples, frames) != EBUR128_SUCCESS) throw std::bad_alloc();
+}
+
+double LoudnessMeter::integrated() const
+{
+    double lufs = -std::numeric_limits<double>::infinity();
+    ebur128_loudness_global(state.get(), &lufs);
+    return lufs;
+}
+
+void LoudnessSink::write(const std::uint8_t* slots, std::size_t frames)
+{
+    samples.resize(frames * slotCount);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] = loadLeftJustified(slots + i * sampleBytes, sampleBytes);
+    loudness.push(samples.data(), frames);
+    if (sink != nullptr) sink->write(slots, frames);
+}
+
+} // namespace tarn

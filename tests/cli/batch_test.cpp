@@ -1,0 +1,148 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+#include "tests/cli/engine_output.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+// `tarn upmix --output-dir`: many files to a directory.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+using Json = nlohmann::json;
+using Names = std::vector<std::string>;
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+
+} // namespace
+
+class Batch : public CommandTest
+{
+protected:
+    void writeStereo(const std::string& name, unsigned seed) const
+    {
+        writeAudio(at(name), kWave16, 48000, 2, stereoNoise(9000 + 100 * seed, 16, seed));
+    }
+
+    Names filesIn(const std::string& folder) const
+    {
+        Names names;
+        for (const auto& entry : std::filesystem::directory_iterator(at(folder)))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    void expectRefusal(const std::vector<std::string>& arguments, int exitCode, const std::string& message) const
+    {
+        const Names before = files();
+        const Result result = tarn(arguments);
+        EXPECT_EQ(result.exitCode, exitCode);
+        EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
+        EXPECT_EQ(files(), before);
+    }
+};
+
+TEST_F(Batch, FilesEqualThoseOfSingleRunsAtAnyNumberOfJobs)
+{
+    std::vector<std::string> inputs;
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        inputs.push_back("in" + std::to_string(seed) + ".wav");
+        writeStereo(inputs.back(), seed);
+    }
+    for (const std::string jobs : {"1", "2", "5", "64"}) {
+        std::vector<std::string> arguments{"upmix", "--output-dir", "out/" + jobs, "-j", jobs, "--layout", "5.1"};
+        arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+        const Result result = tarn(arguments);
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_NE(result.errors.find("tarn: 6 of 6 files upmixed into out/" + jobs + "\n"), std::string::npos)
+            << result.errors;
+        EXPECT_EQ(filesIn("out/" + jobs).size(), 6u);
+        for (unsigned seed = 1; seed <= 6; ++seed) {
+            const Samples stereo = stereoNoise(9000 + 100 * seed, 16, seed);
+            EXPECT_TRUE(readAudio(at("out/" + jobs + "/in" + std::to_string(seed) + "-5.1.wav")).samples ==
+                        engineOutput(stereo, {.layout = "5.1"}));
+        }
+    }
+}
+
+TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
+{
+    writeStereo("a.wav", 1);
+    writeBytes(at("text.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
+    writeStereo("b.wav", 2);
+    for (const std::string jobs : {"1", "2"}) {
+        const Result result = tarn(
+            {"upmix", "--output-dir", "out" + jobs, "-j", jobs, "--json", "a.wav", "text.wav", "missing.wav", "b.wav"});
+        EXPECT_EQ(result.exitCode, 65);
+        EXPECT_NE(result.errors.find("tarn: text.wav: is not an audio file"), std::string::npos) << result.errors;
+        EXPECT_NE(result.errors.find("tarn: 2 of 4 files upmixed into out" + jobs + "; failed: text.wav missing.wav\n"),
+                  std::string::npos)
+            << result.errors;
+        EXPECT_EQ(filesIn("out" + jobs), (Names{"a-3.0.wav", "b-3.0.wav"}));
+
+        const Json report = Json::parse(result.output);
+        EXPECT_EQ(report["failed"], 2);
+        ASSERT_EQ(report["files"].size(), 4u);
+        EXPECT_EQ(report["files"][0]["frames"], 9100);
+        EXPECT_EQ(report["files"][1]["exit_code"], 65);
+        EXPECT_EQ(report["files"][2]["exit_code"], 66);
+        EXPECT_EQ(report["files"][3]["output"], "out" + jobs + "/b-3.0.wav");
+    }
+}
+
+TEST_F(Batch, OfOneFileIsStillADirectory)
+{
+    writeStereo("a.wav", 1);
+    ASSERT_EQ(tarn({"upmix", "--output-dir", "out", "--format", "flac", "a.wav"}).exitCode, 0);
+    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.flac"}));
+    EXPECT_EQ(readAudio(at("out/a-3.0.flac")).info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_FLAC);
+}
+
+TEST_F(Batch, NamesThatMeetAreRefusedBeforeAnythingIsWritten)
+{
+    std::filesystem::create_directory(at("x"));
+    writeStereo("a.wav", 1);
+    writeStereo("x/a.wav", 2);
+    expectRefusal({"upmix", "--output-dir", "out", "a.wav", "x/a.wav"}, 64, "x/a.wav: would become out/a-3.0.wav, as");
+    expectRefusal({"upmix", "--output-dir", "out", "a.wav", "a.wav"}, 64, "a.wav: would become out/a-3.0.wav, as");
+
+    writeStereo("a-3.0.wav", 3);
+    const std::string before = bytesOf(at("a-3.0.wav"));
+    expectRefusal({"upmix", "--force", "--output-dir", ".", "a.wav", "a-3.0.wav"}, 64, "is an input itself");
+    EXPECT_EQ(bytesOf(at("a-3.0.wav")), before);
+}
+
+TEST_F(Batch, OutputsThatExistAreReplacedOnlyWithForce)
+{
+    writeStereo("a.wav", 1);
+    writeStereo("b.wav", 2);
+    std::filesystem::create_directory(at("out"));
+    writeBytes(at("out/a-3.0.wav"), "precious");
+    const Result refused = tarn({"upmix", "--output-dir", "out", "a.wav", "b.wav"});
+    EXPECT_EQ(refused.exitCode, 64);
+    EXPECT_EQ(bytesOf(at("out/a-3.0.wav")), "precious");
+    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav", "b-3.0.wav"}));
+    EXPECT_EQ(tarn({"upmix", "--force", "--output-dir", "out", "a.wav", "b.wav"}).exitCode, 0);
+    EXPECT_EQ(readAudio(at("out/a-3.0.wav")).info.frames, 9100);
+}
+
+TEST_F(Batch, OptionsThatDoNotFitAreRefused)
+{
+    writeStereo("a.wav", 1);
+    expectRefusal({"upmix", "a.wav", "b.wav", "c.wav"}, 64, "add --output-dir DIR");
+    expectRefusal({"upmix", "-j", "2", "a.wav", "b.wav"}, 64, "--output-dir");
+    expectRefusal({"upmix", "--format", "flac", "a.wav", "b.wav"}, 64, "--output-dir");
+    expectRefusal({"upmix", "--output-dir", "out", "-j", "0", "a.wav"}, 64, "--jobs");
+    expectRefusal({"upmix", "--output-dir", "out", "--format", "mp3", "a.wav"}, 64, "--format");
+    expectRefusal({"upmix", "--output-dir", "", "a.wav"}, 64, "--output-dir");
+    expectRefusal({"upmix", "--output-dir", "out", "--raw", "48000:16", "a.wav", "-"}, 64, "name files");
+    expectRefusal({"upmix", "--output-dir", "a.wav", "a.wav"}, 73, "the directory cannot be created");
+}
+
+} // namespace tarn_cli

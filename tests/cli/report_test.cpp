@@ -1,0 +1,296 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+#include "tests/cli/engine_output.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+
+// The report, gain, loudness, bypass and tags of `tarn upmix`.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+using Json = nlohmann::json;
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+
+Samples scaled(Samples samples, double gain)
+{
+    for (std::int32_t& sample : samples)
+        sample = static_cast<std::int32_t>(std::lround(sample * gain / 65536.0)) * 65536;
+    return samples;
+}
+
+/// What a gain makes of 16-bit samples that are left-justified, and how many it clips.
+std::size_t amplify(Samples& samples, float gain)
+{
+    std::size_t clipped = 0;
+    for (std::int32_t& sample : samples) {
+        const auto exact = static_cast<std::int64_t>(std::llround(static_cast<double>(gain) * (sample / 65536)));
+        const auto limited = std::clamp<std::int64_t>(exact, -32768, 32767);
+        if (exact != limited) ++clipped;
+        sample = static_cast<std::int32_t>(limited * 65536);
+    }
+    return clipped;
+}
+
+} // namespace
+
+class Report : public CommandTest
+{
+protected:
+    Json reportOf(const std::vector<std::string>& options) const
+    {
+        std::vector<std::string> arguments{"upmix", "--json", "--force", "in.wav", "out.wav"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Result result = tarn(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        return Json::parse(result.output);
+    }
+
+    /// Writes and returns stereo of 1.5 s at a level.
+    Samples writeInput(double gain) const
+    {
+        const Samples stereo = scaled(stereoNoise(72000, 16), gain);
+        writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+        return stereo;
+    }
+};
+
+TEST_F(Report, HasTheFiguresOfTheFileThatWasWritten)
+{
+    writeInput(1.0);
+    const Json report = reportOf({"--layout", "5.1"});
+    const Samples output = readAudio(at("out.wav")).samples;
+    EXPECT_EQ(report["input"], "in.wav");
+    EXPECT_EQ(report["output"], "out.wav");
+    EXPECT_EQ(report["layout"], "5.1");
+    EXPECT_EQ(report["sample_rate"], 48000);
+    EXPECT_EQ(report["bits"], 16);
+    EXPECT_EQ(report["frames"], 72000);
+    EXPECT_EQ(report["seconds"], 1.5);
+    EXPECT_EQ(report["delay_frames"], 0);
+    EXPECT_EQ(report["clipped_samples"], 0);
+    EXPECT_GT(report["speed"], 0.0);
+    EXPECT_EQ(reportOf({"--layout", "5.1", "--no-align"})["delay_frames"], 960);
+
+    double total = 0.0;
+    for (const std::int32_t sample : output) total += std::pow(sample * 0x1p-31, 2.0);
+    const std::vector<std::string> names{"FL", "FR", "FC", "LFE", "BL", "BR"};
+    ASSERT_EQ(report["channels"].size(), names.size());
+    for (std::size_t slot = 0; slot < names.size(); ++slot) {
+        double peak = 0.0;
+        double energy = 0.0;
+        std::size_t fullScale = 0;
+        for (std::size_t i = slot; i < output.size(); i += names.size()) {
+            const double value = output[i] * 0x1p-31;
+            peak = std::max(peak, std::abs(value));
+            energy += value * value;
+            if (output[i] == INT32_MIN || output[i] == 0x7fff0000) ++fullScale;
+        }
+        const Json& channel = report["channels"][slot];
+        EXPECT_EQ(channel["name"], names[slot]);
+        EXPECT_EQ(channel["full_scale_samples"], fullScale);
+        if (energy == 0.0) {
+            EXPECT_GE(slot, 3u);
+            EXPECT_TRUE(channel["peak_dbfs"].is_null());
+            EXPECT_TRUE(channel["rms_dbfs"].is_null());
+            EXPECT_EQ(channel["energy_share"], 0.0);
+        } else {
+            EXPECT_NEAR(channel["peak_dbfs"], 20.0 * std::log10(peak), 1e-9);
+            EXPECT_NEAR(channel["rms_dbfs"], 10.0 * std::log10(energy / 72000.0), 1e-9);
+            EXPECT_NEAR(channel["energy_share"], energy / total, 1e-9);
+        }
+    }
+}
+
+TEST_F(Report, GoesToStandardErrorWhereTheAudioIsOnStandardOutput)
+{
+    const Samples stereo = writeInput(0.5);
+    const Result result = tarn({"upmix", "--json", "--quiet", "in.wav", "-"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_TRUE(result.output == pcmOf(engineOutput(stereo, {}), 16));
+    EXPECT_EQ(Json::parse(result.errors)["output"], "-");
+}
+
+TEST_F(Report, ChangesNoByteOfTheOutput)
+{
+    writeInput(1.0);
+    reportOf({});
+    const std::string with = bytesOf(at("out.wav"));
+    ASSERT_EQ(tarn({"upmix", "in.wav", "plain.wav"}).exitCode, 0);
+    EXPECT_TRUE(bytesOf(at("plain.wav")) == with);
+}
+
+TEST_F(Report, GainMultipliesEverySampleFromTheFirstAndCountsWhatItClips)
+{
+    const Samples stereo = writeInput(0.5);
+    for (const double gainDb : {-6.0, 0.0, 3.5, 12.0}) {
+        Samples expected = engineOutput(stereo, {});
+        const std::size_t clipped = amplify(expected, static_cast<float>(std::pow(10.0, gainDb / 20.0)));
+        const Json report = reportOf({"--gain", std::to_string(gainDb)});
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == expected) << gainDb;
+        EXPECT_EQ(report["clipped_samples"], clipped) << gainDb;
+        EXPECT_EQ(report["gain_db"], gainDb);
+        EXPECT_EQ(clipped > 0, gainDb == 12.0) << "the case that this test needs";
+    }
+    EXPECT_NE(tarn({"upmix", "--force", "--gain", "12", "in.wav", "out.wav"}).errors.find("are clipped"),
+              std::string::npos);
+}
+
+TEST_F(Report, LoudnessMatchGivesTheLoudnessOfTheInput)
+{
+    const Samples stereo = writeInput(0.1);
+    const Json report = reportOf({"--loudness-match"});
+    const Json& loudness = report["loudness_lufs"];
+    EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.05);
+    EXPECT_NEAR(report["gain_db"], loudness["input"].get<double>() - loudness["output_without_gain"].get<double>(),
+                1e-9);
+    EXPECT_GT(std::abs(report["gain_db"].get<double>()), 0.3) << "the case that this test needs";
+    Samples expected = engineOutput(stereo, {});
+    EXPECT_EQ(amplify(expected, static_cast<float>(std::pow(10.0, report["gain_db"].get<double>() / 20.0))), 0u);
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+}
+
+TEST_F(Report, LoudnessMatchLeavesSilenceAsItIs)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, Samples(96000));
+    const Json report = reportOf({"--loudness-match"});
+    EXPECT_EQ(report["gain_db"], 0.0);
+    EXPECT_TRUE(report["loudness_lufs"]["input"].is_null());
+}
+
+TEST_F(Report, LoudnessMatchOfFloatingPointAboveFullScaleIsThatOfTheScaledInput)
+{
+    std::vector<float> floats;
+    for (const std::int32_t sample : stereoNoise(72000, 16)) floats.push_back(static_cast<float>(sample) * 0x1p-30f);
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, floats);
+    const Json loudness = reportOf({"--loudness-match"})["loudness_lufs"];
+    EXPECT_LT(loudness["input"], 0.0);
+    EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.3);
+}
+
+TEST_F(Report, BypassIsThePlainStereoWithTheDelayOfTheUpmix)
+{
+    const Samples stereo = writeInput(1.0);
+    for (const bool align : {true, false}) {
+        const Json report = align ? reportOf({"--bypass"}) : reportOf({"--bypass", "--no-align"});
+        EXPECT_EQ(report["bypass"], true);
+        const Samples output = readAudio(at("out.wav")).samples;
+        ASSERT_EQ(output.size(), 3 * 72000u);
+        const std::size_t delay = align ? 0 : 960;
+        for (std::size_t i = 0; i < 72000; ++i) {
+            ASSERT_EQ(output[3 * i], i < delay ? 0 : stereo[2 * (i - delay)]) << i;
+            ASSERT_EQ(output[3 * i + 1], i < delay ? 0 : stereo[2 * (i - delay) + 1]) << i;
+            ASSERT_EQ(output[3 * i + 2], 0) << i;
+        }
+    }
+}
+
+TEST_F(Report, OptionsThatContradictAreRefused)
+{
+    writeInput(0.5);
+    const auto expectRefusal = [this](const std::vector<std::string>& options, const std::string& message) {
+        std::vector<std::string> arguments{"upmix"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Result result = tarn(arguments);
+        EXPECT_EQ(result.exitCode, 64) << result.errors;
+        EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
+        EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
+    };
+    expectRefusal({"--bypass", "--gain", "3", "in.wav", "out.wav"}, "--bypass: leaves the samples as they are");
+    expectRefusal({"--bypass", "--loudness-match", "in.wav", "out.wav"}, "--bypass");
+    expectRefusal({"--gain", "3", "--loudness-match", "in.wav", "out.wav"}, "chooses the gain itself");
+    expectRefusal({"--gain", "18.1", "in.wav", "out.wav"}, "--gain");
+    expectRefusal({"--gain", "nan", "in.wav", "out.wav"}, "--gain");
+    expectRefusal({"--loudness-match", "--raw", "48000:16", "-", "out.wav"}, "a stream does not allow");
+}
+
+TEST_F(Report, Layout71HasTheUpmixInItsFirstThreeSlots)
+{
+    const Samples stereo = writeInput(1.0);
+    reportOf({"--layout", "7.1"});
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {.layout = "7.1"}));
+}
+
+/// Tags that a file is written with, and read again.
+class Tags : public CommandTest
+{
+protected:
+    using Texts = std::vector<std::pair<int, std::string>>;
+
+    void writeTagged(const std::string& name, int format, const Texts& texts) const
+    {
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = 2;
+        info.format = format;
+        SNDFILE* const file = sf_open(at(name).c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr);
+        for (const auto& [kind, text] : texts) sf_set_string(file, kind, text.c_str());
+        const Samples stereo = stereoNoise(5000, 16);
+        sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
+        ASSERT_EQ(sf_close(file), 0);
+    }
+
+    void expectTags(const std::string& name, const Texts& texts) const
+    {
+        SF_INFO info{};
+        SNDFILE* const file = sf_open(at(name).c_str(), SFM_READ, &info);
+        ASSERT_NE(file, nullptr) << name;
+        for (const auto& [kind, text] : texts) {
+            const char* const carried = sf_get_string(file, kind);
+            EXPECT_EQ(carried == nullptr ? "(none)" : std::string(carried), text) << name << ", kind " << kind;
+        }
+        sf_close(file);
+    }
+
+    const Texts inBoth{{SF_STR_TITLE, "A title"},     {SF_STR_ARTIST, "\xc3\x84n artist"}, {SF_STR_ALBUM, "An album"},
+                       {SF_STR_DATE, "2024"},         {SF_STR_TRACKNUMBER, "7"},           {SF_STR_GENRE, "A genre"},
+                       {SF_STR_COMMENT, "A comment"}, {SF_STR_COPYRIGHT, "A right"}};
+};
+
+TEST_F(Tags, GoFromEveryKindOfFileToEveryKindOfOutput)
+{
+    writeTagged("in.wav", kWave16, inBoth);
+    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, inBoth);
+    writeTagged("in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, inBoth);
+    for (const std::string input : {"in.wav", "in.flac", "in.ogg"}) {
+        for (const std::string output : {"out.wav", "out.flac"}) {
+            const Result result = tarn({"upmix", "--force", "--layout", "5.1", input, output});
+            ASSERT_EQ(result.exitCode, 0) << result.errors;
+            expectTags(output, inBoth);
+            EXPECT_EQ(readAudio(at(output)).info.frames, 5000);
+        }
+        EXPECT_NE(bytesOf(at("out.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x003F"), std::string::npos);
+    }
+}
+
+TEST_F(Tags, OfEveryKindAtOnceLeaveTheNamesOfTheChannelsInFlac)
+{
+    Texts all = inBoth;
+    all.emplace_back(SF_STR_LICENSE, "A licence");
+    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, all);
+    ASSERT_EQ(tarn({"upmix", "in.flac", "out.flac"}).exitCode, 0);
+    EXPECT_NE(bytesOf(at("out.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0007"), std::string::npos);
+    for (auto& [kind, text] : all)
+        if (kind == SF_STR_COMMENT) text = "(none)";
+    expectTags("out.flac", all);
+}
+
+TEST_F(Tags, ThatAreVeryLongAreLeftOut)
+{
+    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+                {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, std::string(200000, 'x')}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        ASSERT_EQ(tarn({"upmix", "in.flac", output}).exitCode, 0);
+        expectTags(output, {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, "(none)"}});
+    }
+}
+
+} // namespace tarn_cli
