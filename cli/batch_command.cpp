@@ -41,8 +41,8 @@ void checkNames(const std::vector<Outcome>& files)
     }
     for (const auto& [output, input] : inputOf) {
         std::error_code missing;
-        const auto isOutput = [&](const Outcome& file) {
-            return std::filesystem::equivalent(output, file.options.input, missing);
+        const auto isOutput = [&missing, &name = output](const Outcome& file) {
+            return std::filesystem::equivalent(name, file.options.input, missing);
         };
         if (std::any_of(files.begin(), files.end(), isOutput))
             throw Failure(EX_USAGE, output + ": would be the output for " + input +

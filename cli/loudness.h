@@ -33,7 +33,7 @@ public:
 private:
     struct Closer
     {
-        void operator()(ebur128_state* state) const noexcept { ebur128_destroy(&state); }
+        void operator()(ebur128_state* meter) const noexcept { ebur128_destroy(&meter); }
     };
 
     LoudnessMeter(std::uint32_t sampleRateHz, std::size_t channels);

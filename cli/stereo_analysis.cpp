@@ -34,7 +34,7 @@ constexpr std::array<KindText, 7> kTexts{{
     {"opposite-phase", "no",
      "opposite phase: one side looks inverted, and the centre would stay empty; invert it before upmixing"},
     {"panned-mono", "little", "one source at one place off the centre: an upmix puts it between a side and the centre"},
-    {"independent", "little", "left and right share nothing: an upmix finds hardly anything for the centre"},
+    {"independent", "little", "left and right share nothing: an upmix has no common source to bring to the centre"},
     {"stereo", "yes", "stereo with something in common: worth upmixing"},
 }};
 
