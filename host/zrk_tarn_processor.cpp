@@ -4,8 +4,7 @@ zrk_tarn_processor_t::zrk_tarn_processor_t() noexcept = default;
 
 zrk_tarn_processor_t::~zrk_tarn_processor_t()
 {
-    if (engine == nullptr) return;
-    engine->Close();
+    if (engine != nullptr) engine->Close();
     delete engine;
 }
 

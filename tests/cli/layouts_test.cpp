@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ostream>
 
 namespace tarn_cli
 {
@@ -38,6 +39,11 @@ struct NamedLayout
     std::uint32_t mask;
     std::string name;
 };
+
+std::ostream& operator<<(std::ostream& stream, const NamedLayout& layout)
+{
+    return stream << layout.option;
+}
 
 class Layouts : public CommandTest, public testing::WithParamInterface<NamedLayout>
 {

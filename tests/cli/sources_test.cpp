@@ -46,6 +46,11 @@ struct DefaultWidth
     int width; ///< SF_FORMAT_PCM_*
 };
 
+std::ostream& operator<<(std::ostream& stream, const DefaultWidth& source)
+{
+    return stream << source.file;
+}
+
 class DefaultWidths : public CommandTest, public testing::WithParamInterface<DefaultWidth>
 {};
 

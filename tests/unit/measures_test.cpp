@@ -4,16 +4,20 @@
 #include "cinema/spectrum.h"
 #include "cinema/tonality.h"
 #include "tests/support/engine.h"
+#include "tests/support/random.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <tuple>
 
 using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
+using tests::Random;
 
 namespace
 {
@@ -68,6 +72,48 @@ TEST(Spectrum, AddsATenthOfEachMagnitudeRoundedToSingleAtOnce)
     trackSpectrum(subband, spectrum, peakRegion, rest);
     EXPECT_EQ(spectrum, expected);
     EXPECT_EQ(rest, spectrum - peakRegion);
+}
+
+TEST(Spectrum, TenthsInTheMiddleBetweenTwoTotalsGoToTheEvenOne)
+{
+    // A tenth of 1 is an odd number of halves of the last place of totals from 1/8 to 1/4: where it goes depends on
+    // the total that it meets, and so on all bands below.
+    Random random(1);
+    int odd = 0;
+    for (int turn = 0; turn < 2000; ++turn) {
+        float subband[64] = {};
+        const int middle = turn % 64;
+        subband[middle] = turn % 3 == 0 ? -1.0f : 1.0f;
+        for (int b = 0; b < 64 && turn % 2 == 0; ++b)
+            if (b != middle) subband[b] = static_cast<float>(random.uniform()) * 0x1p-12f;
+
+        const float before = (0.1251f + 0.01f * static_cast<float>(random.below(1000)) / 1000.0f) / 0.9f;
+        float expected = before * 0.9f;
+        for (int b = 0; b < 64; ++b) {
+            if (b == middle) odd += static_cast<int>(std::bit_cast<std::uint32_t>(expected) % 2);
+            expected = plusATenth(expected, std::fabs(subband[b]));
+        }
+
+        float spectrum = before;
+        float peakRegion = 0.0f;
+        float rest = 0.0f;
+        trackSpectrum(subband, spectrum, peakRegion, rest);
+        ASSERT_EQ(spectrum, expected) << "turn " << turn;
+    }
+    EXPECT_GT(odd, 500);
+}
+
+TEST(Spectrum, NoNumberAmongZerosIsNotTakenForSilence)
+{
+    for (int b = 0; b < 64; ++b) {
+        float subband[64] = {};
+        subband[b] = std::numeric_limits<float>::quiet_NaN();
+        float spectrum = 1.0f;
+        float peakRegion = 0.0f;
+        float rest = 0.0f;
+        trackSpectrum(subband, spectrum, peakRegion, rest);
+        EXPECT_TRUE(std::isnan(spectrum)) << "band " << b;
+    }
 }
 
 TEST(Spectrum, PeakRegionIsTheStrongestBandThenItsUpperThenItsLowerNeighbour)
