@@ -19,6 +19,16 @@ void averageRow(const float (&subband)[64], float (&average)[64]) noexcept
         store(average + n, smoothed<kGradual>(kPair, load<kWidth>(subband + n), load<kWidth>(average + n)));
 }
 
+template <bool kGradual>
+void addPairs(const float (&x)[64], float (&even)[32], float (&odd)[32]) noexcept
+{
+    const LanePair<float, 32> entries = deinterleaved(load<64>(x));
+    const auto ofEven = valuesOf<kGradual>(entries.even);
+    store(even, singlesOf(ofEven + valuesOf<kGradual>(entries.odd)));
+    // Minus zero is the neutral element of addition: the first entry stays alone.
+    store(odd, singlesOf(valuesOf<kGradual>(shiftedUp(-0.0f, entries.odd)) + ofEven));
+}
+
 } // namespace
 
 void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept
@@ -56,12 +66,13 @@ void foldBranches(const float (&branch)[128], float (&folded)[64]) noexcept
     }
 }
 
-void splitIntoPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32]) noexcept
+void splitIntoPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32], bool tiny) noexcept
 {
-    const LanePair<float, 32> entries = deinterleaved(load<64>(x));
-    store(even, entries.even + entries.odd);
-    // Minus zero is the neutral element of addition: the first entry stays alone.
-    store(odd, shiftedUp(-0.0f, entries.odd) + entries.even);
+    if (tiny) {
+        addPairs<true>(x, even, odd);
+    } else {
+        addPairs<false>(x, even, odd);
+    }
 }
 
 void averageSubbands(const float (&subband)[64], float (&average)[64]) noexcept

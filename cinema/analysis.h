@@ -20,9 +20,11 @@ void foldBranches(const float (&branch)[128], float (&folded)[64]) noexcept;
 /// The two half-size transform inputs of a 64-vector: its pair sums and its shifted pair sums.
 ///
 /// In    x    [64]
+///       tiny       whether sums may be subnormal and had better be formed gradually (lanes/gradual.h); tells the
+///                  faster way only
 /// Out   even [32]  x[2k] + x[2k + 1]
 ///       odd  [32]  x[0], then x[2k - 1] + x[2k]
-void splitIntoPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32]) noexcept;
+void splitIntoPairSums(const float (&x)[64], float (&even)[32], float (&odd)[32], bool tiny = false) noexcept;
 
 /// Mean of the past blocks' subbands, signed, at 0.9 per block. Runs before the block's subbands overwrite the last.
 ///

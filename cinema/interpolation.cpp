@@ -42,9 +42,11 @@ void interpolateGroups(const float (&regionMatrix)[9][12], const Halves& columns
         const Floats<8> nearFrom = load<8>(regionMatrix[corner[g] + 1]);
         const Floats<8> farTo = load<8>(regionMatrix[corner[g] + 3]);
         const Floats<8> farFrom = load<8>(regionMatrix[corner[g] + 4]);
-        const Floats<8> p = nearFrom - product<kGradual>(nearFrom - nearTo, across[g]);
-        const Floats<8> q = farFrom - product<kGradual>(farFrom - farTo, across[g]);
-        const Floats<8> matrix = q + product<kGradual>(p - q, along[g]);
+        const auto x = valuesOf<kGradual>(broadcast<8>(across[g]));
+        const auto y = valuesOf<kGradual>(broadcast<8>(along[g]));
+        const auto p = valuesOf<kGradual>(nearFrom) - valuesOf<kGradual>(nearFrom - nearTo) * x;
+        const auto q = valuesOf<kGradual>(farFrom) - valuesOf<kGradual>(farFrom - farTo) * x;
+        const Floats<8> matrix = singlesOf(q + (p - q) * y);
 
         const Floats<4> first = lowHalf(matrix);
         const Floats<2> last = lowHalf(highHalf(matrix));

@@ -105,7 +105,8 @@ template <bool kGradual, typename Layout>
 [[gnu::always_inline]] inline Floats<64> mixed(const Floats<16>& ofL, const Floats<64>& l, const Floats<16>& ofR,
                                                const Floats<64>& r) noexcept
 {
-    return product<kGradual>(spreadOverBands<Layout>(ofL), l) + product<kGradual>(spreadOverBands<Layout>(ofR), r);
+    return singlesOf(valuesOf<kGradual>(spreadOverBands<Layout>(ofL)) * valuesOf<kGradual>(l) +
+                     valuesOf<kGradual>(spreadOverBands<Layout>(ofR)) * valuesOf<kGradual>(r));
 }
 
 template <bool kGradualGain, bool kGradual, typename Layout>

@@ -50,7 +50,7 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     const bool tiny = mixSubbands(engine);
 
     // Synthesis. The transform writes the newest slot of every history.
-    for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
+    for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], tiny);
     transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0], tiny);
     for (int r = 0; r < 3; ++r) {
         overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);

@@ -40,10 +40,12 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
     // end: -lpf[63 - n + m] = lpf[960 + n - m], and -lpf[127 - n + m] = lpf[896 + n - m].
     for (int n = 0; n < 32; n += kWidth) {
         const int mirrored = 64 - kWidth - n;
-        Floats<kWidth> now = broadcast<kWidth>(0.0f);
-        Floats<kWidth> nowMirrored = now;
-        Floats<kWidth> minusNext = now;
-        Floats<kWidth> nextMirrored = now;
+        const auto at = [](const float* values) { return valuesOf<kGradual>(load<kWidth>(values)); };
+        const auto zero = valuesOf<kGradual>(broadcast<kWidth>(0.0f));
+        auto now = zero;
+        auto nowMirrored = zero;
+        auto minusNext = zero;
+        auto nextMirrored = zero;
         // The odd slot before, on its way up. The newest slot stays as it is.
         Floats<kWidth> carried = load<kWidth>(history + n);
         Floats<kWidth> carriedMirrored = load<kWidth>(history + mirrored);
@@ -58,12 +60,14 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
                 float* const odd = even + 64;
                 const Floats<kWidth> y = load<kWidth>(even + n);
                 const Floats<kWidth> yMirrored = load<kWidth>(even + mirrored);
-                const Floats<kWidth> difference = y - reversed(yMirrored);
-                const Floats<kWidth> sum = y + reversed(yMirrored);
-                now = now + product<kGradual>(difference, load<kWidth>(lpf + n + m));
-                nowMirrored = nowMirrored + product<kGradual>(difference, load<kWidth>(lpf + 960 + n - m));
-                minusNext = minusNext + product<kGradual>(sum, load<kWidth>(lpf + 64 + n + m));
-                nextMirrored = nextMirrored + product<kGradual>(sum, load<kWidth>(lpf + kLastSlot + n - m));
+                const auto a = valuesOf<kGradual>(y);
+                const auto b = valuesOf<kGradual>(reversed(yMirrored));
+                const auto difference = a - b;
+                const auto sum = a + b;
+                now = now + difference * at(lpf + n + m);
+                nowMirrored = nowMirrored + difference * at(lpf + 960 + n - m);
+                minusNext = minusNext + sum * at(lpf + 64 + n + m);
+                nextMirrored = nextMirrored + sum * at(lpf + kLastSlot + n - m);
 
                 store(even + n, carried);
                 store(even + mirrored, carriedMirrored);
@@ -74,12 +78,11 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
             }
         }
 
-        store(overlapNow + n, load<kWidth>(overlapNow + n) + now);
-        store(overlapNow + mirrored, load<kWidth>(overlapNow + mirrored) + reversed(nowMirrored));
+        store(overlapNow + n, singlesOf(at(overlapNow + n) + now));
+        store(overlapNow + mirrored, singlesOf(at(overlapNow + mirrored) + reversed(nowMirrored)));
         // A sum of products that starts from zero is never minus zero; neither is zero less such a sum.
-        const Floats<kWidth> next = broadcast<kWidth>(0.0f) - minusNext;
-        store(overlapNext + n, load<kWidth>(overlapNext + n) + next);
-        store(overlapNext + mirrored, load<kWidth>(overlapNext + mirrored) + reversed(nextMirrored));
+        store(overlapNext + n, singlesOf(at(overlapNext + n) + (zero - minusNext)));
+        store(overlapNext + mirrored, singlesOf(at(overlapNext + mirrored) + reversed(nextMirrored)));
     }
 }
 

@@ -3,14 +3,15 @@
 #include "lanes/lanes.h"
 
 #include <cstddef>
+#include <type_traits>
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 // Recursive means of a signal that has stopped shrink until they stick among the subnormal numbers, and what they weigh
-// becomes as small; there a processor may take a hundred times as long for a product. In double precision the product
-// of two singles is exact and no longer subnormal, and its conversion rounds once, so that the result has the same
-// bits.
+// becomes as small. There a processor may take a hundred times as long for a product, and for a sum of two normal
+// numbers that is not normal. In double precision nothing that singles can make is subnormal: a sum or product of two
+// singles, rounded from there, has the same bits, since a double has more than twice their digits and two.
 
 /// The product of two singles, formed where nothing is subnormal. The powers of two cancel; they keep compilers from
 /// seeing that single precision would do.
@@ -19,29 +20,94 @@ inline float gradualProduct(float a, float b) noexcept
     return static_cast<float>((static_cast<double>(a) * 0x1p64) * (static_cast<double>(b) * 0x1p-64));
 }
 
+/// Singles held in double, rounded to single after every operation: slower, but alike for all magnitudes.
+template <int kCount>
+struct Gradual
+{
+    Doubles<kCount> doubles;
+};
+
+/// Compilers must not know where the doubles come from: one that saw singles on both sides of an operation would do it
+/// in single precision.
+template <int kCount>
+[[gnu::always_inline]] inline Gradual<kCount> rounded(const Doubles<kCount>& exact) noexcept
+{
+    return {partwise<Doubles<kCount>>(
+        [](auto part) {
+#if defined __x86_64__
+            asm("" : "+v"(part));
+#elif defined __aarch64__
+            asm("" : "+w"(part));
+#else
+            asm("" : "+m"(part));
+#endif
+            return roundedToSingle(part);
+        },
+        exact)};
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Gradual<kCount> operator+(const Gradual<kCount>& a, const Gradual<kCount>& b) noexcept
+{
+    return rounded(a.doubles + b.doubles);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Gradual<kCount> operator-(const Gradual<kCount>& a, const Gradual<kCount>& b) noexcept
+{
+    return rounded(a.doubles - b.doubles);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Gradual<kCount> operator*(const Gradual<kCount>& a, const Gradual<kCount>& b) noexcept
+{
+    return rounded(a.doubles * b.doubles);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Gradual<kCount> reversed(const Gradual<kCount>& a) noexcept
+{
+    return {reversed(a.doubles)};
+}
+
+/// What a stage works with that is written for both ways.
+template <bool kGradual, int kCount>
+using Values = std::conditional_t<kGradual, Gradual<kCount>, Floats<kCount>>;
+
+template <bool kGradual, int kCount>
+[[gnu::always_inline]] inline Values<kGradual, kCount> valuesOf(const Floats<kCount>& singles) noexcept
+{
+    if constexpr (kGradual) {
+        return {toDouble(singles)};
+    } else {
+        return singles;
+    }
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> singlesOf(const Floats<kCount>& values) noexcept
+{
+    return values;
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> singlesOf(const Gradual<kCount>& values) noexcept
+{
+    return toFloat(values.doubles);
+}
+
 /// a * b, with kGradual formed where nothing is subnormal.
 template <bool kGradual, int kCount>
 [[gnu::always_inline]] inline Floats<kCount> product(const Floats<kCount>& a, const Floats<kCount>& b) noexcept
 {
-    if constexpr (kGradual) {
-        const Doubles<kCount> up = toDouble(a) * broadcast<kCount>(0x1p64);
-        const Doubles<kCount> down = toDouble(b) * broadcast<kCount>(0x1p-64);
-        return toFloat(up * down);
-    } else {
-        return a * b;
-    }
+    return singlesOf(valuesOf<kGradual>(a) * valuesOf<kGradual>(b));
 }
 
 /// The same with one factor for all lanes.
 template <bool kGradual, int kCount>
 [[gnu::always_inline]] inline Floats<kCount> product(const Floats<kCount>& a, float b) noexcept
 {
-    if constexpr (kGradual) {
-        const Doubles<kCount> down = broadcast<kCount>(static_cast<double>(b) * 0x1p-64);
-        return toFloat((toDouble(a) * broadcast<kCount>(0x1p64)) * down);
-    } else {
-        return a * broadcast<kCount>(b);
-    }
+    return product<kGradual>(a, broadcast<kCount>(b));
 }
 
 /// The largest magnitude that is near underflow. Two factors above it make no subnormal product; signals are far

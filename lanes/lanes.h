@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <utility>
 
+#if defined __x86_64__
+#include <immintrin.h>
+#endif
+
 /// Neighbouring values worked on side by side, in vectors as wide as the instruction set that is compiled for.
 ///
 /// Lanes<T, kCount> holds kCount values in as many vector registers as that takes, so that a stage is written once for
@@ -412,12 +416,43 @@ template <int kCount>
     return partwise<I>([](auto x) { return __builtin_convertvector(x, typename I::Part); }, a);
 }
 
+// Conversions between the precisions. GCC would do the wider vectors by halves and pass those of two singles through
+// memory.
+
+/// One part in double, of a vector with as many singles or, for two doubles, of the lower half of one.
+template <typename Double, typename Single>
+[[gnu::always_inline]] inline Double widened(const Single& a) noexcept
+{
+#if defined __x86_64__
+    if constexpr (sizeof(Single) == 16 && sizeof(Double) == 16) {
+        return _mm_cvtps_pd(a);
+    } else
+#endif
+#if defined __AVX__
+        if constexpr (sizeof(Double) == 32) {
+        return _mm256_cvtps_pd(a);
+    } else
+#endif
+#if defined __AVX512F__
+        if constexpr (sizeof(Double) == 64) {
+        return _mm512_maskz_cvtps_pd(0xff, a);
+    } else
+#endif
+    {
+        return __builtin_convertvector(a, Double);
+    }
+}
+
 template <int kCount>
 [[gnu::always_inline]] inline Doubles<kCount> toDouble(const Floats<kCount>& a) noexcept
 {
     using D = Doubles<kCount>;
     if constexpr (D::kParts == Floats<kCount>::kParts) {
-        return partwise<D>([](auto x) { return __builtin_convertvector(x, typename D::Part); }, a);
+        return partwise<D>([](auto x) { return widened<typename D::Part>(x); }, a);
+#if defined __x86_64__
+    } else if constexpr (kCount == 4) {
+        return {{widened<typename D::Part>(a.part[0]), widened<typename D::Part>(_mm_movehl_ps(a.part[0], a.part[0]))}};
+#endif
     } else {
         return joined(toDouble(lowHalf(a)), toDouble(highHalf(a)));
     }
@@ -430,9 +465,24 @@ template <int kCount>
     using F = Floats<kCount>;
     if constexpr (Doubles<kCount>::kParts == F::kParts) {
         return partwise<F>([](auto x) { return __builtin_convertvector(x, typename F::Part); }, a);
+#if defined __x86_64__
+    } else if constexpr (kCount == 4) {
+        return {{_mm_movelh_ps(_mm_cvtpd_ps(a.part[0]), _mm_cvtpd_ps(a.part[1]))}};
+#endif
     } else {
         return joined(toFloat(lowHalf(a)), toFloat(highHalf(a)));
     }
+}
+
+/// One part rounded to single and back in double.
+template <typename Double>
+[[gnu::always_inline]] inline Double roundedToSingle(Double a) noexcept
+{
+#if defined __x86_64__
+    if constexpr (sizeof(Double) == 16) return _mm_cvtps_pd(_mm_cvtpd_ps(a));
+#endif
+    typedef float Single __attribute__((vector_size(sizeof(Double) / 2)));
+    return widened<Double>(__builtin_convertvector(a, Single));
 }
 
 // --- Over all lanes ------------------------------------------------------------------------------------------------
