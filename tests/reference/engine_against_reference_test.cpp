@@ -124,6 +124,58 @@ TEST(LongSilence, GivesTheReferencesBitsDownToSubnormalState)
     EXPECT_LT(twins.engine().avgLevelL, 1.2e-38f);
 }
 
+/// How many values of a field are subnormal.
+template <std::size_t kRows, std::size_t kCount>
+int subnormalsIn(const float (&rows)[kRows][kCount])
+{
+    int found = 0;
+    for (const auto& row : rows)
+        found += static_cast<int>(std::count_if(std::begin(row), std::end(row),
+                                                [](float value) { return std::fpclassify(value) == FP_SUBNORMAL; }));
+    return found;
+}
+
+// What is left of a place that no sound has come from for minutes, met by loud sound: coefficients, subbands and
+// synthesis histories about the smallest normal number.
+TEST(TinyWeights, GiveTheReferencesBitsThroughMixingAndSynthesis)
+{
+    Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
+    int mixed = 0;
+    int synthesised = 0;
+    for (const std::uint32_t rate : kRatesHz) {
+        for (const int exponent : {-58, -62, -110, -126, -140, -144, -147}) {
+            SCOPED_TRACE(testing::Message() << rate << " Hz, weights of 2^" << exponent);
+            EngineTwins twins;
+            twins.initialise(parametersAt(rate, 24));
+            for (const Signal signal : {Signal::LeftNoise, Signal::QuietNoise, Signal::HighTone, Signal::Silence}) {
+                ZRKTarn& a = twins.engine();
+                reference::Engine& b = twins.reference();
+                for (int g = 0; g < 16; ++g) {
+                    const auto lr = std::ldexp(static_cast<float>(random.uniform()), exponent);
+                    const auto fb = std::ldexp(static_cast<float>(random.uniform()), exponent);
+                    a.lrSlower[g] = a.lrSlow[g] = a.lrMid[g] = a.lrFast[g] = lr;
+                    b.lrSlower[g] = b.lrSlow[g] = b.lrMid[g] = b.lrFast[g] = lr;
+                    a.fbSlower[g] = a.fbSlow[g] = a.fbMid[g] = a.fbFast[g] = fb;
+                    b.fbSlower[g] = b.fbSlow[g] = b.fbMid[g] = b.fbFast[g] = fb;
+                }
+                // Alpha as after many changes of the format, so that the weights stay tiny.
+                const auto alpha = std::ldexp(1.0f, exponent);
+                for (float(*pair)[2] : {&a.slower, &a.slow, &a.mid, &a.fast, &b.slower, &b.slow, &b.mid, &b.fast})
+                    (*pair)[0] = alpha;
+                for (int block = 0; block < 20 && !HasFailure(); ++block) {
+                    runBlocks(twins, Path::Plain, signal, 1, random);
+                    mixed += subnormalsIn(a.outSubband);
+                    synthesised += subnormalsIn(a.synthHistory);
+                }
+                if (HasFailure()) return;
+            }
+        }
+    }
+    EXPECT_GT(mixed, 1000);
+    EXPECT_GT(synthesised, 1000);
+}
+
 /// A number that a caller might leave in a field: of any magnitude down to the smallest subnormal one, of either sign.
 float writtenValue(Random& random)
 {
