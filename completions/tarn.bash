@@ -8,19 +8,22 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix demo --help --version' ;;
+    '') words='upmix info demo --help --version' ;;
     upmix)
         case $before in
-        --layout) words='3.0 5.1 slots8' ;;
+        --layout) words='3.0 5.1 7.1 slots8' ;;
+        --format) words='wav flac' ;;
         --bits) words='16 24 32' ;;
         --mode) words='1 2' ;;
-        --remap | --mix-fraction | --raw) return ;;
+        --remap | --mix-fraction | --raw | --output-dir | --jobs | -j | --gain) return ;;
         *)
-            [[ $word != -* ]] || words='--help --layout --remap --bits --mode --mix-fraction --no-align --raw --force
+            [[ $word != -* ]] || words='--help --output-dir --format --jobs --layout --remap --bits --mode
+                                        --mix-fraction --gain --loudness-match --bypass --json --no-align --raw --force
                                         --quiet'
             ;;
         esac
         ;;
+    info) [[ $word != -* ]] || words='--help --json --quiet' ;;
     demo)
         case $before in
         --layout) words='3.0 5.1' ;;
