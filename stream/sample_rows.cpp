@@ -50,7 +50,7 @@ std::int32_t integerOf(float sample, SampleFaults& faults) noexcept
         ++faults.saturated;
         return INT32_MIN;
     }
-    return static_cast<std::int32_t>(static_cast<std::int64_t>(scaled + std::copysign(0.5, scaled)));
+    return static_cast<std::int32_t>(static_cast<std::int64_t>(scaled < 0.0 ? scaled - 0.5 : scaled + 0.5));
 }
 
 void loadFloats(const std::byte* first, std::size_t stride, std::size_t frames, std::int32_t* row,

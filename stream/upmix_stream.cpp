@@ -288,7 +288,7 @@ private:
     std::int32_t saturated(double value) noexcept
     {
         const std::int64_t limit = std::int64_t{1} << (rows_.bits - 1);
-        const auto rounded = static_cast<std::int64_t>(value + std::copysign(0.5, value));
+        const auto rounded = static_cast<std::int64_t>(value < 0.0 ? value - 0.5 : value + 0.5);
         if (rounded >= -limit && rounded < limit) return static_cast<std::int32_t>(rounded);
         ++faults_.saturated;
         return static_cast<std::int32_t>(rounded < 0 ? -limit : limit - 1);
