@@ -59,7 +59,11 @@ HostBuffer::HostBuffer(std::size_t size) : bytes_(size + 2 * kGuard) {}
 
 bool HostBuffer::operator==(const HostBuffer& other) const
 {
-    return bytes_.size() == other.bytes_.size() && tests::sameBytes(bytes_.data(), other.bytes_.data(), bytes_.size());
+    // Not vector's own comparison, which is memcmp: libFuzzer listens to that for what the input might be.
+    std::uint8_t differing = 0;
+    for (std::size_t i = 0; i < bytes_.size(); ++i)
+        differing = static_cast<std::uint8_t>(differing | (bytes_[i] ^ other.bytes_[i]));
+    return differing == 0;
 }
 
 Lives::Life::Life(const Life& other) : operations(other.operations)

@@ -4,21 +4,27 @@
 
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 
 namespace fuzz
 {
 
-/// A number of a kind: of any bits, zero, subnormal, near underflow, special, small, or at most 2^42 in magnitude.
+/// A number of a kind: of any bits, zero, subnormal, near underflow, special, round, small, or at most 2^42 in
+/// magnitude. Round ones make comparisons meet their bounds.
 inline float numberOf(std::uint8_t kind, tests::Random& random)
 {
     const auto mantissa = static_cast<float>(random.uniform());
     switch (kind % 8) {
     case 0:
         return std::bit_cast<float>(random.bits());
-    case 1:
-        return std::copysign(0.0f, mantissa);
+    case 1: {
+        constexpr float kRound[] = {0.0f, -0.0f, 0.25f, 0.5f, 1.0f, 2.0f, 4.0f, 12.0f, 28.0f, 0x1p20f, 0.001f, 0.0001f};
+        const auto only = static_cast<std::size_t>(kind) / 8;
+        return only < std::size(kRound) ? kRound[only] : random.oneOf(kRound);
+    }
     case 2:
         return std::ldexp(mantissa, -126 - static_cast<int>(random.below(24)));
     case 3:

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 #include <iterator>
 #include <type_traits>
 
@@ -13,15 +14,14 @@ namespace tests
 template <typename Field>
 using ElementOf = std::remove_all_extents_t<std::remove_cvref_t<Field>>;
 
-/// Whether two stretches of memory are alike. Not memcmp: fuzzers listen to that, and these bytes are not their
-/// input's.
-inline bool sameBytes(const void* a, const void* b, std::size_t size)
+/// Whether two fields of 32-bit numbers or pointers are alike. Compared by wmemcmp, because fuzzers listen to memcmp for
+/// what their input might be.
+template <typename Field>
+bool sameMemory(const Field& a, const Field& b)
 {
-    const auto* const first = static_cast<const std::uint8_t*>(a);
-    const auto* const second = static_cast<const std::uint8_t*>(b);
-    std::uint8_t differing = 0;
-    for (std::size_t i = 0; i < size; ++i) differing = static_cast<std::uint8_t>(differing | (first[i] ^ second[i]));
-    return differing == 0;
+    static_assert(sizeof(wchar_t) == 4 && sizeof(Field) % 4 == 0 && alignof(Field) % 4 == 0);
+    return std::wmemcmp(reinterpret_cast<const wchar_t*>(&a), reinterpret_cast<const wchar_t*>(&b),
+                        sizeof(Field) / 4) == 0;
 }
 
 /// The first element in which two fields of plain numbers differ in a bit, or -1. NaN is NaN: its sign and payload
@@ -29,7 +29,7 @@ inline bool sameBytes(const void* a, const void* b, std::size_t size)
 template <typename Field>
 std::ptrdiff_t firstDifference(const Field& a, const Field& b)
 {
-    if (sameBytes(&a, &b, sizeof(Field))) return -1;
+    if (sameMemory(a, b)) return -1;
 
     using Element = ElementOf<Field>;
     Element first[sizeof(Field) / sizeof(Element)];
@@ -37,7 +37,7 @@ std::ptrdiff_t firstDifference(const Field& a, const Field& b)
     std::memcpy(first, &a, sizeof(Field));
     std::memcpy(second, &b, sizeof(Field));
     for (std::size_t i = 0; i < std::size(first); ++i) {
-        if (sameBytes(&first[i], &second[i], sizeof(Element))) continue;
+        if (sameMemory(first[i], second[i])) continue;
         if (first[i] != first[i] && second[i] != second[i]) continue;
         return static_cast<std::ptrdiff_t>(i);
     }
