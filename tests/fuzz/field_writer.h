@@ -17,24 +17,32 @@
 namespace fuzz
 {
 
-/// What a caller might write into a public field of an engine between blocks; the same into every engine.
+/// What a caller might write into some neighbouring public fields of an engine between blocks; the same into every
+/// engine.
 class FieldWriter
 {
 public:
-    /// Reads which field, which of its elements and what kind of numbers.
-    explicit FieldWriter(ByteReader& bytes)
-        : field_(bytes.byte()), elements_(bytes.below(3)), kind_(bytes.byte()), seed_(bytes.byte())
-    {}
+    /// Reads which fields, which of their elements and what kind of numbers.
+    explicit FieldWriter(ByteReader& bytes) : first_(bytes.byte())
+    {
+        const std::uint8_t choice = bytes.byte();
+        elements_ = choice % 3;
+        fields_ = 1 + choice / 3 % 8;
+        kind_ = bytes.byte();
+        seed_ = bytes.byte();
+    }
 
     template <typename Engine>
     void write(Engine& engine) const
     {
         tests::Random random(seed_);
-        std::uint32_t fields = 0;
-        tests::forEachField(engine, engine, [&](const auto&...) { ++fields; });
-        std::uint32_t index = 0;
+        int all = 0;
+        tests::forEachField(engine, engine, [&](const auto&...) { ++all; });
+        int index = -(first_ % all);
         tests::forEachField(engine, engine, [&](std::string_view name, auto& field, auto& /*same*/) {
-            if (index++ != field_ % fields) return;
+            const bool chosen = index >= 0 && index < fields_;
+            ++index;
+            if (!chosen) return;
             using Field = std::remove_cvref_t<decltype(field)>;
             // Addresses are no numbers. The two counters are left wherever a walk has ended, and the
             // reference walks with them more often: in Initialize too.
@@ -86,8 +94,9 @@ private:
         }
     }
 
-    std::uint8_t field_;
-    std::uint32_t elements_; ///< 0: one, 1: about half, 2: all
+    int first_;
+    int fields_;   ///< 1 to 8
+    int elements_; ///< 0: one of each, 1: about half, 2: all
     std::uint8_t kind_;
     std::uint8_t seed_;
 };
