@@ -65,7 +65,7 @@ void holdStationaryGroups(ZRKTarn& engine) noexcept
     float average[16];
     float value[16];
     for (int g = 0; g < 16; ++g) {
-        const int louder = engine.peakL[g] < engine.peakR[g] ? 1 : 0;
+        const int louder = engine.peakL[g] <= engine.peakR[g] ? 1 : 0;
         const int band =
             engine.peakBand[g] < 64 ? engine.peakBand[g] : 63; // 64 for an empty group behind the last band
         average[g] = engine.subbandAvg[louder][band];

@@ -52,7 +52,7 @@ template <typename Octet>
     return shiftedUp(-0.0f, a);
 }
 
-[[gnu::always_inline]] inline Two movedUp(const Two& a) noexcept
+[[gnu::always_inline, maybe_unused]] inline Two movedUp(const Two& a) noexcept
 {
     return joined(movedUp(lowHalf(a)), movedUp(highHalf(a)));
 }
@@ -107,7 +107,7 @@ using Stored = std::conditional_t<std::is_same_v<Octet, GradualOne>, double, flo
     store(stored, vector);
 }
 
-[[gnu::always_inline]] inline void storeValues(float (&)[8], const Two&) noexcept {}
+[[gnu::always_inline, maybe_unused]] inline void storeValues(float (&)[8], const Two&) noexcept {}
 
 [[gnu::always_inline]] inline void storeValues(double (&stored)[8], const GradualOne& vector) noexcept
 {

@@ -60,7 +60,7 @@ void MeterBoard::block(const ZRKTarn& engine, const SampleFaults& faults) noexce
     }
     saturated_.store(faults.saturated, kRelaxed);
     invalid_.store(faults.invalid, kRelaxed);
-    blocks_.fetch_add(1, kRelaxed);
+    blocks_.store(blocks_.load(kRelaxed) + 1, kRelaxed); // one thread writes
 }
 
 void MeterBoard::clear() noexcept
