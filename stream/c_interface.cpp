@@ -77,7 +77,7 @@ const char* tarn_version(void)
     return TARN_VERSION;
 }
 
-const char* tarn_status_text(tarn_status status)
+const char* tarn_status_text(int status)
 {
     switch (status) {
     case TARN_OK:
@@ -191,7 +191,7 @@ void tarn_set_make_up_gain(tarn_stream* stream, float gain)
     if (stream != nullptr) stream->stream.setMakeUpGain(gain);
 }
 
-void tarn_set_mode(tarn_stream* stream, tarn_mode mode)
+void tarn_set_mode(tarn_stream* stream, int mode)
 {
     if (stream != nullptr) stream->stream.setMode(mode == TARN_FAST ? SteeringMode::Fast : SteeringMode::Calm);
 }

@@ -115,7 +115,7 @@ typedef struct tarn_stream tarn_stream;
 TARN_API const char* tarn_version(void);
 
 /** What a status means, as a short English text; for an unknown one, too. */
-TARN_API const char* tarn_status_text(tarn_status status);
+TARN_API const char* tarn_status_text(int status);
 
 /** Sets a configuration to stereo floats at 48 kHz, upmixed to front left, front right and centre. */
 TARN_API void tarn_defaults(tarn_configuration* configuration);
@@ -193,7 +193,7 @@ TARN_API int tarn_bypassed(const tarn_stream* stream);
 TARN_API void tarn_set_make_up_gain(tarn_stream* stream, float gain);
 
 /** Changes how strong steering is followed, from the next block on; an unknown mode is taken as TARN_CALM. */
-TARN_API void tarn_set_mode(tarn_stream* stream, tarn_mode mode);
+TARN_API void tarn_set_mode(tarn_stream* stream, int mode);
 
 /** Reads the state after the last block. */
 TARN_API void tarn_read_meters(const tarn_stream* stream, tarn_meters* meters);
