@@ -14,7 +14,7 @@ namespace
 constinit thread_local bool watching = false;
 constinit thread_local tests::ForbiddenCalls counted;
 
-void count(unsigned tests::ForbiddenCalls::*kind) noexcept
+[[maybe_unused]] void count(unsigned tests::ForbiddenCalls::*kind) noexcept
 {
     if (watching) ++(counted.*kind);
 }
