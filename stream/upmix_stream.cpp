@@ -24,7 +24,7 @@ using Codes = audio_channel_assignment_t;
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 constexpr float kMostGain = 8.0f;
-constexpr float kFadePerBlock = 1.0f / 16.0f; ///< crossfades and changes of gain take 16 blocks
+constexpr unsigned kFadeBlocks = 16; ///< crossfades and changes of gain take so many
 constexpr std::size_t kPlainSlots = 3;
 
 static_assert(UpmixStream::latencyFrames() == (kEngineDelayBlocks + 1) * kBlockFrames);
@@ -36,26 +36,40 @@ struct HostRow
     std::size_t stride;
 };
 
-/// A value that follows a target in steps of a block, and moves evenly within them.
-struct Glide
+/// A value that moves evenly to a new target, and is there after kFadeBlocks.
+class Glide
 {
-    float from;
-    float to;
+public:
+    explicit Glide(float value) noexcept : from_(value), to_(value), target_(value) {}
 
-    bool stands() const noexcept { return from == to; }
-
-    /// Begins the next block, to end at most step nearer to the target.
-    void approach(float target, float step) noexcept
+    /// Begins the next block.
+    void approach(float target) noexcept
     {
-        from = to;
-        to = std::clamp(target, from - step, from + step);
+        from_ = to_;
+        if (target != target_) {
+            target_ = target;
+            blocksLeft_ = kFadeBlocks;
+        }
+        if (blocksLeft_ == 0) return;
+        to_ = blocksLeft_ == 1 ? target_ : from_ + (target_ - from_) / static_cast<float>(blocksLeft_);
+        --blocksLeft_;
     }
 
+    /// Whether it is at a value for the whole block.
+    bool standsAt(float value) const noexcept { return from_ == value && to_ == value; }
+
+    /// The value behind a frame of the block.
     double at(std::size_t frame) const noexcept
     {
         const double part = static_cast<double>(frame + 1) / static_cast<double>(kBlockFrames);
-        return static_cast<double>(from) + (static_cast<double>(to) - static_cast<double>(from)) * part;
+        return static_cast<double>(from_) + (static_cast<double>(to_) - static_cast<double>(from_)) * part;
     }
+
+private:
+    float from_; ///< before the block
+    float to_;   ///< at its end
+    float target_;
+    unsigned blocksLeft_ = 0;
 };
 
 std::int32_t processorMode(SteeringMode mode) noexcept
@@ -199,8 +213,8 @@ private:
     /// Puts bypass and gain where they are to be, without a way there.
     void stand() noexcept
     {
-        wet_ = {.from = wetTarget(), .to = wetTarget()};
-        gain_ = {.from = gainTarget_.load(kRelaxed), .to = gainTarget_.load(kRelaxed)};
+        wet_ = Glide(wetTarget());
+        gain_ = Glide(gainTarget_.load(kRelaxed));
     }
 
     /// Makes the engine's next call configure it, as if it were new but for the signal that it holds.
@@ -221,8 +235,8 @@ private:
     {
         filled_ = 0;
         if (mode_.load(kRelaxed) != modeInForce_) initialiseAgain();
-        wet_.approach(wetTarget(), kFadePerBlock);
-        gain_.approach(gainTarget_.load(kRelaxed), kFadePerBlock * kMostGain / 2.0f);
+        wet_.approach(wetTarget());
+        gain_.approach(gainTarget_.load(kRelaxed));
 
         Row delayed[kMostSlots];
         for (std::size_t slot = 0; slot < configuration_.inputSlots; ++slot)
@@ -269,11 +283,11 @@ private:
 
     void mix(const Row& wet, const Row* dry, Row& out) noexcept
     {
-        if (wet_.stands() && wet_.to == 1.0f && gain_.stands() && gain_.to == 1.0f) {
+        if (wet_.standsAt(1.0f) && gain_.standsAt(1.0f)) {
             std::copy_n(wet, kBlockFrames, out);
             return;
         }
-        if (wet_.stands() && wet_.to == 0.0f) {
+        if (wet_.standsAt(0.0f)) {
             for (std::size_t i = 0; i < kBlockFrames; ++i) out[i] = dry != nullptr ? (*dry)[i] : 0;
             return;
         }
@@ -309,8 +323,8 @@ private:
     std::size_t tail_ = 0;          ///< frames that have still to come out
 
     bool started_ = false; ///< a frame has come since the stream was new
-    Glide wet_{.from = 1.0f, .to = 1.0f};
-    Glide gain_{.from = 1.0f, .to = 1.0f};
+    Glide wet_{1.0f};
+    Glide gain_{1.0f};
     SampleFaults faults_;
     MeterBoard meters_;
 

@@ -83,7 +83,7 @@ struct Host
     {
         // What meaningless widths need more than this is never touched, unless a caller has given the engine another
         // width since: then there is no buffer that would do.
-        const std::uint32_t bytes = (stream.bits + 7) / 8;
+        const auto bytes = static_cast<std::uint32_t>(std::uint64_t{stream.bits} + 7) / 8; // modulo 2^32
         const std::size_t bytesOfEngine = keepsFormat() ? processedBytes(lives.reference().engine->bitsPerSample) : 0;
         if (bytes > 8 && bytesOfEngine > 0) return;
         const std::size_t beyond = bytesOfEngine > bytes ? 65 * stream.slots * bytesOfEngine : 0;

@@ -456,6 +456,37 @@ TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
     EXPECT_EQ(stream.meters().saturated, 0u) << "not a number is no gain";
 }
 
+TEST(UpmixStream, MakeUpGainReachesWhateverIsAskedForEvenlyWithin1024Frames)
+{
+    const StreamConfiguration configuration{.format = SampleFormat::S32};
+    constexpr std::size_t kFrames = 8192;
+    constexpr std::size_t kChange = 4096;                      ///< a frame that begins a block
+    auto stereo = stereoOf(kFrames, 28, Signal::CentredNoise); // 1/16 of full scale
+    const Bytes input = hostBuffer(stereo, configuration);
+    const auto expected = expectedOutputs(stereo, 48000, 32);
+    for (const double gain : {8.0, 1.25, 0.0, 0.3}) {
+        const auto reached = static_cast<double>(static_cast<float>(gain));
+        UpmixStream stream(configuration);
+        Bytes output(kFrames * 12);
+        stream.process(input.data(), output.data(), kChange);
+        stream.setMakeUpGain(static_cast<float>(gain));
+        stream.process(&input[kChange * 8], &output[kChange * 12], kFrames - kChange);
+        const auto samples = slotOf(output, 2, 3, SampleFormat::S32);
+        // The block that is full when the gain is asked for comes out as it is.
+        for (std::size_t i = kChange; i < kFrames; ++i) {
+            const auto wet = static_cast<double>(expected[2][i - kBlock]);
+            const auto since = static_cast<double>(i + 1) - static_cast<double>(kChange + kBlock);
+            const double part = std::clamp(since / 1024.0, 0.0, 1.0);
+            const double now = 1.0 + (reached - 1.0) * part;
+            if (part == 0.0 || part == 1.0) {
+                ASSERT_EQ(samples[i], std::llround(now * wet)) << gain << ", " << i;
+            } else { // steps of single precision from block to block
+                ASSERT_NEAR(static_cast<double>(samples[i]), now * wet, 0x1p-20 * 0x1p31) << gain << ", " << i;
+            }
+        }
+    }
+}
+
 TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameHoldFromTheFirstFrameOn)
 {
     const StreamConfiguration configuration{.format = SampleFormat::S24};

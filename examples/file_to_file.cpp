@@ -1,0 +1,34 @@
+// Upmixes a stereo file, aligned and as long: file_to_file IN OUT.wav, with libsndfile.
+#include <sndfile.hh>
+#include <zrk_tarn/upmix_stream.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+int main(int argc, char** argv)
+{
+    SndfileHandle in(argc == 3 ? argv[1] : "");
+    zrk_tarn::StreamConfiguration configuration{.sampleRateHz = static_cast<std::uint32_t>(in.samplerate()),
+                                                .format = zrk_tarn::SampleFormat::S32};
+    if (in.channels() != 2 || zrk_tarn::UpmixStream::problemOf(configuration) != nullptr)
+        return std::puts("usage: file_to_file STEREO OUT.wav, at 32 to 192 kHz"), 1;
+
+    SndfileHandle out(argv[2], SFM_WRITE, SF_FORMAT_WAVEX | SF_FORMAT_PCM_32, 3, in.samplerate());
+    int map[] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER};
+    out.command(SFC_SET_CHANNEL_MAP_INFO, map, sizeof map);
+
+    zrk_tarn::UpmixStream stream(configuration);
+    std::vector<int> stereo(512 * 2), upmixed(512 * 3);
+    sf_count_t late = stream.latencyFrames(); // so many frames come before the first of the input
+    const auto write = [&](sf_count_t frames) {
+        const sf_count_t skipped = std::min(frames, late);
+        out.writef(&upmixed[0] + 3 * skipped, frames - skipped);
+        late -= skipped;
+    };
+    while (const sf_count_t frames = in.readf(stereo.data(), 512)) {
+        stream.process(stereo.data(), upmixed.data(), static_cast<std::size_t>(frames));
+        write(frames);
+    }
+    while (const std::size_t frames = stream.drain(upmixed.data(), 512)) write(static_cast<sf_count_t>(frames));
+}
