@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <ostream>
 
 namespace tests
 {
@@ -13,6 +14,11 @@ struct ForbiddenCalls
     unsigned locks = 0;       ///< locking, trying to lock, waiting and waking: mutexes, conditions, semaphores
 
     friend bool operator==(const ForbiddenCalls&, const ForbiddenCalls&) = default;
+    friend std::ostream& operator<<(std::ostream& stream, const ForbiddenCalls& calls)
+    {
+        return stream << calls.allocations << " allocations, " << calls.releases << " releases, " << calls.locks
+                      << " locks";
+    }
 };
 
 /// Counts them on this thread while work runs. The program's own definitions of these functions stand in front of the

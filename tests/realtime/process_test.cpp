@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <vector>
 
 // What process() promises to a real-time thread after an object's first call: it allocates nothing, locks nothing and
@@ -23,12 +22,6 @@
 
 namespace tests
 {
-
-std::ostream& operator<<(std::ostream& stream, const ForbiddenCalls& calls)
-{
-    return stream << calls.allocations << " allocations, " << calls.releases << " releases, " << calls.locks
-                  << " locks";
-}
 
 namespace
 {

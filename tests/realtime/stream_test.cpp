@@ -1,0 +1,131 @@
+#include "stream/upmix_stream.h"
+
+#include "tests/realtime/call_guard.h"
+#include "tests/realtime/kernel_guard.h"
+#include "tests/support/random.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+// What a stream promises to a real-time thread once it is made: whatever the host does with it, nothing is allocated,
+// locked or asked of the kernel.
+
+namespace tests
+{
+
+namespace
+{
+
+using zrk_tarn::SampleFormat;
+using zrk_tarn::SteeringMode;
+using zrk_tarn::StreamConfiguration;
+using zrk_tarn::UpmixStream;
+
+constexpr std::uint32_t kMostFrames = 3000;
+constexpr std::uint32_t kSlots = 8;
+constexpr zrk_tarn::RemapGains kGains = {{{1u << 28}, {0, 1u << 28}, {0, 0, 1u << 28}}};
+
+/// A stream and a host that does anything with it.
+class StreamLife
+{
+public:
+    explicit StreamLife(std::uint64_t seed)
+        : random_(seed),
+          stream_({.sampleRateHz = 96000,
+                   .format = static_cast<SampleFormat>(seed % 5),
+                   .inputSlots = kSlots,
+                   .outputSlots = kSlots,
+                   .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
+          planar_(seed % 5 == 4),
+          buffer_(std::size_t{kMostFrames} * kSlots)
+    {
+        for (float& sample : buffer_) sample = static_cast<float>(2.0 * random_.uniform());
+        for (std::size_t slot = 0; slot < kSlots; ++slot) rows_[slot] = &buffer_[slot * kMostFrames];
+    }
+
+    void goOn()
+    {
+        for (int i = 0; i < 300; ++i) act();
+    }
+
+private:
+    void act()
+    {
+        const auto frames = std::size_t{random_.below(kMostFrames + 1)};
+        switch (random_.below(12)) {
+        case 0:
+            stream_.reset();
+            break;
+        case 1:
+            drained_ += stream_.drain(buffer_.data(), frames);
+            break;
+        case 2:
+            stream_.setBypass(!stream_.bypassed());
+            break;
+        case 3:
+            stream_.setMakeUpGain(static_cast<float>(10.0 * random_.uniform()));
+            break;
+        case 4:
+            stream_.setMode(random_.chance(2) ? SteeringMode::Fast : SteeringMode::Calm);
+            break;
+        case 5:
+            stream_.setRemap(kGains);
+            break;
+        case 6:
+            drained_ += stream_.meters().saturated;
+            break;
+        case 7:
+            stream_.process(nullptr, buffer_.data(), frames);
+            break;
+        case 8:
+            if (planar_) stream_.processPlanar(rows_.data(), rows_.data(), frames);
+            break;
+        default:
+            stream_.process(buffer_.data(), buffer_.data(), frames);
+        }
+    }
+
+    Random random_;
+    UpmixStream stream_;
+    bool planar_;
+    std::vector<float> buffer_;
+    std::array<float*, kSlots> rows_;
+    std::uint64_t drained_ = 0;
+};
+
+class RealTimeStream : public testing::TestWithParam<int>
+{
+protected:
+    void SetUp() override
+    {
+        if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage stands between the library and the system";
+    }
+
+    std::uint64_t seed() const { return static_cast<std::uint64_t>(GetParam()); }
+};
+
+} // namespace
+
+TEST_P(RealTimeStream, NeitherAllocatesNorLocks)
+{
+    StreamLife life(seed());
+    EXPECT_EQ(forbiddenCallsOf([&] { life.goOn(); }), ForbiddenCalls{}) << "seed " << seed();
+    EXPECT_GE(forbiddenCallsOf([&] { StreamLife(seed()).goOn(); }).allocations, 1u) << "making a stream allocates";
+}
+
+TEST_P(RealTimeStream, MakesNoSystemCall)
+{
+    StreamLife life(seed());
+    const auto calls = systemCallsOf([&] { life.goOn(); });
+    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    EXPECT_EQ(*calls, 0u) << "seed " << seed();
+}
+
+INSTANTIATE_TEST_SUITE_P(Seed, RealTimeStream, testing::Range(0, 10));
+
+} // namespace tests
