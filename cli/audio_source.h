@@ -1,8 +1,8 @@
 #pragma once
 
 #include "cli/file_identity.h"
+#include "cli/metadata.h"
 #include "cli/stream_format.h"
-#include "cli/tags.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +29,7 @@ public:
     virtual FileIdentity identity() const noexcept = 0;
 
     /// What it says about the recording.
-    virtual std::vector<Tag> tags() const { return {}; }
+    virtual Metadata metadata() const { return {}; }
 
     /// What has to be done with the whole source before its first frame can be read.
     ///

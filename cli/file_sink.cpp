@@ -68,14 +68,14 @@ const Container& containerOf(const std::string& path)
 }
 
 FileSink::FileSink(const std::string& path, bool force, std::optional<FileIdentity> input, const Layout& outputLayout,
-                   StreamFormat format, const std::vector<Tag>& tags)
+                   StreamFormat format, const Metadata& metadata)
     : layout(outputLayout), sampleBytes(format.bytesPerSample()), file(path, force, input), target{file.descriptor()}
 {
     const Container& container = containerOf(path);
     if (format.bits > container.maxBits)
         throw Failure(EX_USAGE, path + ": FLAC cannot hold samples of " + std::to_string(format.bits) +
                                     " bits; add --bits 24, or write a .wav file");
-    openSndfile(container, format, tags);
+    openSndfile(container, format, metadata);
 }
 
 FileSink::~FileSink()
@@ -83,7 +83,7 @@ FileSink::~FileSink()
     if (handle != nullptr) sf_close(handle);
 }
 
-void FileSink::openSndfile(const Container& container, StreamFormat format, const std::vector<Tag>& tags)
+void FileSink::openSndfile(const Container& container, StreamFormat format, const Metadata& metadata)
 {
     SF_VIRTUAL_IO calls = {.get_filelen = sizeOf, .seek = seekIn, .read = readFrom, .write = writeTo, .tell = tellOf};
     SF_INFO info{};
@@ -99,15 +99,16 @@ void FileSink::openSndfile(const Container& container, StreamFormat format, cons
     isFlac = container.majorFormat == SF_FORMAT_FLAC;
     if (isFlac) {
         // First of all, so that it is near the start of the file.
-        placeholder = freeFlacName(tags);
+        placeholder = freeFlacName(metadata.tags);
         sf_set_string(handle, placeholder.kind, flacPlaceholder(layout, placeholder).c_str());
-        for (const Tag& tag : tags)
-            if (tag.kind != placeholder.kind) writeTag(handle, tag);
+        Metadata others = metadata;
+        std::erase_if(others.tags, [this](const Tag& tag) { return tag.kind == placeholder.kind; });
+        writeMetadata(handle, others);
     } else {
         auto map = layout.channelMap;
         sf_command(handle, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
         sf_command(handle, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(layout.slots * sizeof(int)));
-        for (const Tag& tag : tags) writeTag(handle, tag);
+        writeMetadata(handle, metadata);
     }
 }
 

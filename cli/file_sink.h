@@ -2,9 +2,9 @@
 
 #include "cli/audio_sink.h"
 #include "cli/layout.h"
+#include "cli/metadata.h"
 #include "cli/output_file.h"
 #include "cli/stream_format.h"
-#include "cli/tags.h"
 
 #include <memory>
 #include <string>
@@ -35,7 +35,7 @@ public:
     ///
     /// Throws Failure: EX_USAGE if the container does not hold samples of this width, and what OutputFile throws.
     FileSink(const std::string& path, bool force, std::optional<FileIdentity> input, const Layout& layout,
-             StreamFormat format, const std::vector<Tag>& tags = {});
+             StreamFormat format, const Metadata& metadata = {});
 
     ~FileSink() override;
 
@@ -59,7 +59,7 @@ private:
     static sf_count_t writeTo(const void* from, sf_count_t count, void* target);
     static sf_count_t tellOf(void* target);
 
-    void openSndfile(const Container& container, StreamFormat format, const std::vector<Tag>& tags);
+    void openSndfile(const Container& container, StreamFormat format, const Metadata& metadata);
     void nameChannelsInFlac();
     void check(bool succeeded) const;
 

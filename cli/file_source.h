@@ -55,7 +55,7 @@ public:
     StreamFormat format() const noexcept override;
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return expected; }
     FileIdentity identity() const noexcept override { return identityOf(file.number()); }
-    std::vector<Tag> tags() const override { return readTags(handle.get()); }
+    Metadata metadata() const override { return readMetadata(handle.get()); }
     std::string prepare(bool showProgress) override;
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     void rewind() override { openSndfile(); }

@@ -110,7 +110,8 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
                                     const AudioSource& source)
 {
     if (isStream(options.output)) return std::make_unique<RawSink>(std::size_t{layout.slots} * format.bytesPerSample());
-    return std::make_unique<FileSink>(options.output, options.force, source.identity(), layout, format, source.tags());
+    return std::make_unique<FileSink>(options.output, options.force, source.identity(), layout, format,
+                                      source.metadata());
 }
 
 std::string summary(const UpmixOptions& options, const Layout& layout, StreamFormat format, std::uint64_t frames,

@@ -20,10 +20,10 @@ int main(int argc, char** argv)
 
     zrk_tarn::UpmixStream stream(configuration);
     std::vector<int> stereo(512 * 2), upmixed(512 * 3);
-    sf_count_t late = stream.latencyFrames(); // so many frames come before the first of the input
+    sf_count_t late = zrk_tarn::UpmixStream::latencyFrames(); // so many frames come before the first of the input
     const auto write = [&](sf_count_t frames) {
         const sf_count_t skipped = std::min(frames, late);
-        out.writef(&upmixed[0] + 3 * skipped, frames - skipped);
+        out.writef(upmixed.data() + 3 * skipped, frames - skipped);
         late -= skipped;
     };
     while (const sf_count_t frames = in.readf(stereo.data(), 512)) {

@@ -34,6 +34,7 @@ using zrk_tarn::UpmixStream;
 static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
 static_assert(TARN_SILENCE == static_cast<int>(OutputSlot::Source::Silence));
 static_assert(TARN_CALM == static_cast<int>(SteeringMode::Calm));
+static_assert(TARN_TYPICAL_MAKE_UP_GAIN == zrk_tarn::kTypicalMakeUpGain);
 
 /// A number that stands for an enumerator; what is too large for one stays unknown.
 template <typename Enum>

@@ -43,6 +43,10 @@ struct RemapGains
     std::uint32_t gain[3][4]; ///< engine output x column
 };
 
+/// The gain that makes the upmix of most music as loud as its stereo, +3 dB: single sources come out of one loudspeaker
+/// instead of two. Recordings need 2.8 to 3.6 dB by ITU-R BS.1770 (docs/streams.md). Loud ones saturate with it.
+inline constexpr float kTypicalMakeUpGain = 1.41253754f;
+
 /// How fast the engine follows strong steering.
 enum class SteeringMode : std::uint8_t
 {

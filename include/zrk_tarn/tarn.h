@@ -37,6 +37,9 @@ extern "C" {
 /** Band groups that are steered one by one. */
 #define TARN_BAND_GROUPS 16
 
+/** The gain that makes the upmix of most music as loud as its stereo, +3 dB; loud recordings saturate with it. */
+#define TARN_TYPICAL_MAKE_UP_GAIN 1.41253754f
+
 /** What a call came to. */
 typedef enum tarn_status
 {

@@ -1,7 +1,9 @@
-#include "cli/tags.h"
+#include "cli/metadata.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <iterator>
 
 namespace tarn
 {
@@ -24,8 +26,6 @@ constexpr std::array<FlacName, 9> kKinds{{
     {SF_STR_TITLE, "title="},
 }};
 
-} // namespace
-
 std::vector<Tag> readTags(SNDFILE* file)
 {
     std::vector<Tag> tags;
@@ -38,10 +38,33 @@ std::vector<Tag> readTags(SNDFILE* file)
     return tags;
 }
 
-void writeTag(SNDFILE* file, const Tag& tag)
+std::optional<BroadcastInfo> readBroadcast(SNDFILE* file)
 {
-    // Fails where the container has no place for texts, which is no reason not to write the audio.
-    sf_set_string(file, tag.kind, tag.text.c_str());
+    BroadcastInfo info{};
+    if (sf_command(file, SFC_GET_BROADCAST_INFO, &info, sizeof info) != SF_TRUE) return std::nullopt;
+    // The upmix is other material (its UMID would be another's) and as loud as it comes out: a chunk of version 0 has
+    // no place for either.
+    info.version = 0;
+    std::fill(std::begin(info.umid), std::end(info.umid), '\0');
+    info.loudness_value = info.loudness_range = info.max_true_peak_level = 0;
+    info.max_momentary_loudness = info.max_shortterm_loudness = 0;
+    return info;
+}
+
+} // namespace
+
+Metadata readMetadata(SNDFILE* file)
+{
+    return {.tags = readTags(file), .broadcast = readBroadcast(file)};
+}
+
+void writeMetadata(SNDFILE* file, const Metadata& metadata)
+{
+    // These fail where the container has no place, which is no reason not to write the audio.
+    for (const auto& [kind, text] : metadata.tags) sf_set_string(file, kind, text.c_str());
+    if (auto broadcast = metadata.broadcast)
+        sf_command(file, SFC_SET_BROADCAST_INFO, &*broadcast,
+                   static_cast<int>(offsetof(BroadcastInfo, coding_history) + broadcast->coding_history_size));
 }
 
 FlacName freeFlacName(const std::vector<Tag>& tags)
