@@ -8,7 +8,6 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <map>
@@ -18,7 +17,8 @@
 
 // Looks for signals whose last block costs as much as can be, beside what blocks of music cost: a population of signals
 // for every instruction set, once by instructions and once by ticks, begun with those that are kept in the tree. The
-// best are changed a little, mixed with one another and measured, for as long as one likes.
+// worst are changed a little, mixed with one another and measured, for as long as one likes; whatever is worse than all
+// before is printed.
 
 namespace
 {
@@ -243,15 +243,18 @@ public:
         }
     }
 
+    bool countsInstructions() const { return measure_.ofLastBlock == instructionsOfLastBlock; }
+
     double worst() const { return population_.empty() ? 0.0 : population_.front().ratio; }
 
-    /// The three worst, as lines for the file that the test reads.
-    void print() const
+    /// The worst, if it is worse than what was printed before, as lines for the file that the test reads.
+    void print()
     {
-        for (std::size_t i = 0; i < std::min<std::size_t>(3, population_.size()); ++i)
-            std::cout << "# " << operations_.instructionSet << ", " << measure_.name << ": " << population_[i].ratio
-                      << " times those of music (" << measured_ << " signals)\n"
-                      << population_[i].signal << '\n';
+        if (worst() <= printed_) return;
+        printed_ = worst();
+        std::cout << "# " << operations_.instructionSet << ", " << measure_.name << ": " << worst()
+                  << " times those of music (" << measured_ << " signals)\n"
+                  << population_.front().signal << std::endl;
     }
 
 private:
@@ -282,6 +285,7 @@ private:
     std::vector<Candidate> population_; ///< the worst first
     std::map<StreamFormat, double> inMusic_;
     std::size_t measured_ = 0;
+    double printed_ = 0.0;
 };
 
 int search(unsigned minutes)
@@ -303,16 +307,13 @@ int search(unsigned minutes)
         for (Search& one : searches) {
             const auto turn = std::min(end, Clock::now() + std::chrono::seconds(5));
             while (Clock::now() < turn) one.step(random);
+            one.print();
         }
-        for (const Search& one : searches) std::fprintf(stderr, "%7.3f", one.worst());
-        std::fprintf(stderr, "\n");
     }
 
+    // The bound is one of instructions; ticks are those of this machine.
     bool within = true;
-    for (const Search& one : searches) {
-        one.print();
-        within = within && one.worst() <= kBound;
-    }
+    for (const Search& one : searches) within = within && (!one.countsInstructions() || one.worst() <= kBound);
     return within ? 0 : 1;
 }
 
