@@ -14,8 +14,8 @@ namespace tests
 template <typename Field>
 using ElementOf = std::remove_all_extents_t<std::remove_cvref_t<Field>>;
 
-/// Whether two fields of 32-bit numbers or pointers are alike. Compared by wmemcmp, because fuzzers listen to memcmp for
-/// what their input might be.
+/// Whether two fields of 32-bit numbers or pointers are alike. Compared by wmemcmp, because fuzzers listen to memcmp
+/// for what their input might be.
 template <typename Field>
 bool sameMemory(const Field& a, const Field& b)
 {
