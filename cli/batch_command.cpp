@@ -118,6 +118,7 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
         file.options.noBar = batch.jobs > 1;
     }
     checkNames(files);
+    for (const Outcome& file : files) checkOptions(file.options);
     std::error_code error;
     std::filesystem::create_directories(batch.directory, error);
     if (error)

@@ -285,7 +285,10 @@ int main(int argc, char** argv)
 {
     occupyStandardStreams();
     try {
-        return run(argc, argv);
+        const int exitCode = run(argc, argv);
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+            throw tarn::Failure(EX_IOERR, "standard output: writing failed; make room, or choose another place");
+        return exitCode;
     } catch (const tarn::Failure& failure) {
         std::fprintf(stderr, "tarn: %s\n", failure.what());
         return failure.exitCode();

@@ -14,6 +14,7 @@ namespace
 
 using Complex = std::complex<double>;
 
+constexpr double kOffsetHz = 5.0; ///< what is lower counts as a constant offset
 constexpr double kLowestCentreHz = 31.25;
 constexpr double kUsableShare = 0.49;  ///< of the sample rate: no border of a band lies higher
 constexpr double kHighestCentre = 0.4; ///< of the sample rate
@@ -21,7 +22,7 @@ constexpr double kHighestCentre = 0.4; ///< of the sample rate
 /// Decibels of a ratio of energies.
 double energyRatioDb(double part, double other) noexcept
 {
-    if (part == other) return 0.0;
+    if (part == 0.0 && other == 0.0) return std::numeric_limits<double>::quiet_NaN();
     if (part == 0.0) return -std::numeric_limits<double>::infinity();
     if (other == 0.0) return std::numeric_limits<double>::infinity();
     return 10.0 * std::log10(part / other);
@@ -30,11 +31,12 @@ double energyRatioDb(double part, double other) noexcept
 constexpr std::array<KindText, 7> kTexts{{
     {"silence", "no", "silence: there is nothing to upmix"},
     {"one-sided", "no", "one side only: an upmix leaves it there, so it gains nothing"},
-    {"dual-mono", "no", "dual mono: both sides are the same, so an upmix moves all of it to the centre"},
+    {"dual-mono", "no", "dual mono: both sides are as good as the same, so an upmix moves all of it to the centre"},
     {"opposite-phase", "no",
      "opposite phase: one side looks inverted, and the centre would stay empty; invert it before upmixing"},
     {"panned-mono", "little", "one source at one place off the centre: an upmix puts it between a side and the centre"},
-    {"independent", "little", "left and right share nothing: an upmix has no common source to bring to the centre"},
+    {"independent", "little",
+     "left and right have little in common: an upmix finds hardly anything to bring to the centre"},
     {"stereo", "yes", "stereo with something in common: worth upmixing"},
 }};
 
@@ -59,6 +61,7 @@ double StereoMeasure::leftToRightDb() const noexcept
 }
 
 StereoAnalysis::StereoAnalysis(std::uint32_t sampleRateHz)
+    : offsetKept(std::exp(-2.0 * std::numbers::pi * kOffsetHz / sampleRateHz))
 {
     const double rate = sampleRateHz;
     double centre = kLowestCentreHz;
@@ -108,10 +111,7 @@ void StereoAnalysis::push(const double* stereo, std::size_t frames) noexcept
         const double right = stereo[2 * i + 1];
         largest = std::max({largest, std::abs(left), std::abs(right)});
         same = same && left == right;
-        total.left += left * left;
-        total.right += right * right;
-        total.mid += (left + right) * (left + right) / 2.0;
-        total.side += (left - right) * (left - right) / 2.0;
+        measureOverall(left, right);
 
         Lanes x;
         std::fill_n(x.begin(), kBands, left);
@@ -137,6 +137,22 @@ void StereoAnalysis::push(const double* stereo, std::size_t frames) noexcept
     forgetTraces();
 }
 
+/// Adds a frame to the overall sums, behind a high-pass of order 1 that knows the offset from the first frame on.
+void StereoAnalysis::measureOverall(double left, double right) noexcept
+{
+    const std::array<double, 2> now{left, right};
+    if (!begun) before = now;
+    begun = true;
+    for (std::size_t side = 0; side < 2; ++side)
+        highPass[side] = offsetKept * highPass[side] + now[side] - before[side];
+    before = now;
+    const auto& [l, r] = highPass;
+    total.left += l * l;
+    total.right += r * r;
+    total.mid += (l + r) * (l + r) / 2.0;
+    total.side += (l - r) * (l - r) / 2.0;
+}
+
 /// Ends what rings on inaudibly: subnormal numbers are slow.
 void StereoAnalysis::forgetTraces() noexcept
 {
@@ -145,6 +161,8 @@ void StereoAnalysis::forgetTraces() noexcept
         for (Lanes& lanes : *states)
             for (double& value : lanes)
                 if (std::abs(value) < kTrace) value = 0.0;
+    for (double& value : highPass)
+        if (std::abs(value) < kTrace) value = 0.0;
 }
 
 std::vector<BandMeasure> StereoAnalysis::bands() const
@@ -159,13 +177,14 @@ std::vector<BandMeasure> StereoAnalysis::bands() const
 StereoKind kindOf(const StereoAnalysis& analysis)
 {
     const StereoMeasure& overall = analysis.overall();
-    if (analysis.peak() <= std::pow(10.0, kSilencePeakDb / 20.0)) return StereoKind::Silence;
+    if (analysis.peak() <= std::pow(10.0, kSilencePeakDb / 20.0) || overall.energy() == 0.0) return StereoKind::Silence;
     if (std::abs(overall.leftToRightDb()) >= kOneSidedDb) return StereoKind::OneSided;
     if (overall.sideToMidDb() <= kDualMonoSideDb) return StereoKind::DualMono;
 
     const double correlation = overall.correlation().value_or(0.0);
     if (correlation <= kOppositeCorrelation) return StereoKind::OppositePhase;
-    if (correlation >= kOneSourceCorrelation) return StereoKind::PannedMono;
+    if (correlation >= kOneSourceCorrelation)
+        return std::abs(overall.leftToRightDb()) < kCentredDb ? StereoKind::DualMono : StereoKind::PannedMono;
     if (correlation >= kSharedCorrelation) return StereoKind::Stereo;
     for (const auto& [centreHz, measure] : analysis.bands())
         if (measure.energy() >= kBandShare * overall.energy() &&

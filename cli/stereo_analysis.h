@@ -23,7 +23,8 @@ struct StereoMeasure
     /// -1 opposite to 1 alike; nothing where a side is silent.
     std::optional<double> correlation() const noexcept;
 
-    /// Level of side against mid, and of left against right, in dB; infinite where one of the two is silent.
+    /// Level of side against mid, and of left against right, in dB; infinite where one of the two is silent, not a
+    /// number where both are.
     double sideToMidDb() const noexcept;
     double leftToRightDb() const noexcept;
 };
@@ -49,7 +50,8 @@ enum class StereoKind
 
 /// Measures stereo of any length in constant memory: overall and in octave bands.
 ///
-/// The bands are Butterworth band-passes of order 6, 3 dB down at the borders of the octave.
+/// The bands are Butterworth band-passes of order 6, 3 dB down at the borders of the octave. A constant offset, which
+/// is no sound, is in no figure but the peak.
 class StereoAnalysis
 {
 public:
@@ -74,6 +76,7 @@ private:
     static constexpr std::size_t kSections = 3;
 
     void designBand(std::size_t band, double lowHz, double highHz, double sampleRateHz);
+    void measureOverall(double left, double right) noexcept;
     void forgetTraces() noexcept;
 
     using Lanes = std::array<double, kLanes>;
@@ -86,6 +89,10 @@ private:
     std::array<Lanes, kSections> state2{};
     std::array<std::array<double, kBands>, 4> sums{}; ///< left, right, mid, side
 
+    bool begun = false;               ///< a frame has come
+    double offsetKept;                ///< of the high-pass, per sample
+    std::array<double, 2> before{};   ///< its input at the last sample, left and right
+    std::array<double, 2> highPass{}; ///< its output
     StereoMeasure total;
     double largest = 0.0;
     bool same = true;
@@ -96,8 +103,9 @@ private:
 inline constexpr double kSilencePeakDb = -90.0;       ///< no sample above it: silence
 inline constexpr double kOneSidedDb = 40.0;           ///< one side louder by so much: one-sided
 inline constexpr double kDualMonoSideDb = -40.0;      ///< side against mid, no more: dual mono
+inline constexpr double kCentredDb = 1.0;             ///< left against right, less either way: in the middle
 inline constexpr double kOppositeCorrelation = -0.5;  ///< no more: opposite phase
-inline constexpr double kOneSourceCorrelation = 0.99; ///< no less: panned mono
+inline constexpr double kOneSourceCorrelation = 0.99; ///< no less: one source, panned or in the middle
 inline constexpr double kSharedCorrelation = 0.2;     ///< no less, overall or in a band: something is shared
 inline constexpr double kBandShare = 0.05;            ///< of the energy, for a band to count
 

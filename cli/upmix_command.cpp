@@ -32,38 +32,6 @@ bool isStream(const std::string& name)
     return name == "-";
 }
 
-/// Refuses options that do not go together, before any file is opened.
-void checkOptions(const UpmixOptions& options, const Layout& layout)
-{
-    if (options.input.empty() || options.output.empty())
-        throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
-    if (std::isnan(options.mixFraction)) throw Failure(EX_USAGE, "--mix-fraction: not a number; use 0 to 1");
-    if (options.bypass && (options.gainDb || options.loudnessMatch))
-        throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
-    if (options.gainDb && options.loudnessMatch)
-        throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
-    if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
-    if (options.loudnessMatch && isStream(options.input))
-        throw Failure(EX_USAGE, "--loudness-match: reads INPUT twice, which a stream does not allow; name a file, or "
-                                "give --gain");
-    if (layout.remapped && options.remapFile.empty())
-        throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (tarn upmix --help describes it)");
-    if (!layout.remapped && !options.remapFile.empty())
-        throw Failure(EX_USAGE, "--remap: only --layout slots8 takes a matrix; add --layout slots8, or leave --remap "
-                                "out");
-    if (options.raw && !isStream(options.input) && !isStream(options.output))
-        throw Failure(EX_USAGE,
-                      "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
-    if (isStream(options.input) && !options.raw)
-        throw Failure(EX_USAGE, "standard input: raw PCM does not say what it is; add --raw RATE:BITS, for example "
-                                "--raw 48000:16");
-    if (isStream(options.output)) return;
-    containerOf(options.output);
-    std::error_code ignored;
-    if (!options.remapFile.empty() && std::filesystem::equivalent(options.output, options.remapFile, ignored))
-        throw Failure(EX_USAGE, options.output + ": is the remap file; choose another name for the output");
-}
-
 /// The format that the engine runs in, which is the output's.
 StreamFormat engineFormat(const UpmixOptions& options, const std::optional<StreamFormat>& raw,
                           const AudioSource& source)
@@ -174,10 +142,42 @@ void printNote(const std::string& note)
     std::fprintf(stderr, "tarn: %s\n", note.c_str());
 }
 
-UpmixReport upmix(const UpmixOptions& options)
+void checkOptions(const UpmixOptions& options)
 {
     const Layout& layout = layoutNamed(options.layout);
-    checkOptions(options, layout);
+    if (options.input.empty() || options.output.empty())
+        throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
+    if (std::isnan(options.mixFraction)) throw Failure(EX_USAGE, "--mix-fraction: not a number; use 0 to 1");
+    if (options.bypass && (options.gainDb || options.loudnessMatch))
+        throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
+    if (options.gainDb && options.loudnessMatch)
+        throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
+    if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
+    if (options.loudnessMatch && isStream(options.input))
+        throw Failure(EX_USAGE, "--loudness-match: reads INPUT twice, which a stream does not allow; name a file, or "
+                                "give --gain");
+    if (layout.remapped && options.remapFile.empty())
+        throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (tarn upmix --help describes it)");
+    if (!layout.remapped && !options.remapFile.empty())
+        throw Failure(EX_USAGE, "--remap: only --layout slots8 takes a matrix; add --layout slots8, or leave --remap "
+                                "out");
+    if (options.raw && !isStream(options.input) && !isStream(options.output))
+        throw Failure(EX_USAGE,
+                      "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
+    if (isStream(options.input) && !options.raw)
+        throw Failure(EX_USAGE, "standard input: raw PCM does not say what it is; add --raw RATE:BITS, for example "
+                                "--raw 48000:16");
+    if (isStream(options.output)) return;
+    containerOf(options.output);
+    std::error_code ignored;
+    if (!options.remapFile.empty() && std::filesystem::equivalent(options.output, options.remapFile, ignored))
+        throw Failure(EX_USAGE, options.output + ": is the remap file; choose another name for the output");
+}
+
+UpmixReport upmix(const UpmixOptions& options)
+{
+    checkOptions(options);
+    const Layout& layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
     EngineSettings settings = engineSettings(options);
@@ -218,12 +218,13 @@ UpmixReport upmix(const UpmixOptions& options)
     if (!options.quiet) {
         printNote(summary(options, layout, format, report.frames, report.speed));
         if (loudness)
-            printNote("loudness of the input " + formatted("%.1f", report.loudness->input) + " LUFS, of the output " +
-                      formatted("%.1f", report.loudness->output) + " LUFS with " + formatted("%+.2f", report.gainDb) +
-                      " dB");
+            printNote(options.output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
+                      " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
+                      formatted("%+.2f", report.gainDb) + " dB");
         if (report.clipped > 0)
             printNote(options.output + ": " + std::to_string(report.clipped) +
-                      " samples were beyond full scale and are clipped; give a smaller --gain");
+                      " samples were beyond full scale and are clipped; give a smaller --gain" +
+                      (options.loudnessMatch ? " in place of --loudness-match" : ""));
     }
     return report;
 }

@@ -56,6 +56,9 @@ struct UpmixReport
     std::optional<LoudnessReport> loudness{}; ///< where it was matched
 };
 
+/// Refuses options that do not go together, before any file is opened. Throws Failure.
+void checkOptions(const UpmixOptions& options);
+
 /// Upmixes INPUT to OUTPUT. Throws Failure or Interrupted; then no output file is left.
 UpmixReport upmix(const UpmixOptions& options);
 

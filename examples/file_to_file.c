@@ -17,6 +17,7 @@ int main(int argc, char** argv)
 
     SF_INFO outInfo = {.samplerate = info.samplerate, .channels = 3, .format = SF_FORMAT_WAVEX | SF_FORMAT_PCM_32};
     SNDFILE* const out = sf_open(argv[2], SFM_WRITE, &outInfo);
+    if (out == NULL) return puts(sf_strerror(NULL)), 1;
     int map[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER};
     sf_command(out, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map);
 

@@ -15,6 +15,7 @@ int main(int argc, char** argv)
         return std::puts("usage: file_to_file STEREO OUT.wav, at 32 to 192 kHz"), 1;
 
     SndfileHandle out(argv[2], SFM_WRITE, SF_FORMAT_WAVEX | SF_FORMAT_PCM_32, 3, in.samplerate());
+    if (out.rawHandle() == nullptr) return std::puts(out.strError()), 1;
     int map[] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER};
     out.command(SFC_SET_CHANNEL_MAP_INFO, map, sizeof map);
 

@@ -1,4 +1,4 @@
-#include "host/zrk_tarn_processor.h"
+#include <zrk_tarn/zrk_tarn_processor.h>
 
 #include <vector>
 

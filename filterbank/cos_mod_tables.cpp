@@ -43,13 +43,15 @@ constexpr Cosine kNotNearest[] = {
     {0x1.4dfd96p+5f, -0x1.3affap-1f}, {0x1.66243ep+5f, 0x1.6a09ccp-1f}, {0x1.4dfd96p+6f, -0x1.f19fbcp-3f},
 };
 
-/// The cosine that the tables hold: that of the GNU C library's cosf, also with a C library whose cosf is exact at the
-/// angles where that one is not.
+/// The cosine that the tables hold: that of the GNU C library's cosf, with other C libraries too. Theirs may be off in
+/// the last place where that one is not, which their cosine in double precision tells.
 float cosine(float angle)
 {
     for (const Cosine& known : kNotNearest)
         if (known.angle == angle) return known.value;
-    return std::cos(angle);
+    const float value = std::cos(angle);
+    const auto nearest = static_cast<float>(std::cos(static_cast<double>(angle)));
+    return value == nearest ? value : nearest;
 }
 
 /// Columns counted from 0 (j) or in odd halves (2j + 1).

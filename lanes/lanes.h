@@ -481,6 +481,7 @@ template <typename Double>
 #if defined __x86_64__
     if constexpr (sizeof(Double) == 16) return _mm_cvtps_pd(_mm_cvtpd_ps(a));
 #endif
+    // The attribute belongs to a typedef. NOLINTNEXTLINE(modernize-use-using)
     typedef float Single __attribute__((vector_size(sizeof(Double) / 2)));
     return widened<Double>(__builtin_convertvector(a, Single));
 }

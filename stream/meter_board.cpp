@@ -15,12 +15,14 @@ constexpr auto kRelaxed = std::memory_order_relaxed;
 constexpr double kPeakFallDb = 20.0;     ///< within the next time
 constexpr double kPeakFallSeconds = 1.7; ///< IEC 60268-10, type I
 constexpr double kRmsSeconds = 0.3;
+constexpr float kTrace = 1e-30f; ///< what falls below it ends: subnormal numbers are slow and never quite end
 
 /// The speed that the engine chose for a group in its last block; it keeps the choice of its last group only.
 SteeringSpeed speedOf(const ZRKTarn& engine, int g) noexcept
 {
     const float strongest = std::max(std::fabs(engine.steerLR[g]), std::fabs(engine.steerFB[g]));
-    if (engine.tonalBlock != 0 || strongest >= engine.thres[g]) return SteeringSpeed::Fast;
+    if (engine.tonalBlock != 0 || strongest >= engine.thres[g])
+        return engine.holdMidSmoothing != 0 ? SteeringSpeed::Mid : SteeringSpeed::Fast;
     if (strongest >= engine.midThres[g]) return SteeringSpeed::Mid;
     if (strongest >= engine.slowThres[g]) return SteeringSpeed::Slow;
     return SteeringSpeed::Slower;
@@ -46,9 +48,10 @@ void MeterBoard::level(std::size_t slot, const Row& row) noexcept
         sum += value * value;
     }
     const float fallen = peak_[slot].load(kRelaxed) * peakFall_;
-    peak_[slot].store(std::max(static_cast<float>(largest), fallen), kRelaxed);
+    peak_[slot].store(std::max(static_cast<float>(largest), fallen > kTrace ? fallen : 0.0f), kRelaxed);
     const float kept = meanSquare_[slot].load(kRelaxed) * rmsKept_;
-    meanSquare_[slot].store(kept + (1.0f - rmsKept_) * static_cast<float>(sum / kBlockFrames), kRelaxed);
+    const float meanSquare = kept + (1.0f - rmsKept_) * static_cast<float>(sum / kBlockFrames);
+    meanSquare_[slot].store(meanSquare > kTrace ? meanSquare : 0.0f, kRelaxed);
 }
 
 void MeterBoard::block(const ZRKTarn& engine, const SampleFaults& faults) noexcept

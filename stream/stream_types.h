@@ -28,7 +28,7 @@ struct OutputSlot
     enum class Source : std::uint8_t
     {
         Engine, ///< an output of the engine: 0 front left, 1 front right, 2 centre; with a remap matrix its column
-        Input,  ///< an input slot, delayed by the latency and otherwise untouched
+        Input,  ///< an input slot, delayed by the latency; integers untouched, floats as exact as 32 bits carry them
         Silence ///< nothing
     };
 
@@ -37,7 +37,7 @@ struct OutputSlot
 };
 
 /// Gains from front left, front right and centre (rows) to four outputs (columns), signed with 28 fraction bits:
-/// 0x10000000 is unity.
+/// 0x10000000 is unity. Sums wrap around beyond full scale: what a column's gains amount to should be 1 or less.
 struct RemapGains
 {
     std::uint32_t gain[3][4]; ///< engine output x column

@@ -268,8 +268,8 @@ private:
         packed.store(right, kBlockFrames, hostBlock_ + bytes, stride);
         processor_.process(hostBlock_, kBlockFrames, engineSlots_, configuration_.sampleRateHz, rows_.bits,
                            &assignment_);
-        const std::size_t rows = configuration_.remap ? 4 : 3;
-        for (std::size_t row = 0; row < rows; ++row)
+        const std::size_t columns = configuration_.remap ? 4 : 3;
+        for (std::size_t row = 0; row < columns; ++row)
             packed.load(hostBlock_ + row * bytes, stride, kBlockFrames, outputs[row], faults_);
     }
 

@@ -60,7 +60,7 @@ public:
     void processPlanar(const float* const* input, float* const* output, std::size_t frames) noexcept;
 
     /// Gives what is left of the stream's tail, so that the output, without its first latencyFrames(), becomes as long
-    /// as the input.
+    /// as the input. Interleaved; a planar host gives null rows for latencyFrames() instead.
     ///
     /// Returns the frames written: as many as asked for, until latencyFrames() were given since the last input.
     std::size_t drain(void* output, std::size_t frames) noexcept;

@@ -15,7 +15,8 @@
  * may be in use on any number of threads; the first tarn_create of a program must return before the next call.
  *
  * Results are the same to the last bit on every machine, whatever floating-point mode the calling thread is in; the
- * mode is put back. No function sets errno or throws.
+ * mode is put back. No function sets errno or throws. Where a function takes a stream, null is a bad argument, and
+ * does nothing where there is no status to say so.
  */
 
 #include <stddef.h>
@@ -93,9 +94,11 @@ typedef struct tarn_configuration
     uint32_t output_slots;              /**< 1 to 8 */
     tarn_slot outputs[TARN_MOST_SLOTS]; /**< the first output_slots of them count */
     uint32_t remap;                     /**< not 0: the engine's outputs are the columns of gains */
-    int32_t gains[3][4]; /**< front left, front right, centre x column; 28 fraction bits: 1 << 28 is unity */
-    uint32_t mode;       /**< tarn_mode */
-    float mix_fraction;  /**< 0 to 1 */
+    /** Front left, front right, centre x column; 28 fraction bits: 1 << 28 is unity. Sums wrap around beyond full
+     * scale: what a column's gains amount to should be 1 or less. */
+    int32_t gains[3][4];
+    uint32_t mode;      /**< tarn_mode */
+    float mix_fraction; /**< 0 to 1 */
 } tarn_configuration;
 
 /** What a display shows. Levels are linear, full scale 1. */
@@ -165,7 +168,8 @@ TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const
                                          size_t frames);
 
 /**
- * Gives what is left of the stream after its last input, interleaved.
+ * Gives what is left of the stream after its last input, interleaved; a planar host gives null rows for
+ * tarn_latency_frames() instead.
  *
  * The output, without its first tarn_latency_frames(), becomes as long as the input.
  *
@@ -192,7 +196,7 @@ TARN_API void tarn_set_bypass(tarn_stream* stream, int bypassed);
 TARN_API int tarn_bypassed(const tarn_stream* stream);
 
 /** Multiplies the engine's outputs by 0 to 8, reached within 1024 frames, or at once before the first frame of a new
- * stream; at 1, the default, they stay exact. */
+ * stream; at 1, the default, they stay exact. Gains beyond are taken as the nearest within, NaN as 1. */
 TARN_API void tarn_set_make_up_gain(tarn_stream* stream, float gain);
 
 /** Changes how strong steering is followed, from the next block on; an unknown mode is taken as TARN_CALM. */

@@ -130,6 +130,25 @@ TEST_F(Info, OfOneSourceOffTheCentreNamesItsPlace)
     EXPECT_NEAR(info["overall"]["side_to_mid_db"], 20.0 * std::log10(0.5 / 1.5), 0.01);
 }
 
+TEST_F(Info, OfNearMonoIsDualMonoAsWell)
+{
+    // As a tape of a mono recording: a little noise of its own on either side.
+    const Json info = infoOf(noise(1.0, 1.0, 0.02));
+    EXPECT_EQ(info["kind"], "dual-mono");
+    EXPECT_FALSE(info["identical"]);
+    EXPECT_GT(info["overall"]["side_to_mid_db"], -40.0);
+}
+
+TEST_F(Info, OfAnOffsetSeesTheSoundOnly)
+{
+    Samples samples = noise(0.02, -0.02, 0.0);
+    for (std::int32_t& value : samples) value += sample(0.2);
+    const Json opposite = infoOf(samples);
+    EXPECT_EQ(opposite["kind"], "opposite-phase");
+    EXPECT_LT(opposite["overall"]["correlation"], -0.99);
+    EXPECT_EQ(infoOf(Samples(2 * kFrames, sample(0.2)))["kind"], "silence");
+}
+
 TEST_F(Info, OfSilenceHasNothingToUpmix)
 {
     const Json info = infoOf(Samples(2 * kFrames));
@@ -137,6 +156,8 @@ TEST_F(Info, OfSilenceHasNothingToUpmix)
     EXPECT_TRUE(info["peak_dbfs"].is_null());
     EXPECT_TRUE(info["overall"]["correlation"].is_null());
     EXPECT_TRUE(info["overall"]["level_dbfs"].is_null());
+    EXPECT_TRUE(info["overall"]["side_to_mid_db"].is_null());
+    EXPECT_TRUE(info["overall"]["left_to_right_db"].is_null());
     const Result text = tarn({"info", "in.wav"});
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_NE(text.output.find("silence: there is nothing to upmix"), std::string::npos) << text.output;
@@ -260,6 +281,16 @@ TEST_F(Info, OfAnyLengthTakesTheSameMemory)
     const long shortFile = peakKibibytes(5);
     EXPECT_GT(shortFile, 0);
     EXPECT_LT(peakKibibytes(100) - shortFile, 1024);
+}
+
+TEST_F(Info, OnAFullDiskFails)
+{
+    infoOf(noise(1.0, 1.0, 0.0));
+    for (const std::string arguments : {"info in.wav", "info --json in.wav", "upmix --quiet --json in.wav out.wav"}) {
+        const Result result = shell("\"$TARN\" " + arguments + " > /dev/full");
+        EXPECT_EQ(result.exitCode, 74) << arguments;
+        EXPECT_NE(result.errors.find("standard output"), std::string::npos) << result.errors;
+    }
 }
 
 } // namespace tarn_cli

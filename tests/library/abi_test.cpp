@@ -1,4 +1,6 @@
 #include "host/zrk_tarn_processor.h"
+#include "include/zrk_tarn/tarn.h"
+#include "stream/upmix_stream.h"
 #include "tests/library/command_output.h"
 #include "tests/support/record_fields.h"
 
@@ -53,6 +55,92 @@ void addRecord(const char* name, ForEach forEach, std::vector<std::string>& line
     lines.push_back(joined("record", name, "size", sizeof record, "alignment", alignof(Record)));
 }
 
+/// Adds what the streaming adapter and its C interface are configured and read with.
+void addStreamRecords(std::vector<std::string>& lines)
+{
+    using namespace zrk_tarn;
+    addRecord<OutputSlot>(
+        "OutputSlot",
+        [](auto& a, auto&, auto visit) {
+            auto& [source, index] = a;
+            visit("source", source, source);
+            visit("index", index, index);
+        },
+        lines);
+    addRecord<RemapGains>(
+        "RemapGains", [](auto& a, auto&, auto visit) { visit("gain", a.gain, a.gain); }, lines);
+    addRecord<StreamConfiguration>(
+        "StreamConfiguration",
+        [](auto& a, auto&, auto visit) {
+            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode, mix] = a;
+            visit("sampleRateHz", rate, rate);
+            visit("format", format, format);
+            visit("inputSlots", inputs, inputs);
+            visit("leftSlot", left, left);
+            visit("rightSlot", right, right);
+            visit("outputSlots", outputs, outputs);
+            visit("outputs", slots, slots);
+            visit("remap", remap, remap);
+            visit("mode", mode, mode);
+            visit("mixFraction", mix, mix);
+        },
+        lines);
+    addRecord<StreamMeters>(
+        "StreamMeters",
+        [](auto& a, auto&, auto visit) {
+            auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
+            visit("peak", peak, peak);
+            visit("rms", rms, rms);
+            visit("leftRight", leftRight, leftRight);
+            visit("frontBack", frontBack, frontBack);
+            visit("speed", speed, speed);
+            visit("blocks", blocks, blocks);
+            visit("saturated", saturated, saturated);
+            visit("invalid", invalid, invalid);
+        },
+        lines);
+    lines.push_back(joined("record", "UpmixStream", "size", sizeof(UpmixStream), "alignment", alignof(UpmixStream)));
+    addRecord<tarn_slot>(
+        "tarn_slot",
+        [](auto& a, auto&, auto visit) {
+            auto& [source, index] = a;
+            visit("source", source, source);
+            visit("index", index, index);
+        },
+        lines);
+    addRecord<tarn_configuration>(
+        "tarn_configuration",
+        [](auto& a, auto&, auto visit) {
+            auto& [rate, format, inputs, left, right, outputs, slots, remap, gains, mode, mix] = a;
+            visit("sample_rate", rate, rate);
+            visit("format", format, format);
+            visit("input_slots", inputs, inputs);
+            visit("left_slot", left, left);
+            visit("right_slot", right, right);
+            visit("output_slots", outputs, outputs);
+            visit("outputs", slots, slots);
+            visit("remap", remap, remap);
+            visit("gains", gains, gains);
+            visit("mode", mode, mode);
+            visit("mix_fraction", mix, mix);
+        },
+        lines);
+    addRecord<tarn_meters>(
+        "tarn_meters",
+        [](auto& a, auto&, auto visit) {
+            auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
+            visit("peak", peak, peak);
+            visit("rms", rms, rms);
+            visit("left_right", leftRight, leftRight);
+            visit("front_back", frontBack, frontBack);
+            visit("speed", speed, speed);
+            visit("blocks", blocks, blocks);
+            visit("saturated", saturated, saturated);
+            visit("invalid", invalid, invalid);
+        },
+        lines);
+}
+
 /// Adds the exported symbols by name and version; of data also the size, which programs reserve room for.
 void addSymbols(std::vector<std::string>& lines)
 {
@@ -93,6 +181,7 @@ std::vector<std::string> builtInterface()
             visit("code", code, code);
         },
         lines);
+    addStreamRecords(lines);
     addSymbols(lines);
     return lines;
 }

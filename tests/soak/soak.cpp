@@ -117,7 +117,7 @@ int soak(std::chrono::minutes length)
     Outcome first[kLives];
     Memory firstMemory{};
     double hours = 0.0;
-    for (int round = 0; round == 0 || std::chrono::steady_clock::now() - start < length; ++round) {
+    for (int round = 0; round < 2 || std::chrono::steady_clock::now() - start < length; ++round) {
         Outcome outcomes[kLives];
         bool sameAsReference = false;
         {

@@ -143,6 +143,39 @@ static void test_remap(void)
     tarn_destroy(reference);
 }
 
+/* Every meter comes through under its own name. */
+static void test_meters(void)
+{
+    tarn_configuration configuration;
+    tarn_stream* stream = NULL;
+    tarn_meters meters;
+
+    tarn_defaults(&configuration);
+    configuration.outputs[0].source = TARN_FROM_INPUT;
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    stereo[0][0] = NAN;
+    stereo[1][0] = 2.0f;
+    stereo[2][0] = -2.0f;
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    fill_stereo();
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    tarn_read_meters(stream, &meters);
+    CHECK(meters.invalid == 1);
+    CHECK(meters.saturated == 2);
+    CHECK(meters.peak[0] > 0.45f && meters.peak[0] < 1.0f);
+    CHECK(meters.rms[0] > 0.1f && meters.rms[0] < 0.36f);
+    CHECK(meters.left_right[4] > 0.8f);
+    CHECK(meters.front_back[4] < 0.5f);
+    CHECK(meters.speed[4] == 3);
+
+    /* Gain 0 is silence. */
+    tarn_set_make_up_gain(stream, 0.0f);
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    for (int i = 0; i < FRAMES; ++i) CHECK(output[i][1] == 0.0f && output[i][2] == 0.0f);
+    tarn_destroy(stream);
+}
+
 static void test_refusals(void)
 {
     tarn_configuration configuration;
@@ -185,6 +218,7 @@ int main(void)
     test_default_stream();
     test_planar();
     test_remap();
+    test_meters();
     test_refusals();
     return failures == 0 ? 0 : 1;
 }

@@ -7,12 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <numbers>
+#include <utility>
 #include <vector>
 
 // The streaming adapter: buffers of any size and format, one latency, the bytes of the host object.
@@ -362,6 +364,12 @@ TEST(UpmixStream, DrainGivesTheTailOnce)
         length += some;
     EXPECT_EQ(length, kFrames + kLatency);
     EXPECT_EQ(stream.drain(output.data(), 1), 0u);
+    UpmixStream again(configuration);
+    again.process(input.data(), nullptr, 0);
+    EXPECT_EQ(again.drain(nullptr, kLatency), 0u) << "nothing came in";
+    again.process(input.data(), nullptr, 5);
+    again.reset();
+    EXPECT_EQ(again.drain(nullptr, kLatency), 0u) << "nothing is left";
     const auto expected = expectedOutputs(stereo, 48000, 16);
     for (std::size_t slot = 0; slot < 3; ++slot) {
         const auto samples = slotOf(output, slot, 3, SampleFormat::S16);
@@ -430,6 +438,65 @@ TEST(UpmixStream, BypassFadesToTheInputAtTheSameLatencyAndBack)
     }
 }
 
+TEST(UpmixStream, ChangesInTheMiddleOfAFadeGoOnFromWhereItIs)
+{
+    const StreamConfiguration configuration{.format = SampleFormat::S32};
+    constexpr std::size_t kFrames = 16384;
+    const auto stereo = stereoOf(kFrames, 28, Signal::MidTone); // 1/16 of full scale
+    const Bytes input = hostBuffer(stereo, configuration);
+    const auto expected = expectedOutputs(stereo, 48000, 32);
+
+    /// A value that moves evenly to its target within 1024 frames, beginning again with every new target.
+    struct Way
+    {
+        double now;
+        double target;
+        double step = 0.0;
+
+        void change(double to)
+        {
+            target = to;
+            step = (to - now) / 1024.0;
+        }
+        void advance() { now = std::abs(target - now) <= std::abs(step) ? target : now + step; }
+    };
+    Way wet{1.0, 1.0};
+    Way gain{1.0, 1.0};
+    UpmixStream stream(configuration);
+    Bytes output(kFrames * 12);
+    double largest = 0.0;
+    std::vector<std::pair<std::size_t, double>> wanted; // frame of the output and its value
+    for (std::size_t block = 0; block < kFrames / kBlock; ++block) {
+        if (block == 64 || block == 75 || block == 80 || block == 82) {
+            stream.setBypass(!stream.bypassed());
+            wet.change(stream.bypassed() ? 0.0 : 1.0);
+        }
+        if (block == 66 || block == 71 || block == 84) {
+            const float to = block == 66 ? 4.0f : block == 71 ? 0.25f : 2.0f;
+            stream.setMakeUpGain(to);
+            gain.change(static_cast<double>(to));
+        }
+        // What is asked for between two blocks begins with the one that is made next and comes out behind it.
+        stream.process(&input[block * kBlock * 8], &output[block * kBlock * 12], kBlock);
+        for (std::size_t i = (block + 1) * kBlock; i < (block + 2) * kBlock; ++i) {
+            wet.advance();
+            gain.advance();
+            if (block < 20 || i >= kFrames) continue;
+            const auto dry = static_cast<double>(stereo[2 * (i - kLatency)]);
+            const double value =
+                wet.now * gain.now * static_cast<double>(expected[0][i - kBlock]) + (1.0 - wet.now) * dry;
+            largest = std::max(largest, std::abs(value));
+            wanted.emplace_back(i, value);
+        }
+    }
+    ASSERT_GT(largest, 0x1p25) << "the case that this test needs";
+    const auto left = slotOf(output, 0, 3, SampleFormat::S32);
+    for (const auto& [frame, value] : wanted)
+        ASSERT_NEAR(static_cast<double>(left[frame]), value, largest * 1e-5) << frame;
+    ASSERT_EQ(left.back(), std::llround(2.0 * static_cast<double>(expected[0][kFrames - 1 - kBlock])))
+        << "exact at last";
+}
+
 TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
 {
     StreamConfiguration configuration{.format = SampleFormat::S16};
@@ -440,25 +507,35 @@ TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
     const Bytes input = hostBuffer(stereo, configuration);
     const auto expected = expectedOutputs(stereo, 48000, 16);
     UpmixStream stream(configuration);
-    stream.setMakeUpGain(1.5f);
+    stream.setMakeUpGain(6.0f);
     Bytes output(kFrames * 8);
     stream.process(input.data(), output.data(), kFrames);
     std::uint64_t saturated = 0;
-    for (std::size_t i = kLatency + 2048; i < kFrames; ++i) {
-        for (std::size_t slot = 0; slot < 3; ++slot) {
-            const std::int64_t value = std::llround(1.5 * static_cast<double>(expected[slot][i - kBlock]));
-            const std::int64_t limited = std::clamp<std::int64_t>(value, -32768, 32767);
-            if (value != limited && i >= kLatency + 2048) ++saturated;
-            ASSERT_EQ(get(&output[(i * 4 + slot) * 2], SampleFormat::S16), limited) << slot << ", " << i;
+    const auto count = [&saturated, &expected](std::size_t i, std::size_t slot) {
+        const std::int64_t value = 6 * expected[slot][i - kBlock];
+        const std::int64_t limited = std::clamp<std::int64_t>(value, -32768, 32767);
+        if (value != limited) ++saturated;
+        return limited;
+    };
+    for (std::size_t i = kBlock; i < kFrames; ++i) {
+        for (std::size_t slot = 0; slot < 3; ++slot)
+            ASSERT_EQ(get(&output[(i * 4 + slot) * 2], SampleFormat::S16), count(i, slot)) << slot << ", " << i;
+        if (i >= kLatency) {
+            ASSERT_EQ(get(&output[(i * 4 + 3) * 2], SampleFormat::S16), stereo[2 * (i - kLatency)]) << i;
         }
-        ASSERT_EQ(get(&output[(i * 4 + 3) * 2], SampleFormat::S16), stereo[2 * (i - kLatency)]);
     }
-    EXPECT_GE(stream.meters().saturated, saturated);
+    // The meters are ahead of the output by what is left of the last block that was made.
+    for (std::size_t i = kFrames; i < kFrames / kBlock * kBlock + kBlock; ++i)
+        for (std::size_t slot = 0; slot < 3; ++slot) count(i, slot);
+    EXPECT_GT(saturated, 0u) << "the case that this test needs";
+    EXPECT_EQ(stream.meters().saturated, saturated);
+    stream.reset();
+    EXPECT_EQ(stream.meters().saturated, 0u);
     stream.setMakeUpGain(std::numeric_limits<float>::quiet_NaN());
     stream.process(input.data(), output.data(), kFrames);
-    stream.reset();
-    stream.process(input.data(), output.data(), kFrames);
-    EXPECT_EQ(stream.meters().saturated, 0u) << "not a number is no gain";
+    for (std::size_t i = kBlock; i < kFrames; ++i)
+        ASSERT_EQ(get(&output[i * 8], SampleFormat::S16), expected[0][i - kBlock]) << "not a number is no gain";
+    EXPECT_EQ(stream.meters().saturated, 0u);
 }
 
 TEST(UpmixStream, MakeUpGainReachesWhateverIsAskedForEvenlyWithin1024Frames)
@@ -469,8 +546,8 @@ TEST(UpmixStream, MakeUpGainReachesWhateverIsAskedForEvenlyWithin1024Frames)
     auto stereo = stereoOf(kFrames, 28, Signal::CentredNoise); // 1/16 of full scale
     const Bytes input = hostBuffer(stereo, configuration);
     const auto expected = expectedOutputs(stereo, 48000, 32);
-    for (const double gain : {8.0, 1.25, 0.0, 0.3}) {
-        const auto reached = static_cast<double>(static_cast<float>(gain));
+    for (const double gain : {8.0, 1.25, 0.0, 0.3, 100.0, -1.0}) {
+        const auto reached = static_cast<double>(std::clamp(static_cast<float>(gain), 0.0f, 8.0f));
         UpmixStream stream(configuration);
         Bytes output(kFrames * 12);
         stream.process(input.data(), output.data(), kChange);
@@ -561,6 +638,65 @@ TEST(UpmixStream, ModeChangesKeepTheSignalAndEndInTheOtherMode)
     EXPECT_EQ(through(changed, configuration, moving, 1000, random), expected);
 }
 
+TEST(UpmixStream, ModeThatIsSetBackDoesWhatItDid)
+{
+    for (const std::uint32_t rateHz : kRatesHz) {
+        const StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
+        const auto stereo = stereoOf(120000, 32);
+        const Bytes input = hostBuffer(stereo, configuration);
+        Random random(1);
+        UpmixStream always(configuration);
+        const Bytes expected = through(always, configuration, input, 1000, random);
+        UpmixStream changed(configuration);
+        Bytes output(expected.size());
+        const auto run = [&](std::size_t from, std::size_t to) {
+            changed.process(&input[from * 8], &output[from * 12], to - from);
+        };
+        run(0, 6400);
+        changed.setMode(zrk_tarn::SteeringMode::Calm);
+        run(6400, 12800);
+        changed.setMode(zrk_tarn::SteeringMode::Fast);
+        run(12800, 120000);
+        EXPECT_FALSE(std::equal(output.begin(), output.begin() + 12800 * 12, expected.begin()))
+            << "calm is another mode";
+        EXPECT_TRUE(std::equal(output.begin() + 118000 * 12, output.end(), expected.begin() + 118000 * 12)) << rateHz;
+    }
+}
+
+TEST(UpmixStream, DependsOnNoFloatingPointModeOfTheCallersThread)
+{
+    StreamConfiguration configuration;
+    configuration.outputs = {{engine(0), passed(0), engine(2)}};
+    std::vector<float> stereo(2 * 6000);
+    Random random(3);
+    for (float& sample : stereo) sample = static_cast<float>((random.uniform() - 0.5) * 0.9);
+    const auto outputs = [&](int rounding) {
+        std::vector<float> output(3 * 6000 + 3 * kLatency + 6000 * 3);
+        UpmixStream stream(configuration);
+        stream.setMakeUpGain(0.7f);
+        std::vector<float> rows[5];
+        for (auto& row : rows) row.resize(3000);
+        for (std::size_t i = 0; i < 3000; ++i)
+            for (std::size_t side = 0; side < 2; ++side) rows[side][i] = stereo[2 * i + side];
+        const float* const from[] = {rows[0].data(), rows[1].data()};
+        float* const to[] = {rows[2].data(), rows[3].data(), rows[4].data()};
+        std::fesetround(rounding);
+        stream.process(stereo.data(), output.data(), 6000);
+        const std::size_t drained = stream.drain(&output[3 * 6000], kLatency);
+        stream.processPlanar(from, to, 3000);
+        EXPECT_EQ(std::fegetround(), rounding);
+        std::fesetround(FE_TONEAREST);
+        EXPECT_EQ(drained, kLatency);
+        for (std::size_t slot = 2; slot < 5; ++slot)
+            std::copy(rows[slot].begin(), rows[slot].end(),
+                      output.end() - static_cast<std::ptrdiff_t>((slot - 1) * 3000));
+        return output;
+    };
+    const auto expected = outputs(FE_TONEAREST);
+    for (const int rounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO})
+        EXPECT_TRUE(outputs(rounding) == expected) << rounding;
+}
+
 TEST(UpmixStream, MetersShowLevelsAndSteering)
 {
     StreamConfiguration configuration;
@@ -583,7 +719,7 @@ TEST(UpmixStream, MetersShowLevelsAndSteering)
     EXPECT_LT(meters.peak[2], 0.2f);
     const std::size_t group = 5; // 997 Hz
     EXPECT_GT(meters.leftRight[group], 0.9f);
-    EXPECT_LE(static_cast<int>(meters.speed[group]), static_cast<int>(zrk_tarn::SteeringSpeed::Fast));
+    EXPECT_EQ(meters.speed[group], zrk_tarn::SteeringSpeed::Fast);
 
     // Peaks fall by 20 dB in 1.7 s.
     std::fill(stereo.begin(), stereo.end(), 0.0f);
@@ -591,6 +727,59 @@ TEST(UpmixStream, MetersShowLevelsAndSteering)
     const float before = stream.meters().peak[3];
     for (int part = 0; part < 17; ++part) stream.process(stereo.data(), output.data(), 4800);
     EXPECT_NEAR(stream.meters().peak[3] / before, 0.1, 0.001);
+}
+
+TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePlaceOfASource)
+{
+    StreamConfiguration configuration;
+    configuration.outputs = {{passed(0), passed(1), engine(2)}};
+    std::vector<float> stereo(2 * 48000, 0.5f);
+    for (std::size_t i = 1; i < stereo.size(); i += 2) stereo[i] = -0.25f;
+    std::vector<float> output(3 * 48000);
+    UpmixStream stream(configuration);
+    stream.process(stereo.data(), output.data(), kLatency - kBlock + 14400); // 0.3 s of it have been seen
+    StreamMeters meters = stream.meters();
+    EXPECT_NEAR(meters.rms[0], 0.5 * std::sqrt(1.0 - std::exp(-1.0)), 1e-4);
+    EXPECT_NEAR(meters.rms[1], 0.25 * std::sqrt(1.0 - std::exp(-1.0)), 1e-4);
+    EXPECT_EQ(meters.peak[0], 0.5f);
+    EXPECT_EQ(meters.peak[1], 0.25f) << "of either sign";
+
+    stream.reset();
+    meters = stream.meters();
+    for (std::size_t slot = 0; slot < 3; ++slot) {
+        EXPECT_EQ(meters.peak[slot], 0.0f);
+        EXPECT_EQ(meters.rms[slot], 0.0f);
+    }
+    for (std::size_t group = 0; group < 16; ++group) {
+        EXPECT_EQ(meters.leftRight[group], 0.0f);
+        EXPECT_EQ(meters.frontBack[group], 0.0f);
+        EXPECT_EQ(meters.speed[group], zrk_tarn::SteeringSpeed::Slower);
+    }
+
+    const auto placeOf = [&](double left, double right) {
+        Random random(5);
+        for (std::size_t i = 0; i < 48000; ++i) {
+            const double value = random.uniform() - 0.5;
+            stereo[2 * i] = static_cast<float>(left * value);
+            stereo[2 * i + 1] = static_cast<float>(right * value);
+        }
+        stream.reset();
+        stream.process(stereo.data(), output.data(), 48000);
+        return stream.meters();
+    };
+    const StreamMeters left = placeOf(0.5, 0.0);
+    const StreamMeters right = placeOf(0.0, 0.5);
+    const StreamMeters centre = placeOf(0.5, 0.5);
+    const StreamMeters nothing = placeOf(0.0, 0.0);
+    for (std::size_t group = 0; group < 16; ++group) {
+        EXPECT_GT(left.leftRight[group], 0.9f);
+        EXPECT_LT(right.leftRight[group], -0.9f);
+        EXPECT_NEAR(centre.leftRight[group], 0.0f, 0.01f);
+        EXPECT_GT(centre.frontBack[group], 0.9f);
+        EXPECT_NEAR(left.frontBack[group], 0.0f, 0.1f);
+        EXPECT_EQ(centre.speed[group], zrk_tarn::SteeringSpeed::Fast);
+        EXPECT_EQ(nothing.speed[group], zrk_tarn::SteeringSpeed::Slower);
+    }
 }
 
 TEST(UpmixStream, RefusesWhatCannotBeAndSaysWhy)

@@ -1,5 +1,6 @@
 #include "engine/zrk_tarn.h"
 #include "host/zrk_tarn_processor.h"
+#include "stream/upmix_stream.h"
 #include "tests/support/engine.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/random.h"
@@ -125,6 +126,42 @@ TEST(Threads, GiveEveryStreamTheBytesThatItGetsAlone)
         EXPECT_EQ(together[seed], alone[seed]) << "stream " << seed;
         EXPECT_NE(alone[seed], alone[(seed + 3) % kStreams]) << "streams that are alike would not notice each other";
     }
+}
+
+// The stream of one thread, its controls and meters on two others.
+TEST(Threads, ControlAndReadAStreamWhileAnotherProcesses)
+{
+    zrk_tarn::UpmixStream stream({});
+    std::atomic<bool> over = false;
+    std::barrier begin(3);
+    std::thread control([&] {
+        Random random(1);
+        begin.arrive_and_wait();
+        while (!over) {
+            stream.setBypass(random.chance(2));
+            stream.setMakeUpGain(static_cast<float>(random.uniform() + 1.0));
+            stream.setMode(random.chance(2) ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm);
+        }
+    });
+    std::uint64_t mostBlocks = 0;
+    std::thread display([&] {
+        begin.arrive_and_wait();
+        while (!over) mostBlocks = std::max(mostBlocks, stream.meters().blocks);
+    });
+    Random random(2);
+    std::vector<float> input(2 * 1000);
+    std::vector<float> output(3 * 1000);
+    begin.arrive_and_wait();
+    for (int i = 0; i < 300; ++i) {
+        for (float& sample : input) sample = static_cast<float>(0.5 * random.uniform());
+        stream.process(input.data(), output.data(), 1000);
+    }
+    over = true;
+    control.join();
+    display.join();
+    EXPECT_EQ(stream.meters().blocks, 300u * 1000 / 64);
+    EXPECT_GT(mostBlocks, 0u) << "nothing was read in between";
+    EXPECT_GT(stream.meters().peak[2], 0.0f) << "nothing came out";
 }
 
 } // namespace tests
