@@ -51,6 +51,16 @@ def command_output(source, directory, layout="3.0", bits=None, options=()):
     return read_samples(target)[0]
 
 
+def live_output(samples, rate, phase):
+    """What a host that runs on gives while it is played samples, [frames, 2] left-aligned in 32 bits: [frames, 3] floats.
+    Its blocks of 64 frames began long before; phase says how many frames of the first one were over."""
+    stream = numpy.concatenate([numpy.zeros((phase, 2), numpy.int32), samples]).astype("<i4")
+    command = [os.environ["TARN"], "upmix", "--quiet", "--no-align", "--raw", f"{rate}:32", "-", "-"]
+    upmixed = subprocess.run(command, input=stream.tobytes(), capture_output=True, check=True).stdout
+    upmixed = numpy.frombuffer(upmixed, "<i4").reshape(-1, 3).astype(numpy.float32) * numpy.float32(2**-31)
+    return numpy.concatenate([numpy.zeros((64, 3), numpy.float32), upmixed])[phase : phase + len(samples)]
+
+
 def position_of(recording, expected, least=2000):
     """The frame of a recording at which the expected samples begin, bit for bit, found by the loudest stretch."""
     length = min(least, len(expected))

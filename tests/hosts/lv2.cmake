@@ -25,3 +25,4 @@ function(lv2_test name)
 endfunction()
 
 lv2_test(files lv2_test.py ${PROJECT_BINARY_DIR}/lv2)
+lv2_test(jalv lv2_jalv_test.py)
