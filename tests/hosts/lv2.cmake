@@ -20,9 +20,12 @@ set_tests_properties(Hosts.lv2.host PROPERTIES ENVIRONMENT LV2_PATH=${lv2_path} 
 
 # host_test(...) in the environment of an LV2 host.
 function(lv2_test name)
-  host_test(lv2.${name} ${ARGN})
-  set_property(TEST Hosts.lv2.${name} APPEND PROPERTY ENVIRONMENT "LV2_PATH=${lv2_path}")
+  host_test(${name} ${ARGN})
+  set_property(TEST Hosts.${name} APPEND PROPERTY ENVIRONMENT "LV2_PATH=${lv2_path}")
 endfunction()
 
-lv2_test(files lv2_test.py ${PROJECT_BINARY_DIR}/lv2)
-lv2_test(jalv lv2_jalv_test.py)
+lv2_test(lv2.files lv2_test.py ${PROJECT_BINARY_DIR}/lv2)
+lv2_test(lv2.jalv lv2_jalv_test.py)
+
+# The plug-in as a sink of PipeWire.
+lv2_test(pipewire pipewire_test.py ${PROJECT_SOURCE_DIR}/plugins/pipewire/tarn-upmix.conf)

@@ -123,7 +123,7 @@ def running(*command, log):
             process.terminate()
             try:
                 process.wait(10)
-            except subprocess.TimeoutExpired: # jackd, when a client of its own is stuck
+            except subprocess.TimeoutExpired:  # jackd, when a client of its own is stuck
                 process.kill()
 
 
