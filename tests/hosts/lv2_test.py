@@ -32,12 +32,22 @@ def validate(bundles):
     assert "warning" not in output.stderr, output.stderr
 
 
-def ffmpeg(source, target, size=None, options=()):
+def filter_chain(size, options):
     """FFmpeg's filter, with frames of a size or of FFmpeg's own."""
     split = [] if size is None else [f"asetnsamples=n={size}:p=0"]
     controls = ":c=" + "|".join(f"{symbol}={value}" for symbol, value in options) if options else ""
-    chain = [*split, "lv2=p=" + URI.replace(":", "\\\\:") + controls, "channelmap=map='0-FL|1-FR|2-FC:3.0'"]
-    run("ffmpeg", "-v", "error", "-i", source, "-af", ",".join(chain), "-c:a", "pcm_f32le", target)
+    return ",".join([*split, "lv2=p=" + URI.replace(":", "\\\\:") + controls, "channelmap=map=0-FL|1-FR|2-FC:3.0"])
+
+
+def ffmpeg(source, target, size=None, options=()):
+    """FFmpeg, whose filter writes the channels' places."""
+    run("ffmpeg", "-v", "error", "-i", source, "-af", filter_chain(size, options), "-c:a", "pcm_f32le", target)
+
+
+def mpv(source, target, size=None, options=()):
+    """mpv, with FFmpeg's filter, into a file in place of a device with three loudspeakers."""
+    output = ("--ao=pcm", f"--ao-pcm-file={target}", "--audio-channels=3.0")
+    run("mpv", "--no-config", *output, f"--af=lavfi=[{filter_chain(size, options)}]", source)
 
 
 def lv2apply(source, target, size=None, options=()):
@@ -64,6 +74,7 @@ HOSTS = {
     "lv2apply": (lv2apply, (None,)),
     "lv2file": (lv2file, (1, 37, 100, 8191)),
     "lv2proc": (lv2proc, (1, 37, 100, 8191)),
+    "mpv": (mpv, (None, 100)),
 }
 
 
