@@ -67,6 +67,15 @@ class Session:
         self.stack = contextlib.ExitStack()
 
     def __enter__(self):
+        try:
+            self.begin()
+        except BaseException as problem:
+            self.__exit__(type(problem))
+            raise
+        return self
+
+    def begin(self):
+        """Starts everything, and waits until the sink has its device."""
         places = {"XDG_RUNTIME_DIR": "runtime", "XDG_CONFIG_HOME": "configuration", "XDG_STATE_HOME": "state"}
         for variable, name in places.items():
             (self.directory / name).mkdir(mode=0o700)
@@ -100,7 +109,6 @@ class Session:
         wait_for(lambda: node("tarn_upmix.output"), "the sink does not come up")
         run("pw-metadata", "-n", "settings", "0", "clock.force-quantum", self.quantum)
         wait_for(lambda: "device:playback" in output_of("pw-link", "-l", "tarn_upmix.output"), "the sink has no device")
-        return self
 
     def __exit__(self, kind, *_):
         self.stack.close()
