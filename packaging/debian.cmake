@@ -78,9 +78,15 @@ debian_package(library libzrk-tarn1 libs "shared library" "the shared library" r
 debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
+# Where it is packed, the shared library is in no package yet that dpkg knows: found there, and named here.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_LV2_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${version})")
+set(CPACK_DEBIAN_LV2_PACKAGE_SUGGESTS "lv2-host, pipewire (>= 0.3.65), wireplumber")
+debian_package(lv2 tarn-lv2 sound "LV2 plug-in" "the LV2 plug-in, and a configuration that\nmakes it a sink of PipeWire" lv2)
 
 include(CPack)
 cpack_add_component(runtime GROUP library)
 cpack_add_component(development GROUP dev)
 cpack_add_component(static GROUP dev)
 cpack_add_component(tool GROUP tool)
+cpack_add_component(lv2 GROUP lv2)
