@@ -530,4 +530,5 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
 static void gst_tarn_upmix_init(GstTarnUpmix* self)
 {
     self->state = new State;
+    gst_base_transform_set_prefer_passthrough(&self->base, FALSE); // but for upmixing
 }

@@ -88,15 +88,18 @@ Caps narrowed(const Caps& wide)
     return stereo;
 }
 
-/// What passes through: everything but stereo; stereo at rates that the engine does not have; and stereo that could be
-/// upmixed, where nothing else is wanted. Other stereo does not, so that a converter in front makes it upmixable. Each
+/// What passes through: everything but stereo; stereo in the same formats at rates that the engine does not have; and
+/// stereo that could be upmixed, where nothing else is wanted. Stereo in other formats does not at any rate: converters
+/// in front would rather keep such a format, or even look for a rate at which they can, than make it upmixable. Each
 /// range of rates is a structure of its own, as a list of ranges could not be fixated.
 Caps passing()
 {
     Caps caps(gst_caps_from_string("audio/x-raw, channels=[ 3, 2147483647 ]; audio/x-raw, channels=1"));
+    const Caps stereo = upmixable();
     const auto add = [&](int lowestHz, int highestHz) {
-        caps.merge(gst_structure_new("audio/x-raw", "channels", G_TYPE_INT, 2, "rate", GST_TYPE_INT_RANGE, lowestHz,
-                                     highestHz, nullptr));
+        GstStructure* const structure = gst_structure_copy(stereo.at(0));
+        gst_structure_set(structure, "rate", GST_TYPE_INT_RANGE, lowestHz, highestHz, nullptr);
+        caps.merge(structure);
     };
     int lowestHz = 1;
     for (const int rateHz : kRatesHz) {
