@@ -358,9 +358,10 @@ gboolean sinkEvent(GstBaseTransform* base, GstEvent* event)
         endRun(self);
         break;
     case GST_EVENT_SEGMENT: {
-        const GstSegment* segment = nullptr;
-        gst_event_parse_segment(event, &segment);
-        if (!gst_segment_is_equal(segment, &base->segment)) drain(self);
+        GstSegment segment;
+        gst_event_copy_segment(event, &segment);
+        segment.position = base->segment.position; // moves with the buffers
+        if (!gst_segment_is_equal(&segment, &base->segment)) drain(self);
         break;
     }
     case GST_EVENT_STREAM_START:
