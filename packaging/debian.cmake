@@ -51,6 +51,9 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${symbols})
+# Plug-ins: of the library, which is in no installed package yet, dpkg-shlibdeps knows the file only.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
@@ -78,9 +81,11 @@ debian_package(library libzrk-tarn1 libs "shared library" "the shared library" r
 debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
+debian_package(gstreamer gstreamer1.0-tarn sound "GStreamer plug-in" "the GStreamer element tarnupmix" gstreamer)
 
 include(CPack)
 cpack_add_component(runtime GROUP library)
 cpack_add_component(development GROUP dev)
 cpack_add_component(static GROUP dev)
 cpack_add_component(tool GROUP tool)
+cpack_add_component(gstreamer GROUP gstreamer)

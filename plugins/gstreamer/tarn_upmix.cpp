@@ -114,8 +114,7 @@ private:
     GstObject* object_;
 };
 
-// --- Time
-// --------------------------------------------------------------------------------------------------------------
+// --- Time ------------------------------------------------------------------------------------------------------------
 
 GstClockTime durationOf(const State& state, guint64 frames)
 {
@@ -152,8 +151,7 @@ bool isGapBefore(const State& state, const GstBuffer* buffer)
     return false;
 }
 
-// --- Frames
-// ------------------------------------------------------------------------------------------------------------
+// --- Frames ----------------------------------------------------------------------------------------------------------
 
 /// Posts the meters of the output up to here, from where the last message ended.
 void postMeters(GstTarnUpmix* self, guint64 frame)
@@ -253,7 +251,33 @@ GstFlowReturn drain(GstTarnUpmix* self)
     return gst_pad_push(self->base.srcpad, tail);
 }
 
-/// Upmixes a buffer, or lets it pass. What the input has a gap before is the beginning of another run.
+/// Upmixes a buffer. If there is a gap before it, it begins another run.
+GstFlowReturn upmix(GstTarnUpmix* self, GstBuffer* input, GstBuffer** output)
+{
+    State& state = stateOf(self);
+    const guint64 frames = gst_buffer_get_size(input) / state.inputFrameBytes; // part of a frame is no sound
+    if (frames == 0) return GST_FLOW_OK;
+    if (state.run.taken > 0 && isGapBefore(state, input))
+        if (const GstFlowReturn flow = drain(self); flow != GST_FLOW_OK) return flow;
+    if (state.run.taken == 0) {
+        state.run.firstPts = GST_BUFFER_PTS(input);
+        state.run.firstOffset = GST_BUFFER_OFFSET(input);
+    }
+    const GstClockTime streamTime = tarn_gst::streamTime(self->base.segment, GST_BUFFER_PTS(input));
+    if (GST_CLOCK_TIME_IS_VALID(streamTime)) gst_object_sync_values(GST_OBJECT(self), streamTime);
+
+    GstMapInfo map;
+    if (!gst_buffer_map(input, &map, GST_MAP_READ)) {
+        GST_ELEMENT_ERROR(self, RESOURCE, READ, (nullptr), ("a buffer cannot be read"));
+        return GST_FLOW_ERROR;
+    }
+    state.run.taken += frames;
+    *output = outputFor(self, map.data, frames);
+    gst_buffer_unmap(input, &map);
+    return GST_FLOW_OK;
+}
+
+/// Upmixes the buffer that has come, or lets it pass.
 GstFlowReturn generateOutput(GstBaseTransform* base, GstBuffer** output)
 {
     auto* const self = reinterpret_cast<GstTarnUpmix*>(base);
@@ -263,29 +287,12 @@ GstFlowReturn generateOutput(GstBaseTransform* base, GstBuffer** output)
     *output = nullptr;
     GstBuffer* const input = std::exchange(base->queued_buf, nullptr);
     if (input == nullptr) return GST_FLOW_OK;
-    const guint64 frames = gst_buffer_get_size(input) / state.inputFrameBytes; // part of a frame is no sound
-    GstFlowReturn flow = GST_FLOW_OK;
-    if (frames > 0) {
-        if (state.run.taken > 0 && isGapBefore(state, input)) flow = drain(self);
-        if (state.run.taken == 0) {
-            state.run.firstPts = GST_BUFFER_PTS(input);
-            state.run.firstOffset = GST_BUFFER_OFFSET(input);
-        }
-        const GstClockTime streamTime = tarn_gst::streamTime(base->segment, GST_BUFFER_PTS(input));
-        if (GST_CLOCK_TIME_IS_VALID(streamTime)) gst_object_sync_values(GST_OBJECT(self), streamTime);
-        GstMapInfo map;
-        if (flow == GST_FLOW_OK && gst_buffer_map(input, &map, GST_MAP_READ)) {
-            state.run.taken += frames;
-            *output = outputFor(self, map.data, frames);
-            gst_buffer_unmap(input, &map);
-        }
-    }
+    const GstFlowReturn flow = upmix(self, input, output);
     gst_buffer_unref(input);
     return flow;
 }
 
-// --- Caps and events
-// ---------------------------------------------------------------------------------------------------
+// --- Caps and events -------------------------------------------------------------------------------------------------
 
 GstCaps* transformCaps(GstBaseTransform*, GstPadDirection direction, GstCaps* caps, GstCaps* filter)
 {
@@ -326,14 +333,16 @@ void setStream(GstTarnUpmix* self, std::unique_ptr<UpmixStream> stream, guint64 
     if (changed) gst_element_post_message(GST_ELEMENT(self), gst_message_new_latency(GST_OBJECT(self)));
 }
 
-/// Makes the stream that new caps need. The tail of the one before goes out under its own caps: downstream hears of the
-/// new ones later.
+/// Makes the stream that new caps need; those with as many channels on both sides need none. The tail of the one before
+/// goes out under its own caps: downstream hears of the new ones later.
 gboolean setCaps(GstBaseTransform* base, GstCaps* input, GstCaps* output)
 {
     auto* const self = reinterpret_cast<GstTarnUpmix*>(base);
     State& state = stateOf(self);
     drain(self);
-    if (gst_caps_is_equal(input, output)) { // which passes through
+    const bool passes = tarn_gst::channelsOf(input) == tarn_gst::channelsOf(output);
+    gst_base_transform_set_passthrough(base, passes);
+    if (passes) {
         setStream(self, nullptr, 0);
         return TRUE;
     }
@@ -397,8 +406,7 @@ gboolean stop(GstBaseTransform* base)
     return TRUE;
 }
 
-// --- Properties
-// --------------------------------------------------------------------------------------------------------
+// --- Properties ------------------------------------------------------------------------------------------------------
 
 GType modeType()
 {
@@ -518,7 +526,6 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
     gst_type_mark_as_plugin_api(modeType(), static_cast<GstPluginAPIFlags>(0));
 
     GstBaseTransformClass& base = ownClass->base;
-    base.passthrough_on_same_caps = TRUE;
     base.transform_caps = transformCaps;
     base.fixate_caps = fixateCaps;
     base.set_caps = setCaps;

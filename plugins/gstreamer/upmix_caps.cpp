@@ -9,7 +9,6 @@ namespace tarn_gst
 namespace
 {
 
-using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
 
 /// Caps with an owner.
@@ -173,6 +172,13 @@ GstCaps* fixatedCaps(GstPadDirection direction, GstCaps* possible)
     const Caps wide = all & upmixed(upmixable());
     const bool upmix = direction == GST_PAD_SINK && wide.size() > 0;
     return gst_caps_fixate(gst_caps_copy((upmix ? wide : all).get()));
+}
+
+int channelsOf(const GstCaps* caps)
+{
+    int channels = 0;
+    gst_structure_get_int(gst_caps_get_structure(caps, 0), "channels", &channels);
+    return channels;
 }
 
 zrk_tarn::StreamConfiguration configurationFor(const GstAudioInfo& input, const GstAudioInfo& output)

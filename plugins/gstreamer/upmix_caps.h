@@ -24,7 +24,10 @@ GstCaps* transformedCaps(GstPadDirection direction, const GstCaps* caps);
 /// before what merely passes. Takes the caps over.
 GstCaps* fixatedCaps(GstPadDirection direction, GstCaps* possible);
 
-/// What the stream between caps that are not the same is made for.
+/// The channels of fixed caps.
+int channelsOf(const GstCaps* caps);
+
+/// What the stream between stereo and upmixed caps is made for.
 zrk_tarn::StreamConfiguration configurationFor(const GstAudioInfo& input, const GstAudioInfo& output);
 
 } // namespace tarn_gst

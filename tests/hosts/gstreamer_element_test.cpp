@@ -3,6 +3,8 @@
 
 #include <gst/audio/audio.h>
 #include <gst/check/gstharness.h>
+#include <gst/controller/gstdirectcontrolbinding.h>
+#include <gst/controller/gstinterpolationcontrolsource.h>
 #include <gtest/gtest.h>
 
 #if defined __SSE__
@@ -41,8 +43,7 @@ constexpr Format kS16{"S16LE", 16};
 constexpr Format kS24{"S24LE", 24};
 constexpr Format kS32{"S32LE", 32};
 
-// --- What goes in and has to come out
-// ----------------------------------------------------------------------------------
+// --- What goes in and has to come out --------------------------------------------------------------------------------
 
 /// Stereo with a place that travels and some noise, of any width.
 Bytes stereoOf(std::size_t frames, const Format& format, std::uint32_t seed = 1)
@@ -105,8 +106,7 @@ GstClockTime timeOf(std::size_t frame, int rateHz)
     return gst_util_uint64_scale_round(frame, GST_SECOND, static_cast<guint64>(rateHz));
 }
 
-// --- The element in its harness
-// ----------------------------------------------------------------------------------------
+// --- The element in its harness --------------------------------------------------------------------------------------
 
 /// A buffer that came out.
 struct Piece
@@ -239,8 +239,7 @@ GstSegment segmentAt(GstClockTime start)
     return segment;
 }
 
-// --- The signal
-// --------------------------------------------------------------------------------------------------------
+// --- The signal ------------------------------------------------------------------------------------------------------
 
 TEST(Element, GivesTheHostObjectsBytesAtEveryRateAndWidth)
 {
@@ -360,8 +359,7 @@ TEST(Element, FloatsAreThoseOfTheStream)
     EXPECT_EQ(std::memcmp(output.data(), expected.data() + 3 * kLatency, output.size()), 0);
 }
 
-// --- Caps
-// --------------------------------------------------------------------------------------------------------------
+// --- Caps ------------------------------------------------------------------------------------------------------------
 
 TEST(Caps, AreThreeChannelsUnlessDownstreamWantsSix)
 {
@@ -504,6 +502,13 @@ TEST(Caps, StereoPassesWhereDownstreamTakesNothingElse)
     Element element(capsOf(kS16, 48000), "audio/x-raw, channels=2");
     element.pushAll(stereo, kS16, 48000);
     EXPECT_TRUE(element.output() == stereo);
+
+    // Also where only one side says that it is front left and front right.
+    Element masked("audio/x-raw, layout=interleaved, format=S16LE, rate=48000, channels=2",
+                   "audio/x-raw, channels=2, channel-mask=(bitmask)0x3");
+    masked.pushAll(stereo, kS16, 48000);
+    EXPECT_TRUE(masked.output() == stereo);
+    EXPECT_EQ(gst_harness_query_latency(masked.harness()), 0);
 }
 
 TEST(Caps, FilmsMayChangeBetweenStereoAndSurround)
@@ -537,8 +542,7 @@ TEST(Caps, StereoThatAConverterHasToChangeIsNotTaken)
     gst_harness_teardown(harness);
 }
 
-// --- Time
-// --------------------------------------------------------------------------------------------------------------
+// --- Time ------------------------------------------------------------------------------------------------------------
 
 TEST(Time, LatencyIsThatOfUpstreamAnd1024Frames)
 {
@@ -733,8 +737,7 @@ TEST(Time, ReadyAndBackIsANewBeginning)
     EXPECT_TRUE(element.output() == upmixOf(stereo, kS16, 48000));
 }
 
-// --- Properties
-// --------------------------------------------------------------------------------------------------------
+// --- Properties ------------------------------------------------------------------------------------------------------
 
 TEST(Properties, HaveDefaultsRangesNicksAndBlurbs)
 {
@@ -840,8 +843,26 @@ TEST(Properties, CanBeChangedByAnyThreadWhileStreamsComeAndGo)
     EXPECT_EQ(bytes, expected);
 }
 
-// --- Messages
-// ----------------------------------------------------------------------------------------------------------
+TEST(Properties, FollowControlSources)
+{
+    Element element;
+    GstControlSource* const source = gst_interpolation_control_source_new();
+    g_object_set(source, "mode", GST_INTERPOLATION_MODE_LINEAR, nullptr);
+    gst_timed_value_control_source_set(GST_TIMED_VALUE_CONTROL_SOURCE(source), 0, -10.0);
+    gst_timed_value_control_source_set(GST_TIMED_VALUE_CONTROL_SOURCE(source), GST_SECOND, 10.0);
+    gst_object_add_control_binding(
+        GST_OBJECT(element.element()),
+        gst_direct_control_binding_new_absolute(GST_OBJECT(element.element()), "make-up-gain", source));
+    gst_object_unref(source);
+    for (const std::size_t frame : {std::size_t{0}, std::size_t{12000}, std::size_t{24000}, std::size_t{36000}}) {
+        element.push(stereoOf(480, kS16), timeOf(frame, 48000));
+        gdouble gainDb = 0;
+        g_object_get(element.element(), "make-up-gain", &gainDb, nullptr);
+        EXPECT_NEAR(gainDb, -10.0 + 20.0 * static_cast<double>(frame) / 48000, 1e-9);
+    }
+}
+
+// --- Messages --------------------------------------------------------------------------------------------------------
 
 guint listSize(const GstStructure* structure, const char* name)
 {
