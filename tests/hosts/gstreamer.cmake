@@ -7,4 +7,4 @@ add_executable(gstreamer_element_test gstreamer_element_test.cpp)
 target_link_libraries(gstreamer_element_test PRIVATE tarn_options zrk_tarn GTest::gtest PkgConfig::gstreamer_check)
 
 host_test(gstreamer-element gstreamer_element_test.py $<TARGET_FILE:gstreamer_element_test> $<TARGET_FILE:gsttarn>)
-host_test(gstreamer gstreamer_test.py $<TARGET_FILE:gsttarn>)
+host_test(gstreamer gstreamer_test.py $<TARGET_FILE:gsttarn> ${PROJECT_BINARY_DIR})

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plays known signals through GStreamer pipelines with the element tarnupmix: gstreamer_test.py PLUGIN."""
+"""Plays known signals through GStreamer pipelines with the element tarnupmix: gstreamer_test.py PLUGIN BUILD_FOLDER."""
 
 import os
 from pathlib import Path
@@ -39,6 +39,21 @@ def test_inspection():
     assert run.stderr == "", run.stderr
     for text in ("Filter/Converter/Audio", "none (0)", "MIT/X11", "The Tarn authors", "SINK template", "SRC template"):
         assert text in run.stdout, f"gst-inspect-1.0 does not say {text!r}"
+
+
+def test_installation(folder, build):
+    """What is installed below any prefix loads from there, with the library beside it."""
+    for component in ("runtime", "gstreamer"):
+        subprocess.run(["cmake", "--install", build, "--prefix", folder / "prefix", "--component", component], check=True,
+                       stdout=subprocess.DEVNULL)
+    (plugin,) = (folder / "prefix").rglob("libgsttarn.so")
+    assert plugin.parent.name == "gstreamer-1.0"
+    paths = {"GST_PLUGIN_PATH": str(plugin.parent), "GST_REGISTRY": f"{folder}/installed.bin"}
+    run = subprocess.run(["gst-inspect-1.0", "tarnupmix"], check=True, capture_output=True, text=True,
+                         env=os.environ | paths)
+    assert str(plugin) in run.stdout, run.stdout
+    linked = subprocess.run(["ldd", plugin], check=True, capture_output=True, text=True).stdout
+    assert f"{folder}/prefix" in linked, linked
 
 
 def test_files(folder):
@@ -288,7 +303,7 @@ def test_messages(gst, folder):
 
 
 def main():
-    plugin = Path(sys.argv[1])
+    plugin, build = map(Path, sys.argv[1:])
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
         os.environ |= {"GST_PLUGIN_PATH": str(plugin.parent), "GST_REGISTRY": f"{folder}/registry.bin"}
@@ -299,6 +314,7 @@ def main():
 
         Gst.init(None)
         test_inspection()
+        test_installation(folder, build)
         compared = sum(
             test(folder)
             for test in (test_files, test_buffer_sizes, test_settings, test_rates_change, test_films, test_ten_minutes)
