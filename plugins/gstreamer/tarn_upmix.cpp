@@ -251,6 +251,13 @@ GstFlowReturn drain(GstTarnUpmix* self)
     return gst_pad_push(self->base.srcpad, tail);
 }
 
+/// Stops the pipeline, which is told why.
+GstFlowReturn unreadable(GstTarnUpmix* self)
+{
+    GST_ELEMENT_ERROR(self, RESOURCE, READ, (nullptr), ("a buffer cannot be read"));
+    return GST_FLOW_ERROR;
+}
+
 /// Upmixes a buffer. If there is a gap before it, it begins another run.
 GstFlowReturn upmix(GstTarnUpmix* self, GstBuffer* input, GstBuffer** output)
 {
@@ -267,10 +274,7 @@ GstFlowReturn upmix(GstTarnUpmix* self, GstBuffer* input, GstBuffer** output)
     if (GST_CLOCK_TIME_IS_VALID(streamTime)) gst_object_sync_values(GST_OBJECT(self), streamTime);
 
     GstMapInfo map;
-    if (!gst_buffer_map(input, &map, GST_MAP_READ)) {
-        GST_ELEMENT_ERROR(self, RESOURCE, READ, (nullptr), ("a buffer cannot be read"));
-        return GST_FLOW_ERROR;
-    }
+    if (!gst_buffer_map(input, &map, GST_MAP_READ)) return unreadable(self);
     state.run.taken += frames;
     *output = outputFor(self, map.data, frames);
     gst_buffer_unmap(input, &map);

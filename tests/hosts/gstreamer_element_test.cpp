@@ -382,6 +382,20 @@ TEST(Caps, UpmixComesBeforeStereoAndThreeChannelsBeforeSix)
     EXPECT_EQ(element.outputMask(), 0x7);
 }
 
+TEST(Caps, StereoIsWhatASourceIsAskedForFirst)
+{
+    GstHarness* const harness = gst_harness_new("tarnupmix");
+    GstCaps* const any = gst_caps_from_string("audio/x-raw, format={ S16LE, F64LE }, rate=[ 1, 192000 ], "
+                                              "channels=[ 1, 8 ], layout=interleaved");
+    GstCaps* const wanted = gst_pad_peer_query_caps(harness->srcpad, any);
+    int channels = 0;
+    EXPECT_TRUE(gst_structure_get_int(gst_caps_get_structure(wanted, 0), "channels", &channels));
+    EXPECT_EQ(channels, 2);
+    gst_caps_unref(wanted);
+    gst_caps_unref(any);
+    gst_harness_teardown(harness);
+}
+
 TEST(Caps, StereoWithoutAMaskIsFrontLeftAndFrontRight)
 {
     Element element("audio/x-raw, layout=interleaved, format=S16LE, rate=48000, channels=2");
@@ -947,7 +961,9 @@ TEST(Messages, CanBeTurnedOnAndRetimedWhileRunning)
     play(9600);
     EXPECT_EQ(count(), 0);
     g_object_set(element.element(), "post-messages", TRUE, nullptr);
-    play(9600);
+    play(4320);
+    EXPECT_EQ(count(), 0); // the first interval begins now
+    play(5280);
     EXPECT_EQ(count(), 2);
     g_object_set(element.element(), "interval", 10 * GST_MSECOND, nullptr);
     play(9600);
