@@ -382,6 +382,23 @@ TEST(Caps, UpmixComesBeforeStereoAndThreeChannelsBeforeSix)
     EXPECT_EQ(element.outputMask(), 0x7);
 }
 
+TEST(Caps, UpmixComesBeforeTheStereoThatAConverterPrefers)
+{
+    GstHarness* const harness = gst_harness_new_parse("tarnupmix ! audioconvert");
+    gst_harness_set_sink_caps_str(harness, "audio/x-raw, channels=2, format=S16LE");
+    gst_harness_set_src_caps_str(harness, capsOf(kS16, 48000).c_str());
+    GstElement* const element = gst_harness_find_element(harness, "tarnupmix");
+    GstPad* const pad = gst_element_get_static_pad(element, "src");
+    GstCaps* const caps = gst_pad_get_current_caps(pad);
+    int channels = 0;
+    EXPECT_TRUE(gst_structure_get_int(gst_caps_get_structure(caps, 0), "channels", &channels));
+    EXPECT_EQ(channels, 3);
+    gst_caps_unref(caps);
+    gst_object_unref(pad);
+    gst_object_unref(element);
+    gst_harness_teardown(harness);
+}
+
 TEST(Caps, StereoIsWhatASourceIsAskedForFirst)
 {
     GstHarness* const harness = gst_harness_new("tarnupmix");
