@@ -44,8 +44,8 @@ def test_inspection():
 def test_installation(folder, build):
     """What is installed below any prefix loads from there, with the library beside it."""
     for component in ("runtime", "gstreamer"):
-        subprocess.run(["cmake", "--install", build, "--prefix", folder / "prefix", "--component", component], check=True,
-                       stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--install", build, "--prefix", folder / "prefix", "--component", component],
+                       check=True, stdout=subprocess.DEVNULL)
     (plugin,) = (folder / "prefix").rglob("libgsttarn.so")
     assert plugin.parent.name == "gstreamer-1.0"
     paths = {"GST_PLUGIN_PATH": str(plugin.parent), "GST_REGISTRY": f"{folder}/installed.bin"}
@@ -100,7 +100,8 @@ def test_settings(folder):
         ("make-up-gain=-2.5", ["--gain", "-2.5"]),
         ("bypass=true", ["--bypass"]),
     ):
-        launch(f"filesrc location={source}", "! wavparse ! tarnupmix", properties, f"! wavenc ! filesink location={target}")
+        launch(f"filesrc location={source}", "! wavparse ! tarnupmix", properties,
+               f"! wavenc ! filesink location={target}")
         compared += same(read_samples(target)[0], command_output(source, folder, options=options))
     return compared
 
@@ -130,6 +131,31 @@ def test_rates_change(folder):
     return same(raw_samples(target, 3), numpy.concatenate([command_output(source, folder) for source in sources]))
 
 
+def play(source, target, *options):
+    """The sound of a film, as a player has it, without a header."""
+    subprocess.run(
+        ["gst-launch-1.0", "--quiet", "playbin", f"uri={source.as_uri()}", *options, "video-sink=fakesink",
+         f"audio-sink=capsfilter ! filesink location={target}"],
+        check=True, timeout=120)
+
+
+def test_films_with_pictures(folder):
+    """A picture beside it changes nothing: stereo keeps its length, six channels their bytes."""
+    for channels, mask in ((2, "0x3"), (6, "0x3f")):
+        film, plain, filtered = folder / f"film{channels}.mkv", folder / "plain.raw", folder / "filtered.raw"
+        launch("matroskamux name=film !", f"filesink location={film}", "videotestsrc num-buffers=50 !",
+               "video/x-raw,width=64,height=48,framerate=25/1 ! theoraenc ! film.",
+               "audiotestsrc num-buffers=94 wave=pink-noise !",
+               f"audio/x-raw,rate=48000,channels={channels},channel-mask=(bitmask){mask} ! vorbisenc ! queue ! film.")
+        play(film, plain)
+        play(film, filtered, "audio-filter=tarnupmix")
+        assert plain.stat().st_size >= 90 * 1024 * channels * 4
+        if channels == 6:
+            assert filtered.read_bytes() == plain.read_bytes()
+        else:
+            assert filtered.stat().st_size * 2 == plain.stat().st_size * 3
+
+
 def test_films(folder):
     """playbin with the element as its filter: stereo is upmixed, everything else comes through as it is."""
     stereo = known_signal(FRAMES, 16)
@@ -139,15 +165,13 @@ def test_films(folder):
         ("surround", numpy.hstack([stereo, stereo[::-1], stereo[:, ::-1]]), 48000),
         ("mono", stereo[:, :1], 48000),
         ("slow", stereo, 22050),
+        ("big-endian", stereo, 48000),  # playbin converts it
     ):
-        source, target = folder / f"{name}.wav", folder / "element.raw"
+        source = folder / f"{name}.{'au' if name == 'big-endian' else 'wav'}"
+        target = folder / "element.raw"
         write_stereo(source, samples, rate, 16)
-        sink = f"capsfilter ! filesink location={target}"
-        subprocess.run(
-            ["gst-launch-1.0", "--quiet", "playbin", f"uri={source.as_uri()}", "flags=audio", "audio-filter=tarnupmix",
-             f"audio-sink={sink}"],
-            check=True, timeout=120)
-        expected = command_output(source, folder) if name == "stereo" else samples
+        play(source, target, "audio-filter=tarnupmix")
+        expected = command_output(source, folder) if name in ("stereo", "big-endian") else samples
         compared += same(raw_samples(target, expected.shape[1]), expected)
     return compared
 
@@ -247,7 +271,7 @@ def test_segment_seek(gst, folder):
 
 
 def test_latency(gst):
-    """The pipeline of a live source is told of 1024 frames more; returns what it is told and what it takes, in frames."""
+    """The pipeline of a live source is told of 1024 frames more; returns what it is told and what it takes."""
     def told(element):
         pipeline = Pipeline(gst, "audiotestsrc is-live=true ! audio/x-raw,rate=48000,channels=2,format=S16LE ! "
                                  f"{element} name=upmix ! fakesink sync=true")
@@ -319,6 +343,7 @@ def main():
             test(folder)
             for test in (test_files, test_buffer_sizes, test_settings, test_rates_change, test_films, test_ten_minutes)
         )
+        test_films_with_pictures(folder)
         compared += test_seeking(Gst, folder) + test_segment_seek(Gst, folder)
         test_messages(Gst, folder)
         told, taken = test_latency(Gst)
