@@ -1,12 +1,12 @@
 # Run by CPack on its packages: packs them again as dpkg does, which gives the same bytes wherever SOURCE_DATE_EPOCH is
-# the same. The library's may be installed for several architectures, and dpkg's trigger refreshes the loader's cache,
-# where CPack writes maintainer scripts for it.
+# the same. The library's and GStreamer's may be installed for several architectures, and dpkg's trigger refreshes the
+# loader's cache, where CPack writes maintainer scripts for it.
 
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   set(unpacked ${package}.unpacked)
   execute_process(COMMAND dpkg-deb --raw-extract ${package} ${unpacked} COMMAND_ERROR_IS_FATAL ANY)
   cmake_path(GET package FILENAME name)
-  if(name MATCHES "^lib")
+  if(name MATCHES "^(lib|gstreamer)")
     file(REMOVE ${unpacked}/DEBIAN/postinst ${unpacked}/DEBIAN/postrm)
     file(READ ${unpacked}/DEBIAN/control control)
     string(STRIP "${control}" control)

@@ -1,0 +1,193 @@
+#include "upmix_caps.h"
+
+#include <memory>
+#include <utility>
+
+namespace tarn_gst
+{
+
+namespace
+{
+
+using zrk_tarn::SampleFormat;
+
+/// Caps with an owner.
+class Caps
+{
+public:
+    explicit Caps(GstCaps* caps) : caps_(caps) {}
+
+    const GstCaps* get() const { return caps_.get(); }
+    GstCaps* release() { return caps_.release(); }
+    guint size() const { return gst_caps_get_size(get()); }
+    const GstStructure* at(guint i) const { return gst_caps_get_structure(get(), i); }
+
+    /// Adds a structure, which it takes over, if there is none yet that covers it.
+    void merge(GstStructure* structure) { caps_.reset(gst_caps_merge_structure(release(), structure)); }
+
+    /// Adds what is new.
+    void merge(Caps&& other) { caps_.reset(gst_caps_merge(release(), other.release())); }
+
+    /// What is in both, in this one's order.
+    Caps operator&(const Caps& other) const
+    {
+        return Caps(gst_caps_intersect_full(caps_.get(), other.caps_.get(), GST_CAPS_INTERSECT_FIRST));
+    }
+
+private:
+    struct Unref
+    {
+        void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
+    };
+    std::unique_ptr<GstCaps, Unref> caps_;
+};
+
+constexpr int kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr char kUpmixable[] = "audio/x-raw, format={ S16LE, S24LE, S24_32LE, S32LE, F32LE }, layout=interleaved, "
+                              "rate={ 32000, 44100, 48000, 64000, 88200, 96000, 192000 }, channels=2";
+constexpr guint64 kStereoMask = 0x3; ///< front left, front right
+
+/// What upmixed stereo becomes, the preferred layout first.
+constexpr struct
+{
+    int channels;
+    guint64 mask; ///< FL FR FC, then LFE RL RR
+} kLayouts[] = {{3, 0x7}, {6, 0x3f}};
+
+/// Stereo that can be upmixed.
+Caps upmixable()
+{
+    return Caps(gst_caps_from_string(kUpmixable));
+}
+
+/// What upmixable caps become.
+Caps upmixed(const Caps& stereo)
+{
+    Caps wide(gst_caps_new_empty());
+    for (guint i = 0; i < stereo.size(); ++i)
+        for (const auto& [channels, mask] : kLayouts) {
+            GstStructure* const structure = gst_structure_copy(stereo.at(i));
+            gst_structure_set(structure, "channels", G_TYPE_INT, channels, "channel-mask", GST_TYPE_BITMASK, mask,
+                              nullptr);
+            wide.merge(structure);
+        }
+    return wide;
+}
+
+/// What upmixed caps come from.
+Caps narrowed(const Caps& wide)
+{
+    Caps stereo(gst_caps_new_empty());
+    for (guint i = 0; i < wide.size(); ++i) {
+        GstStructure* const structure = gst_structure_copy(wide.at(i));
+        gst_structure_set(structure, "channels", G_TYPE_INT, 2, nullptr);
+        gst_structure_remove_field(structure, "channel-mask"); // stereo often comes without one
+        stereo.merge(structure);
+    }
+    return stereo;
+}
+
+/// What passes through: everything but stereo; stereo in the same formats at rates that the engine does not have; and
+/// stereo that could be upmixed, where nothing else is wanted. Stereo in other formats does not at any rate: converters
+/// in front would rather keep such a format, or even look for a rate at which they can, than make it upmixable. Each
+/// range of rates is a structure of its own, as a list of ranges could not be fixated.
+Caps passing()
+{
+    Caps caps(gst_caps_from_string("audio/x-raw, channels=[ 3, 2147483647 ]; audio/x-raw, channels=1"));
+    const Caps stereo = upmixable();
+    const auto add = [&](int lowestHz, int highestHz) {
+        GstStructure* const structure = gst_structure_copy(stereo.at(0));
+        gst_structure_set(structure, "rate", GST_TYPE_INT_RANGE, lowestHz, highestHz, nullptr);
+        caps.merge(structure);
+    };
+    int lowestHz = 1;
+    for (const int rateHz : kRatesHz) {
+        add(lowestHz, rateHz - 1);
+        lowestHz = rateHz + 1;
+    }
+    add(lowestHz, G_MAXINT);
+    caps.merge(upmixable());
+    return caps;
+}
+
+/// Whether a structure names two channels other than front left and front right.
+bool isOtherPair(const GstStructure* structure)
+{
+    int channels = 0;
+    guint64 mask = 0;
+    return gst_structure_get_int(structure, "channels", &channels) && channels == 2 &&
+           gst_structure_get(structure, "channel-mask", GST_TYPE_BITMASK, &mask, nullptr) && mask != kStereoMask;
+}
+
+SampleFormat formatOf(const GstAudioInfo& info)
+{
+    switch (GST_AUDIO_INFO_FORMAT(&info)) {
+    case GST_AUDIO_FORMAT_S16LE:
+        return SampleFormat::S16;
+    case GST_AUDIO_FORMAT_S24LE:
+        return SampleFormat::S24;
+    case GST_AUDIO_FORMAT_S24_32LE:
+        return SampleFormat::S24In32;
+    case GST_AUDIO_FORMAT_S32LE:
+        return SampleFormat::S32;
+    default:
+        return SampleFormat::F32;
+    }
+}
+
+} // namespace
+
+GstCaps* sinkCaps()
+{
+    Caps caps = upmixable();
+    caps.merge(passing());
+    return caps.release();
+}
+
+GstCaps* sourceCaps()
+{
+    Caps caps = upmixed(upmixable());
+    caps.merge(passing());
+    return caps.release();
+}
+
+GstCaps* transformedCaps(GstPadDirection direction, const GstCaps* caps)
+{
+    Caps candidates(gst_caps_new_empty());
+    Caps otherPairs(gst_caps_new_empty());
+    for (guint i = 0; i < gst_caps_get_size(caps); ++i) {
+        const GstStructure* const structure = gst_caps_get_structure(caps, i);
+        (isOtherPair(structure) ? otherPairs : candidates).merge(gst_structure_copy(structure));
+    }
+    Caps transformed =
+        direction == GST_PAD_SINK ? upmixed(candidates & upmixable()) : narrowed(candidates & upmixed(upmixable()));
+    transformed.merge(candidates & passing());
+    transformed.merge(std::move(otherPairs));
+    return transformed.release();
+}
+
+GstCaps* fixatedCaps(GstPadDirection direction, GstCaps* possible)
+{
+    const Caps all(possible);
+    const Caps wide = all & upmixed(upmixable());
+    const bool upmix = direction == GST_PAD_SINK && wide.size() > 0;
+    return gst_caps_fixate(gst_caps_copy((upmix ? wide : all).get()));
+}
+
+int channelsOf(const GstCaps* caps)
+{
+    int channels = 0;
+    gst_structure_get_int(gst_caps_get_structure(caps, 0), "channels", &channels);
+    return channels;
+}
+
+zrk_tarn::StreamConfiguration configurationFor(const GstAudioInfo& input, const GstAudioInfo& output)
+{
+    zrk_tarn::StreamConfiguration configuration; // three outputs of the engine, then silence
+    configuration.sampleRateHz = static_cast<std::uint32_t>(GST_AUDIO_INFO_RATE(&input));
+    configuration.format = formatOf(input);
+    configuration.outputSlots = static_cast<std::uint32_t>(GST_AUDIO_INFO_CHANNELS(&output));
+    return configuration;
+}
+
+} // namespace tarn_gst

@@ -1,0 +1,10 @@
+# GStreamer: the element pad by pad, also under valgrind; then whole pipelines.
+find_package(GTest REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(gstreamer_check REQUIRED IMPORTED_TARGET gstreamer-check-1.0>=1.22 gstreamer-audio-1.0
+                  gstreamer-controller-1.0)
+add_executable(gstreamer_element_test gstreamer_element_test.cpp)
+target_link_libraries(gstreamer_element_test PRIVATE tarn_options zrk_tarn GTest::gtest PkgConfig::gstreamer_check)
+
+host_test(gstreamer-element gstreamer_element_test.py $<TARGET_FILE:gstreamer_element_test> $<TARGET_FILE:gsttarn>)
+host_test(gstreamer gstreamer_test.py $<TARGET_FILE:gsttarn> ${PROJECT_BINARY_DIR})

@@ -1,0 +1,39 @@
+#!/usr/bin/env python3
+"""Runs the tests that drive GStreamer's element pad by pad, also under valgrind: gstreamer_element_test.py TEST PLUGIN.
+
+The tests compare with the host object's bytes, which are the command's.
+"""
+
+import os
+from pathlib import Path
+import subprocess
+import sys
+import tempfile
+
+GLIB_SUPPRESSIONS = Path("/usr/share/glib-2.0/valgrind/glib.supp")
+GSTREAMER_SUPPRESSIONS = Path(__file__).with_name("gstreamer.supp")
+
+# valgrind does not emulate flush-to-zero.
+NOT_UNDER_VALGRIND = "--gtest_filter=-*ThreadThatFlushesToZero*"
+
+
+def main():
+    test, plugin = sys.argv[1:]
+    with tempfile.TemporaryDirectory() as folder:
+        environment = dict(os.environ, GST_REGISTRY=f"{folder}/registry.bin", G_DEBUG="fatal-criticals")
+        subprocess.run([test, plugin], check=True, env=environment)
+        valgrind = [
+            "valgrind",
+            "--quiet",
+            "--error-exitcode=9",
+            "--leak-check=full",
+            "--show-leak-kinds=definite",
+            "--errors-for-leak-kinds=definite",
+            f"--suppressions={GLIB_SUPPRESSIONS}",
+            f"--suppressions={GSTREAMER_SUPPRESSIONS}",
+        ]
+        environment |= {"G_SLICE": "always-malloc", "G_DEBUG": "fatal-criticals,gc-friendly"}
+        subprocess.run([*valgrind, test, plugin, NOT_UNDER_VALGRIND], check=True, env=environment)
+
+
+main()
