@@ -52,6 +52,11 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${symbols})
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
+# dpkg-shlibdeps finds the library in the build tree, where no package says what to depend on.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+foreach(plugin IN ITEMS LADSPA)
+  set(CPACK_DEBIAN_${plugin}_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
+endforeach()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
@@ -78,9 +83,12 @@ debian_package(library libzrk-tarn1 libs "shared library" "the shared library" r
 debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
+debian_package(ladspa tarn-ladspa sound "LADSPA plug-ins"
+               "LADSPA plug-ins for FFmpeg, SoX, PipeWire and\nother audio hosts" ladspa)
 
 include(CPack)
 cpack_add_component(runtime GROUP library)
 cpack_add_component(development GROUP dev)
 cpack_add_component(static GROUP dev)
 cpack_add_component(tool GROUP tool)
+cpack_add_component(ladspa GROUP ladspa)
