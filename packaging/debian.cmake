@@ -54,7 +54,7 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/d
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
 # dpkg-shlibdeps finds the library in the build tree, where no package says what to depend on.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-foreach(plugin IN ITEMS LADSPA)
+foreach(plugin IN ITEMS ALSA LADSPA)
   set(CPACK_DEBIAN_${plugin}_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
 endforeach()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -85,6 +85,9 @@ debian_package(dev libzrk-tarn-dev libdevel "development files"
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
 debian_package(ladspa tarn-ladspa sound "LADSPA plug-ins"
                "LADSPA plug-ins for FFmpeg, SoX, PipeWire and\nother audio hosts" ladspa)
+# Named as Debian names single plug-ins of ALSA's library.
+debian_package(alsa libasound2-plugin-tarn libs "ALSA plug-in"
+               "a PCM plug-in for ALSA, which upmixes\nwhat programs play" alsa)
 
 include(CPack)
 cpack_add_component(runtime GROUP library)
@@ -92,3 +95,4 @@ cpack_add_component(development GROUP dev)
 cpack_add_component(static GROUP dev)
 cpack_add_component(tool GROUP tool)
 cpack_add_component(ladspa GROUP ladspa)
+cpack_add_component(alsa GROUP alsa)

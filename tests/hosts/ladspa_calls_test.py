@@ -8,12 +8,12 @@ float. The descriptor is read through the types of ladspa.h.
 import ctypes
 from ctypes import CFUNCTYPE, POINTER, c_char_p, c_float, c_int, c_ulong, c_void_p
 from pathlib import Path
-import platform
 import sys
 import tempfile
 
 import numpy
 
+from float_mode import FlushToZero
 from host_test import LATENCY, Row, command_output, known_signal, passed, write_stereo
 
 IN, OUT, CONTROL, AUDIO = 1, 2, 4, 8  # LADSPA_PORT_...
@@ -146,37 +146,6 @@ class Comparison:
         differing = numpy.count_nonzero(result[LATENCY:] != as_floats(expected))
         assert differing == 0, f"{what}: {differing} samples differ"
         self.samples += expected.size
-
-
-class FlushToZero:
-    """The calling thread with flush-to-zero and denormals-are-zero, set through what fegetenv and fesetenv carry."""
-
-    # Where the control word of the vector unit is in fenv_t, and the bits.
-    PLACES = {"x86_64": (28, 0x8040), "aarch64": (0, 1 << 24)}
-
-    def __init__(self):
-        self.library = ctypes.CDLL("libm.so.6")
-        self.offset, self.bits = self.PLACES[platform.machine()]
-        self.before = ctypes.create_string_buffer(64)
-
-    def word(self, environment):
-        return ctypes.c_uint32.from_buffer(environment, self.offset)
-
-    def __enter__(self):
-        self.library.fegetenv(self.before)
-        changed = ctypes.create_string_buffer(self.before.raw, 64)
-        self.word(changed).value |= self.bits
-        self.library.fesetenv(changed)
-        return self
-
-    def holds(self):
-        now = ctypes.create_string_buffer(64)
-        self.library.fegetenv(now)
-        small = numpy.full(1, 1e-30, numpy.float32)
-        return self.word(now).value & self.bits == self.bits and (small * small)[0] == 0 and (small * 1e-10)[0] == 0
-
-    def __exit__(self, *_):
-        self.library.fesetenv(self.before)
 
 
 def check_descriptors(descriptors):
