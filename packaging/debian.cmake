@@ -51,10 +51,12 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${symbols})
-# Plug-ins: of the library, which is in no installed package yet, dpkg-shlibdeps knows the file only.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
+# dpkg-shlibdeps finds the library in the build tree, where no package says what to depend on.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+foreach(user IN ITEMS ALSA GSTREAMER LADSPA LV2 TOOL)
+  set(CPACK_DEBIAN_${user}_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
+endforeach()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
@@ -81,12 +83,14 @@ debian_package(library libzrk-tarn1 libs "shared library" "the shared library" r
 debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
-# Where it is packed, the shared library is in no package yet that dpkg knows: found there, and named here.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-set(CPACK_DEBIAN_LV2_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${version})")
 set(CPACK_DEBIAN_LV2_PACKAGE_SUGGESTS "lv2-host, pipewire (>= 0.3.65), wireplumber")
 debian_package(lv2 tarn-lv2 sound "LV2 plug-in" "the LV2 plug-in, and a configuration that\nmakes it a sink of PipeWire" lv2)
 debian_package(gstreamer gstreamer1.0-tarn sound "GStreamer plug-in" "the GStreamer element tarnupmix" gstreamer)
+debian_package(ladspa tarn-ladspa sound "LADSPA plug-ins"
+               "LADSPA plug-ins for FFmpeg, SoX, PipeWire and\nother audio hosts" ladspa)
+# Named as Debian names single plug-ins of ALSA's library.
+debian_package(alsa libasound2-plugin-tarn libs "ALSA plug-in"
+               "a PCM plug-in for ALSA, which upmixes\nwhat programs play" alsa)
 
 include(CPack)
 cpack_add_component(runtime GROUP library)
@@ -95,3 +99,5 @@ cpack_add_component(static GROUP dev)
 cpack_add_component(tool GROUP tool)
 cpack_add_component(lv2 GROUP lv2)
 cpack_add_component(gstreamer GROUP gstreamer)
+cpack_add_component(ladspa GROUP ladspa)
+cpack_add_component(alsa GROUP alsa)

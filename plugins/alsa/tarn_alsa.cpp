@@ -1,0 +1,314 @@
+#include "filterbank/cos_mod.h"
+#include "stream/upmix_stream.h"
+
+#include <alsa/asoundlib.h>
+#include <alsa/pcm_external.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+
+/// @file
+/// Tarn as a PCM of ALSA: what is played to it in stereo goes to its slave as 3.0 or 5.1.
+
+namespace
+{
+
+// Programs may open PCMs on several threads at once, and the first stream must not be among them: the tables are filled
+// while the module is loaded, which the loader does one file at a time.
+[[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
+
+constexpr unsigned kInputChannels = 2;
+constexpr unsigned kMostChannels = 6;
+constexpr std::size_t kMostSampleBytes = 4;
+constexpr snd_pcm_uframes_t kPieceFrames = 256; ///< taken and given at a time
+
+/// A layout of the slave, in ALSA's order of channels.
+struct Layout
+{
+    const char* name;
+    double number; ///< that the name is without quotes
+    unsigned channels;
+    std::array<zrk_tarn::OutputSlot, 8> slots;
+};
+
+using Source = zrk_tarn::OutputSlot::Source;
+constexpr Layout kLayouts[] = {
+    {"3.0", 3.0, 3, {{{Source::Engine, 0}, {Source::Engine, 1}, {Source::Engine, 2}}}}, // FL FR FC
+    {"5.1",
+     5.1,
+     6,
+     {{{Source::Engine, 0}, {Source::Engine, 1}, {}, {}, {Source::Engine, 2}, {}}}}}; // FL FR RL RR FC LFE
+
+constexpr unsigned kFormats[] = {SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S24_3LE, SND_PCM_FORMAT_S32_LE};
+
+zrk_tarn::SampleFormat sampleFormat(snd_pcm_format_t format) noexcept
+{
+    if (format == SND_PCM_FORMAT_S16_LE) return zrk_tarn::SampleFormat::S16;
+    if (format == SND_PCM_FORMAT_S24_3LE) return zrk_tarn::SampleFormat::S24;
+    return zrk_tarn::SampleFormat::S32;
+}
+
+/// What a configuration says.
+struct Settings
+{
+    snd_config_t* slave = nullptr;
+    const Layout* layout = &kLayouts[0];
+    bool enabled = true;
+    zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
+    double gainDb = 0.0;
+};
+
+/// A PCM of type tarn.
+struct Pcm
+{
+    snd_pcm_extplug_t plug;
+    Settings settings;
+    std::optional<zrk_tarn::UpmixStream> stream; ///< once format and rate are chosen
+    // Pieces on their way, interleaved whatever the areas of program and slave are.
+    alignas(8) std::byte input[kPieceFrames * kInputChannels * kMostSampleBytes];
+    alignas(8) std::byte output[kPieceFrames * kMostChannels * kMostSampleBytes];
+};
+
+Pcm& pcmOf(snd_pcm_extplug_t* plug) noexcept
+{
+    return *static_cast<Pcm*>(plug->private_data);
+}
+
+/// The areas of an interleaved buffer.
+template <unsigned kChannels>
+void interleavedAreas(std::byte* buffer, unsigned channels, unsigned sampleBits,
+                      snd_pcm_channel_area_t (&areas)[kChannels]) noexcept
+{
+    for (unsigned channel = 0; channel < channels; ++channel)
+        areas[channel] = {.addr = buffer, .first = channel * sampleBits, .step = channels * sampleBits};
+}
+
+/// Makes the stream for the format and rate that program and slave have agreed on.
+int chooseParameters(snd_pcm_extplug_t* plug, snd_pcm_hw_params_t*)
+{
+    Pcm& pcm = pcmOf(plug);
+    const zrk_tarn::StreamConfiguration configuration{.sampleRateHz = plug->rate,
+                                                      .format = sampleFormat(plug->format),
+                                                      .outputSlots = pcm.settings.layout->channels,
+                                                      .outputs = pcm.settings.layout->slots,
+                                                      .mode = pcm.settings.mode};
+    if (const char* const problem = zrk_tarn::UpmixStream::problemOf(configuration)) {
+        SNDERR("tarn: %u Hz: %s", plug->rate, problem);
+        return -EINVAL;
+    }
+    try {
+        pcm.stream.emplace(configuration);
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
+    pcm.stream->setBypass(!pcm.settings.enabled);
+    pcm.stream->setMakeUpGain(static_cast<float>(std::pow(10.0, pcm.settings.gainDb / 20.0)));
+    return 0;
+}
+
+/// Begins anew, silent; at prepare and reset.
+int begin(snd_pcm_extplug_t* plug)
+{
+    pcmOf(plug).stream->reset();
+    return 0;
+}
+
+/// Takes frames from the program and gives as many to the slave.
+snd_pcm_sframes_t transfer(snd_pcm_extplug_t* plug, const snd_pcm_channel_area_t* to, snd_pcm_uframes_t toOffset,
+                           const snd_pcm_channel_area_t* from, snd_pcm_uframes_t fromOffset, snd_pcm_uframes_t frames)
+{
+    Pcm& pcm = pcmOf(plug);
+    const auto sampleBits = static_cast<unsigned>(snd_pcm_format_physical_width(plug->format));
+    snd_pcm_channel_area_t input[kInputChannels];
+    snd_pcm_channel_area_t output[kMostChannels];
+    interleavedAreas(pcm.input, plug->channels, sampleBits, input);
+    interleavedAreas(pcm.output, plug->slave_channels, sampleBits, output);
+    for (snd_pcm_uframes_t done = 0; done < frames;) {
+        const snd_pcm_uframes_t some = std::min(frames - done, kPieceFrames);
+        snd_pcm_areas_copy(input, 0, from, fromOffset + done, plug->channels, some, plug->format);
+        pcm.stream->process(pcm.input, pcm.output, some);
+        snd_pcm_areas_copy(to, toOffset + done, output, 0, plug->slave_channels, some, plug->format);
+        done += some;
+    }
+    return static_cast<snd_pcm_sframes_t>(frames);
+}
+
+/// Frees what belongs to a PCM.
+int close(snd_pcm_extplug_t* plug)
+{
+    delete &pcmOf(plug);
+    return 0;
+}
+
+/// What programs play: left and right. Freed by them.
+snd_pcm_chmap_t* channelMap(snd_pcm_extplug_t*)
+{
+    auto* const map =
+        static_cast<snd_pcm_chmap_t*>(std::malloc(sizeof(snd_pcm_chmap_t) + kInputChannels * sizeof(unsigned)));
+    if (map == nullptr) return nullptr;
+    map->channels = kInputChannels;
+    map->pos[0] = SND_CHMAP_FL;
+    map->pos[1] = SND_CHMAP_FR;
+    return map;
+}
+
+/// The only map there is, in a list. Freed by programs.
+snd_pcm_chmap_query_t** channelMaps(snd_pcm_extplug_t*)
+{
+    auto** const maps = static_cast<snd_pcm_chmap_query_t**>(std::calloc(2, sizeof(snd_pcm_chmap_query_t*)));
+    if (maps == nullptr) return nullptr;
+    maps[0] = static_cast<snd_pcm_chmap_query_t*>(
+        std::malloc(sizeof(snd_pcm_chmap_query_t) + kInputChannels * sizeof(unsigned)));
+    if (maps[0] == nullptr) {
+        std::free(maps);
+        return nullptr;
+    }
+    maps[0]->type = SND_CHMAP_TYPE_FIXED;
+    maps[0]->map.channels = kInputChannels;
+    maps[0]->map.pos[0] = SND_CHMAP_FL;
+    maps[0]->map.pos[1] = SND_CHMAP_FR;
+    return maps;
+}
+
+constexpr snd_pcm_extplug_callback_t kCallbacks = {.transfer = transfer,
+                                                   .close = close,
+                                                   .hw_params = chooseParameters,
+                                                   .hw_free = nullptr,
+                                                   .dump = nullptr,
+                                                   .init = begin,
+                                                   .query_chmaps = channelMaps,
+                                                   .get_chmap = channelMap,
+                                                   .set_chmap = nullptr};
+
+/// The layout of a name, which ALSA reads as a number where it is not in quotes; null if there is none.
+const Layout* layoutOf(const snd_config_t* node)
+{
+    const char* name = nullptr;
+    double number = 0.0;
+    if (snd_config_get_string(node, &name) < 0 && snd_config_get_ireal(node, &number) < 0) return nullptr;
+    for (const Layout& layout : kLayouts)
+        if (name != nullptr ? std::strcmp(name, layout.name) == 0 : std::abs(number - layout.number) < 0.01)
+            return &layout;
+    return nullptr;
+}
+
+/// Reads one field; false, with what is wrong in the log, if it is none or has no such value.
+bool read(snd_config_t* node, const char* id, Settings& settings)
+{
+    const std::string field = id;
+    if (field == "comment" || field == "type" || field == "hint") return true;
+    if (field == "slave") {
+        settings.slave = node;
+        return true;
+    }
+    if (field == "layout") {
+        settings.layout = layoutOf(node);
+        if (settings.layout == nullptr) SNDERR("tarn: layout has to be \"3.0\" or \"5.1\"");
+        return settings.layout != nullptr;
+    }
+    if (field == "enabled") {
+        const int value = snd_config_get_bool(node);
+        if (value < 0) SNDERR("tarn: enabled has to be true or false");
+        settings.enabled = value > 0;
+        return value >= 0;
+    }
+    if (field == "mode") {
+        long value = 0;
+        const bool good = snd_config_get_integer(node, &value) >= 0 && (value == 1 || value == 2);
+        if (!good) SNDERR("tarn: mode has to be 1 (steering is followed fast) or 2 (calmer)");
+        settings.mode = value == 2 ? zrk_tarn::SteeringMode::Calm : zrk_tarn::SteeringMode::Fast;
+        return good;
+    }
+    if (field == "gain") {
+        const bool good =
+            snd_config_get_ireal(node, &settings.gainDb) >= 0 && settings.gainDb >= -60.0 && settings.gainDb <= 18.0;
+        if (!good) SNDERR("tarn: gain has to be -60 to 18, in dB");
+        return good;
+    }
+    SNDERR("tarn: there is no field %s; there are slave, layout, enabled, mode and gain", id);
+    return false;
+}
+
+/// Reads a configuration; nothing, with what is wrong in the log, if it is not one.
+std::optional<Settings> settingsOf(const snd_config_t* configuration)
+{
+    Settings settings;
+    snd_config_iterator_t at = nullptr;
+    snd_config_iterator_t next = nullptr;
+    snd_config_for_each(at, next, configuration)
+    {
+        snd_config_t* const node = snd_config_iterator_entry(at);
+        const char* id = nullptr;
+        if (snd_config_get_id(node, &id) >= 0 && !read(node, id, settings)) return std::nullopt;
+    }
+    if (settings.slave == nullptr) {
+        SNDERR("tarn: slave is missing: the PCM that plays the %s", settings.layout->name);
+        return std::nullopt;
+    }
+    return settings;
+}
+
+/// Opens a PCM of type tarn.
+int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_config_t* configuration,
+         snd_pcm_stream_t direction, int mode)
+{
+    if (direction != SND_PCM_STREAM_PLAYBACK) {
+        SNDERR("tarn: only plays; there is nothing to record from");
+        return -EINVAL;
+    }
+    const std::optional<Settings> settings = settingsOf(configuration);
+    if (!settings) return -EINVAL;
+
+    auto owned = std::make_unique<Pcm>();
+    Pcm& pcm = *owned;
+    pcm.settings = *settings;
+    pcm.plug.version = SND_PCM_EXTPLUG_VERSION;
+    pcm.plug.name = "Tarn upmix";
+    pcm.plug.callback = &kCallbacks;
+    pcm.plug.private_data = &pcm;
+    if (const int error = snd_pcm_extplug_create(&pcm.plug, name, root, settings->slave, direction, mode); error < 0)
+        return error;
+    static_cast<void>(owned.release()); // closed with its PCM
+
+    const bool constrained =
+        snd_pcm_extplug_set_param(&pcm.plug, SND_PCM_EXTPLUG_HW_CHANNELS, kInputChannels) >= 0 &&
+        snd_pcm_extplug_set_slave_param(&pcm.plug, SND_PCM_EXTPLUG_HW_CHANNELS, settings->layout->channels) >= 0 &&
+        snd_pcm_extplug_set_param_list(&pcm.plug, SND_PCM_EXTPLUG_HW_FORMAT, std::size(kFormats), kFormats) >= 0 &&
+        snd_pcm_extplug_set_slave_param_list(&pcm.plug, SND_PCM_EXTPLUG_HW_FORMAT, std::size(kFormats), kFormats) >=
+            0 &&
+        snd_pcm_extplug_set_param_link(&pcm.plug, SND_PCM_EXTPLUG_HW_FORMAT, 1) >= 0;
+    if (!constrained) {
+        snd_pcm_extplug_delete(&pcm.plug);
+        return -ENOMEM;
+    }
+    *result = pcm.plug.pcm;
+    return 0;
+}
+
+} // namespace
+
+#pragma GCC visibility push(default)
+extern "C" {
+SND_PCM_PLUGIN_DEFINE_FUNC(tarn)
+{
+    try {
+        return open(pcmp, name, root, conf, stream, mode);
+    } catch (const std::exception&) {
+        return -ENOMEM;
+    }
+}
+
+SND_PCM_PLUGIN_SYMBOL(tarn)
+}
+#pragma GCC visibility pop

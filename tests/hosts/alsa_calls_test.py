@@ -1,0 +1,311 @@
+#!/usr/bin/env python3
+"""Plays to the ALSA plug-in through libasound in every way that programs may: alsa_calls_test.py MODULE."""
+
+import ctypes
+from ctypes import POINTER, byref, c_char_p, c_int, c_long, c_uint, c_ulong, c_void_p
+import sys
+import tempfile
+
+import numpy
+
+from alsa_setup import CHANNELS, Setup
+from float_mode import FlushToZero
+from host_test import LATENCY, Row, known_signal, passed, write_stereo
+
+PLAYBACK = 0
+MMAP_INTERLEAVED, RW_INTERLEAVED, RW_NONINTERLEAVED = 0, 3, 4  # SND_PCM_ACCESS_...
+FORMATS = {16: 2, 24: 32, 32: 10}  # SND_PCM_FORMAT_S16_LE, S24_3LE, S32_LE
+FLOAT_LE = 14
+FRONT_LEFT, FRONT_RIGHT = 3, 4  # SND_CHMAP_...
+
+library = ctypes.CDLL("libasound.so.2")
+library.snd_strerror.restype = c_char_p
+for function in ("snd_pcm_writei", "snd_pcm_writen", "snd_pcm_mmap_writei"):
+    getattr(library, function).argtypes = [c_void_p, c_void_p, c_ulong]
+    getattr(library, function).restype = c_long
+library.snd_pcm_get_chmap.restype = POINTER(c_uint)
+
+
+def call(name, *arguments):
+    """A function of libasound; its failure is an exception."""
+    result = getattr(library, "snd_pcm_" + name)(*arguments)
+    if result < 0:
+        raise OSError(-result, f"{name}: {library.snd_strerror(int(result)).decode()}")
+    return result
+
+
+class Player:
+    """A program that plays."""
+
+    def __init__(self, name):
+        self.pcm = c_void_p()
+        library.snd_config_update_free_global()  # PCMs may have been added within the second that the files are dated by
+        call("open", byref(self.pcm), name.encode(), PLAYBACK, 0)
+
+    def configure(self, rate, bits=16, period=1024, access=RW_INTERLEAVED, channels=2, sample_format=None):
+        """Chooses everything exactly, and prepares."""
+        self.bits, self.access = bits, access
+        parameters = c_void_p()
+        call("hw_params_malloc", byref(parameters))
+        try:
+            call("hw_params_any", self.pcm, parameters)
+            call("hw_params_set_rate_resample", self.pcm, parameters, 0)
+            call("hw_params_set_access", self.pcm, parameters, access)
+            call("hw_params_set_format", self.pcm, parameters, sample_format or FORMATS[bits])
+            call("hw_params_set_channels", self.pcm, parameters, channels)
+            call("hw_params_set_rate", self.pcm, parameters, c_uint(rate), 0)
+            call("hw_params_set_period_size", self.pcm, parameters, c_ulong(period), 0)
+            call("hw_params_set_buffer_size", self.pcm, parameters, c_ulong(3 * period))
+            call("hw_params", self.pcm, parameters)
+        finally:
+            library.snd_pcm_hw_params_free(parameters)
+
+    def memory(self, samples):
+        """The bytes of samples that are left-aligned in 32 bits."""
+        wide = numpy.ascontiguousarray(samples, "<i4").view(numpy.uint8).reshape(*samples.shape, 4)
+        return numpy.ascontiguousarray(wide[..., 4 - self.bits // 8 :])
+
+    def play(self, stereo, sizes):
+        """Writes frames in the sizes given, again and again."""
+        done = turn = 0
+        while done < len(stereo):
+            piece = stereo[done : done + sizes[turn % len(sizes)]]
+            turn += 1
+            if self.access == RW_NONINTERLEAVED:
+                rows = [self.memory(piece[:, channel]) for channel in range(2)]
+                pointers = (c_void_p * 2)(*[row.ctypes.data for row in rows])
+                written = call("writen", self.pcm, pointers, len(piece))
+            else:
+                memory = self.memory(piece)
+                write = "mmap_writei" if self.access == MMAP_INTERLEAVED else "writei"
+                written = call(write, self.pcm, memory.ctypes.data, len(piece))
+            assert written == len(piece)
+            done += written
+
+    def drain(self):
+        call("drain", self.pcm)
+
+    def restart(self):
+        """Drops what is on its way, and prepares anew."""
+        call("drop", self.pcm)
+        call("prepare", self.pcm)
+
+    def channel_map(self):
+        found = library.snd_pcm_get_chmap(self.pcm)
+        return found[1 : 1 + found[0]]
+
+    def close(self):
+        call("close", self.pcm)
+
+
+def flushed(stereo):
+    """The signal and as much silence as brings it out."""
+    return numpy.concatenate([stereo, numpy.zeros((LATENCY, 2), stereo.dtype)])
+
+
+class Test:
+    """Signals by width and rate, and the count of what has been compared."""
+
+    def __init__(self, module, directory):
+        self.setup = Setup(module, directory)
+        self.directory = self.setup.directory
+        self.compared = 0
+
+    def signal(self, rate, bits, frames=50000):
+        """Samples, and the file that the command reads."""
+        samples = known_signal(frames, bits)
+        source = self.directory / f"{rate}-{bits}.wav"
+        write_stereo(source, samples, rate, bits)
+        return samples, source
+
+    def equal(self, name, bits, expected, what):
+        """The end of what was played is what is expected, sample by sample."""
+        played = self.setup.played(name, bits)
+        assert len(played) >= len(expected), (what, len(played), len(expected))
+        differing = numpy.count_nonzero(played[len(played) - len(expected) :] != expected)
+        assert differing == 0, f"{what}: {differing} samples differ"
+        self.compared += expected.size
+        return len(played)
+
+
+def check_formats(test):
+    """Three rates, three widths, two layouts, odd periods and sizes, every way of writing."""
+    turn = 0
+    for layout in CHANNELS:
+        for rate in (44100, 48000, 96000):
+            for bits in FORMATS:
+                period = (37, 1000, 1023, 4096)[turn % 4]
+                access = (RW_INTERLEAVED, RW_NONINTERLEAVED, MMAP_INTERLEAVED)[turn // 3 % 3]
+                turn += 1
+                name = test.setup.add(f"format{turn}", layout)
+                samples, source = test.signal(rate, bits)
+                player = Player(name)
+                player.configure(rate, bits, period, access)
+                assert player.channel_map() == [FRONT_LEFT, FRONT_RIGHT]
+                player.play(flushed(samples), [1, 0, 63, 64, 65, 1000, 7])
+                player.drain()
+                player.close()
+                what = f"{layout}, {rate} Hz, {bits} bits, periods of {period}, access {access}"
+                frames = test.equal(name, bits, test.setup.expected(name, source), what)
+                assert frames == len(samples) + LATENCY, (what, frames)
+
+
+def check_end(test):
+    """What drain means: the plug-in is not told, so that the last frames stay in it; they come out with silence."""
+    samples, source = test.signal(48000, 16)
+    name = test.setup.add("end")
+    player = Player(name)
+    player.configure(48000)
+    player.play(samples, [1000])
+    player.drain()
+    player.close()
+    assert test.equal(name, 16, test.setup.expected(name, source)[:-LATENCY], "without silence") == len(samples)
+
+
+def check_restart(test):
+    """Dropped in the middle and prepared anew, nothing of before is left; so after drain and prepare."""
+    samples, source = test.signal(48000, 16)
+    for how in ("drop", "drain"):
+        name = test.setup.add(f"after_{how}")
+        player = Player(name)
+        player.configure(48000, period=333)
+        player.play(samples[:7777], [500])
+        if how == "drop":
+            player.restart()
+        else:
+            player.drain()
+            call("prepare", player.pcm)
+        player.play(flushed(samples), [500])
+        player.drain()
+        player.close()
+        test.equal(name, 16, test.setup.expected(name, source), f"after {how}")
+
+
+def check_other_parameters(test):
+    """One PCM at 44.1, 48 and 96 kHz, in other widths, one after the other."""
+    name = test.setup.add("changing")
+    player = Player(name)
+    for rate, bits in ((44100, 16), (48000, 24), (96000, 32), (44100, 16)):
+        samples, source = test.signal(rate, bits)
+        player.configure(rate, bits)
+        player.play(flushed(samples), [480])
+        player.drain()
+        call("hw_free", player.pcm)
+        data = (test.directory / f"{name}.raw").read_bytes()
+        expected = test.setup.expected(name, source)
+        wanted = numpy.ascontiguousarray(expected, "<i4").view(numpy.uint8).reshape(-1, 4)[:, 4 - bits // 8 :].tobytes()
+        assert data.endswith(wanted), f"{rate} Hz, {bits} bits"
+        test.compared += expected.size
+    player.close()
+
+
+def check_two(test):
+    """Two PCMs of one program, turn by turn, each with a signal of its own."""
+    samples, source = test.signal(48000, 16)
+    other = test.directory / "other.wav"
+    write_stereo(other, samples[::-1], 48000, 16)
+    names = [test.setup.add("first"), test.setup.add("second", "5.1")]
+    players = [Player(name) for name in names]
+    for player in players:
+        player.configure(48000, period=512)
+    for at in range(0, len(samples) + LATENCY, 300):
+        players[0].play(flushed(samples)[at : at + 300], [300])
+        players[1].play(flushed(samples[::-1])[at : at + 300], [41])
+    for player, name, file in zip(players, names, (source, other)):
+        player.drain()
+        player.close()
+        test.equal(name, 16, test.setup.expected(name, file), name)
+
+
+def check_flush_to_zero(test):
+    """The same samples in a thread that flushes subnormal numbers to zero, which stays as it was."""
+    samples = known_signal(20000, 32)
+    signal = numpy.concatenate([samples, numpy.zeros((48000, 2), samples.dtype), samples])
+    source = test.directory / "decay.wav"
+    write_stereo(source, signal, 48000, 32)
+    name = test.setup.add("flushing")
+    with FlushToZero() as mode:
+        player = Player(name)
+        player.configure(48000, 32)
+        assert mode.holds()
+        player.play(flushed(signal), [480])
+        assert mode.holds(), "the program's mode is put back"
+        player.drain()
+        player.close()
+    test.equal(name, 32, test.setup.expected(name, source), "flush-to-zero")
+
+
+def check_fields(test):
+    """Off, mode and gain, as the command's; what is wrong does not open."""
+    samples, source = test.signal(48000, 24)
+    for fields, options in (
+        ("enabled false", ["--bypass"]),
+        ("mode 2", ["--mode", "2"]),
+        ("gain -6.5", ["--gain", "-6.5"]),
+        ("enabled true mode 1 gain 3", ["--gain", "3"]),
+    ):
+        name = test.setup.add("fields" + "".join(c for c in fields if c.isalnum()), "5.1", fields)
+        player = Player(name)
+        player.configure(48000, 24)
+        player.play(flushed(samples), [480])
+        player.drain()
+        player.close()
+        test.equal(name, 24, test.setup.expected(name, source, options=options), fields)
+
+    for number, fields in enumerate(("gain 19", "gain loud", "mode 3", "enabled maybe", "delay 1")):
+        name = test.setup.add(f"wrong{number}", fields=fields)
+        refused(lambda name=name: Player(name), fields)
+    name = test.setup.add("wrong_layout", "7.1")
+    refused(lambda: Player(name), "layout 7.1")
+    test.setup.add_text("pcm.slaveless { type tarn }")
+    refused(lambda: Player("slaveless"), "no slave")
+
+    player = Player(test.setup.add("refusing"))
+    refused(lambda: player.configure(22050), "a rate that the engine has not")
+    refused(lambda: player.configure(48000, channels=1), "one channel")
+    refused(lambda: player.configure(48000, sample_format=FLOAT_LE), "floats")
+    player.configure(48000)
+    player.close()
+
+
+def refused(action, what):
+    try:
+        action()
+    except OSError:
+        return
+    raise AssertionError(f"not refused: {what}")
+
+
+def check_ten_minutes(test):
+    """Nothing lost in ten minutes."""
+    samples = numpy.tile(known_signal(60 * 48000 + 7, 16, seed=3), (10, 1))
+    source = test.directory / "long.wav"
+    write_stereo(source, samples, 48000, 16)
+    name = test.setup.add("long")
+    player = Player(name)
+    player.configure(48000, period=1000)
+    player.play(flushed(samples), [3333, 4096, 1000])
+    player.drain()
+    player.close()
+    frames = test.equal(name, 16, test.setup.expected(name, source), "ten minutes")
+    assert frames == len(samples) + LATENCY
+
+
+def main():
+    with tempfile.TemporaryDirectory() as directory:
+        test = Test(sys.argv[1], directory)
+        for check in (
+            check_formats,
+            check_end,
+            check_restart,
+            check_other_parameters,
+            check_two,
+            check_flush_to_zero,
+            check_fields,
+            check_ten_minutes,
+        ):
+            check(test)
+    passed(Row("ALSA, every call", test.compared, 0, 32, "not in the interface", LATENCY))
+
+
+main()
