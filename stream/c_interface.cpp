@@ -84,7 +84,7 @@ const char* tarn_status_text(int status)
     case TARN_OK:
         return "no error";
     case TARN_BAD_CONFIGURATION:
-        return "the configuration cannot be";
+        return "the configuration is not possible; tarn_problem says what is wrong with it";
     case TARN_NO_MEMORY:
         return "out of memory";
     case TARN_BAD_ARGUMENT:
