@@ -12,12 +12,23 @@ int main(int argc, char** argv)
     tarn_defaults(&configuration);
     configuration.sample_rate = (uint32_t)info.samplerate;
     configuration.format = TARN_S32;
-    if (info.channels != 2 || tarn_create(&configuration, &stream) != TARN_OK)
-        return puts("usage: file_to_file STEREO OUT.wav, at 32 to 192 kHz"), 1;
+    if (info.channels != 2 || tarn_create(&configuration, &stream) != TARN_OK) {
+        const char* const problem = tarn_problem(&configuration);
+        printf("usage: file_to_file STEREO OUT.wav; %s\n", in == NULL ? sf_strerror(NULL)
+                                                           : problem  ? problem
+                                                                      : "the input is not stereo");
+        sf_close(in);
+        return 1;
+    }
 
     SF_INFO outInfo = {.samplerate = info.samplerate, .channels = 3, .format = SF_FORMAT_WAVEX | SF_FORMAT_PCM_32};
     SNDFILE* const out = sf_open(argv[2], SFM_WRITE, &outInfo);
-    if (out == NULL) return puts(sf_strerror(NULL)), 1;
+    if (out == NULL) {
+        printf("%s: %s\n", argv[2], sf_strerror(NULL));
+        tarn_destroy(stream);
+        sf_close(in);
+        return 1;
+    }
     int map[3] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER};
     sf_command(out, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map);
 

@@ -12,7 +12,7 @@ int main(int argc, char** argv)
     zrk_tarn::StreamConfiguration configuration{.sampleRateHz = static_cast<std::uint32_t>(in.samplerate()),
                                                 .format = zrk_tarn::SampleFormat::S32};
     if (in.channels() != 2 || zrk_tarn::UpmixStream::problemOf(configuration) != nullptr)
-        return std::puts("usage: file_to_file STEREO OUT.wav, at 32 to 192 kHz"), 1;
+        return std::puts("usage: file_to_file STEREO OUT.wav, at a rate that zrk_tarn::UpmixStream has"), 1;
 
     SndfileHandle out(argv[2], SFM_WRITE, SF_FORMAT_WAVEX | SF_FORMAT_PCM_32, 3, in.samplerate());
     if (out.rawHandle() == nullptr) return std::puts(out.strError()), 1;
