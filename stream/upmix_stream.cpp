@@ -1,5 +1,6 @@
 #include "stream/upmix_stream.h"
 
+#include "filterbank/cos_mod.h"
 #include "host/zrk_tarn_processor.h"
 #include "lanes/float_environment.h"
 #include "stream/block.h"
@@ -24,10 +25,14 @@ using Codes = audio_channel_assignment_t;
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 constexpr float kMostGain = 8.0f;
-constexpr unsigned kFadeBlocks = 16; ///< crossfades and changes of gain take so many
+constexpr std::size_t kFadeFrames = 1024; ///< crossfades and changes of gain take so many
 constexpr std::size_t kPlainSlots = 3;
 
 static_assert(UpmixStream::latencyFrames() == (kEngineDelayBlocks + 1) * kBlockFrames);
+
+// Streams may be made on several threads at once, and none of them may be the one that fills the tables: they are
+// filled when the library is loaded.
+[[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
 /// Where a slot's samples lie in a host's memory.
 struct HostRow
@@ -36,40 +41,42 @@ struct HostRow
     std::size_t stride;
 };
 
-/// A value that moves evenly to a new target, and is there after kFadeBlocks.
+/// A value that moves evenly to a new target, and is there after kFadeFrames.
 class Glide
 {
 public:
-    explicit Glide(float value) noexcept : from_(value), to_(value), target_(value) {}
+    explicit Glide(float value) noexcept : start_(static_cast<double>(value)), target_(start_) {}
 
     /// Begins the next block.
     void approach(float target) noexcept
     {
-        from_ = to_;
-        if (target != target_) {
-            target_ = target;
-            blocksLeft_ = kFadeBlocks;
-        }
-        if (blocksLeft_ == 0) return;
-        to_ = blocksLeft_ == 1 ? target_ : from_ + (target_ - from_) / static_cast<float>(blocksLeft_);
-        --blocksLeft_;
+        framesDone_ = std::min(framesDone_ + kBlockFrames, kFadeFrames);
+        if (static_cast<double>(target) == target_) return;
+        start_ = after(framesDone_);
+        target_ = static_cast<double>(target);
+        framesDone_ = 0;
     }
 
     /// Whether it is at a value for the whole block.
-    bool standsAt(float value) const noexcept { return from_ == value && to_ == value; }
-
-    /// The value behind a frame of the block.
-    double at(std::size_t frame) const noexcept
+    bool standsAt(float value) const noexcept
     {
-        const double part = static_cast<double>(frame + 1) / static_cast<double>(kBlockFrames);
-        return static_cast<double>(from_) + (static_cast<double>(to_) - static_cast<double>(from_)) * part;
+        return target_ == static_cast<double>(value) && (framesDone_ == kFadeFrames || start_ == target_);
     }
 
+    /// The value behind a frame of the block.
+    double at(std::size_t frame) const noexcept { return after(framesDone_ + frame + 1); }
+
 private:
-    float from_; ///< before the block
-    float to_;   ///< at its end
-    float target_;
-    unsigned blocksLeft_ = 0;
+    /// The value so many frames after the target was new.
+    double after(std::size_t frames) const noexcept
+    {
+        if (frames >= kFadeFrames) return target_;
+        return start_ + (target_ - start_) * (static_cast<double>(frames) / static_cast<double>(kFadeFrames));
+    }
+
+    double start_;
+    double target_;
+    std::size_t framesDone_ = kFadeFrames; ///< before the block
 };
 
 std::int32_t processorMode(SteeringMode mode) noexcept

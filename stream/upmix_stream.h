@@ -18,8 +18,9 @@ namespace zrk_tarn
 /// gives out as many frames as it takes, latencyFrames() later. Nothing is allocated after construction.
 ///
 /// process, processPlanar, drain, setRemap and reset belong to one thread at a time and are real-time safe. setBypass,
-/// setMakeUpGain, setMode, bypassed and meters may be called from any thread at any time; they take no locks. Results
-/// depend on nothing but the calls: the default floating-point environment is set inside and the caller's put back.
+/// setMakeUpGain, setMode, bypassed and meters may be called from any thread at any time; they take no locks. Any
+/// number of streams may be made and in use on any number of threads. Results depend on nothing but the calls: the
+/// default floating-point environment is set inside and the caller's put back.
 class [[gnu::visibility("default")]] UpmixStream
 {
 public:

@@ -12,7 +12,7 @@
  * Threads: one thread at a time calls tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap of a
  * stream; these neither allocate nor lock nor enter the kernel. tarn_set_bypass, tarn_bypassed, tarn_set_make_up_gain,
  * tarn_set_mode and tarn_read_meters may be called from any thread at any time and are as safe. Any number of streams
- * may be in use on any number of threads; the first tarn_create of a program must return before the next call.
+ * may be made and in use on any number of threads at the same time.
  *
  * Results are the same to the last bit on every machine, whatever floating-point mode the calling thread is in; the
  * mode is put back. No function sets errno or throws. Where a function takes a stream, null is a bad argument, and

@@ -1,4 +1,3 @@
-#include "filterbank/cos_mod.h"
 #include "stream/upmix_stream.h"
 
 #include <alsa/asoundlib.h>
@@ -23,10 +22,6 @@
 
 namespace
 {
-
-// Programs may open PCMs on several threads at once, and the first stream must not be among them: the tables are filled
-// while the module is loaded, which the loader does one file at a time.
-[[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
 constexpr unsigned kInputChannels = 2;
 constexpr unsigned kMostChannels = 6;

@@ -1,12 +1,7 @@
-#include "filterbank/cos_mod.h"
 #include "tarn_upmix.h"
 
 namespace
 {
-
-// Hosts may make streams on several threads at once, and the first one must not be among them: the tables are filled
-// while the file is loaded, which the loader does one file at a time.
-[[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
 gboolean registerElements(GstPlugin* plugin)
 {

@@ -1,4 +1,3 @@
-#include "filterbank/cos_mod.h"
 #include "stream/upmix_stream.h"
 
 #include <ladspa.h>
@@ -15,10 +14,6 @@
 
 namespace
 {
-
-// Hosts may make instances on several threads at once, and the first one must not be among them: the tables are filled
-// while the file is loaded, which the loader does one file at a time.
-[[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
 /// The ports of both plug-ins. The one with two inputs leaves kUnusedInput out.
 enum Port : unsigned

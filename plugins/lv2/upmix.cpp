@@ -2,7 +2,6 @@
 /// The LV2 plug-in: a stream for each instance, its ports, and nothing else. Built into the bundle tarn.lv2, whose
 /// tarn.ttl describes the ports in the order of Port.
 
-#include "filterbank/cos_mod.h"
 #include "stream/upmix_stream.h"
 
 #include <lv2/core/lv2.h>
@@ -21,10 +20,6 @@
 
 namespace
 {
-
-// Hosts may make streams on several threads at once, and the first one must not be among them: the tables are filled
-// while the file is loaded, which the loader does one file at a time.
-[[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
 using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;

@@ -128,6 +128,29 @@ TEST(Threads, GiveEveryStreamTheBytesThatItGetsAlone)
     }
 }
 
+// Nobody has filled the tables by a call of its own.
+TEST(Threads, MakeTheFirstStreamsOfAProgramAtTheSameTime)
+{
+    constexpr std::size_t kFrames = 4000;
+    Random random(3);
+    std::vector<float> input(2 * kFrames);
+    for (float& sample : input) sample = static_cast<float>(0.5 * random.uniform());
+    std::vector<float> outputs[4];
+    std::barrier begin(4);
+    std::vector<std::thread> threads;
+    for (std::vector<float>& output : outputs) {
+        output.resize(3 * kFrames);
+        threads.emplace_back([&] {
+            begin.arrive_and_wait();
+            zrk_tarn::UpmixStream stream({});
+            stream.process(input.data(), output.data(), kFrames);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_GT(*std::max_element(outputs[0].begin(), outputs[0].end()), 0.0f) << "nothing came out";
+    for (const std::vector<float>& output : outputs) EXPECT_EQ(output, outputs[0]);
+}
+
 // The stream of one thread, its controls and meters on two others.
 TEST(Threads, ControlAndReadAStreamWhileAnotherProcesses)
 {
