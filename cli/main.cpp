@@ -75,7 +75,7 @@ against INPUT), bypass, gain_db, clipped_samples (by the gain), speed (times rea
 --loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of full scale has -3), energy_share (0 to 1) and
 full_scale_samples. With --output-dir it is {"files": [...], "failed": N}, and a file that failed has input, error and
 exit_code. What has no number, as the level of silence, is null. It goes to standard output, and to standard error
-where the audio is on standard output.
+where the audio is on standard output; add --quiet there, so that it stands alone.
 
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
 describes it, and is required for standard input. Any length takes the same small amount of memory.
@@ -234,6 +234,24 @@ int runUpmix(UpmixArguments& arguments, const CLI::App& upmix)
     return tarn::runBatch(arguments.batch, options);
 }
 
+/// What is wrong with the arguments, and what to do.
+tarn::Failure usageFailure(const CLI::App& app, const CLI::ParseError& error)
+{
+    const std::vector<CLI::App*> commands = app.get_subcommands();
+    const std::string help = commands.empty() ? "tarn --help" : "tarn " + commands.front()->get_name() + " --help";
+    const std::vector<std::string> leftOver = app.remaining(true);
+    std::string problem = error.what();
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError) && !leftOver.empty()) {
+        problem = leftOver.front();
+        if (problem.starts_with('-')) {
+            problem += ": no such option (a file of that name is ./" + leftOver.front() + ")";
+        } else {
+            problem += commands.empty() ? ": no such command; say upmix, info or demo" : ": one name too many";
+        }
+    }
+    return {EX_USAGE, problem + "; see " + help};
+}
+
 /// Fills the places of standard streams that the parent has closed, so that no file of ours gets one of them and takes
 /// in messages. What is put there fails when it is used.
 void occupyStandardStreams()
@@ -266,8 +284,7 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        const std::string command = upmix->parsed() ? "tarn upmix" : info->parsed() ? "tarn info" : "tarn";
-        throw tarn::Failure(EX_USAGE, std::string(error.what()) + "; see " + command + " --help");
+        throw usageFailure(app, error);
     }
 
     if (app.get_subcommands().empty())

@@ -117,8 +117,8 @@ RemapFile readRemapFile(const std::string& path)
         ++rows;
     }
     if (rows != kRows)
-        throw Failure(EX_DATAERR, path + ": line " + std::to_string(lineNumber) + ": ends after " +
-                                      std::to_string(rows) + " rows; a matrix has 3 (FL, FR, centre)");
+        throw Failure(EX_DATAERR,
+                      path + ": ends after " + std::to_string(rows) + " rows; a matrix has 3 (FL, FR, centre)");
     remap.notes = wrapNotes(path, remap.matrix);
     return remap;
 }

@@ -148,7 +148,12 @@ TEST_F(Refusals, OfOptionsThatDoNotFit)
     expectRefusal({}, 64, "no command: say upmix, info or demo");
     expectRefusal({"upmix"}, 64, "INPUT");
     expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
-    expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64, "--bogus");
+    expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64,
+                  "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn upmix --help");
+    expectRefusal({"upmx", "in.wav", "out.wav"}, 64, "upmx: no such command; say upmix, info or demo; see tarn --help");
+    expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
+    expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
+    expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");
     expectRefusal({"upmix", "--layout", "9.1", "in.wav", "out.wav"}, 64, "--layout: 9.1");
     expectRefusal({"upmix", "--bits", "20", "in.wav", "out.wav"}, 64, "--bits: 20");
     expectRefusal({"upmix", "--mode", "3", "in.wav", "out.wav"}, 64, "--mode: 3");
@@ -175,7 +180,7 @@ TEST_F(Refusals, OfRemapFilesNameTheLine)
     };
     expectBadMatrix("1 0 0 0\n# none\n0 1 0\n0 0 0 0\n", 65, "m.txt: line 3: 3 gains; a row has 4");
     expectBadMatrix("1 0 0 0 0\n", 65, "m.txt: line 1: 5 gains; a row has 4");
-    expectBadMatrix("1 0 0 0\n0 1 0 0\n", 65, "m.txt: line 2: ends after 2 rows; a matrix has 3");
+    expectBadMatrix("1 0 0 0\n0 1 0 0\n", 65, "m.txt: ends after 2 rows; a matrix has 3");
     expectBadMatrix("", 65, "ends after 0 rows");
     expectBadMatrix("1 0 0 0\n0 1 0 0\n0 0 0 0\n\n0 0 0 0\n", 65, "m.txt: line 5: a fourth row");
     expectBadMatrix("1 0 0 0\n0 x 0 0\n", 65, "m.txt: line 2: 'x' is not a decimal number");

@@ -312,8 +312,12 @@ int search(unsigned minutes)
     }
 
     // The bound is one of instructions; ticks are those of this machine.
-    bool within = true;
-    for (const Search& one : searches) within = within && (!one.countsInstructions() || one.worst() <= kBound);
+    double worst = 0.0;
+    for (const Search& one : searches)
+        if (one.countsInstructions()) worst = std::max(worst, one.worst());
+    const bool within = worst <= kBound;
+    std::cout << "# the worst block takes " << worst << " times the instructions of music's median, "
+              << (within ? "within" : "beyond") << " the bound of " << kBound << std::endl;
     return within ? 0 : 1;
 }
 
