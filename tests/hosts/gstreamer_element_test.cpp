@@ -210,6 +210,14 @@ public:
     /// Takes the next message of a type off the bus; null if there is none.
     GstMessage* message(GstMessageType type) { return gst_bus_pop_filtered(bus_, type); }
 
+    /// Takes the messages of a type that have come.
+    int countMessages(GstMessageType type)
+    {
+        int count = 0;
+        for (; GstMessage* const one = message(type); ++count) gst_message_unref(one);
+        return count;
+    }
+
 private:
     GstHarness* harness_;
     GstBus* bus_;
@@ -589,14 +597,7 @@ TEST(Time, LatencyIsThatOfUpstreamAnd1024Frames)
 TEST(Time, PipelineHearsOfAnotherLatency)
 {
     Element element(capsOf(kS16, 44100));
-    const auto changes = [&] {
-        int count = 0;
-        while (GstMessage* const message = element.message(GST_MESSAGE_LATENCY)) {
-            ++count;
-            gst_message_unref(message);
-        }
-        return count;
-    };
+    const auto changes = [&] { return element.countMessages(GST_MESSAGE_LATENCY); };
     EXPECT_EQ(changes(), 1);
     element.setCaps(capsOf(kS24, 44100));
     EXPECT_EQ(changes(), 0); // the same
@@ -962,14 +963,7 @@ TEST(Messages, ComeAtTheIntervalWhereTheyAreWanted)
 TEST(Messages, CanBeTurnedOnAndRetimedWhileRunning)
 {
     Element element;
-    const auto count = [&] {
-        int messages = 0;
-        while (GstMessage* const message = element.message(GST_MESSAGE_ELEMENT)) {
-            ++messages;
-            gst_message_unref(message);
-        }
-        return messages;
-    };
+    const auto count = [&] { return element.countMessages(GST_MESSAGE_ELEMENT); };
     std::size_t frame = 0;
     const auto play = [&](std::size_t frames) {
         element.pushAll(stereoOf(frames, kS16), kS16, 48000, {480}, frame);

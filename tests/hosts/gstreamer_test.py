@@ -220,12 +220,17 @@ class Pipeline:
         return samples, begin
 
 
+def of_file(source, waiting=0):
+    """A pipeline's description, for a WAV file; so many buffers wait to be pulled, or all."""
+    return (f"filesrc location={source} ! wavparse ! tarnupmix name=upmix ! "
+            f"appsink name=out sync=false max-buffers={waiting}")
+
+
 def test_seeking(gst, folder):
     """After a seek comes what the rest of the file gives by itself, at its time."""
     source = folder / "16-48000.wav"
     stereo = read_samples(source)[0]
-    pipeline = Pipeline(gst, f"filesrc location={source} ! wavparse ! tarnupmix name=upmix ! "
-                             "appsink name=out sync=false max-buffers=4")
+    pipeline = Pipeline(gst, of_file(source, waiting=4))
     pipeline.to(gst.State.PLAYING)
     for _ in range(3):
         pipeline.out.emit("pull-sample")
@@ -246,8 +251,7 @@ def test_segment_seek(gst, folder):
     """A segment ends with its tail, before the segment that follows it without a flush."""
     source = folder / "16-48000.wav"
     stereo = read_samples(source)[0]
-    pipeline = Pipeline(gst, f"filesrc location={source} ! wavparse ! tarnupmix name=upmix ! "
-                             "appsink name=out sync=false")
+    pipeline = Pipeline(gst, of_file(source))
     pipeline.to(gst.State.PAUSED)
     second = gst.SECOND
 

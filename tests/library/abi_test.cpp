@@ -55,6 +55,15 @@ void addRecord(const char* name, ForEach forEach, std::vector<std::string>& line
     lines.push_back(joined("record", name, "size", sizeof record, "alignment", alignof(Record)));
 }
 
+/// Visits fields by the names that their record gives them.
+template <std::size_t kNames, typename Visit, typename... Fields>
+void visitAs(const char* const (&names)[kNames], const Visit& visit, const Fields&... fields)
+{
+    static_assert(kNames == sizeof...(Fields));
+    const char* const* name = names;
+    (visit(*name++, fields, fields), ...);
+}
+
 /// Adds what the streaming adapter and its C interface are configured and read with.
 void addStreamRecords(std::vector<std::string>& lines)
 {
@@ -63,8 +72,7 @@ void addStreamRecords(std::vector<std::string>& lines)
         "OutputSlot",
         [](auto& a, auto&, auto visit) {
             auto& [source, index] = a;
-            visit("source", source, source);
-            visit("index", index, index);
+            visitAs({"source", "index"}, visit, source, index);
         },
         lines);
     addRecord<RemapGains>(
@@ -73,30 +81,17 @@ void addStreamRecords(std::vector<std::string>& lines)
         "StreamConfiguration",
         [](auto& a, auto&, auto visit) {
             auto& [rate, format, inputs, left, right, outputs, slots, remap, mode, mix] = a;
-            visit("sampleRateHz", rate, rate);
-            visit("format", format, format);
-            visit("inputSlots", inputs, inputs);
-            visit("leftSlot", left, left);
-            visit("rightSlot", right, right);
-            visit("outputSlots", outputs, outputs);
-            visit("outputs", slots, slots);
-            visit("remap", remap, remap);
-            visit("mode", mode, mode);
-            visit("mixFraction", mix, mix);
+            visitAs({"sampleRateHz", "format", "inputSlots", "leftSlot", "rightSlot", "outputSlots", "outputs", "remap",
+                     "mode", "mixFraction"},
+                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode, mix);
         },
         lines);
     addRecord<StreamMeters>(
         "StreamMeters",
         [](auto& a, auto&, auto visit) {
             auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
-            visit("peak", peak, peak);
-            visit("rms", rms, rms);
-            visit("leftRight", leftRight, leftRight);
-            visit("frontBack", frontBack, frontBack);
-            visit("speed", speed, speed);
-            visit("blocks", blocks, blocks);
-            visit("saturated", saturated, saturated);
-            visit("invalid", invalid, invalid);
+            visitAs({"peak", "rms", "leftRight", "frontBack", "speed", "blocks", "saturated", "invalid"}, visit, peak,
+                    rms, leftRight, frontBack, speed, blocks, saturated, invalid);
         },
         lines);
     lines.push_back(joined("record", "UpmixStream", "size", sizeof(UpmixStream), "alignment", alignof(UpmixStream)));
@@ -104,39 +99,24 @@ void addStreamRecords(std::vector<std::string>& lines)
         "tarn_slot",
         [](auto& a, auto&, auto visit) {
             auto& [source, index] = a;
-            visit("source", source, source);
-            visit("index", index, index);
+            visitAs({"source", "index"}, visit, source, index);
         },
         lines);
     addRecord<tarn_configuration>(
         "tarn_configuration",
         [](auto& a, auto&, auto visit) {
             auto& [rate, format, inputs, left, right, outputs, slots, remap, gains, mode, mix] = a;
-            visit("sample_rate", rate, rate);
-            visit("format", format, format);
-            visit("input_slots", inputs, inputs);
-            visit("left_slot", left, left);
-            visit("right_slot", right, right);
-            visit("output_slots", outputs, outputs);
-            visit("outputs", slots, slots);
-            visit("remap", remap, remap);
-            visit("gains", gains, gains);
-            visit("mode", mode, mode);
-            visit("mix_fraction", mix, mix);
+            visitAs({"sample_rate", "format", "input_slots", "left_slot", "right_slot", "output_slots", "outputs",
+                     "remap", "gains", "mode", "mix_fraction"},
+                    visit, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, mix);
         },
         lines);
     addRecord<tarn_meters>(
         "tarn_meters",
         [](auto& a, auto&, auto visit) {
             auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
-            visit("peak", peak, peak);
-            visit("rms", rms, rms);
-            visit("left_right", leftRight, leftRight);
-            visit("front_back", frontBack, frontBack);
-            visit("speed", speed, speed);
-            visit("blocks", blocks, blocks);
-            visit("saturated", saturated, saturated);
-            visit("invalid", invalid, invalid);
+            visitAs({"peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid"}, visit, peak,
+                    rms, leftRight, frontBack, speed, blocks, saturated, invalid);
         },
         lines);
 }

@@ -1,0 +1,169 @@
+"""The LV2 plug-in in jalv, under a JACK server of the test's own (LV2_PATH says where the bundle is).
+
+The server has no sound card and runs free, cycle by cycle, as fast as everybody is done: no sample depends on the
+machine's speed. A client plays into jalv, another records what jalv gives, and beside it what the first one plays.
+"""
+
+import contextlib
+import ctypes
+from ctypes import CFUNCTYPE, c_char_p, c_float, c_int, c_uint32, c_ulong, c_void_p
+import os
+import subprocess
+import time
+
+import numpy
+
+from host_test import LATENCY, live_output
+
+FULL_SCALE = 2.0**31
+PATIENCE = 60  # seconds of the clock, for anything to happen
+AUDIO = b"32 bit float mono audio"
+IS_INPUT, IS_OUTPUT, NO_START_SERVER = 1, 2, 1
+CONNECTED_ALREADY = 17  # errno
+PLAYBACK = 1  # of JackLatencyCallbackMode
+CONNECTIONS = (
+    ("player:left", "recorder:played_left"),
+    ("player:right", "recorder:played_right"),
+    ("player:left", "tarn:in_left"),
+    ("player:right", "tarn:in_right"),
+    ("tarn:out_left", "recorder:left"),
+    ("tarn:out_right", "recorder:right"),
+    ("tarn:out_centre", "recorder:centre"),
+)
+
+library = ctypes.CDLL("libjack.so.0")
+for name, result, arguments in (
+    ("client_open", c_void_p, (c_char_p, c_int, c_void_p)),
+    ("port_register", c_void_p, (c_void_p, c_char_p, c_char_p, c_ulong, c_ulong)),
+    ("port_by_name", c_void_p, (c_void_p, c_char_p)),
+    ("port_get_buffer", c_void_p, (c_void_p, c_uint32)),
+    ("port_get_latency_range", None, (c_void_p, c_int, c_void_p)),
+    ("connect", c_int, (c_void_p, c_char_p, c_char_p)),
+    ("set_process_callback", c_int, (c_void_p, c_void_p, c_void_p)),
+    ("set_buffer_size", c_int, (c_void_p, c_uint32)),
+    ("set_freewheel", c_int, (c_void_p, c_int)),
+    ("activate", c_int, (c_void_p,)),
+    ("client_close", c_int, (c_void_p,)),
+):
+    getattr(library, f"jack_{name}").restype = result
+    getattr(library, f"jack_{name}").argtypes = arguments
+
+
+class Client:
+    """A client with ports of one direction; cycle(buffers) is called with their samples."""
+
+    def __init__(self, name, direction, ports, cycle):
+        self.handle = library.jack_client_open(name.encode(), NO_START_SERVER, None)
+        assert self.handle, "no JACK server"
+        self.ports = [library.jack_port_register(self.handle, p.encode(), AUDIO, direction, 0) for p in ports]
+        self.cycle = cycle
+        self.callback = CFUNCTYPE(c_int, c_uint32, c_void_p)(self.process)
+        library.jack_set_process_callback(self.handle, self.callback, None)
+        assert library.jack_activate(self.handle) == 0
+
+    def process(self, frames, _):
+        addresses = (library.jack_port_get_buffer(port, frames) for port in self.ports)
+        self.cycle([numpy.ctypeslib.as_array((c_float * frames).from_address(a)) for a in addresses])
+        return 0
+
+
+class Tape:
+    """What is played, from the moment that it runs, and what is recorded meanwhile."""
+
+    def __init__(self, signal):
+        self.signal, self.position, self.running = signal, 0, False
+        self.recorded = []
+
+    def play(self, buffers):
+        frames = min(len(buffers[0]), len(self.signal) - self.position) if self.running else 0
+        for channel, buffer in enumerate(buffers):
+            buffer[:] = 0
+            buffer[:frames] = self.signal[self.position : self.position + frames, channel]
+        self.position += frames
+
+    def record(self, buffers):
+        if self.running:
+            self.recorded.append(numpy.column_stack(buffers))
+
+    def length(self):
+        return sum(map(len, self.recorded))
+
+
+def wait_for(condition, what):
+    """Until it is so."""
+    limit = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < limit, what
+        time.sleep(0.005)
+
+
+@contextlib.contextmanager
+def running(*command, log):
+    """A program that waits for input and is ended behind the block."""
+    with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=log, stderr=log, text=True, bufsize=1) as process:
+        try:
+            yield process
+        finally:
+            process.terminate()
+            try:
+                process.wait(10)
+            except subprocess.TimeoutExpired:  # jackd, when a client of its own is stuck
+                process.kill()
+
+
+def jalv_output(rate, sizes, signal, log, lines=()):
+    """Plays a signal, [frames, 2] floats, through jalv in cycles of the first size, which becomes the second; lines are
+    what jalv is told after a part of the signal. Returns what jalv gave, [frames, 3], and what was played, [frames, 2],
+    both from the first frame of the signal on, and the latency that jalv told JACK, in frames."""
+    server = f"tarn{os.getpid()}x{rate}x{sizes[0]}"
+    os.environ["JACK_DEFAULT_SERVER"] = server
+    os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"
+    tape = Tape(signal)
+    dummy = ("-d", "dummy", "-r", str(rate), "-p", str(sizes[0]))
+    with running("jackd", "-n", server, "-r", "-t", "10000", *dummy, log=log):
+        wait_for(lambda: subprocess.run(["jack_lsp"], capture_output=True).returncode == 0, "no JACK server")
+        with running("jalv", "-x", "-n", "tarn", "urn:tarn:upmix", log=log) as jalv:
+            player = Client("player", IS_OUTPUT, ("left", "right"), tape.play)
+            ports = ("left", "right", "centre", "played_left", "played_right")
+            recorder = Client("recorder", IS_INPUT, ports, tape.record)
+            for source, target in CONNECTIONS:
+                names = source.encode(), target.encode()
+                wait_for(
+                    lambda: library.jack_connect(player.handle, *names) in (0, CONNECTED_ALREADY),
+                    f"{source} cannot be connected to {target}",
+                )
+            assert library.jack_set_buffer_size(player.handle, sizes[1]) == 0
+            assert library.jack_set_freewheel(player.handle, 1) == 0
+            tape.running = True
+            for part, line in lines:
+                wait_for(lambda: tape.position > part * len(signal), "the player stands still")
+                jalv.stdin.write(line + "\n")
+            wait_for(lambda: tape.position == len(signal), "the player does not come to its end")
+            end = tape.length()
+            wait_for(lambda: tape.length() > end + 2 * LATENCY, "the recorder stands still")
+            tape.running = False
+            assert library.jack_set_freewheel(player.handle, 0) == 0
+            told = (c_uint32 * 2)()
+            library.jack_port_get_latency_range(
+                library.jack_port_by_name(player.handle, b"tarn:out_centre"), PLAYBACK, told
+            )
+            for client in (player, recorder):
+                library.jack_client_close(client.handle)
+    assert {len(cycle) for cycle in tape.recorded} == {sizes[1]}, "cycles of another size"
+    recording = numpy.concatenate(tape.recorded)
+    played = recording[:, 3:]
+    start = int(numpy.flatnonzero(played.any(axis=1))[0] - numpy.flatnonzero(signal.any(axis=1))[0])
+    assert numpy.array_equal(played[start : start + len(signal)], signal), "cycles were lost"
+    assert told[0] == told[1], tuple(told)
+    return recording[start:, :3], played[start:], told[0]
+
+
+def command_beside(given, played, rate):
+    """What the command makes of what was played, in the blocks that the plug-in has, which began long before: the frames
+    of the first one that were over are found from the beginning of what was given."""
+    samples = (played.astype(numpy.float64) * FULL_SCALE).astype(numpy.int64).astype(numpy.int32)
+    short = 20000
+    for phase in range(64):
+        if numpy.array_equal(live_output(samples[:short], rate, phase), given[:short]):
+            return live_output(samples, rate, phase)
+    raise AssertionError("no beginning of blocks gives what jalv gave")
