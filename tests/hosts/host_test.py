@@ -15,6 +15,8 @@ import numpy
 import soundfile
 
 LATENCY = 1024  # frames of the streaming adapter, at every rate
+FADE = 1024  # frames from on to off
+FULL_SCALE = 2.0**31
 SUBTYPES = {16: "PCM_16", 24: "PCM_24", 32: "PCM_32"}
 
 
@@ -59,6 +61,33 @@ def live_output(samples, rate, phase):
     upmixed = subprocess.run(command, input=stream.tobytes(), capture_output=True, check=True).stdout
     upmixed = numpy.frombuffer(upmixed, "<i4").reshape(-1, 3).astype(numpy.float32) * numpy.float32(2**-31)
     return numpy.concatenate([numpy.zeros((64, 3), numpy.float32), upmixed])[phase : phase + len(samples)]
+
+
+def command_beside(given, played, rate):
+    """What the command makes of what was played, [frames, 2] floats, in the blocks that a host has which began long
+    before: the frames of the first one that were over are found from the beginning of what the host gave."""
+    samples = (played.astype(numpy.float64) * FULL_SCALE).astype(numpy.int64).astype(numpy.int32)
+    short = 20000
+    for phase in range(64):
+        if numpy.array_equal(live_output(samples[:short], rate, phase), given[:short]):
+            return live_output(samples, rate, phase)
+    raise AssertionError("no beginning of blocks gives what the host gave")
+
+
+def off_and_on(given, played, rate):
+    """That a host that was switched off and on again gave the upmix, then a straight fade to what was played, then one
+    back; the greatest difference in the fades, in steps of 24 bits. Elsewhere there is none."""
+    wet = command_beside(given, played, rate)
+    plain = numpy.zeros_like(wet)
+    plain[LATENCY:, :2] = played[:-LATENCY]
+    off = int(numpy.argmin((given == wet).all(axis=1)))
+    on = off + FADE + int(numpy.argmin((given == plain).all(axis=1)[off + FADE :]))
+    assert 0 < off < off + FADE < on < on + FADE < len(given), (off, on)
+    assert (given[on + FADE :] == wet[on + FADE :]).all(), "the upmix is back, as if it had never been off"
+    share = numpy.interp(numpy.arange(len(wet)), [off - 1, off - 1 + FADE, on - 1, on - 1 + FADE], [1, 0, 0, 1])[:, None]
+    difference = float(numpy.abs(share * wet + (1 - share) * plain - given).max()) * 2**23
+    assert difference <= 1, difference
+    return difference
 
 
 def position_of(recording, expected, least=2000):

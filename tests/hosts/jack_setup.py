@@ -13,9 +13,8 @@ import time
 
 import numpy
 
-from host_test import LATENCY, live_output
+from host_test import LATENCY
 
-FULL_SCALE = 2.0**31
 PATIENCE = 60  # seconds of the clock, for anything to happen
 AUDIO = b"32 bit float mono audio"
 IS_INPUT, IS_OUTPUT, NO_START_SERVER = 1, 2, 1
@@ -156,14 +155,3 @@ def jalv_output(rate, sizes, signal, log, lines=()):
     assert numpy.array_equal(played[start : start + len(signal)], signal), "cycles were lost"
     assert told[0] == told[1], tuple(told)
     return recording[start:, :3], played[start:], told[0]
-
-
-def command_beside(given, played, rate):
-    """What the command makes of what was played, in the blocks that the plug-in has, which began long before: the frames
-    of the first one that were over are found from the beginning of what was given."""
-    samples = (played.astype(numpy.float64) * FULL_SCALE).astype(numpy.int64).astype(numpy.int32)
-    short = 20000
-    for phase in range(64):
-        if numpy.array_equal(live_output(samples[:short], rate, phase), given[:short]):
-            return live_output(samples, rate, phase)
-    raise AssertionError("no beginning of blocks gives what jalv gave")

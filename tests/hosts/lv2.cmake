@@ -27,5 +27,9 @@ endfunction()
 lv2_test(lv2.files lv2_test.py ${PROJECT_BINARY_DIR}/lv2)
 lv2_test(lv2.jalv lv2_jalv_test.py)
 
-# The plug-in as a sink of PipeWire.
-lv2_test(pipewire pipewire_test.py ${PROJECT_SOURCE_DIR}/plugins/pipewire/tarn-upmix.conf)
+# JACK has the plug-in in jalv, PipeWire as a sink. `./run soak-hosts` says for how many minutes.
+foreach(kind IN ITEMS "" soak-)
+  lv2_test(${kind}jack jack_test.py)
+  lv2_test(${kind}pipewire pipewire_test.py ${PROJECT_SOURCE_DIR}/plugins/pipewire/tarn-upmix.conf)
+endforeach()
+set_tests_properties(Hosts.soak-jack Hosts.soak-pipewire PROPERTIES LABELS soak TIMEOUT 0)

@@ -5,8 +5,8 @@ import tempfile
 
 import numpy
 
-from host_test import LATENCY, Row, known_signal, passed
-from jack_setup import FULL_SCALE, command_beside, jalv_output
+from host_test import FULL_SCALE, LATENCY, Row, command_beside, known_signal, passed
+from jack_setup import jalv_output
 
 RATES_AND_SIZES = ((44100, 100), (48000, 37), (48000, 1000), (96000, 1024))  # Hz, frames of a cycle
 

@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
-"""The sink "Tarn upmix" in a PipeWire of the test's own: pipewire_test.py CONFIGURATION, that of the sink.
+"""The sink "Tarn upmix" in a PipeWire of the test's own: pipewire_test.py CONFIGURATION, that of the sink. With
+TARN_SOAK_MINUTES in the environment, one signal of this length instead of many short ones.
 
 Its device has no hardware; what reaches it is recorded from its monitor, and beside it what reaches the sink.
 PipeWire plays in real time: the quantum is long enough for a busy machine, and a part that it lost all the same is
 played again, never forgiven.
 """
 
+from concurrent.futures import ThreadPoolExecutor
 import contextlib
 import json
 import os
@@ -18,9 +20,8 @@ import time
 import numpy
 import soundfile
 
-from host_test import LATENCY, Row, known_signal, live_output, passed
+from host_test import FULL_SCALE, LATENCY, Row, command_beside, known_signal, live_output, off_and_on, passed
 
-FULL_SCALE = numpy.float32(2**-31)
 SURROUND = ("FL", "FR", "FC", "LFE", "RL", "RR")
 FRONT = SURROUND[:3]
 RATES = (44100, 48000, 96000)
@@ -42,14 +43,15 @@ def output_of(*command):
     return subprocess.run([str(word) for word in command], capture_output=True, text=True).stdout
 
 
-def run(*command):
+def run(*command, seconds=SECONDS):
     """A program that succeeds."""
-    subprocess.run([str(word) for word in command], check=True, capture_output=True, timeout=SECONDS)
+    subprocess.run([str(word) for word in command], check=True, capture_output=True, timeout=seconds)
 
 
 def things(kind):
-    """What PipeWire has of a kind."""
-    return [t for t in json.loads(output_of("pw-dump") or "[]") if t["type"] == f"PipeWire:Interface:{kind}"]
+    """What PipeWire has of a kind. pw-dump has what goes meanwhile without a type, and writes behind it what changes."""
+    dump = json.JSONDecoder().raw_decode(output_of("pw-dump") or "[]")[0]
+    return [thing for thing in dump if thing.get("type") == f"PipeWire:Interface:{kind}" and thing["info"]]
 
 
 def node(name):
@@ -74,6 +76,16 @@ class Session:
             raise
         return self
 
+    def device(self, name):
+        """The properties of a device without hardware."""
+        return f"""{{
+            factory.name = support.null-audio-sink
+            node.name = {name}
+            media.class = Audio/Sink
+            audio.position = [ {" ".join(self.positions)} ]
+            object.linger = true
+        }}"""
+
     def begin(self):
         """Starts everything, and waits until the sink has its device."""
         places = {"XDG_RUNTIME_DIR": "runtime", "XDG_CONFIG_HOME": "configuration", "XDG_STATE_HOME": "state"}
@@ -92,29 +104,37 @@ class Session:
                 default.clock.max-quantum = 8192
                 clock.power-of-two-quantum = false
             }}
-            context.objects = [ {{ factory = adapter args = {{
-                factory.name = support.null-audio-sink
-                node.name = device
-                media.class = Audio/Sink
-                audio.position = [ {" ".join(self.positions)} ]
-            }} }} ]
+            context.objects = [ {{ factory = adapter args = {self.device("device")} }} ]
             """
         )
         self.start("pipewire")
         wait_for(lambda: node("device"), "PipeWire does not come up")
         self.start("wireplumber")
         wait_for(lambda: "WirePlumber" in output_of("wpctl", "status"), "WirePlumber does not come up")
-        (settings.parent / "tarn-upmix.conf").write_bytes(Path(self.configuration).read_bytes())
-        self.start("pipewire", "-c", "tarn-upmix.conf")
-        wait_for(lambda: node("tarn_upmix.output"), "the sink does not come up")
         run("pw-metadata", "-n", "settings", "0", "clock.force-quantum", self.quantum)
-        wait_for(lambda: "device:playback" in output_of("pw-link", "-l", "tarn_upmix.output"), "the sink has no device")
+        self.add_sink("tarn_upmix", "device", Path(self.configuration).read_text())
 
     def __exit__(self, kind, *_):
         self.stack.close()
         if kind is not None:
             self.logs.seek(0)
             print(self.logs.read())
+
+    def add_other(self):
+        """Another device, and another sink in front of it."""
+        run("pw-cli", "create-node", "adapter", self.device("other_device"))
+        wait_for(lambda: node("other_device"), "the device does not come up")
+        text = Path(self.configuration).read_text().replace("tarn_upmix", "other_upmix")
+        assert (at := "playback.props = {") in text
+        self.add_sink("other_upmix", "other_device", text.replace(at, f"{at} target.object = other_device"))
+
+    def add_sink(self, name, device, text):
+        """A sink in a process of its own, as the text of a configuration has it; waits for its device."""
+        file = self.directory / f"configuration/pipewire/{name}.conf"
+        file.write_text(text)
+        self.start("pipewire", "-c", file.name)
+        wait_for(lambda: node(f"{name}.output"), "the sink does not come up")
+        wait_for(lambda: f"{device}:playback" in output_of("pw-link", "-l", f"{name}.output"), "the sink has no device")
 
     def start(self, *command):
         """A program that is ended with the session."""
@@ -127,36 +147,41 @@ class Session:
         run("pw-metadata", "-n", "settings", "0", "clock.force-rate", rate)
         self.rate = rate
 
-    def record(self, play):
+    def record(self, play, device="device", sink="tarn_upmix"):
         """What reaches the device while play() plays, and beside it what reaches the sink."""
-        file = self.directory / "recording.wav"
-        inputs = (*self.positions, "SL", "SR")
+        file = self.directory / f"recording-{sink}.wav"
+        sources = [f"{device}:monitor_{p}" for p in self.positions] + [f"{sink}:monitor_{p}" for p in FRONT[:2]]
+        inputs = [f"AUX{i}" for i in range(len(sources))]
         command = ("pw-record", "--target", "0", "--rate", str(self.rate), "--format", "f32")
-        channels = ("--channels", str(len(inputs)), "--channel-map", ",".join(inputs))
-        with subprocess.Popen([*command, *channels, file], stdout=self.logs, stderr=self.logs) as recorder:
-            wait_for(lambda: "pw-record:input_SR" in output_of("pw-link", "-i"), "no recorder")
-            for source, target in (
-                *((f"device:monitor_{position}", f"pw-record:input_{position}") for position in self.positions),
-                ("tarn_upmix:monitor_FL", "pw-record:input_SL"),
-                ("tarn_upmix:monitor_FR", "pw-record:input_SR"),
-            ):
-                run("pw-link", source, target)
+        options = ("-P", f"{{ node.name = {sink}.recorder }}", "--channels", str(len(inputs)))
+        command += (*options, "--channel-map", ",".join(inputs), file)
+        with subprocess.Popen(command, stdout=self.logs, stderr=self.logs) as recorder:
+            wait_for(lambda: f"{sink}.recorder:input_{inputs[-1]}" in output_of("pw-link", "-i"), "no recorder")
+            for source, target in zip(sources, inputs):
+                run("pw-link", source, f"{sink}.recorder:input_{target}")
             play()
             time.sleep(4 * self.quantum / self.rate)
             recorder.terminate()
         # The sink begins anew when it has been idle.
-        wait_for(lambda: node("tarn_upmix")["info"]["state"] != "running", "the sink does not become idle")
+        wait_for(lambda: node(sink)["info"]["state"] != "running", "the sink does not become idle")
         recording = soundfile.read(file, dtype="float32", always_2d=True)[0]
         return recording[:, :-2], recording[:, -2:]
 
     def play(self, samples, *options):
         """Plays samples; the silence behind them is the part quantum that pw-play does not play, and the latency."""
-        file = self.directory / "played.wav"
         silence = numpy.zeros((LATENCY + 3 * self.quantum, samples.shape[1]), samples.dtype)
-        floats = numpy.concatenate([samples, silence]).astype(numpy.float32) * FULL_SCALE
-        with soundfile.SoundFile(file, "w", self.rate, samples.shape[1], "FLOAT") as target:
-            target.write(floats)
-        run("pw-play", *options, file)
+        with tempfile.NamedTemporaryFile(suffix=".wav", dir=self.directory) as file:
+            soundfile.write(file.name, floats_of(numpy.concatenate([samples, silence])), self.rate, "FLOAT")
+            run("pw-play", *options, file.name, seconds=SECONDS + len(samples) / self.rate)
+
+    def switch(self, enabled):
+        """On or off."""
+        run("pw-cli", "set-param", "tarn_upmix", "Props", f'{{ params = [ "tarn:enabled" {enabled}.0 ] }}')
+
+
+def floats_of(samples):
+    """Left-aligned integers as PipeWire plays them."""
+    return samples.astype(numpy.float32) * numpy.float32(1 / FULL_SCALE)
 
 
 def found(rows, recording):
@@ -171,19 +196,40 @@ def found(rows, recording):
     return start if at >= 0 and start >= 0 and numpy.array_equal(recording[start : start + len(rows)], rows) else None
 
 
-def upmixed(session, samples, play, expected=lambda front: front):
+def upmixed(session, samples, play, expected=lambda front: front, **places):
     """Plays until nothing was lost: how many samples of the device were compared, and by how much they came later than
     those of the sink."""
     answer = numpy.concatenate([samples, numpy.zeros((LATENCY, 2), samples.dtype)])
     candidates = [expected(live_output(answer, session.rate, phase)) for phase in range(64)]
     for _ in range(ATTEMPTS):
-        device, sink = session.record(play)
-        played = found(samples.astype(numpy.float32) * FULL_SCALE, sink)
+        device, sink = session.record(play, **places)
+        played = found(floats_of(samples), sink)
         for rows in candidates:
             place = found(rows, device)
             if place is not None and played is not None:
                 return rows.size, place - played
     raise AssertionError(f"the upmix did not reach the device whole in {ATTEMPTS} attempts")
+
+
+def switched(session, samples):
+    """Switches off and on again while it plays, until nothing was lost: how many samples were compared, and the greatest
+    difference in the fades."""
+
+    def play():
+        with ThreadPoolExecutor() as pool:
+            playing = pool.submit(session.play, samples, "--target", "tarn_upmix")
+            for part, enabled in ((0.4, 0), (0.3, 1)):
+                time.sleep(part * len(samples) / session.rate)
+                session.switch(enabled)
+            playing.result()
+
+    for _ in range(ATTEMPTS):
+        device, sink = session.record(play)
+        start = found(floats_of(samples), sink)
+        if start is not None:
+            given = device[start + session.quantum : start + session.quantum + len(samples), :3]
+            return given.size, off_and_on(given, floats_of(samples), session.rate)
+    raise AssertionError(f"the signal did not reach the sink whole in {ATTEMPTS} attempts")
 
 
 def surround_of(front):
@@ -201,7 +247,7 @@ def passed_by(session, samples, positions):
     options = ("--target", "device", "--channel-map", ",".join(positions))
     for _ in range(ATTEMPTS):
         device, _ = session.record(lambda: session.play(samples, *options))
-        if found(samples.astype(numpy.float32) * FULL_SCALE, device) is not None:
+        if found(floats_of(samples), device) is not None:
             return samples.size
     raise AssertionError(f"5.1 did not reach the device unchanged in {ATTEMPTS} attempts")
 
@@ -213,17 +259,22 @@ def told_latency():
     return max(latency["maxRate"] for port in ports for latency in port["info"]["params"]["Latency"])
 
 
-def main():
-    if "TARN_OWN_BUS" not in os.environ:  # begins again, on a message bus that ends with the test
-        os.environ["TARN_OWN_BUS"] = "1"
-        os.execvp("dbus-run-session", ["dbus-run-session", sys.executable, "-B", *sys.argv])
-    configuration = sys.argv[1]
+def played_long(session, minutes):
+    """Plays for minutes without a break, once: how many samples were compared."""
+    samples = known_signal(minutes * 60 * session.rate, 24)
+    device, sink = session.record(lambda: session.play(samples, "--target", "tarn_upmix"))
+    start = found(floats_of(samples), sink)
+    assert start is not None, "frames were lost before the sink"
+    given = device[start + session.quantum : start + session.quantum + len(samples), :3]
+    assert numpy.array_equal(given, command_beside(given, floats_of(samples), session.rate)), "frames were lost"
+    return given.size
+
+
+def test(session_of):
+    """All but the long run."""
     to_sink = ("--target", "tarn_upmix")
     compared = 0
     told = set()
-
-    def session_of(rate, quantum, positions):
-        return Session(configuration, Path(tempfile.mkdtemp(dir=folder)), rate, quantum, positions)
 
     def check(answer):
         """Counts what was compared; PipeWire's filter hands on in the next cycle."""
@@ -232,37 +283,72 @@ def main():
         assert delay == session.quantum, (delay, session.quantum)
         compared += samples
 
-    with tempfile.TemporaryDirectory() as folder:
-        for rate, quantum, positions, in_device in (
-            (44100, 5000, SURROUND, surround_of),
-            (96000, 8192, FRONT, lambda front: front),
-            (48000, 1024, FRONT[:2], stereo_of),
-        ):
-            samples = known_signal(2 * rate + 13, 24, seed=rate)
-            with session_of(rate, quantum, positions) as session:
-                check(upmixed(session, samples, lambda: session.play(samples, *to_sink), in_device))
+    for rate, quantum, positions, in_device in (
+        (44100, 5000, SURROUND, surround_of),
+        (96000, 8192, FRONT, lambda front: front),
+        (48000, 1024, FRONT[:2], stereo_of),
+    ):
+        samples = known_signal(2 * rate + 13, 24, seed=rate)
+        with session_of(rate, quantum, positions) as session:
+            check(upmixed(session, samples, lambda: session.play(samples, *to_sink), in_device))
 
-        with session_of(48000, 4096, SURROUND) as session:
-            samples = known_signal(100013, 24)
-            told.add(told_latency())
-            for rate in (48000, 48000, 44100, 96000, 48000):
-                session.change_rate(rate)
-                check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
+    with session_of(48000, 4096, SURROUND) as session:
+        samples = known_signal(100013, 24)
+        told.add(told_latency())
+        for rate in (48000, 48000, 44100, 96000, 48000):
+            session.change_rate(rate)
+            check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
 
-            # 5.1 passes by, in the channels' places, while the sink is there, and while it is the default.
-            surround = numpy.column_stack([known_signal(100013, 24, seed) for seed in (5, 6, 7)])
-            compared += passed_by(session, surround, SURROUND)
-            run("wpctl", "set-default", node("tarn_upmix")["id"])
-            check(upmixed(session, samples, lambda: session.play(samples), surround_of))
-            compared += passed_by(session, surround, SURROUND)
+        # 5.1 passes by, in the channels' places, while the sink is there, and while it is the default.
+        surround = numpy.column_stack([known_signal(100013, 24, seed) for seed in (5, 6, 7)])
+        compared += passed_by(session, surround, SURROUND)
+        run("wpctl", "set-default", node("tarn_upmix")["id"])
+        check(upmixed(session, samples, lambda: session.play(samples), surround_of))
+        compared += passed_by(session, surround, SURROUND)
 
-            # Off: left and right as they are.
-            run("pw-cli", "set-param", "tarn_upmix", "Props", '{ params = [ "tarn:enabled" 0.0 ] }')
-            off = numpy.concatenate([numpy.zeros((LATENCY, 2), samples.dtype), samples])
-            plain = numpy.column_stack([off, numpy.zeros(len(off))]).astype(numpy.float32) * FULL_SCALE
-            check(upmixed(session, samples, lambda: session.play(samples), lambda _: surround_of(plain)))
+        # Off: left and right as they are; and from on to off and back.
+        session.switch(0)
+        off = numpy.concatenate([numpy.zeros((LATENCY, 2), samples.dtype), samples])
+        plain = numpy.column_stack([floats_of(off), numpy.zeros(len(off), numpy.float32)])
+        check(upmixed(session, samples, lambda: session.play(samples), lambda _: surround_of(plain)))
+        session.switch(1)
+        more, difference = switched(session, known_signal(4 * 48000, 24))
+        compared += more
+
+        # Two sinks at once, each in front of a device of its own. The one that names no device has the default one.
+        run("wpctl", "set-default", node("device")["id"])
+        session.add_other()
+        others = known_signal(100013, 24, seed=8)
+        with ThreadPoolExecutor() as pool:
+            both = (
+                pool.submit(upmixed, session, samples, lambda: session.play(samples, *to_sink), surround_of),
+                pool.submit(
+                    upmixed, session, others, lambda: session.play(others, "--target", "other_upmix"), surround_of,
+                    device="other_device", sink="other_upmix",
+                ),
+            )
+            for one in both:
+                check(one.result())
     assert told == {0}, f"this PipeWire tells latencies of {told}; say so in docs/hosts/pipewire.md"
-    passed(Row("PipeWire filter-chain", compared, 0, 24, "none; its own cycle comes on top", LATENCY))
+    passed(Row("PipeWire filter-chain", compared, difference, 24, "none; its own cycle comes on top", LATENCY))
+
+
+def main():
+    if "TARN_OWN_BUS" not in os.environ:  # begins again, on a message bus that ends with the test
+        os.environ["TARN_OWN_BUS"] = "1"
+        os.execvp("dbus-run-session", ["dbus-run-session", sys.executable, "-B", *sys.argv])
+    configuration = sys.argv[1]
+    with tempfile.TemporaryDirectory() as folder:
+
+        def session_of(rate, quantum, positions):
+            return Session(configuration, Path(tempfile.mkdtemp(dir=folder)), rate, quantum, positions)
+
+        if minutes := int(os.environ.get("TARN_SOAK_MINUTES", 0)):
+            with session_of(48000, 1024, SURROUND) as session:
+                compared = played_long(session, minutes)
+            passed(Row(f"PipeWire, {minutes} minutes", compared, 0, 24, "none", LATENCY))
+        else:
+            test(session_of)
 
 
 main()
