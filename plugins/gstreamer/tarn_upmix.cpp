@@ -212,7 +212,11 @@ GstBuffer* outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames)
     GstBuffer* const buffer = gst_buffer_new_allocate(allocator, frames * state.outputFrameBytes, &parameters);
     if (allocator != nullptr) gst_object_unref(allocator);
     GstMapInfo map;
-    gst_buffer_map(buffer, &map, GST_MAP_WRITE);
+    if (buffer == nullptr || !gst_buffer_map(buffer, &map, GST_MAP_WRITE)) {
+        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, (nullptr), ("no buffer can be had or written"));
+        if (buffer != nullptr) gst_buffer_unref(buffer);
+        return nullptr;
+    }
     carry(self, input, map.data, frames);
     gst_buffer_unmap(buffer, &map);
 
@@ -248,7 +252,7 @@ GstFlowReturn drain(GstTarnUpmix* self)
     if (stateOf(self).run.taken == 0) return GST_FLOW_OK;
     GstBuffer* const tail = outputFor(self, nullptr, kLatency);
     endRun(self);
-    return gst_pad_push(self->base.srcpad, tail);
+    return tail != nullptr ? gst_pad_push(self->base.srcpad, tail) : GST_FLOW_ERROR;
 }
 
 /// Stops the pipeline, which is told why.

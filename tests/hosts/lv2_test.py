@@ -66,7 +66,7 @@ def lv2file(source, target, size, options=()):
 def lv2proc(source, target, size, options=()):
     """The file player of lv2proc."""
     controls = [word for symbol, value in options for word in ("-c", f"{symbol}:{value}")]
-    run("lv2proc", "-i", source, "-o", target, "-n", str(size), "--with-latency", *controls, URI)
+    run("lv2proc", "-i", source, "-o", target, "-n", str(size), *controls, URI)
 
 
 HOSTS = {
