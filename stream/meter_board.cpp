@@ -85,7 +85,8 @@ StreamMeters MeterBoard::read() const noexcept
     StreamMeters meters{};
     for (std::size_t slot = 0; slot < kMostSlots; ++slot) {
         meters.peak[slot] = peak_[slot].load(kRelaxed);
-        meters.rms[slot] = static_cast<float>(std::pow(static_cast<double>(meanSquare_[slot].load(kRelaxed)), 0.5));
+        const float meanSquare = meanSquare_[slot].load(kRelaxed);
+        if (meanSquare > 0.0f) meters.rms[slot] = static_cast<float>(std::pow(static_cast<double>(meanSquare), 0.5));
     }
     for (int g = 0; g < 16; ++g) {
         meters.leftRight[g] = leftRight_[g].load(kRelaxed);

@@ -59,11 +59,11 @@ public:
     /// Makes the stream silent, as LV2 expects of an activation.
     void activate() noexcept { stream_.reset(); }
 
-    /// Controls first: the outputs may be in their inputs' memory.
+    /// Controls first: the outputs may be in their inputs' memory. What is not a number is as the default.
     void run(std::uint32_t frames) noexcept
     {
         stream_.setBypass(control(kEnabled, 1.0f) <= 0.0f);
-        stream_.setMode(control(kMode, 0.0f) < 0.5f ? SteeringMode::Fast : SteeringMode::Calm);
+        stream_.setMode(control(kMode, 1.0f) >= 1.5f ? SteeringMode::Calm : SteeringMode::Fast);
         stream_.setMakeUpGain(gainOf(control(kGain, 0.0f)));
 
         const float* const input[] = {memory_[kInLeft], memory_[kInRight]};
@@ -89,7 +89,7 @@ private:
         if (memory_[port] != nullptr) *memory_[port] = value;
     }
 
-    /// The factor of a gain in dB. Computed when it changes only, as powers cost more than the rest of this function.
+    /// The factor of a gain in dB, computed when it changes only.
     float gainOf(float decibels) noexcept
     {
         if (decibels != decibels_) {

@@ -396,7 +396,7 @@ TEST(Lv2, HandsModeAndGainToTheStream)
 {
     const Stereo stereo = travelling(40000);
     Host host;
-    host.value("mode") = 1.0f;
+    host.value("mode") = 2.0f;
     host.value("gain") = -6.0f;
     const Upmixed given = played(host, stereo);
     EXPECT_EQ(given, expected(stereo, 48000, [](UpmixStream& stream) {
@@ -405,6 +405,26 @@ TEST(Lv2, HandsModeAndGainToTheStream)
               }));
     EXPECT_NE(given, expected(stereo));
     EXPECT_NE(given, expected(stereo, 48000, [](UpmixStream& stream) { stream.setMode(SteeringMode::Calm); }));
+}
+
+TEST(Lv2, TakesControlsBetweenTheirValuesAsTheNearestAndWhatIsNoNumberAsTheDefault)
+{
+    const Stereo stereo = travelling(20000);
+    const auto with = [&](float enabled, float mode, float gain) {
+        Host host;
+        host.value("enabled") = enabled;
+        host.value("mode") = mode;
+        host.value("gain") = gain;
+        return played(host, stereo);
+    };
+    const Upmixed fast = with(1.0f, 1.0f, 0.0f);
+    const Upmixed calm = with(1.0f, 2.0f, 0.0f);
+    ASSERT_NE(fast, calm);
+    EXPECT_EQ(with(0.1f, 1.4f, 0.0f), fast);
+    EXPECT_EQ(with(7.0f, 1.6f, 0.0f), calm);
+    EXPECT_EQ(with(-1.0f, 1.0f, 0.0f), with(0.0f, 1.0f, 0.0f));
+    constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(with(kNone, kNone, kNone), fast);
 }
 
 TEST(Lv2, ShowsTheSteeringOfEveryGroup)
@@ -459,7 +479,7 @@ TEST(Lv2, NeitherAllocatesNorLocksNorEntersTheKernelInRun)
         for (std::uint32_t i = 0; i < 100; ++i) {
             gain = -static_cast<float>(i);
             enabled = i % 7 == 0 ? 0.0f : 1.0f;
-            mode = i % 5 == 0 ? 1.0f : 0.0f;
+            mode = i % 5 == 0 ? 2.0f : 1.0f;
             lilv_instance_run(instance, i * 17);
         }
     };

@@ -110,7 +110,7 @@ def play_everywhere(directory):
         for options, controls in (
             ((), ()),
             (("--bypass",), (("enabled", 0),)),
-            (("--mode", "2", "--gain", "-6"), (("mode", 1), ("gain", -6))),
+            (("--mode", "2", "--gain", "-6"), (("mode", 2), ("gain", -6))),
         ):
             aligned = command_output(integers, directory, bits=32, options=options).astype(numpy.float32) * FULL_SCALE
             upmixed = command_output(integers, directory, bits=32, options=("--no-align", *options))
@@ -175,7 +175,7 @@ def main():
         compared["FFmpeg"] += play_long(directory)
     for name, samples in compared.items():
         assert latencies[name] == {LATENCY}, latencies
-        passed(Row(f"LV2: {name}", samples, 0, 24, "not shown", LATENCY))
+        passed(Row(f"LV2: {name}", samples, 0, 24, "not shown", *latencies[name]))
 
 
 main()
