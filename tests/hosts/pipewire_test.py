@@ -143,10 +143,11 @@ class Session:
         self.stack.callback(process.wait)
         self.stack.callback(process.terminate)
 
-    def change_rate(self, rate):
-        """That of the graph, while everything keeps running."""
+    def change(self, rate, quantum):
+        """Those of the graph, while everything keeps running."""
         run("pw-metadata", "-n", "settings", "0", "clock.force-rate", rate)
-        self.rate = rate
+        run("pw-metadata", "-n", "settings", "0", "clock.force-quantum", quantum)
+        self.rate, self.quantum = rate, quantum
 
     def record(self, play, device="device", sink="tarn_upmix"):
         """What reaches the device while play() plays, and beside it what reaches the sink."""
@@ -223,17 +224,32 @@ def upmixed(session, samples, play, expected=lambda front: front, **places):
     return until_whole(session, samples, play, check, **places)
 
 
+def played_with(session, samples, *changes):
+    """Plays to the sink, and meanwhile calls one change after the other."""
+    seconds = len(samples) / session.rate / (len(changes) + 1)
+    with ThreadPoolExecutor() as pool:
+        playing = pool.submit(session.play, samples, "--target", "tarn_upmix")
+        for change in changes:
+            time.sleep(seconds)
+            change()
+        playing.result()
+
+
+def longest_gap(session, samples, *changes):
+    """The longest silence at the device, in seconds, while the graph changes between the beginning and the end."""
+    rate = session.rate
+    device, _ = session.record(lambda: played_with(session, samples, *changes))
+    loud = numpy.flatnonzero(device.any(axis=1))
+    assert len(loud) > len(samples) // 2, "the sink fell silent"
+    return numpy.diff(loud).max() / rate
+
+
 def switched(session, samples):
     """Switches off and on again while it plays: how many samples were compared, the greatest difference in the fades, and
     by how many frames it was late."""
 
     def play():
-        with ThreadPoolExecutor() as pool:
-            playing = pool.submit(session.play, samples, "--target", "tarn_upmix")
-            for part, enabled in ((0.4, 0), (0.3, 1)):
-                time.sleep(part * len(samples) / session.rate)
-                session.switch(enabled)
-            playing.result()
+        played_with(session, samples, lambda: session.switch(0), lambda: session.switch(1))
 
     def check(device, sink):
         return 3 * len(samples), *off_and_on(device[: len(samples), :3], sink, session.rate)
@@ -295,7 +311,7 @@ def test(session_of):
         measured.add(answer[-1])
 
     for rate, quantum, positions, in_device in (
-        (44100, 5000, SURROUND, surround_of),
+        (44100, 4999, SURROUND, surround_of),
         (96000, 8192, FRONT, lambda front: front),
         (48000, 1024, FRONT[:2], stereo_of),
     ):
@@ -306,9 +322,15 @@ def test(session_of):
     with session_of(48000, 4096, SURROUND) as session:
         samples = known_signal(100013, 24)
         told.add(told_latency())
-        for rate in (48000, 48000, 44100, 96000, 48000):
-            session.change_rate(rate)
+        for rate, quantum in ((48000, 4096), (48000, 4097), (44100, 5003), (96000, 8192), (48000, 4096)):
+            session.change(rate, quantum)
             check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
+
+        # From rate to rate while it plays: what goes through is resampled, so it is only heard that it goes on.
+        to_rates = [lambda rate=rate: session.change(rate, 4096) for rate in (44100, 96000, 48000)]
+        gap = longest_gap(session, known_signal(8 * 48000, 24), *to_rates)
+        assert gap < 0.5, gap
+        check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
 
         # 5.1 passes by, in the channels' places, while the sink is there, and while it is the default.
         surround = numpy.column_stack([known_signal(100013, 24, seed) for seed in (5, 6, 7)])
