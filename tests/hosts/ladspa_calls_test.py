@@ -269,8 +269,8 @@ def check_changing_gain(descriptor, signal, source, directory, comparison):
 
 
 def check_click(descriptor, stereo, expected, off_value):
-    """Off, by a value, and on again while it plays: between the upmix and the plain input, both exactly as late, lies a straight
-    fade, so that there is no step but the signal's own.
+    """Off, by a value, and on again while it plays: between the upmix and the plain input, both exactly as late, lies a
+    straight fade, so that there is no step but the signal's own.
     """
     off, on = 64 * 300, 64 * 700
     wet = numpy.zeros((len(stereo) + LATENCY, 3))

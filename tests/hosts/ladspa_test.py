@@ -160,7 +160,8 @@ def ffmpeg(directory):
         compared += 2 * expected.size
 
     named = directory / "named.wav"
-    run("ffmpeg", "-v", "error", "-i", source, "-af", f"ladspa=f=tarn:p=tarn_upmix,{LAYOUT}", "-c:a", "pcm_f32le", named)
+    filters = f"ladspa=f=tarn:p=tarn_upmix,{LAYOUT}"
+    run("ffmpeg", "-v", "error", "-i", source, "-af", filters, "-c:a", "pcm_f32le", named)
     probed = run("ffprobe", "-v", "error", "-show_entries", "stream=channel_layout,channels", named).stdout
     assert "channels=3\nchannel_layout=3.0\n" in probed, probed
     named = soundfile.read(named, dtype="float32")[0]
@@ -171,13 +172,15 @@ def ffmpeg(directory):
 
 
 def sox_output(expected):
-    """What SoX makes of it: floats have 24 bits, of which the file gets those down to its last one, rounded."""
+    """What SoX makes of it: it has the floats as 32-bit integers, and rounds those to the 24 bits of the file. The floats
+    of quiet samples are finer than that, so that nothing but the rounding can be compared, but that exactly.
+    """
     floats = (as_floats(expected).astype(numpy.float64) * 2.0**31).astype(numpy.int64)
     return (numpy.minimum((floats + 128) >> 8, 2**23 - 1) << 8).astype(numpy.int32)
 
 
 def sox(directory):
-    """SoX works on 32-bit integers and rounds them to the 24 bits of the file, in calls of other sizes."""
+    """With its own compensation of the latency and without, in calls of other sizes."""
     compared = 0
     result = directory / "result.wav"
     for rate in RATES:
