@@ -84,6 +84,7 @@ struct Instance
 {
     zrk_tarn::UpmixStream stream;
     LADSPA_Data* at[kPorts] = {};
+    LADSPA_Data gainDb = 0; ///< that the stream has
 };
 
 /// A control as the host has set it, or the default where it has connected nothing.
@@ -128,8 +129,10 @@ void run(LADSPA_Handle handle, unsigned long frames)
     instance.stream.setBypass(!(control(instance, kOn, 1) > 0));
     instance.stream.setMode(control(instance, kMode, 1) < 1.5f ? zrk_tarn::SteeringMode::Fast
                                                                : zrk_tarn::SteeringMode::Calm);
-    const auto gainDb = static_cast<double>(control(instance, kGain, 0));
-    instance.stream.setMakeUpGain(static_cast<float>(std::pow(10.0, gainDb / 20.0)));
+    if (const LADSPA_Data gainDb = control(instance, kGain, 0); gainDb != instance.gainDb) {
+        instance.stream.setMakeUpGain(static_cast<float>(std::pow(10.0, static_cast<double>(gainDb) / 20.0)));
+        instance.gainDb = gainDb;
+    }
     if (instance.at[kLatency] != nullptr) *instance.at[kLatency] = kLatencyFrames;
 
     instance.stream.processPlanar(instance.at + kLeftInput, instance.at + kLeftOutput, frames);

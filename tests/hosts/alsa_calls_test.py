@@ -3,6 +3,7 @@
 
 import ctypes
 from ctypes import POINTER, byref, c_char_p, c_int, c_long, c_uint, c_ulong, c_void_p
+import itertools
 import sys
 import tempfile
 
@@ -16,7 +17,8 @@ PLAYBACK = 0
 MMAP_INTERLEAVED, RW_INTERLEAVED, RW_NONINTERLEAVED = 0, 3, 4  # SND_PCM_ACCESS_...
 FORMATS = {16: 2, 24: 32, 32: 10}  # SND_PCM_FORMAT_S16_LE, S24_3LE, S32_LE
 FLOAT_LE = 14
-FRONT_LEFT, FRONT_RIGHT = 3, 4  # SND_CHMAP_...
+PAUSED = 6  # SND_PCM_STATE_PAUSED
+FIXED, FRONT_LEFT, FRONT_RIGHT = 1, 3, 4  # SND_CHMAP_TYPE_FIXED, SND_CHMAP_...
 
 library = ctypes.CDLL("libasound.so.2")
 library.snd_strerror.restype = c_char_p
@@ -24,6 +26,8 @@ for function in ("snd_pcm_writei", "snd_pcm_writen", "snd_pcm_mmap_writei"):
     getattr(library, function).argtypes = [c_void_p, c_void_p, c_ulong]
     getattr(library, function).restype = c_long
 library.snd_pcm_get_chmap.restype = POINTER(c_uint)
+library.snd_pcm_query_chmaps.restype = POINTER(POINTER(c_uint))
+library.snd_pcm_free_chmaps.argtypes = [POINTER(POINTER(c_uint))]
 
 
 def call(name, *arguments):
@@ -90,9 +94,21 @@ class Player:
         call("drop", self.pcm)
         call("prepare", self.pcm)
 
+    def pause(self, paused):
+        call("pause", self.pcm, c_int(paused))
+
     def channel_map(self):
+        """The map that holds."""
         found = library.snd_pcm_get_chmap(self.pcm)
         return found[1 : 1 + found[0]]
+
+    def channel_maps(self):
+        """The maps that there are: type and channels of each."""
+        found = library.snd_pcm_query_chmaps(self.pcm)
+        listed = itertools.takewhile(bool, (found[i] for i in itertools.count()))
+        maps = [(one[0], one[2 : 2 + one[1]]) for one in listed]
+        library.snd_pcm_free_chmaps(found)
+        return maps
 
     def close(self):
         call("close", self.pcm)
@@ -110,6 +126,7 @@ class Test:
         self.setup = Setup(module, directory)
         self.directory = self.setup.directory
         self.compared = 0
+        self.measured = None
 
     def signal(self, rate, bits, frames=50000):
         """Samples, and the file that the command reads."""
@@ -119,13 +136,14 @@ class Test:
         return samples, source
 
     def equal(self, name, bits, expected, what):
-        """The end of what was played is what is expected, sample by sample."""
+        """The end of what was played is what is expected, sample by sample; the frame at which it begins."""
         played = self.setup.played(name, bits)
         assert len(played) >= len(expected), (what, len(played), len(expected))
-        differing = numpy.count_nonzero(played[len(played) - len(expected) :] != expected)
+        begin = len(played) - len(expected)
+        differing = numpy.count_nonzero(played[begin:] != expected)
         assert differing == 0, f"{what}: {differing} samples differ"
         self.compared += expected.size
-        return len(played)
+        return begin
 
 
 def check_formats(test):
@@ -140,14 +158,16 @@ def check_formats(test):
                 name = test.setup.add(f"format{turn}", layout)
                 samples, source = test.signal(rate, bits)
                 player = Player(name)
+                assert player.channel_maps() == [(FIXED, [FRONT_LEFT, FRONT_RIGHT])], "asked before anything is chosen"
                 player.configure(rate, bits, period, access)
                 assert player.channel_map() == [FRONT_LEFT, FRONT_RIGHT]
+                assert player.channel_maps() == [(FIXED, [FRONT_LEFT, FRONT_RIGHT])]
                 player.play(flushed(samples), [1, 0, 63, 64, 65, 1000, 7])
                 player.drain()
                 player.close()
                 what = f"{layout}, {rate} Hz, {bits} bits, periods of {period}, access {access}"
-                frames = test.equal(name, bits, test.setup.expected(name, source), what)
-                assert frames == len(samples) + LATENCY, (what, frames)
+                test.measured = test.equal(name, bits, test.setup.expected(name, source), what)
+                assert test.measured == LATENCY, (what, test.measured)
 
 
 def check_end(test):
@@ -159,7 +179,7 @@ def check_end(test):
     player.play(samples, [1000])
     player.drain()
     player.close()
-    assert test.equal(name, 16, test.setup.expected(name, source)[:-LATENCY], "without silence") == len(samples)
+    assert test.equal(name, 16, test.setup.expected(name, source)[:-LATENCY], "without silence") == LATENCY
 
 
 def check_restart(test):
@@ -179,6 +199,22 @@ def check_restart(test):
         player.drain()
         player.close()
         test.equal(name, 16, test.setup.expected(name, source), f"after {how}")
+
+
+def check_pause(test):
+    """Paused and let go again, nothing is lost of what was on its way, and nothing added."""
+    samples, source = test.signal(48000, 16)
+    name = test.setup.add("paused")
+    player = Player(name)
+    player.configure(48000, period=333)
+    for begin in range(0, len(samples) + LATENCY, 7001):
+        player.play(flushed(samples)[begin : begin + 7001], [500])
+        player.pause(True)
+        assert library.snd_pcm_state(player.pcm) == PAUSED
+        player.pause(False)
+    player.drain()
+    player.close()
+    assert test.equal(name, 16, test.setup.expected(name, source), "with pauses") == LATENCY
 
 
 def check_other_parameters(test):
@@ -287,8 +323,7 @@ def check_ten_minutes(test):
     player.play(flushed(samples), [3333, 4096, 1000])
     player.drain()
     player.close()
-    frames = test.equal(name, 16, test.setup.expected(name, source), "ten minutes")
-    assert frames == len(samples) + LATENCY
+    assert test.equal(name, 16, test.setup.expected(name, source), "ten minutes") == LATENCY
 
 
 def main():
@@ -298,6 +333,7 @@ def main():
             check_formats,
             check_end,
             check_restart,
+            check_pause,
             check_other_parameters,
             check_two,
             check_flush_to_zero,
@@ -305,7 +341,7 @@ def main():
             check_ten_minutes,
         ):
             check(test)
-    passed(Row("ALSA, every call", test.compared, 0, 32, "not in the interface", LATENCY))
+    passed(Row("ALSA, every call", test.compared, 0, 32, "not in the interface", test.measured))
 
 
 main()

@@ -3,14 +3,17 @@
 mpv or sox. Integers all the way, so every sample has to be the command's.
 """
 
+from pathlib import Path
+import re
 import subprocess
 import sys
 import tempfile
 
 import numpy
+import soundfile
 
 from alsa_setup import Setup
-from host_test import LATENCY, Row, known_signal, passed, write_stereo
+from host_test import LATENCY, Row, known_signal, passed, position_of, write_stereo
 
 PLAYERS = {
     "aplay": lambda pcm, bits, file: ["aplay", "-q", "-D", pcm, file],
@@ -70,6 +73,35 @@ def check_plug(setup):
             assert abs(len(result) - FRAMES * 48000 / rate) < 48000 / 4, len(result)  # the last period is filled
 
 
+def check_page(setup):
+    """The configurations that the page gives to paste, with stubs in place of the hardware: what is played to tarn and
+    to the default is upmixed, and the default still records.
+    """
+    page = (Path(__file__).parents[2] / "docs/hosts/alsa.md").read_text()
+    (tarn,) = re.findall(r"^echo '(pcm\.tarn .*)' >> ~/\.asoundrc$", page, re.MULTILINE)
+    (default,) = re.findall(r"^```\n(pcm\.!default .*?)^```$", page, re.MULTILINE | re.DOTALL)
+    (device,) = re.findall(r'slave\.pcm "(.*?):0"', tarn)
+    output = setup.directory / "page.raw"
+    setup.layouts["page"] = "5.1"
+    arguments = "@args [ CARD ] @args.CARD { type string default 0 }"
+    setup.add_text(f'pcm.!{device} {{ {arguments} type file slave.pcm null file "{output}" format raw }}')
+    setup.add_text("pcm.!sysdefault { type null }")
+    setup.add_text(tarn)
+    setup.add_text(default)
+    samples = known_signal(FRAMES, 16)
+    file = setup.directory / "song.wav"
+    write_stereo(file, samples, 48000, 16)
+    expected = setup.expected("page", file)[:-LATENCY]
+    for pcm in ("tarn", "default"):
+        play("aplay", pcm, 16, file)
+        result = setup.played("page", 16)
+        assert (result[LATENCY : LATENCY + len(expected)] == expected).all(), pcm
+        output.unlink()
+    recorded = setup.directory / "recorded.wav"
+    subprocess.run(["arecord", "-q", "-f", "dat", "-s", "48000", recorded], check=True, timeout=60)
+    assert soundfile.info(recorded).frames == 48000
+
+
 def main():
     host, module = sys.argv[1:]
     compared = 0
@@ -87,7 +119,9 @@ def main():
                     play(host, name, bits, played)
                     result = setup.played(name, bits)
                     expected = setup.expected(name, source, bits)
-                    differing = numpy.count_nonzero(result[LATENCY : LATENCY + FRAMES] != expected)
+                    measured = position_of(result[:6000], expected[:4000])
+                    assert measured == LATENCY, (layout, rate, bits, measured)
+                    differing = numpy.count_nonzero(result[measured : measured + FRAMES] != expected)
                     assert differing == 0, f"{layout}, {rate} Hz, {bits} bits: {differing} samples differ"
                     # Programs may fill their last period with silence, and lose nothing.
                     assert len(result) >= LATENCY + FRAMES, (layout, rate, bits, len(result))
@@ -95,7 +129,8 @@ def main():
         if host == "aplay":
             check_messages(setup)
             check_plug(setup)
-    passed(Row(f"ALSA: {NAMES[host]}", compared, 0, max(WIDTHS[host]), "not in the interface", LATENCY))
+            check_page(setup)
+    passed(Row(f"ALSA: {NAMES[host]}", compared, 0, max(WIDTHS[host]), "not in the interface", measured))
 
 
 main()
