@@ -122,13 +122,13 @@ void activate(LADSPA_Handle handle)
     static_cast<Instance*>(handle)->stream.reset();
 }
 
-/// Takes the controls over and upmixes.
+/// Takes the controls over, those that are no number as the default, and upmixes.
 void run(LADSPA_Handle handle, unsigned long frames)
 {
     Instance& instance = *static_cast<Instance*>(handle);
-    instance.stream.setBypass(!(control(instance, kOn, 1) > 0));
-    instance.stream.setMode(control(instance, kMode, 1) < 1.5f ? zrk_tarn::SteeringMode::Fast
-                                                               : zrk_tarn::SteeringMode::Calm);
+    instance.stream.setBypass(control(instance, kOn, 1) <= 0);
+    instance.stream.setMode(control(instance, kMode, 1) >= 1.5f ? zrk_tarn::SteeringMode::Calm
+                                                                : zrk_tarn::SteeringMode::Fast);
     if (const LADSPA_Data gainDb = control(instance, kGain, 0); gainDb != instance.gainDb) {
         instance.stream.setMakeUpGain(static_cast<float>(std::pow(10.0, static_cast<double>(gainDb) / 20.0)));
         instance.gainDb = gainDb;

@@ -233,9 +233,10 @@ def check_controls(descriptor, stereo, source, directory, comparison):
         (1, 3, ["--gain", "3"]),
         (2, 0, ["--mode", "2"]),
         (2, -60, ["--mode", "2", "--gain", "-60"]),
-        (NAN, NAN, ["--mode", "2"]),
+        (NAN, NAN, []),
     ):
         instance = Instance(descriptor, 48000)
+        instance.on.value = mode  # on, or no number
         instance.mode.value, instance.gain.value = mode, gain
         expected = command_output(source, directory, bits=32, options=options)
         comparison.equal(instance.run(signal, [480]), expected, f"mode {mode}, gain {gain} dB")
@@ -330,7 +331,7 @@ def main():
         check_two_instances(descriptors, as_floats(stereo), expected, comparison)
         check_flush_to_zero(two, stereo, directory, comparison)
         check_controls(two, stereo, source, directory, comparison)
-        for off_value in (0, -1, NAN):
+        for off_value in (0, -1):
             check_click(two, stereo, expected, off_value)
         check_ten_minutes(two, directory, comparison)
     passed(Row("LADSPA, every call", comparison.samples, 0, 24, str(comparison.reported), comparison.measured))
