@@ -77,7 +77,7 @@ struct State
 struct GstTarnUpmix
 {
     GstBaseTransform base;
-    State* state;
+    State state; ///< constructed and destroyed in the memory that GObject gives
 };
 
 /// The class.
@@ -98,7 +98,7 @@ GstBaseTransformClass* parentClass()
 
 State& stateOf(gpointer instance)
 {
-    return *static_cast<GstTarnUpmix*>(instance)->state;
+    return static_cast<GstTarnUpmix*>(instance)->state;
 }
 
 /// The element's lock, held as long as this lives.
@@ -200,29 +200,28 @@ void carry(GstTarnUpmix* self, const guint8* input, guint8* output, guint64 fram
 ///
 /// input   null brings the tail out
 /// frames  of the input, or of the tail
-GstBuffer* outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames)
+/// output  null where nothing is left, or no buffer can be had, which stops the pipeline
+GstFlowReturn outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames, GstBuffer** output)
 {
+    *output = nullptr;
     State& state = stateOf(self);
     Run& run = state.run;
     const guint64 trimmed = std::min(frames, kLatency - std::min(kLatency, run.given));
 
-    GstAllocator* allocator = nullptr;
-    GstAllocationParams parameters;
-    gst_base_transform_get_allocator(&self->base, &allocator, &parameters);
-    GstBuffer* const buffer = gst_buffer_new_allocate(allocator, frames * state.outputFrameBytes, &parameters);
-    if (allocator != nullptr) gst_object_unref(allocator);
+    GstBuffer* const buffer = gst_buffer_new_allocate(nullptr, frames * state.outputFrameBytes, nullptr);
     GstMapInfo map;
     if (buffer == nullptr || !gst_buffer_map(buffer, &map, GST_MAP_WRITE)) {
-        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, (nullptr), ("no buffer can be had or written"));
+        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT,
+                          ("No buffer can be had for the output, or it cannot be written."), (nullptr));
         if (buffer != nullptr) gst_buffer_unref(buffer);
-        return nullptr;
+        return GST_FLOW_ERROR;
     }
     carry(self, input, map.data, frames);
     gst_buffer_unmap(buffer, &map);
 
     if (trimmed == frames) {
         gst_buffer_unref(buffer);
-        return nullptr;
+        return GST_FLOW_OK;
     }
     gst_buffer_resize(buffer, static_cast<gssize>(trimmed * state.outputFrameBytes),
                       static_cast<gssize>((frames - trimmed) * state.outputFrameBytes));
@@ -235,7 +234,8 @@ GstBuffer* outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames)
         GST_BUFFER_OFFSET(buffer) = run.firstOffset + begin;
         GST_BUFFER_OFFSET_END(buffer) = run.firstOffset + end;
     }
-    return buffer;
+    *output = buffer;
+    return GST_FLOW_OK;
 }
 
 /// Forgets the run, so that the next buffer begins another one.
@@ -250,9 +250,10 @@ void endRun(GstTarnUpmix* self)
 GstFlowReturn drain(GstTarnUpmix* self)
 {
     if (stateOf(self).run.taken == 0) return GST_FLOW_OK;
-    GstBuffer* const tail = outputFor(self, nullptr, kLatency);
+    GstBuffer* tail = nullptr;
+    const GstFlowReturn flow = outputFor(self, nullptr, kLatency, &tail);
     endRun(self);
-    return tail != nullptr ? gst_pad_push(self->base.srcpad, tail) : GST_FLOW_ERROR;
+    return flow == GST_FLOW_OK ? gst_pad_push(self->base.srcpad, tail) : flow;
 }
 
 /// Stops the pipeline, which is told why.
@@ -280,9 +281,9 @@ GstFlowReturn upmix(GstTarnUpmix* self, GstBuffer* input, GstBuffer** output)
     GstMapInfo map;
     if (!gst_buffer_map(input, &map, GST_MAP_READ)) return unreadable(self);
     state.run.taken += frames;
-    *output = outputFor(self, map.data, frames);
+    const GstFlowReturn flow = outputFor(self, map.data, frames, output);
     gst_buffer_unmap(input, &map);
-    return GST_FLOW_OK;
+    return flow;
 }
 
 /// Upmixes the buffer that has come, or lets it pass.
@@ -358,12 +359,25 @@ gboolean setCaps(GstBaseTransform* base, GstCaps* input, GstCaps* output)
     GstAudioInfo to{};
     if (!gst_audio_info_from_caps(&from, input) || !gst_audio_info_from_caps(&to, output)) return FALSE;
     const zrk_tarn::StreamConfiguration configuration = tarn_gst::configurationFor(from, to);
+    std::unique_ptr<UpmixStream> stream;
+    try {
+        stream = std::make_unique<UpmixStream>(configuration);
+    } catch (const std::bad_alloc&) { // would unwind GObject's frames
+        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("There is not enough memory for the upmix."), (nullptr));
+        return FALSE;
+    }
     state.rateHz = configuration.sampleRateHz;
     state.inputFrameBytes = static_cast<gsize>(GST_AUDIO_INFO_BPF(&from));
     state.outputChannels = configuration.outputSlots;
     state.outputFrameBytes = static_cast<gsize>(GST_AUDIO_INFO_BPF(&to));
-    setStream(self, std::make_unique<UpmixStream>(configuration), state.rateHz);
+    setStream(self, std::move(stream), state.rateHz);
     return TRUE;
+}
+
+/// Lets downstream say where buffers should lie only if it is to get them: those that are upmixed end here.
+gboolean proposeAllocation(GstBaseTransform* base, GstQuery* decided, GstQuery* query)
+{
+    return stateOf(base).stream ? TRUE : parentClass()->propose_allocation(base, decided, query);
 }
 
 /// Brings the tail out ahead of whatever ends the run.
@@ -503,7 +517,7 @@ void installProperties(GObjectClass* objectClass)
 
 void finalize(GObject* object)
 {
-    delete static_cast<GstTarnUpmix*>(static_cast<gpointer>(object))->state;
+    std::destroy_at(&stateOf(object));
     G_OBJECT_CLASS(gst_tarn_upmix_parent_class)->finalize(object);
 }
 
@@ -537,6 +551,7 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
     base.transform_caps = transformCaps;
     base.fixate_caps = fixateCaps;
     base.set_caps = setCaps;
+    base.propose_allocation = proposeAllocation;
     base.generate_output = generateOutput;
     base.sink_event = sinkEvent;
     base.query = answerQuery;
@@ -545,6 +560,6 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
 
 static void gst_tarn_upmix_init(GstTarnUpmix* self)
 {
-    self->state = new State;
+    new (&self->state) State;
     gst_base_transform_set_prefer_passthrough(&self->base, FALSE); // but for upmixing
 }

@@ -16,13 +16,40 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
 // GStreamer's element, driven pad by pad: gstreamer_element_test PLUGIN_FILE [GOOGLETEST_OPTION...]
+
+namespace
+{
+
+bool memoryIsOut = false;
+
+} // namespace
+
+/// Memory of engines, the only objects that need more than the usual alignment.
+void* operator new(std::size_t size, std::align_val_t alignment)
+{
+    void* const memory = memoryIsOut ? nullptr : std::aligned_alloc(static_cast<std::size_t>(alignment), size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
+{
+    std::free(memory);
+}
 
 namespace
 {
@@ -190,12 +217,7 @@ public:
     }
 
     /// Their bytes.
-    Bytes output()
-    {
-        Bytes all;
-        for (const Piece& piece : pieces()) all.insert(all.end(), piece.bytes.begin(), piece.bytes.end());
-        return all;
-    }
+    Bytes output();
 
     /// The mask of the output's caps; 0 for none.
     guint64 outputMask() const
@@ -237,6 +259,19 @@ void expectTimes(const std::vector<Piece>& pieces, std::size_t frame, std::size_
         EXPECT_EQ(piece.discontinuous, frame == first);
         frame = end;
     }
+}
+
+/// The bytes of pieces.
+Bytes bytesOf(const std::vector<Piece>& pieces)
+{
+    Bytes all;
+    for (const Piece& piece : pieces) all.insert(all.end(), piece.bytes.begin(), piece.bytes.end());
+    return all;
+}
+
+Bytes Element::output()
+{
+    return bytesOf(pieces());
 }
 
 GstSegment segmentAt(GstClockTime start)
@@ -579,6 +614,21 @@ TEST(Caps, StereoThatAConverterHasToChangeIsNotTaken)
             gst_caps_unref(caps);
         }
     gst_harness_teardown(harness);
+}
+
+TEST(Caps, DownstreamHasASayOnlyInBuffersThatPass)
+{
+    for (const bool passes : {false, true}) {
+        const std::string caps = "audio/x-raw, layout=interleaved, format=S16LE, rate=44100, channels=1";
+        Element element(passes ? caps : capsOf(kS16, 44100));
+        gst_harness_set_propose_allocator(element.harness(), gst_allocator_find(nullptr), nullptr);
+        GstCaps* const current = gst_pad_get_current_caps(element.harness()->srcpad);
+        GstQuery* const query = gst_query_new_allocation(current, TRUE);
+        EXPECT_TRUE(gst_pad_peer_query(element.harness()->srcpad, query));
+        EXPECT_EQ(gst_query_get_n_allocation_params(query), passes ? 1 : 0);
+        gst_query_unref(query);
+        gst_caps_unref(current);
+    }
 }
 
 // --- Time ------------------------------------------------------------------------------------------------------------
@@ -982,6 +1032,105 @@ TEST(Messages, CanBeTurnedOnAndRetimedWhileRunning)
     g_object_set(element.element(), "post-messages", FALSE, nullptr);
     play(9600);
     EXPECT_EQ(count(), 0);
+}
+
+// --- Failures --------------------------------------------------------------------------------------------------------
+
+/// Memory that cannot be had, or not be mapped.
+struct BadAllocator
+{
+    GstAllocator base;
+    bool gives; ///< memory that cannot be mapped
+};
+
+GstMemory* badMemory(GstAllocator* allocator, gsize size, GstAllocationParams*)
+{
+    if (!reinterpret_cast<BadAllocator*>(allocator)->gives) return nullptr;
+    auto* const memory = g_new0(GstMemory, 1);
+    gst_memory_init(memory, GST_MEMORY_FLAG_NO_SHARE, allocator, nullptr, size, 0, 0, size);
+    return memory;
+}
+
+/// An allocator of memory that cannot be mapped, or of none.
+GstAllocator* badAllocator(bool gives)
+{
+    static const GType kType = g_type_register_static_simple(
+        GST_TYPE_ALLOCATOR, "BadAllocator", sizeof(GstAllocatorClass),
+        [](gpointer ownClass, gpointer) {
+            static_cast<GstAllocatorClass*>(ownClass)->alloc = badMemory;
+            static_cast<GstAllocatorClass*>(ownClass)->free = [](GstAllocator*, GstMemory* memory) { g_free(memory); };
+        },
+        sizeof(BadAllocator),
+        [](GTypeInstance* instance, gpointer) {
+            auto* const allocator = reinterpret_cast<GstAllocator*>(instance);
+            allocator->mem_type = "bad";
+            allocator->mem_map = [](GstMemory*, gsize, GstMapFlags) { return gpointer{nullptr}; };
+        },
+        GTypeFlags{});
+    auto* const allocator = static_cast<BadAllocator*>(g_object_new(kType, nullptr));
+    gst_object_ref_sink(allocator);
+    allocator->gives = gives;
+    return &allocator->base;
+}
+
+/// Expects that the pipeline was told of an error, and of no other kind.
+void expectError(Element& element, GstResourceError code)
+{
+    int count = 0;
+    for (; GstMessage* const message = element.message(GST_MESSAGE_ERROR); ++count) {
+        GError* error = nullptr;
+        gst_message_parse_error(message, &error, nullptr);
+        EXPECT_TRUE(g_error_matches(error, GST_RESOURCE_ERROR, code)) << error->message;
+        g_error_free(error);
+        gst_message_unref(message);
+    }
+    EXPECT_GT(count, 0);
+}
+
+TEST(Failures, NoMemoryForTheUpmixIsAnError)
+{
+    const Bytes first = stereoOf(3000, kS16);
+    const Bytes second = stereoOf(3000, kS32);
+    Element element;
+    element.pushAll(first, kS16, 48000);
+    memoryIsOut = true;
+    element.setCaps(capsOf(kS32, 96000));
+    expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+    EXPECT_EQ(element.push(second, 0), GST_FLOW_NOT_NEGOTIATED);
+    expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+    memoryIsOut = false;
+    EXPECT_TRUE(element.output() == upmixOf(first, kS16, 48000)); // with its tail
+
+    element.pushAll(second, kS32, 96000);
+    element.end();
+    EXPECT_TRUE(element.output() == upmixOf(second, kS32, 96000));
+}
+
+TEST(Failures, NoBufferForTheOutputIsAnError)
+{
+    for (const bool gives : {false, true}) {
+        SCOPED_TRACE(gives);
+        Element element;
+        GstAllocator* const good = gst_allocator_find(nullptr);
+        gst_allocator_set_default(badAllocator(gives));
+        EXPECT_EQ(element.push(stereoOf(kLatency, kS16), 0), GST_FLOW_ERROR); // also where nothing would come out
+        expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+        element.end(); // the tail
+        expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+        gst_allocator_set_default(good);
+        EXPECT_TRUE(element.pieces().empty());
+    }
+}
+
+TEST(Failures, InputThatCannotBeReadIsAnError)
+{
+    Element element;
+    GstAllocator* const allocator = badAllocator(true);
+    GstBuffer* const buffer = gst_buffer_new_allocate(allocator, 4096, nullptr);
+    GST_BUFFER_PTS(buffer) = 0;
+    EXPECT_EQ(gst_harness_push(element.harness(), buffer), GST_FLOW_ERROR);
+    gst_object_unref(allocator);
+    expectError(element, GST_RESOURCE_ERROR_READ);
 }
 
 } // namespace
