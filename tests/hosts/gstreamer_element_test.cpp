@@ -537,6 +537,20 @@ TEST(Caps, DownstreamMayChangeItsMind)
     EXPECT_EQ(element.outputMask(), 0x3f);
 }
 
+TEST(Caps, AskingAgainWithoutAChangeIsNotHeard)
+{
+    const Bytes stereo = stereoOf(6000, kS16);
+    const auto middle = stereo.begin() + 4 * 3000;
+    Element element;
+    element.pushAll(Bytes(stereo.begin(), middle), kS16, 48000);
+    gst_harness_push_upstream_event(element.harness(), gst_event_new_reconfigure());
+    element.pushAll(Bytes(middle, stereo.end()), kS16, 48000, {1024}, 3000);
+    element.end();
+    const std::vector<Piece> pieces = element.pieces();
+    expectTimes(pieces, 0, 6, 48000);
+    EXPECT_TRUE(bytesOf(pieces) == upmixOf(stereo, kS16, 48000));
+}
+
 TEST(Caps, EverythingButStereoPassesUntouched)
 {
     for (const char* const caps : {
@@ -641,6 +655,32 @@ TEST(Time, LatencyIsThatOfUpstreamAnd1024Frames)
         const GstClockTime own = gst_util_uint64_scale_ceil(kLatency, GST_SECOND, static_cast<guint64>(rateHz));
         EXPECT_EQ(gst_harness_query_latency(element.harness()), 5 * GST_MSECOND + own);
         EXPECT_EQ(gst_util_uint64_scale(own, static_cast<guint64>(rateHz), GST_SECOND), kLatency);
+    }
+}
+
+TEST(Time, LatencyIsAddedToTheLeastAndTheMostOfUpstream)
+{
+    static constexpr GstClockTime kLeast = 5 * GST_MSECOND;
+    static GstClockTime most;
+    for (const GstClockTime upstream : {GstClockTime{40 * GST_MSECOND}, GST_CLOCK_TIME_NONE}) {
+        most = upstream;
+        Element element;
+        gst_pad_set_query_function(element.harness()->srcpad, [](GstPad* pad, GstObject* parent, GstQuery* query) {
+            if (GST_QUERY_TYPE(query) != GST_QUERY_LATENCY) return gst_pad_query_default(pad, parent, query);
+            gst_query_set_latency(query, TRUE, kLeast, most);
+            return gboolean{TRUE};
+        });
+        GstQuery* const query = gst_query_new_latency();
+        ASSERT_TRUE(gst_pad_peer_query(element.harness()->sinkpad, query));
+        gboolean live = FALSE;
+        GstClockTime answeredLeast = 0;
+        GstClockTime answeredMost = 0;
+        gst_query_parse_latency(query, &live, &answeredLeast, &answeredMost);
+        gst_query_unref(query);
+        const GstClockTime own = gst_util_uint64_scale_ceil(kLatency, GST_SECOND, 48000);
+        EXPECT_TRUE(live);
+        EXPECT_EQ(answeredLeast, kLeast + own);
+        EXPECT_EQ(answeredMost, upstream == GST_CLOCK_TIME_NONE ? upstream : upstream + own);
     }
 }
 
@@ -1008,6 +1048,90 @@ TEST(Messages, ComeAtTheIntervalWhereTheyAreWanted)
     Element silent;
     silent.pushAll(stereo, kS16, 48000);
     EXPECT_EQ(silent.message(GST_MESSAGE_ELEMENT), nullptr);
+}
+
+/// The message's number of that name.
+guint64 numberOf(const GstStructure* structure, const char* name)
+{
+    guint64 number = 0;
+    EXPECT_TRUE(gst_structure_get_uint64(structure, name, &number)) << name;
+    return number;
+}
+
+TEST(Messages, SayWhatTheStreamsMetersSay)
+{
+    constexpr std::size_t kFrames = 48000;
+    constexpr std::size_t kInterval = 2400;
+    constexpr std::size_t kFirst = 13 * 4800; // 1.3 s
+    constexpr double kGainDb = 18.0;
+    std::vector<float> stereo;
+    const Bytes integers = stereoOf(kFrames, kS16);
+    for (std::size_t i = 0; i < integers.size(); i += 2)
+        stereo.push_back(static_cast<float>(static_cast<std::int16_t>(integers[i] | integers[i + 1] << 8)) / 32768.0f);
+    stereo[20000] = std::nanf("");
+    Bytes bytes(stereo.size() * sizeof(float));
+    std::memcpy(bytes.data(), stereo.data(), bytes.size());
+
+    constexpr Format kF32{"F32LE", 32};
+    Element element(capsOf(kF32, 48000));
+    g_object_set(element.element(), "post-messages", TRUE, "interval", 50 * GST_MSECOND, "make-up-gain", kGainDb,
+                 nullptr);
+    GstSegment segment = segmentAt(GST_SECOND);
+    segment.base = 7 * GST_SECOND;
+    segment.time = 20 * GST_SECOND;
+    element.event(gst_event_new_segment(&segment));
+    element.pushAll(bytes, kF32, 48000, {1000}, kFirst);
+    element.end();
+
+    zrk_tarn::UpmixStream stream({});
+    stream.setMakeUpGain(static_cast<float>(std::pow(10.0, kGainDb / 20.0)));
+    std::vector<float> unused(3 * (kInterval + kLatency));
+    zrk_tarn::StreamMeters meters{};
+    std::size_t taken = 0;
+    bool steered = false;
+    bool fast = false;
+    for (std::size_t begin = 0; begin < kFrames; begin += kInterval) {
+        SCOPED_TRACE(begin);
+        const std::size_t until = begin + kInterval + kLatency;
+        const std::size_t some = std::min(until, kFrames) - taken;
+        stream.process(&stereo[2 * taken], unused.data(), some);
+        taken += some;
+        if (until > taken) stream.drain(unused.data(), until - taken);
+        meters = stream.meters();
+
+        GstMessage* const message = element.message(GST_MESSAGE_ELEMENT);
+        ASSERT_NE(message, nullptr);
+        const GstStructure* const structure = gst_message_get_structure(message);
+        const GstClockTime time = timeOf(kFirst + begin, 48000);
+        EXPECT_EQ(numberOf(structure, "timestamp"), time);
+        EXPECT_EQ(numberOf(structure, "running-time"), time + 6 * GST_SECOND);
+        EXPECT_EQ(numberOf(structure, "stream-time"), time + 19 * GST_SECOND);
+        EXPECT_EQ(numberOf(structure, "blocks"), meters.blocks);
+        EXPECT_EQ(numberOf(structure, "saturated"), meters.saturated);
+        EXPECT_EQ(numberOf(structure, "invalid"), meters.invalid);
+        const auto decibels = [](float level) {
+            return level > 0.0f ? 20.0 * std::log10(static_cast<double>(level)) : -350.0;
+        };
+        for (guint channel = 0; channel < 3; ++channel) {
+            EXPECT_EQ(listItem(structure, "peak", channel), decibels(meters.peak[channel]));
+            EXPECT_EQ(listItem(structure, "rms", channel), decibels(meters.rms[channel]));
+        }
+        for (guint group = 0; group < 16; ++group) {
+            SCOPED_TRACE(group);
+            EXPECT_EQ(listItem(structure, "left-right", group), static_cast<double>(meters.leftRight[group]));
+            EXPECT_EQ(listItem(structure, "front-back", group), static_cast<double>(meters.frontBack[group]));
+            const GValue* const speeds = gst_structure_get_value(structure, "speed");
+            EXPECT_EQ(g_value_get_int(gst_value_array_get_value(speeds, group)), static_cast<int>(meters.speed[group]));
+            steered = steered || std::abs(meters.leftRight[group] - meters.frontBack[group]) > 0.5f;
+            fast = fast || meters.speed[group] == zrk_tarn::SteeringSpeed::Fast;
+        }
+        gst_message_unref(message);
+    }
+    EXPECT_EQ(element.message(GST_MESSAGE_ELEMENT), nullptr);
+    EXPECT_TRUE(steered);
+    EXPECT_TRUE(fast);
+    EXPECT_GT(meters.saturated, 0);
+    EXPECT_EQ(meters.invalid, 1);
 }
 
 TEST(Messages, CanBeTurnedOnAndRetimedWhileRunning)
