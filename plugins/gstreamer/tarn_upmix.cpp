@@ -51,9 +51,11 @@ struct Run
 {
     GstClockTime firstPts = GST_CLOCK_TIME_NONE;
     guint64 firstOffset = GST_BUFFER_OFFSET_NONE;
-    guint64 taken = 0;   ///< frames
-    guint64 given = 0;   ///< frames, with the latency that is trimmed off
-    guint64 metered = 0; ///< frames of the output up to the last message
+    GstClockTimeDiff drift = 0;               ///< of the input's time stamps since, as far as it is followed
+    GstClockTime until = GST_CLOCK_TIME_NONE; ///< where the last buffer that came out ends
+    guint64 taken = 0;                        ///< frames
+    guint64 given = 0;                        ///< frames, with the latency that is trimmed off
+    guint64 metered = 0;                      ///< frames of the output up to the last message
 };
 
 /// All of an element that is not its base's.
@@ -124,8 +126,10 @@ GstClockTime durationOf(const State& state, guint64 frames)
 /// When a frame of the run is due.
 GstClockTime timeOf(const State& state, guint64 frame)
 {
-    return GST_CLOCK_TIME_IS_VALID(state.run.firstPts) ? state.run.firstPts + durationOf(state, frame)
-                                                       : GST_CLOCK_TIME_NONE;
+    const Run& run = state.run;
+    return GST_CLOCK_TIME_IS_VALID(run.firstPts)
+               ? run.firstPts + durationOf(state, frame) + static_cast<GstClockTime>(run.drift)
+               : GST_CLOCK_TIME_NONE;
 }
 
 /// Whether a buffer is not the continuation of the run.
@@ -135,20 +139,32 @@ GstClockTime timeOf(const State& state, guint64 frame)
 bool isGapBefore(const State& state, const GstBuffer* buffer)
 {
     const bool discontinuous = GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-    const auto differs = [&](guint64 frame) {
-        const guint64 difference = std::max(frame, state.run.taken) - std::min(frame, state.run.taken);
-        return difference > (discontinuous ? 1 : state.rateHz / 32);
-    };
+    const guint64 most = discontinuous ? 1 : state.rateHz / 32;
+    const auto difference = [](guint64 a, guint64 b) { return std::max(a, b) - std::min(a, b); };
     if (GST_BUFFER_PTS_IS_VALID(buffer)) {
-        const GstClockTime pts = GST_BUFFER_PTS(buffer);
-        return !GST_CLOCK_TIME_IS_VALID(state.run.firstPts) || pts < state.run.firstPts ||
-               differs(gst_util_uint64_scale_round(pts - state.run.firstPts, state.rateHz, GST_SECOND));
+        if (!GST_CLOCK_TIME_IS_VALID(state.run.firstPts)) return true;
+        const GstClockTime time = difference(GST_BUFFER_PTS(buffer), timeOf(state, state.run.taken));
+        return gst_util_uint64_scale_round(time, state.rateHz, GST_SECOND) > most;
     }
-    if (GST_BUFFER_OFFSET_IS_VALID(buffer) && state.run.firstOffset != GST_BUFFER_OFFSET_NONE) {
-        const guint64 offset = GST_BUFFER_OFFSET(buffer);
-        return offset < state.run.firstOffset || differs(offset - state.run.firstOffset);
-    }
+    if (GST_BUFFER_OFFSET_IS_VALID(buffer) && state.run.firstOffset != GST_BUFFER_OFFSET_NONE)
+        return difference(GST_BUFFER_OFFSET(buffer), state.run.firstOffset + state.run.taken) > most;
     return false;
+}
+
+/// Lets the run's times follow those of a source with a clock of its own, before they differ by so much that they look
+/// like a gap.
+///
+/// Differences up to kSteady are left alone: files whose time stamps are rounded to milliseconds get exact ones. What
+/// is beyond is made good over a second, so that a single buffer that is early or late moves little.
+void followTime(State& state, const GstBuffer* buffer, guint64 frames)
+{
+    constexpr GstClockTimeDiff kSteady = 2 * GST_MSECOND;
+    Run& run = state.run;
+    if (run.given < kLatency || !GST_BUFFER_PTS_IS_VALID(buffer) || !GST_CLOCK_TIME_IS_VALID(run.firstPts)) return;
+    const GstClockTimeDiff lateness = GST_CLOCK_DIFF(timeOf(state, run.taken), GST_BUFFER_PTS(buffer));
+    const GstClockTimeDiff beyond = lateness - std::clamp(lateness, -kSteady, kSteady);
+    const auto second = static_cast<GstClockTimeDiff>(state.rateHz);
+    run.drift += beyond * std::min(static_cast<GstClockTimeDiff>(frames), second) / second;
 }
 
 // --- Frames ----------------------------------------------------------------------------------------------------------
@@ -228,8 +244,10 @@ GstFlowReturn outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames,
     const guint64 end = run.given - kLatency;
     const guint64 begin = end - (frames - trimmed);
     if (begin == 0) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-    GST_BUFFER_PTS(buffer) = timeOf(state, begin);
-    GST_BUFFER_DURATION(buffer) = durationOf(state, end) - durationOf(state, begin);
+    const GstClockTime pts = std::exchange(run.until, timeOf(state, end));
+    GST_BUFFER_PTS(buffer) = pts;
+    GST_BUFFER_DURATION(buffer) =
+        GST_CLOCK_TIME_IS_VALID(pts) ? run.until - pts : durationOf(state, end) - durationOf(state, begin);
     if (run.firstOffset != GST_BUFFER_OFFSET_NONE) {
         GST_BUFFER_OFFSET(buffer) = run.firstOffset + begin;
         GST_BUFFER_OFFSET_END(buffer) = run.firstOffset + end;
@@ -272,9 +290,10 @@ GstFlowReturn upmix(GstTarnUpmix* self, GstBuffer* input, GstBuffer** output)
     if (state.run.taken > 0 && isGapBefore(state, input))
         if (const GstFlowReturn flow = drain(self); flow != GST_FLOW_OK) return flow;
     if (state.run.taken == 0) {
-        state.run.firstPts = GST_BUFFER_PTS(input);
+        state.run.firstPts = state.run.until = GST_BUFFER_PTS(input);
         state.run.firstOffset = GST_BUFFER_OFFSET(input);
     }
+    followTime(state, input, frames);
     const GstClockTime streamTime = tarn_gst::streamTime(self->base.segment, GST_BUFFER_PTS(input));
     if (GST_CLOCK_TIME_IS_VALID(streamTime)) gst_object_sync_values(GST_OBJECT(self), streamTime);
 

@@ -793,6 +793,107 @@ TEST(Time, RoundedTimeStampsAreNoJumps)
     EXPECT_TRUE(output == upmixOf(stereo, kS16, 44100));
 }
 
+TEST(Time, MoreThanA32ndOfASecondIsAJump)
+{
+    const Bytes first = stereoOf(3000, kS16, 1);
+    const Bytes second = stereoOf(1024, kS16, 2);
+    Bytes both = first;
+    both.insert(both.end(), second.begin(), second.end());
+    for (const int rateHz : {44100, 48000, 192000})
+        for (const bool late : {false, true}) {
+            const auto most = static_cast<std::size_t>(rateHz) / 32;
+            for (const std::size_t by : {most, most + 1}) {
+                SCOPED_TRACE(std::to_string(rateHz) + (late ? " late by " : " early by ") + std::to_string(by));
+                const std::size_t start = 10000;
+                const std::size_t end = start + 3000;
+                Element element(capsOf(kS16, rateHz));
+                element.pushAll(first, kS16, rateHz, {1024}, start);
+                element.push(second, timeOf(late ? end + by : end - by, rateHz));
+                element.end();
+                const std::vector<Piece> pieces = element.pieces();
+                const auto runs = std::ranges::count_if(pieces, &Piece::discontinuous);
+                EXPECT_EQ(runs, by == most ? 1 : 2);
+                Bytes expected = upmixOf(by == most ? both : first, kS16, rateHz);
+                if (by > most) {
+                    const Bytes apart = upmixOf(second, kS16, rateHz);
+                    expected.insert(expected.end(), apart.begin(), apart.end());
+                }
+                EXPECT_TRUE(bytesOf(pieces) == expected);
+            }
+        }
+}
+
+/// Buffers without a gap between them.
+void expectNoGaps(const std::vector<Piece>& pieces)
+{
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        EXPECT_EQ(pieces[i].discontinuous, i == 0);
+        EXPECT_EQ(pieces[i].pts, i == 0 ? pieces[i].pts : pieces[i - 1].pts + pieces[i - 1].duration);
+    }
+}
+
+TEST(Time, ASlowOrFastClockIsFollowedWithoutAJump)
+{
+    constexpr int kRateHz = 32000;
+    constexpr std::size_t kFrames = std::size_t{130} * kRateHz;
+    const Bytes stereo = stereoOf(kFrames, kS16);
+    const Bytes upmix = upmixOf(stereo, kS16, kRateHz);
+    for (const double clock : {1.001, 0.999}) {
+        SCOPED_TRACE(clock);
+        const auto dueAt = [&](std::size_t frame) {
+            return 5 * GST_SECOND + static_cast<GstClockTime>(clock * static_cast<double>(timeOf(frame, kRateHz)));
+        };
+        Element element(capsOf(kS16, kRateHz));
+        for (std::size_t i = 0; i < kFrames; i += 500)
+            element.push(std::span(stereo).subspan(4 * i, 4 * 500), dueAt(i), false, i);
+        element.event(gst_event_new_gap(dueAt(kFrames), GST_SECOND));
+        const std::vector<Piece> pieces = element.pieces();
+        expectNoGaps(pieces);
+        EXPECT_TRUE(bytesOf(pieces) == upmix);
+        for (const Piece& piece : pieces) {
+            const GstClockTimeDiff distance = GST_CLOCK_DIFF(dueAt(piece.offset), piece.pts);
+            ASSERT_LE(std::abs(distance), 3100 * GST_USECOND) << piece.offset;
+            const double stretched = static_cast<double>(piece.duration) / static_cast<double>(timeOf(500, kRateHz));
+            ASSERT_NEAR(piece.bytes.size() == 6 * 500 ? stretched : 1.0, 1.0, 0.0011) << piece.offset;
+        }
+        const std::size_t frame = kFrames + std::size_t{2} * kRateHz; // another run begins at its own time
+        element.pushAll(stereoOf(3000, kS16), kS16, kRateHz, {1024}, frame);
+        element.end();
+        expectTimes(element.pieces(), frame, 6, kRateHz);
+    }
+}
+
+TEST(Time, SingleBuffersThatAreEarlyOrLateMoveLittle)
+{
+    const Bytes stereo = stereoOf(480, kS16);
+    Element element;
+    for (std::size_t i = 0; i < 600; ++i) {
+        const GstClockTime due = GST_SECOND + i * 10 * GST_MSECOND;
+        element.push(stereo,
+                     i % 50 == 25   ? due + 20 * GST_MSECOND
+                     : i % 50 == 40 ? due - 20 * GST_MSECOND
+                                    : due,
+                     false, i * 480);
+    }
+    element.end();
+    const std::vector<Piece> pieces = element.pieces();
+    expectNoGaps(pieces);
+    for (const Piece& piece : pieces) {
+        const GstClockTimeDiff distance = GST_CLOCK_DIFF(GST_SECOND + timeOf(piece.offset, 48000), piece.pts);
+        EXPECT_LE(std::abs(distance), 200 * GST_USECOND) << piece.offset;
+    }
+}
+
+TEST(Time, WhatComesOutFirstIsNeverShortened)
+{
+    const Bytes stereo = stereoOf(kLatency, kS16);
+    Element element;
+    element.push(std::span(stereo).subspan(0, 4), GST_SECOND, false, 48000);
+    element.push(stereo, GST_SECOND - 20 * GST_MSECOND, false, 48001); // of which one frame comes out
+    element.end();
+    expectTimes(element.pieces(), 48000, 6, 48000);
+}
+
 /// Expects that an event comes out behind the tail of what came before it, or that there is no tail.
 void expectTailBefore(GstEvent* event, bool drained = true)
 {
