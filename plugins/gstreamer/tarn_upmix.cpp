@@ -51,9 +51,11 @@ struct Run
 {
     GstClockTime firstPts = GST_CLOCK_TIME_NONE;
     guint64 firstOffset = GST_BUFFER_OFFSET_NONE;
-    guint64 taken = 0;   ///< frames
-    guint64 given = 0;   ///< frames, with the latency that is trimmed off
-    guint64 metered = 0; ///< frames of the output up to the last message
+    GstClockTimeDiff drift = 0;               ///< of the input's time stamps since, as far as it is followed
+    GstClockTime until = GST_CLOCK_TIME_NONE; ///< where the last buffer that came out ends
+    guint64 taken = 0;                        ///< frames
+    guint64 given = 0;                        ///< frames, with the latency that is trimmed off
+    guint64 metered = 0;                      ///< frames of the output up to the last message
 };
 
 /// All of an element that is not its base's.
@@ -77,7 +79,7 @@ struct State
 struct GstTarnUpmix
 {
     GstBaseTransform base;
-    State* state;
+    State state; ///< constructed and destroyed in the memory that GObject gives
 };
 
 /// The class.
@@ -98,7 +100,7 @@ GstBaseTransformClass* parentClass()
 
 State& stateOf(gpointer instance)
 {
-    return *static_cast<GstTarnUpmix*>(instance)->state;
+    return static_cast<GstTarnUpmix*>(instance)->state;
 }
 
 /// The element's lock, held as long as this lives.
@@ -124,8 +126,10 @@ GstClockTime durationOf(const State& state, guint64 frames)
 /// When a frame of the run is due.
 GstClockTime timeOf(const State& state, guint64 frame)
 {
-    return GST_CLOCK_TIME_IS_VALID(state.run.firstPts) ? state.run.firstPts + durationOf(state, frame)
-                                                       : GST_CLOCK_TIME_NONE;
+    const Run& run = state.run;
+    return GST_CLOCK_TIME_IS_VALID(run.firstPts)
+               ? run.firstPts + durationOf(state, frame) + static_cast<GstClockTime>(run.drift)
+               : GST_CLOCK_TIME_NONE;
 }
 
 /// Whether a buffer is not the continuation of the run.
@@ -135,20 +139,32 @@ GstClockTime timeOf(const State& state, guint64 frame)
 bool isGapBefore(const State& state, const GstBuffer* buffer)
 {
     const bool discontinuous = GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-    const auto differs = [&](guint64 frame) {
-        const guint64 difference = std::max(frame, state.run.taken) - std::min(frame, state.run.taken);
-        return difference > (discontinuous ? 1 : state.rateHz / 32);
-    };
+    const guint64 most = discontinuous ? 1 : state.rateHz / 32;
+    const auto difference = [](guint64 a, guint64 b) { return std::max(a, b) - std::min(a, b); };
     if (GST_BUFFER_PTS_IS_VALID(buffer)) {
-        const GstClockTime pts = GST_BUFFER_PTS(buffer);
-        return !GST_CLOCK_TIME_IS_VALID(state.run.firstPts) || pts < state.run.firstPts ||
-               differs(gst_util_uint64_scale_round(pts - state.run.firstPts, state.rateHz, GST_SECOND));
+        if (!GST_CLOCK_TIME_IS_VALID(state.run.firstPts)) return true;
+        const GstClockTime time = difference(GST_BUFFER_PTS(buffer), timeOf(state, state.run.taken));
+        return gst_util_uint64_scale_round(time, state.rateHz, GST_SECOND) > most;
     }
-    if (GST_BUFFER_OFFSET_IS_VALID(buffer) && state.run.firstOffset != GST_BUFFER_OFFSET_NONE) {
-        const guint64 offset = GST_BUFFER_OFFSET(buffer);
-        return offset < state.run.firstOffset || differs(offset - state.run.firstOffset);
-    }
+    if (GST_BUFFER_OFFSET_IS_VALID(buffer) && state.run.firstOffset != GST_BUFFER_OFFSET_NONE)
+        return difference(GST_BUFFER_OFFSET(buffer), state.run.firstOffset + state.run.taken) > most;
     return false;
+}
+
+/// Lets the run's times follow those of a source with a clock of its own, before they differ by so much that they look
+/// like a gap.
+///
+/// Differences up to kSteady are left alone: files whose time stamps are rounded to milliseconds get exact ones. What
+/// is beyond is made good over a second, so that a single buffer that is early or late moves little.
+void followTime(State& state, const GstBuffer* buffer, guint64 frames)
+{
+    constexpr GstClockTimeDiff kSteady = 2 * GST_MSECOND;
+    Run& run = state.run;
+    if (run.given < kLatency || !GST_BUFFER_PTS_IS_VALID(buffer) || !GST_CLOCK_TIME_IS_VALID(run.firstPts)) return;
+    const GstClockTimeDiff lateness = GST_CLOCK_DIFF(timeOf(state, run.taken), GST_BUFFER_PTS(buffer));
+    const GstClockTimeDiff beyond = lateness - std::clamp(lateness, -kSteady, kSteady);
+    const auto second = static_cast<GstClockTimeDiff>(state.rateHz);
+    run.drift += beyond * std::min(static_cast<GstClockTimeDiff>(frames), second) / second;
 }
 
 // --- Frames ----------------------------------------------------------------------------------------------------------
@@ -200,42 +216,44 @@ void carry(GstTarnUpmix* self, const guint8* input, guint8* output, guint64 fram
 ///
 /// input   null brings the tail out
 /// frames  of the input, or of the tail
-GstBuffer* outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames)
+/// output  null where nothing is left, or no buffer can be had, which stops the pipeline
+GstFlowReturn outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames, GstBuffer** output)
 {
+    *output = nullptr;
     State& state = stateOf(self);
     Run& run = state.run;
     const guint64 trimmed = std::min(frames, kLatency - std::min(kLatency, run.given));
 
-    GstAllocator* allocator = nullptr;
-    GstAllocationParams parameters;
-    gst_base_transform_get_allocator(&self->base, &allocator, &parameters);
-    GstBuffer* const buffer = gst_buffer_new_allocate(allocator, frames * state.outputFrameBytes, &parameters);
-    if (allocator != nullptr) gst_object_unref(allocator);
+    GstBuffer* const buffer = gst_buffer_new_allocate(nullptr, frames * state.outputFrameBytes, nullptr);
     GstMapInfo map;
     if (buffer == nullptr || !gst_buffer_map(buffer, &map, GST_MAP_WRITE)) {
-        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, (nullptr), ("no buffer can be had or written"));
+        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT,
+                          ("No buffer can be had for the output, or it cannot be written."), (nullptr));
         if (buffer != nullptr) gst_buffer_unref(buffer);
-        return nullptr;
+        return GST_FLOW_ERROR;
     }
     carry(self, input, map.data, frames);
     gst_buffer_unmap(buffer, &map);
 
     if (trimmed == frames) {
         gst_buffer_unref(buffer);
-        return nullptr;
+        return GST_FLOW_OK;
     }
     gst_buffer_resize(buffer, static_cast<gssize>(trimmed * state.outputFrameBytes),
                       static_cast<gssize>((frames - trimmed) * state.outputFrameBytes));
     const guint64 end = run.given - kLatency;
     const guint64 begin = end - (frames - trimmed);
     if (begin == 0) GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_DISCONT);
-    GST_BUFFER_PTS(buffer) = timeOf(state, begin);
-    GST_BUFFER_DURATION(buffer) = durationOf(state, end) - durationOf(state, begin);
+    const GstClockTime pts = std::exchange(run.until, timeOf(state, end));
+    GST_BUFFER_PTS(buffer) = pts;
+    GST_BUFFER_DURATION(buffer) =
+        GST_CLOCK_TIME_IS_VALID(pts) ? run.until - pts : durationOf(state, end) - durationOf(state, begin);
     if (run.firstOffset != GST_BUFFER_OFFSET_NONE) {
         GST_BUFFER_OFFSET(buffer) = run.firstOffset + begin;
         GST_BUFFER_OFFSET_END(buffer) = run.firstOffset + end;
     }
-    return buffer;
+    *output = buffer;
+    return GST_FLOW_OK;
 }
 
 /// Forgets the run, so that the next buffer begins another one.
@@ -250,9 +268,10 @@ void endRun(GstTarnUpmix* self)
 GstFlowReturn drain(GstTarnUpmix* self)
 {
     if (stateOf(self).run.taken == 0) return GST_FLOW_OK;
-    GstBuffer* const tail = outputFor(self, nullptr, kLatency);
+    GstBuffer* tail = nullptr;
+    const GstFlowReturn flow = outputFor(self, nullptr, kLatency, &tail);
     endRun(self);
-    return tail != nullptr ? gst_pad_push(self->base.srcpad, tail) : GST_FLOW_ERROR;
+    return flow == GST_FLOW_OK ? gst_pad_push(self->base.srcpad, tail) : flow;
 }
 
 /// Stops the pipeline, which is told why.
@@ -271,18 +290,19 @@ GstFlowReturn upmix(GstTarnUpmix* self, GstBuffer* input, GstBuffer** output)
     if (state.run.taken > 0 && isGapBefore(state, input))
         if (const GstFlowReturn flow = drain(self); flow != GST_FLOW_OK) return flow;
     if (state.run.taken == 0) {
-        state.run.firstPts = GST_BUFFER_PTS(input);
+        state.run.firstPts = state.run.until = GST_BUFFER_PTS(input);
         state.run.firstOffset = GST_BUFFER_OFFSET(input);
     }
+    followTime(state, input, frames);
     const GstClockTime streamTime = tarn_gst::streamTime(self->base.segment, GST_BUFFER_PTS(input));
     if (GST_CLOCK_TIME_IS_VALID(streamTime)) gst_object_sync_values(GST_OBJECT(self), streamTime);
 
     GstMapInfo map;
     if (!gst_buffer_map(input, &map, GST_MAP_READ)) return unreadable(self);
     state.run.taken += frames;
-    *output = outputFor(self, map.data, frames);
+    const GstFlowReturn flow = outputFor(self, map.data, frames, output);
     gst_buffer_unmap(input, &map);
-    return GST_FLOW_OK;
+    return flow;
 }
 
 /// Upmixes the buffer that has come, or lets it pass.
@@ -358,12 +378,25 @@ gboolean setCaps(GstBaseTransform* base, GstCaps* input, GstCaps* output)
     GstAudioInfo to{};
     if (!gst_audio_info_from_caps(&from, input) || !gst_audio_info_from_caps(&to, output)) return FALSE;
     const zrk_tarn::StreamConfiguration configuration = tarn_gst::configurationFor(from, to);
+    std::unique_ptr<UpmixStream> stream;
+    try {
+        stream = std::make_unique<UpmixStream>(configuration);
+    } catch (const std::bad_alloc&) { // would unwind GObject's frames
+        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("There is not enough memory for the upmix."), (nullptr));
+        return FALSE;
+    }
     state.rateHz = configuration.sampleRateHz;
     state.inputFrameBytes = static_cast<gsize>(GST_AUDIO_INFO_BPF(&from));
     state.outputChannels = configuration.outputSlots;
     state.outputFrameBytes = static_cast<gsize>(GST_AUDIO_INFO_BPF(&to));
-    setStream(self, std::make_unique<UpmixStream>(configuration), state.rateHz);
+    setStream(self, std::move(stream), state.rateHz);
     return TRUE;
+}
+
+/// Lets downstream say where buffers should lie only if it is to get them: those that are upmixed end here.
+gboolean proposeAllocation(GstBaseTransform* base, GstQuery* decided, GstQuery* query)
+{
+    return stateOf(base).stream ? TRUE : parentClass()->propose_allocation(base, decided, query);
 }
 
 /// Brings the tail out ahead of whatever ends the run.
@@ -503,7 +536,7 @@ void installProperties(GObjectClass* objectClass)
 
 void finalize(GObject* object)
 {
-    delete static_cast<GstTarnUpmix*>(static_cast<gpointer>(object))->state;
+    std::destroy_at(&stateOf(object));
     G_OBJECT_CLASS(gst_tarn_upmix_parent_class)->finalize(object);
 }
 
@@ -537,6 +570,7 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
     base.transform_caps = transformCaps;
     base.fixate_caps = fixateCaps;
     base.set_caps = setCaps;
+    base.propose_allocation = proposeAllocation;
     base.generate_output = generateOutput;
     base.sink_event = sinkEvent;
     base.query = answerQuery;
@@ -545,6 +579,6 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
 
 static void gst_tarn_upmix_init(GstTarnUpmix* self)
 {
-    self->state = new State;
+    new (&self->state) State;
     gst_base_transform_set_prefer_passthrough(&self->base, FALSE); // but for upmixing
 }

@@ -16,13 +16,40 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <span>
 #include <string>
 #include <thread>
 #include <vector>
 
 // GStreamer's element, driven pad by pad: gstreamer_element_test PLUGIN_FILE [GOOGLETEST_OPTION...]
+
+namespace
+{
+
+bool memoryIsOut = false;
+
+} // namespace
+
+/// Memory of engines, the only objects that need more than the usual alignment.
+void* operator new(std::size_t size, std::align_val_t alignment)
+{
+    void* const memory = memoryIsOut ? nullptr : std::aligned_alloc(static_cast<std::size_t>(alignment), size);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
+{
+    std::free(memory);
+}
 
 namespace
 {
@@ -190,12 +217,7 @@ public:
     }
 
     /// Their bytes.
-    Bytes output()
-    {
-        Bytes all;
-        for (const Piece& piece : pieces()) all.insert(all.end(), piece.bytes.begin(), piece.bytes.end());
-        return all;
-    }
+    Bytes output();
 
     /// The mask of the output's caps; 0 for none.
     guint64 outputMask() const
@@ -237,6 +259,19 @@ void expectTimes(const std::vector<Piece>& pieces, std::size_t frame, std::size_
         EXPECT_EQ(piece.discontinuous, frame == first);
         frame = end;
     }
+}
+
+/// The bytes of pieces.
+Bytes bytesOf(const std::vector<Piece>& pieces)
+{
+    Bytes all;
+    for (const Piece& piece : pieces) all.insert(all.end(), piece.bytes.begin(), piece.bytes.end());
+    return all;
+}
+
+Bytes Element::output()
+{
+    return bytesOf(pieces());
 }
 
 GstSegment segmentAt(GstClockTime start)
@@ -502,6 +537,20 @@ TEST(Caps, DownstreamMayChangeItsMind)
     EXPECT_EQ(element.outputMask(), 0x3f);
 }
 
+TEST(Caps, AskingAgainWithoutAChangeIsNotHeard)
+{
+    const Bytes stereo = stereoOf(6000, kS16);
+    const auto middle = stereo.begin() + 4 * 3000;
+    Element element;
+    element.pushAll(Bytes(stereo.begin(), middle), kS16, 48000);
+    gst_harness_push_upstream_event(element.harness(), gst_event_new_reconfigure());
+    element.pushAll(Bytes(middle, stereo.end()), kS16, 48000, {1024}, 3000);
+    element.end();
+    const std::vector<Piece> pieces = element.pieces();
+    expectTimes(pieces, 0, 6, 48000);
+    EXPECT_TRUE(bytesOf(pieces) == upmixOf(stereo, kS16, 48000));
+}
+
 TEST(Caps, EverythingButStereoPassesUntouched)
 {
     for (const char* const caps : {
@@ -581,6 +630,21 @@ TEST(Caps, StereoThatAConverterHasToChangeIsNotTaken)
     gst_harness_teardown(harness);
 }
 
+TEST(Caps, DownstreamHasASayOnlyInBuffersThatPass)
+{
+    for (const bool passes : {false, true}) {
+        const std::string caps = "audio/x-raw, layout=interleaved, format=S16LE, rate=44100, channels=1";
+        Element element(passes ? caps : capsOf(kS16, 44100));
+        gst_harness_set_propose_allocator(element.harness(), gst_allocator_find(nullptr), nullptr);
+        GstCaps* const current = gst_pad_get_current_caps(element.harness()->srcpad);
+        GstQuery* const query = gst_query_new_allocation(current, TRUE);
+        EXPECT_TRUE(gst_pad_peer_query(element.harness()->srcpad, query));
+        EXPECT_EQ(gst_query_get_n_allocation_params(query), passes ? 1 : 0);
+        gst_query_unref(query);
+        gst_caps_unref(current);
+    }
+}
+
 // --- Time ------------------------------------------------------------------------------------------------------------
 
 TEST(Time, LatencyIsThatOfUpstreamAnd1024Frames)
@@ -591,6 +655,32 @@ TEST(Time, LatencyIsThatOfUpstreamAnd1024Frames)
         const GstClockTime own = gst_util_uint64_scale_ceil(kLatency, GST_SECOND, static_cast<guint64>(rateHz));
         EXPECT_EQ(gst_harness_query_latency(element.harness()), 5 * GST_MSECOND + own);
         EXPECT_EQ(gst_util_uint64_scale(own, static_cast<guint64>(rateHz), GST_SECOND), kLatency);
+    }
+}
+
+TEST(Time, LatencyIsAddedToTheLeastAndTheMostOfUpstream)
+{
+    static constexpr GstClockTime kLeast = 5 * GST_MSECOND;
+    static GstClockTime most;
+    for (const GstClockTime upstream : {GstClockTime{40 * GST_MSECOND}, GST_CLOCK_TIME_NONE}) {
+        most = upstream;
+        Element element;
+        gst_pad_set_query_function(element.harness()->srcpad, [](GstPad* pad, GstObject* parent, GstQuery* query) {
+            if (GST_QUERY_TYPE(query) != GST_QUERY_LATENCY) return gst_pad_query_default(pad, parent, query);
+            gst_query_set_latency(query, TRUE, kLeast, most);
+            return gboolean{TRUE};
+        });
+        GstQuery* const query = gst_query_new_latency();
+        ASSERT_TRUE(gst_pad_peer_query(element.harness()->sinkpad, query));
+        gboolean live = FALSE;
+        GstClockTime answeredLeast = 0;
+        GstClockTime answeredMost = 0;
+        gst_query_parse_latency(query, &live, &answeredLeast, &answeredMost);
+        gst_query_unref(query);
+        const GstClockTime own = gst_util_uint64_scale_ceil(kLatency, GST_SECOND, 48000);
+        EXPECT_TRUE(live);
+        EXPECT_EQ(answeredLeast, kLeast + own);
+        EXPECT_EQ(answeredMost, upstream == GST_CLOCK_TIME_NONE ? upstream : upstream + own);
     }
 }
 
@@ -701,6 +791,107 @@ TEST(Time, RoundedTimeStampsAreNoJumps)
     Bytes output;
     for (const Piece& piece : pieces) output.insert(output.end(), piece.bytes.begin(), piece.bytes.end());
     EXPECT_TRUE(output == upmixOf(stereo, kS16, 44100));
+}
+
+TEST(Time, MoreThanA32ndOfASecondIsAJump)
+{
+    const Bytes first = stereoOf(3000, kS16, 1);
+    const Bytes second = stereoOf(1024, kS16, 2);
+    Bytes both = first;
+    both.insert(both.end(), second.begin(), second.end());
+    for (const int rateHz : {44100, 48000, 192000})
+        for (const bool late : {false, true}) {
+            const auto most = static_cast<std::size_t>(rateHz) / 32;
+            for (const std::size_t by : {most, most + 1}) {
+                SCOPED_TRACE(std::to_string(rateHz) + (late ? " late by " : " early by ") + std::to_string(by));
+                const std::size_t start = 10000;
+                const std::size_t end = start + 3000;
+                Element element(capsOf(kS16, rateHz));
+                element.pushAll(first, kS16, rateHz, {1024}, start);
+                element.push(second, timeOf(late ? end + by : end - by, rateHz));
+                element.end();
+                const std::vector<Piece> pieces = element.pieces();
+                const auto runs = std::ranges::count_if(pieces, &Piece::discontinuous);
+                EXPECT_EQ(runs, by == most ? 1 : 2);
+                Bytes expected = upmixOf(by == most ? both : first, kS16, rateHz);
+                if (by > most) {
+                    const Bytes apart = upmixOf(second, kS16, rateHz);
+                    expected.insert(expected.end(), apart.begin(), apart.end());
+                }
+                EXPECT_TRUE(bytesOf(pieces) == expected);
+            }
+        }
+}
+
+/// Buffers without a gap between them.
+void expectNoGaps(const std::vector<Piece>& pieces)
+{
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        EXPECT_EQ(pieces[i].discontinuous, i == 0);
+        EXPECT_EQ(pieces[i].pts, i == 0 ? pieces[i].pts : pieces[i - 1].pts + pieces[i - 1].duration);
+    }
+}
+
+TEST(Time, ASlowOrFastClockIsFollowedWithoutAJump)
+{
+    constexpr int kRateHz = 32000;
+    constexpr std::size_t kFrames = std::size_t{130} * kRateHz;
+    const Bytes stereo = stereoOf(kFrames, kS16);
+    const Bytes upmix = upmixOf(stereo, kS16, kRateHz);
+    for (const double clock : {1.001, 0.999}) {
+        SCOPED_TRACE(clock);
+        const auto dueAt = [&](std::size_t frame) {
+            return 5 * GST_SECOND + static_cast<GstClockTime>(clock * static_cast<double>(timeOf(frame, kRateHz)));
+        };
+        Element element(capsOf(kS16, kRateHz));
+        for (std::size_t i = 0; i < kFrames; i += 500)
+            element.push(std::span(stereo).subspan(4 * i, 4 * 500), dueAt(i), false, i);
+        element.event(gst_event_new_gap(dueAt(kFrames), GST_SECOND));
+        const std::vector<Piece> pieces = element.pieces();
+        expectNoGaps(pieces);
+        EXPECT_TRUE(bytesOf(pieces) == upmix);
+        for (const Piece& piece : pieces) {
+            const GstClockTimeDiff distance = GST_CLOCK_DIFF(dueAt(piece.offset), piece.pts);
+            ASSERT_LE(std::abs(distance), 3100 * GST_USECOND) << piece.offset;
+            const double stretched = static_cast<double>(piece.duration) / static_cast<double>(timeOf(500, kRateHz));
+            ASSERT_NEAR(piece.bytes.size() == 6 * 500 ? stretched : 1.0, 1.0, 0.0011) << piece.offset;
+        }
+        const std::size_t frame = kFrames + std::size_t{2} * kRateHz; // another run begins at its own time
+        element.pushAll(stereoOf(3000, kS16), kS16, kRateHz, {1024}, frame);
+        element.end();
+        expectTimes(element.pieces(), frame, 6, kRateHz);
+    }
+}
+
+TEST(Time, SingleBuffersThatAreEarlyOrLateMoveLittle)
+{
+    const Bytes stereo = stereoOf(480, kS16);
+    Element element;
+    for (std::size_t i = 0; i < 600; ++i) {
+        const GstClockTime due = GST_SECOND + i * 10 * GST_MSECOND;
+        element.push(stereo,
+                     i % 50 == 25   ? due + 20 * GST_MSECOND
+                     : i % 50 == 40 ? due - 20 * GST_MSECOND
+                                    : due,
+                     false, i * 480);
+    }
+    element.end();
+    const std::vector<Piece> pieces = element.pieces();
+    expectNoGaps(pieces);
+    for (const Piece& piece : pieces) {
+        const GstClockTimeDiff distance = GST_CLOCK_DIFF(GST_SECOND + timeOf(piece.offset, 48000), piece.pts);
+        EXPECT_LE(std::abs(distance), 200 * GST_USECOND) << piece.offset;
+    }
+}
+
+TEST(Time, WhatComesOutFirstIsNeverShortened)
+{
+    const Bytes stereo = stereoOf(kLatency, kS16);
+    Element element;
+    element.push(std::span(stereo).subspan(0, 4), GST_SECOND, false, 48000);
+    element.push(stereo, GST_SECOND - 20 * GST_MSECOND, false, 48001); // of which one frame comes out
+    element.end();
+    expectTimes(element.pieces(), 48000, 6, 48000);
 }
 
 /// Expects that an event comes out behind the tail of what came before it, or that there is no tail.
@@ -960,6 +1151,90 @@ TEST(Messages, ComeAtTheIntervalWhereTheyAreWanted)
     EXPECT_EQ(silent.message(GST_MESSAGE_ELEMENT), nullptr);
 }
 
+/// The message's number of that name.
+guint64 numberOf(const GstStructure* structure, const char* name)
+{
+    guint64 number = 0;
+    EXPECT_TRUE(gst_structure_get_uint64(structure, name, &number)) << name;
+    return number;
+}
+
+TEST(Messages, SayWhatTheStreamsMetersSay)
+{
+    constexpr std::size_t kFrames = 48000;
+    constexpr std::size_t kInterval = 2400;
+    constexpr std::size_t kFirst = 13 * 4800; // 1.3 s
+    constexpr double kGainDb = 18.0;
+    std::vector<float> stereo;
+    const Bytes integers = stereoOf(kFrames, kS16);
+    for (std::size_t i = 0; i < integers.size(); i += 2)
+        stereo.push_back(static_cast<float>(static_cast<std::int16_t>(integers[i] | integers[i + 1] << 8)) / 32768.0f);
+    stereo[20000] = std::nanf("");
+    Bytes bytes(stereo.size() * sizeof(float));
+    std::memcpy(bytes.data(), stereo.data(), bytes.size());
+
+    constexpr Format kF32{"F32LE", 32};
+    Element element(capsOf(kF32, 48000));
+    g_object_set(element.element(), "post-messages", TRUE, "interval", 50 * GST_MSECOND, "make-up-gain", kGainDb,
+                 nullptr);
+    GstSegment segment = segmentAt(GST_SECOND);
+    segment.base = 7 * GST_SECOND;
+    segment.time = 20 * GST_SECOND;
+    element.event(gst_event_new_segment(&segment));
+    element.pushAll(bytes, kF32, 48000, {1000}, kFirst);
+    element.end();
+
+    zrk_tarn::UpmixStream stream({});
+    stream.setMakeUpGain(static_cast<float>(std::pow(10.0, kGainDb / 20.0)));
+    std::vector<float> unused(3 * (kInterval + kLatency));
+    zrk_tarn::StreamMeters meters{};
+    std::size_t taken = 0;
+    bool steered = false;
+    bool fast = false;
+    for (std::size_t begin = 0; begin < kFrames; begin += kInterval) {
+        SCOPED_TRACE(begin);
+        const std::size_t until = begin + kInterval + kLatency;
+        const std::size_t some = std::min(until, kFrames) - taken;
+        stream.process(&stereo[2 * taken], unused.data(), some);
+        taken += some;
+        if (until > taken) stream.drain(unused.data(), until - taken);
+        meters = stream.meters();
+
+        GstMessage* const message = element.message(GST_MESSAGE_ELEMENT);
+        ASSERT_NE(message, nullptr);
+        const GstStructure* const structure = gst_message_get_structure(message);
+        const GstClockTime time = timeOf(kFirst + begin, 48000);
+        EXPECT_EQ(numberOf(structure, "timestamp"), time);
+        EXPECT_EQ(numberOf(structure, "running-time"), time + 6 * GST_SECOND);
+        EXPECT_EQ(numberOf(structure, "stream-time"), time + 19 * GST_SECOND);
+        EXPECT_EQ(numberOf(structure, "blocks"), meters.blocks);
+        EXPECT_EQ(numberOf(structure, "saturated"), meters.saturated);
+        EXPECT_EQ(numberOf(structure, "invalid"), meters.invalid);
+        const auto decibels = [](float level) {
+            return level > 0.0f ? 20.0 * std::log10(static_cast<double>(level)) : -350.0;
+        };
+        for (guint channel = 0; channel < 3; ++channel) {
+            EXPECT_EQ(listItem(structure, "peak", channel), decibels(meters.peak[channel]));
+            EXPECT_EQ(listItem(structure, "rms", channel), decibels(meters.rms[channel]));
+        }
+        for (guint group = 0; group < 16; ++group) {
+            SCOPED_TRACE(group);
+            EXPECT_EQ(listItem(structure, "left-right", group), static_cast<double>(meters.leftRight[group]));
+            EXPECT_EQ(listItem(structure, "front-back", group), static_cast<double>(meters.frontBack[group]));
+            const GValue* const speeds = gst_structure_get_value(structure, "speed");
+            EXPECT_EQ(g_value_get_int(gst_value_array_get_value(speeds, group)), static_cast<int>(meters.speed[group]));
+            steered = steered || std::abs(meters.leftRight[group] - meters.frontBack[group]) > 0.5f;
+            fast = fast || meters.speed[group] == zrk_tarn::SteeringSpeed::Fast;
+        }
+        gst_message_unref(message);
+    }
+    EXPECT_EQ(element.message(GST_MESSAGE_ELEMENT), nullptr);
+    EXPECT_TRUE(steered);
+    EXPECT_TRUE(fast);
+    EXPECT_GT(meters.saturated, 0);
+    EXPECT_EQ(meters.invalid, 1);
+}
+
 TEST(Messages, CanBeTurnedOnAndRetimedWhileRunning)
 {
     Element element;
@@ -982,6 +1257,105 @@ TEST(Messages, CanBeTurnedOnAndRetimedWhileRunning)
     g_object_set(element.element(), "post-messages", FALSE, nullptr);
     play(9600);
     EXPECT_EQ(count(), 0);
+}
+
+// --- Failures --------------------------------------------------------------------------------------------------------
+
+/// Memory that cannot be had, or not be mapped.
+struct BadAllocator
+{
+    GstAllocator base;
+    bool gives; ///< memory that cannot be mapped
+};
+
+GstMemory* badMemory(GstAllocator* allocator, gsize size, GstAllocationParams*)
+{
+    if (!reinterpret_cast<BadAllocator*>(allocator)->gives) return nullptr;
+    auto* const memory = g_new0(GstMemory, 1);
+    gst_memory_init(memory, GST_MEMORY_FLAG_NO_SHARE, allocator, nullptr, size, 0, 0, size);
+    return memory;
+}
+
+/// An allocator of memory that cannot be mapped, or of none.
+GstAllocator* badAllocator(bool gives)
+{
+    static const GType kType = g_type_register_static_simple(
+        GST_TYPE_ALLOCATOR, "BadAllocator", sizeof(GstAllocatorClass),
+        [](gpointer ownClass, gpointer) {
+            static_cast<GstAllocatorClass*>(ownClass)->alloc = badMemory;
+            static_cast<GstAllocatorClass*>(ownClass)->free = [](GstAllocator*, GstMemory* memory) { g_free(memory); };
+        },
+        sizeof(BadAllocator),
+        [](GTypeInstance* instance, gpointer) {
+            auto* const allocator = reinterpret_cast<GstAllocator*>(instance);
+            allocator->mem_type = "bad";
+            allocator->mem_map = [](GstMemory*, gsize, GstMapFlags) { return gpointer{nullptr}; };
+        },
+        GTypeFlags{});
+    auto* const allocator = static_cast<BadAllocator*>(g_object_new(kType, nullptr));
+    gst_object_ref_sink(allocator);
+    allocator->gives = gives;
+    return &allocator->base;
+}
+
+/// Expects that the pipeline was told of an error, and of no other kind.
+void expectError(Element& element, GstResourceError code)
+{
+    int count = 0;
+    for (; GstMessage* const message = element.message(GST_MESSAGE_ERROR); ++count) {
+        GError* error = nullptr;
+        gst_message_parse_error(message, &error, nullptr);
+        EXPECT_TRUE(g_error_matches(error, GST_RESOURCE_ERROR, code)) << error->message;
+        g_error_free(error);
+        gst_message_unref(message);
+    }
+    EXPECT_GT(count, 0);
+}
+
+TEST(Failures, NoMemoryForTheUpmixIsAnError)
+{
+    const Bytes first = stereoOf(3000, kS16);
+    const Bytes second = stereoOf(3000, kS32);
+    Element element;
+    element.pushAll(first, kS16, 48000);
+    memoryIsOut = true;
+    element.setCaps(capsOf(kS32, 96000));
+    expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+    EXPECT_EQ(element.push(second, 0), GST_FLOW_NOT_NEGOTIATED);
+    expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+    memoryIsOut = false;
+    EXPECT_TRUE(element.output() == upmixOf(first, kS16, 48000)); // with its tail
+
+    element.pushAll(second, kS32, 96000);
+    element.end();
+    EXPECT_TRUE(element.output() == upmixOf(second, kS32, 96000));
+}
+
+TEST(Failures, NoBufferForTheOutputIsAnError)
+{
+    for (const bool gives : {false, true}) {
+        SCOPED_TRACE(gives);
+        Element element;
+        GstAllocator* const good = gst_allocator_find(nullptr);
+        gst_allocator_set_default(badAllocator(gives));
+        EXPECT_EQ(element.push(stereoOf(kLatency, kS16), 0), GST_FLOW_ERROR); // also where nothing would come out
+        expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+        element.end(); // the tail
+        expectError(element, GST_RESOURCE_ERROR_NO_SPACE_LEFT);
+        gst_allocator_set_default(good);
+        EXPECT_TRUE(element.pieces().empty());
+    }
+}
+
+TEST(Failures, InputThatCannotBeReadIsAnError)
+{
+    Element element;
+    GstAllocator* const allocator = badAllocator(true);
+    GstBuffer* const buffer = gst_buffer_new_allocate(allocator, 4096, nullptr);
+    GST_BUFFER_PTS(buffer) = 0;
+    EXPECT_EQ(gst_harness_push(element.harness(), buffer), GST_FLOW_ERROR);
+    gst_object_unref(allocator);
+    expectError(element, GST_RESOURCE_ERROR_READ);
 }
 
 } // namespace
