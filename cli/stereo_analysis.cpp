@@ -28,6 +28,12 @@ double energyRatioDb(double part, double other) noexcept
     return 10.0 * std::log10(part / other);
 }
 
+/// The middle of a band, octave by octave.
+double centreHz(std::size_t band)
+{
+    return std::ldexp(kLowestCentreHz, static_cast<int>(band));
+}
+
 constexpr std::array<KindText, 7> kTexts{{
     {"silence", "no", "silence: there is nothing to upmix"},
     {"one-sided", "no", "one side only: an upmix leaves it there, so it gains nothing"},
@@ -64,10 +70,9 @@ StereoAnalysis::StereoAnalysis(std::uint32_t sampleRateHz)
     : offsetKept(std::exp(-2.0 * std::numbers::pi * kOffsetHz / sampleRateHz))
 {
     const double rate = sampleRateHz;
-    double centre = kLowestCentreHz;
-    for (; used < kBands && centre <= kHighestCentre * rate; ++used, centre *= 2.0)
-        designBand(used, centre / std::numbers::sqrt2, std::min(centre * std::numbers::sqrt2, kUsableShare * rate),
-                   rate);
+    for (; used < kBands && centreHz(used) <= kHighestCentre * rate; ++used)
+        designBand(used, centreHz(used) / std::numbers::sqrt2,
+                   std::min(centreHz(used) * std::numbers::sqrt2, kUsableShare * rate), rate);
 }
 
 /// A Butterworth low-pass of order 3, its poles moved to the band and to the z-plane, as three sections of two poles
@@ -168,9 +173,9 @@ void StereoAnalysis::forgetTraces() noexcept
 std::vector<BandMeasure> StereoAnalysis::bands() const
 {
     std::vector<BandMeasure> measures;
-    double centre = kLowestCentreHz;
-    for (std::size_t b = 0; b < used; ++b, centre *= 2.0)
-        measures.push_back({centre, {.left = sums[0][b], .right = sums[1][b], .mid = sums[2][b], .side = sums[3][b]}});
+    for (std::size_t b = 0; b < used; ++b)
+        measures.push_back(
+            {centreHz(b), {.left = sums[0][b], .right = sums[1][b], .mid = sums[2][b], .side = sums[3][b]}});
     return measures;
 }
 

@@ -39,7 +39,7 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
       stream(configurationOf(layout, streamFormat, settings)),
       stereoBytes(kChunkFrames * 2 * streamFormat.bytesPerSample()),
       slots(kChunkFrames * frameBytes),
-      toSkip(stream.latencyFrames() - (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
+      toSkip(zrk_tarn::UpmixStream::latencyFrames() - (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
 {
     stream.setMakeUpGain(settings.gain);
     stream.setBypass(settings.bypass);
