@@ -138,7 +138,7 @@ template <int kColumn, typename Octet, std::size_t kVectors>
                                              const Stored<Octet> (&stored)[kVectors][8],
                                              Octet (&products)[kVectors]) noexcept
 {
-    const Octet column = repeated<Octet>(columns[kColumn]);
+    const auto column = repeated<Octet>(columns[kColumn]);
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) {
         const Octet term = spreadFrom<kColumn>(vectors[v], stored[v]) * column;
@@ -190,8 +190,8 @@ template <typename Octet>
 {
     Cut<Octet, 4> out;
     for (int c = 0; c < 2; ++c) {
-        const Octet upper = repeated<Octet>(transformTables.dct4Scale32[0][c]);
-        const Octet lower = repeated<Octet>(transformTables.dct4Scale32[1][c]);
+        const auto upper = repeated<Octet>(transformTables.dct4Scale32[0][c]);
+        const auto lower = repeated<Octet>(transformTables.dct4Scale32[1][c]);
         out.octet[c] = upper * (a.octet[c] + b.octet[c]);
         out.octet[3 - c] = lower * (a.octet[c] - b.octet[c]);
     }
@@ -244,8 +244,8 @@ template <typename Octet, int kStride>
     const Cut<Octet, 4> a = joinDct4Of32(joinDct4Of16(dct4[0], dct3[0]), joinDct3Of16(dct3[1], dct3[2]));
     const Cut<Octet, 4> b = joinDct3Of32(joinDct3Of16(dct3[3], dct3[4]), joinDct3Of16(dct3[5], dct3[6]));
     for (int c = 0; c < 4; ++c) {
-        const Octet upper = repeated<Octet>(transformTables.dct4Scale64[0][c]);
-        const Octet lower = repeated<Octet>(transformTables.dct4Scale64[1][c]);
+        const auto upper = repeated<Octet>(transformTables.dct4Scale64[0][c]);
+        const auto lower = repeated<Octet>(transformTables.dct4Scale64[1][c]);
         storeOctet<kStride>(c, upper * (a.octet[c] + b.octet[c]), out);
         storeOctet<kStride>(7 - c, lower * (a.octet[c] - b.octet[c]), out);
     }
