@@ -116,7 +116,7 @@ std::string column(const char* format, double value)
 void printMeasure(const std::string& name, const StereoMeasure& measure, std::uint64_t frames)
 {
     std::printf("  %-10s%s  %s     %s      %s\n", name.c_str(),
-                column("%9.2f", measure.correlation().value_or(std::nan(""))).c_str(),
+                column("%9.3f", measure.correlation().value_or(std::nan(""))).c_str(),
                 column("%9.1f", measure.energy() == 0.0 ? std::nan("") : measure.sideToMidDb()).c_str(),
                 column("%9.1f", measure.energy() == 0.0 ? std::nan("") : measure.leftToRightDb()).c_str(),
                 column("%9.1f", levelDb(measure, frames)).c_str());

@@ -161,10 +161,17 @@ void followTime(State& state, const GstBuffer* buffer, guint64 frames)
     constexpr GstClockTimeDiff kSteady = 2 * GST_MSECOND;
     Run& run = state.run;
     if (run.given < kLatency || !GST_BUFFER_PTS_IS_VALID(buffer) || !GST_CLOCK_TIME_IS_VALID(run.firstPts)) return;
-    const GstClockTimeDiff lateness = GST_CLOCK_DIFF(timeOf(state, run.taken), GST_BUFFER_PTS(buffer));
+    const auto lateness = GST_CLOCK_DIFF(timeOf(state, run.taken), GST_BUFFER_PTS(buffer));
     const GstClockTimeDiff beyond = lateness - std::clamp(lateness, -kSteady, kSteady);
     const auto second = static_cast<GstClockTimeDiff>(state.rateHz);
     run.drift += beyond * std::min(static_cast<GstClockTimeDiff>(frames), second) / second;
+}
+
+/// Stops the pipeline, which is told that memory is short.
+GstFlowReturn wantOfMemory(GstTarnUpmix* self, const char* sentence)
+{
+    GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("%s", sentence), (nullptr));
+    return GST_FLOW_ERROR;
 }
 
 // --- Frames ----------------------------------------------------------------------------------------------------------
@@ -227,10 +234,8 @@ GstFlowReturn outputFor(GstTarnUpmix* self, const guint8* input, guint64 frames,
     GstBuffer* const buffer = gst_buffer_new_allocate(nullptr, frames * state.outputFrameBytes, nullptr);
     GstMapInfo map;
     if (buffer == nullptr || !gst_buffer_map(buffer, &map, GST_MAP_WRITE)) {
-        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT,
-                          ("No buffer can be had for the output, or it cannot be written."), (nullptr));
         if (buffer != nullptr) gst_buffer_unref(buffer);
-        return GST_FLOW_ERROR;
+        return wantOfMemory(self, "No buffer can be had for the output, or it cannot be written.");
     }
     carry(self, input, map.data, frames);
     gst_buffer_unmap(buffer, &map);
@@ -382,7 +387,7 @@ gboolean setCaps(GstBaseTransform* base, GstCaps* input, GstCaps* output)
     try {
         stream = std::make_unique<UpmixStream>(configuration);
     } catch (const std::bad_alloc&) { // would unwind GObject's frames
-        GST_ELEMENT_ERROR(self, RESOURCE, NO_SPACE_LEFT, ("There is not enough memory for the upmix."), (nullptr));
+        wantOfMemory(self, "There is not enough memory for the upmix.");
         return FALSE;
     }
     state.rateHz = configuration.sampleRateHz;

@@ -391,7 +391,7 @@ def main():
             with session_of(48000, 4096, SURROUND) as session:
                 compared, measured = played_long(session, minutes)
             assert measured == LATENCY, measured
-            passed(Row(f"PipeWire, {minutes} minutes", compared, 0, 24, "none", measured))
+            passed(Row(f"PipeWire, {minutes} min", compared, 0, 24, "none", measured))
         else:
             test(session_of)
 
