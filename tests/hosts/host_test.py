@@ -33,6 +33,11 @@ def known_signal(frames, bits, seed=1):
     return numpy.round(stereo * 2 ** (bits - 1)).astype(numpy.int64).astype(numpy.int32) << (32 - bits)
 
 
+def as_floats(samples):
+    """Left-aligned integers as hosts have them that carry floats."""
+    return samples.astype(numpy.float32) * numpy.float32(1 / FULL_SCALE)
+
+
 def write_stereo(path, samples, rate, bits):
     """A WAV file of the left-aligned samples."""
     soundfile.write(path, samples, rate, subtype=SUBTYPES[bits])
@@ -60,7 +65,7 @@ def live_output(samples, rate, phase, *options):
     stream = numpy.concatenate([numpy.zeros((phase, 2), numpy.int32), samples]).astype("<i4")
     command = [os.environ["TARN"], "upmix", "--quiet", *options, "--raw", f"{rate}:32", "-", "-"]
     upmixed = subprocess.run(command, input=stream.tobytes(), capture_output=True, check=True).stdout
-    return numpy.frombuffer(upmixed, "<i4").reshape(-1, 3)[phase:].astype(numpy.float32) * numpy.float32(1 / FULL_SCALE)
+    return as_floats(numpy.frombuffer(upmixed, "<i4").reshape(-1, 3)[phase:])
 
 
 def command_beside(given, played, rate):

@@ -9,6 +9,7 @@ import ctypes
 from ctypes import CFUNCTYPE, c_char_p, c_float, c_int, c_uint32, c_ulong, c_void_p
 import os
 import subprocess
+import tempfile
 import time
 
 import numpy
@@ -110,7 +111,19 @@ def running(*command, log):
                 process.kill()
 
 
-def jalv_output(rate, sizes, signal, log, lines=()):
+@contextlib.contextmanager
+def shown_if_it_fails():
+    """A file for what programs say, printed where something goes wrong."""
+    with tempfile.TemporaryFile("w+") as log:
+        try:
+            yield log
+        except Exception:
+            log.seek(0)
+            print(log.read())
+            raise
+
+
+def jalv_output(rate, sizes, signal, lines=()):
     """Plays a signal, [frames, 2] floats, through jalv in cycles of the first size, which becomes the second; lines are
     what jalv is told after a part of the signal. Returns what jalv gave, [frames, 3], and what was played, [frames, 2],
     both from the first frame of the signal on, and the latency that jalv told JACK, in frames."""
@@ -119,7 +132,7 @@ def jalv_output(rate, sizes, signal, log, lines=()):
     os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"
     tape = Tape(signal)
     dummy = ("-d", "dummy", "-r", str(rate), "-p", str(sizes[0]))
-    with running("jackd", "-n", server, "-r", "-t", "10000", *dummy, log=log):
+    with shown_if_it_fails() as log, running("jackd", "-n", server, "-r", "-t", "10000", *dummy, log=log):
         wait_for(lambda: subprocess.run(["jack_lsp"], capture_output=True).returncode == 0, "no JACK server")
         with running("jalv", "-x", "-n", "tarn", "urn:tarn:upmix", log=log) as jalv:
             player = Client("player", IS_OUTPUT, ("left", "right"), tape.play)

@@ -14,7 +14,7 @@ import tempfile
 import numpy
 
 from float_mode import FlushToZero
-from host_test import LATENCY, Row, command_output, known_signal, passed, position_of, write_stereo
+from host_test import LATENCY, Row, as_floats, command_output, known_signal, passed, position_of, write_stereo
 
 IN, OUT, CONTROL, AUDIO = 1, 2, 4, 8  # LADSPA_PORT_...
 INPLACE_BROKEN, HARD_RT_CAPABLE = 2, 4  # LADSPA_PROPERTY_...
@@ -127,11 +127,6 @@ class Instance:
 def flushed(stereo, frames=LATENCY):
     """The signal and as much silence as it takes to bring it out."""
     return numpy.concatenate([stereo, numpy.zeros((frames, 2), stereo.dtype)])
-
-
-def as_floats(samples):
-    """Of integers that are left-aligned in 32 bits."""
-    return samples.astype(numpy.float32) * numpy.float32(2.0**-31)
 
 
 class Comparison:

@@ -83,11 +83,10 @@ TEST(Ladspa, RunsNeitherAllocateNorLockNorEnterTheKernel)
         Host host(descriptor(index));
         host.work(); // binds symbols, touches memory
         EXPECT_EQ(forbiddenCallsOf([&] { host.work(); }), ForbiddenCalls{});
-        const auto calls = systemCallsOf([&] { host.work(); });
-        if (calls) {
-            EXPECT_EQ(*calls, 0u);
-        }
         EXPECT_NE(forbiddenCallsOf([] { Host other(descriptor(0)); }), ForbiddenCalls{}) << "instances are counted";
+        const auto calls = systemCallsOf([&] { host.work(); });
+        if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+        EXPECT_EQ(*calls, 0u);
     }
 }
 

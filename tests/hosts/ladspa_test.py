@@ -18,6 +18,7 @@ from host_test import (
     LATENCY,
     SUBTYPES,
     Row,
+    as_floats,
     command_output,
     known_signal,
     passed,
@@ -45,11 +46,6 @@ def signal_and_expected(directory, rate, bits):
     wide = directory / "wide.wav"
     write_stereo(wide, samples, rate, 32)
     return source, command_output(wide, directory, bits=32)
-
-
-def as_floats(samples):
-    """Of integers that are left-aligned in 32 bits."""
-    return samples.astype(numpy.float32) * numpy.float32(2.0**-31)
 
 
 def begin_of(result, expected, what):

@@ -486,9 +486,8 @@ TEST(Lv2, NeitherAllocatesNorLocksNorEntersTheKernelInRun)
     EXPECT_EQ(forbiddenCallsOf(work), ForbiddenCalls{});
     EXPECT_NE(forbiddenCallsOf([&] { Host other; }), ForbiddenCalls{}); // which allocates
     const auto calls = systemCallsOf(work);
-    if (calls) {
-        EXPECT_EQ(*calls, 0u);
-    }
+    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    EXPECT_EQ(*calls, 0u);
 }
 
 TEST(Lv2, LoadsAndUnloadsManyTimes)

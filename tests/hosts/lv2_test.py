@@ -14,11 +14,10 @@ import tempfile
 import numpy
 import soundfile
 
-from host_test import LATENCY, Row, command_output, known_signal, passed, position_of, write_stereo
+from host_test import LATENCY, Row, as_floats, command_output, known_signal, passed, position_of, write_stereo
 
 URI = "urn:tarn:upmix"
 BLOCK = 64  # frames by which the streaming adapter is later than the engine
-FULL_SCALE = numpy.float32(2**-31)
 RATES = (44100, 48000, 96000)
 MINUTES = 10
 
@@ -93,7 +92,7 @@ def floats(path):
 def compare(given, upmixed):
     """That all of what was given is the upmix as a live host hears it, a block later; how many samples that are."""
     assert len(given) == len(upmixed) and not given[:BLOCK].any()
-    assert numpy.array_equal(given[BLOCK:], upmixed[:-BLOCK].astype(numpy.float32) * FULL_SCALE)
+    assert numpy.array_equal(given[BLOCK:], as_floats(upmixed[:-BLOCK]))
     return given.size
 
 
@@ -105,14 +104,14 @@ def play_everywhere(directory):
     for rate in RATES:
         signal = known_signal(rate + 13, 24, seed=rate)
         source, integers = directory / f"{rate}.wav", directory / f"{rate}-24.wav"
-        soundfile.write(source, signal.astype(numpy.float32) * FULL_SCALE, rate, subtype="FLOAT")
+        soundfile.write(source, as_floats(signal), rate, subtype="FLOAT")
         write_stereo(integers, signal, rate, 24)
         for options, controls in (
             ((), ()),
             (("--bypass",), (("enabled", 0),)),
             (("--mode", "2", "--gain", "-6"), (("mode", 2), ("gain", -6))),
         ):
-            aligned = command_output(integers, directory, bits=32, options=options).astype(numpy.float32) * FULL_SCALE
+            aligned = as_floats(command_output(integers, directory, bits=32, options=options))
             upmixed = command_output(integers, directory, bits=32, options=("--no-align", *options))
             for name, (play, sizes) in HOSTS.items():
                 for size in sizes if not controls else sizes[-1:]:
@@ -150,7 +149,7 @@ def play_long(directory):
     ) as integer:
         while integer.frames < MINUTES * 60 * rate:
             integer.write(piece)
-            floating.write(piece.astype(numpy.float32) * FULL_SCALE)
+            floating.write(as_floats(piece))
         frames = integer.frames
     ffmpeg(source, target, 997)
     run(os.environ["TARN"], "upmix", "--quiet", "--no-align", "--bits", "32", integers, upmixed)
@@ -159,7 +158,7 @@ def play_long(directory):
         assert given.frames == wanted.frames == frames
         assert not given.read(BLOCK).any()
         while len(block := given.read(1 << 20, "float32")):
-            assert numpy.array_equal(block, wanted.read(len(block), "int32").astype(numpy.float32) * FULL_SCALE)
+            assert numpy.array_equal(block, as_floats(wanted.read(len(block), "int32")))
             compared += block.size
     assert compared == 3 * (frames - BLOCK)
     return compared

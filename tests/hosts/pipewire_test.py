@@ -20,7 +20,7 @@ import time
 import numpy
 import soundfile
 
-from host_test import FULL_SCALE, LATENCY, Row, command_beside, known_signal, live_output, off_and_on, passed
+from host_test import LATENCY, Row, as_floats, command_beside, known_signal, live_output, off_and_on, passed
 
 SURROUND = ("FL", "FR", "FC", "LFE", "RL", "RR")
 FRONT = SURROUND[:3]
@@ -173,17 +173,12 @@ class Session:
         """Plays samples; the silence behind them is the part quantum that pw-play does not play, and the latency."""
         silence = numpy.zeros((LATENCY + 3 * self.quantum, samples.shape[1]), samples.dtype)
         with tempfile.NamedTemporaryFile(suffix=".wav", dir=self.directory) as file:
-            soundfile.write(file.name, floats_of(numpy.concatenate([samples, silence])), self.rate, "FLOAT")
+            soundfile.write(file.name, as_floats(numpy.concatenate([samples, silence])), self.rate, "FLOAT")
             run("pw-play", *options, file.name, seconds=SECONDS + len(samples) / self.rate)
 
     def switch(self, enabled):
         """On or off."""
         run("pw-cli", "set-param", "tarn_upmix", "Props", f'{{ params = [ "tarn:enabled" {enabled}.0 ] }}')
-
-
-def floats_of(samples):
-    """Left-aligned integers as PipeWire plays them."""
-    return samples.astype(numpy.float32) * numpy.float32(1 / FULL_SCALE)
 
 
 def found(rows, recording):
@@ -203,7 +198,7 @@ def until_whole(session, samples, play, check, **places):
     of the samples, the device's a cycle later, when PipeWire's filter hands on."""
     for _ in range(ATTEMPTS):
         device, sink = session.record(play, **places)
-        start = found(floats_of(samples), sink)
+        start = found(as_floats(samples), sink)
         if start is None:
             lost.append("before the sink")
         elif (result := check(device[start + session.quantum :], sink[start : start + len(samples)])) is not None:
@@ -276,7 +271,7 @@ def passed_by(session, samples, positions):
     options = ("--target", "device", "--channel-map", ",".join(positions))
     for _ in range(ATTEMPTS):
         device, _ = session.record(lambda: session.play(samples, *options))
-        if found(floats_of(samples), device) is not None:
+        if found(as_floats(samples), device) is not None:
             return samples.size
         lost.append("beside the sink")
     raise AssertionError(f"5.1 did not reach the device unchanged in {ATTEMPTS} attempts")
@@ -294,7 +289,7 @@ def played_long(session, minutes):
     reached the sink, which are more than the player's where it was late, and by how many frames they were late."""
     samples = known_signal(minutes * 60 * session.rate, 24)
     device, sink = session.record(lambda: session.play(samples, "--target", "tarn_upmix"))
-    if found(floats_of(samples), sink) is None:
+    if found(as_floats(samples), sink) is None:
         print("pw-play was late, and left gaps")
     start = int(numpy.flatnonzero(sink.any(axis=1))[0])
     given, played = device[start + session.quantum :, :3], sink[start : -session.quantum]
@@ -348,7 +343,7 @@ def test(session_of):
 
         # Off: left and right as they are; and from on to off and back.
         session.switch(0)
-        plain = numpy.column_stack([floats_of(samples), numpy.zeros(len(samples), numpy.float32)])
+        plain = numpy.column_stack([as_floats(samples), numpy.zeros(len(samples), numpy.float32)])
         check(upmixed(session, samples, lambda: session.play(samples), lambda _: surround_of(plain)))
         session.switch(1)
         answer = switched(session, known_signal(4 * 48000, 24))
