@@ -112,10 +112,10 @@ void runDemo(const DemoOptions& options)
 {
     const Layout& layout = layoutNamed(options.layout);
     const Scene scene = makeScene();
-    std::unique_ptr<FileSink> file;
+    std::unique_ptr<AudioSink> file;
     if (!options.output.empty())
-        file = std::make_unique<FileSink>(options.output, options.force, std::nullopt, layout,
-                                          StreamFormat{.sampleRate = scene.sampleRate, .bits = kBits});
+        file = openFileSink(options.output, options.force, std::nullopt,
+                            {.layout = layout, .format = {.sampleRate = scene.sampleRate, .bits = kBits}});
 
     // What is measured is what a live host hears, followed by silence to bring out the last of it.
     std::vector<std::int16_t> followed = scene.stereo;

@@ -42,7 +42,7 @@ Finding examine(const std::string& input, bool showProgress)
         analysis.push(stereo.data(), frames);
         progress.advance(frames);
     }
-    source.verifyEnd();
+    if (const auto loss = source.loss()) std::fprintf(stderr, "tarn: %s: %s\n", input.c_str(), loss->message.c_str());
     finding.facts.frames = analysis.frames();
     return finding;
 }

@@ -156,6 +156,8 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
         ->disable_flag_override();
     upmix->add_option("--raw", options.raw, "Rate and width of the stream on -, for example 48000:16")
         ->type_name("RATE:BITS");
+    upmix->add_option("--rate", options.rate, "Sample rate of the output, Hz: one of those above")->type_name("HZ");
+    upmix->add_flag("--strict", options.strict, "Refuse INPUT if it is cut short or damaged")->disable_flag_override();
     upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
     upmix->add_flag("--quiet", options.quiet, "No progress bar, notes and summary; errors are still reported")
         ->disable_flag_override();
@@ -224,8 +226,7 @@ int runUpmix(UpmixArguments& arguments, const CLI::App& upmix)
         if (!arguments.more.empty())
             throw tarn::Failure(EX_USAGE,
                                 arguments.more.front() + ": a third name; add --output-dir DIR to upmix several files");
-        tarn::runUpmix(options);
-        return EX_OK;
+        return tarn::runUpmix(options);
     }
     if (arguments.batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
     arguments.batch.inputs = {options.input};

@@ -66,8 +66,9 @@ TEST_F(Streams, OfAudioFilesAreRefused)
     for (const std::string mark : {"RIFF", "fLaC", "OggS"}) {
         const Result result = tarnFed(mark + std::string(4000, 'x'), {"upmix", "--raw", "48000:16", "-", "out.wav"});
         EXPECT_EQ(result.exitCode, 65);
-        EXPECT_NE(result.errors.find("begins with '" + mark + "', so it is an audio file and not raw PCM"),
-                  std::string::npos)
+        EXPECT_NE(
+            result.errors.find("begins with '" + mark + "', so it is an audio file and not raw PCM; leave --raw out"),
+            std::string::npos)
             << result.errors;
     }
     EXPECT_TRUE(files().empty());
