@@ -1,15 +1,13 @@
 #include "cli/batch_command.h"
 
 #include "cli/failure.h"
-#include "cli/interrupt.h"
+#include "cli/progress.h"
+#include "cli/worker_processes.h"
 
 #include <algorithm>
-#include <atomic>
-#include <exception>
 #include <filesystem>
 #include <map>
-#include <optional>
-#include <thread>
+#include <utility>
 
 namespace tarn
 {
@@ -17,20 +15,18 @@ namespace tarn
 namespace
 {
 
-/// What became of a file.
-struct Outcome
+/// A file of the batch, and what became of it.
+struct BatchFile
 {
     UpmixOptions options;
-    std::optional<UpmixReport> report;
-    std::string error;
-    int exitCode = EX_OK;
+    WorkerOutcome outcome;
 };
 
 /// Refuses names that would meet, before anything is written.
-void checkNames(const std::vector<Outcome>& files)
+void checkNames(const std::vector<BatchFile>& files)
 {
     std::map<std::string, std::string> inputOf;
-    for (const Outcome& file : files) {
+    for (const BatchFile& file : files) {
         const auto& [input, output] = std::pair(file.options.input, file.options.output);
         if (input.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
         if (input == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
@@ -41,7 +37,7 @@ void checkNames(const std::vector<Outcome>& files)
     }
     for (const auto& [output, input] : inputOf) {
         std::error_code missing;
-        const auto isOutput = [&missing, &name = output](const Outcome& file) {
+        const auto isOutput = [&missing, &name = output](const BatchFile& file) {
             return std::filesystem::equivalent(name, file.options.input, missing);
         };
         if (std::any_of(files.begin(), files.end(), isOutput))
@@ -50,52 +46,27 @@ void checkNames(const std::vector<Outcome>& files)
     }
 }
 
-void work(Outcome& file)
+/// Works on the files, so many at a time. Throws Interrupted when all have stopped.
+void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
 {
-    try {
-        file.report = upmix(file.options);
-    } catch (const Failure& failure) {
-        file.error = failure.what();
-        file.exitCode = failure.exitCode();
-    } catch (const std::exception& error) {
-        file.error = file.options.input + ": internal error: " + error.what();
-        file.exitCode = EX_SOFTWARE;
-    }
-    if (file.exitCode != EX_OK) printNote(file.error);
-}
-
-/// Works on the files in their order, so many at a time. Throws Interrupted when all have stopped.
-void workOnAll(std::vector<Outcome>& files, unsigned jobs)
-{
-    // Its first engine fills the library's tables, which must be done before other threads make theirs.
-    const zrk_tarn::UpmixStream first{zrk_tarn::StreamConfiguration{}};
-    std::atomic<std::size_t> next = 0;
-    const auto workUntilDone = [&] {
-        try {
-            for (std::size_t i = next++; i < files.size(); i = next++) {
-                throwIfInterrupted();
-                work(files[i]);
-            }
-        } catch (const Interrupted&) {
-            // The others see the same signal, and so does the end of all.
-            return;
-        }
+    std::vector<std::string> names;
+    for (const BatchFile& file : files) names.push_back(file.options.input);
+    const auto work = [&files](std::size_t i) { return jsonOf(files[i].options, upmix(files[i].options)); };
+    const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
+        if (outcome.crashed) wipeProgress();
+        if (outcome.exitCode != EX_OK) printNote(outcome.error);
+        files[i].outcome = std::move(outcome);
     };
-    std::vector<std::jthread> others;
-    for (std::size_t job = 1; job < std::min<std::size_t>(jobs, files.size()); ++job)
-        others.emplace_back(workUntilDone);
-    workUntilDone();
-    others.clear();
-    throwIfInterrupted();
+    runInProcesses(names, jobs, work, done);
 }
 
-void printSummary(const std::vector<Outcome>& files, const std::string& directory, std::size_t failed)
+void printSummary(const std::vector<BatchFile>& files, const std::string& directory, std::size_t failed)
 {
     std::string line = std::to_string(files.size() - failed) + " of " + std::to_string(files.size()) +
                        " files upmixed into " + directory;
     if (failed > 0) line += "; failed:";
-    for (const Outcome& file : files)
-        if (file.exitCode != EX_OK) line += " " + file.options.input;
+    for (const BatchFile& file : files)
+        if (file.outcome.exitCode != EX_OK) line += " " + file.options.input;
     printNote(line);
 }
 
@@ -110,15 +81,15 @@ std::string batchOutput(const BatchOptions& batch, const std::string& layout, co
 
 int runBatch(const BatchOptions& batch, const UpmixOptions& each)
 {
-    std::vector<Outcome> files;
+    std::vector<BatchFile> files;
     for (const std::string& input : batch.inputs) {
-        Outcome& file = files.emplace_back(Outcome{.options = each, .report = {}, .error = {}, .exitCode = EX_OK});
+        BatchFile& file = files.emplace_back(BatchFile{.options = each, .outcome = {}});
         file.options.input = input;
         file.options.output = batchOutput(batch, each.layout, input);
         file.options.noBar = batch.jobs > 1;
     }
     checkNames(files);
-    for (const Outcome& file : files) checkOptions(file.options);
+    for (const BatchFile& file : files) checkOptions(file.options);
     std::error_code error;
     std::filesystem::create_directories(batch.directory, error);
     if (error)
@@ -130,14 +101,15 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
     std::size_t failed = 0;
     int exitCode = EX_OK;
     Json reports = Json::array();
-    for (const Outcome& file : files) {
-        if (file.exitCode == EX_OK) {
-            reports.push_back(jsonOf(file.options, *file.report));
+    for (const BatchFile& file : files) {
+        const WorkerOutcome& outcome = file.outcome;
+        if (outcome.exitCode == EX_OK) {
+            reports.push_back(outcome.result);
             continue;
         }
         ++failed;
-        if (exitCode == EX_OK) exitCode = file.exitCode;
-        reports.push_back({{"input", file.options.input}, {"error", file.error}, {"exit_code", file.exitCode}});
+        if (exitCode == EX_OK) exitCode = outcome.exitCode;
+        reports.push_back({{"input", file.options.input}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
     }
     if (!each.quiet) printSummary(files, batch.directory, failed);
     if (each.json) printJson({{"files", reports}, {"failed", failed}}, stdout);

@@ -31,7 +31,7 @@ Exit codes:
   65  INPUT cannot be upmixed: not stereo, another sample rate, cut short, empty, damaged;
       or the remap file holds no matrix
   66  INPUT or the remap file is missing or cannot be read
-  70  internal error
+  70  internal error, or a decoder or encoder has crashed
   73  OUTPUT cannot be created
   74  reading or writing failed, for example on a full disk
   Of several files, that of the first that failed, in the order given; the others are done all the same.
@@ -60,8 +60,9 @@ more than 1 in magnitude, loud passages can wrap around.
 
 Many files: with --output-dir DIR, every name is an INPUT, and song.flac becomes DIR/song-3.0.wav, by the name of the
 layout and --format. DIR is created if it is missing. Inputs that would have one output, and outputs that are inputs,
-are refused before anything is written; an output that exists is left alone without --force. One file that fails does
-not stop the rest: a summary at the end says which did, and the exit code is that of the first of them.
+are refused before anything is written; an output that exists is left alone without --force. One file that fails, or
+makes a decoder crash, does not stop the rest: a summary at the end says which did, and the exit code is that of the
+first of them.
 
 Loudness: single sources lose up to 3 dB in the room. --gain changes the level of the output; --loudness-match chooses
 the gain so that the integrated loudness of BS.1770 of the output is that of INPUT (after the scaling down above), for

@@ -96,6 +96,40 @@ TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
     }
 }
 
+TEST_F(Batch, ACrashCostsOneFile)
+{
+    const Names inputs{"a.wav", "abort.wav", "trap.wav", "b.wav", "exit.wav", "kill.wav", "c.wav"};
+    for (std::size_t i = 0; i < inputs.size(); ++i) writeStereo(inputs[i], static_cast<unsigned>(i));
+    for (const std::string jobs : {"1", "3"}) {
+        std::vector<std::string> arguments{"upmix", "--json", "--output-dir", "out" + jobs, "-j", jobs};
+        arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+        const Result result = tarnWithCrashes(arguments);
+        EXPECT_EQ(result.exitCode, 70);
+        const std::string rest = "; the other files are done all the same; ";
+        for (const std::string& message :
+             {"tarn: abort.wav: the decoder or encoder crashed (signal 6, Aborted)" + rest +
+                  "please report this file\n",
+              "tarn: trap.wav: the decoder or encoder crashed (signal 4, Illegal instruction)" + rest,
+              "tarn: exit.wav: the decoder or encoder ended the process (exit code 3)" + rest,
+              "tarn: kill.wav: the process that worked on it was killed (signal 9, Killed)" + rest,
+              "tarn: 3 of 7 files upmixed into out" + jobs + "; failed: abort.wav trap.wav exit.wav kill.wav\n"})
+            EXPECT_NE(result.errors.find(message), std::string::npos) << message << result.errors;
+
+        const Json report = Json::parse(result.output);
+        EXPECT_EQ(report["failed"], 4);
+        ASSERT_EQ(report["files"].size(), inputs.size());
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            const Json& file = report["files"][i];
+            EXPECT_EQ(file["input"], inputs[i]);
+            const bool crashes = inputs[i].size() > 5;
+            EXPECT_EQ(file.contains("exit_code"), crashes);
+            EXPECT_EQ(file.value("exit_code", 0), crashes ? 70 : 0);
+        }
+        for (const std::string name : {"a", "b", "c"})
+            EXPECT_GE(readAudio(at("out" + jobs + "/" + name + "-3.0.wav")).info.frames, 9000);
+    }
+}
+
 TEST_F(Batch, OfOneFileIsStillADirectory)
 {
     writeStereo("a.wav", 1);
