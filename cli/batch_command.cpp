@@ -2,6 +2,7 @@
 
 #include "cli/failure.h"
 #include "cli/progress.h"
+#include "cli/temporary_file.h"
 #include "cli/worker_processes.h"
 
 #include <algorithm>
@@ -53,7 +54,10 @@ void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
     for (const BatchFile& file : files) names.push_back(file.options.input);
     const auto work = [&files](std::size_t i) { return jsonOf(files[i].options, upmix(files[i].options)); };
     const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
-        if (outcome.crashed) wipeProgress();
+        if (outcome.crashed) {
+            wipeProgress();
+            removeStaleTemporaries(std::filesystem::path(files[i].options.output).parent_path());
+        }
         if (outcome.exitCode != EX_OK) printNote(outcome.error);
         files[i].outcome = std::move(outcome);
     };
@@ -95,6 +99,7 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
     if (error)
         throw Failure(EX_CANTCREAT, batch.directory + ": the directory cannot be created: " + error.message() +
                                         "; choose another --output-dir");
+    removeStaleTemporariesOnce(batch.directory);
 
     workOnAll(files, batch.jobs);
 

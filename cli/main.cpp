@@ -36,7 +36,8 @@ Exit codes:
   74  reading or writing failed, for example on a full disk
   Of several files, that of the first that failed, in the order given; the others are done all the same.
   An interrupted run (Ctrl-C, or a pipe whose reader goes away) dies by the signal. Whatever goes wrong, no
-  half-written file is left, unless the run is killed outright (SIGKILL, power).
+  half-written file has the name of an output. A run that is killed outright (SIGKILL, power) leaves a hidden
+  file, .NAME.tarn-XXXXXX, which the next run that writes into the directory removes.
 )";
 
 constexpr const char* kUpmixFooter =

@@ -125,9 +125,35 @@ TEST_F(Batch, ACrashCostsOneFile)
             EXPECT_EQ(file.contains("exit_code"), crashes);
             EXPECT_EQ(file.value("exit_code", 0), crashes ? 70 : 0);
         }
+        EXPECT_EQ(filesIn("out" + jobs), (Names{"a-3.0.wav", "b-3.0.wav", "c-3.0.wav"}));
         for (const std::string name : {"a", "b", "c"})
             EXPECT_GE(readAudio(at("out" + jobs + "/" + name + "-3.0.wav")).info.frames, 9000);
     }
+}
+
+TEST_F(Batch, RemovesWhatAKilledRunHasLeft)
+{
+    writeStereo("a.wav", 1);
+    std::filesystem::create_directory(at("out"));
+    writeBytes(at("out/.a-3.0.wav.tarn-abcdef"), "half");
+    writeBytes(at(".a-3.0.wav.tarn-abcdef"), "half, in a directory that is not written to");
+    // Even where nothing can be written.
+    EXPECT_EQ(tarn({"upmix", "--output-dir", "out", "missing.wav"}).exitCode, 66);
+    EXPECT_EQ(filesIn("out"), Names{});
+    EXPECT_EQ(files(), (Names{".a-3.0.wav.tarn-abcdef", "a.wav", "out"}));
+}
+
+TEST_F(Batch, OfAFileWithALongNameCostsThatFile)
+{
+    writeStereo("a.wav", 1);
+    const std::string longName = std::string(251, 'x');
+    writeStereo(longName + ".wav", 2);
+    const Result result = tarn({"upmix", "--output-dir", "out", longName + ".wav", "a.wav"});
+    EXPECT_EQ(result.exitCode, 73);
+    EXPECT_NE(result.errors.find(longName + "-3.0.wav: the name has 259 bytes, and out takes names of 255 at most"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav"}));
 }
 
 TEST_F(Batch, OfOneFileIsStillADirectory)

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <regex>
 #include <thread>
 
 #include <fcntl.h>
@@ -134,6 +135,41 @@ TEST_F(Interruption, ByAKillLeavesNoProcess)
     EXPECT_EQ(poll(&end, 1, 10000), 1);
     EXPECT_EQ(end.revents, POLLHUP);
     close(errors[0]);
+}
+
+TEST_F(Interruption, ByAKillLeavesATemporaryFileThatTheNextRunRemoves)
+{
+    writeBytes(at("out.wav"), "precious");
+    Process process(toFile, directory, input[0], sink, sink);
+    ASSERT_TRUE(appears(1));
+    process.signal(SIGKILL);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, SIGKILL);
+    ASSERT_EQ(files().size(), 2u);
+    EXPECT_TRUE(std::regex_match(files()[0], std::regex("\\.out\\.wav\\.tarn-[A-Za-z0-9]{6}"))) << files()[0];
+
+    EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene.wav"}));
+    EXPECT_EQ(bytesOf(at("out.wav")), "precious");
+}
+
+TEST_F(Interruption, OfOneRunLeavesTheTemporaryFilesOfOthersThatStillWrite)
+{
+    Process process(toFile, directory, input[0], sink, sink);
+    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
+    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+    ASSERT_TRUE(appears(0));
+    const std::vector<std::string> writing = files();
+    EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
+    EXPECT_EQ(files(), (std::vector<std::string>{writing[0], "scene.wav"}));
+    close(input[1]);
+    input[1] = -1;
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene.wav"}));
 }
 
 TEST_F(Interruption, ReachesARunWhoseReaderStalls)
