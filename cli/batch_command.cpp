@@ -64,14 +64,43 @@ void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
     runInProcesses(names, jobs, work, done);
 }
 
-void printSummary(const std::vector<BatchFile>& files, const std::string& directory, std::size_t failed)
+bool isSkipped(const BatchFile& file)
 {
-    std::string line = std::to_string(files.size() - failed) + " of " + std::to_string(files.size()) +
+    return file.outcome.exitCode == EX_OK && file.outcome.result.contains("skipped");
+}
+
+bool isFailed(const BatchFile& file)
+{
+    return file.outcome.exitCode != EX_OK;
+}
+
+void printSummary(const std::vector<BatchFile>& files, const std::string& directory)
+{
+    const auto skipped = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isSkipped));
+    const auto failed = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFailed));
+    std::string line = std::to_string(files.size() - skipped - failed) + " of " + std::to_string(files.size()) +
                        " files upmixed into " + directory;
+    if (skipped > 0) line += ", " + std::to_string(skipped) + " skipped";
     if (failed > 0) line += "; failed:";
     for (const BatchFile& file : files)
-        if (file.outcome.exitCode != EX_OK) line += " " + file.options.input;
+        if (isFailed(file)) line += " " + file.options.input;
     printNote(line);
+}
+
+/// The report of all files as --json prints it.
+Json jsonOf(const std::vector<BatchFile>& files)
+{
+    Json reports = Json::array();
+    for (const BatchFile& file : files) {
+        const WorkerOutcome& outcome = file.outcome;
+        reports.push_back(
+            isFailed(file)
+                ? Json{{"input", file.options.input}, {"error", outcome.error}, {"exit_code", outcome.exitCode}}
+                : outcome.result);
+    }
+    return {{"files", reports},
+            {"failed", std::count_if(files.begin(), files.end(), isFailed)},
+            {"skipped", std::count_if(files.begin(), files.end(), isSkipped)}};
 }
 
 } // namespace
@@ -103,22 +132,10 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
 
     workOnAll(files, batch.jobs);
 
-    std::size_t failed = 0;
-    int exitCode = EX_OK;
-    Json reports = Json::array();
-    for (const BatchFile& file : files) {
-        const WorkerOutcome& outcome = file.outcome;
-        if (outcome.exitCode == EX_OK) {
-            reports.push_back(outcome.result);
-            continue;
-        }
-        ++failed;
-        if (exitCode == EX_OK) exitCode = outcome.exitCode;
-        reports.push_back({{"input", file.options.input}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
-    }
-    if (!each.quiet) printSummary(files, batch.directory, failed);
-    if (each.json) printJson({{"files", reports}, {"failed", failed}}, stdout);
-    return exitCode;
+    if (!each.quiet) printSummary(files, batch.directory);
+    if (each.json) printJson(jsonOf(files), stdout);
+    const auto firstFailed = std::find_if(files.begin(), files.end(), isFailed);
+    return firstFailed == files.end() ? EX_OK : firstFailed->outcome.exitCode;
 }
 
 } // namespace tarn

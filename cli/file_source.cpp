@@ -274,6 +274,13 @@ std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
     return count;
 }
 
+bool FileSource::hasLastFrame()
+{
+    std::vector<double> frame(static_cast<std::size_t>(info.channels));
+    return sf_seek(handle.get(), info.frames - 1, SEEK_SET) >= 0 &&
+           sf_readf_double(handle.get(), frame.data(), 1) == 1 && sf_error(handle.get()) == SF_ERR_NO_ERROR;
+}
+
 void FileSource::verifyEnd() const
 {
     if (promised && position < *promised) throw cutShort(path, *promised, position, "frames");

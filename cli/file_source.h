@@ -67,6 +67,9 @@ public:
     /// Returns how many; 0 at the end. Throws Failure (EX_DATAERR) for samples that are not finite.
     std::size_t readFullScale(double* stereo, std::size_t capacity);
 
+    /// Whether the last frame that the header promises can be read. Reading goes on behind it.
+    bool hasLastFrame();
+
 private:
     void openDescriptor();
     void openSndfile();

@@ -75,9 +75,10 @@ formats have a place for them (WAV has none for licences).
 JSON: --json prints one object: input, output, layout, sample_rate, bits, frames, seconds, delay_frames (of the output
 against INPUT), bypass, gain_db, clipped_samples (by the gain), speed (times real time), loudness_lufs with
 --loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of full scale has -3), energy_share (0 to 1) and
-full_scale_samples. With --output-dir it is {"files": [...], "failed": N}, and a file that failed has input, error and
-exit_code. What has no number, as the level of silence, is null. It goes to standard output, and to standard error
-where the audio is on standard output; add --quiet there, so that it stands alone.
+full_scale_samples. With --output-dir it is {"files": [...], "failed": N, "skipped": N}, and a file that failed has
+input, error and exit_code. A file that was skipped has input, output and "skipped": true. What has no number, as the
+level of silence, is null. It goes to standard output, and to standard error where the audio is on standard output; add
+--quiet there, so that it stands alone.
 
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
 describes it, and is required for standard input. Any length takes the same small amount of memory.
@@ -159,6 +160,11 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
     upmix->add_option("--raw", options.raw, "Rate and width of the stream on -, for example 48000:16")
         ->type_name("RATE:BITS");
     upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    upmix
+        ->add_flag("--skip-existing", options.skipExisting,
+                   "Leave out an INPUT whose OUTPUT exists and is complete;\n"
+                   "one that is not complete is an error without --force")
+        ->disable_flag_override();
     upmix->add_flag("--quiet", options.quiet, "No progress bar, notes and summary; errors are still reported")
         ->disable_flag_override();
     upmix->footer(kUpmixFooter);

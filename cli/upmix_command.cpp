@@ -1,5 +1,6 @@
 #include "cli/upmix_command.h"
 
+#include "cli/existing_output.h"
 #include "cli/failure.h"
 #include "cli/file_sink.h"
 #include "cli/file_source.h"
@@ -164,6 +165,9 @@ void checkOptions(const UpmixOptions& options)
     if (options.raw && !isStream(options.input) && !isStream(options.output))
         throw Failure(EX_USAGE,
                       "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
+    if (options.skipExisting && (isStream(options.input) || isStream(options.output)))
+        throw Failure(EX_USAGE, "--skip-existing: compares OUTPUT with INPUT, which a stream does not allow; name "
+                                "files, or leave it out");
     if (isStream(options.input) && !options.raw)
         throw Failure(EX_USAGE, "standard input: raw PCM does not say what it is; add --raw RATE:BITS, for example "
                                 "--raw 48000:16");
@@ -177,6 +181,10 @@ void checkOptions(const UpmixOptions& options)
 UpmixReport upmix(const UpmixOptions& options)
 {
     checkOptions(options);
+    if (options.skipExisting && hasCompleteOutput(options)) {
+        if (!options.quiet) printNote(options.output + ": is complete already, so " + options.input + " is skipped");
+        return {.skipped = true};
+    }
     const Layout& layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
@@ -231,6 +239,7 @@ UpmixReport upmix(const UpmixOptions& options)
 
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
 {
+    if (report.skipped) return {{"input", options.input}, {"output", options.output}, {"skipped", true}};
     Json json = {{"input", options.input},
                  {"output", options.output},
                  {"layout", report.layout->name},

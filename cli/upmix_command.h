@@ -28,6 +28,7 @@ struct UpmixOptions
     bool bypass = false;
     bool noAlign = false;
     bool force = false;
+    bool skipExisting = false; ///< an output that is complete counts as done
     bool quiet = false;
     bool noBar = false; ///< notes, but no progress bar
     bool json = false;
@@ -54,6 +55,7 @@ struct UpmixReport
     std::uint64_t clipped = 0;                ///< samples that the gain drove beyond full scale
     std::vector<ChannelLevel> levels{};       ///< by slot; empty unless JSON was asked for
     std::optional<LoudnessReport> loudness{}; ///< where it was matched
+    bool skipped = false;                     ///< the output was complete, and nothing was done
 };
 
 /// Refuses options that do not go together, before any file is opened. Throws Failure.

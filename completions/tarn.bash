@@ -19,7 +19,7 @@ _tarn() {
         *)
             [[ $word != -* ]] || words='--help --output-dir --format --jobs --layout --remap --bits --mode
                                         --mix-fraction --gain --loudness-match --bypass --json --no-align --raw --force
-                                        --quiet'
+                                        --skip-existing --quiet'
             ;;
         esac
         ;;
