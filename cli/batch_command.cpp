@@ -1,5 +1,6 @@
 #include "cli/batch_command.h"
 
+#include "cli/batch_names.h"
 #include "cli/failure.h"
 #include "cli/progress.h"
 #include "cli/temporary_file.h"
@@ -7,7 +8,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
+#include <iterator>
+#include <set>
+#include <system_error>
 #include <utility>
 
 namespace tarn
@@ -23,27 +26,40 @@ struct BatchFile
     WorkerOutcome outcome;
 };
 
-/// Refuses names that would meet, before anything is written.
-void checkNames(const std::vector<BatchFile>& files)
+/// The files that are to be upmixed.
+std::vector<BatchFile> filesOf(const BatchOptions& batch, const UpmixOptions& each)
 {
-    std::map<std::string, std::string> inputOf;
-    for (const BatchFile& file : files) {
-        const auto& [input, output] = std::pair(file.options.input, file.options.output);
-        if (input.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
-        if (input == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
-        const auto [other, isNew] = inputOf.emplace(output, input);
-        if (!isNew)
-            throw Failure(EX_USAGE, input + ": would become " + output + ", as " + other->second +
-                                        " would; rename one of them, or upmix it by itself");
+    const std::vector<BatchInput> inputs = findInputs(batch.inputs, batch.recursive, batch.directory);
+    const std::vector<std::string> outputs =
+        nameOutputs(inputs, batch.directory, "-" + each.layout + "." + batch.format);
+    std::vector<BatchFile> files;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        UpmixOptions& options = files.emplace_back(BatchFile{.options = each, .outcome = {}}).options;
+        options.input = inputs[i].path;
+        options.output = outputs[i];
+        options.noBar = batch.jobs > 1;
+        checkOptions(options);
     }
-    for (const auto& [output, input] : inputOf) {
-        std::error_code missing;
-        const auto isOutput = [&missing, &name = output](const BatchFile& file) {
-            return std::filesystem::equivalent(name, file.options.input, missing);
-        };
-        if (std::any_of(files.begin(), files.end(), isOutput))
-            throw Failure(EX_USAGE, output + ": would be the output for " + input +
-                                        " and is an input itself; choose another --output-dir");
+    return files;
+}
+
+std::filesystem::path directoryOf(const BatchFile& file)
+{
+    return std::filesystem::path(file.options.output).parent_path();
+}
+
+/// Creates the directories of the outputs, and removes what killed runs have left in them.
+void prepareDirectories(const std::vector<BatchFile>& files)
+{
+    std::set<std::filesystem::path> directories;
+    std::transform(files.begin(), files.end(), std::inserter(directories, directories.end()), directoryOf);
+    for (const std::filesystem::path& directory : directories) {
+        std::error_code error;
+        std::filesystem::create_directories(directory, error);
+        if (error)
+            throw Failure(EX_CANTCREAT, directory.string() + ": the directory cannot be created: " + error.message() +
+                                            "; choose another --output-dir");
+        removeStaleTemporariesOnce(directory);
     }
 }
 
@@ -56,7 +72,7 @@ void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
     const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.crashed) {
             wipeProgress();
-            removeStaleTemporaries(std::filesystem::path(files[i].options.output).parent_path());
+            removeStaleTemporaries(directoryOf(files[i]));
         }
         if (outcome.exitCode != EX_OK) printNote(outcome.error);
         files[i].outcome = std::move(outcome);
@@ -105,31 +121,10 @@ Json jsonOf(const std::vector<BatchFile>& files)
 
 } // namespace
 
-std::string batchOutput(const BatchOptions& batch, const std::string& layout, const std::string& input)
-{
-    std::string name = std::filesystem::path(input).stem().string();
-    name += "-" + layout + "." + batch.format;
-    return (std::filesystem::path(batch.directory) / name).string();
-}
-
 int runBatch(const BatchOptions& batch, const UpmixOptions& each)
 {
-    std::vector<BatchFile> files;
-    for (const std::string& input : batch.inputs) {
-        BatchFile& file = files.emplace_back(BatchFile{.options = each, .outcome = {}});
-        file.options.input = input;
-        file.options.output = batchOutput(batch, each.layout, input);
-        file.options.noBar = batch.jobs > 1;
-    }
-    checkNames(files);
-    for (const BatchFile& file : files) checkOptions(file.options);
-    std::error_code error;
-    std::filesystem::create_directories(batch.directory, error);
-    if (error)
-        throw Failure(EX_CANTCREAT, batch.directory + ": the directory cannot be created: " + error.message() +
-                                        "; choose another --output-dir");
-    removeStaleTemporariesOnce(batch.directory);
-
+    std::vector<BatchFile> files = filesOf(batch, each);
+    prepareDirectories(files);
     workOnAll(files, batch.jobs);
 
     if (!each.quiet) printSummary(files, batch.directory);

@@ -60,8 +60,13 @@ more than 1 in magnitude, loud passages can wrap around.
   0    0    0.5  0.5    # centre
 
 Many files: with --output-dir DIR, every name is an INPUT, and song.flac becomes DIR/song-3.0.wav, by the name of the
-layout and --format. DIR is created if it is missing. Inputs that would have one output, and outputs that are inputs,
-are refused before anything is written; an output that exists is left alone without --force. One file that fails, or
+layout and --format. DIR is created if it is missing. With --recursive, an INPUT may be a folder: music/x/song.flac of
+the folder music becomes DIR/x/song-3.0.wav. The files in it that count end in .wav .wave .bwf .rf64 .w64 .aif .aiff
+.aifc .au .snd .flac .ogg .oga .opus .mp1 .mp2 .mp3 .caf .iff .svx .8svx .16svx .voc .avr .ircam .sf .nist .sph .paf
+.pvf .sds or .sd2, in letters of any case; hidden ones, links to folders and DIR itself are left out. If outputs would
+meet, all go below the folders that their inputs have beneath their deepest common folder: x/song.flac and y/song.flac
+become DIR/x/song-3.0.wav and DIR/y/song-3.0.wav. Outputs that still meet, as those of song.flac and song.mp3, and
+outputs that are inputs are refused before anything is written; one that exists is left alone without --force. One file that fails, or
 makes a decoder crash, does not stop the rest: a summary at the end says which did, and the exit code is that of the
 first of them.
 
@@ -87,6 +92,7 @@ Examples:
   tarn upmix song.flac song-3.0.wav
   tarn upmix --layout 5.1 --bits 24 song.mp3 song-5.1.flac
   tarn upmix --output-dir upmixed --format flac -j 2 album/*.flac
+  tarn upmix --output-dir upmixed --recursive --skip-existing music
   tarn upmix --loudness-match --json song.wav song-3.0.wav
   tarn upmix --layout slots8 --remap matrix.txt song.wav slots.wav
   ffmpeg -i film.mkv -ac 2 -ar 48000 -f s16le - | tarn upmix --raw 48000:16 - film-3.0.wav
@@ -113,6 +119,12 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
     upmix->add_option("MORE", arguments.more, "With --output-dir, all names are INPUTs")->type_name("");
     upmix->add_option("--output-dir", arguments.batch.directory, "Upmix every INPUT into this directory, see below")
         ->type_name("DIR");
+    upmix
+        ->add_flag("-r,--recursive", arguments.batch.recursive,
+                   "An INPUT may be a folder: every audio file below it is\n"
+                   "upmixed, and its folders are made in --output-dir")
+        ->disable_flag_override()
+        ->needs("--output-dir");
     upmix->add_option("--format", arguments.batch.format, "Of the files in --output-dir: wav (default) or flac")
         ->type_name("NAME")
         ->check(CLI::IsMember({"wav", "flac"}).description(""))
