@@ -1,15 +1,17 @@
 #include "cli/batch_command.h"
 
+#include "cli/batch_names.h"
 #include "cli/failure.h"
-#include "cli/interrupt.h"
+#include "cli/progress.h"
+#include "cli/temporary_file.h"
+#include "cli/worker_processes.h"
 
 #include <algorithm>
-#include <atomic>
-#include <exception>
 #include <filesystem>
-#include <map>
-#include <optional>
-#include <thread>
+#include <iterator>
+#include <set>
+#include <system_error>
+#include <utility>
 
 namespace tarn
 {
@@ -17,131 +19,127 @@ namespace tarn
 namespace
 {
 
-/// What became of a file.
-struct Outcome
+/// A file of the batch, and what became of it.
+struct BatchFile
 {
     UpmixOptions options;
-    std::optional<UpmixReport> report;
-    std::string error;
-    int exitCode = EX_OK;
+    WorkerOutcome outcome;
 };
 
-/// Refuses names that would meet, before anything is written.
-void checkNames(const std::vector<Outcome>& files)
+/// The files that are to be upmixed.
+std::vector<BatchFile> filesOf(const BatchOptions& batch, const UpmixOptions& each)
 {
-    std::map<std::string, std::string> inputOf;
-    for (const Outcome& file : files) {
-        const auto& [input, output] = std::pair(file.options.input, file.options.output);
-        if (input.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
-        if (input == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
-        const auto [other, isNew] = inputOf.emplace(output, input);
-        if (!isNew)
-            throw Failure(EX_USAGE, input + ": would become " + output + ", as " + other->second +
-                                        " would; rename one of them, or upmix it by itself");
+    const std::vector<BatchInput> inputs = findInputs(batch.inputs, batch.recursive, batch.directory);
+    const std::vector<std::string> outputs =
+        nameOutputs(inputs, batch.directory, "-" + each.layout + "." + batch.format);
+    std::vector<BatchFile> files;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        UpmixOptions& options = files.emplace_back(BatchFile{.options = each, .outcome = {}}).options;
+        options.input = inputs[i].path;
+        options.output = outputs[i];
+        options.noBar = batch.jobs > 1;
+        checkOptions(options);
     }
-    for (const auto& [output, input] : inputOf) {
-        std::error_code missing;
-        const auto isOutput = [&missing, &name = output](const Outcome& file) {
-            return std::filesystem::equivalent(name, file.options.input, missing);
-        };
-        if (std::any_of(files.begin(), files.end(), isOutput))
-            throw Failure(EX_USAGE, output + ": would be the output for " + input +
-                                        " and is an input itself; choose another --output-dir");
+    return files;
+}
+
+std::filesystem::path directoryOf(const BatchFile& file)
+{
+    return std::filesystem::path(file.options.output).parent_path();
+}
+
+/// Creates the directories of the outputs, and removes what killed runs have left in them.
+void prepareDirectories(const std::vector<BatchFile>& files)
+{
+    std::set<std::filesystem::path> directories;
+    std::transform(files.begin(), files.end(), std::inserter(directories, directories.end()), directoryOf);
+    for (const std::filesystem::path& directory : directories) {
+        std::error_code error;
+        std::filesystem::create_directories(directory, error);
+        if (error)
+            throw Failure(EX_CANTCREAT, directory.string() + ": the directory cannot be created: " + error.message() +
+                                            "; choose another --output-dir");
+        removeStaleTemporariesOnce(directory);
     }
 }
 
-void work(Outcome& file)
+/// Works on the files, so many at a time. Throws Interrupted when all have stopped.
+void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
 {
-    try {
-        file.report = upmix(file.options);
-    } catch (const Failure& failure) {
-        file.error = failure.what();
-        file.exitCode = failure.exitCode();
-    } catch (const std::exception& error) {
-        file.error = file.options.input + ": internal error: " + error.what();
-        file.exitCode = EX_SOFTWARE;
-    }
-    if (file.exitCode != EX_OK) printNote(file.error);
-}
-
-/// Works on the files in their order, so many at a time. Throws Interrupted when all have stopped.
-void workOnAll(std::vector<Outcome>& files, unsigned jobs)
-{
-    // Its first engine fills the library's tables, which must be done before other threads make theirs.
-    const zrk_tarn::UpmixStream first{zrk_tarn::StreamConfiguration{}};
-    std::atomic<std::size_t> next = 0;
-    const auto workUntilDone = [&] {
-        try {
-            for (std::size_t i = next++; i < files.size(); i = next++) {
-                throwIfInterrupted();
-                work(files[i]);
-            }
-        } catch (const Interrupted&) {
-            // The others see the same signal, and so does the end of all.
-            return;
+    std::vector<std::string> names;
+    for (const BatchFile& file : files) names.push_back(file.options.input);
+    const auto work = [&files](std::size_t i) { return jsonOf(files[i].options, upmix(files[i].options)); };
+    const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
+        if (outcome.crashed) {
+            wipeProgress();
+            removeStaleTemporaries(directoryOf(files[i]));
         }
+        if (outcome.exitCode != EX_OK) printNote(outcome.error);
+        files[i].outcome = std::move(outcome);
     };
-    std::vector<std::jthread> others;
-    for (std::size_t job = 1; job < std::min<std::size_t>(jobs, files.size()); ++job)
-        others.emplace_back(workUntilDone);
-    workUntilDone();
-    others.clear();
-    throwIfInterrupted();
+    runInProcesses(names, jobs, work, done);
 }
 
-void printSummary(const std::vector<Outcome>& files, const std::string& directory, std::size_t failed)
+bool isSkipped(const BatchFile& file)
 {
-    std::string line = std::to_string(files.size() - failed) + " of " + std::to_string(files.size()) +
+    return file.outcome.exitCode == EX_OK && file.outcome.result.contains("skipped");
+}
+
+bool isFailed(const BatchFile& file)
+{
+    return file.outcome.exitCode != EX_OK;
+}
+
+/// Whether it was upmixed without a part of the input that is missing or damaged.
+bool isIncomplete(const BatchFile& file)
+{
+    return !isFailed(file) && file.outcome.result.value("exit_code", EX_OK) != EX_OK;
+}
+
+void printSummary(const std::vector<BatchFile>& files, const std::string& directory)
+{
+    const auto skipped = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isSkipped));
+    const auto failed = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFailed));
+    std::string line = std::to_string(files.size() - skipped - failed) + " of " + std::to_string(files.size()) +
                        " files upmixed into " + directory;
+    const auto incomplete = std::count_if(files.begin(), files.end(), isIncomplete);
+    if (incomplete > 0) line += ", " + std::to_string(incomplete) + " of them incomplete";
+    if (skipped > 0) line += ", " + std::to_string(skipped) + " skipped";
     if (failed > 0) line += "; failed:";
-    for (const Outcome& file : files)
-        if (file.exitCode != EX_OK) line += " " + file.options.input;
+    for (const BatchFile& file : files)
+        if (isFailed(file)) line += " " + file.options.input;
     printNote(line);
+}
+
+/// The report of all files as --json prints it.
+Json jsonOf(const std::vector<BatchFile>& files)
+{
+    Json reports = Json::array();
+    for (const BatchFile& file : files) {
+        const WorkerOutcome& outcome = file.outcome;
+        reports.push_back(
+            isFailed(file)
+                ? Json{{"input", file.options.input}, {"error", outcome.error}, {"exit_code", outcome.exitCode}}
+                : outcome.result);
+    }
+    return {{"files", reports},
+            {"failed", std::count_if(files.begin(), files.end(), isFailed)},
+            {"skipped", std::count_if(files.begin(), files.end(), isSkipped)}};
 }
 
 } // namespace
 
-std::string batchOutput(const BatchOptions& batch, const std::string& layout, const std::string& input)
-{
-    std::string name = std::filesystem::path(input).stem().string();
-    name += "-" + layout + "." + batch.format;
-    return (std::filesystem::path(batch.directory) / name).string();
-}
-
 int runBatch(const BatchOptions& batch, const UpmixOptions& each)
 {
-    std::vector<Outcome> files;
-    for (const std::string& input : batch.inputs) {
-        Outcome& file = files.emplace_back(Outcome{.options = each, .report = {}, .error = {}, .exitCode = EX_OK});
-        file.options.input = input;
-        file.options.output = batchOutput(batch, each.layout, input);
-        file.options.noBar = batch.jobs > 1;
-    }
-    checkNames(files);
-    for (const Outcome& file : files) checkOptions(file.options);
-    std::error_code error;
-    std::filesystem::create_directories(batch.directory, error);
-    if (error)
-        throw Failure(EX_CANTCREAT, batch.directory + ": the directory cannot be created: " + error.message() +
-                                        "; choose another --output-dir");
-
+    std::vector<BatchFile> files = filesOf(batch, each);
+    prepareDirectories(files);
     workOnAll(files, batch.jobs);
 
-    std::size_t failed = 0;
-    int exitCode = EX_OK;
-    Json reports = Json::array();
-    for (const Outcome& file : files) {
-        if (file.exitCode == EX_OK) {
-            reports.push_back(jsonOf(file.options, *file.report));
-            continue;
-        }
-        ++failed;
-        if (exitCode == EX_OK) exitCode = file.exitCode;
-        reports.push_back({{"input", file.options.input}, {"error", file.error}, {"exit_code", file.exitCode}});
-    }
-    if (!each.quiet) printSummary(files, batch.directory, failed);
-    if (each.json) printJson({{"files", reports}, {"failed", failed}}, stdout);
-    return exitCode;
+    if (!each.quiet) printSummary(files, batch.directory);
+    if (each.json) printJson(jsonOf(files), stdout);
+    const auto firstFailed = std::find_if(files.begin(), files.end(), isFailed);
+    if (firstFailed != files.end()) return firstFailed->outcome.exitCode;
+    return std::any_of(files.begin(), files.end(), isIncomplete) ? kExitIncomplete : EX_OK;
 }
 
 } // namespace tarn

@@ -11,8 +11,9 @@ namespace tarn
 /// What `tarn upmix --output-dir` was asked for.
 struct BatchOptions
 {
-    std::vector<std::string> inputs;
-    std::string directory;      ///< created if it is missing
+    std::vector<std::string> inputs; ///< files, and folders with recursive
+    std::string directory;           ///< created if it is missing
+    bool recursive = false;
     std::string format = "wav"; ///< extension of the outputs, without its dot
     unsigned jobs = 1;          ///< files at a time
 };
@@ -21,10 +22,8 @@ struct BatchOptions
 ///
 /// each  the options of every file, without input and output
 /// Returns the exit code: 0, or that of the first input, in the order given, that failed. Throws Failure (EX_USAGE,
-/// EX_CANTCREAT) before anything is written, if two outputs would have one name or an output is an input; Interrupted.
+/// EX_NOINPUT, EX_CANTCREAT) before anything is written, if outputs would meet or are inputs, or a folder cannot be
+/// read or created; Interrupted.
 int runBatch(const BatchOptions& batch, const UpmixOptions& each);
-
-/// The name of an input's output: song.flac in layout 5.1 becomes DIR/song-5.1.wav.
-std::string batchOutput(const BatchOptions& batch, const std::string& layout, const std::string& input);
 
 } // namespace tarn

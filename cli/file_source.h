@@ -54,9 +54,6 @@ public:
     void rewind() override;
     std::optional<Loss> loss() const override;
 
-    /// The frames that the file declares, if it does.
-    std::optional<std::uint64_t> declaredFrames() const noexcept { return declared; }
-
     /// Reads frames in units of full scale, without prepare and whatever their peak.
     ///
     /// stereo  [2 * capacity]  interleaved

@@ -8,10 +8,12 @@
 #include "cli/stereo_analysis.h"
 #include "cli/stream_format.h"
 #include "cli/text.h"
+#include "cli/worker_processes.h"
 
 #include <cmath>
 #include <cstdio>
 #include <optional>
+#include <utility>
 
 namespace tarn
 {
@@ -113,13 +115,13 @@ std::string column(const char* format, double value)
                                 : "     +inf";
 }
 
-void printMeasure(const std::string& name, const StereoMeasure& measure, std::uint64_t frames)
+std::string measureLine(const std::string& name, const StereoMeasure& measure, std::uint64_t frames)
 {
-    std::printf("  %-10s%s  %s     %s      %s\n", name.c_str(),
-                column("%9.3f", measure.correlation().value_or(std::nan(""))).c_str(),
-                column("%9.1f", measure.energy() == 0.0 ? std::nan("") : measure.sideToMidDb()).c_str(),
-                column("%9.1f", measure.energy() == 0.0 ? std::nan("") : measure.leftToRightDb()).c_str(),
-                column("%9.1f", levelDb(measure, frames)).c_str());
+    const bool silent = measure.energy() == 0.0;
+    return "  " + padded(name, 10) + column("%9.3f", measure.correlation().value_or(std::nan(""))) + "  " +
+           column("%9.1f", silent ? std::nan("") : measure.sideToMidDb()) + "     " +
+           column("%9.1f", silent ? std::nan("") : measure.leftToRightDb()) + "      " +
+           column("%9.1f", levelDb(measure, frames)) + "\n";
 }
 
 std::string verdictOf(const StereoAnalysis& analysis)
@@ -133,24 +135,26 @@ std::string verdictOf(const StereoAnalysis& analysis)
     return verdict;
 }
 
-void print(const std::string& input, const Finding& finding)
+/// All that was found out, as a table.
+std::string tableOf(const std::string& input, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    std::printf("%s\n  %s, %s, %u Hz, %u channel%s", input.c_str(), facts.container.c_str(), facts.codec.c_str(),
-                facts.sampleRate, facts.channels, facts.channels == 1 ? "" : "s");
+    std::string text = input + "\n  " + facts.container + ", " + facts.codec + ", " + std::to_string(facts.sampleRate) +
+                       " Hz, " + std::to_string(facts.channels) + " channel" + (facts.channels == 1 ? "" : "s");
     if (facts.frames)
-        std::printf(", %s (%llu frames)", durationText(*facts.frames, facts.sampleRate).c_str(),
-                    static_cast<unsigned long long>(*facts.frames));
-    std::printf("\n");
-    if (const std::string blocked = obstacle(facts); !blocked.empty()) std::printf("  %s\n", blocked.c_str());
-    if (!finding.analysis) return;
+        text +=
+            ", " + durationText(*facts.frames, facts.sampleRate) + " (" + std::to_string(*facts.frames) + " frames)";
+    text += "\n";
+    if (const std::string blocked = obstacle(facts); !blocked.empty()) text += "  " + blocked + "\n";
+    if (!finding.analysis) return text;
 
     const StereoAnalysis& analysis = *finding.analysis;
-    std::printf("  %s\n", verdictOf(analysis).c_str());
-    std::printf("  %-10scorrelation  side/mid, dB  left/right, dB  level, dBFS\n", "");
-    printMeasure("overall", analysis.overall(), analysis.frames());
+    text += "  " + verdictOf(analysis) + "\n";
+    text += "  " + padded("", 10) + "correlation  side/mid, dB  left/right, dB  level, dBFS\n";
+    text += measureLine("overall", analysis.overall(), analysis.frames());
     for (const auto& [centreHz, measure] : analysis.bands())
-        printMeasure(formatted("%g Hz", centreHz), measure, analysis.frames());
+        text += measureLine(formatted("%g Hz", centreHz), measure, analysis.frames());
+    return text;
 }
 
 } // namespace
@@ -159,20 +163,25 @@ int runInfo(const InfoOptions& options)
 {
     int exitCode = EX_OK;
     Json files = Json::array();
-    for (const std::string& input : options.inputs) {
-        try {
-            const Finding finding = examine(input, !options.quiet);
-            if (options.json) {
-                files.push_back(jsonOf(input, finding));
-            } else {
-                print(input, finding);
-            }
-        } catch (const Failure& failure) {
-            std::fprintf(stderr, "tarn: %s\n", failure.what());
-            if (exitCode == EX_OK) exitCode = failure.exitCode();
-            files.push_back({{"input", input}, {"error", failure.what()}, {"exit_code", failure.exitCode()}});
+    const auto work = [&options](std::size_t i) {
+        const std::string& input = options.inputs[i];
+        const Finding finding = examine(input, !options.quiet);
+        return options.json ? jsonOf(input, finding) : Json(tableOf(input, finding));
+    };
+    const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
+        if (outcome.crashed) wipeProgress();
+        if (outcome.exitCode != EX_OK) {
+            std::fprintf(stderr, "tarn: %s\n", outcome.error.c_str());
+            if (exitCode == EX_OK) exitCode = outcome.exitCode;
+            files.push_back({{"input", options.inputs[i]}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
+        } else if (options.json) {
+            files.push_back(std::move(outcome.result));
+        } else {
+            std::fputs(outcome.result.get_ref<const std::string&>().c_str(), stdout);
+            std::fflush(stdout);
         }
-    }
+    };
+    runInProcesses(options.inputs, 1, work, done);
     if (options.json) printJson({{"files", files}}, stdout);
     return exitCode;
 }

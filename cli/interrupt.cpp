@@ -39,6 +39,8 @@ extern "C" void noteSignal(int signalNumber)
 
 void catchInterrupts()
 {
+    for (const int end : wakePipe)
+        if (end >= 0) close(end);
     if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0)
         throw Failure(EX_SOFTWARE, "cannot create a pipe: " + systemError(errno));
 
@@ -51,6 +53,16 @@ void catchInterrupts()
         sigaction(signalNumber, &action, nullptr);
     }
     std::signal(SIGXFSZ, SIG_IGN);
+}
+
+int arrivedSignal() noexcept
+{
+    return arrived;
+}
+
+int interruptDescriptor() noexcept
+{
+    return wakePipe[0];
 }
 
 void throwIfInterrupted()

@@ -9,10 +9,17 @@ struct Interrupted
     int signalNumber;
 };
 
-/// Makes SIGINT, SIGTERM and SIGHUP stop the work cleanly, and a file-size limit an ordinary write error.
+/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the work cleanly, and a file-size limit an ordinary write error.
 ///
-/// Signals that the parent has set to be ignored, as nohup does, stay ignored.
+/// Signals that the parent has set to be ignored, as nohup does, stay ignored. A forked process calls it again, so that
+/// its signals do not wake its parent.
 void catchInterrupts();
+
+/// The signal that has arrived, or 0.
+int arrivedSignal() noexcept;
+
+/// A descriptor that is readable as soon as a signal has arrived.
+int interruptDescriptor() noexcept;
 
 /// Throws Interrupted if a signal has arrived.
 void throwIfInterrupted();

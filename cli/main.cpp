@@ -31,12 +31,13 @@ Exit codes:
   65  INPUT cannot be upmixed: not stereo, another sample rate, cut short, empty, damaged;
       or the remap file holds no matrix
   66  INPUT or the remap file is missing or cannot be read
-  70  internal error
+  70  internal error, or a decoder or encoder has crashed
   73  OUTPUT cannot be created
   74  reading or writing failed, for example on a full disk
   Of several files, that of the first that failed, in the order given; the others are done all the same.
   An interrupted run (Ctrl-C, or a pipe whose reader goes away) dies by the signal. Whatever goes wrong, no
-  half-written file is left, unless the run is killed outright (SIGKILL, power).
+  half-written file has the name of an output. A run that is killed outright (SIGKILL, power) leaves a hidden
+  file, .NAME.tarn-XXXXXX, which the next run that writes into the directory removes.
 )";
 
 constexpr const char* kUpmixFooter =
@@ -59,9 +60,15 @@ more than 1 in magnitude, loud passages can wrap around.
   0    0    0.5  0.5    # centre
 
 Many files: with --output-dir DIR, every name is an INPUT, and song.flac becomes DIR/song-3.0.wav, by the name of the
-layout and --format. DIR is created if it is missing. Inputs that would have one output, and outputs that are inputs,
-are refused before anything is written; an output that exists is left alone without --force. One file that fails does
-not stop the rest: a summary at the end says which did, and the exit code is that of the first of them.
+layout and --format. DIR is created if it is missing. With --recursive, an INPUT may be a folder: music/x/song.flac of
+the folder music becomes DIR/x/song-3.0.wav. The files in it that count end in .wav .wave .bwf .rf64 .w64 .aif .aiff
+.aifc .au .snd .flac .ogg .oga .opus .mp1 .mp2 .mp3 .caf .iff .svx .8svx .16svx .voc .avr .ircam .sf .nist .sph .paf
+.pvf .sds or .sd2, in letters of any case; hidden ones, links to folders and DIR itself are left out. If outputs would
+meet, all go below the folders that their inputs have beneath their deepest common folder: x/song.flac and y/song.flac
+become DIR/x/song-3.0.wav and DIR/y/song-3.0.wav. Outputs that still meet, as those of song.flac and song.mp3, and
+outputs that are inputs are refused before anything is written; one that exists is left alone without --force. One file that fails, or
+makes a decoder crash, does not stop the rest: a summary at the end says which did, and the exit code is that of the
+first of them.
 
 Loudness: single sources lose up to 3 dB in the room. --gain changes the level of the output; --loudness-match chooses
 the gain so that the integrated loudness of BS.1770 of the output is that of INPUT (after the scaling down above), for
@@ -73,9 +80,10 @@ formats have a place for them (WAV has none for licences).
 JSON: --json prints one object: input, output, layout, sample_rate, bits, frames, seconds, delay_frames (of the output
 against INPUT), bypass, gain_db, clipped_samples (by the gain), speed (times real time), loudness_lufs with
 --loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of full scale has -3), energy_share (0 to 1) and
-full_scale_samples. With --output-dir it is {"files": [...], "failed": N}, and a file that failed has input, error and
-exit_code. What has no number, as the level of silence, is null. It goes to standard output, and to standard error
-where the audio is on standard output; add --quiet there, so that it stands alone.
+full_scale_samples. With --output-dir it is {"files": [...], "failed": N, "skipped": N}, and a file that failed has
+input, error and exit_code. A file that was skipped has input, output and "skipped": true. What has no number, as the
+level of silence, is null. It goes to standard output, and to standard error where the audio is on standard output; add
+--quiet there, so that it stands alone.
 
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
 describes it, and is required for standard input. Any length takes the same small amount of memory.
@@ -84,6 +92,7 @@ Examples:
   tarn upmix song.flac song-3.0.wav
   tarn upmix --layout 5.1 --bits 24 song.mp3 song-5.1.flac
   tarn upmix --output-dir upmixed --format flac -j 2 album/*.flac
+  tarn upmix --output-dir upmixed --recursive --skip-existing music
   tarn upmix --loudness-match --json song.wav song-3.0.wav
   tarn upmix --layout slots8 --remap matrix.txt song.wav slots.wav
   ffmpeg -i film.mkv -ac 2 -ar 48000 -f s16le - | tarn upmix --raw 48000:16 - film-3.0.wav
@@ -110,6 +119,12 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
     upmix->add_option("MORE", arguments.more, "With --output-dir, all names are INPUTs")->type_name("");
     upmix->add_option("--output-dir", arguments.batch.directory, "Upmix every INPUT into this directory, see below")
         ->type_name("DIR");
+    upmix
+        ->add_flag("-r,--recursive", arguments.batch.recursive,
+                   "An INPUT may be a folder: every audio file below it is\n"
+                   "upmixed, and its folders are made in --output-dir")
+        ->disable_flag_override()
+        ->needs("--output-dir");
     upmix->add_option("--format", arguments.batch.format, "Of the files in --output-dir: wav (default) or flac")
         ->type_name("NAME")
         ->check(CLI::IsMember({"wav", "flac"}).description(""))
@@ -159,6 +174,11 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
     upmix->add_option("--rate", options.rate, "Sample rate of the output, Hz: one of those above")->type_name("HZ");
     upmix->add_flag("--strict", options.strict, "Refuse INPUT if it is cut short or damaged")->disable_flag_override();
     upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    upmix
+        ->add_flag("--skip-existing", options.skipExisting,
+                   "Leave out an INPUT whose OUTPUT exists and is complete;\n"
+                   "one that is not complete is an error without --force")
+        ->disable_flag_override();
     upmix->add_flag("--quiet", options.quiet, "No progress bar, notes and summary; errors are still reported")
         ->disable_flag_override();
     upmix->footer(kUpmixFooter);

@@ -18,9 +18,6 @@ namespace tarn
 namespace
 {
 
-// Leaves room for the dot and the suffix within the 255 bytes that file systems allow.
-constexpr std::size_t kMaxStemBytes = 240;
-
 /// The mode that open would give a new file. Asked for once: the mask can be read only by changing it, for all threads.
 mode_t defaultMode() noexcept
 {
@@ -42,28 +39,32 @@ int renameNoReplace(const std::string& from, const std::string& to) noexcept
     return 0;
 }
 
+/// The directory of a file, for messages.
+std::string directoryOf(const std::filesystem::path& file)
+{
+    return file.has_parent_path() ? file.parent_path().string() : ".";
+}
+
 } // namespace
 
 OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input)
     : givenName(path), target(path), mode(defaultMode()), replace(force)
 {
     checkExisting(input);
+    checkLength();
 
     const std::filesystem::path full(target);
-    const std::string stem = full.filename().string().substr(0, kMaxStemBytes);
-    temporary = (full.parent_path() / ("." + stem + ".XXXXXX")).string();
-    file = Descriptor(mkostemp(temporary.data(), O_CLOEXEC));
-    if (file.number() < 0) {
-        const std::string directory = full.has_parent_path() ? full.parent_path().string() : ".";
-        throw Failure(EX_CANTCREAT, givenName + ": cannot create a file in " + directory + ": " + systemError(errno) +
+    removeStaleTemporariesOnce(full.parent_path());
+    temporary = createTemporary(full.parent_path(), full.filename().string());
+    if (temporary.file.number() < 0)
+        throw Failure(EX_CANTCREAT, givenName + ": cannot create a file in " + directoryOf(full) + ": " +
+                                        systemError(errno) +
                                         "; choose a directory that exists and that you may write to");
-    }
-    fchmod(file.number(), mode);
 }
 
 OutputFile::~OutputFile()
 {
-    if (!temporary.empty()) unlink(temporary.c_str());
+    if (!temporary.path.empty()) unlink(temporary.path.c_str());
 }
 
 void OutputFile::checkExisting(std::optional<FileIdentity> input)
@@ -86,22 +87,40 @@ void OutputFile::checkExisting(std::optional<FileIdentity> input)
     if (isLink) target = std::filesystem::canonical(target).string();
 }
 
+/// Refuses a name that the finished file could not be given, before anything is done for it.
+void OutputFile::checkLength() const
+{
+    const std::filesystem::path full(target);
+    const std::size_t length = full.filename().native().size();
+    const std::size_t limit = longestName(full.parent_path());
+    if (length > limit)
+        throw Failure(EX_CANTCREAT, givenName + ": the name has " + std::to_string(length) + " bytes, and " +
+                                        directoryOf(full) + " takes names of " + std::to_string(limit) +
+                                        " at most; choose a shorter name");
+    struct stat status = {};
+    if (lstat(target.c_str(), &status) != 0 && errno == ENAMETOOLONG)
+        throw Failure(EX_CANTCREAT,
+                      givenName + ": the name is too long for " + directoryOf(full) + "; choose a shorter name");
+}
+
 void OutputFile::commit()
 {
-    const int syncError = fsync(file.number()) != 0 ? errno : 0;
-    const int closeError = !file.close() ? errno : 0;
+    fchmod(temporary.file.number(), mode);
+    const int syncError = fsync(temporary.file.number()) != 0 ? errno : 0;
+    const int closeError = !temporary.file.close() ? errno : 0;
     if (const int error = syncError != 0 ? syncError : closeError; error != 0)
         throw Failure(EX_IOERR, givenName + ": writing failed: " + systemError(error) + "; no output was left");
     rename();
-    temporary.clear();
+    temporary.path.clear();
+    temporary.lock.close();
 }
 
 void OutputFile::rename()
 {
     int error = 0;
     if (!replace) {
-        error = renameNoReplace(temporary, target);
-    } else if (std::rename(temporary.c_str(), target.c_str()) != 0) {
+        error = renameNoReplace(temporary.path, target);
+    } else if (std::rename(temporary.path.c_str(), target.c_str()) != 0) {
         error = errno;
     }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "cli/descriptor.h"
 #include "cli/file_identity.h"
+#include "cli/temporary_file.h"
 
 #include <optional>
 #include <string>
@@ -14,18 +14,19 @@ namespace tarn
 /// A file that comes into being under its name only when it is complete.
 ///
 /// It is written under a temporary name in the same directory and renamed by commit; an object that goes away before
-/// that leaves nothing behind, and what had the name before is as it was.
+/// that leaves nothing behind, and what had the name before is as it was. A process that is killed leaves the temporary
+/// file, which the next process that writes into the directory removes.
 class OutputFile
 {
 public:
-    /// Creates the temporary file.
+    /// Creates the temporary file, after removing those that killed processes have left in its directory.
     ///
     /// path   name of the file to be; where it is a symbolic link and force is set, the file that the link points at
     /// force  whether a regular file of that name may be replaced; its mode is kept
     /// input  a file that is never replaced, if there is one
     ///
     /// Throws Failure: EX_USAGE if path names the input, or exists and force is not set; EX_CANTCREAT if it exists and
-    /// is not a regular file, or if the directory does not take a new file.
+    /// is not a regular file, or if the directory does not take a new file or one of such a long name.
     OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input);
 
     /// Removes the temporary file unless it was committed.
@@ -35,7 +36,7 @@ public:
     OutputFile& operator=(const OutputFile&) = delete;
 
     /// Open for reading and writing.
-    int descriptor() const noexcept { return file.number(); }
+    int descriptor() const noexcept { return temporary.file.number(); }
 
     /// The name as the user gave it, for messages.
     const std::string& name() const noexcept { return givenName; }
@@ -48,14 +49,14 @@ public:
 
 private:
     void checkExisting(std::optional<FileIdentity> input);
+    void checkLength() const;
     void rename();
 
     std::string givenName;
     std::string target;
-    std::string temporary;
     mode_t mode;
     bool replace;
-    Descriptor file;
+    TemporaryFile temporary;
 };
 
 } // namespace tarn

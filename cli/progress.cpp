@@ -16,6 +16,7 @@ namespace
 
 constexpr std::chrono::milliseconds kRedrawInterval(100);
 constexpr std::size_t kBarWidth = 24;
+constexpr const char* kWipe = "\r\033[K";
 
 } // namespace
 
@@ -25,7 +26,7 @@ Progress::Progress(std::string what, std::optional<std::uint64_t> totalFrames, s
 
 Progress::~Progress()
 {
-    if (drawn) std::fputs("\r\033[K", stderr);
+    if (drawn) std::fputs(kWipe, stderr);
 }
 
 void Progress::advance(std::uint64_t frames)
@@ -59,6 +60,11 @@ void Progress::draw()
     if (total && *total > 0) line += " / " + durationText(*total, rate);
     line += formatted("  %.0f x real time\033[K", speed());
     std::fputs(line.c_str(), stderr);
+}
+
+void wipeProgress()
+{
+    if (isatty(STDERR_FILENO) != 0) std::fputs(kWipe, stderr);
 }
 
 } // namespace tarn

@@ -45,4 +45,7 @@ private:
     Clock::time_point lastDrawn = start;
 };
 
+/// Wipes away a bar that a process has left behind.
+void wipeProgress();
+
 } // namespace tarn

@@ -48,18 +48,10 @@ void ResampledSource::rewind()
     begin();
 }
 
-std::uint64_t ResampledSource::framesFor(std::uint64_t frames) const noexcept
-{
-    // In two parts, so that nothing overflows.
-    const std::uint64_t seconds = frames / sourceRate;
-    const std::uint64_t rest = frames % sourceRate;
-    return seconds * rate + (2 * rest * rate + sourceRate) / (2 * std::uint64_t{sourceRate});
-}
-
 std::optional<std::uint64_t> ResampledSource::expectedFrames() const noexcept
 {
     const auto frames = source->expectedFrames();
-    return frames ? std::optional(framesFor(*frames)) : std::nullopt;
+    return frames ? std::optional(framesAtRate(*frames, sourceRate, rate)) : std::nullopt;
 }
 
 std::vector<std::string> ResampledSource::prepare(bool showProgress)
@@ -102,7 +94,7 @@ std::size_t ResampledSource::convert(double* stereo, std::size_t capacity)
         waitingFrom += used;
         if (sourceEnded) {
             // The converter may round the length the other way.
-            const std::uint64_t left = framesFor(sourceFrames) - given;
+            const std::uint64_t left = framesAtRate(sourceFrames, sourceRate, rate) - given;
             if (made == 0) {
                 made = static_cast<std::size_t>(std::min<std::uint64_t>(left, capacity));
                 std::fill_n(stereo, kChannels * made, 0.0);

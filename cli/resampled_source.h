@@ -38,7 +38,6 @@ private:
     };
 
     void begin();
-    std::uint64_t framesFor(std::uint64_t sourceFrames) const noexcept;
     std::size_t convert(double* stereo, std::size_t capacity);
 
     std::unique_ptr<AudioSource> source;

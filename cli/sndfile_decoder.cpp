@@ -1,6 +1,5 @@
 #include "cli/sndfile_decoder.h"
 
-#include "cli/sndfile_opening.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -33,7 +32,6 @@ constexpr SF_VIRTUAL_IO kCalls{
 SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, part)
 {
     SF_VIRTUAL_IO calls = kCalls;
-    const std::lock_guard opening(sndfileOpening());
     file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));
     if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
 }

@@ -57,6 +57,14 @@ std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept
     return found == kSampleRates.end() ? kSampleRates.back() : *found;
 }
 
+std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept
+{
+    // In two parts, so that nothing overflows.
+    const std::uint64_t seconds = frames / rate;
+    const std::uint64_t rest = frames % rate;
+    return seconds * newRate + (2 * rest * newRate + rate) / (2 * std::uint64_t{rate});
+}
+
 StreamFormat parseRawFormat(const std::string& text)
 {
     const std::size_t colon = text.find(':');

@@ -40,6 +40,9 @@ std::string convertibleRates();
 /// The engine's lowest rate that is not below this one, or its highest.
 std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept;
 
+/// The length of a recording of so many frames at another rate, rounded to the nearest frame.
+std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept;
+
 /// Reads "RATE:BITS", as in 48000:16.
 ///
 /// Throws Failure (EX_USAGE) for anything else, and for rates and widths that are not supported.

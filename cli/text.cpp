@@ -10,6 +10,17 @@
 namespace tarn
 {
 
+namespace
+{
+
+/// Whether a byte of UTF-8 goes on with a character.
+bool isContinuation(char byte) noexcept
+{
+    return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
+}
+
+} // namespace
+
 std::string shellQuoted(const std::string& name)
 {
     constexpr std::string_view kSafe = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%";
@@ -53,6 +64,13 @@ std::string formatted(const char* format, double value)
     char text[64];
     std::snprintf(text, sizeof text, format, value);
     return text;
+}
+
+std::string padded(const std::string& text, std::size_t width)
+{
+    const auto characters =
+        static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(c); }));
+    return text + std::string(width - std::min(width, characters), ' ');
 }
 
 double decibels(double ratio) noexcept

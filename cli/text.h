@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -17,6 +18,9 @@ std::string durationText(std::uint64_t frames, std::uint32_t sampleRate);
 
 /// Formats one number as printf does.
 std::string formatted(const char* format, double value);
+
+/// A text with blanks behind it up to a width in characters.
+std::string padded(const std::string& text, std::size_t width);
 
 /// Decibels of a ratio of amplitudes; minus infinity for zero.
 double decibels(double ratio) noexcept;

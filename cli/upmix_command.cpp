@@ -1,5 +1,6 @@
 #include "cli/upmix_command.h"
 
+#include "cli/existing_output.h"
 #include "cli/failure.h"
 #include "cli/file_sink.h"
 #include "cli/file_source.h"
@@ -190,6 +191,9 @@ void checkOptions(const UpmixOptions& options)
     if (options.raw && !isStream(options.input) && !isStream(options.output))
         throw Failure(EX_USAGE,
                       "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
+    if (options.skipExisting && (isStream(options.input) || isStream(options.output)))
+        throw Failure(EX_USAGE, "--skip-existing: compares OUTPUT with INPUT, which a stream does not allow; name "
+                                "files, or leave it out");
     if (isStream(options.output)) return;
     containerOf(options.output);
     std::error_code ignored;
@@ -200,6 +204,10 @@ void checkOptions(const UpmixOptions& options)
 UpmixReport upmix(const UpmixOptions& options)
 {
     checkOptions(options);
+    if (options.skipExisting && hasCompleteOutput(options)) {
+        if (!options.quiet) printNote(options.output + ": is complete already, so " + options.input + " is skipped");
+        return {.skipped = true};
+    }
     const Layout& layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
@@ -257,6 +265,7 @@ UpmixReport upmix(const UpmixOptions& options)
 
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
 {
+    if (report.skipped) return {{"input", options.input}, {"output", options.output}, {"skipped", true}};
     Json json = {{"input", options.input},
                  {"output", options.output},
                  {"layout", report.layout->name},
@@ -269,9 +278,11 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"gain_db", report.gainDb},
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
-    if (report.loss)
+    if (report.loss) {
+        json["exit_code"] = report.exitCode();
         json["loss"] = {{"message", report.loss->message},
                         {"seconds", report.loss->seconds ? Json(*report.loss->seconds) : Json()}};
+    }
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
                                  {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},

@@ -31,6 +31,7 @@ struct UpmixOptions
     bool bypass = false;
     bool noAlign = false;
     bool force = false;
+    bool skipExisting = false; ///< an output that is complete counts as done
     bool quiet = false;
     bool noBar = false; ///< notes, but no progress bar
     bool json = false;
@@ -61,6 +62,7 @@ struct UpmixReport
     std::optional<Loss> loss{};               ///< audio that the input should have had
     std::vector<ChannelLevel> levels{};       ///< by slot; empty unless JSON was asked for
     std::optional<LoudnessReport> loudness{}; ///< where it was matched
+    bool skipped = false;                     ///< the output was complete, and nothing was done
 
     /// EX_OK, or kExitIncomplete.
     int exitCode() const noexcept

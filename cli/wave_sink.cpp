@@ -1,7 +1,6 @@
 #include "cli/wave_sink.h"
 
 #include "cli/failure.h"
-#include "cli/sndfile_opening.h"
 #include "cli/text.h"
 #include "cli/wave_tags.h"
 
@@ -44,11 +43,8 @@ WaveSink::WaveSink(const std::string& path, bool force, std::optional<FileIdenti
     info.channels = static_cast<int>(slotCount);
     // RF64 becomes plain WAVE with an extensible header when it is closed below 4 GiB.
     info.format = SF_FORMAT_RF64 | subtypeOf(contents.format.bits);
-    {
-        const std::lock_guard opening(sndfileOpening());
-        handle = sf_open_virtual(&calls, SFM_WRITE, &info, &target);
-        check(handle != nullptr);
-    }
+    handle = sf_open_virtual(&calls, SFM_WRITE, &info, &target);
+    check(handle != nullptr);
     auto map = contents.layout.channelMap;
     sf_command(handle, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     sf_command(handle, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(slotCount * sizeof(int)));

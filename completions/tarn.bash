@@ -17,9 +17,9 @@ _tarn() {
         --mode) words='1 2' ;;
         --remap | --mix-fraction | --raw | --output-dir | --jobs | -j | --gain) return ;;
         *)
-            [[ $word != -* ]] || words='--help --output-dir --format --jobs --layout --remap --bits --mode
+            [[ $word != -* ]] || words='--help --output-dir --recursive --format --jobs --layout --remap --bits --mode
                                         --mix-fraction --gain --loudness-match --bypass --json --no-align --raw --force
-                                        --quiet'
+                                        --skip-existing --quiet'
             ;;
         esac
         ;;

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+
 // `tarn upmix --output-dir`: many files to a directory.
 
 namespace tarn_cli
@@ -34,6 +36,16 @@ protected:
         Names names;
         for (const auto& entry : std::filesystem::directory_iterator(at(folder)))
             names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    /// Names of all files below a folder.
+    Names treeOf(const std::string& folder) const
+    {
+        Names names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(at(folder)))
+            if (!entry.is_directory()) names.push_back(entry.path().lexically_relative(at(folder)).string());
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -96,6 +108,66 @@ TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
     }
 }
 
+TEST_F(Batch, ACrashCostsOneFile)
+{
+    const Names inputs{"a.wav", "abort.wav", "trap.wav", "b.wav", "exit.wav", "kill.wav", "c.wav"};
+    for (std::size_t i = 0; i < inputs.size(); ++i) writeStereo(inputs[i], static_cast<unsigned>(i));
+    for (const std::string jobs : {"1", "3"}) {
+        std::vector<std::string> arguments{"upmix", "--json", "--output-dir", "out" + jobs, "-j", jobs};
+        arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+        const Result result = tarnWithCrashes(arguments);
+        EXPECT_EQ(result.exitCode, 70);
+        const std::string rest = "; the other files are done all the same; ";
+        for (const std::string& message :
+             {"tarn: abort.wav: the decoder or encoder crashed (signal 6, Aborted)" + rest +
+                  "please report this file\n",
+              "tarn: trap.wav: the decoder or encoder crashed (signal 4, Illegal instruction)" + rest,
+              "tarn: exit.wav: the decoder or encoder ended the process (exit code 3)" + rest,
+              "tarn: kill.wav: the process that worked on it was killed (signal 9, Killed)" + rest,
+              "tarn: 3 of 7 files upmixed into out" + jobs + "; failed: abort.wav trap.wav exit.wav kill.wav\n"})
+            EXPECT_NE(result.errors.find(message), std::string::npos) << message << result.errors;
+
+        const Json report = Json::parse(result.output);
+        EXPECT_EQ(report["failed"], 4);
+        ASSERT_EQ(report["files"].size(), inputs.size());
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            const Json& file = report["files"][i];
+            EXPECT_EQ(file["input"], inputs[i]);
+            const bool crashes = inputs[i].size() > 5;
+            EXPECT_EQ(file.contains("exit_code"), crashes);
+            EXPECT_EQ(file.value("exit_code", 0), crashes ? 70 : 0);
+        }
+        EXPECT_EQ(filesIn("out" + jobs), (Names{"a-3.0.wav", "b-3.0.wav", "c-3.0.wav"}));
+        for (const std::string name : {"a", "b", "c"})
+            EXPECT_GE(readAudio(at("out" + jobs + "/" + name + "-3.0.wav")).info.frames, 9000);
+    }
+}
+
+TEST_F(Batch, RemovesWhatAKilledRunHasLeft)
+{
+    writeStereo("a.wav", 1);
+    std::filesystem::create_directory(at("out"));
+    writeBytes(at("out/.a-3.0.wav.tarn-abcdef"), "half");
+    writeBytes(at(".a-3.0.wav.tarn-abcdef"), "half, in a directory that is not written to");
+    // Even where nothing can be written.
+    EXPECT_EQ(tarn({"upmix", "--output-dir", "out", "missing.wav"}).exitCode, 66);
+    EXPECT_EQ(filesIn("out"), Names{});
+    EXPECT_EQ(files(), (Names{".a-3.0.wav.tarn-abcdef", "a.wav", "out"}));
+}
+
+TEST_F(Batch, OfAFileWithALongNameCostsThatFile)
+{
+    writeStereo("a.wav", 1);
+    const std::string longName = std::string(251, 'x');
+    writeStereo(longName + ".wav", 2);
+    const Result result = tarn({"upmix", "--output-dir", "out", longName + ".wav", "a.wav"});
+    EXPECT_EQ(result.exitCode, 73);
+    EXPECT_NE(result.errors.find(longName + "-3.0.wav: the name has 259 bytes, and out takes names of 255 at most"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav"}));
+}
+
 TEST_F(Batch, OfOneFileIsStillADirectory)
 {
     writeStereo("a.wav", 1);
@@ -104,18 +176,129 @@ TEST_F(Batch, OfOneFileIsStillADirectory)
     EXPECT_EQ(readAudio(at("out/a-3.0.flac")).info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_FLAC);
 }
 
-TEST_F(Batch, NamesThatMeetAreRefusedBeforeAnythingIsWritten)
+TEST_F(Batch, FilesOfOneNameKeepTheirFolders)
 {
-    std::filesystem::create_directory(at("x"));
+    for (const std::string folder : {"x", "y/z"}) std::filesystem::create_directories(at(folder));
     writeStereo("a.wav", 1);
     writeStereo("x/a.wav", 2);
-    expectRefusal({"upmix", "--output-dir", "out", "a.wav", "x/a.wav"}, 64, "x/a.wav: would become out/a-3.0.wav, as");
-    expectRefusal({"upmix", "--output-dir", "out", "a.wav", "a.wav"}, 64, "a.wav: would become out/a-3.0.wav, as");
+    writeStereo("y/z/a.wav", 3);
+    writeStereo("y/z/b.wav", 4);
+    const auto frames = [this](const std::string& name) { return readAudio(at(name)).info.frames; };
 
+    const Result all =
+        tarn({"upmix", "--output-dir", "all", "-j", "2", "a.wav", "x/a.wav", "./y/z/a.wav", "y/z/b.wav"});
+    ASSERT_EQ(all.exitCode, 0) << all.errors;
+    EXPECT_EQ(treeOf("all"), (Names{"a-3.0.wav", "x/a-3.0.wav", "y/z/a-3.0.wav", "y/z/b-3.0.wav"}));
+    EXPECT_EQ(frames("all/a-3.0.wav"), 9100);
+    EXPECT_EQ(frames("all/x/a-3.0.wav"), 9200);
+    EXPECT_EQ(frames("all/y/z/a-3.0.wav"), 9300);
+
+    // Beneath the deepest folder that they share, however they are named.
+    const Result some = tarn({"upmix", "--output-dir", "some", "y/z/../z/a.wav", at("y/z/b.wav"), at("y/../x/a.wav")});
+    ASSERT_EQ(some.exitCode, 0) << some.errors;
+    EXPECT_EQ(treeOf("some"), (Names{"x/a-3.0.wav", "y/z/a-3.0.wav", "y/z/b-3.0.wav"}));
+
+    // Only where they have to.
+    ASSERT_EQ(tarn({"upmix", "--output-dir", "flat", "x/a.wav", "y/z/b.wav"}).exitCode, 0);
+    EXPECT_EQ(treeOf("flat"), (Names{"a-3.0.wav", "b-3.0.wav"}));
+}
+
+TEST_F(Batch, OutputsThatMeetAreAllNamedBeforeAnythingIsWritten)
+{
+    std::vector<std::string> arguments{"upmix", "--output-dir", "out"};
+    for (int i = 10; i < 33; ++i) {
+        for (const std::string extension : {".flac", ".mp3"}) {
+            arguments.push_back("song" + std::to_string(i) + extension);
+            writeBytes(at(arguments.back()), "");
+        }
+    }
+    const Names before = files();
+    const Result result = tarn(arguments);
+    EXPECT_EQ(result.exitCode, 64);
+    std::string expected;
+    for (int i = 10; i < 30; ++i) {
+        const std::string name = "song" + std::to_string(i);
+        expected += "tarn: out/" + name + "-3.0.wav: would be the output of " + name + ".flac and " + name + ".mp3\n";
+    }
+    expected += "tarn: and 3 more\n"
+                "tarn: --output-dir out: outputs would meet, so nothing was written; rename inputs, or upmix them one "
+                "after the other\n";
+    EXPECT_EQ(result.errors, expected);
+    EXPECT_EQ(files(), before);
+
+    writeStereo("a.wav", 1);
+    expectRefusal({"upmix", "--output-dir", "out", "a.wav", "a.wav", "./a.wav"}, 64,
+                  "tarn: out/a-3.0.wav: would be the output of a.wav, a.wav and ./a.wav\n");
+}
+
+TEST_F(Batch, OutputsThatAreInputsAreRefusedBeforeAnythingIsWritten)
+{
+    writeStereo("a.wav", 1);
+    writeStereo("b.wav", 2);
     writeStereo("a-3.0.wav", 3);
     const std::string before = bytesOf(at("a-3.0.wav"));
-    expectRefusal({"upmix", "--force", "--output-dir", ".", "a.wav", "a-3.0.wav"}, 64, "is an input itself");
+    expectRefusal({"upmix", "--force", "--output-dir", ".", "a.wav", "a-3.0.wav", "b.wav"}, 64,
+                  "tarn: ./a-3.0.wav: would be the output of a.wav and is an input itself\n"
+                  "tarn: --output-dir .: outputs would replace inputs");
     EXPECT_EQ(bytesOf(at("a-3.0.wav")), before);
+}
+
+TEST_F(Batch, OfFoldersMirrorsThem)
+{
+    for (const std::string folder : {"music/b/deep", "music/.hidden", "music/empty", "elsewhere"})
+        std::filesystem::create_directories(at(folder));
+    writeStereo("music/b/deep/x.WAV", 1);
+    writeStereo("music/b/a.wav", 2);
+    writeStereo("music/a.wav", 3);
+    writeStereo("music/.hidden/h.wav", 4);
+    writeStereo("music/.h.wav", 4);
+    writeStereo("elsewhere/e.wav", 5);
+    writeBytes(at("music/cover.jpg"), "no audio");
+    std::filesystem::create_directory_symlink(at("elsewhere"), at("music/link"));
+    std::filesystem::create_symlink(at("elsewhere/e.wav"), at("music/c.wav"));
+    ASSERT_EQ(mkfifo(at("music/pipe.wav").c_str(), 0600), 0);
+
+    const Names outputs{"a-3.0.wav", "b/a-3.0.wav", "b/deep/x-3.0.wav", "c-3.0.wav"};
+    for (const std::string name : {"music", "music/", "./music"}) {
+        const Result result = tarn({"upmix", "-r", "--json", "--output-dir", "out", "--force", name});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(treeOf("out"), outputs);
+        Names order;
+        const Json report = Json::parse(result.output);
+        for (const Json& file : report["files"]) order.push_back(file["output"]);
+        EXPECT_EQ(order, (Names{"out/a-3.0.wav", "out/b/a-3.0.wav", "out/b/deep/x-3.0.wav", "out/c-3.0.wav"}));
+    }
+    EXPECT_EQ(readAudio(at("out/b/a-3.0.wav")).info.frames, 9200);
+
+    // Outputs within the folder are no inputs of the next run.
+    for (int run = 0; run < 2; ++run)
+        ASSERT_EQ(tarn({"upmix", "-r", "--force", "--output-dir", "music/out", "music"}).exitCode, 0);
+    EXPECT_EQ(treeOf("music/out"), outputs);
+
+    // Files and folders go together, and folders with names in common keep theirs.
+    const Result both = tarn({"upmix", "-r", "--output-dir", "both", "elsewhere/e.wav", "music/b"});
+    ASSERT_EQ(both.exitCode, 0) << both.errors;
+    EXPECT_EQ(treeOf("both"), (Names{"a-3.0.wav", "deep/x-3.0.wav", "e-3.0.wav"}));
+    writeStereo("elsewhere/a.wav", 6);
+    ASSERT_EQ(tarn({"upmix", "-r", "--output-dir", "kept", "elsewhere", "music/b"}).exitCode, 0);
+    EXPECT_EQ(treeOf("kept"),
+              (Names{"elsewhere/a-3.0.wav", "elsewhere/e-3.0.wav", "music/b/a-3.0.wav", "music/b/deep/x-3.0.wav"}));
+}
+
+TEST_F(Batch, OfFoldersThatDoNotFitIsRefused)
+{
+    std::filesystem::create_directories(at("music/empty"));
+    writeStereo("music/a.wav", 1);
+    writeBytes(at("music/empty/text.txt"), "no audio");
+    expectRefusal({"upmix", "--output-dir", "out", "music"}, 64, "music: is a folder; add --recursive");
+    expectRefusal({"upmix", "-r", "--output-dir", "out", "music", "music/empty"}, 66,
+                  "music/empty: holds no audio file");
+    expectRefusal({"upmix", "-r", "--output-dir", "music", "music"}, 64, "music: is the --output-dir itself");
+    expectRefusal({"upmix", "-r", "--output-dir", "out", "music", "music/a.wav"}, 64,
+                  "would be the output of music/a.wav and music/a.wav");
+    expectRefusal({"upmix", "-r", "music", "out.wav"}, 64, "--output-dir");
+    writeBytes(at("file"), "");
+    expectRefusal({"upmix", "-r", "--output-dir", "file/out", "music"}, 73, "the directory cannot be created");
 }
 
 TEST_F(Batch, OutputsThatExistAreReplacedOnlyWithForce)

@@ -91,7 +91,13 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
 
-    const int error = posix_spawnp(&pid, program.c_str(), &actions, &attributes, arguments.data(), environ);
+    std::string preload = "LD_PRELOAD=" + invocation.preload;
+    std::vector<char*> environment;
+    if (!invocation.preload.empty()) environment.push_back(preload.data());
+    for (char** variable = environ; *variable != nullptr; ++variable) environment.push_back(*variable);
+    environment.push_back(nullptr);
+
+    const int error = posix_spawnp(&pid, program.c_str(), &actions, &attributes, arguments.data(), environment.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw std::system_error(error, std::generic_category(), program);

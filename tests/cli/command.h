@@ -30,6 +30,7 @@ struct Invocation
     std::optional<std::string> input{};   ///< bytes that come through a pipe as standard input; else nothing
     std::string inputFile{};              ///< file as standard input instead
     bool outputNull = false;              ///< standard output goes to /dev/null
+    std::string preload{};                ///< shared object that is loaded before the program's
 };
 
 /// A program that runs. It is killed if it still does at the end.
@@ -72,6 +73,12 @@ protected:
     Result tarnFed(const std::string& bytes, const std::vector<std::string>& arguments) const
     {
         return runIn(directory, {.arguments = arguments, .input = bytes});
+    }
+
+    /// Runs `tarn` with a libsndfile that crashes on files of certain names; see crashing_decoder.cpp.
+    Result tarnWithCrashes(const std::vector<std::string>& arguments) const
+    {
+        return runIn(directory, {.arguments = arguments, .preload = TARN_CRASHING_DECODER});
     }
 
     /// Runs a line of shell in which $TARN is the command.

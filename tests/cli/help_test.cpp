@@ -23,10 +23,10 @@ TEST_F(Help, OfUpmixNamesEveryOption)
     const Result result = tarn({"upmix", "--help"});
     EXPECT_EQ(result.exitCode, 0);
     for (const char* const word :
-         {"INPUT",          "OUTPUT",     "--layout",         "--remap",      "--bits",   "--mode",
-          "--mix-fraction", "--no-align", "--raw RATE:BITS",  "--output-dir", "--format", "--jobs",
-          "--json",         "--gain",     "--loudness-match", "--bypass",     "7.1",      "--force",
-          "--quiet",        "960 frames", "wrap around"})
+         {"INPUT",          "OUTPUT",          "--layout",         "--remap",      "--bits",     "--mode",
+          "--mix-fraction", "--no-align",      "--raw RATE:BITS",  "--output-dir", "--format",   "--jobs",
+          "--json",         "--gain",          "--loudness-match", "--bypass",     "7.1",        "--force",
+          "--quiet",        "--skip-existing", "--recursive",      "960 frames",   "wrap around"})
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 

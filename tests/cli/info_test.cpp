@@ -266,6 +266,22 @@ TEST_F(Info, OfManyFilesGoesOnAfterOneThatFails)
     EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
 }
 
+TEST_F(Info, ACrashCostsOneFile)
+{
+    for (const std::string name : {"a.wav", "abort.wav", "b.wav"})
+        writeAudio(at(name), kWave16, 48000, 2, stereoNoise(5000, 16));
+    const Result result = tarnWithCrashes({"info", "--json", "a.wav", "abort.wav", "b.wav"});
+    EXPECT_EQ(result.exitCode, 70);
+    EXPECT_NE(result.errors.find("tarn: abort.wav: the decoder or encoder crashed (signal 6, Aborted)"),
+              std::string::npos)
+        << result.errors;
+    const Json files = Json::parse(result.output).at("files");
+    ASSERT_EQ(files.size(), 3u);
+    EXPECT_EQ(files[0]["kind"], "stereo");
+    EXPECT_EQ(files[1]["exit_code"], 70);
+    EXPECT_EQ(files[2]["kind"], "stereo");
+}
+
 TEST_F(Info, OfAnyLengthTakesTheSameMemory)
 {
     const auto peakKibibytes = [this](std::size_t seconds) {

@@ -3,9 +3,11 @@
 
 #include <chrono>
 #include <csignal>
+#include <regex>
 #include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace tarn_cli
@@ -39,6 +41,18 @@ protected:
             std::this_thread::sleep_for(5ms);
         }
         return true;
+    }
+
+    /// Two hours that take no room on the disk: far more than can be upmixed before a signal comes.
+    void writeHours(const std::string& name) const
+    {
+        writeAudio(at(name), SF_FORMAT_W64 | SF_FORMAT_PCM_16, 192000, 2, {});
+        constexpr std::uint64_t kBytes = std::uint64_t{7200} * 192000 * 4;
+        std::string header = bytesOf(at(name));
+        const std::size_t size = header.find("data") + 16;
+        for (std::size_t i = 0; i < 8; ++i) header[size + i] = static_cast<char>((kBytes + 24) >> (8 * i));
+        writeBytes(at(name), header);
+        std::filesystem::resize_file(at(name), size + 8 + kBytes);
     }
 
     int input[2] = {-1, -1};
@@ -76,15 +90,7 @@ TEST_F(Interruption, OfAForcedRunLeavesTheOldFile)
 
 TEST_F(Interruption, ReachesARunThatIsBusyWithAFile)
 {
-    // Two hours that take no room on the disk: far more than can be upmixed before the signal comes.
-    writeAudio(at("in.w64"), SF_FORMAT_W64 | SF_FORMAT_PCM_16, 192000, 2, {});
-    constexpr std::uint64_t kBytes = std::uint64_t{7200} * 192000 * 4;
-    std::string header = bytesOf(at("in.w64"));
-    const std::size_t size = header.find("data") + 16;
-    for (std::size_t i = 0; i < 8; ++i) header[size + i] = static_cast<char>((kBytes + 24) >> (8 * i));
-    writeBytes(at("in.w64"), header);
-    std::filesystem::resize_file(at("in.w64"), size + 8 + kBytes);
-
+    writeHours("in.w64");
     Process process({.arguments = {"upmix", "in.w64", "out.flac"}}, directory, input[0], sink, sink);
     ASSERT_TRUE(appears(1));
     process.signal(SIGTERM);
@@ -92,6 +98,78 @@ TEST_F(Interruption, ReachesARunThatIsBusyWithAFile)
     process.wait(result);
     EXPECT_EQ(result.signalNumber, SIGTERM);
     EXPECT_EQ(files(), (std::vector<std::string>{"in.w64"}));
+}
+
+TEST_F(Interruption, OfManyFilesReachesEveryProcess)
+{
+    const std::vector<std::string> inputs{"a.w64", "b.w64", "c.w64", "d.w64"};
+    for (const std::string& name : inputs) writeHours(name);
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        Process process({.arguments = {"upmix", "-j", "3", "--output-dir", ".", "a.w64", "b.w64", "c.w64", "d.w64"}},
+                        directory, input[0], sink, sink);
+        ASSERT_TRUE(appears(inputs.size() + 2));
+        process.signal(signalNumber);
+        Result result;
+        process.wait(result);
+        EXPECT_EQ(result.signalNumber, signalNumber);
+        EXPECT_EQ(files(), inputs);
+    }
+}
+
+TEST_F(Interruption, ByAKillLeavesNoProcess)
+{
+    writeHours("a.w64");
+    writeHours("b.w64");
+    int errors[2];
+    ASSERT_EQ(pipe2(errors, O_CLOEXEC), 0);
+    Process process({.arguments = {"upmix", "-j", "2", "--output-dir", ".", "a.w64", "b.w64"}}, directory, input[0],
+                    sink, errors[1]);
+    close(errors[1]);
+    ASSERT_TRUE(appears(3));
+    process.signal(SIGKILL);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, SIGKILL);
+    // Its end is reached when the last process that could write to it is gone.
+    pollfd end{.fd = errors[0], .events = POLLIN, .revents = 0};
+    EXPECT_EQ(poll(&end, 1, 10000), 1);
+    EXPECT_EQ(end.revents, POLLHUP);
+    close(errors[0]);
+}
+
+TEST_F(Interruption, ByAKillLeavesATemporaryFileThatTheNextRunRemoves)
+{
+    writeBytes(at("out.wav"), "precious");
+    Process process(toFile, directory, input[0], sink, sink);
+    ASSERT_TRUE(appears(1));
+    process.signal(SIGKILL);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, SIGKILL);
+    ASSERT_EQ(files().size(), 2u);
+    EXPECT_TRUE(std::regex_match(files()[0], std::regex("\\.out\\.wav\\.tarn-[A-Za-z0-9]{6}"))) << files()[0];
+
+    EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene.wav"}));
+    EXPECT_EQ(bytesOf(at("out.wav")), "precious");
+}
+
+TEST_F(Interruption, OfOneRunLeavesTheTemporaryFilesOfOthersThatStillWrite)
+{
+    Process process(toFile, directory, input[0], sink, sink);
+    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
+    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+    ASSERT_TRUE(appears(0));
+    const std::vector<std::string> writing = files();
+    EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
+    EXPECT_EQ(files(), (std::vector<std::string>{writing[0], "scene.wav"}));
+    close(input[1]);
+    input[1] = -1;
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene.wav"}));
 }
 
 TEST_F(Interruption, ReachesARunWhoseReaderStalls)

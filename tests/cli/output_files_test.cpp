@@ -1,6 +1,7 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
+#include <algorithm>
 #include <fstream>
 
 #include <sys/stat.h>
@@ -144,11 +145,54 @@ TEST_F(OutputFiles, NeverReplaceTheRemapFile)
 TEST_F(OutputFiles, OfAnyNameAreWritten)
 {
     const std::string longest = std::string(251, 'x') + ".wav";
-    for (const std::string& name : {longest, std::string("with blank and 'quote'.WAV"), std::string("\xc3\xa4.flac")}) {
+    std::string longestOfTwoBytes = "x";
+    for (int i = 0; i < 125; ++i) longestOfTwoBytes += "\xc3\xa4";
+    longestOfTwoBytes += ".wav";
+    for (const std::string& name :
+         {longest, longestOfTwoBytes, std::string("with blank and 'quote'.WAV"), std::string("\xc3\xa4.flac")}) {
         const Result result = tarn({"upmix", "in.wav", name});
         EXPECT_EQ(result.exitCode, 0) << result.errors;
         EXPECT_EQ(readAudio(at(name)).info.frames, 9000);
     }
+}
+
+TEST_F(OutputFiles, WithANameThatIsTooLongAreRefusedBeforeTheWork)
+{
+    // The input of the second run would have to be read before anything could be found wrong with the name.
+    const std::string tooLong = std::string(252, 'x') + ".wav";
+    const std::string message = ": the name has 256 bytes, and . takes names of 255 at most; choose a shorter name";
+    expectRefusal(tarn({"upmix", "in.wav", tooLong}), 73, tooLong + message);
+    std::filesystem::resize_file(at("in.wav"), 5000);
+    expectRefusal(tarn({"upmix", "--raw", "48000:16", "-", tooLong}), 73, tooLong + message);
+    EXPECT_EQ(files(), Names{"in.wav"});
+}
+
+TEST_F(OutputFiles, OfARunThatWasKilledAreRemovedAndNothingElse)
+{
+    const std::string left = ".song-3.0.wav.tarn-a1B2c3";
+    writeBytes(at(left), "half");
+    writeBytes(at(".s.tarn-abcdef"), "");
+    const Names others{".song.tarn-abcde", ".song.tarn-abc-ef", ".song.wav.AbCdEf", ".tarn-abcdef", "song.tarn-abcdef"};
+    for (const std::string& name : others) writeBytes(at(name), "precious");
+    std::filesystem::create_directory(at(".folder.tarn-abcdef"));
+    std::filesystem::create_symlink("in.wav", at(".link.tarn-abcdef"));
+    ASSERT_EQ(mkfifo(at(".pipe.tarn-abcdef").c_str(), 0600), 0);
+
+    Names expected = others;
+    for (const char* const name :
+         {".folder.tarn-abcdef", ".link.tarn-abcdef", ".pipe.tarn-abcdef", "in.wav", "out.wav"})
+        expected.emplace_back(name);
+    std::sort(expected.begin(), expected.end());
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
+    EXPECT_EQ(files(), expected);
+}
+
+TEST_F(OutputFiles, OfManyRunsAtTheSameTimeAreAllWritten)
+{
+    // Every run looks for what others have left while they create and rename theirs.
+    const Result result = shell("for i in $(seq 60); do \"$TARN\" upmix --quiet in.wav out$i.wav & done; wait");
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(files().size(), 61u);
 }
 
 } // namespace tarn_cli

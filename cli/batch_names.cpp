@@ -1,0 +1,200 @@
+#include "cli/batch_names.h"
+
+#include "cli/failure.h"
+#include "cli/upmix_command.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <map>
+#include <set>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// Of formats that libsndfile recognises by what is in the file.
+constexpr std::array<std::string_view, 32> kExtensions{
+    ".8svx", ".aif", ".aifc", ".aiff", ".au",  ".avr", ".bwf",  ".caf", ".flac", ".iff",  ".ircam",
+    ".mp1",  ".mp2", ".mp3",  ".nist", ".oga", ".ogg", ".opus", ".paf", ".pvf",  ".rf64", ".sd2",
+    ".sds",  ".sf",  ".snd",  ".sph",  ".svx", ".voc", ".w64",  ".wav", ".wave", ".16svx"};
+
+bool isAudioName(const fs::path& name)
+{
+    std::string extension = name.extension().string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
+}
+
+/// Adds the audio files of a folder and the folders in it.
+///
+/// below  the folder, seen from the one that was named
+void addFolder(const fs::path& folder, const fs::path& below, const fs::path& outputDirectory,
+               std::vector<BatchInput>& inputs)
+{
+    std::vector<fs::directory_entry> entries;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        if (!entry.path().filename().native().starts_with('.')) entries.push_back(entry);
+    std::sort(entries.begin(), entries.end());
+
+    for (const fs::directory_entry& entry : entries) {
+        std::error_code missing;
+        const fs::path name = entry.path().filename();
+        if (!entry.is_directory(missing)) {
+            if (entry.is_regular_file(missing) && isAudioName(name)) inputs.push_back({entry.path().string(), below});
+        } else if (!entry.is_symlink() && !fs::equivalent(entry.path(), outputDirectory, missing)) {
+            addFolder(entry.path(), below / name, outputDirectory, inputs);
+        }
+    }
+}
+
+void addNamedFolder(const std::string& name, const fs::path& outputDirectory, std::vector<BatchInput>& inputs)
+{
+    std::error_code missing;
+    if (fs::equivalent(name, outputDirectory, missing))
+        throw Failure(EX_USAGE, name + ": is the --output-dir itself, so outputs would be inputs the next time; choose "
+                                       "another --output-dir, which may lie in it");
+    const std::size_t before = inputs.size();
+    try {
+        addFolder(name, {}, outputDirectory, inputs);
+    } catch (const fs::filesystem_error& error) {
+        throw Failure(EX_NOINPUT, error.path1().string() + ": the folder cannot be read: " + error.code().message() +
+                                      "; check that you may read it");
+    }
+    if (inputs.size() == before)
+        throw Failure(EX_NOINPUT, name + ": holds no audio file; tarn upmix --help lists the extensions that count");
+}
+
+/// Where an output goes, without its directory.
+fs::path outputName(const BatchInput& input, const fs::path& folder, const std::string& ending)
+{
+    return folder / (fs::path(input.path).stem().string() + ending);
+}
+
+fs::path absoluteFolder(const BatchInput& input)
+{
+    return fs::absolute(input.path).lexically_normal().parent_path();
+}
+
+/// The deepest folder that holds all inputs.
+fs::path commonFolder(const std::vector<BatchInput>& inputs)
+{
+    fs::path common = absoluteFolder(inputs.front());
+    for (const BatchInput& input : inputs) {
+        const fs::path folder = absoluteFolder(input);
+        const auto [end, ignored] = std::mismatch(common.begin(), common.end(), folder.begin(), folder.end());
+        fs::path shared;
+        std::for_each(common.begin(), end, [&shared](const fs::path& part) { shared /= part; });
+        common = shared;
+    }
+    return common;
+}
+
+/// The inputs of every output, in the order of the outputs' names.
+using InputsOf = std::map<std::string, std::vector<std::string>>;
+
+InputsOf inputsOf(const std::vector<BatchInput>& inputs, const std::vector<std::string>& outputs)
+{
+    InputsOf of;
+    for (std::size_t i = 0; i < inputs.size(); ++i) of[outputs[i]].push_back(inputs[i].path);
+    return of;
+}
+
+bool meet(const InputsOf::value_type& output)
+{
+    return output.second.size() > 1;
+}
+
+/// Prints what is wrong, one line each, and gives up.
+[[noreturn]] void refuse(const std::vector<std::string>& problems, const std::string& summary)
+{
+    constexpr std::size_t kMostLines = 20;
+    for (std::size_t i = 0; i < std::min(problems.size(), kMostLines); ++i) printNote(problems[i]);
+    if (problems.size() > kMostLines) printNote("and " + std::to_string(problems.size() - kMostLines) + " more");
+    throw Failure(EX_USAGE, summary);
+}
+
+void refuseOutputsThatMeet(const InputsOf& outputs, const fs::path& directory)
+{
+    std::vector<std::string> problems;
+    for (const auto& [output, inputs] : outputs) {
+        if (inputs.size() == 1) continue;
+        std::string problem = output + ": would be the output of " + inputs.front();
+        for (std::size_t i = 1; i + 1 < inputs.size(); ++i) problem += ", " + inputs[i];
+        problems.push_back(problem + " and " + inputs.back());
+    }
+    if (!problems.empty())
+        refuse(problems, "--output-dir " + directory.string() +
+                             ": outputs would meet, so nothing was written; rename "
+                             "inputs, or upmix them one after the other");
+}
+
+void refuseOutputsThatAreInputs(const InputsOf& outputs, const std::vector<BatchInput>& inputs,
+                                const fs::path& directory)
+{
+    std::set<std::pair<dev_t, ino_t>> identities;
+    struct stat status = {};
+    for (const BatchInput& input : inputs)
+        if (stat(input.path.c_str(), &status) == 0) identities.emplace(status.st_dev, status.st_ino);
+
+    std::vector<std::string> problems;
+    for (const auto& [output, itsInputs] : outputs)
+        if (stat(output.c_str(), &status) == 0 && identities.contains({status.st_dev, status.st_ino}))
+            problems.push_back(output + ": would be the output of " + itsInputs.front() + " and is an input itself");
+    if (!problems.empty())
+        refuse(problems, "--output-dir " + directory.string() +
+                             ": outputs would replace inputs, so nothing was "
+                             "written; choose another --output-dir");
+}
+
+} // namespace
+
+std::vector<BatchInput> findInputs(const std::vector<std::string>& names, bool recursive,
+                                   const std::filesystem::path& outputDirectory)
+{
+    std::vector<BatchInput> inputs;
+    for (const std::string& name : names) {
+        std::error_code missing;
+        if (name.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
+        if (name == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
+        if (!fs::is_directory(name, missing)) {
+            inputs.push_back({name, {}});
+        } else if (recursive) {
+            addNamedFolder(name, outputDirectory, inputs);
+        } else {
+            throw Failure(EX_USAGE, name + ": is a folder; add --recursive to upmix the audio files in it");
+        }
+    }
+    return inputs;
+}
+
+std::vector<std::string> nameOutputs(const std::vector<BatchInput>& inputs, const std::filesystem::path& directory,
+                                     const std::string& ending)
+{
+    std::vector<std::string> outputs;
+    for (const BatchInput& input : inputs)
+        outputs.push_back((directory / outputName(input, input.folder, ending)).string());
+    InputsOf of = inputsOf(inputs, outputs);
+    if (std::any_of(of.begin(), of.end(), meet)) {
+        const fs::path common = commonFolder(inputs);
+        std::transform(inputs.begin(), inputs.end(), outputs.begin(), [&](const BatchInput& input) {
+            const fs::path folder = absoluteFolder(input).lexically_relative(common);
+            return (directory / outputName(input, folder == "." ? "" : folder, ending)).string();
+        });
+        of = inputsOf(inputs, outputs);
+    }
+    refuseOutputsThatMeet(of, directory);
+    refuseOutputsThatAreInputs(of, inputs, directory);
+    return outputs;
+}
+
+} // namespace tarn

@@ -1,0 +1,112 @@
+#include "cli/temporary_file.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::string_view kMark = ".tarn-";
+constexpr std::string_view kRandom = "XXXXXX"; ///< as mkostemp takes it
+constexpr std::size_t kAdded = 1 + kMark.size() + kRandom.size();
+
+/// Whether a temporary file has such a name.
+bool isTemporaryName(std::string_view name)
+{
+    if (name.size() <= kAdded || name.front() != '.') return false;
+    const std::string_view random = name.substr(name.size() - kRandom.size());
+    name.remove_suffix(kRandom.size());
+    return name.ends_with(kMark) &&
+           std::all_of(random.begin(), random.end(), [](unsigned char c) { return std::isalnum(c) != 0; });
+}
+
+/// The first bytes of a name, without half a character of UTF-8 at the end.
+std::string shortened(const std::string& name, std::size_t bytes)
+{
+    if (name.size() <= bytes) return name;
+    while (bytes > 1 && (static_cast<unsigned char>(name[bytes]) & 0xc0) == 0x80) --bytes;
+    return name.substr(0, bytes);
+}
+
+/// Waits for the lock; another run holds it only while it looks at the file.
+void lockNow(int descriptor) noexcept
+{
+    while (flock(descriptor, LOCK_EX) != 0 && errno == EINTR) {
+    }
+}
+
+bool hasName(int descriptor) noexcept
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && status.st_nlink > 0;
+}
+
+/// Removes the file if it is a regular one of this user, nobody holds its lock, and the name still means this file.
+void removeIfStale(const std::filesystem::path& path) noexcept
+{
+    const Descriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat opened = {};
+    struct stat named = {};
+    if (file.number() < 0 || fstat(file.number(), &opened) != 0) return;
+    if (!S_ISREG(opened.st_mode) || opened.st_uid != geteuid()) return;
+    if (flock(file.number(), LOCK_EX | LOCK_NB) != 0) return;
+    if (lstat(path.c_str(), &named) != 0 || named.st_dev != opened.st_dev || named.st_ino != opened.st_ino) return;
+    unlink(path.c_str());
+}
+
+} // namespace
+
+TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name)
+{
+    const std::size_t limit = longestName(directory);
+    const std::string begin = shortened(name, limit > kAdded ? limit - kAdded : 1);
+    while (true) {
+        std::string path = directory / ("." + begin + std::string(kMark) + std::string(kRandom));
+        Descriptor file(mkostemp(path.data(), O_CLOEXEC));
+        if (file.number() < 0) return {.path = {}, .file = Descriptor(), .lock = Descriptor()};
+        lockNow(file.number());
+        // Another run may have removed it before it was locked.
+        if (!hasName(file.number())) continue;
+        Descriptor lock(fcntl(file.number(), F_DUPFD_CLOEXEC, 0));
+        return {.path = std::move(path), .file = std::move(file), .lock = std::move(lock)};
+    }
+}
+
+void removeStaleTemporaries(const std::filesystem::path& directory)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(directory.empty() ? "." : directory, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+        if (isTemporaryName(entry->path().filename().native())) removeIfStale(entry->path());
+}
+
+void removeStaleTemporariesOnce(const std::filesystem::path& directory)
+{
+    static std::set<std::pair<dev_t, ino_t>> seen;
+    struct stat status = {};
+    if (stat(directory.empty() ? "." : directory.c_str(), &status) != 0) return;
+    if (seen.emplace(status.st_dev, status.st_ino).second) removeStaleTemporaries(directory);
+}
+
+std::size_t longestName(const std::filesystem::path& directory)
+{
+    constexpr std::size_t kUsual = 255;
+    const long limit = pathconf(directory.empty() ? "." : directory.c_str(), _PC_NAME_MAX);
+    return limit > 0 ? static_cast<std::size_t>(limit) : kUsual;
+}
+
+} // namespace tarn

@@ -1,0 +1,287 @@
+#include "cli/worker_processes.h"
+
+#include "cli/descriptor.h"
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// A process that works on a file. It is killed if it still runs when the object goes away.
+class Worker
+{
+public:
+    Worker(std::size_t fileIndex, pid_t process, Descriptor readEnd)
+        : file(fileIndex), pid(process), pipe(std::move(readEnd))
+    {}
+
+    Worker(Worker&& other) noexcept
+        : file(other.file),
+          pid(std::exchange(other.pid, -1)),
+          pipe(std::move(other.pipe)),
+          message(std::move(other.message))
+    {}
+
+    Worker& operator=(Worker&& other) noexcept
+    {
+        std::swap(file, other.file);
+        std::swap(pid, other.pid);
+        std::swap(pipe, other.pipe);
+        std::swap(message, other.message);
+        return *this;
+    }
+
+    ~Worker()
+    {
+        if (pid < 0) return;
+        kill(pid, SIGKILL);
+        wait();
+    }
+
+    std::size_t index() const noexcept { return file; }
+    int descriptor() const noexcept { return pipe.number(); }
+    void signal(int signalNumber) const noexcept { kill(pid, signalNumber); }
+
+    /// Takes in what the process has sent, when its pipe is readable. Returns whether more can come.
+    bool receive()
+    {
+        std::array<std::uint8_t, 65536> chunk{};
+        const ssize_t got = read(pipe.number(), chunk.data(), chunk.size());
+        if (got > 0) message.insert(message.end(), chunk.begin(), chunk.begin() + got);
+        return got > 0 || (got < 0 && errno == EINTR);
+    }
+
+    /// What became of the file, when no more can come.
+    WorkerOutcome finish(const std::string& name);
+
+private:
+    /// Waits for the end of the process. Returns its status.
+    int wait() noexcept
+    {
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        pid = -1;
+        return status;
+    }
+
+    std::size_t file;
+    pid_t pid;
+    Descriptor pipe;
+    std::vector<std::uint8_t> message;
+};
+
+/// Whether a process gets the signal for a mistake of its own.
+bool isCrash(int signalNumber) noexcept
+{
+    constexpr std::array kCrashes{SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP};
+    return std::find(kCrashes.begin(), kCrashes.end(), signalNumber) != kCrashes.end();
+}
+
+/// The message about a process that ended before its work did.
+std::string crashMessage(const std::string& name, int status)
+{
+    const std::string others = "; the other files are done all the same; ";
+    if (!WIFSIGNALED(status))
+        return name + ": the decoder or encoder ended the process (exit code " + std::to_string(WEXITSTATUS(status)) +
+               ")" + others + "please report this file";
+
+    const char* const description = sigdescr_np(WTERMSIG(status));
+    const std::string signal =
+        " (signal " + std::to_string(WTERMSIG(status)) + (description ? std::string(", ") + description : "") + ")";
+    if (isCrash(WTERMSIG(status)))
+        return name + ": the decoder or encoder crashed" + signal + others + "please report this file";
+    return name + ": the process that worked on it was killed" + signal + others +
+           "free some memory if it ran out, and try this file again";
+}
+
+WorkerOutcome Worker::finish(const std::string& name)
+{
+    const int status = wait();
+    Json received = Json::from_cbor(message, true, false);
+    if (received.is_discarded()) return {.error = crashMessage(name, status), .exitCode = EX_SOFTWARE, .crashed = true};
+    if (received.contains("result")) return {.result = std::move(received["result"])};
+    return {.error = received["error"].get<std::string>(), .exitCode = received["exit_code"].get<int>()};
+}
+
+/// Holds the caught signals back, so that a process is not reached by one before it can handle it.
+class SignalsHeld
+{
+public:
+    SignalsHeld()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, &before);
+    }
+
+    ~SignalsHeld() { release(); }
+
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+    void release() const noexcept { sigprocmask(SIG_SETMASK, &before, nullptr); }
+
+private:
+    sigset_t before{};
+};
+
+/// What the parent gets to know of the work.
+Json messageOf(const std::string& name, std::size_t index, const std::function<Json(std::size_t)>& work)
+{
+    try {
+        return {{"result", work(index)}};
+    } catch (const Failure& failure) {
+        return {{"error", failure.what()}, {"exit_code", failure.exitCode()}};
+    } catch (const std::exception& error) {
+        return {{"error", name + ": internal error: " + error.what()}, {"exit_code", EX_SOFTWARE}};
+    }
+}
+
+/// The parent's side of the processes.
+class Workers
+{
+public:
+    Workers(const std::vector<std::string>& fileNames, const std::function<Json(std::size_t)>& workOnFile)
+        : names(fileNames), work(workOnFile)
+    {}
+
+    std::size_t count() const noexcept { return running.size(); }
+
+    /// Starts the work on a file. Returns whether the system gave a process; errno says why not.
+    bool start(std::size_t index);
+
+    /// Waits until something has come from the processes or a signal has arrived, which goes on to them once.
+    void wait();
+
+    /// Removes the processes that have ended, and returns their outcomes.
+    std::vector<std::pair<std::size_t, WorkerOutcome>> ended();
+
+private:
+    [[noreturn]] void runChild(std::size_t index, int results, pid_t parent, const SignalsHeld& signals) noexcept;
+
+    const std::vector<std::string>& names;
+    const std::function<Json(std::size_t)>& work;
+    std::vector<Worker> running;
+    std::vector<std::size_t> silent; ///< places of those that can send no more
+    bool signalled = false;
+};
+
+bool Workers::start(std::size_t index)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return false;
+    Descriptor readEnd(ends[0]);
+    const Descriptor writeEnd(ends[1]);
+    running.reserve(running.size() + 1);
+    // Text that is not written yet would be written by both.
+    std::fflush(stdout);
+
+    const SignalsHeld signals;
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) runChild(index, writeEnd.number(), parent, signals);
+    if (pid < 0) return false;
+    running.emplace_back(index, pid, std::move(readEnd));
+    return true;
+}
+
+void Workers::runChild(std::size_t index, int results, pid_t parent, const SignalsHeld& signals) noexcept
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(EX_SOFTWARE);
+    for (const Worker& other : running) ::close(other.descriptor());
+    try {
+        catchInterrupts();
+        signals.release();
+        const std::vector<std::uint8_t> message = Json::to_cbor(messageOf(names[index], index, work));
+        // A parent that is gone needs none.
+        static_cast<void>(writeAll(results, message.data(), message.size()));
+    } catch (const Interrupted& interrupted) {
+        dieBySignal(interrupted.signalNumber);
+    }
+    // Without what a normal end does: buffers and handlers are the parent's.
+    _exit(EX_OK);
+}
+
+void Workers::wait()
+{
+    std::vector<pollfd> waits;
+    for (const Worker& worker : running) waits.push_back({worker.descriptor(), POLLIN, 0});
+    if (!signalled) waits.push_back({interruptDescriptor(), POLLIN, 0});
+    if (poll(waits.data(), waits.size(), -1) < 0) waits.clear();
+
+    for (std::size_t place = 0; place < std::min(waits.size(), running.size()); ++place)
+        if (waits[place].revents != 0 && !running[place].receive()) silent.push_back(place);
+    if (const int signalNumber = arrivedSignal(); signalNumber != 0 && !signalled) {
+        signalled = true;
+        for (const Worker& worker : running) worker.signal(signalNumber);
+    }
+}
+
+std::vector<std::pair<std::size_t, WorkerOutcome>> Workers::ended()
+{
+    std::vector<std::pair<std::size_t, WorkerOutcome>> outcomes;
+    std::for_each(silent.rbegin(), silent.rend(), [&](std::size_t place) {
+        Worker& worker = running[place];
+        outcomes.emplace_back(worker.index(), worker.finish(names[worker.index()]));
+        running.erase(running.begin() + static_cast<std::ptrdiff_t>(place));
+    });
+    silent.clear();
+    return outcomes;
+}
+
+} // namespace
+
+void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const std::function<Json(std::size_t)>& work,
+                    const std::function<void(std::size_t, WorkerOutcome&&)>& done)
+{
+    // Where the caller of the program ignores it, there would be nothing to wait for.
+    std::signal(SIGCHLD, SIG_DFL);
+
+    Workers workers(names, work);
+    std::map<std::size_t, WorkerOutcome> early; // of files that come after one that is still worked on
+    std::size_t next = 0;
+    std::size_t reported = 0;
+    while (true) {
+        while (arrivedSignal() == 0 && next < names.size() && workers.count() < jobs) {
+            if (workers.start(next)) {
+                ++next;
+            } else if (workers.count() > 0) {
+                break;
+            } else {
+                throw Failure(EX_SOFTWARE, names[next] + ": cannot start a process: " + systemError(errno) +
+                                               "; end some programs, or raise the limit of processes");
+            }
+        }
+        if (workers.count() == 0) break;
+        workers.wait();
+        for (auto& [index, outcome] : workers.ended()) early.emplace(index, std::move(outcome));
+        for (; arrivedSignal() == 0 && early.contains(reported); ++reported)
+            done(reported, std::move(early.extract(reported).mapped()));
+    }
+    throwIfInterrupted();
+}
+
+} // namespace tarn
