@@ -10,6 +10,7 @@
 #include "cli/text.h"
 #include "cli/worker_processes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <optional>
@@ -135,6 +136,55 @@ std::string verdictOf(const StereoAnalysis& analysis)
     return verdict;
 }
 
+/// Columns of the longest name, within reason.
+std::size_t nameWidth(const std::vector<std::string>& inputs)
+{
+    constexpr std::size_t kMost = 28;
+    std::size_t longest = 0;
+    for (const std::string& input : inputs) longest = std::max(longest, characters(input));
+    return std::min(longest, kMost);
+}
+
+/// Container and codec in a word or two: WAV 16, WAV float, FLAC 24, OGG Vorbis, MP3.
+std::string formatName(const FileFacts& facts)
+{
+    if (facts.codec == "MPEG Layer III") return "MP3";
+    if (facts.codec == "MPEG Layer II") return "MP2";
+    if (facts.codec == "MPEG Layer I") return "MP1";
+    const std::string container = facts.container.substr(0, facts.container.find(' '));
+    if (facts.bits != 0) return container + " " + std::to_string(facts.bits);
+    if (facts.codec == "32 bit float") return container + " float";
+    if (facts.codec == "64 bit float") return container + " double";
+    return container + " " + facts.codec;
+}
+
+/// What to do with a file, in a few words.
+std::string briefVerdict(const Finding& finding)
+{
+    const FileFacts& facts = finding.facts;
+    if (facts.channels == 1) return "mono, cannot be upmixed";
+    if (facts.channels != 2) return "multichannel already";
+    const StereoAnalysis& analysis = *finding.analysis;
+    const StereoKind kind = kindOf(analysis);
+    std::string verdict = textOf(kind).brief;
+    const std::vector<BandMeasure> bands = analysis.bands();
+    if (kind == StereoKind::Stereo && std::any_of(bands.begin(), bands.end(), [&analysis](const BandMeasure& band) {
+            return isOppositeBand(band, analysis.overall());
+        }))
+        verdict += ", partly opposite";
+    return isEngineRate(facts.sampleRate) ? verdict : verdict + "; resample first";
+}
+
+/// What matters most, as a line of a table.
+std::string lineOf(const std::string& input, std::size_t width, const Finding& finding)
+{
+    const FileFacts& facts = finding.facts;
+    return padded(lastCharacters(input, width), width) +
+           rightAligned(facts.frames ? shortDurationText(*facts.frames, facts.sampleRate) : "?", 9) + "  " +
+           padded(formatName(facts), 10) + formatted("%7g kHz", facts.sampleRate / 1000.0) +
+           formatted("%4.0f ch  ", facts.channels) + briefVerdict(finding) + "\n";
+}
+
 /// All that was found out, as a table.
 std::string tableOf(const std::string& input, const Finding& finding)
 {
@@ -163,10 +213,12 @@ int runInfo(const InfoOptions& options)
 {
     int exitCode = EX_OK;
     Json files = Json::array();
-    const auto work = [&options](std::size_t i) {
+    const std::size_t width = nameWidth(options.inputs);
+    const auto work = [&](std::size_t i) {
         const std::string& input = options.inputs[i];
-        const Finding finding = examine(input, !options.quiet);
-        return options.json ? jsonOf(input, finding) : Json(tableOf(input, finding));
+        const Finding finding = examine(input, !options.quiet && options.inputs.size() == 1);
+        if (options.json) return jsonOf(input, finding);
+        return Json(options.verbose ? tableOf(input, finding) : lineOf(input, width, finding));
     };
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.crashed) wipeProgress();
@@ -181,7 +233,7 @@ int runInfo(const InfoOptions& options)
             std::fflush(stdout);
         }
     };
-    runInProcesses(options.inputs, 1, work, done);
+    runInProcesses(options.inputs, options.jobs, work, done);
     if (options.json) printJson({{"files", files}}, stdout);
     return exitCode;
 }

@@ -10,11 +10,13 @@ namespace tarn
 struct InfoOptions
 {
     std::vector<std::string> inputs;
+    unsigned jobs = 1; ///< files at a time
+    bool verbose = false;
     bool json = false;
     bool quiet = false;
 };
 
-/// Prints what the inputs are and whether upmixing them gains anything.
+/// Prints what the inputs are and whether upmixing them gains anything, in the order of the inputs.
 ///
 /// One input that fails does not stop the rest. Returns the exit code: 0, or that of the first input that failed.
 /// Throws Interrupted.

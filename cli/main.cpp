@@ -200,20 +200,24 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
 }
 
 constexpr const char* kInfoFooter =
-    R"(Every INPUT is read once, in constant memory. Correlation is that of left and right without delay, from -1 (opposite)
-to 1 (alike); mid is (L + R) / sqrt 2, side (L - R) / sqrt 2; levels are the mean of both sides, and a sine of full
-scale on both has -3 dBFS. Bands are octaves. What is not stereo is described, but not examined.
+    R"(Prints a line for every INPUT: name, length, container and width or codec, rate, channels, verdict. Every INPUT is
+read once, in constant memory. What is not stereo is described, but not examined.
+
+--verbose prints how left and right are related, overall and in octave bands. Correlation is that of left and right
+without delay, from -1 (opposite) to 1 (alike); mid is (L + R) / sqrt 2, side (L - R) / sqrt 2; levels are the mean of
+both sides, and a sine of full scale on both has -3 dBFS.
 
 Verdicts, the first that holds, by name in --json:
   silence         no sample above -90 dBFS                               gains: no
   one-sided       one side is louder than the other by 40 dB or more     gains: no
-  dual-mono       side is 40 dB or more below mid                        gains: no
+  dual-mono       side is 40 dB or more below mid, or correlation of
+                  0.99 or more with sides that differ by less than 1 dB  gains: no
   opposite-phase  correlation of -0.5 or less                            gains: no
-  panned-mono     correlation of 0.99 or more                            gains: little
+  panned-mono     correlation of 0.99 or more, one side is louder        gains: little
   stereo          correlation of 0.2 or more, overall or in a band that
                   holds 5 % of the energy                                gains: yes
   independent     all else                                               gains: little
-Bands that hold 5 % of the energy at a correlation of -0.5 or less are named as opposite.
+Bands that hold 5 % of the energy at a correlation of -0.5 or less are named as opposite ("partly opposite").
 
 --json prints one object {"files": [...]} with an object for every INPUT in the order given; what has no number (the
 level of silence) is null, and an INPUT that failed has "error" and "exit_code".
@@ -221,7 +225,8 @@ level of silence) is null, and an INPUT that failed has "error" and "exit_code".
 The exit code is 0, or that of the first INPUT that failed; the rest are examined all the same.
 
 Examples:
-  tarn info song.flac
+  tarn info -j 4 album/*.flac
+  tarn info --verbose song.flac
   tarn info --json *.flac | jq -r '.files[] | .input + ": " + .kind'
 )";
 
@@ -230,6 +235,11 @@ CLI::App* addInfo(CLI::App& app, tarn::InfoOptions& options)
 {
     CLI::App* const info = app.add_subcommand("info", "Say what files are and whether upmixing gains anything");
     info->add_option("INPUT", options.inputs, "Audio files")->type_name("")->required();
+    info->add_flag("--verbose", options.verbose, "Print figures for every octave as well, see below")
+        ->disable_flag_override();
+    info->add_option("-j,--jobs", options.jobs, "Files at a time, 1 (default) to 64")
+        ->type_name("N")
+        ->check(CLI::Range(1, 64).description(""));
     info->add_flag("--json", options.json, "Print JSON instead of text")->disable_flag_override();
     info->add_flag("--quiet", options.quiet, "No progress bar")->disable_flag_override();
     info->footer(kInfoFooter);

@@ -35,15 +35,31 @@ double centreHz(std::size_t band)
 }
 
 constexpr std::array<KindText, 7> kTexts{{
-    {"silence", "no", "silence: there is nothing to upmix"},
-    {"one-sided", "no", "one side only: an upmix leaves it there, so it gains nothing"},
-    {"dual-mono", "no", "dual mono: both sides are as good as the same, so an upmix moves all of it to the centre"},
-    {"opposite-phase", "no",
-     "opposite phase: one side looks inverted, and the centre would stay empty; invert it before upmixing"},
-    {"panned-mono", "little", "one source at one place off the centre: an upmix puts it between a side and the centre"},
-    {"independent", "little",
-     "left and right have little in common: an upmix finds hardly anything to bring to the centre"},
-    {"stereo", "yes", "stereo with something in common: worth upmixing"},
+    {.name = "silence", .gain = "no", .brief = "silence", .sentence = "silence: there is nothing to upmix"},
+    {.name = "one-sided",
+     .gain = "no",
+     .brief = "one side only, gains nothing",
+     .sentence = "one side only: an upmix leaves it there, so it gains nothing"},
+    {.name = "dual-mono",
+     .gain = "no",
+     .brief = "dual mono, gains nothing",
+     .sentence = "dual mono: both sides are as good as the same, so an upmix moves all of it to the centre"},
+    {.name = "opposite-phase",
+     .gain = "no",
+     .brief = "opposite phase, invert a side",
+     .sentence = "opposite phase: one side looks inverted, and the centre would stay empty; invert it before upmixing"},
+    {.name = "panned-mono",
+     .gain = "little",
+     .brief = "one source, gains little",
+     .sentence = "one source at one place off the centre: an upmix puts it between a side and the centre"},
+    {.name = "independent",
+     .gain = "little",
+     .brief = "little in common, gains little",
+     .sentence = "left and right have little in common: an upmix finds hardly anything to bring to the centre"},
+    {.name = "stereo",
+     .gain = "yes",
+     .brief = "worth upmixing",
+     .sentence = "stereo with something in common: worth upmixing"},
 }};
 
 } // namespace
@@ -66,11 +82,11 @@ double StereoMeasure::leftToRightDb() const noexcept
     return energyRatioDb(left, right);
 }
 
-StereoAnalysis::StereoAnalysis(std::uint32_t sampleRateHz)
-    : offsetKept(std::exp(-2.0 * std::numbers::pi * kOffsetHz / sampleRateHz))
+StereoAnalysis::StereoAnalysis(std::uint32_t sampleRateHz) : measure(usableMeasuring().back().measure)
 {
+    record.offsetKept = std::exp(-2.0 * std::numbers::pi * kOffsetHz / sampleRateHz);
     const double rate = sampleRateHz;
-    for (; used < kBands && centreHz(used) <= kHighestCentre * rate; ++used)
+    for (; used < StereoRecord::kBands && centreHz(used) <= kHighestCentre * rate; ++used)
         designBand(used, centreHz(used) / std::numbers::sqrt2,
                    std::min(centreHz(used) * std::numbers::sqrt2, kUsableShare * rate), rate);
 }
@@ -91,97 +107,64 @@ void StereoAnalysis::designBand(std::size_t band, double lowHz, double highHz, d
     const Complex upper(-0.5, std::numbers::sqrt3 / 2.0);
     const Complex first = toZ(toBand(upper, 1.0));
     const Complex second = toZ(toBand(upper, -1.0));
-    const std::array<std::array<Complex, 2>, kSections> poles{{
+    const std::array<std::array<Complex, 2>, StereoRecord::kSections> poles{{
         {first, std::conj(first)},
         {second, std::conj(second)},
         {toZ(toBand(-1.0, 1.0)), toZ(toBand(-1.0, -1.0))},
     }};
 
     const Complex middle = toZ(Complex(0.0, std::sqrt(low * high)));
-    for (std::size_t s = 0; s < kSections; ++s) {
+    for (std::size_t s = 0; s < poles.size(); ++s) {
         const auto& [p, q] = poles[s];
         const double scale = std::abs((middle - p) * (middle - q) / (middle * middle - 1.0));
-        for (const std::size_t lane : {band, kBands + band}) {
-            gain[s][lane] = scale;
-            a1[s][lane] = -(p + q).real();
-            a2[s][lane] = (p * q).real();
-        }
+        record.gain[s][band] = scale;
+        record.a1[s][band] = -(p + q).real();
+        record.a2[s][band] = (p * q).real();
     }
 }
 
 void StereoAnalysis::push(const double* stereo, std::size_t frames) noexcept
 {
-    for (std::size_t i = 0; i < frames; ++i) {
-        const double left = stereo[2 * i];
-        const double right = stereo[2 * i + 1];
-        largest = std::max({largest, std::abs(left), std::abs(right)});
-        same = same && left == right;
-        measureOverall(left, right);
-
-        Lanes x;
-        std::fill_n(x.begin(), kBands, left);
-        std::fill_n(x.begin() + kBands, kBands, right);
-        for (std::size_t s = 0; s < kSections; ++s) {
-            for (std::size_t k = 0; k < kLanes; ++k) {
-                const double in = gain[s][k] * x[k];
-                x[k] = in + state1[s][k];
-                state1[s][k] = state2[s][k] - a1[s][k] * x[k];
-                state2[s][k] = -in - a2[s][k] * x[k];
-            }
-        }
-        for (std::size_t b = 0; b < kBands; ++b) {
-            const double l = x[b];
-            const double r = x[kBands + b];
-            sums[0][b] += l * l;
-            sums[1][b] += r * r;
-            sums[2][b] += (l + r) * (l + r) / 2.0;
-            sums[3][b] += (l - r) * (l - r) / 2.0;
-        }
-    }
+    if (frames == 0) return;
+    if (taken == 0) std::copy_n(stereo, 2, record.before);
+    for (std::size_t i = 0; i < frames && same; ++i) same = stereo[2 * i] == stereo[2 * i + 1];
+    measure(record, stereo, frames);
     taken += frames;
     forgetTraces();
-}
-
-/// Adds a frame to the overall sums, behind a high-pass of order 1 that knows the offset from the first frame on.
-void StereoAnalysis::measureOverall(double left, double right) noexcept
-{
-    const std::array<double, 2> now{left, right};
-    if (!begun) before = now;
-    begun = true;
-    for (std::size_t side = 0; side < 2; ++side)
-        highPass[side] = offsetKept * highPass[side] + now[side] - before[side];
-    before = now;
-    const auto& [l, r] = highPass;
-    total.left += l * l;
-    total.right += r * r;
-    total.mid += (l + r) * (l + r) / 2.0;
-    total.side += (l - r) * (l - r) / 2.0;
 }
 
 /// Ends what rings on inaudibly: subnormal numbers are slow.
 void StereoAnalysis::forgetTraces() noexcept
 {
     constexpr double kTrace = 1e-100;
-    for (std::array<Lanes, kSections>* const states : {&state1, &state2})
-        for (Lanes& lanes : *states)
-            for (double& value : lanes)
-                if (std::abs(value) < kTrace) value = 0.0;
-    for (double& value : highPass)
+    const auto forget = [](double& value) {
         if (std::abs(value) < kTrace) value = 0.0;
+    };
+    constexpr std::size_t kStates = sizeof record.state1 / sizeof(double);
+    std::for_each_n(&record.state1[0][0][0], kStates, forget);
+    std::for_each_n(&record.state2[0][0][0], kStates, forget);
+    std::for_each_n(record.highPass, 2, forget);
+}
+
+StereoMeasure StereoAnalysis::overall() const noexcept
+{
+    const auto& [left, right, sum, difference] = record.totalSums;
+    return {.left = left, .right = right, .mid = sum / 2.0, .side = difference / 2.0};
 }
 
 std::vector<BandMeasure> StereoAnalysis::bands() const
 {
+    const auto& [left, right, sum, difference] = record.bandSums;
     std::vector<BandMeasure> measures;
     for (std::size_t b = 0; b < used; ++b)
         measures.push_back(
-            {centreHz(b), {.left = sums[0][b], .right = sums[1][b], .mid = sums[2][b], .side = sums[3][b]}});
+            {centreHz(b), {.left = left[b], .right = right[b], .mid = sum[b] / 2.0, .side = difference[b] / 2.0}});
     return measures;
 }
 
 StereoKind kindOf(const StereoAnalysis& analysis)
 {
-    const StereoMeasure& overall = analysis.overall();
+    const StereoMeasure overall = analysis.overall();
     if (analysis.peak() <= std::pow(10.0, kSilencePeakDb / 20.0) || overall.energy() == 0.0) return StereoKind::Silence;
     if (std::abs(overall.leftToRightDb()) >= kOneSidedDb) return StereoKind::OneSided;
     if (overall.sideToMidDb() <= kDualMonoSideDb) return StereoKind::DualMono;

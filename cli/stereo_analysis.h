@@ -1,6 +1,7 @@
 #pragma once
 
-#include <array>
+#include "cli/stereo_record.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -61,8 +62,8 @@ public:
     void push(const double* stereo, std::size_t frames) noexcept;
 
     std::uint64_t frames() const noexcept { return taken; }
-    double peak() const noexcept { return largest; }
-    const StereoMeasure& overall() const noexcept { return total; }
+    double peak() const noexcept { return record.largest; }
+    StereoMeasure overall() const noexcept;
 
     /// Whether every sample of the left is that of the right.
     bool identical() const noexcept { return same; }
@@ -71,30 +72,12 @@ public:
     std::vector<BandMeasure> bands() const;
 
 private:
-    static constexpr std::size_t kBands = 10;
-    static constexpr std::size_t kLanes = 2 * kBands; ///< left of every band, then right
-    static constexpr std::size_t kSections = 3;
-
     void designBand(std::size_t band, double lowHz, double highHz, double sampleRateHz);
-    void measureOverall(double left, double right) noexcept;
     void forgetTraces() noexcept;
 
-    using Lanes = std::array<double, kLanes>;
-
+    MeasureStereo measure;
     std::size_t used = 0; ///< bands
-    std::array<Lanes, kSections> gain{};
-    std::array<Lanes, kSections> a1{};
-    std::array<Lanes, kSections> a2{};
-    std::array<Lanes, kSections> state1{};
-    std::array<Lanes, kSections> state2{};
-    std::array<std::array<double, kBands>, 4> sums{}; ///< left, right, mid, side
-
-    bool begun = false;               ///< a frame has come
-    double offsetKept;                ///< of the high-pass, per sample
-    std::array<double, 2> before{};   ///< its input at the last sample, left and right
-    std::array<double, 2> highPass{}; ///< its output
-    StereoMeasure total;
-    double largest = 0.0;
+    StereoRecord record{};
     bool same = true;
     std::uint64_t taken = 0;
 };
@@ -115,12 +98,13 @@ StereoKind kindOf(const StereoAnalysis& analysis);
 /// Whether a band holds enough to count, with left and right opposite.
 bool isOppositeBand(const BandMeasure& band, const StereoMeasure& overall) noexcept;
 
-/// The name of a kind as scripts see it, what upmixing it gains in one word, and in a sentence without its full stop.
+/// A kind in words.
 struct KindText
 {
-    const char* name;
-    const char* gain; ///< yes, little or no
-    const char* sentence;
+    const char* name;     ///< as scripts see it
+    const char* gain;     ///< what upmixing gains: yes, little or no
+    const char* brief;    ///< for a line of a table
+    const char* sentence; ///< without its full stop
 };
 
 const KindText& textOf(StereoKind kind) noexcept;

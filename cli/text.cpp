@@ -59,6 +59,12 @@ std::string durationText(std::uint64_t frames, std::uint32_t sampleRate)
     return text;
 }
 
+std::string shortDurationText(std::uint64_t frames, std::uint32_t sampleRate)
+{
+    const std::string whole = durationText(frames, sampleRate);
+    return whole.substr(0, whole.find('.'));
+}
+
 std::string formatted(const char* format, double value)
 {
     char text[64];
@@ -66,11 +72,30 @@ std::string formatted(const char* format, double value)
     return text;
 }
 
+std::size_t characters(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(c); }));
+}
+
+std::string lastCharacters(const std::string& text, std::size_t most)
+{
+    const std::string gap = "...";
+    if (characters(text) <= most) return text;
+    std::size_t start = text.size();
+    for (std::size_t kept = 0; kept + gap.size() < most; ++kept)
+        while (start > 0 && isContinuation(text[--start])) {
+        }
+    return gap + text.substr(start);
+}
+
 std::string padded(const std::string& text, std::size_t width)
 {
-    const auto characters =
-        static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(c); }));
-    return text + std::string(width - std::min(width, characters), ' ');
+    return text + std::string(width - std::min(width, characters(text)), ' ');
+}
+
+std::string rightAligned(const std::string& text, std::size_t width)
+{
+    return std::string(width - std::min(width, characters(text)), ' ') + text;
 }
 
 double decibels(double ratio) noexcept

@@ -16,8 +16,20 @@ std::string systemError(int errorNumber);
 /// A length of audio as minutes and seconds, 1:02.345, or with hours, 2:00:00.000.
 std::string durationText(std::uint64_t frames, std::uint32_t sampleRate);
 
+/// The same without milliseconds, 1:02.
+std::string shortDurationText(std::uint64_t frames, std::uint32_t sampleRate);
+
 /// Formats one number as printf does.
 std::string formatted(const char* format, double value);
+
+/// Characters of a text in UTF-8.
+std::size_t characters(const std::string& text);
+
+/// The end of a text, with ... before it where characters are left out.
+std::string lastCharacters(const std::string& text, std::size_t most);
+
+/// A text with blanks before it up to a width in characters.
+std::string rightAligned(const std::string& text, std::size_t width);
 
 /// A text with blanks behind it up to a width in characters.
 std::string padded(const std::string& text, std::size_t width);

@@ -23,7 +23,12 @@ _tarn() {
             ;;
         esac
         ;;
-    info) [[ $word != -* ]] || words='--help --json --quiet' ;;
+    info)
+        case $before in
+        --jobs | -j) return ;;
+        *) [[ $word != -* ]] || words='--help --verbose --jobs --json --quiet' ;;
+        esac
+        ;;
     demo)
         case $before in
         --layout) words='3.0 5.1' ;;

@@ -30,6 +30,15 @@ TEST_F(Help, OfUpmixNamesEveryOption)
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 
+TEST_F(Help, OfInfoNamesEveryOption)
+{
+    const Result result = tarn({"info", "--help"});
+    EXPECT_EQ(result.exitCode, 0);
+    for (const char* const word :
+         {"INPUT", "--verbose", "--jobs", "--json", "--quiet", "sides that differ by less than 1 dB"})
+        EXPECT_NE(result.output.find(word), std::string::npos) << word;
+}
+
 TEST_F(Help, SaysTheVersion)
 {
     const Result result = tarn({"--version"});

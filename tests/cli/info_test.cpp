@@ -5,8 +5,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <numbers>
 #include <random>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 // `tarn info`: synthetic inputs, the verdict on each, and the figures behind it.
 
@@ -109,7 +113,7 @@ TEST_F(Info, OfOppositePhaseAdvisesToInvert)
     EXPECT_EQ(info["gains"], "no");
     EXPECT_EQ(info["overall"]["correlation"], -1.0);
     for (const Json& band : info["bands"]) EXPECT_EQ(band["correlation"], -1.0) << band;
-    EXPECT_NE(tarn({"info", "in.wav"}).output.find("invert it before upmixing"), std::string::npos);
+    EXPECT_NE(tarn({"info", "--verbose", "in.wav"}).output.find("invert it before upmixing"), std::string::npos);
 }
 
 TEST_F(Info, OfASourceAtOneSideLeavesItThere)
@@ -158,7 +162,7 @@ TEST_F(Info, OfSilenceHasNothingToUpmix)
     EXPECT_TRUE(info["overall"]["level_dbfs"].is_null());
     EXPECT_TRUE(info["overall"]["side_to_mid_db"].is_null());
     EXPECT_TRUE(info["overall"]["left_to_right_db"].is_null());
-    const Result text = tarn({"info", "in.wav"});
+    const Result text = tarn({"info", "--verbose", "in.wav"});
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_NE(text.output.find("silence: there is nothing to upmix"), std::string::npos) << text.output;
 }
@@ -189,7 +193,8 @@ TEST_F(Info, BandsShowWhatIsSharedAndWhatIsOpposite)
             EXPECT_GT(band["correlation"], 0.99);
         }
     }
-    EXPECT_NE(tarn({"info", "in.wav"}).output.find("(opposite in the octaves around 4000 Hz)"), std::string::npos);
+    EXPECT_NE(tarn({"info", "--verbose", "in.wav"}).output.find("(opposite in the octaves around 4000 Hz)"),
+              std::string::npos);
 }
 
 TEST_F(Info, BandsPassTheirOctaveAtFullLevelAndStopTheNextButOne)
@@ -264,6 +269,115 @@ TEST_F(Info, OfManyFilesGoesOnAfterOneThatFails)
     EXPECT_EQ(files[2]["exit_code"], 66);
     EXPECT_EQ(files[3]["kind"], "stereo");
     EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
+}
+
+TEST_F(Info, PrintsALineForEachFile)
+{
+    writeAudio(at("a.wav"), kWave16, 48000, 2, noise(1.0, 1.0, 0.0));
+    writeAudio(at("mono.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 44100, 1, stereoNoise(44100 * 40, 24));
+    writeFloats(at("\xc3\xa4.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 96000, 2, std::vector<float>(2 * 96000, 0.0f));
+    writeAudio(at("v.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 32000, 2, noise(0.7, 0.7, 0.7));
+    writeAudio(at("six.caf"), SF_FORMAT_CAF | SF_FORMAT_PCM_32, 192000, 6, Samples(6 * 100));
+    writeAudio(at("l.aiff"), SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 11025, 2, noise(1.0, 0.0, 0.0));
+    writeAudio(at("p.wav"), SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 48000, 2, noise(1.0, 0.5, 0.0));
+    writeAudio(at("i.wav"), kWave16, 48000, 2, noise(0.0, 0.0, 1.0));
+    writeAudio(at("o.wav"), kWave16, 48000, 2, noise(1.0, -1.0, 0.0));
+    const std::string longName = "folder of a long name/" + std::string(10, 'x') + ".wav";
+    std::filesystem::create_directory(at("folder of a long name"));
+    std::filesystem::copy(at("o.wav"), at(longName));
+    const Result result = tarn({"info", "a.wav", "mono.flac", "\xc3\xa4.wav", "v.ogg", "six.caf", "l.aiff", "p.wav",
+                                "missing.wav", "i.wav", "o.wav", longName});
+    EXPECT_EQ(result.exitCode, 66);
+    EXPECT_EQ(result.output,
+              "a.wav                            0:01  WAV 16         48 kHz   2 ch  dual mono, gains nothing\n"
+              "mono.flac                        1:20  FLAC 24      44.1 kHz   1 ch  mono, cannot be upmixed\n"
+              "\xc3\xa4.wav                            0:01  WAV float      96 kHz   2 ch  silence\n"
+              "v.ogg                            0:01  OGG Vorbis     32 kHz   2 ch  worth upmixing\n"
+              "six.caf                          0:00  CAF 32        192 kHz   6 ch  multichannel already\n"
+              "l.aiff                           0:04  AIFF 16    11.025 kHz   2 ch  one side only, gains nothing; "
+              "resample first\n"
+              "p.wav                            0:01  RF64 16        48 kHz   2 ch  one source, gains little\n"
+              "i.wav                            0:01  WAV 16         48 kHz   2 ch  little in common, gains little\n"
+              "o.wav                            0:01  WAV 16         48 kHz   2 ch  opposite phase, invert a side\n"
+              "... long name/xxxxxxxxxx.wav     0:01  WAV 16         48 kHz   2 ch  opposite phase, invert a side\n");
+    EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
+}
+
+TEST_F(Info, NamesOppositeBandsInALineToo)
+{
+    const Samples low = tone(500.0, 1.0);
+    const Samples high = tone(4000.0, -1.0);
+    Samples both;
+    for (std::size_t i = 0; i < low.size(); ++i) both.push_back(low[i] / 2 + high[i] / 2);
+    writeAudio(at("in.wav"), kWave16, 48000, 2, both);
+    EXPECT_EQ(tarn({"info", "in.wav"}).output,
+              "in.wav     0:01  WAV 16         48 kHz   2 ch  worth upmixing, partly opposite\n");
+}
+
+TEST_F(Info, KeepsTheOrderOfTheInputsAtAnyNumberOfJobs)
+{
+    std::vector<std::string> inputs;
+    std::string errors;
+    for (unsigned i = 0; i < 9; ++i) {
+        inputs.push_back("in" + std::to_string(i) + ".wav");
+        // The first takes longest.
+        if (i % 4 != 3) writeAudio(at(inputs.back()), kWave16, 48000, 2, stereoNoise(i == 0 ? 2000000 : 5000, 16, i));
+        if (i % 4 == 3)
+            errors += "tarn: " + inputs.back() +
+                      ": cannot be opened: No such file or directory; check the name and that you may read it\n";
+    }
+    for (const std::string option : {"--json", "--verbose", "--quiet"}) {
+        std::vector<std::string> arguments{"info", option, "--jobs", "1"};
+        arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+        const Result one = tarn(arguments);
+        EXPECT_EQ(one.errors, errors);
+        for (const std::string jobs : {"2", "64"}) {
+            arguments[3] = jobs;
+            const Result many = tarn(arguments);
+            EXPECT_EQ(many.exitCode, 66);
+            EXPECT_EQ(many.output, one.output);
+            EXPECT_EQ(many.errors, errors);
+        }
+    }
+    EXPECT_EQ(tarn({"info", "-j", "0", "in0.wav"}).exitCode, 64);
+}
+
+TEST_F(Info, PrintsALineAsSoonAsItIsReady)
+{
+    writeAudio(at("a.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    // Hours that take no room on the disk, from an AU header for the rest of the file.
+    using namespace std::string_literals;
+    writeBytes(at("hours.au"), ".snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x7d\0\0\0\0\2"s);
+    std::filesystem::resize_file(at("hours.au"), std::uintmax_t{1} << 37);
+    int output[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    Process process({.arguments = {"info", "a.wav", "hours.au"}}, directory, STDIN_FILENO, output[1], STDERR_FILENO);
+    close(output[1]);
+    char line[100];
+    EXPECT_GT(read(output[0], line, sizeof line), 60);
+    EXPECT_EQ(std::string(line, 5), "a.wav");
+    process.signal(SIGTERM);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, SIGTERM);
+    close(output[0]);
+}
+
+TEST_F(Info, ShowsABarOnATerminalForASingleFile)
+{
+    for (const std::string name : {"a.au", "b.au"}) {
+        using namespace std::string_literals;
+        writeBytes(at(name), ".snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x7d\0\0\0\0\2"s);
+        std::filesystem::resize_file(at(name), 400'000'000);
+    }
+    const auto onTerminal = [this](const std::string& arguments) {
+        return runIn(directory,
+                     {.arguments = {"-qec", "'" TARN_COMMAND "' info " + arguments, "/dev/null"}, .program = "script"})
+            .output;
+    };
+    EXPECT_NE(onTerminal("a.au").find("examining ["), std::string::npos);
+    EXPECT_EQ(onTerminal("a.au b.au").find("examining"), std::string::npos);
+    EXPECT_EQ(onTerminal("--quiet a.au").find("examining"), std::string::npos);
 }
 
 TEST_F(Info, ACrashCostsOneFile)

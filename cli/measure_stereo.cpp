@@ -1,0 +1,172 @@
+#include "cli/stereo_record.h"
+#include "lanes/lanes.h"
+
+// Compiled once for every instruction set, like the engine's stages; see lanes/lanes.h.
+
+namespace tarn::TARN_INSTRUCTION_SET
+{
+
+namespace
+{
+
+using namespace zrk_tarn::TARN_INSTRUCTION_SET;
+
+/// Neighbouring bands from one on. Lanes are those of left, then those of right.
+template <int kWidth>
+class Bands
+{
+public:
+    [[gnu::always_inline]] Bands(const StereoRecord& record, int firstBand) noexcept
+        : band(firstBand),
+          first(record, 0, firstBand),
+          second(record, 1, firstBand),
+          third(record, 2, firstBand),
+          squares(loadSides(record.bandSums[0] + firstBand, record.bandSums[1] + firstBand)),
+          sum(load<kWidth>(record.bandSums[2] + firstBand)),
+          difference(load<kWidth>(record.bandSums[3] + firstBand))
+    {}
+
+    [[gnu::always_inline]] void take(const double* frame) noexcept
+    {
+        const Both in = joined(broadcast<kWidth>(frame[0]), broadcast<kWidth>(frame[1]));
+        const Both out = third.filtered(second.filtered(first.filtered(in)));
+        const Doubles<kWidth> left = lowHalf(out);
+        const Doubles<kWidth> right = highHalf(out);
+        squares = squares + out * out;
+        sum = sum + (left + right) * (left + right);
+        difference = difference + (left - right) * (left - right);
+    }
+
+    [[gnu::always_inline]] void keep(StereoRecord& record) const noexcept
+    {
+        first.keep(record, 0, band);
+        second.keep(record, 1, band);
+        third.keep(record, 2, band);
+        store(record.bandSums[0] + band, lowHalf(squares));
+        store(record.bandSums[1] + band, highHalf(squares));
+        store(record.bandSums[2] + band, sum);
+        store(record.bandSums[3] + band, difference);
+    }
+
+private:
+    using Both = Doubles<2 * kWidth>;
+
+    /// A filter of two poles. Its states have the sign changed, which saves a change of sign for every sample.
+    struct Section
+    {
+        [[gnu::always_inline]] Section(const StereoRecord& record, int section, int band) noexcept
+            : gain(loadBoth(record.gain[section] + band)),
+              a1(loadBoth(record.a1[section] + band)),
+              a2(loadBoth(record.a2[section] + band)),
+              state1(loadSides(record.state1[0][section] + band, record.state1[1][section] + band)),
+              state2(loadSides(record.state2[0][section] + band, record.state2[1][section] + band))
+        {}
+
+        [[gnu::always_inline]] Both filtered(const Both& x) noexcept
+        {
+            const Both in = gain * x;
+            const Both out = in - state1;
+            state1 = state2 + a1 * out;
+            state2 = in + a2 * out;
+            return out;
+        }
+
+        [[gnu::always_inline]] void keep(StereoRecord& record, int section, int band) const noexcept
+        {
+            store(record.state1[0][section] + band, lowHalf(state1));
+            store(record.state1[1][section] + band, highHalf(state1));
+            store(record.state2[0][section] + band, lowHalf(state2));
+            store(record.state2[1][section] + band, highHalf(state2));
+        }
+
+        Both gain;
+        Both a1;
+        Both a2;
+        Both state1;
+        Both state2;
+    };
+
+    [[gnu::always_inline]] static Both loadSides(const double* left, const double* right) noexcept
+    {
+        return joined(load<kWidth>(left), load<kWidth>(right));
+    }
+
+    [[gnu::always_inline]] static Both loadBoth(const double* values) noexcept { return loadSides(values, values); }
+
+    int band;
+    Section first;
+    Section second;
+    Section third;
+    Both squares;
+    Doubles<kWidth> sum;
+    Doubles<kWidth> difference;
+};
+
+/// All, behind the high-pass, and the largest magnitude. Lanes are left and right.
+class Overall
+{
+public:
+    [[gnu::always_inline]] explicit Overall(const StereoRecord& record) noexcept
+        : kept(broadcast<2>(record.offsetKept)),
+          before(load<2>(record.before)),
+          highPass(load<2>(record.highPass)),
+          squares(load<2>(record.totalSums)),
+          mixedSquares(load<2>(record.totalSums + 2)),
+          largest(broadcast<2>(record.largest))
+    {}
+
+    [[gnu::always_inline]] void take(const double* frame) noexcept
+    {
+        constexpr double kSigns[2] = {1.0, -1.0};
+        const Doubles<2> now = load<2>(frame);
+        highPass = kept * highPass + now - before;
+        before = now;
+        squares = squares + highPass * highPass;
+        // left + right, and right - left
+        const Doubles<2> mixed = highPass + reversed(highPass) * load<2>(kSigns);
+        mixedSquares = mixedSquares + mixed * mixed;
+        const Doubles<2> magnitude = abs(now);
+        largest = select(largest < magnitude, magnitude, largest);
+    }
+
+    [[gnu::always_inline]] void keep(StereoRecord& record) const noexcept
+    {
+        store(record.before, before);
+        store(record.highPass, highPass);
+        store(record.totalSums, squares);
+        store(record.totalSums + 2, mixedSquares);
+        double sides[2];
+        store(sides, largest);
+        record.largest = sides[0] < sides[1] ? sides[1] : sides[0];
+    }
+
+private:
+    Doubles<2> kept;
+    Doubles<2> before;
+    Doubles<2> highPass;
+    Doubles<2> squares;
+    Doubles<2> mixedSquares;
+    Doubles<2> largest;
+};
+
+/// Takes up all frames with parts of the record that stay in registers.
+template <typename... Part>
+[[gnu::always_inline]] inline void run(StereoRecord& record, const double* stereo, std::size_t frames,
+                                       Part... part) noexcept
+{
+    for (std::size_t i = 0; i < frames; ++i) (part.take(stereo + 2 * i), ...);
+    (part.keep(record), ...);
+}
+
+} // namespace
+
+extern const MeasureStereo kMeasureStereo = [](StereoRecord& record, const double* stereo,
+                                               std::size_t frames) noexcept {
+    constexpr int kWidest = kVectorBytes / static_cast<int>(sizeof(double));
+    constexpr int kLast = StereoRecord::kBands - 2;
+    for (int band = 0; band < kLast; band += kWidest) run(record, stereo, frames, Bands<kWidest>(record, band));
+    // What waits for its own results goes together.
+    run(record, stereo, frames, Bands<2>(record, kLast), Overall(record));
+};
+
+} // namespace tarn::TARN_INSTRUCTION_SET
