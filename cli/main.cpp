@@ -49,11 +49,12 @@ Layouts:
   3.0     FL FR FC
   5.1     FL FR FC LFE BL BR; the last three are silent
   7.1     FL FR FC LFE BL BR SL SR; the last five are silent
-  slots8  FL FR FC LFE BL BR SL SR; the engine's outputs, mixed through a matrix, in FL, FR, SL and SR; needs --remap
+  slots8  FL FR FC LFE BL BR SL SR; the engine's outputs, mixed through a matrix into four of them; needs --remap
 
 A remap file has three rows, one for each output of the engine (front left, front right, centre), of four gains, one
-for each of FL, FR, SL and SR, from -8 to just below 8. Text after # is a comment. Where the gains of a column sum to
-more than 1 in magnitude, loud passages can wrap around.
+for each of FL, FR, SL and SR, from -8 to just below 8. Text after # is a comment. A line before the rows can name four
+other slots, for example FL FR FC LFE. Where the gains of a column sum to more than 1 in magnitude, loud passages can
+wrap around: the samples that did are counted, and a note says by what to multiply the gains.
   1.0  0    0    0      # front left
   0    1.0  0    0      # front right
   0    0    0.5  0.5    # centre
@@ -71,11 +72,12 @@ Tags: title, artist, album, date, track number, genre, comment, copyright and li
 formats have a place for them (WAV has none for licences).
 
 JSON: --json prints one object: input, output, layout, sample_rate, bits, frames, seconds, delay_frames (of the output
-against INPUT), bypass, gain_db, clipped_samples (by the gain), speed (times real time), loudness_lufs with
---loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of full scale has -3), energy_share (0 to 1) and
-full_scale_samples. With --output-dir it is {"files": [...], "failed": N}, and a file that failed has input, error and
-exit_code. What has no number, as the level of silence, is null. It goes to standard output, and to standard error
-where the audio is on standard output; add --quiet there, so that it stands alone.
+against INPUT), bypass, gain_db, clipped_samples (by the gain), wrapped_samples (by the matrix) with --layout slots8,
+speed (times real time), loudness_lufs with --loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of
+full scale has -3), energy_share (0 to 1) and full_scale_samples. With --output-dir it is {"files": [...], "failed": N},
+and a file that failed has input, error and exit_code. What has no number, as the level of silence, is null. It goes to
+standard output, and to standard error where the audio is on standard output; add --quiet there, so that it stands
+alone.
 
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
 describes it, and is required for standard input. Any length takes the same small amount of memory.

@@ -52,6 +52,7 @@ struct UpmixReport
     bool bypass = false;
     double speed = 0.0;                       ///< times real time
     std::uint64_t clipped = 0;                ///< samples that the gain drove beyond full scale
+    std::uint64_t wrapped = 0;                ///< samples that wrapped around in the remap mix
     std::vector<ChannelLevel> levels{};       ///< by slot; empty unless JSON was asked for
     std::optional<LoudnessReport> loudness{}; ///< where it was matched
 };
