@@ -123,11 +123,18 @@ void FileSink::write(const std::uint8_t* slots, std::size_t frames)
 
 void FileSink::finish()
 {
+    complete();
+    file.commit();
+}
+
+void FileSink::complete()
+{
+    if (handle == nullptr) return;
     SNDFILE* const closing = handle;
     handle = nullptr;
     check(sf_close(closing) == SF_ERR_NO_ERROR && target.error == 0);
     if (isFlac) nameChannelsInFlac();
-    file.commit();
+    file.complete();
 }
 
 /// Puts the tag in the place that was kept for it in the first few hundred bytes.

@@ -45,6 +45,9 @@ public:
     void write(const std::uint8_t* slots, std::size_t frames) override;
     void finish() override;
 
+    /// Does all of finish that can fail for want of room, and leaves the name for finish to give.
+    void complete();
+
 private:
     /// The descriptor as libsndfile's callbacks write it.
     struct Target

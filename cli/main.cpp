@@ -169,12 +169,14 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
 CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
 {
     CLI::App* const demo = app.add_subcommand("demo", "Upmix a built-in scene and show what went where");
-    demo->add_option("OUTPUT", options.output, "Also write the upmixed scene to this file (.wav, .flac)")
+    demo->add_option("OUTPUT", options.output,
+                     "Also write the upmixed scene to this file (.wav, .flac),\n"
+                     "and the stereo to one beside it: scene.wav, scene-stereo.wav")
         ->type_name("");
     demo->add_option("--layout", options.layout, "Slots of that file: 3.0 (default) or 5.1")
         ->type_name("NAME")
         ->check(CLI::IsMember({"3.0", "5.1"}).description(""));
-    demo->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    demo->add_flag("--force", options.force, "Replace the files if they exist")->disable_flag_override();
     demo->footer("Examples:\n  tarn demo\n  tarn demo scene.wav\n  tarn demo --layout 5.1 scene.flac\n");
     return demo;
 }

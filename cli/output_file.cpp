@@ -86,12 +86,18 @@ void OutputFile::checkExisting(std::optional<FileIdentity> input)
     if (isLink) target = std::filesystem::canonical(target).string();
 }
 
-void OutputFile::commit()
+void OutputFile::complete()
 {
+    if (file.number() < 0) return;
     const int syncError = fsync(file.number()) != 0 ? errno : 0;
     const int closeError = !file.close() ? errno : 0;
     if (const int error = syncError != 0 ? syncError : closeError; error != 0)
         throw Failure(EX_IOERR, givenName + ": writing failed: " + systemError(error) + "; no output was left");
+}
+
+void OutputFile::commit()
+{
+    complete();
     rename();
     temporary.clear();
 }
