@@ -9,6 +9,7 @@
 #include <map>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -84,6 +85,25 @@ TEST_F(Demo, WritesTheSceneWithThePeaksOfItsTable)
     char expected[16];
     std::snprintf(expected, sizeof expected, "%.1f", 20.0 * std::log10(static_cast<double>(peak) * 0x1p-31));
     EXPECT_EQ(tableOf(result.output)["voice in the middle"][4], std::stod(expected));
+}
+
+TEST_F(Demo, NamesTheChannelsOfItsFiles)
+{
+    for (const auto& [layout, channels, mask] : {std::tuple("3.0", 3, 0x7u), std::tuple("5.1", 6, 0x3fu)}) {
+        for (const std::string name : {"scene.wav", "scene.flac"})
+            ASSERT_EQ(tarn({"demo", "--force", "--layout", layout, name}).exitCode, 0) << layout;
+        const WaveFormat scene = waveFormat(at("scene.wav"));
+        EXPECT_EQ(scene.tag, 0xfffe);
+        EXPECT_EQ(scene.channels, channels);
+        EXPECT_EQ(scene.mask, mask);
+        char tag[64];
+        std::snprintf(tag, sizeof tag, "WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x%04X", mask);
+        EXPECT_NE(bytesOf(at("scene.flac")).find(tag), std::string::npos) << layout;
+        for (const std::string name : {"scene.wav", "scene.flac", "scene-stereo.wav", "scene-stereo.flac"})
+            EXPECT_EQ(readAudio(at(name)).info.frames, 48000 * 128 / 10) << name << ", " << layout;
+    }
+    EXPECT_EQ(waveFormat(at("scene-stereo.wav")).mask, 0x3u);
+    EXPECT_NE(bytesOf(at("scene-stereo.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0003"), std::string::npos);
 }
 
 TEST_F(Demo, WritesTheStereoBesideTheSceneThatWasMadeOfIt)
