@@ -80,7 +80,9 @@ standard output, and to standard error where the audio is on standard output; ad
 alone.
 
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
-describes it, and is required for standard input. Any length takes the same small amount of memory.
+describes it, and is required for standard input. Any length takes the same small amount of memory. A raw stream does
+not say how long it is: where its writer stops midway, OUTPUT holds what came, and tarn cannot know. After
+'set -o pipefail' (bash, zsh) such a pipe fails; without it, a pipe has the exit code of its last command only.
 
 Examples:
   tarn upmix song.flac song-3.0.wav
@@ -88,6 +90,7 @@ Examples:
   tarn upmix --output-dir upmixed --format flac -j 2 album/*.flac
   tarn upmix --loudness-match --json song.wav song-3.0.wav
   tarn upmix --layout slots8 --remap matrix.txt song.wav slots.wav
+  set -o pipefail
   ffmpeg -i film.mkv -ac 2 -ar 48000 -f s16le - | tarn upmix --raw 48000:16 - film-3.0.wav
 )";
 
@@ -204,6 +207,7 @@ The exit code is 0, or that of the first INPUT that failed; the rest are examine
 
 Examples:
   tarn info song.flac
+  set -o pipefail     # in bash and zsh: else the exit code is that of jq only
   tarn info --json *.flac | jq -r '.files[] | .input + ": " + .kind'
 )";
 
