@@ -11,6 +11,7 @@
 #include "cli/remap_file.h"
 #include "cli/resampled_source.h"
 #include "cli/text.h"
+#include "cli/wrap_counter.h"
 #include "host/zrk_tarn_processor.h"
 
 #include <cmath>
@@ -69,17 +70,25 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
 
 EngineSettings engineSettings(const UpmixOptions& options)
 {
-    EngineSettings settings{.mode = options.mode,
-                            .mixFraction = options.mixFraction,
-                            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
-                            .bypass = options.bypass};
-    if (options.remapFile.empty()) return settings;
+    return {.mode = options.mode,
+            .mixFraction = options.mixFraction,
+            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
+            .bypass = options.bypass};
+}
 
+/// Puts the matrix of a remapped layout in its place. Bypassed, it is not used, and the stereo is in FL and FR.
+///
+/// Returns the names of its columns.
+RemapSlots applyRemap(const UpmixOptions& options, Layout& layout, EngineSettings& settings)
+{
+    if (!layout.remapped) return {};
     const RemapFile remap = readRemapFile(options.remapFile);
     settings.remap = remap.matrix;
+    if (options.bypass) return remap.slots;
+    placeColumns(layout, remap.slots);
     if (!options.quiet)
         for (const std::string& note : remap.notes) printNote(note);
-    return settings;
+    return remap.slots;
 }
 
 std::unique_ptr<AudioSource> openSource(const UpmixOptions& options, const std::optional<StreamFormat>& raw)
@@ -117,17 +126,29 @@ std::string summary(const UpmixOptions& options, const Layout& layout, StreamFor
            formatted(", %.0f x real time", speed);
 }
 
+/// Counts what wraps around in the matrix; null where nothing can, or where nobody asks.
+std::unique_ptr<WrapCounter> wrapCounter(const UpmixOptions& options, StreamFormat format,
+                                         const EngineSettings& settings)
+{
+    const bool isReported = options.json || !options.quiet;
+    if (options.bypass || !isReported || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
+    return std::make_unique<WrapCounter>(format, settings, !options.noAlign);
+}
+
 /// Sends the whole source through the engine. Returns how many times faster than real time that went.
-double pump(const UpmixOptions& options, const char* label, AudioSource& source, Upmixer& upmixer, LoudnessMeter* meter)
+double pump(const UpmixOptions& options, const char* label, AudioSource& source, Upmixer& upmixer, LoudnessMeter* meter,
+            WrapCounter* wraps)
 {
     std::vector<std::int32_t> stereo(2 * kReadFrames);
     Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.noBar);
     while (const std::size_t frames = source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
         if (meter != nullptr) meter->push(stereo.data(), frames);
+        if (wraps != nullptr) wraps->push(stereo.data(), frames);
         upmixer.push(stereo.data(), frames);
         progress.advance(frames);
     }
+    if (wraps != nullptr) wraps->finish();
     upmixer.finish();
     return progress.speed();
 }
@@ -139,7 +160,7 @@ LoudnessReport measureLoudness(const UpmixOptions& options, const Layout& layout
     LoudnessMeter input(format.sampleRate);
     LoudnessSink output(layout, format, nullptr);
     Upmixer upmixer(layout, format, settings, true, output);
-    pump(options, "measuring loudness", source, upmixer, &input);
+    pump(options, "measuring loudness", source, upmixer, &input, nullptr);
     source.rewind();
     return {.input = input.integrated(), .atUnityGain = output.meter().integrated(), .output = 0.0};
 }
@@ -208,10 +229,11 @@ UpmixReport upmix(const UpmixOptions& options)
         if (!options.quiet) printNote(options.output + ": is complete already, so " + options.input + " is skipped");
         return {.skipped = true};
     }
-    const Layout& layout = layoutNamed(options.layout);
+    Layout layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
     EngineSettings settings = engineSettings(options);
+    const RemapSlots columns = applyRemap(options, layout, settings);
 
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
@@ -220,7 +242,7 @@ UpmixReport upmix(const UpmixOptions& options)
     for (const std::string& note : source->prepare(!options.quiet && !options.noBar))
         if (!options.quiet) printNote(inputName + ": " + note);
 
-    UpmixReport report{.layout = &layout,
+    UpmixReport report{.layout = &layoutNamed(options.layout),
                        .format = format,
                        .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
                        .gainDb = options.gainDb.value_or(0.0),
@@ -237,7 +259,8 @@ UpmixReport upmix(const UpmixOptions& options)
     if (options.json) into = &levels.emplace(layout.slots, format, *into);
 
     Upmixer upmixer(layout, format, settings, !options.noAlign, *into);
-    report.speed = pump(options, "upmixing", *source, upmixer, nullptr);
+    const auto wraps = wrapCounter(options, format, settings);
+    report.speed = pump(options, "upmixing", *source, upmixer, nullptr, wraps.get());
     report.loss = source->loss();
     if (report.loss && options.strict) throw Failure(EX_DATAERR, inputName + ": " + report.loss->message);
     throwIfInterrupted();
@@ -245,6 +268,7 @@ UpmixReport upmix(const UpmixOptions& options)
 
     report.frames = upmixer.frames();
     report.clipped = upmixer.clipped();
+    if (wraps) report.wrapped = wraps->wrapped();
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();
     if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
@@ -255,6 +279,8 @@ UpmixReport upmix(const UpmixOptions& options)
             printNote(options.output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
                       " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
                       formatted("%+.2f", report.gainDb) + " dB");
+        if (wraps)
+            printNote((isStream(options.output) ? "standard output" : options.output) + ": " + wraps->note(columns));
         if (report.clipped > 0)
             printNote(options.output + ": " + std::to_string(report.clipped) +
                       " samples were beyond full scale and are clipped; give a smaller --gain" +
@@ -283,6 +309,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
         json["loss"] = {{"message", report.loss->message},
                         {"seconds", report.loss->seconds ? Json(*report.loss->seconds) : Json()}};
     }
+    if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
                                  {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},

@@ -60,6 +60,7 @@ struct UpmixReport
     double speed = 0.0;                       ///< times real time
     std::uint64_t clipped = 0;                ///< samples that the gain drove beyond full scale
     std::optional<Loss> loss{};               ///< audio that the input should have had
+    std::uint64_t wrapped = 0;                ///< samples that wrapped around in the remap mix
     std::vector<ChannelLevel> levels{};       ///< by slot; empty unless JSON was asked for
     std::optional<LoudnessReport> loudness{}; ///< where it was matched
     bool skipped = false;                     ///< the output was complete, and nothing was done
