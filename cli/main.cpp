@@ -81,9 +81,10 @@ JSON: --json prints one object: input, output, layout, sample_rate, bits, frames
 against INPUT), bypass, gain_db, clipped_samples (by the gain), speed (times real time), loudness_lufs with
 --loudness-match, and channels with name, peak_dbfs, rms_dbfs (a sine of full scale has -3), energy_share (0 to 1) and
 full_scale_samples. With --output-dir it is {"files": [...], "failed": N, "skipped": N}, and a file that failed has
-input, error and exit_code. A file that was skipped has input, output and "skipped": true. What has no number, as the
-level of silence, is null. It goes to standard output, and to standard error where the audio is on standard output; add
---quiet there, so that it stands alone.
+input, error and exit_code. A file that was skipped has input, output and "skipped": true. Bytes of a file name that are
+not UTF-8 are shown as U+FFFD; input_percent or output_percent then has the exact name, percent-encoded. What has no
+number, as the level of silence, is null. It goes to standard output, and to standard error where the audio is on
+standard output; add --quiet there, so that it stands alone.
 
 Streams: '-' is standard input or output, raw interleaved signed little-endian PCM without a header. --raw RATE:BITS
 describes it, and is required for standard input. Any length takes the same small amount of memory.
@@ -218,7 +219,8 @@ Verdicts, the first that holds, by name in --json:
 Bands that hold 5 % of the energy at a correlation of -0.5 or less are named as opposite ("partly opposite").
 
 --json prints one object {"files": [...]} with an object for every INPUT in the order given; what has no number (the
-level of silence) is null, and an INPUT that failed has "error" and "exit_code".
+level of silence) is null, and an INPUT that failed has "error" and "exit_code". Bytes of a file name that are not
+UTF-8 are shown as U+FFFD; "input_percent" then has the exact name, percent-encoded.
 
 The exit code is 0, or that of the first INPUT that failed; the rest are examined all the same.
 

@@ -19,6 +19,22 @@ bool isContinuation(char byte) noexcept
     return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
 }
 
+/// Bytes of the character of UTF-8 that a text begins with; 0 if it begins with none.
+std::size_t firstCharacterBytes(std::string_view text) noexcept
+{
+    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char first = byte(0);
+    if (first < 0x80) return 1;
+    const std::size_t bytes = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    if (first < 0xc2 || first > 0xf4 || text.size() < bytes) return 0;
+    for (std::size_t i = 1; i < bytes; ++i)
+        if (!isContinuation(text[i])) return 0;
+    // Longer forms of what has a shorter one, halves of UTF-16's pairs, and what lies above the last character.
+    if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f)) return 0;
+    if ((first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f)) return 0;
+    return bytes;
+}
+
 } // namespace
 
 std::string shellQuoted(const std::string& name)
@@ -70,6 +86,16 @@ std::string formatted(const char* format, double value)
     char text[64];
     std::snprintf(text, sizeof text, format, value);
     return text;
+}
+
+bool isUtf8(const std::string& text) noexcept
+{
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t bytes = firstCharacterBytes(rest);
+        if (bytes == 0) return false;
+        rest.remove_prefix(bytes);
+    }
+    return true;
 }
 
 std::size_t characters(const std::string& text)

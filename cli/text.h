@@ -22,6 +22,9 @@ std::string shortDurationText(std::uint64_t frames, std::uint32_t sampleRate);
 /// Formats one number as printf does.
 std::string formatted(const char* format, double value);
 
+/// Whether all of a text is UTF-8.
+bool isUtf8(const std::string& text) noexcept;
+
 /// Characters of a text in UTF-8.
 std::size_t characters(const std::string& text);
 
