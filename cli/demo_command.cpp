@@ -95,15 +95,16 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
 
 void printNextStep(const DemoOptions& options)
 {
+    const std::string program = printable(options.program);
     if (options.output.empty()) {
         std::printf("Next, keep the scene as a file:  %s demo scene.wav\n"
                     "or upmix music of your own:      %s upmix song.flac song-3.0.wav\n",
-                    options.program.c_str(), options.program.c_str());
+                    program.c_str(), program.c_str());
         return;
     }
     std::printf("%s holds the scene as %s, aligned with the stereo it was made from.\n"
                 "Next, upmix music of your own:   %s upmix song.flac song-3.0.wav\n",
-                options.output.c_str(), options.layout.c_str(), options.program.c_str());
+                printable(options.output).c_str(), options.layout.c_str(), program.c_str());
 }
 
 } // namespace

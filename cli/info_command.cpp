@@ -8,6 +8,7 @@
 #include "cli/stereo_analysis.h"
 #include "cli/stream_format.h"
 #include "cli/text.h"
+#include "cli/upmix_command.h"
 #include "cli/worker_processes.h"
 
 #include <algorithm>
@@ -141,7 +142,7 @@ std::size_t nameWidth(const std::vector<std::string>& inputs)
 {
     constexpr std::size_t kMost = 28;
     std::size_t longest = 0;
-    for (const std::string& input : inputs) longest = std::max(longest, characters(input));
+    for (const std::string& input : inputs) longest = std::max(longest, characters(printable(input)));
     return std::min(longest, kMost);
 }
 
@@ -179,7 +180,7 @@ std::string briefVerdict(const Finding& finding)
 std::string lineOf(const std::string& input, std::size_t width, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    return padded(lastCharacters(input, width), width) +
+    return padded(lastCharacters(printable(input), width), width) +
            rightAligned(facts.frames ? shortDurationText(*facts.frames, facts.sampleRate) : "?", 9) + "  " +
            padded(formatName(facts), 10) + formatted("%7g kHz", facts.sampleRate / 1000.0) +
            formatted("%4.0f ch  ", facts.channels) + briefVerdict(finding) + "\n";
@@ -189,8 +190,9 @@ std::string lineOf(const std::string& input, std::size_t width, const Finding& f
 std::string tableOf(const std::string& input, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    std::string text = input + "\n  " + facts.container + ", " + facts.codec + ", " + std::to_string(facts.sampleRate) +
-                       " Hz, " + std::to_string(facts.channels) + " channel" + (facts.channels == 1 ? "" : "s");
+    std::string text = printable(input) + "\n  " + facts.container + ", " + facts.codec + ", " +
+                       std::to_string(facts.sampleRate) + " Hz, " + std::to_string(facts.channels) + " channel" +
+                       (facts.channels == 1 ? "" : "s");
     if (facts.frames)
         text +=
             ", " + durationText(*facts.frames, facts.sampleRate) + " (" + std::to_string(*facts.frames) + " frames)";
@@ -223,7 +225,7 @@ int runInfo(const InfoOptions& options)
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.crashed) wipeProgress();
         if (outcome.exitCode != EX_OK) {
-            std::fprintf(stderr, "tarn: %s\n", outcome.error.c_str());
+            printNote(outcome.error);
             if (exitCode == EX_OK) exitCode = outcome.exitCode;
             files.push_back({{"input", options.inputs[i]}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
         } else if (options.json) {

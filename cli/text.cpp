@@ -35,12 +35,39 @@ std::size_t firstCharacterBytes(std::string_view text) noexcept
     return bytes;
 }
 
+/// The same if the character can be shown; 0 if it is a control character.
+std::size_t printableBytes(std::string_view text) noexcept
+{
+    const auto first = static_cast<unsigned char>(text[0]);
+    const bool isC1 = first == 0xc2 && text.size() > 1 && static_cast<unsigned char>(text[1]) < 0xa0;
+    return first < 0x20 || first == 0x7f || isC1 ? 0 : firstCharacterBytes(text);
+}
+
+/// In $'...', with numbers for what cannot be shown.
+std::string dollarQuoted(const std::string& name)
+{
+    std::string quoted = "$'";
+    for (std::string_view rest = name; !rest.empty();) {
+        const std::size_t bytes = printableBytes(rest);
+        if (bytes == 0) {
+            const auto byte = static_cast<unsigned char>(rest[0]);
+            quoted += "\\" + std::to_string(byte / 64) + std::to_string(byte / 8 % 8) + std::to_string(byte % 8);
+        } else {
+            if (rest[0] == '\'' || rest[0] == '\\') quoted += '\\';
+            quoted += rest.substr(0, bytes);
+        }
+        rest.remove_prefix(std::max<std::size_t>(bytes, 1));
+    }
+    return quoted + "'";
+}
+
 } // namespace
 
 std::string shellQuoted(const std::string& name)
 {
     constexpr std::string_view kSafe = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%";
     if (!name.empty() && name.find_first_not_of(kSafe) == std::string::npos) return name;
+    if (printable(name) != name) return dollarQuoted(name);
 
     std::string quoted = "'";
     for (const char c : name) {
@@ -51,6 +78,18 @@ std::string shellQuoted(const std::string& name)
         }
     }
     return quoted + "'";
+}
+
+std::string printable(const std::string& text)
+{
+    std::string line;
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t bytes = printableBytes(rest);
+        line += bytes > 0 ? rest.substr(0, bytes) : "?";
+        // A control character that takes two bytes is one question mark.
+        rest.remove_prefix(std::max<std::size_t>(firstCharacterBytes(rest), 1));
+    }
+    return line;
 }
 
 std::string systemError(int errorNumber)

@@ -8,7 +8,13 @@ namespace tarn
 {
 
 /// A file name as a shell takes it: unchanged where that is safe, in single quotes otherwise.
+///
+/// Names with control characters or bytes that are not UTF-8 are quoted as $'...' with octal numbers, which bash, zsh
+/// and ksh know, so that the quoted form is the same after printable().
 std::string shellQuoted(const std::string& name);
+
+/// A text for a line on a terminal: control characters (C0, DEL and C1) and bytes that are not UTF-8 become '?'.
+std::string printable(const std::string& text);
 
 /// The system's words for an error number.
 std::string systemError(int errorNumber);
