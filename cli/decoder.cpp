@@ -5,6 +5,7 @@
 #include "cli/mpeg_decoder.h"
 #include "cli/mpeg_frames.h"
 #include "cli/sndfile_decoder.h"
+#include "cli/vorbis_decoder.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -24,7 +25,10 @@ std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
     if (file.marks(begin, "fLaC")) return std::make_unique<FlacDecoder>(descriptor, part);
     if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return std::make_unique<MpegDecoder>(descriptor, part);
     try {
-        return std::make_unique<SndfileDecoder>(descriptor, part);
+        auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
+        if (decoder->info().format == (SF_FORMAT_OGG | SF_FORMAT_VORBIS))
+            return std::make_unique<VorbisDecoder>(descriptor, part, decoder->info());
+        return decoder;
     } catch (const std::runtime_error&) {
         if (mpegWithin(kMaxJunk)) return std::make_unique<MpegDecoder>(descriptor, part);
         throw;

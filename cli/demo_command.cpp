@@ -94,16 +94,18 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
 
 void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& files)
 {
+    const std::string program = printable(options.program);
     if (!files) {
         std::printf("Next, keep the scene as a file:  %s demo scene.wav\n"
                     "or upmix music of your own:      %s upmix song.flac song-3.0.wav\n",
-                    options.program.c_str(), options.program.c_str());
+                    program.c_str(), program.c_str());
         return;
     }
     std::printf("%s holds the scene as %s, and %s the stereo that it was made from,\n"
                 "aligned with it: compare them by ear.\n"
                 "Next, upmix music of your own:   %s upmix song.flac song-3.0.wav\n",
-                options.output.c_str(), options.layout.c_str(), files->stereoName().c_str(), options.program.c_str());
+                printable(options.output).c_str(), options.layout.c_str(), printable(files->stereoName()).c_str(),
+                program.c_str());
 }
 
 void flushOutput()

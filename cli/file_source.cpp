@@ -323,7 +323,8 @@ std::optional<Loss> FileSource::loss() const
     if (facts.empty()) return std::nullopt;
 
     const double seconds = static_cast<double>(lost) / info.samplerate;
-    facts.push_back(unknown ? "how much is missing is not known" : formatted("%.3f seconds are missing", seconds));
+    if (unknown) facts.push_back("how much is missing is not known");
+    if (!unknown && lost > 0) facts.push_back(formatted("%.3f seconds are missing", seconds));
     std::string message = "is cut short or damaged: ";
     for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
     return Loss{.message = message, .seconds = unknown ? std::nullopt : std::optional(seconds)};

@@ -8,6 +8,7 @@
 #include "cli/stereo_analysis.h"
 #include "cli/stream_format.h"
 #include "cli/text.h"
+#include "cli/upmix_command.h"
 #include "cli/worker_processes.h"
 
 #include <algorithm>
@@ -45,7 +46,7 @@ Finding examine(const std::string& input, bool showProgress)
         analysis.push(stereo.data(), frames);
         progress.advance(frames);
     }
-    if (const auto loss = source.loss()) std::fprintf(stderr, "tarn: %s: %s\n", input.c_str(), loss->message.c_str());
+    if (const auto loss = source.loss()) printNote(input + ": " + loss->message);
     finding.facts.frames = analysis.frames();
     return finding;
 }
@@ -53,9 +54,8 @@ Finding examine(const std::string& input, bool showProgress)
 /// What keeps an input from being upmixed as it is; empty if nothing does.
 std::string obstacle(const FileFacts& facts)
 {
-    if (facts.channels == 1) return "mono: only stereo can be upmixed";
-    if (facts.channels != 2) return "multichannel already: only stereo can be upmixed";
-    if (!isEngineRate(facts.sampleRate)) return "to be resampled first: the engine runs at " + rateList();
+    if (facts.channels > 2) return "multichannel already: only mono and stereo can be upmixed";
+    if (!isConvertibleRate(facts.sampleRate)) return "no rate of sound: " + convertibleRates() + " can be upmixed";
     return {};
 }
 
@@ -141,7 +141,7 @@ std::size_t nameWidth(const std::vector<std::string>& inputs)
 {
     constexpr std::size_t kMost = 28;
     std::size_t longest = 0;
-    for (const std::string& input : inputs) longest = std::max(longest, characters(input));
+    for (const std::string& input : inputs) longest = std::max(longest, characters(printable(input)));
     return std::min(longest, kMost);
 }
 
@@ -162,7 +162,7 @@ std::string formatName(const FileFacts& facts)
 std::string briefVerdict(const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    if (facts.channels == 1) return "mono, cannot be upmixed";
+    if (facts.channels == 1) return "mono, goes to the centre";
     if (facts.channels != 2) return "multichannel already";
     const StereoAnalysis& analysis = *finding.analysis;
     const StereoKind kind = kindOf(analysis);
@@ -172,14 +172,14 @@ std::string briefVerdict(const Finding& finding)
             return isOppositeBand(band, analysis.overall());
         }))
         verdict += ", partly opposite";
-    return isEngineRate(facts.sampleRate) ? verdict : verdict + "; resample first";
+    return isConvertibleRate(facts.sampleRate) ? verdict : "no rate of sound";
 }
 
 /// What matters most, as a line of a table.
 std::string lineOf(const std::string& input, std::size_t width, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    return padded(lastCharacters(input, width), width) +
+    return padded(lastCharacters(printable(input), width), width) +
            rightAligned(facts.frames ? shortDurationText(*facts.frames, facts.sampleRate) : "?", 9) + "  " +
            padded(formatName(facts), 10) + formatted("%7g kHz", facts.sampleRate / 1000.0) +
            formatted("%4.0f ch  ", facts.channels) + briefVerdict(finding) + "\n";
@@ -189,8 +189,9 @@ std::string lineOf(const std::string& input, std::size_t width, const Finding& f
 std::string tableOf(const std::string& input, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    std::string text = input + "\n  " + facts.container + ", " + facts.codec + ", " + std::to_string(facts.sampleRate) +
-                       " Hz, " + std::to_string(facts.channels) + " channel" + (facts.channels == 1 ? "" : "s");
+    std::string text = printable(input) + "\n  " + facts.container + ", " + facts.codec + ", " +
+                       std::to_string(facts.sampleRate) + " Hz, " + std::to_string(facts.channels) + " channel" +
+                       (facts.channels == 1 ? "" : "s");
     if (facts.frames)
         text +=
             ", " + durationText(*facts.frames, facts.sampleRate) + " (" + std::to_string(*facts.frames) + " frames)";
@@ -223,7 +224,7 @@ int runInfo(const InfoOptions& options)
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.crashed) wipeProgress();
         if (outcome.exitCode != EX_OK) {
-            std::fprintf(stderr, "tarn: %s\n", outcome.error.c_str());
+            printNote(outcome.error);
             if (exitCode == EX_OK) exitCode = outcome.exitCode;
             files.push_back({{"input", options.inputs[i]}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
         } else if (options.json) {

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <string>
 
 namespace tarn
 {
@@ -18,11 +17,10 @@ inline Json finiteOrNull(double value)
     return std::isfinite(value) ? Json(value) : Json();
 }
 
-/// Prints a document. Bytes of file names that are not UTF-8 become the replacement character.
-inline void printJson(const Json& json, std::FILE* stream)
-{
-    const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace);
-    std::fprintf(stream, "%s\n", text.c_str());
-}
+/// Prints a document.
+///
+/// Bytes of strings that are not UTF-8 become the replacement character. A file name, which is the string of a member
+/// "input" or "output", then has its exact bytes beside it, percent-encoded, as "input_percent" or "output_percent".
+void printJson(const Json& json, std::FILE* stream);
 
 } // namespace tarn

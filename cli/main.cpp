@@ -254,12 +254,12 @@ int main(int argc, char** argv)
             throw tarn::Failure(EX_IOERR, "standard output: writing failed; make room, or choose another place");
         return exitCode;
     } catch (const tarn::Failure& failure) {
-        std::fprintf(stderr, "tarn: %s\n", failure.what());
+        tarn::printNote(failure.what());
         return failure.exitCode();
     } catch (const tarn::Interrupted& interrupted) {
         tarn::dieBySignal(interrupted.signalNumber);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "tarn: internal error: %s\n", error.what());
+        tarn::printNote(std::string("internal error: ") + error.what());
         return EX_SOFTWARE;
     }
 }

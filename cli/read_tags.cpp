@@ -1,4 +1,5 @@
 #include "cli/tags.h"
+#include "cli/text.h"
 #include "cli/utf8.h"
 
 #include <algorithm>

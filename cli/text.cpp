@@ -19,12 +19,56 @@ bool isContinuation(char byte) noexcept
     return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
 }
 
+/// Bytes of the character of UTF-8 that a text begins with; 0 if it begins with none.
+std::size_t firstCharacterBytes(std::string_view text) noexcept
+{
+    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char first = byte(0);
+    if (first < 0x80) return 1;
+    const std::size_t bytes = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    if (first < 0xc2 || first > 0xf4 || text.size() < bytes) return 0;
+    for (std::size_t i = 1; i < bytes; ++i)
+        if (!isContinuation(text[i])) return 0;
+    // Longer forms of what has a shorter one, halves of UTF-16's pairs, and what lies above the last character.
+    if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f)) return 0;
+    if ((first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f)) return 0;
+    return bytes;
+}
+
+/// The same if the character can be shown; 0 if it is a control character.
+std::size_t printableBytes(std::string_view text) noexcept
+{
+    const auto first = static_cast<unsigned char>(text[0]);
+    const bool isC1 = first == 0xc2 && text.size() > 1 && static_cast<unsigned char>(text[1]) < 0xa0;
+    return first < 0x20 || first == 0x7f || isC1 ? 0 : firstCharacterBytes(text);
+}
+
+/// In $'...', with numbers for what cannot be shown.
+std::string dollarQuoted(const std::string& name)
+{
+    std::string quoted = "$'";
+    for (std::string_view rest = name; !rest.empty();) {
+        const std::size_t bytes = printableBytes(rest);
+        if (bytes == 0) {
+            const auto byte = static_cast<unsigned char>(rest[0]);
+            const auto digit = [byte](int shift) { return static_cast<char>('0' + (byte >> shift & 7)); };
+            quoted.append({'\\', digit(6), digit(3), digit(0)});
+        } else {
+            if (rest[0] == '\'' || rest[0] == '\\') quoted += '\\';
+            quoted += rest.substr(0, bytes);
+        }
+        rest.remove_prefix(std::max<std::size_t>(bytes, 1));
+    }
+    return quoted + "'";
+}
+
 } // namespace
 
 std::string shellQuoted(const std::string& name)
 {
     constexpr std::string_view kSafe = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%";
     if (!name.empty() && name.find_first_not_of(kSafe) == std::string::npos) return name;
+    if (printable(name) != name) return dollarQuoted(name);
 
     std::string quoted = "'";
     for (const char c : name) {
@@ -35,6 +79,18 @@ std::string shellQuoted(const std::string& name)
         }
     }
     return quoted + "'";
+}
+
+std::string printable(const std::string& text)
+{
+    std::string line;
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t bytes = printableBytes(rest);
+        line += bytes > 0 ? rest.substr(0, bytes) : "?";
+        // A control character that takes two bytes is one question mark.
+        rest.remove_prefix(std::max<std::size_t>(firstCharacterBytes(rest), 1));
+    }
+    return line;
 }
 
 std::string systemError(int errorNumber)
@@ -70,6 +126,16 @@ std::string formatted(const char* format, double value)
     char text[64];
     std::snprintf(text, sizeof text, format, value);
     return text;
+}
+
+bool isUtf8(const std::string& text) noexcept
+{
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t bytes = firstCharacterBytes(rest);
+        if (bytes == 0) return false;
+        rest.remove_prefix(bytes);
+    }
+    return true;
 }
 
 std::size_t characters(const std::string& text)

@@ -184,7 +184,7 @@ double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudnes
 
 void printNote(const std::string& note)
 {
-    std::fprintf(stderr, "tarn: %s\n", note.c_str());
+    std::fprintf(stderr, "tarn: %s\n", printable(note).c_str());
 }
 
 void checkOptions(const UpmixOptions& options)

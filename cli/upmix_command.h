@@ -85,7 +85,7 @@ int runUpmix(const UpmixOptions& options);
 /// The report as --json prints it.
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report);
 
-/// Prints a line about the work on standard error.
+/// Prints a line about the work on standard error, without control characters that file names may have.
 void printNote(const std::string& note);
 
 } // namespace tarn

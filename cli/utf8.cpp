@@ -1,8 +1,9 @@
 #include "cli/utf8.h"
 
+#include "cli/text.h"
+
 #include <array>
 
-#include <FLAC/format.h>
 #include <tstring.h>
 
 namespace tarn
@@ -21,15 +22,9 @@ constexpr std::array<wchar_t, 32> kWindows1252{
 
 } // namespace
 
-bool isUtf8(std::string_view bytes)
+std::string toUtf8(const std::string& bytes)
 {
-    return FLAC__format_vorbiscomment_entry_value_is_legal(reinterpret_cast<const FLAC__byte*>(bytes.data()),
-                                                           static_cast<std::uint32_t>(bytes.size())) != 0;
-}
-
-std::string toUtf8(std::string_view bytes)
-{
-    if (isUtf8(bytes)) return std::string(bytes);
+    if (isUtf8(bytes)) return bytes;
     std::wstring text;
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);

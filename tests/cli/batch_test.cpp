@@ -108,6 +108,35 @@ TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
     }
 }
 
+TEST_F(Batch, NamesThatAreNotUtf8AreReportedExactly)
+{
+    // Latin-1, and what only looks like UTF-8: a longer form of a slash, half a pair, a character cut off.
+    const std::string bad = "gr\xfc\xdf %~\xc0\xaf\xed\xa0\x80\xe2\x82";
+    const std::string badPercent = "gr%FC%DF%20%25~%C0%AF%ED%A0%80%E2%82";
+    writeStereo(bad + ".wav", 1);
+    writeStereo("gr\xc3\xbc\xc3\x9f.wav", 2);
+    const Result result =
+        tarn({"upmix", "--json", "--output-dir", "out", bad + ".wav", "gr\xc3\xbc\xc3\x9f.wav", "\xff"});
+    EXPECT_EQ(result.exitCode, 66);
+    const Json batch = Json::parse(result.output)["files"];
+    ASSERT_EQ(batch.size(), 3u);
+    EXPECT_EQ(batch[0]["input_percent"], badPercent + ".wav");
+    EXPECT_EQ(batch[0]["output_percent"], "out/" + badPercent + "-3.0.wav");
+    EXPECT_EQ(batch[0]["input"].get<std::string>().substr(0, 5), "gr\xef\xbf\xbd");
+    EXPECT_EQ(batch[1]["input"], "gr\xc3\xbc\xc3\x9f.wav");
+    EXPECT_FALSE(batch[1].contains("input_percent"));
+    EXPECT_FALSE(batch[1].contains("output_percent"));
+    EXPECT_EQ(batch[2]["input_percent"], "%FF");
+    EXPECT_EQ(batch[2]["exit_code"], 66);
+
+    const Json single = Json::parse(tarn({"upmix", "--json", bad + ".wav", "out.wav"}).output);
+    EXPECT_EQ(single["input_percent"], badPercent + ".wav");
+    EXPECT_FALSE(single.contains("output_percent"));
+    const Json info = Json::parse(tarn({"info", "--json", bad + ".wav", "\xff"}).output)["files"];
+    EXPECT_EQ(info[0]["input_percent"], badPercent + ".wav");
+    EXPECT_EQ(info[1]["input_percent"], "%FF");
+}
+
 TEST_F(Batch, ACrashCostsOneFile)
 {
     const Names inputs{"a.wav", "abort.wav", "trap.wav", "b.wav", "exit.wav", "kill.wav", "c.wav"};

@@ -127,6 +127,22 @@ TEST_F(Damage, OfOneFlacFrameBecomesSilenceAndTheRestKeepsItsPlace)
     }
 }
 
+TEST_F(Damage, OfOneVorbisPageBecomesSilenceAndTheRestKeepsItsPlace)
+{
+    const Samples stereo = stereoNoise(6 * kRate, 16);
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereo);
+    const std::string ogg = bytesOf(at("in.ogg"));
+    ASSERT_EQ(tarn({"upmix", "--bypass", "in.ogg", "whole.wav"}).exitCode, 0);
+    writeBytes(at("bad.ogg"), withBitFlipped(ogg, ogg.size() / 2));
+    const Result result = tarn({"upmix", "--bypass", "bad.ogg", "out.wav"});
+    EXPECT_NE(result.errors.find("frames are damaged and become silence"), std::string::npos) << result.errors;
+    const Samples output = readAudio(at("out.wav")).samples;
+    const Samples whole = readAudio(at("whole.wav")).samples;
+    ASSERT_EQ(output.size(), whole.size());
+    EXPECT_TRUE(std::equal(output.begin(), output.begin() + 3 * kRate, whole.begin()));
+    EXPECT_TRUE(std::equal(output.end() - 3 * kRate, output.end(), whole.end() - 3 * kRate));
+}
+
 TEST_F(Damage, OfFlacThatEndsEarlyIsFoundWithAndWithoutADeclaredLength)
 {
     writeAudio(at("whole.flac"), kFlac16, static_cast<int>(kRate), 2, stereoNoise(4 * kRate, 16));

@@ -15,6 +15,19 @@ constexpr int kVorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
 constexpr int kOpus = SF_FORMAT_OGG | SF_FORMAT_OPUS;
 constexpr int kMp3 = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
 
+/// A page of Ogg with its checksum: a CRC of 32 bits that begins with zero, over the page without it.
+std::string withChecksum(std::string page)
+{
+    page.replace(22, 4, 4, '\0');
+    std::uint32_t crc = 0;
+    for (const char c : page) {
+        crc ^= static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << 24;
+        for (int bit = 0; bit < 8; ++bit) crc = crc << 1 ^ ((crc >> 31) != 0 ? 0x04c11db7u : 0u);
+    }
+    for (unsigned i = 0; i < 4; ++i) page[22 + i] = static_cast<char>(crc >> (8 * i));
+    return page;
+}
+
 } // namespace
 
 class JoinedFiles : public CommandTest
@@ -93,6 +106,39 @@ TEST_F(JoinedFiles, OfMpegAudioWithoutAnIndexAreReadToTheEnd)
     const auto frames = readAudio(at("out.wav")).info.frames;
     EXPECT_GE(frames, 8 * 44100);
     EXPECT_LT(frames, 8 * 44100 + 3 * 1152);
+}
+
+TEST_F(JoinedFiles, OfVorbisWithAudioOnThePageOfItsHeadersLoseNothing)
+{
+    writeNoise("a.ogg", kVorbis, 60000, 1);
+    // The page of the last header and the first page with audio, made into one: what some encoders write.
+    const std::string ogg = bytesOf(at("a.ogg"));
+    const std::size_t second = ogg.find("OggS", 4);
+    const std::size_t third = ogg.find("OggS", second + 4);
+    const std::size_t fourth = ogg.find("OggS", third + 4);
+    const auto segments = [&ogg](std::size_t page) { return static_cast<unsigned char>(ogg[page + 26]); };
+    ASSERT_LE(segments(second) + segments(third), 255);
+    std::string joined = ogg.substr(second, 27);
+    joined.replace(6, 8, ogg.substr(third + 6, 8)); // the position of the last packet
+    joined[26] = static_cast<char>(segments(second) + segments(third));
+    for (const std::size_t page : {second, third}) joined += ogg.substr(page + 27, segments(page));
+    joined += ogg.substr(second + 27 + segments(second), third - second - 27 - segments(second));
+    joined += ogg.substr(third + 27 + segments(third), fourth - third - 27 - segments(third));
+    std::string bytes = ogg.substr(0, second) + withChecksum(joined);
+    // The pages behind have numbers that are smaller by one.
+    for (std::size_t page = fourth; page < ogg.size();) {
+        const std::size_t next = std::min(ogg.find("OggS", page + 4), ogg.size());
+        std::string moved = ogg.substr(page, next - page);
+        moved[18] = static_cast<char>(moved[18] - 1);
+        bytes += withChecksum(moved);
+        page = next;
+    }
+    writeBytes(at("b.ogg"), bytes);
+    ASSERT_EQ(tarn({"upmix", "a.ogg", "a.wav"}).exitCode, 0);
+    const Result result = tarn({"upmix", "b.ogg", "b.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors.find("cut short"), std::string::npos) << result.errors;
+    EXPECT_TRUE(readAudio(at("b.wav")).samples == readAudio(at("a.wav")).samples);
 }
 
 TEST_F(JoinedFiles, OfMpegAudioMakeNoWarningOfTheDecoder)

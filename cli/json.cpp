@@ -1,0 +1,61 @@
+#include "cli/json.h"
+
+#include "cli/text.h"
+
+#include <string_view>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// Gives back every byte: percent signs and two digits for those that are neither unreserved in RFC 3986 nor slashes.
+std::string percentEncoded(const std::string& name)
+{
+    constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~/";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string encoded;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (kPlain.find(c) != std::string_view::npos) {
+            encoded += c;
+        } else {
+            encoded.append({'%', kDigits[byte / 16], kDigits[byte % 16]});
+        }
+    }
+    return encoded;
+}
+
+bool isFileName(const std::string& key, const Json& value)
+{
+    return (key == "input" || key == "output") && value.is_string();
+}
+
+/// The document with an exact form beside every file name that is not UTF-8.
+Json withExactNames(const Json& json)
+{
+    if (!json.is_structured()) return json;
+    if (json.is_array()) {
+        Json exact = Json::array();
+        for (const Json& element : json) exact.push_back(withExactNames(element));
+        return exact;
+    }
+    Json exact = Json::object();
+    for (const auto& [key, value] : json.items()) {
+        exact[key] = withExactNames(value);
+        if (isFileName(key, value) && !isUtf8(value.get_ref<const std::string&>()))
+            exact[key + "_percent"] = percentEncoded(value.get_ref<const std::string&>());
+    }
+    return exact;
+}
+
+} // namespace
+
+void printJson(const Json& json, std::FILE* stream)
+{
+    const std::string text = withExactNames(json).dump(2, ' ', false, Json::error_handler_t::replace);
+    std::fprintf(stream, "%s\n", text.c_str());
+}
+
+} // namespace tarn

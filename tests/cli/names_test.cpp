@@ -1,0 +1,124 @@
+#include "cli/text.h"
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <algorithm>
+
+// File names with control characters, which must not reach the terminal.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+
+/// An escape sequence, a newline, a tabulator, DEL, C1 in UTF-8 and as a byte, quotes, and what is no control
+/// character.
+const std::string kName = "a\x1b[31m\n'\\\t\x7f\xc2\x9b\x9b\xc3\xa4 b";
+const std::string kShown = "a?[31m?'\\????\xc3\xa4 b";
+
+bool isClean(const std::string& text)
+{
+    return std::none_of(text.begin(), text.end(),
+                        [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7f; }) &&
+           tarn::isUtf8(text) && text.find("\xc2\x9b") == std::string::npos;
+}
+
+std::size_t lines(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+} // namespace
+
+class Names : public CommandTest
+{
+protected:
+    void SetUp() override
+    {
+        CommandTest::SetUp();
+        writeAudio(at(kName + ".wav"), kWave16, 48000, 2, stereoNoise(9000, 16));
+        writeAudio(at(kName + " mono.wav"), kWave16, 48000, 1, stereoNoise(9000, 16));
+    }
+};
+
+TEST_F(Names, AreShownWithoutControlCharacters)
+{
+    const Result single = tarn({"upmix", kName + ".wav", kName + "-out.wav"});
+    EXPECT_EQ(single.exitCode, 0);
+    EXPECT_TRUE(isClean(single.errors)) << single.errors;
+    EXPECT_EQ(single.errors.find("tarn: " + kShown + ".wav -> " + kShown + "-out.wav: 3.0"), 0u) << single.errors;
+    EXPECT_EQ(lines(single.errors), 1u);
+
+    const Result refused = tarn({"upmix", kName + ".wav", kName + "-out.wav"});
+    EXPECT_EQ(refused.errors, "tarn: " + kShown +
+                                  "-out.wav: exists already; choose another name, or add --force to "
+                                  "replace it\n");
+
+    const Result batch = tarn({"upmix", "--output-dir", "out", kName + ".wav", kName + "-none"});
+    EXPECT_EQ(batch.exitCode, 66);
+    EXPECT_TRUE(isClean(batch.errors)) << batch.errors;
+    EXPECT_EQ(lines(batch.errors), 3u);
+    EXPECT_NE(batch.errors.find("failed: " + kShown + "-none\n"), std::string::npos) << batch.errors;
+
+    for (const std::string option : {"--quiet", "--verbose"}) {
+        const Result info = tarn({"info", option, kName + ".wav", kName});
+        EXPECT_TRUE(isClean(info.output + info.errors)) << info.output << info.errors;
+        EXPECT_EQ(info.output.find(kShown + ".wav"), 0u) << info.output;
+        EXPECT_EQ(info.errors.find("tarn: " + kShown + ": cannot be opened"), 0u) << info.errors;
+        EXPECT_EQ(lines(info.output), option == "--quiet" ? 1u : 15u);
+    }
+
+    EXPECT_EQ(tarn({"no\x1b[31m"}).errors.find("tarn: no?[31m: no such command"), 0u);
+    const Result demo = tarn({"demo", kName + "-demo.wav"});
+    EXPECT_TRUE(isClean(demo.output)) << demo.output;
+    EXPECT_NE(demo.output.find(kShown + "-demo.wav holds the scene"), std::string::npos) << demo.output;
+}
+
+TEST_F(Names, InASuggestedCommandCanBePasted)
+{
+    const std::string name = kName + " six.wav";
+    writeAudio(at(name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
+    const Result result = tarn({"upmix", name, "out.wav"});
+    EXPECT_EQ(result.exitCode, 65);
+    EXPECT_TRUE(isClean(result.errors)) << result.errors;
+    const std::string before = "ffmpeg -i ";
+    const std::size_t start = result.errors.find(before);
+    const std::size_t end = result.errors.rfind(" -ac 2");
+    ASSERT_LT(start, end) << result.errors;
+    const std::string quoted = result.errors.substr(start + before.size(), end - start - before.size());
+    for (const std::string shell : {"bash", "zsh"})
+        EXPECT_EQ(runIn(directory, {.arguments = {"-c", "printf %s " + quoted}, .program = shell}).output, name)
+            << shell << ": " << quoted;
+}
+
+TEST_F(Names, AreQuotedAsSimplyAsTheyCanBe)
+{
+    EXPECT_EQ(tarn::shellQuoted("a/b-1.wav"), "a/b-1.wav");
+    EXPECT_EQ(tarn::shellQuoted("a b.wav"), "'a b.wav'");
+    EXPECT_EQ(tarn::shellQuoted("it's \xc3\xa4"), "'it'\\''s \xc3\xa4'");
+    EXPECT_EQ(tarn::shellQuoted(""), "''");
+    EXPECT_EQ(tarn::shellQuoted("\n'\\"), "$'\\012\\'\\\\'");
+    EXPECT_EQ(tarn::shellQuoted("\x9b"
+                                "1\xc3\xa4"),
+              "$'\\2331\xc3\xa4'");
+}
+
+TEST_F(Names, OfEveryCharacterAreShownAsTheyAreOrAsAQuestionMark)
+{
+    EXPECT_EQ(tarn::printable("a \xc3\xa4 \xe2\x82\xac \xf0\x9f\x8e\xb5"), "a \xc3\xa4 \xe2\x82\xac \xf0\x9f\x8e\xb5");
+    EXPECT_EQ(tarn::printable("\xc2\xa0\xed\x9f\xbf\xf4\x8f\xbf\xbf"), "\xc2\xa0\xed\x9f\xbf\xf4\x8f\xbf\xbf");
+    EXPECT_EQ(tarn::printable(std::string("\0\x1f\x7f", 3)), "???");
+    EXPECT_EQ(tarn::printable("\xc2\x80x\xc2\x9fx"), "?x?x");
+    // A longer form of a slash, half a pair, too large a number, a character that is cut off, one out of place.
+    EXPECT_EQ(tarn::printable("\xc0\xaf"), "??");
+    EXPECT_EQ(tarn::printable("\xed\xa0\x80"), "???");
+    EXPECT_EQ(tarn::printable("\xf4\x90\x80\x80"), "????");
+    EXPECT_EQ(tarn::printable("\xe2\x82"), "??");
+    EXPECT_EQ(tarn::printable("\xe2\x82z"), "??z");
+    EXPECT_EQ(tarn::printable("\x80"), "?");
+}
+
+} // namespace tarn_cli
