@@ -98,9 +98,9 @@ FLAC__StreamDecoderReadStatus FlacDecoder::Stream::read_callback(FLAC__byte byte
     return *count == 0 ? FLAC__STREAM_DECODER_READ_STATUS_END_OF_STREAM : FLAC__STREAM_DECODER_READ_STATUS_CONTINUE;
 }
 
-FLAC__StreamDecoderTellStatus FlacDecoder::Stream::tell_callback(FLAC__uint64* position)
+FLAC__StreamDecoderTellStatus FlacDecoder::Stream::tell_callback(FLAC__uint64* bytePosition)
 {
-    *position = window.position();
+    *bytePosition = window.position();
     return FLAC__STREAM_DECODER_TELL_STATUS_OK;
 }
 

@@ -37,7 +37,7 @@ private:
 
     private:
         FLAC__StreamDecoderReadStatus read_callback(FLAC__byte bytes[], std::size_t* count) override;
-        FLAC__StreamDecoderTellStatus tell_callback(FLAC__uint64* position) override;
+        FLAC__StreamDecoderTellStatus tell_callback(FLAC__uint64* bytePosition) override;
         FLAC__StreamDecoderWriteStatus write_callback(const FLAC__Frame* frame,
                                                       const FLAC__int32* const channels[]) override;
         void metadata_callback(const FLAC__StreamMetadata* block) override;

@@ -71,12 +71,12 @@ private:
             return out;
         }
 
-        [[gnu::always_inline]] void keep(StereoRecord& record, int section, int band) const noexcept
+        [[gnu::always_inline]] void keep(StereoRecord& record, int section, int place) const noexcept
         {
-            store(record.state1[0][section] + band, lowHalf(state1));
-            store(record.state1[1][section] + band, highHalf(state1));
-            store(record.state2[0][section] + band, lowHalf(state2));
-            store(record.state2[1][section] + band, highHalf(state2));
+            store(record.state1[0][section] + place, lowHalf(state1));
+            store(record.state1[1][section] + place, highHalf(state1));
+            store(record.state2[0][section] + place, lowHalf(state2));
+            store(record.state2[1][section] + place, highHalf(state2));
         }
 
         Both gain;

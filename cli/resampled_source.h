@@ -34,7 +34,7 @@ public:
 private:
     struct Closer
     {
-        void operator()(soxr_t converter) const noexcept { soxr_delete(converter); }
+        void operator()(soxr_t opened) const noexcept { soxr_delete(opened); }
     };
 
     void begin();
