@@ -84,7 +84,7 @@ bool isOgg(const SF_INFO& info) noexcept
 template <typename Sample>
 void spreadMono(Sample* samples, std::size_t frames) noexcept
 {
-    for (std::size_t i = frames; i-- > 0;) samples[2 * i + 1] = samples[2 * i] = samples[i];
+    for (std::size_t i = frames; i > 0; --i) samples[2 * i - 1] = samples[2 * i - 2] = samples[i - 1];
 }
 
 } // namespace

@@ -76,8 +76,9 @@ bool FlacDecoder::decodeFrame()
 std::string FlacDecoder::error() const
 {
     if (stream.window.error() != 0) return systemError(stream.window.error());
-    if (stream.lostSync) return "the last frames cannot be decoded";
-    return isCut() ? "it ends inside a frame" : std::string();
+    const bool isComplete = facts.frames != SF_COUNT_MAX && position >= static_cast<std::uint64_t>(facts.frames);
+    if (isComplete || !isCut()) return {};
+    return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
 }
 
 /// Whether there is something behind the last good frame that is neither padding nor a tag.
@@ -112,11 +113,10 @@ FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__F
     if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32)
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
     samples.resize(std::size_t{header.blocksize} * header.channels);
-    const std::uint32_t unused = 32 - header.bits_per_sample;
+    const std::int64_t scale = std::int64_t{1} << (32 - header.bits_per_sample);
     for (std::size_t i = 0; i < header.blocksize; ++i)
         for (std::size_t c = 0; c < header.channels; ++c)
-            samples[i * header.channels + c] =
-                static_cast<std::int32_t>(static_cast<std::uint32_t>(channels[c][i]) << unused);
+            samples[i * header.channels + c] = static_cast<std::int32_t>(channels[c][i] * scale);
     firstFrame = header.number.sample_number;
     lostSync = false;
     return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;

@@ -34,6 +34,14 @@ Descriptor storage(const std::string& folder)
     return file;
 }
 
+/// Refuses a device, which could have no end; an empty one, such as /dev/null, is left to be found empty.
+void refuseDevice(const InputFile& file)
+{
+    char byte = 0;
+    if (read(file.descriptor.number(), &byte, 1) != 0)
+        throw Failure(EX_NOINPUT, file.name + ": is a device; name an audio file, or a pipe with one");
+}
+
 /// Stores a pipe to its end. Returns the file and its size.
 InputFile stored(const InputFile& pipe)
 {
@@ -78,6 +86,7 @@ InputFile openInput(const std::string& path)
     if (S_ISDIR(status.st_mode)) throw Failure(EX_NOINPUT, path + ": is a directory; name an audio file in it");
     if (isatty(file.descriptor.number()) != 0)
         throw Failure(EX_USAGE, file.name + ": is a terminal; pipe an audio file into it, or name a file");
+    if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) refuseDevice(file);
     if (S_ISREG(status.st_mode)) {
         file.bytes = static_cast<std::uint64_t>(status.st_size);
     } else {

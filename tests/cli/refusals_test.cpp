@@ -37,6 +37,8 @@ TEST_F(Refusals, OfInputsThatCannotBeOpened)
     expectBadInput("missing.wav", 66, "cannot be opened: No such file or directory");
     std::filesystem::create_directory(at("folder"));
     expectBadInput("folder", 66, "is a directory");
+    expectBadInput("/dev/zero", 66, "is a device");
+    expectBadInput("/dev/null", 65, "is empty, 0 bytes");
 }
 
 TEST_F(Refusals, OfInputsThatAreNoAudio)

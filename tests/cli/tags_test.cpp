@@ -1,3 +1,4 @@
+#include "cli/wave_tags.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -13,6 +14,9 @@
 #include <vorbisfile.h>
 #include <wavfile.h>
 #include <xiphcomment.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 // What becomes of the tags, pictures and the broadcast extension of an input.
 
@@ -259,6 +263,55 @@ TEST_F(Tags, WithoutAPlaceAreNamed)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.errors.find("tarn: out.flac: FLAC has no place for the tag STRA\xc3\x9f"), std::string::npos)
         << result.errors;
+}
+
+TEST_F(Tags, AroundAFlacStreamAreNoDamage)
+{
+    writeTagged("in.flac", kFlac16, {});
+    std::string last(128, '\0');
+    last.replace(0, 10, "TAGA title");
+    const std::string first = "ID3\3" + std::string(5, '\0') + "\x14" + std::string(20, '\0');
+    writeBytes(at("tagged.flac"), first + bytesOf(at("in.flac")) + last);
+    const Result result = tarn({"upmix", "--strict", "tagged.flac", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors.find("damaged"), std::string::npos) << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
+}
+
+TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
+{
+    const auto number = [](const std::string& bytes, std::size_t at, std::size_t count) {
+        std::uint64_t value = 0;
+        for (std::size_t i = count; i > 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[at + i - 1]);
+        return value;
+    };
+    // RF64, as files beyond 4 GiB have it; and an odd number of bytes of audio.
+    const Samples samples(std::size_t{3} * 1001, 0x12345600);
+    for (const int container : {SF_FORMAT_RF64, SF_FORMAT_WAVEX}) {
+        writeAudio(at("out.wav"), container | SF_FORMAT_PCM_24, 48000, 3, samples);
+        std::vector<std::string> leftOut;
+        const int descriptor = open(at("out.wav").c_str(), O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(tarn::appendTags(descriptor, {.texts = richTexts(), .pictures = {}}, leftOut), 0);
+        close(descriptor);
+        EXPECT_TRUE(leftOut.empty());
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == samples);
+
+        const std::string bytes = bytesOf(at("out.wav"));
+        const bool isRf64 = container == SF_FORMAT_RF64;
+        EXPECT_EQ(isRf64 ? number(bytes, 20, 8) : number(bytes, 4, 4), bytes.size() - 8);
+        std::string marks;
+        std::size_t chunk = 12;
+        while (chunk + 8 <= bytes.size()) {
+            std::size_t size = number(bytes, chunk + 4, 4);
+            if (size == 0xffffffff) size = number(bytes, 28, 8);
+            marks += bytes.substr(chunk, 4) + ",";
+            chunk += 8 + size + size % 2;
+        }
+        EXPECT_EQ(chunk, bytes.size());
+        EXPECT_TRUE(marks.ends_with("data,LIST,id3 ,")) << marks;
+    }
+    expectTags("out.wav", {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, "A comment"}});
+    EXPECT_EQ(textsOf("out.wav")["ALBUMARTIST"].toString(), richTexts()["ALBUMARTIST"].toString());
 }
 
 TEST_F(Tags, WrittenByFfmpegAreKept)
