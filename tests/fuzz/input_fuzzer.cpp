@@ -3,12 +3,11 @@
 #include "cli/stream_format.h"
 #include "cli/upmix_command.h"
 #include "tests/fuzz/byte_reader.h"
+#include "tests/fuzz/command_frame.h"
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <optional>
 #include <string>
@@ -23,70 +22,16 @@
 // help promises and a message fit for a terminal, raw PCM has the outcome that its format and length demand, and what
 // is written are whole frames.
 
-// The address and undefined behaviour sanitizers' own way out while standard error is shut.
-extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void* descriptor);
-
-// The decoders do not free all that they have when they give up on a damaged file: libsndfile 1.2.0 keeps a few KiB of
-// libvorbis. The command ends there, and memory that it allocates itself is still watched.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_options();
-
-const char* __lsan_default_options()
-{
-    return "print_suppressions=0";
-}
-
-const char* __lsan_default_suppressions()
-{
-    return "leak:libFLAC.so\nleak:libmpg123.so\nleak:libogg.so\nleak:libopus.so\nleak:libsndfile.so\n"
-           "leak:libvorbis.so\nleak:libvorbisenc.so\n";
-}
-
 namespace
 {
 
 using fuzz::ByteReader;
+using fuzz::fail;
+using fuzz::MemoryFile;
+using fuzz::require;
 
 constexpr std::size_t kMostOutput = std::size_t{1} << 20;
 const std::string kStream = "-"; ///< standard input and output by name
-constexpr std::string_view kMatrix = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";
-
-int standardError = -1; ///< a copy that stays open
-
-[[noreturn]] void fail(const std::string& what, const std::string& detail)
-{
-    dprintf(standardError, "tarn upmix: %s: %s\n", what.c_str(), detail.c_str());
-    std::abort();
-}
-
-void require(bool holds, const char* call)
-{
-    if (holds) return;
-    std::perror(call);
-    std::abort();
-}
-
-/// A file that has a name, but is on no disk.
-class MemoryFile
-{
-public:
-    MemoryFile() : descriptor_(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING))
-    {
-        require(descriptor_ >= 0, "memfd_create");
-    }
-
-    int descriptor() const { return descriptor_; }
-    std::string name() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
-
-    void hold(std::string_view bytes) const
-    {
-        require(ftruncate(descriptor_, 0) == 0, "ftruncate");
-        require(pwrite(descriptor_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()), "pwrite");
-    }
-
-private:
-    int descriptor_;
-};
 
 /// The files that the command works on, and the standard streams as it finds them.
 struct Surroundings
@@ -98,10 +43,8 @@ struct Surroundings
         require(fcntl(output.descriptor(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) == 0, "fcntl");
         require(dup2(input.descriptor(), STDIN_FILENO) == STDIN_FILENO, "dup2");
         require(dup2(output.descriptor(), STDOUT_FILENO) == STDOUT_FILENO, "dup2");
-        standardError = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-        require(standardError >= 0 && null >= 0, "standard error");
-        if (__sanitizer_set_report_fd != nullptr)
-            __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(standardError)));
+        require(null >= 0, "open");
+        fuzz::standardError();
     }
 
     MemoryFile input;
@@ -115,16 +58,6 @@ const Surroundings& surroundings()
     static const Surroundings kSurroundings;
     return kSurroundings;
 }
-
-/// Shuts standard error, where the command has notes to print and libraries have warnings.
-class Quiet
-{
-public:
-    Quiet() { dup2(surroundings().null, STDERR_FILENO); }
-    ~Quiet() { dup2(standardError, STDERR_FILENO); }
-    Quiet(const Quiet&) = delete;
-    Quiet& operator=(const Quiet&) = delete;
-};
 
 /// How the command ended.
 struct Outcome
@@ -140,7 +73,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
     lseek(STDOUT_FILENO, 0, SEEK_SET);
     Outcome outcome;
     try {
-        const Quiet quiet;
+        const fuzz::StandardErrorTo nothing(surroundings().null);
         tarn::runUpmix(options);
     } catch (const tarn::Failure& failure) {
         outcome.exitCode = failure.exitCode();
@@ -156,12 +89,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
         fail(std::to_string(outcome.exitCode) + " is no exit code", outcome.message);
     if (outcome.exitCode == EX_IOERR && outcome.written < kMostOutput - 4096)
         fail("cannot write, where there is room", outcome.message);
-    constexpr std::size_t kLongestMessage = 1000;
-    const bool printable = std::none_of(outcome.message.begin(), outcome.message.end(), [](char c) {
-        return (static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7f;
-    });
-    if (!printable || outcome.message.size() > kLongestMessage)
-        fail("a message that is not for a terminal", outcome.message);
+    if (!fuzz::fitsTerminal(outcome.message)) fail("a message that is not for a terminal", outcome.message);
     return outcome;
 }
 
@@ -183,7 +111,7 @@ void requireWholeFrames(const tarn::UpmixOptions& options, const Outcome& outcom
 /// An audio file, which is read or refused.
 void upmixFile(tarn::UpmixOptions options, ByteReader& bytes)
 {
-    surroundings().remap.hold(kMatrix);
+    surroundings().remap.hold(fuzz::kMatrix);
     surroundings().input.hold(textOf(bytes.rest()));
     options.input = surroundings().input.name();
     requireWholeFrames(options, outcomeOf(options));
@@ -222,7 +150,7 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
     const std::string pcm = textOf(bytes.rest());
     options.input = kStream;
     options.raw = text;
-    surroundings().remap.hold(kMatrix);
+    surroundings().remap.hold(fuzz::kMatrix);
     surroundings().input.hold(pcm);
 
     const Outcome outcome = outcomeOf(options);

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 // The main of a fuzz target where libFuzzer is not: runs it on the files named and on those in the folders named.
-// Prints nothing unless an input fails; then its name.
+// Prints only the name of an input that fails.
 
 namespace
 {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace fuzz
+{
+
+/// Gives libFuzzer feedback about the decoders, which are not instrumented. Each combination of format, mark and exit
+/// code, and each different message, counts as a branch.
+///
+/// words  the messages of the command; numbers and the folder of path are ignored
+void noteDecoding(const std::string& path, std::string_view file, int exitCode, std::string_view words);
+
+} // namespace fuzz
