@@ -12,8 +12,8 @@ namespace tarn
 namespace
 {
 
-/// The longest gap that is filled where a file does not declare its length: a damaged frame number could declare any.
-constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 24;
+/// The longest gap that is filled: a damaged frame number could declare any.
+constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 22;
 
 } // namespace
 
@@ -62,9 +62,8 @@ bool FlacDecoder::decodeFrame()
     while (stream.samples.empty())
         if (!stream.process_single() || stream.get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
     stream.get_decode_position(&behindFrame);
-    const std::uint64_t last =
-        facts.frames == SF_COUNT_MAX ? position + kMaxGapFrames : static_cast<std::uint64_t>(facts.frames);
-    if (stream.firstFrame > position && stream.firstFrame <= last) {
+    const bool isWithin = facts.frames == SF_COUNT_MAX || stream.firstFrame <= static_cast<std::uint64_t>(facts.frames);
+    if (stream.firstFrame > position && stream.firstFrame - position <= kMaxGapFrames && isWithin) {
         toSilence = stream.firstFrame - position;
         silenced += toSilence;
         position += toSilence;

@@ -62,7 +62,8 @@ std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32
     // In two parts, so that nothing overflows.
     const std::uint64_t seconds = frames / rate;
     const std::uint64_t rest = frames % rate;
-    return seconds * newRate + (2 * rest * newRate + rate) / (2 * std::uint64_t{rate});
+    const std::uint64_t rounded = seconds * newRate + (2 * rest * newRate + rate) / (2 * std::uint64_t{rate});
+    return frames > 0 ? std::max<std::uint64_t>(rounded, 1) : 0;
 }
 
 StreamFormat parseRawFormat(const std::string& text)

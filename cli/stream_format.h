@@ -40,7 +40,8 @@ std::string convertibleRates();
 /// The engine's lowest rate that is not below this one, or its highest.
 std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept;
 
-/// The length of a recording of so many frames at another rate, rounded to the nearest frame.
+/// The length of a recording of so many frames at another rate, rounded to the nearest frame; at least 1 unless it is
+/// 0.
 std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept;
 
 /// Reads "RATE:BITS", as in 48000:16.

@@ -15,7 +15,7 @@ constexpr int kHeaders = 3;
 constexpr long kReadBytes = 65536;
 
 /// The longest gap that is filled: a damaged position could declare any.
-constexpr std::int64_t kMaxGapFrames = std::int64_t{1} << 24;
+constexpr std::int64_t kMaxGapFrames = std::int64_t{1} << 22;
 
 } // namespace
 

@@ -1,6 +1,5 @@
 #include "tests/fuzz/decoder_feedback.h"
 
-#include "cli/file_source.h"
 #include "tests/fuzz/marks.h"
 
 #include <cstdint>
@@ -27,7 +26,7 @@ void count(const std::string& event)
 void noteDecoding(const std::string& path, std::string_view file, int exitCode, std::string_view words)
 {
     SF_INFO info{};
-    const tarn::SndfileHandle opened(sf_open(path.c_str(), SFM_READ, &info));
+    if (SNDFILE* const opened = sf_open(path.c_str(), SFM_READ, &info)) sf_close(opened);
     const std::string met = std::to_string(info.format) + " " + std::to_string(exitCode) + " ";
     count(met + std::to_string(info.channels));
     for (const std::string_view mark : kMarks)

@@ -153,21 +153,6 @@ struct Outcome
     std::string notes; ///< everything printed on standard error
 };
 
-/// The exit code in a report, if reports have one.
-template <typename Report>
-int exitCodeOf(const Report& report)
-{
-    if constexpr (requires { report.exitCode; }) return report.exitCode;
-    return EX_OK;
-}
-
-/// Sets the option, if it exists.
-template <typename Options>
-void setStrict(Options& options, bool strict)
-{
-    if constexpr (requires { options.strict; }) options.strict = strict;
-}
-
 Outcome outcomeOf(const tarn::UpmixOptions& options)
 {
     Outcome outcome;
@@ -176,7 +161,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
         const FileSizeLimit limit;
         const fuzz::StandardErrorTo notes(surroundings().notes.descriptor());
         outcome.report = tarn::upmix(options);
-        outcome.exitCode = exitCodeOf(*outcome.report);
+        outcome.exitCode = outcome.report->exitCode();
     } catch (const tarn::Failure& failure) {
         outcome.exitCode = failure.exitCode();
         outcome.message = failure.what();
@@ -225,8 +210,7 @@ void requireJson(const tarn::UpmixOptions& options, const tarn::UpmixReport& rep
 void requireDone(const tarn::UpmixOptions& options, const Outcome& outcome)
 {
     const tarn::UpmixReport& report = *outcome.report;
-    constexpr int kIncomplete = 1;
-    if (outcome.exitCode != EX_OK && outcome.exitCode != kIncomplete)
+    if (outcome.exitCode != EX_OK && (outcome.exitCode != tarn::kExitIncomplete || options.strict))
         fail(std::to_string(outcome.exitCode) + " is no exit code of work that was done", outcome.notes);
     if (report.frames == 0) fail("no frames", outcome.notes);
     const tarn::Layout& layout = tarn::layoutNamed(options.layout);
@@ -246,7 +230,7 @@ void requireRefused(const tarn::UpmixOptions& options, const Outcome& outcome, b
         break;
     case EX_USAGE: {
         // The only way in which these options can be wrong.
-        const bool tooWide = options.bits.value_or(32) == 32 && options.output.ends_with(".flac");
+        const bool tooWide = options.bits == 32 && options.output.ends_with(".flac");
         if (!tooWide) fail("refuses the options", outcome.message);
         break;
     }
@@ -291,7 +275,7 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
         options.loudnessMatch = has(how, 2);
         if (has(how, 3) && !options.loudnessMatch) options.gainDb = -3.0;
     }
-    setStrict(options, has(how, 4));
+    options.strict = has(how, 4);
     options.force = true;
     options.input = folder.at(bytes.oneOf(kInputs));
     return {options, has(how, 5)};

@@ -74,7 +74,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
     Outcome outcome;
     try {
         const fuzz::StandardErrorTo nothing(surroundings().null);
-        tarn::runUpmix(options);
+        outcome.exitCode = tarn::runUpmix(options);
     } catch (const tarn::Failure& failure) {
         outcome.exitCode = failure.exitCode();
         outcome.message = failure.what();
@@ -84,7 +84,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
     outcome.written = static_cast<std::size_t>(lseek(STDOUT_FILENO, 0, SEEK_CUR));
 
     if (outcome.exitCode == EX_OK) return outcome;
-    constexpr std::array kExitCodes{EX_USAGE, EX_DATAERR, EX_IOERR};
+    constexpr std::array kExitCodes{tarn::kExitIncomplete, EX_USAGE, EX_DATAERR, EX_IOERR};
     if (std::find(kExitCodes.begin(), kExitCodes.end(), outcome.exitCode) == kExitCodes.end())
         fail(std::to_string(outcome.exitCode) + " is no exit code", outcome.message);
     if (outcome.exitCode == EX_IOERR && outcome.written < kMostOutput - 4096)
@@ -120,17 +120,21 @@ void upmixFile(tarn::UpmixOptions options, ByteReader& bytes)
 /// The format that a text names as RATE:BITS, if it is one of the command's.
 std::optional<tarn::StreamFormat> formatNamed(std::string_view text)
 {
-    const auto names = [](std::string_view digits, std::uint32_t number) {
+    const auto number = [](std::string_view digits) {
+        constexpr std::size_t kMostDigits = 6;
+        const bool isNumber = digits.find_first_not_of("0123456789") == std::string_view::npos && !digits.empty();
         digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
-        return digits == std::to_string(number);
+        return isNumber && !digits.empty() && digits.size() <= kMostDigits
+                   ? static_cast<std::uint32_t>(std::stoul(std::string(digits)))
+                   : 0u;
     };
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos) return std::nullopt;
-    for (const std::uint32_t rate : tarn::kSampleRates)
-        for (const std::uint32_t bits : tarn::kWidths)
-            if (names(text.substr(0, colon), rate) && names(text.substr(colon + 1), bits))
-                return tarn::StreamFormat{.sampleRate = rate, .bits = bits};
-    return std::nullopt;
+    const tarn::StreamFormat format{.sampleRate = number(text.substr(0, colon)),
+                                    .bits = number(text.substr(colon + 1))};
+    const bool isWidth = format.bits == 16 || format.bits == 24 || format.bits == 32;
+    if (format.sampleRate < 4000 || format.sampleRate > 768000 || !isWidth) return std::nullopt;
+    return format;
 }
 
 bool beginsLikeFile(std::string_view pcm)
@@ -159,9 +163,13 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
     if (const auto format = formatNamed(text)) {
         const std::size_t frameBytes = std::size_t{2} * format->bytesPerSample();
         const bool taken = !pcm.empty() && pcm.size() % frameBytes == 0 && !beginsLikeFile(pcm);
-        const std::size_t sampleBytes = options.bits.value_or(format->bits) / 8;
+        const std::uint32_t rate = tarn::engineRateFor(format->sampleRate);
+        const bool isConverted = rate != format->sampleRate;
+        const std::size_t sampleBytes =
+            options.bits.value_or(isConverted ? std::max(format->bits, 24u) : format->bits) / 8;
         exitCode = taken ? EX_OK : EX_DATAERR;
-        written = pcm.size() / frameBytes * tarn::layoutNamed(options.layout).slots * sampleBytes;
+        written = tarn::framesAtRate(pcm.size() / frameBytes, format->sampleRate, rate) *
+                  tarn::layoutNamed(options.layout).slots * sampleBytes;
         if (written > kMostOutput) return;
     }
     if (outcome.exitCode != exitCode)

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -31,6 +32,8 @@ int subtypeOf(std::uint32_t bits)
     }
 }
 
+using Sndfile = std::unique_ptr<SNDFILE, int (*)(SNDFILE*)>;
+
 std::string differing(const char* what, std::uint64_t found, std::uint64_t expected)
 {
     return std::string(what) + ": " + std::to_string(found) + " instead of " + std::to_string(expected);
@@ -39,7 +42,7 @@ std::string differing(const char* what, std::uint64_t found, std::uint64_t expec
 std::string faultForSndfile(const std::string& path, const WrittenFile& expected)
 {
     SF_INFO info{};
-    const tarn::SndfileHandle file(sf_open(path.c_str(), SFM_READ, &info));
+    const Sndfile file(sf_open(path.c_str(), SFM_READ, &info), sf_close);
     if (file == nullptr) return sf_strerror(nullptr);
     const auto channels = static_cast<std::uint32_t>(info.channels);
     const auto rate = static_cast<std::uint32_t>(info.samplerate);
@@ -61,7 +64,7 @@ std::string faultForSndfile(const std::string& path, const WrittenFile& expected
 std::string faultOfChannelMap(const std::string& path, const tarn::Layout& layout)
 {
     SF_INFO info{};
-    const tarn::SndfileHandle file(sf_open(path.c_str(), SFM_READ, &info));
+    const Sndfile file(sf_open(path.c_str(), SFM_READ, &info), sf_close);
     auto map = layout.channelMap;
     const auto bytes = static_cast<int>(layout.slots * sizeof(int));
     if (sf_command(file.get(), SFC_GET_CHANNEL_MAP_INFO, map.data(), bytes) != SF_TRUE) return "no channel map";
