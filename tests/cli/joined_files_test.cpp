@@ -22,7 +22,7 @@ std::string withChecksum(std::string page)
     std::uint32_t crc = 0;
     for (const char c : page) {
         crc ^= static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << 24;
-        for (int bit = 0; bit < 8; ++bit) crc = crc << 1 ^ ((crc >> 31) != 0 ? 0x04c11db7u : 0u);
+        for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x7fffffff) << 1 ^ ((crc >> 31) != 0 ? 0x04c11db7u : 0u);
     }
     for (unsigned i = 0; i < 4; ++i) page[22 + i] = static_cast<char>(crc >> (8 * i));
     return page;

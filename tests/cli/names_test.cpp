@@ -22,7 +22,7 @@ const std::string kShown = "a?[31m?'\\????\xc3\xa4 b";
 bool isClean(const std::string& text)
 {
     return std::none_of(text.begin(), text.end(),
-                        [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7f; }) &&
+                        [](char c) { return (c >= 0 && c < 0x20 && c != '\n') || c == 0x7f; }) &&
            tarn::isUtf8(text) && text.find("\xc2\x9b") == std::string::npos;
 }
 
