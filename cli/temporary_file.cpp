@@ -30,8 +30,9 @@ bool isTemporaryName(std::string_view name)
     if (name.size() <= kAdded || name.front() != '.') return false;
     const std::string_view random = name.substr(name.size() - kRandom.size());
     name.remove_suffix(kRandom.size());
-    return name.ends_with(kMark) &&
-           std::all_of(random.begin(), random.end(), [](unsigned char c) { return std::isalnum(c) != 0; });
+    return name.ends_with(kMark) && std::all_of(random.begin(), random.end(), [](char c) {
+               return std::isalnum(static_cast<unsigned char>(c)) != 0;
+           });
 }
 
 /// The first bytes of a name, without half a character of UTF-8 at the end.

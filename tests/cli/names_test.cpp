@@ -19,11 +19,16 @@ constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 const std::string kName = "a\x1b[31m\n'\\\t\x7f\xc2\x9b\x9b\xc3\xa4 b";
 const std::string kShown = "a?[31m?'\\????\xc3\xa4 b";
 
+bool isControl(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte < 0x20 && c != '\n') || byte == 0x7f;
+}
+
 bool isClean(const std::string& text)
 {
-    return std::none_of(text.begin(), text.end(),
-                        [](unsigned char c) { return (c < 0x20 && c != '\n') || c == 0x7f; }) &&
-           tarn::isUtf8(text) && text.find("\xc2\x9b") == std::string::npos;
+    return std::none_of(text.begin(), text.end(), isControl) && tarn::isUtf8(text) &&
+           text.find("\xc2\x9b") == std::string::npos;
 }
 
 std::size_t lines(const std::string& text)
