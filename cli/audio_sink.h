@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -17,6 +19,9 @@ public:
 
     /// Completes the output; without it, none is left.
     virtual void finish() = 0;
+
+    /// What of the source's tags the output does not hold, a sentence each.
+    virtual std::vector<std::string> notes() const { return {}; }
 };
 
 } // namespace tarn

@@ -13,6 +13,13 @@
 namespace tarn
 {
 
+/// Audio that a source should have had and has not.
+struct Loss
+{
+    std::string message;           ///< what is missing, with the numbers, as the end of a sentence: "is cut short: ..."
+    std::optional<double> seconds; ///< nothing if it is not known
+};
+
 /// Where stereo comes from, frame after frame.
 class AudioSource
 {
@@ -29,12 +36,12 @@ public:
     virtual FileIdentity identity() const noexcept = 0;
 
     /// What it says about the recording.
-    virtual Metadata metadata() const { return {}; }
+    virtual Metadata metadata() { return {}; }
 
-    /// What has to be done with the whole source before its first frame can be read.
+    /// Does what has to be done with the whole source before its first frame can be read.
     ///
-    /// Returns a note for the user, or nothing.
-    virtual std::string prepare(bool showProgress) = 0;
+    /// Returns notes for the user.
+    virtual std::vector<std::string> prepare(bool showProgress) = 0;
 
     /// Reads frames as pairs of left-justified 32-bit samples.
     ///
@@ -42,11 +49,14 @@ public:
     /// Returns how many, 1 to capacity; 0 at the end.
     virtual std::size_t read(std::int32_t* stereo, std::size_t capacity) = 0;
 
+    /// Whether rewind works.
+    virtual bool canRewind() const noexcept = 0;
+
     /// Begins again with the first frame. Throws Failure (EX_USAGE) where that cannot be.
     virtual void rewind() = 0;
 
-    /// Throws Failure (EX_DATAERR) if what was read up to the end is less than all that should have been there.
-    virtual void verifyEnd() const = 0;
+    /// What is missing, after the last frame was read. Throws Failure (EX_DATAERR) if there was no audio at all.
+    virtual std::optional<Loss> loss() const = 0;
 };
 
 } // namespace tarn

@@ -91,12 +91,20 @@ bool isFailed(const BatchFile& file)
     return file.outcome.exitCode != EX_OK;
 }
 
+/// Whether it was upmixed without a part of the input that is missing or damaged.
+bool isIncomplete(const BatchFile& file)
+{
+    return !isFailed(file) && file.outcome.result.value("exit_code", EX_OK) != EX_OK;
+}
+
 void printSummary(const std::vector<BatchFile>& files, const std::string& directory)
 {
     const auto skipped = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isSkipped));
     const auto failed = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFailed));
     std::string line = std::to_string(files.size() - skipped - failed) + " of " + std::to_string(files.size()) +
                        " files upmixed into " + directory;
+    const auto incomplete = std::count_if(files.begin(), files.end(), isIncomplete);
+    if (incomplete > 0) line += ", " + std::to_string(incomplete) + " of them incomplete";
     if (skipped > 0) line += ", " + std::to_string(skipped) + " skipped";
     if (failed > 0) line += "; failed:";
     for (const BatchFile& file : files)
@@ -131,7 +139,8 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
     if (!each.quiet) printSummary(files, batch.directory);
     if (each.json) printJson(jsonOf(files), stdout);
     const auto firstFailed = std::find_if(files.begin(), files.end(), isFailed);
-    return firstFailed == files.end() ? EX_OK : firstFailed->outcome.exitCode;
+    if (firstFailed != files.end()) return firstFailed->outcome.exitCode;
+    return std::any_of(files.begin(), files.end(), isIncomplete) ? kExitIncomplete : EX_OK;
 }
 
 } // namespace tarn

@@ -1,11 +1,9 @@
 #include "cli/container_promise.h"
 
-#include <algorithm>
-#include <array>
-#include <string_view>
+#include "cli/file_bytes.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <algorithm>
+#include <string_view>
 
 namespace tarn
 {
@@ -13,45 +11,7 @@ namespace tarn
 namespace
 {
 
-/// A file's bytes at any position, as numbers and marks.
-class Bytes
-{
-public:
-    explicit Bytes(int descriptor) : fd(descriptor)
-    {
-        struct stat status = {};
-        fstat(fd, &status);
-        length = static_cast<std::uint64_t>(status.st_size);
-    }
-
-    std::uint64_t size() const noexcept { return length; }
-
-    /// Whether the text stands at the position.
-    bool marks(std::uint64_t position, std::string_view text) const
-    {
-        std::array<char, 16> bytes{};
-        return pread(fd, bytes.data(), text.size(), static_cast<off_t>(position)) ==
-                   static_cast<ssize_t>(text.size()) &&
-               std::string_view(bytes.data(), text.size()) == text;
-    }
-
-    /// A number of so many bytes; bytes beyond the end count as zero.
-    std::uint64_t number(std::uint64_t position, std::size_t count, bool bigEndian) const
-    {
-        std::array<std::uint8_t, 8> bytes{};
-        [[maybe_unused]] const ssize_t got = pread(fd, bytes.data(), count, static_cast<off_t>(position));
-        if (!bigEndian) std::reverse(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < count; ++i) value = value << 8 | bytes[i];
-        return value;
-    }
-
-private:
-    int fd;
-    std::uint64_t length;
-};
-
-AudioBytes audioAt(const Bytes& file, std::uint64_t position, std::uint64_t promised)
+AudioBytes audioAt(const FileBytes& file, std::uint64_t position, std::uint64_t promised)
 {
     const std::uint64_t left = file.size() - std::min(position, file.size());
     return {.promised = promised, .present = std::min(promised, left)};
@@ -66,7 +26,7 @@ bool isPlaceholder(std::uint64_t size)
 /// Chunks of a four-letter mark and a 32-bit size, padded to even sizes, from position 12.
 ///
 /// audioOffset  bytes of the audio chunk before the samples
-std::optional<AudioBytes> inChunks(const Bytes& file, std::string_view audioMark, std::uint64_t audioOffset,
+std::optional<AudioBytes> inChunks(const FileBytes& file, std::string_view audioMark, std::uint64_t audioOffset,
                                    bool bigEndian)
 {
     const bool isRf64 = file.marks(0, "RF64");
@@ -85,7 +45,7 @@ std::optional<AudioBytes> inChunks(const Bytes& file, std::string_view audioMark
 }
 
 /// Chunks of a 16-byte mark that begins with four letters and a 64-bit size that counts both, padded to 8 bytes.
-std::optional<AudioBytes> inW64(const Bytes& file)
+std::optional<AudioBytes> inW64(const FileBytes& file)
 {
     constexpr std::uint64_t kHeader = 24;
     for (std::uint64_t at = 40; at + kHeader <= file.size();) {
@@ -98,7 +58,7 @@ std::optional<AudioBytes> inW64(const Bytes& file)
 }
 
 /// A fixed header: mark, position of the audio, its size.
-std::optional<AudioBytes> inAu(const Bytes& file, bool bigEndian)
+std::optional<AudioBytes> inAu(const FileBytes& file, bool bigEndian)
 {
     const std::uint64_t size = file.number(8, 4, bigEndian);
     if (isPlaceholder(size)) return std::nullopt;
@@ -109,7 +69,7 @@ std::optional<AudioBytes> inAu(const Bytes& file, bool bigEndian)
 
 std::optional<AudioBytes> promisedAudio(int descriptor)
 {
-    const Bytes file(descriptor);
+    const FileBytes file(descriptor);
     if (file.marks(0, "RIFF") || file.marks(0, "RF64")) return inChunks(file, "data", 0, false);
     if (file.marks(0, "RIFX")) return inChunks(file, "data", 0, true);
     if (file.marks(0, "FORM")) return inChunks(file, "SSND", 8, true);
@@ -119,15 +79,10 @@ std::optional<AudioBytes> promisedAudio(int descriptor)
     return std::nullopt;
 }
 
-bool hasMpegIndex(int descriptor)
+bool hasMpegIndex(int descriptor, std::uint64_t position)
 {
-    const Bytes file(descriptor);
-    std::uint64_t start = 0;
-    if (file.marks(0, "ID3")) {
-        // The tag's size has seven bits to a byte.
-        for (std::uint64_t i = 0; i < 4; ++i) start = start << 7 | (file.number(6 + i, 1, true) & 0x7f);
-        start += 10;
-    }
+    const FileBytes file(descriptor);
+    const std::uint64_t start = position + file.id3v2Size(position);
 
     // The mark stands behind the first frame's header, checksum and side information, which make 11 to 38 bytes.
     constexpr std::uint64_t kFarthest = 64;

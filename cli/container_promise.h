@@ -21,9 +21,9 @@ struct AudioBytes
 /// stream to a pipe and cannot know the length.
 std::optional<AudioBytes> promisedAudio(int descriptor);
 
-/// Whether an MPEG audio stream begins with an index frame, which holds the number of its frames.
+/// Whether the MPEG audio stream at a position begins with an index frame, which holds the number of its frames.
 ///
 /// Without one, a decoder can only estimate it.
-bool hasMpegIndex(int descriptor);
+bool hasMpegIndex(int descriptor, std::uint64_t position);
 
 } // namespace tarn

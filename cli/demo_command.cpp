@@ -1,7 +1,7 @@
 #include "cli/demo_command.h"
 
+#include "cli/demo_files.h"
 #include "cli/failure.h"
-#include "cli/file_sink.h"
 #include "cli/interrupt.h"
 #include "cli/measurement.h"
 #include "cli/scene.h"
@@ -10,7 +10,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <memory>
+#include <optional>
 
 namespace tarn
 {
@@ -55,7 +55,6 @@ void upmixStereo(const std::vector<std::int16_t>& stereo, std::uint32_t sampleRa
         upmixer.push(chunk.data(), chunk.size() / 2);
     }
     upmixer.finish();
-    sink.finish();
 }
 
 /// The delay of the engine as the scene's bed shows it: its left side against the front left output.
@@ -93,18 +92,28 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
                 "FR; the bed stays wide, mostly in FL and FR; all together, C holds the voice between them.\n\n");
 }
 
-void printNextStep(const DemoOptions& options)
+void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& files)
 {
     const std::string program = printable(options.program);
-    if (options.output.empty()) {
+    if (!files) {
         std::printf("Next, keep the scene as a file:  %s demo scene.wav\n"
                     "or upmix music of your own:      %s upmix song.flac song-3.0.wav\n",
                     program.c_str(), program.c_str());
         return;
     }
-    std::printf("%s holds the scene as %s, aligned with the stereo it was made from.\n"
+    std::printf("%s holds the scene as %s, and %s the stereo that it was made from,\n"
+                "aligned with it: compare them by ear.\n"
                 "Next, upmix music of your own:   %s upmix song.flac song-3.0.wav\n",
-                printable(options.output).c_str(), options.layout.c_str(), program.c_str());
+                printable(options.output).c_str(), options.layout.c_str(), printable(files->stereoName()).c_str(),
+                program.c_str());
+}
+
+void flushOutput()
+{
+    if (std::fflush(stdout) == 0) return;
+    const int error = errno;
+    throwIfInterrupted();
+    throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(error));
 }
 
 } // namespace
@@ -113,10 +122,10 @@ void runDemo(const DemoOptions& options)
 {
     const Layout& layout = layoutNamed(options.layout);
     const Scene scene = makeScene();
-    std::unique_ptr<FileSink> file;
+    std::optional<DemoFiles> files;
     if (!options.output.empty())
-        file = std::make_unique<FileSink>(options.output, options.force, std::nullopt, layout,
-                                          StreamFormat{.sampleRate = scene.sampleRate, .bits = kBits});
+        files.emplace(options.output, options.force, layout,
+                      StreamFormat{.sampleRate = scene.sampleRate, .bits = kBits});
 
     // What is measured is what a live host hears, followed by silence to bring out the last of it.
     std::vector<std::int16_t> followed = scene.stereo;
@@ -125,9 +134,14 @@ void runDemo(const DemoOptions& options)
     upmixStereo(followed, scene.sampleRate, layoutNamed("3.0"), false, memory);
     printReport(scene, memory.outputs);
 
-    if (file != nullptr) upmixStereo(scene.stereo, scene.sampleRate, layout, true, *file);
-    printNextStep(options);
-    if (std::fflush(stdout) != 0) throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(errno));
+    // A report that cannot be printed leaves no files.
+    flushOutput();
+    if (files) {
+        upmixStereo(scene.stereo, scene.sampleRate, layout, true, files->upmixed());
+        files->finish(scene.stereo);
+    }
+    printNextStep(options, files);
+    flushOutput();
 }
 
 } // namespace tarn

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <utility>
 
 #include <unistd.h>
@@ -11,8 +12,10 @@ namespace tarn
 class Descriptor
 {
 public:
+    Descriptor() noexcept = default;
+
     /// number  open descriptor, or -1 for none
-    explicit Descriptor(int number = -1) noexcept : owned(number) {}
+    explicit Descriptor(int number) noexcept : owned(number) {}
     Descriptor(Descriptor&& other) noexcept : owned(std::exchange(other.owned, -1)) {}
 
     Descriptor& operator=(Descriptor&& other) noexcept
@@ -29,7 +32,10 @@ public:
     bool close() noexcept { return owned < 0 || ::close(std::exchange(owned, -1)) == 0; }
 
 private:
-    int owned;
+    int owned = -1;
 };
+
+/// Writes all bytes to a descriptor that blocks. Returns 0, or the errno of the call that failed.
+int writeAll(int descriptor, const void* bytes, std::size_t count) noexcept;
 
 } // namespace tarn

@@ -3,8 +3,11 @@
 #include "cli/failure.h"
 #include "cli/layout.h"
 
+#include <memory>
 #include <string>
+#include <vector>
 
+#include <sndfile.h>
 #include <sys/stat.h>
 
 namespace tarn
@@ -13,21 +16,37 @@ namespace tarn
 namespace
 {
 
+/// Whether the last frame of a WAV or FLAC file can be read.
+bool hasLastFrame(const std::string& path, std::uint64_t frames)
+{
+    SF_INFO info{};
+    const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file(sf_open(path.c_str(), SFM_READ, &info), sf_close);
+    if (file == nullptr || frames == 0) return false;
+    std::vector<double> frame(static_cast<std::size_t>(info.channels));
+    return sf_seek(file.get(), static_cast<sf_count_t>(frames) - 1, SEEK_SET) >= 0 &&
+           sf_readf_double(file.get(), frame.data(), 1) == 1 && sf_error(file.get()) == SF_ERR_NO_ERROR;
+}
+
+/// Whether a length is the expected one, or as much shorter as a damaged input may make it without being a failure.
+bool isLongEnough(std::uint64_t frames, const ExpectedOutput& expected)
+{
+    return !expected.frames || (frames <= *expected.frames && *expected.frames - frames < expected.sampleRate);
+}
+
 /// What keeps a file from being the complete output; empty if nothing does.
 std::string flawOf(const std::string& path, const Layout& layout, const ExpectedOutput& expected)
 {
     try {
-        FileSource file(path, FileSource::Demand::Anything);
-        const FileFacts facts = file.facts();
+        const FileFacts facts = FileSource(path, FileSource::Demand::Anything).facts();
         if (facts.channels != layout.slots)
             return "it has " + std::to_string(facts.channels) + " channels instead of " + std::to_string(layout.slots);
         if (facts.sampleRate != expected.sampleRate)
-            return "it runs at " + std::to_string(facts.sampleRate) + " Hz instead of " +
+            return "it has a rate of " + std::to_string(facts.sampleRate) + " Hz instead of " +
                    std::to_string(expected.sampleRate) + " Hz";
         if (!facts.frames) return "it does not say how long it is";
-        if (expected.frames && facts.frames != expected.frames)
+        if (!isLongEnough(*facts.frames, expected))
             return "it has " + std::to_string(*facts.frames) + " frames instead of " + std::to_string(*expected.frames);
-        return file.hasLastFrame() ? "" : "its end is missing";
+        return hasLastFrame(path, *facts.frames) ? "" : "its end is missing";
     } catch (const Failure&) {
         return "it is cut short, damaged or no audio file";
     }
@@ -35,10 +54,12 @@ std::string flawOf(const std::string& path, const Layout& layout, const Expected
 
 } // namespace
 
-ExpectedOutput expectedOutput(const UpmixOptions& /*options*/, const FileSource& input)
+ExpectedOutput expectedOutput(const UpmixOptions& options, const FileSource& input)
 {
     const FileFacts facts = input.facts();
-    return {.sampleRate = facts.sampleRate, .frames = facts.frames};
+    ExpectedOutput expected{.sampleRate = options.rate.value_or(engineRateFor(facts.sampleRate)), .frames = {}};
+    if (facts.frames) expected.frames = framesAtRate(*facts.frames, facts.sampleRate, expected.sampleRate);
+    return expected;
 }
 
 bool hasCompleteOutput(const UpmixOptions& options)

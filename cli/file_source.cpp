@@ -3,16 +3,14 @@
 #include "cli/container_promise.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
+#include "cli/joined_streams.h"
 #include "cli/progress.h"
-#include "cli/sndfile_opening.h"
+#include "cli/sndfile_decoder.h"
 #include "cli/text.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <stdexcept>
 
 namespace tarn
 {
@@ -72,51 +70,104 @@ std::string nameOf(int format)
     return known ? description.name : "unknown";
 }
 
-bool isMpeg(int format) noexcept
+bool isMpeg(const SF_INFO& info) noexcept
 {
-    return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
+    return (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
 }
 
-bool isOgg(int format) noexcept
+bool isOgg(const SF_INFO& info) noexcept
 {
-    return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
+    return (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
 }
 
-/// A sample in units of full scale as a left-justified one.
-std::int32_t fromFullScale(double sample) noexcept
+/// Puts mono on both channels, from the last frame to the first, in place.
+template <typename Sample>
+void spreadMono(Sample* samples, std::size_t frames) noexcept
 {
-    const double scaled = std::round(sample * 0x1p31);
-    return static_cast<std::int32_t>(std::clamp(scaled, -0x1p31, 0x1p31 - 1.0));
-}
-
-/// What to do about a file that ends early.
-std::string repairHint(const std::string& path)
-{
-    return "; copy the file again, or keep what is there with: ffmpeg -i " + shellQuoted(path) + " repaired.wav";
-}
-
-Failure cutShort(const std::string& path, std::uint64_t promised, std::uint64_t present, const std::string& unit)
-{
-    return {EX_DATAERR, path + ": is cut short or damaged: it promises " + std::to_string(promised) + " " + unit +
-                            ", but only " + std::to_string(present) + " are there" + repairHint(path)};
-}
-
-Failure noAudio(const std::string& path)
-{
-    return {EX_DATAERR, path +
-                            ": holds no audio: 0 frames; check where it comes from, or if a recording was "
-                            "interrupted, try: ffmpeg -i " +
-                            shellQuoted(path) + " repaired.wav"};
+    for (std::size_t i = frames; i > 0; --i) samples[2 * i - 1] = samples[2 * i - 2] = samples[i - 1];
 }
 
 } // namespace
 
-FileSource::FileSource(const std::string& inputPath, Demand demand) : path(inputPath)
+FileSource::FileSource(const std::string& path, Demand demand) : file(openInput(path))
 {
-    openDescriptor();
-    openSndfile();
+    try {
+        openParts();
+    } catch (const std::runtime_error& error) {
+        throw Failure(EX_DATAERR, file.name + ": is not an audio file that can be read (" + error.what() +
+                                      "); check where it comes from, or convert it, for example: ffmpeg -i " +
+                                      shellQuoted(path) + " converted.wav");
+    }
     if (demand == Demand::Upmixable) checkFormat();
-    checkLength();
+}
+
+/// Finds the streams that the file consists of, and opens the first.
+void FileSource::openParts()
+{
+    const int descriptor = file.descriptor.number();
+    const ByteRange whole{.begin = 0, .end = file.bytes};
+    decoder = openDecoder(descriptor, whole);
+    std::vector<ByteRange> ranges{whole};
+    if (isOgg(decoder->info())) ranges = oggLinks(descriptor);
+    if (isMpeg(decoder->info())) ranges = mpegParts(descriptor);
+    if (ranges.size() > 1) decoder = openDecoder(descriptor, ranges.front());
+    info = decoder->info();
+    parts.push_back(partOf(*decoder, ranges.front()));
+    for (std::size_t i = 1; i < ranges.size(); ++i) {
+        try {
+            parts.push_back(partOf(*openDecoder(descriptor, ranges[i]), ranges[i]));
+        } catch (const std::runtime_error&) {
+            parts.push_back({.bytes = ranges[i], .declared = {}, .lacksEnd = true, .leftOut = true});
+        }
+    }
+
+    std::uint64_t sum = 0;
+    bool allDeclared = true;
+    for (const Part& part : parts) {
+        sum += part.declared.value_or(0);
+        allDeclared = allDeclared && part.declared;
+    }
+    if (allDeclared) declared = sum;
+    expected = declared;
+    if (!expected && parts.size() == 1 && info.frames != SF_COUNT_MAX)
+        expected = static_cast<std::uint64_t>(info.frames);
+}
+
+/// What a part declares.
+FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) const
+{
+    const SF_INFO& facts = opened.info();
+    Part part{.bytes = bytes, .declared = {}};
+    part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels;
+    if (facts.frames == SF_COUNT_MAX) {
+        // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.
+        part.lacksEnd = isOgg(facts);
+    } else if (!isMpeg(facts) || hasMpegIndex(file.descriptor.number(), bytes.begin)) {
+        part.declared = static_cast<std::uint64_t>(facts.frames);
+        // libsndfile takes a file that is cut for a shorter one.
+        if (const auto audio = promisedAudio(file.descriptor.number()); audio && audio->present < audio->promised) {
+            const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
+            if (frameBytes != 0) {
+                part.declared = audio->promised / frameBytes;
+            } else {
+                part.lacksEnd = true;
+            }
+        }
+    }
+    return part;
+}
+
+void FileSource::checkFormat() const
+{
+    if (info.channels != 1 && info.channels != 2)
+        throw Failure(EX_DATAERR, file.name + ": has " + std::to_string(info.channels) +
+                                      " channels and is multichannel already; only mono and stereo can be upmixed. Mix "
+                                      "it down with: ffmpeg -i " +
+                                      shellQuoted(file.name) + " -ac 2 stereo.wav");
+    if (!isConvertibleRate(static_cast<std::uint32_t>(std::max(info.samplerate, 0))))
+        throw Failure(EX_DATAERR, file.name + ": has a sample rate of " + std::to_string(info.samplerate) +
+                                      " Hz, and " + convertibleRates() +
+                                      " can be upmixed; its header is damaged, or it holds no sound");
 }
 
 FileFacts FileSource::facts() const
@@ -126,82 +177,44 @@ FileFacts FileSource::facts() const
             .sampleRate = static_cast<std::uint32_t>(info.samplerate),
             .bits = integerBits(info.format),
             .channels = static_cast<std::uint32_t>(info.channels),
-            .frames = promised};
+            .frames = declared};
 }
 
-void FileSource::openDescriptor()
+Metadata FileSource::metadata()
 {
-    // Without O_NONBLOCK, a named pipe would block before it can be refused.
-    file = Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.number() < 0)
-        throw Failure(EX_NOINPUT,
-                      path + ": cannot be opened: " + systemError(errno) + "; check the name and that you may read it");
-
-    struct stat status = {};
-    fstat(file.number(), &status);
-    if (S_ISDIR(status.st_mode)) throw Failure(EX_NOINPUT, path + ": is a directory; name an audio file in it");
-    if (!S_ISREG(status.st_mode))
-        throw Failure(EX_NOINPUT, path + ": is not a regular file; stream raw PCM through '-' with --raw RATE:BITS "
-                                         "instead");
-    if (status.st_size == 0) throw Failure(EX_DATAERR, path + ": is empty, 0 bytes; check where it comes from");
+    const auto* const opened = dynamic_cast<const SndfileDecoder*>(decoder.get());
+    SNDFILE* const sndfile = opened != nullptr ? opened->handle() : nullptr;
+    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}};
+    if (sndfile != nullptr) metadata.broadcast = readBroadcastInfo(sndfile);
+    return metadata;
 }
 
-void FileSource::openSndfile()
+void FileSource::rewind()
 {
-    // libsndfile takes the descriptor's position for the start of the file.
-    lseek(file.number(), 0, SEEK_SET);
-    info = {};
-    const std::lock_guard opening(sndfileOpening());
-    handle.reset(sf_open_fd(file.number(), SFM_READ, &info, SF_FALSE));
-    position = 0;
-    if (handle != nullptr) return;
-
-    const std::string reason = std::string(" (") + sf_strerror(nullptr) + ")";
-    if (sf_error(nullptr) == SF_ERR_MALFORMED_FILE)
-        throw Failure(EX_DATAERR, path + ": is cut short or damaged" + reason + repairHint(path));
-    throw Failure(EX_DATAERR, path + ": is not an audio file that can be read" + reason +
-                                  "; convert it, for example: ffmpeg -i " + shellQuoted(path) + " converted.wav");
+    openPart(0);
+    position = partBegin = missing = silenced = 0;
+    missesUnknown = false;
+    reason.clear();
 }
 
-void FileSource::checkFormat() const
+void FileSource::openPart(std::size_t index)
 {
-    const std::string from = shellQuoted(path);
-    if (info.channels == 1)
-        throw Failure(EX_DATAERR, path +
-                                      ": is mono, and only stereo can be upmixed; put it on both channels with: "
-                                      "ffmpeg -i " +
-                                      from + " -ac 2 stereo.wav");
-    if (info.channels != static_cast<int>(kChannels))
-        throw Failure(EX_DATAERR, path + ": has " + std::to_string(info.channels) +
-                                      " channels and is multichannel already; only stereo can be upmixed. Mix it down "
-                                      "with: ffmpeg -i " +
-                                      from + " -ac 2 stereo.wav");
-    if (!isEngineRate(static_cast<std::uint32_t>(info.samplerate)))
-        throw Failure(EX_DATAERR, path + ": runs at " + std::to_string(info.samplerate) + " Hz, and the engine at " +
-                                      rateList() + "; resample it with: ffmpeg -i " + from + " -ar 48000 48k.wav");
+    current = index;
+    while (current < parts.size() && parts[current].leftOut) ++current;
+    partBegin = position;
+    if (current < parts.size()) decoder = openDecoder(file.descriptor.number(), parts[current].bytes);
 }
 
-void FileSource::checkLength()
+/// Notes what the current part lacks.
+void FileSource::endPart()
 {
-    const auto frames = static_cast<std::uint64_t>(info.frames);
-    if (const auto audio = promisedAudio(file.number()); audio && audio->present < audio->promised) {
-        const std::uint64_t frameBytes = storedBytes(info.format) * static_cast<std::uint64_t>(info.channels);
-        if (frameBytes == 0) throw cutShort(path, audio->promised, audio->present, "bytes of audio");
-        throw cutShort(path, audio->promised / frameBytes, audio->present / frameBytes, "frames");
-    }
-    if (frames == 0) throw noAudio(path);
-
-    if (info.frames == SF_COUNT_MAX) {
-        // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.
-        if (isOgg(info.format))
-            throw Failure(EX_DATAERR, path +
-                                          ": is cut short: the stream has no last page, so its promised length "
-                                          "is lost" +
-                                          repairHint(path));
-        return;
-    }
-    expected = frames;
-    if (!isMpeg(info.format) || hasMpegIndex(file.number())) promised = frames;
+    const Part& part = parts[current];
+    const std::uint64_t frames = position - partBegin;
+    if (part.declared && frames < *part.declared) missing += *part.declared - frames;
+    silenced += decoder->silencedFrames();
+    const std::string error = decoder->error();
+    missesUnknown = missesUnknown || part.lacksEnd || (!part.declared && !error.empty());
+    if (!error.empty()) reason = error;
 }
 
 StreamFormat FileSource::format() const noexcept
@@ -213,19 +226,21 @@ StreamFormat FileSource::format() const noexcept
     return {.sampleRate = static_cast<std::uint32_t>(info.samplerate), .bits = bits};
 }
 
-std::string FileSource::prepare(bool showProgress)
+std::vector<std::string> FileSource::prepare(bool showProgress)
 {
-    if (integerBits(info.format) != 0) return {};
+    std::vector<std::string> notes;
+    if (info.channels == 1) notes.push_back("mono, which goes to the centre");
+    if (integerBits(info.format) != 0) return notes;
 
     const double peak = findPeak(showProgress);
-    verifyEnd();
-    promised = expected = position;
-    openSndfile();
-    if (peak <= 1.0) return {};
+    expected = position;
+    rewind();
+    if (peak <= 1.0) return notes;
 
     gain = 1.0 / peak;
     const std::string excess = formatted("%.2f dB", decibels(peak));
-    return path + ": peak +" + excess + " above full scale: scaled down by " + excess;
+    notes.push_back("peak +" + excess + " above full scale: scaled down by " + excess);
+    return notes;
 }
 
 double FileSource::findPeak(bool showProgress)
@@ -246,48 +261,73 @@ std::size_t FileSource::readFullScale(double* stereo, std::size_t capacity)
     const std::size_t frames = decode(stereo, capacity);
     for (std::size_t i = 0; i < frames * kChannels; ++i)
         if (!std::isfinite(stereo[i]))
-            throw Failure(EX_DATAERR, path + ": frame " + std::to_string(position - frames + i / kChannels) +
+            throw Failure(EX_DATAERR, file.name + ": frame " + std::to_string(position - frames + i / kChannels) +
                                           " holds a sample that is infinite or not a number; repair it where it "
                                           "was made");
     return frames;
 }
 
-std::size_t FileSource::decode(double* stereo, std::size_t capacity)
+/// Reads frames of the current part, or of the next one that has any.
+template <typename Sample>
+std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
 {
-    const sf_count_t frames = sf_readf_double(handle.get(), stereo, static_cast<sf_count_t>(capacity));
-    const auto count = static_cast<std::size_t>(std::max<sf_count_t>(frames, 0));
-    position += count;
-    return count;
+    while (current < parts.size()) {
+        const std::size_t frames = decoder->read(stereo, capacity);
+        position += frames;
+        if (frames > 0) {
+            if (info.channels == 1) spreadMono(stereo, frames);
+            return frames;
+        }
+        endPart();
+        openPart(current + 1);
+    }
+    return 0;
 }
 
 std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
 {
-    if (integerBits(info.format) == 0) {
-        decoded.resize(capacity * kChannels);
-        const std::size_t frames = decode(decoded.data(), capacity);
-        for (std::size_t i = 0; i < frames * kChannels; ++i) stereo[i] = fromFullScale(decoded[i] * gain);
-        return frames;
+    if (integerBits(info.format) != 0) return decode(stereo, capacity);
+    decoded.resize(capacity * kChannels);
+    const std::size_t frames = decode(decoded.data(), capacity);
+    for (std::size_t i = 0; i < frames * kChannels; ++i) stereo[i] = fromFullScale(decoded[i] * gain);
+    return frames;
+}
+
+std::optional<Loss> FileSource::loss() const
+{
+    if (position == 0)
+        throw Failure(EX_DATAERR, file.name + ": holds no audio: 0 frames" +
+                                      (reason.empty() ? "" : " could be decoded (" + reason + ")") + "; check " +
+                                      (file.fromPipe ? "the command before the pipe" : "where it comes from"));
+
+    std::uint64_t lost = missing + silenced;
+    bool unknown = missesUnknown;
+    std::size_t leftOut = 0;
+    for (const Part& part : parts) {
+        if (!part.leftOut) continue;
+        ++leftOut;
+        lost += part.declared.value_or(0);
+        unknown = unknown || !part.declared;
     }
-    const sf_count_t frames = sf_readf_int(handle.get(), stereo, static_cast<sf_count_t>(capacity));
-    const auto count = static_cast<std::size_t>(std::max<sf_count_t>(frames, 0));
-    position += count;
-    return count;
-}
 
-bool FileSource::hasLastFrame()
-{
-    std::vector<double> frame(static_cast<std::size_t>(info.channels));
-    return sf_seek(handle.get(), info.frames - 1, SEEK_SET) >= 0 &&
-           sf_readf_double(handle.get(), frame.data(), 1) == 1 && sf_error(handle.get()) == SF_ERR_NO_ERROR;
-}
+    std::vector<std::string> facts;
+    if (missing > 0)
+        facts.push_back("it declares " + std::to_string(position + missing) + " frames and has " +
+                        std::to_string(position));
+    if (silenced > 0) facts.push_back(std::to_string(silenced) + " frames are damaged and become silence");
+    if (missesUnknown) facts.push_back("its end is missing after frame " + std::to_string(position));
+    if (leftOut > 0)
+        facts.push_back(std::to_string(leftOut) + " of its " + std::to_string(parts.size()) +
+                        " joined streams have another rate, other channels or no audio and are left out");
+    if (!reason.empty()) facts.push_back(reason);
+    if (facts.empty()) return std::nullopt;
 
-void FileSource::verifyEnd() const
-{
-    if (promised && position < *promised) throw cutShort(path, *promised, position, "frames");
-    if (sf_error(handle.get()) != SF_ERR_NO_ERROR)
-        throw Failure(EX_DATAERR, path + ": is damaged after frame " + std::to_string(position) + " (" +
-                                      sf_strerror(handle.get()) + ")" + repairHint(path));
-    if (position == 0) throw noAudio(path);
+    const double seconds = static_cast<double>(lost) / info.samplerate;
+    if (unknown) facts.push_back("how much is missing is not known");
+    if (!unknown && lost > 0) facts.push_back(formatted("%.3f seconds are missing", seconds));
+    std::string message = "is cut short or damaged: ";
+    for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
+    return Loss{.message = message, .seconds = unknown ? std::nullopt : std::optional(seconds)};
 }
 
 } // namespace tarn

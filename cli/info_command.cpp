@@ -46,7 +46,7 @@ Finding examine(const std::string& input, bool showProgress)
         analysis.push(stereo.data(), frames);
         progress.advance(frames);
     }
-    source.verifyEnd();
+    if (const auto loss = source.loss()) printNote(input + ": " + loss->message);
     finding.facts.frames = analysis.frames();
     return finding;
 }
@@ -54,9 +54,8 @@ Finding examine(const std::string& input, bool showProgress)
 /// What keeps an input from being upmixed as it is; empty if nothing does.
 std::string obstacle(const FileFacts& facts)
 {
-    if (facts.channels == 1) return "mono: only stereo can be upmixed";
-    if (facts.channels != 2) return "multichannel already: only stereo can be upmixed";
-    if (!isEngineRate(facts.sampleRate)) return "to be resampled first: the engine runs at " + rateList();
+    if (facts.channels > 2) return "multichannel already: only mono and stereo can be upmixed";
+    if (!isConvertibleRate(facts.sampleRate)) return "no rate of sound: " + convertibleRates() + " can be upmixed";
     return {};
 }
 
@@ -163,7 +162,7 @@ std::string formatName(const FileFacts& facts)
 std::string briefVerdict(const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    if (facts.channels == 1) return "mono, cannot be upmixed";
+    if (facts.channels == 1) return "mono, goes to the centre";
     if (facts.channels != 2) return "multichannel already";
     const StereoAnalysis& analysis = *finding.analysis;
     const StereoKind kind = kindOf(analysis);
@@ -173,7 +172,7 @@ std::string briefVerdict(const Finding& finding)
             return isOppositeBand(band, analysis.overall());
         }))
         verdict += ", partly opposite";
-    return isEngineRate(facts.sampleRate) ? verdict : verdict + "; resample first";
+    return isConvertibleRate(facts.sampleRate) ? verdict : "no rate of sound";
 }
 
 /// What matters most, as a line of a table.

@@ -3,6 +3,7 @@
 #include "cli/failure.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include <sndfile.h>
 
@@ -64,6 +65,22 @@ const Layout& layoutNamed(std::string_view name)
     if (found == kLayouts.end())
         throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; choose 3.0, 5.1, 7.1 or slots8");
     return *found;
+}
+
+std::optional<std::uint32_t> slotNamed(const Layout& layout, std::string_view name)
+{
+    std::istringstream names{std::string(layout.slotNames)};
+    std::string slotName;
+    for (std::uint32_t slot = 0; names >> slotName; ++slot)
+        if (slotName == name) return slot;
+    return std::nullopt;
+}
+
+void placeColumns(Layout& layout, const RemapSlots& slots)
+{
+    layout.outputs.fill(kSilent);
+    std::uint8_t column = 0;
+    for (const std::string& slot : slots) layout.outputs[slotNamed(layout, slot).value()] = engine(column++);
 }
 
 } // namespace tarn

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,10 +26,24 @@ struct Layout
     std::array<int, kMaxSlots> channelMap;               ///< libsndfile's SF_CHANNEL_MAP_* per slot
 };
 
+/// Columns of a remap matrix.
+inline constexpr std::size_t kRemapColumns = 4;
+
+/// Names of the slots that the columns of a remap matrix are mixed into.
+using RemapSlots = std::array<std::string, kRemapColumns>;
+
 /// All layouts, in the order of their width.
 extern const std::array<Layout, 4> kLayouts;
 
 /// The layout of a name; throws Failure (EX_USAGE) if there is none.
 const Layout& layoutNamed(std::string_view name);
+
+/// The number of a slot by its name, if the layout has it.
+std::optional<std::uint32_t> slotNamed(const Layout& layout, std::string_view name);
+
+/// Puts the columns of a remap matrix into slots of a remapped layout; the other slots are silent.
+///
+/// slots  four different slots of the layout
+void placeColumns(Layout& layout, const RemapSlots& slots);
 
 } // namespace tarn

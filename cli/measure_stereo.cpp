@@ -17,7 +17,7 @@ class Bands
 {
 public:
     [[gnu::always_inline]] Bands(const StereoRecord& record, int firstBand) noexcept
-        : from(firstBand),
+        : band(firstBand),
           first(record, 0, firstBand),
           second(record, 1, firstBand),
           third(record, 2, firstBand),
@@ -39,13 +39,13 @@ public:
 
     [[gnu::always_inline]] void keep(StereoRecord& record) const noexcept
     {
-        first.keep(record, 0, from);
-        second.keep(record, 1, from);
-        third.keep(record, 2, from);
-        store(record.bandSums[0] + from, lowHalf(squares));
-        store(record.bandSums[1] + from, highHalf(squares));
-        store(record.bandSums[2] + from, sum);
-        store(record.bandSums[3] + from, difference);
+        first.keep(record, 0, band);
+        second.keep(record, 1, band);
+        third.keep(record, 2, band);
+        store(record.bandSums[0] + band, lowHalf(squares));
+        store(record.bandSums[1] + band, highHalf(squares));
+        store(record.bandSums[2] + band, sum);
+        store(record.bandSums[3] + band, difference);
     }
 
 private:
@@ -72,12 +72,12 @@ private:
         }
 
         // cppcheck-suppress constParameter ; it is written to
-        [[gnu::always_inline]] void keep(StereoRecord& record, int section, int band) const noexcept
+        [[gnu::always_inline]] void keep(StereoRecord& record, int section, int place) const noexcept
         {
-            store(record.state1[0][section] + band, lowHalf(state1));
-            store(record.state1[1][section] + band, highHalf(state1));
-            store(record.state2[0][section] + band, lowHalf(state2));
-            store(record.state2[1][section] + band, highHalf(state2));
+            store(record.state1[0][section] + place, lowHalf(state1));
+            store(record.state1[1][section] + place, highHalf(state1));
+            store(record.state2[0][section] + place, lowHalf(state2));
+            store(record.state2[1][section] + place, highHalf(state2));
         }
 
         Both gain;
@@ -94,7 +94,7 @@ private:
 
     [[gnu::always_inline]] static Both loadBoth(const double* values) noexcept { return loadSides(values, values); }
 
-    int from;
+    int band;
     Section first;
     Section second;
     Section third;

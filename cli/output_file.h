@@ -41,7 +41,7 @@ public:
     /// The name as the user gave it, for messages.
     const std::string& name() const noexcept { return givenName; }
 
-    /// Brings the file to the disk and gives it its name.
+    /// Completes the file and gives it its name.
     ///
     /// Throws Failure: EX_IOERR if the file could not be written out; EX_USAGE if another file has appeared under the
     /// name meanwhile and force is not set; EX_CANTCREAT if the name cannot be given.

@@ -67,7 +67,7 @@ void RawSource::refuseFileFormats() const
     for (const std::string_view mark : {"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"})
         if (partial >= mark.size() && std::equal(mark.begin(), mark.end(), bytes.begin()))
             throw Failure(EX_DATAERR, "standard input: begins with '" + std::string(mark) +
-                                          "', so it is an audio file and not raw PCM; name the file instead of '-'");
+                                          "', so it is an audio file and not raw PCM; leave --raw out");
 }
 
 void RawSource::rewind()
@@ -75,7 +75,7 @@ void RawSource::rewind()
     throw Failure(EX_USAGE, "standard input: cannot be read twice; name a file instead of '-'");
 }
 
-void RawSource::verifyEnd() const
+std::optional<Loss> RawSource::loss() const
 {
     if (partial != 0)
         throw Failure(EX_DATAERR, "standard input: ends inside a frame: " + std::to_string(partial) + " byte" +
@@ -84,6 +84,7 @@ void RawSource::verifyEnd() const
                                       std::to_string(streamFormat.bits) + " is what the stream holds, in stereo");
     if (position == 0)
         throw Failure(EX_DATAERR, "standard input: holds no audio: 0 frames; check the command before the pipe");
+    return std::nullopt;
 }
 
 RawSink::RawSink(std::size_t bytesPerFrame) : frameBytes(bytesPerFrame)

@@ -18,10 +18,13 @@ public:
     StreamFormat format() const noexcept override { return streamFormat; }
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return std::nullopt; }
     FileIdentity identity() const noexcept override;
-    std::string prepare(bool /*showProgress*/) override { return {}; }
+    std::vector<std::string> prepare(bool /*showProgress*/) override { return {}; }
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
+    bool canRewind() const noexcept override { return false; }
     void rewind() override;
-    void verifyEnd() const override;
+
+    /// Throws Failure (EX_DATAERR) if the stream ends inside a frame, which means that it is of another format.
+    std::optional<Loss> loss() const override;
 
 private:
     /// Throws Failure if the first bytes are those of an audio file, which would be heard as a burst of noise.

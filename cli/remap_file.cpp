@@ -3,7 +3,9 @@
 #include "cli/failure.h"
 #include "cli/text.h"
 
+#include <algorithm>
 #include <bit>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -17,7 +19,6 @@ namespace
 {
 
 constexpr std::size_t kRows = 3;
-constexpr std::size_t kColumns = 4;
 constexpr std::size_t kMaxBytes = 65536;
 constexpr double kUnity = 0x1p28;
 constexpr double kLimit = 0x1p31;
@@ -82,18 +83,60 @@ std::string contentsOf(const std::string& path)
     return contents;
 }
 
-std::vector<std::string> wrapNotes(const std::string& path, const zrk_tarn::RemapGains& matrix)
+std::vector<std::string> wrapNotes(const std::string& path, const RemapFile& remap)
 {
-    constexpr const char* kSlots[kColumns] = {"FL", "FR", "SL", "SR"};
     std::vector<std::string> notes;
-    for (std::size_t c = 0; c < kColumns; ++c) {
+    for (std::size_t c = 0; c < kRemapColumns; ++c) {
         double sum = 0.0;
-        for (const auto& row : matrix.gain) sum += std::abs(std::bit_cast<std::int32_t>(row[c]) / kUnity);
+        for (const auto& row : remap.matrix.gain) sum += std::abs(std::bit_cast<std::int32_t>(row[c]) / kUnity);
         if (sum > 1.0)
-            notes.push_back(path + ": the gains of column " + std::to_string(c + 1) + " (" + kSlots[c] + ") sum to " +
-                            formatted("%.4g", sum) + " in magnitude: above 1, loud passages can wrap around");
+            notes.push_back(path + ": the gains of column " + std::to_string(c + 1) + " (" + remap.slots[c] +
+                            ") sum to " + formatted("%.4g", sum) +
+                            " in magnitude: above 1, loud passages can wrap around");
     }
     return notes;
+}
+
+const Layout& remappedLayout()
+{
+    return layoutNamed("slots8");
+}
+
+/// Whether a line names slots. Gains do not begin with a letter.
+bool namesSlots(const std::vector<std::string>& words)
+{
+    return std::isalpha(static_cast<unsigned char>(words.front().front())) != 0;
+}
+
+RemapSlots parseSlots(const std::string& place, const std::vector<std::string>& words)
+{
+    const std::string slotNames(remappedLayout().slotNames);
+    if (words.size() != kRemapColumns)
+        throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) + " slots; name 4 of " + slotNames +
+                                      ", separated by spaces");
+    RemapSlots slots;
+    for (std::size_t c = 0; c < kRemapColumns; ++c) {
+        if (!slotNamed(remappedLayout(), words[c]))
+            throw Failure(EX_DATAERR,
+                          place + ": '" + shown(words[c]) + "' is not the name of a slot; name 4 of " + slotNames);
+        if (std::find(slots.begin(), slots.end(), words[c]) != slots.end())
+            throw Failure(EX_DATAERR, place + ": " + words[c] + " is named twice; name 4 different slots");
+        slots[c] = words[c];
+    }
+    return slots;
+}
+
+/// One row of gains, which belong to the slots.
+void parseRow(const std::string& place, const std::vector<std::string>& words, const RemapSlots& slots,
+              std::uint32_t (&row)[kRemapColumns])
+{
+    if (slotNamed(remappedLayout(), words.front()))
+        throw Failure(EX_DATAERR, place + ": names slots after the first line; move this line before the gains");
+    if (words.size() != kRemapColumns)
+        throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) + " gains; a row has 4, one each for " +
+                                      slots[0] + ", " + slots[1] + ", " + slots[2] + ", " + slots[3] +
+                                      ", separated by spaces");
+    for (std::size_t c = 0; c < kRemapColumns; ++c) row[c] = parseGain(place, words[c]);
 }
 
 } // namespace
@@ -101,25 +144,28 @@ std::vector<std::string> wrapNotes(const std::string& path, const zrk_tarn::Rema
 RemapFile readRemapFile(const std::string& path)
 {
     std::istringstream file(contentsOf(path));
-    RemapFile remap{};
+    RemapFile remap;
     std::size_t rows = 0;
     std::size_t lineNumber = 0;
+    bool isFirst = true;
     for (std::string line; std::getline(file, line);) {
         ++lineNumber;
         const std::vector<std::string> words = wordsOf(line);
         if (words.empty()) continue;
         const std::string place = placeOf(path, lineNumber);
-        if (rows == kRows) throw Failure(EX_DATAERR, place + ": a fourth row; a matrix has 3 (FL, FR, centre)");
-        if (words.size() != kColumns)
-            throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) +
-                                          " gains; a row has 4, one each for FL, FR, SL, SR, separated by spaces");
-        for (std::size_t c = 0; c < kColumns; ++c) remap.matrix.gain[rows][c] = parseGain(place, words[c]);
-        ++rows;
+        if (isFirst && namesSlots(words)) {
+            remap.slots = parseSlots(place, words);
+        } else {
+            if (rows == kRows) throw Failure(EX_DATAERR, place + ": a fourth row; a matrix has 3 (FL, FR, centre)");
+            parseRow(place, words, remap.slots, remap.matrix.gain[rows]);
+            ++rows;
+        }
+        isFirst = false;
     }
     if (rows != kRows)
-        throw Failure(EX_DATAERR,
-                      path + ": ends after " + std::to_string(rows) + " rows; a matrix has 3 (FL, FR, centre)");
-    remap.notes = wrapNotes(path, remap.matrix);
+        throw Failure(EX_DATAERR, path + ": ends after " + std::to_string(rows) + (rows == 1 ? " row" : " rows") +
+                                      "; a matrix has 3 (FL, FR, centre)");
+    remap.notes = wrapNotes(path, remap);
     return remap;
 }
 

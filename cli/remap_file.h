@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/layout.h"
 #include "stream/upmix_stream.h"
 
 #include <string>
@@ -11,14 +12,17 @@ namespace tarn
 /// A remap matrix as it was read from a file.
 struct RemapFile
 {
-    zrk_tarn::RemapGains matrix;
-    std::vector<std::string> notes; ///< columns whose sums can wrap, for the user
+    zrk_tarn::RemapGains matrix{};
+    RemapSlots slots{"FL", "FR", "SL", "SR"}; ///< by column
+    std::vector<std::string> notes{};         ///< columns whose sums can wrap, for the user
 };
 
-/// Reads a matrix: 3 rows (front left, front right, centre) of 4 decimal gains, with # comments and blank lines.
+/// Reads a matrix: 3 rows (front left, front right, centre) of 4 decimal gains, with # comments and blank lines. A line
+/// before them can name the 4 slots of the layout slots8 that the columns are mixed into.
 ///
 /// Gains are rounded to 28 fraction bits. Throws Failure: EX_NOINPUT if the file cannot be read; EX_DATAERR, with the
-/// line, for a wrong count of rows or gains and for what is not a number from -8 to just below 8.
+/// line, for a wrong count of rows, gains or slots, for gains that are not numbers from -8 to just below 8 and for
+/// slots that the layout does not have or that are named twice.
 RemapFile readRemapFile(const std::string& path);
 
 } // namespace tarn

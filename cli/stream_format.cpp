@@ -20,6 +20,10 @@ std::uint32_t wholeNumber(std::string_view text)
     return error == std::errc{} && end == text.data() + text.size() ? value : 0;
 }
 
+// Below, there is no sound; above, nobody records it. Other numbers come from damaged headers.
+constexpr std::uint32_t kLowestRate = 4000;
+constexpr std::uint32_t kHighestRate = 768000;
+
 } // namespace
 
 bool isEngineRate(std::uint32_t sampleRate) noexcept
@@ -37,6 +41,30 @@ std::string rateList()
     return list + " Hz";
 }
 
+bool isConvertibleRate(std::uint32_t sampleRate) noexcept
+{
+    return sampleRate >= kLowestRate && sampleRate <= kHighestRate;
+}
+
+std::string convertibleRates()
+{
+    return std::to_string(kLowestRate) + " to " + std::to_string(kHighestRate) + " Hz";
+}
+
+std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept
+{
+    const auto found = std::lower_bound(kSampleRates.begin(), kSampleRates.end(), sampleRate);
+    return found == kSampleRates.end() ? kSampleRates.back() : *found;
+}
+
+std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept
+{
+    // In two parts, so that nothing overflows.
+    const std::uint64_t seconds = frames / rate;
+    const std::uint64_t rest = frames % rate;
+    return seconds * newRate + (2 * rest * newRate + rate) / (2 * std::uint64_t{rate});
+}
+
 StreamFormat parseRawFormat(const std::string& text)
 {
     const std::size_t colon = text.find(':');
@@ -48,9 +76,8 @@ StreamFormat parseRawFormat(const std::string& text)
 
     if (format.sampleRate == 0 || format.bits == 0)
         throw Failure(EX_USAGE, "--raw " + text + ": not RATE:BITS; write for example --raw 48000:16");
-    if (!isEngineRate(format.sampleRate))
-        throw Failure(EX_USAGE,
-                      "--raw " + text + ": the engine does not run at this rate; resample the stream to " + rateList());
+    if (!isConvertibleRate(format.sampleRate))
+        throw Failure(EX_USAGE, "--raw " + text + ": is no rate of sound; use " + convertibleRates());
     if (std::find(kWidths.begin(), kWidths.end(), format.bits) == kWidths.end())
         throw Failure(EX_USAGE, "--raw " + text + ": samples of this width are not supported; use 16, 24 or 32 bits");
     return format;

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <string>
 
@@ -29,6 +31,18 @@ bool isEngineRate(std::uint32_t sampleRate) noexcept;
 /// The engine's rates as a list for people: "32000, 44100, ... or 192000 Hz".
 std::string rateList();
 
+/// Whether a sample rate is one of sound, which can be converted to one of the engine's.
+bool isConvertibleRate(std::uint32_t sampleRate) noexcept;
+
+/// These rates for people: "4000 to 768000 Hz".
+std::string convertibleRates();
+
+/// The engine's lowest rate that is not below this one, or its highest.
+std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept;
+
+/// The length of a recording of so many frames at another rate, rounded to the nearest frame.
+std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept;
+
 /// Reads "RATE:BITS", as in 48000:16.
 ///
 /// Throws Failure (EX_USAGE) for anything else, and for rates and widths that are not supported.
@@ -46,6 +60,13 @@ constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) n
     const std::int64_t ceiling = (std::int64_t{1} << (bits - 1)) - 1;
     if (wide < 0) return static_cast<std::int32_t>(-magnitude);
     return static_cast<std::int32_t>(magnitude < ceiling ? magnitude : ceiling);
+}
+
+/// A sample in units of full scale as a left-justified one, rounded half away from zero and saturated.
+inline std::int32_t fromFullScale(double sample) noexcept
+{
+    const double scaled = std::round(sample * 0x1p31);
+    return static_cast<std::int32_t>(std::clamp(scaled, -0x1p31, 0x1p31 - 1.0));
 }
 
 /// Stores the low bytes of a right-justified sample, little-endian.

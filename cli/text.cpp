@@ -46,13 +46,13 @@ std::size_t printableBytes(std::string_view text) noexcept
 /// In $'...', with numbers for what cannot be shown.
 std::string dollarQuoted(const std::string& name)
 {
-    constexpr std::string_view kDigits = "01234567";
     std::string quoted = "$'";
     for (std::string_view rest = name; !rest.empty();) {
         const std::size_t bytes = printableBytes(rest);
         if (bytes == 0) {
             const auto byte = static_cast<unsigned char>(rest[0]);
-            quoted.append({'\\', kDigits[byte / 64], kDigits[byte / 8 % 8], kDigits[byte % 8]});
+            const auto digit = [byte](int shift) { return static_cast<char>('0' + (byte >> shift & 7)); };
+            quoted.append({'\\', digit(6), digit(3), digit(0)});
         } else {
             if (rest[0] == '\'' || rest[0] == '\\') quoted += '\\';
             quoted += rest.substr(0, bytes);

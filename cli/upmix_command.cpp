@@ -9,7 +9,9 @@
 #include "cli/progress.h"
 #include "cli/raw_pcm.h"
 #include "cli/remap_file.h"
+#include "cli/resampled_source.h"
 #include "cli/text.h"
+#include "cli/wrap_counter.h"
 #include "host/zrk_tarn_processor.h"
 
 #include <cmath>
@@ -33,6 +35,12 @@ bool isStream(const std::string& name)
     return name == "-";
 }
 
+/// A file or stream as messages name it.
+std::string nameOf(const std::string& file, const char* stream)
+{
+    return isStream(file) ? stream : file;
+}
+
 /// The format that the engine runs in, which is the output's.
 StreamFormat engineFormat(const UpmixOptions& options, const std::optional<StreamFormat>& raw,
                           const AudioSource& source)
@@ -41,69 +49,106 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
     if (raw && !isStream(options.input)) {
         if (raw->sampleRate != format.sampleRate)
             throw Failure(EX_USAGE, "--raw " + *options.raw + ": " + options.input + " runs at " +
-                                        std::to_string(format.sampleRate) +
-                                        " Hz, and rates are not converted; write "
-                                        "--raw " +
-                                        std::to_string(format.sampleRate) + ":" + std::to_string(raw->bits));
+                                        std::to_string(format.sampleRate) + " Hz; write --raw " +
+                                        std::to_string(format.sampleRate) + ":" + std::to_string(raw->bits) +
+                                        ", or add --rate " + std::to_string(raw->sampleRate));
         if (options.bits && *options.bits != raw->bits)
             throw Failure(EX_USAGE, "--bits " + std::to_string(*options.bits) + ": contradicts --raw " + *options.raw +
                                         "; leave one of them out");
         format.bits = raw->bits;
     }
-    if (options.bits) format.bits = *options.bits;
+    if (options.bits) {
+        format.bits = *options.bits;
+    } else if (!isStream(options.output) && format.bits > containerOf(options.output).maxBits) {
+        format.bits = containerOf(options.output).maxBits;
+        if (!options.quiet)
+            printNote(options.output + ": is written with " + std::to_string(format.bits) +
+                      " bits, the most that its format holds; the input has " + std::to_string(source.format().bits));
+    }
     return format;
 }
 
 EngineSettings engineSettings(const UpmixOptions& options)
 {
-    EngineSettings settings{.mode = options.mode,
-                            .mixFraction = options.mixFraction,
-                            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
-                            .bypass = options.bypass};
-    if (options.remapFile.empty()) return settings;
+    return {.mode = options.mode,
+            .mixFraction = options.mixFraction,
+            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
+            .bypass = options.bypass};
+}
 
+/// Puts the matrix of a remapped layout in its place. Bypassed, it is not used, and the stereo is in FL and FR.
+///
+/// Returns the names of its columns.
+RemapSlots applyRemap(const UpmixOptions& options, Layout& layout, EngineSettings& settings)
+{
+    if (!layout.remapped) return {};
     const RemapFile remap = readRemapFile(options.remapFile);
     settings.remap = remap.matrix;
+    if (options.bypass) return remap.slots;
+    placeColumns(layout, remap.slots);
     if (!options.quiet)
         for (const std::string& note : remap.notes) printNote(note);
-    return settings;
+    return remap.slots;
 }
 
 std::unique_ptr<AudioSource> openSource(const UpmixOptions& options, const std::optional<StreamFormat>& raw)
 {
-    if (isStream(options.input)) return std::make_unique<RawSource>(*raw);
-    return std::make_unique<FileSource>(options.input);
+    std::unique_ptr<AudioSource> source;
+    if (isStream(options.input) && raw) {
+        source = std::make_unique<RawSource>(*raw);
+    } else {
+        source = std::make_unique<FileSource>(options.input);
+    }
+    const std::uint32_t rate = options.rate.value_or(engineRateFor(source->format().sampleRate));
+    if (rate == source->format().sampleRate) return source;
+    return std::make_unique<ResampledSource>(std::move(source), rate);
 }
 
 std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& layout, StreamFormat format,
-                                    const AudioSource& source)
+                                    AudioSource& source)
 {
     if (isStream(options.output)) return std::make_unique<RawSink>(std::size_t{layout.slots} * format.bytesPerSample());
-    return std::make_unique<FileSink>(options.output, options.force, source.identity(), layout, format,
-                                      source.metadata());
+    const FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
+    auto sink = openFileSink(options.output, options.force, source.identity(), contents);
+    if (options.quiet) return sink;
+    if (contents.metadata.tags.converted)
+        printNote(nameOf(options.input, "standard input") + ": its tags are not UTF-8 and are taken for Windows-1252");
+    for (const std::string& note : sink->notes()) printNote(options.output + ": " + note);
+    return sink;
 }
 
 std::string summary(const UpmixOptions& options, const Layout& layout, StreamFormat format, std::uint64_t frames,
                     double speed)
 {
-    return (isStream(options.input) ? "standard input" : options.input) + " -> " +
-           (isStream(options.output) ? "standard output" : options.output) + ": " + std::string(layout.name) + " (" +
-           std::string(layout.slotNames) + "), " + std::to_string(format.sampleRate) + " Hz, " +
-           std::to_string(format.bits) + " bits, " + durationText(frames, format.sampleRate) +
+    return nameOf(options.input, "standard input") + " -> " + nameOf(options.output, "standard output") + ": " +
+           std::string(layout.name) + " (" + std::string(layout.slotNames) + "), " + std::to_string(format.sampleRate) +
+           " Hz, " + std::to_string(format.bits) + " bits, " + durationText(frames, format.sampleRate) +
            formatted(", %.0f x real time", speed);
 }
 
+/// Counts what wraps around in the matrix; null where nothing can, or where nobody asks.
+std::unique_ptr<WrapCounter> wrapCounter(const UpmixOptions& options, StreamFormat format,
+                                         const EngineSettings& settings)
+{
+    const bool isReported = options.json || !options.quiet;
+    if (options.bypass || !isReported || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
+    return std::make_unique<WrapCounter>(format, settings, !options.noAlign);
+}
+
 /// Sends the whole source through the engine. Returns how many times faster than real time that went.
-double pump(const UpmixOptions& options, const char* label, AudioSource& source, Upmixer& upmixer, LoudnessMeter* meter)
+double pump(const UpmixOptions& options, const char* label, AudioSource& source, Upmixer& upmixer, LoudnessMeter* meter,
+            WrapCounter* wraps)
 {
     std::vector<std::int32_t> stereo(2 * kReadFrames);
     Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.noBar);
     while (const std::size_t frames = source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
         if (meter != nullptr) meter->push(stereo.data(), frames);
+        if (wraps != nullptr) wraps->push(stereo.data(), frames);
         upmixer.push(stereo.data(), frames);
         progress.advance(frames);
     }
+    if (wraps != nullptr) wraps->finish();
     upmixer.finish();
     return progress.speed();
 }
@@ -115,8 +160,7 @@ LoudnessReport measureLoudness(const UpmixOptions& options, const Layout& layout
     LoudnessMeter input(format.sampleRate);
     LoudnessSink output(layout, format, nullptr);
     Upmixer upmixer(layout, format, settings, true, output);
-    pump(options, "measuring loudness", source, upmixer, &input);
-    source.verifyEnd();
+    pump(options, "measuring loudness", source, upmixer, &input, nullptr);
     source.rewind();
     return {.input = input.integrated(), .atUnityGain = output.meter().integrated(), .output = 0.0};
 }
@@ -154,9 +198,12 @@ void checkOptions(const UpmixOptions& options)
     if (options.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
-    if (options.loudnessMatch && isStream(options.input))
-        throw Failure(EX_USAGE, "--loudness-match: reads INPUT twice, which a stream does not allow; name a file, or "
-                                "give --gain");
+    if (options.loudnessMatch && isStream(options.input) && options.raw)
+        throw Failure(EX_USAGE,
+                      "--loudness-match: reads INPUT twice, which a raw stream does not allow; name a file, or "
+                      "give --gain");
+    if (options.rate && !isEngineRate(*options.rate))
+        throw Failure(EX_USAGE, "--rate " + std::to_string(*options.rate) + ": the engine runs at " + rateList());
     if (layout.remapped && options.remapFile.empty())
         throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (tarn upmix --help describes it)");
     if (!layout.remapped && !options.remapFile.empty())
@@ -165,9 +212,6 @@ void checkOptions(const UpmixOptions& options)
     if (options.raw && !isStream(options.input) && !isStream(options.output))
         throw Failure(EX_USAGE,
                       "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
-    if (isStream(options.input) && !options.raw)
-        throw Failure(EX_USAGE, "standard input: raw PCM does not say what it is; add --raw RATE:BITS, for example "
-                                "--raw 48000:16");
     if (isStream(options.output)) return;
     containerOf(options.output);
     std::error_code ignored;
@@ -182,18 +226,20 @@ UpmixReport upmix(const UpmixOptions& options)
         if (!options.quiet) printNote(options.output + ": is complete already, so " + options.input + " is skipped");
         return {.skipped = true};
     }
-    const Layout& layout = layoutNamed(options.layout);
+    Layout layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
     EngineSettings settings = engineSettings(options);
+    const RemapSlots columns = applyRemap(options, layout, settings);
 
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
     const auto sink = openSink(options, layout, format, *source);
-    if (const std::string note = source->prepare(!options.quiet && !options.noBar); !note.empty() && !options.quiet)
-        printNote(note);
+    const std::string inputName = nameOf(options.input, "standard input");
+    for (const std::string& note : source->prepare(!options.quiet && !options.noBar))
+        if (!options.quiet) printNote(inputName + ": " + note);
 
-    UpmixReport report{.layout = &layout,
+    UpmixReport report{.layout = &layoutNamed(options.layout),
                        .format = format,
                        .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
                        .gainDb = options.gainDb.value_or(0.0),
@@ -210,22 +256,28 @@ UpmixReport upmix(const UpmixOptions& options)
     if (options.json) into = &levels.emplace(layout.slots, format, *into);
 
     Upmixer upmixer(layout, format, settings, !options.noAlign, *into);
-    report.speed = pump(options, "upmixing", *source, upmixer, nullptr);
-    // A stream keeps its whole frames even where the source turns out to be damaged; a file does not.
-    source->verifyEnd();
+    const auto wraps = wrapCounter(options, format, settings);
+    report.speed = pump(options, "upmixing", *source, upmixer, nullptr, wraps.get());
+    report.loss = source->loss();
+    if (report.loss && options.strict) throw Failure(EX_DATAERR, inputName + ": " + report.loss->message);
     throwIfInterrupted();
     sink->finish();
 
     report.frames = upmixer.frames();
     report.clipped = upmixer.clipped();
+    if (wraps) report.wrapped = wraps->wrapped();
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();
+    if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
+        printNote(inputName + ": " + report.loss->message + "; the rest is upmixed");
     if (!options.quiet) {
         printNote(summary(options, layout, format, report.frames, report.speed));
         if (loudness)
             printNote(options.output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
                       " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
                       formatted("%+.2f", report.gainDb) + " dB");
+        if (wraps)
+            printNote((isStream(options.output) ? "standard output" : options.output) + ": " + wraps->note(columns));
         if (report.clipped > 0)
             printNote(options.output + ": " + std::to_string(report.clipped) +
                       " samples were beyond full scale and are clipped; give a smaller --gain" +
@@ -249,6 +301,12 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"gain_db", report.gainDb},
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
+    if (report.loss) {
+        json["exit_code"] = report.exitCode();
+        json["loss"] = {{"message", report.loss->message},
+                        {"seconds", report.loss->seconds ? Json(*report.loss->seconds) : Json()}};
+    }
+    if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
                                  {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},
@@ -270,10 +328,11 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
     return json;
 }
 
-void runUpmix(const UpmixOptions& options)
+int runUpmix(const UpmixOptions& options)
 {
     const UpmixReport report = upmix(options);
     if (options.json) printJson(jsonOf(options, report), isStream(options.output) ? stderr : stdout);
+    return report.exitCode();
 }
 
 } // namespace tarn

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cli/audio_source.h"
 #include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
@@ -21,6 +22,8 @@ struct UpmixOptions
     std::string remapFile;             ///< empty: none
     std::optional<std::uint32_t> bits; ///< width of the output
     std::optional<std::string> raw;    ///< RATE:BITS of the stream on -
+    std::optional<std::uint32_t> rate; ///< of the output, Hz; by default the input's, or the next that the engine has
+    bool strict = false;               ///< a damaged input is refused
     int mode = 1;
     float mixFraction = 1.0f;
     std::optional<double> gainDb;
@@ -42,6 +45,9 @@ struct LoudnessReport
     double output;
 };
 
+constexpr int kExitIncomplete = 1;             ///< the output is written, but a second or more of the input is missing
+constexpr double kNegligibleLossSeconds = 1.0; ///< less is a warning
+
 /// What was done.
 struct UpmixReport
 {
@@ -53,19 +59,28 @@ struct UpmixReport
     bool bypass = false;
     double speed = 0.0;                       ///< times real time
     std::uint64_t clipped = 0;                ///< samples that the gain drove beyond full scale
+    std::optional<Loss> loss{};               ///< audio that the input should have had
+    std::uint64_t wrapped = 0;                ///< samples that wrapped around in the remap mix
     std::vector<ChannelLevel> levels{};       ///< by slot; empty unless JSON was asked for
     std::optional<LoudnessReport> loudness{}; ///< where it was matched
     bool skipped = false;                     ///< the output was complete, and nothing was done
+
+    /// EX_OK, or kExitIncomplete.
+    int exitCode() const noexcept
+    {
+        return loss && loss->seconds.value_or(kNegligibleLossSeconds) >= kNegligibleLossSeconds ? kExitIncomplete : 0;
+    }
 };
 
 /// Refuses options that do not go together, before any file is opened. Throws Failure.
 void checkOptions(const UpmixOptions& options);
 
-/// Upmixes INPUT to OUTPUT. Throws Failure or Interrupted; then no output file is left.
+/// Upmixes INPUT to OUTPUT, as much of it as can be decoded. Throws Failure or Interrupted; then no output file is
+/// left.
 UpmixReport upmix(const UpmixOptions& options);
 
-/// Upmixes INPUT to OUTPUT and prints the report if it was asked for.
-void runUpmix(const UpmixOptions& options);
+/// Upmixes INPUT to OUTPUT and prints the report if it was asked for. Returns the exit code.
+int runUpmix(const UpmixOptions& options);
 
 /// The report as --json prints it.
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report);

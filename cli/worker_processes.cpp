@@ -159,15 +159,6 @@ Json messageOf(const std::string& name, std::size_t index, const std::function<J
     }
 }
 
-void writeAll(int descriptor, const std::vector<std::uint8_t>& bytes) noexcept
-{
-    for (std::size_t done = 0; done < bytes.size();) {
-        const ssize_t written = write(descriptor, bytes.data() + done, bytes.size() - done);
-        if (written > 0) done += static_cast<std::size_t>(written);
-        if (written < 0 && errno != EINTR) return;
-    }
-}
-
 /// The parent's side of the processes.
 class Workers
 {
@@ -224,7 +215,9 @@ void Workers::runChild(std::size_t index, int results, pid_t parent, const Signa
     try {
         catchInterrupts();
         signals.release();
-        writeAll(results, Json::to_cbor(messageOf(names[index], index, work)));
+        const std::vector<std::uint8_t> message = Json::to_cbor(messageOf(names[index], index, work));
+        // A parent that is gone needs none.
+        static_cast<void>(writeAll(results, message.data(), message.size()));
     } catch (const Interrupted& interrupted) {
         dieBySignal(interrupted.signalNumber);
     }

@@ -8,31 +8,32 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix info demo --help --version' ;;
+    '') words='upmix info demo --help --help-all --version' ;;
     upmix)
         case $before in
         --layout) words='3.0 5.1 7.1 slots8' ;;
         --format) words='wav flac' ;;
         --bits) words='16 24 32' ;;
         --mode) words='1 2' ;;
+        --rate) words='32000 44100 48000 64000 88200 96000 192000' ;;
         --remap | --mix-fraction | --raw | --output-dir | --jobs | -j | --gain) return ;;
         *)
-            [[ $word != -* ]] || words='--help --output-dir --recursive --format --jobs --layout --remap --bits --mode
-                                        --mix-fraction --gain --loudness-match --bypass --json --no-align --raw --force
-                                        --skip-existing --quiet'
+            [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
+                                        --mode --mix-fraction --gain --loudness-match --bypass --json --no-align --raw
+                                        --rate --strict --force --skip-existing --quiet'
             ;;
         esac
         ;;
     info)
         case $before in
         --jobs | -j) return ;;
-        *) [[ $word != -* ]] || words='--help --verbose --jobs --json --quiet' ;;
+        *) [[ $word != -* ]] || words='--help --help-all --verbose --jobs --json --quiet' ;;
         esac
         ;;
     demo)
         case $before in
         --layout) words='3.0 5.1' ;;
-        *) [[ $word != -* ]] || words='--help --layout --force' ;;
+        *) [[ $word != -* ]] || words='--help --help-all --layout --force' ;;
         esac
         ;;
     esac

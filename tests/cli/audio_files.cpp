@@ -1,5 +1,8 @@
 #include "tests/cli/audio_files.h"
 
+#include "tests/cli/command.h"
+
+#include <cstring>
 #include <random>
 #include <stdexcept>
 
@@ -76,6 +79,18 @@ Audio readAudio(const std::string& path)
     sf_close(file);
     if (!read) throw std::runtime_error("cannot read all of " + path);
     return audio;
+}
+
+WaveFormat waveFormat(const std::string& path)
+{
+    WaveFormat format;
+    const std::string bytes = bytesOf(path);
+    const std::size_t chunk = bytes.find("fmt ");
+    if (bytes.substr(0, 4) != "RIFF" || chunk == std::string::npos || bytes.size() < chunk + 32) return format;
+    std::memcpy(&format.tag, bytes.data() + chunk + 8, 2);
+    std::memcpy(&format.channels, bytes.data() + chunk + 10, 2);
+    std::memcpy(&format.mask, bytes.data() + chunk + 28, 4);
+    return format;
 }
 
 std::string pcmOf(const Samples& samples, unsigned bits)

@@ -36,6 +36,17 @@ Audio readAudio(const std::string& path);
 /// Reads a whole file with libsndfile as floating-point samples, which may lie above full scale.
 std::vector<float> readFloats(const std::string& path);
 
+/// What a WAVE file says of its channels in its extensible format chunk.
+struct WaveFormat
+{
+    std::uint16_t tag = 0;
+    std::uint16_t channels = 0;
+    std::uint32_t mask = 0;
+};
+
+/// Reads that chunk; all zero where the file has none.
+WaveFormat waveFormat(const std::string& path);
+
 /// Samples as little-endian PCM of a width.
 std::string pcmOf(const Samples& samples, unsigned bits);
 

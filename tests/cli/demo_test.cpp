@@ -2,11 +2,17 @@
 #include "tests/cli/command.h"
 
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <sstream>
+#include <thread>
+#include <tuple>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace tarn_cli
 {
@@ -79,14 +85,153 @@ TEST_F(Demo, WritesTheSceneWithThePeaksOfItsTable)
     char expected[16];
     std::snprintf(expected, sizeof expected, "%.1f", 20.0 * std::log10(static_cast<double>(peak) * 0x1p-31));
     EXPECT_EQ(tableOf(result.output)["voice in the middle"][4], std::stod(expected));
-    EXPECT_EQ(files(), (std::vector<std::string>{"scene.flac"}));
+}
+
+TEST_F(Demo, NamesTheChannelsOfItsFiles)
+{
+    for (const auto& [layout, channels, mask] : {std::tuple("3.0", 3, 0x7u), std::tuple("5.1", 6, 0x3fu)}) {
+        for (const std::string name : {"scene.wav", "scene.flac"})
+            ASSERT_EQ(tarn({"demo", "--force", "--layout", layout, name}).exitCode, 0) << layout;
+        const WaveFormat scene = waveFormat(at("scene.wav"));
+        EXPECT_EQ(scene.tag, 0xfffe);
+        EXPECT_EQ(scene.channels, channels);
+        EXPECT_EQ(scene.mask, mask);
+        char tag[64];
+        std::snprintf(tag, sizeof tag, "WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x%04X", mask);
+        EXPECT_NE(bytesOf(at("scene.flac")).find(tag), std::string::npos) << layout;
+        for (const std::string name : {"scene.wav", "scene.flac", "scene-stereo.wav", "scene-stereo.flac"})
+            EXPECT_EQ(readAudio(at(name)).info.frames, 48000 * 128 / 10) << name << ", " << layout;
+    }
+    EXPECT_EQ(waveFormat(at("scene-stereo.wav")).mask, 0x3u);
+    EXPECT_NE(bytesOf(at("scene-stereo.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0003"), std::string::npos);
+}
+
+TEST_F(Demo, WritesTheStereoBesideTheSceneThatWasMadeOfIt)
+{
+    for (const std::string extension : {".wav", ".flac"}) {
+        const Result result = tarn({"demo", "scene" + extension});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_NE(result.output.find("scene" + extension + " holds the scene as 3.0, and scene-stereo" + extension +
+                                     " the stereo that it was made from"),
+                  std::string::npos)
+            << result.output;
+        const Audio stereo = readAudio(at("scene-stereo" + extension));
+        EXPECT_EQ(stereo.info.channels, 2);
+        EXPECT_EQ(stereo.info.samplerate, 48000);
+        EXPECT_EQ(stereo.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_16);
+        ASSERT_EQ(tarn({"upmix", "scene-stereo" + extension, "again" + extension}).exitCode, 0);
+        EXPECT_TRUE(bytesOf(at("again" + extension)) == bytesOf(at("scene" + extension)));
+    }
+    EXPECT_EQ(files(), (std::vector<std::string>{"again.flac", "again.wav", "scene-stereo.flac", "scene-stereo.wav",
+                                                 "scene.flac", "scene.wav"}));
+}
+
+TEST_F(Demo, LeavesWhatExistsAndWritesNeitherFileWithoutForce)
+{
+    for (const std::string existing : {"scene.wav", "scene-stereo.wav"}) {
+        writeBytes(at(existing), "precious");
+        const Result result = tarn({"demo", "scene.wav"});
+        EXPECT_EQ(result.exitCode, 64);
+        EXPECT_EQ(result.output, "");
+        EXPECT_NE(result.errors.find("tarn: " + existing + ": exists already"), std::string::npos) << result.errors;
+        EXPECT_EQ(files(), (std::vector<std::string>{existing}));
+        EXPECT_EQ(bytesOf(at(existing)), "precious");
+        std::filesystem::remove(at(existing));
+    }
+}
+
+TEST_F(Demo, ReplacesBothFilesWithForce)
+{
+    ASSERT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
+    const std::string scene = bytesOf(at("scene.wav"));
+    const std::string stereo = bytesOf(at("scene-stereo.wav"));
+    writeBytes(at("scene.wav"), "old");
+    writeBytes(at("scene-stereo.wav"), "old");
+    ASSERT_EQ(tarn({"demo", "--force", "scene.wav"}).exitCode, 0);
+    EXPECT_TRUE(bytesOf(at("scene.wav")) == scene);
+    EXPECT_TRUE(bytesOf(at("scene-stereo.wav")) == stereo);
+    EXPECT_EQ(files(), (std::vector<std::string>{"scene-stereo.wav", "scene.wav"}));
+}
+
+TEST_F(Demo, LeavesNeitherFileWhereOneDoesNotFit)
+{
+    // In blocks of 512 bytes: room for the stereo, 2.5 MB, but not for the scene.
+    const Result result = shell("ulimit -f 6000; \"$TARN\" demo scene.wav");
+    EXPECT_EQ(result.exitCode, 74);
+    EXPECT_NE(result.errors.find("scene.wav: writing failed: File too large"), std::string::npos) << result.errors;
+    EXPECT_TRUE(files().empty());
+
+    writeBytes(at("scene.wav"), "precious");
+    writeBytes(at("scene-stereo.wav"), "precious, too");
+    EXPECT_EQ(shell("ulimit -f 6000; \"$TARN\" demo --force scene.wav").exitCode, 74);
+    EXPECT_EQ(bytesOf(at("scene.wav")), "precious");
+    EXPECT_EQ(bytesOf(at("scene-stereo.wav")), "precious, too");
+    EXPECT_EQ(files(), (std::vector<std::string>{"scene-stereo.wav", "scene.wav"}));
+}
+
+TEST_F(Demo, LeavesNeitherFileWhereTheNameOfTheStereoIsTooLong)
+{
+    const std::string name = std::string(245, 'x') + ".wav";
+    const Result result = tarn({"demo", name});
+    EXPECT_EQ(result.exitCode, 73);
+    EXPECT_NE(result.errors.find("-stereo.wav: the name has 256 bytes, and . takes names of 255 at most"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(Demo, RefusesTwoNamesOfOneFile)
+{
+    writeBytes(at("scene.wav"), "precious");
+    std::filesystem::create_symlink("scene.wav", at("scene-stereo.wav"));
+    const Result result = tarn({"demo", "--force", "scene.wav"});
+    EXPECT_EQ(result.exitCode, 64);
+    EXPECT_NE(result.errors.find("scene-stereo.wav: is the same file as scene.wav"), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(bytesOf(at("scene.wav")), "precious");
+}
+
+TEST_F(Demo, LeavesNeitherFileWhereAnotherProgramTakesAName)
+{
+    for (const std::string taken : {"scene.wav", "scene-stereo.wav"}) {
+        // The report goes into a pipe that is full: the command waits there, with its files created.
+        int output[2];
+        ASSERT_EQ(pipe2(output, O_CLOEXEC | O_NONBLOCK), 0);
+        const std::string filler(4096, 'x');
+        while (write(output[1], filler.data(), filler.size()) > 0) {
+        }
+        for (const int end : output) ASSERT_EQ(fcntl(end, F_SETFL, 0), 0);
+        const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+        Process process({.arguments = {"demo", "scene.wav"}}, directory, null, output[1], null);
+        close(output[1]);
+        close(null);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (files().size() < 2 && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        ASSERT_EQ(files().size(), 2u);
+        writeBytes(at(taken), "theirs");
+
+        char chunk[65536];
+        while (read(output[0], chunk, sizeof chunk) > 0) {
+        }
+        close(output[0]);
+        Result result;
+        process.wait(result);
+        EXPECT_EQ(result.exitCode, 64);
+        EXPECT_EQ(files(), (std::vector<std::string>{taken}));
+        EXPECT_EQ(bytesOf(at(taken)), "theirs");
+        std::filesystem::remove(at(taken));
+    }
 }
 
 TEST_F(Demo, ReportsAnOutputThatCannotBeWritten)
 {
-    const Result result = shell("\"$TARN\" demo > /dev/full");
-    EXPECT_EQ(result.exitCode, 74);
-    EXPECT_NE(result.errors.find("No space left on device"), std::string::npos) << result.errors;
+    for (const std::string line : {"\"$TARN\" demo > /dev/full", "\"$TARN\" demo scene.wav > /dev/full"}) {
+        const Result result = shell(line);
+        EXPECT_EQ(result.exitCode, 74);
+        EXPECT_NE(result.errors.find("No space left on device"), std::string::npos) << result.errors;
+        EXPECT_TRUE(files().empty());
+    }
 }
 
 } // namespace tarn_cli

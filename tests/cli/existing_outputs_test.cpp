@@ -86,17 +86,17 @@ TEST_F(ExistingOutputs, ThatAreNotCompleteAreRefusedOrReplaced)
     writeAudio(at("out.wav"), kWave16, 48000, 2, stereoNoise(50000, 16));
     expectIncomplete("out.wav", "it has 2 channels instead of 3");
     writeAudio(at("out.wav"), kWave16, 44100, 3, Samples(3 * 50000));
-    expectIncomplete("out.wav", "it runs at 44100 Hz instead of 48000 Hz");
-    writeAudio(at("out.wav"), kWave16, 48000, 3, Samples(3 * 49999));
-    expectIncomplete("out.wav", "it has 49999 frames instead of 50000");
+    expectIncomplete("out.wav", "it has a rate of 44100 Hz instead of 48000 Hz");
+    // A damaged input may lack less than a second.
+    writeAudio(at("out.wav"), kWave16, 48000, 3, Samples(3 * 2000));
+    expectIncomplete("out.wav", "it has 2000 frames instead of 50000");
     writeBytes(at("out.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
     expectIncomplete("out.wav", "it is cut short, damaged or no audio file");
 
     for (const std::string output : {"out.wav", "out.flac"}) {
         ASSERT_EQ(tarn({"upmix", "in.wav", output}).exitCode, 0);
         std::filesystem::resize_file(at(output), std::filesystem::file_size(at(output)) - 10);
-        expectIncomplete(output,
-                         output == "out.wav" ? "it is cut short, damaged or no audio file" : "its end is missing");
+        expectIncomplete(output, "its end is missing");
     }
     writeAudio(at("out.flac"), kFlac16, 48000, 3, Samples(3 * 50000));
     std::filesystem::resize_file(at("out.flac"), std::filesystem::file_size(at("out.flac")) / 2);

@@ -150,7 +150,7 @@ TEST_F(Interruption, ByAKillLeavesATemporaryFileThatTheNextRunRemoves)
     EXPECT_TRUE(std::regex_match(files()[0], std::regex("\\.out\\.wav\\.tarn-[A-Za-z0-9]{6}"))) << files()[0];
 
     EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
-    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene.wav"}));
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene-stereo.wav", "scene.wav"}));
     EXPECT_EQ(bytesOf(at("out.wav")), "precious");
 }
 
@@ -162,14 +162,14 @@ TEST_F(Interruption, OfOneRunLeavesTheTemporaryFilesOfOthersThatStillWrite)
     ASSERT_TRUE(appears(0));
     const std::vector<std::string> writing = files();
     EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
-    EXPECT_EQ(files(), (std::vector<std::string>{writing[0], "scene.wav"}));
+    EXPECT_EQ(files(), (std::vector<std::string>{writing[0], "scene-stereo.wav", "scene.wav"}));
     close(input[1]);
     input[1] = -1;
     Result result;
     process.wait(result);
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
-    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene.wav"}));
+    EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene-stereo.wav", "scene.wav"}));
 }
 
 TEST_F(Interruption, ReachesARunWhoseReaderStalls)

@@ -2,35 +2,10 @@
 #include "tests/cli/command.h"
 
 #include <cstdio>
-#include <cstring>
 #include <ostream>
 
 namespace tarn_cli
 {
-
-namespace
-{
-
-/// A number of the extensible format chunk, which begins at byte 12 or after a filler.
-struct WaveFormat
-{
-    std::uint16_t tag = 0;
-    std::uint16_t channels = 0;
-    std::uint32_t mask = 0;
-};
-
-WaveFormat waveFormat(const std::string& bytes)
-{
-    WaveFormat format;
-    const std::size_t chunk = bytes.find("fmt ");
-    if (bytes.substr(0, 4) != "RIFF" || chunk == std::string::npos) return format;
-    std::memcpy(&format.tag, bytes.data() + chunk + 8, 2);
-    std::memcpy(&format.channels, bytes.data() + chunk + 10, 2);
-    std::memcpy(&format.mask, bytes.data() + chunk + 28, 4);
-    return format;
-}
-
-} // namespace
 
 /// Layout, its WAVE channel mask, its name for other programs.
 struct NamedLayout
@@ -85,7 +60,7 @@ protected:
 TEST_P(Layouts, AreMasksOfExtensibleWaveFiles)
 {
     upmix("out.wav");
-    const WaveFormat format = waveFormat(bytesOf(at("out.wav")));
+    const WaveFormat format = waveFormat(at("out.wav"));
     EXPECT_EQ(format.tag, 0xfffe);
     EXPECT_EQ(format.channels, channels());
     EXPECT_EQ(format.mask, GetParam().mask);

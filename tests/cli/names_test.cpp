@@ -84,7 +84,8 @@ TEST_F(Names, AreShownWithoutControlCharacters)
 
 TEST_F(Names, InASuggestedCommandCanBePasted)
 {
-    const std::string name = kName + " mono.wav";
+    const std::string name = kName + " six.wav";
+    writeAudio(at(name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
     const Result result = tarn({"upmix", name, "out.wav"});
     EXPECT_EQ(result.exitCode, 65);
     EXPECT_TRUE(isClean(result.errors)) << result.errors;

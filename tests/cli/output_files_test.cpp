@@ -57,7 +57,7 @@ TEST_F(OutputFiles, StayAsTheyAreWhenAForcedRunFails)
 {
     writeBytes(at("out.wav"), "precious");
     std::filesystem::resize_file(at("in.wav"), 5000);
-    expectRefusal(tarn({"upmix", "--force", "in.wav", "out.wav"}), 65, "is cut short");
+    expectRefusal(tarn({"upmix", "--force", "--strict", "in.wav", "out.wav"}), 65, "is cut short");
     EXPECT_EQ(bytesOf(at("out.wav")), "precious");
     EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
 }

@@ -13,8 +13,7 @@ protected:
         const std::vector<std::string> before = files();
         const Result result = tarn(arguments);
         EXPECT_EQ(result.exitCode, exitCode) << result.errors;
-        // The MP3 decoder prints a warning of its own before.
-        EXPECT_NE(("\n" + result.errors).find("\ntarn: "), std::string::npos) << result.errors;
+        EXPECT_TRUE(result.errors.starts_with("tarn: ")) << result.errors;
         EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
         EXPECT_EQ(result.output, "");
         EXPECT_EQ(files(), before);
@@ -38,8 +37,8 @@ TEST_F(Refusals, OfInputsThatCannotBeOpened)
     expectBadInput("missing.wav", 66, "cannot be opened: No such file or directory");
     std::filesystem::create_directory(at("folder"));
     expectBadInput("folder", 66, "is a directory");
-    ASSERT_EQ(shell("mkfifo pipe").exitCode, 0);
-    expectBadInput("pipe", 66, "is not a regular file");
+    expectBadInput("/dev/zero", 66, "is a device");
+    expectBadInput("/dev/null", 65, "is empty, 0 bytes");
 }
 
 TEST_F(Refusals, OfInputsThatAreNoAudio)
@@ -63,70 +62,20 @@ TEST_F(Refusals, OfHeadersWithoutFrames)
     expectBadInput("float.wav", 65, "holds no audio: 0 frames");
 }
 
-TEST_F(Refusals, OfWhatIsNotStereoSayHowToMakeIt)
+TEST_F(Refusals, OfMultichannelFilesSayHowToMakeStereo)
 {
-    writeAudio(at("my mono.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1, stereoNoise(1000, 16));
-    expectBadInput("my mono.wav", 65,
-                   "is mono, and only stereo can be upmixed; put it on both channels with: "
-                   "ffmpeg -i 'my mono.wav' -ac 2 stereo.wav\n");
-    writeAudio(at("six.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
-    expectBadInput("six.wav", 65, "has 6 channels and is multichannel already");
+    writeAudio(at("my six.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
+    expectBadInput("my six.wav", 65,
+                   "has 6 channels and is multichannel already; only mono and stereo can be upmixed. Mix it down with: "
+                   "ffmpeg -i 'my six.wav' -ac 2 stereo.wav\n");
 }
 
-TEST_F(Refusals, OfOtherRatesSayHowToResample)
+TEST_F(Refusals, OfRatesThatAreNotOfSound)
 {
-    for (const int rate : {8000, 22050, 47999, 176400}) {
+    for (const int rate : {1, 3999, 768001}) {
         writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, 2, stereoNoise(1000, 16));
         expectBadInput("in.wav", 65,
-                       "runs at " + std::to_string(rate) +
-                           " Hz, and the engine at 32000, 44100, 48000, "
-                           "64000, 88200, 96000 or 192000 Hz; resample it "
-                           "with: ffmpeg -i in.wav -ar 48000 48k.wav\n");
-    }
-}
-
-TEST_F(Refusals, OfTruncatedFilesSayWhatIsThere)
-{
-    const auto promises = [](std::size_t present) {
-        return "is cut short or damaged: it promises 9000 frames, but only " + std::to_string(present) +
-               " are there; copy the file again, or keep what is there with: ffmpeg -i in";
-    };
-    writeStereo("in.wav");
-    cut("in.wav", 44 + 4 * 5000);
-    expectBadInput("in.wav", 65, promises(5000));
-    cut("in.wav", 44 + 4 * 5000 - 1);
-    expectBadInput("in.wav", 65, promises(4999));
-    cut("in.wav", 44);
-    expectBadInput("in.wav", 65, promises(0));
-
-    writeStereo("in.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16);
-    cut("in.rf64", std::filesystem::file_size(at("in.rf64")) - 4 * 700);
-    expectBadInput("in.rf64", 65, promises(8300));
-
-    writeStereo("in.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_24);
-    cut("in.w64", std::filesystem::file_size(at("in.w64")) - 6 * 700);
-    expectBadInput("in.w64", 65, promises(8300));
-
-    writeStereo("in.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16);
-    cut("in.aiff", std::filesystem::file_size(at("in.aiff")) - 4 * 700);
-    expectBadInput("in.aiff", 65, promises(8300));
-
-    writeStereo("in.au", SF_FORMAT_AU | SF_FORMAT_FLOAT);
-    cut("in.au", std::filesystem::file_size(at("in.au")) - 8 * 700);
-    expectBadInput("in.au", 65, promises(8300));
-}
-
-TEST_F(Refusals, OfTruncatedCompressedFiles)
-{
-    for (const auto& [name, format] : std::vector<std::pair<std::string, int>>{
-             {"in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
-             {"in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
-             {"in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
-             {"in.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},
-         }) {
-        writeAudio(at(name), format, 48000, 2, stereoNoise(96000, 16));
-        cut(name, std::filesystem::file_size(at(name)) / 2);
-        expectRefusal({"upmix", "--quiet", name, "out.wav"}, 65, "tarn: " + name + ": is cut short");
+                       "has a sample rate of " + std::to_string(rate) + " Hz, and 4000 to 768000 Hz can be upmixed");
     }
 }
 
@@ -162,10 +111,13 @@ TEST_F(Refusals, OfOptionsThatDoNotFit)
     expectRefusal({"upmix", "--layout", "slots8", "in.wav", "out.wav"}, 64, "add --remap FILE");
     expectRefusal({"upmix", "--remap", "matrix.txt", "in.wav", "out.wav"}, 64, "only --layout slots8 takes a matrix");
     expectRefusal({"upmix", "--raw", "48000:16", "in.wav", "out.wav"}, 64, "INPUT and OUTPUT are both files");
-    expectRefusal({"upmix", "-", "out.wav"}, 64, "add --raw RATE:BITS");
+    expectRefusal({"upmix", "-", "out.wav"}, 65,
+                  "standard input: is empty, 0 bytes; check the command before the pipe");
+    expectRefusal({"upmix", "--rate", "22050", "in.wav", "out.wav"}, 64,
+                  "--rate 22050: the engine runs at 32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz");
     expectRefusal({"upmix", "--raw", "48000", "-", "out.wav"}, 64, "not RATE:BITS");
     expectRefusal({"upmix", "--raw", "48000:16x", "-", "out.wav"}, 64, "not RATE:BITS");
-    expectRefusal({"upmix", "--raw", "22050:16", "-", "out.wav"}, 64, "does not run at this rate");
+    expectRefusal({"upmix", "--raw", "1000:16", "-", "out.wav"}, 64, "is no rate of sound");
     expectRefusal({"upmix", "--raw", "48000:8", "-", "out.wav"}, 64, "use 16, 24 or 32 bits");
     expectRefusal({"upmix", "--raw", "44100:16", "in.wav", "-"}, 64, "in.wav runs at 48000 Hz");
     expectRefusal({"upmix", "--raw", "48000:16", "--bits", "24", "in.wav", "-"}, 64, "contradicts --raw 48000:16");

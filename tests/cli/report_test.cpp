@@ -6,9 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
-// The report, gain, loudness, bypass and tags of `tarn upmix`.
+// The report, gain, loudness and bypass of `tarn upmix`.
 
 namespace tarn_cli
 {
@@ -208,7 +207,7 @@ TEST_F(Report, OptionsThatContradictAreRefused)
     expectRefusal({"--gain", "3", "--loudness-match", "in.wav", "out.wav"}, "chooses the gain itself");
     expectRefusal({"--gain", "18.1", "in.wav", "out.wav"}, "--gain");
     expectRefusal({"--gain", "nan", "in.wav", "out.wav"}, "--gain");
-    expectRefusal({"--loudness-match", "--raw", "48000:16", "-", "out.wav"}, "a stream does not allow");
+    expectRefusal({"--loudness-match", "--raw", "48000:16", "-", "out.wav"}, "a raw stream does not allow");
 }
 
 TEST_F(Report, Layout71HasTheUpmixInItsFirstThreeSlots)
@@ -216,119 +215,6 @@ TEST_F(Report, Layout71HasTheUpmixInItsFirstThreeSlots)
     const Samples stereo = writeInput(1.0);
     reportOf({"--layout", "7.1"});
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {.layout = "7.1"}));
-}
-
-/// Tags that a file is written with, and read again.
-class Tags : public CommandTest
-{
-protected:
-    using Texts = std::vector<std::pair<int, std::string>>;
-
-    void writeTagged(const std::string& name, int format, const Texts& texts) const
-    {
-        SF_INFO info{};
-        info.samplerate = 48000;
-        info.channels = 2;
-        info.format = format;
-        SNDFILE* const file = sf_open(at(name).c_str(), SFM_WRITE, &info);
-        ASSERT_NE(file, nullptr);
-        for (const auto& [kind, text] : texts) sf_set_string(file, kind, text.c_str());
-        const Samples stereo = stereoNoise(5000, 16);
-        sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
-        ASSERT_EQ(sf_close(file), 0);
-    }
-
-    void expectTags(const std::string& name, const Texts& texts) const
-    {
-        SF_INFO info{};
-        SNDFILE* const file = sf_open(at(name).c_str(), SFM_READ, &info);
-        ASSERT_NE(file, nullptr) << name;
-        for (const auto& [kind, text] : texts) {
-            const char* const carried = sf_get_string(file, kind);
-            EXPECT_EQ(carried == nullptr ? "(none)" : std::string(carried), text) << name << ", kind " << kind;
-        }
-        sf_close(file);
-    }
-
-    const Texts inBoth{{SF_STR_TITLE, "A title"},     {SF_STR_ARTIST, "\xc3\x84n artist"}, {SF_STR_ALBUM, "An album"},
-                       {SF_STR_DATE, "2024"},         {SF_STR_TRACKNUMBER, "7"},           {SF_STR_GENRE, "A genre"},
-                       {SF_STR_COMMENT, "A comment"}, {SF_STR_COPYRIGHT, "A right"}};
-};
-
-TEST_F(Tags, GoFromEveryKindOfFileToEveryKindOfOutput)
-{
-    writeTagged("in.wav", kWave16, inBoth);
-    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, inBoth);
-    writeTagged("in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, inBoth);
-    for (const std::string input : {"in.wav", "in.flac", "in.ogg"}) {
-        for (const std::string output : {"out.wav", "out.flac"}) {
-            const Result result = tarn({"upmix", "--force", "--layout", "5.1", input, output});
-            ASSERT_EQ(result.exitCode, 0) << result.errors;
-            expectTags(output, inBoth);
-            EXPECT_EQ(readAudio(at(output)).info.frames, 5000);
-        }
-        EXPECT_NE(bytesOf(at("out.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x003F"), std::string::npos);
-    }
-}
-
-TEST_F(Tags, OfEveryKindAtOnceLeaveTheNamesOfTheChannelsInFlac)
-{
-    Texts all = inBoth;
-    all.emplace_back(SF_STR_LICENSE, "A licence");
-    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, all);
-    ASSERT_EQ(tarn({"upmix", "in.flac", "out.flac"}).exitCode, 0);
-    EXPECT_NE(bytesOf(at("out.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0007"), std::string::npos);
-    for (auto& [kind, text] : all)
-        if (kind == SF_STR_COMMENT) text = "(none)";
-    expectTags("out.flac", all);
-}
-
-TEST_F(Tags, ThatAreVeryLongAreLeftOut)
-{
-    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
-                {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, std::string(200000, 'x')}});
-    for (const std::string output : {"out.wav", "out.flac"}) {
-        ASSERT_EQ(tarn({"upmix", "in.flac", output}).exitCode, 0);
-        expectTags(output, {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, "(none)"}});
-    }
-}
-
-TEST_F(Tags, BroadcastExtensionKeepsWhatStillHolds)
-{
-    SF_INFO info{.frames = 0, .samplerate = 48000, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
-    SF_BROADCAST_INFO written{};
-    std::strcpy(written.description, "A description");
-    std::strcpy(written.originator, "An originator");
-    std::memcpy(written.origination_date, "2026-11-21", 10);
-    std::memcpy(written.origination_time, "12:34:56", 8);
-    written.time_reference_low = 123456;
-    written.version = 2;
-    std::strcpy(written.umid, "a number of the stereo");
-    written.loudness_value = -2300;
-    std::strcpy(written.coding_history, "A=ANALOGUE,M=stereo\r\n");
-    written.coding_history_size = static_cast<std::uint32_t>(std::strlen(written.coding_history));
-    SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
-    ASSERT_EQ(sf_command(file, SFC_SET_BROADCAST_INFO, &written, sizeof written), SF_TRUE);
-    const Samples stereo = stereoNoise(5000, 16);
-    sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
-    ASSERT_EQ(sf_close(file), 0);
-
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC has no place for it";
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
-    SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
-    SF_BROADCAST_INFO read{};
-    ASSERT_EQ(sf_command(upmixed, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
-    sf_close(upmixed);
-    EXPECT_STREQ(read.description, "A description");
-    EXPECT_STREQ(read.originator, "An originator");
-    EXPECT_EQ(std::string(read.origination_date, 10), "2026-11-21");
-    EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
-    EXPECT_EQ(read.time_reference_low, 123456u);
-    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the upmix is other material";
-    EXPECT_EQ(read.loudness_value, 0);
-    EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
-    EXPECT_EQ(info.channels, 3);
-    EXPECT_EQ(info.frames, 5000);
 }
 
 } // namespace tarn_cli

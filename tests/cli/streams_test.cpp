@@ -51,6 +51,19 @@ TEST_F(Streams, OfOtherLayoutsAndWithoutAlignmentEqualTheEngine)
         pcmOf(engineOutput(stereo, {.layout = "5.1", .align = false}), 16));
 }
 
+TEST_F(Streams, WhoseWriterStopsMidwayFailOnlyWithPipefail)
+{
+    writeBytes(at("in.raw"), pcmOf(stereoNoise(3000, 16), 16));
+    const auto bash = [this](const std::string& before) {
+        return runIn(directory, {.arguments = {"-c", before + "(head -c 4000 in.raw; exit 3) | '" TARN_COMMAND
+                                                              "' upmix --force --raw 48000:16 - out.wav"},
+                                 .program = "bash"});
+    };
+    EXPECT_EQ(bash("").exitCode, 0);
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 1000);
+    EXPECT_EQ(bash("set -o pipefail; ").exitCode, 3);
+}
+
 TEST_F(Streams, ThatComeInPiecesAreTheSame)
 {
     const Samples stereo = stereoNoise(700, 16);
@@ -66,8 +79,9 @@ TEST_F(Streams, OfAudioFilesAreRefused)
     for (const std::string mark : {"RIFF", "fLaC", "OggS"}) {
         const Result result = tarnFed(mark + std::string(4000, 'x'), {"upmix", "--raw", "48000:16", "-", "out.wav"});
         EXPECT_EQ(result.exitCode, 65);
-        EXPECT_NE(result.errors.find("begins with '" + mark + "', so it is an audio file and not raw PCM"),
-                  std::string::npos)
+        EXPECT_NE(
+            result.errors.find("begins with '" + mark + "', so it is an audio file and not raw PCM; leave --raw out"),
+            std::string::npos)
             << result.errors;
     }
     EXPECT_TRUE(files().empty());

@@ -1,0 +1,38 @@
+#include "cli/decoder.h"
+
+#include "cli/file_bytes.h"
+#include "cli/flac_decoder.h"
+#include "cli/mpeg_decoder.h"
+#include "cli/mpeg_frames.h"
+#include "cli/sndfile_decoder.h"
+#include "cli/vorbis_decoder.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace tarn
+{
+
+std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
+{
+    constexpr std::uint64_t kMaxJunk = 65536; ///< bytes in front of MPEG audio, such as the rest of a frame
+    const FileBytes file(descriptor);
+    const std::uint64_t begin = part.begin + file.id3v2Size(part.begin);
+    const auto mpegWithin = [&](std::uint64_t bytes) {
+        const std::uint64_t limit = std::min(begin + bytes, part.end);
+        return nextMpegFrame(file, begin, limit) < limit;
+    };
+    if (file.marks(begin, "fLaC")) return std::make_unique<FlacDecoder>(descriptor, part);
+    if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return std::make_unique<MpegDecoder>(descriptor, part);
+    try {
+        auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
+        if (decoder->info().format == (SF_FORMAT_OGG | SF_FORMAT_VORBIS))
+            return std::make_unique<VorbisDecoder>(descriptor, part, decoder->info());
+        return decoder;
+    } catch (const std::runtime_error&) {
+        if (mpegWithin(kMaxJunk)) return std::make_unique<MpegDecoder>(descriptor, part);
+        throw;
+    }
+}
+
+} // namespace tarn

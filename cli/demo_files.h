@@ -1,0 +1,42 @@
+#pragma once
+
+#include "cli/file_sink.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tarn
+{
+
+/// The files of the demo: the upmixed scene, and beside it the stereo that it was made from. Both or none are left.
+class DemoFiles
+{
+public:
+    /// Creates both files.
+    ///
+    /// path    of the upmixed scene; the stereo's name has "-stereo" before the extension
+    /// force   whether files of these names may be replaced
+    /// layout  of the upmixed scene
+    ///
+    /// Throws Failure as openFileSink does; EX_USAGE if both names are links to one file.
+    DemoFiles(const std::string& path, bool force, const Layout& layout, StreamFormat format);
+
+    const std::string& stereoName() const noexcept { return stereoPath; }
+
+    /// Where the upmixed scene goes, but for its finish.
+    AudioSink& upmixed() noexcept { return *upmixedFile; }
+
+    /// Writes the 16-bit stereo, and gives both files their names.
+    void finish(const std::vector<std::int16_t>& stereo);
+
+private:
+    std::string upmixedPath;
+    std::string stereoPath;
+    bool replace;
+    std::unique_ptr<AudioSink> upmixedFile;
+    std::unique_ptr<AudioSink> stereoFile;
+};
+
+} // namespace tarn

@@ -1,0 +1,63 @@
+#include "cli/file_bytes.h"
+
+#include <algorithm>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kKeptBytes = 65536;
+
+} // namespace
+
+FileBytes::FileBytes(int descriptor) : fd(descriptor)
+{
+    struct stat status = {};
+    fstat(fd, &status);
+    length = static_cast<std::uint64_t>(status.st_size);
+}
+
+std::string_view FileBytes::at(std::uint64_t position, std::size_t count) const
+{
+    if (position >= length) return {};
+    if (position < keptFrom || position + count > keptFrom + kept.size()) {
+        kept.resize(kKeptBytes);
+        const ssize_t got = pread(fd, kept.data(), kept.size(), static_cast<off_t>(position));
+        kept.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        keptFrom = position;
+    }
+    return std::string_view(kept.data(), kept.size()).substr(static_cast<std::size_t>(position - keptFrom), count);
+}
+
+bool FileBytes::marks(std::uint64_t position, std::string_view text) const
+{
+    return at(position, text.size()) == text;
+}
+
+std::uint64_t FileBytes::number(std::uint64_t position, std::size_t count, bool bigEndian) const
+{
+    const std::string_view bytes = at(position, count);
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t from = bigEndian ? i : count - 1 - i;
+        value = value << 8 | (from < bytes.size() ? static_cast<unsigned char>(bytes[from]) : 0u);
+    }
+    return value;
+}
+
+std::uint64_t FileBytes::id3v2Size(std::uint64_t position) const
+{
+    constexpr std::uint64_t kHeader = 10;
+    if (!marks(position, "ID3")) return 0;
+    std::uint64_t size = 0;
+    for (std::uint64_t i = 0; i < 4; ++i) size = size << 7 | (number(position + 6 + i, 1, true) & 0x7f);
+    const bool hasFooter = (number(position + 5, 1, true) & 0x10) != 0;
+    return kHeader + size + (hasFooter ? kHeader : 0);
+}
+
+} // namespace tarn

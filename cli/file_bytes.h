@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace tarn
+{
+
+/// A file's bytes at any position, as numbers and marks. Keeps the part of the file around the last position in memory.
+class FileBytes
+{
+public:
+    /// descriptor  open for reading; its position stays where it is
+    explicit FileBytes(int descriptor);
+
+    std::uint64_t size() const noexcept { return length; }
+
+    /// Whether the text is at the position.
+    bool marks(std::uint64_t position, std::string_view text) const;
+
+    /// A number of 1 to 8 bytes; bytes beyond the end count as zero.
+    std::uint64_t number(std::uint64_t position, std::size_t count, bool bigEndian) const;
+
+    /// The size of an ID3v2 tag at the position, with its header; 0 if there is none.
+    std::uint64_t id3v2Size(std::uint64_t position) const;
+
+private:
+    /// The bytes from a position on, as many as asked for unless the file ends before.
+    std::string_view at(std::uint64_t position, std::size_t count) const;
+
+    int fd;
+    std::uint64_t length = 0;
+    mutable std::vector<char> kept;
+    mutable std::uint64_t keptFrom = 0;
+};
+
+} // namespace tarn

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "cli/byte_range.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tarn
+{
+
+/// A part of a file, read by libraries as if it were a file. The position of the descriptor neither matters nor moves.
+class FileWindow
+{
+public:
+    FileWindow(int fileDescriptor, ByteRange range) noexcept : descriptor(fileDescriptor), part(range) {}
+
+    /// Reads bytes at the position and moves it. Returns how many; fewer at the end and after an error.
+    std::size_t read(void* to, std::size_t count) noexcept;
+
+    /// Moves the position. Returns it, or -1 if it would be before the start.
+    ///
+    /// whence  SEEK_SET, SEEK_CUR or SEEK_END
+    std::int64_t seek(std::int64_t offset, int whence) noexcept;
+
+    std::uint64_t position() const noexcept { return at; }
+    std::uint64_t size() const noexcept { return part.size(); }
+
+    /// The errno of the first read that failed; 0 if none did.
+    int error() const noexcept { return failed; }
+
+private:
+    int descriptor;
+    ByteRange part;
+    std::uint64_t at = 0;
+    int failed = 0;
+};
+
+} // namespace tarn

@@ -1,0 +1,144 @@
+#include "cli/flac_decoder.h"
+
+#include "cli/text.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// The longest gap that is filled where a file does not declare its length: a damaged frame number could declare any.
+constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 24;
+
+} // namespace
+
+FlacDecoder::FlacDecoder(int descriptor, ByteRange part) : stream(FileWindow(descriptor, part))
+{
+    if (!stream.is_valid() || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
+        throw std::runtime_error("libFLAC cannot decode it");
+    if (!stream.process_until_end_of_metadata() || stream.facts.channels == 0)
+        throw std::runtime_error("no stream information in the FLAC file");
+    stream.get_decode_position(&behindFrame);
+    facts = stream.facts;
+}
+
+std::size_t FlacDecoder::read(std::int32_t* samples, std::size_t frames)
+{
+    const auto channels = static_cast<std::size_t>(facts.channels);
+    while (toSilence == 0 && used == stream.samples.size())
+        if (!decodeFrame()) return 0;
+    if (toSilence > 0) {
+        const auto some = static_cast<std::size_t>(std::min<std::uint64_t>(toSilence, frames));
+        std::fill_n(samples, some * channels, 0);
+        toSilence -= some;
+        return some;
+    }
+    const std::size_t some = std::min(frames, (stream.samples.size() - used) / channels);
+    std::copy_n(stream.samples.begin() + static_cast<std::ptrdiff_t>(used), some * channels, samples);
+    used += some * channels;
+    return some;
+}
+
+std::size_t FlacDecoder::read(double* samples, std::size_t frames)
+{
+    std::array<std::int32_t, 4096> integers;
+    const std::size_t some =
+        read(integers.data(), std::min(frames, integers.size() / static_cast<std::size_t>(facts.channels)));
+    for (std::size_t i = 0; i < some * static_cast<std::size_t>(facts.channels); ++i)
+        samples[i] = integers[i] * 0x1p-31;
+    return some;
+}
+
+/// Decodes the next good frame, and counts what is lost before it. Returns whether there was one.
+bool FlacDecoder::decodeFrame()
+{
+    stream.samples.clear();
+    used = 0;
+    while (stream.samples.empty())
+        if (!stream.process_single() || stream.get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
+    stream.get_decode_position(&behindFrame);
+    const std::uint64_t last =
+        facts.frames == SF_COUNT_MAX ? position + kMaxGapFrames : static_cast<std::uint64_t>(facts.frames);
+    if (stream.firstFrame > position && stream.firstFrame <= last) {
+        toSilence = stream.firstFrame - position;
+        silenced += toSilence;
+        position += toSilence;
+    }
+    position += stream.samples.size() / static_cast<std::size_t>(facts.channels);
+    return true;
+}
+
+std::string FlacDecoder::error() const
+{
+    if (stream.window.error() != 0) return systemError(stream.window.error());
+    const bool isComplete = facts.frames != SF_COUNT_MAX && position >= static_cast<std::uint64_t>(facts.frames);
+    if (isComplete || !isCut()) return {};
+    return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
+}
+
+/// Whether there is something behind the last good frame that is neither padding nor a tag.
+bool FlacDecoder::isCut() const
+{
+    FileWindow rest = stream.window;
+    rest.seek(static_cast<std::int64_t>(behindFrame), SEEK_SET);
+    std::array<char, 16> bytes{};
+    const std::size_t count = rest.read(bytes.data(), bytes.size());
+    const std::string_view text(bytes.data(), count);
+    return text.find_first_not_of('\0') != std::string_view::npos && !text.starts_with("TAG") &&
+           !text.starts_with("APETAGEX") && !text.starts_with("ID3");
+}
+
+FLAC__StreamDecoderReadStatus FlacDecoder::Stream::read_callback(FLAC__byte bytes[], std::size_t* count)
+{
+    *count = window.read(bytes, *count);
+    return *count == 0 ? FLAC__STREAM_DECODER_READ_STATUS_END_OF_STREAM : FLAC__STREAM_DECODER_READ_STATUS_CONTINUE;
+}
+
+FLAC__StreamDecoderTellStatus FlacDecoder::Stream::tell_callback(FLAC__uint64* bytePosition)
+{
+    *bytePosition = window.position();
+    return FLAC__STREAM_DECODER_TELL_STATUS_OK;
+}
+
+FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__Frame* frame,
+                                                                   const FLAC__int32* const channels[])
+{
+    const FLAC__FrameHeader& header = frame->header;
+    // A damaged header can pass its checksum; the frames of a stream are all of one kind.
+    if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32)
+        return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
+    samples.resize(std::size_t{header.blocksize} * header.channels);
+    const std::int64_t scale = std::int64_t{1} << (32 - header.bits_per_sample);
+    for (std::size_t i = 0; i < header.blocksize; ++i)
+        for (std::size_t c = 0; c < header.channels; ++c)
+            samples[i * header.channels + c] = static_cast<std::int32_t>(channels[c][i] * scale);
+    firstFrame = header.number.sample_number;
+    lostSync = false;
+    return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
+}
+
+void FlacDecoder::Stream::metadata_callback(const FLAC__StreamMetadata* block)
+{
+    if (block->type != FLAC__METADATA_TYPE_STREAMINFO) return;
+    const FLAC__StreamMetadata_StreamInfo& information = block->data.stream_info;
+    facts.samplerate = static_cast<int>(information.sample_rate);
+    facts.channels = static_cast<int>(information.channels);
+    facts.frames = information.total_samples == 0 ? SF_COUNT_MAX : static_cast<sf_count_t>(information.total_samples);
+    const std::uint32_t bits = information.bits_per_sample;
+    facts.format = SF_FORMAT_FLAC | (bits <= 8    ? SF_FORMAT_PCM_S8
+                                     : bits <= 16 ? SF_FORMAT_PCM_16
+                                     : bits <= 24 ? SF_FORMAT_PCM_24
+                                                  : SF_FORMAT_PCM_32);
+}
+
+void FlacDecoder::Stream::error_callback(FLAC__StreamDecoderErrorStatus /*status*/)
+{
+    lostSync = true;
+}
+
+} // namespace tarn

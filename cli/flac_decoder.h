@@ -1,0 +1,58 @@
+#pragma once
+
+#include "cli/decoder.h"
+#include "cli/file_window.h"
+
+#include <cstdint>
+#include <vector>
+
+#include <FLAC++/decoder.h>
+
+namespace tarn
+{
+
+/// FLAC by libFLAC. It goes on behind damaged frames, which become silence, so that what follows keeps its place.
+class FlacDecoder final : public Decoder
+{
+public:
+    FlacDecoder(int descriptor, ByteRange part);
+
+    std::size_t read(std::int32_t* samples, std::size_t frames) override;
+    std::size_t read(double* samples, std::size_t frames) override;
+    std::uint64_t silencedFrames() const override { return silenced; }
+    std::string error() const override;
+
+private:
+    /// libFLAC's decoder on a window of a file. It keeps the samples of the last frame.
+    class Stream final : public FLAC::Decoder::Stream
+    {
+    public:
+        explicit Stream(const FileWindow& fileWindow) : window(fileWindow) {}
+
+        FileWindow window;
+        std::vector<std::int32_t> samples; ///< interleaved, left-justified
+        std::uint64_t firstFrame = 0;      ///< number of the first of them in the stream
+        SF_INFO facts{};                   ///< by the first metadata block
+        bool lostSync = false;             ///< since the last good frame
+
+    private:
+        FLAC__StreamDecoderReadStatus read_callback(FLAC__byte bytes[], std::size_t* count) override;
+        FLAC__StreamDecoderTellStatus tell_callback(FLAC__uint64* bytePosition) override;
+        FLAC__StreamDecoderWriteStatus write_callback(const FLAC__Frame* frame,
+                                                      const FLAC__int32* const channels[]) override;
+        void metadata_callback(const FLAC__StreamMetadata* block) override;
+        void error_callback(FLAC__StreamDecoderErrorStatus status) override;
+    };
+
+    bool decodeFrame();
+    bool isCut() const;
+
+    Stream stream;
+    std::size_t used = 0;          ///< of the stream's samples
+    std::uint64_t toSilence = 0;   ///< frames of silence due before them
+    std::uint64_t position = 0;    ///< frames given or due
+    std::uint64_t silenced = 0;    ///< frames
+    std::uint64_t behindFrame = 0; ///< position in bytes behind the last good frame
+};
+
+} // namespace tarn

@@ -1,0 +1,143 @@
+#include "cli/flac_sink.h"
+
+#include "cli/failure.h"
+#include "cli/text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::uint32_t kCompressionLevel = 5; ///< libFLAC's default
+constexpr std::uint32_t kPaddingBytes = 8192;  ///< room to edit tags without writing the file again
+constexpr std::size_t kMaxBlockBytes = (std::size_t{1} << 24) - 1;
+constexpr std::size_t kBlockReserve = 65536; ///< of a block, for its fixed fields
+
+} // namespace
+
+FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents)
+    : slots(contents.layout.slots), bits(contents.format.bits), file(path, force, input), encoder(file.descriptor())
+{
+    addComments(contents.layout, contents.metadata.tags);
+    addPictures(contents.metadata.tags.pictures);
+    auto padding = std::make_unique<FLAC::Metadata::Padding>();
+    padding->set_length(kPaddingBytes);
+    blocks.push_back(std::move(padding));
+
+    std::vector<FLAC::Metadata::Prototype*> pointers;
+    for (const auto& block : blocks) pointers.push_back(block.get());
+    check(encoder.is_valid() && encoder.set_channels(slots) && encoder.set_bits_per_sample(bits) &&
+          encoder.set_sample_rate(contents.format.sampleRate) && encoder.set_compression_level(kCompressionLevel) &&
+          encoder.set_metadata(pointers.data(), static_cast<std::uint32_t>(pointers.size())));
+    check(encoder.init() == FLAC__STREAM_ENCODER_INIT_STATUS_OK);
+}
+
+void FlacSink::addComments(const Layout& layout, const Tags& tags)
+{
+    char mask[16];
+    std::snprintf(mask, sizeof mask, "0x%04X", layout.mask);
+    auto comments = std::make_unique<FLAC::Metadata::VorbisComment>();
+    comments->append_comment({"WAVEFORMATEXTENSIBLE_CHANNEL_MASK", mask});
+
+    std::size_t room = kMaxBlockBytes - kBlockReserve;
+    for (const auto& [name, values] : tags.texts) {
+        const std::string key = name.to8Bit(true);
+        for (const TagLib::String& value : values) {
+            const std::string text = value.to8Bit(true);
+            // libFLAC frees a comment that it refuses, and its caller frees it again: it must never get one.
+            const bool legal =
+                FLAC__format_vorbiscomment_entry_name_is_legal(key.c_str()) != 0 &&
+                FLAC__format_vorbiscomment_entry_value_is_legal(reinterpret_cast<const FLAC__byte*>(text.data()),
+                                                                static_cast<std::uint32_t>(text.size())) != 0 &&
+                text.find('\0') == std::string::npos;
+            const std::size_t bytes = key.size() + text.size() + 8;
+            if (!legal || bytes > room) {
+                leftOut.push_back("FLAC has no place for the tag " + key);
+                continue;
+            }
+            room -= bytes;
+            comments->append_comment({key.c_str(), text.data(), static_cast<std::uint32_t>(text.size())});
+        }
+    }
+    blocks.push_back(std::move(comments));
+}
+
+void FlacSink::addPictures(const std::vector<Picture>& pictures)
+{
+    for (const Picture& picture : pictures) {
+        const std::string mimeType = picture.mimeType.to8Bit(true);
+        const std::string description = picture.description.to8Bit(true);
+        const bool isPlain = std::all_of(mimeType.begin(), mimeType.end(), [](char c) { return c >= ' ' && c <= '~'; });
+        if (picture.data.size() + mimeType.size() + description.size() > kMaxBlockBytes - kBlockReserve || !isPlain) {
+            leftOut.push_back("FLAC has no place for a picture of " + std::to_string(picture.data.size()) +
+                              " bytes and type '" + mimeType + "'");
+            continue;
+        }
+        auto block = std::make_unique<FLAC::Metadata::Picture>();
+        block->set_type(static_cast<FLAC__StreamMetadata_Picture_Type>(picture.kind));
+        block->set_mime_type(mimeType.c_str());
+        block->set_description(reinterpret_cast<const FLAC__byte*>(description.c_str()));
+        block->set_width(static_cast<FLAC__uint32>(picture.width));
+        block->set_height(static_cast<FLAC__uint32>(picture.height));
+        block->set_depth(static_cast<FLAC__uint32>(picture.depth));
+        block->set_colors(static_cast<FLAC__uint32>(picture.colours));
+        block->set_data(reinterpret_cast<const FLAC__byte*>(picture.data.data()), picture.data.size());
+        blocks.push_back(std::move(block));
+    }
+}
+
+void FlacSink::write(const std::uint8_t* interleaved, std::size_t frames)
+{
+    const std::uint32_t bytes = bits / 8;
+    samples.resize(frames * slots);
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        samples[i] = loadLeftJustified(interleaved + i * bytes, bytes) >> (32 - bits);
+    check(encoder.process_interleaved(samples.data(), static_cast<std::uint32_t>(frames)));
+}
+
+void FlacSink::finish()
+{
+    check(encoder.finish() && encoder.error == 0);
+    file.commit();
+}
+
+void FlacSink::check(bool succeeded) const
+{
+    if (succeeded) return;
+    const std::string reason =
+        encoder.error != 0 ? systemError(encoder.error) : encoder.get_state().resolved_as_cstring(encoder);
+    throw Failure(EX_IOERR, file.name() + ": writing failed: " + reason +
+                                "; no output was left. Make room, or choose another place");
+}
+
+FLAC__StreamEncoderWriteStatus FlacSink::Encoder::write_callback(const FLAC__byte bytes[], std::size_t count,
+                                                                 std::uint32_t /*samples*/,
+                                                                 std::uint32_t /*currentFrame*/)
+{
+    const int failed = writeAll(descriptor, bytes, count);
+    if (failed == 0) return FLAC__STREAM_ENCODER_WRITE_STATUS_OK;
+    if (error == 0) error = failed;
+    return FLAC__STREAM_ENCODER_WRITE_STATUS_FATAL_ERROR;
+}
+
+FLAC__StreamEncoderSeekStatus FlacSink::Encoder::seek_callback(FLAC__uint64 position)
+{
+    if (lseek(descriptor, static_cast<off_t>(position), SEEK_SET) >= 0) return FLAC__STREAM_ENCODER_SEEK_STATUS_OK;
+    if (error == 0) error = errno;
+    return FLAC__STREAM_ENCODER_SEEK_STATUS_ERROR;
+}
+
+FLAC__StreamEncoderTellStatus FlacSink::Encoder::tell_callback(FLAC__uint64* position)
+{
+    *position = static_cast<FLAC__uint64>(lseek(descriptor, 0, SEEK_CUR));
+    return FLAC__STREAM_ENCODER_TELL_STATUS_OK;
+}
+
+} // namespace tarn

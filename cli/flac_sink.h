@@ -1,0 +1,65 @@
+#pragma once
+
+#include "cli/file_sink.h"
+#include "cli/output_file.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <FLAC++/encoder.h>
+#include <FLAC++/metadata.h>
+
+namespace tarn
+{
+
+/// A FLAC file. A comment names its channels, without which six of them could have their surrounds at the sides.
+class FlacSink final : public AudioSink
+{
+public:
+    /// Throws what OutputFile throws.
+    FlacSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents);
+
+    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void finish() override;
+    std::vector<std::string> notes() const override { return leftOut; }
+
+private:
+    /// libFLAC's encoder on a descriptor.
+    class Encoder final : public FLAC::Encoder::Stream
+    {
+    public:
+        explicit Encoder(int outputDescriptor) : descriptor(outputDescriptor) {}
+
+        /// Ends the file here, where the callbacks are: the base would call them when they are gone.
+        ~Encoder() override { static_cast<void>(finish()); }
+
+        Encoder(const Encoder&) = delete;
+        Encoder& operator=(const Encoder&) = delete;
+
+        int error = 0; ///< errno of the first call that failed
+
+    private:
+        FLAC__StreamEncoderWriteStatus write_callback(const FLAC__byte bytes[], std::size_t count,
+                                                      std::uint32_t samples, std::uint32_t currentFrame) override;
+        FLAC__StreamEncoderSeekStatus seek_callback(FLAC__uint64 position) override;
+        FLAC__StreamEncoderTellStatus tell_callback(FLAC__uint64* position) override;
+
+        int descriptor;
+    };
+
+    void addComments(const Layout& layout, const Tags& tags);
+    void addPictures(const std::vector<Picture>& pictures);
+    void check(bool succeeded) const;
+
+    std::uint32_t slots;
+    std::uint32_t bits;
+    OutputFile file;
+    std::vector<std::unique_ptr<FLAC::Metadata::Prototype>>
+        blocks; ///< the encoder refers to them until it has finished
+    std::vector<std::string> leftOut;
+    Encoder encoder;
+    std::vector<std::int32_t> samples;
+};
+
+} // namespace tarn

@@ -1,0 +1,83 @@
+#pragma once
+
+namespace tarn
+{
+
+// What --help prints: one screen of 80 columns and 24 lines each. --help-all lists every option, and the manual has
+// all the rest.
+
+inline constexpr const char* kHelp = R"(Usage: tarn COMMAND [OPTIONS] ...
+
+Upmixes stereo to left, right and centre: the same bytes on every machine.
+
+Commands (tarn COMMAND --help says more):
+  upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
+  info INPUT...       say what files are and whether upmixing gains anything
+  demo [OUTPUT]       upmix a built-in scene and show what went where
+
+Examples:
+  tarn demo
+  tarn upmix song.flac song-3.0.wav
+  tarn info album/*.flac
+
+Exit codes:
+   0  done                             66  INPUT cannot be opened or read
+   1  done, but a second or more of    70  internal error, or a decoder crashed
+      INPUT is missing or damaged      73  OUTPUT cannot be created
+  64  wrong usage, or OUTPUT exists    74  reading or writing failed
+  65  INPUT cannot be upmixed
+Of several files, that of the first that failed, or else 1 if one is damaged.
+--version prints the version, --help-all every option; see also: man tarn
+)";
+
+inline constexpr const char* kUpmixHelp = R"(Usage: tarn upmix [OPTIONS] INPUT OUTPUT
+       tarn upmix [OPTIONS] --output-dir DIR INPUT...
+
+INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - is one in a pipe.
+OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
+
+  --layout NAME      3.0 (default), 5.1, 7.1, or slots8 with --remap FILE
+  --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
+  --rate HZ          sample rate; default: that of INPUT, or the next possible
+  --gain DB          -60 to 18              --loudness-match  as loud as INPUT
+  --mode N           1 follows changes fast (default), 2 is calmer
+  --bypass           plain stereo           --no-align   stay 960 frames late
+  --raw RATE:BITS    - is raw PCM of this format, such as 48000:16
+  --output-dir DIR   one output for each    -r, --recursive   folders as well
+  --format NAME      of these: wav or flac  -j, --jobs N      files at a time
+  --skip-existing    leave complete outputs --force      replace OUTPUT
+  --strict           refuse damaged INPUT   --json       print a report
+  --quiet            errors only            --help-all   every option
+
+  tarn upmix song.mp3 song-3.0.wav
+  tarn upmix --layout 5.1 --recursive --output-dir upmixed music
+man tarn-upmix describes layouts, matrices, tags, reports and streams.
+)";
+
+inline constexpr const char* kInfoHelp = R"(Usage: tarn info [OPTIONS] INPUT...
+
+Prints a line for every INPUT: name, length, format, rate, channels, and whether
+upmixing gains anything.
+
+  --verbose      figures of left against right, in all and for every octave
+  -j, --jobs N   files at a time, 1 (default) to 64
+  --json         print JSON instead of text
+  --quiet        no progress bar
+
+  tarn info -j 2 album/*.flac
+man tarn-info describes the verdicts, the figures and the JSON.
+)";
+
+inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]
+
+Upmixes a built-in scene and shows what went where. With OUTPUT, a .wav or .flac
+file, it writes the upmix there, and the stereo beside it: scene-stereo.wav.
+
+  --layout NAME  slots of OUTPUT: 3.0 (default) or 5.1
+  --force        replace the files if they exist
+
+  tarn demo
+  tarn demo scene.wav
+)";
+
+} // namespace tarn

@@ -1,0 +1,101 @@
+#include "cli/input_file.h"
+
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/text.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kStoreBytes = 65536;
+
+/// A new file without a name.
+Descriptor storage(const std::string& folder)
+{
+    std::string name = (std::filesystem::path(folder) / "tarn-XXXXXX").string();
+    Descriptor file(mkostemp(name.data(), O_CLOEXEC));
+    if (file.number() < 0)
+        throw Failure(EX_IOERR, folder + ": cannot store what comes through the pipe there: " + systemError(errno) +
+                                    "; set TMPDIR to a folder with room, or name a file in place of the pipe");
+    unlink(name.c_str());
+    return file;
+}
+
+/// Refuses a device, which could have no end; an empty one, such as /dev/null, is left to be found empty.
+void refuseDevice(const InputFile& file)
+{
+    char byte = 0;
+    if (read(file.descriptor.number(), &byte, 1) != 0)
+        throw Failure(EX_NOINPUT, file.name + ": is a device; name an audio file, or a pipe with one");
+}
+
+/// Stores a pipe to its end. Returns the file and its size.
+InputFile stored(const InputFile& pipe)
+{
+    std::error_code ignored;
+    std::filesystem::path folder = std::filesystem::temp_directory_path(ignored);
+    if (ignored) folder = "/tmp";
+    InputFile file{
+        .name = pipe.name, .descriptor = storage(folder.string()), .identity = pipe.identity, .fromPipe = true};
+    std::vector<char> bytes(kStoreBytes);
+    while (true) {
+        waitUntilReady(pipe.descriptor.number(), POLLIN);
+        const ssize_t got = read(pipe.descriptor.number(), bytes.data(), bytes.size());
+        if (got == 0) return file;
+        if (got < 0) {
+            if (errno == EINTR || errno == EAGAIN) continue;
+            throw Failure(EX_IOERR, pipe.name + ": reading failed: " + systemError(errno));
+        }
+        if (const int error = writeAll(file.descriptor.number(), bytes.data(), static_cast<std::size_t>(got)))
+            throw Failure(EX_IOERR, folder.string() +
+                                        ": cannot store what comes through the pipe there: " + systemError(error) +
+                                        "; set TMPDIR to a folder with room, or name a file in place of the pipe");
+        file.bytes += static_cast<std::uint64_t>(got);
+    }
+}
+
+} // namespace
+
+InputFile openInput(const std::string& path)
+{
+    const bool isStandardInput = path == "-";
+    InputFile file{.name = isStandardInput ? "standard input" : path, .descriptor = {}, .identity = {}};
+    // A named pipe without a writer would block here, where no signal could end it.
+    file.descriptor = Descriptor(isStandardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
+                                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.descriptor.number() < 0)
+        throw Failure(EX_NOINPUT, file.name + ": cannot be opened: " + systemError(errno) +
+                                      "; check the name and that you may read it");
+
+    struct stat status = {};
+    fstat(file.descriptor.number(), &status);
+    file.identity = {.device = status.st_dev, .inode = status.st_ino};
+    if (S_ISDIR(status.st_mode)) throw Failure(EX_NOINPUT, path + ": is a directory; name an audio file in it");
+    if (isatty(file.descriptor.number()) != 0)
+        throw Failure(EX_USAGE, file.name + ": is a terminal; pipe an audio file into it, or name a file");
+    if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) refuseDevice(file);
+    if (S_ISREG(status.st_mode)) {
+        file.bytes = static_cast<std::uint64_t>(status.st_size);
+    } else {
+        file = stored(file);
+    }
+    if (file.bytes == 0)
+        throw Failure(EX_DATAERR, file.name + ": is empty, 0 bytes; check " +
+                                      (file.fromPipe ? "the command before the pipe" : "where it comes from"));
+    return file;
+}
+
+} // namespace tarn

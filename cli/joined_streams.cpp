@@ -1,0 +1,86 @@
+#include "cli/joined_streams.h"
+
+#include "cli/file_bytes.h"
+#include "cli/mpeg_frames.h"
+
+#include <cstdint>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// The parts of a file that begin at these positions; what is before the first belongs to it.
+std::vector<ByteRange> partsFrom(const std::vector<std::uint64_t>& begins, std::uint64_t size)
+{
+    std::vector<ByteRange> parts{{.begin = 0, .end = size}};
+    for (std::size_t i = 1; i < begins.size(); ++i) {
+        parts.back().end = begins[i];
+        parts.push_back({.begin = begins[i], .end = size});
+    }
+    return parts;
+}
+
+} // namespace
+
+std::vector<ByteRange> oggLinks(int descriptor)
+{
+    constexpr std::uint64_t kHeader = 27;
+    const FileBytes file(descriptor);
+    std::vector<std::uint64_t> begins;
+    bool inHeads = false; // the first pages of all streams of a link come together
+    for (std::uint64_t page = 0; page + kHeader <= file.size();) {
+        if (!file.marks(page, "OggS")) {
+            ++page;
+            continue;
+        }
+        const bool isFirstPage = (file.number(page + 5, 1, false) & 2) != 0;
+        if (isFirstPage && !inHeads) begins.push_back(page);
+        inHeads = isFirstPage;
+        const std::uint64_t table = page + kHeader;
+        const std::uint64_t segments = file.number(page + 26, 1, false);
+        page = table + segments;
+        for (std::uint64_t i = 0; i < segments; ++i) page += file.number(table + i, 1, false);
+    }
+    return partsFrom(begins, file.size());
+}
+
+std::vector<ByteRange> mpegParts(int descriptor)
+{
+    constexpr std::uint64_t kLeastFrames = 39; ///< about a second: an index may miscount by a few
+    const FileBytes file(descriptor);
+    std::vector<std::uint64_t> begins;
+    std::uint64_t indexed = 0; // frames that the last index declares
+    std::uint64_t walked = 0;  // frames since then
+    std::uint64_t overdue = 0; // position of the first frame that it has not counted
+    const auto begin = [&](std::uint64_t position) {
+        if (overdue != 0 && walked >= indexed + kLeastFrames) begins.push_back(overdue);
+        begins.push_back(position);
+        indexed = walked = overdue = 0;
+    };
+
+    for (std::uint64_t position = 0; position < file.size();) {
+        if (const std::uint64_t tag = file.id3v2Size(position)) {
+            position += tag;
+            continue;
+        }
+        const auto frame = mpegFrameAt(file, position);
+        if (!frame) {
+            position = nextMpegFrame(file, position + 1, file.size());
+            continue;
+        }
+        const auto declared = indexedFrames(file, position, *frame);
+        if (declared || begins.empty()) {
+            begin(position);
+            indexed = declared.value_or(0);
+        } else if (++walked == indexed + 1 && indexed > 0) {
+            overdue = position;
+        }
+        position += frame->bytes;
+    }
+    if (overdue != 0 && walked >= indexed + kLeastFrames) begins.push_back(overdue);
+    return partsFrom(begins, file.size());
+}
+
+} // namespace tarn

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "cli/decoder.h"
+#include "cli/file_window.h"
+
+#include <memory>
+#include <vector>
+
+#include <mpg123.h>
+
+namespace tarn
+{
+
+/// MPEG audio (MP3, MP2, MP1) by libmpg123, to its last frame whatever its header declares, without the delay and the
+/// padding of the encoder.
+class MpegDecoder final : public Decoder
+{
+public:
+    MpegDecoder(int descriptor, ByteRange part);
+
+    std::size_t read(double* samples, std::size_t frames) override;
+    std::string error() const override;
+
+private:
+    struct Closer
+    {
+        void operator()(mpg123_handle* opened) const noexcept { mpg123_delete(opened); }
+    };
+
+    FileWindow window;
+    std::unique_ptr<mpg123_handle, Closer> handle;
+    std::vector<float> decoded;
+    bool failed = false;
+};
+
+} // namespace tarn

@@ -1,0 +1,265 @@
+#include "cli/tags.h"
+#include "cli/text.h"
+#include "cli/utf8.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+
+#include <aifffile.h>
+#include <apetag.h>
+#include <attachedpictureframe.h>
+#include <flacpicture.h>
+#include <id3v1tag.h>
+#include <id3v2header.h>
+#include <id3v2tag.h>
+#include <mpegfile.h>
+#include <opusfile.h>
+#include <tfilestream.h>
+#include <unistd.h>
+#include <vorbisfile.h>
+#include <wavfile.h>
+#include <xiphcomment.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+using TagLib::ByteVector;
+using TagLib::String;
+using TagLib::StringList;
+
+/// Names of Vorbis comments for the texts that libsndfile reads.
+struct TextKind
+{
+    int number;
+    const char* name;
+};
+
+constexpr std::array<TextKind, 9> kTextKinds{{{SF_STR_TITLE, "TITLE"},
+                                              {SF_STR_COPYRIGHT, "COPYRIGHT"},
+                                              {SF_STR_ARTIST, "ARTIST"},
+                                              {SF_STR_COMMENT, "COMMENT"},
+                                              {SF_STR_DATE, "DATE"},
+                                              {SF_STR_ALBUM, "ALBUM"},
+                                              {SF_STR_LICENSE, "LICENSE"},
+                                              {SF_STR_TRACKNUMBER, "TRACKNUMBER"},
+                                              {SF_STR_GENRE, "GENRE"}}};
+
+/// Whether a text describes the stereo file and not the recording.
+bool describesTheFile(const String& name)
+{
+    constexpr std::array kPrefixes{"REPLAYGAIN_", "R128_",    "ENCODER",      "ENCODING",
+                                   "ITUNNORM",    "ITUNSMPB", "COMMENT:ITUN", "WAVEFORMATEXTENSIBLE_CHANNEL_MASK"};
+    return std::any_of(kPrefixes.begin(), kPrefixes.end(),
+                       [&name](const char* prefix) { return name.startsWith(prefix); });
+}
+
+/// Texts of ID3v1, which names no encoding.
+class UnknownEncoding final : public TagLib::ID3v1::StringHandler
+{
+public:
+    String parse(const ByteVector& data) const override
+    {
+        const std::string bytes(data.data(), data.size());
+        const std::string text = toUtf8(bytes.substr(0, bytes.find('\0')));
+        if (!isUtf8(bytes.substr(0, bytes.find('\0')))) converted = true;
+        return String(text, String::UTF8).stripWhiteSpace();
+    }
+
+    mutable bool converted = false;
+};
+
+/// Collects the tags of a file, the first of a name before those that come later.
+class Collector
+{
+public:
+    void add(const TagLib::PropertyMap& texts)
+    {
+        for (const auto& [name, values] : texts) {
+            StringList kept;
+            for (const String& value : values)
+                if (!value.isEmpty()) kept.append(value);
+            if (!kept.isEmpty() && !describesTheFile(name) && !tags.texts.contains(name)) tags.texts.insert(name, kept);
+        }
+    }
+
+    void addPicture(const TagLib::FLAC::Picture& picture)
+    {
+        tags.pictures.push_back({.kind = picture.type(),
+                                 .mimeType = picture.mimeType(),
+                                 .description = picture.description(),
+                                 .width = picture.width(),
+                                 .height = picture.height(),
+                                 .depth = picture.colorDepth(),
+                                 .colours = picture.numColors(),
+                                 .data = picture.data()});
+    }
+
+    void addId3v2(const TagLib::ID3v2::Tag* tag)
+    {
+        if (tag == nullptr) return;
+        add(tag->properties());
+        for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC"))
+            if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))
+                tags.pictures.push_back({.kind = picture->type(),
+                                         .mimeType = picture->mimeType(),
+                                         .description = picture->description(),
+                                         .data = picture->picture()});
+    }
+
+    /// Adds a block of Vorbis comments: length and name of the encoder, count, then length and text of every comment,
+    /// all in 32 bits.
+    void addVorbisComments(const ByteVector& block)
+    {
+        ByteVector repaired;
+        const auto number = [&block](std::size_t at) { return block.toUInt(static_cast<unsigned>(at), false); };
+        const auto append = [&repaired](const std::string& text) {
+            repaired.append(ByteVector::fromUInt(static_cast<unsigned>(text.size()), false));
+            repaired.append(ByteVector(text.data(), static_cast<unsigned>(text.size())));
+        };
+        const std::size_t end = block.size();
+        if (end < 8 || number(0) > end - 8) return;
+        append({});
+        std::size_t at = 4 + std::size_t{number(0)};
+        std::uint32_t count = 0;
+        std::vector<std::string> comments;
+        for (std::uint32_t left = number(at); left > 0 && end - at >= 8; --left) {
+            at += 4;
+            const std::size_t length = number(at);
+            if (length > end - at - 4) break;
+            const std::string bytes(block.data() + at + 4, length);
+            if (!isUtf8(bytes)) tags.converted = true;
+            comments.push_back(toUtf8(bytes));
+            at += length;
+            ++count;
+        }
+        repaired.append(ByteVector::fromUInt(count, false));
+        for (const std::string& comment : comments) append(comment);
+
+        TagLib::Ogg::XiphComment comment(repaired);
+        TagLib::PropertyMap texts = comment.properties();
+        // FFmpeg's name for it.
+        if (texts.contains("DESCRIPTION") && !texts.contains("COMMENT")) {
+            texts.insert("COMMENT", texts["DESCRIPTION"]);
+            texts.erase("DESCRIPTION");
+        }
+        add(texts);
+        for (const TagLib::FLAC::Picture* picture : comment.pictureList()) addPicture(*picture);
+    }
+
+    /// Adds what libsndfile has read, in whatever encoding.
+    void addStrings(SNDFILE* file)
+    {
+        TagLib::PropertyMap texts;
+        for (const auto& [number, name] : kTextKinds) {
+            const char* const bytes = sf_get_string(file, number);
+            if (bytes == nullptr || *bytes == '\0' || tags.texts.contains(name)) continue;
+            if (!isUtf8(bytes)) tags.converted = true;
+            texts.insert(name, StringList(String(toUtf8(bytes), String::UTF8)));
+        }
+        add(texts);
+    }
+
+    Tags tags;
+};
+
+/// The position behind an ID3v2 tag at the start of a file; 0 if there is none.
+long behindId3v2(TagLib::IOStream& stream)
+{
+    stream.seek(0);
+    const ByteVector head = stream.readBlock(TagLib::ID3v2::Header::size());
+    if (!head.startsWith(TagLib::ID3v2::Header::fileIdentifier())) return 0;
+    return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
+}
+
+/// Metadata blocks of FLAC: a byte with the type and the mark of the last one, 24 bits of size, the contents.
+void collectFlac(TagLib::IOStream& stream, Collector& collector)
+{
+    constexpr unsigned kVorbisComment = 4;
+    constexpr unsigned kPicture = 6;
+    stream.seek(behindId3v2(stream));
+    if (stream.readBlock(4) != "fLaC") return;
+    for (bool last = false; !last;) {
+        const ByteVector head = stream.readBlock(4);
+        if (head.size() < 4) return;
+        const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
+        last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
+        const unsigned size = head.toUInt(1, 3, true);
+        if (type != kVorbisComment && type != kPicture) {
+            stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
+            continue;
+        }
+        const ByteVector contents = stream.readBlock(size);
+        if (contents.size() < size) return;
+        if (type == kVorbisComment) collector.addVorbisComments(contents);
+        TagLib::FLAC::Picture picture;
+        if (type == kPicture && picture.parse(contents)) collector.addPicture(picture);
+    }
+}
+
+/// The second packet of an Ogg stream: a mark of its codec, then the comments.
+template <typename File>
+void collectOgg(TagLib::IOStream& stream, const char* mark, Collector& collector)
+{
+    File file(&stream, false);
+    const ByteVector packet = file.isValid() ? file.packet(1) : ByteVector();
+    if (packet.startsWith(mark)) collector.addVorbisComments(packet.mid(ByteVector(mark).size()));
+}
+
+void collectMpeg(TagLib::IOStream& stream, Collector& collector)
+{
+    static const UnknownEncoding kHandler;
+    kHandler.converted = false;
+    TagLib::ID3v1::Tag::setStringHandler(&kHandler);
+    TagLib::MPEG::File file(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
+    if (!file.isValid()) return;
+    collector.addId3v2(file.hasID3v2Tag() ? file.ID3v2Tag() : nullptr);
+    if (file.hasAPETag()) collector.add(file.APETag()->properties());
+    if (file.hasID3v1Tag()) collector.add(file.ID3v1Tag()->properties());
+    collector.tags.converted = kHandler.converted;
+}
+
+} // namespace
+
+Tags readTags(int descriptor, SNDFILE* file, int format)
+{
+    Collector collector;
+    // The stream closes its descriptor.
+    TagLib::FileStream stream(dup(descriptor), true);
+    if (!stream.isOpen()) return {};
+    switch (format & SF_FORMAT_TYPEMASK) {
+    case SF_FORMAT_FLAC:
+        collectFlac(stream, collector);
+        break;
+    case SF_FORMAT_OGG:
+        if ((format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
+            collectOgg<TagLib::Ogg::Opus::File>(stream, "OpusTags", collector);
+        } else {
+            collectOgg<TagLib::Ogg::Vorbis::File>(stream, "\3vorbis", collector);
+        }
+        break;
+    case SF_FORMAT_MPEG:
+        collectMpeg(stream, collector);
+        break;
+    case SF_FORMAT_AIFF:
+        collector.addId3v2(TagLib::RIFF::AIFF::File(&stream, false).tag());
+        collector.addStrings(file);
+        break;
+    case SF_FORMAT_WAV:
+    case SF_FORMAT_WAVEX: {
+        const TagLib::RIFF::WAV::File wave(&stream, false);
+        collector.addId3v2(wave.hasID3v2Tag() ? wave.ID3v2Tag() : nullptr);
+        collector.addStrings(file);
+        break;
+    }
+    default:
+        collector.addStrings(file);
+    }
+    return collector.tags;
+}
+
+} // namespace tarn

@@ -1,0 +1,117 @@
+#include "cli/resampled_source.h"
+
+#include "cli/interrupt.h"
+#include "cli/progress.h"
+#include "cli/text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kChannels = 2;
+constexpr std::size_t kChunkFrames = 4096;
+constexpr std::uint32_t kLeastBits = 24; ///< of the result, whose samples are not those of the source
+
+} // namespace
+
+ResampledSource::ResampledSource(std::unique_ptr<AudioSource> inner, std::uint32_t rateHz)
+    : source(std::move(inner)),
+      rate(rateHz),
+      sourceRate(source->format().sampleRate),
+      bits(std::max(source->format().bits, kLeastBits)),
+      taken(kChannels * kChunkFrames),
+      waiting(kChannels * kChunkFrames)
+{
+    begin();
+}
+
+void ResampledSource::begin()
+{
+    const soxr_io_spec_t samples = soxr_io_spec(SOXR_FLOAT64_I, SOXR_FLOAT64_I);
+    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, 0);
+    converter.reset(soxr_create(sourceRate, rate, kChannels, nullptr, &samples, &quality, nullptr));
+    if (converter == nullptr) throw std::bad_alloc();
+    waitingFrom = waitingFrames = 0;
+    sourceEnded = false;
+    sourceFrames = given = 0;
+}
+
+void ResampledSource::rewind()
+{
+    source->rewind();
+    begin();
+}
+
+std::optional<std::uint64_t> ResampledSource::expectedFrames() const noexcept
+{
+    const auto frames = source->expectedFrames();
+    return frames ? std::optional(framesAtRate(*frames, sourceRate, rate)) : std::nullopt;
+}
+
+std::vector<std::string> ResampledSource::prepare(bool showProgress)
+{
+    std::vector<std::string> notes = source->prepare(showProgress);
+    notes.push_back("converted from " + std::to_string(sourceRate) + " to " + std::to_string(rate) + " Hz");
+    if (!canRewind()) return notes;
+
+    Progress progress("finding the peak", expectedFrames(), rate, showProgress);
+    double peak = 0.0;
+    converted.resize(kChannels * kChunkFrames);
+    while (const std::size_t frames = convert(converted.data(), kChunkFrames)) {
+        throwIfInterrupted();
+        for (std::size_t i = 0; i < frames * kChannels; ++i) peak = std::max(peak, std::abs(converted[i]));
+        progress.advance(frames);
+    }
+    rewind();
+    if (peak > 1.0) {
+        gain = 1.0 / peak;
+        notes.back() += formatted(", which raises its peak above full scale: scaled down by %.2f dB", decibels(peak));
+    }
+    return notes;
+}
+
+/// Converts frames: as many as there should be of what was read, and all of them.
+std::size_t ResampledSource::convert(double* stereo, std::size_t capacity)
+{
+    while (true) {
+        if (waitingFrom == waitingFrames && !sourceEnded) {
+            waitingFrom = 0;
+            waitingFrames = source->read(taken.data(), kChunkFrames);
+            sourceFrames += waitingFrames;
+            sourceEnded = waitingFrames == 0;
+            for (std::size_t i = 0; i < kChannels * waitingFrames; ++i) waiting[i] = taken[i] * 0x1p-31;
+        }
+        std::size_t used = 0;
+        std::size_t made = 0;
+        soxr_process(converter.get(), sourceEnded ? nullptr : waiting.data() + kChannels * waitingFrom,
+                     waitingFrames - waitingFrom, &used, stereo, capacity, &made);
+        waitingFrom += used;
+        if (sourceEnded) {
+            // The converter may round the length the other way.
+            const std::uint64_t left = framesAtRate(sourceFrames, sourceRate, rate) - given;
+            if (made == 0) {
+                made = static_cast<std::size_t>(std::min<std::uint64_t>(left, capacity));
+                std::fill_n(stereo, kChannels * made, 0.0);
+            }
+            made = static_cast<std::size_t>(std::min<std::uint64_t>(made, left));
+        }
+        given += made;
+        if (made > 0 || sourceEnded) return made;
+    }
+}
+
+std::size_t ResampledSource::read(std::int32_t* stereo, std::size_t capacity)
+{
+    converted.resize(kChannels * capacity);
+    const std::size_t frames = convert(converted.data(), capacity);
+    for (std::size_t i = 0; i < kChannels * frames; ++i) stereo[i] = fromFullScale(converted[i] * gain);
+    return frames;
+}
+
+} // namespace tarn

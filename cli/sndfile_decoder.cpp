@@ -1,0 +1,57 @@
+#include "cli/sndfile_decoder.h"
+
+#include "cli/text.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace tarn
+{
+
+namespace
+{
+
+FileWindow& windowOf(void* data)
+{
+    return *static_cast<FileWindow*>(data);
+}
+
+constexpr SF_VIRTUAL_IO kCalls{
+    .get_filelen = [](void* data) { return static_cast<sf_count_t>(windowOf(data).size()); },
+    .seek = [](sf_count_t offset, int whence, void* data) -> sf_count_t { return windowOf(data).seek(offset, whence); },
+    .read = [](void* to, sf_count_t count, void* data) -> sf_count_t {
+        return static_cast<sf_count_t>(
+            windowOf(data).read(to, static_cast<std::size_t>(std::max<sf_count_t>(count, 0))));
+    },
+    .write = [](const void* /*from*/, sf_count_t /*count*/, void* /*data*/) -> sf_count_t { return 0; },
+    .tell = [](void* data) { return static_cast<sf_count_t>(windowOf(data).position()); },
+};
+
+} // namespace
+
+SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, part)
+{
+    SF_VIRTUAL_IO calls = kCalls;
+    file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));
+    if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
+}
+
+std::size_t SndfileDecoder::read(std::int32_t* samples, std::size_t frames)
+{
+    const sf_count_t count = sf_readf_int(file.get(), samples, static_cast<sf_count_t>(frames));
+    return static_cast<std::size_t>(std::max<sf_count_t>(count, 0));
+}
+
+std::size_t SndfileDecoder::read(double* samples, std::size_t frames)
+{
+    const sf_count_t count = sf_readf_double(file.get(), samples, static_cast<sf_count_t>(frames));
+    return static_cast<std::size_t>(std::max<sf_count_t>(count, 0));
+}
+
+std::string SndfileDecoder::error() const
+{
+    if (window.error() != 0) return systemError(window.error());
+    return sf_error(file.get()) == SF_ERR_NO_ERROR ? std::string() : sf_strerror(file.get());
+}
+
+} // namespace tarn

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "cli/decoder.h"
+#include "cli/file_window.h"
+
+#include <memory>
+
+#include <sndfile.h>
+
+namespace tarn
+{
+
+/// All that libsndfile reads.
+class SndfileDecoder final : public Decoder
+{
+public:
+    SndfileDecoder(int descriptor, ByteRange part);
+
+    std::size_t read(std::int32_t* samples, std::size_t frames) override;
+    std::size_t read(double* samples, std::size_t frames) override;
+    std::string error() const override;
+
+    /// For what libsndfile tells beyond the audio.
+    SNDFILE* handle() const noexcept { return file.get(); }
+
+private:
+    struct Closer
+    {
+        void operator()(SNDFILE* opened) const noexcept { sf_close(opened); }
+    };
+
+    FileWindow window;
+    std::unique_ptr<SNDFILE, Closer> file;
+};
+
+} // namespace tarn

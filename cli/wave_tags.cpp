@@ -1,0 +1,114 @@
+#include "cli/wave_tags.h"
+
+#include "cli/output_file.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+
+#include <attachedpictureframe.h>
+#include <id3v2tag.h>
+#include <infotag.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+using TagLib::ByteVector;
+
+/// RIFF INFO's names. Programs do not agree on that of the track number.
+struct InfoName
+{
+    const char* name;
+    const char* info;
+};
+
+constexpr std::array<InfoName, 10> kInfoNames{{{"TITLE", "INAM"},
+                                               {"ARTIST", "IART"},
+                                               {"ALBUM", "IPRD"},
+                                               {"DATE", "ICRD"},
+                                               {"TRACKNUMBER", "ITRK"},
+                                               {"TRACKNUMBER", "IPRT"},
+                                               {"GENRE", "IGNR"},
+                                               {"COMMENT", "ICMT"},
+                                               {"COPYRIGHT", "ICOP"},
+                                               {"COMPOSER", "IMUS"}}};
+
+ByteVector infoList(const TagLib::PropertyMap& texts)
+{
+    TagLib::RIFF::Info::Tag tag;
+    for (const auto& [name, info] : kInfoNames)
+        if (const auto found = texts.find(name); found != texts.end())
+            tag.setFieldText(info, found->second.toString("; "));
+    return tag.render();
+}
+
+ByteVector id3v2Tag(const Tags& tags, std::vector<std::string>& leftOut)
+{
+    TagLib::ID3v2::Tag tag;
+    const TagLib::PropertyMap refused = tag.setProperties(tags.texts);
+    for (const auto& [name, values] : refused) leftOut.push_back("WAV has no place for the tag " + name.to8Bit(true));
+    for (const Picture& picture : tags.pictures) {
+        auto frame = std::make_unique<TagLib::ID3v2::AttachedPictureFrame>();
+        frame->setTextEncoding(TagLib::String::UTF8);
+        frame->setType(static_cast<TagLib::ID3v2::AttachedPictureFrame::Type>(picture.kind));
+        frame->setMimeType(picture.mimeType);
+        frame->setDescription(picture.description);
+        frame->setPicture(picture.data);
+        tag.addFrame(frame.release());
+    }
+    return tag.isEmpty() ? ByteVector() : tag.render();
+}
+
+/// A chunk: name, size in 32 bits, contents, padded to an even size.
+ByteVector chunk(const char* name, const ByteVector& contents)
+{
+    ByteVector bytes(name, 4);
+    bytes.append(ByteVector::fromUInt(contents.size(), false));
+    bytes.append(contents);
+    if (contents.size() % 2 != 0) bytes.append('\0');
+    return bytes;
+}
+
+/// Writes the size of the whole file into its header: 32 bits of RIFF, or 64 bits of RF64's first chunk.
+int writeRiffSize(int descriptor, bool isRf64, std::uint64_t fileSize)
+{
+    const std::uint64_t size = fileSize - 8;
+    const ByteVector bytes = isRf64 ? ByteVector::fromLongLong(static_cast<long long>(size), false)
+                                    : ByteVector::fromUInt(static_cast<unsigned>(size), false);
+    constexpr off_t kRiffSize = 4;
+    constexpr off_t kRf64Size = 20;
+    const ssize_t written = pwrite(descriptor, bytes.data(), bytes.size(), isRf64 ? kRf64Size : kRiffSize);
+    return written == static_cast<ssize_t>(bytes.size()) ? 0 : written < 0 ? errno : EIO;
+}
+
+} // namespace
+
+int appendTags(int descriptor, const Tags& tags, std::vector<std::string>& leftOut)
+{
+    ByteVector chunks;
+    if (const ByteVector info = infoList(tags.texts); !info.isEmpty()) chunks.append(chunk("LIST", info));
+    if (const ByteVector id3v2 = id3v2Tag(tags, leftOut); !id3v2.isEmpty()) chunks.append(chunk("id3 ", id3v2));
+    if (chunks.isEmpty()) return 0;
+
+    std::array<char, 4> mark{};
+    if (pread(descriptor, mark.data(), mark.size(), 0) != static_cast<ssize_t>(mark.size())) return errno;
+    const bool isRf64 = std::string_view(mark.data(), mark.size()) == "RF64";
+    off_t end = lseek(descriptor, 0, SEEK_END);
+    if (end < 0) return errno;
+    if (end % 2 != 0) chunks = ByteVector("\0", 1) + chunks;
+    const std::uint64_t size = static_cast<std::uint64_t>(end) + chunks.size();
+    if (!isRf64 && size > UINT32_MAX) {
+        leftOut.push_back("WAV of 4 GiB has no room for tags");
+        return 0;
+    }
+    if (const int error = writeAll(descriptor, chunks.data(), chunks.size()); error != 0) return error;
+    return writeRiffSize(descriptor, isRf64, size);
+}
+
+} // namespace tarn

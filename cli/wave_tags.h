@@ -1,0 +1,19 @@
+#pragma once
+
+#include "cli/tags.h"
+
+#include <string>
+#include <vector>
+
+namespace tarn
+{
+
+/// Appends the tags to a complete WAVE or RF64 file: a LIST chunk with the texts that RIFF INFO has names for, and an
+/// ID3v2 tag with all of them and the pictures.
+///
+/// descriptor  open for reading and writing
+/// leftOut     gets a sentence for everything that has no place
+/// Returns 0, or the errno of the call that failed.
+int appendTags(int descriptor, const Tags& tags, std::vector<std::string>& leftOut);
+
+} // namespace tarn

@@ -1,0 +1,192 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+#include "tests/cli/engine_output.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+// Inputs that are cut short or damaged: what can be decoded is upmixed, and the command says what is missing.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int kFlac16 = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+constexpr unsigned kRate = 48000;
+
+/// The same with another number of frames in the first metadata block of FLAC: the last 36 bits before the checksum.
+std::string withUnknownLength(std::string flac)
+{
+    flac[21] = static_cast<char>(flac[21] & 0xf0);
+    flac.replace(22, 4, 4, '\0');
+    return flac;
+}
+
+std::string withBitFlipped(std::string bytes, std::size_t position)
+{
+    bytes[position] = static_cast<char>(bytes[position] ^ 0x10);
+    return bytes;
+}
+
+} // namespace
+
+class Damage : public CommandTest
+{
+protected:
+    /// Upmixes a damaged input to out.wav, and without tolerance to nothing.
+    Result upmix(const std::string& input, int exitCode) const
+    {
+        const Result strict = tarn({"upmix", "--force", "--strict", input, "strict.wav"});
+        EXPECT_EQ(strict.exitCode, 65) << strict.errors;
+        EXPECT_NE(strict.errors.find("tarn: " + input + ": is cut short or damaged: "), std::string::npos)
+            << strict.errors;
+        EXPECT_FALSE(std::filesystem::exists(at("strict.wav")));
+        Result result = tarn({"upmix", "--force", input, "out.wav"});
+        EXPECT_EQ(result.exitCode, exitCode) << result.errors;
+        return result;
+    }
+
+    static void expectSaid(const Result& result, const std::string& text)
+    {
+        EXPECT_NE(result.errors.find("is cut short or damaged: " + text), std::string::npos) << result.errors;
+        EXPECT_NE(result.errors.find("; the rest is upmixed\n"), std::string::npos) << result.errors;
+    }
+
+    void cut(const std::string& name, std::uintmax_t bytes) const { std::filesystem::resize_file(at(name), bytes); }
+};
+
+TEST_F(Damage, OfLessThanASecondIsAWarning)
+{
+    const Samples stereo = stereoNoise(9000, 16);
+    for (const auto& [name, format, frameBytes] : std::vector<std::tuple<std::string, int, std::uintmax_t>>{
+             {"in.wav", kWave16, 4},
+             {"in.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 4},
+             {"in.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16, 4},
+             {"in.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 4},
+             {"in.au", SF_FORMAT_AU | SF_FORMAT_PCM_16, 4},
+         }) {
+        writeAudio(at(name), format, static_cast<int>(kRate), 2, stereo);
+        cut(name, std::filesystem::file_size(at(name)) - frameBytes * 700 + 1);
+        expectSaid(upmix(name, 0), "it declares 9000 frames and has 8300; 0.015 seconds are missing");
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput({stereo.begin(), stereo.begin() + 2 * 8300}, {}))
+            << name;
+    }
+}
+
+TEST_F(Damage, OfASecondOrMoreIsToldByTheExitCode)
+{
+    const Samples stereo = stereoNoise(2 * kRate, 16);
+    writeAudio(at("in.wav"), kWave16, static_cast<int>(kRate), 2, stereo);
+    cut("in.wav", 44 + 4 * kRate);
+    expectSaid(upmix("in.wav", 1), "it declares 96000 frames and has 48000; 1.000 seconds are missing");
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput({stereo.begin(), stereo.begin() + 2 * kRate}, {}));
+    EXPECT_NE(tarn({"upmix", "--quiet", "--force", "in.wav", "out.wav"}).errors, "") << "the reason for the exit code";
+
+    const Result report = tarn({"upmix", "--json", "--force", "in.wav", "out.wav"});
+    const auto loss = nlohmann::json::parse(report.output)["loss"];
+    EXPECT_EQ(loss["seconds"], 1.0);
+    EXPECT_EQ(loss["message"],
+              "is cut short or damaged: it declares 96000 frames and has 48000; 1.000 seconds are missing");
+
+    cut("in.wav", 44 + 4 * kRate + 4);
+    upmix("in.wav", 0);
+}
+
+TEST_F(Damage, OfAllTheAudioIsRefused)
+{
+    writeAudio(at("in.wav"), kWave16, static_cast<int>(kRate), 2, stereoNoise(9000, 16));
+    cut("in.wav", 44);
+    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 65);
+    EXPECT_NE(result.errors.find("in.wav: holds no audio: 0 frames"), std::string::npos) << result.errors;
+    EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
+}
+
+TEST_F(Damage, OfOneFlacFrameBecomesSilenceAndTheRestKeepsItsPlace)
+{
+    const Samples stereo = stereoNoise(3 * kRate, 16);
+    writeAudio(at("in.flac"), kFlac16, static_cast<int>(kRate), 2, stereo);
+    const std::string flac = bytesOf(at("in.flac"));
+    for (const std::string& good : {flac, withUnknownLength(flac)}) {
+        writeBytes(at("bad.flac"), withBitFlipped(good, good.size() / 2));
+        const Result result = upmix("bad.flac", 0);
+        expectSaid(result, "");
+        EXPECT_NE(result.errors.find("frames are damaged and become silence; 0."), std::string::npos) << result.errors;
+        const Samples output = readAudio(at("out.wav")).samples;
+        const Samples whole = engineOutput(stereo, {});
+        ASSERT_EQ(output.size(), whole.size());
+        // All but what the silence and the steering behind it change.
+        EXPECT_TRUE(std::equal(output.begin(), output.begin() + 3 * kRate, whole.begin()));
+        std::size_t same = 0;
+        for (std::size_t i = output.size() - 3 * kRate; i < output.size(); ++i) same += output[i] == whole[i] ? 1u : 0u;
+        EXPECT_GT(same, 3 * kRate * 9 / 10);
+    }
+}
+
+TEST_F(Damage, OfOneVorbisPageBecomesSilenceAndTheRestKeepsItsPlace)
+{
+    const Samples stereo = stereoNoise(6 * kRate, 16);
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereo);
+    const std::string ogg = bytesOf(at("in.ogg"));
+    ASSERT_EQ(tarn({"upmix", "--bypass", "in.ogg", "whole.wav"}).exitCode, 0);
+    writeBytes(at("bad.ogg"), withBitFlipped(ogg, ogg.size() / 2));
+    const Result result = tarn({"upmix", "--bypass", "bad.ogg", "out.wav"});
+    EXPECT_NE(result.errors.find("frames are damaged and become silence"), std::string::npos) << result.errors;
+    const Samples output = readAudio(at("out.wav")).samples;
+    const Samples whole = readAudio(at("whole.wav")).samples;
+    ASSERT_EQ(output.size(), whole.size());
+    EXPECT_TRUE(std::equal(output.begin(), output.begin() + 3 * kRate, whole.begin()));
+    EXPECT_TRUE(std::equal(output.end() - 3 * kRate, output.end(), whole.end() - 3 * kRate));
+}
+
+TEST_F(Damage, OfFlacThatEndsEarlyIsFoundWithAndWithoutADeclaredLength)
+{
+    writeAudio(at("whole.flac"), kFlac16, static_cast<int>(kRate), 2, stereoNoise(4 * kRate, 16));
+    const std::string flac = bytesOf(at("whole.flac"));
+    for (const std::size_t percent : {30u, 50u, 90u}) {
+        writeBytes(at("in.flac"), flac.substr(0, flac.size() * percent / 100));
+        upmix("in.flac", percent == 90 ? 0 : 1);
+        writeBytes(at("in.flac"), withUnknownLength(flac).substr(0, flac.size() * percent / 100));
+        EXPECT_NE(upmix("in.flac", 1).errors.find("it ends inside a frame; how much is missing is not known"),
+                  std::string::npos);
+    }
+    writeBytes(at("in.flac"), withUnknownLength(flac));
+    EXPECT_EQ(tarn({"upmix", "--force", "--strict", "in.flac", "out.wav"}).exitCode, 0) << "complete";
+}
+
+TEST_F(Damage, OfLossyFilesIsFound)
+{
+    for (const auto& [name, format] : std::vector<std::pair<std::string, int>>{
+             {"in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+             {"in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+             {"in.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},
+         }) {
+        writeAudio(at(name), format, static_cast<int>(kRate), 2, stereoNoise(4 * kRate, 16));
+        cut(name, std::filesystem::file_size(at(name)) / 2);
+        upmix(name, 1);
+        const auto frames = static_cast<std::size_t>(readAudio(at("out.wav")).info.frames);
+        EXPECT_GT(frames, kRate * 9 / 10) << name; // a page of Ogg can hold a second
+        EXPECT_LT(frames, 5 * kRate / 2) << name;
+    }
+}
+
+TEST_F(Damage, OfOneFileOfManyIsToldByTheExitCode)
+{
+    writeAudio(at("a.wav"), kWave16, static_cast<int>(kRate), 2, stereoNoise(2 * kRate, 16));
+    writeAudio(at("b.wav"), kWave16, static_cast<int>(kRate), 2, stereoNoise(2 * kRate, 16));
+    cut("a.wav", 44 + 4 * 1000);
+    const Result result = tarn({"upmix", "--output-dir", "out", "--json", "a.wav", "b.wav"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(readAudio(at("out/a-3.0.wav")).info.frames, 1000);
+    EXPECT_EQ(readAudio(at("out/b-3.0.wav")).info.frames, 2 * kRate);
+    const auto report = nlohmann::json::parse(result.output);
+    EXPECT_EQ(report["failed"], 0);
+    EXPECT_TRUE(report["files"][0].contains("loss"));
+    EXPECT_FALSE(report["files"][1].contains("loss"));
+}
+
+} // namespace tarn_cli

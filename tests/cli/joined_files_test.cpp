@@ -1,0 +1,152 @@
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <cmath>
+
+// Files that consist of several streams, one after the other, and streams whose header does not know their length.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+constexpr int kVorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
+constexpr int kOpus = SF_FORMAT_OGG | SF_FORMAT_OPUS;
+constexpr int kMp3 = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
+
+/// A page of Ogg with its checksum: a CRC of 32 bits that begins with zero, over the page without it.
+std::string withChecksum(std::string page)
+{
+    page.replace(22, 4, 4, '\0');
+    std::uint32_t crc = 0;
+    for (const char c : page) {
+        crc ^= static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << 24;
+        for (int bit = 0; bit < 8; ++bit) crc = crc << 1 ^ ((crc >> 31) != 0 ? 0x04c11db7u : 0u);
+    }
+    for (unsigned i = 0; i < 4; ++i) page[22 + i] = static_cast<char>(crc >> (8 * i));
+    return page;
+}
+
+} // namespace
+
+class JoinedFiles : public CommandTest
+{
+protected:
+    void writeNoise(const std::string& name, int format, std::size_t frames, unsigned seed, int rate = 48000) const
+    {
+        writeAudio(at(name), format, rate, 2, stereoNoise(frames, 16, seed));
+    }
+
+    void join(const std::string& name, const std::vector<std::string>& parts) const
+    {
+        std::string bytes;
+        for (const std::string& part : parts) bytes += bytesOf(at(part));
+        writeBytes(at(name), bytes);
+    }
+
+    /// What decoding gives of a file with one stream.
+    std::vector<float> decoded(const std::string& name) const { return readFloats(at(name)); }
+};
+
+TEST_F(JoinedFiles, AreReadToTheEndOfTheLast)
+{
+    for (const auto& [extension, format] :
+         std::vector<std::pair<std::string, int>>{{".ogg", kVorbis}, {".opus", kOpus}, {".mp3", kMp3}}) {
+        const std::string first = "a" + extension;
+        const std::string second = "b" + extension;
+        const std::string joined = "ab" + extension;
+        writeNoise(first, format, 60000, 1);
+        writeNoise(second, format, 50000, 2);
+        join(joined, {first, second});
+
+        // Bypassed, the upmix is the decoded stereo, scaled by one gain.
+        const Result result = tarn({"upmix", "--force", "--bits", "32", "--bypass", joined, "out.wav"});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("cut short"), std::string::npos) << result.errors;
+        std::vector<float> expected = decoded(first);
+        const std::vector<float> rest = decoded(second);
+        expected.insert(expected.end(), rest.begin(), rest.end());
+        const Samples output = readAudio(at("out.wav")).samples;
+        ASSERT_EQ(output.size() / 3, expected.size() / 2) << joined;
+
+        double peak = 1.0;
+        for (const float sample : expected) peak = std::max(peak, std::abs(static_cast<double>(sample)));
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            const double exact = std::round(static_cast<double>(expected[i]) * (1.0 / peak) * 0x1p31);
+            ASSERT_EQ(output[i / 2 * 3 + i % 2], static_cast<std::int32_t>(std::min(exact, 0x1p31 - 1.0)))
+                << joined << " " << i;
+        }
+    }
+}
+
+TEST_F(JoinedFiles, WithAnotherRateKeepWhatFitsAndSaySo)
+{
+    writeNoise("a.ogg", kVorbis, 96000, 1);
+    writeNoise("b.ogg", kVorbis, 88200, 2, 44100);
+    join("ab.ogg", {"a.ogg", "b.ogg"});
+    const Result result = tarn({"upmix", "ab.ogg", "out.wav"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.errors.find("1 of its 2 joined streams have another rate, other channels or no audio and are left "
+                                 "out; 1.837 seconds are missing"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 96000);
+}
+
+TEST_F(JoinedFiles, OfMpegAudioWithoutAnIndexAreReadToTheEnd)
+{
+    // Quiet, then loud, at a variable bit rate: what the first frames promise is far too short.
+    ASSERT_EQ(shell("ffmpeg -v error -f lavfi -i 'sine=d=4:r=44100' -f lavfi -i 'anoisesrc=d=4:r=44100:a=0.3' "
+                    "-filter_complex '[0][1]concat=v=0:a=1' -ac 2 -q:a 5 -write_xing 0 in.mp3")
+                  .exitCode,
+              0);
+    const Result result = tarn({"upmix", "in.mp3", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    const auto frames = readAudio(at("out.wav")).info.frames;
+    EXPECT_GE(frames, 8 * 44100);
+    EXPECT_LT(frames, 8 * 44100 + 3 * 1152);
+}
+
+TEST_F(JoinedFiles, OfVorbisWithAudioOnThePageOfItsHeadersLoseNothing)
+{
+    writeNoise("a.ogg", kVorbis, 60000, 1);
+    // The page of the last header and the first page with audio, made into one: what some encoders write.
+    const std::string ogg = bytesOf(at("a.ogg"));
+    const std::size_t second = ogg.find("OggS", 4);
+    const std::size_t third = ogg.find("OggS", second + 4);
+    const std::size_t fourth = ogg.find("OggS", third + 4);
+    const auto segments = [&ogg](std::size_t page) { return static_cast<unsigned char>(ogg[page + 26]); };
+    ASSERT_LE(segments(second) + segments(third), 255);
+    std::string joined = ogg.substr(second, 27);
+    joined.replace(6, 8, ogg.substr(third + 6, 8)); // the position of the last packet
+    joined[26] = static_cast<char>(segments(second) + segments(third));
+    for (const std::size_t page : {second, third}) joined += ogg.substr(page + 27, segments(page));
+    joined += ogg.substr(second + 27 + segments(second), third - second - 27 - segments(second));
+    joined += ogg.substr(third + 27 + segments(third), fourth - third - 27 - segments(third));
+    std::string bytes = ogg.substr(0, second) + withChecksum(joined);
+    // The pages behind have numbers that are smaller by one.
+    for (std::size_t page = fourth; page < ogg.size();) {
+        const std::size_t next = std::min(ogg.find("OggS", page + 4), ogg.size());
+        std::string moved = ogg.substr(page, next - page);
+        moved[18] = static_cast<char>(moved[18] - 1);
+        bytes += withChecksum(moved);
+        page = next;
+    }
+    writeBytes(at("b.ogg"), bytes);
+    ASSERT_EQ(tarn({"upmix", "a.ogg", "a.wav"}).exitCode, 0);
+    const Result result = tarn({"upmix", "b.ogg", "b.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors.find("cut short"), std::string::npos) << result.errors;
+    EXPECT_TRUE(readAudio(at("b.wav")).samples == readAudio(at("a.wav")).samples);
+}
+
+TEST_F(JoinedFiles, OfMpegAudioMakeNoWarningOfTheDecoder)
+{
+    writeNoise("a.mp3", kMp3, 60000, 1);
+    join("ab.mp3", {"a.mp3", "a.mp3"});
+    EXPECT_EQ(tarn({"upmix", "--quiet", "ab.mp3", "out.wav"}).errors, "");
+    EXPECT_EQ(tarn({"info", "--quiet", "ab.mp3"}).errors, "");
+}
+
+} // namespace tarn_cli

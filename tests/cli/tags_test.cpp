@@ -1,0 +1,436 @@
+#include "cli/wave_tags.h"
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <apetag.h>
+#include <attachedpictureframe.h>
+#include <flacfile.h>
+#include <id3v2tag.h>
+#include <mpegfile.h>
+#include <tpropertymap.h>
+#include <vorbisfile.h>
+#include <wavfile.h>
+#include <xiphcomment.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+// What becomes of the tags, pictures and the broadcast extension of an input.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int kFlac16 = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+constexpr int kVorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
+constexpr int kMp3 = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
+
+using TagLib::ByteVector;
+using TagLib::String;
+
+String utf8(const std::string& text)
+{
+    return {text, String::UTF8};
+}
+
+/// The bytes of a picture, which nothing decodes.
+ByteVector pictureBytes()
+{
+    return ByteVector("\x89PNG").append(ByteVector(5000, 'p'));
+}
+
+/// Texts as people's collections have them, beyond the few that every format knows.
+TagLib::PropertyMap richTexts()
+{
+    TagLib::PropertyMap texts;
+    for (const auto& [name, value] : std::vector<std::pair<const char*, const char*>>{
+             {"TITLE", "A title"},
+             {"ALBUMARTIST", "\xc3\x84n album artist"},
+             {"COMPOSER", "A composer"},
+             {"DISCNUMBER", "2/3"},
+             {"TRACKNUMBER", "7/12"},
+             {"DATE", "2024-05-06"},
+             {"ISRC", "DEXX12400001"},
+             {"LYRICS", "Line one\nLine two"},
+             {"COMMENT", "A comment"},
+             {"MUSICBRAINZ_ALBUMID", "0ce1a4c4-9a5d-4b2b-8a1a-3d8f0c9d1b11"},
+             {"MUSICBRAINZ_TRACKID", "1ce1a4c4-9a5d-4b2b-8a1a-3d8f0c9d1b12"},
+         })
+        texts.insert(name, utf8(value));
+    texts.insert("ARTIST", TagLib::StringList(utf8("First")).append(utf8("Second")));
+    return texts;
+}
+
+} // namespace
+
+/// Tags that a file is written with, and read again.
+class Tags : public CommandTest
+{
+protected:
+    using Texts = std::vector<std::pair<int, std::string>>;
+
+    void writeTagged(const std::string& name, int format, const Texts& texts) const
+    {
+        SF_INFO info{};
+        info.samplerate = 48000;
+        info.channels = 2;
+        info.format = format;
+        SNDFILE* const file = sf_open(at(name).c_str(), SFM_WRITE, &info);
+        ASSERT_NE(file, nullptr);
+        for (const auto& [kind, text] : texts) sf_set_string(file, kind, text.c_str());
+        const Samples stereo = stereoNoise(5000, 16);
+        sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
+        ASSERT_EQ(sf_close(file), 0);
+    }
+
+    void expectTags(const std::string& name, const Texts& texts) const
+    {
+        SF_INFO info{};
+        SNDFILE* const file = sf_open(at(name).c_str(), SFM_READ, &info);
+        ASSERT_NE(file, nullptr) << name;
+        for (const auto& [kind, text] : texts) {
+            const char* const carried = sf_get_string(file, kind);
+            EXPECT_EQ(carried == nullptr ? "(none)" : std::string(carried), text) << name << ", kind " << kind;
+        }
+        sf_close(file);
+    }
+
+    /// The texts of an output, as TagLib reads them.
+    TagLib::PropertyMap textsOf(const std::string& name) const
+    {
+        if (name.ends_with(".flac")) return TagLib::FLAC::File(at(name).c_str()).properties();
+        return TagLib::RIFF::WAV::File(at(name).c_str()).ID3v2Tag()->properties();
+    }
+
+    void expectCover(const std::string& name) const
+    {
+        if (name.ends_with(".flac")) {
+            TagLib::FLAC::File flac(at(name).c_str());
+            const auto pictures = flac.pictureList();
+            ASSERT_EQ(pictures.size(), 1u) << name;
+            EXPECT_EQ(pictures.front()->type(), TagLib::FLAC::Picture::FrontCover);
+            EXPECT_EQ(pictures.front()->mimeType(), String("image/png"));
+            EXPECT_EQ(pictures.front()->description(), utf8("A c\xc3\xb6ver"));
+            EXPECT_TRUE(pictures.front()->data() == pictureBytes());
+        } else {
+            const TagLib::RIFF::WAV::File wave(at(name).c_str());
+            const auto frames = wave.ID3v2Tag()->frameList("APIC");
+            ASSERT_EQ(frames.size(), 1u) << name;
+            const auto* const picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frames.front());
+            ASSERT_NE(picture, nullptr);
+            EXPECT_EQ(picture->type(), TagLib::ID3v2::AttachedPictureFrame::FrontCover);
+            EXPECT_EQ(picture->mimeType(), String("image/png"));
+            EXPECT_EQ(picture->description(), utf8("A c\xc3\xb6ver"));
+            EXPECT_TRUE(picture->picture() == pictureBytes());
+        }
+    }
+
+    const Texts inBoth{{SF_STR_TITLE, "A title"},     {SF_STR_ARTIST, "\xc3\x84n artist"}, {SF_STR_ALBUM, "An album"},
+                       {SF_STR_DATE, "2024"},         {SF_STR_TRACKNUMBER, "7"},           {SF_STR_GENRE, "A genre"},
+                       {SF_STR_COMMENT, "A comment"}, {SF_STR_COPYRIGHT, "A right"}};
+};
+
+TEST_F(Tags, GoFromEveryKindOfFileToEveryKindOfOutput)
+{
+    writeTagged("in.wav", kWave16, inBoth);
+    writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, inBoth);
+    writeTagged("in.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, inBoth);
+    for (const std::string input : {"in.wav", "in.flac", "in.ogg"}) {
+        for (const std::string output : {"out.wav", "out.flac"}) {
+            const Result result = tarn({"upmix", "--force", "--layout", "5.1", input, output});
+            ASSERT_EQ(result.exitCode, 0) << result.errors;
+            expectTags(output, inBoth);
+            EXPECT_EQ(readAudio(at(output)).info.frames, 5000);
+        }
+        EXPECT_NE(bytesOf(at("out.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x003F"), std::string::npos);
+    }
+}
+
+TEST_F(Tags, OfEveryKindAtOnceAreKeptInFlacWithTheNamesOfTheChannels)
+{
+    Texts all = inBoth;
+    all.emplace_back(SF_STR_LICENSE, "A licence");
+    writeTagged("in.flac", kFlac16, all);
+    ASSERT_EQ(tarn({"upmix", "in.flac", "out.flac"}).exitCode, 0);
+    EXPECT_NE(bytesOf(at("out.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0007"), std::string::npos);
+    expectTags("out.flac", all);
+}
+
+TEST_F(Tags, OfAnyLengthAreKept)
+{
+    const std::string book(200000, 'x');
+    writeTagged("in.flac", kFlac16, {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, book}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        ASSERT_EQ(tarn({"upmix", "in.flac", output}).exitCode, 0);
+        EXPECT_EQ(textsOf(output)["COMMENT"].toString(), utf8(book)) << output;
+    }
+}
+
+TEST_F(Tags, AndCoversOfCollectionsGoFromEveryContainerToEveryOutput)
+{
+    writeTagged("in.flac", kFlac16, {});
+    writeTagged("in.ogg", kVorbis, {});
+    writeTagged("in.wav", kWave16, {});
+    writeTagged("in.mp3", kMp3, {});
+    const auto cover = [] {
+        auto* const picture = new TagLib::FLAC::Picture; // the file takes it
+        picture->setType(TagLib::FLAC::Picture::FrontCover);
+        picture->setMimeType("image/png");
+        picture->setDescription(utf8("A c\xc3\xb6ver"));
+        picture->setData(pictureBytes());
+        return picture;
+    };
+    {
+        TagLib::FLAC::File flac(at("in.flac").c_str());
+        flac.setProperties(richTexts());
+        flac.addPicture(cover());
+        ASSERT_TRUE(flac.save());
+        TagLib::Ogg::Vorbis::File ogg(at("in.ogg").c_str());
+        ogg.setProperties(richTexts());
+        ogg.tag()->addPicture(cover());
+        ASSERT_TRUE(ogg.save());
+        const auto addCover = [](TagLib::ID3v2::Tag& tag) {
+            auto* const frame = new TagLib::ID3v2::AttachedPictureFrame; // the tag takes it
+            frame->setType(TagLib::ID3v2::AttachedPictureFrame::FrontCover);
+            frame->setTextEncoding(String::UTF8);
+            frame->setMimeType("image/png");
+            frame->setDescription(utf8("A c\xc3\xb6ver"));
+            frame->setPicture(pictureBytes());
+            tag.addFrame(frame);
+        };
+        TagLib::RIFF::WAV::File wave(at("in.wav").c_str());
+        wave.ID3v2Tag()->setProperties(richTexts());
+        addCover(*wave.ID3v2Tag());
+        ASSERT_TRUE(wave.save(TagLib::RIFF::WAV::File::ID3v2));
+        TagLib::MPEG::File mpeg(at("in.mp3").c_str());
+        mpeg.ID3v2Tag(true)->setProperties(richTexts());
+        addCover(*mpeg.ID3v2Tag());
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2));
+    }
+    for (const std::string input : {"in.flac", "in.ogg", "in.wav", "in.mp3"}) {
+        for (const std::string output : {"out.wav", "out.flac"}) {
+            const Result result = tarn({"upmix", "--force", input, output});
+            ASSERT_EQ(result.exitCode, 0) << result.errors;
+            EXPECT_EQ(result.errors.find("no place"), std::string::npos) << result.errors;
+            const TagLib::PropertyMap texts = textsOf(output);
+            for (const auto& [name, values] : richTexts())
+                EXPECT_EQ(texts[name].toString("|"), values.toString("|"))
+                    << input << " " << output << " " << name.to8Bit(true);
+            expectCover(output);
+        }
+    }
+}
+
+TEST_F(Tags, ThatDescribeTheStereoFileAreLeftOut)
+{
+    writeTagged("in.flac", kFlac16, {});
+    {
+        TagLib::FLAC::File flac(at("in.flac").c_str());
+        TagLib::PropertyMap texts;
+        for (const char* const name : {"TITLE", "REPLAYGAIN_TRACK_GAIN", "R128_TRACK_GAIN", "ENCODER", "ITUNNORM"})
+            texts.insert(name, String("1"));
+        flac.setProperties(texts);
+        ASSERT_TRUE(flac.save());
+    }
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        ASSERT_EQ(tarn({"upmix", "in.flac", output}).exitCode, 0);
+        TagLib::PropertyMap texts = textsOf(output);
+        texts.erase("WAVEFORMATEXTENSIBLE_CHANNEL_MASK");
+        EXPECT_EQ(texts.size(), 1u) << texts.toString().to8Bit(true);
+        EXPECT_TRUE(texts.contains("TITLE"));
+    }
+}
+
+TEST_F(Tags, WithoutAPlaceAreNamed)
+{
+    writeTagged("in.mp3", kMp3, {});
+    {
+        TagLib::MPEG::File mpeg(at("in.mp3").c_str());
+        TagLib::PropertyMap texts;
+        texts.insert(utf8("STRA\xc3\x9f"
+                          "E"),
+                     String("1"));
+        mpeg.ID3v2Tag(true)->setProperties(texts);
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2));
+    }
+    const Result result = tarn({"upmix", "in.mp3", "out.flac"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.errors.find("tarn: out.flac: FLAC has no place for the tag STRA\xc3\x9f"), std::string::npos)
+        << result.errors;
+}
+
+TEST_F(Tags, AroundAFlacStreamAreNoDamage)
+{
+    writeTagged("in.flac", kFlac16, {});
+    std::string last(128, '\0');
+    last.replace(0, 10, "TAGA title");
+    const std::string first = "ID3\3" + std::string(5, '\0') + "\x14" + std::string(20, '\0');
+    writeBytes(at("tagged.flac"), first + bytesOf(at("in.flac")) + last);
+    const Result result = tarn({"upmix", "--strict", "tagged.flac", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors.find("damaged"), std::string::npos) << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
+}
+
+TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
+{
+    const auto number = [](const std::string& bytes, std::size_t at, std::size_t count) {
+        std::uint64_t value = 0;
+        for (std::size_t i = count; i > 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[at + i - 1]);
+        return value;
+    };
+    // RF64, as files beyond 4 GiB have it; and an odd number of bytes of audio.
+    const Samples samples(std::size_t{3} * 1001, 0x12345600);
+    for (const int container : {SF_FORMAT_RF64, SF_FORMAT_WAVEX}) {
+        writeAudio(at("out.wav"), container | SF_FORMAT_PCM_24, 48000, 3, samples);
+        std::vector<std::string> leftOut;
+        const int descriptor = open(at("out.wav").c_str(), O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(tarn::appendTags(descriptor, {.texts = richTexts(), .pictures = {}}, leftOut), 0);
+        close(descriptor);
+        EXPECT_TRUE(leftOut.empty());
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == samples);
+
+        const std::string bytes = bytesOf(at("out.wav"));
+        const bool isRf64 = container == SF_FORMAT_RF64;
+        EXPECT_EQ(isRf64 ? number(bytes, 20, 8) : number(bytes, 4, 4), bytes.size() - 8);
+        std::string marks;
+        std::size_t chunk = 12;
+        while (chunk + 8 <= bytes.size()) {
+            std::size_t size = number(bytes, chunk + 4, 4);
+            if (size == 0xffffffff) size = number(bytes, 28, 8);
+            marks += bytes.substr(chunk, 4) + ",";
+            chunk += 8 + size + size % 2;
+        }
+        EXPECT_EQ(chunk, bytes.size());
+        EXPECT_TRUE(marks.ends_with("data,LIST,id3 ,")) << marks;
+    }
+    expectTags("out.wav", {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, "A comment"}});
+    EXPECT_EQ(textsOf("out.wav")["ALBUMARTIST"].toString(), richTexts()["ALBUMARTIST"].toString());
+}
+
+TEST_F(Tags, WrittenByFfmpegAreKept)
+{
+    writeTagged("plain.wav", kWave16, {});
+    for (const std::string input : {"in.mp3", "in.flac", "in.ogg", "in.wav"}) {
+        ASSERT_EQ(
+            shell("ffmpeg -v error -i plain.wav -metadata comment='A comment' -metadata composer='A composer' " + input)
+                .exitCode,
+            0);
+        ASSERT_EQ(tarn({"upmix", "--force", input, "out.flac"}).exitCode, 0);
+        EXPECT_EQ(textsOf("out.flac")["COMMENT"].toString(), String("A comment")) << input;
+        // FFmpeg itself reads what the command wrote.
+        ASSERT_EQ(tarn({"upmix", "--force", input, "out.wav"}).exitCode, 0);
+        EXPECT_NE(
+            shell("ffprobe -v error -show_entries format_tags=comment -of csv=p=0 out.wav").output.find("A comment"),
+            std::string::npos)
+            << input;
+    }
+}
+
+/// Latin-1 where UTF-8 is due, or where the format names no encoding.
+class ForeignTags : public Tags
+{
+protected:
+    const std::string latin1 = "Apn\xe9"
+                               "e \x80"; // e acute; 0x80 is the euro sign in Windows-1252
+    const String expected = utf8("Apn\xc3\xa9"
+                                 "e \xe2\x82\xac");
+
+    void expectConverted(const std::string& input, const char* name) const
+    {
+        for (const std::string output : {"out.flac", "out.wav"}) {
+            const Result result = tarn({"upmix", "--force", input, output});
+            EXPECT_EQ(result.exitCode, 0) << result.errors;
+            EXPECT_EQ(textsOf(output)[name].toString(), expected) << input << " " << output;
+            EXPECT_NE(
+                result.errors.find("tarn: " + input + ": its tags are not UTF-8 and are taken for Windows-1252\n"),
+                std::string::npos)
+                << result.errors;
+        }
+    }
+};
+
+TEST_F(ForeignTags, OfWaveFilesAreConverted)
+{
+    writeTagged("in.wav", kWave16, {{SF_STR_ARTIST, latin1}});
+    expectConverted("in.wav", "ARTIST");
+}
+
+TEST_F(ForeignTags, OfOggFilesAreConverted)
+{
+    writeTagged("in.ogg", kVorbis, {{SF_STR_ALBUM, latin1}, {SF_STR_TITLE, "\xc3\x84 title"}});
+    expectConverted("in.ogg", "ALBUM");
+    EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("\xc3\x84 title")) << "each text for itself";
+}
+
+TEST_F(ForeignTags, OfId3v1AreConverted)
+{
+    writeTagged("in.mp3", kMp3, {});
+    std::string tag(128, '\0');
+    tag.replace(0, 3, "TAG");
+    tag.replace(3, latin1.size(), latin1);
+    writeBytes(at("in.mp3"), bytesOf(at("in.mp3")) + tag);
+    expectConverted("in.mp3", "TITLE");
+}
+
+TEST_F(ForeignTags, OfFlacFilesAreConverted)
+{
+    // A comment block that no library would write, in front of the frames of one that libsndfile has written.
+    writeTagged("in.flac", kFlac16, {});
+    std::string flac = bytesOf(at("in.flac"));
+    const auto word = [](std::size_t value) {
+        return std::string{static_cast<char>(value), static_cast<char>(value >> 8), '\0', '\0'};
+    };
+    const std::string comment = "ARTIST=" + latin1;
+    const std::string block = word(0) + word(1) + word(comment.size()) + comment;
+    flac.insert(42, std::string{'\4', '\0', '\0', static_cast<char>(block.size())} + block);
+    flac[4] = '\0'; // the first block is not the last
+    writeBytes(at("in.flac"), flac);
+    expectConverted("in.flac", "ARTIST");
+}
+
+TEST_F(Tags, BroadcastExtensionKeepsWhatStillHolds)
+{
+    SF_INFO info{.frames = 0, .samplerate = 48000, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
+    SF_BROADCAST_INFO written{};
+    std::strcpy(written.description, "A description");
+    std::strcpy(written.originator, "An originator");
+    std::memcpy(written.origination_date, "2026-11-21", 10);
+    std::memcpy(written.origination_time, "12:34:56", 8);
+    written.time_reference_low = 123456;
+    written.version = 2;
+    std::strcpy(written.umid, "a number of the stereo");
+    written.loudness_value = -2300;
+    std::strcpy(written.coding_history, "A=ANALOGUE,M=stereo\r\n");
+    written.coding_history_size = static_cast<std::uint32_t>(std::strlen(written.coding_history));
+    SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_EQ(sf_command(file, SFC_SET_BROADCAST_INFO, &written, sizeof written), SF_TRUE);
+    const Samples stereo = stereoNoise(5000, 16);
+    sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
+    ASSERT_EQ(sf_close(file), 0);
+
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC has no place for it";
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
+    SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
+    SF_BROADCAST_INFO read{};
+    ASSERT_EQ(sf_command(upmixed, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
+    sf_close(upmixed);
+    EXPECT_STREQ(read.description, "A description");
+    EXPECT_STREQ(read.originator, "An originator");
+    EXPECT_EQ(std::string(read.origination_date, 10), "2026-11-21");
+    EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
+    EXPECT_EQ(read.time_reference_low, 123456u);
+    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the upmix is other material";
+    EXPECT_EQ(read.loudness_value, 0);
+    EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
+    EXPECT_EQ(info.channels, 3);
+    EXPECT_EQ(info.frames, 5000);
+}
+
+} // namespace tarn_cli
