@@ -67,7 +67,8 @@ void prepareDirectories(const std::vector<BatchFile>& files)
 void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
 {
     std::vector<std::string> names;
-    for (const BatchFile& file : files) names.push_back(file.options.input);
+    std::transform(files.begin(), files.end(), std::back_inserter(names),
+                   [](const BatchFile& file) { return file.options.input; });
     const auto work = [&files](std::size_t i) { return jsonOf(files[i].options, upmix(files[i].options)); };
     const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.crashed) {

@@ -180,9 +180,10 @@ std::vector<BatchInput> findInputs(const std::vector<std::string>& names, bool r
 std::vector<std::string> nameOutputs(const std::vector<BatchInput>& inputs, const std::filesystem::path& directory,
                                      const std::string& ending)
 {
-    std::vector<std::string> outputs;
-    for (const BatchInput& input : inputs)
-        outputs.push_back((directory / outputName(input, input.folder, ending)).string());
+    std::vector<std::string> outputs(inputs.size());
+    std::transform(inputs.begin(), inputs.end(), outputs.begin(), [&](const BatchInput& input) {
+        return (directory / outputName(input, input.folder, ending)).string();
+    });
     InputsOf of = inputsOf(inputs, outputs);
     if (std::any_of(of.begin(), of.end(), meet)) {
         const fs::path common = commonFolder(inputs);

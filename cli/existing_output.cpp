@@ -64,6 +64,9 @@ ExpectedOutput expectedOutput(const UpmixOptions& options, const FileSource& inp
 
 bool hasCompleteOutput(const UpmixOptions& options)
 {
+    if (options.input == "-" || options.output == "-")
+        throw Failure(EX_USAGE, "--skip-existing: compares OUTPUT with INPUT, which a stream does not allow; name "
+                                "files, or leave it out");
     struct stat status = {};
     if (stat(options.output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
     const FileSource input(options.input);

@@ -21,8 +21,8 @@ ExpectedOutput expectedOutput(const UpmixOptions& options, const FileSource& inp
 
 /// Whether OUTPUT exists and is a complete upmix of INPUT by its channels, rate and length. Samples are not compared.
 ///
-/// Throws Failure: EX_USAGE if OUTPUT exists, is not complete, and --force is not given; what FileSource throws about
-/// INPUT. What OutputFile refuses for other reasons is left to it.
+/// Throws Failure: EX_USAGE if one of them is a stream, or OUTPUT exists, is not complete, and --force is not given;
+/// what FileSource throws about INPUT. What OutputFile refuses for other reasons is left to it.
 bool hasCompleteOutput(const UpmixOptions& options);
 
 } // namespace tarn

@@ -71,6 +71,7 @@ private:
             return out;
         }
 
+        // cppcheck-suppress constParameter ; it is written to
         [[gnu::always_inline]] void keep(StereoRecord& record, int section, int place) const noexcept
         {
             store(record.state1[0][section] + place, lowHalf(state1));

@@ -212,9 +212,6 @@ void checkOptions(const UpmixOptions& options)
     if (options.raw && !isStream(options.input) && !isStream(options.output))
         throw Failure(EX_USAGE,
                       "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
-    if (options.skipExisting && (isStream(options.input) || isStream(options.output)))
-        throw Failure(EX_USAGE, "--skip-existing: compares OUTPUT with INPUT, which a stream does not allow; name "
-                                "files, or leave it out");
     if (isStream(options.output)) return;
     containerOf(options.output);
     std::error_code ignored;

@@ -133,7 +133,7 @@ public:
     {
         sigset_t all;
         sigfillset(&all);
-        sigprocmask(SIG_SETMASK, &all, &before);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
     }
 
     ~SignalsHeld() { release(); }
@@ -141,7 +141,7 @@ public:
     SignalsHeld(const SignalsHeld&) = delete;
     SignalsHeld& operator=(const SignalsHeld&) = delete;
 
-    void release() const noexcept { sigprocmask(SIG_SETMASK, &before, nullptr); }
+    void release() const noexcept { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
 
 private:
     sigset_t before{};
