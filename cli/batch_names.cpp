@@ -71,7 +71,7 @@ void addNamedFolder(const std::string& name, const fs::path& outputDirectory, st
                                       "; check that you may read it");
     }
     if (inputs.size() == before)
-        throw Failure(EX_NOINPUT, name + ": holds no audio file; tarn upmix --help lists the extensions that count");
+        throw Failure(EX_NOINPUT, name + ": holds no audio file; man tarn-upmix lists the extensions that count");
 }
 
 /// Where an output goes, without its directory.

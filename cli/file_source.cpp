@@ -229,7 +229,7 @@ StreamFormat FileSource::format() const noexcept
 std::vector<std::string> FileSource::prepare(bool showProgress)
 {
     std::vector<std::string> notes;
-    if (info.channels == 1) notes.push_back("mono, which goes to the centre");
+    if (info.channels == 1) notes.emplace_back("mono, which goes to the centre");
     if (integerBits(info.format) != 0) return notes;
 
     const double peak = findPeak(showProgress);
@@ -323,7 +323,7 @@ std::optional<Loss> FileSource::loss() const
     if (facts.empty()) return std::nullopt;
 
     const double seconds = static_cast<double>(lost) / info.samplerate;
-    if (unknown) facts.push_back("how much is missing is not known");
+    if (unknown) facts.emplace_back("how much is missing is not known");
     if (!unknown && lost > 0) facts.push_back(formatted("%.3f seconds are missing", seconds));
     std::string message = "is cut short or damaged: ";
     for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;

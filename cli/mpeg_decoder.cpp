@@ -38,9 +38,13 @@ MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
     if (mpg123_open_handle(mpeg, &window) != MPG123_OK ||
         mpg123_getformat(mpeg, &rate, &facts.channels, &encoding) != MPG123_OK || encoding != MPG123_ENC_FLOAT_32)
         throw std::runtime_error(mpg123_strerror(mpeg));
-    // Frames of another rate or other channels would not fit into what was read before.
+    // A damaged header can name any format: one that could not be had would end the stream.
+    const long* rates = nullptr;
+    std::size_t count = 0;
+    mpg123_rates(&rates, &count);
     mpg123_format_none(mpeg);
-    mpg123_format(mpeg, rate, facts.channels == 1 ? MPG123_MONO : MPG123_STEREO, encoding);
+    for (std::size_t i = 0; i < count; ++i)
+        mpg123_format(mpeg, rates[i], facts.channels == 1 ? MPG123_MONO : MPG123_STEREO, encoding);
 
     mpg123_frameinfo frame{};
     mpg123_info(mpeg, &frame);
@@ -58,18 +62,30 @@ std::size_t MpegDecoder::read(double* samples, std::size_t frames)
     decoded.resize(frames * channels);
     std::size_t bytes = 0;
     int result = MPG123_NEW_FORMAT;
-    while (bytes == 0 && result == MPG123_NEW_FORMAT)
+    while (bytes == 0 && result == MPG123_NEW_FORMAT) {
         result = mpg123_read(handle.get(), decoded.data(), decoded.size() * sizeof(float), &bytes);
-    if (result != MPG123_OK && result != MPG123_DONE && result != MPG123_NEW_FORMAT) failed = true;
+        if (result == MPG123_NEW_FORMAT) hasBadFrames = hasBadFrames || hasOtherRate();
+    }
+    hasBadFrames = hasBadFrames || (result != MPG123_OK && result != MPG123_DONE && result != MPG123_NEW_FORMAT);
     const std::size_t count = bytes / sizeof(float) / channels;
     std::copy_n(decoded.begin(), count * channels, samples);
     return count;
 }
 
+/// Whether the frame that was just read names another sample rate than the first.
+bool MpegDecoder::hasOtherRate() const
+{
+    long rate = 0;
+    int channels = 0;
+    int encoding = 0;
+    mpg123_getformat(handle.get(), &rate, &channels, &encoding);
+    return rate != facts.samplerate;
+}
+
 std::string MpegDecoder::error() const
 {
     if (window.error() != 0) return systemError(window.error());
-    return failed ? mpg123_strerror(handle.get()) : std::string();
+    return hasBadFrames ? "some of its frames are damaged" : std::string();
 }
 
 } // namespace tarn

@@ -22,6 +22,8 @@ public:
     std::string error() const override;
 
 private:
+    bool hasOtherRate() const;
+
     struct Closer
     {
         void operator()(mpg123_handle* opened) const noexcept { mpg123_delete(opened); }
@@ -30,7 +32,7 @@ private:
     FileWindow window;
     std::unique_ptr<mpg123_handle, Closer> handle;
     std::vector<float> decoded;
-    bool failed = false;
+    bool hasBadFrames = false;
 };
 
 } // namespace tarn

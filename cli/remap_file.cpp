@@ -79,7 +79,7 @@ std::string contentsOf(const std::string& path)
         throw Failure(EX_NOINPUT, path + ": the remap file cannot be read: " + systemError(errno));
     contents.resize(static_cast<std::size_t>(file.gcount()));
     if (contents.size() > kMaxBytes || contents.find('\0') != std::string::npos)
-        throw Failure(EX_DATAERR, path + ": is not a remap file, which is a short text; tarn upmix --help shows one");
+        throw Failure(EX_DATAERR, path + ": is not a remap file, which is a short text; man tarn-upmix shows one");
     return contents;
 }
 

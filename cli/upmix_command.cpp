@@ -117,6 +117,13 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
     return sink;
 }
 
+/// Prepares the source and prints what it has to say.
+void prepare(const UpmixOptions& options, AudioSource& source)
+{
+    for (const std::string& note : source.prepare(!options.quiet && !options.noBar))
+        if (!options.quiet) printNote(nameOf(options.input, "standard input") + ": " + note);
+}
+
 std::string summary(const UpmixOptions& options, const Layout& layout, StreamFormat format, std::uint64_t frames,
                     double speed)
 {
@@ -180,6 +187,41 @@ double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudnes
     return gainDb;
 }
 
+/// Refuses --raw where no stream is raw, or where a raw stream does not allow what is asked for.
+void checkRaw(const UpmixOptions& options)
+{
+    if (!options.raw) return;
+    if (options.loudnessMatch && isStream(options.input))
+        throw Failure(EX_USAGE,
+                      "--loudness-match: reads INPUT twice, which a raw stream does not allow; name a file, or "
+                      "give --gain");
+    if (!isStream(options.input) && !isStream(options.output))
+        throw Failure(EX_USAGE,
+                      "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
+}
+
+/// Tells what came of the work.
+///
+/// wraps  about samples that wrapped around; empty if there is nothing to say
+void printResults(const UpmixOptions& options, const Layout& layout, const UpmixReport& report,
+                  const std::string& wraps)
+{
+    const std::string output = nameOf(options.output, "standard output");
+    if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
+        printNote(nameOf(options.input, "standard input") + ": " + report.loss->message + "; the rest is upmixed");
+    if (options.quiet) return;
+    printNote(summary(options, layout, report.format, report.frames, report.speed));
+    if (report.loudness)
+        printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
+                  " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
+                  formatted("%+.2f", report.gainDb) + " dB");
+    if (!wraps.empty()) printNote(output + ": " + wraps);
+    if (report.clipped > 0)
+        printNote(output + ": " + std::to_string(report.clipped) +
+                  " samples were beyond full scale and are clipped; give a smaller --gain" +
+                  (options.loudnessMatch ? " in place of --loudness-match" : ""));
+}
+
 } // namespace
 
 void printNote(const std::string& note)
@@ -198,20 +240,14 @@ void checkOptions(const UpmixOptions& options)
     if (options.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
-    if (options.loudnessMatch && isStream(options.input) && options.raw)
-        throw Failure(EX_USAGE,
-                      "--loudness-match: reads INPUT twice, which a raw stream does not allow; name a file, or "
-                      "give --gain");
     if (options.rate && !isEngineRate(*options.rate))
         throw Failure(EX_USAGE, "--rate " + std::to_string(*options.rate) + ": the engine runs at " + rateList());
     if (layout.remapped && options.remapFile.empty())
-        throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (tarn upmix --help describes it)");
+        throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (man tarn-upmix describes it)");
     if (!layout.remapped && !options.remapFile.empty())
         throw Failure(EX_USAGE, "--remap: only --layout slots8 takes a matrix; add --layout slots8, or leave --remap "
                                 "out");
-    if (options.raw && !isStream(options.input) && !isStream(options.output))
-        throw Failure(EX_USAGE,
-                      "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
+    checkRaw(options);
     if (isStream(options.output)) return;
     containerOf(options.output);
     std::error_code ignored;
@@ -235,9 +271,7 @@ UpmixReport upmix(const UpmixOptions& options)
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
     const auto sink = openSink(options, layout, format, *source);
-    const std::string inputName = nameOf(options.input, "standard input");
-    for (const std::string& note : source->prepare(!options.quiet && !options.noBar))
-        if (!options.quiet) printNote(inputName + ": " + note);
+    prepare(options, *source);
 
     UpmixReport report{.layout = &layoutNamed(options.layout),
                        .format = format,
@@ -259,7 +293,8 @@ UpmixReport upmix(const UpmixOptions& options)
     const auto wraps = wrapCounter(options, format, settings);
     report.speed = pump(options, "upmixing", *source, upmixer, nullptr, wraps.get());
     report.loss = source->loss();
-    if (report.loss && options.strict) throw Failure(EX_DATAERR, inputName + ": " + report.loss->message);
+    if (report.loss && options.strict)
+        throw Failure(EX_DATAERR, nameOf(options.input, "standard input") + ": " + report.loss->message);
     throwIfInterrupted();
     sink->finish();
 
@@ -268,21 +303,7 @@ UpmixReport upmix(const UpmixOptions& options)
     if (wraps) report.wrapped = wraps->wrapped();
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();
-    if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
-        printNote(inputName + ": " + report.loss->message + "; the rest is upmixed");
-    if (!options.quiet) {
-        printNote(summary(options, layout, format, report.frames, report.speed));
-        if (loudness)
-            printNote(options.output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
-                      " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
-                      formatted("%+.2f", report.gainDb) + " dB");
-        if (wraps)
-            printNote((isStream(options.output) ? "standard output" : options.output) + ": " + wraps->note(columns));
-        if (report.clipped > 0)
-            printNote(options.output + ": " + std::to_string(report.clipped) +
-                      " samples were beyond full scale and are clipped; give a smaller --gain" +
-                      (options.loudnessMatch ? " in place of --loudness-match" : ""));
-    }
+    printResults(options, layout, report, wraps ? wraps->note(columns) : std::string());
     return report;
 }
 

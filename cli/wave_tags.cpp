@@ -104,7 +104,7 @@ int appendTags(int descriptor, const Tags& tags, std::vector<std::string>& leftO
     if (end % 2 != 0) chunks = ByteVector("\0", 1) + chunks;
     const std::uint64_t size = static_cast<std::uint64_t>(end) + chunks.size();
     if (!isRf64 && size > UINT32_MAX) {
-        leftOut.push_back("WAV of 4 GiB has no room for tags");
+        leftOut.emplace_back("WAV of 4 GiB has no room for tags");
         return 0;
     }
     if (const int error = writeAll(descriptor, chunks.data(), chunks.size()); error != 0) return error;

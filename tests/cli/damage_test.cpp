@@ -143,6 +143,21 @@ TEST_F(Damage, OfOneVorbisPageBecomesSilenceAndTheRestKeepsItsPlace)
     EXPECT_TRUE(std::equal(output.end() - 3 * kRate, output.end(), whole.end() - 3 * kRate));
 }
 
+TEST_F(Damage, OfOneMpegHeaderDoesNotEndTheStream)
+{
+    writeAudio(at("in.mp3"), SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, static_cast<int>(kRate), 2,
+               stereoNoise(6 * kRate, 16));
+    std::string mpeg = bytesOf(at("in.mp3"));
+    // A header in the middle, with another sample rate.
+    const std::size_t header = mpeg.find(mpeg.substr(mpeg.find("\xff\xfb", 2000), 2), mpeg.size() / 2);
+    mpeg[header + 2] = static_cast<char>(mpeg[header + 2] ^ 0x04);
+    writeBytes(at("bad.mp3"), mpeg);
+    const Result result = tarn({"upmix", "bad.mp3", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_NE(result.errors.find("is cut short or damaged"), std::string::npos) << result.errors;
+    EXPECT_GT(readAudio(at("out.wav")).info.frames, 6 * kRate - 5 * 1152);
+}
+
 TEST_F(Damage, OfFlacThatEndsEarlyIsFoundWithAndWithoutADeclaredLength)
 {
     writeAudio(at("whole.flac"), kFlac16, static_cast<int>(kRate), 2, stereoNoise(4 * kRate, 16));

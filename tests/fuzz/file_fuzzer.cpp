@@ -185,13 +185,13 @@ void requireReadable(const std::string& text)
         if (static_cast<unsigned char>(text[at + 1]) < 0xa0) fail("a message with a control character", text);
 }
 
-/// Requires readable lines. With --quiet the command prints none; its decoders may.
-void requireReadableNotes(const tarn::UpmixOptions& options, const std::string& notes)
+/// Requires readable lines. With --quiet the command prints none but the reason for its exit code.
+void requireReadableNotes(const tarn::UpmixOptions& options, const Outcome& outcome)
 {
-    std::istringstream lines(notes);
+    std::istringstream lines(outcome.notes);
     for (std::string line; std::getline(lines, line);) {
         requireReadable(line);
-        if (options.quiet && line.starts_with("tarn: ")) fail("a note in spite of --quiet", line);
+        if (options.quiet && outcome.exitCode == EX_OK) fail("a note in spite of --quiet", line);
     }
 }
 
@@ -304,7 +304,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
     } else {
         requireRefused(options, outcome, replaces);
     }
-    requireReadableNotes(options, outcome.notes);
+    requireReadableNotes(options, outcome);
     const fuzz::StandardErrorTo notes(surroundings().notes.descriptor());
     fuzz::noteDecoding(options.input, bytes, outcome.exitCode, outcome.message + outcome.notes);
     surroundings().folder.clear();
