@@ -55,6 +55,9 @@ public:
     /// Begins again with the first frame. Throws Failure (EX_USAGE) where that cannot be.
     virtual void rewind() = 0;
 
+    /// Samples of those read so far that were beyond full scale and are clipped.
+    virtual std::uint64_t clippedSamples() const noexcept { return 0; }
+
     /// What is missing, after the last frame was read. Throws Failure (EX_DATAERR) if there was no audio at all.
     virtual std::optional<Loss> loss() const = 0;
 };

@@ -94,9 +94,11 @@ FileSource::FileSource(const std::string& path, Demand demand) : file(openInput(
     try {
         openParts();
     } catch (const std::runtime_error& error) {
-        throw Failure(EX_DATAERR, file.name + ": is not an audio file that can be read (" + error.what() +
-                                      "); check where it comes from, or convert it, for example: ffmpeg -i " +
-                                      shellQuoted(path) + " converted.wav");
+        throw Failure(EX_DATAERR,
+                      file.name + ": is not an audio file that can be read (" + error.what() + "); " +
+                          (file.fromPipe ? "check the command before the pipe, or add --raw RATE:BITS for raw PCM"
+                                         : "check where it comes from, or convert it, for example: ffmpeg -i " +
+                                               shellQuoted(path) + " converted.wav"));
     }
     if (demand == Demand::Upmixable) checkFormat();
 }
@@ -108,7 +110,7 @@ void FileSource::openParts()
     const ByteRange whole{.begin = 0, .end = file.bytes};
     decoder = openDecoder(descriptor, whole);
     std::vector<ByteRange> ranges{whole};
-    if (isOgg(decoder->info())) ranges = oggLinks(descriptor);
+    if (isOgg(decoder->info())) ranges = oggLinks(descriptor).links;
     if (isMpeg(decoder->info())) ranges = mpegParts(descriptor);
     if (ranges.size() > 1) decoder = openDecoder(descriptor, ranges.front());
     info = decoder->info();
@@ -117,7 +119,7 @@ void FileSource::openParts()
         try {
             parts.push_back(partOf(*openDecoder(descriptor, ranges[i]), ranges[i]));
         } catch (const std::runtime_error&) {
-            parts.push_back({.bytes = ranges[i], .declared = {}, .lacksEnd = true, .leftOut = true});
+            parts.push_back({.bytes = ranges[i], .declared = {}, .rate = info.samplerate, .leftOut = true});
         }
     }
 
@@ -137,8 +139,10 @@ void FileSource::openParts()
 FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) const
 {
     const SF_INFO& facts = opened.info();
-    Part part{.bytes = bytes, .declared = {}};
+    Part part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
     part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels;
+    part.hasDamagedPages = isOgg(facts) && facts.format != (SF_FORMAT_OGG | SF_FORMAT_VORBIS) &&
+                           oggLinks(file.descriptor.number()).skippedBytes > 0;
     if (facts.frames == SF_COUNT_MAX) {
         // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.
         part.lacksEnd = isOgg(facts);
@@ -160,10 +164,12 @@ FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) cons
 void FileSource::checkFormat() const
 {
     if (info.channels != 1 && info.channels != 2)
-        throw Failure(EX_DATAERR, file.name + ": has " + std::to_string(info.channels) +
-                                      " channels and is multichannel already; only mono and stereo can be upmixed. Mix "
-                                      "it down with: ffmpeg -i " +
-                                      shellQuoted(file.name) + " -ac 2 stereo.wav");
+        throw Failure(EX_DATAERR,
+                      file.name + ": has " + std::to_string(info.channels) +
+                          " channels and is multichannel already; only mono and stereo can be upmixed. Mix "
+                          "it down " +
+                          (file.fromPipe ? "before the pipe, with the option -ac 2 of ffmpeg"
+                                         : "with: ffmpeg -i " + shellQuoted(file.name) + " -ac 2 stereo.wav"));
     if (!isConvertibleRate(static_cast<std::uint32_t>(std::max(info.samplerate, 0))))
         throw Failure(EX_DATAERR, file.name + ": has a sample rate of " + std::to_string(info.samplerate) +
                                       " Hz, and " + convertibleRates() +
@@ -193,7 +199,7 @@ void FileSource::rewind()
 {
     openPart(0);
     position = partBegin = missing = silenced = 0;
-    missesUnknown = false;
+    missesUnknown = losesUnknown = false;
     reason.clear();
 }
 
@@ -215,6 +221,10 @@ void FileSource::endPart()
     const std::string error = decoder->error();
     missesUnknown = missesUnknown || part.lacksEnd || (!part.declared && !error.empty());
     if (!error.empty()) reason = error;
+    if (part.hasDamagedPages) {
+        reason = "some of its pages are damaged";
+        losesUnknown = losesUnknown || missing == 0;
+    }
 }
 
 StreamFormat FileSource::format() const noexcept
@@ -300,13 +310,13 @@ std::optional<Loss> FileSource::loss() const
                                       (reason.empty() ? "" : " could be decoded (" + reason + ")") + "; check " +
                                       (file.fromPipe ? "the command before the pipe" : "where it comes from"));
 
-    std::uint64_t lost = missing + silenced;
-    bool unknown = missesUnknown;
+    double seconds = static_cast<double>(missing + silenced) / info.samplerate;
+    bool unknown = missesUnknown || losesUnknown;
     std::size_t leftOut = 0;
     for (const Part& part : parts) {
         if (!part.leftOut) continue;
         ++leftOut;
-        lost += part.declared.value_or(0);
+        seconds += static_cast<double>(part.declared.value_or(0)) / part.rate;
         unknown = unknown || !part.declared;
     }
 
@@ -322,9 +332,8 @@ std::optional<Loss> FileSource::loss() const
     if (!reason.empty()) facts.push_back(reason);
     if (facts.empty()) return std::nullopt;
 
-    const double seconds = static_cast<double>(lost) / info.samplerate;
     if (unknown) facts.emplace_back("how much is missing is not known");
-    if (!unknown && lost > 0) facts.push_back(formatted("%.3f seconds are missing", seconds));
+    if (!unknown && seconds > 0.0) facts.push_back(formatted("%.3f seconds are missing", seconds));
     std::string message = "is cut short or damaged: ";
     for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
     return Loss{.message = message, .seconds = unknown ? std::nullopt : std::optional(seconds)};

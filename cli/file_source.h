@@ -54,7 +54,7 @@ public:
     void rewind() override;
     std::optional<Loss> loss() const override;
 
-    /// Reads frames in units of full scale, without prepare and whatever their peak.
+    /// Reads frames in units of full scale, without prepare and however high their peak is.
     ///
     /// stereo  [2 * capacity]  interleaved
     /// Returns how many; 0 at the end. Throws Failure (EX_DATAERR) for samples that are not finite.
@@ -66,6 +66,8 @@ private:
     {
         ByteRange bytes;
         std::optional<std::uint64_t> declared; ///< frames
+        int rate = 0;                          ///< Hz
+        bool hasDamagedPages = false;          ///< of Ogg, which libsndfile passes over
         bool lacksEnd = false;                 ///< what marks the end of the stream is not there
         bool leftOut = false;                  ///< it has another rate or other channels than the first, or no audio
     };
@@ -92,7 +94,8 @@ private:
     std::uint64_t partBegin = 0;           ///< position of the first frame of the part
     std::uint64_t missing = 0;             ///< frames that ended parts declare and do not have
     std::uint64_t silenced = 0;            ///< frames of ended parts that could not be decoded and are silent
-    bool missesUnknown = false;            ///< something else is missing as well
+    bool missesUnknown = false;            ///< the end is missing as well, nobody knows how much
+    bool losesUnknown = false;             ///< something else is missing, nobody knows how much
     std::string reason;                    ///< why, if the decoder said so
     double gain = 1.0;
     std::vector<double> decoded;

@@ -19,6 +19,18 @@ constexpr std::uint32_t kCompressionLevel = 5; ///< libFLAC's default
 constexpr std::uint32_t kPaddingBytes = 8192;  ///< room to edit tags without writing the file again
 constexpr std::size_t kMaxBlockBytes = (std::size_t{1} << 24) - 1;
 constexpr std::size_t kBlockReserve = 65536; ///< of a block, for its fixed fields
+constexpr int kFileIcon = 1;                 ///< kinds of pictures
+constexpr int kOtherFileIcon = 2;
+constexpr int kLastPictureKind = 20;
+
+/// Whether libFLAC takes a text. It frees a comment that it refuses, and its caller frees it again: it must never get
+/// one.
+bool isLegalText(const std::string& text)
+{
+    return text.find('\0') == std::string::npos &&
+           FLAC__format_vorbiscomment_entry_value_is_legal(reinterpret_cast<const FLAC__byte*>(text.data()),
+                                                           static_cast<std::uint32_t>(text.size())) != 0;
+}
 
 } // namespace
 
@@ -27,6 +39,7 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
 {
     addComments(contents.layout, contents.metadata.tags);
     addPictures(contents.metadata.tags.pictures);
+    if (contents.metadata.broadcast) leftOut.emplace_back("FLAC has no place for the broadcast extension");
     auto padding = std::make_unique<FLAC::Metadata::Padding>();
     padding->set_length(kPaddingBytes);
     blocks.push_back(std::move(padding));
@@ -36,7 +49,11 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
     check(encoder.is_valid() && encoder.set_channels(slots) && encoder.set_bits_per_sample(bits) &&
           encoder.set_sample_rate(contents.format.sampleRate) && encoder.set_compression_level(kCompressionLevel) &&
           encoder.set_metadata(pointers.data(), static_cast<std::uint32_t>(pointers.size())));
-    check(encoder.init() == FLAC__STREAM_ENCODER_INIT_STATUS_OK);
+    if (const auto status = encoder.init(); status != FLAC__STREAM_ENCODER_INIT_STATUS_OK) {
+        check(encoder.error == 0);
+        throw Failure(EX_SOFTWARE, path + ": libFLAC cannot begin the file: " +
+                                       FLAC__StreamEncoderInitStatusString[status] + "; write a .wav file instead");
+    }
 }
 
 void FlacSink::addComments(const Layout& layout, const Tags& tags)
@@ -51,12 +68,7 @@ void FlacSink::addComments(const Layout& layout, const Tags& tags)
         const std::string key = name.to8Bit(true);
         for (const TagLib::String& value : values) {
             const std::string text = value.to8Bit(true);
-            // libFLAC frees a comment that it refuses, and its caller frees it again: it must never get one.
-            const bool legal =
-                FLAC__format_vorbiscomment_entry_name_is_legal(key.c_str()) != 0 &&
-                FLAC__format_vorbiscomment_entry_value_is_legal(reinterpret_cast<const FLAC__byte*>(text.data()),
-                                                                static_cast<std::uint32_t>(text.size())) != 0 &&
-                text.find('\0') == std::string::npos;
+            const bool legal = FLAC__format_vorbiscomment_entry_name_is_legal(key.c_str()) != 0 && isLegalText(text);
             const std::size_t bytes = key.size() + text.size() + 8;
             if (!legal || bytes > room) {
                 leftOut.push_back("FLAC has no place for the tag " + key);
@@ -74,22 +86,25 @@ void FlacSink::addPictures(const std::vector<Picture>& pictures)
     for (const Picture& picture : pictures) {
         const std::string mimeType = picture.mimeType.to8Bit(true);
         const std::string description = picture.description.to8Bit(true);
-        const bool isPlain = std::all_of(mimeType.begin(), mimeType.end(), [](char c) { return c >= ' ' && c <= '~'; });
-        if (picture.data.size() + mimeType.size() + description.size() > kMaxBlockBytes - kBlockReserve || !isPlain) {
-            leftOut.push_back("FLAC has no place for a picture of " + std::to_string(picture.data.size()) +
-                              " bytes and type '" + mimeType + "'");
-            continue;
-        }
+        // FLAC takes one file icon of each kind, of 32 pixels; other formats do not say how large theirs are.
+        const bool isOther = picture.kind < 0 || picture.kind > kLastPictureKind || picture.kind == kFileIcon ||
+                             picture.kind == kOtherFileIcon;
         auto block = std::make_unique<FLAC::Metadata::Picture>();
-        block->set_type(static_cast<FLAC__StreamMetadata_Picture_Type>(picture.kind));
+        block->set_type(static_cast<FLAC__StreamMetadata_Picture_Type>(isOther ? 0 : picture.kind));
         block->set_mime_type(mimeType.c_str());
-        block->set_description(reinterpret_cast<const FLAC__byte*>(description.c_str()));
+        if (isLegalText(description)) block->set_description(reinterpret_cast<const FLAC__byte*>(description.c_str()));
         block->set_width(static_cast<FLAC__uint32>(picture.width));
         block->set_height(static_cast<FLAC__uint32>(picture.height));
         block->set_depth(static_cast<FLAC__uint32>(picture.depth));
         block->set_colors(static_cast<FLAC__uint32>(picture.colours));
-        block->set_data(reinterpret_cast<const FLAC__byte*>(picture.data.data()), picture.data.size());
-        blocks.push_back(std::move(block));
+        const bool fits = picture.data.size() + mimeType.size() + description.size() <= kMaxBlockBytes - kBlockReserve;
+        if (fits) block->set_data(reinterpret_cast<const FLAC__byte*>(picture.data.data()), picture.data.size());
+        if (fits && block->is_legal(nullptr)) {
+            blocks.push_back(std::move(block));
+        } else {
+            leftOut.push_back("FLAC has no place for a picture of " + std::to_string(picture.data.size()) +
+                              " bytes and type '" + mimeType + "'");
+        }
     }
 }
 

@@ -1,15 +1,20 @@
 #include "cli/joined_streams.h"
 
 #include "cli/file_bytes.h"
+#include "cli/file_window.h"
 #include "cli/mpeg_frames.h"
 
 #include <cstdint>
+
+#include <ogg/ogg.h>
 
 namespace tarn
 {
 
 namespace
 {
+
+constexpr long kReadBytes = 65536;
 
 /// The parts of a file that begin at these positions; what is before the first belongs to it.
 std::vector<ByteRange> partsFrom(const std::vector<std::uint64_t>& begins, std::uint64_t size)
@@ -22,28 +27,52 @@ std::vector<ByteRange> partsFrom(const std::vector<std::uint64_t>& begins, std::
     return parts;
 }
 
+/// Whether several frames of one kind follow one another: one alone can be a damaged header.
+bool isRun(const FileBytes& file, std::uint64_t position, const MpegFrame& first)
+{
+    constexpr int kFrames = 8;
+    for (int i = 0; i < kFrames; ++i) {
+        const auto frame = mpegFrameAt(file, position);
+        if (!frame || frame->kind != first.kind) return false;
+        position += frame->bytes;
+    }
+    return true;
+}
+
 } // namespace
 
-std::vector<ByteRange> oggLinks(int descriptor)
+OggPages oggLinks(int descriptor)
 {
-    constexpr std::uint64_t kHeader = 27;
-    const FileBytes file(descriptor);
+    const std::uint64_t size = FileBytes(descriptor).size();
+    FileWindow window(descriptor, {.begin = 0, .end = size});
+    ogg_sync_state sync;
+    ogg_sync_init(&sync);
+    OggPages pages;
     std::vector<std::uint64_t> begins;
-    bool inHeads = false; // the first pages of all streams of a link come together
-    for (std::uint64_t page = 0; page + kHeader <= file.size();) {
-        if (!file.marks(page, "OggS")) {
-            ++page;
-            continue;
+    bool inHeads = false;       // the first pages of all streams of a link come together
+    std::uint64_t position = 0; // behind what was looked at
+    while (true) {
+        ogg_page page;
+        const long found = ogg_sync_pageseek(&sync, &page);
+        if (found == 0) {
+            char* const buffer = ogg_sync_buffer(&sync, kReadBytes);
+            const std::size_t got = buffer != nullptr ? window.read(buffer, kReadBytes) : 0;
+            if (got == 0) break;
+            ogg_sync_wrote(&sync, static_cast<long>(got));
+        } else if (found < 0) {
+            pages.skippedBytes += static_cast<std::uint64_t>(-found);
+            position += static_cast<std::uint64_t>(-found);
+        } else {
+            const bool isFirstPage = ogg_page_bos(&page) != 0;
+            if (isFirstPage && !inHeads) begins.push_back(position);
+            inHeads = isFirstPage;
+            position += static_cast<std::uint64_t>(found);
         }
-        const bool isFirstPage = (file.number(page + 5, 1, false) & 2) != 0;
-        if (isFirstPage && !inHeads) begins.push_back(page);
-        inHeads = isFirstPage;
-        const std::uint64_t table = page + kHeader;
-        const std::uint64_t segments = file.number(page + 26, 1, false);
-        page = table + segments;
-        for (std::uint64_t i = 0; i < segments; ++i) page += file.number(table + i, 1, false);
     }
-    return partsFrom(begins, file.size());
+    pages.skippedBytes += size - position;
+    ogg_sync_clear(&sync);
+    pages.links = partsFrom(begins, size);
+    return pages;
 }
 
 std::vector<ByteRange> mpegParts(int descriptor)
@@ -60,6 +89,7 @@ std::vector<ByteRange> mpegParts(int descriptor)
         indexed = walked = overdue = 0;
     };
 
+    std::uint32_t kind = 0; // of the frames of the part
     for (std::uint64_t position = 0; position < file.size();) {
         if (const std::uint64_t tag = file.id3v2Size(position)) {
             position += tag;
@@ -71,8 +101,9 @@ std::vector<ByteRange> mpegParts(int descriptor)
             continue;
         }
         const auto declared = indexedFrames(file, position, *frame);
-        if (declared || begins.empty()) {
+        if (declared || begins.empty() || (frame->kind != kind && isRun(file, position, *frame))) {
             begin(position);
+            kind = frame->kind;
             indexed = declared.value_or(0);
         } else if (++walked == indexed + 1 && indexed > 0) {
             overdue = position;

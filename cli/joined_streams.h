@@ -7,14 +7,22 @@
 namespace tarn
 {
 
-/// The links of a chained Ogg file: complete streams, one after the other (RFC 3533, section 4).
+/// The pages of an Ogg file.
+struct OggPages
+{
+    std::vector<ByteRange> links;   ///< complete streams, one after the other (RFC 3533, section 4); at least one
+    std::uint64_t skippedBytes = 0; ///< that belong to no page with a right checksum
+};
+
+/// Finds the links of an Ogg file, which may be chained.
 ///
 /// descriptor  open for reading; its position stays where it is
-/// Returns at least one part; together they are the whole file.
-std::vector<ByteRange> oggLinks(int descriptor);
+/// The links together are the whole file.
+OggPages oggLinks(int descriptor);
 
 /// The parts of MPEG audio that was joined from several files: each begins with an index frame of its own (Xing, Info
-/// or VBRI), or where the frames that the index before declares are over and a second or more follows.
+/// or VBRI), where frames of another version, layer or rate follow, or where the frames that the index before declares
+/// are over and a second or more follows.
 ///
 /// descriptor  open for reading; its position stays where it is
 /// Returns at least one part; together they are the whole file.

@@ -22,7 +22,6 @@ std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast)
 {
     BroadcastInfo copy = broadcast;
-    // A container without a place for it refuses it, which is no reason not to write the audio.
     sf_command(file, SFC_SET_BROADCAST_INFO, &copy,
                static_cast<int>(offsetof(BroadcastInfo, coding_history) + copy.coding_history_size));
 }

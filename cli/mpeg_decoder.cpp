@@ -1,5 +1,6 @@
 #include "cli/mpeg_decoder.h"
 
+#include "cli/quiet_standard_error.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -26,6 +27,7 @@ off_t seekWindow(void* window, off_t offset, int whence)
 MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
     : window(descriptor, part), handle(mpg123_new(nullptr, nullptr))
 {
+    const QuietStandardError quiet; // some errors are printed in spite of MPG123_QUIET
     mpg123_handle* const mpeg = handle.get();
     if (mpeg == nullptr) throw std::bad_alloc();
     mpg123_param(mpeg, MPG123_ADD_FLAGS, MPG123_QUIET | MPG123_GAPLESS | MPG123_FORCE_FLOAT | MPG123_SKIP_ID3V2, 0.0);
@@ -58,6 +60,7 @@ MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
 
 std::size_t MpegDecoder::read(double* samples, std::size_t frames)
 {
+    const QuietStandardError quiet;
     const auto channels = static_cast<std::size_t>(facts.channels);
     decoded.resize(frames * channels);
     std::size_t bytes = 0;

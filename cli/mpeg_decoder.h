@@ -11,8 +11,8 @@
 namespace tarn
 {
 
-/// MPEG audio (MP3, MP2, MP1) by libmpg123, to its last frame whatever its header declares, without the delay and the
-/// padding of the encoder.
+/// MPEG audio (MP3, MP2, MP1) by libmpg123, to its last frame even if its header declares fewer, without the delay and
+/// the padding of the encoder.
 class MpegDecoder final : public Decoder
 {
 public:

@@ -1,4 +1,6 @@
 #include "cli/tags.h"
+
+#include "cli/riff_info.h"
 #include "cli/text.h"
 #include "cli/utf8.h"
 
@@ -14,6 +16,7 @@
 #include <id3v1tag.h>
 #include <id3v2header.h>
 #include <id3v2tag.h>
+#include <infotag.h>
 #include <mpegfile.h>
 #include <opusfile.h>
 #include <tfilestream.h>
@@ -73,18 +76,30 @@ public:
     mutable bool converted = false;
 };
 
+/// Texts of RIFF INFO, which names no encoding: every byte as the character of its number.
+class RawText final : public TagLib::RIFF::Info::StringHandler
+{
+public:
+    String parse(const ByteVector& data) const override { return {data, String::Latin1}; }
+};
+
 /// Collects the tags of a file, the first of a name before those that come later.
 class Collector
 {
 public:
-    void add(const TagLib::PropertyMap& texts)
+    /// Returns whether there was anything new that is not plain ASCII.
+    bool add(const TagLib::PropertyMap& texts)
     {
+        bool beyondAscii = false;
         for (const auto& [name, values] : texts) {
             StringList kept;
             for (const String& value : values)
                 if (!value.isEmpty()) kept.append(value);
-            if (!kept.isEmpty() && !describesTheFile(name) && !tags.texts.contains(name)) tags.texts.insert(name, kept);
+            if (kept.isEmpty() || describesTheFile(name) || tags.texts.contains(name)) continue;
+            tags.texts.insert(name, kept);
+            beyondAscii = beyondAscii || !kept.toString("").isAscii();
         }
+        return beyondAscii;
     }
 
     void addPicture(const TagLib::FLAC::Picture& picture)
@@ -102,7 +117,12 @@ public:
     void addId3v2(const TagLib::ID3v2::Tag* tag)
     {
         if (tag == nullptr) return;
-        add(tag->properties());
+        const TagLib::PropertyMap texts = tag->properties();
+        add(texts);
+        std::string others;
+        for (const String& frame : texts.unsupportedData())
+            if (!frame.startsWith("APIC")) others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
+        if (!others.empty()) tags.leftOut.push_back("its ID3v2 frames " + others + " are left out");
         for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC"))
             if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))
                 tags.pictures.push_back({.kind = picture->type(),
@@ -151,7 +171,38 @@ public:
         for (const TagLib::FLAC::Picture* picture : comment.pictureList()) addPicture(*picture);
     }
 
-    /// Adds what libsndfile has read, in whatever encoding.
+    /// Adds a picture of an APE tag: its file name, a zero, its bytes.
+    void addApeCover(const TagLib::APE::Tag& tag)
+    {
+        const auto found = tag.itemListMap().find("COVER ART (FRONT)");
+        if (found == tag.itemListMap().end()) return;
+        const ByteVector item = found->second.binaryData();
+        const int end = item.find('\0');
+        if (end < 0) return;
+        const ByteVector data = item.mid(static_cast<unsigned>(end) + 1);
+        tags.pictures.push_back({.kind = TagLib::FLAC::Picture::FrontCover,
+                                 .mimeType = data.startsWith("\x89PNG") ? "image/png" : "image/jpeg",
+                                 .description = {},
+                                 .data = data});
+    }
+
+    /// Adds RIFF INFO, in an encoding that is not known.
+    void addInfo(const TagLib::RIFF::Info::Tag& tag)
+    {
+        TagLib::PropertyMap texts;
+        for (const auto& [name, info] : kInfoNames) {
+            const String bytes = tag.fieldText(info);
+            if (bytes.isEmpty() || texts.contains(name) || tags.texts.contains(name)) continue;
+            const std::string all = bytes.to8Bit(false); // the bytes, as RawText has read them
+            const std::string text = all.substr(0, all.find('\0'));
+            if (text.empty()) continue;
+            if (!isUtf8(text)) tags.converted = true;
+            texts.insert(name, StringList(String(toUtf8(text), String::UTF8)));
+        }
+        add(texts);
+    }
+
+    /// Adds what libsndfile has read, in an encoding that is not known.
     void addStrings(SNDFILE* file)
     {
         TagLib::PropertyMap texts;
@@ -180,6 +231,7 @@ long behindId3v2(TagLib::IOStream& stream)
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
     constexpr unsigned kVorbisComment = 4;
+    constexpr unsigned kCueSheet = 5;
     constexpr unsigned kPicture = 6;
     stream.seek(behindId3v2(stream));
     if (stream.readBlock(4) != "fLaC") return;
@@ -189,6 +241,7 @@ void collectFlac(TagLib::IOStream& stream, Collector& collector)
         const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
         last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
         const unsigned size = head.toUInt(1, 3, true);
+        if (type == kCueSheet) collector.tags.leftOut.emplace_back("its cue sheet is left out");
         if (type != kVorbisComment && type != kPicture) {
             stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
             continue;
@@ -218,9 +271,12 @@ void collectMpeg(TagLib::IOStream& stream, Collector& collector)
     TagLib::MPEG::File file(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
     if (!file.isValid()) return;
     collector.addId3v2(file.hasID3v2Tag() ? file.ID3v2Tag() : nullptr);
-    if (file.hasAPETag()) collector.add(file.APETag()->properties());
-    if (file.hasID3v1Tag()) collector.add(file.ID3v1Tag()->properties());
-    collector.tags.converted = kHandler.converted;
+    if (file.hasAPETag()) {
+        collector.add(file.APETag()->properties());
+        collector.addApeCover(*file.APETag());
+    }
+    if (file.hasID3v1Tag() && collector.add(file.ID3v1Tag()->properties()))
+        collector.tags.converted = kHandler.converted;
 }
 
 } // namespace
@@ -251,9 +307,11 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         break;
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX: {
+        static const RawText kHandler;
+        TagLib::RIFF::Info::Tag::setStringHandler(&kHandler);
         const TagLib::RIFF::WAV::File wave(&stream, false);
         collector.addId3v2(wave.hasID3v2Tag() ? wave.ID3v2Tag() : nullptr);
-        collector.addStrings(file);
+        if (wave.hasInfoTag()) collector.addInfo(*wave.InfoTag());
         break;
     }
     default:

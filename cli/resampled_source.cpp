@@ -39,7 +39,7 @@ void ResampledSource::begin()
     if (converter == nullptr) throw std::bad_alloc();
     waitingFrom = waitingFrames = 0;
     sourceEnded = false;
-    sourceFrames = given = 0;
+    sourceFrames = given = clipped = 0;
 }
 
 void ResampledSource::rewind()
@@ -110,7 +110,11 @@ std::size_t ResampledSource::read(std::int32_t* stereo, std::size_t capacity)
 {
     converted.resize(kChannels * capacity);
     const std::size_t frames = convert(converted.data(), capacity);
-    for (std::size_t i = 0; i < kChannels * frames; ++i) stereo[i] = fromFullScale(converted[i] * gain);
+    for (std::size_t i = 0; i < kChannels * frames; ++i) {
+        const double sample = converted[i] * gain;
+        if (std::abs(sample) > 1.0) ++clipped;
+        stereo[i] = fromFullScale(sample);
+    }
     return frames;
 }
 

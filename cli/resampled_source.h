@@ -29,6 +29,7 @@ public:
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return source->canRewind(); }
     void rewind() override;
+    std::uint64_t clippedSamples() const noexcept override { return clipped; }
     std::optional<Loss> loss() const override { return source->loss(); }
 
 private:
@@ -53,6 +54,7 @@ private:
     std::uint64_t sourceFrames = 0; ///< read so far
     std::uint64_t given = 0;        ///< frames of the result
     double gain = 1.0;
+    std::uint64_t clipped = 0; ///< samples
     std::vector<double> converted;
 };
 

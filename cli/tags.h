@@ -28,7 +28,8 @@ struct Tags
 {
     TagLib::PropertyMap texts; ///< by the names of Vorbis comments: TITLE, ALBUMARTIST, MUSICBRAINZ_TRACKID, ...
     std::vector<Picture> pictures;
-    bool converted = false; ///< texts were not UTF-8 where they should be, and were read as Windows-1252
+    std::vector<std::string> leftOut; ///< sentences about what has no name in other formats
+    bool converted = false;           ///< texts were not UTF-8 where they should be, and were read as Windows-1252
 };
 
 /// Reads the tags that still hold for an upmix of the recording.

@@ -113,7 +113,8 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
     if (options.quiet) return sink;
     if (contents.metadata.tags.converted)
         printNote(nameOf(options.input, "standard input") + ": its tags are not UTF-8 and are taken for Windows-1252");
-    for (const std::string& note : sink->notes()) printNote(options.output + ": " + note);
+    for (const std::string& note : contents.metadata.tags.leftOut)
+        printNote(nameOf(options.input, "standard input") + ": " + note);
     return sink;
 }
 
@@ -202,9 +203,9 @@ void checkRaw(const UpmixOptions& options)
 
 /// Tells what came of the work.
 ///
-/// wraps  about samples that wrapped around; empty if there is nothing to say
+/// notes  about the output
 void printResults(const UpmixOptions& options, const Layout& layout, const UpmixReport& report,
-                  const std::string& wraps)
+                  const std::vector<std::string>& notes)
 {
     const std::string output = nameOf(options.output, "standard output");
     if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
@@ -215,7 +216,7 @@ void printResults(const UpmixOptions& options, const Layout& layout, const Upmix
         printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
                   " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
                   formatted("%+.2f", report.gainDb) + " dB");
-    if (!wraps.empty()) printNote(output + ": " + wraps);
+    for (const std::string& note : notes) printNote(output + ": " + note);
     if (report.clipped > 0)
         printNote(output + ": " + std::to_string(report.clipped) +
                   " samples were beyond full scale and are clipped; give a smaller --gain" +
@@ -303,7 +304,10 @@ UpmixReport upmix(const UpmixOptions& options)
     if (wraps) report.wrapped = wraps->wrapped();
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();
-    printResults(options, layout, report, wraps ? wraps->note(columns) : std::string());
+    report.clipped += source->clippedSamples();
+    std::vector<std::string> notes = sink->notes();
+    if (wraps) notes.push_back(wraps->note(columns));
+    printResults(options, layout, report, notes);
     return report;
 }
 

@@ -58,7 +58,9 @@ VorbisDecoder::~VorbisDecoder()
 bool VorbisDecoder::nextPage(ogg_page& page)
 {
     while (true) {
-        if (const int found = ogg_sync_pageout(&sync, &page); found == 1) return true;
+        const int found = ogg_sync_pageout(&sync, &page);
+        if (found > 0) return true;
+        if (found < 0) continue; // bytes were skipped; there may be more pages behind them
         char* const buffer = ogg_sync_buffer(&sync, kReadBytes);
         if (buffer == nullptr) return false;
         const std::size_t got = window.read(buffer, kReadBytes);
@@ -144,7 +146,7 @@ void VorbisDecoder::decodePackets()
             continue;
         }
         decode(packet);
-        if (packet.granulepos >= 0) granule = packet.granulepos;
+        if (packet.granulepos != -1) granule = packet.granulepos;
         isLast = isLast || packet.e_o_s != 0;
     }
     place(granule, isLast);
@@ -172,13 +174,15 @@ void VorbisDecoder::decode(ogg_packet& packet)
 /// Cuts off what is before frame 0 or behind the last frame, and fills what was lost.
 void VorbisDecoder::place(std::int64_t granule, bool isLast)
 {
+    // Frames at negative positions are not to be heard.
+    if (granule < -1 && !hasOrigin) samples.clear();
     if (granule < 0 || samples.empty()) return;
     const auto channels = static_cast<std::ptrdiff_t>(facts.channels);
     const auto frames = static_cast<std::int64_t>(samples.size()) / channels;
     if (!hasOrigin) {
         hasOrigin = true;
         hasHole = false;
-        // A recording can begin anywhere. Frames at negative positions are not to be heard.
+        // A recording can begin anywhere.
         origin = std::max<std::int64_t>(granule - static_cast<std::int64_t>(position) - frames, 0);
         if (granule < frames && !isLast)
             samples.erase(samples.begin(), samples.begin() + (frames - granule) * channels);

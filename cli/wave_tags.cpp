@@ -1,6 +1,7 @@
 #include "cli/wave_tags.h"
 
-#include "cli/output_file.h"
+#include "cli/descriptor.h"
+#include "cli/riff_info.h"
 
 #include <array>
 #include <cerrno>
@@ -20,24 +21,6 @@ namespace
 {
 
 using TagLib::ByteVector;
-
-/// RIFF INFO's names. Programs do not agree on that of the track number.
-struct InfoName
-{
-    const char* name;
-    const char* info;
-};
-
-constexpr std::array<InfoName, 10> kInfoNames{{{"TITLE", "INAM"},
-                                               {"ARTIST", "IART"},
-                                               {"ALBUM", "IPRD"},
-                                               {"DATE", "ICRD"},
-                                               {"TRACKNUMBER", "ITRK"},
-                                               {"TRACKNUMBER", "IPRT"},
-                                               {"GENRE", "IGNR"},
-                                               {"COMMENT", "ICMT"},
-                                               {"COPYRIGHT", "ICOP"},
-                                               {"COMPOSER", "IMUS"}}};
 
 ByteVector infoList(const TagLib::PropertyMap& texts)
 {

@@ -23,7 +23,7 @@ struct WorkerOutcome
 
 /// Works on every file in a process of its own, so that a crash of a codec library costs one file.
 ///
-/// The calling process stays single-threaded and forks. A child's result comes back through a pipe, whatever its size.
+/// The calling process stays single-threaded and forks. A child's result comes back through a pipe, of any size.
 /// No child outlives its parent.
 ///
 /// names  of the files, for messages

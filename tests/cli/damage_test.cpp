@@ -143,6 +143,28 @@ TEST_F(Damage, OfOneVorbisPageBecomesSilenceAndTheRestKeepsItsPlace)
     EXPECT_TRUE(std::equal(output.end() - 3 * kRate, output.end(), whole.end() - 3 * kRate));
 }
 
+TEST_F(Damage, OfAShortVorbisFileLosesOnePageOnly)
+{
+    constexpr std::size_t kFrames = 30000;
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kFrames, 16));
+    const std::string ogg = bytesOf(at("in.ogg"));
+    ASSERT_LT(ogg.size(), 65536u) << "all of it is read at once";
+    const std::size_t lastButOne = ogg.rfind("OggS", ogg.rfind("OggS") - 1);
+    writeBytes(at("bad.ogg"), withBitFlipped(ogg, lastButOne + 100));
+    const Result result = tarn({"upmix", "bad.ogg", "out.wav"});
+    EXPECT_NE(result.errors.find("frames are damaged and become silence"), std::string::npos) << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, static_cast<sf_count_t>(kFrames));
+}
+
+TEST_F(Damage, OfAnOpusPageIsTold)
+{
+    writeAudio(at("in.opus"), SF_FORMAT_OGG | SF_FORMAT_OPUS, static_cast<int>(kRate), 2, stereoNoise(6 * kRate, 16));
+    const std::string opus = bytesOf(at("in.opus"));
+    const std::size_t firstAudio = opus.find("OggS", opus.find("OggS", 4) + 4);
+    writeBytes(at("bad.opus"), withBitFlipped(opus, firstAudio + 1000));
+    EXPECT_NE(upmix("bad.opus", 1).errors.find("some of its pages are damaged"), std::string::npos);
+}
+
 TEST_F(Damage, OfOneMpegHeaderDoesNotEndTheStream)
 {
     writeAudio(at("in.mp3"), SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, static_cast<int>(kRate), 2,

@@ -103,6 +103,16 @@ TEST_F(ExistingOutputs, ThatAreNotCompleteAreRefusedOrReplaced)
     expectIncomplete("out.flac", "its end is missing");
 }
 
+TEST_F(ExistingOutputs, OfADamagedInputAreComplete)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(150000, 16));
+    std::filesystem::resize_file(at("in.wav"), 44 + 4 * 50000);
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 1);
+    const Result again = tarn({"upmix", "--skip-existing", "in.wav", "out.wav"});
+    EXPECT_EQ(again.exitCode, 0) << again.errors;
+    EXPECT_NE(again.errors.find("is skipped"), std::string::npos) << again.errors;
+}
+
 TEST_F(ExistingOutputs, AreRefusedWithoutTheOption)
 {
     ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);

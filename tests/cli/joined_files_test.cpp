@@ -88,10 +88,17 @@ TEST_F(JoinedFiles, WithAnotherRateKeepWhatFitsAndSaySo)
     const Result result = tarn({"upmix", "ab.ogg", "out.wav"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.errors.find("1 of its 2 joined streams have another rate, other channels or no audio and are left "
-                                 "out; 1.837 seconds are missing"),
+                                 "out; 2.000 seconds are missing"),
               std::string::npos)
         << result.errors;
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 96000);
+
+    // Four seconds at a sixth of the rate.
+    writeNoise("slow.ogg", kVorbis, 32000, 2, 8000);
+    join("as.ogg", {"a.ogg", "slow.ogg"});
+    const Result slow = tarn({"upmix", "--force", "as.ogg", "out.wav"});
+    EXPECT_EQ(slow.exitCode, 1);
+    EXPECT_NE(slow.errors.find("; 4.000 seconds are missing"), std::string::npos) << slow.errors;
 }
 
 TEST_F(JoinedFiles, OfMpegAudioWithoutAnIndexAreReadToTheEnd)

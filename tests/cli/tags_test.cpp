@@ -11,6 +11,7 @@
 #include <id3v2tag.h>
 #include <mpegfile.h>
 #include <tpropertymap.h>
+#include <unknownframe.h>
 #include <vorbisfile.h>
 #include <wavfile.h>
 #include <xiphcomment.h>
@@ -291,7 +292,7 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
         writeAudio(at("out.wav"), container | SF_FORMAT_PCM_24, 48000, 3, samples);
         std::vector<std::string> leftOut;
         const int descriptor = open(at("out.wav").c_str(), O_RDWR | O_CLOEXEC);
-        ASSERT_EQ(tarn::appendTags(descriptor, {.texts = richTexts(), .pictures = {}}, leftOut), 0);
+        ASSERT_EQ(tarn::appendTags(descriptor, {.texts = richTexts(), .pictures = {}, .leftOut = {}}, leftOut), 0);
         close(descriptor);
         EXPECT_TRUE(leftOut.empty());
         EXPECT_TRUE(readAudio(at("out.wav")).samples == samples);
@@ -331,6 +332,58 @@ TEST_F(Tags, WrittenByFfmpegAreKept)
             std::string::npos)
             << input;
     }
+}
+
+TEST_F(Tags, PicturesOfEveryKindAreKeptInFlac)
+{
+    writeTagged("in.mp3", kMp3, {});
+    {
+        TagLib::MPEG::File mpeg(at("in.mp3").c_str());
+        for (int kind = 0; kind <= 20; ++kind) {
+            for (int i = 0; i < 2; ++i) {
+                auto* const frame = new TagLib::ID3v2::AttachedPictureFrame; // the tag takes it
+                frame->setType(static_cast<TagLib::ID3v2::AttachedPictureFrame::Type>(kind));
+                frame->setMimeType("image/png");
+                frame->setPicture(pictureBytes());
+                mpeg.ID3v2Tag(true)->addFrame(frame);
+            }
+        }
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2));
+    }
+    const Result result = tarn({"upmix", "in.mp3", "out.flac"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    TagLib::FLAC::File flac(at("out.flac").c_str());
+    EXPECT_EQ(flac.pictureList().size(), 42u);
+}
+
+TEST_F(Tags, OfId3v1AreNoReasonForANoteWhereId3v2HasThemAll)
+{
+    writeTagged("in.mp3", kMp3, {});
+    {
+        TagLib::MPEG::File mpeg(at("in.mp3").c_str());
+        mpeg.ID3v2Tag(true)->setTitle(utf8("\xc3\x84 title"));
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2));
+    }
+    std::string last(128, '\0');
+    last.replace(0, 10, "TAG\xc4 title");
+    writeBytes(at("in.mp3"), bytesOf(at("in.mp3")) + last);
+    const Result result = tarn({"upmix", "in.mp3", "out.flac"});
+    EXPECT_EQ(result.errors.find("UTF-8"), std::string::npos) << result.errors;
+    EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("\xc3\x84 title"));
+}
+
+TEST_F(Tags, ThatHaveNoNameElsewhereAreNamed)
+{
+    writeTagged("in.mp3", kMp3, {});
+    {
+        TagLib::MPEG::File mpeg(at("in.mp3").c_str());
+        auto* const frame = new TagLib::ID3v2::UnknownFrame(ByteVector("POPM\0\0\0\1\0\0x", 11)); // the tag takes it
+        mpeg.ID3v2Tag(true)->setTitle("A title");
+        mpeg.ID3v2Tag()->addFrame(frame);
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2));
+    }
+    EXPECT_NE(tarn({"upmix", "in.mp3", "out.wav"}).errors.find("tarn: in.mp3: its ID3v2 frames POPM"),
+              std::string::npos);
 }
 
 /// Latin-1 where UTF-8 is due, or where the format names no encoding.
