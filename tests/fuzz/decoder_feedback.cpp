@@ -15,7 +15,7 @@ namespace
 {
 
 /// libFuzzer reads and clears the counters of this section for every input.
-[[gnu::section("__libfuzzer_extra_counters")]] std::uint8_t extraCounters[1 << 14];
+[[gnu::section("__libfuzzer_extra_counters")]] std::uint8_t extraCounters[1 << 13];
 
 void count(const std::string& event)
 {
@@ -28,10 +28,10 @@ void noteDecoding(const std::string& path, std::string_view file, int exitCode, 
 {
     SF_INFO info{};
     const tarn::SndfileHandle opened(sf_open(path.c_str(), SFM_READ, &info));
-    const std::string met = std::to_string(info.format) + " " + std::to_string(exitCode) + " ";
-    count(met + std::to_string(info.channels));
+    count(std::to_string(info.format) + " " + std::to_string(info.channels) + " " + std::to_string(exitCode));
+    const std::string container = std::to_string(info.format & SF_FORMAT_TYPEMASK) + " ";
     for (const std::string_view mark : kMarks)
-        if (file.find(mark) != std::string_view::npos) count(met + std::string(mark));
+        if (file.find(mark) != std::string_view::npos) count(container + std::string(mark));
 
     std::string text(words);
     const std::string folder = path.substr(0, path.rfind('/'));
