@@ -35,7 +35,8 @@ void noteDecoding(const std::string& path, std::string_view file, int exitCode, 
 
     std::string text(words);
     const std::string folder = path.substr(0, path.rfind('/'));
-    for (std::size_t at = 0; (at = text.find(folder, at)) != std::string::npos;) text.erase(at, folder.size());
+    for (std::size_t at = 0; (at = text.find(folder, at)) != std::string::npos;)
+        text.erase(at, text.find_first_of(" :;\n", at) - at);
     std::erase_if(text, [](char c) { return c >= '0' && c <= '9'; });
     count(text);
 }
