@@ -26,7 +26,9 @@ std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
     if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return std::make_unique<MpegDecoder>(descriptor, part);
     try {
         auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
-        if (decoder->info().format == (SF_FORMAT_OGG | SF_FORMAT_VORBIS))
+        const int format = decoder->info().format;
+        if ((format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) return std::make_unique<MpegDecoder>(descriptor, part);
+        if (format == (SF_FORMAT_OGG | SF_FORMAT_VORBIS))
             return std::make_unique<VorbisDecoder>(descriptor, part, decoder->info());
         return decoder;
     } catch (const std::runtime_error&) {

@@ -1,5 +1,6 @@
 #include "cli/sndfile_decoder.h"
 
+#include "cli/quiet_standard_error.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -32,6 +33,7 @@ constexpr SF_VIRTUAL_IO kCalls{
 SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, part)
 {
     SF_VIRTUAL_IO calls = kCalls;
+    const QuietStandardError quiet; // its MPEG decoder prints there
     file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));
     if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
 }

@@ -6,10 +6,10 @@
 namespace fuzz
 {
 
-/// Gives libFuzzer feedback about the decoders, which are not instrumented. Each combination of format, mark and exit
-/// code, and each different message, counts as a branch.
+/// Gives libFuzzer feedback about the decoders, which are not instrumented. Each combination of format and exit code,
+/// each one of container and mark, and each message count as a branch.
 ///
-/// words  the messages of the command; numbers and the folder of path are ignored
+/// words  the messages of the command; numbers and file names are ignored
 void noteDecoding(const std::string& path, std::string_view file, int exitCode, std::string_view words);
 
 } // namespace fuzz
