@@ -40,7 +40,8 @@ extern "C" int open(const char* path, int flags, ...)
     va_start(arguments, flags);
     const auto mode = va_arg(arguments, mode_t); // read only where the flags ask for it
     va_end(arguments);
-    way = std::filesystem::path(path).stem();
+    // Other files are opened behind it, such as the null device.
+    if (const std::filesystem::path name(path); name.extension() == ".wav") way = name.stem();
     return hiddenBy(open, "open")(path, flags, mode);
 }
 
