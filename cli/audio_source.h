@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/file_identity.h"
+#include "cli/json.h"
 #include "cli/metadata.h"
 #include "cli/stream_format.h"
 
@@ -13,11 +14,17 @@
 namespace tarn
 {
 
+constexpr int kExitIncomplete = 1;             ///< exit code: a second or more of an input is missing
+constexpr double kNegligibleLossSeconds = 1.0; ///< less is a warning
+
 /// Audio that a source should have had and has not.
 struct Loss
 {
     std::string message;           ///< what is missing, with the numbers, as the end of a sentence: "is cut short: ..."
     std::optional<double> seconds; ///< nothing if it is not known
+
+    bool isNegligible() const noexcept { return seconds && *seconds < kNegligibleLossSeconds; }
+    Json json() const { return {{"message", message}, {"seconds", seconds ? Json(*seconds) : Json()}}; }
 };
 
 /// Where stereo comes from, frame after frame.

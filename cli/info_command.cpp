@@ -29,13 +29,16 @@ constexpr std::size_t kReadFrames = 4096;
 struct Finding
 {
     FileFacts facts;
-    std::optional<StereoAnalysis> analysis; ///< of stereo only
+    std::optional<StereoAnalysis> analysis{}; ///< of stereo only
+    std::optional<Loss> loss{};               ///< of stereo only
+
+    bool isIncomplete() const noexcept { return loss && !loss->isNegligible(); }
 };
 
 Finding examine(const std::string& input, bool showProgress)
 {
     FileSource source(input, FileSource::Demand::Anything);
-    Finding finding{.facts = source.facts(), .analysis = {}};
+    Finding finding{.facts = source.facts()};
     if (finding.facts.channels != 2) return finding;
 
     StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
@@ -46,7 +49,8 @@ Finding examine(const std::string& input, bool showProgress)
         analysis.push(stereo.data(), frames);
         progress.advance(frames);
     }
-    if (const auto loss = source.loss()) printNote(input + ": " + loss->message);
+    finding.loss = source.loss();
+    if (finding.loss) printNote(input + ": " + finding.loss->message);
     finding.facts.frames = analysis.frames();
     return finding;
 }
@@ -88,6 +92,7 @@ Json jsonOf(const std::string& input, const Finding& finding)
     const std::string blocked = obstacle(facts);
     json["can_be_upmixed"] = blocked.empty();
     if (!blocked.empty()) json["obstacle"] = blocked;
+    if (finding.loss) json["loss"] = finding.loss->json();
     if (!finding.analysis) return json;
 
     const StereoAnalysis& analysis = *finding.analysis;
@@ -172,7 +177,8 @@ std::string briefVerdict(const Finding& finding)
             return isOppositeBand(band, analysis.overall());
         }))
         verdict += ", partly opposite";
-    return isConvertibleRate(facts.sampleRate) ? verdict : "no rate of sound";
+    if (!isConvertibleRate(facts.sampleRate)) return "no rate of sound";
+    return finding.isIncomplete() ? verdict + "; damaged" : verdict;
 }
 
 /// What matters most, as a line of a table.
@@ -212,31 +218,39 @@ std::string tableOf(const std::string& input, const Finding& finding)
 
 int runInfo(const InfoOptions& options)
 {
-    int exitCode = EX_OK;
+    int failure = EX_OK;
+    bool incomplete = false;
     Json files = Json::array();
     const std::size_t width = nameWidth(options.inputs);
     const auto work = [&](std::size_t i) {
         const std::string& input = options.inputs[i];
         const Finding finding = examine(input, !options.quiet && options.inputs.size() == 1);
-        if (options.json) return jsonOf(input, finding);
-        return Json(options.verbose ? tableOf(input, finding) : lineOf(input, width, finding));
+        Json shown = options.json      ? jsonOf(input, finding)
+                     : options.verbose ? Json(tableOf(input, finding))
+                                       : Json(lineOf(input, width, finding));
+        return Json{{"shown", std::move(shown)}, {"incomplete", finding.isIncomplete()}};
     };
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.crashed) wipeProgress();
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
-            if (exitCode == EX_OK) exitCode = outcome.exitCode;
+            if (failure == EX_OK) failure = outcome.exitCode;
             files.push_back({{"input", options.inputs[i]}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
-        } else if (options.json) {
-            files.push_back(std::move(outcome.result));
+            return;
+        }
+        incomplete = incomplete || outcome.result.at("incomplete").get<bool>();
+        Json& shown = outcome.result.at("shown");
+        if (options.json) {
+            files.push_back(std::move(shown));
         } else {
-            std::fputs(outcome.result.get_ref<const std::string&>().c_str(), stdout);
+            std::fputs(shown.get_ref<const std::string&>().c_str(), stdout);
             std::fflush(stdout);
         }
     };
     runInProcesses(options.inputs, options.jobs, work, done);
     if (options.json) printJson({{"files", files}}, stdout);
-    return exitCode;
+    if (failure != EX_OK) return failure;
+    return incomplete ? kExitIncomplete : EX_OK;
 }
 
 } // namespace tarn

@@ -18,7 +18,8 @@ struct InfoOptions
 
 /// Prints what the inputs are and whether upmixing them gains anything, in the order of the inputs.
 ///
-/// One input that fails does not stop the rest. Returns the exit code: 0, or that of the first input that failed.
+/// One input that fails does not stop the rest. Returns the exit code: that of the first input that failed, or
+/// kExitIncomplete if stereo lacks a second or more, or 0.
 /// Throws Interrupted.
 int runInfo(const InfoOptions& options);
 

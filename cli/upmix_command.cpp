@@ -328,8 +328,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"speed", report.speed}};
     if (report.loss) {
         json["exit_code"] = report.exitCode();
-        json["loss"] = {{"message", report.loss->message},
-                        {"seconds", report.loss->seconds ? Json(*report.loss->seconds) : Json()}};
+        json["loss"] = report.loss->json();
     }
     if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <sysexits.h>
+
 namespace tarn
 {
 
@@ -45,9 +47,6 @@ struct LoudnessReport
     double output;
 };
 
-constexpr int kExitIncomplete = 1;             ///< the output is written, but a second or more of the input is missing
-constexpr double kNegligibleLossSeconds = 1.0; ///< less is a warning
-
 /// What was done.
 struct UpmixReport
 {
@@ -66,10 +65,7 @@ struct UpmixReport
     bool skipped = false;                     ///< the output was complete, and nothing was done
 
     /// EX_OK, or kExitIncomplete.
-    int exitCode() const noexcept
-    {
-        return loss && loss->seconds.value_or(kNegligibleLossSeconds) >= kNegligibleLossSeconds ? kExitIncomplete : 0;
-    }
+    int exitCode() const noexcept { return loss && !loss->isNegligible() ? kExitIncomplete : EX_OK; }
 };
 
 /// Refuses options that do not go together, before any file is opened. Throws Failure.

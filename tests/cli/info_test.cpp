@@ -284,6 +284,28 @@ TEST_F(Info, OfManyFilesGoesOnAfterOneThatFails)
     EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
 }
 
+TEST_F(Info, NamesDamageAndReturnsOne)
+{
+    const Samples two = stereoNoise(48000 * 2, 16);
+    for (const std::string name : {"whole.wav", "cut.wav", "shorter.wav"}) writeAudio(at(name), kWave16, 48000, 2, two);
+    std::filesystem::resize_file(at("cut.wav"), std::filesystem::file_size(at("cut.wav")) - 48000 * 4);
+    std::filesystem::resize_file(at("shorter.wav"), std::filesystem::file_size(at("shorter.wav")) - 4800 * 4);
+
+    const Result lines = tarn({"info", "whole.wav", "cut.wav"});
+    EXPECT_EQ(lines.exitCode, 1);
+    EXPECT_NE(lines.output.find("worth upmixing; damaged\n"), std::string::npos) << lines.output;
+    EXPECT_NE(lines.errors.find("cut.wav: is cut short or damaged"), std::string::npos) << lines.errors;
+
+    const Result json = tarn({"info", "--json", "whole.wav", "cut.wav"});
+    EXPECT_EQ(json.exitCode, 1);
+    const Json files = Json::parse(json.output).at("files");
+    EXPECT_FALSE(files[0].contains("loss"));
+    EXPECT_EQ(files[1]["loss"]["seconds"], 1.0);
+
+    EXPECT_EQ(tarn({"info", "shorter.wav"}).exitCode, 0) << "a tenth of a second";
+    EXPECT_EQ(tarn({"info", "--quiet", "cut.wav", "missing.wav"}).exitCode, 66);
+}
+
 TEST_F(Info, PrintsALineForEachFile)
 {
     writeAudio(at("a.wav"), kWave16, 48000, 2, noise(1.0, 1.0, 0.0));
