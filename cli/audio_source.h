@@ -18,6 +18,7 @@ struct Loss
 {
     std::string message;           ///< what is missing, with the numbers, as the end of a sentence: "is cut short: ..."
     std::optional<double> seconds; ///< nothing if it is not known
+    const char* advice;            ///< what to do: "get ..."
 };
 
 /// Where stereo comes from, frame after frame.

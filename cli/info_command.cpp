@@ -46,7 +46,7 @@ Finding examine(const std::string& input, bool showProgress)
         analysis.push(stereo.data(), frames);
         progress.advance(frames);
     }
-    if (const auto loss = source.loss()) printNote(input + ": " + loss->message);
+    if (const auto loss = source.loss()) printNote(input + ": " + loss->message + "; " + loss->advice);
     finding.facts.frames = analysis.frames();
     return finding;
 }

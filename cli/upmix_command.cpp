@@ -208,8 +208,9 @@ void printResults(const UpmixOptions& options, const Layout& layout, const Upmix
                   const std::vector<std::string>& notes)
 {
     const std::string output = nameOf(options.output, "standard output");
-    if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
-        printNote(nameOf(options.input, "standard input") + ": " + report.loss->message + "; the rest is upmixed");
+    if (report.loss)
+        printNote(nameOf(options.input, "standard input") + ": " + report.loss->message + "; the rest is upmixed; " +
+                  report.loss->advice);
     if (options.quiet) return;
     printNote(summary(options, layout, report.format, report.frames, report.speed));
     if (report.loudness)
@@ -295,7 +296,8 @@ UpmixReport upmix(const UpmixOptions& options)
     report.speed = pump(options, "upmixing", *source, upmixer, nullptr, wraps.get());
     report.loss = source->loss();
     if (report.loss && options.strict)
-        throw Failure(EX_DATAERR, nameOf(options.input, "standard input") + ": " + report.loss->message);
+        throw Failure(EX_DATAERR, nameOf(options.input, "standard input") + ": " + report.loss->message + "; " +
+                                      report.loss->advice + ", or leave out --strict");
     throwIfInterrupted();
     sink->finish();
 
