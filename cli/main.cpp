@@ -128,7 +128,11 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
                    "Leave out an INPUT whose OUTPUT exists and is complete;\n"
                    "one that is not complete is an error without --force")
         ->disable_flag_override();
-    upmix->add_flag("--quiet", options.quiet, "No progress bar, notes and summary")->disable_flag_override();
+    upmix
+        ->add_flag("--quiet", options.quiet,
+                   "No progress, notes and summary; errors, and warnings\n"
+                   "about what is lost, clipped or wrapped, remain")
+        ->disable_flag_override();
     giveHelp(*upmix, tarn::kUpmixHelp, "man tarn-upmix describes layouts, matrices, tags, reports and streams.");
     return upmix;
 }

@@ -61,9 +61,8 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
         format.bits = *options.bits;
     } else if (!isStream(options.output) && format.bits > containerOf(options.output).maxBits) {
         format.bits = containerOf(options.output).maxBits;
-        if (!options.quiet)
-            printNote(options.output + ": is written with " + std::to_string(format.bits) +
-                      " bits, the most that its format holds; the input has " + std::to_string(source.format().bits));
+        printNote(options.output + ": is written with " + std::to_string(format.bits) +
+                  " bits, the most that its format holds; the input has " + std::to_string(source.format().bits));
     }
     return format;
 }
@@ -110,8 +109,7 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
     if (isStream(options.output)) return std::make_unique<RawSink>(std::size_t{layout.slots} * format.bytesPerSample());
     const FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
     auto sink = openFileSink(options.output, options.force, source.identity(), contents);
-    if (options.quiet) return sink;
-    if (contents.metadata.tags.converted)
+    if (contents.metadata.tags.converted && !options.quiet)
         printNote(nameOf(options.input, "standard input") + ": its tags are not UTF-8 and are taken for Windows-1252");
     for (const std::string& note : contents.metadata.tags.leftOut)
         printNote(nameOf(options.input, "standard input") + ": " + note);
@@ -134,12 +132,11 @@ std::string summary(const UpmixOptions& options, const Layout& layout, StreamFor
            formatted(", %.0f x real time", speed);
 }
 
-/// Counts what wraps around in the matrix; null where nothing can, or where nobody asks.
+/// Counts what wraps around in the matrix; null where nothing can.
 std::unique_ptr<WrapCounter> wrapCounter(const UpmixOptions& options, StreamFormat format,
                                          const EngineSettings& settings)
 {
-    const bool isReported = options.json || !options.quiet;
-    if (options.bypass || !isReported || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
+    if (options.bypass || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
     return std::make_unique<WrapCounter>(format, settings, !options.noAlign);
 }
 
@@ -203,21 +200,22 @@ void checkRaw(const UpmixOptions& options)
 
 /// Tells what came of the work.
 ///
-/// notes  about the output
+/// warnings  about the output
 void printResults(const UpmixOptions& options, const Layout& layout, const UpmixReport& report,
-                  const std::vector<std::string>& notes)
+                  const std::vector<std::string>& warnings)
 {
     const std::string output = nameOf(options.output, "standard output");
     if (report.loss)
         printNote(nameOf(options.input, "standard input") + ": " + report.loss->message + "; the rest is upmixed; " +
                   report.loss->advice);
-    if (options.quiet) return;
-    printNote(summary(options, layout, report.format, report.frames, report.speed));
-    if (report.loudness)
-        printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
-                  " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
-                  formatted("%+.2f", report.gainDb) + " dB");
-    for (const std::string& note : notes) printNote(output + ": " + note);
+    if (!options.quiet) {
+        printNote(summary(options, layout, report.format, report.frames, report.speed));
+        if (report.loudness)
+            printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
+                      " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
+                      formatted("%+.2f", report.gainDb) + " dB");
+    }
+    for (const std::string& warning : warnings) printNote(output + ": " + warning);
     if (report.clipped > 0)
         printNote(output + ": " + std::to_string(report.clipped) +
                   " samples were beyond full scale and are clipped; give a smaller --gain" +
@@ -307,9 +305,9 @@ UpmixReport upmix(const UpmixOptions& options)
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();
     report.clipped += source->clippedSamples();
-    std::vector<std::string> notes = sink->notes();
-    if (wraps) notes.push_back(wraps->note(columns));
-    printResults(options, layout, report, notes);
+    std::vector<std::string> warnings = sink->notes();
+    if (wraps && (report.wrapped > 0 || !options.quiet)) warnings.push_back(wraps->note(columns));
+    printResults(options, layout, report, warnings);
     return report;
 }
 

@@ -138,8 +138,10 @@ protected:
     {
         options.insert(options.end(), {"--json", "--quiet"});
         const Result result = upmix(matrix, options);
-        EXPECT_EQ(result.errors, "");
-        return Json::parse(result.output);
+        Json report = Json::parse(result.output);
+        EXPECT_EQ(result.errors.empty(), report["wrapped_samples"] == 0 && report["clipped_samples"] == 0)
+            << result.errors;
+        return report;
     }
 
     /// The slots of the output that carry something, by name and as left-justified samples.
@@ -238,6 +240,20 @@ TEST_F(Remap, FindsThatAGainOfMinusOneWrapsTheSmallestSample)
         << result.errors;
 }
 
+TEST_F(Remap, WarnsOfWrappedSamplesInSpiteOfQuiet)
+{
+    const Gains gains("4 0 0 0\n0 1 0 0\n0 0 1 0\n");
+    const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
+    ASSERT_GT(sums.wrapped(), 1u) << "the case that this test needs";
+    const Result loud = upmix(gains.text, {"--quiet"});
+    EXPECT_EQ(loud.errors.find("tarn: out.wav: " + std::to_string(sums.wrapped()) + " samples wrapped around; "), 0u)
+        << loud.errors;
+    EXPECT_EQ(std::count(loud.errors.begin(), loud.errors.end(), '\n'), 1) << loud.errors;
+
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, Samples(4000, 0x100000));
+    EXPECT_EQ(upmix(gains.text, {"--quiet"}).errors, "");
+}
+
 TEST_F(Remap, CountsBeforeTheGain)
 {
     const Gains gains("1 0 0.75 0\n0 0.5 0.75 0\n0 0 0.75 0.5\n");
@@ -280,7 +296,6 @@ TEST_F(Remap, CountsNothingWhereNothingCanWrap)
     const std::string loud = "4 0 0 0\n0 4 0 0\n0 0 4 4\n";
     EXPECT_EQ(reportOf(loud, {"--bypass"})["wrapped_samples"], 0);
     EXPECT_EQ(upmix(loud, {"--bypass"}).errors.find("wrap"), std::string::npos);
-    EXPECT_EQ(upmix(loud, {"--quiet"}).errors, "");
     const Result other = tarn({"upmix", "--force", "--json", "in.wav", "out.wav"});
     EXPECT_FALSE(Json::parse(other.output).contains("wrapped_samples"));
 }
