@@ -1,6 +1,7 @@
 #include "cli/batch_names.h"
 
 #include "cli/failure.h"
+#include "cli/text.h"
 #include "cli/upmix_command.h"
 
 #include <algorithm>
@@ -132,10 +133,15 @@ void refuseOutputsThatMeet(const InputsOf& outputs, const fs::path& directory)
         for (std::size_t i = 1; i + 1 < inputs.size(); ++i) problem += ", " + inputs[i];
         problems.push_back(problem + " and " + inputs.back());
     }
-    if (!problems.empty())
-        refuse(problems, "--output-dir " + directory.string() +
-                             ": outputs would meet, so nothing was written; rename "
-                             "inputs, or upmix them one after the other");
+    if (problems.empty()) return;
+    const auto& [output, inputs] = *std::find_if(outputs.begin(), outputs.end(), meet);
+    const fs::path name(output);
+    const fs::path other = name.parent_path() / (name.stem().string() + "-2" + name.extension().string());
+    refuse(problems,
+           "--output-dir " + directory.string() +
+               ": outputs would meet, so nothing was written; name every input once, and upmix those whose "
+               "names differ only in the extension one by one to names of their own, for example: tarn upmix " +
+               shellQuoted(inputs.back()) + " " + shellQuoted(other.string()));
 }
 
 void refuseOutputsThatAreInputs(const InputsOf& outputs, const std::vector<BatchInput>& inputs,

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -34,6 +35,10 @@ struct Finding
 
 Finding examine(const std::string& input, bool showProgress)
 {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(input, ignored))
+        throw Failure(EX_NOINPUT, input + ": is a folder; to examine the files in it, type: tarn info " +
+                                      shellQuoted(std::filesystem::path(input) / "") + "*");
     FileSource source(input, FileSource::Demand::Anything);
     Finding finding{.facts = source.facts(), .analysis = {}};
     if (finding.facts.channels != 2) return finding;

@@ -234,14 +234,10 @@ void checkOptions(const UpmixOptions& options)
     const Layout& layout = layoutNamed(options.layout);
     if (options.input.empty() || options.output.empty())
         throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
-    if (std::isnan(options.mixFraction)) throw Failure(EX_USAGE, "--mix-fraction: not a number; use 0 to 1");
     if (options.bypass && (options.gainDb || options.loudnessMatch))
         throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
     if (options.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
-    if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
-    if (options.rate && !isEngineRate(*options.rate))
-        throw Failure(EX_USAGE, "--rate " + std::to_string(*options.rate) + ": the engine runs at " + rateList());
     if (layout.remapped && options.remapFile.empty())
         throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (man tarn-upmix describes it)");
     if (!layout.remapped && !options.remapFile.empty())

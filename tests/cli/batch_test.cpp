@@ -250,8 +250,9 @@ TEST_F(Batch, OutputsThatMeetAreAllNamedBeforeAnythingIsWritten)
         expected += "tarn: out/" + name + "-3.0.wav: would be the output of " + name + ".flac and " + name + ".mp3\n";
     }
     expected += "tarn: and 3 more\n"
-                "tarn: --output-dir out: outputs would meet, so nothing was written; rename inputs, or upmix them one "
-                "after the other\n";
+                "tarn: --output-dir out: outputs would meet, so nothing was written; name every input once, and upmix "
+                "those whose names differ only in the extension one by one to names of their own, for example: tarn "
+                "upmix song10.mp3 out/song10-3.0-2.wav\n";
     EXPECT_EQ(result.errors, expected);
     EXPECT_EQ(files(), before);
 

@@ -127,8 +127,8 @@ TEST_F(ExistingOutputs, ThatAreTheInputOrNoFilesAreRefusedAsEver)
     EXPECT_NE(tarn({"upmix", "--skip-existing", "in.wav", "in.wav"}).errors.find("in.wav: is the input file"),
               std::string::npos);
     const Result folder = tarn({"upmix", "--skip-existing", "in.wav", "folder.wav"});
-    EXPECT_EQ(folder.exitCode, 73);
-    EXPECT_NE(folder.errors.find("is not a regular file"), std::string::npos) << folder.errors;
+    EXPECT_EQ(folder.exitCode, 64);
+    EXPECT_EQ(folder.errors, "tarn: folder.wav: is a folder; type: tarn upmix --output-dir folder.wav in.wav\n");
 }
 
 TEST_F(ExistingOutputs, OfAnInputThatIsMissingAreNotSkipped)
