@@ -227,7 +227,6 @@ int runInfo(const InfoOptions& options)
         return Json(options.verbose ? tableOf(input, finding) : lineOf(input, width, finding));
     };
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
-        if (outcome.crashed) wipeProgress();
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
             if (exitCode == EX_OK) exitCode = outcome.exitCode;

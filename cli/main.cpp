@@ -5,6 +5,7 @@
 #include "cli/info_command.h"
 #include "cli/interrupt.h"
 #include "cli/option_checks.h"
+#include "cli/progress.h"
 #include "cli/text.h"
 #include "cli/upmix_command.h"
 

@@ -119,7 +119,7 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
 /// Prepares the source and prints what it has to say.
 void prepare(const UpmixOptions& options, AudioSource& source)
 {
-    for (const std::string& note : source.prepare(!options.quiet && !options.noBar))
+    for (const std::string& note : source.prepare(!options.quiet && !options.inBatch))
         if (!options.quiet) printNote(nameOf(options.input, "standard input") + ": " + note);
 }
 
@@ -145,7 +145,7 @@ double pump(const UpmixOptions& options, const char* label, AudioSource& source,
             WrapCounter* wraps)
 {
     std::vector<std::int32_t> stereo(2 * kReadFrames);
-    Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.noBar);
+    Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.inBatch);
     while (const std::size_t frames = source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
         if (meter != nullptr) meter->push(stereo.data(), frames);
@@ -224,11 +224,6 @@ void printResults(const UpmixOptions& options, const Layout& layout, const Upmix
 
 } // namespace
 
-void printNote(const std::string& note)
-{
-    std::fprintf(stderr, "tarn: %s\n", printable(note).c_str());
-}
-
 void checkOptions(const UpmixOptions& options)
 {
     const Layout& layout = layoutNamed(options.layout);
@@ -255,7 +250,8 @@ UpmixReport upmix(const UpmixOptions& options)
 {
     checkOptions(options);
     if (options.skipExisting && hasCompleteOutput(options)) {
-        if (!options.quiet) printNote(options.output + ": is complete already, so " + options.input + " is skipped");
+        if (!options.quiet && !options.inBatch)
+            printNote(options.output + ": is complete already, so " + options.input + " is skipped");
         return {.skipped = true};
     }
     Layout layout = layoutNamed(options.layout);
