@@ -206,7 +206,7 @@ std::string UnreadableFiles::note() const
     }
     if (files == 0) return {};
     return std::to_string(files) + (files == 1 ? " file is" : " files are") + " not audio that tarn reads: " + list +
-           "; convert them with ffmpeg, for example: ffmpeg -i " + shellQuoted(first) + " " +
+           "; convert with ffmpeg, for example: ffmpeg -i " + shellQuoted(first) + " " +
            shellQuoted(fs::path(first).replace_extension(".flac").string());
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <iterator>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -42,7 +43,8 @@ template <typename Words>
 CLI::Validator oneOf(const Words& words, const std::string& example)
 {
     std::vector<std::string> texts;
-    for (const auto& word : words) texts.push_back(CLI::detail::to_string(word));
+    std::transform(std::begin(words), std::end(words), std::back_inserter(texts),
+                   [](const auto& word) { return CLI::detail::to_string(word); });
     std::string accepted;
     for (const std::string& text : texts)
         accepted += (accepted.empty() ? "" : &text == &texts.back() ? " or " : ", ") + text;

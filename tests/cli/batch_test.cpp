@@ -421,7 +421,7 @@ TEST_F(Batch, OfFoldersCountsAudioThatCannotBeRead)
     writeStereo("my music/a.wav", 1);
     for (const std::string name : {"x.m4a", "b/y.M4A", "b/z.wma", "cover.jpg", "a.cue", "a.txt", "film.mkv", ".z.wma"})
         writeBytes(at("my music/" + name), "no audio");
-    const std::string note = "3 files are not audio that tarn reads: 2 .m4a, 1 .wma; convert them with ffmpeg, for "
+    const std::string note = "3 files are not audio that tarn reads: 2 .m4a, 1 .wma; convert with ffmpeg, for "
                              "example: ffmpeg -i 'my music/b/y.M4A' 'my music/b/y.flac'\n";
     const Result result = tarn({"upmix", "-r", "--output-dir", "out", "my music"});
     EXPECT_EQ(result.exitCode, 0);
