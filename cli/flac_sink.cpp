@@ -126,10 +126,7 @@ void FlacSink::finish()
 void FlacSink::check(bool succeeded) const
 {
     if (succeeded) return;
-    const std::string reason =
-        encoder.error != 0 ? systemError(encoder.error) : encoder.get_state().resolved_as_cstring(encoder);
-    throw Failure(EX_IOERR, file.name() + ": writing failed: " + reason +
-                                "; no output was left. Make room, or choose another place");
+    file.failToWrite(encoder.error, encoder.get_state().resolved_as_cstring(encoder));
 }
 
 FLAC__StreamEncoderWriteStatus FlacSink::Encoder::write_callback(const FLAC__byte bytes[], std::size_t count,

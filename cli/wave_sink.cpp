@@ -78,9 +78,7 @@ void WaveSink::finish()
 void WaveSink::check(bool succeeded) const
 {
     if (succeeded) return;
-    const std::string reason = target.error != 0 ? systemError(target.error) : sf_strerror(handle);
-    throw Failure(EX_IOERR, file.name() + ": writing failed: " + reason +
-                                "; no output was left. Make room, or choose another place");
+    file.failToWrite(target.error, sf_strerror(handle));
 }
 
 sf_count_t WaveSink::sizeOf(void* data)

@@ -264,6 +264,9 @@ TEST_F(Tags, WithoutAPlaceAreNamed)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.errors.find("tarn: out.flac: FLAC has no place for the tag STRA\xc3\x9f"), std::string::npos)
         << result.errors;
+    EXPECT_EQ(
+        tarn({"upmix", "--quiet", "--force", "in.mp3", "out.flac"}).errors.find("tarn: out.flac: FLAC has no place"),
+        0u);
 }
 
 TEST_F(Tags, AroundAFlacStreamAreNoDamage)
