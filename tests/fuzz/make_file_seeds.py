@@ -7,7 +7,6 @@ FLAC, behind three bytes of options that file_fuzzer.cpp decodes."""
 import base64
 import io
 from pathlib import Path
-import struct
 import sys
 
 import numpy

@@ -1,3 +1,5 @@
+// The programs that the documents quote are those that are compiled.
+
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -14,9 +16,15 @@ std::string contentsOf(const std::string& name)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+void expectQuote(const std::string& document, const std::string& program)
+{
+    EXPECT_NE(contentsOf(document).find("```cpp\n" + contentsOf(program) + "```"), std::string::npos);
+}
+
 } // namespace
 
-TEST(Readme, QuotesTheExampleThatIsCompiled)
+TEST(Documents, QuoteTheExamplesThatAreCompiled)
 {
-    EXPECT_NE(contentsOf("README.md").find("```cpp\n" + contentsOf("examples/minimal.cpp") + "```"), std::string::npos);
+    expectQuote("README.md", "examples/minimal.cpp");
+    expectQuote("docs/streams.md", "examples/block_processor.cpp");
 }
