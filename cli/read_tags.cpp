@@ -1,5 +1,7 @@
 #include "cli/tags.h"
 
+#include "cli/caf_info.h"
+#include "cli/chunks.h"
 #include "cli/riff_info.h"
 #include "cli/text.h"
 #include "cli/utf8.h"
@@ -202,6 +204,23 @@ public:
         add(texts);
     }
 
+    /// Adds the texts of a CAF file, which should be UTF-8.
+    void addCafInfo(SNDFILE* file, std::uint64_t fileSize)
+    {
+        TagLib::PropertyMap texts;
+        for (const std::string& contents : chunksNamed(file, "info", fileSize)) {
+            const CafInfo info = readCafInfo(contents);
+            for (const auto& [name, text] : info.texts) {
+                if (!isUtf8(name + text)) tags.converted = true;
+                texts.insert(String(toUtf8(name), String::UTF8), StringList(String(toUtf8(text), String::UTF8)));
+            }
+            if (contents.empty() || info.isCut)
+                tags.leftOut.emplace_back(contents.empty() ? "its info chunk is too large or cannot be read"
+                                                           : "its texts after the first 1000 are left out");
+        }
+        add(texts);
+    }
+
     /// Adds what libsndfile has read, in an encoding that is not known.
     void addStrings(SNDFILE* file)
     {
@@ -303,6 +322,10 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         break;
     case SF_FORMAT_AIFF:
         collector.addId3v2(TagLib::RIFF::AIFF::File(&stream, false).tag());
+        collector.addStrings(file);
+        break;
+    case SF_FORMAT_CAF:
+        collector.addCafInfo(file, static_cast<std::uint64_t>(stream.length()));
         collector.addStrings(file);
         break;
     case SF_FORMAT_WAV:

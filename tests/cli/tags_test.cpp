@@ -90,6 +90,21 @@ protected:
         ASSERT_EQ(sf_close(file), 0);
     }
 
+    /// A CAF file with an info chunk in front of its audio.
+    void writeCaf(const std::string& name, const std::vector<std::pair<std::string, std::string>>& texts) const
+    {
+        writeTagged(name, SF_FORMAT_CAF | SF_FORMAT_PCM_16, {});
+        const auto number = [](std::size_t value) {
+            const ByteVector bytes = ByteVector::fromUInt(static_cast<unsigned>(value));
+            return std::string(bytes.data(), bytes.size());
+        };
+        std::string info = number(texts.size());
+        for (const auto& [key, text] : texts) info += key + '\0' + text + '\0';
+        std::string caf = bytesOf(at(name));
+        caf.insert(caf.find("data"), "info" + number(0) + number(info.size()) + info);
+        writeBytes(at(name), caf);
+    }
+
     void expectTags(const std::string& name, const Texts& texts) const
     {
         SF_INFO info{};
@@ -318,13 +333,17 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
 TEST_F(Tags, WrittenByFfmpegAreKept)
 {
     writeTagged("plain.wav", kWave16, {});
-    for (const std::string input : {"in.mp3", "in.flac", "in.ogg", "in.wav"}) {
+    for (const std::string input : {"in.mp3", "in.flac", "in.ogg", "in.wav", "in.caf"}) {
         ASSERT_EQ(
             shell("ffmpeg -v error -i plain.wav -metadata comment='A comment' -metadata composer='A composer' " + input)
                 .exitCode,
             0);
         ASSERT_EQ(tarn({"upmix", "--force", input, "out.flac"}).exitCode, 0);
         EXPECT_EQ(textsOf("out.flac")["COMMENT"].toString(), String("A comment")) << input;
+        // FFmpeg writes no composer into WAV.
+        if (input != "in.wav") {
+            EXPECT_EQ(textsOf("out.flac")["COMPOSER"].toString(), String("A composer")) << input;
+        }
         // FFmpeg itself reads what the command wrote.
         ASSERT_EQ(tarn({"upmix", "--force", input, "out.wav"}).exitCode, 0);
         EXPECT_NE(
@@ -384,6 +403,86 @@ TEST_F(Tags, ThatHaveNoNameElsewhereAreNamed)
     }
     EXPECT_NE(tarn({"upmix", "in.mp3", "out.wav"}).errors.find("tarn: in.mp3: its ID3v2 frames POPM"),
               std::string::npos);
+}
+
+TEST_F(Tags, OfCafInfoAreKept)
+{
+    writeTagged("plain.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, {});
+    writeCaf("in.caf", {{"title", "\xc3\x84 title"},
+                        {"artist", "An artist"},
+                        {"album", "An album"},
+                        {"track number", "7/12"},
+                        {"Disc Number", "2/3"},
+                        {"recorded date", "2024-05-06"},
+                        {"year", "2023"},
+                        {"composer", "A composer"},
+                        {"lyricist", "A lyricist"},
+                        {"album_artist", "An album artist"},
+                        {"comments", "A comment"},
+                        {"copyright", "A right"},
+                        {"isrc", "DEXX12400001"},
+                        {"lyrics", "Line one\nLine two"},
+                        {"tempo", "120"},
+                        {"nominal bit rate", "128000"},
+                        {"encoding application", "A program"},
+                        {"source encoder", "An encoder"},
+                        {"genre", ""}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.caf", output});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        TagLib::PropertyMap texts = textsOf(output);
+        texts.erase("WAVEFORMATEXTENSIBLE_CHANNEL_MASK");
+        EXPECT_EQ(texts.size(), 15u) << texts.toString().to8Bit(true);
+        for (const auto& [name, text] : std::vector<std::pair<const char*, const char*>>{
+                 {"TITLE", "\xc3\x84 title"},
+                 {"ARTIST", "An artist"},
+                 {"ALBUM", "An album"},
+                 {"TRACKNUMBER", "7/12"},
+                 {"DISCNUMBER", "2/3"},
+                 {"DATE", "2024-05-06"},
+                 {"YEAR", "2023"},
+                 {"COMPOSER", "A composer"},
+                 {"LYRICIST", "A lyricist"},
+                 {"ALBUMARTIST", "An album artist"},
+                 {"COMMENT", "A comment"},
+                 {"COPYRIGHT", "A right"},
+                 {"ISRC", "DEXX12400001"},
+                 {"LYRICS", "Line one\nLine two"},
+                 {"BPM", "120"},
+             })
+            EXPECT_EQ(texts[name].toString("|"), utf8(text)) << output << " " << name;
+    }
+    // The audio is that of the file without texts.
+    ASSERT_EQ(tarn({"upmix", "plain.caf", "plain.wav"}).exitCode, 0);
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == readAudio(at("plain.wav")).samples);
+}
+
+TEST_F(Tags, OfDamagedCafInfoDoNoHarm)
+{
+    const std::vector<std::pair<std::string, std::string>> many(5000, {"key", "text"});
+    writeCaf("many.caf", many);
+    const Result limited = tarn({"upmix", "many.caf", "many.flac"});
+    EXPECT_EQ(limited.exitCode, 0) << limited.errors;
+    EXPECT_EQ(textsOf("many.flac")["KEY"].size(), 1000u);
+    EXPECT_NE(limited.errors.find("tarn: many.caf: its texts after the first 1000 are left out\n"), std::string::npos)
+        << limited.errors;
+
+    // The count is larger than the number of texts, and the last text has no end.
+    writeCaf("short.caf", {{"title", "A title"}});
+    std::string bytes = bytesOf(at("short.caf"));
+    const std::size_t info = bytes.find("info");
+    bytes.replace(info + 12, 4, "\x7f\xff\xff\xff");
+    bytes[bytes.find("A title") + 7] = 'x';
+    writeBytes(at("short.caf"), bytes);
+    ASSERT_EQ(tarn({"upmix", "short.caf", "short.flac"}).exitCode, 0);
+    EXPECT_EQ(textsOf("short.flac")["TITLE"].toString(), String("A titlex"));
+
+    // The chunk is behind the audio and says that it is larger than the file.
+    bytes += "info" + std::string(4, '\0') + "\x40" + std::string(3, '\0') + "1234title";
+    writeBytes(at("large.caf"), bytes);
+    const Result large = tarn({"upmix", "large.caf", "large.flac"});
+    EXPECT_EQ(large.exitCode, 0) << large.errors;
+    EXPECT_LT(large.peakKibibytes, 100000);
 }
 
 /// Latin-1 where UTF-8 is due, or where the format names no encoding.

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <sndfile.h>
+
+namespace tarn
+{
+
+/// A chunk of a WAVE or CAF file.
+struct Chunk
+{
+    std::string name; ///< four characters
+    std::string contents;
+};
+
+/// Names of all chunks of a file, in their order.
+///
+/// file  as libsndfile has opened it
+std::vector<std::string> chunkNames(SNDFILE* file);
+
+/// Contents of all chunks of a name, in their order. A chunk of more than 16 MiB, or of more than the file has, comes
+/// without contents.
+///
+/// file      as libsndfile has opened it
+/// fileSize  in bytes
+std::vector<std::string> chunksNamed(SNDFILE* file, const std::string& name, std::uint64_t fileSize);
+
+} // namespace tarn
