@@ -1,12 +1,14 @@
 #include "cli/chunks.h"
 
+#include <algorithm>
+
 namespace tarn
 {
 
 namespace
 {
 
-constexpr std::uint64_t kMaxChunkBytes = std::uint64_t{1} << 24;
+constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 24;
 constexpr unsigned kNameBytes = 4;
 
 } // namespace
@@ -15,8 +17,12 @@ std::vector<std::string> chunkNames(SNDFILE* file)
 {
     std::vector<std::string> names;
     for (auto* at = sf_get_chunk_iterator(file, nullptr); at != nullptr; at = sf_next_chunk_iterator(at)) {
+        // libsndfile names a chunk of which something is read.
+        char firstByte = 0;
         SF_CHUNK_INFO chunk{};
-        if (sf_get_chunk_size(at, &chunk) == SF_ERR_NO_ERROR) names.emplace_back(chunk.id, kNameBytes);
+        chunk.data = &firstByte;
+        chunk.datalen = sizeof firstByte;
+        if (sf_get_chunk_data(at, &chunk) == SF_ERR_NO_ERROR) names.emplace_back(chunk.id, kNameBytes);
     }
     return names;
 }
@@ -24,17 +30,18 @@ std::vector<std::string> chunkNames(SNDFILE* file)
 std::vector<std::string> chunksNamed(SNDFILE* file, const std::string& name, std::uint64_t fileSize)
 {
     std::vector<std::string> found;
+    std::uint64_t room = std::min(kMaxBytes, fileSize);
     SF_CHUNK_INFO wanted{};
     name.copy(wanted.id, kNameBytes);
     wanted.id_size = kNameBytes;
     for (auto* at = sf_get_chunk_iterator(file, &wanted); at != nullptr; at = sf_next_chunk_iterator(at)) {
         SF_CHUNK_INFO chunk{};
         std::string contents;
-        const bool fits = sf_get_chunk_size(at, &chunk) == SF_ERR_NO_ERROR && chunk.datalen <= kMaxChunkBytes &&
-                          chunk.datalen <= fileSize;
+        const bool fits = sf_get_chunk_size(at, &chunk) == SF_ERR_NO_ERROR && chunk.datalen <= room;
         if (fits) contents.resize(chunk.datalen);
         chunk.data = contents.data();
         if (fits && sf_get_chunk_data(at, &chunk) != SF_ERR_NO_ERROR) contents.clear();
+        room -= contents.size();
         found.push_back(std::move(contents));
     }
     return found;

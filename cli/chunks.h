@@ -21,8 +21,8 @@ struct Chunk
 /// file  as libsndfile has opened it
 std::vector<std::string> chunkNames(SNDFILE* file);
 
-/// Contents of all chunks of a name, in their order. A chunk of more than 16 MiB, or of more than the file has, comes
-/// without contents.
+/// Contents of all chunks of a name, in their order. They have 16 MiB in all, and no more than the file:
+/// a chunk beyond that comes without contents.
 ///
 /// file      as libsndfile has opened it
 /// fileSize  in bytes

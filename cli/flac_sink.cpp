@@ -40,6 +40,8 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
     addComments(contents.layout, contents.metadata.tags);
     addPictures(contents.metadata.tags.pictures);
     if (contents.metadata.broadcast) leftOut.emplace_back("FLAC has no place for the broadcast extension");
+    for (const Chunk& chunk : contents.metadata.chunks)
+        leftOut.push_back("FLAC has no place for the " + chunk.name + " chunk");
     auto padding = std::make_unique<FLAC::Metadata::Padding>();
     padding->set_length(kPaddingBytes);
     blocks.push_back(std::move(padding));

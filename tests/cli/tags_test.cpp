@@ -3,7 +3,6 @@
 #include "tests/cli/command.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include <apetag.h>
 #include <attachedpictureframe.h>
@@ -19,7 +18,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What becomes of the tags, pictures and the broadcast extension of an input.
+// What becomes of the tags and pictures of an input.
 
 namespace tarn_cli
 {
@@ -307,7 +306,12 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
         writeAudio(at("out.wav"), container | SF_FORMAT_PCM_24, 48000, 3, samples);
         std::vector<std::string> leftOut;
         const int descriptor = open(at("out.wav").c_str(), O_RDWR | O_CLOEXEC);
-        ASSERT_EQ(tarn::appendTags(descriptor, {.texts = richTexts(), .pictures = {}, .leftOut = {}}, leftOut), 0);
+        ASSERT_EQ(tarn::appendTags(descriptor,
+                                   {.tags = {.texts = richTexts(), .pictures = {}, .leftOut = {}},
+                                    .broadcast = {},
+                                    .chunks = {{.name = "iXML", .contents = "odd"}}},
+                                   leftOut),
+                  0);
         close(descriptor);
         EXPECT_TRUE(leftOut.empty());
         EXPECT_TRUE(readAudio(at("out.wav")).samples == samples);
@@ -324,7 +328,7 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
             chunk += 8 + size + size % 2;
         }
         EXPECT_EQ(chunk, bytes.size());
-        EXPECT_TRUE(marks.ends_with("data,LIST,id3 ,")) << marks;
+        EXPECT_TRUE(marks.ends_with("data,LIST,id3 ,iXML,")) << marks;
     }
     expectTags("out.wav", {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, "A comment"}});
     EXPECT_EQ(textsOf("out.wav")["ALBUMARTIST"].toString(), richTexts()["ALBUMARTIST"].toString());
@@ -545,44 +549,6 @@ TEST_F(ForeignTags, OfFlacFilesAreConverted)
     flac[4] = '\0'; // the first block is not the last
     writeBytes(at("in.flac"), flac);
     expectConverted("in.flac", "ARTIST");
-}
-
-TEST_F(Tags, BroadcastExtensionKeepsWhatStillHolds)
-{
-    SF_INFO info{.frames = 0, .samplerate = 48000, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
-    SF_BROADCAST_INFO written{};
-    std::strcpy(written.description, "A description");
-    std::strcpy(written.originator, "An originator");
-    std::memcpy(written.origination_date, "2026-11-21", 10);
-    std::memcpy(written.origination_time, "12:34:56", 8);
-    written.time_reference_low = 123456;
-    written.version = 2;
-    std::strcpy(written.umid, "a number of the stereo");
-    written.loudness_value = -2300;
-    std::strcpy(written.coding_history, "A=ANALOGUE,M=stereo\r\n");
-    written.coding_history_size = static_cast<std::uint32_t>(std::strlen(written.coding_history));
-    SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
-    ASSERT_EQ(sf_command(file, SFC_SET_BROADCAST_INFO, &written, sizeof written), SF_TRUE);
-    const Samples stereo = stereoNoise(5000, 16);
-    sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
-    ASSERT_EQ(sf_close(file), 0);
-
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC has no place for it";
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
-    SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
-    SF_BROADCAST_INFO read{};
-    ASSERT_EQ(sf_command(upmixed, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
-    sf_close(upmixed);
-    EXPECT_STREQ(read.description, "A description");
-    EXPECT_STREQ(read.originator, "An originator");
-    EXPECT_EQ(std::string(read.origination_date, 10), "2026-11-21");
-    EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
-    EXPECT_EQ(read.time_reference_low, 123456u);
-    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the upmix is other material";
-    EXPECT_EQ(read.loudness_value, 0);
-    EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
-    EXPECT_EQ(info.channels, 3);
-    EXPECT_EQ(info.frames, 5000);
 }
 
 } // namespace tarn_cli
