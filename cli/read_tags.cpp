@@ -21,6 +21,7 @@
 #include <infotag.h>
 #include <mpegfile.h>
 #include <opusfile.h>
+#include <textidentificationframe.h>
 #include <tfilestream.h>
 #include <unistd.h>
 #include <vorbisfile.h>
@@ -85,6 +86,27 @@ public:
     String parse(const ByteVector& data) const override { return {data, String::Latin1}; }
 };
 
+/// Adds the people of an ID3v2 tag by their roles, where TagLib does not: in small letters, or with a role that it does
+/// not know. Returns whether each role has a name, and none is left out because there are too many.
+bool addInvolvedPeople(const TagLib::ID3v2::FrameList& frames, TagLib::PropertyMap& texts)
+{
+    constexpr unsigned kMaxFields = 1000; ///< of a frame
+    bool isComplete = true;
+    for (const TagLib::ID3v2::Frame* frame : frames) {
+        const auto* const people = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(frame);
+        if (people == nullptr || people->asProperties().unsupportedData().isEmpty()) continue;
+        const StringList fields = people->fieldList();
+        for (unsigned i = 0; i + 1 < std::min(fields.size(), kMaxFields); i += 2) {
+            String role = fields[i].upper();
+            for (const auto& [name, key] : TagLib::ID3v2::TextIdentificationFrame::involvedPeopleMap())
+                if (role == key) role = name;
+            if (!texts[role].contains(fields[i + 1])) texts[role].append(fields[i + 1]);
+        }
+        isComplete = isComplete && fields.size() % 2 == 0 && fields.size() <= kMaxFields;
+    }
+    return isComplete;
+}
+
 /// Collects the tags of a file, the first of a name before those that come later.
 class Collector
 {
@@ -119,11 +141,13 @@ public:
     void addId3v2(const TagLib::ID3v2::Tag* tag)
     {
         if (tag == nullptr) return;
-        const TagLib::PropertyMap texts = tag->properties();
+        TagLib::PropertyMap texts = tag->properties();
+        const bool hasAllPeople = addInvolvedPeople(tag->frameList("TIPL"), texts);
         add(texts);
         std::string others;
         for (const String& frame : texts.unsupportedData())
-            if (!frame.startsWith("APIC")) others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
+            if (!frame.startsWith("APIC") && (frame != "TIPL" || !hasAllPeople))
+                others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
         if (!others.empty()) tags.leftOut.push_back("its ID3v2 frames " + others + " are left out");
         for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC"))
             if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))

@@ -9,6 +9,7 @@
 #include <flacfile.h>
 #include <id3v2tag.h>
 #include <mpegfile.h>
+#include <textidentificationframe.h>
 #include <tpropertymap.h>
 #include <unknownframe.h>
 #include <vorbisfile.h>
@@ -487,6 +488,66 @@ TEST_F(Tags, OfDamagedCafInfoDoNoHarm)
     const Result large = tarn({"upmix", "large.caf", "large.flac"});
     EXPECT_EQ(large.exitCode, 0) << large.errors;
     EXPECT_LT(large.peakKibibytes, 100000);
+}
+
+/// People of an ID3v2 tag.
+class InvolvedPeople : public Tags
+{
+protected:
+    void writeMp3(const std::string& name, const std::vector<const char*>& rolesAndNames, unsigned version = 4) const
+    {
+        writeTagged(name, kMp3, {});
+        TagLib::StringList people;
+        for (const char* const text : rolesAndNames) people.append(utf8(text));
+        auto* const frame = new TagLib::ID3v2::TextIdentificationFrame("TIPL", String::UTF16); // the tag takes it
+        frame->setText(people);
+        TagLib::MPEG::File mpeg(at(name).c_str());
+        mpeg.ID3v2Tag(true)->addFrame(frame);
+        auto* const composer = new TagLib::ID3v2::TextIdentificationFrame("TCOM", String::UTF8);
+        composer->setText("A composer");
+        mpeg.ID3v2Tag()->addFrame(composer);
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2, TagLib::File::StripOthers,
+                              version == 3 ? TagLib::ID3v2::v3 : TagLib::ID3v2::v4));
+    }
+};
+
+TEST_F(InvolvedPeople, AreKeptByTheirRoles)
+{
+    for (const unsigned version : {3u, 4u}) {
+        writeMp3("in.mp3",
+                 {"producer", "\xc3\x84n Other", "engineer", "An Engineer", "mix", "A Mixer", "DJ-mix", "A DJ",
+                  "ARRANGER", "An Arranger", "producer", "A Second", "executive producer", "A Third", "composer",
+                  "A composer", "composer", "Another"},
+                 version);
+        for (const std::string output : {"out.wav", "out.flac"}) {
+            const Result result = tarn({"upmix", "--force", "in.mp3", output});
+            ASSERT_EQ(result.exitCode, 0) << result.errors;
+            EXPECT_EQ(result.errors.find("left out"), std::string::npos) << result.errors;
+            TagLib::PropertyMap texts = textsOf(output);
+            for (const auto& [name, people] : std::vector<std::pair<const char*, const char*>>{
+                     {"PRODUCER", "\xc3\x84n Other|A Second"},
+                     {"ENGINEER", "An Engineer"},
+                     {"MIXER", "A Mixer"},
+                     {"DJMIXER", "A DJ"},
+                     {"ARRANGER", "An Arranger"},
+                     {"EXECUTIVE PRODUCER", "A Third"},
+                     {"COMPOSER", "A composer|Another"},
+                 })
+                EXPECT_EQ(texts[name].toString("|"), utf8(people)) << output << " " << name;
+        }
+        const TagLib::RIFF::WAV::File wave(at("out.wav").c_str());
+        EXPECT_EQ(wave.ID3v2Tag()->frameList("TIPL").size(), 1u) << "roles that TIPL has a name for";
+    }
+}
+
+TEST_F(InvolvedPeople, WithoutANameAreNamed)
+{
+    writeMp3("in.mp3", {"producer", "A Producer", "engineer"});
+    const Result result = tarn({"upmix", "in.mp3", "out.flac"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(textsOf("out.flac")["PRODUCER"].toString(), String("A Producer"));
+    EXPECT_NE(result.errors.find("tarn: in.mp3: its ID3v2 frames TIPL are left out\n"), std::string::npos)
+        << result.errors;
 }
 
 /// Latin-1 where UTF-8 is due, or where the format names no encoding.
