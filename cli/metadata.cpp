@@ -43,6 +43,10 @@ Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate)
         for (const std::string& element : convertRate(chunk, rate, newRate))
             metadata.tags.leftOut.push_back(element + " of its " + chunk.name + " chunk counts samples at " +
                                             std::to_string(rate) + " Hz and is left out");
+    const auto isCueSheet = [](const FlacBlock& block) { return block.isCueSheet; };
+    if (std::erase_if(metadata.tags.flacBlocks, isCueSheet) > 0)
+        metadata.tags.leftOut.push_back("its cue sheet counts samples at " + std::to_string(rate) +
+                                        " Hz and is left out");
     return metadata;
 }
 

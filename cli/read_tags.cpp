@@ -270,31 +270,59 @@ long behindId3v2(TagLib::IOStream& stream)
     return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
 }
 
+// Types of FLAC's metadata blocks.
+constexpr unsigned kFlacApplication = 2;
+constexpr unsigned kFlacVorbisComment = 4;
+constexpr unsigned kFlacCueSheet = 5;
+constexpr unsigned kFlacPicture = 6;
+
+/// Adds a cue sheet or the data of an application. Returns whether there was room for it.
+bool addFlacBlock(unsigned type, const ByteVector& contents, std::vector<FlacBlock>& blocks)
+{
+    constexpr std::size_t kMaxBlocks = 100;
+    constexpr std::size_t kIdBytes = 4;
+    // Applications that keep what was around the audio in another container.
+    const bool isForeign = contents.startsWith("riff") || contents.startsWith("aiff") || contents.startsWith("w64 ");
+    if (type == kFlacApplication && (isForeign || contents.size() < kIdBytes)) return true;
+    if (blocks.size() == kMaxBlocks) return false;
+    blocks.push_back({.isCueSheet = type == kFlacCueSheet, .contents = contents});
+    return true;
+}
+
 /// Metadata blocks of FLAC: a byte with the type and the mark of the last one, 24 bits of size, the contents.
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
-    constexpr unsigned kVorbisComment = 4;
-    constexpr unsigned kCueSheet = 5;
-    constexpr unsigned kPicture = 6;
     stream.seek(behindId3v2(stream));
     if (stream.readBlock(4) != "fLaC") return;
+    bool hasRoom = true;
+    bool isKnown = true;
     for (bool last = false; !last;) {
         const ByteVector head = stream.readBlock(4);
-        if (head.size() < 4) return;
+        if (head.size() < 4) break;
         const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
         last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
         const unsigned size = head.toUInt(1, 3, true);
-        if (type == kCueSheet) collector.tags.leftOut.emplace_back("its cue sheet is left out");
-        if (type != kVorbisComment && type != kPicture) {
+        isKnown = isKnown && type <= kFlacPicture;
+        const bool isKept =
+            type == kFlacVorbisComment || type == kFlacPicture || type == kFlacCueSheet || type == kFlacApplication;
+        if (!isKept) {
             stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
             continue;
         }
         const ByteVector contents = stream.readBlock(size);
-        if (contents.size() < size) return;
-        if (type == kVorbisComment) collector.addVorbisComments(contents);
+        if (contents.size() < size) break;
         TagLib::FLAC::Picture picture;
-        if (type == kPicture && picture.parse(contents)) collector.addPicture(picture);
+        if (type == kFlacVorbisComment) {
+            collector.addVorbisComments(contents);
+        } else if (type != kFlacPicture) {
+            hasRoom = addFlacBlock(type, contents, collector.tags.flacBlocks) && hasRoom;
+        } else if (picture.parse(contents)) {
+            collector.addPicture(picture);
+        }
     }
+    if (!hasRoom)
+        collector.tags.leftOut.emplace_back("its cue sheets and application blocks after the first 100 are left out");
+    if (!isKnown) collector.tags.leftOut.emplace_back("its metadata blocks of unknown types are left out");
 }
 
 /// The second packet of an Ogg stream: a mark of its codec, then the comments.

@@ -78,6 +78,7 @@ int appendTags(int descriptor, const Metadata& metadata, std::vector<std::string
     ByteVector chunks;
     if (const ByteVector info = infoList(tags.texts); !info.isEmpty()) chunks.append(chunk("LIST", info));
     if (const ByteVector id3v2 = id3v2Tag(tags, leftOut); !id3v2.isEmpty()) chunks.append(chunk("id3 ", id3v2));
+    for (const FlacBlock& block : tags.flacBlocks) leftOut.push_back("WAV has no place for the " + block.name());
     for (const auto& [name, contents] : metadata.chunks)
         chunks.append(chunk(name.c_str(), ByteVector(contents.data(), static_cast<unsigned>(contents.size()))));
     if (chunks.isEmpty()) return 0;

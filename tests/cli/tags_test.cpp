@@ -308,7 +308,7 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
         std::vector<std::string> leftOut;
         const int descriptor = open(at("out.wav").c_str(), O_RDWR | O_CLOEXEC);
         ASSERT_EQ(tarn::appendTags(descriptor,
-                                   {.tags = {.texts = richTexts(), .pictures = {}, .leftOut = {}},
+                                   {.tags = {.texts = richTexts(), .pictures = {}, .flacBlocks = {}, .leftOut = {}},
                                     .broadcast = {},
                                     .chunks = {{.name = "iXML", .contents = "odd"}}},
                                    leftOut),
