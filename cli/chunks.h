@@ -16,13 +16,13 @@ struct Chunk
     std::string contents;
 };
 
-/// Names of all chunks of a file, in their order.
+/// Names of all chunks of a file that are not empty, in their order.
 ///
 /// file  as libsndfile has opened it
 std::vector<std::string> chunkNames(SNDFILE* file);
 
-/// Contents of all chunks of a name, in their order. They have 16 MiB in all, and no more than the file:
-/// a chunk beyond that comes without contents.
+/// Contents of all chunks of a name that are not empty, in their order. They have 16 MiB in all, and no more than the
+/// file: a chunk beyond that comes without contents.
 ///
 /// file      as libsndfile has opened it
 /// fileSize  in bytes

@@ -165,6 +165,17 @@ TEST_F(WaveChunks, OfOtherNamesAreNamed)
     }
 }
 
+TEST_F(WaveChunks, WithoutContentsAreNoReasonForANote)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    appendChunks("in.wav", {{"iXML", ""}, {"cart", ""}, {"LIST", ""}, {"minf", ""}, {"bext", ""}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.wav", output});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("left out"), std::string::npos) << result.errors;
+    }
+}
+
 TEST_F(WaveChunks, ThatAreLargerThanTheFileDoNoHarm)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
