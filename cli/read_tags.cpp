@@ -21,6 +21,7 @@
 #include <infotag.h>
 #include <mpegfile.h>
 #include <opusfile.h>
+#include <tbytevectorstream.h>
 #include <textidentificationframe.h>
 #include <tfilestream.h>
 #include <unistd.h>
@@ -350,10 +351,28 @@ void collectMpeg(TagLib::IOStream& stream, Collector& collector)
         collector.tags.converted = kHandler.converted;
 }
 
+/// RF64, which TagLib does not read.
+void collectRf64(SNDFILE* file, std::uint64_t fileSize, Collector& collector)
+{
+    const auto bytesOf = [](const std::string& contents) {
+        return ByteVector(contents.data(), static_cast<unsigned>(contents.size()));
+    };
+    for (const std::string& contents : chunksNamed(file, "id3 ", fileSize)) {
+        TagLib::ByteVectorStream stream(bytesOf(contents));
+        TagLib::MPEG::File tagged(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
+        collector.addId3v2(tagged.hasID3v2Tag() ? tagged.ID3v2Tag() : nullptr);
+        if (contents.empty()) collector.tags.leftOut.emplace_back("its ID3v2 tag of more than 16 MiB is left out");
+    }
+    for (const std::string& contents : chunksNamed(file, "LIST", fileSize))
+        if (contents.starts_with("INFO")) collector.addInfo(TagLib::RIFF::Info::Tag(bytesOf(contents)));
+}
+
 } // namespace
 
 Tags readTags(int descriptor, SNDFILE* file, int format)
 {
+    static const RawText kInfoText;
+    TagLib::RIFF::Info::Tag::setStringHandler(&kInfoText);
     Collector collector;
     // The stream closes its descriptor.
     TagLib::FileStream stream(dup(descriptor), true);
@@ -380,10 +399,11 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         collector.addCafInfo(file, static_cast<std::uint64_t>(stream.length()));
         collector.addStrings(file);
         break;
+    case SF_FORMAT_RF64:
+        collectRf64(file, static_cast<std::uint64_t>(stream.length()), collector);
+        break;
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX: {
-        static const RawText kHandler;
-        TagLib::RIFF::Info::Tag::setStringHandler(&kHandler);
         const TagLib::RIFF::WAV::File wave(&stream, false);
         collector.addId3v2(wave.hasID3v2Tag() ? wave.ID3v2Tag() : nullptr);
         if (wave.hasInfoTag()) collector.addInfo(*wave.InfoTag());

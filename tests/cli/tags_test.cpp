@@ -335,6 +335,45 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
     EXPECT_EQ(textsOf("out.wav")["ALBUMARTIST"].toString(), richTexts()["ALBUMARTIST"].toString());
 }
 
+TEST_F(Tags, OfRf64AreKept)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
+    std::vector<std::string> leftOut;
+    const int descriptor = open(at("in.wav").c_str(), O_RDWR | O_CLOEXEC);
+    tarn::Metadata metadata;
+    metadata.tags.texts = richTexts();
+    metadata.tags.pictures.push_back(
+        {.kind = 3, .mimeType = "image/png", .description = utf8("A c\xc3\xb6ver"), .data = pictureBytes()});
+    ASSERT_EQ(tarn::appendTags(descriptor, metadata, leftOut), 0);
+    close(descriptor);
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.wav", output});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        const TagLib::PropertyMap texts = textsOf(output);
+        for (const auto& [name, values] : richTexts())
+            EXPECT_EQ(texts[name].toString("|"), values.toString("|")) << output << " " << name.to8Bit(true);
+        expectCover(output);
+    }
+}
+
+TEST_F(Tags, OfInfoInRf64AreKept)
+{
+    writeTagged("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, {{SF_STR_TITLE, "Apn\xe9"}});
+    // A 64-bit header in the place of the 32-bit one.
+    std::string wave = bytesOf(at("in.wav"));
+    const auto number = [](std::uint64_t value) {
+        const ByteVector bytes = ByteVector::fromLongLong(static_cast<long long>(value), false);
+        return std::string(bytes.data(), bytes.size());
+    };
+    const std::string sizes = number(wave.size() - 8 + 36) + number(20000) + number(5000) + std::string(4, '\0');
+    wave.replace(0, 12, std::string("RF64\xff\xff\xff\xffWAVEds64\x1c\0\0\0", 20) + sizes);
+    writeBytes(at("in.wav"), wave.replace(wave.find("data") + 4, 4, "\xff\xff\xff\xff"));
+    const Result result = tarn({"upmix", "in.wav", "out.flac"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("Apn\xc3\xa9"));
+    EXPECT_NE(result.errors.find("taken for Windows-1252"), std::string::npos) << result.errors;
+}
+
 TEST_F(Tags, WrittenByFfmpegAreKept)
 {
     writeTagged("plain.wav", kWave16, {});
