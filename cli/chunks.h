@@ -1,31 +1,25 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
-
-#include <sndfile.h>
 
 namespace tarn
 {
 
-/// A chunk of a WAVE or CAF file.
+/// A chunk of a WAVE file.
 struct Chunk
 {
     std::string name; ///< four characters
     std::string contents;
 };
 
-/// Names of all chunks of a file that are not empty, in their order.
+/// Names of the chunks of a WAVE, RF64 or CAF file that are not empty, in their order, 4096 at most.
 ///
-/// file  as libsndfile has opened it
-std::vector<std::string> chunkNames(SNDFILE* file);
+/// descriptor  open for reading; its position stays where it is
+std::vector<std::string> chunkNames(int descriptor);
 
-/// Contents of all chunks of a name that are not empty, in their order. They have 16 MiB in all, and no more than the
-/// file: a chunk beyond that comes without contents.
-///
-/// file      as libsndfile has opened it
-/// fileSize  in bytes
-std::vector<std::string> chunksNamed(SNDFILE* file, const std::string& name, std::uint64_t fileSize);
+/// Contents of all of these chunks that have a name. They have 16 MiB in all: a chunk beyond that, and one beyond the
+/// end of the file, comes without contents.
+std::vector<std::string> chunksNamed(int descriptor, const std::string& name);
 
 } // namespace tarn

@@ -193,7 +193,8 @@ Metadata FileSource::metadata()
     Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}, .chunks = {}};
     const int container = info.format & SF_FORMAT_TYPEMASK;
     if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64)
-        addWaveMetadata(metadata, sndfile, file.bytes, (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
+        addWaveMetadata(metadata, file.descriptor.number(), sndfile,
+                        (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
     return metadata;
 }
 

@@ -50,9 +50,9 @@ Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate)
     return metadata;
 }
 
-void addWaveMetadata(Metadata& metadata, SNDFILE* file, std::uint64_t fileSize, bool bigEndian)
+void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian)
 {
-    WaveChunks chunks = readWaveChunks(file, fileSize, bigEndian);
+    WaveChunks chunks = readWaveChunks(descriptor, bigEndian);
     metadata.chunks = std::move(chunks.kept);
     metadata.broadcast = readBroadcastInfo(file);
     if (metadata.broadcast) std::erase(chunks.leftOut, "bext");

@@ -31,10 +31,10 @@ Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate);
 /// Adds what a WAVE file says about its recording beside its tags: the broadcast extension without material number and
 /// loudness, which are those of the stereo, and other chunks.
 ///
-/// file       as libsndfile has opened it
-/// fileSize   in bytes
-/// bigEndian  whether it is RIFX
-void addWaveMetadata(Metadata& metadata, SNDFILE* file, std::uint64_t fileSize, bool bigEndian);
+/// descriptor  open for reading; its position stays where it is
+/// file        the same file as libsndfile has opened it
+/// bigEndian   whether it is RIFX
+void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian);
 
 /// Puts the broadcast extension into a WAVE file before its audio.
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast);

@@ -230,10 +230,10 @@ public:
     }
 
     /// Adds the texts of a CAF file, which should be UTF-8.
-    void addCafInfo(SNDFILE* file, std::uint64_t fileSize)
+    void addCafInfo(int descriptor)
     {
         TagLib::PropertyMap texts;
-        for (const std::string& contents : chunksNamed(file, "info", fileSize)) {
+        for (const std::string& contents : chunksNamed(descriptor, "info")) {
             const CafInfo info = readCafInfo(contents);
             for (const auto& [name, text] : info.texts) {
                 if (!isUtf8(name + text)) tags.converted = true;
@@ -352,18 +352,18 @@ void collectMpeg(TagLib::IOStream& stream, Collector& collector)
 }
 
 /// RF64, which TagLib does not read.
-void collectRf64(SNDFILE* file, std::uint64_t fileSize, Collector& collector)
+void collectRf64(int descriptor, Collector& collector)
 {
     const auto bytesOf = [](const std::string& contents) {
         return ByteVector(contents.data(), static_cast<unsigned>(contents.size()));
     };
-    for (const std::string& contents : chunksNamed(file, "id3 ", fileSize)) {
+    for (const std::string& contents : chunksNamed(descriptor, "id3 ")) {
         TagLib::ByteVectorStream stream(bytesOf(contents));
         TagLib::MPEG::File tagged(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
         collector.addId3v2(tagged.hasID3v2Tag() ? tagged.ID3v2Tag() : nullptr);
         if (contents.empty()) collector.tags.leftOut.emplace_back("its ID3v2 tag of more than 16 MiB is left out");
     }
-    for (const std::string& contents : chunksNamed(file, "LIST", fileSize))
+    for (const std::string& contents : chunksNamed(descriptor, "LIST"))
         if (contents.starts_with("INFO")) collector.addInfo(TagLib::RIFF::Info::Tag(bytesOf(contents)));
 }
 
@@ -396,11 +396,11 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         collector.addStrings(file);
         break;
     case SF_FORMAT_CAF:
-        collector.addCafInfo(file, static_cast<std::uint64_t>(stream.length()));
+        collector.addCafInfo(descriptor);
         collector.addStrings(file);
         break;
     case SF_FORMAT_RF64:
-        collectRf64(file, static_cast<std::uint64_t>(stream.length()), collector);
+        collectRf64(descriptor, collector);
         break;
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX: {

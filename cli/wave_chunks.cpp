@@ -20,8 +20,8 @@ constexpr std::size_t kCartTimersEnd = kCartTimers + std::size_t{8} * 8;
 /// Chunks of the file itself, and those that are read as tags.
 bool belongsElsewhere(const std::string& name)
 {
-    constexpr std::array kNames{"RIFF", "RIFX", "RF64", "ds64", "fmt ", "fact", "data", "PEAK",
-                                "levl", "JUNK", "junk", "PAD ", "FLLR", "LIST", "id3 ", "ID3 "};
+    constexpr std::array kNames{"ds64", "fmt ", "fact", "data", "PEAK", "levl", "JUNK",
+                                "junk", "PAD ", "FLLR", "LIST", "id3 ", "ID3 "};
     return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
 }
 
@@ -58,7 +58,7 @@ void convertFrames(std::string& bytes, std::size_t at, std::uint32_t rate, std::
 
 } // namespace
 
-WaveChunks readWaveChunks(SNDFILE* file, std::uint64_t fileSize, bool bigEndian)
+WaveChunks readWaveChunks(int descriptor, bool bigEndian)
 {
     WaveChunks chunks;
     const auto leaveOut = [&chunks](std::string name) {
@@ -67,7 +67,7 @@ WaveChunks readWaveChunks(SNDFILE* file, std::uint64_t fileSize, bool bigEndian)
             chunks.leftOut.push_back(name);
     };
     for (const std::string name : {"iXML", "cart"}) {
-        for (std::string& contents : chunksNamed(file, name, fileSize)) {
+        for (std::string& contents : chunksNamed(descriptor, name)) {
             if (contents.empty() || (name == "cart" && bigEndian)) {
                 leaveOut(name);
                 continue;
@@ -76,9 +76,9 @@ WaveChunks readWaveChunks(SNDFILE* file, std::uint64_t fileSize, bool bigEndian)
             chunks.kept.push_back({.name = name, .contents = std::move(contents)});
         }
     }
-    for (const std::string& list : chunksNamed(file, "LIST", fileSize))
+    for (const std::string& list : chunksNamed(descriptor, "LIST"))
         if (!list.starts_with("INFO")) leaveOut("LIST " + list.substr(0, 4));
-    for (const std::string& name : chunkNames(file))
+    for (const std::string& name : chunkNames(descriptor))
         if (!belongsElsewhere(name) && name != "iXML" && name != "cart") leaveOut(name);
     return chunks;
 }

@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <sndfile.h>
-
 namespace tarn
 {
 
@@ -21,10 +19,9 @@ struct WaveChunks
 /// Reads the chunks of a WAVE file. The elements TRACK_LIST, LOUDNESS, BEXT and FILE_UID of iXML describe the stereo
 /// file and are removed.
 ///
-/// file       as libsndfile has opened it
-/// fileSize   in bytes
-/// bigEndian  whether it is RIFX
-WaveChunks readWaveChunks(SNDFILE* file, std::uint64_t fileSize, bool bigEndian);
+/// descriptor  open for reading; its position stays where it is
+/// bigEndian   whether it is RIFX
+WaveChunks readWaveChunks(int descriptor, bool bigEndian);
 
 /// Converts what a chunk counts in frames to another sample rate.
 ///

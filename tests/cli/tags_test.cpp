@@ -344,11 +344,14 @@ TEST_F(Tags, OfRf64AreKept)
     metadata.tags.texts = richTexts();
     metadata.tags.pictures.push_back(
         {.kind = 3, .mimeType = "image/png", .description = utf8("A c\xc3\xb6ver"), .data = pictureBytes()});
+    metadata.chunks = {{.name = "iXML", .contents = "odd"}, {.name = "cart", .contents = "odd"}};
     ASSERT_EQ(tarn::appendTags(descriptor, metadata, leftOut), 0);
     close(descriptor);
     for (const std::string output : {"out.wav", "out.flac"}) {
         const Result result = tarn({"upmix", "in.wav", output});
         ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("FLAC has no place for the cart chunk") == std::string::npos, output == "out.wav")
+            << result.errors;
         const TagLib::PropertyMap texts = textsOf(output);
         for (const auto& [name, values] : richTexts())
             EXPECT_EQ(texts[name].toString("|"), values.toString("|")) << output << " " << name.to8Bit(true);

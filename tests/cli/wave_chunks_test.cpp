@@ -1,9 +1,11 @@
 #include "cli/chunks.h"
+#include "cli/descriptor.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
 #include <cstring>
 
+#include <fcntl.h>
 #include <tbytevector.h>
 
 // What becomes of the broadcast extension and other chunks of a WAVE file.
@@ -41,10 +43,8 @@ protected:
     /// The contents of the only chunk of a name.
     std::string chunkOf(const std::string& name, const char* mark) const
     {
-        SF_INFO info{};
-        SNDFILE* const file = sf_open(at(name).c_str(), SFM_READ, &info);
-        const std::vector<std::string> found = tarn::chunksNamed(file, mark, std::filesystem::file_size(at(name)));
-        sf_close(file);
+        const tarn::Descriptor file(open(at(name).c_str(), O_RDONLY | O_CLOEXEC));
+        const std::vector<std::string> found = tarn::chunksNamed(file.number(), mark);
         return found.size() == 1 ? found.front() : std::to_string(found.size()) + " chunks";
     }
 
