@@ -68,7 +68,8 @@ WaveChunks readWaveChunks(int descriptor, bool bigEndian)
     };
     for (const std::string name : {"iXML", "cart"}) {
         for (std::string& contents : chunksNamed(descriptor, name)) {
-            if (contents.empty() || (name == "cart" && bigEndian)) {
+            const bool isFirst = chunks.kept.empty() || chunks.kept.back().name != name;
+            if (!isFirst || contents.empty() || (name == "cart" && bigEndian)) {
                 leaveOut(name);
                 continue;
             }

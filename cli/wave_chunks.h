@@ -12,7 +12,7 @@ namespace tarn
 /// Chunks of a WAVE file that describe its recording, beside tags and the broadcast extension.
 struct WaveChunks
 {
-    std::vector<Chunk> kept;          ///< iXML and cart (AES46)
+    std::vector<Chunk> kept;          ///< the first iXML and the first cart (AES46)
     std::vector<std::string> leftOut; ///< names of others, and bext; without tags and what describes the file itself
 };
 

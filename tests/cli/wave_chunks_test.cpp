@@ -154,12 +154,14 @@ TEST_F(WaveChunks, OfOtherNamesAreNamed)
                             {"minf", "contents"},
                             {"cue ", number(0)},
                             {"LIST", "adtl"},
+                            {"cart", cart()},
+                            {"cart", "another"},
                             {"minf", "contents"},
                             {"bext", "too short"}});
     for (const std::string output : {"out.wav", "out.flac"}) {
         const Result result = tarn({"upmix", "in.wav", output});
         EXPECT_EQ(result.exitCode, 0) << result.errors;
-        EXPECT_NE(result.errors.find("tarn: in.wav: its chunks LIST adtl, minf, cue, bext are left out\n"),
+        EXPECT_NE(result.errors.find("tarn: in.wav: its chunks cart, LIST adtl, minf, cue, bext are left out\n"),
                   std::string::npos)
             << result.errors;
     }
