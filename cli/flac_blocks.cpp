@@ -1,7 +1,6 @@
 #include "cli/flac_blocks.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -47,7 +46,7 @@ unsigned readTrack(const ByteVector& bytes, unsigned at, FLAC__StreamMetadata* o
     FLAC__StreamMetadata_CueSheet_Track& track = object->data.cue_sheet.tracks[number];
     track.offset = positionAt(bytes, at);
     track.number = static_cast<FLAC__byte>(byteAt(bytes, at + 8));
-    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at + kIsrc), kIsrcBytes, track.isrc);
+    std::copy_n(bytes.data() + at + kIsrc, kIsrcBytes, track.isrc);
     track.type = byteAt(bytes, at + kTrackFlags) >> 7 & 1u;
     track.pre_emphasis = byteAt(bytes, at + kTrackFlags) >> 6 & 1u;
     for (unsigned i = 0; i < indices; ++i) {
