@@ -190,8 +190,11 @@ Metadata FileSource::metadata()
 {
     const auto* const opened = dynamic_cast<const SndfileDecoder*>(decoder.get());
     SNDFILE* const sndfile = opened != nullptr ? opened->handle() : nullptr;
-    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}};
-    if (sndfile != nullptr) metadata.broadcast = readBroadcastInfo(sndfile);
+    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}, .chunks = {}};
+    const int container = info.format & SF_FORMAT_TYPEMASK;
+    if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64)
+        addWaveMetadata(metadata, file.descriptor.number(), sndfile,
+                        (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
     return metadata;
 }
 

@@ -1,6 +1,7 @@
 #include "cli/flac_sink.h"
 
 #include "cli/failure.h"
+#include "cli/flac_blocks.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -39,7 +40,10 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
 {
     addComments(contents.layout, contents.metadata.tags);
     addPictures(contents.metadata.tags.pictures);
+    addBlocks(contents.metadata.tags.flacBlocks);
     if (contents.metadata.broadcast) leftOut.emplace_back("FLAC has no place for the broadcast extension");
+    for (const Chunk& chunk : contents.metadata.chunks)
+        leftOut.push_back("FLAC has no place for the " + chunk.name + " chunk");
     auto padding = std::make_unique<FLAC::Metadata::Padding>();
     padding->set_length(kPaddingBytes);
     blocks.push_back(std::move(padding));
@@ -104,6 +108,17 @@ void FlacSink::addPictures(const std::vector<Picture>& pictures)
         } else {
             leftOut.push_back("FLAC has no place for a picture of " + std::to_string(picture.data.size()) +
                               " bytes and type '" + mimeType + "'");
+        }
+    }
+}
+
+void FlacSink::addBlocks(const std::vector<FlacBlock>& inputBlocks)
+{
+    for (const FlacBlock& input : inputBlocks) {
+        if (auto block = flacMetadata(input)) {
+            blocks.push_back(std::move(block));
+        } else {
+            leftOut.push_back("the " + input.name() + " of the input is damaged and left out");
         }
     }
 }
