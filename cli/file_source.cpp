@@ -141,7 +141,7 @@ FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) cons
     const SF_INFO& facts = opened.info();
     Part part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
     part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels;
-    part.hasDamagedPages = isOgg(facts) && facts.format != (SF_FORMAT_OGG | SF_FORMAT_VORBIS) &&
+    part.hasDamagedPages = isOgg(facts) && dynamic_cast<const SndfileDecoder*>(&opened) != nullptr &&
                            oggLinks(file.descriptor.number()).skippedBytes > 0;
     if (facts.frames == SF_COUNT_MAX) {
         // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.

@@ -1,5 +1,6 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
+#include "tests/cli/ogg_bytes.h"
 
 #include <cmath>
 
@@ -14,19 +15,6 @@ namespace
 constexpr int kVorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
 constexpr int kOpus = SF_FORMAT_OGG | SF_FORMAT_OPUS;
 constexpr int kMp3 = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
-
-/// A page of Ogg with its checksum: a CRC of 32 bits that begins with zero, over the page without it.
-std::string withChecksum(std::string page)
-{
-    page.replace(22, 4, 4, '\0');
-    std::uint32_t crc = 0;
-    for (const char c : page) {
-        crc ^= static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << 24;
-        for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x7fffffff) << 1 ^ ((crc >> 31) != 0 ? 0x04c11db7u : 0u);
-    }
-    for (unsigned i = 0; i < 4; ++i) page[22 + i] = static_cast<char>(crc >> (8 * i));
-    return page;
-}
 
 } // namespace
 
