@@ -28,6 +28,7 @@ std::unique_ptr<Decoder> openOgg(int descriptor, ByteRange part)
             // libsndfile describes multichannel streams, and says what is wrong with others.
         }
     }
+    if (head.codec == OggCodec::Flac) return std::make_unique<FlacDecoder>(descriptor, part, head.serial);
     auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
     if (head.codec != OggCodec::Vorbis) return decoder;
     return std::make_unique<VorbisDecoder>(descriptor, part, head.serial, decoder->info());
@@ -47,7 +48,7 @@ std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
     if (file.marks(begin, "fLaC")) return std::make_unique<FlacDecoder>(descriptor, part);
     if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return std::make_unique<MpegDecoder>(descriptor, part);
     try {
-        if (file.marks(part.begin, "OggS")) return openOgg(descriptor, part);
+        if (file.marks(begin, "OggS")) return openOgg(descriptor, {.begin = begin, .end = part.end});
         auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
         const int format = decoder->info().format;
         if ((format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) return std::make_unique<MpegDecoder>(descriptor, part);

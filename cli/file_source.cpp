@@ -144,8 +144,9 @@ FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) cons
     part.hasDamagedPages = isOgg(facts) && dynamic_cast<const SndfileDecoder*>(&opened) != nullptr &&
                            oggLinks(file.descriptor.number()).skippedBytes > 0;
     if (facts.frames == SF_COUNT_MAX) {
-        // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.
-        part.lacksEnd = isOgg(facts);
+        // A FLAC encoder that wrote to a pipe could not fill in the length; the decoder finds whether its end is there.
+        // Other Ogg streams mark their last page.
+        part.lacksEnd = isOgg(facts) && integerBits(facts.format) == 0;
     } else if (!isMpeg(facts) || hasMpegIndex(file.descriptor.number(), bytes.begin)) {
         part.declared = static_cast<std::uint64_t>(facts.frames);
         // libsndfile takes a file that is cut for a shorter one.
@@ -178,8 +179,9 @@ void FileSource::checkFormat() const
 
 FileFacts FileSource::facts() const
 {
+    const bool isOggFlac = isOgg(info) && integerBits(info.format) != 0;
     return {.container = nameOf(info.format & SF_FORMAT_TYPEMASK),
-            .codec = nameOf(info.format & SF_FORMAT_SUBMASK),
+            .codec = isOggFlac ? "FLAC" : nameOf(info.format & SF_FORMAT_SUBMASK),
             .sampleRate = static_cast<std::uint32_t>(info.samplerate),
             .bits = integerBits(info.format),
             .channels = static_cast<std::uint32_t>(info.channels),

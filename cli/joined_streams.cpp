@@ -4,6 +4,7 @@
 #include "cli/mpeg_frames.h"
 #include "cli/ogg_pages.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace tarn
@@ -39,8 +40,8 @@ bool isRun(const FileBytes& file, std::uint64_t position, const MpegFrame& first
 
 OggLinks oggLinks(int descriptor)
 {
-    const std::uint64_t size = FileBytes(descriptor).size();
-    OggPages pages(descriptor, {.begin = 0, .end = size});
+    const FileBytes file(descriptor);
+    OggPages pages(descriptor, {.begin = std::min(file.id3v2Size(0), file.size()), .end = file.size()});
     std::vector<std::uint64_t> begins;
     bool inHeads = false; // the first pages of all streams of a link come together
     ogg_page page;
@@ -49,7 +50,7 @@ OggLinks oggLinks(int descriptor)
         if (isFirstPage && !inHeads) begins.push_back(pages.pageBegin());
         inHeads = isFirstPage;
     }
-    return {.links = partsFrom(begins, size), .skippedBytes = pages.skippedBytes()};
+    return {.links = partsFrom(begins, file.size()), .skippedBytes = pages.skippedBytes()};
 }
 
 std::vector<ByteRange> mpegParts(int descriptor)

@@ -17,6 +17,7 @@ OggCodec codecOf(const ogg_page& page)
     const std::string_view body(reinterpret_cast<const char*>(page.body), static_cast<std::size_t>(page.body_len));
     if (body.starts_with("\1vorbis")) return OggCodec::Vorbis;
     if (body.starts_with("OpusHead")) return OggCodec::Opus;
+    if (body.starts_with("\177FLAC")) return OggCodec::Flac;
     return OggCodec::Other;
 }
 

@@ -70,7 +70,8 @@ enum class OggCodec
 {
     Other,
     Vorbis,
-    Opus
+    Opus,
+    Flac
 };
 
 /// An Ogg stream of audio.

@@ -18,6 +18,7 @@
 #include <id3v2tag.h>
 #include <infotag.h>
 #include <mpegfile.h>
+#include <oggflacfile.h>
 #include <opusfile.h>
 #include <tfilestream.h>
 #include <unistd.h>
@@ -227,30 +228,64 @@ long behindId3v2(TagLib::IOStream& stream)
     return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
 }
 
-/// Metadata blocks of FLAC: a byte with the type and the mark of the last one, 24 bits of size, the contents.
+/// The head of a metadata block of FLAC: a byte with the type and the mark of the last one, 24 bits of size.
+struct FlacBlockHead
+{
+    static constexpr unsigned kBytes = 4;
+
+    explicit FlacBlockHead(const ByteVector& bytes)
+        : type(static_cast<unsigned char>(bytes[0]) & 0x7fu),
+          size(bytes.toUInt(1, 3, true)),
+          isLast((static_cast<unsigned char>(bytes[0]) & 0x80u) != 0)
+    {}
+
+    bool hasTags() const { return type == kVorbisComment || type == kPicture; }
+
+    static constexpr unsigned kVorbisComment = 4;
+    static constexpr unsigned kCueSheet = 5;
+    static constexpr unsigned kPicture = 6;
+
+    unsigned type;
+    unsigned size;
+    bool isLast;
+};
+
+/// contents  of the block; those of blocks without tags do not matter
+void collectFlacBlock(const FlacBlockHead& head, const ByteVector& contents, Collector& collector)
+{
+    if (head.type == FlacBlockHead::kCueSheet) collector.tags.leftOut.emplace_back("its cue sheet is left out");
+    if (contents.size() < head.size) return;
+    if (head.type == FlacBlockHead::kVorbisComment) collector.addVorbisComments(contents);
+    TagLib::FLAC::Picture picture;
+    if (head.type == FlacBlockHead::kPicture && picture.parse(contents)) collector.addPicture(picture);
+}
+
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
-    constexpr unsigned kVorbisComment = 4;
-    constexpr unsigned kCueSheet = 5;
-    constexpr unsigned kPicture = 6;
     stream.seek(behindId3v2(stream));
     if (stream.readBlock(4) != "fLaC") return;
-    for (bool last = false; !last;) {
-        const ByteVector head = stream.readBlock(4);
-        if (head.size() < 4) return;
-        const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
-        last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
-        const unsigned size = head.toUInt(1, 3, true);
-        if (type == kCueSheet) collector.tags.leftOut.emplace_back("its cue sheet is left out");
-        if (type != kVorbisComment && type != kPicture) {
-            stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
-            continue;
-        }
-        const ByteVector contents = stream.readBlock(size);
-        if (contents.size() < size) return;
-        if (type == kVorbisComment) collector.addVorbisComments(contents);
-        TagLib::FLAC::Picture picture;
-        if (type == kPicture && picture.parse(contents)) collector.addPicture(picture);
+    for (bool isLast = false; !isLast;) {
+        const ByteVector bytes = stream.readBlock(FlacBlockHead::kBytes);
+        if (bytes.size() < FlacBlockHead::kBytes) return;
+        const FlacBlockHead head(bytes);
+        isLast = head.isLast;
+        if (!head.hasTags()) stream.seek(static_cast<long>(head.size), TagLib::IOStream::Current);
+        const ByteVector contents = head.hasTags() ? stream.readBlock(head.size) : ByteVector();
+        collectFlacBlock(head, contents, collector);
+    }
+}
+
+/// Ogg FLAC: a packet for each metadata block behind the first packet.
+void collectOggFlac(TagLib::IOStream& stream, Collector& collector)
+{
+    TagLib::Ogg::FLAC::File file(&stream, false);
+    bool isLast = !file.isValid() || !file.packet(0).startsWith("\177FLAC");
+    for (unsigned i = 1; !isLast; ++i) {
+        const ByteVector packet = file.packet(i);
+        if (packet.size() < FlacBlockHead::kBytes) return;
+        const FlacBlockHead head(packet);
+        isLast = head.isLast;
+        collectFlacBlock(head, packet.mid(FlacBlockHead::kBytes), collector);
     }
 }
 
@@ -294,6 +329,8 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
     case SF_FORMAT_OGG:
         if ((format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
             collectOgg<TagLib::Ogg::Opus::File>(stream, "OpusTags", collector);
+        } else if ((format & SF_FORMAT_SUBMASK) != SF_FORMAT_VORBIS) {
+            collectOggFlac(stream, collector);
         } else {
             collectOgg<TagLib::Ogg::Vorbis::File>(stream, "\3vorbis", collector);
         }
