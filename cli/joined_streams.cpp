@@ -1,5 +1,6 @@
 #include "cli/joined_streams.h"
 
+#include "cli/container_promise.h"
 #include "cli/file_bytes.h"
 #include "cli/mpeg_frames.h"
 #include "cli/ogg_pages.h"
@@ -51,6 +52,14 @@ OggLinks oggLinks(int descriptor)
         inHeads = isFirstPage;
     }
     return {.links = partsFrom(begins, file.size()), .skippedBytes = pages.skippedBytes()};
+}
+
+std::vector<ByteRange> containerParts(int descriptor)
+{
+    const FileBytes file(descriptor);
+    std::vector<std::uint64_t> begins{0};
+    while (const auto next = nextContainer(file, begins.back())) begins.push_back(*next);
+    return partsFrom(begins, file.size());
 }
 
 std::vector<ByteRange> mpegParts(int descriptor)

@@ -20,6 +20,13 @@ struct OggLinks
 /// The links together are the whole file.
 OggLinks oggLinks(int descriptor);
 
+/// The parts of a file that WAVE, RF64, W64, AIFF, AU or CAF files were joined to, at the ends that their sizes
+/// declare.
+///
+/// descriptor  open for reading; its position stays where it is
+/// Returns at least one part; together they are the whole file.
+std::vector<ByteRange> containerParts(int descriptor);
+
 /// The parts of MPEG audio that was joined from several files: each begins with an index frame of its own (Xing, Info
 /// or VBRI), where frames of another version, layer or rate follow, or where the frames that the index before declares
 /// are over and a second or more follows.

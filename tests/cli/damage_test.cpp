@@ -63,6 +63,7 @@ TEST_F(Damage, OfLessThanASecondIsAWarning)
              {"in.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16, 4},
              {"in.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 4},
              {"in.au", SF_FORMAT_AU | SF_FORMAT_PCM_16, 4},
+             {"in.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, 4},
          }) {
         writeAudio(at(name), format, static_cast<int>(kRate), 2, stereo);
         cut(name, std::filesystem::file_size(at(name)) - frameBytes * 700 + 1);
@@ -70,6 +71,19 @@ TEST_F(Damage, OfLessThanASecondIsAWarning)
         EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput({stereo.begin(), stereo.begin() + 2 * 8300}, {}))
             << name;
     }
+}
+
+TEST_F(Damage, CafOfUnknownLengthIsReadToItsEnd)
+{
+    const Samples stereo = stereoNoise(9000, 16);
+    writeAudio(at("in.caf"), SF_FORMAT_CAF | SF_FORMAT_PCM_16, static_cast<int>(kRate), 2, stereo);
+    std::string caf = bytesOf(at("in.caf"));
+    const std::size_t size = caf.find("data") + 4;
+    caf.replace(size, 8, 8, '\xff');
+    writeBytes(at("in.caf"), caf);
+    const Result result = tarn({"upmix", "--strict", "in.caf", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {}));
 }
 
 TEST_F(Damage, OfASecondOrMoreIsToldByTheExitCode)
