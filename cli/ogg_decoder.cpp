@@ -89,6 +89,8 @@ void OggDecoder::place(std::int64_t granule, bool isLast)
     // The last packet may be longer than its audio.
     if (isLast && ahead < 0 && -ahead <= std::min(positions.maxTrim, frames))
         samples.resize(samples.size() - static_cast<std::size_t>(-ahead * channels));
+    // A stream that was edited can count on from another position.
+    if (!isLast) origin += ahead;
 }
 
 /// Drops frames of preSkip that are due.

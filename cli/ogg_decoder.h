@@ -55,7 +55,7 @@ private:
     std::vector<float> samples;  ///< interleaved, of the last page
     std::size_t used = 0;        ///< of these
     std::uint64_t toSilence = 0; ///< frames of silence due before them
-    std::int64_t origin = 0;     ///< the granule position of frame 0
+    std::int64_t origin = 0;     ///< the granule position of frame 0, by the last page
     bool hasOrigin = false;      ///< a page has told it
     bool hasHole = false;        ///< packets were lost since the last page that told its position
     bool hasHoles = false;       ///< packets were lost at all

@@ -37,6 +37,19 @@ std::string renumbered(const std::vector<std::string>& pages)
     return ogg;
 }
 
+std::size_t positionOf(const std::string& page)
+{
+    std::size_t position = 0;
+    for (std::size_t i = 0; i < 8; ++i) position += std::size_t{static_cast<unsigned char>(page[6 + i])} << (8 * i);
+    return position;
+}
+
+std::string withPosition(std::string page, std::size_t position)
+{
+    for (std::size_t i = 0; i < 8; ++i) page[6 + i] = static_cast<char>(position >> (8 * i));
+    return page;
+}
+
 std::string withBitFlipped(std::string bytes, std::size_t position)
 {
     bytes[position] = static_cast<char>(bytes[position] ^ 0x10);

@@ -16,6 +16,12 @@ std::vector<std::string> pagesOf(const std::string& ogg);
 /// An Ogg file of pages, numbered from 0 and with their checksums.
 std::string renumbered(const std::vector<std::string>& pages);
 
+/// The position that a page states.
+std::size_t positionOf(const std::string& page);
+
+/// A page that states another position; its checksum is wrong then.
+std::string withPosition(std::string page, std::size_t position);
+
 /// The same bytes with one bit changed.
 std::string withBitFlipped(std::string bytes, std::size_t position);
 

@@ -105,6 +105,26 @@ TEST_F(Ogg, ChainedFlacIsReadToTheEndOfTheLast)
     EXPECT_TRUE(bypassed("ab.oga") == expected);
 }
 
+TEST_F(Ogg, PositionsThatGoBackInTheMiddleMoveNothing)
+{
+    constexpr std::size_t kEdit = 5; // the page from which on the positions are too small
+    for (const int codec : {SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) {
+        writeAudio(at("in.ogg"), SF_FORMAT_OGG | codec, static_cast<int>(kRate), 2, stereoNoise(6 * kRate + 1, 16));
+        const std::size_t size = bypassed("in.ogg").size();
+        EXPECT_EQ(size, kSlots * (6 * kRate + 1));
+        std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
+        for (std::size_t i = kEdit; i < pages.size(); ++i)
+            pages[i] = withPosition(pages[i], positionOf(pages[i]) - 20000);
+        const std::string edited = renumbered(pages);
+        writeBytes(at("edited.ogg"), edited);
+        std::string errors;
+        EXPECT_EQ(bypassed("edited.ogg", &errors).size(), size) << "the end is trimmed";
+        writeBytes(at("bad.ogg"), withBitFlipped(edited, edited.size() * 3 / 4));
+        EXPECT_EQ(bypassed("bad.ogg", &errors, codec == SF_FORMAT_OPUS ? 1 : 0).size(), size) << "the gap is filled";
+        EXPECT_NE(errors.find("become silence"), std::string::npos) << errors;
+    }
+}
+
 TEST_F(Ogg, BehindAnId3v2TagIsRead)
 {
     const Samples stereo = stereoNoise(60000, 16);

@@ -32,14 +32,6 @@ std::size_t preSkipOf(const std::string& firstPage)
     return byte(10) + 256 * byte(11);
 }
 
-/// The position that a page states.
-std::size_t positionOf(const std::string& page)
-{
-    std::size_t position = 0;
-    for (std::size_t i = 0; i < 8; ++i) position += std::size_t{static_cast<unsigned char>(page[6 + i])} << (8 * i);
-    return position;
-}
-
 } // namespace
 
 class Opus : public CommandTest
