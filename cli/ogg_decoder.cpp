@@ -65,16 +65,18 @@ void OggDecoder::place(std::int64_t granule, bool isLast)
 {
     // Frames at negative positions are not to be heard.
     if (granule < -1 && !hasOrigin) samples.clear();
-    if (granule < 0 || samples.empty()) return;
+    if (!isPosition(granule) || samples.empty()) return;
     const auto channels = static_cast<std::ptrdiff_t>(facts.channels);
-    const auto frames = static_cast<std::int64_t>(samples.size()) / channels;
+    auto frames = static_cast<std::int64_t>(samples.size()) / channels;
     if (!hasOrigin) {
         hasOrigin = true;
         // A recording can begin anywhere, but most begin at 0: what was lost then is the start.
         origin = std::max<std::int64_t>(granule - static_cast<std::int64_t>(position) - frames, 0);
         if (hasHole && origin <= kMaxGapFrames) origin = 0;
-        if (positions.canBeNegative && !hasHole && granule < frames && !isLast)
+        if (positions.canBeNegative && !hasHole && granule < frames && !isLast) {
             samples.erase(samples.begin(), samples.begin() + (frames - granule) * channels);
+            frames = granule;
+        }
     }
     std::int64_t ahead = granule - origin - static_cast<std::int64_t>(position) - frames;
     if (hasHole && ahead > 0 && ahead <= kMaxGapFrames) {

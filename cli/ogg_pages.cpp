@@ -96,7 +96,7 @@ OggEnd oggEnd(int descriptor, ByteRange part, int serial)
         ogg_page page;
         while (pages.next(page)) {
             if (ogg_page_serialno(&page) != serial) continue;
-            if (ogg_page_granulepos(&page) >= 0) last.granule = ogg_page_granulepos(&page);
+            if (isPosition(ogg_page_granulepos(&page))) last.granule = ogg_page_granulepos(&page);
             last.isMarked = ogg_page_eos(&page) != 0;
         }
         if (last.granule >= 0) return last;

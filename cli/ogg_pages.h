@@ -84,6 +84,12 @@ struct OggHead
 /// Finds the first stream with a codec that is not Other, among the first pages of all streams.
 OggHead oggHead(int descriptor, ByteRange part);
 
+/// Whether a page can have this position: a damaged one can be any, -1 stands for none.
+constexpr bool isPosition(std::int64_t granule) noexcept
+{
+    return granule >= 0 && granule < std::int64_t{1} << 48;
+}
+
 /// The end of an Ogg stream.
 struct OggEnd
 {

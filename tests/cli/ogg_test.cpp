@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <limits>
 
 // FLAC in Ogg, and Ogg behind an ID3v2 tag.
 
@@ -122,6 +123,37 @@ TEST_F(Ogg, PositionsThatGoBackInTheMiddleMoveNothing)
         writeBytes(at("bad.ogg"), withBitFlipped(edited, edited.size() * 3 / 4));
         EXPECT_EQ(bypassed("bad.ogg", &errors, codec == SF_FORMAT_OPUS ? 1 : 0).size(), size) << "the gap is filled";
         EXPECT_NE(errors.find("become silence"), std::string::npos) << errors;
+    }
+}
+
+TEST_F(Ogg, VorbisAtNegativePositionsIsCutOffAndTheRestKeepsItsPlace)
+{
+    constexpr std::size_t kBefore = 1000;
+    constexpr std::size_t kFirst = 2; // page with audio
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
+    std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
+    for (std::size_t i = kFirst; i < pages.size(); ++i)
+        pages[i] = withPosition(pages[i], positionOf(pages[i]) - kBefore);
+    std::string cut = renumbered(pages);
+    writeBytes(at("cut.ogg"), cut);
+    EXPECT_EQ(bypassed("cut.ogg").size(), kSlots * (kRate - kBefore));
+    // The page behind the first one.
+    std::size_t second = 0;
+    for (std::size_t i = 0; i <= kFirst; ++i) second += pages[i].size();
+    writeBytes(at("bad.ogg"), withBitFlipped(cut, second + 500));
+    std::string errors;
+    EXPECT_EQ(bypassed("bad.ogg", &errors).size(), kSlots * (kRate - kBefore));
+    EXPECT_NE(errors.find("become silence"), std::string::npos) << errors;
+}
+
+TEST_F(Ogg, ImpossiblePositionIsIgnored)
+{
+    for (const int codec : {SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) {
+        writeAudio(at("in.ogg"), SF_FORMAT_OGG | codec, static_cast<int>(kRate), 2, stereoNoise(6 * kRate, 16));
+        std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
+        pages[4] = withPosition(pages[4], std::numeric_limits<std::int64_t>::max());
+        writeBytes(at("bad.ogg"), renumbered(pages));
+        EXPECT_EQ(bypassed("bad.ogg").size(), kSlots * 6 * kRate);
     }
 }
 
