@@ -63,8 +63,13 @@ void OggDecoder::decodePackets()
 /// Cuts off what is before frame 0 or behind the last frame, and fills what was lost.
 void OggDecoder::place(std::int64_t granule, bool isLast)
 {
-    // Frames at negative positions are not to be heard.
-    if (granule < -1 && !hasOrigin) samples.clear();
+    // A first page that ends before position 0 is dropped, and all frames behind it are heard: libvorbis does the same.
+    if (granule < -1 && !hasOrigin && isPosition(-granule)) {
+        samples.clear();
+        hasOrigin = true;
+        hasHole = false;
+        origin = granule - static_cast<std::int64_t>(position);
+    }
     if (!isPosition(granule) || samples.empty()) return;
     const auto channels = static_cast<std::ptrdiff_t>(facts.channels);
     auto frames = static_cast<std::int64_t>(samples.size()) / channels;

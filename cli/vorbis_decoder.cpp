@@ -1,5 +1,7 @@
 #include "cli/vorbis_decoder.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <stdexcept>
 
 namespace tarn
@@ -30,6 +32,12 @@ VorbisDecoder::VorbisDecoder(int descriptor, ByteRange part, int serial, const S
     positions = {.canBeNegative = true, .maxTrim = vorbis_info_blocksize(&info, 1)};
     // The page of the last header can hold audio as well.
     decodePackets();
+    while (!hasFrames() && decodePage()) {
+    }
+    // libsndfile counts frames before position 0.
+    const std::int64_t begin = std::max<std::int64_t>(firstPosition(), 0);
+    const std::int64_t end = oggEnd(descriptor, part, serial).granule;
+    if (facts.frames != SF_COUNT_MAX && end >= begin) facts.frames = std::min<sf_count_t>(facts.frames, end - begin);
 }
 
 VorbisDecoder::~VorbisDecoder()
@@ -56,7 +64,9 @@ bool VorbisDecoder::readHeaders()
 
 bool VorbisDecoder::decode(ogg_packet& packet, std::vector<float>& to)
 {
-    if (vorbis_synthesis(&block, &packet) != 0) return false;
+    const int result = vorbis_synthesis(&block, &packet);
+    if (result == OV_ENOTAUDIO) return true; // some files repeat the headers
+    if (result != 0) return false;
     // libvorbis would cut frames off packet by packet; OggDecoder does so for the whole page.
     block.granulepos = -1;
     block.eofflag = 0;

@@ -146,6 +146,28 @@ TEST_F(Ogg, VorbisAtNegativePositionsIsCutOffAndTheRestKeepsItsPlace)
     EXPECT_NE(errors.find("become silence"), std::string::npos) << errors;
 }
 
+TEST_F(Ogg, VorbisThatBeginsWithAPageOfNegativePositionsIsComplete)
+{
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
+    std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
+    const std::size_t dropped = positionOf(pages[2]);
+    for (std::size_t i = 2; i < pages.size(); ++i)
+        pages[i] = withPosition(pages[i], positionOf(pages[i]) - dropped - 104);
+    writeBytes(at("cut.ogg"), renumbered(pages));
+    EXPECT_EQ(bypassed("cut.ogg").size(), kSlots * (kRate - dropped));
+}
+
+TEST_F(Ogg, RepeatedVorbisHeadersAreIgnored)
+{
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
+    std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
+    std::vector<std::string> headers{pages[0], pages[1]};
+    headers[0][5] = 0; // not the first page of a stream
+    pages.insert(pages.begin() + 4, headers.begin(), headers.end());
+    writeBytes(at("repeated.ogg"), renumbered(pages));
+    EXPECT_TRUE(bypassed("repeated.ogg") == bypassed("in.ogg"));
+}
+
 TEST_F(Ogg, ImpossiblePositionIsIgnored)
 {
     for (const int codec : {SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) {
