@@ -64,7 +64,7 @@ void OggDecoder::decodePackets()
 void OggDecoder::place(std::int64_t granule, bool isLast)
 {
     // A first page that ends before position 0 is dropped, and all frames behind it are heard: libvorbis does the same.
-    if (granule < -1 && !hasOrigin && isPosition(-granule)) {
+    if (granule < -1 && !hasOrigin && isPosition(-(granule + 1))) {
         samples.clear();
         hasOrigin = true;
         hasHole = false;
