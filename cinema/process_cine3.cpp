@@ -11,16 +11,14 @@
 #include "cinema/synthesis.h"
 #include "cinema/tonality.h"
 #include "filterbank/transform.h"
-#include "io/block_io.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
+void processCine3(ZRKTarn& engine) noexcept
 {
     for (int r = 0; r < 3; ++r) engine.outputPtr[r] = engine.outputBlock[r];
     startMeasures(engine);
-    readInputChannels(engine, frames, channels);
 
     // Analysis. The subbands are still those of the block before until the transform.
     for (int c = 0; c < 2; ++c) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#if !defined __SSE2__ && !defined __aarch64__
+#if defined TARN_GENERIC
 #include <cfenv>
 #endif
 
@@ -19,7 +19,7 @@ namespace zrk_tarn
 class DefaultFloatEnvironment
 {
 public:
-#if defined __SSE2__
+#if defined __SSE2__ && !defined TARN_GENERIC
     DefaultFloatEnvironment() noexcept : control_(__builtin_ia32_stmxcsr())
     {
         constexpr unsigned int kAllMasked = 0x1f80; // and no flag raised
@@ -30,7 +30,7 @@ public:
     {
         __builtin_ia32_ldmxcsr(control_);
     }
-#elif defined __aarch64__
+#elif defined __aarch64__ && !defined TARN_GENERIC
     DefaultFloatEnvironment() noexcept
     {
         asm volatile("mrs %0, fpcr" : "=r"(control_));
@@ -60,9 +60,9 @@ public:
     DefaultFloatEnvironment& operator=(const DefaultFloatEnvironment&) = delete;
 
 private:
-#if defined __SSE2__
+#if defined __SSE2__ && !defined TARN_GENERIC
     unsigned int control_; ///< control bits and flags
-#elif defined __aarch64__
+#elif defined __aarch64__ && !defined TARN_GENERIC
     std::uint64_t control_;
     std::uint64_t flags_;
 #else

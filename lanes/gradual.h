@@ -34,9 +34,9 @@ template <int kCount>
 {
     return {partwise<Doubles<kCount>>(
         [](auto part) {
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
             asm("" : "+v"(part));
-#elif defined __aarch64__
+#elif defined __aarch64__ && !defined TARN_GENERIC
             asm("" : "+w"(part));
 #else
             asm("" : "+m"(part));

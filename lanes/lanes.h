@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <utility>
 
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
 #include <immintrin.h>
 #endif
 
@@ -423,7 +423,7 @@ template <int kCount>
 template <typename Double, typename Single>
 [[gnu::always_inline]] inline Double widened(const Single& a) noexcept
 {
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     if constexpr (sizeof(Single) == 16 && sizeof(Double) == 16) {
         return _mm_cvtps_pd(a);
     } else
@@ -449,7 +449,7 @@ template <int kCount>
     using D = Doubles<kCount>;
     if constexpr (D::kParts == Floats<kCount>::kParts) {
         return partwise<D>([](auto x) { return widened<typename D::Part>(x); }, a);
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     } else if constexpr (kCount == 4) {
         return {{widened<typename D::Part>(a.part[0]), widened<typename D::Part>(_mm_movehl_ps(a.part[0], a.part[0]))}};
 #endif
@@ -465,7 +465,7 @@ template <int kCount>
     using F = Floats<kCount>;
     if constexpr (Doubles<kCount>::kParts == F::kParts) {
         return partwise<F>([](auto x) { return __builtin_convertvector(x, typename F::Part); }, a);
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     } else if constexpr (kCount == 4) {
         return {{_mm_movelh_ps(_mm_cvtpd_ps(a.part[0]), _mm_cvtpd_ps(a.part[1]))}};
 #endif
@@ -478,7 +478,7 @@ template <int kCount>
 template <typename Double>
 [[gnu::always_inline]] inline Double roundedToSingle(Double a) noexcept
 {
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     if constexpr (sizeof(Double) == 16) return _mm_cvtps_pd(_mm_cvtpd_ps(a));
 #endif
     // The attribute belongs to a typedef. NOLINTNEXTLINE(modernize-use-using)

@@ -1,8 +1,7 @@
+// The table of block operations of one instruction set; compiled once for each.
 #include "cinema/process_cine3.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "io/block_io.h"
-
-// Compiled once for every instruction set: what it offers, under its name.
 
 #define TARN_NAME_OF(set) #set
 #define TARN_NAME(set) TARN_NAME_OF(set)
