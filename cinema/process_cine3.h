@@ -1,3 +1,4 @@
+// The signal path of a block.
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -15,7 +15,8 @@ struct BlockOperations
     const char* instructionSet; ///< its name: "sse2", "avx2", "avx512"; "neon"; "generic"
 
     void (*readInputChannels)(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
-    void (*processCine3)(ZRKTarn& engine) noexcept; ///< without reading the input
+    void (*processCine3)(ZRKTarn& engine) noexcept;                                ///< without reading the input
+    void (*readSpeeds)(const ZRKTarn& engine, std::int32_t (&speed)[16]) noexcept; ///< see cinema/speed_selection.h
     std::uint32_t (*writeOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
     void (*convertOutput)(ZRKTarn& engine, std::uint32_t frames) noexcept;
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
