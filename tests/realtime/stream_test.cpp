@@ -1,3 +1,4 @@
+// Tests that an UpmixStream does not allocate, lock or enter the kernel after construction.
 #include "stream/upmix_stream.h"
 
 #include "tests/realtime/call_guard.h"
@@ -12,9 +13,6 @@
 #include <optional>
 #include <vector>
 
-// What a stream promises to a real-time thread once it is made: whatever the host does with it, nothing is allocated,
-// locked or asked of the kernel.
-
 namespace tests
 {
 
@@ -26,15 +24,15 @@ using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
-constexpr std::uint32_t kMostFrames = 3000;
+constexpr std::uint32_t kMaxFrames = 3000;
 constexpr std::uint32_t kSlots = 8;
 constexpr zrk_tarn::RemapGains kGains = {{{1u << 28}, {0, 1u << 28}, {0, 0, 1u << 28}}};
 
-/// A stream and a host that does anything with it.
-class StreamLife
+/// A stream and random calls of a host.
+class StreamSession
 {
 public:
-    explicit StreamLife(std::uint64_t seed)
+    explicit StreamSession(std::uint64_t seed)
         : random_(seed),
           stream_({.sampleRateHz = 96000,
                    .format = static_cast<SampleFormat>(seed % 5),
@@ -42,21 +40,21 @@ public:
                    .outputSlots = kSlots,
                    .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
           planar_(seed % 5 == 4),
-          buffer_(std::size_t{kMostFrames} * kSlots)
+          buffer_(std::size_t{kMaxFrames} * kSlots)
     {
         for (float& sample : buffer_) sample = static_cast<float>(2.0 * random_.uniform());
-        for (std::size_t slot = 0; slot < kSlots; ++slot) rows_[slot] = &buffer_[slot * kMostFrames];
+        for (std::size_t slot = 0; slot < kSlots; ++slot) rows_[slot] = &buffer_[slot * kMaxFrames];
     }
 
-    void goOn()
+    void run()
     {
-        for (int i = 0; i < 300; ++i) act();
+        for (int i = 0; i < 300; ++i) runStep();
     }
 
 private:
-    void act()
+    void runStep()
     {
-        const auto frames = std::size_t{random_.below(kMostFrames + 1)};
+        const auto frames = std::size_t{random_.below(kMaxFrames + 1)};
         switch (random_.below(12)) {
         case 0:
             stream_.reset();
@@ -103,7 +101,7 @@ class RealTimeStream : public testing::TestWithParam<int>
 protected:
     void SetUp() override
     {
-        if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage stands between the library and the system";
+        if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
     }
 
     std::uint64_t seed() const { return static_cast<std::uint64_t>(GetParam()); }
@@ -111,18 +109,19 @@ protected:
 
 } // namespace
 
-TEST_P(RealTimeStream, NeitherAllocatesNorLocks)
+TEST_P(RealTimeStream, DoesNotAllocateOrLock)
 {
-    StreamLife life(seed());
-    EXPECT_EQ(forbiddenCallsOf([&] { life.goOn(); }), ForbiddenCalls{}) << "seed " << seed();
-    EXPECT_GE(forbiddenCallsOf([&] { StreamLife(seed()).goOn(); }).allocations, 1u) << "making a stream allocates";
+    StreamSession session(seed());
+    EXPECT_EQ(forbiddenCallsOf([&] { session.run(); }), ForbiddenCalls{}) << "seed " << seed();
+    EXPECT_GE(forbiddenCallsOf([&] { StreamSession(seed()).run(); }).allocations, 1u)
+        << "constructing a stream allocates";
 }
 
 TEST_P(RealTimeStream, MakesNoSystemCall)
 {
-    StreamLife life(seed());
-    const auto calls = systemCallsOf([&] { life.goOn(); });
-    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    StreamSession session(seed());
+    const auto calls = systemCallsOf([&] { session.run(); });
+    if (!calls) GTEST_SKIP() << "the kernel has no filter of system calls";
     EXPECT_EQ(*calls, 0u) << "seed " << seed();
 }
 
