@@ -33,17 +33,17 @@ class StreamSession
 {
 public:
     explicit StreamSession(std::uint64_t seed)
-        : random_(seed),
-          stream_({.sampleRateHz = 96000,
-                   .format = static_cast<SampleFormat>(seed % 5),
-                   .inputSlots = kSlots,
-                   .outputSlots = kSlots,
-                   .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
-          planar_(seed % 5 == 4),
-          buffer_(std::size_t{kMaxFrames} * kSlots)
+        : random(seed),
+          stream({.sampleRateHz = 96000,
+                  .format = static_cast<SampleFormat>(seed % 5),
+                  .inputSlots = kSlots,
+                  .outputSlots = kSlots,
+                  .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
+          isPlanar(seed % 5 == 4),
+          buffer(std::size_t{kMaxFrames} * kSlots)
     {
-        for (float& sample : buffer_) sample = static_cast<float>(2.0 * random_.uniform());
-        for (std::size_t slot = 0; slot < kSlots; ++slot) rows_[slot] = &buffer_[slot * kMaxFrames];
+        for (float& sample : buffer) sample = static_cast<float>(2.0 * random.uniform());
+        for (std::size_t slot = 0; slot < kSlots; ++slot) rows[slot] = &buffer[slot * kMaxFrames];
     }
 
     void run()
@@ -54,46 +54,46 @@ public:
 private:
     void runStep()
     {
-        const auto frames = std::size_t{random_.below(kMaxFrames + 1)};
-        switch (random_.below(12)) {
+        const auto frames = std::size_t{random.below(kMaxFrames + 1)};
+        switch (random.below(12)) {
         case 0:
-            stream_.reset();
+            stream.reset();
             break;
         case 1:
-            drained_ += stream_.drain(buffer_.data(), frames);
+            drained += stream.drain(buffer.data(), frames);
             break;
         case 2:
-            stream_.setBypass(!stream_.bypassed());
+            stream.setBypass(!stream.bypassed());
             break;
         case 3:
-            stream_.setMakeUpGain(static_cast<float>(10.0 * random_.uniform()));
+            stream.setMakeUpGain(static_cast<float>(10.0 * random.uniform()));
             break;
         case 4:
-            stream_.setMode(random_.chance(2) ? SteeringMode::Fast : SteeringMode::Calm);
+            stream.setMode(random.chance(2) ? SteeringMode::Fast : SteeringMode::Calm);
             break;
         case 5:
-            stream_.setRemap(kGains);
+            stream.setRemap(kGains);
             break;
         case 6:
-            drained_ += stream_.meters().saturated;
+            drained += stream.meters().saturated;
             break;
         case 7:
-            stream_.process(nullptr, buffer_.data(), frames);
+            stream.process(nullptr, buffer.data(), frames);
             break;
         case 8:
-            if (planar_) stream_.processPlanar(rows_.data(), rows_.data(), frames);
+            if (isPlanar) stream.processPlanar(rows.data(), rows.data(), frames);
             break;
         default:
-            stream_.process(buffer_.data(), buffer_.data(), frames);
+            stream.process(buffer.data(), buffer.data(), frames);
         }
     }
 
-    Random random_;
-    UpmixStream stream_;
-    bool planar_;
-    std::vector<float> buffer_;
-    std::array<float*, kSlots> rows_;
-    std::uint64_t drained_ = 0;
+    Random random;
+    UpmixStream stream;
+    bool isPlanar;
+    std::vector<float> buffer;
+    std::array<float*, kSlots> rows;
+    std::uint64_t drained = 0;
 };
 
 class RealTimeStream : public testing::TestWithParam<int>
