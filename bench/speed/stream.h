@@ -47,7 +47,7 @@ class Stream
 public:
     /// blocks  length of the host buffer
     explicit Stream(const Format& format, std::size_t blocks = 1)
-        : hostFormat(format), bytes(blocks * format.blockBytes())
+        : hostFormat(format), storage(blocks * format.blockBytes())
     {
         record->Open();
         record->Initialize({.spare = 0,
@@ -73,7 +73,7 @@ public:
         }
     }
 
-    void fillWithSilence() { std::fill(bytes.begin(), bytes.end(), std::uint8_t{0}); }
+    void fillWithSilence() { std::fill(storage.begin(), storage.end(), std::uint8_t{0}); }
 
     /// Selects the block of the host buffer to process.
     void select(std::size_t block)
@@ -112,12 +112,12 @@ public:
     }
 
     Engine& engine() { return *record; }
-    const std::vector<std::uint8_t>& buffer() const { return bytes; }
+    const std::vector<std::uint8_t>& buffer() const { return storage; }
     const Format& format() const { return hostFormat; }
 
 private:
     std::size_t frameBytes() const { return hostFormat.slots() * hostFormat.sampleBytes(); }
-    std::uint8_t* blockAt(std::size_t block) { return bytes.data() + block * hostFormat.blockBytes(); }
+    std::uint8_t* blockAt(std::size_t block) { return storage.data() + block * hostFormat.blockBytes(); }
 
     /// Stores the upper bits of a sample, little-endian.
     void put(std::uint8_t* position, std::int32_t sample) const
@@ -128,7 +128,7 @@ private:
     }
 
     Format hostFormat;
-    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint8_t> storage;
     std::unique_ptr<Engine> record = std::make_unique<Engine>();
 };
 
