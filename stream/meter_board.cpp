@@ -1,5 +1,7 @@
 #include "stream/meter_board.h"
 
+#include "dispatch/instruction_sets.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -16,17 +18,6 @@ constexpr double kPeakFallDb = 20.0;     ///< within the next time
 constexpr double kPeakFallSeconds = 1.7; ///< IEC 60268-10, type I
 constexpr double kRmsSeconds = 0.3;
 constexpr float kTrace = 1e-30f; ///< what falls below it ends: subnormal numbers are slow and never quite end
-
-/// The speed that the engine chose for a group in its last block; it keeps the choice of its last group only.
-SteeringSpeed speedOf(const ZRKTarn& engine, int g) noexcept
-{
-    const float strongest = std::max(std::fabs(engine.steerLR[g]), std::fabs(engine.steerFB[g]));
-    if (engine.tonalBlock != 0 || strongest >= engine.thres[g])
-        return engine.holdMidSmoothing != 0 ? SteeringSpeed::Mid : SteeringSpeed::Fast;
-    if (strongest >= engine.midThres[g]) return SteeringSpeed::Mid;
-    if (strongest >= engine.slowThres[g]) return SteeringSpeed::Slow;
-    return SteeringSpeed::Slower;
-}
 
 } // namespace
 
@@ -56,10 +47,12 @@ void MeterBoard::level(std::size_t slot, const Row& row) noexcept
 
 void MeterBoard::block(const ZRKTarn& engine, const SampleFaults& faults) noexcept
 {
+    std::int32_t speed[16];
+    chosenOperations().readSpeeds(engine, speed);
     for (int g = 0; g < 16; ++g) {
         leftRight_[g].store(engine.lrSlower[g], kRelaxed);
         frontBack_[g].store(engine.fbSlower[g], kRelaxed);
-        speed_[g].store(speedOf(engine, g), kRelaxed);
+        speed_[g].store(static_cast<SteeringSpeed>(speed[g]), kRelaxed);
     }
     saturated_.store(faults.saturated, kRelaxed);
     invalid_.store(faults.invalid, kRelaxed);

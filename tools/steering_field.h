@@ -1,3 +1,4 @@
+// Runs the engine on test scenes to read its steering.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -17,31 +18,31 @@ struct Thresholds
     float slow[16];
 };
 
-/// A source at a place in a diffuse field of pink noise.
+/// A panned source in a diffuse field of pink noise.
 struct Scene
 {
-    double place = 0.0;      ///< 0 hard left, 0.5 centre, 1 hard right, by the sine/cosine law
+    double position = 0.0;   ///< 0 hard left, 0.5 centre, 1 hard right, by the sine/cosine law
     double sourceGain = 0.0; ///< 0 for the diffuse field alone
     double fieldGain = 1.0;  ///< of each channel's independent noise
 };
 
-/// Runs the engine itself on scenes, block by block, so that its steering can be read.
+/// Runs the engine on scenes, block by block.
 class SteeringField
 {
 public:
-    /// thresholds  null: those of the engine
+    /// thresholds  null keeps those of the engine
     SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds* thresholds = nullptr);
 
     /// Runs one block of 64 frames.
     void run(const Scene& scene);
 
-    const ZRKTarn& engine() const { return *engine_; }
+    const ZRKTarn& engine() const { return *ownEngine; }
 
 private:
-    std::unique_ptr<ZRKTarn> engine_ = std::make_unique<ZRKTarn>();
-    PinkNoise source_;
-    PinkNoise left_;
-    PinkNoise right_;
+    std::unique_ptr<ZRKTarn> ownEngine = std::make_unique<ZRKTarn>();
+    PinkNoise sourceNoise;
+    PinkNoise leftNoise;
+    PinkNoise rightNoise;
 };
 
 } // namespace design

@@ -1,8 +1,9 @@
+// Compares outputs with the reference engine before anything is measured.
 #include "bench/speed/check.h"
 
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "tests/reference/reference_engine.h"
 
 #include <cstdint>

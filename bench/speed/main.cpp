@@ -1,8 +1,9 @@
+// The command tarn_speed.
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/check.h"
 #include "bench/speed/stream.h"
 #include "bench/speed/summary.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,7 @@
+// Reports measured ticks to Google Benchmark.
 #pragma once
 
-#include "bench/speed/ticks.h"
+#include "tests/support/ticks.h"
 
 #include <benchmark/benchmark.h>
 
@@ -10,16 +11,17 @@
 namespace speed
 {
 
-/// Hands what every iteration took to the benchmark, and at the end the median in ticks: the mean that Google Benchmark
-/// prints as time counts what other programs take, too.
+/// Reports the time of every iteration, and at the end the median in ticks. The mean that Google Benchmark prints
+/// includes interruptions by other programs.
 class Report
 {
 public:
-    explicit Report(benchmark::State& state) : state_(state) {}
+    explicit Report(benchmark::State& state) : benchmarkState(state) {}
 
     ~Report()
     {
-        if (!spent_.empty()) state_.counters["ticks"] = {medianOf(spent_), benchmark::Counter::kAvgThreads};
+        if (!spent.empty())
+            benchmarkState.counters["ticks"] = {tests::medianOf(spent), benchmark::Counter::kAvgThreads};
     }
 
     Report(const Report&) = delete;
@@ -27,13 +29,13 @@ public:
 
     void add(std::uint64_t ticks)
     {
-        state_.SetIterationTime(static_cast<double>(ticks) / ticksPerSecond());
-        spent_.push_back(ticks);
+        benchmarkState.SetIterationTime(static_cast<double>(ticks) / tests::ticksPerSecond());
+        spent.push_back(ticks);
     }
 
 private:
-    benchmark::State& state_;
-    std::vector<std::uint64_t> spent_;
+    benchmark::State& benchmarkState;
+    std::vector<std::uint64_t> spent;
 };
 
 } // namespace speed

@@ -1,7 +1,8 @@
+// An engine and its host buffer.
 #pragma once
 
-#include "bench/speed/music.h"
 #include "engine/zrk_tarn.h"
+#include "tests/support/music.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -13,17 +14,17 @@
 namespace speed
 {
 
-/// What a host hands over.
+/// The format of a host buffer.
 struct Format
 {
     const char* name;
     std::uint32_t rate; ///< Hz
     std::int32_t bits;
-    bool remap; ///< eight slots, four of them mixed through a matrix; otherwise six slots, three of them written
+    bool remap; ///< eight slots, four of them written; otherwise six slots, three of them written
 
     std::uint32_t slots() const { return remap ? 8 : 6; }
     std::size_t sampleBytes() const { return static_cast<std::size_t>(bits) / 8; }
-    std::size_t blockBytes() const { return kBlockFrames * slots() * sampleBytes(); }
+    std::size_t blockBytes() const { return tests::kBlockFrames * slots() * sampleBytes(); }
 };
 
 inline constexpr Format kPlain{"48 kHz, 16 bit", 48000, 16, false};
@@ -39,60 +40,60 @@ inline constexpr Format kFormats[] = {
     {"48 kHz, 32 bit, remap", 48000, 32, true},
 };
 
-/// An engine at work on a host buffer, in place. Engine is ZRKTarn or reference::Engine.
+/// An engine and the host buffer that it processes. Engine is ZRKTarn or reference::Engine.
 template <typename Engine>
 class Stream
 {
 public:
     /// blocks  length of the host buffer
     explicit Stream(const Format& format, std::size_t blocks = 1)
-        : format_(format), buffer_(blocks * format.blockBytes())
+        : hostFormat(format), storage(blocks * format.blockBytes())
     {
-        engine_->Open();
-        engine_->Initialize({.spare = 0,
-                             .outputChannels = 3,
-                             .bitsPerSample = format.bits,
-                             .sampleRate = format.rate,
-                             .mode = 1,
-                             .option = 0,
-                             .mixFraction = 1.0f});
+        record->Open();
+        record->Initialize({.spare = 0,
+                            .outputChannels = 3,
+                            .bitsPerSample = format.bits,
+                            .sampleRate = format.rate,
+                            .mode = 1,
+                            .option = 0,
+                            .mixFraction = 1.0f});
         constexpr int kUnity = 1 << 28;
         int gains[3][4] = {{kUnity, 0, kUnity / 2, 0}, {0, kUnity, 0, kUnity / 2}, {kUnity / 2, kUnity / 2, 0, 0}};
-        engine_->SetRemapCoeff(gains);
-        pointTo(0);
+        record->SetRemapCoeff(gains);
+        select(0);
     }
 
-    /// Puts a block of music, by its number, into the host buffer.
+    /// Writes block `number` of the music to the host buffer.
     void fill(std::size_t number, std::size_t block = 0)
     {
-        const std::int32_t* sample = music().data() + number % kMusicBlocks * kBlockFrames * 2;
+        const std::int32_t* sample = tests::music().data() + number % tests::kMusicBlocks * tests::kBlockFrames * 2;
         for (std::uint8_t* frame = blockAt(block); frame != blockAt(block + 1); frame += frameBytes()) {
             put(frame, *sample++);
-            put(frame + format_.sampleBytes(), *sample++);
+            put(frame + hostFormat.sampleBytes(), *sample++);
         }
     }
 
-    void fillWithSilence() { std::fill(buffer_.begin(), buffer_.end(), std::uint8_t{0}); }
+    void fillWithSilence() { std::fill(storage.begin(), storage.end(), std::uint8_t{0}); }
 
-    /// Makes a block of the host buffer the one to process.
-    void pointTo(std::size_t block)
+    /// Selects the block of the host buffer to process.
+    void select(std::size_t block)
     {
         std::uint8_t* const first = blockAt(block);
-        const std::size_t bytes = format_.sampleBytes();
-        const std::size_t third = format_.remap ? 6 : 2;
-        engine_->SetChannelPtrs(first, first + bytes, first + third * bytes, first + (third + 1) * bytes);
+        const std::size_t bytes = hostFormat.sampleBytes();
+        const std::size_t third = hostFormat.remap ? 6 : 2;
+        record->SetChannelPtrs(first, first + bytes, first + third * bytes, first + (third + 1) * bytes);
     }
 
     void process()
     {
-        if (format_.remap) {
-            engine_->ProcessCine3InterLeaveRemap(kBlockFrames, format_.slots());
+        if (hostFormat.remap) {
+            record->ProcessCine3InterLeaveRemap(tests::kBlockFrames, hostFormat.slots());
         } else {
-            engine_->ProcessCine3InterLeave(kBlockFrames, format_.slots());
+            record->ProcessCine3InterLeave(tests::kBlockFrames, hostFormat.slots());
         }
     }
 
-    /// Processes music from its beginning on.
+    /// Processes music from its start.
     void run(std::size_t blocks)
     {
         for (std::size_t number = 0; number < blocks; ++number) {
@@ -101,7 +102,7 @@ public:
         }
     }
 
-    /// Silence that goes on after a loud passage.
+    /// Processes silence.
     void runSilence(std::size_t blocks)
     {
         for (std::size_t number = 0; number < blocks; ++number) {
@@ -110,25 +111,25 @@ public:
         }
     }
 
-    Engine& engine() { return *engine_; }
-    const std::vector<std::uint8_t>& buffer() const { return buffer_; }
-    const Format& format() const { return format_; }
+    Engine& engine() { return *record; }
+    const std::vector<std::uint8_t>& buffer() const { return storage; }
+    const Format& format() const { return hostFormat; }
 
 private:
-    std::size_t frameBytes() const { return format_.slots() * format_.sampleBytes(); }
-    std::uint8_t* blockAt(std::size_t block) { return buffer_.data() + block * format_.blockBytes(); }
+    std::size_t frameBytes() const { return hostFormat.slots() * hostFormat.sampleBytes(); }
+    std::uint8_t* blockAt(std::size_t block) { return storage.data() + block * hostFormat.blockBytes(); }
 
     /// Stores the upper bits of a sample, little-endian.
     void put(std::uint8_t* position, std::int32_t sample) const
     {
-        const std::uint32_t value = static_cast<std::uint32_t>(sample) >> (32 - format_.bits);
-        for (std::size_t j = 0; j < format_.sampleBytes(); ++j)
+        const std::uint32_t value = static_cast<std::uint32_t>(sample) >> (32 - hostFormat.bits);
+        for (std::size_t j = 0; j < hostFormat.sampleBytes(); ++j)
             position[j] = static_cast<std::uint8_t>(value >> (8 * j));
     }
 
-    Format format_;
-    std::vector<std::uint8_t> buffer_;
-    std::unique_ptr<Engine> engine_ = std::make_unique<Engine>();
+    Format hostFormat;
+    std::vector<std::uint8_t> storage;
+    std::unique_ptr<Engine> record = std::make_unique<Engine>();
 };
 
 } // namespace speed

@@ -1,3 +1,4 @@
+// Decisions from a fuzzer's bytes.
 #pragma once
 
 #include <array>
@@ -10,19 +11,19 @@
 namespace fuzz
 {
 
-/// Decisions made from bytes, one after the other from the first on. Past the end every byte is zero.
+/// Reads decisions from bytes in order. Bytes after the end are zero.
 class ByteReader
 {
 public:
-    ByteReader(const std::uint8_t* bytes, std::size_t size) : rest_(bytes, size) {}
+    ByteReader(const std::uint8_t* bytes, std::size_t size) : remaining(bytes, size) {}
 
-    bool empty() const { return rest_.empty(); }
+    bool empty() const { return remaining.empty(); }
 
     std::uint8_t byte()
     {
-        if (rest_.empty()) return 0;
-        const std::uint8_t first = rest_.front();
-        rest_ = rest_.subspan(1);
+        if (remaining.empty()) return 0;
+        const std::uint8_t first = remaining.front();
+        remaining = remaining.subspan(1);
         return first;
     }
 
@@ -44,19 +45,19 @@ public:
         return choices[below(kCount)];
     }
 
-    /// Bytes up to a count or the end.
+    /// The next count bytes, or fewer at the end.
     std::span<const std::uint8_t> bytes(std::size_t count)
     {
-        const auto taken = rest_.first(count < rest_.size() ? count : rest_.size());
-        rest_ = rest_.subspan(taken.size());
+        const auto taken = remaining.first(count < remaining.size() ? count : remaining.size());
+        remaining = remaining.subspan(taken.size());
         return taken;
     }
 
-    /// All bytes up to a mark, which is taken too, or to the end.
+    /// The bytes up to a mark, which is skipped, or to the end.
     std::string textUpTo(char mark)
     {
         std::string text;
-        while (!rest_.empty()) {
+        while (!remaining.empty()) {
             const auto next = static_cast<char>(byte());
             if (next == mark) break;
             text += next;
@@ -64,11 +65,11 @@ public:
         return text;
     }
 
-    /// All that is left.
-    std::span<const std::uint8_t> rest() { return bytes(rest_.size()); }
+    /// The remaining bytes.
+    std::span<const std::uint8_t> rest() { return bytes(remaining.size()); }
 
 private:
-    std::span<const std::uint8_t> rest_;
+    std::span<const std::uint8_t> remaining;
 };
 
 } // namespace fuzz

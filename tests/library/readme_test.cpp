@@ -1,5 +1,4 @@
-// The programs that the documents quote are those that are compiled.
-
+// Tests that the documents quote the compiled examples.
 #include <gtest/gtest.h>
 
 #include <fstream>

@@ -1,3 +1,4 @@
+// Tests of properties of the upmix: delay, position of sources, splitting of buffers.
 #include "host/zrk_tarn_processor.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/signals.h"
@@ -6,8 +7,6 @@
 
 #include <cmath>
 #include <vector>
-
-// What a listener may rely on, whatever the numbers inside: delay, what goes where, splitting of buffers.
 
 namespace tests
 {
@@ -22,12 +21,13 @@ constexpr std::size_t kDelayFrames = 960;
 class Upmix
 {
 public:
-    Upmix(std::uint32_t rateHz, std::size_t frames) : rateHz_(rateHz), frames_(frames), buffer_(frames, 3, 24) {}
+    Upmix(std::uint32_t rateHz, std::size_t frames) : sampleRateHz(rateHz), frameCount(frames), samples(frames, 3, 24)
+    {}
 
     void set(std::size_t frame, double left, double right)
     {
-        buffer_.set(frame, 0, sampleOf(left, 24));
-        buffer_.set(frame, 1, sampleOf(right, 24));
+        samples.set(frame, 0, sampleOf(left, 24));
+        samples.set(frame, 1, sampleOf(right, 24));
     }
 
     /// Runs the buffer in pieces of a number of frames.
@@ -35,29 +35,29 @@ public:
     {
         zrk_tarn_processor_t processor;
         audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200}};
-        for (std::size_t done = 0; done < frames_; done += pieceFrames)
-            processor.process(buffer_.data() + done * 9,
-                              static_cast<std::uint32_t>(std::min(pieceFrames, frames_ - done)), 3, rateHz_, 24,
+        for (std::size_t done = 0; done < frameCount; done += pieceFrames)
+            processor.process(samples.data() + done * 9,
+                              static_cast<std::uint32_t>(std::min(pieceFrames, frameCount - done)), 3, sampleRateHz, 24,
                               &assignment);
-        EXPECT_TRUE(buffer_.guardsIntact());
+        EXPECT_TRUE(samples.guardsIntact());
     }
 
-    std::int32_t get(std::size_t frame, std::size_t slot) const { return buffer_.get(frame, slot); }
+    std::int32_t get(std::size_t frame, std::size_t slot) const { return samples.get(frame, slot); }
 
     /// Mean square of a slot from a frame on.
     double power(std::size_t slot, std::size_t from) const
     {
         double sum = 0.0;
-        for (std::size_t i = from; i < frames_; ++i) sum += std::pow(static_cast<double>(buffer_.get(i, slot)), 2);
-        return sum / static_cast<double>(frames_ - from);
+        for (std::size_t i = from; i < frameCount; ++i) sum += std::pow(static_cast<double>(samples.get(i, slot)), 2);
+        return sum / static_cast<double>(frameCount - from);
     }
 
-    const GuardedBuffer& buffer() const { return buffer_; }
+    const GuardedBuffer& buffer() const { return samples; }
 
 private:
-    std::uint32_t rateHz_;
-    std::size_t frames_;
-    GuardedBuffer buffer_;
+    std::uint32_t sampleRateHz;
+    std::size_t frameCount;
+    GuardedBuffer samples;
 };
 
 Upmix upmixed(Signal signal, std::size_t frames, std::size_t pieceFrames, std::uint32_t rateHz = 48000)
@@ -106,19 +106,19 @@ TEST(Delay, Is960FramesAtEveryRate)
     }
 }
 
-TEST(Placement, CentredSourceGoesToTheCentre)
+TEST(Position, CentredSourceGoesToTheCentre)
 {
     EXPECT_GT(sharesOf(Signal::CentredNoise).centre, 0.95);
 }
 
-TEST(Placement, LeftSourceGoesToFrontLeft)
+TEST(Position, LeftSourceGoesToFrontLeft)
 {
     const Shares shares = sharesOf(Signal::LeftNoise);
     EXPECT_GT(shares.left, 0.95);
     EXPECT_LT(shares.right, 0.001);
 }
 
-TEST(Placement, DiffuseFieldStaysWide)
+TEST(Position, DiffuseFieldStaysWide)
 {
     const Shares shares = sharesOf(Signal::DiffuseNoise);
     EXPECT_GT(shares.left, 0.3);
@@ -126,7 +126,7 @@ TEST(Placement, DiffuseFieldStaysWide)
     EXPECT_NEAR(shares.left / shares.right, 1.0, 0.05);
 }
 
-TEST(Split, AtBlockBordersChangesNothing)
+TEST(Split, AtBlockBoundariesDoesNotChangeTheOutput)
 {
     for (const Signal signal : {Signal::TravellingSource, Signal::SteadyTones, Signal::Bursts}) {
         const Upmix whole = upmixed(signal, 6400, 6400);
@@ -135,15 +135,14 @@ TEST(Split, AtBlockBordersChangesNothing)
     }
 }
 
-TEST(Split, InsideABlockIsHeard)
+TEST(Split, InsideABlockChangesTheOutput)
 {
     EXPECT_NE(upmixed(Signal::DiffuseNoise, 6400, 100).buffer(), upmixed(Signal::DiffuseNoise, 6400, 6400).buffer());
 }
 
-TEST(Mirror, ExchangedInputsExchangeTheFronts)
+TEST(Mirror, SwappedInputsSwapTheFronts)
 {
-    // Not to the bit: left and right of the middle are interpolated by different, equivalent forms, whose rounding
-    // differs by some units in the last place of single precision.
+    // Not exact: the interpolations left and right of the middle are equivalent but round differently.
     constexpr double kRounding = 1e-5 * 8388608.0;
 
     constexpr std::size_t kFrames = 48000;

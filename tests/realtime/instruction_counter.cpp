@@ -1,3 +1,4 @@
+// Counts executed instructions.
 #include "tests/realtime/instruction_counter.h"
 
 #include <csignal>
@@ -33,18 +34,18 @@ public:
         struct sigaction counting
         {};
         counting.sa_handler = countStep;
-        if (sigaction(SIGTRAP, &counting, &before_) != 0) std::abort();
+        if (sigaction(SIGTRAP, &counting, &former) != 0) std::abort();
     }
-    ~StepHandler() { sigaction(SIGTRAP, &before_, nullptr); }
+    ~StepHandler() { sigaction(SIGTRAP, &former, nullptr); }
     StepHandler(const StepHandler&) = delete;
     StepHandler& operator=(const StepHandler&) = delete;
 
 private:
-    struct sigaction before_
+    struct sigaction former
     {};
 };
 
-/// Not inlined, so that the same instructions stand around every work.
+/// Not inlined, so that the overhead is the same for every work.
 [[gnu::noinline]] int stepsThrough(const std::function<void()>& work)
 {
     const StepHandler handler;
@@ -74,8 +75,8 @@ bool canCountInstructions()
 
 std::uint64_t instructionsOf(const std::function<void()>& work)
 {
-    static const int around = stepsThrough([] {});
-    return static_cast<std::uint64_t>(stepsThrough(work) - around);
+    static const int overhead = stepsThrough([] {});
+    return static_cast<std::uint64_t>(stepsThrough(work) - overhead);
 }
 
 } // namespace tests

@@ -1,3 +1,4 @@
+// The reference engine: a literal implementation to compare the optimised one with.
 #pragma once
 
 #include <cstdint>
@@ -19,13 +20,13 @@ struct Parameters
     float mixFraction = 0.0f;        ///< 0.0 to 1.0
 };
 
-/// The upmix engine once more, one scalar operation at a time, as the measure of the optimised one.
+/// The upmix engine with one scalar operation at a time.
 ///
-/// The members carry the names, shapes and values of the optimised engine's record, so that a test can compare the two
-/// records field by field after any call. Everything starts at zero; the constructor then sets the defaults.
+/// The members have the names, shapes and values of the optimised engine's record, so that tests can compare both
+/// records field by field. All members start at zero; the constructor then sets the defaults.
 struct Engine
 {
-    // The block's output, whole numbers on the engine's scale: front left, front right, centre.
+    // Output of the block, integers, engine scale: front left, front right, centre.
     std::int32_t outputBlock[3][64] = {};
 
     // Slow average of past subband values, left and right.
@@ -66,7 +67,7 @@ struct Engine
     // Smoothing pair of the broadband levels: alpha, 1 - alpha.
     float broadbandPair[2] = {};
 
-    // Counters of the outer walks over the 16 groups and over the subbands.
+    // Loop counters over the 16 groups and over the subbands.
     std::int32_t groupIndex = 0;
     std::int32_t bandIndex = 0;
 
@@ -185,7 +186,7 @@ struct Engine
     /// Does nothing; always 0.
     std::uint32_t Process(int** inputs, int** outputs, std::uint32_t count);
 
-    /// Configures the engine; carries out every step and returns the code of the last check that failed, or 0.
+    /// Configures the engine; runs every step and returns the code of the last check that failed, or 0.
     std::uint32_t Initialize(Parameters parameters);
 
     /// Stores the positions of the block's first left, right, third and fourth sample; always 0.

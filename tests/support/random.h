@@ -1,3 +1,4 @@
+// Random numbers for tests.
 #pragma once
 
 #include <cstdint>
@@ -6,13 +7,13 @@
 namespace tests
 {
 
-/// Random numbers that are the same everywhere: the engine is standardised, the distributions are ours.
+/// Random numbers that are the same on every platform: the standard defines the generator but not its distributions.
 class Random
 {
 public:
-    explicit Random(std::uint64_t seed) : engine_(seed) {}
+    explicit Random(std::uint64_t seed) : generator(seed) {}
 
-    std::uint32_t bits() { return static_cast<std::uint32_t>(engine_() >> 32); }
+    std::uint32_t bits() { return static_cast<std::uint32_t>(generator() >> 32); }
 
     /// 0 to count - 1.
     std::uint32_t below(std::uint32_t count) { return bits() % count; }
@@ -29,7 +30,7 @@ public:
     }
 
 private:
-    std::mt19937_64 engine_;
+    std::mt19937_64 generator;
 };
 
 } // namespace tests

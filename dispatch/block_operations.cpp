@@ -1,0 +1,23 @@
+// The table of block operations of one instruction set; compiled once for each.
+#include "cinema/process_cine3.h"
+#include "cinema/speed_selection.h"
+#include "dispatch/instruction_sets.h"
+#include "io/block_io.h"
+
+#define TARN_NAME_OF(set) #set
+#define TARN_NAME(set) TARN_NAME_OF(set)
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
+
+extern const BlockOperations kOperations = {
+    .instructionSet = TARN_NAME(TARN_INSTRUCTION_SET),
+    .readInputChannels = readInputChannels,
+    .processCine3 = processCine3,
+    .readSpeeds = readSpeeds,
+    .writeOutput = writeOutput,
+    .convertOutput = convertOutput,
+    .remapOutput = remapOutput,
+};
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET
