@@ -1,8 +1,4 @@
 # What `cmake --install` lays down, in components: runtime, development, static, tool.
-#
-# The files of include/zrk_tarn/ are what users include. In the tree they find the headers behind them through the
-# project's folder, installed beside themselves, in folders of the same names; those include each other by relative
-# paths, so that no user needs a search path of ours.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -20,17 +16,9 @@ install(
   ARCHIVE COMPONENT static
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(
-  DIRECTORY include/zrk_tarn
+  DIRECTORY ${PROJECT_BINARY_DIR}/include/zrk_tarn
   TYPE INCLUDE
   COMPONENT development)
-foreach(header IN ITEMS host/zrk_tarn_processor.h engine/zrk_tarn.h filterbank/cos_mod.h stream/stream_types.h
-                        stream/upmix_stream.h)
-  cmake_path(GET header PARENT_PATH folder)
-  install(
-    FILES ${header}
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zrk_tarn/${folder}
-    COMPONENT development)
-endforeach()
 
 # The CMake package. The static library is a component of its own, with targets of its own.
 install(

@@ -7,7 +7,7 @@
 #include <memory>
 #include <stdexcept>
 
-struct tarn_stream; // the C interface's, include/zrk_tarn/tarn.h
+struct tarn_stream; // of the C interface, tarn.h
 
 namespace zrk_tarn
 {

@@ -1,5 +1,5 @@
+#include "c_interface/tarn.h"
 #include "host/zrk_tarn_processor.h"
-#include "include/zrk_tarn/tarn.h"
 #include "stream/upmix_stream.h"
 #include "tests/library/command_output.h"
 #include "tests/support/record_fields.h"

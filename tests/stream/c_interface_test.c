@@ -1,6 +1,6 @@
 /* The C interface from C99: the header compiles there, and every function does what it says. Prints what failed. */
 
-#include "include/zrk_tarn/tarn.h"
+#include <zrk_tarn/tarn.h>
 
 #include <math.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-#include "include/zrk_tarn/tarn.h"
+#include "c_interface/tarn.h"
 
 #include "stream/upmix_stream.h"
 
