@@ -1,3 +1,5 @@
+// Cuts a host's buffers into blocks of 64 frames and runs them through the engine.
+#include "host/initialize_engine.h"
 #include "host/zrk_tarn_processor.h"
 
 #include <algorithm>
@@ -10,23 +12,9 @@ namespace
 
 constexpr std::uint32_t kBlockFrames = 64;
 constexpr std::uint32_t kMaxSlots = 8;
-constexpr std::int32_t kOutputChannels = 3;
 
-/// The engine's mode for a processor's mode; 4 is one that the engine rejects.
-std::int32_t engineMode(std::int32_t processorMode) noexcept
-{
-    switch (processorMode) {
-    case 0:
-        return 1;
-    case 2:
-        return 4;
-    default:
-        return 2;
-    }
-}
-
-/// Brings the processor's engine to a stream format; creates it if there is none, keeps it and its histories if so.
-void followFormat(zrk_tarn_processor_t& processor, std::uint32_t sampleRate, std::uint32_t bitsPerSample)
+/// Creates the engine, or initializes it again if the stream format has changed; its histories stay.
+void applyFormat(zrk_tarn_processor_t& processor, std::uint32_t sampleRate, std::uint32_t bitsPerSample)
 {
     if (processor.engine == nullptr) {
         processor.engine = new ZRKTarn();
@@ -36,26 +24,20 @@ void followFormat(zrk_tarn_processor_t& processor, std::uint32_t sampleRate, std
         processor.engine->Close();
     }
 
-    // The format is stored whatever the engine says to it, so that a rejected one is not tried again.
+    // A format that the engine rejects is stored too, so that it is not tried again with every buffer.
     processor.engine->Open();
     processor.sampleRate = sampleRate;
     processor.bitsPerSample = bitsPerSample;
-    processor.engine->Initialize({.spare = 0,
-                                  .outputChannels = kOutputChannels,
-                                  .bitsPerSample = static_cast<std::int32_t>(bitsPerSample),
-                                  .sampleRate = sampleRate,
-                                  .mode = engineMode(processor.mode),
-                                  .option = processor.option,
-                                  .mixFraction = processor.mixFraction});
+    zrk_tarn::initializeEngine(processor);
 }
 
-/// Bytes of the container of a sample. Sums are modulo 2^32: the seven widths at the very top have none.
+/// Bytes of a sample's container. The sum wraps modulo 2^32: the seven largest widths give 0 bytes.
 std::size_t containerBytes(std::uint32_t bitsPerSample) noexcept
 {
     return (bitsPerSample + 7) / 8;
 }
 
-/// The first slot that carries one of a role's codes, or -1.
+/// The first slot that has one of a role's codes, or -1.
 std::int32_t slotOf(const zrk_tarn_processor_t& processor, std::initializer_list<std::uint32_t> roleCodes)
 {
     const std::uint32_t* const begin = processor.assignment;
@@ -64,8 +46,8 @@ std::int32_t slotOf(const zrk_tarn_processor_t& processor, std::initializer_list
     return found == end ? -1 : static_cast<std::int32_t>(found - begin);
 }
 
-/// Finds the slots of all roles again if the assignment has changed.
-void followAssignment(zrk_tarn_processor_t& processor, std::uint32_t channelCount, const std::uint32_t* codes)
+/// Stores the assignment and finds the slot of every role, if the assignment has changed.
+void applyAssignment(zrk_tarn_processor_t& processor, std::uint32_t channelCount, const std::uint32_t* codes)
 {
     if (channelCount == processor.channelCount && std::equal(codes, codes + channelCount, processor.assignment)) return;
 
@@ -84,10 +66,10 @@ std::uint32_t zrk_tarn_processor_t::process(void* buffer, std::uint32_t frameCou
                                             std::uint32_t streamRate, std::uint32_t streamBits,
                                             audio_channel_assignment_t* slotCodes)
 {
-    followFormat(*this, streamRate, streamBits);
+    applyFormat(*this, streamRate, streamBits);
 
     if (slots > kMaxSlots || (slots > 0 && slotCodes == nullptr)) return 0;
-    followAssignment(*this, slots, slots > 0 ? slotCodes->code : assignment);
+    applyAssignment(*this, slots, slots > 0 ? slotCodes->code : assignment);
 
     const bool remap = slots == kMaxSlots && auxSlotA != -1 && auxSlotB != -1;
     if (leftSlot == -1 || rightSlot == -1 || (!remap && centreSlot == -1)) return 0;
