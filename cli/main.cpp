@@ -5,6 +5,7 @@
 #include "cli/info_command.h"
 #include "cli/interrupt.h"
 #include "cli/upmix_command.h"
+#include "stream/gain.h"
 
 #include <CLI/CLI.hpp>
 
@@ -83,19 +84,14 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
         ->check(CLI::IsMember({16, 24, 32}).description(""));
     upmix
         ->add_option("--mode", options.mode,
-                     "1: strong steering is followed fast (default);\n"
-                     "2: calmer, fast changes are followed at medium speed")
-        ->type_name("N")
-        ->check(CLI::IsMember({1, 2}).description(""));
-    upmix
-        ->add_option("--mix-fraction", options.mixFraction,
-                     "0 to 1, default 1. Handed to the engine, which\n"
-                     "keeps it; it does not change the output")
-        ->type_name("F")
-        ->check(CLI::Range(0.0, 1.0).description(""));
+                     "fast (default): follows strong steering fast;\n"
+                     "calm: follows it at medium speed")
+        ->type_name("NAME")
+        ->transform(CLI::Transformer({{"1", "fast"}, {"2", "calm"}}).description("")) // former names
+        ->check(CLI::IsMember({"fast", "calm"}).description(""));
     upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
         ->type_name("DB")
-        ->check(CLI::Range(-60.0, 18.0).description(""));
+        ->check(CLI::Range(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb).description(""));
     upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
         ->disable_flag_override();
     upmix->add_flag("--bypass", options.bypass, "Plain stereo in FL and FR of the layout")->disable_flag_override();

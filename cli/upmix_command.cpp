@@ -13,6 +13,8 @@
 #include "cli/text.h"
 #include "cli/wrap_counter.h"
 #include "host/zrk_tarn_processor.h"
+#include "stream/gain.h"
+#include "stream/steering_mode_names.h"
 
 #include <cmath>
 #include <cstdio>
@@ -28,7 +30,6 @@ namespace
 {
 
 constexpr std::size_t kReadFrames = 4096;
-constexpr double kMostGain = 8.0; ///< that the stream can give
 
 bool isStream(const std::string& name)
 {
@@ -70,9 +71,8 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
 
 EngineSettings engineSettings(const UpmixOptions& options)
 {
-    return {.mode = options.mode,
-            .mixFraction = options.mixFraction,
-            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
+    return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
+            .gain = zrk_tarn::gainFactor(options.gainDb.value_or(0.0)),
             .bypass = options.bypass};
 }
 
@@ -181,9 +181,10 @@ double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudnes
         return 0.0;
     }
     const double gainDb = loudness.input - loudness.atUnityGain;
-    if (gainDb > decibels(kMostGain))
+    const double maxGainDb = decibels(static_cast<double>(zrk_tarn::kMaxMakeUpGain));
+    if (gainDb > maxGainDb)
         throw Failure(EX_DATAERR, options.input + ": matching its loudness takes a gain of " +
-                                      formatted("%.1f dB", gainDb) + ", and " + formatted("%.0f", decibels(kMostGain)) +
+                                      formatted("%.1f dB", gainDb) + ", and " + formatted("%.0f", maxGainDb) +
                                       " dB is the most; leave --loudness-match out");
     return gainDb;
 }
@@ -235,7 +236,6 @@ void checkOptions(const UpmixOptions& options)
     const Layout& layout = layoutNamed(options.layout);
     if (options.input.empty() || options.output.empty())
         throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
-    if (std::isnan(options.mixFraction)) throw Failure(EX_USAGE, "--mix-fraction: not a number; use 0 to 1");
     if (options.bypass && (options.gainDb || options.loudnessMatch))
         throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
     if (options.gainDb && options.loudnessMatch)
@@ -284,7 +284,7 @@ UpmixReport upmix(const UpmixOptions& options)
     if (options.loudnessMatch) {
         report.loudness = measureLoudness(options, layout, format, settings, *source);
         report.gainDb = matchingGainDb(options, *report.loudness);
-        settings.gain = static_cast<float>(std::pow(10.0, report.gainDb / 20.0));
+        settings.gain = zrk_tarn::gainFactor(report.gainDb);
         into = &loudness.emplace(layout, format, into);
     }
     std::optional<LevelSink> levels;

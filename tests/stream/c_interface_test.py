@@ -39,7 +39,6 @@ class Configuration(ctypes.Structure):
         ("remap", ctypes.c_uint32),
         ("gains", (ctypes.c_int32 * 4) * 3),
         ("mode", ctypes.c_uint32),
-        ("mix_fraction", ctypes.c_float),
     ]
 
 
