@@ -276,9 +276,9 @@ def check_fields(test):
     samples, source = test.signal(48000, 24)
     for fields, options in (
         ("enabled false", ["--bypass"]),
-        ("mode 2", ["--mode", "2"]),
+        ("mode calm", ["--mode", "calm"]),
         ("gain -6.5", ["--gain", "-6.5"]),
-        ("enabled true mode 1 gain 3", ["--gain", "3"]),
+        ("enabled true mode fast gain 3", ["--gain", "3"]),
     ):
         name = test.setup.add("fields" + "".join(c for c in fields if c.isalnum()), "5.1", fields)
         player = Player(name)
@@ -288,7 +288,7 @@ def check_fields(test):
         player.close()
         test.equal(name, 24, test.setup.expected(name, source, options=options), fields)
 
-    for number, fields in enumerate(("gain 19", "gain loud", "mode 3", "enabled maybe", "delay 1")):
+    for number, fields in enumerate(("gain 19", "gain loud", "mode 2", "enabled maybe", "delay 1")):
         name = test.setup.add(f"wrong{number}", fields=fields)
         refused(lambda name=name: Player(name), fields)
     name = test.setup.add("wrong_layout", "7.1")

@@ -39,7 +39,7 @@ def check_messages(setup):
     """What is wrong in a configuration is said in a sentence."""
     for fields, message in (
         ("gain 19", "tarn: gain has to be -60 to 18, in dB"),
-        ("mode 3", "tarn: mode has to be 1 (steering is followed fast) or 2 (calmer)"),
+        ("mode slow", "tarn: mode has to be fast or calm"),
         ("enabled maybe", "tarn: enabled has to be true or false"),
         ("gian 3", "tarn: there is no field gian; there are slave, layout, enabled, mode and gain"),
     ):

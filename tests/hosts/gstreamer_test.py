@@ -96,7 +96,7 @@ def test_settings(folder):
     source, target = folder / "24-48000.wav", folder / "element.wav"
     compared = 0
     for properties, options in (
-        ("mode=calm", ["--mode", "2"]),
+        ("mode=calm", ["--mode", "calm"]),
         ("make-up-gain=-2.5", ["--gain", "-2.5"]),
         ("bypass=true", ["--bypass"]),
     ):

@@ -226,8 +226,8 @@ def check_controls(descriptor, stereo, source, directory, comparison):
     for mode, gain, options in (
         (1, -6.5, ["--gain", "-6.5"]),
         (1, 3, ["--gain", "3"]),
-        (2, 0, ["--mode", "2"]),
-        (2, -60, ["--mode", "2", "--gain", "-60"]),
+        (2, 0, ["--mode", "calm"]),
+        (2, -60, ["--mode", "calm", "--gain", "-60"]),
         (NAN, NAN, []),
     ):
         instance = Instance(descriptor, 48000)

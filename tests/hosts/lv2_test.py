@@ -109,7 +109,7 @@ def play_everywhere(directory):
         for options, controls in (
             ((), ()),
             (("--bypass",), (("enabled", 0),)),
-            (("--mode", "2", "--gain", "-6"), (("mode", 2), ("gain", -6))),
+            (("--mode", "calm", "--gain", "-6"), (("mode", 2), ("gain", -6))),
         ):
             aligned = as_floats(command_output(integers, directory, bits=32, options=options))
             upmixed = command_output(integers, directory, bits=32, options=("--no-align", *options))
