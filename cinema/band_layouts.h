@@ -1,3 +1,4 @@
+// The groupings of the 64 bands that are known at compile time.
 #pragma once
 
 #include "lanes/lanes.h"
@@ -7,7 +8,7 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// A grouping of the 64 bands that is known at compile time; the counts add up to 64.
+/// A grouping as a type; the counts must add up to 64.
 template <int... kCounts>
 struct BandLayout
 {
@@ -39,7 +40,7 @@ bool isLayout(const std::int32_t (&bandCount)[16]) noexcept
     return !any(~(load<16>(bandCount) == load<16>(Layout::kCount)));
 }
 
-/// Calls work with the layout that bandCount holds, if it is one of the four. Returns whether it is.
+/// Calls work with the layout that bandCount holds. Returns false if it is none of the four.
 template <typename Work>
 bool dispatchLayout(const std::int32_t (&bandCount)[16], Work work) noexcept
 {

@@ -1,7 +1,8 @@
+// The mixing matrix of every group.
 #include "cinema/interpolation.h"
 
-#include "lanes/gradual.h"
 #include "lanes/lanes.h"
+#include "lanes/subnormal_safe.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -9,43 +10,43 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 namespace
 {
 
-/// Where all groups stand along one axis of the grid: in its first half, from the middle (weight 0) to the left or
-/// front (1), or in its second, from the right or back (0) to the middle (1).
-struct Halves
+/// The positions of all groups on one axis of the grid. The first half of the axis goes from the middle (weight 0) to
+/// left or front (1), the second half from right or back (0) to the middle (1).
+struct AxisPositions
 {
-    Ints<16> second; ///< 1 or 0
+    Ints<16> secondHalf; ///< 1 or 0
     Floats<16> weight;
 };
 
-Halves halvesOf(const Floats<16>& place) noexcept
+AxisPositions axisPositions(const Floats<16>& steering) noexcept
 {
-    const Ints<16> first = broadcast<16>(0.0f) <= place;
-    return {first + broadcast<16>(std::int32_t{1}), // true is -1
-            select(first, place, broadcast<16>(1.0f) + place)};
+    const Ints<16> firstHalf = broadcast<16>(0.0f) <= steering;
+    return {firstHalf + broadcast<16>(std::int32_t{1}), // true is -1
+            select(firstHalf, steering, broadcast<16>(1.0f) + steering)};
 }
 
-/// Lanes 0 to 5 of a matrix are the elements that the mix uses; the other two are not kept.
-template <bool kGradual>
-void interpolateGroups(const float (&regionMatrix)[9][12], const Halves& columns, const Halves& rows,
+/// Computes elements 0 to 5 of every matrix; lanes 6 and 7 are not stored.
+template <bool kSubnormalSafe>
+void interpolateGroups(const float (&regionMatrix)[9][12], const AxisPositions& columns, const AxisPositions& rows,
                        float (&groupMatrix)[16][12]) noexcept
 {
     std::int32_t corner[16];
     float across[16];
     float along[16];
-    store(corner, columns.second + rows.second + rows.second + rows.second);
+    store(corner, columns.secondHalf + rows.secondHalf + rows.secondHalf + rows.secondHalf);
     store(across, columns.weight);
     store(along, rows.weight);
 
     for (int g = 0; g < 16; ++g) {
-        // The matrices at the four corners of the quadrant; a weight leads from From (0) to To (1).
+        // The matrices at the four corners of the quadrant: weight 0 selects From, weight 1 selects To.
         const Floats<8> nearTo = load<8>(regionMatrix[corner[g]]);
         const Floats<8> nearFrom = load<8>(regionMatrix[corner[g] + 1]);
         const Floats<8> farTo = load<8>(regionMatrix[corner[g] + 3]);
         const Floats<8> farFrom = load<8>(regionMatrix[corner[g] + 4]);
-        const auto x = valuesOf<kGradual>(broadcast<8>(across[g]));
-        const auto y = valuesOf<kGradual>(broadcast<8>(along[g]));
-        const auto p = valuesOf<kGradual>(nearFrom) - valuesOf<kGradual>(nearFrom - nearTo) * x;
-        const auto q = valuesOf<kGradual>(farFrom) - valuesOf<kGradual>(farFrom - farTo) * x;
+        const auto x = valuesOf<kSubnormalSafe>(broadcast<8>(across[g]));
+        const auto y = valuesOf<kSubnormalSafe>(broadcast<8>(along[g]));
+        const auto p = valuesOf<kSubnormalSafe>(nearFrom) - valuesOf<kSubnormalSafe>(nearFrom - nearTo) * x;
+        const auto q = valuesOf<kSubnormalSafe>(farFrom) - valuesOf<kSubnormalSafe>(farFrom - farTo) * x;
         const Floats<8> matrix = singlesOf(q + (p - q) * y);
 
         const Floats<4> first = lowHalf(matrix);
@@ -62,9 +63,9 @@ void interpolateMatrices(ZRKTarn& engine) noexcept
     const Floats<16> x = load<16>(engine.lrSlower);
     const Floats<16> y = load<16>(engine.fbSlower);
     if (any(nearUnderflow(x) | nearUnderflow(y))) {
-        interpolateGroups<true>(engine.regionMatrix, halvesOf(x), halvesOf(y), engine.groupMatrix);
+        interpolateGroups<true>(engine.regionMatrix, axisPositions(x), axisPositions(y), engine.groupMatrix);
     } else {
-        interpolateGroups<false>(engine.regionMatrix, halvesOf(x), halvesOf(y), engine.groupMatrix);
+        interpolateGroups<false>(engine.regionMatrix, axisPositions(x), axisPositions(y), engine.groupMatrix);
     }
 }
 

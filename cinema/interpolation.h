@@ -1,3 +1,4 @@
+// The mixing matrix of every group.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -5,14 +6,14 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Interpolates a mixing matrix for every group between the four regions around its chosen place.
+/// Interpolates the mixing matrix of every group between the four regions around its chosen position.
 ///
 ///             left (1)  middle (0)  right (-1)
 ///   front (1)    1          2           3
 ///         (0)    4          5           6
 ///   back (-1)    7          8           9
 ///
-/// In   lrSlower, fbSlower [16], which hold the chosen place; regionMatrix [9][12], region 1 first
+/// In   lrSlower, fbSlower [16], which hold the chosen position; regionMatrix [9][12], region 1 first
 /// Out  groupMatrix [16][12], elements 0 to 5
 void interpolateMatrices(ZRKTarn& engine) noexcept;
 

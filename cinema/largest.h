@@ -1,3 +1,4 @@
+// The largest of some values and its index.
 #pragma once
 
 #include "lanes/lanes.h"
@@ -7,18 +8,18 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// The largest of some values and where it stands first; zero and index 0 if none is positive.
+/// The largest value and the lowest index of it; zero and index 0 if no value is positive.
 struct Largest
 {
     float value;
     std::int32_t index;
 };
 
-// Searches compare value and index as one integer, without a branch that a signal could make hard to predict: the bits
-// of a non-negative float are ordered as its values are, and below them the lower index counts for more.
+// A search compares value and index as one integer, without a branch that depends on the signal. The bits of
+// non-negative floats have the order of their values. The low word ranks equal values: the lowest index is largest.
 using RankKey = std::uint64_t;
 
-/// The lower word of a key.
+/// The low word of the key of index 0.
 inline constexpr std::int32_t kLastIndex = 255;
 
 inline RankKey rankKey(std::int32_t valueBits, std::int32_t index) noexcept
@@ -26,17 +27,17 @@ inline RankKey rankKey(std::int32_t valueBits, std::int32_t index) noexcept
     return RankKey{static_cast<std::uint32_t>(valueBits)} << 32 | static_cast<std::uint32_t>(kLastIndex - index);
 }
 
-inline Largest ranked(RankKey key) noexcept
+inline Largest largestFromKey(RankKey key) noexcept
 {
     return {__builtin_bit_cast(float, static_cast<std::uint32_t>(key >> 32)),
             kLastIndex - static_cast<std::int32_t>(key)};
 }
 
-/// The largest of up to 256 values; NaN counts as nothing.
+/// The largest of up to 256 values; ignores NaN.
 template <int kCount>
 inline Largest largestOf(const Floats<kCount>& values) noexcept
 {
-    // Every lane of a vector goes through the vectors from first to last and keeps the first of its own largest ones.
+    // Every lane keeps the first of its own largest values over the vectors.
     using Vector = Floats<kVectorFloats>;
     Vector largest = broadcast<kVectorFloats>(0.0f);
     Ints<kVectorFloats> part = broadcast<kVectorFloats>(std::int32_t{0});
@@ -56,7 +57,7 @@ inline Largest largestOf(const Floats<kCount>& values) noexcept
         const RankKey key = rankKey(bits[lane], partOf[lane] * kVectorFloats + lane);
         first = key > first ? key : first;
     }
-    return ranked(first);
+    return largestFromKey(first);
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,3 +1,4 @@
+// Broadband levels.
 #include "cinema/levels.h"
 
 #include "cinema/smoothing.h"
@@ -15,7 +16,7 @@ void measureLevels(ZRKTarn& engine) noexcept
     const float* const left = engine.inputHistory[0] + 1024 - kBlock;
     const float* const right = engine.inputHistory[1] + 1024 - kBlock;
 
-    // The four sums run side by side in four lanes: |l|, |r|, |l + r| and |l - r|.
+    // Lanes are the four sums: |l|, |r|, |l + r| and |l - r|.
     Floats<4> sums = broadcast<4>(0.0f);
     for (int t = 0; t < kBlock; t += 4) {
         const Floats<4> l = load<4>(left + t);
@@ -24,7 +25,7 @@ void measureLevels(ZRKTarn& engine) noexcept
         const Floats<4> b = abs(r);
         const Floats<4> c = abs(l + r);
         const Floats<4> d = abs(l - r);
-        // From four samples of each to the four magnitudes of a sample.
+        // Transposes: from four samples per magnitude to four magnitudes per sample.
         const Floats<4> acLow = lowInterleaved(a, c);
         const Floats<4> bdLow = lowInterleaved(b, d);
         const Floats<4> acHigh = highInterleaved(a, c);

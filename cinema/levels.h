@@ -1,3 +1,4 @@
+// Broadband levels.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -5,11 +6,11 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Broadband levels of the block in the time domain, and their smoothed course.
+/// Measures the broadband levels of the block in the time domain and smooths them.
 ///
 /// In      newest 64 samples of inputHistory
 /// Out     levelL, levelR       mean of |l| and |r|
-///         levelSum, levelDiff  mean of |l + r| and |l - r|, over sqrt 2
+///         levelSum, levelDiff  mean of |l + r| and |l - r|, divided by sqrt 2
 /// In/Out  avgLevelL ... avgLevelDiff, smoothed with broadbandPair
 /// Order   sample ascending from zero, one sum per level
 void measureLevels(ZRKTarn& engine) noexcept;

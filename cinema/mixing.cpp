@@ -1,8 +1,9 @@
+// Mixes subbands with the matrices of their groups.
 #include "cinema/mixing.h"
 
 #include "cinema/band_layouts.h"
-#include "lanes/gradual.h"
 #include "lanes/lanes.h"
+#include "lanes/subnormal_safe.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -10,13 +11,13 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 namespace
 {
 
-/// Formed in double and rounded once.
+/// In double, rounded once.
 float frontGain(float lr) noexcept
 {
     return static_cast<float>((1.0 - __builtin_fabs(static_cast<double>(lr))) * 0.5 + 1.0);
 }
 
-/// The matrix of every group with the gain of the fronts in it, an element of all groups in lanes.
+/// The matrices with the front gain applied; lanes are groups.
 struct Mix
 {
     Floats<16> frontLeftOfL, frontLeftOfR;
@@ -24,7 +25,7 @@ struct Mix
     Floats<16> frontRightOfL, frontRightOfR;
 };
 
-/// The rows' first eight elements as one vector.
+/// The first eight elements of the rows as one vector.
 template <int kRows>
 Floats<8 * kRows> firstElements(const float (*rows)[12]) noexcept
 {
@@ -35,7 +36,7 @@ Floats<8 * kRows> firstElements(const float (*rows)[12]) noexcept
     }
 }
 
-/// An element of all groups' matrices in lanes.
+/// Elements of the matrices; lanes are groups.
 struct Columns
 {
     Floats<16> fronts[4];
@@ -44,7 +45,7 @@ struct Columns
 
 Columns columnsOf(const float (&matrices)[16][12]) noexcept
 {
-    // Sixteen rows of eight elements, cut by columns.
+    // Transposes sixteen rows of eight elements.
     const Floats<128> rows = firstElements<16>(matrices);
     const LanePair<float, 64> e = deinterleaved(rows);
     const LanePair<float, 32> even = deinterleaved(e.even); // columns 0 2 4 6
@@ -56,26 +57,26 @@ Columns columnsOf(const float (&matrices)[16][12]) noexcept
     return {{c04.even, c15.even, c04.odd, c15.odd}, {c26.even, c37.even}};
 }
 
-bool isTiny(const Columns& c) noexcept
+bool anyColumnNearUnderflow(const Columns& c) noexcept
 {
     return any(nearUnderflow(c.fronts[0]) | nearUnderflow(c.fronts[1]) | nearUnderflow(c.fronts[2]) |
                nearUnderflow(c.fronts[3]) | nearUnderflow(c.centre[0]) | nearUnderflow(c.centre[1]));
 }
 
-template <bool kGradual>
+template <bool kSubnormalSafe>
 Mix mixWithGain(const Columns& columns, const float (&lr)[16]) noexcept
 {
-    const Doubles<16> away = abs(toDouble(load<16>(lr)));
-    const Floats<16> gain = toFloat((broadcast<16>(1.0) - away) * broadcast<16>(0.5) + broadcast<16>(1.0));
-    return {product<kGradual>(columns.fronts[0], gain),
-            product<kGradual>(columns.fronts[1], gain),
+    const Doubles<16> side = abs(toDouble(load<16>(lr)));
+    const Floats<16> gain = toFloat((broadcast<16>(1.0) - side) * broadcast<16>(0.5) + broadcast<16>(1.0));
+    return {product<kSubnormalSafe>(columns.fronts[0], gain),
+            product<kSubnormalSafe>(columns.fronts[1], gain),
             columns.centre[0],
             columns.centre[1],
-            product<kGradual>(columns.fronts[2], gain),
-            product<kGradual>(columns.fronts[3], gain)};
+            product<kSubnormalSafe>(columns.fronts[2], gain),
+            product<kSubnormalSafe>(columns.fronts[3], gain)};
 }
 
-/// The value of its group for the bands of one vector.
+/// The value of the group for the bands of one vector.
 template <typename Layout, int kFirstPart, int... kLane>
 [[gnu::always_inline]] inline auto spreadPart(const Floats<16>& groups, std::integer_sequence<int, kLane...>) noexcept
 {
@@ -94,30 +95,30 @@ template <typename Layout, int... kPart>
     return {{spreadPart<Layout, kPart>(groups, kLanes)...}};
 }
 
-/// The value of its group for every band.
+/// The value of the group for every band.
 template <typename Layout>
 [[gnu::always_inline]] inline Floats<64> spreadOverBands(const Floats<16>& groups) noexcept
 {
     return spread<Layout>(groups, std::make_integer_sequence<int, Floats<64>::kParts>{});
 }
 
-template <bool kGradual, typename Layout>
-[[gnu::always_inline]] inline Floats<64> mixed(const Floats<16>& ofL, const Floats<64>& l, const Floats<16>& ofR,
+template <bool kSubnormalSafe, typename Layout>
+[[gnu::always_inline]] inline Floats<64> mixed(const Floats<16>& gainL, const Floats<64>& l, const Floats<16>& gainR,
                                                const Floats<64>& r) noexcept
 {
-    return singlesOf(valuesOf<kGradual>(spreadOverBands<Layout>(ofL)) * valuesOf<kGradual>(l) +
-                     valuesOf<kGradual>(spreadOverBands<Layout>(ofR)) * valuesOf<kGradual>(r));
+    return singlesOf(valuesOf<kSubnormalSafe>(spreadOverBands<Layout>(gainL)) * valuesOf<kSubnormalSafe>(l) +
+                     valuesOf<kSubnormalSafe>(spreadOverBands<Layout>(gainR)) * valuesOf<kSubnormalSafe>(r));
 }
 
-template <bool kGradualGain, bool kGradual, typename Layout>
+template <bool kSafeGain, bool kSubnormalSafe, typename Layout>
 void mixBands(const Columns& columns, ZRKTarn& engine) noexcept
 {
-    const Mix mix = mixWithGain<kGradualGain>(columns, engine.lrSlower);
+    const Mix mix = mixWithGain<kSafeGain>(columns, engine.lrSlower);
     const Floats<64> l = load<64>(engine.subband[0]);
     const Floats<64> r = load<64>(engine.subband[1]);
-    store(engine.outSubband[0], mixed<kGradual, Layout>(mix.frontLeftOfL, l, mix.frontLeftOfR, r));
-    store(engine.outSubband[1], mixed<kGradual, Layout>(mix.frontRightOfL, l, mix.frontRightOfR, r));
-    store(engine.outSubband[2], mixed<kGradual, Layout>(mix.centreOfL, l, mix.centreOfR, r));
+    store(engine.outSubband[0], mixed<kSubnormalSafe, Layout>(mix.frontLeftOfL, l, mix.frontLeftOfR, r));
+    store(engine.outSubband[1], mixed<kSubnormalSafe, Layout>(mix.frontRightOfL, l, mix.frontRightOfR, r));
+    store(engine.outSubband[2], mixed<kSubnormalSafe, Layout>(mix.centreOfL, l, mix.centreOfR, r));
 }
 
 bool isSilent(const float (&subband)[2][64]) noexcept
@@ -126,15 +127,16 @@ bool isSilent(const float (&subband)[2][64]) noexcept
     return !any(~(both == broadcast<128>(0.0f)));
 }
 
-/// Returns whether any mixed subband is near underflow.
+/// Returns whether a mixed subband is near underflow.
 template <typename Layout>
 bool mixBands(ZRKTarn& engine) noexcept
 {
     const Columns columns = columnsOf(engine.groupMatrix);
-    // Only a tiny weight makes a tiny coefficient.
-    const bool tiny =
-        any(nearUnderflow(load<16>(engine.lrSlower)) | nearUnderflow(load<16>(engine.fbSlower))) && isTiny(columns);
-    if (!tiny) {
+    // A coefficient is near underflow only if an interpolation weight is.
+    const bool mayBeSubnormal =
+        any(nearUnderflow(load<16>(engine.lrSlower)) | nearUnderflow(load<16>(engine.fbSlower))) &&
+        anyColumnNearUnderflow(columns);
+    if (!mayBeSubnormal) {
         mixBands<false, false, Layout>(columns, engine);
         return false;
     }
@@ -147,7 +149,7 @@ bool mixBands(ZRKTarn& engine) noexcept
            anyNearUnderflow(engine.outSubband[2]);
 }
 
-/// Any grouping, band after band.
+/// Mixes any grouping, band after band.
 void mixGroups(ZRKTarn& engine) noexcept
 {
     std::int32_t& b = engine.bandIndex;
@@ -169,9 +171,9 @@ void mixGroups(ZRKTarn& engine) noexcept
 
 bool mixSubbands(ZRKTarn& engine) noexcept
 {
-    bool tiny = false;
+    bool mayBeSubnormal = false;
     const bool known =
-        dispatchLayout(engine.bandCount, [&](auto layout) { tiny = mixBands<decltype(layout)>(engine); });
+        dispatchLayout(engine.bandCount, [&](auto layout) { mayBeSubnormal = mixBands<decltype(layout)>(engine); });
     if (known) {
         engine.bandIndex = 64;
     } else {
@@ -179,7 +181,7 @@ bool mixSubbands(ZRKTarn& engine) noexcept
     }
     engine.groupIndex = 16;
     for (int j = 0; j < 6; ++j) engine.mixCoeff[j] = engine.groupMatrix[15][j];
-    return tiny;
+    return mayBeSubnormal;
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

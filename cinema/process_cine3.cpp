@@ -1,7 +1,10 @@
+// The signal path of a block: analysis, measures, steering, mixing, synthesis.
 #include "cinema/process_cine3.h"
 
 #include "cinema/analysis.h"
+#include "cinema/dominant_bands.h"
 #include "cinema/group_peaks.h"
+#include "cinema/group_powers.h"
 #include "cinema/interpolation.h"
 #include "cinema/levels.h"
 #include "cinema/mixing.h"
@@ -11,18 +14,17 @@
 #include "cinema/synthesis.h"
 #include "cinema/tonality.h"
 #include "filterbank/transform.h"
-#include "io/block_io.h"
+#include "filterbank/vector_pair_sums.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
+void processCine3(ZRKTarn& engine) noexcept
 {
     for (int r = 0; r < 3; ++r) engine.outputPtr[r] = engine.outputBlock[r];
     startMeasures(engine);
-    readInputChannels(engine, frames, channels);
 
-    // Analysis. The subbands are still those of the block before until the transform.
+    // Analysis. Until the transform, the subbands are those of the previous block.
     for (int c = 0; c < 2; ++c) {
         weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
         averageSubbands(engine.subband[c], engine.subbandAvg[c]);
@@ -35,7 +37,8 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
     trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
     measureLevels(engine);
-    findGroupPeaks(engine);
+    findDominantBands(engine);
+    measureGroupPeaks(engine);
     findDominantGroup(engine);
     detectTonalBlock(engine);
     holdStationaryGroups(engine);
@@ -47,11 +50,12 @@ void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels)
     steerGroups(engine);
     selectSpeeds(engine);
     interpolateMatrices(engine);
-    const bool tiny = mixSubbands(engine);
+    const bool mayBeSubnormal = mixSubbands(engine);
 
-    // Synthesis. The transform writes the newest slot of every history.
-    for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], tiny);
-    transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0], tiny);
+    // Synthesis. The transform writes the newest 64 values of every history.
+    for (int r = 0; r < 3; ++r)
+        splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], mayBeSubnormal);
+    transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0], mayBeSubnormal);
     for (int r = 0; r < 3; ++r) {
         overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
         roundOutput(engine.overlapNow[r], engine.outputBlock[r]);

@@ -1,13 +1,12 @@
+// The signal path of a block.
 #pragma once
 
 #include "engine/zrk_tarn.h"
 
-#include <cstdint>
-
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// ZRKTarn::ProcessCine3 for one instruction set.
-void processCine3(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+/// Upmixes the block that is in the newest 64 samples of inputHistory, and fills outputBlock.
+void processCine3(ZRKTarn& engine) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

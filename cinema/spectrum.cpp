@@ -1,3 +1,4 @@
+// The sum of subband magnitudes and the share of the strongest bands.
 #include "cinema/spectrum.h"
 
 #include "cinema/largest.h"
@@ -15,26 +16,26 @@ namespace
 constexpr float kKept = 0.9f;
 constexpr float kAdded = 0.1f;
 
-/// Adds a tenth of a band's magnitude: in double with the widened single-precision 0.1, then rounded to single.
-float plusTenthOf(float total, float value) noexcept
+/// Adds a tenth of a magnitude: in double, with 0.1 in single precision, rounded to single.
+float addTenth(float total, float value) noexcept
 {
     const double tenth = static_cast<double>(kAdded) * static_cast<double>(__builtin_fabsf(value));
     return static_cast<float>(static_cast<double>(total) + tenth);
 }
 
-constexpr int kSegment = 8; ///< bands that are added together or not at all
+constexpr int kSegment = 8; ///< bands that are added together
 constexpr int kSegments = 64 / kSegment;
 
-/// Terms rounded to multiples of a unit, added lane by lane, and how far the rounding took any of them.
+/// Sums of terms that were rounded to multiples of a unit, and the largest rounding errors.
 struct RoundedTenths
 {
     Doubles<kSegment> multiples;
-    Doubles<kSegment> farthest;
+    Doubles<kSegment> largestError;
 };
 
 [[gnu::always_inline]] inline RoundedTenths roundedTenths(const float* values, double unit) noexcept
 {
-    // Added and taken away again, this rounds a double to multiples of the unit.
+    // Adding and subtracting this number rounds a double to a multiple of the unit.
     const Doubles<kSegment> rounder = broadcast<kSegment>(unit * 0x1.8p52);
     const Doubles<kSegment> tenths =
         abs(toDouble(load<kSegment>(values))) * broadcast<kSegment>(static_cast<double>(kAdded));
@@ -44,14 +45,14 @@ struct RoundedTenths
 
 [[gnu::always_inline]] inline RoundedTenths operator+(const RoundedTenths& a, const RoundedTenths& b) noexcept
 {
-    return {a.multiples + b.multiples, select(a.farthest < b.farthest, b.farthest, a.farthest)};
+    return {a.multiples + b.multiples, select(a.largestError < b.largestError, b.largestError, a.largestError)};
 }
 
-/// Adds a tenth of the magnitudes of whole segments all at once, as many from the first as give the same bits as one
-/// addition after the other. Returns how many those are.
+/// Adds a tenth of the magnitudes of the first segments, as far as adding them together gives the same bits as one
+/// addition after the other. Returns the number of segments added.
 ///
-/// As long as the total stays in one binade, its last place has one weight, the unit, and every addition rounds its
-/// term to a multiple of the unit: the term's own nearest multiple, unless it lies so close to the middle between two
+/// While the total stays in one binade, its last digit has a constant weight, the unit, and every addition rounds its
+/// term to a multiple of the unit: to the nearest one, unless the term is so close to the middle between two multiples
 /// that the total decides. Sums of multiples of the unit are exact in any order.
 int addSegments(const float* values, int segments, float& total) noexcept
 {
@@ -61,13 +62,13 @@ int addSegments(const float* values, int segments, float& total) noexcept
     const auto binade = static_cast<double>(__builtin_bit_cast(float, exponent));
     const double unit = binade * 0x1p-23;
 
-    // The double in which a term is added is off by 2^-30 units at most.
+    // Rounding errors up to this one are clear of the middle: the error of a term in double is at most 2^-30 units.
     const double clear = unit * (0.5 - 0x1p-28);
 
     RoundedTenths all = roundedTenths(values, unit);
     for (int k = 1; k < segments; ++k) all = all + roundedTenths(values + k * kSegment, unit);
     const double end = static_cast<double>(total) + anyOrderSum(all.multiples);
-    if (end < 2.0 * binade && !any(broadcast<kSegment>(clear) < all.farthest)) {
+    if (end < 2.0 * binade && !any(broadcast<kSegment>(clear) < all.largestError)) {
         total = static_cast<float>(end);
         return segments;
     }
@@ -76,18 +77,18 @@ int addSegments(const float* values, int segments, float& total) noexcept
     for (; k < segments; ++k) {
         const RoundedTenths one = roundedTenths(values + k * kSegment, unit);
         const double next = static_cast<double>(total) + anyOrderSum(one.multiples);
-        if (!(next < 2.0 * binade) || any(broadcast<kSegment>(clear) < one.farthest)) break;
+        if (!(next < 2.0 * binade) || any(broadcast<kSegment>(clear) < one.largestError)) break;
         total = static_cast<float>(next);
     }
     return k;
 }
 
-/// Adds a tenth of all magnitudes in their order, rounding after each.
-float plusTenthsOf(float total, const float (&values)[64]) noexcept
+/// Adds a tenth of all magnitudes in ascending order, rounding after each addition.
+float addTenths(float total, const float (&values)[64]) noexcept
 {
     int k = addSegments(values, kSegments, total);
     while (k < kSegments) {
-        for (int b = k * kSegment; b < (k + 1) * kSegment; ++b) total = plusTenthOf(total, values[b]);
+        for (int b = k * kSegment; b < (k + 1) * kSegment; ++b) total = addTenth(total, values[b]);
         ++k;
         if (k < kSegments) k += addSegments(values + k * kSegment, kSegments - k, total);
     }
@@ -101,15 +102,15 @@ void trackSpectrum(const float (&subband)[64], float& spectrum, float& peakRegio
     const Largest strongest = largestOf(abs(load<64>(subband)));
     const std::int32_t b = strongest.index;
 
-    spectrum = gradualProduct(spectrum, kKept);
-    peakRegion = gradualProduct(peakRegion, kKept);
-    // One zero adds what all of them do; NaN is no zero.
+    spectrum = subnormalSafeProduct(spectrum, kKept);
+    peakRegion = subnormalSafeProduct(peakRegion, kKept);
+    // Adding one zero gives the same as adding 64. NaN is not zero.
     const bool silent = strongest.value == 0.0f && !any(~(load<64>(subband) == broadcast<64>(0.0f)));
-    spectrum = silent ? plusTenthOf(spectrum, 0.0f) : plusTenthsOf(spectrum, subband);
+    spectrum = silent ? addTenth(spectrum, 0.0f) : addTenths(spectrum, subband);
 
-    peakRegion = plusTenthOf(peakRegion, subband[b]);
-    if (b < 63) peakRegion = plusTenthOf(peakRegion, subband[b + 1]);
-    if (b > 0) peakRegion = plusTenthOf(peakRegion, subband[b - 1]);
+    peakRegion = addTenth(peakRegion, subband[b]);
+    if (b < 63) peakRegion = addTenth(peakRegion, subband[b + 1]);
+    if (b > 0) peakRegion = addTenth(peakRegion, subband[b - 1]);
     rest = spectrum - peakRegion;
 }
 

@@ -1,15 +1,16 @@
+// The sum of subband magnitudes and the share of the strongest bands.
 #pragma once
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Follows one channel's summed subband magnitude and the share of its strongest band and that band's neighbours.
+/// Smooths the sum of a channel's subband magnitudes, and the magnitude of the strongest band and its neighbours.
 ///
 /// In      subband    [64]  of this block
 /// In/Out  spectrum         smoothed sum of magnitudes, 0.9 per block
 ///         peakRegion       smoothed magnitude of the strongest band and its neighbours; ties keep the lowest band
 /// Out     rest             spectrum - peakRegion
-/// Order   band ascending; every addition of a tenth of a magnitude is formed in double and rounded to single at once
+/// Order   band ascending; every addition of a tenth of a magnitude is in double and rounded to single
 void trackSpectrum(const float (&subband)[64], float& spectrum, float& peakRegion, float& rest) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,3 +1,4 @@
+// The speed at which every group follows its steering.
 #include "cinema/speed_selection.h"
 
 #include "cinema/smoothing.h"
@@ -18,32 +19,32 @@ struct FourSpeeds
     Floats<16> fast;
 };
 
-/// Which groups follow which speed; those that follow none of these follow the slower one.
-struct Followed
+/// Masks of the groups that follow a speed; groups in none of them follow the slower speed.
+struct SpeedMasks
 {
     Ints<16> fast;
     Ints<16> mid;
     Ints<16> slow;
 };
 
-template <bool kGradual, bool kTinyPair>
+template <bool kSubnormalSafe, bool kSafePair>
 FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
 {
-    return {smoothed<kGradual, kTinyPair>(engine.slower, steering, state.slower),
-            smoothed<kGradual, kTinyPair>(engine.slow, steering, state.slow),
-            smoothed<kGradual, kTinyPair>(engine.mid, steering, state.mid),
-            smoothed<kGradual, kTinyPair>(engine.fast, steering, state.fast)};
+    return {smoothed<kSubnormalSafe, kSafePair>(engine.slower, steering, state.slower),
+            smoothed<kSubnormalSafe, kSafePair>(engine.slow, steering, state.slow),
+            smoothed<kSubnormalSafe, kSafePair>(engine.mid, steering, state.mid),
+            smoothed<kSubnormalSafe, kSafePair>(engine.fast, steering, state.fast)};
 }
 
 FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
 {
-    if (anyTinyPair(engine)) return smoothedAtFourSpeeds<true, true>(engine, steering, state);
-    // After a choice all four speeds stand at the same place.
+    if (anyPairNearUnderflow(engine)) return smoothedAtFourSpeeds<true, true>(engine, steering, state);
+    // After a block all four speeds have the same value.
     return any(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true, false>(engine, steering, state)
                                             : smoothedAtFourSpeeds<false, false>(engine, steering, state);
 }
 
-/// Group ascending.
+/// The mean, group ascending.
 float meanOf(const Floats<16>& values) noexcept
 {
     float groups[16];
@@ -53,14 +54,14 @@ float meanOf(const Floats<16>& values) noexcept
     return sum * 0.0625f;
 }
 
-Floats<16> keptInFront(const Floats<16>& fb) noexcept
+Floats<16> limitedToFront(const Floats<16>& fb) noexcept
 {
     const Floats<16> zero = broadcast<16>(0.0f);
     return select(fb < zero, zero, fb);
 }
 
-/// The choice by this block's unsmoothed steering.
-Followed chooseSpeeds(const ZRKTarn& engine) noexcept
+/// Chooses by the unsmoothed steering of this block.
+SpeedMasks chooseSpeeds(const ZRKTarn& engine) noexcept
 {
     const Floats<16> a = abs(load<16>(engine.steerLR));
     const Floats<16> f = abs(load<16>(engine.steerFB));
@@ -74,16 +75,16 @@ Followed chooseSpeeds(const ZRKTarn& engine) noexcept
     return {~weak, mid, slow};
 }
 
-Floats<16> chosen(const Followed& followed, const FourSpeeds& speeds) noexcept
+Floats<16> chosen(const SpeedMasks& follows, const FourSpeeds& speeds) noexcept
 {
-    return select(followed.fast, speeds.fast,
-                  select(followed.mid, speeds.mid, select(followed.slow, speeds.slow, speeds.slower)));
+    return select(follows.fast, speeds.fast,
+                  select(follows.mid, speeds.mid, select(follows.slow, speeds.slow, speeds.slower)));
 }
 
-std::int32_t flagOfLastGroup(const Ints<16>& followed) noexcept
+std::int32_t flagOfLastGroup(const Ints<16>& mask) noexcept
 {
     std::int32_t flags[16];
-    store(flags, followed);
+    store(flags, mask);
     return -flags[15];
 }
 
@@ -99,18 +100,18 @@ void selectSpeeds(ZRKTarn& engine) noexcept
         {load<16>(engine.fbSlower), load<16>(engine.fbSlow), load<16>(engine.fbMid), load<16>(engine.fbFast)});
     engine.meanLRFast = meanOf(lr.fast);
     if (engine.outputChannels == 3) {
-        fb.slow = keptInFront(fb.slow);
-        fb.mid = keptInFront(fb.mid);
-        fb.fast = keptInFront(fb.fast);
+        fb.slow = limitedToFront(fb.slow);
+        fb.mid = limitedToFront(fb.mid);
+        fb.fast = limitedToFront(fb.fast);
     }
 
-    const Followed followed = chooseSpeeds(engine);
-    engine.usedFast = flagOfLastGroup(followed.fast);
-    engine.usedMid = flagOfLastGroup(followed.mid);
-    engine.usedSlow = flagOfLastGroup(followed.slow);
+    const SpeedMasks follows = chooseSpeeds(engine);
+    engine.usedFast = flagOfLastGroup(follows.fast);
+    engine.usedMid = flagOfLastGroup(follows.mid);
+    engine.usedSlow = flagOfLastGroup(follows.slow);
 
-    const Floats<16> x = chosen(followed, lr);
-    const Floats<16> y = chosen(followed, fb);
+    const Floats<16> x = chosen(follows, lr);
+    const Floats<16> y = chosen(follows, fb);
     store(engine.lrSlower, x);
     store(engine.lrSlow, x);
     store(engine.lrMid, x);
@@ -119,6 +120,14 @@ void selectSpeeds(ZRKTarn& engine) noexcept
     store(engine.fbSlow, y);
     store(engine.fbMid, y);
     store(engine.fbFast, y);
+}
+
+void readSpeeds(const ZRKTarn& engine, std::int32_t (&speed)[16]) noexcept
+{
+    const SpeedMasks follows = chooseSpeeds(engine);
+    const std::int32_t fast = engine.holdMidSmoothing != 0 ? 2 : 3;
+    store(speed, (follows.fast & broadcast<16>(fast)) | (follows.mid & broadcast<16>(std::int32_t{2})) |
+                     (follows.slow & broadcast<16>(std::int32_t{1})));
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

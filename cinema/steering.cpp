@@ -1,3 +1,4 @@
+// Steering from level relations.
 #include "cinema/steering.h"
 
 #include "cinema/smoothing.h"
@@ -10,14 +11,14 @@ namespace
 
 constexpr float kLevelFloor = 4.0f;
 
-/// Places of groups side by side.
+/// The steering of all groups.
 struct Steerings
 {
     Floats<16> lr;
     Floats<16> fb;
 };
 
-/// 0 for equal levels, towards 1 where the first dominates, towards -1 where the second does.
+/// 0 for equal levels, towards 1 if the first is larger, towards -1 if the second is.
 float balance(float first, float second) noexcept
 {
     if (first >= second) return 1.0f - (second + kLevelFloor) / (first + kLevelFloor);
@@ -29,9 +30,9 @@ Floats<16> balance(const Floats<16>& first, const Floats<16>& second) noexcept
     const Floats<16> one = broadcast<16>(1.0f);
     const Floats<16> a = first + broadcast<16>(kLevelFloor);
     const Floats<16> b = second + broadcast<16>(kLevelFloor);
-    const Ints<16> firstDominates = second <= first;
-    const Floats<16> ratio = select(firstDominates, b, a) / select(firstDominates, a, b);
-    return select(firstDominates, one - ratio, ratio - one);
+    const Ints<16> firstIsLarger = second <= first;
+    const Floats<16> ratio = select(firstIsLarger, b, a) / select(firstIsLarger, a, b);
+    return select(firstIsLarger, one - ratio, ratio - one);
 }
 
 /// steer for all groups.
@@ -43,58 +44,58 @@ Steerings steer(const Floats<16>& left, const Floats<16>& right, const Floats<16
     const Floats<16> fb = select(level < zero, level * broadcast<16>(1.5f), level);
     const Floats<16> lr = balance(left, right);
 
-    const Ints<16> beyondBack = fb < -one;
-    const Floats<16> behind = select(beyondBack, lr * broadcast<16>(2.0f), lr * (one - fb));
-    const Floats<16> wide = select(fb < zero, behind, lr);
-    const Floats<16> withinLeft = select(one < wide, one, wide);
-    return {select(withinLeft < -one, -one, withinLeft), select(one < fb, one, select(beyondBack, -one, fb))};
+    const Ints<16> isFullBack = fb < -one;
+    const Floats<16> wideBack = select(isFullBack, lr * broadcast<16>(2.0f), lr * (one - fb));
+    const Floats<16> wide = select(fb < zero, wideBack, lr);
+    const Floats<16> limitedLeft = select(one < wide, one, wide);
+    return {select(limitedLeft < -one, -one, limitedLeft), select(one < fb, one, select(isFullBack, -one, fb))};
 }
 
 } // namespace
 
 Steering steer(float left, float right, float sum, float diff) noexcept
 {
-    Steering place{balance(left, right), balance(sum, diff)};
-    if (place.fb < 0.0f) place.fb *= 1.5f;
+    Steering steering{balance(left, right), balance(sum, diff)};
+    if (steering.fb < 0.0f) steering.fb *= 1.5f;
 
-    if (place.fb > 1.0f) {
-        place.fb = 1.0f;
-    } else if (place.fb < -1.0f) {
-        place.fb = -1.0f;
-        place.lr *= 2.0f;
-    } else if (place.fb < 0.0f) {
-        place.lr *= 1.0f - place.fb;
+    if (steering.fb > 1.0f) {
+        steering.fb = 1.0f;
+    } else if (steering.fb < -1.0f) {
+        steering.fb = -1.0f;
+        steering.lr *= 2.0f;
+    } else if (steering.fb < 0.0f) {
+        steering.lr *= 1.0f - steering.fb;
     }
 
-    if (place.lr > 1.0f) place.lr = 1.0f;
-    if (place.lr < -1.0f) place.lr = -1.0f;
-    return place;
+    if (steering.lr > 1.0f) steering.lr = 1.0f;
+    if (steering.lr < -1.0f) steering.lr = -1.0f;
+    return steering;
 }
 
 namespace
 {
 
-template <bool kTinyPair>
+template <bool kSafePair>
 void smoothBroadband(ZRKTarn& engine) noexcept
 {
-    smooth<kTinyPair>(engine.slower, engine.globalLR, engine.globalLRSlower);
-    smooth<kTinyPair>(engine.slower, engine.globalFB, engine.globalFBSlower);
-    smooth<kTinyPair>(engine.slow, engine.globalLR, engine.globalLRSlow);
-    smooth<kTinyPair>(engine.slow, engine.globalFB, engine.globalFBSlow);
-    smooth<kTinyPair>(engine.mid, engine.globalLR, engine.globalLRMid);
-    smooth<kTinyPair>(engine.mid, engine.globalFB, engine.globalFBMid);
-    smooth<kTinyPair>(engine.fast, engine.globalLR, engine.globalLRFast);
-    smooth<kTinyPair>(engine.fast, engine.globalFB, engine.globalFBFast);
+    smooth<kSafePair>(engine.slower, engine.globalLR, engine.globalLRSlower);
+    smooth<kSafePair>(engine.slower, engine.globalFB, engine.globalFBSlower);
+    smooth<kSafePair>(engine.slow, engine.globalLR, engine.globalLRSlow);
+    smooth<kSafePair>(engine.slow, engine.globalFB, engine.globalFBSlow);
+    smooth<kSafePair>(engine.mid, engine.globalLR, engine.globalLRMid);
+    smooth<kSafePair>(engine.mid, engine.globalFB, engine.globalFBMid);
+    smooth<kSafePair>(engine.fast, engine.globalLR, engine.globalLRFast);
+    smooth<kSafePair>(engine.fast, engine.globalFB, engine.globalFBFast);
 }
 
 } // namespace
 
 void steerBroadband(ZRKTarn& engine) noexcept
 {
-    const Steering place = steer(engine.avgLevelL, engine.avgLevelR, engine.avgLevelSum, engine.avgLevelDiff);
-    engine.globalLR = place.lr;
-    engine.globalFB = place.fb;
-    if (anyTinyPair(engine)) {
+    const Steering steering = steer(engine.avgLevelL, engine.avgLevelR, engine.avgLevelSum, engine.avgLevelDiff);
+    engine.globalLR = steering.lr;
+    engine.globalFB = steering.fb;
+    if (anyPairNearUnderflow(engine)) {
         smoothBroadband<true>(engine);
     } else {
         smoothBroadband<false>(engine);
@@ -103,10 +104,10 @@ void steerBroadband(ZRKTarn& engine) noexcept
 
 void steerGroups(ZRKTarn& engine) noexcept
 {
-    const Steerings places =
+    const Steerings steerings =
         steer(load<16>(engine.powL), load<16>(engine.powR), load<16>(engine.powSum), load<16>(engine.powDiff));
-    store(engine.steerLR, places.lr);
-    store(engine.steerFB, places.fb);
+    store(engine.steerLR, steerings.lr);
+    store(engine.steerFB, steerings.fb);
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,3 +1,4 @@
+// Steering from level relations.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -5,30 +6,30 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// A place between the loudspeakers: left/right from 1 to -1, front/back from 1 to -1.
+/// A position between the loudspeakers: left/right from 1 to -1, front/back from 1 to -1.
 struct Steering
 {
     float lr;
     float fb;
 };
 
-/// Maps level relations to a place.
+/// Computes the steering from levels.
 ///
-/// The ratio of the smaller level to the larger one gives the distance from the middle; a floor of 4 on both keeps
-/// quiet groups there. Places behind the listener are drawn further back, by 1.5, and further to their side.
+/// The ratio of the smaller to the larger level gives the distance from the middle; adding 4 to both keeps quiet groups
+/// near the middle. Behind the listener, front/back is multiplied by 1.5 and left/right by up to 2.
 ///
 /// In  left, right  levels of the channels, engine scale, non-negative
 ///     sum, diff    levels of their sum and difference, engine scale, non-negative
 Steering steer(float left, float right, float sum, float diff) noexcept;
 
-/// Steers the broadband levels and smooths the result at four speeds. Kept as state; no stage reads it.
+/// Computes the steering of the broadband levels and smooths it at four speeds. No stage reads the result.
 ///
 /// In      avgLevelL ... avgLevelDiff, slower, slow, mid, fast
 /// Out     globalLR, globalFB
 /// In/Out  globalLRSlower ... globalFBFast
 void steerBroadband(ZRKTarn& engine) noexcept;
 
-/// Steers every group.
+/// Computes the steering of every group.
 ///
 /// In   powL, powR, powSum, powDiff [16]
 /// Out  steerLR, steerFB [16]

@@ -1,9 +1,10 @@
+// The synthesis filterbank without its transform.
 #include "cinema/synthesis.h"
 
 #include "filterbank/cos_mod.h"
-#include "lanes/gradual.h"
 #include "lanes/lanes.h"
 #include "lanes/saturate.h"
+#include "lanes/subnormal_safe.h"
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -13,8 +14,8 @@ namespace
 
 constexpr int kWidth = kVectorFloats;
 
-/// Whether a slot that is weighted holds values near underflow. A transform spreads every subband over all 64 of them,
-/// so that a few tell.
+/// Whether an even slot has values near underflow. Checks four values per slot: the transform spreads every subband
+/// over all 64 values.
 bool anySlotNearUnderflow(const float (&history)[1024]) noexcept
 {
     Floats<4> least = abs(load<4>(history));
@@ -23,34 +24,33 @@ bool anySlotNearUnderflow(const float (&history)[1024]) noexcept
         const Floats<4> magnitude = abs(load<4>(history + m));
         least = select(magnitude < least, magnitude, least);
     }
-    // Silence is smaller too, but not near underflow.
+    // Zeros are below the bound, but not near underflow.
     if (!any(least < broadcast<4>(kNearUnderflow))) return false;
     Ints<4> near = broadcast<4>(std::int32_t{0});
     for (int m = 0; m < 1024; m += 128) near = near | nearUnderflow(load<4>(history + m));
     return any(near);
 }
 
-template <bool kGradual>
+template <bool kSubnormalSafe>
 void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
 {
     constexpr int kLastSlot = 1024 - 128;
 
-    // Outputs n and 63 - n take the same difference and the same sum of Y[n] and Y[63 - n] up to their sign. The filter
-    // is antisymmetric, so that the taps of output 63 - n, with that sign and in the order of n, are lpf read from its
-    // end: -lpf[63 - n + m] = lpf[960 + n - m], and -lpf[127 - n + m] = lpf[896 + n - m].
+    // Outputs n and 63 - n use the same difference and sum of Y[n] and Y[63 - n], except for the sign. The filter is
+    // antisymmetric, so the taps of output 63 - n with that sign are lpf read from its end:
+    // -lpf[63 - n + m] = lpf[960 + n - m], and -lpf[127 - n + m] = lpf[896 + n - m].
     for (int n = 0; n < 32; n += kWidth) {
         const int mirrored = 64 - kWidth - n;
-        const auto at = [](const float* values) { return valuesOf<kGradual>(load<kWidth>(values)); };
-        const auto zero = valuesOf<kGradual>(broadcast<kWidth>(0.0f));
+        const auto at = [](const float* values) { return valuesOf<kSubnormalSafe>(load<kWidth>(values)); };
+        const auto zero = valuesOf<kSubnormalSafe>(broadcast<kWidth>(0.0f));
         auto now = zero;
         auto nowMirrored = zero;
         auto minusNext = zero;
         auto nextMirrored = zero;
-        // The odd slot before, on its way up. The newest slot stays as it is.
-        Floats<kWidth> carried = load<kWidth>(history + n);
-        Floats<kWidth> carriedMirrored = load<kWidth>(history + mirrored);
-        // Unrolled by a half: over all slots at once GCC would keep the taps that two outputs share in more registers
-        // than there are, and spill them.
+        // The previous odd slot, to be stored one slot up. The newest slot stays in place.
+        Floats<kWidth> previousOdd = load<kWidth>(history + n);
+        Floats<kWidth> previousOddMirrored = load<kWidth>(history + mirrored);
+        // Unrolled by half: unrolled in full, GCC keeps the taps that two outputs share in registers and spills.
 #pragma GCC unroll 1
         for (int first = 0; first < 1024; first += 128 * 4) {
 #pragma GCC unroll 8
@@ -60,8 +60,8 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
                 float* const odd = even + 64;
                 const Floats<kWidth> y = load<kWidth>(even + n);
                 const Floats<kWidth> yMirrored = load<kWidth>(even + mirrored);
-                const auto a = valuesOf<kGradual>(y);
-                const auto b = valuesOf<kGradual>(reversed(yMirrored));
+                const auto a = valuesOf<kSubnormalSafe>(y);
+                const auto b = valuesOf<kSubnormalSafe>(reversed(yMirrored));
                 const auto difference = a - b;
                 const auto sum = a + b;
                 now = now + difference * at(lpf + n + m);
@@ -69,10 +69,10 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
                 minusNext = minusNext + sum * at(lpf + 64 + n + m);
                 nextMirrored = nextMirrored + sum * at(lpf + kLastSlot + n - m);
 
-                store(even + n, carried);
-                store(even + mirrored, carriedMirrored);
-                carried = load<kWidth>(odd + n);
-                carriedMirrored = load<kWidth>(odd + mirrored);
+                store(even + n, previousOdd);
+                store(even + mirrored, previousOddMirrored);
+                previousOdd = load<kWidth>(odd + n);
+                previousOddMirrored = load<kWidth>(odd + mirrored);
                 store(odd + n, y);
                 store(odd + mirrored, yMirrored);
             }
@@ -80,7 +80,7 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
 
         store(overlapNow + n, singlesOf(at(overlapNow + n) + now));
         store(overlapNow + mirrored, singlesOf(at(overlapNow + mirrored) + reversed(nowMirrored)));
-        // A sum of products that starts from zero is never minus zero; neither is zero less such a sum.
+        // A sum of products that starts from zero is never minus zero; zero minus such a sum is not either.
         store(overlapNext + n, singlesOf(at(overlapNext + n) + (zero - minusNext)));
         store(overlapNext + mirrored, singlesOf(at(overlapNext + mirrored) + reversed(nextMirrored)));
     }

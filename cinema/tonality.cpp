@@ -1,3 +1,4 @@
+// Tonal blocks, stationary groups, and the neighbours of the dominant group.
 #include "cinema/tonality.h"
 
 #include "lanes/lanes.h"
@@ -18,10 +19,10 @@ float restOf(const ZRKTarn& engine) noexcept
     return engine.restL + engine.restR;
 }
 
-/// True where a band's value lies within the relative tolerance of its slow mean; a value of zero never does.
+/// True where a value is within the relative tolerance of its mean; false for zero.
 Ints<16> isStationary(const Floats<16>& average, const Floats<16>& value, float tolerance) noexcept
 {
-    // Over zero the difference does not matter; one keeps a subnormal one, slow on some processors, out of the way.
+    // For a zero value any difference but zero gives infinity; 1 avoids a slow subnormal difference.
     const Ints<16> silent = value == broadcast<16>(0.0f);
     const Floats<16> difference = select(silent, broadcast<16>(1.0f), average - value);
     return abs(difference / value) < broadcast<16>(tolerance);
@@ -66,8 +67,7 @@ void holdStationaryGroups(ZRKTarn& engine) noexcept
     float value[16];
     for (int g = 0; g < 16; ++g) {
         const int louder = engine.peakL[g] <= engine.peakR[g] ? 1 : 0;
-        const int band =
-            engine.peakBand[g] < 64 ? engine.peakBand[g] : 63; // 64 for an empty group behind the last band
+        const int band = engine.peakBand[g] < 64 ? engine.peakBand[g] : 63; // 64 for an empty group after the last band
         average[g] = engine.subbandAvg[louder][band];
         value[g] = engine.subband[louder][band];
     }

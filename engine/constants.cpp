@@ -1,3 +1,4 @@
+// The constants of the engine but thresholds and region matrices.
 #include "engine/zrk_tarn.h"
 
 const std::int16_t ZRKTarn::INTERNAL_BIT_DEPTH = 32;
@@ -6,7 +7,7 @@ const std::int32_t ZRKTarn::INTERNAL_SAMPLE_CEILING = 0x7fffffff;
 namespace
 {
 
-/// The bottom of the internal range; volatile keeps compilers from turning the load-time write into a constant.
+/// -2^31. Volatile, so that the compiler keeps the write at load time.
 std::int32_t sampleFloorAtLoad() noexcept
 {
     const volatile std::uint32_t bits = 0x80000000u;

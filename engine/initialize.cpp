@@ -1,10 +1,11 @@
+// Configures an engine for a stream format.
+#include "engine/sample_rates.h"
 #include "engine/threshold_rows.h"
 #include "engine/zrk_tarn.h"
 #include "lanes/float_environment.h"
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 
 namespace zrk_tarn
 {
@@ -21,23 +22,23 @@ using namespace zrk_tarn;
 namespace
 {
 
-/// Truncates towards zero into 32 bits; what lies beyond the range takes its end.
+/// Truncates towards zero and saturates to 32 bits.
 std::int32_t saturatedToInt32(double value) noexcept
 {
     return static_cast<std::int32_t>(std::clamp(value, -2147483648.0, 2147483647.0));
 }
 
-/// What a sample rate changes. Alpha becomes alpha * alphaFactor / alphaDivisor, of which one is 1.
+/// The settings of a sample rate. Alpha becomes alpha * alphaFactor / alphaDivisor; one of both is 1.
 struct RateSetting
 {
     std::int32_t rateCode;
     float alphaFactor;
     float alphaDivisor;
-    std::int32_t thresholdStep;    ///< groups of the threshold tables per group of the engine
-    const std::int32_t* bandCount; ///< null: the grouping stays as it was
+    std::int32_t thresholdStep;    ///< groups of the tables per group of the engine
+    const std::int32_t* bandCount; ///< null: the grouping stays
 };
 
-/// Code 176 has settings although 176400 Hz is rejected: the rate list decides what is supported.
+/// Code 176 has settings although kSupportedRatesHz does not contain 176400 Hz.
 constexpr RateSetting kRateSettings[] = {
     {32, 1.5f, 1.0f, 1, nullptr},
     {44, 1.088f, 1.0f, 1, nullptr},
@@ -49,16 +50,13 @@ constexpr RateSetting kRateSettings[] = {
     {192, 0.25f, 1.0f, 4, ZRKTarn::LOOP_COUNT192},
 };
 
-constexpr std::uint32_t kSupportedRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
-
 /// The rate in kHz, rounded down; 0 for an unsupported rate.
 std::int32_t rateCodeOf(std::uint32_t sampleRateHz) noexcept
 {
-    const auto* const found = std::find(std::begin(kSupportedRatesHz), std::end(kSupportedRatesHz), sampleRateHz);
-    return found == std::end(kSupportedRatesHz) ? 0 : static_cast<std::int32_t>(sampleRateHz / 1000);
+    return isSupportedRate(sampleRateHz) ? static_cast<std::int32_t>(sampleRateHz / 1000) : 0;
 }
 
-/// The settings of a rate code, or null for code 0.
+/// The settings of a rate code; null for code 0.
 const RateSetting* settingOf(std::int32_t rateCode) noexcept
 {
     for (const RateSetting& setting : kRateSettings)
@@ -72,14 +70,14 @@ void copyPair(const float (&from)[2], float (&to)[2]) noexcept
     to[1] = from[1];
 }
 
-/// Scales a smoothing pair, which counts blocks, so that it keeps its time constant in seconds.
+/// Scales a smoothing pair, which applies per block, so that its time constant in seconds stays.
 void rescalePair(const RateSetting& setting, float (&pair)[2]) noexcept
 {
     pair[0] = pair[0] * setting.alphaFactor / setting.alphaDivisor;
     pair[1] = 1.0f - pair[0];
 }
 
-/// Host integer to engine scale: 2^31 / (2^B - 1), formed in double and rounded once.
+/// Host integer to engine scale: 2^31 / (2^B - 1), in double, rounded once.
 float inputScaleOf(std::int32_t bitsPerSample) noexcept
 {
     if (bitsPerSample == 0) return 0.0f;
@@ -94,9 +92,9 @@ float outputScaleOf(std::int32_t bitsPerSample) noexcept
     return static_cast<float>(std::pow(2.0, bitsPerSample) - 1.0) * 0x1p-31f;
 }
 
-/// The four pairs that steer: reloaded in mode 2, with the mid pair for fast, and scaled from their current values.
+/// Mode 2 loads the four steering pairs, with the mid pair as the fast pair. Then scales the pairs for the rate.
 ///
-/// Mode 1 does not reload them, so that repeated calls compound.
+/// Mode 1 scales the current pairs, so repeated calls scale repeatedly.
 void setSteeringPairs(ZRKTarn& engine, const RateSetting* setting) noexcept
 {
     if (engine.holdMidSmoothing == 1) {
@@ -112,7 +110,7 @@ void setSteeringPairs(ZRKTarn& engine, const RateSetting* setting) noexcept
     rescalePair(*setting, engine.fast);
 }
 
-/// The k6 matrices for six and more output channels, else the k5 ones.
+/// Copies the k6 matrices for six and more output channels, else the k5 matrices.
 void installMatrices(ZRKTarn& engine) noexcept
 {
     const float* const sets[2][9] = {
@@ -124,7 +122,7 @@ void installMatrices(ZRKTarn& engine) noexcept
     for (int region = 0; region < 9; ++region) std::copy_n(set[region], 12, engine.regionMatrix[region]);
 }
 
-/// Initialize in the floating-point environment that it finds.
+/// Initialize without the change of the floating-point environment.
 [[gnu::noinline]] std::uint32_t configure(ZRKTarn& engine, const Tarn_Parameters& parameters) noexcept
 {
     std::uint32_t result = 0;

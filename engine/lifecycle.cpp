@@ -1,3 +1,4 @@
+// Construction of an engine, and the operations that open, close and connect it.
 #include "engine/zrk_tarn.h"
 #include "filterbank/cos_mod.h"
 
@@ -15,7 +16,7 @@ ZRKTarn::ZRKTarn() noexcept
     std::copy(std::begin(FAST), std::end(FAST), fast);
     mixFractionComplement = 1.0f;
     for (groupIndex = 0; groupIndex < 16; ++groupIndex) bandCount[groupIndex] = LOOP_COUNT48[groupIndex];
-    bandIndex = 64; // where the walk over the bands of this grouping ends
+    bandIndex = 64; // the number of bands of this grouping
 }
 
 std::uint32_t ZRKTarn::Open() noexcept

@@ -1,7 +1,8 @@
+// The mixing matrices of the nine regions, for two numbers of output channels.
 #include "engine/zrk_tarn.h"
 
-// One mixing matrix per loudspeaker situation. The grid that the first digit counts, with the steering values at which
-// a region holds alone:
+// One mixing matrix per region. The first digit of a name is the region in this grid; at the given steering values the
+// matrix of the region is used alone:
 //
 //              left (+1)  middle (0)  right (-1)
 //   front (+1)     1          2           3
@@ -9,10 +10,10 @@
 //   back  (-1)     7          8           9
 //
 // Elements come in pairs, the coefficient on the left input and the one on the right:
-// 0, 1 front left; 2, 3 centre; 4, 5 front right. Elements 6 to 11 are further pairs that no operation reads.
+// 0, 1 front left; 2, 3 centre; 4, 5 front right. No operation reads elements 6 to 11.
 //
-// Regions 3, 6 and 9 are the mirror images of 1, 4 and 7 in elements 0 to 5. In region 1 front right subtracts some of
-// the left input; in region 4 the centre is fed from the right input only, which takes a hard left source out of it.
+// In elements 0 to 5, regions 3, 6 and 9 mirror regions 1, 4 and 7. In region 1 front right subtracts a part of the left
+// input. In region 4 the centre gets the right input only, so a hard left source is not in the centre.
 
 // clang-format off
 

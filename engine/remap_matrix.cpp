@@ -1,3 +1,4 @@
+// Stores the remap matrix.
 #include "engine/zrk_tarn.h"
 
 std::uint32_t ZRKTarn::SetRemapCoeff(int (*coeff)[4]) noexcept

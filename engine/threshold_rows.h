@@ -1,3 +1,4 @@
+// The thresholds of a sample rate.
 #pragma once
 
 #include <cstdint>
@@ -5,9 +6,9 @@
 namespace zrk_tarn
 {
 
-/// Copies every step-th threshold; the groups past the end of the table share its last entry.
+/// Copies every step-th threshold; groups past the end of the table get its last entry.
 ///
-/// At higher rates the bands are wider, so that a group there covers what several cover at 48 kHz.
+/// At higher rates bands are wider, so one group covers the frequencies of several groups at 48 kHz.
 ///
 /// In   table [16]  thresholds of the groups at 48 kHz
 ///      step        groups of the table per group of the row: 1, 2 or 4

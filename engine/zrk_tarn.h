@@ -1,48 +1,48 @@
+// The engine: its parameters, its record and its operations.
 #pragma once
 
 #include <cstdint>
 
 /// @file
-/// The engine: what it is configured with, its record and its operations.
+/// The engine: its parameters, its record and its operations.
 
-/// What an engine is configured with, passed to ZRKTarn::Initialize by value.
+/// The parameters of ZRKTarn::Initialize.
 struct Tarn_Parameters
 {
     std::uint32_t spare;         ///< not read
     std::int32_t outputChannels; ///< 3 to 7: below 6 selects the k5 matrices, 6 or more the k6 matrices
     std::int32_t bitsPerSample;  ///< width of the host's samples, bits
     std::uint32_t sampleRate;    ///< 32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz
-    std::int32_t mode;           ///< 1: fast steering; 2: the fast speed slowed down to the mid one
+    std::int32_t mode;           ///< 1: fast steering; 2: the fast speed is as slow as mid
     std::int32_t option;         ///< not read
-    float mixFraction;           ///< 0.0 to 1.0, kept with its complement; no operation reads it
+    float mixFraction;           ///< 0.0 to 1.0, stored with its complement; not used
 };
 
 /// The upmix engine: one flat record that holds all signal state of one stream.
 ///
 /// Engine scale: samples are floats on a full-scale range of about +-2^31.
 /// Calling order: Open, Initialize, then for every block SetChannelPtrs and one block operation; Close before the
-/// next Open and before the end. Initialize is not a reset: histories and what a new configuration does not
-/// overwrite carry over. A copy is an engine of its own from its next ProcessCine3 on; until then its outputPtr are
-/// those of the original.
+/// next Open and at the end. Initialize is not a reset: histories, and members that the new configuration does not
+/// set, stay. The outputPtr of a copy point into the original until the first ProcessCine3 of the copy.
 ///
-/// Every operation returns a status word. Nothing throws, allocates, locks or logs after construction, so all of it
-/// belongs on a real-time thread. One engine serves one thread at a time.
+/// Every operation returns a status word. No operation throws, allocates, locks or logs, so all are real-time safe. Use
+/// an engine on one thread at a time.
 ///
-/// Open, Initialize and the operations on blocks set the default floating-point environment (round to nearest,
-/// subnormal numbers kept) and put the caller's back, with its exception flags as they were.
+/// Open, Initialize and the block operations set the default floating-point environment (round to nearest, subnormal
+/// numbers kept) and restore the caller's environment and exception flags.
 ///
-/// All members are public state: an operation depends on nothing but them, its arguments, the host buffer and the
-/// process-wide constant tables (filterbank/cos_mod.h).
+/// All members are public state. An operation depends only on them, its arguments, the host buffer and the process-wide
+/// constant tables (filterbank/cos_mod.h).
 class alignas(64) [[gnu::visibility("default")]] ZRKTarn
 {
 public:
     // --- Constants -------------------------------------------------------------------------------------------------
 
-    static const std::int16_t INTERNAL_BIT_DEPTH;      ///< declared width of the internal format, 32; never read
-    static const std::int32_t INTERNAL_SAMPLE_CEILING; ///< declared top of the internal range, 0x7fffffff; never read
-    static std::int32_t INTERNAL_SAMPLE_FLOOR;         ///< declared bottom, -2^31, set at load time; never read
+    static const std::int16_t INTERNAL_BIT_DEPTH;      ///< width of the internal format, 32; not used
+    static const std::int32_t INTERNAL_SAMPLE_CEILING; ///< top of the internal range, 0x7fffffff; not used
+    static std::int32_t INTERNAL_SAMPLE_FLOOR;         ///< bottom, -2^31, set at load time; not used
 
-    // Smoothing pairs (alpha, 1 - alpha): to smooth x into s is s = (1 - alpha) * s + alpha * x.
+    // Smoothing pairs (alpha, 1 - alpha): a state s follows x by s = (1 - alpha) * s + alpha * x.
     static const float POWER[2];  ///< (0.05, 0.95), power smoothing
     static const float SLOWER[2]; ///< (0.002, 0.998), slowest steering
     static const float SLOW[2];   ///< (0.008, 0.992)
@@ -55,7 +55,7 @@ public:
     static const std::int32_t LOOP_COUNT96[16];  ///< 88.2 and 96 kHz
     static const std::int32_t LOOP_COUNT192[16]; ///< 192 kHz
 
-    // Steering magnitudes per band group at 48 kHz from which a group follows its steering at the named speed.
+    // Thresholds at 48 kHz: a band group whose steering magnitude reaches one follows its steering at that speed.
     static const float THRES_BANDS[16];     ///< fast
     static const float MIDTHRES_BANDS[16];  ///< mid
     static const float SLOWTHRES_BANDS[16]; ///< slow; below it, slower
@@ -73,81 +73,81 @@ public:
 
     // --- Operations ------------------------------------------------------------------------------------------------
 
-    /// A silent engine: the 48 kHz band grouping, the static smoothing pairs, broadbandPair (0.1, 0.9), a mix
-    /// complement of 1 and the counters at the end of their walks; all other members zero.
+    /// A silent engine: the band grouping of 48 kHz, the constant smoothing pairs, broadbandPair (0.1, 0.9), a mix
+    /// complement of 1, groupIndex 16 and bandIndex 64; all other members zero.
     ZRKTarn() noexcept;
 
     /// Fills the process-wide cosine tables. Returns 0.
     ///
-    /// The first call must complete before any engine of the process runs a block. Later ones write only what differs,
-    /// which is nothing, and may run beside the work of other engines.
+    /// The first call must return before any engine of the process runs a block. Later calls write nothing and may run
+    /// while other engines work.
     std::uint32_t Open() noexcept;
 
-    /// Does nothing: the engine owns no resources. Returns 0.
+    /// Does nothing, because the engine owns no resources. Returns 0.
     std::uint32_t Close() noexcept;
 
     /// Does nothing. Returns 0.
     std::uint32_t Uninitialize() noexcept;
 
-    /// Does nothing: blocks go through ProcessCine3InterLeave and ProcessCine3InterLeaveRemap. Returns 0.
+    /// Does nothing; use ProcessCine3InterLeave or ProcessCine3InterLeaveRemap. Returns 0.
     std::uint32_t Process(int** inputs, int** outputs, std::uint32_t count) noexcept;
 
     /// Configures the engine for a stream format.
     ///
-    /// Every step is carried out whatever the checks say; a part that is invalid stays as it was. In mode 1 the
-    /// smoothing pairs are scaled from their current values, so that repeated calls compound; at 32, 44.1 and 48 kHz
-    /// the band grouping stays as it was.
+    /// An invalid rate or mode keeps the settings of the previous one; all other settings are applied. In mode 1 the
+    /// current smoothing pairs are scaled, so repeated calls scale repeatedly. At 32, 44.1 and 48 kHz the band grouping
+    /// stays.
     ///
-    /// Returns 0, or the code of the last check that failed: 1 outputChannels, 3 sampleRate, 4 mode, 6 mixFraction.
+    /// Returns 0, or the code of the last invalid parameter: 1 outputChannels, 3 sampleRate, 4 mode, 6 mixFraction.
     std::uint32_t Initialize(Tarn_Parameters parameters) noexcept;
 
-    /// Points the engine at the first sample of a block in its slots. Returns 0.
+    /// Sets the first sample of a block in each slot. Returns 0.
     ///
     /// a  left: input, output front left         c  third output: centre, or remap column 2
     /// b  right: input, output front right       d  remap column 3 (unused on the plain path)
     std::uint32_t SetChannelPtrs(std::uint8_t * a, std::uint8_t * b, std::uint8_t * c, std::uint8_t * d) noexcept;
 
-    /// Stores the remap matrix and compiles it into a list of non-zero terms per destination. Returns 0.
+    /// Stores the remap matrix and lists the non-zero terms of every destination. Returns 0.
     ///
     /// coeff  [3][4]  engine output x host position, signed fixed point with 28 fraction bits (2^28 is unity)
     std::uint32_t SetRemapCoeff(int(*coeff)[4]) noexcept;
 
-    /// Marks the two reserved members, reservedA = 1 and reservedB = 2. Nothing reads them. Returns 0.
+    /// Sets reservedA = 1 and reservedB = 2, which are not used. Returns 0.
     std::uint32_t SetReserved() noexcept;
 
-    /// Converts a block of host samples into the newest 64 entries of inputHistory; a short block ends in silence.
+    /// Converts a block of host samples to the newest 64 entries of inputHistory; pads a short block with silence.
     ///
-    /// frames    0 to 64 frames; more is the caller's error
+    /// frames    0 to 64; not checked
     /// channels  interleaved slots per frame, the stride of channelPtr[0] and [1] in samples
-    /// Returns 0. Containers other than 2, 3 and 4 bytes are not read and count as silence.
+    /// Returns 0. Containers of other sizes than 2, 3 and 4 bytes are silence.
     std::uint32_t ReadInputChannels(std::uint32_t frames, std::uint32_t channels) noexcept;
 
     /// Upmixes one block: reads it with ReadInputChannels(frames, channels) and fills outputBlock. Returns 0.
     std::uint32_t ProcessCine3(std::uint32_t frames, std::uint32_t channels) noexcept;
 
-    /// Scales, rounds and clips outputBlock into the host's slots channelPtr[0..2].
+    /// Scales and rounds outputBlock, clips it and writes it to the host slots channelPtr[0..2].
     ///
     /// frames    0 to 64 frames of the block to write
     /// channels  interleaved slots per frame, the stride in samples
     /// Reads the block through outputPtr, which is null before the first ProcessCine3.
     ///
-    /// Returns 1; or 0 for containers other than 2, 3 and 4 bytes, in which case nothing is written.
+    /// Returns 1. Writes nothing and returns 0 for containers of other sizes than 2, 3 and 4 bytes.
     std::uint32_t WriteOutput(std::uint32_t frames, std::uint32_t channels) noexcept;
 
-    /// Mixes outputBlock, which holds host-range integers, through the remap matrix into channelPtr[0..3].
+    /// Mixes outputBlock, which must hold host samples, with the remap matrix and writes it to channelPtr[0..3].
     ///
     /// frames    0 to 64 frames of the block to write
     /// channels  interleaved slots per frame, the stride in samples
     /// Reads the block through outputPtr, which is null before the first ProcessCine3. The sum of products is shifted
-    /// right by 28 bits and stored without clipping: gains above unity can wrap. Returns 1; or 0 for containers other
-    /// than 2, 3 and 4 bytes, in which case nothing is written.
+    /// right by 28 bits and stored without clipping, so gains above unity can wrap. Returns 1. Writes nothing and
+    /// returns 0 for containers of other sizes than 2, 3 and 4 bytes.
     std::uint32_t RemapOutput(std::uint32_t frames, std::uint32_t channels) noexcept;
 
-    /// The plain block operation on frames (0 to 64) of channels slots: ProcessCine3, then WriteOutput. Returns 0.
+    /// The plain block operation: ProcessCine3 and WriteOutput for 0 to 64 frames of channels slots. Returns 0.
     std::uint32_t ProcessCine3InterLeave(std::uint32_t frames, std::uint32_t channels) noexcept;
 
-    /// The remap block operation on frames (0 to 64) of channels slots: ProcessCine3, conversion of those frames of
-    /// outputBlock to host range, RemapOutput. Returns 0.
+    /// The remap block operation for 0 to 64 frames of channels slots: ProcessCine3, conversion of these frames of
+    /// outputBlock to host samples, RemapOutput. Returns 0.
     std::uint32_t ProcessCine3InterLeaveRemap(std::uint32_t frames, std::uint32_t channels) noexcept;
 
     // --- State -----------------------------------------------------------------------------------------------------
@@ -186,9 +186,9 @@ public:
     float         slowThres[16]{};              ///< slow, this block                    block start, spread
     float         broadbandPair[2]{};           ///< smoothing pair (0.1, 0.9)           constructor
 
-    // Counters of the walks over groups and their bands, in finding peaks and in mixing; other loops count for themselves
-    std::int32_t  groupIndex = 0;               ///< 16 after a block                    group and band walks
-    std::int32_t  bandIndex = 0;                ///< bands of bandCount, after a block   group and band walks
+    // Loop counters over groups and bands
+    std::int32_t  groupIndex = 0;               ///< 16 after a block                    dominant bands, mixing
+    std::int32_t  bandIndex = 0;                ///< bands of bandCount, after a block   dominant bands, mixing
 
     // Sample conversion
     float         inputScale = 0.0f;            ///< host integer to engine scale        Initialize
@@ -209,8 +209,8 @@ public:
     float         prevPeakR[16]{};              ///< peakR of the block before           block start
     float         prevPeakSum[16]{};            ///< peakSum of the block before         block start
     float         prevPeakDiff[16]{};           ///< peakDiff of the block before        block start
-    float         peakTotal[16]{};              ///< |L| + |R|, scratch                  group peaks
-    std::int32_t  peakBand[16]{};               ///< dominant band, 0 to 63              group peaks
+    float         peakTotal[16]{};              ///< |L| + |R|, scratch                  dominant bands
+    std::int32_t  peakBand[16]{};               ///< dominant band, 0 to 63              dominant bands
 
     // Smoothing pairs, scaled for the sample rate
     float         power[2]{};                   ///< power smoothing                     constructor
@@ -219,7 +219,7 @@ public:
     float         slow[2]{};                    ///< steering, slow speed                constructor, Initialize
     float         fast[2]{};                    ///< steering, fast speed                constructor, Initialize
 
-    // Steering of the groups, -1 (right, back) to 1 (left, front); after the choice of a speed all four hold its place
+    // Steering of the groups, -1 (right, back) to 1 (left, front); after a block all four speeds hold the chosen position
     float         steerLR[16]{};                ///< left/right of this block            steering
     float         steerFB[16]{};                ///< front/back of this block            steering
     float         lrSlower[16]{};               ///< steerLR at slower speed, then chosen speed selection
@@ -264,9 +264,9 @@ public:
     std::int32_t  bitsPerSample = 0;            ///< host sample width                   Initialize
 
     // Speed flags and broadband trackers
-    std::int32_t  usedFast = 0;                 ///< last group followed fast speed      on
-    std::int32_t  usedMid = 0;                  ///< last group followed mid speed       on
-    std::int32_t  usedSlow = 0;                 ///< last group followed slow speed      on
+    std::int32_t  usedFast = 0;                 ///< last group followed fast speed      speed selection
+    std::int32_t  usedMid = 0;                  ///< last group followed mid speed       speed selection
+    std::int32_t  usedSlow = 0;                 ///< last group followed slow speed      speed selection
     std::int32_t  dominantGroup = 0;            ///< group of the largest peak           group peaks
     float         spectrumL = 0.0f;             ///< smoothed sum of |L|                 spectrum
     float         spectrumR = 0.0f;             ///< smoothed sum of |R|                 spectrum
@@ -277,7 +277,7 @@ public:
     float         stationaryTolerance = 0.0f;   ///< relative tolerance of the hold      hold
     std::int32_t  tonalBlock = 0;               ///< 1 for a tonal block                 tonal test
 
-    // Borrowed and own pointers
+    // Pointers to the engine's own rows and to the host's buffer
     std::int32_t* outputPtr[3]{};               ///< the rows of outputBlock             block start
     std::uint8_t* channelPtr[4]{};              ///< host slots of the block             SetChannelPtrs
 
@@ -292,6 +292,6 @@ public:
     // clang-format on
 };
 
-/// The instruction set that blocks are processed with: "sse2", "avx2" or "avx512" on x86-64, "neon" on aarch64,
-/// "generic" elsewhere. Chosen when the library is loaded, by what the processor can do; all give the same bits.
+/// The name of the instruction set in use: "sse2", "avx2" or "avx512" on x86-64, "neon" on aarch64, "generic"
+/// elsewhere. Chosen for the processor when the library is loaded; all give the same bits.
 [[gnu::visibility("default")]] const char* zrk_tarn_instruction_set() noexcept;

@@ -1,3 +1,4 @@
+// The public functions and tables of the filterbank.
 #pragma once
 
 /// @file
@@ -7,10 +8,10 @@
 ///   DCT-III of size n  X[k] = sum of x[m] * cos(pi * m * (2k + 1) / (2n)),        m = 0..n-1
 ///   DCT-IV of size n   X[k] = sum of x[m] * cos(pi * (2m + 1) * (2k + 1) / (4n)), m = 0..n-1
 ///
-/// Every sum is formed from the first product on in ascending order of its index; each output is its own sum.
-/// Inputs are read only; outputs are written in full and must not overlap inputs unless a function says so.
-/// Nothing allocates; all functions are reentrant and safe on real-time threads once cosModTablesInit has run. The
-/// kernels and transforms work in the caller's floating-point environment, cosModTablesInit in the default one.
+/// Every output is a sum of products in ascending order of the index, started from the first product.
+/// Inputs are not changed. Outputs are written in full and must not overlap inputs unless a function allows it.
+/// No function allocates. After cosModTablesInit all functions are reentrant and real-time safe. Kernels and transforms
+/// run in the caller's floating-point environment, cosModTablesInit in the default one.
 ///
 /// H. S. Malvar, Signal Processing with Lapped Transforms, Artech House, 1992 (cosine-modulated banks).
 /// P. P. Vaidyanathan, Multirate Systems and Filter Banks, Prentice Hall, 1993, chapter 8.
@@ -20,13 +21,13 @@
 
 /// Prototype filter, antisymmetric: lpf[i] = (-1)^floor(i / 128) * p[i] with p a symmetric low-pass of unity DC gain.
 ///
-/// The sign, which flips every 128 taps, carries the alternating signs of the polyphase structure.
+/// The sign changes every 128 taps; it holds the alternating signs of the polyphase structure.
 extern const float lpf[1024];
 
 /// Fills the five table blocks with the same values, to the last bit, on every machine and with every C library.
 ///
-/// Must have completed before any transform runs in the process. Later calls store only entries that differ, so that
-/// filled tables are read and filled again without a data race. Unguarded: the first call must not overlap others.
+/// Must return before the process runs a transform. Later calls write only entries that differ, so refilling cannot
+/// race with transforms. The function takes no lock: the first call must not overlap other calls.
 void cosModTablesInit();
 
 /// DCT-III of size n = 2 to 16, computed row by row; table is a DCT-III block of size n. n below 2 writes nothing.
@@ -47,13 +48,13 @@ void DCT4_3(int n, float* table, float* out, float* in);
 /// DCT-III of size n = 32 by recursion; reads S of table (dct3Table32), and dct3Table16 for both halves.
 void DCT2_2(int n, float* table, float* out, float* in);
 
-/// DCT-III of size n = 32, both halves in one paired call; the same values as DCT2_2.
+/// DCT-III of size n = 32 with one DCT2_3_XX call for both halves; the same values as DCT2_2.
 void DCT2_2_X(int n, float* table, float* out, float* in);
 
 /// DCT-IV of size n = 32 by recursion; reads S1 and S2 of table (dct4Table32), dct4Table16 and dct3Table16.
 void DCT4_2(int n, float* table, float* out, float* in);
 
-/// DCT-IV of size 64 of the vector x given by its pair sums.
+/// DCT-IV of size 64 of a vector x, from the pair sums of x.
 ///
 /// even  [32]  even[j] = x[2j] + x[2j + 1]
 /// odd   [32]  odd[0] = x[0], odd[j] = x[2j - 1] + x[2j]

@@ -1,10 +1,11 @@
+// The 64-point DCT-IV, one value at a time.
 #include "filterbank/cos_mod.h"
 #include "filterbank/pair_sums.h"
 
 namespace
 {
 
-/// Band k from S1 and band 63 - k from S2 of the 64-point block; the halves are read before anything is written.
+/// Computes band k with S1 and band 63 - k with S2 of the 64-point block. Reads the halves before it writes an output.
 void combineHalves(const float (&a)[32], const float (&b)[32], float* out)
 {
     const float* const s1 = dct4Table64 + 2 * 32 * 32;

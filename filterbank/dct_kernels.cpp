@@ -1,8 +1,9 @@
+// DCT kernels of size 2 to 32, one value at a time.
 #include "filterbank/cos_mod.h"
 #include "filterbank/pair_sums.h"
 
-// One level of even/odd splitting: a transform of size n is two of size h = n / 2, formed as matrix-vector products
-// and recombined on the outputs i and n - 1 - i. The size-32 kernels split once more before they do the same.
+// A transform of size n is split into two of size h = n / 2, which are matrix-vector products; combining them gives the
+// outputs i and n - 1 - i. The kernels of size 32 split twice.
 
 namespace
 {
@@ -15,7 +16,7 @@ using zrk_tarn::shiftedPairSums;
 constexpr int kDirectHalf = 8;     ///< largest h of a direct kernel
 constexpr int kRecursiveHalf = 16; ///< h of the recursive kernels
 
-/// One output of a matrix-vector product, column ascending.
+/// One output of a matrix-vector product; columns ascending.
 float rowProduct(const float* row, const float* vector, int h)
 {
     float sum = row[0] * vector[0];
@@ -28,7 +29,7 @@ void matrixProduct(const float* matrix, const float* vector, int h, float* produ
     for (int i = 0; i < h; ++i) product[i] = rowProduct(matrix + i * h, vector, h);
 }
 
-/// Outputs i and n - 1 - i of a DCT-III from those of its halves; the odd half is scaled first.
+/// Outputs i and n - 1 - i of a DCT-III from the outputs of its halves; scales the odd half first.
 void combineDct3(float even, float odd, float scale, int i, int n, float* out)
 {
     const float scaledOdd = odd * scale;
@@ -36,7 +37,7 @@ void combineDct3(float even, float odd, float scale, int i, int n, float* out)
     out[n - 1 - i] = even - scaledOdd;
 }
 
-/// Outputs i and n - 1 - i of a DCT-IV from those of its halves.
+/// Outputs i and n - 1 - i of a DCT-IV from the outputs of its halves.
 void combineDct4(float a, float b, const float* scales, int i, int n, float* out)
 {
     out[i] = scales[i] * (a + b);

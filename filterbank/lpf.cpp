@@ -1,8 +1,9 @@
+// The prototype filter.
 #include "filterbank/cos_mod.h"
 
 // Made by tools/design_lpf.py > filterbank/lpf.cpp: least mean deviation from perfect reconstruction
-// under a stopband mask and limits on the taps, by successive quadratic programmes. The whole chain,
-// analysis and synthesis, reaches on these values in single precision
+// under a stopband mask and limits on the taps, by successive quadratic programmes. Figures of the whole
+// chain, analysis and synthesis, with these values in single precision
 // (tools/design_lpf.py --check filterbank/lpf.cpp):
 //
 //   delay             960 frames

@@ -1,3 +1,4 @@
+// The inputs of half-size transforms: sums of neighbours, one value at a time.
 #pragma once
 
 namespace zrk_tarn
@@ -16,13 +17,13 @@ inline void oddNeighbourSums(const float* in, int h, float* half) noexcept
     for (int j = 1; j < h; ++j) half[j] = in[2 * j + 1] + in[2 * j - 1];
 }
 
-/// The half of a DCT-IV's input that goes through a DCT-IV: half[j] = in[2j] + in[2j + 1], j = 0..h-1.
+/// The input of the DCT-IV half of a DCT-IV: half[j] = in[2j] + in[2j + 1], j = 0..h-1.
 inline void pairSums(const float* in, int h, float* half) noexcept
 {
     for (int j = 0; j < h; ++j) half[j] = in[2 * j] + in[2 * j + 1];
 }
 
-/// The half of a DCT-IV's input that goes through a DCT-III: half[0] = in[0], half[j] = in[2j - 1] + in[2j].
+/// The input of the DCT-III half of a DCT-IV: half[0] = in[0], half[j] = in[2j - 1] + in[2j].
 inline void shiftedPairSums(const float* in, int h, float* half) noexcept
 {
     half[0] = in[0];

@@ -1,17 +1,18 @@
+// The 64-point DCT-IV with vectors, from pair sums.
 #include "filterbank/transform.h"
 
 #include "filterbank/transform_tables.h"
-#include "lanes/gradual.h"
 #include "lanes/lanes.h"
+#include "lanes/subnormal_safe.h"
 
 #include <cstddef>
 #include <type_traits>
 
-// The recursion of filterbank/cos_mod_dct4.cpp and filterbank/dct_kernels.cpp, which show it one value at a time, down
-// to products with 8 x 8 matrices. A vector of a transform is cut by index modulo its number of octets, so that entry j
-// of octet s is x[n / 8 * j + s]; then all sums of neighbours are sums of octets, or of an octet and one moved up by a
-// lane. Outputs come as octets of eight neighbours, every second one backwards, because halves are recombined on the
-// outputs i and n - 1 - i: octet c of the first half becomes the octets c and n / 8 - 1 - c.
+// The same recursion as in filterbank/cos_mod_dct4.cpp and filterbank/dct_kernels.cpp, down to products with 8 x 8
+// matrices. A vector of n values is stored as n / 8 octets: entry j of octet s is x[n / 8 * j + s]. Sums of neighbours
+// are then sums of two octets, one of them shifted up by a lane where needed. Outputs are octets of eight neighbours.
+// Combining two halves gives the outputs i and n - 1 - i, so octet c of the halves gives the octets c and n / 8 - 1 -
+// c, and every second octet is reversed.
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -19,134 +20,136 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 namespace
 {
 
-// Eight values each of one or two transforms, or gradual ones of one: the types that stand for Octet below.
-using One = Floats<8>;
-using Two = Floats<16>;
-using GradualOne = Gradual<8>;
+// The types of the template parameter Octet: eight values of one transform, eight values of each of two transforms, and
+// eight values of one transform in subnormal-safe arithmetic.
+using OneOctet = Floats<8>;
+using TwoOctets = Floats<16>;
+using SafeOctet = SubnormalSafe<8>;
 
 template <int kIndex, int... kLane>
-constexpr auto octetwise(std::integer_sequence<int, kLane...>)
+constexpr auto octetIndices(std::integer_sequence<int, kLane...>)
 {
     return std::integer_sequence<int, (kLane / 8 * 8 + kIndex)...>{};
 }
 
 /// Indices that give every lane the value kIndex of its octet.
 template <int kWidth, int kIndex>
-using Spread = decltype(octetwise<kIndex>(std::make_integer_sequence<int, kWidth>{}));
+using CopyIndices = decltype(octetIndices<kIndex>(std::make_integer_sequence<int, kWidth>{}));
 
-/// The same eight values for every transform.
+/// The same eight values in the octet of every transform.
 template <typename Octet>
-[[gnu::always_inline]] inline Octet repeated(const float (&values)[8]) noexcept
+[[gnu::always_inline]] inline Octet inEveryOctet(const float (&values)[8]) noexcept
 {
     const Floats<8> octet = load<8>(values);
-    if constexpr (std::is_same_v<Octet, Two>) {
+    if constexpr (std::is_same_v<Octet, TwoOctets>) {
         return joined(octet, octet);
     } else {
-        return valuesOf<std::is_same_v<Octet, GradualOne>>(octet);
+        return valuesOf<std::is_same_v<Octet, SafeOctet>>(octet);
     }
 }
 
-/// Every transform's octet one lane up, with minus zero, the neutral element of addition, as its first value.
-[[gnu::always_inline]] inline One movedUp(const One& a) noexcept
+/// Shifts the octet of every transform up by one lane. Lane 0 becomes minus zero, the neutral element of addition.
+[[gnu::always_inline]] inline OneOctet octetShiftedUp(const OneOctet& a) noexcept
 {
     return shiftedUp(-0.0f, a);
 }
 
-[[gnu::always_inline, maybe_unused]] inline Two movedUp(const Two& a) noexcept
+[[gnu::always_inline, maybe_unused]] inline TwoOctets octetShiftedUp(const TwoOctets& a) noexcept
 {
-    return joined(movedUp(lowHalf(a)), movedUp(highHalf(a)));
+    return joined(octetShiftedUp(lowHalf(a)), octetShiftedUp(highHalf(a)));
 }
 
-[[gnu::always_inline]] inline GradualOne movedUp(const GradualOne& a) noexcept
+[[gnu::always_inline]] inline SafeOctet octetShiftedUp(const SafeOctet& a) noexcept
 {
     return {shiftedUp(-0.0, a.doubles)};
 }
 
 template <int kIndex, typename L, int... kPart>
-[[gnu::always_inline]] inline L spreadParts(const L& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
+[[gnu::always_inline]] inline L copyParts(const L& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
     constexpr int kWidth = L::kWidth;
     return {
         {shuffled<typename L::Part>(a.part[kWidth == 4 ? kIndex / 4 : kPart], a.part[kWidth == 4 ? kIndex / 4 : kPart],
-                                    Spread<kWidth, kIndex % kWidth>{})...}};
+                                    CopyIndices<kWidth, kIndex % kWidth>{})...}};
 }
 
-/// One value of every transform's octet in all eight lanes.
+/// Copies one value of every octet to all eight lanes of that octet.
 template <int kIndex>
-[[gnu::always_inline]] inline Two spread(const Two& a) noexcept
+[[gnu::always_inline]] inline TwoOctets copyToOctet(const TwoOctets& a) noexcept
 {
-    return spreadParts<kIndex>(a, Two::Parts{});
+    return copyParts<kIndex>(a, TwoOctets::Parts{});
 }
 
-/// A vector of kOctets octets cut by index modulo kOctets.
+/// A vector stored as kOctets octets.
 template <typename Octet, std::size_t kOctets>
-struct Cut
+struct Octets
 {
     Octet octet[kOctets];
 };
 
 template <typename Octet>
-[[gnu::always_inline]] inline Cut<Octet, 4> cutByFour(const float (*vectors)[32]) noexcept
+[[gnu::always_inline]] inline Octets<Octet, 4> splitIntoOctets(const float (*vectors)[32]) noexcept
 {
-    constexpr bool kGradual = std::is_same_v<Octet, GradualOne>;
-    constexpr int kLanes = std::is_same_v<Octet, Two> ? 16 : 8;
+    constexpr bool kSubnormalSafe = std::is_same_v<Octet, SafeOctet>;
+    constexpr int kLanes = std::is_same_v<Octet, TwoOctets> ? 16 : 8;
     const LanePair<float, 2 * kLanes> halves = deinterleaved(load<4 * kLanes>(&vectors[0][0]));
     const LanePair<float, kLanes> even = deinterleaved(halves.even);
     const LanePair<float, kLanes> odd = deinterleaved(halves.odd);
-    return {{valuesOf<kGradual>(even.even), valuesOf<kGradual>(odd.even), valuesOf<kGradual>(even.odd),
-             valuesOf<kGradual>(odd.odd)}};
+    return {{valuesOf<kSubnormalSafe>(even.even), valuesOf<kSubnormalSafe>(odd.even),
+             valuesOf<kSubnormalSafe>(even.odd), valuesOf<kSubnormalSafe>(odd.odd)}};
 }
 
-// Products take single values of vectors: from the register of two transforms, of one alone faster from memory.
+// A product needs single values of a vector in all lanes. For one octet, loading them from memory is faster than a
+// permutation; for two octets, the permutation is.
 
 template <typename Octet>
-using Stored = std::conditional_t<std::is_same_v<Octet, GradualOne>, double, float>;
+using Stored = std::conditional_t<std::is_same_v<Octet, SafeOctet>, double, float>;
 
-[[gnu::always_inline]] inline void storeValues(float (&stored)[8], const One& vector) noexcept
+[[gnu::always_inline]] inline void storeValues(float (&stored)[8], const OneOctet& vector) noexcept
 {
     store(stored, vector);
 }
 
-[[gnu::always_inline, maybe_unused]] inline void storeValues(float (&)[8], const Two&) noexcept {}
+[[gnu::always_inline, maybe_unused]] inline void storeValues(float (&)[8], const TwoOctets&) noexcept {}
 
-[[gnu::always_inline]] inline void storeValues(double (&stored)[8], const GradualOne& vector) noexcept
+[[gnu::always_inline]] inline void storeValues(double (&stored)[8], const SafeOctet& vector) noexcept
 {
     store(stored, vector.doubles);
 }
 
 template <int kColumn>
-[[gnu::always_inline]] inline One spreadFrom(const One& /*vector*/, const float (&stored)[8]) noexcept
+[[gnu::always_inline]] inline OneOctet valueInAllLanes(const OneOctet& /*vector*/, const float (&stored)[8]) noexcept
 {
     return broadcast<8>(stored[kColumn]);
 }
 
 template <int kColumn>
-[[gnu::always_inline]] inline Two spreadFrom(const Two& vector, const float (&)[8]) noexcept
+[[gnu::always_inline]] inline TwoOctets valueInAllLanes(const TwoOctets& vector, const float (&)[8]) noexcept
 {
-    return spread<kColumn>(vector);
+    return copyToOctet<kColumn>(vector);
 }
 
 template <int kColumn>
-[[gnu::always_inline]] inline GradualOne spreadFrom(const GradualOne& /*vector*/, const double (&stored)[8]) noexcept
+[[gnu::always_inline]] inline SafeOctet valueInAllLanes(const SafeOctet& /*vector*/, const double (&stored)[8]) noexcept
 {
     return {broadcast<8>(stored[kColumn])};
 }
 
-/// Adds column kColumn of a product of one matrix with several vectors, the outputs of a product in lanes.
+/// Adds column kColumn to the products of one matrix with several vectors; lanes are outputs.
 template <int kColumn, typename Octet, std::size_t kVectors>
 [[gnu::always_inline]] inline void addColumn(const float (&columns)[8][8], const Octet (&vectors)[kVectors],
                                              const Stored<Octet> (&stored)[kVectors][8],
                                              Octet (&products)[kVectors]) noexcept
 {
-    const auto column = repeated<Octet>(columns[kColumn]);
+    const auto column = inEveryOctet<Octet>(columns[kColumn]);
 #pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) {
-        const Octet term = spreadFrom<kColumn>(vectors[v], stored[v]) * column;
+        const Octet term = valueInAllLanes<kColumn>(vectors[v], stored[v]) * column;
         products[v] = kColumn == 0 ? term : products[v] + term;
     }
 }
 
-/// Products of one matrix with several vectors; every sum begins with its first product, columns ascending.
+/// Products of one matrix with several vectors; every sum starts with its first product, columns ascending.
 template <typename Octet, std::size_t kVectors, int... kColumn>
 [[gnu::always_inline]] inline void multiply(const float (&columns)[8][8], const Octet (&vectors)[kVectors],
                                             Octet (&products)[kVectors],
@@ -157,28 +160,29 @@ template <typename Octet, std::size_t kVectors, int... kColumn>
     (addColumn<kColumn>(columns, vectors, stored, products), ...);
 }
 
-/// A DCT-III of 16 from the products of its halves.
+/// Combines the products of both halves to a DCT-III of size 16.
 template <typename Octet>
-[[gnu::always_inline]] inline Cut<Octet, 2> joinDct3Of16(const Octet& even, const Octet& odd) noexcept
+[[gnu::always_inline]] inline Octets<Octet, 2> combineDct3Of16(const Octet& even, const Octet& odd) noexcept
 {
-    const Octet scaled = odd * repeated<Octet>(transformTables.dct3Scale16);
+    const Octet scaled = odd * inEveryOctet<Octet>(transformTables.dct3Scale16);
     return {{even + scaled, even - scaled}};
 }
 
-/// A DCT-IV of 16 from the products of its halves.
+/// Combines the products of both halves to a DCT-IV of size 16.
 template <typename Octet>
-[[gnu::always_inline]] inline Cut<Octet, 2> joinDct4Of16(const Octet& a, const Octet& b) noexcept
+[[gnu::always_inline]] inline Octets<Octet, 2> combineDct4Of16(const Octet& a, const Octet& b) noexcept
 {
-    return {{repeated<Octet>(transformTables.dct4Scale16[0]) * (a + b),
-             repeated<Octet>(transformTables.dct4Scale16[1]) * (a - b)}};
+    return {{inEveryOctet<Octet>(transformTables.dct4Scale16[0]) * (a + b),
+             inEveryOctet<Octet>(transformTables.dct4Scale16[1]) * (a - b)}};
 }
 
 template <typename Octet>
-[[gnu::always_inline]] inline Cut<Octet, 4> joinDct3Of32(const Cut<Octet, 2>& even, const Cut<Octet, 2>& odd) noexcept
+[[gnu::always_inline]] inline Octets<Octet, 4> combineDct3Of32(const Octets<Octet, 2>& even,
+                                                               const Octets<Octet, 2>& odd) noexcept
 {
-    Cut<Octet, 4> out;
+    Octets<Octet, 4> out;
     for (int c = 0; c < 2; ++c) {
-        const Octet scaled = odd.octet[c] * repeated<Octet>(transformTables.dct3Scale32[c]);
+        const Octet scaled = odd.octet[c] * inEveryOctet<Octet>(transformTables.dct3Scale32[c]);
         out.octet[c] = even.octet[c] + scaled;
         out.octet[3 - c] = even.octet[c] - scaled;
     }
@@ -186,34 +190,35 @@ template <typename Octet>
 }
 
 template <typename Octet>
-[[gnu::always_inline]] inline Cut<Octet, 4> joinDct4Of32(const Cut<Octet, 2>& a, const Cut<Octet, 2>& b) noexcept
+[[gnu::always_inline]] inline Octets<Octet, 4> combineDct4Of32(const Octets<Octet, 2>& a,
+                                                               const Octets<Octet, 2>& b) noexcept
 {
-    Cut<Octet, 4> out;
+    Octets<Octet, 4> out;
     for (int c = 0; c < 2; ++c) {
-        const auto upper = repeated<Octet>(transformTables.dct4Scale32[0][c]);
-        const auto lower = repeated<Octet>(transformTables.dct4Scale32[1][c]);
+        const auto upper = inEveryOctet<Octet>(transformTables.dct4Scale32[0][c]);
+        const auto lower = inEveryOctet<Octet>(transformTables.dct4Scale32[1][c]);
         out.octet[c] = upper * (a.octet[c] + b.octet[c]);
         out.octet[3 - c] = lower * (a.octet[c] - b.octet[c]);
     }
     return out;
 }
 
-/// Stores one octet of outputs of every transform; those of odd index run backwards.
+/// Stores one octet of outputs of every transform; octets of odd index are reversed.
 template <int kStride>
-[[gnu::always_inline]] inline void storeOctet(int c, const One& octet, float* out) noexcept
+[[gnu::always_inline]] inline void storeOctet(int c, const OneOctet& octet, float* out) noexcept
 {
     store(out + 8 * c, c % 2 == 0 ? octet : reversed(octet));
 }
 
 template <int kStride>
-[[gnu::always_inline]] inline void storeOctet(int c, const Two& octet, float* out) noexcept
+[[gnu::always_inline]] inline void storeOctet(int c, const TwoOctets& octet, float* out) noexcept
 {
     storeOctet<kStride>(c, lowHalf(octet), out);
     storeOctet<kStride>(c, highHalf(octet), out + kStride);
 }
 
 template <int kStride>
-[[gnu::always_inline]] inline void storeOctet(int c, const GradualOne& octet, float* out) noexcept
+[[gnu::always_inline]] inline void storeOctet(int c, const SafeOctet& octet, float* out) noexcept
 {
     storeOctet<kStride>(c, singlesOf(octet), out);
 }
@@ -222,30 +227,30 @@ template <typename Octet, int kStride>
 [[gnu::always_inline]] inline void transformTogether(const float (*even)[32], const float (*odd)[32],
                                                      float* out) noexcept
 {
-    const Cut<Octet, 4> e = cutByFour<Octet>(even);
-    const Cut<Octet, 4> o = cutByFour<Octet>(odd);
+    const Octets<Octet, 4> e = splitIntoOctets<Octet>(even);
+    const Octets<Octet, 4> o = splitIntoOctets<Octet>(odd);
 
-    // DCT4_2 of the pair sums: u goes through a DCT-IV of 16, v through a DCT-III.
+    // DCT4_2 of the pair sums: u is the input of a DCT-IV of size 16, v of a DCT-III.
     const Octet u[2] = {e.octet[0] + e.octet[1], e.octet[2] + e.octet[3]};
-    const Octet v[2] = {movedUp(e.octet[3]) + e.octet[0], e.octet[1] + e.octet[2]};
-    // DCT2_2_X of the shifted pair sums: their even entries and the sums of odd neighbours, both through a DCT-III.
+    const Octet v[2] = {octetShiftedUp(e.octet[3]) + e.octet[0], e.octet[1] + e.octet[2]};
+    // DCT2_2_X of the shifted pair sums: p, their even entries, and q, sums of odd neighbours, are inputs of DCT-IIIs.
     const Octet p[2] = {o.octet[0], o.octet[2]};
-    const Octet q[2] = {o.octet[1] + movedUp(o.octet[3]), o.octet[3] + o.octet[1]};
+    const Octet q[2] = {o.octet[1] + octetShiftedUp(o.octet[3]), o.octet[3] + o.octet[1]};
 
     const Octet dct4Input[1] = {u[0] + u[1]};
-    const Octet dct3Input[7] = {u[0] + movedUp(u[1]), v[0], v[1] + movedUp(v[1]), p[0],
-                                p[1] + movedUp(p[1]), q[0], q[1] + movedUp(q[1])};
+    const Octet dct3Input[7] = {u[0] + octetShiftedUp(u[1]), v[0], v[1] + octetShiftedUp(v[1]), p[0],
+                                p[1] + octetShiftedUp(p[1]), q[0], q[1] + octetShiftedUp(q[1])};
     constexpr std::make_integer_sequence<int, 8> kAllColumns{};
     Octet dct4[1];
     Octet dct3[7];
     multiply(transformTables.dct4Columns, dct4Input, dct4, kAllColumns);
     multiply(transformTables.dct3Columns, dct3Input, dct3, kAllColumns);
 
-    const Cut<Octet, 4> a = joinDct4Of32(joinDct4Of16(dct4[0], dct3[0]), joinDct3Of16(dct3[1], dct3[2]));
-    const Cut<Octet, 4> b = joinDct3Of32(joinDct3Of16(dct3[3], dct3[4]), joinDct3Of16(dct3[5], dct3[6]));
+    const Octets<Octet, 4> a = combineDct4Of32(combineDct4Of16(dct4[0], dct3[0]), combineDct3Of16(dct3[1], dct3[2]));
+    const Octets<Octet, 4> b = combineDct3Of32(combineDct3Of16(dct3[3], dct3[4]), combineDct3Of16(dct3[5], dct3[6]));
     for (int c = 0; c < 4; ++c) {
-        const auto upper = repeated<Octet>(transformTables.dct4Scale64[0][c]);
-        const auto lower = repeated<Octet>(transformTables.dct4Scale64[1][c]);
+        const auto upper = inEveryOctet<Octet>(transformTables.dct4Scale64[0][c]);
+        const auto lower = inEveryOctet<Octet>(transformTables.dct4Scale64[1][c]);
         storeOctet<kStride>(c, upper * (a.octet[c] + b.octet[c]), out);
         storeOctet<kStride>(7 - c, lower * (a.octet[c] - b.octet[c]), out);
     }
@@ -254,26 +259,26 @@ template <typename Octet, int kStride>
 } // namespace
 
 template <int kCount, int kStride>
-void transformPairSums(const float (*even)[32], const float (*odd)[32], float* out, bool tiny) noexcept
+void transformPairSums(const float (*even)[32], const float (*odd)[32], float* out, bool mayBeSubnormal) noexcept
 {
-    if (tiny) {
+    if (mayBeSubnormal) {
         for (int t = 0; t < kCount; ++t) {
             if (anyNearUnderflow(even[t]) || anyNearUnderflow(odd[t])) {
-                transformTogether<GradualOne, kStride>(even + t, odd + t, out + t * kStride);
+                transformTogether<SafeOctet, kStride>(even + t, odd + t, out + t * kStride);
             } else {
-                transformTogether<One, kStride>(even + t, odd + t, out + t * kStride);
+                transformTogether<OneOctet, kStride>(even + t, odd + t, out + t * kStride);
             }
         }
         return;
     }
 
-    // Two transforms fill the widest vectors; narrower ones are full with one.
+    // Two transforms fill the widest vectors; one fills the narrower ones.
     constexpr int kTogether = kVectorFloats / 8 == 2 ? 2 : 1;
-    using Together = std::conditional_t<kTogether == 2, Two, One>;
+    using Together = std::conditional_t<kTogether == 2, TwoOctets, OneOctet>;
     int t = 0;
     for (; t + kTogether <= kCount; t += kTogether)
         transformTogether<Together, kStride>(even + t, odd + t, out + t * kStride);
-    if constexpr (kCount % kTogether != 0) transformTogether<One, kStride>(even + t, odd + t, out + t * kStride);
+    if constexpr (kCount % kTogether != 0) transformTogether<OneOctet, kStride>(even + t, odd + t, out + t * kStride);
 }
 
 template void transformPairSums<2, 64>(const float (*)[32], const float (*)[32], float*, bool) noexcept;

@@ -1,15 +1,14 @@
+// The cosine tables in the layout of the vector transforms.
 #pragma once
 
 namespace zrk_tarn
 {
 
-/// The cosine tables in the order in which lanes read them, filled by cosModTablesInit with the entries of the blocks
-/// of filterbank/cos_mod.h. Zero until then.
+/// Copies of entries of the blocks in filterbank/cos_mod.h, filled by cosModTablesInit and zero before.
 ///
-/// The 8-point products are formed column by column, so the matrices stand transposed. Three of the four
-/// are the same matrix, the DCT-III of size 8; the fourth is the DCT-IV of size 8.
-/// Halves are recombined in octets of eight outputs, of which every second one runs backwards (see transform.cpp); the
-/// scales run with them.
+/// The matrices are transposed, because products are computed column by column. Three of the four matrices of size 8
+/// are the same DCT-III; the fourth is the DCT-IV. Scales are stored in octets; every second octet is reversed, like
+/// the outputs in transform.cpp.
 struct TransformTables
 {
     float dct3Columns[8][8];    ///< Me, Mo of dct3Table16 and C2 of dct4Table16, [column][row]

@@ -1,58 +1,59 @@
+// Sets the default floating-point environment for a scope.
 #pragma once
 
 #include <cstdint>
-#if !defined __SSE2__ && !defined __aarch64__
+#if defined TARN_GENERIC
 #include <cfenv>
 #endif
 
 namespace zrk_tarn
 {
 
-/// The default floating-point environment for as long as the object lives: round to nearest, subnormal numbers kept,
-/// no traps. Then the caller's again, and its exception flags as they were.
+/// Sets the default floating-point environment (round to nearest, subnormal numbers kept, no traps) and restores the
+/// caller's environment and exception flags in the destructor.
 ///
-/// Hosts flush subnormals to zero on their audio threads, or round otherwise; results would change with it. Compilers
-/// take arithmetic for independent of the environment and may move it across a change, so the object belongs into a
-/// function that does no arithmetic itself but calls, without inlining, what does.
+/// Hosts may flush subnormals to zero on audio threads or use another rounding mode, which would change results.
+/// Compilers may move arithmetic across a change of the environment. Use the object only in a function that does no
+/// arithmetic itself, and call the arithmetic without inlining.
 ///
-/// One register is read and written on x86-64, two on 64-bit Arm. Real-time safe.
+/// Reads and writes one register on x86-64, two on 64-bit Arm. Real-time safe.
 class DefaultFloatEnvironment
 {
 public:
-#if defined __SSE2__
-    DefaultFloatEnvironment() noexcept : control_(__builtin_ia32_stmxcsr())
+#if defined __SSE2__ && !defined TARN_GENERIC
+    DefaultFloatEnvironment() noexcept : control(__builtin_ia32_stmxcsr())
     {
-        constexpr unsigned int kAllMasked = 0x1f80; // and no flag raised
+        constexpr unsigned int kAllMasked = 0x1f80; // no exception flag set
         __builtin_ia32_ldmxcsr(kAllMasked);
     }
 
     ~DefaultFloatEnvironment()
     {
-        __builtin_ia32_ldmxcsr(control_);
+        __builtin_ia32_ldmxcsr(control);
     }
-#elif defined __aarch64__
+#elif defined __aarch64__ && !defined TARN_GENERIC
     DefaultFloatEnvironment() noexcept
     {
-        asm volatile("mrs %0, fpcr" : "=r"(control_));
-        asm volatile("mrs %0, fpsr" : "=r"(flags_));
+        asm volatile("mrs %0, fpcr" : "=r"(control));
+        asm volatile("mrs %0, fpsr" : "=r"(flags));
         asm volatile("msr fpcr, %0" : : "r"(std::uint64_t{0}) : "memory");
     }
 
     ~DefaultFloatEnvironment()
     {
-        asm volatile("msr fpcr, %0" : : "r"(control_) : "memory");
-        asm volatile("msr fpsr, %0" : : "r"(flags_) : "memory");
+        asm volatile("msr fpcr, %0" : : "r"(control) : "memory");
+        asm volatile("msr fpsr, %0" : : "r"(flags) : "memory");
     }
 #else
     DefaultFloatEnvironment() noexcept
     {
-        std::fegetenv(&environment_);
+        std::fegetenv(&environment);
         std::fesetenv(FE_DFL_ENV);
     }
 
     ~DefaultFloatEnvironment()
     {
-        std::fesetenv(&environment_);
+        std::fesetenv(&environment);
     }
 #endif
 
@@ -60,13 +61,13 @@ public:
     DefaultFloatEnvironment& operator=(const DefaultFloatEnvironment&) = delete;
 
 private:
-#if defined __SSE2__
-    unsigned int control_; ///< control bits and flags
-#elif defined __aarch64__
-    std::uint64_t control_;
-    std::uint64_t flags_;
+#if defined __SSE2__ && !defined TARN_GENERIC
+    unsigned int control; ///< control bits and flags
+#elif defined __aarch64__ && !defined TARN_GENERIC
+    std::uint64_t control;
+    std::uint64_t flags;
 #else
-    std::fenv_t environment_;
+    std::fenv_t environment;
 #endif
 };
 

@@ -1,25 +1,23 @@
+// Vectors of neighbouring values, as wide as the instruction set.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <utility>
 
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
 #include <immintrin.h>
 #endif
 
-/// Neighbouring values worked on side by side, in vectors as wide as the instruction set that is compiled for.
+/// Lanes<T, kCount> holds kCount values in as many vector registers as they need, so that a stage is written once for
+/// all instruction sets. Arithmetic and comparisons work lane by lane and round like the scalar operators. Only
+/// anyOrderSum adds lanes to each other, so every stage defines the order of its sums.
 ///
-/// Lanes<T, kCount> holds kCount values in as many vector registers as that takes, so that a stage is written once for
-/// every instruction set. Arithmetic and comparisons work lane by lane and round as the scalar operators do; no
-/// operation here but anyOrderSum adds one lane to another, so the order of every sum is the one that its stage writes
-/// down.
-///
-/// The namespace is that of the instruction set: TARN_INSTRUCTION_SET is sse2, avx2, ... in turn, set by the build,
-/// which compiles every stage once for each. Nothing in it may call an inline function from outside, which could be
-/// compiled for a processor that lacks the instructions: hence no standard algorithms in the stages.
+/// The build compiles every stage once per instruction set and sets TARN_INSTRUCTION_SET to its name (sse2, avx2, ...),
+/// which is the namespace. Code in it must not call inline functions from outside, standard algorithms included: the
+/// linker keeps one copy, which may be compiled for an instruction set that the processor lacks.
 
-// Vectors wider than the baseline are passed between inlined functions only, so no calling convention is at stake.
+// Wide vectors are passed between inlined functions only, so the calling convention does not matter.
 #if defined __clang__
 #pragma clang diagnostic ignored "-Wpsabi"
 #else
@@ -40,7 +38,7 @@ inline constexpr int kVectorBytes = 16;
 /// Single-precision values in one vector register.
 inline constexpr int kVectorFloats = kVectorBytes / 4;
 
-/// The integer of a lane's size, as comparisons give it.
+/// The signed integer with the size of a lane, the type of comparison masks.
 template <int kBytes>
 struct LaneInteger;
 template <>
@@ -65,8 +63,7 @@ struct Lanes
     using Part [[gnu::vector_size(kPartBytes)]] = T;
     using Unaligned [[gnu::vector_size(kPartBytes), gnu::aligned(alignof(T)), gnu::may_alias]] = T;
 
-    /// The part numbers, for expressions that name every part; loops over parts would keep compilers from holding
-    /// them in registers.
+    /// The part indices, for pack expansions over all parts; with loops, compilers keep parts in memory.
     using Parts = std::make_integer_sequence<int, kParts>;
 
     /// True lanes are all ones, false ones zero.
@@ -95,7 +92,7 @@ template <typename Result, int... kPart, typename Operation, typename... L>
     return {{onPart<kPart>(operation, lanes...)...}};
 }
 
-/// The operation on the parts of the same number.
+/// Applies the operation to the parts of equal index.
 template <typename Result, typename Operation, typename... L>
 [[gnu::always_inline]] inline Result partwise(Operation operation, const L&... lanes) noexcept
 {
@@ -107,7 +104,7 @@ template <typename Result, typename Operation, typename... L>
 template <typename L, typename T, int... kPart>
 [[gnu::always_inline]] inline L loadParts(const T* values, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
-    // cppcheck-suppress constStatement ; not a statement but one element for each part
+    // cppcheck-suppress constStatement ; not a statement but one element per part
     return {{*reinterpret_cast<const typename L::Unaligned*>(values + kPart * L::kWidth)...}};
 }
 
@@ -138,7 +135,7 @@ template <typename L, typename T, int... kPart>
     return {{((void)kPart, value - typename L::Part{})...}};
 }
 
-/// The same value in every lane. Less zero is the value itself, minus zero included, which plus zero would lose.
+/// The same value in every lane. Subtracts zero because adding zero would turn minus zero into plus zero.
 template <int kCount, typename T>
 [[gnu::always_inline]] inline Lanes<T, kCount> broadcast(T value) noexcept
 {
@@ -225,7 +222,7 @@ template <typename T, int kCount>
     return partwise<Lanes<T, kCount>>([](auto m, auto x, auto y) { return m ? x : y; }, mask, a, b);
 }
 
-/// The same bits as another type of lane of the same size.
+/// Reinterprets the bits as another lane type of the same size.
 template <typename To, typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<To, kCount> bitsAs(const Lanes<T, kCount>& a) noexcept
 {
@@ -249,9 +246,9 @@ template <int kCount>
     return bitsAs<float>(bitsAs<std::int32_t>(a) | sign);
 }
 
-// --- Moving lanes --------------------------------------------------------------------------------------------------
+// --- Permutations --------------------------------------------------------------------------------------------------
 
-/// Lanes from two vectors by index; those of b follow those of a.
+/// Selects lanes from two vectors by index; the indices of b follow those of a.
 template <typename Result, typename Part, int... kIndex>
 [[gnu::always_inline]] inline Result shuffled(Part a, Part b, std::integer_sequence<int, kIndex...>) noexcept
 {
@@ -275,7 +272,7 @@ template <typename L, int... kPart>
     return {{shuffled<typename L::Part>(a.part[L::kParts - 1 - kPart], a.part[L::kParts - 1 - kPart], Backwards{})...}};
 }
 
-/// The lanes from the last to the first.
+/// The lanes in reverse order.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> reversed(const Lanes<T, kCount>& a) noexcept
 {
@@ -292,7 +289,7 @@ template <typename L, typename T, int... kPart>
         {shuffled<typename L::Part>(kPart == 0 ? below : a.part[kPart == 0 ? 0 : kPart - 1], a.part[kPart], Up{})...}};
 }
 
-/// Every lane one up; first enters at the bottom and the last lane leaves.
+/// Shifts every lane up by one; first becomes lane 0 and the last lane is dropped.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> shiftedUp(T first, const Lanes<T, kCount>& a) noexcept
 {
@@ -357,7 +354,7 @@ template <typename Whole, typename Half, int... kPart>
     }
 }
 
-/// Two halves as one.
+/// Concatenates two halves.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, 2 * kCount> joined(const Lanes<T, kCount>& low,
                                                           const Lanes<T, kCount>& high) noexcept
@@ -372,18 +369,18 @@ constexpr auto alternate(std::integer_sequence<int, kLane...>)
     return std::integer_sequence<int, (kFirst + kLane / 2 + (kLane % 2 == 0 ? 0 : kOther))...>{};
 }
 
-/// The lanes of the kHalf-th half of even and of odd in turn, one part of the result for each of kPart.
+/// Interleaves the lanes of half kHalf of even and odd.
 template <int kHalf, typename L, int... kPart>
 [[gnu::always_inline]] inline L interleavedHalf(const L& even, const L& odd,
                                                 std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
     using Lane = std::make_integer_sequence<int, L::kWidth>;
-    constexpr int kFirst = kHalf * L::kParts; // in halves of parts
+    constexpr int kFirst = kHalf * L::kParts; // counted in half parts
     return {{shuffled<typename L::Part>(even.part[(kFirst + kPart) / 2], odd.part[(kFirst + kPart) / 2],
                                         alternate<(kFirst + kPart) % 2 * L::kWidth / 2, L::kWidth>(Lane{}))...}};
 }
 
-/// The lanes of the lower half of even and of odd in turn.
+/// Interleaves the lower halves of even and odd.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> lowInterleaved(const Lanes<T, kCount>& even,
                                                               const Lanes<T, kCount>& odd) noexcept
@@ -391,7 +388,7 @@ template <typename T, int kCount>
     return interleavedHalf<0>(even, odd, typename Lanes<T, kCount>::Parts{});
 }
 
-/// The lanes of the upper half of even and of odd in turn.
+/// Interleaves the upper halves of even and odd.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> highInterleaved(const Lanes<T, kCount>& even,
                                                                const Lanes<T, kCount>& odd) noexcept
@@ -408,7 +405,7 @@ template <int kCount>
     return partwise<F>([](auto x) { return __builtin_convertvector(x, typename F::Part); }, a);
 }
 
-/// Truncates towards zero; for lanes within the range of the integer, the others are undefined.
+/// Truncates towards zero; the result of lanes outside the range of the integer is undefined.
 template <int kCount>
 [[gnu::always_inline]] inline Ints<kCount> truncated(const Floats<kCount>& a) noexcept
 {
@@ -416,14 +413,14 @@ template <int kCount>
     return partwise<I>([](auto x) { return __builtin_convertvector(x, typename I::Part); }, a);
 }
 
-// Conversions between the precisions. GCC would do the wider vectors by halves and pass those of two singles through
-// memory.
+// Conversions between single and double. GCC splits wide vectors into halves and passes vectors of two singles through
+// memory; the intrinsics avoid that.
 
-/// One part in double, of a vector with as many singles or, for two doubles, of the lower half of one.
+/// Converts a vector of singles to one part of doubles; for two doubles, the lower half of the vector.
 template <typename Double, typename Single>
 [[gnu::always_inline]] inline Double widened(const Single& a) noexcept
 {
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     if constexpr (sizeof(Single) == 16 && sizeof(Double) == 16) {
         return _mm_cvtps_pd(a);
     } else
@@ -449,7 +446,7 @@ template <int kCount>
     using D = Doubles<kCount>;
     if constexpr (D::kParts == Floats<kCount>::kParts) {
         return partwise<D>([](auto x) { return widened<typename D::Part>(x); }, a);
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     } else if constexpr (kCount == 4) {
         return {{widened<typename D::Part>(a.part[0]), widened<typename D::Part>(_mm_movehl_ps(a.part[0], a.part[0]))}};
 #endif
@@ -465,7 +462,7 @@ template <int kCount>
     using F = Floats<kCount>;
     if constexpr (Doubles<kCount>::kParts == F::kParts) {
         return partwise<F>([](auto x) { return __builtin_convertvector(x, typename F::Part); }, a);
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     } else if constexpr (kCount == 4) {
         return {{_mm_movelh_ps(_mm_cvtpd_ps(a.part[0]), _mm_cvtpd_ps(a.part[1]))}};
 #endif
@@ -474,19 +471,19 @@ template <int kCount>
     }
 }
 
-/// One part rounded to single and back in double.
+/// Rounds one part to single and converts it back to double.
 template <typename Double>
 [[gnu::always_inline]] inline Double roundedToSingle(Double a) noexcept
 {
-#if defined __x86_64__
+#if defined __x86_64__ && !defined TARN_GENERIC
     if constexpr (sizeof(Double) == 16) return _mm_cvtps_pd(_mm_cvtpd_ps(a));
 #endif
-    // The attribute belongs to a typedef. NOLINTNEXTLINE(modernize-use-using)
+    // A using declaration cannot have the attribute. NOLINTNEXTLINE(modernize-use-using)
     typedef float Single __attribute__((vector_size(sizeof(Double) / 2)));
     return widened<Double>(__builtin_convertvector(a, Single));
 }
 
-// --- Over all lanes ------------------------------------------------------------------------------------------------
+// --- Reductions ----------------------------------------------------------------------------------------------------
 
 /// Whether any lane of a mask is true.
 template <typename Integer, int kCount>
@@ -501,7 +498,7 @@ template <typename Integer, int kCount>
     }
 }
 
-/// The sum of all lanes, for terms whose sums are exact in any order.
+/// The sum of all lanes in unspecified order, for terms whose sums are exact.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline T anyOrderSum(const Lanes<T, kCount>& a) noexcept
 {

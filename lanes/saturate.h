@@ -1,3 +1,4 @@
+// Conversion of floats to 32-bit integers with saturation.
 #pragma once
 
 #include "lanes/lanes.h"
@@ -7,7 +8,7 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Truncates towards zero into 32 bits; what lies beyond the range takes its end, NaN becomes 0.
+/// Truncates towards zero and saturates to 32 bits; NaN becomes 0.
 inline std::int32_t saturatedToInt32(float value) noexcept
 {
     constexpr float kTop = 2147483648.0f;
@@ -16,27 +17,28 @@ inline std::int32_t saturatedToInt32(float value) noexcept
     return value == value ? static_cast<std::int32_t>(value) : 0;
 }
 
-/// True for lanes whose truncation has to saturate, and for NaN.
+/// True for lanes outside the range of 32 bits, and for NaN.
 template <int kCount>
 [[gnu::always_inline]] inline Ints<kCount> beyondInt32(const Floats<kCount>& a) noexcept
 {
     return ~(abs(a) < broadcast<kCount>(2147483648.0f));
 }
 
-/// Truncates towards zero into 32 bits; what lies beyond the range takes its end, NaN becomes 0.
+/// Truncates towards zero and saturates to 32 bits; NaN becomes 0.
 template <int kCount>
 [[gnu::always_inline]] inline Ints<kCount> saturatedToInt32(const Floats<kCount>& a) noexcept
 {
     const Floats<kCount> top = broadcast<kCount>(2147483648.0f);
-    // Zero where one of the ends stands; NaN is in none of the three ranges.
+    // Lanes outside the range are 0 here and become INT32_MAX or INT32_MIN below; NaN stays 0.
     const Ints<kCount> within = truncated(select(abs(a) < top, a, broadcast<kCount>(0.0f)));
     return within | ((top <= a) & broadcast<kCount>(INT32_MAX)) | ((a <= -top) & broadcast<kCount>(INT32_MIN));
 }
 
-/// Truncates a row of 64 with saturation: quickly, and where a lane is beyond the range all of it once more.
+/// Truncates a row of 64 values with saturation. Repeats the row with the slower saturating conversion only if a value
+/// is outside the range.
 ///
-/// valuesFrom(n)      the values from place n on, as many as a vector holds
-/// put(n, integers)   keeps them truncated; must not change what valuesFrom reads
+/// valuesFrom(n)      returns the vector of values that starts at index n
+/// put(n, integers)   stores the truncated vector; must not change what valuesFrom reads
 template <typename ValuesFrom, typename Put>
 [[gnu::always_inline]] inline void truncateRow(ValuesFrom valuesFrom, Put put) noexcept
 {

@@ -1,6 +1,8 @@
 // The meters of a stream.
 #include "stream/meter_board.h"
 
+#include "dispatch/instruction_sets.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -17,17 +19,6 @@ constexpr double kPeakFallDb = 20.0;     ///< within kPeakFallSeconds
 constexpr double kPeakFallSeconds = 1.7; ///< IEC 60268-10, type I
 constexpr double kRmsSeconds = 0.3;
 constexpr float kTrace = 1e-30f; ///< levels below it become 0, because subnormal numbers are slow
-
-/// The speed that the engine chose for a group in its last block; it keeps the choice of its last group only.
-SteeringSpeed speedOf(const ZRKTarn& engine, int g) noexcept
-{
-    const float strongest = std::max(std::fabs(engine.steerLR[g]), std::fabs(engine.steerFB[g]));
-    if (engine.tonalBlock != 0 || strongest >= engine.thres[g])
-        return engine.holdMidSmoothing != 0 ? SteeringSpeed::Mid : SteeringSpeed::Fast;
-    if (strongest >= engine.midThres[g]) return SteeringSpeed::Mid;
-    if (strongest >= engine.slowThres[g]) return SteeringSpeed::Slow;
-    return SteeringSpeed::Slower;
-}
 
 } // namespace
 
@@ -57,10 +48,12 @@ void MeterBoard::addLevel(std::size_t slot, const Row& row) noexcept
 
 void MeterBoard::addBlock(const ZRKTarn& engine, const SampleFaults& faults) noexcept
 {
+    std::int32_t speeds[kBandGroups];
+    chosenOperations().readSpeeds(engine, speeds);
     for (std::size_t g = 0; g < kBandGroups; ++g) {
         leftRight[g].store(engine.lrSlower[g], kRelaxed);
         frontBack[g].store(engine.fbSlower[g], kRelaxed);
-        speed[g].store(speedOf(engine, static_cast<int>(g)), kRelaxed);
+        speed[g].store(static_cast<SteeringSpeed>(speeds[g]), kRelaxed);
     }
     saturated.store(faults.saturated, kRelaxed);
     invalid.store(faults.invalid, kRelaxed);

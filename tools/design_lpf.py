@@ -279,10 +279,11 @@ def table_of(x):
 
 def print_table(table, figures):
     """The C++ file."""
+    print("// The prototype filter.")
     print('#include "filterbank/cos_mod.h"\n')
     print("// Made by tools/design_lpf.py > filterbank/lpf.cpp: least mean deviation from perfect reconstruction")
-    print("// under a stopband mask and limits on the taps, by successive quadratic programmes. The whole chain,")
-    print("// analysis and synthesis, reaches on these values in single precision")
+    print("// under a stopband mask and limits on the taps, by successive quadratic programmes. Figures of the whole")
+    print("// chain, analysis and synthesis, with these values in single precision")
     print("// (tools/design_lpf.py --check filterbank/lpf.cpp):")
     print("//")
     print("//   delay             %d frames" % figures["delay frames"])

@@ -201,7 +201,7 @@ void printRow(const char* name, double rate, const Measured& field, const float 
         lowest = std::min(lowest, reached);
         highest = std::max(highest, reached);
     }
-    std::printf("\n// Meant to be exceeded in %g %% of blocks; exceeded in %.2f to %.2f %%, by group. Standard error "
+    std::printf("\n// Design goal: exceeded in %g %% of blocks. Measured: %.2f to %.2f %%, by group. Standard error "
                 "%.4f at most\n",
                 100.0 * rate, 100.0 * lowest, 100.0 * highest, worst);
     std::printf("const float ZRKTarn::%s[16] = {\n", name);
@@ -218,8 +218,9 @@ void printTable()
     const Thresholds thresholds = thresholdsFor(field.whole, kOperatingPoint);
 
     std::printf(
+        "// The steering thresholds.\n"
         "#include \"engine/zrk_tarn.h\"\n\n"
-        "// Made by `design_thresholds table` (tools/design_thresholds.cpp): the magnitude of steering, the larger of\n"
+        "// Made by `design_thresholds table` (tools/design_thresholds.cpp): the steering magnitude, the larger of\n"
         "// left/right and front/back, that a diffuse field of independent pink noise exceeds at the rates below, at\n"
         "// 48 kHz over %d blocks; smoothed over neighbouring groups.\n"
         "// H. Rohling, Radar CFAR thresholding in clutter and multiple target situations, IEEE Trans. AES-19, "

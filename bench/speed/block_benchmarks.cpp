@@ -2,7 +2,7 @@
 #include "bench/speed/report.h"
 #include "bench/speed/stream.h"
 #include "bench/speed/ticks.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "tests/reference/reference_engine.h"
 
 #include <benchmark/benchmark.h>

@@ -2,7 +2,7 @@
 
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "tests/reference/reference_engine.h"
 
 #include <cstdint>

@@ -64,7 +64,7 @@ def count(program, instruction_set, blocks):
         run.check_returncode()
         calls, own = read_profile(profile.read_text().splitlines())
 
-    flow = f"zrk_tarn::{instruction_set}::processCine3(ZRKTarn&, unsigned int, unsigned int)"
+    flow = f"zrk_tarn::{instruction_set}::processCine3(ZRKTarn&)"
     counts = {}
     total = own[BLOCK_OPERATION] + sum(calls[BLOCK_OPERATION].values())
     for stage, instructions in calls[flow].items():

@@ -2,7 +2,7 @@
 #include "bench/speed/check.h"
 #include "bench/speed/stream.h"
 #include "bench/speed/summary.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 
 #include <benchmark/benchmark.h>
 

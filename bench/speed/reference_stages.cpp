@@ -40,7 +40,7 @@ constexpr Stage<Engine> kStageList[] = {
     {"transformPairSums, two", transformTwo},
     {"trackSpectrum", [](Engine& engine, std::uint32_t /*channels*/) { trackSpectrum(engine); }},
     {"measureLevels", [](Engine& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
-    {"findGroupPeaks", [](Engine& engine, std::uint32_t /*channels*/) { findGroupPeaks(engine); }},
+    {"group peaks", [](Engine& engine, std::uint32_t /*channels*/) { findGroupPeaks(engine); }},
     {"dominant group, tonality", [](Engine& engine, std::uint32_t /*channels*/) { judgeTonality(engine); }},
     {"smoothGroupPowers", [](Engine& engine, std::uint32_t /*channels*/) { smoothPowers(engine); }},
     {"steerBroadband", [](Engine& engine, std::uint32_t /*channels*/) { steerBroadband(engine); }},

@@ -3,7 +3,7 @@
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
 #include "bench/speed/ticks.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,32 +1,16 @@
+// Finds the stages of an instruction set by its name.
 #include "bench/speed/stages.h"
+#include "dispatch/instruction_set_list.h"
 
 namespace zrk_tarn
 {
 
-#if defined __x86_64__
-namespace sse2
-{
-extern const speed::StageFlow<ZRKTarn> kStages;
-}
-namespace avx2
-{
-extern const speed::StageFlow<ZRKTarn> kStages;
-}
-namespace avx512
-{
-extern const speed::StageFlow<ZRKTarn> kStages;
-}
-#elif defined __aarch64__
-namespace neon
-{
-extern const speed::StageFlow<ZRKTarn> kStages;
-}
-#else
-namespace generic
-{
-extern const speed::StageFlow<ZRKTarn> kStages;
-}
-#endif
+#define TARN_DECLARE(set, condition)                                                                                   \
+    namespace set                                                                                                      \
+    {                                                                                                                  \
+    extern const speed::StageFlow<ZRKTarn> kStages;                                                                    \
+    }
+TARN_FOR_EACH_INSTRUCTION_SET(TARN_DECLARE)
 
 } // namespace zrk_tarn
 
@@ -35,15 +19,9 @@ namespace speed
 
 StageFlow<ZRKTarn> stagesOf(std::string_view instructionSet)
 {
-#if defined __x86_64__
-    if (instructionSet == "avx512") return zrk_tarn::avx512::kStages;
-    if (instructionSet == "avx2") return zrk_tarn::avx2::kStages;
-    if (instructionSet == "sse2") return zrk_tarn::sse2::kStages;
-#elif defined __aarch64__
-    if (instructionSet == "neon") return zrk_tarn::neon::kStages;
-#else
-    if (instructionSet == "generic") return zrk_tarn::generic::kStages;
-#endif
+#define TARN_RETURN_IF_NAMED(set, condition)                                                                           \
+    if (instructionSet == #set) return zrk_tarn::set::kStages;
+    TARN_FOR_EACH_INSTRUCTION_SET(TARN_RETURN_IF_NAMED)
     return {};
 }
 

@@ -1,7 +1,9 @@
 #include "bench/speed/stages.h"
 
 #include "cinema/analysis.h"
+#include "cinema/dominant_bands.h"
 #include "cinema/group_peaks.h"
+#include "cinema/group_powers.h"
 #include "cinema/interpolation.h"
 #include "cinema/levels.h"
 #include "cinema/mixing.h"
@@ -11,6 +13,7 @@
 #include "cinema/synthesis.h"
 #include "cinema/tonality.h"
 #include "filterbank/transform.h"
+#include "filterbank/vector_pair_sums.h"
 #include "io/block_io.h"
 
 // Compiled once for every instruction set, as the stages are. Follows cinema/process_cine3.cpp; the check against the
@@ -58,7 +61,11 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
          trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
      }},
     {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
-    {"findGroupPeaks", [](ZRKTarn& engine, std::uint32_t /*channels*/) { findGroupPeaks(engine); }},
+    {"group peaks",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         findDominantBands(engine);
+         measureGroupPeaks(engine);
+     }},
     {"dominant group, tonality",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantGroup(engine);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
 #include "tests/reference/reference_processor.h"
 

@@ -2,6 +2,7 @@
 #include "cinema/synthesis.h"
 #include "engine/zrk_tarn.h"
 #include "filterbank/cos_mod.h"
+#include "filterbank/vector_pair_sums.h"
 #include "tests/support/random.h"
 
 #include <gtest/gtest.h>

@@ -37,6 +37,8 @@ void countTrap(int /*signal*/, siginfo_t* /*info*/, void* context)
     registers.gregs[REG_RAX] = -ENOSYS;
 #elif defined __aarch64__
     registers.regs[0] = static_cast<unsigned long long>(-ENOSYS);
+#elif defined __riscv
+    registers.__gregs[REG_A0] = static_cast<unsigned long>(-ENOSYS);
 #endif
 }
 

@@ -1,4 +1,4 @@
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"
 

@@ -1,5 +1,5 @@
 #include "bench/speed/ticks.h"
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"
 #include "tests/support/random.h"

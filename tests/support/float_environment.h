@@ -10,8 +10,8 @@ namespace tests
 /// A thread's floating-point control, as the processor's registers hold it.
 struct FloatEnvironment
 {
-    std::uint64_t control; ///< MXCSR without its flags, or FPCR
-    std::uint64_t flags;   ///< the exceptions that have been raised: those of MXCSR, or FPSR
+    std::uint64_t control; ///< MXCSR or fcsr without the flags, or FPCR
+    std::uint64_t flags;   ///< the exceptions that have been raised: those of MXCSR or fcsr, or FPSR
 
     friend bool operator==(const FloatEnvironment&, const FloatEnvironment&) = default;
 };
@@ -79,6 +79,28 @@ inline std::vector<EnvironmentSetting> allSettings()
                                                      std::pair{"down", 0x800000u}, std::pair{"to zero", 0xc00000u}})
             settings.push_back({rounding, flushing, kDefaultControl | flushBits | roundingBits});
     return settings;
+}
+
+#elif defined __riscv
+
+inline constexpr std::uint64_t kAllFlags = 0x1f;
+inline constexpr std::uint64_t kDefaultControl = 0;
+
+inline FloatEnvironment currentEnvironment()
+{
+    std::uint64_t both = 0;
+    asm volatile("frcsr %0" : "=r"(both));
+    return {both & ~kAllFlags, both & kAllFlags};
+}
+
+inline void setEnvironment(const FloatEnvironment& environment)
+{
+    asm volatile("fscsr %0" : : "r"(environment.control | environment.flags) : "memory");
+}
+
+inline std::vector<EnvironmentSetting> allSettings()
+{
+    return {{"to nearest", "none", 0x00}, {"to zero", "none", 0x20}, {"down", "none", 0x40}, {"up", "none", 0x60}};
 }
 
 #endif

@@ -1,4 +1,4 @@
-#include "engine/instruction_sets.h"
+#include "dispatch/instruction_sets.h"
 
 #include <gtest/gtest.h>
 

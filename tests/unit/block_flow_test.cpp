@@ -1,6 +1,7 @@
 #include "cinema/analysis.h"
 #include "cinema/synthesis.h"
 #include "filterbank/cos_mod.h"
+#include "filterbank/vector_pair_sums.h"
 #include "tests/support/engine.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/random.h"

@@ -1,5 +1,7 @@
 #include "cinema/band_layouts.h"
+#include "cinema/dominant_bands.h"
 #include "cinema/group_peaks.h"
+#include "cinema/group_powers.h"
 #include "cinema/levels.h"
 #include "cinema/spectrum.h"
 #include "cinema/tonality.h"
@@ -212,7 +214,8 @@ TEST(GroupPeaks, MeasuresTheDominantBandOfEveryGroup)
     engine->subband[1][13] = 1.0f;
     engine->subband[0][14] = 1.0f;
     engine->subband[1][14] = 2.0f;
-    findGroupPeaks(*engine);
+    findDominantBands(*engine);
+    measureGroupPeaks(*engine);
     EXPECT_EQ(engine->peakBand[8], 13);
     EXPECT_EQ(engine->peakTotal[8], 4.0f);
     EXPECT_EQ(engine->peakL[8], 3.0f);
@@ -226,7 +229,8 @@ TEST(GroupPeaks, GroupOfZerosKeepsItsMeasuresAndReportsItsFirstBand)
     const auto engine = engineAt(48000, 16);
     numberGroups(*engine);
     const ZRKTarn before = *engine;
-    findGroupPeaks(*engine);
+    findDominantBands(*engine);
+    measureGroupPeaks(*engine);
     const int firstBands[16] = {0, 1, 2, 3, 4, 6, 8, 10, 12, 16, 20, 24, 28, 36, 44, 52};
     for (int g = 0; g < 16; ++g) {
         EXPECT_EQ(engine->peakL[g], before.peakL[g]);
@@ -243,7 +247,8 @@ TEST(GroupPeaks, TiesKeepTheLowestBand)
     const auto engine = engineAt(48000, 16);
     engine->subband[0][52] = 5.0f;
     engine->subband[1][60] = -5.0f;
-    findGroupPeaks(*engine);
+    findDominantBands(*engine);
+    measureGroupPeaks(*engine);
     EXPECT_EQ(engine->peakBand[15], 52);
 }
 

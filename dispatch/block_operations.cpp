@@ -1,8 +1,8 @@
+// The table of block operations of one instruction set; compiled once for each.
 #include "cinema/process_cine3.h"
-#include "engine/instruction_sets.h"
+#include "cinema/speed_selection.h"
+#include "dispatch/instruction_sets.h"
 #include "io/block_io.h"
-
-// Compiled once for every instruction set: what it offers, under its name.
 
 #define TARN_NAME_OF(set) #set
 #define TARN_NAME(set) TARN_NAME_OF(set)
@@ -14,6 +14,7 @@ extern const BlockOperations kOperations = {
     .instructionSet = TARN_NAME(TARN_INSTRUCTION_SET),
     .readInputChannels = readInputChannels,
     .processCine3 = processCine3,
+    .readSpeeds = readSpeeds,
     .writeOutput = writeOutput,
     .convertOutput = convertOutput,
     .remapOutput = remapOutput,

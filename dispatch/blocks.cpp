@@ -1,13 +1,27 @@
-#include "engine/instruction_sets.h"
+// The engine's operations on blocks, forwarded to the chosen instruction set.
+#include "dispatch/instruction_sets.h"
 #include "engine/zrk_tarn.h"
 #include "lanes/float_environment.h"
 
-// Every operation works in the default floating-point environment, whatever the caller's thread is set to. The work
-// itself is called through pointers, so that no compiler moves arithmetic out of it.
+// Every operation runs in the default floating-point environment. The work is called through pointers, so that no
+// compiler moves arithmetic across the change of environment.
 
 using zrk_tarn::BlockOperations;
 using zrk_tarn::chosenOperations;
 using zrk_tarn::DefaultFloatEnvironment;
+
+namespace
+{
+
+/// Reads a block and upmixes it.
+void readAndUpmix(const BlockOperations& operations, ZRKTarn& engine, std::uint32_t frames,
+                  std::uint32_t channels) noexcept
+{
+    operations.readInputChannels(engine, frames, channels);
+    operations.processCine3(engine);
+}
+
+} // namespace
 
 std::uint32_t ZRKTarn::ReadInputChannels(std::uint32_t frames, std::uint32_t channels) noexcept
 {
@@ -19,7 +33,7 @@ std::uint32_t ZRKTarn::ReadInputChannels(std::uint32_t frames, std::uint32_t cha
 std::uint32_t ZRKTarn::ProcessCine3(std::uint32_t frames, std::uint32_t channels) noexcept
 {
     const DefaultFloatEnvironment environment;
-    chosenOperations().processCine3(*this, frames, channels);
+    readAndUpmix(chosenOperations(), *this, frames, channels);
     return 0;
 }
 
@@ -41,7 +55,7 @@ std::uint32_t ZRKTarn::ProcessCine3InterLeave(std::uint32_t frames, std::uint32_
 {
     const DefaultFloatEnvironment environment;
     const BlockOperations& operations = chosenOperations();
-    operations.processCine3(*this, frames, channels);
+    readAndUpmix(operations, *this, frames, channels);
     operations.writeOutput(*this, frames, channels);
     return 0;
 }
@@ -50,7 +64,7 @@ std::uint32_t ZRKTarn::ProcessCine3InterLeaveRemap(std::uint32_t frames, std::ui
 {
     const DefaultFloatEnvironment environment;
     const BlockOperations& operations = chosenOperations();
-    operations.processCine3(*this, frames, channels);
+    readAndUpmix(operations, *this, frames, channels);
     operations.convertOutput(*this, frames);
     operations.remapOutput(*this, frames, channels);
     return 0;

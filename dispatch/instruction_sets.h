@@ -1,0 +1,37 @@
+// The work on a block as a table of functions, one table per instruction set, and the choice between them.
+#pragma once
+
+#include "engine/zrk_tarn.h"
+
+#include <cstdint>
+#include <span>
+
+namespace zrk_tarn
+{
+
+/// The operations on a block, compiled for one instruction set. All sets give the same bits.
+struct BlockOperations
+{
+    const char* instructionSet; ///< its name: "sse2", "avx2", "avx512"; "neon"; "generic"
+
+    void (*readInputChannels)(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*processCine3)(ZRKTarn& engine) noexcept;                                ///< without reading the input
+    void (*readSpeeds)(const ZRKTarn& engine, std::int32_t (&speed)[16]) noexcept; ///< see cinema/speed_selection.h
+    std::uint32_t (*writeOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*convertOutput)(ZRKTarn& engine, std::uint32_t frames) noexcept;
+    std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+};
+
+/// All instruction sets of the build, slowest first.
+std::span<const BlockOperations* const> allOperations() noexcept;
+
+/// The instruction sets that this processor can run, slowest first.
+std::span<const BlockOperations* const> usableOperations() noexcept;
+
+/// The instruction set that engines work with: the fastest usable one, chosen when the library is loaded.
+const BlockOperations& chosenOperations() noexcept;
+
+/// Changes the instruction set that engines work with, for tests and measurements. Not while a block is processed.
+void chooseOperations(const BlockOperations& operations) noexcept;
+
+} // namespace zrk_tarn

@@ -1,0 +1,144 @@
+// Arithmetic whose speed does not depend on subnormal numbers, with the bits of single precision.
+#pragma once
+
+#include "lanes/lanes.h"
+
+#include <cstddef>
+#include <type_traits>
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
+
+// After a signal has stopped, recursive means decay into the subnormal numbers and stay there; so do products with
+// them. A processor may need a hundred times longer for an operation with a subnormal operand or result. In double
+// precision no sum or product of two singles is subnormal. A double has more than twice the digits of a single, so the
+// result rounded to single has the same bits as in single precision.
+
+/// The product of two singles, computed in double. The powers of two cancel; they prevent that the compiler computes in
+/// single precision.
+inline float subnormalSafeProduct(float a, float b) noexcept
+{
+    return static_cast<float>((static_cast<double>(a) * 0x1p64) * (static_cast<double>(b) * 0x1p-64));
+}
+
+/// Singles held as doubles and rounded to single after every operation: slower, but at the same speed for all values.
+template <int kCount>
+struct SubnormalSafe
+{
+    Doubles<kCount> doubles;
+};
+
+/// Rounds to single. The empty asm hides from the compiler that the operands were singles; otherwise it would compute
+/// in single precision.
+template <int kCount>
+[[gnu::always_inline]] inline SubnormalSafe<kCount> rounded(const Doubles<kCount>& exact) noexcept
+{
+    return {partwise<Doubles<kCount>>(
+        [](auto part) {
+#if defined __x86_64__ && !defined TARN_GENERIC
+            asm("" : "+v"(part));
+#elif defined __aarch64__ && !defined TARN_GENERIC
+            asm("" : "+w"(part));
+#else
+            asm("" : "+m"(part));
+#endif
+            return roundedToSingle(part);
+        },
+        exact)};
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline SubnormalSafe<kCount> operator+(const SubnormalSafe<kCount>& a,
+                                                              const SubnormalSafe<kCount>& b) noexcept
+{
+    return rounded(a.doubles + b.doubles);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline SubnormalSafe<kCount> operator-(const SubnormalSafe<kCount>& a,
+                                                              const SubnormalSafe<kCount>& b) noexcept
+{
+    return rounded(a.doubles - b.doubles);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline SubnormalSafe<kCount> operator*(const SubnormalSafe<kCount>& a,
+                                                              const SubnormalSafe<kCount>& b) noexcept
+{
+    return rounded(a.doubles * b.doubles);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline SubnormalSafe<kCount> reversed(const SubnormalSafe<kCount>& a) noexcept
+{
+    return {reversed(a.doubles)};
+}
+
+/// The operands of a stage that is compiled for both kinds of arithmetic.
+template <bool kSubnormalSafe, int kCount>
+using Values = std::conditional_t<kSubnormalSafe, SubnormalSafe<kCount>, Floats<kCount>>;
+
+template <bool kSubnormalSafe, int kCount>
+[[gnu::always_inline]] inline Values<kSubnormalSafe, kCount> valuesOf(const Floats<kCount>& singles) noexcept
+{
+    if constexpr (kSubnormalSafe) {
+        return {toDouble(singles)};
+    } else {
+        return singles;
+    }
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> singlesOf(const Floats<kCount>& values) noexcept
+{
+    return values;
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> singlesOf(const SubnormalSafe<kCount>& values) noexcept
+{
+    return toFloat(values.doubles);
+}
+
+/// a * b, in double if kSubnormalSafe.
+template <bool kSubnormalSafe, int kCount>
+[[gnu::always_inline]] inline Floats<kCount> product(const Floats<kCount>& a, const Floats<kCount>& b) noexcept
+{
+    return singlesOf(valuesOf<kSubnormalSafe>(a) * valuesOf<kSubnormalSafe>(b));
+}
+
+/// The same with one factor for all lanes.
+template <bool kSubnormalSafe, int kCount>
+[[gnu::always_inline]] inline Floats<kCount> product(const Floats<kCount>& a, float b) noexcept
+{
+    return product<kSubnormalSafe>(a, broadcast<kCount>(b));
+}
+
+/// Magnitudes below this bound are near underflow. The product of two factors above it is never subnormal. Signals are
+/// far louder; only means, weights and weighted values get this small.
+inline constexpr float kNearUnderflow = 0x1p-60f;
+
+/// True for lanes whose products may be subnormal; false for zero. Decides speed, never results.
+template <int kCount>
+[[gnu::always_inline]] inline Ints<kCount> nearUnderflow(const Floats<kCount>& a) noexcept
+{
+    const Floats<kCount> magnitude = abs(a);
+    return (magnitude < broadcast<kCount>(kNearUnderflow)) & (broadcast<kCount>(0.0f) < magnitude);
+}
+
+inline bool nearUnderflow(float a) noexcept
+{
+    return a != 0.0f && __builtin_fabsf(a) < kNearUnderflow;
+}
+
+/// Whether any value of a row is near underflow.
+template <std::size_t kCount>
+inline bool anyNearUnderflow(const float (&values)[kCount]) noexcept
+{
+    constexpr int kWidth = kVectorFloats;
+    Ints<kWidth> near = broadcast<kWidth>(std::int32_t{0});
+    for (std::size_t n = 0; n < kCount; n += kWidth) near = near | nearUnderflow(load<kWidth>(values + n));
+    return any(near);
+}
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET
