@@ -1,3 +1,4 @@
+// Streams never allocate, lock or make a system call after construction.
 #include "stream/upmix_stream.h"
 
 #include "tests/realtime/call_guard.h"
@@ -12,9 +13,6 @@
 #include <optional>
 #include <vector>
 
-// What a stream promises to a real-time thread once it is made: whatever the host does with it, nothing is allocated,
-// locked or asked of the kernel.
-
 namespace tests
 {
 
@@ -26,76 +24,76 @@ using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
-constexpr std::uint32_t kMostFrames = 3000;
+constexpr std::uint32_t kMaxFrames = 3000;
 constexpr std::uint32_t kSlots = 8;
 constexpr zrk_tarn::RemapGains kGains = {{{1u << 28}, {0, 1u << 28}, {0, 0, 1u << 28}}};
 
-/// A stream and a host that does anything with it.
-class StreamLife
+/// A stream and a host that calls its functions at random.
+class StreamSession
 {
 public:
-    explicit StreamLife(std::uint64_t seed)
-        : random_(seed),
-          stream_({.sampleRateHz = 96000,
-                   .format = static_cast<SampleFormat>(seed % 5),
-                   .inputSlots = kSlots,
-                   .outputSlots = kSlots,
-                   .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
-          planar_(seed % 5 == 4),
-          buffer_(std::size_t{kMostFrames} * kSlots)
+    explicit StreamSession(std::uint64_t seed)
+        : random(seed),
+          stream({.sampleRateHz = 96000,
+                  .format = static_cast<SampleFormat>(seed % 5),
+                  .inputSlots = kSlots,
+                  .outputSlots = kSlots,
+                  .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
+          planar(seed % 5 == 4),
+          buffer(std::size_t{kMaxFrames} * kSlots)
     {
-        for (float& sample : buffer_) sample = static_cast<float>(2.0 * random_.uniform());
-        for (std::size_t slot = 0; slot < kSlots; ++slot) rows_[slot] = &buffer_[slot * kMostFrames];
+        for (float& sample : buffer) sample = static_cast<float>(2.0 * random.uniform());
+        for (std::size_t slot = 0; slot < kSlots; ++slot) rows[slot] = &buffer[slot * kMaxFrames];
     }
 
-    void goOn()
+    void run()
     {
-        for (int i = 0; i < 300; ++i) act();
+        for (int i = 0; i < 300; ++i) step();
     }
 
 private:
-    void act()
+    void step()
     {
-        const auto frames = std::size_t{random_.below(kMostFrames + 1)};
-        switch (random_.below(12)) {
+        const auto frames = std::size_t{random.below(kMaxFrames + 1)};
+        switch (random.below(12)) {
         case 0:
-            stream_.reset();
+            stream.reset();
             break;
         case 1:
-            drained_ += stream_.drain(buffer_.data(), frames);
+            drained += stream.drain(buffer.data(), frames);
             break;
         case 2:
-            stream_.setBypass(!stream_.bypassed());
+            stream.setBypass(!stream.bypassed());
             break;
         case 3:
-            stream_.setMakeUpGain(static_cast<float>(10.0 * random_.uniform()));
+            stream.setMakeUpGain(static_cast<float>(10.0 * random.uniform()));
             break;
         case 4:
-            stream_.setMode(random_.chance(2) ? SteeringMode::Fast : SteeringMode::Calm);
+            stream.setMode(random.chance(2) ? SteeringMode::Fast : SteeringMode::Calm);
             break;
         case 5:
-            stream_.setRemap(kGains);
+            stream.setRemap(kGains);
             break;
         case 6:
-            drained_ += stream_.meters().saturated;
+            drained += stream.meters().saturated;
             break;
         case 7:
-            stream_.process(nullptr, buffer_.data(), frames);
+            stream.process(nullptr, buffer.data(), frames);
             break;
         case 8:
-            if (planar_) stream_.processPlanar(rows_.data(), rows_.data(), frames);
+            if (planar) stream.processPlanar(rows.data(), rows.data(), frames);
             break;
         default:
-            stream_.process(buffer_.data(), buffer_.data(), frames);
+            stream.process(buffer.data(), buffer.data(), frames);
         }
     }
 
-    Random random_;
-    UpmixStream stream_;
-    bool planar_;
-    std::vector<float> buffer_;
-    std::array<float*, kSlots> rows_;
-    std::uint64_t drained_ = 0;
+    Random random;
+    UpmixStream stream;
+    bool planar;
+    std::vector<float> buffer;
+    std::array<float*, kSlots> rows;
+    std::uint64_t drained = 0;
 };
 
 class RealTimeStream : public testing::TestWithParam<int>
@@ -103,7 +101,7 @@ class RealTimeStream : public testing::TestWithParam<int>
 protected:
     void SetUp() override
     {
-        if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage stands between the library and the system";
+        if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage adds calls";
     }
 
     std::uint64_t seed() const { return static_cast<std::uint64_t>(GetParam()); }
@@ -113,15 +111,15 @@ protected:
 
 TEST_P(RealTimeStream, NeitherAllocatesNorLocks)
 {
-    StreamLife life(seed());
-    EXPECT_EQ(forbiddenCallsOf([&] { life.goOn(); }), ForbiddenCalls{}) << "seed " << seed();
-    EXPECT_GE(forbiddenCallsOf([&] { StreamLife(seed()).goOn(); }).allocations, 1u) << "making a stream allocates";
+    StreamSession session(seed());
+    EXPECT_EQ(forbiddenCallsOf([&] { session.run(); }), ForbiddenCalls{}) << "seed " << seed();
+    EXPECT_GE(forbiddenCallsOf([&] { StreamSession(seed()).run(); }).allocations, 1u) << "constructors allocate";
 }
 
 TEST_P(RealTimeStream, MakesNoSystemCall)
 {
-    StreamLife life(seed());
-    const auto calls = systemCallsOf([&] { life.goOn(); });
+    StreamSession session(seed());
+    const auto calls = systemCallsOf([&] { session.run(); });
     if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
     EXPECT_EQ(*calls, 0u) << "seed " << seed();
 }
