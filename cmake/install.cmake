@@ -1,4 +1,4 @@
-# What `cmake --install` lays down, in components: runtime, development, static, tool.
+# What `cmake --install` installs, in the components runtime, development, static and tool.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -20,7 +20,7 @@ install(
   TYPE INCLUDE
   COMPONENT development)
 
-# The CMake package. The static library is a component of its own, with targets of its own.
+# The CMake package. The static library is a separate component with separate targets.
 install(
   EXPORT zrk_tarn-shared
   NAMESPACE zrk_tarn::
@@ -31,14 +31,14 @@ install(
   NAMESPACE zrk_tarn::
   DESTINATION ${package_dir}
   COMPONENT static)
-# Until version 1 a minor version may change the interface.
+# Before version 1, minor versions can change the interface.
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/zrk_tarn-config-version.cmake COMPATIBILITY SameMinorVersion)
 install(
   FILES cmake/zrk_tarn-config.cmake ${PROJECT_BINARY_DIR}/zrk_tarn-config-version.cmake
   DESTINATION ${package_dir}
   COMPONENT development)
 
-# The pkg-config file finds the prefix from its own place, so that the prefix can be chosen at installation and moved.
+# The pkg-config file finds the prefix relative to itself, so that the prefix can be chosen and moved.
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE pkgconfig_dir)
 cmake_path(APPEND pkgconfig_dir pkgconfig)
 file(RELATIVE_PATH TARN_PREFIX_FROM_PKGCONFIG ${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})

@@ -1,3 +1,4 @@
+// Upmixes a buffer of 64 x 500 frames in place.
 #include <zrk_tarn/zrk_tarn_processor.h>
 
 #include <vector>
