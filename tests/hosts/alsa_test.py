@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Plays a known signal through the ALSA plug-in with a program: alsa_test.py HOST MODULE. HOST is aplay, ffmpeg, mpv or
-sox. The whole path has integers, so every sample has to equal the command's.
+"""Plays a known signal through the ALSA plug-in with a program: alsa_test.py HOST MODULE. HOST is aplay, ffmpeg, mpv
+or sox. The whole path has integers, so every sample has to equal the command's.
 """
 
 from pathlib import Path
@@ -74,8 +74,8 @@ def check_plug(setup):
 
 
 def check_page(setup):
-    """The configurations of docs/hosts/alsa.md, with stubs for the hardware: audio for tarn and for the default device is
-    upmixed, and the default device still records.
+    """The configurations of docs/hosts/alsa.md, with stubs for the hardware: audio for tarn and for the default
+    device is upmixed, and the default device still records.
     """
     page = (Path(__file__).parents[2] / "docs/hosts/alsa.md").read_text()
     (tarn,) = re.findall(r"^echo '(pcm\.tarn .*)' >> ~/\.asoundrc$", page, re.MULTILINE)

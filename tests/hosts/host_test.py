@@ -1,7 +1,7 @@
 """For the tests of all hosts: a known signal, the expected output of the command, and the table of results.
 
-Hosts with integers have to return the command's samples to the bit, hosts with floats within one step of 24 bits. Hosts
-run headless, with plug-ins of the build tree, in temporary directories.
+Hosts with integers have to return the command's samples to the bit, hosts with floats within one step of 24 bits.
+Hosts run headless, with plug-ins of the build tree, in temporary directories.
 """
 
 from dataclasses import dataclass
@@ -59,8 +59,9 @@ def command_output(source, directory, layout="3.0", bits=None, options=()):
 
 
 def live_output(samples, rate, phase, *options):
-    """The output of the command for samples, [frames, 2] left-aligned in 32 bits, as [frames, 3] floats. The samples start
-    at frame phase of a block of 64, as in a host that has been running before."""
+    """The output of the command for samples, [frames, 2] left-aligned in 32 bits, as [frames, 3] floats. The samples
+    start at frame phase of a block of 64, as in a host that has been running before.
+    """
     stream = numpy.concatenate([numpy.zeros((phase, 2), numpy.int32), samples]).astype("<i4")
     command = [os.environ["TARN"], "upmix", "--quiet", *options, "--raw", f"{rate}:32", "-", "-"]
     upmixed = subprocess.run(command, input=stream.tobytes(), capture_output=True, check=True).stdout
@@ -68,8 +69,9 @@ def live_output(samples, rate, phase, *options):
 
 
 def command_beside(given, played, rate):
-    """The output of the command for the played samples, [frames, 2] floats, with the delay of the host, and this delay in
-    frames. Finds the phase of the blocks by comparing the start of the host's output."""
+    """The output of the command for the played samples, [frames, 2] floats, with the delay of the host, and this
+    delay in frames. Finds the phase of the blocks by comparing the start of the host's output.
+    """
     samples = (played.astype(numpy.float64) * FULL_SCALE).astype(numpy.int64).astype(numpy.int32)
     for phase in range(64):
         try:
@@ -84,9 +86,10 @@ def command_beside(given, played, rate):
 
 
 def off_and_on(given, played, rate):
-    """Checks the output of a host that was bypassed for a while: the upmix, a linear fade to the input, a linear fade back.
-    Samples outside the fades have to be exact. Returns the greatest difference in the fades in steps of 24 bits, and the
-    delay in frames."""
+    """Checks the output of a host that was bypassed for a while: the upmix, a linear fade to the input, a linear fade
+    back. Samples outside the fades have to be exact. Returns the greatest difference in the fades in steps of 24
+    bits, and the delay in frames.
+    """
     wet, measured = command_beside(given, played, rate)
     plain = numpy.zeros_like(wet)
     plain[measured:, :2] = played[:-measured]

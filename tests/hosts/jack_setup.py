@@ -1,7 +1,7 @@
 """Runs the LV2 plug-in in jalv under a separate JACK server. LV2_PATH names the folder of the bundle.
 
-The server has no sound card and is in freewheel mode, so no sample depends on the machine's speed. One client plays into
-jalv, another one records the output of jalv and of the first client.
+The server has no sound card and is in freewheel mode, so no sample depends on the machine's speed. One client plays
+into jalv, another one records the output of jalv and of the first client.
 """
 
 import contextlib
@@ -124,9 +124,11 @@ def shown_if_it_fails():
 
 
 def jalv_output(rate, sizes, signal, lines=()):
-    """Plays a signal, [frames, 2] floats, through jalv. The cycles have sizes[0] frames at first and sizes[1] while playing.
-    lines are pairs of a position, 0 to 1, and a command for jalv. Returns the output of jalv, [frames, 3], and the played
-    samples, [frames, 2], both from the first frame of the signal on, and the latency that jalv reports, in frames."""
+    """Plays a signal, [frames, 2] floats, through jalv. The cycles have sizes[0] frames at first and sizes[1] while
+    playing. lines are pairs of a position, 0 to 1, and a command for jalv. Returns the output of jalv, [frames, 3],
+    and the played samples, [frames, 2], both from the first frame of the signal on, and the latency that jalv
+    reports, in frames.
+    """
     server = f"tarn{os.getpid()}x{rate}x{sizes[0]}"
     os.environ["JACK_DEFAULT_SERVER"] = server
     os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"

@@ -265,8 +265,8 @@ def check_changing_gain(descriptor, signal, source, directory, comparison):
 
 
 def check_click(descriptor, stereo, expected, off_value):
-    """Bypass for a while: a linear fade connects the upmix and the plain input, which have the same latency, so there is no
-    click.
+    """Bypass for a while: a linear fade connects the upmix and the plain input, which have the same latency, so there
+    is no click.
     """
     off, on = 64 * 300, 64 * 700
     wet = numpy.zeros((len(stereo) + LATENCY, 3))

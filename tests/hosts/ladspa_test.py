@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Plays a known signal through the LADSPA plug-in in a host: ladspa_test.py HOST PLUGIN. HOST is applyplugin (of LADSPA's
-tools), ffmpeg or sox.
+"""Plays a known signal through the LADSPA plug-in in a host: ladspa_test.py HOST PLUGIN. HOST is applyplugin (of
+LADSPA's tools), ffmpeg or sox.
 """
 
 import os
@@ -140,8 +140,8 @@ def check_ten_minutes(directory):
 
 
 def ffmpeg(directory):
-    """All rates; a layout with channel names; changes while playing; and the plug-in with three inputs, with which the host
-    compensates the latency.
+    """All rates; a layout with channel names; changes while playing; and the plug-in with three inputs, with which
+    the host compensates the latency.
     """
     compared = 0
     for rate in RATES:
@@ -168,7 +168,8 @@ def ffmpeg(directory):
 
 
 def sox_output(expected):
-    """The expected output of SoX: it converts the floats to 32-bit integers and rounds those to the 24 bits of the file.
+    """The expected output of SoX: it converts the floats to 32-bit integers and rounds those to the 24 bits of the
+    file.
     """
     floats = (as_floats(expected).astype(numpy.float64) * 2.0**31).astype(numpy.int64)
     return (numpy.minimum((floats + 128) >> 8, 2**23 - 1) << 8).astype(numpy.int32)

@@ -97,8 +97,9 @@ def compare(given, upmixed):
 
 
 def play_everywhere(directory):
-    """Plays in every program, rate and size, with bypass, mode and gain. Returns the number of samples and the delays by
-    program."""
+    """Plays in every program, rate and size, with bypass, mode and gain. Returns the number of samples and the delays
+    by program.
+    """
     compared = dict.fromkeys(HOSTS, 0)
     latencies = {name: set() for name in HOSTS}
     for rate in RATES:

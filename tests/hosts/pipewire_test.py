@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Tests the sink "Tarn upmix" in a separate PipeWire: pipewire_test.py CONFIGURATION, the configuration of the sink. Plays
-one signal of TARN_SOAK_MINUTES minutes, if the environment sets them, instead of many short ones.
+"""Tests the sink "Tarn upmix" in a separate PipeWire: pipewire_test.py CONFIGURATION, the configuration of the sink.
+Plays one signal of TARN_SOAK_MINUTES minutes, if the environment sets them, instead of many short ones.
 
-The device has no hardware. The test records the monitors of the device and of the sink. PipeWire plays in real time with
-a quantum that is long enough for a busy machine. Parts with lost cycles are played again; the table shows how many.
+The device has no hardware. The test records the monitors of the device and of the sink. PipeWire plays in real time
+with a quantum that is long enough for a busy machine. Parts with lost cycles are played again; the table shows how
+many.
 """
 
 from concurrent.futures import ThreadPoolExecutor
@@ -193,8 +194,10 @@ def found(rows, recording):
 
 
 def until_whole(session, samples, play, check, **places):
-    """Plays until nothing is lost and check(device, sink) returns a result, and returns this result. Both recordings start
-    with the first frame of the samples; that of the device a cycle later, which is the delay of PipeWire's filter."""
+    """Plays until nothing is lost and check(device, sink) returns a result, and returns this result. Both recordings
+    start with the first frame of the samples; that of the device a cycle later, which is the delay of PipeWire's
+    filter.
+    """
     for _ in range(ATTEMPTS):
         device, sink = session.record(play, **places)
         start = found(as_floats(samples), sink)
@@ -208,7 +211,9 @@ def until_whole(session, samples, play, check, **places):
 
 
 def upmixed(session, samples, play, expected=lambda front: front, **places):
-    """Plays to a sink and compares the device with the command. Returns the number of samples and the delay in frames."""
+    """Plays to a sink and compares the device with the command. Returns the number of samples and the delay in
+    frames.
+    """
     candidates = [expected(live_output(samples, session.rate, phase)) for phase in range(64)]
 
     def check(device, _):
@@ -239,7 +244,9 @@ def longest_gap(session, samples, *changes):
 
 
 def switched(session, samples):
-    """Bypasses for a while. Returns the number of samples, the greatest difference in the fades and the delay in frames."""
+    """Bypasses for a while. Returns the number of samples, the greatest difference in the fades and the delay in
+    frames.
+    """
 
     def play():
         played_with(session, samples, lambda: session.switch(0), lambda: session.switch(1))
@@ -283,8 +290,9 @@ def reported_latency():
 
 
 def played_long(session, minutes):
-    """Plays for minutes without a break and compares the device with the upmix of the sink's input, which has gaps if the
-    player was late. Returns the number of samples and the delay in frames."""
+    """Plays for minutes without a break and compares the device with the upmix of the sink's input, which has gaps if
+    the player was late. Returns the number of samples and the delay in frames.
+    """
     samples = known_signal(minutes * 60 * session.rate, 24)
     device, sink = session.record(lambda: session.play(samples, "--target", "tarn_upmix"))
     if found(as_floats(samples), sink) is None:

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Prints the table of the hosts: table.py FOLDER. The folder has the rows of the tests, and tests.xml with the results of
-CTest. A test without rows has a line with its result."""
+"""Prints the table of the hosts: table.py FOLDER. The folder has the rows of the tests, and tests.xml with the
+results of CTest. A test without rows has a line with its result.
+"""
 
 import json
 from pathlib import Path
