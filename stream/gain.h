@@ -1,4 +1,4 @@
-// Make-up gain in decibels, for whatever sets the gain of a stream.
+// Make-up gain in decibels, for user interfaces.
 #pragma once
 
 #include <cmath>
@@ -6,7 +6,7 @@
 namespace zrk_tarn
 {
 
-/// The range that users can choose from.
+/// The range that user interfaces offer.
 inline constexpr double kMinGainDb = -60.0;
 inline constexpr double kMaxGainDb = 18.0;
 

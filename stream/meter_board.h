@@ -13,8 +13,8 @@
 namespace zrk_tarn
 {
 
-/// Levels, steering and counters of a stream. The stream's thread writes them after every block, any thread reads them;
-/// neither takes locks.
+/// Levels, steering and counters of a stream. The stream's thread writes them after every block, any thread reads them,
+/// both without locks.
 class MeterBoard
 {
 public:

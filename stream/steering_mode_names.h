@@ -1,4 +1,4 @@
-// The names of the steering modes, for whatever lets users choose one.
+// The names of the steering modes, for user interfaces.
 #pragma once
 
 #include "stream/stream_types.h"

@@ -38,7 +38,7 @@ public:
 private:
     struct Unref
     {
-        void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
+        void operator()(GstCaps* owned) const { gst_caps_unref(owned); }
     };
     std::unique_ptr<GstCaps, Unref> caps;
 };

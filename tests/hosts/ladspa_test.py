@@ -185,7 +185,7 @@ def sox(directory):
         begins = []
         for size, effects in (
             (1000, ("pad", "0", f"{LATENCY}s", "ladspa", "tarn", "tarn_upmix_3")),
-            (8192, ("ladspa", "-l", "tarn", "tarn_upmix_3", 1, 1, 0)),  # takes the reported latency out
+            (8192, ("ladspa", "-l", "tarn", "tarn_upmix_3", 1, 1, 0)),  # compensates the reported latency
         ):
             run("sox", "--buffer", size, "-D", source, "-b", 24, result, "remix", 1, 2, 0, *effects)
             samples = read_samples(result)[0]

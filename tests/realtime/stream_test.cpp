@@ -109,7 +109,7 @@ protected:
 
 } // namespace
 
-TEST_P(RealTimeStream, NeitherAllocatesNorLocks)
+TEST_P(RealTimeStream, NeverAllocatesOrLocks)
 {
     StreamSession session(seed());
     EXPECT_EQ(forbiddenCallsOf([&] { session.run(); }), ForbiddenCalls{}) << "seed " << seed();

@@ -248,7 +248,7 @@ TEST(UpmixStream, PlanarOutputEqualsInterleavedOutput)
     UpmixStream interleaved(configuration);
     const Bytes expected = processed(interleaved, configuration, input, kFrames, random);
 
-    // The output takes the place of the input, left and right exchanged.
+    // In place, with left and right exchanged.
     std::vector<float> rows[3];
     for (auto& row : rows) row.resize(kFrames);
     for (std::size_t i = 0; i < kFrames; ++i) {
