@@ -1,3 +1,4 @@
+// The host object: construction and configuration.
 #include "host/zrk_tarn_processor.h"
 
 zrk_tarn_processor_t::zrk_tarn_processor_t() noexcept = default;

@@ -1,10 +1,9 @@
+// Block input and output for one instruction set.
 #pragma once
 
 #include "engine/zrk_tarn.h"
 
 #include <cstdint>
-
-// The input and output members of ZRKTarn (engine/zrk_tarn.h) of the same names, for one instruction set.
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -15,7 +14,7 @@ void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t chan
 /// ZRKTarn::WriteOutput.
 std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
 
-/// Replaces the first frames samples of the three output rows, engine scale, by host samples.
+/// Converts the first frames samples of the three output rows from engine scale to host samples.
 void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept;
 
 /// ZRKTarn::RemapOutput.

@@ -1,3 +1,4 @@
+// Reads host samples.
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
 
@@ -18,8 +19,8 @@ void convertInput(const std::int32_t (&samples)[64], float inputScale, float* ne
         return;
     }
 
-    // With a positive scale the sign of the sample is that of the scaled value, and rounding is truncation of its
-    // magnitude and a half. Zero stays zero.
+    // With a positive scale, sample and scaled value have the same sign, and rounding is truncation after adding 0.5
+    // with that sign. Zero stays zero.
     constexpr int kWidth = kVectorFloats;
     truncateRow(
         [&](int i) {
@@ -56,7 +57,7 @@ void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t chan
         std::int32_t samples[64];
         const bool read = dispatchContainer(
             bytes, [&](auto width) { readSlot<width>(engine.channelPtr[c], stride, frames, samples); });
-        // What is not read is silence.
+        // Samples that are not read are silence.
         for (std::uint32_t i = read ? frames : 0; i < 64; ++i) samples[i] = 0;
         convertInput(samples, engine.inputScale, engine.inputHistory[c] + 1024 - 64);
     }

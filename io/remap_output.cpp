@@ -1,3 +1,4 @@
+// Mixes output rows with the remap matrix and writes host samples.
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
 
@@ -9,20 +10,20 @@ namespace
 
 constexpr int kGainFractionBits = 28;
 
-/// One product of the mix. Sums are formed modulo 2^64: what is stored of them, bits 28 to 59 at most, is exact even
-/// where gains far above unity would overflow the signed sum.
+/// One product of the mix. Sums wrap modulo 2^64: the stored bits, 28 to 59 at most, are exact even if gains far above
+/// unity overflow a signed sum.
 std::uint64_t product(std::int32_t gain, std::int32_t sample) noexcept
 {
     return static_cast<std::uint64_t>(std::int64_t{gain} * sample);
 }
 
-/// The sum at sample scale, rounded towards minus infinity; stored with its low bytes, so it wraps and is not clipped.
+/// The sum at sample scale, rounded towards minus infinity. Only its low bytes are stored, so it wraps.
 std::uint32_t mixedSample(std::uint64_t sum) noexcept
 {
     return static_cast<std::uint32_t>(static_cast<std::int64_t>(sum) >> kGainFractionBits);
 }
 
-/// Mixes the terms of one host position, kTerms of them known at compile time.
+/// Mixes kTerms terms of one host position.
 template <int kBytes, int kTerms>
 void mixTerms(const std::int32_t* gains, const std::int32_t* const* sources, std::uint8_t* position, std::size_t stride,
               std::uint32_t frames) noexcept
@@ -50,7 +51,7 @@ std::uint32_t remapOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
                                                engine.remapCoeff[2][c]};
                 mixTerms<width, 3>(gains, engine.outputPtr, position, stride, frames);
             } else {
-                // Other counts, which SetRemapCoeff never leaves, store nothing and have no sources.
+                // SetRemapCoeff never sets other counts; they write nothing.
                 const std::uint32_t terms = engine.remapTermCount[c];
                 const std::int32_t* sources[3]{};
                 for (std::uint32_t j = 0; terms <= 3 && frames > 0 && j < terms; ++j)

@@ -1,3 +1,4 @@
+// Conversion between host samples and engine scale.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -12,19 +13,19 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Fixed gain of the input side, the float nearest to 2^6.5.
+/// Fixed input gain, the float nearest to 2^6.5.
 inline constexpr float kInputGain = 90.50966644287109f;
 
-/// Containers are little-endian; where the processor is too, they move as whole words.
+/// Containers are little-endian; little-endian processors copy them as words.
 inline constexpr bool kLittleEndian = std::endian::native == std::endian::little;
 
-/// Bytes of the container of a sample of bitsPerSample bits; meaningless widths give sizes that no path supports.
+/// Bytes of a sample's container; invalid widths give unsupported sizes.
 inline std::int32_t containerBytes(std::int32_t bitsPerSample) noexcept
 {
     return static_cast<std::int32_t>((std::int64_t{bitsPerSample} + 7) / 8);
 }
 
-/// Distance between the frames of an interleaved buffer, bytes. Of no use where no path supports the container.
+/// Bytes from one frame of an interleaved buffer to the next. Not used for unsupported containers.
 inline std::size_t frameStride(std::int32_t bytesPerSample, std::uint32_t channels) noexcept
 {
     return static_cast<std::size_t>(std::int64_t{bytesPerSample} * channels);
@@ -83,7 +84,7 @@ void storeSample(std::uint8_t* position, std::uint32_t sample) noexcept
     }
 }
 
-/// Host sample to engine scale: scaled, rounded half away from zero by the sign of the sample, then the input gain.
+/// Converts a host sample to engine scale: scales it, rounds half away from zero, and applies the input gain.
 inline float toEngineScale(std::int32_t sample, float inputScale) noexcept
 {
     if (sample == 0) return 0.0f;
@@ -92,7 +93,7 @@ inline float toEngineScale(std::int32_t sample, float inputScale) noexcept
     return static_cast<float>(saturatedToInt32(rounded)) * kInputGain;
 }
 
-/// How engine output becomes host samples.
+/// The conversion of engine output to host samples.
 struct HostRange
 {
     explicit HostRange(const ZRKTarn& engine) noexcept
@@ -104,7 +105,7 @@ struct HostRange
     std::int32_t floor;   ///< smallest host sample
 };
 
-/// Engine output to host sample: scaled, rounded half away from zero by its sign, clipped on the side of that sign.
+/// Converts engine output to a host sample: scales it, rounds half away from zero, and clips on the side of its sign.
 inline std::int32_t toHostSample(std::int32_t value, const HostRange& range) noexcept
 {
     if (value == 0) return 0;
@@ -117,11 +118,11 @@ inline std::int32_t toHostSample(std::int32_t value, const HostRange& range) noe
     return sample > range.floor ? sample : range.floor;
 }
 
-/// toHostSample for a row of the engine's, the whole of it whatever a host takes.
+/// toHostSample for a whole row of the engine.
 inline void convertRow(const std::int32_t (&row)[64], const HostRange& range, std::int32_t (&samples)[64]) noexcept
 {
-    // With a positive scale and zero within the range, the sign of the value is that of the scaled one, rounding is
-    // truncation of its magnitude and a half, and clipping on both sides is clipping on that of the sign.
+    // With a positive scale, value and scaled value have the same sign, and rounding is truncation after adding 0.5
+    // with that sign. With zero in the range, clipping on both sides is clipping on the side of the sign.
     if (!(range.scale > 0.0f) || range.floor > 0 || range.ceiling < 0) {
         for (int i = 0; i < 64; ++i) samples[i] = toHostSample(row[i], range);
         return;

@@ -1,3 +1,4 @@
+// Writes host samples.
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
 
@@ -25,7 +26,7 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
     const std::int32_t bytes = containerBytes(engine.bitsPerSample);
     const std::size_t stride = frameStride(bytes, channels);
 
-    // Channel after channel: where two share a slot, the later one wins.
+    // Channel after channel: if two share a slot, the last one wins.
     const bool written = dispatchContainer(bytes, [&](auto width) {
         const HostRange range(engine);
         for (int k = 0; k < 3; ++k) {
@@ -35,7 +36,7 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
                 convertRow(engine.outputBlock[k], range, samples);
                 writeSlot<width>(samples, frames, position, stride);
             } else {
-                // A row of the caller's may lie in the host buffer itself.
+                // A row of the caller may be in the host buffer itself.
                 for (std::uint32_t i = 0; i < frames; ++i)
                     storeSample<width>(position + i * stride,
                                        static_cast<std::uint32_t>(toHostSample(engine.outputPtr[k][i], range)));
@@ -45,7 +46,7 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
     return written ? 1 : 0;
 }
 
-// cppcheck-suppress constParameter ; the rows that it writes are the engine's
+// cppcheck-suppress constParameter ; it writes rows of the engine
 void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept
 {
     const HostRange range(engine);
@@ -56,7 +57,7 @@ void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept
             convertRow(engine.outputBlock[k], range, samples);
             for (std::uint32_t i = 0; i < frames; ++i) row[i] = samples[i];
         } else {
-            // A row of the caller's may be no longer than what is converted.
+            // A row of the caller may have only frames samples.
             for (std::uint32_t i = 0; i < frames; ++i) row[i] = toHostSample(row[i], range);
         }
     }

@@ -1,8 +1,8 @@
 // Designs the steering thresholds as constant-false-alarm detection, and measures what they do.
 //
-// A group follows its steering the faster the stronger it is. In a diffuse field, which has no source, all steering is
-// a false alarm: the thresholds are the steering magnitudes that are exceeded at given rates there, so that such a
-// field does not pump, and everything above them is followed at once.
+// The stronger the steering of a group, the faster the group follows it. In a diffuse field, which has no source, all
+// steering is a false alarm. The thresholds are the steering magnitudes that a diffuse field exceeds at given rates, so
+// that its image stays stable and stronger steering is followed at once.
 //
 // usage: design_thresholds table | rates | sweep
 //
@@ -48,11 +48,11 @@ double steeringOf(const ZRKTarn& engine, std::size_t group)
     return static_cast<double>(std::max(std::fabs(engine.steerLR[group]), std::fabs(engine.steerFB[group])));
 }
 
-/// Counts of steering magnitudes from 0 to 1 per group, in steps fine enough for the third decimal.
+/// Histograms of the steering magnitudes of every group, from 0 to 1, accurate to the third decimal.
 class Distribution
 {
 public:
-    /// Runs a diffuse field for a number of blocks, once it has settled.
+    /// Runs a diffuse field for a number of blocks after it has settled.
     Distribution(SteeringField& field, int blocks)
     {
         for (int i = 0; i < kSettlingBlocks; ++i) field.run(Scene{});
@@ -68,7 +68,7 @@ public:
             for (std::size_t bin = 0; bin < kBins; ++bin) counts_[g][bin] += other.counts_[g][bin];
     }
 
-    /// The magnitude that is reached or exceeded at a rate.
+    /// The magnitude that the given share of blocks reaches.
     double quantile(std::size_t group, double rate) const
     {
         const double allowed = rate * total(group);
@@ -78,7 +78,7 @@ public:
         return static_cast<double>(bin) / kBins;
     }
 
-    /// The rate at which a magnitude is reached or exceeded.
+    /// The share of blocks that reach a magnitude.
     double rateAbove(std::size_t group, double magnitude) const
     {
         double above = 0.0;
@@ -112,14 +112,14 @@ private:
     std::array<std::vector<double>, kGroups> counts_ = filledWithZeros();
 };
 
-/// A distribution over independent runs, and the spread of its quantiles between them.
+/// The distribution of all runs, and those of the single runs.
 struct Measured
 {
     Distribution whole;
     std::vector<Distribution> runs;
 };
 
-/// Independent runs, as many at a time as there are processors. Every engine is opened before the first one runs.
+/// Independent runs in parallel on all processors. Opens every engine before the first one runs.
 Measured measure(std::uint32_t rateHz, int runs, int blocksPerRun, std::uint64_t firstSeed = 1)
 {
     std::vector<SteeringField> fields;
@@ -140,8 +140,8 @@ Measured measure(std::uint32_t rateHz, int runs, int blocksPerRun, std::uint64_t
     return {whole, parts};
 }
 
-/// A quantile smoothed over neighbouring groups with the binomial weights 1, 4, 6, 4, 1; the outermost groups stand for
-/// those beyond them.
+/// A quantile smoothed over neighbouring groups with the binomial weights 1, 4, 6, 4, 1; the outermost groups are
+/// repeated.
 double smoothedQuantile(const Distribution& field, std::size_t group, double rate)
 {
     constexpr double kWeights[5] = {1.0 / 16.0, 4.0 / 16.0, 6.0 / 16.0, 4.0 / 16.0, 1.0 / 16.0};
@@ -173,7 +173,7 @@ void fillRow(const Distribution& field, double rate, float (&row)[kGroups])
         row[g] = static_cast<float>(std::round(1000.0 * smoothedQuantile(field, g, rate)) / 1000.0);
 }
 
-/// The three rows; where rounding brings two of a group together, the slower one gives way.
+/// The three rows; if rounding makes two thresholds of a group equal, the slower one is lowered.
 Thresholds thresholdsFor(const Distribution& field, FalseAlarmRates rates)
 {
     Thresholds thresholds{};
@@ -264,7 +264,7 @@ void printRates()
 // --- sweep
 // ---------------------------------------------------------------------------------------------------------------
 
-/// Root of the mean over the groups of the variances of the chosen left/right and front/back values.
+/// Standard deviation of the chosen left/right and front/back values; variances are averaged over the groups.
 double jitterOf(const Thresholds& thresholds, const Scene& scene)
 {
     constexpr int kBlocks = 6000;
@@ -297,8 +297,8 @@ double meanLeftRight(const ZRKTarn& engine)
     return sum / kGroups;
 }
 
-/// Blocks until a source in the field that jumps from one place to another has moved 90 % of the way, by the mean of
-/// the groups' left/right values over several jumps.
+/// Blocks until the image of a source that jumps from one position to another has moved 90 % of the way, by the mean
+/// left/right value of the groups over several jumps.
 double responseOf(const Thresholds& thresholds, double sourceGain, double from, double to)
 {
     constexpr int kJumps = 12;
@@ -307,10 +307,10 @@ double responseOf(const Thresholds& thresholds, double sourceGain, double from, 
     double start = 0.0;
     for (int jump = 0; jump < kJumps; ++jump) {
         SteeringField field(48000, static_cast<std::uint64_t>(100 + jump), &thresholds);
-        Scene scene{.place = from, .sourceGain = sourceGain, .fieldGain = 1.0};
+        Scene scene{.position = from, .sourceGain = sourceGain, .fieldGain = 1.0};
         for (int i = 0; i < kHold; ++i) field.run(scene);
         start += meanLeftRight(field.engine()) / kJumps;
-        scene.place = to;
+        scene.position = to;
         for (int i = 0; i < kHold; ++i) {
             field.run(scene);
             course[static_cast<std::size_t>(i)] += meanLeftRight(field.engine()) / kJumps;
@@ -326,7 +326,8 @@ double responseOf(const Thresholds& thresholds, double sourceGain, double from, 
 void printSweep()
 {
     const Measured field = measure(48000, 4, 150000);
-    std::printf("Image jitter (standard deviation of the chosen place) and response (blocks to 90 %% of a jump)\n\n");
+    std::printf(
+        "Image jitter (standard deviation of the chosen position) and response (blocks to 90 %% of a jump)\n\n");
     std::printf("| fast, %% | mid, %% | slow, %% | jitter, diffuse | source at 0 dB | 6 dB | 12 dB | left to right, 0 "
                 "dB | 6 dB "
                 "| side to centre, 0 dB | 6 dB |\n|---|---|---|---|---|---|---|---|---|---|---|\n");
@@ -338,7 +339,8 @@ void printSweep()
                 std::printf("| %g | %g | %g |", 100.0 * fast, 100.0 * mid, 100.0 * slow);
                 std::printf(" %.4f |", jitterOf(thresholds, Scene{}));
                 for (const double snr : {1.0, 2.0, 4.0})
-                    std::printf(" %.4f |", jitterOf(thresholds, {.place = 0.25, .sourceGain = snr, .fieldGain = 1.0}));
+                    std::printf(" %.4f |",
+                                jitterOf(thresholds, {.position = 0.25, .sourceGain = snr, .fieldGain = 1.0}));
                 for (const double to : {1.0, 0.5})
                     for (const double snr : {1.0, 2.0}) std::printf(" %.0f |", responseOf(thresholds, snr, 0.0, to));
                 std::printf("\n");

@@ -1,3 +1,4 @@
+// Pink noise.
 #pragma once
 
 #include <array>
@@ -10,8 +11,8 @@
 namespace design
 {
 
-/// Pink noise of unit power: independent white noises through first-order low-passes an octave apart, each with twice
-/// the power density of the next higher one, which add up to 1 / f within 1.3 dB above pi / 512 and are flat below.
+/// Pink noise of unit power: the sum of white noises through first-order low-passes at octave distances, each with
+/// twice the power density of the next higher one. The sum is 1 / f within 1.3 dB above pi / 512 and flat below.
 class PinkNoise
 {
 public:
@@ -40,7 +41,7 @@ public:
 private:
     static constexpr std::size_t kOctaves = 10;
 
-    /// -1 to 1; the generator is standardised, so that every machine gets the same noise.
+    /// -1 to 1; the same on every platform, because the standard defines the generator.
     double uniform() { return static_cast<double>(white_() >> 11) * 0x1p-52 - 1.0; }
 
     std::mt19937_64 white_;

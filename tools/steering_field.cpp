@@ -1,3 +1,4 @@
+// Runs the engine on test scenes to read its steering.
 #include "tools/steering_field.h"
 
 #include <algorithm>
@@ -45,8 +46,8 @@ void SteeringField::run(const Scene& scene)
     constexpr int kBytes = 3;
     constexpr double kHalfPi = std::numbers::pi / 2.0;
 
-    const double leftGain = scene.sourceGain * std::cos(kHalfPi * scene.place);
-    const double rightGain = scene.sourceGain * std::sin(kHalfPi * scene.place);
+    const double leftGain = scene.sourceGain * std::cos(kHalfPi * scene.position);
+    const double rightGain = scene.sourceGain * std::sin(kHalfPi * scene.position);
     std::uint8_t buffer[kBlock * kSlots * kBytes];
     for (int i = 0; i < kBlock; ++i) {
         const double source = scene.sourceGain == 0.0 ? 0.0 : source_.next();

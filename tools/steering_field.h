@@ -1,3 +1,4 @@
+// Runs the engine on test scenes to read its steering.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -17,19 +18,19 @@ struct Thresholds
     float slow[16];
 };
 
-/// A source at a place in a diffuse field of pink noise.
+/// A panned source in a diffuse field of pink noise.
 struct Scene
 {
-    double place = 0.0;      ///< 0 hard left, 0.5 centre, 1 hard right, by the sine/cosine law
+    double position = 0.0;   ///< 0 hard left, 0.5 centre, 1 hard right, by the sine/cosine law
     double sourceGain = 0.0; ///< 0 for the diffuse field alone
     double fieldGain = 1.0;  ///< of each channel's independent noise
 };
 
-/// Runs the engine itself on scenes, block by block, so that its steering can be read.
+/// Runs the engine on scenes, block by block.
 class SteeringField
 {
 public:
-    /// thresholds  null: those of the engine
+    /// thresholds  null keeps those of the engine
     SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds* thresholds = nullptr);
 
     /// Runs one block of 64 frames.

@@ -1,12 +1,13 @@
+// The Google Benchmark cases.
 #pragma once
 
 namespace speed
 {
 
-/// Registers the whole block in all its circumstances, for every usable instruction set.
+/// Registers benchmarks of whole blocks in all formats, for every usable instruction set.
 void registerBlockBenchmarks();
 
-/// Registers every stage alone, for every usable instruction set.
+/// Registers a benchmark of every stage, for every usable instruction set.
 void registerStageBenchmarks();
 
 } // namespace speed

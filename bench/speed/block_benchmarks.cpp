@@ -1,9 +1,10 @@
+// Benchmarks of whole blocks.
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/report.h"
 #include "bench/speed/stream.h"
-#include "bench/speed/ticks.h"
 #include "dispatch/instruction_sets.h"
 #include "tests/reference/reference_engine.h"
+#include "tests/support/ticks.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,8 +21,8 @@ using zrk_tarn::BlockOperations;
 
 constexpr std::size_t kWarmUpBlocks = 200;
 constexpr std::size_t kSilentBlocks = 60000;
-constexpr std::int64_t kBlocksOfPeriod = 16; ///< 1024 frames, a usual period of audio servers
-constexpr double kShortest = 0.05;           ///< seconds of measured time per benchmark
+constexpr std::int64_t kPeriodBlocks = 16; ///< 1024 frames, a usual period of audio servers
+constexpr double kMinSeconds = 0.05;       ///< measured time per benchmark
 
 void measureMusic(benchmark::State& state, auto& stream)
 {
@@ -29,7 +30,7 @@ void measureMusic(benchmark::State& state, auto& stream)
     std::size_t number = 0;
     for ([[maybe_unused]] const auto iteration : state) {
         stream.fill(number++);
-        report.add(ticksOf([&] { stream.process(); }));
+        report.add(tests::ticksOf([&] { stream.process(); }));
     }
 }
 
@@ -57,33 +58,33 @@ void silentBlocks(benchmark::State& state, const BlockOperations& operations)
     Report report(state);
     for ([[maybe_unused]] const auto iteration : state) {
         stream.fillWithSilence();
-        report.add(ticksOf([&] { stream.process(); }));
+        report.add(tests::ticksOf([&] { stream.process(); }));
     }
 }
 
-/// A buffer of every engine in turn, so that the records of many engines push each other out of the caches.
-void enginesInTurn(benchmark::State& state, const BlockOperations& operations)
+/// Processes a buffer of every engine in turn, so that many engines evict each other from the caches.
+void alternatingEngines(benchmark::State& state, const BlockOperations& operations)
 {
     zrk_tarn::chooseOperations(operations);
-    const auto blocksOfBuffer = static_cast<std::size_t>(state.range(1));
+    const auto bufferBlocks = static_cast<std::size_t>(state.range(1));
     std::deque<Stream<ZRKTarn>> streams;
-    for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain, blocksOfBuffer).run(20);
+    for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain, bufferBlocks).run(20);
     Report report(state);
     std::size_t turn = 0;
     for ([[maybe_unused]] const auto iteration : state) {
         Stream<ZRKTarn>& stream = streams[turn++ % streams.size()];
-        for (std::size_t block = 0; block < blocksOfBuffer; ++block) stream.fill(turn + block, block);
-        const std::uint64_t spent = ticksOf([&] {
-            for (std::size_t block = 0; block < blocksOfBuffer; ++block) {
-                stream.pointTo(block);
+        for (std::size_t block = 0; block < bufferBlocks; ++block) stream.fill(turn + block, block);
+        const std::uint64_t spent = tests::ticksOf([&] {
+            for (std::size_t block = 0; block < bufferBlocks; ++block) {
+                stream.select(block);
                 stream.process();
             }
         });
-        report.add(spent / blocksOfBuffer);
+        report.add(spent / bufferBlocks);
     }
 }
 
-/// An engine for each thread. The threads begin to process blocks together, after the first has chosen how.
+/// One engine per thread. The first thread chooses the instruction set; then all start together.
 void threads(benchmark::State& state, const BlockOperations& operations)
 {
     if (state.thread_index() == 0) zrk_tarn::chooseOperations(operations);
@@ -93,7 +94,7 @@ void threads(benchmark::State& state, const BlockOperations& operations)
 
 benchmark::internal::Benchmark* add(const std::string& name, auto work)
 {
-    return benchmark::RegisterBenchmark(name.c_str(), work)->UseManualTime()->MinTime(kShortest);
+    return benchmark::RegisterBenchmark(name.c_str(), work)->UseManualTime()->MinTime(kMinSeconds);
 }
 
 } // namespace
@@ -110,9 +111,10 @@ void registerBlockBenchmarks()
             add(set + format.name,
                 [&format, operations](benchmark::State& state) { blocks(state, *operations, format); });
         add(set + "long silence", [operations](benchmark::State& state) { silentBlocks(state, *operations); });
-        add(set + "engines in turn", [operations](benchmark::State& state) { enginesInTurn(state, *operations); })
+        add(set + "alternating engines",
+            [operations](benchmark::State& state) { alternatingEngines(state, *operations); })
             ->ArgNames({"engines", "blocks"})
-            ->ArgsProduct({{1, 10, 100, 1000}, {1, kBlocksOfPeriod}});
+            ->ArgsProduct({{1, 10, 100, 1000}, {1, kPeriodBlocks}});
         add(set + "engine per thread", [operations](benchmark::State& state) {
             threads(state, *operations);
         })->Threads(2);

@@ -1,3 +1,4 @@
+// Compares outputs with the reference engine before anything is measured.
 #include "bench/speed/check.h"
 
 #include "bench/speed/stages.h"

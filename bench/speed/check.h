@@ -1,11 +1,11 @@
+// Compares outputs with the reference engine before anything is measured.
 #pragma once
 
 namespace speed
 {
 
-/// Compares every byte of the output of every usable instruction set and format with that of the reference engine, over
-/// music and the silence behind it, and that of the stages one by one too. Prints where they first differ; a wrong
-/// result has no speed.
+/// Compares all outputs of every usable instruction set and format with those of the reference engine, for music and
+/// silence, for whole blocks and for the list of stages. Prints the first difference.
 bool sameAsReference();
 
 } // namespace speed

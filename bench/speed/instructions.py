@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Instructions per block, in all and per stage, of every instruction set that valgrind can run.
+"""Counts instructions per block, in total and per stage, for every instruction set that valgrind can run.
 
     bench/speed/instructions.py
 
-Needs valgrind and the build of preset bench. Two runs of different length are counted, and the difference taken, so
-that what happens once does not count. Standard library only.
+Needs valgrind and the build of preset bench. The result is the difference of two runs of different length, which
+excludes initialization.
 """
 
 import argparse
@@ -20,7 +20,7 @@ BLOCK_OPERATION = "ZRKTarn::ProcessCine3InterLeave(unsigned int, unsigned int)"
 
 
 def read_profile(lines):
-    """Callees with inclusive instructions, {caller: {callee: instructions}}, and the functions' own instructions."""
+    """Inclusive instructions of callees, {caller: {callee: instructions}}, and the own instructions of functions."""
     names, calls, own = {}, {}, {}
     function = callee = None
     call_follows = False
@@ -73,7 +73,7 @@ def count(program, instruction_set, blocks):
         if stage != flow and not stage.endswith("chosenOperations()"):
             counts[short(stage)] = instructions
     counts["calls and the rest"] = total - sum(counts.values())
-    counts["in all"] = total
+    counts["total"] = total
     return counts
 
 

@@ -1,3 +1,4 @@
+// The command tarn_speed.
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/check.h"
 #include "bench/speed/stream.h"

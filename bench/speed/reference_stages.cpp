@@ -1,3 +1,4 @@
+// The stages of the reference engine.
 #include "bench/speed/stages.h"
 
 #include "tests/reference/reference_cinema.h"

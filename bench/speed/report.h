@@ -1,6 +1,7 @@
+// Reports measured ticks to Google Benchmark.
 #pragma once
 
-#include "bench/speed/ticks.h"
+#include "tests/support/ticks.h"
 
 #include <benchmark/benchmark.h>
 
@@ -10,8 +11,8 @@
 namespace speed
 {
 
-/// Hands what every iteration took to the benchmark, and at the end the median in ticks: the mean that Google Benchmark
-/// prints as time counts what other programs take, too.
+/// Reports the time of every iteration, and at the end the median in ticks. The mean that Google Benchmark prints
+/// includes interruptions by other programs.
 class Report
 {
 public:
@@ -19,7 +20,7 @@ public:
 
     ~Report()
     {
-        if (!spent_.empty()) state_.counters["ticks"] = {medianOf(spent_), benchmark::Counter::kAvgThreads};
+        if (!spent_.empty()) state_.counters["ticks"] = {tests::medianOf(spent_), benchmark::Counter::kAvgThreads};
     }
 
     Report(const Report&) = delete;
@@ -27,7 +28,7 @@ public:
 
     void add(std::uint64_t ticks)
     {
-        state_.SetIterationTime(static_cast<double>(ticks) / ticksPerSecond());
+        state_.SetIterationTime(static_cast<double>(ticks) / tests::ticksPerSecond());
         spent_.push_back(ticks);
     }
 

@@ -1,9 +1,10 @@
+// Benchmarks of single stages.
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/report.h"
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
-#include "bench/speed/ticks.h"
 #include "dispatch/instruction_sets.h"
+#include "tests/support/ticks.h"
 
 #include <benchmark/benchmark.h>
 
@@ -15,10 +16,9 @@ namespace speed
 namespace
 {
 
-constexpr double kShortest = 0.005; ///< seconds of measured time per benchmark
+constexpr double kMinSeconds = 0.005; ///< measured time per benchmark
 
-/// Runs whole blocks stage by stage, so that every stage meets the signal and the caches that it meets in a block, and
-/// measures one of them.
+/// Measures one stage. Runs all stages of every block, so that signal and caches are as in a block.
 template <typename Engine>
 void measureStage(benchmark::State& state, StageFlow<Engine> flow, const Stage<Engine>& measured)
 {
@@ -29,8 +29,8 @@ void measureStage(benchmark::State& state, StageFlow<Engine> flow, const Stage<E
         stream.fill(number++);
         std::uint64_t spent = 0;
         for (const Stage<Engine>& stage : flow) {
-            const std::uint64_t ofThis = ticksOf([&] { stage.run(stream.engine(), kPlain.slots()); });
-            if (&stage == &measured) spent = ofThis;
+            const std::uint64_t ticks = tests::ticksOf([&] { stage.run(stream.engine(), kPlain.slots()); });
+            if (&stage == &measured) spent = ticks;
         }
         report.add(spent);
     }
@@ -44,7 +44,7 @@ void registerStages(const char* instructionSet, StageFlow<Engine> flow)
         benchmark::RegisterBenchmark(name.c_str(),
                                      [flow, &stage](benchmark::State& state) { measureStage(state, flow, stage); })
             ->UseManualTime()
-            ->MinTime(kShortest);
+            ->MinTime(kMinSeconds);
     }
 }
 

@@ -1,3 +1,4 @@
+// The stages of one instruction set; compiled once for each.
 #include "bench/speed/stages.h"
 
 #include "cinema/analysis.h"
@@ -16,8 +17,7 @@
 #include "filterbank/vector_pair_sums.h"
 #include "io/block_io.h"
 
-// Compiled once for every instruction set, as the stages are. Follows cinema/process_cine3.cpp; the check against the
-// reference engine fails when the two drift apart.
+// The same order as in cinema/process_cine3.cpp; sameAsReference fails if they differ.
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {

@@ -1,3 +1,4 @@
+// The block operation as a list of stages.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -10,7 +11,7 @@
 namespace speed
 {
 
-/// One stage of the plain block operation, for all channels that it works on. Engine is ZRKTarn or reference::Engine.
+/// One stage of the plain block operation for all its channels. Engine is ZRKTarn or reference::Engine.
 template <typename Engine>
 struct Stage
 {
@@ -18,14 +19,14 @@ struct Stage
     void (*run)(Engine& engine, std::uint32_t channels);
 };
 
-/// The stages in the order of the signal, which together are the plain block operation of 64 frames.
+/// All stages of the plain block operation of 64 frames, in order.
 template <typename Engine>
 using StageFlow = std::span<const Stage<Engine>>;
 
 /// The stages of an instruction set by its name.
 StageFlow<ZRKTarn> stagesOf(std::string_view instructionSet);
 
-/// The stages of the reference engine under the same names, each with the moves that the other's does in passing.
+/// The stages of the reference engine under the same names.
 StageFlow<reference::Engine> referenceStages();
 
 } // namespace speed

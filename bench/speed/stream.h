@@ -1,7 +1,8 @@
+// An engine and its host buffer.
 #pragma once
 
-#include "bench/speed/music.h"
 #include "engine/zrk_tarn.h"
+#include "tests/support/music.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -13,17 +14,17 @@
 namespace speed
 {
 
-/// What a host hands over.
+/// The format of a host buffer.
 struct Format
 {
     const char* name;
     std::uint32_t rate; ///< Hz
     std::int32_t bits;
-    bool remap; ///< eight slots, four of them mixed through a matrix; otherwise six slots, three of them written
+    bool remap; ///< eight slots, four of them written; otherwise six slots, three of them written
 
     std::uint32_t slots() const { return remap ? 8 : 6; }
     std::size_t sampleBytes() const { return static_cast<std::size_t>(bits) / 8; }
-    std::size_t blockBytes() const { return kBlockFrames * slots() * sampleBytes(); }
+    std::size_t blockBytes() const { return tests::kBlockFrames * slots() * sampleBytes(); }
 };
 
 inline constexpr Format kPlain{"48 kHz, 16 bit", 48000, 16, false};
@@ -39,7 +40,7 @@ inline constexpr Format kFormats[] = {
     {"48 kHz, 32 bit, remap", 48000, 32, true},
 };
 
-/// An engine at work on a host buffer, in place. Engine is ZRKTarn or reference::Engine.
+/// An engine and the host buffer that it processes. Engine is ZRKTarn or reference::Engine.
 template <typename Engine>
 class Stream
 {
@@ -59,13 +60,13 @@ public:
         constexpr int kUnity = 1 << 28;
         int gains[3][4] = {{kUnity, 0, kUnity / 2, 0}, {0, kUnity, 0, kUnity / 2}, {kUnity / 2, kUnity / 2, 0, 0}};
         engine_->SetRemapCoeff(gains);
-        pointTo(0);
+        select(0);
     }
 
-    /// Puts a block of music, by its number, into the host buffer.
+    /// Writes block `number` of the music to the host buffer.
     void fill(std::size_t number, std::size_t block = 0)
     {
-        const std::int32_t* sample = music().data() + number % kMusicBlocks * kBlockFrames * 2;
+        const std::int32_t* sample = tests::music().data() + number % tests::kMusicBlocks * tests::kBlockFrames * 2;
         for (std::uint8_t* frame = blockAt(block); frame != blockAt(block + 1); frame += frameBytes()) {
             put(frame, *sample++);
             put(frame + format_.sampleBytes(), *sample++);
@@ -74,8 +75,8 @@ public:
 
     void fillWithSilence() { std::fill(buffer_.begin(), buffer_.end(), std::uint8_t{0}); }
 
-    /// Makes a block of the host buffer the one to process.
-    void pointTo(std::size_t block)
+    /// Selects the block of the host buffer to process.
+    void select(std::size_t block)
     {
         std::uint8_t* const first = blockAt(block);
         const std::size_t bytes = format_.sampleBytes();
@@ -86,13 +87,13 @@ public:
     void process()
     {
         if (format_.remap) {
-            engine_->ProcessCine3InterLeaveRemap(kBlockFrames, format_.slots());
+            engine_->ProcessCine3InterLeaveRemap(tests::kBlockFrames, format_.slots());
         } else {
-            engine_->ProcessCine3InterLeave(kBlockFrames, format_.slots());
+            engine_->ProcessCine3InterLeave(tests::kBlockFrames, format_.slots());
         }
     }
 
-    /// Processes music from its beginning on.
+    /// Processes music from its start.
     void run(std::size_t blocks)
     {
         for (std::size_t number = 0; number < blocks; ++number) {
@@ -101,7 +102,7 @@ public:
         }
     }
 
-    /// Silence that goes on after a loud passage.
+    /// Processes silence.
     void runSilence(std::size_t blocks)
     {
         for (std::size_t number = 0; number < blocks; ++number) {

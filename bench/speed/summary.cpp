@@ -1,10 +1,11 @@
+// Prints the figures of docs/performance.md.
 #include "bench/speed/summary.h"
 
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
-#include "bench/speed/ticks.h"
 #include "dispatch/instruction_sets.h"
 #include "tests/reference/reference_engine.h"
+#include "tests/support/ticks.h"
 
 #include <chrono>
 #include <cstdio>
@@ -21,35 +22,35 @@ namespace
 using zrk_tarn::BlockOperations;
 
 constexpr int kRounds = 12;
-constexpr std::size_t kBlocksOfRound = 512;
+constexpr std::size_t kRoundBlocks = 512;
 constexpr std::size_t kWarmUpBlocks = 64; ///< at the start of a round, not measured
 constexpr std::size_t kSilentBlocks = 60000;
 
-/// A stream whose blocks are measured in rounds, so that those to be compared can take turns.
+/// A stream that is measured in rounds, so that compared streams can alternate.
 template <typename Engine>
-class Course
+class Measurement
 {
 public:
-    Course(const Format& format, bool silent) : silent_(silent), stream_(format)
+    Measurement(const Format& format, bool silent) : silent_(silent), stream_(format)
     {
-        stream_.run(kBlocksOfRound);
+        stream_.run(kRoundBlocks);
         if (silent) stream_.runSilence(kSilentBlocks);
     }
 
     void runRound()
     {
-        for (std::size_t i = 0; i < kWarmUpBlocks + kBlocksOfRound; ++i) {
+        for (std::size_t i = 0; i < kWarmUpBlocks + kRoundBlocks; ++i) {
             if (silent_) {
                 stream_.fillWithSilence();
             } else {
                 stream_.fill(number_++);
             }
-            const std::uint64_t spent = ticksOf([&] { stream_.process(); });
+            const std::uint64_t spent = tests::ticksOf([&] { stream_.process(); });
             if (i >= kWarmUpBlocks) perBlock_.push_back(spent);
         }
     }
 
-    double median() const { return medianOf(perBlock_); }
+    double median() const { return tests::medianOf(perBlock_); }
 
 private:
     bool silent_;
@@ -58,31 +59,31 @@ private:
     std::vector<std::uint64_t> perBlock_;
 };
 
-/// All kinds of block for one engine: the formats in their order, then long silence at 48 kHz and 16 bit.
+/// Measurements of one engine: all formats in order, then long silence at 48 kHz and 16 bit.
 template <typename Engine>
-class Courses
+class Measurements
 {
 public:
-    Courses()
+    Measurements()
     {
-        for (const Format& format : kFormats) courses_.emplace_back(format, false);
-        courses_.emplace_back(kPlain, true);
+        for (const Format& format : kFormats) measurements_.emplace_back(format, false);
+        measurements_.emplace_back(kPlain, true);
     }
 
     void runRound()
     {
-        for (Course<Engine>& course : courses_) course.runRound();
+        for (Measurement<Engine>& measurement : measurements_) measurement.runRound();
     }
 
     std::vector<double> medians() const
     {
         std::vector<double> all;
-        for (const Course<Engine>& course : courses_) all.push_back(course.median());
+        for (const Measurement<Engine>& measurement : measurements_) all.push_back(measurement.median());
         return all;
     }
 
 private:
-    std::deque<Course<Engine>> courses_;
+    std::deque<Measurement<Engine>> measurements_;
 };
 
 /// The columns of the tables.
@@ -95,22 +96,23 @@ struct Column
 std::vector<Column> measureBlocks()
 {
     const auto sets = zrk_tarn::usableOperations();
-    Courses<reference::Engine> reference;
-    std::deque<Courses<ZRKTarn>> courses;
+    Measurements<reference::Engine> reference;
+    std::deque<Measurements<ZRKTarn>> measurements;
     for (const BlockOperations* const operations : sets) {
         zrk_tarn::chooseOperations(*operations);
-        courses.emplace_back();
+        measurements.emplace_back();
     }
     for (int round = 0; round < kRounds; ++round) {
         reference.runRound();
         for (std::size_t s = 0; s < sets.size(); ++s) {
             zrk_tarn::chooseOperations(*sets[s]);
-            courses[s].runRound();
+            measurements[s].runRound();
         }
     }
 
     std::vector<Column> columns{{"reference", reference.medians()}};
-    for (std::size_t s = 0; s < sets.size(); ++s) columns.push_back({sets[s]->instructionSet, courses[s].medians()});
+    for (std::size_t s = 0; s < sets.size(); ++s)
+        columns.push_back({sets[s]->instructionSet, measurements[s].medians()});
     return columns;
 }
 
@@ -132,7 +134,7 @@ void printTicks(const std::vector<Column>& columns)
     }
 }
 
-/// Ratios of two kinds of block, by their places in the medians.
+/// A ratio of two medians, by their indices.
 struct Ratio
 {
     const char* name;
@@ -158,27 +160,26 @@ void printRatios(const std::vector<Column>& columns)
     }
 }
 
-/// How many times real time at 48 kHz one core reaches by the clock, block after block through a host buffer that holds
-/// all of the music.
+/// Speed of one core as a multiple of real time at 48 kHz, with a host buffer that holds all of the music.
 template <typename Engine>
 double realTimeStreams()
 {
     using Clock = std::chrono::steady_clock;
     constexpr int kPasses = 9;
-    Stream<Engine> stream(kPlain, kMusicBlocks);
+    Stream<Engine> stream(kPlain, tests::kMusicBlocks);
     std::vector<std::uint64_t> passes;
     for (int pass = 0; pass < kPasses; ++pass) {
-        for (std::size_t block = 0; block < kMusicBlocks; ++block) stream.fill(block, block);
+        for (std::size_t block = 0; block < tests::kMusicBlocks; ++block) stream.fill(block, block);
         const auto start = Clock::now();
-        for (std::size_t block = 0; block < kMusicBlocks; ++block) {
-            stream.pointTo(block);
+        for (std::size_t block = 0; block < tests::kMusicBlocks; ++block) {
+            stream.select(block);
             stream.process();
         }
         const auto spent = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start);
         passes.push_back(static_cast<std::uint64_t>(spent.count()));
     }
-    const double audio = static_cast<double>(kMusicBlocks * kBlockFrames) / kPlain.rate;
-    return audio / (medianOf(passes) * 1e-9);
+    const double audio = static_cast<double>(tests::kMusicBlocks * tests::kBlockFrames) / kPlain.rate;
+    return audio / (tests::medianOf(passes) * 1e-9);
 }
 
 void printStreams()
@@ -196,23 +197,23 @@ template <typename Engine>
 std::vector<double> measureStages(StageFlow<Engine> flow, bool silent)
 {
     Stream<Engine> stream(kPlain);
-    stream.run(kBlocksOfRound);
+    stream.run(kRoundBlocks);
     if (silent) stream.runSilence(kSilentBlocks);
     std::vector<std::vector<std::uint64_t>> perBlock(flow.size());
-    for (std::size_t number = 0; number < kMusicBlocks; ++number) {
+    for (std::size_t number = 0; number < tests::kMusicBlocks; ++number) {
         if (silent) {
             stream.fillWithSilence();
         } else {
             stream.fill(number);
         }
         for (std::size_t s = 0; s < flow.size(); ++s)
-            perBlock[s].push_back(ticksOf([&] { flow[s].run(stream.engine(), kPlain.slots()); }));
+            perBlock[s].push_back(tests::ticksOf([&] { flow[s].run(stream.engine(), kPlain.slots()); }));
     }
 
     std::vector<double> medians;
     double sum = 0.0;
     for (const std::vector<std::uint64_t>& stage : perBlock) {
-        medians.push_back(medianOf(stage));
+        medians.push_back(tests::medianOf(stage));
         sum += medians.back();
     }
     medians.push_back(sum);
@@ -241,8 +242,8 @@ void printStages(const char* title, bool silent)
 void printSummary()
 {
     std::printf(
-        "%.0f million ticks per second, about %.2f cycles per tick; medians without the reading of the counter\n",
-        ticksPerSecond() * 1e-6, cyclesPerTick());
+        "%.0f million ticks per second, about %.2f cycles per tick; medians without the time of reading the counter\n",
+        tests::ticksPerSecond() * 1e-6, tests::cyclesPerTick());
     const std::vector<Column> columns = measureBlocks();
     printTicks(columns);
     printRatios(columns);

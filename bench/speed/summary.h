@@ -1,9 +1,10 @@
+// Prints the figures of docs/performance.md.
 #pragma once
 
 namespace speed
 {
 
-/// Prints the ratios of docs/performance.md and what every stage takes, medians over some thousand blocks.
+/// Prints the ratios of docs/performance.md and the ticks of every stage, as medians of some thousand blocks.
 void printSummary();
 
 } // namespace speed

@@ -1,3 +1,4 @@
+// Decisions from a fuzzer's bytes.
 #pragma once
 
 #include <array>
@@ -10,7 +11,7 @@
 namespace fuzz
 {
 
-/// Decisions made from bytes, one after the other from the first on. Past the end every byte is zero.
+/// Reads decisions from bytes in order. Bytes after the end are zero.
 class ByteReader
 {
 public:
@@ -44,7 +45,7 @@ public:
         return choices[below(kCount)];
     }
 
-    /// Bytes up to a count or the end.
+    /// The next count bytes, or fewer at the end.
     std::span<const std::uint8_t> bytes(std::size_t count)
     {
         const auto taken = rest_.first(count < rest_.size() ? count : rest_.size());
@@ -52,7 +53,7 @@ public:
         return taken;
     }
 
-    /// All bytes up to a mark, which is taken too, or to the end.
+    /// The bytes up to a mark, which is skipped, or to the end.
     std::string textUpTo(char mark)
     {
         std::string text;
@@ -64,7 +65,7 @@ public:
         return text;
     }
 
-    /// All that is left.
+    /// The remaining bytes.
     std::span<const std::uint8_t> rest() { return bytes(rest_.size()); }
 
 private:

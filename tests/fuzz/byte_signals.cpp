@@ -1,3 +1,4 @@
+// Signals from a fuzzer's bytes.
 #include "tests/fuzz/byte_signals.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace
 
 constexpr std::int32_t kCeiling = 0x7fffffff;
 
-/// A number without pattern for every pair of numbers.
+/// A hash of two numbers.
 std::uint32_t scrambled(std::uint64_t time, std::uint32_t seed)
 {
     std::uint64_t x = (time + 1) * 0x9e3779b97f4a7c15 ^ std::uint64_t{seed} << 32;
@@ -21,7 +22,7 @@ std::uint32_t scrambled(std::uint64_t time, std::uint32_t seed)
     return static_cast<std::uint32_t>(x >> 32);
 }
 
-/// A sine of so many periods in 256 frames.
+/// A sine with a number of periods per 256 frames.
 std::int32_t toneAt(std::uint64_t time, std::uint32_t periods)
 {
     constexpr double kRound = 2.0 * std::numbers::pi / 256.0;
@@ -45,7 +46,7 @@ ByteSignal::ByteSignal(ByteReader& bytes)
         pattern_ = bytes.bytes(bytes.below(64));
         return;
     }
-    // Both levels in one byte: most sounds are loud.
+    // Both levels in one byte; most are loud.
     constexpr std::uint8_t kShifts[] = {0, 0, 0, 1, 1, 2, 3, 5, 8, 11, 14, 15, 16, 20, 24, 31};
     const std::uint8_t levels = bytes.byte();
     shift_[0] = kShifts[levels % 16];
@@ -95,7 +96,7 @@ void ByteSignal::write(HostBuffer& buffer, std::uint64_t time, std::uint32_t fra
     if (kind_ == Kind::Silence) return;
     if (kind_ == Kind::Bytes) return writeBytes(buffer);
 
-    // Right-justified in little-endian containers, where the width is one that is processed.
+    // Right-justified in little-endian containers; nothing for unsupported widths.
     const std::uint32_t bytes = (bitsPerSample + 7) / 8;
     if (bytes < 2 || bytes > 4) return;
     const auto unused = static_cast<int>(32 - bitsPerSample);

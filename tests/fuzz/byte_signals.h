@@ -1,14 +1,15 @@
+// Signals from a fuzzer's bytes.
 #pragma once
 
 #include "tests/fuzz/byte_reader.h"
-#include "tests/fuzz/lives.h"
+#include "tests/fuzz/host_pair.h"
 
 #include <cstdint>
 
 namespace fuzz
 {
 
-/// Samples described by a few bytes.
+/// A signal described by a few bytes.
 class ByteSignal
 {
 public:
@@ -22,17 +23,16 @@ public:
                std::uint32_t bitsPerSample) const;
 
 private:
-    /// What there is to hear.
     enum class Kind : std::uint8_t
     {
         Silence,
-        Bytes,         ///< as they are, repeated, in all slots
+        Bytes,         ///< given bytes, repeated, in all slots
         DiffuseNoise,  ///< independent left and right
         CentredNoise,  ///< left and right equal
         OppositeNoise, ///< right is left inverted
-        Tone,          ///< with whole periods per 256 frames, left and right at levels of their own
+        Tone,          ///< whole periods per 256 frames, with separate levels left and right
         TwoTones,      ///< one on each side
-        Steps,         ///< from rail to rail at periods of their own
+        Steps,         ///< alternating full scale, with separate periods left and right
         Impulses,      ///< single full-scale samples in silence
         Constant
     };

@@ -1,3 +1,4 @@
+// Writes of a caller to the public fields of an engine.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -17,12 +18,11 @@
 namespace fuzz
 {
 
-/// What a caller might write into some neighbouring public fields of an engine between blocks; the same into every
-/// engine.
+/// Writes numbers to some neighbouring public fields between blocks, the same ones to every engine.
 class FieldWriter
 {
 public:
-    /// Reads which fields, which of their elements and what kind of numbers.
+    /// Reads the choice of fields, elements and numbers.
     explicit FieldWriter(ByteReader& bytes) : first_(bytes.byte())
     {
         const std::uint8_t choice = bytes.byte();
@@ -44,8 +44,7 @@ public:
             ++index;
             if (!chosen) return;
             using Field = std::remove_cvref_t<decltype(field)>;
-            // Addresses are no numbers. The two counters are left wherever a walk has ended, and the
-            // reference walks with them more often: in Initialize too.
+            // Not pointers, and not the loop counters, which the reference uses in more loops.
             if (name == "groupIndex" || name == "bandIndex") return;
             if constexpr (std::is_pointer_v<tests::ElementOf<Field>>) {
                 return;
@@ -59,7 +58,7 @@ public:
     }
 
 private:
-    /// One of the four groupings, or any other tiling of at most 63 bands, with empty groups and negative counts.
+    /// One of the four groupings, or other counts of at most 63 bands in all, with empty groups and negative counts.
     void writeBandCount(std::int32_t (&bandCount)[16], tests::Random& random) const
     {
         if (kind_ % 2 == 0) {

@@ -1,17 +1,15 @@
+// Fuzz target: host sessions from bytes, with the library and the reference engine.
 #include "tests/fuzz/byte_reader.h"
 #include "tests/fuzz/byte_signals.h"
 #include "tests/fuzz/field_writer.h"
 #include "tests/fuzz/fuzz_target.h"
-#include "tests/fuzz/lives.h"
+#include "tests/fuzz/host_pair.h"
 #include "tests/fuzz/transforms.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
-
-// Lives of a host made from bytes, led by the library with every instruction set and by the literal reference: any
-// difference in a byte of a buffer, in a field of the host object or in a field of the engine is a crash.
 
 namespace
 {
@@ -26,37 +24,37 @@ constexpr std::array<std::uint32_t, 12> kOtherWidths{12, 20, 9,  25,         8, 
 constexpr std::array<std::uint32_t, 12> kCodes{0x2000,  0x8000,  0x4000,  0x10000, 0x200,      0x1000,
                                                0x40000, 0x80000, 0x20000, 0,       0x80000000, 1};
 
-/// Bytes of a sample in a host buffer; 0 for widths that are never read or written.
+/// Bytes of a sample in a host buffer; 0 for unsupported widths.
 std::size_t processedBytes(std::int64_t bitsPerSample)
 {
     const std::int64_t bytes = (bitsPerSample + 7) / 8;
     return bytes >= 2 && bytes <= 4 ? static_cast<std::size_t>(bytes) : 0;
 }
 
-std::uint32_t processed(zrk_tarn_processor_t& host, std::uint8_t* buffer, std::uint32_t frames, std::uint32_t slots,
-                        std::uint32_t rateHz, std::uint32_t bits, audio_channel_assignment_t* assignment)
+std::uint32_t callProcess(zrk_tarn_processor_t& host, std::uint8_t* buffer, std::uint32_t frames, std::uint32_t slots,
+                          std::uint32_t rateHz, std::uint32_t bits, audio_channel_assignment_t* assignment)
 {
     return host.process(buffer, frames, slots, rateHz, bits, assignment);
 }
 
-std::uint32_t processed(reference::Processor& host, std::uint8_t* buffer, std::uint32_t frames, std::uint32_t slots,
-                        std::uint32_t rateHz, std::uint32_t bits, audio_channel_assignment_t* assignment)
+std::uint32_t callProcess(reference::Processor& host, std::uint8_t* buffer, std::uint32_t frames, std::uint32_t slots,
+                          std::uint32_t rateHz, std::uint32_t bits, audio_channel_assignment_t* assignment)
 {
     return host.process(buffer, frames, slots, rateHz, bits, assignment == nullptr ? nullptr : assignment->code);
 }
 
-std::uint32_t initialised(ZRKTarn& engine, const Tarn_Parameters& parameters)
+std::uint32_t initialize(ZRKTarn& engine, const Tarn_Parameters& parameters)
 {
     return engine.Initialize(parameters);
 }
 
-std::uint32_t initialised(reference::Engine& engine, const Tarn_Parameters& p)
+std::uint32_t initialize(reference::Engine& engine, const Tarn_Parameters& p)
 {
     return engine.Initialize(
         {p.spare, p.outputChannels, p.bitsPerSample, p.sampleRate, p.mode, p.option, p.mixFraction});
 }
 
-/// What a host remembers of a stream.
+/// The state of a stream that a host keeps.
 struct Stream
 {
     std::uint32_t rateHz = 48000;
@@ -66,46 +64,46 @@ struct Stream
     std::uint64_t time = 0;
 };
 
-/// A stream and the lives that it is led in.
+/// A stream and its host objects.
 struct Host
 {
     Stream stream;
-    Lives lives;
+    HostPair pair;
 
     void setup(std::int32_t mode, std::int32_t option, float mixFraction)
     {
-        lives.lead("setup", HostBuffer{},
-                   [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.setup(mode, option, mixFraction); });
+        pair.runStep("setup", HostBuffer{},
+                     [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.setup(mode, option, mixFraction); });
     }
 
-    /// Lets process take a buffer of the signal, or none, with the stream's assignment, or none.
+    /// Processes a buffer of the signal, or null, with the stream's assignment, or null.
     void process(const ByteSignal& signal, std::uint32_t frames, bool withBuffer, bool withAssignment)
     {
-        // What meaningless widths need more than this is never touched, unless a caller has given the engine another
-        // width since: then there is no buffer that would do.
+        // Buffers of unsupported widths are not accessed, unless an earlier step has given the engine another width;
+        // then a buffer of the right size is not possible.
         const auto bytes = static_cast<std::uint32_t>(std::uint64_t{stream.bits} + 7) / 8; // modulo 2^32
-        const std::size_t bytesOfEngine = keepsFormat() ? processedBytes(lives.reference().engine->bitsPerSample) : 0;
+        const std::size_t bytesOfEngine = keepsFormat() ? processedBytes(pair.reference().engine->bitsPerSample) : 0;
         if (bytes > 8 && bytesOfEngine > 0) return;
         const std::size_t beyond = bytesOfEngine > bytes ? 65 * stream.slots * bytesOfEngine : 0;
         HostBuffer buffer(bytes > 8 ? 0 : std::size_t{frames} * stream.slots * bytes + beyond);
         if (bytes <= 8) signal.write(buffer, stream.time, frames, stream.slots, stream.bits);
         stream.time += frames;
-        lives.lead("process", buffer, [&](AnyHost auto& host, std::uint8_t* data) {
-            return processed(host, withBuffer ? data : nullptr, frames, stream.slots, stream.rateHz, stream.bits,
-                             withAssignment ? &stream.assignment : nullptr);
+        pair.runStep("process", buffer, [&](AnyHost auto& host, std::uint8_t* data) {
+            return callProcess(host, withBuffer ? data : nullptr, frames, stream.slots, stream.rateHz, stream.bits,
+                               withAssignment ? &stream.assignment : nullptr);
         });
     }
 
 private:
-    /// Whether the next call finds its format in force.
+    /// Whether the next call has the format of the previous one.
     bool keepsFormat() const
     {
-        const reference::Processor& host = lives.reference();
+        const reference::Processor& host = pair.reference();
         return host.engine != nullptr && host.sampleRate == stream.rateHz && host.bitsPerSample == stream.bits;
     }
 };
 
-/// Places at which lives begin: no engine yet; every format in both modes; and long histories.
+/// States in which sessions start: without an engine, every format in both modes, and long histories.
 std::vector<Host> makeStarts()
 {
     const auto soundOf = [](std::array<std::uint8_t, 4> description) {
@@ -128,8 +126,7 @@ std::vector<Host> makeStarts()
             }
         }
     }
-    // Behind sounds, and in the silence after them: with histories that have run out, with subnormal means and with
-    // means that have come to rest.
+    // After sounds, and in silence after them: with empty histories, with subnormal means and with constant means.
     for (const ByteSignal& sound : {noise, tone}) {
         Host host = starts[1];
         host.process(sound, 1920, true, true);
@@ -148,45 +145,46 @@ const std::vector<Host>& starts()
     return kStarts;
 }
 
-/// One life, decided by bytes.
-class HostLife
+/// One session, decided by bytes.
+class HostSession
 {
 public:
-    explicit HostLife(ByteReader reader)
+    explicit HostSession(ByteReader reader)
         : bytes_(reader), host_(starts()[bytes_.below(static_cast<std::uint32_t>(starts().size()))])
     {}
 
-    void live()
+    void run()
     {
-        while (!bytes_.empty() && framesLeft_ > 0) takeStep();
+        while (!bytes_.empty() && framesLeft_ > 0) step();
     }
 
 private:
-    /// As many frames as a change of the format, which fills the tables again, takes the time of.
+    /// A change of the format fills the tables again and takes as long as this number of frames.
     static constexpr std::uint32_t kFramesOfTables = 1024;
 
-    /// Frames that a life may process; the step that goes beyond them is the last.
+    /// Counts frames of the limit of a session; the step that exceeds it is the last.
     void spend(std::uint32_t frames) { framesLeft_ -= std::min(frames, framesLeft_); }
 
-    void takeStep()
+    void step()
     {
-        const std::uint32_t step = bytes_.below(32);
-        if (step < 15) {
-            process(step != 0, step != 1);
-        } else if (step < 20) {
-            processBlock(step % 2 == 0);
-        } else if (step < 24) {
+        const std::uint32_t kind = bytes_.below(32);
+        if (kind < 15) {
+            process(kind != 0, kind != 1);
+        } else if (kind < 20) {
+            processBlock(kind % 2 == 0);
+        } else if (kind < 24) {
             writeField();
         } else {
-            constexpr void (HostLife::*kSteps[])() = {
-                &HostLife::changeFormat, &HostLife::changeAssignment, &HostLife::permuteRoles, &HostLife::setup,
-                &HostLife::setRemap,     &HostLife::initialise,       &HostLife::doPart,       &HostLife::callTheRest};
-            (this->*kSteps[step - 24])();
+            constexpr void (HostSession::*kSteps[])() = {&HostSession::changeFormat, &HostSession::changeAssignment,
+                                                         &HostSession::permuteRoles, &HostSession::setup,
+                                                         &HostSession::setRemap,     &HostSession::initialize,
+                                                         &HostSession::runPart,      &HostSession::callOthers};
+            (this->*kSteps[kind - 24])();
         }
     }
 
     /// Mostly a block or a few; sometimes up to 5000 frames.
-    std::uint32_t takeFrameCount()
+    std::uint32_t readFrameCount()
     {
         const std::uint32_t choice = bytes_.byte();
         std::uint32_t frames = choice % 65;
@@ -198,11 +196,11 @@ private:
 
     void process(bool withBuffer, bool withAssignment)
     {
-        const std::uint32_t frames = takeFrameCount();
+        const std::uint32_t frames = readFrameCount();
         host_.process(ByteSignal(bytes_), frames, withBuffer, withAssignment);
     }
 
-    /// Mostly a rate and a width that are supported.
+    /// Mostly a supported rate and width.
     void changeFormat()
     {
         spend(kFramesOfTables);
@@ -232,26 +230,26 @@ private:
     void setup()
     {
         const auto mode = static_cast<std::int32_t>(bytes_.below(5)) - 1;
-        host_.setup(mode, static_cast<std::int32_t>(bytes_.byte()), takeFraction());
+        host_.setup(mode, static_cast<std::int32_t>(bytes_.byte()), readFraction());
     }
 
     void setRemap()
     {
         unsigned gains[3][4];
-        takeGains(gains);
-        host_.lives.lead("set_remap_coeff", HostBuffer{},
-                         [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.set_remap_coeff(gains); });
+        readGains(gains);
+        host_.pair.runStep("set_remap_coeff", HostBuffer{},
+                           [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.set_remap_coeff(gains); });
     }
 
-    float takeFraction()
+    float readFraction()
     {
         const std::uint8_t choice = bytes_.byte();
         return choice < 240 ? static_cast<float>(choice - 20) / 200.0f : std::bit_cast<float>(bytes_.word());
     }
 
-    /// None, unity, negative, small and absurd gains.
+    /// Zero, unity, negative, small and extreme gains.
     template <typename Gain>
-    void takeGains(Gain (&gains)[3][4])
+    void readGains(Gain (&gains)[3][4])
     {
         constexpr std::array<std::uint32_t, 6> kGains{0, 0x10000000, 0xf0000000, 0x05000000, 0x80000000, 0x7fffffff};
         for (auto& row : gains) {
@@ -262,9 +260,9 @@ private:
         }
     }
 
-    // --- The engine, reached past its host ---------------------------------------------------------------------------
+    // --- Calls of the engine without its host ------------------------------------------------------------------------
 
-    /// The engine of a host object, created if there is none.
+    /// The engine of a host object; creates a missing one.
     static auto& engineOf(AnyHost auto& host)
     {
         if (host.engine == nullptr) host.engine = new std::remove_pointer_t<decltype(host.engine)>();
@@ -273,20 +271,20 @@ private:
 
     /// Calls call(engine, buffer) for every engine.
     template <typename Call>
-    void leadEngines(const char* what, const HostBuffer& buffer, Call call)
+    void runOnEngines(const char* what, const HostBuffer& buffer, Call call)
     {
-        host_.lives.lead(what, buffer, [&](AnyHost auto& host, std::uint8_t* data) -> std::uint32_t {
+        host_.pair.runStep(what, buffer, [&](AnyHost auto& host, std::uint8_t* data) -> std::uint32_t {
             return call(engineOf(host), data);
         });
     }
 
     template <typename Call>
-    void leadEngines(const char* what, Call call)
+    void runOnEngines(const char* what, Call call)
     {
-        leadEngines(what, HostBuffer{}, [&](auto& engine, std::uint8_t* /*none*/) { return call(engine); });
+        runOnEngines(what, HostBuffer{}, [&](auto& engine, std::uint8_t* /*none*/) { return call(engine); });
     }
 
-    void initialise()
+    void initialize()
     {
         constexpr std::array<std::int32_t, 8> kOutputChannels{3, 4, 5, 6, 7, 2, 8, -1};
         const std::uint8_t choice = bytes_.byte();
@@ -298,27 +296,27 @@ private:
             .sampleRate = choice % 8 != 0 ? bytes_.oneOf(kRatesHz) : bytes_.oneOf(kOtherRatesHz),
             .mode = choice % 4 != 0 ? 1 + choice % 2 : static_cast<std::int32_t>(bytes_.below(5)) - 1,
             .option = choice,
-            .mixFraction = takeFraction()};
-        leadEngines("Initialize", [&](auto& engine) { return initialised(engine, parameters); });
+            .mixFraction = readFraction()};
+        runOnEngines("Initialize", [&](auto& engine) { return ::initialize(engine, parameters); });
     }
 
     void writeField()
     {
         const FieldWriter writer(bytes_);
-        host_.lives.change([&](AnyHost auto& host) { writer.write(engineOf(host)); });
+        host_.pair.change([&](AnyHost auto& host) { writer.write(engineOf(host)); });
     }
 
-    void callTheRest()
+    void callOthers()
     {
         const std::uint8_t choice = bytes_.byte();
         if (choice < 64) return compareTransforms(bytes_);
         if (choice < 200) {
             int gains[3][4];
-            takeGains(gains);
-            leadEngines("SetRemapCoeff", [&](auto& engine) { return engine.SetRemapCoeff(gains); });
+            readGains(gains);
+            runOnEngines("SetRemapCoeff", [&](auto& engine) { return engine.SetRemapCoeff(gains); });
             return;
         }
-        leadEngines("a call that does next to nothing", [&](auto& engine) {
+        runOnEngines("a trivial call", [&](auto& engine) {
             switch (choice % 5) {
             case 0:
                 return choice < 220 ? engine.Open() : 0;
@@ -336,7 +334,7 @@ private:
 
     /// Calls call(engine, frames, channels) on a block of 0 to 64 frames, the channels in any of its 0 to 9 slots.
     template <typename Call>
-    void leadBlock(const char* what, Call call)
+    void runOnBlock(const char* what, Call call)
     {
         const std::uint32_t frames = bytes_.byte() < 160 ? 64 : bytes_.below(65);
         spend(frames);
@@ -345,16 +343,16 @@ private:
         std::array<std::uint32_t, 4> slotOf{};
         for (std::uint32_t& slot : slotOf) slot = bytes_.below(slots);
 
-        const reference::Engine* const engine = host_.lives.reference().engine;
+        const reference::Engine* const engine = host_.pair.reference().engine;
         const std::uint32_t bits = engine == nullptr ? 0 : static_cast<std::uint32_t>(engine->bitsPerSample);
         const std::size_t bytes = processedBytes(static_cast<std::int32_t>(bits));
-        // Without channels, all frames are at one place.
+        // With 0 channels, all frames have the same address.
         const std::uint32_t rows = channels == 0 ? 1 : frames;
         HostBuffer buffer(std::size_t{rows} * slots * bytes);
         ByteSignal(bytes_).write(buffer, host_.stream.time, rows, slots, bits);
         host_.stream.time += frames;
         const std::size_t step = buffer.size() > 0 ? bytes : 0;
-        leadEngines(what, buffer, [&](auto& e, std::uint8_t* data) {
+        runOnEngines(what, buffer, [&](auto& e, std::uint8_t* data) {
             e.SetChannelPtrs(data + slotOf[0] * step, data + slotOf[1] * step, data + slotOf[2] * step,
                              data + slotOf[3] * step);
             return call(e, frames, channels);
@@ -364,35 +362,35 @@ private:
     void processBlock(bool remap)
     {
         if (remap) {
-            leadBlock("ProcessCine3InterLeaveRemap", [](auto& engine, std::uint32_t frames, std::uint32_t channels) {
+            runOnBlock("ProcessCine3InterLeaveRemap", [](auto& engine, std::uint32_t frames, std::uint32_t channels) {
                 return engine.ProcessCine3InterLeaveRemap(frames, channels);
             });
         } else {
-            leadBlock("ProcessCine3InterLeave", [](auto& engine, std::uint32_t frames, std::uint32_t channels) {
+            runOnBlock("ProcessCine3InterLeave", [](auto& engine, std::uint32_t frames, std::uint32_t channels) {
                 return engine.ProcessCine3InterLeave(frames, channels);
             });
         }
     }
 
-    /// Lets the rows of the output be any of them.
+    /// Permutes the output rows.
     void permuteRows()
     {
         std::array<std::uint32_t, 3> rowOf{};
         for (std::uint32_t& row : rowOf) row = bytes_.below(3);
-        host_.lives.change([&](AnyHost auto& host) {
+        host_.pair.change([&](AnyHost auto& host) {
             for (std::size_t k = 0; k < rowOf.size(); ++k)
                 host.engine->outputPtr[k] = host.engine->outputBlock[rowOf[k]];
         });
     }
 
-    /// A part of a block operation alone. There is no output before the first block.
-    void doPart()
+    /// Runs one part of a block operation. Output needs an earlier block.
+    void runPart()
     {
         const std::uint8_t part = bytes_.byte();
-        const reference::Engine* const engine = host_.lives.reference().engine;
+        const reference::Engine* const engine = host_.pair.reference().engine;
         if (part % 4 < 2 && (engine == nullptr || engine->outputPtr[0] == nullptr)) return;
         if (part % 4 < 2 && part >= 128) permuteRows();
-        leadBlock("a part of a block operation", [&](auto& e, std::uint32_t frames, std::uint32_t channels) {
+        runOnBlock("a part of a block operation", [&](auto& e, std::uint32_t frames, std::uint32_t channels) {
             switch (part % 4) {
             case 0:
                 return e.WriteOutput(frames, channels);
@@ -421,6 +419,6 @@ int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    HostLife(ByteReader(bytes, size)).live();
+    HostSession(ByteReader(bytes, size)).run();
     return 0;
 }

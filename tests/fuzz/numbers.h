@@ -1,3 +1,4 @@
+// Random floats of several kinds.
 #pragma once
 
 #include "tests/support/random.h"
@@ -12,8 +13,8 @@
 namespace fuzz
 {
 
-/// A number of a kind: of any bits, zero, subnormal, near underflow, special, round, small, or at most 2^42 in
-/// magnitude. Round ones make comparisons meet their bounds.
+/// A number of a kind: random bits, round, subnormal, near underflow, special, up to 1, or up to 2^42. Round numbers
+/// hit the bounds of comparisons.
 inline float numberOf(std::uint8_t kind, tests::Random& random)
 {
     const auto mantissa = static_cast<float>(random.uniform());

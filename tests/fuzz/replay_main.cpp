@@ -1,3 +1,4 @@
+// The main of a fuzz target without libFuzzer: runs it on files and on the files of folders.
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>
@@ -12,13 +13,10 @@
 
 #include <unistd.h>
 
-// The main of a fuzz target where libFuzzer is not: runs it on the files named and on those in the folders named.
-// Prints only the name of an input that fails.
-
 namespace
 {
 
-std::string current; ///< the input at work
+std::string current; ///< the current input, printed on a failure
 
 void nameInput()
 {
@@ -33,7 +31,7 @@ extern "C" void nameInputAndDie(int signalNumber)
     std::raise(signalNumber);
 }
 
-/// The files that arguments stand for, in the order of their names.
+/// The files of all arguments, sorted by name.
 std::vector<std::string> inputsOf(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> inputs;

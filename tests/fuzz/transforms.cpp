@@ -1,3 +1,4 @@
+// Compares the transforms of the filterbank with the reference.
 #include "tests/fuzz/transforms.h"
 
 #include "filterbank/cos_mod.h"
@@ -40,7 +41,7 @@ void require(const char* what, const Numbers& ours, const Numbers& references)
     std::abort();
 }
 
-/// Kernels of any even size up to 16, none included, with tables of any numbers.
+/// Kernels of any even size from 0 to 16, with arbitrary tables.
 void compareSmall(const char* what, Kernel ours, Kernel references, ByteReader& bytes)
 {
     const int n = 2 * static_cast<int>(bytes.below(9));
@@ -55,7 +56,7 @@ void compareSmall(const char* what, Kernel ours, Kernel references, ByteReader& 
     require(what, a, b);
 }
 
-/// Kernels of size 32, each with the table of its own side.
+/// Kernels of size 32; library and reference use their own tables.
 void compareLarge(const char* what, Kernel ours, float* ourTable, Kernel references, float* referenceTable,
                   ByteReader& bytes)
 {
@@ -78,7 +79,7 @@ void comparePairs(const char* what, PairKernel ours, PairKernel references, Byte
     require(what, a, b);
 }
 
-/// The transforms of size 64, which may work in place.
+/// Transforms of size 64, sometimes in place.
 void compareWhole(const char* what, void (*ours)(float* out, float* in), void (*references)(float* out, float* in),
                   ByteReader& bytes)
 {

@@ -1,3 +1,4 @@
+// Compares the transforms of the filterbank with the reference.
 #pragma once
 
 #include "tests/fuzz/byte_reader.h"
@@ -5,8 +6,8 @@
 namespace fuzz
 {
 
-/// Compares a transform of the filterbank, which engines do not call, with the reference's on numbers made from bytes.
-/// Where they differ, says so on standard error and aborts.
+/// Compares a scalar transform, which engines do not call, with that of the reference on numbers from bytes. A
+/// difference is printed to standard error and aborts.
 void compareTransforms(ByteReader& bytes);
 
 } // namespace fuzz

@@ -82,7 +82,7 @@ TEST(Ladspa, RunNeverAllocatesLocksOrMakesASystemCall)
         EXPECT_EQ(forbiddenCallsOf([&] { host.work(); }), ForbiddenCalls{});
         EXPECT_NE(forbiddenCallsOf([] { Host other(descriptor(0)); }), ForbiddenCalls{}) << "constructors allocate";
         const auto calls = systemCallsOf([&] { host.work(); });
-        if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+        if (!calls) GTEST_SKIP() << "the kernel has no filter of system calls";
         EXPECT_EQ(*calls, 0u);
     }
 }

@@ -484,7 +484,7 @@ TEST(Lv2, RunNeverAllocatesLocksOrMakesASystemCall)
     EXPECT_EQ(forbiddenCallsOf(work), ForbiddenCalls{});
     EXPECT_NE(forbiddenCallsOf([&] { Host other; }), ForbiddenCalls{}); // allocates
     const auto calls = systemCallsOf(work);
-    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    if (!calls) GTEST_SKIP() << "the kernel has no filter of system calls";
     EXPECT_EQ(*calls, 0u);
 }
 

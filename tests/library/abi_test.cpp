@@ -1,3 +1,4 @@
+// Tests that the binary interface of the shared library is that of abi.txt.
 #include "c_interface/tarn.h"
 #include "host/zrk_tarn_processor.h"
 #include "stream/upmix_stream.h"
@@ -15,8 +16,7 @@
 #include <typeinfo>
 #include <vector>
 
-// What programs that were linked with an earlier build rely on: where every member of the public records lies, and what
-// the shared library exports under which version. abi.txt has it line by line, the same for every processor.
+// abi.txt lists the members of the public records and the exported symbols; it is the same for every processor.
 
 namespace
 {
@@ -31,7 +31,7 @@ std::string demangled(const char* name)
     return result;
 }
 
-/// A line of text, a space between its words.
+/// Words joined by spaces.
 template <typename... Words>
 std::string joined(const Words&... words)
 {
@@ -41,7 +41,7 @@ std::string joined(const Words&... words)
     return line.str();
 }
 
-/// Adds the lines of a record: its members in their order, then the whole, so that the first line to change tells why.
+/// Adds the lines of a record: its members in order, then the record, so that the first changed line shows the cause.
 template <typename Record, typename ForEach>
 void addRecord(const char* name, ForEach forEach, std::vector<std::string>& lines)
 {
@@ -55,7 +55,7 @@ void addRecord(const char* name, ForEach forEach, std::vector<std::string>& line
     lines.push_back(joined("record", name, "size", sizeof record, "alignment", alignof(Record)));
 }
 
-/// Visits fields by the names that their record gives them.
+/// Visits fields with their names.
 template <std::size_t kNames, typename Visit, typename... Fields>
 void visitAs(const char* const (&names)[kNames], const Visit& visit, const Fields&... fields)
 {
@@ -64,7 +64,7 @@ void visitAs(const char* const (&names)[kNames], const Visit& visit, const Field
     (visit(*name++, fields, fields), ...);
 }
 
-/// Adds what the streaming adapter and its C interface are configured and read with.
+/// Adds the records of the streaming adapter and its C interface.
 void addStreamRecords(std::vector<std::string>& lines)
 {
     using namespace zrk_tarn;
@@ -121,7 +121,7 @@ void addStreamRecords(std::vector<std::string>& lines)
         lines);
 }
 
-/// Adds the exported symbols by name and version; of data also the size, which programs reserve room for.
+/// Adds exported symbols with their versions, and the sizes of data, which programs with copy relocations rely on.
 void addSymbols(std::vector<std::string>& lines)
 {
     const auto first = static_cast<std::ptrdiff_t>(lines.size());
@@ -189,7 +189,7 @@ TEST(SharedLibrary, KeepsItsBinaryInterface)
         << "abi.txt, line " << was - expected.begin() + 1 << '\n'
         << "  was: " << (was == expected.end() ? "the end" : *was) << '\n'
         << "  is:  " << (is == built.end() ? "the end" : *is) << '\n'
-        << "Programs that were linked with an earlier library break if anything of theirs has moved or gone.\n"
-        << "If the change is meant, raise SOVERSION unless lines were only added, and\n"
+        << "Programs that were linked with an earlier library break if members or symbols have moved or disappeared.\n"
+        << "If the change is intended, raise SOVERSION unless lines were only added, and\n"
         << "  cp " TARN_BUILT_ABI " " TARN_ABI;
 }

@@ -1,3 +1,4 @@
+// Runs a command and reads its output.
 #pragma once
 
 #include <array>
@@ -9,7 +10,7 @@
 namespace tests
 {
 
-/// The lines that a command prints.
+/// The output lines of a command.
 inline std::vector<std::string> linesOf(const std::string& command)
 {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);

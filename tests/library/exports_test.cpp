@@ -1,3 +1,4 @@
+// Tests of the shared library: its dependencies, its name and its instructions.
 #include "engine/zrk_tarn.h"
 #include "tests/library/command_output.h"
 
@@ -11,8 +12,6 @@
 #include <string>
 #include <vector>
 
-// The shared library's face: what it needs, how it is named, what is in it. What it exports is in abi_test.cpp.
-
 using tests::linesOf;
 
 namespace
@@ -24,7 +23,7 @@ struct Symbol
     std::string name;
 };
 
-/// The dynamic symbols by nm, demangled and without their version.
+/// The dynamic symbols, demangled and without version.
 std::vector<Symbol> symbols(const std::string& selection)
 {
     std::vector<Symbol> found;
@@ -37,7 +36,7 @@ std::vector<Symbol> symbols(const std::string& selection)
 
 TEST(SharedLibrary, SetsTheSampleFloorAtLoadTime)
 {
-    // In the memory that is zero in the file, and right by the time that a program reads it.
+    // In zero-initialized memory, and correct when the program reads it.
     const auto found = symbols("--defined-only");
     EXPECT_TRUE(std::any_of(found.begin(), found.end(), [](const Symbol& symbol) {
         return symbol.name == "ZRKTarn::INTERNAL_SAMPLE_FLOOR" && symbol.kind == 'B';
@@ -51,15 +50,15 @@ TEST(SharedLibrary, NeedsOnlyTheStandardLibraries)
     for (const std::string& line : linesOf(TARN_OBJDUMP " --private-headers '" TARN_SHARED_LIBRARY "'"))
         if (line.find("NEEDED") != std::string::npos) needed.insert(line.substr(line.find_last_of(' ') + 1));
     EXPECT_TRUE(needed.contains("libc.so.6"));
-    for (const char* standard :
-         {"libstdc++.so.6", "libm.so.6", "libc.so.6", "libgcc_s.so.1", "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1", "ld-linux-riscv64-lp64d.so.1"})
+    for (const char* standard : {"libstdc++.so.6", "libm.so.6", "libc.so.6", "libgcc_s.so.1", "ld-linux-x86-64.so.2",
+                                 "ld-linux-aarch64.so.1", "ld-linux-riscv64-lp64d.so.1"})
         needed.erase(standard);
     EXPECT_EQ(needed, std::set<std::string>{});
 }
 
-// Everything that could wait, lock or enter the kernel would be a symbol of another library. Versions are left out;
-// sized and aligned deletions are what a compiler chooses for the engine, which is aligned.
-TEST(SharedLibrary, CallsNothingButArithmeticMemoryAndOperatorNew)
+// Every function that can wait, lock or enter the kernel is a symbol of another library. Compilers choose between sized
+// and aligned operators for the engine, which is aligned.
+TEST(SharedLibrary, CallsOnlyArithmeticMemoryAndOperatorNew)
 {
     if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage adds calls of its own to the library";
     const std::set<std::string> allowed = {
@@ -79,7 +78,7 @@ TEST(SharedLibrary, CallsNothingButArithmeticMemoryAndOperatorNew)
         "operator new(unsigned long, std::align_val_t)",
         "operator delete(void*, std::align_val_t)",
         "operator delete(void*, unsigned long, std::align_val_t)",
-        // The C interface turns a failed allocation into a status; streams free what they had when one fails.
+        // The C interface returns a status if an allocation fails; a stream frees its memory if one fails.
         "__cxa_begin_catch",
         "__cxa_end_catch",
         "_Unwind_Resume",
@@ -90,7 +89,7 @@ TEST(SharedLibrary, CallsNothingButArithmeticMemoryAndOperatorNew)
         "fesetenv",
 #endif
     };
-    // Those of the startup files, which may be missing at run time.
+    // Weak symbols of the startup files.
     const std::set<std::string> allowedIfWeak = {"__cxa_finalize", "__gmon_start__", "_ITM_deregisterTMCloneTable",
                                                  "_ITM_registerTMCloneTable"};
     std::set<std::string> needed;
@@ -100,11 +99,11 @@ TEST(SharedLibrary, CallsNothingButArithmeticMemoryAndOperatorNew)
             << symbol.kind << ' ' << symbol.name;
         needed.insert(symbol.name);
     }
-    for (const char* certain : {"cosf", "pow", "memset", "operator new(unsigned long, std::align_val_t)"})
-        EXPECT_TRUE(needed.contains(certain)) << certain;
+    for (const char* required : {"cosf", "pow", "memset", "operator new(unsigned long, std::align_val_t)"})
+        EXPECT_TRUE(needed.contains(required)) << required;
 }
 
-// A call that is bound when it is first made searches symbol tables there, perhaps on a real-time thread.
+// Lazy binding would search symbol tables at the first call, possibly on a real-time thread.
 TEST(SharedLibrary, IsBoundWhenItIsLoaded)
 {
     const auto lines = linesOf(TARN_OBJDUMP " --private-headers '" TARN_SHARED_LIBRARY "'");
@@ -135,11 +134,10 @@ TEST(SharedLibrary, HasNoFusedMultiplyAdds)
         for (const char* multiplication : {"mulps", "fmul"})
             if (line.find(multiplication) != std::string::npos) ++vectorMultiplications;
     }
-    EXPECT_GT(vectorMultiplications, 0u) << "the disassembly shows nothing";
+    EXPECT_GT(vectorMultiplications, 0u) << "no disassembly";
 }
 
-// Two definitions of an inline function are one after linking: one that was compiled for a newer instruction set must
-// not take the place of one that every processor can run.
+// The linker keeps one copy of an inline function, which could be the one of a newer instruction set.
 TEST(InstructionSets, ShareNoSymbolWithTheRestOfTheLibrary)
 {
     std::ifstream list(TARN_INSTRUCTION_SET_OBJECTS);

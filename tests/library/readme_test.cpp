@@ -1,3 +1,4 @@
+// Tests that README.md quotes the compiled example.
 #include <gtest/gtest.h>
 
 #include <fstream>

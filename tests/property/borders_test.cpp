@@ -1,3 +1,4 @@
+// Tests that process accesses only the buffer and writes only slots with a role.
 #include "host/zrk_tarn_processor.h"
 #include "tests/support/random.h"
 
@@ -11,26 +12,24 @@
 #include <set>
 #include <vector>
 
-// What a call may touch: the samples of the slots that have a role, and nothing else in the buffer or beside it.
-
 namespace tests
 {
 
 namespace
 {
 
-constexpr std::uint32_t kMostFrames = 5000;
-constexpr std::uint32_t kMostSlots = 12;
-constexpr std::uint32_t kMostBytes = 8;
+constexpr std::uint32_t kMaxFrames = 5000;
+constexpr std::uint32_t kMaxSlots = 12;
+constexpr std::uint32_t kMaxBytes = 8;
 
-/// Memory between two pages that neither can be read nor written.
+/// Memory between two inaccessible pages.
 class GuardedPages
 {
 public:
     GuardedPages()
     {
         const std::size_t page = pageSize();
-        size_ = (std::size_t{kMostFrames} * kMostSlots * kMostBytes + page - 1) / page * page;
+        size_ = (std::size_t{kMaxFrames} * kMaxSlots * kMaxBytes + page - 1) / page * page;
         void* const mapped = mmap(nullptr, size_ + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (mapped == MAP_FAILED) throw std::bad_alloc();
         first_ = static_cast<std::uint8_t*>(mapped) + page;
@@ -42,7 +41,7 @@ public:
     GuardedPages(const GuardedPages&) = delete;
     GuardedPages& operator=(const GuardedPages&) = delete;
 
-    /// A buffer that begins behind the first guard, or one that ends before the second.
+    /// A buffer that starts after the first guard page, or ends before the second.
     std::uint8_t* atBegin() { return first_; }
     std::uint8_t* atEnd(std::size_t bytes) { return first_ + size_ - bytes; }
 
@@ -53,7 +52,7 @@ private:
     std::size_t size_ = 0;
 };
 
-/// What a host hands over in one call.
+/// The arguments of a call.
 struct Call
 {
     std::uint32_t frames;
@@ -72,8 +71,8 @@ Call randomCall(Random& random)
     constexpr std::uint32_t kCodes[] = {0x2000,  0x4000,  0x200,   0x8000,     0x10000, 0x1000,
                                         0x40000, 0x80000, 0x20000, 0x80000000, 1,       0};
     Call call{};
-    call.frames = random.chance(4) ? random.below(kMostFrames + 1) : random.below(200);
-    call.slots = random.chance(10) ? 9 + random.below(kMostSlots - 8) : random.chance(3) ? 8 : 1 + random.below(8);
+    call.frames = random.chance(4) ? random.below(kMaxFrames + 1) : random.below(200);
+    call.slots = random.chance(10) ? 9 + random.below(kMaxSlots - 8) : random.chance(3) ? 8 : 1 + random.below(8);
     call.rateHz = random.oneOf(kRatesHz);
     call.bits = random.chance(2) ? 9 + random.below(24) : random.below(65);
     for (std::uint32_t& code : call.assignment.code) code = random.oneOf(kCodes);
@@ -85,7 +84,7 @@ Call randomCall(Random& random)
     return call;
 }
 
-/// The slots that a call may write: none where it cannot be processed.
+/// The slots that a call may write; empty if it cannot be processed.
 std::set<std::size_t> writableSlots(const Call& call)
 {
     if (call.slots > 8 || call.sampleBytes() < 2 || call.sampleBytes() > 4) return {};
@@ -105,7 +104,7 @@ std::set<std::size_t> writableSlots(const Call& call)
     return slots.contains(call.slots) ? std::set<std::size_t>{} : slots;
 }
 
-/// The first slot and frame outside of the writable slots that differ.
+/// Whether all slots but the writable ones are unchanged.
 testing::AssertionResult sameElsewhere(const Call& call, const std::uint8_t* before, const std::uint8_t* after)
 {
     const std::set<std::size_t> writable = writableSlots(call);
@@ -126,7 +125,7 @@ testing::AssertionResult sameElsewhere(const Call& call, const std::uint8_t* bef
 class Borders : public testing::TestWithParam<int>
 {};
 
-TEST_P(Borders, SlotsWithoutARoleAndMemoryBesideTheBufferStayUntouched)
+TEST_P(Borders, OtherSlotsAndMemoryOutsideTheBufferStayUnchanged)
 {
     Random random(static_cast<std::uint64_t>(GetParam()));
     GuardedPages pages;

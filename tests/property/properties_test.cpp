@@ -1,3 +1,4 @@
+// Tests of properties of the upmix: delay, position of sources, splitting of buffers.
 #include "host/zrk_tarn_processor.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/signals.h"
@@ -6,8 +7,6 @@
 
 #include <cmath>
 #include <vector>
-
-// What a listener may rely on, whatever the numbers inside: delay, what goes where, splitting of buffers.
 
 namespace tests
 {
@@ -106,19 +105,19 @@ TEST(Delay, Is960FramesAtEveryRate)
     }
 }
 
-TEST(Placement, CentredSourceGoesToTheCentre)
+TEST(Position, CentredSourceGoesToTheCentre)
 {
     EXPECT_GT(sharesOf(Signal::CentredNoise).centre, 0.95);
 }
 
-TEST(Placement, LeftSourceGoesToFrontLeft)
+TEST(Position, LeftSourceGoesToFrontLeft)
 {
     const Shares shares = sharesOf(Signal::LeftNoise);
     EXPECT_GT(shares.left, 0.95);
     EXPECT_LT(shares.right, 0.001);
 }
 
-TEST(Placement, DiffuseFieldStaysWide)
+TEST(Position, DiffuseFieldStaysWide)
 {
     const Shares shares = sharesOf(Signal::DiffuseNoise);
     EXPECT_GT(shares.left, 0.3);
@@ -126,7 +125,7 @@ TEST(Placement, DiffuseFieldStaysWide)
     EXPECT_NEAR(shares.left / shares.right, 1.0, 0.05);
 }
 
-TEST(Split, AtBlockBordersChangesNothing)
+TEST(Split, AtBlockBoundariesDoesNotChangeTheOutput)
 {
     for (const Signal signal : {Signal::TravellingSource, Signal::SteadyTones, Signal::Bursts}) {
         const Upmix whole = upmixed(signal, 6400, 6400);
@@ -135,15 +134,14 @@ TEST(Split, AtBlockBordersChangesNothing)
     }
 }
 
-TEST(Split, InsideABlockIsHeard)
+TEST(Split, InsideABlockChangesTheOutput)
 {
     EXPECT_NE(upmixed(Signal::DiffuseNoise, 6400, 100).buffer(), upmixed(Signal::DiffuseNoise, 6400, 6400).buffer());
 }
 
-TEST(Mirror, ExchangedInputsExchangeTheFronts)
+TEST(Mirror, SwappedInputsSwapTheFronts)
 {
-    // Not to the bit: left and right of the middle are interpolated by different, equivalent forms, whose rounding
-    // differs by some units in the last place of single precision.
+    // Not exact: the interpolations left and right of the middle are equivalent but round differently.
     constexpr double kRounding = 1e-5 * 8388608.0;
 
     constexpr std::size_t kFrames = 48000;

@@ -1,3 +1,4 @@
+// Tests of the filterbank alone: analysis and synthesis without steering and mixing.
 #include "cinema/analysis.h"
 #include "cinema/synthesis.h"
 #include "engine/zrk_tarn.h"
@@ -13,9 +14,6 @@
 #include <numbers>
 #include <vector>
 
-// Analysis and synthesis by the engine's own stages, without measuring, steering and mixing in between: what is left is
-// the filterbank.
-
 namespace
 {
 
@@ -26,8 +24,8 @@ constexpr std::size_t kDelayFrames = 960;
 
 using Signal = std::vector<double>;
 
-/// The signal through the chain, in as many whole blocks as it fills; engine scale, so that rounding does not show.
-Signal throughTheChain(const Signal& signal)
+/// Analyses and synthesizes whole blocks of a signal, at engine scale.
+Signal analyseAndSynthesize(const Signal& signal)
 {
     const auto engine = std::make_unique<ZRKTarn>();
     engine->Open();
@@ -49,12 +47,12 @@ Signal throughTheChain(const Signal& signal)
     return output;
 }
 
-/// Signal to reconstruction error in dB, after the delay and the one gain that fits best.
+/// Ratio of signal to reconstruction error in dB, after the delay and with the best gain.
 double reconstructionDb(Signal signal)
 {
     const std::size_t length = signal.size();
     signal.resize((length + 2048) / kBlock * kBlock);
-    const Signal output = throughTheChain(signal);
+    const Signal output = analyseAndSynthesize(signal);
     double cross = 0.0;
     double energy = 0.0;
     for (std::size_t i = 0; i + kDelayFrames < output.size(); ++i) {
@@ -64,8 +62,8 @@ double reconstructionDb(Signal signal)
     const double gain = cross / energy;
     double error = 0.0;
     for (std::size_t i = 0; i < output.size(); ++i) {
-        const double wanted = i < kDelayFrames ? 0.0 : signal[i - kDelayFrames];
-        error += std::pow(output[i] / gain - wanted, 2.0);
+        const double expected = i < kDelayFrames ? 0.0 : signal[i - kDelayFrames];
+        error += std::pow(output[i] / gain - expected, 2.0);
     }
     return 10.0 * std::log10(energy / error);
 }
@@ -91,12 +89,12 @@ TEST(Reconstruction, OfASweepIs85Decibels)
     EXPECT_GE(reconstructionDb(signal), 85.0);
 }
 
-TEST(Reconstruction, OfAnImpulseIs85DecibelsAtEveryPlaceInTheBlock)
+TEST(Reconstruction, OfAnImpulseIs85DecibelsAtEveryFrameOfABlock)
 {
-    for (std::size_t place = 0; place < kBlock; ++place) {
+    for (std::size_t frame = 0; frame < kBlock; ++frame) {
         Signal signal(kBlock, 0.0);
-        signal[place] = 1.0;
-        EXPECT_GE(reconstructionDb(signal), 85.0) << "frame " << place << " of the block";
+        signal[frame] = 1.0;
+        EXPECT_GE(reconstructionDb(signal), 85.0) << "frame " << frame << " of the block";
     }
 }
 
@@ -104,7 +102,7 @@ TEST(Reconstruction, DelaysBy960Frames)
 {
     Signal signal(64 * 40, 0.0);
     signal[100] = 1.0;
-    const Signal output = throughTheChain(signal);
+    const Signal output = analyseAndSynthesize(signal);
     const auto louder = [](double a, double b) { return std::fabs(a) < std::fabs(b); };
     EXPECT_EQ(std::max_element(output.begin(), output.end(), louder) - output.begin(), 100 + 960);
 }

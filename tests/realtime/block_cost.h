@@ -1,3 +1,4 @@
+// The cost of a block, in instructions or ticks.
 #pragma once
 
 #include "tests/realtime/hostile_signal.h"
@@ -9,14 +10,14 @@
 namespace tests
 {
 
-/// The middle one of what blocks of music in a format cost, by a measure that processes its block.
+/// The median cost of blocks of music in a format. The measure processes a block and returns its cost.
 std::uint64_t medianInMusic(const StreamFormat& format, std::size_t blocks,
                             const std::function<std::uint64_t(zrk_tarn_processor_t&, HostBlock&)>& measure);
 
-/// Instructions of the last block of a signal, with the instruction set that engines work with.
+/// Instructions of the last block of a signal, with the chosen instruction set.
 std::uint64_t instructionsOfLastBlock(const HostileSignal& signal);
 
-/// Their median over blocks of music of the same format.
+/// Median of the instructions of blocks of music in a format.
 std::uint64_t instructionsInMusic(const StreamFormat& format);
 
 } // namespace tests

@@ -1,3 +1,4 @@
+// Counts calls that a real-time thread must not make.
 #include "tests/realtime/call_guard.h"
 
 #include <dlfcn.h>
@@ -19,11 +20,11 @@ constinit thread_local tests::ForbiddenCalls counted;
     if (watching) ++(counted.*kind);
 }
 
-/// Counts a call of ours and makes it to the definition that follows ours, the C library's.
-template <auto kOurs, typename... Arguments>
+/// Counts a call and forwards it to the C library.
+template <auto kFunction, typename... Arguments>
 int countedLock(const char* name, Arguments... arguments)
 {
-    static const auto next = reinterpret_cast<decltype(kOurs)>(dlsym(RTLD_NEXT, name));
+    static const auto next = reinterpret_cast<decltype(kFunction)>(dlsym(RTLD_NEXT, name));
     count(&tests::ForbiddenCalls::locks);
     return next(arguments...);
 }
@@ -48,7 +49,7 @@ ForbiddenCalls forbiddenCallsOf(const std::function<void()>& work)
 
 extern "C" {
 
-// Under these names the C library offers its allocator to programs that put something in front of it.
+// The C library's allocator, for programs that replace malloc.
 void* __libc_malloc(std::size_t size) noexcept;
 void* __libc_calloc(std::size_t count, std::size_t size) noexcept;
 void* __libc_realloc(void* memory, std::size_t size) noexcept;

@@ -1,3 +1,4 @@
+// Counts calls that a real-time thread must not make.
 #pragma once
 
 #include <functional>
@@ -9,9 +10,9 @@ namespace tests
 /// Calls that a real-time thread must not make.
 struct ForbiddenCalls
 {
-    unsigned allocations = 0; ///< malloc and its kin, through which operator new goes too
-    unsigned releases = 0;    ///< free of anything, through which operator delete goes too
-    unsigned locks = 0;       ///< locking, trying to lock, waiting and waking: mutexes, conditions, semaphores
+    unsigned allocations = 0; ///< malloc and related functions; operator new calls them
+    unsigned releases = 0;    ///< free; operator delete calls it
+    unsigned locks = 0;       ///< lock, try to lock, wait and wake: mutexes, conditions, semaphores
 
     friend bool operator==(const ForbiddenCalls&, const ForbiddenCalls&) = default;
     friend std::ostream& operator<<(std::ostream& stream, const ForbiddenCalls& calls)
@@ -21,10 +22,10 @@ struct ForbiddenCalls
     }
 };
 
-/// Counts them on this thread while work runs. The program's own definitions of these functions stand in front of the
-/// C library's and count; so they see whatever any library of the process calls.
+/// Counts such calls on this thread while work runs. The program defines these functions itself, so calls of all
+/// libraries are counted.
 ///
-/// Not in a program that a sanitizer has instrumented: it has definitions of its own.
+/// Not available with sanitizers, which define the functions too.
 ForbiddenCalls forbiddenCallsOf(const std::function<void()>& work);
 
 } // namespace tests

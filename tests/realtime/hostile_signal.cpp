@@ -1,3 +1,4 @@
+// Signals whose blocks are expensive, and how to process them.
 #include "tests/realtime/hostile_signal.h"
 
 #include "tests/support/random.h"
@@ -28,7 +29,7 @@ Shape shapeNamed(std::string_view name)
     return static_cast<Shape>(found - kShapeNames.begin());
 }
 
-/// The value of a shape at a time in frames since its segment began.
+/// The value of a shape at a time in frames from the start of its segment.
 double valueOf(const Layer& layer, std::uint64_t time, Random& random)
 {
     const double cosine = std::cos(std::numbers::pi * layer.pitch / 64.0 * static_cast<double>(time));
@@ -64,7 +65,7 @@ void fill(HostBlock& block, const Segment& segment, std::uint32_t number, Random
     for (std::size_t i = 0; i < kBlockFrames; ++i) block.put(i, left[i], right[i]);
 }
 
-/// Words between separators.
+/// The non-empty words between separators.
 std::vector<std::string> split(const std::string& text, char separator)
 {
     std::vector<std::string> words;
@@ -180,7 +181,7 @@ PlayedSignal::PlayedSignal(const HostileSignal& signal) : block_(signal.format),
     configure(processor_, signal.mode);
     for (std::uint32_t i = 0; i < signal.formatChanges; ++i)
         processor_.process(nullptr, 0, 0, signal.format.rateHz, i % 2 == 0 ? 16 : 24, nullptr);
-    block_.process(processor_, 0); // the format of the stream, even if the last block is its only one
+    block_.process(processor_, 0); // sets the format, also for a stream of one block
 
     Random random(signal.seed);
     for (std::size_t s = 0; s < signal.segments.size(); ++s) {

@@ -1,3 +1,4 @@
+// Signals whose blocks are expensive, and how to process them.
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
@@ -10,12 +11,12 @@
 namespace tests
 {
 
-/// How a stream comes and goes. What blocks of it cost is compared with what they cost in music of the same format.
+/// The format of a stream. The cost of blocks is compared with that of music in the same format.
 struct StreamFormat
 {
     std::uint32_t rateHz = 48000;
     std::uint32_t bits = 16;
-    bool remap = false; ///< eight slots, four of them mixed through a full matrix; otherwise six slots
+    bool remap = false; ///< eight slots with a full remap matrix; otherwise six slots
 
     std::uint32_t slots() const { return remap ? 8 : 6; }
     std::size_t sampleBytes() const { return (bits + 7) / 8; }
@@ -25,13 +26,13 @@ struct StreamFormat
 
 std::ostream& operator<<(std::ostream& stream, const StreamFormat& format);
 
-/// A block of a stream in a buffer of the host's, ready to be processed in place.
+/// A host buffer of one block.
 class HostBlock
 {
 public:
     explicit HostBlock(const StreamFormat& format);
 
-    /// Puts a frame into the left and right slots; full scale, that of the container, at +-1.
+    /// Writes a frame to the left and right slots; +-1 is full scale of the container.
     void put(std::size_t frame, double left, double right);
 
     void process(zrk_tarn_processor_t& processor, std::uint32_t frames);
@@ -44,11 +45,11 @@ private:
 
 enum class Shape
 {
-    Tone,     ///< a cosine of pitch subbands, so that 64 is the alternation of two samples
+    Tone,     ///< a cosine; pitch is its frequency in subbands, 64 is Nyquist
     Square,   ///< its sign
-    Noise,    ///< even between -1 and 1
+    Noise,    ///< uniform between -1 and 1
     Signs,    ///< -1 or 1 at random
-    Impulses, ///< a single 1, pitch frames apart
+    Impulses, ///< 1 every pitch frames, else 0
     Constant
 };
 
@@ -63,21 +64,21 @@ struct Layer
     double right; ///< gain to the right slot
 };
 
-/// Blocks alike: silence, or the sum of layers.
+/// Blocks with the same layers; silence without layers.
 struct Segment
 {
     std::uint32_t blocks;
     std::vector<Layer> layers;
 };
 
-/// A stream described in words, of whose last block the cost is of interest. As a line of text:
+/// The description of a stream whose last block is measured. As a line of text:
 ///
 ///   RATE BITS plain|remap MODE FRAMES FORMATS SEED | BLOCKS SHAPE:PITCH:LEVEL:SLOPE:LEFT:RIGHT ... | BLOCKS ...
 struct HostileSignal
 {
     StreamFormat format;
     std::int32_t mode = 0;
-    std::uint32_t frames = 64;       ///< of the last block; those before are whole
+    std::uint32_t frames = 64;       ///< of the last block; the others have 64
     std::uint32_t formatChanges = 0; ///< changes of width before the stream, each of which scales the smoothing pairs
     std::uint32_t seed = 1;          ///< of its noises
     std::vector<Segment> segments;
@@ -88,10 +89,10 @@ std::ostream& operator<<(std::ostream& stream, const HostileSignal& signal);
 /// Throws std::invalid_argument.
 HostileSignal hostileSignalFrom(const std::string& line);
 
-/// The signals of a file, one in each line that is neither empty nor begins with #. Throws std::runtime_error.
+/// The signals of a file, one per line; skips empty lines and lines that start with #. Throws std::runtime_error.
 std::vector<HostileSignal> hostileSignalsIn(const std::string& file);
 
-/// An object that has processed all of a signal but the last block, and that block.
+/// A processor that has processed all blocks of a signal except the last, and the last block.
 class PlayedSignal
 {
 public:
@@ -108,7 +109,7 @@ private:
     std::uint32_t frames_;
 };
 
-/// Configures an object for a format, with a remap matrix that has no zero.
+/// Configures a processor, with a remap matrix without zeros.
 void configure(zrk_tarn_processor_t& processor, std::int32_t mode);
 
 } // namespace tests

@@ -1,3 +1,4 @@
+// Counts executed instructions.
 #include "tests/realtime/instruction_counter.h"
 
 #include <csignal>
@@ -44,7 +45,7 @@ private:
     {};
 };
 
-/// Not inlined, so that the same instructions stand around every work.
+/// Not inlined, so that the overhead is the same for every work.
 [[gnu::noinline]] int stepsThrough(const std::function<void()>& work)
 {
     const StepHandler handler;
@@ -74,8 +75,8 @@ bool canCountInstructions()
 
 std::uint64_t instructionsOf(const std::function<void()>& work)
 {
-    static const int around = stepsThrough([] {});
-    return static_cast<std::uint64_t>(stepsThrough(work) - around);
+    static const int overhead = stepsThrough([] {});
+    return static_cast<std::uint64_t>(stepsThrough(work) - overhead);
 }
 
 } // namespace tests

@@ -1,3 +1,4 @@
+// Counts executed instructions.
 #pragma once
 
 #include <cstdint>
@@ -6,15 +7,14 @@
 namespace tests
 {
 
-/// Whether this machine lets a program step through itself: x86-64, and neither an emulator nor a sanitizer between.
+/// Whether this machine supports single-stepping: x86-64, without an emulator or sanitizer.
 bool canCountInstructions();
 
-/// The instructions that work executes on this thread, exactly: the processor traps after each one, as for a debugger,
-/// and a signal handler counts. The count is of what was compiled, so the same in every run and on every machine that
-/// takes the same way through it; a microsecond or two per instruction.
+/// The exact number of instructions that work executes on this thread: the processor traps after each instruction, as
+/// in a debugger, and a signal handler counts. The count is the same in every run that takes the same branches. Takes
+/// one or two microseconds per instruction.
 ///
-/// The call into work and the return from it are left out; what stands around them is calibrated with empty work. Work
-/// that enters the kernel is counted without what the kernel does.
+/// Does not count the call of work and the return, which empty work calibrates, nor instructions in the kernel.
 std::uint64_t instructionsOf(const std::function<void()>& work);
 
 } // namespace tests

@@ -1,3 +1,4 @@
+// Counts system calls and page faults.
 #include "tests/realtime/kernel_guard.h"
 
 #include <linux/filter.h>
@@ -25,10 +26,10 @@ namespace
 
 constexpr int kNoFilter = 77; ///< exit code of a child that could not set its filter
 
-/// In memory that the child shares with its parent.
+/// The counter, in memory shared with the child.
 volatile unsigned long* trapped = nullptr;
 
-/// In place of the system call: counts it and lets it fail.
+/// Counts a trapped system call and makes it return an error.
 void countTrap(int /*signal*/, siginfo_t* /*info*/, void* context)
 {
     *trapped = *trapped + 1;
@@ -42,7 +43,7 @@ void countTrap(int /*signal*/, siginfo_t* /*info*/, void* context)
 #endif
 }
 
-/// From here on all system calls trap but the two that end a handler and the process.
+/// Traps all system calls except those that end a signal handler and the process.
 bool trapSystemCalls()
 {
     struct sigaction counting
@@ -93,7 +94,7 @@ std::optional<unsigned long> systemCallsOf(const std::function<void()>& work)
     const unsigned long counted = *trapped;
     munmap(shared, sizeof *trapped);
     if (WIFEXITED(status) && WEXITSTATUS(status) == kNoFilter) return std::nullopt;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("the work did not come to its end");
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("the work did not return");
     return counted;
 }
 

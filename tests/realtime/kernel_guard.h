@@ -1,3 +1,4 @@
+// Counts system calls and page faults.
 #pragma once
 
 #include <functional>
@@ -6,14 +7,13 @@
 namespace tests
 {
 
-/// The system calls that work makes, counted by the kernel itself: work runs in a child process in which every system
-/// call traps instead of being carried out. Nothing where the kernel offers no such filter, as under an emulator.
+/// The number of system calls of work, which runs in a child process where every system call traps instead. Empty if
+/// the kernel has no such filter, as under an emulator.
 ///
-/// What enters the kernel without being a system call is not counted: page faults, interrupts, and the clock where it
-/// is read from memory that the kernel shares.
+/// Does not count page faults, interrupts, and clock reads without a system call.
 std::optional<unsigned long> systemCallsOf(const std::function<void()>& work);
 
-/// The page faults, with and without input, that work takes on this thread.
+/// The minor and major page faults of work on this thread.
 long pageFaultsOf(const std::function<void()>& work);
 
 } // namespace tests

@@ -1,6 +1,7 @@
+// Tests that process does not allocate, lock or enter the kernel after the first call.
 #include "tests/realtime/call_guard.h"
 #include "tests/realtime/kernel_guard.h"
-#include "tests/support/host_life.h"
+#include "tests/support/host_session.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -17,16 +18,13 @@
 #include <memory>
 #include <vector>
 
-// What process() promises to a real-time thread after an object's first call: it allocates nothing, locks nothing and
-// does not enter the kernel, whatever the host hands over, changes of format and of assignment included.
-
 namespace tests
 {
 
 namespace
 {
 
-/// Keeps compilers from leaving out what is allocated and released unused.
+/// Prevents that the compiler removes an unused allocation.
 void* keep(void* memory)
 {
     asm volatile("" : "+r"(memory) : : "memory");
@@ -36,21 +34,21 @@ void* keep(void* memory)
 std::vector<HostCall> callsOf(std::uint64_t seed)
 {
     constexpr int kCalls = 400;
-    HostLife life(seed);
+    HostSession session(seed);
     std::vector<HostCall> calls;
-    for (int i = 0; i < kCalls; ++i) calls.push_back(life.nextCall());
+    for (int i = 0; i < kCalls; ++i) calls.push_back(session.nextCall());
     return calls;
 }
 
-/// A host whose object has had its first call, and the calls that follow.
+/// A processor after its first call, and the remaining calls of the session.
 class StartedHost
 {
 public:
-    explicit StartedHost(std::uint64_t seed) : calls_(callsOf(seed)) { make(calls_.front(), processor_); }
+    explicit StartedHost(std::uint64_t seed) : calls_(callsOf(seed)) { runCall(calls_.front(), processor_); }
 
-    void goOn()
+    void runRest()
     {
-        for (std::size_t i = 1; i < calls_.size(); ++i) make(calls_[i], processor_);
+        for (std::size_t i = 1; i < calls_.size(); ++i) runCall(calls_[i], processor_);
     }
 
 private:
@@ -63,13 +61,13 @@ class GuardedTest : public testing::Test
 protected:
     void SetUp() override
     {
-        if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage stands between the library and the system";
+        if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
     }
 };
 
 } // namespace
 
-// --- The guards see what they are there for ------------------------------------------------------------------------
+// --- The guards ----------------------------------------------------------------------------------------------------
 
 class CallGuard : public GuardedTest
 {};
@@ -137,11 +135,11 @@ TEST_F(CallGuard, CountsLocks)
     for (const auto& lock : locks) EXPECT_EQ(forbiddenCallsOf(lock), ForbiddenCalls{.locks = 1}) << &lock - locks;
 }
 
-TEST_F(CallGuard, SeesTheOneAllocationOfAnObjectsFirstCall)
+TEST_F(CallGuard, CountsTheAllocationOfTheFirstCall)
 {
     std::vector<HostCall> calls = callsOf(1);
     zrk_tarn_processor_t processor;
-    EXPECT_EQ(forbiddenCallsOf([&] { make(calls.front(), processor); }), ForbiddenCalls{.allocations = 1});
+    EXPECT_EQ(forbiddenCallsOf([&] { runCall(calls.front(), processor); }), ForbiddenCalls{.allocations = 1});
 }
 
 class KernelGuard : public GuardedTest
@@ -150,14 +148,14 @@ class KernelGuard : public GuardedTest
 TEST_F(KernelGuard, CountsSystemCalls)
 {
     const auto none = systemCallsOf([] {});
-    if (!none) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    if (!none) GTEST_SKIP() << "the kernel has no filter of system calls";
     EXPECT_EQ(*none, 0u);
     EXPECT_EQ(systemCallsOf([] { syscall(SYS_getpid); }), 1u);
     EXPECT_EQ(systemCallsOf([] {
                   for (int i = 0; i < 1000; ++i) syscall(SYS_gettid);
               }),
               1000u);
-    // Those that the C library makes for others.
+    // System calls by functions of the C library.
     EXPECT_EQ(systemCallsOf([] { sched_yield(); }), 1u);
     EXPECT_GE(systemCallsOf([] { usleep(1); }), 1u);
 }
@@ -177,7 +175,7 @@ TEST_F(KernelGuard, CountsPageFaults)
     munmap(memory, kPages * page);
 }
 
-// --- The promise ---------------------------------------------------------------------------------------------------
+// --- process -------------------------------------------------------------------------------------------------------
 
 class RealTime : public GuardedTest, public testing::WithParamInterface<int>
 {
@@ -185,29 +183,28 @@ protected:
     std::uint64_t seed() const { return static_cast<std::uint64_t>(GetParam()); }
 };
 
-TEST_P(RealTime, NeitherAllocatesNorLocks)
+TEST_P(RealTime, DoesNotAllocateOrLock)
 {
     StartedHost host(seed());
-    EXPECT_EQ(forbiddenCallsOf([&] { host.goOn(); }), ForbiddenCalls{}) << "seed " << seed();
+    EXPECT_EQ(forbiddenCallsOf([&] { host.runRest(); }), ForbiddenCalls{}) << "seed " << seed();
 }
 
 TEST_P(RealTime, MakesNoSystemCall)
 {
     StartedHost host(seed());
-    const auto calls = systemCallsOf([&] { host.goOn(); });
-    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    const auto calls = systemCallsOf([&] { host.runRest(); });
+    if (!calls) GTEST_SKIP() << "the kernel has no filter of system calls";
     EXPECT_EQ(*calls, 0u) << "seed " << seed();
 }
 
-// Pages of code and buffers that were touched before stay where they are, unless the kernel takes them away for reasons
-// of its own, which it does not do three times in a row.
-TEST_P(RealTime, TakesNoPageFaultInMemoryThatWasTouched)
+// The kernel may remove pages at any time, but hardly three times in a row.
+TEST_P(RealTime, HasNoPageFaultInTouchedMemory)
 {
-    StartedHost(seed()).goOn();
+    StartedHost(seed()).runRest();
     long fewest = 1;
     for (int turn = 0; turn < 3 && fewest > 0; ++turn) {
         StartedHost host(seed());
-        const long faults = pageFaultsOf([&] { host.goOn(); });
+        const long faults = pageFaultsOf([&] { host.runRest(); });
         fewest = turn == 0 ? faults : std::min(fewest, faults);
     }
     EXPECT_EQ(fewest, 0) << "seed " << seed();

@@ -101,7 +101,7 @@ class RealTimeStream : public testing::TestWithParam<int>
 protected:
     void SetUp() override
     {
-        if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage adds calls";
+        if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
     }
 
     std::uint64_t seed() const { return static_cast<std::uint64_t>(GetParam()); }
@@ -109,7 +109,7 @@ protected:
 
 } // namespace
 
-TEST_P(RealTimeStream, NeverAllocatesOrLocks)
+TEST_P(RealTimeStream, DoesNotAllocateOrLock)
 {
     StreamSession session(seed());
     EXPECT_EQ(forbiddenCallsOf([&] { session.run(); }), ForbiddenCalls{}) << "seed " << seed();
@@ -120,7 +120,7 @@ TEST_P(RealTimeStream, MakesNoSystemCall)
 {
     StreamSession session(seed());
     const auto calls = systemCallsOf([&] { session.run(); });
-    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    if (!calls) GTEST_SKIP() << "the kernel has no filter of system calls";
     EXPECT_EQ(*calls, 0u) << "seed " << seed();
 }
 

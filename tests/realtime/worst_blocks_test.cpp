@@ -1,3 +1,4 @@
+// Tests that no block costs more than twice the instructions of music.
 #include "dispatch/instruction_sets.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"
@@ -9,17 +10,16 @@
 #include <map>
 #include <vector>
 
-// The work on a block is bounded: whatever a host hands over, it is at most twice that of ordinary music, counted in
-// instructions. worst_blocks.txt holds the worst signals that `./run worst` has found.
+// worst_blocks.txt has the most expensive signals that `./run worst` has found.
 
 namespace tests
 {
 
-TEST(InstructionCounter, CountsWhatIsExecuted)
+TEST(InstructionCounter, CountsExecutedInstructions)
 {
-    if (!canCountInstructions()) GTEST_SKIP() << "the processor cannot be stepped through here";
+    if (!canCountInstructions()) GTEST_SKIP() << "single-stepping is not available";
 #if defined __x86_64__
-    // Two instructions a turn, and the one that sets the number of turns.
+    // Two instructions per turn, and one that sets the number of turns.
     const auto loop = [](std::uint64_t turns) {
         return instructionsOf([turns] {
             std::uint64_t left = turns;
@@ -34,12 +34,12 @@ TEST(InstructionCounter, CountsWhatIsExecuted)
 #endif
 }
 
-TEST(WorstBlocks, CostAtMostTwiceWhatMusicDoes)
+TEST(WorstBlocks, CostAtMostTwiceAsMuchAsMusic)
 {
-    if (!canCountInstructions()) GTEST_SKIP() << "the processor cannot be stepped through here";
-    if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage executes more than the library";
+    if (!canCountInstructions()) GTEST_SKIP() << "single-stepping is not available";
+    if (TARN_INSTRUMENTED) GTEST_SKIP() << "sanitizers and coverage add instructions";
 #if !defined __OPTIMIZE__
-    GTEST_SKIP() << "what unoptimised code executes says nothing";
+    GTEST_SKIP() << "the bound is for optimised code";
 #endif
     constexpr double kBound = 2.0;
     const char* const set = zrk_tarn::chosenOperations().instructionSet;

@@ -1,8 +1,9 @@
-#include "bench/speed/ticks.h"
+// Searches for signals whose last block is as expensive as possible.
 #include "dispatch/instruction_sets.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"
 #include "tests/support/random.h"
+#include "tests/support/ticks.h"
 
 #include <algorithm>
 #include <charconv>
@@ -15,10 +16,9 @@
 #include <string_view>
 #include <vector>
 
-// Looks for signals whose last block costs as much as can be, beside what blocks of music cost: a population of signals
-// for every instruction set, once by instructions and once by ticks, begun with those that are kept in the tree. The
-// worst are changed a little, mixed with one another and measured, for as long as one likes; whatever is worse than all
-// before is printed.
+// A genetic search: a population of signals for every instruction set and both measures, instructions and ticks. The
+// first signals are those of worst_blocks.txt; the worst ones are mutated, combined and measured. The cost is relative
+// to music. Every new worst signal is printed.
 
 namespace
 {
@@ -29,7 +29,7 @@ using zrk_tarn::BlockOperations;
 constexpr std::size_t kPopulation = 24;
 constexpr double kBound = 2.0;
 
-// --- What can be changed in a signal -------------------------------------------------------------------------------
+// --- Mutations -----------------------------------------------------------------------------------------------------
 
 constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
 constexpr std::uint32_t kWidths[] = {9, 16, 17, 24, 25, 31, 32};
@@ -39,20 +39,20 @@ StreamFormat someFormat(Random& random)
     return {random.oneOf(kRatesHz), random.oneOf(kWidths), random.chance(3)};
 }
 
-/// From 1 on, every magnitude as likely as the others.
-std::uint32_t someLength(Random& random, double most)
+/// From 1 to most, uniform in the logarithm.
+std::uint32_t someLength(Random& random, double maximum)
 {
-    return static_cast<std::uint32_t>(std::exp(0.5 * (random.uniform() + 1.0) * std::log(most)));
+    return static_cast<std::uint32_t>(std::exp(0.5 * (random.uniform() + 1.0) * std::log(maximum)));
 }
 
-/// Gains that make sides, middle, imbalances in between and almost equal channels.
+/// Gains for sides, middle, positions in between and almost equal channels.
 double someGain(Random& random)
 {
     constexpr double kGains[] = {0.0, 1.0, -1.0, 0.5, 0.999999};
     return random.chance(3) ? random.uniform() : random.oneOf(kGains);
 }
 
-/// Frequencies in the middle of bands, at their edges and anywhere.
+/// Frequencies in the middle of bands, at their edges and elsewhere.
 double somePitch(Random& random)
 {
     const double band = random.below(64);
@@ -173,10 +173,10 @@ void change(HostileSignal& signal, const HostileSignal& other, Random& random)
     }
 }
 
-// --- What a signal costs -------------------------------------------------------------------------------------------
+// --- Measures ------------------------------------------------------------------------------------------------------
 
-/// Ticks of a block, by doing it again and again from the same state: the least of them is free of what other programs
-/// do. The block must not be the first of its format, which the processor would not bring about again.
+/// The least ticks of a block over several runs from the same state, which excludes other programs. The block must not
+/// be the first one of its format, because the state of the processor is not restored.
 std::uint64_t ticksOfBlock(zrk_tarn_processor_t& processor, HostBlock& block, std::uint32_t frames)
 {
     const ZRKTarn engine = *processor.engine;
@@ -185,7 +185,7 @@ std::uint64_t ticksOfBlock(zrk_tarn_processor_t& processor, HostBlock& block, st
     for (int turn = 0; turn < 15; ++turn) {
         *processor.engine = engine;
         block = before;
-        least = std::min(least, speed::ticksOf([&] { block.process(processor, frames); }));
+        least = std::min(least, ticksOf([&] { block.process(processor, frames); }));
     }
     return least;
 }
@@ -247,7 +247,7 @@ public:
 
     double worst() const { return population_.empty() ? 0.0 : population_.front().ratio; }
 
-    /// The worst, if it is worse than what was printed before, as lines for the file that the test reads.
+    /// Prints the worst signal if it is worse than the last printed one, as lines for worst_blocks.txt.
     void print()
     {
         if (worst() <= printed_) return;
@@ -271,7 +271,7 @@ private:
         if (added) music->second = static_cast<double>(measure_.inMusic(signal.format));
         const double ratio = static_cast<double>(measure_.ofLastBlock(signal)) / music->second;
 
-        // One for each cost, or the population would be one signal and its likes.
+        // One signal per cost keeps the population diverse.
         const auto place = std::lower_bound(population_.begin(), population_.end(), ratio,
                                             [](const Candidate& c, double r) { return c.ratio > r; });
         if (place != population_.end() && place->ratio == ratio) return;
@@ -301,7 +301,7 @@ int search(unsigned minutes)
         for (const BlockOperations* const operations : zrk_tarn::usableOperations())
             searches.emplace_back(*operations, measure, start);
 
-    // In turns of equal time, the last ones measured as well as the first.
+    // Every search gets the same time.
     const auto end = Clock::now() + std::chrono::minutes(minutes);
     while (Clock::now() < end) {
         for (Search& one : searches) {
@@ -311,7 +311,7 @@ int search(unsigned minutes)
         }
     }
 
-    // The bound is one of instructions; ticks are those of this machine.
+    // The bound is for instructions; ticks depend on the machine.
     double worst = 0.0;
     for (const Search& one : searches)
         if (one.countsInstructions()) worst = std::max(worst, one.worst());

@@ -1,4 +1,5 @@
-#include "tests/reference/engine_twins.h"
+// Compares the engine with the reference engine: all bytes of the buffer and all bits of the record, block by block.
+#include "tests/reference/engine_pair.h"
 #include "tests/support/engine.h"
 
 #include <algorithm>
@@ -7,8 +8,6 @@
 #include <tuple>
 #include <type_traits>
 
-// The engine against the literal one: after every block, every byte of the host buffer and every bit of the record.
-
 namespace tests
 {
 
@@ -16,9 +15,9 @@ namespace
 {
 
 constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
-constexpr std::uint64_t kSeed = 20261121; ///< of every sequence; a rate's own is offset by the rate
+constexpr std::uint64_t kSeed = 20261121; ///< tests with a rate add or subtract it
 
-/// Random gains: unity, small, absurd and none.
+/// Random gains: zero, unity, small and arbitrary.
 void randomGains(Random& random, int (&coeff)[3][4])
 {
     for (auto& row : coeff) {
@@ -29,13 +28,13 @@ void randomGains(Random& random, int (&coeff)[3][4])
     }
 }
 
-/// Runs blocks of a signal until a mismatch, whole ones and now and then a short one.
-void runBlocks(EngineTwins& twins, Path path, Signal signal, int blocks, Random& random)
+/// Runs blocks of a signal until a mismatch; some are short.
+void runBlocks(EnginePair& engines, Path path, Signal signal, int blocks, Random& random)
 {
     for (int i = 0; i < blocks && !testing::Test::HasFailure(); ++i) {
         const std::uint32_t frames = random.chance(6) ? random.below(65) : 64;
         SCOPED_TRACE(testing::Message() << signal << ", block " << i << " of " << frames << " frames");
-        twins.runBlock(path, signal, frames, path == Path::Plain ? 4 : 8, random);
+        engines.runBlock(path, signal, frames, path == Path::Plain ? 4 : 8, random);
     }
 }
 
@@ -52,7 +51,7 @@ std::string formatName(const testing::TestParamInfo<Format>& format)
 class EveryFormat : public testing::TestWithParam<Format>
 {};
 
-TEST_P(EveryFormat, GivesTheReferencesBitsOnEverySignal)
+TEST_P(EveryFormat, MatchesTheReferenceForEverySignal)
 {
     const auto [rate, path] = GetParam();
     Random random(kSeed + rate);
@@ -60,36 +59,36 @@ TEST_P(EveryFormat, GivesTheReferencesBitsOnEverySignal)
     for (const int mode : {1, 2}) {
         for (const int outputChannels : {3, 4, 5, 6, 7}) {
             for (const int bits : {12, 16, 20, 24, 32}) {
-                EngineTwins twins;
+                EnginePair engines;
                 Tarn_Parameters parameters = parametersAt(rate, bits, mode);
                 parameters.outputChannels = outputChannels;
                 SCOPED_TRACE(testing::Message() << rate << " Hz, " << bits << " bits, mode " << mode << ", "
                                                 << outputChannels << " output channels");
-                twins.initialise(parameters);
+                engines.initialize(parameters);
                 int coeff[3][4];
                 randomGains(random, coeff);
-                twins.setRemapCoeff(coeff);
-                for (const Signal signal : kAllSignals) runBlocks(twins, path, signal, 3, random);
+                engines.setRemapCoeff(coeff);
+                for (const Signal signal : kAllSignals) runBlocks(engines, path, signal, 3, random);
                 if (HasFailure()) return;
             }
         }
     }
 }
 
-TEST_P(EveryFormat, GivesTheReferencesBitsInEveryWidth)
+TEST_P(EveryFormat, MatchesTheReferenceInEveryWidth)
 {
     const auto [rate, path] = GetParam();
     Random random(kSeed - rate);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed - rate);
     for (int bits = 9; bits <= 32; ++bits) {
-        EngineTwins twins;
+        EnginePair engines;
         SCOPED_TRACE(testing::Message() << rate << " Hz, " << bits << " bits");
-        twins.initialise(parametersAt(rate, bits, 1 + bits % 2));
+        engines.initialize(parametersAt(rate, bits, 1 + bits % 2));
         int coeff[3][4];
         randomGains(random, coeff);
-        twins.setRemapCoeff(coeff);
+        engines.setRemapCoeff(coeff);
         for (const Signal signal : {Signal::TravellingSource, Signal::FullScaleSquare, Signal::QuietNoise})
-            runBlocks(twins, path, signal, 8, random);
+            runBlocks(engines, path, signal, 8, random);
         if (HasFailure()) return;
     }
 }
@@ -101,30 +100,30 @@ INSTANTIATE_TEST_SUITE_P(, EveryFormat,
 class EverySignal : public testing::TestWithParam<Signal>
 {};
 
-TEST_P(EverySignal, GivesTheReferencesBitsForTwoSecondsAndTheSilenceAfterThem)
+TEST_P(EverySignal, MatchesTheReferenceForTwoSecondsAndSilence)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
-    EngineTwins twins;
-    twins.initialise(parametersAt(48000, 16));
-    runBlocks(twins, Path::Plain, GetParam(), 1500, random);
-    runBlocks(twins, Path::Plain, Signal::Silence, 300, random);
+    EnginePair engines;
+    engines.initialize(parametersAt(48000, 16));
+    runBlocks(engines, Path::Plain, GetParam(), 1500, random);
+    runBlocks(engines, Path::Plain, Signal::Silence, 300, random);
 }
 
 INSTANTIATE_TEST_SUITE_P(, EverySignal, testing::ValuesIn(kAllSignals), testing::PrintToStringParamName());
 
-TEST(LongSilence, GivesTheReferencesBitsDownToSubnormalState)
+TEST(LongSilence, MatchesTheReferenceUntilStateIsSubnormal)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
-    EngineTwins twins;
-    twins.initialise(parametersAt(48000, 16));
-    runBlocks(twins, Path::Plain, Signal::DiffuseNoise, 40, random);
-    runBlocks(twins, Path::Plain, Signal::Silence, 4000, random);
-    EXPECT_LT(twins.engine().avgLevelL, 1.2e-38f);
+    EnginePair engines;
+    engines.initialize(parametersAt(48000, 16));
+    runBlocks(engines, Path::Plain, Signal::DiffuseNoise, 40, random);
+    runBlocks(engines, Path::Plain, Signal::Silence, 4000, random);
+    EXPECT_LT(engines.engine().avgLevelL, 1.2e-38f);
 }
 
-/// How many values of a field are subnormal.
+/// The number of subnormal values in a field.
 template <std::size_t kRows, std::size_t kCount>
 int subnormalsIn(const float (&rows)[kRows][kCount])
 {
@@ -135,9 +134,9 @@ int subnormalsIn(const float (&rows)[kRows][kCount])
     return found;
 }
 
-// What is left of a place that no sound has come from for minutes, met by loud sound: coefficients, subbands and
-// synthesis histories about the smallest normal number.
-TEST(TinyWeights, GiveTheReferencesBitsThroughMixingAndSynthesis)
+// Weights that have decayed for minutes, and then loud sound: coefficients, subbands and synthesis histories near the
+// smallest normal number.
+TEST(WeightsNearUnderflow, MatchTheReferenceThroughMixingAndSynthesis)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
@@ -146,11 +145,11 @@ TEST(TinyWeights, GiveTheReferencesBitsThroughMixingAndSynthesis)
     for (const std::uint32_t rate : kRatesHz) {
         for (const int exponent : {-58, -62, -110, -126, -140, -144, -147}) {
             SCOPED_TRACE(testing::Message() << rate << " Hz, weights of 2^" << exponent);
-            EngineTwins twins;
-            twins.initialise(parametersAt(rate, 24));
+            EnginePair engines;
+            engines.initialize(parametersAt(rate, 24));
             for (const Signal signal : {Signal::LeftNoise, Signal::QuietNoise, Signal::HighTone, Signal::Silence}) {
-                ZRKTarn& a = twins.engine();
-                reference::Engine& b = twins.reference();
+                ZRKTarn& a = engines.engine();
+                reference::Engine& b = engines.reference();
                 for (int g = 0; g < 16; ++g) {
                     const auto lr = std::ldexp(static_cast<float>(random.uniform()), exponent);
                     const auto fb = std::ldexp(static_cast<float>(random.uniform()), exponent);
@@ -159,12 +158,12 @@ TEST(TinyWeights, GiveTheReferencesBitsThroughMixingAndSynthesis)
                     a.fbSlower[g] = a.fbSlow[g] = a.fbMid[g] = a.fbFast[g] = fb;
                     b.fbSlower[g] = b.fbSlow[g] = b.fbMid[g] = b.fbFast[g] = fb;
                 }
-                // Alpha as after many changes of the format, so that the weights stay tiny.
+                // An alpha as after many changes of the format keeps the weights near underflow.
                 const auto alpha = std::ldexp(1.0f, exponent);
                 for (float(*pair)[2] : {&a.slower, &a.slow, &a.mid, &a.fast, &b.slower, &b.slow, &b.mid, &b.fast})
                     (*pair)[0] = alpha;
                 for (int block = 0; block < 20 && !HasFailure(); ++block) {
-                    runBlocks(twins, Path::Plain, signal, 1, random);
+                    runBlocks(engines, Path::Plain, signal, 1, random);
                     mixed += subnormalsIn(a.outSubband);
                     synthesised += subnormalsIn(a.synthHistory);
                 }
@@ -176,7 +175,7 @@ TEST(TinyWeights, GiveTheReferencesBitsThroughMixingAndSynthesis)
     EXPECT_GT(synthesised, 1000);
 }
 
-/// A number that a caller might leave in a field: of any magnitude down to the smallest subnormal one, of either sign.
+/// A number that a caller may write to a field: of any sign and magnitude, also subnormal.
 float writtenValue(Random& random)
 {
     const auto mantissa = static_cast<float>(random.uniform());
@@ -184,7 +183,7 @@ float writtenValue(Random& random)
     return random.chance(8) ? std::copysign(0.0f, mantissa) : std::ldexp(mantissa, random.oneOf(exponents));
 }
 
-/// Writes the same numbers into the same places of a field of both engines.
+/// Writes the same numbers to the same elements of a field of both engines.
 template <typename Field>
 void writeInto(Field& a, Field& b, Random& random)
 {
@@ -195,19 +194,19 @@ void writeInto(Field& a, Field& b, Random& random)
         if (random.chance(2)) first[i] = second[i] = writtenValue(random);
 }
 
-TEST(WrittenFields, GiveTheReferencesBits)
+TEST(WrittenFields, MatchTheReference)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
-    for (int life = 0; life < 300 && !HasFailure(); ++life) {
+    for (int run = 0; run < 300 && !HasFailure(); ++run) {
         constexpr std::int32_t kBits[] = {16, 24, 32, 20};
-        EngineTwins twins;
-        twins.initialise(parametersAt(random.oneOf(kRatesHz), random.oneOf(kBits)));
+        EnginePair engines;
+        engines.initialize(parametersAt(random.oneOf(kRatesHz), random.oneOf(kBits)));
         const Signal signal = kAllSignals[random.below(kAllSignals.size())];
-        runBlocks(twins, Path::Plain, signal, 3, random);
+        runBlocks(engines, Path::Plain, signal, 3, random);
         for (int change = 0; change < 12 && !HasFailure(); ++change) {
             std::string written;
-            forEachField(twins.engine(), twins.reference(), [&](const char* name, auto& a, auto& b) {
+            forEachField(engines.engine(), engines.reference(), [&](const char* name, auto& a, auto& b) {
                 using Element = std::remove_all_extents_t<std::remove_cvref_t<decltype(a)>>;
                 if constexpr (std::is_same_v<Element, float>) {
                     if (!random.chance(12)) return;
@@ -216,33 +215,33 @@ TEST(WrittenFields, GiveTheReferencesBits)
                 }
             });
             if (random.chance(3)) {
-                // Any tiling of at most 64 bands, with empty groups and negative counts.
+                // Counts of at most 64 bands in all, with empty groups and negative counts.
                 std::int32_t left = 64;
                 for (int g = 0; g < 16; ++g) {
                     const auto count = static_cast<std::int32_t>(random.below(8)) - 1;
-                    twins.engine().bandCount[g] = twins.reference().bandCount[g] = std::min(count, left);
-                    left -= std::max(twins.engine().bandCount[g], 0);
+                    engines.engine().bandCount[g] = engines.reference().bandCount[g] = std::min(count, left);
+                    left -= std::max(engines.engine().bandCount[g], 0);
                 }
                 written += " bandCount";
             }
             if (random.chance(4)) {
                 const auto ceiling = static_cast<std::int32_t>(random.bits());
                 const auto floor = static_cast<std::int32_t>(random.bits());
-                twins.engine().sampleCeiling = twins.reference().sampleCeiling = ceiling;
-                twins.engine().sampleFloor = twins.reference().sampleFloor = floor;
+                engines.engine().sampleCeiling = engines.reference().sampleCeiling = ceiling;
+                engines.engine().sampleFloor = engines.reference().sampleFloor = floor;
                 written += " sampleCeiling sampleFloor";
             }
-            SCOPED_TRACE(testing::Message() << "life " << life << ", change " << change << ", written:" << written);
-            runBlocks(twins, random.chance(2) ? Path::Plain : Path::Remap, signal, 2, random);
+            SCOPED_TRACE(testing::Message() << "run " << run << ", change " << change << ", written:" << written);
+            runBlocks(engines, random.chance(2) ? Path::Plain : Path::Remap, signal, 2, random);
         }
     }
 }
 
-TEST(Reconfiguration, CarriesTheSameStateThroughEveryChange)
+TEST(Reconfiguration, MatchesTheReferenceAfterEveryChange)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
-    EngineTwins twins;
+    EnginePair engines;
     for (int change = 0; change < 400 && !HasFailure(); ++change) {
         constexpr std::uint32_t kOddRates[] = {0, 22050, 176400, 48001};
         constexpr std::int32_t kBits[] = {16, 24, 32, 9, 17, 8, 40, 0, 1};
@@ -256,9 +255,9 @@ TEST(Reconfiguration, CarriesTheSameStateThroughEveryChange)
         SCOPED_TRACE(testing::Message() << "change " << change << ", " << parameters.sampleRate << " Hz, "
                                         << parameters.bitsPerSample << " bits, mode " << parameters.mode << ", "
                                         << parameters.outputChannels << " output channels");
-        twins.initialise(parameters);
+        engines.initialize(parameters);
         const Path path = random.chance(2) ? Path::Plain : Path::Remap;
-        runBlocks(twins, path, kAllSignals[random.below(kAllSignals.size())], 8, random);
+        runBlocks(engines, path, kAllSignals[random.below(kAllSignals.size())], 8, random);
     }
 }
 

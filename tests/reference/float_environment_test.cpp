@@ -1,3 +1,4 @@
+// Tests that results do not depend on the caller's floating-point environment, which is restored.
 #include "filterbank/cos_mod.h"
 #include "filterbank/transform_tables.h"
 #include "host/zrk_tarn_processor.h"
@@ -13,9 +14,6 @@
 #include <memory>
 #include <vector>
 
-// Audio hosts flush subnormal numbers to zero on their threads, or round otherwise. Results do not depend on it, and
-// the caller's settings and exception flags are afterwards what they were.
-
 namespace tests
 {
 
@@ -26,7 +24,7 @@ constexpr std::uint32_t kSlots = 8;
 constexpr std::uint32_t kBits = 16;
 constexpr std::uint32_t kFrames = 6400;
 constexpr int kBuffers = 28;
-constexpr int kLoudBuffers = 2; ///< at the beginning, and one at the end; silence between them, in which means stick
+constexpr int kLoudBuffers = 2; ///< at the start, and one at the end; silence between them
 
 using Buffer = std::vector<std::uint8_t>;
 
@@ -53,11 +51,11 @@ std::vector<Buffer> loudSilentAndLoud()
 constexpr std::uint32_t kPlainCodes[8] = {0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0};
 constexpr std::uint32_t kRemapCodes[8] = {0x2000, 0x4000, 0x40000, 0x80000, 0, 0, 0, 0};
 
-/// All buffers through a processor, from its first call on: the path changes with every buffer, the rate twice.
+/// Processes all buffers with a new processor. Changes the path with every buffer and the rate twice.
 ///
-/// Runs in the caller's environment and does no arithmetic in it.
+/// Runs in the caller's environment without arithmetic.
 template <typename Processor, typename Codes>
-void live(Processor& processor, std::vector<Buffer>& buffers, Codes codesOf)
+void processAll(Processor& processor, std::vector<Buffer>& buffers, Codes codesOf)
 {
     unsigned gains[3][4] = {{0x10000000, 0, 0x08000000, 0}, {0, 0x10000000, 0, 0x08000000}, {0x0b504f33, 1, 2, 3}};
     processor.set_remap_coeff(gains);
@@ -70,13 +68,13 @@ void live(Processor& processor, std::vector<Buffer>& buffers, Codes codesOf)
     }
 }
 
-void liveOfLibrary(zrk_tarn_processor_t& processor, std::vector<Buffer>& buffers)
+void processAllWithLibrary(zrk_tarn_processor_t& processor, std::vector<Buffer>& buffers)
 {
     audio_channel_assignment_t plain{};
     audio_channel_assignment_t remap{};
     std::memcpy(plain.code, kPlainCodes, sizeof kPlainCodes);
     std::memcpy(remap.code, kRemapCodes, sizeof kRemapCodes);
-    live(processor, buffers, [&](bool isPlain) { return isPlain ? &plain : &remap; });
+    processAll(processor, buffers, [&](bool isPlain) { return isPlain ? &plain : &remap; });
 }
 
 void clearTables()
@@ -89,18 +87,18 @@ void clearTables()
     zrk_tarn::transformTables = {};
 }
 
-/// A buffer of the life as the default environment gives it, and the record behind it.
+/// Buffers and record that the default environment gives.
 struct Expected
 {
     zrk_tarn_processor_t processor;
     std::vector<Buffer> buffers = loudSilentAndLoud();
 
-    Expected() { liveOfLibrary(processor, buffers); }
+    Expected() { processAllWithLibrary(processor, buffers); }
 };
 
 } // namespace
 
-TEST(FloatEnvironment, OfTheCallerChangesNothingAndIsRestored)
+TEST(FloatEnvironment, DoesNotChangeResultsAndIsRestored)
 {
     const Expected expected;
     const std::vector<Buffer> inputs = loudSilentAndLoud();
@@ -108,14 +106,14 @@ TEST(FloatEnvironment, OfTheCallerChangesNothingAndIsRestored)
         SCOPED_TRACE(testing::Message() << "rounding " << setting.rounding << ", flushing " << setting.flushing);
         for (const std::uint64_t flags : {std::uint64_t{0}, kAllFlags & 0x15u, kAllFlags}) {
             std::vector<Buffer> buffers = inputs;
-            if (flags != 0) buffers.resize(3); // the flags need no whole life
+            if (flags != 0) buffers.resize(3); // a few buffers are enough for flags
             const FloatEnvironment callers{setting.control, flags};
             FloatEnvironment after{};
             zrk_tarn_processor_t processor;
             clearTables();
             {
                 const CallersEnvironment environment(callers);
-                liveOfLibrary(processor, buffers);
+                processAllWithLibrary(processor, buffers);
                 after = currentEnvironment();
             }
             EXPECT_EQ(after, callers);
@@ -129,30 +127,30 @@ TEST(FloatEnvironment, OfTheCallerChangesNothingAndIsRestored)
     }
 }
 
-TEST(FloatEnvironment, OfTheCallerChangesWhatDoesNotSetItsOwn)
+TEST(FloatEnvironment, ChangesResultsOfTheReference)
 {
-    // The reference engine sets none, so these lives show every setting to matter.
+    // The reference engine sets no environment, so every setting must change its output.
     std::vector<Buffer> expected = loudSilentAndLoud();
     const std::vector<Buffer> inputs = expected;
     const auto codesOf = [](bool isPlain) { return isPlain ? kPlainCodes : kRemapCodes; };
-    reference::Processor undisturbed;
-    live(undisturbed, expected, codesOf);
+    reference::Processor expectedProcessor;
+    processAll(expectedProcessor, expected, codesOf);
     for (const EnvironmentSetting& setting : allSettings()) {
         if (setting.control == kDefaultControl) continue;
         std::vector<Buffer> buffers = inputs;
         reference::Processor processor;
         {
             const CallersEnvironment environment({setting.control, 0});
-            live(processor, buffers, codesOf);
+            processAll(processor, buffers, codesOf);
         }
         EXPECT_NE(buffers, expected) << "rounding " << setting.rounding << ", flushing " << setting.flushing;
     }
     reference::cosModTablesInit();
 }
 
-// One operation after the other in the caller's environment: what a later one does would hide what an earlier one did.
-// In 32 bits the conversion of a sample to single precision rounds already.
-TEST(FloatEnvironment, OfTheCallerChangesNoOperationOfTheEngine)
+// Tests every operation alone, because a later operation can hide an error of an earlier one. Uses 32 bits, where the
+// conversion of samples to single precision rounds.
+TEST(FloatEnvironment, DoesNotChangeAnyEngineOperation)
 {
     constexpr std::int32_t kWidth = 32;
     using Operation = void (*)(ZRKTarn & engine);
@@ -206,7 +204,7 @@ TEST(FloatEnvironment, OfTheCallerChangesNoOperationOfTheEngine)
             EXPECT_EQ(after, callers);
             EXPECT_EQ(buffer, expectedBuffer);
             EXPECT_TRUE(sameRecord(engine, buffer.data(), expected, expectedBuffer.data()));
-            // The tables are right, too.
+            // Also checks the tables.
             ZRKTarn next = engine;
             ZRKTarn expectedNext = expected;
             next.ProcessCine3(0, kSlots);
@@ -218,16 +216,16 @@ TEST(FloatEnvironment, OfTheCallerChangesNoOperationOfTheEngine)
 
 #if defined __SSE2__
 
-TEST(FloatEnvironment, TrapsOfTheCallerAreNotSprung)
+TEST(FloatEnvironment, TrapsOfTheCallerAreDisabled)
 {
-    // Every block rounds, so that the first operation would trap if the caller's settings stayed in force.
+    // Every block rounds, so the first operation traps in the caller's environment.
     const Expected expected;
     std::vector<Buffer> buffers = loudSilentAndLoud();
     zrk_tarn_processor_t processor;
     clearTables();
     {
         const CallersEnvironment environment({kDefaultControl & ~kTrapMasks, 0});
-        liveOfLibrary(processor, buffers);
+        processAllWithLibrary(processor, buffers);
     }
     EXPECT_EQ(buffers, expected.buffers);
 }

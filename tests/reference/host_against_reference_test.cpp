@@ -1,9 +1,7 @@
+// Compares random sessions of the host object with those of the reference.
 #include "tests/reference/reference_processor.h"
-#include "tests/support/host_life.h"
+#include "tests/support/host_session.h"
 #include "tests/support/record_compare.h"
-
-// Random lives of a host: configuration, formats, assignments and buffers of every shape, against the literal host
-// object. After every call both objects, their engines and all bytes must agree.
 
 namespace tests
 {
@@ -12,16 +10,16 @@ namespace
 {
 
 /// Both host objects.
-struct Lives
+struct HostPair
 {
     zrk_tarn_processor_t processor;
     reference::Processor reference;
 };
 
-void expectSameObjects(const Lives& lives, const std::uint8_t* buffer, const std::uint8_t* referenceBuffer)
+void expectSameObjects(const HostPair& hosts, const std::uint8_t* buffer, const std::uint8_t* referenceBuffer)
 {
-    const zrk_tarn_processor_t& a = lives.processor;
-    const reference::Processor& b = lives.reference;
+    const zrk_tarn_processor_t& a = hosts.processor;
+    const reference::Processor& b = hosts.reference;
     forEachHostField(a, b, [](const char* name, const auto& fieldA, const auto& fieldB) {
         EXPECT_TRUE(sameBits(name, fieldA, fieldB));
     });
@@ -31,20 +29,20 @@ void expectSameObjects(const Lives& lives, const std::uint8_t* buffer, const std
     }
 }
 
-void makeToBoth(HostCall& call, Lives& lives)
+void runOnBoth(HostCall& call, HostPair& hosts)
 {
     GuardedBuffer referenceBuffer = call.buffer;
-    EXPECT_EQ(make(call, lives.processor), 0u);
-    EXPECT_EQ(make(call, referenceBuffer, lives.reference), 0u);
+    EXPECT_EQ(runCall(call, hosts.processor), 0u);
+    EXPECT_EQ(runCall(call, referenceBuffer, hosts.reference), 0u);
 
     EXPECT_TRUE(call.buffer.guardsIntact());
     EXPECT_EQ(call.buffer, referenceBuffer);
 
-    // The channel pointers are compared as positions in these buffers; they must not outlive them.
-    expectSameObjects(lives, call.buffer.data(), referenceBuffer.data());
-    if (lives.processor.engine != nullptr && lives.reference.engine != nullptr) {
-        lives.processor.engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
-        lives.reference.engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
+    // Channel pointers are compared as offsets into these buffers, and must not outlive them.
+    expectSameObjects(hosts, call.buffer.data(), referenceBuffer.data());
+    if (hosts.processor.engine != nullptr && hosts.reference.engine != nullptr) {
+        hosts.processor.engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
+        hosts.reference.engine->SetChannelPtrs(nullptr, nullptr, nullptr, nullptr);
     }
 }
 
@@ -53,14 +51,14 @@ void makeToBoth(HostCall& call, Lives& lives)
 class HostAgainstReference : public testing::TestWithParam<int>
 {};
 
-TEST_P(HostAgainstReference, GivesItsBytesAndState)
+TEST_P(HostAgainstReference, MatchesBytesAndState)
 {
-    HostLife life(static_cast<std::uint64_t>(GetParam()));
-    Lives lives;
+    HostSession session(static_cast<std::uint64_t>(GetParam()));
+    HostPair hosts;
     for (int number = 0; number < 600 && !HasFailure(); ++number) {
-        HostCall call = life.nextCall();
+        HostCall call = session.nextCall();
         SCOPED_TRACE(testing::Message() << "seed " << GetParam() << ", call " << number << ": " << call);
-        makeToBoth(call, lives);
+        runOnBoth(call, hosts);
     }
 }
 

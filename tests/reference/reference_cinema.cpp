@@ -1,3 +1,4 @@
+// Stages of the reference engine.
 #include "tests/reference/reference_cinema.h"
 
 #include <cmath>
@@ -29,7 +30,7 @@ void smooth(float& s, const float (&pair)[2], float x)
     s = pair[1] * s + pair[0] * x;
 }
 
-/// Adds a tenth of a magnitude to a tracker: formed in double precision with the single-precision 0.1, rounded at once.
+/// Adds a tenth of a magnitude to a tracker: in double precision with the single-precision 0.1, rounded to single.
 void addTenth(float& tracker, float magnitude)
 {
     const double tenth = static_cast<double>(0.1f);

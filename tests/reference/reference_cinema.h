@@ -1,3 +1,4 @@
+// Stages of the reference engine.
 #pragma once
 
 #include "tests/reference/reference_engine.h"

@@ -1,3 +1,4 @@
+// The reference engine: construction and configuration.
 #include "tests/reference/reference_engine.h"
 
 #include <cmath>

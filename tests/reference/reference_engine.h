@@ -1,3 +1,4 @@
+// The reference engine: a literal implementation to compare the optimised one with.
 #pragma once
 
 #include <cstdint>
@@ -19,13 +20,13 @@ struct Parameters
     float mixFraction = 0.0f;        ///< 0.0 to 1.0
 };
 
-/// The upmix engine once more, one scalar operation at a time, as the measure of the optimised one.
+/// The upmix engine with one scalar operation at a time.
 ///
-/// The members carry the names, shapes and values of the optimised engine's record, so that a test can compare the two
-/// records field by field after any call. Everything starts at zero; the constructor then sets the defaults.
+/// The members have the names, shapes and values of the optimised engine's record, so that tests can compare both
+/// records field by field. All members start at zero; the constructor then sets the defaults.
 struct Engine
 {
-    // The block's output, whole numbers on the engine's scale: front left, front right, centre.
+    // Output of the block, integers, engine scale: front left, front right, centre.
     std::int32_t outputBlock[3][64] = {};
 
     // Slow average of past subband values, left and right.
@@ -66,7 +67,7 @@ struct Engine
     // Smoothing pair of the broadband levels: alpha, 1 - alpha.
     float broadbandPair[2] = {};
 
-    // Counters of the outer walks over the 16 groups and over the subbands.
+    // Loop counters over the 16 groups and over the subbands.
     std::int32_t groupIndex = 0;
     std::int32_t bandIndex = 0;
 

@@ -1,3 +1,4 @@
+// The filterbank of the reference engine.
 #include "tests/reference/reference_filterbank.h"
 
 #include <cmath>

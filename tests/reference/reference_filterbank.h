@@ -1,3 +1,4 @@
+// The filterbank of the reference engine.
 #pragma once
 
 /// Filterbank of the reference engine: cosine tables, DCT-III and DCT-IV kernels, 64-point DCT-IV.

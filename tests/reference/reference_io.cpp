@@ -1,3 +1,4 @@
+// Input and output of the reference engine.
 #include <cmath>
 #include <cstddef>
 

@@ -1,3 +1,4 @@
+// The host object of the reference engine.
 #include "tests/reference/reference_processor.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// The host object of the reference engine.
 #pragma once
 
 #include <cstdint>

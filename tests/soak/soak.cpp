@@ -1,7 +1,8 @@
+// Processes hours of audio and checks that bytes and memory stay the same.
 #include "filterbank/cos_mod.h"
 #include "tests/reference/reference_filterbank.h"
 #include "tests/reference/reference_processor.h"
-#include "tests/support/host_life.h"
+#include "tests/support/host_session.h"
 
 #include <malloc.h>
 
@@ -19,24 +20,23 @@
 #include <thread>
 #include <vector>
 
-// Hours of audio through the library. Round after round the same lives of hosts, one on each of several threads, have
-// to give the same bytes and leave the same memory behind, while one stream goes on for ever beside the reference
-// engine.
+// Every round runs the same host sessions, one per thread, which must give the same bytes and leave the same memory in
+// use. One endless session runs at the same time and is compared with the reference engine.
 
 namespace
 {
 
-constexpr int kLives = 3;
-constexpr int kCallsOfLife = 100000;
-constexpr int kCallsOfRound = 100000; ///< of the endless stream
+constexpr int kSessions = 3;
+constexpr int kCallsOfSession = 100000;
+constexpr int kCallsOfRound = 100000; ///< of the endless session
 
-/// What is allocated with new and not yet freed, by all threads.
+/// Bytes allocated with new and not freed, by all threads.
 std::atomic<std::int64_t> bytesInUse = 0;
 
-/// What a life came to.
+/// The result of a session.
 struct Outcome
 {
-    std::uint64_t checksum = 0xcbf29ce484222325u; ///< FNV-1a of all bytes that came out
+    std::uint64_t checksum = 0xcbf29ce484222325u; ///< FNV-1a of all output bytes
     double seconds = 0.0;                         ///< of audio
 
     void add(const tests::HostCall& call)
@@ -47,31 +47,31 @@ struct Outcome
     }
 };
 
-Outcome live(std::uint64_t seed)
+Outcome runSession(std::uint64_t seed)
 {
     zrk_tarn_processor_t processor;
-    tests::HostLife life(seed);
+    tests::HostSession session(seed);
     Outcome outcome;
-    for (int number = 0; number < kCallsOfLife; ++number) {
-        tests::HostCall call = life.nextCall();
-        make(call, processor);
+    for (int number = 0; number < kCallsOfSession; ++number) {
+        tests::HostCall call = session.nextCall();
+        runCall(call, processor);
         outcome.add(call);
     }
     return outcome;
 }
 
-/// One stream that does not end, and the reference's beside it.
-class EndlessStream
+/// A session without end, compared with the reference.
+class EndlessSession
 {
 public:
-    /// Goes on for a while. Returns whether both streams gave the same bytes.
-    bool goOn()
+    /// Runs some calls. Returns whether library and reference gave the same bytes.
+    bool runRound()
     {
         for (int number = 0; number < kCallsOfRound; ++number) {
-            tests::HostCall call = life_.nextCall();
+            tests::HostCall call = session_.nextCall();
             tests::GuardedBuffer expected = call.buffer;
-            make(call, processor_);
-            make(call, expected, reference_);
+            runCall(call, processor_);
+            runCall(call, expected, reference_);
             outcome_.add(call);
             if (call.buffer != expected) return false;
         }
@@ -81,7 +81,7 @@ public:
     double seconds() const { return outcome_.seconds; }
 
 private:
-    tests::HostLife life_{1000};
+    tests::HostSession session_{1000};
     zrk_tarn_processor_t processor_;
     reference::Processor reference_;
     Outcome outcome_;
@@ -111,20 +111,20 @@ int fail(const char* what)
 
 int soak(std::chrono::minutes length)
 {
-    constexpr std::size_t kResidentMarginKiB = 4096; // what threads and the allocator keep varies
+    constexpr std::size_t kResidentMarginKiB = 4096; // memory of threads and the allocator varies
     const auto start = std::chrono::steady_clock::now();
-    EndlessStream endless;
-    Outcome first[kLives];
+    EndlessSession endless;
+    Outcome first[kSessions];
     Memory firstMemory{};
     double hours = 0.0;
     for (int round = 0; round < 2 || std::chrono::steady_clock::now() - start < length; ++round) {
-        Outcome outcomes[kLives];
+        Outcome outcomes[kSessions];
         bool sameAsReference = false;
         {
             std::vector<std::jthread> threads;
-            for (std::uint64_t life = 0; life < kLives; ++life)
-                threads.emplace_back([&outcomes, life] { outcomes[life] = live(life + 1); });
-            threads.emplace_back([&] { sameAsReference = endless.goOn(); });
+            for (std::uint64_t session = 0; session < kSessions; ++session)
+                threads.emplace_back([&outcomes, session] { outcomes[session] = runSession(session + 1); });
+            threads.emplace_back([&] { sameAsReference = endless.runRound(); });
         }
         const Memory memory = memoryInUse();
         for (const Outcome& outcome : outcomes) hours += outcome.seconds / 3600.0;
@@ -135,18 +135,19 @@ int soak(std::chrono::minutes length)
                     static_cast<long long>(memory.heapBytes), memory.residentKiB);
         std::fflush(stdout);
 
-        if (!sameAsReference) return fail("the endless stream differs from the reference");
+        if (!sameAsReference) return fail("the endless session differs from the reference");
         if (round == 0) {
             std::memcpy(first, outcomes, sizeof first);
             firstMemory = memory;
             continue;
         }
-        for (int life = 0; life < kLives; ++life)
-            if (outcomes[life].checksum != first[life].checksum) return fail("a life gives other bytes than before");
-        if (memory.heapBytes != firstMemory.heapBytes) return fail("the heap is not what it was");
-        if (memory.residentKiB > firstMemory.residentKiB + kResidentMarginKiB) return fail("memory grows");
+        for (int session = 0; session < kSessions; ++session)
+            if (outcomes[session].checksum != first[session].checksum)
+                return fail("a session gave other bytes than in the first round");
+        if (memory.heapBytes != firstMemory.heapBytes) return fail("the size of the heap has changed");
+        if (memory.residentKiB > firstMemory.residentKiB + kResidentMarginKiB) return fail("resident memory has grown");
     }
-    std::puts("soak: every round gave the same bytes and kept the same memory");
+    std::puts("soak: all rounds gave the same bytes and used the same memory");
     return EXIT_SUCCESS;
 }
 

@@ -1,3 +1,4 @@
+// Engines for tests.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -8,7 +9,7 @@
 namespace tests
 {
 
-/// Parameters that every check of Initialize passes, with the block driver's three output channels.
+/// Valid parameters with three output channels, as the block driver sets them.
 inline Tarn_Parameters parametersAt(std::uint32_t sampleRate, std::int32_t bitsPerSample, std::int32_t mode = 1)
 {
     return {.spare = 0,
@@ -20,7 +21,7 @@ inline Tarn_Parameters parametersAt(std::uint32_t sampleRate, std::int32_t bitsP
             .mixFraction = 1.0f};
 }
 
-/// An opened and initialised engine.
+/// An opened and initialized engine.
 inline std::unique_ptr<ZRKTarn> engineAt(std::uint32_t sampleRate, std::int32_t bitsPerSample, std::int32_t mode = 1)
 {
     auto engine = std::make_unique<ZRKTarn>();

@@ -1,3 +1,4 @@
+// Comparison of record fields bit by bit.
 #pragma once
 
 #include <cstddef>
@@ -10,12 +11,12 @@
 namespace tests
 {
 
-/// The elements of a field, in one row.
+/// The element type of a field of any dimensions.
 template <typename Field>
 using ElementOf = std::remove_all_extents_t<std::remove_cvref_t<Field>>;
 
-/// Whether two fields of 32-bit numbers or pointers are alike. Compared by wmemcmp, because fuzzers listen to memcmp
-/// for what their input might be.
+/// Whether two fields of 32-bit numbers or pointers have the same bytes. Uses wmemcmp, because libFuzzer takes hints
+/// from memcmp.
 template <typename Field>
 bool sameMemory(const Field& a, const Field& b)
 {
@@ -24,8 +25,8 @@ bool sameMemory(const Field& a, const Field& b)
                         sizeof(Field) / 4) == 0;
 }
 
-/// The first element in which two fields of plain numbers differ in a bit, or -1. NaN is NaN: its sign and payload
-/// depend on which operand of a sum comes first, which the language leaves to compilers.
+/// The first element in which two fields of numbers differ in a bit, or -1. All NaNs are equal: sign and payload depend
+/// on the order of the operands, which compilers may change.
 template <typename Field>
 std::ptrdiff_t firstDifference(const Field& a, const Field& b)
 {
@@ -44,8 +45,8 @@ std::ptrdiff_t firstDifference(const Field& a, const Field& b)
     return -1;
 }
 
-/// The first element in which two fields of pointers differ as positions, or -1: host samples in the records' buffers,
-/// output rows in the records' own blocks.
+/// The first element in which two fields of pointers differ as offsets, or -1. Host pointers are offsets into the host
+/// buffer, output rows offsets into outputBlock.
 template <typename Field, typename A, typename B>
 std::ptrdiff_t firstDifference(const Field& a, const A& recordA, const std::uint8_t* bufferOfA, const Field& b,
                                const B& recordB, const std::uint8_t* bufferOfB)

@@ -1,3 +1,4 @@
+// A thread's floating-point environment, for tests.
 #pragma once
 
 #include <cstdint>
@@ -7,16 +8,16 @@
 namespace tests
 {
 
-/// A thread's floating-point control, as the processor's registers hold it.
+/// The floating-point registers of a thread.
 struct FloatEnvironment
 {
     std::uint64_t control; ///< MXCSR or fcsr without the flags, or FPCR
-    std::uint64_t flags;   ///< the exceptions that have been raised: those of MXCSR or fcsr, or FPSR
+    std::uint64_t flags;   ///< exception flags of MXCSR or fcsr, or FPSR
 
     friend bool operator==(const FloatEnvironment&, const FloatEnvironment&) = default;
 };
 
-/// Four rounding modes, each with every way to flush subnormal numbers to zero that the processor has.
+/// A rounding mode and a mode of flushing subnormal numbers to zero.
 struct EnvironmentSetting
 {
     const char* rounding;
@@ -28,7 +29,7 @@ struct EnvironmentSetting
 
 inline constexpr std::uint64_t kAllFlags = 0x3f;
 inline constexpr std::uint64_t kDefaultControl = 0x1f80;
-inline constexpr std::uint64_t kTrapMasks = 0x1f80; ///< cleared, every exception traps
+inline constexpr std::uint64_t kTrapMasks = 0x1f80; ///< cleared bits enable traps
 
 inline FloatEnvironment currentEnvironment()
 {
@@ -105,7 +106,7 @@ inline std::vector<EnvironmentSetting> allSettings()
 
 #endif
 
-/// A caller's environment for as long as the object lives. What happens inside must not be inlined arithmetic.
+/// Sets an environment for a scope. Arithmetic in the scope must not be inlined.
 class CallersEnvironment
 {
 public:

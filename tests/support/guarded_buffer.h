@@ -1,3 +1,4 @@
+// A host buffer that detects writes beyond its ends.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -33,7 +34,7 @@ public:
             position[j] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(sample) >> (8 * j));
     }
 
-    /// The sample, its container sign-extended.
+    /// The sign-extended sample.
     std::int32_t get(std::size_t frame, std::size_t slot) const
     {
         const std::uint8_t* const position = data() + (frame * slots_ + slot) * bytesPerSample_;
@@ -49,7 +50,7 @@ public:
         if (std::any_of(bytes_.begin(), bytes_.begin() + kGuard, broken))
             return testing::AssertionFailure() << "written before the buffer";
         if (std::any_of(bytes_.end() - kGuard, bytes_.end(), broken))
-            return testing::AssertionFailure() << "written behind the buffer";
+            return testing::AssertionFailure() << "written after the buffer";
         return testing::AssertionSuccess();
     }
 

@@ -1,3 +1,4 @@
+// The main of tests that run once for every instruction set: --instruction-set=NAME selects it.
 #include "dispatch/instruction_sets.h"
 
 #include <gtest/gtest.h>
@@ -5,8 +6,6 @@
 #include <algorithm>
 #include <iostream>
 #include <string_view>
-
-// The main of tests that run once for every instruction set: --instruction-set=NAME makes the engines work with it.
 
 int main(int count, char** arguments)
 {
@@ -30,7 +29,7 @@ int main(int count, char** arguments)
         }
         const auto found = std::find_if(usable.begin(), usable.end(), named);
         if (found == usable.end()) {
-            // As GoogleTest marks a skipped test, so that ctest counts it as such.
+            // GoogleTest's mark of a skipped test, which ctest recognizes.
             std::cout << "[  SKIPPED ] this processor cannot run " << name << '\n';
             return 0;
         }

@@ -1,3 +1,4 @@
+// Random numbers for tests.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +7,7 @@
 namespace tests
 {
 
-/// Random numbers that are the same everywhere: the engine is standardised, the distributions are ours.
+/// Random numbers that are the same on every platform: the standard defines the generator but not its distributions.
 class Random
 {
 public:

@@ -1,3 +1,4 @@
+// GoogleTest comparisons of engine records.
 #pragma once
 
 #include "tests/support/field_bits.h"
@@ -12,7 +13,7 @@
 namespace tests
 {
 
-/// Whether two fields of plain numbers hold the same bits (firstDifference in field_bits.h); where not, the element.
+/// Whether two fields of numbers have the same bits (firstDifference in field_bits.h).
 template <typename Field>
 testing::AssertionResult sameBits(const char* name, const Field& a, const Field& b)
 {
@@ -24,9 +25,9 @@ testing::AssertionResult sameBits(const char* name, const Field& a, const Field&
     return testing::AssertionFailure() << name << ", element " << i << ": " << elementOf(a) << " and " << elementOf(b);
 }
 
-/// Whether two engine records hold the same bits in every field.
+/// Whether two engine records have the same bits in every field.
 ///
-/// Pointers are compared as positions: outputPtr in the record's own outputBlock, channelPtr in its host buffer.
+/// Compares pointers as offsets: outputPtr in the record's outputBlock, channelPtr in its host buffer.
 template <typename A, typename B>
 testing::AssertionResult sameRecord(const A& a, const std::uint8_t* bufferOfA, const B& b,
                                     const std::uint8_t* bufferOfB)

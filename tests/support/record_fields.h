@@ -1,9 +1,10 @@
+// Iteration over the fields of the public records.
 #pragma once
 
 #include <type_traits>
 
-// The members of the public records, in the order of declaration, and what goes over them. A structured binding takes
-// neither more nor fewer names than there are members: a list that lacks one does not compile.
+// The members of the public records in the order of declaration. A structured binding needs all members, so an
+// incomplete list does not compile.
 
 // clang-format off
 #define TARN_ENGINE_FIELDS(FIELD) \
@@ -45,7 +46,7 @@ namespace tests
 
 /// Calls visit(name, fieldOfA, fieldOfB) for every field of two engine records, in the order of declaration.
 ///
-/// The records may be of different types that share the names and shapes of their fields; all of A's are visited.
+/// The records may have different types with the same names and shapes of fields. Visits all fields of A.
 template <typename A, typename B, typename Visit>
 void forEachField(A& a, B& b, Visit visit)
 {
@@ -69,7 +70,7 @@ void forEachParameter(A& a, B& b, Visit visit)
     TARN_PARAMETER_FIELDS(TARN_VISIT);
 }
 
-/// Calls visit(name, fieldOfA, fieldOfB) for every field of two host objects but their engines, which are pointers.
+/// Calls visit(name, fieldOfA, fieldOfB) for every field of two host objects except the engine pointers.
 template <typename A, typename B, typename Visit>
 void forEachHostField(A& a, B& b, Visit visit)
 {

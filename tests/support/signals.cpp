@@ -1,3 +1,4 @@
+// Stereo test signals.
 #include "tests/support/signals.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ namespace tests
 namespace
 {
 
-/// A sine by its frequency in subbands of 64, so that 0.5 is the middle of the lowest.
+/// A sine; the frequency is in subbands, so 0.5 is the middle of the lowest one.
 double tone(std::uint64_t time, double subbands)
 {
     return std::sin(std::numbers::pi * subbands / 64.0 * static_cast<double>(time));
@@ -59,9 +60,9 @@ Frame frameOf(Signal signal, std::uint64_t time, Random& random)
     case Signal::SteadyTones:
         return {0.4 * tone(time, 6.0) + 0.1 * tone(time, 30.0), 0.2 * tone(time, 6.0) + 0.3 * tone(time, 30.0)};
     case Signal::TravellingSource: {
-        const double place = 0.25 * std::numbers::pi * (1.0 + std::sin(static_cast<double>(time) / 900.0));
+        const double angle = 0.25 * std::numbers::pi * (1.0 + std::sin(static_cast<double>(time) / 900.0));
         const double source = 0.7 * random.uniform();
-        return {source * std::cos(place), source * std::sin(place)};
+        return {source * std::cos(angle), source * std::sin(angle)};
     }
     case Signal::Impulses:
         return {time % 301 == 0 ? 1.0 : 0.0, time % 301 == 150 ? -1.0 : 0.0};

@@ -1,3 +1,4 @@
+// Stereo test signals.
 #pragma once
 
 #include "tests/support/random.h"
@@ -9,7 +10,7 @@
 namespace tests
 {
 
-/// Stereo test signals. Nyquist is the highest frequency of every stream, whatever its rate.
+/// Stereo test signals. Frequencies scale with the sample rate.
 enum class Signal
 {
     Silence,
@@ -21,11 +22,11 @@ enum class Signal
     LowTone,          ///< in the lowest subband
     MidTone,          ///< in one subband, left louder
     HighTone,         ///< in the highest band group, right only
-    SteadyTones,      ///< tones with whole periods per block, so that every block is alike
+    SteadyTones,      ///< tones with whole periods per block, so all blocks are equal
     TravellingSource, ///< noise from hard left to hard right and back
-    Impulses,         ///< single full-scale samples, left and right in turn
-    FullScaleSquare,  ///< both rails, left and right at different periods
-    Bursts            ///< noise and digital silence in turn
+    Impulses,         ///< single full-scale samples, left and right alternating
+    FullScaleSquare,  ///< full scale, with different periods left and right
+    Bursts            ///< noise alternating with digital silence
 };
 
 inline constexpr std::array kAllSignals = {
@@ -43,10 +44,10 @@ struct Frame
     double right;
 };
 
-/// The frame of a signal at a time, counted in frames; noise comes from random.
+/// The frame of a signal at a time in frames; noise uses random.
 Frame frameOf(Signal signal, std::uint64_t time, Random& random);
 
-/// A sample of a width in bits for a value of -1 to 1; widths beyond 32 bits are taken as 32.
+/// The integer sample of a value from -1 to 1, for at most 32 bits.
 std::int32_t sampleOf(double value, std::uint32_t bitsPerSample);
 
 } // namespace tests

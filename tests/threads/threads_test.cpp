@@ -1,3 +1,4 @@
+// Tests of streams on several threads, for ThreadSanitizer.
 #include "engine/zrk_tarn.h"
 #include "host/zrk_tarn_processor.h"
 #include "stream/upmix_stream.h"
@@ -13,8 +14,6 @@
 #include <cstdint>
 #include <thread>
 #include <vector>
-
-// Streams on threads of their own, for the build that watches what threads share: none may notice the others.
 
 namespace tests
 {
@@ -32,16 +31,16 @@ void fillWithNoise(GuardedBuffer& buffer, Random& random)
     std::generate_n(buffer.data(), buffer.size(), [&] { return static_cast<std::uint8_t>(random.bits()); });
 }
 
-/// Appends what a buffer holds and sees to its guards.
-void keep(const GuardedBuffer& buffer, Bytes& bytes)
+/// Checks the guards of a buffer and appends its bytes.
+void append(const GuardedBuffer& buffer, Bytes& bytes)
 {
     EXPECT_TRUE(buffer.guardsIntact());
     bytes.insert(bytes.end(), buffer.data(), buffer.data() + buffer.size());
 }
 
-/// The life of a processor, all of it from a seed: every second buffer comes in another format, which opens the engine
-/// anew, on the plain or the remap path. Returns all bytes that came out.
-Bytes lifeOfAProcessor(std::uint64_t seed)
+/// Runs a processor on both paths; every second buffer has another format, which opens the engine again. Returns all
+/// output bytes.
+Bytes runProcessor(std::uint64_t seed)
 {
     Random random(seed);
     Bytes bytes;
@@ -61,14 +60,14 @@ Bytes lifeOfAProcessor(std::uint64_t seed)
             GuardedBuffer buffer(frames, slots, bits);
             fillWithNoise(buffer, random);
             processor.process(buffer.data(), frames, slots, rateHz, bits, &assignment);
-            keep(buffer, bytes);
+            append(buffer, bytes);
         }
     }
     return bytes;
 }
 
-/// The life of an engine, all of it from a seed, opened anew before every few blocks. Returns all bytes that came out.
-Bytes lifeOfAnEngine(std::uint64_t seed)
+/// Runs an engine and opens it again after every five blocks. Returns all output bytes.
+Bytes runEngine(std::uint64_t seed)
 {
     Random random(seed);
     Bytes bytes;
@@ -84,7 +83,7 @@ Bytes lifeOfAnEngine(std::uint64_t seed)
             const std::uint32_t bytesPerSample = bits / 8;
             engine.SetChannelPtrs(left, left + bytesPerSample, left + 2 * bytesPerSample, left + 2 * bytesPerSample);
             engine.ProcessCine3InterLeave(64, 3);
-            keep(buffer, bytes);
+            append(buffer, bytes);
         }
         engine.Close();
     }
@@ -93,16 +92,14 @@ Bytes lifeOfAnEngine(std::uint64_t seed)
 
 } // namespace
 
-TEST(Threads, GiveEveryStreamTheBytesThatItGetsAlone)
+TEST(Threads, GiveTheSameBytesAsOneThread)
 {
     constexpr std::uint64_t kStreams = 12;
-    const auto lifeOf = [](std::uint64_t seed) {
-        return seed % 3 == 0 ? lifeOfAnEngine(seed) : lifeOfAProcessor(seed);
-    };
+    const auto run = [](std::uint64_t seed) { return seed % 3 == 0 ? runEngine(seed) : runProcessor(seed); };
 
-    // The first Open of the process is over when the threads begin.
+    // The first Open of the process returns before the threads start.
     std::vector<Bytes> alone;
-    for (std::uint64_t seed = 0; seed < kStreams; ++seed) alone.push_back(lifeOf(seed));
+    for (std::uint64_t seed = 0; seed < kStreams; ++seed) alone.push_back(run(seed));
 
     std::vector<Bytes> together(kStreams);
     std::atomic<bool> over = false;
@@ -111,7 +108,7 @@ TEST(Threads, GiveEveryStreamTheBytesThatItGetsAlone)
     for (std::uint64_t seed = 0; seed < kStreams; ++seed) {
         threads.emplace_back([&, seed] {
             begin.arrive_and_wait();
-            together[seed] = lifeOf(seed);
+            together[seed] = run(seed);
         });
     }
     std::thread opener([&] {
@@ -124,12 +121,12 @@ TEST(Threads, GiveEveryStreamTheBytesThatItGetsAlone)
 
     for (std::uint64_t seed = 0; seed < kStreams; ++seed) {
         EXPECT_EQ(together[seed], alone[seed]) << "stream " << seed;
-        EXPECT_NE(alone[seed], alone[(seed + 3) % kStreams]) << "streams that are alike would not notice each other";
+        EXPECT_NE(alone[seed], alone[(seed + 3) % kStreams]) << "equal streams would not show a mix-up";
     }
 }
 
-// Nobody has filled the tables by a call of its own.
-TEST(Threads, MakeTheFirstStreamsOfAProgramAtTheSameTime)
+// No thread calls cosModTablesInit.
+TEST(Threads, CanCreateTheFirstStreamsAtTheSameTime)
 {
     constexpr std::size_t kFrames = 4000;
     Random random(3);
@@ -147,12 +144,12 @@ TEST(Threads, MakeTheFirstStreamsOfAProgramAtTheSameTime)
         });
     }
     for (std::thread& thread : threads) thread.join();
-    EXPECT_GT(*std::max_element(outputs[0].begin(), outputs[0].end()), 0.0f) << "nothing came out";
+    EXPECT_GT(*std::max_element(outputs[0].begin(), outputs[0].end()), 0.0f) << "no output";
     for (const std::vector<float>& output : outputs) EXPECT_EQ(output, outputs[0]);
 }
 
-// The stream of one thread, its controls and meters on two others.
-TEST(Threads, ControlAndReadAStreamWhileAnotherProcesses)
+// One thread processes, one sets controls, one reads meters.
+TEST(Threads, CanControlAndReadAStreamDuringProcessing)
 {
     zrk_tarn::UpmixStream stream({});
     std::atomic<bool> over = false;
@@ -166,10 +163,10 @@ TEST(Threads, ControlAndReadAStreamWhileAnotherProcesses)
             stream.setMode(random.chance(2) ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm);
         }
     });
-    std::uint64_t mostBlocks = 0;
+    std::uint64_t maxBlocks = 0;
     std::thread display([&] {
         begin.arrive_and_wait();
-        while (!over) mostBlocks = std::max(mostBlocks, stream.meters().blocks);
+        while (!over) maxBlocks = std::max(maxBlocks, stream.meters().blocks);
     });
     Random random(2);
     std::vector<float> input(2 * 1000);
@@ -183,8 +180,8 @@ TEST(Threads, ControlAndReadAStreamWhileAnotherProcesses)
     control.join();
     display.join();
     EXPECT_EQ(stream.meters().blocks, 300u * 1000 / 64);
-    EXPECT_GT(mostBlocks, 0u) << "nothing was read in between";
-    EXPECT_GT(stream.meters().peak[2], 0.0f) << "nothing came out";
+    EXPECT_GT(maxBlocks, 0u) << "nothing was read during processing";
+    EXPECT_GT(stream.meters().peak[2], 0.0f) << "no output";
 }
 
 } // namespace tests

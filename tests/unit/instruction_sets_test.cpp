@@ -1,3 +1,4 @@
+// Tests of dispatch/instruction_sets.cpp.
 #include "dispatch/instruction_sets.h"
 
 #include <gtest/gtest.h>
@@ -5,16 +6,14 @@
 #include <cstdio>
 #include <string>
 
-// Which instruction set engines work with.
-
-TEST(InstructionSets, TheFastestUsableOneIsChosenAtLoadTime)
+TEST(InstructionSets, FastestUsableSetIsChosenAtLoadTime)
 {
     EXPECT_EQ(&zrk_tarn::chosenOperations(), zrk_tarn::usableOperations().back());
     EXPECT_STREQ(zrk_tarn_instruction_set(), zrk_tarn::usableOperations().back()->instructionSet);
-    std::printf("chosen: %s\n", zrk_tarn_instruction_set()); // who knows the processor knows what it has to be
+    std::printf("chosen: %s\n", zrk_tarn_instruction_set());
 }
 
-TEST(InstructionSets, TheChosenOneIsReported)
+TEST(InstructionSets, ChosenSetIsReported)
 {
     const zrk_tarn::BlockOperations& atLoad = zrk_tarn::chosenOperations();
     for (const zrk_tarn::BlockOperations* operations : zrk_tarn::usableOperations()) {
@@ -24,7 +23,7 @@ TEST(InstructionSets, TheChosenOneIsReported)
     zrk_tarn::chooseOperations(atLoad);
 }
 
-TEST(InstructionSets, EachHasANameOfItsOwn)
+TEST(InstructionSets, HaveTheirNames)
 {
     std::string names;
     for (const zrk_tarn::BlockOperations* operations : zrk_tarn::usableOperations())

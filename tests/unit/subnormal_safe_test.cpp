@@ -1,3 +1,4 @@
+// Tests of lanes/subnormal_safe.h.
 #include "filterbank/cos_mod.h"
 #include "filterbank/transform.h"
 #include "filterbank/vector_pair_sums.h"
@@ -11,8 +12,6 @@
 #include <cstring>
 #include <limits>
 
-// Arithmetic on values near underflow takes another way, which must give the bits of single precision.
-
 using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 
 namespace
@@ -21,8 +20,8 @@ namespace
 constexpr std::uint64_t kSeed = 7;
 constexpr float kSmallestNormal = std::numeric_limits<float>::min();
 
-/// A value about the smallest normal number or well below it; at times zero.
-float tinyValue(tests::Random& random)
+/// A value near or below the smallest normal number, or zero.
+float valueNearUnderflow(tests::Random& random)
 {
     constexpr int kExponents[] = {-120, -124, -126, -128, -140, -149};
     const auto mantissa = static_cast<float>(random.uniform());
@@ -48,7 +47,7 @@ bool sameBits(const float (&a)[kCount], const float (&b)[kCount])
 
 } // namespace
 
-TEST(SubnormalSafe, SumsDifferencesAndProductsHaveTheBitsOfSinglePrecision)
+TEST(SubnormalSafe, SumsDifferencesAndProductsMatchSinglePrecision)
 {
     tests::Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
@@ -56,8 +55,8 @@ TEST(SubnormalSafe, SumsDifferencesAndProductsHaveTheBitsOfSinglePrecision)
     for (int turn = 0; turn < 20000 && !HasFailure(); ++turn) {
         float a[16];
         float b[16];
-        for (float& value : a) value = random.chance(4) ? anyValue(random) : tinyValue(random);
-        for (float& value : b) value = random.chance(3) ? anyValue(random) : tinyValue(random);
+        for (float& value : a) value = random.chance(4) ? anyValue(random) : valueNearUnderflow(random);
+        for (float& value : b) value = random.chance(3) ? anyValue(random) : valueNearUnderflow(random);
         float sums[2][16];
         float differences[2][16];
         float products[2][16];
@@ -79,7 +78,7 @@ TEST(SubnormalSafe, SumsDifferencesAndProductsHaveTheBitsOfSinglePrecision)
     EXPECT_GT(subnormal, 20000);
 }
 
-TEST(SubnormalSafe, TransformAndItsInputsHaveTheBitsOfSinglePrecision)
+TEST(SubnormalSafe, TransformAndPairSumsMatchSinglePrecision)
 {
     cosModTablesInit();
     tests::Random random(kSeed);
@@ -90,7 +89,7 @@ TEST(SubnormalSafe, TransformAndItsInputsHaveTheBitsOfSinglePrecision)
         float odd[2][3][32];
         for (int r = 0; r < 3; ++r) {
             float x[64];
-            // Two rows of tiny values only, each of one magnitude, and one with others among them.
+            // Two rows of values near underflow, each of one magnitude, and one row of any values.
             const int magnitude = -static_cast<int>(random.below(25));
             for (float& value : x)
                 value = r == 2 ? anyValue(random) : std::ldexp(static_cast<float>(random.uniform()), magnitude - 120);

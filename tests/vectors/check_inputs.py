@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Makes the inputs of host-lives.txt from the description in README.md alone and compares their checksums.
+"""Computes the inputs of host-sessions.txt as README.md describes them and compares their checksums.
 
-A replayer in any language needs these lines and a processor; what the file says of outputs is not looked at here.
+A replayer in any language needs this code and a processor. This program does not check outputs.
 """
 
 import pathlib
@@ -55,10 +55,10 @@ def frame(signal, t, draw):
     if signal == "right":
         return 0, draw()
     if signal == "moving":
-        place = t // 512 % 9
+        position = t // 512 % 9
         d = draw()
         a = draw() >> 5
-        return (d * (8 - place) >> 4) + a, (d * place >> 4) - (a >> 1)
+        return (d * (8 - position) >> 4) + a, (d * position >> 4) - (a >> 1)
     if signal == "low":
         s = sine(13421773, t)
         return s, s
@@ -103,12 +103,12 @@ def fill(signal, shift, frames, time, bits, codes, draw):
 
 
 def main():
-    path = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).with_name("host-lives.txt"))
+    path = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).with_name("host-sessions.txt"))
     buffers = 0
     for number, line in enumerate(path.read_text(encoding="ascii").splitlines(), 1):
         command, *words = line.split() or ["#"]
-        if command == "life":
-            life, random, time = words[0], SplitMix(int(words[1])), 0
+        if command == "session":
+            session, random, time = words[0], SplitMix(int(words[1])), 0
         elif command == "format":
             bits = int(words[1])
         elif command == "slots":
@@ -118,14 +118,14 @@ def main():
         elif command == "buffer":
             frames, signal, shift = int(words[0]), words[1], int(words[2])
             if checksum(fill(signal, shift, frames, time, bits, codes, random.draw)) != int(words[3], 16):
-                sys.exit(f"{path.name}, line {number}: the input of life {life} is another: {line}")
+                sys.exit(f"{path.name}, line {number}: the input of session {session} differs: {line}")
             time += frames
             buffers += 1
         elif command not in ("#", "setup", "gains", "null"):
-            sys.exit(f"{path.name}, line {number}: not described: {line}")
+            sys.exit(f"{path.name}, line {number}: unknown line: {line}")
     if buffers == 0:
         sys.exit(f"{path.name} has no buffers")
-    print(f"{buffers} buffers, their inputs as described")
+    print(f"{buffers} buffers, their inputs match the description")
 
 
 if __name__ == "__main__":

@@ -1,3 +1,4 @@
+// Prints host-sessions.txt.
 #include "tests/vectors/vector_host.h"
 
 #include <array>
@@ -8,8 +9,6 @@
 #include <sstream>
 #include <string>
 #include <tuple>
-
-// Prints host-lives.txt: chooses the lives, and carries every line out to learn the checksums of its buffers.
 
 namespace
 {
@@ -22,12 +21,12 @@ constexpr const char* kSignals[] = {"silence", "noise", "centre", "opposite", "l
 
 constexpr std::uint32_t kUnity = 0x10000000;
 
-/// Assignments by what they are for. Slots without a role carry noise, which must come back as it was.
+/// Assignments. Slots without a role hold noise, which must not change.
 constexpr const char* kThreeSlots = "3 2000 4000 200";
 constexpr const char* kSixSlots = "6 2000 4000 200 8 10 20";
 constexpr const char* kRemapSlots = "8 2000 4000 200 8 10 20 40000 80000";
 
-/// A number in hexadecimal, filled up with zeros to a number of digits.
+/// A hexadecimal number, padded with zeros.
 std::string hex(std::uint64_t value, int digits = 1)
 {
     char text[17];
@@ -35,18 +34,18 @@ std::string hex(std::uint64_t value, int digits = 1)
     return text;
 }
 
-/// Carries lines out and prints them with what they give.
+/// Runs lines and prints them with their checksums.
 class Writer
 {
 public:
-    /// The parts make its name.
+    /// Starts a session; the parts are concatenated to its name.
     template <typename... Parts>
-    void life(const Parts&... parts)
+    void session(const Parts&... parts)
     {
         std::stringstream name;
         (name << ... << parts);
         std::cout << '\n';
-        line("life", name.str(), ++seed_);
+        line("session", name.str(), ++seed_);
     }
 
     void setup(std::int32_t mode, float mixFraction = 1.0f, std::int32_t option = 0)
@@ -59,7 +58,7 @@ public:
         std::apply([this](auto... gain) { line("gains", hex(gain)...); }, matrix);
     }
 
-    /// The two front outputs one to one, the centre to the third destination and inverted to the fourth.
+    /// The fronts at unity; the centre to the third destination and inverted to the fourth.
     void usualGains()
     {
         gains({kUnity, 0, kUnity / 2, 0, 0, kUnity, 0, kUnity / 4, 0x0b504f33, 0, kUnity, 0 - kUnity});
@@ -84,7 +83,7 @@ private:
         text << command;
         ((text << ' ' << words), ...);
         std::cout << text.str();
-        if (const auto checksums = host_.carryOut(text))
+        if (const auto checksums = host_.runLine(text))
             std::cout << ' ' << hex(checksums->input, 16) << ' ' << hex(checksums->output, 16);
         std::cout << '\n';
     }
@@ -100,8 +99,8 @@ void writeRates(Writer& writer)
     std::uint32_t turn = 0;
     for (const std::uint32_t rateHz : kRatesHz) {
         for (const std::int32_t mode : {0, 1}) {
-            const bool remap = (turn + turn / 2) % 2 == 1; // so that both modes meet both paths
-            writer.life("rate-", rateHz, "-mode-", mode);
+            const bool remap = (turn + turn / 2) % 2 == 1; // both modes with both paths
+            writer.session("rate-", rateHz, "-mode-", mode);
             writer.setup(mode);
             writer.usualGains();
             writer.format(rateHz, kWidths[turn % 4]);
@@ -113,11 +112,11 @@ void writeRates(Writer& writer)
     }
 }
 
-/// Every width that is processed: from whole range down to the last bits, and with bits beyond the width.
+/// Every width that is processed: full scale, the least significant bits, and samples that exceed the width.
 void writeWidths(Writer& writer)
 {
     for (std::uint32_t bits = 9; bits <= 32; ++bits) {
-        writer.life("width-", bits);
+        writer.session("width-", bits);
         writer.setup(static_cast<std::int32_t>(bits % 2));
         writer.usualGains();
         writer.format(kRatesHz[bits % 7], bits);
@@ -131,11 +130,11 @@ void writeWidths(Writer& writer)
     }
 }
 
-/// Widths whose containers are neither read nor written: the engine hears silence and goes on afterwards.
+/// Unsupported widths: the engine processes silence and continues afterwards.
 void writeUnprocessedWidths(Writer& writer)
 {
     for (const std::uint32_t bits : {0u, 1u, 8u, 33u, 40u, 64u}) {
-        writer.life("unprocessed-width-", bits);
+        writer.session("unprocessed-width-", bits);
         writer.usualGains();
         writer.slots(kRemapSlots);
         writer.format(48000, 16);
@@ -149,25 +148,25 @@ void writeUnprocessedWidths(Writer& writer)
     }
 }
 
-/// Modes and mix fractions, those that are refused among them, each put into effect by a change of rate.
+/// Modes and mix fractions, also invalid ones; a change of the rate applies each.
 void writeSetups(Writer& writer)
 {
     constexpr float kNotANumber = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
     for (const std::int32_t first : {-1, 0, 1, 2, 3}) {
-        writer.life("setup-", first, "-first");
+        writer.session("setup-", first, "-first");
         writer.setup(first, 0.5f, 7);
         writer.slots(kThreeSlots);
         writer.format(44100, 24);
         writer.buffer(1536, "moving");
         writer.setup(1 - first);
-        writer.buffer(640, "moving"); // not in effect yet
+        writer.buffer(640, "moving"); // not applied yet
         writer.format(96000, 24);
         writer.buffer(1536, "moving");
     }
 
-    writer.life("mix-fractions");
+    writer.session("mix-fractions");
     writer.slots(kThreeSlots);
     std::uint32_t turn = 0;
     for (const float mixFraction : {0.0f, 0.25f, 1.0f, -0.5f, 1.5f, kNotANumber, kInfinity, -0.0f}) {
@@ -178,11 +177,11 @@ void writeSetups(Writer& writer)
     }
 }
 
-/// Formats that change while the sound goes on: in mode 0 the smoothing compounds, in mode 1 it starts anew.
+/// Formats that change during a stream: mode 0 scales the smoothing again, mode 1 reloads it.
 void writeFormatChanges(Writer& writer)
 {
     for (const std::int32_t mode : {0, 1, 2}) {
-        writer.life("formats-mode-", mode);
+        writer.session("formats-mode-", mode);
         writer.setup(mode);
         writer.usualGains();
         writer.slots(mode == 1 ? kRemapSlots : kThreeSlots);
@@ -197,10 +196,10 @@ void writeFormatChanges(Writer& writer)
     }
 }
 
-/// Assignments that come and go: any order, other codes of a role, the first of two, roles that lack.
+/// Changing assignments: any order, alternative codes, two slots of a role, missing roles.
 void writeAssignments(Writer& writer)
 {
-    writer.life("assignments");
+    writer.session("assignments");
     writer.usualGains();
     writer.format(48000, 24);
     for (const char* slots : {kThreeSlots,
@@ -234,11 +233,11 @@ void writeAssignments(Writer& writer)
     }
 }
 
-/// Buffers that are no multiples of 64, whose last block is filled up with silence.
+/// Buffers that are not multiples of 64 frames; the last block is padded with silence.
 void writeLengths(Writer& writer)
 {
     for (const char* slots : {kSixSlots, kRemapSlots}) {
-        writer.life(slots == kRemapSlots ? "lengths-remap" : "lengths-plain");
+        writer.session(slots == kRemapSlots ? "lengths-remap" : "lengths-plain");
         writer.usualGains();
         writer.format(44100, 16);
         writer.slots(slots);
@@ -248,7 +247,7 @@ void writeLengths(Writer& writer)
     }
 }
 
-/// As loud as it gets, then silence until what the engine remembers has become subnormal and is gone, then sound again.
+/// Full scale, then silence until the engine's state is subnormal and then zero, then sound.
 void writeSilenceAfterLoud(Writer& writer)
 {
     struct Row
@@ -262,9 +261,9 @@ void writeSilenceAfterLoud(Writer& writer)
     };
     for (const Row& row : {Row{0, 48000, 16, kThreeSlots, "rails", 8}, Row{1, 192000, 24, kThreeSlots, "square", 1},
                            Row{0, 96000, 32, kRemapSlots, "opposite", 8}, Row{1, 44100, 16, kRemapSlots, "left", 1}}) {
-        writer.life("silence-after-", row.loud);
+        writer.session("silence-after-", row.loud);
         writer.setup(row.mode);
-        // Beyond unity sums wrap around.
+        // With gains above unity, sums wrap.
         writer.gains({kUnity, kUnity, 0x7fffffff, 0, kUnity, 0 - kUnity, 0x7fffffff, 0, kUnity, 0, 0x80000000, 0});
         writer.format(row.rateHz, row.bits);
         writer.slots(row.slots);
@@ -274,19 +273,19 @@ void writeSilenceAfterLoud(Writer& writer)
     }
 }
 
-/// Steady tones, which hold their steering, from loud to hardly there.
+/// Steady tones, whose groups are stationary, from loud to a few bits.
 void writeTones(Writer& writer)
 {
     for (const char* tone : {"steady", "low", "mid", "high"}) {
-        writer.life("tone-", tone);
+        writer.session("tone-", tone);
         writer.format(tone[0] == 'm' ? 88200 : 48000, 24);
         writer.slots(kThreeSlots);
         for (const std::uint32_t shift : {0u, 1u, 4u, 8u, 14u, 18u, 20u, 2u}) writer.buffer(2048, tone, shift);
     }
 }
 
-/// Whatever may happen to a host, at random.
-void writeRandomLives(Writer& writer)
+/// Random sessions.
+void writeRandomSessions(Writer& writer)
 {
     constexpr std::uint32_t kWidths[] = {16, 24, 32, 16, 24, 32, 12, 20, 25, 8, 0, 64};
     constexpr std::uint32_t kRates[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000, 176400, 8000, 0};
@@ -295,8 +294,8 @@ void writeRandomLives(Writer& writer)
 
     SplitMix random(20210421);
     const auto below = [&random](std::uint32_t count) { return random.bits() % count; };
-    for (int life = 1; life <= 8; ++life) {
-        writer.life("random-", life);
+    for (int session = 1; session <= 8; ++session) {
+        writer.session("random-", session);
         std::uint32_t rateHz = kRatesHz[below(7)];
         std::uint32_t bits = kWidths[below(6)];
         writer.setup(static_cast<std::int32_t>(below(3)));
@@ -335,7 +334,7 @@ void writeRandomLives(Writer& writer)
 
 int main()
 {
-    std::cout << "# Written by generate.cpp, described in README.md; not to be edited.\n";
+    std::cout << "# Written by generate.cpp; README.md describes the format. Do not edit.\n";
     Writer writer;
     writeRates(writer);
     writeWidths(writer);
@@ -346,5 +345,5 @@ int main()
     writeLengths(writer);
     writeSilenceAfterLoud(writer);
     writeTones(writer);
-    writeRandomLives(writer);
+    writeRandomSessions(writer);
 }

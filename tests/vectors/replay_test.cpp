@@ -1,3 +1,4 @@
+// Replays host-sessions.txt with the linked library and the chosen instruction set.
 #include "tests/vectors/vector_host.h"
 
 #include <gtest/gtest.h>
@@ -6,31 +7,29 @@
 #include <sstream>
 #include <string>
 
-// The lives of host-lives.txt, with whatever library and instruction set this test is linked and run with.
-
-TEST(Vectors, GiveTheSameBytesForEver)
+TEST(Vectors, GiveTheSameBytes)
 {
     std::ifstream file(TARN_VECTORS);
     ASSERT_TRUE(file) << TARN_VECTORS;
 
     tests::VectorHost host;
-    std::string differing; // what follows the first difference of a life differs with it
+    std::string failedSession; // report only the first difference of a session
     int buffers = 0;
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
         if (line.empty() || line.front() == '#') continue;
         std::istringstream words(line);
-        const auto checksums = host.carryOut(words);
+        const auto checksums = host.runLine(words);
         tests::Checksums expected{};
         if (checksums) words >> std::hex >> expected.input >> expected.output;
-        ASSERT_TRUE(!words.fail() && (words >> std::ws).eof()) << "line " << number << " is not as described";
+        ASSERT_TRUE(!words.fail() && (words >> std::ws).eof()) << "line " << number << ": unknown format";
 
         if (!checksums) continue;
         ++buffers;
-        if (*checksums == expected || host.life() == differing) continue;
-        ADD_FAILURE() << "life " << host.life() << ", buffer " << host.buffers() << " (line " << number
+        if (*checksums == expected || host.session() == failedSession) continue;
+        ADD_FAILURE() << "session " << host.session() << ", buffer " << host.buffers() << " (line " << number
                       << "): " << (checksums->input != expected.input ? "input" : "output") << " differs";
-        differing = host.life();
+        failedSession = host.session();
     }
     EXPECT_GT(buffers, 0);
 }

@@ -1,3 +1,4 @@
+// The random generator of the vectors.
 #pragma once
 
 #include <cstdint>
@@ -5,7 +6,7 @@
 namespace tests
 {
 
-/// The generator SplitMix64: a few lines in any language.
+/// The generator SplitMix64, which is easy to port.
 class SplitMix
 {
 public:

@@ -1,3 +1,4 @@
+// A host that runs the lines of host-sessions.txt.
 #include "tests/vectors/vector_host.h"
 
 #include <algorithm>
@@ -22,16 +23,16 @@ std::uint64_t checksumOf(const std::vector<std::uint8_t>& bytes)
     return hash;
 }
 
-/// A sine in whole numbers, of a phase of 2^32 steps: two parabolas, bent once more by their own square.
+/// An integer sine with a period of 2^32: two parabolas, corrected by their own square.
 std::int64_t sine(std::uint32_t phase)
 {
-    const std::int64_t place = static_cast<std::int32_t>(phase);
-    const std::int64_t arc = (place * (kFull - std::abs(place))) >> 29;
+    const std::int64_t position = static_cast<std::int32_t>(phase);
+    const std::int64_t arc = (position * (kFull - std::abs(position))) >> 29;
     const std::int64_t bend = (arc * (std::abs(arc) - kFull)) >> 31;
     return std::clamp(arc + ((bend * 483183821) >> 31), kBottom, kTop);
 }
 
-/// One rail or the other, for as many frames each.
+/// Alternates between full scale and minus full scale every `frames` frames.
 std::int64_t square(std::uint32_t time, std::uint32_t frames)
 {
     return time / frames % 2 == 0 ? kTop : kBottom;
@@ -39,13 +40,13 @@ std::int64_t square(std::uint32_t time, std::uint32_t frames)
 
 } // namespace
 
-std::optional<Checksums> VectorHost::carryOut(std::istream& words)
+std::optional<Checksums> VectorHost::runLine(std::istream& words)
 {
     std::string command;
     words >> command;
     std::optional<Checksums> checksums;
-    if (command == "life") {
-        beginLife(words);
+    if (command == "session") {
+        beginSession(words);
     } else if (command == "setup") {
         setup(words);
     } else if (command == "gains") {
@@ -63,14 +64,14 @@ std::optional<Checksums> VectorHost::carryOut(std::istream& words)
     } else {
         throw std::invalid_argument("command " + command);
     }
-    if (words.fail()) throw std::invalid_argument("what follows " + command);
+    if (words.fail()) throw std::invalid_argument("words of " + command);
     return checksums;
 }
 
-void VectorHost::beginLife(std::istream& words)
+void VectorHost::beginSession(std::istream& words)
 {
     std::uint64_t seed = 0;
-    words >> life_ >> seed;
+    words >> name_ >> seed;
     buffers_ = 0;
     processor_ = std::make_unique<zrk_tarn_processor_t>();
     random_ = SplitMix(seed);
@@ -114,7 +115,7 @@ Checksums VectorHost::process(std::istream& words)
     std::uint32_t shift = 0;
     words >> frames >> signal >> shift;
 
-    // No larger than its samples, so that a sanitizer sees the first byte beyond them.
+    // Exactly as large as the samples, so that a sanitizer detects the first byte beyond them.
     std::vector<std::uint8_t> buffer(std::size_t{frames} * slots_ * ((bits_ + 7) / 8));
     fill(buffer, frames, signal, shift);
     Checksums checksums{};
@@ -149,10 +150,10 @@ VectorHost::Frame VectorHost::nextFrame(const std::string& signal)
     if (signal == "left") return {draw(), 0};
     if (signal == "right") return {0, draw()};
     if (signal == "moving") {
-        const std::int64_t place = time / 512 % 9;
+        const std::int64_t position = time / 512 % 9;
         const std::int64_t source = draw();
         const std::int64_t ambience = draw() >> 5;
-        return {((source * (8 - place)) >> 4) + ambience, ((source * place) >> 4) - (ambience >> 1)};
+        return {((source * (8 - position)) >> 4) + ambience, ((source * position) >> 4) - (ambience >> 1)};
     }
     if (signal == "low") {
         const std::int64_t both = sine(13421773u * time);

@@ -1,3 +1,4 @@
+// A host that runs the lines of host-sessions.txt.
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
@@ -22,19 +23,19 @@ struct Checksums
     friend bool operator==(const Checksums&, const Checksums&) = default;
 };
 
-/// A host that does what the lines of host-lives.txt say; README.md in this folder describes them.
+/// Runs the lines of host-sessions.txt; README.md in this folder describes them.
 class VectorHost
 {
 public:
-    /// Takes a line's words up to its checksums and carries them out; a buffer gives its checksums.
+    /// Reads a line up to its checksums and runs it. A buffer returns its checksums.
     ///
-    /// Throws std::invalid_argument for what is not described.
-    std::optional<Checksums> carryOut(std::istream& words);
+    /// Throws std::invalid_argument for an unknown line.
+    std::optional<Checksums> runLine(std::istream& words);
 
-    /// The life that the last line belongs to.
-    const std::string& life() const { return life_; }
+    /// The name of the current session.
+    const std::string& session() const { return name_; }
 
-    /// How many buffers of it were processed.
+    /// Number of buffers processed in the session.
     int buffers() const { return buffers_; }
 
 private:
@@ -44,7 +45,7 @@ private:
         std::int64_t right;
     };
 
-    void beginLife(std::istream& words);
+    void beginSession(std::istream& words);
     void setup(std::istream& words);
     void setGains(std::istream& words);
     void setSlots(std::istream& words);
@@ -55,15 +56,15 @@ private:
     void fill(std::vector<std::uint8_t>& buffer, std::uint32_t frames, const std::string& signal, std::uint32_t shift);
     std::int64_t draw() { return static_cast<std::int32_t>(random_.bits()); }
 
-    std::string life_;
+    std::string name_;
     int buffers_ = 0;
     std::unique_ptr<zrk_tarn_processor_t> processor_;
     SplitMix random_{0};
-    std::uint32_t time_ = 0; ///< frames of the life so far
+    std::uint32_t time_ = 0; ///< frames of the session so far
     std::uint32_t rateHz_ = 0;
     std::uint32_t bits_ = 0;
     std::uint32_t slots_ = 0;
-    bool assigned_ = false; ///< whether the assignment is passed, or null
+    bool assigned_ = false; ///< whether the assignment is passed instead of null
     audio_channel_assignment_t assignment_{};
 };
 

@@ -1,4 +1,5 @@
-#include "tests/support/host_life.h"
+// Random sessions of a host.
+#include "tests/support/host_session.h"
 
 #include <algorithm>
 #include <ostream>
@@ -13,7 +14,7 @@ std::ostream& operator<<(std::ostream& stream, const HostCall& call)
                   << call.frames << " frames, " << call.signal;
 }
 
-HostCall HostLife::nextCall()
+HostCall HostSession::nextCall()
 {
     std::optional<HostCall::Setup> setup;
     if (random_.chance(20)) {
@@ -49,7 +50,7 @@ HostCall HostLife::nextCall()
             signal_, frames, std::move(buffer), givesBuffer,    givesAssignment};
 }
 
-void HostLife::changeFormat()
+void HostSession::changeFormat()
 {
     constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000, 176400, 8000, 0};
     constexpr std::uint32_t kWidths[] = {16, 24, 32, 16, 24, 32, 12, 20, 25, 8, 0, 64};
@@ -57,14 +58,14 @@ void HostLife::changeFormat()
     if (random_.chance(2)) bitsPerSample_ = random_.oneOf(kWidths);
 }
 
-void HostLife::changeAssignment()
+void HostSession::changeAssignment()
 {
     constexpr std::uint32_t kCodes[] = {0x2000,  0x8000,  0x4000,  0x10000, 0x200,      0x1000,
                                         0x40000, 0x80000, 0x20000, 0,       0x80000000, 1};
     slots_ = random_.chance(20) ? 9 + random_.below(4) : random_.chance(3) ? 8 : random_.below(9);
     for (std::uint32_t& code : assignment_.code) code = random_.oneOf(kCodes);
     if (random_.chance(2)) {
-        // Mostly an assignment that has all that a path needs, in any order.
+        // Often an assignment with all roles, in any order.
         std::uint32_t roles[] = {0x2000, 0x4000, 0x200, 0x40000, 0x80000};
         for (std::uint32_t i = 0; i < 5 && i < slots_; ++i) {
             std::swap(roles[i], roles[i + random_.below(5 - i)]);

@@ -1,3 +1,4 @@
+// The engine and the reference engine, compared after every step.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -18,21 +19,19 @@ enum class Path
     Remap
 };
 
-/// The engine and the reference engine, driven alike and compared after every step.
-class EngineTwins
+/// Runs the same steps on both engines and compares all results.
+class EnginePair
 {
 public:
     /// Opens both.
-    EngineTwins();
+    EnginePair();
 
-    /// Initialises both; the result codes and the records must agree.
-    void initialise(Tarn_Parameters parameters);
+    /// Initializes both.
+    void initialize(Tarn_Parameters parameters);
 
     void setRemapCoeff(int (&coeff)[3][4]);
 
-    /// Runs one block of a signal through a buffer of slots, the channels lying in slots 0 to 3.
-    ///
-    /// The slots are filled from the signal, or with noise where it has no channel; then bytes and records must agree.
+    /// Runs one block of a signal in a buffer with the channels in slots 0 to 3. Other slots hold noise.
     void runBlock(Path path, Signal signal, std::uint32_t frames, std::uint32_t slots, Random& random);
 
     ZRKTarn& engine() { return *engine_; }

@@ -1,3 +1,4 @@
+// A fast clock for measurements.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +10,11 @@
 #include <chrono>
 #endif
 
-namespace speed
+namespace tests
 {
 
-/// A counter that runs at one rate: the processor's time-stamp counter on x86-64, nanoseconds elsewhere. What stands
-/// before it is finished when it is read, and what stands behind it has not begun.
+/// A counter with a constant rate: the time-stamp counter on x86-64, nanoseconds elsewhere. Earlier instructions are
+/// complete and later ones have not started when it is read.
 inline std::uint64_t ticks()
 {
 #if defined __x86_64__
@@ -27,17 +28,17 @@ inline std::uint64_t ticks()
 #endif
 }
 
-/// How many of them a second has, by the clock.
+/// Ticks per second.
 double ticksPerSecond();
 
-/// Cycles of the processor's clock per tick, for processors that multiply 64-bit integers in three cycles, as those of
-/// x86-64 of the last ten years do.
+/// Processor cycles per tick, for processors that multiply 64-bit integers in three cycles, as x86-64 processors of the
+/// last ten years do.
 double cyclesPerTick();
 
-/// What two readings with nothing between them are apart.
+/// Ticks between two readings without work between them.
 std::uint64_t ticksOfReading();
 
-/// The ticks that work takes, the readings themselves left out.
+/// The ticks of work, without those of the readings.
 template <typename Work>
 std::uint64_t ticksOf(Work work)
 {
@@ -47,7 +48,7 @@ std::uint64_t ticksOf(Work work)
     return spent > ticksOfReading() ? spent - ticksOfReading() : 0;
 }
 
-/// The middle value; takes it from the values in any order. There must be one.
+/// The median of at least one value.
 double medianOf(std::vector<std::uint64_t> values);
 
-} // namespace speed
+} // namespace tests

@@ -1,16 +1,17 @@
-#include "tests/reference/engine_twins.h"
+// The engine and the reference engine, compared after every step.
+#include "tests/reference/engine_pair.h"
 
 namespace tests
 {
 
-EngineTwins::EngineTwins()
+EnginePair::EnginePair()
 {
     engine_->Open();
     reference_->Open();
     expectSame(nullptr, nullptr);
 }
 
-void EngineTwins::initialise(Tarn_Parameters parameters)
+void EnginePair::initialize(Tarn_Parameters parameters)
 {
     reference::Parameters same;
     forEachParameter(parameters, same, [](const char*, const auto& from, auto& to) { to = from; });
@@ -22,13 +23,13 @@ void EngineTwins::initialise(Tarn_Parameters parameters)
     expectSame(none, none);
 }
 
-void EngineTwins::setRemapCoeff(int (&coeff)[3][4])
+void EnginePair::setRemapCoeff(int (&coeff)[3][4])
 {
     engine_->SetRemapCoeff(coeff);
     reference_->SetRemapCoeff(coeff);
 }
 
-void EngineTwins::runBlock(Path path, Signal signal, std::uint32_t frames, std::uint32_t slots, Random& random)
+void EnginePair::runBlock(Path path, Signal signal, std::uint32_t frames, std::uint32_t slots, Random& random)
 {
     const auto bits = static_cast<std::uint32_t>(engine_->bitsPerSample);
     GuardedBuffer buffer(frames, slots, bits);
@@ -57,9 +58,9 @@ void EngineTwins::runBlock(Path path, Signal signal, std::uint32_t frames, std::
     expectSame(buffer.data(), referenceBuffer.data());
 }
 
-void EngineTwins::expectSame(const std::uint8_t* buffer, const std::uint8_t* referenceBuffer) const
+void EnginePair::expectSame(const std::uint8_t* buffer, const std::uint8_t* referenceBuffer) const
 {
-    ASSERT_TRUE(sameRecord(*engine_, buffer, *reference_, referenceBuffer)) << "the engine and the reference, in turn";
+    ASSERT_TRUE(sameRecord(*engine_, buffer, *reference_, referenceBuffer)) << "engine, reference";
 }
 
 } // namespace tests

@@ -1,3 +1,4 @@
+// A checksum of filterbank/cos_mod_tables.cpp; compiled with the C library's cosf and with that of other_cosf_test.cpp.
 #include "filterbank/cos_mod.h"
 
 #include <gtest/gtest.h>
@@ -6,8 +7,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <span>
-
-// The tables bit by bit. Compiled twice: with the cosf of the C library, and with one of exact_cosf.cpp.
 
 namespace
 {
@@ -28,9 +27,9 @@ std::uint64_t checksum(std::initializer_list<std::span<const float>> tables)
 
 } // namespace
 
-TEST(TableBits, AreThoseOfEveryBuild)
+TEST(CosModTablesChecksum, AreTheSameInEveryBuild)
 {
-    // One checksum for every compiler, optimisation level and C library: a folded cosine changes it.
+    // The same for every compiler, optimisation level and C library. A cosine that the compiler computes changes it.
     cosModTablesInit();
     EXPECT_EQ(checksum({dct4Table64, dct4Table32, dct3Table32, dct3Table16, dct4Table16}), 0x27c89db3ee4350bu);
 }

@@ -1,10 +1,11 @@
-#include "bench/speed/ticks.h"
+// A fast clock for measurements.
+#include "tests/support/ticks.h"
 
 #include <algorithm>
 #include <chrono>
 #include <thread>
 
-namespace speed
+namespace tests
 {
 
 namespace
@@ -68,4 +69,4 @@ double medianOf(std::vector<std::uint64_t> values)
     return static_cast<double>(*middle);
 }
 
-} // namespace speed
+} // namespace tests

@@ -1,3 +1,4 @@
+// Tests of filterbank/cos_mod_tables.cpp.
 #include "filterbank/cos_mod.h"
 #include "tests/reference/reference_filterbank.h"
 
@@ -6,16 +7,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <numbers>
+#include <utility>
 #include <vector>
 
 namespace
 {
 
-class Tables : public testing::Test
+class CosModTables : public testing::Test
 {
 protected:
-    Tables() { cosModTablesInit(); }
+    CosModTables() { cosModTablesInit(); }
 };
 
 const float* s1Of(const float* dct4Block, int n)
@@ -30,7 +31,7 @@ const float* s2Of(const float* dct4Block, int n)
 
 } // namespace
 
-TEST_F(Tables, ScalesOf64PointBlockHaveTheirReferenceValues)
+TEST_F(CosModTables, ScalesOf64PointBlockHaveTheirReferenceValues)
 {
     EXPECT_EQ(s1Of(dct4Table64, 64)[0], 0.50003767f);
     EXPECT_EQ(s1Of(dct4Table64, 64)[1], 0.500339031f);
@@ -40,7 +41,7 @@ TEST_F(Tables, ScalesOf64PointBlockHaveTheirReferenceValues)
     EXPECT_EQ(s2Of(dct4Table64, 64)[31], -0.715946436f);
 }
 
-TEST_F(Tables, ScalesOf32PointBlocksHaveTheirReferenceValues)
+TEST_F(CosModTables, ScalesOf32PointBlocksHaveTheirReferenceValues)
 {
     EXPECT_EQ(s1Of(dct4Table32, 32)[0], 0.500150621f);
     EXPECT_EQ(s1Of(dct4Table32, 32)[15], 0.690372109f);
@@ -51,7 +52,7 @@ TEST_F(Tables, ScalesOf32PointBlocksHaveTheirReferenceValues)
     EXPECT_EQ(dct3Table32[527], 10.1900129f);
 }
 
-TEST_F(Tables, ScalesOf16PointBlocksHaveTheirReferenceValues)
+TEST_F(CosModTables, ScalesOf16PointBlocksHaveTheirReferenceValues)
 {
     const float s2[8] = {-10.1900082f, -3.40760851f,  -2.05778098f,  -1.48416448f,
                          -1.16943991f, -0.972568154f, -0.839349627f, -0.744536281f};
@@ -61,7 +62,7 @@ TEST_F(Tables, ScalesOf16PointBlocksHaveTheirReferenceValues)
     EXPECT_TRUE(std::equal(s, s + 8, dct3Table16 + 128));
 }
 
-TEST_F(Tables, FirstColumnsOfDct3MatricesAreOne)
+TEST_F(CosModTables, FirstColumnsOfDct3MatricesAreOne)
 {
     for (const auto& [matrix, h] :
          {std::pair{dct3Table16, 8}, std::pair{dct3Table32, 16}, std::pair{dct4Table16 + 64, 8},
@@ -69,15 +70,15 @@ TEST_F(Tables, FirstColumnsOfDct3MatricesAreOne)
         for (int i = 0; i < h; ++i) EXPECT_EQ(matrix[i * h], 1.0f);
 }
 
-TEST_F(Tables, EvenAndOddMatricesOfDct3AreEqual)
+TEST_F(CosModTables, EvenAndOddMatricesOfDct3AreEqual)
 {
     EXPECT_TRUE(std::equal(dct3Table16, dct3Table16 + 64, dct3Table16 + 64));
     EXPECT_TRUE(std::equal(dct3Table32, dct3Table32 + 256, dct3Table32 + 256));
 }
 
-TEST_F(Tables, EveryEntryIsTheCosineOfItsSinglePrecisionAngle)
+TEST_F(CosModTables, EntriesAreCosinesOfSinglePrecisionAngles)
 {
-    // Through a pointer that the compiler cannot see through, so that the library's own cosine is called.
+    // Volatile, so that the C library computes the cosine and not the compiler.
     float (*const volatile cosine)(float) = cosf;
     const float pi = 3.14159274f;
     for (int i = 0; i < 32; ++i) {
@@ -91,7 +92,7 @@ TEST_F(Tables, EveryEntryIsTheCosineOfItsSinglePrecisionAngle)
     }
 }
 
-TEST_F(Tables, EveryBlockHasTheReferencesBits)
+TEST_F(CosModTables, MatchTheReferenceExactly)
 {
     reference::cosModTablesInit();
     EXPECT_EQ(0, std::memcmp(dct4Table64, reference::dct4Table64, sizeof dct4Table64));
@@ -101,7 +102,7 @@ TEST_F(Tables, EveryBlockHasTheReferencesBits)
     EXPECT_EQ(0, std::memcmp(dct4Table16, reference::dct4Table16, sizeof dct4Table16));
 }
 
-TEST_F(Tables, FillingAgainRestoresTheBits)
+TEST_F(CosModTables, FillingAgainRepairsEntries)
 {
     const std::vector<float> before(std::begin(dct4Table64), std::end(dct4Table64));
     dct4Table64[0] = -dct4Table64[0];

@@ -1,3 +1,4 @@
+// Tests of filterbank/lpf.cpp: the limits of the prototype filter.
 #include "filterbank/cos_mod.h"
 
 #include <gtest/gtest.h>
@@ -9,8 +10,7 @@
 #include <numbers>
 #include <vector>
 
-// The limits of the prototype filter, on its values in single precision. tools/measure_lpf.py checks them again, with
-// the figures of the whole chain.
+// tools/measure_lpf.py checks the same limits and the figures of the whole chain.
 
 namespace
 {
@@ -34,7 +34,7 @@ double responseAt(double omega)
 
 } // namespace
 
-TEST(PrototypeFilter, IsAntisymmetricBitForBit)
+TEST(PrototypeFilter, IsExactlyAntisymmetric)
 {
     for (int i = 0; i < kTaps / 2; ++i) {
         const float mirrored = -lpf[kTaps - 1 - i];
@@ -42,7 +42,7 @@ TEST(PrototypeFilter, IsAntisymmetricBitForBit)
     }
 }
 
-TEST(PrototypeFilter, PeaksAtTheCentreWithItsGivenValue)
+TEST(PrototypeFilter, HasItsPeakAtTheCentre)
 {
     EXPECT_EQ(lpf[511], -0.00894515961f);
     EXPECT_EQ(lpf[512], 0.00894515961f);
@@ -55,14 +55,14 @@ TEST(PrototypeFilter, EndsNearZero)
     for (int i = 0; i < 40; ++i) EXPECT_LT(std::fabs(lpf[i]), 1e-6f) << "tap " << i;
 }
 
-TEST(PrototypeFilter, HasUnityGainAtDcWithoutItsSigns)
+TEST(PrototypeFilter, HasUnityGainAtDc)
 {
     double sum = 0.0;
     for (int i = 0; i < kTaps; ++i) sum += tap(i);
     EXPECT_NEAR(sum, 1.0, 1e-7);
 }
 
-TEST(PrototypeFilter, HasItsSumOfSquares)
+TEST(PrototypeFilter, HasTheGivenSumOfSquares)
 {
     double sum = 0.0;
     for (int i = 0; i < kTaps; ++i) sum += tap(i) * tap(i);
@@ -71,7 +71,7 @@ TEST(PrototypeFilter, HasItsSumOfSquares)
     EXPECT_STREQ(digits, "0.00781304");
 }
 
-TEST(PrototypeFilter, ChangesItsSignWhereItMustAndHasNoZero)
+TEST(PrototypeFilter, ChangesSignAtTheGivenTapsAndHasNoZero)
 {
     std::vector<int> changes;
     for (int i = 0; i < kTaps; ++i) {
@@ -86,9 +86,9 @@ TEST(PrototypeFilter, HasSmallSideLobes)
     for (int i = 0; i < 400; ++i) EXPECT_LE(std::fabs(lpf[i]), 0.0012f) << "tap " << i;
 }
 
-TEST(PrototypeFilter, IsHundredDecibelsDownBeyondTheNextBand)
+TEST(PrototypeFilter, StopbandIs100DecibelsDown)
 {
-    // Sixteen samples to a side lobe: between two of them it rises by less than 0.1 dB.
+    // Sixteen samples per side lobe; between two of them the response rises by less than 0.1 dB.
     constexpr int kSamples = 8192;
     const double atDc = responseAt(0.0);
     double highest = 0.0;

@@ -1,3 +1,4 @@
+// Random sessions of a host.
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
@@ -13,7 +14,7 @@
 namespace tests
 {
 
-/// What a host does at one time: perhaps it changes the configuration, then it has a buffer processed.
+/// One step of a host: optional changes of the configuration, and a process call.
 struct HostCall
 {
     struct Setup
@@ -34,19 +35,19 @@ struct HostCall
     std::uint32_t bitsPerSample;
     std::uint32_t slots;
     audio_channel_assignment_t assignment;
-    Signal signal; ///< what is in the buffer
+    Signal signal; ///< in the buffer
     std::uint32_t frames;
     GuardedBuffer buffer;
-    bool givesBuffer;
-    bool givesAssignment;
+    bool givesBuffer;     ///< otherwise null
+    bool givesAssignment; ///< otherwise null
 };
 
 std::ostream& operator<<(std::ostream& stream, const HostCall& call);
 
-/// Makes a call to an object of the library or of the reference, in place in a copy of its buffer or in its own.
-/// Returns what the object's operations return, or-ed together.
+/// Runs a call on an object of the library or of the reference, with the given buffer. Returns the bitwise or of all
+/// results.
 template <typename Processor>
-std::uint32_t make(HostCall& call, GuardedBuffer& buffer, Processor& processor)
+std::uint32_t runCall(HostCall& call, GuardedBuffer& buffer, Processor& processor)
 {
     std::uint32_t status = 0;
     if (call.setup) status |= processor.setup(call.setup->mode, call.setup->option, call.setup->mixFraction);
@@ -63,19 +64,19 @@ std::uint32_t make(HostCall& call, GuardedBuffer& buffer, Processor& processor)
     }
 }
 
-/// The same in the call's own buffer.
+/// The same with the buffer of the call.
 template <typename Processor>
-std::uint32_t make(HostCall& call, Processor& processor)
+std::uint32_t runCall(HostCall& call, Processor& processor)
 {
-    return make(call, call.buffer, processor);
+    return runCall(call, call.buffer, processor);
 }
 
-/// Random lives of a host: configurations, formats and assignments that are valid, odd or rejected, buffers of every
-/// length. The same calls for the same seed.
-class HostLife
+/// Random calls: configurations, formats and assignments, valid and invalid, and buffers of all lengths. The same calls
+/// for the same seed.
+class HostSession
 {
 public:
-    explicit HostLife(std::uint64_t seed) : random_(seed) {}
+    explicit HostSession(std::uint64_t seed) : random_(seed) {}
 
     HostCall nextCall();
 

@@ -1,4 +1,5 @@
-#include "bench/speed/music.h"
+// Generated music for measurements.
+#include "tests/support/music.h"
 
 #include "tests/support/random.h"
 
@@ -7,7 +8,7 @@
 #include <numbers>
 #include <vector>
 
-namespace speed
+namespace tests
 {
 
 namespace
@@ -16,7 +17,7 @@ namespace
 constexpr double kRate = 48000.0;
 constexpr double kLoudnessBlocks = 256.0;
 
-/// Noise through a one-pole low-pass, brought back to the loudness of the noise.
+/// Noise through a one-pole low-pass, with the power of the noise.
 class Voice
 {
 public:
@@ -37,13 +38,13 @@ private:
     double state_ = 0.0;
 };
 
-double struckTone(std::size_t frame)
+double decayingTone(std::size_t frame)
 {
-    constexpr std::size_t kStroke = 24000;
+    constexpr std::size_t kPeriod = 24000;
     constexpr double kDecay = 9000.0;
     constexpr double kPitches[] = {220.0, 330.0, 277.2, 440.0};
-    const double pitch = kPitches[frame / kStroke % std::size(kPitches)];
-    const auto age = static_cast<double>(frame % kStroke);
+    const double pitch = kPitches[frame / kPeriod % std::size(kPitches)];
+    const auto age = static_cast<double>(frame % kPeriod);
     return std::exp(-age / kDecay) * std::sin(2.0 * std::numbers::pi * pitch * age / kRate);
 }
 
@@ -59,7 +60,7 @@ std::vector<std::int32_t> compose()
         double right = 0.0;
         low.addTo(left, right, random);
         high.addTo(left, right, random);
-        const double tone = struckTone(frame);
+        const double tone = decayingTone(frame);
         left += 0.15 * tone;
         right += 0.15 * tone;
 
@@ -79,4 +80,4 @@ std::span<const std::int32_t> music()
     return samples;
 }
 
-} // namespace speed
+} // namespace tests
