@@ -190,8 +190,11 @@ Metadata FileSource::metadata()
 {
     const auto* const opened = dynamic_cast<const SndfileDecoder*>(decoder.get());
     SNDFILE* const sndfile = opened != nullptr ? opened->handle() : nullptr;
-    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}};
-    if (sndfile != nullptr) metadata.broadcast = readBroadcastInfo(sndfile);
+    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}, .chunks = {}};
+    const int container = info.format & SF_FORMAT_TYPEMASK;
+    if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64)
+        addWaveMetadata(metadata, file.descriptor.number(), sndfile,
+                        (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
     return metadata;
 }
 
@@ -200,6 +203,7 @@ void FileSource::rewind()
     openPart(0);
     position = partBegin = missing = silenced = 0;
     missesUnknown = losesUnknown = false;
+    damageBegin.reset();
     reason.clear();
 }
 
@@ -211,15 +215,27 @@ void FileSource::openPart(std::size_t index)
     if (current < parts.size()) decoder = openDecoder(file.descriptor.number(), parts[current].bytes);
 }
 
+/// Notes a damage; the first one counts.
+void FileSource::noteDamage(std::uint64_t frame) noexcept
+{
+    if (!damageBegin) damageBegin = frame;
+}
+
 /// Notes what the current part lacks.
 void FileSource::endPart()
 {
     const Part& part = parts[current];
     const std::uint64_t frames = position - partBegin;
-    if (part.declared && frames < *part.declared) missing += *part.declared - frames;
+    if (part.declared && frames < *part.declared) {
+        missing += *part.declared - frames;
+        noteDamage(position);
+    }
     silenced += decoder->silencedFrames();
     const std::string error = decoder->error();
-    missesUnknown = missesUnknown || part.lacksEnd || (!part.declared && !error.empty());
+    if (part.lacksEnd || (!part.declared && !error.empty())) {
+        missesUnknown = true;
+        noteDamage(position);
+    }
     if (!error.empty()) reason = error;
     if (part.hasDamagedPages) {
         reason = "some of its pages are damaged";
@@ -283,6 +299,8 @@ std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
 {
     while (current < parts.size()) {
         const std::size_t frames = decoder->read(stereo, capacity);
+        // The FLAC decoder knows only at its end whether it has an error.
+        if (decoder->silencedFrames() > 0 || (isMpeg(info) && !decoder->error().empty())) noteDamage(position);
         position += frames;
         if (frames > 0) {
             if (info.channels == 1) spreadMono(stereo, frames);
@@ -334,9 +352,14 @@ std::optional<Loss> FileSource::loss() const
 
     if (unknown) facts.emplace_back("how much is missing is not known");
     if (!unknown && seconds > 0.0) facts.push_back(formatted("%.3f seconds are missing", seconds));
+    if (damageBegin)
+        facts.push_back("the damage begins at " +
+                        durationText(*damageBegin, static_cast<std::uint32_t>(info.samplerate)));
     std::string message = "is cut short or damaged: ";
     for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
-    return Loss{.message = message, .seconds = unknown ? std::nullopt : std::optional(seconds)};
+    return Loss{.message = message,
+                .seconds = unknown ? std::nullopt : std::optional(seconds),
+                .advice = file.fromPipe ? "check the command before the pipe" : "get a complete copy of the file"};
 }
 
 } // namespace tarn

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -37,6 +38,10 @@ struct Finding
 
 Finding examine(const std::string& input, bool showProgress)
 {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(input, ignored))
+        throw Failure(EX_NOINPUT, input + ": is a folder; to examine the files in it, type: tarn info " +
+                                      shellQuoted(std::filesystem::path(input) / "") + "*");
     FileSource source(input, FileSource::Demand::Anything);
     Finding finding{.facts = source.facts()};
     if (finding.facts.channels != 2) return finding;
@@ -50,7 +55,7 @@ Finding examine(const std::string& input, bool showProgress)
         progress.advance(frames);
     }
     finding.loss = source.loss();
-    if (finding.loss) printNote(input + ": " + finding.loss->message);
+    if (finding.loss) printNote(input + ": " + finding.loss->message + "; " + finding.loss->advice);
     finding.facts.frames = analysis.frames();
     return finding;
 }
@@ -231,7 +236,6 @@ int runInfo(const InfoOptions& options)
         return Json{{"shown", std::move(shown)}, {"incomplete", finding.isIncomplete()}};
     };
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
-        if (outcome.crashed) wipeProgress();
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
             if (failure == EX_OK) failure = outcome.exitCode;

@@ -1,5 +1,7 @@
 #include "cli/tags.h"
 
+#include "cli/caf_info.h"
+#include "cli/chunks.h"
 #include "cli/riff_info.h"
 #include "cli/text.h"
 #include "cli/utf8.h"
@@ -19,6 +21,8 @@
 #include <infotag.h>
 #include <mpegfile.h>
 #include <opusfile.h>
+#include <tbytevectorstream.h>
+#include <textidentificationframe.h>
 #include <tfilestream.h>
 #include <unistd.h>
 #include <vorbisfile.h>
@@ -83,6 +87,27 @@ public:
     String parse(const ByteVector& data) const override { return {data, String::Latin1}; }
 };
 
+/// Adds the people of an ID3v2 tag by their roles, where TagLib does not: in small letters, or with a role that it does
+/// not know. Returns whether each role has a name, and none is left out because there are too many.
+bool addInvolvedPeople(const TagLib::ID3v2::FrameList& frames, TagLib::PropertyMap& texts)
+{
+    constexpr unsigned kMaxFields = 1000; ///< of a frame
+    bool isComplete = true;
+    for (const TagLib::ID3v2::Frame* frame : frames) {
+        const auto* const people = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(frame);
+        if (people == nullptr || people->asProperties().unsupportedData().isEmpty()) continue;
+        const StringList fields = people->fieldList();
+        for (unsigned i = 0; i + 1 < std::min(fields.size(), kMaxFields); i += 2) {
+            String role = fields[i].upper();
+            for (const auto& [name, key] : TagLib::ID3v2::TextIdentificationFrame::involvedPeopleMap())
+                if (role == key) role = name;
+            if (!texts[role].contains(fields[i + 1])) texts[role].append(fields[i + 1]);
+        }
+        isComplete = isComplete && fields.size() % 2 == 0 && fields.size() <= kMaxFields;
+    }
+    return isComplete;
+}
+
 /// Collects the tags of a file, the first of a name before those that come later.
 class Collector
 {
@@ -117,11 +142,13 @@ public:
     void addId3v2(const TagLib::ID3v2::Tag* tag)
     {
         if (tag == nullptr) return;
-        const TagLib::PropertyMap texts = tag->properties();
+        TagLib::PropertyMap texts = tag->properties();
+        const bool hasAllPeople = addInvolvedPeople(tag->frameList("TIPL"), texts);
         add(texts);
         std::string others;
         for (const String& frame : texts.unsupportedData())
-            if (!frame.startsWith("APIC")) others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
+            if (!frame.startsWith("APIC") && (frame != "TIPL" || !hasAllPeople))
+                others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
         if (!others.empty()) tags.leftOut.push_back("its ID3v2 frames " + others + " are left out");
         for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC"))
             if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))
@@ -202,6 +229,23 @@ public:
         add(texts);
     }
 
+    /// Adds the texts of a CAF file, which should be UTF-8.
+    void addCafInfo(int descriptor)
+    {
+        TagLib::PropertyMap texts;
+        for (const std::string& contents : chunksNamed(descriptor, "info")) {
+            const CafInfo info = readCafInfo(contents);
+            for (const auto& [name, text] : info.texts) {
+                if (!isUtf8(name + text)) tags.converted = true;
+                texts.insert(String(toUtf8(name), String::UTF8), StringList(String(toUtf8(text), String::UTF8)));
+            }
+            if (contents.empty() || info.isCut)
+                tags.leftOut.emplace_back(contents.empty() ? "its info chunk is too large or cannot be read"
+                                                           : "its texts after the first 1000 are left out");
+        }
+        add(texts);
+    }
+
     /// Adds what libsndfile has read, in an encoding that is not known.
     void addStrings(SNDFILE* file)
     {
@@ -227,31 +271,59 @@ long behindId3v2(TagLib::IOStream& stream)
     return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
 }
 
+// Types of FLAC's metadata blocks.
+constexpr unsigned kFlacApplication = 2;
+constexpr unsigned kFlacVorbisComment = 4;
+constexpr unsigned kFlacCueSheet = 5;
+constexpr unsigned kFlacPicture = 6;
+
+/// Adds a cue sheet or the data of an application. Returns whether there was room for it.
+bool addFlacBlock(unsigned type, const ByteVector& contents, std::vector<FlacBlock>& blocks)
+{
+    constexpr std::size_t kMaxBlocks = 100;
+    constexpr std::size_t kIdBytes = 4;
+    // Applications that keep what was around the audio in another container.
+    const bool isForeign = contents.startsWith("riff") || contents.startsWith("aiff") || contents.startsWith("w64 ");
+    if (type == kFlacApplication && (isForeign || contents.size() < kIdBytes)) return true;
+    if (blocks.size() == kMaxBlocks) return false;
+    blocks.push_back({.isCueSheet = type == kFlacCueSheet, .contents = contents});
+    return true;
+}
+
 /// Metadata blocks of FLAC: a byte with the type and the mark of the last one, 24 bits of size, the contents.
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
-    constexpr unsigned kVorbisComment = 4;
-    constexpr unsigned kCueSheet = 5;
-    constexpr unsigned kPicture = 6;
     stream.seek(behindId3v2(stream));
     if (stream.readBlock(4) != "fLaC") return;
+    bool hasRoom = true;
+    bool isKnown = true;
     for (bool last = false; !last;) {
         const ByteVector head = stream.readBlock(4);
-        if (head.size() < 4) return;
+        if (head.size() < 4) break;
         const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
         last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
         const unsigned size = head.toUInt(1, 3, true);
-        if (type == kCueSheet) collector.tags.leftOut.emplace_back("its cue sheet is left out");
-        if (type != kVorbisComment && type != kPicture) {
+        isKnown = isKnown && type <= kFlacPicture;
+        const bool isKept =
+            type == kFlacVorbisComment || type == kFlacPicture || type == kFlacCueSheet || type == kFlacApplication;
+        if (!isKept) {
             stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
             continue;
         }
         const ByteVector contents = stream.readBlock(size);
-        if (contents.size() < size) return;
-        if (type == kVorbisComment) collector.addVorbisComments(contents);
+        if (contents.size() < size) break;
         TagLib::FLAC::Picture picture;
-        if (type == kPicture && picture.parse(contents)) collector.addPicture(picture);
+        if (type == kFlacVorbisComment) {
+            collector.addVorbisComments(contents);
+        } else if (type != kFlacPicture) {
+            hasRoom = addFlacBlock(type, contents, collector.tags.flacBlocks) && hasRoom;
+        } else if (picture.parse(contents)) {
+            collector.addPicture(picture);
+        }
     }
+    if (!hasRoom)
+        collector.tags.leftOut.emplace_back("its cue sheets and application blocks after the first 100 are left out");
+    if (!isKnown) collector.tags.leftOut.emplace_back("its metadata blocks of unknown types are left out");
 }
 
 /// The second packet of an Ogg stream: a mark of its codec, then the comments.
@@ -279,10 +351,28 @@ void collectMpeg(TagLib::IOStream& stream, Collector& collector)
         collector.tags.converted = kHandler.converted;
 }
 
+/// RF64, which TagLib does not read.
+void collectRf64(int descriptor, Collector& collector)
+{
+    const auto bytesOf = [](const std::string& contents) {
+        return ByteVector(contents.data(), static_cast<unsigned>(contents.size()));
+    };
+    for (const std::string& contents : chunksNamed(descriptor, "id3 ")) {
+        TagLib::ByteVectorStream stream(bytesOf(contents));
+        TagLib::MPEG::File tagged(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
+        collector.addId3v2(tagged.hasID3v2Tag() ? tagged.ID3v2Tag() : nullptr);
+        if (contents.empty()) collector.tags.leftOut.emplace_back("its ID3v2 tag of more than 16 MiB is left out");
+    }
+    for (const std::string& contents : chunksNamed(descriptor, "LIST"))
+        if (contents.starts_with("INFO")) collector.addInfo(TagLib::RIFF::Info::Tag(bytesOf(contents)));
+}
+
 } // namespace
 
 Tags readTags(int descriptor, SNDFILE* file, int format)
 {
+    static const RawText kInfoText;
+    TagLib::RIFF::Info::Tag::setStringHandler(&kInfoText);
     Collector collector;
     // The stream closes its descriptor.
     TagLib::FileStream stream(dup(descriptor), true);
@@ -305,10 +395,15 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         collector.addId3v2(TagLib::RIFF::AIFF::File(&stream, false).tag());
         collector.addStrings(file);
         break;
+    case SF_FORMAT_CAF:
+        collector.addCafInfo(descriptor);
+        collector.addStrings(file);
+        break;
+    case SF_FORMAT_RF64:
+        collectRf64(descriptor, collector);
+        break;
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX: {
-        static const RawText kHandler;
-        TagLib::RIFF::Info::Tag::setStringHandler(&kHandler);
         const TagLib::RIFF::WAV::File wave(&stream, false);
         collector.addId3v2(wave.hasID3v2Tag() ? wave.ID3v2Tag() : nullptr);
         if (wave.hasInfoTag()) collector.addInfo(*wave.InfoTag());

@@ -1,3 +1,4 @@
+#include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -44,6 +45,8 @@ protected:
         EXPECT_EQ(strict.exitCode, 65) << strict.errors;
         EXPECT_NE(strict.errors.find("tarn: " + input + ": is cut short or damaged: "), std::string::npos)
             << strict.errors;
+        EXPECT_TRUE(strict.errors.ends_with("; get a complete copy of the file, or leave out --strict\n"))
+            << strict.errors;
         EXPECT_FALSE(std::filesystem::exists(at("strict.wav")));
         Result result = tarn({"upmix", "--force", input, "out.wav"});
         EXPECT_EQ(result.exitCode, exitCode) << result.errors;
@@ -53,7 +56,8 @@ protected:
     static void expectSaid(const Result& result, const std::string& text)
     {
         EXPECT_NE(result.errors.find("is cut short or damaged: " + text), std::string::npos) << result.errors;
-        EXPECT_NE(result.errors.find("; the rest is upmixed\n"), std::string::npos) << result.errors;
+        EXPECT_NE(result.errors.find("; the rest is upmixed; get a complete copy of the file\n"), std::string::npos)
+            << result.errors;
     }
 
     void cut(const std::string& name, std::uintmax_t bytes) const { std::filesystem::resize_file(at(name), bytes); }
@@ -71,7 +75,8 @@ TEST_F(Damage, OfLessThanASecondIsAWarning)
          }) {
         writeAudio(at(name), format, static_cast<int>(kRate), 2, stereo);
         cut(name, std::filesystem::file_size(at(name)) - frameBytes * 700 + 1);
-        expectSaid(upmix(name, 0), "it declares 9000 frames and has 8300; 0.015 seconds are missing");
+        expectSaid(upmix(name, 0),
+                   "it declares 9000 frames and has 8300; 0.015 seconds are missing; the damage begins at 0:00.172");
         EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput({stereo.begin(), stereo.begin() + 2 * 8300}, {}))
             << name;
     }
@@ -82,15 +87,19 @@ TEST_F(Damage, OfASecondOrMoreIsToldByTheExitCode)
     const Samples stereo = stereoNoise(2 * kRate, 16);
     writeAudio(at("in.wav"), kWave16, static_cast<int>(kRate), 2, stereo);
     cut("in.wav", 44 + 4 * kRate);
-    expectSaid(upmix("in.wav", 1), "it declares 96000 frames and has 48000; 1.000 seconds are missing");
+    expectSaid(upmix("in.wav", 1),
+               "it declares 96000 frames and has 48000; 1.000 seconds are missing; the damage begins at 0:01.000");
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput({stereo.begin(), stereo.begin() + 2 * kRate}, {}));
     EXPECT_NE(tarn({"upmix", "--quiet", "--force", "in.wav", "out.wav"}).errors, "") << "the reason for the exit code";
 
     const Result report = tarn({"upmix", "--json", "--force", "in.wav", "out.wav"});
     const auto loss = nlohmann::json::parse(report.output)["loss"];
     EXPECT_EQ(loss["seconds"], 1.0);
-    EXPECT_EQ(loss["message"],
-              "is cut short or damaged: it declares 96000 frames and has 48000; 1.000 seconds are missing");
+    EXPECT_EQ(loss["message"], "is cut short or damaged: it declares 96000 frames and has 48000; 1.000 seconds are "
+                               "missing; the damage begins at 0:01.000");
+    const Result info = tarn({"info", "in.wav"});
+    EXPECT_TRUE(info.errors.ends_with("; the damage begins at 0:01.000; get a complete copy of the file\n"))
+        << info.errors;
 
     cut("in.wav", 44 + 4 * kRate + 4);
     upmix("in.wav", 0);
@@ -130,6 +139,10 @@ TEST_F(Damage, OfOneFlacFrameBecomesSilenceAndTheRestKeepsItsPlace)
             ++silent;
         }
         EXPECT_GT(silent, 0u);
+        const auto firstDifference = std::mismatch(output.begin(), output.end(), whole.begin()).first - output.begin();
+        const std::string place = "; the damage begins at " +
+                                  tarn::durationText(static_cast<std::uint64_t>(firstDifference) / 3, kRate) + "; ";
+        EXPECT_NE(result.errors.find(place), std::string::npos) << place << result.errors;
     }
 }
 
@@ -182,7 +195,8 @@ TEST_F(Damage, OfOneMpegHeaderDoesNotEndTheStream)
     writeBytes(at("bad.mp3"), mpeg);
     const Result result = tarn({"upmix", "bad.mp3", "out.wav"});
     EXPECT_EQ(result.exitCode, 0) << result.errors;
-    EXPECT_NE(result.errors.find("is cut short or damaged"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("some of its frames are damaged; 0."), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("; the damage begins at 0:02.9"), std::string::npos) << result.errors;
     EXPECT_GT(readAudio(at("out.wav")).info.frames, 6 * kRate - 5 * 1152);
 }
 

@@ -7,7 +7,6 @@ FLAC, behind three bytes of options that file_fuzzer.cpp decodes."""
 import base64
 import io
 from pathlib import Path
-import struct
 import sys
 
 import numpy
@@ -81,6 +80,7 @@ def wave_files():
     yield "wav-odd", containers.with_data_size(wav, 4 * FRAMES - 3)
     yield "wav-2s-missing", containers.with_data_size(wav, 4 * (FRAMES + 2 * 48000))
     yield "wav-200ms-missing", containers.with_data_size(wav, 4 * (FRAMES + 9600))
+    yield "rf64-all", containers.with_chunks(encoded("RF64", "PCM_16"), [bext], [*others, latin, id3])
     yield "rf64-bext", containers.with_chunks(encoded("RF64", "PCM_24"), [bext])
     yield "wav-above-full-scale", encoded("WAV", "FLOAT", sound(peak=3.0))
     for name, value in ("nan", numpy.nan), ("infinite", -numpy.inf), ("huge", 1e38):
