@@ -101,10 +101,11 @@ void UpmixStream::State::processFrames(const HostRows& input, const HostRows& ou
         Row loaded[kMaxSlots];
         for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot) {
             const auto& [first, stride] = input.row[slot];
-            if (first != nullptr)
+            if (first != nullptr) {
                 samples.load(first + done * stride, stride, count, loaded[slot], faults);
-            else
+            } else {
                 std::fill_n(loaded[slot], count, 0);
+            }
         }
         for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
             const auto& [first, stride] = output.row[slot];
