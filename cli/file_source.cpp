@@ -55,6 +55,11 @@ std::uint64_t storedBytes(int format) noexcept
     case SF_FORMAT_ULAW:
     case SF_FORMAT_ALAW:
         return 1;
+    case SF_FORMAT_ALAC_16:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24:
+    case SF_FORMAT_ALAC_32:
+        return 0;
     default:
         return integerBits(format) / 8;
     }
@@ -107,12 +112,11 @@ FileSource::FileSource(const std::string& path, Demand demand) : file(openInput(
 void FileSource::openParts()
 {
     const int descriptor = file.descriptor.number();
-    const ByteRange whole{.begin = 0, .end = file.bytes};
-    decoder = openDecoder(descriptor, whole);
-    std::vector<ByteRange> ranges{whole};
+    std::vector<ByteRange> ranges = containerParts(descriptor);
+    decoder = openDecoder(descriptor, ranges.front());
     if (isOgg(decoder->info())) ranges = oggLinks(descriptor).links;
     if (isMpeg(decoder->info())) ranges = mpegParts(descriptor);
-    if (ranges.size() > 1) decoder = openDecoder(descriptor, ranges.front());
+    if (ranges.front().end < file.bytes) decoder = openDecoder(descriptor, ranges.front());
     info = decoder->info();
     parts.push_back(partOf(*decoder, ranges.front()));
     for (std::size_t i = 1; i < ranges.size(); ++i) {
@@ -140,16 +144,19 @@ FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) cons
 {
     const SF_INFO& facts = opened.info();
     Part part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
-    part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels;
-    part.hasDamagedPages = isOgg(facts) && facts.format != (SF_FORMAT_OGG | SF_FORMAT_VORBIS) &&
+    part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels ||
+                   integerBits(facts.format) != integerBits(info.format);
+    part.hasDamagedPages = isOgg(facts) && dynamic_cast<const SndfileDecoder*>(&opened) != nullptr &&
                            oggLinks(file.descriptor.number()).skippedBytes > 0;
     if (facts.frames == SF_COUNT_MAX) {
-        // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.
-        part.lacksEnd = isOgg(facts);
+        // A FLAC encoder that wrote to a pipe could not fill in the length; the decoder finds whether its end is there.
+        // Other Ogg streams mark their last page.
+        part.lacksEnd = isOgg(facts) && integerBits(facts.format) == 0;
     } else if (!isMpeg(facts) || hasMpegIndex(file.descriptor.number(), bytes.begin)) {
         part.declared = static_cast<std::uint64_t>(facts.frames);
         // libsndfile takes a file that is cut for a shorter one.
-        if (const auto audio = promisedAudio(file.descriptor.number()); audio && audio->present < audio->promised) {
+        if (const auto audio = promisedAudio(FileBytes(file.descriptor.number(), bytes));
+            audio && audio->present < audio->promised) {
             const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
             if (frameBytes != 0) {
                 part.declared = audio->promised / frameBytes;
@@ -178,8 +185,9 @@ void FileSource::checkFormat() const
 
 FileFacts FileSource::facts() const
 {
+    const bool isOggFlac = isOgg(info) && integerBits(info.format) != 0;
     return {.container = nameOf(info.format & SF_FORMAT_TYPEMASK),
-            .codec = nameOf(info.format & SF_FORMAT_SUBMASK),
+            .codec = isOggFlac ? "FLAC" : nameOf(info.format & SF_FORMAT_SUBMASK),
             .sampleRate = static_cast<std::uint32_t>(info.samplerate),
             .bits = integerBits(info.format),
             .channels = static_cast<std::uint32_t>(info.channels),
@@ -345,8 +353,9 @@ std::optional<Loss> FileSource::loss() const
     if (silenced > 0) facts.push_back(std::to_string(silenced) + " frames are damaged and become silence");
     if (missesUnknown) facts.push_back("its end is missing after frame " + std::to_string(position));
     if (leftOut > 0)
-        facts.push_back(std::to_string(leftOut) + " of its " + std::to_string(parts.size()) +
-                        " joined streams have another rate, other channels or no audio and are left out");
+        facts.push_back(
+            std::to_string(leftOut) + " of its " + std::to_string(parts.size()) +
+            " joined streams have another rate, another width, other channels or no audio and are left out");
     if (!reason.empty()) facts.push_back(reason);
     if (facts.empty()) return std::nullopt;
 

@@ -69,7 +69,7 @@ private:
         int rate = 0;                          ///< Hz
         bool hasDamagedPages = false;          ///< of Ogg, which libsndfile passes over
         bool lacksEnd = false;                 ///< what marks the end of the stream is not there
-        bool leftOut = false;                  ///< it has another rate or other channels than the first, or no audio
+        bool leftOut = false; ///< it has another rate, width or number of channels than the first, or no audio
     };
 
     void openParts();

@@ -155,13 +155,14 @@ std::size_t nameWidth(const std::vector<std::string>& inputs)
     return std::min(longest, kMost);
 }
 
-/// Container and codec in a word or two: WAV 16, WAV float, FLAC 24, OGG Vorbis, MP3.
+/// Container and codec in a word or two: WAV 16, WAV float, FLAC 24, OGG Vorbis, OGG FLAC 16, MP3.
 std::string formatName(const FileFacts& facts)
 {
     if (facts.codec == "MPEG Layer III") return "MP3";
     if (facts.codec == "MPEG Layer II") return "MP2";
     if (facts.codec == "MPEG Layer I") return "MP1";
     const std::string container = facts.container.substr(0, facts.container.find(' '));
+    if (facts.codec == "FLAC") return container + " FLAC " + std::to_string(facts.bits);
     if (facts.bits != 0) return container + " " + std::to_string(facts.bits);
     if (facts.codec == "32 bit float") return container + " float";
     if (facts.codec == "64 bit float") return container + " double";

@@ -20,6 +20,7 @@
 #include <id3v2tag.h>
 #include <infotag.h>
 #include <mpegfile.h>
+#include <oggflacfile.h>
 #include <opusfile.h>
 #include <tbytevectorstream.h>
 #include <textidentificationframe.h>
@@ -271,59 +272,112 @@ long behindId3v2(TagLib::IOStream& stream)
     return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
 }
 
-// Types of FLAC's metadata blocks.
-constexpr unsigned kFlacApplication = 2;
-constexpr unsigned kFlacVorbisComment = 4;
-constexpr unsigned kFlacCueSheet = 5;
-constexpr unsigned kFlacPicture = 6;
-
-/// Adds a cue sheet or the data of an application. Returns whether there was room for it.
-bool addFlacBlock(unsigned type, const ByteVector& contents, std::vector<FlacBlock>& blocks)
+/// The head of a metadata block of FLAC: a byte with the type and the mark of the last one, 24 bits of size.
+struct FlacBlockHead
 {
-    constexpr std::size_t kMaxBlocks = 100;
-    constexpr std::size_t kIdBytes = 4;
-    // Applications that keep what was around the audio in another container.
-    const bool isForeign = contents.startsWith("riff") || contents.startsWith("aiff") || contents.startsWith("w64 ");
-    if (type == kFlacApplication && (isForeign || contents.size() < kIdBytes)) return true;
-    if (blocks.size() == kMaxBlocks) return false;
-    blocks.push_back({.isCueSheet = type == kFlacCueSheet, .contents = contents});
-    return true;
-}
+    static constexpr unsigned kBytes = 4;
 
-/// Metadata blocks of FLAC: a byte with the type and the mark of the last one, 24 bits of size, the contents.
+    explicit FlacBlockHead(const ByteVector& bytes)
+        : type(static_cast<unsigned char>(bytes[0]) & 0x7fu),
+          size(bytes.toUInt(1, 3, true)),
+          isLast((static_cast<unsigned char>(bytes[0]) & 0x80u) != 0)
+    {}
+
+    bool isKept() const
+    {
+        return type == kVorbisComment || type == kPicture || type == kCueSheet || type == kApplication;
+    }
+
+    static constexpr unsigned kApplication = 2;
+    static constexpr unsigned kVorbisComment = 4;
+    static constexpr unsigned kCueSheet = 5;
+    static constexpr unsigned kPicture = 6;
+
+    unsigned type;
+    unsigned size;
+    bool isLast;
+};
+
+/// The metadata blocks of a FLAC stream.
+class FlacBlocks
+{
+public:
+    explicit FlacBlocks(Collector& receiver) : collector(receiver) {}
+
+    /// contents  of the block; those of blocks that are not kept do not matter
+    void add(const FlacBlockHead& head, const ByteVector& contents)
+    {
+        isKnown = isKnown && head.type <= FlacBlockHead::kPicture;
+        if (contents.size() < head.size) return;
+        if (head.type == FlacBlockHead::kVorbisComment) {
+            collector.addVorbisComments(contents);
+        } else if (head.type == FlacBlockHead::kPicture) {
+            TagLib::FLAC::Picture picture;
+            if (picture.parse(contents)) collector.addPicture(picture);
+        } else if (head.isKept()) {
+            addBytes(head.type, contents);
+        }
+    }
+
+    /// Names what is left out.
+    void finish()
+    {
+        if (!hasRoom)
+            collector.tags.leftOut.emplace_back(
+                "its cue sheets and application blocks after the first 100 are left out");
+        if (!isKnown) collector.tags.leftOut.emplace_back("its metadata blocks of unknown types are left out");
+    }
+
+private:
+    /// Adds a cue sheet or the data of an application.
+    void addBytes(unsigned type, const ByteVector& contents)
+    {
+        constexpr std::size_t kMaxBlocks = 100;
+        constexpr std::size_t kIdBytes = 4;
+        // Applications that keep what was around the audio in another container.
+        const bool isForeign =
+            contents.startsWith("riff") || contents.startsWith("aiff") || contents.startsWith("w64 ");
+        if (type == FlacBlockHead::kApplication && (isForeign || contents.size() < kIdBytes)) return;
+        std::vector<FlacBlock>& blocks = collector.tags.flacBlocks;
+        hasRoom = blocks.size() < kMaxBlocks;
+        if (hasRoom) blocks.push_back({.isCueSheet = type == FlacBlockHead::kCueSheet, .contents = contents});
+    }
+
+    Collector& collector;
+    bool hasRoom = true;
+    bool isKnown = true;
+};
+
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
     stream.seek(behindId3v2(stream));
     if (stream.readBlock(4) != "fLaC") return;
-    bool hasRoom = true;
-    bool isKnown = true;
-    for (bool last = false; !last;) {
-        const ByteVector head = stream.readBlock(4);
-        if (head.size() < 4) break;
-        const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
-        last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
-        const unsigned size = head.toUInt(1, 3, true);
-        isKnown = isKnown && type <= kFlacPicture;
-        const bool isKept =
-            type == kFlacVorbisComment || type == kFlacPicture || type == kFlacCueSheet || type == kFlacApplication;
-        if (!isKept) {
-            stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
-            continue;
-        }
-        const ByteVector contents = stream.readBlock(size);
-        if (contents.size() < size) break;
-        TagLib::FLAC::Picture picture;
-        if (type == kFlacVorbisComment) {
-            collector.addVorbisComments(contents);
-        } else if (type != kFlacPicture) {
-            hasRoom = addFlacBlock(type, contents, collector.tags.flacBlocks) && hasRoom;
-        } else if (picture.parse(contents)) {
-            collector.addPicture(picture);
-        }
+    FlacBlocks blocks(collector);
+    for (bool isLast = false; !isLast;) {
+        const ByteVector bytes = stream.readBlock(FlacBlockHead::kBytes);
+        if (bytes.size() < FlacBlockHead::kBytes) break;
+        const FlacBlockHead head(bytes);
+        isLast = head.isLast;
+        if (!head.isKept()) stream.seek(static_cast<long>(head.size), TagLib::IOStream::Current);
+        blocks.add(head, head.isKept() ? stream.readBlock(head.size) : ByteVector());
     }
-    if (!hasRoom)
-        collector.tags.leftOut.emplace_back("its cue sheets and application blocks after the first 100 are left out");
-    if (!isKnown) collector.tags.leftOut.emplace_back("its metadata blocks of unknown types are left out");
+    blocks.finish();
+}
+
+/// Ogg FLAC: a packet for each metadata block behind the first packet.
+void collectOggFlac(TagLib::IOStream& stream, Collector& collector)
+{
+    TagLib::Ogg::FLAC::File file(&stream, false);
+    FlacBlocks blocks(collector);
+    bool isLast = !file.isValid() || !file.packet(0).startsWith("\177FLAC");
+    for (unsigned i = 1; !isLast; ++i) {
+        const ByteVector packet = file.packet(i);
+        if (packet.size() < FlacBlockHead::kBytes) break;
+        const FlacBlockHead head(packet);
+        isLast = head.isLast;
+        blocks.add(head, packet.mid(FlacBlockHead::kBytes));
+    }
+    blocks.finish();
 }
 
 /// The second packet of an Ogg stream: a mark of its codec, then the comments.
@@ -384,6 +438,8 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
     case SF_FORMAT_OGG:
         if ((format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
             collectOgg<TagLib::Ogg::Opus::File>(stream, "OpusTags", collector);
+        } else if ((format & SF_FORMAT_SUBMASK) != SF_FORMAT_VORBIS) {
+            collectOggFlac(stream, collector);
         } else {
             collectOgg<TagLib::Ogg::Vorbis::File>(stream, "\3vorbis", collector);
         }
