@@ -1,7 +1,9 @@
 // The sample rates that the engine supports.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 
 namespace zrk_tarn
 {
@@ -11,9 +13,7 @@ inline constexpr std::uint32_t kSupportedRatesHz[] = {32000, 44100, 48000, 64000
 /// Whether the engine supports a sample rate.
 constexpr bool isSupportedRate(std::uint32_t rateHz) noexcept
 {
-    for (const std::uint32_t supportedHz : kSupportedRatesHz)
-        if (supportedHz == rateHz) return true;
-    return false;
+    return std::find(std::begin(kSupportedRatesHz), std::end(kSupportedRatesHz), rateHz) != std::end(kSupportedRatesHz);
 }
 
 } // namespace zrk_tarn

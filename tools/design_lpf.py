@@ -249,7 +249,7 @@ class Design:
         return d
 
     def run(self, x, masks_db, steps, accuracy):
-        """Steps under each mask in turn and then under the last until x stands still; x and the last change."""
+        """Takes a step under each mask, then steps under the last mask until x settles. Returns x and the last change."""
         fixed = self.lower == self.upper
         x = np.where(fixed, self.lower, x)
         change = 0.0
@@ -317,7 +317,7 @@ def print_table(table, figures):
 
 
 def final_design():
-    """x of the table, at rest to far less than rounding to QUANTUM can see."""
+    """The x of the table; its last change is far smaller than QUANTUM."""
     x, change = Design().run(windowed_sinc(), descent(MASK_DB), 40, 1e-11)
     if change > 1e-10:
         sys.exit("design_lpf: the steps do not settle, last change %.1e" % change)

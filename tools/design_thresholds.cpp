@@ -58,14 +58,14 @@ public:
         for (int i = 0; i < kSettlingBlocks; ++i) field.run(Scene{});
         for (int i = 0; i < blocks; ++i) {
             field.run(Scene{});
-            for (std::size_t g = 0; g < kGroups; ++g) ++counts_[g][binOf(steeringOf(field.engine(), g))];
+            for (std::size_t g = 0; g < kGroups; ++g) ++counts[g][binOf(steeringOf(field.engine(), g))];
         }
     }
 
     void add(const Distribution& other)
     {
         for (std::size_t g = 0; g < kGroups; ++g)
-            for (std::size_t bin = 0; bin < kBins; ++bin) counts_[g][bin] += other.counts_[g][bin];
+            for (std::size_t bin = 0; bin < kBins; ++bin) counts[g][bin] += other.counts[g][bin];
     }
 
     /// The magnitude that the given share of blocks reaches.
@@ -74,7 +74,7 @@ public:
         const double allowed = rate * total(group);
         double above = 0.0;
         std::size_t bin = kBins;
-        while (bin > 0 && above + counts_[group][bin - 1] <= allowed) above += counts_[group][--bin];
+        while (bin > 0 && above + counts[group][bin - 1] <= allowed) above += counts[group][--bin];
         return static_cast<double>(bin) / kBins;
     }
 
@@ -82,7 +82,7 @@ public:
     double rateAbove(std::size_t group, double magnitude) const
     {
         double above = 0.0;
-        for (std::size_t bin = binOf(magnitude); bin < kBins; ++bin) above += counts_[group][bin];
+        for (std::size_t bin = binOf(magnitude); bin < kBins; ++bin) above += counts[group][bin];
         return above / total(group);
     }
 
@@ -94,22 +94,22 @@ private:
         return std::min(static_cast<std::size_t>(magnitude * kBins), kBins - 1);
     }
 
-    // cppcheck-suppress unusedPrivateFunction ; the initialiser of counts_ calls it
+    // cppcheck-suppress unusedPrivateFunction ; the initialiser of counts calls it
     static std::array<std::vector<double>, kGroups> filledWithZeros()
     {
-        std::array<std::vector<double>, kGroups> counts;
-        counts.fill(std::vector<double>(kBins));
-        return counts;
+        std::array<std::vector<double>, kGroups> zeros;
+        zeros.fill(std::vector<double>(kBins));
+        return zeros;
     }
 
     double total(std::size_t group) const
     {
         double sum = 0.0;
-        for (const double count : counts_[group]) sum += count;
+        for (const double count : counts[group]) sum += count;
         return sum;
     }
 
-    std::array<std::vector<double>, kGroups> counts_ = filledWithZeros();
+    std::array<std::vector<double>, kGroups> counts = filledWithZeros();
 };
 
 /// The distribution of all runs, and those of the single runs.

@@ -24,13 +24,13 @@ PICTURES = ROOT / "docs/pictures"
 
 
 def save(figure, name):
-    """Without the date and version that would make every drawing a different file."""
+    """Saves a figure without date and version, so that the same drawing gives the same file."""
     figure.savefig(PICTURES / name, dpi=120, bbox_inches="tight", metadata={"Software": None})
     plt.close(figure)
 
 
 def draw_response():
-    """Magnitude of the prototype: the whole band, and the first bands with the neighbours that it meets."""
+    """Draws the magnitude of the prototype, for all bands and for the first bands."""
     p = read_table(ROOT / "filterbank/lpf.cpp").astype(float) * POLYPHASE_SIGN
     points = 1 << 17
     response = 20 * np.log10(np.abs(np.fft.rfft(p, points)) + 1e-12)
@@ -51,7 +51,7 @@ def draw_response():
 
 
 def draw_trade_off():
-    """Reconstruction against stopband, one point per design."""
+    """Draws reconstruction against stopband, one point per design."""
     rows = [
         [float(value) for value in re.findall(r"([-\d.]+) dB", line)]
         for line in (DATA / "trade-off.txt").read_text().splitlines()[1:]
@@ -74,7 +74,7 @@ def draw_trade_off():
 
 
 def draw_sweep():
-    """Image jitter against response, coloured by the rate of fast false alarms."""
+    """Draws image jitter against response, coloured by the rate of fast false alarms."""
     rows = []
     for line in (DATA / "threshold-sweep.txt").read_text().splitlines():
         cells = line.strip("|").split("|")

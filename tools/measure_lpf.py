@@ -57,7 +57,7 @@ def run_chain(lpf, signal):
     blocks = len(subband)
     weights = lpf.reshape(16, BANDS)
     output = np.zeros((blocks, BANDS))
-    for slot in range(16):  # the even slots weight this block's output, the odd ones arrive by way of the overlap
+    for slot in range(16):  # even slots contribute to this block's output, odd slots through the overlap
         y = transformed[15 - slot : 15 - slot + blocks]
         mirrored = y[:, ::-1]
         output += (y - mirrored if slot % 2 == 0 else -y - mirrored) * weights[slot]
@@ -104,7 +104,7 @@ def stopband_db(lpf):
 
 
 def measure(lpf):
-    """The figures of a table as a dictionary; decibels unless the name says otherwise."""
+    """The figures of a table as a dictionary, in decibels unless the name has another unit."""
     lpf = lpf.astype(float)
     responses = impulse_responses(lpf)
     figures = {"delay frames": int(np.abs(responses).sum(0).argmax())}
@@ -127,7 +127,7 @@ def measure(lpf):
 
 
 def checks(lpf, figures):
-    """Every limit as a pair (what it says, whether the table keeps it)."""
+    """All limits as pairs (description, whether the table meets it)."""
     p = lpf.astype(float) * POLYPHASE_SIGN
     side = np.concatenate([p[: MAIN_LOBE.start], p[MAIN_LOBE.stop :]])
     tails = np.concatenate([p[:TAIL], p[-TAIL:]])

@@ -16,24 +16,24 @@ namespace design
 class PinkNoise
 {
 public:
-    explicit PinkNoise(std::uint64_t seed) : white_(seed)
+    explicit PinkNoise(std::uint64_t seed) : white(seed)
     {
         double power = 0.0;
         for (std::size_t k = 0; k < kOctaves; ++k) {
             const double cutoff = std::numbers::pi / static_cast<double>(1u << k); // radians per sample
-            pole_[k] = cutoff / (1.0 + cutoff);
-            gain_[k] = std::sqrt(static_cast<double>(1u << k));
-            power += gain_[k] * gain_[k] * pole_[k] / (2.0 - pole_[k]) / 3.0;
+            poles[k] = cutoff / (1.0 + cutoff);
+            gains[k] = std::sqrt(static_cast<double>(1u << k));
+            power += gains[k] * gains[k] * poles[k] / (2.0 - poles[k]) / 3.0;
         }
-        for (double& gain : gain_) gain /= std::sqrt(power);
+        for (double& gain : gains) gain /= std::sqrt(power);
     }
 
     double next()
     {
         double sum = 0.0;
         for (std::size_t k = 0; k < kOctaves; ++k) {
-            state_[k] += pole_[k] * (uniform() - state_[k]);
-            sum += gain_[k] * state_[k];
+            states[k] += poles[k] * (uniform() - states[k]);
+            sum += gains[k] * states[k];
         }
         return sum;
     }
@@ -42,12 +42,12 @@ private:
     static constexpr std::size_t kOctaves = 10;
 
     /// -1 to 1; the same on every platform, because the standard defines the generator.
-    double uniform() { return static_cast<double>(white_() >> 11) * 0x1p-52 - 1.0; }
+    double uniform() { return static_cast<double>(white() >> 11) * 0x1p-52 - 1.0; }
 
-    std::mt19937_64 white_;
-    std::array<double, kOctaves> pole_{};
-    std::array<double, kOctaves> gain_{};
-    std::array<double, kOctaves> state_{};
+    std::mt19937_64 white;
+    std::array<double, kOctaves> poles{};
+    std::array<double, kOctaves> gains{};
+    std::array<double, kOctaves> states{};
 };
 
 } // namespace design

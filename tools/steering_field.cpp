@@ -24,20 +24,20 @@ void storeSample(double value, std::uint8_t* position)
 } // namespace
 
 SteeringField::SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds* thresholds)
-    : source_(3 * seed), left_(3 * seed + 1), right_(3 * seed + 2)
+    : sourceNoise(3 * seed), leftNoise(3 * seed + 1), rightNoise(3 * seed + 2)
 {
-    engine_->Open();
-    engine_->Initialize({.spare = 0,
-                         .outputChannels = 3,
-                         .bitsPerSample = kBits,
-                         .sampleRate = rateHz,
-                         .mode = 1,
-                         .option = 0,
-                         .mixFraction = 1.0f});
+    ownEngine->Open();
+    ownEngine->Initialize({.spare = 0,
+                           .outputChannels = 3,
+                           .bitsPerSample = kBits,
+                           .sampleRate = rateHz,
+                           .mode = 1,
+                           .option = 0,
+                           .mixFraction = 1.0f});
     if (thresholds == nullptr) return;
-    std::copy_n(thresholds->fast, 16, engine_->thresBands);
-    std::copy_n(thresholds->mid, 16, engine_->midThresBands);
-    std::copy_n(thresholds->slow, 16, engine_->slowThresBands);
+    std::copy_n(thresholds->fast, 16, ownEngine->thresBands);
+    std::copy_n(thresholds->mid, 16, ownEngine->midThresBands);
+    std::copy_n(thresholds->slow, 16, ownEngine->slowThresBands);
 }
 
 void SteeringField::run(const Scene& scene)
@@ -50,13 +50,13 @@ void SteeringField::run(const Scene& scene)
     const double rightGain = scene.sourceGain * std::sin(kHalfPi * scene.position);
     std::uint8_t buffer[kBlock * kSlots * kBytes];
     for (int i = 0; i < kBlock; ++i) {
-        const double source = scene.sourceGain == 0.0 ? 0.0 : source_.next();
+        const double source = scene.sourceGain == 0.0 ? 0.0 : sourceNoise.next();
         std::uint8_t* const frame = buffer + i * kSlots * kBytes;
-        storeSample(kLevel * (leftGain * source + scene.fieldGain * left_.next()), frame);
-        storeSample(kLevel * (rightGain * source + scene.fieldGain * right_.next()), frame + kBytes);
+        storeSample(kLevel * (leftGain * source + scene.fieldGain * leftNoise.next()), frame);
+        storeSample(kLevel * (rightGain * source + scene.fieldGain * rightNoise.next()), frame + kBytes);
     }
-    engine_->SetChannelPtrs(buffer, buffer + kBytes, buffer + 2 * kBytes, buffer + 2 * kBytes);
-    engine_->ProcessCine3InterLeave(kBlock, kSlots);
+    ownEngine->SetChannelPtrs(buffer, buffer + kBytes, buffer + 2 * kBytes, buffer + 2 * kBytes);
+    ownEngine->ProcessCine3InterLeave(kBlock, kSlots);
 }
 
 } // namespace design

@@ -36,13 +36,13 @@ public:
     /// Runs one block of 64 frames.
     void run(const Scene& scene);
 
-    const ZRKTarn& engine() const { return *engine_; }
+    const ZRKTarn& engine() const { return *ownEngine; }
 
 private:
-    std::unique_ptr<ZRKTarn> engine_ = std::make_unique<ZRKTarn>();
-    PinkNoise source_;
-    PinkNoise left_;
-    PinkNoise right_;
+    std::unique_ptr<ZRKTarn> ownEngine = std::make_unique<ZRKTarn>();
+    PinkNoise sourceNoise;
+    PinkNoise leftNoise;
+    PinkNoise rightNoise;
 };
 
 } // namespace design

@@ -16,11 +16,12 @@ namespace speed
 class Report
 {
 public:
-    explicit Report(benchmark::State& state) : state_(state) {}
+    explicit Report(benchmark::State& state) : benchmarkState(state) {}
 
     ~Report()
     {
-        if (!spent_.empty()) state_.counters["ticks"] = {tests::medianOf(spent_), benchmark::Counter::kAvgThreads};
+        if (!spent.empty())
+            benchmarkState.counters["ticks"] = {tests::medianOf(spent), benchmark::Counter::kAvgThreads};
     }
 
     Report(const Report&) = delete;
@@ -28,13 +29,13 @@ public:
 
     void add(std::uint64_t ticks)
     {
-        state_.SetIterationTime(static_cast<double>(ticks) / tests::ticksPerSecond());
-        spent_.push_back(ticks);
+        benchmarkState.SetIterationTime(static_cast<double>(ticks) / tests::ticksPerSecond());
+        spent.push_back(ticks);
     }
 
 private:
-    benchmark::State& state_;
-    std::vector<std::uint64_t> spent_;
+    benchmark::State& benchmarkState;
+    std::vector<std::uint64_t> spent;
 };
 
 } // namespace speed

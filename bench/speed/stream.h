@@ -47,19 +47,19 @@ class Stream
 public:
     /// blocks  length of the host buffer
     explicit Stream(const Format& format, std::size_t blocks = 1)
-        : format_(format), buffer_(blocks * format.blockBytes())
+        : hostFormat(format), storage(blocks * format.blockBytes())
     {
-        engine_->Open();
-        engine_->Initialize({.spare = 0,
-                             .outputChannels = 3,
-                             .bitsPerSample = format.bits,
-                             .sampleRate = format.rate,
-                             .mode = 1,
-                             .option = 0,
-                             .mixFraction = 1.0f});
+        record->Open();
+        record->Initialize({.spare = 0,
+                            .outputChannels = 3,
+                            .bitsPerSample = format.bits,
+                            .sampleRate = format.rate,
+                            .mode = 1,
+                            .option = 0,
+                            .mixFraction = 1.0f});
         constexpr int kUnity = 1 << 28;
         int gains[3][4] = {{kUnity, 0, kUnity / 2, 0}, {0, kUnity, 0, kUnity / 2}, {kUnity / 2, kUnity / 2, 0, 0}};
-        engine_->SetRemapCoeff(gains);
+        record->SetRemapCoeff(gains);
         select(0);
     }
 
@@ -69,27 +69,27 @@ public:
         const std::int32_t* sample = tests::music().data() + number % tests::kMusicBlocks * tests::kBlockFrames * 2;
         for (std::uint8_t* frame = blockAt(block); frame != blockAt(block + 1); frame += frameBytes()) {
             put(frame, *sample++);
-            put(frame + format_.sampleBytes(), *sample++);
+            put(frame + hostFormat.sampleBytes(), *sample++);
         }
     }
 
-    void fillWithSilence() { std::fill(buffer_.begin(), buffer_.end(), std::uint8_t{0}); }
+    void fillWithSilence() { std::fill(storage.begin(), storage.end(), std::uint8_t{0}); }
 
     /// Selects the block of the host buffer to process.
     void select(std::size_t block)
     {
         std::uint8_t* const first = blockAt(block);
-        const std::size_t bytes = format_.sampleBytes();
-        const std::size_t third = format_.remap ? 6 : 2;
-        engine_->SetChannelPtrs(first, first + bytes, first + third * bytes, first + (third + 1) * bytes);
+        const std::size_t bytes = hostFormat.sampleBytes();
+        const std::size_t third = hostFormat.remap ? 6 : 2;
+        record->SetChannelPtrs(first, first + bytes, first + third * bytes, first + (third + 1) * bytes);
     }
 
     void process()
     {
-        if (format_.remap) {
-            engine_->ProcessCine3InterLeaveRemap(tests::kBlockFrames, format_.slots());
+        if (hostFormat.remap) {
+            record->ProcessCine3InterLeaveRemap(tests::kBlockFrames, hostFormat.slots());
         } else {
-            engine_->ProcessCine3InterLeave(tests::kBlockFrames, format_.slots());
+            record->ProcessCine3InterLeave(tests::kBlockFrames, hostFormat.slots());
         }
     }
 
@@ -111,25 +111,25 @@ public:
         }
     }
 
-    Engine& engine() { return *engine_; }
-    const std::vector<std::uint8_t>& buffer() const { return buffer_; }
-    const Format& format() const { return format_; }
+    Engine& engine() { return *record; }
+    const std::vector<std::uint8_t>& buffer() const { return storage; }
+    const Format& format() const { return hostFormat; }
 
 private:
-    std::size_t frameBytes() const { return format_.slots() * format_.sampleBytes(); }
-    std::uint8_t* blockAt(std::size_t block) { return buffer_.data() + block * format_.blockBytes(); }
+    std::size_t frameBytes() const { return hostFormat.slots() * hostFormat.sampleBytes(); }
+    std::uint8_t* blockAt(std::size_t block) { return storage.data() + block * hostFormat.blockBytes(); }
 
     /// Stores the upper bits of a sample, little-endian.
     void put(std::uint8_t* position, std::int32_t sample) const
     {
-        const std::uint32_t value = static_cast<std::uint32_t>(sample) >> (32 - format_.bits);
-        for (std::size_t j = 0; j < format_.sampleBytes(); ++j)
+        const std::uint32_t value = static_cast<std::uint32_t>(sample) >> (32 - hostFormat.bits);
+        for (std::size_t j = 0; j < hostFormat.sampleBytes(); ++j)
             position[j] = static_cast<std::uint8_t>(value >> (8 * j));
     }
 
-    Format format_;
-    std::vector<std::uint8_t> buffer_;
-    std::unique_ptr<Engine> engine_ = std::make_unique<Engine>();
+    Format hostFormat;
+    std::vector<std::uint8_t> storage;
+    std::unique_ptr<Engine> record = std::make_unique<Engine>();
 };
 
 } // namespace speed

@@ -31,32 +31,32 @@ template <typename Engine>
 class Measurement
 {
 public:
-    Measurement(const Format& format, bool silent) : silent_(silent), stream_(format)
+    Measurement(const Format& format, bool silent) : isSilent(silent), stream(format)
     {
-        stream_.run(kRoundBlocks);
-        if (silent) stream_.runSilence(kSilentBlocks);
+        stream.run(kRoundBlocks);
+        if (silent) stream.runSilence(kSilentBlocks);
     }
 
     void runRound()
     {
         for (std::size_t i = 0; i < kWarmUpBlocks + kRoundBlocks; ++i) {
-            if (silent_) {
-                stream_.fillWithSilence();
+            if (isSilent) {
+                stream.fillWithSilence();
             } else {
-                stream_.fill(number_++);
+                stream.fill(number++);
             }
-            const std::uint64_t spent = tests::ticksOf([&] { stream_.process(); });
-            if (i >= kWarmUpBlocks) perBlock_.push_back(spent);
+            const std::uint64_t spent = tests::ticksOf([&] { stream.process(); });
+            if (i >= kWarmUpBlocks) ticksPerBlock.push_back(spent);
         }
     }
 
-    double median() const { return tests::medianOf(perBlock_); }
+    double median() const { return tests::medianOf(ticksPerBlock); }
 
 private:
-    bool silent_;
-    Stream<Engine> stream_;
-    std::size_t number_ = 0;
-    std::vector<std::uint64_t> perBlock_;
+    bool isSilent;
+    Stream<Engine> stream;
+    std::size_t number = 0;
+    std::vector<std::uint64_t> ticksPerBlock;
 };
 
 /// Measurements of one engine: all formats in order, then long silence at 48 kHz and 16 bit.
@@ -66,24 +66,24 @@ class Measurements
 public:
     Measurements()
     {
-        for (const Format& format : kFormats) measurements_.emplace_back(format, false);
-        measurements_.emplace_back(kPlain, true);
+        for (const Format& format : kFormats) measurements.emplace_back(format, false);
+        measurements.emplace_back(kPlain, true);
     }
 
     void runRound()
     {
-        for (Measurement<Engine>& measurement : measurements_) measurement.runRound();
+        for (Measurement<Engine>& measurement : measurements) measurement.runRound();
     }
 
     std::vector<double> medians() const
     {
         std::vector<double> all;
-        for (const Measurement<Engine>& measurement : measurements_) all.push_back(measurement.median());
+        for (const Measurement<Engine>& measurement : measurements) all.push_back(measurement.median());
         return all;
     }
 
 private:
-    std::deque<Measurement<Engine>> measurements_;
+    std::deque<Measurement<Engine>> measurements;
 };
 
 /// The columns of the tables.

@@ -15,15 +15,15 @@ namespace fuzz
 class ByteReader
 {
 public:
-    ByteReader(const std::uint8_t* bytes, std::size_t size) : rest_(bytes, size) {}
+    ByteReader(const std::uint8_t* bytes, std::size_t size) : remaining(bytes, size) {}
 
-    bool empty() const { return rest_.empty(); }
+    bool empty() const { return remaining.empty(); }
 
     std::uint8_t byte()
     {
-        if (rest_.empty()) return 0;
-        const std::uint8_t first = rest_.front();
-        rest_ = rest_.subspan(1);
+        if (remaining.empty()) return 0;
+        const std::uint8_t first = remaining.front();
+        remaining = remaining.subspan(1);
         return first;
     }
 
@@ -48,8 +48,8 @@ public:
     /// The next count bytes, or fewer at the end.
     std::span<const std::uint8_t> bytes(std::size_t count)
     {
-        const auto taken = rest_.first(count < rest_.size() ? count : rest_.size());
-        rest_ = rest_.subspan(taken.size());
+        const auto taken = remaining.first(count < remaining.size() ? count : remaining.size());
+        remaining = remaining.subspan(taken.size());
         return taken;
     }
 
@@ -57,7 +57,7 @@ public:
     std::string textUpTo(char mark)
     {
         std::string text;
-        while (!rest_.empty()) {
+        while (!remaining.empty()) {
             const auto next = static_cast<char>(byte());
             if (next == mark) break;
             text += next;
@@ -66,10 +66,10 @@ public:
     }
 
     /// The remaining bytes.
-    std::span<const std::uint8_t> rest() { return bytes(rest_.size()); }
+    std::span<const std::uint8_t> rest() { return bytes(remaining.size()); }
 
 private:
-    std::span<const std::uint8_t> rest_;
+    std::span<const std::uint8_t> remaining;
 };
 
 } // namespace fuzz

@@ -40,61 +40,61 @@ std::int32_t toneAt(std::uint64_t time, std::uint32_t periods)
 ByteSignal::ByteSignal(ByteReader& bytes)
 {
     constexpr std::uint32_t kKinds = 10;
-    kind_ = static_cast<Kind>(bytes.below(kKinds));
-    if (kind_ == Kind::Silence) return;
-    if (kind_ == Kind::Bytes) {
-        pattern_ = bytes.bytes(bytes.below(64));
+    kind = static_cast<Kind>(bytes.below(kKinds));
+    if (kind == Kind::Silence) return;
+    if (kind == Kind::Bytes) {
+        pattern = bytes.bytes(bytes.below(64));
         return;
     }
     // Both levels in one byte; most are loud.
     constexpr std::uint8_t kShifts[] = {0, 0, 0, 1, 1, 2, 3, 5, 8, 11, 14, 15, 16, 20, 24, 31};
     const std::uint8_t levels = bytes.byte();
-    shift_[0] = kShifts[levels % 16];
-    shift_[1] = kShifts[levels / 16];
-    for (std::uint8_t& detail : detail_) detail = bytes.byte();
+    shift[0] = kShifts[levels % 16];
+    shift[1] = kShifts[levels / 16];
+    for (std::uint8_t& value : detail) value = bytes.byte();
 }
 
 ByteSignal::Frame ByteSignal::frameAt(std::uint64_t time) const
 {
-    switch (kind_) {
+    switch (kind) {
     case Kind::DiffuseNoise:
-        return {static_cast<std::int32_t>(scrambled(time, detail_[0])),
-                static_cast<std::int32_t>(scrambled(time, 256u + detail_[1]))};
+        return {static_cast<std::int32_t>(scrambled(time, detail[0])),
+                static_cast<std::int32_t>(scrambled(time, 256u + detail[1]))};
     case Kind::CentredNoise: {
-        const auto both = static_cast<std::int32_t>(scrambled(time, detail_[0]));
+        const auto both = static_cast<std::int32_t>(scrambled(time, detail[0]));
         return {both, both};
     }
     case Kind::OppositeNoise: {
-        const auto left = static_cast<std::int32_t>(scrambled(time, detail_[0]));
+        const auto left = static_cast<std::int32_t>(scrambled(time, detail[0]));
         return {left, ~left};
     }
     case Kind::Tone: {
-        const std::int32_t both = toneAt(time, detail_[0]);
+        const std::int32_t both = toneAt(time, detail[0]);
         return {both, both};
     }
     case Kind::TwoTones:
-        return {toneAt(time, detail_[0]), toneAt(time, detail_[1])};
+        return {toneAt(time, detail[0]), toneAt(time, detail[1])};
     case Kind::Steps:
-        return {time / (detail_[0] + 1u) % 2 == 0 ? kCeiling : ~kCeiling,
-                time / (detail_[1] + 1u) % 2 == 0 ? kCeiling : ~kCeiling};
+        return {time / (detail[0] + 1u) % 2 == 0 ? kCeiling : ~kCeiling,
+                time / (detail[1] + 1u) % 2 == 0 ? kCeiling : ~kCeiling};
     case Kind::Impulses:
-        return {time % (detail_[0] + 1u) == 0 ? kCeiling : 0, time % (detail_[1] + 1u) == 0 ? ~kCeiling : 0};
+        return {time % (detail[0] + 1u) == 0 ? kCeiling : 0, time % (detail[1] + 1u) == 0 ? ~kCeiling : 0};
     default:
-        return {(detail_[0] - 128) * 0x1000000, (detail_[1] - 128) * 0x1000000};
+        return {(detail[0] - 128) * 0x1000000, (detail[1] - 128) * 0x1000000};
     }
 }
 
 void ByteSignal::writeBytes(HostBuffer& buffer) const
 {
-    if (pattern_.empty()) return;
-    for (std::size_t i = 0; i < buffer.size(); ++i) buffer.data()[i] = pattern_[i % pattern_.size()];
+    if (pattern.empty()) return;
+    for (std::size_t i = 0; i < buffer.size(); ++i) buffer.data()[i] = pattern[i % pattern.size()];
 }
 
 void ByteSignal::write(HostBuffer& buffer, std::uint64_t time, std::uint32_t frames, std::uint32_t slots,
                        std::uint32_t bitsPerSample) const
 {
-    if (kind_ == Kind::Silence) return;
-    if (kind_ == Kind::Bytes) return writeBytes(buffer);
+    if (kind == Kind::Silence) return;
+    if (kind == Kind::Bytes) return writeBytes(buffer);
 
     // Right-justified in little-endian containers; nothing for unsupported widths.
     const std::uint32_t bytes = (bitsPerSample + 7) / 8;
@@ -103,7 +103,7 @@ void ByteSignal::write(HostBuffer& buffer, std::uint64_t time, std::uint32_t fra
     std::uint8_t* position = buffer.data();
     for (std::uint32_t i = 0; i < frames; ++i) {
         const Frame frame = frameAt(time + i);
-        const std::int32_t sides[2] = {frame.left >> shift_[0] >> unused, frame.right >> shift_[1] >> unused};
+        const std::int32_t sides[2] = {frame.left >> shift[0] >> unused, frame.right >> shift[1] >> unused};
         for (std::uint32_t slot = 0; slot < slots; ++slot)
             for (std::uint32_t j = 0; j < bytes; ++j)
                 *position++ = static_cast<std::uint8_t>(sides[slot % 2] >> (8 * j));

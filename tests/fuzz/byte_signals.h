@@ -46,10 +46,10 @@ private:
     Frame frameAt(std::uint64_t time) const;
     void writeBytes(HostBuffer& buffer) const;
 
-    Kind kind_;
-    std::uint8_t shift_[2];  ///< left, right: halvings of full scale
-    std::uint8_t detail_[2]; ///< pitch, period or seed
-    std::span<const std::uint8_t> pattern_;
+    Kind kind;
+    std::uint8_t shift[2];  ///< left, right: halvings of full scale
+    std::uint8_t detail[2]; ///< pitch, period or seed
+    std::span<const std::uint8_t> pattern;
 };
 
 } // namespace fuzz

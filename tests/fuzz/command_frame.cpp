@@ -1,3 +1,4 @@
+// Runs the command inside a fuzz target.
 #include "tests/fuzz/command_frame.h"
 
 #include <algorithm>
@@ -10,11 +11,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// The address and undefined behaviour sanitizers' own way out while standard error is elsewhere.
+// Sets the descriptor for reports of the address and undefined behaviour sanitizers.
 extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void* descriptor);
 
-// The decoders do not free all that they have when they give up on a damaged file: libsndfile 1.2.0 keeps a few KiB of
-// libvorbis. The command ends there, and memory that it allocates itself is still watched.
+// The decoders leak memory when they fail on a damaged file: libsndfile 1.2.0 leaks a few KiB of libvorbis. The command
+// exits then. Leaks of its own memory are still detected.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_options();
 
@@ -65,24 +66,24 @@ bool fitsTerminal(std::string_view message)
            });
 }
 
-MemoryFile::MemoryFile() : descriptor_(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING))
+MemoryFile::MemoryFile() : fd(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING))
 {
-    require(descriptor_ >= 0, "memfd_create");
+    require(fd >= 0, "memfd_create");
 }
 
 void MemoryFile::hold(std::string_view bytes) const
 {
-    require(ftruncate(descriptor_, 0) == 0, "ftruncate");
-    require(lseek(descriptor_, 0, SEEK_SET) == 0, "lseek");
-    require(pwrite(descriptor_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()), "pwrite");
+    require(ftruncate(fd, 0) == 0, "ftruncate");
+    require(lseek(fd, 0, SEEK_SET) == 0, "lseek");
+    require(pwrite(fd, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()), "pwrite");
 }
 
 std::string MemoryFile::content() const
 {
     struct stat status = {};
-    require(fstat(descriptor_, &status) == 0, "fstat");
+    require(fstat(fd, &status) == 0, "fstat");
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-    require(pread(descriptor_, bytes.data(), bytes.size(), 0) == status.st_size, "pread");
+    require(pread(fd, bytes.data(), bytes.size(), 0) == status.st_size, "pread");
     return bytes;
 }
 

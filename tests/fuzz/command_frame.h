@@ -1,3 +1,4 @@
+// Runs the command inside a fuzz target.
 #pragma once
 
 #include <string>
@@ -27,14 +28,14 @@ class MemoryFile
 public:
     MemoryFile();
 
-    int descriptor() const { return descriptor_; }
-    std::string name() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+    int descriptor() const { return fd; }
+    std::string name() const { return "/proc/self/fd/" + std::to_string(fd); }
 
     void hold(std::string_view bytes) const;
     std::string content() const;
 
 private:
-    int descriptor_;
+    int fd;
 };
 
 /// Redirects standard error to a descriptor during its lifetime.

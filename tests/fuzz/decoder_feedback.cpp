@@ -1,3 +1,4 @@
+// Feedback to libFuzzer about decoders that are not instrumented.
 #include "tests/fuzz/decoder_feedback.h"
 
 #include "tests/fuzz/marks.h"

@@ -1,3 +1,4 @@
+// Feedback to libFuzzer about decoders that are not instrumented.
 #pragma once
 
 #include <string>

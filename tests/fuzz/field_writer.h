@@ -23,24 +23,24 @@ class FieldWriter
 {
 public:
     /// Reads the choice of fields, elements and numbers.
-    explicit FieldWriter(ByteReader& bytes) : first_(bytes.byte())
+    explicit FieldWriter(ByteReader& bytes) : firstField(bytes.byte())
     {
         const std::uint8_t choice = bytes.byte();
-        elements_ = choice % 3;
-        fields_ = 1 + choice / 3 % 8;
-        kind_ = bytes.byte();
-        seed_ = bytes.byte();
+        elementChoice = choice % 3;
+        fieldCount = 1 + choice / 3 % 8;
+        kind = bytes.byte();
+        seed = bytes.byte();
     }
 
     template <typename Engine>
     void write(Engine& engine) const
     {
-        tests::Random random(seed_);
+        tests::Random random(seed);
         int all = 0;
         tests::forEachField(engine, engine, [&](const auto&...) { ++all; });
-        int index = -(first_ % all);
+        int index = -(firstField % all);
         tests::forEachField(engine, engine, [&](std::string_view name, auto& field, auto& /*same*/) {
-            const bool chosen = index >= 0 && index < fields_;
+            const bool chosen = index >= 0 && index < fieldCount;
             ++index;
             if (!chosen) return;
             using Field = std::remove_cvref_t<decltype(field)>;
@@ -61,10 +61,10 @@ private:
     /// One of the four groupings, or other counts of at most 63 bands in all, with empty groups and negative counts.
     void writeBandCount(std::int32_t (&bandCount)[16], tests::Random& random) const
     {
-        if (kind_ % 2 == 0) {
+        if (kind % 2 == 0) {
             const std::array groupings{&ZRKTarn::LOOP_COUNT48, &ZRKTarn::LOOP_COUNT64, &ZRKTarn::LOOP_COUNT96,
                                        &ZRKTarn::LOOP_COUNT192};
-            std::memcpy(bandCount, *groupings[kind_ / 2 % 4], sizeof bandCount);
+            std::memcpy(bandCount, *groupings[kind / 2 % 4], sizeof bandCount);
             return;
         }
         std::int32_t left = 63;
@@ -79,25 +79,25 @@ private:
     {
         const std::size_t only = random.below(static_cast<std::uint32_t>(count));
         for (std::size_t i = 0; i < count; ++i) {
-            if (elements_ == 0 && i != only) continue;
-            if (elements_ == 1 && random.chance(2)) continue;
+            if (elementChoice == 0 && i != only) continue;
+            if (elementChoice == 1 && random.chance(2)) continue;
             if constexpr (std::is_same_v<Element, float>) {
-                elements[i] = numberOf(kind_, random);
+                elements[i] = numberOf(kind, random);
             } else if (name == "remapTermSource") {
                 elements[i] = static_cast<Element>(random.below(3));
             } else if (name == "remapTermCount") {
                 elements[i] = static_cast<Element>(random.below(6));
             } else {
-                elements[i] = static_cast<Element>(kind_ % 2 == 0 ? random.bits() : random.below(66));
+                elements[i] = static_cast<Element>(kind % 2 == 0 ? random.bits() : random.below(66));
             }
         }
     }
 
-    int first_;
-    int fields_;   ///< 1 to 8
-    int elements_; ///< 0: one of each, 1: about half, 2: all
-    std::uint8_t kind_;
-    std::uint8_t seed_;
+    int firstField;
+    int fieldCount;    ///< 1 to 8
+    int elementChoice; ///< 0: one of each, 1: about half, 2: all
+    std::uint8_t kind;
+    std::uint8_t seed;
 };
 
 } // namespace fuzz

@@ -1,3 +1,4 @@
+// Fuzz target: damaged audio files through the whole of `tarn upmix`.
 #include "cli/failure.h"
 #include "cli/layout.h"
 #include "cli/upmix_command.h"
@@ -26,9 +27,9 @@
 
 #include <sys/resource.h>
 
-// Runs damaged audio files through the whole of `tarn upmix`, tags included, and reads the output back. An input is
-// three bytes of options and the bytes of a file. The command either upmixes or refuses. An output is complete and
-// matches the report. A refusal has a documented exit code and a readable message, and leaves the folder unchanged.
+// An input is three bytes of options and the bytes of a file. The command upmixes the file, tags included, or refuses
+// it. The output is read back: it must be complete and match the report. A refusal must have a documented exit code and
+// a readable message, and leave the folder unchanged.
 
 namespace
 {
@@ -38,7 +39,7 @@ using fuzz::fail;
 using fuzz::require;
 
 /// Limits the time of a run: decoders can make hours of silence from a few bytes.
-constexpr rlim_t kMostOutput = rlim_t{1} << 20;
+constexpr rlim_t kMaxOutput = rlim_t{1} << 20;
 
 constexpr std::string_view kFormerOutput = "the file that --force replaces\n";
 
@@ -49,25 +50,25 @@ public:
     Folder()
     {
         const char* const parent = std::getenv("TMPDIR");
-        path_ = std::string(parent != nullptr ? parent : "/dev/shm") + "/tarn-fuzz-XXXXXX";
-        require(mkdtemp(path_.data()) != nullptr, path_.c_str());
+        path = std::string(parent != nullptr ? parent : "/dev/shm") + "/tarn-fuzz-XXXXXX";
+        require(mkdtemp(path.data()) != nullptr, path.c_str());
     }
 
     ~Folder()
     {
         std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
+        std::filesystem::remove_all(path, ignored);
     }
 
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
 
-    std::string at(const std::string& name) const { return path_ + "/" + name; }
+    std::string at(const std::string& name) const { return path + "/" + name; }
 
     std::set<std::string> names() const
     {
         std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(path_)) names.insert(entry.path());
+        for (const auto& entry : std::filesystem::directory_iterator(path)) names.insert(entry.path());
         return names;
     }
 
@@ -77,7 +78,7 @@ public:
     }
 
 private:
-    std::string path_;
+    std::string path;
 };
 
 void writeFile(const std::string& path, std::string_view bytes)
@@ -94,24 +95,24 @@ std::string contentOf(const std::string& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Limits the size of files to kMostOutput during its lifetime.
+/// Limits the size of files to kMaxOutput during its lifetime.
 class FileSizeLimit
 {
 public:
     FileSizeLimit()
     {
         std::signal(SIGXFSZ, SIG_IGN); // as in the command; libFuzzer has a handler of its own
-        require(getrlimit(RLIMIT_FSIZE, &former_) == 0, "getrlimit");
-        const rlimit limit{.rlim_cur = kMostOutput, .rlim_max = former_.rlim_max};
+        require(getrlimit(RLIMIT_FSIZE, &former) == 0, "getrlimit");
+        const rlimit limit{.rlim_cur = kMaxOutput, .rlim_max = former.rlim_max};
         require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit");
     }
 
-    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &former_); }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &former); }
     FileSizeLimit(const FileSizeLimit&) = delete;
     FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
 private:
-    rlimit former_{};
+    rlimit former{};
 };
 
 /// State that all inputs share.

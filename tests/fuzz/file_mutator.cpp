@@ -1,3 +1,4 @@
+// The mutator of the file fuzzer.
 #include "tests/fuzz/marks.h"
 
 #include <algorithm>
@@ -9,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-// The mutator of the file fuzzer. Half of the mutations are libFuzzer's own. The others delete, repeat, swap or
-// overwrite whole ranges of bytes, as bad disks, networks and programs do. Checksums and sizes are not corrected.
+// Half of the mutations are those of libFuzzer. The others delete, repeat, swap or overwrite ranges of bytes, as
+// defective disks, networks and programs do. Checksums and sizes are not corrected.
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* bytes, std::size_t size, std::size_t maxSize);
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* bytes, std::size_t size, std::size_t maxSize,
@@ -24,36 +25,36 @@ constexpr std::size_t kOptions = 3; ///< bytes in front of the file
 class Damage
 {
 public:
-    Damage(std::vector<std::uint8_t>& file, unsigned seed) : file_(file), random_(seed) {}
+    Damage(std::vector<std::uint8_t>& bytes, unsigned seed) : file(bytes), random(seed) {}
 
     std::uint32_t below(std::uint32_t count)
     {
-        return std::uniform_int_distribution<std::uint32_t>(0, count - 1)(random_);
+        return std::uniform_int_distribution<std::uint32_t>(0, count - 1)(random);
     }
 
-    void happen()
+    void apply()
     {
         const auto [start, end] = range();
         switch (below(6)) {
         case 0: // delete it
-            file_.erase(at(start), at(end));
+            file.erase(at(start), at(end));
             break;
         case 1: // cut the file
-            file_.resize(start);
+            file.resize(start);
             break;
         case 2: { // repeat it elsewhere
             const std::vector<std::uint8_t> copy(at(start), at(end));
-            file_.insert(at(position()), copy.begin(), copy.end());
+            file.insert(at(position()), copy.begin(), copy.end());
             break;
         }
-        case 3: { // swap it with the range behind it
+        case 3: { // swap it with the following range
             const std::size_t last = std::max(end, position());
             std::rotate(at(start), at(end), at(last));
             break;
         }
         case 4: { // overwrite another range with it
             const std::size_t to = position();
-            std::memmove(file_.data() + to, file_.data() + start, std::min(end - start, file_.size() - to));
+            std::memmove(file.data() + to, file.data() + start, std::min(end - start, file.size() - to));
             break;
         }
         default: // blank it
@@ -65,15 +66,15 @@ public:
 private:
     std::vector<std::uint8_t>::iterator at(std::size_t position)
     {
-        return file_.begin() + static_cast<std::ptrdiff_t>(position);
+        return file.begin() + static_cast<std::ptrdiff_t>(position);
     }
 
-    /// A random position, or the next mark behind one.
+    /// A random position, or the next mark after it.
     std::size_t position()
     {
-        const std::size_t any = below(static_cast<std::uint32_t>(file_.size()));
+        const std::size_t any = below(static_cast<std::uint32_t>(file.size()));
         if (below(2) == 0) return any;
-        const std::string_view bytes(reinterpret_cast<const char*>(file_.data()), file_.size());
+        const std::string_view bytes(reinterpret_cast<const char*>(file.data()), file.size());
         std::size_t nearest = std::string_view::npos;
         for (const std::string_view mark : fuzz::kMarks) nearest = std::min(nearest, bytes.find(mark, any));
         return nearest == std::string_view::npos ? any : nearest;
@@ -87,12 +88,12 @@ private:
             const std::size_t end = position();
             return {std::min(start, end), std::max(start, end)};
         }
-        const double order = std::uniform_real_distribution(0.0, std::log2(static_cast<double>(file_.size())))(random_);
-        return {start, std::min(start + static_cast<std::size_t>(std::exp2(order)), file_.size())};
+        const double order = std::uniform_real_distribution(0.0, std::log2(static_cast<double>(file.size())))(random);
+        return {start, std::min(start + static_cast<std::size_t>(std::exp2(order)), file.size())};
     }
 
-    std::vector<std::uint8_t>& file_;
-    std::minstd_rand random_;
+    std::vector<std::uint8_t>& file;
+    std::minstd_rand random;
 };
 
 } // namespace
@@ -108,7 +109,7 @@ std::size_t LLVMFuzzerCustomMutator(std::uint8_t* bytes, std::size_t size, std::
         return size;
     }
     if (kind < 9) return kOptions + LLVMFuzzerMutate(bytes + kOptions, size - kOptions, maxSize - kOptions);
-    damage.happen();
+    damage.apply();
     file.resize(std::min(file.size(), maxSize - kOptions));
     std::copy(file.begin(), file.end(), bytes + kOptions);
     return kOptions + file.size();

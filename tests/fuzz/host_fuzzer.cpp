@@ -150,12 +150,12 @@ class HostSession
 {
 public:
     explicit HostSession(ByteReader reader)
-        : bytes_(reader), host_(starts()[bytes_.below(static_cast<std::uint32_t>(starts().size()))])
+        : decisions(reader), state(starts()[decisions.below(static_cast<std::uint32_t>(starts().size()))])
     {}
 
     void run()
     {
-        while (!bytes_.empty() && framesLeft_ > 0) step();
+        while (!decisions.empty() && framesLeft > 0) step();
     }
 
 private:
@@ -163,11 +163,11 @@ private:
     static constexpr std::uint32_t kFramesOfTables = 1024;
 
     /// Counts frames of the limit of a session; the step that exceeds it is the last.
-    void spend(std::uint32_t frames) { framesLeft_ -= std::min(frames, framesLeft_); }
+    void spend(std::uint32_t frames) { framesLeft -= std::min(frames, framesLeft); }
 
     void step()
     {
-        const std::uint32_t kind = bytes_.below(32);
+        const std::uint32_t kind = decisions.below(32);
         if (kind < 15) {
             process(kind != 0, kind != 1);
         } else if (kind < 20) {
@@ -186,10 +186,10 @@ private:
     /// Mostly a block or a few; sometimes up to 5000 frames.
     std::uint32_t readFrameCount()
     {
-        const std::uint32_t choice = bytes_.byte();
+        const std::uint32_t choice = decisions.byte();
         std::uint32_t frames = choice % 65;
         if (choice >= 160) frames = 64 * (1 + (choice - 160) / 22);
-        if (choice >= 248) frames = choice < 253 ? bytes_.word() % 400 : bytes_.word() % 5001;
+        if (choice >= 248) frames = choice < 253 ? decisions.word() % 400 : decisions.word() % 5001;
         spend(frames);
         return frames;
     }
@@ -197,54 +197,56 @@ private:
     void process(bool withBuffer, bool withAssignment)
     {
         const std::uint32_t frames = readFrameCount();
-        host_.process(ByteSignal(bytes_), frames, withBuffer, withAssignment);
+        state.process(ByteSignal(decisions), frames, withBuffer, withAssignment);
     }
 
     /// Mostly a supported rate and width.
     void changeFormat()
     {
         spend(kFramesOfTables);
-        const std::uint8_t choice = bytes_.byte();
-        if (choice % 2 == 0) host_.stream.rateHz = choice < 224 ? bytes_.oneOf(kRatesHz) : bytes_.oneOf(kOtherRatesHz);
-        if (choice % 3 == 0) host_.stream.bits = choice < 160 ? bytes_.oneOf(kWidths) : bytes_.oneOf(kOtherWidths);
+        const std::uint8_t choice = decisions.byte();
+        if (choice % 2 == 0)
+            state.stream.rateHz = choice < 224 ? decisions.oneOf(kRatesHz) : decisions.oneOf(kOtherRatesHz);
+        if (choice % 3 == 0)
+            state.stream.bits = choice < 160 ? decisions.oneOf(kWidths) : decisions.oneOf(kOtherWidths);
     }
 
     /// Any codes in 0 to 12 slots.
     void changeAssignment()
     {
-        host_.stream.slots = bytes_.below(13);
-        for (std::uint32_t& code : host_.stream.assignment.code) code = bytes_.oneOf(kCodes);
+        state.stream.slots = decisions.below(13);
+        for (std::uint32_t& code : state.stream.assignment.code) code = decisions.oneOf(kCodes);
     }
 
     /// All roles in any order in the first of up to 8 slots, 5 of them for both paths.
     void permuteRoles()
     {
-        host_.stream.slots = bytes_.below(3) == 0 ? bytes_.below(9) : 8;
+        state.stream.slots = decisions.below(3) == 0 ? decisions.below(9) : 8;
         std::uint32_t roles[] = {0x2000, 0x4000, 0x200, 0x40000, 0x80000};
         for (std::uint32_t i = 0; i < 5; ++i) {
-            std::swap(roles[i], roles[i + bytes_.below(5 - i)]);
-            host_.stream.assignment.code[i] = roles[i];
+            std::swap(roles[i], roles[i + decisions.below(5 - i)]);
+            state.stream.assignment.code[i] = roles[i];
         }
     }
 
     void setup()
     {
-        const auto mode = static_cast<std::int32_t>(bytes_.below(5)) - 1;
-        host_.setup(mode, static_cast<std::int32_t>(bytes_.byte()), readFraction());
+        const auto mode = static_cast<std::int32_t>(decisions.below(5)) - 1;
+        state.setup(mode, static_cast<std::int32_t>(decisions.byte()), readFraction());
     }
 
     void setRemap()
     {
         unsigned gains[3][4];
         readGains(gains);
-        host_.pair.runStep("set_remap_coeff", HostBuffer{},
+        state.pair.runStep("set_remap_coeff", HostBuffer{},
                            [&](AnyHost auto& host, std::uint8_t* /*none*/) { return host.set_remap_coeff(gains); });
     }
 
     float readFraction()
     {
-        const std::uint8_t choice = bytes_.byte();
-        return choice < 240 ? static_cast<float>(choice - 20) / 200.0f : std::bit_cast<float>(bytes_.word());
+        const std::uint8_t choice = decisions.byte();
+        return choice < 240 ? static_cast<float>(choice - 20) / 200.0f : std::bit_cast<float>(decisions.word());
     }
 
     /// Zero, unity, negative, small and extreme gains.
@@ -254,8 +256,8 @@ private:
         constexpr std::array<std::uint32_t, 6> kGains{0, 0x10000000, 0xf0000000, 0x05000000, 0x80000000, 0x7fffffff};
         for (auto& row : gains) {
             for (Gain& gain : row) {
-                const std::uint8_t choice = bytes_.byte();
-                gain = static_cast<Gain>(choice < 224 ? kGains[choice % kGains.size()] : bytes_.word());
+                const std::uint8_t choice = decisions.byte();
+                gain = static_cast<Gain>(choice < 224 ? kGains[choice % kGains.size()] : decisions.word());
             }
         }
     }
@@ -273,7 +275,7 @@ private:
     template <typename Call>
     void runOnEngines(const char* what, const HostBuffer& buffer, Call call)
     {
-        host_.pair.runStep(what, buffer, [&](AnyHost auto& host, std::uint8_t* data) -> std::uint32_t {
+        state.pair.runStep(what, buffer, [&](AnyHost auto& host, std::uint8_t* data) -> std::uint32_t {
             return call(engineOf(host), data);
         });
     }
@@ -287,14 +289,14 @@ private:
     void initialize()
     {
         constexpr std::array<std::int32_t, 8> kOutputChannels{3, 4, 5, 6, 7, 2, 8, -1};
-        const std::uint8_t choice = bytes_.byte();
+        const std::uint8_t choice = decisions.byte();
         const Tarn_Parameters parameters{
             .spare = choice,
-            .outputChannels = bytes_.oneOf(kOutputChannels),
+            .outputChannels = decisions.oneOf(kOutputChannels),
             .bitsPerSample =
-                static_cast<std::int32_t>(choice < 192 ? bytes_.oneOf(kWidths) : bytes_.oneOf(kOtherWidths)),
-            .sampleRate = choice % 8 != 0 ? bytes_.oneOf(kRatesHz) : bytes_.oneOf(kOtherRatesHz),
-            .mode = choice % 4 != 0 ? 1 + choice % 2 : static_cast<std::int32_t>(bytes_.below(5)) - 1,
+                static_cast<std::int32_t>(choice < 192 ? decisions.oneOf(kWidths) : decisions.oneOf(kOtherWidths)),
+            .sampleRate = choice % 8 != 0 ? decisions.oneOf(kRatesHz) : decisions.oneOf(kOtherRatesHz),
+            .mode = choice % 4 != 0 ? 1 + choice % 2 : static_cast<std::int32_t>(decisions.below(5)) - 1,
             .option = choice,
             .mixFraction = readFraction()};
         runOnEngines("Initialize", [&](auto& engine) { return ::initialize(engine, parameters); });
@@ -302,14 +304,14 @@ private:
 
     void writeField()
     {
-        const FieldWriter writer(bytes_);
-        host_.pair.change([&](AnyHost auto& host) { writer.write(engineOf(host)); });
+        const FieldWriter writer(decisions);
+        state.pair.change([&](AnyHost auto& host) { writer.write(engineOf(host)); });
     }
 
     void callOthers()
     {
-        const std::uint8_t choice = bytes_.byte();
-        if (choice < 64) return compareTransforms(bytes_);
+        const std::uint8_t choice = decisions.byte();
+        if (choice < 64) return compareTransforms(decisions);
         if (choice < 200) {
             int gains[3][4];
             readGains(gains);
@@ -336,21 +338,21 @@ private:
     template <typename Call>
     void runOnBlock(const char* what, Call call)
     {
-        const std::uint32_t frames = bytes_.byte() < 160 ? 64 : bytes_.below(65);
+        const std::uint32_t frames = decisions.byte() < 160 ? 64 : decisions.below(65);
         spend(frames);
-        const std::uint32_t channels = bytes_.below(10);
+        const std::uint32_t channels = decisions.below(10);
         const std::uint32_t slots = std::max(channels, 1u);
         std::array<std::uint32_t, 4> slotOf{};
-        for (std::uint32_t& slot : slotOf) slot = bytes_.below(slots);
+        for (std::uint32_t& slot : slotOf) slot = decisions.below(slots);
 
-        const reference::Engine* const engine = host_.pair.reference().engine;
+        const reference::Engine* const engine = state.pair.reference().engine;
         const std::uint32_t bits = engine == nullptr ? 0 : static_cast<std::uint32_t>(engine->bitsPerSample);
         const std::size_t bytes = processedBytes(static_cast<std::int32_t>(bits));
         // With 0 channels, all frames have the same address.
         const std::uint32_t rows = channels == 0 ? 1 : frames;
         HostBuffer buffer(std::size_t{rows} * slots * bytes);
-        ByteSignal(bytes_).write(buffer, host_.stream.time, rows, slots, bits);
-        host_.stream.time += frames;
+        ByteSignal(decisions).write(buffer, state.stream.time, rows, slots, bits);
+        state.stream.time += frames;
         const std::size_t step = buffer.size() > 0 ? bytes : 0;
         runOnEngines(what, buffer, [&](auto& e, std::uint8_t* data) {
             e.SetChannelPtrs(data + slotOf[0] * step, data + slotOf[1] * step, data + slotOf[2] * step,
@@ -376,8 +378,8 @@ private:
     void permuteRows()
     {
         std::array<std::uint32_t, 3> rowOf{};
-        for (std::uint32_t& row : rowOf) row = bytes_.below(3);
-        host_.pair.change([&](AnyHost auto& host) {
+        for (std::uint32_t& row : rowOf) row = decisions.below(3);
+        state.pair.change([&](AnyHost auto& host) {
             for (std::size_t k = 0; k < rowOf.size(); ++k)
                 host.engine->outputPtr[k] = host.engine->outputBlock[rowOf[k]];
         });
@@ -386,8 +388,8 @@ private:
     /// Runs one part of a block operation. Output needs an earlier block.
     void runPart()
     {
-        const std::uint8_t part = bytes_.byte();
-        const reference::Engine* const engine = host_.pair.reference().engine;
+        const std::uint8_t part = decisions.byte();
+        const reference::Engine* const engine = state.pair.reference().engine;
         if (part % 4 < 2 && (engine == nullptr || engine->outputPtr[0] == nullptr)) return;
         if (part % 4 < 2 && part >= 128) permuteRows();
         runOnBlock("a part of a block operation", [&](auto& e, std::uint32_t frames, std::uint32_t channels) {
@@ -404,9 +406,9 @@ private:
         });
     }
 
-    ByteReader bytes_;
-    Host host_;
-    std::uint32_t framesLeft_ = 2048;
+    ByteReader decisions;
+    Host state;
+    std::uint32_t framesLeft = 2048;
 };
 
 } // namespace

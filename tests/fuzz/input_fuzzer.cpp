@@ -1,3 +1,4 @@
+// Fuzz target: all inputs of `tarn upmix`: audio files, raw PCM and remap files.
 #include "cli/failure.h"
 #include "cli/layout.h"
 #include "cli/stream_format.h"
@@ -17,10 +18,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// What `tarn upmix` reads, made from bytes: audio files, raw PCM with the text of its format, and remap files. Each
-// goes through the whole command, which is to do its work or to refuse: a failure has an exit code of those that the
-// help promises and a message fit for a terminal, raw PCM has the outcome that its format and length demand, and what
-// is written are whole frames.
+// The command either upmixes or refuses. A failure must have a documented exit code and a readable message. The result
+// of raw PCM must match its format and length. The output must be whole frames.
 
 namespace
 {
@@ -30,16 +29,16 @@ using fuzz::fail;
 using fuzz::MemoryFile;
 using fuzz::require;
 
-constexpr std::size_t kMostOutput = std::size_t{1} << 20;
+constexpr std::size_t kMaxOutput = std::size_t{1} << 20;
 const std::string kStream = "-"; ///< standard input and output by name
 
-/// The files that the command works on, and the standard streams as it finds them.
+/// The files of the command, and its standard streams.
 struct Surroundings
 {
     Surroundings()
     {
-        // A full disk rather than a long wait: decoders can make hours of silence from a few bytes.
-        require(ftruncate(output.descriptor(), kMostOutput) == 0, "ftruncate");
+        // Limits the output: decoders can make hours of silence from a few bytes.
+        require(ftruncate(output.descriptor(), kMaxOutput) == 0, "ftruncate");
         require(fcntl(output.descriptor(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) == 0, "fcntl");
         require(dup2(input.descriptor(), STDIN_FILENO) == STDIN_FILENO, "dup2");
         require(dup2(output.descriptor(), STDOUT_FILENO) == STDOUT_FILENO, "dup2");
@@ -87,7 +86,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
     constexpr std::array kExitCodes{tarn::kExitIncomplete, EX_USAGE, EX_DATAERR, EX_IOERR};
     if (std::find(kExitCodes.begin(), kExitCodes.end(), outcome.exitCode) == kExitCodes.end())
         fail(std::to_string(outcome.exitCode) + " is no exit code", outcome.message);
-    if (outcome.exitCode == EX_IOERR && outcome.written < kMostOutput - 4096)
+    if (outcome.exitCode == EX_IOERR && outcome.written < kMaxOutput - 4096)
         fail("cannot write, where there is room", outcome.message);
     if (!fuzz::fitsTerminal(outcome.message)) fail("a message that is not for a terminal", outcome.message);
     return outcome;
@@ -108,7 +107,7 @@ void requireWholeFrames(const tarn::UpmixOptions& options, const Outcome& outcom
         fail(std::to_string(outcome.written) + " bytes written", options.layout);
 }
 
-/// An audio file, which is read or refused.
+/// Upmixes an audio file.
 void upmixFile(tarn::UpmixOptions options, ByteReader& bytes)
 {
     surroundings().remap.hold(fuzz::kMatrix);
@@ -117,14 +116,14 @@ void upmixFile(tarn::UpmixOptions options, ByteReader& bytes)
     requireWholeFrames(options, outcomeOf(options));
 }
 
-/// The format that a text names as RATE:BITS, if it is one of the command's.
+/// The format of a text RATE:BITS, if the command supports it.
 std::optional<tarn::StreamFormat> formatNamed(std::string_view text)
 {
     const auto number = [](std::string_view digits) {
-        constexpr std::size_t kMostDigits = 6;
+        constexpr std::size_t kMaxDigits = 6;
         const bool isNumber = digits.find_first_not_of("0123456789") == std::string_view::npos && !digits.empty();
         digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
-        return isNumber && !digits.empty() && digits.size() <= kMostDigits
+        return isNumber && !digits.empty() && digits.size() <= kMaxDigits
                    ? static_cast<std::uint32_t>(std::stoul(std::string(digits)))
                    : 0u;
     };
@@ -144,7 +143,7 @@ bool beginsLikeFile(std::string_view pcm)
     return false;
 }
 
-/// A line with the format and PCM behind it: the format decides what becomes of the PCM.
+/// Upmixes a line with the format and the following PCM.
 void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
 {
     // The format is an argument, so it is text.
@@ -162,15 +161,15 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
     std::size_t written = 0;
     if (const auto format = formatNamed(text)) {
         const std::size_t frameBytes = std::size_t{2} * format->bytesPerSample();
-        const bool taken = pcm.size() >= frameBytes && !beginsLikeFile(pcm);
+        const bool isValid = pcm.size() >= frameBytes && !beginsLikeFile(pcm);
         const std::uint32_t rate = tarn::engineRateFor(format->sampleRate);
         const bool isConverted = rate != format->sampleRate;
         const std::size_t sampleBytes =
             options.bits.value_or(isConverted ? std::max(format->bits, 24u) : format->bits) / 8;
-        exitCode = taken ? EX_OK : EX_DATAERR;
+        exitCode = isValid ? EX_OK : EX_DATAERR;
         written = tarn::framesAtRate(pcm.size() / frameBytes, format->sampleRate, rate) *
                   tarn::layoutNamed(options.layout).slots * sampleBytes;
-        if (written > kMostOutput) return;
+        if (written > kMaxOutput) return;
     }
     if (outcome.exitCode != exitCode)
         fail(std::to_string(outcome.exitCode) + " instead of exit code " + std::to_string(exitCode), outcome.message);
@@ -178,8 +177,8 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
         fail(std::to_string(outcome.written) + " bytes written instead of " + std::to_string(written), text);
 }
 
-/// A remap file, in front of some PCM.
-void upmixThroughMatrix(tarn::UpmixOptions options, ByteReader& bytes)
+/// Upmixes PCM with a remap file.
+void upmixWithMatrix(tarn::UpmixOptions options, ByteReader& bytes)
 {
     options.layout = "slots8";
     options.input = kStream;
@@ -219,7 +218,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
         upmixRaw(options, bytes);
         break;
     case 2:
-        upmixThroughMatrix(options, bytes);
+        upmixWithMatrix(options, bytes);
         break;
     default:
         if (how >= 128) options.raw = "48000:24";

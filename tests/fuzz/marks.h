@@ -1,3 +1,4 @@
+// Identifiers in audio files.
 #pragma once
 
 #include <array>

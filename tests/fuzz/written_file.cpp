@@ -1,3 +1,4 @@
+// Checks an output file of the command.
 #include "tests/fuzz/written_file.h"
 
 #include "cli/file_source.h"
@@ -92,7 +93,7 @@ std::string faultOfChunks(const std::string& path)
 class FlacReader final : public FLAC::Decoder::File
 {
 public:
-    explicit FlacReader(std::uint32_t mask) : mask_(mask) {}
+    explicit FlacReader(std::uint32_t mask) : expectedMask(mask) {}
 
     std::string faultOf(const std::string& path, std::uint64_t expectedFrames)
     {
@@ -101,16 +102,16 @@ public:
         if (init(path) != FLAC__STREAM_DECODER_INIT_STATUS_OK) return "libFLAC cannot open it";
         if (!process_until_end_of_stream()) note(std::string("libFLAC: ") + get_state().as_cstring());
         if (!finish()) note("the MD5 does not match the samples");
-        if (frames_ != expectedFrames) note(differing("frames decoded", frames_, expectedFrames));
-        if (masks_ != 1) note(differing("channel masks", masks_, 1));
-        return fault_;
+        if (frameCount != expectedFrames) note(differing("frames decoded", frameCount, expectedFrames));
+        if (maskCount != 1) note(differing("channel masks", maskCount, 1));
+        return firstFault;
     }
 
 protected:
     FLAC__StreamDecoderWriteStatus write_callback(const FLAC__Frame* frame,
                                                   const FLAC__int32* const* /*samples*/) override
     {
-        frames_ += frame->header.blocksize;
+        frameCount += frame->header.blocksize;
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
     }
 
@@ -137,19 +138,20 @@ private:
         const std::string text(reinterpret_cast<const char*>(comment.entry), comment.length);
         constexpr std::string_view kName = "WAVEFORMATEXTENSIBLE_CHANNEL_MASK=";
         if (strncasecmp(text.c_str(), kName.data(), kName.size()) != 0) return;
-        ++masks_;
-        if (std::strtoul(text.c_str() + kName.size(), nullptr, 0) != mask_) note("another channel mask: " + text);
+        ++maskCount;
+        if (std::strtoul(text.c_str() + kName.size(), nullptr, 0) != expectedMask)
+            note("another channel mask: " + text);
     }
 
     void note(const std::string& fault)
     {
-        if (fault_.empty()) fault_ = fault;
+        if (firstFault.empty()) firstFault = fault;
     }
 
-    std::uint32_t mask_;
-    std::uint64_t frames_ = 0;
-    std::uint64_t masks_ = 0;
-    std::string fault_;
+    std::uint32_t expectedMask;
+    std::uint64_t frameCount = 0;
+    std::uint64_t maskCount = 0;
+    std::string firstFault;
 };
 
 } // namespace

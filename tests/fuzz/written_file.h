@@ -1,3 +1,4 @@
+// Checks an output file of the command.
 #pragma once
 
 #include "cli/layout.h"

@@ -60,7 +60,7 @@ TEST(SharedLibrary, NeedsOnlyTheStandardLibraries)
 // and aligned operators for the engine, which is aligned.
 TEST(SharedLibrary, CallsOnlyArithmeticMemoryAndOperatorNew)
 {
-    if (TARN_INSTRUMENTED) GTEST_SKIP() << "a sanitizer or coverage adds calls of its own to the library";
+    if (TARN_INSTRUMENTED) GTEST_SKIP() << "sanitizers and coverage add calls to the library";
     const std::set<std::string> allowed = {
         "memcmp",
         "memcpy",

@@ -29,27 +29,27 @@ public:
     GuardedPages()
     {
         const std::size_t page = pageSize();
-        size_ = (std::size_t{kMaxFrames} * kMaxSlots * kMaxBytes + page - 1) / page * page;
-        void* const mapped = mmap(nullptr, size_ + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        size = (std::size_t{kMaxFrames} * kMaxSlots * kMaxBytes + page - 1) / page * page;
+        void* const mapped = mmap(nullptr, size + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (mapped == MAP_FAILED) throw std::bad_alloc();
-        first_ = static_cast<std::uint8_t*>(mapped) + page;
-        if (mprotect(first_, size_, PROT_READ | PROT_WRITE) != 0) throw std::bad_alloc();
+        first = static_cast<std::uint8_t*>(mapped) + page;
+        if (mprotect(first, size, PROT_READ | PROT_WRITE) != 0) throw std::bad_alloc();
     }
 
-    ~GuardedPages() { munmap(first_ - pageSize(), size_ + 2 * pageSize()); }
+    ~GuardedPages() { munmap(first - pageSize(), size + 2 * pageSize()); }
 
     GuardedPages(const GuardedPages&) = delete;
     GuardedPages& operator=(const GuardedPages&) = delete;
 
     /// A buffer that starts after the first guard page, or ends before the second.
-    std::uint8_t* atBegin() { return first_; }
-    std::uint8_t* atEnd(std::size_t bytes) { return first_ + size_ - bytes; }
+    std::uint8_t* atBegin() { return first; }
+    std::uint8_t* atEnd(std::size_t bytes) { return first + size - bytes; }
 
 private:
     static std::size_t pageSize() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)); }
 
-    std::uint8_t* first_ = nullptr;
-    std::size_t size_ = 0;
+    std::uint8_t* first = nullptr;
+    std::size_t size = 0;
 };
 
 /// The arguments of a call.

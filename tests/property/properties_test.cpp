@@ -21,12 +21,13 @@ constexpr std::size_t kDelayFrames = 960;
 class Upmix
 {
 public:
-    Upmix(std::uint32_t rateHz, std::size_t frames) : rateHz_(rateHz), frames_(frames), buffer_(frames, 3, 24) {}
+    Upmix(std::uint32_t rateHz, std::size_t frames) : sampleRateHz(rateHz), frameCount(frames), samples(frames, 3, 24)
+    {}
 
     void set(std::size_t frame, double left, double right)
     {
-        buffer_.set(frame, 0, sampleOf(left, 24));
-        buffer_.set(frame, 1, sampleOf(right, 24));
+        samples.set(frame, 0, sampleOf(left, 24));
+        samples.set(frame, 1, sampleOf(right, 24));
     }
 
     /// Runs the buffer in pieces of a number of frames.
@@ -34,29 +35,29 @@ public:
     {
         zrk_tarn_processor_t processor;
         audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200}};
-        for (std::size_t done = 0; done < frames_; done += pieceFrames)
-            processor.process(buffer_.data() + done * 9,
-                              static_cast<std::uint32_t>(std::min(pieceFrames, frames_ - done)), 3, rateHz_, 24,
+        for (std::size_t done = 0; done < frameCount; done += pieceFrames)
+            processor.process(samples.data() + done * 9,
+                              static_cast<std::uint32_t>(std::min(pieceFrames, frameCount - done)), 3, sampleRateHz, 24,
                               &assignment);
-        EXPECT_TRUE(buffer_.guardsIntact());
+        EXPECT_TRUE(samples.guardsIntact());
     }
 
-    std::int32_t get(std::size_t frame, std::size_t slot) const { return buffer_.get(frame, slot); }
+    std::int32_t get(std::size_t frame, std::size_t slot) const { return samples.get(frame, slot); }
 
     /// Mean square of a slot from a frame on.
     double power(std::size_t slot, std::size_t from) const
     {
         double sum = 0.0;
-        for (std::size_t i = from; i < frames_; ++i) sum += std::pow(static_cast<double>(buffer_.get(i, slot)), 2);
-        return sum / static_cast<double>(frames_ - from);
+        for (std::size_t i = from; i < frameCount; ++i) sum += std::pow(static_cast<double>(samples.get(i, slot)), 2);
+        return sum / static_cast<double>(frameCount - from);
     }
 
-    const GuardedBuffer& buffer() const { return buffer_; }
+    const GuardedBuffer& buffer() const { return samples; }
 
 private:
-    std::uint32_t rateHz_;
-    std::size_t frames_;
-    GuardedBuffer buffer_;
+    std::uint32_t sampleRateHz;
+    std::size_t frameCount;
+    GuardedBuffer samples;
 };
 
 Upmix upmixed(Signal signal, std::size_t frames, std::size_t pieceFrames, std::uint32_t rateHz = 48000)

@@ -105,16 +105,16 @@ std::ostream& operator<<(std::ostream& stream, const StreamFormat& format)
 }
 
 HostBlock::HostBlock(const StreamFormat& format)
-    : format_(format),
-      assignment_{{0x2000, 0x4000, 0x200, 0, 0, 0, 0x40000, 0x80000}},
-      bytes_(kBlockFrames * format.slots() * format.sampleBytes())
+    : streamFormat(format),
+      assignment{{0x2000, 0x4000, 0x200, 0, 0, 0, 0x40000, 0x80000}},
+      storage(kBlockFrames * format.slots() * format.sampleBytes())
 {}
 
 void HostBlock::put(std::size_t frame, double left, double right)
 {
-    const std::size_t bytes = format_.sampleBytes();
+    const std::size_t bytes = streamFormat.sampleBytes();
     const double top = std::ldexp(1.0, static_cast<int>(8 * bytes) - 1);
-    std::uint8_t* position = bytes_.data() + frame * format_.slots() * bytes;
+    std::uint8_t* position = storage.data() + frame * streamFormat.slots() * bytes;
     for (const double value : {left, right}) {
         const auto sample = static_cast<std::int64_t>(std::clamp(std::nearbyint(value * top), -top, top - 1.0));
         for (std::size_t j = 0; j < bytes; ++j) *position++ = static_cast<std::uint8_t>(sample >> (8 * j));
@@ -123,7 +123,8 @@ void HostBlock::put(std::size_t frame, double left, double right)
 
 void HostBlock::process(zrk_tarn_processor_t& processor, std::uint32_t frames)
 {
-    processor.process(bytes_.data(), frames, format_.slots(), format_.rateHz, format_.bits, &assignment_);
+    processor.process(storage.data(), frames, streamFormat.slots(), streamFormat.rateHz, streamFormat.bits,
+                      &assignment);
 }
 
 std::ostream& operator<<(std::ostream& stream, const HostileSignal& signal)
@@ -176,20 +177,20 @@ void configure(zrk_tarn_processor_t& processor, std::int32_t mode)
     processor.setup(mode, 0, 1.0f);
 }
 
-PlayedSignal::PlayedSignal(const HostileSignal& signal) : block_(signal.format), frames_(signal.frames)
+PlayedSignal::PlayedSignal(const HostileSignal& signal) : lastBlock(signal.format), lastFrames(signal.frames)
 {
-    configure(processor_, signal.mode);
+    configure(hostObject, signal.mode);
     for (std::uint32_t i = 0; i < signal.formatChanges; ++i)
-        processor_.process(nullptr, 0, 0, signal.format.rateHz, i % 2 == 0 ? 16 : 24, nullptr);
-    block_.process(processor_, 0); // sets the format, also for a stream of one block
+        hostObject.process(nullptr, 0, 0, signal.format.rateHz, i % 2 == 0 ? 16 : 24, nullptr);
+    lastBlock.process(hostObject, 0); // sets the format, also for a stream of one block
 
     Random random(signal.seed);
     for (std::size_t s = 0; s < signal.segments.size(); ++s) {
         const Segment& segment = signal.segments[s];
         for (std::uint32_t b = 0; b < segment.blocks; ++b) {
-            fill(block_, segment, b, random);
+            fill(lastBlock, segment, b, random);
             const bool last = s + 1 == signal.segments.size() && b + 1 == segment.blocks;
-            if (!last) block_.process(processor_, kBlockFrames);
+            if (!last) lastBlock.process(hostObject, kBlockFrames);
         }
     }
 }

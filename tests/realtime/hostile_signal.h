@@ -38,9 +38,9 @@ public:
     void process(zrk_tarn_processor_t& processor, std::uint32_t frames);
 
 private:
-    StreamFormat format_;
-    audio_channel_assignment_t assignment_{};
-    std::vector<std::uint8_t> bytes_;
+    StreamFormat streamFormat;
+    audio_channel_assignment_t assignment{};
+    std::vector<std::uint8_t> storage;
 };
 
 enum class Shape
@@ -98,15 +98,15 @@ class PlayedSignal
 public:
     explicit PlayedSignal(const HostileSignal& signal);
 
-    void processLastBlock() { block_.process(processor_, frames_); }
+    void processLastBlock() { lastBlock.process(hostObject, lastFrames); }
 
-    zrk_tarn_processor_t& processor() { return processor_; }
-    HostBlock& block() { return block_; }
+    zrk_tarn_processor_t& processor() { return hostObject; }
+    HostBlock& block() { return lastBlock; }
 
 private:
-    zrk_tarn_processor_t processor_;
-    HostBlock block_;
-    std::uint32_t frames_;
+    zrk_tarn_processor_t hostObject;
+    HostBlock lastBlock;
+    std::uint32_t lastFrames;
 };
 
 /// Configures a processor, with a remap matrix without zeros.

@@ -34,14 +34,14 @@ public:
         struct sigaction counting
         {};
         counting.sa_handler = countStep;
-        if (sigaction(SIGTRAP, &counting, &before_) != 0) std::abort();
+        if (sigaction(SIGTRAP, &counting, &former) != 0) std::abort();
     }
-    ~StepHandler() { sigaction(SIGTRAP, &before_, nullptr); }
+    ~StepHandler() { sigaction(SIGTRAP, &former, nullptr); }
     StepHandler(const StepHandler&) = delete;
     StepHandler& operator=(const StepHandler&) = delete;
 
 private:
-    struct sigaction before_
+    struct sigaction former
     {};
 };
 

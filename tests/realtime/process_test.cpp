@@ -44,16 +44,16 @@ std::vector<HostCall> callsOf(std::uint64_t seed)
 class StartedHost
 {
 public:
-    explicit StartedHost(std::uint64_t seed) : calls_(callsOf(seed)) { runCall(calls_.front(), processor_); }
+    explicit StartedHost(std::uint64_t seed) : calls(callsOf(seed)) { runCall(calls.front(), processor); }
 
     void runRest()
     {
-        for (std::size_t i = 1; i < calls_.size(); ++i) runCall(calls_[i], processor_);
+        for (std::size_t i = 1; i < calls.size(); ++i) runCall(calls[i], processor);
     }
 
 private:
-    std::vector<HostCall> calls_;
-    zrk_tarn_processor_t processor_;
+    std::vector<HostCall> calls;
+    zrk_tarn_processor_t processor;
 };
 
 class GuardedTest : public testing::Test

@@ -39,7 +39,7 @@ public:
                   .inputSlots = kSlots,
                   .outputSlots = kSlots,
                   .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
-          planar(seed % 5 == 4),
+          isPlanar(seed % 5 == 4),
           buffer(std::size_t{kMaxFrames} * kSlots)
     {
         for (float& sample : buffer) sample = static_cast<float>(2.0 * random.uniform());
@@ -81,7 +81,7 @@ private:
             stream.process(nullptr, buffer.data(), frames);
             break;
         case 8:
-            if (planar) stream.processPlanar(rows.data(), rows.data(), frames);
+            if (isPlanar) stream.processPlanar(rows.data(), rows.data(), frames);
             break;
         default:
             stream.process(buffer.data(), buffer.data(), frames);
@@ -90,7 +90,7 @@ private:
 
     Random random;
     UpmixStream stream;
-    bool planar;
+    bool isPlanar;
     std::vector<float> buffer;
     std::array<float*, kSlots> rows;
     std::uint64_t drained = 0;

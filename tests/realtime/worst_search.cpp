@@ -225,15 +225,15 @@ class Search
 {
 public:
     Search(const BlockOperations& operations, const Measure& measure, const std::vector<HostileSignal>& start)
-        : operations_(operations), measure_(measure), start_(start)
+        : blockOperations(operations), costMeasure(measure), startSignals(start)
     {}
 
     void step(Random& random)
     {
-        zrk_tarn::chooseOperations(operations_);
-        if (measured_ < start_.size()) {
-            consider(start_[measured_]);
-        } else if (population_.size() < kPopulation || random.chance(20)) {
+        zrk_tarn::chooseOperations(blockOperations);
+        if (measuredCount < startSignals.size()) {
+            consider(startSignals[measuredCount]);
+        } else if (population.size() < kPopulation || random.chance(20)) {
             consider(someSignal(random));
         } else {
             HostileSignal signal = parent(random).signal;
@@ -243,49 +243,49 @@ public:
         }
     }
 
-    bool countsInstructions() const { return measure_.ofLastBlock == instructionsOfLastBlock; }
+    bool countsInstructions() const { return costMeasure.ofLastBlock == instructionsOfLastBlock; }
 
-    double worst() const { return population_.empty() ? 0.0 : population_.front().ratio; }
+    double worst() const { return population.empty() ? 0.0 : population.front().ratio; }
 
     /// Prints the worst signal if it is worse than the last printed one, as lines for worst_blocks.txt.
     void print()
     {
-        if (worst() <= printed_) return;
-        printed_ = worst();
-        std::cout << "# " << operations_.instructionSet << ", " << measure_.name << ": " << worst()
-                  << " times those of music (" << measured_ << " signals)\n"
-                  << population_.front().signal << std::endl;
+        if (worst() <= printedRatio) return;
+        printedRatio = worst();
+        std::cout << "# " << blockOperations.instructionSet << ", " << costMeasure.name << ": " << worst()
+                  << " times those of music (" << measuredCount << " signals)\n"
+                  << population.front().signal << std::endl;
     }
 
 private:
     const Candidate& parent(Random& random) const
     {
-        const auto size = static_cast<std::uint32_t>(population_.size());
-        return population_[std::min(random.below(size), random.below(size))];
+        const auto size = static_cast<std::uint32_t>(population.size());
+        return population[std::min(random.below(size), random.below(size))];
     }
 
     void consider(const HostileSignal& signal)
     {
-        ++measured_;
-        auto [music, added] = inMusic_.try_emplace(signal.format);
-        if (added) music->second = static_cast<double>(measure_.inMusic(signal.format));
-        const double ratio = static_cast<double>(measure_.ofLastBlock(signal)) / music->second;
+        ++measuredCount;
+        auto [music, added] = costInMusic.try_emplace(signal.format);
+        if (added) music->second = static_cast<double>(costMeasure.inMusic(signal.format));
+        const double ratio = static_cast<double>(costMeasure.ofLastBlock(signal)) / music->second;
 
         // One signal per cost keeps the population diverse.
-        const auto place = std::lower_bound(population_.begin(), population_.end(), ratio,
+        const auto place = std::lower_bound(population.begin(), population.end(), ratio,
                                             [](const Candidate& c, double r) { return c.ratio > r; });
-        if (place != population_.end() && place->ratio == ratio) return;
-        population_.insert(place, {signal, ratio});
-        if (population_.size() > kPopulation) population_.pop_back();
+        if (place != population.end() && place->ratio == ratio) return;
+        population.insert(place, {signal, ratio});
+        if (population.size() > kPopulation) population.pop_back();
     }
 
-    const BlockOperations& operations_;
-    const Measure& measure_;
-    const std::vector<HostileSignal>& start_;
-    std::vector<Candidate> population_; ///< the worst first
-    std::map<StreamFormat, double> inMusic_;
-    std::size_t measured_ = 0;
-    double printed_ = 0.0;
+    const BlockOperations& blockOperations;
+    const Measure& costMeasure;
+    const std::vector<HostileSignal>& startSignals;
+    std::vector<Candidate> population; ///< the worst first
+    std::map<StreamFormat, double> costInMusic;
+    std::size_t measuredCount = 0;
+    double printedRatio = 0.0;
 };
 
 int search(unsigned minutes)

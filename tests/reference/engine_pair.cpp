@@ -6,8 +6,8 @@ namespace tests
 
 EnginePair::EnginePair()
 {
-    engine_->Open();
-    reference_->Open();
+    ownEngine->Open();
+    ownReference->Open();
     expectSame(nullptr, nullptr);
 }
 
@@ -15,26 +15,26 @@ void EnginePair::initialize(Tarn_Parameters parameters)
 {
     reference::Parameters same;
     forEachParameter(parameters, same, [](const char*, const auto& from, auto& to) { to = from; });
-    EXPECT_EQ(engine_->Initialize(parameters), reference_->Initialize(same));
+    EXPECT_EQ(ownEngine->Initialize(parameters), ownReference->Initialize(same));
 
     std::uint8_t* const none = nullptr;
-    engine_->SetChannelPtrs(none, none, none, none);
-    reference_->SetChannelPtrs(none, none, none, none);
+    ownEngine->SetChannelPtrs(none, none, none, none);
+    ownReference->SetChannelPtrs(none, none, none, none);
     expectSame(none, none);
 }
 
 void EnginePair::setRemapCoeff(int (&coeff)[3][4])
 {
-    engine_->SetRemapCoeff(coeff);
-    reference_->SetRemapCoeff(coeff);
+    ownEngine->SetRemapCoeff(coeff);
+    ownReference->SetRemapCoeff(coeff);
 }
 
 void EnginePair::runBlock(Path path, Signal signal, std::uint32_t frames, std::uint32_t slots, Random& random)
 {
-    const auto bits = static_cast<std::uint32_t>(engine_->bitsPerSample);
+    const auto bits = static_cast<std::uint32_t>(ownEngine->bitsPerSample);
     GuardedBuffer buffer(frames, slots, bits);
     for (std::uint32_t i = 0; i < frames; ++i) {
-        const Frame frame = frameOf(signal, time_++, random);
+        const Frame frame = frameOf(signal, time++, random);
         buffer.set(i, 0, sampleOf(frame.left, bits));
         buffer.set(i, 1, sampleOf(frame.right, bits));
         for (std::uint32_t slot = 2; slot < slots; ++slot) buffer.set(i, slot, sampleOf(random.uniform(), bits));
@@ -50,8 +50,8 @@ void EnginePair::runBlock(Path path, Signal signal, std::uint32_t frames, std::u
             EXPECT_EQ(engine.ProcessCine3InterLeaveRemap(frames, slots), 0u);
         }
     };
-    run(*engine_, buffer.data());
-    run(*reference_, referenceBuffer.data());
+    run(*ownEngine, buffer.data());
+    run(*ownReference, referenceBuffer.data());
 
     EXPECT_TRUE(buffer.guardsIntact());
     EXPECT_EQ(buffer, referenceBuffer);
@@ -60,7 +60,7 @@ void EnginePair::runBlock(Path path, Signal signal, std::uint32_t frames, std::u
 
 void EnginePair::expectSame(const std::uint8_t* buffer, const std::uint8_t* referenceBuffer) const
 {
-    ASSERT_TRUE(sameRecord(*engine_, buffer, *reference_, referenceBuffer)) << "engine, reference";
+    ASSERT_TRUE(sameRecord(*ownEngine, buffer, *ownReference, referenceBuffer)) << "engine, reference";
 }
 
 } // namespace tests

@@ -34,15 +34,15 @@ public:
     /// Runs one block of a signal in a buffer with the channels in slots 0 to 3. Other slots hold noise.
     void runBlock(Path path, Signal signal, std::uint32_t frames, std::uint32_t slots, Random& random);
 
-    ZRKTarn& engine() { return *engine_; }
-    reference::Engine& reference() { return *reference_; }
+    ZRKTarn& engine() { return *ownEngine; }
+    reference::Engine& reference() { return *ownReference; }
 
 private:
     void expectSame(const std::uint8_t* buffer, const std::uint8_t* referenceBuffer) const;
 
-    std::unique_ptr<ZRKTarn> engine_ = std::make_unique<ZRKTarn>();
-    std::unique_ptr<reference::Engine> reference_ = std::make_unique<reference::Engine>();
-    std::uint64_t time_ = 0;
+    std::unique_ptr<ZRKTarn> ownEngine = std::make_unique<ZRKTarn>();
+    std::unique_ptr<reference::Engine> ownReference = std::make_unique<reference::Engine>();
+    std::uint64_t time = 0;
 };
 
 } // namespace tests

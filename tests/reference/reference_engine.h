@@ -186,7 +186,7 @@ struct Engine
     /// Does nothing; always 0.
     std::uint32_t Process(int** inputs, int** outputs, std::uint32_t count);
 
-    /// Configures the engine; carries out every step and returns the code of the last check that failed, or 0.
+    /// Configures the engine; runs every step and returns the code of the last check that failed, or 0.
     std::uint32_t Initialize(Parameters parameters);
 
     /// Stores the positions of the block's first left, right, third and fourth sample; always 0.

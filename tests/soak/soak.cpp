@@ -68,23 +68,23 @@ public:
     bool runRound()
     {
         for (int number = 0; number < kCallsOfRound; ++number) {
-            tests::HostCall call = session_.nextCall();
+            tests::HostCall call = session.nextCall();
             tests::GuardedBuffer expected = call.buffer;
-            runCall(call, processor_);
-            runCall(call, expected, reference_);
-            outcome_.add(call);
+            runCall(call, processor);
+            runCall(call, expected, referenceProcessor);
+            outcome.add(call);
             if (call.buffer != expected) return false;
         }
         return true;
     }
 
-    double seconds() const { return outcome_.seconds; }
+    double seconds() const { return outcome.seconds; }
 
 private:
-    tests::HostSession session_{1000};
-    zrk_tarn_processor_t processor_;
-    reference::Processor reference_;
-    Outcome outcome_;
+    tests::HostSession session{1000};
+    zrk_tarn_processor_t processor;
+    reference::Processor referenceProcessor;
+    Outcome outcome;
 };
 
 struct Memory

@@ -111,13 +111,13 @@ class CallersEnvironment
 {
 public:
     explicit CallersEnvironment(const FloatEnvironment& environment) { setEnvironment(environment); }
-    ~CallersEnvironment() { setEnvironment(before_); }
+    ~CallersEnvironment() { setEnvironment(before); }
 
     CallersEnvironment(const CallersEnvironment&) = delete;
     CallersEnvironment& operator=(const CallersEnvironment&) = delete;
 
 private:
-    FloatEnvironment before_ = currentEnvironment();
+    FloatEnvironment before = currentEnvironment();
 };
 
 } // namespace tests

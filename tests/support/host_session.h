@@ -76,7 +76,7 @@ std::uint32_t runCall(HostCall& call, Processor& processor)
 class HostSession
 {
 public:
-    explicit HostSession(std::uint64_t seed) : random_(seed) {}
+    explicit HostSession(std::uint64_t seed) : random(seed) {}
 
     HostCall nextCall();
 
@@ -84,13 +84,13 @@ private:
     void changeFormat();
     void changeAssignment();
 
-    Random random_;
-    std::uint32_t sampleRate_ = 48000;
-    std::uint32_t bitsPerSample_ = 16;
-    std::uint32_t slots_ = 6;
-    audio_channel_assignment_t assignment_{{0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0}};
-    Signal signal_ = Signal::DiffuseNoise;
-    std::uint64_t time_ = 0;
+    Random random;
+    std::uint32_t sampleRate = 48000;
+    std::uint32_t bitsPerSample = 16;
+    std::uint32_t slots = 6;
+    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200, 0, 0, 0, 0, 0}};
+    Signal signal = Signal::DiffuseNoise;
+    std::uint64_t time = 0;
 };
 
 } // namespace tests

@@ -21,21 +21,21 @@ constexpr double kLoudnessBlocks = 256.0;
 class Voice
 {
 public:
-    Voice(double pole, double left, double right) : pole_(pole), left_(left), right_(right) {}
+    Voice(double pole, double left, double right) : filterPole(pole), leftGain(left), rightGain(right) {}
 
     void addTo(double& left, double& right, tests::Random& random)
     {
-        state_ += (1.0 - pole_) * (random.uniform() - state_);
-        const double value = state_ * std::sqrt((1.0 + pole_) / (1.0 - pole_));
-        left += left_ * value;
-        right += right_ * value;
+        state += (1.0 - filterPole) * (random.uniform() - state);
+        const double value = state * std::sqrt((1.0 + filterPole) / (1.0 - filterPole));
+        left += leftGain * value;
+        right += rightGain * value;
     }
 
 private:
-    double pole_;
-    double left_;
-    double right_;
-    double state_ = 0.0;
+    double filterPole;
+    double leftGain;
+    double rightGain;
+    double state = 0.0;
 };
 
 double decayingTone(std::size_t frame)

@@ -11,9 +11,9 @@ namespace tests
 class Random
 {
 public:
-    explicit Random(std::uint64_t seed) : engine_(seed) {}
+    explicit Random(std::uint64_t seed) : generator(seed) {}
 
-    std::uint32_t bits() { return static_cast<std::uint32_t>(engine_() >> 32); }
+    std::uint32_t bits() { return static_cast<std::uint32_t>(generator() >> 32); }
 
     /// 0 to count - 1.
     std::uint32_t below(std::uint32_t count) { return bits() % count; }
@@ -30,7 +30,7 @@ public:
     }
 
 private:
-    std::mt19937_64 engine_;
+    std::mt19937_64 generator;
 };
 
 } // namespace tests

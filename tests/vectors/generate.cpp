@@ -45,7 +45,7 @@ public:
         std::stringstream name;
         (name << ... << parts);
         std::cout << '\n';
-        line("session", name.str(), ++seed_);
+        line("session", name.str(), ++seed);
     }
 
     void setup(std::int32_t mode, float mixFraction = 1.0f, std::int32_t option = 0)
@@ -83,13 +83,13 @@ private:
         text << command;
         ((text << ' ' << words), ...);
         std::cout << text.str();
-        if (const auto checksums = host_.runLine(text))
+        if (const auto checksums = host.runLine(text))
             std::cout << ' ' << hex(checksums->input, 16) << ' ' << hex(checksums->output, 16);
         std::cout << '\n';
     }
 
-    tests::VectorHost host_;
-    int seed_ = 0;
+    tests::VectorHost host;
+    int seed = 0;
 };
 
 /// Every signal at every rate in modes 0 and 1, on the plain and on the remap path.

@@ -52,7 +52,7 @@ std::optional<Checksums> VectorHost::runLine(std::istream& words)
     } else if (command == "gains") {
         setGains(words);
     } else if (command == "format") {
-        words >> rateHz_ >> bits_;
+        words >> rateHz >> bits;
     } else if (command == "slots") {
         setSlots(words);
     } else if (command == "buffer") {
@@ -71,11 +71,11 @@ std::optional<Checksums> VectorHost::runLine(std::istream& words)
 void VectorHost::beginSession(std::istream& words)
 {
     std::uint64_t seed = 0;
-    words >> name_ >> seed;
-    buffers_ = 0;
-    processor_ = std::make_unique<zrk_tarn_processor_t>();
-    random_ = SplitMix(seed);
-    time_ = 0;
+    words >> name >> seed;
+    bufferCount = 0;
+    processor = std::make_unique<zrk_tarn_processor_t>();
+    random = SplitMix(seed);
+    nextTime = 0;
 }
 
 void VectorHost::setup(std::istream& words)
@@ -84,7 +84,7 @@ void VectorHost::setup(std::istream& words)
     std::int32_t option = 0;
     std::uint32_t mixFraction = 0;
     words >> mode >> option >> std::hex >> mixFraction;
-    processor_->setup(mode, option, std::bit_cast<float>(mixFraction));
+    processor->setup(mode, option, std::bit_cast<float>(mixFraction));
 }
 
 void VectorHost::setGains(std::istream& words)
@@ -92,19 +92,19 @@ void VectorHost::setGains(std::istream& words)
     unsigned gains[3][4]{};
     for (auto& row : gains)
         for (unsigned& gain : row) words >> std::hex >> gain;
-    processor_->set_remap_coeff(gains);
+    processor->set_remap_coeff(gains);
 }
 
 void VectorHost::setSlots(std::istream& words)
 {
-    words >> slots_;
-    assignment_ = {};
-    assigned_ = true;
-    for (std::uint32_t i = 0; assigned_ && i < std::min(slots_, 8u); ++i) {
+    words >> slots;
+    assignment = {};
+    isAssigned = true;
+    for (std::uint32_t i = 0; isAssigned && i < std::min(slots, 8u); ++i) {
         std::string code;
         words >> code;
-        assigned_ = code != "null";
-        if (assigned_) assignment_.code[i] = static_cast<std::uint32_t>(std::stoul(code, nullptr, 16));
+        isAssigned = code != "null";
+        if (isAssigned) assignment.code[i] = static_cast<std::uint32_t>(std::stoul(code, nullptr, 16));
     }
 }
 
@@ -116,24 +116,24 @@ Checksums VectorHost::process(std::istream& words)
     words >> frames >> signal >> shift;
 
     // Exactly as large as the samples, so that a sanitizer detects the first byte beyond them.
-    std::vector<std::uint8_t> buffer(std::size_t{frames} * slots_ * ((bits_ + 7) / 8));
+    std::vector<std::uint8_t> buffer(std::size_t{frames} * slots * ((bits + 7) / 8));
     fill(buffer, frames, signal, shift);
     Checksums checksums{};
     checksums.input = checksumOf(buffer);
     call(buffer.data(), frames);
     checksums.output = checksumOf(buffer);
-    ++buffers_;
+    ++bufferCount;
     return checksums;
 }
 
 std::uint32_t VectorHost::call(void* buffer, std::uint32_t frames)
 {
-    return processor_->process(buffer, frames, slots_, rateHz_, bits_, assigned_ ? &assignment_ : nullptr);
+    return processor->process(buffer, frames, slots, rateHz, bits, isAssigned ? &assignment : nullptr);
 }
 
 VectorHost::Frame VectorHost::nextFrame(const std::string& signal)
 {
-    const std::uint32_t time = time_++;
+    const std::uint32_t time = nextTime++;
     if (signal == "silence") return {0, 0};
     if (signal == "noise" || signal == "raw") {
         const std::int64_t left = draw();
@@ -181,13 +181,13 @@ VectorHost::Frame VectorHost::nextFrame(const std::string& signal)
 void VectorHost::fill(std::vector<std::uint8_t>& buffer, std::uint32_t frames, const std::string& signal,
                       std::uint32_t shift)
 {
-    const std::uint32_t bytes = (bits_ + 7) / 8;
-    const std::uint32_t totalShift = signal == "raw" ? 0 : std::min(shift + 32 - std::min(bits_, 32u), 63u);
+    const std::uint32_t bytes = (bits + 7) / 8;
+    const std::uint32_t totalShift = signal == "raw" ? 0 : std::min(shift + 32 - std::min(bits, 32u), 63u);
     auto position = buffer.begin();
     for (std::uint32_t i = 0; i < frames; ++i) {
         const Frame frame = nextFrame(signal);
-        for (std::uint32_t slot = 0; slot < slots_; ++slot) {
-            const std::uint32_t code = slot < 8 ? assignment_.code[slot] : 0;
+        for (std::uint32_t slot = 0; slot < slots; ++slot) {
+            const std::uint32_t code = slot < 8 ? assignment.code[slot] : 0;
             const bool left = code == 0x2000 || code == 0x8000;
             const bool right = code == 0x4000 || code == 0x10000;
             const std::int64_t sample = (left ? frame.left : right ? frame.right : draw()) >> totalShift;

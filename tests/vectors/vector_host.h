@@ -33,10 +33,10 @@ public:
     std::optional<Checksums> runLine(std::istream& words);
 
     /// The name of the current session.
-    const std::string& session() const { return name_; }
+    const std::string& session() const { return name; }
 
     /// Number of buffers processed in the session.
-    int buffers() const { return buffers_; }
+    int buffers() const { return bufferCount; }
 
 private:
     struct Frame
@@ -54,18 +54,18 @@ private:
     std::uint32_t call(void* buffer, std::uint32_t frames);
     Frame nextFrame(const std::string& signal);
     void fill(std::vector<std::uint8_t>& buffer, std::uint32_t frames, const std::string& signal, std::uint32_t shift);
-    std::int64_t draw() { return static_cast<std::int32_t>(random_.bits()); }
+    std::int64_t draw() { return static_cast<std::int32_t>(random.bits()); }
 
-    std::string name_;
-    int buffers_ = 0;
-    std::unique_ptr<zrk_tarn_processor_t> processor_;
-    SplitMix random_{0};
-    std::uint32_t time_ = 0; ///< frames of the session so far
-    std::uint32_t rateHz_ = 0;
-    std::uint32_t bits_ = 0;
-    std::uint32_t slots_ = 0;
-    bool assigned_ = false; ///< whether the assignment is passed instead of null
-    audio_channel_assignment_t assignment_{};
+    std::string name;
+    int bufferCount = 0;
+    std::unique_ptr<zrk_tarn_processor_t> processor;
+    SplitMix random{0};
+    std::uint32_t nextTime = 0; ///< frames of the session so far
+    std::uint32_t rateHz = 0;
+    std::uint32_t bits = 0;
+    std::uint32_t slots = 0;
+    bool isAssigned = false; ///< whether the assignment is passed instead of null
+    audio_channel_assignment_t assignment{};
 };
 
 } // namespace tests
