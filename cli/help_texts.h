@@ -40,7 +40,7 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next possible
   --gain DB          -60 to 18              --loudness-match  as loud as INPUT
-  --mode N           1 follows changes fast (default), 2 is calmer
+  --mode NAME        fast (default) or calm: how fast steering is followed
   --bypass           plain stereo           --no-align   stay 960 frames late
   --raw RATE:BITS    - is raw PCM of this format, such as 48000:16
   --output-dir DIR   one output for each    -r, --recursive   folders as well

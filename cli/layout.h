@@ -11,19 +11,16 @@
 namespace tarn
 {
 
-/// Most slots that a layout has.
-inline constexpr std::size_t kMaxSlots = 8;
-
 /// How the engine's output lies in the interleaved slots of a frame, and how files name that.
 struct Layout
 {
-    std::string_view name;                               ///< as --layout takes it
-    std::string_view slotNames;                          ///< in slot order
-    std::uint32_t slots;                                 ///< per frame
-    std::uint32_t mask;                                  ///< WAVE channel mask, one bit per slot in slot order
-    bool remapped;                                       ///< takes the remap path, which needs a matrix
-    std::array<zrk_tarn::OutputSlot, kMaxSlots> outputs; ///< what the slots carry
-    std::array<int, kMaxSlots> channelMap;               ///< libsndfile's SF_CHANNEL_MAP_* per slot
+    std::string_view name;      ///< as --layout takes it
+    std::string_view slotNames; ///< in slot order
+    std::uint32_t slots;        ///< per frame
+    std::uint32_t mask;         ///< WAVE channel mask, one bit per slot in slot order
+    bool remapped;              ///< takes the remap path, which needs a matrix
+    std::array<zrk_tarn::OutputSlot, zrk_tarn::kMaxSlots> outputs; ///< what the slots carry
+    std::array<int, zrk_tarn::kMaxSlots> channelMap;               ///< libsndfile's SF_CHANNEL_MAP_* per slot
 };
 
 /// Columns of a remap matrix.

@@ -8,6 +8,7 @@
 #include "cli/progress.h"
 #include "cli/text.h"
 #include "cli/upmix_command.h"
+#include "stream/gain.h"
 
 #include <CLI/CLI.hpp>
 
@@ -90,19 +91,14 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
         ->check(tarn::oneOf(tarn::kWidths, "--bits 24"));
     upmix
         ->add_option("--mode", options.mode,
-                     "1: strong steering is followed fast (default);\n"
-                     "2: calmer, fast changes are followed at medium speed")
-        ->type_name("N")
-        ->check(tarn::oneOf({1, 2}, "--mode 2"));
-    upmix
-        ->add_option("--mix-fraction", options.mixFraction,
-                     "0 to 1, default 1. Handed to the engine, which\n"
-                     "keeps it; it does not change the output")
-        ->type_name("F")
-        ->check(tarn::numberFrom(0.0, 1.0, "--mix-fraction 0.5"));
+                     "fast (default): follows strong steering fast;\n"
+                     "calm: follows it at medium speed")
+        ->type_name("NAME")
+        ->transform(CLI::Transformer({{"1", "fast"}, {"2", "calm"}}).description("")) // former names
+        ->check(tarn::oneOf({"fast", "calm"}, "--mode calm"));
     upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
         ->type_name("DB")
-        ->check(tarn::numberFrom(-60.0, 18.0, "--gain -6.5"));
+        ->check(tarn::numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
     upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
         ->disable_flag_override();
     upmix->add_flag("--bypass", options.bypass, "Plain stereo in FL and FR of the layout")->disable_flag_override();

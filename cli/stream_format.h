@@ -1,5 +1,7 @@
 #pragma once
 
+#include "stream/stream_types.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -11,7 +13,7 @@ namespace tarn
 {
 
 /// Sample rates of the engine, Hz.
-inline constexpr std::array<std::uint32_t, 7> kSampleRates{32000, 44100, 48000, 64000, 88200, 96000, 192000};
+inline constexpr auto kSampleRates = zrk_tarn::kSampleRatesHz;
 
 /// Sample widths that the command writes, bits.
 inline constexpr std::array<std::uint32_t, 3> kWidths{16, 24, 32};

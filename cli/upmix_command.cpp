@@ -13,6 +13,8 @@
 #include "cli/text.h"
 #include "cli/wrap_counter.h"
 #include "host/zrk_tarn_processor.h"
+#include "stream/gain.h"
+#include "stream/steering_mode_names.h"
 
 #include <cmath>
 #include <cstdio>
@@ -28,7 +30,6 @@ namespace
 {
 
 constexpr std::size_t kReadFrames = 4096;
-constexpr double kMostGain = 8.0; ///< that the stream can give
 
 bool isStream(const std::string& name)
 {
@@ -69,9 +70,8 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
 
 EngineSettings engineSettings(const UpmixOptions& options)
 {
-    return {.mode = options.mode,
-            .mixFraction = options.mixFraction,
-            .gain = static_cast<float>(std::pow(10.0, options.gainDb.value_or(0.0) / 20.0)),
+    return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
+            .gain = zrk_tarn::gainFactor(options.gainDb.value_or(0.0)),
             .bypass = options.bypass};
 }
 
@@ -178,9 +178,10 @@ double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudnes
         return 0.0;
     }
     const double gainDb = loudness.input - loudness.atUnityGain;
-    if (gainDb > decibels(kMostGain))
+    const double maxGainDb = decibels(static_cast<double>(zrk_tarn::kMaxMakeUpGain));
+    if (gainDb > maxGainDb)
         throw Failure(EX_DATAERR, options.input + ": matching its loudness takes a gain of " +
-                                      formatted("%.1f dB", gainDb) + ", and " + formatted("%.0f", decibels(kMostGain)) +
+                                      formatted("%.1f dB", gainDb) + ", and " + formatted("%.0f", maxGainDb) +
                                       " dB is the most; leave --loudness-match out");
     return gainDb;
 }
@@ -275,7 +276,7 @@ UpmixReport upmix(const UpmixOptions& options)
     if (options.loudnessMatch) {
         report.loudness = measureLoudness(options, layout, format, settings, *source);
         report.gainDb = matchingGainDb(options, *report.loudness);
-        settings.gain = static_cast<float>(std::pow(10.0, report.gainDb / 20.0));
+        settings.gain = zrk_tarn::gainFactor(report.gainDb);
         into = &loudness.emplace(layout, format, into);
     }
     std::optional<LevelSink> levels;

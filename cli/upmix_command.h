@@ -26,8 +26,7 @@ struct UpmixOptions
     std::optional<std::string> raw;    ///< RATE:BITS of the stream on -
     std::optional<std::uint32_t> rate; ///< of the output, Hz; by default the input's, or the next that the engine has
     bool strict = false;               ///< a damaged input is refused
-    int mode = 1;
-    float mixFraction = 1.0f;
+    std::string mode = "fast";         ///< name of a steering mode
     std::optional<double> gainDb;
     bool loudnessMatch = false;
     bool bypass = false;

@@ -22,8 +22,7 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat
                                       : SampleFormat::S32,
         .outputSlots = layout.slots,
         .outputs = layout.outputs,
-        .mode = settings.mode == 1 ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm,
-        .mixFraction = settings.mixFraction,
+        .mode = settings.mode,
     };
     if (layout.remapped) configuration.remap = settings.remap;
     return configuration;

@@ -15,10 +15,9 @@ namespace tarn
 /// What the engine is set up with.
 struct EngineSettings
 {
-    int mode = 1;                 ///< 1 or 2
-    float mixFraction = 1.0f;     ///< 0 to 1
+    zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
     zrk_tarn::RemapGains remap{}; ///< for remapped layouts
-    float gain = 1.0f;            ///< of the output, 0 to 8
+    float gain = 1.0f;            ///< of the output, 0 to zrk_tarn::kMaxMakeUpGain
     bool bypass = false;          ///< left and right as they came in
 };
 

@@ -1,8 +1,4 @@
-# What `cmake --install` lays down, in components: runtime, development, static, tool.
-#
-# The files of include/zrk_tarn/ are what users include. In the tree they find the headers behind them through the
-# project's folder, installed beside themselves, in folders of the same names; those include each other by relative
-# paths, so that no user needs a search path of ours.
+# What `cmake --install` installs, in the components runtime, development, static and tool.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -20,19 +16,11 @@ install(
   ARCHIVE COMPONENT static
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(
-  DIRECTORY include/zrk_tarn
+  DIRECTORY ${PROJECT_BINARY_DIR}/include/zrk_tarn
   TYPE INCLUDE
   COMPONENT development)
-foreach(header IN ITEMS host/zrk_tarn_processor.h engine/zrk_tarn.h filterbank/cos_mod.h stream/stream_types.h
-                        stream/upmix_stream.h)
-  cmake_path(GET header PARENT_PATH folder)
-  install(
-    FILES ${header}
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zrk_tarn/${folder}
-    COMPONENT development)
-endforeach()
 
-# The CMake package. The static library is a component of its own, with targets of its own.
+# The CMake package. The static library is a separate component with separate targets.
 install(
   EXPORT zrk_tarn-shared
   NAMESPACE zrk_tarn::
@@ -49,7 +37,7 @@ install(
   DESTINATION ${package_dir}
   COMPONENT development)
 
-# The pkg-config file finds the prefix from its own place, so that the prefix can be chosen at installation and moved.
+# The pkg-config file finds the prefix relative to itself, so that the prefix can be chosen and moved.
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE pkgconfig_dir)
 cmake_path(APPEND pkgconfig_dir pkgconfig)
 file(RELATIVE_PATH TARN_PREFIX_FROM_PKGCONFIG ${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})

@@ -14,12 +14,12 @@ _tarn() {
         --layout) words='3.0 5.1 7.1 slots8' ;;
         --format) words='wav flac' ;;
         --bits) words='16 24 32' ;;
-        --mode) words='1 2' ;;
+        --mode) words='fast calm' ;;
         --rate) words='32000 44100 48000 64000 88200 96000 192000' ;;
-        --remap | --mix-fraction | --raw | --output-dir | --jobs | -j | --gain) return ;;
+        --remap | --raw | --output-dir | --jobs | -j | --gain) return ;;
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
-                                        --mode --mix-fraction --gain --loudness-match --bypass --json --no-align --raw
+                                        --mode --gain --loudness-match --bypass --json --no-align --raw
                                         --rate --strict --force --skip-existing --quiet'
             ;;
         esac

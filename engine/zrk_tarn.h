@@ -219,7 +219,7 @@ public:
     float         slow[2]{};                    ///< steering, slow speed                constructor, Initialize
     float         fast[2]{};                    ///< steering, fast speed                constructor, Initialize
 
-    // Steering of the groups, -1 (right, back) to 1 (left, front); after a block all four speeds hold the chosen position
+    // Steering of the groups, -1 (right, back) to 1 (left, front); after a block all speeds hold the chosen position
     float         steerLR[16]{};                ///< left/right of this block            steering
     float         steerFB[16]{};                ///< front/back of this block            steering
     float         lrSlower[16]{};               ///< steerLR at slower speed, then chosen speed selection

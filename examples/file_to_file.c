@@ -1,4 +1,4 @@
-/* Upmixes a stereo file, aligned and as long: file_to_file IN OUT.wav, with libsndfile. */
+/* Upmixes a stereo file with libsndfile, aligned with the input and of the same length: file_to_file IN OUT.wav */
 #include <sndfile.h>
 #include <stdio.h>
 #include <zrk_tarn/tarn.h>
@@ -33,15 +33,15 @@ int main(int argc, char** argv)
     sf_command(out, SFC_SET_CHANNEL_MAP_INFO, map, sizeof map);
 
     int stereo[512 * 2], upmixed[512 * 3];
-    sf_count_t late = tarn_latency_frames(); /* so many frames come before the first of the input */
+    sf_count_t toSkip = tarn_latency_frames(); /* output frames before the first one of the input */
     for (sf_count_t frames;;) {
         if ((frames = sf_readf_int(in, stereo, 512)) > 0)
             tarn_process(stream, stereo, upmixed, (size_t)frames);
         else if ((frames = (sf_count_t)tarn_drain(stream, upmixed, 512)) == 0)
             break;
-        const sf_count_t skipped = frames < late ? frames : late;
+        const sf_count_t skipped = frames < toSkip ? frames : toSkip;
         sf_writef_int(out, upmixed + 3 * skipped, frames - skipped);
-        late -= skipped;
+        toSkip -= skipped;
     }
     tarn_destroy(stream);
     sf_close(in);

@@ -1,4 +1,4 @@
-// Stereo in, front left, front right and centre out, on the default devices until Enter is pressed, with PortAudio.
+// Upmixes the default input device to three output channels with PortAudio until Enter is pressed.
 #include <portaudio.h>
 #include <zrk_tarn/upmix_stream.h>
 

@@ -1,3 +1,4 @@
+// Upmixes 0.1 s of stereo.
 #include <zrk_tarn/upmix_stream.h>
 
 #include <vector>

@@ -1,7 +1,5 @@
-// Applies a processor's stored configuration to its engine.
+// Applies the stored configuration of a processor to its engine.
 #include "host/reconfigure.h"
-
-#include "host/initialize_engine.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-// Applies a processor's stored configuration between blocks, without a change of the stream format.
+// Applies the stored configuration of a processor to its engine.
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
@@ -6,7 +6,11 @@
 namespace zrk_tarn
 {
 
-/// Initializes the engine with the configuration that setup stored, for the format of the last process call.
+/// Initializes the engine, which must exist, with the stored configuration and stream format. Real-time safe.
+void initializeEngine(zrk_tarn_processor_t& processor) noexcept;
+
+/// Initializes the engine between blocks with the configuration that setup stored, for the format of the last process
+/// call.
 ///
 /// Signal histories stay. The steering pairs are reset to their constants first, because Initialize scales the current
 /// ones: the result does not depend on earlier configurations. Does nothing without an engine. Real-time safe.

@@ -1,3 +1,4 @@
+// The block that the engine processes at a time.
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
@@ -9,7 +10,6 @@ namespace zrk_tarn
 {
 
 inline constexpr std::size_t kBlockFrames = 64;
-inline constexpr std::size_t kMostSlots = 8;
 inline constexpr std::size_t kEngineDelayBlocks = zrk_tarn_processor_t::kDelayFrames / kBlockFrames;
 
 /// The samples of one slot in a block.

@@ -1,3 +1,4 @@
+// Delays a slot by the engine's delay.
 #pragma once
 
 #include "stream/block.h"
@@ -8,21 +9,21 @@
 namespace zrk_tarn
 {
 
-/// Delays a slot by as many blocks as the engine's output comes later than its input.
+/// Delays the blocks of one slot by kEngineDelayBlocks, so that they stay aligned with the engine's output.
 class BlockDelay
 {
 public:
-    /// Takes a block and gives the one of kEngineDelayBlocks before.
-    void pass(const Row& in, Row& out) noexcept
+    /// Stores a block and returns the one from kEngineDelayBlocks before; silence at first.
+    void delayBlock(const Row& in, Row& out) noexcept
     {
-        std::copy_n(rows_[next_], kBlockFrames, out);
-        std::copy_n(in, kBlockFrames, rows_[next_]);
-        next_ = (next_ + 1) % kEngineDelayBlocks;
+        std::copy_n(rows[next], kBlockFrames, out);
+        std::copy_n(in, kBlockFrames, rows[next]);
+        next = (next + 1) % kEngineDelayBlocks;
     }
 
 private:
-    Row rows_[kEngineDelayBlocks]{};
-    std::size_t next_ = 0;
+    Row rows[kEngineDelayBlocks]{};
+    std::size_t next = 0;
 };
 
 } // namespace zrk_tarn

@@ -1,3 +1,4 @@
+// The meters of a stream.
 #pragma once
 
 #include "engine/zrk_tarn.h"
@@ -12,35 +13,37 @@
 namespace zrk_tarn
 {
 
-/// The meters of a stream: written by its thread after every block, read by any thread without locks.
+/// Levels, steering and counters of a stream. The stream's thread writes them after every block, any thread reads them,
+/// both without locks.
 class MeterBoard
 {
 public:
     MeterBoard(std::uint32_t sampleRateHz, std::uint32_t bits) noexcept;
 
-    /// Takes up the level of an output slot's block.
-    void level(std::size_t slot, const Row& row) noexcept;
+    /// Updates the levels of an output slot from its block.
+    void addLevel(std::size_t slot, const Row& row) noexcept;
 
-    /// Takes up where the engine steers, and what could not be carried over.
-    void block(const ZRKTarn& engine, const SampleFaults& faults) noexcept;
+    /// Updates steering and counters after a block of the engine.
+    void addBlock(const ZRKTarn& engine, const SampleFaults& faults) noexcept;
 
+    /// Sets everything to zero.
     void clear() noexcept;
 
     StreamMeters read() const noexcept;
 
 private:
-    double fullScale_;
-    float peakFall_; ///< factor per block
-    float rmsKept_;  ///< part of the mean square that is kept per block
+    double fullScale;
+    float peakDecay; ///< factor per block
+    float rmsDecay;  ///< factor of the mean square per block
 
-    std::atomic<float> peak_[kMostSlots]{};
-    std::atomic<float> meanSquare_[kMostSlots]{};
-    std::atomic<float> leftRight_[16]{};
-    std::atomic<float> frontBack_[16]{};
-    std::atomic<SteeringSpeed> speed_[16]{};
-    std::atomic<std::uint64_t> blocks_{};
-    std::atomic<std::uint64_t> saturated_{};
-    std::atomic<std::uint64_t> invalid_{};
+    std::atomic<float> peak[kMaxSlots]{};
+    std::atomic<float> meanSquare[kMaxSlots]{};
+    std::atomic<float> leftRight[kBandGroups]{};
+    std::atomic<float> frontBack[kBandGroups]{};
+    std::atomic<SteeringSpeed> speed[kBandGroups]{};
+    std::atomic<std::uint64_t> blocks{};
+    std::atomic<std::uint64_t> saturated{};
+    std::atomic<std::uint64_t> invalid{};
 };
 
 } // namespace zrk_tarn

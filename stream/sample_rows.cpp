@@ -1,3 +1,4 @@
+// Converts samples between a host's memory and rows of integers.
 #include "stream/sample_rows.h"
 
 #include <cmath>
@@ -9,8 +10,8 @@ namespace zrk_tarn
 namespace
 {
 
-/// Little-endian integers of a width, in the low bytes of a container.
-template <std::size_t kBytes, std::size_t kContainer>
+/// Reads little-endian integers of kBytes.
+template <std::size_t kBytes>
 void loadIntegers(const std::byte* first, std::size_t stride, std::size_t frames, std::int32_t* row,
                   SampleFaults& /*faults*/) noexcept
 {
@@ -22,7 +23,8 @@ void loadIntegers(const std::byte* first, std::size_t stride, std::size_t frames
     }
 }
 
-template <std::size_t kBytes, std::size_t kContainer>
+/// Writes little-endian integers, sign-extended to kContainer bytes.
+template <std::size_t kContainer>
 void storeIntegers(const std::int32_t* row, std::size_t frames, std::byte* first, std::size_t stride) noexcept
 {
     for (std::size_t i = 0; i < frames; ++i, first += stride) {
@@ -33,7 +35,7 @@ void storeIntegers(const std::int32_t* row, std::size_t frames, std::byte* first
 
 constexpr double kFullScale = 2147483648.0;
 
-/// The integer of a float of +-1 full scale.
+/// The integer for a float; full scale is +-1.
 std::int32_t integerOf(float sample, SampleFaults& faults) noexcept
 {
     if (std::isnan(sample)) {
@@ -41,7 +43,7 @@ std::int32_t integerOf(float sample, SampleFaults& faults) noexcept
         return 0;
     }
     const double scaled = static_cast<double>(sample) * kFullScale;
-    // +1.0 is one step beyond the largest integer: full scale, and nothing that is lost.
+    // +1.0 is one step above the largest integer. It is full scale, so it does not count as saturated.
     if (scaled >= kFullScale) {
         if (sample > 1.0f) ++faults.saturated;
         return INT32_MAX;
@@ -76,10 +78,8 @@ void storeFloats(const std::int32_t* row, std::size_t frames, std::byte* first, 
 const SampleRows& rowsOf(SampleFormat format) noexcept
 {
     static constexpr SampleRows kRows[] = {
-        {16, 2, loadIntegers<2, 2>, storeIntegers<2, 2>},
-        {24, 3, loadIntegers<3, 3>, storeIntegers<3, 3>},
-        {24, 4, loadIntegers<3, 4>, storeIntegers<3, 4>},
-        {32, 4, loadIntegers<4, 4>, storeIntegers<4, 4>},
+        {16, 2, loadIntegers<2>, storeIntegers<2>}, {24, 3, loadIntegers<3>, storeIntegers<3>},
+        {24, 4, loadIntegers<3>, storeIntegers<4>}, {32, 4, loadIntegers<4>, storeIntegers<4>},
         {32, 4, loadFloats, storeFloats},
     };
     return kRows[static_cast<std::size_t>(format)];

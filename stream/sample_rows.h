@@ -1,3 +1,4 @@
+// Converts samples between a host's memory and rows of integers.
 #pragma once
 
 #include "stream/stream_types.h"
@@ -8,27 +9,30 @@
 namespace zrk_tarn
 {
 
-/// Samples of a host that could not be carried over as they were.
+/// Counts of samples that could not be converted exactly.
 struct SampleFaults
 {
-    std::uint64_t saturated = 0; ///< floats beyond full scale, taken as full scale
-    std::uint64_t invalid = 0;   ///< NaN, taken as silence
+    std::uint64_t saturated = 0; ///< samples beyond full scale
+    std::uint64_t invalid = 0;   ///< NaN, read as silence
 };
 
-/// Samples of one slot as integers of the format's width, from and to a host's memory. Rows are spaced by stride bytes;
-/// nothing needs to be aligned.
+/// Converters of one sample format. Samples of a slot are stride bytes apart and need no alignment.
 ///
-/// Floats are carried as integers of 32 bits, rounded half away from zero.
+/// Integers keep their width. Floats become integers of 32 bits, rounded half away from zero.
 struct SampleRows
 {
-    std::uint32_t bits; ///< width of the integers
+    std::uint32_t bits; ///< width of the integers in a row
     std::size_t bytes;  ///< size of a sample in the host's memory
+
+    /// Reads frames into a row.
     void (*load)(const std::byte* first, std::size_t stride, std::size_t frames, std::int32_t* row,
                  SampleFaults& faults) noexcept;
+
+    /// Writes frames from a row.
     void (*store)(const std::int32_t* row, std::size_t frames, std::byte* first, std::size_t stride) noexcept;
 };
 
-/// How a format's rows are carried.
+/// The converters of a format.
 const SampleRows& rowsOf(SampleFormat format) noexcept;
 
 } // namespace zrk_tarn

@@ -1,3 +1,4 @@
+// A stream of buffers of any size and format through the engine.
 #pragma once
 
 #include "stream_types.h"
@@ -7,89 +8,92 @@
 #include <memory>
 #include <stdexcept>
 
-struct tarn_stream; // the C interface's, include/zrk_tarn/tarn.h
+struct tarn_stream; // the C interface's stream (tarn.h)
 
 namespace zrk_tarn
 {
 
-/// A stream of any buffer sizes through the engine, with one constant latency.
+/// Upmixes a stream in buffers of any size, with one constant latency.
 ///
-/// The engine works on blocks of 64 frames; hosts hand over 37, 100 or 1024. The stream collects frames into blocks and
-/// gives out as many frames as it takes, latencyFrames() later. Nothing is allocated after construction.
+/// The engine processes blocks of 64 frames. The stream collects the host's frames into blocks and returns as many
+/// frames as it takes, latencyFrames() later. Only the constructor allocates.
 ///
-/// process, processPlanar, drain, setRemap and reset belong to one thread at a time and are real-time safe. setBypass,
-/// setMakeUpGain, setMode, bypassed and meters may be called from any thread at any time; they take no locks. Any
-/// number of streams may be made and in use on any number of threads. Results depend on nothing but the calls: the
-/// default floating-point environment is set inside and the caller's put back.
+/// Threads: process, processPlanar, drain, setRemap and reset are for one thread at a time, and real-time safe.
+/// setBypass, bypassed, setMakeUpGain, setMode and meters are for any thread at any time, without locks. Any number of
+/// streams can be created and used on any number of threads.
+///
+/// Results do not depend on the floating-point mode of the calling thread (rounding, flush-to-zero), which is restored.
 class [[gnu::visibility("default")]] UpmixStream
 {
 public:
-    /// What is wrong with a configuration and what would be right, as a sentence without its full stop; null if nothing
-    /// is.
+    /// Returns what is wrong with a configuration and what would be right, in a sentence without a full stop; null if
+    /// nothing is wrong.
     static const char* problemOf(const StreamConfiguration& configuration) noexcept;
 
-    /// Allocates all that the stream will ever need.
+    /// Allocates everything that the stream needs.
     ///
-    /// Throws std::invalid_argument with the problem of the configuration, if there is one; std::bad_alloc.
+    /// Throws std::invalid_argument with problemOf(configuration), or std::bad_alloc.
     explicit UpmixStream(const StreamConfiguration& configuration) : UpmixStream(checked(configuration)) {}
 
-    /// Frees all that it holds.
+    /// Frees the stream.
     ~UpmixStream();
 
-    /// Takes the other stream over, which can then only be assigned to or destroyed.
+    /// Moves a stream. The source can then only be assigned to or destroyed.
     UpmixStream(UpmixStream &&) noexcept;
 
-    /// Takes the other stream over in place of this one.
+    /// Frees this stream and moves another one into it.
     UpmixStream& operator=(UpmixStream&&) noexcept;
 
-    /// Frames by which the output comes after the input, at every rate: 960 of the engine and 64 of the block.
+    /// The delay from input to output at every rate: 960 frames of the engine and 64 of the block.
     static constexpr std::uint32_t latencyFrames() noexcept
     {
         return 1024;
     }
 
-    /// Takes and gives interleaved frames.
+    /// Processes interleaved frames.
     ///
     /// input   frames x input slots; null is silence
-    /// output  frames x output slots. May be the input's memory where both have as many slots
+    /// output  frames x output slots; can be the same memory as input if both have the same number of slots
     void process(const void* input, void* output, std::size_t frames) noexcept;
 
-    /// Takes and gives one row of floats per slot; only for F32.
+    /// Processes one buffer of floats per slot. Only for the format F32.
     ///
-    /// input   [input slots], each of frames samples; a null row is silence
-    /// output  [output slots], each of frames samples; a null row is not written. May be the input's rows in any order
+    /// input   [input slots], buffers of frames samples; a null buffer is silence
+    /// output  [output slots], buffers of frames samples; a null buffer is not written. Can be the input's buffers in
+    ///         any order
     void processPlanar(const float* const* input, float* const* output, std::size_t frames) noexcept;
 
-    /// Gives what is left of the stream's tail, so that the output, without its first latencyFrames(), becomes as long
-    /// as the input. Interleaved; a planar host gives null rows for latencyFrames() instead.
+    /// Returns the last latencyFrames() frames of the stream, interleaved, after its last input. Without its first
+    /// latencyFrames(), the whole output then has the length of the input.
     ///
-    /// Returns the frames written: as many as asked for, until latencyFrames() were given since the last input.
+    /// Returns the number of frames written: up to frames, and latencyFrames() in total since the last input. Planar
+    /// hosts call processPlanar with null buffers for latencyFrames() instead.
     std::size_t drain(void* output, std::size_t frames) noexcept;
 
-    /// Changes the remap matrix, from the next block on; of streams that were made with one. Belongs to the thread that
-    /// processes.
+    /// Changes the remap matrix from the next block on. Has no effect without StreamConfiguration::remap.
     void setRemap(const RemapGains& gains) noexcept;
 
-    /// Makes the stream as new: silent. Mode, bypass, make-up gain and matrix stay.
+    /// Clears the signal. Mode, bypass, make-up gain and matrix stay.
     void reset() noexcept;
 
-    /// Changes between the upmix and the plain input: left and right as they came in, the other outputs of the engine
-    /// silent, the latency the same. Crossfades within 1024 frames; before the first frame of a new stream, changes at
-    /// once.
+    /// Switches bypass on or off. In bypass, front left and right are the plain input, the other engine outputs are
+    /// silent, and the latency is the same. Crossfades within 1024 frames; switches at once before the first frame.
     void setBypass(bool bypassed) noexcept;
 
-    /// Whether the plain input was asked for last.
+    /// Whether bypass is requested.
     bool bypassed() const noexcept;
 
-    /// Multiplies the engine's outputs, but not what passes or is bypassed, by a gain of 0 to 8, reached within 1024
-    /// frames; before the first frame of a new stream, at once. Values outside, or NaN, are taken as the nearest
-    /// within, or 1. At 1, the default, samples stay as the engine gives them.
+    /// Sets the gain of the engine outputs, a factor. Bypass and copied input slots have no gain.
+    ///
+    /// Fades to the gain within 1024 frames; changes at once before the first frame. At 1, the default, samples are
+    /// exact. Clamps to 0 to kMaxMakeUpGain; NaN sets 1.
     void setMakeUpGain(float gain) noexcept;
 
-    /// Changes how fast steering is followed, from the next block on, keeping the signal that is on its way.
+    /// Changes the steering mode from the next block on. The signal in the engine is kept.
     void setMode(SteeringMode mode) noexcept;
 
-    /// The state after the last block. Single values are never torn; together they may come from neighbouring blocks.
+    /// Returns the meters after the last block. Single values are consistent; together they can be from two
+    /// neighbouring blocks.
     StreamMeters meters() const noexcept;
 
 private:
@@ -98,7 +102,7 @@ private:
         const StreamConfiguration& configuration;
     };
 
-    /// In the header, because the library throws nothing of its own.
+    /// Inline, because the library itself throws nothing but std::bad_alloc.
     static Checked checked(const StreamConfiguration& configuration)
     {
         if (const char* const problem = problemOf(configuration)) throw std::invalid_argument(problem);
@@ -109,7 +113,7 @@ private:
     friend tarn_stream;
 
     class State;
-    std::unique_ptr<State> state_;
+    std::unique_ptr<State> state;
 };
 
 } // namespace zrk_tarn

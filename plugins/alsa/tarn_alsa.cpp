@@ -1,3 +1,6 @@
+// An ALSA PCM that upmixes the stereo it plays to 3.0 or 5.1 on its slave.
+#include "stream/gain.h"
+#include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"
 
 #include <alsa/asoundlib.h>
@@ -17,22 +20,19 @@
 #include <optional>
 #include <string>
 
-/// @file
-/// Tarn as a PCM of ALSA: what is played to it in stereo goes to its slave as 3.0 or 5.1.
-
 namespace
 {
 
 constexpr unsigned kInputChannels = 2;
-constexpr unsigned kMostChannels = 6;
-constexpr std::size_t kMostSampleBytes = 4;
-constexpr snd_pcm_uframes_t kPieceFrames = 256; ///< taken and given at a time
+constexpr unsigned kMaxChannels = 6;
+constexpr std::size_t kMaxSampleBytes = 4;
+constexpr snd_pcm_uframes_t kChunkFrames = 256; ///< processed at a time
 
-/// A layout of the slave, in ALSA's order of channels.
+/// A layout of the slave, with ALSA's order of channels.
 struct Layout
 {
     const char* name;
-    double number; ///< that the name is without quotes
+    double number; ///< of the name, which ALSA parses as a number if it is not quoted
     unsigned channels;
     std::array<zrk_tarn::OutputSlot, 8> slots;
 };
@@ -54,7 +54,7 @@ zrk_tarn::SampleFormat sampleFormat(snd_pcm_format_t format) noexcept
     return zrk_tarn::SampleFormat::S32;
 }
 
-/// What a configuration says.
+/// The fields of a configuration.
 struct Settings
 {
     snd_config_t* slave = nullptr;
@@ -69,10 +69,10 @@ struct Pcm
 {
     snd_pcm_extplug_t plug;
     Settings settings;
-    std::optional<zrk_tarn::UpmixStream> stream; ///< once format and rate are chosen
-    // Pieces on their way, interleaved whatever the areas of program and slave are.
-    alignas(8) std::byte input[kPieceFrames * kInputChannels * kMostSampleBytes];
-    alignas(8) std::byte output[kPieceFrames * kMostChannels * kMostSampleBytes];
+    std::optional<zrk_tarn::UpmixStream> stream; ///< none before format and rate are chosen
+    // Interleaved copies, because the areas of program and slave can have any layout.
+    alignas(8) std::byte input[kChunkFrames * kInputChannels * kMaxSampleBytes];
+    alignas(8) std::byte output[kChunkFrames * kMaxChannels * kMaxSampleBytes];
 };
 
 Pcm& pcmOf(snd_pcm_extplug_t* plug) noexcept
@@ -89,8 +89,8 @@ void interleavedAreas(std::byte* buffer, unsigned channels, unsigned sampleBits,
         areas[channel] = {.addr = buffer, .first = channel * sampleBits, .step = channels * sampleBits};
 }
 
-/// Makes the stream for the format and rate that program and slave have agreed on.
-int chooseParameters(snd_pcm_extplug_t* plug, snd_pcm_hw_params_t*)
+/// Creates the stream for the format and rate that program and slave have agreed on.
+int createStream(snd_pcm_extplug_t* plug, snd_pcm_hw_params_t*)
 {
     Pcm& pcm = pcmOf(plug);
     const zrk_tarn::StreamConfiguration configuration{.sampleRateHz = plug->rate,
@@ -108,45 +108,45 @@ int chooseParameters(snd_pcm_extplug_t* plug, snd_pcm_hw_params_t*)
         return -ENOMEM;
     }
     pcm.stream->setBypass(!pcm.settings.enabled);
-    pcm.stream->setMakeUpGain(static_cast<float>(std::pow(10.0, pcm.settings.gainDb / 20.0)));
+    pcm.stream->setMakeUpGain(zrk_tarn::gainFactor(pcm.settings.gainDb));
     return 0;
 }
 
-/// Begins anew, silent; at prepare and reset.
-int begin(snd_pcm_extplug_t* plug)
+/// Clears the stream; at prepare and reset.
+int resetStream(snd_pcm_extplug_t* plug)
 {
     pcmOf(plug).stream->reset();
     return 0;
 }
 
-/// Takes frames from the program and gives as many to the slave.
+/// Upmixes frames of the program into as many of the slave.
 snd_pcm_sframes_t transfer(snd_pcm_extplug_t* plug, const snd_pcm_channel_area_t* to, snd_pcm_uframes_t toOffset,
                            const snd_pcm_channel_area_t* from, snd_pcm_uframes_t fromOffset, snd_pcm_uframes_t frames)
 {
     Pcm& pcm = pcmOf(plug);
     const auto sampleBits = static_cast<unsigned>(snd_pcm_format_physical_width(plug->format));
     snd_pcm_channel_area_t input[kInputChannels];
-    snd_pcm_channel_area_t output[kMostChannels];
+    snd_pcm_channel_area_t output[kMaxChannels];
     interleavedAreas(pcm.input, plug->channels, sampleBits, input);
     interleavedAreas(pcm.output, plug->slave_channels, sampleBits, output);
     for (snd_pcm_uframes_t done = 0; done < frames;) {
-        const snd_pcm_uframes_t some = std::min(frames - done, kPieceFrames);
-        snd_pcm_areas_copy(input, 0, from, fromOffset + done, plug->channels, some, plug->format);
-        pcm.stream->process(pcm.input, pcm.output, some);
-        snd_pcm_areas_copy(to, toOffset + done, output, 0, plug->slave_channels, some, plug->format);
-        done += some;
+        const snd_pcm_uframes_t count = std::min(frames - done, kChunkFrames);
+        snd_pcm_areas_copy(input, 0, from, fromOffset + done, plug->channels, count, plug->format);
+        pcm.stream->process(pcm.input, pcm.output, count);
+        snd_pcm_areas_copy(to, toOffset + done, output, 0, plug->slave_channels, count, plug->format);
+        done += count;
     }
     return static_cast<snd_pcm_sframes_t>(frames);
 }
 
-/// Frees what belongs to a PCM.
+/// Frees a PCM.
 int close(snd_pcm_extplug_t* plug)
 {
     delete &pcmOf(plug);
     return 0;
 }
 
-/// What programs play: left and right. Freed by them.
+/// The channel map of programs: left and right. Programs free it.
 snd_pcm_chmap_t* channelMap(snd_pcm_extplug_t*)
 {
     auto* const map =
@@ -158,7 +158,7 @@ snd_pcm_chmap_t* channelMap(snd_pcm_extplug_t*)
     return map;
 }
 
-/// The only map there is, in a list. Freed by programs.
+/// A list with this map only. Programs free it.
 snd_pcm_chmap_query_t** channelMaps(snd_pcm_extplug_t*)
 {
     auto** const maps = static_cast<snd_pcm_chmap_query_t**>(std::calloc(2, sizeof(snd_pcm_chmap_query_t*)));
@@ -178,15 +178,15 @@ snd_pcm_chmap_query_t** channelMaps(snd_pcm_extplug_t*)
 
 constexpr snd_pcm_extplug_callback_t kCallbacks = {.transfer = transfer,
                                                    .close = close,
-                                                   .hw_params = chooseParameters,
+                                                   .hw_params = createStream,
                                                    .hw_free = nullptr,
                                                    .dump = nullptr,
-                                                   .init = begin,
+                                                   .init = resetStream,
                                                    .query_chmaps = channelMaps,
                                                    .get_chmap = channelMap,
                                                    .set_chmap = nullptr};
 
-/// The layout of a name, which ALSA reads as a number where it is not in quotes; null if there is none.
+/// The layout of a name; null if there is none.
 const Layout* layoutOf(const snd_config_t* node)
 {
     const char* name = nullptr;
@@ -198,8 +198,8 @@ const Layout* layoutOf(const snd_config_t* node)
     return nullptr;
 }
 
-/// Reads one field; false, with what is wrong in the log, if it is none or has no such value.
-bool read(snd_config_t* node, const char* id, Settings& settings)
+/// Reads one field. Returns false, with a message in the log, if its name or value is wrong.
+bool readField(snd_config_t* node, const char* id, Settings& settings)
 {
     const std::string field = id;
     if (field == "comment" || field == "type" || field == "hint") return true;
@@ -219,24 +219,25 @@ bool read(snd_config_t* node, const char* id, Settings& settings)
         return value >= 0;
     }
     if (field == "mode") {
-        long value = 0;
-        const bool good = snd_config_get_integer(node, &value) >= 0 && (value == 1 || value == 2);
-        if (!good) SNDERR("tarn: mode has to be 1 (steering is followed fast) or 2 (calmer)");
-        settings.mode = value == 2 ? zrk_tarn::SteeringMode::Calm : zrk_tarn::SteeringMode::Fast;
-        return good;
+        const char* name = "";
+        snd_config_get_string(node, &name);
+        const auto mode = zrk_tarn::steeringModeNamed(name);
+        if (!mode) SNDERR("tarn: mode has to be fast or calm");
+        settings.mode = mode.value_or(settings.mode);
+        return mode.has_value();
     }
     if (field == "gain") {
-        const bool good =
-            snd_config_get_ireal(node, &settings.gainDb) >= 0 && settings.gainDb >= -60.0 && settings.gainDb <= 18.0;
-        if (!good) SNDERR("tarn: gain has to be -60 to 18, in dB");
-        return good;
+        const bool valid = snd_config_get_ireal(node, &settings.gainDb) >= 0 &&
+                           settings.gainDb >= zrk_tarn::kMinGainDb && settings.gainDb <= zrk_tarn::kMaxGainDb;
+        if (!valid) SNDERR("tarn: gain has to be %.0f to %.0f, in dB", zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb);
+        return valid;
     }
     SNDERR("tarn: there is no field %s; there are slave, layout, enabled, mode and gain", id);
     return false;
 }
 
-/// Reads a configuration; nothing, with what is wrong in the log, if it is not one.
-std::optional<Settings> settingsOf(const snd_config_t* configuration)
+/// Reads a configuration. Returns nothing, with a message in the log, if it is wrong.
+std::optional<Settings> readSettings(const snd_config_t* configuration)
 {
     Settings settings;
     snd_config_iterator_t at = nullptr;
@@ -245,7 +246,7 @@ std::optional<Settings> settingsOf(const snd_config_t* configuration)
     {
         snd_config_t* const node = snd_config_iterator_entry(at);
         const char* id = nullptr;
-        if (snd_config_get_id(node, &id) >= 0 && !read(node, id, settings)) return std::nullopt;
+        if (snd_config_get_id(node, &id) >= 0 && !readField(node, id, settings)) return std::nullopt;
     }
     if (settings.slave == nullptr) {
         SNDERR("tarn: slave is missing: the PCM that plays the %s", settings.layout->name);
@@ -259,10 +260,10 @@ int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_con
          snd_pcm_stream_t direction, int mode)
 {
     if (direction != SND_PCM_STREAM_PLAYBACK) {
-        SNDERR("tarn: only plays; there is nothing to record from");
+        SNDERR("tarn: only plays; record from another PCM");
         return -EINVAL;
     }
-    const std::optional<Settings> settings = settingsOf(configuration);
+    const std::optional<Settings> settings = readSettings(configuration);
     if (!settings) return -EINVAL;
 
     auto owned = std::make_unique<Pcm>();
@@ -274,7 +275,7 @@ int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_con
     pcm.plug.private_data = &pcm;
     if (const int error = snd_pcm_extplug_create(&pcm.plug, name, root, settings->slave, direction, mode); error < 0)
         return error;
-    static_cast<void>(owned.release()); // closed with its PCM
+    static_cast<void>(owned.release()); // ALSA frees it with the callback close
 
     const bool constrained =
         snd_pcm_extplug_set_param(&pcm.plug, SND_PCM_EXTPLUG_HW_CHANNELS, kInputChannels) >= 0 &&

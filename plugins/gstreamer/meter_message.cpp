@@ -1,3 +1,4 @@
+// Meter values as an element message.
 #include "meter_message.h"
 
 #include <cmath>
@@ -9,14 +10,14 @@ namespace tarn_gst
 namespace
 {
 
-constexpr double kSilenceDb = -350.0; ///< stands for no level at all, as in the messages of `level`
+constexpr double kSilenceDb = -350.0; ///< for a level of zero, as in the messages of the element `level`
 
 double decibels(float level)
 {
     return level > 0.0f ? 20.0 * std::log10(static_cast<double>(level)) : kSilenceDb;
 }
 
-/// Adds a list of what a function makes of each value.
+/// Adds a list of the results of a function for each value.
 template <typename Value, typename Function>
 void addList(GstStructure* structure, const char* name, const Value* values, std::size_t count, Function valueOf)
 {
@@ -42,9 +43,9 @@ GValue levelValue(float level)
     return doubleValue(decibels(level));
 }
 
-GValue placeValue(float place)
+GValue steeringValue(float steering)
 {
-    return doubleValue(static_cast<double>(place));
+    return doubleValue(static_cast<double>(steering));
 }
 
 GstClockTime runningTime(const GstSegment& segment, GstClockTime time)
@@ -69,18 +70,18 @@ GstClockTime streamTime(const GstSegment& segment, GstClockTime time)
                                              : GST_CLOCK_TIME_NONE;
 }
 
-GstMessage* meterMessage(GstElement* element, const GstSegment& segment, const Stretch& stretch,
+GstMessage* meterMessage(GstElement* element, const GstSegment& segment, const Interval& interval,
                          const zrk_tarn::StreamMeters& meters, guint channels)
 {
     GstStructure* const structure = gst_structure_new(
-        "tarnupmix", "endtime", GST_TYPE_CLOCK_TIME, stretch.to, "timestamp", G_TYPE_UINT64, stretch.from,
-        "stream-time", G_TYPE_UINT64, streamTime(segment, stretch.from), "running-time", G_TYPE_UINT64,
-        runningTime(segment, stretch.from), "duration", G_TYPE_UINT64, stretch.duration, "blocks", G_TYPE_UINT64,
+        "tarnupmix", "endtime", GST_TYPE_CLOCK_TIME, interval.to, "timestamp", G_TYPE_UINT64, interval.from,
+        "stream-time", G_TYPE_UINT64, streamTime(segment, interval.from), "running-time", G_TYPE_UINT64,
+        runningTime(segment, interval.from), "duration", G_TYPE_UINT64, interval.duration, "blocks", G_TYPE_UINT64,
         meters.blocks, "saturated", G_TYPE_UINT64, meters.saturated, "invalid", G_TYPE_UINT64, meters.invalid, nullptr);
     addList(structure, "peak", meters.peak, channels, levelValue);
     addList(structure, "rms", meters.rms, channels, levelValue);
-    addList(structure, "left-right", meters.leftRight, std::size(meters.leftRight), placeValue);
-    addList(structure, "front-back", meters.frontBack, std::size(meters.frontBack), placeValue);
+    addList(structure, "left-right", meters.leftRight, std::size(meters.leftRight), steeringValue);
+    addList(structure, "front-back", meters.frontBack, std::size(meters.frontBack), steeringValue);
     addList(structure, "speed", meters.speed, std::size(meters.speed), speedValue);
     return gst_message_new_element(GST_OBJECT(element), structure);
 }

@@ -1,3 +1,4 @@
+// The GStreamer plug-in, which registers the element.
 #include "tarn_upmix.h"
 
 namespace

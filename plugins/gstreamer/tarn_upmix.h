@@ -1,6 +1,7 @@
+// The element `tarnupmix`.
 #pragma once
 
 #include <gst/gst.h>
 
-/// The GType of the element `tarnupmix`.
+/// The GType of the element.
 GType gst_tarn_upmix_get_type();

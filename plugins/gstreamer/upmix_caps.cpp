@@ -1,3 +1,4 @@
+// The caps that the element upmixes and those that it passes through.
 #include "upmix_caps.h"
 
 #include <memory>
@@ -11,43 +12,42 @@ namespace
 
 using zrk_tarn::SampleFormat;
 
-/// Caps with an owner.
+/// Owned caps.
 class Caps
 {
 public:
-    explicit Caps(GstCaps* caps) : caps_(caps) {}
+    explicit Caps(GstCaps* owned) : caps(owned) {}
 
-    const GstCaps* get() const { return caps_.get(); }
-    GstCaps* release() { return caps_.release(); }
+    const GstCaps* get() const { return caps.get(); }
+    GstCaps* release() { return caps.release(); }
     guint size() const { return gst_caps_get_size(get()); }
     const GstStructure* at(guint i) const { return gst_caps_get_structure(get(), i); }
 
-    /// Adds a structure, which it takes over, if there is none yet that covers it.
-    void merge(GstStructure* structure) { caps_.reset(gst_caps_merge_structure(release(), structure)); }
+    /// Adds a structure and takes ownership, unless present structures contain it.
+    void merge(GstStructure* structure) { caps.reset(gst_caps_merge_structure(release(), structure)); }
 
-    /// Adds what is new.
-    void merge(Caps&& other) { caps_.reset(gst_caps_merge(release(), other.release())); }
+    /// Adds the structures that are new.
+    void merge(Caps&& other) { caps.reset(gst_caps_merge(release(), other.release())); }
 
-    /// What is in both, in this one's order.
+    /// The intersection, in the order of these caps.
     Caps operator&(const Caps& other) const
     {
-        return Caps(gst_caps_intersect_full(caps_.get(), other.caps_.get(), GST_CAPS_INTERSECT_FIRST));
+        return Caps(gst_caps_intersect_full(caps.get(), other.caps.get(), GST_CAPS_INTERSECT_FIRST));
     }
 
 private:
     struct Unref
     {
-        void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
+        void operator()(GstCaps* owned) const { gst_caps_unref(owned); }
     };
-    std::unique_ptr<GstCaps, Unref> caps_;
+    std::unique_ptr<GstCaps, Unref> caps;
 };
 
-constexpr int kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
 constexpr char kUpmixable[] = "audio/x-raw, format={ S16LE, S24LE, S24_32LE, S32LE, F32LE }, layout=interleaved, "
-                              "rate={ 32000, 44100, 48000, 64000, 88200, 96000, 192000 }, channels=2";
+                              "channels=2";
 constexpr guint64 kStereoMask = 0x3; ///< front left, front right
 
-/// What upmixed stereo becomes, the preferred layout first.
+/// The layouts of upmixed stereo, the preferred one first.
 constexpr struct
 {
     int channels;
@@ -57,10 +57,21 @@ constexpr struct
 /// Stereo that can be upmixed.
 Caps upmixable()
 {
-    return Caps(gst_caps_from_string(kUpmixable));
+    GValue rates = G_VALUE_INIT;
+    gst_value_list_init(&rates, zrk_tarn::kSampleRatesHz.size());
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
+        GValue rate = G_VALUE_INIT;
+        g_value_init(&rate, G_TYPE_INT);
+        g_value_set_int(&rate, static_cast<int>(rateHz));
+        gst_value_list_append_and_take_value(&rates, &rate);
+    }
+    GstCaps* const caps = gst_caps_from_string(kUpmixable);
+    gst_caps_set_value(caps, "rate", &rates);
+    g_value_unset(&rates);
+    return Caps(caps);
 }
 
-/// What upmixable caps become.
+/// The caps that upmixable caps become.
 Caps upmixed(const Caps& stereo)
 {
     Caps wide(gst_caps_new_empty());
@@ -74,23 +85,25 @@ Caps upmixed(const Caps& stereo)
     return wide;
 }
 
-/// What upmixed caps come from.
+/// The caps that upmixed caps come from.
 Caps narrowed(const Caps& wide)
 {
     Caps stereo(gst_caps_new_empty());
     for (guint i = 0; i < wide.size(); ++i) {
         GstStructure* const structure = gst_structure_copy(wide.at(i));
         gst_structure_set(structure, "channels", G_TYPE_INT, 2, nullptr);
-        gst_structure_remove_field(structure, "channel-mask"); // stereo often comes without one
+        gst_structure_remove_field(structure, "channel-mask"); // stereo often has none
         stereo.merge(structure);
     }
     return stereo;
 }
 
-/// What passes through: everything but stereo; stereo in the same formats at rates that the engine does not have; and
-/// stereo that could be upmixed, where nothing else is wanted. Stereo in other formats does not at any rate: converters
-/// in front would rather keep such a format, or even look for a rate at which they can, than make it upmixable. Each
-/// range of rates is a structure of its own, as a list of ranges could not be fixated.
+/// Caps that pass through: mono and more than two channels; stereo in the formats for upmixing, at other rates; and
+/// upmixable stereo, if downstream accepts stereo only.
+///
+/// Stereo in other formats never passes: a converter upstream would keep such a format, or even choose another rate for
+/// it, instead of converting to upmixable caps. Each range of rates is a separate structure, because GStreamer cannot
+/// fixate a list of ranges.
 Caps passing()
 {
     Caps caps(gst_caps_from_string("audio/x-raw, channels=[ 3, 2147483647 ]; audio/x-raw, channels=1"));
@@ -101,16 +114,16 @@ Caps passing()
         caps.merge(structure);
     };
     int lowestHz = 1;
-    for (const int rateHz : kRatesHz) {
-        add(lowestHz, rateHz - 1);
-        lowestHz = rateHz + 1;
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
+        add(lowestHz, static_cast<int>(rateHz) - 1);
+        lowestHz = static_cast<int>(rateHz) + 1;
     }
     add(lowestHz, G_MAXINT);
     caps.merge(upmixable());
     return caps;
 }
 
-/// Whether a structure names two channels other than front left and front right.
+/// Returns whether a structure has two channels other than front left and front right.
 bool isOtherPair(const GstStructure* structure)
 {
     int channels = 0;
@@ -183,7 +196,7 @@ int channelsOf(const GstCaps* caps)
 
 zrk_tarn::StreamConfiguration configurationFor(const GstAudioInfo& input, const GstAudioInfo& output)
 {
-    zrk_tarn::StreamConfiguration configuration; // three outputs of the engine, then silence
+    zrk_tarn::StreamConfiguration configuration; // engine outputs in the first three slots, silence in others
     configuration.sampleRateHz = static_cast<std::uint32_t>(GST_AUDIO_INFO_RATE(&input));
     configuration.format = formatOf(input);
     configuration.outputSlots = static_cast<std::uint32_t>(GST_AUDIO_INFO_CHANNELS(&output));

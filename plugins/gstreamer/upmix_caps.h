@@ -1,33 +1,32 @@
+// The caps that the element upmixes and those that it passes through.
 #pragma once
 
 #include "stream/stream_types.h"
 
 #include <gst/audio/audio.h>
 
-/// @file
-/// What the element upmixes and what it lets pass, in GStreamer's words. All results belong to the caller.
+// The caller owns all returned caps.
 
 namespace tarn_gst
 {
 
-/// What the sink pad takes: stereo that is upmixed, and whatever passes through.
+/// Caps of the sink pad: stereo that can be upmixed, and all that passes through.
 GstCaps* sinkCaps();
 
-/// What the source pad gives: 3.0 and 5.1, and whatever passed through.
+/// Caps of the source pad: 3.0 and 5.1, and all that passes through.
 GstCaps* sourceCaps();
 
-/// What the other pad can have if the pad of a direction has the given caps: what the upmix makes or takes first, then
-/// what passes through.
+/// Caps that the other pad can have if the pad of a direction has the given caps. Caps for upmixing come first, then
+/// those that pass through.
 GstCaps* transformedCaps(GstPadDirection direction, const GstCaps* caps);
 
-/// The caps that a pad takes of several possible ones, the first being the best; but the upmixed, if there are any,
-/// before what merely passes. Takes the caps over.
+/// Selects the caps of a pad: upmixed caps if there are any, otherwise the first. Takes ownership of the caps.
 GstCaps* fixatedCaps(GstPadDirection direction, GstCaps* possible);
 
-/// The channels of fixed caps.
+/// Number of channels of fixed caps.
 int channelsOf(const GstCaps* caps);
 
-/// What the stream between stereo and upmixed caps is made for.
+/// Configuration of the stream from stereo to upmixed caps.
 zrk_tarn::StreamConfiguration configurationFor(const GstAudioInfo& input, const GstAudioInfo& output);
 
 } // namespace tarn_gst

@@ -1,21 +1,18 @@
+// The LADSPA plug-ins: two inputs to three outputs; and three to three, for hosts that need as many inputs as outputs.
+#include "stream/gain.h"
 #include "stream/upmix_stream.h"
 
 #include <ladspa.h>
 
-#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <iterator>
 #include <limits>
 
-/// @file
-/// Tarn as LADSPA plug-ins: two inputs to three outputs, and the same with a third input for hosts that want as many
-/// inputs as outputs.
-
 namespace
 {
 
-/// The ports of both plug-ins. The one with two inputs leaves kUnusedInput out.
+/// The ports of both plug-ins. The plug-in with two inputs has no kUnusedInput.
 enum Port : unsigned
 {
     kLeftInput,
@@ -39,7 +36,7 @@ constexpr LADSPA_PortDescriptor kControlOut = LADSPA_PORT_OUTPUT | LADSPA_PORT_C
 constexpr LADSPA_PortRangeHintDescriptor kBounded = LADSPA_HINT_BOUNDED_BELOW | LADSPA_HINT_BOUNDED_ABOVE;
 constexpr auto kLatencyFrames = static_cast<LADSPA_Data>(zrk_tarn::UpmixStream::latencyFrames());
 
-/// The table of ports that LADSPA wants as three arrays.
+/// The three arrays that describe the ports to LADSPA.
 template <unsigned kCount>
 struct Ports
 {
@@ -48,7 +45,7 @@ struct Ports
     LADSPA_PortRangeHint hints[kCount];
 };
 
-// Bounds of integers are wider than their range, as ladspa.h asks for.
+// ladspa.h requires bounds of integers that are slightly wider than the range.
 constexpr Ports<kPorts> kThreeInputs = {
     {kAudioIn, kAudioIn, kAudioIn, kAudioOut, kAudioOut, kAudioOut, kControlIn, kControlIn, kControlIn, kControlOut},
     {"Left", "Right", "Unused", "Front left", "Front right", "Front centre", "Upmix", "Mode (1 fast, 2 calm)",
@@ -61,7 +58,7 @@ constexpr Ports<kPorts> kThreeInputs = {
      {0, 0, 0},
      {LADSPA_HINT_TOGGLED | LADSPA_HINT_DEFAULT_1, 0, 0},
      {kBounded | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_1, 0.9f, 2.1f},
-     {kBounded | LADSPA_HINT_DEFAULT_0, -60, 18},
+     {kBounded | LADSPA_HINT_DEFAULT_0, zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb},
      {kBounded | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_MAXIMUM, 0, kLatencyFrames}}};
 
 /// The same ports without the unused one.
@@ -79,21 +76,21 @@ constexpr Ports<kPorts - 1> withoutUnusedInput(const Ports<kPorts>& all)
 
 constexpr Ports<kPorts - 1> kTwoInputs = withoutUnusedInput(kThreeInputs);
 
-/// A plug-in in use: the stream, and where the host keeps what belongs to each port, or null.
+/// An instance: the stream, and the memory that the host connected to each port, or null.
 struct Instance
 {
     zrk_tarn::UpmixStream stream;
-    LADSPA_Data* at[kPorts] = {};
-    LADSPA_Data gainDb = 0; ///< that the stream has
+    LADSPA_Data* memory[kPorts] = {};
+    LADSPA_Data gainDb = 0; ///< of the stream
 };
 
-/// A control as the host has set it, or the default where it has connected nothing.
-LADSPA_Data control(const Instance& instance, Port port, LADSPA_Data byDefault) noexcept
+/// The value of a control, or the default if the port is not connected.
+LADSPA_Data control(const Instance& instance, Port port, LADSPA_Data defaultValue) noexcept
 {
-    return instance.at[port] == nullptr ? byDefault : *instance.at[port];
+    return instance.memory[port] == nullptr ? defaultValue : *instance.memory[port];
 }
 
-/// Makes an instance; none for a rate that the engine has not.
+/// Creates an instance; null for a rate that the engine does not support.
 LADSPA_Handle instantiate(const LADSPA_Descriptor*, unsigned long sampleRate)
 {
     if (sampleRate > std::numeric_limits<std::uint32_t>::max()) return nullptr;
@@ -107,7 +104,7 @@ LADSPA_Handle instantiate(const LADSPA_Descriptor*, unsigned long sampleRate)
 /// Connects a port of the plug-in with three inputs.
 void connectPort(LADSPA_Handle handle, unsigned long port, LADSPA_Data* location)
 {
-    if (port < kPorts) static_cast<Instance*>(handle)->at[port] = location;
+    if (port < kPorts) static_cast<Instance*>(handle)->memory[port] = location;
 }
 
 /// Connects a port of the plug-in with two inputs.
@@ -116,13 +113,13 @@ void connectPortOfTwo(LADSPA_Handle handle, unsigned long port, LADSPA_Data* loc
     connectPort(handle, port < kUnusedInput ? port : port + 1, location);
 }
 
-/// Makes the instance as new.
+/// Clears the signal of the instance.
 void activate(LADSPA_Handle handle)
 {
     static_cast<Instance*>(handle)->stream.reset();
 }
 
-/// Takes the controls over, those that are no number as the default, and upmixes.
+/// Applies the controls and upmixes. Controls that are NaN have their default value.
 void run(LADSPA_Handle handle, unsigned long frames)
 {
     Instance& instance = *static_cast<Instance*>(handle);
@@ -130,22 +127,22 @@ void run(LADSPA_Handle handle, unsigned long frames)
     instance.stream.setMode(control(instance, kMode, 1) >= 1.5f ? zrk_tarn::SteeringMode::Calm
                                                                 : zrk_tarn::SteeringMode::Fast);
     if (const LADSPA_Data gainDb = control(instance, kGain, 0); gainDb != instance.gainDb) {
-        instance.stream.setMakeUpGain(static_cast<float>(std::pow(10.0, static_cast<double>(gainDb) / 20.0)));
+        instance.stream.setMakeUpGain(zrk_tarn::gainFactor(static_cast<double>(gainDb)));
         instance.gainDb = gainDb;
     }
-    if (instance.at[kLatency] != nullptr) *instance.at[kLatency] = kLatencyFrames;
+    if (instance.memory[kLatency] != nullptr) *instance.memory[kLatency] = kLatencyFrames;
 
-    instance.stream.processPlanar(instance.at + kLeftInput, instance.at + kLeftOutput, frames);
+    instance.stream.processPlanar(instance.memory + kLeftInput, instance.memory + kLeftOutput, frames);
 }
 
-/// Ends an instance.
+/// Frees an instance.
 void cleanup(LADSPA_Handle handle)
 {
     delete static_cast<Instance*>(handle);
 }
 
-/// Describes a plug-in. LADSPA has no registry any more; below 1000 anybody may take a number without one, and hosts
-/// tell plug-ins apart by file and label.
+/// Describes a plug-in. Ids below 1000 need no registration, and LADSPA has no registry any more. Hosts identify
+/// plug-ins by file and label.
 template <unsigned kCount>
 constexpr LADSPA_Descriptor described(const Ports<kCount>& ports, unsigned long id, const char* label, const char* name,
                                       void (*connect)(LADSPA_Handle, unsigned long, LADSPA_Data*))

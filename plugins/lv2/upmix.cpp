@@ -1,7 +1,5 @@
-/// @file
-/// The LV2 plug-in: a stream for each instance, its ports, and nothing else. Built into the bundle tarn.lv2, whose
-/// tarn.ttl describes the ports in the order of Port.
-
+// The LV2 plug-in. tarn.ttl describes its ports.
+#include "stream/gain.h"
 #include "stream/upmix_stream.h"
 
 #include <lv2/core/lv2.h>
@@ -26,7 +24,7 @@ using zrk_tarn::StreamConfiguration;
 using zrk_tarn::StreamMeters;
 using zrk_tarn::UpmixStream;
 
-/// By index, as in tarn.ttl.
+/// Port indices, as in tarn.ttl.
 enum Port : std::uint32_t
 {
     kInLeft,
@@ -43,35 +41,35 @@ enum Port : std::uint32_t
     kPorts = kFrontBack + std::size(StreamMeters{}.frontBack)
 };
 
-/// An instance: a stream, and where the host keeps the values of the ports.
+/// An instance: the stream, and the memory that the host connected to each port, or null.
 class Upmix
 {
 public:
     /// Throws as UpmixStream does.
-    explicit Upmix(const StreamConfiguration& configuration) : stream_(configuration) {}
+    explicit Upmix(const StreamConfiguration& configuration) : stream(configuration) {}
 
-    /// Where a port's value or samples are from now on; null where the host has none.
-    void connect(std::uint32_t port, void* memory) noexcept
+    /// Connects a port to memory, or disconnects it with null.
+    void connect(std::uint32_t port, void* values) noexcept
     {
-        if (port < kPorts) memory_[port] = static_cast<float*>(memory);
+        if (port < kPorts) memory[port] = static_cast<float*>(values);
     }
 
-    /// Makes the stream silent, as LV2 expects of an activation.
-    void activate() noexcept { stream_.reset(); }
+    /// Clears the signal, as LV2 requires.
+    void activate() noexcept { stream.reset(); }
 
-    /// Controls first: the outputs may be in their inputs' memory. What is not a number is as the default.
+    /// Applies the controls and upmixes. Controls that are NaN have their default value.
     void run(std::uint32_t frames) noexcept
     {
-        stream_.setBypass(control(kEnabled, 1.0f) <= 0.0f);
-        stream_.setMode(control(kMode, 1.0f) >= 1.5f ? SteeringMode::Calm : SteeringMode::Fast);
-        stream_.setMakeUpGain(gainOf(control(kGain, 0.0f)));
+        stream.setBypass(control(kEnabled, 1.0f) <= 0.0f);
+        stream.setMode(control(kMode, 1.0f) >= 1.5f ? SteeringMode::Calm : SteeringMode::Fast);
+        setGain(control(kGain, 0.0f));
 
-        const float* const input[] = {memory_[kInLeft], memory_[kInRight]};
-        float* const output[] = {memory_[kOutLeft], memory_[kOutRight], memory_[kOutCentre]};
-        stream_.processPlanar(input, output, frames);
+        const float* const input[] = {memory[kInLeft], memory[kInRight]};
+        float* const output[] = {memory[kOutLeft], memory[kOutRight], memory[kOutCentre]};
+        stream.processPlanar(input, output, frames);
 
         show(kLatency, static_cast<float>(UpmixStream::latencyFrames()));
-        const StreamMeters meters = stream_.meters();
+        const StreamMeters meters = stream.meters();
         for (std::uint32_t group = 0; group < std::size(meters.leftRight); ++group) {
             show(kLeftRight + group, meters.leftRight[group]);
             show(kFrontBack + group, meters.frontBack[group]);
@@ -79,33 +77,31 @@ public:
     }
 
 private:
-    float control(Port port, float otherwise) const noexcept
+    float control(Port port, float defaultValue) const noexcept
     {
-        return memory_[port] != nullptr ? *memory_[port] : otherwise;
+        return memory[port] != nullptr ? *memory[port] : defaultValue;
     }
 
     void show(std::uint32_t port, float value) const noexcept
     {
-        if (memory_[port] != nullptr) *memory_[port] = value;
+        if (memory[port] != nullptr) *memory[port] = value;
     }
 
-    /// The factor of a gain in dB, computed when it changes only.
-    float gainOf(float decibels) noexcept
+    /// Computes the factor only when the gain changes.
+    void setGain(float newGainDb) noexcept
     {
-        if (decibels != decibels_) {
-            decibels_ = decibels;
-            factor_ = static_cast<float>(std::pow(10.0, static_cast<double>(decibels) / 20.0));
-        }
-        return factor_;
+        if (newGainDb == gainDb) return;
+        gainDb = newGainDb;
+        stream.setMakeUpGain(zrk_tarn::gainFactor(static_cast<double>(gainDb)));
     }
 
-    UpmixStream stream_;
-    std::array<float*, kPorts> memory_{};
-    float decibels_ = 0.0f;
-    float factor_ = 1.0f;
+    UpmixStream stream;
+    std::array<float*, kPorts> memory{};
+    float gainDb = 0.0f; ///< of the stream
 };
 
-/// Null, with a message, where there can be no stream: at a rate that the engine does not have, or without memory.
+/// Creates an instance. Returns null, with a message in the host's log, for a rate that the engine does not support, or
+/// out of memory.
 LV2_Handle instantiate(const LV2_Descriptor* /*descriptor*/, double rateHz, const char* /*bundle*/,
                        const LV2_Feature* const* features)
 {
@@ -113,7 +109,7 @@ LV2_Handle instantiate(const LV2_Descriptor* /*descriptor*/, double rateHz, cons
     lv2_log_logger_init(&log, static_cast<LV2_URID_Map*>(lv2_features_data(features, LV2_URID__map)),
                         static_cast<LV2_Log_Log*>(lv2_features_data(features, LV2_LOG__log)));
     StreamConfiguration configuration;
-    // What is not a whole number of the range is no rate of the engine's either.
+    // 0 is a rate that the stream refuses.
     const bool whole = rateHz >= 0.0 && rateHz <= 1e9 && rateHz == std::floor(rateHz);
     configuration.sampleRateHz = whole ? static_cast<std::uint32_t>(rateHz) : 0;
     try {
@@ -149,7 +145,7 @@ constexpr LV2_Descriptor kDescriptor = {"urn:tarn:upmix", instantiate, connectPo
 
 } // namespace
 
-/// The only name that the bundle's library exports.
+/// The only exported function.
 LV2_SYMBOL_EXPORT const LV2_Descriptor* lv2_descriptor(std::uint32_t index)
 {
     return index == 0 ? &kDescriptor : nullptr;

@@ -51,7 +51,7 @@ Samples engineOutput(const Samples& stereo, const EngineRun& run)
     }
 
     zrk_tarn_processor_t processor;
-    processor.setup(run.mode == 1 ? 0 : 1, 0, 1.0f);
+    processor.setup(run.mode == "fast" ? 0 : 1, 0, 1.0f);
     unsigned matrix[3][4];
     for (std::size_t r = 0; r < 3; ++r)
         for (std::size_t c = 0; c < 4; ++c) matrix[r][c] = static_cast<unsigned>(run.remap[r][c]);

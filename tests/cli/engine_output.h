@@ -15,7 +15,7 @@ struct EngineRun
     std::string layout = "3.0"; ///< 3.0, 5.1 or slots8
     std::uint32_t sampleRate = 48000;
     unsigned bits = 16;
-    int mode = 1;
+    std::string mode = "fast";
     bool align = true;
     std::array<std::array<std::int32_t, 4>, 3> remap{}; ///< 28 fraction bits
 };

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plays to the ALSA plug-in through libasound in every way that programs may: alsa_calls_test.py MODULE."""
+"""Plays to the ALSA plug-in through libasound with all access types and call sequences: alsa_calls_test.py MODULE."""
 
 import ctypes
 from ctypes import POINTER, byref, c_char_p, c_int, c_long, c_uint, c_ulong, c_void_p
@@ -31,7 +31,7 @@ library.snd_pcm_free_chmaps.argtypes = [POINTER(POINTER(c_uint))]
 
 
 def call(name, *arguments):
-    """A function of libasound; its failure is an exception."""
+    """Calls a function of libasound. Raises OSError if it fails."""
     result = getattr(library, "snd_pcm_" + name)(*arguments)
     if result < 0:
         raise OSError(-result, f"{name}: {library.snd_strerror(int(result)).decode()}")
@@ -43,11 +43,11 @@ class Player:
 
     def __init__(self, name):
         self.pcm = c_void_p()
-        library.snd_config_update_free_global()  # PCMs may have been added within the second that the files are dated by
+        library.snd_config_update_free_global()  # file dates have a resolution of a second
         call("open", byref(self.pcm), name.encode(), PLAYBACK, 0)
 
     def configure(self, rate, bits=16, period=1024, access=RW_INTERLEAVED, channels=2, sample_format=None):
-        """Chooses everything exactly, and prepares."""
+        """Sets all parameters exactly."""
         self.bits, self.access = bits, access
         parameters = c_void_p()
         call("hw_params_malloc", byref(parameters))
@@ -65,32 +65,32 @@ class Player:
             library.snd_pcm_hw_params_free(parameters)
 
     def memory(self, samples):
-        """The bytes of samples that are left-aligned in 32 bits."""
+        """The bytes of left-aligned 32-bit samples in the width of the PCM."""
         wide = numpy.ascontiguousarray(samples, "<i4").view(numpy.uint8).reshape(*samples.shape, 4)
         return numpy.ascontiguousarray(wide[..., 4 - self.bits // 8 :])
 
     def play(self, stereo, sizes):
-        """Writes frames in the sizes given, again and again."""
+        """Writes frames in repeating sizes."""
         done = turn = 0
         while done < len(stereo):
-            piece = stereo[done : done + sizes[turn % len(sizes)]]
+            part = stereo[done : done + sizes[turn % len(sizes)]]
             turn += 1
             if self.access == RW_NONINTERLEAVED:
-                rows = [self.memory(piece[:, channel]) for channel in range(2)]
+                rows = [self.memory(part[:, channel]) for channel in range(2)]
                 pointers = (c_void_p * 2)(*[row.ctypes.data for row in rows])
-                written = call("writen", self.pcm, pointers, len(piece))
+                written = call("writen", self.pcm, pointers, len(part))
             else:
-                memory = self.memory(piece)
+                memory = self.memory(part)
                 write = "mmap_writei" if self.access == MMAP_INTERLEAVED else "writei"
-                written = call(write, self.pcm, memory.ctypes.data, len(piece))
-            assert written == len(piece)
+                written = call(write, self.pcm, memory.ctypes.data, len(part))
+            assert written == len(part)
             done += written
 
     def drain(self):
         call("drain", self.pcm)
 
     def restart(self):
-        """Drops what is on its way, and prepares anew."""
+        """Drops pending frames and prepares."""
         call("drop", self.pcm)
         call("prepare", self.pcm)
 
@@ -98,12 +98,12 @@ class Player:
         call("pause", self.pcm, c_int(paused))
 
     def channel_map(self):
-        """The map that holds."""
+        """The current channel map."""
         found = library.snd_pcm_get_chmap(self.pcm)
         return found[1 : 1 + found[0]]
 
     def channel_maps(self):
-        """The maps that there are: type and channels of each."""
+        """All channel maps: type and channels of each."""
         found = library.snd_pcm_query_chmaps(self.pcm)
         listed = itertools.takewhile(bool, (found[i] for i in itertools.count()))
         maps = [(one[0], one[2 : 2 + one[1]]) for one in listed]
@@ -115,12 +115,12 @@ class Player:
 
 
 def flushed(stereo):
-    """The signal and as much silence as brings it out."""
+    """The signal with silence that flushes the tail."""
     return numpy.concatenate([stereo, numpy.zeros((LATENCY, 2), stereo.dtype)])
 
 
 class Test:
-    """Signals by width and rate, and the count of what has been compared."""
+    """Signals by width and rate, and the number of compared samples."""
 
     def __init__(self, module, directory):
         self.setup = Setup(module, directory)
@@ -129,14 +129,14 @@ class Test:
         self.measured = None
 
     def signal(self, rate, bits, frames=50000):
-        """Samples, and the file that the command reads."""
+        """The samples, and a file with them for the command."""
         samples = known_signal(frames, bits)
         source = self.directory / f"{rate}-{bits}.wav"
         write_stereo(source, samples, rate, bits)
         return samples, source
 
     def equal(self, name, bits, expected, what):
-        """The end of what was played is what is expected, sample by sample; the frame at which it begins."""
+        """Expects these samples at the end of the recording. Returns the frame at which they begin."""
         played = self.setup.played(name, bits)
         assert len(played) >= len(expected), (what, len(played), len(expected))
         begin = len(played) - len(expected)
@@ -147,7 +147,7 @@ class Test:
 
 
 def check_formats(test):
-    """Three rates, three widths, two layouts, odd periods and sizes, every way of writing."""
+    """Three rates, three widths, two layouts, odd periods and sizes, every access type."""
     turn = 0
     for layout in CHANNELS:
         for rate in (44100, 48000, 96000):
@@ -158,7 +158,7 @@ def check_formats(test):
                 name = test.setup.add(f"format{turn}", layout)
                 samples, source = test.signal(rate, bits)
                 player = Player(name)
-                assert player.channel_maps() == [(FIXED, [FRONT_LEFT, FRONT_RIGHT])], "asked before anything is chosen"
+                assert player.channel_maps() == [(FIXED, [FRONT_LEFT, FRONT_RIGHT])], "before the parameters are set"
                 player.configure(rate, bits, period, access)
                 assert player.channel_map() == [FRONT_LEFT, FRONT_RIGHT]
                 assert player.channel_maps() == [(FIXED, [FRONT_LEFT, FRONT_RIGHT])]
@@ -171,7 +171,7 @@ def check_formats(test):
 
 
 def check_end(test):
-    """What drain means: the plug-in is not told, so that the last frames stay in it; they come out with silence."""
+    """Drain does not call the plug-in, so its last frames stay inside without silence after them."""
     samples, source = test.signal(48000, 16)
     name = test.setup.add("end")
     player = Player(name)
@@ -183,7 +183,7 @@ def check_end(test):
 
 
 def check_restart(test):
-    """Dropped in the middle and prepared anew, nothing of before is left; so after drain and prepare."""
+    """Drop and prepare clear the signal, and so do drain and prepare."""
     samples, source = test.signal(48000, 16)
     for how in ("drop", "drain"):
         name = test.setup.add(f"after_{how}")
@@ -202,7 +202,7 @@ def check_restart(test):
 
 
 def check_pause(test):
-    """Paused and let go again, nothing is lost of what was on its way, and nothing added."""
+    """Pauses neither lose nor add frames."""
     samples, source = test.signal(48000, 16)
     name = test.setup.add("paused")
     player = Player(name)
@@ -236,7 +236,7 @@ def check_other_parameters(test):
 
 
 def check_two(test):
-    """Two PCMs of one program, turn by turn, each with a signal of its own."""
+    """Two PCMs of one program, alternating, with different signals."""
     samples, source = test.signal(48000, 16)
     other = test.directory / "other.wav"
     write_stereo(other, samples[::-1], 48000, 16)
@@ -254,7 +254,7 @@ def check_two(test):
 
 
 def check_flush_to_zero(test):
-    """The same samples in a thread that flushes subnormal numbers to zero, which stays as it was."""
+    """Flush-to-zero in the thread changes no sample, and stays set."""
     samples = known_signal(20000, 32)
     signal = numpy.concatenate([samples, numpy.zeros((48000, 2), samples.dtype), samples])
     source = test.directory / "decay.wav"
@@ -265,20 +265,20 @@ def check_flush_to_zero(test):
         player.configure(48000, 32)
         assert mode.holds()
         player.play(flushed(signal), [480])
-        assert mode.holds(), "the program's mode is put back"
+        assert mode.holds(), "the thread's mode is restored"
         player.drain()
         player.close()
     test.equal(name, 32, test.setup.expected(name, source), "flush-to-zero")
 
 
 def check_fields(test):
-    """Off, mode and gain, as the command's; what is wrong does not open."""
+    """Bypass, mode and gain equal those of the command; wrong values are refused."""
     samples, source = test.signal(48000, 24)
     for fields, options in (
         ("enabled false", ["--bypass"]),
-        ("mode 2", ["--mode", "2"]),
+        ("mode calm", ["--mode", "calm"]),
         ("gain -6.5", ["--gain", "-6.5"]),
-        ("enabled true mode 1 gain 3", ["--gain", "3"]),
+        ("enabled true mode fast gain 3", ["--gain", "3"]),
     ):
         name = test.setup.add("fields" + "".join(c for c in fields if c.isalnum()), "5.1", fields)
         player = Player(name)
@@ -288,7 +288,7 @@ def check_fields(test):
         player.close()
         test.equal(name, 24, test.setup.expected(name, source, options=options), fields)
 
-    for number, fields in enumerate(("gain 19", "gain loud", "mode 3", "enabled maybe", "delay 1")):
+    for number, fields in enumerate(("gain 19", "gain loud", "mode 2", "enabled maybe", "delay 1")):
         name = test.setup.add(f"wrong{number}", fields=fields)
         refused(lambda name=name: Player(name), fields)
     name = test.setup.add("wrong_layout", "7.1")
@@ -297,7 +297,7 @@ def check_fields(test):
     refused(lambda: Player("slaveless"), "no slave")
 
     player = Player(test.setup.add("refusing"))
-    refused(lambda: player.configure(22050), "a rate that the engine has not")
+    refused(lambda: player.configure(22050), "an unsupported rate")
     refused(lambda: player.configure(48000, channels=1), "one channel")
     refused(lambda: player.configure(48000, sample_format=FLOAT_LE), "floats")
     player.configure(48000)
@@ -313,7 +313,7 @@ def refused(action, what):
 
 
 def check_ten_minutes(test):
-    """Nothing lost in ten minutes."""
+    """Ten minutes without a lost sample."""
     samples = numpy.tile(known_signal(60 * 48000 + 7, 16, seed=3), (10, 1))
     source = test.directory / "long.wav"
     write_stereo(source, samples, 48000, 16)

@@ -1,4 +1,4 @@
-"""What the tests of the ALSA plug-in share: a configuration with PCMs of type tarn, and what they give to a file."""
+"""Configurations with PCMs of type tarn that play into files, for the tests of the ALSA plug-in."""
 
 import os
 from pathlib import Path
@@ -11,7 +11,7 @@ CHANNELS = {"3.0": (0, 1, 2), "5.1": (0, 1, 4, 5, 2, 3)}  # where ALSA's order f
 
 
 class Setup:
-    """PCMs by name, found by the programs that are started and by this one."""
+    """PCMs by name, for this program and its child processes."""
 
     def __init__(self, module, directory):
         self.directory = Path(directory)
@@ -22,7 +22,7 @@ class Setup:
         self.file = file
 
     def add(self, name, layout="3.0", fields=""):
-        """A PCM of type tarn that plays into a file, as fast as it is played to."""
+        """Adds a PCM of type tarn that plays into a file without a clock."""
         output = self.directory / f"{name}.raw"
         self.text += f'pcm.{name}_file {{ type file slave.pcm null file "{output}" format raw }}\n'
         self.text += f'pcm.{name} {{ type tarn slave.pcm {name}_file layout "{layout}" {fields} }}\n'
@@ -35,13 +35,13 @@ class Setup:
         self.file.write_text(self.text)
 
     def played(self, name, bits):
-        """[frames, channels] of the file, left-aligned in 32 bits."""
+        """The file as [frames, channels], left-aligned in 32 bits."""
         data = numpy.fromfile(self.directory / f"{name}.raw", numpy.uint8).reshape(-1, bits // 8)
         samples = numpy.zeros((len(data), 4), numpy.uint8)
         samples[:, 4 - bits // 8 :] = data
         return samples.view("<i4").reshape(-1, len(CHANNELS[self.layouts[name]]))
 
     def expected(self, name, source, bits=None, options=()):
-        """What the command makes of a file, in ALSA's order."""
+        """The output of the command for a file, in ALSA's channel order."""
         layout = self.layouts[name]
         return command_output(source, self.directory, layout, bits, options)[:, CHANNELS[layout]]

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Plays a known signal through the ALSA plug-in with a program: alsa_test.py HOST MODULE, where the host is aplay, ffmpeg,
-mpv or sox. Integers all the way, so every sample has to be the command's.
+"""Plays a known signal through the ALSA plug-in with a program: alsa_test.py HOST MODULE. HOST is aplay, ffmpeg, mpv
+or sox. The whole path has integers, so every sample has to equal the command's.
 """
 
 from pathlib import Path
@@ -36,9 +36,9 @@ PLAYERS = {
     "sox": lambda pcm, bits, file: ["sox", "-q", "-D", file, "-t", "alsa", "-b", str(bits), pcm],
 }
 NAMES = {"aplay": "aplay", "ffmpeg": "FFmpeg", "mpv": "mpv", "sox": "SoX"}
-# FFmpeg and mpv have no packed 24 bits; SoX 14.4 plays what its own 32 bits are.
+# FFmpeg and mpv have no packed 24 bits.
 WIDTHS = {"aplay": (16, 24, 32), "ffmpeg": (16, 32), "mpv": (16, 32), "sox": (16, 24, 32)}
-# What no layer knows of: two seconds of 48 kHz and something odd.
+# About two seconds at 48 kHz; not a multiple of any buffer size.
 FRAMES = 96321
 
 
@@ -47,10 +47,10 @@ def play(host, pcm, bits, file):
 
 
 def check_messages(setup):
-    """What is wrong in a configuration is said in a sentence."""
+    """A wrong configuration is refused with a message."""
     for fields, message in (
         ("gain 19", "tarn: gain has to be -60 to 18, in dB"),
-        ("mode 3", "tarn: mode has to be 1 (steering is followed fast) or 2 (calmer)"),
+        ("mode slow", "tarn: mode has to be fast or calm"),
         ("enabled maybe", "tarn: enabled has to be true or false"),
         ("gian 3", "tarn: there is no field gian; there are slave, layout, enabled, mode and gain"),
     ):
@@ -68,7 +68,7 @@ def check_messages(setup):
 
 
 def check_plug(setup):
-    """Behind ALSA's own conversions any file plays: what the engine takes stays exact, another rate is converted."""
+    """With ALSA's plug any file plays: supported formats stay exact, other rates are converted."""
     name = setup.add("behind")
     setup.add_text(f"pcm.any {{ type plug slave {{ pcm {name} rate 48000 }} }}")
     samples = known_signal(FRAMES, 32)
@@ -85,8 +85,8 @@ def check_plug(setup):
 
 
 def check_page(setup):
-    """The configurations that the page gives to paste, with stubs in place of the hardware: what is played to tarn and
-    to the default is upmixed, and the default still records.
+    """The configurations of docs/hosts/alsa.md, with stubs for the hardware: audio for tarn and for the default
+    device is upmixed, and the default device still records.
     """
     page = (Path(__file__).parents[2] / "docs/hosts/alsa.md").read_text()
     (tarn,) = re.findall(r"^echo '(pcm\.tarn .*)' >> ~/\.asoundrc$", page, re.MULTILINE)
@@ -124,7 +124,7 @@ def main():
                     source, played = setup.directory / "source.wav", setup.directory / "played.wav"
                     samples = known_signal(FRAMES, bits)
                     write_stereo(source, samples, rate, bits)
-                    silence = numpy.zeros((LATENCY, 2), samples.dtype)  # brings the end out
+                    silence = numpy.zeros((LATENCY, 2), samples.dtype)  # flushes the tail
                     write_stereo(played, numpy.concatenate([samples, silence]), rate, bits)
                     name = setup.add(f"tarn{layout[0]}_{rate}_{bits}", layout)
                     play(host, name, bits, played)
@@ -134,7 +134,7 @@ def main():
                     assert measured == LATENCY, (layout, rate, bits, measured)
                     differing = numpy.count_nonzero(result[measured : measured + FRAMES] != expected)
                     assert differing == 0, f"{layout}, {rate} Hz, {bits} bits: {differing} samples differ"
-                    # Programs may fill their last period with silence, and lose nothing.
+                    # Programs may fill their last period with silence.
                     assert len(result) >= LATENCY + FRAMES, (layout, rate, bits, len(result))
                     compared += expected.size
         if host == "aplay":

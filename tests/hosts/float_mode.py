@@ -1,4 +1,4 @@
-"""Floating-point modes that hosts put their threads in."""
+"""Sets the floating-point mode of a thread."""
 
 import ctypes
 import platform
@@ -7,9 +7,9 @@ import numpy
 
 
 class FlushToZero:
-    """The calling thread with flush-to-zero and denormals-are-zero, set through what fegetenv and fesetenv carry."""
+    """Sets flush-to-zero and denormals-are-zero in the calling thread with fegetenv and fesetenv."""
 
-    # Where the control word of the vector unit is in fenv_t, and the bits.
+    # Offset of the control word of the vector unit in fenv_t, and its bits.
     PLACES = {"x86_64": (28, 0x8040), "aarch64": (0, 1 << 24)}
 
     def __init__(self):

@@ -1,9 +1,17 @@
-# GStreamer: the element pad by pad, also under valgrind; then whole pipelines.
+# GStreamer: the element alone, also under valgrind; then whole pipelines.
 find_package(GTest REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(gstreamer_check REQUIRED IMPORTED_TARGET gstreamer-check-1.0>=1.22 gstreamer-audio-1.0
                   gstreamer-controller-1.0)
-add_executable(gstreamer_element_test gstreamer_element_test.cpp)
+add_executable(
+  gstreamer_element_test
+  gstreamer/caps_test.cpp
+  gstreamer/failures_test.cpp
+  gstreamer/main.cpp
+  gstreamer/messages_test.cpp
+  gstreamer/properties_test.cpp
+  gstreamer/signal_test.cpp
+  gstreamer/time_test.cpp)
 target_link_libraries(gstreamer_element_test PRIVATE tarn_options zrk_tarn GTest::gtest PkgConfig::gstreamer_check)
 
 host_test(gstreamer-element gstreamer_element_test.py $<TARGET_FILE:gstreamer_element_test> $<TARGET_FILE:gsttarn>)

@@ -17,24 +17,24 @@ FRAMES = 100003
 
 
 def launch(*pipeline):
-    """Runs a pipeline to its end, as a user does."""
+    """Runs a pipeline to its end."""
     subprocess.run(["gst-launch-1.0", "--quiet", *" ".join(map(str, pipeline)).split()], check=True, timeout=120)
 
 
 def same(found, expected):
-    """The number of samples, all of which have to be equal."""
+    """Expects equal samples and returns their number."""
     assert found.shape == expected.shape, f"{found.shape} frames and slots instead of {expected.shape}"
     assert numpy.array_equal(found, expected), "samples differ"
     return found.size
 
 
 def raw_samples(path, channels, bits=16):
-    """[frames, channels] of a file without a header, left-aligned in 32 bits."""
+    """Reads a raw file as [frames, channels], left-aligned in 32 bits."""
     return numpy.fromfile(path, dtype=f"<i{bits // 8}").astype(numpy.int32).reshape(-1, channels) << (32 - bits)
 
 
 def test_inspection():
-    """gst-inspect-1.0 finds all that a reader looks for, and no warning is written."""
+    """gst-inspect-1.0 shows the element without warnings."""
     run = subprocess.run(["gst-inspect-1.0", "tarnupmix"], check=True, capture_output=True, text=True)
     assert run.stderr == "", run.stderr
     for text in ("Filter/Converter/Audio", "none (0)", "MIT/X11", "The Tarn authors", "SINK template", "SRC template"):
@@ -42,7 +42,7 @@ def test_inspection():
 
 
 def test_installation(folder, build):
-    """What is installed below any prefix loads from there, with the library beside it."""
+    """The plug-in loads from any prefix, with the library of the same prefix."""
     for component in ("runtime", "gstreamer"):
         subprocess.run(
             ["cmake", "--install", build, "--prefix", folder / "prefix", "--component", component],
@@ -61,7 +61,7 @@ def test_installation(folder, build):
 
 
 def test_files(folder):
-    """Every width and four rates, bit for bit, in 3.0; two widths in 5.1 through FLAC."""
+    """All widths at four rates in 3.0, and two widths in 5.1 through FLAC."""
     compared = 0
     for bits in FORMATS:
         for rate in (32000, 44100, 48000, 96000):
@@ -89,7 +89,7 @@ def test_files(folder):
 
 
 def test_buffer_sizes(folder):
-    """Buffers that are no multiple of anything, and of one frame."""
+    """Odd buffer sizes, and one of a single frame."""
     source, target = folder / "16-48000.wav", folder / "element.raw"
     expected = command_output(source, folder)
     compared = 0
@@ -108,11 +108,11 @@ def test_buffer_sizes(folder):
 
 
 def test_settings(folder):
-    """Mode, gain and bypass are the command's."""
+    """Mode, gain and bypass equal those of the command."""
     source, target = folder / "24-48000.wav", folder / "element.wav"
     compared = 0
     for properties, options in (
-        ("mode=calm", ["--mode", "2"]),
+        ("mode=calm", ["--mode", "calm"]),
         ("make-up-gain=-2.5", ["--gain", "-2.5"]),
         ("bypass=true", ["--bypass"]),
     ):
@@ -124,7 +124,7 @@ def test_settings(folder):
 
 
 def test_floats(folder):
-    """Floats, compared with 32 bits rounded to floats: the number of samples."""
+    """Floats equal 32-bit integers rounded to floats."""
     source, target = folder / "float.wav", folder / "element.wav"
     stereo = known_signal(FRAMES, 24)
     soundfile.write(source, stereo / 2**31, 48000, subtype="FLOAT")
@@ -135,11 +135,11 @@ def test_floats(folder):
     )
     assert soundfile.info(target).subtype == "FLOAT"
     found = soundfile.read(target)[0]
-    return same(found, command_output(source, folder, bits=32) / 2**31)  # floats are carried at that width
+    return same(found, command_output(source, folder, bits=32) / 2**31)  # the width of floats in a stream
 
 
 def test_rates_change(folder):
-    """44.1, 48 and 96 kHz one after the other through one element."""
+    """44.1, 48 and 96 kHz in sequence through one element."""
     sources = [folder / f"16-{rate}.wav" for rate in (44100, 48000, 96000, 44100)]
     target = folder / "element.raw"
     inputs = [f"filesrc location={source} ! wavparse ! queue ! joined." for source in sources]
@@ -148,7 +148,7 @@ def test_rates_change(folder):
 
 
 def play(source, target, *options):
-    """The sound of a film, as a player has it, without a header."""
+    """Plays a film and writes its audio into a raw file."""
     subprocess.run(
         [
             "gst-launch-1.0",
@@ -165,7 +165,7 @@ def play(source, target, *options):
 
 
 def test_films_with_pictures(folder):
-    """A picture beside it changes nothing: stereo keeps its length, six channels their bytes."""
+    """Films with video: stereo keeps its length, six channels their bytes."""
     for channels, mask in ((2, "0x3"), (6, "0x3f")):
         film, plain, filtered = folder / f"film{channels}.mkv", folder / "plain.raw", folder / "filtered.raw"
         launch(
@@ -186,7 +186,7 @@ def test_films_with_pictures(folder):
 
 
 def test_films(folder):
-    """playbin with the element as its filter: stereo is upmixed, everything else comes through as it is."""
+    """playbin with the element as its filter: stereo is upmixed, other audio passes unchanged."""
     stereo = known_signal(FRAMES, 16)
     compared = 0
     for name, samples, rate in (
@@ -206,12 +206,12 @@ def test_films(folder):
 
 
 def test_ten_minutes(folder):
-    """Ten minutes of audio, compared piece by piece; returns samples, too."""
+    """Ten minutes of audio."""
     source, target, expected = (folder / f"long-{name}.wav" for name in ("in", "element", "command"))
-    piece = known_signal(20 * 44100, 16)
+    part = known_signal(20 * 44100, 16)
     with soundfile.SoundFile(source, "w", 44100, 2, "PCM_16") as file:
         for _ in range(30):
-            file.write(piece)
+            file.write(part)
     launch(f"filesrc location={source}", f"! wavparse ! tarnupmix ! wavenc ! filesink location={target}")
     subprocess.run([os.environ["TARN"], "upmix", "--quiet", source, expected], check=True)
     compared = 0
@@ -223,7 +223,7 @@ def test_ten_minutes(folder):
 
 
 class Pipeline:
-    """A pipeline that is driven by hand; its appsink is named out, its element upmix."""
+    """A pipeline with an appsink named out and an element named upmix."""
 
     def __init__(self, gst, description):
         self.gst = gst
@@ -232,25 +232,25 @@ class Pipeline:
         self.upmix = self.bin.get_by_name("upmix")
 
     def to(self, state):
-        """Waits until the state is reached."""
+        """Changes the state and waits for it."""
         self.bin.set_state(state)
         result = self.bin.get_state(20 * self.gst.SECOND)[0]
         assert result in (self.gst.StateChangeReturn.SUCCESS, self.gst.StateChangeReturn.NO_PREROLL), result
 
     def rest(self):
-        """The frames up to the end, and the time of the first of them."""
-        pieces, begin = [], None
+        """The remaining frames, and the time of the first one."""
+        buffers, begin = [], None
         while (sample := self.out.emit("try-pull-sample", 20 * self.gst.SECOND)) is not None:
             buffer = sample.get_buffer()
             begin = buffer.pts if begin is None else begin
-            pieces.append(buffer.extract_dup(0, buffer.get_size()))
+            buffers.append(buffer.extract_dup(0, buffer.get_size()))
         assert self.out.get_property("eos"), "the pipeline stopped before its end"
-        samples = numpy.frombuffer(b"".join(pieces), "<i2").astype(numpy.int32).reshape(-1, 3) << 16
+        samples = numpy.frombuffer(b"".join(buffers), "<i2").astype(numpy.int32).reshape(-1, 3) << 16
         return samples, begin
 
 
 def of_file(source, waiting=0):
-    """A pipeline's description, for a WAV file; so many buffers wait to be pulled, or all."""
+    """The description of a pipeline for a WAV file. The appsink holds up to waiting buffers, or all if 0."""
     return (
         f"filesrc location={source} ! wavparse ! tarnupmix name=upmix ! "
         f"appsink name=out sync=false max-buffers={waiting}"
@@ -258,7 +258,7 @@ def of_file(source, waiting=0):
 
 
 def test_seeking(gst, folder):
-    """After a seek comes what the rest of the file gives by itself, at its time."""
+    """The output after a seek equals that of the rest of the file, at its time."""
     source = folder / "16-48000.wav"
     stereo = read_samples(source)[0]
     pipeline = Pipeline(gst, of_file(source, waiting=4))
@@ -279,7 +279,7 @@ def test_seeking(gst, folder):
 
 
 def test_segment_seek(gst, folder):
-    """A segment ends with its tail, before the segment that follows it without a flush."""
+    """A segment ends with its tail, before the next segment without a flush."""
     source = folder / "16-48000.wav"
     stereo = read_samples(source)[0]
     pipeline = Pipeline(gst, of_file(source))
@@ -307,9 +307,9 @@ def test_segment_seek(gst, folder):
 
 
 def test_latency(gst):
-    """The pipeline of a live source is told of 1024 frames more; returns what it is told and what it takes."""
+    """A live pipeline has 1024 frames more latency. Returns the reported and the measured latency."""
 
-    def told(element):
+    def reported_latency(element):
         pipeline = Pipeline(
             gst,
             "audiotestsrc is-live=true ! audio/x-raw,rate=48000,channels=2,format=S16LE ! "
@@ -318,15 +318,15 @@ def test_latency(gst):
         pipeline.to(gst.State.PLAYING)
         query = gst.Query.new_latency()
         assert pipeline.bin.query(query)
-        live, least, _ = query.parse_latency()
+        live, minimum, _ = query.parse_latency()
         assert live
         pipeline.to(gst.State.NULL)
-        return least
+        return minimum
 
-    own = round((told("tarnupmix") - told("identity")) * 48000 / gst.SECOND)
+    own = round((reported_latency("tarnupmix") - reported_latency("identity")) * 48000 / gst.SECOND)
     assert own == LATENCY, own
 
-    # How far the output lies behind the input when it has come out.
+    # Frames of input minus frames of output, after each output buffer.
     pipeline = Pipeline(
         gst,
         "audiotestsrc num-buffers=100 samplesperbuffer=64 ! audio/x-raw,rate=48000,channels=2,"
@@ -347,12 +347,12 @@ def test_latency(gst):
     pipeline.to(gst.State.PLAYING)
     assert pipeline.bin.get_bus().timed_pop_filtered(20 * gst.SECOND, gst.MessageType.EOS)
     pipeline.to(gst.State.NULL)
-    assert behind == {LATENCY, 0}, behind  # while it runs, and when the tail is out
+    assert behind == {LATENCY, 0}, behind  # while it runs, and after the tail
     return own, max(behind)
 
 
 def test_messages(gst, folder):
-    """The meters on the pipeline's bus, ten a second."""
+    """Ten meter messages per second on the pipeline's bus."""
     source = folder / "16-48000.wav"
     pipeline = Pipeline(
         gst, f"filesrc location={source} ! wavparse ! tarnupmix name=upmix post-messages=true ! " "fakesink name=out"

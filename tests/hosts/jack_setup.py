@@ -1,7 +1,7 @@
-"""The LV2 plug-in in jalv, under a JACK server of the test's own (LV2_PATH says where the bundle is).
+"""Runs the LV2 plug-in in jalv under a separate JACK server. LV2_PATH names the folder of the bundle.
 
-The server has no sound card and runs free, cycle by cycle, as fast as everybody is done: no sample depends on the
-machine's speed. A client plays into jalv, another records what jalv gives, and beside it what the first one plays.
+The server has no sound card and is in freewheel mode, so no sample depends on the machine's speed. One client plays
+into jalv, another one records the output of jalv and of the first client.
 """
 
 import contextlib
@@ -16,7 +16,7 @@ import numpy
 
 from host_test import LATENCY
 
-PATIENCE = 60  # seconds of the clock, for anything to happen
+TIMEOUT = 60  # seconds
 AUDIO = b"32 bit float mono audio"
 IS_INPUT, IS_OUTPUT, NO_START_SERVER = 1, 2, 1
 CONNECTED_ALREADY = 17  # errno
@@ -50,7 +50,7 @@ for name, result, arguments in (
 
 
 class Client:
-    """A client with ports of one direction; cycle(buffers) is called with their samples."""
+    """A client with ports of one direction. Calls cycle(buffers) with their samples."""
 
     def __init__(self, name, direction, ports, cycle):
         self.handle = library.jack_client_open(name.encode(), NO_START_SERVER, None)
@@ -68,7 +68,7 @@ class Client:
 
 
 class Tape:
-    """What is played, from the moment that it runs, and what is recorded meanwhile."""
+    """Plays a signal and records while running is set."""
 
     def __init__(self, signal):
         self.signal, self.position, self.running = signal, 0, False
@@ -90,8 +90,8 @@ class Tape:
 
 
 def wait_for(condition, what):
-    """Until it is so."""
-    limit = time.monotonic() + PATIENCE
+    """Waits until the condition is true."""
+    limit = time.monotonic() + TIMEOUT
     while not condition():
         assert time.monotonic() < limit, what
         time.sleep(0.005)
@@ -99,7 +99,7 @@ def wait_for(condition, what):
 
 @contextlib.contextmanager
 def running(*command, log):
-    """A program that waits for input and is ended behind the block."""
+    """Runs a program with an open standard input during the block."""
     with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=log, stderr=log, text=True, bufsize=1) as process:
         try:
             yield process
@@ -107,13 +107,13 @@ def running(*command, log):
             process.terminate()
             try:
                 process.wait(10)
-            except subprocess.TimeoutExpired:  # jackd, when a client of its own is stuck
+            except subprocess.TimeoutExpired:  # jackd with a stuck client
                 process.kill()
 
 
 @contextlib.contextmanager
 def shown_if_it_fails():
-    """A file for what programs say, printed where something goes wrong."""
+    """A log file that is printed after an error."""
     with tempfile.TemporaryFile("w+") as log:
         try:
             yield log
@@ -124,9 +124,11 @@ def shown_if_it_fails():
 
 
 def jalv_output(rate, sizes, signal, lines=()):
-    """Plays a signal, [frames, 2] floats, through jalv in cycles of the first size, which becomes the second; lines are
-    what jalv is told after a part of the signal. Returns what jalv gave, [frames, 3], and what was played, [frames, 2],
-    both from the first frame of the signal on, and the latency that jalv told JACK, in frames."""
+    """Plays a signal, [frames, 2] floats, through jalv. The cycles have sizes[0] frames at first and sizes[1] while
+    playing. lines are pairs of a position, 0 to 1, and a command for jalv. Returns the output of jalv, [frames, 3],
+    and the played samples, [frames, 2], both from the first frame of the signal on, and the latency that jalv
+    reports, in frames.
+    """
     server = f"tarn{os.getpid()}x{rate}x{sizes[0]}"
     os.environ["JACK_DEFAULT_SERVER"] = server
     os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"
@@ -148,16 +150,16 @@ def jalv_output(rate, sizes, signal, lines=()):
             assert library.jack_set_freewheel(player.handle, 1) == 0
             tape.running = True
             for part, line in lines:
-                wait_for(lambda: tape.position > part * len(signal), "the player stands still")
+                wait_for(lambda: tape.position > part * len(signal), "the player stopped")
                 jalv.stdin.write(line + "\n")
-            wait_for(lambda: tape.position == len(signal), "the player does not come to its end")
+            wait_for(lambda: tape.position == len(signal), "the player does not finish")
             end = tape.length()
-            wait_for(lambda: tape.length() > end + 2 * LATENCY, "the recorder stands still")
+            wait_for(lambda: tape.length() > end + 2 * LATENCY, "the recorder stopped")
             tape.running = False
             assert library.jack_set_freewheel(player.handle, 0) == 0
-            told = (c_uint32 * 2)()
+            reported = (c_uint32 * 2)()
             library.jack_port_get_latency_range(
-                library.jack_port_by_name(player.handle, b"tarn:out_centre"), PLAYBACK, told
+                library.jack_port_by_name(player.handle, b"tarn:out_centre"), PLAYBACK, reported
             )
             for client in (player, recorder):
                 library.jack_client_close(client.handle)
@@ -166,5 +168,5 @@ def jalv_output(rate, sizes, signal, lines=()):
     played = recording[:, 3:]
     start = int(numpy.flatnonzero(played.any(axis=1))[0] - numpy.flatnonzero(signal.any(axis=1))[0])
     assert numpy.array_equal(played[start : start + len(signal)], signal), "cycles were lost"
-    assert told[0] == told[1], tuple(told)
-    return recording[start:, :3], played[start:], told[0]
+    assert reported[0] == reported[1], tuple(reported)
+    return recording[start:, :3], played[start:], reported[0]

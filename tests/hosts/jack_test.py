@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""JACK, with the LV2 plug-in in jalv as docs/hosts/jack.md has it: switched off and on again by a line on jalv's input
-while it plays, and with another buffer size than it began with. With TARN_SOAK_MINUTES in the environment, for as long.
+"""The LV2 plug-in in jalv under JACK, as in docs/hosts/jack.md: bypassed for a while by commands to jalv, after a
+change of the buffer size. Plays for TARN_SOAK_MINUTES minutes if the environment sets them.
 """
 
 import os
@@ -16,10 +16,10 @@ FRAMES = SECONDS * RATE + 13
 def main():
     signal = as_floats(known_signal(FRAMES, 24, seed=5))
     lines = ((0.3, "set enabled 0"), (0.6, "set enabled 1"))
-    given, played, told = jalv_output(RATE, (1024, 256), signal, lines)
+    given, played, reported = jalv_output(RATE, (1024, 256), signal, lines)
     difference, measured = off_and_on(given, played, RATE)
-    assert told == measured == LATENCY, (told, measured)
-    passed(Row(f"JACK: jalv, off and on, {SECONDS} s", given.size, difference, 24, f"{told} frames", measured))
+    assert reported == measured == LATENCY, (reported, measured)
+    passed(Row(f"JACK: jalv, off and on, {SECONDS} s", given.size, difference, 24, f"{reported} frames", measured))
 
 
 main()

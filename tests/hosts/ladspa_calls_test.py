@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Loads the LADSPA plug-in as hosts do and calls it in every way that they may: ladspa_calls_test.py PLUGIN.
+"""Loads the LADSPA plug-in and calls it with all sequences that LADSPA allows: ladspa_calls_test.py PLUGIN.
 
-The plug-in carries floats of a 32-bit engine; every sample has to be what the command writes with 32 bits, rounded to a
-float. The descriptor is read through the types of ladspa.h.
+The plug-in converts floats to 32-bit integers and back: every sample has to equal the command's output at 32 bits,
+rounded to a float. The descriptor is read with the types of ladspa.h.
 """
 
 import ctypes
@@ -20,7 +20,7 @@ IN, OUT, CONTROL, AUDIO = 1, 2, 4, 8  # LADSPA_PORT_...
 INPLACE_BROKEN, HARD_RT_CAPABLE = 2, 4  # LADSPA_PROPERTY_...
 FADE = 1024  # frames of a crossfade
 NAN = float("nan")
-GUARD = numpy.float32(-123.25)  # what memory around buffers holds
+GUARD = numpy.float32(-123.25)  # the value of memory around buffers
 
 
 class Hint(ctypes.Structure):
@@ -57,7 +57,7 @@ Descriptor._fields_ = [
 
 
 def descriptors_of(plugin):
-    """The descriptors by label."""
+    """The descriptors of the plug-ins, by label."""
     function = ctypes.CDLL(plugin, mode=ctypes.DEFAULT_MODE).ladspa_descriptor
     function.restype = POINTER(Descriptor)
     function.argtypes = [c_ulong]
@@ -69,7 +69,7 @@ def descriptors_of(plugin):
 
 
 class Instance:
-    """An instance in a host, its ports found by what they are."""
+    """An instance with its ports, found by their descriptors."""
 
     def __init__(self, descriptor, rate):
         self.calls = descriptor
@@ -88,10 +88,10 @@ class Instance:
         descriptor.activate(self.handle)
 
     def run(self, stereo, sizes, in_place=False, before_run=lambda frame: None):
-        """[frames, 3] floats for [frames, 2], in runs of the sizes given, again and again."""
+        """Processes [frames, 2] floats into [frames, 3], in runs of repeating sizes."""
         result = numpy.empty((len(stereo), len(self.outputs)), numpy.float32)
         room = max(sizes)
-        # Every port has memory just as large as a run, between guards.
+        # Each port has memory of exactly one run, between guards.
         memory = numpy.full((6, room + 2), GUARD, numpy.float32)
         done = turn = 0
         while done < len(stereo):
@@ -113,11 +113,11 @@ class Instance:
         return result
 
     def connect(self, port, memory, row):
-        """Connects an audio port to a row, behind its guard."""
+        """Connects an audio port to a row, after its guard."""
         self.calls.connect_port(self.handle, port, memory[row, 1:].ctypes.data)
 
     def restart(self):
-        """As hosts do between two songs; there is no deactivate to call."""
+        """Clears the signal, as hosts do between songs. There is no deactivate."""
         self.calls.activate(self.handle)
 
     def close(self):
@@ -125,19 +125,19 @@ class Instance:
 
 
 def flushed(stereo, frames=LATENCY):
-    """The signal and as much silence as it takes to bring it out."""
+    """The signal with silence that flushes the tail."""
     return numpy.concatenate([stereo, numpy.zeros((frames, 2), stereo.dtype)])
 
 
 class Comparison:
-    """Counts what has been compared, and keeps the delay that the port says and the one that was measured."""
+    """The number of compared samples, and the reported and the measured delay."""
 
     def __init__(self):
         self.samples = 0
         self.reported = self.measured = None
 
     def equal(self, result, expected, what):
-        """Every sample; before them come silence for a block and what the filters let through early."""
+        """Expects these samples after the latency, and silence in the first block."""
         self.measured = position_of(result[:6000], as_floats(expected[:4000]))
         assert self.measured == LATENCY, (what, self.measured)
         assert result.shape == (len(expected) + LATENCY, 3), what
@@ -151,37 +151,37 @@ def check_descriptors(descriptors):
     assert list(descriptors) == ["tarn_upmix", "tarn_upmix_3"]
     assert len({d.id for d in descriptors.values()}) == 2
     for label, descriptor in descriptors.items():
-        assert descriptor.properties == HARD_RT_CAPABLE, "safe in place, no real-time dependency"
+        assert descriptor.properties == HARD_RT_CAPABLE, "in-place capable, no real-time dependency"
         assert descriptor.id < 1000
         kinds = [descriptor.ports[i] for i in range(descriptor.port_count)]
         assert kinds.count(IN | AUDIO) == (3 if label.endswith("_3") else 2)
         assert kinds.count(OUT | AUDIO) == 3
-        assert not descriptor.deactivate, "if there were one, these tests would have to call it"
+        assert not descriptor.deactivate, "the tests call no deactivate"
         for rate in (0, 8000, 22050, 47999, 384000, 2**32 + 48000):
             assert not descriptor.instantiate(ctypes.byref(descriptor), rate), rate
 
 
 def check_sizes(descriptor, stereo, expected, rate, comparison):
-    """Odd and changing sizes, runs of nothing, in place or not; one instance, activated anew for each."""
+    """Odd and changing sizes, runs without frames, in place or not; one instance, activated before each."""
     instance = Instance(descriptor, rate)
     for sizes in ([64], [1], [37], [100], [1024], [0, 1, 63, 0, 65, 4096, 2, 7], [len(stereo) + LATENCY]):
         for in_place in (False, True):
             result = instance.run(flushed(stereo), sizes, in_place)
             comparison.equal(result, expected, f"{rate} Hz, runs of {sizes}, in place: {in_place}")
-            instance.run(stereo[:777], [100])  # what is left inside must be gone
+            instance.run(stereo[:777], [100])  # activation has to clear these
             instance.restart()
     comparison.reported = int(instance.latency.value)
     instance.close()
 
 
 def check_unconnected(descriptor, stereo, expected, comparison):
-    """A host that connects audio only has the defaults."""
+    """Unconnected controls have their defaults."""
     handle = descriptor.instantiate(ctypes.byref(descriptor), 48000)
     signal = numpy.ascontiguousarray(flushed(stereo).T)
     result = numpy.empty((3, signal.shape[1]), numpy.float32)
     for port, row in enumerate([*signal, *result]):
         descriptor.connect_port(handle, port, row.ctypes.data)
-    descriptor.connect_port(handle, 1000, signal.ctypes.data)  # there is no such port
+    descriptor.connect_port(handle, 1000, signal.ctypes.data)  # no such port
     descriptor.activate(handle)
     descriptor.run(handle, signal.shape[1])
     descriptor.cleanup(handle)
@@ -189,7 +189,7 @@ def check_unconnected(descriptor, stereo, expected, comparison):
 
 
 def check_two_instances(descriptors, stereo, expected, comparison):
-    """Two at once, turn by turn, with other signals and sizes."""
+    """Two instances, alternating, with different signals and sizes."""
     first, second = (Instance(descriptors[label], 48000) for label in descriptors)
     other = []
 
@@ -206,7 +206,7 @@ def check_two_instances(descriptors, stereo, expected, comparison):
 
 
 def check_flush_to_zero(descriptor, stereo, directory, comparison):
-    """The same samples in a thread that flushes subnormal numbers to zero, which stays as it was."""
+    """Flush-to-zero in the thread changes no sample, and stays set."""
     # The engine's filters decay through subnormal numbers in the silence.
     signal = numpy.concatenate([stereo[:20000], numpy.zeros((48000, 2), stereo.dtype), stereo[:20000]])
     write_stereo(directory / "decay.wav", signal, 48000, 24)
@@ -215,23 +215,23 @@ def check_flush_to_zero(descriptor, stereo, directory, comparison):
     with FlushToZero() as mode:
         assert mode.holds()
         result = instance.run(as_floats(flushed(signal)), [256])
-        assert mode.holds(), "the host's mode is put back"
+        assert mode.holds(), "the thread's mode is restored"
     instance.close()
     comparison.equal(result, expected, "flush-to-zero")
 
 
 def check_controls(descriptor, stereo, source, directory, comparison):
-    """Mode and make-up gain as the command's; values that no host should set do no harm."""
+    """Mode and make-up gain equal those of the command; wrong values have defined results."""
     signal = flushed(as_floats(stereo))
     for mode, gain, options in (
         (1, -6.5, ["--gain", "-6.5"]),
         (1, 3, ["--gain", "3"]),
-        (2, 0, ["--mode", "2"]),
-        (2, -60, ["--mode", "2", "--gain", "-60"]),
+        (2, 0, ["--mode", "calm"]),
+        (2, -60, ["--mode", "calm", "--gain", "-60"]),
         (NAN, NAN, []),
     ):
         instance = Instance(descriptor, 48000)
-        instance.on.value = mode  # on, or no number
+        instance.on.value = mode  # on, or NaN
         instance.mode.value, instance.gain.value = mode, gain
         expected = command_output(source, directory, bits=32, options=options)
         comparison.equal(instance.run(signal, [480]), expected, f"mode {mode}, gain {gain} dB")
@@ -245,7 +245,7 @@ def check_controls(descriptor, stereo, source, directory, comparison):
 
 
 def check_changing_gain(descriptor, signal, source, directory, comparison):
-    """Gain up and down while it plays, and what is no number: as 0 dB, and nothing of it stays."""
+    """Gain changes while playing. NaN is 0 dB and has no later effect."""
     quieter, louder = (-6.5, ["--gain", "-6.5"]), (3, ["--gain", "3"])
     changes = {0: (0, []), 12000: quieter, 24000: (0, []), 36000: louder, 48000: (NAN, [])}
     instance = Instance(descriptor, 48000)
@@ -265,15 +265,15 @@ def check_changing_gain(descriptor, signal, source, directory, comparison):
 
 
 def check_click(descriptor, stereo, expected, off_value):
-    """Off, by a value, and on again while it plays: between the upmix and the plain input, both exactly as late, lies a
-    straight fade, so that there is no step but the signal's own.
+    """Bypass for a while: a linear fade connects the upmix and the plain input, which have the same latency, so there
+    is no click.
     """
     off, on = 64 * 300, 64 * 700
     wet = numpy.zeros((len(stereo) + LATENCY, 3))
     wet[LATENCY:] = expected * 2.0**-31
     dry = numpy.zeros_like(wet)
     dry[LATENCY:, :2] = stereo * 2.0**-31
-    # A change before a run takes effect in the block that it begins, which comes out a block later.
+    # A change before a run applies to the block that starts there, which is returned one block later.
     share = numpy.interp(numpy.arange(len(wet)), [off + 63, off + 63 + FADE, on + 63, on + 63 + FADE], [1, 0, 0, 1])
     wanted = share[:, None] * wet + (1 - share[:, None]) * dry
 
@@ -285,19 +285,19 @@ def check_click(descriptor, stereo, expected, off_value):
     result = instance.run(flushed(as_floats(stereo)), [64], before_run=switch)
     instance.close()
     difference = numpy.abs(result - wanted)[LATENCY:].max() * 2**23
-    assert difference <= 1, f"{difference} steps of 24 bits beside the fade"
+    assert difference <= 1, f"{difference} steps of 24 bits from the fade"
     assert (result[off + 64 + FADE : on + 64] == dry[off + 64 + FADE : on + 64]).all()
-    assert numpy.abs(wet - dry).max() > 0.05, "the fade has something to fade"
+    assert numpy.abs(wet - dry).max() > 0.05, "precondition of this test"
 
     instance = Instance(descriptor, 48000)
     instance.on.value = off_value
     bypassed = instance.run(flushed(as_floats(stereo)), [100])
     instance.close()
-    assert (bypassed == dry).all(), "off from the beginning: left, right and silence, as late"
+    assert (bypassed == dry).all(), "bypass from the start: left, right and silence with the same latency"
 
 
 def check_ten_minutes(descriptor, directory, comparison):
-    """Nothing lost and nothing drifting in ten minutes."""
+    """Ten minutes without a lost or shifted sample."""
     minute = known_signal(60 * 48000 + 7, 24, seed=3)
     stereo = numpy.tile(minute, (10, 1))
     write_stereo(directory / "long.wav", stereo, 48000, 24)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Plays a known signal through the LADSPA plug-in in a host: ladspa_test.py HOST PLUGIN, where the host is applyplugin
-(of LADSPA's own tools), ffmpeg or sox.
+"""Plays a known signal through the LADSPA plug-in in a host: ladspa_test.py HOST PLUGIN. HOST is applyplugin (of
+LADSPA's tools), ffmpeg or sox.
 """
 
 import os
@@ -39,7 +39,7 @@ def run(*command, **options):
 
 
 def signal_and_expected(directory, rate, bits):
-    """A file of a width, and what the command makes of its samples with 32 bits, as floats do."""
+    """A file of a width, and the output of the command for its samples at 32 bits, the width of floats in a stream."""
     source = directory / f"{rate}-{bits}.wav"
     samples = known_signal(FRAMES, bits)
     write_stereo(source, samples, rate, bits)
@@ -49,7 +49,7 @@ def signal_and_expected(directory, rate, bits):
 
 
 def begin_of(result, expected, what):
-    """The frame at which a result becomes what is expected, every sample of it."""
+    """The frame at which the expected samples begin. All of them have to be equal."""
     begin = position_of(result[:6000], expected[:4000])
     result = result[begin : begin + len(expected)]
     assert result.shape == expected.shape, (what, result.shape, expected.shape)
@@ -59,7 +59,7 @@ def begin_of(result, expected, what):
 
 
 def applyplugin(directory):
-    """The tools read the descriptor, and play 16-bit files at every rate. They round down when they write."""
+    """The tools list the descriptors and play 16-bit files at every rate. They round down when they write."""
     listed = run("analyseplugin", "-l", "tarn.so").stdout
     assert [line.split()[0] for line in listed.splitlines()] == ["tarn_upmix", "tarn_upmix_3"], listed
     shown = run("analyseplugin", "tarn.so", "tarn_upmix").stdout
@@ -87,12 +87,12 @@ def applyplugin(directory):
         text=True,
         check=False,
     )
-    assert refused.returncode != 0, "a rate that the engine has not"
+    assert refused.returncode != 0, "an unsupported rate"
     return Row("LADSPA: applyplugin", compared, 0, 16, f"{reported} in the file, unused", measured)
 
 
 def filtered(source, filters, option="-af"):
-    """What FFmpeg makes of a file, without complaint: [frames, 3] floats."""
+    """The output of FFmpeg for a file, without warnings: [frames, 3] floats."""
     result = source.with_suffix(".f32")
     said = run("ffmpeg", "-v", "error", "-y", "-i", source, option, filters, "-f", "f32le", result).stderr
     assert not said, said
@@ -100,14 +100,14 @@ def filtered(source, filters, option="-af"):
 
 
 def check_change(samples, before, after, what):
-    """What is as before becomes what it is after, within a fade, and once."""
+    """Expects one change from before to after, within a fade."""
     first = int(numpy.argmin((samples == before).all(axis=1)))
     last = len(samples) - int(numpy.argmin((samples == after).all(axis=1)[::-1]))
     assert 0 < first < last <= first + FADE, (what, first, last)
 
 
 def check_commands(source, directory):
-    """FFmpeg's commands while it plays: off; and a gain that is no number, as 0 dB."""
+    """Commands of FFmpeg while playing: bypass, and a gain of NaN, which is 0 dB."""
     upmixed = as_floats(command_output(source, directory, bits=32))
     plain = as_floats(read_samples(source)[0])
     plain = numpy.column_stack([plain, 0 * plain[:, 0]])
@@ -123,7 +123,7 @@ def check_commands(source, directory):
 
 
 def check_ten_minutes(directory):
-    """Ten minutes, in calls of 37 frames, 6 and 4801 in turn: nothing is lost, and nothing drifts."""
+    """Ten minutes in calls of 37, 6 and 4801 frames, without a lost or shifted sample."""
     samples = numpy.tile(known_signal(60 * 48000 + 7, 24, seed=3), (10, 1))
     source = directory / "long.wav"
     write_stereo(source, samples, 48000, 24)
@@ -140,8 +140,8 @@ def check_ten_minutes(directory):
 
 
 def ffmpeg(directory):
-    """At every rate, with a layout that names the channels; with changes while it plays; and with the third input, where
-    the host takes the reported latency out.
+    """All rates; a layout with channel names; changes while playing; and the plug-in with three inputs, with which
+    the host compensates the latency.
     """
     compared = 0
     for rate in RATES:
@@ -168,15 +168,15 @@ def ffmpeg(directory):
 
 
 def sox_output(expected):
-    """What SoX makes of it: it has the floats as 32-bit integers, and rounds those to the 24 bits of the file. The floats
-    of quiet samples are finer than that, so that nothing but the rounding can be compared, but that exactly.
+    """The expected output of SoX: it converts the floats to 32-bit integers and rounds those to the 24 bits of the
+    file.
     """
     floats = (as_floats(expected).astype(numpy.float64) * 2.0**31).astype(numpy.int64)
     return (numpy.minimum((floats + 128) >> 8, 2**23 - 1) << 8).astype(numpy.int32)
 
 
 def sox(directory):
-    """With its own compensation of the latency and without, in calls of other sizes."""
+    """With and without SoX's compensation of the latency, in calls of different sizes."""
     compared = 0
     result = directory / "result.wav"
     for rate in RATES:
@@ -185,7 +185,7 @@ def sox(directory):
         begins = []
         for size, effects in (
             (1000, ("pad", "0", f"{LATENCY}s", "ladspa", "tarn", "tarn_upmix_3")),
-            (8192, ("ladspa", "-l", "tarn", "tarn_upmix_3", 1, 1, 0)),  # takes the reported latency out
+            (8192, ("ladspa", "-l", "tarn", "tarn_upmix_3", 1, 1, 0)),  # compensates the reported latency
         ):
             run("sox", "--buffer", size, "-D", source, "-b", 24, result, "remix", 1, 2, 0, *effects)
             samples = read_samples(result)[0]

@@ -1,3 +1,5 @@
+// The LV2 plug-in in a host built on lilv: its description, its samples and its real-time safety.
+#include "stream/gain.h"
 #include "stream/upmix_stream.h"
 #include "tests/realtime/call_guard.h"
 #include "tests/realtime/kernel_guard.h"
@@ -26,9 +28,6 @@
 #include <utility>
 #include <vector>
 
-// The LV2 plug-in as a host finds it, through lilv: what its description promises, and whatever hosts do with it. That
-// the samples are the command's is shown by lv2_test.py.
-
 namespace tests
 {
 
@@ -41,14 +40,13 @@ using zrk_tarn::StreamMeters;
 using zrk_tarn::UpmixStream;
 
 constexpr std::size_t kLatency = UpmixStream::latencyFrames();
-constexpr std::uint32_t kMostFrames = 2048;
-constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr std::uint32_t kMaxFrames = 2048;
 
 using Row = std::vector<float>;
 using Stereo = std::array<Row, 2>;
 using Upmixed = std::array<Row, 3>;
 
-/// The world that LV2_PATH shows, with our plug-in in it.
+/// The plug-ins on LV2_PATH, with this one among them.
 struct World
 {
     std::unique_ptr<LilvWorld, void (*)(LilvWorld*)> world{lilv_world_new(), lilv_world_free};
@@ -74,7 +72,7 @@ struct World
         return lilv_port_get_index(plugin, port);
     }
 
-    /// The symbol of the port that is designated as something, among ports of a class.
+    /// The symbol of the port of a class with a designation.
     std::string designated(const char* portClass, const char* designation) const
     {
         const LilvPort* const port =
@@ -89,58 +87,58 @@ const World& world()
     return theWorld;
 }
 
-/// What the plug-in has said through LV2's log.
-std::string said;
+/// The messages of the plug-in in LV2's log.
+std::string logged;
 
 LV2_URID mapUri(LV2_URID_Map_Handle /*handle*/, const char* uri)
 {
     return uri == std::string(LV2_LOG__Error) ? 7 : 1;
 }
 
-int say(LV2_Log_Handle /*handle*/, LV2_URID type, const char* format, va_list arguments)
+int logArguments(LV2_Log_Handle /*handle*/, LV2_URID type, const char* format, va_list arguments)
 {
     char text[500];
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
-    said += (type == 7 ? "error: " : "not an error: ") + std::string(text);
+    logged += (type == 7 ? "error: " : "not an error: ") + std::string(text);
     return length;
 }
 
-int sayAll(LV2_Log_Handle handle, LV2_URID type, const char* format, ...)
+int logMessage(LV2_Log_Handle handle, LV2_URID type, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const int length = say(handle, type, format, arguments);
+    const int length = logArguments(handle, type, format, arguments);
     va_end(arguments);
     return length;
 }
 
-/// What lilv makes at a rate; null where the plug-in refuses.
+/// Creates an instance at a rate; null if the plug-in refuses.
 LilvInstance* instanceAt(double rateHz)
 {
     static LV2_URID_Map map{nullptr, mapUri};
-    static LV2_Log_Log log{nullptr, sayAll, say};
+    static LV2_Log_Log log{nullptr, logMessage, logArguments};
     static const LV2_Feature features[] = {{LV2_URID__map, &map}, {LV2_LOG__log, &log}};
     static const LV2_Feature* const list[] = {&features[0], &features[1], nullptr};
     return lilv_plugin_instantiate(world().plugin, rateHz, list);
 }
 
-/// An activated instance with every port connected, as a host has it.
+/// An activated instance with all ports connected.
 class Host
 {
 public:
-    explicit Host(double rateHz = 48000) : instance_(instanceAt(rateHz), lilv_instance_free)
+    explicit Host(double rateHz = 48000) : lilv(instanceAt(rateHz), lilv_instance_free)
     {
-        if (instance_ == nullptr) throw std::runtime_error("no instance");
+        if (lilv == nullptr) throw std::runtime_error("no instance");
         std::vector<float> defaults(lilv_plugin_get_num_ports(world().plugin));
         lilv_plugin_get_port_ranges_float(world().plugin, nullptr, nullptr, defaults.data());
-        values_ = defaults;
-        for (std::uint32_t port = 0; port < values_.size(); ++port) connect(port, &values_[port]);
-        lilv_instance_activate(instance_.get());
+        values = defaults;
+        for (std::uint32_t port = 0; port < values.size(); ++port) connect(port, &values[port]);
+        lilv_instance_activate(lilv.get());
     }
 
-    void connect(std::uint32_t port, void* memory) { lilv_instance_connect_port(instance_.get(), port, memory); }
+    void connect(std::uint32_t port, void* memory) { lilv_instance_connect_port(lilv.get(), port, memory); }
 
-    /// Plays frames of rows; the outputs' memory may be that of inputs.
+    /// Runs the instance. Outputs can have the memory of inputs.
     void run(float* left, float* right, const std::array<float*, 3>& output, std::uint32_t frames)
     {
         connect(world().port("in_left"), left);
@@ -148,26 +146,26 @@ public:
         connect(world().port("out_left"), output[0]);
         connect(world().port("out_right"), output[1]);
         connect(world().port("out_centre"), output[2]);
-        lilv_instance_run(instance_.get(), frames);
+        lilv_instance_run(lilv.get(), frames);
     }
 
     void reactivate()
     {
-        lilv_instance_deactivate(instance_.get());
-        lilv_instance_activate(instance_.get());
+        lilv_instance_deactivate(lilv.get());
+        lilv_instance_activate(lilv.get());
     }
 
-    LilvInstance* instance() { return instance_.get(); }
+    LilvInstance* instance() { return lilv.get(); }
 
-    float& value(const std::string& symbol) { return values_[world().port(symbol)]; }
+    float& value(const std::string& symbol) { return values[world().port(symbol)]; }
 
 private:
-    std::unique_ptr<LilvInstance, void (*)(LilvInstance*)> instance_;
-    std::vector<float> values_;
+    std::unique_ptr<LilvInstance, void (*)(LilvInstance*)> lilv;
+    std::vector<float> values;
 };
 
-/// A source that travels, with noise.
-Stereo travelling(std::size_t frames, std::uint64_t seed = 1)
+/// A moving source with noise.
+Stereo movingSource(std::size_t frames, std::uint64_t seed = 1)
 {
     Random random(seed);
     Stereo stereo;
@@ -179,7 +177,7 @@ Stereo travelling(std::size_t frames, std::uint64_t seed = 1)
     return stereo;
 }
 
-/// What a stream of the library makes of it, set up as told.
+/// The expected output, from a stream of the library.
 Upmixed expected(
     const Stereo& stereo, std::uint32_t rateHz = 48000, const std::function<void(UpmixStream&)>& setUp = [](auto&) {})
 {
@@ -195,23 +193,23 @@ Upmixed expected(
     return upmixed;
 }
 
-/// Plays all of it through a host, in buffers of changing sizes, none included.
+/// Runs a host in buffers of random sizes, including 0.
 Upmixed played(Host& host, Stereo stereo, std::uint64_t seed = 1)
 {
     Random random(seed);
     const std::size_t frames = stereo[0].size();
     Upmixed upmixed{Row(frames), Row(frames), Row(frames)};
     for (std::size_t done = 0; done < frames;) {
-        constexpr std::uint32_t kSizes[] = {0, 1, 37, 63, 64, 65, 100, 1023, 1024, kMostFrames};
-        const std::uint32_t size = random.chance(2) ? random.oneOf(kSizes) : random.below(kMostFrames);
-        const auto some = static_cast<std::uint32_t>(std::min<std::size_t>(size, frames - done));
-        // Memory of just that size, so that anything beyond is memory that a checker sees.
+        constexpr std::uint32_t kSizes[] = {0, 1, 37, 63, 64, 65, 100, 1023, 1024, kMaxFrames};
+        const std::uint32_t size = random.chance(2) ? random.oneOf(kSizes) : random.below(kMaxFrames);
+        const auto count = static_cast<std::uint32_t>(std::min<std::size_t>(size, frames - done));
+        // Buffers of the exact size, so that sanitizers see accesses beyond it.
         Row left(stereo[0].begin() + static_cast<std::ptrdiff_t>(done),
-                 stereo[0].begin() + static_cast<std::ptrdiff_t>(done + some));
+                 stereo[0].begin() + static_cast<std::ptrdiff_t>(done + count));
         Row right(stereo[1].begin() + static_cast<std::ptrdiff_t>(done),
-                  stereo[1].begin() + static_cast<std::ptrdiff_t>(done + some));
-        host.run(left.data(), right.data(), {&upmixed[0][done], &upmixed[1][done], &upmixed[2][done]}, some);
-        done += some;
+                  stereo[1].begin() + static_cast<std::ptrdiff_t>(done + count));
+        host.run(left.data(), right.data(), {&upmixed[0][done], &upmixed[1][done], &upmixed[2][done]}, count);
+        done += count;
     }
     return upmixed;
 }
@@ -223,7 +221,7 @@ bool isSilent(const Row& row)
 
 } // namespace
 
-TEST(Lv2, DescribesChannelsLatencyAndSwitchAsHostsLookForThem)
+TEST(Lv2, DescribesChannelsLatencyAndBypassWithDesignations)
 {
     const std::string pg = "http://lv2plug.in/ns/ext/port-groups#";
     EXPECT_EQ(world().designated(LV2_CORE__InputPort, (pg + "left").c_str()), "in_left");
@@ -241,7 +239,7 @@ TEST(Lv2, DescribesChannelsLatencyAndSwitchAsHostsLookForThem)
     EXPECT_EQ(world().port("front_back_16"), 40u);
 }
 
-TEST(Lv2, TellsItsLatencyFromARunWithoutFrames)
+TEST(Lv2, ReportsItsLatencyInARunWithoutFrames)
 {
     Host host;
     host.value("latency") = 5.0f;
@@ -249,32 +247,32 @@ TEST(Lv2, TellsItsLatencyFromARunWithoutFrames)
     EXPECT_EQ(host.value("latency"), static_cast<float>(kLatency));
 }
 
-TEST(Lv2, GivesTheSamplesOfAStreamWhateverTheBufferSizesAtEveryRate)
+TEST(Lv2, BufferSizesDoNotChangeSamplesAtAnyRate)
 {
-    const Stereo stereo = travelling(40000);
-    for (const std::uint32_t rateHz : kRatesHz) {
+    const Stereo stereo = movingSource(40000);
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
         Host host(rateHz);
         EXPECT_EQ(played(host, stereo, rateHz), expected(stereo, rateHz)) << rateHz << " Hz";
     }
 }
 
-TEST(Lv2, RefusesOtherRatesWithAMessageInTheLog)
+TEST(Lv2, RefusesOtherRatesWithALogMessage)
 {
     for (const double rateHz : {0.0, -48000.0, 8000.0, 22050.0, 44100.5, 47999.0, 384000.0, 1e300,
                                 std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
-        said.clear();
+        logged.clear();
         EXPECT_EQ(instanceAt(rateHz), nullptr) << rateHz;
-        EXPECT_EQ(said.find("error: Tarn upmix: not at "), 0u) << said;
-        EXPECT_NE(said.find("32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz"), std::string::npos) << said;
+        EXPECT_EQ(logged.find("error: Tarn upmix: not at "), 0u) << logged;
+        EXPECT_NE(logged.find("32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz"), std::string::npos) << logged;
     }
 }
 
-TEST(Lv2, ReplacesItsInputsInTheirMemoryInAnyOrder)
+TEST(Lv2, ProcessesInPlaceInAnyOrder)
 {
     constexpr std::uint32_t kBuffer = 300;
-    const Stereo stereo = travelling(std::size_t{100} * kBuffer);
-    const Upmixed wanted = expected(stereo);
-    // By output: its memory is that of the left input, the right one, or none of them.
+    const Stereo stereo = movingSource(std::size_t{100} * kBuffer);
+    const Upmixed reference = expected(stereo);
+    // Memory of each output: that of the left input, of the right input, or its own.
     for (const std::array<std::size_t, 3>& places :
          {std::array<std::size_t, 3>{0, 1, 2}, {1, 0, 2}, {2, 1, 0}, {2, 0, 1}, {0, 2, 1}, {1, 2, 0}}) {
         Host host;
@@ -287,13 +285,13 @@ TEST(Lv2, ReplacesItsInputsInTheirMemoryInAnyOrder)
             for (std::size_t row = 0; row < 3; ++row)
                 given[row].insert(given[row].end(), memory[places[row]], memory[places[row]] + kBuffer);
         }
-        EXPECT_EQ(given, wanted) << places[0] << places[1] << places[2];
+        EXPECT_EQ(given, reference) << places[0] << places[1] << places[2];
     }
 }
 
-TEST(Lv2, IsSilentAndAsNewWhenActivatedAgain)
+TEST(Lv2, ActivationClearsTheSignal)
 {
-    const Stereo stereo = travelling(20000);
+    const Stereo stereo = movingSource(20000);
     Host host;
     const Upmixed first = played(host, stereo, 2);
     ASSERT_FALSE(isSilent(first[2]));
@@ -305,9 +303,9 @@ TEST(Lv2, IsSilentAndAsNewWhenActivatedAgain)
     for (const Row& row : played(host, {Row(5000), Row(5000)})) EXPECT_TRUE(isSilent(row));
 }
 
-TEST(Lv2, KeepsInstancesApart)
+TEST(Lv2, InstancesAreIndependent)
 {
-    const Stereo stereo[] = {travelling(30000, 1), travelling(30000, 2)};
+    const Stereo stereo[] = {movingSource(30000, 1), movingSource(30000, 2)};
     Host hosts[] = {Host(44100), Host(96000)};
     Upmixed given[2];
     for (Upmixed& upmixed : given) upmixed = {Row(30000), Row(30000), Row(30000)};
@@ -321,13 +319,13 @@ TEST(Lv2, KeepsInstancesApart)
     EXPECT_EQ(given[1], expected(stereo[1], 96000));
 }
 
-TEST(Lv2, GivesTheSameSamplesWhateverTheThreadDoesWithSubnormalNumbersAndRounding)
+TEST(Lv2, FloatingPointModeOfTheThreadDoesNotChangeSamples)
 {
-    // Ends in tones that die away and silence, where filters meet subnormal numbers.
-    Stereo stereo = travelling(30000);
+    // Decaying tones and silence, in which filters reach subnormal numbers.
+    Stereo stereo = movingSource(30000);
     for (Row& row : stereo)
         for (std::size_t i = 10000; i < 30000; ++i) row[i] *= static_cast<float>(std::exp2(-0.02 * double(i - 10000)));
-    const Upmixed wanted = expected(stereo);
+    const Upmixed reference = expected(stereo);
     for (const auto& [rounding, flushing, control] : allSettings()) {
         Host host;
         const FloatEnvironment callers{control, 0};
@@ -339,13 +337,13 @@ TEST(Lv2, GivesTheSameSamplesWhateverTheThreadDoesWithSubnormalNumbersAndRoundin
             kept = kept && currentEnvironment().control == control;
         }
         EXPECT_TRUE(kept) << rounding << ", " << flushing;
-        EXPECT_EQ(given, wanted) << rounding << ", " << flushing;
+        EXPECT_EQ(given, reference) << rounding << ", " << flushing;
     }
 }
 
-TEST(Lv2, IsSwitchedOffAndOnWithoutAClick)
+TEST(Lv2, SwitchesOffAndOnWithoutAClick)
 {
-    // A tone in the middle: the upmix has it in the centre, the plain input at the sides.
+    // A tone in the middle: in the centre of the upmix, at the sides of the plain input.
     constexpr std::size_t kFrames = 60000;
     constexpr std::uint32_t kBuffer = 100;
     Stereo stereo;
@@ -356,7 +354,7 @@ TEST(Lv2, IsSwitchedOffAndOnWithoutAClick)
     const Upmixed wet = expected(stereo);
     const Upmixed dry = expected(stereo, 48000, [](UpmixStream& stream) { stream.setBypass(true); });
 
-    // Off from 20000 to 40000; buffers do not end where blocks do.
+    // Off from 20000 to 40000, which are not block borders.
     Host host;
     Upmixed given{Row(kFrames), Row(kFrames), Row(kFrames)};
     for (std::size_t done = 0; done < kFrames; done += kBuffer) {
@@ -365,22 +363,22 @@ TEST(Lv2, IsSwitchedOffAndOnWithoutAClick)
     }
 
     for (std::size_t row = 0; row < 3; ++row) {
-        double steepest = 0.0; // of what it fades between
+        double steepest = 0.0; // of both signals
         double apart = 0.0;
         for (std::size_t i = 15000; i < kFrames; ++i) {
             steepest = std::max({steepest, std::abs(double(wet[row][i]) - double(wet[row][i - 1])),
                                  std::abs(double(dry[row][i]) - double(dry[row][i - 1]))});
             apart = std::max(apart, std::abs(double(wet[row][i]) - double(dry[row][i])));
         }
-        // A fade over 1024 frames adds a 1024th of the distance to each step, and rounding a step of 24 bits.
+        // A fade over 1024 frames adds 1/1024 of the distance to each step, and rounding one step of 24 bits.
         const double allowed = steepest + apart / 1024.0 + 0x1p-23;
         double steps = 0.0;
         for (std::size_t i = 15000; i < kFrames; ++i)
             steps = std::max(steps, std::abs(double(given[row][i]) - double(given[row][i - 1])));
         EXPECT_LE(steps, allowed) << row;
-        EXPECT_GT(apart, 10.0 * allowed) << "switching at once would not be noticed in output " << row;
+        EXPECT_GT(apart, 10.0 * allowed) << "a switch without a fade would not be noticed in output " << row;
 
-        // Beside the fades, every sample is that of the one or the other.
+        // Outside the fades, samples are exactly those of one signal.
         const auto same = [&](const Row& other, std::size_t from, std::size_t to) {
             return std::equal(given[row].begin() + static_cast<std::ptrdiff_t>(from),
                               given[row].begin() + static_cast<std::ptrdiff_t>(to),
@@ -392,24 +390,24 @@ TEST(Lv2, IsSwitchedOffAndOnWithoutAClick)
     }
 }
 
-TEST(Lv2, HandsModeAndGainToTheStream)
+TEST(Lv2, AppliesModeAndGain)
 {
-    const Stereo stereo = travelling(40000);
+    const Stereo stereo = movingSource(40000);
     Host host;
     host.value("mode") = 2.0f;
     host.value("gain") = -6.0f;
     const Upmixed given = played(host, stereo);
     EXPECT_EQ(given, expected(stereo, 48000, [](UpmixStream& stream) {
                   stream.setMode(SteeringMode::Calm);
-                  stream.setMakeUpGain(static_cast<float>(std::pow(10.0, -6.0 / 20.0)));
+                  stream.setMakeUpGain(zrk_tarn::gainFactor(-6.0));
               }));
     EXPECT_NE(given, expected(stereo));
     EXPECT_NE(given, expected(stereo, 48000, [](UpmixStream& stream) { stream.setMode(SteeringMode::Calm); }));
 }
 
-TEST(Lv2, TakesControlsBetweenTheirValuesAsTheNearestAndWhatIsNoNumberAsTheDefault)
+TEST(Lv2, RoundsControlsAndReadsNanAsTheDefault)
 {
-    const Stereo stereo = travelling(20000);
+    const Stereo stereo = movingSource(20000);
     const auto with = [&](float enabled, float mode, float gain) {
         Host host;
         host.value("enabled") = enabled;
@@ -427,9 +425,9 @@ TEST(Lv2, TakesControlsBetweenTheirValuesAsTheNearestAndWhatIsNoNumberAsTheDefau
     EXPECT_EQ(with(kNone, kNone, kNone), fast);
 }
 
-TEST(Lv2, ShowsTheSteeringOfEveryGroup)
+TEST(Lv2, ReportsTheSteeringOfEveryGroup)
 {
-    const Stereo stereo = travelling(30000);
+    const Stereo stereo = movingSource(30000);
     StreamMeters meters{};
     Host host;
     UpmixStream stream{StreamConfiguration{}};
@@ -453,9 +451,9 @@ TEST(Lv2, ShowsTheSteeringOfEveryGroup)
     EXPECT_TRUE(moved);
 }
 
-TEST(Lv2, WorksWithPortsThatAreNotConnected)
+TEST(Lv2, WorksWithUnconnectedPorts)
 {
-    const Stereo stereo = travelling(20000);
+    const Stereo stereo = movingSource(20000);
     Host host;
     for (std::uint32_t port = world().port("latency"); port < lilv_plugin_get_num_ports(world().plugin); ++port)
         host.connect(port, nullptr);
@@ -463,9 +461,9 @@ TEST(Lv2, WorksWithPortsThatAreNotConnected)
     EXPECT_EQ(played(host, stereo), expected(stereo));
 }
 
-TEST(Lv2, NeitherAllocatesNorLocksNorEntersTheKernelInRun)
+TEST(Lv2, RunNeverAllocatesLocksOrMakesASystemCall)
 {
-    const Stereo stereo = travelling(30000);
+    const Stereo stereo = movingSource(30000);
     Host host;
     Row left(stereo[0]);
     Row right(stereo[1]);
@@ -484,18 +482,19 @@ TEST(Lv2, NeitherAllocatesNorLocksNorEntersTheKernelInRun)
         }
     };
     EXPECT_EQ(forbiddenCallsOf(work), ForbiddenCalls{});
-    EXPECT_NE(forbiddenCallsOf([&] { Host other; }), ForbiddenCalls{}); // which allocates
+    EXPECT_NE(forbiddenCallsOf([&] { Host other; }), ForbiddenCalls{}); // allocates
     const auto calls = systemCallsOf(work);
-    if (!calls) GTEST_SKIP() << "the kernel offers no filter of system calls here";
+    if (!calls) GTEST_SKIP() << "the kernel has no filter of system calls";
     EXPECT_EQ(*calls, 0u);
 }
 
-TEST(Lv2, LoadsAndUnloadsManyTimes)
+TEST(Lv2, CreatesAndFreesManyInstances)
 {
-    for (int i = 0; i < 200; ++i) {
-        Host host(kRatesHz[i % 7]);
-        const Stereo stereo = travelling(500);
-        EXPECT_EQ(played(host, stereo), expected(stereo, kRatesHz[i % 7]));
+    for (std::size_t i = 0; i < 200; ++i) {
+        const std::uint32_t rateHz = zrk_tarn::kSampleRatesHz[i % zrk_tarn::kSampleRatesHz.size()];
+        Host host(rateHz);
+        const Stereo stereo = movingSource(500);
+        EXPECT_EQ(played(host, stereo), expected(stereo, rateHz));
     }
 }
 

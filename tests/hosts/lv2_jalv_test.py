@@ -12,12 +12,12 @@ RATES_AND_SIZES = ((44100, 100), (48000, 37), (48000, 1000), (96000, 1024))  # H
 def main():
     compared = 0
     for rate, size in RATES_AND_SIZES:
-        given, played, told = jalv_output(rate, (size, size), as_floats(known_signal(2 * rate + 13, 24, seed=rate)))
+        given, played, reported = jalv_output(rate, (size, size), as_floats(known_signal(2 * rate + 13, 24, seed=rate)))
         expected, measured = command_beside(given, played, rate)
         assert numpy.array_equal(expected, given)
-        assert told == measured == LATENCY, (told, measured)
+        assert reported == measured == LATENCY, (reported, measured)
         compared += given.size
-    passed(Row("LV2: jalv (JACK)", compared, 0, 24, f"{told} frames", measured))
+    passed(Row("LV2: jalv (JACK)", compared, 0, 24, f"{reported} frames", measured))
 
 
 main()

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""The LV2 plug-in in the programs that play files through plug-ins: lv2_test.py BUNDLES, the folder of tarn.lv2.
+"""Plays files through the LV2 plug-in in several programs: lv2_test.py BUNDLES, the folder of tarn.lv2.
 
-They carry floats, and so does the file that each writes; all but the wrapping into floats is the command's work at 32
-bits, so that every sample has to be equal.
+The programs and their output files have floats. A stream processes floats as 32-bit integers, so every sample has to
+equal the command's output at 32 bits.
 """
 
 import os
@@ -17,13 +17,13 @@ import soundfile
 from host_test import LATENCY, Row, as_floats, command_output, known_signal, passed, position_of, write_stereo
 
 URI = "urn:tarn:upmix"
-BLOCK = 64  # frames by which the streaming adapter is later than the engine
+BLOCK = 64  # frames of delay that a stream adds to the engine's
 RATES = (44100, 48000, 96000)
 MINUTES = 10
 
 
 def validate(bundles):
-    """LV2's own validator, with all of its specifications, finds nothing."""
+    """LV2's validator finds no errors."""
     files = sorted((bundles / "tarn.lv2").glob("*.ttl"))
     assert [file.name for file in files] == ["manifest.ttl", "tarn.ttl"]
     output = subprocess.run(["lv2_validate", *files], check=True, capture_output=True, text=True)
@@ -32,38 +32,38 @@ def validate(bundles):
 
 
 def filter_chain(size, options):
-    """FFmpeg's filter, with frames of a size or of FFmpeg's own."""
+    """A filter chain of FFmpeg, with a frame size or FFmpeg's default."""
     split = [] if size is None else [f"asetnsamples=n={size}:p=0"]
     controls = ":c=" + "|".join(f"{symbol}={value}" for symbol, value in options) if options else ""
     return ",".join([*split, "lv2=p=" + URI.replace(":", "\\\\:") + controls, "channelmap=map=0-FL|1-FR|2-FC:3.0"])
 
 
 def ffmpeg(source, target, size=None, options=()):
-    """FFmpeg, whose filter writes the channels' places."""
+    """Plays with FFmpeg, and names the channels."""
     run("ffmpeg", "-v", "error", "-i", source, "-af", filter_chain(size, options), "-c:a", "pcm_f32le", target)
 
 
 def mpv(source, target, size=None, options=()):
-    """mpv, with FFmpeg's filter, into a file in place of a device with three loudspeakers."""
+    """Plays with mpv and FFmpeg's filter into a file with three channels."""
     output = ("--ao=pcm", f"--ao-pcm-file={target}", "--audio-channels=3.0")
     run("mpv", "--no-config", *output, f"--af=lavfi=[{filter_chain(size, options)}]", source)
 
 
 def lv2apply(source, target, size=None, options=()):
-    """Takes frame by frame, and no size."""
+    """Plays with lv2apply, which processes frame by frame."""
     assert size is None
     controls = [word for symbol, value in options for word in ("-c", symbol, str(value))]
     run("lv2apply", "-i", source, "-o", target, *controls, URI)
 
 
 def lv2file(source, target, size, options=()):
-    """The file player of lv2file."""
+    """Plays with lv2file."""
     controls = [word for symbol, value in options for word in ("-p", f"{symbol}:{value}")]
     run("lv2file", "-i", source, "-o", target, "-b", str(size), "-c", "1:in_left", "-c", "2:in_right", *controls, URI)
 
 
 def lv2proc(source, target, size, options=()):
-    """The file player of lv2proc."""
+    """Plays with lv2proc."""
     controls = [word for symbol, value in options for word in ("-c", f"{symbol}:{value}")]
     run("lv2proc", "-i", source, "-o", target, "-n", str(size), *controls, URI)
 
@@ -78,27 +78,28 @@ HOSTS = {
 
 
 def run(*command):
-    """A program that succeeds."""
+    """Runs a program, which has to succeed."""
     done = subprocess.run([str(word) for word in command], capture_output=True, text=True)
     assert done.returncode == 0, f"{command[0]}: {done.returncode}: {done.stdout}{done.stderr}"
 
 
 def floats(path):
-    """[frames, channels], as the file has them."""
+    """Reads [frames, channels] of a float file, and the rate."""
     assert soundfile.info(path).subtype == "FLOAT"
     return soundfile.read(path, dtype="float32", always_2d=True)
 
 
 def compare(given, upmixed):
-    """That all of what was given is the upmix as a live host hears it, a block later; how many samples that are."""
+    """Expects the upmix without alignment, one block later. Returns the number of samples."""
     assert len(given) == len(upmixed) and not given[:BLOCK].any()
     assert numpy.array_equal(given[BLOCK:], as_floats(upmixed[:-BLOCK]))
     return given.size
 
 
 def play_everywhere(directory):
-    """Every program, rate and size; bypass, mode and gain; by program, how many samples, and by how much later than the
-    command's aligned ones."""
+    """Plays in every program, rate and size, with bypass, mode and gain. Returns the number of samples and the delays
+    by program.
+    """
     compared = dict.fromkeys(HOSTS, 0)
     latencies = {name: set() for name in HOSTS}
     for rate in RATES:
@@ -109,7 +110,7 @@ def play_everywhere(directory):
         for options, controls in (
             ((), ()),
             (("--bypass",), (("enabled", 0),)),
-            (("--mode", "2", "--gain", "-6"), (("mode", 2), ("gain", -6))),
+            (("--mode", "calm", "--gain", "-6"), (("mode", 2), ("gain", -6))),
         ):
             aligned = as_floats(command_output(integers, directory, bits=32, options=options))
             upmixed = command_output(integers, directory, bits=32, options=("--no-align", *options))
@@ -126,7 +127,7 @@ def play_everywhere(directory):
 
 
 def refuse(directory):
-    """A rate that the engine does not have is refused with a reason, and the host says so."""
+    """Unsupported rates are refused with a message in the host's log."""
     source = directory / "22050.wav"
     soundfile.write(source, numpy.zeros((1000, 2), numpy.float32), 22050, subtype="FLOAT")
     for name in ("FFmpeg", "lv2proc"):
@@ -139,17 +140,17 @@ def refuse(directory):
 
 
 def play_long(directory):
-    """Minutes of audio through FFmpeg, without a sample lost or changed; how many."""
+    """Ten minutes of audio through FFmpeg. Returns the number of samples."""
     rate = 48000
-    piece = known_signal(600011, 24)
+    part = known_signal(600011, 24)
     source, integers, target = directory / "long.wav", directory / "long-24.wav", directory / "long-played.wav"
     upmixed = directory / "long-upmixed.wav"
     with soundfile.SoundFile(source, "w", rate, 2, "FLOAT") as floating, soundfile.SoundFile(
         integers, "w", rate, 2, "PCM_24"
     ) as integer:
         while integer.frames < MINUTES * 60 * rate:
-            integer.write(piece)
-            floating.write(as_floats(piece))
+            integer.write(part)
+            floating.write(as_floats(part))
         frames = integer.frames
     ffmpeg(source, target, 997)
     run(os.environ["TARN"], "upmix", "--quiet", "--no-align", "--bits", "32", integers, upmixed)

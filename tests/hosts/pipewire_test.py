@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""The sink "Tarn upmix" in a PipeWire of the test's own: pipewire_test.py CONFIGURATION, that of the sink. With
-TARN_SOAK_MINUTES in the environment, one signal of this length instead of many short ones.
+"""Tests the sink "Tarn upmix" in a separate PipeWire: pipewire_test.py CONFIGURATION, the configuration of the sink.
+Plays one signal of TARN_SOAK_MINUTES minutes, if the environment sets them, instead of many short ones.
 
-Its device has no hardware; what reaches it is recorded from its monitor, and beside it what reaches the sink.
-PipeWire plays in real time: the quantum is long enough for a busy machine, and a part that it lost all the same is
-played again; the table says how many.
+The device has no hardware. The test records the monitors of the device and of the sink. PipeWire plays in real time
+with a quantum that is long enough for a busy machine. Parts with lost cycles are played again; the table shows how
+many.
 """
 
 from concurrent.futures import ThreadPoolExecutor
@@ -26,12 +26,12 @@ SURROUND = ("FL", "FR", "FC", "LFE", "RL", "RR")
 FRONT = SURROUND[:3]
 RATES = (44100, 48000, 96000)
 ATTEMPTS = 5
-SECONDS = 20  # for anything to happen
-lost = []  # where, for each part that was played again
+SECONDS = 20  # timeout
+lost = []  # the place of the loss, for each part that was played again
 
 
 def wait_for(condition, what):
-    """Until it is so; what it gave."""
+    """Waits until the condition is true and returns its value."""
     limit = time.monotonic() + SECONDS
     while not (result := condition()):
         assert time.monotonic() < limit, what
@@ -40,28 +40,28 @@ def wait_for(condition, what):
 
 
 def output_of(*command):
-    """What a program writes, whether it succeeds or not."""
+    """The output of a program, also if it fails."""
     return subprocess.run([str(word) for word in command], capture_output=True, text=True).stdout
 
 
 def run(*command, seconds=SECONDS):
-    """A program that succeeds."""
+    """Runs a program, which has to succeed."""
     subprocess.run([str(word) for word in command], check=True, capture_output=True, timeout=seconds)
 
 
 def things(kind):
-    """What PipeWire has of a kind. pw-dump has what goes meanwhile without a type, and writes behind it what changes."""
+    """The objects of a kind. pw-dump lists objects that are being removed without a type, and appends changes."""
     dump = json.JSONDecoder().raw_decode(output_of("pw-dump") or "[]")[0]
     return [thing for thing in dump if thing.get("type") == f"PipeWire:Interface:{kind}" and thing["info"]]
 
 
 def node(name):
-    """A node by its name; nothing where there is none."""
+    """The node of a name, or None."""
     return next((thing for thing in things("Node") if thing["info"]["props"].get("node.name") == name), None)
 
 
 class Session:
-    """A PipeWire with a session manager, a device and the sink in front of it, in a directory of its own."""
+    """A PipeWire with a session manager, a device and the sink, in its own directory."""
 
     def __init__(self, configuration, directory, rate, quantum, positions):
         self.directory, self.rate, self.quantum, self.positions = directory, rate, quantum, positions
@@ -122,7 +122,7 @@ class Session:
             print(self.logs.read())
 
     def add_other(self):
-        """Another device, and another sink in front of it."""
+        """Adds another device with a sink."""
         run("pw-cli", "create-node", "adapter", self.device("other_device"))
         wait_for(lambda: node("other_device"), "the device does not come up")
         text = Path(self.configuration).read_text().replace("tarn_upmix", "other_upmix")
@@ -130,7 +130,7 @@ class Session:
         self.add_sink("other_upmix", "other_device", text.replace(at, f"{at} target.object = other_device"))
 
     def add_sink(self, name, device, text):
-        """A sink in a process of its own, as the text of a configuration has it; waits for its device."""
+        """Starts a sink in a separate process with a configuration, and waits for its device."""
         file = self.directory / f"configuration/pipewire/{name}.conf"
         file.write_text(text)
         self.start("pipewire", "-c", file.name)
@@ -138,19 +138,19 @@ class Session:
         wait_for(lambda: f"{device}:playback" in output_of("pw-link", "-l", f"{name}.output"), "the sink has no device")
 
     def start(self, *command):
-        """A program that is ended with the session."""
+        """Starts a program that ends with the session."""
         process = subprocess.Popen(command, stdout=self.logs, stderr=self.logs)
         self.stack.callback(process.wait)
         self.stack.callback(process.terminate)
 
     def change(self, rate, quantum):
-        """Those of the graph, while everything keeps running."""
+        """Changes rate and quantum of the running graph."""
         run("pw-metadata", "-n", "settings", "0", "clock.force-rate", rate)
         run("pw-metadata", "-n", "settings", "0", "clock.force-quantum", quantum)
         self.rate, self.quantum = rate, quantum
 
     def record(self, play, device="device", sink="tarn_upmix"):
-        """What reaches the device while play() plays, and beside it what reaches the sink."""
+        """Records the inputs of the device and of the sink while play() runs."""
         file = self.directory / f"recording-{sink}.wav"
         sources = [f"{device}:monitor_{p}" for p in self.positions] + [f"{sink}:monitor_{p}" for p in FRONT[:2]]
         inputs = [f"AUX{i}" for i in range(len(sources))]
@@ -164,25 +164,25 @@ class Session:
             play()
             time.sleep(4 * self.quantum / self.rate)
             recorder.terminate()
-        # The sink begins anew when it has been idle.
+        # An idle sink clears its signal.
         wait_for(lambda: node(sink)["info"]["state"] != "running", "the sink does not become idle")
         recording = soundfile.read(file, dtype="float32", always_2d=True)[0]
         return recording[:, :-2], recording[:, -2:]
 
     def play(self, samples, *options):
-        """Plays samples; the silence behind them is the part quantum that pw-play does not play, and the latency."""
+        """Plays samples and silence, for the latency and for the last part of a quantum, which pw-play drops."""
         silence = numpy.zeros((LATENCY + 3 * self.quantum, samples.shape[1]), samples.dtype)
         with tempfile.NamedTemporaryFile(suffix=".wav", dir=self.directory) as file:
             soundfile.write(file.name, as_floats(numpy.concatenate([samples, silence])), self.rate, "FLOAT")
             run("pw-play", *options, file.name, seconds=SECONDS + len(samples) / self.rate)
 
     def switch(self, enabled):
-        """On or off."""
+        """Switches the sink on or off."""
         run("pw-cli", "set-param", "tarn_upmix", "Props", f'{{ params = [ "tarn:enabled" {enabled}.0 ] }}')
 
 
 def found(rows, recording):
-    """Where floats begin in a recording, the whole of them, bit for bit; nothing where they are not."""
+    """The frame of a recording at which all these floats begin, or None."""
     width = rows.shape[1]
     key = numpy.ascontiguousarray(rows[-4000:-3000]).tobytes()
     data = numpy.ascontiguousarray(recording).tobytes()
@@ -194,8 +194,10 @@ def found(rows, recording):
 
 
 def until_whole(session, samples, play, check, **places):
-    """Plays until nothing was lost: what check(device, sink) gives, unless it is nothing; both begin with the first frame
-    of the samples, the device's a cycle later, when PipeWire's filter hands on."""
+    """Plays until nothing is lost and check(device, sink) returns a result, and returns this result. Both recordings
+    start with the first frame of the samples; that of the device a cycle later, which is the delay of PipeWire's
+    filter.
+    """
     for _ in range(ATTEMPTS):
         device, sink = session.record(play, **places)
         start = found(as_floats(samples), sink)
@@ -205,11 +207,13 @@ def until_whole(session, samples, play, check, **places):
             return result
         else:
             lost.append("behind the sink")
-    raise AssertionError(f"in {ATTEMPTS} attempts, what was played was lost {lost[-ATTEMPTS:]}")
+    raise AssertionError(f"{ATTEMPTS} attempts lost samples {lost[-ATTEMPTS:]}")
 
 
 def upmixed(session, samples, play, expected=lambda front: front, **places):
-    """Plays to a sink: how many samples of the device are those of the command, and by how many frames they were late."""
+    """Plays to a sink and compares the device with the command. Returns the number of samples and the delay in
+    frames.
+    """
     candidates = [expected(live_output(samples, session.rate, phase)) for phase in range(64)]
 
     def check(device, _):
@@ -220,7 +224,7 @@ def upmixed(session, samples, play, expected=lambda front: front, **places):
 
 
 def played_with(session, samples, *changes):
-    """Plays to the sink, and meanwhile calls one change after the other."""
+    """Plays to the sink and calls the changes one after the other."""
     seconds = len(samples) / session.rate / (len(changes) + 1)
     with ThreadPoolExecutor() as pool:
         playing = pool.submit(session.play, samples, "--target", "tarn_upmix")
@@ -231,7 +235,7 @@ def played_with(session, samples, *changes):
 
 
 def longest_gap(session, samples, *changes):
-    """The longest silence at the device, in seconds, while the graph changes between the beginning and the end."""
+    """The longest silence at the device in seconds while the graph changes."""
     rate = session.rate
     device, _ = session.record(lambda: played_with(session, samples, *changes))
     loud = numpy.flatnonzero(device.any(axis=1))
@@ -240,8 +244,9 @@ def longest_gap(session, samples, *changes):
 
 
 def switched(session, samples):
-    """Switches off and on again while it plays: how many samples were compared, the greatest difference in the fades, and
-    by how many frames it was late."""
+    """Bypasses for a while. Returns the number of samples, the greatest difference in the fades and the delay in
+    frames.
+    """
 
     def play():
         played_with(session, samples, lambda: session.switch(0), lambda: session.switch(1))
@@ -257,17 +262,17 @@ def switched(session, samples):
 
 
 def surround_of(front):
-    """3.0 in 5.1, the other channels silent."""
+    """3.0 as 5.1 with silent other channels."""
     return numpy.column_stack([front, numpy.zeros((len(front), 3), numpy.float32)])
 
 
 def stereo_of(front):
-    """3.0 on two loudspeakers: the centre on both, 3 dB down."""
+    """3.0 on two loudspeakers: the centre on both, 3 dB softer."""
     return front[:, :2] + front[:, 2:] * numpy.float32(0.5**0.5)
 
 
 def passed_by(session, samples, positions):
-    """Plays 5.1 to the device itself until nothing was lost: how many samples reached it unchanged."""
+    """Plays 5.1 to the device until it arrives unchanged. Returns the number of samples."""
     options = ("--target", "device", "--channel-map", ",".join(positions))
     for _ in range(ATTEMPTS):
         device, _ = session.record(lambda: session.play(samples, *options))
@@ -277,16 +282,17 @@ def passed_by(session, samples, positions):
     raise AssertionError(f"5.1 did not reach the device unchanged in {ATTEMPTS} attempts")
 
 
-def told_latency():
-    """The most frames of latency that a port of the sink tells."""
+def reported_latency():
+    """The largest latency that a port of the sink reports, in frames."""
     ports = [p for p in things("Port") if p["info"]["props"].get("port.alias", "").startswith("Tarn upmix:")]
     assert len(ports) >= 8, ports
     return max(latency["maxRate"] for port in ports for latency in port["info"]["params"]["Latency"])
 
 
 def played_long(session, minutes):
-    """Plays for minutes without a break, once: how many samples were compared with what the command makes of those that
-    reached the sink, which are more than the player's where it was late, and by how many frames they were late."""
+    """Plays for minutes without a break and compares the device with the upmix of the sink's input, which has gaps if
+    the player was late. Returns the number of samples and the delay in frames.
+    """
     samples = known_signal(minutes * 60 * session.rate, 24)
     device, sink = session.record(lambda: session.play(samples, "--target", "tarn_upmix"))
     if found(as_floats(samples), sink) is None:
@@ -295,19 +301,19 @@ def played_long(session, minutes):
     given, played = device[start + session.quantum :, :3], sink[start : -session.quantum]
     wet, measured = command_beside(given, played, session.rate)
     wrong = numpy.flatnonzero((given != wet).any(axis=1))
-    assert len(wrong) == 0, f"{len(wrong)} of {len(given)} frames are not the command's, from {wrong[0]} on"
+    assert len(wrong) == 0, f"{len(wrong)} of {len(given)} frames differ from the command, the first is {wrong[0]}"
     return given.size, measured
 
 
 def test(session_of):
-    """All but the long run."""
+    """All tests except the long run."""
     to_sink = ("--target", "tarn_upmix")
     compared = 0
-    told = set()
+    reported = set()
     measured = set()
 
     def check(answer):
-        """Counts what was compared."""
+        """Adds the result of a comparison."""
         nonlocal compared
         compared += answer[0]
         measured.add(answer[-1])
@@ -323,25 +329,25 @@ def test(session_of):
 
     with session_of(48000, 4096, SURROUND) as session:
         samples = known_signal(100013, 24)
-        told.add(told_latency())
+        reported.add(reported_latency())
         for rate, quantum in ((48000, 4096), (48000, 4097), (44100, 5003), (96000, 8192), (48000, 4096)):
             session.change(rate, quantum)
             check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
 
-        # From rate to rate while it plays: what goes through is resampled, so it is only heard that it goes on.
+        # Rate changes while playing. PipeWire resamples, so only the length of the gap is checked.
         to_rates = [lambda rate=rate: session.change(rate, 4096) for rate in (44100, 96000, 48000)]
         gap = longest_gap(session, known_signal(8 * 48000, 24), *to_rates)
         assert gap < 0.5, gap
         check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
 
-        # 5.1 passes by, in the channels' places, while the sink is there, and while it is the default.
+        # 5.1 reaches the device unchanged while the sink exists, and while it is the default.
         surround = numpy.column_stack([known_signal(100013, 24, seed) for seed in (5, 6, 7)])
         compared += passed_by(session, surround, SURROUND)
         run("wpctl", "set-default", node("tarn_upmix")["id"])
         check(upmixed(session, samples, lambda: session.play(samples), surround_of))
         compared += passed_by(session, surround, SURROUND)
 
-        # Off: left and right as they are; and from on to off and back.
+        # Bypass, and changes of it while playing.
         session.switch(0)
         plain = numpy.column_stack([as_floats(samples), numpy.zeros(len(samples), numpy.float32)])
         check(upmixed(session, samples, lambda: session.play(samples), lambda _: surround_of(plain)))
@@ -350,7 +356,7 @@ def test(session_of):
         check(answer)
         difference = answer[1]
 
-        # Two sinks at once, each in front of a device of its own. The one that names no device has the default one.
+        # Two sinks with different devices. The sink without a configured device uses the default device.
         run("wpctl", "set-default", node("device")["id"])
         session.add_other()
         others = known_signal(100013, 24, seed=8)
@@ -369,16 +375,16 @@ def test(session_of):
             )
             for one in both:
                 check(one.result())
-    assert told == {0}, f"this PipeWire tells latencies of {told}; say so in docs/hosts/pipewire.md"
+    assert reported == {0}, f"this PipeWire reports latencies of {reported}; correct docs/hosts/pipewire.md"
     assert measured == {LATENCY}, measured
-    # A late graph loses cycles anywhere; what is lost behind the sink only would be the sink's own doing.
+    # A late graph loses cycles anywhere. Losses only behind the sink would be an error of the sink.
     assert lost.count("behind the sink") <= 1, lost
     again = f", {len(lost)} parts again" if lost else ""
-    passed(Row(f"PipeWire filter-chain{again}", compared, difference, 24, "none; its own cycle comes on top", LATENCY))
+    passed(Row(f"PipeWire filter-chain{again}", compared, difference, 24, "none, and adds a cycle", LATENCY))
 
 
 def main():
-    if "TARN_OWN_BUS" not in os.environ:  # begins again, on a message bus that ends with the test
+    if "TARN_OWN_BUS" not in os.environ:  # starts again with a separate message bus
         os.environ["TARN_OWN_BUS"] = "1"
         os.execvp("dbus-run-session", ["dbus-run-session", sys.executable, "-B", *sys.argv])
     configuration = sys.argv[1]

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Prints the table of the hosts: table.py FOLDER, where every test leaves its rows and CTest its results, tests.xml. A test
-without a row of its own has a line with its result all the same."""
+"""Prints the table of the hosts: table.py FOLDER. The folder has the rows of the tests, and tests.xml with the
+results of CTest. A test without rows has a line with its result.
+"""
 
 import json
 from pathlib import Path
@@ -9,20 +10,20 @@ from xml.etree import ElementTree
 
 HEADINGS = ("host", "result", "compared", "greatest difference", "latency reported", "measured")
 WITHOUT_ROW = {
-    "Hosts.gstreamer-element": "GStreamer, every pad call",
-    "Hosts.ladspa.realtime": "LADSPA, calls that a run must not make",
-    "Hosts.lv2.host": "LV2, every call",
+    "Hosts.gstreamer-element": "GStreamer, the element alone",
+    "Hosts.ladspa.realtime": "LADSPA, real-time safety",
+    "Hosts.lv2.host": "LV2, test host",
 }
 NOT_TESTED = (
-    ("Ardour", "hundreds of megabytes for what jalv and lilv show already: ports, channels and latency"),
-    ("JACK in real time", "a loaded machine loses cycles, whoever the clients are; freewheel mode does not"),
-    ("sound cards", "there are none; the devices are files and PipeWire's null sinks"),
-    ("LADSPA in PipeWire", "the sink has the LV2 plug-in, which names its channels"),
+    ("Ardour", "jalv and lilv test the same: ports, channels and latency"),
+    ("JACK in real time", "a loaded machine loses cycles with any client; freewheel mode does not"),
+    ("sound cards", "the devices are files and PipeWire's null sinks"),
+    ("LADSPA in PipeWire", "the sink uses the LV2 plug-in, which names its channels"),
 )
 
 
 def cells(row, result):
-    """A line of the table."""
+    """The cells of a row."""
     steps = f"{row['greatest_difference']:g} steps of {row['width']} bits"
     return (
         row["host"],

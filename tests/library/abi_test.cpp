@@ -1,6 +1,6 @@
 // Tests that the binary interface of the shared library is that of abi.txt.
+#include "c_interface/tarn.h"
 #include "host/zrk_tarn_processor.h"
-#include "include/zrk_tarn/tarn.h"
 #include "stream/upmix_stream.h"
 #include "tests/library/command_output.h"
 #include "tests/support/record_fields.h"
@@ -80,10 +80,10 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<StreamConfiguration>(
         "StreamConfiguration",
         [](auto& a, auto&, auto visit) {
-            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode, mix] = a;
+            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode] = a;
             visitAs({"sampleRateHz", "format", "inputSlots", "leftSlot", "rightSlot", "outputSlots", "outputs", "remap",
-                     "mode", "mixFraction"},
-                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode, mix);
+                     "mode"},
+                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode);
         },
         lines);
     addRecord<StreamMeters>(
@@ -105,10 +105,10 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<tarn_configuration>(
         "tarn_configuration",
         [](auto& a, auto&, auto visit) {
-            auto& [rate, format, inputs, left, right, outputs, slots, remap, gains, mode, mix] = a;
+            auto& [rate, format, inputs, left, right, outputs, slots, remap, gains, mode] = a;
             visitAs({"sample_rate", "format", "input_slots", "left_slot", "right_slot", "output_slots", "outputs",
-                     "remap", "gains", "mode", "mix_fraction"},
-                    visit, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, mix);
+                     "remap", "gains", "mode"},
+                    visit, rate, format, inputs, left, right, outputs, slots, remap, gains, mode);
         },
         lines);
     addRecord<tarn_meters>(

@@ -1,4 +1,4 @@
-// Tests that an UpmixStream does not allocate, lock or enter the kernel after construction.
+// Streams never allocate, lock or make a system call after construction.
 #include "stream/upmix_stream.h"
 
 #include "tests/realtime/call_guard.h"
@@ -28,7 +28,7 @@ constexpr std::uint32_t kMaxFrames = 3000;
 constexpr std::uint32_t kSlots = 8;
 constexpr zrk_tarn::RemapGains kGains = {{{1u << 28}, {0, 1u << 28}, {0, 0, 1u << 28}}};
 
-/// A stream and random calls of a host.
+/// A stream and a host that calls its functions at random.
 class StreamSession
 {
 public:
@@ -48,11 +48,11 @@ public:
 
     void run()
     {
-        for (int i = 0; i < 300; ++i) runStep();
+        for (int i = 0; i < 300; ++i) step();
     }
 
 private:
-    void runStep()
+    void step()
     {
         const auto frames = std::size_t{random.below(kMaxFrames + 1)};
         switch (random.below(12)) {
@@ -113,8 +113,7 @@ TEST_P(RealTimeStream, DoesNotAllocateOrLock)
 {
     StreamSession session(seed());
     EXPECT_EQ(forbiddenCallsOf([&] { session.run(); }), ForbiddenCalls{}) << "seed " << seed();
-    EXPECT_GE(forbiddenCallsOf([&] { StreamSession(seed()).run(); }).allocations, 1u)
-        << "constructing a stream allocates";
+    EXPECT_GE(forbiddenCallsOf([&] { StreamSession(seed()).run(); }).allocations, 1u) << "constructors allocate";
 }
 
 TEST_P(RealTimeStream, MakesNoSystemCall)

@@ -1,6 +1,6 @@
-/* The C interface from C99: the header compiles there, and every function does what it says. Prints what failed. */
+/* Tests the C interface from C99: the header and every function. Prints failed checks. */
 
-#include "include/zrk_tarn/tarn.h"
+#include <zrk_tarn/tarn.h>
 
 #include <math.h>
 #include <stdio.h>
@@ -24,7 +24,7 @@ enum
 static float stereo[FRAMES][2];
 static float output[FRAMES][3];
 
-/* A tone on the left alone, in steps of 2^-20, which integers of 32 bits hold exactly. */
+/* A tone on the left only, in steps of 2^-20, which 32-bit integers represent exactly. */
 static void fill_stereo(void)
 {
     for (int i = 0; i < FRAMES; ++i) {
@@ -102,7 +102,7 @@ static void test_planar(void)
 static void test_remap(void)
 {
     static int16_t in[FRAMES][2], plain[FRAMES][3], remapped[FRAMES][4];
-    /* Front left to the second column and back: with a matrix that only moves, the outputs are the plain ones. */
+    /* A permutation of the outputs: their samples are those without a matrix. */
     const int32_t moved[3][4] = {{0, 1 << 28, 0, 0}, {1 << 28, 0, 0, 0}, {0, 0, 0, 1 << 28}};
     const int32_t none[3][4] = {{0}};
     tarn_configuration configuration;
@@ -143,7 +143,7 @@ static void test_remap(void)
     tarn_destroy(reference);
 }
 
-/* Every meter comes through under its own name. */
+/* Every meter is copied to its own member. */
 static void test_meters(void)
 {
     tarn_configuration configuration;

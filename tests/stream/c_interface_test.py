@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
-"""Upmixes a file through the C interface, as any language with a foreign-function interface can, and compares every
-sample with what the tarn command writes.
+"""Upmixes a file through the C interface from Python, and compares every sample with the output of the tarn command.
 
     tests/stream/c_interface_test.py LIBRARY TARN
 
@@ -39,7 +38,6 @@ class Configuration(ctypes.Structure):
         ("remap", ctypes.c_uint32),
         ("gains", (ctypes.c_int32 * 4) * 3),
         ("mode", ctypes.c_uint32),
-        ("mix_fraction", ctypes.c_float),
     ]
 
 
@@ -48,7 +46,7 @@ TARN_OK = 0
 
 
 def load(path):
-    """The library with the argument types of what is called here."""
+    """The library with the argument types of the functions used here."""
     library = ctypes.CDLL(path)
     library.tarn_process.argtypes = [ctypes.c_void_p, ctypes.c_void_p, ctypes.c_void_p, ctypes.c_size_t]
     library.tarn_drain.argtypes = [ctypes.c_void_p, ctypes.c_void_p, ctypes.c_size_t]
@@ -85,9 +83,9 @@ def upmixed(library, samples):
     source, target = samples.buffer_info()[0], output.buffer_info()[0]
     done = 0
     while done < FRAMES:
-        some = min(333, FRAMES - done)
-        library.tarn_process(stream, source + 4 * done, target + 6 * done, some)
-        done += some
+        count = min(333, FRAMES - done)
+        library.tarn_process(stream, source + 4 * done, target + 6 * done, count)
+        done += count
     drained = library.tarn_drain(stream, target + 6 * done, latency)
     library.tarn_destroy(stream)
     assert drained == latency, drained
@@ -103,7 +101,7 @@ def main():
             file.setparams((2, 2, RATE, 0, "NONE", ""))
             file.writeframes(samples.tobytes())
         subprocess.run([tarn, "upmix", "--quiet", str(source), str(target)], check=True)
-        # The data of the command's file is its end; wave does not read files that name their channels.
+        # The samples are at the end of the file. The module wave does not read files with channel masks.
         expected = array.array("h", target.read_bytes()[-2 * 3 * FRAMES :])
     result = upmixed(load(library_path), samples)
     differing = sum(a != b for a, b in zip(result, expected))

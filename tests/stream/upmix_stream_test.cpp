@@ -1,3 +1,4 @@
+// Streams: formats, buffer sizes, latency, bypass, gain, modes and meters, compared with zrk_tarn_processor_t.
 #include "stream/upmix_stream.h"
 
 #include "host/zrk_tarn_processor.h"
@@ -17,8 +18,6 @@
 #include <utility>
 #include <vector>
 
-// The streaming adapter: buffers of any size and format, one latency, the bytes of the host object.
-
 namespace tests
 {
 
@@ -35,21 +34,20 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::size_t kLatency = UpmixStream::latencyFrames();
 constexpr std::size_t kEngineDelay = 960;
-constexpr std::size_t kBlock = 64; ///< by which the stream is later than the engine
-constexpr std::uint32_t kRatesHz[] = {32000, 44100, 48000, 64000, 88200, 96000, 192000};
+constexpr std::size_t kBlock = 64; ///< delay of the stream in addition to the engine's
 constexpr SampleFormat kFormats[] = {SampleFormat::S16, SampleFormat::S24, SampleFormat::S24In32, SampleFormat::S32,
                                      SampleFormat::F32};
 
-struct FormatFacts
+struct FormatSize
 {
     std::uint32_t bits;
     std::size_t bytes;
 };
 
-FormatFacts factsOf(SampleFormat format)
+FormatSize sizeOf(SampleFormat format)
 {
-    constexpr FormatFacts kFacts[] = {{16, 2}, {24, 3}, {24, 4}, {32, 4}, {32, 4}};
-    return kFacts[static_cast<std::size_t>(format)];
+    constexpr FormatSize kSizes[] = {{16, 2}, {24, 3}, {24, 4}, {32, 4}, {32, 4}};
+    return kSizes[static_cast<std::size_t>(format)];
 }
 
 OutputSlot engine(std::uint8_t index)
@@ -57,12 +55,12 @@ OutputSlot engine(std::uint8_t index)
     return {OutputSlot::Source::Engine, index};
 }
 
-OutputSlot passed(std::uint8_t index)
+OutputSlot copied(std::uint8_t index)
 {
     return {OutputSlot::Source::Input, index};
 }
 
-/// Stereo with a place that travels, in integers of a width.
+/// Stereo with a moving source, in integers of a width.
 std::vector<std::int32_t> stereoOf(std::size_t frames, std::uint32_t bits, Signal signal = Signal::TravellingSource)
 {
     Random random(bits);
@@ -82,11 +80,11 @@ void put(std::uint8_t* position, SampleFormat format, std::int32_t sample)
         std::memcpy(position, &value, sizeof value);
         return;
     }
-    for (std::size_t j = 0; j < factsOf(format).bytes; ++j)
+    for (std::size_t j = 0; j < sizeOf(format).bytes; ++j)
         position[j] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(sample) >> (8 * j));
 }
 
-/// What a sample in memory is worth, in integers of the format's width.
+/// Reads a sample as an integer of the format's width.
 std::int64_t get(const std::uint8_t* position, SampleFormat format)
 {
     if (format == SampleFormat::F32) {
@@ -95,15 +93,15 @@ std::int64_t get(const std::uint8_t* position, SampleFormat format)
         return std::llrint(static_cast<double>(value) * 0x1p31);
     }
     std::uint32_t bits = 0;
-    for (std::size_t j = 0; j < factsOf(format).bytes; ++j) bits |= std::uint32_t{position[j]} << (8 * j);
-    const auto unused = static_cast<int>(32 - 8 * factsOf(format).bytes);
+    for (std::size_t j = 0; j < sizeOf(format).bytes; ++j) bits |= std::uint32_t{position[j]} << (8 * j);
+    const auto unused = static_cast<int>(32 - 8 * sizeOf(format).bytes);
     return static_cast<std::int32_t>(bits << unused) >> unused;
 }
 
-/// Slots of every frame, left and right in two of them and something else in the others.
+/// Interleaved frames: the stereo in the left and right slot, distinct values in the others.
 Bytes hostBuffer(const std::vector<std::int32_t>& stereo, const StreamConfiguration& configuration)
 {
-    const std::size_t bytes = factsOf(configuration.format).bytes;
+    const std::size_t bytes = sizeOf(configuration.format).bytes;
     Bytes buffer(stereo.size() / 2 * configuration.inputSlots * bytes);
     for (std::size_t i = 0; i < stereo.size() / 2; ++i) {
         for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot) {
@@ -116,34 +114,33 @@ Bytes hostBuffer(const std::vector<std::int32_t>& stereo, const StreamConfigurat
     return buffer;
 }
 
-/// A whole buffer through a stream in calls of random sizes, or of one.
-Bytes through(UpmixStream& stream, const StreamConfiguration& configuration, const Bytes& input, std::size_t callFrames,
-              Random& random)
+/// Processes a buffer in calls of one size, or of random sizes if callFrames is 0.
+Bytes processed(UpmixStream& stream, const StreamConfiguration& configuration, const Bytes& input,
+                std::size_t callFrames, Random& random)
 {
-    const std::size_t bytes = factsOf(configuration.format).bytes;
+    const std::size_t bytes = sizeOf(configuration.format).bytes;
     const std::size_t frames = input.size() / bytes / configuration.inputSlots;
     Bytes output(frames * configuration.outputSlots * bytes);
     for (std::size_t done = 0; done < frames;) {
-        const std::size_t some = std::min(frames - done, callFrames > 0 ? callFrames : std::size_t{random.below(200)});
+        const std::size_t count = std::min(frames - done, callFrames > 0 ? callFrames : std::size_t{random.below(200)});
         stream.process(input.data() + done * configuration.inputSlots * bytes,
-                       output.data() + done * configuration.outputSlots * bytes, some);
-        done += some;
+                       output.data() + done * configuration.outputSlots * bytes, count);
+        done += count;
     }
     return output;
 }
 
-/// One slot of a buffer, in integers.
+/// One slot of a buffer as integers.
 std::vector<std::int64_t> slotOf(const Bytes& buffer, std::size_t slot, std::size_t slots, SampleFormat format)
 {
-    const std::size_t bytes = factsOf(format).bytes;
+    const std::size_t bytes = sizeOf(format).bytes;
     std::vector<std::int64_t> samples;
     for (std::size_t at = slot * bytes; at < buffer.size(); at += slots * bytes)
         samples.push_back(get(&buffer[at], format));
     return samples;
 }
 
-/// What the host object makes of a stereo stream in whole blocks, with its delay and its tail: front left, front right,
-/// centre.
+/// The output of zrk_tarn_processor_t for stereo, with its delay and its tail: front left, front right, centre.
 std::vector<std::vector<std::int64_t>> expectedOutputs(std::vector<std::int32_t> stereo, std::uint32_t rateHz,
                                                        std::uint32_t bits)
 {
@@ -160,34 +157,34 @@ std::vector<std::vector<std::int64_t>> expectedOutputs(std::vector<std::int32_t>
     return {slotOf(buffer, 0, 3, format), slotOf(buffer, 1, 3, format), slotOf(buffer, 2, 3, format)};
 }
 
-/// Single precision keeps the upper 24 bits of an integer.
-std::int64_t asFloatCarries(std::int64_t sample)
+/// Rounds an integer to single precision.
+std::int64_t roundedToFloat(std::int64_t sample)
 {
     return std::llrint(static_cast<double>(static_cast<float>(sample)));
 }
 
 } // namespace
 
-TEST(UpmixStream, GivesTheHostObjectsSamplesLateByTheLatencyInEveryFormatAndAtEveryRate)
+TEST(UpmixStream, ReturnsTheProcessorsSamplesOneBlockLaterInEveryFormatAtEveryRate)
 {
     constexpr std::size_t kFrames = 5000;
     Random random(3);
-    for (const std::uint32_t rateHz : kRatesHz) {
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
         for (const SampleFormat format : kFormats) {
             StreamConfiguration configuration{.sampleRateHz = rateHz, .format = format};
-            const std::uint32_t bits = factsOf(format).bits;
+            const std::uint32_t bits = sizeOf(format).bits;
             auto stereo = stereoOf(kFrames, bits);
             if (format == SampleFormat::F32)
                 for (std::int32_t& sample : stereo) sample = sample / 256 * 256; // what floats can hold
             UpmixStream stream(configuration);
-            const Bytes output = through(stream, configuration, hostBuffer(stereo, configuration), 0, random);
+            const Bytes output = processed(stream, configuration, hostBuffer(stereo, configuration), 0, random);
             const auto expected = expectedOutputs(stereo, rateHz, bits);
             for (std::size_t slot = 0; slot < 3; ++slot) {
                 const auto samples = slotOf(output, slot, 3, format);
                 for (std::size_t i = 0; i < kBlock; ++i) ASSERT_EQ(samples[i], 0) << "frame " << i;
                 for (std::size_t i = kBlock; i < kFrames; ++i) {
                     const std::int64_t sample = expected[slot][i - kBlock];
-                    ASSERT_EQ(samples[i], format == SampleFormat::F32 ? asFloatCarries(sample) : sample)
+                    ASSERT_EQ(samples[i], format == SampleFormat::F32 ? roundedToFloat(sample) : sample)
                         << rateHz << " Hz, format " << static_cast<int>(format) << ", slot " << slot << ", frame " << i;
                 }
             }
@@ -195,16 +192,16 @@ TEST(UpmixStream, GivesTheHostObjectsSamplesLateByTheLatencyInEveryFormatAndAtEv
     }
 }
 
-TEST(UpmixStream, LatencyIsWhereAnImpulseComesOut)
+TEST(UpmixStream, LatencyIsTheDelayOfAnImpulse)
 {
-    for (const std::uint32_t rateHz : kRatesHz) {
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
         for (const std::size_t position : {0u, 1u, 63u, 64u, 100u, 500u}) {
             const StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
             std::vector<std::int32_t> stereo(2 * 4096);
             stereo[2 * position] = 1 << 30;
             UpmixStream stream(configuration);
             Random random(1);
-            const Bytes output = through(stream, configuration, hostBuffer(stereo, configuration), 37, random);
+            const Bytes output = processed(stream, configuration, hostBuffer(stereo, configuration), 37, random);
             const auto left = slotOf(output, 0, 3, SampleFormat::S32);
             const auto largest = std::max_element(
                 left.begin(), left.end(), [](std::int64_t a, std::int64_t b) { return std::abs(a) < std::abs(b); });
@@ -217,16 +214,16 @@ TEST(UpmixStream, LatencyIsWhereAnImpulseComesOut)
     }
 }
 
-TEST(UpmixStream, SizesOfCallsChangeNothing)
+TEST(UpmixStream, CallSizesDoNotChangeBytes)
 {
     const StreamConfiguration configuration{.format = SampleFormat::S16};
     const Bytes input = hostBuffer(stereoOf(9000, 16), configuration);
     Random random(7);
     UpmixStream atOnce(configuration);
-    const Bytes expected = through(atOnce, configuration, input, 9000, random);
+    const Bytes expected = processed(atOnce, configuration, input, 9000, random);
     for (const std::size_t callFrames : {0u, 1u, 37u, 63u, 64u, 65u, 100u, 1024u}) {
         UpmixStream stream(configuration);
-        EXPECT_EQ(through(stream, configuration, input, callFrames, random), expected) << callFrames << " frames";
+        EXPECT_EQ(processed(stream, configuration, input, callFrames, random), expected) << callFrames << " frames";
     }
 }
 
@@ -236,22 +233,22 @@ TEST(UpmixStream, WorksInPlace)
     Bytes buffer = hostBuffer(stereoOf(3000, 24), configuration);
     Random random(7);
     UpmixStream apart(configuration);
-    const Bytes expected = through(apart, configuration, buffer, 100, random);
+    const Bytes expected = processed(apart, configuration, buffer, 100, random);
     UpmixStream inPlace(configuration);
     for (std::size_t done = 0; done < 3000; done += 100) inPlace.process(&buffer[done * 9], &buffer[done * 9], 100);
     EXPECT_EQ(buffer, expected);
 }
 
-TEST(UpmixStream, PlanarRowsCarryWhatInterleavedFramesDo)
+TEST(UpmixStream, PlanarOutputEqualsInterleavedOutput)
 {
     const StreamConfiguration configuration;
     constexpr std::size_t kFrames = 2000;
     const Bytes input = hostBuffer(stereoOf(kFrames, 32), configuration);
     Random random(7);
     UpmixStream interleaved(configuration);
-    const Bytes expected = through(interleaved, configuration, input, kFrames, random);
+    const Bytes expected = processed(interleaved, configuration, input, kFrames, random);
 
-    // The output takes the place of the input, left and right exchanged.
+    // In place, with left and right exchanged.
     std::vector<float> rows[3];
     for (auto& row : rows) row.resize(kFrames);
     for (std::size_t i = 0; i < kFrames; ++i) {
@@ -271,17 +268,17 @@ TEST(UpmixStream, PlanarRowsCarryWhatInterleavedFramesDo)
     }
 }
 
-TEST(UpmixStream, OtherSlotsPassDelayedByTheLatencyOrAreSilent)
+TEST(UpmixStream, CopiedSlotsAreDelayedByTheLatencyAndOthersAreSilent)
 {
     StreamConfiguration configuration{.format = SampleFormat::S16, .inputSlots = 6, .leftSlot = 1, .rightSlot = 0};
     configuration.outputSlots = 7;
-    configuration.outputs = {{engine(2), engine(0), engine(1), passed(3), passed(5), {}, passed(1)}};
+    configuration.outputs = {{engine(2), engine(0), engine(1), copied(3), copied(5), {}, copied(1)}};
     constexpr std::size_t kFrames = 4000;
     const auto stereo = stereoOf(kFrames, 16);
     const Bytes input = hostBuffer(stereo, configuration);
     Random random(7);
     UpmixStream stream(configuration);
-    const Bytes output = through(stream, configuration, input, 0, random);
+    const Bytes output = processed(stream, configuration, input, 0, random);
     const auto expected = expectedOutputs(stereo, 48000, 16);
     for (std::size_t i = kLatency; i < kFrames; ++i) {
         const auto at = [&](std::size_t slot) { return get(&output[(i * 7 + slot) * 2], SampleFormat::S16); };
@@ -298,7 +295,7 @@ TEST(UpmixStream, OtherSlotsPassDelayedByTheLatencyOrAreSilent)
     }
 }
 
-TEST(UpmixStream, RemapMatrixSpreadsTheOutputsOverFour)
+TEST(UpmixStream, RemapMatrixMixesTheOutputsIntoFour)
 {
     StreamConfiguration configuration{.format = SampleFormat::S24};
     configuration.remap = {{{0x10000000, 0, 0x08000000, 0}, {0, 0x10000000, 0, 0}, {0, 0, 0, 0x10000000}}};
@@ -308,9 +305,9 @@ TEST(UpmixStream, RemapMatrixSpreadsTheOutputsOverFour)
     const auto stereo = stereoOf(kFrames, 24);
     Random random(7);
     UpmixStream stream(configuration);
-    const Bytes output = through(stream, configuration, hostBuffer(stereo, configuration), 0, random);
+    const Bytes output = processed(stream, configuration, hostBuffer(stereo, configuration), 0, random);
 
-    // The host object itself, given the same slots.
+    // The processor with the same slots.
     Bytes buffer((kFrames + 32) * 8 * 3);
     for (std::size_t i = 0; i < stereo.size(); ++i) put(&buffer[(i / 2 * 8 + i % 2) * 3], SampleFormat::S24, stereo[i]);
     zrk_tarn_processor_t processor;
@@ -324,7 +321,7 @@ TEST(UpmixStream, RemapMatrixSpreadsTheOutputsOverFour)
     }
 }
 
-TEST(UpmixStream, FloatsBeyondFullScaleSaturateAndNanIsSilenceAndBothAreCounted)
+TEST(UpmixStream, FloatsBeyondFullScaleSaturateNanIsSilenceAndBothAreCounted)
 {
     const StreamConfiguration configuration;
     const auto outputOf = [&](std::vector<float> stereo, StreamMeters& meters) {
@@ -348,7 +345,7 @@ TEST(UpmixStream, FloatsBeyondFullScaleSaturateAndNanIsSilenceAndBothAreCounted)
     EXPECT_EQ(beyond.invalid, 1u);
 }
 
-TEST(UpmixStream, DrainGivesTheTailOnce)
+TEST(UpmixStream, DrainReturnsTheTailOnce)
 {
     const StreamConfiguration configuration{.format = SampleFormat::S16};
     constexpr std::size_t kFrames = 3333;
@@ -356,20 +353,20 @@ TEST(UpmixStream, DrainGivesTheTailOnce)
     const Bytes input = hostBuffer(stereo, configuration);
     Bytes output((kFrames + kLatency) * 6);
     UpmixStream stream(configuration);
-    EXPECT_EQ(stream.drain(output.data(), 100), 0u) << "nothing came in";
+    EXPECT_EQ(stream.drain(output.data(), 100), 0u) << "no input";
     stream.process(input.data(), output.data(), kFrames);
     std::size_t length = kFrames;
-    while (const std::size_t some =
+    while (const std::size_t count =
                stream.drain(output.data() + length * 6, std::min<std::size_t>(300, kFrames + kLatency - length)))
-        length += some;
+        length += count;
     EXPECT_EQ(length, kFrames + kLatency);
     EXPECT_EQ(stream.drain(output.data(), 1), 0u);
     UpmixStream again(configuration);
     again.process(input.data(), nullptr, 0);
-    EXPECT_EQ(again.drain(nullptr, kLatency), 0u) << "nothing came in";
+    EXPECT_EQ(again.drain(nullptr, kLatency), 0u) << "no input";
     again.process(input.data(), nullptr, 5);
     again.reset();
-    EXPECT_EQ(again.drain(nullptr, kLatency), 0u) << "nothing is left";
+    EXPECT_EQ(again.drain(nullptr, kLatency), 0u) << "after reset";
     const auto expected = expectedOutputs(stereo, 48000, 16);
     for (std::size_t slot = 0; slot < 3; ++slot) {
         const auto samples = slotOf(output, slot, 3, SampleFormat::S16);
@@ -377,17 +374,17 @@ TEST(UpmixStream, DrainGivesTheTailOnce)
     }
 }
 
-TEST(UpmixStream, IsAsNewAfterReset)
+TEST(UpmixStream, ResetStreamsEqualNewOnes)
 {
     for (const std::uint32_t rateHz : {48000u, 192000u}) {
         const StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
         const Bytes input = hostBuffer(stereoOf(5000, 32), configuration);
         Random random(7);
         UpmixStream fresh(configuration);
-        const Bytes expected = through(fresh, configuration, input, 77, random);
+        const Bytes expected = processed(fresh, configuration, input, 77, random);
         UpmixStream stream(configuration);
         for (int time = 0; time < 3; ++time) {
-            EXPECT_EQ(through(stream, configuration, input, 77, random), expected) << "time " << time;
+            EXPECT_EQ(processed(stream, configuration, input, 77, random), expected) << "time " << time;
             stream.reset();
             EXPECT_EQ(stream.meters().blocks, 0u);
         }
@@ -427,7 +424,7 @@ TEST(UpmixStream, BypassFadesToTheInputAtTheSameLatencyAndBack)
             } else if (i >= 6400 + 64 + kFade && i < 12800 + 64) {
                 ASSERT_EQ(samples[i], dry) << slot << ", " << i;
             } else {
-                // On its way from one to the other, in steps of 1/1024.
+                // In the fade, in steps of 1/1024.
                 const auto begin = static_cast<double>(i < 12800 ? 6400 + 64 : 12800 + 64);
                 const double part = (static_cast<double>(i) + 1.0 - begin) / static_cast<double>(kFade);
                 const double wetPart = i < 12800 ? 1.0 - part : part;
@@ -438,7 +435,7 @@ TEST(UpmixStream, BypassFadesToTheInputAtTheSameLatencyAndBack)
     }
 }
 
-TEST(UpmixStream, ChangesInTheMiddleOfAFadeGoOnFromWhereItIs)
+TEST(UpmixStream, ChangesDuringAFadeContinueFromItsCurrentValue)
 {
     const StreamConfiguration configuration{.format = SampleFormat::S32};
     constexpr std::size_t kFrames = 16384;
@@ -446,22 +443,22 @@ TEST(UpmixStream, ChangesInTheMiddleOfAFadeGoOnFromWhereItIs)
     const Bytes input = hostBuffer(stereo, configuration);
     const auto expected = expectedOutputs(stereo, 48000, 32);
 
-    /// A value that moves evenly to its target within 1024 frames, beginning again with every new target.
-    struct Way
+    /// A value that moves linearly to its target within 1024 frames.
+    struct Fade
     {
         double from;
         double to;
-        int frames = 1024; // since the target was new
+        int frames = 1024; // since the last change
 
         double now() const { return frames >= 1024 ? to : from + (to - from) * (frames / 1024.0); }
         void change(double target) { *this = {now(), target, 0}; }
     };
-    Way wet{1.0, 1.0};
-    Way gain{1.0, 1.0};
+    Fade wet{1.0, 1.0};
+    Fade gain{1.0, 1.0};
     UpmixStream stream(configuration);
     Bytes output(kFrames * 12);
     double largest = 0.0;
-    std::vector<std::pair<std::size_t, double>> wanted; // frame of the output and its value
+    std::vector<std::pair<std::size_t, double>> expectedValues; // frame of the output and its value
     for (std::size_t block = 0; block < kFrames / kBlock; ++block) {
         if (block == 64 || block == 75 || block == 80 || block == 82) {
             stream.setBypass(!stream.bypassed());
@@ -472,7 +469,7 @@ TEST(UpmixStream, ChangesInTheMiddleOfAFadeGoOnFromWhereItIs)
             stream.setMakeUpGain(to);
             gain.change(static_cast<double>(to));
         }
-        // What is asked for between two blocks begins with the one that is made next and comes out behind it.
+        // A change between two blocks applies to the next block, which is returned one block later.
         stream.process(&input[block * kBlock * 8], &output[block * kBlock * 12], kBlock);
         for (std::size_t i = (block + 1) * kBlock; i < (block + 2) * kBlock; ++i) {
             ++wet.frames;
@@ -482,21 +479,21 @@ TEST(UpmixStream, ChangesInTheMiddleOfAFadeGoOnFromWhereItIs)
             const double value =
                 wet.now() * gain.now() * static_cast<double>(expected[0][i - kBlock]) + (1.0 - wet.now()) * dry;
             largest = std::max(largest, std::abs(value));
-            wanted.emplace_back(i, value);
+            expectedValues.emplace_back(i, value);
         }
     }
-    ASSERT_GT(largest, 0x1p25) << "the case that this test needs";
+    ASSERT_GT(largest, 0x1p25) << "precondition of this test";
     const auto left = slotOf(output, 0, 3, SampleFormat::S32);
-    for (const auto& [frame, value] : wanted) ASSERT_EQ(left[frame], std::llround(value)) << frame;
+    for (const auto& [frame, value] : expectedValues) ASSERT_EQ(left[frame], std::llround(value)) << frame;
     ASSERT_EQ(left.back(), std::llround(2.0 * static_cast<double>(expected[0][kFrames - 1 - kBlock])))
-        << "what was asked for last";
+        << "the last change";
 }
 
-TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
+TEST(UpmixStream, MakeUpGainMultipliesEngineOutputsAndCountsSaturatedSamples)
 {
     StreamConfiguration configuration{.format = SampleFormat::S16};
     configuration.outputSlots = 4;
-    configuration.outputs = {{engine(0), engine(1), engine(2), passed(0)}};
+    configuration.outputs = {{engine(0), engine(1), engine(2), copied(0)}};
     constexpr std::size_t kFrames = 12000;
     auto stereo = stereoOf(kFrames, 16, Signal::CentredNoise);
     const Bytes input = hostBuffer(stereo, configuration);
@@ -519,25 +516,25 @@ TEST(UpmixStream, MakeUpGainMultipliesTheEnginesOutputsAndCountsWhatSaturates)
             ASSERT_EQ(get(&output[(i * 4 + 3) * 2], SampleFormat::S16), stereo[2 * (i - kLatency)]) << i;
         }
     }
-    // The meters are ahead of the output by what is left of the last block that was made.
+    // The meters include the part of the last block that has not been returned yet.
     for (std::size_t i = kFrames; i < kFrames / kBlock * kBlock + kBlock; ++i)
         for (std::size_t slot = 0; slot < 3; ++slot) count(i, slot);
-    EXPECT_GT(saturated, 0u) << "the case that this test needs";
+    EXPECT_GT(saturated, 0u) << "precondition of this test";
     EXPECT_EQ(stream.meters().saturated, saturated);
     stream.reset();
     EXPECT_EQ(stream.meters().saturated, 0u);
     stream.setMakeUpGain(std::numeric_limits<float>::quiet_NaN());
     stream.process(input.data(), output.data(), kFrames);
     for (std::size_t i = kBlock; i < kFrames; ++i)
-        ASSERT_EQ(get(&output[i * 8], SampleFormat::S16), expected[0][i - kBlock]) << "not a number is no gain";
+        ASSERT_EQ(get(&output[i * 8], SampleFormat::S16), expected[0][i - kBlock]) << "NaN sets gain 1";
     EXPECT_EQ(stream.meters().saturated, 0u);
 }
 
-TEST(UpmixStream, MakeUpGainReachesWhateverIsAskedForEvenlyWithin1024Frames)
+TEST(UpmixStream, MakeUpGainFadesLinearlyWithin1024Frames)
 {
     const StreamConfiguration configuration{.format = SampleFormat::S32};
     constexpr std::size_t kFrames = 8192;
-    constexpr std::size_t kChange = 4096;                      ///< a frame that begins a block
+    constexpr std::size_t kChange = 4096;                      ///< the first frame of a block
     auto stereo = stereoOf(kFrames, 28, Signal::CentredNoise); // 1/16 of full scale
     const Bytes input = hostBuffer(stereo, configuration);
     const auto expected = expectedOutputs(stereo, 48000, 32);
@@ -549,7 +546,7 @@ TEST(UpmixStream, MakeUpGainReachesWhateverIsAskedForEvenlyWithin1024Frames)
         stream.setMakeUpGain(static_cast<float>(gain));
         stream.process(&input[kChange * 8], &output[kChange * 12], kFrames - kChange);
         const auto samples = slotOf(output, 2, 3, SampleFormat::S32);
-        // The block that is full when the gain is asked for comes out as it is.
+        // The block that was processed before the change is returned first.
         for (std::size_t i = kChange; i < kFrames; ++i) {
             const auto wet = static_cast<double>(expected[2][i - kBlock]);
             const auto since = static_cast<double>(i + 1) - static_cast<double>(kChange + kBlock);
@@ -560,7 +557,7 @@ TEST(UpmixStream, MakeUpGainReachesWhateverIsAskedForEvenlyWithin1024Frames)
     }
 }
 
-TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameHoldFromTheFirstFrameOn)
+TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameApplyWithoutAFade)
 {
     const StreamConfiguration configuration{.format = SampleFormat::S24};
     constexpr std::size_t kFrames = 4000;
@@ -573,7 +570,7 @@ TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameHoldFromTheFirstFrameOn)
         stream.setMakeUpGain(7.0f);
         stream.setMakeUpGain(static_cast<float>(gain));
         stream.setBypass(false);
-        const Bytes output = through(stream, configuration, input, 0, random);
+        const Bytes output = processed(stream, configuration, input, 0, random);
         for (std::size_t slot = 0; slot < 3; ++slot) {
             const auto samples = slotOf(output, slot, 3, SampleFormat::S24);
             for (std::size_t i = kBlock; i < kFrames; ++i)
@@ -582,7 +579,7 @@ TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameHoldFromTheFirstFrameOn)
         }
         stream.reset();
         stream.setBypass(true);
-        const Bytes plain = through(stream, configuration, input, 0, random);
+        const Bytes plain = processed(stream, configuration, input, 0, random);
         for (std::size_t slot = 0; slot < 2; ++slot) {
             const auto samples = slotOf(plain, slot, 3, SampleFormat::S24);
             for (std::size_t i = 0; i < kFrames; ++i)
@@ -592,9 +589,9 @@ TEST(UpmixStream, GainAndBypassSetBeforeTheFirstFrameHoldFromTheFirstFrameOn)
     }
 }
 
-TEST(UpmixStream, ModeChangesKeepTheSignalAndEndInTheOtherMode)
+TEST(UpmixStream, ModeChangesKeepTheSignal)
 {
-    // A tone that does not move sounds alike in both modes, without a gap where the mode changes.
+    // A static tone has the same level in both modes, and no gap at the change.
     const StreamConfiguration configuration{.sampleRateHz = 96000, .format = SampleFormat::S32};
     const auto stereo = stereoOf(40000, 32, Signal::MidTone);
     const Bytes input = hostBuffer(stereo, configuration);
@@ -611,33 +608,33 @@ TEST(UpmixStream, ModeChangesKeepTheSignalAndEndInTheOtherMode)
     };
     for (std::size_t i = 19000; i < 39000; i += 500) EXPECT_GT(peakIn(i, i + 500), 0.9 * peakIn(15000, 19000)) << i;
 
-    // From a mode to the other and back, a stream does what it did, once old steering has faded.
+    // After a change before the first frame, and after reset, the mode is the only difference.
     const auto travelling = stereoOf(40000, 32);
     const Bytes moving = hostBuffer(travelling, configuration);
     StreamConfiguration calm = configuration;
     calm.mode = zrk_tarn::SteeringMode::Calm;
     Random random(1);
     UpmixStream always(calm);
-    const Bytes expected = through(always, calm, moving, 1000, random);
+    const Bytes expected = processed(always, calm, moving, 1000, random);
     UpmixStream changed(configuration);
     changed.setMode(zrk_tarn::SteeringMode::Calm);
-    EXPECT_EQ(through(changed, configuration, moving, 1000, random), expected);
+    EXPECT_EQ(processed(changed, configuration, moving, 1000, random), expected);
     changed.setMode(zrk_tarn::SteeringMode::Fast);
     changed.process(moving.data(), output.data(), 128);
     changed.setMode(zrk_tarn::SteeringMode::Calm);
     changed.reset();
-    EXPECT_EQ(through(changed, configuration, moving, 1000, random), expected);
+    EXPECT_EQ(processed(changed, configuration, moving, 1000, random), expected);
 }
 
-TEST(UpmixStream, ModeThatIsSetBackDoesWhatItDid)
+TEST(UpmixStream, ModesThatAreChangedBackConverge)
 {
-    for (const std::uint32_t rateHz : kRatesHz) {
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
         const StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
         const auto stereo = stereoOf(120000, 32);
         const Bytes input = hostBuffer(stereo, configuration);
         Random random(1);
         UpmixStream always(configuration);
-        const Bytes expected = through(always, configuration, input, 1000, random);
+        const Bytes expected = processed(always, configuration, input, 1000, random);
         UpmixStream changed(configuration);
         Bytes output(expected.size());
         const auto run = [&](std::size_t from, std::size_t to) {
@@ -648,16 +645,15 @@ TEST(UpmixStream, ModeThatIsSetBackDoesWhatItDid)
         run(6400, 12800);
         changed.setMode(zrk_tarn::SteeringMode::Fast);
         run(12800, 120000);
-        EXPECT_FALSE(std::equal(output.begin(), output.begin() + 12800 * 12, expected.begin()))
-            << "calm is another mode";
+        EXPECT_FALSE(std::equal(output.begin(), output.begin() + 12800 * 12, expected.begin())) << "the modes differ";
         EXPECT_TRUE(std::equal(output.begin() + 118000 * 12, output.end(), expected.begin() + 118000 * 12)) << rateHz;
     }
 }
 
-TEST(UpmixStream, DependsOnNoFloatingPointModeOfTheCallersThread)
+TEST(UpmixStream, RoundingModeOfTheCallerDoesNotChangeBytes)
 {
     StreamConfiguration configuration;
-    configuration.outputs = {{engine(0), passed(0), engine(2)}};
+    configuration.outputs = {{engine(0), copied(0), engine(2)}};
     std::vector<float> stereo(2 * 6000);
     Random random(3);
     for (float& sample : stereo) sample = static_cast<float>((random.uniform() - 0.5) * 0.9);
@@ -688,11 +684,11 @@ TEST(UpmixStream, DependsOnNoFloatingPointModeOfTheCallersThread)
         EXPECT_TRUE(outputs(rounding) == expected) << rounding;
 }
 
-TEST(UpmixStream, MetersShowLevelsAndSteering)
+TEST(UpmixStream, MetersReportLevelsAndSteering)
 {
     StreamConfiguration configuration;
     configuration.outputSlots = 4;
-    configuration.outputs = {{engine(0), engine(1), engine(2), passed(0)}};
+    configuration.outputs = {{engine(0), engine(1), engine(2), copied(0)}};
     std::vector<float> stereo(2 * 48000);
     for (std::size_t i = 0; i < 48000; ++i)
         stereo[2 * i] =
@@ -702,7 +698,7 @@ TEST(UpmixStream, MetersShowLevelsAndSteering)
     stream.process(stereo.data(), output.data(), 48000);
     StreamMeters meters = stream.meters();
     EXPECT_EQ(meters.blocks, 750u);
-    // Of a sine of half full scale, within the meters' own time constants.
+    // A sine at half full scale.
     EXPECT_NEAR(meters.peak[3], 0.5, 0.001);
     EXPECT_NEAR(meters.rms[3], 0.5 / std::numbers::sqrt2, 0.02);
     EXPECT_GT(meters.peak[0], 0.3f) << "left stays left";
@@ -720,15 +716,15 @@ TEST(UpmixStream, MetersShowLevelsAndSteering)
     EXPECT_NEAR(stream.meters().peak[3] / before, 0.1, 0.001);
 }
 
-TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePlaceOfASource)
+TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePositionOfASource)
 {
     StreamConfiguration configuration;
-    configuration.outputs = {{passed(0), passed(1), engine(2)}};
+    configuration.outputs = {{copied(0), copied(1), engine(2)}};
     std::vector<float> stereo(2 * 48000, 0.5f);
     for (std::size_t i = 1; i < stereo.size(); i += 2) stereo[i] = -0.25f;
     std::vector<float> output(3 * 48000);
     UpmixStream stream(configuration);
-    stream.process(stereo.data(), output.data(), kLatency - kBlock + 14400); // 0.3 s of it have been seen
+    stream.process(stereo.data(), output.data(), kLatency - kBlock + 14400); // 0.3 s of it are metered
     StreamMeters meters = stream.meters();
     EXPECT_NEAR(meters.rms[0], 0.5 * std::sqrt(1.0 - std::exp(-1.0)), 1e-4);
     EXPECT_NEAR(meters.rms[1], 0.25 * std::sqrt(1.0 - std::exp(-1.0)), 1e-4);
@@ -747,7 +743,7 @@ TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePlaceOfASource)
         EXPECT_EQ(meters.speed[group], zrk_tarn::SteeringSpeed::Slower);
     }
 
-    const auto placeOf = [&](double left, double right) {
+    const auto metersFor = [&](double left, double right) {
         Random random(5);
         for (std::size_t i = 0; i < 48000; ++i) {
             const double value = random.uniform() - 0.5;
@@ -758,10 +754,10 @@ TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePlaceOfASource)
         stream.process(stereo.data(), output.data(), 48000);
         return stream.meters();
     };
-    const StreamMeters left = placeOf(0.5, 0.0);
-    const StreamMeters right = placeOf(0.0, 0.5);
-    const StreamMeters centre = placeOf(0.5, 0.5);
-    const StreamMeters nothing = placeOf(0.0, 0.0);
+    const StreamMeters left = metersFor(0.5, 0.0);
+    const StreamMeters right = metersFor(0.0, 0.5);
+    const StreamMeters centre = metersFor(0.5, 0.5);
+    const StreamMeters nothing = metersFor(0.0, 0.0);
     for (std::size_t group = 0; group < 16; ++group) {
         EXPECT_GT(left.leftRight[group], 0.9f);
         EXPECT_LT(right.leftRight[group], -0.9f);
@@ -773,7 +769,7 @@ TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePlaceOfASource)
     }
 }
 
-TEST(UpmixStream, RefusesWhatCannotBeAndSaysWhy)
+TEST(UpmixStream, InvalidConfigurationsAreRefusedWithAReason)
 {
     const auto problemWith = [](auto change) {
         StreamConfiguration configuration;
@@ -794,14 +790,12 @@ TEST(UpmixStream, RefusesWhatCannotBeAndSaysWhy)
     EXPECT_EQ(problemWith([](auto& c) { c.outputSlots = 9; }), "there have to be 1 to 8 output slots");
     EXPECT_EQ(problemWith([](auto& c) { c.outputs[0] = engine(3); }),
               "the engine has outputs 0 to 2, or 0 to 3 with a remap matrix");
-    EXPECT_EQ(problemWith([](auto& c) { c.outputs[1] = passed(2); }),
-              "an output slot passes an input slot that is not there");
+    EXPECT_EQ(problemWith([](auto& c) { c.outputs[1] = copied(2); }),
+              "an output slot copies an input slot that does not exist");
     EXPECT_EQ(problemWith([](auto& c) { c.outputs[2].source = static_cast<OutputSlot::Source>(7); }),
               "an output slot has an unknown source");
     EXPECT_EQ(problemWith([](auto& c) { c.mode = static_cast<zrk_tarn::SteeringMode>(2); }),
               "the steering mode is unknown");
-    EXPECT_EQ(problemWith([](auto& c) { c.mixFraction = std::numeric_limits<float>::quiet_NaN(); }),
-              "the mix fraction has to be 0 to 1");
 }
 
 } // namespace tests

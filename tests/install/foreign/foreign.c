@@ -1,4 +1,4 @@
-/* Upmixes a ramp through the C interface and prints a checksum of what comes out. */
+/* Upmixes a test signal through the C interface and prints a checksum of the output. */
 
 #include <zrk_tarn/tarn.h>
 

@@ -1,5 +1,4 @@
-/// Upmixes a ramp twice, through the streaming adapter and through the host object, and prints a checksum of the first
-/// if both give the same, one block apart.
+// Upmixes a test signal with UpmixStream and with zrk_tarn_processor_t, and prints a checksum if both outputs agree.
 
 #include <zrk_tarn/cos_mod.h>
 #include <zrk_tarn/stream_types.h>

@@ -1,4 +1,5 @@
-#include "include/zrk_tarn/tarn.h"
+// The C interface: each function calls zrk_tarn::UpmixStream.
+#include "c_interface/tarn.h"
 
 #include "stream/upmix_stream.h"
 
@@ -6,11 +7,9 @@
 #include <iterator>
 #include <new>
 
-// The C interface: what it declares in terms of UpmixStream, and nothing else.
-
 struct tarn_stream
 {
-    /// For a configuration without a problem.
+    /// The configuration must be valid.
     explicit tarn_stream(const zrk_tarn::StreamConfiguration& configuration)
         : stream(zrk_tarn::UpmixStream::Checked{configuration}),
           isFloat(configuration.format == zrk_tarn::SampleFormat::F32),
@@ -31,12 +30,14 @@ using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
+static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
+static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
 static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
 static_assert(TARN_SILENCE == static_cast<int>(OutputSlot::Source::Silence));
 static_assert(TARN_CALM == static_cast<int>(SteeringMode::Calm));
 static_assert(TARN_TYPICAL_MAKE_UP_GAIN == zrk_tarn::kTypicalMakeUpGain);
 
-/// A number that stands for an enumerator; what is too large for one stays unknown.
+/// The enumerator of a number. Numbers above 255 become 255, which is not an enumerator either.
 template <typename Enum>
 Enum enumOf(std::uint32_t value)
 {
@@ -62,9 +63,8 @@ StreamConfiguration configurationOf(const tarn_configuration& from)
         .rightSlot = from.right_slot,
         .outputSlots = from.output_slots,
         .mode = enumOf<SteeringMode>(from.mode),
-        .mixFraction = from.mix_fraction,
     };
-    for (std::size_t slot = 0; slot < TARN_MOST_SLOTS; ++slot)
+    for (std::size_t slot = 0; slot < TARN_MAX_SLOTS; ++slot)
         configuration.outputs[slot] = {.source = enumOf<OutputSlot::Source>(from.outputs[slot].source),
                                        .index = static_cast<std::uint8_t>(std::min(from.outputs[slot].index, 255u))};
     if (from.remap != 0) configuration.remap = gainsOf(from.gains);
@@ -84,13 +84,13 @@ const char* tarn_status_text(int status)
     case TARN_OK:
         return "no error";
     case TARN_BAD_CONFIGURATION:
-        return "the configuration is not possible; tarn_problem says what is wrong with it";
+        return "the configuration is invalid; tarn_problem says what is wrong with it";
     case TARN_NO_MEMORY:
         return "out of memory";
     case TARN_BAD_ARGUMENT:
-        return "an argument is null, or planar rows were given to a stream that is not of floats";
+        return "an argument is null, or planar buffers were given to a stream whose format is not float";
     case TARN_NO_REMAP:
-        return "the stream was made without a remap matrix";
+        return "the stream was created without a remap matrix";
     }
     return "unknown status";
 }
@@ -106,11 +106,10 @@ void tarn_defaults(tarn_configuration* configuration)
     configuration->left_slot = defaults.leftSlot;
     configuration->right_slot = defaults.rightSlot;
     configuration->output_slots = defaults.outputSlots;
-    for (std::size_t slot = 0; slot < TARN_MOST_SLOTS; ++slot)
+    for (std::size_t slot = 0; slot < TARN_MAX_SLOTS; ++slot)
         configuration->outputs[slot] = {static_cast<std::uint32_t>(defaults.outputs[slot].source),
                                         defaults.outputs[slot].index};
     configuration->mode = TARN_FAST;
-    configuration->mix_fraction = defaults.mixFraction;
 }
 
 const char* tarn_problem(const tarn_configuration* configuration)
@@ -124,10 +123,10 @@ tarn_status tarn_create(const tarn_configuration* configuration, tarn_stream** s
     if (stream == nullptr) return TARN_BAD_ARGUMENT;
     *stream = nullptr;
     if (configuration == nullptr) return TARN_BAD_ARGUMENT;
-    const StreamConfiguration wanted = configurationOf(*configuration);
-    if (UpmixStream::problemOf(wanted) != nullptr) return TARN_BAD_CONFIGURATION;
+    const StreamConfiguration checked = configurationOf(*configuration);
+    if (UpmixStream::problemOf(checked) != nullptr) return TARN_BAD_CONFIGURATION;
     try {
-        *stream = new tarn_stream(wanted);
+        *stream = new tarn_stream(checked);
     } catch (...) {
         return TARN_NO_MEMORY;
     }

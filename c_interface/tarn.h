@@ -1,0 +1,214 @@
+/* Tarn for C: stereo in, front left, front right and centre out. */
+#ifndef ZRK_TARN_TARN_H
+#define ZRK_TARN_TARN_H
+
+/**
+ * @file
+ * Tarn for C, and for every language that can call C: stereo in, front left, front right and centre out, in buffers of
+ * any size.
+ *
+ * Create a stream for a configuration, then process buffers with it. The output comes tarn_latency_frames() after the
+ * input. Only tarn_create allocates memory.
+ *
+ * Threads: tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap are for one thread at a time
+ * per stream. They never allocate, lock or make a system call. tarn_set_bypass, tarn_bypassed, tarn_set_make_up_gain,
+ * tarn_set_mode and tarn_read_meters are for any thread at any time, and as safe. Any number of streams can be created
+ * and used on any number of threads at the same time.
+ *
+ * Results are identical to the bit on every machine. They do not depend on the floating-point mode of the calling
+ * thread, which is restored. No function sets errno or throws. A null stream is a bad argument; functions that return
+ * no status do nothing then.
+ */
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Marks what the library exports. */
+#if defined __GNUC__
+#define TARN_API __attribute__((visibility("default")))
+#else
+#define TARN_API
+#endif
+
+/** Maximum number of slots per frame. */
+#define TARN_MAX_SLOTS 8
+/** Number of frequency groups that are steered independently. */
+#define TARN_BAND_GROUPS 16
+
+/** Typical make-up gain (+3 dB): matches the loudness of the stereo. Loud recordings clip with it. */
+#define TARN_TYPICAL_MAKE_UP_GAIN 1.41253754f
+
+/** Result of a call. */
+typedef enum tarn_status
+{
+    TARN_OK = 0,                /**< success */
+    TARN_BAD_CONFIGURATION = 1, /**< tarn_problem says what is wrong */
+    TARN_NO_MEMORY = 2,         /**< out of memory; no stream was created */
+    TARN_BAD_ARGUMENT = 3,      /**< a null pointer, or planar buffers for a stream that is not TARN_F32 */
+    TARN_NO_REMAP = 4           /**< a matrix for a stream that was created without one */
+} tarn_status;
+
+/** Memory layout of a sample. Integers are signed and little-endian, floats native. */
+typedef enum tarn_format
+{
+    TARN_S16 = 0,       /**< 16 bits in 2 bytes */
+    TARN_S24 = 1,       /**< 24 bits in 3 bytes */
+    TARN_S24_IN_32 = 2, /**< 24 bits in the low 3 of 4 bytes; the fourth is ignored on input, sign on output */
+    TARN_S32 = 3,       /**< 32 bits in 4 bytes */
+    TARN_F32 = 4        /**< single precision, full scale +-1; larger samples saturate, NaN becomes silence */
+} tarn_format;
+
+/** Where the samples of an output slot come from. */
+typedef enum tarn_source
+{
+    TARN_FROM_ENGINE = 0, /**< an engine output: 0 front left, 1 front right, 2 centre; with a matrix: a column of it */
+    TARN_FROM_INPUT = 1,  /**< an input slot, delayed by the latency */
+    TARN_SILENCE = 2      /**< zeros */
+} tarn_source;
+
+/** How fast strong steering is followed. */
+typedef enum tarn_mode
+{
+    TARN_FAST = 0, /**< at the fast smoothing speed */
+    TARN_CALM = 1  /**< at the medium smoothing speed */
+} tarn_mode;
+
+/** An output slot. */
+typedef struct tarn_slot
+{
+    uint32_t source; /**< tarn_source */
+    uint32_t index;  /**< number of the engine output or of the input slot */
+} tarn_slot;
+
+/** Configuration of a stream. Fill it with tarn_defaults, then change members. */
+typedef struct tarn_configuration
+{
+    uint32_t sample_rate;              /**< Hz: 32000, 44100, 48000, 64000, 88200, 96000 or 192000 */
+    uint32_t format;                   /**< tarn_format, of input and output */
+    uint32_t input_slots;              /**< 1 to TARN_MAX_SLOTS */
+    uint32_t left_slot;                /**< input slot of the left channel */
+    uint32_t right_slot;               /**< input slot of the right channel */
+    uint32_t output_slots;             /**< 1 to TARN_MAX_SLOTS */
+    tarn_slot outputs[TARN_MAX_SLOTS]; /**< the first output_slots entries are used */
+    uint32_t remap;                    /**< not 0: gains mixes the three engine outputs into four */
+    /** Front left, front right and centre (rows) x output (columns), 28 fraction bits: 1 << 28 is 1. Keep the sum of
+     * absolute gains per column at 1 or less, or the output can wrap. */
+    int32_t gains[3][4];
+    uint32_t mode; /**< tarn_mode; tarn_set_mode changes it later */
+} tarn_configuration;
+
+/** Meter values for a display. Levels are linear, full scale 1. */
+typedef struct tarn_meters
+{
+    float peak[TARN_MAX_SLOTS];         /**< per output slot; decays by 20 dB in 1.7 s */
+    float rms[TARN_MAX_SLOTS];          /**< per output slot, over about 300 ms */
+    float left_right[TARN_BAND_GROUPS]; /**< per band group, lowest first: -1 right to 1 left */
+    float front_back[TARN_BAND_GROUPS]; /**< per band group: -1 back to 1 front */
+    uint32_t speed[TARN_BAND_GROUPS];   /**< smoothing speed per band group: 0 slower, 1 slow, 2 mid, 3 fast */
+    uint64_t blocks;                    /**< processed blocks of 64 frames */
+    uint64_t saturated;                 /**< samples beyond full scale: floats of the input, or outputs after gain */
+    uint64_t invalid;                   /**< NaN samples of the input, read as silence */
+} tarn_meters;
+
+/** A stream. */
+typedef struct tarn_stream tarn_stream;
+
+/** Returns the version of the library, for example "1.2.3". */
+TARN_API const char* tarn_version(void);
+
+/** Returns an English text for a status, also for an unknown one. */
+TARN_API const char* tarn_status_text(int status);
+
+/** Sets a configuration to stereo floats at 48 kHz, upmixed to front left, front right and centre. */
+TARN_API void tarn_defaults(tarn_configuration* configuration);
+
+/** Returns an English text that says what is wrong with a configuration and what would be right; null if nothing is
+ * wrong. */
+TARN_API const char* tarn_problem(const tarn_configuration* configuration);
+
+/**
+ * Creates a stream.
+ *
+ * @param configuration  is copied
+ * @param stream         receives the stream, or null after an error
+ * @return TARN_OK, TARN_BAD_ARGUMENT, TARN_BAD_CONFIGURATION or TARN_NO_MEMORY
+ */
+TARN_API tarn_status tarn_create(const tarn_configuration* configuration, tarn_stream** stream);
+
+/** Frees a stream. Null is allowed. */
+TARN_API void tarn_destroy(tarn_stream* stream);
+
+/** Returns the delay from input to output in frames. It is 1024 at every rate. */
+TARN_API uint32_t tarn_latency_frames(void);
+
+/**
+ * Processes interleaved frames.
+ *
+ * @param stream  from tarn_create
+ * @param input   frames x input slots; null is silence
+ * @param output  frames x output slots; can be the same memory as input if both have the same number of slots
+ * @param frames  any number
+ * @return TARN_OK or TARN_BAD_ARGUMENT
+ */
+TARN_API tarn_status tarn_process(tarn_stream* stream, const void* input, void* output, size_t frames);
+
+/**
+ * Processes one buffer of floats per slot.
+ *
+ * @param stream  from tarn_create
+ * @param input   [input slots], buffers of frames samples; a null buffer is silence
+ * @param output  [output slots], buffers of frames samples; a null buffer is not written; can be the input's buffers
+ * @param frames  any number
+ * @return TARN_OK, or TARN_BAD_ARGUMENT if the stream is not TARN_F32
+ */
+TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const* input, float* const* output,
+                                         size_t frames);
+
+/**
+ * Returns the last tarn_latency_frames() frames of a stream, interleaved, after its last input.
+ *
+ * The whole output without its first tarn_latency_frames() then has the length of the input. Planar hosts call
+ * tarn_process_planar with null buffers for tarn_latency_frames() instead.
+ *
+ * @return number of frames written: up to frames, and tarn_latency_frames() in total since the last input
+ */
+TARN_API size_t tarn_drain(tarn_stream* stream, void* output, size_t frames);
+
+/** Clears the signal of a stream. Mode, bypass, gain and matrix stay. */
+TARN_API void tarn_reset(tarn_stream* stream);
+
+/**
+ * Changes the remap matrix from the next block of 64 frames on.
+ *
+ * @param stream  from tarn_create
+ * @param gains   [3][4] as in the configuration
+ * @return TARN_OK, TARN_BAD_ARGUMENT, or TARN_NO_REMAP
+ */
+TARN_API tarn_status tarn_set_remap(tarn_stream* stream, const int32_t (*gains)[4]);
+
+/** Switches bypass on (not 0) or off. In bypass the plain input comes out with the same latency. Crossfades within 1024
+ * frames. */
+TARN_API void tarn_set_bypass(tarn_stream* stream, int bypassed);
+
+/** Returns 1 if bypass is requested, else 0. */
+TARN_API int tarn_bypassed(const tarn_stream* stream);
+
+/** Sets the gain of the engine outputs, a factor of 0 to 8. Fades to it within 1024 frames; changes at once before the
+ * first frame. At 1, the default, samples are exact. Clamps to the range; NaN sets 1. */
+TARN_API void tarn_set_make_up_gain(tarn_stream* stream, float gain);
+
+/** Changes the steering mode from the next block on. An unknown mode is TARN_CALM. */
+TARN_API void tarn_set_mode(tarn_stream* stream, int mode);
+
+/** Reads the meters after the last block. */
+TARN_API void tarn_read_meters(const tarn_stream* stream, tarn_meters* meters);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

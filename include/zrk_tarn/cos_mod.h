@@ -1,3 +1,0 @@
-#pragma once
-
-#include "filterbank/cos_mod.h"

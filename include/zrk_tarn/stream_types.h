@@ -1,3 +1,0 @@
-#pragma once
-
-#include "stream/stream_types.h"

@@ -1,3 +1,0 @@
-#pragma once
-
-#include "stream/upmix_stream.h"

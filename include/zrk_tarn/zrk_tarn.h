@@ -1,3 +1,0 @@
-#pragma once
-
-#include "engine/zrk_tarn.h"

@@ -1,3 +1,0 @@
-#pragma once
-
-#include "host/zrk_tarn_processor.h"

@@ -1,0 +1,15 @@
+// The properties of the element.
+#pragma once
+
+#include "state.h"
+
+namespace tarn_gst
+{
+
+/// Adds the properties to the element's class.
+void installProperties(GObjectClass* objectClass);
+
+/// Applies bypass, mode and gain to the stream. The caller holds the element's lock.
+void applySettings(const State& state);
+
+} // namespace tarn_gst

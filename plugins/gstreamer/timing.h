@@ -1,0 +1,28 @@
+// Time stamps: where output frames belong, gaps, and drift of the input's clock.
+#pragma once
+
+#include "state.h"
+
+namespace tarn_gst
+{
+
+GstClockTime durationOf(const State& state, guint64 frames);
+
+/// The time of a frame of the run, or GST_CLOCK_TIME_NONE if the input has no time stamps.
+GstClockTime timeOf(const State& state, guint64 frame);
+
+/// Returns whether a buffer does not continue the run.
+///
+/// After the flag DISCONT, a difference of more than one frame is a gap. Otherwise more than 1/32 s is, because time
+/// stamps may be rounded to milliseconds.
+bool isGapBefore(const State& state, const GstBuffer* buffer);
+
+/// Corrects the run's times by the drift of an input with its own clock, before it looks like a gap.
+///
+/// Ignores differences up to 2 ms, so that files with time stamps rounded to milliseconds get exact ones. Spreads the
+/// correction of larger differences over a second, so that a single early or late buffer has little effect.
+///
+/// frames  of the buffer
+void followDrift(State& state, const GstBuffer* buffer, guint64 frames);
+
+} // namespace tarn_gst

@@ -1,0 +1,75 @@
+// Runs blocks through the engine.
+#include "stream/block_upmixer.h"
+
+#include "host/reconfigure.h"
+
+#include <cstring>
+
+namespace zrk_tarn
+{
+
+namespace
+{
+
+using Codes = audio_channel_assignment_t;
+
+constexpr Codes kPlain{{Codes::kLeft, Codes::kRight, Codes::kCentre}};
+constexpr Codes kRemapped{{Codes::kLeft, Codes::kRight, Codes::kRemapColumn2, Codes::kRemapColumn3}};
+
+void setUp(zrk_tarn_processor_t& processor, SteeringMode mode) noexcept
+{
+    processor.setup(mode == SteeringMode::Fast ? 0 : 1, 0, 1.0f);
+}
+
+} // namespace
+
+BlockUpmixer::BlockUpmixer(const StreamConfiguration& configuration, std::uint32_t bits)
+    : assignment(configuration.remap ? kRemapped : kPlain),
+      sampleRateHz(configuration.sampleRateHz),
+      slots(configuration.remap ? 8 : 3),
+      outputs(configuration.remap ? 4 : 3),
+      packed(rowsOf(bits == 16   ? SampleFormat::S16
+                    : bits == 24 ? SampleFormat::S24
+                                 : SampleFormat::S32))
+{
+    if (configuration.remap) setRemap(*configuration.remap);
+    setUp(processor, configuration.mode);
+    callProcessor(0); // creates the engine
+}
+
+void BlockUpmixer::process(const Row& left, const Row& right, Row (&outputRows)[4]) noexcept
+{
+    const std::size_t stride = slots * packed.bytes;
+    packed.store(left, kBlockFrames, buffer, stride);
+    packed.store(right, kBlockFrames, buffer + packed.bytes, stride);
+    callProcessor(kBlockFrames);
+    SampleFaults none; // integers have no faults
+    for (std::size_t row = 0; row < outputs; ++row)
+        packed.load(buffer + row * packed.bytes, stride, kBlockFrames, outputRows[row], none);
+}
+
+void BlockUpmixer::setRemap(const RemapGains& gains) noexcept
+{
+    unsigned words[3][4];
+    std::memcpy(words, gains.gain, sizeof words);
+    processor.set_remap_coeff(words);
+}
+
+void BlockUpmixer::setMode(SteeringMode mode) noexcept
+{
+    setUp(processor, mode);
+    reconfigure(processor);
+}
+
+void BlockUpmixer::restart(SteeringMode mode) noexcept
+{
+    setUp(processor, mode);
+    zrk_tarn::restart(processor);
+}
+
+void BlockUpmixer::callProcessor(std::uint32_t frames)
+{
+    processor.process(buffer, frames, slots, sampleRateHz, packed.bits, &assignment);
+}
+
+} // namespace zrk_tarn

@@ -1,0 +1,51 @@
+// Mixes the upmix with the bypassed input and applies the make-up gain.
+#pragma once
+
+#include "stream/block.h"
+#include "stream/glide.h"
+#include "stream/sample_rows.h"
+
+#include <cstdint>
+
+namespace zrk_tarn
+{
+
+/// The last stage of an engine output: make-up gain, then the crossfade between upmix and bypassed input.
+///
+/// At gain 1 without bypass, and in bypass, samples are copied exactly. During fades and at other gains they are
+/// rounded half away from zero and saturate.
+class Crossfade
+{
+public:
+    explicit Crossfade(std::uint32_t bits) noexcept : limit(std::int64_t{1} << (bits - 1)) {}
+
+    /// Jumps to the targets without a fade.
+    void snapToTargets(float wetTarget, float gainTarget) noexcept
+    {
+        wetShare = Glide(wetTarget);
+        gain = Glide(gainTarget);
+    }
+
+    /// Advances both fades to the next block. wetTarget is 1 for the upmix, 0 for the bypassed input.
+    void beginBlock(float wetTarget, float gainTarget) noexcept
+    {
+        wetShare.beginBlock(wetTarget);
+        gain.beginBlock(gainTarget);
+    }
+
+    /// Mixes one output.
+    ///
+    /// wet     the engine's output
+    /// dry     the delayed input for bypass, null for silence
+    /// faults  counts the samples that saturate
+    void mix(const Row& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
+
+private:
+    std::int32_t saturated(double value, SampleFaults& faults) const noexcept;
+
+    std::int64_t limit; ///< full scale
+    Glide wetShare{1.0f};
+    Glide gain{1.0f};
+};
+
+} // namespace zrk_tarn

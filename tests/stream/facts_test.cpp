@@ -1,0 +1,108 @@
+// Facts that several files repeat: each file agrees with the constants in stream/.
+#include "engine/zrk_tarn.h"
+#include "stream/gain.h"
+#include "stream/steering_mode_names.h"
+#include "stream/upmix_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace tests
+{
+
+namespace
+{
+
+std::string contentsOf(const std::string& name)
+{
+    std::ifstream file(TARN_SOURCE_DIR "/" + name);
+    EXPECT_TRUE(file) << name;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The supported rates as a list, for example "32, 44.1, ... and 192".
+///
+/// unitHz  1000 for kHz
+/// last    the text before the last rate
+std::string rateList(double unitHz, const std::string& separator, const std::string& last)
+{
+    std::string list;
+    for (const std::uint32_t rateHz : zrk_tarn::kSampleRatesHz) {
+        char number[16];
+        std::snprintf(number, sizeof number, "%g", rateHz / unitHz);
+        if (!list.empty()) list += rateHz == zrk_tarn::kSampleRatesHz.back() ? last : separator;
+        list += number;
+    }
+    return list;
+}
+
+void expectContains(const std::string& file, const std::string& text)
+{
+    EXPECT_NE(contentsOf(file).find(text), std::string::npos) << file << " does not contain: " << text;
+}
+
+} // namespace
+
+TEST(Facts, SampleRatesAreThoseThatTheEngineAccepts)
+{
+    ZRKTarn engine;
+    for (std::uint32_t rateHz = 0; rateHz <= 200000; ++rateHz) {
+        const auto& rates = zrk_tarn::kSampleRatesHz;
+        const bool supported = std::find(rates.begin(), rates.end(), rateHz) != rates.end();
+        const std::uint32_t result = engine.Initialize({.spare = 0,
+                                                        .outputChannels = 3,
+                                                        .bitsPerSample = 16,
+                                                        .sampleRate = rateHz,
+                                                        .mode = 2,
+                                                        .option = 0,
+                                                        .mixFraction = 1.0f});
+        ASSERT_EQ(result, supported ? 0u : 3u) << rateHz << " Hz";
+    }
+}
+
+TEST(Facts, TextsListTheSupportedSampleRates)
+{
+    zrk_tarn::StreamConfiguration configuration;
+    configuration.sampleRateHz = 0;
+    EXPECT_EQ(zrk_tarn::UpmixStream::problemOf(configuration),
+              "the sample rate has to be " + rateList(1, ", ", " or ") + " Hz");
+    expectContains("c_interface/tarn.h", "/**< Hz: " + rateList(1, ", ", " or ") + " */");
+    expectContains("completions/tarn.bash", "'" + rateList(1, " ", " ") + "'");
+    expectContains("completions/_tarn", "(" + rateList(1, " ", " ") + ")");
+    expectContains("plugins/lv2/tarn.ttl.in", "at " + rateList(1000, ", ", " and ") + " kHz");
+    for (const char* const page : {"lv2", "ladspa"})
+        expectContains(std::string("docs/hosts/") + page + ".md", rateList(1000, ", ", " and ") + " kHz");
+    for (const char* const page : {"alsa", "gstreamer", "jack", "pipewire"})
+        expectContains(std::string("docs/hosts/") + page + ".md", rateList(1000, ", ", " or ") + " kHz");
+}
+
+TEST(Facts, TextsStateTheRangeOfTheGain)
+{
+    char range[32];
+    std::snprintf(range, sizeof range, "%g to %g", zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb);
+    for (const char* const page : {"alsa", "gstreamer", "jack", "ladspa", "lv2"})
+        expectContains(std::string("docs/hosts/") + page + ".md", range);
+    for (const char* const file : {"plugins/pipewire/tarn-upmix.conf", "docs/man/tarn-upmix.1.scd", "cli/help_texts.h"})
+        expectContains(file, range);
+    std::snprintf(range, sizeof range, "lv2:minimum %.1f ;", zrk_tarn::kMinGainDb);
+    expectContains("plugins/lv2/tarn.ttl.in", range);
+    std::snprintf(range, sizeof range, "lv2:maximum %.1f", zrk_tarn::kMaxGainDb);
+    expectContains("plugins/lv2/tarn.ttl.in", range);
+    EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxGainDb), zrk_tarn::kMaxMakeUpGain) << "streams would reduce it";
+}
+
+TEST(Facts, SteeringModesHaveNames)
+{
+    using zrk_tarn::SteeringMode;
+    for (const SteeringMode mode : {SteeringMode::Fast, SteeringMode::Calm})
+        EXPECT_EQ(zrk_tarn::steeringModeNamed(zrk_tarn::nameOf(mode)), mode);
+    EXPECT_EQ(zrk_tarn::steeringModeNamed("slow"), std::nullopt);
+    expectContains("completions/tarn.bash", "--mode) words='fast calm'");
+}
+
+} // namespace tests
