@@ -22,6 +22,7 @@ struct Loss
 {
     std::string message;           ///< what is missing, with the numbers, as the end of a sentence: "is cut short: ..."
     std::optional<double> seconds; ///< nothing if it is not known
+    const char* advice;            ///< what to do: "get ..."
 
     bool isNegligible() const noexcept { return seconds && *seconds < kNegligibleLossSeconds; }
     Json json() const { return {{"message", message}, {"seconds", seconds ? Json(*seconds) : Json()}}; }

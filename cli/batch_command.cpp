@@ -2,13 +2,16 @@
 
 #include "cli/batch_names.h"
 #include "cli/failure.h"
+#include "cli/interrupt.h"
 #include "cli/progress.h"
 #include "cli/temporary_file.h"
+#include "cli/text.h"
 #include "cli/worker_processes.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -23,21 +26,23 @@ namespace
 struct BatchFile
 {
     UpmixOptions options;
-    WorkerOutcome outcome;
+    std::optional<WorkerOutcome> outcome; ///< nothing if it was not tried, or not to its end
 };
 
 /// The files that are to be upmixed.
 std::vector<BatchFile> filesOf(const BatchOptions& batch, const UpmixOptions& each)
 {
-    const std::vector<BatchInput> inputs = findInputs(batch.inputs, batch.recursive, batch.directory);
+    const FoundInputs found = findInputs(batch.inputs, batch.recursive, batch.directory);
+    const std::string unreadable = found.unreadable.note();
+    if (!unreadable.empty() && !each.quiet) printNote(unreadable);
     const std::vector<std::string> outputs =
-        nameOutputs(inputs, batch.directory, "-" + each.layout + "." + batch.format);
+        nameOutputs(found.files, batch.directory, "-" + each.layout + "." + batch.format);
     std::vector<BatchFile> files;
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
         UpmixOptions& options = files.emplace_back(BatchFile{.options = each, .outcome = {}}).options;
-        options.input = inputs[i].path;
+        options.input = found.files[i].path;
         options.output = outputs[i];
-        options.noBar = batch.jobs > 1;
+        options.inBatch = true;
         checkOptions(options);
     }
     return files;
@@ -63,53 +68,111 @@ void prepareDirectories(const std::vector<BatchFile>& files)
     }
 }
 
+/// Shows which file of how many is worked on.
+void showPlace(const std::vector<BatchFile>& files, std::size_t index)
+{
+    constexpr std::size_t kMaxCharacters = 50;
+    const std::string name = lastCharacters(printable(files[index].options.input), kMaxCharacters);
+    showStatus(std::to_string(index + 1) + " of " + std::to_string(files.size()) + ": " + name);
+}
+
 /// Works on the files, so many at a time. Throws Interrupted when all have stopped.
 void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
 {
     std::vector<std::string> names;
     std::transform(files.begin(), files.end(), std::back_inserter(names),
                    [](const BatchFile& file) { return file.options.input; });
-    const auto work = [&files](std::size_t i) { return jsonOf(files[i].options, upmix(files[i].options)); };
+    const auto work = [&files](std::size_t i) {
+        const UpmixOptions& options = files[i].options;
+        if (!options.quiet) showPlace(files, i);
+        return jsonOf(options, upmix(options));
+    };
     const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
-        if (outcome.crashed) {
-            wipeProgress();
-            removeStaleTemporaries(directoryOf(files[i]));
-        }
+        if (outcome.crashed) removeStaleTemporaries(directoryOf(files[i]));
         if (outcome.exitCode != EX_OK) printNote(outcome.error);
         files[i].outcome = std::move(outcome);
     };
     runInProcesses(names, jobs, work, done);
 }
 
-bool isSkipped(const BatchFile& file)
+bool isUntried(const BatchFile& file)
 {
-    return file.outcome.exitCode == EX_OK && file.outcome.result.contains("skipped");
+    return !file.outcome;
 }
 
 bool isFailed(const BatchFile& file)
 {
-    return file.outcome.exitCode != EX_OK;
+    return file.outcome && file.outcome->exitCode != EX_OK;
+}
+
+/// Whether its output is complete, from this run or an earlier one.
+bool isDone(const BatchFile& file)
+{
+    return file.outcome && file.outcome->exitCode == EX_OK;
+}
+
+bool isSkipped(const BatchFile& file)
+{
+    return isDone(file) && file.outcome->result.contains("skipped");
 }
 
 /// Whether it was upmixed without a part of the input that is missing or damaged.
+bool hasLoss(const BatchFile& file)
+{
+    return isDone(file) && file.outcome->result.contains("loss");
+}
+
+/// The same where the exit code tells it.
 bool isIncomplete(const BatchFile& file)
 {
-    return !isFailed(file) && file.outcome.result.value("exit_code", EX_OK) != EX_OK;
+    return isDone(file) && file.outcome->result.value("exit_code", EX_OK) != EX_OK;
+}
+
+std::size_t numberOf(const std::vector<BatchFile>& files, bool (*is)(const BatchFile&))
+{
+    return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), is));
+}
+
+/// "1 file", "2 files".
+std::string filesText(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " file" : " files");
+}
+
+/// Why a file failed, without the advice.
+std::string reasonOf(const BatchFile& file)
+{
+    std::string reason = file.outcome->error;
+    const std::string input = file.options.input + ": ";
+    const std::string output = file.options.output + ": ";
+    if (reason.starts_with(input)) reason.erase(0, input.size());
+    if (reason.starts_with(output)) reason.replace(0, output.size(), "the output: ");
+    return reason.substr(0, reason.find("; "));
 }
 
 void printSummary(const std::vector<BatchFile>& files, const std::string& directory)
 {
-    const auto skipped = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isSkipped));
-    const auto failed = static_cast<std::size_t>(std::count_if(files.begin(), files.end(), isFailed));
-    std::string line = std::to_string(files.size() - skipped - failed) + " of " + std::to_string(files.size()) +
-                       " files upmixed into " + directory;
-    const auto incomplete = std::count_if(files.begin(), files.end(), isIncomplete);
-    if (incomplete > 0) line += ", " + std::to_string(incomplete) + " of them incomplete";
-    if (skipped > 0) line += ", " + std::to_string(skipped) + " skipped";
-    if (failed > 0) line += "; failed:";
+    const std::size_t skipped = numberOf(files, isSkipped);
+    printNote(std::to_string(numberOf(files, isDone) - skipped) + " of " + filesText(files.size()) + " upmixed into " +
+              shellQuoted(directory));
+    if (const std::size_t losses = numberOf(files, hasLoss); losses > 0)
+        printNote(std::to_string(losses) + " of these with losses, which are named above");
+    if (skipped > 0) printNote(filesText(skipped) + " skipped, whose output is complete");
+    const std::size_t failed = numberOf(files, isFailed);
+    if (failed == 0) return;
+    printNote(filesText(failed) + " failed:");
     for (const BatchFile& file : files)
-        if (isFailed(file)) line += " " + file.options.input;
-    printNote(line);
+        if (isFailed(file)) printNote("  " + shellQuoted(file.options.input) + ": " + reasonOf(file));
+}
+
+/// Tells that the run ended early, and how to go on.
+void printEnd(const std::vector<BatchFile>& files, const std::string& reason)
+{
+    const auto first = std::find_if_not(files.begin(), files.end(), isDone);
+    const std::string missing =
+        first == files.end() ? "" : "; " + shellQuoted(first->options.input) + " is the first that is missing";
+    printNote(reason + ": " + std::to_string(numberOf(files, isDone)) + " of " + filesText(files.size()) + " done" +
+              missing + "; run again with --skip-existing");
 }
 
 /// The report of all files as --json prints it.
@@ -117,15 +180,19 @@ Json jsonOf(const std::vector<BatchFile>& files)
 {
     Json reports = Json::array();
     for (const BatchFile& file : files) {
-        const WorkerOutcome& outcome = file.outcome;
-        reports.push_back(
-            isFailed(file)
-                ? Json{{"input", file.options.input}, {"error", outcome.error}, {"exit_code", outcome.exitCode}}
-                : outcome.result);
+        if (isDone(file)) {
+            reports.push_back(file.outcome->result);
+        } else if (isFailed(file)) {
+            reports.push_back(
+                {{"input", file.options.input}, {"error", file.outcome->error}, {"exit_code", file.outcome->exitCode}});
+        } else {
+            reports.push_back({{"input", file.options.input}, {"not_tried", true}});
+        }
     }
     return {{"files", reports},
-            {"failed", std::count_if(files.begin(), files.end(), isFailed)},
-            {"skipped", std::count_if(files.begin(), files.end(), isSkipped)}};
+            {"failed", numberOf(files, isFailed)},
+            {"skipped", numberOf(files, isSkipped)},
+            {"not_tried", numberOf(files, isUntried)}};
 }
 
 } // namespace
@@ -134,13 +201,19 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
 {
     std::vector<BatchFile> files = filesOf(batch, each);
     prepareDirectories(files);
-    workOnAll(files, batch.jobs);
+    try {
+        workOnAll(files, batch.jobs);
+    } catch (const Interrupted&) {
+        printEnd(files, "interrupted");
+        throw;
+    }
 
     if (!each.quiet) printSummary(files, batch.directory);
+    if (numberOf(files, isUntried) > 0) printEnd(files, "stopped, because no output can be written");
     if (each.json) printJson(jsonOf(files), stdout);
     const auto firstFailed = std::find_if(files.begin(), files.end(), isFailed);
-    if (firstFailed != files.end()) return firstFailed->outcome.exitCode;
-    return std::any_of(files.begin(), files.end(), isIncomplete) ? kExitIncomplete : EX_OK;
+    if (firstFailed != files.end()) return firstFailed->outcome->exitCode;
+    return numberOf(files, isIncomplete) > 0 ? kExitIncomplete : EX_OK;
 }
 
 } // namespace tarn

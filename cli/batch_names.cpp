@@ -1,7 +1,8 @@
 #include "cli/batch_names.h"
 
 #include "cli/failure.h"
-#include "cli/upmix_command.h"
+#include "cli/progress.h"
+#include "cli/text.h"
 
 #include <algorithm>
 #include <array>
@@ -28,18 +29,43 @@ constexpr std::array<std::string_view, 32> kExtensions{
     ".mp1",  ".mp2", ".mp3",  ".nist", ".oga", ".ogg", ".opus", ".paf", ".pvf",  ".rf64", ".sd2",
     ".sds",  ".sf",  ".snd",  ".sph",  ".svx", ".voc", ".w64",  ".wav", ".wave", ".16svx"};
 
-bool isAudioName(const fs::path& name)
+/// Of audio formats that libsndfile does not read.
+constexpr std::array<std::string_view, 36> kUnreadable{
+    ".3ga", ".aa",  ".aac", ".aax", ".ac3", ".adts", ".amr", ".ape", ".dff", ".dsf", ".dts", ".eac3",
+    ".ec3", ".m4a", ".m4b", ".m4p", ".m4r", ".mka",  ".mlp", ".mp+", ".mpc", ".mpp", ".ofr", ".ofs",
+    ".oma", ".qcp", ".ra",  ".shn", ".spx", ".tak",  ".thd", ".tta", ".wma", ".wv",  ".ac4", ".weba"};
+
+std::string extensionOf(const fs::path& name)
 {
     std::string extension = name.extension().string();
     for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return std::find(kExtensions.begin(), kExtensions.end(), extension) != kExtensions.end();
+    return extension;
+}
+
+template <std::size_t Count>
+bool isOneOf(const std::array<std::string_view, Count>& extensions, const std::string& extension)
+{
+    return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
+}
+
+/// Adds a file of a folder if it is audio.
+///
+/// below  the folder, seen from the one that was named
+void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
+{
+    const std::string extension = extensionOf(file);
+    if (isOneOf(kExtensions, extension)) {
+        found.files.push_back({file.string(), below});
+    } else if (isOneOf(kUnreadable, extension)) {
+        ++found.unreadable.counts[extension];
+        if (found.unreadable.first.empty()) found.unreadable.first = file.string();
+    }
 }
 
 /// Adds the audio files of a folder and the folders in it.
 ///
 /// below  the folder, seen from the one that was named
-void addFolder(const fs::path& folder, const fs::path& below, const fs::path& outputDirectory,
-               std::vector<BatchInput>& inputs)
+void addFolder(const fs::path& folder, const fs::path& below, const fs::path& outputDirectory, FoundInputs& found)
 {
     std::vector<fs::directory_entry> entries;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder))
@@ -50,28 +76,35 @@ void addFolder(const fs::path& folder, const fs::path& below, const fs::path& ou
         std::error_code missing;
         const fs::path name = entry.path().filename();
         if (!entry.is_directory(missing)) {
-            if (entry.is_regular_file(missing) && isAudioName(name)) inputs.push_back({entry.path().string(), below});
+            if (entry.is_regular_file(missing)) addFile(entry.path(), below, found);
         } else if (!entry.is_symlink() && !fs::equivalent(entry.path(), outputDirectory, missing)) {
-            addFolder(entry.path(), below / name, outputDirectory, inputs);
+            addFolder(entry.path(), below / name, outputDirectory, found);
         }
     }
 }
 
-void addNamedFolder(const std::string& name, const fs::path& outputDirectory, std::vector<BatchInput>& inputs)
+void addNamedFolder(const std::string& name, const fs::path& outputDirectory, FoundInputs& found)
 {
     std::error_code missing;
     if (fs::equivalent(name, outputDirectory, missing))
         throw Failure(EX_USAGE, name + ": is the --output-dir itself, so outputs would be inputs the next time; choose "
                                        "another --output-dir, which may lie in it");
-    const std::size_t before = inputs.size();
+    FoundInputs below;
     try {
-        addFolder(name, {}, outputDirectory, inputs);
+        addFolder(name, {}, outputDirectory, below);
     } catch (const fs::filesystem_error& error) {
         throw Failure(EX_NOINPUT, error.path1().string() + ": the folder cannot be read: " + error.code().message() +
                                       "; check that you may read it");
     }
-    if (inputs.size() == before)
-        throw Failure(EX_NOINPUT, name + ": holds no audio file; man tarn-upmix lists the extensions that count");
+    if (below.files.empty()) {
+        const std::string note = below.unreadable.note();
+        throw Failure(EX_NOINPUT,
+                      name + ": holds no audio file" +
+                          (note.empty() ? "; man tarn-upmix lists the extensions that count" : " to upmix: " + note));
+    }
+    found.files.insert(found.files.end(), below.files.begin(), below.files.end());
+    for (const auto& [extension, count] : below.unreadable.counts) found.unreadable.counts[extension] += count;
+    if (found.unreadable.first.empty()) found.unreadable.first = below.unreadable.first;
 }
 
 /// Where an output goes, without its directory.
@@ -132,10 +165,15 @@ void refuseOutputsThatMeet(const InputsOf& outputs, const fs::path& directory)
         for (std::size_t i = 1; i + 1 < inputs.size(); ++i) problem += ", " + inputs[i];
         problems.push_back(problem + " and " + inputs.back());
     }
-    if (!problems.empty())
-        refuse(problems, "--output-dir " + directory.string() +
-                             ": outputs would meet, so nothing was written; rename "
-                             "inputs, or upmix them one after the other");
+    if (problems.empty()) return;
+    const auto& [output, inputs] = *std::find_if(outputs.begin(), outputs.end(), meet);
+    const fs::path name(output);
+    const fs::path other = name.parent_path() / (name.stem().string() + "-2" + name.extension().string());
+    refuse(problems,
+           "--output-dir " + directory.string() +
+               ": outputs would meet, so nothing was written; name every input once, and upmix those whose "
+               "names differ only in the extension one by one to names of their own, for example: tarn upmix " +
+               shellQuoted(inputs.back()) + " " + shellQuoted(other.string()));
 }
 
 void refuseOutputsThatAreInputs(const InputsOf& outputs, const std::vector<BatchInput>& inputs,
@@ -158,23 +196,37 @@ void refuseOutputsThatAreInputs(const InputsOf& outputs, const std::vector<Batch
 
 } // namespace
 
-std::vector<BatchInput> findInputs(const std::vector<std::string>& names, bool recursive,
-                                   const std::filesystem::path& outputDirectory)
+std::string UnreadableFiles::note() const
 {
-    std::vector<BatchInput> inputs;
+    std::size_t files = 0;
+    std::string list;
+    for (const auto& [extension, count] : counts) {
+        files += count;
+        list += (list.empty() ? "" : ", ") + std::to_string(count) + " " + extension;
+    }
+    if (files == 0) return {};
+    return std::to_string(files) + (files == 1 ? " file is" : " files are") + " not audio that tarn reads: " + list +
+           "; convert with ffmpeg, for example: ffmpeg -i " + shellQuoted(first) + " " +
+           shellQuoted(fs::path(first).replace_extension(".flac").string());
+}
+
+FoundInputs findInputs(const std::vector<std::string>& names, bool recursive,
+                       const std::filesystem::path& outputDirectory)
+{
+    FoundInputs found;
     for (const std::string& name : names) {
         std::error_code missing;
         if (name.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
         if (name == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
         if (!fs::is_directory(name, missing)) {
-            inputs.push_back({name, {}});
+            found.files.push_back({name, {}});
         } else if (recursive) {
-            addNamedFolder(name, outputDirectory, inputs);
+            addNamedFolder(name, outputDirectory, found);
         } else {
             throw Failure(EX_USAGE, name + ": is a folder; add --recursive to upmix the audio files in it");
         }
     }
-    return inputs;
+    return found;
 }
 
 std::vector<std::string> nameOutputs(const std::vector<BatchInput>& inputs, const std::filesystem::path& directory,

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,23 @@ struct BatchInput
     std::filesystem::path folder; ///< in which it lies below the folder that was named; empty for a file that was named
 };
 
+/// Files below folders that are audio by their extension, but of a format that cannot be read.
+struct UnreadableFiles
+{
+    std::map<std::string, std::size_t> counts{}; ///< by extension
+    std::string first{};
+
+    /// What they are, and how to convert them; empty if there are none.
+    std::string note() const;
+};
+
+/// What the names of a batch mean.
+struct FoundInputs
+{
+    std::vector<BatchInput> files{};
+    UnreadableFiles unreadable{};
+};
+
 /// The audio files that names mean: files as they are, and with recursive, folders with all audio files below them.
 ///
 /// Audio files of a folder are those with an extension of a format that libsndfile reads. They are sorted. Hidden files
@@ -21,8 +40,8 @@ struct BatchInput
 ///
 /// Throws Failure: EX_USAGE for streams, for folders without recursive, and for outputDirectory itself; EX_NOINPUT for
 /// folders that cannot be read or hold no audio file.
-std::vector<BatchInput> findInputs(const std::vector<std::string>& names, bool recursive,
-                                   const std::filesystem::path& outputDirectory);
+FoundInputs findInputs(const std::vector<std::string>& names, bool recursive,
+                       const std::filesystem::path& outputDirectory);
 
 /// The output of every input: song.flac with the ending "-5.1.wav" becomes DIRECTORY/song-5.1.wav, and below a folder
 /// that was named DIRECTORY/SUBFOLDER/song-5.1.wav.

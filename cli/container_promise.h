@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/file_bytes.h"
+
 #include <cstdint>
 #include <optional>
 
@@ -13,13 +15,27 @@ struct AudioBytes
     std::uint64_t present;
 };
 
-/// Reads the size of the audio data in WAVE, RF64, W64, AIFF and AU files, where the decoder takes a file that ends
-/// early for a shorter one.
+/// Reads the size of the audio data in WAVE, RF64, W64, AIFF, AU and CAF files, where the decoder takes a file that
+/// ends early for a shorter one.
 ///
-/// descriptor  open for reading; its position stays where it is
+/// file  a whole file, or the part that was one before others were joined to it
 /// Returns nothing for other containers, for headers without audio data, and for the sizes that programs write which
 /// stream to a pipe and cannot know the length.
-std::optional<AudioBytes> promisedAudio(int descriptor);
+std::optional<AudioBytes> promisedAudio(const FileBytes& file);
+
+/// The data chunk of a CAF file that ends inside it.
+struct CutChunk
+{
+    std::uint64_t sizeAt = 0;  ///< position of its size, 64 bits
+    std::uint64_t present = 0; ///< bytes of its contents
+};
+
+/// Finds the data chunk of a CAF file if its size is greater than what is there, or unknown.
+std::optional<CutChunk> cutCafData(const FileBytes& file);
+
+/// The position behind a WAVE, RF64, W64, AIFF, AU or CAF file that begins at a position, as its sizes declare it,
+/// where another one begins. Nothing if none does.
+std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin);
 
 /// Whether the MPEG audio stream at a position begins with an index frame, which holds the number of its frames.
 ///

@@ -4,6 +4,8 @@
 #include "cli/flac_decoder.h"
 #include "cli/mpeg_decoder.h"
 #include "cli/mpeg_frames.h"
+#include "cli/ogg_pages.h"
+#include "cli/opus_decoder.h"
 #include "cli/sndfile_decoder.h"
 #include "cli/vorbis_decoder.h"
 
@@ -12,6 +14,27 @@
 
 namespace tarn
 {
+
+namespace
+{
+
+std::unique_ptr<Decoder> openOgg(int descriptor, ByteRange part)
+{
+    const OggHead head = oggHead(descriptor, part);
+    if (head.codec == OggCodec::Opus) {
+        try {
+            return std::make_unique<OpusDecoder>(descriptor, part, head.serial);
+        } catch (const std::runtime_error&) {
+            // libsndfile describes multichannel streams, and says what is wrong with others.
+        }
+    }
+    if (head.codec == OggCodec::Flac) return std::make_unique<FlacDecoder>(descriptor, part, head.serial);
+    auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
+    if (head.codec != OggCodec::Vorbis) return decoder;
+    return std::make_unique<VorbisDecoder>(descriptor, part, head.serial, decoder->info());
+}
+
+} // namespace
 
 std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
 {
@@ -25,11 +48,10 @@ std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
     if (file.marks(begin, "fLaC")) return std::make_unique<FlacDecoder>(descriptor, part);
     if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return std::make_unique<MpegDecoder>(descriptor, part);
     try {
+        if (file.marks(begin, "OggS")) return openOgg(descriptor, {.begin = begin, .end = part.end});
         auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
         const int format = decoder->info().format;
         if ((format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) return std::make_unique<MpegDecoder>(descriptor, part);
-        if (format == (SF_FORMAT_OGG | SF_FORMAT_VORBIS))
-            return std::make_unique<VorbisDecoder>(descriptor, part, decoder->info());
         return decoder;
     } catch (const std::runtime_error&) {
         if (mpegWithin(kMaxJunk)) return std::make_unique<MpegDecoder>(descriptor, part);

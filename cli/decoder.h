@@ -40,7 +40,7 @@ protected:
     SF_INFO facts{};
 };
 
-/// Opens a part of a file with libFLAC, libmpg123, libvorbis or libsndfile.
+/// Opens a part of a file with libFLAC, libmpg123, libopus, libvorbis or libsndfile.
 ///
 /// descriptor  stays open as long as the decoder; its position neither matters nor moves
 /// Throws std::runtime_error with the reason if the part holds no audio.

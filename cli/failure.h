@@ -22,4 +22,11 @@ private:
     int code;
 };
 
+/// A failure that every further output would meet: a full disk, or a folder that cannot be written to.
+class OutputFailure : public Failure
+{
+public:
+    using Failure::Failure;
+};
+
 } // namespace tarn

@@ -22,12 +22,14 @@ FileBytes::FileBytes(int descriptor) : fd(descriptor)
     length = static_cast<std::uint64_t>(status.st_size);
 }
 
+FileBytes::FileBytes(int descriptor, ByteRange part) : fd(descriptor), origin(part.begin), length(part.size()) {}
+
 std::string_view FileBytes::at(std::uint64_t position, std::size_t count) const
 {
     if (position >= length) return {};
     if (position < keptFrom || position + count > keptFrom + kept.size()) {
-        kept.resize(kKeptBytes);
-        const ssize_t got = pread(fd, kept.data(), kept.size(), static_cast<off_t>(position));
+        kept.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kKeptBytes, length - position)));
+        const ssize_t got = pread(fd, kept.data(), kept.size(), static_cast<off_t>(origin + position));
         kept.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         keptFrom = position;
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/byte_range.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -8,12 +10,16 @@
 namespace tarn
 {
 
-/// A file's bytes at any position, as numbers and marks. Keeps the part of the file around the last position in memory.
+/// The bytes of a file or of a part of it at any position, as numbers and marks. Keeps what is around the last position
+/// in memory.
 class FileBytes
 {
 public:
     /// descriptor  open for reading; its position stays where it is
     explicit FileBytes(int descriptor);
+
+    /// Positions count from the start of the part.
+    FileBytes(int descriptor, ByteRange part);
 
     std::uint64_t size() const noexcept { return length; }
 
@@ -31,6 +37,7 @@ private:
     std::string_view at(std::uint64_t position, std::size_t count) const;
 
     int fd;
+    std::uint64_t origin = 0; ///< position 0 in the file
     std::uint64_t length = 0;
     mutable std::vector<char> kept;
     mutable std::uint64_t keptFrom = 0;

@@ -55,6 +55,11 @@ std::uint64_t storedBytes(int format) noexcept
     case SF_FORMAT_ULAW:
     case SF_FORMAT_ALAW:
         return 1;
+    case SF_FORMAT_ALAC_16:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24:
+    case SF_FORMAT_ALAC_32:
+        return 0;
     default:
         return integerBits(format) / 8;
     }
@@ -107,12 +112,11 @@ FileSource::FileSource(const std::string& path, Demand demand) : file(openInput(
 void FileSource::openParts()
 {
     const int descriptor = file.descriptor.number();
-    const ByteRange whole{.begin = 0, .end = file.bytes};
-    decoder = openDecoder(descriptor, whole);
-    std::vector<ByteRange> ranges{whole};
+    std::vector<ByteRange> ranges = containerParts(descriptor);
+    decoder = openDecoder(descriptor, ranges.front());
     if (isOgg(decoder->info())) ranges = oggLinks(descriptor).links;
     if (isMpeg(decoder->info())) ranges = mpegParts(descriptor);
-    if (ranges.size() > 1) decoder = openDecoder(descriptor, ranges.front());
+    if (ranges.front().end < file.bytes) decoder = openDecoder(descriptor, ranges.front());
     info = decoder->info();
     parts.push_back(partOf(*decoder, ranges.front()));
     for (std::size_t i = 1; i < ranges.size(); ++i) {
@@ -140,16 +144,19 @@ FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) cons
 {
     const SF_INFO& facts = opened.info();
     Part part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
-    part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels;
-    part.hasDamagedPages = isOgg(facts) && facts.format != (SF_FORMAT_OGG | SF_FORMAT_VORBIS) &&
+    part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels ||
+                   integerBits(facts.format) != integerBits(info.format);
+    part.hasDamagedPages = isOgg(facts) && dynamic_cast<const SndfileDecoder*>(&opened) != nullptr &&
                            oggLinks(file.descriptor.number()).skippedBytes > 0;
     if (facts.frames == SF_COUNT_MAX) {
-        // A FLAC encoder that wrote to a pipe could not fill in the length; an Ogg stream marks its last page.
-        part.lacksEnd = isOgg(facts);
+        // A FLAC encoder that wrote to a pipe could not fill in the length; the decoder finds whether its end is there.
+        // Other Ogg streams mark their last page.
+        part.lacksEnd = isOgg(facts) && integerBits(facts.format) == 0;
     } else if (!isMpeg(facts) || hasMpegIndex(file.descriptor.number(), bytes.begin)) {
         part.declared = static_cast<std::uint64_t>(facts.frames);
         // libsndfile takes a file that is cut for a shorter one.
-        if (const auto audio = promisedAudio(file.descriptor.number()); audio && audio->present < audio->promised) {
+        if (const auto audio = promisedAudio(FileBytes(file.descriptor.number(), bytes));
+            audio && audio->present < audio->promised) {
             const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
             if (frameBytes != 0) {
                 part.declared = audio->promised / frameBytes;
@@ -178,8 +185,9 @@ void FileSource::checkFormat() const
 
 FileFacts FileSource::facts() const
 {
+    const bool isOggFlac = isOgg(info) && integerBits(info.format) != 0;
     return {.container = nameOf(info.format & SF_FORMAT_TYPEMASK),
-            .codec = nameOf(info.format & SF_FORMAT_SUBMASK),
+            .codec = isOggFlac ? "FLAC" : nameOf(info.format & SF_FORMAT_SUBMASK),
             .sampleRate = static_cast<std::uint32_t>(info.samplerate),
             .bits = integerBits(info.format),
             .channels = static_cast<std::uint32_t>(info.channels),
@@ -190,8 +198,11 @@ Metadata FileSource::metadata()
 {
     const auto* const opened = dynamic_cast<const SndfileDecoder*>(decoder.get());
     SNDFILE* const sndfile = opened != nullptr ? opened->handle() : nullptr;
-    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}};
-    if (sndfile != nullptr) metadata.broadcast = readBroadcastInfo(sndfile);
+    Metadata metadata{.tags = readTags(file.descriptor.number(), sndfile, info.format), .broadcast = {}, .chunks = {}};
+    const int container = info.format & SF_FORMAT_TYPEMASK;
+    if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64)
+        addWaveMetadata(metadata, file.descriptor.number(), sndfile,
+                        (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
     return metadata;
 }
 
@@ -200,6 +211,7 @@ void FileSource::rewind()
     openPart(0);
     position = partBegin = missing = silenced = 0;
     missesUnknown = losesUnknown = false;
+    damageBegin.reset();
     reason.clear();
 }
 
@@ -211,15 +223,27 @@ void FileSource::openPart(std::size_t index)
     if (current < parts.size()) decoder = openDecoder(file.descriptor.number(), parts[current].bytes);
 }
 
+/// Notes a damage; the first one counts.
+void FileSource::noteDamage(std::uint64_t frame) noexcept
+{
+    if (!damageBegin) damageBegin = frame;
+}
+
 /// Notes what the current part lacks.
 void FileSource::endPart()
 {
     const Part& part = parts[current];
     const std::uint64_t frames = position - partBegin;
-    if (part.declared && frames < *part.declared) missing += *part.declared - frames;
+    if (part.declared && frames < *part.declared) {
+        missing += *part.declared - frames;
+        noteDamage(position);
+    }
     silenced += decoder->silencedFrames();
     const std::string error = decoder->error();
-    missesUnknown = missesUnknown || part.lacksEnd || (!part.declared && !error.empty());
+    if (part.lacksEnd || (!part.declared && !error.empty())) {
+        missesUnknown = true;
+        noteDamage(position);
+    }
     if (!error.empty()) reason = error;
     if (part.hasDamagedPages) {
         reason = "some of its pages are damaged";
@@ -283,6 +307,8 @@ std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
 {
     while (current < parts.size()) {
         const std::size_t frames = decoder->read(stereo, capacity);
+        // The FLAC decoder knows only at its end whether it has an error.
+        if (decoder->silencedFrames() > 0 || (isMpeg(info) && !decoder->error().empty())) noteDamage(position);
         position += frames;
         if (frames > 0) {
             if (info.channels == 1) spreadMono(stereo, frames);
@@ -327,16 +353,22 @@ std::optional<Loss> FileSource::loss() const
     if (silenced > 0) facts.push_back(std::to_string(silenced) + " frames are damaged and become silence");
     if (missesUnknown) facts.push_back("its end is missing after frame " + std::to_string(position));
     if (leftOut > 0)
-        facts.push_back(std::to_string(leftOut) + " of its " + std::to_string(parts.size()) +
-                        " joined streams have another rate, other channels or no audio and are left out");
+        facts.push_back(
+            std::to_string(leftOut) + " of its " + std::to_string(parts.size()) +
+            " joined streams have another rate, another width, other channels or no audio and are left out");
     if (!reason.empty()) facts.push_back(reason);
     if (facts.empty()) return std::nullopt;
 
     if (unknown) facts.emplace_back("how much is missing is not known");
     if (!unknown && seconds > 0.0) facts.push_back(formatted("%.3f seconds are missing", seconds));
+    if (damageBegin)
+        facts.push_back("the damage begins at " +
+                        durationText(*damageBegin, static_cast<std::uint32_t>(info.samplerate)));
     std::string message = "is cut short or damaged: ";
     for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
-    return Loss{.message = message, .seconds = unknown ? std::nullopt : std::optional(seconds)};
+    return Loss{.message = message,
+                .seconds = unknown ? std::nullopt : std::optional(seconds),
+                .advice = file.fromPipe ? "check the command before the pipe" : "get a complete copy of the file"};
 }
 
 } // namespace tarn

@@ -69,13 +69,14 @@ private:
         int rate = 0;                          ///< Hz
         bool hasDamagedPages = false;          ///< of Ogg, which libsndfile passes over
         bool lacksEnd = false;                 ///< what marks the end of the stream is not there
-        bool leftOut = false;                  ///< it has another rate or other channels than the first, or no audio
+        bool leftOut = false; ///< it has another rate, width or number of channels than the first, or no audio
     };
 
     void openParts();
     Part partOf(const Decoder& opened, ByteRange bytes) const;
     void checkFormat() const;
     void openPart(std::size_t index);
+    void noteDamage(std::uint64_t frame) noexcept;
     void endPart();
     double findPeak(bool showProgress);
 
@@ -88,15 +89,16 @@ private:
     std::unique_ptr<Decoder> decoder;
     SF_INFO info{}; ///< of the first part
 
-    std::optional<std::uint64_t> declared; ///< frames of all parts
-    std::optional<std::uint64_t> expected; ///< the same or an estimate
-    std::uint64_t position = 0;            ///< frames
-    std::uint64_t partBegin = 0;           ///< position of the first frame of the part
-    std::uint64_t missing = 0;             ///< frames that ended parts declare and do not have
-    std::uint64_t silenced = 0;            ///< frames of ended parts that could not be decoded and are silent
-    bool missesUnknown = false;            ///< the end is missing as well, nobody knows how much
-    bool losesUnknown = false;             ///< something else is missing, nobody knows how much
-    std::string reason;                    ///< why, if the decoder said so
+    std::optional<std::uint64_t> declared;    ///< frames of all parts
+    std::optional<std::uint64_t> expected;    ///< the same or an estimate
+    std::uint64_t position = 0;               ///< frames
+    std::uint64_t partBegin = 0;              ///< position of the first frame of the part
+    std::uint64_t missing = 0;                ///< frames that ended parts declare and do not have
+    std::uint64_t silenced = 0;               ///< frames of ended parts that could not be decoded and are silent
+    bool missesUnknown = false;               ///< the end is missing as well, nobody knows how much
+    bool losesUnknown = false;                ///< something else is missing, nobody knows how much
+    std::optional<std::uint64_t> damageBegin; ///< frame at which the first damage was found
+    std::string reason;                       ///< why, if the decoder said so
     double gain = 1.0;
     std::vector<double> decoded;
 };

@@ -13,6 +13,7 @@ std::size_t FileWindow::read(void* to, std::size_t count) noexcept
 {
     const std::uint64_t left = size() - std::min(at, size());
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, left));
+    const std::uint64_t begin = at;
     std::size_t done = 0;
     while (done < wanted) {
         const ssize_t got =
@@ -23,7 +24,17 @@ std::size_t FileWindow::read(void* to, std::size_t count) noexcept
         done += static_cast<std::size_t>(got);
         at += static_cast<std::uint64_t>(got);
     }
+    if (replacement)
+        for (std::uint64_t i = 0; i < replacement->size(); ++i)
+            if (replacedAt + i >= begin && replacedAt + i < at)
+                static_cast<char*>(to)[replacedAt + i - begin] = (*replacement)[i];
     return done;
+}
+
+void FileWindow::replace(std::uint64_t position, const std::array<char, 8>& bytes) noexcept
+{
+    replacedAt = position;
+    replacement = bytes;
 }
 
 std::int64_t FileWindow::seek(std::int64_t offset, int whence) noexcept

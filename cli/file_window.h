@@ -2,8 +2,10 @@
 
 #include "cli/byte_range.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace tarn
 {
@@ -22,6 +24,9 @@ public:
     /// whence  SEEK_SET, SEEK_CUR or SEEK_END
     std::int64_t seek(std::int64_t offset, int whence) noexcept;
 
+    /// Gives these bytes in place of those at a position.
+    void replace(std::uint64_t position, const std::array<char, 8>& bytes) noexcept;
+
     std::uint64_t position() const noexcept { return at; }
     std::uint64_t size() const noexcept { return part.size(); }
 
@@ -33,6 +38,8 @@ private:
     ByteRange part;
     std::uint64_t at = 0;
     int failed = 0;
+    std::uint64_t replacedAt = 0;
+    std::optional<std::array<char, 8>> replacement;
 };
 
 } // namespace tarn

@@ -21,9 +21,24 @@ FlacDecoder::FlacDecoder(int descriptor, ByteRange part) : stream(FileWindow(des
 {
     if (!stream.is_valid() || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
         throw std::runtime_error("libFLAC cannot decode it");
+    readStreamInfo();
+    stream.get_decode_position(&behindFrame);
+}
+
+FlacDecoder::FlacDecoder(int descriptor, ByteRange part, int serial)
+    : stream(FileWindow(descriptor, part)), oggEnd(tarn::oggEnd(descriptor, part, serial))
+{
+    if (!stream.is_valid() || !stream.set_ogg_serial_number(serial) ||
+        stream.init_ogg() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
+        throw std::runtime_error("libFLAC cannot decode it");
+    readStreamInfo();
+    facts.format = SF_FORMAT_OGG | (facts.format & SF_FORMAT_SUBMASK);
+}
+
+void FlacDecoder::readStreamInfo()
+{
     if (!stream.process_until_end_of_metadata() || stream.facts.channels == 0)
         throw std::runtime_error("no stream information in the FLAC file");
-    stream.get_decode_position(&behindFrame);
     facts = stream.facts;
 }
 
@@ -77,12 +92,14 @@ std::string FlacDecoder::error() const
     if (stream.window.error() != 0) return systemError(stream.window.error());
     const bool isComplete = facts.frames != SF_COUNT_MAX && position >= static_cast<std::uint64_t>(facts.frames);
     if (isComplete || !isCut()) return {};
+    if (oggEnd) return "its last page is missing";
     return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
 }
 
 /// Whether there is something behind the last good frame that is neither padding nor a tag.
 bool FlacDecoder::isCut() const
 {
+    if (oggEnd) return !oggEnd->isMarked;
     FileWindow rest = stream.window;
     rest.seek(static_cast<std::int64_t>(behindFrame), SEEK_SET);
     std::array<char, 16> bytes{};

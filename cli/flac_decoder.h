@@ -2,8 +2,10 @@
 
 #include "cli/decoder.h"
 #include "cli/file_window.h"
+#include "cli/ogg_pages.h"
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include <FLAC++/decoder.h>
@@ -11,11 +13,15 @@
 namespace tarn
 {
 
-/// FLAC by libFLAC. It goes on behind damaged frames, which become silence, so that what follows keeps its place.
+/// FLAC and Ogg FLAC by libFLAC. It goes on behind damaged frames, which become silence, so that what follows keeps its
+/// place.
 class FlacDecoder final : public Decoder
 {
 public:
     FlacDecoder(int descriptor, ByteRange part);
+
+    /// serial  of a stream in an Ogg file
+    FlacDecoder(int descriptor, ByteRange part, int serial);
 
     std::size_t read(std::int32_t* samples, std::size_t frames) override;
     std::size_t read(double* samples, std::size_t frames) override;
@@ -44,10 +50,12 @@ private:
         void error_callback(FLAC__StreamDecoderErrorStatus status) override;
     };
 
+    void readStreamInfo();
     bool decodeFrame();
     bool isCut() const;
 
     Stream stream;
+    std::optional<OggEnd> oggEnd;  ///< in an Ogg file
     std::size_t used = 0;          ///< of the stream's samples
     std::uint64_t toSilence = 0;   ///< frames of silence due before them
     std::uint64_t position = 0;    ///< frames given or due

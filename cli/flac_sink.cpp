@@ -1,6 +1,7 @@
 #include "cli/flac_sink.h"
 
 #include "cli/failure.h"
+#include "cli/flac_blocks.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -39,7 +40,10 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
 {
     addComments(contents.layout, contents.metadata.tags);
     addPictures(contents.metadata.tags.pictures);
+    addBlocks(contents.metadata.tags.flacBlocks);
     if (contents.metadata.broadcast) leftOut.emplace_back("FLAC has no place for the broadcast extension");
+    for (const Chunk& chunk : contents.metadata.chunks)
+        leftOut.push_back("FLAC has no place for the " + chunk.name + " chunk");
     auto padding = std::make_unique<FLAC::Metadata::Padding>();
     padding->set_length(kPaddingBytes);
     blocks.push_back(std::move(padding));
@@ -108,6 +112,17 @@ void FlacSink::addPictures(const std::vector<Picture>& pictures)
     }
 }
 
+void FlacSink::addBlocks(const std::vector<FlacBlock>& inputBlocks)
+{
+    for (const FlacBlock& input : inputBlocks) {
+        if (auto block = flacMetadata(input)) {
+            blocks.push_back(std::move(block));
+        } else {
+            leftOut.push_back("the " + input.name() + " of the input is damaged and left out");
+        }
+    }
+}
+
 void FlacSink::write(const std::uint8_t* interleaved, std::size_t frames)
 {
     const std::uint32_t bytes = bits / 8;
@@ -126,10 +141,7 @@ void FlacSink::finish()
 void FlacSink::check(bool succeeded) const
 {
     if (succeeded) return;
-    const std::string reason =
-        encoder.error != 0 ? systemError(encoder.error) : encoder.get_state().resolved_as_cstring(encoder);
-    throw Failure(EX_IOERR, file.name() + ": writing failed: " + reason +
-                                "; no output was left. Make room, or choose another place");
+    file.failToWrite(encoder.error, encoder.get_state().resolved_as_cstring(encoder));
 }
 
 FLAC__StreamEncoderWriteStatus FlacSink::Encoder::write_callback(const FLAC__byte bytes[], std::size_t count,

@@ -49,6 +49,7 @@ private:
     };
 
     void addComments(const Layout& layout, const Tags& tags);
+    void addBlocks(const std::vector<FlacBlock>& inputBlocks);
     void addPictures(const std::vector<Picture>& pictures);
     void check(bool succeeded) const;
 

@@ -47,7 +47,7 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --format NAME      of these: wav or flac  -j, --jobs N      files at a time
   --skip-existing    leave complete outputs --force      replace OUTPUT
   --strict           refuse damaged INPUT   --json       print a report
-  --quiet            errors only            --help-all   every option
+  --quiet            errors and warnings    --help-all   every option
 
   tarn upmix song.mp3 song-3.0.wav
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -37,6 +38,10 @@ struct Finding
 
 Finding examine(const std::string& input, bool showProgress)
 {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(input, ignored))
+        throw Failure(EX_NOINPUT, input + ": is a folder; to examine the files in it, type: tarn info " +
+                                      shellQuoted(std::filesystem::path(input) / "") + "*");
     FileSource source(input, FileSource::Demand::Anything);
     Finding finding{.facts = source.facts()};
     if (finding.facts.channels != 2) return finding;
@@ -50,7 +55,7 @@ Finding examine(const std::string& input, bool showProgress)
         progress.advance(frames);
     }
     finding.loss = source.loss();
-    if (finding.loss) printNote(input + ": " + finding.loss->message);
+    if (finding.loss) printNote(input + ": " + finding.loss->message + "; " + finding.loss->advice);
     finding.facts.frames = analysis.frames();
     return finding;
 }
@@ -150,13 +155,14 @@ std::size_t nameWidth(const std::vector<std::string>& inputs)
     return std::min(longest, kMost);
 }
 
-/// Container and codec in a word or two: WAV 16, WAV float, FLAC 24, OGG Vorbis, MP3.
+/// Container and codec in a word or two: WAV 16, WAV float, FLAC 24, OGG Vorbis, OGG FLAC 16, MP3.
 std::string formatName(const FileFacts& facts)
 {
     if (facts.codec == "MPEG Layer III") return "MP3";
     if (facts.codec == "MPEG Layer II") return "MP2";
     if (facts.codec == "MPEG Layer I") return "MP1";
     const std::string container = facts.container.substr(0, facts.container.find(' '));
+    if (facts.codec == "FLAC") return container + " FLAC " + std::to_string(facts.bits);
     if (facts.bits != 0) return container + " " + std::to_string(facts.bits);
     if (facts.codec == "32 bit float") return container + " float";
     if (facts.codec == "64 bit float") return container + " double";
@@ -231,7 +237,6 @@ int runInfo(const InfoOptions& options)
         return Json{{"shown", std::move(shown)}, {"incomplete", finding.isIncomplete()}};
     };
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
-        if (outcome.crashed) wipeProgress();
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
             if (failure == EX_OK) failure = outcome.exitCode;

@@ -1,20 +1,18 @@
 #include "cli/joined_streams.h"
 
+#include "cli/container_promise.h"
 #include "cli/file_bytes.h"
-#include "cli/file_window.h"
 #include "cli/mpeg_frames.h"
+#include "cli/ogg_pages.h"
 
+#include <algorithm>
 #include <cstdint>
-
-#include <ogg/ogg.h>
 
 namespace tarn
 {
 
 namespace
 {
-
-constexpr long kReadBytes = 65536;
 
 /// The parts of a file that begin at these positions; what is before the first belongs to it.
 std::vector<ByteRange> partsFrom(const std::vector<std::uint64_t>& begins, std::uint64_t size)
@@ -41,38 +39,27 @@ bool isRun(const FileBytes& file, std::uint64_t position, const MpegFrame& first
 
 } // namespace
 
-OggPages oggLinks(int descriptor)
+OggLinks oggLinks(int descriptor)
 {
-    const std::uint64_t size = FileBytes(descriptor).size();
-    FileWindow window(descriptor, {.begin = 0, .end = size});
-    ogg_sync_state sync;
-    ogg_sync_init(&sync);
-    OggPages pages;
+    const FileBytes file(descriptor);
+    OggPages pages(descriptor, {.begin = std::min(file.id3v2Size(0), file.size()), .end = file.size()});
     std::vector<std::uint64_t> begins;
-    bool inHeads = false;       // the first pages of all streams of a link come together
-    std::uint64_t position = 0; // behind what was looked at
-    while (true) {
-        ogg_page page;
-        const long found = ogg_sync_pageseek(&sync, &page);
-        if (found == 0) {
-            char* const buffer = ogg_sync_buffer(&sync, kReadBytes);
-            const std::size_t got = buffer != nullptr ? window.read(buffer, kReadBytes) : 0;
-            if (got == 0) break;
-            ogg_sync_wrote(&sync, static_cast<long>(got));
-        } else if (found < 0) {
-            pages.skippedBytes += static_cast<std::uint64_t>(-found);
-            position += static_cast<std::uint64_t>(-found);
-        } else {
-            const bool isFirstPage = ogg_page_bos(&page) != 0;
-            if (isFirstPage && !inHeads) begins.push_back(position);
-            inHeads = isFirstPage;
-            position += static_cast<std::uint64_t>(found);
-        }
+    bool inHeads = false; // the first pages of all streams of a link come together
+    ogg_page page;
+    while (pages.next(page)) {
+        const bool isFirstPage = ogg_page_bos(&page) != 0;
+        if (isFirstPage && !inHeads) begins.push_back(pages.pageBegin());
+        inHeads = isFirstPage;
     }
-    pages.skippedBytes += size - position;
-    ogg_sync_clear(&sync);
-    pages.links = partsFrom(begins, size);
-    return pages;
+    return {.links = partsFrom(begins, file.size()), .skippedBytes = pages.skippedBytes()};
+}
+
+std::vector<ByteRange> containerParts(int descriptor)
+{
+    const FileBytes file(descriptor);
+    std::vector<std::uint64_t> begins{0};
+    while (const auto next = nextContainer(file, begins.back())) begins.push_back(*next);
+    return partsFrom(begins, file.size());
 }
 
 std::vector<ByteRange> mpegParts(int descriptor)

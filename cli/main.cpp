@@ -4,13 +4,20 @@
 #include "cli/help_texts.h"
 #include "cli/info_command.h"
 #include "cli/interrupt.h"
+#include "cli/option_checks.h"
+#include "cli/progress.h"
+#include "cli/text.h"
 #include "cli/upmix_command.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -64,15 +71,15 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
         ->needs("--output-dir");
     upmix->add_option("--format", arguments.batch.format, "Of the files in --output-dir: wav (default) or flac")
         ->type_name("NAME")
-        ->check(CLI::IsMember({"wav", "flac"}).description(""))
+        ->check(tarn::oneOf({"wav", "flac"}, "--format flac"))
         ->needs("--output-dir");
     upmix->add_option("-j,--jobs", arguments.batch.jobs, "Files at a time with --output-dir, 1 (default) to 64")
         ->type_name("N")
-        ->check(CLI::Range(1, 64).description(""))
+        ->check(tarn::numberFrom(1, 64, "--jobs 4"))
         ->needs("--output-dir");
     upmix->add_option("--layout", options.layout, "Slots of the output: 3.0 (default), 5.1, 7.1 or slots8")
         ->type_name("NAME")
-        ->check(CLI::IsMember({"3.0", "5.1", "7.1", "slots8"}).description(""));
+        ->check(tarn::oneOf({"3.0", "5.1", "7.1", "slots8"}, "--layout 5.1"));
     upmix->add_option("--remap", options.remapFile, "Matrix for --layout slots8")->type_name("FILE");
     upmix
         ->add_option("--bits", options.bits,
@@ -80,22 +87,22 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
                      "that of INPUT; 24 for floating point, lossy and\n"
                      "converted files, and at most 24 in FLAC")
         ->type_name("N")
-        ->check(CLI::IsMember({16, 24, 32}).description(""));
+        ->check(tarn::oneOf(tarn::kWidths, "--bits 24"));
     upmix
         ->add_option("--mode", options.mode,
                      "1: strong steering is followed fast (default);\n"
                      "2: calmer, fast changes are followed at medium speed")
         ->type_name("N")
-        ->check(CLI::IsMember({1, 2}).description(""));
+        ->check(tarn::oneOf({1, 2}, "--mode 2"));
     upmix
         ->add_option("--mix-fraction", options.mixFraction,
                      "0 to 1, default 1. Handed to the engine, which\n"
                      "keeps it; it does not change the output")
         ->type_name("F")
-        ->check(CLI::Range(0.0, 1.0).description(""));
+        ->check(tarn::numberFrom(0.0, 1.0, "--mix-fraction 0.5"));
     upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
         ->type_name("DB")
-        ->check(CLI::Range(-60.0, 18.0).description(""));
+        ->check(tarn::numberFrom(-60.0, 18.0, "--gain -6.5"));
     upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
         ->disable_flag_override();
     upmix->add_flag("--bypass", options.bypass, "Plain stereo in FL and FR of the layout")->disable_flag_override();
@@ -116,7 +123,8 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
                      "Sample rate of the output: 32000, 44100, 48000, 64000,\n"
                      "88200, 96000 or 192000; by default that of INPUT, or\n"
                      "the lowest of these that is not below it")
-        ->type_name("HZ");
+        ->type_name("HZ")
+        ->check(tarn::oneOf(tarn::kSampleRates, "--rate 48000"));
     upmix
         ->add_flag("--strict", options.strict,
                    "Refuse INPUT if it is cut short or damaged; otherwise\n"
@@ -128,7 +136,11 @@ CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
                    "Leave out an INPUT whose OUTPUT exists and is complete;\n"
                    "one that is not complete is an error without --force")
         ->disable_flag_override();
-    upmix->add_flag("--quiet", options.quiet, "No progress bar, notes and summary")->disable_flag_override();
+    upmix
+        ->add_flag("--quiet", options.quiet,
+                   "No progress, notes and summary; errors, and warnings\n"
+                   "about what is lost, clipped or wrapped, remain")
+        ->disable_flag_override();
     giveHelp(*upmix, tarn::kUpmixHelp, "man tarn-upmix describes layouts, matrices, tags, reports and streams.");
     return upmix;
 }
@@ -143,7 +155,7 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
         ->type_name("");
     demo->add_option("--layout", options.layout, "Slots of that file: 3.0 (default) or 5.1")
         ->type_name("NAME")
-        ->check(CLI::IsMember({"3.0", "5.1"}).description(""));
+        ->check(tarn::oneOf({"3.0", "5.1"}, "--layout 5.1"));
     demo->add_flag("--force", options.force, "Replace the files if they exist")->disable_flag_override();
     giveHelp(*demo, tarn::kDemoHelp, "");
     return demo;
@@ -157,11 +169,28 @@ CLI::App* addInfo(CLI::App& app, tarn::InfoOptions& options)
     info->add_flag("--verbose", options.verbose, "Print figures for every octave as well")->disable_flag_override();
     info->add_option("-j,--jobs", options.jobs, "Files at a time, 1 (default) to 64")
         ->type_name("N")
-        ->check(CLI::Range(1, 64).description(""));
+        ->check(tarn::numberFrom(1, 64, "--jobs 4"));
     info->add_flag("--json", options.json, "Print JSON instead of text")->disable_flag_override();
     info->add_flag("--quiet", options.quiet, "No progress bar")->disable_flag_override();
     giveHelp(*info, tarn::kInfoHelp, "man tarn-info describes the verdicts, the figures and the JSON.");
     return info;
+}
+
+/// Refuses folders where only files can be, with the command to type instead.
+///
+/// names  INPUT, OUTPUT and more
+void refuseFolders(const std::vector<std::string>& names)
+{
+    std::error_code ignored;
+    const auto isFolder = [&ignored](const std::string& name) { return std::filesystem::is_directory(name, ignored); };
+    const auto folder = std::find_if(names.begin(), names.end(), isFolder);
+    if (folder == names.end()) return;
+    const bool hasTarget = names.size() > 1 && isFolder(names.back());
+    const bool hasInput = !hasTarget || &*folder != &names.back();
+    throw tarn::Failure(hasInput ? EX_NOINPUT : EX_USAGE,
+                        *folder + ": is a folder; type: tarn upmix " + (hasInput ? "--recursive " : "") +
+                            "--output-dir " + (hasTarget ? tarn::shellQuoted(names.back()) : "upmixed") + " " +
+                            tarn::shellQuoted(hasInput ? *folder : names.front()) + (names.size() > 2 ? " ..." : ""));
 }
 
 /// Upmixes what was named. Returns the exit code.
@@ -169,7 +198,11 @@ int runUpmix(UpmixArguments& arguments, const CLI::App& upmix)
 {
     tarn::UpmixOptions& options = arguments.options;
     const bool hasOutput = upmix.get_option("OUTPUT")->count() > 0;
+    std::vector<std::string> names{options.input};
+    if (hasOutput) names.push_back(options.output);
+    names.insert(names.end(), arguments.more.begin(), arguments.more.end());
     if (upmix.get_option("--output-dir")->count() == 0) {
+        refuseFolders(names);
         if (!hasOutput) throw tarn::Failure(EX_USAGE, "OUTPUT is required; see tarn upmix --help");
         if (!arguments.more.empty())
             throw tarn::Failure(EX_USAGE,
@@ -177,9 +210,7 @@ int runUpmix(UpmixArguments& arguments, const CLI::App& upmix)
         return tarn::runUpmix(options);
     }
     if (arguments.batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
-    arguments.batch.inputs = {options.input};
-    if (hasOutput) arguments.batch.inputs.push_back(options.output);
-    arguments.batch.inputs.insert(arguments.batch.inputs.end(), arguments.more.begin(), arguments.more.end());
+    arguments.batch.inputs = std::move(names);
     return tarn::runBatch(arguments.batch, options);
 }
 

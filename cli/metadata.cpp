@@ -1,11 +1,20 @@
 #include "cli/metadata.h"
 
+#include "cli/stream_format.h"
+#include "cli/wave_chunks.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <utility>
 
 namespace tarn
 {
+
+namespace
+{
+
+constexpr std::uint64_t kMaxTimeReference = std::uint64_t{1} << 48; ///< of 46 years at 192 kHz
 
 std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
 {
@@ -17,6 +26,39 @@ std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
     info.loudness_value = info.loudness_range = info.max_true_peak_level = 0;
     info.max_momentary_loudness = info.max_shortterm_loudness = 0;
     return info;
+}
+
+} // namespace
+
+Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate)
+{
+    if (metadata.broadcast) {
+        BroadcastInfo& info = *metadata.broadcast;
+        const std::uint64_t frames = std::uint64_t{info.time_reference_high} << 32 | info.time_reference_low;
+        const std::uint64_t converted = framesAtRate(std::min(frames, kMaxTimeReference), rate, newRate);
+        info.time_reference_high = static_cast<std::uint32_t>(converted >> 32);
+        info.time_reference_low = static_cast<std::uint32_t>(converted);
+    }
+    for (Chunk& chunk : metadata.chunks)
+        for (const std::string& element : convertRate(chunk, rate, newRate))
+            metadata.tags.leftOut.push_back(element + " of its " + chunk.name + " chunk counts samples at " +
+                                            std::to_string(rate) + " Hz and is left out");
+    const auto isCueSheet = [](const FlacBlock& block) { return block.isCueSheet; };
+    if (std::erase_if(metadata.tags.flacBlocks, isCueSheet) > 0)
+        metadata.tags.leftOut.push_back("its cue sheet counts samples at " + std::to_string(rate) +
+                                        " Hz and is left out");
+    return metadata;
+}
+
+void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian)
+{
+    WaveChunks chunks = readWaveChunks(descriptor, bigEndian);
+    metadata.chunks = std::move(chunks.kept);
+    metadata.broadcast = readBroadcastInfo(file);
+    if (metadata.broadcast) std::erase(chunks.leftOut, "bext");
+    std::string names;
+    for (const std::string& name : chunks.leftOut) names += (names.empty() ? "" : ", ") + name;
+    if (!names.empty()) metadata.tags.leftOut.push_back("its chunks " + names + " are left out");
 }
 
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast)

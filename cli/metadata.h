@@ -1,8 +1,11 @@
 #pragma once
 
+#include "cli/chunks.h"
 #include "cli/tags.h"
 
+#include <cstdint>
 #include <optional>
+#include <vector>
 
 #include <sndfile.h>
 
@@ -19,10 +22,19 @@ struct Metadata
 {
     Tags tags;
     std::optional<BroadcastInfo> broadcast;
+    std::vector<Chunk> chunks; ///< of a WAVE file, for another one
 };
 
-/// Reads the broadcast extension without material number and loudness, which are those of the stereo.
-std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file);
+/// The same at another sample rate. Numbers of frames are converted, or left out and named.
+Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate);
+
+/// Adds what a WAVE file says about its recording beside its tags: the broadcast extension without material number and
+/// loudness, which are those of the stereo, and other chunks.
+///
+/// descriptor  open for reading; its position stays where it is
+/// file        the same file as libsndfile has opened it
+/// bigEndian   whether it is RIFX
+void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian);
 
 /// Puts the broadcast extension into a WAVE file before its audio.
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast);

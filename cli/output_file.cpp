@@ -57,9 +57,9 @@ OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileId
     removeStaleTemporariesOnce(full.parent_path());
     temporary = createTemporary(full.parent_path(), full.filename().string());
     if (temporary.file.number() < 0)
-        throw Failure(EX_CANTCREAT, givenName + ": cannot create a file in " + directoryOf(full) + ": " +
-                                        systemError(errno) +
-                                        "; choose a directory that exists and that you may write to");
+        throw OutputFailure(EX_CANTCREAT, givenName + ": cannot create a file in " + directoryOf(full) + ": " +
+                                              systemError(errno) +
+                                              "; choose a directory that exists and that you may write to");
 }
 
 OutputFile::~OutputFile()
@@ -108,11 +108,18 @@ void OutputFile::commit()
     fchmod(temporary.file.number(), mode);
     const int syncError = fsync(temporary.file.number()) != 0 ? errno : 0;
     const int closeError = !temporary.file.close() ? errno : 0;
-    if (const int error = syncError != 0 ? syncError : closeError; error != 0)
-        throw Failure(EX_IOERR, givenName + ": writing failed: " + systemError(error) + "; no output was left");
+    if (const int error = syncError != 0 ? syncError : closeError; error != 0) failToWrite(error, "");
     rename();
     temporary.path.clear();
     temporary.lock.close();
+}
+
+void OutputFile::failToWrite(int error, const std::string& reason) const
+{
+    const std::string message = givenName + ": writing failed: " + (error != 0 ? systemError(error) : reason) +
+                                "; no output was left. Make room, or choose another place";
+    if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO) throw OutputFailure(EX_IOERR, message);
+    throw Failure(EX_IOERR, message);
 }
 
 void OutputFile::rename()

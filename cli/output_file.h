@@ -38,14 +38,17 @@ public:
     /// Open for reading and writing.
     int descriptor() const noexcept { return temporary.file.number(); }
 
-    /// The name as the user gave it, for messages.
-    const std::string& name() const noexcept { return givenName; }
-
     /// Completes the file and gives it its name.
     ///
     /// Throws Failure: EX_IOERR if the file could not be written out; EX_USAGE if another file has appeared under the
     /// name meanwhile and force is not set; EX_CANTCREAT if the name cannot be given.
     void commit();
+
+    /// Throws Failure (EX_IOERR) about a write that failed: OutputFailure if the disk is full or broken.
+    ///
+    /// error   the system's error number; 0 if it gave none
+    /// reason  in place of the system's words then
+    [[noreturn]] void failToWrite(int error, const std::string& reason) const;
 
 private:
     void checkExisting(std::optional<FileIdentity> input);

@@ -18,6 +18,8 @@ constexpr std::chrono::milliseconds kRedrawInterval(100);
 constexpr std::size_t kBarWidth = 24;
 constexpr const char* kWipe = "\r\033[K";
 
+std::string status; // what showStatus has shown
+
 } // namespace
 
 Progress::Progress(std::string what, std::optional<std::uint64_t> totalFrames, std::uint32_t sampleRate, bool enabled)
@@ -62,9 +64,18 @@ void Progress::draw()
     std::fputs(line.c_str(), stderr);
 }
 
-void wipeProgress()
+void showStatus(const std::string& line)
 {
-    if (isatty(STDERR_FILENO) != 0) std::fputs(kWipe, stderr);
+    if (isatty(STDERR_FILENO) == 0) return;
+    status = kWipe + line;
+    std::fputs(status.c_str(), stderr);
+}
+
+void printNote(const std::string& note)
+{
+    // At once, so that notes of several processes stay apart.
+    const char* const wipe = isatty(STDERR_FILENO) != 0 ? kWipe : "";
+    std::fputs((wipe + ("tarn: " + printable(note)) + "\n" + status).c_str(), stderr);
 }
 
 } // namespace tarn

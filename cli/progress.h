@@ -45,7 +45,12 @@ private:
     Clock::time_point lastDrawn = start;
 };
 
-/// Wipes away a bar that a process has left behind.
-void wipeProgress();
+/// Shows a line on standard error that stays below the notes of this process. Nothing is shown where that is not a
+/// terminal.
+void showStatus(const std::string& line);
+
+/// Prints a line about the work on standard error, without control characters that file names may have. It takes the
+/// place of a bar or a status, which any process may have left there.
+void printNote(const std::string& note);
 
 } // namespace tarn

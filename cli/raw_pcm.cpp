@@ -77,14 +77,16 @@ void RawSource::rewind()
 
 std::optional<Loss> RawSource::loss() const
 {
-    if (partial != 0)
-        throw Failure(EX_DATAERR, "standard input: ends inside a frame: " + std::to_string(partial) + " byte" +
-                                      (partial == 1 ? "" : "s") + " left over after " + std::to_string(position) +
-                                      " frames; check that --raw " + std::to_string(streamFormat.sampleRate) + ":" +
-                                      std::to_string(streamFormat.bits) + " is what the stream holds, in stereo");
     if (position == 0)
         throw Failure(EX_DATAERR, "standard input: holds no audio: 0 frames; check the command before the pipe");
-    return std::nullopt;
+    if (partial == 0) return std::nullopt;
+    const auto frameBytes = static_cast<double>(kChannels * streamFormat.bytesPerSample());
+    return Loss{.message = "ends inside a frame: " + std::to_string(partial) + (partial == 1 ? " byte" : " bytes") +
+                           " after " + std::to_string(position) + " frames (" +
+                           durationText(position, streamFormat.sampleRate) +
+                           (partial == 1 ? ") is lost" : ") are lost"),
+                .seconds = static_cast<double>(partial) / frameBytes / streamFormat.sampleRate,
+                .advice = "check that --raw has the rate and the width of the stream, and that it is stereo"};
 }
 
 RawSink::RawSink(std::size_t bytesPerFrame) : frameBytes(bytesPerFrame)

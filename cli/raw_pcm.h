@@ -23,7 +23,7 @@ public:
     bool canRewind() const noexcept override { return false; }
     void rewind() override;
 
-    /// Throws Failure (EX_DATAERR) if the stream ends inside a frame, which means that it is of another format.
+    /// The bytes of a last frame that is not complete.
     std::optional<Loss> loss() const override;
 
 private:

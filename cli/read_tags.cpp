@@ -1,5 +1,7 @@
 #include "cli/tags.h"
 
+#include "cli/caf_info.h"
+#include "cli/chunks.h"
 #include "cli/riff_info.h"
 #include "cli/text.h"
 #include "cli/utf8.h"
@@ -18,7 +20,10 @@
 #include <id3v2tag.h>
 #include <infotag.h>
 #include <mpegfile.h>
+#include <oggflacfile.h>
 #include <opusfile.h>
+#include <tbytevectorstream.h>
+#include <textidentificationframe.h>
 #include <tfilestream.h>
 #include <unistd.h>
 #include <vorbisfile.h>
@@ -83,6 +88,27 @@ public:
     String parse(const ByteVector& data) const override { return {data, String::Latin1}; }
 };
 
+/// Adds the people of an ID3v2 tag by their roles, where TagLib does not: in small letters, or with a role that it does
+/// not know. Returns whether each role has a name, and none is left out because there are too many.
+bool addInvolvedPeople(const TagLib::ID3v2::FrameList& frames, TagLib::PropertyMap& texts)
+{
+    constexpr unsigned kMaxFields = 1000; ///< of a frame
+    bool isComplete = true;
+    for (const TagLib::ID3v2::Frame* frame : frames) {
+        const auto* const people = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(frame);
+        if (people == nullptr || people->asProperties().unsupportedData().isEmpty()) continue;
+        const StringList fields = people->fieldList();
+        for (unsigned i = 0; i + 1 < std::min(fields.size(), kMaxFields); i += 2) {
+            String role = fields[i].upper();
+            for (const auto& [name, key] : TagLib::ID3v2::TextIdentificationFrame::involvedPeopleMap())
+                if (role == key) role = name;
+            if (!texts[role].contains(fields[i + 1])) texts[role].append(fields[i + 1]);
+        }
+        isComplete = isComplete && fields.size() % 2 == 0 && fields.size() <= kMaxFields;
+    }
+    return isComplete;
+}
+
 /// Collects the tags of a file, the first of a name before those that come later.
 class Collector
 {
@@ -117,11 +143,13 @@ public:
     void addId3v2(const TagLib::ID3v2::Tag* tag)
     {
         if (tag == nullptr) return;
-        const TagLib::PropertyMap texts = tag->properties();
+        TagLib::PropertyMap texts = tag->properties();
+        const bool hasAllPeople = addInvolvedPeople(tag->frameList("TIPL"), texts);
         add(texts);
         std::string others;
         for (const String& frame : texts.unsupportedData())
-            if (!frame.startsWith("APIC")) others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
+            if (!frame.startsWith("APIC") && (frame != "TIPL" || !hasAllPeople))
+                others += (others.empty() ? "" : ", ") + frame.to8Bit(true);
         if (!others.empty()) tags.leftOut.push_back("its ID3v2 frames " + others + " are left out");
         for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC"))
             if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))
@@ -202,6 +230,23 @@ public:
         add(texts);
     }
 
+    /// Adds the texts of a CAF file, which should be UTF-8.
+    void addCafInfo(int descriptor)
+    {
+        TagLib::PropertyMap texts;
+        for (const std::string& contents : chunksNamed(descriptor, "info")) {
+            const CafInfo info = readCafInfo(contents);
+            for (const auto& [name, text] : info.texts) {
+                if (!isUtf8(name + text)) tags.converted = true;
+                texts.insert(String(toUtf8(name), String::UTF8), StringList(String(toUtf8(text), String::UTF8)));
+            }
+            if (contents.empty() || info.isCut)
+                tags.leftOut.emplace_back(contents.empty() ? "its info chunk is too large or cannot be read"
+                                                           : "its texts after the first 1000 are left out");
+        }
+        add(texts);
+    }
+
     /// Adds what libsndfile has read, in an encoding that is not known.
     void addStrings(SNDFILE* file)
     {
@@ -227,31 +272,112 @@ long behindId3v2(TagLib::IOStream& stream)
     return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
 }
 
-/// Metadata blocks of FLAC: a byte with the type and the mark of the last one, 24 bits of size, the contents.
+/// The head of a metadata block of FLAC: a byte with the type and the mark of the last one, 24 bits of size.
+struct FlacBlockHead
+{
+    static constexpr unsigned kBytes = 4;
+
+    explicit FlacBlockHead(const ByteVector& bytes)
+        : type(static_cast<unsigned char>(bytes[0]) & 0x7fu),
+          size(bytes.toUInt(1, 3, true)),
+          isLast((static_cast<unsigned char>(bytes[0]) & 0x80u) != 0)
+    {}
+
+    bool isKept() const
+    {
+        return type == kVorbisComment || type == kPicture || type == kCueSheet || type == kApplication;
+    }
+
+    static constexpr unsigned kApplication = 2;
+    static constexpr unsigned kVorbisComment = 4;
+    static constexpr unsigned kCueSheet = 5;
+    static constexpr unsigned kPicture = 6;
+
+    unsigned type;
+    unsigned size;
+    bool isLast;
+};
+
+/// The metadata blocks of a FLAC stream.
+class FlacBlocks
+{
+public:
+    explicit FlacBlocks(Collector& receiver) : collector(receiver) {}
+
+    /// contents  of the block; those of blocks that are not kept do not matter
+    void add(const FlacBlockHead& head, const ByteVector& contents)
+    {
+        isKnown = isKnown && head.type <= FlacBlockHead::kPicture;
+        if (contents.size() < head.size) return;
+        if (head.type == FlacBlockHead::kVorbisComment) {
+            collector.addVorbisComments(contents);
+        } else if (head.type == FlacBlockHead::kPicture) {
+            TagLib::FLAC::Picture picture;
+            if (picture.parse(contents)) collector.addPicture(picture);
+        } else if (head.isKept()) {
+            addBytes(head.type, contents);
+        }
+    }
+
+    /// Names what is left out.
+    void finish()
+    {
+        if (!hasRoom)
+            collector.tags.leftOut.emplace_back(
+                "its cue sheets and application blocks after the first 100 are left out");
+        if (!isKnown) collector.tags.leftOut.emplace_back("its metadata blocks of unknown types are left out");
+    }
+
+private:
+    /// Adds a cue sheet or the data of an application.
+    void addBytes(unsigned type, const ByteVector& contents)
+    {
+        constexpr std::size_t kMaxBlocks = 100;
+        constexpr std::size_t kIdBytes = 4;
+        // Applications that keep what was around the audio in another container.
+        const bool isForeign =
+            contents.startsWith("riff") || contents.startsWith("aiff") || contents.startsWith("w64 ");
+        if (type == FlacBlockHead::kApplication && (isForeign || contents.size() < kIdBytes)) return;
+        std::vector<FlacBlock>& blocks = collector.tags.flacBlocks;
+        hasRoom = blocks.size() < kMaxBlocks;
+        if (hasRoom) blocks.push_back({.isCueSheet = type == FlacBlockHead::kCueSheet, .contents = contents});
+    }
+
+    Collector& collector;
+    bool hasRoom = true;
+    bool isKnown = true;
+};
+
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
-    constexpr unsigned kVorbisComment = 4;
-    constexpr unsigned kCueSheet = 5;
-    constexpr unsigned kPicture = 6;
     stream.seek(behindId3v2(stream));
     if (stream.readBlock(4) != "fLaC") return;
-    for (bool last = false; !last;) {
-        const ByteVector head = stream.readBlock(4);
-        if (head.size() < 4) return;
-        const unsigned type = static_cast<unsigned char>(head[0]) & 0x7fu;
-        last = (static_cast<unsigned char>(head[0]) & 0x80u) != 0;
-        const unsigned size = head.toUInt(1, 3, true);
-        if (type == kCueSheet) collector.tags.leftOut.emplace_back("its cue sheet is left out");
-        if (type != kVorbisComment && type != kPicture) {
-            stream.seek(static_cast<long>(size), TagLib::IOStream::Current);
-            continue;
-        }
-        const ByteVector contents = stream.readBlock(size);
-        if (contents.size() < size) return;
-        if (type == kVorbisComment) collector.addVorbisComments(contents);
-        TagLib::FLAC::Picture picture;
-        if (type == kPicture && picture.parse(contents)) collector.addPicture(picture);
+    FlacBlocks blocks(collector);
+    for (bool isLast = false; !isLast;) {
+        const ByteVector bytes = stream.readBlock(FlacBlockHead::kBytes);
+        if (bytes.size() < FlacBlockHead::kBytes) break;
+        const FlacBlockHead head(bytes);
+        isLast = head.isLast;
+        if (!head.isKept()) stream.seek(static_cast<long>(head.size), TagLib::IOStream::Current);
+        blocks.add(head, head.isKept() ? stream.readBlock(head.size) : ByteVector());
     }
+    blocks.finish();
+}
+
+/// Ogg FLAC: a packet for each metadata block behind the first packet.
+void collectOggFlac(TagLib::IOStream& stream, Collector& collector)
+{
+    TagLib::Ogg::FLAC::File file(&stream, false);
+    FlacBlocks blocks(collector);
+    bool isLast = !file.isValid() || !file.packet(0).startsWith("\177FLAC");
+    for (unsigned i = 1; !isLast; ++i) {
+        const ByteVector packet = file.packet(i);
+        if (packet.size() < FlacBlockHead::kBytes) break;
+        const FlacBlockHead head(packet);
+        isLast = head.isLast;
+        blocks.add(head, packet.mid(FlacBlockHead::kBytes));
+    }
+    blocks.finish();
 }
 
 /// The second packet of an Ogg stream: a mark of its codec, then the comments.
@@ -279,10 +405,28 @@ void collectMpeg(TagLib::IOStream& stream, Collector& collector)
         collector.tags.converted = kHandler.converted;
 }
 
+/// RF64, which TagLib does not read.
+void collectRf64(int descriptor, Collector& collector)
+{
+    const auto bytesOf = [](const std::string& contents) {
+        return ByteVector(contents.data(), static_cast<unsigned>(contents.size()));
+    };
+    for (const std::string& contents : chunksNamed(descriptor, "id3 ")) {
+        TagLib::ByteVectorStream stream(bytesOf(contents));
+        TagLib::MPEG::File tagged(&stream, TagLib::ID3v2::FrameFactory::instance(), false);
+        collector.addId3v2(tagged.hasID3v2Tag() ? tagged.ID3v2Tag() : nullptr);
+        if (contents.empty()) collector.tags.leftOut.emplace_back("its ID3v2 tag of more than 16 MiB is left out");
+    }
+    for (const std::string& contents : chunksNamed(descriptor, "LIST"))
+        if (contents.starts_with("INFO")) collector.addInfo(TagLib::RIFF::Info::Tag(bytesOf(contents)));
+}
+
 } // namespace
 
 Tags readTags(int descriptor, SNDFILE* file, int format)
 {
+    static const RawText kInfoText;
+    TagLib::RIFF::Info::Tag::setStringHandler(&kInfoText);
     Collector collector;
     // The stream closes its descriptor.
     TagLib::FileStream stream(dup(descriptor), true);
@@ -294,6 +438,8 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
     case SF_FORMAT_OGG:
         if ((format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
             collectOgg<TagLib::Ogg::Opus::File>(stream, "OpusTags", collector);
+        } else if ((format & SF_FORMAT_SUBMASK) != SF_FORMAT_VORBIS) {
+            collectOggFlac(stream, collector);
         } else {
             collectOgg<TagLib::Ogg::Vorbis::File>(stream, "\3vorbis", collector);
         }
@@ -305,10 +451,15 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         collector.addId3v2(TagLib::RIFF::AIFF::File(&stream, false).tag());
         collector.addStrings(file);
         break;
+    case SF_FORMAT_CAF:
+        collector.addCafInfo(descriptor);
+        collector.addStrings(file);
+        break;
+    case SF_FORMAT_RF64:
+        collectRf64(descriptor, collector);
+        break;
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX: {
-        static const RawText kHandler;
-        TagLib::RIFF::Info::Tag::setStringHandler(&kHandler);
         const TagLib::RIFF::WAV::File wave(&stream, false);
         collector.addId3v2(wave.hasID3v2Tag() ? wave.ID3v2Tag() : nullptr);
         if (wave.hasInfoTag()) collector.addInfo(*wave.InfoTag());

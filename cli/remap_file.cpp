@@ -80,6 +80,8 @@ std::string contentsOf(const std::string& path)
     contents.resize(static_cast<std::size_t>(file.gcount()));
     if (contents.size() > kMaxBytes || contents.find('\0') != std::string::npos)
         throw Failure(EX_DATAERR, path + ": is not a remap file, which is a short text; man tarn-upmix shows one");
+    // Some editors put the byte-order mark in front of UTF-8.
+    if (contents.starts_with("\xef\xbb\xbf")) contents.erase(0, 3);
     return contents;
 }
 
@@ -108,6 +110,12 @@ bool namesSlots(const std::vector<std::string>& words)
     return std::isalpha(static_cast<unsigned char>(words.front().front())) != 0;
 }
 
+std::string inCapitals(std::string word)
+{
+    for (char& c : word) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return word;
+}
+
 RemapSlots parseSlots(const std::string& place, const std::vector<std::string>& words)
 {
     const std::string slotNames(remappedLayout().slotNames);
@@ -116,12 +124,13 @@ RemapSlots parseSlots(const std::string& place, const std::vector<std::string>& 
                                       ", separated by spaces");
     RemapSlots slots;
     for (std::size_t c = 0; c < kRemapColumns; ++c) {
-        if (!slotNamed(remappedLayout(), words[c]))
+        const std::string name = inCapitals(words[c]);
+        if (!slotNamed(remappedLayout(), name))
             throw Failure(EX_DATAERR,
                           place + ": '" + shown(words[c]) + "' is not the name of a slot; name 4 of " + slotNames);
-        if (std::find(slots.begin(), slots.end(), words[c]) != slots.end())
-            throw Failure(EX_DATAERR, place + ": " + words[c] + " is named twice; name 4 different slots");
-        slots[c] = words[c];
+        if (std::find(slots.begin(), slots.end(), name) != slots.end())
+            throw Failure(EX_DATAERR, place + ": " + name + " is named twice; name 4 different slots");
+        slots[c] = name;
     }
     return slots;
 }
@@ -130,7 +139,7 @@ RemapSlots parseSlots(const std::string& place, const std::vector<std::string>& 
 void parseRow(const std::string& place, const std::vector<std::string>& words, const RemapSlots& slots,
               std::uint32_t (&row)[kRemapColumns])
 {
-    if (slotNamed(remappedLayout(), words.front()))
+    if (slotNamed(remappedLayout(), inCapitals(words.front())))
         throw Failure(EX_DATAERR, place + ": names slots after the first line; move this line before the gains");
     if (words.size() != kRemapColumns)
         throw Failure(EX_DATAERR, place + ": " + std::to_string(words.size()) + " gains; a row has 4, one each for " +

@@ -24,7 +24,7 @@ public:
     StreamFormat format() const noexcept override { return {.sampleRate = rate, .bits = bits}; }
     std::optional<std::uint64_t> expectedFrames() const noexcept override;
     FileIdentity identity() const noexcept override { return source->identity(); }
-    Metadata metadata() override { return source->metadata(); }
+    Metadata metadata() override { return atRate(source->metadata(), sourceRate, rate); }
     std::vector<std::string> prepare(bool showProgress) override;
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return source->canRewind(); }

@@ -1,9 +1,11 @@
 #include "cli/sndfile_decoder.h"
 
+#include "cli/container_promise.h"
 #include "cli/quiet_standard_error.h"
 #include "cli/text.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 
 namespace tarn
@@ -32,6 +34,12 @@ constexpr SF_VIRTUAL_IO kCalls{
 
 SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, part)
 {
+    // libsndfile refuses a CAF file that ends inside its audio, and one whose size is not known.
+    if (const auto cut = cutCafData(FileBytes(descriptor, part))) {
+        std::array<char, 8> size{};
+        for (unsigned i = 0; i < 8; ++i) size[i] = static_cast<char>(cut->present >> (56 - 8 * i));
+        window.replace(cut->sizeAt, size);
+    }
     SF_VIRTUAL_IO calls = kCalls;
     const QuietStandardError quiet; // its MPEG decoder prints there
     file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));

@@ -26,21 +26,6 @@ constexpr std::uint32_t kHighestRate = 768000;
 
 } // namespace
 
-bool isEngineRate(std::uint32_t sampleRate) noexcept
-{
-    return std::find(kSampleRates.begin(), kSampleRates.end(), sampleRate) != kSampleRates.end();
-}
-
-std::string rateList()
-{
-    std::string list;
-    for (const std::uint32_t rate : kSampleRates) {
-        if (!list.empty()) list += rate == kSampleRates.back() ? " or " : ", ";
-        list += std::to_string(rate);
-    }
-    return list + " Hz";
-}
-
 bool isConvertibleRate(std::uint32_t sampleRate) noexcept
 {
     return sampleRate >= kLowestRate && sampleRate <= kHighestRate;

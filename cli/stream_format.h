@@ -25,12 +25,6 @@ struct StreamFormat
     std::uint32_t bytesPerSample() const noexcept { return bits / 8; }
 };
 
-/// Whether the engine runs at a sample rate.
-bool isEngineRate(std::uint32_t sampleRate) noexcept;
-
-/// The engine's rates as a list for people: "32000, 44100, ... or 192000 Hz".
-std::string rateList();
-
 /// Whether a sample rate is one of sound, which can be converted to one of the engine's.
 bool isConvertibleRate(std::uint32_t sampleRate) noexcept;
 

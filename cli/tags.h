@@ -23,13 +23,28 @@ struct Picture
     TagLib::ByteVector data;
 };
 
+/// A metadata block of FLAC, as it is in the file: a cue sheet, or the data of an application behind its four
+/// characters.
+struct FlacBlock
+{
+    bool isCueSheet = false;
+    TagLib::ByteVector contents;
+
+    /// "cue sheet", or "application block abcd".
+    std::string name() const
+    {
+        return isCueSheet ? "cue sheet" : "application block " + std::string(contents.data(), 4);
+    }
+};
+
 /// What a file says about its recording.
 struct Tags
 {
     TagLib::PropertyMap texts; ///< by the names of Vorbis comments: TITLE, ALBUMARTIST, MUSICBRAINZ_TRACKID, ...
     std::vector<Picture> pictures;
-    std::vector<std::string> leftOut; ///< sentences about what has no name in other formats
-    bool converted = false;           ///< texts were not UTF-8 where they should be, and were read as Windows-1252
+    std::vector<FlacBlock> flacBlocks; ///< for another FLAC file
+    std::vector<std::string> leftOut;  ///< sentences about what has no name in other formats
+    bool converted = false;            ///< texts were not UTF-8 where they should be, and were read as Windows-1252
 };
 
 /// Reads the tags that still hold for an upmix of the recording.

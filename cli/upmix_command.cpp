@@ -61,9 +61,8 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
         format.bits = *options.bits;
     } else if (!isStream(options.output) && format.bits > containerOf(options.output).maxBits) {
         format.bits = containerOf(options.output).maxBits;
-        if (!options.quiet)
-            printNote(options.output + ": is written with " + std::to_string(format.bits) +
-                      " bits, the most that its format holds; the input has " + std::to_string(source.format().bits));
+        printNote(options.output + ": is written with " + std::to_string(format.bits) +
+                  " bits, the most that its format holds; the input has " + std::to_string(source.format().bits));
     }
     return format;
 }
@@ -110,8 +109,7 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
     if (isStream(options.output)) return std::make_unique<RawSink>(std::size_t{layout.slots} * format.bytesPerSample());
     const FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
     auto sink = openFileSink(options.output, options.force, source.identity(), contents);
-    if (options.quiet) return sink;
-    if (contents.metadata.tags.converted)
+    if (contents.metadata.tags.converted && !options.quiet)
         printNote(nameOf(options.input, "standard input") + ": its tags are not UTF-8 and are taken for Windows-1252");
     for (const std::string& note : contents.metadata.tags.leftOut)
         printNote(nameOf(options.input, "standard input") + ": " + note);
@@ -121,7 +119,7 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
 /// Prepares the source and prints what it has to say.
 void prepare(const UpmixOptions& options, AudioSource& source)
 {
-    for (const std::string& note : source.prepare(!options.quiet && !options.noBar))
+    for (const std::string& note : source.prepare(!options.quiet && !options.inBatch))
         if (!options.quiet) printNote(nameOf(options.input, "standard input") + ": " + note);
 }
 
@@ -134,12 +132,11 @@ std::string summary(const UpmixOptions& options, const Layout& layout, StreamFor
            formatted(", %.0f x real time", speed);
 }
 
-/// Counts what wraps around in the matrix; null where nothing can, or where nobody asks.
+/// Counts what wraps around in the matrix; null where nothing can.
 std::unique_ptr<WrapCounter> wrapCounter(const UpmixOptions& options, StreamFormat format,
                                          const EngineSettings& settings)
 {
-    const bool isReported = options.json || !options.quiet;
-    if (options.bypass || !isReported || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
+    if (options.bypass || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
     return std::make_unique<WrapCounter>(format, settings, !options.noAlign);
 }
 
@@ -148,7 +145,7 @@ double pump(const UpmixOptions& options, const char* label, AudioSource& source,
             WrapCounter* wraps)
 {
     std::vector<std::int32_t> stereo(2 * kReadFrames);
-    Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.noBar);
+    Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.inBatch);
     while (const std::size_t frames = source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
         if (meter != nullptr) meter->push(stereo.data(), frames);
@@ -203,20 +200,22 @@ void checkRaw(const UpmixOptions& options)
 
 /// Tells what came of the work.
 ///
-/// notes  about the output
+/// warnings  about the output
 void printResults(const UpmixOptions& options, const Layout& layout, const UpmixReport& report,
-                  const std::vector<std::string>& notes)
+                  const std::vector<std::string>& warnings)
 {
     const std::string output = nameOf(options.output, "standard output");
-    if (report.loss && (!options.quiet || report.exitCode() != EX_OK))
-        printNote(nameOf(options.input, "standard input") + ": " + report.loss->message + "; the rest is upmixed");
-    if (options.quiet) return;
-    printNote(summary(options, layout, report.format, report.frames, report.speed));
-    if (report.loudness)
-        printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
-                  " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
-                  formatted("%+.2f", report.gainDb) + " dB");
-    for (const std::string& note : notes) printNote(output + ": " + note);
+    if (report.loss)
+        printNote(nameOf(options.input, "standard input") + ": " + report.loss->message + "; the rest is upmixed; " +
+                  report.loss->advice);
+    if (!options.quiet) {
+        printNote(summary(options, layout, report.format, report.frames, report.speed));
+        if (report.loudness)
+            printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
+                      " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
+                      formatted("%+.2f", report.gainDb) + " dB");
+    }
+    for (const std::string& warning : warnings) printNote(output + ": " + warning);
     if (report.clipped > 0)
         printNote(output + ": " + std::to_string(report.clipped) +
                   " samples were beyond full scale and are clipped; give a smaller --gain" +
@@ -225,24 +224,15 @@ void printResults(const UpmixOptions& options, const Layout& layout, const Upmix
 
 } // namespace
 
-void printNote(const std::string& note)
-{
-    std::fprintf(stderr, "tarn: %s\n", printable(note).c_str());
-}
-
 void checkOptions(const UpmixOptions& options)
 {
     const Layout& layout = layoutNamed(options.layout);
     if (options.input.empty() || options.output.empty())
         throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
-    if (std::isnan(options.mixFraction)) throw Failure(EX_USAGE, "--mix-fraction: not a number; use 0 to 1");
     if (options.bypass && (options.gainDb || options.loudnessMatch))
         throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
     if (options.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
-    if (options.gainDb && std::isnan(*options.gainDb)) throw Failure(EX_USAGE, "--gain: not a number; use -60 to 18");
-    if (options.rate && !isEngineRate(*options.rate))
-        throw Failure(EX_USAGE, "--rate " + std::to_string(*options.rate) + ": the engine runs at " + rateList());
     if (layout.remapped && options.remapFile.empty())
         throw Failure(EX_USAGE, "--layout slots8: needs a matrix; add --remap FILE (man tarn-upmix describes it)");
     if (!layout.remapped && !options.remapFile.empty())
@@ -260,7 +250,8 @@ UpmixReport upmix(const UpmixOptions& options)
 {
     checkOptions(options);
     if (options.skipExisting && hasCompleteOutput(options)) {
-        if (!options.quiet) printNote(options.output + ": is complete already, so " + options.input + " is skipped");
+        if (!options.quiet && !options.inBatch)
+            printNote(options.output + ": is complete already, so " + options.input + " is skipped");
         return {.skipped = true};
     }
     Layout layout = layoutNamed(options.layout);
@@ -295,7 +286,8 @@ UpmixReport upmix(const UpmixOptions& options)
     report.speed = pump(options, "upmixing", *source, upmixer, nullptr, wraps.get());
     report.loss = source->loss();
     if (report.loss && options.strict)
-        throw Failure(EX_DATAERR, nameOf(options.input, "standard input") + ": " + report.loss->message);
+        throw Failure(EX_DATAERR, nameOf(options.input, "standard input") + ": " + report.loss->message + "; " +
+                                      report.loss->advice + ", or leave out --strict");
     throwIfInterrupted();
     sink->finish();
 
@@ -305,9 +297,9 @@ UpmixReport upmix(const UpmixOptions& options)
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();
     report.clipped += source->clippedSamples();
-    std::vector<std::string> notes = sink->notes();
-    if (wraps) notes.push_back(wraps->note(columns));
-    printResults(options, layout, report, notes);
+    std::vector<std::string> warnings = sink->notes();
+    if (wraps && (report.wrapped > 0 || !options.quiet)) warnings.push_back(wraps->note(columns));
+    printResults(options, layout, report, warnings);
     return report;
 }
 

@@ -35,7 +35,7 @@ struct UpmixOptions
     bool force = false;
     bool skipExisting = false; ///< an output that is complete counts as done
     bool quiet = false;
-    bool noBar = false; ///< notes, but no progress bar
+    bool inBatch = false; ///< one of many: no progress bar, and no note that it is skipped
     bool json = false;
 };
 
@@ -80,8 +80,5 @@ int runUpmix(const UpmixOptions& options);
 
 /// The report as --json prints it.
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report);
-
-/// Prints a line about the work on standard error, without control characters that file names may have.
-void printNote(const std::string& note);
 
 } // namespace tarn

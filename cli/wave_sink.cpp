@@ -33,7 +33,7 @@ int subtypeOf(std::uint32_t bits) noexcept
 WaveSink::WaveSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents)
     : slotCount(contents.layout.slots),
       sampleBytes(contents.format.bytesPerSample()),
-      tags(contents.metadata.tags),
+      metadata(contents.metadata),
       file(path, force, input),
       target{file.descriptor()}
 {
@@ -70,7 +70,7 @@ void WaveSink::finish()
     SNDFILE* const closing = handle;
     handle = nullptr;
     check(sf_close(closing) == SF_ERR_NO_ERROR && target.error == 0);
-    target.error = appendTags(target.descriptor, tags, leftOut);
+    target.error = appendTags(target.descriptor, metadata, leftOut);
     check(target.error == 0);
     file.commit();
 }
@@ -78,9 +78,7 @@ void WaveSink::finish()
 void WaveSink::check(bool succeeded) const
 {
     if (succeeded) return;
-    const std::string reason = target.error != 0 ? systemError(target.error) : sf_strerror(handle);
-    throw Failure(EX_IOERR, file.name() + ": writing failed: " + reason +
-                                "; no output was left. Make room, or choose another place");
+    file.failToWrite(target.error, sf_strerror(handle));
 }
 
 sf_count_t WaveSink::sizeOf(void* data)

@@ -45,7 +45,7 @@ private:
 
     std::uint32_t slotCount;
     std::uint32_t sampleBytes;
-    Tags tags;
+    Metadata metadata;
     OutputFile file;
     Target target;
     SNDFILE* handle = nullptr; ///< closed by finish, which has to see what closing says

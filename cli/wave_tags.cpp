@@ -72,11 +72,15 @@ int writeRiffSize(int descriptor, bool isRf64, std::uint64_t fileSize)
 
 } // namespace
 
-int appendTags(int descriptor, const Tags& tags, std::vector<std::string>& leftOut)
+int appendTags(int descriptor, const Metadata& metadata, std::vector<std::string>& leftOut)
 {
+    const Tags& tags = metadata.tags;
     ByteVector chunks;
     if (const ByteVector info = infoList(tags.texts); !info.isEmpty()) chunks.append(chunk("LIST", info));
     if (const ByteVector id3v2 = id3v2Tag(tags, leftOut); !id3v2.isEmpty()) chunks.append(chunk("id3 ", id3v2));
+    for (const FlacBlock& block : tags.flacBlocks) leftOut.push_back("WAV has no place for the " + block.name());
+    for (const auto& [name, contents] : metadata.chunks)
+        chunks.append(chunk(name.c_str(), ByteVector(contents.data(), static_cast<unsigned>(contents.size()))));
     if (chunks.isEmpty()) return 0;
 
     std::array<char, 4> mark{};
@@ -87,7 +91,7 @@ int appendTags(int descriptor, const Tags& tags, std::vector<std::string>& leftO
     if (end % 2 != 0) chunks = ByteVector("\0", 1) + chunks;
     const std::uint64_t size = static_cast<std::uint64_t>(end) + chunks.size();
     if (!isRf64 && size > UINT32_MAX) {
-        leftOut.emplace_back("WAV of 4 GiB has no room for tags");
+        leftOut.emplace_back("WAV of 4 GiB has no room for tags and chunks");
         return 0;
     }
     if (const int error = writeAll(descriptor, chunks.data(), chunks.size()); error != 0) return error;

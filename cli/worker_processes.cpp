@@ -122,7 +122,9 @@ WorkerOutcome Worker::finish(const std::string& name)
     Json received = Json::from_cbor(message, true, false);
     if (received.is_discarded()) return {.error = crashMessage(name, status), .exitCode = EX_SOFTWARE, .crashed = true};
     if (received.contains("result")) return {.result = std::move(received["result"])};
-    return {.error = received["error"].get<std::string>(), .exitCode = received["exit_code"].get<int>()};
+    return {.error = received["error"].get<std::string>(),
+            .exitCode = received["exit_code"].get<int>(),
+            .endsRun = received.contains("ends_run")};
 }
 
 /// Holds the caught signals back, so that a process is not reached by one before it can handle it.
@@ -152,6 +154,8 @@ Json messageOf(const std::string& name, std::size_t index, const std::function<J
 {
     try {
         return {{"result", work(index)}};
+    } catch (const OutputFailure& failure) {
+        return {{"error", failure.what()}, {"exit_code", failure.exitCode()}, {"ends_run", true}};
     } catch (const Failure& failure) {
         return {{"error", failure.what()}, {"exit_code", failure.exitCode()}};
     } catch (const std::exception& error) {
@@ -263,9 +267,10 @@ void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const 
     Workers workers(names, work);
     std::map<std::size_t, WorkerOutcome> early; // of files that come after one that is still worked on
     std::size_t next = 0;
+    std::size_t end = names.size();
     std::size_t reported = 0;
     while (true) {
-        while (arrivedSignal() == 0 && next < names.size() && workers.count() < jobs) {
+        while (arrivedSignal() == 0 && next < end && workers.count() < jobs) {
             if (workers.start(next)) {
                 ++next;
             } else if (workers.count() > 0) {
@@ -277,10 +282,16 @@ void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const 
         }
         if (workers.count() == 0) break;
         workers.wait();
-        for (auto& [index, outcome] : workers.ended()) early.emplace(index, std::move(outcome));
+        for (auto& [index, outcome] : workers.ended()) {
+            if (outcome.endsRun) end = next;
+            early.emplace(index, std::move(outcome));
+        }
         for (; arrivedSignal() == 0 && early.contains(reported); ++reported)
             done(reported, std::move(early.extract(reported).mapped()));
     }
+    // The signal ends those that still work, which counts as a crash.
+    for (auto& [index, outcome] : early)
+        if (!outcome.crashed) done(index, std::move(outcome));
     throwIfInterrupted();
 }
 

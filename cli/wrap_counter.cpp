@@ -126,7 +126,8 @@ std::string WrapCounter::note(const RemapSlots& slots) const
     if (!advice.empty()) advice += " or less";
     const std::uint64_t samples = wrapped();
     return (samples == 0 ? "no" : std::to_string(samples)) + (samples > 1 ? " samples" : " sample") +
-           " wrapped around; the largest sum is " + formatted("%.4g", largest / fullScale) + " of full scale" + advice;
+           " wrapped around; the loudest sample of the mix is " + formatted("%.4g", largest / fullScale) +
+           " times full scale" + advice;
 }
 
 } // namespace tarn

@@ -43,8 +43,7 @@ install(
   NAMESPACE zrk_tarn::
   DESTINATION ${package_dir}
   COMPONENT static)
-# Until version 1 a minor version may change the interface.
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/zrk_tarn-config-version.cmake COMPATIBILITY SameMinorVersion)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/zrk_tarn-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(
   FILES cmake/zrk_tarn-config.cmake ${PROJECT_BINARY_DIR}/zrk_tarn-config-version.cmake
   DESTINATION ${package_dir}

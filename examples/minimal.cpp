@@ -1,14 +1,13 @@
-#include <zrk_tarn/zrk_tarn_processor.h>
+#include <zrk_tarn/upmix_stream.h>
 
 #include <vector>
 
 int main()
 {
-    zrk_tarn_processor_t tarn;
-    audio_channel_assignment_t slots{{0x2000, 0x4000, 0x200}}; // left, right, centre
-    std::vector<std::int16_t> buffer(64 * 500 * 3);            // frames x slots: left and right in, centre empty
-    for (std::size_t i = 0; i < buffer.size(); i += 3) buffer[i] = buffer[i + 1] = i / 3 % 100 < 50 ? 8000 : -8000;
+    zrk_tarn::UpmixStream stream({.sampleRateHz = 48000, .format = zrk_tarn::SampleFormat::F32});
+    std::vector<float> stereo(2 * 4800), upmix(3 * 4800); // 0.1 s: left, right -> front left, front right, centre
+    for (std::size_t i = 0; i < stereo.size(); ++i) stereo[i] = i / 2 % 100 < 50 ? 0.25f : -0.25f;
 
-    tarn.process(buffer.data(), 64 * 500, 3, 48000, 16, &slots); // front left, front right and centre out, in place
-    return buffer.back() == 0;
+    stream.process(stereo.data(), upmix.data(), 4800); // any number of frames per call, on the audio thread
+    return upmix.back() == 0.0f;
 }

@@ -55,6 +55,7 @@ DAMPING = 1e4  # Levenberg-Marquardt: without it the steps end in a cycle of two
 
 # The limits on the taps.
 
+
 def tap_limits(peak_fixed=True, tail=TAIL_LIMIT, signs=True, side_lobes=True):
     """Lower and upper bounds of x. A tap whose bounds coincide is fixed; signs keep two quanta away from zero."""
     i = np.arange(HALF)
@@ -77,6 +78,7 @@ SQUARES_LIMITS = np.array([0.0078130360, 0.0078130440])
 
 
 # The quantities of the programme.
+
 
 def unfold(x):
     """The 1024 taps of p."""
@@ -136,6 +138,7 @@ def stopband_energy():
 
 
 # The quadratic programme of one step.
+
 
 def solve_programme(hessian, slope, rows, lower, upper, equality, total):
     """The d of least d' hessian d / 2 + slope' d with lower <= [rows; I] d <= upper and equality' d = total.
@@ -199,9 +202,10 @@ def solve_programme(hessian, slope, rows, lower, upper, equality, total):
         _, _, slack_step, price_step = newton_step([-slack[i] * price[i] for i in (0, 1)])
         reach = longest(list(zip(slack + price, slack_step + price_step)))
         ahead = sum((slack[i] + reach * slack_step[i]) @ (price[i] + reach * price_step[i]) for i in (0, 1))
-        centre = gap * (ahead / (2 * len(width)) / gap)**3
+        centre = gap * (ahead / (2 * len(width)) / gap) ** 3
         step, multiplier_step, slack_step, price_step = newton_step(
-            [centre - slack[i] * price[i] - slack_step[i] * price_step[i] for i in (0, 1)])
+            [centre - slack[i] * price[i] - slack_step[i] * price_step[i] for i in (0, 1)]
+        )
         reach = 0.995 * longest(list(zip(slack + price, slack_step + price_step)))
         d = d + reach * step
         multiplier += reach * multiplier_step
@@ -224,7 +228,7 @@ class Design:
 
     def step(self, x, mask_db):
         """One Gauss-Newton step under a stopband mask."""
-        height = 10**(-mask_db / 20)
+        height = 10 ** (-mask_db / 20)
         value, jacobian = deviations(x)
         value, jacobian = value / DEVIATION_UNIT, jacobian[:, self.free] / DEVIATION_UNIT
         hessian = jacobian.T @ jacobian + self.energy[np.ix_(self.free, self.free)]
@@ -239,8 +243,9 @@ class Design:
         lower = np.concatenate([-self.mask - response, room[:1], (self.lower - x)[self.free]])
         upper = np.concatenate([self.mask - response, room[1:], (self.upper - x)[self.free]])
         d = np.zeros(HALF)
-        d[self.free] = solve_programme(hessian, slope, rows, lower, upper, np.full(len(self.free), 2 / SCALE),
-                                       1 - 2 * x.sum() / SCALE)
+        d[self.free] = solve_programme(
+            hessian, slope, rows, lower, upper, np.full(len(self.free), 2 / SCALE), 1 - 2 * x.sum() / SCALE
+        )
         return d
 
     def run(self, x, masks_db, steps, accuracy):
@@ -287,8 +292,10 @@ def print_table(table, figures):
     print("// (tools/design_lpf.py --check filterbank/lpf.cpp):")
     print("//")
     print("//   delay             %d frames" % figures["delay frames"])
-    print("//   reconstruction    %.1f dB for white noise, %.1f dB for a sweep, %.1f dB for the worst impulse" %
-          (figures["white noise"], figures["logarithmic sweep"], figures["impulse, worst phase"]))
+    print(
+        "//   reconstruction    %.1f dB for white noise, %.1f dB for a sweep, %.1f dB for the worst impulse"
+        % (figures["white noise"], figures["logarithmic sweep"], figures["impulse, worst phase"])
+    )
     print("//   overall response  flat within %.5f dB" % figures["ripple"])
     print("//   alias components  %.1f dB down" % figures["largest alias"])
     print("//   stopband          %.1f dB down from pi / 64" % figures["stopband"])
@@ -301,12 +308,13 @@ def print_table(table, figures):
     print("// clang-format off")
     print("alignas(64) const float lpf[1024] = {")
     for row in range(0, TAPS, 8):
-        print("    " + ", ".join("%.9ef" % tap for tap in table[row:row + 8]) + ",")
+        print("    " + ", ".join("%.9ef" % tap for tap in table[row : row + 8]) + ",")
     print("};")
     print("// clang-format on")
 
 
 # The commands.
+
 
 def final_design():
     """The x of the table; its last change is far smaller than QUANTUM."""
@@ -322,9 +330,18 @@ COLUMNS = "reconstruction  worst impulse  stopband   alias    ripple"
 def print_figures(name, x):
     """One row of a comparison."""
     figures = measure_lpf.measure(table_of(x).astype(np.float32))
-    print("%-38s %8.2f dB %11.2f dB %6.2f dB %6.2f dB %.5f dB" %
-          (name, figures["white noise"], figures["impulse, worst phase"], figures["stopband"],
-           figures["largest alias"], figures["ripple"]), flush=True)
+    print(
+        "%-38s %8.2f dB %11.2f dB %6.2f dB %6.2f dB %.5f dB"
+        % (
+            name,
+            figures["white noise"],
+            figures["impulse, worst phase"],
+            figures["stopband"],
+            figures["largest alias"],
+            figures["ripple"],
+        ),
+        flush=True,
+    )
 
 
 def print_trade_off():
@@ -345,9 +362,13 @@ def print_trade_off():
 def print_limits():
     """Designs under the mask of the table, each with one limit removed."""
     print("%-38s %s" % ("limit removed", COLUMNS))
-    for name, limits in (("none", {}), ("peak 0.00894515961", {"peak_fixed": False}),
-                         ("tails below 1e-6, now 1e-5", {"tail": 1e-5}),
-                         ("signs", {"signs": False}), ("side lobes", {"side_lobes": False})):
+    for name, limits in (
+        ("none", {}),
+        ("peak 0.00894515961", {"peak_fixed": False}),
+        ("tails below 1e-6, now 1e-5", {"tail": 1e-5}),
+        ("signs", {"signs": False}),
+        ("side lobes", {"side_lobes": False}),
+    ):
         x, _ = Design(tap_limits(**limits)).run(windowed_sinc(), descent(MASK_DB), 30, 1e-6)
         print_figures(name, x)
 

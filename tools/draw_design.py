@@ -52,8 +52,10 @@ def draw_response():
 
 def draw_trade_off():
     """Draws reconstruction against stopband, one point per design."""
-    rows = [[float(value) for value in re.findall(r"([-\d.]+) dB", line)]
-            for line in (DATA / "trade-off.txt").read_text().splitlines()[1:]]
+    rows = [
+        [float(value) for value in re.findall(r"([-\d.]+) dB", line)]
+        for line in (DATA / "trade-off.txt").read_text().splitlines()[1:]
+    ]
     rows = np.array(sorted(row[1:5] for row in rows if len(row) >= 5))
     rows = rows[np.argsort(rows[:, 2])]
     figure, axes = plt.subplots(figsize=(7, 4.5))
@@ -61,8 +63,11 @@ def draw_trade_off():
     axes.plot(rows[:, 2], rows[:, 1], "s-", label="worst impulse")
     axes.axhline(85, linestyle="--", color="grey", label="required")
     axes.axvline(100, linestyle="--", color="grey")
-    axes.set(xlabel="stopband, dB down from pi / 64", ylabel="signal to reconstruction error, dB",
-             title="Prototype designs: reconstruction against stopband")
+    axes.set(
+        xlabel="stopband, dB down from pi / 64",
+        ylabel="signal to reconstruction error, dB",
+        title="Prototype designs: reconstruction against stopband",
+    )
     axes.legend()
     axes.grid(alpha=0.3)
     save(figure, "prototype-trade-off.png")
@@ -83,8 +88,9 @@ def draw_sweep():
         source.plot(of[:, 7], of[:, 4], "o", label="fast %g %%" % fast)
     chosen = rows[(rows[:, 0] == 1) & (rows[:, 1] == 10) & (rows[:, 2] == 50)]
     for axes, column in ((diffuse, 3), (source, 4)):
-        axes.plot(chosen[:, 7], chosen[:, column], "k*", markersize=15, markerfacecolor="none",
-                  label="chosen: 1, 10, 50 %")
+        axes.plot(
+            chosen[:, 7], chosen[:, column], "k*", markersize=15, markerfacecolor="none", label="chosen: 1, 10, 50 %"
+        )
         axes.set(xlabel="blocks to 90 % of a jump from left to right, source at 0 dB")
         axes.grid(alpha=0.3)
     diffuse.set(title="diffuse field", ylabel="image jitter, standard deviation of the place")

@@ -58,7 +58,7 @@ def run_chain(lpf, signal):
     weights = lpf.reshape(16, BANDS)
     output = np.zeros((blocks, BANDS))
     for slot in range(16):  # even slots contribute to this block's output, odd slots through the overlap
-        y = transformed[15 - slot:15 - slot + blocks]
+        y = transformed[15 - slot : 15 - slot + blocks]
         mirrored = y[:, ::-1]
         output += (y - mirrored if slot % 2 == 0 else -y - mirrored) * weights[slot]
     return output.ravel()
@@ -66,7 +66,7 @@ def run_chain(lpf, signal):
 
 def reconstruction_db(lpf, signal):
     """Signal to reconstruction error in dB after the best single gain."""
-    output = run_chain(lpf, np.concatenate([signal, np.zeros(2 * TAPS)]))[DELAY:2 * DELAY + len(signal)]
+    output = run_chain(lpf, np.concatenate([signal, np.zeros(2 * TAPS)]))[DELAY : 2 * DELAY + len(signal)]
     wanted = np.concatenate([signal, np.zeros(DELAY)])
     gain = output @ wanted / (wanted @ wanted)
     error = output / gain - wanted
@@ -79,7 +79,7 @@ def impulse_responses(lpf):
     for phase in range(BANDS):
         signal = np.zeros(3 * TAPS)
         signal[phase] = 1.0
-        responses[phase] = run_chain(lpf, signal)[phase:phase + 2 * TAPS]
+        responses[phase] = run_chain(lpf, signal)[phase : phase + 2 * TAPS]
     return responses
 
 
@@ -100,7 +100,7 @@ def stopband_db(lpf):
     """Distance of the largest response at or above pi / 64 from the response at DC."""
     points = 1 << 18
     response = np.abs(np.fft.rfft(lpf * POLYPHASE_SIGN, points))
-    return -20 * np.log10(response[points // (2 * BANDS):].max() / response[0])
+    return -20 * np.log10(response[points // (2 * BANDS) :].max() / response[0])
 
 
 def measure(lpf):
@@ -114,7 +114,7 @@ def measure(lpf):
     energy = (responses**2).sum(1)
     straight = responses[:, DELAY]
     gain = figures["gain"] = straight.mean()
-    error = energy - straight**2 + (straight - gain)**2
+    error = energy - straight**2 + (straight - gain) ** 2
     figures["impulse, all phases"] = -10 * np.log10(error.mean() / gain**2)
     figures["impulse, worst phase"] = -10 * np.log10(error.max() / gain**2)
 
@@ -129,7 +129,7 @@ def measure(lpf):
 def checks(lpf, figures):
     """All limits as pairs (description, whether the table meets it)."""
     p = lpf.astype(float) * POLYPHASE_SIGN
-    side = np.concatenate([p[:MAIN_LOBE.start], p[MAIN_LOBE.stop:]])
+    side = np.concatenate([p[: MAIN_LOBE.start], p[MAIN_LOBE.stop :]])
     tails = np.concatenate([p[:TAIL], p[-TAIL:]])
     changes = (np.flatnonzero(np.signbit(lpf[1:]) != np.signbit(lpf[:-1])) + 1).tolist()
     inner = np.delete(np.abs(lpf), [511, 512])
@@ -157,8 +157,10 @@ def check_file(path):
     results = list(checks(lpf, figures))
     for text, holds in results:
         print("%-4s %s" % ("ok" if holds else "FAIL", text))
-    print("     impulse, mean of the 64 phases: %.2f dB; gain of the chain %.9f" %
-          (figures["impulse, all phases"], figures["gain"]))
+    print(
+        "     impulse, mean of the 64 phases: %.2f dB; gain of the chain %.9f"
+        % (figures["impulse, all phases"], figures["gain"])
+    )
     return all(holds for _, holds in results)
 
 

@@ -31,8 +31,12 @@ def parse_arguments(arguments):
     parser.add_argument("--mode", type=int, action="append", metavar="N", help="mode of tarn, may be repeated (1)")
     parser.add_argument("--seed", type=int, default=1, help="seed of the scenes (%(default)s)")
     parser.add_argument("--quick", action="store_true", help="short scenes, for a test")
-    parser.add_argument("--speech", choices=["auto", "espeak-ng", "synthetic"], default="auto",
-                        help="the voice of the dialogue; auto is espeak-ng if it is installed")
+    parser.add_argument(
+        "--speech",
+        choices=["auto", "espeak-ng", "synthetic"],
+        default="auto",
+        help="the voice of the dialogue; auto is espeak-ng if it is installed",
+    )
     parser.add_argument("--json", type=Path, metavar="FILE", help="write all figures there")
     parser.add_argument("--plots", type=Path, metavar="DIR", help="write pictures there")
     return parser.parse_args(arguments)

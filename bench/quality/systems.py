@@ -16,7 +16,6 @@ import soundfile
 import measures
 
 
-
 class MeasurementError(RuntimeError):
     """A system under test failed; the message is for the user."""
 

@@ -96,8 +96,10 @@ def main():
     if shutil.which("valgrind") is None:
         sys.exit("instructions: valgrind is not installed")
     if not options.program.is_file():
-        sys.exit(f"instructions: {options.program}: no such program; first\n"
-                 "cmake --preset bench && cmake --build --preset bench")
+        sys.exit(
+            f"instructions: {options.program}: no such program; first\n"
+            "cmake --preset bench && cmake --build --preset bench"
+        )
 
     listed = subprocess.run([str(options.program), "--sets"], check=True, capture_output=True, text=True)
     columns = {}

@@ -93,9 +93,11 @@ TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
             {"upmix", "--output-dir", "out" + jobs, "-j", jobs, "--json", "a.wav", "text.wav", "missing.wav", "b.wav"});
         EXPECT_EQ(result.exitCode, 65);
         EXPECT_NE(result.errors.find("tarn: text.wav: is not an audio file"), std::string::npos) << result.errors;
-        EXPECT_NE(result.errors.find("tarn: 2 of 4 files upmixed into out" + jobs + "; failed: text.wav missing.wav\n"),
-                  std::string::npos)
-            << result.errors;
+        const std::string summary = "tarn: 2 of 4 files upmixed into out" + jobs +
+                                    "\ntarn: 2 files failed:\n"
+                                    "tarn:   text.wav: is not an audio file that can be read (Format not recognised.)\n"
+                                    "tarn:   missing.wav: cannot be opened: No such file or directory\n";
+        EXPECT_TRUE(result.errors.ends_with(summary)) << result.errors;
         EXPECT_EQ(filesIn("out" + jobs), (Names{"a-3.0.wav", "b-3.0.wav"}));
 
         const Json report = Json::parse(result.output);
@@ -106,6 +108,100 @@ TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
         EXPECT_EQ(report["files"][2]["exit_code"], 66);
         EXPECT_EQ(report["files"][3]["output"], "out" + jobs + "/b-3.0.wav");
     }
+}
+
+TEST_F(Batch, SummaryNamesLossesAndQuotesNames)
+{
+    writeStereo("a.wav", 1);
+    writeStereo("cut.wav", 2);
+    std::filesystem::resize_file(at("cut.wav"), 20000);
+    std::filesystem::create_directory(at("my out"));
+    writeStereo("it's (live).wav", 3);
+    writeBytes(at("my out/it's (live)-3.0.wav"), "precious");
+    const Result result = tarn({"upmix", "--output-dir", "my out", "a.wav", "cut.wav", "it's (live).wav"});
+    EXPECT_EQ(result.exitCode, 64);
+    EXPECT_TRUE(result.errors.ends_with("\ntarn: 2 of 3 files upmixed into 'my out'\n"
+                                        "tarn: 1 of these with losses, which are named above\n"
+                                        "tarn: 1 file failed:\n"
+                                        "tarn:   'it'\\''s (live).wav': the output: exists already\n"))
+        << result.errors;
+    EXPECT_NE(result.errors.find("tarn: cut.wav: is cut short or damaged: "), std::string::npos) << result.errors;
+    EXPECT_EQ(tarn({"upmix", "--quiet", "--output-dir", "out", "a.wav"}).errors, "");
+}
+
+TEST_F(Batch, ShowsWhichFileOfHowManyOnATerminalOnly)
+{
+    std::filesystem::create_directory(at("a folder"));
+    const std::string longName = "a folder/" + std::string(60, 'x') + ".wav";
+    writeStereo(longName, 1);
+    writeStereo("b.wav", 2);
+    const std::string arguments = "--force --output-dir out '" + longName + "' b.wav";
+    const auto onTerminal = [&](const std::string& options) {
+        const std::string line = "'" TARN_COMMAND "' upmix " + options + " " + arguments;
+        return runIn(directory, {.arguments = {"-qec", line, "/dev/null"}, .program = "script"});
+    };
+    const std::string wipe = "\r\033[K";
+    for (const std::string jobs : {"1", "2"}) {
+        const Result shown = onTerminal("-j " + jobs);
+        EXPECT_EQ(shown.exitCode, 0);
+        const std::string first = wipe + "1 of 2: ..." + std::string(43, 'x') + ".wav";
+        EXPECT_NE(shown.output.find(first), std::string::npos) << shown.output;
+        EXPECT_NE(shown.output.find(wipe + "2 of 2: b.wav"), std::string::npos) << shown.output;
+        // Nothing is left of it in front of a note or at the end.
+        EXPECT_TRUE(shown.output.ends_with(wipe + "tarn: 2 of 2 files upmixed into out\r\n")) << shown.output;
+        EXPECT_EQ(shown.output.find(".wavtarn:"), std::string::npos) << shown.output;
+        EXPECT_EQ(shown.output.find("upmixing ["), std::string::npos) << shown.output;
+    }
+    EXPECT_EQ(onTerminal("--quiet").output, "");
+    EXPECT_EQ(shell("\"$TARN\" upmix " + arguments).errors.find("1 of 2"), std::string::npos);
+}
+
+TEST_F(Batch, StopsWhenTheDiskIsFull)
+{
+    writeStereo("a.wav", 1);
+    Names inputs{"a.wav"};
+    for (const std::string name : {"b.wav", "c.wav", "d.wav", "e.wav", "f.wav"}) {
+        writeAudio(at(name), kWave16, 48000, 2, stereoNoise(90000, 16));
+        inputs.push_back(name);
+    }
+    for (const std::string format : {"wav", "flac"}) {
+        std::vector<std::string> arguments{"upmix", "--json", "--format", format, "--output-dir", "out-" + format};
+        arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+        const std::string end =
+            "tarn: stopped, because no output can be written: 1 of 6 files done; b.wav is the first "
+            "that is missing; run again with --skip-existing\n";
+        const Result result = tarnOnFullDisk(arguments);
+        EXPECT_EQ(result.exitCode, 74);
+        EXPECT_TRUE(result.errors.ends_with("tarn: 1 file failed:\ntarn:   b.wav: the output: writing failed: No space "
+                                            "left on device\n" +
+                                            end))
+            << result.errors;
+        EXPECT_EQ(filesIn("out-" + format), (Names{"a-3.0." + format}));
+        const Json report = Json::parse(result.output);
+        EXPECT_EQ(report["failed"], 1);
+        EXPECT_EQ(report["not_tried"], 4);
+        ASSERT_EQ(report["files"].size(), 6u);
+        EXPECT_EQ(report["files"][5], (Json{{"input", "f.wav"}, {"not_tried", true}}));
+
+        arguments.insert(arguments.begin() + 1, {"--skip-existing", "--quiet", "-j", "2"});
+        const Result two = tarnOnFullDisk(arguments);
+        EXPECT_EQ(two.exitCode, 74);
+        EXPECT_TRUE(two.errors.ends_with(end)) << two.errors;
+        EXPECT_GE(Json::parse(two.output)["not_tried"], 2);
+    }
+}
+
+TEST_F(Batch, StopsWhenTheFolderCannotBeWrittenTo)
+{
+    for (const std::string name : {"a.wav", "b.wav", "c.wav"}) writeStereo(name, 1);
+    const Result result = tarn({"upmix", "--quiet", "--output-dir", "/proc", "a.wav", "b.wav", "c.wav"});
+    EXPECT_EQ(result.exitCode, 73);
+    EXPECT_EQ(
+        result.errors,
+        "tarn: /proc/a-3.0.wav: cannot create a file in /proc: No such file or directory; choose a directory that "
+        "exists and that you may write to\n"
+        "tarn: stopped, because no output can be written: 0 of 3 files done; a.wav is the first that is missing; "
+        "run again with --skip-existing\n");
 }
 
 TEST_F(Batch, NamesThatAreNotUtf8AreReportedExactly)
@@ -153,7 +249,11 @@ TEST_F(Batch, ACrashCostsOneFile)
               "tarn: trap.wav: the decoder or encoder crashed (signal 4, Illegal instruction)" + rest,
               "tarn: exit.wav: the decoder or encoder ended the process (exit code 3)" + rest,
               "tarn: kill.wav: the process that worked on it was killed (signal 9, Killed)" + rest,
-              "tarn: 3 of 7 files upmixed into out" + jobs + "; failed: abort.wav trap.wav exit.wav kill.wav\n"})
+              "tarn: 3 of 7 files upmixed into out" + jobs + "\ntarn: 4 files failed:\n" +
+                  "tarn:   abort.wav: the decoder or encoder crashed (signal 6, Aborted)\n" +
+                  "tarn:   trap.wav: the decoder or encoder crashed (signal 4, Illegal instruction)\n" +
+                  "tarn:   exit.wav: the decoder or encoder ended the process (exit code 3)\n" +
+                  "tarn:   kill.wav: the process that worked on it was killed (signal 9, Killed)\n"})
             EXPECT_NE(result.errors.find(message), std::string::npos) << message << result.errors;
 
         const Json report = Json::parse(result.output);
@@ -250,8 +350,9 @@ TEST_F(Batch, OutputsThatMeetAreAllNamedBeforeAnythingIsWritten)
         expected += "tarn: out/" + name + "-3.0.wav: would be the output of " + name + ".flac and " + name + ".mp3\n";
     }
     expected += "tarn: and 3 more\n"
-                "tarn: --output-dir out: outputs would meet, so nothing was written; rename inputs, or upmix them one "
-                "after the other\n";
+                "tarn: --output-dir out: outputs would meet, so nothing was written; name every input once, and upmix "
+                "those whose names differ only in the extension one by one to names of their own, for example: tarn "
+                "upmix song10.mp3 out/song10-3.0-2.wav\n";
     EXPECT_EQ(result.errors, expected);
     EXPECT_EQ(files(), before);
 
@@ -312,6 +413,32 @@ TEST_F(Batch, OfFoldersMirrorsThem)
     ASSERT_EQ(tarn({"upmix", "-r", "--output-dir", "kept", "elsewhere", "music/b"}).exitCode, 0);
     EXPECT_EQ(treeOf("kept"),
               (Names{"elsewhere/a-3.0.wav", "elsewhere/e-3.0.wav", "music/b/a-3.0.wav", "music/b/deep/x-3.0.wav"}));
+}
+
+TEST_F(Batch, OfFoldersCountsAudioThatCannotBeRead)
+{
+    std::filesystem::create_directories(at("my music/b"));
+    writeStereo("my music/a.wav", 1);
+    for (const std::string name : {"x.m4a", "b/y.M4A", "b/z.wma", "cover.jpg", "a.cue", "a.txt", "film.mkv", ".z.wma"})
+        writeBytes(at("my music/" + name), "no audio");
+    const std::string note = "3 files are not audio that tarn reads: 2 .m4a, 1 .wma; convert with ffmpeg, for "
+                             "example: ffmpeg -i 'my music/b/y.M4A' 'my music/b/y.flac'\n";
+    const Result result = tarn({"upmix", "-r", "--output-dir", "out", "my music"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors.find("tarn: " + note), 0u) << result.errors;
+    EXPECT_EQ(result.errors.find("cover"), std::string::npos) << result.errors;
+    EXPECT_EQ(tarn({"upmix", "-r", "--quiet", "--force", "--output-dir", "out", "my music"}).errors, "");
+
+    std::filesystem::remove(at("my music/a.wav"));
+    expectRefusal({"upmix", "-r", "--output-dir", "none", "my music"}, 66,
+                  "tarn: my music: holds no audio file to upmix: " + note);
+    std::filesystem::create_directory(at("ape"));
+    writeBytes(at("ape/a.ape"), "");
+    expectRefusal({"upmix", "-r", "--output-dir", "none", "ape"}, 66,
+                  "ape: holds no audio file to upmix: 1 file is not audio that tarn reads: 1 .ape; convert");
+    std::filesystem::create_directory(at("none"));
+    expectRefusal({"upmix", "-r", "--output-dir", "other", "none"}, 66,
+                  "none: holds no audio file; man tarn-upmix lists");
 }
 
 TEST_F(Batch, OfFoldersThatDoNotFitIsRefused)

@@ -81,6 +81,12 @@ protected:
         return runIn(directory, {.arguments = arguments, .preload = TARN_CRASHING_DECODER});
     }
 
+    /// Runs `tarn` where no file can become larger than 64 KiB; see full_disk.cpp.
+    Result tarnOnFullDisk(const std::vector<std::string>& arguments) const
+    {
+        return runIn(directory, {.arguments = arguments, .preload = TARN_FULL_DISK});
+    }
+
     /// Runs a line of shell in which $TARN is the command.
     Result shell(const std::string& line) const;
 

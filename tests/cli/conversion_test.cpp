@@ -148,6 +148,8 @@ TEST_F(Conversion, To24BitsForFlacOf32IsNoted)
         std::string::npos)
         << result.errors;
     EXPECT_TRUE(readAudio(at("out.flac")).samples == engineOutput(stereo, {.bits = 24}));
+    EXPECT_EQ(tarn({"upmix", "--quiet", "--force", "in.wav", "out.flac"}).errors,
+              "tarn: out.flac: is written with 24 bits, the most that its format holds; the input has 32\n");
 }
 
 } // namespace tarn_cli

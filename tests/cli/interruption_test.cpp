@@ -1,10 +1,12 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <regex>
 #include <thread>
+#include <tuple>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -41,6 +43,19 @@ protected:
             std::this_thread::sleep_for(5ms);
         }
         return true;
+    }
+
+    /// Waits until the directory holds a file whose name begins so.
+    bool appearsNamed(const std::string& begin) const
+    {
+        using namespace std::chrono_literals;
+        const auto deadline = std::chrono::steady_clock::now() + 10s;
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const std::string& name : files())
+                if (name.starts_with(begin)) return true;
+            std::this_thread::sleep_for(5ms);
+        }
+        return false;
     }
 
     /// Two hours that take no room on the disk: far more than can be upmixed before a signal comes.
@@ -113,6 +128,39 @@ TEST_F(Interruption, OfManyFilesReachesEveryProcess)
         process.wait(result);
         EXPECT_EQ(result.signalNumber, signalNumber);
         EXPECT_EQ(files(), inputs);
+    }
+}
+
+TEST_F(Interruption, OfManyFilesSaysHowManyAreDoneAndWhichIsMissing)
+{
+    writeHours("b.w64");
+    writeHours("c.w64");
+    for (const std::string name : {"a.wav", "d.wav"})
+        writeAudio(at(name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
+    using Names = std::vector<std::string>;
+    // With two jobs, the last file is done while the first one is still worked on.
+    for (const auto& [jobs, inputs, end] : std::vector<std::tuple<std::string, Names, std::string>>{
+             {"1", {"a.wav", "b.w64", "c.w64"}, "1 of 3 files done; b.w64 is the first that is missing"},
+             {"2", {"b.w64", "d.wav", "c.w64"}, "1 of 3 files done; b.w64 is the first that is missing"}}) {
+        for (const int signalNumber : {SIGINT, SIGTERM}) {
+            int errors[2];
+            ASSERT_EQ(pipe2(errors, O_CLOEXEC), 0);
+            Invocation batch{.arguments = {"upmix", "--quiet", "--force", "-j", jobs, "--output-dir", "."}};
+            batch.arguments.insert(batch.arguments.end(), inputs.begin(), inputs.end());
+            Process process(batch, directory, input[0], sink, errors[1]);
+            close(errors[1]);
+            const std::string temporary = jobs == "1" ? ".b-3.0.wav" : ".c-3.0.wav";
+            ASSERT_TRUE(appearsNamed(temporary));
+            process.signal(signalNumber);
+            Result result;
+            process.wait(result);
+            EXPECT_EQ(result.signalNumber, signalNumber);
+            char text[1000];
+            const ssize_t got = read(errors[0], text, sizeof text);
+            close(errors[0]);
+            EXPECT_EQ(std::string(text, static_cast<std::size_t>(std::max<ssize_t>(got, 0))),
+                      "tarn: interrupted: " + end + "; run again with --skip-existing\n");
+        }
     }
 }
 

@@ -1,5 +1,6 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
+#include "tests/cli/ogg_bytes.h"
 
 #include <cmath>
 
@@ -14,19 +15,6 @@ namespace
 constexpr int kVorbis = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
 constexpr int kOpus = SF_FORMAT_OGG | SF_FORMAT_OPUS;
 constexpr int kMp3 = SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III;
-
-/// A page of Ogg with its checksum: a CRC of 32 bits that begins with zero, over the page without it.
-std::string withChecksum(std::string page)
-{
-    page.replace(22, 4, 4, '\0');
-    std::uint32_t crc = 0;
-    for (const char c : page) {
-        crc ^= static_cast<std::uint32_t>(static_cast<unsigned char>(c)) << 24;
-        for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x7fffffff) << 1 ^ ((crc >> 31) != 0 ? 0x04c11db7u : 0u);
-    }
-    for (unsigned i = 0; i < 4; ++i) page[22 + i] = static_cast<char>(crc >> (8 * i));
-    return page;
-}
 
 } // namespace
 
@@ -87,8 +75,8 @@ TEST_F(JoinedFiles, WithAnotherRateKeepWhatFitsAndSaySo)
     join("ab.ogg", {"a.ogg", "b.ogg"});
     const Result result = tarn({"upmix", "ab.ogg", "out.wav"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.errors.find("1 of its 2 joined streams have another rate, other channels or no audio and are left "
-                                 "out; 2.000 seconds are missing"),
+    EXPECT_NE(result.errors.find("1 of its 2 joined streams have another rate, another width, other channels or no "
+                                 "audio and are left out; 2.000 seconds are missing"),
               std::string::npos)
         << result.errors;
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 96000);
@@ -99,6 +87,73 @@ TEST_F(JoinedFiles, WithAnotherRateKeepWhatFitsAndSaySo)
     const Result slow = tarn({"upmix", "--force", "as.ogg", "out.wav"});
     EXPECT_EQ(slow.exitCode, 1);
     EXPECT_NE(slow.errors.find("; 4.000 seconds are missing"), std::string::npos) << slow.errors;
+}
+
+TEST_F(JoinedFiles, WithDeclaredSizesAreReadToTheEndOfTheLast)
+{
+    constexpr std::size_t kFrames = 20001;
+    constexpr int k16 = SF_FORMAT_PCM_16;
+    for (const int format :
+         {SF_FORMAT_WAV | k16, SF_FORMAT_WAV | SF_ENDIAN_BIG | k16, SF_FORMAT_RF64 | k16, SF_FORMAT_W64 | k16,
+          SF_FORMAT_AIFF | k16, SF_FORMAT_AU | k16, SF_FORMAT_AU | SF_ENDIAN_LITTLE | k16, SF_FORMAT_CAF | k16,
+          SF_FORMAT_CAF | SF_FORMAT_ALAC_16}) {
+        std::vector<std::string> parts;
+        Samples expected;
+        for (unsigned seed = 1; seed <= 3; ++seed) {
+            const Samples stereo = stereoNoise(kFrames, 16, seed);
+            parts.push_back("part" + std::to_string(seed));
+            writeAudio(at(parts.back()), format, 48000, 2, stereo);
+            for (std::size_t i = 0; i < stereo.size(); i += 2)
+                expected.insert(expected.end(), {stereo[i], stereo[i + 1], 0});
+        }
+        join("joined", parts);
+        const Result result = tarn({"upmix", "--force", "--strict", "--bypass", "joined", "out.wav"});
+        ASSERT_EQ(result.exitCode, 0) << std::hex << format << result.errors;
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == expected) << std::hex << format;
+
+        std::filesystem::resize_file(at("joined"), std::filesystem::file_size(at("joined")) - 5000);
+        const Result cut = tarn({"upmix", "--force", "--bypass", "joined", "out.wav"});
+        EXPECT_NE(cut.errors.find("is cut short or damaged"), std::string::npos) << std::hex << format << cut.errors;
+        const Samples output = readAudio(at("out.wav")).samples;
+        ASSERT_GT(output.size(), 2 * 3 * kFrames);
+        ASSERT_LT(output.size(), expected.size());
+        EXPECT_TRUE(std::equal(output.begin(), output.end(), expected.begin())) << std::hex << format;
+    }
+}
+
+TEST_F(JoinedFiles, WithPaddedOddSizesAreReadToTheEnd)
+{
+    for (const int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, SF_FORMAT_AIFF | SF_FORMAT_PCM_S8}) {
+        writeAudio(at("a"), format, 48000, 1, stereoNoise(10000, 8, 1));
+        writeAudio(at("b"), format, 48000, 1, Samples(10001, 1 << 24));
+        join("ba", {"b", "a"});
+        const Result result = tarn({"upmix", "--force", "--strict", "ba", "out.wav"});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(readAudio(at("out.wav")).info.frames, readAudio(at("b")).info.frames + 20000);
+    }
+}
+
+TEST_F(JoinedFiles, WithAnotherWidthKeepWhatFitsAndSaySo)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("b.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 72000, 2);
+    join("ab.wav", {"a.wav", "b.wav"});
+    const Result result = tarn({"upmix", "ab.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.errors.find("are left out; 1.500 seconds are missing"), std::string::npos) << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
+}
+
+TEST_F(JoinedFiles, AreNotSeenInOtherBytesBehindTheDeclaredEnd)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    for (const std::string& rest :
+         {std::string("TAG") + std::string(125, '\0'), std::string(1000, '\0'), std::string("LIST\4\0\0\0INFO", 12)}) {
+        writeBytes(at("b.wav"), bytesOf(at("a.wav")) + rest);
+        const Result result = tarn({"upmix", "--force", "--strict", "b.wav", "out.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
+    }
 }
 
 TEST_F(JoinedFiles, OfMpegAudioWithoutAnIndexAreReadToTheEnd)

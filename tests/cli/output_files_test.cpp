@@ -89,8 +89,12 @@ TEST_F(OutputFiles, AreNeverDevicesOrDirectories)
     std::filesystem::create_symlink("/dev/null", at("null.wav"));
     std::filesystem::create_directory(at("folder.wav"));
     std::filesystem::create_symlink("nowhere", at("broken.wav"));
-    for (const std::string name : {"null.wav", "folder.wav"})
-        expectRefusal(tarn({"upmix", "--force", "in.wav", name}), 73, name + ": exists and is not a regular file");
+    expectRefusal(tarn({"upmix", "--force", "in.wav", "null.wav"}), 73, "null.wav: exists and is not a regular file");
+    expectRefusal(tarn({"upmix", "--force", "in.wav", "folder.wav"}), 64, "folder.wav: is a folder; type: ");
+    std::filesystem::create_directories(at("out/in-3.0.wav"));
+    expectRefusal(tarn({"upmix", "--force", "--output-dir", "out", "in.wav"}), 73,
+                  "out/in-3.0.wav: exists and is not a regular file");
+    std::filesystem::remove_all(at("out"));
     expectRefusal(tarn({"upmix", "--force", "in.wav", "broken.wav"}), 73, "points at nothing");
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
     EXPECT_EQ(files(), (Names{"broken.wav", "folder.wav", "in.wav", "null.wav"}));

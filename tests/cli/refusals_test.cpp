@@ -36,9 +36,54 @@ TEST_F(Refusals, OfInputsThatCannotBeOpened)
 {
     expectBadInput("missing.wav", 66, "cannot be opened: No such file or directory");
     std::filesystem::create_directory(at("folder"));
-    expectBadInput("folder", 66, "is a directory");
     expectBadInput("/dev/zero", 66, "is a device");
     expectBadInput("/dev/null", 65, "is empty, 0 bytes");
+}
+
+TEST_F(Refusals, OfFoldersSayWhatToType)
+{
+    writeStereo("in.wav");
+    std::filesystem::create_directories(at("my music"));
+    const auto expectAdvice = [this](const std::vector<std::string>& arguments, int exitCode, const std::string& text) {
+        expectRefusal(arguments, exitCode, "tarn: " + text + "\n");
+    };
+    expectAdvice({"upmix", "in.wav", "my music"}, 64,
+                 "my music: is a folder; type: tarn upmix --output-dir 'my music' in.wav");
+    expectAdvice({"upmix", "in.wav", "in2.wav", "my music"}, 64,
+                 "my music: is a folder; type: tarn upmix --output-dir 'my music' in.wav ...");
+    const std::string recursive = "my music: is a folder; type: tarn upmix --recursive --output-dir ";
+    expectAdvice({"upmix", "my music", "out.wav"}, 66, recursive + "upmixed 'my music'");
+    expectAdvice({"upmix", "my music"}, 66, recursive + "upmixed 'my music'");
+    expectAdvice({"upmix", "my music", "."}, 66, recursive + ". 'my music'");
+    expectAdvice({"info", "my music"}, 66,
+                 "my music: is a folder; to examine the files in it, type: tarn info 'my music/'*");
+    expectAdvice({"info", "my music/"}, 66,
+                 "my music/: is a folder; to examine the files in it, type: tarn info 'my music/'*");
+}
+
+TEST_F(Refusals, OfValuesNameOptionValueRangeAndAnExample)
+{
+    writeStereo("in.wav");
+    const auto expectValue = [this](const std::string& option, const std::string& value, const std::string& text) {
+        const Result result = tarn({"upmix", option, value, "--output-dir", "out", "in.wav"});
+        EXPECT_EQ(result.exitCode, 64);
+        EXPECT_EQ(result.errors, "tarn: " + option + ": '" + value + "' is not " + text + "; see tarn upmix --help\n");
+        EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
+    };
+    for (const std::string value : {"19", "-60.1", "-6,5", "loud", "nan", "inf", "1e999", ""})
+        expectValue("--gain", value, "a number from -60 to 18; write for example --gain -6.5");
+    for (const std::string value : {"1.5", "-0.1", "nan"})
+        expectValue("--mix-fraction", value, "a number from 0 to 1; write for example --mix-fraction 0.5");
+    for (const std::string value : {"20", "0", "-16", "16.0", "x"})
+        expectValue("--bits", value, "16, 24 or 32; write for example --bits 24");
+    for (const std::string value : {"1", "22050", "48k", "-1"})
+        expectValue("--rate", value,
+                    "32000, 44100, 48000, 64000, 88200, 96000 or 192000; write for example --rate 48000");
+    for (const std::string value : {"0", "65", "1.5", "-1", "all"})
+        expectValue("--jobs", value, "a whole number from 1 to 64; write for example --jobs 4");
+    expectValue("--mode", "3", "1 or 2; write for example --mode 2");
+    expectValue("--layout", "9.1", "3.0, 5.1, 7.1 or slots8; write for example --layout 5.1");
+    expectValue("--format", "mp3", "wav or flac; write for example --format flac");
 }
 
 TEST_F(Refusals, OfInputsThatAreNoAudio)
@@ -103,18 +148,11 @@ TEST_F(Refusals, OfOptionsThatDoNotFit)
     expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
     expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
     expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");
-    expectRefusal({"upmix", "--layout", "9.1", "in.wav", "out.wav"}, 64, "--layout: 9.1");
-    expectRefusal({"upmix", "--bits", "20", "in.wav", "out.wav"}, 64, "--bits: 20");
-    expectRefusal({"upmix", "--mode", "3", "in.wav", "out.wav"}, 64, "--mode: 3");
-    expectRefusal({"upmix", "--mix-fraction", "1.5", "in.wav", "out.wav"}, 64, "--mix-fraction");
-    expectRefusal({"upmix", "--mix-fraction", "nan", "in.wav", "out.wav"}, 64, "--mix-fraction");
     expectRefusal({"upmix", "--layout", "slots8", "in.wav", "out.wav"}, 64, "add --remap FILE");
     expectRefusal({"upmix", "--remap", "matrix.txt", "in.wav", "out.wav"}, 64, "only --layout slots8 takes a matrix");
     expectRefusal({"upmix", "--raw", "48000:16", "in.wav", "out.wav"}, 64, "INPUT and OUTPUT are both files");
     expectRefusal({"upmix", "-", "out.wav"}, 65,
                   "standard input: is empty, 0 bytes; check the command before the pipe");
-    expectRefusal({"upmix", "--rate", "22050", "in.wav", "out.wav"}, 64,
-                  "--rate 22050: the engine runs at 32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz");
     expectRefusal({"upmix", "--raw", "48000", "-", "out.wav"}, 64, "not RATE:BITS");
     expectRefusal({"upmix", "--raw", "48000:16x", "-", "out.wav"}, 64, "not RATE:BITS");
     expectRefusal({"upmix", "--raw", "1000:16", "-", "out.wav"}, 64, "is no rate of sound");

@@ -138,8 +138,10 @@ protected:
     {
         options.insert(options.end(), {"--json", "--quiet"});
         const Result result = upmix(matrix, options);
-        EXPECT_EQ(result.errors, "");
-        return Json::parse(result.output);
+        Json report = Json::parse(result.output);
+        EXPECT_EQ(result.errors.empty(), report["wrapped_samples"] == 0 && report["clipped_samples"] == 0)
+            << result.errors;
+        return report;
     }
 
     /// The slots of the output that carry something, by name and as left-justified samples.
@@ -193,8 +195,9 @@ TEST_F(Remap, SaysHowManyWrappedAndWhichGainsAvoidIt)
     const std::string factor = formatted("%.2f", std::floor(100.0 / sums.largest(2)) / 100.0);
     const Result result = upmix(gains.text, {});
     EXPECT_NE(result.errors.find("tarn: out.wav: " + std::to_string(sums.wrapped()) +
-                                 " samples wrapped around; the largest sum is " + formatted("%.4g", sums.largest()) +
-                                 " of full scale: multiply the gains of column 3 (SL) by " + factor + " or less\n"),
+                                 " samples wrapped around; the loudest sample of the mix is " +
+                                 formatted("%.4g", sums.largest()) +
+                                 " times full scale: multiply the gains of column 3 (SL) by " + factor + " or less\n"),
               std::string::npos)
         << result.errors;
 
@@ -214,10 +217,11 @@ TEST_F(Remap, NamesEveryColumnThatWrapped)
     EXPECT_NE(result.errors.find("m.txt: the gains of column 1 (FC) sum to 2 in magnitude"), std::string::npos)
         << result.errors;
     // Not 0.5 and 0.25: the factors leave room for the rounding of the gains.
-    EXPECT_NE(result.errors.find(std::to_string(sums.wrapped()) +
-                                 " samples wrapped around; the largest sum is 4 of full scale: multiply the gains of "
-                                 "column 1 (FC) by 0.49, of column 4 (LFE) by 0.24 or less\n"),
-              std::string::npos)
+    EXPECT_NE(
+        result.errors.find(std::to_string(sums.wrapped()) +
+                           " samples wrapped around; the loudest sample of the mix is 4 times full scale: multiply "
+                           "the gains of column 1 (FC) by 0.49, of column 4 (LFE) by 0.24 or less\n"),
+        std::string::npos)
         << result.errors;
 }
 
@@ -230,10 +234,24 @@ TEST_F(Remap, FindsThatAGainOfMinusOneWrapsTheSmallestSample)
     ASSERT_GT(smallest, 1u) << "the case that this test needs";
     const Result result = upmix("0 0 0 0\n0 1 0 0\n-1 0 0.5 0.5\n", {});
     EXPECT_NE(result.errors.find(std::to_string(smallest) +
-                                 " samples wrapped around; the largest sum is 1 of full "
+                                 " samples wrapped around; the loudest sample of the mix is 1 times full "
                                  "scale: multiply the gains of column 1 (FL) by 0.99 or less"),
               std::string::npos)
         << result.errors;
+}
+
+TEST_F(Remap, WarnsOfWrappedSamplesInSpiteOfQuiet)
+{
+    const Gains gains("4 0 0 0\n0 1 0 0\n0 0 1 0\n");
+    const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
+    ASSERT_GT(sums.wrapped(), 1u) << "the case that this test needs";
+    const Result loud = upmix(gains.text, {"--quiet"});
+    EXPECT_EQ(loud.errors.find("tarn: out.wav: " + std::to_string(sums.wrapped()) + " samples wrapped around; "), 0u)
+        << loud.errors;
+    EXPECT_EQ(std::count(loud.errors.begin(), loud.errors.end(), '\n'), 1) << loud.errors;
+
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, Samples(4000, 0x100000));
+    EXPECT_EQ(upmix(gains.text, {"--quiet"}).errors, "");
 }
 
 TEST_F(Remap, CountsBeforeTheGain)
@@ -264,7 +282,7 @@ TEST_F(Remap, SaysThatNothingWrappedWhereItCould)
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, Samples(4000, 0x100000));
     const Result result = upmix("1 0 1 0\n0 1 1 0\n0 0 1 1\n", {});
     EXPECT_NE(result.errors.find("column 3 (SL) sum to 3 in magnitude"), std::string::npos) << result.errors;
-    EXPECT_NE(result.errors.find("tarn: out.wav: no sample wrapped around; the largest sum is 0.000"),
+    EXPECT_NE(result.errors.find("tarn: out.wav: no sample wrapped around; the loudest sample of the mix is 0.000"),
               std::string::npos)
         << result.errors;
 }
@@ -278,7 +296,6 @@ TEST_F(Remap, CountsNothingWhereNothingCanWrap)
     const std::string loud = "4 0 0 0\n0 4 0 0\n0 0 4 4\n";
     EXPECT_EQ(reportOf(loud, {"--bypass"})["wrapped_samples"], 0);
     EXPECT_EQ(upmix(loud, {"--bypass"}).errors.find("wrap"), std::string::npos);
-    EXPECT_EQ(upmix(loud, {"--quiet"}).errors, "");
     const Result other = tarn({"upmix", "--force", "--json", "in.wav", "out.wav"});
     EXPECT_FALSE(Json::parse(other.output).contains("wrapped_samples"));
 }
@@ -317,6 +334,25 @@ TEST_F(Remap, MixesIntoTheSlotsThatTheFileNames)
     }
 }
 
+TEST_F(Remap, TakesSlotNamesInSmallLettersAndAByteOrderMark)
+{
+    writeInput(16);
+    const std::string rows = "0.5 0 0.25 0.125\n0 0.5 0.125 0.25\n0.5 0.25 0.25 0.5\n";
+    upmix("FL FR FC LFE\n" + rows, {});
+    const std::map<std::string, Samples> named = outputSlots();
+    for (const std::string text : {"fl fr Fc lfe\n",
+                                   "\xef\xbb\xbf"
+                                   "FL FR FC LFE\n",
+                                   "\xef\xbb\xbf# slots\nfl FR fc LFE\n"}) {
+        upmix(text + rows, {});
+        EXPECT_TRUE(outputSlots() == named) << text;
+    }
+    upmix(rows, {});
+    const std::map<std::string, Samples> standard = outputSlots();
+    upmix("\xef\xbb\xbf" + rows, {});
+    EXPECT_TRUE(outputSlots() == standard);
+}
+
 TEST_F(Remap, BypassedLeavesTheStereoInFrontForAnySlotNames)
 {
     const Samples stereo = writeInput(16);
@@ -340,13 +376,15 @@ TEST_F(Remap, RefusesWrongSlotNamesAndNamesTheLine)
     const std::string all = "FL FR FC LFE BL BR SL SR";
     expectRefusal("FL FR FC\n" + rows, "line 1: 3 slots; name 4 of " + all + ", separated by spaces");
     expectRefusal("#\nFL FR FC LFE SL\n" + rows, "line 2: 5 slots; name 4 of " + all + ", separated by spaces");
-    expectRefusal("FL FR fc LFE\n" + rows, "line 1: 'fc' is not the name of a slot; name 4 of " + all);
+    expectRefusal("FL FR fx LFE\n" + rows, "line 1: 'fx' is not the name of a slot; name 4 of " + all);
     expectRefusal("FL FR 0 0\n" + rows, "line 1: '0' is not the name of a slot; name 4 of " + all);
-    expectRefusal("FL FR FC FR\n" + rows, "line 1: FR is named twice; name 4 different slots");
+    expectRefusal("FL fr FC FR\n" + rows, "line 1: FR is named twice; name 4 different slots");
     expectRefusal("F\x1bL FR FC LFE\n" + rows, "line 1: 'F?L' is not the name of a slot; name 4 of " + all);
     expectRefusal("1 0 0 0\nFL FR FC LFE\n",
                   "line 2: names slots after the first line; move this line before the gains");
     expectRefusal("FL FR FC LFE\nFL FR FC LFE\n" + rows,
+                  "line 2: names slots after the first line; move this line before the gains");
+    expectRefusal("1 0 0 0\nfl fr fc lfe\n",
                   "line 2: names slots after the first line; move this line before the gains");
     expectRefusal("FL FR FC LFE\n1 0 0\n",
                   "line 2: 3 gains; a row has 4, one each for FL, FR, FC, LFE, separated by spaces");

@@ -118,6 +118,17 @@ TEST_F(Report, GoesToStandardErrorWhereTheAudioIsOnStandardOutput)
     EXPECT_EQ(Json::parse(result.errors)["output"], "-");
 }
 
+TEST_F(Report, WarnsOfClippedSamplesInSpiteOfQuiet)
+{
+    writeInput(1.0);
+    const auto clipped = reportOf({"--gain", "12"})["clipped_samples"].get<std::uint64_t>();
+    ASSERT_GT(clipped, 1u) << "the case that this test needs";
+    EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--gain", "12", "in.wav", "out.wav"}).errors,
+              "tarn: out.wav: " + std::to_string(clipped) +
+                  " samples were beyond full scale and are clipped; give a smaller --gain\n");
+    EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "in.wav", "out.wav"}).errors, "");
+}
+
 TEST_F(Report, ChangesNoByteOfTheOutput)
 {
     writeInput(1.0);

@@ -2,6 +2,8 @@
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
 
+#include <nlohmann/json.hpp>
+
 namespace tarn_cli
 {
 
@@ -87,19 +89,36 @@ TEST_F(Streams, OfAudioFilesAreRefused)
     EXPECT_TRUE(files().empty());
 }
 
-TEST_F(Streams, ThatEndInsideAFrameKeepWholeFramesOnStandardOutputOnly)
+TEST_F(Streams, ThatEndInsideAFrameAreUpmixedUpToItAndTheLostBytesAreNamed)
 {
     const Samples stereo = stereoNoise(1000, 16);
+    const Samples expected = engineOutput(stereo, {});
+    const std::string lost = "standard input: ends inside a frame: 3 bytes after 1000 frames (0:00.020) are lost; ";
+    const std::string advice = "check that --raw has the rate and the width of the stream, and that it is stereo";
     const std::string bytes = pcmOf(stereo, 16) + "abc";
     const Result through = tarnFed(bytes, {"upmix", "--raw", "48000:16", "-", "-"});
-    EXPECT_EQ(through.exitCode, 65);
-    EXPECT_NE(through.errors.find("3 bytes left over after 1000 frames; check that --raw 48000:16"), std::string::npos)
+    EXPECT_EQ(through.exitCode, 0);
+    EXPECT_NE(through.errors.find("tarn: " + lost + "the rest is upmixed; " + advice + "\n"), std::string::npos)
         << through.errors;
-    EXPECT_TRUE(through.output == pcmOf(engineOutput(stereo, {}), 16));
+    EXPECT_TRUE(through.output == pcmOf(expected, 16));
 
-    const Result toFile = tarnFed(bytes, {"upmix", "--raw", "48000:16", "-", "out.wav"});
-    EXPECT_EQ(toFile.exitCode, 65);
+    const Result strict = tarnFed(bytes, {"upmix", "--strict", "--raw", "48000:16", "-", "out.wav"});
+    EXPECT_EQ(strict.exitCode, 65);
+    EXPECT_EQ(strict.errors, "tarn: " + lost + advice + ", or leave out --strict\n");
     EXPECT_TRUE(files().empty());
+
+    const Result toFile = tarnFed(bytes, {"upmix", "--quiet", "--json", "--raw", "48000:16", "-", "out.wav"});
+    EXPECT_EQ(toFile.exitCode, 0);
+    EXPECT_EQ(toFile.errors, "tarn: " + lost + "the rest is upmixed; " + advice + "\n");
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+    const auto report = nlohmann::json::parse(toFile.output);
+    EXPECT_EQ(report["exit_code"], 0);
+    EXPECT_EQ(report["loss"]["seconds"], 0.75 / 48000);
+
+    const Result oneByte = tarnFed(pcmOf(stereo, 16) + "a", {"upmix", "--raw", "48000:16", "-", "-"});
+    EXPECT_NE(oneByte.errors.find(": 1 byte after 1000 frames (0:00.020) is lost; "), std::string::npos)
+        << oneByte.errors;
+    EXPECT_EQ(tarnFed("abc", {"upmix", "--raw", "48000:16", "-", "-"}).exitCode, 65);
 }
 
 TEST_F(Streams, ThatAreEmptyAreRefused)

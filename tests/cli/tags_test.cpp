@@ -3,13 +3,13 @@
 #include "tests/cli/command.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include <apetag.h>
 #include <attachedpictureframe.h>
 #include <flacfile.h>
 #include <id3v2tag.h>
 #include <mpegfile.h>
+#include <textidentificationframe.h>
 #include <tpropertymap.h>
 #include <unknownframe.h>
 #include <vorbisfile.h>
@@ -19,7 +19,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What becomes of the tags, pictures and the broadcast extension of an input.
+// What becomes of the tags and pictures of an input.
 
 namespace tarn_cli
 {
@@ -88,6 +88,21 @@ protected:
         const Samples stereo = stereoNoise(5000, 16);
         sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
         ASSERT_EQ(sf_close(file), 0);
+    }
+
+    /// A CAF file with an info chunk in front of its audio.
+    void writeCaf(const std::string& name, const std::vector<std::pair<std::string, std::string>>& texts) const
+    {
+        writeTagged(name, SF_FORMAT_CAF | SF_FORMAT_PCM_16, {});
+        const auto number = [](std::size_t value) {
+            const ByteVector bytes = ByteVector::fromUInt(static_cast<unsigned>(value));
+            return std::string(bytes.data(), bytes.size());
+        };
+        std::string info = number(texts.size());
+        for (const auto& [key, text] : texts) info += key + '\0' + text + '\0';
+        std::string caf = bytesOf(at(name));
+        caf.insert(caf.find("data"), "info" + number(0) + number(info.size()) + info);
+        writeBytes(at(name), caf);
     }
 
     void expectTags(const std::string& name, const Texts& texts) const
@@ -264,6 +279,9 @@ TEST_F(Tags, WithoutAPlaceAreNamed)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.errors.find("tarn: out.flac: FLAC has no place for the tag STRA\xc3\x9f"), std::string::npos)
         << result.errors;
+    EXPECT_EQ(
+        tarn({"upmix", "--quiet", "--force", "in.mp3", "out.flac"}).errors.find("tarn: out.flac: FLAC has no place"),
+        0u);
 }
 
 TEST_F(Tags, AroundAFlacStreamAreNoDamage)
@@ -292,7 +310,12 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
         writeAudio(at("out.wav"), container | SF_FORMAT_PCM_24, 48000, 3, samples);
         std::vector<std::string> leftOut;
         const int descriptor = open(at("out.wav").c_str(), O_RDWR | O_CLOEXEC);
-        ASSERT_EQ(tarn::appendTags(descriptor, {.texts = richTexts(), .pictures = {}, .leftOut = {}}, leftOut), 0);
+        ASSERT_EQ(tarn::appendTags(descriptor,
+                                   {.tags = {.texts = richTexts(), .pictures = {}, .flacBlocks = {}, .leftOut = {}},
+                                    .broadcast = {},
+                                    .chunks = {{.name = "iXML", .contents = "odd"}}},
+                                   leftOut),
+                  0);
         close(descriptor);
         EXPECT_TRUE(leftOut.empty());
         EXPECT_TRUE(readAudio(at("out.wav")).samples == samples);
@@ -309,22 +332,68 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
             chunk += 8 + size + size % 2;
         }
         EXPECT_EQ(chunk, bytes.size());
-        EXPECT_TRUE(marks.ends_with("data,LIST,id3 ,")) << marks;
+        EXPECT_TRUE(marks.ends_with("data,LIST,id3 ,iXML,")) << marks;
     }
     expectTags("out.wav", {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, "A comment"}});
     EXPECT_EQ(textsOf("out.wav")["ALBUMARTIST"].toString(), richTexts()["ALBUMARTIST"].toString());
 }
 
+TEST_F(Tags, OfRf64AreKept)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
+    std::vector<std::string> leftOut;
+    const int descriptor = open(at("in.wav").c_str(), O_RDWR | O_CLOEXEC);
+    tarn::Metadata metadata;
+    metadata.tags.texts = richTexts();
+    metadata.tags.pictures.push_back(
+        {.kind = 3, .mimeType = "image/png", .description = utf8("A c\xc3\xb6ver"), .data = pictureBytes()});
+    metadata.chunks = {{.name = "iXML", .contents = "odd"}, {.name = "cart", .contents = "odd"}};
+    ASSERT_EQ(tarn::appendTags(descriptor, metadata, leftOut), 0);
+    close(descriptor);
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.wav", output});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("FLAC has no place for the cart chunk") == std::string::npos, output == "out.wav")
+            << result.errors;
+        const TagLib::PropertyMap texts = textsOf(output);
+        for (const auto& [name, values] : richTexts())
+            EXPECT_EQ(texts[name].toString("|"), values.toString("|")) << output << " " << name.to8Bit(true);
+        expectCover(output);
+    }
+}
+
+TEST_F(Tags, OfInfoInRf64AreKept)
+{
+    writeTagged("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, {{SF_STR_TITLE, "Apn\xe9"}});
+    // A 64-bit header in the place of the 32-bit one.
+    std::string wave = bytesOf(at("in.wav"));
+    const auto number = [](std::uint64_t value) {
+        const ByteVector bytes = ByteVector::fromLongLong(static_cast<long long>(value), false);
+        return std::string(bytes.data(), bytes.size());
+    };
+    const std::string sizes = number(wave.size() - 8 + 36) + number(20000) + number(5000) + std::string(4, '\0');
+    wave.replace(0, 12, std::string("RF64\xff\xff\xff\xffWAVEds64\x1c\0\0\0", 20) + sizes);
+    writeBytes(at("in.wav"), wave.replace(wave.find("data") + 4, 4, "\xff\xff\xff\xff"));
+    const Result result = tarn({"upmix", "in.wav", "out.flac"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("Apn\xc3\xa9"));
+    EXPECT_NE(result.errors.find("taken for Windows-1252"), std::string::npos) << result.errors;
+}
+
 TEST_F(Tags, WrittenByFfmpegAreKept)
 {
     writeTagged("plain.wav", kWave16, {});
-    for (const std::string input : {"in.mp3", "in.flac", "in.ogg", "in.wav"}) {
+    for (const std::string input : {"in.mp3", "in.flac", "in.ogg", "in.wav", "in.caf"}) {
         ASSERT_EQ(
             shell("ffmpeg -v error -i plain.wav -metadata comment='A comment' -metadata composer='A composer' " + input)
                 .exitCode,
             0);
         ASSERT_EQ(tarn({"upmix", "--force", input, "out.flac"}).exitCode, 0);
         EXPECT_EQ(textsOf("out.flac")["COMMENT"].toString(), String("A comment")) << input;
+        // FFmpeg writes no composer into WAV.
+        if (input != "in.wav") {
+            EXPECT_EQ(textsOf("out.flac")["COMPOSER"].toString(), String("A composer")) << input;
+        }
         // FFmpeg itself reads what the command wrote.
         ASSERT_EQ(tarn({"upmix", "--force", input, "out.wav"}).exitCode, 0);
         EXPECT_NE(
@@ -384,6 +453,146 @@ TEST_F(Tags, ThatHaveNoNameElsewhereAreNamed)
     }
     EXPECT_NE(tarn({"upmix", "in.mp3", "out.wav"}).errors.find("tarn: in.mp3: its ID3v2 frames POPM"),
               std::string::npos);
+}
+
+TEST_F(Tags, OfCafInfoAreKept)
+{
+    writeTagged("plain.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, {});
+    writeCaf("in.caf", {{"title", "\xc3\x84 title"},
+                        {"artist", "An artist"},
+                        {"album", "An album"},
+                        {"track number", "7/12"},
+                        {"Disc Number", "2/3"},
+                        {"recorded date", "2024-05-06"},
+                        {"year", "2023"},
+                        {"composer", "A composer"},
+                        {"lyricist", "A lyricist"},
+                        {"album_artist", "An album artist"},
+                        {"comments", "A comment"},
+                        {"copyright", "A right"},
+                        {"isrc", "DEXX12400001"},
+                        {"lyrics", "Line one\nLine two"},
+                        {"tempo", "120"},
+                        {"nominal bit rate", "128000"},
+                        {"encoding application", "A program"},
+                        {"source encoder", "An encoder"},
+                        {"genre", ""}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.caf", output});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        TagLib::PropertyMap texts = textsOf(output);
+        texts.erase("WAVEFORMATEXTENSIBLE_CHANNEL_MASK");
+        EXPECT_EQ(texts.size(), 15u) << texts.toString().to8Bit(true);
+        for (const auto& [name, text] : std::vector<std::pair<const char*, const char*>>{
+                 {"TITLE", "\xc3\x84 title"},
+                 {"ARTIST", "An artist"},
+                 {"ALBUM", "An album"},
+                 {"TRACKNUMBER", "7/12"},
+                 {"DISCNUMBER", "2/3"},
+                 {"DATE", "2024-05-06"},
+                 {"YEAR", "2023"},
+                 {"COMPOSER", "A composer"},
+                 {"LYRICIST", "A lyricist"},
+                 {"ALBUMARTIST", "An album artist"},
+                 {"COMMENT", "A comment"},
+                 {"COPYRIGHT", "A right"},
+                 {"ISRC", "DEXX12400001"},
+                 {"LYRICS", "Line one\nLine two"},
+                 {"BPM", "120"},
+             })
+            EXPECT_EQ(texts[name].toString("|"), utf8(text)) << output << " " << name;
+    }
+    // The audio is that of the file without texts.
+    ASSERT_EQ(tarn({"upmix", "plain.caf", "plain.wav"}).exitCode, 0);
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == readAudio(at("plain.wav")).samples);
+}
+
+TEST_F(Tags, OfDamagedCafInfoDoNoHarm)
+{
+    const std::vector<std::pair<std::string, std::string>> many(5000, {"key", "text"});
+    writeCaf("many.caf", many);
+    const Result limited = tarn({"upmix", "many.caf", "many.flac"});
+    EXPECT_EQ(limited.exitCode, 0) << limited.errors;
+    EXPECT_EQ(textsOf("many.flac")["KEY"].size(), 1000u);
+    EXPECT_NE(limited.errors.find("tarn: many.caf: its texts after the first 1000 are left out\n"), std::string::npos)
+        << limited.errors;
+
+    // The count is larger than the number of texts, and the last text has no end.
+    writeCaf("short.caf", {{"title", "A title"}});
+    std::string bytes = bytesOf(at("short.caf"));
+    const std::size_t info = bytes.find("info");
+    bytes.replace(info + 12, 4, "\x7f\xff\xff\xff");
+    bytes[bytes.find("A title") + 7] = 'x';
+    writeBytes(at("short.caf"), bytes);
+    ASSERT_EQ(tarn({"upmix", "short.caf", "short.flac"}).exitCode, 0);
+    EXPECT_EQ(textsOf("short.flac")["TITLE"].toString(), String("A titlex"));
+
+    // The chunk is behind the audio and says that it is larger than the file.
+    bytes += "info" + std::string(4, '\0') + "\x40" + std::string(3, '\0') + "1234title";
+    writeBytes(at("large.caf"), bytes);
+    const Result large = tarn({"upmix", "large.caf", "large.flac"});
+    EXPECT_EQ(large.exitCode, 0) << large.errors;
+    EXPECT_LT(large.peakKibibytes, 100000);
+}
+
+/// People of an ID3v2 tag.
+class InvolvedPeople : public Tags
+{
+protected:
+    void writeMp3(const std::string& name, const std::vector<const char*>& rolesAndNames, unsigned version = 4) const
+    {
+        writeTagged(name, kMp3, {});
+        TagLib::StringList people;
+        for (const char* const text : rolesAndNames) people.append(utf8(text));
+        auto* const frame = new TagLib::ID3v2::TextIdentificationFrame("TIPL", String::UTF16); // the tag takes it
+        frame->setText(people);
+        TagLib::MPEG::File mpeg(at(name).c_str());
+        mpeg.ID3v2Tag(true)->addFrame(frame);
+        auto* const composer = new TagLib::ID3v2::TextIdentificationFrame("TCOM", String::UTF8);
+        composer->setText("A composer");
+        mpeg.ID3v2Tag()->addFrame(composer);
+        ASSERT_TRUE(mpeg.save(TagLib::MPEG::File::ID3v2, TagLib::File::StripOthers,
+                              version == 3 ? TagLib::ID3v2::v3 : TagLib::ID3v2::v4));
+    }
+};
+
+TEST_F(InvolvedPeople, AreKeptByTheirRoles)
+{
+    for (const unsigned version : {3u, 4u}) {
+        writeMp3("in.mp3",
+                 {"producer", "\xc3\x84n Other", "engineer", "An Engineer", "mix", "A Mixer", "DJ-mix", "A DJ",
+                  "ARRANGER", "An Arranger", "producer", "A Second", "executive producer", "A Third", "composer",
+                  "A composer", "composer", "Another"},
+                 version);
+        for (const std::string output : {"out.wav", "out.flac"}) {
+            const Result result = tarn({"upmix", "--force", "in.mp3", output});
+            ASSERT_EQ(result.exitCode, 0) << result.errors;
+            EXPECT_EQ(result.errors.find("left out"), std::string::npos) << result.errors;
+            TagLib::PropertyMap texts = textsOf(output);
+            for (const auto& [name, people] : std::vector<std::pair<const char*, const char*>>{
+                     {"PRODUCER", "\xc3\x84n Other|A Second"},
+                     {"ENGINEER", "An Engineer"},
+                     {"MIXER", "A Mixer"},
+                     {"DJMIXER", "A DJ"},
+                     {"ARRANGER", "An Arranger"},
+                     {"EXECUTIVE PRODUCER", "A Third"},
+                     {"COMPOSER", "A composer|Another"},
+                 })
+                EXPECT_EQ(texts[name].toString("|"), utf8(people)) << output << " " << name;
+        }
+        const TagLib::RIFF::WAV::File wave(at("out.wav").c_str());
+        EXPECT_EQ(wave.ID3v2Tag()->frameList("TIPL").size(), 1u) << "roles that TIPL has a name for";
+    }
+}
+
+TEST_F(InvolvedPeople, WithoutANameAreNamed)
+{
+    writeMp3("in.mp3", {"producer", "A Producer", "engineer"});
+    const Result result = tarn({"upmix", "in.mp3", "out.flac"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(textsOf("out.flac")["PRODUCER"].toString(), String("A Producer"));
+    EXPECT_NE(result.errors.find("tarn: in.mp3: its ID3v2 frames TIPL are left out\n"), std::string::npos)
+        << result.errors;
 }
 
 /// Latin-1 where UTF-8 is due, or where the format names no encoding.
@@ -446,44 +655,6 @@ TEST_F(ForeignTags, OfFlacFilesAreConverted)
     flac[4] = '\0'; // the first block is not the last
     writeBytes(at("in.flac"), flac);
     expectConverted("in.flac", "ARTIST");
-}
-
-TEST_F(Tags, BroadcastExtensionKeepsWhatStillHolds)
-{
-    SF_INFO info{.frames = 0, .samplerate = 48000, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
-    SF_BROADCAST_INFO written{};
-    std::strcpy(written.description, "A description");
-    std::strcpy(written.originator, "An originator");
-    std::memcpy(written.origination_date, "2026-11-21", 10);
-    std::memcpy(written.origination_time, "12:34:56", 8);
-    written.time_reference_low = 123456;
-    written.version = 2;
-    std::strcpy(written.umid, "a number of the stereo");
-    written.loudness_value = -2300;
-    std::strcpy(written.coding_history, "A=ANALOGUE,M=stereo\r\n");
-    written.coding_history_size = static_cast<std::uint32_t>(std::strlen(written.coding_history));
-    SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
-    ASSERT_EQ(sf_command(file, SFC_SET_BROADCAST_INFO, &written, sizeof written), SF_TRUE);
-    const Samples stereo = stereoNoise(5000, 16);
-    sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
-    ASSERT_EQ(sf_close(file), 0);
-
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC has no place for it";
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
-    SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
-    SF_BROADCAST_INFO read{};
-    ASSERT_EQ(sf_command(upmixed, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
-    sf_close(upmixed);
-    EXPECT_STREQ(read.description, "A description");
-    EXPECT_STREQ(read.originator, "An originator");
-    EXPECT_EQ(std::string(read.origination_date, 10), "2026-11-21");
-    EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
-    EXPECT_EQ(read.time_reference_low, 123456u);
-    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the upmix is other material";
-    EXPECT_EQ(read.loudness_value, 0);
-    EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
-    EXPECT_EQ(info.channels, 3);
-    EXPECT_EQ(info.frames, 5000);
 }
 
 } // namespace tarn_cli

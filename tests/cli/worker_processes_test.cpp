@@ -107,6 +107,20 @@ TEST_F(WorkerProcesses, TellHowTheWorkFailed)
     EXPECT_TRUE(all[5].result.is_null());
 }
 
+TEST_F(WorkerProcesses, StartNoMoreAfterAFailureToWrite)
+{
+    const auto work = [](std::size_t i) -> Json {
+        if (i == 2) throw tarn::OutputFailure(EX_IOERR, "file2: no room");
+        return i;
+    };
+    const std::vector<WorkerOutcome> all = outcomes(6, 1, work);
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_FALSE(all[1].endsRun);
+    EXPECT_TRUE(all[2].endsRun);
+    EXPECT_EQ(all[2].error, "file2: no room");
+    EXPECT_EQ(all[2].exitCode, EX_IOERR);
+}
+
 TEST_F(WorkerProcesses, AreNeverMoreThanTheJobs)
 {
     int ends[2];

@@ -161,7 +161,7 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
     std::size_t written = 0;
     if (const auto format = formatNamed(text)) {
         const std::size_t frameBytes = std::size_t{2} * format->bytesPerSample();
-        const bool isValid = !pcm.empty() && pcm.size() % frameBytes == 0 && !beginsLikeFile(pcm);
+        const bool isValid = pcm.size() >= frameBytes && !beginsLikeFile(pcm);
         const std::uint32_t rate = tarn::engineRateFor(format->sampleRate);
         const bool isConverted = rate != format->sampleRate;
         const std::size_t sampleBytes =

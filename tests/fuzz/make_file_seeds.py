@@ -7,7 +7,6 @@ FLAC, behind three bytes of options that file_fuzzer.cpp decodes."""
 import base64
 import io
 from pathlib import Path
-import struct
 import sys
 
 import numpy
@@ -78,9 +77,12 @@ def wave_files():
     yield "wav-all", containers.with_chunks(wav, [bext, *others, listed], [id3])
     yield "wav-big-endian", encoded("WAV", "PCM_16", endian="BIG")
     yield "wav-streamed", containers.with_data_size(wav, 0xFFFFFFFF)
+    yield "wav-twice", wav + wav
+    yield "wav-other-width", wav + encoded("WAV", "PCM_24")
     yield "wav-odd", containers.with_data_size(wav, 4 * FRAMES - 3)
     yield "wav-2s-missing", containers.with_data_size(wav, 4 * (FRAMES + 2 * 48000))
     yield "wav-200ms-missing", containers.with_data_size(wav, 4 * (FRAMES + 9600))
+    yield "rf64-all", containers.with_chunks(encoded("RF64", "PCM_16"), [bext], [*others, latin, id3])
     yield "rf64-bext", containers.with_chunks(encoded("RF64", "PCM_24"), [bext])
     yield "wav-above-full-scale", encoded("WAV", "FLOAT", sound(peak=3.0))
     for name, value in ("nan", numpy.nan), ("infinite", -numpy.inf), ("huge", 1e38):
@@ -96,7 +98,11 @@ def aiff_and_caf_files():
     aiff = encoded("AIFF", "PCM_16")
     yield "aiff-texts", containers.with_chunks(aiff, tags.aiff_texts())
     yield "aiff-id3", containers.with_chunks(aiff, [], [(b"ID3 ", tags.id3v2(3, 1))])
-    yield "caf-info", containers.with_caf_info(encoded("CAF", "PCM_16"), tags.caf_info())
+    yield "aiff-twice", aiff + aiff
+    caf = containers.with_caf_info(encoded("CAF", "PCM_16"), tags.caf_info())
+    yield "caf-info", caf
+    yield "caf-twice", caf + caf
+    yield "caf-cut", caf[: -len(caf) // 3]
 
 
 def flac_files():
@@ -133,6 +139,12 @@ def ogg_files():
         yield name + "-chained", tagged + containers.with_serial(ogg, 4711)
         yield name + "-twice", ogg + ogg
         yield name + "-cut", tagged[: -len(tagged) // 8]
+        yield name + "-id3", tags.id3v2(4, 3) + ogg
+    blocks = [(4, tags.vorbis_comments(comments)), (6, tags.picture())]
+    flac = containers.ogg_flac(containers.with_flac_blocks(encoded("FLAC", "PCM_16"), blocks))
+    yield "oga-flac", flac
+    yield "oga-flac-chained", flac + containers.with_serial(flac, 4711)
+    yield "oga-flac-cut", flac[: -len(flac) // 3]
     rates = encoded("OGG", "VORBIS", sound(rate=44100), 44100)
     yield "vorbis-chained-rates", encoded("OGG", "VORBIS") + containers.with_serial(rates, 4711)
 

@@ -17,7 +17,18 @@ from host_test import LATENCY, Row, known_signal, passed, position_of, write_ste
 
 PLAYERS = {
     "aplay": lambda pcm, bits, file: ["aplay", "-q", "-D", pcm, file],
-    "ffmpeg": lambda pcm, bits, file: ["ffmpeg", "-v", "error", "-i", file, "-c:a", f"pcm_s{bits}le", "-f", "alsa", pcm],
+    "ffmpeg": lambda pcm, bits, file: [
+        "ffmpeg",
+        "-v",
+        "error",
+        "-i",
+        file,
+        "-c:a",
+        f"pcm_s{bits}le",
+        "-f",
+        "alsa",
+        pcm,
+    ],
     "mpv": lambda pcm, bits, file: [
         *("mpv", "--no-config", "--no-video", "--really-quiet", "--ao=alsa", f"--audio-device=alsa/{pcm}"),
         *(f"--audio-format=s{bits}", file),
@@ -59,7 +70,7 @@ def check_messages(setup):
 def check_plug(setup):
     """Behind ALSA's own conversions any file plays: what the engine takes stays exact, another rate is converted."""
     name = setup.add("behind")
-    setup.add_text(f'pcm.any {{ type plug slave {{ pcm {name} rate 48000 }} }}')
+    setup.add_text(f"pcm.any {{ type plug slave {{ pcm {name} rate 48000 }} }}")
     samples = known_signal(FRAMES, 32)
     file = setup.directory / "any.wav"
     for rate, bits in ((48000, 32), (22050, 16)):

@@ -44,13 +44,17 @@ def test_inspection():
 def test_installation(folder, build):
     """What is installed below any prefix loads from there, with the library beside it."""
     for component in ("runtime", "gstreamer"):
-        subprocess.run(["cmake", "--install", build, "--prefix", folder / "prefix", "--component", component],
-                       check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(
+            ["cmake", "--install", build, "--prefix", folder / "prefix", "--component", component],
+            check=True,
+            stdout=subprocess.DEVNULL,
+        )
     (plugin,) = (folder / "prefix").rglob("libgsttarn.so")
     assert plugin.parent.name == "gstreamer-1.0"
     paths = {"GST_PLUGIN_PATH": str(plugin.parent), "GST_REGISTRY": f"{folder}/installed.bin"}
-    run = subprocess.run(["gst-inspect-1.0", "tarnupmix"], check=True, capture_output=True, text=True,
-                         env=os.environ | paths)
+    run = subprocess.run(
+        ["gst-inspect-1.0", "tarnupmix"], check=True, capture_output=True, text=True, env=os.environ | paths
+    )
     assert str(plugin) in run.stdout, run.stdout
     linked = subprocess.run(["ldd", plugin], check=True, capture_output=True, text=True).stdout
     assert f"{folder}/prefix" in linked, linked
@@ -64,14 +68,21 @@ def test_files(folder):
             source = folder / f"{bits}-{rate}.wav"
             write_stereo(source, known_signal(FRAMES, bits), rate, bits)
             target = folder / "element.wav"
-            launch(f"filesrc location={source}", "! wavparse !", f"audio/x-raw,format={FORMATS[bits]}",
-                   f"! tarnupmix ! wavenc ! filesink location={target}")
+            launch(
+                f"filesrc location={source}",
+                "! wavparse !",
+                f"audio/x-raw,format={FORMATS[bits]}",
+                f"! tarnupmix ! wavenc ! filesink location={target}",
+            )
             compared += same(read_samples(target)[0], command_output(source, folder))
     for bits in (16, 24):
         source = folder / f"{bits}-48000.wav"
         target = folder / "element.flac"
-        launch(f"filesrc location={source}", "! wavparse ! tarnupmix ! audio/x-raw,channels=6",
-               f"! flacenc ! filesink location={target}")
+        launch(
+            f"filesrc location={source}",
+            "! wavparse ! tarnupmix ! audio/x-raw,channels=6",
+            f"! flacenc ! filesink location={target}",
+        )
         assert soundfile.info(target).subtype == f"PCM_{bits}"
         compared += same(read_samples(target)[0], command_output(source, folder, "5.1"))
     return compared
@@ -85,8 +96,13 @@ def test_buffer_sizes(folder):
     stereo = folder / "stereo.raw"
     (read_samples(source)[0] >> 16).astype("<i2").tofile(stereo)
     for size in (4, 148, 400, 4001, 70000):
-        launch("filesrc blocksize=", size, f" location={stereo}", "! rawaudioparse sample-rate=48000 num-channels=2",
-               f"pcm-format=s16le ! tarnupmix ! filesink location={target}")
+        launch(
+            "filesrc blocksize=",
+            size,
+            f" location={stereo}",
+            "! rawaudioparse sample-rate=48000 num-channels=2",
+            f"pcm-format=s16le ! tarnupmix ! filesink location={target}",
+        )
         compared += same(raw_samples(target, 3), expected)
     return compared
 
@@ -100,8 +116,9 @@ def test_settings(folder):
         ("make-up-gain=-2.5", ["--gain", "-2.5"]),
         ("bypass=true", ["--bypass"]),
     ):
-        launch(f"filesrc location={source}", "! wavparse ! tarnupmix", properties,
-               f"! wavenc ! filesink location={target}")
+        launch(
+            f"filesrc location={source}", "! wavparse ! tarnupmix", properties, f"! wavenc ! filesink location={target}"
+        )
         compared += same(read_samples(target)[0], command_output(source, folder, options=options))
     return compared
 
@@ -111,8 +128,11 @@ def test_floats(folder):
     source, target = folder / "float.wav", folder / "element.wav"
     stereo = known_signal(FRAMES, 24)
     soundfile.write(source, stereo / 2**31, 48000, subtype="FLOAT")
-    launch(f"filesrc location={source}", "! wavparse ! audio/x-raw,format=F32LE ! tarnupmix",
-           f"! wavenc ! filesink location={target}")
+    launch(
+        f"filesrc location={source}",
+        "! wavparse ! audio/x-raw,format=F32LE ! tarnupmix",
+        f"! wavenc ! filesink location={target}",
+    )
     assert soundfile.info(target).subtype == "FLOAT"
     found = soundfile.read(target)[0]
     return same(found, command_output(source, folder, bits=32) / 2**31)  # floats are carried at that width
@@ -130,19 +150,32 @@ def test_rates_change(folder):
 def play(source, target, *options):
     """The sound of a film, as a player has it, without a header."""
     subprocess.run(
-        ["gst-launch-1.0", "--quiet", "playbin", f"uri={source.as_uri()}", *options, "video-sink=fakesink",
-         f"audio-sink=capsfilter ! filesink location={target}"],
-        check=True, timeout=120)
+        [
+            "gst-launch-1.0",
+            "--quiet",
+            "playbin",
+            f"uri={source.as_uri()}",
+            *options,
+            "video-sink=fakesink",
+            f"audio-sink=capsfilter ! filesink location={target}",
+        ],
+        check=True,
+        timeout=120,
+    )
 
 
 def test_films_with_pictures(folder):
     """A picture beside it changes nothing: stereo keeps its length, six channels their bytes."""
     for channels, mask in ((2, "0x3"), (6, "0x3f")):
         film, plain, filtered = folder / f"film{channels}.mkv", folder / "plain.raw", folder / "filtered.raw"
-        launch("matroskamux name=film !", f"filesink location={film}", "videotestsrc num-buffers=50 !",
-               "video/x-raw,width=64,height=48,framerate=25/1 ! theoraenc ! film.",
-               "audiotestsrc num-buffers=94 wave=pink-noise !",
-               f"audio/x-raw,rate=48000,channels={channels},channel-mask=(bitmask){mask} ! vorbisenc ! queue ! film.")
+        launch(
+            "matroskamux name=film !",
+            f"filesink location={film}",
+            "videotestsrc num-buffers=50 !",
+            "video/x-raw,width=64,height=48,framerate=25/1 ! theoraenc ! film.",
+            "audiotestsrc num-buffers=94 wave=pink-noise !",
+            f"audio/x-raw,rate=48000,channels={channels},channel-mask=(bitmask){mask} ! vorbisenc ! queue ! film.",
+        )
         play(film, plain)
         play(film, filtered, "audio-filter=tarnupmix")
         assert plain.stat().st_size >= 90 * 1024 * channels * 4
@@ -218,8 +251,10 @@ class Pipeline:
 
 def of_file(source, waiting=0):
     """A pipeline's description, for a WAV file; so many buffers wait to be pulled, or all."""
-    return (f"filesrc location={source} ! wavparse ! tarnupmix name=upmix ! "
-            f"appsink name=out sync=false max-buffers={waiting}")
+    return (
+        f"filesrc location={source} ! wavparse ! tarnupmix name=upmix ! "
+        f"appsink name=out sync=false max-buffers={waiting}"
+    )
 
 
 def test_seeking(gst, folder):
@@ -252,8 +287,9 @@ def test_segment_seek(gst, folder):
     second = gst.SECOND
 
     def play(begin, end, flags):
-        assert pipeline.bin.seek(1.0, gst.Format.TIME, flags, gst.SeekType.SET, begin * second, gst.SeekType.SET,
-                                 end * second)
+        assert pipeline.bin.seek(
+            1.0, gst.Format.TIME, flags, gst.SeekType.SET, begin * second, gst.SeekType.SET, end * second
+        )
 
     play(0, 1, gst.SeekFlags.FLUSH | gst.SeekFlags.ACCURATE | gst.SeekFlags.SEGMENT)
     pipeline.to(gst.State.PLAYING)
@@ -272,9 +308,13 @@ def test_segment_seek(gst, folder):
 
 def test_latency(gst):
     """The pipeline of a live source is told of 1024 frames more; returns what it is told and what it takes."""
+
     def told(element):
-        pipeline = Pipeline(gst, "audiotestsrc is-live=true ! audio/x-raw,rate=48000,channels=2,format=S16LE ! "
-                                 f"{element} name=upmix ! fakesink sync=true")
+        pipeline = Pipeline(
+            gst,
+            "audiotestsrc is-live=true ! audio/x-raw,rate=48000,channels=2,format=S16LE ! "
+            f"{element} name=upmix ! fakesink sync=true",
+        )
         pipeline.to(gst.State.PLAYING)
         query = gst.Query.new_latency()
         assert pipeline.bin.query(query)
@@ -287,8 +327,11 @@ def test_latency(gst):
     assert own == LATENCY, own
 
     # How far the output lies behind the input when it has come out.
-    pipeline = Pipeline(gst, "audiotestsrc num-buffers=100 samplesperbuffer=64 ! audio/x-raw,rate=48000,channels=2,"
-                             "format=S16LE ! tarnupmix name=upmix ! fakesink")
+    pipeline = Pipeline(
+        gst,
+        "audiotestsrc num-buffers=100 samplesperbuffer=64 ! audio/x-raw,rate=48000,channels=2,"
+        "format=S16LE ! tarnupmix name=upmix ! fakesink",
+    )
     passed_by = {"sink": 0, "src": 0}
     behind = set()
 
@@ -311,8 +354,9 @@ def test_latency(gst):
 def test_messages(gst, folder):
     """The meters on the pipeline's bus, ten a second."""
     source = folder / "16-48000.wav"
-    pipeline = Pipeline(gst, f"filesrc location={source} ! wavparse ! tarnupmix name=upmix post-messages=true ! "
-                             "fakesink name=out")
+    pipeline = Pipeline(
+        gst, f"filesrc location={source} ! wavparse ! tarnupmix name=upmix post-messages=true ! " "fakesink name=out"
+    )
     pipeline.to(gst.State.PLAYING)
     bus = pipeline.bin.get_bus()
     count = 0

@@ -95,7 +95,9 @@ def off_and_on(given, played, rate):
     on = off + FADE + int(numpy.argmin((given == plain).all(axis=1)[off + FADE :]))
     assert 0 < off < off + FADE < on < on + FADE < len(given), (off, on)
     assert (given[on + FADE :] == wet[on + FADE :]).all(), "the upmix is back, as if it had never been off"
-    share = numpy.interp(numpy.arange(len(wet)), [off - 1, off - 1 + FADE, on - 1, on - 1 + FADE], [1, 0, 0, 1])[:, None]
+    share = numpy.interp(numpy.arange(len(wet)), [off - 1, off - 1 + FADE, on - 1, on - 1 + FADE], [1, 0, 0, 1])[
+        :, None
+    ]
     difference = float(numpy.abs(share * wet + (1 - share) * plain - given).max()) * 2**23
     assert difference <= 1, difference
     return difference, measured

@@ -358,8 +358,13 @@ def test(session_of):
             both = (
                 pool.submit(upmixed, session, samples, lambda: session.play(samples, *to_sink), surround_of),
                 pool.submit(
-                    upmixed, session, others, lambda: session.play(others, "--target", "other_upmix"), surround_of,
-                    device="other_device", sink="other_upmix",
+                    upmixed,
+                    session,
+                    others,
+                    lambda: session.play(others, "--target", "other_upmix"),
+                    surround_of,
+                    device="other_device",
+                    sink="other_upmix",
                 ),
             )
             for one in both:

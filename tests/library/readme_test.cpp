@@ -1,4 +1,4 @@
-// Tests that README.md quotes the compiled example.
+// Tests that documents quote the compiled examples.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -15,9 +15,15 @@ std::string contentsOf(const std::string& name)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+void expectQuote(const std::string& document, const std::string& program)
+{
+    EXPECT_NE(contentsOf(document).find("```cpp\n" + contentsOf(program) + "```"), std::string::npos);
+}
+
 } // namespace
 
-TEST(Readme, QuotesTheExampleThatIsCompiled)
+TEST(Documents, QuoteTheExamplesThatAreCompiled)
 {
-    EXPECT_NE(contentsOf("README.md").find("```cpp\n" + contentsOf("examples/minimal.cpp") + "```"), std::string::npos);
+    expectQuote("README.md", "examples/minimal.cpp");
+    expectQuote("docs/streams.md", "examples/block_processor.cpp");
 }

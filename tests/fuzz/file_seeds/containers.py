@@ -84,6 +84,22 @@ def with_ogg_comments(file, comments):
     return b"".join(page.write() for page in renewed)
 
 
+def ogg_flac(file):
+    """Puts a FLAC file into Ogg: a packet for the first metadata block, one for each of the others, one for all frames."""
+    blocks, at, last = [], 4, False
+    while not last:
+        last, begin = file[at] >= 0x80, at
+        at += 4 + int.from_bytes(file[at + 1 : at + 4], "big")
+        blocks.append(file[begin:at])
+    head = b"\x7fFLAC\1\0" + struct.pack(">H", len(blocks) - 1) + file[:4] + blocks[0]
+    packets = [[head], [*blocks[1:]], [file[at:]]] if blocks[1:] else [[head], [file[at:]]]
+    pages = [page for some in packets for page in OggPage.from_packets(some)]
+    for number, page in enumerate(pages):
+        page.serial, page.sequence, page.position = 1, number, 0
+    pages[0].first = pages[-1].last = True
+    return b"".join(page.write() for page in pages)
+
+
 def with_serial(file, serial):
     """Changes the serial number of an Ogg stream, which has to be unique in a chain."""
     stream, result = io.BytesIO(file), b""

@@ -23,9 +23,7 @@ def png():
         return struct.pack(">I", len(body)) + kind + body + struct.pack(">I", zlib.crc32(kind + body))
 
     header = struct.pack(">IIBBBBB", 1, 1, 8, 2, 0, 0, 0)
-    return (
-        b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(bytes(4))) + chunk(b"IEND", b"")
-    )
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(bytes(4))) + chunk(b"IEND", b"")
 
 
 # --- ID3 ---
@@ -78,11 +76,16 @@ def id3_frames(version, encoding, texts, unsynchronise):
     if version == 3:
         frames.append((b"TYER", mark + text("2023")))
     kind = b"PNG" if old else b"image/png\0"
+    people = "IPLS" if version == 3 else "TIPL"
     named = {
         "COM": (b"COMM", mark + b"eng" + text("") + end + text(texts["comment"])),
         "ULT": (b"USLT", mark + b"eng" + text("") + end + text("la la la\nla")),
         "TXX": (b"TXXX", mark + text("REPLAYGAIN_TRACK_GAIN") + end + text("-6.20 dB")),
         "PIC": (b"APIC", mark + kind + b"\x03" + text("cover") + end + png()),
+        "IPL": (
+            people.encode(),
+            mark + end.join(map(text, ("producer", "Zoë", "mix", "A Mixer", "role", "A, B"))) + end,
+        ),
         "UFI": (b"UFID", b"http://musicbrainz.org\0" + b"0123456789abcdef"),
     }
     frames += [(short.encode() if old else long, body) for short, (long, body) in named.items()]
@@ -249,5 +252,12 @@ def aiff_texts():
 
 def caf_info():
     """The body of a CAF info chunk."""
-    strings = b"".join(key.encode() + b"\0" + text.encode() + b"\0" for key, text in TEXTS.items())
-    return struct.pack(">I", len(TEXTS)) + strings
+    texts = TEXTS | {
+        "track number": "4",
+        "year": "2022",
+        "recorded date": "2021",
+        "album_artist": "Zoë",
+        "tempo": "120",
+    }
+    strings = b"".join(key.encode() + b"\0" + text.encode() + b"\0" for key, text in texts.items())
+    return struct.pack(">I", len(texts)) + strings

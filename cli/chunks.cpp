@@ -1,0 +1,95 @@
+#include "cli/chunks.h"
+
+#include "cli/byte_range.h"
+#include "cli/file_bytes.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxChunks = 4096;
+constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 24;
+constexpr std::uint64_t kNameBytes = 4;
+
+struct ChunkPlace
+{
+    std::string name;
+    ByteRange contents;
+};
+
+std::string nameAt(const FileBytes& file, std::uint64_t position)
+{
+    std::string name;
+    for (std::uint64_t i = 0; i < kNameBytes; ++i) name += static_cast<char>(file.number(position + i, 1, true));
+    return name;
+}
+
+/// Chunks from a position on: a name, a size, the contents, which are padded to even sizes in RIFF. The size of the
+/// audio of RF64 is in its first chunk.
+std::vector<ChunkPlace> placesFrom(const FileBytes& file, std::uint64_t at, std::size_t sizeBytes, bool bigEndian)
+{
+    const std::uint64_t head = kNameBytes + sizeBytes;
+    const std::uint64_t ofRf64 = file.marks(at, "ds64") ? file.number(at + head + 8, 8, bigEndian) : UINT32_MAX;
+    std::vector<ChunkPlace> places;
+    while (at + head <= file.size() && places.size() < kMaxChunks) {
+        std::uint64_t size = file.number(at + kNameBytes, sizeBytes, bigEndian);
+        if (sizeBytes == 4 && size == UINT32_MAX && file.marks(at, "data")) size = ofRf64;
+        size = std::min(size, file.size()); // far enough, and no sum of it overflows
+        at += head;
+        if (size > 0) places.push_back({.name = nameAt(file, at - head), .contents = {.begin = at, .end = at + size}});
+        at += size + (sizeBytes == 4 ? size % 2 : 0);
+    }
+    return places;
+}
+
+std::vector<ChunkPlace> placesIn(int descriptor)
+{
+    constexpr std::uint64_t kRiffHead = 12;
+    constexpr std::uint64_t kCafHead = 8;
+    const FileBytes file(descriptor);
+    const std::uint64_t begin = file.id3v2Size(0);
+    for (const std::string_view mark : {"RIFF", "RF64", "RIFX"})
+        if (file.marks(begin, mark)) return placesFrom(file, begin + kRiffHead, 4, mark == "RIFX");
+    if (file.marks(begin, "caff")) return placesFrom(file, begin + kCafHead, 8, true);
+    return {};
+}
+
+/// Bytes of a file; none if they are not all there.
+std::string bytesAt(int descriptor, ByteRange range)
+{
+    std::string bytes(range.size(), '\0');
+    const ssize_t got = pread(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(range.begin));
+    return got == static_cast<ssize_t>(bytes.size()) ? bytes : std::string();
+}
+
+} // namespace
+
+std::vector<std::string> chunkNames(int descriptor)
+{
+    std::vector<std::string> names;
+    for (const ChunkPlace& place : placesIn(descriptor)) names.push_back(place.name);
+    return names;
+}
+
+std::vector<std::string> chunksNamed(int descriptor, const std::string& name)
+{
+    std::vector<std::string> found;
+    std::uint64_t room = kMaxBytes;
+    for (const auto& [placeName, range] : placesIn(descriptor)) {
+        if (placeName != name) continue;
+        found.push_back(range.size() <= room ? bytesAt(descriptor, range) : std::string());
+        room -= found.back().size();
+    }
+    return found;
+}
+
+} // namespace tarn

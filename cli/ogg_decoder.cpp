@@ -1,0 +1,122 @@
+#include "cli/ogg_decoder.h"
+
+#include "cli/text.h"
+
+#include <algorithm>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// The longest gap that is filled: a damaged position could declare any.
+constexpr std::int64_t kMaxGapFrames = std::int64_t{1} << 22;
+
+} // namespace
+
+std::size_t OggDecoder::read(double* to, std::size_t frames)
+{
+    const auto channels = static_cast<std::size_t>(facts.channels);
+    while (!hasFrames())
+        if (!decodePage()) return 0;
+    if (toSilence > 0) {
+        const auto some = static_cast<std::size_t>(std::min<std::uint64_t>(toSilence, frames));
+        std::fill_n(to, some * channels, 0.0);
+        toSilence -= some;
+        return some;
+    }
+    const std::size_t some = std::min(frames, (samples.size() - used) / channels);
+    std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(used), some * channels, to);
+    used += some * channels;
+    return some;
+}
+
+bool OggDecoder::decodePage()
+{
+    if (!stream.nextPage()) return false;
+    decodePackets();
+    return true;
+}
+
+/// Finds the place of the packets by the position that the page gives to the last of them.
+void OggDecoder::decodePackets()
+{
+    samples.clear();
+    used = 0;
+    std::int64_t granule = -1;
+    bool isLast = false;
+    ogg_packet packet;
+    for (int found = 0; (found = stream.nextPacket(packet)) != 0;) {
+        if (found < 0 || !decode(packet, samples)) {
+            hasHole = hasHoles = true;
+            continue;
+        }
+        if (packet.granulepos != -1) granule = packet.granulepos;
+        isLast = isLast || packet.e_o_s != 0;
+    }
+    place(granule, isLast);
+    position += toSilence + samples.size() / static_cast<std::size_t>(facts.channels);
+    dropPreSkip();
+}
+
+/// Cuts off what is before frame 0 or behind the last frame, and fills what was lost.
+void OggDecoder::place(std::int64_t granule, bool isLast)
+{
+    // A first page that ends before position 0 is dropped, and all frames behind it are heard: libvorbis does the same.
+    if (granule < -1 && !hasOrigin && isPosition(-(granule + 1))) {
+        samples.clear();
+        hasOrigin = true;
+        hasHole = false;
+        origin = granule - static_cast<std::int64_t>(position);
+    }
+    if (!isPosition(granule) || samples.empty()) return;
+    const auto channels = static_cast<std::ptrdiff_t>(facts.channels);
+    auto frames = static_cast<std::int64_t>(samples.size()) / channels;
+    if (!hasOrigin) {
+        hasOrigin = true;
+        // A recording can begin anywhere, but most begin at 0: what was lost then is the start.
+        origin = std::max<std::int64_t>(granule - static_cast<std::int64_t>(position) - frames, 0);
+        if (hasHole && origin <= kMaxGapFrames) origin = 0;
+        if (positions.canBeNegative && !hasHole && granule < frames && !isLast) {
+            samples.erase(samples.begin(), samples.begin() + (frames - granule) * channels);
+            frames = granule;
+        }
+    }
+    std::int64_t ahead = granule - origin - static_cast<std::int64_t>(position) - frames;
+    if (hasHole && ahead > 0 && ahead <= kMaxGapFrames) {
+        // The position of the last page is that of the end of the audio in its last packet.
+        const std::int64_t unit = isLast ? positions.packetFrames : 1;
+        const std::int64_t gap = (ahead + unit - 1) / unit * unit;
+        toSilence = static_cast<std::uint64_t>(gap);
+        silenced += toSilence;
+        ahead -= gap;
+    }
+    hasHole = false;
+    // The last packet may be longer than its audio.
+    if (isLast && ahead < 0 && -ahead <= std::min(positions.maxTrim, frames))
+        samples.resize(samples.size() - static_cast<std::size_t>(-ahead * channels));
+    // A stream that was edited can count on from another position.
+    if (!isLast) origin += ahead;
+}
+
+/// Drops frames of preSkip that are due.
+void OggDecoder::dropPreSkip()
+{
+    const std::uint64_t silence = std::min(positions.preSkip, toSilence);
+    toSilence -= silence;
+    silenced -= silence;
+    positions.preSkip -= silence;
+    const auto channels = static_cast<std::uint64_t>(facts.channels);
+    const std::uint64_t decoded = std::min(positions.preSkip, samples.size() / channels);
+    used = static_cast<std::size_t>(decoded * channels);
+    positions.preSkip -= decoded;
+}
+
+std::string OggDecoder::error() const
+{
+    if (stream.error() != 0) return systemError(stream.error());
+    return hasHoles && silenced == 0 ? "some of its packets are damaged" : std::string();
+}
+
+} // namespace tarn

@@ -1,0 +1,193 @@
+#include "cli/chunks.h"
+#include "cli/descriptor.h"
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <cstring>
+
+#include <fcntl.h>
+#include <tbytevector.h>
+
+// What becomes of the broadcast extension and other chunks of a WAVE file.
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+
+} // namespace
+
+/// Chunks of WAVE files.
+class WaveChunks : public CommandTest
+{
+protected:
+    static std::string number(std::uint32_t value)
+    {
+        const TagLib::ByteVector bytes = TagLib::ByteVector::fromUInt(value, false);
+        return {bytes.data(), bytes.size()};
+    }
+
+    /// Appends chunks to a file, and their size to its header's.
+    void appendChunks(const std::string& name, const std::vector<std::pair<std::string, std::string>>& chunks) const
+    {
+        std::string wave = bytesOf(at(name));
+        for (const auto& [mark, contents] : chunks)
+            wave += mark + number(static_cast<std::uint32_t>(contents.size())) + contents +
+                    std::string(contents.size() % 2, '\0');
+        writeBytes(at(name), wave.replace(4, 4, number(static_cast<std::uint32_t>(wave.size() - 8))));
+    }
+
+    /// The contents of the only chunk of a name.
+    std::string chunkOf(const std::string& name, const char* mark) const
+    {
+        const tarn::Descriptor file(open(at(name).c_str(), O_RDONLY | O_CLOEXEC));
+        const std::vector<std::string> found = tarn::chunksNamed(file.number(), mark);
+        return found.size() == 1 ? found.front() : std::to_string(found.size()) + " chunks";
+    }
+
+    /// A cart chunk with two timers.
+    static std::string cart()
+    {
+        std::string contents(2048, '\0');
+        contents.replace(0, 11, "0101A title");
+        contents.replace(684, 8, "INT1" + number(4410));
+        contents.replace(740, 8, "EOD " + number(44100));
+        return contents + "A tag text\r\n";
+    }
+
+    const std::string scene = "<SCENE>12</SCENE><NOTE>A note</NOTE>";
+    const std::string speed = "<SPEED><FILE_SAMPLE_RATE>44100</FILE_SAMPLE_RATE></SPEED>";
+    const std::string ofStereo = "<TRACK_LIST><TRACK><NAME>Boom</NAME></TRACK></TRACK_LIST>";
+};
+
+TEST_F(WaveChunks, BroadcastExtensionKeepsWhatStillHolds)
+{
+    SF_INFO info{.frames = 0, .samplerate = 48000, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
+    SF_BROADCAST_INFO written{};
+    std::strcpy(written.description, "A description");
+    std::strcpy(written.originator, "An originator");
+    std::memcpy(written.origination_date, "2026-11-21", 10);
+    std::memcpy(written.origination_time, "12:34:56", 8);
+    written.time_reference_low = 123456;
+    written.version = 2;
+    std::strcpy(written.umid, "a number of the stereo");
+    written.loudness_value = -2300;
+    std::strcpy(written.coding_history, "A=ANALOGUE,M=stereo\r\n");
+    written.coding_history_size = static_cast<std::uint32_t>(std::strlen(written.coding_history));
+    SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_EQ(sf_command(file, SFC_SET_BROADCAST_INFO, &written, sizeof written), SF_TRUE);
+    const Samples stereo = stereoNoise(5000, 16);
+    sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
+    ASSERT_EQ(sf_close(file), 0);
+
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC has no place for it";
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
+    SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
+    SF_BROADCAST_INFO read{};
+    ASSERT_EQ(sf_command(upmixed, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
+    sf_close(upmixed);
+    EXPECT_STREQ(read.description, "A description");
+    EXPECT_STREQ(read.originator, "An originator");
+    EXPECT_EQ(std::string(read.origination_date, 10), "2026-11-21");
+    EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
+    EXPECT_EQ(read.time_reference_low, 123456u);
+    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the upmix is other material";
+    EXPECT_EQ(read.loudness_value, 0);
+    EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
+    EXPECT_EQ(info.channels, 3);
+    EXPECT_EQ(info.frames, 5000);
+}
+
+TEST_F(WaveChunks, OfTheRecordingAreKeptInWaveAndNamedInFlac)
+{
+    writeAudio(at("in.wav"), kWave16, 44100, 2, stereoNoise(5000, 16));
+    appendChunks("in.wav", {{"iXML", "<BWFXML>" + scene + ofStereo + speed + "</BWFXML>"}, {"cart", cart()}});
+    const Result wave = tarn({"upmix", "in.wav", "out.wav"});
+    ASSERT_EQ(wave.exitCode, 0) << wave.errors;
+    EXPECT_EQ(wave.errors.find("left out"), std::string::npos) << wave.errors;
+    EXPECT_EQ(chunkOf("out.wav", "iXML"), "<BWFXML>" + scene + speed + "</BWFXML>");
+    EXPECT_EQ(chunkOf("out.wav", "cart"), cart());
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
+
+    const Result flac = tarn({"upmix", "in.wav", "out.flac"});
+    ASSERT_EQ(flac.exitCode, 0) << flac.errors;
+    for (const std::string name : {"iXML", "cart"})
+        EXPECT_NE(flac.errors.find("tarn: out.flac: FLAC has no place for the " + name + " chunk\n"), std::string::npos)
+            << flac.errors;
+}
+
+TEST_F(WaveChunks, CountFramesAtTheRateOfTheOutput)
+{
+    SF_INFO info{.frames = 0, .samplerate = 44100, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
+    SF_BROADCAST_INFO broadcast{};
+    broadcast.time_reference_low = 441;
+    broadcast.time_reference_high = 441;
+    SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_EQ(sf_command(file, SFC_SET_BROADCAST_INFO, &broadcast, sizeof broadcast), SF_TRUE);
+    const Samples stereo = stereoNoise(5000, 16);
+    sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
+    ASSERT_EQ(sf_close(file), 0);
+    appendChunks("in.wav", {{"iXML", "<BWFXML>" + speed + scene + "</BWFXML>"}, {"cart", cart()}});
+
+    const Result result = tarn({"upmix", "--rate", "48000", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_NE(result.errors.find("tarn: in.wav: SPEED of its iXML chunk counts samples at 44100 Hz and is left out\n"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(chunkOf("out.wav", "iXML"), "<BWFXML>" + scene + "</BWFXML>");
+    EXPECT_EQ(chunkOf("out.wav", "cart"), cart().replace(688, 4, number(4800)).replace(744, 4, number(48000)));
+    SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
+    SF_BROADCAST_INFO read{};
+    ASSERT_EQ(sf_command(upmixed, SFC_GET_BROADCAST_INFO, &read, sizeof read), SF_TRUE);
+    sf_close(upmixed);
+    EXPECT_EQ(read.time_reference_low, 480u);
+    EXPECT_EQ(read.time_reference_high, 480u);
+}
+
+TEST_F(WaveChunks, OfOtherNamesAreNamed)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    appendChunks("in.wav", {{"JUNK", "padding"},
+                            {"minf", "contents"},
+                            {"cue ", number(0)},
+                            {"LIST", "adtl"},
+                            {"cart", cart()},
+                            {"cart", "another"},
+                            {"minf", "contents"},
+                            {"bext", "too short"}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.wav", output});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_NE(result.errors.find("tarn: in.wav: its chunks cart, LIST adtl, minf, cue, bext are left out\n"),
+                  std::string::npos)
+            << result.errors;
+    }
+}
+
+TEST_F(WaveChunks, WithoutContentsAreNoReasonForANote)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    appendChunks("in.wav", {{"iXML", ""}, {"cart", ""}, {"LIST", ""}, {"minf", ""}, {"bext", ""}});
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        const Result result = tarn({"upmix", "in.wav", output});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("left out"), std::string::npos) << result.errors;
+    }
+}
+
+TEST_F(WaveChunks, ThatAreLargerThanTheFileDoNoHarm)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    appendChunks("in.wav", {{"iXML", "<BWFXML>"}});
+    std::string wave = bytesOf(at("in.wav"));
+    writeBytes(at("in.wav"), wave.replace(wave.size() - 12, 4, number(0x70000000)));
+    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_NE(result.errors.find("tarn: in.wav: its chunks iXML are left out\n"), std::string::npos) << result.errors;
+    EXPECT_LT(result.peakKibibytes, 100000);
+}
+
+} // namespace tarn_cli
