@@ -12,8 +12,8 @@
 // Elements come in pairs, the coefficient on the left input and the one on the right:
 // 0, 1 front left; 2, 3 centre; 4, 5 front right. No operation reads elements 6 to 11.
 //
-// In elements 0 to 5, regions 3, 6 and 9 mirror regions 1, 4 and 7. In region 1 front right subtracts a part of the left
-// input. In region 4 the centre gets the right input only, so a hard left source is not in the centre.
+// In elements 0 to 5, regions 3, 6 and 9 mirror regions 1, 4 and 7. In region 1 front right subtracts a part of the
+// left input. In region 4 the centre gets the right input only, so a hard left source is not in the centre.
 
 // clang-format off
 
