@@ -1,3 +1,4 @@
+// The delay of `tarn upmix` with and without alignment.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -14,7 +15,7 @@ constexpr std::size_t kFrames = 12000;
 constexpr std::size_t kSlots = 3;
 constexpr std::size_t kCentre = 2;
 
-/// The frame of a slot's largest magnitude.
+/// Frame with the largest magnitude in a slot.
 std::size_t peakFrame(const Samples& samples, std::size_t slot)
 {
     std::size_t peak = 0;
@@ -24,7 +25,7 @@ std::size_t peakFrame(const Samples& samples, std::size_t slot)
     return peak;
 }
 
-/// The lag of the largest cross-correlation of the left input with a slot.
+/// Lag at which the cross-correlation of the left input with a slot is largest.
 std::size_t correlationLag(const Samples& stereo, const Samples& output, std::size_t slot)
 {
     constexpr std::size_t kMaxLag = 2000;
@@ -58,7 +59,7 @@ protected:
     }
 };
 
-TEST_P(Alignment, DelaysAnImpulseBy960FramesUnlessItIsAligned)
+TEST_P(Alignment, ImpulseIs960FramesLateOnlyWithoutAlignment)
 {
     constexpr std::size_t kImpulse = 5003;
     Samples stereo(2 * kFrames);
@@ -71,7 +72,7 @@ TEST_P(Alignment, DelaysAnImpulseBy960FramesUnlessItIsAligned)
     EXPECT_EQ(peakFrame(aligned, kCentre), kImpulse);
 }
 
-TEST_P(Alignment, DelaysNoiseBy960FramesUnlessItIsAligned)
+TEST_P(Alignment, NoiseIs960FramesLateOnlyWithoutAlignment)
 {
     const Samples stereo = stereoNoise(kFrames, 16);
     const Samples delayed = upmixed(stereo, {"--no-align"});
@@ -82,7 +83,7 @@ TEST_P(Alignment, DelaysNoiseBy960FramesUnlessItIsAligned)
     EXPECT_EQ(correlationLag(stereo, aligned, kCentre), 0u);
 }
 
-TEST_P(Alignment, KeepsTheLastFrames)
+TEST_P(Alignment, LastFramesAreKept)
 {
     Samples stereo(2 * kFrames);
     stereo[2 * kFrames - 2] = stereo[2 * kFrames - 1] = 0x60000000;

@@ -1,3 +1,4 @@
+// Writes and reads audio files for the tests of the command.
 #include "tests/cli/audio_files.h"
 
 #include "tests/cli/command.h"

@@ -1,3 +1,4 @@
+// Writes and reads audio files for the tests of the command.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +10,7 @@
 namespace tarn_cli
 {
 
-/// Left-justified 32-bit samples, interleaved.
+/// Interleaved 32-bit samples, left-justified.
 using Samples = std::vector<std::int32_t>;
 
 /// An audio file in memory.
@@ -19,9 +20,9 @@ struct Audio
     Samples samples;
 };
 
-/// Stereo noise of full scale, the same for the same seed; the sides share half of their signal.
+/// Full-scale stereo noise, reproducible by seed. Both channels share half of their signal.
 ///
-/// bits  width; the bits below it are zero
+/// bits  sample width; lower bits are zero
 Samples stereoNoise(std::size_t frames, unsigned bits, unsigned seed = 1);
 
 /// Writes a file with libsndfile: format as in SF_FORMAT_WAV | SF_FORMAT_PCM_16.
@@ -33,10 +34,10 @@ void writeFloats(const std::string& path, int format, int sampleRate, int channe
 /// Reads a whole file with libsndfile.
 Audio readAudio(const std::string& path);
 
-/// Reads a whole file with libsndfile as floating-point samples, which may lie above full scale.
+/// Reads a whole file with libsndfile as floating-point samples, which can exceed full scale.
 std::vector<float> readFloats(const std::string& path);
 
-/// What a WAVE file says of its channels in its extensible format chunk.
+/// Channel fields of the extensible format chunk of a WAV file.
 struct WaveFormat
 {
     std::uint16_t tag = 0;
@@ -44,10 +45,10 @@ struct WaveFormat
     std::uint32_t mask = 0;
 };
 
-/// Reads that chunk; all zero where the file has none.
+/// Reads that chunk. All fields are zero if the file has none.
 WaveFormat waveFormat(const std::string& path);
 
-/// Samples as little-endian PCM of a width.
+/// Converts samples to little-endian PCM of a width.
 std::string pcmOf(const Samples& samples, unsigned bits);
 
 } // namespace tarn_cli

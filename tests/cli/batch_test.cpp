@@ -1,3 +1,4 @@
+// `tarn upmix --output-dir`: many files into a directory.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -7,8 +8,6 @@
 #include <algorithm>
 
 #include <sys/stat.h>
-
-// `tarn upmix --output-dir`: many files to a directory.
 
 namespace tarn_cli
 {
@@ -60,7 +59,7 @@ protected:
     }
 };
 
-TEST_F(Batch, FilesEqualThoseOfSingleRunsAtAnyNumberOfJobs)
+TEST_F(Batch, OutputsEqualSingleRunsForAnyNumberOfJobs)
 {
     std::vector<std::string> inputs;
     for (unsigned seed = 1; seed <= 6; ++seed) {
@@ -83,7 +82,7 @@ TEST_F(Batch, FilesEqualThoseOfSingleRunsAtAnyNumberOfJobs)
     }
 }
 
-TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
+TEST_F(Batch, ContinuesAfterAFailedFileAndReportsIt)
 {
     writeStereo("a.wav", 1);
     writeBytes(at("text.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
@@ -110,7 +109,7 @@ TEST_F(Batch, GoesOnAfterAFileThatFailsAndSaysSo)
     }
 }
 
-TEST_F(Batch, SummaryNamesLossesAndQuotesNames)
+TEST_F(Batch, SummaryListsLossesAndQuotesNames)
 {
     writeStereo("a.wav", 1);
     writeStereo("cut.wav", 2);
@@ -129,7 +128,7 @@ TEST_F(Batch, SummaryNamesLossesAndQuotesNames)
     EXPECT_EQ(tarn({"upmix", "--quiet", "--output-dir", "out", "a.wav"}).errors, "");
 }
 
-TEST_F(Batch, ShowsWhichFileOfHowManyOnATerminalOnly)
+TEST_F(Batch, FileCounterIsShownOnATerminalOnly)
 {
     std::filesystem::create_directory(at("a folder"));
     const std::string longName = "a folder/" + std::string(60, 'x') + ".wav";
@@ -147,7 +146,7 @@ TEST_F(Batch, ShowsWhichFileOfHowManyOnATerminalOnly)
         const std::string first = wipe + "1 of 2: ..." + std::string(43, 'x') + ".wav";
         EXPECT_NE(shown.output.find(first), std::string::npos) << shown.output;
         EXPECT_NE(shown.output.find(wipe + "2 of 2: b.wav"), std::string::npos) << shown.output;
-        // Nothing is left of it in front of a note or at the end.
+        // The display is erased before a note and at the end.
         EXPECT_TRUE(shown.output.ends_with(wipe + "tarn: 2 of 2 files upmixed into out\r\n")) << shown.output;
         EXPECT_EQ(shown.output.find(".wavtarn:"), std::string::npos) << shown.output;
         EXPECT_EQ(shown.output.find("upmixing ["), std::string::npos) << shown.output;
@@ -191,7 +190,7 @@ TEST_F(Batch, StopsWhenTheDiskIsFull)
     }
 }
 
-TEST_F(Batch, StopsWhenTheFolderCannotBeWrittenTo)
+TEST_F(Batch, StopsWhenTheFolderIsNotWritable)
 {
     for (const std::string name : {"a.wav", "b.wav", "c.wav"}) writeStereo(name, 1);
     const Result result = tarn({"upmix", "--quiet", "--output-dir", "/proc", "a.wav", "b.wav", "c.wav"});
@@ -204,9 +203,9 @@ TEST_F(Batch, StopsWhenTheFolderCannotBeWrittenTo)
         "run again with --skip-existing\n");
 }
 
-TEST_F(Batch, NamesThatAreNotUtf8AreReportedExactly)
+TEST_F(Batch, NonUtf8NamesAreReportedExactly)
 {
-    // Latin-1, and what only looks like UTF-8: a longer form of a slash, half a pair, a character cut off.
+    // Latin-1, and malformed UTF-8: an overlong slash, half a surrogate pair, a truncated character.
     const std::string bad = "gr\xfc\xdf %~\xc0\xaf\xed\xa0\x80\xe2\x82";
     const std::string badPercent = "gr%FC%DF%20%25~%C0%AF%ED%A0%80%E2%82";
     writeStereo(bad + ".wav", 1);
@@ -233,7 +232,7 @@ TEST_F(Batch, NamesThatAreNotUtf8AreReportedExactly)
     EXPECT_EQ(info[1]["input_percent"], "%FF");
 }
 
-TEST_F(Batch, ACrashCostsOneFile)
+TEST_F(Batch, CrashFailsOneFileOnly)
 {
     const Names inputs{"a.wav", "abort.wav", "trap.wav", "b.wav", "exit.wav", "kill.wav", "c.wav"};
     for (std::size_t i = 0; i < inputs.size(); ++i) writeStereo(inputs[i], static_cast<unsigned>(i));
@@ -272,19 +271,19 @@ TEST_F(Batch, ACrashCostsOneFile)
     }
 }
 
-TEST_F(Batch, RemovesWhatAKilledRunHasLeft)
+TEST_F(Batch, RemovesTemporaryFilesOfAKilledRun)
 {
     writeStereo("a.wav", 1);
     std::filesystem::create_directory(at("out"));
     writeBytes(at("out/.a-3.0.wav.tarn-abcdef"), "half");
     writeBytes(at(".a-3.0.wav.tarn-abcdef"), "half, in a directory that is not written to");
-    // Even where nothing can be written.
+    // The removal does not depend on a successful write.
     EXPECT_EQ(tarn({"upmix", "--output-dir", "out", "missing.wav"}).exitCode, 66);
     EXPECT_EQ(filesIn("out"), Names{});
     EXPECT_EQ(files(), (Names{".a-3.0.wav.tarn-abcdef", "a.wav", "out"}));
 }
 
-TEST_F(Batch, OfAFileWithALongNameCostsThatFile)
+TEST_F(Batch, TooLongNameFailsOneFileOnly)
 {
     writeStereo("a.wav", 1);
     const std::string longName = std::string(251, 'x');
@@ -297,7 +296,7 @@ TEST_F(Batch, OfAFileWithALongNameCostsThatFile)
     EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav"}));
 }
 
-TEST_F(Batch, OfOneFileIsStillADirectory)
+TEST_F(Batch, OutputDirIsADirectoryEvenForOneFile)
 {
     writeStereo("a.wav", 1);
     ASSERT_EQ(tarn({"upmix", "--output-dir", "out", "--format", "flac", "a.wav"}).exitCode, 0);
@@ -305,7 +304,7 @@ TEST_F(Batch, OfOneFileIsStillADirectory)
     EXPECT_EQ(readAudio(at("out/a-3.0.flac")).info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_FLAC);
 }
 
-TEST_F(Batch, FilesOfOneNameKeepTheirFolders)
+TEST_F(Batch, InputsOfTheSameNameKeepTheirFolders)
 {
     for (const std::string folder : {"x", "y/z"}) std::filesystem::create_directories(at(folder));
     writeStereo("a.wav", 1);
@@ -322,17 +321,17 @@ TEST_F(Batch, FilesOfOneNameKeepTheirFolders)
     EXPECT_EQ(frames("all/x/a-3.0.wav"), 9200);
     EXPECT_EQ(frames("all/y/z/a-3.0.wav"), 9300);
 
-    // Beneath the deepest folder that they share, however they are named.
+    // Outputs go below the deepest common folder, also when inputs are given by other spellings of their path.
     const Result some = tarn({"upmix", "--output-dir", "some", "y/z/../z/a.wav", at("y/z/b.wav"), at("y/../x/a.wav")});
     ASSERT_EQ(some.exitCode, 0) << some.errors;
     EXPECT_EQ(treeOf("some"), (Names{"x/a-3.0.wav", "y/z/a-3.0.wav", "y/z/b-3.0.wav"}));
 
-    // Only where they have to.
+    // Only colliding names keep their folders.
     ASSERT_EQ(tarn({"upmix", "--output-dir", "flat", "x/a.wav", "y/z/b.wav"}).exitCode, 0);
     EXPECT_EQ(treeOf("flat"), (Names{"a-3.0.wav", "b-3.0.wav"}));
 }
 
-TEST_F(Batch, OutputsThatMeetAreAllNamedBeforeAnythingIsWritten)
+TEST_F(Batch, CollidingOutputsAreAllListedBeforeAnythingIsWritten)
 {
     std::vector<std::string> arguments{"upmix", "--output-dir", "out"};
     for (int i = 10; i < 33; ++i) {
@@ -373,7 +372,7 @@ TEST_F(Batch, OutputsThatAreInputsAreRefusedBeforeAnythingIsWritten)
     EXPECT_EQ(bytesOf(at("a-3.0.wav")), before);
 }
 
-TEST_F(Batch, OfFoldersMirrorsThem)
+TEST_F(Batch, RecursiveMirrorsFolders)
 {
     for (const std::string folder : {"music/b/deep", "music/.hidden", "music/empty", "elsewhere"})
         std::filesystem::create_directories(at(folder));
@@ -400,12 +399,12 @@ TEST_F(Batch, OfFoldersMirrorsThem)
     }
     EXPECT_EQ(readAudio(at("out/b/a-3.0.wav")).info.frames, 9200);
 
-    // Outputs within the folder are no inputs of the next run.
+    // The next run does not read outputs inside the folder as inputs.
     for (int run = 0; run < 2; ++run)
         ASSERT_EQ(tarn({"upmix", "-r", "--force", "--output-dir", "music/out", "music"}).exitCode, 0);
     EXPECT_EQ(treeOf("music/out"), outputs);
 
-    // Files and folders go together, and folders with names in common keep theirs.
+    // Files and folders can be mixed. Folders whose outputs collide keep their names.
     const Result both = tarn({"upmix", "-r", "--output-dir", "both", "elsewhere/e.wav", "music/b"});
     ASSERT_EQ(both.exitCode, 0) << both.errors;
     EXPECT_EQ(treeOf("both"), (Names{"a-3.0.wav", "deep/x-3.0.wav", "e-3.0.wav"}));
@@ -415,7 +414,7 @@ TEST_F(Batch, OfFoldersMirrorsThem)
               (Names{"elsewhere/a-3.0.wav", "elsewhere/e-3.0.wav", "music/b/a-3.0.wav", "music/b/deep/x-3.0.wav"}));
 }
 
-TEST_F(Batch, OfFoldersCountsAudioThatCannotBeRead)
+TEST_F(Batch, RecursiveCountsUnreadableAudio)
 {
     std::filesystem::create_directories(at("my music/b"));
     writeStereo("my music/a.wav", 1);
@@ -441,7 +440,7 @@ TEST_F(Batch, OfFoldersCountsAudioThatCannotBeRead)
                   "none: holds no audio file; man tarn-upmix lists");
 }
 
-TEST_F(Batch, OfFoldersThatDoNotFitIsRefused)
+TEST_F(Batch, UnsuitableFoldersAreRefused)
 {
     std::filesystem::create_directories(at("music/empty"));
     writeStereo("music/a.wav", 1);
@@ -457,7 +456,7 @@ TEST_F(Batch, OfFoldersThatDoNotFitIsRefused)
     expectRefusal({"upmix", "-r", "--output-dir", "file/out", "music"}, 73, "the directory cannot be created");
 }
 
-TEST_F(Batch, OutputsThatExistAreReplacedOnlyWithForce)
+TEST_F(Batch, ExistingOutputsAreReplacedOnlyWithForce)
 {
     writeStereo("a.wav", 1);
     writeStereo("b.wav", 2);
@@ -471,7 +470,7 @@ TEST_F(Batch, OutputsThatExistAreReplacedOnlyWithForce)
     EXPECT_EQ(readAudio(at("out/a-3.0.wav")).info.frames, 9100);
 }
 
-TEST_F(Batch, OptionsThatDoNotFitAreRefused)
+TEST_F(Batch, ConflictingOptionsAreRefused)
 {
     writeStereo("a.wav", 1);
     expectRefusal({"upmix", "a.wav", "b.wav", "c.wav"}, 64, "add --output-dir DIR");

@@ -1,3 +1,4 @@
+// Runs programs as processes and collects their output.
 #include "tests/cli/command.h"
 
 #include <algorithm>
@@ -41,7 +42,7 @@ struct Pipe
     int writeEnd;
 };
 
-/// Reads until the other end closes, then closes this one.
+/// Reads until the other end closes, then closes this end.
 std::string drain(int descriptor)
 {
     std::string bytes;
@@ -54,7 +55,7 @@ std::string drain(int descriptor)
     return bytes;
 }
 
-/// Writes all, unless the other end closes first, then closes this one.
+/// Writes everything unless the other end closes first, then closes this end.
 void feed(int descriptor, const std::string& bytes)
 {
     for (std::size_t done = 0; done < bytes.size();) {
@@ -82,7 +83,7 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errorEnd, STDERR_FILENO);
 
-    // The tests ignore SIGPIPE themselves; the program is to have it as usual.
+    // The tests ignore SIGPIPE. The program starts with the default action.
     sigset_t defaults;
     sigemptyset(&defaults);
     sigaddset(&defaults, SIGPIPE);

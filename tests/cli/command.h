@@ -1,3 +1,4 @@
+// Runs programs as processes and collects their output.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,32 +13,32 @@
 namespace tarn_cli
 {
 
-/// What a program left when it ended.
+/// Result of a program that ended.
 struct Result
 {
-    int exitCode = -1;      ///< -1: it died by a signal
-    int signalNumber = 0;   ///< that it died by
+    int exitCode = -1;      ///< -1 after a signal
+    int signalNumber = 0;   ///< signal that ended it, or 0
     long peakKibibytes = 0; ///< largest resident set
     std::string output;     ///< standard output
     std::string errors;     ///< standard error
 };
 
-/// A program to be run.
+/// A program to run.
 struct Invocation
 {
-    std::vector<std::string> arguments{}; ///< after the program's name
-    std::string program{};                ///< path, or name to be searched for; empty: the command under test
-    std::optional<std::string> input{};   ///< bytes that come through a pipe as standard input; else nothing
-    std::string inputFile{};              ///< file as standard input instead
+    std::vector<std::string> arguments{}; ///< without the program name
+    std::string program{};                ///< path, or name to search in PATH; empty for the command under test
+    std::optional<std::string> input{};   ///< bytes for standard input, sent through a pipe
+    std::string inputFile{};              ///< file for standard input instead
     bool outputNull = false;              ///< standard output goes to /dev/null
-    std::string preload{};                ///< shared object that is loaded before the program's
+    std::string preload{};                ///< shared object to preload
 };
 
-/// A program that runs. It is killed if it still does at the end.
+/// A running program. The destructor kills it if it still runs.
 class Process
 {
 public:
-    /// directory  where it runs
+    /// directory  its working directory
     /// inputEnd   descriptor that becomes its standard input
     Process(const Invocation& invocation, const std::filesystem::path& directory, int inputEnd, int outputEnd,
             int errorEnd);
@@ -49,7 +50,7 @@ public:
     /// Sends a signal.
     void signal(int signalNumber) const;
 
-    /// Waits for its end and fills in how it came.
+    /// Waits until it ends and stores how it ended.
     void wait(Result& result);
 
 private:
@@ -59,7 +60,7 @@ private:
 /// Runs a program to its end in a directory.
 Result runIn(const std::filesystem::path& directory, const Invocation& invocation);
 
-/// A test of the command in an empty directory of its own, which is gone afterwards.
+/// A test of the command in an empty directory, which is removed afterwards.
 class CommandTest : public testing::Test
 {
 protected:
@@ -69,7 +70,7 @@ protected:
     /// Runs `tarn` with the arguments.
     Result tarn(const std::vector<std::string>& arguments) const { return runIn(directory, {.arguments = arguments}); }
 
-    /// Runs `tarn` with the arguments, and the bytes through a pipe.
+    /// Runs `tarn` with the arguments and sends the bytes to its standard input.
     Result tarnFed(const std::string& bytes, const std::vector<std::string>& arguments) const
     {
         return runIn(directory, {.arguments = arguments, .input = bytes});
@@ -81,28 +82,28 @@ protected:
         return runIn(directory, {.arguments = arguments, .preload = TARN_CRASHING_DECODER});
     }
 
-    /// Runs `tarn` where no file can become larger than 64 KiB; see full_disk.cpp.
+    /// Runs `tarn` with files limited to 64 KiB; see full_disk.cpp.
     Result tarnOnFullDisk(const std::vector<std::string>& arguments) const
     {
         return runIn(directory, {.arguments = arguments, .preload = TARN_FULL_DISK});
     }
 
-    /// Runs a line of shell in which $TARN is the command.
+    /// Runs a shell command line. $TARN is the command under test.
     Result shell(const std::string& line) const;
 
-    /// Full name of a file in the directory.
+    /// Full path of a file in the directory.
     std::string at(const std::string& name) const { return (directory / name).string(); }
 
-    /// Names of all files in the directory, in order.
+    /// Sorted names of all files in the directory.
     std::vector<std::string> files() const;
 
     std::filesystem::path directory;
 };
 
-/// A file's bytes.
+/// Reads all bytes of a file.
 std::string bytesOf(const std::filesystem::path& path);
 
-/// Writes a file of the bytes.
+/// Writes the bytes to a file.
 void writeBytes(const std::filesystem::path& path, const std::string& bytes);
 
 } // namespace tarn_cli

@@ -1,3 +1,4 @@
+// Inputs that the command converts first: other sample rates, mono.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -7,8 +8,6 @@
 #include <cmath>
 #include <numbers>
 
-// Inputs that the engine does not take as they are: other sample rates and mono.
-
 namespace tarn_cli
 {
 
@@ -17,7 +16,7 @@ namespace
 
 constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 
-/// A pulse of a Gaussian shape around a frame, on both sides.
+/// A Gaussian pulse around a frame in both channels.
 Samples pulse(std::size_t frames, double centre, double width)
 {
     Samples samples;
@@ -30,7 +29,7 @@ Samples pulse(std::size_t frames, double centre, double width)
     return samples;
 }
 
-/// The time of the centre of gravity of a slot's energy, in frames.
+/// Centroid of a slot's energy over time, in frames.
 double centreOfEnergy(const Samples& samples, std::size_t slots, std::size_t slot)
 {
     double energy = 0.0;
@@ -49,7 +48,7 @@ double centreOfEnergy(const Samples& samples, std::size_t slots, std::size_t slo
 class Rates : public CommandTest, public testing::WithParamInterface<std::pair<int, int>>
 {};
 
-TEST_P(Rates, AreConvertedWithLengthAndPositionKept)
+TEST_P(Rates, ConversionKeepsLengthAndPosition)
 {
     const auto [rate, expected] = GetParam();
     const auto frames = static_cast<std::size_t>(rate + 7);
@@ -65,7 +64,7 @@ TEST_P(Rates, AreConvertedWithLengthAndPositionKept)
     EXPECT_EQ(output.info.samplerate, expected);
     EXPECT_EQ(output.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_24);
     EXPECT_EQ(output.info.frames, std::llround(static_cast<double>(frames) * expected / rate));
-    // A hundredth of a frame: the samples of the pulse are rounded to 16 bits.
+    // The tolerance is 0.01 frame because the pulse is rounded to 16 bits.
     EXPECT_NEAR(centreOfEnergy(output.samples, 3, 0), centre * expected / rate, 0.01);
 }
 
@@ -78,19 +77,19 @@ INSTANTIATE_TEST_SUITE_P(Command, Rates,
 class Conversion : public CommandTest
 {};
 
-TEST_F(Conversion, GoesToTheRateThatIsAskedFor)
+TEST_F(Conversion, ConvertsToTheRequestedRate)
 {
     writeAudio(at("in.wav"), kWave16, 44100, 2, pulse(44100, 20000, 40));
     ASSERT_EQ(tarn({"upmix", "--rate", "48000", "in.wav", "out.wav"}).exitCode, 0);
     EXPECT_EQ(readAudio(at("out.wav")).info.samplerate, 48000);
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
-    // At its own rate nothing is converted.
+    // The rate of the input needs no conversion.
     ASSERT_EQ(tarn({"upmix", "in.wav", "plain.wav"}).exitCode, 0);
     ASSERT_EQ(tarn({"upmix", "--rate", "44100", "in.wav", "same.wav"}).exitCode, 0);
     EXPECT_TRUE(bytesOf(at("same.wav")) == bytesOf(at("plain.wav")));
 }
 
-TEST_F(Conversion, OfARawStreamWorksAsWell)
+TEST_F(Conversion, ConvertsRawStreams)
 {
     const Samples stereo = pulse(22050, 10000, 40);
     const Result result = tarnFed(pcmOf(stereo, 16), {"upmix", "--raw", "22050:16", "-", "out.wav"});
@@ -99,9 +98,9 @@ TEST_F(Conversion, OfARawStreamWorksAsWell)
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 32000);
 }
 
-TEST_F(Conversion, ThatRaisesThePeakAboveFullScaleIsScaledDown)
+TEST_F(Conversion, PeaksRaisedAboveFullScaleAreScaledDown)
 {
-    // A quarter of the rate between its samples: the wave reaches 3 dB more than they do.
+    // A sine at a quarter of the rate peaks 3 dB above its samples.
     Samples stereo;
     for (std::size_t i = 0; i < 22050; ++i) {
         const std::int32_t sample = i % 4 < 2 ? 0x7fff0000 : -0x7fff0000;
@@ -115,7 +114,7 @@ TEST_F(Conversion, ThatRaisesThePeakAboveFullScaleIsScaledDown)
     EXPECT_EQ(nlohmann::json::parse(result.output)["channels"][0]["full_scale_samples"], 1) << "the peak itself";
 }
 
-TEST_F(Conversion, OfMonoPutsItOnBothSidesOfTheEngine)
+TEST_F(Conversion, MonoFeedsBothEngineInputs)
 {
     const Samples noise = stereoNoise(20000, 16);
     Samples mono;
@@ -136,7 +135,7 @@ TEST_F(Conversion, OfMonoPutsItOnBothSidesOfTheEngine)
     EXPECT_EQ(readAudio(at("from-float.wav")).info.frames, 20000);
 }
 
-TEST_F(Conversion, To24BitsForFlacOf32IsNoted)
+TEST_F(Conversion, ReductionTo24BitsForFlacIsNoted)
 {
     const Samples stereo = stereoNoise(9000, 32);
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_32, 48000, 2, stereo);

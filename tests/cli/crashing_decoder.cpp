@@ -1,3 +1,4 @@
+// A preloaded library that makes libsndfile crash on files of certain names.
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
@@ -9,13 +10,12 @@
 #include <sndfile.h>
 #include <unistd.h>
 
-// Preloaded, it makes libsndfile crash while it reads a file whose name says how: abort.wav, trap.wav, exit.wav or
-// kill.wav. Other files are read as ever.
+// The file name selects the crash: abort.wav, trap.wav, exit.wav or kill.wav. Other files are read normally.
 
 namespace
 {
 
-std::string way; // the last file's name without its extension
+std::string way; // name of the last file without its extension
 
 void crashIfNamedSo()
 {
@@ -25,7 +25,7 @@ void crashIfNamedSo()
     if (way == "kill") std::raise(SIGKILL);
 }
 
-/// The function that another one of its name hides.
+/// The original function that this library overrides.
 template <typename Function>
 Function* hiddenBy(Function* /*ours*/, const char* name)
 {
@@ -38,9 +38,9 @@ extern "C" int open(const char* path, int flags, ...)
 {
     va_list arguments;
     va_start(arguments, flags);
-    const auto mode = va_arg(arguments, mode_t); // read only where the flags ask for it
+    const auto mode = va_arg(arguments, mode_t); // the caller passes it only with certain flags
     va_end(arguments);
-    // Other files are opened behind it, such as the null device.
+    // Later calls open other files, such as the null device.
     if (const std::filesystem::path name(path); name.extension() == ".wav") way = name.stem();
     return hiddenBy(open, "open")(path, flags, mode);
 }

@@ -1,3 +1,4 @@
+// Cut and damaged inputs: the audio that can be decoded is upmixed, the loss is reported.
 #include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
@@ -7,8 +8,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-
-// Inputs that are cut short or damaged: what can be decoded is upmixed, and the command says what is missing.
 
 namespace tarn_cli
 {
@@ -20,7 +19,7 @@ constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 constexpr int kFlac16 = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
 constexpr unsigned kRate = 48000;
 
-/// The same with another number of frames in the first metadata block of FLAC: the last 36 bits before the checksum.
+/// Replaces the number of frames in the first metadata block of FLAC: the last 36 bits before the checksum.
 std::string withUnknownLength(std::string flac)
 {
     flac[21] = static_cast<char>(flac[21] & 0xf0);
@@ -33,7 +32,7 @@ std::string withUnknownLength(std::string flac)
 class Damage : public CommandTest
 {
 protected:
-    /// Upmixes a damaged input to out.wav, and without tolerance to nothing.
+    /// Upmixes a damaged input to out.wav, and checks that --strict refuses it.
     Result upmix(const std::string& input, int exitCode) const
     {
         const Result strict = tarn({"upmix", "--force", "--strict", input, "strict.wav"});
@@ -58,7 +57,7 @@ protected:
     void cut(const std::string& name, std::uintmax_t bytes) const { std::filesystem::resize_file(at(name), bytes); }
 };
 
-TEST_F(Damage, OfLessThanASecondIsAWarning)
+TEST_F(Damage, LossUnderOneSecondIsAWarning)
 {
     const Samples stereo = stereoNoise(9000, 16);
     for (const auto& [name, format, frameBytes] : std::vector<std::tuple<std::string, int, std::uintmax_t>>{
@@ -91,7 +90,7 @@ TEST_F(Damage, CafOfUnknownLengthIsReadToItsEnd)
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {}));
 }
 
-TEST_F(Damage, OfASecondOrMoreIsToldByTheExitCode)
+TEST_F(Damage, LossOfOneSecondOrMoreSetsTheExitCode)
 {
     const Samples stereo = stereoNoise(2 * kRate, 16);
     writeAudio(at("in.wav"), kWave16, static_cast<int>(kRate), 2, stereo);
@@ -114,7 +113,7 @@ TEST_F(Damage, OfASecondOrMoreIsToldByTheExitCode)
     upmix("in.wav", 0);
 }
 
-TEST_F(Damage, OfAllTheAudioIsRefused)
+TEST_F(Damage, LossOfAllAudioIsRefused)
 {
     writeAudio(at("in.wav"), kWave16, static_cast<int>(kRate), 2, stereoNoise(9000, 16));
     cut("in.wav", 44);
@@ -124,7 +123,7 @@ TEST_F(Damage, OfAllTheAudioIsRefused)
     EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
 }
 
-TEST_F(Damage, OfOneFlacFrameBecomesSilenceAndTheRestKeepsItsPlace)
+TEST_F(Damage, DamagedFlacFrameBecomesSilenceInPlace)
 {
     const Samples stereo = stereoNoise(3 * kRate, 16);
     writeAudio(at("in.flac"), kFlac16, static_cast<int>(kRate), 2, stereo);
@@ -139,7 +138,7 @@ TEST_F(Damage, OfOneFlacFrameBecomesSilenceAndTheRestKeepsItsPlace)
         ASSERT_EQ(tarn({"upmix", "--force", "--bypass", "bad.flac", "out.wav"}).exitCode, 0);
         const Samples output = readAudio(at("out.wav")).samples;
         ASSERT_EQ(output.size(), whole.size());
-        // Every sample is that of the whole file, or silence in the middle.
+        // Every sample equals that of the complete file or is silence in the middle.
         std::size_t silent = 0;
         for (std::size_t i = 0; i < output.size(); ++i) {
             if (output[i] == whole[i]) continue;
@@ -155,7 +154,7 @@ TEST_F(Damage, OfOneFlacFrameBecomesSilenceAndTheRestKeepsItsPlace)
     }
 }
 
-TEST_F(Damage, OfOneVorbisPageBecomesSilenceAndTheRestKeepsItsPlace)
+TEST_F(Damage, DamagedVorbisPageBecomesSilenceInPlace)
 {
     const Samples stereo = stereoNoise(6 * kRate, 16);
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereo);
@@ -171,7 +170,7 @@ TEST_F(Damage, OfOneVorbisPageBecomesSilenceAndTheRestKeepsItsPlace)
     EXPECT_TRUE(std::equal(output.end() - 3 * kRate, output.end(), whole.end() - 3 * kRate));
 }
 
-TEST_F(Damage, OfTheFirstVorbisPageBecomesSilence)
+TEST_F(Damage, DamagedFirstVorbisPageBecomesSilence)
 {
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(6 * kRate, 16));
     const std::string ogg = bytesOf(at("in.ogg"));
@@ -187,7 +186,7 @@ TEST_F(Damage, OfTheFirstVorbisPageBecomesSilence)
     EXPECT_TRUE(std::equal(output.end() - 3 * kRate, output.end(), whole.end() - 3 * kRate));
 }
 
-TEST_F(Damage, OfAShortVorbisFileLosesOnePageOnly)
+TEST_F(Damage, ShortVorbisFileLosesOnlyTheDamagedPage)
 {
     constexpr std::size_t kFrames = 30000;
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kFrames, 16));
@@ -200,12 +199,12 @@ TEST_F(Damage, OfAShortVorbisFileLosesOnePageOnly)
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, static_cast<sf_count_t>(kFrames));
 }
 
-TEST_F(Damage, OfOneMpegHeaderDoesNotEndTheStream)
+TEST_F(Damage, DamagedMpegHeaderDoesNotEndTheStream)
 {
     writeAudio(at("in.mp3"), SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, static_cast<int>(kRate), 2,
                stereoNoise(6 * kRate, 16));
     std::string mpeg = bytesOf(at("in.mp3"));
-    // A header in the middle, with another sample rate.
+    // The damaged header in the middle states another sample rate.
     const std::size_t header = mpeg.find(mpeg.substr(mpeg.find("\xff\xfb", 2000), 2), mpeg.size() / 2);
     mpeg[header + 2] = static_cast<char>(mpeg[header + 2] ^ 0x04);
     writeBytes(at("bad.mp3"), mpeg);
@@ -216,7 +215,7 @@ TEST_F(Damage, OfOneMpegHeaderDoesNotEndTheStream)
     EXPECT_GT(readAudio(at("out.wav")).info.frames, 6 * kRate - 5 * 1152);
 }
 
-TEST_F(Damage, OfFlacThatEndsEarlyIsFoundWithAndWithoutADeclaredLength)
+TEST_F(Damage, CutFlacIsDetectedWithAndWithoutADeclaredLength)
 {
     writeAudio(at("whole.flac"), kFlac16, static_cast<int>(kRate), 2, stereoNoise(4 * kRate, 16));
     const std::string flac = bytesOf(at("whole.flac"));
@@ -231,7 +230,7 @@ TEST_F(Damage, OfFlacThatEndsEarlyIsFoundWithAndWithoutADeclaredLength)
     EXPECT_EQ(tarn({"upmix", "--force", "--strict", "in.flac", "out.wav"}).exitCode, 0) << "complete";
 }
 
-TEST_F(Damage, OfLossyFilesIsFound)
+TEST_F(Damage, CutLossyFilesAreDetected)
 {
     for (const auto& [name, format] : std::vector<std::pair<std::string, int>>{
              {"in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
@@ -247,7 +246,7 @@ TEST_F(Damage, OfLossyFilesIsFound)
     }
 }
 
-TEST_F(Damage, OfOneFileOfManyIsToldByTheExitCode)
+TEST_F(Damage, LossInOneOfManyFilesSetsTheExitCode)
 {
     writeAudio(at("a.wav"), kWave16, static_cast<int>(kRate), 2, stereoNoise(2 * kRate, 16));
     writeAudio(at("b.wav"), kWave16, static_cast<int>(kRate), 2, stereoNoise(2 * kRate, 16));

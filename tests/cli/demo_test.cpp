@@ -1,3 +1,4 @@
+// `tarn demo`: its table and its files.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -23,7 +24,7 @@ namespace
 /// Share of FL, C, FR in percent, then peak of FL, C, FR in dBFS.
 using Row = std::array<double, 6>;
 
-/// The rows of the table by the name of the part.
+/// Rows of the table by source name.
 std::map<std::string, Row> tableOf(const std::string& output)
 {
     std::map<std::string, Row> rows;
@@ -44,7 +45,7 @@ std::map<std::string, Row> tableOf(const std::string& output)
 class Demo : public CommandTest
 {};
 
-TEST_F(Demo, ShowsEveryPartWhereItBelongs)
+TEST_F(Demo, TablePlacesEverySourceCorrectly)
 {
     const Result result = tarn({"demo"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
@@ -64,12 +65,12 @@ TEST_F(Demo, ShowsEveryPartWhereItBelongs)
     EXPECT_TRUE(files().empty());
 }
 
-TEST_F(Demo, IsTheSameEveryTime)
+TEST_F(Demo, OutputIsReproducible)
 {
     EXPECT_EQ(tarn({"demo"}).output, tarn({"demo"}).output);
 }
 
-TEST_F(Demo, WritesTheSceneWithThePeaksOfItsTable)
+TEST_F(Demo, SceneFileHasThePeaksOfTheTable)
 {
     const Result result = tarn({"demo", "--layout", "5.1", "scene.flac"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
@@ -79,7 +80,7 @@ TEST_F(Demo, WritesTheSceneWithThePeaksOfItsTable)
     EXPECT_EQ(scene.info.frames, 48000 * 128 / 10);
     EXPECT_EQ(scene.info.format & SF_FORMAT_SUBMASK, SF_FORMAT_PCM_16);
 
-    // The voice fills the first three seconds; its centre peak in the file is the one in the table.
+    // The voice occupies the first three seconds. Its centre peak in the file equals that in the table.
     std::int64_t peak = 0;
     for (std::size_t i = 0; i < 3 * 48000; ++i) peak = std::max(peak, std::abs(std::int64_t{scene.samples[6 * i + 2]}));
     char expected[16];
@@ -87,7 +88,7 @@ TEST_F(Demo, WritesTheSceneWithThePeaksOfItsTable)
     EXPECT_EQ(tableOf(result.output)["voice in the middle"][4], std::stod(expected));
 }
 
-TEST_F(Demo, NamesTheChannelsOfItsFiles)
+TEST_F(Demo, FilesStateTheirChannels)
 {
     for (const auto& [layout, channels, mask] : {std::tuple("3.0", 3, 0x7u), std::tuple("5.1", 6, 0x3fu)}) {
         for (const std::string name : {"scene.wav", "scene.flac"})
@@ -106,7 +107,7 @@ TEST_F(Demo, NamesTheChannelsOfItsFiles)
     EXPECT_NE(bytesOf(at("scene-stereo.flac")).find("WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x0003"), std::string::npos);
 }
 
-TEST_F(Demo, WritesTheStereoBesideTheSceneThatWasMadeOfIt)
+TEST_F(Demo, WritesTheStereoSourceBesideTheScene)
 {
     for (const std::string extension : {".wav", ".flac"}) {
         const Result result = tarn({"demo", "scene" + extension});
@@ -126,7 +127,7 @@ TEST_F(Demo, WritesTheStereoBesideTheSceneThatWasMadeOfIt)
                                                  "scene.flac", "scene.wav"}));
 }
 
-TEST_F(Demo, LeavesWhatExistsAndWritesNeitherFileWithoutForce)
+TEST_F(Demo, ExistingFileWithoutForceWritesNothing)
 {
     for (const std::string existing : {"scene.wav", "scene-stereo.wav"}) {
         writeBytes(at(existing), "precious");
@@ -140,7 +141,7 @@ TEST_F(Demo, LeavesWhatExistsAndWritesNeitherFileWithoutForce)
     }
 }
 
-TEST_F(Demo, ReplacesBothFilesWithForce)
+TEST_F(Demo, ForceReplacesBothFiles)
 {
     ASSERT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
     const std::string scene = bytesOf(at("scene.wav"));
@@ -153,9 +154,9 @@ TEST_F(Demo, ReplacesBothFilesWithForce)
     EXPECT_EQ(files(), (std::vector<std::string>{"scene-stereo.wav", "scene.wav"}));
 }
 
-TEST_F(Demo, LeavesNeitherFileWhereOneDoesNotFit)
+TEST_F(Demo, FullDiskLeavesNeitherFile)
 {
-    // In blocks of 512 bytes: room for the stereo, 2.5 MB, but not for the scene.
+    // The limit counts blocks of 512 bytes. The stereo of 2.5 MB fits, the scene does not.
     const Result result = shell("ulimit -f 6000; \"$TARN\" demo scene.wav");
     EXPECT_EQ(result.exitCode, 74);
     EXPECT_NE(result.errors.find("scene.wav: writing failed: File too large"), std::string::npos) << result.errors;
@@ -169,7 +170,7 @@ TEST_F(Demo, LeavesNeitherFileWhereOneDoesNotFit)
     EXPECT_EQ(files(), (std::vector<std::string>{"scene-stereo.wav", "scene.wav"}));
 }
 
-TEST_F(Demo, LeavesNeitherFileWhereTheNameOfTheStereoIsTooLong)
+TEST_F(Demo, TooLongStereoNameLeavesNeitherFile)
 {
     const std::string name = std::string(245, 'x') + ".wav";
     const Result result = tarn({"demo", name});
@@ -180,7 +181,7 @@ TEST_F(Demo, LeavesNeitherFileWhereTheNameOfTheStereoIsTooLong)
     EXPECT_TRUE(files().empty());
 }
 
-TEST_F(Demo, RefusesTwoNamesOfOneFile)
+TEST_F(Demo, RefusesOneFileForBothOutputs)
 {
     writeBytes(at("scene.wav"), "precious");
     std::filesystem::create_symlink("scene.wav", at("scene-stereo.wav"));
@@ -191,10 +192,10 @@ TEST_F(Demo, RefusesTwoNamesOfOneFile)
     EXPECT_EQ(bytesOf(at("scene.wav")), "precious");
 }
 
-TEST_F(Demo, LeavesNeitherFileWhereAnotherProgramTakesAName)
+TEST_F(Demo, NameTakenByAnotherProgramLeavesNeitherFile)
 {
     for (const std::string taken : {"scene.wav", "scene-stereo.wav"}) {
-        // The report goes into a pipe that is full: the command waits there, with its files created.
+        // The report goes to a full pipe, so the command blocks there with its files created.
         int output[2];
         ASSERT_EQ(pipe2(output, O_CLOEXEC | O_NONBLOCK), 0);
         const std::string filler(4096, 'x');
@@ -224,7 +225,7 @@ TEST_F(Demo, LeavesNeitherFileWhereAnotherProgramTakesAName)
     }
 }
 
-TEST_F(Demo, ReportsAnOutputThatCannotBeWritten)
+TEST_F(Demo, UnwritableOutputIsReported)
 {
     for (const std::string line : {"\"$TARN\" demo > /dev/full", "\"$TARN\" demo scene.wav > /dev/full"}) {
         const Result result = shell(line);

@@ -1,3 +1,4 @@
+// The expected output of the command, from the engine itself.
 #include "tests/cli/engine_output.h"
 
 #include "host/zrk_tarn_processor.h"
@@ -15,14 +16,14 @@ namespace
 constexpr std::size_t kBlock = 64;
 constexpr std::size_t kDelay = 960;
 
-/// The other set of codes for the same positions.
+/// Channel codes of the other set for the same positions.
 audio_channel_assignment_t codesOf(const std::string& layout)
 {
     if (layout == "slots8") return {{0x8000, 0x10000, 0, 0, 0, 0, 0x40000, 0x80000}};
     return {{0x8000, 0x10000, 0x1000, 0, 0, 0, 0, 0}};
 }
 
-/// Half away from zero, clipped.
+/// Rounds half away from zero and clips.
 std::int64_t rounded(std::int32_t sample, unsigned bits)
 {
     const double scaled = std::round(std::ldexp(sample, static_cast<int>(bits) - 32));

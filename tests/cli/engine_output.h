@@ -1,3 +1,4 @@
+// The expected output of the command, from the engine itself.
 #pragma once
 
 #include "tests/cli/audio_files.h"
@@ -9,7 +10,7 @@
 namespace tarn_cli
 {
 
-/// How the engine is to be run for what the command should give.
+/// Settings of the engine for the expected output.
 struct EngineRun
 {
     std::string layout = "3.0"; ///< 3.0, 5.1 or slots8
@@ -23,10 +24,10 @@ struct EngineRun
 /// Slots of a layout.
 std::size_t slotsOf(const std::string& layout);
 
-/// What the engine makes of stereo, through one call of zrk_tarn_processor_t::process for the whole stream.
+/// Upmixes stereo in one call of zrk_tarn_processor_t::process for the whole stream.
 ///
 /// stereo  left-justified
-/// Returns as many frames of all slots, left-justified: from frame 960 on if they are aligned, else from the first on.
+/// Returns the same number of frames with all slots, left-justified. With alignment it starts at frame 960.
 Samples engineOutput(const Samples& stereo, const EngineRun& run);
 
 } // namespace tarn_cli

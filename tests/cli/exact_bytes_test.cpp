@@ -1,3 +1,4 @@
+// The samples that `tarn upmix` writes equal those of the engine.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -16,7 +17,7 @@ constexpr const char* kMatrix = "# one output of the engine per line\n"
                                 "0 +0.5 -0.125 0.3  # front right\n"
                                 "0.70710678 0.25 0.1 1e-1\n";
 
-/// The same in 28 fraction bits, by hand where it is exact.
+/// The same gains with 28 fraction bits, calculated by hand.
 constexpr std::array<std::array<std::int32_t, 4>, 3> kFixedMatrix{{
     {0x10000000, 0, 0x04000000, -0x08000000},
     {0, 0x08000000, -0x02000000, 80530637},      // 0.3 * 2^28 = 80530636.8
@@ -30,12 +31,12 @@ int subtype(unsigned bits)
 
 } // namespace
 
-/// Layout, width, whether the output is aligned, frames.
+/// Layout, width, alignment on or off, frames.
 class ExactBytes : public CommandTest,
                    public testing::WithParamInterface<std::tuple<std::string, unsigned, bool, std::size_t>>
 {};
 
-TEST_P(ExactBytes, AreThoseOfTheEngine)
+TEST_P(ExactBytes, EqualThoseOfTheEngine)
 {
     const auto [layout, bits, align, frames] = GetParam();
     const Samples stereo = stereoNoise(frames, bits);
@@ -66,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(Command, ExactBytes,
 class UpmixedBytes : public CommandTest
 {};
 
-TEST_F(UpmixedBytes, FollowTheRateAndTheMode)
+TEST_F(UpmixedBytes, DependOnRateAndMode)
 {
     for (const std::uint32_t rate : {32000u, 44100u, 48000u, 64000u, 88200u, 96000u, 192000u}) {
         const Samples stereo = stereoNoise(5000, 16, rate);
@@ -81,7 +82,7 @@ TEST_F(UpmixedBytes, FollowTheRateAndTheMode)
     }
 }
 
-TEST_F(UpmixedBytes, AreTheSameForModesByTheirFormerNumbers)
+TEST_F(UpmixedBytes, AreTheSameForModesByNameAndNumber)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
     for (const auto& [number, name] : {std::pair{"1", "fast"}, std::pair{"2", "calm"}}) {
@@ -91,7 +92,7 @@ TEST_F(UpmixedBytes, AreTheSameForModesByTheirFormerNumbers)
     }
 }
 
-TEST_F(UpmixedBytes, AreTheSameInFlacAndInWave)
+TEST_F(UpmixedBytes, AreTheSameInFlacAndWave)
 {
     const Samples stereo = stereoNoise(10007, 24);
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 96000, 2, stereo);
@@ -102,10 +103,10 @@ TEST_F(UpmixedBytes, AreTheSameInFlacAndInWave)
     }
 }
 
-TEST_F(UpmixedBytes, OfAWiderSourceAreRoundedHalfAwayFromZeroAndClipped)
+TEST_F(UpmixedBytes, WiderSourceIsRoundedHalfAwayFromZeroAndClipped)
 {
     Samples stereo = stereoNoise(5000, 32);
-    // Halves of a 16-bit step on both sides, and what rounds to one above the top.
+    // Positive and negative halves of a 16-bit step, and a sample that rounds above the maximum.
     const Samples special{0x8000, -0x8000, 0x7fff, -0x7fff, 0x7fffffff, -0x7fffffff - 1, 0x7fff8000, 0x7fff7fff};
     std::copy(special.begin(), special.end(), stereo.begin() + 2000);
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_32, 48000, 2, stereo);
@@ -115,7 +116,7 @@ TEST_F(UpmixedBytes, OfAWiderSourceAreRoundedHalfAwayFromZeroAndClipped)
     }
 }
 
-TEST_F(UpmixedBytes, OfANarrowerSourceAreThoseOfItsShiftedSamples)
+TEST_F(UpmixedBytes, NarrowerSourceIsShiftedLeft)
 {
     const Samples stereo = stereoNoise(5000, 16);
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereo);

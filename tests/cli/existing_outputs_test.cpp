@@ -1,11 +1,10 @@
+// `tarn upmix --skip-existing`: which outputs count as complete.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
 #include <nlohmann/json.hpp>
 
 #include <sys/stat.h>
-
-// `tarn upmix --skip-existing`: which outputs count as done.
 
 namespace tarn_cli
 {
@@ -36,7 +35,7 @@ protected:
         return status.st_ino;
     }
 
-    /// Expects that the output as it is counts as done, with or without --force, and stays.
+    /// Expects that the output counts as complete, with or without --force, and is not changed.
     void expectSkipped(const std::string& input, const std::string& output) const
     {
         const ino_t before = inodeOf(output);
@@ -51,7 +50,7 @@ protected:
         }
     }
 
-    /// Expects that the output as it is is refused and named as not complete, and is replaced with --force.
+    /// Expects that the output is refused as incomplete, and is replaced with --force.
     void expectIncomplete(const std::string& output, const std::string& flaw) const
     {
         const std::string before = bytesOf(at(output));
@@ -68,7 +67,7 @@ protected:
     }
 };
 
-TEST_F(ExistingOutputs, ThatAreCompleteAreSkipped)
+TEST_F(ExistingOutputs, CompleteOnesAreSkipped)
 {
     writeFloats(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, 44100, 2, std::vector<float>(100000, 0.1f));
     for (const std::string input : {"in.wav", "in.ogg"}) {
@@ -81,13 +80,13 @@ TEST_F(ExistingOutputs, ThatAreCompleteAreSkipped)
     }
 }
 
-TEST_F(ExistingOutputs, ThatAreNotCompleteAreRefusedOrReplaced)
+TEST_F(ExistingOutputs, IncompleteOnesAreRefusedOrReplaced)
 {
     writeAudio(at("out.wav"), kWave16, 48000, 2, stereoNoise(50000, 16));
     expectIncomplete("out.wav", "it has 2 channels instead of 3");
     writeAudio(at("out.wav"), kWave16, 44100, 3, Samples(3 * 50000));
     expectIncomplete("out.wav", "it has a rate of 44100 Hz instead of 48000 Hz");
-    // A damaged input may lack less than a second.
+    // A loss of less than a second is tolerated for damaged inputs.
     writeAudio(at("out.wav"), kWave16, 48000, 3, Samples(3 * 2000));
     expectIncomplete("out.wav", "it has 2000 frames instead of 50000");
     writeBytes(at("out.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
@@ -103,7 +102,7 @@ TEST_F(ExistingOutputs, ThatAreNotCompleteAreRefusedOrReplaced)
     expectIncomplete("out.flac", "its end is missing");
 }
 
-TEST_F(ExistingOutputs, OfADamagedInputAreComplete)
+TEST_F(ExistingOutputs, OutputOfADamagedInputIsComplete)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(150000, 16));
     std::filesystem::resize_file(at("in.wav"), 44 + 4 * 50000);
@@ -121,7 +120,7 @@ TEST_F(ExistingOutputs, AreRefusedWithoutTheOption)
     EXPECT_NE(result.errors.find("out.wav: exists already"), std::string::npos) << result.errors;
 }
 
-TEST_F(ExistingOutputs, ThatAreTheInputOrNoFilesAreRefusedAsEver)
+TEST_F(ExistingOutputs, InputItselfAndNonFilesAreRefused)
 {
     std::filesystem::create_directory(at("folder.wav"));
     EXPECT_NE(tarn({"upmix", "--skip-existing", "in.wav", "in.wav"}).errors.find("in.wav: is the input file"),
@@ -131,13 +130,13 @@ TEST_F(ExistingOutputs, ThatAreTheInputOrNoFilesAreRefusedAsEver)
     EXPECT_EQ(folder.errors, "tarn: folder.wav: is a folder; type: tarn upmix --output-dir folder.wav in.wav\n");
 }
 
-TEST_F(ExistingOutputs, OfAnInputThatIsMissingAreNotSkipped)
+TEST_F(ExistingOutputs, MissingInputIsAnError)
 {
     ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
     EXPECT_EQ(tarn({"upmix", "--skip-existing", "missing.wav", "out.wav"}).exitCode, 66);
 }
 
-TEST_F(ExistingOutputs, AreNoneWhereStreamsAre)
+TEST_F(ExistingOutputs, SkipExistingIsRefusedForStreams)
 {
     for (const std::vector<std::string>& names : {std::vector<std::string>{"in.wav", "-"}, {"-", "out.wav"}}) {
         const Result result = tarn({"upmix", "--skip-existing", "--raw", "48000:16", names[0], names[1]});
@@ -147,7 +146,7 @@ TEST_F(ExistingOutputs, AreNoneWhereStreamsAre)
     }
 }
 
-TEST_F(ExistingOutputs, OfManyFilesAreCounted)
+TEST_F(ExistingOutputs, SkippedFilesOfABatchAreCounted)
 {
     for (const std::string name : {"b.wav", "c.wav", "d.wav"}) std::filesystem::copy(at("in.wav"), at(name));
     ASSERT_EQ(tarn({"upmix", "--output-dir", "out", "in.wav", "b.wav", "c.wav"}).exitCode, 0);

@@ -1,3 +1,4 @@
+// Cue sheets and application blocks of FLAC inputs.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -5,8 +6,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-// What becomes of the cue sheet and the application blocks of a FLAC file.
 
 namespace tarn_cli
 {
@@ -28,7 +27,7 @@ std::string number(std::uint64_t value, std::size_t bytes)
     return text;
 }
 
-/// A track of a cue sheet with the offsets of its indices, which count from its own.
+/// A track of a cue sheet. The offsets of its indices are relative to the offset of the track.
 std::string track(unsigned trackNumber, std::uint64_t offset, const std::string& isrc, int flags,
                   const std::vector<std::uint64_t>& indices)
 {
@@ -39,7 +38,7 @@ std::string track(unsigned trackNumber, std::uint64_t offset, const std::string&
     return text;
 }
 
-/// A cue sheet that is not of a CD.
+/// A cue sheet that does not describe a CD.
 std::string cueSheet(const std::vector<std::string>& tracks)
 {
     std::string text =
@@ -50,7 +49,7 @@ std::string cueSheet(const std::vector<std::string>& tracks)
 
 } // namespace
 
-/// Metadata blocks behind the first of a FLAC file.
+/// Metadata blocks that follow the first one of a FLAC file.
 class FlacBlocks : public CommandTest
 {
 protected:
@@ -97,7 +96,7 @@ TEST_F(FlacBlocks, AreKeptInFlac)
     EXPECT_EQ(readAudio(at("out.flac")).info.frames, 5000);
 }
 
-TEST_F(FlacBlocks, AreNamedWhereTheOutputIsWave)
+TEST_F(FlacBlocks, AreReportedForWaveOutput)
 {
     write("in.flac", {{kApplication, "testcontents"}, {kCueSheet, sheet}});
     const Result result = tarn({"upmix", "in.flac", "out.wav"});
@@ -107,7 +106,7 @@ TEST_F(FlacBlocks, AreNamedWhereTheOutputIsWave)
             << result.errors;
 }
 
-TEST_F(FlacBlocks, OfPositionsAtAnotherRateAreNamed)
+TEST_F(FlacBlocks, PositionsAreReportedAfterRateConversion)
 {
     write("in.flac", {{kApplication, "testcontents"}, {kCueSheet, sheet}});
     const Result result = tarn({"upmix", "--rate", "44100", "in.flac", "out.flac"});
@@ -118,7 +117,7 @@ TEST_F(FlacBlocks, OfPositionsAtAnotherRateAreNamed)
     EXPECT_EQ(read("out.flac"), (Blocks{{kApplication, "testcontents"}}));
 }
 
-TEST_F(FlacBlocks, OfAnotherContainerAreLeftOut)
+TEST_F(FlacBlocks, BlocksOfAnotherContainerAreLeftOut)
 {
     write("in.flac",
           {{kApplication, "riffRIFF1234WAVE"}, {kApplication, "aiffFORM1234AIFF"}, {kApplication, "w64 riff"}});
@@ -128,7 +127,7 @@ TEST_F(FlacBlocks, OfAnotherContainerAreLeftOut)
     EXPECT_TRUE(read("out.flac").empty());
 }
 
-TEST_F(FlacBlocks, OfUnknownTypesAndTooManyAreNamed)
+TEST_F(FlacBlocks, UnknownAndSurplusBlocksAreReported)
 {
     Blocks blocks(200, {kApplication, "testcontents"});
     blocks.emplace_back(kReserved, "contents");
@@ -142,9 +141,9 @@ TEST_F(FlacBlocks, OfUnknownTypesAndTooManyAreNamed)
             << result.errors;
 }
 
-TEST_F(FlacBlocks, ThatAreDamagedAreNamed)
+TEST_F(FlacBlocks, DamagedBlocksAreReported)
 {
-    // Cut at every length, and with more indices or tracks than there are, and without a track.
+    // Cue sheets cut at every length, with too many declared indices or tracks, and without a track.
     std::vector<std::string> damaged;
     for (std::size_t length = 0; length < sheet.size(); length += 7) damaged.push_back(sheet.substr(0, length));
     damaged.push_back(std::string(sheet).replace(395 + 36, 1, "\xff"));

@@ -1,10 +1,9 @@
+// A preloaded library that makes the disk full for every file that grows beyond 64 KiB.
 #include <cerrno>
 
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-// Preloaded, it makes the disk full for every file that grows beyond 64 KiB.
 
 extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t count)
 {

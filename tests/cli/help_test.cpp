@@ -1,3 +1,4 @@
+// Help texts, version and progress display.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -11,7 +12,7 @@ namespace tarn_cli
 class Help : public CommandTest
 {};
 
-TEST_F(Help, NamesEveryCommandAndExitCode)
+TEST_F(Help, ListsEveryCommandAndExitCode)
 {
     const Result result = tarn({"--help"});
     EXPECT_EQ(result.exitCode, 0);
@@ -21,7 +22,7 @@ TEST_F(Help, NamesEveryCommandAndExitCode)
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 
-TEST_F(Help, OfEveryCommandFitsOnAScreenOf80ColumnsAnd24Lines)
+TEST_F(Help, EveryCommandFits80ColumnsAnd24Lines)
 {
     for (const std::vector<std::string>& command :
          std::vector<std::vector<std::string>>{{"--help"}, {"upmix", "--help"}, {"info", "--help"}, {"demo", "-h"}}) {
@@ -32,7 +33,7 @@ TEST_F(Help, OfEveryCommandFitsOnAScreenOf80ColumnsAnd24Lines)
     }
 }
 
-TEST_F(Help, OfAllNamesEveryOptionIn80Columns)
+TEST_F(Help, HelpAllListsEveryOptionIn80Columns)
 {
     const std::string all = tarn({"upmix", "--help-all"}).output;
     const std::string brief = tarn({"upmix", "--help"}).output;
@@ -52,14 +53,14 @@ TEST_F(Help, OfAllNamesEveryOptionIn80Columns)
     }
 }
 
-TEST_F(Help, SaysTheVersion)
+TEST_F(Help, VersionIsPrinted)
 {
     const Result result = tarn({"--version"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_TRUE(std::regex_match(result.output, std::regex("tarn [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << result.output;
 }
 
-TEST_F(Help, EndsARunWithASummaryAndNoBarWhereThereIsNoTerminal)
+TEST_F(Help, WithoutATerminalOnlyTheSummaryIsPrinted)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(72000, 16));
     const Result result = tarn({"upmix", "in.wav", "out.wav"});
@@ -70,7 +71,7 @@ TEST_F(Help, EndsARunWithASummaryAndNoBarWhereThereIsNoTerminal)
     EXPECT_EQ(result.output, "");
 }
 
-TEST_F(Help, ShowsABarOnATerminalUnlessItIsToBeQuiet)
+TEST_F(Help, ProgressBarIsShownOnATerminalUnlessQuiet)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_32, 192000, 2, stereoNoise(192000 * 20, 24));
     const auto onTerminal = [this](const std::string& options) {

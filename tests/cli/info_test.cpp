@@ -1,3 +1,4 @@
+// `tarn info`: verdicts and figures for synthetic inputs.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -11,8 +12,6 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-
-// `tarn info`: synthetic inputs, the verdict on each, and the figures behind it.
 
 namespace tarn_cli
 {
@@ -30,10 +29,10 @@ std::int32_t sample(double value)
     return static_cast<std::int32_t>(std::lround(value * 0x7fff)) * 0x10000;
 }
 
-/// Stereo of white noise, which the sides share or do not.
+/// Stereo white noise with a shared and an independent part.
 ///
-/// shared  gains of a noise in both sides
-/// own     of the noise that each side has to itself
+/// shared  gains of the shared noise, left and right
+/// own     gains of the independent noise, left and right
 Samples noise(double sharedLeft, double sharedRight, double own)
 {
     std::mt19937 engine(7);
@@ -63,8 +62,8 @@ Samples tone(double hz, double right)
 class Info : public CommandTest
 {
 protected:
-    /// Silence at 32 kHz, 16 bits, that takes no room on the disk and no memory of the test's, which would count as the
-    /// command's: an AU header for the rest of the file.
+    /// Writes a sparse AU file of silence at 32 kHz and 16 bits. It uses neither disk space nor memory of the test,
+    /// which would count as memory of the command.
     void writeSilence(const std::string& name, std::uintmax_t seconds) const
     {
         using namespace std::string_literals;
@@ -72,10 +71,10 @@ protected:
         std::filesystem::resize_file(at(name), 24 + seconds * 32000 * 4);
     }
 
-    /// Far more than can be examined before a signal comes.
+    /// Longer than the command can examine before a signal arrives.
     void writeHours(const std::string& name) const { writeSilence(name, 300 * 3600); }
 
-    /// What --json says of the only input.
+    /// The --json object of the only input.
     Json infoOf(const std::string& name) const
     {
         const Result result = tarn({"info", "--json", name});
@@ -90,7 +89,7 @@ protected:
     }
 };
 
-TEST_F(Info, OfDualMonoSaysThatItGainsNothing)
+TEST_F(Info, DualMonoGainsNothing)
 {
     const Json info = infoOf(noise(1.0, 1.0, 0.0));
     EXPECT_EQ(info["kind"], "dual-mono");
@@ -101,7 +100,7 @@ TEST_F(Info, OfDualMonoSaysThatItGainsNothing)
     for (const Json& band : info["bands"]) EXPECT_EQ(band["correlation"], 1.0) << band;
 }
 
-TEST_F(Info, OfNearlyDualMonoIsTheSameVerdictButNotIdentical)
+TEST_F(Info, NearDualMonoIsDualMonoButNotIdentical)
 {
     const Json info = infoOf(noise(1.0, 1.0, 0.005));
     EXPECT_EQ(info["kind"], "dual-mono");
@@ -109,7 +108,7 @@ TEST_F(Info, OfNearlyDualMonoIsTheSameVerdictButNotIdentical)
     EXPECT_LT(info["overall"]["side_to_mid_db"], -40.0);
 }
 
-TEST_F(Info, OfIndependentNoiseFindsNothingShared)
+TEST_F(Info, IndependentNoiseIsIndependent)
 {
     const Json info = infoOf(noise(0.0, 0.0, 1.0));
     EXPECT_EQ(info["kind"], "independent");
@@ -118,7 +117,7 @@ TEST_F(Info, OfIndependentNoiseFindsNothingShared)
     EXPECT_LT(std::abs(info["overall"]["side_to_mid_db"].get<double>()), 0.2);
 }
 
-TEST_F(Info, OfOppositePhaseAdvisesToInvert)
+TEST_F(Info, OppositePhaseAdvisesInversion)
 {
     const Json info = infoOf(noise(1.0, -1.0, 0.0));
     EXPECT_EQ(info["kind"], "opposite-phase");
@@ -128,7 +127,7 @@ TEST_F(Info, OfOppositePhaseAdvisesToInvert)
     EXPECT_NE(tarn({"info", "--verbose", "in.wav"}).output.find("invert it before upmixing"), std::string::npos);
 }
 
-TEST_F(Info, OfASourceAtOneSideLeavesItThere)
+TEST_F(Info, OneSidedSourceGainsNothing)
 {
     const Json info = infoOf(noise(1.0, 0.0, 0.0));
     EXPECT_EQ(info["kind"], "one-sided");
@@ -138,7 +137,7 @@ TEST_F(Info, OfASourceAtOneSideLeavesItThere)
     EXPECT_EQ(info["overall"]["side_to_mid_db"], 0.0);
 }
 
-TEST_F(Info, OfOneSourceOffTheCentreNamesItsPlace)
+TEST_F(Info, PannedMonoReportsItsPlace)
 {
     const Json info = infoOf(noise(1.0, 0.5, 0.0));
     EXPECT_EQ(info["kind"], "panned-mono");
@@ -146,16 +145,16 @@ TEST_F(Info, OfOneSourceOffTheCentreNamesItsPlace)
     EXPECT_NEAR(info["overall"]["side_to_mid_db"], 20.0 * std::log10(0.5 / 1.5), 0.01);
 }
 
-TEST_F(Info, OfNearMonoIsDualMonoAsWell)
+TEST_F(Info, NoisyMonoIsDualMono)
 {
-    // As a tape of a mono recording: a little noise of its own on either side.
+    // Like a mono recording on tape: each channel has a little independent noise.
     const Json info = infoOf(noise(1.0, 1.0, 0.02));
     EXPECT_EQ(info["kind"], "dual-mono");
     EXPECT_FALSE(info["identical"]);
     EXPECT_GT(info["overall"]["side_to_mid_db"], -40.0);
 }
 
-TEST_F(Info, OfAnOffsetSeesTheSoundOnly)
+TEST_F(Info, DcOffsetIsIgnored)
 {
     Samples samples = noise(0.02, -0.02, 0.0);
     for (std::int32_t& value : samples) value += sample(0.2);
@@ -165,7 +164,7 @@ TEST_F(Info, OfAnOffsetSeesTheSoundOnly)
     EXPECT_EQ(infoOf(Samples(2 * kFrames, sample(0.2)))["kind"], "silence");
 }
 
-TEST_F(Info, OfSilenceHasNothingToUpmix)
+TEST_F(Info, SilenceGainsNothing)
 {
     const Json info = infoOf(Samples(2 * kFrames));
     EXPECT_EQ(info["kind"], "silence");
@@ -179,16 +178,16 @@ TEST_F(Info, OfSilenceHasNothingToUpmix)
     EXPECT_NE(text.output.find("silence: there is nothing to upmix"), std::string::npos) << text.output;
 }
 
-TEST_F(Info, OfStereoWithSomethingInTheMiddleIsWorthIt)
+TEST_F(Info, StereoWithACentredSourceGains)
 {
-    // Shared and own noise of equal energy correlate by a half.
+    // Shared and independent noise of equal energy give a correlation of 0.5.
     const Json info = infoOf(noise(0.7, 0.7, 0.7));
     EXPECT_EQ(info["kind"], "stereo");
     EXPECT_EQ(info["gains"], "yes");
     EXPECT_NEAR(info["overall"]["correlation"], 0.5, 0.02);
 }
 
-TEST_F(Info, BandsShowWhatIsSharedAndWhatIsOpposite)
+TEST_F(Info, BandsShowSharedAndOppositeSound)
 {
     // A shared tone in the octave around 500 Hz and an inverted one around 4 kHz cancel in the overall figure.
     const Samples low = tone(500.0, 1.0);
@@ -209,7 +208,7 @@ TEST_F(Info, BandsShowWhatIsSharedAndWhatIsOpposite)
               std::string::npos);
 }
 
-TEST_F(Info, BandsPassTheirOctaveAtFullLevelAndStopTheNextButOne)
+TEST_F(Info, BandFiltersPassTheirOctaveAndStopTheSecondNext)
 {
     for (const double hz : {62.5, 1000.0, 8000.0}) {
         const Json info = infoOf(tone(hz, 1.0));
@@ -220,7 +219,7 @@ TEST_F(Info, BandsPassTheirOctaveAtFullLevelAndStopTheNextButOne)
                 EXPECT_NEAR(level, -9.03, 0.1) << band;
             }
             if (octaves >= 1.0) {
-                // Near half the sample rate, bands fall off more slowly towards lower frequencies.
+                // Near half the sample rate, the slopes towards lower frequencies are less steep.
                 EXPECT_LT(level, -9.03 - (band["centre_hz"] < 16000.0 ? 18.0 : 12.0)) << band;
             }
             if (octaves >= 2.0) {
@@ -230,7 +229,7 @@ TEST_F(Info, BandsPassTheirOctaveAtFullLevelAndStopTheNextButOne)
     }
 }
 
-TEST_F(Info, SaysWhatTheFileIs)
+TEST_F(Info, DescribesTheFile)
 {
     writeAudio(at("in.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 96000, 2, stereoNoise(12345, 24));
     const Json flac = infoOf("in.flac");
@@ -250,7 +249,7 @@ TEST_F(Info, SaysWhatTheFileIs)
     EXPECT_EQ(ogg["frames"], 12345);
 }
 
-TEST_F(Info, DescribesWhatCannotBeUpmixed)
+TEST_F(Info, DescribesFilesThatCannotBeUpmixed)
 {
     writeAudio(at("mono.wav"), kWave16, 48000, 1, stereoNoise(1000, 16));
     const Json mono = infoOf("mono.wav");
@@ -268,7 +267,7 @@ TEST_F(Info, DescribesWhatCannotBeUpmixed)
     EXPECT_LT(slow["bands"].back()["centre_hz"], 4000.0);
 }
 
-TEST_F(Info, OfManyFilesGoesOnAfterOneThatFails)
+TEST_F(Info, ContinuesAfterAFailedFile)
 {
     writeAudio(at("a.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     writeBytes(at("text.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
@@ -284,7 +283,7 @@ TEST_F(Info, OfManyFilesGoesOnAfterOneThatFails)
     EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
 }
 
-TEST_F(Info, NamesDamageAndReturnsOne)
+TEST_F(Info, DamageIsReportedAndReturnsOne)
 {
     const Samples two = stereoNoise(48000 * 2, 16);
     for (const std::string name : {"whole.wav", "cut.wav", "shorter.wav"}) writeAudio(at(name), kWave16, 48000, 2, two);
@@ -306,7 +305,7 @@ TEST_F(Info, NamesDamageAndReturnsOne)
     EXPECT_EQ(tarn({"info", "--quiet", "cut.wav", "missing.wav"}).exitCode, 66);
 }
 
-TEST_F(Info, PrintsALineForEachFile)
+TEST_F(Info, PrintsOneLinePerFile)
 {
     writeAudio(at("a.wav"), kWave16, 48000, 2, noise(1.0, 1.0, 0.0));
     writeAudio(at("mono.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 44100, 1, stereoNoise(44100 * 40, 24));
@@ -337,7 +336,7 @@ TEST_F(Info, PrintsALineForEachFile)
     EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
 }
 
-TEST_F(Info, NamesOppositeBandsInALineToo)
+TEST_F(Info, LineNamesOppositeBands)
 {
     const Samples low = tone(500.0, 1.0);
     const Samples high = tone(4000.0, -1.0);
@@ -348,13 +347,13 @@ TEST_F(Info, NamesOppositeBandsInALineToo)
               "in.wav     0:01  WAV 16         48 kHz   2 ch  worth upmixing, partly opposite\n");
 }
 
-TEST_F(Info, KeepsTheOrderOfTheInputsAtAnyNumberOfJobs)
+TEST_F(Info, KeepsInputOrderForAnyNumberOfJobs)
 {
     std::vector<std::string> inputs;
     std::string errors;
     for (unsigned i = 0; i < 9; ++i) {
         inputs.push_back("in" + std::to_string(i) + ".wav");
-        // The first takes longest.
+        // The first file takes longest.
         if (i % 4 != 3) writeAudio(at(inputs.back()), kWave16, 48000, 2, stereoNoise(i == 0 ? 2000000 : 5000, 16, i));
         if (i % 4 == 3)
             errors += "tarn: " + inputs.back() +
@@ -376,7 +375,7 @@ TEST_F(Info, KeepsTheOrderOfTheInputsAtAnyNumberOfJobs)
     EXPECT_EQ(tarn({"info", "-j", "0", "in0.wav"}).exitCode, 64);
 }
 
-TEST_F(Info, PrintsALineAsSoonAsItIsReady)
+TEST_F(Info, PrintsEachLineImmediately)
 {
     writeAudio(at("a.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     writeHours("hours.au");
@@ -394,7 +393,7 @@ TEST_F(Info, PrintsALineAsSoonAsItIsReady)
     close(output[0]);
 }
 
-TEST_F(Info, ShowsABarOnATerminalForASingleFile)
+TEST_F(Info, ProgressBarIsShownOnATerminalForASingleFile)
 {
     writeHours("a.au");
     writeHours("b.au");
@@ -407,7 +406,7 @@ TEST_F(Info, ShowsABarOnATerminalForASingleFile)
     EXPECT_EQ(forASecond("--quiet a.au").find("examining"), std::string::npos);
 }
 
-TEST_F(Info, ACrashCostsOneFile)
+TEST_F(Info, CrashFailsOneFileOnly)
 {
     for (const std::string name : {"a.wav", "abort.wav", "b.wav"})
         writeAudio(at(name), kWave16, 48000, 2, stereoNoise(5000, 16));
@@ -423,7 +422,7 @@ TEST_F(Info, ACrashCostsOneFile)
     EXPECT_EQ(files[2]["kind"], "stereo");
 }
 
-TEST_F(Info, OfAnyLengthTakesTheSameMemory)
+TEST_F(Info, MemoryIsIndependentOfLength)
 {
     const auto peakKibibytes = [this](std::size_t seconds) {
         writeSilence("in.au", seconds);
@@ -436,7 +435,7 @@ TEST_F(Info, OfAnyLengthTakesTheSameMemory)
     EXPECT_LT(peakKibibytes(100) - shortFile, 1024);
 }
 
-TEST_F(Info, OnAFullDiskFails)
+TEST_F(Info, FullDiskFails)
 {
     infoOf(noise(1.0, 1.0, 0.0));
     for (const std::string arguments : {"info in.wav", "info --json in.wav", "upmix --quiet --json in.wav out.wav"}) {

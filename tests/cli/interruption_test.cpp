@@ -1,3 +1,4 @@
+// Signals, kills and name conflicts during a run.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -15,7 +16,7 @@
 namespace tarn_cli
 {
 
-/// The command while it waits for more of a stream that goes to a file.
+/// The command while it waits for input and writes to a file.
 class Interruption : public CommandTest
 {
 protected:
@@ -33,7 +34,7 @@ protected:
         CommandTest::TearDown();
     }
 
-    /// Waits until the directory holds a file more than before.
+    /// Waits until the directory has one more file than before.
     bool appears(std::size_t filesBefore) const
     {
         using namespace std::chrono_literals;
@@ -45,7 +46,7 @@ protected:
         return true;
     }
 
-    /// Waits until the directory holds a file whose name begins so.
+    /// Waits until the directory has a file with this name prefix.
     bool appearsNamed(const std::string& begin) const
     {
         using namespace std::chrono_literals;
@@ -58,7 +59,7 @@ protected:
         return false;
     }
 
-    /// Two hours that take no room on the disk: far more than can be upmixed before a signal comes.
+    /// Writes a sparse file of two hours, longer than the command can upmix before a signal arrives.
     void writeHours(const std::string& name) const
     {
         writeAudio(at(name), SF_FORMAT_W64 | SF_FORMAT_PCM_16, 192000, 2, {});
@@ -75,7 +76,7 @@ protected:
     Invocation toFile{.arguments = {"upmix", "--raw", "48000:16", "--force", "-", "out.wav"}};
 };
 
-TEST_F(Interruption, LeavesNothingAndDiesByTheSignal)
+TEST_F(Interruption, LeavesNoFilesAndDiesByTheSignal)
 {
     for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         Process process(toFile, directory, input[0], sink, sink);
@@ -90,7 +91,7 @@ TEST_F(Interruption, LeavesNothingAndDiesByTheSignal)
     }
 }
 
-TEST_F(Interruption, OfAForcedRunLeavesTheOldFile)
+TEST_F(Interruption, ForcedRunLeavesTheOldFile)
 {
     writeBytes(at("out.wav"), "precious");
     Process process(toFile, directory, input[0], sink, sink);
@@ -103,7 +104,7 @@ TEST_F(Interruption, OfAForcedRunLeavesTheOldFile)
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav"}));
 }
 
-TEST_F(Interruption, ReachesARunThatIsBusyWithAFile)
+TEST_F(Interruption, StopsARunBusyWithAFile)
 {
     writeHours("in.w64");
     Process process({.arguments = {"upmix", "in.w64", "out.flac"}}, directory, input[0], sink, sink);
@@ -115,7 +116,7 @@ TEST_F(Interruption, ReachesARunThatIsBusyWithAFile)
     EXPECT_EQ(files(), (std::vector<std::string>{"in.w64"}));
 }
 
-TEST_F(Interruption, OfManyFilesReachesEveryProcess)
+TEST_F(Interruption, BatchStopsEveryProcess)
 {
     const std::vector<std::string> inputs{"a.w64", "b.w64", "c.w64", "d.w64"};
     for (const std::string& name : inputs) writeHours(name);
@@ -131,14 +132,14 @@ TEST_F(Interruption, OfManyFilesReachesEveryProcess)
     }
 }
 
-TEST_F(Interruption, OfManyFilesSaysHowManyAreDoneAndWhichIsMissing)
+TEST_F(Interruption, BatchReportsDoneCountAndFirstMissingFile)
 {
     writeHours("b.w64");
     writeHours("c.w64");
     for (const std::string name : {"a.wav", "d.wav"})
         writeAudio(at(name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
     using Names = std::vector<std::string>;
-    // With two jobs, the last file is done while the first one is still worked on.
+    // With two jobs, the last file is complete while the first is still in work.
     for (const auto& [jobs, inputs, end] : std::vector<std::tuple<std::string, Names, std::string>>{
              {"1", {"a.wav", "b.w64", "c.w64"}, "1 of 3 files done; b.w64 is the first that is missing"},
              {"2", {"b.w64", "d.wav", "c.w64"}, "1 of 3 files done; b.w64 is the first that is missing"}}) {
@@ -164,7 +165,7 @@ TEST_F(Interruption, OfManyFilesSaysHowManyAreDoneAndWhichIsMissing)
     }
 }
 
-TEST_F(Interruption, ByAKillLeavesNoProcess)
+TEST_F(Interruption, KillLeavesNoProcess)
 {
     writeHours("a.w64");
     writeHours("b.w64");
@@ -178,14 +179,14 @@ TEST_F(Interruption, ByAKillLeavesNoProcess)
     Result result;
     process.wait(result);
     EXPECT_EQ(result.signalNumber, SIGKILL);
-    // Its end is reached when the last process that could write to it is gone.
+    // The pipe ends when the last process that holds its write end exits.
     pollfd end{.fd = errors[0], .events = POLLIN, .revents = 0};
     EXPECT_EQ(poll(&end, 1, 10000), 1);
     EXPECT_EQ(end.revents, POLLHUP);
     close(errors[0]);
 }
 
-TEST_F(Interruption, ByAKillLeavesATemporaryFileThatTheNextRunRemoves)
+TEST_F(Interruption, KillLeavesATemporaryFileThatTheNextRunRemoves)
 {
     writeBytes(at("out.wav"), "precious");
     Process process(toFile, directory, input[0], sink, sink);
@@ -202,7 +203,7 @@ TEST_F(Interruption, ByAKillLeavesATemporaryFileThatTheNextRunRemoves)
     EXPECT_EQ(bytesOf(at("out.wav")), "precious");
 }
 
-TEST_F(Interruption, OfOneRunLeavesTheTemporaryFilesOfOthersThatStillWrite)
+TEST_F(Interruption, TemporaryFilesOfActiveRunsAreKept)
 {
     Process process(toFile, directory, input[0], sink, sink);
     const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
@@ -220,7 +221,7 @@ TEST_F(Interruption, OfOneRunLeavesTheTemporaryFilesOfOthersThatStillWrite)
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene-stereo.wav", "scene.wav"}));
 }
 
-TEST_F(Interruption, ReachesARunWhoseReaderStalls)
+TEST_F(Interruption, StopsARunWhoseReaderStalls)
 {
     int output[2];
     ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
@@ -236,7 +237,7 @@ TEST_F(Interruption, ReachesARunWhoseReaderStalls)
     EXPECT_EQ(result.signalNumber, SIGINT);
 }
 
-TEST_F(Interruption, ByAnotherProgramThatTakesTheNameLeavesThatFileAlone)
+TEST_F(Interruption, FileOfAnotherProgramIsNotOverwritten)
 {
     Process process({.arguments = {"upmix", "--raw", "48000:16", "-", "out.wav"}}, directory, input[0], sink, sink);
     ASSERT_TRUE(appears(0));
@@ -252,7 +253,7 @@ TEST_F(Interruption, ByAnotherProgramThatTakesTheNameLeavesThatFileAlone)
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav"}));
 }
 
-TEST_F(Interruption, ByASignalThatTheParentIgnoresIsNone)
+TEST_F(Interruption, IgnoredSignalsStayIgnored)
 {
     std::signal(SIGHUP, SIG_IGN);
     Process process(toFile, directory, input[0], sink, sink);

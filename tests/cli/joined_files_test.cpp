@@ -1,10 +1,9 @@
+// Files of several joined streams, and streams of unknown length.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/ogg_bytes.h"
 
 #include <cmath>
-
-// Files that consist of several streams, one after the other, and streams whose header does not know their length.
 
 namespace tarn_cli
 {
@@ -33,7 +32,7 @@ protected:
         writeBytes(at(name), bytes);
     }
 
-    /// What decoding gives of a file with one stream.
+    /// Decodes a file with one stream.
     std::vector<float> decoded(const std::string& name) const { return readFloats(at(name)); }
 };
 
@@ -48,7 +47,7 @@ TEST_F(JoinedFiles, AreReadToTheEndOfTheLast)
         writeNoise(second, format, 50000, 2);
         join(joined, {first, second});
 
-        // Bypassed, the upmix is the decoded stereo, scaled by one gain.
+        // With --bypass, the output is the decoded stereo, scaled by one gain.
         const Result result = tarn({"upmix", "--force", "--bits", "32", "--bypass", joined, "out.wav"});
         ASSERT_EQ(result.exitCode, 0) << result.errors;
         EXPECT_EQ(result.errors.find("cut short"), std::string::npos) << result.errors;
@@ -68,7 +67,7 @@ TEST_F(JoinedFiles, AreReadToTheEndOfTheLast)
     }
 }
 
-TEST_F(JoinedFiles, WithAnotherRateKeepWhatFitsAndSaySo)
+TEST_F(JoinedFiles, PartsAtAnotherRateAreLeftOutWithAWarning)
 {
     writeNoise("a.ogg", kVorbis, 96000, 1);
     writeNoise("b.ogg", kVorbis, 88200, 2, 44100);
@@ -89,7 +88,7 @@ TEST_F(JoinedFiles, WithAnotherRateKeepWhatFitsAndSaySo)
     EXPECT_NE(slow.errors.find("; 4.000 seconds are missing"), std::string::npos) << slow.errors;
 }
 
-TEST_F(JoinedFiles, WithDeclaredSizesAreReadToTheEndOfTheLast)
+TEST_F(JoinedFiles, DeclaredSizesDoNotEndTheReading)
 {
     constexpr std::size_t kFrames = 20001;
     constexpr int k16 = SF_FORMAT_PCM_16;
@@ -121,7 +120,7 @@ TEST_F(JoinedFiles, WithDeclaredSizesAreReadToTheEndOfTheLast)
     }
 }
 
-TEST_F(JoinedFiles, WithPaddedOddSizesAreReadToTheEnd)
+TEST_F(JoinedFiles, PaddedOddSizesAreReadToTheEnd)
 {
     for (const int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, SF_FORMAT_AIFF | SF_FORMAT_PCM_S8}) {
         writeAudio(at("a"), format, 48000, 1, stereoNoise(10000, 8, 1));
@@ -133,7 +132,7 @@ TEST_F(JoinedFiles, WithPaddedOddSizesAreReadToTheEnd)
     }
 }
 
-TEST_F(JoinedFiles, WithAnotherWidthKeepWhatFitsAndSaySo)
+TEST_F(JoinedFiles, PartsOfAnotherWidthAreLeftOutWithAWarning)
 {
     writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
     writeNoise("b.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 72000, 2);
@@ -144,7 +143,7 @@ TEST_F(JoinedFiles, WithAnotherWidthKeepWhatFitsAndSaySo)
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
 }
 
-TEST_F(JoinedFiles, AreNotSeenInOtherBytesBehindTheDeclaredEnd)
+TEST_F(JoinedFiles, OtherBytesBehindTheDeclaredEndAreNotAudio)
 {
     writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
     for (const std::string& rest :
@@ -156,9 +155,9 @@ TEST_F(JoinedFiles, AreNotSeenInOtherBytesBehindTheDeclaredEnd)
     }
 }
 
-TEST_F(JoinedFiles, OfMpegAudioWithoutAnIndexAreReadToTheEnd)
+TEST_F(JoinedFiles, MpegWithoutAnIndexIsReadToTheEnd)
 {
-    // Quiet, then loud, at a variable bit rate: what the first frames promise is far too short.
+    // Quiet, then loud at a variable bit rate: the length estimated from the first frames is far too short.
     ASSERT_EQ(shell("ffmpeg -v error -f lavfi -i 'sine=d=4:r=44100' -f lavfi -i 'anoisesrc=d=4:r=44100:a=0.3' "
                     "-filter_complex '[0][1]concat=v=0:a=1' -ac 2 -q:a 5 -write_xing 0 in.mp3")
                   .exitCode,
@@ -170,10 +169,10 @@ TEST_F(JoinedFiles, OfMpegAudioWithoutAnIndexAreReadToTheEnd)
     EXPECT_LT(frames, 8 * 44100 + 3 * 1152);
 }
 
-TEST_F(JoinedFiles, OfVorbisWithAudioOnThePageOfItsHeadersLoseNothing)
+TEST_F(JoinedFiles, VorbisAudioOnTheHeaderPageIsKept)
 {
     writeNoise("a.ogg", kVorbis, 60000, 1);
-    // The page of the last header and the first page with audio, made into one: what some encoders write.
+    // Joins the page of the last header with the first audio page, as some encoders do.
     const std::string ogg = bytesOf(at("a.ogg"));
     const std::size_t second = ogg.find("OggS", 4);
     const std::size_t third = ogg.find("OggS", second + 4);
@@ -187,7 +186,7 @@ TEST_F(JoinedFiles, OfVorbisWithAudioOnThePageOfItsHeadersLoseNothing)
     joined += ogg.substr(second + 27 + segments(second), third - second - 27 - segments(second));
     joined += ogg.substr(third + 27 + segments(third), fourth - third - 27 - segments(third));
     std::string bytes = ogg.substr(0, second) + withChecksum(joined);
-    // The pages behind have numbers that are smaller by one.
+    // The numbers of later pages decrease by one.
     for (std::size_t page = fourth; page < ogg.size();) {
         const std::size_t next = std::min(ogg.find("OggS", page + 4), ogg.size());
         std::string moved = ogg.substr(page, next - page);
@@ -203,7 +202,7 @@ TEST_F(JoinedFiles, OfVorbisWithAudioOnThePageOfItsHeadersLoseNothing)
     EXPECT_TRUE(readAudio(at("b.wav")).samples == readAudio(at("a.wav")).samples);
 }
 
-TEST_F(JoinedFiles, OfMpegAudioMakeNoWarningOfTheDecoder)
+TEST_F(JoinedFiles, MpegDecoderWarningsAreNotPrinted)
 {
     writeNoise("a.mp3", kMp3, 60000, 1);
     join("ab.mp3", {"a.mp3", "a.mp3"});

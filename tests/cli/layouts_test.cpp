@@ -1,3 +1,4 @@
+// Channel layouts that the output files declare.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -7,7 +8,7 @@
 namespace tarn_cli
 {
 
-/// Layout, its WAVE channel mask, its name for other programs.
+/// Layout, WAV channel mask, name in ffprobe.
 struct NamedLayout
 {
     std::string option;
@@ -38,7 +39,7 @@ protected:
         ASSERT_EQ(result.exitCode, 0) << result.errors;
     }
 
-    /// What ffprobe says of a file's channels.
+    /// Channel layout that ffprobe reports for a file.
     std::string probed(const std::string& name) const
     {
         const Result result = runIn(
@@ -57,7 +58,7 @@ protected:
     std::size_t channels() const { return GetParam().option == "3.0" ? 3 : GetParam().option == "5.1" ? 6 : 8; }
 };
 
-TEST_P(Layouts, AreMasksOfExtensibleWaveFiles)
+TEST_P(Layouts, WaveFilesHaveTheChannelMask)
 {
     upmix("out.wav");
     const WaveFormat format = waveFormat(at("out.wav"));
@@ -67,7 +68,7 @@ TEST_P(Layouts, AreMasksOfExtensibleWaveFiles)
     EXPECT_EQ(probed("out.wav"), expected(channels()));
 }
 
-TEST_P(Layouts, AreNamedByFlacFiles)
+TEST_P(Layouts, FlacFilesNameTheLayout)
 {
     upmix("out.flac");
     EXPECT_EQ(probed("out.flac"), expected(channels()));

@@ -1,10 +1,9 @@
+// File names with control characters or quotes in messages.
 #include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
 #include <algorithm>
-
-// File names with control characters, which must not reach the terminal.
 
 namespace tarn_cli
 {
@@ -14,8 +13,7 @@ namespace
 
 constexpr int kWave16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
 
-/// An escape sequence, a newline, a tabulator, DEL, C1 in UTF-8 and as a byte, quotes, and what is no control
-/// character.
+/// An escape sequence, a newline, a tab, DEL, C1 in UTF-8 and as a byte, quotes, and ordinary characters.
 const std::string kName = "a\x1b[31m\n'\\\t\x7f\xc2\x9b\x9b\xc3\xa4 b";
 const std::string kShown = "a?[31m?'\\????\xc3\xa4 b";
 
@@ -44,7 +42,7 @@ protected:
     }
 };
 
-TEST_F(Names, AreShownWithoutControlCharacters)
+TEST_F(Names, ControlCharactersAreNotShown)
 {
     const Result single = tarn({"upmix", kName + ".wav", kName + "-out.wav"});
     EXPECT_EQ(single.exitCode, 0);
@@ -80,7 +78,7 @@ TEST_F(Names, AreShownWithoutControlCharacters)
     EXPECT_NE(demo.output.find(kShown + "-demo.wav holds the scene"), std::string::npos) << demo.output;
 }
 
-TEST_F(Names, InASuggestedCommandCanBePasted)
+TEST_F(Names, SuggestedCommandsCanBePasted)
 {
     const std::string name = kName + " six.wav";
     writeAudio(at(name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
@@ -97,7 +95,7 @@ TEST_F(Names, InASuggestedCommandCanBePasted)
             << shell << ": " << quoted;
 }
 
-TEST_F(Names, AreQuotedAsSimplyAsTheyCanBe)
+TEST_F(Names, QuotingIsMinimal)
 {
     EXPECT_EQ(tarn::shellQuoted("a/b-1.wav"), "a/b-1.wav");
     EXPECT_EQ(tarn::shellQuoted("a b.wav"), "'a b.wav'");
@@ -109,13 +107,13 @@ TEST_F(Names, AreQuotedAsSimplyAsTheyCanBe)
               "$'\\2331\xc3\xa4'");
 }
 
-TEST_F(Names, OfEveryCharacterAreShownAsTheyAreOrAsAQuestionMark)
+TEST_F(Names, EveryCharacterIsShownUnchangedOrAsAQuestionMark)
 {
     EXPECT_EQ(tarn::printable("a \xc3\xa4 \xe2\x82\xac \xf0\x9f\x8e\xb5"), "a \xc3\xa4 \xe2\x82\xac \xf0\x9f\x8e\xb5");
     EXPECT_EQ(tarn::printable("\xc2\xa0\xed\x9f\xbf\xf4\x8f\xbf\xbf"), "\xc2\xa0\xed\x9f\xbf\xf4\x8f\xbf\xbf");
     EXPECT_EQ(tarn::printable(std::string("\0\x1f\x7f", 3)), "???");
     EXPECT_EQ(tarn::printable("\xc2\x80x\xc2\x9fx"), "?x?x");
-    // A longer form of a slash, half a pair, too large a number, a character that is cut off, one out of place.
+    // An overlong slash, half a surrogate pair, a code point out of range, a truncated and a misplaced character.
     EXPECT_EQ(tarn::printable("\xc0\xaf"), "??");
     EXPECT_EQ(tarn::printable("\xed\xa0\x80"), "???");
     EXPECT_EQ(tarn::printable("\xf4\x90\x80\x80"), "????");

@@ -1,3 +1,4 @@
+// Splits and joins the pages of Ogg files.
 #include "tests/cli/ogg_bytes.h"
 
 #include <algorithm>

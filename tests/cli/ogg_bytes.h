@@ -1,3 +1,4 @@
+// Splits and joins the pages of Ogg files.
 #pragma once
 
 #include <cstddef>
@@ -7,22 +8,22 @@
 namespace tarn_cli
 {
 
-/// A page of Ogg with its checksum: a CRC of 32 bits that begins with zero, over the page without it.
+/// Sets the checksum of an Ogg page: a 32-bit CRC with initial value 0 over the page with a zero checksum field.
 std::string withChecksum(std::string page);
 
-/// The pages of an Ogg file.
+/// Splits an Ogg file into pages.
 std::vector<std::string> pagesOf(const std::string& ogg);
 
-/// An Ogg file of pages, numbered from 0 and with their checksums.
+/// Joins pages into an Ogg file, with page numbers from 0 and new checksums.
 std::string renumbered(const std::vector<std::string>& pages);
 
-/// The position that a page states.
+/// Granule position of a page.
 std::size_t positionOf(const std::string& page);
 
-/// A page that states another position; its checksum is wrong then.
+/// Replaces the granule position of a page. The checksum becomes invalid.
 std::string withPosition(std::string page, std::size_t position);
 
-/// The same bytes with one bit changed.
+/// Flips one bit.
 std::string withBitFlipped(std::string bytes, std::size_t position);
 
 } // namespace tarn_cli

@@ -1,3 +1,4 @@
+// FLAC and Vorbis in Ogg, and Ogg behind an ID3v2 tag.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/ogg_bytes.h"
@@ -6,8 +7,6 @@
 
 #include <algorithm>
 #include <limits>
-
-// FLAC in Ogg, and Ogg behind an ID3v2 tag.
 
 namespace tarn_cli
 {
@@ -29,7 +28,7 @@ std::string id3v2Tag()
 class Ogg : public CommandTest
 {
 protected:
-    /// Writes noise as Ogg FLAC. Returns it as the command writes it when bypassed.
+    /// Writes noise as Ogg FLAC. Returns the output expected with --bypass.
     Samples writeFlac(const std::string& name, std::size_t frames, unsigned seed = 1) const
     {
         const Samples stereo = stereoNoise(frames, 16, seed);
@@ -41,7 +40,7 @@ protected:
         return expected;
     }
 
-    /// Upmixes a file, bypassed.
+    /// Upmixes a file with --bypass.
     Samples bypassed(const std::string& name, std::string* errors = nullptr, int exitCode = 0) const
     {
         const Result result = tarn({"upmix", "--force", "--bypass", name, "out.wav"});
@@ -63,7 +62,7 @@ TEST_F(Ogg, FlacIsReadExactlyWithItsTags)
     EXPECT_NE(found.dump().find(R"("codec":"FLAC")"), std::string::npos) << found;
 }
 
-TEST_F(Ogg, DamagedPageOfFlacBecomesSilenceAndTheRestKeepsItsPlace)
+TEST_F(Ogg, DamagedFlacPageBecomesSilenceInPlace)
 {
     const Samples whole = writeFlac("in.oga", 6 * kRate);
     std::string ogg = bytesOf(at("in.oga"));
@@ -82,7 +81,7 @@ TEST_F(Ogg, DamagedPageOfFlacBecomesSilenceAndTheRestKeepsItsPlace)
     EXPECT_GT(silent, 0u);
 }
 
-TEST_F(Ogg, FlacThatIsCutIsUpmixedAsFarAsItGoes)
+TEST_F(Ogg, CutFlacIsUpmixedToTheCut)
 {
     const Samples whole = writeFlac("in.oga", 6 * kRate);
     const std::string ogg = bytesOf(at("in.oga"));
@@ -106,9 +105,9 @@ TEST_F(Ogg, ChainedFlacIsReadToTheEndOfTheLast)
     EXPECT_TRUE(bypassed("ab.oga") == expected);
 }
 
-TEST_F(Ogg, PositionsThatGoBackInTheMiddleMoveNothing)
+TEST_F(Ogg, PositionsThatJumpBackMoveNoAudio)
 {
-    constexpr std::size_t kEdit = 5; // the page from which on the positions are too small
+    constexpr std::size_t kEdit = 5; // first page with too small a position
     for (const int codec : {SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) {
         writeAudio(at("in.ogg"), SF_FORMAT_OGG | codec, static_cast<int>(kRate), 2, stereoNoise(6 * kRate + 1, 16));
         const std::size_t size = bypassed("in.ogg").size();
@@ -126,10 +125,10 @@ TEST_F(Ogg, PositionsThatGoBackInTheMiddleMoveNothing)
     }
 }
 
-TEST_F(Ogg, VorbisAtNegativePositionsIsCutOffAndTheRestKeepsItsPlace)
+TEST_F(Ogg, VorbisAtNegativePositionsIsTrimmed)
 {
     constexpr std::size_t kBefore = 1000;
-    constexpr std::size_t kFirst = 2; // page with audio
+    constexpr std::size_t kFirst = 2; // first page with audio
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
     std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
     for (std::size_t i = kFirst; i < pages.size(); ++i)
@@ -137,7 +136,7 @@ TEST_F(Ogg, VorbisAtNegativePositionsIsCutOffAndTheRestKeepsItsPlace)
     std::string cut = renumbered(pages);
     writeBytes(at("cut.ogg"), cut);
     EXPECT_EQ(bypassed("cut.ogg").size(), kSlots * (kRate - kBefore));
-    // The page behind the first one.
+    // The page after the first one.
     std::size_t second = 0;
     for (std::size_t i = 0; i <= kFirst; ++i) second += pages[i].size();
     writeBytes(at("bad.ogg"), withBitFlipped(cut, second + 500));
@@ -146,7 +145,7 @@ TEST_F(Ogg, VorbisAtNegativePositionsIsCutOffAndTheRestKeepsItsPlace)
     EXPECT_NE(errors.find("become silence"), std::string::npos) << errors;
 }
 
-TEST_F(Ogg, VorbisThatBeginsWithAPageOfNegativePositionsIsComplete)
+TEST_F(Ogg, VorbisAfterANegativeFirstPageIsComplete)
 {
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
     std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
@@ -179,7 +178,7 @@ TEST_F(Ogg, ImpossiblePositionIsIgnored)
     }
 }
 
-TEST_F(Ogg, BehindAnId3v2TagIsRead)
+TEST_F(Ogg, StreamBehindAnId3v2TagIsRead)
 {
     const Samples stereo = stereoNoise(60000, 16);
     writeAudio(at("a.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereo);

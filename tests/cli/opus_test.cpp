@@ -1,3 +1,4 @@
+// Ogg Opus: start, end, gain and damaged pages.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/ogg_bytes.h"
@@ -5,8 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-
-// Ogg Opus: where its audio begins and ends, its gain, and pages that are damaged.
 
 namespace tarn_cli
 {
@@ -24,7 +23,7 @@ std::string joined(const std::vector<std::string>& pages)
     return std::accumulate(pages.begin(), pages.end(), std::string());
 }
 
-/// The frames at the start of a stream that are no audio.
+/// Number of pre-skip frames at the start of a stream.
 std::size_t preSkipOf(const std::string& firstPage)
 {
     const std::size_t head = firstPage.find("OpusHead");
@@ -37,7 +36,7 @@ std::size_t preSkipOf(const std::string& firstPage)
 class Opus : public CommandTest
 {
 protected:
-    /// Writes quiet noise, so that no decoding of it is above full scale. Returns its pages.
+    /// Writes noise quiet enough that no decoder exceeds full scale. Returns its pages.
     std::vector<std::string> writeNoise(std::size_t frames, int rate = kRate) const
     {
         std::vector<float> samples;
@@ -47,7 +46,7 @@ protected:
         return pagesOf(bytesOf(at("in.opus")));
     }
 
-    /// Decodes a file of the bytes.
+    /// Decodes these bytes as a file.
     Samples decoded(const std::string& opus, std::string* errors = nullptr, int exitCode = 0) const
     {
         writeBytes(at("some.opus"), opus);
@@ -58,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(Opus, DamagedPageBecomesSilenceAndTheRestKeepsItsPlace)
+TEST_F(Opus, DamagedPageBecomesSilenceInPlace)
 {
     const std::vector<std::string> pages = writeNoise(6 * kRate);
     const Samples whole = decoded(joined(pages));
@@ -80,12 +79,12 @@ TEST_F(Opus, DamagedPageBecomesSilenceAndTheRestKeepsItsPlace)
         };
         EXPECT_TRUE(std::equal(output.begin(), at(output, begin), whole.begin()));
         EXPECT_TRUE(std::all_of(at(output, begin), at(output, end), [](std::int32_t s) { return s == 0; }));
-        // The decoder is in step again after a second.
+        // The decoder has converged again after a second.
         EXPECT_TRUE(std::equal(at(output, end + kRate), output.end(), at(whole, end + kRate)));
     }
 }
 
-TEST_F(Opus, LastPageKeepsItsPlaceBehindADamagedOne)
+TEST_F(Opus, LastPageKeepsItsPlaceBehindADamagedPage)
 {
     std::vector<std::string> pages = writeNoise(6 * kRate);
     const Samples whole = decoded(joined(pages));
@@ -93,7 +92,7 @@ TEST_F(Opus, LastPageKeepsItsPlaceBehindADamagedOne)
     lost = withBitFlipped(lost, lost.size() / 2);
     const Samples output = decoded(joined(pages));
     ASSERT_EQ(output.size(), whole.size());
-    // The decoder comes nearer to what it decodes of the whole file: below -40 dB in the end, above 0 if out of place.
+    // The difference from the complete file converges below -40 dB. Misplaced audio would differ by more than 0 dB.
     double error = 0.0;
     double power = 0.0;
     for (std::size_t i = whole.size() - kSlots * 2400; i < whole.size(); ++i) {
@@ -113,7 +112,7 @@ TEST_F(Opus, DamagedTagsLoseNoAudio)
     EXPECT_NE(errors.find("is cut short or damaged: some of its packets are damaged"), std::string::npos) << errors;
 }
 
-TEST_F(Opus, RecordingThatBeginsLaterHasNoSilenceBeforeIt)
+TEST_F(Opus, LateStartAddsNoSilence)
 {
     std::vector<std::string> pages = writeNoise(6 * kRate);
     const std::size_t before = positionOf(pages[3]);
@@ -124,7 +123,7 @@ TEST_F(Opus, RecordingThatBeginsLaterHasNoSilenceBeforeIt)
     EXPECT_EQ(errors.find("damaged"), std::string::npos) << errors;
 }
 
-TEST_F(Opus, AudioIsAt48KilohertzFromAnySource)
+TEST_F(Opus, AudioIsAlwaysAt48Kilohertz)
 {
     const std::vector<std::string> pages = writeNoise(8000, 8000);
     decoded(joined(pages));
@@ -133,7 +132,7 @@ TEST_F(Opus, AudioIsAt48KilohertzFromAnySource)
     EXPECT_EQ(info.frames, kRate);
 }
 
-TEST_F(Opus, GainOfTheHeaderIsApplied)
+TEST_F(Opus, HeaderGainIsApplied)
 {
     std::vector<std::string> pages = writeNoise(kRate);
     const Samples whole = decoded(joined(pages));
@@ -142,7 +141,7 @@ TEST_F(Opus, GainOfTheHeaderIsApplied)
     pages.front()[gain + 1] = -20; // dB
     const Samples quiet = decoded(renumbered(pages));
     ASSERT_EQ(quiet.size(), whole.size());
-    // libopus applies it in single precision, and both are rounded to 24 bits.
+    // libopus applies the gain in single precision, and both results are rounded to 24 bits.
     for (std::size_t i = 0; i < whole.size(); ++i)
         ASSERT_NEAR(quiet[i], whole[i] * 0.1, 512.0 + std::abs(whole[i]) * 1e-6) << i;
 }

@@ -1,3 +1,4 @@
+// Creating and replacing output files.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -34,7 +35,7 @@ protected:
     using Names = std::vector<std::string>;
 };
 
-TEST_F(OutputFiles, StayAsTheyAreWithoutForce)
+TEST_F(OutputFiles, AreNotReplacedWithoutForce)
 {
     writeBytes(at("out.wav"), "precious");
     expectRefusal(tarn({"upmix", "in.wav", "out.wav"}), 64, "out.wav: exists already");
@@ -43,7 +44,7 @@ TEST_F(OutputFiles, StayAsTheyAreWithoutForce)
     EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
 }
 
-TEST_F(OutputFiles, AreReplacedWithForceAndKeepTheirMode)
+TEST_F(OutputFiles, ForceReplacesThemAndKeepsTheirMode)
 {
     writeBytes(at("out.wav"), "old");
     chmod(at("out.wav").c_str(), 0640);
@@ -53,7 +54,7 @@ TEST_F(OutputFiles, AreReplacedWithForceAndKeepTheirMode)
     EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
 }
 
-TEST_F(OutputFiles, StayAsTheyAreWhenAForcedRunFails)
+TEST_F(OutputFiles, FailedForcedRunLeavesThemUnchanged)
 {
     writeBytes(at("out.wav"), "precious");
     std::filesystem::resize_file(at("in.wav"), 5000);
@@ -62,13 +63,13 @@ TEST_F(OutputFiles, StayAsTheyAreWhenAForcedRunFails)
     EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
 }
 
-TEST_F(OutputFiles, HaveTheModeThatTheUmaskLeaves)
+TEST_F(OutputFiles, ModeFollowsTheUmask)
 {
     ASSERT_EQ(shell("umask 027; \"$TARN\" upmix in.wav out.wav").exitCode, 0);
     EXPECT_EQ(modeOf("out.wav"), 0640u);
 }
 
-TEST_F(OutputFiles, AreNeverTheInput)
+TEST_F(OutputFiles, InputIsRefusedAsOutput)
 {
     const std::string before = bytesOf(at("in.wav"));
     std::filesystem::create_hard_link(at("in.wav"), at("hard.wav"));
@@ -84,7 +85,7 @@ TEST_F(OutputFiles, AreNeverTheInput)
     EXPECT_EQ(files(), (Names{"hard.wav", "in.wav", "soft.wav"}));
 }
 
-TEST_F(OutputFiles, AreNeverDevicesOrDirectories)
+TEST_F(OutputFiles, DevicesAndDirectoriesAreRefused)
 {
     std::filesystem::create_symlink("/dev/null", at("null.wav"));
     std::filesystem::create_directory(at("folder.wav"));
@@ -100,7 +101,7 @@ TEST_F(OutputFiles, AreNeverDevicesOrDirectories)
     EXPECT_EQ(files(), (Names{"broken.wav", "folder.wav", "in.wav", "null.wav"}));
 }
 
-TEST_F(OutputFiles, BehindALinkAreReplacedAndTheLinkStays)
+TEST_F(OutputFiles, LinkTargetIsReplacedAndTheLinkStays)
 {
     std::filesystem::create_directory(at("folder"));
     writeBytes(at("folder/real.wav"), "old");
@@ -111,9 +112,9 @@ TEST_F(OutputFiles, BehindALinkAreReplacedAndTheLinkStays)
     EXPECT_EQ(files(), (Names{"folder", "in.wav", "link.wav"}));
 }
 
-TEST_F(OutputFiles, ThatDoNotFitOnTheDiskAreReportedAndRemoved)
+TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
 {
-    // A limit of 1 or 8 blocks of 512 bytes: reached while writing, or, by a short FLAC file, when it is closed.
+    // With a limit of 1 or 8 blocks of 512 bytes, writing fails, or closing in the case of a short FLAC file.
     writeAudio(at("short.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
     for (const std::string line :
          {"ulimit -f 8; \"$TARN\" upmix in.wav out.wav", "ulimit -f 8; \"$TARN\" upmix in.wav out.flac",
@@ -125,7 +126,7 @@ TEST_F(OutputFiles, ThatDoNotFitOnTheDiskAreReportedAndRemoved)
     }
 }
 
-TEST_F(OutputFiles, TakeInNoMessagesWhereStandardStreamsAreClosed)
+TEST_F(OutputFiles, ClosedStandardStreamsWriteNoMessagesIntoThem)
 {
     ASSERT_EQ(tarn({"upmix", "in.wav", "open.wav"}).exitCode, 0);
     ASSERT_EQ(shell("\"$TARN\" upmix in.wav closed.wav 0<&- 1>&- 2>&-").exitCode, 0);
@@ -135,7 +136,7 @@ TEST_F(OutputFiles, TakeInNoMessagesWhereStandardStreamsAreClosed)
     EXPECT_EQ(files(), (Names{"closed.wav", "in.wav", "open.wav"}));
 }
 
-TEST_F(OutputFiles, NeverReplaceTheRemapFile)
+TEST_F(OutputFiles, RemapFileIsNeverReplaced)
 {
     const std::string matrix = "1 0 0 0\n0 1 0 0\n0 0 1 0\n";
     std::ofstream(at("matrix.wav")) << matrix;
@@ -146,7 +147,7 @@ TEST_F(OutputFiles, NeverReplaceTheRemapFile)
     EXPECT_EQ(bytesOf(at("matrix.wav")), matrix);
 }
 
-TEST_F(OutputFiles, OfAnyNameAreWritten)
+TEST_F(OutputFiles, AnyFileNameIsWritten)
 {
     const std::string longest = std::string(251, 'x') + ".wav";
     std::string longestOfTwoBytes = "x";
@@ -160,9 +161,9 @@ TEST_F(OutputFiles, OfAnyNameAreWritten)
     }
 }
 
-TEST_F(OutputFiles, WithANameThatIsTooLongAreRefusedBeforeTheWork)
+TEST_F(OutputFiles, TooLongNamesAreRefusedBeforeProcessing)
 {
-    // The input of the second run would have to be read before anything could be found wrong with the name.
+    // The input of the second run never ends, so the name must be checked before the input is read.
     const std::string tooLong = std::string(252, 'x') + ".wav";
     const std::string message = ": the name has 256 bytes, and . takes names of 255 at most; choose a shorter name";
     expectRefusal(tarn({"upmix", "in.wav", tooLong}), 73, tooLong + message);
@@ -171,7 +172,7 @@ TEST_F(OutputFiles, WithANameThatIsTooLongAreRefusedBeforeTheWork)
     EXPECT_EQ(files(), Names{"in.wav"});
 }
 
-TEST_F(OutputFiles, OfARunThatWasKilledAreRemovedAndNothingElse)
+TEST_F(OutputFiles, OnlyFilesOfKilledRunsAreRemoved)
 {
     const std::string left = ".song-3.0.wav.tarn-a1B2c3";
     writeBytes(at(left), "half");
@@ -191,9 +192,9 @@ TEST_F(OutputFiles, OfARunThatWasKilledAreRemovedAndNothingElse)
     EXPECT_EQ(files(), expected);
 }
 
-TEST_F(OutputFiles, OfManyRunsAtTheSameTimeAreAllWritten)
+TEST_F(OutputFiles, ConcurrentRunsAllWriteTheirFiles)
 {
-    // Every run looks for what others have left while they create and rename theirs.
+    // Every run searches for stale files while the others create and rename theirs.
     const Result result = shell("for i in $(seq 60); do \"$TARN\" upmix --quiet in.wav out$i.wav & done; wait");
     EXPECT_EQ(result.errors, "");
     EXPECT_EQ(files().size(), 61u);

@@ -1,8 +1,7 @@
+// Audio files as input through pipes.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
-
-// Audio files that come through pipes.
 
 namespace tarn_cli
 {
@@ -17,7 +16,7 @@ protected:
         ASSERT_EQ(tarn({"upmix", "in.wav", "expected.wav"}).exitCode, 0);
     }
 
-    /// Runs a line of bash and expects out.wav to have the bytes of expected.wav, or of another file.
+    /// Runs a bash command line and expects that out.wav equals expected.wav or another file.
     void expectUpmix(const std::string& line, const std::string& expected = "expected.wav") const
     {
         const Result result =
@@ -30,7 +29,7 @@ protected:
     const Samples stereo = stereoNoise(30000, 16);
 };
 
-TEST_F(Pipes, OfEveryKindAreRead)
+TEST_F(Pipes, EveryKindOfPipeIsRead)
 {
     expectUpmix("cat in.wav | \"$TARN\" upmix - out.wav");
     expectUpmix("cat in.wav | \"$TARN\" upmix /dev/stdin out.wav");
@@ -40,7 +39,7 @@ TEST_F(Pipes, OfEveryKindAreRead)
     expectUpmix("(head -c 1000 in.wav; sleep 0.2; tail -c +1001 in.wav) | \"$TARN\" upmix - out.wav");
 }
 
-TEST_F(Pipes, OfEveryContainerAreRead)
+TEST_F(Pipes, EveryContainerIsRead)
 {
     for (const auto& [name, format] : std::vector<std::pair<std::string, int>>{
              {"in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
@@ -54,18 +53,18 @@ TEST_F(Pipes, OfEveryContainerAreRead)
     }
 }
 
-TEST_F(Pipes, FromProgramsThatCannotKnowTheLengthAreReadToTheEnd)
+TEST_F(Pipes, UnknownLengthIsReadToTheEnd)
 {
     expectUpmix("ffmpeg -v error -i in.wav -bitexact -f wav - | \"$TARN\" upmix - out.wav");
 }
 
-TEST_F(Pipes, CanBeReadTwice)
+TEST_F(Pipes, InputCanBeReadTwice)
 {
     const Result result = shell("cat in.wav | \"$TARN\" upmix --loudness-match - out.wav");
     EXPECT_EQ(result.exitCode, 0) << result.errors;
 }
 
-TEST_F(Pipes, WhoseWriterStopsMidwayAreTold)
+TEST_F(Pipes, StoppedWriterIsReported)
 {
     const Result result = shell("head -c 100000 in.wav | \"$TARN\" upmix - out.wav");
     EXPECT_NE(
@@ -77,7 +76,7 @@ TEST_F(Pipes, WhoseWriterStopsMidwayAreTold)
     EXPECT_FALSE(std::filesystem::exists(at("strict.wav")));
 }
 
-TEST_F(Pipes, ThatCannotBeStoredAreReported)
+TEST_F(Pipes, StorageFailureIsReported)
 {
     const Result result = shell("cat in.wav | TMPDIR=/proc/self \"$TARN\" upmix - out.wav");
     EXPECT_EQ(result.exitCode, 74);
@@ -85,7 +84,7 @@ TEST_F(Pipes, ThatCannotBeStoredAreReported)
     EXPECT_FALSE(std::filesystem::exists(at("out.wav")));
 }
 
-TEST_F(Pipes, OfATerminalAreRefused)
+TEST_F(Pipes, TerminalIsRefused)
 {
     const Result result = runIn(
         directory, {.arguments = {"-qec", "'" TARN_COMMAND "' upmix - out.wav", "/dev/null"}, .program = "script"});

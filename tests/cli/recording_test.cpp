@@ -1,3 +1,4 @@
+// A real recording, upmixed to 3.0 and 5.1 and compared with the engine.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -8,8 +9,8 @@ namespace tarn_cli
 namespace
 {
 
-/// A guitar chord, ten seconds: most of it in the middle, with an eighth of that energy in the difference of its sides,
-/// so that all three outputs have something to do. Its length is no multiple of a block. Debian: sonic-pi-samples, CC0.
+/// A guitar chord of ten seconds. Most of it is centred; the side signal has an eighth of the energy of the mid signal,
+/// so all three outputs are active. Its length is not a multiple of a block. Debian: sonic-pi-samples, CC0.
 constexpr const char* kRecording = "/usr/share/sonic-pi/samples/guit_em9.flac";
 
 } // namespace

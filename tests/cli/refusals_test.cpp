@@ -1,10 +1,11 @@
+// Inputs and options that are refused: exit code, message, no file left.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
 namespace tarn_cli
 {
 
-/// Runs that are refused: the exit code, what the message says, and that no file is left.
+/// Checks of refused runs: exit code, message, no file left.
 class Refusals : public CommandTest
 {
 protected:
@@ -32,7 +33,7 @@ protected:
     void cut(const std::string& name, std::uintmax_t bytes) const { std::filesystem::resize_file(at(name), bytes); }
 };
 
-TEST_F(Refusals, OfInputsThatCannotBeOpened)
+TEST_F(Refusals, InputsThatCannotBeOpened)
 {
     expectBadInput("missing.wav", 66, "cannot be opened: No such file or directory");
     std::filesystem::create_directory(at("folder"));
@@ -40,7 +41,7 @@ TEST_F(Refusals, OfInputsThatCannotBeOpened)
     expectBadInput("/dev/null", 65, "is empty, 0 bytes");
 }
 
-TEST_F(Refusals, OfFoldersSayWhatToType)
+TEST_F(Refusals, FoldersSuggestACommand)
 {
     writeStereo("in.wav");
     std::filesystem::create_directories(at("my music"));
@@ -61,7 +62,7 @@ TEST_F(Refusals, OfFoldersSayWhatToType)
                  "my music/: is a folder; to examine the files in it, type: tarn info 'my music/'*");
 }
 
-TEST_F(Refusals, OfValuesNameOptionValueRangeAndAnExample)
+TEST_F(Refusals, BadValuesNameOptionRangeAndExample)
 {
     writeStereo("in.wav");
     const auto expectValue = [this](const std::string& option, const std::string& value, const std::string& text) {
@@ -84,7 +85,7 @@ TEST_F(Refusals, OfValuesNameOptionValueRangeAndAnExample)
     expectValue("--format", "mp3", "wav or flac; write for example --format flac");
 }
 
-TEST_F(Refusals, OfInputsThatAreNoAudio)
+TEST_F(Refusals, InputsWithoutAudio)
 {
     writeBytes(at("empty.wav"), "");
     expectBadInput("empty.wav", 65, "is empty, 0 bytes");
@@ -95,7 +96,7 @@ TEST_F(Refusals, OfInputsThatAreNoAudio)
     expectBadInput("header.wav", 65, "is not an audio file that can be read");
 }
 
-TEST_F(Refusals, OfHeadersWithoutFrames)
+TEST_F(Refusals, HeadersWithoutFrames)
 {
     writeAudio(at("none.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, {});
     expectBadInput("none.wav", 65, "holds no audio: 0 frames");
@@ -105,7 +106,7 @@ TEST_F(Refusals, OfHeadersWithoutFrames)
     expectBadInput("float.wav", 65, "holds no audio: 0 frames");
 }
 
-TEST_F(Refusals, OfMultichannelFilesSayHowToMakeStereo)
+TEST_F(Refusals, MultichannelFilesSuggestADownmix)
 {
     writeAudio(at("my six.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 6, stereoNoise(3000, 16));
     expectBadInput("my six.wav", 65,
@@ -113,7 +114,7 @@ TEST_F(Refusals, OfMultichannelFilesSayHowToMakeStereo)
                    "ffmpeg -i 'my six.wav' -ac 2 stereo.wav\n");
 }
 
-TEST_F(Refusals, OfRatesThatAreNotOfSound)
+TEST_F(Refusals, RatesOutOfRange)
 {
     for (const int rate : {1, 3999, 768001}) {
         writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, 2, stereoNoise(1000, 16));
@@ -122,7 +123,7 @@ TEST_F(Refusals, OfRatesThatAreNotOfSound)
     }
 }
 
-TEST_F(Refusals, OfOutputsThatCannotBeCreated)
+TEST_F(Refusals, OutputsThatCannotBeCreated)
 {
     writeStereo("in.wav");
     expectRefusal({"upmix", "in.wav", "missing/out.wav"}, 73, "cannot create a file in missing: No such file");
@@ -133,7 +134,7 @@ TEST_F(Refusals, OfOutputsThatCannotBeCreated)
     expectRefusal({"demo", "out.mp3"}, 64, "end the name in .wav or .flac");
 }
 
-TEST_F(Refusals, OfOptionsThatDoNotFit)
+TEST_F(Refusals, ConflictingOptions)
 {
     writeStereo("in.wav");
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
@@ -160,7 +161,7 @@ TEST_F(Refusals, OfOptionsThatDoNotFit)
     expectRefusal({"upmix", "--raw", "48000:16", "--bits", "24", "in.wav", "-"}, 64, "contradicts --raw 48000:16");
 }
 
-TEST_F(Refusals, OfRemapFilesNameTheLine)
+TEST_F(Refusals, BadRemapFilesNameTheLine)
 {
     writeStereo("in.wav");
     const auto expectBadMatrix = [this](const std::string& text, int code, const std::string& message) {
@@ -181,7 +182,7 @@ TEST_F(Refusals, OfRemapFilesNameTheLine)
     expectBadMatrix("1 0 0 7.9999999999\n", 65, "gain 7.9999999999 is out of range");
     expectBadMatrix("1 0 0 -8.1\n", 65, "gain -8.1 is out of range");
     expectBadMatrix("1 0 0 1e999\n", 65, "gain 1e999 is out of range");
-    // What a file holds is shown as plain text, and not at any length.
+    // Contents of the file are quoted as plain text of limited length.
     expectBadMatrix("1 0 0 \x1b[31m\xc2\x9b\x7f\n", 65, "m.txt: line 1: '?[31m\?\?\?' is not a decimal number");
     expectBadMatrix(std::string(60000, '7') + "\n", 65, "1 gains; a row has 4");
     expectBadMatrix("1 0 0 " + std::string(60000, 'x') + "\n", 65,
@@ -196,7 +197,7 @@ TEST_F(Refusals, OfRemapFilesNameTheLine)
                   "none.txt: the remap file cannot be opened: No such file");
 }
 
-TEST_F(Refusals, DoNotMeetMatricesThatMayWrapWhichAreNoted)
+TEST_F(Refusals, MatricesThatMayWrapAreNotedAndAccepted)
 {
     writeStereo("in.wav");
     writeBytes(at("m.txt"), "-8 0 0.5 0\n0 1 -0.5 0\n0 0 0.25 7.99\n");

@@ -1,3 +1,4 @@
+// `tarn upmix --layout slots8`: slots of the matrix, and samples that wrap in it.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -10,8 +11,6 @@
 #include <cstdlib>
 #include <map>
 #include <sstream>
-
-// The matrix of `tarn upmix --layout slots8`: which slots it mixes into, and the samples that wrap around in it.
 
 namespace tarn_cli
 {
@@ -28,7 +27,7 @@ constexpr std::size_t kFrames = 20000;
 constexpr double kUnity = 0x1p28;
 constexpr std::array<std::size_t, 4> kColumnSlots{0, 1, 6, 7};
 
-/// Gains that are exact in 28 fraction bits, as text and as they are.
+/// Gains that are exact with 28 fraction bits, as text and as numbers.
 struct Gains
 {
     explicit Gains(const std::string& rows) : text(rows)
@@ -51,7 +50,7 @@ int subtype(unsigned bits)
     return bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32;
 }
 
-/// The sums of a matrix over the engine's three outputs, which are left-justified, at the scale of the samples.
+/// Sums of a matrix over the three left-justified outputs of the engine, at the scale of the samples.
 struct Sums
 {
     Sums(const Samples& plain, unsigned width, const Matrix& matrix) : bits(width)
@@ -64,7 +63,7 @@ struct Sums
             }
     }
 
-    /// What of a sum a sample of the width holds, left-justified.
+    /// The low bits of a sum that a sample of the width stores, left-justified.
     std::int32_t stored(std::int64_t sum) const
     {
         const std::uint64_t low = static_cast<std::uint64_t>(sum) & ((std::uint64_t{1} << bits) - 1);
@@ -81,7 +80,7 @@ struct Sums
 
     std::size_t wrapped() const { return wrapped(0) + wrapped(1) + wrapped(2) + wrapped(3); }
 
-    /// The largest magnitude of a column's sums, in units of full scale.
+    /// Largest magnitude of the sums of a column, relative to full scale.
     double largest(std::size_t c) const
     {
         std::int64_t magnitude = 0;
@@ -110,7 +109,7 @@ protected:
     Samples writeInput(unsigned bits) const
     {
         Samples stereo = stereoNoise(kFrames, bits);
-        // Squares of full scale on both sides, which drive the centre beyond it, then left, then right.
+        // Full-scale square waves: in both channels, which drives the centre beyond full scale, then left, then right.
         for (std::size_t frame = 2000; frame < 14000; ++frame) {
             const std::int32_t square = frame / 200 % 2 == 0 ? INT32_MIN : INT32_MAX;
             stereo[2 * frame] = frame < 10000 ? square : 0;
@@ -144,7 +143,7 @@ protected:
         return report;
     }
 
-    /// The slots of the output that carry something, by name and as left-justified samples.
+    /// The active slots of the output, by name, as left-justified samples.
     std::map<std::string, Samples> outputSlots() const
     {
         const std::vector<std::string> names{"FL", "FR", "FC", "LFE", "BL", "BR", "SL", "SR"};
@@ -160,8 +159,8 @@ protected:
     }
 };
 
-/// The counts depend on the engine's outputs being the same on both paths: every stored sample shows that they are.
-TEST_F(Remap, CountsTheSumsThatDoNotFitIntoASampleInEveryWidth)
+/// The counts require equal engine outputs on both paths, so every stored sample is compared.
+TEST_F(Remap, CountsWrappedSumsInEveryWidth)
 {
     const Gains gains("2.25 0.25 0 -8\n0.5 -1.75 -0.5 -8\n0.25 0.125 1.5 7.75\n");
     for (const unsigned bits : {16u, 24u, 32u}) {
@@ -185,7 +184,7 @@ TEST_F(Remap, CountsTheSumsThatDoNotFitIntoASampleInEveryWidth)
     }
 }
 
-TEST_F(Remap, SaysHowManyWrappedAndWhichGainsAvoidIt)
+TEST_F(Remap, NoteGivesWrappedCountAndSafeGains)
 {
     const Samples plain = engineOutput(writeInput(16), {});
     const Gains gains("1 0 0.75 0\n0 0.5 0.75 0\n0 0 0.75 0.5\n");
@@ -206,7 +205,7 @@ TEST_F(Remap, SaysHowManyWrappedAndWhichGainsAvoidIt)
               0);
 }
 
-TEST_F(Remap, NamesEveryColumnThatWrapped)
+TEST_F(Remap, NoteNamesEveryWrappedColumn)
 {
     const Samples plain = engineOutput(writeInput(16), {});
     const Gains gains("0 0 0 0\n0 1 0 0\n2 0 0 4\n");
@@ -216,7 +215,7 @@ TEST_F(Remap, NamesEveryColumnThatWrapped)
     const Result result = upmix("FC BL SR LFE\n" + gains.text, {});
     EXPECT_NE(result.errors.find("m.txt: the gains of column 1 (FC) sum to 2 in magnitude"), std::string::npos)
         << result.errors;
-    // Not 0.5 and 0.25: the factors leave room for the rounding of the gains.
+    // The factors are slightly below 0.5 and 0.25 to allow for the rounding of the gains.
     EXPECT_NE(
         result.errors.find(std::to_string(sums.wrapped()) +
                            " samples wrapped around; the loudest sample of the mix is 4 times full scale: multiply "
@@ -225,7 +224,7 @@ TEST_F(Remap, NamesEveryColumnThatWrapped)
         << result.errors;
 }
 
-TEST_F(Remap, FindsThatAGainOfMinusOneWrapsTheSmallestSample)
+TEST_F(Remap, GainOfMinusOneWrapsTheSmallestSample)
 {
     const Samples plain = engineOutput(writeInput(16), {});
     std::size_t smallest = 0;
@@ -240,7 +239,7 @@ TEST_F(Remap, FindsThatAGainOfMinusOneWrapsTheSmallestSample)
         << result.errors;
 }
 
-TEST_F(Remap, WarnsOfWrappedSamplesInSpiteOfQuiet)
+TEST_F(Remap, WrappedSamplesAreReportedWithQuiet)
 {
     const Gains gains("4 0 0 0\n0 1 0 0\n0 0 1 0\n");
     const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
@@ -254,7 +253,7 @@ TEST_F(Remap, WarnsOfWrappedSamplesInSpiteOfQuiet)
     EXPECT_EQ(upmix(gains.text, {"--quiet"}).errors, "");
 }
 
-TEST_F(Remap, CountsBeforeTheGain)
+TEST_F(Remap, WrappedSamplesAreCountedBeforeTheGain)
 {
     const Gains gains("1 0 0.75 0\n0 0.5 0.75 0\n0 0 0.75 0.5\n");
     const Sums sums(engineOutput(writeInput(24), {.bits = 24}), 24, gains.fixed);
@@ -263,9 +262,9 @@ TEST_F(Remap, CountsBeforeTheGain)
     EXPECT_EQ(reportOf(gains.text, {"--loudness-match"})["wrapped_samples"], sums.wrapped());
 }
 
-TEST_F(Remap, CountsOverAllFrames)
+TEST_F(Remap, WrappedSamplesAreCountedOverAllFrames)
 {
-    // One block and a piece, from a pipe: what wraps lies in the engine's tail.
+    // One block and a partial one from a pipe: the samples that wrap are in the tail of the engine.
     const Gains gains("2 0 0 0\n0 2 0 0\n0 0 2 0\n");
     const Samples stereo(2 * 100, INT32_MIN);
     const Sums sums(engineOutput(stereo, {}), 16, gains.fixed);
@@ -277,7 +276,7 @@ TEST_F(Remap, CountsOverAllFrames)
     EXPECT_EQ(Json::parse(result.output)["wrapped_samples"], sums.wrapped());
 }
 
-TEST_F(Remap, SaysThatNothingWrappedWhereItCould)
+TEST_F(Remap, ZeroCountIsReportedWhereSamplesCouldWrap)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, Samples(4000, 0x100000));
     const Result result = upmix("1 0 1 0\n0 1 1 0\n0 0 1 1\n", {});
@@ -287,7 +286,7 @@ TEST_F(Remap, SaysThatNothingWrappedWhereItCould)
         << result.errors;
 }
 
-TEST_F(Remap, CountsNothingWhereNothingCanWrap)
+TEST_F(Remap, NothingIsReportedWhereNothingCanWrap)
 {
     writeInput(16);
     const std::string unity = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";
@@ -300,7 +299,7 @@ TEST_F(Remap, CountsNothingWhereNothingCanWrap)
     EXPECT_FALSE(Json::parse(other.output).contains("wrapped_samples"));
 }
 
-TEST_F(Remap, CountsEveryFileOfMany)
+TEST_F(Remap, BatchCountsEveryFile)
 {
     const Gains gains("2 0 0 0\n0 1 0 0\n0 0 1 0\n");
     const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
@@ -314,7 +313,7 @@ TEST_F(Remap, CountsEveryFileOfMany)
     EXPECT_EQ(files[1]["wrapped_samples"], 0);
 }
 
-TEST_F(Remap, MixesIntoTheSlotsThatTheFileNames)
+TEST_F(Remap, MixesIntoTheNamedSlots)
 {
     writeInput(16);
     const std::string rows = "0.5 0 0.25 0.125\n0 0.5 0.125 0.25\n0.5 0.25 0.25 0.5\n";
@@ -334,7 +333,7 @@ TEST_F(Remap, MixesIntoTheSlotsThatTheFileNames)
     }
 }
 
-TEST_F(Remap, TakesSlotNamesInSmallLettersAndAByteOrderMark)
+TEST_F(Remap, LowerCaseSlotNamesAndByteOrderMarkAreAccepted)
 {
     writeInput(16);
     const std::string rows = "0.5 0 0.25 0.125\n0 0.5 0.125 0.25\n0.5 0.25 0.25 0.5\n";
@@ -353,7 +352,7 @@ TEST_F(Remap, TakesSlotNamesInSmallLettersAndAByteOrderMark)
     EXPECT_TRUE(outputSlots() == standard);
 }
 
-TEST_F(Remap, BypassedLeavesTheStereoInFrontForAnySlotNames)
+TEST_F(Remap, BypassKeepsStereoInFrontForAnySlotNames)
 {
     const Samples stereo = writeInput(16);
     upmix("FC LFE FR BL\n1 0 0 0\n0 1 0 0\n0 0 1 0\n", {"--bypass"});
@@ -362,7 +361,7 @@ TEST_F(Remap, BypassedLeavesTheStereoInFrontForAnySlotNames)
     EXPECT_TRUE(outputSlots() == expected);
 }
 
-TEST_F(Remap, RefusesWrongSlotNamesAndNamesTheLine)
+TEST_F(Remap, BadSlotNamesAreRefusedWithTheLine)
 {
     writeInput(16);
     const std::string rows = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";

@@ -1,3 +1,4 @@
+// Report, gain, loudness match and bypass of `tarn upmix`.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -6,8 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-
-// The report, gain, loudness and bypass of `tarn upmix`.
 
 namespace tarn_cli
 {
@@ -26,7 +25,7 @@ Samples scaled(Samples samples, double gain)
     return samples;
 }
 
-/// What a gain makes of 16-bit samples that are left-justified, and how many it clips.
+/// Applies a gain to left-justified 16-bit samples and counts the clipped ones.
 std::size_t amplify(Samples& samples, float gain)
 {
     std::size_t clipped = 0;
@@ -53,7 +52,7 @@ protected:
         return Json::parse(result.output);
     }
 
-    /// Writes and returns stereo of 1.5 s at a level.
+    /// Writes and returns 1.5 s of stereo at a level.
     Samples writeInput(double gain) const
     {
         const Samples stereo = scaled(stereoNoise(72000, 16), gain);
@@ -62,7 +61,7 @@ protected:
     }
 };
 
-TEST_F(Report, HasTheFiguresOfTheFileThatWasWritten)
+TEST_F(Report, FiguresMatchTheWrittenFile)
 {
     writeInput(1.0);
     const Json report = reportOf({"--layout", "5.1"});
@@ -109,7 +108,7 @@ TEST_F(Report, HasTheFiguresOfTheFileThatWasWritten)
     }
 }
 
-TEST_F(Report, GoesToStandardErrorWhereTheAudioIsOnStandardOutput)
+TEST_F(Report, GoesToStandardErrorWhenAudioIsOnStandardOutput)
 {
     const Samples stereo = writeInput(0.5);
     const Result result = tarn({"upmix", "--json", "--quiet", "in.wav", "-"});
@@ -118,7 +117,7 @@ TEST_F(Report, GoesToStandardErrorWhereTheAudioIsOnStandardOutput)
     EXPECT_EQ(Json::parse(result.errors)["output"], "-");
 }
 
-TEST_F(Report, WarnsOfClippedSamplesInSpiteOfQuiet)
+TEST_F(Report, ClippedSamplesAreReportedWithQuiet)
 {
     writeInput(1.0);
     const auto clipped = reportOf({"--gain", "12"})["clipped_samples"].get<std::uint64_t>();
@@ -129,7 +128,7 @@ TEST_F(Report, WarnsOfClippedSamplesInSpiteOfQuiet)
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "in.wav", "out.wav"}).errors, "");
 }
 
-TEST_F(Report, ChangesNoByteOfTheOutput)
+TEST_F(Report, DoesNotChangeTheOutput)
 {
     writeInput(1.0);
     reportOf({});
@@ -138,7 +137,7 @@ TEST_F(Report, ChangesNoByteOfTheOutput)
     EXPECT_TRUE(bytesOf(at("plain.wav")) == with);
 }
 
-TEST_F(Report, GainMultipliesEverySampleFromTheFirstAndCountsWhatItClips)
+TEST_F(Report, GainAppliesFromTheFirstSampleAndCountsClipping)
 {
     const Samples stereo = writeInput(0.5);
     for (const double gainDb : {-6.0, 0.0, 3.5, 12.0}) {
@@ -154,7 +153,7 @@ TEST_F(Report, GainMultipliesEverySampleFromTheFirstAndCountsWhatItClips)
               std::string::npos);
 }
 
-TEST_F(Report, LoudnessMatchGivesTheLoudnessOfTheInput)
+TEST_F(Report, LoudnessMatchReachesTheLoudnessOfTheInput)
 {
     const Samples stereo = writeInput(0.1);
     const Json report = reportOf({"--loudness-match"});
@@ -167,7 +166,7 @@ TEST_F(Report, LoudnessMatchGivesTheLoudnessOfTheInput)
     EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
 }
 
-TEST_F(Report, LoudnessMatchLeavesSilenceAsItIs)
+TEST_F(Report, LoudnessMatchLeavesSilenceUnchanged)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, Samples(96000));
     const Json report = reportOf({"--loudness-match"});
@@ -175,7 +174,7 @@ TEST_F(Report, LoudnessMatchLeavesSilenceAsItIs)
     EXPECT_TRUE(report["loudness_lufs"]["input"].is_null());
 }
 
-TEST_F(Report, LoudnessMatchOfFloatingPointAboveFullScaleIsThatOfTheScaledInput)
+TEST_F(Report, LoudnessMatchUsesTheScaledFloatingPointInput)
 {
     std::vector<float> floats;
     for (const std::int32_t sample : stereoNoise(72000, 16)) floats.push_back(static_cast<float>(sample) * 0x1p-30f);
@@ -185,7 +184,7 @@ TEST_F(Report, LoudnessMatchOfFloatingPointAboveFullScaleIsThatOfTheScaledInput)
     EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.3);
 }
 
-TEST_F(Report, BypassIsThePlainStereoWithTheDelayOfTheUpmix)
+TEST_F(Report, BypassIsStereoWithTheDelayOfTheUpmix)
 {
     const Samples stereo = writeInput(1.0);
     for (const bool align : {true, false}) {
@@ -202,7 +201,7 @@ TEST_F(Report, BypassIsThePlainStereoWithTheDelayOfTheUpmix)
     }
 }
 
-TEST_F(Report, OptionsThatContradictAreRefused)
+TEST_F(Report, ConflictingOptionsAreRefused)
 {
     writeInput(0.5);
     const auto expectRefusal = [this](const std::vector<std::string>& options, const std::string& message) {

@@ -1,3 +1,4 @@
+// Sample formats of inputs: default width, scaling, non-finite samples.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -13,7 +14,7 @@ namespace tarn_cli
 namespace
 {
 
-/// What a floating-point sample is in left-justified 32 bits after a gain.
+/// Converts a floating-point sample to 32 bits, left-justified, after a gain.
 std::int32_t scaled(float sample, double gain)
 {
     const double wide = std::round(static_cast<double>(sample) * gain * 0x1p31);
@@ -37,7 +38,7 @@ Samples scaledSamples(const std::vector<float>& samples, double gain)
 
 } // namespace
 
-/// A format with the width that its upmix has by default.
+/// A format and the default output width for it.
 struct DefaultWidth
 {
     std::string name;
@@ -54,7 +55,7 @@ std::ostream& operator<<(std::ostream& stream, const DefaultWidth& source)
 class DefaultWidths : public CommandTest, public testing::WithParamInterface<DefaultWidth>
 {};
 
-TEST_P(DefaultWidths, IsThatOfTheSourceAndForLossyOnes24)
+TEST_P(DefaultWidths, IsTheSourceWidthAnd24ForLossySources)
 {
     const DefaultWidth& source = GetParam();
     Samples stereo = stereoNoise(9000, 16);
@@ -87,7 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
 class Sources : public CommandTest
 {};
 
-TEST_F(Sources, AboveFullScaleAreScaledDownByOneGainWhichIsStated)
+TEST_F(Sources, PeaksAboveFullScaleAreScaledDownWithANote)
 {
     const std::vector<float> samples = noiseWithPeak(9000, 1.5f);
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
@@ -100,7 +101,7 @@ TEST_F(Sources, AboveFullScaleAreScaledDownByOneGainWhichIsStated)
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(samples, 1.0 / 1.5), {.bits = 24}));
 }
 
-TEST_F(Sources, ThatALossyCodecDecodesAboveFullScaleAreScaledDownAlike)
+TEST_F(Sources, LossyPeaksAboveFullScaleAreScaledDown)
 {
     std::vector<float> square;
     for (int i = 0; i < 2 * 9000; ++i) square.push_back(i / 2 / 50 % 2 == 0 ? 1.0f : -1.0f);
@@ -118,7 +119,7 @@ TEST_F(Sources, ThatALossyCodecDecodesAboveFullScaleAreScaledDownAlike)
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(decoded, 1.0 / peak), {.bits = 24}));
 }
 
-TEST_F(Sources, UpToFullScaleAreNotScaled)
+TEST_F(Sources, PeaksUpToFullScaleAreNotScaled)
 {
     const std::vector<float> samples = noiseWithPeak(9000, 1.0f);
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
@@ -128,7 +129,7 @@ TEST_F(Sources, UpToFullScaleAreNotScaled)
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(samples, 1.0), {.bits = 24}));
 }
 
-TEST_F(Sources, AreReadWithoutAWordWhenQuiet)
+TEST_F(Sources, QuietPrintsNothing)
 {
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, noiseWithPeak(9000, 1.5f));
     const Result result = tarn({"upmix", "--quiet", "in.wav", "out.wav"});
@@ -137,7 +138,7 @@ TEST_F(Sources, AreReadWithoutAWordWhenQuiet)
     EXPECT_EQ(result.output, "");
 }
 
-TEST_F(Sources, WithSamplesThatAreNotFiniteAreRefusedWithTheFrame)
+TEST_F(Sources, NonFiniteSamplesAreRefusedWithTheFrame)
 {
     for (const float bad : {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()}) {
         std::vector<float> samples = noiseWithPeak(9000, 0.5f);
@@ -150,7 +151,7 @@ TEST_F(Sources, WithSamplesThatAreNotFiniteAreRefusedWithTheFrame)
     }
 }
 
-TEST_F(Sources, WhoseLengthAStreamingEncoderCouldNotKnowAreReadToTheEnd)
+TEST_F(Sources, UnknownLengthIsReadToTheEnd)
 {
     const Samples stereo = stereoNoise(9000, 16);
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereo);
@@ -167,7 +168,7 @@ TEST_F(Sources, WhoseLengthAStreamingEncoderCouldNotKnowAreReadToTheEnd)
 
     writeAudio(at("in.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 2, stereo);
     std::string flac = bytesOf(at("in.flac"));
-    // The number of frames: the last 36 bits before the checksum of the first metadata block.
+    // The number of frames is the last 36 bits before the checksum of the first metadata block.
     flac[21] = static_cast<char>(flac[21] & 0xf0);
     flac.replace(22, 4, 4, '\0');
     writeBytes(at("stream.flac"), flac);

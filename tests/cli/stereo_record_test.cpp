@@ -1,3 +1,4 @@
+// The figures of `tarn info` for every instruction set, against a plain form of its filters.
 #include "cli/stereo_record.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +8,6 @@
 #include <cstring>
 #include <random>
 #include <vector>
-
-// The figures of `tarn info` with every instruction set, against a plain form of the same filters.
 
 namespace tarn_cli
 {
@@ -29,7 +28,7 @@ StereoRecord filters(unsigned seed)
     record.offsetKept = 0.999;
     for (int s = 0; s < StereoRecord::kSections; ++s) {
         for (int b = 0; b < kBands; ++b) {
-            // Poles within the unit circle.
+            // The poles are inside the unit circle.
             const double radius = 0.9 + 0.09 * value(engine);
             record.gain[s][b] = 0.5 + 0.4 * value(engine);
             record.a1[s][b] = -2.0 * radius * value(engine);
@@ -48,7 +47,7 @@ std::vector<double> noise(unsigned seed)
     return stereo;
 }
 
-/// The filters one by one, a frame at a time.
+/// Runs the filters one by one, frame by frame.
 void measurePlainly(StereoRecord& record, const double* stereo, std::size_t frames)
 {
     for (std::size_t i = 0; i < frames; ++i) {
@@ -85,7 +84,7 @@ void measurePlainly(StereoRecord& record, const double* stereo, std::size_t fram
 
 } // namespace
 
-TEST(StereoRecord, HasTheSameFiguresWithEveryInstructionSet)
+TEST(StereoRecord, FiguresAreTheSameForEveryInstructionSet)
 {
     for (unsigned seed = 1; seed <= 5; ++seed) {
         const std::vector<double> stereo = noise(seed);
@@ -94,7 +93,7 @@ TEST(StereoRecord, HasTheSameFiguresWithEveryInstructionSet)
         EXPECT_GT(plain.bandSums[3][kBands - 1], 0.0);
         ASSERT_FALSE(tarn::usableMeasuring().empty());
         for (const auto& [instructionSet, measure] : tarn::usableMeasuring()) {
-            // In pieces, which must make no difference.
+            // The sizes of the pieces must not matter.
             StereoRecord record = filters(seed);
             std::size_t done = 0;
             for (const std::size_t piece : {std::size_t{1}, std::size_t{0}, std::size_t{2}, std::size_t{700}}) {

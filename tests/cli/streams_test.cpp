@@ -1,3 +1,4 @@
+// Raw PCM on standard input and output.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -10,7 +11,7 @@ namespace tarn_cli
 class Streams : public CommandTest
 {};
 
-TEST_F(Streams, ThroughPipesEqualFiles)
+TEST_F(Streams, PipesGiveTheBytesOfFiles)
 {
     for (const unsigned bits : {16u, 24u, 32u}) {
         const Samples stereo = stereoNoise(10007, bits);
@@ -33,7 +34,7 @@ TEST_F(Streams, ThroughPipesEqualFiles)
     }
 }
 
-TEST_F(Streams, TakeTheirWidthFromTheFileOrTheOptions)
+TEST_F(Streams, WidthComesFromTheFileOrTheOptions)
 {
     const Samples stereo = stereoNoise(3000, 24);
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48000, 2, stereo);
@@ -45,7 +46,7 @@ TEST_F(Streams, TakeTheirWidthFromTheFileOrTheOptions)
                 expected(16));
 }
 
-TEST_F(Streams, OfOtherLayoutsAndWithoutAlignmentEqualTheEngine)
+TEST_F(Streams, OtherLayoutsAndNoAlignmentEqualTheEngine)
 {
     const Samples stereo = stereoNoise(3001, 16);
     EXPECT_TRUE(
@@ -53,7 +54,7 @@ TEST_F(Streams, OfOtherLayoutsAndWithoutAlignmentEqualTheEngine)
         pcmOf(engineOutput(stereo, {.layout = "5.1", .align = false}), 16));
 }
 
-TEST_F(Streams, WhoseWriterStopsMidwayFailOnlyWithPipefail)
+TEST_F(Streams, StoppedWriterFailsOnlyWithPipefail)
 {
     writeBytes(at("in.raw"), pcmOf(stereoNoise(3000, 16), 16));
     const auto bash = [this](const std::string& before) {
@@ -66,17 +67,17 @@ TEST_F(Streams, WhoseWriterStopsMidwayFailOnlyWithPipefail)
     EXPECT_EQ(bash("set -o pipefail; ").exitCode, 3);
 }
 
-TEST_F(Streams, ThatComeInPiecesAreTheSame)
+TEST_F(Streams, PieceSizesDoNotMatter)
 {
     const Samples stereo = stereoNoise(700, 16);
     writeBytes(at("in.raw"), pcmOf(stereo, 16));
-    // Writes of 7 bytes, which cut samples, frames and blocks.
+    // Writes of 7 bytes split samples, frames and blocks.
     const Result result = shell("dd if=in.raw bs=7 status=none | \"$TARN\" upmix --raw 48000:16 - out.wav");
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {}));
 }
 
-TEST_F(Streams, OfAudioFilesAreRefused)
+TEST_F(Streams, AudioFileAsRawStreamIsRefused)
 {
     for (const std::string mark : {"RIFF", "fLaC", "OggS"}) {
         const Result result = tarnFed(mark + std::string(4000, 'x'), {"upmix", "--raw", "48000:16", "-", "out.wav"});
@@ -89,7 +90,7 @@ TEST_F(Streams, OfAudioFilesAreRefused)
     EXPECT_TRUE(files().empty());
 }
 
-TEST_F(Streams, ThatEndInsideAFrameAreUpmixedUpToItAndTheLostBytesAreNamed)
+TEST_F(Streams, PartialLastFrameIsDroppedWithAWarning)
 {
     const Samples stereo = stereoNoise(1000, 16);
     const Samples expected = engineOutput(stereo, {});
@@ -121,7 +122,7 @@ TEST_F(Streams, ThatEndInsideAFrameAreUpmixedUpToItAndTheLostBytesAreNamed)
     EXPECT_EQ(tarnFed("abc", {"upmix", "--raw", "48000:16", "-", "-"}).exitCode, 65);
 }
 
-TEST_F(Streams, ThatAreEmptyAreRefused)
+TEST_F(Streams, EmptyStreamIsRefused)
 {
     const Result result = tarnFed("", {"upmix", "--raw", "48000:16", "-", "out.wav"});
     EXPECT_EQ(result.exitCode, 65);
@@ -129,7 +130,7 @@ TEST_F(Streams, ThatAreEmptyAreRefused)
     EXPECT_TRUE(files().empty());
 }
 
-TEST_F(Streams, AreNotWrittenToATerminal)
+TEST_F(Streams, TerminalOutputIsRefused)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
     const Result result = runIn(
@@ -138,7 +139,7 @@ TEST_F(Streams, AreNotWrittenToATerminal)
     EXPECT_NE(result.output.find("is a terminal, which cannot show raw PCM"), std::string::npos) << result.output;
 }
 
-TEST_F(Streams, WhoseReaderFailsAreReported)
+TEST_F(Streams, WriteFailureIsReported)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
     const Result result = shell("\"$TARN\" upmix in.wav - > /dev/full");
@@ -147,7 +148,7 @@ TEST_F(Streams, WhoseReaderFailsAreReported)
         << result.errors;
 }
 
-TEST_F(Streams, OfAnyLengthTakeTheSameMemory)
+TEST_F(Streams, MemoryIsIndependentOfLength)
 {
     const auto peakKibibytes = [this](std::uintmax_t seconds) {
         writeBytes(at("in.raw"), "");

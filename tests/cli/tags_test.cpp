@@ -1,3 +1,4 @@
+// Tags and pictures of inputs.
 #include "cli/wave_tags.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
@@ -19,8 +20,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What becomes of the tags and pictures of an input.
-
 namespace tarn_cli
 {
 
@@ -40,13 +39,13 @@ String utf8(const std::string& text)
     return {text, String::UTF8};
 }
 
-/// The bytes of a picture, which nothing decodes.
+/// Bytes of a picture. No test decodes them.
 ByteVector pictureBytes()
 {
     return ByteVector("\x89PNG").append(ByteVector(5000, 'p'));
 }
 
-/// Texts as people's collections have them, beyond the few that every format knows.
+/// Tags that are common in music collections but not in every format.
 TagLib::PropertyMap richTexts()
 {
     TagLib::PropertyMap texts;
@@ -70,7 +69,7 @@ TagLib::PropertyMap richTexts()
 
 } // namespace
 
-/// Tags that a file is written with, and read again.
+/// Writes tags into inputs and reads those of outputs.
 class Tags : public CommandTest
 {
 protected:
@@ -90,7 +89,7 @@ protected:
         ASSERT_EQ(sf_close(file), 0);
     }
 
-    /// A CAF file with an info chunk in front of its audio.
+    /// Makes a CAF file with an info chunk before its audio.
     void writeCaf(const std::string& name, const std::vector<std::pair<std::string, std::string>>& texts) const
     {
         writeTagged(name, SF_FORMAT_CAF | SF_FORMAT_PCM_16, {});
@@ -117,7 +116,7 @@ protected:
         sf_close(file);
     }
 
-    /// The texts of an output, as TagLib reads them.
+    /// Reads the texts of an output with TagLib.
     TagLib::PropertyMap textsOf(const std::string& name) const
     {
         if (name.ends_with(".flac")) return TagLib::FLAC::File(at(name).c_str()).properties();
@@ -152,7 +151,7 @@ protected:
                        {SF_STR_COMMENT, "A comment"}, {SF_STR_COPYRIGHT, "A right"}};
 };
 
-TEST_F(Tags, GoFromEveryKindOfFileToEveryKindOfOutput)
+TEST_F(Tags, AreCopiedFromEveryFormatToEveryOutput)
 {
     writeTagged("in.wav", kWave16, inBoth);
     writeTagged("in.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, inBoth);
@@ -168,7 +167,7 @@ TEST_F(Tags, GoFromEveryKindOfFileToEveryKindOfOutput)
     }
 }
 
-TEST_F(Tags, OfEveryKindAtOnceAreKeptInFlacWithTheNamesOfTheChannels)
+TEST_F(Tags, AllKindsAtOnceAreKeptInFlacWithChannelNames)
 {
     Texts all = inBoth;
     all.emplace_back(SF_STR_LICENSE, "A licence");
@@ -178,7 +177,7 @@ TEST_F(Tags, OfEveryKindAtOnceAreKeptInFlacWithTheNamesOfTheChannels)
     expectTags("out.flac", all);
 }
 
-TEST_F(Tags, OfAnyLengthAreKept)
+TEST_F(Tags, AnyLengthIsKept)
 {
     const std::string book(200000, 'x');
     writeTagged("in.flac", kFlac16, {{SF_STR_TITLE, "A title"}, {SF_STR_COMMENT, book}});
@@ -188,7 +187,7 @@ TEST_F(Tags, OfAnyLengthAreKept)
     }
 }
 
-TEST_F(Tags, AndCoversOfCollectionsGoFromEveryContainerToEveryOutput)
+TEST_F(Tags, CollectionTagsAndCoversAreCopiedToEveryOutput)
 {
     writeTagged("in.flac", kFlac16, {});
     writeTagged("in.ogg", kVorbis, {});
@@ -243,7 +242,7 @@ TEST_F(Tags, AndCoversOfCollectionsGoFromEveryContainerToEveryOutput)
     }
 }
 
-TEST_F(Tags, ThatDescribeTheStereoFileAreLeftOut)
+TEST_F(Tags, DescriptionsOfTheStereoFileAreLeftOut)
 {
     writeTagged("in.flac", kFlac16, {});
     {
@@ -263,7 +262,7 @@ TEST_F(Tags, ThatDescribeTheStereoFileAreLeftOut)
     }
 }
 
-TEST_F(Tags, WithoutAPlaceAreNamed)
+TEST_F(Tags, TagsWithoutAPlaceAreReported)
 {
     writeTagged("in.mp3", kMp3, {});
     {
@@ -284,7 +283,7 @@ TEST_F(Tags, WithoutAPlaceAreNamed)
         0u);
 }
 
-TEST_F(Tags, AroundAFlacStreamAreNoDamage)
+TEST_F(Tags, TagsAroundAFlacStreamAreNotDamage)
 {
     writeTagged("in.flac", kFlac16, {});
     std::string last(128, '\0');
@@ -297,14 +296,14 @@ TEST_F(Tags, AroundAFlacStreamAreNoDamage)
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
 }
 
-TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
+TEST_F(Tags, AreAppendedAsChunksOfWaveAndRf64)
 {
     const auto number = [](const std::string& bytes, std::size_t at, std::size_t count) {
         std::uint64_t value = 0;
         for (std::size_t i = count; i > 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[at + i - 1]);
         return value;
     };
-    // RF64, as files beyond 4 GiB have it; and an odd number of bytes of audio.
+    // RF64 is for files above 4 GiB. The audio has an odd number of bytes.
     const Samples samples(std::size_t{3} * 1001, 0x12345600);
     for (const int container : {SF_FORMAT_RF64, SF_FORMAT_WAVEX}) {
         writeAudio(at("out.wav"), container | SF_FORMAT_PCM_24, 48000, 3, samples);
@@ -338,7 +337,7 @@ TEST_F(Tags, AreAppendedAsChunksOfWaveAndOfRf64)
     EXPECT_EQ(textsOf("out.wav")["ALBUMARTIST"].toString(), richTexts()["ALBUMARTIST"].toString());
 }
 
-TEST_F(Tags, OfRf64AreKept)
+TEST_F(Tags, TagsOfRf64AreKept)
 {
     writeAudio(at("in.wav"), SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
     std::vector<std::string> leftOut;
@@ -362,10 +361,10 @@ TEST_F(Tags, OfRf64AreKept)
     }
 }
 
-TEST_F(Tags, OfInfoInRf64AreKept)
+TEST_F(Tags, InfoTextsOfRf64AreKept)
 {
     writeTagged("in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, {{SF_STR_TITLE, "Apn\xe9"}});
-    // A 64-bit header in the place of the 32-bit one.
+    // Replaces the 32-bit header with a 64-bit one.
     std::string wave = bytesOf(at("in.wav"));
     const auto number = [](std::uint64_t value) {
         const ByteVector bytes = ByteVector::fromLongLong(static_cast<long long>(value), false);
@@ -380,7 +379,7 @@ TEST_F(Tags, OfInfoInRf64AreKept)
     EXPECT_NE(result.errors.find("taken for Windows-1252"), std::string::npos) << result.errors;
 }
 
-TEST_F(Tags, WrittenByFfmpegAreKept)
+TEST_F(Tags, TagsWrittenByFfmpegAreKept)
 {
     writeTagged("plain.wav", kWave16, {});
     for (const std::string input : {"in.mp3", "in.flac", "in.ogg", "in.wav", "in.caf"}) {
@@ -403,7 +402,7 @@ TEST_F(Tags, WrittenByFfmpegAreKept)
     }
 }
 
-TEST_F(Tags, PicturesOfEveryKindAreKeptInFlac)
+TEST_F(Tags, EveryPictureTypeIsKeptInFlac)
 {
     writeTagged("in.mp3", kMp3, {});
     {
@@ -425,7 +424,7 @@ TEST_F(Tags, PicturesOfEveryKindAreKeptInFlac)
     EXPECT_EQ(flac.pictureList().size(), 42u);
 }
 
-TEST_F(Tags, OfId3v1AreNoReasonForANoteWhereId3v2HasThemAll)
+TEST_F(Tags, Id3v1CoveredById3v2IsNotReported)
 {
     writeTagged("in.mp3", kMp3, {});
     {
@@ -441,7 +440,7 @@ TEST_F(Tags, OfId3v1AreNoReasonForANoteWhereId3v2HasThemAll)
     EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("\xc3\x84 title"));
 }
 
-TEST_F(Tags, ThatHaveNoNameElsewhereAreNamed)
+TEST_F(Tags, FramesWithoutAnEquivalentAreReported)
 {
     writeTagged("in.mp3", kMp3, {});
     {
@@ -455,7 +454,7 @@ TEST_F(Tags, ThatHaveNoNameElsewhereAreNamed)
               std::string::npos);
 }
 
-TEST_F(Tags, OfCafInfoAreKept)
+TEST_F(Tags, CafInfoIsKept)
 {
     writeTagged("plain.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, {});
     writeCaf("in.caf", {{"title", "\xc3\x84 title"},
@@ -502,12 +501,12 @@ TEST_F(Tags, OfCafInfoAreKept)
              })
             EXPECT_EQ(texts[name].toString("|"), utf8(text)) << output << " " << name;
     }
-    // The audio is that of the file without texts.
+    // The audio equals that of the file without texts.
     ASSERT_EQ(tarn({"upmix", "plain.caf", "plain.wav"}).exitCode, 0);
     EXPECT_TRUE(readAudio(at("out.wav")).samples == readAudio(at("plain.wav")).samples);
 }
 
-TEST_F(Tags, OfDamagedCafInfoDoNoHarm)
+TEST_F(Tags, DamagedCafInfoIsHarmless)
 {
     const std::vector<std::pair<std::string, std::string>> many(5000, {"key", "text"});
     writeCaf("many.caf", many);
@@ -517,7 +516,7 @@ TEST_F(Tags, OfDamagedCafInfoDoNoHarm)
     EXPECT_NE(limited.errors.find("tarn: many.caf: its texts after the first 1000 are left out\n"), std::string::npos)
         << limited.errors;
 
-    // The count is larger than the number of texts, and the last text has no end.
+    // The declared count exceeds the number of texts, and the last text is not terminated.
     writeCaf("short.caf", {{"title", "A title"}});
     std::string bytes = bytesOf(at("short.caf"));
     const std::size_t info = bytes.find("info");
@@ -527,7 +526,7 @@ TEST_F(Tags, OfDamagedCafInfoDoNoHarm)
     ASSERT_EQ(tarn({"upmix", "short.caf", "short.flac"}).exitCode, 0);
     EXPECT_EQ(textsOf("short.flac")["TITLE"].toString(), String("A titlex"));
 
-    // The chunk is behind the audio and says that it is larger than the file.
+    // The chunk follows the audio and declares a size larger than the file.
     bytes += "info" + std::string(4, '\0') + "\x40" + std::string(3, '\0') + "1234title";
     writeBytes(at("large.caf"), bytes);
     const Result large = tarn({"upmix", "large.caf", "large.flac"});
@@ -585,7 +584,7 @@ TEST_F(InvolvedPeople, AreKeptByTheirRoles)
     }
 }
 
-TEST_F(InvolvedPeople, WithoutANameAreNamed)
+TEST_F(InvolvedPeople, MissingNamesAreReported)
 {
     writeMp3("in.mp3", {"producer", "A Producer", "engineer"});
     const Result result = tarn({"upmix", "in.mp3", "out.flac"});
@@ -595,7 +594,7 @@ TEST_F(InvolvedPeople, WithoutANameAreNamed)
         << result.errors;
 }
 
-/// Latin-1 where UTF-8 is due, or where the format names no encoding.
+/// Latin-1 in formats that require UTF-8 or define no encoding.
 class ForeignTags : public Tags
 {
 protected:
@@ -618,20 +617,20 @@ protected:
     }
 };
 
-TEST_F(ForeignTags, OfWaveFilesAreConverted)
+TEST_F(ForeignTags, WaveTagsAreConverted)
 {
     writeTagged("in.wav", kWave16, {{SF_STR_ARTIST, latin1}});
     expectConverted("in.wav", "ARTIST");
 }
 
-TEST_F(ForeignTags, OfOggFilesAreConverted)
+TEST_F(ForeignTags, OggTagsAreConverted)
 {
     writeTagged("in.ogg", kVorbis, {{SF_STR_ALBUM, latin1}, {SF_STR_TITLE, "\xc3\x84 title"}});
     expectConverted("in.ogg", "ALBUM");
     EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("\xc3\x84 title")) << "each text for itself";
 }
 
-TEST_F(ForeignTags, OfId3v1AreConverted)
+TEST_F(ForeignTags, Id3v1TagsAreConverted)
 {
     writeTagged("in.mp3", kMp3, {});
     std::string tag(128, '\0');
@@ -641,9 +640,9 @@ TEST_F(ForeignTags, OfId3v1AreConverted)
     expectConverted("in.mp3", "TITLE");
 }
 
-TEST_F(ForeignTags, OfFlacFilesAreConverted)
+TEST_F(ForeignTags, FlacTagsAreConverted)
 {
-    // A comment block that no library would write, in front of the frames of one that libsndfile has written.
+    // Puts a comment block that no library writes before the frames that libsndfile wrote.
     writeTagged("in.flac", kFlac16, {});
     std::string flac = bytesOf(at("in.flac"));
     const auto word = [](std::size_t value) {

@@ -1,3 +1,4 @@
+// Temporary files: locking and removal of stale ones.
 #include "cli/temporary_file.h"
 
 #include "tests/cli/command.h"
@@ -18,7 +19,7 @@ TEST_F(TemporaryFiles, AreLockedUntilTheLockIsClosed)
     tarn::TemporaryFile temporary = tarn::createTemporary(directory, "out.wav");
     tarn::removeStaleTemporaries(directory);
     EXPECT_EQ(files().size(), 1u);
-    // As a finished file is that is about to get its name.
+    // The state of a complete file just before it is renamed.
     EXPECT_TRUE(temporary.file.close());
     tarn::removeStaleTemporaries(directory);
     EXPECT_EQ(files().size(), 1u);
@@ -27,7 +28,7 @@ TEST_F(TemporaryFiles, AreLockedUntilTheLockIsClosed)
     EXPECT_EQ(files().size(), 0u);
 }
 
-TEST_F(TemporaryFiles, ExistHoweverManyRunsRemoveStaleOnes)
+TEST_F(TemporaryFiles, SurviveConcurrentRemovalOfStaleOnes)
 {
     std::atomic<bool> done = false;
     std::thread other([&] {
@@ -41,9 +42,9 @@ TEST_F(TemporaryFiles, ExistHoweverManyRunsRemoveStaleOnes)
     other.join();
 }
 
-TEST_F(TemporaryFiles, AreLookedForOnceInADirectory)
+TEST_F(TemporaryFiles, StaleOnesAreSearchedOncePerDirectory)
 {
-    // In a process of its own: this one has to forget it.
+    // Runs in another process because the searched directories are remembered per process.
     const auto look = [this] {
         writeBytes(at(".a.tarn-abcdef"), "");
         tarn::removeStaleTemporariesOnce(directory);

@@ -1,3 +1,4 @@
+// The broadcast extension and other chunks of WAV inputs.
 #include "cli/chunks.h"
 #include "cli/descriptor.h"
 #include "tests/cli/audio_files.h"
@@ -7,8 +8,6 @@
 
 #include <fcntl.h>
 #include <tbytevector.h>
-
-// What becomes of the broadcast extension and other chunks of a WAVE file.
 
 namespace tarn_cli
 {
@@ -30,7 +29,7 @@ protected:
         return {bytes.data(), bytes.size()};
     }
 
-    /// Appends chunks to a file, and their size to its header's.
+    /// Appends chunks to a file and adds their size to its header.
     void appendChunks(const std::string& name, const std::vector<std::pair<std::string, std::string>>& chunks) const
     {
         std::string wave = bytesOf(at(name));
@@ -40,7 +39,7 @@ protected:
         writeBytes(at(name), wave.replace(4, 4, number(static_cast<std::uint32_t>(wave.size() - 8))));
     }
 
-    /// The contents of the only chunk of a name.
+    /// Contents of the only chunk with a name.
     std::string chunkOf(const std::string& name, const char* mark) const
     {
         const tarn::Descriptor file(open(at(name).c_str(), O_RDONLY | O_CLOEXEC));
@@ -48,7 +47,7 @@ protected:
         return found.size() == 1 ? found.front() : std::to_string(found.size()) + " chunks";
     }
 
-    /// A cart chunk with two timers.
+    /// Makes a cart chunk with two timers.
     static std::string cart()
     {
         std::string contents(2048, '\0');
@@ -63,7 +62,7 @@ protected:
     const std::string ofStereo = "<TRACK_LIST><TRACK><NAME>Boom</NAME></TRACK></TRACK_LIST>";
 };
 
-TEST_F(WaveChunks, BroadcastExtensionKeepsWhatStillHolds)
+TEST_F(WaveChunks, BroadcastExtensionKeepsValidFields)
 {
     SF_INFO info{.frames = 0, .samplerate = 48000, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
     SF_BROADCAST_INFO written{};
@@ -101,7 +100,7 @@ TEST_F(WaveChunks, BroadcastExtensionKeepsWhatStillHolds)
     EXPECT_EQ(info.frames, 5000);
 }
 
-TEST_F(WaveChunks, OfTheRecordingAreKeptInWaveAndNamedInFlac)
+TEST_F(WaveChunks, RecordingChunksAreKeptInWaveAndReportedForFlac)
 {
     writeAudio(at("in.wav"), kWave16, 44100, 2, stereoNoise(5000, 16));
     appendChunks("in.wav", {{"iXML", "<BWFXML>" + scene + ofStereo + speed + "</BWFXML>"}, {"cart", cart()}});
@@ -119,7 +118,7 @@ TEST_F(WaveChunks, OfTheRecordingAreKeptInWaveAndNamedInFlac)
             << flac.errors;
 }
 
-TEST_F(WaveChunks, CountFramesAtTheRateOfTheOutput)
+TEST_F(WaveChunks, FrameCountsAreConvertedToTheOutputRate)
 {
     SF_INFO info{.frames = 0, .samplerate = 44100, .channels = 2, .format = kWave16, .sections = 0, .seekable = 0};
     SF_BROADCAST_INFO broadcast{};
@@ -147,7 +146,7 @@ TEST_F(WaveChunks, CountFramesAtTheRateOfTheOutput)
     EXPECT_EQ(read.time_reference_high, 480u);
 }
 
-TEST_F(WaveChunks, OfOtherNamesAreNamed)
+TEST_F(WaveChunks, UnknownChunksAreReported)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     appendChunks("in.wav", {{"JUNK", "padding"},
@@ -167,7 +166,7 @@ TEST_F(WaveChunks, OfOtherNamesAreNamed)
     }
 }
 
-TEST_F(WaveChunks, WithoutContentsAreNoReasonForANote)
+TEST_F(WaveChunks, EmptyChunksAreNotReported)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     appendChunks("in.wav", {{"iXML", ""}, {"cart", ""}, {"LIST", ""}, {"minf", ""}, {"bext", ""}});
@@ -178,7 +177,7 @@ TEST_F(WaveChunks, WithoutContentsAreNoReasonForANote)
     }
 }
 
-TEST_F(WaveChunks, ThatAreLargerThanTheFileDoNoHarm)
+TEST_F(WaveChunks, ChunksLargerThanTheFileAreHarmless)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     appendChunks("in.wav", {{"iXML", "<BWFXML>"}});

@@ -1,3 +1,4 @@
+// Worker processes: results, order, failures.
 #include "cli/worker_processes.h"
 
 #include "cli/failure.h"
@@ -12,8 +13,6 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
-
-// Work in processes of its own: what comes back, and in which order.
 
 namespace tarn_cli
 {
@@ -32,7 +31,7 @@ protected:
         EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a process is left";
     }
 
-    /// The outcomes of so many pieces of work, which have to come in order.
+    /// Runs a number of work items and returns their results, which must arrive in order.
     static std::vector<WorkerOutcome> outcomes(std::size_t count, unsigned jobs,
                                                const std::function<Json(std::size_t)>& work)
     {
@@ -47,9 +46,9 @@ protected:
     }
 };
 
-TEST_F(WorkerProcesses, GiveResultsOfAnySizeInOrder)
+TEST_F(WorkerProcesses, ReturnResultsOfAnySizeInOrder)
 {
-    // Far more than a pipe holds, and the first takes longest.
+    // The results exceed the capacity of a pipe, and the first takes longest.
     const auto work = [](std::size_t i) {
         if (i == 0) usleep(200000);
         return Json{{"index", i}, {"process", getpid()}, {"text", std::string(3'000'000 + i, 'x')}, {"double", 0.1}};
@@ -69,13 +68,13 @@ TEST_F(WorkerProcesses, GiveResultsOfAnySizeInOrder)
     }
 }
 
-TEST_F(WorkerProcesses, KeepNamesOfAnyBytes)
+TEST_F(WorkerProcesses, NamesOfAnyBytesAreKept)
 {
     const std::string name = "\xff\n\x1b[31m\xc3\xa4";
     EXPECT_EQ(outcomes(1, 1, [&](std::size_t) { return Json(name); })[0].result.get<std::string>(), name);
 }
 
-TEST_F(WorkerProcesses, TellHowTheWorkFailed)
+TEST_F(WorkerProcesses, ReportHowTheWorkFailed)
 {
     const auto work = [](std::size_t i) -> Json {
         if (i == 0) throw tarn::Failure(EX_NOINPUT, "file0: is missing");
@@ -107,7 +106,7 @@ TEST_F(WorkerProcesses, TellHowTheWorkFailed)
     EXPECT_TRUE(all[5].result.is_null());
 }
 
-TEST_F(WorkerProcesses, StartNoMoreAfterAFailureToWrite)
+TEST_F(WorkerProcesses, StopStartingAfterAWriteFailure)
 {
     const auto work = [](std::size_t i) -> Json {
         if (i == 2) throw tarn::OutputFailure(EX_IOERR, "file2: no room");
@@ -121,7 +120,7 @@ TEST_F(WorkerProcesses, StartNoMoreAfterAFailureToWrite)
     EXPECT_EQ(all[2].exitCode, EX_IOERR);
 }
 
-TEST_F(WorkerProcesses, AreNeverMoreThanTheJobs)
+TEST_F(WorkerProcesses, NeverExceedTheNumberOfJobs)
 {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
@@ -145,7 +144,7 @@ TEST_F(WorkerProcesses, AreNeverMoreThanTheJobs)
     for (const int end : ends) close(end);
 }
 
-TEST_F(WorkerProcesses, AreGoneWhenAnOutcomeCannotBeTaken)
+TEST_F(WorkerProcesses, EndWhenAnOutcomeCannotBeReceived)
 {
     const std::vector<std::string> names{"a", "b", "c"};
     const auto work = [](std::size_t i) -> Json {
@@ -156,7 +155,7 @@ TEST_F(WorkerProcesses, AreGoneWhenAnOutcomeCannotBeTaken)
     EXPECT_THROW(tarn::runInProcesses(names, 3, work, refuse), std::runtime_error);
 }
 
-TEST_F(WorkerProcesses, AreWaitedForWhereEndsOfChildrenAreIgnored)
+TEST_F(WorkerProcesses, AreWaitedForWhenSigchldIsIgnored)
 {
     std::signal(SIGCHLD, SIG_IGN);
     const std::vector<WorkerOutcome> all = outcomes(3, 2, [](std::size_t i) -> Json {
