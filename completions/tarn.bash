@@ -1,4 +1,4 @@
-# Completion of tarn for bash. Where there is nothing to propose, bash proposes files.
+# Completion of tarn for bash. Without a proposal of its own, bash proposes files.
 
 _tarn() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' words='' i

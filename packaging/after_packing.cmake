@@ -1,6 +1,7 @@
-# Run by CPack on its packages: packs them again as dpkg does, which gives the same bytes wherever SOURCE_DATE_EPOCH is
-# the same. The library's and GStreamer's may be installed for several architectures, and dpkg's trigger refreshes the
-# loader's cache, where CPack writes maintainer scripts for it, and for plug-ins, which need none.
+# Run by CPack on its packages: packs them again with dpkg-deb, which is reproducible for a given SOURCE_DATE_EPOCH.
+#
+# The library and the GStreamer package are marked for installation on several architectures. The maintainer scripts of
+# CPack are removed: dpkg's trigger refreshes the cache of the loader, and plug-ins need no script.
 
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   set(unpacked ${package}.unpacked)

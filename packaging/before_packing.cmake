@@ -1,5 +1,4 @@
-# Run by CPack on the files that it is about to pack: manual pages compressed without time stamps, and everything
-# stripped as far as Debian's packages are.
+# Run by CPack on the files to pack: compresses manual pages without time stamps and strips binaries like Debian does.
 
 function(for_files pattern)
   file(GLOB_RECURSE files ${CPACK_TEMPORARY_DIRECTORY}/*)

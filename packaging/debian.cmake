@@ -1,9 +1,10 @@
-# `cpack -G DEB`: the library, what is needed to build with it, and the command as Debian packages. Configure with the
-# preset `package`, which knows Debian's places.
+# Debian packages of the library, its development files, the command and the plug-ins, made by `cpack -G DEB`.
+#
+# Configure with the preset `package`, which sets Debian's paths.
 
 include(GNUInstallDirs)
 
-# One place says the version and the date of the packages: their changelog.
+# The changelog defines the version and the date of the packages.
 file(STRINGS packaging/debian/changelog changelog)
 string(REGEX REPLACE ".*<(.*)>.*" "\\1" address "${changelog}")
 if(NOT changelog MATCHES "^zrk-tarn \\(${PROJECT_VERSION}-([0-9]+)\\)")
@@ -19,7 +20,7 @@ add_custom_command(
           ${compressed_changelog}
   DEPENDS packaging/debian/changelog
   VERBATIM)
-# Which version of the package each symbol came with: packages that use none but old ones need no newer library.
+# The symbols file states the first version with each symbol, so packages that use only old symbols accept old libraries.
 set(symbols ${PROJECT_BINARY_DIR}/symbols)
 add_custom_command(
   OUTPUT ${symbols}
@@ -31,7 +32,7 @@ add_custom_target(tarn_debian ALL DEPENDS ${compressed_changelog} ${symbols})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zrk-tarn)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # every package has its own
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # every package sets its own
 set(CPACK_PACKAGE_CONTACT "The Tarn authors <${address}>")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -52,7 +53,7 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${symbols})
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
-# dpkg-shlibdeps finds the library in the build tree, where no package says what to depend on.
+# dpkg-shlibdeps finds the library in the build tree, which belongs to no package; so the dependency is set here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 foreach(user IN ITEMS ALSA GSTREAMER LADSPA LV2 TOOL)
   set(CPACK_DEBIAN_${user}_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
@@ -60,13 +61,13 @@ endforeach()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
-set(about "Tarn moves voices and whatever else sits in the middle of a stereo
-recording to a centre channel and leaves at the sides what is there, in real
-time, with a 64-band filterbank and 16 separately steered groups of bands.
+set(about "Tarn moves voices and other centred sounds of a stereo recording to a
+centre channel, in real time. Sounds at the sides stay there. It uses a
+64-band filterbank and 16 separately steered band groups.
 .
 This package contains")
 
-# What a group of components becomes. Copyright and changelog go with its first component.
+# Defines the package of a group of components. Copyright and changelog are installed with its first component.
 function(debian_package group name section what contents component)
   string(TOUPPER ${group} group)
   set(CPACK_DEBIAN_${group}_PACKAGE_NAME ${name} PARENT_SCOPE)
@@ -84,13 +85,13 @@ debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
 set(CPACK_DEBIAN_LV2_PACKAGE_SUGGESTS "lv2-host, pipewire (>= 0.3.65), wireplumber")
-debian_package(lv2 tarn-lv2 sound "LV2 plug-in" "the LV2 plug-in, and a configuration that\nmakes it a sink of PipeWire" lv2)
+debian_package(lv2 tarn-lv2 sound "LV2 plug-in" "the LV2 plug-in, and a configuration\nfor a PipeWire sink" lv2)
 debian_package(gstreamer gstreamer1.0-tarn sound "GStreamer plug-in" "the GStreamer element tarnupmix" gstreamer)
 debian_package(ladspa tarn-ladspa sound "LADSPA plug-ins"
                "LADSPA plug-ins for FFmpeg, SoX, PipeWire and\nother audio hosts" ladspa)
-# Named as Debian names single plug-ins of ALSA's library.
+# Debian's naming scheme for single plug-ins of the ALSA library.
 debian_package(alsa libasound2-plugin-tarn libs "ALSA plug-in"
-               "a PCM plug-in for ALSA, which upmixes\nwhat programs play" alsa)
+               "a PCM plug-in for ALSA, which upmixes\nthe playback of programs" alsa)
 
 include(CPack)
 cpack_add_component(runtime GROUP library)
