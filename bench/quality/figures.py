@@ -1,4 +1,4 @@
-"""Figures: which measure is taken on which scene, and what it is called in the report."""
+"""The figures of the report: measure, scene and title of each."""
 
 from dataclasses import dataclass
 
@@ -7,13 +7,13 @@ import numpy as np
 import measures
 import scenes
 
-# Length of the noise on which delay and block are measured.
+# Length of the noise for the measurement of delay and block.
 DELAY_NOISE_SECONDS = 1
 
 
 @dataclass(frozen=True)
 class Row:
-    """One line of the table. unit is 'frames', '%' (kept as a fraction) or 'dB'; key is the name in the JSON file."""
+    """One line of the table. unit is 'frames', '%' (stored as a fraction) or 'dB'; key is the name in the JSON file."""
 
     key: str
     title: str
@@ -22,27 +22,27 @@ class Row:
 
 ROWS = [
     Row("delay", "delay of the stream", "frames"),
-    Row("block", "block it gathers first", "frames"),
-    Row("delay_and_block", "delay of a live host: both", "frames"),
-    Row("centred_in_c", "solo centred source, found in C", "%"),
-    Row("pan_22_5_in_c", "solo source half way (pan 22.5 deg), in C", "%"),
-    Row("pan_15_in_c", "solo source at pan 15 deg, in C", "%"),
-    Row("hard_left_in_c", "solo source hard left, in C", "%"),
-    Row("hard_right_in_c", "solo source hard right, in C", "%"),
+    Row("block", "block size", "frames"),
+    Row("delay_and_block", "delay in a live host: sum of both", "frames"),
+    Row("centred_in_c", "solo centred source, share in C", "%"),
+    Row("pan_22_5_in_c", "solo source half way (pan 22.5 deg), share in C", "%"),
+    Row("pan_15_in_c", "solo source at pan 15 deg, share in C", "%"),
+    Row("hard_left_in_c", "solo source hard left, share in C", "%"),
+    Row("hard_right_in_c", "solo source hard right, share in C", "%"),
     Row("opposite_front_at_15", "opposite front at 15 degrees (1)", "%"),
     Row("opposite_front_pan_15", "opposite front at pan 15 deg", "%"),
-    Row("opposite_front_mean", "opposite front, mean of the sweep but the centre", "%"),
+    Row("opposite_front_mean", "opposite front, mean of the sweep without centre", "%"),
     Row("sweep_level_min", "level over the pan sweep, lowest", "dB"),
     Row("sweep_level_max", "level over the pan sweep, highest", "dB"),
     Row("sweep_level_span", "level over the pan sweep, difference", "dB"),
-    Row("diffuse_level", "level on diffuse noise", "dB"),
-    Row("diffuse_in_c", "diffuse noise, found in C", "%"),
+    Row("diffuse_level", "level of diffuse noise", "dB"),
+    Row("diffuse_in_c", "diffuse noise, share in C", "%"),
     Row("dialogue_artefacts", "artefacts in C, dialogue (2)", "dB"),
-    Row("dialogue_speech_in_c", "dialogue: speech, found in C (3)", "%"),
-    Row("dialogue_sides_in_c", "dialogue: noise of the sides, found in C (3)", "%"),
+    Row("dialogue_speech_in_c", "dialogue: speech, share in C (3)", "%"),
+    Row("dialogue_sides_in_c", "dialogue: noise of the sides, share in C (3)", "%"),
     Row("recording_artefacts", "artefacts in C, recording (2)", "dB"),
-    Row("recording_backing_in_c", "recording: centred stem, found in C (3)", "%"),
-    Row("recording_sides_in_c", "recording: guitars of the sides, in C (3)", "%"),
+    Row("recording_backing_in_c", "recording: centred stem, share in C (3)", "%"),
+    Row("recording_sides_in_c", "recording: guitars of the sides, share in C (3)", "%"),
     Row("fold_down_error_diffuse", "fold-down error, diffuse noise (4)", "dB"),
     Row("fold_down_error_centred", "fold-down error, centred source (4)", "dB"),
     Row("fold_down_error_recording", "fold-down error, recording (4)", "dB"),
@@ -52,39 +52,39 @@ ROWS = [
 ]
 
 FOOTNOTES = [
-    "(1) Share of the power of all outputs. Loudspeakers at 30 degrees, source at 15, half way between side and "
-    "centre: pan 22.5 of 0 (hard left) to 90 (hard right), constant power.",
-    "(2) Energy in C that no fixed filter of the known stems explains, re the energy of C: STFT 4096/1024, Hann, "
-    "least squares per bin.",
-    "(3) Share in the energy that the stem, through those fixed filters, brings to all three outputs.",
-    "(4) FL + 0.707 C and FR + 0.707 C less the input, re the input.",
+    "(1) Share of the power of all outputs. The loudspeakers are at 30 degrees, the source at 15, half way between "
+    "side and centre: pan 22.5 on the constant-power law from 0 (hard left) to 90 (hard right).",
+    "(2) Energy in C that no fixed filters of the known stems explain, relative to the energy of C: STFT 4096/1024, "
+    "Hann window, least squares per bin.",
+    "(3) Share of C in the energy that the stem contributes to all three outputs through those fixed filters.",
+    "(4) FL + 0.707 C and FR + 0.707 C minus the input, relative to the input.",
 ]
 
 
 def settled(scene, signal):
-    """The part of a signal that the figures look at."""
+    """The evaluated part of a signal, after the settling time."""
     return signal[scene.settle :]
 
 
 def run(system, scene):
-    """Input [frames, 2] and aligned output [frames, 3] of a scene, settled."""
+    """Input [frames, 2] and aligned output [frames, 3] of a scene, after the settling time."""
     return settled(scene, scene.stereo), settled(scene, system.aligned(scene.stereo, scene.rate))
 
 
 def timing(system, suite):
-    """Delay and block, in frames, from a centred source."""
+    """Delay and block size in frames, measured with a centred source."""
     rate = suite.diffuse.rate
     stereo = suite.sweep[45.0].stereo[: DELAY_NOISE_SECONDS * rate]
     delay = measures.delay_frames(stereo.sum(axis=1), system.stream(stereo, rate).sum(axis=1))
     aligned = measures.delay_frames(stereo.sum(axis=1), system.aligned(stereo, rate).sum(axis=1))
     block = measures.block_frames(lambda moved: system.stream(moved, rate), stereo)
-    # A block of one frame waits for nothing.
+    # A block of one frame adds no delay.
     both = None if block is None else delay + block - (block == 1)
     return {"delay": delay, "aligned_delay": aligned, "block": block, "delay_and_block": both}
 
 
 def pan_sweep(system, suite):
-    """Shares and level over the pan: lists by angle under 'sweep', and the figures of the table."""
+    """Shares and levels over the pan: lists by angle in 'sweep', and the figures of the table."""
     shares, levels = {}, {}
     for degrees, scene in suite.sweep.items():
         stereo, outputs = run(system, scene)
@@ -118,7 +118,7 @@ def pan_sweep(system, suite):
 
 
 def mixture(scene, outputs, centred, prefix):
-    """Artefacts in C, and what of the centred stem and of the sides is found there. outputs as `run` gives them."""
+    """Artefacts in C, and the shares of the centred stem and of the sides in C. outputs is a result of `run`."""
     names = list(scene.stems)
     stems = settled(scene, np.column_stack([scene.stems[name] for name in names]))
     contributions, residual, total = measures.explain(stems, outputs)
@@ -132,7 +132,7 @@ def mixture(scene, outputs, centred, prefix):
 
 
 def fold_down(stereo, outputs, scene):
-    """Error of the fold-down, as it is and after level matching."""
+    """Error of the fold-down without and with level matching."""
     return {
         f"fold_down_error_{scene}": measures.fold_down_error_db(stereo, outputs),
         f"fold_down_shape_error_{scene}": measures.fold_down_error_db(stereo, outputs, best_gain=True),
@@ -140,7 +140,7 @@ def fold_down(stereo, outputs, scene):
 
 
 def measure(system, suite):
-    """All figures of one system: key -> value, None where there is none."""
+    """All figures of one system: key -> value, None if undefined."""
     figures = {row.key: None for row in ROWS}
     figures |= timing(system, suite)
     figures |= pan_sweep(system, suite)

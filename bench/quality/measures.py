@@ -1,7 +1,7 @@
-"""Measures: from known signals and outputs to figures.
+"""Measures that compare outputs with known signals.
 
 Signals are [frames] or [frames, channels]; outputs are in the order FL FR C. Levels and errors are in dB, shares are
-fractions of one. What has no value (the level of silence) is None.
+fractions of one. Undefined values, such as the level of silence, are None.
 """
 
 import numpy as np
@@ -24,16 +24,16 @@ def power(signal):
 
 
 def delay_frames(source, output):
-    """Delay of output against source in frames: where their cross-correlation is largest in magnitude."""
+    """Delay of output relative to source in frames: the largest magnitude of their cross-correlation."""
     correlation = scipy.signal.correlate(output, source, "full", "fft")
     return int(np.argmax(np.abs(correlation))) - (len(source) - 1)
 
 
 def block_frames(stream, stereo, limit=8192):
-    """Block in frames: the smallest power of two by which the input can be moved so that the output just moves along.
+    """Block size in frames: the smallest power of two such that a shift of the input only shifts the output.
 
-    A system that gathers frames before it works on them gives other samples for every other shift. None if there is no
-    such shift up to the limit. stream maps [frames, 2] to [frames, 3].
+    A system that collects blocks gives other samples for other shifts. None if no shift up to the limit fits.
+    stream maps [frames, 2] to [frames, 3].
     """
     late = np.vstack([np.zeros((limit, 2)), stereo])
     first = stream(late)
@@ -47,23 +47,23 @@ def block_frames(stream, stereo, limit=8192):
 
 
 def shares(outputs):
-    """Share of each output in the power of all."""
+    """Share of each output in the total power."""
     powers = power(outputs)
     return powers / powers.sum()
 
 
 def level_db(stereo, outputs):
-    """Power of all outputs re the power of the input, in dB."""
+    """Power of all outputs relative to that of the input, in dB."""
     return ratio_db(power(outputs).sum(), power(stereo).sum())
 
 
 def fold_down(outputs):
-    """Stereo again: L' = FL + 0.707 C, R' = FR + 0.707 C (the root of one half)."""
+    """Stereo fold-down: L' = FL + 0.707 C, R' = FR + 0.707 C (the root of one half)."""
     return outputs[:, :2] + FOLD_GAIN * outputs[:, [CENTRE]]
 
 
 def fold_down_error_db(stereo, outputs, best_gain=False):
-    """Power of the difference between fold-down and input re the input, in dB; best_gain first matches their level."""
+    """Power of fold-down minus input relative to the input, in dB; best_gain first matches the level."""
     folded = fold_down(outputs)
     gain = np.vdot(folded, stereo) / np.vdot(folded, folded) if best_gain else 1.0
     return ratio_db(np.sum((gain * folded - stereo) ** 2), np.sum(stereo**2))
@@ -77,23 +77,23 @@ def spectra(signals):
 
 
 def explain(stems, outputs):
-    """What fixed filters of the stems explain of each output.
+    """Separates each output into fixed filters of the stems and a residual.
 
-    In every bin each output is fitted, over all windows, by one complex gain per stem (least squares). That is any
-    filter that does not change and is shorter than the window.
+    A least-squares fit over all windows gives one complex gain per stem, output and bin. This models every
+    time-invariant filter that is shorter than the window.
 
     In      stems [frames, stems], outputs [frames, outputs]
-    Out     contributions [stems, outputs], residual [outputs], total [outputs]: the energy that each stem brings, that
-            no fixed filter explains, and of the output; one scale for all
+    Out     contributions [stems, outputs], residual [outputs], total [outputs]: the energy that each stem
+            contributes, of the part that no fixed filter explains, and of the output, at the same scale
     """
     x, y = spectra(stems), spectra(outputs)
-    # Each stem at unit energy per bin, so that a quiet one is as well conditioned as a loud one.
+    # Normalises the energy of each stem per bin, so that quiet and loud stems are equally well conditioned.
     norms = np.sqrt(np.sum(np.abs(x) ** 2, axis=2, keepdims=True))
     x = np.divide(x, norms, out=np.zeros_like(x), where=norms > 0)
     adjoint = x.conj().transpose(0, 2, 1)
     gains = (y @ adjoint) @ np.linalg.pinv(x @ adjoint, rcond=1e-10, hermitian=True)
 
-    # A bin stands for its mirror image too, except the first and the last.
+    # All bins except the first and the last also represent their mirror image.
     weights = np.full(len(x), 2.0)
     weights[[0, -1]] = 1.0
 

@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Quality figures of the upmix, side by side with two filters of FFmpeg.
+"""Measures the quality of the upmix and compares it with two filters of FFmpeg.
 
     bench/quality/quality.py --json figures.json --plots pictures
 
-Needs Debian's python3-numpy, python3-scipy, python3-soundfile and python3-matplotlib, and a built tarn. With ffmpeg,
-espeak-ng and fretsonfire-songs-muldjord it compares, speaks and plays a recording; what is missing is left out, and
-the report says so.
+Needs Debian's python3-numpy, python3-scipy, python3-soundfile and python3-matplotlib, and a built tarn. Optional:
+ffmpeg for the comparison, espeak-ng for speech, and fretsonfire-songs-muldjord as recording. The report names what is
+missing.
 """
 
 import argparse
@@ -13,7 +13,7 @@ import os
 from pathlib import Path
 import sys
 
-# The figures must not depend on how many cores a linear algebra library finds.
+# The number of threads of a linear algebra library must not affect the figures.
 for variable in ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS"):
     os.environ[variable] = "1"
 
@@ -28,22 +28,22 @@ DEFAULT_TARN = Path(__file__).resolve().parents[2] / "build/tarn/cli/tarn"
 def parse_arguments(arguments):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--tarn", type=Path, default=DEFAULT_TARN, metavar="PATH", help="the command (%(default)s)")
-    parser.add_argument("--mode", type=int, action="append", metavar="N", help="mode of tarn, may be repeated (1)")
+    parser.add_argument("--mode", type=int, action="append", metavar="N", help="mode of tarn, can be repeated (1)")
     parser.add_argument("--seed", type=int, default=1, help="seed of the scenes (%(default)s)")
     parser.add_argument("--quick", action="store_true", help="short scenes, for a test")
     parser.add_argument(
         "--speech",
         choices=["auto", "espeak-ng", "synthetic"],
         default="auto",
-        help="the voice of the dialogue; auto is espeak-ng if it is installed",
+        help="voice of the dialogue; auto is espeak-ng if installed, else synthetic",
     )
-    parser.add_argument("--json", type=Path, metavar="FILE", help="write all figures there")
-    parser.add_argument("--plots", type=Path, metavar="DIR", help="write pictures there")
+    parser.add_argument("--json", type=Path, metavar="FILE", help="write all figures to FILE")
+    parser.add_argument("--plots", type=Path, metavar="DIR", help="write pictures into DIR")
     return parser.parse_args(arguments)
 
 
 def settings_of(options, suite):
-    """What the figures depend on besides the code."""
+    """Settings and versions that the figures depend on."""
     song = suite.recording
     return {
         "seed": options.seed,

@@ -1,4 +1,4 @@
-"""Report: tables, JSON and pictures of the figures."""
+"""Makes tables, JSON and pictures of the figures."""
 
 import json
 from pathlib import Path
@@ -10,8 +10,8 @@ import matplotlib.pyplot as plt
 
 from figures import FOOTNOTES, ROWS
 
-# Okabe and Ito: told apart by everybody. One colour and line style per system, in order; the last one, the reference,
-# is grey and dotted.
+# Palette of Okabe and Ito, for all forms of colour vision. Each system has one colour and line style, in this order.
+# The reference, which is last, is grey and dotted.
 COLOURS = ["#0072B2", "#D55E00", "#009E73", "#CC79A7", "#E69F00", "#56B4E9"]
 LINE_STYLES = ["-", "--", "-."]
 REFERENCE_COLOUR, REFERENCE_LINE = "#7F7F7F", ":"
@@ -19,7 +19,7 @@ OUTPUT_COLOURS = {"FL": "#0072B2", "C": "#E69F00", "FR": "#009E73"}
 
 
 def cell(value, unit):
-    """A figure as the tables show it, without its unit."""
+    """Formats a figure for the tables, without its unit."""
     if value is None:
         return "-"
     if unit == "frames":
@@ -29,7 +29,7 @@ def cell(value, unit):
 
 
 def cells(results):
-    """Header and lines of the table as text. results: label -> figures. Lines without any figure are left out."""
+    """Header and lines of the table as text. results: label -> figures. Lines without figures are left out."""
     header = ["figure", "unit", *results]
     lines = []
     for row in ROWS:
@@ -40,7 +40,7 @@ def cells(results):
 
 
 def text_table(results):
-    """Plain text, numbers right-aligned."""
+    """The table as plain text, with right-aligned numbers."""
     header, lines = cells(results)
     widths = [max(len(line[column]) for line in [header, *lines]) for column in range(len(header))]
     rendered = []
@@ -59,7 +59,7 @@ def markdown_table(results):
 
 
 def write_json(path, settings, results):
-    """Settings and all figures, full precision; shares are fractions of one."""
+    """Settings and all figures in full precision as JSON; shares are fractions of one."""
     Path(path).write_text(json.dumps({"settings": settings, "systems": results}, indent=2) + "\n")
 
 
@@ -74,7 +74,7 @@ def styles(results):
 
 
 def pan_axis(axes):
-    """The pan axis, which all sweeps share."""
+    """Draws the pan axis of a sweep."""
     axes.set_xlim(0, 90)
     axes.set_xticks(range(0, 91, 15))
     axes.set_xlabel("pan, degrees (0 = hard left, 45 = centre, 90 = hard right)")
@@ -87,7 +87,7 @@ def save(figure, path):
 
 
 def plot_level(path, results):
-    """Level of all outputs together over the pan."""
+    """Draws the level of all outputs together over the pan."""
     figure, axes = plt.subplots(figsize=(8, 4.5), layout="constrained")
     for label, figures, colour, line in styles(results):
         sweep = figures["sweep"]
@@ -100,7 +100,7 @@ def plot_level(path, results):
 
 
 def plot_shares(path, results):
-    """Where one source goes, over the pan: a panel for every system."""
+    """Draws the shares of the outputs over the pan, one panel per system."""
     columns = 2 if len(results) > 1 else 1
     rows = -(-len(results) // columns)
     figure, grid = plt.subplots(
@@ -125,7 +125,7 @@ def plot_shares(path, results):
 
 
 def plot_artefacts(path, results):
-    """Artefacts in C, in per cent of its energy, so that a longer bar is a worse one; labelled in dB too."""
+    """Draws artefacts in C in per cent of its energy, with labels in dB. Longer bars are worse."""
     scenes = [("dialogue_artefacts", "speech against\npink noise at the sides"), ("recording_artefacts", "recording")]
     scenes = [scene for scene in scenes if any(figures[scene[0]] is not None for figures in results.values())]
     figure, axes = plt.subplots(figsize=(8, 4.5), layout="constrained")
@@ -147,7 +147,7 @@ def plot_artefacts(path, results):
 
 
 def write_plots(directory, results):
-    """All pictures, as PNG; returns their paths."""
+    """Writes all pictures as PNG. Returns their paths."""
     directory = Path(directory)
     directory.mkdir(parents=True, exist_ok=True)
     paths = []

@@ -1,7 +1,7 @@
-"""Test scenes: mono stems at known places in a stereo mix.
+"""Test scenes: mono stems at known positions in a stereo mix.
 
-Signals are float64, full scale = 1.0, time along the first axis. Every random signal comes from the seed that the
-caller hands in. A mix is rounded to 24 bits once, so that all systems under test hear the same samples.
+Signals are float64, full scale = 1.0, time along the first axis. Every random signal depends only on the
+seed of the caller. A mix is rounded to 24 bits once, so that all systems under test get the same samples.
 """
 
 from dataclasses import dataclass
@@ -17,10 +17,10 @@ import soundfile
 RATE_HZ = 48000
 HALF_POWER = np.sqrt(0.5)
 PAN_SWEEP_DEGREES = [float(degrees) for degrees in range(0, 91, 5)]
-# Loudspeakers at 30 degrees to either side, a source at 15: half way between side and centre, 22.5 on the pan law.
+# The loudspeakers are at 30 degrees, the source at 15: half way between side and centre, 22.5 on the pan law.
 HALFWAY_PAN_DEGREES = 22.5
 
-# Loud, and far from clipping any output. Levels are mean powers in dB re full scale squared.
+# Loud, but no output can clip. Levels are mean powers in dB relative to full scale squared.
 NOISE_LEVEL_DB = -20.0  # left plus right
 DIALOGUE_LEVEL_DB = -25.0  # each of the three stems
 RECORDING_PEAK = 0.5
@@ -38,12 +38,12 @@ right there are shorter climbs, but three wet fields. We tried both, six times e
 
 @dataclass
 class Scene:
-    """One stereo mix and what is known about it.
+    """A stereo mix and its parts.
 
     rate    Hz
     stems   name -> mono signal [frames]
-    gains   name -> (gain into left, gain into right); a stem on one side has a zero
-    settle  frames at the start that no figure looks at: the systems under test adapt
+    gains   name -> (gain into left, gain into right); a stem on one side has one gain of zero
+    settle  frames at the start that are not evaluated, because the systems under test still adapt
     """
 
     name: str
@@ -68,7 +68,7 @@ def pan_gains(degrees):
 
 
 def at_level(signal, level_db):
-    """The signal with its mean power set to level_db, in dB re full scale squared."""
+    """Scales the signal to the mean power level_db, in dB relative to full scale squared."""
     return signal * np.sqrt(10 ** (level_db / 10) / np.mean(signal**2))
 
 
@@ -84,7 +84,7 @@ def pink_noise(generator, frames, rate):
 
 
 def espeak_speech(frames, rate):
-    """The text above, read by espeak-ng, repeated to the length wanted; mean power 1."""
+    """SPEECH_TEXT read by espeak-ng, repeated to the given length; mean power 1."""
     with tempfile.TemporaryDirectory() as directory:
         path = Path(directory) / "speech.wav"
         subprocess.run(["espeak-ng", "-v", "en", "-s", "150", "-w", path, SPEECH_TEXT], check=True)
@@ -95,7 +95,7 @@ def espeak_speech(frames, rate):
 
 
 def synthetic_speech(generator, frames, rate):
-    """Syllables of a voice that never lived: pulses through three formants, hiss between, pauses; mean power 1."""
+    """Synthetic syllables: pulses through three formants, noise between them, pauses; mean power 1."""
     vowels_hz = [(270, 2290, 3010), (530, 1840, 2480), (730, 1090, 2440), (570, 840, 2410), (300, 870, 2240)]
     hiss_filter = scipy.signal.butter(4, [3000, 9000], "bandpass", fs=rate, output="sos")
     speech = np.zeros(frames)
@@ -130,7 +130,7 @@ def speech_kind(wanted):
 
 
 def panned_noise(seed, degrees, seconds):
-    """One source of pink noise on the pan law; the same noise at every angle."""
+    """A source of pink noise on the pan law, with the same noise at every angle."""
     frames = round(seconds * RATE_HZ)
     noise = at_level(pink_noise(np.random.default_rng([seed, 1]), frames, RATE_HZ), NOISE_LEVEL_DB)
     return Scene(f"pan {degrees:g}", RATE_HZ, {"source": noise}, {"source": pan_gains(degrees)}, RATE_HZ)
@@ -156,11 +156,11 @@ def dialogue(seed, seconds, speech):
 
 
 def recording(seconds):
-    """Part of "Mutilated Mime" by Muldjord (El Senator), CC BY-SA 3.0, at its own rate of 44.1 kHz; None if missing.
+    """Part of "Mutilated Mime" by Muldjord (El Senator), CC BY-SA 3.0, at its rate of 44.1 kHz; None if missing.
 
-    The package brings two stereo stems. The rhythm guitars, played twice and recorded hard left and hard right, stay
-    as they are. The backing (drums, bass, voice) is mixed to mono and put in the centre at its own level; it is
-    all but mono to begin with (its side signal is 15 dB below its mid signal).
+    The package has two stereo stems. The rhythm guitars, recorded twice, hard left and hard right, are not changed.
+    The backing (drums, bass, voice) is mixed to mono and centred at its original level. It is nearly mono already: its
+    side signal is 15 dB below its mid signal.
     """
     try:
         guitar, rate = soundfile.read(SONG_DIRECTORY / "guitar.ogg")

@@ -1,8 +1,7 @@
-"""Systems under test: each turns a stereo signal into front left, front right and centre.
+"""Systems under test, which turn stereo into front left, front right and centre.
 
-All take [frames, 2] and give [frames, 3], order FL FR C, float64, full scale = 1.0, at the rate of the input in Hz.
-`stream` is what comes out of a running system, late by its delay; `aligned` has the delay taken out. Both give as many
-frames as they are given.
+All map [frames, 2] to [frames, 3], order FL FR C, float64, full scale = 1.0, at the rate of the input in Hz. `stream`
+is the output of a running system with its delay; `aligned` has the delay removed. Both keep the number of frames.
 """
 
 from pathlib import Path
@@ -21,7 +20,7 @@ class MeasurementError(RuntimeError):
 
 
 def run_command(arguments, **options):
-    """Runs a command and returns its standard output; raises with its messages if it fails."""
+    """Runs a command and returns its standard output. If it fails, the error has its messages."""
     result = subprocess.run([str(argument) for argument in arguments], capture_output=True, **options)
     if result.returncode != 0:
         raise MeasurementError(f"{arguments[0]}: exit {result.returncode}\n{result.stderr.decode(errors='replace')}")
@@ -29,7 +28,7 @@ def run_command(arguments, **options):
 
 
 class Tarn:
-    """The `tarn` command, files in 24 bits."""
+    """The `tarn` command with 24-bit files."""
 
     def __init__(self, command, mode=1):
         self.command = command
@@ -46,7 +45,7 @@ class Tarn:
         if output.shape != (len(stereo), 3):
             raise MeasurementError(f"{self.command}: {output.shape} samples out, {stereo.shape} in")
         if np.abs(output).max() >= 1 - 2**-23:
-            raise MeasurementError(f"{self.command}: the output clips, no figure would mean anything")
+            raise MeasurementError(f"{self.command}: the output clips, so the figures would be invalid")
         return output
 
     def stream(self, stereo, rate):
@@ -57,7 +56,7 @@ class Tarn:
 
 
 class FixedMatrix:
-    """FL = L, FR = R, C = (L + R) / 2: no steering at all. Shows where the scales of the figures begin."""
+    """FL = L, FR = R, C = (L + R) / 2: no steering. It is the baseline of the figures."""
 
     name, label = "fixed-matrix", "fixed matrix"
 
@@ -68,9 +67,9 @@ class FixedMatrix:
 
 
 class FfmpegFilter:
-    """A filter of FFmpeg, floating point in and out. Its delay is measured once per rate and taken out."""
+    """A filter of FFmpeg with floating-point samples. Its delay is measured once per rate and removed."""
 
-    # More than the delay of any filter here, so that its tail comes out.
+    # Exceeds the delay of every filter here, so that the output has its whole tail.
     PADDING_FRAMES = 16384
 
     def __init__(self, name, graph):
@@ -82,7 +81,7 @@ class FfmpegFilter:
     def stream(self, stereo, rate):
         pcm = ["-f", "f32le", "-ar", rate]
         command = ["ffmpeg", "-nostdin", "-v", "error", *pcm, "-ac", 2, "-i", "pipe:0", "-af", self.graph]
-        # No -ac for the output: it asks for 2.1, and the filter's 3.0 would be remixed to that.
+        # The output has no -ac 3: it means 2.1, to which FFmpeg would remix the 3.0 of the filter.
         command += ["-c:a", "pcm_f32le", *pcm, "pipe:1"]
         padded = np.vstack([stereo, np.zeros((self.PADDING_FRAMES, 2))])
         output = np.frombuffer(run_command(command, input=padded.astype("<f4").tobytes()), "<f4").reshape(-1, 3)
@@ -91,7 +90,7 @@ class FfmpegFilter:
         return output[: len(stereo)].astype(np.float64)
 
     def delay(self, rate):
-        """Frames by which the stream is late at this rate."""
+        """Delay of the stream at this rate, in frames."""
         if rate not in self._delays:
             noise = 0.05 * np.random.default_rng(0).standard_normal(rate)
             output = self.stream(np.column_stack([noise, noise]), rate)
@@ -104,7 +103,7 @@ class FfmpegFilter:
 
 
 def peers():
-    """The systems to compare with that are installed here, and a note for each that is not."""
+    """The installed systems for the comparison, and a note for each missing one."""
     if not shutil.which("ffmpeg"):
         return [], ["ffmpeg is not installed: its filters are left out"]
     filters = run_command(["ffmpeg", "-hide_banner", "-filters"]).decode()
@@ -118,7 +117,7 @@ def peers():
 
 
 def versions(tarn):
-    """First lines of what the commands say about themselves."""
+    """First lines of the version texts of the commands."""
     found = {"tarn": run_command([tarn, "--version"])}
     if shutil.which("ffmpeg"):
         found["ffmpeg"] = run_command(["ffmpeg", "-version"])

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Tests of the quality figures: measures against known answers, scenes, and what happens where something is missing.
+"""Tests of the quality figures: measures with known answers, scenes, and missing parts.
 
     bench/quality/test_quality.py
 
-With the path of the tarn command in the environment variable TARN, the engine's figures are taken twice and compared.
+If the environment variable TARN has the path of the command, the figures of the engine are measured twice and compared.
 """
 
 import os
@@ -31,21 +31,21 @@ def outputs_of(left, right, centre):
 
 
 class Measures(unittest.TestCase):
-    def test_delay_is_found_whatever_the_polarity(self):
+    def test_delay_is_independent_of_polarity(self):
         source = noise(1, 10000)
         late = np.concatenate([np.zeros(137), source])[:10000]
         self.assertEqual(measures.delay_frames(source, late), 137)
         self.assertEqual(measures.delay_frames(source, -0.3 * late), 137)
         self.assertEqual(measures.delay_frames(late, source), -137)
 
-    def test_block_is_that_of_a_system_that_changes_its_gains_every_block(self):
+    def test_block_size_of_a_system_with_gains_per_block(self):
         def stream(stereo):
             gains = np.arange(len(stereo)) % 64 + 1.0
             return np.column_stack([stereo, stereo[:, 0] * gains])
 
         self.assertEqual(measures.block_frames(stream, noise(2, 1000, 2)), 64)
 
-    def test_a_fixed_matrix_gathers_nothing_and_an_ageing_system_has_no_block(self):
+    def test_fixed_matrix_has_block_1_and_time_variant_system_has_none(self):
         def fixed(stereo):
             return systems.FixedMatrix().stream(stereo, 48000)
 
@@ -62,13 +62,13 @@ class Measures(unittest.TestCase):
         np.testing.assert_allclose(measures.shares(outputs), [1 / 3, 1 / 3, 1 / 3])
         self.assertAlmostEqual(measures.level_db(stereo, outputs), 10 * np.log10(3 / 2))
 
-    def test_fold_down_of_an_ideal_upmix_has_no_error_but_rounding(self):
+    def test_fold_down_of_an_ideal_upmix_has_only_rounding_errors(self):
         left, right, middle = noise(5, 3, 5000)
         stereo = np.column_stack([left + middle, right + middle])
         error = measures.fold_down_error_db(stereo, outputs_of(left, right, np.sqrt(2) * middle))
         self.assertTrue(error is None or error < -250)
 
-    def test_fold_down_error_is_that_of_the_level_and_level_matching_removes_it(self):
+    def test_level_matching_removes_the_level_error_of_the_fold_down(self):
         left, right = noise(6, 2, 5000)
         stereo = np.column_stack([left, right])
         outputs = outputs_of(0.5 * left, 0.5 * right, 0 * left)
@@ -76,11 +76,12 @@ class Measures(unittest.TestCase):
         matched = measures.fold_down_error_db(stereo, outputs, best_gain=True)
         self.assertTrue(matched is None or matched < -250)
 
-    def test_fixed_filters_are_no_artefact(self):
+    def test_fixed_filters_are_not_artefacts(self):
         stems = noise(7, 200000, 2)
         filtered = scipy.signal.lfilter([0.3, -0.2, 0.5], [1, -0.4], stems[:, 0]) + 0.2 * stems[:, 1]
         _, residual, total = measures.explain(stems, filtered[:, None])
-        self.assertLess(measures.ratio_db(residual[0], total[0]), -40)  # the filter's length against the window's
+        # The length of the filter relative to the window limits the accuracy.
+        self.assertLess(measures.ratio_db(residual[0], total[0]), -40)
 
         _, residual, total = measures.explain(stems, stems @ [[0.7], [0.2]])
         self.assertLess(measures.ratio_db(residual[0], total[0]), -200)
@@ -91,7 +92,7 @@ class Measures(unittest.TestCase):
         _, residual, total = measures.explain(stems, output)
         self.assertAlmostEqual(measures.ratio_db(residual[0], total[0]), 10 * np.log10(0.01 / 1.01), delta=0.2)
 
-    def test_a_gain_that_moves_is_an_artefact(self):
+    def test_moving_gain_is_an_artefact(self):
         stem = noise(10, 960000, 1)
         depth = 0.5
         moving = 1 + depth * np.sin(2 * np.pi * np.arange(960000) / 96000)
@@ -99,14 +100,14 @@ class Measures(unittest.TestCase):
         expected = 10 * np.log10(depth**2 / 2 / (1 + depth**2 / 2))
         self.assertAlmostEqual(measures.ratio_db(residual[0], total[0]), expected, delta=0.3)
 
-    def test_contributions_are_those_of_independent_stems(self):
+    def test_contributions_of_independent_stems_are_separated(self):
         stems = noise(11, 500000, 2)
         contributions, _, total = measures.explain(stems, stems @ [[1.0, 0.5], [0.0, 0.5]])
         self.assertAlmostEqual(contributions[0, 0] / total[0], 1.0, delta=0.01)
         self.assertAlmostEqual(contributions[0, 1] / contributions[0].sum(), 0.2, delta=0.01)
         self.assertAlmostEqual(contributions[1, 1] / contributions[1].sum(), 1.0, delta=0.01)
 
-    def test_a_silent_stem_and_a_silent_output_are_no_error(self):
+    def test_silent_stem_and_silent_output_are_accepted(self):
         stems = np.column_stack([noise(12, 50000), np.zeros(50000)])
         contributions, residual, total = measures.explain(stems, np.column_stack([stems[:, 0], np.zeros(50000)]))
         self.assertEqual(contributions[1].sum(), 0)
@@ -114,7 +115,7 @@ class Measures(unittest.TestCase):
 
 
 class Scenes(unittest.TestCase):
-    def test_the_same_seed_gives_the_same_scene_and_another_another(self):
+    def test_scenes_depend_only_on_the_seed(self):
         for build in (lambda seed: scenes.dialogue(seed, 2, "synthetic"), lambda seed: scenes.diffuse_noise(seed, 2)):
             np.testing.assert_array_equal(build(1).stereo, build(1).stereo)
             self.assertFalse(np.array_equal(build(1).stereo, build(2).stereo))
@@ -125,21 +126,21 @@ class Scenes(unittest.TestCase):
         self.assertEqual(scenes.pan_gains(0.0), (1.0, 0.0))
         self.assertEqual(scenes.pan_gains(90.0), (0.0, 1.0))
 
-    def test_pink_noise_loses_3_db_an_octave(self):
+    def test_pink_noise_falls_by_3_db_per_octave(self):
         signal = scenes.pink_noise(np.random.default_rng(1), 480000, 48000)
         frequencies, density = scipy.signal.welch(signal, 48000, nperseg=8192)
         octaves = [density[(frequencies >= low) & (frequencies < 2 * low)].mean() for low in (250, 1000, 4000)]
         for lower, upper in zip(octaves, octaves[1:]):
             self.assertAlmostEqual(10 * np.log10(lower / upper), 6.02, delta=0.5)
 
-    def test_the_stems_of_the_dialogue_have_equal_power(self):
+    def test_dialogue_stems_have_equal_power(self):
         stems = scenes.dialogue(1, 2, "synthetic").stems
         for stem in stems.values():
             self.assertAlmostEqual(10 * np.log10(np.mean(stem**2)), scenes.DIALOGUE_LEVEL_DB)
 
 
 class Report(unittest.TestCase):
-    def test_without_the_recording_its_rows_are_left_out(self):
+    def test_missing_recording_leaves_out_its_rows(self):
         with mock.patch.object(scenes, "SONG_DIRECTORY", Path("/nonexistent")):
             suite = scenes.build_suite(1, True, "synthetic")
         self.assertIsNone(suite.recording)
@@ -153,13 +154,13 @@ class Report(unittest.TestCase):
             for path in report.write_plots(directory, results):
                 self.assertGreater(path.stat().st_size, 5000)
 
-    def test_without_ffmpeg_there_are_no_peers_but_a_note(self):
+    def test_missing_ffmpeg_gives_a_note(self):
         with mock.patch.object(systems.shutil, "which", return_value=None):
             available, notes = systems.peers()
         self.assertEqual(available, [])
         self.assertEqual(len(notes), 1)
 
-    def test_a_zero_has_no_sign(self):
+    def test_zero_has_no_sign(self):
         self.assertEqual(report.cell(-0.004, "dB"), "0.0")
         self.assertEqual(report.cell(-3.0, "dB"), "-3.0")
         self.assertEqual(report.cell(None, "dB"), "-")
@@ -167,7 +168,7 @@ class Report(unittest.TestCase):
 
 @unittest.skipUnless(os.environ.get("TARN"), "TARN does not name the command")
 class Tarn(unittest.TestCase):
-    def test_every_figure_is_there_and_the_same_again(self):
+    def test_every_figure_is_present_and_reproducible(self):
         suite = scenes.build_suite(1, True, "synthetic")
         first, second = (figures.measure(systems.Tarn(os.environ["TARN"]), suite) for _ in range(2))
         self.assertEqual(first, second)
