@@ -1,4 +1,4 @@
-# Completion of tarn for bash. Without a proposal of its own, bash proposes files.
+# Completion of tarn for bash. Where it proposes nothing, bash completes file names.
 
 _tarn() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' words='' i

@@ -38,7 +38,7 @@ using fuzz::ByteReader;
 using fuzz::fail;
 using fuzz::require;
 
-/// Limits the time of a run: decoders can make hours of silence from a few bytes.
+/// Limits the time of a run, because decoders can make hours of silence from a few bytes.
 constexpr rlim_t kMaxOutput = rlim_t{1} << 20;
 
 constexpr std::string_view kFormerOutput = "the file that --force replaces\n";
@@ -101,7 +101,7 @@ class FileSizeLimit
 public:
     FileSizeLimit()
     {
-        std::signal(SIGXFSZ, SIG_IGN); // as in the command; libFuzzer has a handler of its own
+        std::signal(SIGXFSZ, SIG_IGN); // as in the command; replaces the handler of libFuzzer
         require(getrlimit(RLIMIT_FSIZE, &former) == 0, "getrlimit");
         const rlimit limit{.rlim_cur = kMaxOutput, .rlim_max = former.rlim_max};
         require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit");
@@ -230,7 +230,7 @@ void requireRefused(const tarn::UpmixOptions& options, const Outcome& outcome, b
     case EX_DATAERR:
         break;
     case EX_USAGE: {
-        // The only way in which these options can be wrong.
+        // The only possible usage error with these options.
         const bool tooWide = options.bits == 32 && options.output.ends_with(".flac");
         if (!tooWide) fail("refuses the options", outcome.message);
         break;

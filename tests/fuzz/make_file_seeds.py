@@ -1,8 +1,11 @@
 #!/usr/bin/env python3
-"""Makes the seeds of the file fuzzer: make_file_seeds.py FOLDER.
+"""Makes the seeds of the file fuzzer.
 
-The seeds are short files of every container with every tag format. Each is written twice, for an output in WAVE and in
-FLAC, behind three bytes of options that file_fuzzer.cpp decodes."""
+    make_file_seeds.py FOLDER
+
+The seeds are short files of every container with every tag format. Each is written twice, for an output in WAV and in
+FLAC. The first three bytes are options that file_fuzzer.cpp decodes.
+"""
 
 import base64
 import io
@@ -41,7 +44,7 @@ EXTENSIONS = ("", "wav", "flac", "mp3", "ogg", "opus", "aiff", "caf", "w64", "au
 
 
 def sound(frames=FRAMES, rate=48000, channels=2, peak=0.5):
-    """A tone that moves between the sides, and a little noise."""
+    """A tone that moves between the channels, and a little noise."""
     time = numpy.arange(frames) / rate
     tone = numpy.sin(2 * numpy.pi * 440 * time)
     noise = numpy.random.default_rng(1).uniform(-0.002, 0.002, (frames, channels))
@@ -169,7 +172,7 @@ def mp3_files():
 
 
 def long_files():
-    """One and a half seconds of near silence, from which a second can be lost."""
+    """1.5 seconds of near silence, long enough to lose a second."""
     quiet = sound(48000, 32000, peak=0.001)
     yield "flac-long", encoded("FLAC", "PCM_16", numpy.round(quiet * 2048) / 2048, 32000)
     yield "mp3-long", encoded("MP3", "MPEG_LAYER_III", quiet, 32000)
@@ -178,7 +181,7 @@ def long_files():
 
 
 def other_shapes():
-    """Other channels and rates."""
+    """Files with other channels and rates."""
     for container, codec in ("WAV", "PCM_16"), ("FLAC", "PCM_16"), ("OGG", "VORBIS"), ("MP3", "MPEG_LAYER_III"):
         name = container.lower()
         yield name + "-mono", encoded(container, codec, sound(channels=1))
