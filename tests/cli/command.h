@@ -71,7 +71,7 @@ protected:
     Result tarn(const std::vector<std::string>& arguments) const { return runIn(directory, {.arguments = arguments}); }
 
     /// Runs `tarn` with the arguments and sends the bytes to its standard input.
-    Result tarnFed(const std::string& bytes, const std::vector<std::string>& arguments) const
+    Result tarnWithInput(const std::string& bytes, const std::vector<std::string>& arguments) const
     {
         return runIn(directory, {.arguments = arguments, .input = bytes});
     }

@@ -92,7 +92,7 @@ TEST_F(Conversion, ConvertsToTheRequestedRate)
 TEST_F(Conversion, ConvertsRawStreams)
 {
     const Samples stereo = pulse(22050, 10000, 40);
-    const Result result = tarnFed(pcmOf(stereo, 16), {"upmix", "--raw", "22050:16", "-", "out.wav"});
+    const Result result = tarnWithInput(pcmOf(stereo, 16), {"upmix", "--raw", "22050:16", "-", "out.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_EQ(readAudio(at("out.wav")).info.samplerate, 32000);
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 32000);
@@ -111,7 +111,7 @@ TEST_F(Conversion, PeaksRaisedAboveFullScaleAreScaledDown)
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_NE(result.errors.find("raises its peak above full scale: scaled down by "), std::string::npos)
         << result.errors;
-    EXPECT_EQ(nlohmann::json::parse(result.output)["channels"][0]["full_scale_samples"], 1) << "the peak itself";
+    EXPECT_EQ(nlohmann::json::parse(result.output)["channels"][0]["full_scale_samples"], 1) << "the peak of the wave";
 }
 
 TEST_F(Conversion, MonoFeedsBothEngineInputs)

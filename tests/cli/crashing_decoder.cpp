@@ -17,7 +17,7 @@ namespace
 
 std::string way; // name of the last file without its extension
 
-void crashIfNamedSo()
+void crashForCertainNames()
 {
     if (way == "abort") std::abort();
     if (way == "trap") __builtin_trap();
@@ -47,12 +47,12 @@ extern "C" int open(const char* path, int flags, ...)
 
 extern "C" sf_count_t sf_readf_int(SNDFILE* file, int* samples, sf_count_t frames)
 {
-    crashIfNamedSo();
+    crashForCertainNames();
     return hiddenBy(sf_readf_int, "sf_readf_int")(file, samples, frames);
 }
 
 extern "C" sf_count_t sf_readf_double(SNDFILE* file, double* samples, sf_count_t frames)
 {
-    crashIfNamedSo();
+    crashForCertainNames();
     return hiddenBy(sf_readf_double, "sf_readf_double")(file, samples, frames);
 }

@@ -191,7 +191,7 @@ TEST_F(Damage, ShortVorbisFileLosesOnlyTheDamagedPage)
     constexpr std::size_t kFrames = 30000;
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kFrames, 16));
     const std::string ogg = bytesOf(at("in.ogg"));
-    ASSERT_LT(ogg.size(), 65536u) << "all of it is read at once";
+    ASSERT_LT(ogg.size(), 65536u) << "the whole file is read at once";
     const std::size_t lastButOne = ogg.rfind("OggS", ogg.rfind("OggS") - 1);
     writeBytes(at("bad.ogg"), withBitFlipped(ogg, lastButOne + 100));
     const Result result = tarn({"upmix", "bad.ogg", "out.wav"});

@@ -1,4 +1,4 @@
-// `tarn upmix --layout slots8`: slots of the matrix, and samples that wrap in it.
+// `tarn upmix --remap`: slots of the matrix, and samples that wrap in it.
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
@@ -167,9 +167,9 @@ TEST_F(Remap, CountsWrappedSumsInEveryWidth)
         const Samples stereo = writeInput(bits);
         for (const bool align : {true, false}) {
             const Samples plain = engineOutput(stereo, {.bits = bits, .align = align});
-            EXPECT_NE(std::count(plain.begin(), plain.end(), INT32_MIN), 0) << "the case that this test needs";
+            EXPECT_NE(std::count(plain.begin(), plain.end(), INT32_MIN), 0) << "precondition of this test";
             const Sums sums(plain, bits, gains.fixed);
-            for (std::size_t c = 0; c < 4; ++c) EXPECT_GT(sums.wrapped(c), 0u) << "the case that this test needs";
+            for (std::size_t c = 0; c < 4; ++c) EXPECT_GT(sums.wrapped(c), 0u) << "precondition of this test";
 
             const Json report =
                 reportOf(gains.text, align ? std::vector<std::string>{} : std::vector<std::string>{"--no-align"});
@@ -189,8 +189,8 @@ TEST_F(Remap, NoteGivesWrappedCountAndSafeGains)
     const Samples plain = engineOutput(writeInput(16), {});
     const Gains gains("1 0 0.75 0\n0 0.5 0.75 0\n0 0 0.75 0.5\n");
     const Sums sums(plain, 16, gains.fixed);
-    ASSERT_GT(sums.wrapped(2), 1u) << "the case that this test needs";
-    ASSERT_EQ(sums.wrapped(), sums.wrapped(2)) << "the case that this test needs";
+    ASSERT_GT(sums.wrapped(2), 1u) << "precondition of this test";
+    ASSERT_EQ(sums.wrapped(), sums.wrapped(2)) << "precondition of this test";
     const std::string factor = formatted("%.2f", std::floor(100.0 / sums.largest(2)) / 100.0);
     const Result result = upmix(gains.text, {});
     EXPECT_NE(result.errors.find("tarn: out.wav: " + std::to_string(sums.wrapped()) +
@@ -210,8 +210,8 @@ TEST_F(Remap, NoteNamesEveryWrappedColumn)
     const Samples plain = engineOutput(writeInput(16), {});
     const Gains gains("0 0 0 0\n0 1 0 0\n2 0 0 4\n");
     const Sums sums(plain, 16, gains.fixed);
-    ASSERT_EQ(sums.largest(0), 2.0) << "the case that this test needs";
-    ASSERT_EQ(sums.largest(3), 4.0) << "the case that this test needs";
+    ASSERT_EQ(sums.largest(0), 2.0) << "precondition of this test";
+    ASSERT_EQ(sums.largest(3), 4.0) << "precondition of this test";
     const Result result = upmix("FC BL SR LFE\n" + gains.text, {});
     EXPECT_NE(result.errors.find("m.txt: the gains of column 1 (FC) sum to 2 in magnitude"), std::string::npos)
         << result.errors;
@@ -230,7 +230,7 @@ TEST_F(Remap, GainOfMinusOneWrapsTheSmallestSample)
     std::size_t smallest = 0;
     for (std::size_t i = 2; i < plain.size(); i += 3)
         if (plain[i] == INT32_MIN) ++smallest;
-    ASSERT_GT(smallest, 1u) << "the case that this test needs";
+    ASSERT_GT(smallest, 1u) << "precondition of this test";
     const Result result = upmix("0 0 0 0\n0 1 0 0\n-1 0 0.5 0.5\n", {});
     EXPECT_NE(result.errors.find(std::to_string(smallest) +
                                  " samples wrapped around; the loudest sample of the mix is 1 times full "
@@ -243,7 +243,7 @@ TEST_F(Remap, WrappedSamplesAreReportedWithQuiet)
 {
     const Gains gains("4 0 0 0\n0 1 0 0\n0 0 1 0\n");
     const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
-    ASSERT_GT(sums.wrapped(), 1u) << "the case that this test needs";
+    ASSERT_GT(sums.wrapped(), 1u) << "precondition of this test";
     const Result loud = upmix(gains.text, {"--quiet"});
     EXPECT_EQ(loud.errors.find("tarn: out.wav: " + std::to_string(sums.wrapped()) + " samples wrapped around; "), 0u)
         << loud.errors;
@@ -268,10 +268,10 @@ TEST_F(Remap, WrappedSamplesAreCountedOverAllFrames)
     const Gains gains("2 0 0 0\n0 2 0 0\n0 0 2 0\n");
     const Samples stereo(2 * 100, INT32_MIN);
     const Sums sums(engineOutput(stereo, {}), 16, gains.fixed);
-    ASSERT_GT(sums.wrapped(), 0u) << "the case that this test needs";
+    ASSERT_GT(sums.wrapped(), 0u) << "precondition of this test";
     writeBytes(at("m.txt"), gains.text);
-    const Result result = tarnFed(pcmOf(stereo, 16), {"upmix", "--layout", "slots8", "--remap", "m.txt", "--raw",
-                                                      "48000:16", "--quiet", "--json", "-", "out.wav"});
+    const Result result = tarnWithInput(pcmOf(stereo, 16), {"upmix", "--layout", "slots8", "--remap", "m.txt", "--raw",
+                                                            "48000:16", "--quiet", "--json", "-", "out.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_EQ(Json::parse(result.output)["wrapped_samples"], sums.wrapped());
 }

@@ -121,7 +121,7 @@ TEST_F(Report, ClippedSamplesAreReportedWithQuiet)
 {
     writeInput(1.0);
     const auto clipped = reportOf({"--gain", "12"})["clipped_samples"].get<std::uint64_t>();
-    ASSERT_GT(clipped, 1u) << "the case that this test needs";
+    ASSERT_GT(clipped, 1u) << "precondition of this test";
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--gain", "12", "in.wav", "out.wav"}).errors,
               "tarn: out.wav: " + std::to_string(clipped) +
                   " samples were beyond full scale and are clipped; give a smaller --gain\n");
@@ -147,7 +147,7 @@ TEST_F(Report, GainAppliesFromTheFirstSampleAndCountsClipping)
         EXPECT_TRUE(readAudio(at("out.wav")).samples == expected) << gainDb;
         EXPECT_EQ(report["clipped_samples"], clipped) << gainDb;
         EXPECT_EQ(report["gain_db"], gainDb);
-        EXPECT_EQ(clipped > 0, gainDb == 12.0) << "the case that this test needs";
+        EXPECT_EQ(clipped > 0, gainDb == 12.0) << "precondition of this test";
     }
     EXPECT_NE(tarn({"upmix", "--force", "--gain", "12", "in.wav", "out.wav"}).errors.find("are clipped"),
               std::string::npos);
@@ -160,7 +160,7 @@ TEST_F(Report, LoudnessMatchReachesTheLoudnessOfTheInput)
     const Json& loudness = report["loudness_lufs"];
     EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.05);
     EXPECT_EQ(report["gain_db"], loudness["input"].get<double>() - loudness["output_without_gain"].get<double>());
-    EXPECT_GT(std::abs(report["gain_db"].get<double>()), 0.3) << "the case that this test needs";
+    EXPECT_GT(std::abs(report["gain_db"].get<double>()), 0.3) << "precondition of this test";
     Samples expected = engineOutput(stereo, {});
     EXPECT_EQ(amplify(expected, static_cast<float>(std::pow(10.0, report["gain_db"].get<double>() / 20.0))), 0u);
     EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);

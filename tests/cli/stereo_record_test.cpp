@@ -48,7 +48,7 @@ std::vector<double> noise(unsigned seed)
 }
 
 /// Runs the filters one by one, frame by frame.
-void measurePlainly(StereoRecord& record, const double* stereo, std::size_t frames)
+void measureReference(StereoRecord& record, const double* stereo, std::size_t frames)
 {
     for (std::size_t i = 0; i < frames; ++i) {
         const double* const frame = stereo + 2 * i;
@@ -89,7 +89,7 @@ TEST(StereoRecord, FiguresAreTheSameForEveryInstructionSet)
     for (unsigned seed = 1; seed <= 5; ++seed) {
         const std::vector<double> stereo = noise(seed);
         StereoRecord plain = filters(seed);
-        measurePlainly(plain, stereo.data(), kFrames);
+        measureReference(plain, stereo.data(), kFrames);
         EXPECT_GT(plain.bandSums[3][kBands - 1], 0.0);
         ASSERT_FALSE(tarn::usableMeasuring().empty());
         for (const auto& [instructionSet, measure] : tarn::usableMeasuring()) {

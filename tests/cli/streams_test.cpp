@@ -20,7 +20,7 @@ TEST_F(Streams, PipesGiveTheBytesOfFiles)
         const int subtype = bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32;
         writeAudio(at("in.wav"), SF_FORMAT_WAV | subtype, 44100, 2, stereo);
 
-        const Result through = tarnFed(pcmOf(stereo, bits), {"upmix", "--raw", raw, "-", "-"});
+        const Result through = tarnWithInput(pcmOf(stereo, bits), {"upmix", "--raw", raw, "-", "-"});
         EXPECT_EQ(through.exitCode, 0) << through.errors;
         EXPECT_TRUE(through.output == pcmOf(expected, bits));
 
@@ -28,7 +28,7 @@ TEST_F(Streams, PipesGiveTheBytesOfFiles)
         EXPECT_EQ(out.exitCode, 0) << out.errors;
         EXPECT_TRUE(out.output == pcmOf(expected, bits));
 
-        const Result in = tarnFed(pcmOf(stereo, bits), {"upmix", "--force", "--raw", raw, "-", "out.wav"});
+        const Result in = tarnWithInput(pcmOf(stereo, bits), {"upmix", "--force", "--raw", raw, "-", "out.wav"});
         EXPECT_EQ(in.exitCode, 0) << in.errors;
         EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
     }
@@ -42,7 +42,7 @@ TEST_F(Streams, WidthComesFromTheFileOrTheOptions)
     EXPECT_TRUE(tarn({"upmix", "in.wav", "-"}).output == expected(24));
     EXPECT_TRUE(tarn({"upmix", "--bits", "32", "in.wav", "-"}).output == expected(32));
     EXPECT_TRUE(tarn({"upmix", "--raw", "48000:16", "in.wav", "-"}).output == expected(16));
-    EXPECT_TRUE(tarnFed(pcmOf(stereo, 24), {"upmix", "--raw", "48000:24", "--bits", "16", "-", "-"}).output ==
+    EXPECT_TRUE(tarnWithInput(pcmOf(stereo, 24), {"upmix", "--raw", "48000:24", "--bits", "16", "-", "-"}).output ==
                 expected(16));
 }
 
@@ -50,8 +50,8 @@ TEST_F(Streams, OtherLayoutsAndNoAlignmentEqualTheEngine)
 {
     const Samples stereo = stereoNoise(3001, 16);
     EXPECT_TRUE(
-        tarnFed(pcmOf(stereo, 16), {"upmix", "--raw", "48000:16", "--layout", "5.1", "--no-align", "-", "-"}).output ==
-        pcmOf(engineOutput(stereo, {.layout = "5.1", .align = false}), 16));
+        tarnWithInput(pcmOf(stereo, 16), {"upmix", "--raw", "48000:16", "--layout", "5.1", "--no-align", "-", "-"})
+            .output == pcmOf(engineOutput(stereo, {.layout = "5.1", .align = false}), 16));
 }
 
 TEST_F(Streams, StoppedWriterFailsOnlyWithPipefail)
@@ -80,7 +80,8 @@ TEST_F(Streams, PieceSizesDoNotMatter)
 TEST_F(Streams, AudioFileAsRawStreamIsRefused)
 {
     for (const std::string mark : {"RIFF", "fLaC", "OggS"}) {
-        const Result result = tarnFed(mark + std::string(4000, 'x'), {"upmix", "--raw", "48000:16", "-", "out.wav"});
+        const Result result =
+            tarnWithInput(mark + std::string(4000, 'x'), {"upmix", "--raw", "48000:16", "-", "out.wav"});
         EXPECT_EQ(result.exitCode, 65);
         EXPECT_NE(
             result.errors.find("begins with '" + mark + "', so it is an audio file and not raw PCM; leave --raw out"),
@@ -97,18 +98,18 @@ TEST_F(Streams, PartialLastFrameIsDroppedWithAWarning)
     const std::string lost = "standard input: ends inside a frame: 3 bytes after 1000 frames (0:00.020) are lost; ";
     const std::string advice = "check that --raw has the rate and the width of the stream, and that it is stereo";
     const std::string bytes = pcmOf(stereo, 16) + "abc";
-    const Result through = tarnFed(bytes, {"upmix", "--raw", "48000:16", "-", "-"});
+    const Result through = tarnWithInput(bytes, {"upmix", "--raw", "48000:16", "-", "-"});
     EXPECT_EQ(through.exitCode, 0);
     EXPECT_NE(through.errors.find("tarn: " + lost + "the rest is upmixed; " + advice + "\n"), std::string::npos)
         << through.errors;
     EXPECT_TRUE(through.output == pcmOf(expected, 16));
 
-    const Result strict = tarnFed(bytes, {"upmix", "--strict", "--raw", "48000:16", "-", "out.wav"});
+    const Result strict = tarnWithInput(bytes, {"upmix", "--strict", "--raw", "48000:16", "-", "out.wav"});
     EXPECT_EQ(strict.exitCode, 65);
     EXPECT_EQ(strict.errors, "tarn: " + lost + advice + ", or leave out --strict\n");
     EXPECT_TRUE(files().empty());
 
-    const Result toFile = tarnFed(bytes, {"upmix", "--quiet", "--json", "--raw", "48000:16", "-", "out.wav"});
+    const Result toFile = tarnWithInput(bytes, {"upmix", "--quiet", "--json", "--raw", "48000:16", "-", "out.wav"});
     EXPECT_EQ(toFile.exitCode, 0);
     EXPECT_EQ(toFile.errors, "tarn: " + lost + "the rest is upmixed; " + advice + "\n");
     EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
@@ -116,15 +117,15 @@ TEST_F(Streams, PartialLastFrameIsDroppedWithAWarning)
     EXPECT_EQ(report["exit_code"], 0);
     EXPECT_EQ(report["loss"]["seconds"], 0.75 / 48000);
 
-    const Result oneByte = tarnFed(pcmOf(stereo, 16) + "a", {"upmix", "--raw", "48000:16", "-", "-"});
+    const Result oneByte = tarnWithInput(pcmOf(stereo, 16) + "a", {"upmix", "--raw", "48000:16", "-", "-"});
     EXPECT_NE(oneByte.errors.find(": 1 byte after 1000 frames (0:00.020) is lost; "), std::string::npos)
         << oneByte.errors;
-    EXPECT_EQ(tarnFed("abc", {"upmix", "--raw", "48000:16", "-", "-"}).exitCode, 65);
+    EXPECT_EQ(tarnWithInput("abc", {"upmix", "--raw", "48000:16", "-", "-"}).exitCode, 65);
 }
 
 TEST_F(Streams, EmptyStreamIsRefused)
 {
-    const Result result = tarnFed("", {"upmix", "--raw", "48000:16", "-", "out.wav"});
+    const Result result = tarnWithInput("", {"upmix", "--raw", "48000:16", "-", "out.wav"});
     EXPECT_EQ(result.exitCode, 65);
     EXPECT_NE(result.errors.find("standard input: holds no audio: 0 frames"), std::string::npos) << result.errors;
     EXPECT_TRUE(files().empty());

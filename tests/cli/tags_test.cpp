@@ -580,7 +580,7 @@ TEST_F(InvolvedPeople, AreKeptByTheirRoles)
                 EXPECT_EQ(texts[name].toString("|"), utf8(people)) << output << " " << name;
         }
         const TagLib::RIFF::WAV::File wave(at("out.wav").c_str());
-        EXPECT_EQ(wave.ID3v2Tag()->frameList("TIPL").size(), 1u) << "roles that TIPL has a name for";
+        EXPECT_EQ(wave.ID3v2Tag()->frameList("TIPL").size(), 1u) << "roles with a TIPL name";
     }
 }
 
@@ -627,7 +627,7 @@ TEST_F(ForeignTags, OggTagsAreConverted)
 {
     writeTagged("in.ogg", kVorbis, {{SF_STR_ALBUM, latin1}, {SF_STR_TITLE, "\xc3\x84 title"}});
     expectConverted("in.ogg", "ALBUM");
-    EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("\xc3\x84 title")) << "each text for itself";
+    EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("\xc3\x84 title")) << "each text separately";
 }
 
 TEST_F(ForeignTags, Id3v1TagsAreConverted)

@@ -82,7 +82,7 @@ TEST_F(WaveChunks, BroadcastExtensionKeepsValidFields)
     sf_write_int(file, stereo.data(), static_cast<sf_count_t>(stereo.size()));
     ASSERT_EQ(sf_close(file), 0);
 
-    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC has no place for it";
+    ASSERT_EQ(tarn({"upmix", "in.wav", "out.flac"}).exitCode, 0) << "FLAC cannot store it";
     ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
     SNDFILE* const upmixed = sf_open(at("out.wav").c_str(), SFM_READ, &info);
     SF_BROADCAST_INFO read{};
@@ -93,7 +93,7 @@ TEST_F(WaveChunks, BroadcastExtensionKeepsValidFields)
     EXPECT_EQ(std::string(read.origination_date, 10), "2026-11-21");
     EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
     EXPECT_EQ(read.time_reference_low, 123456u);
-    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the upmix is other material";
+    EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the material number is invalid for the upmix";
     EXPECT_EQ(read.loudness_value, 0);
     EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
     EXPECT_EQ(info.channels, 3);

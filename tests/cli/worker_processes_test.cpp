@@ -28,7 +28,7 @@ protected:
     void TearDown() override
     {
         for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) std::signal(signalNumber, SIG_DFL);
-        EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a process is left";
+        EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a process still runs";
     }
 
     /// Runs a number of work items and returns their results, which must arrive in order.
@@ -140,7 +140,7 @@ TEST_F(WorkerProcesses, NeverExceedTheNumberOfJobs)
         most = std::max(most, working);
     }
     EXPECT_LE(most, 3);
-    EXPECT_GE(most, 2) << "nothing ran at the same time: " << events;
+    EXPECT_GE(most, 2) << "no processes ran at the same time: " << events;
     for (const int end : ends) close(end);
 }
 
