@@ -1,7 +1,7 @@
 # The instruction sets that the work on a block is compiled for: the only place that lists them.
 #
 # Each set is an object library in a namespace of its own; dispatch/ chooses one when the library is loaded. A new set
-# needs a place in a list, slowest first, and a line of flags. Its -mavx... flags are also the processor features that
+# needs a place in a list, slowest first, and a line of flags. Its -mavx... and -msse... flags are also the processor features that
 # the choice checks. No set has fused multiply-adds. `generic` has no code for a processor family and must be alone.
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
@@ -29,7 +29,7 @@ endif()
 # The same list for C++.
 set(TARN_LIST_OF_SETS)
 foreach(set IN LISTS TARN_INSTRUCTION_SETS)
-  string(REGEX MATCHALL "-mavx[a-z0-9]+" features "${tarn_flags_of_${set}}")
+  string(REGEX MATCHALL "-m(avx|sse)[a-z0-9.]*" features "${tarn_flags_of_${set}}")
   list(TRANSFORM features REPLACE "-m(.+)" "__builtin_cpu_supports(\"\\1\") != 0")
   list(JOIN features " && " condition)
   if(NOT condition)

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Designs the prototype filter of the 64-band filterbank and prints filterbank/lpf.cpp.
 
-usage: tools/design_lpf.py > filterbank/lpf.cpp    the table (three minutes on one core)
+usage: tools/design_lpf.py > filterbank/lpf.cpp    the table (ten seconds)
        tools/design_lpf.py --check FILE            every limit of an existing table, measured; exit code 1 on a miss
        tools/design_lpf.py --trade-off             reconstruction against stopband, one design per row
        tools/design_lpf.py --limits                what each limit on the taps costs, one design per row

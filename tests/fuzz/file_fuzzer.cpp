@@ -265,7 +265,7 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
     options.layout = kLayouts[what % 4];
     options.bits = kBits[what / 4 % 4];
     options.output = folder.at(has(what, 4) ? "out.flac" : "out.wav");
-    options.mode = has(what, 5) ? 2 : 1;
+    options.mode = has(what, 5) ? "calm" : "fast";
     options.noAlign = has(what, 6);
     options.bypass = has(what, 7);
     if (options.layout == "slots8") options.remapFile = surroundings().remap.name();

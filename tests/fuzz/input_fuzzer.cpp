@@ -211,7 +211,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
     options.bits = kBits[how / 4 % 4];
     options.noAlign = how / 16 % 2 != 0;
     options.quiet = how / 32 % 2 != 0;
-    options.mode = 1 + how / 64 % 2;
+    options.mode = how / 64 % 2 == 0 ? "fast" : "calm";
     if (options.layout == "slots8") options.remapFile = surroundings().remap.name();
     switch (what % 4) {
     case 1:

@@ -1,5 +1,5 @@
 // Tests that the binary interface of the shared library is that of abi.txt.
-#include "c_interface/tarn.h"
+#include "c_api/tarn.h"
 #include "host/zrk_tarn_processor.h"
 #include "stream/upmix_stream.h"
 #include "tests/library/command_output.h"

@@ -71,7 +71,7 @@ TEST(Facts, TextsListTheSupportedSampleRates)
     configuration.sampleRateHz = 0;
     EXPECT_EQ(zrk_tarn::UpmixStream::problemOf(configuration),
               "the sample rate has to be " + rateList(1, ", ", " or ") + " Hz");
-    expectContains("c_interface/tarn.h", "/**< Hz: " + rateList(1, ", ", " or ") + " */");
+    expectContains("c_api/tarn.h", "/**< Hz: " + rateList(1, ", ", " or ") + " */");
     expectContains("completions/tarn.bash", "'" + rateList(1, " ", " ") + "'");
     expectContains("completions/_tarn", "(" + rateList(1, " ", " ") + ")");
     expectContains("plugins/lv2/tarn.ttl.in", "at " + rateList(1000, ", ", " and ") + " kHz");

@@ -1,5 +1,5 @@
 // The C interface: each function calls zrk_tarn::UpmixStream.
-#include "c_interface/tarn.h"
+#include "c_api/tarn.h"
 
 #include "stream/upmix_stream.h"
 
