@@ -26,7 +26,7 @@ StereoRecord filters(unsigned seed)
     std::mt19937 engine(seed);
     std::uniform_real_distribution<double> value(-1.0, 1.0);
     StereoRecord record{};
-    record.offsetKept = 0.999;
+    record.highPassPole = 0.999;
     for (int s = 0; s < StereoRecord::kSections; ++s) {
         for (int b = 0; b < kBands; ++b) {
             // Poles within the unit circle.
@@ -72,8 +72,8 @@ void measurePlainly(StereoRecord& record, const double* stereo, std::size_t fram
         }
         double* const h = record.highPass;
         for (int side = 0; side < 2; ++side) {
-            h[side] = record.offsetKept * h[side] + frame[side] - record.before[side];
-            record.before[side] = frame[side];
+            h[side] = record.highPassPole * h[side] + frame[side] - record.previous[side];
+            record.previous[side] = frame[side];
             record.largest = std::max(record.largest, std::abs(frame[side]));
         }
         record.totalSums[0] += h[0] * h[0];
@@ -92,8 +92,8 @@ TEST(StereoRecord, HasTheSameFiguresWithEveryInstructionSet)
         StereoRecord plain = filters(seed);
         measurePlainly(plain, stereo.data(), kFrames);
         EXPECT_GT(plain.bandSums[3][kBands - 1], 0.0);
-        ASSERT_FALSE(tarn::usableMeasuring().empty());
-        for (const auto& [instructionSet, measure] : tarn::usableMeasuring()) {
+        ASSERT_FALSE(tarn::usableVariants().empty());
+        for (const auto& [instructionSet, measure] : tarn::usableVariants()) {
             // In pieces, which must make no difference.
             StereoRecord record = filters(seed);
             std::size_t done = 0;
