@@ -1,3 +1,4 @@
+// The interface of all audio outputs.
 #pragma once
 
 #include <cstddef>
@@ -8,19 +9,19 @@
 namespace tarn
 {
 
-/// Where interleaved PCM goes, slot by slot.
+/// Receives interleaved PCM, slot by slot.
 class AudioSink
 {
 public:
     virtual ~AudioSink() = default;
 
-    /// Writes frames of right-justified little-endian samples in containers of the stream's width.
-    virtual void write(const std::uint8_t* slots, std::size_t frames) = 0;
+    /// Writes frames of left-justified 32-bit samples. Bits below the width of the output are zero.
+    virtual void write(const std::int32_t* samples, std::size_t frames) = 0;
 
-    /// Completes the output; without it, none is left.
+    /// Completes the output. Without this call, no output is left.
     virtual void finish() = 0;
 
-    /// What of the source's tags the output does not hold, a sentence each.
+    /// Notes about metadata of the source that the output cannot hold, one sentence each.
     virtual std::vector<std::string> notes() const { return {}; }
 };
 

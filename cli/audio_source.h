@@ -1,3 +1,4 @@
+// The interface of all audio inputs, and the report about missing audio.
 #pragma once
 
 #include "cli/file_identity.h"
@@ -15,38 +16,38 @@ namespace tarn
 {
 
 constexpr int kExitIncomplete = 1;             ///< exit code: a second or more of an input is missing
-constexpr double kNegligibleLossSeconds = 1.0; ///< less is a warning
+constexpr double kNegligibleLossSeconds = 1.0; ///< a shorter loss is only a warning
 
-/// Audio that a source should have had and has not.
+/// Audio that is missing from a source.
 struct Loss
 {
-    std::string message;           ///< what is missing, with the numbers, as the end of a sentence: "is cut short: ..."
-    std::optional<double> seconds; ///< nothing if it is not known
-    const char* advice;            ///< what to do: "get ..."
+    std::string message;           ///< predicate of a sentence, with figures: "is cut short: ..."
+    std::optional<double> seconds; ///< none if unknown
+    const char* advice;            ///< advice: "get ..."
 
     bool isNegligible() const noexcept { return seconds && *seconds < kNegligibleLossSeconds; }
     Json json() const { return {{"message", message}, {"seconds", seconds ? Json(*seconds) : Json()}}; }
 };
 
-/// Where stereo comes from, frame after frame.
+/// Provides stereo frame by frame.
 class AudioSource
 {
 public:
     virtual ~AudioSource() = default;
 
-    /// Rate, and the width that an output has unless another is asked for.
+    /// Rate, and the default width of the output.
     virtual StreamFormat format() const noexcept = 0;
 
-    /// Frames to come, if that is known or can be guessed well enough for a progress bar.
+    /// Number of frames, if known or estimated; for the progress bar.
     virtual std::optional<std::uint64_t> expectedFrames() const noexcept = 0;
 
-    /// Which file the source reads.
+    /// Identity of the file that the source reads.
     virtual FileIdentity identity() const noexcept = 0;
 
-    /// What it says about the recording.
+    /// Tags and other descriptions of the recording.
     virtual Metadata metadata() { return {}; }
 
-    /// Does what has to be done with the whole source before its first frame can be read.
+    /// Analyses the whole source where needed. Call it before the first read.
     ///
     /// Returns notes for the user.
     virtual std::vector<std::string> prepare(bool showProgress) = 0;
@@ -54,19 +55,19 @@ public:
     /// Reads frames as pairs of left-justified 32-bit samples.
     ///
     /// stereo  [2 * capacity]  interleaved
-    /// Returns how many, 1 to capacity; 0 at the end.
+    /// Returns the number of frames, 1 to capacity; 0 at the end.
     virtual std::size_t read(std::int32_t* stereo, std::size_t capacity) = 0;
 
     /// Whether rewind works.
     virtual bool canRewind() const noexcept = 0;
 
-    /// Begins again with the first frame. Throws Failure (EX_USAGE) where that cannot be.
+    /// Returns to the first frame. Throws Failure (EX_USAGE) if the source cannot be read twice.
     virtual void rewind() = 0;
 
-    /// Samples of those read so far that were beyond full scale and are clipped.
+    /// Samples read so far that were beyond full scale and are clipped.
     virtual std::uint64_t clippedSamples() const noexcept { return 0; }
 
-    /// What is missing, after the last frame was read. Throws Failure (EX_DATAERR) if there was no audio at all.
+    /// Missing audio; valid after the last frame was read. Throws Failure (EX_DATAERR) if the source has no audio.
     virtual std::optional<Loss> loss() const = 0;
 };
 

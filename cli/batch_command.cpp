@@ -1,3 +1,4 @@
+// Runs a batch, prints its summary and its JSON report.
 #include "cli/batch_command.h"
 
 #include "cli/batch_names.h"
@@ -22,14 +23,14 @@ namespace tarn
 namespace
 {
 
-/// A file of the batch, and what became of it.
+/// A file of the batch and its outcome.
 struct BatchFile
 {
     UpmixOptions options;
-    std::optional<WorkerOutcome> outcome; ///< nothing if it was not tried, or not to its end
+    std::optional<WorkerOutcome> outcome; ///< none if the file was not tried or not finished
 };
 
-/// The files that are to be upmixed.
+/// Lists the files to upmix.
 std::vector<BatchFile> filesOf(const BatchOptions& batch, const UpmixOptions& each)
 {
     const FoundInputs found = findInputs(batch.inputs, batch.recursive, batch.directory);
@@ -53,7 +54,7 @@ std::filesystem::path directoryOf(const BatchFile& file)
     return std::filesystem::path(file.options.output).parent_path();
 }
 
-/// Creates the directories of the outputs, and removes what killed runs have left in them.
+/// Creates the directories of the outputs, and removes temporary files of killed runs.
 void prepareDirectories(const std::vector<BatchFile>& files)
 {
     std::set<std::filesystem::path> directories;
@@ -68,23 +69,23 @@ void prepareDirectories(const std::vector<BatchFile>& files)
     }
 }
 
-/// Shows which file of how many is worked on.
-void showPlace(const std::vector<BatchFile>& files, std::size_t index)
+/// Shows the number and the name of the current file.
+void showCurrentFile(const std::vector<BatchFile>& files, std::size_t index)
 {
     constexpr std::size_t kMaxCharacters = 50;
     const std::string name = lastCharacters(printable(files[index].options.input), kMaxCharacters);
     showStatus(std::to_string(index + 1) + " of " + std::to_string(files.size()) + ": " + name);
 }
 
-/// Works on the files, so many at a time. Throws Interrupted when all have stopped.
-void workOnAll(std::vector<BatchFile>& files, unsigned jobs)
+/// Upmixes the files with this many processes. Throws Interrupted after all have stopped.
+void upmixAll(std::vector<BatchFile>& files, unsigned jobs)
 {
     std::vector<std::string> names;
     std::transform(files.begin(), files.end(), std::back_inserter(names),
                    [](const BatchFile& file) { return file.options.input; });
     const auto work = [&files](std::size_t i) {
         const UpmixOptions& options = files[i].options;
-        if (!options.quiet) showPlace(files, i);
+        if (!options.quiet) showCurrentFile(files, i);
         return jsonOf(options, upmix(options));
     };
     const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
@@ -105,7 +106,7 @@ bool isFailed(const BatchFile& file)
     return file.outcome && file.outcome->exitCode != EX_OK;
 }
 
-/// Whether its output is complete, from this run or an earlier one.
+/// Whether the output is complete, from this run or an earlier one.
 bool isDone(const BatchFile& file)
 {
     return file.outcome && file.outcome->exitCode == EX_OK;
@@ -116,21 +117,21 @@ bool isSkipped(const BatchFile& file)
     return isDone(file) && file.outcome->result.contains("skipped");
 }
 
-/// Whether it was upmixed without a part of the input that is missing or damaged.
+/// Whether a part of the input was missing or damaged.
 bool hasLoss(const BatchFile& file)
 {
     return isDone(file) && file.outcome->result.contains("loss");
 }
 
-/// The same where the exit code tells it.
+/// Whether the loss is long enough for the exit code.
 bool isIncomplete(const BatchFile& file)
 {
     return isDone(file) && file.outcome->result.value("exit_code", EX_OK) != EX_OK;
 }
 
-std::size_t numberOf(const std::vector<BatchFile>& files, bool (*is)(const BatchFile&))
+std::size_t countOf(const std::vector<BatchFile>& files, bool (*predicate)(const BatchFile&))
 {
-    return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), is));
+    return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), predicate));
 }
 
 /// "1 file", "2 files".
@@ -139,7 +140,7 @@ std::string filesText(std::size_t count)
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }
 
-/// Why a file failed, without the advice.
+/// The error message of a file without names and advice.
 std::string reasonOf(const BatchFile& file)
 {
     std::string reason = file.outcome->error;
@@ -152,30 +153,30 @@ std::string reasonOf(const BatchFile& file)
 
 void printSummary(const std::vector<BatchFile>& files, const std::string& directory)
 {
-    const std::size_t skipped = numberOf(files, isSkipped);
-    printNote(std::to_string(numberOf(files, isDone) - skipped) + " of " + filesText(files.size()) + " upmixed into " +
+    const std::size_t skipped = countOf(files, isSkipped);
+    printNote(std::to_string(countOf(files, isDone) - skipped) + " of " + filesText(files.size()) + " upmixed into " +
               shellQuoted(directory));
-    if (const std::size_t losses = numberOf(files, hasLoss); losses > 0)
-        printNote(std::to_string(losses) + " of these with losses, which are named above");
-    if (skipped > 0) printNote(filesText(skipped) + " skipped, whose output is complete");
-    const std::size_t failed = numberOf(files, isFailed);
+    if (const std::size_t losses = countOf(files, hasLoss); losses > 0)
+        printNote(std::to_string(losses) + " of these with losses, listed above");
+    if (skipped > 0) printNote(filesText(skipped) + " skipped, because the output is complete");
+    const std::size_t failed = countOf(files, isFailed);
     if (failed == 0) return;
     printNote(filesText(failed) + " failed:");
     for (const BatchFile& file : files)
         if (isFailed(file)) printNote("  " + shellQuoted(file.options.input) + ": " + reasonOf(file));
 }
 
-/// Tells that the run ended early, and how to go on.
-void printEnd(const std::vector<BatchFile>& files, const std::string& reason)
+/// Notes that the run ended early, and how to continue.
+void printEarlyEnd(const std::vector<BatchFile>& files, const std::string& reason)
 {
     const auto first = std::find_if_not(files.begin(), files.end(), isDone);
     const std::string missing =
         first == files.end() ? "" : "; " + shellQuoted(first->options.input) + " is the first that is missing";
-    printNote(reason + ": " + std::to_string(numberOf(files, isDone)) + " of " + filesText(files.size()) + " done" +
+    printNote(reason + ": " + std::to_string(countOf(files, isDone)) + " of " + filesText(files.size()) + " done" +
               missing + "; run again with --skip-existing");
 }
 
-/// The report of all files as --json prints it.
+/// The report that --json prints.
 Json jsonOf(const std::vector<BatchFile>& files)
 {
     Json reports = Json::array();
@@ -190,9 +191,9 @@ Json jsonOf(const std::vector<BatchFile>& files)
         }
     }
     return {{"files", reports},
-            {"failed", numberOf(files, isFailed)},
-            {"skipped", numberOf(files, isSkipped)},
-            {"not_tried", numberOf(files, isUntried)}};
+            {"failed", countOf(files, isFailed)},
+            {"skipped", countOf(files, isSkipped)},
+            {"not_tried", countOf(files, isUntried)}};
 }
 
 } // namespace
@@ -202,18 +203,18 @@ int runBatch(const BatchOptions& batch, const UpmixOptions& each)
     std::vector<BatchFile> files = filesOf(batch, each);
     prepareDirectories(files);
     try {
-        workOnAll(files, batch.jobs);
+        upmixAll(files, batch.jobs);
     } catch (const Interrupted&) {
-        printEnd(files, "interrupted");
+        printEarlyEnd(files, "interrupted");
         throw;
     }
 
     if (!each.quiet) printSummary(files, batch.directory);
-    if (numberOf(files, isUntried) > 0) printEnd(files, "stopped, because no output can be written");
+    if (countOf(files, isUntried) > 0) printEarlyEnd(files, "stopped, because no output can be written");
     if (each.json) printJson(jsonOf(files), stdout);
     const auto firstFailed = std::find_if(files.begin(), files.end(), isFailed);
     if (firstFailed != files.end()) return firstFailed->outcome->exitCode;
-    return numberOf(files, isIncomplete) > 0 ? kExitIncomplete : EX_OK;
+    return countOf(files, isIncomplete) > 0 ? kExitIncomplete : EX_OK;
 }
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// tarn upmix --output-dir: upmixes many files into one directory.
 #pragma once
 
 #include "cli/upmix_command.h"
@@ -8,22 +9,22 @@
 namespace tarn
 {
 
-/// What `tarn upmix --output-dir` was asked for.
+/// The options of `tarn upmix --output-dir`.
 struct BatchOptions
 {
-    std::vector<std::string> inputs; ///< files, and folders with recursive
+    std::vector<std::string> inputs; ///< files; with recursive also folders
     std::string directory;           ///< created if it is missing
     bool recursive = false;
     std::string format = "wav"; ///< extension of the outputs, without its dot
-    unsigned jobs = 1;          ///< files at a time
+    unsigned jobs = 1;          ///< number of parallel processes
 };
 
-/// Upmixes every input into the directory, and goes on after one that fails.
+/// Upmixes every input into the directory. Continues after a file that fails.
 ///
-/// each  the options of every file, without input and output
-/// Returns the exit code: 0, or that of the first input, in the order given, that failed. Throws Failure (EX_USAGE,
-/// EX_NOINPUT, EX_CANTCREAT) before anything is written, if outputs would meet or are inputs, or a folder cannot be
-/// read or created; Interrupted.
+/// each  options for every file, without input and output
+/// Returns the exit code: that of the first input, in the order given, that failed, or kExitIncomplete, or 0. Throws
+/// Failure (EX_USAGE, EX_NOINPUT, EX_CANTCREAT) before anything is written, if outputs would collide or replace inputs,
+/// or a folder cannot be read or created. Throws Interrupted.
 int runBatch(const BatchOptions& batch, const UpmixOptions& each);
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Searches folders for audio files, names outputs and refuses name collisions.
 #include "cli/batch_names.h"
 
 #include "cli/failure.h"
@@ -23,13 +24,13 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// Of formats that libsndfile recognises by what is in the file.
+/// Extensions of formats that libsndfile recognises by their content.
 constexpr std::array<std::string_view, 32> kExtensions{
     ".8svx", ".aif", ".aifc", ".aiff", ".au",  ".avr", ".bwf",  ".caf", ".flac", ".iff",  ".ircam",
     ".mp1",  ".mp2", ".mp3",  ".nist", ".oga", ".ogg", ".opus", ".paf", ".pvf",  ".rf64", ".sd2",
     ".sds",  ".sf",  ".snd",  ".sph",  ".svx", ".voc", ".w64",  ".wav", ".wave", ".16svx"};
 
-/// Of audio formats that libsndfile does not read.
+/// Extensions of audio formats that libsndfile does not read.
 constexpr std::array<std::string_view, 36> kUnreadable{
     ".3ga", ".aa",  ".aac", ".aax", ".ac3", ".adts", ".amr", ".ape", ".dff", ".dsf", ".dts", ".eac3",
     ".ec3", ".m4a", ".m4b", ".m4p", ".m4r", ".mka",  ".mlp", ".mp+", ".mpc", ".mpp", ".ofr", ".ofs",
@@ -50,7 +51,7 @@ bool isOneOf(const std::array<std::string_view, Count>& extensions, const std::s
 
 /// Adds a file of a folder if it is audio.
 ///
-/// below  the folder, seen from the one that was named
+/// below  the folder, relative to the one on the command line
 void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
 {
     const std::string extension = extensionOf(file);
@@ -62,9 +63,9 @@ void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
     }
 }
 
-/// Adds the audio files of a folder and the folders in it.
+/// Adds the audio files of a folder and its subfolders.
 ///
-/// below  the folder, seen from the one that was named
+/// below  the folder, relative to the one on the command line
 void addFolder(const fs::path& folder, const fs::path& below, const fs::path& outputDirectory, FoundInputs& found)
 {
     std::vector<fs::directory_entry> entries;
@@ -87,8 +88,9 @@ void addNamedFolder(const std::string& name, const fs::path& outputDirectory, Fo
 {
     std::error_code missing;
     if (fs::equivalent(name, outputDirectory, missing))
-        throw Failure(EX_USAGE, name + ": is the --output-dir itself, so outputs would be inputs the next time; choose "
-                                       "another --output-dir, which may lie in it");
+        throw Failure(EX_USAGE, name +
+                                    ": is the --output-dir itself, so outputs would be inputs of the next run; choose "
+                                    "another --output-dir, for example a subfolder of it");
     FoundInputs below;
     try {
         addFolder(name, {}, outputDirectory, below);
@@ -99,7 +101,7 @@ void addNamedFolder(const std::string& name, const fs::path& outputDirectory, Fo
     if (below.files.empty()) {
         const std::string note = below.unreadable.note();
         throw Failure(EX_NOINPUT,
-                      name + ": holds no audio file" +
+                      name + ": contains no audio file" +
                           (note.empty() ? "; man tarn-upmix lists the extensions that count" : " to upmix: " + note));
     }
     found.files.insert(found.files.end(), below.files.begin(), below.files.end());
@@ -107,7 +109,7 @@ void addNamedFolder(const std::string& name, const fs::path& outputDirectory, Fo
     if (found.unreadable.first.empty()) found.unreadable.first = below.unreadable.first;
 }
 
-/// Where an output goes, without its directory.
+/// Name of an output, relative to the output directory.
 fs::path outputName(const BatchInput& input, const fs::path& folder, const std::string& ending)
 {
     return folder / (fs::path(input.path).stem().string() + ending);
@@ -118,7 +120,7 @@ fs::path absoluteFolder(const BatchInput& input)
     return fs::absolute(input.path).lexically_normal().parent_path();
 }
 
-/// The deepest folder that holds all inputs.
+/// The deepest folder that contains all inputs.
 fs::path commonFolder(const std::vector<BatchInput>& inputs)
 {
     fs::path common = absoluteFolder(inputs.front());
@@ -132,7 +134,7 @@ fs::path commonFolder(const std::vector<BatchInput>& inputs)
     return common;
 }
 
-/// The inputs of every output, in the order of the outputs' names.
+/// The inputs of every output, sorted by the names of the outputs.
 using InputsOf = std::map<std::string, std::vector<std::string>>;
 
 InputsOf inputsOf(const std::vector<BatchInput>& inputs, const std::vector<std::string>& outputs)
@@ -142,21 +144,21 @@ InputsOf inputsOf(const std::vector<BatchInput>& inputs, const std::vector<std::
     return of;
 }
 
-bool meet(const InputsOf::value_type& output)
+bool collides(const InputsOf::value_type& output)
 {
     return output.second.size() > 1;
 }
 
-/// Prints what is wrong, one line each, and gives up.
+/// Prints a line for each problem, then throws.
 [[noreturn]] void refuse(const std::vector<std::string>& problems, const std::string& summary)
 {
-    constexpr std::size_t kMostLines = 20;
-    for (std::size_t i = 0; i < std::min(problems.size(), kMostLines); ++i) printNote(problems[i]);
-    if (problems.size() > kMostLines) printNote("and " + std::to_string(problems.size() - kMostLines) + " more");
+    constexpr std::size_t kMaxLines = 20;
+    for (std::size_t i = 0; i < std::min(problems.size(), kMaxLines); ++i) printNote(problems[i]);
+    if (problems.size() > kMaxLines) printNote("and " + std::to_string(problems.size() - kMaxLines) + " more");
     throw Failure(EX_USAGE, summary);
 }
 
-void refuseOutputsThatMeet(const InputsOf& outputs, const fs::path& directory)
+void refuseCollisions(const InputsOf& outputs, const fs::path& directory)
 {
     std::vector<std::string> problems;
     for (const auto& [output, inputs] : outputs) {
@@ -166,18 +168,17 @@ void refuseOutputsThatMeet(const InputsOf& outputs, const fs::path& directory)
         problems.push_back(problem + " and " + inputs.back());
     }
     if (problems.empty()) return;
-    const auto& [output, inputs] = *std::find_if(outputs.begin(), outputs.end(), meet);
+    const auto& [output, inputs] = *std::find_if(outputs.begin(), outputs.end(), collides);
     const fs::path name(output);
     const fs::path other = name.parent_path() / (name.stem().string() + "-2" + name.extension().string());
     refuse(problems,
            "--output-dir " + directory.string() +
-               ": outputs would meet, so nothing was written; name every input once, and upmix those whose "
-               "names differ only in the extension one by one to names of their own, for example: tarn upmix " +
+               ": several inputs would have the same output, so nothing was written; name every input once, and "
+               "upmix inputs whose names differ only in the extension one by one, for example: tarn upmix " +
                shellQuoted(inputs.back()) + " " + shellQuoted(other.string()));
 }
 
-void refuseOutputsThatAreInputs(const InputsOf& outputs, const std::vector<BatchInput>& inputs,
-                                const fs::path& directory)
+void refuseInputsAsOutputs(const InputsOf& outputs, const std::vector<BatchInput>& inputs, const fs::path& directory)
 {
     std::set<std::pair<dev_t, ino_t>> identities;
     struct stat status = {};
@@ -237,7 +238,7 @@ std::vector<std::string> nameOutputs(const std::vector<BatchInput>& inputs, cons
         return (directory / outputName(input, input.folder, ending)).string();
     });
     InputsOf of = inputsOf(inputs, outputs);
-    if (std::any_of(of.begin(), of.end(), meet)) {
+    if (std::any_of(of.begin(), of.end(), collides)) {
         const fs::path common = commonFolder(inputs);
         std::transform(inputs.begin(), inputs.end(), outputs.begin(), [&](const BatchInput& input) {
             const fs::path folder = absoluteFolder(input).lexically_relative(common);
@@ -245,8 +246,8 @@ std::vector<std::string> nameOutputs(const std::vector<BatchInput>& inputs, cons
         });
         of = inputsOf(inputs, outputs);
     }
-    refuseOutputsThatMeet(of, directory);
-    refuseOutputsThatAreInputs(of, inputs, directory);
+    refuseCollisions(of, directory);
+    refuseInputsAsOutputs(of, inputs, directory);
     return outputs;
 }
 

@@ -1,3 +1,4 @@
+// Finds the input files of a batch and chooses the names of its outputs.
 #pragma once
 
 #include <cstddef>
@@ -13,41 +14,41 @@ namespace tarn
 struct BatchInput
 {
     std::string path;
-    std::filesystem::path folder; ///< in which it lies below the folder that was named; empty for a file that was named
+    std::filesystem::path folder; ///< relative to the folder on the command line; empty for a file on the command line
 };
 
-/// Files below folders that are audio by their extension, but of a format that cannot be read.
+/// Files below folders with the extension of an audio format that cannot be read.
 struct UnreadableFiles
 {
     std::map<std::string, std::size_t> counts{}; ///< by extension
     std::string first{};
 
-    /// What they are, and how to convert them; empty if there are none.
+    /// A note that lists them and shows how to convert them; empty if there are none.
     std::string note() const;
 };
 
-/// What the names of a batch mean.
+/// All inputs of a batch.
 struct FoundInputs
 {
     std::vector<BatchInput> files{};
     UnreadableFiles unreadable{};
 };
 
-/// The audio files that names mean: files as they are, and with recursive, folders with all audio files below them.
+/// Expands names to files: files as they are; with recursive, folders to all audio files below them.
 ///
-/// Audio files of a folder are those with an extension of a format that libsndfile reads. They are sorted. Hidden files
-/// and folders, links to folders, and outputDirectory are left out.
+/// Selects the files of a folder by the extensions of formats that libsndfile reads, and sorts them. Ignores hidden
+/// files and folders, links to folders, and outputDirectory.
 ///
 /// Throws Failure: EX_USAGE for streams, for folders without recursive, and for outputDirectory itself; EX_NOINPUT for
-/// folders that cannot be read or hold no audio file.
+/// folders that cannot be read or contain no audio file.
 FoundInputs findInputs(const std::vector<std::string>& names, bool recursive,
                        const std::filesystem::path& outputDirectory);
 
-/// The output of every input: song.flac with the ending "-5.1.wav" becomes DIRECTORY/song-5.1.wav, and below a folder
-/// that was named DIRECTORY/SUBFOLDER/song-5.1.wav.
+/// Names the output of every input: song.flac with the ending "-5.1.wav" becomes DIRECTORY/song-5.1.wav, or
+/// DIRECTORY/SUBFOLDER/song-5.1.wav if it was found below a folder.
 ///
-/// Where two of these would meet, all outputs go below the folders that their inputs have beneath their deepest common
-/// folder. Outputs that still meet, or that are inputs, are listed on standard error, and Failure (EX_USAGE) is thrown.
+/// If two names collide, all outputs keep the folders of their inputs relative to the deepest common folder. Lists
+/// outputs that still collide or that are inputs on standard error, and throws Failure (EX_USAGE).
 std::vector<std::string> nameOutputs(const std::vector<BatchInput>& inputs, const std::filesystem::path& directory,
                                      const std::string& ending);
 

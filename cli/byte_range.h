@@ -1,3 +1,4 @@
+// A range of bytes in a file.
 #pragma once
 
 #include <cstdint>
@@ -5,11 +6,11 @@
 namespace tarn
 {
 
-/// A part of a file.
+/// A range of bytes in a file.
 struct ByteRange
 {
     std::uint64_t begin = 0;
-    std::uint64_t end = 0; ///< the position behind the last byte
+    std::uint64_t end = 0; ///< the position after the last byte
 
     std::uint64_t size() const noexcept { return end - begin; }
 };

@@ -1,3 +1,4 @@
+// Parses the info chunk of CAF files into names and texts.
 #include "cli/caf_info.h"
 
 #include <algorithm>
@@ -33,11 +34,12 @@ constexpr std::array<CafKey, 12> kCafKeys{{{"TRACK NUMBER", "TRACKNUMBER"},
                                            {"KEY SIGNATURE", "INITIALKEY"},
                                            {"TIME SIGNATURE", "TIMESIGNATURE"}}};
 
-constexpr std::array<std::string_view, 4> kOfTheFile{"SOURCE ENCODER", "NOMINAL BIT RATE", "CHANNEL LAYOUT",
-                                                     "APPROXIMATE DURATION IN SECONDS"};
+/// Keys that describe the encoding of the file.
+constexpr std::array<std::string_view, 4> kFileKeys{"SOURCE ENCODER", "NOMINAL BIT RATE", "CHANNEL LAYOUT",
+                                                    "APPROXIMATE DURATION IN SECONDS"};
 
-/// Takes the text up to the next zero off the front.
-std::string takeText(std::string_view& rest)
+/// Removes the text up to the next zero from the front and returns it.
+std::string popText(std::string_view& rest)
 {
     const std::size_t end = std::min(rest.find('\0'), rest.size());
     std::string text(rest.substr(0, end));
@@ -45,15 +47,15 @@ std::string takeText(std::string_view& rest)
     return text;
 }
 
-/// The name of a key; its own if another text has that name already.
+/// The name of a key; the key itself if another text has the name already.
 std::string nameOf(const std::string& key, const CafInfo& info)
 {
     const auto* const found =
         std::find_if(kCafKeys.begin(), kCafKeys.end(), [&key](const CafKey& each) { return each.key == key; });
     if (found == kCafKeys.end()) return key;
-    const bool isTaken = std::any_of(info.texts.begin(), info.texts.end(),
-                                     [found](const auto& text) { return text.first == found->name; });
-    return std::string(isTaken ? key : found->name);
+    const bool isUsed = std::any_of(info.texts.begin(), info.texts.end(),
+                                    [found](const auto& text) { return text.first == found->name; });
+    return std::string(isUsed ? key : found->name);
 }
 
 } // namespace
@@ -63,13 +65,13 @@ CafInfo readCafInfo(std::string_view contents)
     CafInfo info;
     contents.remove_prefix(std::min(kCountBytes, contents.size()));
     while (!contents.empty()) {
-        std::string key = takeText(contents);
-        std::string text = takeText(contents);
+        std::string key = popText(contents);
+        std::string text = popText(contents);
         for (char& c : key) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        if (key.empty() || text.empty() || std::find(kOfTheFile.begin(), kOfTheFile.end(), key) != kOfTheFile.end())
+        if (key.empty() || text.empty() || std::find(kFileKeys.begin(), kFileKeys.end(), key) != kFileKeys.end())
             continue;
-        info.isCut = info.texts.size() == kMaxTexts;
-        if (info.isCut) break;
+        info.isTruncated = info.texts.size() == kMaxTexts;
+        if (info.isTruncated) break;
         info.texts.emplace_back(nameOf(key, info), std::move(text));
     }
     return info;

@@ -1,3 +1,4 @@
+// Parser for the info chunk of CAF files.
 #pragma once
 
 #include <cstddef>
@@ -9,16 +10,16 @@
 namespace tarn
 {
 
-/// The texts of a CAF info chunk.
+/// Texts of a CAF info chunk.
 struct CafInfo
 {
-    std::vector<std::pair<std::string, std::string>> texts; ///< name of a Vorbis comment, text as the file has it
-    bool isCut = false;                                     ///< there are more than 1000 texts
+    std::vector<std::pair<std::string, std::string>> texts; ///< name of a Vorbis comment, unchanged text
+    bool isTruncated = false;                               ///< the chunk has more than 1000 texts
 };
 
-/// Reads the contents of an info chunk: 32 bits with the number of texts, then key and text of each, both ended by a
-/// zero. Keys of Apple's description of the format, and those that FFmpeg writes, get the usual names of Vorbis
-/// comments; any other key is its own name. What describes the encoding of the stereo file is left out.
+/// Parses an info chunk: a 32-bit number of texts, then key and text of each, both ended by a zero. Maps the keys of
+/// the format description and of FFmpeg to the usual names of Vorbis comments; any other key is its own name. Ignores
+/// texts about the encoding of the stereo file.
 CafInfo readCafInfo(std::string_view contents);
 
 } // namespace tarn

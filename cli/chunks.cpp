@@ -1,3 +1,4 @@
+// Walks the chunks of WAVE, RF64 and CAF files.
 #include "cli/chunks.h"
 
 #include "cli/byte_range.h"
@@ -20,7 +21,7 @@ constexpr std::size_t kMaxChunks = 4096;
 constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 24;
 constexpr std::uint64_t kNameBytes = 4;
 
-struct ChunkPlace
+struct ChunkLocation
 {
     std::string name;
     ByteRange contents;
@@ -33,37 +34,37 @@ std::string nameAt(const FileBytes& file, std::uint64_t position)
     return name;
 }
 
-/// Chunks from a position on: a name, a size, the contents, which are padded to even sizes in RIFF. The size of the
-/// audio of RF64 is in its first chunk.
-std::vector<ChunkPlace> placesFrom(const FileBytes& file, std::uint64_t at, std::size_t sizeBytes, bool bigEndian)
+/// Finds chunks from a position on. A chunk is a name, a size and the contents, padded to an even size in RIFF. The
+/// first chunk of RF64 holds the size of the audio.
+std::vector<ChunkLocation> chunksFrom(const FileBytes& file, std::uint64_t at, std::size_t sizeBytes, bool bigEndian)
 {
     const std::uint64_t head = kNameBytes + sizeBytes;
-    const std::uint64_t ofRf64 = file.marks(at, "ds64") ? file.number(at + head + 8, 8, bigEndian) : UINT32_MAX;
-    std::vector<ChunkPlace> places;
-    while (at + head <= file.size() && places.size() < kMaxChunks) {
+    const std::uint64_t rf64Size = file.marks(at, "ds64") ? file.number(at + head + 8, 8, bigEndian) : UINT32_MAX;
+    std::vector<ChunkLocation> chunks;
+    while (at + head <= file.size() && chunks.size() < kMaxChunks) {
         std::uint64_t size = file.number(at + kNameBytes, sizeBytes, bigEndian);
-        if (sizeBytes == 4 && size == UINT32_MAX && file.marks(at, "data")) size = ofRf64;
-        size = std::min(size, file.size()); // far enough, and no sum of it overflows
+        if (sizeBytes == 4 && size == UINT32_MAX && file.marks(at, "data")) size = rf64Size;
+        size = std::min(size, file.size()); // prevents overflow
         at += head;
-        if (size > 0) places.push_back({.name = nameAt(file, at - head), .contents = {.begin = at, .end = at + size}});
+        if (size > 0) chunks.push_back({.name = nameAt(file, at - head), .contents = {.begin = at, .end = at + size}});
         at += size + (sizeBytes == 4 ? size % 2 : 0);
     }
-    return places;
+    return chunks;
 }
 
-std::vector<ChunkPlace> placesIn(int descriptor)
+std::vector<ChunkLocation> chunksIn(int descriptor)
 {
     constexpr std::uint64_t kRiffHead = 12;
     constexpr std::uint64_t kCafHead = 8;
     const FileBytes file(descriptor);
     const std::uint64_t begin = file.id3v2Size(0);
     for (const std::string_view mark : {"RIFF", "RF64", "RIFX"})
-        if (file.marks(begin, mark)) return placesFrom(file, begin + kRiffHead, 4, mark == "RIFX");
-    if (file.marks(begin, "caff")) return placesFrom(file, begin + kCafHead, 8, true);
+        if (file.marks(begin, mark)) return chunksFrom(file, begin + kRiffHead, 4, mark == "RIFX");
+    if (file.marks(begin, "caff")) return chunksFrom(file, begin + kCafHead, 8, true);
     return {};
 }
 
-/// Bytes of a file; none if they are not all there.
+/// Bytes of a file; none if the file ends before.
 std::string bytesAt(int descriptor, ByteRange range)
 {
     std::string bytes(range.size(), '\0');
@@ -76,7 +77,7 @@ std::string bytesAt(int descriptor, ByteRange range)
 std::vector<std::string> chunkNames(int descriptor)
 {
     std::vector<std::string> names;
-    for (const ChunkPlace& place : placesIn(descriptor)) names.push_back(place.name);
+    for (const ChunkLocation& location : chunksIn(descriptor)) names.push_back(location.name);
     return names;
 }
 
@@ -84,8 +85,8 @@ std::vector<std::string> chunksNamed(int descriptor, const std::string& name)
 {
     std::vector<std::string> found;
     std::uint64_t room = kMaxBytes;
-    for (const auto& [placeName, range] : placesIn(descriptor)) {
-        if (placeName != name) continue;
+    for (const auto& [chunkName, range] : chunksIn(descriptor)) {
+        if (chunkName != name) continue;
         found.push_back(range.size() <= room ? bytesAt(descriptor, range) : std::string());
         room -= found.back().size();
     }

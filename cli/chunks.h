@@ -1,3 +1,4 @@
+// Lists and reads the chunks of WAVE, RF64 and CAF files.
 #pragma once
 
 #include <string>
@@ -13,13 +14,13 @@ struct Chunk
     std::string contents;
 };
 
-/// Names of the chunks of a WAVE, RF64 or CAF file that are not empty, in their order, 4096 at most.
+/// Names of the non-empty chunks of a WAVE, RF64 or CAF file, in file order, 4096 at most.
 ///
-/// descriptor  open for reading; its position stays where it is
+/// descriptor  open for reading; its position does not change
 std::vector<std::string> chunkNames(int descriptor);
 
-/// Contents of all of these chunks that have a name. They have 16 MiB in all: a chunk beyond that, and one beyond the
-/// end of the file, comes without contents.
+/// Contents of all chunks with this name, up to 16 MiB in total. A chunk beyond that limit or beyond the end of the
+/// file has no contents.
 std::vector<std::string> chunksNamed(int descriptor, const std::string& name);
 
 } // namespace tarn

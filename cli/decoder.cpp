@@ -1,3 +1,4 @@
+// Chooses the decoder for a part of a file.
 #include "cli/decoder.h"
 
 #include "cli/file_bytes.h"
@@ -25,7 +26,7 @@ std::unique_ptr<Decoder> openOgg(int descriptor, ByteRange part)
         try {
             return std::make_unique<OpusDecoder>(descriptor, part, head.serial);
         } catch (const std::runtime_error&) {
-            // libsndfile describes multichannel streams, and says what is wrong with others.
+            // libsndfile describes multichannel streams and reports the errors of others.
         }
     }
     if (head.codec == OggCodec::Flac) return std::make_unique<FlacDecoder>(descriptor, part, head.serial);
@@ -38,7 +39,7 @@ std::unique_ptr<Decoder> openOgg(int descriptor, ByteRange part)
 
 std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
 {
-    constexpr std::uint64_t kMaxJunk = 65536; ///< bytes in front of MPEG audio, such as the rest of a frame
+    constexpr std::uint64_t kMaxJunk = 65536; ///< bytes before MPEG audio, such as the rest of a frame
     const FileBytes file(descriptor);
     const std::uint64_t begin = part.begin + file.id3v2Size(part.begin);
     const auto mpegWithin = [&](std::uint64_t bytes) {

@@ -1,5 +1,7 @@
+// Upmixes the built-in scene, prints the table and writes the files.
 #include "cli/demo_command.h"
 
+#include "cli/decibels.h"
 #include "cli/demo_files.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
@@ -26,13 +28,12 @@ constexpr std::size_t kMaxDelayFrames = 2047;
 class MemorySink final : public AudioSink
 {
 public:
-    void write(const std::uint8_t* slots, std::size_t frames) override
+    void write(const std::int32_t* samples, std::size_t frames) override
     {
-        const auto sample = [slots](std::size_t i) { return loadLeftJustified(slots + 2 * i, 2) * 0x1p-31; };
         for (std::size_t frame = 0; frame < frames; ++frame) {
-            outputs.left.push_back(sample(3 * frame));
-            outputs.right.push_back(sample(3 * frame + 1));
-            outputs.centre.push_back(sample(3 * frame + 2));
+            outputs.left.push_back(samples[3 * frame] * 0x1p-31);
+            outputs.right.push_back(samples[3 * frame + 1] * 0x1p-31);
+            outputs.centre.push_back(samples[3 * frame + 2] * 0x1p-31);
         }
     }
 
@@ -41,7 +42,7 @@ public:
     ThreeOutputs outputs;
 };
 
-/// Sends 16-bit stereo through the engine.
+/// Upmixes 16-bit stereo.
 void upmixStereo(const std::vector<std::int16_t>& stereo, std::uint32_t sampleRate, const Layout& layout, bool align,
                  AudioSink& sink)
 {
@@ -57,12 +58,12 @@ void upmixStereo(const std::vector<std::int16_t>& stereo, std::uint32_t sampleRa
     upmixer.finish();
 }
 
-/// The delay of the engine as the scene's bed shows it: its left side against the front left output.
+/// Measures the delay of the engine: correlates the left side of the wide chords with the front left output.
 std::size_t measureDelay(const Scene& scene, const ThreeOutputs& outputs)
 {
     constexpr std::size_t kFrames = 24000;
-    const ScenePart& bed = scene.parts[scene.bed];
-    const std::size_t first = bed.firstFrame + (bed.frames - kFrames) / 2;
+    const ScenePart& part = scene.parts[scene.wideChords];
+    const std::size_t first = part.firstFrame + (part.frames - kFrames) / 2;
     std::vector<double> left;
     for (std::size_t i = 0; i < kFrames; ++i) left.push_back(scene.stereo[2 * (first + i)] * 0x1p-15);
     return findDelay(left, std::span(outputs.left).subspan(first, kFrames + kMaxDelayFrames), kMaxDelayFrames);
@@ -88,22 +89,22 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
     printTable(scene, outputs, delay);
     std::printf("\n  delay of the engine: %zu frames, %.1f ms (cross-correlation of input and output)\n\n", delay,
                 1000.0 * static_cast<double>(delay) / scene.sampleRate);
-    std::printf("What to look for: the voice belongs in C; the traveller starts in FL, passes through C and ends in\n"
-                "FR; the bed stays wide, mostly in FL and FR; all together, C holds the voice between them.\n\n");
+    std::printf("Expected: the voice is in C; the moving source starts in FL, passes through C and ends in FR;\n"
+                "the wide chords stay in FL and FR; in the mix of all, C contains the voice.\n\n");
 }
 
 void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& files)
 {
     const std::string program = printable(options.program);
     if (!files) {
-        std::printf("Next, keep the scene as a file:  %s demo scene.wav\n"
-                    "or upmix music of your own:      %s upmix song.flac song-3.0.wav\n",
+        std::printf("Next, write the scene to a file:  %s demo scene.wav\n"
+                    "or upmix your own music:          %s upmix song.flac song-3.0.wav\n",
                     program.c_str(), program.c_str());
         return;
     }
-    std::printf("%s holds the scene as %s, and %s the stereo that it was made from,\n"
-                "aligned with it: compare them by ear.\n"
-                "Next, upmix music of your own:   %s upmix song.flac song-3.0.wav\n",
+    std::printf("%s contains the scene as %s, and %s its stereo source,\n"
+                "time-aligned: compare them by ear.\n"
+                "Next, upmix your own music:       %s upmix song.flac song-3.0.wav\n",
                 printable(options.output).c_str(), options.layout.c_str(), printable(files->stereoName()).c_str(),
                 program.c_str());
 }
@@ -127,14 +128,14 @@ void runDemo(const DemoOptions& options)
         files.emplace(options.output, options.force, layout,
                       StreamFormat{.sampleRate = scene.sampleRate, .bits = kBits});
 
-    // What is measured is what a live host hears, followed by silence to bring out the last of it.
-    std::vector<std::int16_t> followed = scene.stereo;
-    followed.resize(followed.size() + 2 * (kMaxDelayFrames + 1));
+    // Measures the output of a live host, with silence appended to flush the engine.
+    std::vector<std::int16_t> extended = scene.stereo;
+    extended.resize(extended.size() + 2 * (kMaxDelayFrames + 1));
     MemorySink memory;
-    upmixStereo(followed, scene.sampleRate, layoutNamed("3.0"), false, memory);
+    upmixStereo(extended, scene.sampleRate, layoutNamed("3.0"), false, memory);
     printReport(scene, memory.outputs);
 
-    // A report that cannot be printed leaves no files.
+    // If the report cannot be printed, no files are left.
     flushOutput();
     if (files) {
         upmixStereo(scene.stereo, scene.sampleRate, layout, true, files->upmixed());

@@ -1,3 +1,4 @@
+// tarn demo: upmixes a built-in scene and prints measurements.
 #pragma once
 
 #include <string>
@@ -5,16 +6,16 @@
 namespace tarn
 {
 
-/// What `tarn demo` was asked for.
+/// The options of `tarn demo`.
 struct DemoOptions
 {
-    std::string program;        ///< what the command was called as, to suggest the next step
-    std::string output;         ///< a file for the upmixed scene; empty: none is written
-    std::string layout = "3.0"; ///< of that file
+    std::string program;        ///< name of the program on the command line, for suggestions
+    std::string output;         ///< file for the upmixed scene; empty: none
+    std::string layout = "3.0"; ///< of the output
     bool force = false;
 };
 
-/// Upmixes the built-in scene, prints where its parts went, and writes it if asked to, with its stereo beside it.
+/// Upmixes the built-in scene, prints levels and delay, and writes the upmix and its stereo if an output is named.
 ///
 /// Throws Failure or Interrupted.
 void runDemo(const DemoOptions& options);

@@ -1,3 +1,4 @@
+// Writes the upmixed scene and its stereo; keeps both files or none.
 #include "cli/demo_files.h"
 
 #include "cli/failure.h"
@@ -10,16 +11,6 @@ namespace tarn
 
 namespace
 {
-
-constexpr std::uint32_t kSampleBytes = 2;
-
-constexpr Layout kStereo{.name = "stereo",
-                         .slotNames = "FL FR",
-                         .slots = 2,
-                         .mask = 0x3,
-                         .remapped = false,
-                         .outputs = {},
-                         .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT}};
 
 /// scene.wav becomes scene-stereo.wav.
 std::string stereoNameFor(const std::string& path)
@@ -37,7 +28,7 @@ DemoFiles::DemoFiles(const std::string& path, bool force, const Layout& layout, 
       stereoPath(stereoNameFor(path)),
       replace(force),
       upmixedFile(openFileSink(path, force, std::nullopt, {.layout = layout, .format = format})),
-      stereoFile(openFileSink(stereoPath, force, std::nullopt, {.layout = kStereo, .format = format}))
+      stereoFile(openFileSink(stereoPath, force, std::nullopt, {.layout = kStereoLayout, .format = format}))
 {
     std::error_code missing;
     if (std::filesystem::equivalent(upmixedPath, stereoPath, missing))
@@ -47,15 +38,15 @@ DemoFiles::DemoFiles(const std::string& path, bool force, const Layout& layout, 
 
 void DemoFiles::finish(const std::vector<std::int16_t>& stereo)
 {
-    std::vector<std::uint8_t> bytes(stereo.size() * kSampleBytes);
-    for (std::size_t i = 0; i < stereo.size(); ++i) storePcm(&bytes[i * kSampleBytes], stereo[i], kSampleBytes);
-    stereoFile->write(bytes.data(), stereo.size() / kStereo.slots);
+    std::vector<std::int32_t> samples;
+    for (const std::int16_t sample : stereo) samples.push_back(sample * 0x10000);
+    stereoFile->write(samples.data(), samples.size() / kStereoLayout.slots);
     throwIfInterrupted();
     stereoFile->finish();
     try {
         upmixedFile->finish();
     } catch (const Failure&) {
-        // A file that was replaced cannot be brought back: its successor stays.
+        // A replaced file cannot be restored, so the new one stays.
         std::error_code ignored;
         if (!replace) std::filesystem::remove(stereoPath, ignored);
         throw;

@@ -1,3 +1,4 @@
+// The two files that tarn demo writes.
 #pragma once
 
 #include "cli/file_sink.h"
@@ -10,7 +11,7 @@
 namespace tarn
 {
 
-/// The files of the demo: the upmixed scene, and beside it the stereo that it was made from. Both or none are left.
+/// Writes the upmixed scene, and its stereo next to it. Both files or none are left.
 class DemoFiles
 {
 public:
@@ -25,10 +26,10 @@ public:
 
     const std::string& stereoName() const noexcept { return stereoPath; }
 
-    /// Where the upmixed scene goes, but for its finish.
+    /// The sink for the upmixed scene; finish() completes it.
     AudioSink& upmixed() noexcept { return *upmixedFile; }
 
-    /// Writes the 16-bit stereo, and gives both files their names.
+    /// Writes the 16-bit stereo and completes both files.
     void finish(const std::vector<std::int16_t>& stereo);
 
 private:

@@ -1,3 +1,4 @@
+// Writes all bytes to a file descriptor.
 #include "cli/descriptor.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// RAII owner of a file descriptor.
 #pragma once
 
 #include <cstddef>
@@ -28,14 +29,14 @@ public:
 
     int number() const noexcept { return owned; }
 
-    /// Closes it at once. Returns whether that succeeded; errno says why not.
+    /// Closes the descriptor now. Returns whether that succeeded; otherwise errno holds the reason.
     bool close() noexcept { return owned < 0 || ::close(std::exchange(owned, -1)) == 0; }
 
 private:
     int owned = -1;
 };
 
-/// Writes all bytes to a descriptor that blocks. Returns 0, or the errno of the call that failed.
+/// Writes all bytes to a blocking descriptor. Returns 0, or the errno of the call that failed.
 int writeAll(int descriptor, const void* bytes, std::size_t count) noexcept;
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Compares an existing output with the length, rate and channels expected from the input.
 #include "cli/existing_output.h"
 
 #include "cli/failure.h"
@@ -30,7 +31,7 @@ bool hasLastFrame(const std::string& path, std::uint64_t frames)
            sf_readf_double(file.get(), frame.data(), 1) == 1 && sf_error(file.get()) == SF_ERR_NO_ERROR;
 }
 
-/// Whether a length is the expected one but for less than a second, by which headers of inputs can be wrong.
+/// Whether a length differs by less than a second from the expected one. Headers of inputs can be inexact.
 bool isLongEnough(std::uint64_t frames, const ExpectedOutput& expected)
 {
     if (!expected.frames) return true;
@@ -38,34 +39,34 @@ bool isLongEnough(std::uint64_t frames, const ExpectedOutput& expected)
     return difference < expected.sampleRate;
 }
 
-/// The frames that can be decoded of an input.
+/// Counts the frames of an input that can be decoded.
 std::uint64_t framesIn(FileSource& input)
 {
     std::vector<std::int32_t> stereo(2 * 4096);
     std::uint64_t frames = 0;
-    while (const std::size_t some = input.read(stereo.data(), stereo.size() / 2)) {
+    while (const std::size_t count = input.read(stereo.data(), stereo.size() / 2)) {
         throwIfInterrupted();
-        frames += some;
+        frames += count;
     }
     return frames;
 }
 
-/// What keeps a file from being the complete output; empty if nothing does.
+/// The reason why a file is not the complete output; empty if it is.
 std::string flawOf(const std::string& path, const Layout& layout, const ExpectedOutput& expected)
 {
     try {
-        const FileFacts facts = FileSource(path, FileSource::Demand::Anything).facts();
+        const FileFacts facts = FileSource(path, FileSource::Accept::AnyAudio).facts();
         if (facts.channels != layout.slots)
             return "it has " + std::to_string(facts.channels) + " channels instead of " + std::to_string(layout.slots);
         if (facts.sampleRate != expected.sampleRate)
             return "it has a rate of " + std::to_string(facts.sampleRate) + " Hz instead of " +
                    std::to_string(expected.sampleRate) + " Hz";
-        if (!facts.frames) return "it does not say how long it is";
+        if (!facts.frames) return "it does not declare its length";
         if (!isLongEnough(*facts.frames, expected))
             return "it has " + std::to_string(*facts.frames) + " frames instead of " + std::to_string(*expected.frames);
         return hasLastFrame(path, *facts.frames) ? "" : "its end is missing";
     } catch (const Failure&) {
-        return "it is cut short, damaged or no audio file";
+        return "it is cut short, damaged or not an audio file";
     }
 }
 

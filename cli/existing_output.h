@@ -1,7 +1,8 @@
+// Checks for --skip-existing whether an output is complete.
 #pragma once
 
 #include "cli/file_source.h"
-#include "cli/upmix_command.h"
+#include "cli/upmix_options.h"
 
 #include <cstdint>
 #include <optional>
@@ -9,20 +10,20 @@
 namespace tarn
 {
 
-/// What the output of an upmix will be, as far as the input's header tells.
+/// The format of an output, as far as the header of the input declares it.
 struct ExpectedOutput
 {
     std::uint32_t sampleRate;            ///< Hz
-    std::optional<std::uint64_t> frames; ///< nothing where only reading the input tells
+    std::optional<std::uint64_t> frames; ///< none if the header does not declare the length
 };
 
-/// What an upmix of the input with the options will be.
+/// The format that an upmix of the input will have.
 ExpectedOutput expectedOutput(const UpmixOptions& options, const FileSource& input);
 
-/// Whether OUTPUT exists and is a complete upmix of INPUT by its channels, rate and length. Samples are not compared.
+/// Whether OUTPUT exists and has the channels, rate and length of an upmix of INPUT. Does not compare samples.
 ///
-/// Throws Failure: EX_USAGE if one of them is a stream, or OUTPUT exists, is not complete, and --force is not given;
-/// what FileSource throws about INPUT. What OutputFile refuses for other reasons is left to it.
+/// Throws Failure: EX_USAGE if one of them is a stream, or OUTPUT exists, is incomplete, and --force is not given; also
+/// what FileSource throws about INPUT. OutputFile checks the rest.
 bool hasCompleteOutput(const UpmixOptions& options);
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// The exceptions that end the command with an exit code and a message.
 #pragma once
 
 #include <stdexcept>
@@ -8,12 +9,12 @@
 namespace tarn
 {
 
-/// Why the command gives up: what is wrong and what to do about it, and the exit code that says so to scripts.
+/// An error that ends the command: a message with the problem and advice, and an exit code for scripts.
 class Failure : public std::runtime_error
 {
 public:
     /// exitCode  one of sysexits.h: EX_USAGE, EX_DATAERR, EX_NOINPUT, EX_SOFTWARE, EX_CANTCREAT, EX_IOERR
-    /// message   one or two lines that begin with the name of the file or option concerned
+    /// message   one or two lines that begin with the name of the file or option
     Failure(int exitCode, const std::string& message) : std::runtime_error(message), code(exitCode) {}
 
     int exitCode() const noexcept { return code; }
@@ -22,7 +23,7 @@ private:
     int code;
 };
 
-/// A failure that every further output would meet: a full disk, or a folder that cannot be written to.
+/// A failure that would affect every further output: a full disk, or a folder without write permission.
 class OutputFailure : public Failure
 {
 public:

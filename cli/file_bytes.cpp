@@ -1,3 +1,4 @@
+// Reads numbers and marks at any position of a file.
 #include "cli/file_bytes.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ namespace tarn
 namespace
 {
 
-constexpr std::size_t kKeptBytes = 65536;
+constexpr std::size_t kBufferBytes = 65536;
 
 } // namespace
 
@@ -27,18 +28,19 @@ FileBytes::FileBytes(int descriptor, ByteRange part) : fd(descriptor), origin(pa
 std::string_view FileBytes::at(std::uint64_t position, std::size_t count) const
 {
     if (position >= length) return {};
-    if (position < keptFrom || position + count > keptFrom + kept.size()) {
-        kept.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kKeptBytes, length - position)));
-        const ssize_t got = pread(fd, kept.data(), kept.size(), static_cast<off_t>(origin + position));
-        kept.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        keptFrom = position;
+    if (position < bufferBegin || position + count > bufferBegin + buffer.size()) {
+        buffer.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kBufferBytes, length - position)));
+        const ssize_t got = pread(fd, buffer.data(), buffer.size(), static_cast<off_t>(origin + position));
+        buffer.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        bufferBegin = position;
     }
-    return std::string_view(kept.data(), kept.size()).substr(static_cast<std::size_t>(position - keptFrom), count);
+    return std::string_view(buffer.data(), buffer.size())
+        .substr(static_cast<std::size_t>(position - bufferBegin), count);
 }
 
-bool FileBytes::marks(std::uint64_t position, std::string_view text) const
+bool FileBytes::marks(std::uint64_t position, std::string_view mark) const
 {
-    return at(position, text.size()) == text;
+    return at(position, mark.size()) == mark;
 }
 
 std::uint64_t FileBytes::number(std::uint64_t position, std::size_t count, bool bigEndian) const

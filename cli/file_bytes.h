@@ -1,3 +1,4 @@
+// Buffered random access to the bytes of a file.
 #pragma once
 
 #include "cli/byte_range.h"
@@ -10,12 +11,11 @@
 namespace tarn
 {
 
-/// The bytes of a file or of a part of it at any position, as numbers and marks. Keeps what is around the last position
-/// in memory.
+/// Reads numbers and marks at any position of a file or of a part of it. Buffers the bytes near the last position.
 class FileBytes
 {
 public:
-    /// descriptor  open for reading; its position stays where it is
+    /// descriptor  open for reading; its position does not change
     explicit FileBytes(int descriptor);
 
     /// Positions count from the start of the part.
@@ -23,8 +23,8 @@ public:
 
     std::uint64_t size() const noexcept { return length; }
 
-    /// Whether the text is at the position.
-    bool marks(std::uint64_t position, std::string_view text) const;
+    /// Whether the file has the mark at the position.
+    bool marks(std::uint64_t position, std::string_view mark) const;
 
     /// A number of 1 to 8 bytes; bytes beyond the end count as zero.
     std::uint64_t number(std::uint64_t position, std::size_t count, bool bigEndian) const;
@@ -33,14 +33,14 @@ public:
     std::uint64_t id3v2Size(std::uint64_t position) const;
 
 private:
-    /// The bytes from a position on, as many as asked for unless the file ends before.
+    /// Up to count bytes from a position on; fewer at the end of the file.
     std::string_view at(std::uint64_t position, std::size_t count) const;
 
     int fd;
-    std::uint64_t origin = 0; ///< position 0 in the file
+    std::uint64_t origin = 0; ///< offset of position 0 in the file
     std::uint64_t length = 0;
-    mutable std::vector<char> kept;
-    mutable std::uint64_t keptFrom = 0;
+    mutable std::vector<char> buffer;
+    mutable std::uint64_t bufferBegin = 0;
 };
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Device and inode of a file, to recognise the same file under two names.
 #pragma once
 
 #include <sys/stat.h>
@@ -5,7 +6,7 @@
 namespace tarn
 {
 
-/// What tells whether two names mean one file.
+/// Identifies a file under any of its names.
 struct FileIdentity
 {
     dev_t device;
@@ -14,7 +15,7 @@ struct FileIdentity
     bool operator==(const FileIdentity&) const = default;
 };
 
-/// Which file a descriptor has open.
+/// Identity of the file that a descriptor refers to.
 inline FileIdentity identityOf(int descriptor) noexcept
 {
     struct stat status = {};

@@ -1,3 +1,4 @@
+// Chooses WAV or FLAC by the extension of the output.
 #include "cli/file_sink.h"
 
 #include "cli/failure.h"
@@ -26,7 +27,7 @@ const Container& containerOf(const std::string& path)
     for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     for (const Container* const container : {&kWave, &kFlac})
         if (container->extension == extension) return *container;
-    throw Failure(EX_USAGE, path + ": its extension names no format that can be written; end the name in .wav or "
+    throw Failure(EX_USAGE, path + ": has no extension of a supported output format; end the name in .wav or "
                                    ".flac, or write raw PCM to '-'");
 }
 

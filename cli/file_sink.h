@@ -1,3 +1,4 @@
+// Creates the output file for a file name.
 #pragma once
 
 #include "cli/audio_sink.h"
@@ -14,17 +15,17 @@
 namespace tarn
 {
 
-/// A kind of file that the command writes, chosen by its extension.
+/// A file format that the command writes, chosen by its extension.
 struct Container
 {
-    std::string_view extension; ///< with its dot, lower case
-    std::uint32_t maxBits;      ///< widest samples that it holds
+    std::string_view extension; ///< with the dot, lower case
+    std::uint32_t maxBits;      ///< maximum sample width
 };
 
-/// The container of an output's name; throws Failure (EX_USAGE) if there is none.
+/// The container for the name of an output. Throws Failure (EX_USAGE) if the extension is unknown.
 const Container& containerOf(const std::string& path);
 
-/// What an output file is to hold.
+/// Format and metadata of an output file.
 struct FileContents
 {
     const Layout& layout;
@@ -32,12 +33,12 @@ struct FileContents
     Metadata metadata{};
 };
 
-/// Creates an audio file whose header names the layout.
+/// Creates an audio file whose header declares the layout.
 ///
 /// force  whether an existing file may be replaced
-/// input  a file that is never replaced, if there is one
+/// input  a file that must not be replaced, if any
 ///
-/// Throws Failure: EX_USAGE if the container does not hold samples of this width; what OutputFile throws.
+/// Throws Failure: EX_USAGE if the container does not support samples of this width; also what OutputFile throws.
 std::unique_ptr<AudioSink> openFileSink(const std::string& path, bool force, std::optional<FileIdentity> input,
                                         const FileContents& contents);
 

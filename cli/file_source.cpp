@@ -1,6 +1,8 @@
+// Reads all parts of an audio file as stereo and reports what is missing.
 #include "cli/file_source.h"
 
-#include "cli/container_promise.h"
+#include "cli/decibels.h"
+#include "cli/declared_length.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/joined_streams.h"
@@ -21,7 +23,7 @@ namespace
 constexpr std::size_t kChannels = 2;
 constexpr std::size_t kScanFrames = 4096;
 
-/// Width of the samples of an integer format; 0 for floating-point and lossy ones.
+/// Sample width of an integer format; 0 for floating-point and lossy formats.
 std::uint32_t integerBits(int format) noexcept
 {
     switch (format & SF_FORMAT_SUBMASK) {
@@ -44,7 +46,7 @@ std::uint32_t integerBits(int format) noexcept
     }
 }
 
-/// Bytes that a sample takes in a file; 0 for compressed formats.
+/// Bytes of a sample in the file; 0 for compressed formats.
 std::uint64_t storedBytes(int format) noexcept
 {
     switch (format & SF_FORMAT_SUBMASK) {
@@ -65,7 +67,7 @@ std::uint64_t storedBytes(int format) noexcept
     }
 }
 
-/// libsndfile's words for a container or a codec.
+/// libsndfile's name of a container or codec.
 std::string nameOf(int format)
 {
     SF_FORMAT_INFO description{};
@@ -85,7 +87,7 @@ bool isOgg(const SF_INFO& info) noexcept
     return (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
 }
 
-/// Puts mono on both channels, from the last frame to the first, in place.
+/// Copies mono to both channels in place, from the last frame to the first.
 template <typename Sample>
 void spreadMono(Sample* samples, std::size_t frames) noexcept
 {
@@ -94,7 +96,7 @@ void spreadMono(Sample* samples, std::size_t frames) noexcept
 
 } // namespace
 
-FileSource::FileSource(const std::string& path, Demand demand) : file(openInput(path))
+FileSource::FileSource(const std::string& path, Accept accept) : file(openInput(path))
 {
     try {
         openParts();
@@ -105,10 +107,10 @@ FileSource::FileSource(const std::string& path, Demand demand) : file(openInput(
                                          : "check where it comes from, or convert it, for example: ffmpeg -i " +
                                                shellQuoted(path) + " converted.wav"));
     }
-    if (demand == Demand::Upmixable) checkFormat();
+    if (accept == Accept::Upmixable) checkFormat();
 }
 
-/// Finds the streams that the file consists of, and opens the first.
+/// Finds the parts of the file and opens the first one.
 void FileSource::openParts()
 {
     const int descriptor = file.descriptor.number();
@@ -139,7 +141,7 @@ void FileSource::openParts()
         expected = static_cast<std::uint64_t>(info.frames);
 }
 
-/// What a part declares.
+/// Describes a part.
 FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) const
 {
     const SF_INFO& facts = opened.info();
@@ -149,17 +151,17 @@ FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) cons
     part.hasDamagedPages = isOgg(facts) && dynamic_cast<const SndfileDecoder*>(&opened) != nullptr &&
                            oggLinks(file.descriptor.number()).skippedBytes > 0;
     if (facts.frames == SF_COUNT_MAX) {
-        // A FLAC encoder that wrote to a pipe could not fill in the length; the decoder finds whether its end is there.
-        // Other Ogg streams mark their last page.
+        // A FLAC encoder that writes to a pipe cannot declare the length; the decoder checks the end. Other Ogg streams
+        // mark their last page.
         part.lacksEnd = isOgg(facts) && integerBits(facts.format) == 0;
     } else if (!isMpeg(facts) || hasMpegIndex(file.descriptor.number(), bytes.begin)) {
         part.declared = static_cast<std::uint64_t>(facts.frames);
-        // libsndfile takes a file that is cut for a shorter one.
-        if (const auto audio = promisedAudio(FileBytes(file.descriptor.number(), bytes));
-            audio && audio->present < audio->promised) {
+        // libsndfile does not notice that a file is cut.
+        if (const auto audio = declaredAudioBytes(FileBytes(file.descriptor.number(), bytes));
+            audio && audio->present < audio->declared) {
             const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
             if (frameBytes != 0) {
-                part.declared = audio->promised / frameBytes;
+                part.declared = audio->declared / frameBytes;
             } else {
                 part.lacksEnd = true;
             }
@@ -180,7 +182,7 @@ void FileSource::checkFormat() const
     if (!isConvertibleRate(static_cast<std::uint32_t>(std::max(info.samplerate, 0))))
         throw Failure(EX_DATAERR, file.name + ": has a sample rate of " + std::to_string(info.samplerate) +
                                       " Hz, and " + convertibleRates() +
-                                      " can be upmixed; its header is damaged, or it holds no sound");
+                                      " can be upmixed; its header is damaged, or it is not sound");
 }
 
 FileFacts FileSource::facts() const
@@ -223,26 +225,26 @@ void FileSource::openPart(std::size_t index)
     if (current < parts.size()) decoder = openDecoder(file.descriptor.number(), parts[current].bytes);
 }
 
-/// Notes a damage; the first one counts.
-void FileSource::noteDamage(std::uint64_t frame) noexcept
+/// Records the position of the first damage.
+void FileSource::recordDamage(std::uint64_t frame) noexcept
 {
     if (!damageBegin) damageBegin = frame;
 }
 
-/// Notes what the current part lacks.
+/// Records the losses of the current part.
 void FileSource::endPart()
 {
     const Part& part = parts[current];
     const std::uint64_t frames = position - partBegin;
     if (part.declared && frames < *part.declared) {
         missing += *part.declared - frames;
-        noteDamage(position);
+        recordDamage(position);
     }
     silenced += decoder->silencedFrames();
     const std::string error = decoder->error();
     if (part.lacksEnd || (!part.declared && !error.empty())) {
         missesUnknown = true;
-        noteDamage(position);
+        recordDamage(position);
     }
     if (!error.empty()) reason = error;
     if (part.hasDamagedPages) {
@@ -296,19 +298,18 @@ std::size_t FileSource::readFullScale(double* stereo, std::size_t capacity)
     for (std::size_t i = 0; i < frames * kChannels; ++i)
         if (!std::isfinite(stereo[i]))
             throw Failure(EX_DATAERR, file.name + ": frame " + std::to_string(position - frames + i / kChannels) +
-                                          " holds a sample that is infinite or not a number; repair it where it "
-                                          "was made");
+                                          " has a sample that is infinite or not a number; render the file again");
     return frames;
 }
 
-/// Reads frames of the current part, or of the next one that has any.
+/// Reads frames of the current part, or of the next part with audio.
 template <typename Sample>
 std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
 {
     while (current < parts.size()) {
         const std::size_t frames = decoder->read(stereo, capacity);
-        // The FLAC decoder knows only at its end whether it has an error.
-        if (decoder->silencedFrames() > 0 || (isMpeg(info) && !decoder->error().empty())) noteDamage(position);
+        // The FLAC decoder reports errors only at its end.
+        if (decoder->silencedFrames() > 0 || (isMpeg(info) && !decoder->error().empty())) recordDamage(position);
         position += frames;
         if (frames > 0) {
             if (info.channels == 1) spreadMono(stereo, frames);
@@ -332,7 +333,7 @@ std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
 std::optional<Loss> FileSource::loss() const
 {
     if (position == 0)
-        throw Failure(EX_DATAERR, file.name + ": holds no audio: 0 frames" +
+        throw Failure(EX_DATAERR, file.name + ": contains no audio: 0 frames" +
                                       (reason.empty() ? "" : " could be decoded (" + reason + ")") + "; check " +
                                       (file.fromPipe ? "the command before the pipe" : "where it comes from"));
 

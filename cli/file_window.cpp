@@ -1,3 +1,4 @@
+// Reads and seeks inside a byte range of a file.
 #include "cli/file_window.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// A byte range of a file that libraries read like a file of its own.
 #pragma once
 
 #include "cli/byte_range.h"
@@ -10,21 +11,22 @@
 namespace tarn
 {
 
-/// A part of a file, read by libraries as if it were a file. The position of the descriptor neither matters nor moves.
+/// A byte range of a file with its own position, for libraries that read files. Does not use the position of the
+/// descriptor.
 class FileWindow
 {
 public:
     FileWindow(int fileDescriptor, ByteRange range) noexcept : descriptor(fileDescriptor), part(range) {}
 
-    /// Reads bytes at the position and moves it. Returns how many; fewer at the end and after an error.
+    /// Reads bytes at the position and advances it. Returns the number of bytes; fewer at the end and after an error.
     std::size_t read(void* to, std::size_t count) noexcept;
 
-    /// Moves the position. Returns it, or -1 if it would be before the start.
+    /// Sets the position. Returns it, or -1 if it would be before the start.
     ///
     /// whence  SEEK_SET, SEEK_CUR or SEEK_END
     std::int64_t seek(std::int64_t offset, int whence) noexcept;
 
-    /// Gives these bytes in place of those at a position.
+    /// Substitutes these bytes for those at a position.
     void replace(std::uint64_t position, const std::array<char, 8>& bytes) noexcept;
 
     std::uint64_t position() const noexcept { return at; }

@@ -1,3 +1,4 @@
+// Parses cue sheets and application blocks of FLAC.
 #include "cli/flac_blocks.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace
 
 using TagLib::ByteVector;
 
-// Sizes of a cue sheet's parts in a file, and places within them.
+// Sizes and offsets in the binary form of a cue sheet.
 constexpr unsigned kSheetBytes = 396;
 constexpr unsigned kLeadIn = 128;
 constexpr unsigned kSheetFlags = 136;
@@ -36,7 +37,7 @@ std::uint64_t positionAt(const ByteVector& bytes, unsigned at)
     return static_cast<std::uint64_t>(bytes.toLongLong(at, true));
 }
 
-/// Reads a track of a cue sheet. Returns the position behind it; 0 if the block ends before.
+/// Reads a track of a cue sheet. Returns the position after it; 0 if the block is too short.
 unsigned readTrack(const ByteVector& bytes, unsigned at, FLAC__StreamMetadata* object, unsigned number)
 {
     if (bytes.size() - at < kTrackBytes) return 0;

@@ -1,3 +1,4 @@
+// Converts the FLAC metadata blocks of the input for libFLAC's encoder.
 #pragma once
 
 #include "cli/tags.h"
@@ -9,7 +10,7 @@
 namespace tarn
 {
 
-/// A metadata block for libFLAC's encoder; null if it is not valid.
+/// Converts a metadata block for libFLAC's encoder; null if the block is invalid.
 std::unique_ptr<FLAC::Metadata::Prototype> flacMetadata(const FlacBlock& block);
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Decodes FLAC with libFLAC and replaces damaged frames with silence.
 #include "cli/flac_decoder.h"
 
 #include "cli/text.h"
@@ -12,7 +13,7 @@ namespace tarn
 namespace
 {
 
-/// The longest gap that is filled: a damaged frame number could declare any.
+/// Maximum gap to fill; a damaged frame number could declare any length.
 constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 22;
 
 } // namespace
@@ -22,7 +23,7 @@ FlacDecoder::FlacDecoder(int descriptor, ByteRange part) : stream(FileWindow(des
     if (!stream.is_valid() || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
         throw std::runtime_error("libFLAC cannot decode it");
     readStreamInfo();
-    stream.get_decode_position(&behindFrame);
+    stream.get_decode_position(&frameEnd);
 }
 
 FlacDecoder::FlacDecoder(int descriptor, ByteRange part, int serial)
@@ -48,35 +49,35 @@ std::size_t FlacDecoder::read(std::int32_t* samples, std::size_t frames)
     while (toSilence == 0 && used == stream.samples.size())
         if (!decodeFrame()) return 0;
     if (toSilence > 0) {
-        const auto some = static_cast<std::size_t>(std::min<std::uint64_t>(toSilence, frames));
-        std::fill_n(samples, some * channels, 0);
-        toSilence -= some;
-        return some;
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(toSilence, frames));
+        std::fill_n(samples, count * channels, 0);
+        toSilence -= count;
+        return count;
     }
-    const std::size_t some = std::min(frames, (stream.samples.size() - used) / channels);
-    std::copy_n(stream.samples.begin() + static_cast<std::ptrdiff_t>(used), some * channels, samples);
-    used += some * channels;
-    return some;
+    const std::size_t count = std::min(frames, (stream.samples.size() - used) / channels);
+    std::copy_n(stream.samples.begin() + static_cast<std::ptrdiff_t>(used), count * channels, samples);
+    used += count * channels;
+    return count;
 }
 
 std::size_t FlacDecoder::read(double* samples, std::size_t frames)
 {
     std::array<std::int32_t, 4096> integers;
-    const std::size_t some =
+    const std::size_t count =
         read(integers.data(), std::min(frames, integers.size() / static_cast<std::size_t>(facts.channels)));
-    for (std::size_t i = 0; i < some * static_cast<std::size_t>(facts.channels); ++i)
+    for (std::size_t i = 0; i < count * static_cast<std::size_t>(facts.channels); ++i)
         samples[i] = integers[i] * 0x1p-31;
-    return some;
+    return count;
 }
 
-/// Decodes the next good frame, and counts what is lost before it. Returns whether there was one.
+/// Decodes the next good frame and counts the frames lost before it. Returns whether there is one.
 bool FlacDecoder::decodeFrame()
 {
     stream.samples.clear();
     used = 0;
     while (stream.samples.empty())
         if (!stream.process_single() || stream.get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
-    stream.get_decode_position(&behindFrame);
+    stream.get_decode_position(&frameEnd);
     const bool isWithin = facts.frames == SF_COUNT_MAX || stream.firstFrame <= static_cast<std::uint64_t>(facts.frames);
     if (stream.firstFrame > position && stream.firstFrame - position <= kMaxGapFrames && isWithin) {
         toSilence = stream.firstFrame - position;
@@ -96,12 +97,12 @@ std::string FlacDecoder::error() const
     return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
 }
 
-/// Whether there is something behind the last good frame that is neither padding nor a tag.
+/// Whether data other than padding and tags follows the last good frame.
 bool FlacDecoder::isCut() const
 {
     if (oggEnd) return !oggEnd->isMarked;
     FileWindow rest = stream.window;
-    rest.seek(static_cast<std::int64_t>(behindFrame), SEEK_SET);
+    rest.seek(static_cast<std::int64_t>(frameEnd), SEEK_SET);
     std::array<char, 16> bytes{};
     const std::size_t count = rest.read(bytes.data(), bytes.size());
     const std::string_view text(bytes.data(), count);
@@ -125,7 +126,7 @@ FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__F
                                                                    const FLAC__int32* const channels[])
 {
     const FLAC__FrameHeader& header = frame->header;
-    // A damaged header can pass its checksum; the frames of a stream are all of one kind.
+    // A damaged header can pass its checksum. All frames of a stream have the same channels.
     if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32)
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
     samples.resize(std::size_t{header.blocksize} * header.channels);

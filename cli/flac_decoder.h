@@ -1,3 +1,4 @@
+// Decoder for FLAC and Ogg FLAC.
 #pragma once
 
 #include "cli/decoder.h"
@@ -13,14 +14,13 @@
 namespace tarn
 {
 
-/// FLAC and Ogg FLAC by libFLAC. It goes on behind damaged frames, which become silence, so that what follows keeps its
-/// place.
+/// Decodes FLAC and Ogg FLAC with libFLAC. Damaged frames become silence, so that later audio keeps its time.
 class FlacDecoder final : public Decoder
 {
 public:
     FlacDecoder(int descriptor, ByteRange part);
 
-    /// serial  of a stream in an Ogg file
+    /// serial  serial number of the stream in an Ogg file
     FlacDecoder(int descriptor, ByteRange part, int serial);
 
     std::size_t read(std::int32_t* samples, std::size_t frames) override;
@@ -29,7 +29,7 @@ public:
     std::string error() const override;
 
 private:
-    /// libFLAC's decoder on a window of a file. It keeps the samples of the last frame.
+    /// libFLAC's decoder on a window of a file. Stores the samples of the last frame.
     class Stream final : public FLAC::Decoder::Stream
     {
     public:
@@ -37,8 +37,8 @@ private:
 
         FileWindow window;
         std::vector<std::int32_t> samples; ///< interleaved, left-justified
-        std::uint64_t firstFrame = 0;      ///< number of the first of them in the stream
-        SF_INFO facts{};                   ///< by the first metadata block
+        std::uint64_t firstFrame = 0;      ///< frame number of the first of them in the stream
+        SF_INFO facts{};                   ///< from the first metadata block
         bool lostSync = false;             ///< since the last good frame
 
     private:
@@ -55,12 +55,12 @@ private:
     bool isCut() const;
 
     Stream stream;
-    std::optional<OggEnd> oggEnd;  ///< in an Ogg file
-    std::size_t used = 0;          ///< of the stream's samples
-    std::uint64_t toSilence = 0;   ///< frames of silence due before them
-    std::uint64_t position = 0;    ///< frames given or due
-    std::uint64_t silenced = 0;    ///< frames
-    std::uint64_t behindFrame = 0; ///< position in bytes behind the last good frame
+    std::optional<OggEnd> oggEnd; ///< only in an Ogg file
+    std::size_t used = 0;         ///< samples of the stream already read
+    std::uint64_t toSilence = 0;  ///< frames of silence before them
+    std::uint64_t position = 0;   ///< frames decoded, with silence
+    std::uint64_t silenced = 0;   ///< frames
+    std::uint64_t frameEnd = 0;   ///< position in bytes after the last good frame
 };
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Encodes FLAC with libFLAC, with comments, pictures and metadata blocks.
 #include "cli/flac_sink.h"
 
 #include "cli/failure.h"
@@ -17,15 +18,14 @@ namespace
 {
 
 constexpr std::uint32_t kCompressionLevel = 5; ///< libFLAC's default
-constexpr std::uint32_t kPaddingBytes = 8192;  ///< room to edit tags without writing the file again
+constexpr std::uint32_t kPaddingBytes = 8192;  ///< lets editors change tags without rewriting the file
 constexpr std::size_t kMaxBlockBytes = (std::size_t{1} << 24) - 1;
-constexpr std::size_t kBlockReserve = 65536; ///< of a block, for its fixed fields
-constexpr int kFileIcon = 1;                 ///< kinds of pictures
+constexpr std::size_t kBlockReserve = 65536; ///< bytes of a block for its fixed fields
+constexpr int kFileIcon = 1;                 ///< type of picture
 constexpr int kOtherFileIcon = 2;
 constexpr int kLastPictureKind = 20;
 
-/// Whether libFLAC takes a text. It frees a comment that it refuses, and its caller frees it again: it must never get
-/// one.
+/// Whether libFLAC accepts a text. It frees a comment that it refuses, and libFLAC++ frees it again: never pass one.
 bool isLegalText(const std::string& text)
 {
     return text.find('\0') == std::string::npos &&
@@ -55,7 +55,7 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
           encoder.set_metadata(pointers.data(), static_cast<std::uint32_t>(pointers.size())));
     if (const auto status = encoder.init(); status != FLAC__STREAM_ENCODER_INIT_STATUS_OK) {
         check(encoder.error == 0);
-        throw Failure(EX_SOFTWARE, path + ": libFLAC cannot begin the file: " +
+        throw Failure(EX_SOFTWARE, path + ": libFLAC cannot start the file: " +
                                        FLAC__StreamEncoderInitStatusString[status] + "; write a .wav file instead");
     }
 }
@@ -90,7 +90,7 @@ void FlacSink::addPictures(const std::vector<Picture>& pictures)
     for (const Picture& picture : pictures) {
         const std::string mimeType = picture.mimeType.to8Bit(true);
         const std::string description = picture.description.to8Bit(true);
-        // FLAC takes one file icon of each kind, of 32 pixels; other formats do not say how large theirs are.
+        // FLAC allows one 32-pixel icon of each type. Other formats do not declare the size of their icons.
         const bool isOther = picture.kind < 0 || picture.kind > kLastPictureKind || picture.kind == kFileIcon ||
                              picture.kind == kOtherFileIcon;
         auto block = std::make_unique<FLAC::Metadata::Picture>();
@@ -123,12 +123,10 @@ void FlacSink::addBlocks(const std::vector<FlacBlock>& inputBlocks)
     }
 }
 
-void FlacSink::write(const std::uint8_t* interleaved, std::size_t frames)
+void FlacSink::write(const std::int32_t* interleaved, std::size_t frames)
 {
-    const std::uint32_t bytes = bits / 8;
     samples.resize(frames * slots);
-    for (std::size_t i = 0; i < samples.size(); ++i)
-        samples[i] = loadLeftJustified(interleaved + i * bytes, bytes) >> (32 - bits);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = interleaved[i] >> (32 - bits);
     check(encoder.process_interleaved(samples.data(), static_cast<std::uint32_t>(frames)));
 }
 

@@ -1,3 +1,4 @@
+// Output to a FLAC file.
 #pragma once
 
 #include "cli/file_sink.h"
@@ -13,14 +14,15 @@
 namespace tarn
 {
 
-/// A FLAC file. A comment names its channels, without which six of them could have their surrounds at the sides.
+/// Writes a FLAC file. A comment holds the channel mask, because players may otherwise take the surrounds of 5.1 for
+/// side channels.
 class FlacSink final : public AudioSink
 {
 public:
     /// Throws what OutputFile throws.
     FlacSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents);
 
-    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void write(const std::int32_t* interleaved, std::size_t frames) override;
     void finish() override;
     std::vector<std::string> notes() const override { return leftOut; }
 
@@ -31,7 +33,7 @@ private:
     public:
         explicit Encoder(int outputDescriptor) : descriptor(outputDescriptor) {}
 
-        /// Ends the file here, where the callbacks are: the base would call them when they are gone.
+        /// Finishes here, because the destructor of the base cannot call the overridden callbacks.
         ~Encoder() override { static_cast<void>(finish()); }
 
         Encoder(const Encoder&) = delete;
@@ -60,7 +62,7 @@ private:
         blocks; ///< the encoder refers to them until it has finished
     std::vector<std::string> leftOut;
     Encoder encoder;
-    std::vector<std::int32_t> samples;
+    std::vector<std::int32_t> samples; ///< right-justified
 };
 
 } // namespace tarn

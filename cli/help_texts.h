@@ -1,10 +1,10 @@
+// The texts of --help.
 #pragma once
 
 namespace tarn
 {
 
-// What --help prints: one screen of 80 columns and 24 lines each. --help-all lists every option, and the manual has
-// all the rest.
+// Each text fits a screen of 80 columns and 24 lines. --help-all lists every option; the manual describes everything.
 
 inline constexpr const char* kHelp = R"(Usage: tarn COMMAND [OPTIONS] ...
 
@@ -12,7 +12,7 @@ Upmixes stereo to left, right and centre: the same bytes on every machine.
 
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
-  info INPUT...       say what files are and whether upmixing gains anything
+  info INPUT...       describe files and rate whether upmixing gains anything
   demo [OUTPUT]       upmix a built-in scene and show what went where
 
 Examples:
@@ -26,19 +26,19 @@ Exit codes:
       INPUT is missing or damaged      73  OUTPUT cannot be created
   64  wrong usage, or OUTPUT exists    74  reading or writing failed
   65  INPUT cannot be upmixed
-Of several files, that of the first that failed, or else 1 if one is damaged.
+With several files: the code of the first that failed, else 1 if one is damaged.
 --version prints the version, --help-all every option; see also: man tarn
 )";
 
 inline constexpr const char* kUpmixHelp = R"(Usage: tarn upmix [OPTIONS] INPUT OUTPUT
        tarn upmix [OPTIONS] --output-dir DIR INPUT...
 
-INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - is one in a pipe.
+INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - reads a pipe.
 OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
 
-  --layout NAME      3.0 (default), 5.1, 7.1, or slots8 with --remap FILE
+  --layout NAME      3.0 (default), 5.1, 7.1, or 7.1-remap with --remap FILE
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
-  --rate HZ          sample rate; default: that of INPUT, or the next possible
+  --rate HZ          sample rate; default: that of INPUT, or the next supported
   --gain DB          -60 to 18              --loudness-match  as loud as INPUT
   --mode NAME        fast (default) or calm: how fast steering is followed
   --bypass           plain stereo           --no-align   stay 960 frames late

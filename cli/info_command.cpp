@@ -1,5 +1,7 @@
+// Analyses audio files and prints lines, tables or JSON.
 #include "cli/info_command.h"
 
+#include "cli/decibels.h"
 #include "cli/failure.h"
 #include "cli/file_source.h"
 #include "cli/interrupt.h"
@@ -8,7 +10,6 @@
 #include "cli/stereo_analysis.h"
 #include "cli/stream_format.h"
 #include "cli/text.h"
-#include "cli/upmix_command.h"
 #include "cli/worker_processes.h"
 
 #include <algorithm>
@@ -26,12 +27,12 @@ namespace
 
 constexpr std::size_t kReadFrames = 4096;
 
-/// What was found out about an input.
+/// The result for one input.
 struct Finding
 {
     FileFacts facts;
-    std::optional<StereoAnalysis> analysis{}; ///< of stereo only
-    std::optional<Loss> loss{};               ///< of stereo only
+    std::optional<StereoAnalysis> analysis{}; ///< only for stereo
+    std::optional<Loss> loss{};               ///< only for stereo
 
     bool isIncomplete() const noexcept { return loss && !loss->isNegligible(); }
 };
@@ -42,7 +43,7 @@ Finding examine(const std::string& input, bool showProgress)
     if (std::filesystem::is_directory(input, ignored))
         throw Failure(EX_NOINPUT, input + ": is a folder; to examine the files in it, type: tarn info " +
                                       shellQuoted(std::filesystem::path(input) / "") + "*");
-    FileSource source(input, FileSource::Demand::Anything);
+    FileSource source(input, FileSource::Accept::AnyAudio);
     Finding finding{.facts = source.facts()};
     if (finding.facts.channels != 2) return finding;
 
@@ -60,18 +61,19 @@ Finding examine(const std::string& input, bool showProgress)
     return finding;
 }
 
-/// What keeps an input from being upmixed as it is; empty if nothing does.
+/// The reason why an input cannot be upmixed; empty if it can.
 std::string obstacle(const FileFacts& facts)
 {
     if (facts.channels > 2) return "multichannel already: only mono and stereo can be upmixed";
-    if (!isConvertibleRate(facts.sampleRate)) return "no rate of sound: " + convertibleRates() + " can be upmixed";
+    if (!isConvertibleRate(facts.sampleRate))
+        return "unsupported sample rate: " + convertibleRates() + " can be upmixed";
     return {};
 }
 
-/// Level of a measure: mean of both sides, full scale 1.
+/// Mean level of both sides, dBFS.
 double levelDb(const StereoMeasure& measure, std::uint64_t frames)
 {
-    return 10.0 * std::log10(measure.energy() / 2.0 / static_cast<double>(frames));
+    return energyDecibels(measure.energy() / 2.0 / static_cast<double>(frames));
 }
 
 Json jsonOf(const StereoMeasure& measure, std::uint64_t frames)
@@ -117,7 +119,7 @@ Json jsonOf(const std::string& input, const Finding& finding)
     return json;
 }
 
-/// A number in a column of nine, or the word for none.
+/// A number in a column of nine characters, or a word for infinity or NaN.
 std::string column(const char* format, double value)
 {
     return std::isfinite(value) ? formatted(format, value)
@@ -146,16 +148,16 @@ std::string verdictOf(const StereoAnalysis& analysis)
     return verdict;
 }
 
-/// Columns of the longest name, within reason.
+/// Width of the column for names.
 std::size_t nameWidth(const std::vector<std::string>& inputs)
 {
-    constexpr std::size_t kMost = 28;
+    constexpr std::size_t kMaxWidth = 28;
     std::size_t longest = 0;
     for (const std::string& input : inputs) longest = std::max(longest, characters(printable(input)));
-    return std::min(longest, kMost);
+    return std::min(longest, kMaxWidth);
 }
 
-/// Container and codec in a word or two: WAV 16, WAV float, FLAC 24, OGG Vorbis, OGG FLAC 16, MP3.
+/// Short name of container and codec: WAV 16, WAV float, FLAC 24, OGG Vorbis, OGG FLAC 16, MP3.
 std::string formatName(const FileFacts& facts)
 {
     if (facts.codec == "MPEG Layer III") return "MP3";
@@ -169,7 +171,7 @@ std::string formatName(const FileFacts& facts)
     return container + " " + facts.codec;
 }
 
-/// What to do with a file, in a few words.
+/// The verdict in a few words.
 std::string briefVerdict(const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
@@ -183,11 +185,11 @@ std::string briefVerdict(const Finding& finding)
             return isOppositeBand(band, analysis.overall());
         }))
         verdict += ", partly opposite";
-    if (!isConvertibleRate(facts.sampleRate)) return "no rate of sound";
+    if (!isConvertibleRate(facts.sampleRate)) return "unsupported sample rate";
     return finding.isIncomplete() ? verdict + "; damaged" : verdict;
 }
 
-/// What matters most, as a line of a table.
+/// The result as a line.
 std::string lineOf(const std::string& input, std::size_t width, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
@@ -197,7 +199,7 @@ std::string lineOf(const std::string& input, std::size_t width, const Finding& f
            formatted("%4.0f ch  ", facts.channels) + briefVerdict(finding) + "\n";
 }
 
-/// All that was found out, as a table.
+/// The result as a table.
 std::string tableOf(const std::string& input, const Finding& finding)
 {
     const FileFacts& facts = finding.facts;

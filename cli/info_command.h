@@ -1,3 +1,4 @@
+// tarn info: describes audio files.
 #pragma once
 
 #include <string>
@@ -6,20 +7,20 @@
 namespace tarn
 {
 
-/// What `tarn info` was asked for.
+/// The options of `tarn info`.
 struct InfoOptions
 {
     std::vector<std::string> inputs;
-    unsigned jobs = 1; ///< files at a time
+    unsigned jobs = 1; ///< number of parallel processes
     bool verbose = false;
     bool json = false;
     bool quiet = false;
 };
 
-/// Prints what the inputs are and whether upmixing them gains anything, in the order of the inputs.
+/// Prints format and verdict of every input, in the order of the inputs.
 ///
-/// One input that fails does not stop the rest. Returns the exit code: that of the first input that failed, or
-/// kExitIncomplete if stereo lacks a second or more, or 0.
+/// Continues after an input that fails. Returns the exit code: that of the first input that failed, or kExitIncomplete
+/// if a second or more of a stereo file is missing, or 0.
 /// Throws Interrupted.
 int runInfo(const InfoOptions& options);
 

@@ -1,3 +1,4 @@
+// Opens input files; copies piped input to an unnamed temporary file.
 #include "cli/input_file.h"
 
 #include "cli/failure.h"
@@ -22,19 +23,19 @@ namespace
 
 constexpr std::size_t kStoreBytes = 65536;
 
-/// A new file without a name.
-Descriptor storage(const std::string& folder)
+/// Creates a file without a name.
+Descriptor createStorage(const std::string& folder)
 {
     std::string name = (std::filesystem::path(folder) / "tarn-XXXXXX").string();
     Descriptor file(mkostemp(name.data(), O_CLOEXEC));
     if (file.number() < 0)
-        throw Failure(EX_IOERR, folder + ": cannot store what comes through the pipe there: " + systemError(errno) +
-                                    "; set TMPDIR to a folder with room, or name a file in place of the pipe");
+        throw Failure(EX_IOERR, folder + ": cannot store the data of the pipe there: " + systemError(errno) +
+                                    "; set TMPDIR to a folder with free space, or name a file instead of the pipe");
     unlink(name.c_str());
     return file;
 }
 
-/// Refuses a device, which could have no end; an empty one, such as /dev/null, is left to be found empty.
+/// Refuses a device, which may be endless. The caller refuses an empty one, such as /dev/null.
 void refuseDevice(const InputFile& file)
 {
     char byte = 0;
@@ -42,14 +43,14 @@ void refuseDevice(const InputFile& file)
         throw Failure(EX_NOINPUT, file.name + ": is a device; name an audio file, or a pipe with one");
 }
 
-/// Stores a pipe to its end. Returns the file and its size.
-InputFile stored(const InputFile& pipe)
+/// Copies a pipe to its end into a file.
+InputFile storePipe(const InputFile& pipe)
 {
     std::error_code ignored;
     std::filesystem::path folder = std::filesystem::temp_directory_path(ignored);
     if (ignored) folder = "/tmp";
     InputFile file{
-        .name = pipe.name, .descriptor = storage(folder.string()), .identity = pipe.identity, .fromPipe = true};
+        .name = pipe.name, .descriptor = createStorage(folder.string()), .identity = pipe.identity, .fromPipe = true};
     std::vector<char> bytes(kStoreBytes);
     while (true) {
         waitUntilReady(pipe.descriptor.number(), POLLIN);
@@ -61,8 +62,8 @@ InputFile stored(const InputFile& pipe)
         }
         if (const int error = writeAll(file.descriptor.number(), bytes.data(), static_cast<std::size_t>(got)))
             throw Failure(EX_IOERR, folder.string() +
-                                        ": cannot store what comes through the pipe there: " + systemError(error) +
-                                        "; set TMPDIR to a folder with room, or name a file in place of the pipe");
+                                        ": cannot store the data of the pipe there: " + systemError(error) +
+                                        "; set TMPDIR to a folder with free space, or name a file instead of the pipe");
         file.bytes += static_cast<std::uint64_t>(got);
     }
 }
@@ -73,7 +74,7 @@ InputFile openInput(const std::string& path)
 {
     const bool isStandardInput = path == "-";
     InputFile file{.name = isStandardInput ? "standard input" : path, .descriptor = {}, .identity = {}};
-    // A named pipe without a writer would block here, where no signal could end it.
+    // Non-blocking, because opening a named pipe without a writer would block and ignore signals.
     file.descriptor = Descriptor(isStandardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                                                  : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (file.descriptor.number() < 0)
@@ -90,7 +91,7 @@ InputFile openInput(const std::string& path)
     if (S_ISREG(status.st_mode)) {
         file.bytes = static_cast<std::uint64_t>(status.st_size);
     } else {
-        file = stored(file);
+        file = storePipe(file);
     }
     if (file.bytes == 0)
         throw Failure(EX_DATAERR, file.name + ": is empty, 0 bytes; check " +

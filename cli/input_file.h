@@ -1,3 +1,4 @@
+// Opens input files and stores piped input.
 #pragma once
 
 #include "cli/descriptor.h"
@@ -9,20 +10,20 @@
 namespace tarn
 {
 
-/// An INPUT whose bytes can be read at any position, in any order.
+/// An input file with random access.
 struct InputFile
 {
     std::string name; ///< for messages
     Descriptor descriptor;
-    FileIdentity identity;   ///< of what the user named
+    FileIdentity identity;   ///< of the file that the user named
     std::uint64_t bytes = 0; ///< size
-    bool fromPipe = false;   ///< the bytes came through a pipe and were stored
+    bool fromPipe = false;   ///< a stored copy of a pipe
 };
 
 /// Opens a file for reading; - is standard input.
 ///
-/// What comes through a pipe is stored to its end in a file without a name, in TMPDIR or /tmp, before anything else
-/// happens: headers of audio files are read by going back and forth.
+/// Copies a pipe to an unnamed file in TMPDIR or /tmp first, because parsing the header of an audio file needs random
+/// access.
 ///
 /// Throws Failure: EX_NOINPUT if it cannot be opened or is a directory; EX_DATAERR if it is empty; EX_USAGE for a
 /// terminal; EX_IOERR if a pipe cannot be read or stored. Throws Interrupted.

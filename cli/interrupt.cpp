@@ -1,3 +1,4 @@
+// Catches signals and ends waits for input and output.
 #include "cli/interrupt.h"
 
 #include "cli/failure.h"
@@ -18,19 +19,19 @@ namespace tarn
 namespace
 {
 
-// Set by the handler, read by every thread that works.
+// Set by the handler, read by the worker threads.
 std::atomic<int> arrived = 0;
 static_assert(std::atomic<int>::is_always_lock_free);
 
-// The handler writes a byte here, so that a signal that arrives just before a wait ends the wait as well.
+// The handler writes a byte here, so that a signal just before a wait ends the wait too.
 int wakePipe[2] = {-1, -1};
 
-extern "C" void noteSignal(int signalNumber)
+extern "C" void recordSignal(int signalNumber)
 {
     const int savedErrno = errno;
     arrived = signalNumber;
     const char byte = 0;
-    // A full pipe wakes the waiter just as well.
+    // A full pipe wakes the waiter too.
     [[maybe_unused]] const ssize_t written = write(wakePipe[1], &byte, 1);
     errno = savedErrno;
 }
@@ -49,7 +50,7 @@ void catchInterrupts()
         sigaction(signalNumber, nullptr, &action);
         if (action.sa_handler == SIG_IGN) continue;
         action = {};
-        action.sa_handler = noteSignal;
+        action.sa_handler = recordSignal;
         sigaction(signalNumber, &action, nullptr);
     }
     std::signal(SIGXFSZ, SIG_IGN);

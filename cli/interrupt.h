@@ -1,27 +1,28 @@
+// Clean termination on SIGINT, SIGTERM, SIGHUP and SIGQUIT.
 #pragma once
 
 namespace tarn
 {
 
-/// Thrown where work stops because of a signal; the stack unwinds, then the process dies by that signal.
+/// Thrown when a signal stops the work. The stack unwinds, then the process ends by that signal.
 struct Interrupted
 {
     int signalNumber;
 };
 
-/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the work cleanly, and a file-size limit an ordinary write error.
+/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the work cleanly, and makes a file-size limit a write error.
 ///
-/// Signals that the parent has set to be ignored, as nohup does, stay ignored. A forked process calls it again, so that
-/// its signals do not wake its parent.
+/// Signals that the parent ignores, as nohup does, stay ignored. A forked process calls this again, so that its signals
+/// do not wake its parent.
 void catchInterrupts();
 
-/// The signal that has arrived, or 0.
+/// The signal that arrived, or 0.
 int arrivedSignal() noexcept;
 
-/// A descriptor that is readable as soon as a signal has arrived.
+/// A descriptor that becomes readable when a signal arrives.
 int interruptDescriptor() noexcept;
 
-/// Throws Interrupted if a signal has arrived.
+/// Throws Interrupted if a signal arrived.
 void throwIfInterrupted();
 
 /// Waits until a read or write of the descriptor will not block; throws Interrupted if a signal arrives first.
@@ -29,7 +30,7 @@ void throwIfInterrupted();
 /// events  POLLIN or POLLOUT
 void waitUntilReady(int descriptor, short events);
 
-/// Ends the process by the signal, as if it had not been caught.
+/// Ends the process by the signal, as if it were not caught.
 [[noreturn]] void dieBySignal(int signalNumber);
 
 } // namespace tarn

@@ -1,6 +1,7 @@
+// Splits chained Ogg, joined containers and joined MPEG audio into parts.
 #include "cli/joined_streams.h"
 
-#include "cli/container_promise.h"
+#include "cli/declared_length.h"
 #include "cli/file_bytes.h"
 #include "cli/mpeg_frames.h"
 #include "cli/ogg_pages.h"
@@ -14,7 +15,7 @@ namespace tarn
 namespace
 {
 
-/// The parts of a file that begin at these positions; what is before the first belongs to it.
+/// The parts of a file that begin at these positions. Bytes before the first belong to the first part.
 std::vector<ByteRange> partsFrom(const std::vector<std::uint64_t>& begins, std::uint64_t size)
 {
     std::vector<ByteRange> parts{{.begin = 0, .end = size}};
@@ -25,7 +26,7 @@ std::vector<ByteRange> partsFrom(const std::vector<std::uint64_t>& begins, std::
     return parts;
 }
 
-/// Whether several frames of one kind follow one another: one alone can be a damaged header.
+/// Whether several frames of one kind follow each other; a single one can be a damaged header.
 bool isRun(const FileBytes& file, std::uint64_t position, const MpegFrame& first)
 {
     constexpr int kFrames = 8;
@@ -44,7 +45,7 @@ OggLinks oggLinks(int descriptor)
     const FileBytes file(descriptor);
     OggPages pages(descriptor, {.begin = std::min(file.id3v2Size(0), file.size()), .end = file.size()});
     std::vector<std::uint64_t> begins;
-    bool inHeads = false; // the first pages of all streams of a link come together
+    bool inHeads = false; // the first pages of all streams of a link are adjacent
     ogg_page page;
     while (pages.next(page)) {
         const bool isFirstPage = ogg_page_bos(&page) != 0;
@@ -64,19 +65,19 @@ std::vector<ByteRange> containerParts(int descriptor)
 
 std::vector<ByteRange> mpegParts(int descriptor)
 {
-    constexpr std::uint64_t kLeastFrames = 39; ///< about a second: an index may miscount by a few
+    constexpr std::uint64_t kMinFrames = 39; ///< about a second; an index may be wrong by a few frames
     const FileBytes file(descriptor);
     std::vector<std::uint64_t> begins;
-    std::uint64_t indexed = 0; // frames that the last index declares
-    std::uint64_t walked = 0;  // frames since then
-    std::uint64_t overdue = 0; // position of the first frame that it has not counted
+    std::uint64_t indexed = 0; // frames declared by the last index
+    std::uint64_t walked = 0;  // frames since the last index
+    std::uint64_t overdue = 0; // position of the first frame beyond the index
     const auto begin = [&](std::uint64_t position) {
-        if (overdue != 0 && walked >= indexed + kLeastFrames) begins.push_back(overdue);
+        if (overdue != 0 && walked >= indexed + kMinFrames) begins.push_back(overdue);
         begins.push_back(position);
         indexed = walked = overdue = 0;
     };
 
-    std::uint32_t kind = 0; // of the frames of the part
+    std::uint32_t kind = 0; // of the frames in this part
     for (std::uint64_t position = 0; position < file.size();) {
         if (const std::uint64_t tag = file.id3v2Size(position)) {
             position += tag;
@@ -97,7 +98,7 @@ std::vector<ByteRange> mpegParts(int descriptor)
         }
         position += frame->bytes;
     }
-    if (overdue != 0 && walked >= indexed + kLeastFrames) begins.push_back(overdue);
+    if (overdue != 0 && walked >= indexed + kMinFrames) begins.push_back(overdue);
     return partsFrom(begins, file.size());
 }
 

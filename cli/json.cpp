@@ -1,3 +1,4 @@
+// Prints JSON with file names that survive without UTF-8.
 #include "cli/json.h"
 
 #include "cli/text.h"
@@ -10,7 +11,7 @@ namespace tarn
 namespace
 {
 
-/// Gives back every byte: percent signs and two digits for those that are neither unreserved in RFC 3986 nor slashes.
+/// Percent-encodes all bytes except slashes and the unreserved characters of RFC 3986.
 std::string percentEncoded(const std::string& name)
 {
     constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~/";
@@ -32,7 +33,7 @@ bool isFileName(const std::string& key, const Json& value)
     return (key == "input" || key == "output") && value.is_string();
 }
 
-/// The document with an exact form beside every file name that is not UTF-8.
+/// Copies the document and adds the exact bytes of every file name that is not UTF-8.
 Json withExactNames(const Json& json)
 {
     if (!json.is_structured()) return json;

@@ -1,3 +1,4 @@
+// JSON documents and their output.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,10 +9,10 @@
 namespace tarn
 {
 
-/// JSON whose members keep the order in which they were put in.
+/// JSON that keeps the insertion order of its members.
 using Json = nlohmann::ordered_json;
 
-/// A number, or null for what JSON has no number for.
+/// A number; null for infinity and NaN, which JSON cannot represent.
 inline Json finiteOrNull(double value)
 {
     return std::isfinite(value) ? Json(value) : Json();
@@ -19,8 +20,8 @@ inline Json finiteOrNull(double value)
 
 /// Prints a document.
 ///
-/// Bytes of strings that are not UTF-8 become the replacement character. A file name, which is the string of a member
-/// "input" or "output", then has its exact bytes beside it, percent-encoded, as "input_percent" or "output_percent".
+/// Replaces bytes that are not UTF-8 with the replacement character. For such a file name in a member "input" or
+/// "output", adds a member "input_percent" or "output_percent" with its exact bytes, percent-encoded.
 void printJson(const Json& json, std::FILE* stream);
 
 } // namespace tarn

@@ -1,8 +1,10 @@
+// The table of output layouts.
 #include "cli/layout.h"
 
 #include "cli/failure.h"
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 
 #include <sndfile.h>
@@ -18,52 +20,61 @@ constexpr zrk_tarn::OutputSlot engine(std::uint8_t output)
     return {zrk_tarn::OutputSlot::Source::Engine, output};
 }
 
-constexpr zrk_tarn::OutputSlot kSilent{};
+/// A layout of the first slots of 7.1, with the engine's outputs in front and silence in the others.
+constexpr Layout firstSlots(std::string_view name, std::uint32_t slots)
+{
+    constexpr std::string_view kNames = "FL FR FC LFE BL BR SL SR";
+    constexpr std::array<std::uint32_t, zrk_tarn::kMaxSlots> kMaskBits{0x1, 0x2, 0x4, 0x8, 0x10, 0x20, 0x200, 0x400};
+    constexpr std::array<int, zrk_tarn::kMaxSlots> kChannels{
+        SF_CHANNEL_MAP_LEFT,      SF_CHANNEL_MAP_RIGHT,      SF_CHANNEL_MAP_CENTER,    SF_CHANNEL_MAP_LFE,
+        SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_SIDE_LEFT, SF_CHANNEL_MAP_SIDE_RIGHT};
+    Layout layout{.name = name,
+                  .slotNames = {},
+                  .slots = slots,
+                  .mask = 0,
+                  .remapped = false,
+                  .outputs = {engine(0), engine(1), engine(2)},
+                  .channelMap = {}};
+    std::size_t namesEnd = 0;
+    for (std::uint32_t slot = 0; slot < slots; ++slot) {
+        layout.mask |= kMaskBits[slot];
+        layout.channelMap[slot] = kChannels[slot];
+        namesEnd = kNames.find(' ', namesEnd + 1);
+    }
+    layout.slotNames = kNames.substr(0, namesEnd);
+    return layout;
+}
+
+/// 7.1 with the columns of a remap matrix in FL, FR, SL and SR.
+constexpr Layout remapped71()
+{
+    Layout layout = firstSlots(kRemapLayout, 8);
+    layout.remapped = true;
+    layout.outputs = {engine(0), engine(1), {}, {}, {}, {}, engine(2), engine(3)};
+    return layout;
+}
+
+constexpr std::array<Layout, 4> kLayouts{firstSlots("3.0", 3), firstSlots("5.1", 6), firstSlots("7.1", 8),
+                                         remapped71()};
 
 } // namespace
 
-const std::array<Layout, 4> kLayouts{{
-    {.name = "3.0",
-     .slotNames = "FL FR FC",
-     .slots = 3,
-     .mask = 0x7,
-     .remapped = false,
-     .outputs = {engine(0), engine(1), engine(2)},
-     .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER}},
-    {.name = "5.1",
-     .slotNames = "FL FR FC LFE BL BR",
-     .slots = 6,
-     .mask = 0x3f,
-     .remapped = false,
-     .outputs = {engine(0), engine(1), engine(2), kSilent, kSilent, kSilent},
-     .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
-                    SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT}},
-    {.name = "7.1",
-     .slotNames = "FL FR FC LFE BL BR SL SR",
-     .slots = 8,
-     .mask = 0x63f,
-     .remapped = false,
-     .outputs = {engine(0), engine(1), engine(2), kSilent, kSilent, kSilent, kSilent, kSilent},
-     .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
-                    SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_SIDE_LEFT,
-                    SF_CHANNEL_MAP_SIDE_RIGHT}},
-    {.name = "slots8",
-     .slotNames = "FL FR FC LFE BL BR SL SR",
-     .slots = 8,
-     .mask = 0x63f,
-     .remapped = true,
-     .outputs = {engine(0), engine(1), kSilent, kSilent, kSilent, kSilent, engine(2), engine(3)},
-     .channelMap = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER, SF_CHANNEL_MAP_LFE,
-                    SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_SIDE_LEFT,
-                    SF_CHANNEL_MAP_SIDE_RIGHT}},
-}};
+constexpr Layout kStereoLayout = firstSlots("stereo", 2);
+
+std::vector<std::string> layoutNames()
+{
+    std::vector<std::string> names;
+    std::transform(kLayouts.begin(), kLayouts.end(), std::back_inserter(names),
+                   [](const Layout& layout) { return std::string(layout.name); });
+    return names;
+}
 
 const Layout& layoutNamed(std::string_view name)
 {
-    const auto found =
+    const auto* const found =
         std::find_if(kLayouts.begin(), kLayouts.end(), [name](const Layout& l) { return l.name == name; });
     if (found == kLayouts.end())
-        throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; choose 3.0, 5.1, 7.1 or slots8");
+        throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; tarn upmix --help lists them");
     return *found;
 }
 
@@ -78,7 +89,7 @@ std::optional<std::uint32_t> slotNamed(const Layout& layout, std::string_view na
 
 void placeColumns(Layout& layout, const RemapSlots& slots)
 {
-    layout.outputs.fill(kSilent);
+    layout.outputs.fill({});
     std::uint8_t column = 0;
     for (const std::string& slot : slots) layout.outputs[slotNamed(layout, slot).value()] = engine(column++);
 }

@@ -1,3 +1,4 @@
+// Accumulates channel levels while samples pass to the next sink.
 #include "cli/level_sink.h"
 
 #include <algorithm>
@@ -6,21 +7,20 @@
 namespace tarn
 {
 
-void LevelSink::write(const std::uint8_t* slots, std::size_t frames)
+void LevelSink::write(const std::int32_t* samples, std::size_t frames)
 {
-    const std::int64_t unused = std::int64_t{1} << (32 - bits);
-    const std::uint8_t* at = slots;
+    const std::int64_t step = std::int64_t{1} << (32 - bits);
+    const std::int32_t* next = samples;
     for (std::size_t i = 0; i < frames; ++i) {
         for (ChannelLevel& channel : channels) {
-            const std::int64_t sample = loadLeftJustified(at, sampleBytes);
+            const std::int64_t sample = *next++;
             const double value = static_cast<double>(sample) * 0x1p-31;
             channel.peak = std::max(channel.peak, std::abs(value));
             channel.energy += value * value;
-            if (sample == INT32_MIN || sample + unused > INT32_MAX) ++channel.fullScaleSamples;
-            at += sampleBytes;
+            if (sample == INT32_MIN || sample + step > INT32_MAX) ++channel.fullScaleSamples;
         }
     }
-    sink.write(slots, frames);
+    sink.write(samples, frames);
 }
 
 } // namespace tarn

@@ -1,7 +1,7 @@
+// Measures peak and energy of each output channel.
 #pragma once
 
 #include "cli/audio_sink.h"
-#include "cli/stream_format.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,30 +10,29 @@
 namespace tarn
 {
 
-/// What a channel of an output holds, full scale 1.
+/// Level of an output channel, full scale 1.
 struct ChannelLevel
 {
     double peak = 0.0;
     double energy = 0.0;                ///< sum of squares
-    std::uint64_t fullScaleSamples = 0; ///< at the largest or the smallest value of the width
+    std::uint64_t fullScaleSamples = 0; ///< samples at the largest or the smallest value of the width
 };
 
-/// Measures every channel of what goes on to another sink.
+/// Measures every channel and passes the samples to another sink.
 class LevelSink final : public AudioSink
 {
 public:
-    LevelSink(std::size_t slots, StreamFormat format, AudioSink& next)
-        : sink(next), sampleBytes(format.bytesPerSample()), bits(format.bits), channels(slots)
+    LevelSink(std::size_t slots, std::uint32_t sampleBits, AudioSink& next)
+        : sink(next), bits(sampleBits), channels(slots)
     {}
 
-    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void write(const std::int32_t* samples, std::size_t frames) override;
     void finish() override { sink.finish(); }
 
     const std::vector<ChannelLevel>& levels() const noexcept { return channels; }
 
 private:
     AudioSink& sink;
-    std::uint32_t sampleBytes;
     std::uint32_t bits;
     std::vector<ChannelLevel> channels;
 };

@@ -1,3 +1,4 @@
+// Measures loudness with libebur128.
 #include "cli/loudness.h"
 
 #include <limits>
@@ -11,7 +12,7 @@ namespace tarn
 namespace
 {
 
-/// The meter's name for a channel.
+/// Maps a channel of libsndfile to one of libebur128.
 int meterChannel(int channel) noexcept
 {
     switch (channel) {
@@ -63,13 +64,10 @@ double LoudnessMeter::integrated() const
     return lufs;
 }
 
-void LoudnessSink::write(const std::uint8_t* slots, std::size_t frames)
+void LoudnessSink::write(const std::int32_t* samples, std::size_t frames)
 {
-    samples.resize(frames * slotCount);
-    for (std::size_t i = 0; i < samples.size(); ++i)
-        samples[i] = loadLeftJustified(slots + i * sampleBytes, sampleBytes);
-    loudness.push(samples.data(), frames);
-    if (sink != nullptr) sink->write(slots, frames);
+    loudness.push(samples, frames);
+    if (sink != nullptr) sink->write(samples, frames);
 }
 
 } // namespace tarn

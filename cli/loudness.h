@@ -1,33 +1,32 @@
+// Integrated loudness by ITU-R BS.1770.
 #pragma once
 
 #include "cli/audio_sink.h"
 #include "cli/layout.h"
-#include "cli/stream_format.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include <ebur128.h>
 
 namespace tarn
 {
 
-/// The integrated loudness of BS.1770, with its gates.
+/// Measures integrated loudness by ITU-R BS.1770, with gating.
 class LoudnessMeter
 {
 public:
     /// For stereo.
     explicit LoudnessMeter(std::uint32_t sampleRateHz);
 
-    /// For the slots of a layout: surrounds at the sides count 1.5 dB more, the low-frequency channel does not count.
+    /// For the slots of a layout: side surrounds weigh 1.5 dB more, the LFE channel is ignored.
     LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout);
 
-    /// Takes up interleaved left-justified frames.
+    /// Adds frames of interleaved left-justified samples.
     void push(const std::int32_t* samples, std::size_t frames);
 
-    /// LUFS; minus infinity where nothing is above the absolute gate of -70 LUFS.
+    /// LUFS; minus infinity if nothing is above the absolute gate of -70 LUFS.
     double integrated() const;
 
 private:
@@ -41,18 +40,15 @@ private:
     std::unique_ptr<ebur128_state, Closer> state;
 };
 
-/// Measures the loudness of what goes on to another sink, if there is one.
+/// Measures loudness and passes the samples to another sink, if there is one.
 class LoudnessSink final : public AudioSink
 {
 public:
-    LoudnessSink(const Layout& outputLayout, StreamFormat format, AudioSink* next)
-        : sink(next),
-          slotCount(outputLayout.slots),
-          sampleBytes(format.bytesPerSample()),
-          loudness(format.sampleRate, outputLayout)
+    LoudnessSink(const Layout& outputLayout, std::uint32_t sampleRateHz, AudioSink* next)
+        : sink(next), loudness(sampleRateHz, outputLayout)
     {}
 
-    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void write(const std::int32_t* samples, std::size_t frames) override;
 
     void finish() override
     {
@@ -63,10 +59,7 @@ public:
 
 private:
     AudioSink* sink;
-    std::size_t slotCount;
-    std::uint32_t sampleBytes;
     LoudnessMeter loudness;
-    std::vector<std::int32_t> samples;
 };
 
 } // namespace tarn

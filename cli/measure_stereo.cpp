@@ -1,7 +1,8 @@
+// The filters and sums of the stereo analysis, vectorised over bands.
 #include "cli/stereo_record.h"
 #include "lanes/lanes.h"
 
-// Compiled once for every instruction set, like the engine's stages; see lanes/lanes.h.
+// Compiled once per instruction set, like the stages of the engine; see lanes/lanes.h.
 
 namespace tarn::TARN_INSTRUCTION_SET
 {
@@ -11,7 +12,7 @@ namespace
 
 using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 
-/// Neighbouring bands from one on. Lanes are those of left, then those of right.
+/// Filters and sums of neighbouring bands. The lower half of the lanes is left, the upper half right.
 template <int kWidth>
 class Bands
 {
@@ -26,7 +27,7 @@ public:
           difference(load<kWidth>(record.bandSums[3] + firstBand))
     {}
 
-    [[gnu::always_inline]] void take(const double* frame) noexcept
+    [[gnu::always_inline]] void processFrame(const double* frame) noexcept
     {
         const Both in = joined(broadcast<kWidth>(frame[0]), broadcast<kWidth>(frame[1]));
         const Both out = third.filtered(second.filtered(first.filtered(in)));
@@ -37,11 +38,11 @@ public:
         difference = difference + (left - right) * (left - right);
     }
 
-    [[gnu::always_inline]] void keep(StereoRecord& record) const noexcept
+    [[gnu::always_inline]] void storeTo(StereoRecord& record) const noexcept
     {
-        first.keep(record, 0, band);
-        second.keep(record, 1, band);
-        third.keep(record, 2, band);
+        first.storeTo(record, 0, band);
+        second.storeTo(record, 1, band);
+        third.storeTo(record, 2, band);
         store(record.bandSums[0] + band, lowHalf(squares));
         store(record.bandSums[1] + band, highHalf(squares));
         store(record.bandSums[2] + band, sum);
@@ -51,7 +52,7 @@ public:
 private:
     using Both = Doubles<2 * kWidth>;
 
-    /// A filter of two poles. Its states have the sign changed, which saves a change of sign for every sample.
+    /// A second-order filter section. Its states are negated, which saves a negation per sample.
     struct Section
     {
         [[gnu::always_inline]] Section(const StereoRecord& record, int section, int band) noexcept
@@ -72,7 +73,7 @@ private:
         }
 
         // cppcheck-suppress constParameter ; it is written to
-        [[gnu::always_inline]] void keep(StereoRecord& record, int section, int place) const noexcept
+        [[gnu::always_inline]] void storeTo(StereoRecord& record, int section, int place) const noexcept
         {
             store(record.state1[0][section] + place, lowHalf(state1));
             store(record.state1[1][section] + place, highHalf(state1));
@@ -103,36 +104,36 @@ private:
     Doubles<kWidth> difference;
 };
 
-/// All, behind the high-pass, and the largest magnitude. Lanes are left and right.
+/// Sums of the whole signal after the high-pass, and the peak. Lanes are left and right.
 class Overall
 {
 public:
     [[gnu::always_inline]] explicit Overall(const StereoRecord& record) noexcept
-        : kept(broadcast<2>(record.offsetKept)),
-          before(load<2>(record.before)),
+        : highPassPole(broadcast<2>(record.highPassPole)),
+          previous(load<2>(record.previous)),
           highPass(load<2>(record.highPass)),
           squares(load<2>(record.totalSums)),
           mixedSquares(load<2>(record.totalSums + 2)),
           largest(broadcast<2>(record.largest))
     {}
 
-    [[gnu::always_inline]] void take(const double* frame) noexcept
+    [[gnu::always_inline]] void processFrame(const double* frame) noexcept
     {
         constexpr double kSigns[2] = {1.0, -1.0};
         const Doubles<2> now = load<2>(frame);
-        highPass = kept * highPass + now - before;
-        before = now;
+        highPass = highPassPole * highPass + now - previous;
+        previous = now;
         squares = squares + highPass * highPass;
-        // left + right, and right - left
+        // left + right, right - left
         const Doubles<2> mixed = highPass + reversed(highPass) * load<2>(kSigns);
         mixedSquares = mixedSquares + mixed * mixed;
         const Doubles<2> magnitude = abs(now);
         largest = select(largest < magnitude, magnitude, largest);
     }
 
-    [[gnu::always_inline]] void keep(StereoRecord& record) const noexcept
+    [[gnu::always_inline]] void storeTo(StereoRecord& record) const noexcept
     {
-        store(record.before, before);
+        store(record.previous, previous);
         store(record.highPass, highPass);
         store(record.totalSums, squares);
         store(record.totalSums + 2, mixedSquares);
@@ -142,32 +143,33 @@ public:
     }
 
 private:
-    Doubles<2> kept;
-    Doubles<2> before;
+    Doubles<2> highPassPole;
+    Doubles<2> previous;
     Doubles<2> highPass;
     Doubles<2> squares;
     Doubles<2> mixedSquares;
     Doubles<2> largest;
 };
 
-/// Takes up all frames with parts of the record that stay in registers.
+/// Processes all frames with parts of the record in registers.
 template <typename... Part>
-[[gnu::always_inline]] inline void run(StereoRecord& record, const double* stereo, std::size_t frames,
-                                       Part... part) noexcept
+[[gnu::always_inline]] inline void processAll(StereoRecord& record, const double* stereo, std::size_t frames,
+                                              Part... part) noexcept
 {
-    for (std::size_t i = 0; i < frames; ++i) (part.take(stereo + 2 * i), ...);
-    (part.keep(record), ...);
+    for (std::size_t i = 0; i < frames; ++i) (part.processFrame(stereo + 2 * i), ...);
+    (part.storeTo(record), ...);
 }
 
 } // namespace
 
 extern const MeasureStereo kMeasureStereo = [](StereoRecord& record, const double* stereo,
                                                std::size_t frames) noexcept {
-    constexpr int kWidest = kVectorBytes / static_cast<int>(sizeof(double));
+    constexpr int kMaxWidth = kVectorBytes / static_cast<int>(sizeof(double));
     constexpr int kLast = StereoRecord::kBands - 2;
-    for (int band = 0; band < kLast; band += kWidest) run(record, stereo, frames, Bands<kWidest>(record, band));
-    // What waits for its own results goes together.
-    run(record, stereo, frames, Bands<2>(record, kLast), Overall(record));
+    for (int band = 0; band < kLast; band += kMaxWidth)
+        processAll(record, stereo, frames, Bands<kMaxWidth>(record, band));
+    // The two parts with long dependency chains run together.
+    processAll(record, stereo, frames, Bands<2>(record, kLast), Overall(record));
 };
 
 } // namespace tarn::TARN_INSTRUCTION_SET

@@ -1,3 +1,4 @@
+// Measures energy shares, peaks and delay of the demo's outputs.
 #include "cli/measurement.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Levels and delay of the demo's outputs.
 #pragma once
 
 #include <array>
@@ -8,7 +9,7 @@
 namespace tarn
 {
 
-/// The outputs of a 3.0 upmix of 16-bit samples, in units of full scale.
+/// The outputs of a 3.0 upmix of 16-bit samples, full scale 1.
 struct ThreeOutputs
 {
     std::vector<double> left;
@@ -16,19 +17,19 @@ struct ThreeOutputs
     std::vector<double> centre;
 };
 
-/// What a stretch of the outputs holds, in the order left, centre, right.
+/// Levels of a section of the outputs, in the order left, centre, right.
 struct PartMeasure
 {
     std::array<double, 3> energyShare; ///< of the sum of the three, 0 to 1
-    std::array<double, 3> peak;        ///< in units of full scale
+    std::array<double, 3> peak;        ///< full scale 1
 };
 
-/// Measures a stretch of the outputs; they must be as long as that.
+/// Measures a section of the outputs. The outputs must contain the whole section.
 PartMeasure measurePart(const ThreeOutputs& outputs, std::size_t firstFrame, std::size_t frames);
 
-/// The lag, 0 to maxLag, at which later follows earlier: where their cross-correlation has its largest magnitude.
+/// The delay of later against earlier, 0 to maxLag: the lag with the largest magnitude of cross-correlation.
 ///
-/// later  has at least maxLag samples more than earlier
+/// later  at least maxLag samples longer than earlier
 std::size_t findDelay(std::span<const double> earlier, std::span<const double> later, std::size_t maxLag);
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Reads, converts and writes metadata beside the tags.
 #include "cli/metadata.h"
 
 #include "cli/stream_format.h"
@@ -14,13 +15,13 @@ namespace tarn
 namespace
 {
 
-constexpr std::uint64_t kMaxTimeReference = std::uint64_t{1} << 48; ///< of 46 years at 192 kHz
+constexpr std::uint64_t kMaxTimeReference = std::uint64_t{1} << 48; ///< 46 years at 192 kHz
 
 std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
 {
     BroadcastInfo info{};
     if (sf_command(file, SFC_GET_BROADCAST_INFO, &info, sizeof info) != SF_TRUE) return std::nullopt;
-    // A chunk of version 0 has no place for a material number or loudness.
+    // Version 0 of the chunk has no material number or loudness.
     info.version = 0;
     std::fill(std::begin(info.umid), std::end(info.umid), '\0');
     info.loudness_value = info.loudness_range = info.max_true_peak_level = 0;

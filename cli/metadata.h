@@ -1,3 +1,4 @@
+// Tags, broadcast extension and chunks that go from the input to the output.
 #pragma once
 
 #include "cli/chunks.h"
@@ -12,31 +13,31 @@
 namespace tarn
 {
 
-/// Who made a recording and when, and its place on a time line: the broadcast extension of WAVE (EBU Tech 3285), with
-/// as long a coding history as libsndfile has room for. A struct takes its name from a typedef, but not from an alias.
+/// The broadcast extension of WAVE (EBU Tech 3285): originator, date and time reference, with the longest coding
+/// history that libsndfile supports. The macro defines an unnamed struct, which needs a typedef.
 // NOLINTNEXTLINE(modernize-use-using)
 typedef SF_BROADCAST_INFO_VAR(16000) BroadcastInfo;
 
-/// What a file says about its recording and still holds for an upmix of it.
+/// Metadata of a recording that stays valid for its upmix.
 struct Metadata
 {
     Tags tags;
     std::optional<BroadcastInfo> broadcast;
-    std::vector<Chunk> chunks; ///< of a WAVE file, for another one
+    std::vector<Chunk> chunks; ///< of a WAVE file, copied to WAVE outputs
 };
 
-/// The same at another sample rate. Numbers of frames are converted, or left out and named.
+/// Converts metadata to another sample rate. Converts frame counts, or removes and names them.
 Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate);
 
-/// Adds what a WAVE file says about its recording beside its tags: the broadcast extension without material number and
-/// loudness, which are those of the stereo, and other chunks.
+/// Adds the metadata of a WAVE file other than tags: other chunks, and the broadcast extension without material number
+/// and loudness, which belong to the stereo.
 ///
-/// descriptor  open for reading; its position stays where it is
-/// file        the same file as libsndfile has opened it
+/// descriptor  open for reading; its position does not change
+/// file        the same file, opened by libsndfile
 /// bigEndian   whether it is RIFX
 void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian);
 
-/// Puts the broadcast extension into a WAVE file before its audio.
+/// Writes the broadcast extension into a WAVE file. Call it before writing audio.
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast);
 
 } // namespace tarn

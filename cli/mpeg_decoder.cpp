@@ -1,3 +1,4 @@
+// Decodes MPEG audio with libmpg123.
 #include "cli/mpeg_decoder.h"
 
 #include "cli/quiet_standard_error.h"
@@ -27,7 +28,7 @@ off_t seekWindow(void* window, off_t offset, int whence)
 MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
     : window(descriptor, part), handle(mpg123_new(nullptr, nullptr))
 {
-    const QuietStandardError quiet; // some errors are printed in spite of MPG123_QUIET
+    const QuietStandardError quiet; // libmpg123 prints some errors despite MPG123_QUIET
     mpg123_handle* const mpeg = handle.get();
     if (mpeg == nullptr) throw std::bad_alloc();
     mpg123_param(mpeg, MPG123_ADD_FLAGS, MPG123_QUIET | MPG123_GAPLESS | MPG123_FORCE_FLOAT | MPG123_SKIP_ID3V2, 0.0);
@@ -40,7 +41,7 @@ MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
     if (mpg123_open_handle(mpeg, &window) != MPG123_OK ||
         mpg123_getformat(mpeg, &rate, &facts.channels, &encoding) != MPG123_OK || encoding != MPG123_ENC_FLOAT_32)
         throw std::runtime_error(mpg123_strerror(mpeg));
-    // A damaged header can name any format: one that could not be had would end the stream.
+    // A damaged header can declare any format. An unsupported one would end the stream.
     const long* rates = nullptr;
     std::size_t count = 0;
     mpg123_rates(&rates, &count);
@@ -75,7 +76,7 @@ std::size_t MpegDecoder::read(double* samples, std::size_t frames)
     return count;
 }
 
-/// Whether the frame that was just read names another sample rate than the first.
+/// Whether the last frame declares another sample rate than the first.
 bool MpegDecoder::hasOtherRate() const
 {
     long rate = 0;

@@ -1,3 +1,4 @@
+// Decoder for MP3, MP2 and MP1.
 #pragma once
 
 #include "cli/decoder.h"
@@ -11,8 +12,8 @@
 namespace tarn
 {
 
-/// MPEG audio (MP3, MP2, MP1) by libmpg123, to its last frame even if its header declares fewer, without the delay and
-/// the padding of the encoder.
+/// Decodes MPEG audio (MP3, MP2, MP1) with libmpg123 to its last frame, even if the header declares fewer. Removes the
+/// delay and the padding of the encoder.
 class MpegDecoder final : public Decoder
 {
 public:

@@ -1,3 +1,4 @@
+// Parses MPEG frame headers and index frames.
 #include "cli/mpeg_frames.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// Parser for the headers of MPEG audio frames.
 #pragma once
 
 #include "cli/file_bytes.h"
@@ -8,22 +9,22 @@
 namespace tarn
 {
 
-/// An MPEG audio frame, as its header describes it.
+/// Properties of an MPEG audio frame, from its header.
 struct MpegFrame
 {
-    std::uint32_t kind = 0;            ///< the bits of the header that all frames of a stream share
+    std::uint32_t kind = 0;            ///< header bits that all frames of a stream share
     std::uint64_t bytes = 0;           ///< size
-    std::uint64_t sideInformation = 0; ///< bytes between the start of the frame and what an index frame has there
+    std::uint64_t sideInformation = 0; ///< offset of the index in an index frame
 };
 
-/// Reads the header at a position (ISO 11172-3, 2.4.1.3, and its extension to lower rates). Frames of free format,
-/// which do not say how long they are, are none.
+/// Parses the header at a position (ISO 11172-3, 2.4.1.3, and its extension to lower rates). Returns none for
+/// free-format frames, which do not declare their length.
 std::optional<MpegFrame> mpegFrameAt(const FileBytes& file, std::uint64_t position);
 
-/// The number of frames that an index frame at the position declares; 0 if it declares none, nothing if it is none.
+/// The number of frames that an index frame declares; 0 if it declares no number, none if it is not an index frame.
 std::optional<std::uint64_t> indexedFrames(const FileBytes& file, std::uint64_t position, const MpegFrame& frame);
 
-/// The position of the next frame that another of its kind follows; limit if there is none before it.
+/// The position of the next frame that is followed by another of its kind; limit if there is none before it.
 std::uint64_t nextMpegFrame(const FileBytes& file, std::uint64_t position, std::uint64_t limit);
 
 } // namespace tarn

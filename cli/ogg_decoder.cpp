@@ -1,3 +1,4 @@
+// Places decoded Ogg pages on the time line and fills gaps with silence.
 #include "cli/ogg_decoder.h"
 
 #include "cli/text.h"
@@ -10,7 +11,7 @@ namespace tarn
 namespace
 {
 
-/// The longest gap that is filled: a damaged position could declare any.
+/// Maximum gap to fill; a damaged position could declare any length.
 constexpr std::int64_t kMaxGapFrames = std::int64_t{1} << 22;
 
 } // namespace
@@ -21,15 +22,15 @@ std::size_t OggDecoder::read(double* to, std::size_t frames)
     while (!hasFrames())
         if (!decodePage()) return 0;
     if (toSilence > 0) {
-        const auto some = static_cast<std::size_t>(std::min<std::uint64_t>(toSilence, frames));
-        std::fill_n(to, some * channels, 0.0);
-        toSilence -= some;
-        return some;
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(toSilence, frames));
+        std::fill_n(to, count * channels, 0.0);
+        toSilence -= count;
+        return count;
     }
-    const std::size_t some = std::min(frames, (samples.size() - used) / channels);
-    std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(used), some * channels, to);
-    used += some * channels;
-    return some;
+    const std::size_t count = std::min(frames, (samples.size() - used) / channels);
+    std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(used), count * channels, to);
+    used += count * channels;
+    return count;
 }
 
 bool OggDecoder::decodePage()
@@ -39,7 +40,7 @@ bool OggDecoder::decodePage()
     return true;
 }
 
-/// Finds the place of the packets by the position that the page gives to the last of them.
+/// Decodes the packets of a page and places them by the position of the page.
 void OggDecoder::decodePackets()
 {
     samples.clear();
@@ -60,10 +61,10 @@ void OggDecoder::decodePackets()
     dropPreSkip();
 }
 
-/// Cuts off what is before frame 0 or behind the last frame, and fills what was lost.
+/// Removes samples before frame 0 and after the last frame, and fills gaps.
 void OggDecoder::place(std::int64_t granule, bool isLast)
 {
-    // A first page that ends before position 0 is dropped, and all frames behind it are heard: libvorbis does the same.
+    // Drops a first page that ends before position 0 and keeps all frames after it, like libvorbis.
     if (granule < -1 && !hasOrigin && isPosition(-(granule + 1))) {
         samples.clear();
         hasOrigin = true;
@@ -75,7 +76,7 @@ void OggDecoder::place(std::int64_t granule, bool isLast)
     auto frames = static_cast<std::int64_t>(samples.size()) / channels;
     if (!hasOrigin) {
         hasOrigin = true;
-        // A recording can begin anywhere, but most begin at 0: what was lost then is the start.
+        // A recording can begin anywhere, but most begin at 0: then the gap is the start.
         origin = std::max<std::int64_t>(granule - static_cast<std::int64_t>(position) - frames, 0);
         if (hasHole && origin <= kMaxGapFrames) origin = 0;
         if (positions.canBeNegative && !hasHole && granule < frames && !isLast) {
@@ -85,7 +86,7 @@ void OggDecoder::place(std::int64_t granule, bool isLast)
     }
     std::int64_t ahead = granule - origin - static_cast<std::int64_t>(position) - frames;
     if (hasHole && ahead > 0 && ahead <= kMaxGapFrames) {
-        // The position of the last page is that of the end of the audio in its last packet.
+        // The position of the last page is the end of the audio in its last packet.
         const std::int64_t unit = isLast ? positions.packetFrames : 1;
         const std::int64_t gap = (ahead + unit - 1) / unit * unit;
         toSilence = static_cast<std::uint64_t>(gap);
@@ -93,14 +94,14 @@ void OggDecoder::place(std::int64_t granule, bool isLast)
         ahead -= gap;
     }
     hasHole = false;
-    // The last packet may be longer than its audio.
+    // The last packet can be longer than its audio.
     if (isLast && ahead < 0 && -ahead <= std::min(positions.maxTrim, frames))
         samples.resize(samples.size() - static_cast<std::size_t>(-ahead * channels));
-    // A stream that was edited can count on from another position.
+    // An edited stream can continue from another position.
     if (!isLast) origin += ahead;
 }
 
-/// Drops frames of preSkip that are due.
+/// Drops the remaining frames of preSkip.
 void OggDecoder::dropPreSkip()
 {
     const std::uint64_t silence = std::min(positions.preSkip, toSilence);

@@ -1,3 +1,4 @@
+// The part of Ogg decoding that does not depend on the codec.
 #pragma once
 
 #include "cli/decoder.h"
@@ -9,8 +10,8 @@
 namespace tarn
 {
 
-/// An Ogg stream, page by page and from the first packet on. It goes on behind pages that are damaged or missing, which
-/// become silence, so that what follows keeps its place.
+/// Decodes an Ogg stream page by page from its first packet. Damaged and missing pages become silence, so that later
+/// audio keeps its time.
 class OggDecoder : public Decoder
 {
 public:
@@ -19,13 +20,13 @@ public:
     std::string error() const final;
 
 protected:
-    /// How a codec uses the positions of pages.
+    /// How a codec uses the granule positions of pages.
     struct Positions
     {
-        std::uint64_t preSkip = 0;     ///< frames at the start that are decoded and dropped
-        bool canBeNegative = false;    ///< the first page can begin before position 0; frames there are dropped
-        std::int64_t maxTrim = 0;      ///< frames that the position of the last page can cut off
-        std::int64_t packetFrames = 1; ///< packets that were lost have a multiple of this
+        std::uint64_t preSkip = 0;     ///< frames to drop at the start
+        bool canBeNegative = false;    ///< the first page can begin before position 0; drop frames there
+        std::int64_t maxTrim = 0;      ///< maximum frames that the last page can cut off
+        std::int64_t packetFrames = 1; ///< lost packets have a multiple of this length
     };
 
     OggDecoder(int descriptor, ByteRange range, int serial) : stream(descriptor, range, serial) {}
@@ -33,16 +34,16 @@ protected:
     /// Decodes a packet and appends its frames, interleaved. Returns false if the packet is damaged.
     virtual bool decode(ogg_packet& packet, std::vector<float>& to) = 0;
 
-    /// Decodes the next page of the stream. Returns whether there was one.
+    /// Decodes the next page of the stream. Returns whether there is one.
     bool decodePage();
 
-    /// Decodes the packets that the present page ends and that are not read yet.
+    /// Decodes the unread packets that end on the current page.
     void decodePackets();
 
-    /// The position of the first frame, before preSkip; 0 as long as no page has told it.
+    /// The granule position of the first frame, before preSkip; 0 until a page declares a position.
     std::int64_t firstPosition() const noexcept { return origin; }
 
-    /// Whether frames are decoded and not read yet.
+    /// Whether decoded frames are unread.
     bool hasFrames() const noexcept { return toSilence > 0 || used < samples.size(); }
 
     OggStream stream;
@@ -52,14 +53,14 @@ private:
     void place(std::int64_t granule, bool isLast);
     void dropPreSkip();
 
-    std::vector<float> samples;  ///< interleaved, of the last page
-    std::size_t used = 0;        ///< of these
-    std::uint64_t toSilence = 0; ///< frames of silence due before them
-    std::int64_t origin = 0;     ///< the granule position of frame 0, by the last page
-    bool hasOrigin = false;      ///< a page has told it
-    bool hasHole = false;        ///< packets were lost since the last page that told its position
-    bool hasHoles = false;       ///< packets were lost at all
-    std::uint64_t position = 0;  ///< frames of all pages before the last one
+    std::vector<float> samples;  ///< of the last page, interleaved
+    std::size_t used = 0;        ///< samples already read
+    std::uint64_t toSilence = 0; ///< frames of silence before them
+    std::int64_t origin = 0;     ///< granule position of frame 0, from the last page
+    bool hasOrigin = false;      ///< a page declared it
+    bool hasHole = false;        ///< packets were lost since the last page with a position
+    bool hasHoles = false;       ///< packets were lost
+    std::uint64_t position = 0;  ///< frames of all pages before the last
     std::uint64_t silenced = 0;  ///< frames
 };
 

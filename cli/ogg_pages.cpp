@@ -1,3 +1,4 @@
+// Reads Ogg pages and packets with libogg.
 #include "cli/ogg_pages.h"
 
 #include <algorithm>
@@ -72,7 +73,7 @@ bool OggStream::nextPage()
 {
     ogg_page page;
     while (pages.next(page))
-        if (ogg_stream_pagein(&stream, &page) == 0) return true; // else it is of another stream
+        if (ogg_stream_pagein(&stream, &page) == 0) return true; // else it belongs to another stream
     return false;
 }
 
@@ -88,7 +89,7 @@ OggHead oggHead(int descriptor, ByteRange part)
 
 OggEnd oggEnd(int descriptor, ByteRange part, int serial)
 {
-    // The last page of the file is of the stream unless the file holds other streams.
+    // The last pages of the file usually belong to the stream. With several streams, search the whole part.
     const std::uint64_t tail = part.end - std::min(part.size(), 2 * kMaxPageBytes);
     for (const std::uint64_t begin : {tail, part.begin}) {
         OggPages pages(descriptor, {.begin = begin, .end = part.end});

@@ -1,3 +1,4 @@
+// Pages, packets and streams of Ogg files.
 #pragma once
 
 #include "cli/byte_range.h"
@@ -10,7 +11,7 @@
 namespace tarn
 {
 
-/// The pages of a part of an Ogg file that have a right checksum, in order.
+/// Reads the pages with a correct checksum from a part of an Ogg file, in order.
 class OggPages
 {
 public:
@@ -20,13 +21,13 @@ public:
     OggPages(const OggPages&) = delete;
     OggPages& operator=(const OggPages&) = delete;
 
-    /// Reads the next page. Returns whether there was one; its bytes stay until the next call.
+    /// Reads the next page. Returns whether there is one. Its bytes are valid until the next call.
     bool next(ogg_page& page);
 
-    /// The position in the file of the page that next read.
+    /// The position of the last page in the file.
     std::uint64_t pageBegin() const noexcept { return begin; }
 
-    /// Bytes between the pages read so far, and behind the last one.
+    /// Bytes between the pages read so far, and after the last page.
     std::uint64_t skippedBytes() const noexcept { return skipped; }
 
     /// The errno of the first read that failed; 0 if none did.
@@ -36,12 +37,12 @@ private:
     FileWindow window;
     ogg_sync_state sync{};
     std::uint64_t begin = 0;
-    std::uint64_t position; ///< in the file, behind the bytes looked at
+    std::uint64_t position; ///< in the file, after the parsed bytes
     std::uint64_t end;      ///< of the part
     std::uint64_t skipped = 0;
 };
 
-/// The packets of one stream of an Ogg file.
+/// Reads the packets of one stream of an Ogg file.
 class OggStream
 {
 public:
@@ -51,10 +52,10 @@ public:
     OggStream(const OggStream&) = delete;
     OggStream& operator=(const OggStream&) = delete;
 
-    /// Takes the next page of the stream. Returns whether there was one.
+    /// Reads the next page of the stream. Returns whether there is one.
     bool nextPage();
 
-    /// Reads the next packet that ends on the page. Returns 1 for a packet, -1 where packets are missing, else 0.
+    /// Reads the next packet that ends on the page. Returns 1 for a packet, -1 if packets are missing, 0 at the end.
     int nextPacket(ogg_packet& packet) { return ogg_stream_packetout(&stream, &packet); }
 
     /// The errno of the first read that failed; 0 if none did.
@@ -74,27 +75,27 @@ enum class OggCodec
     Flac
 };
 
-/// An Ogg stream of audio.
+/// Codec and serial number of an Ogg audio stream.
 struct OggHead
 {
     OggCodec codec = OggCodec::Other;
     int serial = 0;
 };
 
-/// Finds the first stream with a codec that is not Other, among the first pages of all streams.
+/// Finds the first stream with a known codec among the first pages of all streams.
 OggHead oggHead(int descriptor, ByteRange part);
 
-/// Whether a page can have this position: a damaged one can be any, -1 stands for none.
+/// Whether a granule position is plausible; -1 means none, and a damaged page can have any.
 constexpr bool isPosition(std::int64_t granule) noexcept
 {
     return granule >= 0 && granule < std::int64_t{1} << 48;
 }
 
-/// The end of an Ogg stream.
+/// Data about the last page of an Ogg stream.
 struct OggEnd
 {
-    std::int64_t granule = -1; ///< the last position that a page states; -1 if none does
-    bool isMarked = false;     ///< the last page is marked as the last one
+    std::int64_t granule = -1; ///< the last position that a page declares; -1 if none does
+    bool isMarked = false;     ///< the page has the end-of-stream flag
 };
 
 /// Finds the last page of a stream.

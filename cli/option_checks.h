@@ -1,3 +1,4 @@
+// Validators for option values.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -9,36 +10,34 @@
 #include <type_traits>
 #include <vector>
 
-// What the values of options may be. The messages follow the name of the option.
-
 namespace tarn
 {
 
-/// The message about a value that an option does not accept.
+/// The message about an invalid value; the option parser puts the name of the option before it.
 ///
-/// accepted  what it accepts: "a number from 0 to 1"
-/// example   how to write it
+/// accepted  the valid values: "a number from 0 to 1"
+/// example   a valid option
 inline std::string refusal(const std::string& value, const std::string& accepted, const std::string& example)
 {
     return "'" + value + "' is not " + accepted + "; write for example " + example;
 }
 
-/// Accepts numbers in a range, whole ones if the limits are integers.
+/// Accepts numbers in a range: integers only if the limits are integers.
 template <typename Number>
-CLI::Validator numberFrom(Number least, Number most, const std::string& example)
+CLI::Validator numberFrom(Number minimum, Number maximum, const std::string& example)
 {
     const std::string accepted = std::string(std::is_integral_v<Number> ? "a whole number" : "a number") + " from " +
-                                 CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most);
+                                 CLI::detail::to_string(minimum) + " to " + CLI::detail::to_string(maximum);
     const auto check = [=](const std::string& value) -> std::string {
         Number number{};
-        // A value that is not a number fails the comparisons.
-        const bool fits = CLI::detail::lexical_cast(value, number) && number >= least && number <= most;
+        // NaN fails the comparisons.
+        const bool fits = CLI::detail::lexical_cast(value, number) && number >= minimum && number <= maximum;
         return fits ? "" : refusal(value, accepted, example);
     };
     return {check, ""};
 }
 
-/// Accepts some words only.
+/// Accepts only the given words.
 template <typename Words>
 CLI::Validator oneOf(const Words& words, const std::string& example)
 {
@@ -55,11 +54,9 @@ CLI::Validator oneOf(const Words& words, const std::string& example)
     return {check, ""};
 }
 
-/// The same for a list that is written out.
-template <typename Word>
-CLI::Validator oneOf(std::initializer_list<Word> words, const std::string& example)
+inline CLI::Validator oneOf(std::initializer_list<const char*> words, const std::string& example)
 {
-    return oneOf(std::vector<Word>(words), example);
+    return oneOf(std::vector<const char*>(words), example);
 }
 
 } // namespace tarn

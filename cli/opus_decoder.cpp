@@ -1,3 +1,4 @@
+// Decodes Ogg Opus with libopus.
 #include "cli/opus_decoder.h"
 
 #include <algorithm>
@@ -56,7 +57,7 @@ OpusHead headOf(const ogg_packet& packet)
 OpusDecoder::OpusDecoder(int descriptor, ByteRange part, int serial) : OggDecoder(descriptor, part, serial)
 {
     const std::int64_t preSkip = readHeader();
-    // The first page with audio tells where the recording begins.
+    // The first page with audio declares the start of the recording.
     while (!hasFrames() && decodePage()) {
     }
     const OggEnd end = oggEnd(descriptor, part, serial);
@@ -64,7 +65,7 @@ OpusDecoder::OpusDecoder(int descriptor, ByteRange part, int serial) : OggDecode
     facts.frames = end.isMarked ? std::max<std::int64_t>(end.granule - begin, 0) : SF_COUNT_MAX;
 }
 
-/// Prepares libopus. Returns the frames at the start that are no audio.
+/// Reads the header and prepares libopus. Returns the frames to skip at the start.
 std::int64_t OpusDecoder::readHeader()
 {
     ogg_packet packet;
@@ -85,9 +86,9 @@ std::int64_t OpusDecoder::readHeader()
 bool OpusDecoder::decode(ogg_packet& packet, std::vector<float>& to)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(packet.packet), static_cast<std::size_t>(packet.bytes));
-    // The second packet, which may take many pages or be lost, holds the tags.
+    // The second packet holds the tags. It can span many pages or be lost.
     if (bytes.starts_with("OpusTags")) return true;
-    if (bytes.empty()) return false; // libopus would make up audio
+    if (bytes.empty()) return false; // libopus would conceal the loss with synthetic audio
     const std::size_t before = to.size();
     const auto channels = static_cast<std::size_t>(facts.channels);
     to.resize(before + kMaxPacketFrames * channels);

@@ -1,3 +1,4 @@
+// Decoder for Ogg Opus.
 #pragma once
 
 #include "cli/ogg_decoder.h"
@@ -10,7 +11,7 @@
 namespace tarn
 {
 
-/// Ogg Opus (RFC 7845) by libopus: mono and stereo, at 48 kHz, with the output gain of its header.
+/// Decodes mono and stereo Ogg Opus (RFC 7845) with libopus at 48 kHz, with the output gain of its header.
 class OpusDecoder final : public OggDecoder
 {
 public:

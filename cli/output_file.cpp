@@ -1,3 +1,4 @@
+// Writes to a temporary file and renames it.
 #include "cli/output_file.h"
 
 #include "cli/failure.h"
@@ -18,7 +19,7 @@ namespace tarn
 namespace
 {
 
-/// The mode that open would give a new file. Asked for once: the mask can be read only by changing it, for all threads.
+/// The default mode of a new file. Computed once, because reading the mask changes it for all threads.
 mode_t defaultMode() noexcept
 {
     static const mode_t mode = [] {
@@ -29,7 +30,7 @@ mode_t defaultMode() noexcept
     return mode;
 }
 
-/// Renames without replacing; with a hard link where the file system knows no such renaming. Returns 0 or an errno.
+/// Renames without replacing. Uses a hard link on file systems without RENAME_NOREPLACE. Returns 0 or an errno.
 int renameNoReplace(const std::string& from, const std::string& to) noexcept
 {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
@@ -73,8 +74,7 @@ void OutputFile::checkExisting(std::optional<FileIdentity> input)
     if (lstat(target.c_str(), &status) != 0) return;
     const bool isLink = S_ISLNK(status.st_mode);
     if (isLink && stat(target.c_str(), &status) != 0)
-        throw Failure(EX_CANTCREAT, givenName + ": is a symbolic link that points at nothing; remove it, or choose "
-                                                "another name");
+        throw Failure(EX_CANTCREAT, givenName + ": is a broken symbolic link; remove it, or choose another name");
 
     if (FileIdentity{.device = status.st_dev, .inode = status.st_ino} == input)
         throw Failure(EX_USAGE, givenName + ": is the input file; choose another name for the output");
@@ -87,15 +87,15 @@ void OutputFile::checkExisting(std::optional<FileIdentity> input)
     if (isLink) target = std::filesystem::canonical(target).string();
 }
 
-/// Refuses a name that the finished file could not be given, before anything is done for it.
+/// Refuses a name that is too long for the directory, before any work is done.
 void OutputFile::checkLength() const
 {
     const std::filesystem::path full(target);
     const std::size_t length = full.filename().native().size();
-    const std::size_t limit = longestName(full.parent_path());
+    const std::size_t limit = maxNameBytes(full.parent_path());
     if (length > limit)
         throw Failure(EX_CANTCREAT, givenName + ": the name has " + std::to_string(length) + " bytes, and " +
-                                        directoryOf(full) + " takes names of " + std::to_string(limit) +
+                                        directoryOf(full) + " allows names of " + std::to_string(limit) +
                                         " at most; choose a shorter name");
     struct stat status = {};
     if (lstat(target.c_str(), &status) != 0 && errno == ENAMETOOLONG)
@@ -117,7 +117,7 @@ void OutputFile::commit()
 void OutputFile::failToWrite(int error, const std::string& reason) const
 {
     const std::string message = givenName + ": writing failed: " + (error != 0 ? systemError(error) : reason) +
-                                "; no output was left. Make room, or choose another place";
+                                "; no output was left. Free some space, or choose another place";
     if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO) throw OutputFailure(EX_IOERR, message);
     throw Failure(EX_IOERR, message);
 }
@@ -132,11 +132,12 @@ void OutputFile::rename()
     }
 
     if (error == EEXIST)
-        throw Failure(EX_USAGE, givenName + ": has appeared meanwhile and was left alone; choose another name, or add "
-                                            "--force to replace it");
+        throw Failure(EX_USAGE, givenName +
+                                    ": appeared in the meantime and was not replaced; choose another name, or add "
+                                    "--force to replace it");
     if (error != 0)
-        throw Failure(EX_CANTCREAT, givenName + ": the finished file cannot be given this name: " + systemError(error) +
-                                        "; choose another name");
+        throw Failure(EX_CANTCREAT, givenName + ": the finished file cannot be renamed to this name: " +
+                                        systemError(error) + "; choose another name");
 }
 
 } // namespace tarn

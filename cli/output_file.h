@@ -1,3 +1,4 @@
+// An output file that appears under its name only when it is complete.
 #pragma once
 
 #include "cli/file_identity.h"
@@ -11,25 +12,25 @@
 namespace tarn
 {
 
-/// A file that comes into being under its name only when it is complete.
+/// A file that appears under its name only when it is complete.
 ///
-/// It is written under a temporary name in the same directory and renamed by commit; an object that goes away before
-/// that leaves nothing behind, and what had the name before is as it was. A process that is killed leaves the temporary
-/// file, which the next process that writes into the directory removes.
+/// Writes to a temporary file in the same directory; commit renames it. Destruction without commit removes the
+/// temporary file and keeps an existing file unchanged. If the process is killed, the next process that writes to the
+/// directory removes the temporary file.
 class OutputFile
 {
 public:
-    /// Creates the temporary file, after removing those that killed processes have left in its directory.
+    /// Removes temporary files of killed processes from the directory, then creates the temporary file.
     ///
-    /// path   name of the file to be; where it is a symbolic link and force is set, the file that the link points at
-    /// force  whether a regular file of that name may be replaced; its mode is kept
-    /// input  a file that is never replaced, if there is one
+    /// path   name of the file; with force, a symbolic link stands for its target
+    /// force  replaces a regular file of that name and keeps its mode
+    /// input  a file that must not be replaced, if any
     ///
     /// Throws Failure: EX_USAGE if path names the input, or exists and force is not set; EX_CANTCREAT if it exists and
-    /// is not a regular file, or if the directory does not take a new file or one of such a long name.
+    /// is not a regular file, or if the directory refuses a new file or a name of this length.
     OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input);
 
-    /// Removes the temporary file unless it was committed.
+    /// Removes the temporary file unless commit succeeded.
     ~OutputFile();
 
     OutputFile(const OutputFile&) = delete;
@@ -38,16 +39,16 @@ public:
     /// Open for reading and writing.
     int descriptor() const noexcept { return temporary.file.number(); }
 
-    /// Completes the file and gives it its name.
+    /// Completes the file and renames it.
     ///
-    /// Throws Failure: EX_IOERR if the file could not be written out; EX_USAGE if another file has appeared under the
-    /// name meanwhile and force is not set; EX_CANTCREAT if the name cannot be given.
+    /// Throws Failure: EX_IOERR if the file could not be written; EX_USAGE if another file of this name appeared in the
+    /// meantime and force is not set; EX_CANTCREAT if renaming fails.
     void commit();
 
-    /// Throws Failure (EX_IOERR) about a write that failed: OutputFailure if the disk is full or broken.
+    /// Throws Failure (EX_IOERR) for a failed write; OutputFailure if the disk is full or defective.
     ///
-    /// error   the system's error number; 0 if it gave none
-    /// reason  in place of the system's words then
+    /// error   errno; 0 if unknown
+    /// reason  message for error 0
     [[noreturn]] void failToWrite(int error, const std::string& reason) const;
 
 private:

@@ -1,3 +1,4 @@
+// Prints the progress bar, the status line and notes.
 #include "cli/progress.h"
 
 #include "cli/text.h"
@@ -16,19 +17,20 @@ namespace
 
 constexpr std::chrono::milliseconds kRedrawInterval(100);
 constexpr std::size_t kBarWidth = 24;
-constexpr const char* kWipe = "\r\033[K";
+constexpr const char* kEraseLine = "\r\033[K";
 
-std::string status; // what showStatus has shown
+std::string status; // the line of showStatus
 
 } // namespace
 
-Progress::Progress(std::string what, std::optional<std::uint64_t> totalFrames, std::uint32_t sampleRate, bool enabled)
-    : label(std::move(what)), total(totalFrames), rate(sampleRate), shown(enabled && isatty(STDERR_FILENO) != 0)
+Progress::Progress(std::string workLabel, std::optional<std::uint64_t> totalFrames, std::uint32_t sampleRate,
+                   bool enabled)
+    : label(std::move(workLabel)), total(totalFrames), rate(sampleRate), shown(enabled && isatty(STDERR_FILENO) != 0)
 {}
 
 Progress::~Progress()
 {
-    if (drawn) std::fputs(kWipe, stderr);
+    if (drawn) std::fputs(kEraseLine, stderr);
 }
 
 void Progress::advance(std::uint64_t frames)
@@ -67,15 +69,15 @@ void Progress::draw()
 void showStatus(const std::string& line)
 {
     if (isatty(STDERR_FILENO) == 0) return;
-    status = kWipe + line;
+    status = kEraseLine + line;
     std::fputs(status.c_str(), stderr);
 }
 
 void printNote(const std::string& note)
 {
-    // At once, so that notes of several processes stay apart.
-    const char* const wipe = isatty(STDERR_FILENO) != 0 ? kWipe : "";
-    std::fputs((wipe + ("tarn: " + printable(note)) + "\n" + status).c_str(), stderr);
+    // One call, so that notes of several processes do not mix.
+    const char* const erase = isatty(STDERR_FILENO) != 0 ? kEraseLine : "";
+    std::fputs((erase + ("tarn: " + printable(note)) + "\n" + status).c_str(), stderr);
 }
 
 } // namespace tarn

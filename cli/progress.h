@@ -1,3 +1,4 @@
+// Progress bar, status line and notes on standard error.
 #pragma once
 
 #include <chrono>
@@ -8,26 +9,26 @@
 namespace tarn
 {
 
-/// A bar on standard error that shows how far work has come. Nothing is shown where that is not a terminal.
+/// A progress bar on standard error. Shows nothing if that is not a terminal.
 class Progress
 {
 public:
-    /// label        what is being done
-    /// totalFrames  the whole way, if it is known
+    /// label        name of the work
+    /// totalFrames  length of the work, if known
     /// sampleRate   Hz
-    /// enabled      whether the user wants to see it
+    /// enabled      whether the user wants the bar
     Progress(std::string label, std::optional<std::uint64_t> totalFrames, std::uint32_t sampleRate, bool enabled);
 
-    /// Wipes the bar away.
+    /// Erases the bar.
     ~Progress();
 
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Adds frames to the way that is done; draws at most ten times a second.
+    /// Adds completed frames. Draws at most ten times a second.
     void advance(std::uint64_t frames);
 
-    /// Audio per time spent so far: 2 is twice as fast as real time.
+    /// Speed so far: 2 is twice real time.
     double speed() const;
 
 private:
@@ -45,12 +46,11 @@ private:
     Clock::time_point lastDrawn = start;
 };
 
-/// Shows a line on standard error that stays below the notes of this process. Nothing is shown where that is not a
-/// terminal.
+/// Shows a line on standard error that stays below the notes of this process. Shows nothing if that is not a terminal.
 void showStatus(const std::string& line);
 
-/// Prints a line about the work on standard error, without control characters that file names may have. It takes the
-/// place of a bar or a status, which any process may have left there.
+/// Prints a line on standard error, without control characters from file names. Erases the bar or status line of any
+/// process first.
 void printNote(const std::string& note);
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Discards what a library prints to standard error.
 #pragma once
 
 #include <cstdio>
@@ -8,30 +9,29 @@
 namespace tarn
 {
 
-/// Leads standard error to nowhere while it exists, for a library that prints there. One at a time in a process, which
-/// has one thread while it decodes.
+/// Redirects standard error to /dev/null while it exists. Only one object at a time, in a process with one thread.
 class QuietStandardError
 {
 public:
-    QuietStandardError() noexcept : kept(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3))
+    QuietStandardError() noexcept : saved(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3))
     {
-        static const int kNowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (kept >= 0 && kNowhere >= 0) dup2(kNowhere, STDERR_FILENO);
+        static const int kNullDevice = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (saved >= 0 && kNullDevice >= 0) dup2(kNullDevice, STDERR_FILENO);
     }
 
     ~QuietStandardError()
     {
-        if (kept < 0) return;
+        if (saved < 0) return;
         std::fflush(stderr);
-        dup2(kept, STDERR_FILENO);
-        close(kept);
+        dup2(saved, STDERR_FILENO);
+        close(saved);
     }
 
     QuietStandardError(const QuietStandardError&) = delete;
     QuietStandardError& operator=(const QuietStandardError&) = delete;
 
 private:
-    int kept; ///< standard error as it was
+    int saved; ///< the original standard error
 };
 
 } // namespace tarn

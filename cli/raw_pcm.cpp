@@ -1,3 +1,4 @@
+// Reads and writes raw PCM through pipes.
 #include "cli/raw_pcm.h"
 
 #include "cli/failure.h"
@@ -20,7 +21,7 @@ namespace
 
 constexpr std::size_t kChannels = 2;
 
-/// Whether a failed read or write is only to be tried again.
+/// Whether a failed read or write can be retried.
 bool isTransient(int error) noexcept
 {
     return error == EINTR || error == EAGAIN || error == EWOULDBLOCK;
@@ -39,7 +40,7 @@ std::size_t RawSource::read(std::int32_t* stereo, std::size_t capacity)
     const std::size_t frameBytes = kChannels * sampleBytes;
     bytes.resize(capacity * frameBytes);
 
-    // A slow pipe brings a few frames at a time, which go on at once.
+    // A slow pipe delivers a few frames at a time; they are processed at once.
     while (partial < frameBytes) {
         waitUntilReady(STDIN_FILENO, POLLIN);
         const ssize_t got = ::read(STDIN_FILENO, bytes.data() + partial, bytes.size() - partial);
@@ -78,7 +79,7 @@ void RawSource::rewind()
 std::optional<Loss> RawSource::loss() const
 {
     if (position == 0)
-        throw Failure(EX_DATAERR, "standard input: holds no audio: 0 frames; check the command before the pipe");
+        throw Failure(EX_DATAERR, "standard input: contains no audio: 0 frames; check the command before the pipe");
     if (partial == 0) return std::nullopt;
     const auto frameBytes = static_cast<double>(kChannels * streamFormat.bytesPerSample());
     return Loss{.message = "ends inside a frame: " + std::to_string(partial) + (partial == 1 ? " byte" : " bytes") +
@@ -89,25 +90,31 @@ std::optional<Loss> RawSource::loss() const
                 .advice = "check that --raw has the rate and the width of the stream, and that it is stereo"};
 }
 
-RawSink::RawSink(std::size_t bytesPerFrame) : frameBytes(bytesPerFrame)
+RawSink::RawSink(std::size_t slotsPerFrame, StreamFormat streamFormat) : slots(slotsPerFrame), format(streamFormat)
 {
     if (isatty(STDOUT_FILENO) != 0)
         throw Failure(EX_USAGE, "standard output: is a terminal, which cannot show raw PCM; pipe it into a program, "
                                 "or name a file");
 }
 
-void RawSink::write(const std::uint8_t* slots, std::size_t frames)
+void RawSink::write(const std::int32_t* samples, std::size_t frames)
 {
-    for (std::size_t left = frames * frameBytes; left > 0;) {
+    const std::uint32_t sampleBytes = format.bytesPerSample();
+    bytes.resize(frames * slots * sampleBytes);
+    for (std::size_t i = 0; i < frames * slots; ++i)
+        storePcm(&bytes[i * sampleBytes], samples[i] >> (32 - format.bits), sampleBytes);
+
+    const std::uint8_t* next = bytes.data();
+    for (std::size_t left = bytes.size(); left > 0;) {
         waitUntilReady(STDOUT_FILENO, POLLOUT);
-        // So much fits into a pipe that is ready without blocking.
-        const ssize_t written = ::write(STDOUT_FILENO, slots, std::min<std::size_t>(left, PIPE_BUF));
+        // A pipe that is ready takes PIPE_BUF bytes without blocking.
+        const ssize_t written = ::write(STDOUT_FILENO, next, std::min<std::size_t>(left, PIPE_BUF));
         if (written >= 0) {
-            slots += written;
+            next += written;
             left -= static_cast<std::size_t>(written);
         } else if (!isTransient(errno)) {
             throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(errno) +
-                                        "; check the program or the disk that takes it");
+                                        "; check the program or the disk that receives it");
         }
     }
 }

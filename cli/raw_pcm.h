@@ -1,3 +1,4 @@
+// Raw PCM on standard input and standard output.
 #pragma once
 
 #include "cli/audio_sink.h"
@@ -9,7 +10,7 @@
 namespace tarn
 {
 
-/// Stereo from standard input: interleaved signed little-endian PCM without a header.
+/// Reads stereo from standard input: interleaved signed little-endian PCM without a header.
 class RawSource final : public AudioSource
 {
 public:
@@ -23,33 +24,33 @@ public:
     bool canRewind() const noexcept override { return false; }
     void rewind() override;
 
-    /// The bytes of a last frame that is not complete.
+    /// Reports the bytes of an incomplete last frame.
     std::optional<Loss> loss() const override;
 
 private:
-    /// Throws Failure if the first bytes are those of an audio file, which would be heard as a burst of noise.
+    /// Throws Failure if the first bytes are those of an audio file, which would sound as noise.
     void refuseFileFormats() const;
 
     StreamFormat streamFormat;
-    std::vector<std::uint8_t> bytes; ///< of the frames being read
-    std::size_t partial = 0;         ///< bytes at its start that do not make a frame yet
+    std::vector<std::uint8_t> bytes; ///< input buffer
+    std::size_t partial = 0;         ///< buffered bytes of an incomplete frame
     std::uint64_t position = 0;
 };
 
-/// Interleaved signed little-endian PCM without a header, to standard output.
+/// Writes interleaved signed little-endian PCM without a header to standard output.
 class RawSink final : public AudioSink
 {
 public:
     /// Throws Failure (EX_USAGE) if standard output is a terminal.
-    ///
-    /// frameBytes  bytes of a frame
-    explicit RawSink(std::size_t frameBytes);
+    RawSink(std::size_t slotsPerFrame, StreamFormat streamFormat);
 
-    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void write(const std::int32_t* samples, std::size_t frames) override;
     void finish() override {}
 
 private:
-    std::size_t frameBytes;
+    std::size_t slots;
+    StreamFormat format;
+    std::vector<std::uint8_t> bytes; ///< packed frames
 };
 
 } // namespace tarn

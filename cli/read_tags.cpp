@@ -1,3 +1,4 @@
+// Reads the tags of all file formats with TagLib and libsndfile.
 #include "cli/tags.h"
 
 #include "cli/caf_info.h"
@@ -40,7 +41,7 @@ using TagLib::ByteVector;
 using TagLib::String;
 using TagLib::StringList;
 
-/// Names of Vorbis comments for the texts that libsndfile reads.
+/// Name of a Vorbis comment for a text that libsndfile reads.
 struct TextKind
 {
     int number;
@@ -57,8 +58,8 @@ constexpr std::array<TextKind, 9> kTextKinds{{{SF_STR_TITLE, "TITLE"},
                                               {SF_STR_TRACKNUMBER, "TRACKNUMBER"},
                                               {SF_STR_GENRE, "GENRE"}}};
 
-/// Whether a text describes the stereo file and not the recording.
-bool describesTheFile(const String& name)
+/// Whether a text describes the stereo file instead of the recording.
+bool describesFile(const String& name)
 {
     constexpr std::array kPrefixes{"REPLAYGAIN_", "R128_",    "ENCODER",      "ENCODING",
                                    "ITUNNORM",    "ITUNSMPB", "COMMENT:ITUN", "WAVEFORMATEXTENSIBLE_CHANNEL_MASK"};
@@ -66,7 +67,7 @@ bool describesTheFile(const String& name)
                        [&name](const char* prefix) { return name.startsWith(prefix); });
 }
 
-/// Texts of ID3v1, which names no encoding.
+/// Decodes texts of ID3v1, which declares no encoding.
 class UnknownEncoding final : public TagLib::ID3v1::StringHandler
 {
 public:
@@ -81,18 +82,18 @@ public:
     mutable bool converted = false;
 };
 
-/// Texts of RIFF INFO, which names no encoding: every byte as the character of its number.
+/// Keeps the bytes of RIFF INFO texts, which declare no encoding.
 class RawText final : public TagLib::RIFF::Info::StringHandler
 {
 public:
     String parse(const ByteVector& data) const override { return {data, String::Latin1}; }
 };
 
-/// Adds the people of an ID3v2 tag by their roles, where TagLib does not: in small letters, or with a role that it does
-/// not know. Returns whether each role has a name, and none is left out because there are too many.
+/// Adds the people of an ID3v2 tag by their roles if TagLib does not: roles in lower case or unknown to TagLib. Returns
+/// whether every role has a name and the number of fields is within the limit.
 bool addInvolvedPeople(const TagLib::ID3v2::FrameList& frames, TagLib::PropertyMap& texts)
 {
-    constexpr unsigned kMaxFields = 1000; ///< of a frame
+    constexpr unsigned kMaxFields = 1000; ///< per frame
     bool isComplete = true;
     for (const TagLib::ID3v2::Frame* frame : frames) {
         const auto* const people = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(frame);
@@ -109,11 +110,11 @@ bool addInvolvedPeople(const TagLib::ID3v2::FrameList& frames, TagLib::PropertyM
     return isComplete;
 }
 
-/// Collects the tags of a file, the first of a name before those that come later.
+/// Collects the tags of a file. The first tag of a name wins.
 class Collector
 {
 public:
-    /// Returns whether there was anything new that is not plain ASCII.
+    /// Returns whether a new text has characters outside ASCII.
     bool add(const TagLib::PropertyMap& texts)
     {
         bool beyondAscii = false;
@@ -121,7 +122,7 @@ public:
             StringList kept;
             for (const String& value : values)
                 if (!value.isEmpty()) kept.append(value);
-            if (kept.isEmpty() || describesTheFile(name) || tags.texts.contains(name)) continue;
+            if (kept.isEmpty() || describesFile(name) || tags.texts.contains(name)) continue;
             tags.texts.insert(name, kept);
             beyondAscii = beyondAscii || !kept.toString("").isAscii();
         }
@@ -159,8 +160,8 @@ public:
                                          .data = picture->picture()});
     }
 
-    /// Adds a block of Vorbis comments: length and name of the encoder, count, then length and text of every comment,
-    /// all in 32 bits.
+    /// Adds a block of Vorbis comments: length and name of the encoder, count, then length and text of every comment.
+    /// Numbers have 32 bits.
     void addVorbisComments(const ByteVector& block)
     {
         ByteVector repaired;
@@ -190,7 +191,7 @@ public:
 
         TagLib::Ogg::XiphComment comment(repaired);
         TagLib::PropertyMap texts = comment.properties();
-        // FFmpeg's name for it.
+        // FFmpeg writes comments as DESCRIPTION.
         if (texts.contains("DESCRIPTION") && !texts.contains("COMMENT")) {
             texts.insert("COMMENT", texts["DESCRIPTION"]);
             texts.erase("DESCRIPTION");
@@ -199,7 +200,7 @@ public:
         for (const TagLib::FLAC::Picture* picture : comment.pictureList()) addPicture(*picture);
     }
 
-    /// Adds a picture of an APE tag: its file name, a zero, its bytes.
+    /// Adds a picture of an APE tag: file name, zero, image data.
     void addApeCover(const TagLib::APE::Tag& tag)
     {
         const auto found = tag.itemListMap().find("COVER ART (FRONT)");
@@ -214,14 +215,14 @@ public:
                                  .data = data});
     }
 
-    /// Adds RIFF INFO, in an encoding that is not known.
+    /// Adds RIFF INFO, in unknown encoding.
     void addInfo(const TagLib::RIFF::Info::Tag& tag)
     {
         TagLib::PropertyMap texts;
         for (const auto& [name, info] : kInfoNames) {
             const String bytes = tag.fieldText(info);
             if (bytes.isEmpty() || texts.contains(name) || tags.texts.contains(name)) continue;
-            const std::string all = bytes.to8Bit(false); // the bytes, as RawText has read them
+            const std::string all = bytes.to8Bit(false); // the original bytes
             const std::string text = all.substr(0, all.find('\0'));
             if (text.empty()) continue;
             if (!isUtf8(text)) tags.converted = true;
@@ -240,14 +241,14 @@ public:
                 if (!isUtf8(name + text)) tags.converted = true;
                 texts.insert(String(toUtf8(name), String::UTF8), StringList(String(toUtf8(text), String::UTF8)));
             }
-            if (contents.empty() || info.isCut)
+            if (contents.empty() || info.isTruncated)
                 tags.leftOut.emplace_back(contents.empty() ? "its info chunk is too large or cannot be read"
                                                            : "its texts after the first 1000 are left out");
         }
         add(texts);
     }
 
-    /// Adds what libsndfile has read, in an encoding that is not known.
+    /// Adds the texts of libsndfile, in unknown encoding.
     void addStrings(SNDFILE* file)
     {
         TagLib::PropertyMap texts;
@@ -263,8 +264,8 @@ public:
     Tags tags;
 };
 
-/// The position behind an ID3v2 tag at the start of a file; 0 if there is none.
-long behindId3v2(TagLib::IOStream& stream)
+/// The end of an ID3v2 tag at the start of a file; 0 if there is none.
+long id3v2End(TagLib::IOStream& stream)
 {
     stream.seek(0);
     const ByteVector head = stream.readBlock(TagLib::ID3v2::Header::size());
@@ -272,7 +273,7 @@ long behindId3v2(TagLib::IOStream& stream)
     return static_cast<long>(TagLib::ID3v2::Header(head).completeTagSize());
 }
 
-/// The head of a metadata block of FLAC: a byte with the type and the mark of the last one, 24 bits of size.
+/// Header of a FLAC metadata block: a byte with type and last-block flag, then a 24-bit size.
 struct FlacBlockHead
 {
     static constexpr unsigned kBytes = 4;
@@ -298,13 +299,13 @@ struct FlacBlockHead
     bool isLast;
 };
 
-/// The metadata blocks of a FLAC stream.
+/// Collects the metadata blocks of a FLAC stream.
 class FlacBlocks
 {
 public:
     explicit FlacBlocks(Collector& receiver) : collector(receiver) {}
 
-    /// contents  of the block; those of blocks that are not kept do not matter
+    /// contents  of the block; not used if head.isKept() is false
     void add(const FlacBlockHead& head, const ByteVector& contents)
     {
         isKnown = isKnown && head.type <= FlacBlockHead::kPicture;
@@ -319,7 +320,7 @@ public:
         }
     }
 
-    /// Names what is left out.
+    /// Reports the blocks that are left out.
     void finish()
     {
         if (!hasRoom)
@@ -334,7 +335,7 @@ private:
     {
         constexpr std::size_t kMaxBlocks = 100;
         constexpr std::size_t kIdBytes = 4;
-        // Applications that keep what was around the audio in another container.
+        // Applications that store chunks of another container.
         const bool isForeign =
             contents.startsWith("riff") || contents.startsWith("aiff") || contents.startsWith("w64 ");
         if (type == FlacBlockHead::kApplication && (isForeign || contents.size() < kIdBytes)) return;
@@ -350,7 +351,7 @@ private:
 
 void collectFlac(TagLib::IOStream& stream, Collector& collector)
 {
-    stream.seek(behindId3v2(stream));
+    stream.seek(id3v2End(stream));
     if (stream.readBlock(4) != "fLaC") return;
     FlacBlocks blocks(collector);
     for (bool isLast = false; !isLast;) {
@@ -364,7 +365,7 @@ void collectFlac(TagLib::IOStream& stream, Collector& collector)
     blocks.finish();
 }
 
-/// Ogg FLAC: a packet for each metadata block behind the first packet.
+/// Reads Ogg FLAC: after the first packet, one packet per metadata block.
 void collectOggFlac(TagLib::IOStream& stream, Collector& collector)
 {
     TagLib::Ogg::FLAC::File file(&stream, false);
@@ -380,7 +381,7 @@ void collectOggFlac(TagLib::IOStream& stream, Collector& collector)
     blocks.finish();
 }
 
-/// The second packet of an Ogg stream: a mark of its codec, then the comments.
+/// Reads the second packet of an Ogg stream: the mark of the codec, then the comments.
 template <typename File>
 void collectOgg(TagLib::IOStream& stream, const char* mark, Collector& collector)
 {
@@ -405,7 +406,7 @@ void collectMpeg(TagLib::IOStream& stream, Collector& collector)
         collector.tags.converted = kHandler.converted;
 }
 
-/// RF64, which TagLib does not read.
+/// Reads RF64, which TagLib does not support.
 void collectRf64(int descriptor, Collector& collector)
 {
     const auto bytesOf = [](const std::string& contents) {

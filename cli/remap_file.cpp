@@ -1,3 +1,4 @@
+// Reads slot names and gains from a remap file.
 #include "cli/remap_file.h"
 
 #include "cli/failure.h"
@@ -23,26 +24,26 @@ constexpr std::size_t kMaxBytes = 65536;
 constexpr double kUnity = 0x1p28;
 constexpr double kLimit = 0x1p31;
 
-/// The place that messages begin with.
+/// File and line for messages.
 std::string placeOf(const std::string& path, std::size_t line)
 {
     return path + ": line " + std::to_string(line);
 }
 
-/// A word of the file as a message shows it: cut where it is long, and without what a terminal could obey.
+/// A word of the file for messages: truncated, without control characters.
 std::string shown(const std::string& word)
 {
-    constexpr std::size_t kLongest = 32;
-    std::string text = word.substr(0, kLongest);
+    constexpr std::size_t kMaxCharacters = 32;
+    std::string text = word.substr(0, kMaxCharacters);
     for (char& c : text)
         if (c < ' ' || c > '~') c = '?';
-    return word.size() > kLongest ? text + "..." : text;
+    return word.size() > kMaxCharacters ? text + "..." : text;
 }
 
-/// One gain as fixed point.
+/// Parses a gain to fixed point.
 std::uint32_t parseGain(const std::string& place, const std::string& word)
 {
-    // A plus sign is not for from_chars.
+    // from_chars does not accept a plus sign.
     const bool hasPlus = word.starts_with('+') && !word.starts_with("+-");
     const char* const end = word.data() + word.size();
     double gain = 0.0;
@@ -65,7 +66,7 @@ std::vector<std::string> wordsOf(const std::string& line)
     return words;
 }
 
-/// The text of a file, which is short for a matrix with many comments.
+/// Reads a file and refuses a long or binary one.
 std::string contentsOf(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -80,7 +81,7 @@ std::string contentsOf(const std::string& path)
     contents.resize(static_cast<std::size_t>(file.gcount()));
     if (contents.size() > kMaxBytes || contents.find('\0') != std::string::npos)
         throw Failure(EX_DATAERR, path + ": is not a remap file, which is a short text; man tarn-upmix shows one");
-    // Some editors put the byte-order mark in front of UTF-8.
+    // Some editors write a byte-order mark before UTF-8.
     if (contents.starts_with("\xef\xbb\xbf")) contents.erase(0, 3);
     return contents;
 }
@@ -101,10 +102,10 @@ std::vector<std::string> wrapNotes(const std::string& path, const RemapFile& rem
 
 const Layout& remappedLayout()
 {
-    return layoutNamed("slots8");
+    return layoutNamed(kRemapLayout);
 }
 
-/// Whether a line names slots. Gains do not begin with a letter.
+/// Whether a line names slots: gains do not begin with a letter.
 bool namesSlots(const std::vector<std::string>& words)
 {
     return std::isalpha(static_cast<unsigned char>(words.front().front())) != 0;
@@ -135,7 +136,7 @@ RemapSlots parseSlots(const std::string& place, const std::vector<std::string>& 
     return slots;
 }
 
-/// One row of gains, which belong to the slots.
+/// Parses a row of gains.
 void parseRow(const std::string& place, const std::vector<std::string>& words, const RemapSlots& slots,
               std::uint32_t (&row)[kRemapColumns])
 {

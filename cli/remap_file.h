@@ -1,3 +1,4 @@
+// Parser for remap matrix files.
 #pragma once
 
 #include "cli/layout.h"
@@ -9,16 +10,16 @@
 namespace tarn
 {
 
-/// A remap matrix as it was read from a file.
+/// A remap matrix from a file.
 struct RemapFile
 {
     zrk_tarn::RemapGains matrix{};
     RemapSlots slots{"FL", "FR", "SL", "SR"}; ///< by column
-    std::vector<std::string> notes{};         ///< columns whose sums can wrap, for the user
+    std::vector<std::string> notes{};         ///< warnings about columns whose sums can wrap
 };
 
-/// Reads a matrix: 3 rows (front left, front right, centre) of 4 decimal gains, with # comments and blank lines. A line
-/// before them can name the 4 slots of the layout slots8 that the columns are mixed into.
+/// Reads a matrix: 3 rows (front left, front right, centre) of 4 decimal gains, with # comments and blank lines. An
+/// optional first line names the 4 slots of the layout 7.1-remap that the columns are mixed into.
 ///
 /// Gains are rounded to 28 fraction bits. Throws Failure: EX_NOINPUT if the file cannot be read; EX_DATAERR, with the
 /// line, for a wrong count of rows, gains or slots, for gains that are not numbers from -8 to just below 8 and for

@@ -1,5 +1,7 @@
+// Converts sample rates with libsoxr.
 #include "cli/resampled_source.h"
 
+#include "cli/decibels.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
 #include "cli/text.h"
@@ -16,7 +18,7 @@ namespace
 
 constexpr std::size_t kChannels = 2;
 constexpr std::size_t kChunkFrames = 4096;
-constexpr std::uint32_t kLeastBits = 24; ///< of the result, whose samples are not those of the source
+constexpr std::uint32_t kMinBits = 24; ///< of the result, whose samples differ from the source
 
 } // namespace
 
@@ -24,8 +26,8 @@ ResampledSource::ResampledSource(std::unique_ptr<AudioSource> inner, std::uint32
     : source(std::move(inner)),
       rate(rateHz),
       sourceRate(source->format().sampleRate),
-      bits(std::max(source->format().bits, kLeastBits)),
-      taken(kChannels * kChunkFrames),
+      bits(std::max(source->format().bits, kMinBits)),
+      input(kChannels * kChunkFrames),
       waiting(kChannels * kChunkFrames)
 {
     begin();
@@ -39,7 +41,7 @@ void ResampledSource::begin()
     if (converter == nullptr) throw std::bad_alloc();
     waitingFrom = waitingFrames = 0;
     sourceEnded = false;
-    sourceFrames = given = clipped = 0;
+    sourceFrames = produced = clipped = 0;
 }
 
 void ResampledSource::rewind()
@@ -76,16 +78,16 @@ std::vector<std::string> ResampledSource::prepare(bool showProgress)
     return notes;
 }
 
-/// Converts frames: as many as there should be of what was read, and all of them.
+/// Converts frames; limits the result to the exact length.
 std::size_t ResampledSource::convert(double* stereo, std::size_t capacity)
 {
     while (true) {
         if (waitingFrom == waitingFrames && !sourceEnded) {
             waitingFrom = 0;
-            waitingFrames = source->read(taken.data(), kChunkFrames);
+            waitingFrames = source->read(input.data(), kChunkFrames);
             sourceFrames += waitingFrames;
             sourceEnded = waitingFrames == 0;
-            for (std::size_t i = 0; i < kChannels * waitingFrames; ++i) waiting[i] = taken[i] * 0x1p-31;
+            for (std::size_t i = 0; i < kChannels * waitingFrames; ++i) waiting[i] = input[i] * 0x1p-31;
         }
         std::size_t used = 0;
         std::size_t made = 0;
@@ -93,15 +95,15 @@ std::size_t ResampledSource::convert(double* stereo, std::size_t capacity)
                      waitingFrames - waitingFrom, &used, stereo, capacity, &made);
         waitingFrom += used;
         if (sourceEnded) {
-            // The converter may round the length the other way.
-            const std::uint64_t left = framesAtRate(sourceFrames, sourceRate, rate) - given;
+            // The converter may round the length differently.
+            const std::uint64_t left = framesAtRate(sourceFrames, sourceRate, rate) - produced;
             if (made == 0) {
                 made = static_cast<std::size_t>(std::min<std::uint64_t>(left, capacity));
                 std::fill_n(stereo, kChannels * made, 0.0);
             }
             made = static_cast<std::size_t>(std::min<std::uint64_t>(made, left));
         }
-        given += made;
+        produced += made;
         if (made > 0 || sourceEnded) return made;
     }
 }

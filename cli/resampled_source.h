@@ -1,3 +1,4 @@
+// Sample rate conversion of an audio source.
 #pragma once
 
 #include "cli/audio_source.h"
@@ -10,15 +11,15 @@
 namespace tarn
 {
 
-/// A source at another sample rate, converted by libsoxr at its very high quality with linear phase.
+/// Converts a source to another sample rate with libsoxr: very high quality, linear phase.
 ///
-/// Sound stays at its place: the frame k of the result is at the time k / rate. The result has
-/// round(frames * rate / source rate) frames. Conversion can raise peaks above full scale: where the source can be read
-/// twice, prepare finds the peak, and the whole is scaled down by one gain; otherwise such samples are clipped.
+/// Adds no delay: frame k of the result is at the time k / rate. The result has round(frames * rate / source rate)
+/// frames. Conversion can raise peaks above full scale: if the source can be read twice, prepare finds the peak and one
+/// gain scales everything down; otherwise such samples are clipped.
 class ResampledSource final : public AudioSource
 {
 public:
-    /// rateHz  to convert to
+    /// rateHz  of the result
     ResampledSource(std::unique_ptr<AudioSource> inner, std::uint32_t rateHz);
 
     StreamFormat format() const noexcept override { return {.sampleRate = rate, .bits = bits}; }
@@ -46,13 +47,13 @@ private:
     std::uint32_t sourceRate;
     std::uint32_t bits;
     std::unique_ptr<soxr, Closer> converter;
-    std::vector<std::int32_t> taken; ///< frames of the source
-    std::vector<double> waiting;     ///< the same in units of full scale
-    std::size_t waitingFrom = 0;     ///< the first of them that the converter has not taken, in frames
-    std::size_t waitingFrames = 0;   ///< number of them
+    std::vector<std::int32_t> input; ///< frames of the source
+    std::vector<double> waiting;     ///< the same, full scale 1
+    std::size_t waitingFrom = 0;     ///< first frame that the converter has not consumed
+    std::size_t waitingFrames = 0;   ///< number of frames
     bool sourceEnded = false;
     std::uint64_t sourceFrames = 0; ///< read so far
-    std::uint64_t given = 0;        ///< frames of the result
+    std::uint64_t produced = 0;     ///< frames of the result so far
     double gain = 1.0;
     std::uint64_t clipped = 0; ///< samples
     std::vector<double> converted;

@@ -1,3 +1,4 @@
+// The names of RIFF INFO fields.
 #pragma once
 
 #include <array>
@@ -5,14 +6,14 @@
 namespace tarn
 {
 
-/// A name of RIFF INFO for a text.
+/// A text in both naming schemes.
 struct InfoName
 {
-    const char* name; ///< of Vorbis comments
-    const char* info;
+    const char* name; ///< of the Vorbis comment
+    const char* info; ///< of the RIFF INFO field
 };
 
-/// RIFF INFO's names. Programs do not agree on that of the track number.
+/// The RIFF INFO fields. Programs use two different fields for the track number.
 inline constexpr std::array<InfoName, 12> kInfoNames{{{"TITLE", "INAM"},
                                                       {"ARTIST", "IART"},
                                                       {"ALBUM", "IPRD"},

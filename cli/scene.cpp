@@ -1,3 +1,4 @@
+// Synthesises the voice, the moving source and the wide chords of the demo scene.
 #include "cli/scene.h"
 
 #include <algorithm>
@@ -12,34 +13,34 @@ namespace
 {
 
 constexpr std::uint32_t kRate = 48000;
-constexpr std::size_t kTurnFrames = 3 * kRate;  ///< each of the four turns
-constexpr std::size_t kPauseFrames = kRate / 5; ///< after each of them
-constexpr std::size_t kFadeFrames = kRate / 50; ///< at both ends of a turn
-constexpr std::size_t kControlFrames = 48;      ///< one millisecond: how often amplitudes are set anew
+constexpr std::size_t kPartFrames = 3 * kRate;  ///< of each of the four parts
+constexpr std::size_t kPauseFrames = kRate / 5; ///< after each part
+constexpr std::size_t kFadeFrames = kRate / 50; ///< at both ends of a part
+constexpr std::size_t kControlFrames = 48;      ///< update interval of amplitudes: one millisecond
 constexpr double kPeak = 0.5 * 32767.0;         ///< -6 dB
 constexpr double kTau = 2.0 * std::numbers::pi;
 
-/// A stretch of stereo at any level.
+/// Stereo of one part, at any level.
 struct Stereo
 {
-    std::vector<double> left = std::vector<double>(kTurnFrames);
-    std::vector<double> right = std::vector<double>(kTurnFrames);
+    std::vector<double> left = std::vector<double>(kPartFrames);
+    std::vector<double> right = std::vector<double>(kPartFrames);
 };
 
-/// Position in a turn, 0 to 1.
-double turnPosition(std::size_t frame) noexcept
+/// Position in a part, 0 to 1.
+double partPosition(std::size_t frame) noexcept
 {
-    return static_cast<double>(frame) / static_cast<double>(kTurnFrames);
+    return static_cast<double>(frame) / static_cast<double>(kPartFrames);
 }
 
-/// Raised cosine at both ends of a turn.
+/// Raised-cosine fade at both ends of a part.
 double fade(std::size_t frame) noexcept
 {
-    const std::size_t edge = std::min({frame, kTurnFrames - 1 - frame, kFadeFrames});
+    const std::size_t edge = std::min({frame, kPartFrames - 1 - frame, kFadeFrames});
     return 0.5 - 0.5 * std::cos(std::numbers::pi * static_cast<double>(edge) / static_cast<double>(kFadeFrames));
 }
 
-/// A formant: a resonance of the mouth.
+/// A formant: a resonance of the vocal tract.
 struct Formant
 {
     double frequencyHz;
@@ -57,8 +58,8 @@ constexpr std::array<Vowel, 5> kVowels{{
     {{{300, 60, 1.0}, {870, 100, 0.3}, {2240, 170, 0.08}}},  // u
 }};
 
-/// Gain of the mouth at a frequency, on its way from one vowel to the next.
-double mouthGain(double frequencyHz, double vowelPosition) noexcept
+/// Gain of the vocal tract at a frequency, interpolated between two vowels.
+double vocalTractGain(double frequencyHz, double vowelPosition) noexcept
 {
     const auto index = std::min(static_cast<std::size_t>(vowelPosition), kVowels.size() - 2);
     const double share = vowelPosition - static_cast<double>(index);
@@ -77,35 +78,35 @@ double mouthGain(double frequencyHz, double vowelPosition) noexcept
 std::vector<double> makeVoice()
 {
     constexpr int kHarmonics = 32;
-    constexpr double kSyllablesPerTurn = 9.0;
-    std::vector<double> voice(kTurnFrames);
+    constexpr double kSyllablesPerPart = 9.0;
+    std::vector<double> voice(kPartFrames);
     std::vector<double> amplitude(kHarmonics);
     double phase = 0.0;
-    for (std::size_t frame = 0; frame < kTurnFrames; ++frame) {
-        const double t = turnPosition(frame);
+    for (std::size_t frame = 0; frame < kPartFrames; ++frame) {
+        const double t = partPosition(frame);
         const double pitchHz = 118.0 + 14.0 * std::sin(kTau * 1.3 * t) + 2.0 * std::sin(kTau * 16.0 * t);
         if (frame % kControlFrames == 0)
             for (int k = 1; k <= kHarmonics; ++k)
                 amplitude[static_cast<std::size_t>(k - 1)] =
-                    mouthGain(k * pitchHz, t * static_cast<double>(kVowels.size() - 1)) / k;
+                    vocalTractGain(k * pitchHz, t * static_cast<double>(kVowels.size() - 1)) / k;
 
         phase += kTau * pitchHz / kRate;
         double sample = 0.0;
         for (int k = 1; k <= kHarmonics; ++k)
             sample += amplitude[static_cast<std::size_t>(k - 1)] * std::sin(k * phase);
-        const double syllable = 0.6 - 0.4 * std::cos(kTau * kSyllablesPerTurn * t);
+        const double syllable = 0.6 - 0.4 * std::cos(kTau * kSyllablesPerPart * t);
         voice[frame] = sample * syllable;
     }
     return voice;
 }
 
-/// A source to travel: a running figure of struck, slightly inharmonic notes.
-std::vector<double> makeTraveller()
+/// The moving source: a sequence of struck, slightly inharmonic notes.
+std::vector<double> makeMovingSource()
 {
     constexpr std::array<double, 4> kNotesHz{392.0, 523.25, 659.26, 783.99};
-    constexpr std::size_t kNoteFrames = kTurnFrames / 24;
-    std::vector<double> figure(kTurnFrames);
-    for (std::size_t frame = 0; frame < kTurnFrames; ++frame) {
+    constexpr std::size_t kNoteFrames = kPartFrames / 24;
+    std::vector<double> figure(kPartFrames);
+    for (std::size_t frame = 0; frame < kPartFrames; ++frame) {
         const std::size_t note = frame / kNoteFrames;
         const double seconds = static_cast<double>(frame % kNoteFrames) / kRate;
         const double struck = std::min(1.0, seconds / 0.002);
@@ -120,33 +121,33 @@ std::vector<double> makeTraveller()
 }
 
 /// Pans from hard left to hard right: the two gains are cosine and sine of a quarter turn.
-Stereo travel(const std::vector<double>& source)
+Stereo pan(const std::vector<double>& source)
 {
     Stereo stereo;
-    for (std::size_t frame = 0; frame < kTurnFrames; ++frame) {
-        const double angle = turnPosition(frame) * std::numbers::pi / 2.0;
+    for (std::size_t frame = 0; frame < kPartFrames; ++frame) {
+        const double angle = partPosition(frame) * std::numbers::pi / 2.0;
         stereo.left[frame] = source[frame] * std::cos(angle);
         stereo.right[frame] = source[frame] * std::sin(angle);
     }
     return stereo;
 }
 
-/// One side of the bed: every note of a chord is a cluster of tones with frequencies and phases by chance.
+/// A chord for one side: every note is a cluster of tones with random frequencies and phases.
 std::vector<double> makeChord(const std::array<double, 4>& notesHz, std::uint64_t seed)
 {
     constexpr int kTonesPerNote = 12;
-    // A linear congruential generator, the upper bits of which are even enough for this.
-    const auto chance = [&seed] {
+    // A linear congruential generator; its upper bits are sufficiently random.
+    const auto random = [&seed] {
         seed = seed * 6364136223846793005U + 1442695040888963407U;
         return static_cast<double>(seed >> 40) * 0x1p-24;
     };
 
-    std::vector<double> chord(kTurnFrames);
+    std::vector<double> chord(kPartFrames);
     for (const double noteHz : notesHz) {
         for (int tone = 0; tone < kTonesPerNote; ++tone) {
             const double harmonic = 1.0 + tone % 3;
-            const double step = kTau * noteHz * harmonic * (0.985 + 0.03 * chance()) / kRate;
-            double phase = kTau * chance();
+            const double step = kTau * noteHz * harmonic * (0.985 + 0.03 * random()) / kRate;
+            double phase = kTau * random();
             for (double& sample : chord) {
                 sample += std::sin(phase) / harmonic;
                 phase += step;
@@ -156,27 +157,27 @@ std::vector<double> makeChord(const std::array<double, 4>& notesHz, std::uint64_
     return chord;
 }
 
-/// Fades a turn in and out and brings it to the scene's peak.
-void normalise(Stereo& turn)
+/// Fades a part in and out and normalises its peak.
+void normalise(Stereo& part)
 {
     double peak = 0.0;
-    for (std::size_t frame = 0; frame < kTurnFrames; ++frame) {
+    for (std::size_t frame = 0; frame < kPartFrames; ++frame) {
         const double gain = fade(frame);
-        turn.left[frame] *= gain;
-        turn.right[frame] *= gain;
-        peak = std::max({peak, std::abs(turn.left[frame]), std::abs(turn.right[frame])});
+        part.left[frame] *= gain;
+        part.right[frame] *= gain;
+        peak = std::max({peak, std::abs(part.left[frame]), std::abs(part.right[frame])});
     }
-    for (std::vector<double>* const side : {&turn.left, &turn.right})
+    for (std::vector<double>* const side : {&part.left, &part.right})
         for (double& sample : *side) sample *= kPeak / peak;
 }
 
-Stereo sumOf(const std::array<const Stereo*, 3>& turns)
+Stereo sumOf(const std::array<const Stereo*, 3>& parts)
 {
     Stereo sum;
-    for (const Stereo* const turn : turns) {
-        for (std::size_t frame = 0; frame < kTurnFrames; ++frame) {
-            sum.left[frame] += turn->left[frame];
-            sum.right[frame] += turn->right[frame];
+    for (const Stereo* const part : parts) {
+        for (std::size_t frame = 0; frame < kPartFrames; ++frame) {
+            sum.left[frame] += part->left[frame];
+            sum.right[frame] += part->right[frame];
         }
     }
     return sum;
@@ -188,31 +189,31 @@ Scene makeScene()
 {
     const std::vector<double> voiceSource = makeVoice();
     Stereo voice{.left = voiceSource, .right = voiceSource};
-    Stereo traveller = travel(makeTraveller());
-    Stereo bed{.left = makeChord({196.0, 293.66, 440.0, 698.46}, 1),
-               .right = makeChord({174.61, 261.63, 392.0, 587.33}, 2)};
-    for (Stereo* const turn : {&voice, &traveller, &bed}) normalise(*turn);
-    Stereo together = sumOf({&voice, &traveller, &bed});
+    Stereo moving = pan(makeMovingSource());
+    Stereo chords{.left = makeChord({196.0, 293.66, 440.0, 698.46}, 1),
+                  .right = makeChord({174.61, 261.63, 392.0, 587.33}, 2)};
+    for (Stereo* const part : {&voice, &moving, &chords}) normalise(*part);
+    Stereo together = sumOf({&voice, &moving, &chords});
     normalise(together);
 
-    Scene scene{.sampleRate = kRate, .stereo = {}, .parts = {}, .bed = 0};
-    for (const Stereo* const turn : {&voice, &traveller, &bed, &together}) {
-        for (std::size_t frame = 0; frame < kTurnFrames; ++frame) {
-            scene.stereo.push_back(static_cast<std::int16_t>(std::lround(turn->left[frame])));
-            scene.stereo.push_back(static_cast<std::int16_t>(std::lround(turn->right[frame])));
+    Scene scene{.sampleRate = kRate, .stereo = {}, .parts = {}, .wideChords = 0};
+    for (const Stereo* const part : {&voice, &moving, &chords, &together}) {
+        for (std::size_t frame = 0; frame < kPartFrames; ++frame) {
+            scene.stereo.push_back(static_cast<std::int16_t>(std::lround(part->left[frame])));
+            scene.stereo.push_back(static_cast<std::int16_t>(std::lround(part->right[frame])));
         }
         scene.stereo.resize(scene.stereo.size() + 2 * kPauseFrames);
     }
 
-    constexpr std::size_t kTurn = kTurnFrames + kPauseFrames;
-    constexpr std::size_t kThird = kTurnFrames / 3;
-    scene.parts = {{"voice in the middle", 0, kTurnFrames},
-                   {"traveller, left third", kTurn, kThird},
-                   {"traveller, middle third", kTurn + kThird, kThird},
-                   {"traveller, right third", kTurn + 2 * kThird, kThird},
-                   {"wide bed", 2 * kTurn, kTurnFrames},
-                   {"all together", 3 * kTurn, kTurnFrames}};
-    scene.bed = 4;
+    constexpr std::size_t kPartStart = kPartFrames + kPauseFrames;
+    constexpr std::size_t kThird = kPartFrames / 3;
+    scene.parts = {{"centred voice", 0, kPartFrames},
+                   {"moving source, left", kPartStart, kThird},
+                   {"moving source, centre", kPartStart + kThird, kThird},
+                   {"moving source, right", kPartStart + 2 * kThird, kThird},
+                   {"wide chords", 2 * kPartStart, kPartFrames},
+                   {"mix of all", 3 * kPartStart, kPartFrames}};
+    scene.wideChords = 4;
     return scene;
 }
 

@@ -1,3 +1,4 @@
+// The synthetic stereo scene of tarn demo.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,7 @@
 namespace tarn
 {
 
-/// A stretch of the scene.
+/// A section of the scene.
 struct ScenePart
 {
     std::string name;
@@ -15,19 +16,19 @@ struct ScenePart
     std::size_t frames;
 };
 
-/// Stereo that shows what an upmix does.
+/// A synthetic stereo recording for demonstrations.
 struct Scene
 {
     std::uint32_t sampleRate;
     std::vector<std::int16_t> stereo; ///< interleaved
-    std::vector<ScenePart> parts;     ///< in order of time, with short pauses between them
-    std::size_t bed;                  ///< the part whose sides have nothing in common, best for finding a delay
+    std::vector<ScenePart> parts;     ///< in time order, with short pauses between them
+    std::size_t wideChords;           ///< index of the part with unrelated sides, for measuring the delay
 };
 
-/// Computes the built-in scene, the same at every call.
+/// Computes the built-in scene. Every call returns the same samples.
 ///
-/// A voice in the middle; a source that travels from hard left to hard right by the constant-power law, in three
-/// parts; a wide bed of unlike chords left and right; all of them together. Every one peaks at -6 dB.
+/// Parts: a centred voice; a source that moves from hard left to hard right with constant power, in three sections;
+/// different chords left and right; the mix of all. Every part peaks at -6 dB.
 Scene makeScene();
 
 } // namespace tarn

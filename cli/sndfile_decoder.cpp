@@ -1,6 +1,7 @@
+// Decodes with libsndfile.
 #include "cli/sndfile_decoder.h"
 
-#include "cli/container_promise.h"
+#include "cli/declared_length.h"
 #include "cli/quiet_standard_error.h"
 #include "cli/text.h"
 
@@ -34,14 +35,14 @@ constexpr SF_VIRTUAL_IO kCalls{
 
 SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, part)
 {
-    // libsndfile refuses a CAF file that ends inside its audio, and one whose size is not known.
-    if (const auto cut = cutCafData(FileBytes(descriptor, part))) {
+    // libsndfile refuses truncated CAF files and those of unknown size, so the window substitutes the actual size.
+    if (const auto chunk = truncatedCafData(FileBytes(descriptor, part))) {
         std::array<char, 8> size{};
-        for (unsigned i = 0; i < 8; ++i) size[i] = static_cast<char>(cut->present >> (56 - 8 * i));
-        window.replace(cut->sizeAt, size);
+        for (unsigned i = 0; i < 8; ++i) size[i] = static_cast<char>(chunk->present >> (56 - 8 * i));
+        window.replace(chunk->sizeAt, size);
     }
     SF_VIRTUAL_IO calls = kCalls;
-    const QuietStandardError quiet; // its MPEG decoder prints there
+    const QuietStandardError quiet; // its MPEG decoder prints errors
     file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));
     if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
 }

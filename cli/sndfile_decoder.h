@@ -1,3 +1,4 @@
+// Decoder for all formats that only libsndfile reads.
 #pragma once
 
 #include "cli/decoder.h"
@@ -10,7 +11,7 @@
 namespace tarn
 {
 
-/// All that libsndfile reads.
+/// Decodes with libsndfile.
 class SndfileDecoder final : public Decoder
 {
 public:
@@ -20,7 +21,7 @@ public:
     std::size_t read(double* samples, std::size_t frames) override;
     std::string error() const override;
 
-    /// For what libsndfile tells beyond the audio.
+    /// For access to metadata.
     SNDFILE* handle() const noexcept { return file.get(); }
 
 private:

@@ -1,4 +1,7 @@
+// Designs the octave filters and classifies stereo recordings.
 #include "cli/stereo_analysis.h"
+
+#include "cli/decibels.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,10 +17,10 @@ namespace
 
 using Complex = std::complex<double>;
 
-constexpr double kOffsetHz = 5.0; ///< what is lower counts as a constant offset
+constexpr double kOffsetHz = 5.0; ///< cutoff of the high-pass against DC offset
 constexpr double kLowestCentreHz = 31.25;
-constexpr double kUsableShare = 0.49;  ///< of the sample rate: no border of a band lies higher
-constexpr double kHighestCentre = 0.4; ///< of the sample rate
+constexpr double kUsableShare = 0.49;   ///< of the sample rate: maximum upper edge of a band
+constexpr double kMaxCentreShare = 0.4; ///< of the sample rate: maximum centre of a band
 
 /// Decibels of a ratio of energies.
 double energyRatioDb(double part, double other) noexcept
@@ -25,10 +28,10 @@ double energyRatioDb(double part, double other) noexcept
     if (part == 0.0 && other == 0.0) return std::numeric_limits<double>::quiet_NaN();
     if (part == 0.0) return -std::numeric_limits<double>::infinity();
     if (other == 0.0) return std::numeric_limits<double>::infinity();
-    return 10.0 * std::log10(part / other);
+    return energyDecibels(part / other);
 }
 
-/// The middle of a band, octave by octave.
+/// Centre frequency of a band.
 double centreHz(std::size_t band)
 {
     return std::ldexp(kLowestCentreHz, static_cast<int>(band));
@@ -39,11 +42,11 @@ constexpr std::array<KindText, 7> kTexts{{
     {.name = "one-sided",
      .gain = "no",
      .brief = "one side only, gains nothing",
-     .sentence = "one side only: an upmix leaves it there, so it gains nothing"},
+     .sentence = "one side only: an upmix leaves it there and gains nothing"},
     {.name = "dual-mono",
      .gain = "no",
      .brief = "dual mono, gains nothing",
-     .sentence = "dual mono: both sides are as good as the same, so an upmix moves all of it to the centre"},
+     .sentence = "dual mono: both sides are nearly identical, so an upmix moves everything to the centre"},
     {.name = "opposite-phase",
      .gain = "no",
      .brief = "opposite phase, invert a side",
@@ -51,11 +54,11 @@ constexpr std::array<KindText, 7> kTexts{{
     {.name = "panned-mono",
      .gain = "little",
      .brief = "one source, gains little",
-     .sentence = "one source at one place off the centre: an upmix puts it between a side and the centre"},
+     .sentence = "one source panned off centre: an upmix places it between a side and the centre"},
     {.name = "independent",
      .gain = "little",
      .brief = "little in common, gains little",
-     .sentence = "left and right have little in common: an upmix finds hardly anything to bring to the centre"},
+     .sentence = "left and right have little in common: an upmix moves hardly anything to the centre"},
     {.name = "stereo",
      .gain = "yes",
      .brief = "worth upmixing",
@@ -66,7 +69,7 @@ constexpr std::array<KindText, 7> kTexts{{
 
 std::optional<double> StereoMeasure::correlation() const noexcept
 {
-    // One root of the product is exact where the sides are alike, which two roots are not.
+    // One root of the product is exact for identical sides; two roots are not.
     const double product = left * right;
     if (product == 0.0) return std::nullopt;
     return std::clamp((mid - side) / 2.0 / std::sqrt(product), -1.0, 1.0);
@@ -82,17 +85,17 @@ double StereoMeasure::leftToRightDb() const noexcept
     return energyRatioDb(left, right);
 }
 
-StereoAnalysis::StereoAnalysis(std::uint32_t sampleRateHz) : measure(usableMeasuring().back().measure)
+StereoAnalysis::StereoAnalysis(std::uint32_t sampleRateHz) : measure(usableVariants().back().measure)
 {
-    record.offsetKept = std::exp(-2.0 * std::numbers::pi * kOffsetHz / sampleRateHz);
+    record.highPassPole = std::exp(-2.0 * std::numbers::pi * kOffsetHz / sampleRateHz);
     const double rate = sampleRateHz;
-    for (; used < StereoRecord::kBands && centreHz(used) <= kHighestCentre * rate; ++used)
+    for (; used < StereoRecord::kBands && centreHz(used) <= kMaxCentreShare * rate; ++used)
         designBand(used, centreHz(used) / std::numbers::sqrt2,
                    std::min(centreHz(used) * std::numbers::sqrt2, kUsableShare * rate), rate);
 }
 
-/// A Butterworth low-pass of order 3, its poles moved to the band and to the z-plane, as three sections of two poles
-/// and a gain of 1 in the middle of the band.
+/// Transforms the poles of a third-order Butterworth low-pass to the band and to the z-plane: three second-order
+/// sections with unity gain at the centre of the band.
 void StereoAnalysis::designBand(std::size_t band, double lowHz, double highHz, double sampleRateHz)
 {
     const double low = std::tan(std::numbers::pi * lowHz / sampleRateHz);
@@ -126,24 +129,24 @@ void StereoAnalysis::designBand(std::size_t band, double lowHz, double highHz, d
 void StereoAnalysis::push(const double* stereo, std::size_t frames) noexcept
 {
     if (frames == 0) return;
-    if (taken == 0) std::copy_n(stereo, 2, record.before);
+    if (frameCount == 0) std::copy_n(stereo, 2, record.previous);
     for (std::size_t i = 0; i < frames && same; ++i) same = stereo[2 * i] == stereo[2 * i + 1];
     measure(record, stereo, frames);
-    taken += frames;
-    forgetTraces();
+    frameCount += frames;
+    flushSubnormals();
 }
 
-/// Ends what rings on inaudibly: subnormal numbers are slow.
-void StereoAnalysis::forgetTraces() noexcept
+/// Clears inaudible filter states, because subnormal numbers are slow.
+void StereoAnalysis::flushSubnormals() noexcept
 {
-    constexpr double kTrace = 1e-100;
-    const auto forget = [](double& value) {
-        if (std::abs(value) < kTrace) value = 0.0;
+    constexpr double kInaudible = 1e-100;
+    const auto flush = [](double& value) {
+        if (std::abs(value) < kInaudible) value = 0.0;
     };
     constexpr std::size_t kStates = sizeof record.state1 / sizeof(double);
-    std::for_each_n(&record.state1[0][0][0], kStates, forget);
-    std::for_each_n(&record.state2[0][0][0], kStates, forget);
-    std::for_each_n(record.highPass, 2, forget);
+    std::for_each_n(&record.state1[0][0][0], kStates, flush);
+    std::for_each_n(&record.state2[0][0][0], kStates, flush);
+    std::for_each_n(record.highPass, 2, flush);
 }
 
 StereoMeasure StereoAnalysis::overall() const noexcept

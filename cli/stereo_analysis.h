@@ -1,3 +1,4 @@
+// Measures how left and right are related and classifies a recording.
 #pragma once
 
 #include "cli/stereo_record.h"
@@ -11,7 +12,7 @@
 namespace tarn
 {
 
-/// How left and right go together, in a band or in all: sums of squares, full scale 1.
+/// Energies of a band or of the whole signal: sums of squares, full scale 1.
 struct StereoMeasure
 {
     double left = 0.0;
@@ -21,23 +22,23 @@ struct StereoMeasure
 
     double energy() const noexcept { return left + right; }
 
-    /// -1 opposite to 1 alike; nothing where a side is silent.
+    /// Correlation: -1 opposite to 1 identical; none if a side is silent.
     std::optional<double> correlation() const noexcept;
 
-    /// Level of side against mid, and of left against right, in dB; infinite where one of the two is silent, not a
-    /// number where both are.
+    /// Level of side against mid, and of left against right, in dB; infinite if one of the two is silent, NaN if both
+    /// are.
     double sideToMidDb() const noexcept;
     double leftToRightDb() const noexcept;
 };
 
-/// An octave band.
+/// Measurement of an octave band.
 struct BandMeasure
 {
     double centreHz;
     StereoMeasure measure;
 };
 
-/// What a stereo recording is to an upmixer.
+/// Kinds of stereo recordings, as they matter for upmixing.
 enum class StereoKind
 {
     Silence,
@@ -51,21 +52,21 @@ enum class StereoKind
 
 /// Measures stereo of any length in constant memory: overall and in octave bands.
 ///
-/// The bands are Butterworth band-passes of order 6, 3 dB down at the borders of the octave. A constant offset, which
-/// is no sound, is in no figure but the peak.
+/// The bands are Butterworth band-passes of order 6, 3 dB down at the edges of the octave. Only the peak includes a DC
+/// offset.
 class StereoAnalysis
 {
 public:
     explicit StereoAnalysis(std::uint32_t sampleRateHz);
 
-    /// Takes up frames of interleaved stereo, full scale 1.
+    /// Adds frames of interleaved stereo, full scale 1.
     void push(const double* stereo, std::size_t frames) noexcept;
 
-    std::uint64_t frames() const noexcept { return taken; }
+    std::uint64_t frames() const noexcept { return frameCount; }
     double peak() const noexcept { return record.largest; }
     StereoMeasure overall() const noexcept;
 
-    /// Whether every sample of the left is that of the right.
+    /// Whether all samples of left and right are equal.
     bool identical() const noexcept { return same; }
 
     /// The bands that fit below half the sample rate, lowest first.
@@ -73,38 +74,38 @@ public:
 
 private:
     void designBand(std::size_t band, double lowHz, double highHz, double sampleRateHz);
-    void forgetTraces() noexcept;
+    void flushSubnormals() noexcept;
 
     MeasureStereo measure;
-    std::size_t used = 0; ///< bands
+    std::size_t used = 0; ///< number of bands
     StereoRecord record{};
     bool same = true;
-    std::uint64_t taken = 0;
+    std::uint64_t frameCount = 0;
 };
 
-// What the kinds are told apart by.
-inline constexpr double kSilencePeakDb = -90.0;       ///< no sample above it: silence
-inline constexpr double kOneSidedDb = 40.0;           ///< one side louder by so much: one-sided
-inline constexpr double kDualMonoSideDb = -40.0;      ///< side against mid, no more: dual mono
-inline constexpr double kCentredDb = 1.0;             ///< left against right, less either way: in the middle
-inline constexpr double kOppositeCorrelation = -0.5;  ///< no more: opposite phase
-inline constexpr double kOneSourceCorrelation = 0.99; ///< no less: one source, panned or in the middle
-inline constexpr double kSharedCorrelation = 0.2;     ///< no less, overall or in a band: something is shared
-inline constexpr double kBandShare = 0.05;            ///< of the energy, for a band to count
+// Thresholds of the kinds.
+inline constexpr double kSilencePeakDb = -90.0;       ///< peak at most: silence
+inline constexpr double kOneSidedDb = 40.0;           ///< level difference at least: one-sided
+inline constexpr double kDualMonoSideDb = -40.0;      ///< side against mid at most: dual mono
+inline constexpr double kCentredDb = 1.0;             ///< level difference below: centred
+inline constexpr double kOppositeCorrelation = -0.5;  ///< at most: opposite phase
+inline constexpr double kOneSourceCorrelation = 0.99; ///< at least: one source, panned or centred
+inline constexpr double kSharedCorrelation = 0.2;     ///< at least, overall or in a band: a shared signal
+inline constexpr double kBandShare = 0.05;            ///< minimum share of the energy for a band to count
 
-/// Tells the kinds apart.
+/// Classifies a recording.
 StereoKind kindOf(const StereoAnalysis& analysis);
 
-/// Whether a band holds enough to count, with left and right opposite.
+/// Whether a band has enough energy to count and opposite phase.
 bool isOppositeBand(const BandMeasure& band, const StereoMeasure& overall) noexcept;
 
-/// A kind in words.
+/// The texts for a kind.
 struct KindText
 {
-    const char* name;     ///< as scripts see it
-    const char* gain;     ///< what upmixing gains: yes, little or no
-    const char* brief;    ///< for a line of a table
-    const char* sentence; ///< without its full stop
+    const char* name;     ///< in JSON
+    const char* gain;     ///< benefit of upmixing: yes, little or no
+    const char* brief;    ///< for a line of the list
+    const char* sentence; ///< without full stop
 };
 
 const KindText& textOf(StereoKind kind) noexcept;

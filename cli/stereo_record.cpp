@@ -1,3 +1,4 @@
+// Lists the variants of the stereo analysis that this processor can run.
 #include "cli/stereo_record.h"
 
 #include "dispatch/instruction_set_list.h"
@@ -16,13 +17,13 @@ namespace tarn
     }
 TARN_FOR_EACH_INSTRUCTION_SET(TARN_DECLARE)
 
-std::span<const StereoMeasuring> usableMeasuring() noexcept
+std::span<const MeasureStereoVariant> usableVariants() noexcept
 {
-#define TARN_MEASURING(set, condition) {#set, set::kMeasureStereo},
-    static const StereoMeasuring all[] = {TARN_FOR_EACH_INSTRUCTION_SET(TARN_MEASURING)};
-    const std::span<const StereoMeasuring> sets(all);
-    // The library has found out which one is the fastest that the processor has.
-    const auto fastest = std::find_if(sets.begin(), sets.end(), [](const StereoMeasuring& set) {
+#define TARN_VARIANT(set, condition) {#set, set::kMeasureStereo},
+    static const MeasureStereoVariant all[] = {TARN_FOR_EACH_INSTRUCTION_SET(TARN_VARIANT)};
+    const std::span<const MeasureStereoVariant> sets(all);
+    // The library selected the fastest instruction set of this processor.
+    const auto fastest = std::find_if(sets.begin(), sets.end(), [](const MeasureStereoVariant& set) {
         return std::string_view(set.instructionSet) == zrk_tarn_instruction_set();
     });
     return sets.first(static_cast<std::size_t>(fastest - sets.begin()) + 1);

@@ -1,3 +1,4 @@
+// The state of the stereo analysis, and its variants per instruction set.
 #pragma once
 
 #include <cstddef>
@@ -6,11 +7,11 @@
 namespace tarn
 {
 
-/// What StereoAnalysis knows of a recording: filters and their states, and the figures so far.
+/// State of StereoAnalysis: filter coefficients, filter states and sums.
 struct StereoRecord
 {
     static constexpr int kBands = 10;
-    static constexpr int kSections = 3; ///< of two poles each, one after the other
+    static constexpr int kSections = 3; ///< cascaded second-order sections
 
     /// Sums of squares, full scale 1, in the order left, right, left + right, left - right.
     static constexpr int kSums = 4;
@@ -18,33 +19,32 @@ struct StereoRecord
     double gain[kSections][kBands];
     double a1[kSections][kBands];
     double a2[kSections][kBands];
-    double state1[2][kSections][kBands]; ///< of left and of right, with the sign changed
+    double state1[2][kSections][kBands]; ///< of left and right, negated
     double state2[2][kSections][kBands];
     double bandSums[kSums][kBands];
 
-    double offsetKept;  ///< of a high-pass of order 1, per sample
-    double before[2];   ///< its input at the last sample, left and right
-    double highPass[2]; ///< its output
+    double highPassPole; ///< of a first-order high-pass
+    double previous[2];  ///< its previous input, left and right
+    double highPass[2];  ///< its output
     double totalSums[kSums];
-    double largest; ///< magnitude
+    double largest; ///< peak magnitude
 };
 
-/// Takes up frames: the sums of the bands, the sums of all behind the high-pass, and the largest magnitude.
+/// Processes frames: updates the sums of the bands, the sums of the whole signal after the high-pass, and the peak.
 ///
-/// The same figures to the last bit with every instruction set: bands are lanes, and every sum is over ascending
-/// frames.
+/// Every instruction set gives the same bits: bands are lanes, and every sum adds frames in ascending order.
 ///
 /// stereo  [2 * frames]  interleaved, full scale 1
 using MeasureStereo = void (*)(StereoRecord& record, const double* stereo, std::size_t frames) noexcept;
 
-/// For an instruction set that this processor has.
-struct StereoMeasuring
+/// A variant of MeasureStereo for one instruction set.
+struct MeasureStereoVariant
 {
     const char* instructionSet;
     MeasureStereo measure;
 };
 
-/// Those that this processor can run, the fastest last.
-std::span<const StereoMeasuring> usableMeasuring() noexcept;
+/// The variants that this processor can run, the fastest last.
+std::span<const MeasureStereoVariant> usableVariants() noexcept;
 
 } // namespace tarn

@@ -1,6 +1,8 @@
+// Checks sample rates and parses --raw.
 #include "cli/stream_format.h"
 
 #include "cli/failure.h"
+#include "stream/stream_types.h"
 
 #include <algorithm>
 #include <charconv>
@@ -12,7 +14,7 @@ namespace tarn
 namespace
 {
 
-/// A whole text as a number without sign; 0, which is no rate and no width, for all else.
+/// Parses a text as an unsigned number; 0 if it is not one.
 std::uint32_t wholeNumber(std::string_view text)
 {
     std::uint32_t value = 0;
@@ -20,31 +22,31 @@ std::uint32_t wholeNumber(std::string_view text)
     return error == std::errc{} && end == text.data() + text.size() ? value : 0;
 }
 
-// Below, there is no sound; above, nobody records it. Other numbers come from damaged headers.
-constexpr std::uint32_t kLowestRate = 4000;
-constexpr std::uint32_t kHighestRate = 768000;
+// Rates outside this range come from damaged headers.
+constexpr std::uint32_t kMinRateHz = 4000;
+constexpr std::uint32_t kMaxRateHz = 768000;
 
 } // namespace
 
 bool isConvertibleRate(std::uint32_t sampleRate) noexcept
 {
-    return sampleRate >= kLowestRate && sampleRate <= kHighestRate;
+    return sampleRate >= kMinRateHz && sampleRate <= kMaxRateHz;
 }
 
 std::string convertibleRates()
 {
-    return std::to_string(kLowestRate) + " to " + std::to_string(kHighestRate) + " Hz";
+    return std::to_string(kMinRateHz) + " to " + std::to_string(kMaxRateHz) + " Hz";
 }
 
 std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept
 {
-    const auto found = std::lower_bound(kSampleRates.begin(), kSampleRates.end(), sampleRate);
-    return found == kSampleRates.end() ? kSampleRates.back() : *found;
+    const auto found = std::lower_bound(zrk_tarn::kSampleRatesHz.begin(), zrk_tarn::kSampleRatesHz.end(), sampleRate);
+    return found == zrk_tarn::kSampleRatesHz.end() ? zrk_tarn::kSampleRatesHz.back() : *found;
 }
 
 std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept
 {
-    // In two parts, so that nothing overflows.
+    // Whole seconds and the rest separately, so that nothing overflows.
     const std::uint64_t seconds = frames / rate;
     const std::uint64_t rest = frames % rate;
     const std::uint64_t rounded = seconds * newRate + (2 * rest * newRate + rate) / (2 * std::uint64_t{rate});
@@ -63,7 +65,7 @@ StreamFormat parseRawFormat(const std::string& text)
     if (format.sampleRate == 0 || format.bits == 0)
         throw Failure(EX_USAGE, "--raw " + text + ": not RATE:BITS; write for example --raw 48000:16");
     if (!isConvertibleRate(format.sampleRate))
-        throw Failure(EX_USAGE, "--raw " + text + ": is no rate of sound; use " + convertibleRates());
+        throw Failure(EX_USAGE, "--raw " + text + ": unsupported sample rate; use " + convertibleRates());
     if (std::find(kWidths.begin(), kWidths.end(), format.bits) == kWidths.end())
         throw Failure(EX_USAGE, "--raw " + text + ": samples of this width are not supported; use 16, 24 or 32 bits");
     return format;

@@ -1,6 +1,5 @@
+// Sample rate and width of PCM, and sample conversions.
 #pragma once
-
-#include "stream/stream_types.h"
 
 #include <algorithm>
 #include <array>
@@ -11,9 +10,6 @@
 
 namespace tarn
 {
-
-/// Sample rates of the engine, Hz.
-inline constexpr auto kSampleRates = zrk_tarn::kSampleRatesHz;
 
 /// Sample widths that the command writes, bits.
 inline constexpr std::array<std::uint32_t, 3> kWidths{16, 24, 32};
@@ -27,27 +23,26 @@ struct StreamFormat
     std::uint32_t bytesPerSample() const noexcept { return bits / 8; }
 };
 
-/// Whether a sample rate is one of sound, which can be converted to one of the engine's.
+/// Whether a sample rate can be converted to one of the engine's.
 bool isConvertibleRate(std::uint32_t sampleRate) noexcept;
 
-/// These rates for people: "4000 to 768000 Hz".
+/// The range of these rates for messages: "4000 to 768000 Hz".
 std::string convertibleRates();
 
-/// The engine's lowest rate that is not below this one, or its highest.
+/// The lowest rate of the engine that is not below this rate; its highest if there is none.
 std::uint32_t engineRateFor(std::uint32_t sampleRate) noexcept;
 
-/// The length of a recording of so many frames at another rate, rounded to the nearest frame; at least 1 unless it is
-/// 0.
+/// Converts a number of frames to another rate, rounded to nearest; at least 1 unless frames is 0.
 std::uint64_t framesAtRate(std::uint64_t frames, std::uint32_t rate, std::uint32_t newRate) noexcept;
 
 /// Reads "RATE:BITS", as in 48000:16.
 ///
-/// Throws Failure (EX_USAGE) for anything else, and for rates and widths that are not supported.
+/// Throws Failure (EX_USAGE) for other texts and for unsupported rates and widths.
 StreamFormat parseRawFormat(const std::string& text);
 
-/// Rounds a left-justified sample half away from zero to the width's right-justified range, and saturates.
+/// Converts a left-justified sample to a right-justified one of the width: rounds half away from zero and saturates.
 ///
-/// Samples that are no wider than the width come out exactly, shifted.
+/// Exact for samples that already fit the width.
 constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) noexcept
 {
     if (bits == 32) return leftJustified;
@@ -59,7 +54,7 @@ constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) n
     return static_cast<std::int32_t>(magnitude < ceiling ? magnitude : ceiling);
 }
 
-/// A sample in units of full scale as a left-justified one, rounded half away from zero and saturated.
+/// Converts a sample of full scale 1 to a left-justified one: rounds half away from zero and saturates.
 inline std::int32_t fromFullScale(double sample) noexcept
 {
     const double scaled = std::round(sample * 0x1p31);
@@ -73,7 +68,7 @@ inline void storePcm(std::uint8_t* to, std::int32_t sample, std::uint32_t bytes)
     for (std::uint32_t i = 0; i < bytes; ++i) to[i] = static_cast<std::uint8_t>(word >> (8 * i));
 }
 
-/// Loads a little-endian sample as a left-justified one.
+/// Loads a little-endian sample and left-justifies it.
 inline std::int32_t loadLeftJustified(const std::uint8_t* from, std::uint32_t bytes) noexcept
 {
     std::uint32_t word = 0;

@@ -1,3 +1,4 @@
+// Tags, pictures and FLAC metadata blocks of a recording.
 #pragma once
 
 #include <string>
@@ -10,21 +11,20 @@
 namespace tarn
 {
 
-/// A picture that belongs to a recording, such as the cover of its album.
+/// A picture of a recording, such as an album cover.
 struct Picture
 {
-    int kind = 0; ///< number of ID3v2 and FLAC; 3 is a front cover
+    int kind = 0; ///< type number of ID3v2 and FLAC; 3 is a front cover
     TagLib::String mimeType;
     TagLib::String description;
     int width = 0;  ///< pixels; 0 if unknown
     int height = 0; ///< pixels; 0 if unknown
-    int depth = 0;  ///< bits of a pixel; 0 if unknown
+    int depth = 0;  ///< bits per pixel; 0 if unknown
     int colours = 0;
     TagLib::ByteVector data;
 };
 
-/// A metadata block of FLAC, as it is in the file: a cue sheet, or the data of an application behind its four
-/// characters.
+/// A FLAC metadata block in binary form: a cue sheet, or the four-character id and the data of an application.
 struct FlacBlock
 {
     bool isCueSheet = false;
@@ -37,25 +37,25 @@ struct FlacBlock
     }
 };
 
-/// What a file says about its recording.
+/// Tags of a recording.
 struct Tags
 {
     TagLib::PropertyMap texts; ///< by the names of Vorbis comments: TITLE, ALBUMARTIST, MUSICBRAINZ_TRACKID, ...
     std::vector<Picture> pictures;
-    std::vector<FlacBlock> flacBlocks; ///< for another FLAC file
-    std::vector<std::string> leftOut;  ///< sentences about what has no name in other formats
-    bool converted = false;            ///< texts were not UTF-8 where they should be, and were read as Windows-1252
+    std::vector<FlacBlock> flacBlocks; ///< copied to FLAC outputs
+    std::vector<std::string> leftOut;  ///< notes about tags that other formats cannot hold
+    bool converted = false;            ///< texts were not UTF-8 and were read as Windows-1252
 };
 
-/// Reads the tags that still hold for an upmix of the recording.
+/// Reads the tags that stay valid for an upmix of the recording.
 ///
-/// Texts come from ID3v2, APE and ID3v1 tags, Vorbis comments, RIFF INFO and the text chunks of other containers, in
-/// this order where a file has several; pictures from ID3v2, FLAC and Vorbis comments. Replay gain, the name and the
-/// settings of the encoder and the channel mask describe the stereo file and are left out.
+/// Reads texts from ID3v2, APE and ID3v1 tags, Vorbis comments, RIFF INFO and the text chunks of other containers; if a
+/// file has several, in this order. Reads pictures from ID3v2, APE, FLAC and Vorbis comments. Ignores replay gain,
+/// encoder settings and the channel mask, which describe the stereo file.
 ///
 /// descriptor  open for reading; its position moves
-/// file        the same file as libsndfile has opened it; null if it is FLAC or MPEG audio
-/// format      of that file, in the numbers of libsndfile
+/// file        the same file, opened by libsndfile; null for FLAC and MPEG audio
+/// format      format code of libsndfile
 Tags readTags(int descriptor, SNDFILE* file, int format);
 
 } // namespace tarn

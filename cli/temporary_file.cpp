@@ -1,3 +1,4 @@
+// Creates temporary files and removes those of killed runs.
 #include "cli/temporary_file.h"
 
 #include <algorithm>
@@ -21,10 +22,10 @@ namespace
 {
 
 constexpr std::string_view kMark = ".tarn-";
-constexpr std::string_view kRandom = "XXXXXX"; ///< as mkostemp takes it
+constexpr std::string_view kRandom = "XXXXXX"; ///< placeholder of mkostemp
 constexpr std::size_t kAdded = 1 + kMark.size() + kRandom.size();
 
-/// Whether a temporary file has such a name.
+/// Whether a name has the form of a temporary file.
 bool isTemporaryName(std::string_view name)
 {
     if (name.size() <= kAdded || name.front() != '.') return false;
@@ -35,7 +36,7 @@ bool isTemporaryName(std::string_view name)
            });
 }
 
-/// The first bytes of a name, without half a character of UTF-8 at the end.
+/// The first bytes of a name; does not split a UTF-8 character.
 std::string shortened(const std::string& name, std::size_t bytes)
 {
     if (name.size() <= bytes) return name;
@@ -43,8 +44,8 @@ std::string shortened(const std::string& name, std::size_t bytes)
     return name.substr(0, bytes);
 }
 
-/// Waits for the lock; another run holds it only while it looks at the file.
-void lockNow(int descriptor) noexcept
+/// Waits for the lock. Other processes hold it only briefly, while they check the file.
+void waitForLock(int descriptor) noexcept
 {
     while (flock(descriptor, LOCK_EX) != 0 && errno == EINTR) {
     }
@@ -56,7 +57,7 @@ bool hasName(int descriptor) noexcept
     return fstat(descriptor, &status) == 0 && status.st_nlink > 0;
 }
 
-/// Removes the file if it is a regular one of this user, nobody holds its lock, and the name still means this file.
+/// Removes a regular file of this user if it is unlocked and the name still refers to it.
 void removeIfStale(const std::filesystem::path& path) noexcept
 {
     const Descriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -73,14 +74,14 @@ void removeIfStale(const std::filesystem::path& path) noexcept
 
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name)
 {
-    const std::size_t limit = longestName(directory);
+    const std::size_t limit = maxNameBytes(directory);
     const std::string begin = shortened(name, limit > kAdded ? limit - kAdded : 1);
     while (true) {
         std::string path = directory / ("." + begin + std::string(kMark) + std::string(kRandom));
         Descriptor file(mkostemp(path.data(), O_CLOEXEC));
         if (file.number() < 0) return {.path = {}, .file = Descriptor(), .lock = Descriptor()};
-        lockNow(file.number());
-        // Another run may have removed it before it was locked.
+        waitForLock(file.number());
+        // Another process may have removed it before it was locked.
         if (!hasName(file.number())) continue;
         Descriptor lock(fcntl(file.number(), F_DUPFD_CLOEXEC, 0));
         return {.path = std::move(path), .file = std::move(file), .lock = std::move(lock)};
@@ -103,11 +104,11 @@ void removeStaleTemporariesOnce(const std::filesystem::path& directory)
     if (seen.emplace(status.st_dev, status.st_ino).second) removeStaleTemporaries(directory);
 }
 
-std::size_t longestName(const std::filesystem::path& directory)
+std::size_t maxNameBytes(const std::filesystem::path& directory)
 {
-    constexpr std::size_t kUsual = 255;
+    constexpr std::size_t kDefault = 255;
     const long limit = pathconf(directory.empty() ? "." : directory.c_str(), _PC_NAME_MAX);
-    return limit > 0 ? static_cast<std::size_t>(limit) : kUsual;
+    return limit > 0 ? static_cast<std::size_t>(limit) : kDefault;
 }
 
 } // namespace tarn

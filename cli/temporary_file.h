@@ -1,3 +1,4 @@
+// Locked temporary files beside the outputs.
 #pragma once
 
 #include "cli/descriptor.h"
@@ -9,29 +10,28 @@
 namespace tarn
 {
 
-/// A hidden file, .NAME.tarn-XXXXXX, that a run writes before it gets its name.
+/// A hidden file, .NAME.tarn-XXXXXX, that becomes an output file.
 ///
-/// The run holds a lock on it. A run that was killed holds none, so that another run can tell what is left behind from
-/// what is being written.
+/// The process holds a lock on it. A killed process holds none, so other processes can recognise its stale files.
 struct TemporaryFile
 {
     std::string path;
-    Descriptor file; ///< open for reading and writing, and owner of the lock; none if the file could not be created
-    Descriptor lock; ///< keeps the lock when file is closed
+    Descriptor file; ///< open for reading and writing; none if creation failed
+    Descriptor lock; ///< keeps the lock after file is closed
 };
 
-/// Creates and locks a temporary file for a file of a name. errno says why, if there is none.
+/// Creates and locks a temporary file for an output of this name. On failure, errno holds the reason.
 ///
-/// Where the file system has no locks, the file has none; such files are never taken for left behind.
+/// On file systems without locks, temporary files are never removed as stale.
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name);
 
-/// Removes the caller's temporary files on which no run holds a lock.
+/// Removes unlocked temporary files of this user.
 void removeStaleTemporaries(const std::filesystem::path& directory);
 
-/// The same, but only the first time for a directory in this process and those that it forks afterwards.
+/// The same, but only once per directory in this process and its later children.
 void removeStaleTemporariesOnce(const std::filesystem::path& directory);
 
-/// Bytes of the longest file name that a directory takes.
-std::size_t longestName(const std::filesystem::path& directory);
+/// Maximum length of a file name in a directory, in bytes.
+std::size_t maxNameBytes(const std::filesystem::path& directory);
 
 } // namespace tarn

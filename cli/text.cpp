@@ -1,7 +1,7 @@
+// Quotes file names, checks UTF-8, formats durations and columns.
 #include "cli/text.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -13,13 +13,13 @@ namespace tarn
 namespace
 {
 
-/// Whether a byte of UTF-8 goes on with a character.
+/// Whether a byte continues a UTF-8 character.
 bool isContinuation(char byte) noexcept
 {
     return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
 }
 
-/// Bytes of the character of UTF-8 that a text begins with; 0 if it begins with none.
+/// Length of the first UTF-8 character in bytes; 0 if it is invalid.
 std::size_t firstCharacterBytes(std::string_view text) noexcept
 {
     const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
@@ -29,13 +29,13 @@ std::size_t firstCharacterBytes(std::string_view text) noexcept
     if (first < 0xc2 || first > 0xf4 || text.size() < bytes) return 0;
     for (std::size_t i = 1; i < bytes; ++i)
         if (!isContinuation(text[i])) return 0;
-    // Longer forms of what has a shorter one, halves of UTF-16's pairs, and what lies above the last character.
+    // Refuses overlong forms, UTF-16 surrogates, and code points above U+10FFFF.
     if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f)) return 0;
     if ((first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f)) return 0;
     return bytes;
 }
 
-/// The same if the character can be shown; 0 if it is a control character.
+/// The same for printable characters; 0 for control characters.
 std::size_t printableBytes(std::string_view text) noexcept
 {
     const auto first = static_cast<unsigned char>(text[0]);
@@ -43,7 +43,7 @@ std::size_t printableBytes(std::string_view text) noexcept
     return first < 0x20 || first == 0x7f || isC1 ? 0 : firstCharacterBytes(text);
 }
 
-/// In $'...', with numbers for what cannot be shown.
+/// Quotes as $'...' with octal numbers for unprintable bytes.
 std::string dollarQuoted(const std::string& name)
 {
     std::string quoted = "$'";
@@ -87,7 +87,7 @@ std::string printable(const std::string& text)
     for (std::string_view rest = text; !rest.empty();) {
         const std::size_t bytes = printableBytes(rest);
         line += bytes > 0 ? rest.substr(0, bytes) : "?";
-        // A control character that takes two bytes is one question mark.
+        // A control character of two bytes becomes one question mark.
         rest.remove_prefix(std::max<std::size_t>(firstCharacterBytes(rest), 1));
     }
     return line;
@@ -143,12 +143,12 @@ std::size_t characters(const std::string& text)
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(c); }));
 }
 
-std::string lastCharacters(const std::string& text, std::size_t most)
+std::string lastCharacters(const std::string& text, std::size_t maxCharacters)
 {
     const std::string gap = "...";
-    if (characters(text) <= most) return text;
+    if (characters(text) <= maxCharacters) return text;
     std::size_t start = text.size();
-    for (std::size_t kept = 0; kept + gap.size() < most; ++kept)
+    for (std::size_t kept = 0; kept + gap.size() < maxCharacters; ++kept)
         while (start > 0 && isContinuation(text[--start])) {
         }
     return gap + text.substr(start);
@@ -162,11 +162,6 @@ std::string padded(const std::string& text, std::size_t width)
 std::string rightAligned(const std::string& text, std::size_t width)
 {
     return std::string(width - std::min(width, characters(text)), ' ') + text;
-}
-
-double decibels(double ratio) noexcept
-{
-    return 20.0 * std::log10(ratio);
 }
 
 } // namespace tarn

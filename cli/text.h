@@ -1,3 +1,4 @@
+// Quoting, UTF-8 and number formatting for messages.
 #pragma once
 
 #include <cstddef>
@@ -7,16 +8,16 @@
 namespace tarn
 {
 
-/// A file name as a shell takes it: unchanged where that is safe, in single quotes otherwise.
+/// Quotes a file name for a shell: unchanged if that is safe, else in single quotes.
 ///
-/// Names with control characters or bytes that are not UTF-8 are quoted as $'...' with octal numbers, which bash, zsh
-/// and ksh know, so that the quoted form is the same after printable().
+/// Quotes names with control characters or bytes that are not UTF-8 as $'...' with octal numbers for bash, zsh and ksh.
+/// printable() does not change the quoted form.
 std::string shellQuoted(const std::string& name);
 
-/// A text for a line on a terminal: control characters (C0, DEL and C1) and bytes that are not UTF-8 become '?'.
+/// Makes a text safe for a terminal: control characters (C0, DEL, C1) and bytes that are not UTF-8 become '?'.
 std::string printable(const std::string& text);
 
-/// The system's words for an error number.
+/// The system's message for an error number.
 std::string systemError(int errorNumber);
 
 /// A length of audio as minutes and seconds, 1:02.345, or with hours, 2:00:00.000.
@@ -25,25 +26,22 @@ std::string durationText(std::uint64_t frames, std::uint32_t sampleRate);
 /// The same without milliseconds, 1:02.
 std::string shortDurationText(std::uint64_t frames, std::uint32_t sampleRate);
 
-/// Formats one number as printf does.
+/// Formats a number like printf.
 std::string formatted(const char* format, double value);
 
-/// Whether all of a text is UTF-8.
+/// Whether a text is valid UTF-8.
 bool isUtf8(const std::string& text) noexcept;
 
-/// Characters of a text in UTF-8.
+/// Number of characters of a UTF-8 text.
 std::size_t characters(const std::string& text);
 
-/// The end of a text, with ... before it where characters are left out.
-std::string lastCharacters(const std::string& text, std::size_t most);
+/// Truncates a text to its last characters, with ... in front.
+std::string lastCharacters(const std::string& text, std::size_t maxCharacters);
 
-/// A text with blanks before it up to a width in characters.
+/// Pads a text on the left to a width in characters.
 std::string rightAligned(const std::string& text, std::size_t width);
 
-/// A text with blanks behind it up to a width in characters.
+/// Pads a text on the right to a width in characters.
 std::string padded(const std::string& text, std::size_t width);
-
-/// Decibels of a ratio of amplitudes; minus infinity for zero.
-double decibels(double ratio) noexcept;
 
 } // namespace tarn

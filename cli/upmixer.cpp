@@ -1,3 +1,4 @@
+// Feeds frames to the engine and removes its delay.
 #include "cli/upmixer.h"
 
 #include "host/zrk_tarn_processor.h"
@@ -34,10 +35,11 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
                  AudioSink& outputSink)
     : format(streamFormat),
       sink(outputSink),
-      frameBytes(std::size_t{layout.slots} * streamFormat.bytesPerSample()),
+      slots(layout.slots),
       stream(configurationOf(layout, streamFormat, settings)),
       stereoBytes(kChunkFrames * 2 * streamFormat.bytesPerSample()),
-      slots(kChunkFrames * frameBytes),
+      slotBytes(kChunkFrames * slots * streamFormat.bytesPerSample()),
+      samples(kChunkFrames * slots),
       toSkip(zrk_tarn::UpmixStream::latencyFrames() - (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
 {
     stream.setMakeUpGain(settings.gain);
@@ -48,34 +50,38 @@ void Upmixer::push(const std::int32_t* stereo, std::size_t frames)
 {
     const std::uint32_t bytes = format.bytesPerSample();
     while (frames > 0) {
-        const std::size_t taken = std::min(frames, kChunkFrames);
-        for (std::size_t i = 0; i < 2 * taken; ++i)
+        const std::size_t chunk = std::min(frames, kChunkFrames);
+        for (std::size_t i = 0; i < 2 * chunk; ++i)
             storePcm(&stereoBytes[i * bytes], toWidth(stereo[i], format.bits), bytes);
-        stream.process(stereoBytes.data(), slots.data(), taken);
-        consumed += taken;
-        deliver(taken);
-        stereo += 2 * taken;
-        frames -= taken;
+        stream.process(stereoBytes.data(), slotBytes.data(), chunk);
+        consumed += chunk;
+        deliver(chunk);
+        stereo += 2 * chunk;
+        frames -= chunk;
     }
 }
 
 void Upmixer::finish()
 {
-    // No more than is due: what comes later is not to be counted as clipped.
+    // Drains only the frames that are due, so that later samples do not count as clipped.
     while (delivered < consumed) {
         const std::uint64_t due = toSkip + (consumed - delivered);
-        deliver(stream.drain(slots.data(), static_cast<std::size_t>(std::min<std::uint64_t>(due, kChunkFrames))));
+        deliver(stream.drain(slotBytes.data(), static_cast<std::size_t>(std::min<std::uint64_t>(due, kChunkFrames))));
     }
 }
 
-/// Writes the processed frames that are due: neither before the first of the input nor after its last.
+/// Writes the processed frames that belong to the input: none before its first, none after its last.
 void Upmixer::deliver(std::size_t frames)
 {
     const auto skipped = static_cast<std::size_t>(std::min<std::uint64_t>(frames, toSkip));
     const auto due = static_cast<std::size_t>(std::min<std::uint64_t>(frames - skipped, consumed - delivered));
     toSkip -= skipped;
     delivered += due;
-    if (due > 0) sink.write(slots.data() + skipped * frameBytes, due);
+    if (due == 0) return;
+    const std::uint32_t bytes = format.bytesPerSample();
+    const std::uint8_t* const first = slotBytes.data() + skipped * slots * bytes;
+    for (std::size_t i = 0; i < due * slots; ++i) samples[i] = loadLeftJustified(first + i * bytes, bytes);
+    sink.write(samples.data(), due);
 }
 
 } // namespace tarn

@@ -1,3 +1,4 @@
+// Upmixes a recording of any length with the engine.
 #pragma once
 
 #include "cli/audio_sink.h"
@@ -12,34 +13,34 @@
 namespace tarn
 {
 
-/// What the engine is set up with.
+/// Settings of the engine.
 struct EngineSettings
 {
     zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
     zrk_tarn::RemapGains remap{}; ///< for remapped layouts
     float gain = 1.0f;            ///< of the output, 0 to zrk_tarn::kMaxMakeUpGain
-    bool bypass = false;          ///< left and right as they came in
+    bool bypass = false;          ///< passes left and right through unchanged
 };
 
 /// Upmixes a recording of any length in constant memory: stereo in, slots out.
 class Upmixer
 {
 public:
-    /// align  whether the output is shifted to the input's position, with the engine's tail flushed at the end;
-    ///        otherwise it comes late by the engine's delay and without the tail
-    /// sink   what the output goes to, as many frames in all as the input has
+    /// align  removes the delay of the engine from the output; otherwise the output is late by that delay and its
+    ///        tail is cut off
+    /// sink   receives as many frames as the input has
     Upmixer(const Layout& layout, StreamFormat format, const EngineSettings& settings, bool align, AudioSink& sink);
 
     /// Upmixes frames of interleaved left-justified stereo.
     void push(const std::int32_t* stereo, std::size_t frames);
 
-    /// Writes what is left after the last push.
+    /// Writes the frames that remain after the last push.
     void finish();
 
-    /// Frames pushed so far, which is the length of the output.
+    /// Frames pushed so far: the length of the output.
     std::uint64_t frames() const noexcept { return consumed; }
 
-    /// Samples that the gain has driven beyond full scale, in whole blocks of 64 frames.
+    /// Samples that the gain clipped, counted in whole blocks of 64 frames.
     std::uint64_t clipped() const noexcept { return stream.meters().saturated; }
 
 private:
@@ -47,11 +48,12 @@ private:
 
     StreamFormat format;
     AudioSink& sink;
-    std::size_t frameBytes; ///< of the output
+    std::size_t slots;
     zrk_tarn::UpmixStream stream;
-    std::vector<std::uint8_t> stereoBytes; ///< kChunkFrames in the engine's format
-    std::vector<std::uint8_t> slots;       ///< kChunkFrames
-    std::uint64_t toSkip;                  ///< frames of output still to be dropped
+    std::vector<std::uint8_t> stereoBytes; ///< kChunkFrames of input in the engine's format
+    std::vector<std::uint8_t> slotBytes;   ///< kChunkFrames of output in the engine's format
+    std::vector<std::int32_t> samples;     ///< the same, left-justified
+    std::uint64_t toSkip;                  ///< frames of output still to drop
     std::uint64_t consumed = 0;            ///< frames of input
     std::uint64_t delivered = 0;           ///< frames of output
 };

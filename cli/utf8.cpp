@@ -1,3 +1,4 @@
+// Decodes UTF-8 or Windows-1252.
 #include "cli/utf8.h"
 
 #include "cli/text.h"
@@ -12,8 +13,8 @@ namespace tarn
 namespace
 {
 
-/// Windows-1252 from 0x80 to 0x9f; the five bytes that it leaves undefined are those of ISO 8859-1. All other bytes
-/// have the number of their character.
+/// Code points of Windows-1252 for 0x80 to 0x9f; its five undefined bytes are those of ISO 8859-1. All other bytes
+/// equal their code points.
 constexpr std::array<wchar_t, 32> kWindows1252{
     0x20ac, 0x0081, 0x201a, 0x0192, 0x201e, 0x2026, 0x2020, 0x2021, 0x02c6, 0x2030, 0x0160,
     0x2039, 0x0152, 0x008d, 0x017d, 0x008f, 0x0090, 0x2018, 0x2019, 0x201c, 0x201d, 0x2022,

@@ -1,3 +1,4 @@
+// Converts text of unknown encoding to UTF-8.
 #pragma once
 
 #include <string>
@@ -5,8 +6,8 @@
 namespace tarn
 {
 
-/// A text in an encoding that its file does not name, as UTF-8: the bytes themselves where they are well-formed, else
-/// what they mean in Windows-1252, of which ISO 8859-1 is a part.
+/// Converts a text of unknown encoding to UTF-8. Keeps valid UTF-8 and reads other bytes as Windows-1252, which
+/// includes the printable characters of ISO 8859-1.
 std::string toUtf8(const std::string& bytes);
 
 } // namespace tarn

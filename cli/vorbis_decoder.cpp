@@ -1,3 +1,4 @@
+// Decodes Ogg Vorbis with libvorbis.
 #include "cli/vorbis_decoder.h"
 
 #include <algorithm>
@@ -22,7 +23,7 @@ VorbisDecoder::VorbisDecoder(int descriptor, ByteRange part, int serial, const S
     const bool works = readHeaders() && info.channels == described.channels && info.rate == described.samplerate &&
                        vorbis_synthesis_init(&dsp, &info) == 0;
     if (!works) {
-        // A constructor that throws has no destructor.
+        // The destructor does not run after a throwing constructor.
         vorbis_comment_clear(&comment);
         vorbis_info_clear(&info);
         throw std::runtime_error("its Vorbis headers are damaged");
@@ -30,7 +31,7 @@ VorbisDecoder::VorbisDecoder(int descriptor, ByteRange part, int serial, const S
     vorbis_block_init(&dsp, &block);
     facts = described;
     positions = {.canBeNegative = true, .maxTrim = vorbis_info_blocksize(&info, 1)};
-    // The page of the last header can hold audio as well.
+    // The page of the last header can also contain audio.
     decodePackets();
     while (!hasFrames() && decodePage()) {
     }
@@ -67,7 +68,7 @@ bool VorbisDecoder::decode(ogg_packet& packet, std::vector<float>& to)
     const int result = vorbis_synthesis(&block, &packet);
     if (result == OV_ENOTAUDIO) return true; // some files repeat the headers
     if (result != 0) return false;
-    // libvorbis would cut frames off packet by packet; OggDecoder does so for the whole page.
+    // Prevents libvorbis from trimming packets; OggDecoder trims the whole page.
     block.granulepos = -1;
     block.eofflag = 0;
     vorbis_synthesis_blockin(&dsp, &block);

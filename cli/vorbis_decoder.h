@@ -1,3 +1,4 @@
+// Decoder for Ogg Vorbis.
 #pragma once
 
 #include "cli/ogg_decoder.h"
@@ -9,11 +10,11 @@
 namespace tarn
 {
 
-/// Ogg Vorbis by libvorbis.
+/// Decodes Ogg Vorbis with libvorbis.
 class VorbisDecoder final : public OggDecoder
 {
 public:
-    /// described  what libsndfile found in the part
+    /// described  format and length according to libsndfile
     VorbisDecoder(int descriptor, ByteRange part, int serial, const SF_INFO& described);
     ~VorbisDecoder() override;
 

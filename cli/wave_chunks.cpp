@@ -1,3 +1,4 @@
+// Reads iXML and cart chunks and converts their sample counts.
 #include "cli/wave_chunks.h"
 
 #include "cli/stream_format.h"
@@ -14,18 +15,18 @@ namespace tarn
 namespace
 {
 
-constexpr std::size_t kCartTimers = 684; ///< position of eight pairs of a mark and a number of frames
+constexpr std::size_t kCartTimers = 684; ///< offset of eight pairs of a mark and a frame count
 constexpr std::size_t kCartTimersEnd = kCartTimers + std::size_t{8} * 8;
 
-/// Chunks of the file itself, and those that are read as tags.
-bool belongsElsewhere(const std::string& name)
+/// Whether a chunk describes the file format or is read as a tag.
+bool isFormatOrTag(const std::string& name)
 {
     constexpr std::array kNames{"ds64", "fmt ", "fact", "data", "PEAK", "levl", "JUNK",
                                 "junk", "PAD ", "FLLR", "LIST", "id3 ", "ID3 "};
     return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
 }
 
-/// Removes elements of iXML, which have no attributes and are never within one of their own name. Returns those found.
+/// Removes iXML elements, which have no attributes and are never nested in their own kind. Returns those found.
 std::vector<std::string> removeElements(std::string& xml, std::initializer_list<const char*> names)
 {
     std::vector<std::string> found;
@@ -47,7 +48,7 @@ std::vector<std::string> removeElements(std::string& xml, std::initializer_list<
     return found;
 }
 
-/// Converts a number of 32 bits.
+/// Converts a 32-bit frame count.
 void convertFrames(std::string& bytes, std::size_t at, std::uint32_t rate, std::uint32_t newRate)
 {
     std::uint64_t frames = 0;
@@ -80,7 +81,7 @@ WaveChunks readWaveChunks(int descriptor, bool bigEndian)
     for (const std::string& list : chunksNamed(descriptor, "LIST"))
         if (!list.starts_with("INFO")) leaveOut("LIST " + list.substr(0, 4));
     for (const std::string& name : chunkNames(descriptor))
-        if (!belongsElsewhere(name) && name != "iXML" && name != "cart") leaveOut(name);
+        if (!isFormatOrTag(name) && name != "iXML" && name != "cart") leaveOut(name);
     return chunks;
 }
 

@@ -1,3 +1,4 @@
+// Writes WAV and RF64 with libsndfile.
 #include "cli/wave_sink.h"
 
 #include "cli/failure.h"
@@ -31,17 +32,13 @@ int subtypeOf(std::uint32_t bits) noexcept
 } // namespace
 
 WaveSink::WaveSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents)
-    : slotCount(contents.layout.slots),
-      sampleBytes(contents.format.bytesPerSample()),
-      metadata(contents.metadata),
-      file(path, force, input),
-      target{file.descriptor()}
+    : slotCount(contents.layout.slots), metadata(contents.metadata), file(path, force, input), target{file.descriptor()}
 {
     SF_VIRTUAL_IO calls = {.get_filelen = sizeOf, .seek = seekIn, .read = readFrom, .write = writeTo, .tell = tellOf};
     SF_INFO info{};
     info.samplerate = static_cast<int>(contents.format.sampleRate);
     info.channels = static_cast<int>(slotCount);
-    // RF64 becomes plain WAVE with an extensible header when it is closed below 4 GiB.
+    // libsndfile turns RF64 into WAVE with an extensible header if the file is below 4 GiB when it is closed.
     info.format = SF_FORMAT_RF64 | subtypeOf(contents.format.bits);
     handle = sf_open_virtual(&calls, SFM_WRITE, &info, &target);
     check(handle != nullptr);
@@ -56,13 +53,10 @@ WaveSink::~WaveSink()
     if (handle != nullptr) sf_close(handle);
 }
 
-void WaveSink::write(const std::uint8_t* slots, std::size_t frames)
+void WaveSink::write(const std::int32_t* samples, std::size_t frames)
 {
-    samples.resize(frames * slotCount);
-    for (std::size_t i = 0; i < samples.size(); ++i)
-        samples[i] = loadLeftJustified(slots + i * sampleBytes, sampleBytes);
     const auto count = static_cast<sf_count_t>(frames);
-    check(sf_writef_int(handle, samples.data(), count) == count && target.error == 0);
+    check(sf_writef_int(handle, samples, count) == count && target.error == 0);
 }
 
 void WaveSink::finish()

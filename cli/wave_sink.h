@@ -1,9 +1,11 @@
+// Output to a WAV file.
 #pragma once
 
 #include "cli/file_sink.h"
 #include "cli/output_file.h"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include <sndfile.h>
@@ -11,7 +13,7 @@
 namespace tarn
 {
 
-/// A WAVE file with an extensible header, RF64 beyond 4 GiB. Its tags are at the end: RIFF INFO and ID3v2.
+/// Writes a WAVE file with an extensible header, or RF64 above 4 GiB. RIFF INFO and ID3v2 tags follow the audio.
 class WaveSink final : public AudioSink
 {
 public:
@@ -23,12 +25,12 @@ public:
     WaveSink(const WaveSink&) = delete;
     WaveSink& operator=(const WaveSink&) = delete;
 
-    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void write(const std::int32_t* samples, std::size_t frames) override;
     void finish() override;
     std::vector<std::string> notes() const override { return leftOut; }
 
 private:
-    /// The descriptor as libsndfile's callbacks write it.
+    /// The file that libsndfile's callbacks access.
     struct Target
     {
         int descriptor;
@@ -44,13 +46,11 @@ private:
     void check(bool succeeded) const;
 
     std::uint32_t slotCount;
-    std::uint32_t sampleBytes;
     Metadata metadata;
     OutputFile file;
     Target target;
-    SNDFILE* handle = nullptr; ///< closed by finish, which has to see what closing says
+    SNDFILE* handle = nullptr; ///< closed by finish, which checks the result of closing
     std::vector<std::string> leftOut;
-    std::vector<std::int32_t> samples;
 };
 
 } // namespace tarn

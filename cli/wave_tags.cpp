@@ -1,3 +1,4 @@
+// Appends RIFF INFO, ID3v2 and other chunks to a WAV file.
 #include "cli/wave_tags.h"
 
 #include "cli/descriptor.h"
@@ -48,7 +49,7 @@ ByteVector id3v2Tag(const Tags& tags, std::vector<std::string>& leftOut)
     return tag.isEmpty() ? ByteVector() : tag.render();
 }
 
-/// A chunk: name, size in 32 bits, contents, padded to an even size.
+/// Builds a chunk: name, 32-bit size, contents, padding to an even size.
 ByteVector chunk(const char* name, const ByteVector& contents)
 {
     ByteVector bytes(name, 4);
@@ -58,7 +59,7 @@ ByteVector chunk(const char* name, const ByteVector& contents)
     return bytes;
 }
 
-/// Writes the size of the whole file into its header: 32 bits of RIFF, or 64 bits of RF64's first chunk.
+/// Writes the file size into the header: 32 bits in RIFF, 64 bits in the first chunk of RF64.
 int writeRiffSize(int descriptor, bool isRf64, std::uint64_t fileSize)
 {
     const std::uint64_t size = fileSize - 8;

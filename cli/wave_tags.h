@@ -1,3 +1,4 @@
+// Tags in WAV files.
 #pragma once
 
 #include "cli/metadata.h"
@@ -8,11 +9,11 @@
 namespace tarn
 {
 
-/// Appends tags to a complete WAVE or RF64 file: a LIST chunk with the texts that RIFF INFO has names for, and an
-/// ID3v2 tag with all of them and the pictures; and the chunks of the input.
+/// Appends metadata to a complete WAVE or RF64 file: a LIST chunk with the texts that RIFF INFO supports, an ID3v2 tag
+/// with all texts and pictures, and the chunks of the input.
 ///
 /// descriptor  open for reading and writing
-/// leftOut     gets a sentence for everything that has no place
+/// leftOut     receives a note for everything that the file cannot hold
 /// Returns 0, or the errno of the call that failed.
 int appendTags(int descriptor, const Metadata& metadata, std::vector<std::string>& leftOut);
 

@@ -1,3 +1,4 @@
+// Forks workers, collects their results and forwards signals.
 #include "cli/worker_processes.h"
 
 #include "cli/descriptor.h"
@@ -28,7 +29,7 @@ namespace tarn
 namespace
 {
 
-/// A process that works on a file. It is killed if it still runs when the object goes away.
+/// A process that works on a file. The destructor kills it if it still runs.
 class Worker
 {
 public:
@@ -63,7 +64,7 @@ public:
     int descriptor() const noexcept { return pipe.number(); }
     void signal(int signalNumber) const noexcept { kill(pid, signalNumber); }
 
-    /// Takes in what the process has sent, when its pipe is readable. Returns whether more can come.
+    /// Reads from the pipe when it is readable. Returns whether more data can follow.
     bool receive()
     {
         std::array<std::uint8_t, 65536> chunk{};
@@ -72,11 +73,11 @@ public:
         return got > 0 || (got < 0 && errno == EINTR);
     }
 
-    /// What became of the file, when no more can come.
+    /// The outcome; call it when no more data can follow.
     WorkerOutcome finish(const std::string& name);
 
 private:
-    /// Waits for the end of the process. Returns its status.
+    /// Waits for the process to end. Returns its status.
     int wait() noexcept
     {
         int status = 0;
@@ -92,17 +93,17 @@ private:
     std::vector<std::uint8_t> message;
 };
 
-/// Whether a process gets the signal for a mistake of its own.
+/// Whether a signal means a crash of the process.
 bool isCrash(int signalNumber) noexcept
 {
     constexpr std::array kCrashes{SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP};
     return std::find(kCrashes.begin(), kCrashes.end(), signalNumber) != kCrashes.end();
 }
 
-/// The message about a process that ended before its work did.
+/// The message about a process that ended before its work.
 std::string crashMessage(const std::string& name, int status)
 {
-    const std::string others = "; the other files are done all the same; ";
+    const std::string others = "; the other files are not affected; ";
     if (!WIFSIGNALED(status))
         return name + ": the decoder or encoder ended the process (exit code " + std::to_string(WEXITSTATUS(status)) +
                ")" + others + "please report this file";
@@ -127,21 +128,21 @@ WorkerOutcome Worker::finish(const std::string& name)
             .endsRun = received.contains("ends_run")};
 }
 
-/// Holds the caught signals back, so that a process is not reached by one before it can handle it.
-class SignalsHeld
+/// Blocks signals until a new process can handle them.
+class SignalBlocker
 {
 public:
-    SignalsHeld()
+    SignalBlocker()
     {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &before);
     }
 
-    ~SignalsHeld() { release(); }
+    ~SignalBlocker() { release(); }
 
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
+    SignalBlocker(const SignalBlocker&) = delete;
+    SignalBlocker& operator=(const SignalBlocker&) = delete;
 
     void release() const noexcept { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
 
@@ -149,7 +150,7 @@ private:
     sigset_t before{};
 };
 
-/// What the parent gets to know of the work.
+/// Runs the work and builds the message for the parent.
 Json messageOf(const std::string& name, std::size_t index, const std::function<Json(std::size_t)>& work)
 {
     try {
@@ -163,7 +164,7 @@ Json messageOf(const std::string& name, std::size_t index, const std::function<J
     }
 }
 
-/// The parent's side of the processes.
+/// The running processes, seen from the parent.
 class Workers
 {
 public:
@@ -173,22 +174,22 @@ public:
 
     std::size_t count() const noexcept { return running.size(); }
 
-    /// Starts the work on a file. Returns whether the system gave a process; errno says why not.
+    /// Starts a process for a file. Returns whether that succeeded; otherwise errno holds the reason.
     bool start(std::size_t index);
 
-    /// Waits until something has come from the processes or a signal has arrived, which goes on to them once.
+    /// Waits for data from the processes or for a signal, and forwards the signal once.
     void wait();
 
-    /// Removes the processes that have ended, and returns their outcomes.
+    /// Removes the finished processes and returns their outcomes.
     std::vector<std::pair<std::size_t, WorkerOutcome>> ended();
 
 private:
-    [[noreturn]] void runChild(std::size_t index, int results, pid_t parent, const SignalsHeld& signals) noexcept;
+    [[noreturn]] void runChild(std::size_t index, int results, pid_t parent, const SignalBlocker& signals) noexcept;
 
     const std::vector<std::string>& names;
     const std::function<Json(std::size_t)>& work;
     std::vector<Worker> running;
-    std::vector<std::size_t> silent; ///< places of those that can send no more
+    std::vector<std::size_t> finished; ///< indices of workers whose pipes are closed
     bool signalled = false;
 };
 
@@ -199,10 +200,10 @@ bool Workers::start(std::size_t index)
     Descriptor readEnd(ends[0]);
     const Descriptor writeEnd(ends[1]);
     running.reserve(running.size() + 1);
-    // Text that is not written yet would be written by both.
+    // Parent and child would both write buffered text.
     std::fflush(stdout);
 
-    const SignalsHeld signals;
+    const SignalBlocker signals;
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) runChild(index, writeEnd.number(), parent, signals);
@@ -211,7 +212,7 @@ bool Workers::start(std::size_t index)
     return true;
 }
 
-void Workers::runChild(std::size_t index, int results, pid_t parent, const SignalsHeld& signals) noexcept
+void Workers::runChild(std::size_t index, int results, pid_t parent, const SignalBlocker& signals) noexcept
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(EX_SOFTWARE);
@@ -220,12 +221,12 @@ void Workers::runChild(std::size_t index, int results, pid_t parent, const Signa
         catchInterrupts();
         signals.release();
         const std::vector<std::uint8_t> message = Json::to_cbor(messageOf(names[index], index, work));
-        // A parent that is gone needs none.
+        // If the parent is gone, nobody reads the message.
         static_cast<void>(writeAll(results, message.data(), message.size()));
     } catch (const Interrupted& interrupted) {
         dieBySignal(interrupted.signalNumber);
     }
-    // Without what a normal end does: buffers and handlers are the parent's.
+    // Skips exit handlers and buffers, which belong to the parent.
     _exit(EX_OK);
 }
 
@@ -237,7 +238,7 @@ void Workers::wait()
     if (poll(waits.data(), waits.size(), -1) < 0) waits.clear();
 
     for (std::size_t place = 0; place < std::min(waits.size(), running.size()); ++place)
-        if (waits[place].revents != 0 && !running[place].receive()) silent.push_back(place);
+        if (waits[place].revents != 0 && !running[place].receive()) finished.push_back(place);
     if (const int signalNumber = arrivedSignal(); signalNumber != 0 && !signalled) {
         signalled = true;
         for (const Worker& worker : running) worker.signal(signalNumber);
@@ -247,12 +248,12 @@ void Workers::wait()
 std::vector<std::pair<std::size_t, WorkerOutcome>> Workers::ended()
 {
     std::vector<std::pair<std::size_t, WorkerOutcome>> outcomes;
-    std::for_each(silent.rbegin(), silent.rend(), [&](std::size_t place) {
+    std::for_each(finished.rbegin(), finished.rend(), [&](std::size_t place) {
         Worker& worker = running[place];
         outcomes.emplace_back(worker.index(), worker.finish(names[worker.index()]));
         running.erase(running.begin() + static_cast<std::ptrdiff_t>(place));
     });
-    silent.clear();
+    finished.clear();
     return outcomes;
 }
 
@@ -261,11 +262,11 @@ std::vector<std::pair<std::size_t, WorkerOutcome>> Workers::ended()
 void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const std::function<Json(std::size_t)>& work,
                     const std::function<void(std::size_t, WorkerOutcome&&)>& done)
 {
-    // Where the caller of the program ignores it, there would be nothing to wait for.
+    // If the parent ignores SIGCHLD, waitpid would fail.
     std::signal(SIGCHLD, SIG_DFL);
 
     Workers workers(names, work);
-    std::map<std::size_t, WorkerOutcome> early; // of files that come after one that is still worked on
+    std::map<std::size_t, WorkerOutcome> waiting; // outcomes of files after one that still runs
     std::size_t next = 0;
     std::size_t end = names.size();
     std::size_t reported = 0;
@@ -284,13 +285,13 @@ void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const 
         workers.wait();
         for (auto& [index, outcome] : workers.ended()) {
             if (outcome.endsRun) end = next;
-            early.emplace(index, std::move(outcome));
+            waiting.emplace(index, std::move(outcome));
         }
-        for (; arrivedSignal() == 0 && early.contains(reported); ++reported)
-            done(reported, std::move(early.extract(reported).mapped()));
+        for (; arrivedSignal() == 0 && waiting.contains(reported); ++reported)
+            done(reported, std::move(waiting.extract(reported).mapped()));
     }
-    // The signal ends those that still work, which counts as a crash.
-    for (auto& [index, outcome] : early)
+    // A process that the signal ended counts as crashed.
+    for (auto& [index, outcome] : waiting)
         if (!outcome.crashed) done(index, std::move(outcome));
     throwIfInterrupted();
 }

@@ -1,3 +1,4 @@
+// Runs the work on each file in a process of its own.
 #pragma once
 
 #include "cli/json.h"
@@ -12,29 +13,29 @@
 namespace tarn
 {
 
-/// How the work on a file ended.
+/// Outcome of the work on a file.
 struct WorkerOutcome
 {
-    Json result{};        ///< what the work returned; null where it failed
-    std::string error{};  ///< message that begins with the file's name; empty where it succeeded
+    Json result{};        ///< result of the work; null if it failed
+    std::string error{};  ///< message with the name of the file; empty if it succeeded
     int exitCode = EX_OK; ///< one of sysexits.h
-    bool crashed = false; ///< the process ended before the work did
-    bool endsRun = false; ///< every further file would fail as well
+    bool crashed = false; ///< the process ended before its work
+    bool endsRun = false; ///< every further file would fail too
 };
 
-/// Works on every file in a process of its own, so that a crash of a codec library costs one file.
+/// Runs the work on every file in a process of its own, so that a crash of a codec library affects one file only.
 ///
-/// The calling process stays single-threaded and forks. A child's result comes back through a pipe, of any size.
-/// No child outlives its parent.
+/// The calling process must have one thread; it forks. A child returns its result through a pipe. No child outlives its
+/// parent.
 ///
 /// names  of the files, for messages
-/// jobs   processes at a time
-/// work   called in the child with the index of a file; what it throws becomes the outcome's error
-/// done   called in this process for every file in the order of the names, as soon as all before it have ended
+/// jobs   number of parallel processes
+/// work   called in the child with the index of a file; an exception becomes the error of the outcome
+/// done   called in this process for every file in the order of the names, when all files before it are done
 ///
-/// After an OutputFailure no more files are started, and done is not called for them. After a signal, which goes on to
-/// the children, done is called for those that had ended their work; then Interrupted is thrown. Throws Failure
-/// (EX_SOFTWARE) if the system gives no process, and what done throws; then no child is left.
+/// Starts no more files after an OutputFailure and does not call done for them. Forwards a signal to the children,
+/// calls done for the files that are finished, then throws Interrupted. Throws Failure (EX_SOFTWARE) if no process can
+/// be created, and what done throws; then no child is left.
 void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const std::function<Json(std::size_t)>& work,
                     const std::function<void(std::size_t, WorkerOutcome&&)>& done);
 

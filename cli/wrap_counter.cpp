@@ -1,3 +1,4 @@
+// Computes the remap sums exactly and counts wraps.
 #include "cli/wrap_counter.h"
 
 #include "cli/text.h"
@@ -24,7 +25,7 @@ Terms gainsOf(const zrk_tarn::RemapGains& matrix, std::size_t column) noexcept
     return gains;
 }
 
-/// The sum of the products, rounded towards minus infinity. Whole and fractional parts are added apart, because the
+/// The sum of the products, rounded towards minus infinity. Adds integer and fractional parts separately, because the
 /// sum of three products needs up to 65 bits.
 std::int64_t exactSum(const Terms& gains, const Terms& samples) noexcept
 {
@@ -49,10 +50,10 @@ bool wraps(std::int64_t sum, std::uint32_t bits) noexcept
     return sum < -fullScaleOf(bits) || sum >= fullScaleOf(bits);
 }
 
-/// The largest factor of two decimals that keeps the sums of a column within full scale.
+/// The largest factor with two decimals that keeps the sums of a column within full scale.
 double factorFor(const RemapSums::Column& column, double fullScale) noexcept
 {
-    // Sums are rounded down, and gains to 28 fraction bits: the margin is more than both change.
+    // The margin exceeds the rounding of the sums and of the gains.
     constexpr double kMargin = 0x1p-26;
     const double magnitude = std::max(static_cast<double>(column.largest) + 1.0, -static_cast<double>(column.smallest));
     return std::floor(100.0 * (1.0 - kMargin) * fullScale / magnitude) / 100.0;
@@ -64,17 +65,15 @@ RemapSums::RemapSums(const zrk_tarn::RemapGains& matrix, StreamFormat format) no
     : gains(matrix), bits(format.bits)
 {}
 
-void RemapSums::write(const std::uint8_t* slots, std::size_t frames)
+void RemapSums::write(const std::int32_t* samples, std::size_t frames)
 {
-    const std::uint32_t bytes = bits / 8;
     for (std::size_t c = 0; c < kRemapColumns; ++c) {
         const Terms columnGains = gainsOf(gains, c);
         Column& column = sums[c];
         for (std::size_t i = 0; i < frames; ++i) {
-            Terms samples;
-            for (std::size_t row = 0; row < kRows; ++row)
-                samples[row] = loadLeftJustified(slots + (i * kRows + row) * bytes, bytes) >> (32 - bits);
-            const std::int64_t sum = exactSum(columnGains, samples);
+            Terms frame;
+            for (std::size_t row = 0; row < kRows; ++row) frame[row] = samples[i * kRows + row] >> (32 - bits);
+            const std::int64_t sum = exactSum(columnGains, frame);
             column.smallest = std::min(column.smallest, sum);
             column.largest = std::max(column.largest, sum);
             if (wraps(sum, bits)) ++column.wrapped;

@@ -1,3 +1,4 @@
+// Counts the samples that wrap around in the remap mix.
 #pragma once
 
 #include "cli/audio_sink.h"
@@ -14,11 +15,11 @@
 namespace tarn
 {
 
-/// Forms the exact sums of a remap matrix from the three outputs of the engine.
+/// Computes the exact sums of a remap matrix from the three outputs of the engine.
 class RemapSums final : public AudioSink
 {
 public:
-    /// What became of a column of the matrix. Sums are integers of the sample's width, rounded down.
+    /// Statistics of a column of the matrix. Sums are integers of the width of the samples, rounded down.
     struct Column
     {
         std::uint64_t wrapped = 0; ///< sums beyond full scale
@@ -28,7 +29,7 @@ public:
 
     RemapSums(const zrk_tarn::RemapGains& matrix, StreamFormat format) noexcept;
 
-    void write(const std::uint8_t* slots, std::size_t frames) override;
+    void write(const std::int32_t* samples, std::size_t frames) override;
     void finish() override {}
 
     const std::array<Column, kRemapColumns>& columns() const noexcept { return sums; }
@@ -41,8 +42,8 @@ private:
 
 /// Counts the samples of a remapped output that wrapped around.
 ///
-/// The engine gives the same three outputs with a matrix and without: a second engine gives them without, and their
-/// exact sums tell which samples wrapped in the output of the first one.
+/// The engine computes the same three outputs with and without a matrix. A second engine without a matrix provides
+/// them; their exact sums show which samples wrapped in the output of the first engine.
 class WrapCounter
 {
 public:
@@ -55,18 +56,18 @@ public:
     WrapCounter(const WrapCounter&) = delete;
     WrapCounter& operator=(const WrapCounter&) = delete;
 
-    /// Takes the frames that the other Upmixer takes.
+    /// Processes the same frames as the other Upmixer.
     void push(const std::int32_t* stereo, std::size_t frames) { plain.push(stereo, frames); }
 
-    /// Counts what is left after the last push.
+    /// Counts the frames that remain after the last push.
     void finish() { plain.finish(); }
 
     /// Samples of the output that wrapped around.
     std::uint64_t wrapped() const noexcept;
 
-    /// What happened, and what to do, for the user.
+    /// The result and advice for the user.
     ///
-    /// slots  names of the matrix's columns
+    /// slots  slot names of the columns
     std::string note(const RemapSlots& slots) const;
 
 private:

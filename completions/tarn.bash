@@ -11,7 +11,7 @@ _tarn() {
     '') words='upmix info demo --help --help-all --version' ;;
     upmix)
         case $before in
-        --layout) words='3.0 5.1 7.1 slots8' ;;
+        --layout) words='3.0 5.1 7.1 7.1-remap' ;;
         --format) words='wav flac' ;;
         --bits) words='16 24 32' ;;
         --mode) words='fast calm' ;;

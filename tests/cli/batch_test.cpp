@@ -120,7 +120,7 @@ TEST_F(Batch, SummaryListsLossesAndQuotesNames)
     const Result result = tarn({"upmix", "--output-dir", "my out", "a.wav", "cut.wav", "it's (live).wav"});
     EXPECT_EQ(result.exitCode, 64);
     EXPECT_TRUE(result.errors.ends_with("\ntarn: 2 of 3 files upmixed into 'my out'\n"
-                                        "tarn: 1 of these with losses, which are named above\n"
+                                        "tarn: 1 of these with losses, listed above\n"
                                         "tarn: 1 file failed:\n"
                                         "tarn:   'it'\\''s (live).wav': the output: exists already\n"))
         << result.errors;
@@ -241,7 +241,7 @@ TEST_F(Batch, CrashFailsOneFileOnly)
         arguments.insert(arguments.end(), inputs.begin(), inputs.end());
         const Result result = tarnWithCrashes(arguments);
         EXPECT_EQ(result.exitCode, 70);
-        const std::string rest = "; the other files are done all the same; ";
+        const std::string rest = "; the other files are not affected; ";
         for (const std::string& message :
              {"tarn: abort.wav: the decoder or encoder crashed (signal 6, Aborted)" + rest +
                   "please report this file\n",
@@ -290,7 +290,7 @@ TEST_F(Batch, TooLongNameFailsOneFileOnly)
     writeStereo(longName + ".wav", 2);
     const Result result = tarn({"upmix", "--output-dir", "out", longName + ".wav", "a.wav"});
     EXPECT_EQ(result.exitCode, 73);
-    EXPECT_NE(result.errors.find(longName + "-3.0.wav: the name has 259 bytes, and out takes names of 255 at most"),
+    EXPECT_NE(result.errors.find(longName + "-3.0.wav: the name has 259 bytes, and out allows names of 255 at most"),
               std::string::npos)
         << result.errors;
     EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav"}));
@@ -349,8 +349,8 @@ TEST_F(Batch, CollidingOutputsAreAllListedBeforeAnythingIsWritten)
         expected += "tarn: out/" + name + "-3.0.wav: would be the output of " + name + ".flac and " + name + ".mp3\n";
     }
     expected += "tarn: and 3 more\n"
-                "tarn: --output-dir out: outputs would meet, so nothing was written; name every input once, and upmix "
-                "those whose names differ only in the extension one by one to names of their own, for example: tarn "
+                "tarn: --output-dir out: several inputs would have the same output, so nothing was written; name every "
+                "input once, and upmix inputs whose names differ only in the extension one by one, for example: tarn "
                 "upmix song10.mp3 out/song10-3.0-2.wav\n";
     EXPECT_EQ(result.errors, expected);
     EXPECT_EQ(files(), before);
@@ -430,14 +430,14 @@ TEST_F(Batch, RecursiveCountsUnreadableAudio)
 
     std::filesystem::remove(at("my music/a.wav"));
     expectRefusal({"upmix", "-r", "--output-dir", "none", "my music"}, 66,
-                  "tarn: my music: holds no audio file to upmix: " + note);
+                  "tarn: my music: contains no audio file to upmix: " + note);
     std::filesystem::create_directory(at("ape"));
     writeBytes(at("ape/a.ape"), "");
     expectRefusal({"upmix", "-r", "--output-dir", "none", "ape"}, 66,
-                  "ape: holds no audio file to upmix: 1 file is not audio that tarn reads: 1 .ape; convert");
+                  "ape: contains no audio file to upmix: 1 file is not audio that tarn reads: 1 .ape; convert");
     std::filesystem::create_directory(at("none"));
     expectRefusal({"upmix", "-r", "--output-dir", "other", "none"}, 66,
-                  "none: holds no audio file; man tarn-upmix lists");
+                  "none: contains no audio file; man tarn-upmix lists");
 }
 
 TEST_F(Batch, UnsuitableFoldersAreRefused)
@@ -447,7 +447,7 @@ TEST_F(Batch, UnsuitableFoldersAreRefused)
     writeBytes(at("music/empty/text.txt"), "no audio");
     expectRefusal({"upmix", "--output-dir", "out", "music"}, 64, "music: is a folder; add --recursive");
     expectRefusal({"upmix", "-r", "--output-dir", "out", "music", "music/empty"}, 66,
-                  "music/empty: holds no audio file");
+                  "music/empty: contains no audio file");
     expectRefusal({"upmix", "-r", "--output-dir", "music", "music"}, 64, "music: is the --output-dir itself");
     expectRefusal({"upmix", "-r", "--output-dir", "out", "music", "music/a.wav"}, 64,
                   "would be the output of music/a.wav and music/a.wav");

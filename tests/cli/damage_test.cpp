@@ -119,7 +119,7 @@ TEST_F(Damage, LossOfAllAudioIsRefused)
     cut("in.wav", 44);
     const Result result = tarn({"upmix", "in.wav", "out.wav"});
     EXPECT_EQ(result.exitCode, 65);
-    EXPECT_NE(result.errors.find("in.wav: holds no audio: 0 frames"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("in.wav: contains no audio: 0 frames"), std::string::npos) << result.errors;
     EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
 }
 

@@ -56,11 +56,11 @@ TEST_F(Demo, TablePlacesEverySourceCorrectly)
         EXPECT_NEAR(row[0] + row[1] + row[2], 100.0, 0.2) << name; // three roundings to a tenth
         for (std::size_t i = 3; i < 6; ++i) EXPECT_LT(row[i], 0.0) << name;
     }
-    EXPECT_GT(rows["voice in the middle"][1], 90.0);
-    EXPECT_GT(rows["traveller, left third"][0], 50.0);
-    EXPECT_GT(rows["traveller, middle third"][1], 50.0);
-    EXPECT_GT(rows["traveller, right third"][2], 50.0);
-    EXPECT_GT(rows["wide bed"][0] + rows["wide bed"][2], 60.0);
+    EXPECT_GT(rows["centred voice"][1], 90.0);
+    EXPECT_GT(rows["moving source, left"][0], 50.0);
+    EXPECT_GT(rows["moving source, centre"][1], 50.0);
+    EXPECT_GT(rows["moving source, right"][2], 50.0);
+    EXPECT_GT(rows["wide chords"][0] + rows["wide chords"][2], 60.0);
     EXPECT_NE(result.output.find("delay of the engine: 960 frames, 20.0 ms"), std::string::npos) << result.output;
     EXPECT_TRUE(files().empty());
 }
@@ -85,7 +85,7 @@ TEST_F(Demo, SceneFileHasThePeaksOfTheTable)
     for (std::size_t i = 0; i < 3 * 48000; ++i) peak = std::max(peak, std::abs(std::int64_t{scene.samples[6 * i + 2]}));
     char expected[16];
     std::snprintf(expected, sizeof expected, "%.1f", 20.0 * std::log10(static_cast<double>(peak) * 0x1p-31));
-    EXPECT_EQ(tableOf(result.output)["voice in the middle"][4], std::stod(expected));
+    EXPECT_EQ(tableOf(result.output)["centred voice"][4], std::stod(expected));
 }
 
 TEST_F(Demo, FilesStateTheirChannels)
@@ -112,8 +112,8 @@ TEST_F(Demo, WritesTheStereoSourceBesideTheScene)
     for (const std::string extension : {".wav", ".flac"}) {
         const Result result = tarn({"demo", "scene" + extension});
         ASSERT_EQ(result.exitCode, 0) << result.errors;
-        EXPECT_NE(result.output.find("scene" + extension + " holds the scene as 3.0, and scene-stereo" + extension +
-                                     " the stereo that it was made from"),
+        EXPECT_NE(result.output.find("scene" + extension + " contains the scene as 3.0, and scene-stereo" + extension +
+                                     " its stereo source"),
                   std::string::npos)
             << result.output;
         const Audio stereo = readAudio(at("scene-stereo" + extension));
@@ -175,7 +175,7 @@ TEST_F(Demo, TooLongStereoNameLeavesNeitherFile)
     const std::string name = std::string(245, 'x') + ".wav";
     const Result result = tarn({"demo", name});
     EXPECT_EQ(result.exitCode, 73);
-    EXPECT_NE(result.errors.find("-stereo.wav: the name has 256 bytes, and . takes names of 255 at most"),
+    EXPECT_NE(result.errors.find("-stereo.wav: the name has 256 bytes, and . allows names of 255 at most"),
               std::string::npos)
         << result.errors;
     EXPECT_TRUE(files().empty());

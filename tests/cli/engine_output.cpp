@@ -19,7 +19,7 @@ constexpr std::size_t kDelay = 960;
 /// Channel codes of the other set for the same positions.
 audio_channel_assignment_t codesOf(const std::string& layout)
 {
-    if (layout == "slots8") return {{0x8000, 0x10000, 0, 0, 0, 0, 0x40000, 0x80000}};
+    if (layout == "7.1-remap") return {{0x8000, 0x10000, 0, 0, 0, 0, 0x40000, 0x80000}};
     return {{0x8000, 0x10000, 0x1000, 0, 0, 0, 0, 0}};
 }
 

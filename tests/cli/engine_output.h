@@ -13,7 +13,7 @@ namespace tarn_cli
 /// Settings of the engine for the expected output.
 struct EngineRun
 {
-    std::string layout = "3.0"; ///< 3.0, 5.1 or slots8
+    std::string layout = "3.0"; ///< 3.0, 5.1 or 7.1-remap
     std::uint32_t sampleRate = 48000;
     unsigned bits = 16;
     std::string mode = "fast";

@@ -44,7 +44,7 @@ TEST_P(ExactBytes, EqualThoseOfTheEngine)
 
     std::vector<std::string> arguments{"upmix", "--layout", layout, "in.wav", "out.wav"};
     if (!align) arguments.push_back("--no-align");
-    if (layout == "slots8") {
+    if (layout == "7.1-remap") {
         writeBytes(at("matrix.txt"), kMatrix);
         arguments.insert(arguments.end(), {"--remap", "matrix.txt"});
     }
@@ -61,7 +61,7 @@ TEST_P(ExactBytes, EqualThoseOfTheEngine)
 }
 
 INSTANTIATE_TEST_SUITE_P(Command, ExactBytes,
-                         testing::Combine(testing::Values("3.0", "5.1", "slots8"), testing::Values(16u, 24u, 32u),
+                         testing::Combine(testing::Values("3.0", "5.1", "7.1-remap"), testing::Values(16u, 24u, 32u),
                                           testing::Bool(), testing::Values(1u, 500u, 4096u, 10007u)));
 
 class UpmixedBytes : public CommandTest

@@ -90,7 +90,7 @@ TEST_F(ExistingOutputs, IncompleteOnesAreRefusedOrReplaced)
     writeAudio(at("out.wav"), kWave16, 48000, 3, Samples(3 * 2000));
     expectIncomplete("out.wav", "it has 2000 frames instead of 50000");
     writeBytes(at("out.wav"), "This is no audio, but it is long enough for a header of some kind.\n");
-    expectIncomplete("out.wav", "it is cut short, damaged or no audio file");
+    expectIncomplete("out.wav", "it is cut short, damaged or not an audio file");
 
     for (const std::string output : {"out.wav", "out.flac"}) {
         ASSERT_EQ(tarn({"upmix", "in.wav", output}).exitCode, 0);
@@ -155,7 +155,7 @@ TEST_F(ExistingOutputs, SkippedFilesOfABatchAreCounted)
         tarn({"upmix", "--skip-existing", "--json", "--output-dir", "out", "in.wav", "b.wav", "c.wav", "d.wav"});
     EXPECT_EQ(result.exitCode, 64);
     EXPECT_NE(result.errors.find("tarn: 1 of 4 files upmixed into out\n"
-                                 "tarn: 2 files skipped, whose output is complete\n"
+                                 "tarn: 2 files skipped, because the output is complete\n"
                                  "tarn: 1 file failed:\n"
                                  "tarn:   b.wav: the output: exists and is not a complete upmix of b.wav: its end is "
                                  "missing\n"),
@@ -174,7 +174,7 @@ TEST_F(ExistingOutputs, SkippedFilesOfABatchAreCounted)
     EXPECT_EQ(again.exitCode, 0);
     EXPECT_EQ(again.errors.find("is skipped"), std::string::npos) << again.errors;
     EXPECT_NE(again.errors.find("tarn: 1 of 4 files upmixed into out\n"
-                                "tarn: 3 files skipped, whose output is complete\n"),
+                                "tarn: 3 files skipped, because the output is complete\n"),
               std::string::npos)
         << again.errors;
 }

@@ -34,7 +34,7 @@ protected:
     void upmix(const std::string& output) const
     {
         std::vector<std::string> arguments{"upmix", "--layout", GetParam().option, "in.wav", output};
-        if (GetParam().option == "slots8") arguments.insert(arguments.end(), {"--remap", "matrix.txt"});
+        if (GetParam().option == "7.1-remap") arguments.insert(arguments.end(), {"--remap", "matrix.txt"});
         const Result result = tarn(arguments);
         ASSERT_EQ(result.exitCode, 0) << result.errors;
     }
@@ -79,10 +79,10 @@ TEST_P(Layouts, FlacFilesNameTheLayout)
 
 INSTANTIATE_TEST_SUITE_P(Command, Layouts,
                          testing::Values(NamedLayout{"3.0", 0x7, "3.0"}, NamedLayout{"5.1", 0x3f, "5.1"},
-                                         NamedLayout{"7.1", 0x63f, "7.1"}, NamedLayout{"slots8", 0x63f, "7.1"}),
+                                         NamedLayout{"7.1", 0x63f, "7.1"}, NamedLayout{"7.1-remap", 0x63f, "7.1"}),
                          [](const auto& test) {
-                             return test.param.option == "slots8" ? "Slots8"
-                                                                  : "Channels" + test.param.name.substr(0, 1);
+                             return test.param.option == "7.1-remap" ? "Slots8"
+                                                                     : "Channels" + test.param.name.substr(0, 1);
                          });
 
 } // namespace tarn_cli

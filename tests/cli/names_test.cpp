@@ -75,7 +75,7 @@ TEST_F(Names, ControlCharactersAreNotShown)
     EXPECT_EQ(tarn({"no\x1b[31m"}).errors.find("tarn: no?[31m: no such command"), 0u);
     const Result demo = tarn({"demo", kName + "-demo.wav"});
     EXPECT_TRUE(isClean(demo.output)) << demo.output;
-    EXPECT_NE(demo.output.find(kShown + "-demo.wav holds the scene"), std::string::npos) << demo.output;
+    EXPECT_NE(demo.output.find(kShown + "-demo.wav contains the scene"), std::string::npos) << demo.output;
 }
 
 TEST_F(Names, SuggestedCommandsCanBePasted)

@@ -96,7 +96,7 @@ TEST_F(OutputFiles, DevicesAndDirectoriesAreRefused)
     expectRefusal(tarn({"upmix", "--force", "--output-dir", "out", "in.wav"}), 73,
                   "out/in-3.0.wav: exists and is not a regular file");
     std::filesystem::remove_all(at("out"));
-    expectRefusal(tarn({"upmix", "--force", "in.wav", "broken.wav"}), 73, "points at nothing");
+    expectRefusal(tarn({"upmix", "--force", "in.wav", "broken.wav"}), 73, "is a broken symbolic link");
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
     EXPECT_EQ(files(), (Names{"broken.wav", "folder.wav", "in.wav", "null.wav"}));
 }
@@ -141,7 +141,7 @@ TEST_F(OutputFiles, RemapFileIsNeverReplaced)
     const std::string matrix = "1 0 0 0\n0 1 0 0\n0 0 1 0\n";
     std::ofstream(at("matrix.wav")) << matrix;
     const Result result =
-        tarn({"upmix", "--force", "--layout", "slots8", "--remap", "matrix.wav", "in.wav", "matrix.wav"});
+        tarn({"upmix", "--force", "--layout", "7.1-remap", "--remap", "matrix.wav", "in.wav", "matrix.wav"});
     EXPECT_EQ(result.exitCode, 64);
     EXPECT_NE(result.errors.find("matrix.wav: is the remap file"), std::string::npos) << result.errors;
     EXPECT_EQ(bytesOf(at("matrix.wav")), matrix);
@@ -165,7 +165,7 @@ TEST_F(OutputFiles, TooLongNamesAreRefusedBeforeProcessing)
 {
     // The input of the second run never ends, so the name must be checked before the input is read.
     const std::string tooLong = std::string(252, 'x') + ".wav";
-    const std::string message = ": the name has 256 bytes, and . takes names of 255 at most; choose a shorter name";
+    const std::string message = ": the name has 256 bytes, and . allows names of 255 at most; choose a shorter name";
     expectRefusal(tarn({"upmix", "in.wav", tooLong}), 73, tooLong + message);
     std::filesystem::resize_file(at("in.wav"), 5000);
     expectRefusal(tarn({"upmix", "--raw", "48000:16", "-", tooLong}), 73, tooLong + message);

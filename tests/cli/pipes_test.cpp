@@ -80,7 +80,7 @@ TEST_F(Pipes, StorageFailureIsReported)
 {
     const Result result = shell("cat in.wav | TMPDIR=/proc/self \"$TARN\" upmix - out.wav");
     EXPECT_EQ(result.exitCode, 74);
-    EXPECT_NE(result.errors.find("set TMPDIR to a folder with room"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("set TMPDIR to a folder with free space"), std::string::npos) << result.errors;
     EXPECT_FALSE(std::filesystem::exists(at("out.wav")));
 }
 

@@ -81,7 +81,7 @@ TEST_F(Refusals, BadValuesNameOptionRangeAndExample)
     for (const std::string value : {"0", "65", "1.5", "-1", "all"})
         expectValue("--jobs", value, "a whole number from 1 to 64; write for example --jobs 4");
     expectValue("--mode", "3", "fast or calm; write for example --mode calm");
-    expectValue("--layout", "9.1", "3.0, 5.1, 7.1 or slots8; write for example --layout 5.1");
+    expectValue("--layout", "9.1", "3.0, 5.1, 7.1 or 7.1-remap; write for example --layout 5.1");
     expectValue("--format", "mp3", "wav or flac; write for example --format flac");
 }
 
@@ -99,11 +99,11 @@ TEST_F(Refusals, InputsWithoutAudio)
 TEST_F(Refusals, HeadersWithoutFrames)
 {
     writeAudio(at("none.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, {});
-    expectBadInput("none.wav", 65, "holds no audio: 0 frames");
+    expectBadInput("none.wav", 65, "contains no audio: 0 frames");
     writeAudio(at("none.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 2, {});
     expectRefusal({"upmix", "none.flac", "out.wav"}, 65, "tarn: none.flac: ");
     writeAudio(at("float.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, {});
-    expectBadInput("float.wav", 65, "holds no audio: 0 frames");
+    expectBadInput("float.wav", 65, "contains no audio: 0 frames");
 }
 
 TEST_F(Refusals, MultichannelFilesSuggestADownmix)
@@ -138,24 +138,25 @@ TEST_F(Refusals, ConflictingOptions)
 {
     writeStereo("in.wav");
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
-    expectRefusal({}, 64, "no command: say upmix, info or demo");
+    expectRefusal({}, 64, "no command; use upmix, info or demo");
     expectRefusal({"upmix"}, 64, "INPUT");
     expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
     expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64,
                   "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn upmix --help");
-    expectRefusal({"upmx", "in.wav", "out.wav"}, 64, "upmx: no such command; say upmix, info or demo; see tarn --help");
+    expectRefusal({"upmx", "in.wav", "out.wav"}, 64, "upmx: no such command; use upmix, info or demo; see tarn --help");
     expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
     expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
     expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");
     expectRefusal({"upmix", "--mix-fraction", "0.5", "in.wav", "out.wav"}, 64, "--mix-fraction: no such option");
-    expectRefusal({"upmix", "--layout", "slots8", "in.wav", "out.wav"}, 64, "add --remap FILE");
-    expectRefusal({"upmix", "--remap", "matrix.txt", "in.wav", "out.wav"}, 64, "only --layout slots8 takes a matrix");
+    expectRefusal({"upmix", "--layout", "7.1-remap", "in.wav", "out.wav"}, 64, "add --remap FILE");
+    expectRefusal({"upmix", "--remap", "matrix.txt", "in.wav", "out.wav"}, 64,
+                  "only --layout 7.1-remap takes a matrix");
     expectRefusal({"upmix", "--raw", "48000:16", "in.wav", "out.wav"}, 64, "INPUT and OUTPUT are both files");
     expectRefusal({"upmix", "-", "out.wav"}, 65,
                   "standard input: is empty, 0 bytes; check the command before the pipe");
     expectRefusal({"upmix", "--raw", "48000", "-", "out.wav"}, 64, "not RATE:BITS");
     expectRefusal({"upmix", "--raw", "48000:16x", "-", "out.wav"}, 64, "not RATE:BITS");
-    expectRefusal({"upmix", "--raw", "1000:16", "-", "out.wav"}, 64, "is no rate of sound");
+    expectRefusal({"upmix", "--raw", "1000:16", "-", "out.wav"}, 64, "unsupported sample rate");
     expectRefusal({"upmix", "--raw", "48000:8", "-", "out.wav"}, 64, "use 16, 24 or 32 bits");
     expectRefusal({"upmix", "--raw", "44100:16", "in.wav", "-"}, 64, "in.wav runs at 48000 Hz");
     expectRefusal({"upmix", "--raw", "48000:16", "--bits", "24", "in.wav", "-"}, 64, "contradicts --raw 48000:16");
@@ -166,7 +167,7 @@ TEST_F(Refusals, BadRemapFilesNameTheLine)
     writeStereo("in.wav");
     const auto expectBadMatrix = [this](const std::string& text, int code, const std::string& message) {
         writeBytes(at("m.txt"), text);
-        expectRefusal({"upmix", "--layout", "slots8", "--remap", "m.txt", "in.wav", "out.wav"}, code, message);
+        expectRefusal({"upmix", "--layout", "7.1-remap", "--remap", "m.txt", "in.wav", "out.wav"}, code, message);
     };
     expectBadMatrix("1 0 0 0\n# none\n0 1 0\n0 0 0 0\n", 65, "m.txt: line 3: 3 gains; a row has 4");
     expectBadMatrix("1 0 0 0 0\n", 65, "m.txt: line 1: 5 gains; a row has 4");
@@ -189,11 +190,11 @@ TEST_F(Refusals, BadRemapFilesNameTheLine)
                     "m.txt: line 1: '" + std::string(32, 'x') + "...' is not a decimal number");
     expectBadMatrix("1 0 0 1" + std::string(60000, '0') + "\n", 65,
                     "m.txt: line 1: gain 1" + std::string(31, '0') + "... is out of range");
-    expectRefusal({"upmix", "--layout", "slots8", "--remap", "/dev/zero", "in.wav", "out.wav"}, 65,
+    expectRefusal({"upmix", "--layout", "7.1-remap", "--remap", "/dev/zero", "in.wav", "out.wav"}, 65,
                   "/dev/zero: is not a remap file");
-    expectRefusal({"upmix", "--layout", "slots8", "--remap", ".", "in.wav", "out.wav"}, 66,
+    expectRefusal({"upmix", "--layout", "7.1-remap", "--remap", ".", "in.wav", "out.wav"}, 66,
                   ".: the remap file cannot be read: Is a directory");
-    expectRefusal({"upmix", "--layout", "slots8", "--remap", "none.txt", "in.wav", "out.wav"}, 66,
+    expectRefusal({"upmix", "--layout", "7.1-remap", "--remap", "none.txt", "in.wav", "out.wav"}, 66,
                   "none.txt: the remap file cannot be opened: No such file");
 }
 
@@ -201,7 +202,7 @@ TEST_F(Refusals, MatricesThatMayWrapAreNotedAndAccepted)
 {
     writeStereo("in.wav");
     writeBytes(at("m.txt"), "-8 0 0.5 0\n0 1 -0.5 0\n0 0 0.25 7.99\n");
-    const Result result = tarn({"upmix", "--layout", "slots8", "--remap", "m.txt", "in.wav", "out.wav"});
+    const Result result = tarn({"upmix", "--layout", "7.1-remap", "--remap", "m.txt", "in.wav", "out.wav"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_NE(result.errors.find("column 1 (FL) sum to 8 in magnitude"), std::string::npos) << result.errors;
     EXPECT_EQ(result.errors.find("column 2"), std::string::npos) << result.errors;

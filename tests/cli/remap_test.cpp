@@ -125,7 +125,7 @@ protected:
     Result upmix(const std::string& matrix, const std::vector<std::string>& options) const
     {
         writeBytes(at("m.txt"), matrix);
-        std::vector<std::string> arguments{"upmix",   "--force", "--layout", "slots8",
+        std::vector<std::string> arguments{"upmix",   "--force", "--layout", "7.1-remap",
                                            "--remap", "m.txt",   "in.wav",   "out.wav"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         Result result = tarn(arguments);
@@ -270,8 +270,8 @@ TEST_F(Remap, WrappedSamplesAreCountedOverAllFrames)
     const Sums sums(engineOutput(stereo, {}), 16, gains.fixed);
     ASSERT_GT(sums.wrapped(), 0u) << "precondition of this test";
     writeBytes(at("m.txt"), gains.text);
-    const Result result = tarnWithInput(pcmOf(stereo, 16), {"upmix", "--layout", "slots8", "--remap", "m.txt", "--raw",
-                                                            "48000:16", "--quiet", "--json", "-", "out.wav"});
+    const Result result = tarnWithInput(pcmOf(stereo, 16), {"upmix", "--layout", "7.1-remap", "--remap", "m.txt",
+                                                            "--raw", "48000:16", "--quiet", "--json", "-", "out.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_EQ(Json::parse(result.output)["wrapped_samples"], sums.wrapped());
 }
@@ -305,7 +305,7 @@ TEST_F(Remap, BatchCountsEveryFile)
     const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
     writeAudio(at("quiet.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, Samples(4000, 0x100000));
     writeBytes(at("m.txt"), gains.text);
-    const Result result = tarn({"upmix", "--layout", "slots8", "--remap", "m.txt", "--output-dir", "out", "-j", "2",
+    const Result result = tarn({"upmix", "--layout", "7.1-remap", "--remap", "m.txt", "--output-dir", "out", "-j", "2",
                                 "--json", "in.wav", "quiet.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     const Json files = Json::parse(result.output)["files"];
@@ -367,7 +367,7 @@ TEST_F(Remap, BadSlotNamesAreRefusedWithTheLine)
     const std::string rows = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";
     const auto expectRefusal = [this](const std::string& text, const std::string& message) {
         writeBytes(at("m.txt"), text);
-        const Result result = tarn({"upmix", "--layout", "slots8", "--remap", "m.txt", "in.wav", "out.wav"});
+        const Result result = tarn({"upmix", "--layout", "7.1-remap", "--remap", "m.txt", "in.wav", "out.wav"});
         EXPECT_EQ(result.exitCode, 65) << text;
         EXPECT_EQ(result.errors, "tarn: m.txt: " + message + "\n");
         EXPECT_EQ(files(), (std::vector<std::string>{"in.wav", "m.txt"}));

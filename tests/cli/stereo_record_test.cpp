@@ -25,7 +25,7 @@ StereoRecord filters(unsigned seed)
     std::mt19937 engine(seed);
     std::uniform_real_distribution<double> value(-1.0, 1.0);
     StereoRecord record{};
-    record.offsetKept = 0.999;
+    record.highPassPole = 0.999;
     for (int s = 0; s < StereoRecord::kSections; ++s) {
         for (int b = 0; b < kBands; ++b) {
             // The poles are inside the unit circle.
@@ -71,8 +71,8 @@ void measureReference(StereoRecord& record, const double* stereo, std::size_t fr
         }
         double* const h = record.highPass;
         for (int side = 0; side < 2; ++side) {
-            h[side] = record.offsetKept * h[side] + frame[side] - record.before[side];
-            record.before[side] = frame[side];
+            h[side] = record.highPassPole * h[side] + frame[side] - record.previous[side];
+            record.previous[side] = frame[side];
             record.largest = std::max(record.largest, std::abs(frame[side]));
         }
         record.totalSums[0] += h[0] * h[0];
@@ -91,8 +91,8 @@ TEST(StereoRecord, FiguresAreTheSameForEveryInstructionSet)
         StereoRecord plain = filters(seed);
         measureReference(plain, stereo.data(), kFrames);
         EXPECT_GT(plain.bandSums[3][kBands - 1], 0.0);
-        ASSERT_FALSE(tarn::usableMeasuring().empty());
-        for (const auto& [instructionSet, measure] : tarn::usableMeasuring()) {
+        ASSERT_FALSE(tarn::usableVariants().empty());
+        for (const auto& [instructionSet, measure] : tarn::usableVariants()) {
             // The sizes of the pieces must not matter.
             StereoRecord record = filters(seed);
             std::size_t done = 0;

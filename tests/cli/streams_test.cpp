@@ -127,7 +127,7 @@ TEST_F(Streams, EmptyStreamIsRefused)
 {
     const Result result = tarnWithInput("", {"upmix", "--raw", "48000:16", "-", "out.wav"});
     EXPECT_EQ(result.exitCode, 65);
-    EXPECT_NE(result.errors.find("standard input: holds no audio: 0 frames"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("standard input: contains no audio: 0 frames"), std::string::npos) << result.errors;
     EXPECT_TRUE(files().empty());
 }
 

@@ -86,7 +86,7 @@ TEST_F(WorkerProcesses, ReportHowTheWorkFailed)
     };
     const std::vector<WorkerOutcome> all = outcomes(6, 2, work);
     ASSERT_EQ(all.size(), 6u);
-    const std::string others = "; the other files are done all the same; ";
+    const std::string others = "; the other files are not affected; ";
     EXPECT_EQ(all[0].error, "file0: is missing");
     EXPECT_EQ(all[0].exitCode, EX_NOINPUT);
     EXPECT_EQ(all[1].error, "file1: internal error: broken");

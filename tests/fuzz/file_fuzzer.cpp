@@ -252,7 +252,7 @@ void requireRefused(const tarn::UpmixOptions& options, const Outcome& outcome, b
 /// Decodes the options, and whether the output exists before the run.
 std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
 {
-    constexpr std::array<const char*, 4> kLayouts{"3.0", "5.1", "7.1", "slots8"};
+    constexpr std::array<const char*, 4> kLayouts{"3.0", "5.1", "7.1", "7.1-remap"};
     constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
     constexpr std::array<const char*, 12> kInputs{"in",      "in.wav", "in.flac", "in.mp3", "in.ogg",  "in.opus",
                                                   "in.aiff", "in.caf", "in.w64",  "in.au",  "in.rf64", "in.oga"};
@@ -268,7 +268,7 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
     options.mode = has(what, 5) ? "calm" : "fast";
     options.noAlign = has(what, 6);
     options.bypass = has(what, 7);
-    if (options.layout == "slots8") options.remapFile = surroundings().remap.name();
+    if (options.layout == "7.1-remap") options.remapFile = surroundings().remap.name();
 
     options.quiet = has(how, 0);
     options.json = has(how, 1);

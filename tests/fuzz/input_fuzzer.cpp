@@ -180,7 +180,7 @@ void upmixRaw(tarn::UpmixOptions options, ByteReader& bytes)
 /// Upmixes PCM with a remap file.
 void upmixWithMatrix(tarn::UpmixOptions options, ByteReader& bytes)
 {
-    options.layout = "slots8";
+    options.layout = "7.1-remap";
     options.input = kStream;
     options.raw = "48000:16";
     surroundings().input.hold(std::string(4 * 100, '\x5a'));
@@ -199,7 +199,7 @@ int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
 {
-    constexpr std::array<const char*, 4> kLayouts{"3.0", "3.0", "5.1", "slots8"};
+    constexpr std::array<const char*, 4> kLayouts{"3.0", "3.0", "5.1", "7.1-remap"};
     constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
     ByteReader bytes(input, size);
     const std::uint8_t what = bytes.byte();
@@ -212,7 +212,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
     options.noAlign = how / 16 % 2 != 0;
     options.quiet = how / 32 % 2 != 0;
     options.mode = how / 64 % 2 == 0 ? "fast" : "calm";
-    if (options.layout == "slots8") options.remapFile = surroundings().remap.name();
+    if (options.layout == "7.1-remap") options.remapFile = surroundings().remap.name();
     switch (what % 4) {
     case 1:
         upmixRaw(options, bytes);

@@ -1,4 +1,5 @@
-#include "cli/container_promise.h"
+// Reads the declared length from WAVE, RF64, W64, AIFF, AU, CAF and MPEG headers.
+#include "cli/declared_length.h"
 
 #include "cli/file_bytes.h"
 
@@ -11,23 +12,23 @@ namespace tarn
 namespace
 {
 
-AudioBytes audioAt(const FileBytes& file, std::uint64_t position, std::uint64_t promised)
+AudioBytes audioAt(const FileBytes& file, std::uint64_t position, std::uint64_t declared)
 {
     const std::uint64_t left = file.size() - std::min(position, file.size());
-    return {.promised = promised, .present = std::min(promised, left)};
+    return {.declared = declared, .present = std::min(declared, left)};
 }
 
-/// Sizes near the top of the signed and of the unsigned range are what streaming programs write.
+/// Whether a size is near the maximum of the signed or unsigned range, as programs write to pipes.
 bool isPlaceholder(std::uint64_t size)
 {
     return (size >= 0x7ffff000 && size <= 0x80000000) || (size >= 0xffffff00 && size <= 0xffffffff);
 }
 
-/// Chunks of a four-letter mark and a 32-bit size, padded to even sizes, from position 12.
+/// Searches chunks with a four-letter mark and a 32-bit size, padded to even sizes, from position 12.
 ///
 /// audioOffset  bytes of the audio chunk before the samples
-std::optional<AudioBytes> inChunks(const FileBytes& file, std::string_view audioMark, std::uint64_t audioOffset,
-                                   bool bigEndian)
+std::optional<AudioBytes> declaredInChunks(const FileBytes& file, std::string_view audioMark, std::uint64_t audioOffset,
+                                           bool bigEndian)
 {
     const bool isRf64 = file.marks(0, "RF64");
     std::uint64_t rf64Size = 0;
@@ -44,8 +45,8 @@ std::optional<AudioBytes> inChunks(const FileBytes& file, std::string_view audio
     return std::nullopt;
 }
 
-/// Chunks of a 16-byte mark that begins with four letters and a 64-bit size that counts both, padded to 8 bytes.
-std::optional<AudioBytes> inW64(const FileBytes& file)
+/// Searches chunks with a 16-byte mark and a 64-bit size that includes this header, padded to 8 bytes.
+std::optional<AudioBytes> declaredInW64(const FileBytes& file)
 {
     constexpr std::uint64_t kHeader = 24;
     for (std::uint64_t at = 40; at + kHeader <= file.size();) {
@@ -57,16 +58,16 @@ std::optional<AudioBytes> inW64(const FileBytes& file)
     return std::nullopt;
 }
 
-/// A fixed header: mark, position of the audio, its size.
-std::optional<AudioBytes> inAu(const FileBytes& file, bool bigEndian)
+/// Reads a fixed header: mark, position of the audio, its size.
+std::optional<AudioBytes> declaredInAu(const FileBytes& file, bool bigEndian)
 {
     const std::uint64_t size = file.number(8, 4, bigEndian);
     if (isPlaceholder(size)) return std::nullopt;
     return audioAt(file, file.number(4, 4, bigEndian), size);
 }
 
-/// The position of the first CAF chunk with a mark, from a position of a chunk on; the end of the file if there is
-/// none. A chunk is a mark, 64 bits of size, the contents.
+/// The position of the first CAF chunk with a mark, searched from a chunk on; the end of the file if there is none. A
+/// chunk is a mark, a 64-bit size and the contents.
 std::uint64_t cafChunk(const FileBytes& file, std::uint64_t at, std::string_view mark)
 {
     while (at < file.size() && !file.marks(at, mark)) {
@@ -77,7 +78,7 @@ std::uint64_t cafChunk(const FileBytes& file, std::uint64_t at, std::string_view
     return at;
 }
 
-std::optional<AudioBytes> inCaf(const FileBytes& file)
+std::optional<AudioBytes> declaredInCaf(const FileBytes& file)
 {
     constexpr std::uint64_t kEditCount = 4; ///< bytes before the samples
     const std::uint64_t at = cafChunk(file, 8, "data");
@@ -95,49 +96,49 @@ bool isContainer(const FileBytes& file, std::uint64_t at)
            file.marks(at, "dns.");
 }
 
-/// The position behind a container as its sizes declare it; 0 if they do not.
+/// The declared end of a container; 0 if unknown.
 std::uint64_t declaredEnd(const FileBytes& file, std::uint64_t begin)
 {
-    const auto behind = [&](std::uint64_t header, std::uint64_t size) {
+    const auto endAfter = [&](std::uint64_t header, std::uint64_t size) {
         return isPlaceholder(size) || size >= file.size() ? 0 : begin + header + size;
     };
     const bool isSwappedAu = file.marks(begin, "dns.");
     if (file.marks(begin, "RF64"))
-        return file.marks(begin + 12, "ds64") ? behind(8, file.number(begin + 20, 8, false)) : 0;
-    if (file.marks(begin, "riff")) return behind(0, file.number(begin + 16, 8, false));
+        return file.marks(begin + 12, "ds64") ? endAfter(8, file.number(begin + 20, 8, false)) : 0;
+    if (file.marks(begin, "riff")) return endAfter(0, file.number(begin + 16, 8, false));
     if (file.marks(begin, "caff")) return cafChunk(file, begin + 8, "caff");
     if (isSwappedAu || file.marks(begin, ".snd"))
-        return behind(file.number(begin + 4, 4, !isSwappedAu), file.number(begin + 8, 4, !isSwappedAu));
-    return behind(8, file.number(begin + 4, 4, !file.marks(begin, "RIFF")));
+        return endAfter(file.number(begin + 4, 4, !isSwappedAu), file.number(begin + 8, 4, !isSwappedAu));
+    return endAfter(8, file.number(begin + 4, 4, !file.marks(begin, "RIFF")));
 }
 
 } // namespace
 
-std::optional<AudioBytes> promisedAudio(const FileBytes& file)
+std::optional<AudioBytes> declaredAudioBytes(const FileBytes& file)
 {
-    if (file.marks(0, "RIFF") || file.marks(0, "RF64")) return inChunks(file, "data", 0, false);
-    if (file.marks(0, "RIFX")) return inChunks(file, "data", 0, true);
-    if (file.marks(0, "FORM")) return inChunks(file, "SSND", 8, true);
-    if (file.marks(0, "riff")) return inW64(file);
-    if (file.marks(0, ".snd")) return inAu(file, true);
-    if (file.marks(0, "dns.")) return inAu(file, false);
-    if (file.marks(0, "caff")) return inCaf(file);
+    if (file.marks(0, "RIFF") || file.marks(0, "RF64")) return declaredInChunks(file, "data", 0, false);
+    if (file.marks(0, "RIFX")) return declaredInChunks(file, "data", 0, true);
+    if (file.marks(0, "FORM")) return declaredInChunks(file, "SSND", 8, true);
+    if (file.marks(0, "riff")) return declaredInW64(file);
+    if (file.marks(0, ".snd")) return declaredInAu(file, true);
+    if (file.marks(0, "dns.")) return declaredInAu(file, false);
+    if (file.marks(0, "caff")) return declaredInCaf(file);
     return std::nullopt;
 }
 
-std::optional<CutChunk> cutCafData(const FileBytes& file)
+std::optional<TruncatedChunk> truncatedCafData(const FileBytes& file)
 {
     if (!file.marks(0, "caff")) return std::nullopt;
     const std::uint64_t at = cafChunk(file, 8, "data");
     if (at + 12 > file.size() || file.number(at + 4, 8, true) <= file.size() - at - 12) return std::nullopt;
-    return CutChunk{.sizeAt = at + 4, .present = file.size() - at - 12};
+    return TruncatedChunk{.sizeAt = at + 4, .present = file.size() - at - 12};
 }
 
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin)
 {
     if (!isContainer(file, begin)) return std::nullopt;
     const std::uint64_t end = declaredEnd(file, begin);
-    // Odd sizes are padded, but not by all programs.
+    // Not all programs pad odd sizes.
     for (const std::uint64_t next : {end, end + end % 2})
         if (next > begin && isContainer(file, next)) return next;
     return std::nullopt;
@@ -148,9 +149,9 @@ bool hasMpegIndex(int descriptor, std::uint64_t position)
     const FileBytes file(descriptor);
     const std::uint64_t start = position + file.id3v2Size(position);
 
-    // The mark stands behind the first frame's header, checksum and side information, which make 11 to 38 bytes.
-    constexpr std::uint64_t kFarthest = 64;
-    for (std::uint64_t i = 0; i < kFarthest; ++i)
+    // The mark follows the header, checksum and side information of the first frame: 11 to 38 bytes.
+    constexpr std::uint64_t kSearchBytes = 64;
+    for (std::uint64_t i = 0; i < kSearchBytes; ++i)
         for (const std::string_view mark : {"Xing", "Info", "VBRI"})
             if (file.marks(start + i, mark)) return true;
     return false;

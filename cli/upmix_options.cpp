@@ -1,0 +1,60 @@
+// Refuses options of tarn upmix that contradict each other.
+#include "cli/upmix_options.h"
+
+#include "cli/failure.h"
+#include "cli/file_sink.h"
+#include "cli/layout.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// Checks that --raw has a raw stream to describe, and that this stream allows the other options.
+void checkRaw(const UpmixOptions& options)
+{
+    if (!options.raw) return;
+    if (options.loudnessMatch && isStream(options.input))
+        throw Failure(EX_USAGE,
+                      "--loudness-match: reads INPUT twice, which a raw stream does not allow; name a file, or "
+                      "give --gain");
+    if (!isStream(options.input) && !isStream(options.output))
+        throw Failure(EX_USAGE,
+                      "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
+}
+
+void checkRemap(const UpmixOptions& options)
+{
+    const std::string layout = "--layout " + std::string(kRemapLayout);
+    const bool isRemapped = layoutNamed(options.layout).remapped;
+    if (isRemapped && options.remapFile.empty())
+        throw Failure(EX_USAGE, layout + ": needs a matrix; add --remap FILE (man tarn-upmix describes it)");
+    if (!isRemapped && !options.remapFile.empty())
+        throw Failure(EX_USAGE,
+                      "--remap: only " + layout + " takes a matrix; add " + layout + ", or leave --remap out");
+}
+
+} // namespace
+
+void checkOptions(const UpmixOptions& options)
+{
+    if (options.input.empty() || options.output.empty())
+        throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
+    if (options.bypass && (options.gainDb || options.loudnessMatch))
+        throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
+    if (options.gainDb && options.loudnessMatch)
+        throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
+    checkRemap(options);
+    checkRaw(options);
+    if (isStream(options.output)) return;
+    containerOf(options.output);
+    std::error_code ignored;
+    if (!options.remapFile.empty() && std::filesystem::equivalent(options.output, options.remapFile, ignored))
+        throw Failure(EX_USAGE, options.output + ": is the remap file; choose another name for the output");
+}
+
+} // namespace tarn

@@ -1,0 +1,93 @@
+// Prints the result of one upmix as notes or as JSON.
+#include "cli/upmix_report.h"
+
+#include "cli/decibels.h"
+#include "cli/progress.h"
+#include "cli/text.h"
+
+#include <cmath>
+#include <sstream>
+
+namespace tarn
+{
+
+namespace
+{
+
+std::string summary(const UpmixOptions& options, const UpmixReport& report)
+{
+    return options.inputName() + " -> " + options.outputName() + ": " + std::string(report.layout->name) + " (" +
+           std::string(report.layout->slotNames) + "), " + std::to_string(report.format.sampleRate) + " Hz, " +
+           std::to_string(report.format.bits) + " bits, " + durationText(report.frames, report.format.sampleRate) +
+           formatted(", %.0f x real time", report.speed);
+}
+
+Json channelsOf(const UpmixReport& report)
+{
+    double total = 0.0;
+    for (const ChannelLevel& level : report.levels) total += level.energy;
+    std::istringstream names{std::string(report.layout->slotNames)};
+    Json channels = Json::array();
+    for (const ChannelLevel& level : report.levels) {
+        std::string name;
+        names >> name;
+        const double meanSquare = level.energy / static_cast<double>(report.frames);
+        channels.push_back({{"name", name},
+                            {"peak_dbfs", finiteOrNull(decibels(level.peak))},
+                            {"rms_dbfs", finiteOrNull(decibels(std::sqrt(meanSquare)))},
+                            {"energy_share", total > 0.0 ? Json(level.energy / total) : Json()},
+                            {"full_scale_samples", level.fullScaleSamples}});
+    }
+    return channels;
+}
+
+} // namespace
+
+void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings)
+{
+    const std::string output = options.outputName();
+    if (report.loss)
+        printNote(options.inputName() + ": " + report.loss->message + "; the rest is upmixed; " + report.loss->advice);
+    if (!options.quiet) {
+        printNote(summary(options, report));
+        if (report.loudness)
+            printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
+                      " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
+                      formatted("%+.2f", report.gainDb) + " dB");
+    }
+    for (const std::string& warning : warnings) printNote(output + ": " + warning);
+    if (report.clipped > 0)
+        printNote(output + ": " + std::to_string(report.clipped) +
+                  " samples were beyond full scale and are clipped; give a smaller --gain" +
+                  (options.loudnessMatch ? " in place of --loudness-match" : ""));
+}
+
+Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
+{
+    if (report.skipped) return {{"input", options.input}, {"output", options.output}, {"skipped", true}};
+    Json json = {{"input", options.input},
+                 {"output", options.output},
+                 {"layout", report.layout->name},
+                 {"sample_rate", report.format.sampleRate},
+                 {"bits", report.format.bits},
+                 {"frames", report.frames},
+                 {"seconds", static_cast<double>(report.frames) / report.format.sampleRate},
+                 {"delay_frames", report.delayFrames},
+                 {"bypass", report.bypass},
+                 {"gain_db", report.gainDb},
+                 {"clipped_samples", report.clipped},
+                 {"speed", report.speed}};
+    if (report.loss) {
+        json["exit_code"] = report.exitCode();
+        json["loss"] = report.loss->json();
+    }
+    if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
+    if (report.loudness)
+        json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
+                                 {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},
+                                 {"output", finiteOrNull(report.loudness->output)}};
+    if (!report.levels.empty()) json["channels"] = channelsOf(report);
+    return json;
+}
+
+} // namespace tarn

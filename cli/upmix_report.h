@@ -1,0 +1,58 @@
+// The result of one upmix, printed as notes or as JSON.
+#pragma once
+
+#include "cli/audio_source.h"
+#include "cli/json.h"
+#include "cli/layout.h"
+#include "cli/level_sink.h"
+#include "cli/stream_format.h"
+#include "cli/upmix_options.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sysexits.h>
+
+namespace tarn
+{
+
+/// Integrated loudness, LUFS.
+struct LoudnessReport
+{
+    double input;
+    double atUnityGain; ///< of the output before the gain
+    double output;
+};
+
+/// The result of one upmix.
+struct UpmixReport
+{
+    const Layout* layout = nullptr;
+    StreamFormat format{};
+    std::uint64_t frames = 0;
+    std::uint32_t delayFrames = 0; ///< of the output against the input
+    double gainDb = 0.0;
+    bool bypass = false;
+    double speed = 0.0;                       ///< times real time
+    std::uint64_t clipped = 0;                ///< samples beyond full scale
+    std::optional<Loss> loss{};               ///< missing or damaged audio of the input
+    std::uint64_t wrapped = 0;                ///< samples that wrapped around in the remap mix
+    std::vector<ChannelLevel> levels{};       ///< by slot; only with --json
+    std::optional<LoudnessReport> loudness{}; ///< only with --loudness-match
+    bool skipped = false;                     ///< the output was complete already
+
+    /// EX_OK, or kExitIncomplete.
+    int exitCode() const noexcept { return loss && !loss->isNegligible() ? kExitIncomplete : EX_OK; }
+};
+
+/// Prints the result as notes.
+///
+/// warnings  about the output
+void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings);
+
+/// The report that --json prints.
+Json jsonOf(const UpmixOptions& options, const UpmixReport& report);
+
+} // namespace tarn
