@@ -610,9 +610,8 @@ protected:
             const Result result = tarn({"upmix", "--force", input, output});
             EXPECT_EQ(result.exitCode, 0) << result.errors;
             EXPECT_EQ(textsOf(output)[name].toString(), expected) << input << " " << output;
-            EXPECT_NE(
-                result.errors.find("tarn: " + input + ": its tags are not UTF-8 and are read as Windows-1252\n"),
-                std::string::npos)
+            EXPECT_NE(result.errors.find("tarn: " + input + ": its tags are not UTF-8 and are read as Windows-1252\n"),
+                      std::string::npos)
                 << result.errors;
         }
     }
