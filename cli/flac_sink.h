@@ -14,7 +14,7 @@
 namespace tarn
 {
 
-/// Writes a FLAC file. A comment holds the channel mask, because players may otherwise take the surrounds of 5.1 for
+/// Writes a FLAC file. A comment holds the channel mask, because players may otherwise play the surrounds of 5.1 as
 /// side channels.
 class FlacSink final : public AudioSink
 {

@@ -13,7 +13,7 @@ Upmixes stereo to left, right and centre: the same bytes on every machine.
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
   info INPUT...       describe files and rate whether upmixing gains anything
-  demo [OUTPUT]       upmix a built-in scene and show what went where
+  demo [OUTPUT]       upmix a built-in scene and print measurements
 
 Examples:
   tarn demo
@@ -41,10 +41,10 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --rate HZ          sample rate; default: that of INPUT, or the next supported
   --gain DB          -60 to 18              --loudness-match  as loud as INPUT
   --mode NAME        fast (default) or calm: how fast steering is followed
-  --bypass           plain stereo           --no-align   stay 960 frames late
+  --bypass           plain stereo           --no-align   keep delay, 960 frames
   --raw RATE:BITS    - is raw PCM of this format, such as 48000:16
   --output-dir DIR   one output for each    -r, --recursive   folders as well
-  --format NAME      of these: wav or flac  -j, --jobs N      files at a time
+  --format NAME      of these: wav or flac  -j, --jobs N      parallel jobs
   --skip-existing    leave complete outputs --force      replace OUTPUT
   --strict           refuse damaged INPUT   --json       print a report
   --quiet            errors and warnings    --help-all   every option
@@ -60,7 +60,7 @@ Prints a line for every INPUT: name, length, format, rate, channels, and whether
 upmixing gains anything.
 
   --verbose      figures of left against right, in all and for every octave
-  -j, --jobs N   files at a time, 1 (default) to 64
+  -j, --jobs N   parallel jobs, 1 (default) to 64
   --json         print JSON instead of text
   --quiet        no progress bar
 
@@ -70,8 +70,8 @@ man tarn-info describes the verdicts, the figures and the JSON.
 
 inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]
 
-Upmixes a built-in scene and shows what went where. With OUTPUT, a .wav or .flac
-file, it writes the upmix there, and the stereo beside it: scene-stereo.wav.
+Upmixes a built-in scene and prints measurements. With OUTPUT, a .wav or .flac
+file, it also writes the upmix and its stereo: scene.wav, scene-stereo.wav.
 
   --layout NAME  slots of OUTPUT: 3.0 (default) or 5.1
   --force        replace the files if they exist

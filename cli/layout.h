@@ -16,7 +16,7 @@ namespace tarn
 /// The slots of an output frame, and how file headers describe them.
 struct Layout
 {
-    std::string_view name;      ///< as --layout takes it
+    std::string_view name;      ///< value of --layout
     std::string_view slotNames; ///< in slot order, separated by spaces
     std::uint32_t slots;        ///< per frame
     std::uint32_t mask;         ///< WAVE channel mask, one bit per slot in slot order

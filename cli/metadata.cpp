@@ -1,4 +1,4 @@
-// Reads, converts and writes metadata beside the tags.
+// Reads, converts and writes metadata other than tags.
 #include "cli/metadata.h"
 
 #include "cli/stream_format.h"

@@ -107,7 +107,7 @@ void RawSink::write(const std::int32_t* samples, std::size_t frames)
     const std::uint8_t* next = bytes.data();
     for (std::size_t left = bytes.size(); left > 0;) {
         waitUntilReady(STDOUT_FILENO, POLLOUT);
-        // A pipe that is ready takes PIPE_BUF bytes without blocking.
+        // A pipe that is ready accepts PIPE_BUF bytes without blocking.
         const ssize_t written = ::write(STDOUT_FILENO, next, std::min<std::size_t>(left, PIPE_BUF));
         if (written >= 0) {
             next += written;

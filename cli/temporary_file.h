@@ -1,4 +1,4 @@
-// Locked temporary files beside the outputs.
+// Locked temporary files in the directory of an output.
 #pragma once
 
 #include "cli/descriptor.h"

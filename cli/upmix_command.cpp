@@ -55,7 +55,7 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
     } else if (!isStream(options.output) && format.bits > containerOf(options.output).maxBits) {
         format.bits = containerOf(options.output).maxBits;
         printNote(options.output + ": is written with " + std::to_string(format.bits) +
-                  " bits, the most that its format holds; the input has " + std::to_string(source.format().bits));
+                  " bits, the maximum of its format; the input has " + std::to_string(source.format().bits));
     }
     return format;
 }
@@ -103,7 +103,7 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
     const FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
     auto sink = openFileSink(options.output, options.force, source.identity(), contents);
     if (contents.metadata.tags.converted && !options.quiet)
-        printNote(options.inputName() + ": its tags are not UTF-8 and are taken for Windows-1252");
+        printNote(options.inputName() + ": its tags are not UTF-8 and are read as Windows-1252");
     for (const std::string& note : contents.metadata.tags.leftOut) printNote(options.inputName() + ": " + note);
     return sink;
 }

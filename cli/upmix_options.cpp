@@ -35,7 +35,7 @@ void checkRemap(const UpmixOptions& options)
         throw Failure(EX_USAGE, layout + ": needs a matrix; add --remap FILE (man tarn-upmix describes it)");
     if (!isRemapped && !options.remapFile.empty())
         throw Failure(EX_USAGE,
-                      "--remap: only " + layout + " takes a matrix; add " + layout + ", or leave --remap out");
+                      "--remap: only " + layout + " accepts a matrix; add " + layout + ", or leave --remap out");
 }
 
 } // namespace

@@ -141,14 +141,13 @@ TEST_F(Conversion, ReductionTo24BitsForFlacIsNoted)
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_32, 48000, 2, stereo);
     const Result result = tarn({"upmix", "in.wav", "out.flac"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
-    EXPECT_NE(
-        result.errors.find("tarn: out.flac: is written with 24 bits, the most that its format holds; the input has "
-                           "32\n"),
-        std::string::npos)
+    EXPECT_NE(result.errors.find("tarn: out.flac: is written with 24 bits, the maximum of its format; the input has "
+                                 "32\n"),
+              std::string::npos)
         << result.errors;
     EXPECT_TRUE(readAudio(at("out.flac")).samples == engineOutput(stereo, {.bits = 24}));
     EXPECT_EQ(tarn({"upmix", "--quiet", "--force", "in.wav", "out.flac"}).errors,
-              "tarn: out.flac: is written with 24 bits, the most that its format holds; the input has 32\n");
+              "tarn: out.flac: is written with 24 bits, the maximum of its format; the input has 32\n");
 }
 
 } // namespace tarn_cli

@@ -150,7 +150,7 @@ TEST_F(Refusals, ConflictingOptions)
     expectRefusal({"upmix", "--mix-fraction", "0.5", "in.wav", "out.wav"}, 64, "--mix-fraction: no such option");
     expectRefusal({"upmix", "--layout", "7.1-remap", "in.wav", "out.wav"}, 64, "add --remap FILE");
     expectRefusal({"upmix", "--remap", "matrix.txt", "in.wav", "out.wav"}, 64,
-                  "only --layout 7.1-remap takes a matrix");
+                  "only --layout 7.1-remap accepts a matrix");
     expectRefusal({"upmix", "--raw", "48000:16", "in.wav", "out.wav"}, 64, "INPUT and OUTPUT are both files");
     expectRefusal({"upmix", "-", "out.wav"}, 65,
                   "standard input: is empty, 0 bytes; check the command before the pipe");

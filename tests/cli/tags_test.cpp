@@ -376,7 +376,7 @@ TEST_F(Tags, InfoTextsOfRf64AreKept)
     const Result result = tarn({"upmix", "in.wav", "out.flac"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_EQ(textsOf("out.flac")["TITLE"].toString(), utf8("Apn\xc3\xa9"));
-    EXPECT_NE(result.errors.find("taken for Windows-1252"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("read as Windows-1252"), std::string::npos) << result.errors;
 }
 
 TEST_F(Tags, TagsWrittenByFfmpegAreKept)
@@ -609,9 +609,8 @@ protected:
             const Result result = tarn({"upmix", "--force", input, output});
             EXPECT_EQ(result.exitCode, 0) << result.errors;
             EXPECT_EQ(textsOf(output)[name].toString(), expected) << input << " " << output;
-            EXPECT_NE(
-                result.errors.find("tarn: " + input + ": its tags are not UTF-8 and are taken for Windows-1252\n"),
-                std::string::npos)
+            EXPECT_NE(result.errors.find("tarn: " + input + ": its tags are not UTF-8 and are read as Windows-1252\n"),
+                      std::string::npos)
                 << result.errors;
         }
     }
