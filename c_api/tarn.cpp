@@ -1,4 +1,5 @@
 // The C interface: each function calls zrk_tarn::UpmixStream.
+// SPDX-License-Identifier: MIT
 #include "c_api/tarn.h"
 
 #include "stream/upmix_stream.h"

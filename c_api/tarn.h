@@ -1,4 +1,5 @@
 /* Tarn for C: stereo in, front left, front right and centre out. */
+/* SPDX-License-Identifier: MIT */
 #ifndef ZRK_TARN_TARN_H
 #define ZRK_TARN_TARN_H
 

@@ -1,4 +1,5 @@
 // The analysis filterbank without its transform.
+// SPDX-License-Identifier: MIT
 #include "cinema/analysis.h"
 
 #include "cinema/smoothing.h"

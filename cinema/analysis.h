@@ -1,4 +1,5 @@
 // The analysis filterbank without its transform.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET

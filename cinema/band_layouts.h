@@ -1,4 +1,5 @@
 // The groupings of the 64 bands that are known at compile time.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "lanes/lanes.h"

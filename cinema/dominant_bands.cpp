@@ -1,4 +1,5 @@
 // The dominant band of every group.
+// SPDX-License-Identifier: MIT
 #include "cinema/dominant_bands.h"
 
 #include "cinema/band_layouts.h"

@@ -1,4 +1,5 @@
 // The peak measures of every group.
+// SPDX-License-Identifier: MIT
 #include "cinema/group_peaks.h"
 
 #include "cinema/largest.h"

@@ -1,4 +1,5 @@
 // The peak measures of every group.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

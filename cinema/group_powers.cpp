@@ -1,4 +1,5 @@
 // The smoothed peak measures of every group.
+// SPDX-License-Identifier: MIT
 #include "cinema/group_powers.h"
 
 #include "cinema/smoothing.h"

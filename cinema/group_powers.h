@@ -1,4 +1,5 @@
 // The smoothed peak measures of every group.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

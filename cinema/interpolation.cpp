@@ -1,4 +1,5 @@
 // The mixing matrix of every group.
+// SPDX-License-Identifier: MIT
 #include "cinema/interpolation.h"
 
 #include "lanes/lanes.h"

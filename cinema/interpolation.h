@@ -1,4 +1,5 @@
 // The mixing matrix of every group.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

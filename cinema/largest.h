@@ -1,4 +1,5 @@
 // The largest of some values and its index.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "lanes/lanes.h"

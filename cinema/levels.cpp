@@ -1,4 +1,5 @@
 // Broadband levels.
+// SPDX-License-Identifier: MIT
 #include "cinema/levels.h"
 
 #include "cinema/smoothing.h"

@@ -1,4 +1,5 @@
 // Broadband levels.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // Mixes subbands with the matrices of their groups.
+// SPDX-License-Identifier: MIT
 #include "cinema/mixing.h"
 
 #include "cinema/band_layouts.h"

@@ -1,4 +1,5 @@
 // Mixes subbands with the matrices of their groups.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

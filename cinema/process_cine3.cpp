@@ -1,4 +1,5 @@
 // The signal path of a block: analysis, measures, steering, mixing, synthesis.
+// SPDX-License-Identifier: MIT
 #include "cinema/process_cine3.h"
 
 #include "cinema/analysis.h"

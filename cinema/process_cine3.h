@@ -1,4 +1,5 @@
 // The signal path of a block.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

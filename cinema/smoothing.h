@@ -1,4 +1,5 @@
 // First-order recursive means.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

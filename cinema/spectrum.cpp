@@ -1,4 +1,5 @@
 // The sum of subband magnitudes and the share of the strongest bands.
+// SPDX-License-Identifier: MIT
 #include "cinema/spectrum.h"
 
 #include "cinema/largest.h"

@@ -1,4 +1,5 @@
 // The sum of subband magnitudes and the share of the strongest bands.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET

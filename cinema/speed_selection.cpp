@@ -1,4 +1,5 @@
 // The speed at which every group follows its steering.
+// SPDX-License-Identifier: MIT
 #include "cinema/speed_selection.h"
 
 #include "cinema/smoothing.h"

@@ -1,4 +1,5 @@
 // The speed at which every group follows its steering.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

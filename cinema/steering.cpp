@@ -1,4 +1,5 @@
 // Steering from level relations.
+// SPDX-License-Identifier: MIT
 #include "cinema/steering.h"
 
 #include "cinema/smoothing.h"

@@ -1,4 +1,5 @@
 // Steering from level relations.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

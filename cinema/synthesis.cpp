@@ -1,4 +1,5 @@
 // The synthesis filterbank without its transform.
+// SPDX-License-Identifier: MIT
 #include "cinema/synthesis.h"
 
 #include "filterbank/cos_mod.h"

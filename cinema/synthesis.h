@@ -1,4 +1,5 @@
 // The synthesis filterbank without its transform.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

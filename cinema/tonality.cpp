@@ -1,4 +1,5 @@
 // Tonal blocks, stationary groups, and the neighbours of the dominant group.
+// SPDX-License-Identifier: MIT
 #include "cinema/tonality.h"
 
 #include "lanes/lanes.h"

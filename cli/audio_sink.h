@@ -1,4 +1,5 @@
 // The interface of all audio outputs.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

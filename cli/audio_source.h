@@ -1,4 +1,5 @@
 // The interface of all audio inputs, and the report about missing audio.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_identity.h"

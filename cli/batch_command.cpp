@@ -1,4 +1,5 @@
 // Runs a batch, prints its summary and its JSON report.
+// SPDX-License-Identifier: MIT
 #include "cli/batch_command.h"
 
 #include "cli/batch_names.h"

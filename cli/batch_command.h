@@ -1,4 +1,5 @@
 // tarn upmix --output-dir: upmixes many files into one directory.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/upmix_command.h"

@@ -1,4 +1,5 @@
 // Searches folders for audio files, names outputs and refuses name collisions.
+// SPDX-License-Identifier: MIT
 #include "cli/batch_names.h"
 
 #include "cli/failure.h"

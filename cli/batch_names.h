@@ -1,4 +1,5 @@
 // Finds the input files of a batch and chooses the names of its outputs.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // A range of bytes in a file.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Parses the info chunk of CAF files into names and texts.
+// SPDX-License-Identifier: MIT
 #include "cli/caf_info.h"
 
 #include <algorithm>

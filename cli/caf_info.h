@@ -1,4 +1,5 @@
 // Parser for the info chunk of CAF files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // Walks the chunks of WAVE, RF64 and CAF files.
+// SPDX-License-Identifier: MIT
 #include "cli/chunks.h"
 
 #include "cli/byte_range.h"

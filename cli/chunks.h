@@ -1,4 +1,5 @@
 // Lists and reads the chunks of WAVE, RF64 and CAF files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // Decibels of amplitude and energy ratios.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cmath>

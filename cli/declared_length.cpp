@@ -1,4 +1,5 @@
 // Reads the declared length from WAVE, RF64, W64, AIFF, AU, CAF and MPEG headers.
+// SPDX-License-Identifier: MIT
 #include "cli/declared_length.h"
 
 #include "cli/file_bytes.h"

@@ -1,4 +1,5 @@
 // The length of the audio data that the headers of audio files declare.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_bytes.h"

@@ -1,4 +1,5 @@
 // Chooses the decoder for a part of a file.
+// SPDX-License-Identifier: MIT
 #include "cli/decoder.h"
 
 #include "cli/file_bytes.h"

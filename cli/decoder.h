@@ -1,4 +1,5 @@
 // The interface of all audio decoders.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/byte_range.h"

@@ -1,4 +1,5 @@
 // Upmixes the built-in scene, prints the table and writes the files.
+// SPDX-License-Identifier: MIT
 #include "cli/demo_command.h"
 
 #include "cli/decibels.h"

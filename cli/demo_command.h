@@ -1,4 +1,5 @@
 // tarn demo: upmixes a built-in scene and prints measurements.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

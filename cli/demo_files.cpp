@@ -1,4 +1,5 @@
 // Writes the upmixed scene and its stereo; keeps both files or none.
+// SPDX-License-Identifier: MIT
 #include "cli/demo_files.h"
 
 #include "cli/failure.h"

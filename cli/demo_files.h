@@ -1,4 +1,5 @@
 // The two files that tarn demo writes.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_sink.h"

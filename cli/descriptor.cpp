@@ -1,4 +1,5 @@
 // Writes all bytes to a file descriptor.
+// SPDX-License-Identifier: MIT
 #include "cli/descriptor.h"
 
 #include <cerrno>

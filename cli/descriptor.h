@@ -1,4 +1,5 @@
 // RAII owner of a file descriptor.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // Compares an existing output with the length, rate and channels expected from the input.
+// SPDX-License-Identifier: MIT
 #include "cli/existing_output.h"
 
 #include "cli/failure.h"

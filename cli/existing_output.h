@@ -1,4 +1,5 @@
 // Checks for --skip-existing whether an output is complete.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_source.h"

@@ -1,4 +1,5 @@
 // The exceptions that end the command with an exit code and a message.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <stdexcept>

@@ -1,4 +1,5 @@
 // Reads numbers and marks at any position of a file.
+// SPDX-License-Identifier: MIT
 #include "cli/file_bytes.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Buffered random access to the bytes of a file.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/byte_range.h"

@@ -1,4 +1,5 @@
 // Device and inode of a file, to recognise the same file under two names.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <sys/stat.h>

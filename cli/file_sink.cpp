@@ -1,4 +1,5 @@
 // Chooses WAV or FLAC by the extension of the output.
+// SPDX-License-Identifier: MIT
 #include "cli/file_sink.h"
 
 #include "cli/failure.h"

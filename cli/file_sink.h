@@ -1,4 +1,5 @@
 // Creates the output file for a file name.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_sink.h"

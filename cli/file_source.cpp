@@ -1,4 +1,5 @@
 // Reads all parts of an audio file as stereo and reports what is missing.
+// SPDX-License-Identifier: MIT
 #include "cli/file_source.h"
 
 #include "cli/decibels.h"

@@ -1,4 +1,5 @@
 // Stereo from an audio file.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_source.h"

@@ -1,4 +1,5 @@
 // Reads and seeks inside a byte range of a file.
+// SPDX-License-Identifier: MIT
 #include "cli/file_window.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // A byte range of a file that libraries read like a file of its own.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/byte_range.h"

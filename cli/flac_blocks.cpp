@@ -1,4 +1,5 @@
 // Parses cue sheets and application blocks of FLAC.
+// SPDX-License-Identifier: MIT
 #include "cli/flac_blocks.h"
 
 #include <algorithm>

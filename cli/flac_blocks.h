@@ -1,4 +1,5 @@
 // Converts the FLAC metadata blocks of the input for libFLAC's encoder.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/tags.h"

@@ -1,4 +1,5 @@
 // Decodes FLAC with libFLAC and replaces damaged frames with silence.
+// SPDX-License-Identifier: MIT
 #include "cli/flac_decoder.h"
 
 #include "cli/text.h"

@@ -1,4 +1,5 @@
 // Decoder for FLAC and Ogg FLAC.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/decoder.h"

@@ -1,4 +1,5 @@
 // Encodes FLAC with libFLAC, with comments, pictures and metadata blocks.
+// SPDX-License-Identifier: MIT
 #include "cli/flac_sink.h"
 
 #include "cli/failure.h"

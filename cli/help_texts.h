@@ -1,4 +1,5 @@
 // The texts of --help.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace tarn

@@ -1,4 +1,5 @@
 // Analyses audio files and prints lines, tables or JSON.
+// SPDX-License-Identifier: MIT
 #include "cli/info_command.h"
 
 #include "cli/decibels.h"

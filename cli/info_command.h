@@ -1,4 +1,5 @@
 // tarn info: describes audio files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // Opens input files; copies piped input to an unnamed temporary file.
+// SPDX-License-Identifier: MIT
 #include "cli/input_file.h"
 
 #include "cli/failure.h"

@@ -1,4 +1,5 @@
 // Opens input files and stores piped input.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/descriptor.h"

@@ -1,4 +1,5 @@
 // Catches signals and ends waits for input and output.
+// SPDX-License-Identifier: MIT
 #include "cli/interrupt.h"
 
 #include "cli/failure.h"

@@ -1,4 +1,5 @@
 // Clean termination on SIGINT, SIGTERM, SIGHUP and SIGQUIT.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace tarn

@@ -1,4 +1,5 @@
 // Splits chained Ogg, joined containers and joined MPEG audio into parts.
+// SPDX-License-Identifier: MIT
 #include "cli/joined_streams.h"
 
 #include "cli/declared_length.h"

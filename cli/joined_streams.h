@@ -1,4 +1,5 @@
 // Finds the parts of files that were joined from several audio files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/byte_range.h"

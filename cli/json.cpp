@@ -1,4 +1,5 @@
 // Prints JSON with file names that survive without UTF-8.
+// SPDX-License-Identifier: MIT
 #include "cli/json.h"
 
 #include "cli/text.h"

@@ -1,4 +1,5 @@
 // JSON documents and their output.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,5 @@
 // The table of output layouts.
+// SPDX-License-Identifier: MIT
 #include "cli/layout.h"
 
 #include "cli/failure.h"

@@ -1,4 +1,5 @@
 // The output layouts: slots, names, channel masks.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/upmix_stream.h"

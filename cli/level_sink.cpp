@@ -1,4 +1,5 @@
 // Accumulates channel levels while samples pass to the next sink.
+// SPDX-License-Identifier: MIT
 #include "cli/level_sink.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Measures peak and energy of each output channel.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_sink.h"

@@ -1,4 +1,5 @@
 // Measures loudness with libebur128.
+// SPDX-License-Identifier: MIT
 #include "cli/loudness.h"
 
 #include <limits>

@@ -1,4 +1,5 @@
 // Integrated loudness by ITU-R BS.1770.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_sink.h"

@@ -1,4 +1,5 @@
 // The tarn command: options, subcommands, exit codes.
+// SPDX-License-Identifier: MIT
 #include "cli/batch_command.h"
 #include "cli/demo_command.h"
 #include "cli/failure.h"

@@ -1,4 +1,5 @@
 // The filters and sums of the stereo analysis, vectorised over bands.
+// SPDX-License-Identifier: MIT
 #include "cli/stereo_record.h"
 #include "lanes/lanes.h"
 

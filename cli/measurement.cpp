@@ -1,4 +1,5 @@
 // Measures energy shares, peaks and delay of the demo's outputs.
+// SPDX-License-Identifier: MIT
 #include "cli/measurement.h"
 
 #include <algorithm>

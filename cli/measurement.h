@@ -1,4 +1,5 @@
 // Levels and delay of the demo's outputs.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

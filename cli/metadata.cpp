@@ -1,4 +1,5 @@
 // Reads, converts and writes metadata other than tags.
+// SPDX-License-Identifier: MIT
 #include "cli/metadata.h"
 
 #include "cli/stream_format.h"

@@ -1,4 +1,5 @@
 // Tags, broadcast extension and chunks that go from the input to the output.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/chunks.h"

@@ -1,4 +1,5 @@
 // Decodes MPEG audio with libmpg123.
+// SPDX-License-Identifier: MIT
 #include "cli/mpeg_decoder.h"
 
 #include "cli/quiet_standard_error.h"

@@ -1,4 +1,5 @@
 // Decoder for MP3, MP2 and MP1.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/decoder.h"

@@ -1,4 +1,5 @@
 // Parses MPEG frame headers and index frames.
+// SPDX-License-Identifier: MIT
 #include "cli/mpeg_frames.h"
 
 #include <array>

@@ -1,4 +1,5 @@
 // Parser for the headers of MPEG audio frames.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_bytes.h"

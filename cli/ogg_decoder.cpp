@@ -1,4 +1,5 @@
 // Places decoded Ogg pages on the time line and fills gaps with silence.
+// SPDX-License-Identifier: MIT
 #include "cli/ogg_decoder.h"
 
 #include "cli/text.h"

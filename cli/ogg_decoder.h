@@ -1,4 +1,5 @@
 // The part of Ogg decoding that does not depend on the codec.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/decoder.h"

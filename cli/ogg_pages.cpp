@@ -1,4 +1,5 @@
 // Reads Ogg pages and packets with libogg.
+// SPDX-License-Identifier: MIT
 #include "cli/ogg_pages.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Pages, packets and streams of Ogg files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/byte_range.h"

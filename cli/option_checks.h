@@ -1,4 +1,5 @@
 // Validators for option values.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <CLI/CLI.hpp>

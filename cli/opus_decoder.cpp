@@ -1,4 +1,5 @@
 // Decodes Ogg Opus with libopus.
+// SPDX-License-Identifier: MIT
 #include "cli/opus_decoder.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Decoder for Ogg Opus.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/ogg_decoder.h"

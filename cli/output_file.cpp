@@ -1,4 +1,5 @@
 // Writes to a temporary file and renames it.
+// SPDX-License-Identifier: MIT
 #include "cli/output_file.h"
 
 #include "cli/failure.h"

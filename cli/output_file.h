@@ -1,4 +1,5 @@
 // An output file that appears under its name only when it is complete.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_identity.h"

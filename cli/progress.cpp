@@ -1,4 +1,5 @@
 // Prints the progress bar, the status line and notes.
+// SPDX-License-Identifier: MIT
 #include "cli/progress.h"
 
 #include "cli/text.h"

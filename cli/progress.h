@@ -1,4 +1,5 @@
 // Progress bar, status line and notes on standard error.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <chrono>

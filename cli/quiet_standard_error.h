@@ -1,4 +1,5 @@
 // Discards what a library prints to standard error.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdio>

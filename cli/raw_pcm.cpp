@@ -1,4 +1,5 @@
 // Reads and writes raw PCM through pipes.
+// SPDX-License-Identifier: MIT
 #include "cli/raw_pcm.h"
 
 #include "cli/failure.h"

@@ -1,4 +1,5 @@
 // Raw PCM on standard input and standard output.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_sink.h"

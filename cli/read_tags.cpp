@@ -1,4 +1,5 @@
 // Reads the tags of all file formats with TagLib and libsndfile.
+// SPDX-License-Identifier: MIT
 #include "cli/tags.h"
 
 #include "cli/caf_info.h"

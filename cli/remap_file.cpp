@@ -1,4 +1,5 @@
 // Reads slot names and gains from a remap file.
+// SPDX-License-Identifier: MIT
 #include "cli/remap_file.h"
 
 #include "cli/failure.h"

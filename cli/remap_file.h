@@ -1,4 +1,5 @@
 // Parser for remap matrix files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/layout.h"

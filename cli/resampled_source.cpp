@@ -1,4 +1,5 @@
 // Converts sample rates with libsoxr.
+// SPDX-License-Identifier: MIT
 #include "cli/resampled_source.h"
 
 #include "cli/decibels.h"

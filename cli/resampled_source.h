@@ -1,4 +1,5 @@
 // Sample rate conversion of an audio source.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_source.h"

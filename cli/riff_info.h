@@ -1,4 +1,5 @@
 // The names of RIFF INFO fields.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

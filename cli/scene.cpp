@@ -1,4 +1,5 @@
 // Synthesises the voice, the moving source and the wide chords of the demo scene.
+// SPDX-License-Identifier: MIT
 #include "cli/scene.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // The synthetic stereo scene of tarn demo.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Decodes with libsndfile.
+// SPDX-License-Identifier: MIT
 #include "cli/sndfile_decoder.h"
 
 #include "cli/declared_length.h"

@@ -1,4 +1,5 @@
 // Decoder for all formats that only libsndfile reads.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/decoder.h"

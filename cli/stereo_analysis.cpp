@@ -1,4 +1,5 @@
 // Designs the octave filters and classifies stereo recordings.
+// SPDX-License-Identifier: MIT
 #include "cli/stereo_analysis.h"
 
 #include "cli/decibels.h"

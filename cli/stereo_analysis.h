@@ -1,4 +1,5 @@
 // Measures how left and right are related and classifies a recording.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/stereo_record.h"

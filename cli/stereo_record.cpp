@@ -1,4 +1,5 @@
 // Lists the variants of the stereo analysis that this processor can run.
+// SPDX-License-Identifier: MIT
 #include "cli/stereo_record.h"
 
 #include "dispatch/instruction_set_list.h"

@@ -1,4 +1,5 @@
 // The state of the stereo analysis, and its variants per instruction set.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // Checks sample rates and parses --raw.
+// SPDX-License-Identifier: MIT
 #include "cli/stream_format.h"
 
 #include "cli/failure.h"

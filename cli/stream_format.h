@@ -1,4 +1,5 @@
 // Sample rate and width of PCM, and sample conversions.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <algorithm>

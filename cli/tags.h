@@ -1,4 +1,5 @@
 // Tags, pictures and FLAC metadata blocks of a recording.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

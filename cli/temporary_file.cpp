@@ -1,4 +1,5 @@
 // Creates temporary files and removes those of killed runs.
+// SPDX-License-Identifier: MIT
 #include "cli/temporary_file.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Locked temporary files in the directory of an output.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/descriptor.h"

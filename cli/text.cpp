@@ -1,4 +1,5 @@
 // Quotes file names, checks UTF-8, formats durations and columns.
+// SPDX-License-Identifier: MIT
 #include "cli/text.h"
 
 #include <algorithm>

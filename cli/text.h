@@ -1,4 +1,5 @@
 // Quoting, UTF-8 and number formatting for messages.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

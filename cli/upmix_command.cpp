@@ -1,4 +1,5 @@
 // Connects source, engine and sink for one upmix.
+// SPDX-License-Identifier: MIT
 #include "cli/upmix_command.h"
 
 #include "cli/decibels.h"

@@ -1,4 +1,5 @@
 // tarn upmix: upmixes one file or stream.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/upmix_options.h"

@@ -1,4 +1,5 @@
 // Refuses options of tarn upmix that contradict each other.
+// SPDX-License-Identifier: MIT
 #include "cli/upmix_options.h"
 
 #include "cli/failure.h"

@@ -1,4 +1,5 @@
 // The options of tarn upmix.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

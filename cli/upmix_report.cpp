@@ -1,4 +1,5 @@
 // Prints the result of one upmix as notes or as JSON.
+// SPDX-License-Identifier: MIT
 #include "cli/upmix_report.h"
 
 #include "cli/decibels.h"

@@ -1,4 +1,5 @@
 // The result of one upmix, printed as notes or as JSON.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_source.h"

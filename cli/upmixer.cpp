@@ -1,4 +1,5 @@
 // Feeds frames to the engine and removes its delay.
+// SPDX-License-Identifier: MIT
 #include "cli/upmixer.h"
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 // Upmixes a recording of any length with the engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_sink.h"

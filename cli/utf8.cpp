@@ -1,4 +1,5 @@
 // Decodes UTF-8 or Windows-1252.
+// SPDX-License-Identifier: MIT
 #include "cli/utf8.h"
 
 #include "cli/text.h"

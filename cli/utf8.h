@@ -1,4 +1,5 @@
 // Converts text of unknown encoding to UTF-8.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // Decodes Ogg Vorbis with libvorbis.
+// SPDX-License-Identifier: MIT
 #include "cli/vorbis_decoder.h"
 
 #include <algorithm>

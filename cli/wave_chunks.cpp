@@ -1,4 +1,5 @@
 // Reads iXML and cart chunks and converts their sample counts.
+// SPDX-License-Identifier: MIT
 #include "cli/wave_chunks.h"
 
 #include "cli/stream_format.h"

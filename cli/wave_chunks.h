@@ -1,4 +1,5 @@
 // iXML and cart chunks of WAVE files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/chunks.h"

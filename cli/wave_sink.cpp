@@ -1,4 +1,5 @@
 // Writes WAV and RF64 with libsndfile.
+// SPDX-License-Identifier: MIT
 #include "cli/wave_sink.h"
 
 #include "cli/failure.h"

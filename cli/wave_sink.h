@@ -1,4 +1,5 @@
 // Output to a WAV file.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_sink.h"

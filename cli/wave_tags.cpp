@@ -1,4 +1,5 @@
 // Appends RIFF INFO, ID3v2 and other chunks to a WAV file.
+// SPDX-License-Identifier: MIT
 #include "cli/wave_tags.h"
 
 #include "cli/descriptor.h"

@@ -1,4 +1,5 @@
 // Tags in WAV files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/metadata.h"

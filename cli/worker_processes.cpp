@@ -1,4 +1,5 @@
 // Forks workers, collects their results and forwards signals.
+// SPDX-License-Identifier: MIT
 #include "cli/worker_processes.h"
 
 #include "cli/descriptor.h"

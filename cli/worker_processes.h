@@ -1,4 +1,5 @@
 // Runs the work on each file in a process of its own.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/json.h"

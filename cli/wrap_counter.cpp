@@ -1,4 +1,5 @@
 // Computes the remap sums exactly and counts wraps.
+// SPDX-License-Identifier: MIT
 #include "cli/wrap_counter.h"
 
 #include "cli/text.h"

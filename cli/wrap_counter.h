@@ -1,4 +1,5 @@
 // Counts the samples that wrap around in the remap mix.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/audio_sink.h"

@@ -1,4 +1,5 @@
 // The table of block operations of one instruction set; compiled once for each.
+// SPDX-License-Identifier: MIT
 #include "cinema/process_cine3.h"
 #include "cinema/speed_selection.h"
 #include "dispatch/instruction_sets.h"

@@ -1,4 +1,5 @@
 // The engine's operations on blocks, forwarded to the chosen instruction set.
+// SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
 #include "engine/zrk_tarn.h"
 #include "lanes/float_environment.h"

@@ -1,4 +1,5 @@
 // Chooses the instruction set that engines work with.
+// SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
 
 #include "dispatch/instruction_set_list.h"

@@ -1,4 +1,5 @@
 // The work on a block as a table of functions, one table per instruction set, and the choice between them.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // The constants of the engine but thresholds and region matrices.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 
 const std::int16_t ZRKTarn::INTERNAL_BIT_DEPTH = 32;

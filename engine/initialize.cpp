@@ -1,4 +1,5 @@
 // Configures an engine for a stream format.
+// SPDX-License-Identifier: MIT
 #include "engine/sample_rates.h"
 #include "engine/threshold_rows.h"
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // Construction of an engine, and the operations that open, close and connect it.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "filterbank/cos_mod.h"
 

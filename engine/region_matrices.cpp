@@ -1,4 +1,5 @@
 // The mixing matrices of the nine regions, for two numbers of output channels.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 
 // One mixing matrix per region. The first digit of a name is the region in this grid; at the given steering values the

@@ -1,4 +1,5 @@
 // Stores the remap matrix.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 
 std::uint32_t ZRKTarn::SetRemapCoeff(int (*coeff)[4]) noexcept

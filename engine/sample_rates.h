@@ -1,4 +1,5 @@
 // The sample rates that the engine supports.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // The thresholds of a sample rate.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

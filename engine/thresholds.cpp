@@ -1,4 +1,5 @@
 // The steering thresholds.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 
 // Made by `design_thresholds table` (tools/design_thresholds.cpp): the steering magnitude, the larger of

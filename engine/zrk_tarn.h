@@ -1,4 +1,5 @@
 // The engine: its parameters, its record and its operations.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Upmixes a stereo file with libsndfile, aligned with the input and of the same length: file_to_file IN OUT.wav
+// SPDX-License-Identifier: MIT
 #include <sndfile.hh>
 #include <zrk_tarn/upmix_stream.h>
 

@@ -1,4 +1,5 @@
 /* Upmixes the default input device to three output channels with PortAudio until Enter is pressed. */
+/* SPDX-License-Identifier: MIT */
 #include <portaudio.h>
 #include <stdio.h>
 #include <zrk_tarn/tarn.h>

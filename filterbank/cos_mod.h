@@ -1,4 +1,5 @@
 // The public functions and tables of the filterbank.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// @file

@@ -1,4 +1,5 @@
 // The 64-point DCT-IV, one value at a time.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "filterbank/pair_sums.h"
 

@@ -1,4 +1,5 @@
 // Fills the cosine tables.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "filterbank/transform_tables.h"
 #include "lanes/float_environment.h"

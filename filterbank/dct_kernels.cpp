@@ -1,4 +1,5 @@
 // DCT kernels of size 2 to 32, one value at a time.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "filterbank/pair_sums.h"
 

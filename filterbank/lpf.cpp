@@ -1,4 +1,5 @@
 // The prototype filter.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 
 // Made by tools/design_lpf.py > filterbank/lpf.cpp: least mean deviation from perfect reconstruction

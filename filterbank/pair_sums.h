@@ -1,4 +1,5 @@
 // The inputs of half-size transforms: sums of neighbours, one value at a time.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace zrk_tarn

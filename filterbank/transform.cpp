@@ -1,4 +1,5 @@
 // The 64-point DCT-IV with vectors, from pair sums.
+// SPDX-License-Identifier: MIT
 #include "filterbank/transform.h"
 
 #include "filterbank/transform_tables.h"

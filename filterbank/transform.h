@@ -1,4 +1,5 @@
 // The 64-point DCT-IV with vectors, from pair sums.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET

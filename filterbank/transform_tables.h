@@ -1,4 +1,5 @@
 // The cosine tables in the layout of the vector transforms.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace zrk_tarn

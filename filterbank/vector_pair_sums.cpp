@@ -1,4 +1,5 @@
 // The inputs of half-size transforms with vectors.
+// SPDX-License-Identifier: MIT
 #include "filterbank/vector_pair_sums.h"
 
 #include "lanes/lanes.h"

@@ -1,4 +1,5 @@
 // The inputs of half-size transforms with vectors.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -1,4 +1,5 @@
 // Cuts a host's buffers into blocks of 64 frames and runs them through the engine.
+// SPDX-License-Identifier: MIT
 #include "host/reconfigure.h"
 #include "host/zrk_tarn_processor.h"
 

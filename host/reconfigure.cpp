@@ -1,4 +1,5 @@
 // Applies the stored configuration of a processor to its engine.
+// SPDX-License-Identifier: MIT
 #include "host/reconfigure.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Applies the stored configuration of a processor to its engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 // The host object: construction and configuration.
+// SPDX-License-Identifier: MIT
 #include "host/zrk_tarn_processor.h"
 
 zrk_tarn_processor_t::zrk_tarn_processor_t() noexcept = default;

@@ -1,4 +1,5 @@
 // The host object: one stream, its configuration and the block driver.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "../engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // Block input and output for one instruction set.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

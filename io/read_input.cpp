@@ -1,4 +1,5 @@
 // Reads host samples.
+// SPDX-License-Identifier: MIT
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
 

@@ -1,4 +1,5 @@
 // Mixes output rows with the remap matrix and writes host samples.
+// SPDX-License-Identifier: MIT
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
 

@@ -1,4 +1,5 @@
 // Conversion between host samples and engine scale.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

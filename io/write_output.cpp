@@ -1,4 +1,5 @@
 // Writes host samples.
+// SPDX-License-Identifier: MIT
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
 

@@ -1,4 +1,5 @@
 // Sets the default floating-point environment for a scope.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

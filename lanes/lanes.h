@@ -1,4 +1,5 @@
 // Vectors of neighbouring values, as wide as the instruction set.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // Conversion of floats to 32-bit integers with saturation.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "lanes/lanes.h"

@@ -1,4 +1,5 @@
 // Arithmetic whose speed does not depend on subnormal numbers, with the bits of single precision.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "lanes/lanes.h"

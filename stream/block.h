@@ -1,4 +1,5 @@
 // The block that the engine processes at a time.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

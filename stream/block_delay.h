@@ -1,4 +1,5 @@
 // Delays a slot by the engine's delay.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/block.h"

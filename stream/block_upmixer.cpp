@@ -1,4 +1,5 @@
 // Runs blocks through the engine.
+// SPDX-License-Identifier: MIT
 #include "stream/block_upmixer.h"
 
 #include "host/reconfigure.h"

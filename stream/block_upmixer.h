@@ -1,4 +1,5 @@
 // Runs blocks through the engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/block.h"

@@ -1,4 +1,5 @@
 // Checks a stream configuration.
+// SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
 #include <algorithm>

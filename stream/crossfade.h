@@ -1,4 +1,5 @@
 // Mixes the upmix with the bypassed input and applies the make-up gain.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/block.h"

@@ -1,4 +1,5 @@
 // Make-up gain in decibels, for user interfaces.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cmath>

@@ -1,4 +1,5 @@
 // A value that fades linearly to its target.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/block.h"

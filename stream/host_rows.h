@@ -1,4 +1,5 @@
 // Where the samples of each slot lie in a host's memory.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/stream_types.h"

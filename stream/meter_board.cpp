@@ -1,4 +1,5 @@
 // The meters of a stream.
+// SPDX-License-Identifier: MIT
 #include "stream/meter_board.h"
 
 #include "dispatch/instruction_sets.h"

@@ -1,4 +1,5 @@
 // The meters of a stream.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // Converts samples between a host's memory and rows of integers.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/stream_types.h"

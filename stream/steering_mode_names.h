@@ -1,4 +1,5 @@
 // The names of the steering modes, for user interfaces.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/stream_types.h"

@@ -1,4 +1,5 @@
 // The types that configure a stream and that its meters return.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
 // The stream: collects a host's frames into blocks and returns as many frames as it takes.
+// SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
 #include "filterbank/cos_mod.h"

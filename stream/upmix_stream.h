@@ -1,4 +1,5 @@
 // A stream of buffers of any size and format through the engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream_types.h"

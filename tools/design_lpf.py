@@ -28,6 +28,7 @@ T. Q. Nguyen, Digital filter bank design quadratic-constrained formulation, IEEE
 J. F. Kaiser, Nonrecursive digital filter design using the I0-sinh window function, ISCAS 1974.
 S. Mehrotra, On the implementation of a primal-dual interior point method, SIAM J. Optimization 2 (4), 1992.
 """
+# SPDX-License-Identifier: MIT
 
 import os
 
@@ -285,6 +286,7 @@ def table_of(x):
 def print_table(table, figures):
     """The C++ file."""
     print("// The prototype filter.")
+    print("// SPDX-License-Identifier: MIT")
     print('#include "filterbank/cos_mod.h"\n')
     print("// Made by tools/design_lpf.py > filterbank/lpf.cpp: least mean deviation from perfect reconstruction")
     print("// under a stopband mask and limits on the taps, by successive quadratic programmes. Figures of the whole")

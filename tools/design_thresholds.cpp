@@ -11,6 +11,7 @@
 //   sweep   image jitter against response over the three rates
 //
 // H. Rohling, Radar CFAR thresholding in clutter and multiple target situations, IEEE Trans. AES-19, 1983.
+// SPDX-License-Identifier: MIT
 
 #include "tools/steering_field.h"
 
@@ -219,6 +220,7 @@ void printTable()
 
     std::printf(
         "// The steering thresholds.\n"
+        "// SPDX-License-Identifier: MIT\n"
         "#include \"engine/zrk_tarn.h\"\n\n"
         "// Made by `design_thresholds table` (tools/design_thresholds.cpp): the steering magnitude, the larger of\n"
         "// left/right and front/back, that a diffuse field of independent pink noise exceeds at the rates below, at\n"

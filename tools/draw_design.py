@@ -6,6 +6,7 @@ usage: tools/draw_design.py
 Reads filterbank/lpf.cpp, docs/data/trade-off.txt (tools/design_lpf.py --trade-off) and docs/data/threshold-sweep.txt
 (design_thresholds sweep). Needs python3-numpy and python3-matplotlib (Debian).
 """
+# SPDX-License-Identifier: MIT
 
 from pathlib import Path
 import re

@@ -6,6 +6,7 @@ usage: tools/measure_lpf.py filterbank/lpf.cpp
 The whole chain, analysis and synthesis without any mixing, runs in double precision on the taps as the table holds
 them in single precision; the 64-point DCT-IV is a plain matrix product. Needs python3-numpy (Debian).
 """
+# SPDX-License-Identifier: MIT
 
 import os
 

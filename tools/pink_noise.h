@@ -1,4 +1,5 @@
 // Pink noise.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
 // Runs the engine on test scenes to read its steering.
+// SPDX-License-Identifier: MIT
 #include "tools/steering_field.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Runs the engine on test scenes to read its steering.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 """The figures of the report: measure, scene and title of each."""
+# SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
 

@@ -3,6 +3,7 @@
 Signals are [frames] or [frames, channels]; outputs are in the order FL FR C. Levels and errors are in dB, shares are
 fractions of one. Undefined values, such as the level of silence, are None.
 """
+# SPDX-License-Identifier: MIT
 
 import numpy as np
 import scipy.signal

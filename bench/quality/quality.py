@@ -7,6 +7,7 @@ Needs Debian's python3-numpy, python3-scipy, python3-soundfile and python3-matpl
 ffmpeg for the comparison, espeak-ng for speech, and fretsonfire-songs-muldjord as recording. The report names what is
 missing.
 """
+# SPDX-License-Identifier: MIT
 
 import argparse
 import os

@@ -1,4 +1,5 @@
 """Makes tables, JSON and pictures of the figures."""
+# SPDX-License-Identifier: MIT
 
 import json
 from pathlib import Path

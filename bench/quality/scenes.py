@@ -3,6 +3,7 @@
 Signals are float64, full scale = 1.0, time along the first axis. Every random signal depends only on the
 seed of the caller. A mix is rounded to 24 bits once, so that all systems under test get the same samples.
 """
+# SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
 from pathlib import Path

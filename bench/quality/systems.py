@@ -3,6 +3,7 @@
 All map [frames, 2] to [frames, 3], order FL FR C, float64, full scale = 1.0, at the rate of the input in Hz. `stream`
 is the output of a running system with its delay; `aligned` has the delay removed. Both keep the number of frames.
 """
+# SPDX-License-Identifier: MIT
 
 from pathlib import Path
 import shutil

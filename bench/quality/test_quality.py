@@ -5,6 +5,7 @@
 
 If the environment variable TARN has the path of the command, the figures of the engine are measured twice and compared.
 """
+# SPDX-License-Identifier: MIT
 
 import os
 from pathlib import Path

@@ -1,4 +1,5 @@
 // The Google Benchmark cases.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace speed

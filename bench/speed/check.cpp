@@ -1,4 +1,5 @@
 // Compares outputs with the reference engine before anything is measured.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/check.h"
 
 #include "bench/speed/stages.h"

@@ -1,4 +1,5 @@
 // Compares outputs with the reference engine before anything is measured.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace speed

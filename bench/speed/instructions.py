@@ -6,6 +6,7 @@
 Needs valgrind and the build of preset bench. The result is the difference of two runs of different length, which
 excludes initialization.
 """
+# SPDX-License-Identifier: MIT
 
 import argparse
 from pathlib import Path

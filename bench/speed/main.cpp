@@ -1,4 +1,5 @@
 // The command tarn_speed.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/check.h"
 #include "bench/speed/stream.h"

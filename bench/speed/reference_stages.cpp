@@ -1,4 +1,5 @@
 // The stages of the reference engine.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/stages.h"
 
 #include "tests/reference/reference_cinema.h"

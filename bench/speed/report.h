@@ -1,4 +1,5 @@
 // Reports measured ticks to Google Benchmark.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/ticks.h"

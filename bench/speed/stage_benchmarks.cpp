@@ -1,4 +1,5 @@
 // Benchmarks of single stages.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/report.h"
 #include "bench/speed/stages.h"

@@ -1,4 +1,5 @@
 // Finds the stages of an instruction set by its name.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/stages.h"
 #include "dispatch/instruction_set_list.h"
 

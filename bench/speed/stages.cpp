@@ -1,4 +1,5 @@
 // The stages of one instruction set; compiled once for each.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/stages.h"
 
 #include "cinema/analysis.h"

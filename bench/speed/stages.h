@@ -1,4 +1,5 @@
 // The block operation as a list of stages.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

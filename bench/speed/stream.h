@@ -1,4 +1,5 @@
 // An engine and its host buffer.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // Prints the figures of docs/performance.md.
+// SPDX-License-Identifier: MIT
 #include "bench/speed/summary.h"
 
 #include "bench/speed/stages.h"

@@ -1,4 +1,5 @@
 // Prints the figures of docs/performance.md.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 namespace speed

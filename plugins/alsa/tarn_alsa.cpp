@@ -1,4 +1,5 @@
 // An ALSA PCM that upmixes the stereo it plays to 3.0 or 5.1 on its slave.
+// SPDX-License-Identifier: MIT
 #include "stream/gain.h"
 #include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"

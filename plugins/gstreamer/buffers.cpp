@@ -1,4 +1,5 @@
 // Upmixes buffers, trims the latency and returns the tail.
+// SPDX-License-Identifier: MIT
 #include "buffers.h"
 
 #include "errors.h"

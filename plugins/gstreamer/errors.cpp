@@ -1,4 +1,5 @@
 // Errors of the element, which stop the pipeline.
+// SPDX-License-Identifier: MIT
 #include "errors.h"
 
 namespace

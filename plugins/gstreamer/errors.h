@@ -1,4 +1,5 @@
 // Errors of the element, which stop the pipeline.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "state.h"

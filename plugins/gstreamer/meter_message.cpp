@@ -1,4 +1,5 @@
 // Meter values as an element message.
+// SPDX-License-Identifier: MIT
 #include "meter_message.h"
 
 #include <cmath>

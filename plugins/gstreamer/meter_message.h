@@ -1,4 +1,5 @@
 // Meter values as an element message.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/stream_types.h"

@@ -1,4 +1,5 @@
 // The GStreamer plug-in, which registers the element.
+// SPDX-License-Identifier: MIT
 #include "tarn_upmix.h"
 
 namespace

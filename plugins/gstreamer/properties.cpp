@@ -1,4 +1,5 @@
 // The properties of the element.
+// SPDX-License-Identifier: MIT
 #include "properties.h"
 
 #include "stream/gain.h"

@@ -1,4 +1,5 @@
 // The state of the element: settings, the stream and the run of input without a gap.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/upmix_stream.h"

@@ -1,4 +1,5 @@
 // The element `tarnupmix`: caps, events, queries and buffers of a GstBaseTransform.
+// SPDX-License-Identifier: MIT
 #include "tarn_upmix.h"
 
 #include "buffers.h"

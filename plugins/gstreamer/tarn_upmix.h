@@ -1,4 +1,5 @@
 // The element `tarnupmix`.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <gst/gst.h>

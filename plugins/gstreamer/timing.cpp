@@ -1,4 +1,5 @@
 // Time stamps: where output frames belong, gaps, and drift of the input's clock.
+// SPDX-License-Identifier: MIT
 #include "timing.h"
 
 #include <algorithm>

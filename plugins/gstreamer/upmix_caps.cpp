@@ -1,4 +1,5 @@
 // The caps that the element upmixes and those that it passes through.
+// SPDX-License-Identifier: MIT
 #include "upmix_caps.h"
 
 #include <memory>

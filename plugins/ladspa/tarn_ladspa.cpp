@@ -1,4 +1,5 @@
 // The LADSPA plug-ins: two inputs to three outputs; and three to three, for hosts that need as many inputs as outputs.
+// SPDX-License-Identifier: MIT
 #include "stream/gain.h"
 #include "stream/upmix_stream.h"
 

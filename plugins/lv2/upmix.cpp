@@ -1,4 +1,5 @@
 // The LV2 plug-in. tarn.ttl describes its ports.
+// SPDX-License-Identifier: MIT
 #include "stream/gain.h"
 #include "stream/upmix_stream.h"
 

@@ -1,4 +1,5 @@
 // The delay of `tarn upmix` with and without alignment.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

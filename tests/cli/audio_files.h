@@ -1,4 +1,5 @@
 // Writes and reads audio files for the tests of the command.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

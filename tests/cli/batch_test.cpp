@@ -1,4 +1,5 @@
 // `tarn upmix --output-dir`: many files into a directory.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

@@ -1,4 +1,5 @@
 // Runs programs as processes and collects their output.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/command.h"
 
 #include <algorithm>

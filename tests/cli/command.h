@@ -1,4 +1,5 @@
 // Runs programs as processes and collects their output.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Inputs that the command converts first: other sample rates, mono.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

@@ -1,4 +1,5 @@
 // A preloaded library that makes libsndfile crash on files of certain names.
+// SPDX-License-Identifier: MIT
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>

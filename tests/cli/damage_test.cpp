@@ -1,4 +1,5 @@
 // Cut and damaged inputs: the audio that can be decoded is upmixed, the loss is reported.
+// SPDX-License-Identifier: MIT
 #include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"

@@ -1,4 +1,5 @@
 // `tarn demo`: its table and its files.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

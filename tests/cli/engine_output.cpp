@@ -1,4 +1,5 @@
 // The expected output of the command, from the engine itself.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/engine_output.h"
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 // The expected output of the command, from the engine itself.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/cli/audio_files.h"

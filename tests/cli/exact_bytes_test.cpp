@@ -1,4 +1,5 @@
 // The samples that `tarn upmix` writes equal those of the engine.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

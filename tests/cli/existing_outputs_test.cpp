@@ -1,4 +1,5 @@
 // `tarn upmix --skip-existing`: which outputs count as complete.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

@@ -1,4 +1,5 @@
 // Cue sheets and application blocks of FLAC inputs.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

@@ -1,4 +1,5 @@
 // A preloaded library that makes the disk full for every file that grows beyond 64 KiB.
+// SPDX-License-Identifier: MIT
 #include <cerrno>
 
 #include <dlfcn.h>

@@ -1,4 +1,5 @@
 // Help texts, version and progress display.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

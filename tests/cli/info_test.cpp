@@ -1,4 +1,5 @@
 // `tarn info`: verdicts and figures for synthetic inputs.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

@@ -1,4 +1,5 @@
 // Signals, kills and name conflicts during a run.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

@@ -1,4 +1,5 @@
 // Files of several joined streams, and streams of unknown length.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/ogg_bytes.h"

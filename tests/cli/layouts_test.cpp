@@ -1,4 +1,5 @@
 // Channel layouts that the output files declare.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

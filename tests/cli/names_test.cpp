@@ -1,4 +1,5 @@
 // File names with control characters or quotes in messages.
+// SPDX-License-Identifier: MIT
 #include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"

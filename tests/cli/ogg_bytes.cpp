@@ -1,4 +1,5 @@
 // Splits and joins the pages of Ogg files.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/ogg_bytes.h"
 
 #include <algorithm>

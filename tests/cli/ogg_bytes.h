@@ -1,4 +1,5 @@
 // Splits and joins the pages of Ogg files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

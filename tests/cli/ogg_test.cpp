@@ -1,4 +1,5 @@
 // FLAC and Vorbis in Ogg, and Ogg behind an ID3v2 tag.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/ogg_bytes.h"

@@ -1,4 +1,5 @@
 // Ogg Opus: start, end, gain and damaged pages.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/ogg_bytes.h"

@@ -1,4 +1,5 @@
 // Creating and replacing output files.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

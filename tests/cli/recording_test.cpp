@@ -1,4 +1,5 @@
 // A real recording, upmixed to 3.0 and 5.1 and compared with the engine.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

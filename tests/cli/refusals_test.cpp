@@ -1,4 +1,5 @@
 // Inputs and options that are refused: exit code, message, no file left.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 

@@ -1,4 +1,5 @@
 // `tarn upmix --remap`: slots of the matrix, and samples that wrap in it.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

@@ -1,4 +1,5 @@
 // Report, gain, loudness match and bypass of `tarn upmix`.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

@@ -1,4 +1,5 @@
 // Sample formats of inputs: default width, scaling, non-finite samples.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

@@ -1,4 +1,5 @@
 // The figures of `tarn info` for every instruction set, against a plain form of its filters.
+// SPDX-License-Identifier: MIT
 #include "cli/stereo_record.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Raw PCM on standard input and output.
+// SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"

@@ -1,4 +1,5 @@
 // Tags and pictures of inputs.
+// SPDX-License-Identifier: MIT
 #include "cli/wave_tags.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"

@@ -1,4 +1,5 @@
 // Temporary files: locking and removal of stale ones.
+// SPDX-License-Identifier: MIT
 #include "cli/temporary_file.h"
 
 #include "tests/cli/command.h"

@@ -1,4 +1,5 @@
 // The broadcast extension and other chunks of WAV inputs.
+// SPDX-License-Identifier: MIT
 #include "cli/chunks.h"
 #include "cli/descriptor.h"
 #include "tests/cli/audio_files.h"

@@ -1,4 +1,5 @@
 // Worker processes: results, order, failures.
+// SPDX-License-Identifier: MIT
 #include "cli/worker_processes.h"
 
 #include "cli/failure.h"

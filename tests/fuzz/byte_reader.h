@@ -1,4 +1,5 @@
 // Decisions from a fuzzer's bytes.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
 // Signals from a fuzzer's bytes.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/byte_signals.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Signals from a fuzzer's bytes.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/fuzz/byte_reader.h"

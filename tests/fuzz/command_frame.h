@@ -1,4 +1,5 @@
 // Runs the command inside a fuzz target.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // Feedback to libFuzzer about decoders that are not instrumented.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/decoder_feedback.h"
 
 #include "tests/fuzz/marks.h"

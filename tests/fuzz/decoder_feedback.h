@@ -1,4 +1,5 @@
 // Feedback to libFuzzer about decoders that are not instrumented.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>

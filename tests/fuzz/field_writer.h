@@ -1,4 +1,5 @@
 // Writes of a caller to the public fields of an engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // Fuzz target: damaged audio files through the whole of `tarn upmix`.
+// SPDX-License-Identifier: MIT
 #include "cli/failure.h"
 #include "cli/layout.h"
 #include "cli/upmix_command.h"

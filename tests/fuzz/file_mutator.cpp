@@ -1,4 +1,5 @@
 // The mutator of the file fuzzer.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/marks.h"
 
 #include <algorithm>

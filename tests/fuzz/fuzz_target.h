@@ -1,4 +1,5 @@
 // The functions of a fuzz target.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // Fuzz target: host sessions from bytes, with the library and the reference engine.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/byte_reader.h"
 #include "tests/fuzz/byte_signals.h"
 #include "tests/fuzz/field_writer.h"

@@ -1,4 +1,5 @@
 // Host objects of the library and of the reference that must agree after every step.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "dispatch/instruction_sets.h"

@@ -1,4 +1,5 @@
 // Fuzz target: all inputs of `tarn upmix`: audio files, raw PCM and remap files.
+// SPDX-License-Identifier: MIT
 #include "cli/failure.h"
 #include "cli/layout.h"
 #include "cli/stream_format.h"

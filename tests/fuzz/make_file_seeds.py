@@ -6,6 +6,7 @@
 The seeds are short files of every container with every tag format. Each is written twice, for an output in WAV and in
 FLAC. The first three bytes are options that file_fuzzer.cpp decodes.
 """
+# SPDX-License-Identifier: MIT
 
 import base64
 import io

@@ -1,4 +1,5 @@
 // Identifiers in audio files.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
 // Random floats of several kinds.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/random.h"

@@ -1,4 +1,5 @@
 // The main of a fuzz target without libFuzzer: runs it on files and on the files of folders.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>

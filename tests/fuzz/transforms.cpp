@@ -1,4 +1,5 @@
 // Compares the transforms of the filterbank with the reference.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/transforms.h"
 
 #include "filterbank/cos_mod.h"

@@ -1,4 +1,5 @@
 // Compares the transforms of the filterbank with the reference.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/fuzz/byte_reader.h"

@@ -1,4 +1,5 @@
 // Checks an output file of the command.
+// SPDX-License-Identifier: MIT
 #include "tests/fuzz/written_file.h"
 
 #include "cli/file_source.h"

@@ -1,4 +1,5 @@
 // Checks an output file of the command.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/layout.h"

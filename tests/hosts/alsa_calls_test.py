@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Plays to the ALSA plug-in through libasound with all access types and call sequences: alsa_calls_test.py MODULE."""
+# SPDX-License-Identifier: MIT
 
 import ctypes
 from ctypes import POINTER, byref, c_char_p, c_int, c_long, c_uint, c_ulong, c_void_p

@@ -1,4 +1,5 @@
 """Configurations with PCMs of type tarn that play into files, for the tests of the ALSA plug-in."""
+# SPDX-License-Identifier: MIT
 
 import os
 from pathlib import Path

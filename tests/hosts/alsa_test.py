@@ -2,6 +2,7 @@
 """Plays a known signal through the ALSA plug-in with a program: alsa_test.py HOST MODULE. HOST is aplay, ffmpeg, mpv
 or sox. The whole path has integers, so every sample has to equal the command's.
 """
+# SPDX-License-Identifier: MIT
 
 from pathlib import Path
 import re

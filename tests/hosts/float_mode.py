@@ -1,4 +1,5 @@
 """Sets the floating-point mode of a thread."""
+# SPDX-License-Identifier: MIT
 
 import ctypes
 import platform

@@ -3,6 +3,7 @@
 
 The tests compare with the bytes of zrk_tarn_processor_t, which the command returns too.
 """
+# SPDX-License-Identifier: MIT
 
 import os
 from pathlib import Path

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Plays known signals through GStreamer pipelines with the element tarnupmix: gstreamer_test.py PLUGIN BUILD_FOLDER."""
+# SPDX-License-Identifier: MIT
 
 import os
 from pathlib import Path

@@ -3,6 +3,7 @@
 Hosts with integers have to return the command's samples to the bit, hosts with floats within one step of 24 bits.
 Hosts run headless, with plug-ins of the build tree, in temporary directories.
 """
+# SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
 import json

@@ -3,6 +3,7 @@
 The server has no sound card and is in freewheel mode, so no sample depends on the machine's speed. One client plays
 into jalv, another one records the output of jalv and of the first client.
 """
+# SPDX-License-Identifier: MIT
 
 import contextlib
 import ctypes

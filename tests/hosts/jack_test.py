@@ -2,6 +2,7 @@
 """The LV2 plug-in in jalv under JACK, as in docs/hosts/jack.md: bypassed for a while by commands to jalv, after a
 change of the buffer size. Plays for TARN_SOAK_MINUTES minutes if the environment sets them.
 """
+# SPDX-License-Identifier: MIT
 
 import os
 

@@ -4,6 +4,7 @@
 The plug-in converts floats to 32-bit integers and back: every sample has to equal the command's output at 32 bits,
 rounded to a float. The descriptor is read with the types of ladspa.h.
 """
+# SPDX-License-Identifier: MIT
 
 import ctypes
 from ctypes import CFUNCTYPE, POINTER, c_char_p, c_float, c_int, c_ulong, c_void_p

@@ -1,4 +1,5 @@
 // The LADSPA plug-ins never allocate, lock or make a system call in a run.
+// SPDX-License-Identifier: MIT
 #include "tests/realtime/call_guard.h"
 #include "tests/realtime/kernel_guard.h"
 

@@ -2,6 +2,7 @@
 """Plays a known signal through the LADSPA plug-in in a host: ladspa_test.py HOST PLUGIN. HOST is applyplugin (of
 LADSPA's tools), ffmpeg or sox.
 """
+# SPDX-License-Identifier: MIT
 
 import os
 from pathlib import Path

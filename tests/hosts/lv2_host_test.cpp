@@ -1,4 +1,5 @@
 // The LV2 plug-in in a host built on lilv: its description, its samples and its real-time safety.
+// SPDX-License-Identifier: MIT
 #include "stream/gain.h"
 #include "stream/upmix_stream.h"
 #include "tests/realtime/call_guard.h"

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """The LV2 plug-in in jalv, a JACK application, at several rates and sizes of cycles."""
+# SPDX-License-Identifier: MIT
 
 import numpy
 

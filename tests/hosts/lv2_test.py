@@ -4,6 +4,7 @@
 The programs and their output files have floats. A stream processes floats as 32-bit integers, so every sample has to
 equal the command's output at 32 bits.
 """
+# SPDX-License-Identifier: MIT
 
 import os
 from pathlib import Path

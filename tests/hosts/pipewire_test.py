@@ -6,6 +6,7 @@ The device has no hardware. The test records the monitors of the device and of t
 with a quantum that is long enough for a busy machine. Parts with lost cycles are played again; the table shows how
 many.
 """
+# SPDX-License-Identifier: MIT
 
 from concurrent.futures import ThreadPoolExecutor
 import contextlib

@@ -2,6 +2,7 @@
 """Prints the table of the hosts: table.py FOLDER. The folder has the rows of the tests, and tests.xml with the
 results of CTest. A test without rows has a line with its result.
 """
+# SPDX-License-Identifier: MIT
 
 import json
 from pathlib import Path

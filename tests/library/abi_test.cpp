@@ -1,4 +1,5 @@
 // Tests that the binary interface of the shared library is that of abi.txt.
+// SPDX-License-Identifier: MIT
 #include "c_api/tarn.h"
 #include "host/zrk_tarn_processor.h"
 #include "stream/upmix_stream.h"

@@ -1,4 +1,5 @@
 // Runs a command and reads its output.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
 // Tests of the shared library: its dependencies, its name and its instructions.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "tests/library/command_output.h"
 

@@ -1,4 +1,5 @@
 // Tests that the includes of the product folders follow the table in docs/architecture.md.
+// SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
 #include <filesystem>

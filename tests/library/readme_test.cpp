@@ -1,4 +1,5 @@
 // Tests that the documents quote the compiled examples.
+// SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
 #include <fstream>

@@ -1,4 +1,5 @@
 // Tests that process accesses only the buffer and writes only slots with a role.
+// SPDX-License-Identifier: MIT
 #include "host/zrk_tarn_processor.h"
 #include "tests/support/random.h"
 

@@ -1,4 +1,5 @@
 // Tests of properties of the upmix: delay, position of sources, splitting of buffers.
+// SPDX-License-Identifier: MIT
 #include "host/zrk_tarn_processor.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/signals.h"

@@ -1,4 +1,5 @@
 // Tests of the filterbank alone: analysis and synthesis without steering and mixing.
+// SPDX-License-Identifier: MIT
 #include "cinema/analysis.h"
 #include "cinema/synthesis.h"
 #include "engine/zrk_tarn.h"

@@ -1,4 +1,5 @@
 // The cost of a block, in instructions or ticks.
+// SPDX-License-Identifier: MIT
 #include "tests/realtime/block_cost.h"
 
 #include "tests/realtime/instruction_counter.h"

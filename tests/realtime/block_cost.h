@@ -1,4 +1,5 @@
 // The cost of a block, in instructions or ticks.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/realtime/hostile_signal.h"

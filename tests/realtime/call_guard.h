@@ -1,4 +1,5 @@
 // Counts calls that a real-time thread must not make.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <functional>

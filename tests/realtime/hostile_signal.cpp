@@ -1,4 +1,5 @@
 // Signals whose blocks are expensive, and how to process them.
+// SPDX-License-Identifier: MIT
 #include "tests/realtime/hostile_signal.h"
 
 #include "tests/support/random.h"

@@ -1,4 +1,5 @@
 // Signals whose blocks are expensive, and how to process them.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 // Counts executed instructions.
+// SPDX-License-Identifier: MIT
 #include "tests/realtime/instruction_counter.h"
 
 #include <csignal>

@@ -1,4 +1,5 @@
 // Counts executed instructions.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

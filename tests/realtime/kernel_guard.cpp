@@ -1,4 +1,5 @@
 // Counts system calls and page faults.
+// SPDX-License-Identifier: MIT
 #include "tests/realtime/kernel_guard.h"
 
 #include <linux/filter.h>

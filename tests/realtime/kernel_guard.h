@@ -1,4 +1,5 @@
 // Counts system calls and page faults.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <functional>

@@ -1,4 +1,5 @@
 // Tests that process does not allocate, lock or enter the kernel after the first call.
+// SPDX-License-Identifier: MIT
 #include "tests/realtime/call_guard.h"
 #include "tests/realtime/kernel_guard.h"
 #include "tests/support/host_session.h"

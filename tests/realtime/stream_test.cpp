@@ -1,4 +1,5 @@
 // Streams never allocate, lock or make a system call after construction.
+// SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
 #include "tests/realtime/call_guard.h"

@@ -1,4 +1,5 @@
 // Tests that no block costs more than twice the instructions of music.
+// SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"

@@ -1,4 +1,5 @@
 // Searches for signals whose last block is as expensive as possible.
+// SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"

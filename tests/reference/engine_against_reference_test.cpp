@@ -1,4 +1,5 @@
 // Compares the engine with the reference engine: all bytes of the buffer and all bits of the record, block by block.
+// SPDX-License-Identifier: MIT
 #include "tests/reference/engine_pair.h"
 #include "tests/support/engine.h"
 

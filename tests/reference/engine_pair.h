@@ -1,4 +1,5 @@
 // The engine and the reference engine, compared after every step.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

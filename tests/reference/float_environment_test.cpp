@@ -1,4 +1,5 @@
 // Tests that results do not depend on the caller's floating-point environment, which is restored.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "filterbank/transform_tables.h"
 #include "host/zrk_tarn_processor.h"

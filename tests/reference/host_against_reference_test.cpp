@@ -1,4 +1,5 @@
 // Compares random sessions of the host object with those of the reference.
+// SPDX-License-Identifier: MIT
 #include "tests/reference/reference_processor.h"
 #include "tests/support/host_session.h"
 #include "tests/support/record_compare.h"

@@ -1,4 +1,5 @@
 // Stages of the reference engine.
+// SPDX-License-Identifier: MIT
 #include "tests/reference/reference_cinema.h"
 
 #include <cmath>

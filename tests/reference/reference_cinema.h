@@ -1,4 +1,5 @@
 // Stages of the reference engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/reference/reference_engine.h"

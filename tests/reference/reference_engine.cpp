@@ -1,4 +1,5 @@
 // The reference engine: construction and configuration.
+// SPDX-License-Identifier: MIT
 #include "tests/reference/reference_engine.h"
 
 #include <cmath>

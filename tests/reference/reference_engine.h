@@ -1,4 +1,5 @@
 // The reference engine: a literal implementation to compare the optimised one with.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // The filterbank of the reference engine.
+// SPDX-License-Identifier: MIT
 #include "tests/reference/reference_filterbank.h"
 
 #include <cmath>

@@ -1,4 +1,5 @@
 // The filterbank of the reference engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// Filterbank of the reference engine: cosine tables, DCT-III and DCT-IV kernels, 64-point DCT-IV.

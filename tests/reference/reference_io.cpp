@@ -1,4 +1,5 @@
 // Input and output of the reference engine.
+// SPDX-License-Identifier: MIT
 #include <cmath>
 #include <cstddef>
 

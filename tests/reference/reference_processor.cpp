@@ -1,4 +1,5 @@
 // The host object of the reference engine.
+// SPDX-License-Identifier: MIT
 #include "tests/reference/reference_processor.h"
 
 #include <cstddef>

@@ -1,4 +1,5 @@
 // The host object of the reference engine.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Processes hours of audio and checks that bytes and memory stay the same.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "tests/reference/reference_filterbank.h"
 #include "tests/reference/reference_processor.h"

@@ -1,4 +1,5 @@
 /* Tests the C interface from C99: the header and every function. Prints failed checks. */
+/* SPDX-License-Identifier: MIT */
 
 #include <zrk_tarn/tarn.h>
 

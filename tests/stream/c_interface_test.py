@@ -5,6 +5,7 @@
 
 Standard library only.
 """
+# SPDX-License-Identifier: MIT
 
 import array
 import ctypes

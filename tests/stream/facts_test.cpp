@@ -1,4 +1,5 @@
 // Facts that several files repeat: each file agrees with the constants in stream/.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "stream/gain.h"
 #include "stream/steering_mode_names.h"

@@ -1,4 +1,5 @@
 // Streams: formats, buffer sizes, latency, bypass, gain, modes and meters, compared with zrk_tarn_processor_t.
+// SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 // Engines for tests.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

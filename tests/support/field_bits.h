@@ -1,4 +1,5 @@
 // Comparison of record fields bit by bit.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

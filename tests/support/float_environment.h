@@ -1,4 +1,5 @@
 // A thread's floating-point environment, for tests.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

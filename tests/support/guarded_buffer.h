@@ -1,4 +1,5 @@
 // A host buffer that detects writes beyond its ends.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Random sessions of a host.
+// SPDX-License-Identifier: MIT
 #include "tests/support/host_session.h"
 
 #include <algorithm>

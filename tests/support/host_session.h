@@ -1,4 +1,5 @@
 // Random sessions of a host.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

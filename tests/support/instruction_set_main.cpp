@@ -1,4 +1,5 @@
 // The main of tests that run once for every instruction set: --instruction-set=NAME selects it.
+// SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
 
 #include <gtest/gtest.h>

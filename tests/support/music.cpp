@@ -1,4 +1,5 @@
 // Generated music for measurements.
+// SPDX-License-Identifier: MIT
 #include "tests/support/music.h"
 
 #include "tests/support/random.h"

@@ -1,4 +1,5 @@
 // Generated music for measurements.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>

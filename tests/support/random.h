@@ -1,4 +1,5 @@
 // Random numbers for tests.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // GoogleTest comparisons of engine records.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/field_bits.h"

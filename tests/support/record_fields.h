@@ -1,4 +1,5 @@
 // Iteration over the fields of the public records.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <type_traits>

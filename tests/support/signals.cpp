@@ -1,4 +1,5 @@
 // Stereo test signals.
+// SPDX-License-Identifier: MIT
 #include "tests/support/signals.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Stereo test signals.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/random.h"

@@ -1,4 +1,5 @@
 // A fast clock for measurements.
+// SPDX-License-Identifier: MIT
 #include "tests/support/ticks.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // A fast clock for measurements.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Tests of streams on several threads, for ThreadSanitizer.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "host/zrk_tarn_processor.h"
 #include "stream/upmix_stream.h"

@@ -1,4 +1,5 @@
 // Tests of cinema/analysis.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/analysis.h"
 #include "filterbank/cos_mod.h"
 #include "tests/support/random.h"

@@ -1,4 +1,5 @@
 // Tests of cinema/band_layouts.h.
+// SPDX-License-Identifier: MIT
 #include "cinema/band_layouts.h"
 #include "tests/support/engine.h"
 

@@ -1,4 +1,5 @@
 // Tests of host/block_driver.cpp.
+// SPDX-License-Identifier: MIT
 #include "tests/support/engine.h"
 #include "tests/support/record_compare.h"
 #include "tests/unit/process_buffer.h"

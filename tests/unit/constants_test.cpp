@@ -1,4 +1,5 @@
 // Tests of engine/constants.cpp.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "tests/unit/expect_rows.h"
 

@@ -1,4 +1,5 @@
 // Tests of filterbank/cos_mod_dct4.cpp.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "tests/reference/reference_filterbank.h"
 #include "tests/unit/dct_definition.h"

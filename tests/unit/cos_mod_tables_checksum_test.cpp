@@ -1,4 +1,5 @@
 // A checksum of filterbank/cos_mod_tables.cpp; compiled with the C library's cosf and with that of other_cosf_test.cpp.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of filterbank/cos_mod_tables.cpp.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "tests/reference/reference_filterbank.h"
 

@@ -1,4 +1,5 @@
 // The definitions of the transforms in double, and test vectors.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "tests/support/random.h"

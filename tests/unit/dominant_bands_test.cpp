@@ -1,4 +1,5 @@
 // Tests of cinema/dominant_bands.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/dominant_bands.h"
 #include "tests/support/engine.h"
 

@@ -1,4 +1,5 @@
 // Comparisons of smoothing pairs and band counts.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of cinema/group_peaks.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/group_peaks.h"
 #include "tests/support/engine.h"
 #include "tests/unit/numbered_groups.h"

@@ -1,4 +1,5 @@
 // Tests of cinema/group_powers.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/group_powers.h"
 #include "tests/support/engine.h"
 

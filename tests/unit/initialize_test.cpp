@@ -1,4 +1,5 @@
 // Tests of engine/initialize.cpp.
+// SPDX-License-Identifier: MIT
 #include "engine/threshold_rows.h"
 #include "tests/support/engine.h"
 #include "tests/support/record_compare.h"

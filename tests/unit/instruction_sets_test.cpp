@@ -1,4 +1,5 @@
 // Tests of dispatch/instruction_sets.cpp.
+// SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
 
 #include <gtest/gtest.h>

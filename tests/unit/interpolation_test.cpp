@@ -1,4 +1,5 @@
 // Tests of cinema/interpolation.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/interpolation.h"
 #include "tests/support/engine.h"
 

@@ -1,4 +1,5 @@
 // Engines connected to a test buffer, for the tests of io/.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

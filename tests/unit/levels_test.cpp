@@ -1,4 +1,5 @@
 // Tests of cinema/levels.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/levels.h"
 #include "tests/support/engine.h"
 

@@ -1,4 +1,5 @@
 // Tests of engine/lifecycle.cpp: construction, copies and simple operations.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "tests/support/engine.h"
 #include "tests/support/guarded_buffer.h"

@@ -1,4 +1,5 @@
 // Tests of filterbank/lpf.cpp: the limits of the prototype filter.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 
 #include <gtest/gtest.h>

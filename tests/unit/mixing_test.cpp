@@ -1,4 +1,5 @@
 // Tests of cinema/mixing.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/interpolation.h"
 #include "cinema/mixing.h"
 #include "tests/support/engine.h"

@@ -1,4 +1,5 @@
 // Engines whose groups have distinct measures and thresholds.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "engine/zrk_tarn.h"

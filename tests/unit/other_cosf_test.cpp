@@ -1,4 +1,5 @@
 // Tests filterbank/cos_mod_tables.cpp with the cosf of other C libraries.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Calls zrk_tarn_processor_t::process with test buffers.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

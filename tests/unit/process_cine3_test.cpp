@@ -1,4 +1,5 @@
 // Tests of cinema/process_cine3.cpp: whole blocks.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "filterbank/vector_pair_sums.h"
 #include "tests/support/engine.h"

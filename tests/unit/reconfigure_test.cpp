@@ -1,4 +1,5 @@
 // Tests of host/reconfigure.h: new modes and new states without a change of the stream format.
+// SPDX-License-Identifier: MIT
 #include "host/reconfigure.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/random.h"

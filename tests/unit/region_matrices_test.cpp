@@ -1,4 +1,5 @@
 // Tests of engine/region_matrices.cpp.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of engine/remap_matrix.cpp.
+// SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of io/remap_output.cpp.
+// SPDX-License-Identifier: MIT
 #include "tests/support/engine.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/unit/io_fixture.h"

@@ -1,4 +1,5 @@
 // Tests of cinema/spectrum.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/spectrum.h"
 #include "tests/support/random.h"
 

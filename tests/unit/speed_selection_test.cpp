@@ -1,4 +1,5 @@
 // Tests of cinema/speed_selection.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/speed_selection.h"
 #include "tests/support/engine.h"
 

@@ -1,4 +1,5 @@
 // Tests of cinema/steering.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/steering.h"
 #include "tests/support/engine.h"
 

@@ -1,4 +1,5 @@
 // Tests of lanes/subnormal_safe.h.
+// SPDX-License-Identifier: MIT
 #include "filterbank/cos_mod.h"
 #include "filterbank/transform.h"
 #include "filterbank/vector_pair_sums.h"

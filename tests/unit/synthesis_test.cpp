@@ -1,4 +1,5 @@
 // Tests of cinema/synthesis.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/synthesis.h"
 #include "filterbank/cos_mod.h"
 #include "tests/support/random.h"

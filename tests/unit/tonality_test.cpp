@@ -1,4 +1,5 @@
 // Tests of cinema/tonality.cpp.
+// SPDX-License-Identifier: MIT
 #include "cinema/tonality.h"
 #include "tests/support/engine.h"
 #include "tests/unit/numbered_groups.h"

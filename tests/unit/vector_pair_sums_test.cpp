@@ -1,4 +1,5 @@
 // Tests of filterbank/vector_pair_sums.cpp.
+// SPDX-License-Identifier: MIT
 #include "filterbank/vector_pair_sums.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of host/zrk_tarn_processor.cpp: ownership of the engine, and out of memory.
+// SPDX-License-Identifier: MIT
 #include "host/zrk_tarn_processor.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/record_compare.h"

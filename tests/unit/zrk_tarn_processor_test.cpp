@@ -1,4 +1,5 @@
 // Tests of host/zrk_tarn_processor.cpp: defaults, setup and modes.
+// SPDX-License-Identifier: MIT
 #include "tests/unit/process_buffer.h"
 
 #include <gtest/gtest.h>

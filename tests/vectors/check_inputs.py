@@ -3,6 +3,7 @@
 
 A replayer in any language needs this code and a processor. This program does not check outputs.
 """
+# SPDX-License-Identifier: MIT
 
 import pathlib
 import sys

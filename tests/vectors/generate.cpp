@@ -1,4 +1,5 @@
 // Prints host-sessions.txt.
+// SPDX-License-Identifier: MIT
 #include "tests/vectors/vector_host.h"
 
 #include <array>

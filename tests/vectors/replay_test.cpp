@@ -1,4 +1,5 @@
 // Replays host-sessions.txt with the linked library and the chosen instruction set.
+// SPDX-License-Identifier: MIT
 #include "tests/vectors/vector_host.h"
 
 #include <gtest/gtest.h>

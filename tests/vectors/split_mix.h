@@ -1,4 +1,5 @@
 // The random generator of the vectors.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>

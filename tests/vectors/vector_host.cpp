@@ -1,4 +1,5 @@
 // A host that runs the lines of host-sessions.txt.
+// SPDX-License-Identifier: MIT
 #include "tests/vectors/vector_host.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // A host that runs the lines of host-sessions.txt.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 """Changes of finished files: more chunks, other metadata blocks, other Ogg packets."""
+# SPDX-License-Identifier: MIT
 
 import io
 import struct

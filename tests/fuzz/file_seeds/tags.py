@@ -1,4 +1,5 @@
 """Tags as bytes: ID3, APE, Vorbis comments, pictures, and the chunks of WAVE, AIFF and CAF that hold texts."""
+# SPDX-License-Identifier: MIT
 
 import struct
 import zlib

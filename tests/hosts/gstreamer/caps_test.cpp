@@ -1,4 +1,5 @@
 // The caps that the GStreamer element upmixes, passes through and refuses.
+// SPDX-License-Identifier: MIT
 #include "tests/hosts/gstreamer/element.h"
 
 namespace tests

@@ -1,4 +1,5 @@
 // Drives the GStreamer element pad by pad, and computes what it should return.
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include "host/zrk_tarn_processor.h"

@@ -1,4 +1,5 @@
 // Errors of the GStreamer element: out of memory and unreadable input.
+// SPDX-License-Identifier: MIT
 #include "tests/hosts/gstreamer/element.h"
 
 #include <cstdlib>

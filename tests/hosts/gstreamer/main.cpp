@@ -1,4 +1,5 @@
 // Runs the tests of the GStreamer element: gstreamer_element_test PLUGIN_FILE [GOOGLETEST_OPTION...]
+// SPDX-License-Identifier: MIT
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 // The properties of the GStreamer element.
+// SPDX-License-Identifier: MIT
 #include "tests/hosts/gstreamer/element.h"
 
 #include "stream/gain.h"

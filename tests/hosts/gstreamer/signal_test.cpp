@@ -1,4 +1,5 @@
 // The samples that the GStreamer element returns.
+// SPDX-License-Identifier: MIT
 #include "tests/hosts/gstreamer/element.h"
 
 #if defined __SSE__

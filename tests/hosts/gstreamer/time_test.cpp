@@ -1,4 +1,5 @@
 // Latency, time stamps, gaps and tails of the GStreamer element.
+// SPDX-License-Identifier: MIT
 #include "tests/hosts/gstreamer/element.h"
 
 #include <cstdlib>

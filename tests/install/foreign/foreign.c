@@ -1,4 +1,5 @@
 /* Upmixes a test signal through the C interface and prints a checksum of the output. */
+/* SPDX-License-Identifier: MIT */
 
 #include <zrk_tarn/tarn.h>
 

@@ -1,4 +1,5 @@
 // Upmixes a test signal with UpmixStream and with zrk_tarn_processor_t, and prints a checksum if both outputs agree.
+// SPDX-License-Identifier: MIT
 
 #include <zrk_tarn/cos_mod.h>
 #include <zrk_tarn/stream_types.h>
