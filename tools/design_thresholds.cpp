@@ -188,8 +188,7 @@ Thresholds thresholdsFor(const Distribution& field, FalseAlarmRates rates)
     return thresholds;
 }
 
-// --- table
-// ---------------------------------------------------------------------------------------------------------------
+// --- table ---------------------------------------------------------------------------------------------------------
 
 void printRow(const char* name, double rate, const Measured& field, const float (&row)[kGroups])
 {
@@ -235,8 +234,7 @@ void printTable()
     std::printf("\n// clang-format on\n");
 }
 
-// --- rates
-// ---------------------------------------------------------------------------------------------------------------
+// --- rates ---------------------------------------------------------------------------------------------------------
 
 void printRates()
 {
@@ -263,8 +261,7 @@ void printRates()
     }
 }
 
-// --- sweep
-// ---------------------------------------------------------------------------------------------------------------
+// --- sweep ---------------------------------------------------------------------------------------------------------
 
 /// Standard deviation of the chosen left/right and front/back values; variances are averaged over the groups.
 double jitterOf(const Thresholds& thresholds, const Scene& scene)

@@ -52,7 +52,7 @@ class Rates : public CommandTest, public testing::WithParamInterface<std::pair<i
 TEST_P(Rates, ConversionKeepsLengthAndPosition)
 {
     const auto [rate, expected] = GetParam();
-    const auto frames = static_cast<std::size_t>(rate + 7);
+    const auto frames = static_cast<std::size_t>(rate) + 7;
     const double centre = rate * 0.7;
     writeAudio(at("in.wav"), kWave16, rate, 2, pulse(frames, centre, rate / 1000.0));
     const Result result = tarn({"upmix", "--bypass", "in.wav", "out.wav"});

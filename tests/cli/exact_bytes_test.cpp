@@ -44,7 +44,7 @@ TEST_P(ExactBytes, EqualThoseOfTheEngine)
     writeAudio(at("in.wav"), SF_FORMAT_WAV | subtype(bits), 48000, 2, stereo);
 
     std::vector<std::string> arguments{"upmix", "--layout", layout, "in.wav", "out.wav"};
-    if (!align) arguments.push_back("--no-align");
+    if (!align) arguments.emplace_back("--no-align");
     if (layout == "7.1-remap") {
         writeBytes(at("matrix.txt"), kMatrix);
         arguments.insert(arguments.end(), {"--remap", "matrix.txt"});

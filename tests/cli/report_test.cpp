@@ -31,7 +31,8 @@ std::size_t amplify(Samples& samples, float gain)
 {
     std::size_t clipped = 0;
     for (std::int32_t& sample : samples) {
-        const auto exact = static_cast<std::int64_t>(std::llround(static_cast<double>(gain) * (sample / 65536)));
+        const std::int32_t value = sample / 65536;
+        const auto exact = static_cast<std::int64_t>(std::llround(static_cast<double>(gain) * value));
         const auto limited = std::clamp<std::int64_t>(exact, -32768, 32767);
         if (exact != limited) ++clipped;
         sample = static_cast<std::int32_t>(limited * 65536);

@@ -139,9 +139,8 @@ std::optional<tarn::StreamFormat> formatNamed(std::string_view text)
 
 bool beginsLikeFile(std::string_view pcm)
 {
-    for (const std::string_view mark : {"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"})
-        if (pcm.starts_with(mark)) return true;
-    return false;
+    constexpr std::array<std::string_view, 6> kMarks{"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"};
+    return std::ranges::any_of(kMarks, [&](std::string_view mark) { return pcm.starts_with(mark); });
 }
 
 /// Upmixes a line with the format and the following PCM.

@@ -22,7 +22,6 @@ namespace
 
 using zrk_tarn::SampleFormat;
 using zrk_tarn::SteeringMode;
-using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
 constexpr std::uint32_t kMaxFrames = 3000;
