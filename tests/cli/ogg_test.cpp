@@ -151,8 +151,10 @@ TEST_F(Ogg, VorbisAfterANegativeFirstPageIsComplete)
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
     std::vector<std::string> pages = pagesOf(bytesOf(at("in.ogg")));
     const std::size_t dropped = positionOf(pages[2]);
-    for (std::size_t i = 2; i < pages.size(); ++i)
-        pages[i] = withPosition(pages[i], positionOf(pages[i]) - dropped - 104);
+    for (std::size_t i = 2; i < pages.size(); ++i) {
+        const auto position = static_cast<std::int64_t>(positionOf(pages[i]) - dropped) - 104;
+        pages[i] = withPosition(pages[i], static_cast<std::uint64_t>(position));
+    }
     writeBytes(at("cut.ogg"), renumbered(pages));
     EXPECT_EQ(bypassed("cut.ogg").size(), kSlots * (kRate - dropped));
 }
