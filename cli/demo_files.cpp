@@ -5,6 +5,7 @@
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace tarn
@@ -39,8 +40,8 @@ DemoFiles::DemoFiles(const std::string& path, bool force, const Layout& layout, 
 
 void DemoFiles::finish(const std::vector<std::int16_t>& stereo)
 {
-    std::vector<std::int32_t> samples;
-    for (const std::int16_t sample : stereo) samples.push_back(sample * 0x10000);
+    std::vector<std::int32_t> samples(stereo.size());
+    std::transform(stereo.begin(), stereo.end(), samples.begin(), [](std::int16_t sample) { return sample * 0x10000; });
     stereoFile->write(samples.data(), samples.size() / kStereoLayout.slots);
     throwIfInterrupted();
     stereoFile->finish();
