@@ -8,17 +8,17 @@
  * Tarn for C, and for every language that can call C: stereo in, front left, front right and centre out, in buffers of
  * any size.
  *
- * Create a stream for a configuration, then process buffers with it. The output comes tarn_latency_frames() after the
- * input. Only tarn_create allocates memory.
+ * Create a stream for a configuration, then process buffers with it. The output is delayed by tarn_latency_frames().
+ * Only tarn_create allocates memory.
  *
- * Threads: tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap are for one thread at a time
- * per stream. They never allocate, lock or make a system call. tarn_set_bypass, tarn_bypassed, tarn_set_make_up_gain,
- * tarn_set_mode and tarn_read_meters are for any thread at any time, and as safe. Any number of streams can be created
- * and used on any number of threads at the same time.
+ * Threads: call tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap on one thread at a time
+ * per stream. Call tarn_set_bypass, tarn_bypassed, tarn_set_make_up_gain, tarn_set_mode and tarn_read_meters on any
+ * thread at any time. None of these functions allocates, locks or makes a system call. Any number of streams can be
+ * created and used on any number of threads at the same time.
  *
  * Results are identical to the bit on every machine. They do not depend on the floating-point mode of the calling
- * thread, which is restored. No function sets errno or throws. A null stream is a bad argument; functions that return
- * no status do nothing then.
+ * thread, which is restored. No function sets errno or throws. If a stream is null, functions that return a status
+ * return TARN_BAD_ARGUMENT, tarn_read_meters writes zeros, and the others return 0 or do nothing.
  */
 
 #include <stddef.h>
@@ -28,7 +28,7 @@
 extern "C" {
 #endif
 
-/** Marks what the library exports. */
+/** Marks the functions that the library exports. */
 #if defined __GNUC__
 #define TARN_API __attribute__((visibility("default")))
 #else
@@ -40,7 +40,7 @@ extern "C" {
 /** Number of frequency groups that are steered independently. */
 #define TARN_BAND_GROUPS 16
 
-/** Typical make-up gain (+3 dB): matches the loudness of the stereo. Loud recordings clip with it. */
+/** Typical make-up gain (+3 dB): makes the upmix about as loud as the stereo. Loud recordings clip with it. */
 #define TARN_TYPICAL_MAKE_UP_GAIN 1.41253754f
 
 /** Result of a call. */
@@ -71,7 +71,7 @@ typedef enum tarn_source
     TARN_SILENCE = 2      /**< zeros */
 } tarn_source;
 
-/** How fast strong steering is followed. */
+/** How fast the engine follows strong steering. */
 typedef enum tarn_mode
 {
     TARN_FAST = 0, /**< at the fast smoothing speed */
@@ -95,9 +95,9 @@ typedef struct tarn_configuration
     uint32_t right_slot;               /**< input slot of the right channel */
     uint32_t output_slots;             /**< 1 to TARN_MAX_SLOTS */
     tarn_slot outputs[TARN_MAX_SLOTS]; /**< the first output_slots entries are used */
-    uint32_t remap;                    /**< not 0: gains mixes the three engine outputs into four */
-    /** Front left, front right and centre (rows) x output (columns), 28 fraction bits: 1 << 28 is 1. Keep the sum of
-     * absolute gains per column at 1 or less, or the output can wrap. */
+    uint32_t remap;                    /**< not 0: mixes the three engine outputs into four with gains */
+    /** The remap matrix: front left, front right and centre (rows) x output (columns), fixed point with 28 fraction
+     * bits: 1 << 28 is 1. If the sum of absolute gains in a column exceeds 1, the output can wrap. */
     int32_t gains[3][4];
     uint32_t mode; /**< tarn_mode; tarn_set_mode changes it later */
 } tarn_configuration;
@@ -127,8 +127,8 @@ TARN_API const char* tarn_status_text(int status);
 /** Sets a configuration to stereo floats at 48 kHz, upmixed to front left, front right and centre. */
 TARN_API void tarn_defaults(tarn_configuration* configuration);
 
-/** Returns an English text that says what is wrong with a configuration and what would be right; null if nothing is
- * wrong. */
+/** Returns an English text that says what is wrong with a configuration and which values are valid; null if the
+ * configuration is valid. */
 TARN_API const char* tarn_problem(const tarn_configuration* configuration);
 
 /**
@@ -151,7 +151,7 @@ TARN_API uint32_t tarn_latency_frames(void);
  *
  * @param stream  from tarn_create
  * @param input   frames x input slots; null is silence
- * @param output  frames x output slots; can be the same memory as input if both have the same number of slots
+ * @param output  frames x output slots; can be the memory of input if both have the same number of slots
  * @param frames  any number
  * @return TARN_OK or TARN_BAD_ARGUMENT
  */
@@ -162,7 +162,8 @@ TARN_API tarn_status tarn_process(tarn_stream* stream, const void* input, void* 
  *
  * @param stream  from tarn_create
  * @param input   [input slots], buffers of frames samples; a null buffer is silence
- * @param output  [output slots], buffers of frames samples; a null buffer is not written; can be the input's buffers
+ * @param output  [output slots], buffers of frames samples; a null buffer is not written; can be the buffers of input
+ *                in any order
  * @param frames  any number
  * @return TARN_OK, or TARN_BAD_ARGUMENT if the stream is not TARN_F32
  */
@@ -170,16 +171,16 @@ TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const
                                          size_t frames);
 
 /**
- * Returns the last tarn_latency_frames() frames of a stream, interleaved, after its last input.
+ * Writes the last tarn_latency_frames() frames of a stream, interleaved, after its last input.
  *
- * The whole output without its first tarn_latency_frames() then has the length of the input. Planar hosts call
- * tarn_process_planar with null buffers for tarn_latency_frames() instead.
+ * If you drop the first tarn_latency_frames() frames of the output, the rest then has the length of the input. Planar
+ * hosts instead call tarn_process_planar for tarn_latency_frames() frames with null input buffers.
  *
- * @return number of frames written: up to frames, and tarn_latency_frames() in total since the last input
+ * @return number of frames written: at most frames, and at most tarn_latency_frames() in total since the last input
  */
 TARN_API size_t tarn_drain(tarn_stream* stream, void* output, size_t frames);
 
-/** Clears the signal of a stream. Mode, bypass, gain and matrix stay. */
+/** Clears the signal of a stream. Keeps mode, bypass, gain and matrix. */
 TARN_API void tarn_reset(tarn_stream* stream);
 
 /**
@@ -191,21 +192,21 @@ TARN_API void tarn_reset(tarn_stream* stream);
  */
 TARN_API tarn_status tarn_set_remap(tarn_stream* stream, const int32_t (*gains)[4]);
 
-/** Switches bypass on (not 0) or off. In bypass the plain input comes out with the same latency. Crossfades within 1024
- * frames. */
+/** Switches bypass on (not 0) or off. In bypass, front left and front right are the plain input with the same latency,
+ * and the other engine outputs are silent. Crossfades within 1024 frames; switches at once before the first frame. */
 TARN_API void tarn_set_bypass(tarn_stream* stream, int bypassed);
 
 /** Returns 1 if bypass is requested, else 0. */
 TARN_API int tarn_bypassed(const tarn_stream* stream);
 
-/** Sets the gain of the engine outputs, a factor of 0 to 8. Fades to it within 1024 frames; changes at once before the
- * first frame. At 1, the default, samples are exact. Clamps to the range; NaN sets 1. */
+/** Sets the gain of the engine outputs, a factor from 0 to 8. Fades to it within 1024 frames; changes at once before
+ * the first frame. With 1, the default, samples are exact. Clamps other values to the range; NaN sets 1. */
 TARN_API void tarn_set_make_up_gain(tarn_stream* stream, float gain);
 
-/** Changes the steering mode from the next block on. An unknown mode is TARN_CALM. */
+/** Changes the steering mode from the next block on. Reads an unknown mode as TARN_CALM. */
 TARN_API void tarn_set_mode(tarn_stream* stream, int mode);
 
-/** Reads the meters after the last block. */
+/** Reads the meters after the last block. Values read together can be from two neighbouring blocks. */
 TARN_API void tarn_read_meters(const tarn_stream* stream, tarn_meters* meters);
 
 #ifdef __cplusplus

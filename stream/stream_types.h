@@ -26,10 +26,10 @@ inline constexpr std::size_t kBandGroups = 16;
 /// Maximum make-up gain, a factor (+18.06 dB).
 inline constexpr float kMaxMakeUpGain = 8.0f;
 
-/// Typical make-up gain (+3 dB): matches the loudness of the stereo.
+/// Typical make-up gain (+3 dB): makes the upmix about as loud as the stereo.
 ///
 /// The upmix is softer because a centred source comes from one loudspeaker instead of two. Recordings need 2.8 to
-/// 3.6 dB by ITU-R BS.1770 (docs/streams.md). Loud recordings clip with this gain.
+/// 3.6 dB by ITU-R BS.1770; docs/streams.md has examples. Loud recordings clip with this gain.
 inline constexpr float kTypicalMakeUpGain = 1.41253754f;
 
 /// Memory layout of a sample. Integers are signed and little-endian, floats native.
@@ -49,7 +49,7 @@ struct OutputSlot
     enum class Source : std::uint8_t
     {
         Engine, ///< an engine output: 0 front left, 1 front right, 2 centre; with a remap matrix: one of its 4 columns
-        Input,  ///< an input slot, delayed by the latency; integers exact, floats rounded to 32-bit integers
+        Input,  ///< an input slot, delayed by the latency; integers stay exact, floats are rounded to 32-bit integers
         Silence ///< zeros
     };
 
@@ -57,8 +57,8 @@ struct OutputSlot
     std::uint8_t index = 0;          ///< number of the engine output or of the input slot
 };
 
-/// Gains from front left, front right and centre (rows) to four outputs (columns), signed, 28 fraction bits: 0x10000000
-/// is 1. Keep the sum of absolute gains per column at 1 or less, or the output can wrap.
+/// Gains from front left, front right and centre (rows) to four outputs (columns), signed fixed point with 28 fraction
+/// bits: 0x10000000 is 1. If the sum of absolute gains in a column exceeds 1, the output can wrap.
 struct RemapGains
 {
     std::uint32_t gain[3][4]; ///< engine output x column
@@ -83,7 +83,7 @@ struct StreamConfiguration
     /// Sources of the output slots; the first outputSlots entries are used.
     std::array<OutputSlot, kMaxSlots> outputs = {
         {{OutputSlot::Source::Engine, 0}, {OutputSlot::Source::Engine, 1}, {OutputSlot::Source::Engine, 2}}};
-    std::optional<RemapGains> remap = std::nullopt; ///< mixes the three engine outputs into four
+    std::optional<RemapGains> remap = std::nullopt; ///< if set, mixes the three engine outputs into four
     SteeringMode mode = SteeringMode::Fast;         ///< initial mode, see UpmixStream::setMode
 };
 

@@ -9,26 +9,26 @@
 #include <memory>
 #include <stdexcept>
 
-struct tarn_stream; // the C interface's stream (tarn.h)
+struct tarn_stream; // the stream of the C interface (tarn.h)
 
 namespace zrk_tarn
 {
 
 /// Upmixes a stream in buffers of any size, with one constant latency.
 ///
-/// The engine processes blocks of 64 frames. The stream collects the host's frames into blocks and returns as many
-/// frames as it takes, latencyFrames() later. Only the constructor allocates.
+/// The engine processes blocks of 64 frames. The stream collects the frames of the host into blocks. Each call
+/// returns as many frames as it receives; the output is delayed by latencyFrames(). Only the constructor allocates.
 ///
-/// Threads: process, processPlanar, drain, setRemap and reset are for one thread at a time, and real-time safe.
-/// setBypass, bypassed, setMakeUpGain, setMode and meters are for any thread at any time, without locks. Any number of
+/// Threads: call process, processPlanar, drain, setRemap and reset on one thread at a time. Call setBypass, bypassed,
+/// setMakeUpGain, setMode and meters on any thread at any time. All are real-time safe and take no locks. Any number of
 /// streams can be created and used on any number of threads.
 ///
 /// Results do not depend on the floating-point mode of the calling thread (rounding, flush-to-zero), which is restored.
 class [[gnu::visibility("default")]] UpmixStream
 {
 public:
-    /// Returns what is wrong with a configuration and what would be right, in a sentence without a full stop; null if
-    /// nothing is wrong.
+    /// Returns what is wrong with a configuration and which values are valid, as a sentence without a full stop; null
+    /// if the configuration is valid.
     static const char* problemOf(const StreamConfiguration& configuration) noexcept;
 
     /// Allocates everything that the stream needs.
@@ -39,7 +39,7 @@ public:
     /// Frees the stream.
     ~UpmixStream();
 
-    /// Moves a stream. The source can then only be assigned to or destroyed.
+    /// Moves a stream. After that, the source can only be assigned to or destroyed.
     UpmixStream(UpmixStream &&) noexcept;
 
     /// Frees this stream and moves another one into it.
@@ -54,27 +54,27 @@ public:
     /// Processes interleaved frames.
     ///
     /// input   frames x input slots; null is silence
-    /// output  frames x output slots; can be the same memory as input if both have the same number of slots
+    /// output  frames x output slots; can be the memory of input if both have the same number of slots
     void process(const void* input, void* output, std::size_t frames) noexcept;
 
     /// Processes one buffer of floats per slot. Only for the format F32.
     ///
     /// input   [input slots], buffers of frames samples; a null buffer is silence
-    /// output  [output slots], buffers of frames samples; a null buffer is not written. Can be the input's buffers in
-    ///         any order
+    /// output  [output slots], buffers of frames samples; a null buffer is not written. Can be the buffers of
+    ///         input in any order
     void processPlanar(const float* const* input, float* const* output, std::size_t frames) noexcept;
 
-    /// Returns the last latencyFrames() frames of the stream, interleaved, after its last input. Without its first
-    /// latencyFrames(), the whole output then has the length of the input.
+    /// Writes the last latencyFrames() frames of the stream, interleaved, after its last input. If you drop the first
+    /// latencyFrames() frames of the output, the rest then has the length of the input.
     ///
-    /// Returns the number of frames written: up to frames, and latencyFrames() in total since the last input. Planar
-    /// hosts call processPlanar with null buffers for latencyFrames() instead.
+    /// Returns the number of frames written: at most frames, and at most latencyFrames() in total since the last input.
+    /// Planar hosts instead call processPlanar for latencyFrames() frames with null input buffers.
     std::size_t drain(void* output, std::size_t frames) noexcept;
 
     /// Changes the remap matrix from the next block on. Has no effect without StreamConfiguration::remap.
     void setRemap(const RemapGains& gains) noexcept;
 
-    /// Clears the signal. Mode, bypass, make-up gain and matrix stay.
+    /// Clears the signal. Keeps mode, bypass, make-up gain and matrix.
     void reset() noexcept;
 
     /// Switches bypass on or off. In bypass, front left and right are the plain input, the other engine outputs are
@@ -84,17 +84,16 @@ public:
     /// Whether bypass is requested.
     bool bypassed() const noexcept;
 
-    /// Sets the gain of the engine outputs, a factor. Bypass and copied input slots have no gain.
+    /// Sets the gain of the engine outputs, a factor. It does not affect bypass and input slots.
     ///
-    /// Fades to the gain within 1024 frames; changes at once before the first frame. At 1, the default, samples are
-    /// exact. Clamps to 0 to kMaxMakeUpGain; NaN sets 1.
+    /// Fades to the gain within 1024 frames; changes at once before the first frame. With 1, the default, samples are
+    /// exact. Clamps values to the range from 0 to kMaxMakeUpGain; NaN sets 1.
     void setMakeUpGain(float gain) noexcept;
 
-    /// Changes the steering mode from the next block on. The signal in the engine is kept.
+    /// Changes the steering mode from the next block on. Keeps the signal in the engine.
     void setMode(SteeringMode mode) noexcept;
 
-    /// Returns the meters after the last block. Single values are consistent; together they can be from two
-    /// neighbouring blocks.
+    /// Returns the meters after the last block. Values read together can be from two neighbouring blocks.
     StreamMeters meters() const noexcept;
 
 private:
@@ -103,7 +102,7 @@ private:
         const StreamConfiguration& configuration;
     };
 
-    /// Inline, because the library itself throws nothing but std::bad_alloc.
+    /// Inline, because the library itself throws only std::bad_alloc.
     static Checked checked(const StreamConfiguration& configuration)
     {
         if (const char* const problem = problemOf(configuration)) throw std::invalid_argument(problem);
