@@ -9,8 +9,8 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 /// by one block.
 ///
 /// In/Out history [1024]  engine scale, oldest sample first; shifted down by 64, and the newest 64 stay in place too
-/// Out    branch  [128]   branch[k] = sum of lpf[k + 128 m] * history[k + 128 m], m = 0..7, of the history before the
-/// shift Order  m ascending from zero; every branch is a lane of its own
+/// Out    branch  [128]   branch[k] = sum of lpf[k + 128 m] * history[k + 128 m], m = 0..7, before the shift
+/// Order  m ascending from zero; every branch is a separate lane
 void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept;
 
 /// Folds the 128 branches into the 64 inputs of the transform.

@@ -41,7 +41,7 @@ bool isLayout(const std::int32_t (&bandCount)[16]) noexcept
     return !any(~(load<16>(bandCount) == load<16>(Layout::kCount)));
 }
 
-/// Calls work with the layout that bandCount holds. Returns false if it is none of the four.
+/// Calls work with the layout that equals bandCount. Returns false, without a call, if bandCount is none of the four.
 template <typename Work>
 bool dispatchLayout(const std::int32_t (&bandCount)[16], Work work) noexcept
 {

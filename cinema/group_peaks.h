@@ -19,8 +19,8 @@ void startMeasures(ZRKTarn& engine) noexcept;
 /// In/Out  peakL, peakR, peakSum, peakDiff [16]  a group of zeros keeps the measures of the previous block
 void measureGroupPeaks(ZRKTarn& engine) noexcept;
 
-/// Finds the group with the largest peak: of the largest peakL if it exceeds every peakR, else of the largest peakR.
-/// Ties keep the lowest group.
+/// Finds the dominant group: the one with the largest peakL if that exceeds every peakR, else the one with the largest
+/// peakR. Ties keep the lowest group.
 ///
 /// In   peakL, peakR [16]
 /// Out  dominantGroup

@@ -9,15 +9,16 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// The largest value and the lowest index of it; zero and index 0 if no value is positive.
+/// The largest value and its lowest index; zero and index 0 if no value is positive.
 struct Largest
 {
     float value;
     std::int32_t index;
 };
 
-// A search compares value and index as one integer, without a branch that depends on the signal. The bits of
-// non-negative floats have the order of their values. The low word ranks equal values: the lowest index is largest.
+// A search compares value and index as one integer, without a branch that depends on the signal. The high word holds
+// the bits of the value: those of non-negative floats have the same order as the values. The low word decides between
+// equal values: the lowest index gives the largest key.
 using RankKey = std::uint64_t;
 
 /// The low word of the key of index 0.

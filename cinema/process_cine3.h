@@ -7,7 +7,7 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Upmixes the block that is in the newest 64 samples of inputHistory, and fills outputBlock.
+/// Upmixes the block in the newest 64 samples of inputHistory, and fills outputBlock.
 void processCine3(ZRKTarn& engine) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

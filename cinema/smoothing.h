@@ -9,7 +9,7 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Whether the alpha of a steering pair is near underflow, which many changes of the format can cause.
+/// Whether the alpha of a steering pair is near underflow. Many changes of the format can scale it down that far.
 inline bool anyPairNearUnderflow(const ZRKTarn& engine) noexcept
 {
     return nearUnderflow(engine.slower[0]) || nearUnderflow(engine.slow[0]) || nearUnderflow(engine.mid[0]) ||
@@ -18,14 +18,14 @@ inline bool anyPairNearUnderflow(const ZRKTarn& engine) noexcept
 
 /// One step of a first-order recursive mean: state = (1 - alpha) * state + alpha * value.
 ///
-/// pair  (alpha, 1 - alpha); kSafePair if alpha is near underflow
+/// pair  (alpha, 1 - alpha); set kSafePair if alpha may be near underflow
 template <bool kSafePair = false>
 inline void smooth(const float (&pair)[2], float value, float& state) noexcept
 {
     state = subnormalSafeProduct(pair[1], state) + (kSafePair ? subnormalSafeProduct(pair[0], value) : pair[0] * value);
 }
 
-/// The same for neighbouring states; kSubnormalSafe if a state is near underflow.
+/// The same for neighbouring states. Set kSubnormalSafe if a state may be near underflow.
 template <bool kSubnormalSafe, bool kSafePair = false, int kCount>
 [[gnu::always_inline]] inline Floats<kCount> smoothed(const float (&pair)[2], const Floats<kCount>& value,
                                                       const Floats<kCount>& state) noexcept

@@ -11,7 +11,7 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 /// In/Out  spectrum         smoothed sum of magnitudes, 0.9 per block
 ///         peakRegion       smoothed magnitude of the strongest band and its neighbours; ties keep the lowest band
 /// Out     rest             spectrum - peakRegion
-/// Order   band ascending; every addition of a tenth of a magnitude is in double and rounded to single
+/// Order   band ascending; adds a tenth of every magnitude, each addition in double and rounded to single
 void trackSpectrum(const float (&subband)[64], float& spectrum, float& peakRegion, float& rest) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -16,8 +16,10 @@ struct Steering
 
 /// Computes the steering from levels.
 ///
-/// The ratio of the smaller to the larger level gives the distance from the middle; adding 4 to both keeps quiet groups
-/// near the middle. Behind the listener, front/back is multiplied by 1.5 and left/right by up to 2.
+/// The distance from the middle is 1 minus the ratio of the smaller to the larger level. 4 is added to both levels, so
+/// quiet groups stay near the middle. For positions in the back, front/back is multiplied by 1.5 and left/right by up
+/// to
+/// 2. Both are limited to -1 to 1.
 ///
 /// In  left, right  levels of the channels, engine scale, non-negative
 ///     sum, diff    levels of their sum and difference, engine scale, non-negative

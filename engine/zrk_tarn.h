@@ -16,15 +16,15 @@ struct Tarn_Parameters
     std::uint32_t sampleRate;    ///< 32000, 44100, 48000, 64000, 88200, 96000 or 192000 Hz
     std::int32_t mode;           ///< 1: fast steering; 2: the fast speed is as slow as mid
     std::int32_t option;         ///< not read
-    float mixFraction;           ///< 0.0 to 1.0, stored with its complement; not used
+    float mixFraction;           ///< 0.0 to 1.0; stored, with its complement, but not used
 };
 
 /// The upmix engine: one flat record that holds all signal state of one stream.
 ///
 /// Engine scale: samples are floats on a full-scale range of about +-2^31.
 /// Calling order: Open, Initialize, then for every block SetChannelPtrs and one block operation; Close before the
-/// next Open and at the end. Initialize is not a reset: histories, and members that the new configuration does not
-/// set, stay. The outputPtr of a copy point into the original until the first ProcessCine3 of the copy.
+/// next Open and at the end. Initialize is not a reset: it keeps histories and all members that the new configuration
+/// does not set. In a copy, outputPtr points into the original until the first ProcessCine3 of the copy.
 ///
 /// Every operation returns a status word. No operation throws, allocates, locks or logs, so all are real-time safe. Use
 /// an engine on one thread at a time.
@@ -56,7 +56,8 @@ public:
     static const std::int32_t LOOP_COUNT96[16];  ///< 88.2 and 96 kHz
     static const std::int32_t LOOP_COUNT192[16]; ///< 192 kHz
 
-    // Thresholds at 48 kHz: a band group whose steering magnitude reaches one follows its steering at that speed.
+    // Thresholds at 48 kHz: if the steering magnitude of a band group reaches a threshold, the group follows its
+    // steering at the speed of the threshold.
     static const float THRES_BANDS[16];     ///< fast
     static const float MIDTHRES_BANDS[16];  ///< mid
     static const float SLOWTHRES_BANDS[16]; ///< slow; below it, slower
@@ -95,14 +96,14 @@ public:
 
     /// Configures the engine for a stream format.
     ///
-    /// An invalid rate or mode keeps the settings of the previous one; all other settings are applied. In mode 1 the
-    /// current smoothing pairs are scaled, so repeated calls scale repeatedly. At 32, 44.1 and 48 kHz the band grouping
-    /// stays.
+    /// If the rate or the mode is invalid, the settings of the previous one stay; all other settings are applied. In
+    /// mode 1 the current smoothing pairs are scaled, so repeated calls scale them repeatedly. At 32, 44.1 and 48 kHz
+    /// the band grouping stays as it is.
     ///
     /// Returns 0, or the code of the last invalid parameter: 1 outputChannels, 3 sampleRate, 4 mode, 6 mixFraction.
     std::uint32_t Initialize(Tarn_Parameters parameters) noexcept;
 
-    /// Sets the first sample of a block in each slot. Returns 0.
+    /// Sets the pointers to the first sample of a block in each slot. Returns 0.
     ///
     /// a  left: input, output front left         c  third output: centre, or remap column 2
     /// b  right: input, output front right       d  remap column 3 (unused on the plain path)
@@ -116,11 +117,12 @@ public:
     /// Sets reservedA = 1 and reservedB = 2, which are not used. Returns 0.
     std::uint32_t SetReserved() noexcept;
 
-    /// Converts a block of host samples to the newest 64 entries of inputHistory; pads a short block with silence.
+    /// Converts a block of host samples and writes it to the newest 64 entries of inputHistory. Pads a short block with
+    /// silence.
     ///
     /// frames    0 to 64; not checked
     /// channels  interleaved slots per frame, the stride of channelPtr[0] and [1] in samples
-    /// Returns 0. Containers of other sizes than 2, 3 and 4 bytes are silence.
+    /// Returns 0. Containers of other sizes than 2, 3 and 4 bytes are read as silence.
     std::uint32_t ReadInputChannels(std::uint32_t frames, std::uint32_t channels) noexcept;
 
     /// Upmixes one block: reads it with ReadInputChannels(frames, channels) and fills outputBlock. Returns 0.

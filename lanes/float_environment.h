@@ -15,7 +15,7 @@ namespace zrk_tarn
 ///
 /// Hosts may flush subnormals to zero on audio threads or use another rounding mode, which would change results.
 /// Compilers may move arithmetic across a change of the environment. Use the object only in a function that does no
-/// arithmetic itself, and call the arithmetic without inlining.
+/// arithmetic itself and calls the arithmetic in functions that are not inlined.
 ///
 /// Reads and writes one register on x86-64, two on 64-bit Arm. Real-time safe.
 class DefaultFloatEnvironment

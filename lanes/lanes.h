@@ -10,13 +10,13 @@
 #include <immintrin.h>
 #endif
 
-/// Lanes<T, kCount> holds kCount values in as many vector registers as they need, so that a stage is written once for
-/// all instruction sets. Arithmetic and comparisons work lane by lane and round like the scalar operators. Only
-/// anyOrderSum adds lanes to each other, so every stage defines the order of its sums.
+/// Lanes<T, kCount> holds kCount values in as many vector registers as they need, so a stage is written once for all
+/// instruction sets. Arithmetic and comparisons work lane by lane and round like the scalar operators. Only anyOrderSum
+/// adds lanes to each other, so the code of a stage defines the order of all other sums.
 ///
 /// The build compiles every stage once per instruction set and sets TARN_INSTRUCTION_SET to its name (sse2, avx2, ...),
-/// which is the namespace. Code in it must not call inline functions from outside, standard algorithms included: the
-/// linker keeps one copy, which may be compiled for an instruction set that the processor lacks.
+/// which is the namespace. Code in it must not call inline functions from outside, including standard algorithms: the
+/// linker keeps only one copy of them, which may be compiled for an instruction set that the processor lacks.
 
 // Wide vectors are passed between inlined functions only, so the calling convention does not matter.
 #if defined __clang__
@@ -64,7 +64,8 @@ struct Lanes
     using Part [[gnu::vector_size(kPartBytes)]] = T;
     using Unaligned [[gnu::vector_size(kPartBytes), gnu::aligned(alignof(T)), gnu::may_alias]] = T;
 
-    /// The part indices, for pack expansions over all parts; with loops, compilers keep parts in memory.
+    /// The indices of the parts, for pack expansions over all parts. In loops, compilers would keep the parts in
+    /// memory.
     using Parts = std::make_integer_sequence<int, kParts>;
 
     /// True lanes are all ones, false ones zero.
@@ -93,7 +94,7 @@ template <typename Result, int... kPart, typename Operation, typename... L>
     return {{onPart<kPart>(operation, lanes...)...}};
 }
 
-/// Applies the operation to the parts of equal index.
+/// Applies the operation to the parts with the same index.
 template <typename Result, typename Operation, typename... L>
 [[gnu::always_inline]] inline Result partwise(Operation operation, const L&... lanes) noexcept
 {
@@ -136,7 +137,7 @@ template <typename L, typename T, int... kPart>
     return {{((void)kPart, value - typename L::Part{})...}};
 }
 
-/// The same value in every lane. Subtracts zero because adding zero would turn minus zero into plus zero.
+/// The same value in every lane. Subtracts zero, because adding it would change minus zero to plus zero.
 template <int kCount, typename T>
 [[gnu::always_inline]] inline Lanes<T, kCount> broadcast(T value) noexcept
 {

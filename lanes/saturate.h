@@ -35,8 +35,8 @@ template <int kCount>
     return within | ((top <= a) & broadcast<kCount>(INT32_MAX)) | ((a <= -top) & broadcast<kCount>(INT32_MIN));
 }
 
-/// Truncates a row of 64 values with saturation. Repeats the row with the slower saturating conversion only if a value
-/// is outside the range.
+/// Truncates a row of 64 values with saturation. Uses the fast conversion first, and repeats the row with the slower
+/// saturating conversion only if a value is outside the range.
 ///
 /// valuesFrom(n)      returns the vector of values that starts at index n
 /// put(n, integers)   stores the truncated vector; must not change what valuesFrom reads

@@ -10,19 +10,20 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-// After a signal has stopped, recursive means decay into the subnormal numbers and stay there; so do products with
-// them. A processor may need a hundred times longer for an operation with a subnormal operand or result. In double
-// precision no sum or product of two singles is subnormal. A double has more than twice the digits of a single, so the
-// result rounded to single has the same bits as in single precision.
+// After a signal stops, recursive means decay to subnormal numbers, and products with them are subnormal too. A
+// processor may need a hundred times longer for an operation with a subnormal operand or result. In double precision no
+// sum or product of two singles is subnormal. A double has more than twice the digits of a single, so the result
+// rounded to single has the same bits as in single precision.
 
-/// The product of two singles, computed in double. The powers of two cancel; they prevent that the compiler computes in
-/// single precision.
+/// The product of two singles, computed in double. The powers of two cancel out; without them, the compiler could
+/// compute in single precision.
 inline float subnormalSafeProduct(float a, float b) noexcept
 {
     return static_cast<float>((static_cast<double>(a) * 0x1p64) * (static_cast<double>(b) * 0x1p-64));
 }
 
-/// Singles held as doubles and rounded to single after every operation: slower, but at the same speed for all values.
+/// Singles stored as doubles and rounded to single after every operation: slower, but with the same speed for all
+/// values.
 template <int kCount>
 struct SubnormalSafe
 {
@@ -75,7 +76,7 @@ template <int kCount>
     return {reversed(a.doubles)};
 }
 
-/// The operands of a stage that is compiled for both kinds of arithmetic.
+/// The operand type of a stage that is compiled for both kinds of arithmetic.
 template <bool kSubnormalSafe, int kCount>
 using Values = std::conditional_t<kSubnormalSafe, SubnormalSafe<kCount>, Floats<kCount>>;
 
@@ -116,10 +117,10 @@ template <bool kSubnormalSafe, int kCount>
 }
 
 /// Magnitudes below this bound are near underflow. The product of two factors above it is never subnormal. Signals are
-/// far louder; only means, weights and weighted values get this small.
+/// far larger; only means, weights and weighted values become this small.
 inline constexpr float kNearUnderflow = 0x1p-60f;
 
-/// True for lanes whose products may be subnormal; false for zero. Decides speed, never results.
+/// True for lanes whose products may be subnormal; false for zero. Affects speed, never results.
 template <int kCount>
 [[gnu::always_inline]] inline Ints<kCount> nearUnderflow(const Floats<kCount>& a) noexcept
 {
