@@ -36,10 +36,11 @@ VorbisDecoder::VorbisDecoder(int descriptor, ByteRange part, int serial, const S
     decodePackets();
     while (!hasFrames() && decodePage()) {
     }
-    // libsndfile counts frames before position 0.
+    // libsndfile counts frames before position 0, and knows no length if other bytes follow the last page.
     const std::int64_t begin = std::max<std::int64_t>(firstPosition(), 0);
-    const std::int64_t end = oggEnd(descriptor, part, serial).granule;
-    if (facts.frames != SF_COUNT_MAX && end >= begin) facts.frames = std::min<sf_count_t>(facts.frames, end - begin);
+    const OggEnd end = oggEnd(descriptor, part, serial);
+    const bool isKnown = facts.frames != SF_COUNT_MAX || end.isMarked;
+    if (isKnown && end.granule >= begin) facts.frames = std::min<sf_count_t>(facts.frames, end.granule - begin);
 }
 
 VorbisDecoder::~VorbisDecoder()

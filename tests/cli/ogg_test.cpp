@@ -159,6 +159,18 @@ TEST_F(Ogg, VorbisAfterANegativeFirstPageIsComplete)
     EXPECT_EQ(bypassed("cut.ogg").size(), kSlots * (kRate - dropped));
 }
 
+TEST_F(Ogg, VorbisWithBytesAfterTheLastPageIsComplete)
+{
+    writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
+    writeBytes(at("id3v1.ogg"), bytesOf(at("in.ogg")) + "TAG" + std::string(125, ' '));
+    writeBytes(at("zeros.ogg"), bytesOf(at("in.ogg")) + std::string(128, '\0'));
+    for (const std::string name : {"id3v1.ogg", "zeros.ogg"}) {
+        std::string errors;
+        EXPECT_EQ(bypassed(name, &errors), bypassed("in.ogg")) << name;
+        EXPECT_EQ(errors.find("cut short"), std::string::npos) << errors;
+    }
+}
+
 TEST_F(Ogg, RepeatedVorbisHeadersAreIgnored)
 {
     writeAudio(at("in.ogg"), SF_FORMAT_OGG | SF_FORMAT_VORBIS, static_cast<int>(kRate), 2, stereoNoise(kRate, 16));
