@@ -6,6 +6,7 @@
 #include "cli/file_bytes.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -35,6 +36,15 @@ std::string nameAt(const FileBytes& file, std::uint64_t position)
     return name;
 }
 
+constexpr std::array<std::string_view, 3> kRiffMarks{"RIFF", "RF64", "RIFX"};
+
+/// Whether a chunk can begin with these characters: other bytes, or the mark of a next file, end the chunks.
+bool isChunkName(std::string_view name)
+{
+    return std::ranges::all_of(name, [](char c) { return c >= 0x20 && c <= 0x7e; }) &&
+           std::ranges::find(kRiffMarks, name) == kRiffMarks.end();
+}
+
 /// Finds chunks from a position on. A chunk is a name, a size and the contents, padded to an even size in RIFF. The
 /// first chunk of RF64 holds the size of the audio.
 std::vector<ChunkLocation> chunksFrom(const FileBytes& file, std::uint64_t at, std::size_t sizeBytes, bool bigEndian)
@@ -43,11 +53,13 @@ std::vector<ChunkLocation> chunksFrom(const FileBytes& file, std::uint64_t at, s
     const std::uint64_t rf64Size = file.marks(at, "ds64") ? file.number(at + head + 8, 8, bigEndian) : UINT32_MAX;
     std::vector<ChunkLocation> chunks;
     while (at + head <= file.size() && chunks.size() < kMaxChunks) {
+        const std::string name = nameAt(file, at);
+        if (!isChunkName(name)) break;
         std::uint64_t size = file.number(at + kNameBytes, sizeBytes, bigEndian);
         if (sizeBytes == 4 && size == UINT32_MAX && file.marks(at, "data")) size = rf64Size;
         size = std::min(size, file.size()); // prevents overflow
         at += head;
-        if (size > 0) chunks.push_back({.name = nameAt(file, at - head), .contents = {.begin = at, .end = at + size}});
+        if (size > 0) chunks.push_back({.name = name, .contents = {.begin = at, .end = at + size}});
         at += size + (sizeBytes == 4 ? size % 2 : 0);
     }
     return chunks;
@@ -59,7 +71,7 @@ std::vector<ChunkLocation> chunksIn(int descriptor)
     constexpr std::uint64_t kCafHead = 8;
     const FileBytes file(descriptor);
     const std::uint64_t begin = file.id3v2Size(0);
-    for (const std::string_view mark : {"RIFF", "RF64", "RIFX"})
+    for (const std::string_view mark : kRiffMarks)
         if (file.marks(begin, mark)) return chunksFrom(file, begin + kRiffHead, 4, mark == "RIFX");
     if (file.marks(begin, "caff")) return chunksFrom(file, begin + kCafHead, 8, true);
     return {};

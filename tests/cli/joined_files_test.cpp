@@ -37,6 +37,19 @@ protected:
     std::vector<float> decoded(const std::string& name) const { return readFloats(at(name)); }
 };
 
+TEST_F(JoinedFiles, OfWaveHaveNoNoteOnChunks)
+{
+    writeAudio(at("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(4800, 16));
+    const std::string bytes = bytesOf(at("a.wav"));
+    writeBytes(at("joined.wav"), bytes + bytes);
+    writeBytes(at("tail.wav"), bytes + std::string(100, '\x01'));
+    for (const std::string name : {"joined.wav", "tail.wav"}) {
+        const Result result = tarn({"upmix", "--force", name, "out.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("left out"), std::string::npos) << result.errors;
+    }
+}
+
 TEST_F(JoinedFiles, AreReadToTheEndOfTheLast)
 {
     for (const auto& [extension, format] :
