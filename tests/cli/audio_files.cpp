@@ -4,6 +4,8 @@
 
 #include "tests/cli/command.h"
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <random>
 #include <stdexcept>
@@ -81,6 +83,19 @@ Audio readAudio(const std::string& path)
     sf_close(file);
     if (!read) throw std::runtime_error("cannot read all of " + path);
     return audio;
+}
+
+void expectSilenceInTheMiddle(const Samples& output, const Samples& whole)
+{
+    ASSERT_EQ(output.size(), whole.size());
+    std::size_t silent = 0;
+    for (std::size_t i = 0; i < output.size(); ++i) {
+        if (output[i] == whole[i]) continue;
+        ASSERT_EQ(output[i], 0) << i;
+        EXPECT_TRUE(i > output.size() / 3 && i < output.size() * 2 / 3) << i;
+        ++silent;
+    }
+    EXPECT_GT(silent, 0u);
 }
 
 WaveFormat waveFormat(const std::string& path)

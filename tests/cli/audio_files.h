@@ -38,6 +38,9 @@ Audio readAudio(const std::string& path);
 /// Reads a whole file with libsndfile as floating-point samples, which can exceed full scale.
 std::vector<float> readFloats(const std::string& path);
 
+/// Expects that every sample equals that of the complete file, or is silence in the middle third.
+void expectSilenceInTheMiddle(const Samples& output, const Samples& whole);
+
 /// Channel fields of the extensible format chunk of a WAV file.
 struct WaveFormat
 {

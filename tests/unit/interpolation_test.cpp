@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cinema/interpolation.h"
 #include "tests/support/engine.h"
+#include "tests/unit/group_position.h"
 
 #include <gtest/gtest.h>
 
@@ -10,17 +11,7 @@
 
 using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
-
-namespace
-{
-
-void setPosition(ZRKTarn& engine, int g, float x, float y)
-{
-    engine.lrSlower[g] = x;
-    engine.fbSlower[g] = y;
-}
-
-} // namespace
+using tests::setPosition;
 
 TEST(Interpolation, GridPointsGiveTheMatrixOfTheirRegion)
 {

@@ -3,6 +3,7 @@
 #include "cinema/interpolation.h"
 #include "cinema/mixing.h"
 #include "tests/support/engine.h"
+#include "tests/unit/group_position.h"
 
 #include <gtest/gtest.h>
 
@@ -11,17 +12,7 @@
 
 using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
-
-namespace
-{
-
-void setPosition(ZRKTarn& engine, int g, float x, float y)
-{
-    engine.lrSlower[g] = x;
-    engine.fbSlower[g] = y;
-}
-
-} // namespace
+using tests::setPosition;
 
 TEST(Mixing, CentredGroupHasAFrontGainOf1Point5)
 {
