@@ -15,6 +15,8 @@ import numpy as np
 import scipy.signal
 import soundfile
 
+import recordings
+
 RATE_HZ = 48000
 HALF_POWER = np.sqrt(0.5)
 PAN_SWEEP_DEGREES = [float(degrees) for degrees in range(0, 91, 5)]
@@ -25,6 +27,7 @@ HALFWAY_PAN_DEGREES = 22.5
 NOISE_LEVEL_DB = -20.0  # left plus right
 DIALOGUE_LEVEL_DB = -25.0  # each of the three stems
 RECORDING_PEAK = 0.5
+MUSIC_PEAK = 0.35  # of the loudest stem
 
 SONG_DIRECTORY = Path("/usr/share/games/fretsonfire/data/songs/muldjord/mutilated_mime")
 SONG_PACKAGE = "fretsonfire-songs-muldjord"
@@ -154,6 +157,17 @@ def dialogue(seed, seconds, speech):
     stems = {"speech": at_level(voice, DIALOGUE_LEVEL_DB), **sides}
     gains = {"speech": (HALF_POWER, HALF_POWER), "left": (1.0, 0.0), "right": (0.0, 1.0)}
     return Scene("dialogue", RATE_HZ, stems, gains, RATE_HZ)
+
+
+def speech_over_music(half, index, level_db, seconds, rate=RATE_HZ):
+    """Speech in the centre of a recording. level_db is the power of the speech relative to that of both channels."""
+    music = recordings.music(recordings.tracks(half)[index], rate, seconds)
+    level = 10 * np.log10(np.sum(np.mean(music**2, axis=0))) + level_db
+    voice = at_level(recordings.speech(half, index, rate, seconds), level)
+    gain = MUSIC_PEAK / np.abs(np.column_stack([voice, music])).max()
+    stems = {"speech": gain * voice, "left": gain * music[:, 0], "right": gain * music[:, 1]}
+    gains = {"speech": (HALF_POWER, HALF_POWER), "left": (1.0, 0.0), "right": (0.0, 1.0)}
+    return Scene(f"speech over music {index}, {level_db:g} dB", rate, stems, gains, rate)
 
 
 def recording(seconds):

@@ -1,0 +1,133 @@
+"""Real music and speech of Debian packages.
+
+The packages are downloaded and unpacked once into build/recordings, not installed. Excerpts are float64, full scale = 1.0.
+"""
+# SPDX-License-Identifier: MIT
+
+from dataclasses import dataclass
+from pathlib import Path
+import subprocess
+import tempfile
+
+import numpy as np
+import scipy.signal
+import soundfile
+
+FOLDER = Path(__file__).resolve().parents[2] / "build/recordings"
+EXCERPT_START_SECONDS = 15
+SPEECH_PACKAGE = "fillets-ng-data-nl"
+SPEECH_FOLDER = "usr/share/games/fillets-ng/sound"
+SPEAKERS = ("-v-", "-m-")  # in the names of the files
+SPEECH_FILES_PER_EXCERPT = 20
+
+
+@dataclass(frozen=True)
+class Track:
+    """A stereo recording: files of a package below a folder. Several files are stems, whose sum is the recording."""
+
+    package: str
+    folder: str
+    files: tuple
+
+    @property
+    def name(self):
+        return f"{self.package}: {self.files[0]}"
+
+
+def _tracks(package, folder, *names):
+    return [Track(package, folder, name if isinstance(name, tuple) else (name,)) for name in names]
+
+
+def _with_guitar(*songs):
+    return [(f"{song}/song.ogg", f"{song}/guitar.ogg") for song in songs]
+
+
+TRACKS = [
+    *_tracks(
+        "fretsonfire-songs-muldjord",
+        "usr/share/games/fretsonfire/data/songs/muldjord",
+        *_with_guitar("armygeddon", "chaos_god", "internal_degeneration", "mutilated_mime"),
+    ),
+    *_tracks(
+        "fretsonfire-songs-sectoid",
+        "usr/share/games/fretsonfire/data/songs/sectoid",
+        *_with_guitar("Feelings", "Metal madness"),
+    ),
+    *_tracks(
+        "hyperrogue-music",
+        "usr/share/hyperrogue/music",
+        *("hr-domina-hunting.ogg", "hr3-caves.ogg", "hr3-icyland.ogg", "hr3-jungle.ogg"),
+    ),
+    *_tracks(
+        "lincity-ng-data",
+        "usr/share/games/lincity-ng/music/default",
+        "02 - Robert van Herk - City Blues.ogg",
+        "03 - Robert van Herk - Architectural Contemplations.ogg",
+    ),
+    *_tracks("singularity-music", "usr/share/games/singularity/music", "Coherence.ogg", "Through Space.ogg"),
+    *_tracks(
+        "supertuxkart-data",
+        "usr/share/games/supertuxkart/data/music",
+        *("Boom_boom_boom.ogg", "Snowy.ogg", "celtic.ogg", "egypt.ogg"),
+    ),
+    *_tracks(
+        "wesnoth-1.16-music",
+        "usr/share/games/wesnoth/1.16/data/core/music",
+        *("battle-epic.ogg", "elvish-theme.ogg", "frantic.ogg", "knalgan_theme.ogg"),
+        *("love_theme.ogg", "nunc_dimittis.ogg", "sad.ogg", "traveling_minstrels.ogg"),
+    ),
+]
+
+# The tables are designed with one half of the tracks and of the speech, and checked with the other half.
+DESIGN_HALF, CHECK_HALF = 0, 1
+
+
+def tracks(half=None):
+    """The tracks of a half, or all."""
+    return TRACKS if half is None else TRACKS[half::2]
+
+
+def fetch():
+    """Downloads and unpacks the packages that are missing in FOLDER."""
+    for package in sorted({track.package for track in TRACKS} | {SPEECH_PACKAGE}):
+        target = FOLDER / package
+        if target.is_dir():
+            continue
+        FOLDER.mkdir(parents=True, exist_ok=True)
+        with tempfile.TemporaryDirectory(dir=FOLDER) as directory:
+            subprocess.run(
+                ["apt-get", "-qq", "-o", "APT::Sandbox::User=root", "download", package], cwd=directory, check=True
+            )
+            (archive,) = Path(directory).glob("*.deb")
+            subprocess.run(["dpkg-deb", "-x", archive, Path(directory) / "files"], check=True)
+            (Path(directory) / "files").rename(target)
+
+
+def read(path, rate, start_seconds=0, seconds=None):
+    """A part of a file at the given rate: [frames, channels]."""
+    with soundfile.SoundFile(path) as file:
+        file.seek(start_seconds * file.samplerate)
+        samples = file.read(-1 if seconds is None else seconds * file.samplerate, always_2d=True)
+        common = np.gcd(rate, file.samplerate)
+        return scipy.signal.resample_poly(samples, rate // common, file.samplerate // common, axis=0)
+
+
+def music(track, rate, seconds):
+    """An excerpt of a track: [frames, 2]."""
+    folder = FOLDER / track.package / track.folder
+    return sum(read(folder / file, rate, EXCERPT_START_SECONDS, seconds) for file in track.files)
+
+
+def speech(half, index, rate, seconds):
+    """Sentences of one speaker, one after the other: [frames]. Every index has other sentences; speakers alternate."""
+    files = sorted((FOLDER / SPEECH_PACKAGE / SPEECH_FOLDER).rglob("*.ogg"))
+    files = [file for file in files if SPEAKERS[index % 2] in file.name]
+    middle = len(files) // 2
+    files = files[:middle] if half == DESIGN_HALF else files[middle:]
+    sentences, frames = [], 0
+    for file in files[index * SPEECH_FILES_PER_EXCERPT :]:
+        sentences.append(read(file, rate).mean(axis=1))
+        frames += len(sentences[-1])
+        if frames >= seconds * rate:
+            return np.concatenate(sentences)[: seconds * rate]
+    raise ValueError(f"the speech of {SPEECH_PACKAGE} is too short for excerpt {index}")
