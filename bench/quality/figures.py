@@ -1,65 +1,17 @@
-"""The figures of the report: measure, scene and title of each."""
+"""The figures of the seeded scenes."""
 # SPDX-License-Identifier: MIT
-
-from dataclasses import dataclass
 
 import numpy as np
 
+import flutter
+import localisation
 import measures
 import scenes
+import transients
+from rows import ROWS, flutter_key
 
 # Length of the noise for the measurement of delay and block.
 DELAY_NOISE_SECONDS = 1
-
-
-@dataclass(frozen=True)
-class Row:
-    """One line of the table. unit is 'frames', '%' (stored as a fraction) or 'dB'; key is the name in the JSON file."""
-
-    key: str
-    title: str
-    unit: str
-
-
-ROWS = [
-    Row("delay", "delay of the stream", "frames"),
-    Row("block", "block size", "frames"),
-    Row("delay_and_block", "delay in a live host: sum of both", "frames"),
-    Row("centred_in_c", "solo centred source, share in C", "%"),
-    Row("pan_22_5_in_c", "solo source half way (pan 22.5 deg), share in C", "%"),
-    Row("pan_15_in_c", "solo source at pan 15 deg, share in C", "%"),
-    Row("hard_left_in_c", "solo source hard left, share in C", "%"),
-    Row("hard_right_in_c", "solo source hard right, share in C", "%"),
-    Row("opposite_front_at_15", "opposite front at 15 degrees (1)", "%"),
-    Row("opposite_front_pan_15", "opposite front at pan 15 deg", "%"),
-    Row("opposite_front_mean", "opposite front, mean of the sweep without centre", "%"),
-    Row("sweep_level_min", "level over the pan sweep, lowest", "dB"),
-    Row("sweep_level_max", "level over the pan sweep, highest", "dB"),
-    Row("sweep_level_span", "level over the pan sweep, difference", "dB"),
-    Row("diffuse_level", "level of diffuse noise", "dB"),
-    Row("diffuse_in_c", "diffuse noise, share in C", "%"),
-    Row("dialogue_artefacts", "artefacts in C, dialogue (2)", "dB"),
-    Row("dialogue_speech_in_c", "dialogue: speech, share in C (3)", "%"),
-    Row("dialogue_sides_in_c", "dialogue: noise of the sides, share in C (3)", "%"),
-    Row("recording_artefacts", "artefacts in C, recording (2)", "dB"),
-    Row("recording_backing_in_c", "recording: centred stem, share in C (3)", "%"),
-    Row("recording_sides_in_c", "recording: guitars of the sides, share in C (3)", "%"),
-    Row("fold_down_error_diffuse", "fold-down error, diffuse noise (4)", "dB"),
-    Row("fold_down_error_centred", "fold-down error, centred source (4)", "dB"),
-    Row("fold_down_error_recording", "fold-down error, recording (4)", "dB"),
-    Row("fold_down_shape_error_diffuse", "the same after level matching, diffuse noise", "dB"),
-    Row("fold_down_shape_error_centred", "the same after level matching, centred source", "dB"),
-    Row("fold_down_shape_error_recording", "the same after level matching, recording", "dB"),
-]
-
-FOOTNOTES = [
-    "(1) Share of the power of all outputs. The loudspeakers are at 30 degrees, the source at 15, half way between "
-    "side and centre: pan 22.5 on the constant-power law from 0 (hard left) to 90 (hard right).",
-    "(2) Energy in C that no fixed filters of the known stems explain, relative to the energy of C: STFT 4096/1024, "
-    "Hann window, least squares per bin.",
-    "(3) Share of C in the energy that the stem contributes to all three outputs through those fixed filters.",
-    "(4) FL + 0.707 C and FR + 0.707 C minus the input, relative to the input.",
-]
 
 
 def settled(scene, signal):
@@ -86,9 +38,10 @@ def timing(system, suite):
 
 def pan_sweep(system, suite):
     """Shares and levels over the pan: lists by angle in 'sweep', and the figures of the table."""
-    shares, levels = {}, {}
+    shares, levels, gains = {}, {}, {}
     for degrees, scene in suite.sweep.items():
         stereo, outputs = run(system, scene)
+        gains[degrees] = localisation.amplitude_gains(settled(scene, scene.stems["source"]), outputs)
         shares[degrees] = [float(share) for share in measures.shares(outputs)]
         levels[degrees] = measures.level_db(stereo, outputs)
     left, right, centre = 0, 1, measures.CENTRE
@@ -96,7 +49,8 @@ def pan_sweep(system, suite):
     grid = scenes.PAN_SWEEP_DEGREES
     opposite = [shares[degrees][right] for degrees in grid if degrees < 45]
     opposite += [shares[degrees][left] for degrees in grid if degrees > 45]
-    return {
+    located = localisation.figures([(scenes.pan_gains(degrees), gains[degrees]) for degrees in grid])
+    return located | {
         "centred_in_c": shares[45.0][centre],
         "pan_22_5_in_c": shares[halfway][centre],
         "pan_15_in_c": shares[15.0][centre],
@@ -140,8 +94,27 @@ def fold_down(stereo, outputs, scene):
     }
 
 
+def moving_gains(system, suite):
+    """What a side source that comes and goes does to C's gain and to the level."""
+    found = {}
+    for (period, level), scene in suite.flutter.items():
+        stereo, outputs = run(system, scene)
+        steady, other = (settled(scene, scene.stems[name]) for name in ("centre", "side"))
+        gain, total = flutter.figures(steady, other, stereo, outputs, scene.rate)
+        found |= {flutter_key(period, level, "gain"): gain, flutter_key(period, level, "level"): total}
+    return found
+
+
+def events(system, scene, prefix):
+    """Shares and pre-echo of the bursts or clicks after the settling time."""
+    outputs = system.aligned(scene.stereo, scene.rate)
+    settled_events = [(start, place) for start, place in scene.events if start >= scene.settle]
+    found = transients.figures(outputs, settled_events, scene.rate)
+    return {f"{prefix}_{key}": value for key, value in found.items()}
+
+
 def measure(system, suite):
-    """All figures of one system: key -> value, None if undefined."""
+    """The figures of the seeded scenes for one system: key -> value; None if undefined, and for music."""
     figures = {row.key: None for row in ROWS}
     figures |= timing(system, suite)
     figures |= pan_sweep(system, suite)
@@ -151,6 +124,10 @@ def measure(system, suite):
     figures["diffuse_in_c"] = float(measures.shares(outputs)[measures.CENTRE])
     figures |= fold_down(stereo, outputs, "diffuse")
     figures |= fold_down(*run(system, suite.sweep[45.0]), "centred")
+
+    figures |= moving_gains(system, suite)
+    figures |= events(system, suite.bursts, "burst")
+    figures |= events(system, suite.clicks, "click")
 
     _, outputs = run(system, suite.dialogue)
     figures |= mixture(suite.dialogue, outputs, "speech", "dialogue")

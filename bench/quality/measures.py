@@ -70,24 +70,25 @@ def fold_down_error_db(stereo, outputs, best_gain=False):
     return ratio_db(np.sum((gain * folded - stereo) ** 2), np.sum(stereo**2))
 
 
-def spectra(signals):
+def spectra(signals, frames, hop):
     """Hann-windowed STFT of [frames, channels]: complex [bins, channels, windows], whole windows only."""
-    window = scipy.signal.windows.hann(STFT_FRAMES, sym=False)
-    pieces = np.lib.stride_tricks.sliding_window_view(signals, STFT_FRAMES, axis=0)[::STFT_HOP]
+    window = scipy.signal.windows.hann(frames, sym=False)
+    pieces = np.lib.stride_tricks.sliding_window_view(signals, frames, axis=0)[::hop]
     return np.ascontiguousarray(np.fft.rfft(pieces * window).transpose(2, 1, 0))
 
 
-def explain(stems, outputs):
+def explain(stems, outputs, hop=STFT_HOP, groups=None):
     """Separates each output into fixed filters of the stems and a residual.
 
     A least-squares fit over all windows gives one complex gain per stem, output and bin. This models every
     time-invariant filter that is shorter than the window.
 
-    In      stems [frames, stems], outputs [frames, outputs]
-    Out     contributions [stems, outputs], residual [outputs], total [outputs]: the energy that each stem
+    In      stems [frames, stems], outputs [frames, outputs], groups: lists of stems that count as one source,
+            such as the channels of a recording; every stem by default
+    Out     contributions [groups, outputs], residual [outputs], total [outputs]: the energy that each group
             contributes, of the part that no fixed filter explains, and of the output, at the same scale
     """
-    x, y = spectra(stems), spectra(outputs)
+    x, y = spectra(stems, STFT_FRAMES, hop), spectra(outputs, STFT_FRAMES, hop)
     # Normalises the energy of each stem per bin, so that quiet and loud stems are equally well conditioned.
     norms = np.sqrt(np.sum(np.abs(x) ** 2, axis=2, keepdims=True))
     x = np.divide(x, norms, out=np.zeros_like(x), where=norms > 0)
@@ -99,6 +100,14 @@ def explain(stems, outputs):
     weights[[0, -1]] = 1.0
 
     def energy(values):
-        return np.tensordot(weights, np.abs(values) ** 2, axes=(0, 0))
+        return np.tensordot(weights, np.sum(np.abs(values) ** 2, axis=2), axes=(0, 0))
 
-    return energy(gains).T, energy(y - gains @ x).sum(axis=-1), energy(y).sum(axis=-1)
+    groups = [[stem] for stem in range(x.shape[1])] if groups is None else groups
+    contributions = np.array([energy(gains[:, :, group] @ x[:, group]) for group in groups])
+    return contributions, energy(y - gains @ x), energy(y)
+
+
+def si_sdr_db(target, estimate):
+    """Scale-invariant signal-to-distortion ratio in dB (Le Roux and others, SDR - half-baked or well done?, 2019)."""
+    scaled = target * (np.vdot(target, estimate) / np.vdot(target, target))
+    return ratio_db(np.sum(scaled**2), np.sum((estimate - scaled) ** 2))

@@ -21,6 +21,10 @@ SPEAKERS = ("-v-", "-m-")  # in the names of the files
 SPEECH_FILES_PER_EXCERPT = 20
 
 
+class FetchError(RuntimeError):
+    """A package could not be downloaded or unpacked; the message is for the user."""
+
+
 @dataclass(frozen=True)
 class Track:
     """A stereo recording: files of a package below a folder. Several files are stems, whose sum is the recording."""
@@ -87,20 +91,30 @@ def tracks(half=None):
     return TRACKS if half is None else TRACKS[half::2]
 
 
+def missing():
+    """The packages that are not in FOLDER."""
+    packages = {track.package for track in TRACKS} | {SPEECH_PACKAGE}
+    return sorted(package for package in packages if not (FOLDER / package).is_dir())
+
+
 def fetch():
-    """Downloads and unpacks the packages that are missing in FOLDER."""
-    for package in sorted({track.package for track in TRACKS} | {SPEECH_PACKAGE}):
-        target = FOLDER / package
-        if target.is_dir():
-            continue
+    """Downloads and unpacks the missing packages. Raises FetchError."""
+    for package in missing():
         FOLDER.mkdir(parents=True, exist_ok=True)
         with tempfile.TemporaryDirectory(dir=FOLDER) as directory:
-            subprocess.run(
-                ["apt-get", "-qq", "-o", "APT::Sandbox::User=root", "download", package], cwd=directory, check=True
-            )
+            _run(["apt-get", "-qq", "-o", "APT::Sandbox::User=root", "download", package], directory)
             (archive,) = Path(directory).glob("*.deb")
-            subprocess.run(["dpkg-deb", "-x", archive, Path(directory) / "files"], check=True)
-            (Path(directory) / "files").rename(target)
+            _run(["dpkg-deb", "-x", archive, "files"], directory)
+            (Path(directory) / "files").rename(FOLDER / package)
+
+
+def _run(command, directory):
+    try:
+        result = subprocess.run(command, cwd=directory, capture_output=True, text=True)
+    except FileNotFoundError as error:
+        raise FetchError(f"there is no {command[0]}, which fetches music from Debian packages") from error
+    if result.returncode != 0:
+        raise FetchError(f"{' '.join(map(str, command))}: exit {result.returncode}\n{result.stderr.strip()}")
 
 
 def read(path, rate, start_seconds=0, seconds=None):

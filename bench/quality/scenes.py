@@ -7,15 +7,13 @@ seed of the caller. A mix is rounded to 24 bits once, so that all systems under 
 
 from dataclasses import dataclass
 from pathlib import Path
-import shutil
-import subprocess
-import tempfile
 
 import numpy as np
-import scipy.signal
 import soundfile
 
 import recordings
+import voices
+from signals import at_level, decaying_noise, on_and_off, pink_noise
 
 RATE_HZ = 48000
 HALF_POWER = np.sqrt(0.5)
@@ -34,10 +32,20 @@ SONG_PACKAGE = "fretsonfire-songs-muldjord"
 SONG_CREDIT = "Mutilated Mime by Muldjord (El Senator), CC BY-SA 3.0"
 SONG_START_SECONDS = 60
 
-SPEECH_TEXT = """A small lake lies high between two hills. In the morning the water is quite still, and the far shore
-stands in it upside down. Nobody has built a road to it, so those who want to see it have to walk. Take bread and a
-warm coat, because the wind turns in the afternoon. Which way would you go? Left of the stream the path is dry; on the
-right there are shorter climbs, but three wet fields. We tried both, six times each, and always came back smiling."""
+# A steady centred source beside a source on the left that comes and goes.
+FLUTTER_LEVEL_DB = -25.0  # the centred source
+FLUTTER_RAMP_SECONDS = 0.005
+FLUTTER_PERIODS_SECONDS = [0.25, 1.0, 2.0]
+FLUTTER_SIDE_LEVELS_DB = [-6.0, 0.0, 6.0]  # of the left source while it is on, relative to the centred one
+
+# Bursts and clicks in changing places.
+PLACES = ("left", "right", "centre")  # in the order of the outputs FL FR C
+BURST_SECONDS = 0.1
+BURST_TIME_CONSTANT_SECONDS = 0.015
+BURST_LEVEL = 0.1  # of the noise at the start
+BURST_INTERVAL_SECONDS = 0.2
+CLICK_LEVEL = 0.5
+CLICK_INTERVAL_SECONDS = 1.0
 
 
 @dataclass
@@ -71,68 +79,6 @@ def pan_gains(degrees):
     return float(np.cos(angle)), float(np.sin(angle))
 
 
-def at_level(signal, level_db):
-    """Scales the signal to the mean power level_db, in dB relative to full scale squared."""
-    return signal * np.sqrt(10 ** (level_db / 10) / np.mean(signal**2))
-
-
-def pink_noise(generator, frames, rate):
-    """Pink noise between 20 Hz and 20 kHz, mean power 1."""
-    size = scipy.fft.next_fast_len(frames, real=True)
-    spectrum = np.fft.rfft(generator.standard_normal(size))
-    frequencies = np.fft.rfftfreq(size, 1 / rate)
-    band = (frequencies >= 20) & (frequencies <= 20000)
-    spectrum[~band] = 0
-    spectrum[band] /= np.sqrt(frequencies[band])
-    return at_level(np.fft.irfft(spectrum, size)[:frames], 0.0)
-
-
-def espeak_speech(frames, rate):
-    """SPEECH_TEXT read by espeak-ng, repeated to the given length; mean power 1."""
-    with tempfile.TemporaryDirectory() as directory:
-        path = Path(directory) / "speech.wav"
-        subprocess.run(["espeak-ng", "-v", "en", "-s", "150", "-w", path, SPEECH_TEXT], check=True)
-        speech, speech_rate = soundfile.read(path)
-    common = np.gcd(rate, speech_rate)
-    speech = scipy.signal.resample_poly(speech, rate // common, speech_rate // common)
-    return at_level(np.resize(speech, frames), 0.0)
-
-
-def synthetic_speech(generator, frames, rate):
-    """Synthetic syllables: pulses through three formants, noise between them, pauses; mean power 1."""
-    vowels_hz = [(270, 2290, 3010), (530, 1840, 2480), (730, 1090, 2440), (570, 840, 2410), (300, 870, 2240)]
-    hiss_filter = scipy.signal.butter(4, [3000, 9000], "bandpass", fs=rate, output="sos")
-    speech = np.zeros(frames)
-    position = 0
-    while position < frames:
-        length = int(rate * generator.uniform(0.12, 0.28))
-        pitch_hz = generator.uniform(95, 145) * np.linspace(1.06, 0.92, length)
-        phase = np.cumsum(pitch_hz / rate)
-        pulses = np.diff(np.floor(phase), prepend=0.0) + 0.02 * generator.standard_normal(length)
-        voice = np.zeros(length)
-        for formant_hz, strength in zip(vowels_hz[generator.integers(len(vowels_hz))], (1.0, 0.6, 0.4)):
-            radius = np.exp(-np.pi * 90 / rate)
-            poles = [1, -2 * radius * np.cos(2 * np.pi * formant_hz / rate), radius**2]
-            voice += strength * scipy.signal.lfilter([1 - radius], poles, pulses)
-        syllable = voice * scipy.signal.windows.tukey(length, 0.4)
-        hiss_length = int(rate * generator.uniform(0.04, 0.12)) if generator.random() < 0.5 else 0
-        hiss = 0.03 * np.hanning(hiss_length) * generator.standard_normal(hiss_length)
-        if hiss_length:
-            hiss = scipy.signal.sosfilt(hiss_filter, hiss)
-        pause = np.zeros(int(rate * (generator.uniform(0.25, 0.5) if generator.random() < 0.15 else 0.02)))
-        piece = np.concatenate([hiss, syllable, pause])[: frames - position]
-        speech[position : position + len(piece)] = piece
-        position += len(piece)
-    return at_level(speech, 0.0)
-
-
-def speech_kind(wanted):
-    """'espeak-ng' or 'synthetic'; wanted is one of these or 'auto'."""
-    if wanted == "auto":
-        return "espeak-ng" if shutil.which("espeak-ng") else "synthetic"
-    return wanted
-
-
 def panned_noise(seed, degrees, seconds):
     """A source of pink noise on the pan law, with the same noise at every angle."""
     frames = round(seconds * RATE_HZ)
@@ -153,10 +99,56 @@ def dialogue(seed, seconds, speech):
     frames = round(seconds * RATE_HZ)
     generator = np.random.default_rng([seed, 3])
     sides = {side: at_level(pink_noise(generator, frames, RATE_HZ), DIALOGUE_LEVEL_DB) for side in ("left", "right")}
-    voice = espeak_speech(frames, RATE_HZ) if speech == "espeak-ng" else synthetic_speech(generator, frames, RATE_HZ)
+    voice = voices.speech(speech, generator, frames, RATE_HZ)
     stems = {"speech": at_level(voice, DIALOGUE_LEVEL_DB), **sides}
     gains = {"speech": (HALF_POWER, HALF_POWER), "left": (1.0, 0.0), "right": (0.0, 1.0)}
     return Scene("dialogue", RATE_HZ, stems, gains, RATE_HZ)
+
+
+def flutter(seed, seconds, period_seconds, side_level_db):
+    """Steady centred pink noise beside pink noise hard left, which is on in the first half of each period."""
+    frames, ramp = round(seconds * RATE_HZ), round(FLUTTER_RAMP_SECONDS * RATE_HZ)
+    generator = np.random.default_rng([seed, 4])
+    centre = at_level(pink_noise(generator, frames, RATE_HZ), FLUTTER_LEVEL_DB)
+    side = at_level(pink_noise(generator, frames, RATE_HZ), FLUTTER_LEVEL_DB + side_level_db)
+    stems = {"centre": centre, "side": side * on_and_off(frames, round(period_seconds * RATE_HZ), ramp)}
+    gains = {"centre": (HALF_POWER, HALF_POWER), "side": (1.0, 0.0)}
+    return Scene(f"flutter {period_seconds:g} s, {side_level_db:g} dB", RATE_HZ, stems, gains, 2 * RATE_HZ)
+
+
+@dataclass
+class EventScene(Scene):
+    """A scene of short events. events: (frame of the start, index in PLACES), those before `settle` too."""
+
+    events: list
+
+
+def _events(name, generator, shapes, interval_seconds):
+    """Places the shapes one after the other, never twice in the same place."""
+    interval = round(interval_seconds * RATE_HZ)
+    stems = {place: np.zeros((len(shapes) + 1) * interval) for place in PLACES}
+    gains = {"left": (1.0, 0.0), "right": (0.0, 1.0), "centre": (HALF_POWER, HALF_POWER)}
+    events, place = [], 0
+    for index, shape in enumerate(shapes):
+        place = (place + int(generator.integers(1, len(PLACES)))) % len(PLACES)
+        start = (index + 1) * interval
+        stems[PLACES[place]][start : start + len(shape)] = shape
+        events.append((start, place))
+    return EventScene(name, RATE_HZ, stems, gains, RATE_HZ, events)
+
+
+def bursts(seed, count):
+    """Decaying noise bursts in changing places, with digital silence between them."""
+    generator = np.random.default_rng([seed, 5])
+    frames, time_constant = round(BURST_SECONDS * RATE_HZ), BURST_TIME_CONSTANT_SECONDS * RATE_HZ
+    shapes = [BURST_LEVEL * decaying_noise(generator, frames, time_constant) for _ in range(count)]
+    return _events("bursts", generator, shapes, BURST_INTERVAL_SECONDS)
+
+
+def clicks(seed, count):
+    """Single samples in changing places, with digital silence between them."""
+    shapes = [np.array([CLICK_LEVEL])] * count
+    return _events("clicks", np.random.default_rng([seed, 6]), shapes, CLICK_INTERVAL_SECONDS)
 
 
 def speech_over_music(half, index, level_db, seconds, rate=RATE_HZ):
@@ -168,6 +160,14 @@ def speech_over_music(half, index, level_db, seconds, rate=RATE_HZ):
     stems = {"speech": gain * voice, "left": gain * music[:, 0], "right": gain * music[:, 1]}
     gains = {"speech": (HALF_POWER, HALF_POWER), "left": (1.0, 0.0), "right": (0.0, 1.0)}
     return Scene(f"speech over music {index}, {level_db:g} dB", rate, stems, gains, rate)
+
+
+def music_alone(half, index, seconds, rate=RATE_HZ):
+    """A recording without speech."""
+    channels = recordings.music(recordings.tracks(half)[index], rate, seconds)
+    channels *= MUSIC_PEAK / np.abs(channels).max()
+    stems = {"left": channels[:, 0], "right": channels[:, 1]}
+    return Scene(f"music {index}", rate, stems, {"left": (1.0, 0.0), "right": (0.0, 1.0)}, rate)
 
 
 def recording(seconds):
@@ -193,23 +193,35 @@ def recording(seconds):
 
 @dataclass
 class Suite:
-    """All scenes of one run. sweep holds PAN_SWEEP_DEGREES and the half-way pan, by angle; recording may be None."""
+    """The scenes that need no downloads.
+
+    sweep       PAN_SWEEP_DEGREES and the half-way pan, by angle
+    flutter     by (period in seconds, level of the side in dB)
+    recording   None if it is not installed
+    """
 
     sweep: dict
     diffuse: Scene
     dialogue: Scene
+    flutter: dict
+    bursts: EventScene
+    clicks: EventScene
     recording: Scene
     speech: str
 
 
 def build_suite(seed, quick, speech):
     """All scenes; quick makes them short enough for a test."""
-    speech = speech_kind(speech)
+    speech = voices.kind(speech)
     pans = sorted(PAN_SWEEP_DEGREES + [HALFWAY_PAN_DEGREES])
+    gated = [(period, level) for period in FLUTTER_PERIODS_SECONDS for level in FLUTTER_SIDE_LEVELS_DB]
     return Suite(
         sweep={degrees: panned_noise(seed, degrees, 2 if quick else 5) for degrees in pans},
         diffuse=diffuse_noise(seed, 3 if quick else 20),
         dialogue=dialogue(seed, 5 if quick else 31, speech),
+        flutter={key: flutter(seed, 5 if quick else 16, *key) for key in gated},
+        bursts=bursts(seed, 20 if quick else 90),
+        clicks=clicks(seed, 8 if quick else 20),
         recording=recording(5 if quick else 31),
         speech=speech,
     )

@@ -28,14 +28,17 @@ def run_command(arguments, **options):
     return result.stdout
 
 
+# Modes of the `tarn` command; the first is its default.
+MODES = ("fast", "calm")
+
+
 class Tarn:
     """The `tarn` command with 24-bit files."""
 
-    def __init__(self, command, mode=1):
+    def __init__(self, command, mode=MODES[0]):
         self.command = command
         self.mode = mode
-        self.name = "tarn" if mode == 1 else f"tarn-mode{mode}"
-        self.label = "Tarn" if mode == 1 else f"Tarn, mode {mode}"
+        self.label = "Tarn" if mode == MODES[0] else f"Tarn, {mode}"
 
     def _run(self, stereo, rate, *options):
         with tempfile.TemporaryDirectory() as directory:
@@ -59,10 +62,21 @@ class Tarn:
 class FixedMatrix:
     """FL = L, FR = R, C = (L + R) / 2: no steering. It is the baseline of the figures."""
 
-    name, label = "fixed-matrix", "fixed matrix"
+    label = "fixed matrix"
 
     def stream(self, stereo, rate):
         return np.column_stack([stereo, stereo.mean(axis=1)])
+
+    aligned = stream
+
+
+class PlainStereo:
+    """FL = L, FR = R, C silent: the phantom centre of the stereo."""
+
+    label = "stereo"
+
+    def stream(self, stereo, rate):
+        return np.column_stack([stereo, np.zeros(len(stereo))])
 
     aligned = stream
 
