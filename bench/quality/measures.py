@@ -10,6 +10,7 @@ import scipy.signal
 
 STFT_FRAMES = 4096
 STFT_HOP = 1024
+COARSE_STFT_HOP = 2048  # for long signals
 FOLD_GAIN = np.sqrt(0.5)
 CENTRE = 2
 

@@ -15,19 +15,19 @@ import timbre
 from figures import run, settled
 
 EXCERPT_SECONDS = 20
-STFT_HOP = 2048
+# The tables of the engine are designed with one half of the tracks, so the other one shows whether that holds in general.
+HALF_NAMES = {recordings.DESIGN_HALF: "design", recordings.CHECK_HALF: "check"}
 
 
 def excerpts(limit=None):
     """The tracks as (half, index), at most limit of each half."""
-    halves = (recordings.DESIGN_HALF, recordings.CHECK_HALF)
-    return [(half, index) for half in halves for index in range(len(recordings.tracks(half)))[:limit]]
+    return [(half, index) for half in HALF_NAMES for index in range(len(recordings.tracks(half)))[:limit]]
 
 
 def speech_figures(scene, outputs, level_db):
     """Speech over music: where the speech goes, artefacts, and C as an estimate of the speech."""
     stems = settled(scene, np.column_stack([scene.stems[name] for name in ("speech", "left", "right")]))
-    contributions, residual, total = measures.explain(stems, outputs, STFT_HOP, groups=[[0], [1, 2]])
+    contributions, residual, total = measures.explain(stems, outputs, measures.COARSE_STFT_HOP, groups=[[0], [1, 2]])
     speech, music = contributions
     centre = measures.CENTRE
     found = {
@@ -54,7 +54,9 @@ def timbre_figures(stereo, outputs, rate):
 
 def measure_track(excerpt, systems, seconds):
     """All figures of one track: label of the system -> figures."""
-    results = {system.label: {"track": recordings.tracks(excerpt[0])[excerpt[1]].name} for system in systems}
+    half, index = excerpt
+    about = {"track": recordings.tracks(half)[index].name, "half": HALF_NAMES[half]}
+    results = {system.label: dict(about) for system in systems}
     for level in rows.SPEECH_LEVELS_DB:
         scene = scenes.speech_over_music(*excerpt, level, seconds)
         for system in systems:
@@ -75,7 +77,7 @@ def summary(tracks):
     """The figures of the table from those of the tracks, which stay in 'tracks'."""
     bands = [mean(levels) for levels in zip(*(track["third_octave_levels_db"] for track in tracks))]
     worst = max((band for band in range(len(bands)) if bands[band] is not None), key=lambda band: abs(bands[band]))
-    keys = [key for key in tracks[0] if key not in ("track", "third_octave_levels_db")]
+    keys = [key for key in tracks[0] if key not in ("track", "half", "third_octave_levels_db")]
     return {key: mean([track[key] for track in tracks]) for key in keys} | {
         "third_octave_worst": bands[worst],
         "third_octave_worst_hz": timbre.THIRD_OCTAVES_HZ[worst] if bands[worst] else None,

@@ -51,6 +51,8 @@ def plot_shares(path, results):
         axes.set_title(label)
     for axes in grid.flat[len(results) :]:
         axes.set_axis_off()
+    for axes in grid.flat[max(len(results) - columns, 0) : len(results)]:
+        axes.tick_params(labelbottom=True)
     grid[0, 0].set_ylim(-2, 102)
     grid.flat[len(results) - 1].legend(loc="upper center", ncol=3)
     figure.supxlabel("pan, degrees (0 = hard left, 45 = centre, 90 = hard right)")
@@ -61,17 +63,18 @@ def plot_shares(path, results):
 
 def plot_artefacts(path, results):
     """Draws artefacts in C in per cent of its energy, with labels in dB. Longer bars are worse."""
-    scenes = [("dialogue_artefacts", "speech against\npink noise at the sides"), ("recording_artefacts", "recording")]
-    scenes = [scene for scene in scenes if any(figures[scene[0]] is not None for figures in results.values())]
+    mixtures = [("dialogue_artefacts", "speech against\npink noise at the sides"), ("recording_artefacts", "recording")]
+    mixtures = [mixture for mixture in mixtures if any(figures[mixture[0]] is not None for figures in results.values())]
+    shown = [style for style in styles(results) if any(style[1][key] is not None for key, _ in mixtures)]
     figure, axes = plt.subplots(figsize=(8, 4.5), layout="constrained")
-    width = 0.8 / len(results)
-    for index, (label, figures, colour, _) in enumerate(styles(results)):
-        offset = (index - (len(results) - 1) / 2) * width
-        levels = [figures[key] for key, _ in scenes]
+    width = 0.8 / len(shown)
+    for index, (label, figures, colour, _) in enumerate(shown):
+        offset = (index - (len(shown) - 1) / 2) * width
+        levels = [figures[key] for key, _ in mixtures]
         heights = [0 if level is None else 100 * 10 ** (level / 10) for level in levels]
-        bars = axes.bar([i + offset for i in range(len(scenes))], heights, 0.92 * width, color=colour, label=label)
+        bars = axes.bar([i + offset for i in range(len(mixtures))], heights, 0.92 * width, color=colour, label=label)
         axes.bar_label(bars, ["-" if level is None else f"{level:.1f} dB" for level in levels], padding=2, fontsize=9)
-    axes.set_xticks(range(len(scenes)), [title for _, title in scenes])
+    axes.set_xticks(range(len(mixtures)), [title for _, title in mixtures])
     axes.margins(y=0.12)
     axes.set_ylabel("energy of C that no fixed filter explains, %")
     axes.set_title("Artefacts in C (less is better)")
@@ -98,9 +101,11 @@ def plot_flutter(path, results):
             axes.grid(axis="y", alpha=0.3)
             axes.set_axisbelow(True)
         axes_row[0].set_ylabel(f"{title}:\nmovement, dB")
-    grid[0, 0].legend()
+    # The title leaves a line for the legend, which has no room in the panels.
+    handles, labels = grid[0, 0].get_legend_handles_labels()
+    figure.legend(handles, labels, loc="upper center", bbox_to_anchor=(0.5, 0.965), ncol=len(results), frameon=False)
     figure.supxlabel("level of the left source re the centred one, dB")
-    figure.suptitle("A steady centred source beside one that comes and goes on the left (less is steadier)")
+    figure.suptitle("A steady centred source beside one that comes and goes on the left (less is steadier)\n\n")
     save(figure, path)
 
 

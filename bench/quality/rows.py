@@ -3,8 +3,12 @@
 
 from dataclasses import dataclass
 
+import flutter
+import localisation
+import measures
 import scenes
 import timbre
+import transients
 
 # Levels of the speech over music, in dB relative to the music.
 SPEECH_LEVELS_DB = [0.0, 6.0]
@@ -27,9 +31,9 @@ class Section:
     rows: list
 
 
-def signed(level_db):
-    """A level with its sign, for titles."""
-    return f"{level_db:+g}" if level_db else "0"
+def signed(value):
+    """A level or angle with its sign, for titles."""
+    return f"{value:+g}" if value else "0"
 
 
 def flutter_key(period_seconds, side_level_db, measure):
@@ -144,20 +148,24 @@ SECTIONS = [
 
 ROWS = [row for section in SECTIONS for row in section.rows]
 
+LOUDSPEAKERS = [signed(degrees) for degrees in localisation.LOUDSPEAKER_DEGREES]
 FOOTNOTES = [
     "-: the signal in question is exactly zero, or the figure is not defined.",
     "(1) Share of the power of all outputs. The loudspeakers are at 30 degrees, the source at 15, half way between "
     "side and centre: pan 22.5 on the constant-power law from 0 (hard left) to 90 (hard right).",
     "(2) Energy that no fixed filters of the known stems explain, relative to the energy of C or of all outputs: STFT "
-    "4096, Hann window, hop 1024 (2048 for speech over music), least squares per bin.",
+    f"{measures.STFT_FRAMES}/{measures.STFT_HOP} ({measures.STFT_FRAMES}/{measures.COARSE_STFT_HOP} for speech over "
+    "music), Hann window, least squares per bin.",
     "(3) Share of C in the energy that the stem contributes to all three outputs through those fixed filters.",
     "(4) FL + 0.707 C and FR + 0.707 C minus the input, relative to the input.",
-    "(5) Gerzon's vectors for loudspeakers at +30, -30 and 0 degrees over the pan sweep; errors against the phantom "
-    "image of the stereo pair (tangent law).",
+    f"(5) Gerzon's vectors for loudspeakers at {', '.join(LOUDSPEAKERS)} degrees over the pan sweep; errors against "
+    "the phantom image of the stereo pair (tangent law).",
     "(6) Gain of steady centred pink noise in C, beside pink noise hard left that is on in the first half of each "
-    "period: 95th minus 5th percentile over time, mean over 20 ERB bands. Less is steadier.",
+    f"period: difference of the percentiles {flutter.PERCENTILES[1]} and {flutter.PERCENTILES[0]} over time, mean over "
+    f"{flutter.BANDS} ERB bands. Less is steadier.",
     "(7) The same for the level of all outputs together relative to the stereo.",
-    "(8) Energy in the 10 ms before the event relative to that of the event, all outputs.",
+    f"(8) Energy in the {1000 * transients.PRE_ECHO_SECONDS:g} ms before the event relative to that of the event, all "
+    "outputs.",
     "(9) Speech in the centre of real tracks, at this level relative to the music, mean over the tracks. The channels of "
     "the music are the stems: where a system moves an instrument of the music, this counts as an artefact too.",
     "(10) SI-SDR: scale-invariant, in the time domain. SIR: speech relative to music in C, SAR: both together relative "

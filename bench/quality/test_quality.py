@@ -321,6 +321,7 @@ class Music(unittest.TestCase):
         self.assertEqual(done, [(1, 2), (2, 2)])
         matrix, stereo = results["fixed matrix"], results["stereo"]
         self.assertEqual([track["track"] for track in matrix["tracks"]], ["songs: a.wav", "songs: b.wav"])
+        self.assertEqual([track["half"] for track in matrix["tracks"]], ["design", "check"])
         self.assertAlmostEqual(matrix["speech_at_0_db_in_c"], 1 / 3, delta=0.001)
         self.assertLess(matrix["speech_at_0_db_artefacts_all"], -100)
         self.assertAlmostEqual(matrix["bass_mean"], 20 * np.log10(1.5))
