@@ -3,8 +3,8 @@
 
 usage: tools/draw_design.py
 
-Reads filterbank/lpf.cpp, docs/data/trade-off.txt (tools/design_lpf.py --trade-off) and docs/data/threshold-sweep.txt
-(design_thresholds sweep). Needs python3-numpy and python3-matplotlib (Debian).
+Reads filterbank/lpf.cpp, docs/data/trade-off.txt (tools/design_lpf.py --trade-off) and docs/data/threshold-front.txt
+(tools/design_thresholds.py --front). Needs python3-numpy and python3-matplotlib (Debian).
 """
 # SPDX-License-Identifier: MIT
 
@@ -74,37 +74,46 @@ def draw_trade_off():
     save(figure, "prototype-trade-off.png")
 
 
-def draw_sweep():
-    """Draws image jitter against response, coloured by the rate of fast false alarms."""
-    rows = []
-    for line in (DATA / "threshold-sweep.txt").read_text().splitlines():
-        cells = line.strip("|").split("|")
-        if len(cells) == 11 and re.match(r"\s*\d", cells[0]):
-            rows.append([float(cell) for cell in cells])
-    rows = np.array(rows)
-    figure, (diffuse, source) = plt.subplots(1, 2, figsize=(11, 4.5), sharex=True)
-    for fast in sorted(set(rows[:, 0])):
-        of = rows[rows[:, 0] == fast]
-        diffuse.plot(of[:, 7], of[:, 3], "o", label="fast %g %%" % fast)
-        source.plot(of[:, 7], of[:, 4], "o", label="fast %g %%" % fast)
-    chosen = rows[(rows[:, 0] == 1) & (rows[:, 1] == 10) & (rows[:, 2] == 50)]
-    for axes, column in ((diffuse, 3), (source, 4)):
-        axes.plot(
-            chosen[:, 7], chosen[:, column], "k*", markersize=15, markerfacecolor="none", label="chosen: 1, 10, 50 %"
-        )
-        axes.set(xlabel="blocks to 90 % of a jump from left to right, source at 0 dB")
+def read_front():
+    """Labels and figures of docs/data/threshold-front.txt."""
+    lines = (DATA / "threshold-front.txt").read_text().splitlines()[2:]
+    cells = [line.strip("| ").split(" | ") for line in lines]
+    return [row[0] for row in cells], np.array([[float(cell) for cell in row[1:]] for row in cells])
+
+
+def draw_front():
+    """Draws artefacts against the response to a jump and against the share of the speech, coloured by the fast threshold."""
+    artefacts, speech, jump = 1, 2, 6
+    labels, figures = read_front()
+    equal = np.array([label not in ("previous", "committed") for label in labels])
+    fast = np.array([float(label.split(",")[0]) if is_equal else np.nan for label, is_equal in zip(labels, equal)])
+    figure, panels = plt.subplots(1, 2, figsize=(11, 4.5), sharey=True, layout="constrained")
+    for axes, column in zip(panels, (jump, speech)):
+        worse = -1 if column == speech else 1
+        order = np.argsort(worse * figures[:, column])
+        best = np.minimum.accumulate(figures[order, artefacts])
+        front = figures[order, artefacts] <= best
+        axes.plot(figures[order, column][front], best[front], color="grey", linewidth=1, label="front")
+        for value in sorted(set(fast[equal])):
+            of = figures[fast == value]
+            axes.plot(of[:, column], of[:, artefacts], "o", markersize=4, label=f"fast {value:g}")
+        for label, marker in (("previous", "ks"), ("committed", "k*")):
+            row = figures[labels.index(label)]
+            axes.plot(row[column], row[artefacts], marker, markersize=13, markerfacecolor="none", label=label)
         axes.grid(alpha=0.3)
-    diffuse.set(title="diffuse field", ylabel="image jitter, standard deviation of the place")
-    source.set(title="still source at 0 dB re the field in one channel")
-    source.legend()
-    save(figure, "threshold-sweep.png")
+    panels[0].set(xlabel="blocks to 90 % of a jump from left to right, source at 12 dB")
+    panels[0].set(ylabel="artefacts in all outputs, dB")
+    panels[1].set(xlabel="share of the speech in C, %")
+    panels[1].legend()
+    figure.suptitle("Thresholds on speech over music: artefacts, response and separation")
+    save(figure, "threshold-front.png")
 
 
 def main():
     PICTURES.mkdir(exist_ok=True)
     draw_response()
     draw_trade_off()
-    draw_sweep()
+    draw_front()
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-// Runs the engine on test scenes to read its steering.
+// Runs the engine with given steering thresholds, on test scenes or on recordings.
 // SPDX-License-Identifier: MIT
 #include "tools/steering_field.h"
 
@@ -24,22 +24,31 @@ void storeSample(double value, std::uint8_t* position)
 
 } // namespace
 
-SteeringField::SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds* thresholds)
-    : sourceNoise(3 * seed), leftNoise(3 * seed + 1), rightNoise(3 * seed + 2)
+std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresholds* thresholds)
 {
-    ownEngine->Open();
-    ownEngine->Initialize({.spare = 0,
-                           .outputChannels = 3,
-                           .bitsPerSample = kBits,
-                           .sampleRate = rateHz,
-                           .mode = 1,
-                           .option = 0,
-                           .mixFraction = 1.0f});
-    if (thresholds == nullptr) return;
-    std::copy_n(thresholds->fast, 16, ownEngine->thresBands);
-    std::copy_n(thresholds->mid, 16, ownEngine->midThresBands);
-    std::copy_n(thresholds->slow, 16, ownEngine->slowThresBands);
+    auto engine = std::make_unique<ZRKTarn>();
+    engine->Open();
+    engine->Initialize({.spare = 0,
+                        .outputChannels = 3,
+                        .bitsPerSample = bits,
+                        .sampleRate = rateHz,
+                        .mode = 1,
+                        .option = 0,
+                        .mixFraction = 1.0f});
+    if (thresholds != nullptr) {
+        std::copy_n(thresholds->fast, 16, engine->thresBands);
+        std::copy_n(thresholds->mid, 16, engine->midThresBands);
+        std::copy_n(thresholds->slow, 16, engine->slowThresBands);
+    }
+    return engine;
 }
+
+SteeringField::SteeringField(std::uint64_t seed, const Thresholds* thresholds)
+    : ownEngine(makeEngine(48000, kBits, thresholds)),
+      sourceNoise(3 * seed),
+      leftNoise(3 * seed + 1),
+      rightNoise(3 * seed + 2)
+{}
 
 void SteeringField::run(const Scene& scene)
 {

@@ -1,4 +1,4 @@
-// Runs the engine on test scenes to read its steering.
+// Runs the engine with given steering thresholds, on test scenes or on recordings.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -11,13 +11,18 @@
 namespace design
 {
 
-/// Thresholds of the 16 groups at 48 kHz.
+/// Thresholds of the 16 groups.
 struct Thresholds
 {
     float fast[16];
     float mid[16];
     float slow[16];
 };
+
+/// A new engine with three outputs in mode 1.
+///
+/// thresholds  null keeps those of the engine
+std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresholds* thresholds);
 
 /// A panned source in a diffuse field of pink noise.
 struct Scene
@@ -27,12 +32,11 @@ struct Scene
     double fieldGain = 1.0;  ///< of each channel's independent noise
 };
 
-/// Runs the engine on scenes, block by block.
+/// Runs the engine at 48 kHz on scenes, block by block.
 class SteeringField
 {
 public:
-    /// thresholds  null keeps those of the engine
-    SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds* thresholds = nullptr);
+    SteeringField(std::uint64_t seed, const Thresholds* thresholds);
 
     /// Runs one block of 64 frames.
     void run(const Scene& scene);
@@ -40,7 +44,7 @@ public:
     const ZRKTarn& engine() const { return *ownEngine; }
 
 private:
-    std::unique_ptr<ZRKTarn> ownEngine = std::make_unique<ZRKTarn>();
+    std::unique_ptr<ZRKTarn> ownEngine;
     PinkNoise sourceNoise;
     PinkNoise leftNoise;
     PinkNoise rightNoise;

@@ -1,0 +1,307 @@
+#!/usr/bin/python3
+"""Designs the steering thresholds on real speech over real music, and prints engine/thresholds.cpp.
+
+usage: tools/design_thresholds.py [--front | --check]
+
+    --front   figures of equal thresholds in all groups, of the previous rows and of the committed ones
+    --check   previous and committed rows on the tracks and sentences that the design does not use, at four rates
+
+A search moves one threshold at a time and keeps what reduces `cost`. It needs half an hour on two cores. Needs
+build/release/tools/measure_steering, and fetches the recordings of bench/quality/recordings.py.
+"""
+# SPDX-License-Identifier: MIT
+
+import argparse
+from dataclasses import astuple, dataclass
+import itertools
+from multiprocessing.pool import ThreadPool
+import os
+from pathlib import Path
+import re
+import subprocess
+import sys
+
+# The number of threads of a linear algebra library must not affect the figures.
+for variable in ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS"):
+    os.environ[variable] = "1"
+
+ROOT = Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / "bench/quality"))
+
+import numpy as np
+
+import flutter
+import measures
+import recordings
+import scenes
+import transients
+
+PROGRAM = ROOT / "build/release/tools/measure_steering"
+COMMITTED = ROOT / "engine/thresholds.cpp"
+TABLES = ("THRES_BANDS", "MIDTHRES_BANDS", "SLOWTHRES_BANDS")
+
+GROUPS = 16
+RATE_HZ = 48000
+# Group g has the thresholds of group g * step at this rate, or of the last one, as ZRKTarn::Initialize derives them.
+ROW_STEPS = {44100: 1, 48000: 1, 96000: 2, 192000: 4}
+DELAY_FRAMES = 960
+EXCERPT_SECONDS = 20
+EXPLAIN_HOP = 2048
+FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS = 12, 2.0
+BURSTS = 90
+# Seeds of the generated scenes by half, and of the jumps.
+SCENE_SEEDS = {recordings.DESIGN_HALF: 1, recordings.CHECK_HALF: 2}
+JUMP_SEEDS = {recordings.DESIGN_HALF: 100, recordings.CHECK_HALF: 200}
+
+# The previous design: a diffuse field exceeds these magnitudes in 1, 10 and 50 % of blocks.
+PREVIOUS = (0.5, 0.33, 0.18)
+# Groups that share their thresholds: those below 750 Hz at 48 kHz, which hold most of the energy of speech and music,
+# and all others. Two more zones, below 1.5 and 4.5 kHz, reduce the cost by 0.1 only.
+ZONES = (range(0, 2), range(2, GROUPS))
+# The search finds a local optimum. A start without a fast speed in the low zone, (0.94, 0.65, 0.60), ends at a higher cost.
+START = ((0.70, 0.65, 0.60), (0.70, 0.65, 0.60))
+STEPS = (0.04, 0.02, 0.01)
+LOWEST, HIGHEST = 0.05, 0.98
+# Fast, mid and slow thresholds of the front.
+FRONT = ((0.5, 0.6, 0.7, 0.8, 0.9), (0.33, 0.45, 0.55, 0.65, 0.75), (0.18, 0.35, 0.5, 0.6, 0.7))
+# Smaller differences of the cost do not count, so that rounding cannot change the result.
+MARGIN = 0.002
+
+
+@dataclass(frozen=True)
+class Figures:
+    """What a choice of thresholds does. Artefacts in dB, shares in %, flutter in dB, jumps in blocks at 12 dB."""
+
+    artefacts_c: float
+    artefacts_all: float
+    speech_in_c: float
+    flutter: float
+    burst_centre_in_c: float
+    burst_side_in_c: float
+    jump_to_side: float
+    jump_to_centre: float
+
+
+COLUMNS = (
+    ("artefacts in C, dB", ".2f"),
+    ("in all outputs, dB", ".2f"),
+    ("speech in C, %", ".1f"),
+    ("flutter, dB", ".2f"),
+    ("centred burst in C, %", ".1f"),
+    ("side burst in C, %", ".1f"),
+    ("jump left to right, blocks", ".0f"),
+    ("left to centre, blocks", ".0f"),
+)
+
+
+def shown(figures):
+    """The figures as text, in the order of COLUMNS."""
+    return [format(value, spec) for value, (_, spec) in zip(astuple(figures), COLUMNS)]
+
+
+def cost(now, before):
+    """How far figures miss the goals, relative to those of the previous rows, weighted; less is better.
+
+    Goals: artefacts in C 2 dB and in all outputs 1.2 dB lower, flutter of 3 dB, 1 % of the speech and 3 % of the
+    bursts lost, jumps 10 % slower. Beyond the goals, artefacts and speech count with a tenth of their weight.
+    """
+    missed = [
+        now.artefacts_c - before.artefacts_c + 2.0,
+        now.artefacts_all - before.artefacts_all + 1.2,
+        2.0 * (now.flutter - 3.0),
+        before.speech_in_c - now.speech_in_c - 1.0,
+        0.5 * (before.burst_centre_in_c - now.burst_centre_in_c - 3.0),
+        0.5 * (now.burst_side_in_c - before.burst_side_in_c - 3.0),
+        2.5 * (now.jump_to_side / before.jump_to_side - 1.1),
+        2.5 * (now.jump_to_centre / before.jump_to_centre - 1.1),
+    ]
+    beyond = now.artefacts_c + now.artefacts_all - now.speech_in_c
+    return sum(max(0.0, miss) for miss in missed) + 0.1 * beyond
+
+
+def rows_of(zones):
+    """Thresholds by zone, (fast, mid, slow) each, as rows [3, 16]."""
+    rows = np.empty((3, GROUPS))
+    for groups, thresholds in zip(ZONES, zones):
+        rows[:, groups] = np.array(thresholds)[:, None]
+    return rows
+
+
+def run_program(command, argument, rows, data=None):
+    """Output of measure_steering with the given rows."""
+    thresholds = [f"{value:.3f}" for value in np.ravel(rows)]
+    return subprocess.run([PROGRAM, command, str(argument), *thresholds], input=data, stdout=-1, check=True).stdout
+
+
+def upmix(scene, rows):
+    """Aligned outputs [frames, 3] of a scene with rows for 48 kHz."""
+    derived = rows[:, np.minimum(np.arange(GROUPS) * ROW_STEPS[scene.rate], GROUPS - 1)]
+    stereo = np.vstack([np.round(scene.stereo * 2.0**31), np.zeros((DELAY_FRAMES, 2))]).astype("<i4")
+    outputs = np.frombuffer(run_program("upmix", scene.rate, derived, stereo.tobytes()), "<i4")
+    return outputs.reshape(-1, 3)[DELAY_FRAMES:] / 2.0**31
+
+
+def speech_figures(scene, rows):
+    """Artefacts in C and in all outputs in dB, share of the speech in C in %."""
+    stems = np.column_stack([stem[scene.settle :] for stem in scene.stems.values()])
+    contributions, residual, total = measures.explain(stems, upmix(scene, rows)[scene.settle :], EXPLAIN_HOP)
+    speech = contributions[list(scene.stems).index("speech")]
+    centre = measures.CENTRE
+    return (
+        measures.ratio_db(residual[centre], total[centre]),
+        measures.ratio_db(residual.sum(), total.sum()),
+        100 * speech[centre] / speech.sum(),
+    )
+
+
+def flutter_figure(scene, rows):
+    """Movement of C's gain in dB."""
+    signals = (scene.stems["centre"], scene.stems["side"], scene.stereo, upmix(scene, rows))
+    return flutter.figures(*(signal[scene.settle :] for signal in signals), scene.rate)[0]
+
+
+def burst_figures(scene, rows):
+    """Shares of C in centred bursts and in those at the sides, in %."""
+    events = [event for event in scene.events if event[0] >= scene.settle]
+    found = transients.figures(upmix(scene, rows), events, scene.rate)
+    return 100 * found["centre_in_c"], 100 * found["side_in_c"]
+
+
+def jump_figures(seed, rows):
+    """Blocks of the jumps at 12 dB: left to right, left to centre."""
+    blocks = [float(value) for value in run_program("response", seed, rows).split()]
+    return blocks[2], blocks[5]
+
+
+class Bench:
+    """Measures rows on the scenes of one half, on all processors."""
+
+    def __init__(self, half, rate=RATE_HZ, level_db=0.0):
+        seed = SCENE_SEEDS[half]
+        tracks = range(len(recordings.tracks(half)))
+        self.jobs = [
+            (flutter_figure, scenes.flutter(seed, FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS, 0.0)),
+            (burst_figures, scenes.bursts(seed, BURSTS)),
+            (jump_figures, JUMP_SEEDS[half]),
+            *((speech_figures, scenes.speech_over_music(half, i, level_db, EXCERPT_SECONDS, rate)) for i in tracks),
+        ]
+        self.pool = ThreadPool()
+
+    def measure(self, rows):
+        """The figures of rows; artefacts and speech are means over the tracks."""
+        results = self.pool.map(lambda job: job[0](job[1], rows), self.jobs, chunksize=1)
+        steady, bursts, jumps, *speech = results
+        return Figures(*(float(value) for value in (*np.mean(speech, axis=0), steady, *bursts, *jumps)))
+
+
+def neighbours(zones, step):
+    """All choices that differ in one threshold by a step, with falling thresholds in every zone."""
+    for zone, row, sign in itertools.product(range(len(ZONES)), range(3), (1, -1)):
+        changed = [list(thresholds) for thresholds in zones]
+        changed[zone][row] = round(changed[zone][row] + sign * step, 3)
+        fast, mid, slow = changed[zone]
+        if HIGHEST >= fast > mid > slow >= LOWEST:
+            yield tuple(tuple(thresholds) for thresholds in changed)
+
+
+def search(bench):
+    """Descends from START, one threshold at a time. Returns zones and their figures."""
+    before = bench.measure(rows_of([PREVIOUS] * len(ZONES)))
+    known = {}
+
+    def cost_of(zones):
+        if zones not in known:
+            known[zones] = bench.measure(rows_of(zones))
+        return cost(known[zones], before)
+
+    def better(zones, step):
+        return next((other for other in neighbours(zones, step) if cost_of(other) < cost_of(zones) - MARGIN), None)
+
+    zones = START
+    for step in STEPS:
+        while (other := better(zones, step)) is not None:
+            zones = other
+            print(f"{cost_of(zones):.3f} {zones} {shown(known[zones])}", file=sys.stderr, flush=True)
+    return zones, known[zones]
+
+
+def committed_rows():
+    """The rows of engine/thresholds.cpp."""
+    text = COMMITTED.read_text()
+    tables = [re.search(rf"::{name}\[16\] = {{([^}}]*)}}", text).group(1) for name in TABLES]
+    return np.array([[float(value) for value in re.findall(r"[\d.]+(?=f)", table)] for table in tables])
+
+
+def print_source(zones, figures):
+    """Prints engine/thresholds.cpp."""
+    print(
+        "// The steering thresholds.\n"
+        "// SPDX-License-Identifier: MIT\n"
+        '#include "engine/zrk_tarn.h"\n\n'
+        "// Made by tools/design_thresholds.py, at 48 kHz. Figures of the design:"
+    )
+    for (heading, _), value in zip(COLUMNS, shown(figures)):
+        print(f"//   {heading}: {value}")
+    print("\n// clang-format off\n")
+    for name, row in zip(TABLES, rows_of(zones)):
+        print(f"const float ZRKTarn::{name}[16] = {{")
+        for half in (row[:8], row[8:]):
+            print("    " + " ".join(f"{value:.3f}f," for value in half))
+        print("};\n")
+    print("// clang-format on")
+
+
+def print_table(title, rows):
+    """Prints figures as Markdown; rows are pairs of label and figures."""
+    print(f"| {title} | " + " | ".join(heading for heading, _ in COLUMNS) + " |")
+    print("|---" * (1 + len(COLUMNS)) + "|")
+    for label, figures in rows:
+        print(f"| {label} | " + " | ".join(shown(figures)) + " |", flush=True)
+
+
+def print_front():
+    """Figures of equal thresholds in all groups, and of the previous and the committed rows."""
+    bench = Bench(recordings.DESIGN_HALF)
+    choices = [
+        (f"{fast:g}, {mid:g}, {slow:g}", rows_of([(fast, mid, slow)] * len(ZONES)))
+        for fast, mid, slow in itertools.product(*FRONT)
+        if fast > mid > slow
+    ]
+    choices = [("previous", rows_of([PREVIOUS] * len(ZONES))), ("committed", committed_rows()), *choices]
+    print_table("fast, mid, slow", ((label, bench.measure(rows)) for label, rows in choices))
+
+
+def print_check():
+    """Previous and committed rows on the other half, at 0 and 6 dB and at four rates."""
+    choices = [("previous", rows_of([PREVIOUS] * len(ZONES))), ("committed", committed_rows())]
+    rows = []
+    for rate, level_db in [(RATE_HZ, 0.0), (RATE_HZ, 6.0), (44100, 0.0), (96000, 0.0), (192000, 0.0)]:
+        bench = Bench(recordings.CHECK_HALF, rate, level_db)
+        rows += [(f"{label}, {rate} Hz, speech at {level_db:g} dB", bench.measure(rows_)) for label, rows_ in choices]
+    print_table("thresholds", rows)
+    print("\n| thresholds | jitter: diffuse, 0, 6, 12 dB | jump left to right: 0, 6, 12 dB, left to centre |")
+    print("|---|---|---|")
+    seed = JUMP_SEEDS[recordings.CHECK_HALF]
+    for label, rows_ in choices:
+        steering = [", ".join(run_program(command, seed, rows_).decode().split()) for command in ("jitter", "response")]
+        print(f"| {label} | {steering[0]} | {steering[1]} |")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--front", action="store_true", help="figures of equal thresholds in all groups")
+    parser.add_argument("--check", action="store_true", help="figures of the other half of the recordings")
+    options = parser.parse_args()
+    if not PROGRAM.is_file():
+        sys.exit(f"design_thresholds: no {PROGRAM.relative_to(ROOT)}; `./run regenerate` builds it")
+    recordings.fetch()
+    if options.front:
+        print_front()
+    elif options.check:
+        print_check()
+    else:
+        print_source(*search(Bench(recordings.DESIGN_HALF)))
+
+
+if __name__ == "__main__":
+    main()
