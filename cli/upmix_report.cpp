@@ -42,13 +42,25 @@ Json channelsOf(const UpmixReport& report)
     return channels;
 }
 
+void addLoss(Json& json, const UpmixReport& report)
+{
+    if (!report.loss) return;
+    json["exit_code"] = report.exitCode();
+    json["loss"] = report.loss->json();
+}
+
 } // namespace
+
+void printLoss(const UpmixOptions& options, const UpmixReport& report)
+{
+    if (report.loss)
+        printNote(options.inputName() + ": " + report.loss->message + "; the rest is upmixed; " + report.loss->advice);
+}
 
 void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings)
 {
     const std::string output = options.outputName();
-    if (report.loss)
-        printNote(options.inputName() + ": " + report.loss->message + "; the rest is upmixed; " + report.loss->advice);
+    printLoss(options, report);
     if (!options.quiet) {
         printNote(summary(options, report));
         if (report.loudness)
@@ -65,7 +77,11 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
 
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
 {
-    if (report.skipped) return {{"input", options.input}, {"output", options.output}, {"skipped", true}};
+    if (report.skipped) {
+        Json json = {{"input", options.input}, {"output", options.output}, {"skipped", true}};
+        addLoss(json, report);
+        return json;
+    }
     Json json = {{"input", options.input},
                  {"output", options.output},
                  {"layout", report.layout->name},
@@ -78,10 +94,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"gain_db", report.gainDb},
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
-    if (report.loss) {
-        json["exit_code"] = report.exitCode();
-        json["loss"] = report.loss->json();
-    }
+    addLoss(json, report);
     if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
