@@ -275,12 +275,12 @@ TEST_F(Batch, RemovesTemporaryFilesOfAKilledRun)
 {
     writeStereo("a.wav", 1);
     std::filesystem::create_directory(at("out"));
-    writeBytes(at("out/.a-3.0.wav.tarn-abcdef"), "half");
-    writeBytes(at(".a-3.0.wav.tarn-abcdef"), "half, in a directory that is not written to");
+    writeBytes(at("out/.a-3.0.wav.tarn-temporary-1-abcdef"), "half");
+    writeBytes(at(".a-3.0.wav.tarn-temporary-1-abcdef"), "half, in a directory that is not written to");
     // The removal does not depend on a successful write.
     EXPECT_EQ(tarn({"upmix", "--output-dir", "out", "missing.wav"}).exitCode, 66);
     EXPECT_EQ(filesIn("out"), Names{});
-    EXPECT_EQ(files(), (Names{".a-3.0.wav.tarn-abcdef", "a.wav", "out"}));
+    EXPECT_EQ(files(), (Names{".a-3.0.wav.tarn-temporary-1-abcdef", "a.wav", "out"}));
 }
 
 TEST_F(Batch, TooLongNameFailsOneFileOnly)

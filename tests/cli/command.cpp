@@ -84,10 +84,11 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errorEnd, STDERR_FILENO);
 
-    // The tests ignore SIGPIPE. The program starts with the default action.
+    // The tests ignore SIGPIPE, and the parent of the tests may ignore other signals, as nohup does.
     sigset_t defaults;
     sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
+        if (signalNumber != invocation.ignoredSignal) sigaddset(&defaults, signalNumber);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
@@ -126,6 +127,14 @@ void Process::wait(Result& result)
     if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
     if (WIFSIGNALED(status)) result.signalNumber = WTERMSIG(status);
     result.peakKibibytes = usage.ru_maxrss;
+}
+
+void expectDeathBy(int signalNumber, Process& process)
+{
+    process.signal(signalNumber);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, signalNumber);
 }
 
 Result runIn(const std::filesystem::path& directory, const Invocation& invocation)

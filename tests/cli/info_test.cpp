@@ -387,10 +387,7 @@ TEST_F(Info, PrintsEachLineImmediately)
     char line[100];
     EXPECT_GT(read(output[0], line, sizeof line), 60);
     EXPECT_EQ(std::string(line, 5), "a.wav");
-    process.signal(SIGTERM);
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.signalNumber, SIGTERM);
+    expectDeathBy(SIGTERM, process);
     close(output[0]);
 }
 

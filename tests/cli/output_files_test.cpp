@@ -175,19 +175,30 @@ TEST_F(OutputFiles, TooLongNamesAreRefusedBeforeProcessing)
 
 TEST_F(OutputFiles, OnlyFilesOfKilledRunsAreRemoved)
 {
-    const std::string left = ".song-3.0.wav.tarn-a1B2c3";
-    writeBytes(at(left), "half");
-    writeBytes(at(".s.tarn-abcdef"), "");
-    const Names others{".song.tarn-abcde", ".song.tarn-abc-ef", ".song.wav.AbCdEf", ".tarn-abcdef", "song.tarn-abcdef"};
+    writeBytes(at(".song-3.0.wav.tarn-temporary-4194304-a1B2c3"), "half");
+    writeBytes(at(".s.tarn-temporary-1-abcdef"), "");
+    writeBytes(at(".a.tarn-temporary-b.tarn-temporary-1-abcdef"), "");
+    const Names others{".notes.tarn-backup",
+                       ".song.tarn-abcdef",
+                       ".song.tarn-temporary-abcdef",
+                       ".song.tarn-temporary--abcdef",
+                       ".song.tarn-temporary-1-abcde",
+                       ".song.tarn-temporary-1-abcdefg",
+                       ".song.tarn-temporary-1-abc-ef",
+                       ".song.tarn-temporary-1-abcdef.wav",
+                       ".song.tarn-temporary-1a-abcdef",
+                       ".song.tarn-temporary-12abcdef",
+                       ".tarn-temporary-1-abcdef",
+                       "song.tarn-temporary-1-abcdef"};
     for (const std::string& name : others) writeBytes(at(name), "precious");
-    std::filesystem::create_directory(at(".folder.tarn-abcdef"));
-    std::filesystem::create_symlink("in.wav", at(".link.tarn-abcdef"));
-    ASSERT_EQ(mkfifo(at(".pipe.tarn-abcdef").c_str(), 0600), 0);
+    const std::string end = ".tarn-temporary-1-abcdef";
+    std::filesystem::create_directory(at(".folder" + end));
+    std::filesystem::create_symlink("in.wav", at(".link" + end));
+    ASSERT_EQ(mkfifo(at(".pipe" + end).c_str(), 0600), 0);
 
     Names expected = others;
-    for (const char* const name :
-         {".folder.tarn-abcdef", ".link.tarn-abcdef", ".pipe.tarn-abcdef", "in.wav", "out.wav"})
-        expected.emplace_back(name);
+    for (const std::string& name : {".folder" + end, ".link" + end, ".pipe" + end}) expected.push_back(name);
+    for (const char* const name : {"in.wav", "out.wav"}) expected.emplace_back(name);
     std::sort(expected.begin(), expected.end());
     ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
     EXPECT_EQ(files(), expected);
