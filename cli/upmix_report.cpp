@@ -23,6 +23,15 @@ std::string summary(const UpmixOptions& options, const UpmixReport& report)
            formatted(", %.0f x real time", report.speed);
 }
 
+std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
+{
+    const std::string gain = formatted("%+.2f dB", report.gainDb);
+    return std::to_string(report.clipped) + " samples were beyond full scale" +
+           (report.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
+           (options.loudnessMatch ? "give --gain with less than " + gain + " instead of --loudness-match"
+                                  : "give a smaller --gain");
+}
+
 Json channelsOf(const UpmixReport& report)
 {
     double total = 0.0;
@@ -69,10 +78,7 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
                       formatted("%+.2f", report.gainDb) + " dB");
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
-    if (report.clipped > 0)
-        printNote(output + ": " + std::to_string(report.clipped) +
-                  " samples were beyond full scale and are clipped; give a smaller --gain" +
-                  (options.loudnessMatch ? " in place of --loudness-match" : ""));
+    if (report.clipped > 0) printNote(output + ": " + clippingNote(options, report));
 }
 
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report)

@@ -91,7 +91,13 @@ TEST_F(OutputFiles, DevicesAndDirectoriesAreRefused)
     std::filesystem::create_symlink("/dev/null", at("null.wav"));
     std::filesystem::create_directory(at("folder.wav"));
     std::filesystem::create_symlink("nowhere", at("broken.wav"));
-    expectRefusal(tarn({"upmix", "--force", "in.wav", "null.wav"}), 73, "null.wav: exists and is not a regular file");
+    ASSERT_EQ(mkfifo(at("pipe.wav").c_str(), 0600), 0);
+    for (const std::string name : {"/dev/null", "null.wav", "pipe.wav"})
+        expectRefusal(tarn({"upmix", "--force", "in.wav", name}), 73,
+                      name + ": is a device or a pipe, which can only receive raw PCM; type: tarn upmix in.wav - > " +
+                          name + "\n");
+    EXPECT_EQ(shell("\"$TARN\" upmix in.wav - > /dev/null").exitCode, 0);
+    std::filesystem::remove(at("pipe.wav"));
     expectRefusal(tarn({"upmix", "--force", "in.wav", "folder.wav"}), 64, "folder.wav: is a folder; type: ");
     std::filesystem::create_directories(at("out/in-3.0.wav"));
     expectRefusal(tarn({"upmix", "--force", "--output-dir", "out", "in.wav"}), 73,
@@ -113,7 +119,7 @@ TEST_F(OutputFiles, LinkTargetIsReplacedAndTheLinkStays)
     EXPECT_EQ(files(), (Names{"folder", "in.wav", "link.wav"}));
 }
 
-TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
+TEST_F(OutputFiles, FileSizeLimitIsReportedAndLeavesNoFile)
 {
     // With a limit of 1 or 8 blocks of 512 bytes, writing fails, or closing in the case of a short FLAC file.
     writeAudio(at("short.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
@@ -122,9 +128,20 @@ TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
           "ulimit -f 1; \"$TARN\" upmix short.wav out.flac", "ulimit -f 1; \"$TARN\" upmix short.wav out.wav",
           "ulimit -f 0; \"$TARN\" upmix in.wav out.wav"}) {
         const Result result = shell(line);
-        expectRefusal(result, 74, "writing failed: File too large");
+        expectRefusal(
+            result, 74,
+            "writing failed: File too large; no output was left. Raise the limit of the file size (ulimit -f)");
         EXPECT_EQ(files(), (Names{"in.wav", "short.wav"})) << line;
     }
+}
+
+TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
+{
+    writeAudio(at("long.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(90000, 16));
+    expectRefusal(tarnOnFullDisk({"upmix", "long.wav", "out.wav"}), 74,
+                  "writing failed: No space left on device; no output was left. Free some space, or choose another "
+                  "place\n");
+    EXPECT_EQ(files(), (Names{"in.wav", "long.wav"}));
 }
 
 TEST_F(OutputFiles, ClosedStandardStreamsWriteNoMessagesIntoThem)
