@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/upmix_options.h"
 
+#include "cli/command_name.h"
 #include "cli/failure.h"
 #include "cli/file_sink.h"
 #include "cli/layout.h"
@@ -47,9 +48,9 @@ void checkOutput(const UpmixOptions& options)
     std::error_code missing;
     const fs::file_status status = fs::status(options.output, missing);
     if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status))
-        throw Failure(EX_CANTCREAT, options.output +
-                                        ": is a device or a pipe, which can only receive raw PCM; type: tarn upmix " +
-                                        shellQuoted(options.input) + " - > " + shellQuoted(options.output));
+        throw Failure(EX_CANTCREAT, options.output + ": is a device or a pipe, which can only receive raw PCM; type: " +
+                                        commandName() + " upmix " + shellQuoted(options.input) + " - > " +
+                                        shellQuoted(options.output));
     containerOf(options.output);
 }
 
