@@ -3,16 +3,15 @@
 
 import contextlib
 import importlib.machinery
-import importlib.util
 import io
 from pathlib import Path
 import tempfile
+import types
 import unittest
 
 PROGRAM = str(Path(__file__).resolve().parents[2] / "bench/corpus")
-loader = importlib.machinery.SourceFileLoader("corpus", PROGRAM)
-corpus = importlib.util.module_from_spec(importlib.util.spec_from_loader("corpus", loader))
-loader.exec_module(corpus)
+corpus = types.ModuleType("corpus")
+importlib.machinery.SourceFileLoader("corpus", PROGRAM).exec_module(corpus)
 
 
 class AudioFiles(unittest.TestCase):
