@@ -11,6 +11,7 @@ import unittest
 
 PROGRAM = str(Path(__file__).resolve().parents[2] / "bench/corpus")
 corpus = types.ModuleType("corpus")
+corpus.__file__ = PROGRAM
 importlib.machinery.SourceFileLoader("corpus", PROGRAM).exec_module(corpus)
 
 
