@@ -47,11 +47,11 @@ bool isTemporaryName(std::string_view name)
 {
     const std::size_t mark = name.rfind(kMark);
     if (mark == std::string_view::npos || mark < 2 || name.front() != '.') return false;
-    const std::string_view ending = name.substr(mark + kMark.size());
-    const std::size_t dash = ending.find('-');
-    if (dash == 0 || dash == std::string_view::npos || ending.size() != dash + kRandom.size()) return false;
-    return std::all_of(ending.begin(), ending.begin() + static_cast<std::ptrdiff_t>(dash), isDigit) &&
-           std::all_of(ending.begin() + static_cast<std::ptrdiff_t>(dash) + 1, ending.end(), isAlphanumeric);
+    const std::string_view rest = name.substr(mark + kMark.size());
+    const std::size_t dash = rest.find('-');
+    if (dash == 0 || dash == std::string_view::npos || rest.size() != dash + kRandom.size()) return false;
+    return std::all_of(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(dash), isDigit) &&
+           std::all_of(rest.begin() + static_cast<std::ptrdiff_t>(dash) + 1, rest.end(), isAlphanumeric);
 }
 
 /// The first bytes of a name; does not split a UTF-8 character.

@@ -152,22 +152,22 @@ void refuseFolders(const std::vector<std::string>& names)
 
 CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
 {
-    CLI::App* const upmix = app.add_subcommand("upmix", "Upmix a stereo file or stream");
-    addFileOptions(upmix, arguments);
-    addSoundOptions(upmix, arguments.options);
-    addProcessingOptions(upmix, arguments.options);
-    setHelp(*upmix, kUpmixHelp, "man tarn-upmix describes layouts, matrices, tags, reports and streams.");
-    return upmix;
+    CLI::App* const command = app.add_subcommand("upmix", "Upmix a stereo file or stream");
+    addFileOptions(command, arguments);
+    addSoundOptions(command, arguments.options);
+    addProcessingOptions(command, arguments.options);
+    setHelp(*command, kUpmixHelp, "man tarn-upmix describes layouts, matrices, tags, reports and streams.");
+    return command;
 }
 
-int runUpmix(UpmixArguments& arguments, const CLI::App& upmix)
+int runUpmix(UpmixArguments& arguments, const CLI::App& command)
 {
     UpmixOptions& options = arguments.options;
-    const bool hasOutput = upmix.get_option("OUTPUT")->count() > 0;
+    const bool hasOutput = command.get_option("OUTPUT")->count() > 0;
     std::vector<std::string> names{options.input};
     if (hasOutput) names.push_back(options.output);
     names.insert(names.end(), arguments.moreNames.begin(), arguments.moreNames.end());
-    if (upmix.get_option("--output-dir")->count() == 0) {
+    if (command.get_option("--output-dir")->count() == 0) {
         refuseFolders(names);
         if (!hasOutput) throw Failure(EX_USAGE, "OUTPUT is required; see " + commandName() + " upmix --help");
         if (!arguments.moreNames.empty())

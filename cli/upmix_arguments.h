@@ -25,6 +25,6 @@ struct UpmixArguments
 CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments);
 
 /// Runs `tarn upmix` with the parsed arguments. Returns the exit code.
-int runUpmix(UpmixArguments& arguments, const CLI::App& upmix);
+int runUpmix(UpmixArguments& arguments, const CLI::App& command);
 
 } // namespace tarn

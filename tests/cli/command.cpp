@@ -67,6 +67,13 @@ void feed(int descriptor, const std::string& bytes)
     close(descriptor);
 }
 
+/// Sets the peak memory of this process to its present memory. The kernel counts the peak of a parent as memory of its
+/// children too, and earlier tests of this process may have used more than the program may use.
+void forgetPeakMemory()
+{
+    std::ofstream("/proc/self/clear_refs") << 5;
+}
+
 } // namespace
 
 Process::Process(const Invocation& invocation, const std::filesystem::path& directory, int inputEnd, int outputEnd,
@@ -100,6 +107,7 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     for (char** variable = environ; *variable != nullptr; ++variable) environment.push_back(*variable);
     environment.push_back(nullptr);
 
+    forgetPeakMemory();
     const int error = posix_spawnp(&pid, program.c_str(), &actions, &attributes, arguments.data(), environment.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
