@@ -5,7 +5,7 @@
 #include "stream/upmix_stream.h"
 
 #include <algorithm>
-#include <iterator>
+#include <cstring>
 #include <new>
 
 struct tarn_stream
@@ -30,6 +30,9 @@ using zrk_tarn::SampleFormat;
 using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
+
+/// Larger than the configuration of any version.
+constexpr std::uint32_t kMaxConfigurationBytes = 4096;
 
 static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
@@ -72,6 +75,21 @@ StreamConfiguration configurationOf(const tarn_configuration& from)
     return configuration;
 }
 
+/// Returns what is wrong with the size of a configuration; null if a program of any version has filled it.
+///
+/// A program that is newer than the library may have members that the library does not know. They have to be 0.
+const char* sizeProblemOf(const tarn_configuration& configuration)
+{
+    if (configuration.size < sizeof configuration)
+        return "the size is too small for a configuration: fill it with tarn_defaults";
+    if (configuration.size > kMaxConfigurationBytes)
+        return "the size is too large for a configuration: fill it with tarn_defaults";
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&configuration);
+    if (std::any_of(bytes + sizeof configuration, bytes + configuration.size, [](unsigned char b) { return b != 0; }))
+        return "a member is set that this version of the library does not have: use a newer library";
+    return nullptr;
+}
+
 } // namespace
 
 const char* tarn_version(void)
@@ -96,11 +114,13 @@ const char* tarn_status_text(int status)
     return "unknown status";
 }
 
-void tarn_defaults(tarn_configuration* configuration)
+void tarn_defaults(tarn_configuration* configuration, size_t size)
 {
     if (configuration == nullptr) return;
+    std::memset(configuration, 0, size);
+    if (size < sizeof *configuration) return; // no version has such a configuration; tarn_create refuses the size 0
     const StreamConfiguration defaults;
-    *configuration = {};
+    configuration->size = static_cast<std::uint32_t>(std::min<std::size_t>(size, UINT32_MAX));
     configuration->sample_rate = defaults.sampleRateHz;
     configuration->format = TARN_F32;
     configuration->input_slots = defaults.inputSlots;
@@ -116,6 +136,7 @@ void tarn_defaults(tarn_configuration* configuration)
 const char* tarn_problem(const tarn_configuration* configuration)
 {
     if (configuration == nullptr) return "there is no configuration";
+    if (const char* const problem = sizeProblemOf(*configuration)) return problem;
     return UpmixStream::problemOf(configurationOf(*configuration));
 }
 
@@ -124,10 +145,9 @@ tarn_status tarn_create(const tarn_configuration* configuration, tarn_stream** s
     if (stream == nullptr) return TARN_BAD_ARGUMENT;
     *stream = nullptr;
     if (configuration == nullptr) return TARN_BAD_ARGUMENT;
-    const StreamConfiguration checked = configurationOf(*configuration);
-    if (UpmixStream::problemOf(checked) != nullptr) return TARN_BAD_CONFIGURATION;
+    if (tarn_problem(configuration) != nullptr) return TARN_BAD_CONFIGURATION;
     try {
-        *stream = new tarn_stream(checked);
+        *stream = new tarn_stream(configurationOf(*configuration));
     } catch (...) {
         return TARN_NO_MEMORY;
     }
