@@ -27,8 +27,8 @@ namespace
 
 using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
-using zrk_tarn::StreamConfiguration;
 using zrk_tarn::SteeringMode;
+using zrk_tarn::StreamConfiguration;
 using zrk_tarn::StreamMeters;
 using zrk_tarn::UpmixStream;
 
