@@ -104,6 +104,7 @@ int logArguments(LV2_Log_Handle /*handle*/, LV2_URID type, const char* format, v
     return length;
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): as LV2 declares it
 int logMessage(LV2_Log_Handle handle, LV2_URID type, const char* format, ...)
 {
     va_list arguments;
