@@ -28,8 +28,8 @@ namespace zrk_tarn
 class [[gnu::visibility("default")]] UpmixStream
 {
 public:
-    /// Returns what is wrong with a configuration and which values are valid, as a sentence without a full stop, or null
-    /// if the configuration is valid.
+    /// Returns what is wrong with a configuration and which values are valid, as a sentence without a full stop, or
+    /// null if the configuration is valid.
     static const char* problemOf(const StreamConfiguration& configuration) noexcept;
 
     /// Allocates everything that the stream needs.
