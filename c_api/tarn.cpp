@@ -31,8 +31,10 @@ using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
-/// Larger than the configuration of any version.
+/// Bytes of a configuration in the first version, and more than in any version.
+constexpr std::uint32_t kFirstConfigurationBytes = 148;
 constexpr std::uint32_t kMaxConfigurationBytes = 4096;
+static_assert(sizeof(tarn_configuration) >= kFirstConfigurationBytes);
 
 static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
@@ -57,8 +59,11 @@ zrk_tarn::RemapGains gainsOf(const std::int32_t (*gains)[4])
     return remap;
 }
 
-StreamConfiguration configurationOf(const tarn_configuration& from)
+/// Reads a configuration whose size is valid. Members that an older program does not have are 0.
+StreamConfiguration configurationOf(const tarn_configuration& given)
 {
+    tarn_configuration from{};
+    std::memcpy(&from, &given, std::min<std::size_t>(given.size, sizeof from));
     StreamConfiguration configuration{
         .sampleRateHz = from.sample_rate,
         .format = enumOf<SampleFormat>(from.format),
@@ -80,12 +85,13 @@ StreamConfiguration configurationOf(const tarn_configuration& from)
 /// A program that is newer than the library may have members that the library does not know. They have to be 0.
 const char* sizeProblemOf(const tarn_configuration& configuration)
 {
-    if (configuration.size < sizeof configuration)
+    if (configuration.size < kFirstConfigurationBytes)
         return "the size is too small for a configuration: fill it with tarn_defaults";
     if (configuration.size > kMaxConfigurationBytes)
         return "the size is too large for a configuration: fill it with tarn_defaults";
     const auto* const bytes = reinterpret_cast<const unsigned char*>(&configuration);
-    if (std::any_of(bytes + sizeof configuration, bytes + configuration.size, [](unsigned char b) { return b != 0; }))
+    if (configuration.size > sizeof configuration &&
+        std::any_of(bytes + sizeof configuration, bytes + configuration.size, [](unsigned char b) { return b != 0; }))
         return "a member is set that this version of the library does not have: use a newer library";
     return nullptr;
 }
@@ -117,20 +123,22 @@ const char* tarn_status_text(int status)
 void tarn_defaults(tarn_configuration* configuration, size_t size)
 {
     if (configuration == nullptr) return;
-    std::memset(configuration, 0, size);
-    if (size < sizeof *configuration) return; // no version has such a configuration; tarn_create refuses the size 0
     const StreamConfiguration defaults;
-    configuration->size = static_cast<std::uint32_t>(std::min<std::size_t>(size, UINT32_MAX));
-    configuration->sample_rate = defaults.sampleRateHz;
-    configuration->format = TARN_F32;
-    configuration->input_slots = defaults.inputSlots;
-    configuration->left_slot = defaults.leftSlot;
-    configuration->right_slot = defaults.rightSlot;
-    configuration->output_slots = defaults.outputSlots;
+    tarn_configuration filled{};
+    filled.size = static_cast<std::uint32_t>(std::min<std::size_t>(size, UINT32_MAX));
+    filled.sample_rate = defaults.sampleRateHz;
+    filled.format = TARN_F32;
+    filled.input_slots = defaults.inputSlots;
+    filled.left_slot = defaults.leftSlot;
+    filled.right_slot = defaults.rightSlot;
+    filled.output_slots = defaults.outputSlots;
     for (std::size_t slot = 0; slot < TARN_MAX_SLOTS; ++slot)
-        configuration->outputs[slot] = {static_cast<std::uint32_t>(defaults.outputs[slot].source),
-                                        defaults.outputs[slot].index};
-    configuration->mode = TARN_FAST;
+        filled.outputs[slot] = {static_cast<std::uint32_t>(defaults.outputs[slot].source),
+                                defaults.outputs[slot].index};
+    filled.mode = TARN_FAST;
+    // A program has the first members, or added ones that this version does not know.
+    std::memset(configuration, 0, size);
+    std::memcpy(configuration, &filled, std::min(size, sizeof filled));
 }
 
 const char* tarn_problem(const tarn_configuration* configuration)

@@ -87,7 +87,7 @@ typedef struct tarn_slot
 } tarn_slot;
 
 /** Configuration of a stream. Fill it with tarn_defaults, then change members. Later versions of the library only add
- * members at the end, and 0 in an added member means what the version before did. */
+ * members at the end; 0 in an added member keeps the behaviour of the version before. */
 typedef struct tarn_configuration
 {
     uint32_t size;                     /**< bytes of the structure, set by tarn_defaults; do not change it */
@@ -131,7 +131,7 @@ TARN_API const char* tarn_status_text(int status);
  * Sets a configuration to stereo floats at 48 kHz, upmixed to front left, front right and centre.
  *
  * @param configuration  is written; null is ignored
- * @param size           sizeof(tarn_configuration) of the program, which the library may be newer or older than
+ * @param size           sizeof(tarn_configuration); the program can be compiled for another version of the library
  */
 TARN_API void tarn_defaults(tarn_configuration* configuration, size_t size);
 

@@ -265,7 +265,7 @@ public:
     Nesting(const Nesting&) = delete;
     Nesting& operator=(const Nesting&) = delete;
 
-    /// Whether the PCMs are more than a configuration has on purpose, so that one of them plays to itself.
+    /// Whether there are too many to be intended: one of them plays to itself.
     static bool isEndless() noexcept { return depth > kMaxDepth; }
 
 private:

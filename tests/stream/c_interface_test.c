@@ -262,7 +262,9 @@ static void test_sizes(void)
 
     memset(&newer, 1, sizeof newer);
     tarn_defaults(&newer.known, sizeof newer.known - 1);
-    CHECK(newer.known.size == 0);
+    CHECK(newer.known.size == sizeof newer.known - 1);
+    CHECK(newer.known.sample_rate == 48000);
+    CHECK(tarn_create(&newer.known, &stream) == TARN_BAD_CONFIGURATION);
     CHECK(((unsigned char*)&newer)[sizeof newer.known - 1] == 1);
     tarn_defaults(NULL, sizeof newer.known);
 }
