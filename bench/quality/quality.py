@@ -29,7 +29,9 @@ DEFAULT_TARN = Path(__file__).resolve().parents[2] / "build/tarn/cli/tarn"
 def parse_arguments(arguments):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--tarn", type=Path, default=DEFAULT_TARN, metavar="PATH", help="the command (%(default)s)")
-    parser.add_argument("--mode", type=int, action="append", metavar="N", help="mode of tarn, can be repeated (1)")
+    parser.add_argument(
+        "--mode", choices=["fast", "calm"], action="append", help="steering mode of tarn, can be repeated (fast)"
+    )
     parser.add_argument("--seed", type=int, default=1, help="seed of the scenes (%(default)s)")
     parser.add_argument("--quick", action="store_true", help="short scenes, for a test")
     parser.add_argument(
@@ -68,7 +70,7 @@ def main(arguments=None):
         notes.append("the dialogue is spoken by a synthetic voice; espeak-ng was not asked or is not installed")
 
     results = {}
-    for system in [*(systems.Tarn(options.tarn, mode) for mode in options.mode or [1]), *peers, systems.FixedMatrix()]:
+    for system in [*(systems.Tarn(options.tarn, mode) for mode in options.mode or ["fast"]), *peers, systems.FixedMatrix()]:
         print(f"quality: {system.label}", file=sys.stderr)
         results[system.label] = figures.measure(system, suite)
         late = results[system.label]["aligned_delay"]

@@ -31,11 +31,11 @@ def run_command(arguments, **options):
 class Tarn:
     """The `tarn` command with 24-bit files."""
 
-    def __init__(self, command, mode=1):
+    def __init__(self, command, mode="fast"):
         self.command = command
         self.mode = mode
-        self.name = "tarn" if mode == 1 else f"tarn-mode{mode}"
-        self.label = "Tarn" if mode == 1 else f"Tarn, mode {mode}"
+        self.name = "tarn" if mode == "fast" else f"tarn-{mode}"
+        self.label = "Tarn" if mode == "fast" else f"Tarn, {mode}"
 
     def _run(self, stereo, rate, *options):
         with tempfile.TemporaryDirectory() as directory:
