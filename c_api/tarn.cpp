@@ -5,7 +5,7 @@
 #include "stream/upmix_stream.h"
 
 #include <algorithm>
-#include <iterator>
+#include <cstring>
 #include <new>
 
 struct tarn_stream
@@ -31,6 +31,11 @@ using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
+/// Bytes of a configuration in the first version, and more than in any version.
+constexpr std::uint32_t kFirstConfigurationBytes = 148;
+constexpr std::uint32_t kMaxConfigurationBytes = 4096;
+static_assert(sizeof(tarn_configuration) >= kFirstConfigurationBytes);
+
 static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
 static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
@@ -54,8 +59,11 @@ zrk_tarn::RemapGains gainsOf(const std::int32_t (*gains)[4])
     return remap;
 }
 
-StreamConfiguration configurationOf(const tarn_configuration& from)
+/// Reads a configuration whose size is valid. Members that an older program does not have are 0.
+StreamConfiguration configurationOf(const tarn_configuration& given)
 {
+    tarn_configuration from{};
+    std::memcpy(&from, &given, std::min<std::size_t>(given.size, sizeof from));
     StreamConfiguration configuration{
         .sampleRateHz = from.sample_rate,
         .format = enumOf<SampleFormat>(from.format),
@@ -70,6 +78,22 @@ StreamConfiguration configurationOf(const tarn_configuration& from)
                                        .index = static_cast<std::uint8_t>(std::min(from.outputs[slot].index, 255u))};
     if (from.remap != 0) configuration.remap = gainsOf(from.gains);
     return configuration;
+}
+
+/// Returns what is wrong with the size of a configuration; null if a program of any version has filled it.
+///
+/// A program that is newer than the library may have members that the library does not know. They have to be 0.
+const char* sizeProblemOf(const tarn_configuration& configuration)
+{
+    if (configuration.size < kFirstConfigurationBytes)
+        return "the size is too small for a configuration: fill it with tarn_defaults";
+    if (configuration.size > kMaxConfigurationBytes)
+        return "the size is too large for a configuration: fill it with tarn_defaults";
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&configuration);
+    if (configuration.size > sizeof configuration &&
+        std::any_of(bytes + sizeof configuration, bytes + configuration.size, [](unsigned char b) { return b != 0; }))
+        return "a member is set that this version of the library does not have: use a newer library";
+    return nullptr;
 }
 
 } // namespace
@@ -96,26 +120,31 @@ const char* tarn_status_text(int status)
     return "unknown status";
 }
 
-void tarn_defaults(tarn_configuration* configuration)
+void tarn_defaults(tarn_configuration* configuration, size_t size)
 {
     if (configuration == nullptr) return;
     const StreamConfiguration defaults;
-    *configuration = {};
-    configuration->sample_rate = defaults.sampleRateHz;
-    configuration->format = TARN_F32;
-    configuration->input_slots = defaults.inputSlots;
-    configuration->left_slot = defaults.leftSlot;
-    configuration->right_slot = defaults.rightSlot;
-    configuration->output_slots = defaults.outputSlots;
+    tarn_configuration filled{};
+    filled.size = static_cast<std::uint32_t>(std::min<std::size_t>(size, UINT32_MAX));
+    filled.sample_rate = defaults.sampleRateHz;
+    filled.format = TARN_F32;
+    filled.input_slots = defaults.inputSlots;
+    filled.left_slot = defaults.leftSlot;
+    filled.right_slot = defaults.rightSlot;
+    filled.output_slots = defaults.outputSlots;
     for (std::size_t slot = 0; slot < TARN_MAX_SLOTS; ++slot)
-        configuration->outputs[slot] = {static_cast<std::uint32_t>(defaults.outputs[slot].source),
-                                        defaults.outputs[slot].index};
-    configuration->mode = TARN_FAST;
+        filled.outputs[slot] = {static_cast<std::uint32_t>(defaults.outputs[slot].source),
+                                defaults.outputs[slot].index};
+    filled.mode = TARN_FAST;
+    // A program has the first members, or added ones that this version does not know.
+    std::memset(configuration, 0, size);
+    std::memcpy(configuration, &filled, std::min(size, sizeof filled));
 }
 
 const char* tarn_problem(const tarn_configuration* configuration)
 {
     if (configuration == nullptr) return "there is no configuration";
+    if (const char* const problem = sizeProblemOf(*configuration)) return problem;
     return UpmixStream::problemOf(configurationOf(*configuration));
 }
 
@@ -124,10 +153,9 @@ tarn_status tarn_create(const tarn_configuration* configuration, tarn_stream** s
     if (stream == nullptr) return TARN_BAD_ARGUMENT;
     *stream = nullptr;
     if (configuration == nullptr) return TARN_BAD_ARGUMENT;
-    const StreamConfiguration checked = configurationOf(*configuration);
-    if (UpmixStream::problemOf(checked) != nullptr) return TARN_BAD_CONFIGURATION;
+    if (tarn_problem(configuration) != nullptr) return TARN_BAD_CONFIGURATION;
     try {
-        *stream = new tarn_stream(checked);
+        *stream = new tarn_stream(configurationOf(*configuration));
     } catch (...) {
         return TARN_NO_MEMORY;
     }

@@ -13,8 +13,9 @@
  *
  * Threads: call tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap on one thread at a time
  * per stream. Call tarn_set_bypass, tarn_bypassed, tarn_set_make_up_gain, tarn_set_mode and tarn_read_meters on any
- * thread at any time. None of these functions allocates, locks or makes a system call. Any number of streams can be
- * created and used on any number of threads at the same time.
+ * thread at any time. None of these functions allocates, locks or makes a system call. In an optimised build, each
+ * needs at most 12 KiB of stack. Any number of streams can be created and used on any number of threads at the same
+ * time.
  *
  * Results are identical to the bit on every machine. They do not depend on the floating-point mode of the calling
  * thread, which is restored. No function sets errno or throws. If a stream is null, functions that return a status
@@ -85,9 +86,11 @@ typedef struct tarn_slot
     uint32_t index;  /**< number of the engine output or of the input slot */
 } tarn_slot;
 
-/** Configuration of a stream. Fill it with tarn_defaults, then change members. */
+/** Configuration of a stream. Fill it with tarn_defaults, then change members. Later versions of the library only add
+ * members at the end; 0 in an added member keeps the behaviour of the version before. */
 typedef struct tarn_configuration
 {
+    uint32_t size;                     /**< bytes of the structure, set by tarn_defaults; do not change it */
     uint32_t sample_rate;              /**< Hz: 32000, 44100, 48000, 64000, 88200, 96000 or 192000 */
     uint32_t format;                   /**< tarn_format, of input and output */
     uint32_t input_slots;              /**< 1 to TARN_MAX_SLOTS */
@@ -124,8 +127,13 @@ TARN_API const char* tarn_version(void);
 /** Returns an English text for a status, also for an unknown one. */
 TARN_API const char* tarn_status_text(int status);
 
-/** Sets a configuration to stereo floats at 48 kHz, upmixed to front left, front right and centre. */
-TARN_API void tarn_defaults(tarn_configuration* configuration);
+/**
+ * Sets a configuration to stereo floats at 48 kHz, upmixed to front left, front right and centre.
+ *
+ * @param configuration  is written; null is ignored
+ * @param size           sizeof(tarn_configuration); the program can be compiled for another version of the library
+ */
+TARN_API void tarn_defaults(tarn_configuration* configuration, size_t size);
 
 /** Returns an English text that says what is wrong with a configuration and which values are valid; null if the
  * configuration is valid. */

@@ -1,11 +1,15 @@
-// Runs a batch, prints its summary and its JSON report.
+// Lists the files of a batch and upmixes them.
 // SPDX-License-Identifier: MIT
 #include "cli/batch_command.h"
 
 #include "cli/batch_names.h"
+#include "cli/batch_report.h"
 #include "cli/failure.h"
+#include "cli/input_search.h"
 #include "cli/interrupt.h"
+#include "cli/layout.h"
 #include "cli/progress.h"
+#include "cli/remap_file.h"
 #include "cli/temporary_file.h"
 #include "cli/text.h"
 #include "cli/worker_processes.h"
@@ -13,7 +17,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
-#include <optional>
+#include <map>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -24,50 +28,86 @@ namespace tarn
 namespace
 {
 
-/// A file of the batch and its outcome.
-struct BatchFile
+namespace fs = std::filesystem;
+
+/// Refuses names that cannot be inputs of the batch.
+void checkInputs(const BatchOptions& batch)
 {
-    UpmixOptions options;
-    std::optional<WorkerOutcome> outcome; ///< none if the file was not tried or not finished
-};
+    std::error_code missing;
+    for (const std::string& name : batch.inputs) {
+        if (name.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
+        if (name == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
+        if (!fs::is_directory(name, missing)) continue;
+        if (!batch.recursive)
+            throw Failure(EX_USAGE, name + ": is a folder; add --recursive to upmix the audio files in it");
+        if (fs::equivalent(name, batch.directory, missing))
+            throw Failure(EX_USAGE, name + ": is the --output-dir itself, so outputs would be inputs of the next run; "
+                                           "choose another --output-dir, for example a subfolder of it");
+    }
+}
+
+/// Refuses files whose output is that of an earlier file.
+void refuseSharedOutputs(std::vector<BatchFile>& files)
+{
+    std::map<std::string, const std::string*> inputOf;
+    for (BatchFile& file : files) {
+        const auto [first, isNew] = inputOf.emplace(file.options.output, &file.options.input);
+        if (isNew) continue;
+        file.refusal = file.options.input + ": would have the same output as " + *first->second + ", " +
+                       file.options.output +
+                       "; upmix it into another --output-dir, or name a folder that contains both files, with "
+                       "--recursive";
+    }
+}
 
 /// Lists the files to upmix.
-std::vector<BatchFile> filesOf(const BatchOptions& batch, const UpmixOptions& each)
+Batch filesOf(const BatchOptions& batch, const UpmixOptions& each)
 {
-    const FoundInputs found = findInputs(batch.inputs, batch.recursive, batch.directory);
-    const std::string unreadable = found.unreadable.note();
-    if (!unreadable.empty() && !each.quiet) printNote(unreadable);
+    checkInputs(batch);
+    const FoundInputs found = findInputs(batch.inputs, batch.directory);
     const std::vector<std::string> outputs =
         nameOutputs(found.files, batch.directory, "-" + each.layout + "." + batch.format);
-    std::vector<BatchFile> files;
+    refuseInputsAsOutputs(found.files, outputs);
+
+    Batch all{.unreadable = found.unreadable};
     for (std::size_t i = 0; i < outputs.size(); ++i) {
-        UpmixOptions& options = files.emplace_back(BatchFile{.options = each, .outcome = {}}).options;
+        UpmixOptions& options = all.files.emplace_back(BatchFile{.options = each}).options;
         options.input = found.files[i].path;
         options.output = outputs[i];
         options.inBatch = true;
         checkOptions(options);
     }
-    return files;
+    refuseSharedOutputs(all.files);
+    if (!each.quiet)
+        for (const std::string& note : found.notes()) printNote(note);
+    return all;
 }
 
-std::filesystem::path directoryOf(const BatchFile& file)
+fs::path directoryOf(const BatchFile& file)
 {
-    return std::filesystem::path(file.options.output).parent_path();
+    return fs::path(file.options.output).parent_path();
 }
 
 /// Creates the directories of the outputs, and removes temporary files of killed runs.
 void prepareDirectories(const std::vector<BatchFile>& files)
 {
-    std::set<std::filesystem::path> directories;
+    std::set<fs::path> directories;
     std::transform(files.begin(), files.end(), std::inserter(directories, directories.end()), directoryOf);
-    for (const std::filesystem::path& directory : directories) {
+    for (const fs::path& directory : directories) {
         std::error_code error;
-        std::filesystem::create_directories(directory, error);
+        fs::create_directories(directory, error);
         if (error)
             throw Failure(EX_CANTCREAT, directory.string() + ": the directory cannot be created: " + error.message() +
                                             "; choose another --output-dir");
         removeStaleTemporariesOnce(directory);
     }
+}
+
+/// Prints the notes about the remap file, which all files share.
+void printRemapNotes(const UpmixOptions& each)
+{
+    if (each.quiet || each.bypass || !layoutNamed(each.layout).remapped) return;
+    for (const std::string& note : readRemapFile(each.remapFile).notes) printNote(note);
 }
 
 /// Shows the number and the name of the current file.
@@ -86,6 +126,7 @@ void upmixAll(std::vector<BatchFile>& files, unsigned jobs)
                    [](const BatchFile& file) { return file.options.input; });
     const auto work = [&files](std::size_t i) {
         const UpmixOptions& options = files[i].options;
+        if (!files[i].refusal.empty()) throw Failure(EX_USAGE, files[i].refusal);
         if (!options.quiet) showCurrentFile(files, i);
         return jsonOf(options, upmix(options));
     };
@@ -97,125 +138,26 @@ void upmixAll(std::vector<BatchFile>& files, unsigned jobs)
     runInProcesses(names, jobs, work, done);
 }
 
-bool isUntried(const BatchFile& file)
-{
-    return !file.outcome;
-}
-
-bool isFailed(const BatchFile& file)
-{
-    return file.outcome && file.outcome->exitCode != EX_OK;
-}
-
-/// Whether the output is complete, from this run or an earlier one.
-bool isDone(const BatchFile& file)
-{
-    return file.outcome && file.outcome->exitCode == EX_OK;
-}
-
-bool isSkipped(const BatchFile& file)
-{
-    return isDone(file) && file.outcome->result.contains("skipped");
-}
-
-/// Whether a part of the input was missing or damaged.
-bool hasLoss(const BatchFile& file)
-{
-    return isDone(file) && file.outcome->result.contains("loss");
-}
-
-/// Whether the loss is long enough for the exit code.
-bool isIncomplete(const BatchFile& file)
-{
-    return isDone(file) && file.outcome->result.value("exit_code", EX_OK) != EX_OK;
-}
-
-std::size_t countOf(const std::vector<BatchFile>& files, bool (*predicate)(const BatchFile&))
-{
-    return static_cast<std::size_t>(std::count_if(files.begin(), files.end(), predicate));
-}
-
-/// "1 file", "2 files".
-std::string filesText(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " file" : " files");
-}
-
-/// The error message of a file without names and advice.
-std::string reasonOf(const BatchFile& file)
-{
-    std::string reason = file.outcome->error;
-    const std::string input = file.options.input + ": ";
-    const std::string output = file.options.output + ": ";
-    if (reason.starts_with(input)) reason.erase(0, input.size());
-    if (reason.starts_with(output)) reason.replace(0, output.size(), "the output: ");
-    return reason.substr(0, reason.find("; "));
-}
-
-void printSummary(const std::vector<BatchFile>& files, const std::string& directory)
-{
-    const std::size_t skipped = countOf(files, isSkipped);
-    printNote(std::to_string(countOf(files, isDone) - skipped) + " of " + filesText(files.size()) + " upmixed into " +
-              shellQuoted(directory));
-    if (const std::size_t losses = countOf(files, hasLoss); losses > 0)
-        printNote(std::to_string(losses) + " of these with losses, listed above");
-    if (skipped > 0) printNote(filesText(skipped) + " skipped, because the output is complete");
-    const std::size_t failed = countOf(files, isFailed);
-    if (failed == 0) return;
-    printNote(filesText(failed) + " failed:");
-    for (const BatchFile& file : files)
-        if (isFailed(file)) printNote("  " + shellQuoted(file.options.input) + ": " + reasonOf(file));
-}
-
-/// Notes that the run ended early, and how to continue.
-void printEarlyEnd(const std::vector<BatchFile>& files, const std::string& reason)
-{
-    const auto first = std::find_if_not(files.begin(), files.end(), isDone);
-    const std::string missing =
-        first == files.end() ? "" : "; " + shellQuoted(first->options.input) + " is the first that is missing";
-    printNote(reason + ": " + std::to_string(countOf(files, isDone)) + " of " + filesText(files.size()) + " done" +
-              missing + "; run again with --skip-existing");
-}
-
-/// The report that --json prints.
-Json jsonOf(const std::vector<BatchFile>& files)
-{
-    Json reports = Json::array();
-    for (const BatchFile& file : files) {
-        if (isDone(file)) {
-            reports.push_back(file.outcome->result);
-        } else if (isFailed(file)) {
-            reports.push_back(
-                {{"input", file.options.input}, {"error", file.outcome->error}, {"exit_code", file.outcome->exitCode}});
-        } else {
-            reports.push_back({{"input", file.options.input}, {"not_tried", true}});
-        }
-    }
-    return {{"files", reports},
-            {"failed", countOf(files, isFailed)},
-            {"skipped", countOf(files, isSkipped)},
-            {"not_tried", countOf(files, isUntried)}};
-}
-
 } // namespace
 
-int runBatch(const BatchOptions& batch, const UpmixOptions& each)
+int runBatch(const BatchOptions& options, const UpmixOptions& each)
 {
-    std::vector<BatchFile> files = filesOf(batch, each);
-    prepareDirectories(files);
+    Batch batch = filesOf(options, each);
+    printRemapNotes(each);
+    prepareDirectories(batch.files);
     try {
-        upmixAll(files, batch.jobs);
+        upmixAll(batch.files, options.jobs);
     } catch (const Interrupted&) {
-        printEarlyEnd(files, "interrupted");
+        printEarlyEnd(batch, "interrupted");
+        if (each.json) printJson(jsonOf(batch), stdout);
+        std::fflush(stdout);
         throw;
     }
 
-    if (!each.quiet) printSummary(files, batch.directory);
-    if (countOf(files, isUntried) > 0) printEarlyEnd(files, "stopped, because no output can be written");
-    if (each.json) printJson(jsonOf(files), stdout);
-    const auto firstFailed = std::find_if(files.begin(), files.end(), isFailed);
-    if (firstFailed != files.end()) return firstFailed->outcome->exitCode;
-    return countOf(files, isIncomplete) > 0 ? kExitIncomplete : EX_OK;
+    if (!each.quiet) printSummary(batch, options.directory);
+    if (!batch.isFinished()) printEarlyEnd(batch, "stopped, because no output can be written");
+    if (each.json) printJson(jsonOf(batch), stdout);
+    return batch.exitCode();
 }
 
 } // namespace tarn

@@ -20,12 +20,13 @@ struct BatchOptions
     unsigned jobs = 1;          ///< number of parallel processes
 };
 
-/// Upmixes every input into the directory. Continues after a file that fails.
+/// Upmixes every input into the directory. Continues after a file that fails. A file whose output would be that of an
+/// earlier file fails too.
 ///
 /// each  options for every file, without input and output
 /// Returns the exit code: that of the first input, in the order given, that failed, or kExitIncomplete, or 0. Throws
-/// Failure (EX_USAGE, EX_NOINPUT, EX_CANTCREAT) before anything is written, if outputs would collide or replace inputs,
-/// or a folder cannot be read or created. Throws Interrupted.
-int runBatch(const BatchOptions& batch, const UpmixOptions& each);
+/// Failure (EX_USAGE, EX_NOINPUT, EX_CANTCREAT) before anything is written, if outputs would replace inputs, or a
+/// folder cannot be read or created. Throws Interrupted, after the report of --json.
+int runBatch(const BatchOptions& options, const UpmixOptions& each);
 
 } // namespace tarn

@@ -10,6 +10,7 @@
 #include "cli/scene.h"
 #include "cli/text.h"
 #include "cli/upmixer.h"
+#include "stream/block.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -88,8 +89,11 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
     std::printf("A stereo scene of %.1f seconds at %u Hz, upmixed to front left, centre and front right:\n\n",
                 static_cast<double>(scene.stereo.size()) / (2.0 * scene.sampleRate), scene.sampleRate);
     printTable(scene, outputs, delay);
-    std::printf("\n  delay of the engine: %zu frames, %.1f ms (cross-correlation of input and output)\n\n", delay,
-                1000.0 * static_cast<double>(delay) / scene.sampleRate);
+    std::printf(
+        "\n  delay of the filterbank: %zu frames, %.1f ms, measured; live streams have a latency of %zu frames\n"
+        "  at every rate, because they collect %zu frames first\n\n",
+        delay, 1000.0 * static_cast<double>(delay) / scene.sampleRate, delay + zrk_tarn::kBlockFrames,
+        zrk_tarn::kBlockFrames);
     std::printf("Expected: the voice is in C; the moving source starts in FL, passes through C and ends in FR;\n"
                 "the wide chords stay in FL and FR; in the mix of all, C contains the voice.\n\n");
 }

@@ -6,7 +6,6 @@
 #include "cli/interrupt.h"
 #include "cli/layout.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -32,14 +31,6 @@ bool hasLastFrame(const std::string& path, std::uint64_t frames)
            sf_readf_double(file.get(), frame.data(), 1) == 1 && sf_error(file.get()) == SF_ERR_NO_ERROR;
 }
 
-/// Whether a length differs by less than a second from the expected one. Headers of inputs can be inexact.
-bool isLongEnough(std::uint64_t frames, const ExpectedOutput& expected)
-{
-    if (!expected.frames) return true;
-    const std::uint64_t difference = std::max(frames, *expected.frames) - std::min(frames, *expected.frames);
-    return difference < expected.sampleRate;
-}
-
 /// Counts the frames of an input that can be decoded.
 std::uint64_t framesIn(FileSource& input)
 {
@@ -63,7 +54,7 @@ std::string flawOf(const std::string& path, const Layout& layout, const Expected
             return "it has a rate of " + std::to_string(facts.sampleRate) + " Hz instead of " +
                    std::to_string(expected.sampleRate) + " Hz";
         if (!facts.frames) return "it does not declare its length";
-        if (!isLongEnough(*facts.frames, expected))
+        if (expected.frames && *facts.frames != *expected.frames)
             return "it has " + std::to_string(*facts.frames) + " frames instead of " + std::to_string(*expected.frames);
         return hasLastFrame(path, *facts.frames) ? "" : "its end is missing";
     } catch (const Failure&) {
@@ -81,27 +72,29 @@ ExpectedOutput expectedOutput(const UpmixOptions& options, const FileSource& inp
     return expected;
 }
 
-bool hasCompleteOutput(const UpmixOptions& options)
+ExistingOutput findExistingOutput(const UpmixOptions& options)
 {
     std::error_code ignored;
     if (std::filesystem::is_fifo(options.input, ignored) || options.input == "-" || options.output == "-")
         throw Failure(EX_USAGE, "--skip-existing: compares OUTPUT with INPUT, which a stream does not allow; name "
                                 "files, or leave it out");
     struct stat status = {};
-    if (stat(options.output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    if (stat(options.output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
     FileSource input(options.input);
-    if (input.identity() == FileIdentity{.device = status.st_dev, .inode = status.st_ino}) return false;
+    if (input.identity() == FileIdentity{.device = status.st_dev, .inode = status.st_ino}) return {};
 
     const Layout& layout = layoutNamed(options.layout);
     ExpectedOutput expected = expectedOutput(options, input);
     std::string flaw = flawOf(options.output, layout, expected);
-    if (!flaw.empty() && expected.frames) {
-        // A damaged input has fewer frames than it declares.
+    std::optional<Loss> loss;
+    if (options.strict || !expected.frames || !flaw.empty()) {
+        // The declared length can be inexact, and a damaged input has fewer frames.
         expected.frames = framesAtRate(framesIn(input), input.format().sampleRate, expected.sampleRate);
+        loss = input.loss();
         flaw = flawOf(options.output, layout, expected);
     }
-    if (flaw.empty()) return true;
-    if (options.force) return false;
+    if (flaw.empty()) return {.isComplete = true, .loss = loss};
+    if (options.force) return {};
     throw Failure(EX_USAGE, options.output + ": exists and is not a complete upmix of " + options.input + ": " + flaw +
                                 "; add --force to replace it, or choose another name");
 }

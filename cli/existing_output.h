@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/audio_source.h"
 #include "cli/file_source.h"
 #include "cli/upmix_options.h"
 
@@ -21,10 +22,20 @@ struct ExpectedOutput
 /// The format that an upmix of the input will have.
 ExpectedOutput expectedOutput(const UpmixOptions& options, const FileSource& input);
 
-/// Whether OUTPUT exists and has the channels, rate and length of an upmix of INPUT. Does not compare samples.
+/// What --skip-existing finds out about OUTPUT.
+struct ExistingOutput
+{
+    bool isComplete = false;    ///< it has the channels, rate and length of an upmix of INPUT
+    std::optional<Loss> loss{}; ///< missing or damaged audio of INPUT, as far as it was looked for
+};
+
+/// Compares OUTPUT with INPUT. Does not compare samples.
+///
+/// If the length of OUTPUT is the one that INPUT declares, INPUT is only read with --strict. Otherwise INPUT is read to
+/// its end, which also finds its losses.
 ///
 /// Throws Failure: EX_USAGE if one of them is a stream, or OUTPUT exists, is incomplete, and --force is not given; also
 /// what FileSource throws about INPUT. OutputFile checks the rest.
-bool hasCompleteOutput(const UpmixOptions& options);
+ExistingOutput findExistingOutput(const UpmixOptions& options);
 
 } // namespace tarn

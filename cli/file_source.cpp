@@ -266,7 +266,7 @@ StreamFormat FileSource::format() const noexcept
 std::vector<std::string> FileSource::prepare(bool showProgress)
 {
     std::vector<std::string> notes;
-    if (info.channels == 1) notes.emplace_back("mono, which goes to the centre");
+    if (info.channels == 1) notes.emplace_back("mono, which is read as equal left and right");
     if (integerBits(info.format) != 0) return notes;
 
     const double peak = findPeak(showProgress);

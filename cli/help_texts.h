@@ -60,10 +60,11 @@ inline constexpr const char* kInfoHelp = R"(Usage: tarn info [OPTIONS] INPUT...
 Prints a line for every INPUT: name, length, format, rate, channels, and whether
 upmixing gains anything.
 
-  --verbose      figures of left against right, in all and for every octave
-  -j, --jobs N   parallel jobs, 1 (default) to 64
-  --json         print JSON instead of text
-  --quiet        no progress bar
+  -r, --recursive  folders as well: every audio file below them
+  --verbose        figures of left against right, in all and for every octave
+  -j, --jobs N     parallel jobs, 1 (default) to 64
+  --json           print JSON instead of text
+  --quiet          no progress bar, no notes
 
   tarn info -j 2 album/*.flac
 man tarn-info describes the verdicts, the figures and the JSON.

@@ -11,7 +11,8 @@ namespace tarn
 /// The options of `tarn info`.
 struct InfoOptions
 {
-    std::vector<std::string> inputs;
+    std::vector<std::string> inputs; ///< files; with recursive also folders
+    bool recursive = false;
     unsigned jobs = 1; ///< number of parallel processes
     bool verbose = false;
     bool json = false;
@@ -22,7 +23,7 @@ struct InfoOptions
 ///
 /// Continues after an input that fails. Returns the exit code: that of the first input that failed, or kExitIncomplete
 /// if a second or more of a stereo file is missing, or 0.
-/// Throws Interrupted.
+/// Throws Failure (EX_NOINPUT) for folders that cannot be read or contain no audio file. Throws Interrupted.
 int runInfo(const InfoOptions& options);
 
 } // namespace tarn

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <system_error>
 #include <vector>
 
 #include <fcntl.h>
@@ -34,6 +35,17 @@ Descriptor createStorage(const std::string& folder)
                                     "; set TMPDIR to a folder with free space, or name a file instead of the pipe");
     unlink(name.c_str());
     return file;
+}
+
+[[noreturn]] void failToOpen(const std::string& name, int error)
+{
+    std::error_code isNoLink;
+    const std::filesystem::path target = std::filesystem::read_symlink(name, isNoLink);
+    if (error == ENOENT && !isNoLink)
+        throw Failure(EX_NOINPUT, name + ": is a broken symbolic link to " + target.string() +
+                                      "; restore that file, or remove the link");
+    throw Failure(EX_NOINPUT,
+                  name + ": cannot be opened: " + systemError(error) + "; check the name and that you may read it");
 }
 
 /// Refuses a device, which may be endless. The caller refuses an empty one, such as /dev/null.
@@ -78,9 +90,7 @@ InputFile openInput(const std::string& path)
     // Non-blocking, because opening a named pipe without a writer would block and ignore signals.
     file.descriptor = Descriptor(isStandardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                                                  : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.descriptor.number() < 0)
-        throw Failure(EX_NOINPUT, file.name + ": cannot be opened: " + systemError(errno) +
-                                      "; check the name and that you may read it");
+    if (file.descriptor.number() < 0) failToOpen(file.name, errno);
 
     struct stat status = {};
     fstat(file.descriptor.number(), &status);

@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "cli/json.h"
 
+#include "cli/character.h"
 #include "cli/text.h"
 
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 namespace tarn
@@ -52,11 +55,38 @@ Json withExactNames(const Json& json)
     return exact;
 }
 
+/// Appends \uXXXX.
+void appendEscaped(std::string& text, char32_t unit)
+{
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(unit));
+    text += escaped;
+}
+
+/// Escapes all characters of a document that are not printable, except the line feeds between its members.
+std::string withEscapes(std::string_view document)
+{
+    std::string text;
+    while (!document.empty()) {
+        const Character character = firstCharacter(document);
+        if (character.isPrintable() || document[0] == '\n') {
+            text += document.substr(0, character.bytes);
+        } else if (character.code < 0x10000) {
+            appendEscaped(text, character.code);
+        } else {
+            appendEscaped(text, 0xd7c0 + (character.code >> 10));
+            appendEscaped(text, 0xdc00 + (character.code & 0x3ff));
+        }
+        document.remove_prefix(character.bytes);
+    }
+    return text;
+}
+
 } // namespace
 
 void printJson(const Json& json, std::FILE* stream)
 {
-    const std::string text = withExactNames(json).dump(2, ' ', false, Json::error_handler_t::replace);
+    const std::string text = withEscapes(withExactNames(json).dump(2, ' ', false, Json::error_handler_t::replace));
     std::fprintf(stream, "%s\n", text.c_str());
 }
 

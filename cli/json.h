@@ -19,7 +19,7 @@ inline Json finiteOrNull(double value)
     return std::isfinite(value) ? Json(value) : Json();
 }
 
-/// Prints a document.
+/// Prints a document. Escapes characters that are not safe for a terminal.
 ///
 /// Replaces bytes that are not UTF-8 with the replacement character. For such a file name in a member "input" or
 /// "output", adds a member "input_percent" or "output_percent" with its exact bytes, percent-encoded.

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/layout.h"
 
+#include "cli/command_name.h"
 #include "cli/failure.h"
 
 #include <algorithm>
@@ -75,7 +76,8 @@ const Layout& layoutNamed(std::string_view name)
     const auto* const found =
         std::find_if(kLayouts.begin(), kLayouts.end(), [name](const Layout& l) { return l.name == name; });
     if (found == kLayouts.end())
-        throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; tarn upmix --help lists them");
+        throw Failure(EX_USAGE, "--layout " + std::string(name) + ": no such layout; " + commandName() +
+                                    " upmix --help lists them");
     return *found;
 }
 

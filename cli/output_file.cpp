@@ -47,6 +47,15 @@ std::string directoryOf(const std::filesystem::path& file)
     return file.has_parent_path() ? file.parent_path().string() : ".";
 }
 
+/// What to do about a failed write.
+std::string adviceFor(int error)
+{
+    if (error == EFBIG)
+        return "Raise the limit of the file size (ulimit -f), write a .flac file, or choose a file system for larger "
+               "files";
+    return error == ENOSPC || error == EDQUOT ? "Free some space, or choose another place" : "Choose another place";
+}
+
 } // namespace
 
 OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input)
@@ -118,7 +127,7 @@ void OutputFile::commit()
 void OutputFile::failToWrite(int error, const std::string& reason) const
 {
     const std::string message = givenName + ": writing failed: " + (error != 0 ? systemError(error) : reason) +
-                                "; no output was left. Free some space, or choose another place";
+                                "; no output was left. " + adviceFor(error);
     if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO) throw OutputFailure(EX_IOERR, message);
     throw Failure(EX_IOERR, message);
 }

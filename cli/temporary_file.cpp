@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <set>
 #include <string_view>
@@ -22,19 +23,35 @@ namespace tarn
 namespace
 {
 
-constexpr std::string_view kMark = ".tarn-";
-constexpr std::string_view kRandom = "XXXXXX"; ///< placeholder of mkostemp
-constexpr std::size_t kAdded = 1 + kMark.size() + kRandom.size();
+constexpr std::string_view kMark = ".tarn-temporary-";
+constexpr std::string_view kRandom = "-XXXXXX"; ///< placeholder of mkostemp
 
-/// Whether a name has the form of a temporary file.
+/// The part of a name behind that of the output: mark, process and placeholder.
+std::string ending()
+{
+    return std::string(kMark) + std::to_string(getpid()) + std::string(kRandom);
+}
+
+bool isAlphanumeric(char c) noexcept
+{
+    return std::isalnum(static_cast<unsigned char>(c)) != 0;
+}
+
+bool isDigit(char c) noexcept
+{
+    return c >= '0' && c <= '9';
+}
+
+/// Whether a name has the form of a temporary file. Names that users choose do not have it by accident.
 bool isTemporaryName(std::string_view name)
 {
-    if (name.size() <= kAdded || name.front() != '.') return false;
-    const std::string_view random = name.substr(name.size() - kRandom.size());
-    name.remove_suffix(kRandom.size());
-    return name.ends_with(kMark) && std::all_of(random.begin(), random.end(), [](char c) {
-               return std::isalnum(static_cast<unsigned char>(c)) != 0;
-           });
+    const std::size_t mark = name.rfind(kMark);
+    if (mark == std::string_view::npos || mark < 2 || name.front() != '.') return false;
+    const std::string_view rest = name.substr(mark + kMark.size());
+    const std::size_t dash = rest.find('-');
+    if (dash == 0 || dash == std::string_view::npos || rest.size() != dash + kRandom.size()) return false;
+    return std::all_of(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(dash), isDigit) &&
+           std::all_of(rest.begin() + static_cast<std::ptrdiff_t>(dash) + 1, rest.end(), isAlphanumeric);
 }
 
 /// The first bytes of a name; does not split a UTF-8 character.
@@ -76,9 +93,10 @@ void removeIfStale(const std::filesystem::path& path) noexcept
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name)
 {
     const std::size_t limit = maxNameBytes(directory);
-    const std::string begin = shortened(name, limit > kAdded ? limit - kAdded : 1);
+    const std::string end = ending();
+    const std::string begin = shortened(name, limit > end.size() + 1 ? limit - end.size() - 1 : 1);
     while (true) {
-        std::string path = directory / ("." + begin + std::string(kMark) + std::string(kRandom));
+        std::string path = directory / ("." + begin + end);
         Descriptor file(mkostemp(path.data(), O_CLOEXEC));
         if (file.number() < 0) return {.path = {}, .file = Descriptor(), .lock = Descriptor()};
         waitForLock(file.number());

@@ -11,7 +11,7 @@
 namespace tarn
 {
 
-/// A hidden file, .NAME.tarn-XXXXXX, that becomes an output file.
+/// A hidden file, .NAME.tarn-temporary-PROCESS-XXXXXX, that becomes an output file.
 ///
 /// The process holds a lock on it. A killed process holds none, so other processes can recognise its stale files.
 struct TemporaryFile
@@ -26,7 +26,7 @@ struct TemporaryFile
 /// On file systems without locks, temporary files are never removed as stale.
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name);
 
-/// Removes unlocked temporary files of this user.
+/// Removes unlocked temporary files of this user: regular files whose names have exactly the form above.
 void removeStaleTemporaries(const std::filesystem::path& directory);
 
 /// The same, but only once per directory in this process and its later children.

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/text.h"
 
+#include "cli/character.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -14,51 +16,22 @@ namespace tarn
 namespace
 {
 
-/// Whether a byte continues a UTF-8 character.
-bool isContinuation(char byte) noexcept
-{
-    return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
-}
-
-/// Length of the first UTF-8 character in bytes; 0 if it is invalid.
-std::size_t firstCharacterBytes(std::string_view text) noexcept
-{
-    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char first = byte(0);
-    if (first < 0x80) return 1;
-    const std::size_t bytes = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-    if (first < 0xc2 || first > 0xf4 || text.size() < bytes) return 0;
-    for (std::size_t i = 1; i < bytes; ++i)
-        if (!isContinuation(text[i])) return 0;
-    // Refuses overlong forms, UTF-16 surrogates, and code points above U+10FFFF.
-    if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f)) return 0;
-    if ((first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f)) return 0;
-    return bytes;
-}
-
-/// The same for printable characters; 0 for control characters.
-std::size_t printableBytes(std::string_view text) noexcept
-{
-    const auto first = static_cast<unsigned char>(text[0]);
-    const bool isC1 = first == 0xc2 && text.size() > 1 && static_cast<unsigned char>(text[1]) < 0xa0;
-    return first < 0x20 || first == 0x7f || isC1 ? 0 : firstCharacterBytes(text);
-}
-
 /// Quotes as $'...' with octal numbers for unprintable bytes.
 std::string dollarQuoted(const std::string& name)
 {
     std::string quoted = "$'";
     for (std::string_view rest = name; !rest.empty();) {
-        const std::size_t bytes = printableBytes(rest);
-        if (bytes == 0) {
+        const Character character = firstCharacter(rest);
+        if (!character.isPrintable()) {
             const auto byte = static_cast<unsigned char>(rest[0]);
             const auto digit = [byte](int shift) { return static_cast<char>('0' + (byte >> shift & 7)); };
             quoted.append({'\\', digit(6), digit(3), digit(0)});
+            rest.remove_prefix(1);
         } else {
             if (rest[0] == '\'' || rest[0] == '\\') quoted += '\\';
-            quoted += rest.substr(0, bytes);
+            quoted += rest.substr(0, character.bytes);
+            rest.remove_prefix(character.bytes);
         }
-        rest.remove_prefix(std::max<std::size_t>(bytes, 1));
     }
     return quoted + "'";
 }
@@ -86,10 +59,10 @@ std::string printable(const std::string& text)
 {
     std::string line;
     for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t bytes = printableBytes(rest);
-        line += bytes > 0 ? rest.substr(0, bytes) : "?";
-        // A control character of two bytes becomes one question mark.
-        rest.remove_prefix(std::max<std::size_t>(firstCharacterBytes(rest), 1));
+        const Character character = firstCharacter(rest);
+        line += character.isPrintable() ? rest.substr(0, character.bytes) : "?";
+        // A control character of several bytes becomes one question mark.
+        rest.remove_prefix(std::max<std::size_t>(character.bytes, 1));
     }
     return line;
 }
@@ -132,7 +105,7 @@ std::string formatted(const char* format, double value)
 bool isUtf8(const std::string& text) noexcept
 {
     for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t bytes = firstCharacterBytes(rest);
+        const std::size_t bytes = firstCharacter(rest).bytes;
         if (bytes == 0) return false;
         rest.remove_prefix(bytes);
     }

@@ -11,11 +11,12 @@ namespace tarn
 
 /// Quotes a file name for a shell: unchanged if that is safe, else in single quotes.
 ///
-/// Quotes names with control characters or bytes that are not UTF-8 as $'...' with octal numbers for bash, zsh and ksh.
-/// printable() does not change the quoted form.
+/// Quotes names with unprintable characters or bytes that are not UTF-8 as $'...' with octal numbers for bash, zsh and
+/// ksh. printable() does not change the quoted form.
 std::string shellQuoted(const std::string& name);
 
-/// Makes a text safe for a terminal: control characters (C0, DEL, C1) and bytes that are not UTF-8 become '?'.
+/// Makes a text safe for a terminal: characters that are not printable, such as control characters and changes of
+/// direction, and bytes that are not UTF-8 become '?'.
 std::string printable(const std::string& text);
 
 /// The system's message for an error number.

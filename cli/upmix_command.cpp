@@ -24,7 +24,10 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <system_error>
 #include <vector>
 
 namespace tarn
@@ -79,7 +82,7 @@ RemapSlots applyRemap(const UpmixOptions& options, Layout& layout, EngineSetting
     settings.remap = remap.matrix;
     if (options.bypass) return remap.slots;
     placeColumns(layout, remap.slots);
-    if (!options.quiet)
+    if (!options.quiet && !options.inBatch)
         for (const std::string& note : remap.notes) printNote(note);
     return remap.slots;
 }
@@ -170,16 +173,46 @@ double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudnes
     return gainDb;
 }
 
+/// Refuses a damaged input with --strict.
+void checkLoss(const UpmixOptions& options, const std::optional<Loss>& loss)
+{
+    if (loss && options.strict)
+        throw Failure(EX_DATAERR,
+                      options.inputName() + ": " + loss->message + "; " + loss->advice + ", or leave out --strict");
+}
+
+/// The report of --skip-existing; none if the input must be upmixed.
+std::optional<UpmixReport> reportOfSkipped(const UpmixOptions& options)
+{
+    const ExistingOutput existing = findExistingOutput(options);
+    if (!existing.isComplete) return std::nullopt;
+    checkLoss(options, existing.loss);
+    if (!options.quiet && !options.inBatch)
+        printNote(options.output + ": is complete already, so " + options.input + " is skipped");
+    UpmixReport report{.loss = existing.loss, .skipped = true};
+    printLoss(options, report);
+    return report;
+}
+
+/// Refuses an existing output of a batch, with advice for all its files.
+void refuseExistingInBatch(const UpmixOptions& options)
+{
+    std::error_code ignored;
+    if (options.inBatch && !options.skipExisting && !options.force &&
+        std::filesystem::is_regular_file(options.output, ignored))
+        throw Failure(EX_USAGE, options.output +
+                                    ": exists already; add --skip-existing to keep complete outputs, or --force to "
+                                    "replace them");
+}
+
 } // namespace
 
 UpmixReport upmix(const UpmixOptions& options)
 {
     checkOptions(options);
-    if (options.skipExisting && hasCompleteOutput(options)) {
-        if (!options.quiet && !options.inBatch)
-            printNote(options.output + ": is complete already, so " + options.input + " is skipped");
-        return {.skipped = true};
-    }
+    refuseExistingInBatch(options);
+    if (options.skipExisting)
+        if (auto skipped = reportOfSkipped(options)) return *skipped;
     Layout layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
@@ -211,9 +244,7 @@ UpmixReport upmix(const UpmixOptions& options)
     const auto wraps = wrapCounter(options, format, settings);
     report.speed = processAll(options, "upmixing", *source, upmixer, nullptr, wraps.get());
     report.loss = source->loss();
-    if (report.loss && options.strict)
-        throw Failure(EX_DATAERR, options.inputName() + ": " + report.loss->message + "; " + report.loss->advice +
-                                      ", or leave out --strict");
+    checkLoss(options, report.loss);
     throwIfInterrupted();
     sink->finish();
 

@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "cli/upmix_options.h"
 
+#include "cli/command_name.h"
 #include "cli/failure.h"
 #include "cli/file_sink.h"
 #include "cli/layout.h"
+#include "cli/text.h"
 
 #include <filesystem>
 #include <system_error>
@@ -39,6 +41,19 @@ void checkRemap(const UpmixOptions& options)
                       "--remap: only " + layout + " accepts a matrix; add " + layout + ", or leave --remap out");
 }
 
+/// Refuses devices and pipes, which cannot hold a WAV or FLAC file.
+void checkOutput(const UpmixOptions& options)
+{
+    namespace fs = std::filesystem;
+    std::error_code missing;
+    const fs::file_status status = fs::status(options.output, missing);
+    if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status))
+        throw Failure(EX_CANTCREAT, options.output + ": is a device or a pipe, which can only receive raw PCM; type: " +
+                                        commandName() + " upmix " + shellQuoted(options.input) + " - > " +
+                                        shellQuoted(options.output));
+    containerOf(options.output);
+}
+
 } // namespace
 
 void checkOptions(const UpmixOptions& options)
@@ -52,7 +67,7 @@ void checkOptions(const UpmixOptions& options)
     checkRemap(options);
     checkRaw(options);
     if (isStream(options.output)) return;
-    containerOf(options.output);
+    checkOutput(options);
     std::error_code ignored;
     if (!options.remapFile.empty() && std::filesystem::equivalent(options.output, options.remapFile, ignored))
         throw Failure(EX_USAGE, options.output + ": is the remap file; choose another name for the output");

@@ -23,6 +23,15 @@ std::string summary(const UpmixOptions& options, const UpmixReport& report)
            formatted(", %.0f x real time", report.speed);
 }
 
+std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
+{
+    const std::string gain = formatted("%+.2f dB", report.gainDb);
+    return std::to_string(report.clipped) + " samples were beyond full scale" +
+           (report.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
+           (options.loudnessMatch ? "give --gain with less than " + gain + " instead of --loudness-match"
+                                  : "give a smaller --gain");
+}
+
 Json channelsOf(const UpmixReport& report)
 {
     double total = 0.0;
@@ -42,13 +51,25 @@ Json channelsOf(const UpmixReport& report)
     return channels;
 }
 
+void addLoss(Json& json, const UpmixReport& report)
+{
+    if (!report.loss) return;
+    json["exit_code"] = report.exitCode();
+    json["loss"] = report.loss->json();
+}
+
 } // namespace
+
+void printLoss(const UpmixOptions& options, const UpmixReport& report)
+{
+    if (report.loss)
+        printNote(options.inputName() + ": " + report.loss->message + "; the rest is upmixed; " + report.loss->advice);
+}
 
 void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings)
 {
     const std::string output = options.outputName();
-    if (report.loss)
-        printNote(options.inputName() + ": " + report.loss->message + "; the rest is upmixed; " + report.loss->advice);
+    printLoss(options, report);
     if (!options.quiet) {
         printNote(summary(options, report));
         if (report.loudness)
@@ -57,15 +78,16 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
                       formatted("%+.2f", report.gainDb) + " dB");
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
-    if (report.clipped > 0)
-        printNote(output + ": " + std::to_string(report.clipped) +
-                  " samples were beyond full scale and are clipped; give a smaller --gain" +
-                  (options.loudnessMatch ? " in place of --loudness-match" : ""));
+    if (report.clipped > 0) printNote(output + ": " + clippingNote(options, report));
 }
 
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
 {
-    if (report.skipped) return {{"input", options.input}, {"output", options.output}, {"skipped", true}};
+    if (report.skipped) {
+        Json json = {{"input", options.input}, {"output", options.output}, {"skipped", true}};
+        addLoss(json, report);
+        return json;
+    }
     Json json = {{"input", options.input},
                  {"output", options.output},
                  {"layout", report.layout->name},
@@ -78,10 +100,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"gain_db", report.gainDb},
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
-    if (report.loss) {
-        json["exit_code"] = report.exitCode();
-        json["loss"] = report.loss->json();
-    }
+    addLoss(json, report);
     if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},

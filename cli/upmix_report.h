@@ -48,6 +48,9 @@ struct UpmixReport
     int exitCode() const noexcept { return loss && !loss->isNegligible() ? kExitIncomplete : EX_OK; }
 };
 
+/// Prints a warning if a part of the input is missing or damaged.
+void printLoss(const UpmixOptions& options, const UpmixReport& report);
+
 /// Prints the result as notes.
 ///
 /// warnings  about the output

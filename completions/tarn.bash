@@ -27,7 +27,7 @@ _tarn() {
     info)
         case $before in
         --jobs | -j) return ;;
-        *) [[ $word != -* ]] || words='--help --help-all --verbose --jobs --json --quiet' ;;
+        *) [[ $word != -* ]] || words='--help --help-all --recursive --verbose --jobs --json --quiet' ;;
         esac
         ;;
     demo)

@@ -199,7 +199,7 @@ public:
     std::int32_t  sampleCeiling = 0;            ///< largest host sample                 Initialize
     std::int32_t  sampleFloor = 0;              ///< smallest host sample                Initialize
 
-    // Measures of the groups, engine scale
+    // Measures of the groups, engine scale. (*) peakBand of a group without bands is the band after it, 0 to 64.
     float         powL[16]{};                   ///< smoothed peakL                      power smoothing, spread
     float         powR[16]{};                   ///< smoothed peakR                      power smoothing, spread
     float         powSum[16]{};                 ///< smoothed peakSum                    power smoothing, spread
@@ -213,7 +213,7 @@ public:
     float         prevPeakSum[16]{};            ///< peakSum of the block before         block start
     float         prevPeakDiff[16]{};           ///< peakDiff of the block before        block start
     float         peakTotal[16]{};              ///< |L| + |R|, scratch                  dominant bands
-    std::int32_t  peakBand[16]{};               ///< dominant band, 0 to 63              dominant bands
+    std::int32_t  peakBand[16]{};               ///< dominant band, 0 to 63 (*)          dominant bands
 
     // Smoothing pairs, scaled for the sample rate
     float         power[2]{};                   ///< power smoothing                     constructor

@@ -10,7 +10,7 @@ int main(int argc, char** argv)
     SNDFILE* const in = argc == 3 ? sf_open(argv[1], SFM_READ, &info) : NULL;
     tarn_configuration configuration;
     tarn_stream* stream;
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     configuration.sample_rate = (uint32_t)info.samplerate;
     configuration.format = TARN_S32;
     if (info.channels != 2 || tarn_create(&configuration, &stream) != TARN_OK) {

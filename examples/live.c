@@ -16,7 +16,7 @@ int main(void)
     tarn_configuration configuration; /* floats at 48 kHz */
     tarn_stream* upmix;
     PaStream* audio;
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     if (tarn_create(&configuration, &upmix) != TARN_OK) return 1;
 
     PaError error = Pa_Initialize();

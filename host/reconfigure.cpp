@@ -3,6 +3,7 @@
 #include "host/reconfigure.h"
 
 #include <algorithm>
+#include <new>
 
 namespace
 {
@@ -49,6 +50,8 @@ void zrk_tarn::reconfigure(zrk_tarn_processor_t& processor) noexcept
 void zrk_tarn::restart(zrk_tarn_processor_t& processor) noexcept
 {
     if (processor.engine == nullptr) return;
-    *processor.engine = ZRKTarn();
+    // In place: a temporary engine would need 30 KB of the stack.
+    processor.engine->~ZRKTarn();
+    new (processor.engine) ZRKTarn();
     initializeEngine(processor);
 }

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "lanes/exact_floats.h"
+
 #include <cstdint>
 #if defined TARN_GENERIC
 #include <cfenv>

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "lanes/exact_floats.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <utility>

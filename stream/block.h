@@ -3,6 +3,7 @@
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
+#include "lanes/exact_floats.h"
 
 #include <cstddef>
 #include <cstdint>

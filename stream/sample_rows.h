@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "lanes/exact_floats.h"
 #include "stream/stream_types.h"
 
 #include <cstddef>

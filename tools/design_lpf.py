@@ -32,7 +32,7 @@ S. Mehrotra, On the implementation of a primal-dual interior point method, SIAM 
 
 import os
 
-os.environ.setdefault("OMP_NUM_THREADS", "1")  # one order of additions, hence one result
+os.environ.setdefault("OMP_NUM_THREADS", "1")  # one order of additions, so one result
 
 import argparse
 import sys

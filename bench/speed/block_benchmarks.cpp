@@ -9,6 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <deque>
 #include <string>
 
@@ -67,7 +69,7 @@ void silentBlocks(benchmark::State& state, const BlockOperations& operations)
 void alternatingEngines(benchmark::State& state, const BlockOperations& operations)
 {
     zrk_tarn::chooseOperations(operations);
-    const auto bufferBlocks = static_cast<std::size_t>(state.range(1));
+    const auto bufferBlocks = static_cast<std::size_t>(std::max(state.range(1), std::int64_t{1}));
     std::deque<Stream<ZRKTarn>> streams;
     for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain, bufferBlocks).run(20);
     Report report(state);

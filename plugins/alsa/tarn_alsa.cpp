@@ -256,6 +256,23 @@ std::optional<Settings> readSettings(const snd_config_t* configuration)
     return settings;
 }
 
+/// Counts the PCMs of type tarn that a thread is opening, each as the slave of the one before it.
+class Nesting
+{
+public:
+    Nesting() noexcept { ++depth; }
+    ~Nesting() { --depth; }
+    Nesting(const Nesting&) = delete;
+    Nesting& operator=(const Nesting&) = delete;
+
+    /// Whether there are too many to be intended: one of them plays to itself.
+    static bool isEndless() noexcept { return depth > kMaxDepth; }
+
+private:
+    static constexpr int kMaxDepth = 4;
+    static inline thread_local int depth = 0;
+};
+
 /// Opens a PCM of type tarn.
 int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_config_t* configuration,
          snd_pcm_stream_t direction, int mode)
@@ -266,6 +283,11 @@ int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_con
     }
     const std::optional<Settings> settings = readSettings(configuration);
     if (!settings) return -EINVAL;
+    const Nesting nesting;
+    if (Nesting::isEndless()) {
+        SNDERR("tarn: the slave of this PCM plays to this PCM again; name a device as slave.pcm, such as \"hw:0\"");
+        return -ELOOP;
+    }
 
     auto owned = std::make_unique<Pcm>();
     Pcm& pcm = *owned;

@@ -111,7 +111,7 @@ void connectPort(LADSPA_Handle handle, unsigned long port, LADSPA_Data* location
 /// Connects a port of the plug-in with two inputs.
 void connectPortOfTwo(LADSPA_Handle handle, unsigned long port, LADSPA_Data* location)
 {
-    connectPort(handle, port < kUnusedInput ? port : port + 1, location);
+    if (port < kPorts - 1) connectPort(handle, port < kUnusedInput ? port : port + 1, location);
 }
 
 /// Clears the signal of the instance.

@@ -67,6 +67,13 @@ void feed(int descriptor, const std::string& bytes)
     close(descriptor);
 }
 
+/// Sets the peak memory of this process to its present memory. The kernel counts the peak of a parent as memory of its
+/// children too, and earlier tests of this process may have used more than the program may use.
+void forgetPeakMemory()
+{
+    std::ofstream("/proc/self/clear_refs") << 5;
+}
+
 } // namespace
 
 Process::Process(const Invocation& invocation, const std::filesystem::path& directory, int inputEnd, int outputEnd,
@@ -84,10 +91,11 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errorEnd, STDERR_FILENO);
 
-    // The tests ignore SIGPIPE. The program starts with the default action.
+    // The tests ignore SIGPIPE, and the parent of the tests may ignore other signals, as nohup does.
     sigset_t defaults;
     sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
+        if (signalNumber != invocation.ignoredSignal) sigaddset(&defaults, signalNumber);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
@@ -99,6 +107,7 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     for (char** variable = environ; *variable != nullptr; ++variable) environment.push_back(*variable);
     environment.push_back(nullptr);
 
+    forgetPeakMemory();
     const int error = posix_spawnp(&pid, program.c_str(), &actions, &attributes, arguments.data(), environment.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
@@ -126,6 +135,14 @@ void Process::wait(Result& result)
     if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
     if (WIFSIGNALED(status)) result.signalNumber = WTERMSIG(status);
     result.peakKibibytes = usage.ru_maxrss;
+}
+
+void expectDeathBy(int signalNumber, Process& process)
+{
+    process.signal(signalNumber);
+    Result result;
+    process.wait(result);
+    EXPECT_EQ(result.signalNumber, signalNumber);
 }
 
 Result runIn(const std::filesystem::path& directory, const Invocation& invocation)

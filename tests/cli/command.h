@@ -33,9 +33,10 @@ struct Invocation
     std::string inputFile{};              ///< file for standard input instead
     bool outputNull = false;              ///< standard output goes to /dev/null
     std::string preload{};                ///< shared object to preload
+    int ignoredSignal = 0;                ///< a signal that stays ignored if this process ignores it; 0 for none
 };
 
-/// A running program. The destructor kills it if it still runs.
+/// A running program. It starts with the default actions of signals. The destructor kills it if it still runs.
 class Process
 {
 public:
@@ -57,6 +58,9 @@ public:
 private:
     pid_t pid = -1;
 };
+
+/// Sends a signal to a program and expects that it dies by it.
+void expectDeathBy(int signalNumber, Process& process);
 
 /// Runs a program to its end in a directory.
 Result runIn(const std::filesystem::path& directory, const Invocation& invocation);

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <numbers>
 #include <random>
+#include <tuple>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -260,7 +261,7 @@ TEST_F(Info, DescribesFilesThatCannotBeUpmixed)
     writeAudio(at("six.wav"), kWave16, 48000, 6, stereoNoise(3000, 16));
     EXPECT_EQ(infoOf("six.wav")["channels"], 6);
     EXPECT_EQ(infoOf("six.wav")["can_be_upmixed"], false);
-    EXPECT_EQ(infoOf("six.wav")["obstacle"], "multichannel already: only mono and stereo can be upmixed");
+    EXPECT_EQ(infoOf("six.wav")["obstacle"], "has 6 channels: only mono and stereo can be upmixed");
     writeAudio(at("slow.wav"), kWave16, 8000, 2, stereoNoise(9000, 16));
     const Json slow = infoOf("slow.wav");
     EXPECT_EQ(slow["can_be_upmixed"], true);
@@ -323,18 +324,89 @@ TEST_F(Info, PrintsOneLinePerFile)
     const Result result = tarn({"info", "a.wav", "mono.flac", "\xc3\xa4.wav", "v.ogg", "six.caf", "l.aiff", "p.wav",
                                 "missing.wav", "i.wav", "o.wav", longName});
     EXPECT_EQ(result.exitCode, 66);
-    EXPECT_EQ(result.output,
-              "a.wav                            0:01  WAV 16         48 kHz   2 ch  dual mono, gains nothing\n"
-              "mono.flac                        1:20  FLAC 24      44.1 kHz   1 ch  mono, goes to the centre\n"
-              "\xc3\xa4.wav                            0:01  WAV float      96 kHz   2 ch  silence\n"
-              "v.ogg                            0:01  OGG Vorbis     32 kHz   2 ch  worth upmixing\n"
-              "six.caf                          0:00  CAF 32        192 kHz   6 ch  multichannel already\n"
-              "l.aiff                           0:04  AIFF 16    11.025 kHz   2 ch  one side only, gains nothing\n"
-              "p.wav                            0:01  RF64 16        48 kHz   2 ch  one source, gains little\n"
-              "i.wav                            0:01  WAV 16         48 kHz   2 ch  little in common, gains little\n"
-              "o.wav                            0:01  WAV 16         48 kHz   2 ch  opposite phase, invert a side\n"
-              "... long name/xxxxxxxxxx.wav     0:01  WAV 16         48 kHz   2 ch  opposite phase, invert a side\n");
+    EXPECT_EQ(
+        result.output,
+        "a.wav                            0:01  WAV 16 bit           48 kHz   2 ch  dual mono, gains nothing\n"
+        "mono.flac                        1:20  FLAC 24 bit        44.1 kHz   1 ch  mono, goes to the centre\n"
+        "\xc3\xa4.wav                            0:01  WAV float            96 kHz   2 ch  silence\n"
+        "v.ogg                            0:01  OGG Vorbis           32 kHz   2 ch  worth upmixing\n"
+        "six.caf                          0:00  CAF 32 bit          192 kHz   6 ch  more than two channels, cannot be "
+        "upmixed\n"
+        "l.aiff                           0:04  AIFF 16 bit      11.025 kHz   2 ch  one side only, gains nothing\n"
+        "p.wav                            0:01  RF64 16 bit          48 kHz   2 ch  one source, gains little\n"
+        "i.wav                            0:01  WAV 16 bit           48 kHz   2 ch  little in common, gains little\n"
+        "o.wav                            0:01  WAV 16 bit           48 kHz   2 ch  opposite phase, invert a side\n"
+        "... long name/xxxxxxxxxx.wav     0:01  WAV 16 bit           48 kHz   2 ch  opposite phase, invert a side\n");
     EXPECT_NE(result.errors.find("tarn: missing.wav: cannot be opened"), std::string::npos) << result.errors;
+}
+
+TEST_F(Info, ColumnsAreAlignedForEveryFormat)
+{
+    const std::vector<std::tuple<int, std::string, std::string>> formats{
+        {SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, "x.wav", "WAV 24 bit      "},
+        {SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM, "m.wav", "WAV MS ADPCM    "},
+        {SF_FORMAT_W64 | SF_FORMAT_DOUBLE, "d.w64", "W64 double      "},
+        {SF_FORMAT_AIFF | SF_FORMAT_IMA_ADPCM, "i.aiff", "AIFF IMA ADPCM  "},
+        {SF_FORMAT_CAF | SF_FORMAT_ALAC_16, "a.caf", "CAF ALAC 16 bit "},
+        {SF_FORMAT_AU | SF_FORMAT_ULAW, "u.au", "AU U-Law        "},
+        {SF_FORMAT_OGG | SF_FORMAT_OPUS, "o.opus", "OGG Opus        "}};
+    std::vector<std::string> arguments{"info"};
+    std::string expected;
+    for (const auto& [format, name, shown] : formats) {
+        writeAudio(at(name), format, 48000, 2, Samples(2 * 48000));
+        arguments.push_back(name);
+        expected += name + std::string(6 - name.size(), ' ') + "     0:01  " + shown + "     48 kHz   2 ch  silence\n";
+    }
+    EXPECT_EQ(tarn(arguments).output, expected);
+}
+
+TEST_F(Info, RecursiveExaminesTheFilesOfFolders)
+{
+    std::filesystem::create_directories(at("music/b/c"));
+    for (const std::string name : {"music/b/c/x.wav", "music/a.wav", "v.wav"})
+        writeAudio(at(name), kWave16, 48000, 2, Samples(2 * 48000));
+    for (const std::string name : {"music/y.m4a", "music/b/cover.jpg"}) writeBytes(at(name), "no audio");
+    const std::string end = "     0:01  WAV 16 bit           48 kHz   2 ch  silence\n";
+    const Result result = tarn({"info", "-r", "music", "v.wav"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "music/a.wav    " + end + "music/b/c/x.wav" + end + "v.wav          " + end);
+    EXPECT_EQ(result.errors, "tarn: 1 file has a format that tarn does not read: 1 .m4a; convert with ffmpeg, for "
+                             "example: ffmpeg -i music/y.m4a music/y.flac\n");
+    const Result quiet = tarn({"info", "--recursive", "--quiet", "--json", "music"});
+    EXPECT_EQ(quiet.errors, "");
+    const Json json = Json::parse(quiet.output);
+    EXPECT_EQ(json["files"][1]["input"], "music/b/c/x.wav");
+    EXPECT_EQ(json["unreadable"], (Json{{{"input", "music/y.m4a"}}}));
+
+    const Result folder = tarn({"info", "music", "v.wav"});
+    EXPECT_EQ(folder.exitCode, 66);
+    EXPECT_EQ(folder.errors, "tarn: music: is a folder; type: tarn info --recursive music\n");
+    EXPECT_EQ(folder.output, "v.wav" + end);
+    std::filesystem::create_directory(at("empty"));
+    EXPECT_EQ(tarn({"info", "-r", "empty"}).exitCode, 66);
+}
+
+TEST_F(Info, InterruptedRunPrintsItsReport)
+{
+    writeAudio(at("a.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    writeHours("hours.au");
+    // The status line of the terminal does not exist here, so the test waits for a file that follows the first one.
+    int output[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    Process process({.arguments = {"info", "--json", "-j", "1", "a.wav", "missing.wav", "hours.au"}}, directory,
+                    STDIN_FILENO, output[1], output[1]);
+    close(output[1]);
+    char text[4000];
+    ASSERT_GT(read(output[0], text, sizeof text), 0) << "the note about the missing file";
+    expectDeathBy(SIGINT, process);
+    std::string report;
+    for (ssize_t got = 0; (got = read(output[0], text, sizeof text)) > 0;)
+        report.append(text, static_cast<std::size_t>(got));
+    close(output[0]);
+    const Json files = Json::parse(report).at("files");
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_EQ(files[0]["frames"], 5000);
+    EXPECT_EQ(files[1]["exit_code"], 66);
 }
 
 TEST_F(Info, LineNamesOppositeBands)
@@ -345,7 +417,7 @@ TEST_F(Info, LineNamesOppositeBands)
     for (std::size_t i = 0; i < low.size(); ++i) both.push_back(low[i] / 2 + high[i] / 2);
     writeAudio(at("in.wav"), kWave16, 48000, 2, both);
     EXPECT_EQ(tarn({"info", "in.wav"}).output,
-              "in.wav     0:01  WAV 16         48 kHz   2 ch  worth upmixing, partly opposite\n");
+              "in.wav     0:01  WAV 16 bit           48 kHz   2 ch  worth upmixing, partly opposite\n");
 }
 
 TEST_F(Info, KeepsInputOrderForAnyNumberOfJobs)
@@ -387,10 +459,7 @@ TEST_F(Info, PrintsEachLineImmediately)
     char line[100];
     EXPECT_GT(read(output[0], line, sizeof line), 60);
     EXPECT_EQ(std::string(line, 5), "a.wav");
-    process.signal(SIGTERM);
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.signalNumber, SIGTERM);
+    expectDeathBy(SIGTERM, process);
     close(output[0]);
 }
 

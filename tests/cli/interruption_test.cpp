@@ -3,6 +3,8 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -72,6 +74,23 @@ protected:
         std::filesystem::resize_file(at(name), size + 8 + kBytes);
     }
 
+    /// Sends frames to the standard input of the command.
+    void sendFrames() const
+    {
+        const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
+        ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+    }
+
+    /// Ends the standard input of the command and waits for the command.
+    Result finish(Process& process)
+    {
+        close(input[1]);
+        input[1] = -1;
+        Result result;
+        process.wait(result);
+        return result;
+    }
+
     int input[2] = {-1, -1};
     int sink = -1;
     Invocation toFile{.arguments = {"upmix", "--raw", "48000:16", "--force", "-", "out.wav"}};
@@ -81,15 +100,23 @@ TEST_F(Interruption, LeavesNoFilesAndDiesByTheSignal)
 {
     for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         Process process(toFile, directory, input[0], sink, sink);
-        const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
-        ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+        sendFrames();
         ASSERT_TRUE(appears(0));
-        process.signal(signalNumber);
-        Result result;
-        process.wait(result);
-        EXPECT_EQ(result.signalNumber, signalNumber);
+        expectDeathBy(signalNumber, process);
         EXPECT_TRUE(files().empty());
     }
+}
+
+TEST_F(Interruption, TestsDoNotDependOnSignalsThatTheirParentIgnores)
+{
+    // As in a background job of a shell.
+    std::signal(SIGINT, SIG_IGN);
+    Process process(toFile, directory, input[0], sink, sink);
+    std::signal(SIGINT, SIG_DFL);
+    sendFrames();
+    ASSERT_TRUE(appears(0));
+    process.signal(SIGINT);
+    EXPECT_EQ(finish(process).signalNumber, SIGINT);
 }
 
 TEST_F(Interruption, ForcedRunLeavesTheOldFile)
@@ -97,10 +124,7 @@ TEST_F(Interruption, ForcedRunLeavesTheOldFile)
     writeBytes(at("out.wav"), "precious");
     Process process(toFile, directory, input[0], sink, sink);
     ASSERT_TRUE(appears(1));
-    process.signal(SIGINT);
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.signalNumber, SIGINT);
+    expectDeathBy(SIGINT, process);
     EXPECT_EQ(bytesOf(at("out.wav")), "precious");
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav"}));
 }
@@ -110,10 +134,7 @@ TEST_F(Interruption, StopsARunBusyWithAFile)
     writeHours("in.w64");
     Process process({.arguments = {"upmix", "in.w64", "out.flac"}}, directory, input[0], sink, sink);
     ASSERT_TRUE(appears(1));
-    process.signal(SIGTERM);
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.signalNumber, SIGTERM);
+    expectDeathBy(SIGTERM, process);
     EXPECT_EQ(files(), (std::vector<std::string>{"in.w64"}));
 }
 
@@ -125,10 +146,7 @@ TEST_F(Interruption, BatchStopsEveryProcess)
         Process process({.arguments = {"upmix", "-j", "3", "--output-dir", ".", "a.w64", "b.w64", "c.w64", "d.w64"}},
                         directory, input[0], sink, sink);
         ASSERT_TRUE(appears(inputs.size() + 2));
-        process.signal(signalNumber);
-        Result result;
-        process.wait(result);
-        EXPECT_EQ(result.signalNumber, signalNumber);
+        expectDeathBy(signalNumber, process);
         EXPECT_EQ(files(), inputs);
     }
 }
@@ -153,10 +171,7 @@ TEST_F(Interruption, BatchReportsDoneCountAndFirstMissingFile)
             close(errors[1]);
             const std::string temporary = jobs == "1" ? ".b-3.0.wav" : ".c-3.0.wav";
             ASSERT_TRUE(appearsNamed(temporary));
-            process.signal(signalNumber);
-            Result result;
-            process.wait(result);
-            EXPECT_EQ(result.signalNumber, signalNumber);
+            expectDeathBy(signalNumber, process);
             char text[1000];
             const ssize_t got = read(errors[0], text, sizeof text);
             close(errors[0]);
@@ -164,6 +179,24 @@ TEST_F(Interruption, BatchReportsDoneCountAndFirstMissingFile)
                       "tarn: interrupted: " + end + "; run again with --skip-existing\n");
         }
     }
+}
+
+TEST_F(Interruption, BatchPrintsItsReport)
+{
+    writeAudio(at("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
+    for (const std::string name : {"b.w64", "c.w64"}) writeHours(name);
+    const int report = open(at("report.json").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    Process process({.arguments = {"upmix", "--json", "--output-dir", ".", "a.wav", "b.w64", "c.w64"}}, directory,
+                    input[0], report, sink);
+    close(report);
+    ASSERT_TRUE(appearsNamed(".b-3.0.wav"));
+    expectDeathBy(SIGINT, process);
+    const nlohmann::json json = nlohmann::json::parse(bytesOf(at("report.json")));
+    EXPECT_EQ(json["not_tried"], 2);
+    ASSERT_EQ(json["files"].size(), 3u);
+    EXPECT_EQ(json["files"][0]["output"], "./a-3.0.wav");
+    EXPECT_EQ(json["files"][0]["frames"], 5000);
+    EXPECT_EQ(json["files"][1], (nlohmann::json{{"input", "b.w64"}, {"not_tried", true}}));
 }
 
 TEST_F(Interruption, KillLeavesNoProcess)
@@ -176,10 +209,7 @@ TEST_F(Interruption, KillLeavesNoProcess)
                     sink, errors[1]);
     close(errors[1]);
     ASSERT_TRUE(appears(3));
-    process.signal(SIGKILL);
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.signalNumber, SIGKILL);
+    expectDeathBy(SIGKILL, process);
     // The pipe ends when the last process that holds its write end exits.
     pollfd end{.fd = errors[0], .events = POLLIN, .revents = 0};
     EXPECT_EQ(poll(&end, 1, 10000), 1);
@@ -192,12 +222,10 @@ TEST_F(Interruption, KillLeavesATemporaryFileThatTheNextRunRemoves)
     writeBytes(at("out.wav"), "precious");
     Process process(toFile, directory, input[0], sink, sink);
     ASSERT_TRUE(appears(1));
-    process.signal(SIGKILL);
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.signalNumber, SIGKILL);
+    expectDeathBy(SIGKILL, process);
     ASSERT_EQ(files().size(), 2u);
-    EXPECT_TRUE(std::regex_match(files()[0], std::regex("\\.out\\.wav\\.tarn-[A-Za-z0-9]{6}"))) << files()[0];
+    EXPECT_TRUE(std::regex_match(files()[0], std::regex("\\.out\\.wav\\.tarn-temporary-[0-9]+-[A-Za-z0-9]{6}")))
+        << files()[0];
 
     EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene-stereo.wav", "scene.wav"}));
@@ -207,17 +235,12 @@ TEST_F(Interruption, KillLeavesATemporaryFileThatTheNextRunRemoves)
 TEST_F(Interruption, TemporaryFilesOfActiveRunsAreKept)
 {
     Process process(toFile, directory, input[0], sink, sink);
-    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
-    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
+    sendFrames();
     ASSERT_TRUE(appears(0));
     const std::vector<std::string> writing = files();
     EXPECT_EQ(tarn({"demo", "scene.wav"}).exitCode, 0);
     EXPECT_EQ(files(), (std::vector<std::string>{writing[0], "scene-stereo.wav", "scene.wav"}));
-    close(input[1]);
-    input[1] = -1;
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(finish(process).exitCode, 0);
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav", "scene-stereo.wav", "scene.wav"}));
 }
@@ -231,11 +254,8 @@ TEST_F(Interruption, StopsARunWhoseReaderStalls)
     close(output[1]);
     char first = 0;
     ASSERT_EQ(read(output[0], &first, 1), 1);
-    process.signal(SIGINT);
-    Result result;
-    process.wait(result);
+    expectDeathBy(SIGINT, process);
     close(output[0]);
-    EXPECT_EQ(result.signalNumber, SIGINT);
 }
 
 TEST_F(Interruption, FileOfAnotherProgramIsNotOverwritten)
@@ -243,31 +263,22 @@ TEST_F(Interruption, FileOfAnotherProgramIsNotOverwritten)
     Process process({.arguments = {"upmix", "--raw", "48000:16", "-", "out.wav"}}, directory, input[0], sink, sink);
     ASSERT_TRUE(appears(0));
     writeBytes(at("out.wav"), "theirs");
-    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
-    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
-    close(input[1]);
-    input[1] = -1;
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.exitCode, 64);
+    sendFrames();
+    EXPECT_EQ(finish(process).exitCode, 64);
     EXPECT_EQ(bytesOf(at("out.wav")), "theirs");
     EXPECT_EQ(files(), (std::vector<std::string>{"out.wav"}));
 }
 
 TEST_F(Interruption, IgnoredSignalsStayIgnored)
 {
+    toFile.ignoredSignal = SIGHUP;
     std::signal(SIGHUP, SIG_IGN);
     Process process(toFile, directory, input[0], sink, sink);
     std::signal(SIGHUP, SIG_DFL);
     ASSERT_TRUE(appears(0));
     process.signal(SIGHUP);
-    const std::string frames = pcmOf(stereoNoise(5000, 16), 16);
-    ASSERT_EQ(write(input[1], frames.data(), frames.size()), static_cast<ssize_t>(frames.size()));
-    close(input[1]);
-    input[1] = -1;
-    Result result;
-    process.wait(result);
-    EXPECT_EQ(result.exitCode, 0);
+    sendFrames();
+    EXPECT_EQ(finish(process).exitCode, 0);
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 5000);
 }
 

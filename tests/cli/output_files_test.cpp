@@ -91,7 +91,13 @@ TEST_F(OutputFiles, DevicesAndDirectoriesAreRefused)
     std::filesystem::create_symlink("/dev/null", at("null.wav"));
     std::filesystem::create_directory(at("folder.wav"));
     std::filesystem::create_symlink("nowhere", at("broken.wav"));
-    expectRefusal(tarn({"upmix", "--force", "in.wav", "null.wav"}), 73, "null.wav: exists and is not a regular file");
+    ASSERT_EQ(mkfifo(at("pipe.wav").c_str(), 0600), 0);
+    for (const std::string name : {"/dev/null", "null.wav", "pipe.wav"})
+        expectRefusal(tarn({"upmix", "--force", "in.wav", name}), 73,
+                      name + ": is a device or a pipe, which can only receive raw PCM; type: tarn upmix in.wav - > " +
+                          name + "\n");
+    EXPECT_EQ(shell("\"$TARN\" upmix in.wav - > /dev/null").exitCode, 0);
+    std::filesystem::remove(at("pipe.wav"));
     expectRefusal(tarn({"upmix", "--force", "in.wav", "folder.wav"}), 64, "folder.wav: is a folder; type: ");
     std::filesystem::create_directories(at("out/in-3.0.wav"));
     expectRefusal(tarn({"upmix", "--force", "--output-dir", "out", "in.wav"}), 73,
@@ -113,7 +119,7 @@ TEST_F(OutputFiles, LinkTargetIsReplacedAndTheLinkStays)
     EXPECT_EQ(files(), (Names{"folder", "in.wav", "link.wav"}));
 }
 
-TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
+TEST_F(OutputFiles, FileSizeLimitIsReportedAndLeavesNoFile)
 {
     // With a limit of 1 or 8 blocks of 512 bytes, writing fails, or closing in the case of a short FLAC file.
     writeAudio(at("short.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
@@ -122,9 +128,20 @@ TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
           "ulimit -f 1; \"$TARN\" upmix short.wav out.flac", "ulimit -f 1; \"$TARN\" upmix short.wav out.wav",
           "ulimit -f 0; \"$TARN\" upmix in.wav out.wav"}) {
         const Result result = shell(line);
-        expectRefusal(result, 74, "writing failed: File too large");
+        expectRefusal(
+            result, 74,
+            "writing failed: File too large; no output was left. Raise the limit of the file size (ulimit -f)");
         EXPECT_EQ(files(), (Names{"in.wav", "short.wav"})) << line;
     }
+}
+
+TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
+{
+    writeAudio(at("long.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(90000, 16));
+    expectRefusal(tarnOnFullDisk({"upmix", "long.wav", "out.wav"}), 74,
+                  "writing failed: No space left on device; no output was left. Free some space, or choose another "
+                  "place\n");
+    EXPECT_EQ(files(), (Names{"in.wav", "long.wav"}));
 }
 
 TEST_F(OutputFiles, ClosedStandardStreamsWriteNoMessagesIntoThem)
@@ -175,19 +192,30 @@ TEST_F(OutputFiles, TooLongNamesAreRefusedBeforeProcessing)
 
 TEST_F(OutputFiles, OnlyFilesOfKilledRunsAreRemoved)
 {
-    const std::string left = ".song-3.0.wav.tarn-a1B2c3";
-    writeBytes(at(left), "half");
-    writeBytes(at(".s.tarn-abcdef"), "");
-    const Names others{".song.tarn-abcde", ".song.tarn-abc-ef", ".song.wav.AbCdEf", ".tarn-abcdef", "song.tarn-abcdef"};
+    writeBytes(at(".song-3.0.wav.tarn-temporary-4194304-a1B2c3"), "half");
+    writeBytes(at(".s.tarn-temporary-1-abcdef"), "");
+    writeBytes(at(".a.tarn-temporary-b.tarn-temporary-1-abcdef"), "");
+    const Names others{".notes.tarn-backup",
+                       ".song.tarn-abcdef",
+                       ".song.tarn-temporary-abcdef",
+                       ".song.tarn-temporary--abcdef",
+                       ".song.tarn-temporary-1-abcde",
+                       ".song.tarn-temporary-1-abcdefg",
+                       ".song.tarn-temporary-1-abc-ef",
+                       ".song.tarn-temporary-1-abcdef.wav",
+                       ".song.tarn-temporary-1a-abcdef",
+                       ".song.tarn-temporary-12abcdef",
+                       ".tarn-temporary-1-abcdef",
+                       "song.tarn-temporary-1-abcdef"};
     for (const std::string& name : others) writeBytes(at(name), "precious");
-    std::filesystem::create_directory(at(".folder.tarn-abcdef"));
-    std::filesystem::create_symlink("in.wav", at(".link.tarn-abcdef"));
-    ASSERT_EQ(mkfifo(at(".pipe.tarn-abcdef").c_str(), 0600), 0);
+    const std::string end = ".tarn-temporary-1-abcdef";
+    std::filesystem::create_directory(at(".folder" + end));
+    std::filesystem::create_symlink("in.wav", at(".link" + end));
+    ASSERT_EQ(mkfifo(at(".pipe" + end).c_str(), 0600), 0);
 
     Names expected = others;
-    for (const char* const name :
-         {".folder.tarn-abcdef", ".link.tarn-abcdef", ".pipe.tarn-abcdef", "in.wav", "out.wav"})
-        expected.emplace_back(name);
+    for (const std::string& name : {".folder" + end, ".link" + end, ".pipe" + end}) expected.push_back(name);
+    for (const char* const name : {"in.wav", "out.wav"}) expected.emplace_back(name);
     std::sort(expected.begin(), expected.end());
     ASSERT_EQ(tarn({"upmix", "in.wav", "out.wav"}).exitCode, 0);
     EXPECT_EQ(files(), expected);

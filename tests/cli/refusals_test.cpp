@@ -57,10 +57,24 @@ TEST_F(Refusals, FoldersSuggestACommand)
     expectAdvice({"upmix", "my music", "out.wav"}, 66, recursive + "upmixed 'my music'");
     expectAdvice({"upmix", "my music"}, 66, recursive + "upmixed 'my music'");
     expectAdvice({"upmix", "my music", "."}, 66, recursive + ". 'my music'");
-    expectAdvice({"info", "my music"}, 66,
-                 "my music: is a folder; to examine the files in it, type: tarn info 'my music/'*");
-    expectAdvice({"info", "my music/"}, 66,
-                 "my music/: is a folder; to examine the files in it, type: tarn info 'my music/'*");
+    expectAdvice({"info", "my music"}, 66, "my music: is a folder; type: tarn info --recursive 'my music'");
+    expectAdvice({"info", "my music/"}, 66, "my music/: is a folder; type: tarn info --recursive 'my music/'");
+}
+
+TEST_F(Refusals, SuggestionsBeginWithTheNameThatStartedTheCommand)
+{
+    const auto errorsOf = [this](const std::string& line) {
+        return runIn(directory,
+                     {.arguments = {"-c", "exec -a './run tarn' '" TARN_COMMAND "' " + line}, .program = "bash"})
+            .errors;
+    };
+    std::filesystem::create_directory(at("music"));
+    EXPECT_EQ(errorsOf("upmix in.wav out.wav --nothing"),
+              "tarn: --nothing: no such option (a file of that name is ./--nothing); see "
+              "./run tarn upmix --help\n");
+    EXPECT_EQ(errorsOf("info music"), "tarn: music: is a folder; type: ./run tarn info --recursive music\n");
+    EXPECT_EQ(errorsOf("upmix music"), "tarn: music: is a folder; type: ./run tarn upmix --recursive --output-dir "
+                                       "upmixed music\n");
 }
 
 TEST_F(Refusals, BadValuesNameOptionRangeAndExample)

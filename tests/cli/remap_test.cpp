@@ -309,6 +309,10 @@ TEST_F(Remap, BatchCountsEveryFile)
     const Result result = tarn({"upmix", "--layout", "7.1-remap", "--remap", "m.txt", "--output-dir", "out", "-j", "2",
                                 "--json", "in.wav", "quiet.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
+    // The note about the matrix is printed once.
+    const std::size_t note = result.errors.find("loud passages can wrap around");
+    EXPECT_NE(note, std::string::npos) << result.errors;
+    EXPECT_EQ(result.errors.find("loud passages can wrap around", note + 1), std::string::npos) << result.errors;
     const Json files = Json::parse(result.output)["files"];
     EXPECT_EQ(files[0]["wrapped_samples"], sums.wrapped());
     EXPECT_EQ(files[1]["wrapped_samples"], 0);

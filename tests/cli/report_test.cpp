@@ -126,8 +126,22 @@ TEST_F(Report, ClippedSamplesAreReportedWithQuiet)
     ASSERT_GT(clipped, 1u) << "precondition of this test";
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--gain", "12", "in.wav", "out.wav"}).errors,
               "tarn: out.wav: " + std::to_string(clipped) +
-                  " samples were beyond full scale and are clipped; give a smaller --gain\n");
+                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; give a smaller --gain\n");
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "in.wav", "out.wav"}).errors, "");
+}
+
+TEST_F(Report, ClippingByLoudnessMatchNamesItsGain)
+{
+    writeInput(1.0);
+    const Result result = tarn({"upmix", "--quiet", "--json", "--loudness-match", "in.wav", "out.wav"});
+    const Json report = Json::parse(result.output);
+    const auto clipped = report["clipped_samples"].get<std::uint64_t>();
+    ASSERT_GT(clipped, 0u) << "precondition of this test";
+    char gain[20];
+    std::snprintf(gain, sizeof gain, "%+.2f dB", report["gain_db"].get<double>());
+    EXPECT_EQ(result.errors,
+              "tarn: out.wav: " + std::to_string(clipped) + " samples were beyond full scale at a gain of " + gain +
+                  " and are clipped; give --gain with less than " + gain + " instead of --loudness-match\n");
 }
 
 TEST_F(Report, DoesNotChangeTheOutput)

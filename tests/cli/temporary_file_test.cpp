@@ -47,10 +47,10 @@ TEST_F(TemporaryFiles, StaleOnesAreSearchedOncePerDirectory)
 {
     // Runs in another process because the searched directories are remembered per process.
     const auto look = [this] {
-        writeBytes(at(".a.tarn-abcdef"), "");
+        writeBytes(at(".a.tarn-temporary-1-abcdef"), "");
         tarn::removeStaleTemporariesOnce(directory);
         if (!files().empty()) _exit(1);
-        writeBytes(at(".b.tarn-abcdef"), "");
+        writeBytes(at(".b.tarn-temporary-1-abcdef"), "");
         tarn::removeStaleTemporariesOnce(directory / ".");
         _exit(files().size() == 1 ? 0 : 2);
     };

@@ -5,6 +5,7 @@
 import ctypes
 from ctypes import POINTER, byref, c_char_p, c_int, c_long, c_uint, c_ulong, c_void_p
 import itertools
+import subprocess
 import sys
 import tempfile
 
@@ -297,12 +298,27 @@ def check_fields(test):
     test.setup.add_text("pcm.slaveless { type tarn }")
     refused(lambda: Player("slaveless"), "no slave")
 
+    check_recursion(test)
     player = Player(test.setup.add("refusing"))
     refused(lambda: player.configure(22050), "an unsupported rate")
     refused(lambda: player.configure(48000, channels=1), "one channel")
     refused(lambda: player.configure(48000, sample_format=FLOAT_LE), "floats")
     player.configure(48000)
     player.close()
+
+
+def check_recursion(test):
+    """A PCM that plays to itself, directly or through others, is refused with a message. PCMs opened later work."""
+    test.setup.add_text('pcm.!default { type tarn slave.pcm "default" }')
+    test.setup.add_text('pcm.one { type plug slave.pcm two }\npcm.two { type tarn slave.pcm one }')
+    for name in ("default", "one", "two"):
+        program = subprocess.run(
+            ["aplay", "-q", "-D", name, "-t", "raw", "-f", "cd"], input=bytes(4000), capture_output=True, check=False
+        )
+        assert program.returncode == 1, f"{name}: {program}"  # not killed by a signal
+        assert b"plays to this PCM again; name a device" in program.stderr, f"{name}: {program}"
+        refused(lambda name=name: Player(name), name)
+    Player(test.setup.add("after_recursion")).close()
 
 
 def refused(action, what):

@@ -180,12 +180,17 @@ def check_unconnected(descriptor, stereo, expected, comparison):
     handle = descriptor.instantiate(ctypes.byref(descriptor), 48000)
     signal = numpy.ascontiguousarray(flushed(stereo).T)
     result = numpy.empty((3, signal.shape[1]), numpy.float32)
-    for port, row in enumerate([*signal, *result]):
+    audio = [i for i in range(descriptor.port_count) if descriptor.ports[i] & AUDIO]
+    inputs = [*signal, numpy.zeros_like(signal[0])][: len(audio) - 3]
+    for port, row in zip(audio, [*inputs, *result]):
         descriptor.connect_port(handle, port, row.ctypes.data)
-    descriptor.connect_port(handle, 1000, signal.ctypes.data)  # no such port
+    elsewhere = numpy.full(signal.shape[1], NAN, numpy.float32)
+    for port in (descriptor.port_count, 1000, 2**32 - 1, 2**64 - 1):  # no such ports
+        descriptor.connect_port(handle, port, elsewhere.ctypes.data)
     descriptor.activate(handle)
     descriptor.run(handle, signal.shape[1])
     descriptor.cleanup(handle)
+    assert numpy.isnan(elsewhere).all(), "memory that is not connected is not written"
     comparison.equal(result.T, expected, "no controls connected")
 
 
@@ -224,10 +229,14 @@ def check_flush_to_zero(descriptor, stereo, directory, comparison):
 def check_controls(descriptor, stereo, source, directory, comparison):
     """Mode and make-up gain equal those of the command; wrong values have defined results."""
     signal = flushed(as_floats(stereo))
+    calm, fast = (command_output(source, directory, bits=32, options=["--mode", mode]) for mode in ("calm", "fast"))
+    assert (calm != fast).any(), "precondition of this test"
     for mode, gain, options in (
         (1, -6.5, ["--gain", "-6.5"]),
         (1, 3, ["--gain", "3"]),
         (2, 0, ["--mode", "calm"]),
+        (1.5, 0, ["--mode", "calm"]),
+        (numpy.nextafter(numpy.float32(1.5), numpy.float32(0)), 0, []),
         (2, -60, ["--mode", "calm", "--gain", "-60"]),
         (NAN, NAN, []),
     ):
@@ -323,7 +332,8 @@ def main():
             expected = command_output(source, directory, bits=32)
             for descriptor in descriptors.values():
                 check_sizes(descriptor, as_floats(stereo), expected, rate, comparison)
-        check_unconnected(two, as_floats(stereo), expected, comparison)
+        for descriptor in descriptors.values():
+            check_unconnected(descriptor, as_floats(stereo), expected, comparison)
         check_two_instances(descriptors, as_floats(stereo), expected, comparison)
         check_flush_to_zero(two, stereo, directory, comparison)
         check_controls(two, stereo, source, directory, comparison)

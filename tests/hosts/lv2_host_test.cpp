@@ -104,6 +104,7 @@ int logArguments(LV2_Log_Handle /*handle*/, LV2_URID type, const char* format, v
     return length;
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): as LV2 declares it
 int logMessage(LV2_Log_Handle handle, LV2_URID type, const char* format, ...)
 {
     va_list arguments;
@@ -420,6 +421,8 @@ TEST(Lv2, RoundsControlsAndReadsNanAsTheDefault)
     const Upmixed calm = with(1.0f, 2.0f, 0.0f);
     ASSERT_NE(fast, calm);
     EXPECT_EQ(with(0.1f, 1.4f, 0.0f), fast);
+    EXPECT_EQ(with(1.0f, std::nextafter(1.5f, 0.0f), 0.0f), fast);
+    EXPECT_EQ(with(1.0f, 1.5f, 0.0f), calm);
     EXPECT_EQ(with(7.0f, 1.6f, 0.0f), calm);
     EXPECT_EQ(with(-1.0f, 1.0f, 0.0f), with(0.0f, 1.0f, 0.0f));
     constexpr float kNone = std::numeric_limits<float>::quiet_NaN();

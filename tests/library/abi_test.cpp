@@ -106,10 +106,10 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<tarn_configuration>(
         "tarn_configuration",
         [](auto& a, auto&, auto visit) {
-            auto& [rate, format, inputs, left, right, outputs, slots, remap, gains, mode] = a;
-            visitAs({"sample_rate", "format", "input_slots", "left_slot", "right_slot", "output_slots", "outputs",
-                     "remap", "gains", "mode"},
-                    visit, rate, format, inputs, left, right, outputs, slots, remap, gains, mode);
+            auto& [size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode] = a;
+            visitAs({"size", "sample_rate", "format", "input_slots", "left_slot", "right_slot", "output_slots",
+                     "outputs", "remap", "gains", "mode"},
+                    visit, size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode);
         },
         lines);
     addRecord<tarn_meters>(

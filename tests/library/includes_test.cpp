@@ -80,7 +80,41 @@ void forEachInclude(const std::string& folder, Visit visit)
     }
 }
 
+/// Whether a file includes the header, itself or through other headers of the tree.
+bool reaches(const fs::path& file, const fs::path& header)
+{
+    const std::regex include(R"re(^\s*#\s*include\s*"([^"]+)")re");
+    for (const std::string& line : linesOf(file)) {
+        std::smatch match;
+        if (!std::regex_search(line, match, include)) continue;
+        const fs::path beside = file.parent_path() / match[1].str();
+        const fs::path included = fs::exists(beside) ? beside : kRoot / match[1].str();
+        if (fs::exists(included) && (fs::equivalent(included, header) || reaches(included, header))) return true;
+    }
+    return false;
+}
+
 } // namespace
+
+TEST(Includes, EveryFileThatComputesRefusesFastMath)
+{
+    const std::set<fs::path> withoutFloatArithmetic = {
+        "cinema/process_cine3.cpp",      "dispatch/block_operations.cpp",
+        "engine/constants.cpp",          "engine/lifecycle.cpp",
+        "engine/region_matrices.cpp",    "engine/remap_matrix.cpp",
+        "engine/thresholds.cpp",         "filterbank/lpf.cpp",
+        "dispatch/instruction_sets.cpp", "stream/configuration_problem.cpp"};
+    std::size_t seen = 0;
+    for (const char* const folder : {"filterbank", "engine", "io", "cinema", "dispatch", "stream"}) {
+        for (const fs::directory_entry& entry : fs::directory_iterator(kRoot / folder)) {
+            const fs::path file = entry.path();
+            if (file.extension() != ".cpp" || withoutFloatArithmetic.contains(file.lexically_relative(kRoot))) continue;
+            EXPECT_TRUE(reaches(file, kRoot / "lanes/exact_floats.h")) << file << " does not include exact_floats.h";
+            ++seen;
+        }
+    }
+    EXPECT_GT(seen, 20u) << "the folders were not found";
+}
 
 TEST(Includes, FollowTheTable)
 {

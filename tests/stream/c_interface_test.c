@@ -41,7 +41,7 @@ static void test_default_stream(void)
     tarn_meters meters;
     static float again[FRAMES][3];
 
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     CHECK(configuration.sample_rate == 48000);
     CHECK(configuration.format == TARN_F32);
     CHECK(configuration.output_slots == 3);
@@ -85,7 +85,7 @@ static void test_planar(void)
     tarn_stream* interleaved = NULL;
     tarn_stream* planar = NULL;
 
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     CHECK(tarn_create(&configuration, &interleaved) == TARN_OK);
     CHECK(tarn_create(&configuration, &planar) == TARN_OK);
     for (int i = 0; i < FRAMES; ++i) {
@@ -115,7 +115,7 @@ static void test_remap(void)
         in[i][0] = (int16_t)(10000.0 * sin(0.1 * i));
         in[i][1] = (int16_t)(8000.0 * sin(0.05 * i));
     }
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     configuration.format = TARN_S16;
     CHECK(tarn_create(&configuration, &reference) == TARN_OK);
     CHECK(tarn_set_remap(reference, moved) == TARN_NO_REMAP);
@@ -151,7 +151,7 @@ static void test_meters(void)
     tarn_stream* stream = NULL;
     tarn_meters meters;
 
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     configuration.outputs[0].source = TARN_FROM_INPUT;
     CHECK(tarn_create(&configuration, &stream) == TARN_OK);
     stereo[0][0] = NAN;
@@ -184,7 +184,7 @@ static void test_refusals(void)
     const float* const rows[2] = {0};
     float* const out[3] = {0};
 
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     configuration.sample_rate = 22050;
     CHECK(strstr(tarn_problem(&configuration), "48000") != NULL);
     CHECK(tarn_create(&configuration, &stream) == TARN_BAD_CONFIGURATION);
@@ -194,15 +194,13 @@ static void test_refusals(void)
     CHECK(tarn_problem(NULL) != NULL);
     CHECK(tarn_process(NULL, stereo, output, 1) == TARN_BAD_ARGUMENT);
 
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     configuration.format = TARN_S32;
     CHECK(tarn_create(&configuration, &stream) == TARN_OK);
     CHECK(tarn_process(stream, stereo, NULL, 1) == TARN_BAD_ARGUMENT);
     CHECK(tarn_process(stream, stereo, NULL, 0) == TARN_OK);
     CHECK(tarn_process_planar(stream, rows, out, 1) == TARN_BAD_ARGUMENT);
     tarn_destroy(stream);
-    configuration.format = 1000;
-    CHECK(tarn_create(&configuration, &stream) == TARN_BAD_CONFIGURATION);
 
     tarn_destroy(NULL);
     tarn_reset(NULL);
@@ -213,6 +211,64 @@ static void test_refusals(void)
     CHECK(strchr(tarn_version(), '.') != NULL);
 }
 
+/* Numbers beyond the enumerators are refused, also those that a byte would wrap to an enumerator. */
+static void test_numbers_beyond_a_byte(void)
+{
+    const uint32_t numbers[] = {255, 256, 257, 1000, 65536, 0x80000000u, UINT32_MAX};
+    for (size_t i = 0; i < sizeof numbers / sizeof *numbers; ++i) {
+        tarn_configuration configuration;
+        uint32_t* const members[] = {&configuration.format, &configuration.mode, &configuration.outputs[0].source,
+                                     &configuration.outputs[0].index, &configuration.outputs[2].index};
+        for (size_t m = 0; m < sizeof members / sizeof *members; ++m) {
+            tarn_stream* stream = NULL;
+            tarn_defaults(&configuration, sizeof configuration);
+            *members[m] = numbers[i];
+            CHECK(tarn_problem(&configuration) != NULL);
+            CHECK(tarn_create(&configuration, &stream) == TARN_BAD_CONFIGURATION);
+        }
+    }
+}
+
+/* A configuration of a program that is newer than the library has more members. */
+static void test_sizes(void)
+{
+    struct
+    {
+        tarn_configuration known;
+        uint32_t added;
+        uint32_t behind;
+    } newer = {.added = 1, .behind = 1};
+    const size_t newer_size = sizeof newer - sizeof newer.behind;
+    tarn_stream* stream = NULL;
+
+    tarn_defaults(&newer.known, newer_size);
+    CHECK(newer.known.size == newer_size);
+    CHECK(newer.known.sample_rate == 48000);
+    CHECK(newer.added == 0);
+    CHECK(newer.behind == 1);
+    CHECK(tarn_create(&newer.known, &stream) == TARN_OK);
+    tarn_destroy(stream);
+    newer.added = 1;
+    CHECK(strstr(tarn_problem(&newer.known), "newer library") != NULL);
+    CHECK(tarn_create(&newer.known, &stream) == TARN_BAD_CONFIGURATION);
+    newer.added = 0;
+
+    const uint32_t wrong[] = {0, 1, sizeof newer.known - 4, sizeof newer.known - 1, 4097, UINT32_MAX};
+    for (size_t i = 0; i < sizeof wrong / sizeof *wrong; ++i) {
+        newer.known.size = wrong[i];
+        CHECK(strstr(tarn_problem(&newer.known), "tarn_defaults") != NULL);
+        CHECK(tarn_create(&newer.known, &stream) == TARN_BAD_CONFIGURATION);
+    }
+
+    memset(&newer, 1, sizeof newer);
+    tarn_defaults(&newer.known, sizeof newer.known - 1);
+    CHECK(newer.known.size == sizeof newer.known - 1);
+    CHECK(newer.known.sample_rate == 48000);
+    CHECK(tarn_create(&newer.known, &stream) == TARN_BAD_CONFIGURATION);
+    CHECK(((unsigned char*)&newer)[sizeof newer.known - 1] == 1);
+    tarn_defaults(NULL, sizeof newer.known);
+}
+
 int main(void)
 {
     fill_stereo();
@@ -221,5 +277,7 @@ int main(void)
     test_remap();
     test_meters();
     test_refusals();
+    test_numbers_beyond_a_byte();
+    test_sizes();
     return failures == 0 ? 0 : 1;
 }

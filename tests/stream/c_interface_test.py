@@ -29,6 +29,7 @@ class Configuration(ctypes.Structure):
     """tarn_configuration"""
 
     _fields_ = [
+        ("size", ctypes.c_uint32),
         ("sample_rate", ctypes.c_uint32),
         ("format", ctypes.c_uint32),
         ("input_slots", ctypes.c_uint32),
@@ -71,7 +72,7 @@ def stereo_samples():
 def upmixed(library, samples):
     """Front left, front right and centre, interleaved, aligned with the input and as long."""
     configuration = Configuration()
-    library.tarn_defaults(ctypes.byref(configuration))
+    library.tarn_defaults(ctypes.byref(configuration), ctypes.c_size_t(ctypes.sizeof(configuration)))
     configuration.sample_rate = RATE
     configuration.format = TARN_S16
     stream = ctypes.c_void_p()

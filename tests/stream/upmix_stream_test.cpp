@@ -27,6 +27,7 @@ namespace
 
 using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
+using zrk_tarn::SteeringMode;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::StreamMeters;
 using zrk_tarn::UpmixStream;
@@ -715,6 +716,20 @@ TEST(UpmixStream, MetersReportLevelsAndSteering)
     const float before = stream.meters().peak[3];
     for (int part = 0; part < 17; ++part) stream.process(stereo.data(), output.data(), 4800);
     EXPECT_NEAR(stream.meters().peak[3] / before, 0.1, 0.001);
+}
+
+TEST(UpmixStream, MetersShowMidSpeedInsteadOfFastInCalmMode)
+{
+    std::vector<float> stereo(2 * 48000);
+    for (std::size_t i = 0; i < 48000; ++i) stereo[2 * i] = i % 48 < 24 ? 0.5f : -0.5f;
+    std::vector<float> output(3 * 48000);
+    const auto fastestIn = [&](SteeringMode mode) {
+        UpmixStream stream({.mode = mode});
+        stream.process(stereo.data(), output.data(), 48000);
+        return std::ranges::max(stream.meters().speed);
+    };
+    EXPECT_EQ(fastestIn(SteeringMode::Fast), zrk_tarn::SteeringSpeed::Fast);
+    EXPECT_EQ(fastestIn(SteeringMode::Calm), zrk_tarn::SteeringSpeed::Mid);
 }
 
 TEST(UpmixStream, MetersFollowTheirTimeConstantsAndThePositionOfASource)

@@ -18,7 +18,7 @@ int main(void)
     for (int i = 0; i < 2 * FRAMES; ++i) input[i] = (int16_t)(i * 7919 % 20000 - 10000);
 
     tarn_configuration configuration;
-    tarn_defaults(&configuration);
+    tarn_defaults(&configuration, sizeof configuration);
     configuration.format = TARN_S16;
     tarn_stream* stream = NULL;
     if (tarn_create(&configuration, &stream) != TARN_OK) return 1;

@@ -1,0 +1,169 @@
+// Searches folders for audio files.
+// SPDX-License-Identifier: MIT
+#include "cli/input_search.h"
+
+#include "cli/failure.h"
+#include "cli/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstddef>
+#include <map>
+#include <set>
+#include <string_view>
+#include <system_error>
+
+namespace tarn
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// Extensions of formats that libsndfile recognises by their content.
+constexpr std::array<std::string_view, 32> kExtensions{
+    ".8svx", ".aif", ".aifc", ".aiff", ".au",  ".avr", ".bwf",  ".caf", ".flac", ".iff",  ".ircam",
+    ".mp1",  ".mp2", ".mp3",  ".nist", ".oga", ".ogg", ".opus", ".paf", ".pvf",  ".rf64", ".sd2",
+    ".sds",  ".sf",  ".snd",  ".sph",  ".svx", ".voc", ".w64",  ".wav", ".wave", ".16svx"};
+
+/// Extensions of audio and film formats that libsndfile does not read.
+constexpr std::array<std::string_view, 47> kUnreadable{
+    ".3ga", ".aa",  ".aac",  ".aax", ".ac3",  ".ac4", ".adts", ".amr", ".ape", ".avi",  ".dff", ".dsf",
+    ".dts", ".ec3", ".eac3", ".flv", ".m4a",  ".m4b", ".m4p",  ".m4r", ".m4v", ".mka",  ".mkv", ".mlp",
+    ".mov", ".mp+", ".mp4",  ".mpc", ".mpeg", ".mpg", ".mpp",  ".ofr", ".ofs", ".ogv",  ".oma", ".qcp",
+    ".ra",  ".shn", ".spx",  ".tak", ".thd",  ".tta", ".weba", ".wma", ".wmv", ".webm", ".wv"};
+
+std::string extensionOf(const fs::path& name)
+{
+    std::string extension = name.extension().string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return extension;
+}
+
+template <std::size_t Count>
+bool isOneOf(const std::array<std::string_view, Count>& extensions, const std::string& extension)
+{
+    return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
+}
+
+/// Adds a file of a folder if it is audio.
+///
+/// below  the folder, relative to the one on the command line
+void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
+{
+    if (hasAudioExtension(file)) {
+        found.files.push_back({file.string(), below});
+    } else if (isOneOf(kUnreadable, extensionOf(file))) {
+        found.unreadable.push_back(file.string());
+    }
+}
+
+/// Adds the audio files of a folder and its subfolders.
+///
+/// below  the folder, relative to the one on the command line
+void addFolder(const fs::path& folder, const fs::path& below, const fs::path& excluded, FoundInputs& found)
+{
+    std::vector<fs::directory_entry> entries;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        if (!entry.path().filename().native().starts_with('.')) entries.push_back(entry);
+    std::sort(entries.begin(), entries.end());
+
+    for (const fs::directory_entry& entry : entries) {
+        std::error_code missing;
+        const bool isLink = entry.is_symlink(missing);
+        if (!entry.is_directory(missing)) {
+            const bool isBrokenLink = isLink && !entry.exists(missing);
+            if (isBrokenLink || entry.is_regular_file(missing)) addFile(entry.path(), below, found);
+        } else if (!isLink && !fs::equivalent(entry.path(), excluded, missing)) {
+            addFolder(entry.path(), below / entry.path().filename(), excluded, found);
+        }
+    }
+}
+
+void addNamedFolder(const std::string& name, const fs::path& excluded, FoundInputs& found)
+{
+    FoundInputs below;
+    try {
+        addFolder(name, {}, excluded, below);
+    } catch (const fs::filesystem_error& error) {
+        throw Failure(EX_NOINPUT, error.path1().string() + ": the folder cannot be read: " + error.code().message() +
+                                      "; check that you may read it");
+    }
+    if (below.files.empty()) {
+        const std::vector<std::string> notes = below.notes();
+        throw Failure(EX_NOINPUT,
+                      name + ": contains no audio file; " +
+                          (notes.empty() ? "man tarn-upmix lists the extensions that count" : notes.front()));
+    }
+    found.files.insert(found.files.end(), below.files.begin(), below.files.end());
+    found.unreadable.insert(found.unreadable.end(), below.unreadable.begin(), below.unreadable.end());
+}
+
+/// Keeps the first of several names of the same file. A link is a file of its own.
+void removeRepeated(FoundInputs& found)
+{
+    std::map<fs::path, fs::path> folders; // canonical name of every folder
+    std::set<fs::path> seen;
+    std::vector<FoundInput> files;
+    for (FoundInput& input : found.files) {
+        const fs::path path(input.path);
+        const auto [folder, isNew] = folders.try_emplace(path.parent_path());
+        std::error_code ignored;
+        if (isNew) folder->second = fs::weakly_canonical(path.has_parent_path() ? path.parent_path() : ".", ignored);
+        if (seen.insert(folder->second / path.filename()).second) {
+            files.push_back(std::move(input));
+        } else {
+            found.repeated.push_back(input.path);
+        }
+    }
+    found.files = std::move(files);
+}
+
+std::string unreadableNote(const std::vector<std::string>& files)
+{
+    std::map<std::string, std::size_t> counts; // by extension
+    for (const std::string& file : files) ++counts[extensionOf(file)];
+    std::string list;
+    for (const auto& [extension, count] : counts)
+        list += (list.empty() ? "" : ", ") + std::to_string(count) + " " + extension;
+    return std::to_string(files.size()) + (files.size() == 1 ? " file has" : " files have") +
+           " a format that tarn does not read: " + list + "; convert with ffmpeg, for example: ffmpeg -i " +
+           shellQuoted(files.front()) + " " + shellQuoted(fs::path(files.front()).replace_extension(".flac").string());
+}
+
+} // namespace
+
+bool hasAudioExtension(const fs::path& name)
+{
+    return isOneOf(kExtensions, extensionOf(name));
+}
+
+std::vector<std::string> FoundInputs::notes() const
+{
+    std::vector<std::string> notes;
+    if (!unreadable.empty()) notes.push_back(unreadableNote(unreadable));
+    if (repeated.size() == 1) notes.push_back(repeated.front() + ": is named twice and used once");
+    if (repeated.size() > 1)
+        notes.push_back(repeated.front() + " and " + std::to_string(repeated.size() - 1) +
+                        " more: are named twice and used once");
+    return notes;
+}
+
+FoundInputs findInputs(const std::vector<std::string>& names, const fs::path& excluded)
+{
+    FoundInputs found;
+    for (const std::string& name : names) {
+        std::error_code missing;
+        if (fs::is_directory(name, missing)) {
+            addNamedFolder(name, excluded, found);
+        } else {
+            found.files.push_back({name, {}});
+        }
+    }
+    removeRepeated(found);
+    return found;
+}
+
+} // namespace tarn

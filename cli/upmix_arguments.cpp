@@ -1,0 +1,183 @@
+// The options of tarn upmix, and the choice between one file and many.
+// SPDX-License-Identifier: MIT
+#include "cli/upmix_arguments.h"
+
+#include "cli/command_help.h"
+#include "cli/command_name.h"
+#include "cli/failure.h"
+#include "cli/help_texts.h"
+#include "cli/layout.h"
+#include "cli/option_checks.h"
+#include "cli/text.h"
+#include "cli/upmix_command.h"
+#include "stream/gain.h"
+#include "stream/steering_mode_names.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace tarn
+{
+
+namespace
+{
+
+std::vector<std::string> modeNames()
+{
+    std::vector<std::string> names;
+    for (const auto& [mode, name] : zrk_tarn::kSteeringModeNames) names.emplace_back(name);
+    return names;
+}
+
+/// The options of `tarn upmix` that name files.
+void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
+{
+    UpmixOptions& options = arguments.options;
+    upmix->add_option("INPUT", options.input, "Audio file, or - for one on standard input")->type_name("")->required();
+    upmix
+        ->add_option("OUTPUT", options.output,
+                     "File to write (.wav, .flac), or - for raw PCM on\n"
+                     "standard output")
+        ->type_name("");
+    upmix->add_option("MORE", arguments.moreNames, "With --output-dir, all names are INPUTs")->type_name("");
+    upmix->add_option("--output-dir", arguments.batch.directory, "Upmix every INPUT into this directory")
+        ->type_name("DIR");
+    upmix
+        ->add_flag("-r,--recursive", arguments.batch.recursive,
+                   "Upmix every audio file below an INPUT that is a folder,\n"
+                   "and create its subfolders in --output-dir")
+        ->disable_flag_override()
+        ->needs("--output-dir");
+    upmix->add_option("--format", arguments.batch.format, "Format of the files in --output-dir: wav (default) or\nflac")
+        ->type_name("NAME")
+        ->check(oneOf({"wav", "flac"}, "--format flac"))
+        ->needs("--output-dir");
+    upmix->add_option("-j,--jobs", arguments.batch.jobs, "Parallel jobs with --output-dir, 1 (default) to 64")
+        ->type_name("N")
+        ->check(numberFrom(1, 64, "--jobs 4"))
+        ->needs("--output-dir");
+}
+
+/// The options of `tarn upmix` that change the sound.
+void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
+{
+    upmix->add_option("--layout", options.layout, "Slots of the output: 3.0 (default), 5.1, 7.1 or\n7.1-remap")
+        ->type_name("NAME")
+        ->transform(CLI::Transformer({{"slots8", std::string(kRemapLayout)}}).description("")) // former name
+        ->check(oneOf(layoutNames(), "--layout 5.1"));
+    upmix->add_option("--remap", options.remapFile, "Matrix for --layout 7.1-remap")->type_name("FILE");
+    upmix
+        ->add_option("--bits", options.bits,
+                     "Sample width of the output: 16, 24 or 32; default: that\n"
+                     "of INPUT, 24 for floating point, lossy and converted\n"
+                     "files, at most 24 in FLAC")
+        ->type_name("N")
+        ->check(oneOf(kWidths, "--bits 24"));
+    upmix
+        ->add_option("--mode", options.mode,
+                     "How fast strong steering is followed: fast (default),\n"
+                     "or calm (at medium speed)")
+        ->type_name("NAME")
+        ->transform(CLI::Transformer({{"1", "fast"}, {"2", "calm"}}).description("")) // former names
+        ->check(oneOf(modeNames(), "--mode calm"));
+    upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
+        ->type_name("DB")
+        ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
+    upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
+        ->disable_flag_override();
+    upmix->add_flag("--bypass", options.bypass, "Pass the stereo unchanged to FL and FR of the layout")
+        ->disable_flag_override();
+}
+
+/// The options of `tarn upmix` about formats, existing files and messages.
+void addProcessingOptions(CLI::App* upmix, UpmixOptions& options)
+{
+    upmix->add_flag("--json", options.json, "Print a report in JSON")->disable_flag_override();
+    upmix
+        ->add_flag("--no-align", options.noAlign,
+                   "Keep the delay of a live host: the output is 960 frames\n"
+                   "late and as long as INPUT, so its last 960 frames are\n"
+                   "cut off")
+        ->disable_flag_override();
+    upmix
+        ->add_option("--raw", options.raw,
+                     "The stream on - is raw PCM of this rate and width, for\n"
+                     "example 48000:16")
+        ->type_name("RATE:BITS");
+    upmix
+        ->add_option("--rate", options.rate,
+                     "Sample rate of the output: 32000, 44100, 48000, 64000,\n"
+                     "88200, 96000 or 192000; default: that of INPUT, or the\n"
+                     "next higher of these")
+        ->type_name("HZ")
+        ->check(oneOf(zrk_tarn::kSampleRatesHz, "--rate 48000"));
+    upmix
+        ->add_flag("--strict", options.strict,
+                   "Refuse INPUT if it is cut short or damaged; default:\n"
+                   "upmix all that can be decoded")
+        ->disable_flag_override();
+    upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    upmix
+        ->add_flag("--skip-existing", options.skipExisting,
+                   "Skip an INPUT whose OUTPUT exists and is complete; an\n"
+                   "incomplete OUTPUT is an error without --force")
+        ->disable_flag_override();
+    upmix
+        ->add_flag("--quiet", options.quiet,
+                   "Print only errors and warnings about lost, clipped or\n"
+                   "wrapped audio")
+        ->disable_flag_override();
+}
+
+/// Refuses folders where files are required, and prints the command to type instead.
+///
+/// names  all names of the command line
+void refuseFolders(const std::vector<std::string>& names)
+{
+    std::error_code ignored;
+    const auto isFolder = [&ignored](const std::string& name) { return std::filesystem::is_directory(name, ignored); };
+    const auto folder = std::find_if(names.begin(), names.end(), isFolder);
+    if (folder == names.end()) return;
+    const bool hasTarget = names.size() > 1 && isFolder(names.back());
+    const bool hasInput = !hasTarget || &*folder != &names.back();
+    throw Failure(hasInput ? EX_NOINPUT : EX_USAGE,
+                  *folder + ": is a folder; type: " + commandName() + " upmix " + (hasInput ? "--recursive " : "") +
+                      "--output-dir " + (hasTarget ? shellQuoted(names.back()) : "upmixed") + " " +
+                      shellQuoted(hasInput ? *folder : names.front()) + (names.size() > 2 ? " ..." : ""));
+}
+
+} // namespace
+
+CLI::App* addUpmix(CLI::App& app, UpmixArguments& arguments)
+{
+    CLI::App* const command = app.add_subcommand("upmix", "Upmix a stereo file or stream");
+    addFileOptions(command, arguments);
+    addSoundOptions(command, arguments.options);
+    addProcessingOptions(command, arguments.options);
+    setHelp(*command, kUpmixHelp, "man tarn-upmix describes layouts, matrices, tags, reports and streams.");
+    return command;
+}
+
+int runUpmix(UpmixArguments& arguments, const CLI::App& command)
+{
+    UpmixOptions& options = arguments.options;
+    const bool hasOutput = command.get_option("OUTPUT")->count() > 0;
+    std::vector<std::string> names{options.input};
+    if (hasOutput) names.push_back(options.output);
+    names.insert(names.end(), arguments.moreNames.begin(), arguments.moreNames.end());
+    if (command.get_option("--output-dir")->count() == 0) {
+        refuseFolders(names);
+        if (!hasOutput) throw Failure(EX_USAGE, "OUTPUT is required; see " + commandName() + " upmix --help");
+        if (!arguments.moreNames.empty())
+            throw Failure(EX_USAGE, arguments.moreNames.front() +
+                                        ": is a third name; add --output-dir DIR to upmix several files");
+        return runUpmix(options);
+    }
+    if (arguments.batch.directory.empty()) throw Failure(EX_USAGE, "--output-dir: an empty name");
+    arguments.batch.inputs = std::move(names);
+    return runBatch(arguments.batch, options);
+}
+
+} // namespace tarn
