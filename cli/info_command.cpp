@@ -38,7 +38,7 @@ struct Finding
     bool isIncomplete() const noexcept { return loss && !loss->isNegligible(); }
 };
 
-Finding examine(const std::string& input, bool showProgress)
+Finding examine(const std::string& input, bool quiet, bool showProgress)
 {
     std::error_code ignored;
     if (std::filesystem::is_directory(input, ignored))
@@ -48,6 +48,8 @@ Finding examine(const std::string& input, bool showProgress)
     Finding finding{.facts = source.facts()};
     if (finding.facts.channels != 2) return finding;
 
+    if (!quiet)
+        for (const std::string& note : source.readingNotes()) printNote(input + ": " + note);
     StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
     Progress progress("examining", source.expectedFrames(), finding.facts.sampleRate, showProgress);
     std::vector<double> stereo(2 * kReadFrames);
@@ -233,7 +235,7 @@ int runInfo(const InfoOptions& options)
     const std::size_t width = nameWidth(options.inputs);
     const auto work = [&](std::size_t i) {
         const std::string& input = options.inputs[i];
-        const Finding finding = examine(input, !options.quiet && options.inputs.size() == 1);
+        const Finding finding = examine(input, options.quiet, !options.quiet && options.inputs.size() == 1);
         Json shown = options.json      ? jsonOf(input, finding)
                      : options.verbose ? Json(tableOf(input, finding))
                                        : Json(lineOf(input, width, finding));

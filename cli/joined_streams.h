@@ -14,6 +14,7 @@ struct OggLinks
 {
     std::vector<ByteRange> links;   ///< consecutive logical streams (RFC 3533, section 4); at least one
     std::uint64_t skippedBytes = 0; ///< bytes outside pages with a correct checksum
+    std::uint64_t end = 0;          ///< position after the last page
 };
 
 /// Finds the links of an Ogg file, which may be chained.
