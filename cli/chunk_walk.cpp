@@ -21,8 +21,8 @@ constexpr std::array<std::string_view, 22> kKnownNames{"data", "SSND", "LIST", "
                                                        "cue ", "fact", "fmt ", "ds64", "JUNK", "junk", "PAD ", "PEAK",
                                                        "smpl", "info", "free", "FLLR", "COMM", "MARK"};
 
-/// Marks of containers, which end the chunks of the container before them.
-constexpr std::array<std::string_view, 5> kContainerMarks{"RIFF", "RF64", "RIFX", "FORM", "caff"};
+/// Marks of audio files, which end the chunks of the file before them.
+constexpr std::array<std::string_view, 8> kFileMarks{"RIFF", "RF64", "RIFX", "FORM", "caff", ".snd", "fLaC", "OggS"};
 
 /// Form of the chunks in a container.
 struct Form
@@ -61,8 +61,8 @@ std::optional<ChunkHead> headAt(const FileBytes& file, const Form& form, std::ui
     std::string name;
     for (std::uint64_t i = 0; i < 4; ++i) name += static_cast<char>(file.number(at + i, 1, true));
     const bool isText = std::ranges::all_of(name, [](char c) { return c >= 0x20 && c <= 0x7e; });
-    const bool isContainer = std::ranges::find(kContainerMarks, name) != kContainerMarks.end();
-    if (!isText || isContainer || !file.marks(at + 4, form.nameEnd)) return std::nullopt;
+    const bool isFile = std::ranges::find(kFileMarks, name) != kFileMarks.end();
+    if (!isText || isFile || !file.marks(at + 4, form.nameEnd)) return std::nullopt;
 
     std::uint64_t size = file.number(at + form.nameBytes, form.sizeBytes, form.bigEndian);
     const std::uint64_t counted = form.sizeCountsHead ? begin - at : 0;

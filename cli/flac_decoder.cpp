@@ -145,9 +145,12 @@ FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__F
                                                                    const FLAC__int32* const channels[])
 {
     const FLAC__FrameHeader& header = frame->header;
-    // A damaged header can pass its checksum. All frames of a stream have the same channels.
-    if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32)
+    // A damaged header can pass its checksum. All frames of a stream have the same channels and rate; those of another
+    // stream can follow.
+    if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32 ||
+        (frameRate != 0 && header.sample_rate != frameRate))
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
+    frameRate = header.sample_rate;
     samples.resize(std::size_t{header.blocksize} * header.channels);
     const std::int64_t scale = std::int64_t{1} << (32 - header.bits_per_sample);
     for (std::size_t i = 0; i < header.blocksize; ++i)

@@ -43,6 +43,7 @@ private:
         std::vector<std::int32_t> samples; ///< interleaved, left-justified
         std::uint64_t firstFrame = 0;      ///< frame number of the first of them in the stream
         SF_INFO facts{};                   ///< from the first metadata block
+        std::uint32_t frameRate = 0;       ///< of the first good frame, Hz
         bool lostSync = false;             ///< since the last good frame
         bool followsDamage = false;        ///< sync was lost before the last good frame
 

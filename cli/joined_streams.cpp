@@ -87,6 +87,10 @@ std::vector<ByteRange> mpegParts(int descriptor)
             continue;
         }
         const auto frame = mpegFrameAt(file, position);
+        if (!frame && !begins.empty() && !fileKindAt(file, position).empty()) {
+            begin(position);
+            return partsFrom(begins, file.size());
+        }
         if (!frame) {
             position = nextMpegFrame(file, position + 1, file.size());
             continue;

@@ -64,8 +64,8 @@ bool describesFile(const String& name)
 {
     constexpr std::array kPrefixes{"REPLAYGAIN_", "R128_",    "ENCODER",      "ENCODING",
                                    "ITUNNORM",    "ITUNSMPB", "COMMENT:ITUN", "WAVEFORMATEXTENSIBLE_CHANNEL_MASK"};
-    return std::any_of(kPrefixes.begin(), kPrefixes.end(),
-                       [&name](const char* prefix) { return name.startsWith(prefix); });
+    const std::string text = name.to8Bit(true);
+    return std::ranges::any_of(kPrefixes, [&text](const char* prefix) { return text.starts_with(prefix); });
 }
 
 /// Decodes texts of ID3v1, which declares no encoding.

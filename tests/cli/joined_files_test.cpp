@@ -164,6 +164,68 @@ TEST_F(JoinedFiles, PartsOfAnotherWidthAreLeftOutWithAWarning)
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
 }
 
+TEST_F(JoinedFiles, FilesOfOtherFormatsAreNamed)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("a.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("slow.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 1, 44100);
+    writeNoise("a.ogg", kVorbis, 48000, 1);
+    for (const auto& [first, second, kind] :
+         std::vector<std::tuple<std::string, std::string, std::string>>{{"a.flac", "a.wav", "a WAV file"},
+                                                                        {"a.flac", "slow.flac", "a FLAC file"},
+                                                                        {"a.flac", "a.ogg", "an Ogg file"},
+                                                                        {"a.ogg", "a.wav", "a WAV file"},
+                                                                        {"a.wav", "a.flac", "a FLAC file"},
+                                                                        {"a.wav", "a.ogg", "an Ogg file"},
+                                                                        {"a.aiff", "a.flac", "a FLAC file"}}) {
+        join("ab", {first, second});
+        const Result result = tarn({"upmix", "--force", "ab", "out.wav"});
+        EXPECT_EQ(result.exitCode, 1) << first << second << result.errors;
+        const std::string begin = std::to_string(std::filesystem::file_size(at(first)));
+        const std::string size = std::to_string(std::filesystem::file_size(at(second)));
+        EXPECT_NE(result.errors.find("tarn: ab: is not read completely: " + kind + " of " + size +
+                                     " bytes follows its audio, from byte " + begin + ", and is left out; "),
+                  std::string::npos)
+            << first << second << result.errors;
+        EXPECT_EQ(result.errors.find("chunks"), std::string::npos) << result.errors;
+        EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000) << first << second;
+    }
+}
+
+TEST_F(JoinedFiles, OtherFormatsAfterMpegAreNotDecodedAsMpeg)
+{
+    writeNoise("a.mp3", kMp3, 48000, 1);
+    writeNoise("b.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 72000, 2);
+    join("ab", {"a.mp3", "b.wav"});
+    const Result result = tarn({"upmix", "ab", "out.wav"});
+    EXPECT_EQ(result.exitCode, 1) << result.errors;
+    EXPECT_NE(result.errors.find("tarn: ab: is not read completely: stream 2 of 2, from byte " +
+                                 std::to_string(std::filesystem::file_size(at("a.mp3"))) +
+                                 ", has 16 bits instead of floating-point or lossy samples and is left out; 1.500"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
+}
+
+TEST_F(JoinedFiles, TextAfterTheLastChunkIsNoChunk)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    writeBytes(at("b.wav"), bytesOf(at("a.wav")) + "Text that follows the file.\n");
+    const Result result = tarn({"upmix", "b.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors.find("chunks"), std::string::npos) << result.errors;
+}
+
+TEST_F(JoinedFiles, ShortLossesAreGivenInFrames)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    std::filesystem::resize_file(at("a.wav"), std::filesystem::file_size(at("a.wav")) - 40);
+    const Result result = tarn({"upmix", "a.wav", "out.wav"});
+    EXPECT_NE(result.errors.find("it declares 48000 frames and has 47990; 10 frames are missing; "), std::string::npos)
+        << result.errors;
+}
+
 TEST_F(JoinedFiles, OtherBytesBehindTheDeclaredEndAreNotAudio)
 {
     writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
