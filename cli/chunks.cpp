@@ -1,4 +1,4 @@
-// Reads the chunks of WAVE, RF64 and CAF files.
+// Reads the chunks of WAVE, RF64, W64, AIFF and CAF files.
 // SPDX-License-Identifier: MIT
 #include "cli/chunks.h"
 
@@ -16,15 +16,11 @@ namespace
 
 constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 24;
 
-/// The chunks of a WAVE, RF64 or CAF file with contents.
+/// The chunks with contents.
 std::vector<ChunkHead> chunksIn(int descriptor)
 {
     const FileBytes file(descriptor);
-    const std::uint64_t begin = file.id3v2Size(0);
-    if (!file.marks(begin, "RIFF") && !file.marks(begin, "RF64") && !file.marks(begin, "RIFX") &&
-        !file.marks(begin, "caff"))
-        return {};
-    std::vector<ChunkHead> chunks = listChunks(file, begin).chunks;
+    std::vector<ChunkHead> chunks = listChunks(file, file.id3v2Size(0)).chunks;
     std::erase_if(chunks, [](const ChunkHead& chunk) { return chunk.contents.size() == 0; });
     return chunks;
 }

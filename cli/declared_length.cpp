@@ -164,6 +164,12 @@ std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t 
     return std::nullopt;
 }
 
+std::optional<std::uint64_t> audioEnd(const FileBytes& file)
+{
+    const auto audio = audioData(file);
+    return audio ? std::optional(audio->chunk.contents.end) : std::nullopt;
+}
+
 std::optional<std::uint64_t> containerEnd(const FileBytes& file)
 {
     const auto audio = audioData(file);

@@ -45,6 +45,9 @@ std::optional<Substitution> correctedSize(const FileBytes& file);
 /// Returns none if no file starts there.
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin);
 
+/// The declared position after the audio data of a WAVE, RF64, W64, AIFF, AU or CAF file; none for other files.
+std::optional<std::uint64_t> audioEnd(const FileBytes& file);
+
 /// The position after the last chunk of a WAVE, RF64, W64, AIFF, AU or CAF file; none for other files.
 std::optional<std::uint64_t> containerEnd(const FileBytes& file);
 

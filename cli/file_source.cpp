@@ -103,6 +103,8 @@ Metadata FileSource::metadata()
     if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64)
         addWaveMetadata(metadata, file.descriptor.number(), sndfile,
                         (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
+    if (container == SF_FORMAT_W64 || container == SF_FORMAT_AIFF || container == SF_FORMAT_CAF)
+        addOtherMetadata(metadata, file.descriptor.number());
     return metadata;
 }
 

@@ -48,11 +48,15 @@ bool addInvolvedPeople(const TagLib::ID3v2::FrameList& frames, TagLib::PropertyM
     return isComplete;
 }
 
-/// Adds the texts that TagLib gives no name.
+/// Adds disc subtitles, and user texts without a description.
 void addUnnamed(const TagLib::ID3v2::Tag& tag, TagLib::PropertyMap& texts)
 {
-    if (texts.contains("")) texts.insert(kNoDescription, texts[""]);
     texts.erase("");
+    // TagLib reads the text of such a frame as its description.
+    for (const TagLib::ID3v2::Frame* frame : tag.frameList("TXXX"))
+        if (const auto* text = dynamic_cast<const TagLib::ID3v2::UserTextIdentificationFrame*>(frame))
+            if (text->fieldList().toString("") == text->description())
+                texts.insert(kNoDescription, text->description());
     for (const TagLib::ID3v2::Frame* frame : tag.frameList("TSST"))
         if (const auto* text = dynamic_cast<const TextIdentificationFrame*>(frame))
             texts.insert(kDiscSubtitle, text->fieldList());

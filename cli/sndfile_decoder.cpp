@@ -31,11 +31,11 @@ constexpr SF_VIRTUAL_IO kCalls{
     .tell = [](void* data) { return static_cast<sf_count_t>(windowOf(data).position()); },
 };
 
-/// The part without the bytes after the last chunk of W64, which libsndfile would read as audio.
+/// The part without the bytes after the audio of W64, which libsndfile would read as audio.
 ByteRange withoutRest(int descriptor, ByteRange part)
 {
     const FileBytes file(descriptor, part);
-    const auto end = containerEnd(file);
+    const auto end = audioEnd(file);
     if (!file.marks(0, "riff") || !end || *end >= part.size() || correctedSize(file)) return part;
     return {.begin = part.begin, .end = part.begin + *end};
 }
