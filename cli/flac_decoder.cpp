@@ -22,7 +22,7 @@ constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 22;
 } // namespace
 
 FlacDecoder::FlacDecoder(int descriptor, ByteRange part)
-    : stream(FileWindow(descriptor, part)), bytes(descriptor, part), begin(part.begin)
+    : stream(FileWindow(descriptor, part)), partBytes(descriptor, part), begin(part.begin)
 {
     if (!stream.is_valid() || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
         throw std::runtime_error("libFLAC cannot decode it");
@@ -32,7 +32,7 @@ FlacDecoder::FlacDecoder(int descriptor, ByteRange part)
 
 FlacDecoder::FlacDecoder(int descriptor, ByteRange part, int serial)
     : stream(FileWindow(descriptor, part)),
-      bytes(descriptor, part),
+      partBytes(descriptor, part),
       begin(part.begin),
       oggEnd(tarn::oggEnd(descriptor, part, serial))
 {
@@ -113,7 +113,7 @@ std::string FlacDecoder::error() const
     const bool isComplete = facts.frames != SF_COUNT_MAX && position >= static_cast<std::uint64_t>(facts.frames);
     if (isComplete || !isCut()) return {};
     if (oggEnd) return "its last page is missing";
-    if (bytes.skipZeros(frameEnd, bytes.size()) == bytes.size()) return "its end is filled with zeros";
+    if (partBytes.skipZeros(frameEnd, partBytes.size()) == partBytes.size()) return "its end is filled with zeros";
     return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
 }
 
@@ -122,11 +122,11 @@ bool FlacDecoder::isCut() const
 {
     constexpr std::uint64_t kMaxPadding = 65536; ///< more zeros are frames that were never written
     if (oggEnd) return !oggEnd->isMarked;
-    const std::uint64_t rest = bytes.skipZeros(frameEnd, bytes.size());
-    if (rest == bytes.size()) return rest - frameEnd > kMaxPadding;
+    const std::uint64_t rest = partBytes.skipZeros(frameEnd, partBytes.size());
+    if (rest == partBytes.size()) return rest - frameEnd > kMaxPadding;
     for (const std::string_view mark : {"TAG", "APETAGEX", "ID3"})
-        if (bytes.marks(rest, mark)) return false;
-    return fileKindAt(bytes, rest).empty();
+        if (partBytes.marks(rest, mark)) return false;
+    return fileKindAt(partBytes, rest).empty();
 }
 
 FLAC__StreamDecoderReadStatus FlacDecoder::Stream::read_callback(FLAC__byte bytes[], std::size_t* count)

@@ -62,7 +62,7 @@ private:
     bool isCut() const;
 
     Stream stream;
-    FileBytes bytes;              ///< of the part
+    FileBytes partBytes;          ///< of the part
     std::uint64_t begin;          ///< of the part in the file
     std::optional<OggEnd> oggEnd; ///< only in an Ogg file
     std::size_t used = 0;         ///< samples of the stream already read

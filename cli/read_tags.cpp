@@ -28,7 +28,6 @@ namespace
 
 using TagLib::ByteVector;
 using TagLib::String;
-using TagLib::StringList;
 
 /// Name of a Vorbis comment for a text that libsndfile reads.
 struct TextKind
