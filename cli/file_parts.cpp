@@ -8,6 +8,7 @@
 #include "cli/sample_formats.h"
 #include "cli/sndfile_decoder.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace tarn
@@ -42,7 +43,11 @@ void readDeclaredBytes(const FileBytes& file, const SF_INFO& facts, FilePart& pa
     if (!audio) return;
     const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
     if (audio->isStale) {
-        part.staleFrames = frameBytes != 0 ? audio->declared / frameBytes : 0;
+        const std::uint64_t unit = std::max<std::uint64_t>(frameBytes, 1);
+        part.note = "its header declares " + std::to_string(audio->declared / unit) +
+                    (frameBytes != 0 ? " frames" : " bytes of audio") + ", and it has " +
+                    std::to_string(audio->present / unit) +
+                    ": the recording was not finished; it is read to the end of the file";
     } else if (audio->present < audio->declared) {
         part.lacksEnd = frameBytes == 0;
         if (frameBytes != 0) part.declared = audio->declared / frameBytes;

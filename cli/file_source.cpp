@@ -195,13 +195,8 @@ StreamFormat FileSource::format() const noexcept
 std::vector<std::string> FileSource::readingNotes() const
 {
     std::vector<std::string> notes;
-    for (const FilePart& part : parts) {
-        if (!part.staleFrames) continue;
-        const std::uint64_t present = part.declared.value_or(0);
-        notes.push_back("its header declares " + std::to_string(*part.staleFrames) + " frames, and it has " +
-                        std::to_string(present) +
-                        ": the recording was not finished; it is read to the end of the file");
-    }
+    for (const FilePart& part : parts)
+        if (!part.note.empty()) notes.push_back(part.note);
     return notes;
 }
 

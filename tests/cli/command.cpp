@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -99,6 +100,9 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     for (char** variable = environ; *variable != nullptr; ++variable) environment.push_back(*variable);
     environment.push_back(nullptr);
 
+    // The new process starts with the peak memory of this one: reset it to the present use (proc(5), clear_refs).
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << 5;
     const int error = posix_spawnp(&pid, program.c_str(), &actions, &attributes, arguments.data(), environment.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);

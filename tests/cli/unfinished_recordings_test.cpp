@@ -100,6 +100,25 @@ INSTANTIATE_TEST_SUITE_P(Command, UnfinishedRecordings,
                                          SizeField{"Caf", SF_FORMAT_CAF, "data", 4, 8, true, 4}),
                          [](const auto& test) { return std::string(test.param.name); });
 
+class UnfinishedCompressedRecording : public CommandTest
+{};
+
+TEST_F(UnfinishedCompressedRecording, IsReadToTheEndWithANoteInBytes)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_MS_ADPCM, 48000, 2, stereoNoise(48000, 16));
+    ASSERT_EQ(tarn({"upmix", "in.wav", "whole.wav"}).exitCode, 0);
+    std::string wave = bytesOf(at("in.wav"));
+    const std::size_t size = wave.find("data") + 4;
+    const std::size_t bytes = wave.size() - size - 4;
+    writeBytes(at("in.wav"), wave.replace(size, 4, 4, '\0'));
+    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_NE(result.errors.find("its header declares 0 bytes of audio, and it has " + std::to_string(bytes) + ": "),
+              std::string::npos)
+        << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == readAudio(at("whole.wav")).samples);
+}
+
 class ChunkLists : public CommandTest
 {
 protected:
