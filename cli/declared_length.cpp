@@ -197,9 +197,11 @@ bool hasMpegIndex(int descriptor, std::uint64_t position)
 
     // The mark follows the header, checksum and side information of the first frame: 11 to 38 bytes.
     constexpr std::uint64_t kSearchBytes = 64;
-    for (std::uint64_t i = 0; i < kSearchBytes; ++i)
-        for (const std::string_view mark : {"Xing", "Info", "VBRI"})
-            if (file.marks(start + i, mark)) return true;
+    for (std::uint64_t at = start; at < start + kSearchBytes; ++at) {
+        const bool hasCount = (file.number(at + 4, 4, true) & 1) != 0;
+        if (file.marks(at, "Xing") || file.marks(at, "Info")) return hasCount && file.number(at + 8, 4, true) > 0;
+        if (file.marks(at, "VBRI")) return file.number(at + 14, 4, true) > 0;
+    }
     return false;
 }
 

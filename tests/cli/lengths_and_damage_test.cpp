@@ -333,6 +333,18 @@ TEST_F(MpegWithoutIndex, CutInsideAFrameIsReported)
     }
 }
 
+TEST_F(MpegWithoutIndex, IndexWithoutANumberOfFramesDeclaresNoLength)
+{
+    writeAudio(at("in.mp3"), kMp3, kRate, 2, stereoNoise(2 * kRate, 16));
+    std::string indexed = bytesOf(at("in.mp3"));
+    const std::size_t index = std::min(indexed.find("Xing"), indexed.find("Info"));
+    indexed.replace(index + 4, 4, 4, '\0'); // no fields
+    EXPECT_EQ(upmix(indexed).errors.find("damaged"), std::string::npos);
+    const Result cut = upmix(indexed.substr(0, indexed.size() / 2));
+    EXPECT_EQ(cut.exitCode, 1) << cut.errors;
+    EXPECT_NE(cut.errors.find("how much is missing is not known"), std::string::npos) << cut.errors;
+}
+
 TEST_F(MpegWithoutIndex, TagsAndPaddingAreNotDamage)
 {
     std::string id3v1 = "TAGA title" + std::string(118, '\0');
