@@ -24,7 +24,7 @@ struct Loss
 {
     std::string message;           ///< predicate of a sentence, with figures: "is cut short: ..."
     std::optional<double> seconds; ///< none if unknown
-    const char* advice;            ///< advice: "get ..."
+    std::string advice;            ///< advice: "get ..."
 
     bool isNegligible() const noexcept { return seconds && *seconds < kNegligibleLossSeconds; }
     Json json() const { return {{"message", message}, {"seconds", seconds ? Json(*seconds) : Json()}}; }

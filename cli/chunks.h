@@ -1,4 +1,4 @@
-// Lists and reads the chunks of WAVE, RF64 and CAF files.
+// Lists and reads the chunks of WAVE, RF64, W64, AIFF and CAF files.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -15,7 +15,7 @@ struct Chunk
     std::string contents;
 };
 
-/// Names of the non-empty chunks of a WAVE, RF64 or CAF file, in file order, 4096 at most.
+/// Names of the non-empty chunks of a WAVE, RF64, W64, AIFF or CAF file, in file order, 4096 at most.
 ///
 /// descriptor  open for reading; its position does not change
 std::vector<std::string> chunkNames(int descriptor);

@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "cli/declared_length.h"
 
-#include "cli/file_bytes.h"
+#include "cli/chunk_walk.h"
+#include "cli/mpeg_frames.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace tarn
@@ -13,79 +15,88 @@ namespace tarn
 namespace
 {
 
-AudioBytes audioAt(const FileBytes& file, std::uint64_t position, std::uint64_t declared)
+/// The audio data of a container.
+struct AudioData
 {
-    const std::uint64_t left = file.size() - std::min(position, file.size());
-    return {.declared = declared, .present = std::min(declared, left)};
-}
+    ChunkHead chunk;
+    std::uint64_t offset = 0; ///< bytes of the contents before the samples
+    std::uint64_t end = 0;    ///< position after the last chunk of the container
+
+    ByteRange samples() const
+    {
+        return {.begin = chunk.contents.begin + std::min(offset, chunk.contents.size()), .end = chunk.contents.end};
+    }
+};
 
 /// Whether a size is near the maximum of the signed or unsigned range, as programs write to pipes.
-bool isPlaceholder(std::uint64_t size)
+///
+/// bytes  width of the size
+bool isPlaceholder(std::uint64_t size, std::size_t bytes)
 {
+    if (bytes == 8) return size >= (std::uint64_t{1} << 62);
     return (size >= 0x7ffff000 && size <= 0x80000000) || (size >= 0xffffff00 && size <= 0xffffffff);
 }
 
-/// Searches chunks with a four-letter mark and a 32-bit size, padded to even sizes, from position 12.
-///
-/// audioOffset  bytes of the audio chunk before the samples
-std::optional<AudioBytes> declaredInChunks(const FileBytes& file, std::string_view audioMark, std::uint64_t audioOffset,
-                                           bool bigEndian)
+bool isPlaceholder(const ChunkHead& chunk)
 {
-    const bool isRf64 = file.marks(0, "RF64");
-    std::uint64_t rf64Size = 0;
-    for (std::uint64_t at = 12; at + 8 <= file.size();) {
-        const std::uint64_t size = file.number(at + 4, 4, bigEndian);
-        if (isRf64 && file.marks(at, "ds64")) rf64Size = file.number(at + 16, 8, bigEndian);
-        if (file.marks(at, audioMark)) {
-            if (isRf64 && size == 0xffffffff) return audioAt(file, at + 8, rf64Size);
-            if (isPlaceholder(size)) return std::nullopt;
-            return audioAt(file, at + 8 + audioOffset, size - std::min(audioOffset, size));
-        }
-        at += 8 + size + size % 2;
+    return isPlaceholder(chunk.contents.size(), chunk.sizeBytes);
+}
+
+/// Reads the fixed header of AU: mark, position of the audio, its size.
+AudioData auData(const FileBytes& file, bool bigEndian)
+{
+    const std::uint64_t begin = file.number(4, 4, bigEndian);
+    const std::uint64_t end = begin + file.number(8, 4, bigEndian);
+    return {.chunk = {.name = "data",
+                      .begin = 0,
+                      .sizeAt = 8,
+                      .sizeBytes = 4,
+                      .bigEndian = bigEndian,
+                      .contents = {.begin = begin, .end = end}},
+            .offset = 0,
+            .end = end};
+}
+
+/// Finds the audio data of a container.
+std::optional<AudioData> audioData(const FileBytes& file)
+{
+    if (file.marks(0, ".snd")) return auData(file, true);
+    if (file.marks(0, "dns.")) return auData(file, false);
+    const ChunkList list = listChunks(file, file.id3v2Size(0));
+    for (const ChunkHead& chunk : list.chunks) {
+        if (chunk.name == "SSND") return AudioData{.chunk = chunk, .offset = 8, .end = list.end};
+        if (chunk.name == "data")
+            return AudioData{.chunk = chunk, .offset = file.marks(0, "caff") ? 4u : 0u, .end = list.end};
     }
     return std::nullopt;
 }
 
-/// Searches chunks with a 16-byte mark and a 64-bit size that includes this header, padded to 8 bytes.
-std::optional<AudioBytes> declaredInW64(const FileBytes& file)
+/// Whether bytes are tags, text or other files instead of audio.
+bool isOtherData(const FileBytes& file, std::uint64_t position)
 {
-    constexpr std::uint64_t kHeader = 24;
-    for (std::uint64_t at = 40; at + kHeader <= file.size();) {
-        const std::uint64_t size = file.number(at + 16, 8, false);
-        if (size < kHeader || size > (std::uint64_t{1} << 62)) return std::nullopt;
-        if (file.marks(at, "data")) return audioAt(file, at + kHeader, size - kHeader);
-        at += (size + 7) / 8 * 8;
+    constexpr std::uint64_t kTextBytes = 64;
+    for (const std::string_view mark : {"TAG", "ID3", "APETAGEX", "LYRICSBEGIN"})
+        if (file.marks(position, mark)) return true;
+    bool isText = true;
+    for (std::uint64_t i = 0; i < kTextBytes && position + i < file.size(); ++i) {
+        const std::uint64_t byte = file.number(position + i, 1, true);
+        isText = isText && ((byte >= 0x20 && byte <= 0x7e) || (byte >= '\t' && byte <= '\r'));
     }
-    return std::nullopt;
+    return isText || !fileKindAt(file, position).empty();
 }
 
-/// Reads a fixed header: mark, position of the audio, its size.
-std::optional<AudioBytes> declaredInAu(const FileBytes& file, bool bigEndian)
+/// Whether audio follows the declared audio data up to the end of the file.
+bool isFollowedByAudio(const FileBytes& file, const AudioData& audio)
 {
-    const std::uint64_t size = file.number(8, 4, bigEndian);
-    if (isPlaceholder(size)) return std::nullopt;
-    return audioAt(file, file.number(4, 4, bigEndian), size);
-}
-
-/// The position of the first CAF chunk with a mark, searched from a chunk on; the end of the file if there is none. A
-/// chunk is a mark, a 64-bit size and the contents.
-std::uint64_t cafChunk(const FileBytes& file, std::uint64_t at, std::string_view mark)
-{
-    while (at < file.size() && !file.marks(at, mark)) {
-        const std::uint64_t size = file.number(at + 4, 8, true);
-        if (size >= file.size()) return file.size();
-        at += 12 + size;
-    }
-    return at;
-}
-
-std::optional<AudioBytes> declaredInCaf(const FileBytes& file)
-{
-    constexpr std::uint64_t kEditCount = 4; ///< bytes before the samples
-    const std::uint64_t at = cafChunk(file, 8, "data");
-    const std::uint64_t size = file.number(at + 4, 8, true);
-    if (at >= file.size() || size < kEditCount || size > (std::uint64_t{1} << 62)) return std::nullopt;
-    return audioAt(file, at + 12 + kEditCount, size - kEditCount);
+    constexpr std::uint64_t kMinBytes = 4096;                   ///< recorders write larger blocks
+    constexpr std::uint64_t kMaxZeros = std::uint64_t{1} << 26; ///< six minutes of stereo; more are no recording
+    const std::uint64_t end = audio.chunk.contents.end;
+    const std::uint64_t padded = std::max(end, std::min(audio.end, end + 7));
+    if (end >= file.size() || audio.end > padded) return false;
+    if (audio.samples().size() > 0 && file.size() - end < kMinBytes) return false;
+    if (isOtherData(file, end) || isOtherData(file, padded)) return false;
+    const std::uint64_t limit = std::min(end + kMaxZeros, file.size());
+    return file.skipZeros(end, limit) < limit;
 }
 
 bool isContainer(const FileBytes& file, std::uint64_t at)
@@ -101,13 +112,13 @@ bool isContainer(const FileBytes& file, std::uint64_t at)
 std::uint64_t declaredEnd(const FileBytes& file, std::uint64_t begin)
 {
     const auto endAfter = [&](std::uint64_t header, std::uint64_t size) {
-        return isPlaceholder(size) || size >= file.size() ? 0 : begin + header + size;
+        return isPlaceholder(size, 4) || size >= file.size() ? 0 : begin + header + size;
     };
     const bool isSwappedAu = file.marks(begin, "dns.");
     if (file.marks(begin, "RF64"))
         return file.marks(begin + 12, "ds64") ? endAfter(8, file.number(begin + 20, 8, false)) : 0;
     if (file.marks(begin, "riff")) return endAfter(0, file.number(begin + 16, 8, false));
-    if (file.marks(begin, "caff")) return cafChunk(file, begin + 8, "caff");
+    if (file.marks(begin, "caff")) return listChunks(file, begin).end;
     if (isSwappedAu || file.marks(begin, ".snd"))
         return endAfter(file.number(begin + 4, 4, !isSwappedAu), file.number(begin + 8, 4, !isSwappedAu));
     return endAfter(8, file.number(begin + 4, 4, !file.marks(begin, "RIFF")));
@@ -117,22 +128,30 @@ std::uint64_t declaredEnd(const FileBytes& file, std::uint64_t begin)
 
 std::optional<AudioBytes> declaredAudioBytes(const FileBytes& file)
 {
-    if (file.marks(0, "RIFF") || file.marks(0, "RF64")) return declaredInChunks(file, "data", 0, false);
-    if (file.marks(0, "RIFX")) return declaredInChunks(file, "data", 0, true);
-    if (file.marks(0, "FORM")) return declaredInChunks(file, "SSND", 8, true);
-    if (file.marks(0, "riff")) return declaredInW64(file);
-    if (file.marks(0, ".snd")) return declaredInAu(file, true);
-    if (file.marks(0, "dns.")) return declaredInAu(file, false);
-    if (file.marks(0, "caff")) return declaredInCaf(file);
-    return std::nullopt;
+    const auto audio = audioData(file);
+    if (!audio || isPlaceholder(audio->chunk)) return std::nullopt;
+    const ByteRange samples = audio->samples();
+    const std::uint64_t left = file.size() - std::min(samples.begin, file.size());
+    const bool isStale = isFollowedByAudio(file, *audio);
+    return AudioBytes{
+        .declared = samples.size(), .present = isStale ? left : std::min(samples.size(), left), .isStale = isStale};
 }
 
-std::optional<TruncatedChunk> truncatedCafData(const FileBytes& file)
+std::optional<Substitution> correctedSize(const FileBytes& file)
 {
-    if (!file.marks(0, "caff")) return std::nullopt;
-    const std::uint64_t at = cafChunk(file, 8, "data");
-    if (at + 12 > file.size() || file.number(at + 4, 8, true) <= file.size() - at - 12) return std::nullopt;
-    return TruncatedChunk{.sizeAt = at + 4, .present = file.size() - at - 12};
+    const auto audio = audioData(file);
+    if (!audio || audio->chunk.contents.begin > file.size()) return std::nullopt;
+    const ChunkHead& chunk = audio->chunk;
+    const bool isCutCaf = file.marks(0, "caff") && chunk.contents.end > file.size();
+    if (!isCutCaf && (isPlaceholder(chunk) || !isFollowedByAudio(file, *audio))) return std::nullopt;
+    const std::uint64_t size = file.size() - chunk.contents.begin + chunk.counted;
+    if (chunk.sizeBytes == 4 && size >= UINT32_MAX) return std::nullopt;
+    Substitution correction{.position = chunk.sizeAt, .bytes = {}};
+    for (std::size_t i = 0; i < chunk.sizeBytes; ++i) {
+        const std::size_t byte = chunk.bigEndian ? chunk.sizeBytes - 1 - i : i;
+        correction.bytes += static_cast<char>(size >> 8 * byte & 0xff);
+    }
+    return correction;
 }
 
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin)
@@ -145,6 +164,32 @@ std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t 
     return std::nullopt;
 }
 
+std::optional<std::uint64_t> audioEnd(const FileBytes& file)
+{
+    const auto audio = audioData(file);
+    return audio ? std::optional(audio->chunk.contents.end) : std::nullopt;
+}
+
+std::optional<std::uint64_t> containerEnd(const FileBytes& file)
+{
+    const auto audio = audioData(file);
+    return audio ? std::optional(audio->end) : std::nullopt;
+}
+
+std::string fileKindAt(const FileBytes& file, std::uint64_t position)
+{
+    const std::uint64_t at = position + file.id3v2Size(position);
+    if (at >= file.size()) return {};
+    if (file.marks(at, "fLaC")) return "a FLAC file";
+    if (file.marks(at, {"OggS\0", 5})) return "an Ogg file";
+    if (file.marks(at, "FORM") && isContainer(file, at)) return "an AIFF file";
+    if (file.marks(at, "riff") && isContainer(file, at)) return "a W64 file";
+    if (file.marks(at, "caff") && isContainer(file, at)) return "a CAF file";
+    if (file.marks(at, {".snd\0", 5})) return "an AU file";
+    if (!file.marks(at, ".snd") && !file.marks(at, "dns.") && isContainer(file, at)) return "a WAV file";
+    return nextMpegFrame(file, at, at + 1) == at ? "an MPEG audio file" : "";
+}
+
 bool hasMpegIndex(int descriptor, std::uint64_t position)
 {
     const FileBytes file(descriptor);
@@ -152,9 +197,11 @@ bool hasMpegIndex(int descriptor, std::uint64_t position)
 
     // The mark follows the header, checksum and side information of the first frame: 11 to 38 bytes.
     constexpr std::uint64_t kSearchBytes = 64;
-    for (std::uint64_t i = 0; i < kSearchBytes; ++i)
-        for (const std::string_view mark : {"Xing", "Info", "VBRI"})
-            if (file.marks(start + i, mark)) return true;
+    for (std::uint64_t at = start; at < start + kSearchBytes; ++at) {
+        const bool hasCount = (file.number(at + 4, 4, true) & 1) != 0;
+        if (file.marks(at, "Xing") || file.marks(at, "Info")) return hasCount && file.number(at + 8, 4, true) > 0;
+        if (file.marks(at, "VBRI")) return file.number(at + 14, 4, true) > 0;
+    }
     return false;
 }
 

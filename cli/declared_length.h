@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace tarn
 {
@@ -15,33 +16,47 @@ struct AudioBytes
 {
     std::uint64_t declared;
     std::uint64_t present;
+    bool isStale; ///< the size is that of an unfinished file: more audio follows, and present includes it
 };
 
 /// Reads the size of the audio data from the header of WAVE, RF64, W64, AIFF, AU and CAF files. The decoder does not
 /// notice that such a file is cut.
+///
+/// A recorder that is killed leaves a size of 0 or of an earlier moment. The audio then continues to the end of the
+/// file. Chunks, tags, text, zeros, other files, and less than 4096 bytes after a declared size are not audio.
 ///
 /// file  a whole file, or one part of a joined file
 /// Returns none for other containers, for headers without audio data, and for the placeholder sizes that programs write
 /// to pipes.
 std::optional<AudioBytes> declaredAudioBytes(const FileBytes& file);
 
-/// The data chunk of a truncated CAF file.
-struct TruncatedChunk
+/// Bytes to substitute in a header.
+struct Substitution
 {
-    std::uint64_t sizeAt = 0;  ///< position of its 64-bit size
-    std::uint64_t present = 0; ///< bytes of contents in the file
+    std::uint64_t position = 0;
+    std::string bytes;
 };
 
-/// Finds the data chunk of a CAF file if its size is unknown or exceeds the file.
-std::optional<TruncatedChunk> truncatedCafData(const FileBytes& file);
+/// The actual size of the audio data, in the form of the header, if libsndfile would not read the file to its end: for
+/// sizes of unfinished files, and for CAF files whose size is unknown or exceeds the file.
+std::optional<Substitution> correctedSize(const FileBytes& file);
 
 /// The start of the next file in a joined WAVE, RF64, W64, AIFF, AU or CAF file: the declared end of the one at begin.
 /// Returns none if no file starts there.
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin);
 
-/// Whether the MPEG audio stream at a position begins with an index frame, which declares the number of frames.
+/// The declared position after the audio data of a WAVE, RF64, W64, AIFF, AU or CAF file; none for other files.
+std::optional<std::uint64_t> audioEnd(const FileBytes& file);
+
+/// The position after the last chunk of a WAVE, RF64, W64, AIFF, AU or CAF file; none for other files.
+std::optional<std::uint64_t> containerEnd(const FileBytes& file);
+
+/// The kind of audio file that begins at a position, as in "a FLAC file"; empty if none does.
+std::string fileKindAt(const FileBytes& file, std::uint64_t position);
+
+/// Whether the MPEG audio stream at a position begins with an index frame that declares the number of frames.
 ///
-/// Without an index, a decoder can only estimate the length.
+/// Without that number, a decoder can only estimate the length.
 bool hasMpegIndex(int descriptor, std::uint64_t position);
 
 } // namespace tarn

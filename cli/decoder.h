@@ -34,6 +34,12 @@ public:
     /// Frames read so far that could not be decoded and became silence.
     virtual std::uint64_t silencedFrames() const { return 0; }
 
+    /// Frames before the last frame read that could not be decoded and are left out.
+    virtual std::uint64_t skippedFrames() const { return 0; }
+
+    /// Position in the file after the decoded audio, valid at the end; 0 if unknown.
+    virtual std::uint64_t endPosition() const { return 0; }
+
     /// The reason if decoding ended before the end of the part, in a few words; empty if the decoder found no error.
     virtual std::string error() const = 0;
 

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/file_bytes.h"
 
+#include "cli/interrupt.h"
+
 #include <algorithm>
 
 #include <sys/stat.h>
@@ -30,6 +32,7 @@ std::string_view FileBytes::at(std::uint64_t position, std::size_t count) const
 {
     if (position >= length) return {};
     if (position < bufferBegin || position + count > bufferBegin + buffer.size()) {
+        throwIfInterrupted();
         buffer.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kBufferBytes, length - position)));
         const ssize_t got = pread(fd, buffer.data(), buffer.size(), static_cast<off_t>(origin + position));
         buffer.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
@@ -53,6 +56,30 @@ std::uint64_t FileBytes::number(std::uint64_t position, std::size_t count, bool 
         value = value << 8 | (from < bytes.size() ? static_cast<unsigned char>(bytes[from]) : 0u);
     }
     return value;
+}
+
+std::uint64_t FileBytes::skipZeros(std::uint64_t position, std::uint64_t limit) const
+{
+    while (position < limit) {
+        const std::string_view bytes = at(position, kBufferBytes);
+        if (bytes.empty()) break;
+        if (const std::size_t other = bytes.find_first_not_of('\0'); other != std::string_view::npos)
+            return std::min(position + other, limit);
+        position += bytes.size();
+    }
+    return limit;
+}
+
+std::uint64_t FileBytes::find(char byte, std::uint64_t position, std::uint64_t limit) const
+{
+    while (position < limit) {
+        const std::string_view bytes = at(position, kBufferBytes);
+        if (bytes.empty()) break;
+        if (const std::size_t found = bytes.find(byte); found != std::string_view::npos)
+            return std::min(position + found, limit);
+        position += bytes.size();
+    }
+    return limit;
 }
 
 std::uint64_t FileBytes::id3v2Size(std::uint64_t position) const

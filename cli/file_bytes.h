@@ -13,6 +13,8 @@ namespace tarn
 {
 
 /// Reads numbers and marks at any position of a file or of a part of it. Buffers the bytes near the last position.
+///
+/// All functions that read throw Interrupted if a signal arrived.
 class FileBytes
 {
 public:
@@ -29,6 +31,12 @@ public:
 
     /// A number of 1 to 8 bytes; bytes beyond the end count as zero.
     std::uint64_t number(std::uint64_t position, std::size_t count, bool bigEndian) const;
+
+    /// The position of the first byte other than zero from a position on; limit if there is none before it.
+    std::uint64_t skipZeros(std::uint64_t position, std::uint64_t limit) const;
+
+    /// The position of a byte from a position on; limit if there is none before it.
+    std::uint64_t find(char byte, std::uint64_t position, std::uint64_t limit) const;
 
     /// The size of an ID3v2 tag at the position, with its header; 0 if there is none.
     std::uint64_t id3v2Size(std::uint64_t position) const;

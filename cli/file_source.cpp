@@ -6,8 +6,8 @@
 #include "cli/declared_length.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
-#include "cli/joined_streams.h"
 #include "cli/progress.h"
+#include "cli/sample_formats.h"
 #include "cli/sndfile_decoder.h"
 #include "cli/text.h"
 
@@ -24,70 +24,6 @@ namespace
 constexpr std::size_t kChannels = 2;
 constexpr std::size_t kScanFrames = 4096;
 
-/// Sample width of an integer format; 0 for floating-point and lossy formats.
-std::uint32_t integerBits(int format) noexcept
-{
-    switch (format & SF_FORMAT_SUBMASK) {
-    case SF_FORMAT_PCM_S8:
-    case SF_FORMAT_PCM_U8:
-        return 8;
-    case SF_FORMAT_PCM_16:
-    case SF_FORMAT_ALAC_16:
-        return 16;
-    case SF_FORMAT_ALAC_20:
-        return 20;
-    case SF_FORMAT_PCM_24:
-    case SF_FORMAT_ALAC_24:
-        return 24;
-    case SF_FORMAT_PCM_32:
-    case SF_FORMAT_ALAC_32:
-        return 32;
-    default:
-        return 0;
-    }
-}
-
-/// Bytes of a sample in the file; 0 for compressed formats.
-std::uint64_t storedBytes(int format) noexcept
-{
-    switch (format & SF_FORMAT_SUBMASK) {
-    case SF_FORMAT_FLOAT:
-        return 4;
-    case SF_FORMAT_DOUBLE:
-        return 8;
-    case SF_FORMAT_ULAW:
-    case SF_FORMAT_ALAW:
-        return 1;
-    case SF_FORMAT_ALAC_16:
-    case SF_FORMAT_ALAC_20:
-    case SF_FORMAT_ALAC_24:
-    case SF_FORMAT_ALAC_32:
-        return 0;
-    default:
-        return integerBits(format) / 8;
-    }
-}
-
-/// libsndfile's name of a container or codec.
-std::string nameOf(int format)
-{
-    SF_FORMAT_INFO description{};
-    description.format = format;
-    const bool known =
-        sf_command(nullptr, SFC_GET_FORMAT_INFO, &description, sizeof description) == 0 && description.name != nullptr;
-    return known ? description.name : "unknown";
-}
-
-bool isMpeg(const SF_INFO& info) noexcept
-{
-    return (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
-}
-
-bool isOgg(const SF_INFO& info) noexcept
-{
-    return (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG;
-}
-
 /// Copies mono to both channels in place, from the last frame to the first.
 template <typename Sample>
 void spreadMono(Sample* samples, std::size_t frames) noexcept
@@ -102,6 +38,7 @@ FileSource::FileSource(const std::string& path, Accept accept) : file(openInput(
     try {
         openParts();
     } catch (const std::runtime_error& error) {
+        throwIfInterrupted(); // a decoder reports the end of the file
         throw Failure(EX_DATAERR,
                       file.name + ": is not an audio file that can be read (" + error.what() + "); " +
                           (file.fromPipe ? "check the command before the pipe, or add --raw RATE:BITS for raw PCM"
@@ -114,25 +51,14 @@ FileSource::FileSource(const std::string& path, Accept accept) : file(openInput(
 /// Finds the parts of the file and opens the first one.
 void FileSource::openParts()
 {
-    const int descriptor = file.descriptor.number();
-    std::vector<ByteRange> ranges = containerParts(descriptor);
-    decoder = openDecoder(descriptor, ranges.front());
-    if (isOgg(decoder->info())) ranges = oggLinks(descriptor).links;
-    if (isMpeg(decoder->info())) ranges = mpegParts(descriptor);
-    if (ranges.front().end < file.bytes) decoder = openDecoder(descriptor, ranges.front());
+    FileParts found = findParts(file.descriptor.number(), file.bytes);
+    parts = std::move(found.parts);
+    decoder = std::move(found.first);
     info = decoder->info();
-    parts.push_back(partOf(*decoder, ranges.front()));
-    for (std::size_t i = 1; i < ranges.size(); ++i) {
-        try {
-            parts.push_back(partOf(*openDecoder(descriptor, ranges[i]), ranges[i]));
-        } catch (const std::runtime_error&) {
-            parts.push_back({.bytes = ranges[i], .declared = {}, .rate = info.samplerate, .leftOut = true});
-        }
-    }
 
     std::uint64_t sum = 0;
     bool allDeclared = true;
-    for (const Part& part : parts) {
+    for (const FilePart& part : parts) {
         sum += part.declared.value_or(0);
         allDeclared = allDeclared && part.declared;
     }
@@ -140,35 +66,6 @@ void FileSource::openParts()
     expected = declared;
     if (!expected && parts.size() == 1 && info.frames != SF_COUNT_MAX)
         expected = static_cast<std::uint64_t>(info.frames);
-}
-
-/// Describes a part.
-FileSource::Part FileSource::partOf(const Decoder& opened, ByteRange bytes) const
-{
-    const SF_INFO& facts = opened.info();
-    Part part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
-    part.leftOut = facts.samplerate != info.samplerate || facts.channels != info.channels ||
-                   integerBits(facts.format) != integerBits(info.format);
-    part.hasDamagedPages = isOgg(facts) && dynamic_cast<const SndfileDecoder*>(&opened) != nullptr &&
-                           oggLinks(file.descriptor.number()).skippedBytes > 0;
-    if (facts.frames == SF_COUNT_MAX) {
-        // A FLAC encoder that writes to a pipe cannot declare the length; the decoder checks the end. Other Ogg streams
-        // mark their last page.
-        part.lacksEnd = isOgg(facts) && integerBits(facts.format) == 0;
-    } else if (!isMpeg(facts) || hasMpegIndex(file.descriptor.number(), bytes.begin)) {
-        part.declared = static_cast<std::uint64_t>(facts.frames);
-        // libsndfile does not notice that a file is cut.
-        if (const auto audio = declaredAudioBytes(FileBytes(file.descriptor.number(), bytes));
-            audio && audio->present < audio->declared) {
-            const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
-            if (frameBytes != 0) {
-                part.declared = audio->declared / frameBytes;
-            } else {
-                part.lacksEnd = true;
-            }
-        }
-    }
-    return part;
 }
 
 void FileSource::checkFormat() const
@@ -189,8 +86,8 @@ void FileSource::checkFormat() const
 FileFacts FileSource::facts() const
 {
     const bool isOggFlac = isOgg(info) && integerBits(info.format) != 0;
-    return {.container = nameOf(info.format & SF_FORMAT_TYPEMASK),
-            .codec = isOggFlac ? "FLAC" : nameOf(info.format & SF_FORMAT_SUBMASK),
+    return {.container = formatName(info.format & SF_FORMAT_TYPEMASK),
+            .codec = isOggFlac ? "FLAC" : formatName(info.format & SF_FORMAT_SUBMASK),
             .sampleRate = static_cast<std::uint32_t>(info.samplerate),
             .bits = integerBits(info.format),
             .channels = static_cast<std::uint32_t>(info.channels),
@@ -206,52 +103,84 @@ Metadata FileSource::metadata()
     if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64)
         addWaveMetadata(metadata, file.descriptor.number(), sndfile,
                         (info.format & SF_FORMAT_ENDMASK) == SF_ENDIAN_BIG);
+    if (container == SF_FORMAT_W64 || container == SF_FORMAT_AIFF || container == SF_FORMAT_CAF)
+        addOtherMetadata(metadata, file.descriptor.number());
     return metadata;
 }
 
 void FileSource::rewind()
 {
+    position = partBegin = 0;
+    losses = {};
     openPart(0);
-    position = partBegin = missing = silenced = 0;
-    missesUnknown = losesUnknown = false;
-    damageBegin.reset();
-    reason.clear();
 }
 
 void FileSource::openPart(std::size_t index)
 {
-    current = index;
-    while (current < parts.size() && parts[current].leftOut) ++current;
+    for (current = index; current < parts.size() && !parts[current].difference.empty(); ++current) recordUnreadPart();
     partBegin = position;
     if (current < parts.size()) decoder = openDecoder(file.descriptor.number(), parts[current].bytes);
 }
 
-/// Records the position of the first damage.
-void FileSource::recordDamage(std::uint64_t frame) noexcept
+/// Records that the current part is not read.
+void FileSource::recordUnreadPart()
 {
-    if (!damageBegin) damageBegin = frame;
+    const FilePart& part = parts[current];
+    const std::string what = "stream " + std::to_string(current + 1) + " of " + std::to_string(parts.size()) +
+                             ", from byte " + std::to_string(part.bytes.begin) + ", " + part.difference +
+                             " and is left out";
+    std::optional<double> seconds;
+    if (part.declared) seconds = static_cast<double>(*part.declared) / part.rate;
+    losses.addUnread(what, seconds, splitAdvice(part.bytes.begin));
+}
+
+/// Records the file that follows the current part, the last one, if it is not read.
+void FileSource::recordFollowingFile(std::uint64_t end)
+{
+    if (end == 0 || end >= file.bytes) return;
+    const FileBytes bytes(file.descriptor.number());
+    for (const std::uint64_t begin : {end, end + end % 2}) {
+        const std::string kind = fileKindAt(bytes, begin);
+        if (kind.empty()) continue;
+        losses.addUnread(kind + " of " + std::to_string(file.bytes - begin) + " bytes follows its audio, from byte " +
+                             std::to_string(begin) + ", and is left out",
+                         std::nullopt, splitAdvice(begin));
+        return;
+    }
+}
+
+/// How to upmix audio that begins at a byte.
+std::string FileSource::splitAdvice(std::uint64_t begin) const
+{
+    if (file.fromPipe) return "join only streams of one format";
+    return "cut it off and upmix it on its own: tail -c +" + std::to_string(begin + 1) + " " + shellQuoted(file.name) +
+           " > rest";
 }
 
 /// Records the losses of the current part.
 void FileSource::endPart()
 {
-    const Part& part = parts[current];
+    throwIfInterrupted(); // a decoder reports the end of the file
+    const FilePart& part = parts[current];
     const std::uint64_t frames = position - partBegin;
-    if (part.declared && frames < *part.declared) {
-        missing += *part.declared - frames;
-        recordDamage(position);
-    }
-    silenced += decoder->silencedFrames();
     const std::string error = decoder->error();
-    if (part.lacksEnd || (!part.declared && !error.empty())) {
-        missesUnknown = true;
-        recordDamage(position);
-    }
-    if (!error.empty()) reason = error;
+    losses.addSilenced(decoder->silencedFrames());
+    if (part.declared && frames < *part.declared) losses.addMissing(*part.declared - frames);
+    if (!part.declared) losses.addSkipped(decoder->skippedFrames() + part.skippedFrames);
+    // The MPEG decoder continues after an error.
+    const bool endsAtError = !part.declared && !error.empty() && !isMpeg(info);
+    if (part.lacksEnd || part.endsInsideFrame || endsAtError) losses.setEndMissing();
+    if (!part.declared && !error.empty() && isMpeg(info) && part.skippedFrames == 0) losses.setUnknownLoss();
+    if (!error.empty()) losses.setReason(error);
+    if (part.endsInsideFrame) losses.setReason("its last frame is incomplete");
     if (part.hasDamagedPages) {
-        reason = "some of its pages are damaged";
-        losesUnknown = losesUnknown || missing == 0;
+        losses.setReason("some of its pages are damaged");
+        if (!losses.hasMissing()) losses.setUnknownLoss();
     }
+    const bool endsHere = losses.hasMissing() || part.lacksEnd || part.endsInsideFrame;
+    if (part.damageBegin) losses.markDamage(partBegin + std::min(*part.damageBegin, frames));
+    if (endsHere || endsAtError) losses.markDamage(position);
+    if (current + 1 == parts.size()) recordFollowingFile(part.end != 0 ? part.end : decoder->endPosition());
 }
 
 StreamFormat FileSource::format() const noexcept
@@ -263,9 +192,17 @@ StreamFormat FileSource::format() const noexcept
     return {.sampleRate = static_cast<std::uint32_t>(info.samplerate), .bits = bits};
 }
 
-std::vector<std::string> FileSource::prepare(bool showProgress)
+std::vector<std::string> FileSource::readingNotes() const
 {
     std::vector<std::string> notes;
+    for (const FilePart& part : parts)
+        if (!part.note.empty()) notes.push_back(part.note);
+    return notes;
+}
+
+std::vector<std::string> FileSource::prepare(bool showProgress)
+{
+    std::vector<std::string> notes = readingNotes();
     if (info.channels == 1) notes.emplace_back("mono, which is read as equal left and right");
     if (integerBits(info.format) != 0) return notes;
 
@@ -310,7 +247,8 @@ std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
     while (current < parts.size()) {
         const std::size_t frames = decoder->read(stereo, capacity);
         // The FLAC decoder reports errors only at its end.
-        if (decoder->silencedFrames() > 0 || (isMpeg(info) && !decoder->error().empty())) recordDamage(position);
+        const bool isDamaged = decoder->silencedFrames() + decoder->skippedFrames() > 0;
+        if (isDamaged || (isMpeg(info) && !decoder->error().empty())) losses.markDamage(position);
         position += frames;
         if (frames > 0) {
             if (info.channels == 1) spreadMono(stereo, frames);
@@ -334,43 +272,13 @@ std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
 std::optional<Loss> FileSource::loss() const
 {
     if (position == 0)
-        throw Failure(EX_DATAERR, file.name + ": contains no audio: 0 frames" +
-                                      (reason.empty() ? "" : " could be decoded (" + reason + ")") + "; check " +
-                                      (file.fromPipe ? "the command before the pipe" : "where it comes from"));
+        throw Failure(EX_DATAERR,
+                      file.name + ": contains no audio: 0 frames" +
+                          (losses.decoderReason().empty() ? "" : " could be decoded (" + losses.decoderReason() + ")") +
+                          "; check " + (file.fromPipe ? "the command before the pipe" : "where it comes from"));
 
-    double seconds = static_cast<double>(missing + silenced) / info.samplerate;
-    bool unknown = missesUnknown || losesUnknown;
-    std::size_t leftOut = 0;
-    for (const Part& part : parts) {
-        if (!part.leftOut) continue;
-        ++leftOut;
-        seconds += static_cast<double>(part.declared.value_or(0)) / part.rate;
-        unknown = unknown || !part.declared;
-    }
-
-    std::vector<std::string> facts;
-    if (missing > 0)
-        facts.push_back("it declares " + std::to_string(position + missing) + " frames and has " +
-                        std::to_string(position));
-    if (silenced > 0) facts.push_back(std::to_string(silenced) + " frames are damaged and become silence");
-    if (missesUnknown) facts.push_back("its end is missing after frame " + std::to_string(position));
-    if (leftOut > 0)
-        facts.push_back(
-            std::to_string(leftOut) + " of its " + std::to_string(parts.size()) +
-            " joined streams have another rate, another width, other channels or no audio and are left out");
-    if (!reason.empty()) facts.push_back(reason);
-    if (facts.empty()) return std::nullopt;
-
-    if (unknown) facts.emplace_back("how much is missing is not known");
-    if (!unknown && seconds > 0.0) facts.push_back(formatted("%.3f seconds are missing", seconds));
-    if (damageBegin)
-        facts.push_back("the damage begins at " +
-                        durationText(*damageBegin, static_cast<std::uint32_t>(info.samplerate)));
-    std::string message = "is cut short or damaged: ";
-    for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
-    return Loss{.message = message,
-                .seconds = unknown ? std::nullopt : std::optional(seconds),
-                .advice = file.fromPipe ? "check the command before the pipe" : "get a complete copy of the file"};
+    return losses.loss(position, static_cast<std::uint32_t>(info.samplerate),
+                       file.fromPipe ? "check the command before the pipe" : "get a complete copy of the file");
 }
 
 } // namespace tarn

@@ -4,7 +4,9 @@
 
 #include "cli/audio_source.h"
 #include "cli/decoder.h"
+#include "cli/file_parts.h"
 #include "cli/input_file.h"
+#include "cli/loss_record.h"
 
 #include <memory>
 #include <optional>
@@ -52,6 +54,10 @@ public:
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return expected; }
     FileIdentity identity() const noexcept override { return file.identity; }
     Metadata metadata() override;
+
+    /// Notes about lengths that the header declares wrongly. Included in those of prepare.
+    std::vector<std::string> readingNotes() const;
+
     std::vector<std::string> prepare(bool showProgress) override;
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return true; }
@@ -65,22 +71,12 @@ public:
     std::size_t readFullScale(double* stereo, std::size_t capacity);
 
 private:
-    /// One of the streams that were joined into the file.
-    struct Part
-    {
-        ByteRange bytes;
-        std::optional<std::uint64_t> declared; ///< frames
-        int rate = 0;                          ///< Hz
-        bool hasDamagedPages = false;          ///< Ogg pages that libsndfile skips
-        bool lacksEnd = false;                 ///< the end-of-stream mark is missing
-        bool leftOut = false;                  ///< other rate, width or channels than the first part, or no audio
-    };
-
     void openParts();
-    Part partOf(const Decoder& opened, ByteRange bytes) const;
     void checkFormat() const;
     void openPart(std::size_t index);
-    void recordDamage(std::uint64_t frame) noexcept;
+    void recordUnreadPart();
+    void recordFollowingFile(std::uint64_t end);
+    std::string splitAdvice(std::uint64_t begin) const;
     void endPart();
     double findPeak(bool showProgress);
 
@@ -88,21 +84,16 @@ private:
     std::size_t decode(Sample* stereo, std::size_t capacity);
 
     InputFile file;
-    std::vector<Part> parts;
+    std::vector<FilePart> parts;
     std::size_t current = 0; ///< index of the part; parts.size() at the end
     std::unique_ptr<Decoder> decoder;
     SF_INFO info{}; ///< of the first part
 
-    std::optional<std::uint64_t> declared;    ///< frames of all parts
-    std::optional<std::uint64_t> expected;    ///< declared or estimated
-    std::uint64_t position = 0;               ///< frames
-    std::uint64_t partBegin = 0;              ///< position of the first frame of the part
-    std::uint64_t missing = 0;                ///< frames that finished parts declare and do not have
-    std::uint64_t silenced = 0;               ///< frames of finished parts that could not be decoded
-    bool missesUnknown = false;               ///< the end is missing, length unknown
-    bool losesUnknown = false;                ///< other audio is missing, length unknown
-    std::optional<std::uint64_t> damageBegin; ///< frame of the first damage
-    std::string reason;                       ///< error message of the decoder
+    std::optional<std::uint64_t> declared; ///< frames of all parts
+    std::optional<std::uint64_t> expected; ///< declared or estimated
+    std::uint64_t position = 0;            ///< frames
+    std::uint64_t partBegin = 0;           ///< position of the first frame of the part
+    LossRecord losses;
     double gain = 1.0;
     std::vector<double> decoded;
 };

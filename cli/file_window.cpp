@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "cli/file_window.h"
 
+#include "cli/interrupt.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include <unistd.h>
 
@@ -18,6 +21,10 @@ std::size_t FileWindow::read(void* to, std::size_t count) noexcept
     const std::uint64_t begin = at;
     std::size_t done = 0;
     while (done < wanted) {
+        if (arrivedSignal() != 0) {
+            failed = EINTR;
+            break;
+        }
         const ssize_t got =
             pread(descriptor, static_cast<char*>(to) + done, wanted - done, static_cast<off_t>(part.begin + at));
         if (got < 0 && errno == EINTR) continue;
@@ -26,17 +33,16 @@ std::size_t FileWindow::read(void* to, std::size_t count) noexcept
         done += static_cast<std::size_t>(got);
         at += static_cast<std::uint64_t>(got);
     }
-    if (replacement)
-        for (std::uint64_t i = 0; i < replacement->size(); ++i)
-            if (replacedAt + i >= begin && replacedAt + i < at)
-                static_cast<char*>(to)[replacedAt + i - begin] = (*replacement)[i];
+    for (std::uint64_t i = 0; i < replacement.size(); ++i)
+        if (replacedAt + i >= begin && replacedAt + i < at)
+            static_cast<char*>(to)[replacedAt + i - begin] = replacement[i];
     return done;
 }
 
-void FileWindow::replace(std::uint64_t position, const std::array<char, 8>& bytes) noexcept
+void FileWindow::replace(std::uint64_t position, std::string bytes) noexcept
 {
     replacedAt = position;
-    replacement = bytes;
+    replacement = std::move(bytes);
 }
 
 std::int64_t FileWindow::seek(std::int64_t offset, int whence) noexcept

@@ -4,10 +4,9 @@
 
 #include "cli/byte_range.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <string>
 
 namespace tarn
 {
@@ -19,7 +18,8 @@ class FileWindow
 public:
     FileWindow(int fileDescriptor, ByteRange range) noexcept : descriptor(fileDescriptor), part(range) {}
 
-    /// Reads bytes at the position and advances it. Returns the number of bytes; fewer at the end and after an error.
+    /// Reads bytes at the position and advances it. Returns the number of bytes; fewer at the end, after an error, and
+    /// after a signal that stops the work, so that libraries stop too.
     std::size_t read(void* to, std::size_t count) noexcept;
 
     /// Sets the position. Returns it, or -1 if it would be before the start.
@@ -28,12 +28,12 @@ public:
     std::int64_t seek(std::int64_t offset, int whence) noexcept;
 
     /// Substitutes these bytes for those at a position.
-    void replace(std::uint64_t position, const std::array<char, 8>& bytes) noexcept;
+    void replace(std::uint64_t position, std::string bytes) noexcept;
 
     std::uint64_t position() const noexcept { return at; }
     std::uint64_t size() const noexcept { return part.size(); }
 
-    /// The errno of the first read that failed; 0 if none did.
+    /// The errno of the first read that failed, EINTR after a signal; 0 if none did.
     int error() const noexcept { return failed; }
 
 private:
@@ -42,7 +42,7 @@ private:
     std::uint64_t at = 0;
     int failed = 0;
     std::uint64_t replacedAt = 0;
-    std::optional<std::array<char, 8>> replacement;
+    std::string replacement;
 };
 
 } // namespace tarn

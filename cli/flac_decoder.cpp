@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "cli/flac_decoder.h"
 
+#include "cli/declared_length.h"
 #include "cli/text.h"
 
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string_view>
 
 namespace tarn
 {
@@ -19,7 +21,8 @@ constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 22;
 
 } // namespace
 
-FlacDecoder::FlacDecoder(int descriptor, ByteRange part) : stream(FileWindow(descriptor, part))
+FlacDecoder::FlacDecoder(int descriptor, ByteRange part)
+    : stream(FileWindow(descriptor, part)), partBytes(descriptor, part), begin(part.begin)
 {
     if (!stream.is_valid() || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
         throw std::runtime_error("libFLAC cannot decode it");
@@ -28,7 +31,10 @@ FlacDecoder::FlacDecoder(int descriptor, ByteRange part) : stream(FileWindow(des
 }
 
 FlacDecoder::FlacDecoder(int descriptor, ByteRange part, int serial)
-    : stream(FileWindow(descriptor, part)), oggEnd(tarn::oggEnd(descriptor, part, serial))
+    : stream(FileWindow(descriptor, part)),
+      partBytes(descriptor, part),
+      begin(part.begin),
+      oggEnd(tarn::oggEnd(descriptor, part, serial))
 {
     if (!stream.is_valid() || !stream.set_ogg_serial_number(serial) ||
         stream.init_ogg() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
@@ -79,14 +85,26 @@ bool FlacDecoder::decodeFrame()
     while (stream.samples.empty())
         if (!stream.process_single() || stream.get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
     stream.get_decode_position(&frameEnd);
-    const bool isWithin = facts.frames == SF_COUNT_MAX || stream.firstFrame <= static_cast<std::uint64_t>(facts.frames);
-    if (stream.firstFrame > position && stream.firstFrame - position <= kMaxGapFrames && isWithin) {
-        toSilence = stream.firstFrame - position;
-        silenced += toSilence;
-        position += toSilence;
-    }
+    fillGap();
     position += stream.samples.size() / static_cast<std::size_t>(facts.channels);
     return true;
+}
+
+/// Replaces the frames that are missing before the last decoded frame by silence, or counts them if they are too many.
+void FlacDecoder::fillGap()
+{
+    const bool isWithin = facts.frames == SF_COUNT_MAX || stream.firstFrame <= static_cast<std::uint64_t>(facts.frames);
+    if (stream.firstFrame <= position || !isWithin) return;
+    const std::uint64_t gap = stream.firstFrame - position;
+    // A recording of a running stream can begin with any number.
+    const bool isLateStart = position == 0 && !stream.followsDamage;
+    position = stream.firstFrame;
+    if (gap <= kMaxGapFrames) {
+        toSilence = gap;
+        silenced += gap;
+    } else if (!isLateStart) {
+        skipped += gap;
+    }
 }
 
 std::string FlacDecoder::error() const
@@ -95,20 +113,20 @@ std::string FlacDecoder::error() const
     const bool isComplete = facts.frames != SF_COUNT_MAX && position >= static_cast<std::uint64_t>(facts.frames);
     if (isComplete || !isCut()) return {};
     if (oggEnd) return "its last page is missing";
+    if (partBytes.skipZeros(frameEnd, partBytes.size()) == partBytes.size()) return "its end is filled with zeros";
     return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
 }
 
-/// Whether data other than padding and tags follows the last good frame.
+/// Whether data other than padding, tags and another file follows the last good frame.
 bool FlacDecoder::isCut() const
 {
+    constexpr std::uint64_t kMaxPadding = 65536; ///< more zeros are frames that were never written
     if (oggEnd) return !oggEnd->isMarked;
-    FileWindow rest = stream.window;
-    rest.seek(static_cast<std::int64_t>(frameEnd), SEEK_SET);
-    std::array<char, 16> bytes{};
-    const std::size_t count = rest.read(bytes.data(), bytes.size());
-    const std::string_view text(bytes.data(), count);
-    return text.find_first_not_of('\0') != std::string_view::npos && !text.starts_with("TAG") &&
-           !text.starts_with("APETAGEX") && !text.starts_with("ID3");
+    const std::uint64_t rest = partBytes.skipZeros(frameEnd, partBytes.size());
+    if (rest == partBytes.size()) return rest - frameEnd > kMaxPadding;
+    for (const std::string_view mark : {"TAG", "APETAGEX", "ID3"})
+        if (partBytes.marks(rest, mark)) return false;
+    return fileKindAt(partBytes, rest).empty();
 }
 
 FLAC__StreamDecoderReadStatus FlacDecoder::Stream::read_callback(FLAC__byte bytes[], std::size_t* count)
@@ -127,15 +145,19 @@ FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__F
                                                                    const FLAC__int32* const channels[])
 {
     const FLAC__FrameHeader& header = frame->header;
-    // A damaged header can pass its checksum. All frames of a stream have the same channels.
-    if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32)
+    // A damaged header can pass its checksum. All frames of a stream have the same channels and rate; those of another
+    // stream can follow.
+    if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32 ||
+        (frameRate != 0 && header.sample_rate != frameRate))
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
+    frameRate = header.sample_rate;
     samples.resize(std::size_t{header.blocksize} * header.channels);
     const std::int64_t scale = std::int64_t{1} << (32 - header.bits_per_sample);
     for (std::size_t i = 0; i < header.blocksize; ++i)
         for (std::size_t c = 0; c < header.channels; ++c)
             samples[i * header.channels + c] = static_cast<std::int32_t>(channels[c][i] * scale);
     firstFrame = header.number.sample_number;
+    followsDamage = lostSync;
     lostSync = false;
     return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
 }

@@ -5,6 +5,7 @@
 #include "cli/failure.h"
 #include "cli/flac_blocks.h"
 #include "cli/text.h"
+#include "cli/wave_chunks.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,7 +45,7 @@ FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdenti
     addBlocks(contents.metadata.tags.flacBlocks);
     if (contents.metadata.broadcast) leftOut.emplace_back("FLAC has no place for the broadcast extension");
     for (const Chunk& chunk : contents.metadata.chunks)
-        leftOut.push_back("FLAC has no place for the " + chunk.name + " chunk");
+        leftOut.push_back("FLAC has no place for the " + printedName(chunk) + " chunk");
     auto padding = std::make_unique<FLAC::Metadata::Padding>();
     padding->set_length(kPaddingBytes);
     blocks.push_back(std::move(padding));

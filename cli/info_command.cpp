@@ -29,7 +29,7 @@ namespace
 
 constexpr std::size_t kReadFrames = 4096;
 
-Finding examine(const std::string& input, bool showProgress)
+Finding examine(const std::string& input, bool quiet, bool showProgress)
 {
     std::error_code ignored;
     if (std::filesystem::is_directory(input, ignored))
@@ -39,6 +39,8 @@ Finding examine(const std::string& input, bool showProgress)
     Finding finding{.facts = source.facts()};
     if (finding.facts.channels != 2) return finding;
 
+    if (!quiet)
+        for (const std::string& note : source.readingNotes()) printNote(input + ": " + note);
     StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
     Progress progress("examining", source.expectedFrames(), finding.facts.sampleRate, showProgress);
     std::vector<double> stereo(2 * kReadFrames);
@@ -87,7 +89,7 @@ private:
     Json resultOf(std::size_t i) const
     {
         const std::string& input = inputs[i];
-        const Finding finding = examine(input, !options.quiet && inputs.size() == 1);
+        const Finding finding = examine(input, options.quiet, !options.quiet && inputs.size() == 1);
         Json shown = options.json      ? jsonOf(input, finding)
                      : options.verbose ? Json(tableOf(input, finding))
                                        : Json(lineOf(input, width, finding));

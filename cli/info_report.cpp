@@ -89,7 +89,7 @@ std::string formatName(const FileFacts& facts)
     if (facts.codec == "MPEG Layer I") return "MP1";
     const std::string firstWord = facts.container.substr(0, facts.container.find(' '));
     std::string name = firstWord == "WAVEX" ? "WAV" : firstWord;
-    if (!facts.codec.ends_with("PCM") || facts.codec.ends_with("DPCM")) name += " " + codecName(facts.codec);
+    if (!facts.codec.ends_with("PCM") || facts.codec.ends_with("DPCM")) name += ' ' + codecName(facts.codec);
     return facts.bits != 0 ? name + " " + std::to_string(facts.bits) + " bit" : name;
 }
 

@@ -47,13 +47,15 @@ OggLinks oggLinks(int descriptor)
     OggPages pages(descriptor, {.begin = std::min(file.id3v2Size(0), file.size()), .end = file.size()});
     std::vector<std::uint64_t> begins;
     bool inHeads = false; // the first pages of all streams of a link are adjacent
+    std::uint64_t end = 0;
     ogg_page page;
     while (pages.next(page)) {
+        end = pages.pageBegin() + static_cast<std::uint64_t>(page.header_len + page.body_len);
         const bool isFirstPage = ogg_page_bos(&page) != 0;
         if (isFirstPage && !inHeads) begins.push_back(pages.pageBegin());
         inHeads = isFirstPage;
     }
-    return {.links = partsFrom(begins, file.size()), .skippedBytes = pages.skippedBytes()};
+    return {.links = partsFrom(begins, file.size()), .skippedBytes = pages.skippedBytes(), .end = end};
 }
 
 std::vector<ByteRange> containerParts(int descriptor)
@@ -85,6 +87,10 @@ std::vector<ByteRange> mpegParts(int descriptor)
             continue;
         }
         const auto frame = mpegFrameAt(file, position);
+        if (!frame && !begins.empty() && !fileKindAt(file, position).empty()) {
+            begin(position);
+            return partsFrom(begins, file.size());
+        }
         if (!frame) {
             position = nextMpegFrame(file, position + 1, file.size());
             continue;

@@ -14,6 +14,7 @@ struct OggLinks
 {
     std::vector<ByteRange> links;   ///< consecutive logical streams (RFC 3533, section 4); at least one
     std::uint64_t skippedBytes = 0; ///< bytes outside pages with a correct checksum
+    std::uint64_t end = 0;          ///< position after the last page
 };
 
 /// Finds the links of an Ogg file, which may be chained.
@@ -30,7 +31,7 @@ std::vector<ByteRange> containerParts(int descriptor);
 
 /// Finds the parts of MPEG audio that was joined from several files. A part begins at an index frame (Xing, Info or
 /// VBRI), where the version, layer or rate changes, or after the frames that the last index declares if a second or
-/// more follows.
+/// more follows. A file of another format after the frames is the last part.
 ///
 /// descriptor  open for reading; its position does not change
 /// Returns at least one part; together they cover the whole file.

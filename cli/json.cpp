@@ -58,7 +58,7 @@ Json withExactNames(const Json& json)
 /// Appends \uXXXX.
 void appendEscaped(std::string& text, char32_t unit)
 {
-    char escaped[8];
+    char escaped[12]; // the compiler assumes 32 bits
     std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(unit));
     text += escaped;
 }

@@ -30,6 +30,14 @@ std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
     return info;
 }
 
+/// Adds a note about chunks.
+void addLeftOut(Metadata& metadata, const std::vector<std::string>& chunks)
+{
+    std::string names;
+    for (const std::string& name : chunks) names += (names.empty() ? "" : ", ") + name;
+    if (!names.empty()) metadata.tags.leftOut.push_back("its chunks " + names + " are left out");
+}
+
 } // namespace
 
 Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate)
@@ -41,6 +49,12 @@ Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate)
         info.time_reference_high = static_cast<std::uint32_t>(converted >> 32);
         info.time_reference_low = static_cast<std::uint32_t>(converted);
     }
+    std::erase_if(metadata.chunks, [&](const Chunk& chunk) {
+        if (!hasMarkers(chunk)) return false;
+        metadata.tags.leftOut.push_back("its " + printedName(chunk) + " chunk counts samples at " +
+                                        std::to_string(rate) + " Hz and is left out");
+        return true;
+    });
     for (Chunk& chunk : metadata.chunks)
         for (const std::string& element : convertRate(chunk, rate, newRate))
             metadata.tags.leftOut.push_back(element + " of its " + chunk.name + " chunk counts samples at " +
@@ -58,9 +72,12 @@ void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool big
     metadata.chunks = std::move(chunks.kept);
     metadata.broadcast = readBroadcastInfo(file);
     if (metadata.broadcast) std::erase(chunks.leftOut, "bext");
-    std::string names;
-    for (const std::string& name : chunks.leftOut) names += (names.empty() ? "" : ", ") + name;
-    if (!names.empty()) metadata.tags.leftOut.push_back("its chunks " + names + " are left out");
+    addLeftOut(metadata, chunks.leftOut);
+}
+
+void addOtherMetadata(Metadata& metadata, int descriptor)
+{
+    addLeftOut(metadata, otherChunkNames(descriptor));
 }
 
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast)

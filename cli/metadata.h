@@ -38,6 +38,9 @@ Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate);
 /// bigEndian   whether it is RIFX
 void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian);
 
+/// Adds a note about the chunks of a W64, AIFF or CAF file that are neither audio nor tags.
+void addOtherMetadata(Metadata& metadata, int descriptor);
+
 /// Writes the broadcast extension into a WAVE file. Call it before writing audio.
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast);
 

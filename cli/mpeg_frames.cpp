@@ -2,10 +2,30 @@
 // SPDX-License-Identifier: MIT
 #include "cli/mpeg_frames.h"
 
+#include <algorithm>
 #include <array>
+#include <string_view>
 
 namespace tarn
 {
+
+namespace
+{
+
+/// Whether the bytes between frames, or after the last one, are no damaged frames: tags and zeros.
+bool isBetweenFrames(const FileBytes& file, std::uint64_t begin, std::uint64_t end)
+{
+    constexpr std::uint64_t kId3v1Bytes = 128;
+    constexpr std::uint64_t kApeFooterBytes = 32;
+    for (const std::string_view mark : {"TAG", "ID3", "APETAGEX", "LYRICSBEGIN", "RIFF", "LIST", "id3 "})
+        if (file.marks(begin, mark)) return true;
+    // An APE tag of version 1 has no mark at its start.
+    for (const std::uint64_t footer : {kApeFooterBytes, kApeFooterBytes + kId3v1Bytes})
+        if (end >= begin + footer && file.marks(end - footer, "APETAGEX")) return true;
+    return file.skipZeros(begin, end) == end;
+}
+
+} // namespace
 
 std::optional<MpegFrame> mpegFrameAt(const FileBytes& file, std::uint64_t position)
 {
@@ -35,7 +55,8 @@ std::optional<MpegFrame> mpegFrameAt(const FileBytes& file, std::uint64_t positi
                                            : (layer == 3 && !isFirstVersion ? 72 : 144) * bits / rate + padding;
     const bool isMono = (header >> 6 & 3) == 3;
     const std::uint64_t side = isFirstVersion ? (isMono ? 17 : 32) : (isMono ? 9 : 17);
-    return MpegFrame{.kind = header & 0xfffe0c00u, .bytes = bytes, .sideInformation = 4 + side};
+    const std::uint64_t samples = layer == 1 ? 384 : layer == 3 && !isFirstVersion ? 576 : 1152;
+    return MpegFrame{.kind = header & 0xfffe0c00u, .bytes = bytes, .samples = samples, .sideInformation = 4 + side};
 }
 
 std::optional<std::uint64_t> indexedFrames(const FileBytes& file, std::uint64_t position, const MpegFrame& frame)
@@ -53,12 +74,43 @@ std::optional<std::uint64_t> indexedFrames(const FileBytes& file, std::uint64_t 
 std::uint64_t nextMpegFrame(const FileBytes& file, std::uint64_t position, std::uint64_t limit)
 {
     for (; position < limit; ++position) {
+        position = file.find('\xff', position, limit);
         const auto frame = mpegFrameAt(file, position);
-        if (!frame) continue;
+        if (!frame || position == limit) continue;
         const auto next = mpegFrameAt(file, position + frame->bytes);
         if (next && next->kind == frame->kind) return position;
     }
     return limit;
+}
+
+MpegDamage findMpegDamage(int descriptor, ByteRange part)
+{
+    const FileBytes file(descriptor, part);
+    MpegDamage damage;
+    std::uint64_t position = nextMpegFrame(file, file.id3v2Size(0), file.size());
+    std::optional<MpegFrame> last;
+    std::uint64_t frames = 0;
+    while (position < file.size()) {
+        const auto frame = mpegFrameAt(file, position);
+        if (frame && (!last || frame->kind == last->kind)) {
+            damage.endsInsideFrame = position + frame->bytes > file.size();
+            damage.end = std::min(position + frame->bytes, file.size());
+            damage.frameSamples = frame->samples;
+            last = frame;
+            position += frame->bytes;
+            ++frames;
+            continue;
+        }
+        if (!last) break;
+        const std::uint64_t next = nextMpegFrame(file, position + 1, file.size());
+        if (!isBetweenFrames(file, position, next)) {
+            if (damage.lostFrames == 0) damage.firstLost = frames;
+            damage.lostFrames += std::max<std::uint64_t>((next - position + last->bytes / 2) / last->bytes, 1);
+        }
+        position = next;
+    }
+    damage.end += part.begin;
+    return damage;
 }
 
 } // namespace tarn

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/byte_range.h"
 #include "cli/file_bytes.h"
 
 #include <cstdint>
@@ -15,6 +16,7 @@ struct MpegFrame
 {
     std::uint32_t kind = 0;            ///< header bits that all frames of a stream share
     std::uint64_t bytes = 0;           ///< size
+    std::uint64_t samples = 0;         ///< per channel
     std::uint64_t sideInformation = 0; ///< offset of the index in an index frame
 };
 
@@ -27,5 +29,18 @@ std::optional<std::uint64_t> indexedFrames(const FileBytes& file, std::uint64_t 
 
 /// The position of the next frame that is followed by another of its kind; limit if there is none before it.
 std::uint64_t nextMpegFrame(const FileBytes& file, std::uint64_t position, std::uint64_t limit);
+
+/// Frames of MPEG audio that a decoder skips.
+struct MpegDamage
+{
+    std::uint64_t lostFrames = 0;   ///< between other frames, estimated from the bytes there
+    std::uint64_t firstLost = 0;    ///< number of frames before the first of them
+    std::uint64_t frameSamples = 0; ///< per channel and frame
+    bool endsInsideFrame = false;   ///< the last frame is incomplete
+    std::uint64_t end = 0;          ///< position after the last frame
+};
+
+/// Walks the frames of a part and finds damage. Tags, indexes and zeros between frames are not damage.
+MpegDamage findMpegDamage(int descriptor, ByteRange part);
 
 } // namespace tarn

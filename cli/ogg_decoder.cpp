@@ -86,20 +86,32 @@ void OggDecoder::place(std::int64_t granule, bool isLast)
         }
     }
     std::int64_t ahead = granule - origin - static_cast<std::int64_t>(position) - frames;
-    if (hasHole && ahead > 0 && ahead <= kMaxGapFrames) {
-        // The position of the last page is the end of the audio in its last packet.
-        const std::int64_t unit = isLast ? positions.packetFrames : 1;
-        const std::int64_t gap = (ahead + unit - 1) / unit * unit;
-        toSilence = static_cast<std::uint64_t>(gap);
-        silenced += toSilence;
-        ahead -= gap;
-    }
+    if (hasHole) ahead -= fillHole(ahead, isLast);
     hasHole = false;
     // The last packet can be longer than its audio.
     if (isLast && ahead < 0 && -ahead <= std::min(positions.maxTrim, frames))
         samples.resize(samples.size() - static_cast<std::size_t>(-ahead * channels));
     // An edited stream can continue from another position.
     if (!isLast) origin += ahead;
+}
+
+/// Replaces lost packets by silence, or counts their frames if they are too many.
+///
+/// ahead  frames from the end of the decoded audio to the position of the page
+/// Returns the frames of silence.
+std::int64_t OggDecoder::fillHole(std::int64_t ahead, bool isLast)
+{
+    if (ahead <= 0 || ahead > kMaxGapFrames) {
+        hasUnfilled = true;
+        skipped += static_cast<std::uint64_t>(std::max<std::int64_t>(ahead, 0));
+        return 0;
+    }
+    // The position of the last page is the end of the audio in its last packet.
+    const std::int64_t unit = isLast ? positions.packetFrames : 1;
+    const std::int64_t gap = (ahead + unit - 1) / unit * unit;
+    toSilence = static_cast<std::uint64_t>(gap);
+    silenced += toSilence;
+    return gap;
 }
 
 /// Drops the remaining frames of preSkip.
@@ -118,7 +130,8 @@ void OggDecoder::dropPreSkip()
 std::string OggDecoder::error() const
 {
     if (stream.error() != 0) return systemError(stream.error());
-    return hasHoles && silenced == 0 ? "some of its packets are damaged" : std::string();
+    const bool isUnfilled = hasHole || hasUnfilled || (hasHoles && silenced == 0);
+    return isUnfilled ? "some of its packets are damaged" : std::string();
 }
 
 } // namespace tarn

@@ -18,6 +18,7 @@ class OggDecoder : public Decoder
 public:
     std::size_t read(double* to, std::size_t frames) final;
     std::uint64_t silencedFrames() const final { return silenced; }
+    std::uint64_t skippedFrames() const final { return skipped; }
     std::string error() const final;
 
 protected:
@@ -52,6 +53,7 @@ protected:
 
 private:
     void place(std::int64_t granule, bool isLast);
+    std::int64_t fillHole(std::int64_t ahead, bool isLast);
     void dropPreSkip();
 
     std::vector<float> samples;  ///< of the last page, interleaved
@@ -61,8 +63,10 @@ private:
     bool hasOrigin = false;      ///< a page declared it
     bool hasHole = false;        ///< packets were lost since the last page with a position
     bool hasHoles = false;       ///< packets were lost
+    bool hasUnfilled = false;    ///< packets were lost and did not become silence
     std::uint64_t position = 0;  ///< frames of all pages before the last
     std::uint64_t silenced = 0;  ///< frames
+    std::uint64_t skipped = 0;   ///< frames
 };
 
 } // namespace tarn

@@ -7,7 +7,6 @@
 #include "cli/text.h"
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 
 namespace tarn
@@ -32,16 +31,21 @@ constexpr SF_VIRTUAL_IO kCalls{
     .tell = [](void* data) { return static_cast<sf_count_t>(windowOf(data).position()); },
 };
 
+/// The part without the bytes after the audio of W64, which libsndfile would read as audio.
+ByteRange withoutRest(int descriptor, ByteRange part)
+{
+    const FileBytes file(descriptor, part);
+    const auto end = audioEnd(file);
+    if (!file.marks(0, "riff") || !end || *end >= part.size() || correctedSize(file)) return part;
+    return {.begin = part.begin, .end = part.begin + *end};
+}
+
 } // namespace
 
-SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, part)
+SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, withoutRest(descriptor, part))
 {
-    // libsndfile refuses truncated CAF files and those of unknown size, so the window substitutes the actual size.
-    if (const auto chunk = truncatedCafData(FileBytes(descriptor, part))) {
-        std::array<char, 8> size{};
-        for (unsigned i = 0; i < 8; ++i) size[i] = static_cast<char>(chunk->present >> (56 - 8 * i));
-        window.replace(chunk->sizeAt, size);
-    }
+    // libsndfile trusts most sizes, and refuses truncated CAF files and those of unknown size.
+    if (const auto size = correctedSize(FileBytes(descriptor, part))) window.replace(size->position, size->bytes);
     SF_VIRTUAL_IO calls = kCalls;
     const QuietStandardError quiet; // its MPEG decoder prints errors
     file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <stdexcept>
+#include <string_view>
 
 namespace tarn
 {
@@ -13,6 +14,13 @@ namespace
 {
 
 constexpr int kHeaders = 3;
+
+/// Whether a packet begins like a header: a type, then a mark.
+bool isHeader(const ogg_packet& packet)
+{
+    const std::string_view bytes(reinterpret_cast<const char*>(packet.packet), static_cast<std::size_t>(packet.bytes));
+    return bytes.size() > 6 && bytes.substr(1, 6) == "vorbis";
+}
 
 } // namespace
 
@@ -68,7 +76,7 @@ bool VorbisDecoder::readHeaders()
 bool VorbisDecoder::decode(ogg_packet& packet, std::vector<float>& to)
 {
     const int result = vorbis_synthesis(&block, &packet);
-    if (result == OV_ENOTAUDIO) return true; // some files repeat the headers
+    if (result == OV_ENOTAUDIO) return isHeader(packet) || packet.bytes == 0; // some files repeat the headers
     if (result != 0) return false;
     // Prevents libvorbis from trimming packets; OggDecoder trims the whole page.
     block.granulepos = -1;

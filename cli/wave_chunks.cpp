@@ -1,4 +1,4 @@
-// Reads iXML and cart chunks and converts their sample counts.
+// Reads markers, iXML and cart chunks and converts their sample counts.
 // SPDX-License-Identifier: MIT
 #include "cli/wave_chunks.h"
 
@@ -19,12 +19,35 @@ namespace
 constexpr std::size_t kCartTimers = 684; ///< offset of eight pairs of a mark and a frame count
 constexpr std::size_t kCartTimersEnd = kCartTimers + std::size_t{8} * 8;
 
-/// Whether a chunk describes the file format or is read as a tag.
-bool isFormatOrTag(const std::string& name)
+/// Chunks of WAVE and W64 that describe the file format or are read as tags.
+constexpr std::array<std::string_view, 12> kFormatAndTags{"ds64", "fmt ", "fact", "data", "PEAK", "levl",
+                                                          "JUNK", "junk", "PAD ", "FLLR", "id3 ", "ID3 "};
+
+/// The same of AIFF and CAF.
+constexpr std::array<std::string_view, 15> kOtherFormatAndTags{"COMM", "SSND", "FVER", "CHAN", "NAME",
+                                                               "AUTH", "(c) ", "ANNO", "desc", "chan",
+                                                               "kuki", "pakt", "free", "info", "peak"};
+
+/// Chunks that readWaveChunks reads by their names.
+constexpr std::array<std::string_view, 5> kReadChunks{"iXML", "cart", "cue ", "LIST", "smpl"};
+
+template <std::size_t count>
+bool contains(const std::array<std::string_view, count>& names, std::string_view name)
 {
-    constexpr std::array kNames{"ds64", "fmt ", "fact", "data", "PEAK", "levl", "JUNK",
-                                "junk", "PAD ", "FLLR", "LIST", "id3 ", "ID3 "};
-    return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
+    return std::ranges::find(names, name) != names.end();
+}
+
+void addName(std::vector<std::string>& names, const std::string& name)
+{
+    if (std::ranges::find(names, name) == names.end()) names.push_back(name);
+}
+
+/// Whether a chunk is valid for the output. Binary chunks of big-endian files are not.
+bool isKept(const Chunk& chunk, bool bigEndian)
+{
+    if (chunk.contents.empty()) return false;
+    if (chunk.name == "iXML") return true;
+    return !bigEndian && (chunk.name != "LIST" || chunk.contents.starts_with("adtl"));
 }
 
 /// Removes iXML elements, which have no attributes and are never nested in their own kind. Returns those found.
@@ -63,27 +86,44 @@ void convertFrames(std::string& bytes, std::size_t at, std::uint32_t rate, std::
 WaveChunks readWaveChunks(int descriptor, bool bigEndian)
 {
     WaveChunks chunks;
-    const auto leaveOut = [&chunks](std::string name) {
-        name.erase(name.find_last_not_of(' ') + 1);
-        if (std::find(chunks.leftOut.begin(), chunks.leftOut.end(), name) == chunks.leftOut.end())
-            chunks.leftOut.push_back(name);
-    };
-    for (const std::string name : {"iXML", "cart"}) {
+    for (const std::string name : {"iXML", "cart", "cue ", "LIST", "smpl"}) {
+        bool isFirst = true;
         for (std::string& contents : chunksNamed(descriptor, name)) {
-            const bool isFirst = chunks.kept.empty() || chunks.kept.back().name != name;
-            if (!isFirst || contents.empty() || (name == "cart" && bigEndian)) {
-                leaveOut(name);
+            if (name == "LIST" && contents.starts_with("INFO")) continue;
+            Chunk chunk{.name = name, .contents = std::move(contents)};
+            if (!isFirst || !isKept(chunk, bigEndian)) {
+                addName(chunks.leftOut, printedName(chunk));
                 continue;
             }
-            if (name == "iXML") removeElements(contents, {"TRACK_LIST", "LOUDNESS", "BEXT", "FILE_UID"});
-            chunks.kept.push_back({.name = name, .contents = std::move(contents)});
+            isFirst = false;
+            if (name == "iXML") removeElements(chunk.contents, {"TRACK_LIST", "LOUDNESS", "BEXT", "FILE_UID"});
+            chunks.kept.push_back(std::move(chunk));
         }
     }
-    for (const std::string& list : chunksNamed(descriptor, "LIST"))
-        if (!list.starts_with("INFO")) leaveOut("LIST " + list.substr(0, 4));
     for (const std::string& name : chunkNames(descriptor))
-        if (!isFormatOrTag(name) && name != "iXML" && name != "cart") leaveOut(name);
+        if (!contains(kFormatAndTags, name) && !contains(kReadChunks, name))
+            addName(chunks.leftOut, printedName({.name = name, .contents = {}}));
     return chunks;
+}
+
+std::vector<std::string> otherChunkNames(int descriptor)
+{
+    std::vector<std::string> names;
+    for (const std::string& name : chunkNames(descriptor))
+        if (!contains(kFormatAndTags, name) && !contains(kOtherFormatAndTags, name))
+            addName(names, printedName({.name = name, .contents = {}}));
+    return names;
+}
+
+bool hasMarkers(const Chunk& chunk)
+{
+    return chunk.name == "cue " || chunk.name == "LIST" || chunk.name == "smpl";
+}
+
+std::string printedName(const Chunk& chunk)
+{
+    std::string name = chunk.name == "LIST" ? "LIST " + chunk.contents.substr(0, 4) : chunk.name;
+    return name.erase(name.find_last_not_of(' ') + 1);
 }
 
 std::vector<std::string> convertRate(Chunk& chunk, std::uint32_t rate, std::uint32_t newRate)

@@ -1,4 +1,4 @@
-// iXML and cart chunks of WAVE files.
+// Markers, iXML and cart chunks of WAVE files, and the names of other chunks.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -14,7 +14,7 @@ namespace tarn
 /// Chunks of a WAVE file that describe its recording, except tags and the broadcast extension.
 struct WaveChunks
 {
-    std::vector<Chunk> kept;          ///< the first iXML and the first cart (AES46)
+    std::vector<Chunk> kept;          ///< the first iXML, cart (AES46), cue, list of labels (LIST adtl) and smpl
     std::vector<std::string> leftOut; ///< names of all others and bext, without tags and format chunks
 };
 
@@ -25,9 +25,18 @@ struct WaveChunks
 /// bigEndian   whether it is RIFX
 WaveChunks readWaveChunks(int descriptor, bool bigEndian);
 
-/// Converts the frame counts of a chunk to another sample rate.
+/// Names of the chunks of a W64, AIFF or CAF file that are neither audio nor tags.
+std::vector<std::string> otherChunkNames(int descriptor);
+
+/// Whether a chunk has markers, which count frames of the input.
+bool hasMarkers(const Chunk& chunk);
+
+/// The name of a chunk without spaces; with the type of a list: "LIST adtl".
+std::string printedName(const Chunk& chunk);
+
+/// Converts the frame counts of a cart chunk to another sample rate.
 ///
-/// Returns the iXML elements that cannot be converted and were removed.
+/// Returns the elements of an iXML chunk that cannot be converted and were removed.
 std::vector<std::string> convertRate(Chunk& chunk, std::uint32_t rate, std::uint32_t newRate);
 
 } // namespace tarn

@@ -3,15 +3,14 @@
 #include "cli/wave_tags.h"
 
 #include "cli/descriptor.h"
+#include "cli/id3v2_tags.h"
 #include "cli/riff_info.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <memory>
 
-#include <attachedpictureframe.h>
-#include <id3v2tag.h>
 #include <infotag.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,30 +23,25 @@ namespace
 
 using TagLib::ByteVector;
 
+bool isUpper(const std::string& text)
+{
+    return std::ranges::all_of(text, [](char c) { return c >= 'A' && c <= 'Z'; });
+}
+
 ByteVector infoList(const TagLib::PropertyMap& texts)
 {
     TagLib::RIFF::Info::Tag tag;
     for (const auto& [name, info] : kInfoNames)
         if (const auto found = texts.find(name); found != texts.end())
-            tag.setFieldText(info, found->second.toString("; "));
-    return tag.render();
-}
-
-ByteVector id3v2Tag(const Tags& tags, std::vector<std::string>& leftOut)
-{
-    TagLib::ID3v2::Tag tag;
-    const TagLib::PropertyMap refused = tag.setProperties(tags.texts);
-    for (const auto& [name, values] : refused) leftOut.push_back("WAV has no place for the tag " + name.to8Bit(true));
-    for (const Picture& picture : tags.pictures) {
-        auto frame = std::make_unique<TagLib::ID3v2::AttachedPictureFrame>();
-        frame->setTextEncoding(TagLib::String::UTF8);
-        frame->setType(static_cast<TagLib::ID3v2::AttachedPictureFrame::Type>(picture.kind));
-        frame->setMimeType(picture.mimeType);
-        frame->setDescription(picture.description);
-        frame->setPicture(picture.data);
-        tag.addFrame(frame.release());
+            tag.setFieldText(ByteVector(info.data(), static_cast<unsigned>(info.size())), found->second.toString("; "));
+    // Fields without an equivalent have their own names.
+    for (const auto& [name, values] : texts) {
+        const std::string text = name.to8Bit(true);
+        const bool isField = text.size() == 4 && text.front() == 'I' && isUpper(text);
+        const bool isTranslated = std::ranges::find(kInfoNames, text, &InfoName::info) != kInfoNames.end();
+        if (isField && !isTranslated) tag.setFieldText(ByteVector(text.c_str()), values.toString("; "));
     }
-    return tag.isEmpty() ? ByteVector() : tag.render();
+    return tag.render();
 }
 
 /// Builds a chunk: name, 32-bit size, contents, padding to an even size.

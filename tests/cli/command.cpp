@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -71,6 +72,7 @@ void feed(int descriptor, const std::string& bytes)
 /// children too, and earlier tests of this process may have used more than the program may use.
 void forgetPeakMemory()
 {
+    malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << 5;
 }
 

@@ -88,10 +88,16 @@ TEST_F(JoinedFiles, PartsAtAnotherRateAreLeftOutWithAWarning)
     join("ab.ogg", {"a.ogg", "b.ogg"});
     const Result result = tarn({"upmix", "ab.ogg", "out.wav"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.errors.find("1 of its 2 joined streams have another rate, another width, other channels or no "
-                                 "audio and are left out; 2.000 seconds are missing"),
+    const std::string begin = std::to_string(std::filesystem::file_size(at("a.ogg")));
+    EXPECT_NE(result.errors.find("tarn: ab.ogg: is not read completely: stream 2 of 2, from byte " + begin +
+                                 ", runs at 44100 Hz instead of 48000 Hz and is left out; 2.000 seconds are missing"),
               std::string::npos)
         << result.errors;
+    // The command in the message extracts the stream.
+    const std::string advice = "; cut it off and upmix it on its own: ";
+    const std::size_t command = result.errors.find(advice) + advice.size();
+    ASSERT_EQ(shell(result.errors.substr(command, result.errors.find('\n', command) - command)).exitCode, 0);
+    EXPECT_TRUE(bytesOf(at("rest")) == bytesOf(at("b.ogg")));
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 96000);
 
     // Four seconds at a sixth of the rate.
@@ -153,8 +159,71 @@ TEST_F(JoinedFiles, PartsOfAnotherWidthAreLeftOutWithAWarning)
     join("ab.wav", {"a.wav", "b.wav"});
     const Result result = tarn({"upmix", "ab.wav", "out.wav"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.errors.find("are left out; 1.500 seconds are missing"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("has 24 bits instead of 16 bits and is left out; 1.500 seconds"), std::string::npos)
+        << result.errors;
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
+}
+
+TEST_F(JoinedFiles, FilesOfOtherFormatsAreNamed)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("a.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 1);
+    writeNoise("slow.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 48000, 1, 44100);
+    writeNoise("a.ogg", kVorbis, 48000, 1);
+    for (const auto& [first, second, kind] :
+         std::vector<std::tuple<std::string, std::string, std::string>>{{"a.flac", "a.wav", "a WAV file"},
+                                                                        {"a.flac", "slow.flac", "a FLAC file"},
+                                                                        {"a.flac", "a.ogg", "an Ogg file"},
+                                                                        {"a.ogg", "a.wav", "a WAV file"},
+                                                                        {"a.wav", "a.flac", "a FLAC file"},
+                                                                        {"a.wav", "a.ogg", "an Ogg file"},
+                                                                        {"a.aiff", "a.flac", "a FLAC file"}}) {
+        join("ab", {first, second});
+        const Result result = tarn({"upmix", "--force", "ab", "out.wav"});
+        EXPECT_EQ(result.exitCode, 1) << first << second << result.errors;
+        const std::string begin = std::to_string(std::filesystem::file_size(at(first)));
+        const std::string size = std::to_string(std::filesystem::file_size(at(second)));
+        EXPECT_NE(result.errors.find("tarn: ab: is not read completely: " + kind + " of " + size +
+                                     " bytes follows its audio, from byte " + begin + ", and is left out; "),
+                  std::string::npos)
+            << first << second << result.errors;
+        EXPECT_EQ(result.errors.find("chunks"), std::string::npos) << result.errors;
+        EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000) << first << second;
+    }
+}
+
+TEST_F(JoinedFiles, OtherFormatsAfterMpegAreNotDecodedAsMpeg)
+{
+    writeNoise("a.mp3", kMp3, 48000, 1);
+    writeNoise("b.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 72000, 2);
+    join("ab", {"a.mp3", "b.wav"});
+    const Result result = tarn({"upmix", "ab", "out.wav"});
+    EXPECT_EQ(result.exitCode, 1) << result.errors;
+    EXPECT_NE(result.errors.find("tarn: ab: is not read completely: stream 2 of 2, from byte " +
+                                 std::to_string(std::filesystem::file_size(at("a.mp3"))) +
+                                 ", has 16 bits instead of floating-point or lossy samples and is left out; 1.500"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(readAudio(at("out.wav")).info.frames, 48000);
+}
+
+TEST_F(JoinedFiles, TextAfterTheLastChunkIsNoChunk)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    writeBytes(at("b.wav"), bytesOf(at("a.wav")) + "Text that follows the file.\n");
+    const Result result = tarn({"upmix", "b.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors.find("chunks"), std::string::npos) << result.errors;
+}
+
+TEST_F(JoinedFiles, ShortLossesAreGivenInFrames)
+{
+    writeNoise("a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1);
+    std::filesystem::resize_file(at("a.wav"), std::filesystem::file_size(at("a.wav")) - 40);
+    const Result result = tarn({"upmix", "a.wav", "out.wav"});
+    EXPECT_NE(result.errors.find("it declares 48000 frames and has 47990; 10 frames are missing; "), std::string::npos)
+        << result.errors;
 }
 
 TEST_F(JoinedFiles, OtherBytesBehindTheDeclaredEndAreNotAudio)

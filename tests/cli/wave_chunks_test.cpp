@@ -147,13 +147,62 @@ TEST_F(WaveChunks, FrameCountsAreConvertedToTheOutputRate)
     EXPECT_EQ(read.time_reference_high, 480u);
 }
 
+TEST_F(WaveChunks, MarkersAreKeptInWaveAndReportedForOtherOutputs)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    const std::string cue = number(1) + number(1) + number(1234) + "data" + number(0) + number(0) + number(1234);
+    const std::string labels = "adtllabl" + number(12) + number(1) + std::string("A marker", 8);
+    const std::string loops(60, '\1');
+    appendChunks("in.wav", {{"cue ", cue}, {"LIST", labels}, {"smpl", loops}});
+    const Result wave = tarn({"upmix", "in.wav", "out.wav"});
+    EXPECT_EQ(wave.errors.find("left out"), std::string::npos) << wave.errors;
+    EXPECT_EQ(chunkOf("out.wav", "cue "), cue);
+    EXPECT_EQ(chunkOf("out.wav", "LIST"), labels);
+    EXPECT_EQ(chunkOf("out.wav", "smpl"), loops);
+
+    const Result flac = tarn({"upmix", "in.wav", "out.flac"});
+    const Result converted = tarn({"upmix", "--rate", "96000", "in.wav", "96.wav"});
+    EXPECT_EQ(converted.exitCode, 0) << converted.errors;
+    for (const std::string name : {"cue", "LIST adtl", "smpl"}) {
+        EXPECT_NE(flac.errors.find("tarn: out.flac: FLAC has no place for the " + name + " chunk\n"), std::string::npos)
+            << flac.errors;
+        EXPECT_NE(
+            converted.errors.find("tarn: in.wav: its " + name + " chunk counts samples at 48000 Hz and is left out\n"),
+            std::string::npos)
+            << converted.errors;
+        EXPECT_EQ(chunkOf("96.wav", name.substr(0, 3) == "cue" ? "cue " : name.substr(0, 4).c_str()), "0 chunks");
+    }
+}
+
+TEST_F(WaveChunks, OtherChunksOfAiffW64AndCafAreReported)
+{
+    const auto bigEndian = [](std::uint32_t value) {
+        const std::string bytes = number(value);
+        return std::string(bytes.rbegin(), bytes.rend());
+    };
+    const std::string w64Name("\xf3\xac\xd3\x11\x8c\xd1\x00\xc0\x4f\x8e\xdb\x8a", 12);
+    for (const auto& [format, chunk] : std::vector<std::pair<int, std::string>>{
+             {SF_FORMAT_AIFF, "MARK" + bigEndian(2) + std::string(2, '\0')},
+             {SF_FORMAT_CAF, "MARK" + bigEndian(0) + bigEndian(2) + std::string(2, '\0')},
+             {SF_FORMAT_W64, "MARK" + w64Name + number(32) + number(0) + std::string(8, '\0')}}) {
+        writeAudio(at("in"), format | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
+        const Result plain = tarn({"upmix", "--force", "in", "out.wav"});
+        EXPECT_EQ(plain.errors.find("left out"), std::string::npos) << plain.errors;
+        const Samples expected = readAudio(at("out.wav")).samples;
+        writeBytes(at("in"), bytesOf(at("in")) + chunk);
+        const Result result = tarn({"upmix", "--force", "in", "out.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_NE(result.errors.find("tarn: in: its chunks MARK are left out\n"), std::string::npos) << result.errors;
+        EXPECT_TRUE(readAudio(at("out.wav")).samples == expected) << std::hex << format;
+    }
+}
+
 TEST_F(WaveChunks, UnknownChunksAreReported)
 {
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     appendChunks("in.wav", {{"JUNK", "padding"},
                             {"minf", "contents"},
-                            {"cue ", number(0)},
-                            {"LIST", "adtl"},
+                            {"LIST", "wavl"},
                             {"cart", cart()},
                             {"cart", "another"},
                             {"minf", "contents"},
@@ -161,7 +210,7 @@ TEST_F(WaveChunks, UnknownChunksAreReported)
     for (const std::string output : {"out.wav", "out.flac"}) {
         const Result result = tarn({"upmix", "in.wav", output});
         EXPECT_EQ(result.exitCode, 0) << result.errors;
-        EXPECT_NE(result.errors.find("tarn: in.wav: its chunks cart, LIST adtl, minf, cue, bext are left out\n"),
+        EXPECT_NE(result.errors.find("tarn: in.wav: its chunks cart, LIST wavl, minf, bext are left out\n"),
                   std::string::npos)
             << result.errors;
     }

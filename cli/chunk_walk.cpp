@@ -1,0 +1,115 @@
+// Walks chunks by their names and sizes.
+// SPDX-License-Identifier: MIT
+#include "cli/chunk_walk.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string_view>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxChunks = 4096;
+constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 62; ///< prevents overflow
+
+/// Names of chunks that can be cut. Other names are recognised only if their chunk fits into the file.
+constexpr std::array<std::string_view, 22> kKnownNames{"data", "SSND", "LIST", "id3 ", "ID3 ", "bext", "iXML", "cart",
+                                                       "cue ", "fact", "fmt ", "ds64", "JUNK", "junk", "PAD ", "PEAK",
+                                                       "smpl", "info", "free", "FLLR", "COMM", "MARK"};
+
+/// Marks of audio files, which end the chunks of the file before them.
+constexpr std::array<std::string_view, 8> kFileMarks{"RIFF", "RF64", "RIFX", "FORM", "caff", ".snd", "fLaC", "OggS"};
+
+/// Form of the chunks in a container.
+struct Form
+{
+    std::uint64_t head = 0;      ///< bytes of the container before the first chunk
+    std::uint64_t nameBytes = 4; ///< only the first four are compared
+    std::size_t sizeBytes = 4;   ///< width of the size
+    bool bigEndian = false;      ///< byte order of the size
+    bool sizeCountsHead = false; ///< the size includes name and size
+    std::uint64_t alignment = 1; ///< of chunks, bytes
+    std::string_view nameEnd{};  ///< the rest of all names
+};
+
+std::optional<Form> formAt(const FileBytes& file, std::uint64_t begin)
+{
+    constexpr std::string_view kW64NameEnd("\xf3\xac\xd3\x11\x8c\xd1\x00\xc0\x4f\x8e\xdb\x8a", 12);
+    if (file.marks(begin, "RIFF") || file.marks(begin, "RF64")) return Form{.head = 12, .alignment = 2};
+    if (file.marks(begin, "RIFX") || file.marks(begin, "FORM"))
+        return Form{.head = 12, .bigEndian = true, .alignment = 2};
+    if (file.marks(begin, "caff")) return Form{.head = 8, .sizeBytes = 8, .bigEndian = true};
+    if (file.marks(begin, "riff"))
+        return Form{.head = 40,
+                    .nameBytes = 16,
+                    .sizeBytes = 8,
+                    .sizeCountsHead = true,
+                    .alignment = 8,
+                    .nameEnd = kW64NameEnd};
+    return std::nullopt;
+}
+
+/// Reads the head of a chunk. Returns none if other bytes are at the position.
+std::optional<ChunkHead> headAt(const FileBytes& file, const Form& form, std::uint64_t at)
+{
+    const std::uint64_t begin = at + form.nameBytes + form.sizeBytes;
+    if (begin > file.size()) return std::nullopt;
+    std::string name;
+    for (std::uint64_t i = 0; i < 4; ++i) name += static_cast<char>(file.number(at + i, 1, true));
+    const bool isText = std::ranges::all_of(name, [](char c) { return c >= 0x20 && c <= 0x7e; });
+    const bool isFile = std::ranges::find(kFileMarks, name) != kFileMarks.end();
+    if (!isText || isFile || !file.marks(at + 4, form.nameEnd)) return std::nullopt;
+
+    std::uint64_t size = file.number(at + form.nameBytes, form.sizeBytes, form.bigEndian);
+    const std::uint64_t counted = form.sizeCountsHead ? begin - at : 0;
+    if (size < counted) return std::nullopt;
+    size = std::min(size - counted, kMaxSize);
+    const bool isKnown = std::ranges::find(kKnownNames, name) != kKnownNames.end();
+    if (!isKnown && size > file.size() - begin) return std::nullopt;
+    return ChunkHead{.name = name,
+                     .begin = at,
+                     .sizeAt = at + form.nameBytes,
+                     .sizeBytes = form.sizeBytes,
+                     .bigEndian = form.bigEndian,
+                     .counted = counted,
+                     .contents = {.begin = begin, .end = begin + size}};
+}
+
+/// Uses the 64-bit size of the audio, which RF64 declares in its first chunk.
+void useLongSize(const FileBytes& file, const ChunkHead& first, ChunkHead& audio)
+{
+    constexpr std::uint64_t kDataSize = 8;
+    if (first.name != "ds64" || audio.contents.size() != UINT32_MAX) return;
+    audio.sizeAt = first.contents.begin + kDataSize;
+    audio.sizeBytes = 8;
+    audio.contents.end = audio.contents.begin + std::min(file.number(audio.sizeAt, 8, audio.bigEndian), kMaxSize);
+}
+
+} // namespace
+
+ChunkList listChunks(const FileBytes& file, std::uint64_t begin)
+{
+    ChunkList list{.chunks = {}, .end = begin};
+    const auto form = formAt(file, begin);
+    if (!form) return list;
+    list.end = begin + form->head;
+    // Not all programs pad odd sizes.
+    std::uint64_t unpadded = list.end;
+    while (list.chunks.size() < kMaxChunks) {
+        auto chunk = headAt(file, *form, list.end);
+        if (!chunk && unpadded != list.end) chunk = headAt(file, *form, unpadded);
+        if (!chunk) break;
+        list.chunks.push_back(*chunk);
+        if (chunk->name == "data") useLongSize(file, list.chunks.front(), list.chunks.back());
+        unpadded = list.chunks.back().contents.end;
+        const std::uint64_t used = unpadded - begin;
+        list.end = begin + (used + form->alignment - 1) / form->alignment * form->alignment;
+    }
+    return list;
+}
+
+} // namespace tarn
