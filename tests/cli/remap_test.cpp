@@ -111,10 +111,10 @@ protected:
     {
         Samples stereo = stereoNoise(kFrames, bits);
         // Full-scale square waves: in both channels, which drives the centre beyond full scale, then left, then right.
-        for (std::size_t frame = 2000; frame < 14000; ++frame) {
+        for (std::size_t frame = 2000; frame < 18000; ++frame) {
             const std::int32_t square = frame / 200 % 2 == 0 ? INT32_MIN : INT32_MAX;
-            stereo[2 * frame] = frame < 10000 ? square : 0;
-            stereo[2 * frame + 1] = frame < 6000 || frame >= 10000 ? square : 0;
+            stereo[2 * frame] = frame < 14000 ? square : 0;
+            stereo[2 * frame + 1] = frame < 10000 || frame >= 14000 ? square : 0;
         }
         const auto mask = ~((std::uint32_t{1} << (32 - bits)) - 1);
         for (std::int32_t& sample : stereo)
