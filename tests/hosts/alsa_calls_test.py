@@ -310,7 +310,7 @@ def check_fields(test):
 def check_recursion(test):
     """A PCM that plays to itself, directly or through others, is refused with a message. PCMs opened later work."""
     test.setup.add_text('pcm.!default { type tarn slave.pcm "default" }')
-    test.setup.add_text('pcm.one { type plug slave.pcm two }\npcm.two { type tarn slave.pcm one }')
+    test.setup.add_text("pcm.one { type plug slave.pcm two }\npcm.two { type tarn slave.pcm one }")
     for name in ("default", "one", "two"):
         program = subprocess.run(
             ["aplay", "-q", "-D", name, "-t", "raw", "-f", "cd"], input=bytes(4000), capture_output=True, check=False
