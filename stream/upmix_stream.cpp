@@ -74,7 +74,7 @@ public:
 
 private:
     void processBlock() noexcept;
-    const Row* bypassRow(std::size_t engineOutput, const Row (&delayed)[kMaxSlots]) const noexcept;
+    const Row* bypassRow(std::size_t engineOutput) const noexcept;
 
     float wetTarget() const noexcept { return bypassed.load(kRelaxed) ? 0.0f : 1.0f; }
 
@@ -84,6 +84,7 @@ private:
     Row outputRows[kMaxSlots]{};
     std::size_t filledFrames = 0; ///< frames in the input rows; as many of the output rows have been returned
     BlockDelay delays[kMaxSlots]; ///< one per input slot
+    Row delayed[kMaxSlots]{};     ///< scratch of processBlock, which keeps it off the stack
     std::size_t tailFrames = 0;   ///< frames that drain can still return
     bool started = false;         ///< whether the first frame has been processed
     Crossfade crossfade;
@@ -129,7 +130,6 @@ void UpmixStream::State::processBlock() noexcept
     }
     crossfade.beginBlock(wetTarget(), gain.load(kRelaxed));
 
-    Row delayed[kMaxSlots];
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         delays[slot].delayBlock(inputRows[slot], delayed[slot]);
     Row upmixed[4];
@@ -138,7 +138,7 @@ void UpmixStream::State::processBlock() noexcept
     for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
         const auto& [source, index] = configuration.outputs[slot];
         if (source == OutputSlot::Source::Engine) {
-            crossfade.mix(upmixed[index], bypassRow(index, delayed), outputRows[slot], faults);
+            crossfade.mix(upmixed[index], bypassRow(index), outputRows[slot], faults);
         } else if (source == OutputSlot::Source::Input) {
             std::copy_n(delayed[index], kBlockFrames, outputRows[slot]);
         } // the rows of silent slots stay zero
@@ -148,7 +148,7 @@ void UpmixStream::State::processBlock() noexcept
 }
 
 /// The input that replaces an engine output in bypass: left, right, or null for silence.
-const Row* UpmixStream::State::bypassRow(std::size_t engineOutput, const Row (&delayed)[kMaxSlots]) const noexcept
+const Row* UpmixStream::State::bypassRow(std::size_t engineOutput) const noexcept
 {
     if (engineOutput == 0) return &delayed[configuration.leftSlot];
     if (engineOutput == 1) return &delayed[configuration.rightSlot];

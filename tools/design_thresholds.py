@@ -6,7 +6,7 @@ usage: tools/design_thresholds.py [--front | --check]
     --front   figures of equal thresholds in all groups, of the previous rows and of the committed ones
     --check   previous and committed rows on the tracks and sentences that the design does not use, at four rates
 
-A search moves one threshold at a time and keeps what reduces `cost`. It needs half an hour on two cores. Needs
+A search moves one threshold at a time and keeps what reduces `cost`. It needs five minutes on two cores. Needs
 build/release/tools/measure_steering, and fetches the recordings of bench/quality/recordings.py.
 """
 # SPDX-License-Identifier: MIT
@@ -46,7 +46,6 @@ RATE_HZ = 48000
 ROW_STEPS = {44100: 1, 48000: 1, 96000: 2, 192000: 4}
 DELAY_FRAMES = 960
 EXCERPT_SECONDS = 20
-EXPLAIN_HOP = 2048
 FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS = 12, 2.0
 BURSTS = 90
 # Seeds of the generated scenes by half, and of the jumps.
@@ -127,24 +126,26 @@ def rows_of(zones):
     return rows
 
 
-def run_program(command, argument, rows, data=None):
-    """Output of measure_steering with the given rows."""
-    thresholds = [f"{value:.3f}" for value in np.ravel(rows)]
-    return subprocess.run([PROGRAM, command, str(argument), *thresholds], input=data, stdout=-1, check=True).stdout
+def run_program(command, rate, rows, *numbers, data=None):
+    """Output of measure_steering with rows for 48 kHz."""
+    derived = rows[:, np.minimum(np.arange(GROUPS) * ROW_STEPS[rate], GROUPS - 1)]
+    arguments = [str(rate), *map(str, numbers), *(f"{value:.3f}" for value in np.ravel(derived))]
+    return subprocess.run([PROGRAM, command, *arguments], input=data, stdout=subprocess.PIPE, check=True).stdout
 
 
 def upmix(scene, rows):
-    """Aligned outputs [frames, 3] of a scene with rows for 48 kHz."""
-    derived = rows[:, np.minimum(np.arange(GROUPS) * ROW_STEPS[scene.rate], GROUPS - 1)]
+    """Aligned outputs [frames, 3] of a scene."""
     stereo = np.vstack([np.round(scene.stereo * 2.0**31), np.zeros((DELAY_FRAMES, 2))]).astype("<i4")
-    outputs = np.frombuffer(run_program("upmix", scene.rate, derived, stereo.tobytes()), "<i4")
+    outputs = np.frombuffer(run_program("upmix", scene.rate, rows, data=stereo.tobytes()), "<i4")
     return outputs.reshape(-1, 3)[DELAY_FRAMES:] / 2.0**31
 
 
 def speech_figures(scene, rows):
     """Artefacts in C and in all outputs in dB, share of the speech in C in %."""
     stems = np.column_stack([stem[scene.settle :] for stem in scene.stems.values()])
-    contributions, residual, total = measures.explain(stems, upmix(scene, rows)[scene.settle :], EXPLAIN_HOP)
+    contributions, residual, total = measures.explain(
+        stems, upmix(scene, rows)[scene.settle :], measures.COARSE_STFT_HOP
+    )
     speech = contributions[list(scene.stems).index("speech")]
     centre = measures.CENTRE
     return (
@@ -167,10 +168,10 @@ def burst_figures(scene, rows):
     return 100 * found["centre_in_c"], 100 * found["side_in_c"]
 
 
-def jump_figures(seed, rows):
-    """Blocks of the jumps at 12 dB: left to right, left to centre."""
-    blocks = [float(value) for value in run_program("response", seed, rows).split()]
-    return blocks[2], blocks[5]
+def jump_figures(source, rows, level_db=12):
+    """Blocks of the jumps: left to right, left to centre. source is the rate and the seed."""
+    rate, seed = source
+    return [float(blocks) for blocks in run_program("response", rate, rows, seed, level_db).split()]
 
 
 class Bench:
@@ -180,9 +181,9 @@ class Bench:
         seed = SCENE_SEEDS[half]
         tracks = range(len(recordings.tracks(half)))
         self.jobs = [
-            (flutter_figure, scenes.flutter(seed, FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS, 0.0)),
-            (burst_figures, scenes.bursts(seed, BURSTS)),
-            (jump_figures, JUMP_SEEDS[half]),
+            (flutter_figure, scenes.flutter(seed, FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS, 0.0, rate)),
+            (burst_figures, scenes.bursts(seed, BURSTS, rate)),
+            (jump_figures, (rate, JUMP_SEEDS[half])),
             *((speech_figures, scenes.speech_over_music(half, i, level_db, EXCERPT_SECONDS, rate)) for i in tracks),
         ]
         self.pool = ThreadPool()
@@ -277,14 +278,21 @@ def print_check():
     rows = []
     for rate, level_db in [(RATE_HZ, 0.0), (RATE_HZ, 6.0), (44100, 0.0), (96000, 0.0), (192000, 0.0)]:
         bench = Bench(recordings.CHECK_HALF, rate, level_db)
-        rows += [(f"{label}, {rate} Hz, speech at {level_db:g} dB", bench.measure(rows_)) for label, rows_ in choices]
+        rows += [(f"{label}, {rate} Hz, speech at {level_db:g} dB", bench.measure(choice)) for label, choice in choices]
     print_table("thresholds", rows)
-    print("\n| thresholds | jitter: diffuse, 0, 6, 12 dB | jump left to right: 0, 6, 12 dB, left to centre |")
-    print("|---|---|---|")
+    print_steering(choices)
+
+
+def print_steering(choices):
+    """Jitter, and jumps at three levels, at 48 kHz."""
+    print("\n| thresholds | jitter: field, source at 0, 6, 12 dB | jump left to right: 0, 6, 12 dB | left to centre |")
+    print("|---|---|---|---|")
     seed = JUMP_SEEDS[recordings.CHECK_HALF]
-    for label, rows_ in choices:
-        steering = [", ".join(run_program(command, seed, rows_).decode().split()) for command in ("jitter", "response")]
-        print(f"| {label} | {steering[0]} | {steering[1]} |")
+    for label, rows in choices:
+        jitter = run_program("jitter", RATE_HZ, rows, seed).decode().split()
+        jumps = zip(*(jump_figures((RATE_HZ, seed), rows, level_db) for level_db in (0, 6, 12)))
+        cells = [", ".join(jitter), *(", ".join(f"{blocks:.0f}" for blocks in direction) for direction in jumps)]
+        print(f"| {label} | " + " | ".join(cells) + " |")
 
 
 def main():
@@ -294,7 +302,10 @@ def main():
     options = parser.parse_args()
     if not PROGRAM.is_file():
         sys.exit(f"design_thresholds: no {PROGRAM.relative_to(ROOT)}; `./run regenerate` builds it")
-    recordings.fetch()
+    try:
+        recordings.fetch()
+    except recordings.FetchError as error:
+        sys.exit(f"design_thresholds: {error}")
     if options.front:
         print_front()
     elif options.check:

@@ -81,31 +81,41 @@ def read_front():
     return [row[0] for row in cells], np.array([[float(cell) for cell in row[1:]] for row in cells])
 
 
+def front_of(costs, artefacts):
+    """The choices to which no other one is at least equal in both and better in one, by rising cost."""
+    front = []
+    for choice in np.lexsort((artefacts, costs)):
+        if not front or artefacts[choice] < artefacts[front[-1]]:
+            front.append(choice)
+    return front
+
+
 def draw_front():
-    """Draws artefacts against the response to a jump and against the share of the speech, coloured by the fast threshold."""
-    artefacts, speech, jump = 1, 2, 6
+    """Draws artefacts against response, flutter and the share of the speech, coloured by the fast threshold."""
+    artefacts = 1
+    panels = [
+        (6, 1, "blocks to 90 % of a jump from left to right, source at 12 dB"),
+        (3, 1, "flutter, dB"),
+        (2, -1, "share of the speech in C, %"),
+    ]
     labels, figures = read_front()
-    equal = np.array([label not in ("previous", "committed") for label in labels])
-    fast = np.array([float(label.split(",")[0]) if is_equal else np.nan for label, is_equal in zip(labels, equal)])
-    figure, panels = plt.subplots(1, 2, figsize=(11, 4.5), sharey=True, layout="constrained")
-    for axes, column in zip(panels, (jump, speech)):
-        worse = -1 if column == speech else 1
-        order = np.argsort(worse * figures[:, column])
-        best = np.minimum.accumulate(figures[order, artefacts])
-        front = figures[order, artefacts] <= best
-        axes.plot(figures[order, column][front], best[front], color="grey", linewidth=1, label="front")
-        for value in sorted(set(fast[equal])):
+    named = {"previous": "ks", "committed": "k*"}
+    fast = np.array([np.nan if label in named else float(label.split(",")[0]) for label in labels])
+    figure, grid = plt.subplots(1, len(panels), figsize=(14, 4.5), sharey=True, layout="constrained")
+    for axes, (column, direction, title) in zip(grid, panels):
+        front = front_of(direction * figures[:, column], figures[:, artefacts])
+        axes.plot(figures[front, column], figures[front, artefacts], color="grey", linewidth=1, label="front")
+        for value in sorted(set(fast[~np.isnan(fast)])):
             of = figures[fast == value]
             axes.plot(of[:, column], of[:, artefacts], "o", markersize=4, label=f"fast {value:g}")
-        for label, marker in (("previous", "ks"), ("committed", "k*")):
+        for label, marker in named.items():
             row = figures[labels.index(label)]
             axes.plot(row[column], row[artefacts], marker, markersize=13, markerfacecolor="none", label=label)
+        axes.set_xlabel(title)
         axes.grid(alpha=0.3)
-    panels[0].set(xlabel="blocks to 90 % of a jump from left to right, source at 12 dB")
-    panels[0].set(ylabel="artefacts in all outputs, dB")
-    panels[1].set(xlabel="share of the speech in C, %")
-    panels[1].legend()
-    figure.suptitle("Thresholds on speech over music: artefacts, response and separation")
+    grid[0].set_ylabel("artefacts in all outputs, dB")
+    grid[0].legend()
+    figure.suptitle("Thresholds on speech over music")
     save(figure, "threshold-front.png")
 
 

@@ -1,14 +1,15 @@
 // Runs the engine with given steering thresholds: on recordings, and on test scenes to measure its steering.
 //
-// usage: measure_steering upmix RATE | jitter SEED | response SEED [THRESHOLD...]
+// usage: measure_steering upmix RATE THRESHOLDS
+//        measure_steering jitter RATE SEED THRESHOLDS
+//        measure_steering response RATE SEED LEVEL THRESHOLDS
 //
 //   upmix     stereo to FL FR C, interleaved 32-bit samples, from standard input to standard output
 //   jitter    standard deviation of the chosen position in a diffuse field, and of a still source half way between
 //             left and centre, at 0, 6 and 12 dB re the power of the field in one channel
-//   response  blocks until a jumping source has moved 90 % of the way: left to right at 0, 6 and 12 dB, then left to
-//             centre
+//   response  blocks until a source of this level, in dB, has moved 90 % of the way: left to right, left to centre
 //
-// The thresholds are 16 fast, 16 mid and 16 slow ones; without them the engine keeps its own.
+// The thresholds are 16 fast, 16 mid and 16 slow ones.
 // SPDX-License-Identifier: MIT
 
 #include "tools/steering_field.h"
@@ -18,6 +19,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -31,9 +34,8 @@ using design::Thresholds;
 constexpr std::size_t kBlock = 64;
 constexpr std::size_t kGroups = 16;
 constexpr int kSettlingBlocks = 2000;
-constexpr double kLevels[] = {1.0, 2.0, 4.0}; // 0, 6 and 12 dB
 
-void upmix(std::uint32_t rateHz, const Thresholds* thresholds)
+void upmix(std::uint32_t rateHz, const Thresholds& thresholds)
 {
     const auto engine = design::makeEngine(rateHz, 32, thresholds);
     std::int32_t stereo[kBlock][2];
@@ -43,15 +45,21 @@ void upmix(std::uint32_t rateHz, const Thresholds* thresholds)
         const auto slot = [&outputs](std::size_t i) { return reinterpret_cast<std::uint8_t*>(&outputs[0][i]); };
         engine->SetChannelPtrs(slot(0), slot(1), slot(2), slot(2));
         engine->ProcessCine3InterLeave(static_cast<std::uint32_t>(frames), 3);
-        std::fwrite(outputs, sizeof(outputs[0]), frames, stdout);
+        if (std::fwrite(outputs, sizeof(outputs[0]), frames, stdout) != frames)
+            throw std::runtime_error("cannot write to standard output");
     }
 }
 
+double amplitude(double levelDb)
+{
+    return std::pow(10.0, levelDb / 20.0);
+}
+
 /// Standard deviation of the chosen left/right and front/back values; variances are averaged over the groups.
-double jitterOf(std::uint64_t seed, const Thresholds* thresholds, const Scene& scene)
+double jitterOf(std::uint32_t rateHz, std::uint64_t seed, const Thresholds& thresholds, const Scene& scene)
 {
     constexpr int kBlocks = 6000;
-    SteeringField field(seed, thresholds);
+    SteeringField field(rateHz, seed, thresholds);
     for (int i = 0; i < kSettlingBlocks; ++i) field.run(scene);
     double sums[2][kGroups] = {};
     double squares[2][kGroups] = {};
@@ -73,11 +81,11 @@ double jitterOf(std::uint64_t seed, const Thresholds* thresholds, const Scene& s
     return std::sqrt(variance / kGroups);
 }
 
-void printJitter(std::uint64_t seed, const Thresholds* thresholds)
+void printJitter(std::uint32_t rateHz, std::uint64_t seed, const Thresholds& thresholds)
 {
-    std::printf("%.4f", jitterOf(seed, thresholds, Scene{}));
-    for (const double level : kLevels)
-        std::printf(" %.4f", jitterOf(seed, thresholds, {.position = 0.25, .sourceGain = level, .fieldGain = 1.0}));
+    std::printf("%.4f", jitterOf(rateHz, seed, thresholds, Scene{}));
+    for (const double levelDb : {0.0, 6.0, 12.0})
+        std::printf(" %.4f", jitterOf(rateHz, seed, thresholds, {.position = 0.25, .sourceGain = amplitude(levelDb)}));
     std::printf("\n");
 }
 
@@ -90,17 +98,18 @@ double meanLeftRight(const ZRKTarn& engine)
 
 /// Blocks until the image of a source that jumps from left to another position has moved 90 % of the way, by the mean
 /// left/right value of the groups over several jumps.
-double responseOf(std::uint64_t seed, const Thresholds* thresholds, double level, double to)
+double responseOf(std::uint32_t rateHz, std::uint64_t seed, const Thresholds& thresholds, double sourceGain, double to)
 {
     constexpr std::uint64_t kJumps = 12;
-    constexpr int kHold = 600;
-    constexpr int kEnd = 100;
+    constexpr int kHold = 4000;
+    constexpr int kEnd = 1000;
+    constexpr double kArrived = 0.9;
     std::vector<double> course(kHold);
     double start = 0.0;
     for (std::uint64_t jump = 0; jump < kJumps; ++jump) {
-        SteeringField field(seed + jump, thresholds);
-        Scene scene{.position = 0.0, .sourceGain = level, .fieldGain = 1.0};
-        for (int i = 0; i < kHold; ++i) field.run(scene);
+        SteeringField field(rateHz, seed + jump, thresholds);
+        Scene scene{.position = 0.0, .sourceGain = sourceGain};
+        for (int i = 0; i < kSettlingBlocks; ++i) field.run(scene);
         start += meanLeftRight(field.engine()) / kJumps;
         scene.position = to;
         for (double& position : course) {
@@ -111,15 +120,15 @@ double responseOf(std::uint64_t seed, const Thresholds* thresholds, double level
     double end = 0.0;
     for (int i = kHold - kEnd; i < kHold; ++i) end += course[static_cast<std::size_t>(i)] / kEnd;
     const auto arrived = std::find_if(course.begin(), course.end(), [start, end](double position) {
-        return std::fabs(position - start) >= 0.9 * std::fabs(end - start);
+        return std::fabs(position - start) >= kArrived * std::fabs(end - start);
     });
     return static_cast<double>(std::min<std::ptrdiff_t>(arrived - course.begin() + 1, kHold));
 }
 
-void printResponse(std::uint64_t seed, const Thresholds* thresholds)
+void printResponse(std::uint32_t rateHz, std::uint64_t seed, const Thresholds& thresholds, double levelDb)
 {
     for (const double to : {1.0, 0.5})
-        for (const double level : kLevels) std::printf("%.0f ", responseOf(seed, thresholds, level, to));
+        std::printf("%.0f ", responseOf(rateHz, seed, thresholds, amplitude(levelDb), to));
     std::printf("\n");
 }
 
@@ -134,19 +143,27 @@ Thresholds readThresholds(char** arguments)
 } // namespace
 
 int main(int argc, char** argv)
-{
-    const std::string command = argc == 3 || argc == 3 + 3 * static_cast<int>(kGroups) ? argv[1] : "";
-    const Thresholds given = argc > 3 && !command.empty() ? readThresholds(argv + 3) : Thresholds{};
-    const Thresholds* const thresholds = argc > 3 ? &given : nullptr;
-    if (command == "upmix") {
-        upmix(static_cast<std::uint32_t>(std::stoul(argv[2])), thresholds);
-    } else if (command == "jitter") {
-        printJitter(std::stoull(argv[2]), thresholds);
-    } else if (command == "response") {
-        printResponse(std::stoull(argv[2]), thresholds);
-    } else {
-        std::fputs("usage: measure_steering upmix RATE | jitter SEED | response SEED [THRESHOLD...]\n", stderr);
+try {
+    constexpr int kThresholds = 3 * static_cast<int>(kGroups);
+    const std::string command = argc > 2 ? argv[1] : "";
+    const int numbers = argc - kThresholds - 2; // after the command: rate, seed, level
+    if (!(command == "upmix" && numbers == 1) && !(command == "jitter" && numbers == 2) &&
+        !(command == "response" && numbers == 3)) {
+        std::fputs("usage: measure_steering upmix RATE | jitter RATE SEED | response RATE SEED LEVEL, 48 THRESHOLDS\n",
+                   stderr);
         return 64;
     }
+    const auto rateHz = static_cast<std::uint32_t>(std::stoul(argv[2]));
+    const Thresholds thresholds = readThresholds(argv + argc - kThresholds);
+    if (command == "upmix") {
+        upmix(rateHz, thresholds);
+    } else if (command == "jitter") {
+        printJitter(rateHz, std::stoull(argv[3]), thresholds);
+    } else {
+        printResponse(rateHz, std::stoull(argv[3]), thresholds, std::stod(argv[4]));
+    }
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "measure_steering: %s\n", error.what());
+    return 1;
 }

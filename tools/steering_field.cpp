@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numbers>
 
 namespace design
@@ -24,7 +25,7 @@ void storeSample(double value, std::uint8_t* position)
 
 } // namespace
 
-std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresholds* thresholds)
+std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresholds& thresholds)
 {
     auto engine = std::make_unique<ZRKTarn>();
     engine->Open();
@@ -35,16 +36,14 @@ std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresh
                         .mode = 1,
                         .option = 0,
                         .mixFraction = 1.0f});
-    if (thresholds != nullptr) {
-        std::copy_n(thresholds->fast, 16, engine->thresBands);
-        std::copy_n(thresholds->mid, 16, engine->midThresBands);
-        std::copy_n(thresholds->slow, 16, engine->slowThresBands);
-    }
+    std::copy(std::begin(thresholds.fast), std::end(thresholds.fast), engine->thresBands);
+    std::copy(std::begin(thresholds.mid), std::end(thresholds.mid), engine->midThresBands);
+    std::copy(std::begin(thresholds.slow), std::end(thresholds.slow), engine->slowThresBands);
     return engine;
 }
 
-SteeringField::SteeringField(std::uint64_t seed, const Thresholds* thresholds)
-    : ownEngine(makeEngine(48000, kBits, thresholds)),
+SteeringField::SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds& thresholds)
+    : ownEngine(makeEngine(rateHz, kBits, thresholds)),
       sourceNoise(3 * seed),
       leftNoise(3 * seed + 1),
       rightNoise(3 * seed + 2)
@@ -62,8 +61,8 @@ void SteeringField::run(const Scene& scene)
     for (int i = 0; i < kBlock; ++i) {
         const double source = scene.sourceGain == 0.0 ? 0.0 : sourceNoise.next();
         std::uint8_t* const frame = buffer + i * kSlots * kBytes;
-        storeSample(kLevel * (leftGain * source + scene.fieldGain * leftNoise.next()), frame);
-        storeSample(kLevel * (rightGain * source + scene.fieldGain * rightNoise.next()), frame + kBytes);
+        storeSample(kLevel * (leftGain * source + leftNoise.next()), frame);
+        storeSample(kLevel * (rightGain * source + rightNoise.next()), frame + kBytes);
     }
     ownEngine->SetChannelPtrs(buffer, buffer + kBytes, buffer + 2 * kBytes, buffer + 2 * kBytes);
     ownEngine->ProcessCine3InterLeave(kBlock, kSlots);

@@ -19,24 +19,21 @@ struct Thresholds
     float slow[16];
 };
 
-/// A new engine with three outputs in mode 1.
-///
-/// thresholds  null keeps those of the engine
-std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresholds* thresholds);
+/// A new engine with three outputs in the fast mode.
+std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresholds& thresholds);
 
 /// A panned source in a diffuse field of pink noise.
 struct Scene
 {
     double position = 0.0;   ///< 0 hard left, 0.5 centre, 1 hard right, by the sine/cosine law
-    double sourceGain = 0.0; ///< 0 for the diffuse field alone
-    double fieldGain = 1.0;  ///< of each channel's independent noise
+    double sourceGain = 0.0; ///< relative to the independent noise of each channel; 0 for this noise alone
 };
 
-/// Runs the engine at 48 kHz on scenes, block by block.
+/// Runs the engine on scenes, block by block.
 class SteeringField
 {
 public:
-    SteeringField(std::uint64_t seed, const Thresholds* thresholds);
+    SteeringField(std::uint32_t rateHz, std::uint64_t seed, const Thresholds& thresholds);
 
     /// Runs one block of 64 frames.
     void run(const Scene& scene);

@@ -11,7 +11,7 @@ from measures import CENTRE, spectra
 
 BANDS = 20
 LOWEST_HZ, HIGHEST_HZ = 100, 16000
-STFT_FRAMES, STFT_HOP = 2048, 512
+STFT_FRAMES = 2048  # at 48 kHz; the hop is a quarter
 WINDOWS_PER_FIT = 4
 PERCENTILES = (5, 95)
 # Lower gains count as this one.
@@ -31,9 +31,14 @@ def band_edges_hz():
     return (10 ** (rates / 21.4) - 1) / 0.00437
 
 
+def stft_frames(rate):
+    """Frames of the STFT with about the resolution of 48 kHz."""
+    return STFT_FRAMES * max(1, round(rate / 48000))
+
+
 def band_bins(rate):
     """The STFT bins of every band."""
-    frequencies = np.fft.rfftfreq(STFT_FRAMES, 1 / rate)
+    frequencies = np.fft.rfftfreq(stft_frames(rate), 1 / rate)
     edges = band_edges_hz()
     return [np.flatnonzero((frequencies >= low) & (frequencies < high)) for low, high in zip(edges, edges[1:])]
 
@@ -68,12 +73,13 @@ def figures(steady, other, stereo, outputs, rate):
     """Movement of C's gain for the steady source, and of the level of all outputs relative to the stereo; mean over
     bands. The first is None if C is silent.
     """
-    sources = spectra(np.column_stack([steady, other]), STFT_FRAMES, STFT_HOP)
-    before, after = spectra(stereo, STFT_FRAMES, STFT_HOP), spectra(outputs, STFT_FRAMES, STFT_HOP)
+    frames = stft_frames(rate)
+    signals = (np.column_stack([steady, other]), stereo, outputs)
+    sources, before, after = (spectra(signal, frames, frames // 4) for signal in signals)
     gains, levels = [], []
     for bins in band_bins(rate):
         gain = fitted_gain(sources[bins, 0], sources[bins, 1], after[bins, CENTRE])
         gains.append(movement(decibels(np.abs(gain) ** 2)))
-        power = [sums(np.sum(np.abs(signals[bins]) ** 2, axis=1)) for signals in (before, after)]
+        power = [sums(np.sum(np.abs(spectrum[bins]) ** 2, axis=1)) for spectrum in (before, after)]
         levels.append(movement(decibels(power[1] / power[0])))
     return float(np.mean(gains)) if np.any(outputs[:, CENTRE]) else None, float(np.mean(levels))

@@ -105,15 +105,15 @@ def dialogue(seed, seconds, speech):
     return Scene("dialogue", RATE_HZ, stems, gains, RATE_HZ)
 
 
-def flutter(seed, seconds, period_seconds, side_level_db):
+def flutter(seed, seconds, period_seconds, side_level_db, rate=RATE_HZ):
     """Steady centred pink noise beside pink noise hard left, which is on in the first half of each period."""
-    frames, ramp = round(seconds * RATE_HZ), round(FLUTTER_RAMP_SECONDS * RATE_HZ)
+    frames, ramp = round(seconds * rate), round(FLUTTER_RAMP_SECONDS * rate)
     generator = np.random.default_rng([seed, 4])
-    centre = at_level(pink_noise(generator, frames, RATE_HZ), FLUTTER_LEVEL_DB)
-    side = at_level(pink_noise(generator, frames, RATE_HZ), FLUTTER_LEVEL_DB + side_level_db)
-    stems = {"centre": centre, "side": side * on_and_off(frames, round(period_seconds * RATE_HZ), ramp)}
+    centre = at_level(pink_noise(generator, frames, rate), FLUTTER_LEVEL_DB)
+    side = at_level(pink_noise(generator, frames, rate), FLUTTER_LEVEL_DB + side_level_db)
+    stems = {"centre": centre, "side": side * on_and_off(frames, round(period_seconds * rate), ramp)}
     gains = {"centre": (HALF_POWER, HALF_POWER), "side": (1.0, 0.0)}
-    return Scene(f"flutter {period_seconds:g} s, {side_level_db:g} dB", RATE_HZ, stems, gains, 2 * RATE_HZ)
+    return Scene(f"flutter {period_seconds:g} s, {side_level_db:g} dB", rate, stems, gains, 2 * rate)
 
 
 @dataclass
@@ -123,9 +123,9 @@ class EventScene(Scene):
     events: list
 
 
-def _events(name, generator, shapes, interval_seconds):
+def _events(name, generator, shapes, interval_seconds, rate):
     """Places the shapes one after the other, never twice in the same place."""
-    interval = round(interval_seconds * RATE_HZ)
+    interval = round(interval_seconds * rate)
     stems = {place: np.zeros((len(shapes) + 1) * interval) for place in PLACES}
     gains = {"left": (1.0, 0.0), "right": (0.0, 1.0), "centre": (HALF_POWER, HALF_POWER)}
     events, place = [], 0
@@ -134,21 +134,21 @@ def _events(name, generator, shapes, interval_seconds):
         start = (index + 1) * interval
         stems[PLACES[place]][start : start + len(shape)] = shape
         events.append((start, place))
-    return EventScene(name, RATE_HZ, stems, gains, RATE_HZ, events)
+    return EventScene(name, rate, stems, gains, rate, events)
 
 
-def bursts(seed, count):
+def bursts(seed, count, rate=RATE_HZ):
     """Decaying noise bursts in changing places, with digital silence between them."""
     generator = np.random.default_rng([seed, 5])
-    frames, time_constant = round(BURST_SECONDS * RATE_HZ), BURST_TIME_CONSTANT_SECONDS * RATE_HZ
+    frames, time_constant = round(BURST_SECONDS * rate), BURST_TIME_CONSTANT_SECONDS * rate
     shapes = [BURST_LEVEL * decaying_noise(generator, frames, time_constant) for _ in range(count)]
-    return _events("bursts", generator, shapes, BURST_INTERVAL_SECONDS)
+    return _events("bursts", generator, shapes, BURST_INTERVAL_SECONDS, rate)
 
 
 def clicks(seed, count):
     """Single samples in changing places, with digital silence between them."""
     shapes = [np.array([CLICK_LEVEL])] * count
-    return _events("clicks", np.random.default_rng([seed, 6]), shapes, CLICK_INTERVAL_SECONDS)
+    return _events("clicks", np.random.default_rng([seed, 6]), shapes, CLICK_INTERVAL_SECONDS, RATE_HZ)
 
 
 def speech_over_music(half, index, level_db, seconds, rate=RATE_HZ):
