@@ -281,6 +281,17 @@ def print_check():
         rows += [(f"{label}, {rate} Hz, speech at {level_db:g} dB", bench.measure(choice)) for label, choice in choices]
     print_table("thresholds", rows)
     print_steering(choices)
+    print_tracks(choices)
+
+
+def print_tracks(choices):
+    """Artefacts in all outputs by track, at 48 kHz and 0 dB."""
+    print("\n| artefacts in all outputs, dB | " + " | ".join(label for label, _ in choices) + " |")
+    print("|---" * (1 + len(choices)) + "|")
+    for index, track in enumerate(recordings.tracks(recordings.CHECK_HALF)):
+        scene = scenes.speech_over_music(recordings.CHECK_HALF, index, 0.0, EXCERPT_SECONDS, RATE_HZ)
+        levels = [f"{speech_figures(scene, rows)[1]:.2f}" for _, rows in choices]
+        print(f"| {track.name} | " + " | ".join(levels) + " |")
 
 
 def print_steering(choices):
