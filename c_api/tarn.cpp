@@ -39,9 +39,11 @@ static_assert(sizeof(tarn_configuration) >= kFirstConfigurationBytes);
 static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
 static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
-static_assert(TARN_SILENCE == static_cast<int>(OutputSlot::Source::Silence));
+static_assert(TARN_DIALOGUE == static_cast<int>(OutputSlot::Source::Dialogue));
 static_assert(TARN_CALM == static_cast<int>(SteeringMode::Calm));
 static_assert(TARN_TYPICAL_MAKE_UP_GAIN == zrk_tarn::kTypicalMakeUpGain);
+static_assert(TARN_MAX_CHANNEL_GAIN == zrk_tarn::kMaxChannelGain);
+static_assert(TARN_TYPICAL_SURROUND_GAIN == zrk_tarn::kTypicalSurroundGain);
 
 /// The enumerator of a number. Numbers above 255 become 255, which is not an enumerator either.
 template <typename Enum>
@@ -218,6 +220,21 @@ int tarn_bypassed(const tarn_stream* stream)
 void tarn_set_make_up_gain(tarn_stream* stream, float gain)
 {
     if (stream != nullptr) stream->stream.setMakeUpGain(gain);
+}
+
+void tarn_set_centre_gain(tarn_stream* stream, float gain)
+{
+    if (stream != nullptr) stream->stream.setCentreGain(gain);
+}
+
+void tarn_set_centre_width(tarn_stream* stream, float width)
+{
+    if (stream != nullptr) stream->stream.setCentreWidth(width);
+}
+
+void tarn_set_surround_gain(tarn_stream* stream, float gain)
+{
+    if (stream != nullptr) stream->stream.setSurroundGain(gain);
 }
 
 void tarn_set_mode(tarn_stream* stream, int mode)

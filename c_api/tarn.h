@@ -12,10 +12,9 @@
  * Only tarn_create allocates memory.
  *
  * Threads: call tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap on one thread at a time
- * per stream. Call tarn_set_bypass, tarn_bypassed, tarn_set_make_up_gain, tarn_set_mode and tarn_read_meters on any
- * thread at any time. None of these functions allocates, locks or makes a system call. In an optimised build, each
- * needs at most 12 KiB of stack. Any number of streams can be created and used on any number of threads at the same
- * time.
+ * per stream. Call the other functions that set a value, tarn_bypassed and tarn_read_meters on any thread at any time.
+ * None of these functions allocates, locks or makes a system call. In an optimised build, each needs at most 12 KiB of
+ * stack. Any number of streams can be created and used on any number of threads at the same time.
  *
  * Results are identical to the bit on every machine. They do not depend on the floating-point mode of the calling
  * thread, which is restored. No function sets errno or throws. If a stream is null, functions that return a status
@@ -43,6 +42,10 @@ extern "C" {
 
 /** Typical make-up gain (+3 dB): makes the upmix about as loud as the stereo. Loud recordings clip with it. */
 #define TARN_TYPICAL_MAKE_UP_GAIN 1.41253754f
+/** Maximum gain of the centre and of the surround channels (+12 dB). */
+#define TARN_MAX_CHANNEL_GAIN 3.98107171f
+/** Typical gain of the surround channels (-3 dB). */
+#define TARN_TYPICAL_SURROUND_GAIN 0.707945784f
 
 /** Result of a call. */
 typedef enum tarn_status
@@ -69,7 +72,13 @@ typedef enum tarn_source
 {
     TARN_FROM_ENGINE = 0, /**< an engine output: 0 front left, 1 front right, 2 centre; with a matrix: a column of it */
     TARN_FROM_INPUT = 1,  /**< an input slot, delayed by the latency */
-    TARN_SILENCE = 2      /**< zeros */
+    TARN_SILENCE = 2,     /**< zeros */
+    /** A surround channel: 0 left and 1 right, behind the listener in 5.1 or at the sides in 7.1; 2 left and 3 right
+     * behind the listener in 7.1. If 2 or 3 is in use, all four are 3 dB softer. Not with a remap matrix. */
+    TARN_SURROUND = 3,
+    /** Left (0) or right (1) of the input with the centre at another level, for two loudspeakers or headphones. If the
+     * gain of the centre is 1, integers are exact. Not with a remap matrix. */
+    TARN_DIALOGUE = 4
 } tarn_source;
 
 /** How fast the engine follows strong steering. */
@@ -83,7 +92,7 @@ typedef enum tarn_mode
 typedef struct tarn_slot
 {
     uint32_t source; /**< tarn_source */
-    uint32_t index;  /**< number of the engine output or of the input slot */
+    uint32_t index;  /**< number of the engine output, input slot, surround channel or side */
 } tarn_slot;
 
 /** Configuration of a stream. Fill it with tarn_defaults, then change members. Later versions of the library only add
@@ -188,7 +197,7 @@ TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const
  */
 TARN_API size_t tarn_drain(tarn_stream* stream, void* output, size_t frames);
 
-/** Clears the signal of a stream. Keeps mode, bypass, gain and matrix. */
+/** Clears the signal of a stream. Keeps mode, bypass, gains, width and matrix. */
 TARN_API void tarn_reset(tarn_stream* stream);
 
 /**
@@ -200,16 +209,32 @@ TARN_API void tarn_reset(tarn_stream* stream);
  */
 TARN_API tarn_status tarn_set_remap(tarn_stream* stream, const int32_t (*gains)[4]);
 
-/** Switches bypass on (not 0) or off. In bypass, front left and front right are the plain input with the same latency,
- * and the other engine outputs are silent. Crossfades within 1024 frames; switches at once before the first frame. */
+/** Switches bypass on (not 0) or off. In bypass, front left, front right and TARN_DIALOGUE slots are the plain input
+ * with the same latency, and the other engine outputs and the surround channels are silent. Crossfades within 1024
+ * frames; switches at once before the first frame. */
 TARN_API void tarn_set_bypass(tarn_stream* stream, int bypassed);
 
 /** Returns 1 if bypass is requested, else 0. */
 TARN_API int tarn_bypassed(const tarn_stream* stream);
 
-/** Sets the gain of the engine outputs, a factor from 0 to 8. Fades to it within 1024 frames; changes at once before
- * the first frame. With 1, the default, samples are exact. Clamps other values to the range; NaN sets 1. */
+/** Sets the gain of all outputs but TARN_FROM_INPUT slots, a factor from 0 to 8. Fades to it within 1024 frames;
+ * changes at once before the first frame. With 1, the default, samples are exact. Clamps other values to the range; NaN
+ * sets 1. */
 TARN_API void tarn_set_make_up_gain(tarn_stream* stream, float gain);
+
+/** Sets the gain of the centre, a factor from 0 to TARN_MAX_CHANNEL_GAIN, 1 by default: louder or softer voices.
+ * Applies to the engine's centre and to TARN_DIALOGUE slots, not with a remap matrix. Fades and clamps as the make-up
+ * gain. */
+TARN_API void tarn_set_centre_gain(tarn_stream* stream, float gain);
+
+/** Sets how much of the centre stays in its loudspeaker, from 1, all and the default, to 0, nothing. The rest goes to
+ * front left and front right, at the same power in all. No effect on TARN_DIALOGUE slots and with a remap matrix. Fades
+ * and clamps as the make-up gain. */
+TARN_API void tarn_set_centre_width(tarn_stream* stream, float width);
+
+/** Sets the gain of the surround channels, a factor from 0 to TARN_MAX_CHANNEL_GAIN. Fades and clamps as the make-up
+ * gain; NaN sets the default, TARN_TYPICAL_SURROUND_GAIN. */
+TARN_API void tarn_set_surround_gain(tarn_stream* stream, float gain);
 
 /** Changes the steering mode from the next block on. Reads an unknown mode as TARN_CALM. */
 TARN_API void tarn_set_mode(tarn_stream* stream, int mode);

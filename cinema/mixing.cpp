@@ -77,32 +77,6 @@ Mix mixWithGain(const Columns& columns, const float (&lr)[16]) noexcept
             product<kSubnormalSafe>(columns.fronts[3], gain)};
 }
 
-/// The value of the group for the bands of one vector.
-template <typename Layout, int kFirstPart, int... kLane>
-[[gnu::always_inline]] inline auto spreadPart(const Floats<16>& groups, std::integer_sequence<int, kLane...>) noexcept
-{
-    constexpr int kWidth = Floats<16>::kWidth;
-    constexpr int kPart = Layout::groupOf(kFirstPart * kWidth) / kWidth;
-    constexpr int kNext = kPart + 1 < Floats<16>::kParts ? kPart + 1 : kPart;
-    return shuffled<typename Floats<16>::Part>(
-        groups.part[kPart], groups.part[kNext],
-        std::integer_sequence<int, (Layout::groupOf(kFirstPart * kWidth + kLane) - kPart * kWidth)...>{});
-}
-
-template <typename Layout, int... kPart>
-[[gnu::always_inline]] inline Floats<64> spread(const Floats<16>& groups, std::integer_sequence<int, kPart...>) noexcept
-{
-    constexpr std::make_integer_sequence<int, Floats<16>::kWidth> kLanes{};
-    return {{spreadPart<Layout, kPart>(groups, kLanes)...}};
-}
-
-/// The value of the group for every band.
-template <typename Layout>
-[[gnu::always_inline]] inline Floats<64> spreadOverBands(const Floats<16>& groups) noexcept
-{
-    return spread<Layout>(groups, std::make_integer_sequence<int, Floats<64>::kParts>{});
-}
-
 template <bool kSubnormalSafe, typename Layout>
 [[gnu::always_inline]] inline Floats<64> mixed(const Floats<16>& gainL, const Floats<64>& l, const Floats<16>& gainR,
                                                const Floats<64>& r) noexcept

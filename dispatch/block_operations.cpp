@@ -4,6 +4,7 @@
 #include "cinema/speed_selection.h"
 #include "dispatch/instruction_sets.h"
 #include "io/block_io.h"
+#include "room/render_surrounds.h"
 
 #define TARN_NAME_OF(set) #set
 #define TARN_NAME(set) TARN_NAME_OF(set)
@@ -19,6 +20,7 @@ extern const BlockOperations kOperations = {
     .writeOutput = writeOutput,
     .convertOutput = convertOutput,
     .remapOutput = remapOutput,
+    .renderSurrounds = renderSurrounds,
 };
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

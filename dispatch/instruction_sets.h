@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/zrk_tarn.h"
+#include "room/surrounds.h"
 
 #include <cstdint>
 #include <span>
@@ -21,6 +22,7 @@ struct BlockOperations
     std::uint32_t (*writeOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
     void (*convertOutput)(ZRKTarn& engine, std::uint32_t frames) noexcept;
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*renderSurrounds)(const ZRKTarn& engine, Surrounds& surrounds) noexcept; ///< see room/render_surrounds.h
 };
 
 /// All instruction sets of the build, slowest first.

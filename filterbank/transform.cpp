@@ -282,6 +282,7 @@ void transformPairSums(const float (*even)[32], const float (*odd)[32], float* o
     if constexpr (kCount % kTogether != 0) transformTogether<OneOctet, kStride>(even + t, odd + t, out + t * kStride);
 }
 
+template void transformPairSums<1, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 template void transformPairSums<2, 64>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 template void transformPairSums<3, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 

@@ -14,6 +14,7 @@ template <int kCount, int kStride>
 void transformPairSums(const float (*even)[32], const float (*odd)[32], float* out,
                        bool mayBeSubnormal = false) noexcept;
 
+extern template void transformPairSums<1, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 extern template void transformPairSums<2, 64>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 extern template void transformPairSums<3, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 

@@ -242,6 +242,32 @@ template <typename T, int kCount>
     return bitsAs<T>(bitsAs<Integer>(a) & broadcast<kCount>(kAllButSign));
 }
 
+/// The square root of one part. GCC has no operation for the whole vector; the intrinsics are one instruction.
+template <typename Part>
+[[gnu::always_inline]] inline Part squareRootOfPart(Part a) noexcept
+{
+#if defined __x86_64__ && !defined TARN_GENERIC
+    if constexpr (sizeof(Part) == 16) return _mm_sqrt_ps(a);
+#endif
+#if defined __AVX__
+    if constexpr (sizeof(Part) == 32) return _mm256_sqrt_ps(a);
+#endif
+#if defined __AVX512F__
+    if constexpr (sizeof(Part) == 64) return _mm512_maskz_sqrt_ps(0xffff, a);
+#endif
+#if !defined __x86_64__ || defined TARN_GENERIC
+    for (std::size_t n = 0; n < sizeof(Part) / sizeof(float); ++n) a[n] = __builtin_sqrtf(a[n]);
+    return a;
+#endif
+}
+
+/// The square roots of values that are not negative.
+template <int kCount>
+[[gnu::always_inline]] inline Floats<kCount> squareRoot(const Floats<kCount>& a) noexcept
+{
+    return partwise<Floats<kCount>>([](auto x) { return squareRootOfPart(x); }, a);
+}
+
 /// A non-negative a with the sign of b.
 template <int kCount>
 [[gnu::always_inline]] inline Floats<kCount> withSignOf(const Floats<kCount>& b, const Floats<kCount>& a) noexcept

@@ -26,6 +26,12 @@ const char* problemOf(const OutputSlot& slot, const StreamConfiguration& configu
                                                      : "an output slot copies an input slot that does not exist";
     case OutputSlot::Source::Silence:
         return nullptr;
+    case OutputSlot::Source::Surround:
+        if (configuration.remap) return "a remapped engine has no surround channels";
+        return slot.index < 4 ? nullptr : "there are surround channels 0 to 3";
+    case OutputSlot::Source::Dialogue:
+        if (configuration.remap) return "a remapped engine has no dialogue outputs";
+        return slot.index < 2 ? nullptr : "the dialogue outputs are 0, left, and 1, right";
     }
     return "an output slot has an unknown source";
 }

@@ -11,8 +11,19 @@ void Crossfade::mix(const Row& wet, const Row* dry, Row& out, SampleFaults& faul
 {
     if (wetShare.isSteadyAt(1.0f) && gain.isSteadyAt(1.0f)) {
         std::copy_n(wet, kBlockFrames, out);
-        return;
+    } else {
+        mixSamples(wet, dry, out, faults);
     }
+}
+
+void Crossfade::mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept
+{
+    mixSamples(wet, dry, out, faults);
+}
+
+template <typename WetRow>
+void Crossfade::mixSamples(const WetRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept
+{
     if (wetShare.isSteadyAt(0.0f)) {
         for (std::size_t i = 0; i < kBlockFrames; ++i) out[i] = dry != nullptr ? (*dry)[i] : 0;
         return;

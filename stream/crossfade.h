@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "stream/block.h"
-#include "stream/glide.h"
+#include "room/block.h"
+#include "room/glide.h"
 #include "stream/sample_rows.h"
 
 #include <cstdint>
@@ -41,7 +41,13 @@ public:
     /// faults  counts the samples that saturate
     void mix(const Row& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
+    /// The same for an output that is not rounded yet. At gain 1 it is only rounded.
+    void mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
+
 private:
+    template <typename WetRow>
+    void mixSamples(const WetRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
+
     std::int32_t saturated(double value, SampleFaults& faults) const noexcept;
 
     std::int64_t limit; ///< full scale

@@ -32,6 +32,12 @@ inline constexpr float kMaxMakeUpGain = 8.0f;
 /// 3.6 dB by ITU-R BS.1770; docs/streams.md has examples. Loud recordings clip with this gain.
 inline constexpr float kTypicalMakeUpGain = 1.41253754f;
 
+/// Maximum gain of the centre and of the surround channels, a factor (+12 dB).
+inline constexpr float kMaxChannelGain = 3.98107171f;
+
+/// Typical gain of the surround channels (-3 dB).
+inline constexpr float kTypicalSurroundGain = 0.707945784f;
+
 /// Memory layout of a sample. Integers are signed and little-endian, floats native.
 enum class SampleFormat : std::uint8_t
 {
@@ -48,13 +54,19 @@ struct OutputSlot
     /// The kind of source.
     enum class Source : std::uint8_t
     {
-        Engine, ///< an engine output: 0 front left, 1 front right, 2 centre; with a remap matrix: one of its 4 columns
-        Input,  ///< an input slot, delayed by the latency; integers stay exact, floats are rounded to 32-bit integers
-        Silence ///< zeros
+        Engine,  ///< an engine output: 0 front left, 1 front right, 2 centre; with a remap matrix: one of its 4 columns
+        Input,   ///< an input slot, delayed by the latency; integers stay exact, floats are rounded to 32-bit integers
+        Silence, ///< zeros
+        /// A surround channel: 0 left and 1 right, behind the listener in 5.1 or at the sides in 7.1; 2 left and 3
+        /// right behind the listener in 7.1. If 2 or 3 is in use, all four are 3 dB softer. Not with a remap matrix.
+        Surround,
+        /// Left (0) or right (1) of the input, delayed by the latency, with the centre at another level: the upmix for
+        /// two loudspeakers or headphones. If the gain of the centre is 1, integers are exact. Not with a remap matrix.
+        Dialogue
     };
 
     Source source = Source::Silence; ///< kind of source
-    std::uint8_t index = 0;          ///< number of the engine output or of the input slot
+    std::uint8_t index = 0;          ///< number of the engine output, input slot, surround channel or side
 };
 
 /// Gains from front left, front right and centre (rows) to four outputs (columns), signed fixed point with 28 fraction

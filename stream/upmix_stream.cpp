@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
+#include "dispatch/instruction_sets.h"
 #include "filterbank/cos_mod.h"
 #include "lanes/float_environment.h"
+#include "room/centre_control.h"
+#include "room/surrounds.h"
 #include "stream/block_delay.h"
 #include "stream/block_upmixer.h"
 #include "stream/crossfade.h"
@@ -28,6 +31,22 @@ static_assert(UpmixStream::latencyFrames() == (kEngineDelayBlocks + 1) * kBlockF
 // Fills the tables when the library is loaded, so that streams can be created on several threads at once.
 [[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
+/// The number of pairs of surround channels in use.
+std::int32_t surroundPairsOf(const StreamConfiguration& configuration) noexcept
+{
+    std::int32_t pairs = 0;
+    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
+        const auto& [source, index] = configuration.outputs[slot];
+        if (source == OutputSlot::Source::Surround) pairs = std::max(pairs, index / 2 + 1);
+    }
+    return pairs;
+}
+
+float clampedOr(float value, float low, float high, float valueForNaN) noexcept
+{
+    return std::isnan(value) ? valueForNaN : std::clamp(value, low, high);
+}
+
 } // namespace
 
 /// A stream's state. New input fills the input rows while the output rows of the previous block are returned; when the
@@ -41,9 +60,15 @@ public:
           mode(configuration.mode),
           upmixer(configuration, samples.bits),
           appliedMode(configuration.mode),
+          surroundPairs(surroundPairsOf(configuration)),
           crossfade(samples.bits),
           meters(configuration.sampleRateHz, samples.bits)
-    {}
+    {
+        if (surroundPairs > 0) {
+            surrounds = std::make_unique<Surrounds>();
+            configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
+        }
+    }
 
     /// Reads frames from input rows and writes as many to output rows. Reads every frame before it writes one in its
     /// place. Null rows are silence, or are not written.
@@ -70,11 +95,25 @@ public:
     // Any thread writes these.
     std::atomic<bool> bypassed = false;
     std::atomic<float> gain = 1.0f;
+    std::atomic<float> centreGain = 1.0f;
+    std::atomic<float> centreWidth = 1.0f;
+    std::atomic<float> surroundGain = kTypicalSurroundGain;
     std::atomic<SteeringMode> mode;
 
 private:
     void processBlock() noexcept;
+    void fillEngineSlots(const Row (&upmixed)[4]) noexcept;
+    void fillSurroundSlots() noexcept;
+    void fillDialogueSlots(const Row& centre) noexcept;
     const Row* bypassRow(std::size_t engineOutput) const noexcept;
+
+    /// Calls fill(index, row) for the output slots of a source.
+    template <typename Fill>
+    void fillSlots(OutputSlot::Source source, Fill fill) noexcept
+    {
+        for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot)
+            if (configuration.outputs[slot].source == source) fill(configuration.outputs[slot].index, outputRows[slot]);
+    }
 
     float wetTarget() const noexcept { return bypassed.load(kRelaxed) ? 0.0f : 1.0f; }
 
@@ -87,6 +126,10 @@ private:
     Row delayed[kMaxSlots]{};     ///< scratch of processBlock, which keeps it off the stack
     std::size_t tailFrames = 0;   ///< frames that drain can still return
     bool started = false;         ///< whether the first frame has been processed
+    CentreControl centre;
+    std::int32_t surroundPairs;
+    std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
+    Glide surroundFade{kTypicalSurroundGain};
     Crossfade crossfade;
     SampleFaults faults;
     MeterBoard meters;
@@ -97,6 +140,8 @@ void UpmixStream::State::processFrames(const HostRows& input, const HostRows& ou
     if (frames > 0 && !started) {
         started = true;
         crossfade.snapToTargets(wetTarget(), gain.load(kRelaxed));
+        centre.snapToTargets(centreGain.load(kRelaxed), centreWidth.load(kRelaxed));
+        surroundFade = Glide(surroundGain.load(kRelaxed));
     }
     for (std::size_t done = 0; done < frames;) {
         const std::size_t count = std::min(frames - done, kBlockFrames - filledFrames);
@@ -129,22 +174,65 @@ void UpmixStream::State::processBlock() noexcept
         upmixer.setMode(newMode);
     }
     crossfade.beginBlock(wetTarget(), gain.load(kRelaxed));
+    centre.beginBlock(centreGain.load(kRelaxed), centreWidth.load(kRelaxed));
+    surroundFade.beginBlock(surroundGain.load(kRelaxed));
 
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         delays[slot].delayBlock(inputRows[slot], delayed[slot]);
     Row upmixed[4];
     upmixer.process(inputRows[configuration.leftSlot], inputRows[configuration.rightSlot], upmixed);
 
-    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
-        const auto& [source, index] = configuration.outputs[slot];
-        if (source == OutputSlot::Source::Engine) {
-            crossfade.mix(upmixed[index], bypassRow(index), outputRows[slot], faults);
-        } else if (source == OutputSlot::Source::Input) {
-            std::copy_n(delayed[index], kBlockFrames, outputRows[slot]);
-        } // the rows of silent slots stay zero
-        meters.addLevel(slot, outputRows[slot]);
-    }
+    // The rows of silent slots stay zero.
+    fillSlots(OutputSlot::Source::Input,
+              [&](std::size_t slot, Row& row) { std::copy_n(delayed[slot], kBlockFrames, row); });
+    fillEngineSlots(upmixed);
+    fillSurroundSlots();
+    fillDialogueSlots(upmixed[2]);
+    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) meters.addLevel(slot, outputRows[slot]);
     meters.addBlock(upmixer.engine(), faults);
+}
+
+void UpmixStream::State::fillEngineSlots(const Row (&upmixed)[4]) noexcept
+{
+    using enum OutputSlot::Source;
+    if (configuration.remap || centre.isNeutral()) {
+        fillSlots(Engine, [&](std::size_t output, Row& row) {
+            crossfade.mix(upmixed[output], bypassRow(output), row, faults);
+        });
+        return;
+    }
+    UnroundedRow changed[3];
+    centre.apply(upmixed[0], upmixed[1], upmixed[2], changed);
+    fillSlots(Engine,
+              [&](std::size_t output, Row& row) { crossfade.mix(changed[output], bypassRow(output), row, faults); });
+}
+
+void UpmixStream::State::fillSurroundSlots() noexcept
+{
+    if (surrounds == nullptr) return;
+    chosenOperations().renderSurrounds(upmixer.engine(), *surrounds);
+    constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
+    const double scale = static_cast<double>(upmixer.engine().outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
+    fillSlots(OutputSlot::Source::Surround, [&](std::size_t channel, Row& row) {
+        UnroundedRow scaled;
+        for (std::size_t i = 0; i < kBlockFrames; ++i)
+            scaled[i] = surroundFade.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
+        crossfade.mix(scaled, nullptr, row, faults);
+    });
+}
+
+void UpmixStream::State::fillDialogueSlots(const Row& centreRow) noexcept
+{
+    fillSlots(OutputSlot::Source::Dialogue, [&](std::size_t side, Row& row) {
+        const Row& plain = *bypassRow(side);
+        if (centre.isNeutral()) {
+            crossfade.mix(plain, &plain, row, faults);
+        } else {
+            UnroundedRow changed;
+            centre.changeVoice(plain, centreRow, changed);
+            crossfade.mix(changed, &plain, row, faults);
+        }
+    });
 }
 
 /// The input that replaces an engine output in bypass: left, right, or null for silence.
@@ -159,6 +247,7 @@ void UpmixStream::State::reset() noexcept
 {
     appliedMode = mode.load(kRelaxed);
     upmixer.restart(appliedMode);
+    if (surrounds != nullptr) configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
     for (BlockDelay& delay : delays) delay = {};
     std::memset(inputRows, 0, sizeof inputRows);
     std::memset(outputRows, 0, sizeof outputRows);
@@ -224,7 +313,22 @@ bool UpmixStream::bypassed() const noexcept
 
 void UpmixStream::setMakeUpGain(float gain) noexcept
 {
-    state->gain.store(std::isnan(gain) ? 1.0f : std::clamp(gain, 0.0f, kMaxMakeUpGain), kRelaxed);
+    state->gain.store(clampedOr(gain, 0.0f, kMaxMakeUpGain, 1.0f), kRelaxed);
+}
+
+void UpmixStream::setCentreGain(float gain) noexcept
+{
+    state->centreGain.store(clampedOr(gain, 0.0f, kMaxChannelGain, 1.0f), kRelaxed);
+}
+
+void UpmixStream::setCentreWidth(float width) noexcept
+{
+    state->centreWidth.store(clampedOr(width, 0.0f, 1.0f, 1.0f), kRelaxed);
+}
+
+void UpmixStream::setSurroundGain(float gain) noexcept
+{
+    state->surroundGain.store(clampedOr(gain, 0.0f, kMaxChannelGain, kTypicalSurroundGain), kRelaxed);
 }
 
 void UpmixStream::setMode(SteeringMode mode) noexcept

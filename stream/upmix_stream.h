@@ -20,9 +20,9 @@ namespace zrk_tarn
 /// returns as many frames as it receives; the output is delayed by latencyFrames(). Only the constructor allocates.
 ///
 /// Threads: call process, processPlanar, drain, setRemap and reset on one thread at a time. Call setBypass, bypassed,
-/// setMakeUpGain, setMode and meters on any thread at any time. All are real-time safe and take no locks. In an
-/// optimised build, each needs at most 12 KiB of stack. Any number of streams can be created and used on any number of
-/// threads.
+/// setMakeUpGain, setCentreGain, setCentreWidth, setSurroundGain, setMode and meters on any thread at any time. All are
+/// real-time safe and take no locks. In an optimised build, each needs at most 12 KiB of stack. Any number of streams
+/// can be created and used on any number of threads.
 ///
 /// Results do not depend on the floating-point mode of the calling thread (rounding, flush-to-zero), which is restored.
 class [[gnu::visibility("default")]] UpmixStream
@@ -75,21 +75,42 @@ public:
     /// Changes the remap matrix from the next block on. Has no effect without StreamConfiguration::remap.
     void setRemap(const RemapGains& gains) noexcept;
 
-    /// Clears the signal. Keeps mode, bypass, make-up gain and matrix.
+    /// Clears the signal. Keeps mode, bypass, gains, width and matrix.
     void reset() noexcept;
 
-    /// Switches bypass on or off. In bypass, front left and right are the plain input, the other engine outputs are
-    /// silent, and the latency is the same. Crossfades within 1024 frames; switches at once before the first frame.
+    /// Switches bypass on or off. In bypass, front left and right and Dialogue slots are the plain input, the other
+    /// engine outputs and the surround channels are silent, and the latency is the same. Crossfades within 1024 frames;
+    /// switches at once before the first frame.
     void setBypass(bool bypassed) noexcept;
 
     /// Whether bypass is requested.
     bool bypassed() const noexcept;
 
-    /// Sets the gain of the engine outputs, a factor. It does not affect bypass and input slots.
+    /// Sets the gain of all outputs but input slots, a factor. It does not affect bypass.
     ///
     /// Fades to the gain within 1024 frames; changes at once before the first frame. With 1, the default, samples are
     /// exact. Clamps values to the range from 0 to kMaxMakeUpGain; NaN sets 1.
     void setMakeUpGain(float gain) noexcept;
+
+    /// Sets the gain of the centre, a factor: louder or softer voices. Applies to the engine's centre and to Dialogue
+    /// slots. Has no effect with a remap matrix.
+    ///
+    /// Fades to the gain within 1024 frames; changes at once before the first frame. Clamps values to the range from 0
+    /// to kMaxChannelGain; NaN sets 1, the default.
+    void setCentreGain(float gain) noexcept;
+
+    /// Sets how much of the centre stays in its loudspeaker, from 1, all and the default, to 0, nothing. The rest goes
+    /// to front left and front right, at the same power in all. Has no effect on Dialogue slots and with a remap
+    /// matrix.
+    ///
+    /// Fades as the gain of the centre does. Clamps values to the range; NaN sets 1.
+    void setCentreWidth(float width) noexcept;
+
+    /// Sets the gain of the surround channels, a factor; kTypicalSurroundGain by default.
+    ///
+    /// Fades as the gain of the centre does. Clamps values to the range from 0 to kMaxChannelGain; NaN sets the
+    /// default.
+    void setSurroundGain(float gain) noexcept;
 
     /// Changes the steering mode from the next block on. Keeps the signal in the engine.
     void setMode(SteeringMode mode) noexcept;

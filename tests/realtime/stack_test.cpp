@@ -84,6 +84,12 @@ public:
         configuration.format = format;
         configuration.input_slots = configuration.output_slots = TARN_MAX_SLOTS;
         configuration.remap = remapped ? 1 : 0;
+        if (!remapped) {
+            constexpr tarn_slot kAll[] = {{TARN_FROM_ENGINE, 0}, {TARN_FROM_ENGINE, 1}, {TARN_FROM_ENGINE, 2},
+                                          {TARN_FROM_INPUT, 7},  {TARN_SURROUND, 0},    {TARN_SURROUND, 3},
+                                          {TARN_DIALOGUE, 0},    {TARN_DIALOGUE, 1}};
+            std::copy(std::begin(kAll), std::end(kAll), configuration.outputs);
+        }
         std::memcpy(configuration.gains, kGains, sizeof kGains);
         EXPECT_EQ(tarn_create(&configuration, &stream), TARN_OK);
     }
@@ -100,6 +106,9 @@ public:
                 {"set_mode", [this] { tarn_set_mode(stream, TARN_CALM); }},
                 {"set_bypass", [this] { tarn_set_bypass(stream, 1); }},
                 {"set_make_up_gain", [this] { tarn_set_make_up_gain(stream, 2.0f); }},
+                {"set_centre_gain", [this] { tarn_set_centre_gain(stream, 2.0f); }},
+                {"set_centre_width", [this] { tarn_set_centre_width(stream, 0.5f); }},
+                {"set_surround_gain", [this] { tarn_set_surround_gain(stream, 0.5f); }},
                 {"set_remap", [this] { tarn_set_remap(stream, kGains); }},
                 {"process with all changes", [=, this] { tarn_process(stream, memory, memory, kMaxFrames); }},
                 {"bypassed", [this] { tarn_bypassed(stream); }},

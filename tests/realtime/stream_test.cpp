@@ -20,12 +20,23 @@ namespace tests
 namespace
 {
 
+using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
 using zrk_tarn::SteeringMode;
 using zrk_tarn::UpmixStream;
 
 constexpr std::uint32_t kMaxFrames = 3000;
 constexpr std::uint32_t kSlots = 8;
+constexpr std::array<OutputSlot, kSlots> kColumns{
+    {{OutputSlot::Source::Engine, 0}, {OutputSlot::Source::Engine, 1}, {OutputSlot::Source::Engine, 2}}};
+constexpr std::array<OutputSlot, kSlots> kAllSources{{{OutputSlot::Source::Engine, 0},
+                                                      {OutputSlot::Source::Engine, 1},
+                                                      {OutputSlot::Source::Engine, 2},
+                                                      {OutputSlot::Source::Input, 7},
+                                                      {OutputSlot::Source::Surround, 0},
+                                                      {OutputSlot::Source::Surround, 3},
+                                                      {OutputSlot::Source::Dialogue, 0},
+                                                      {OutputSlot::Source::Dialogue, 1}}};
 constexpr zrk_tarn::RemapGains kGains = {{{1u << 28}, {0, 1u << 28}, {0, 0, 1u << 28}}};
 
 /// A stream and a host that calls its functions at random.
@@ -38,6 +49,7 @@ public:
                   .format = static_cast<SampleFormat>(seed % 5),
                   .inputSlots = kSlots,
                   .outputSlots = kSlots,
+                  .outputs = seed % 2 == 0 ? kColumns : kAllSources,
                   .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
           isPlanar(seed % 5 == 4),
           buffer(std::size_t{kMaxFrames} * kSlots)
@@ -55,7 +67,7 @@ private:
     void step()
     {
         const auto frames = std::size_t{random.below(kMaxFrames + 1)};
-        switch (random.below(12)) {
+        switch (random.below(15)) {
         case 0:
             stream.reset();
             break;
@@ -81,6 +93,15 @@ private:
             stream.process(nullptr, buffer.data(), frames);
             break;
         case 8:
+            stream.setCentreGain(static_cast<float>(5.0 * random.uniform()));
+            break;
+        case 9:
+            stream.setCentreWidth(static_cast<float>(random.uniform()));
+            break;
+        case 10:
+            stream.setSurroundGain(static_cast<float>(5.0 * random.uniform()));
+            break;
+        case 11:
             if (isPlanar) stream.processPlanar(rows.data(), rows.data(), frames);
             break;
         default:

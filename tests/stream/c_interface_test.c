@@ -177,6 +177,47 @@ static void test_meters(void)
     tarn_destroy(stream);
 }
 
+/* Two loudspeakers, surround channels and the gains. */
+static void test_room(void)
+{
+    static float in[FRAMES][2], five[FRAMES][5], without[FRAMES][5];
+    tarn_configuration configuration;
+    tarn_stream* stream = NULL;
+    float loudest = 0.0f;
+
+    for (int i = 0; i < FRAMES; ++i) {
+        /* Multiples of 1/32768, which the integers of the stream hold exactly. */
+        in[i][0] = (float)(floor(9000.0 * sin(0.1 * i) + 6000.0 * sin(0.9 * i)) / 32768.0);
+        in[i][1] = (float)(floor(9000.0 * sin(0.1 * i) - 6000.0 * sin(0.9 * i + 1.0)) / 32768.0);
+    }
+    tarn_defaults(&configuration, sizeof configuration);
+    configuration.output_slots = 5;
+    for (uint32_t side = 0; side < 2; ++side) {
+        configuration.outputs[side].source = TARN_DIALOGUE;
+        configuration.outputs[3 + side].source = TARN_SURROUND;
+        configuration.outputs[3 + side].index = side;
+    }
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(tarn_process(stream, in, five, FRAMES) == TARN_OK);
+    for (int i = 1024; i < FRAMES; ++i) CHECK(five[i][0] == in[i - 1024][0] && five[i][1] == in[i - 1024][1]);
+    for (int i = 0; i < FRAMES; ++i) loudest = fmaxf(loudest, fabsf(five[i][3]));
+    CHECK(loudest > 0.0f);
+
+    /* Without a centre, the sides lose it, and the centre has only what goes to the fronts. */
+    tarn_reset(stream);
+    tarn_set_centre_gain(stream, 0.0f);
+    tarn_set_centre_width(stream, 0.5f);
+    tarn_set_surround_gain(stream, 0.0f);
+    CHECK(tarn_process(stream, in, without, FRAMES) == TARN_OK);
+    for (int i = 0; i < FRAMES; ++i) CHECK(without[i][2] == 0.0f && without[i][3] == 0.0f && without[i][4] == 0.0f);
+    CHECK(memcmp(five, without, sizeof five) != 0);
+    tarn_destroy(stream);
+
+    tarn_set_centre_gain(NULL, 1.0f);
+    tarn_set_centre_width(NULL, 1.0f);
+    tarn_set_surround_gain(NULL, 1.0f);
+}
+
 static void test_refusals(void)
 {
     tarn_configuration configuration;
@@ -275,6 +316,7 @@ int main(void)
     test_default_stream();
     test_planar();
     test_remap();
+    test_room();
     test_meters();
     test_refusals();
     test_numbers_beyond_a_byte();

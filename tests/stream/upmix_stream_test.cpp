@@ -812,6 +812,20 @@ TEST(UpmixStream, InvalidConfigurationsAreRefusedWithAReason)
               "an output slot copies an input slot that does not exist");
     EXPECT_EQ(problemWith([](auto& c) { c.outputs[2].source = static_cast<OutputSlot::Source>(7); }),
               "an output slot has an unknown source");
+    EXPECT_EQ(problemWith([](auto& c) {
+                  c.outputs[0] = {OutputSlot::Source::Surround, 4};
+              }),
+              "there are surround channels 0 to 3");
+    EXPECT_EQ(problemWith([](auto& c) {
+                  c.outputs[0] = {OutputSlot::Source::Dialogue, 2};
+              }),
+              "the dialogue outputs are 0, left, and 1, right");
+    for (const OutputSlot::Source source : {OutputSlot::Source::Surround, OutputSlot::Source::Dialogue})
+        EXPECT_NE(problemWith([=](auto& c) {
+                      c.remap.emplace();
+                      c.outputs[0].source = source;
+                  }).find("a remapped engine has no"),
+                  std::string::npos);
     EXPECT_EQ(problemWith([](auto& c) { c.mode = static_cast<zrk_tarn::SteeringMode>(2); }),
               "the steering mode is unknown");
 }

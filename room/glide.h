@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "stream/block.h"
+#include "room/block.h"
 
 #include <algorithm>
 #include <cstddef>

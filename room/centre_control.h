@@ -1,0 +1,49 @@
+// Gain and width of the centre: the level of voices, and how much of them the centre loudspeaker plays.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "room/block.h"
+#include "room/glide.h"
+
+namespace zrk_tarn
+{
+
+/// Changes the level of the centre, and moves part of it to the fronts. Both settings fade.
+class CentreControl
+{
+public:
+    /// Jumps to the targets without a fade.
+    void snapToTargets(float gainTarget, float widthTarget) noexcept
+    {
+        gain = Glide(gainTarget);
+        width = Glide(widthTarget);
+    }
+
+    /// Advances both fades to the next block.
+    void beginBlock(float gainTarget, float widthTarget) noexcept
+    {
+        gain.beginBlock(gainTarget);
+        width.beginBlock(widthTarget);
+    }
+
+    /// Whether the block stays as it is.
+    bool isNeutral() const noexcept { return gain.isSteadyAt(1.0f) && width.isSteadyAt(1.0f); }
+
+    /// For loudspeakers with a centre: centre' = gain width centre, and each front gains
+    /// gain sqrt((1 - width^2) / 2) centre, so that the power stays the same at every width.
+    ///
+    /// In   in   front left, front right and centre
+    void apply(const Row& frontLeft, const Row& frontRight, const Row& centre, UnroundedRow (&out)[3]) const noexcept;
+
+    /// For two loudspeakers or headphones: side + (gain - 1) centre. The engine's centre has the amplitude
+    /// of a centred source in each side, so the level of the source changes by the gain. Width has no effect.
+    ///
+    /// In   side  the stereo's left or right, as late as the centre
+    void changeVoice(const Row& side, const Row& centre, UnroundedRow& out) const noexcept;
+
+private:
+    Glide gain{1.0f};
+    Glide width{1.0f};
+};
+
+} // namespace zrk_tarn

@@ -1,0 +1,416 @@
+// Surround channels, gain and width of the centre, and the outputs for two loudspeakers.
+// SPDX-License-Identifier: MIT
+#include "dispatch/instruction_sets.h"
+#include "stream/upmix_stream.h"
+#include "tests/support/random.h"
+#include "tests/support/signals.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <numbers>
+#include <vector>
+
+namespace tests
+{
+
+namespace
+{
+
+using zrk_tarn::OutputSlot;
+using zrk_tarn::SampleFormat;
+using zrk_tarn::StreamConfiguration;
+using zrk_tarn::UpmixStream;
+using enum OutputSlot::Source;
+
+using Samples = std::vector<std::int32_t>; ///< of one channel, or interleaved
+
+constexpr std::size_t kLatency = UpmixStream::latencyFrames();
+constexpr double kHalfPower = 0.70710678118654752;
+
+/// A stream of 32-bit integers with these outputs.
+StreamConfiguration with(std::initializer_list<OutputSlot> outputs, std::uint32_t rateHz = 48000)
+{
+    StreamConfiguration configuration{.sampleRateHz = rateHz, .format = SampleFormat::S32};
+    configuration.outputSlots = static_cast<std::uint32_t>(outputs.size());
+    configuration.outputs = {};
+    std::copy(outputs.begin(), outputs.end(), configuration.outputs.begin());
+    return configuration;
+}
+
+const StreamConfiguration kFronts = with({{Engine, 0}, {Engine, 1}, {Engine, 2}});
+const StreamConfiguration kFive = with({{Engine, 0}, {Engine, 1}, {Engine, 2}, {Surround, 0}, {Surround, 1}});
+const StreamConfiguration kTwo = with({{Dialogue, 0}, {Dialogue, 1}});
+
+/// Stereo whose frames sourceAt returns, at half of full scale.
+Samples stereoOf(std::size_t frames, const std::function<Frame(std::size_t, Random&)>& sourceAt)
+{
+    Random random(5);
+    Samples stereo;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const Frame frame = sourceAt(i, random);
+        stereo.push_back(sampleOf(0.5 * frame.left, 32));
+        stereo.push_back(sampleOf(0.5 * frame.right, 32));
+    }
+    return stereo;
+}
+
+Samples stereoOf(std::size_t frames, Signal signal)
+{
+    return stereoOf(frames, [signal](std::size_t i, Random& random) { return frameOf(signal, i, random); });
+}
+
+/// Noise at an angle of the constant-power pan law: 0 left, 45 centre, 90 right.
+Samples pannedNoise(std::size_t frames, double degrees)
+{
+    const double angle = degrees * std::numbers::pi / 180.0;
+    return stereoOf(frames, [angle](std::size_t /*i*/, Random& random) {
+        const double sample = random.uniform();
+        return Frame{sample * std::cos(angle), sample * std::sin(angle)};
+    });
+}
+
+/// White noise filtered to about -3 dB an octave (Paul Kellet's economy filter).
+class PinkNoise
+{
+public:
+    double next(Random& random)
+    {
+        const double white = random.uniform();
+        low = 0.99765 * low + 0.0990460 * white;
+        middle = 0.96300 * middle + 0.2965164 * white;
+        high = 0.57000 * high + 1.0526913 * white;
+        return 0.1 * (low + middle + high + 0.1848 * white);
+    }
+
+private:
+    double low = 0.0;
+    double middle = 0.0;
+    double high = 0.0;
+};
+
+/// Independent pink noise left and right.
+Samples diffuseField(std::size_t frames)
+{
+    PinkNoise left;
+    PinkNoise right;
+    return stereoOf(frames, [&](std::size_t /*i*/, Random& random) {
+        return Frame{left.next(random), right.next(random)};
+    });
+}
+
+Samples processed(UpmixStream& stream, const StreamConfiguration& configuration, const Samples& stereo)
+{
+    Samples output(stereo.size() / 2 * configuration.outputSlots);
+    stream.process(stereo.data(), output.data(), stereo.size() / 2);
+    return output;
+}
+
+/// The output for stereo, with settings that are made before the first frame.
+Samples outputOf(
+    const StreamConfiguration& configuration, const Samples& stereo,
+    const std::function<void(UpmixStream&)>& set = [](UpmixStream&) {})
+{
+    UpmixStream stream(configuration);
+    set(stream);
+    return processed(stream, configuration, stereo);
+}
+
+/// Mean powers of the slots of a frame from a frame on, in the scale of the samples.
+std::vector<double> powersOf(const Samples& frames, std::size_t slots, std::size_t first)
+{
+    std::vector<double> powers(slots);
+    for (std::size_t i = first * slots; i < frames.size(); ++i)
+        powers[i % slots] += static_cast<double>(frames[i]) * frames[i];
+    for (double& power : powers) power /= static_cast<double>(frames.size() / slots - first);
+    return powers;
+}
+
+std::int64_t rounded(double value)
+{
+    return static_cast<std::int64_t>(value < 0.0 ? value - 0.5 : value + 0.5);
+}
+
+} // namespace
+
+class SurroundSlots : public testing::TestWithParam<std::uint32_t>
+{
+protected:
+    StreamConfiguration five() const
+    {
+        StreamConfiguration configuration = kFive;
+        configuration.sampleRateHz = GetParam();
+        return configuration;
+    }
+
+    static void setFullLevel(UpmixStream& stream) { stream.setSurroundGain(1.0f); }
+};
+
+TEST_P(SurroundSlots, LeaveTheFrontsAsTheyAre)
+{
+    const Samples stereo = stereoOf(20000, Signal::TravellingSource);
+    StreamConfiguration threeSlots = kFronts;
+    threeSlots.sampleRateHz = GetParam();
+    const Samples three = outputOf(threeSlots, stereo);
+    const Samples withSurrounds = outputOf(five(), stereo);
+    for (std::size_t i = 0; i < three.size(); ++i) ASSERT_EQ(withSurrounds[i / 3 * 5 + i % 3], three[i]) << i;
+}
+
+TEST_P(SurroundSlots, AreExactlySilentForSourcesInTheCentreAndAtASide)
+{
+    for (const double degrees : {0.0, 45.0, 90.0}) {
+        Samples stereo = pannedNoise(30000, degrees);
+        if (degrees == 45.0)
+            for (std::size_t i = 0; i < stereo.size(); i += 2) stereo[i] = stereo[i + 1];
+        if (degrees == 90.0)
+            for (std::size_t i = 0; i < stereo.size(); i += 2) stereo[i] = 0;
+        const std::vector<double> powers = powersOf(outputOf(five(), stereo, setFullLevel), 5, 0);
+        EXPECT_EQ(powers[3] + powers[4], 0.0) << degrees << " degrees";
+    }
+}
+
+TEST_P(SurroundSlots, OfASinglePannedSourceAreBelowMinus100Db)
+{
+    for (double degrees = 2.5; degrees < 90.0; degrees += 5.0) {
+        const Samples stereo = pannedNoise(GetParam(), degrees);
+        const std::size_t settled = GetParam() / 2;
+        const std::vector<double> powers = powersOf(outputOf(five(), stereo, setFullLevel), 5, settled);
+        const std::vector<double> input = powersOf(stereo, 2, settled);
+        EXPECT_LT(powers[3] + powers[4], 1e-10 * (input[0] + input[1])) << degrees << " degrees";
+    }
+}
+
+TEST_P(SurroundSlots, CarryTheDiffuseFieldAndWhatIsInOppositePhase)
+{
+    const std::size_t settled = GetParam() / 2;
+    const Samples diffuse = diffuseField(4 * std::size_t{GetParam()});
+    const Samples output = outputOf(five(), diffuse, setFullLevel);
+    const std::vector<double> powers = powersOf(output, 5, settled);
+    const double total = powers[0] + powers[1] + powers[2] + powers[3] + powers[4];
+    const double behind = (powers[3] + powers[4]) / total;
+    EXPECT_GT(behind, 0.40);
+    EXPECT_LT(behind, 0.43);
+    const std::vector<double> input = powersOf(diffuse, 2, settled);
+    EXPECT_LT(std::fabs(10.0 * std::log10(total / (input[0] + input[1]))), 1.0);
+
+    double product = 0.0;
+    for (std::size_t i = 5 * settled; i < output.size(); i += 5)
+        product += static_cast<double>(output[i + 3]) * output[i + 4];
+    const double frames = static_cast<double>(output.size() / 5 - settled);
+    EXPECT_LT(std::fabs(product / frames / std::sqrt(powers[3] * powers[4])), 0.25);
+
+    const Samples opposite = outputOf(five(), stereoOf(GetParam(), Signal::OppositeNoise), setFullLevel);
+    const std::vector<double> outOfPhase = powersOf(opposite, 5, settled);
+    EXPECT_GT((outOfPhase[3] + outOfPhase[4]) / (outOfPhase[0] + outOfPhase[1] + outOfPhase[2]), 0.6 / 0.4);
+}
+
+INSTANTIATE_TEST_SUITE_P(, SurroundSlots, testing::ValuesIn(zrk_tarn::kSampleRatesHz));
+
+TEST(Surrounds, AreTheChannelsOfTheEnginesBlockAtTheirGain)
+{
+    constexpr std::size_t kBlocks = 300;
+    const Samples stereo = stereoOf(64 * kBlocks, Signal::DiffuseNoise);
+    for (const int pairs : {1, 2}) {
+        StreamConfiguration configuration = with({{Surround, 0}, {Surround, 1}, {Surround, 2}, {Surround, 3}});
+        configuration.outputSlots = 2 * static_cast<std::uint32_t>(pairs);
+        const std::size_t slots = configuration.outputSlots;
+        const Samples output = outputOf(configuration, stereo, [](UpmixStream& s) { s.setSurroundGain(0.3f); });
+
+        const auto engine = std::make_unique<ZRKTarn>();
+        engine->Open();
+        engine->Initialize({.spare = 0,
+                            .outputChannels = 3,
+                            .bitsPerSample = 32,
+                            .sampleRate = 48000,
+                            .mode = 1,
+                            .option = 0,
+                            .mixFraction = 1.0f});
+        const auto surrounds = std::make_unique<zrk_tarn::Surrounds>();
+        zrk_tarn::configureSurrounds(*surrounds, 48000, pairs);
+        const double scale =
+            static_cast<double>(0.3f) * (static_cast<double>(engine->outputScale) * (pairs == 2 ? kHalfPower : 1.0));
+        for (std::size_t block = 0; block + 1 < kBlocks; ++block) {
+            std::int32_t frames[64][3]{};
+            for (std::size_t i = 0; i < 64; ++i) {
+                frames[i][0] = stereo[2 * (64 * block + i)];
+                frames[i][1] = stereo[2 * (64 * block + i) + 1];
+            }
+            auto* const bytes = reinterpret_cast<std::uint8_t*>(frames);
+            engine->SetChannelPtrs(bytes, bytes + 4, bytes + 8, nullptr);
+            engine->ProcessCine3InterLeave(64, 3);
+            zrk_tarn::chosenOperations().renderSurrounds(*engine, *surrounds);
+            for (std::size_t i = 0; i < 64 * slots; ++i)
+                ASSERT_EQ(output[64 * (block + 1) * slots + i],
+                          rounded(scale * static_cast<double>(surrounds->output[i % slots][i / slots])))
+                    << block << ", " << i;
+        }
+    }
+}
+
+TEST(Surrounds, OfResetStreamsEqualThoseOfNewOnes)
+{
+    const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
+    UpmixStream stream(kFive);
+    const Samples first = processed(stream, kFive, stereo);
+    stream.reset();
+    EXPECT_EQ(processed(stream, kFive, stereo), first);
+}
+
+TEST(Surrounds, FadeToSilenceInBypass)
+{
+    const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
+    UpmixStream stream(kFive);
+    const std::vector<double> before = powersOf(processed(stream, kFive, stereo), 5, kLatency);
+    EXPECT_GT(before[3], 0.0);
+    stream.setBypass(true);
+    const std::vector<double> after = powersOf(processed(stream, kFive, stereo), 5, 1024 + 64);
+    EXPECT_EQ(after[3], 0.0);
+    EXPECT_EQ(after[4], 0.0);
+}
+
+TEST(Surrounds, GainFadesAndIsClamped)
+{
+    const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
+    const auto powerAt = [&](float gain) {
+        return powersOf(outputOf(kFive, stereo, [gain](UpmixStream& s) { s.setSurroundGain(gain); }), 5, 2000)[3];
+    };
+    EXPECT_EQ(powerAt(0.0f), 0.0);
+    EXPECT_EQ(powerAt(-1.0f), 0.0);
+    EXPECT_EQ(powerAt(100.0f), powerAt(zrk_tarn::kMaxChannelGain));
+    EXPECT_EQ(powerAt(std::numeric_limits<float>::quiet_NaN()), powerAt(zrk_tarn::kTypicalSurroundGain));
+
+    UpmixStream stream(kFive);
+    processed(stream, kFive, stereo);
+    stream.setSurroundGain(0.0f);
+    const Samples fading = processed(stream, kFive, stereo);
+    const Samples early(fading.begin() + 5 * 64, fading.begin() + 5 * 500);
+    EXPECT_GT(powersOf(early, 5, 0)[3], 0.0);
+    EXPECT_EQ(powersOf(fading, 5, 1024 + 64)[3], 0.0);
+}
+
+TEST(CentreControls, ChangeLevelAndWidthExactly)
+{
+    const Samples stereo = stereoOf(10000, Signal::TravellingSource);
+    const Samples plain = outputOf(kFronts, stereo);
+    struct Setting
+    {
+        float gain;
+        float width;
+    };
+    for (const auto& [gain, width] : {Setting{1.0f, 1.0f}, {0.5f, 1.0f}, {1.5f, 0.6f}, {1.0f, 0.0f}, {0.0f, 0.3f}}) {
+        const Samples changed = outputOf(kFronts, stereo, [&](UpmixStream& stream) {
+            stream.setCentreGain(gain);
+            stream.setCentreWidth(width);
+        });
+        const double share = static_cast<double>(width);
+        for (std::size_t i = 0; i < plain.size(); i += 3) {
+            const double voice = static_cast<double>(gain) * plain[i + 2];
+            const double toFront = std::sqrt((1.0 - share * share) * 0.5) * voice;
+            ASSERT_EQ(changed[i], rounded(plain[i] + toFront)) << i;
+            ASSERT_EQ(changed[i + 1], rounded(plain[i + 1] + toFront)) << i;
+            ASSERT_EQ(changed[i + 2], rounded(share * voice)) << i;
+        }
+    }
+}
+
+TEST(CentreControls, FadeWithin1024FramesAndReturnToExactSamples)
+{
+    const Samples stereo = stereoOf(6000, Signal::TravellingSource);
+    UpmixStream plain(kFronts);
+    UpmixStream changed(kFronts);
+    processed(plain, kFronts, stereo);
+    processed(changed, kFronts, stereo);
+    changed.setCentreGain(2.0f);
+    changed.setCentreWidth(0.5f);
+    EXPECT_NE(processed(changed, kFronts, stereo), processed(plain, kFronts, stereo));
+    changed.setCentreGain(1.0f);
+    changed.setCentreWidth(1.0f);
+    Samples back = processed(changed, kFronts, stereo);
+    Samples expected = processed(plain, kFronts, stereo);
+    EXPECT_NE(back, expected);
+    back.erase(back.begin(), back.begin() + std::ptrdiff_t{3} * (1024 + 64));
+    expected.erase(expected.begin(), expected.begin() + std::ptrdiff_t{3} * (1024 + 64));
+    EXPECT_EQ(back, expected);
+}
+
+TEST(CentreControls, AreClamped)
+{
+    const Samples stereo = stereoOf(4000, Signal::CentredNoise);
+    const auto outputAt = [&](float gain, float width) {
+        return outputOf(kFronts, stereo, [=](UpmixStream& stream) {
+            stream.setCentreGain(gain);
+            stream.setCentreWidth(width);
+        });
+    };
+    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_EQ(outputAt(kNaN, kNaN), outputAt(1.0f, 1.0f));
+    EXPECT_EQ(outputAt(1.0f, 2.0f), outputAt(1.0f, 1.0f));
+    EXPECT_EQ(outputAt(1.0f, -2.0f), outputAt(1.0f, 0.0f));
+    EXPECT_EQ(outputAt(-1.0f, 1.0f), outputAt(0.0f, 1.0f));
+    EXPECT_EQ(outputAt(5.0f, 1.0f), outputAt(zrk_tarn::kMaxChannelGain, 1.0f));
+}
+
+TEST(DialogueSlots, AreTheDelayedInputAtGainOneInEveryFormat)
+{
+    Random random(9);
+    for (const SampleFormat format : {SampleFormat::S16, SampleFormat::S24, SampleFormat::S32, SampleFormat::F32}) {
+        StreamConfiguration configuration = kTwo;
+        configuration.format = format;
+        const std::size_t bytes = format == SampleFormat::S16 ? 2 : format == SampleFormat::S24 ? 3 : 4;
+        constexpr std::size_t kFrames = 4000;
+        std::vector<std::uint8_t> input(kFrames * 2 * bytes);
+        for (std::size_t i = 0; i < kFrames * 2; ++i) {
+            const std::uint32_t bits = random.bits();
+            const float value = static_cast<float>(bits >> 8) * 0x1p-24f - 0.5f; // a 32-bit integer holds it
+            std::memcpy(&input[i * bytes], format == SampleFormat::F32 ? static_cast<const void*>(&value) : &bits,
+                        bytes);
+        }
+        std::vector<std::uint8_t> output(input.size());
+        UpmixStream(configuration).process(input.data(), output.data(), kFrames);
+        EXPECT_TRUE(
+            std::equal(output.begin() + static_cast<std::ptrdiff_t>(kLatency * 2 * bytes), output.end(), input.begin()))
+            << static_cast<int>(format);
+    }
+}
+
+TEST(DialogueSlots, AddTheCentreToBothSides)
+{
+    const Samples stereo = stereoOf(10000, Signal::TravellingSource);
+    const Samples upmixed = outputOf(kFronts, stereo);
+    for (const float gain : {0.0f, 0.5f, 2.0f}) {
+        const Samples output = outputOf(kTwo, stereo, [&](UpmixStream& stream) { stream.setCentreGain(gain); });
+        for (std::size_t i = kLatency; i < stereo.size() / 2; ++i) {
+            const double change = (static_cast<double>(gain) - 1.0) * upmixed[3 * i + 2];
+            ASSERT_EQ(output[2 * i], rounded(stereo[2 * (i - kLatency)] + change)) << i;
+            ASSERT_EQ(output[2 * i + 1], rounded(stereo[2 * (i - kLatency) + 1] + change)) << i;
+        }
+    }
+}
+
+TEST(DialogueSlots, ChangeACentredVoiceByTheGain)
+{
+    const Samples voice = stereoOf(96000, Signal::CentredNoise);
+    const double plain = powersOf(outputOf(kTwo, voice), 2, 48000)[0];
+    for (const float gain : {0.1f, 0.5f, 1.5f}) {
+        const Samples output = outputOf(kTwo, voice, [&](UpmixStream& stream) { stream.setCentreGain(gain); });
+        const double changeDb = 10.0 * std::log10(powersOf(output, 2, 48000)[0] / plain);
+        EXPECT_NEAR(changeDb, 20.0 * std::log10(static_cast<double>(gain)), 0.1);
+    }
+}
+
+TEST(DialogueSlots, AreTheInputInBypass)
+{
+    const Samples stereo = stereoOf(6000, Signal::TravellingSource);
+    const Samples output = outputOf(kTwo, stereo, [](UpmixStream& stream) {
+        stream.setCentreGain(2.0f);
+        stream.setBypass(true);
+    });
+    EXPECT_TRUE(std::equal(output.begin() + 2 * kLatency, output.end(), stereo.begin()));
+}
+
+} // namespace tests
