@@ -48,7 +48,8 @@ public:
 void upmixStereo(const std::vector<std::int16_t>& stereo, std::uint32_t sampleRate, const Layout& layout, bool align,
                  AudioSink& sink)
 {
-    Upmixer upmixer(layout, {.sampleRate = sampleRate, .bits = kBits}, {}, align, sink);
+    Upmixer upmixer(layout, {.sampleRate = sampleRate, .bits = kBits}, {.room = zrk_tarn::kPresets[0].settings}, align,
+                    sink);
     std::vector<std::int32_t> chunk;
     for (std::size_t frame = 0; frame < stereo.size() / 2; frame += kChunkFrames) {
         throwIfInterrupted();

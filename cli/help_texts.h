@@ -37,11 +37,13 @@ inline constexpr const char* kUpmixHelp = R"(Usage: tarn upmix [OPTIONS] INPUT O
 INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - reads a pipe.
 OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
 
-  --layout NAME      3.0 (default), 5.1, 7.1, or 7.1-remap with --remap FILE
+  --layout NAME      2.0, 3.0 (default), 5.1, 7.1, or 7.1-remap --remap FILE
+  --preset NAME      film (default), music, voice or plain; sets these three:
+  --centre DB        voices, -60 to 12      --width W    of the centre, 0 to 1
+  --surrounds DB     -60 to 12, or off      --mode NAME  fast (default) or calm
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next supported
   --gain DB          -60 to 18              --loudness-match  as loud as INPUT
-  --mode NAME        fast (default) or calm: how fast steering is followed
   --bypass           plain stereo           --no-align   keep delay, 960 frames
   --raw RATE:BITS    - is raw PCM of this format, such as 48000:16
   --output-dir DIR   one output for each    -r, --recursive   folders as well

@@ -22,6 +22,11 @@ constexpr zrk_tarn::OutputSlot engine(std::uint8_t output)
     return {zrk_tarn::OutputSlot::Source::Engine, output};
 }
 
+constexpr zrk_tarn::OutputSlot surround(std::uint8_t channel)
+{
+    return {zrk_tarn::OutputSlot::Source::Surround, channel};
+}
+
 /// A layout of the first slots of 7.1, with the engine's outputs in front and silence in the others.
 constexpr Layout firstSlots(std::string_view name, std::uint32_t slots)
 {
@@ -47,6 +52,33 @@ constexpr Layout firstSlots(std::string_view name, std::uint32_t slots)
     return layout;
 }
 
+/// Two loudspeakers or headphones.
+constexpr Layout dialogue20()
+{
+    using enum zrk_tarn::OutputSlot::Source;
+    Layout layout = firstSlots("2.0", 2);
+    layout.outputs = {{{Dialogue, 0}, {Dialogue, 1}}};
+    return layout;
+}
+
+constexpr Layout surround51()
+{
+    Layout layout = firstSlots("5.1", 6);
+    layout.outputs[4] = surround(0);
+    layout.outputs[5] = surround(1);
+    return layout;
+}
+
+constexpr Layout surround71()
+{
+    Layout layout = firstSlots("7.1", 8);
+    layout.outputs[4] = surround(2);
+    layout.outputs[5] = surround(3);
+    layout.outputs[6] = surround(0);
+    layout.outputs[7] = surround(1);
+    return layout;
+}
+
 /// 7.1 with the columns of a remap matrix in FL, FR, SL and SR.
 constexpr Layout remapped71()
 {
@@ -56,8 +88,7 @@ constexpr Layout remapped71()
     return layout;
 }
 
-constexpr std::array<Layout, 4> kLayouts{firstSlots("3.0", 3), firstSlots("5.1", 6), firstSlots("7.1", 8),
-                                         remapped71()};
+constexpr std::array<Layout, 5> kLayouts{dialogue20(), firstSlots("3.0", 3), surround51(), surround71(), remapped71()};
 
 } // namespace
 
@@ -88,6 +119,12 @@ std::optional<std::uint32_t> slotNamed(const Layout& layout, std::string_view na
     for (std::uint32_t slot = 0; names >> slotName; ++slot)
         if (slotName == name) return slot;
     return std::nullopt;
+}
+
+bool Layout::hasSource(zrk_tarn::OutputSlot::Source source) const noexcept
+{
+    return std::any_of(outputs.begin(), outputs.begin() + slots,
+                       [source](const zrk_tarn::OutputSlot& slot) { return slot.source == source; });
 }
 
 void placeColumns(Layout& layout, const RemapSlots& slots)

@@ -24,6 +24,9 @@ struct Layout
     bool remapped;              ///< needs a remap matrix
     std::array<zrk_tarn::OutputSlot, zrk_tarn::kMaxSlots> outputs; ///< sources of the slots
     std::array<int, zrk_tarn::kMaxSlots> channelMap;               ///< libsndfile's SF_CHANNEL_MAP_* per slot
+
+    /// Whether a slot has this source.
+    bool hasSource(zrk_tarn::OutputSlot::Source source) const noexcept;
 };
 
 /// Number of columns of a remap matrix.

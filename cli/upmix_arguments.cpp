@@ -63,7 +63,7 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
 /// The options of `tarn upmix` that change the sound.
 void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
 {
-    upmix->add_option("--layout", options.layout, "Slots of the output: 3.0 (default), 5.1, 7.1 or\n7.1-remap")
+    upmix->add_option("--layout", options.layout, "Slots of the output: 2.0, 3.0 (default), 5.1, 7.1 or\n7.1-remap")
         ->type_name("NAME")
         ->transform(CLI::Transformer({{"slots8", std::string(kRemapLayout)}}).description("")) // former name
         ->check(oneOf(layoutNames(), "--layout 5.1"));
@@ -85,6 +85,7 @@ void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
     upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
         ->type_name("DB")
         ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
+    addRoomOptions(*upmix, options.room);
     upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
         ->disable_flag_override();
     upmix->add_flag("--bypass", options.bypass, "Pass the stereo unchanged to FL and FR of the layout")

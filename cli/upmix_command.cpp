@@ -67,6 +67,7 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
 EngineSettings engineSettings(const UpmixOptions& options)
 {
     return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
+            .room = roomSettingsOf(options.room),
             .gain = zrk_tarn::gainFactor(options.gainDb.value_or(0.0)),
             .bypass = options.bypass};
 }
@@ -110,6 +111,15 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
         printNote(options.inputName() + ": its tags are not UTF-8 and are read as Windows-1252");
     for (const std::string& note : contents.metadata.tags.leftOut) printNote(options.inputName() + ": " + note);
     return sink;
+}
+
+/// Says so if the output for two loudspeakers is the input.
+void notePlainStereo(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings)
+{
+    if (!options.quiet && !options.inBatch && !options.bypass && settings.room.centreDb == 0.0 &&
+        layout.hasSource(zrk_tarn::OutputSlot::Source::Dialogue))
+        printNote(options.outputName() + ": has the samples of " + options.inputName() +
+                  ", because the gain of the centre is 0 dB; add for example --centre 6");
 }
 
 /// Prepares the source and prints its notes.
@@ -223,11 +233,13 @@ UpmixReport upmix(const UpmixOptions& options)
     const StreamFormat format = engineFormat(options, raw, *source);
     const auto sink = openSink(options, layout, format, *source);
     prepare(options, *source);
+    notePlainStereo(options, layout, settings);
 
     UpmixReport report{.layout = &layoutNamed(options.layout),
                        .format = format,
                        .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
                        .gainDb = options.gainDb.value_or(0.0),
+                       .room = settings.room,
                        .bypass = options.bypass};
     AudioSink* output = sink.get();
     std::optional<LoudnessSink> loudness;

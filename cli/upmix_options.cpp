@@ -65,6 +65,7 @@ void checkOptions(const UpmixOptions& options)
     if (options.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     checkRemap(options);
+    checkRoomOptions(options.room, layoutNamed(options.layout), options.bypass);
     checkRaw(options);
     if (isStream(options.output)) return;
     checkOutput(options);

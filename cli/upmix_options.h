@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/room_options.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -30,6 +32,7 @@ struct UpmixOptions
     std::string mode = "fast"; ///< name of a steering mode
     std::optional<double> gainDb;
     bool loudnessMatch = false;
+    RoomOptions room;
     bool bypass = false;
     bool noAlign = false;
     bool force = false;

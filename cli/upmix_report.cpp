@@ -51,6 +51,17 @@ Json channelsOf(const UpmixReport& report)
     return channels;
 }
 
+/// The settings that have an effect on the layout.
+void addRoom(Json& json, const UpmixReport& report)
+{
+    using enum zrk_tarn::OutputSlot::Source;
+    if (report.layout->remapped || report.bypass) return;
+    json["centre_db"] = report.room.centreDb;
+    if (report.layout->hasSource(Engine)) json["width"] = report.room.width;
+    if (report.layout->hasSource(Surround))
+        json["surrounds_db"] = report.room.surroundDb ? Json(*report.room.surroundDb) : Json();
+}
+
 void addLoss(Json& json, const UpmixReport& report)
 {
     if (!report.loss) return;
@@ -100,6 +111,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"gain_db", report.gainDb},
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
+    addRoom(json, report);
     addLoss(json, report);
     if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)

@@ -35,6 +35,7 @@ struct UpmixReport
     std::uint64_t frames = 0;
     std::uint32_t delayFrames = 0; ///< of the output against the input
     double gainDb = 0.0;
+    zrk_tarn::RoomSettings room{};
     bool bypass = false;
     double speed = 0.0;                       ///< times real time
     std::uint64_t clipped = 0;                ///< samples beyond full scale

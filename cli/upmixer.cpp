@@ -3,6 +3,7 @@
 #include "cli/upmixer.h"
 
 #include "host/zrk_tarn_processor.h"
+#include "stream/gain.h"
 
 #include <algorithm>
 
@@ -27,6 +28,9 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat
         .mode = settings.mode,
     };
     if (layout.remapped) configuration.remap = settings.remap;
+    if (!settings.room.surroundDb)
+        for (zrk_tarn::OutputSlot& slot : configuration.outputs)
+            if (slot.source == zrk_tarn::OutputSlot::Source::Surround) slot = {};
     return configuration;
 }
 
@@ -45,6 +49,9 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
 {
     stream.setMakeUpGain(settings.gain);
     stream.setBypass(settings.bypass);
+    stream.setCentreGain(zrk_tarn::gainFactor(settings.room.centreDb));
+    stream.setCentreWidth(static_cast<float>(settings.room.width));
+    if (settings.room.surroundDb) stream.setSurroundGain(zrk_tarn::gainFactor(*settings.room.surroundDb));
 }
 
 void Upmixer::push(const std::int32_t* stereo, std::size_t frames)

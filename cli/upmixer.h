@@ -5,6 +5,7 @@
 #include "cli/audio_sink.h"
 #include "cli/layout.h"
 #include "cli/stream_format.h"
+#include "stream/presets.h"
 #include "stream/upmix_stream.h"
 
 #include <cstddef>
@@ -19,6 +20,7 @@ struct EngineSettings
 {
     zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
     zrk_tarn::RemapGains remap{}; ///< for remapped layouts
+    zrk_tarn::RoomSettings room{}; ///< of the centre and the surround channels; plain by default
     float gain = 1.0f;            ///< of the output, 0 to zrk_tarn::kMaxMakeUpGain
     bool bypass = false;          ///< passes left and right through unchanged
 };

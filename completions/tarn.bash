@@ -11,15 +11,17 @@ _tarn() {
     '') words='upmix info demo --help --help-all --version' ;;
     upmix)
         case $before in
-        --layout) words='3.0 5.1 7.1 7.1-remap' ;;
+        --layout) words='2.0 3.0 5.1 7.1 7.1-remap' ;;
         --format) words='wav flac' ;;
         --bits) words='16 24 32' ;;
         --mode) words='fast calm' ;;
+        --preset) words='film music voice plain' ;;
+        --surrounds) words='off' ;;
         --rate) words='32000 44100 48000 64000 88200 96000 192000' ;;
-        --remap | --raw | --output-dir | --jobs | -j | --gain) return ;;
+        --remap | --raw | --output-dir | --jobs | -j | --gain | --centre | --width) return ;;
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
-                                        --mode --gain --loudness-match --bypass --json --no-align --raw
+                                        --mode --preset --centre --width --surrounds --gain --loudness-match --bypass --json --no-align --raw
                                         --rate --strict --force --skip-existing --quiet'
             ;;
         esac

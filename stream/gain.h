@@ -1,4 +1,4 @@
-// Make-up gain in decibels, for user interfaces.
+// Gains in decibels, for user interfaces.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -7,11 +7,12 @@
 namespace zrk_tarn
 {
 
-/// The range that user interfaces offer.
+/// The ranges that user interfaces offer.
 inline constexpr double kMinGainDb = -60.0;
 inline constexpr double kMaxGainDb = 18.0;
+inline constexpr double kMaxChannelGainDb = 12.0; ///< of the centre and of the surround channels
 
-/// The factor for UpmixStream::setMakeUpGain; NaN for NaN.
+/// The factor for the gains of UpmixStream; NaN for NaN.
 inline float gainFactor(double decibels) noexcept
 {
     return static_cast<float>(std::pow(10.0, decibels / 20.0));

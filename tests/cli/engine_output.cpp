@@ -3,6 +3,8 @@
 #include "tests/cli/engine_output.h"
 
 #include "host/zrk_tarn_processor.h"
+#include "stream/gain.h"
+#include "stream/upmix_stream.h"
 
 #include <algorithm>
 #include <cmath>
@@ -31,6 +33,46 @@ std::int64_t rounded(std::int32_t sample, unsigned bits)
     return static_cast<std::int64_t>(std::min(scaled, std::ldexp(1.0, static_cast<int>(bits) - 1) - 1.0));
 }
 
+void store(std::int64_t sample, std::uint8_t* to, std::size_t bytes)
+{
+    for (std::size_t b = 0; b < bytes; ++b)
+        to[b] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(sample) >> (8 * b));
+}
+
+/// Left-justified.
+std::int32_t load(const std::uint8_t* from, std::size_t bytes)
+{
+    std::uint32_t word = 0;
+    for (std::size_t b = 0; b < bytes; ++b) word |= std::uint32_t{from[b]} << (8 * (4 - bytes + b));
+    return static_cast<std::int32_t>(word);
+}
+
+/// Writes the surround channels of a stream into the last two slots of 5.1, at the level of the default preset.
+void fillSurrounds(const Samples& stereo, const EngineRun& run, Samples& output)
+{
+    using zrk_tarn::OutputSlot;
+    using zrk_tarn::SampleFormat;
+    const std::size_t bytes = run.bits / 8;
+    const std::size_t frames = stereo.size() / 2;
+    const std::size_t latency = zrk_tarn::UpmixStream::latencyFrames();
+    const std::size_t skipped = run.align ? latency : latency - kDelay;
+    std::vector<std::uint8_t> buffer((frames + skipped) * 2 * bytes);
+    for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &buffer[i * bytes], bytes);
+
+    zrk_tarn::StreamConfiguration configuration{.sampleRateHz = run.sampleRate,
+                                                .format = run.bits == 16   ? SampleFormat::S16
+                                                          : run.bits == 24 ? SampleFormat::S24
+                                                                           : SampleFormat::S32,
+                                                .outputSlots = 2};
+    configuration.outputs = {{{OutputSlot::Source::Surround, 0}, {OutputSlot::Source::Surround, 1}}};
+    zrk_tarn::UpmixStream stream(configuration);
+    stream.setSurroundGain(zrk_tarn::gainFactor(-3.0));
+    stream.process(buffer.data(), buffer.data(), frames + skipped);
+    for (std::size_t i = 0; i < frames; ++i)
+        for (std::size_t side = 0; side < 2; ++side)
+            output[6 * i + 4 + side] = load(&buffer[(2 * (i + skipped) + side) * bytes], bytes);
+}
+
 } // namespace
 
 std::size_t slotsOf(const std::string& layout)
@@ -46,11 +88,8 @@ Samples engineOutput(const Samples& stereo, const EngineRun& run)
     const std::size_t skipped = run.align ? kDelay : 0;
     const std::size_t padded = (frames + skipped + kBlock - 1) / kBlock * kBlock;
     std::vector<std::uint8_t> buffer(padded * slots * bytes);
-    for (std::size_t i = 0; i < stereo.size(); ++i) {
-        const auto word = static_cast<std::uint64_t>(rounded(stereo[i], run.bits));
-        for (std::size_t b = 0; b < bytes; ++b)
-            buffer[((i / 2) * slots + i % 2) * bytes + b] = static_cast<std::uint8_t>(word >> (8 * b));
-    }
+    for (std::size_t i = 0; i < stereo.size(); ++i)
+        store(rounded(stereo[i], run.bits), &buffer[((i / 2) * slots + i % 2) * bytes], bytes);
 
     zrk_tarn_processor_t processor;
     processor.setup(run.mode == "fast" ? 0 : 1, 0, 1.0f);
@@ -63,11 +102,9 @@ Samples engineOutput(const Samples& stereo, const EngineRun& run)
                       run.sampleRate, run.bits, &codes);
 
     Samples output;
-    for (std::size_t i = skipped * slots; i < (skipped + frames) * slots; ++i) {
-        std::uint32_t word = 0;
-        for (std::size_t b = 0; b < bytes; ++b) word |= std::uint32_t{buffer[i * bytes + b]} << (8 * (4 - bytes + b));
-        output.push_back(static_cast<std::int32_t>(word));
-    }
+    for (std::size_t i = skipped * slots; i < (skipped + frames) * slots; ++i)
+        output.push_back(load(&buffer[i * bytes], bytes));
+    if (run.layout == "5.1") fillSurrounds(stereo, run, output);
     return output;
 }
 

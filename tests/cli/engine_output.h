@@ -25,7 +25,8 @@ struct EngineRun
 /// Slots of a layout.
 std::size_t slotsOf(const std::string& layout);
 
-/// Upmixes stereo in one call of zrk_tarn_processor_t::process for the whole stream.
+/// Upmixes stereo in one call of zrk_tarn_processor_t::process for the whole stream. The surround channels of 5.1 are
+/// those of a stream.
 ///
 /// stereo  left-justified
 /// Returns the same number of frames with all slots, left-justified. With alignment it starts at frame 960.

@@ -56,7 +56,10 @@ protected:
         return std::to_string(channels) + "," + GetParam().name + ",24\n";
     }
 
-    std::size_t channels() const { return GetParam().option == "3.0" ? 3 : GetParam().option == "5.1" ? 6 : 8; }
+    std::size_t channels() const
+    {
+        return GetParam().option == "2.0" ? 2 : GetParam().option == "3.0" ? 3 : GetParam().option == "5.1" ? 6 : 8;
+    }
 };
 
 TEST_P(Layouts, WaveFilesHaveTheChannelMask)
@@ -79,8 +82,9 @@ TEST_P(Layouts, FlacFilesNameTheLayout)
 }
 
 INSTANTIATE_TEST_SUITE_P(Command, Layouts,
-                         testing::Values(NamedLayout{"3.0", 0x7, "3.0"}, NamedLayout{"5.1", 0x3f, "5.1"},
-                                         NamedLayout{"7.1", 0x63f, "7.1"}, NamedLayout{"7.1-remap", 0x63f, "7.1"}),
+                         testing::Values(NamedLayout{"2.0", 0x3, "stereo"}, NamedLayout{"3.0", 0x7, "3.0"},
+                                         NamedLayout{"5.1", 0x3f, "5.1"}, NamedLayout{"7.1", 0x63f, "7.1"},
+                                         NamedLayout{"7.1-remap", 0x63f, "7.1"}),
                          [](const auto& test) {
                              return test.param.option == "7.1-remap" ? "Slots8"
                                                                      : "Channels" + test.param.name.substr(0, 1);

@@ -199,7 +199,7 @@ int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
 {
-    constexpr std::array<const char*, 4> kLayouts{"3.0", "3.0", "5.1", "7.1-remap"};
+    constexpr std::array<const char*, 4> kLayouts{"3.0", "2.0", "5.1", "7.1-remap"};
     constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
     ByteReader bytes(input, size);
     const std::uint8_t what = bytes.byte();

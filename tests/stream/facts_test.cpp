@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "stream/gain.h"
+#include "stream/presets.h"
 #include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"
 
@@ -104,6 +105,35 @@ TEST(Facts, SteeringModesHaveNames)
         EXPECT_EQ(zrk_tarn::steeringModeNamed(zrk_tarn::nameOf(mode)), mode);
     EXPECT_EQ(zrk_tarn::steeringModeNamed("slow"), std::nullopt);
     expectContains("completions/tarn.bash", "--mode) words='fast calm'");
+}
+
+TEST(Facts, TextsListThePresets)
+{
+    std::string names;
+    for (const auto& [name, settings] : zrk_tarn::kPresets) {
+        names += (names.empty() ? "" : " ") + std::string(name);
+        char row[100];
+        std::snprintf(row, sizeof row, "|  *%s*\n:  %g\n:  %g\n:  ", name, settings.centreDb, settings.width);
+        std::string surrounds = "off";
+        if (settings.surroundDb) {
+            char number[20];
+            std::snprintf(number, sizeof number, "%g", *settings.surroundDb);
+            surrounds = number;
+        }
+        expectContains("docs/man/tarn-upmix.1.scd", row + surrounds + "\n");
+    }
+    expectContains("completions/tarn.bash", "--preset) words='" + names + "'");
+    expectContains("completions/_tarn", "preset:(" + names + ")");
+}
+
+TEST(Facts, TextsStateTheRangeOfTheChannelGains)
+{
+    char range[32];
+    std::snprintf(range, sizeof range, "%g to %g", zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb);
+    for (const char* const file : {"docs/man/tarn-upmix.1.scd", "cli/help_texts.h"}) expectContains(file, range);
+    EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxChannelGainDb), zrk_tarn::kMaxChannelGain)
+        << "streams would reduce it";
+    EXPECT_EQ(zrk_tarn::gainFactor(-3.0), zrk_tarn::kTypicalSurroundGain);
 }
 
 } // namespace tests

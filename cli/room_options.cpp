@@ -1,0 +1,108 @@
+// The options of tarn upmix for the centre and the surround channels.
+// SPDX-License-Identifier: MIT
+#include "cli/room_options.h"
+
+#include "cli/failure.h"
+#include "cli/option_checks.h"
+#include "stream/gain.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace tarn
+{
+
+namespace
+{
+
+using zrk_tarn::OutputSlot;
+
+constexpr const char* kOff = "off";
+
+std::vector<std::string> presetNames()
+{
+    std::vector<std::string> names;
+    for (const zrk_tarn::Preset& preset : zrk_tarn::kPresets) names.emplace_back(preset.name);
+    return names;
+}
+
+CLI::Validator channelGain(const std::string& example)
+{
+    return numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb, example);
+}
+
+/// Accepts a gain, or off.
+CLI::Validator channelGainOrOff(const std::string& example)
+{
+    const auto check = [example](const std::string& value) -> std::string {
+        std::string number = value;
+        return value == kOff || channelGain(example)(number).empty()
+                   ? ""
+                   : refusal(value,
+                             "off or a number from " + CLI::detail::to_string(zrk_tarn::kMinGainDb) + " to " +
+                                 CLI::detail::to_string(zrk_tarn::kMaxChannelGainDb),
+                             example);
+    };
+    return {check, ""};
+}
+
+[[noreturn]] void refuse(const std::string& option, const std::string& reason)
+{
+    throw Failure(EX_USAGE, option + ": " + reason);
+}
+
+} // namespace
+
+void addRoomOptions(CLI::App& command, RoomOptions& options)
+{
+    command
+        .add_option("--preset", options.preset,
+                    "Settings of --centre, --width and --surrounds: film\n"
+                    "(default), music, voice or plain")
+        ->type_name("NAME")
+        ->check(oneOf(presetNames(), "--preset voice"));
+    command.add_option("--centre", options.centreDb, "Gain of the centre in dB, -60 to 12: louder or softer\nvoices")
+        ->type_name("DB")
+        ->check(channelGain("--centre 6"));
+    command
+        .add_option("--width", options.width,
+                    "Part of the centre that its loudspeaker plays, 0 to 1;\n"
+                    "the rest goes to FL and FR")
+        ->type_name("W")
+        ->check(numberFrom(0.0, 1.0, "--width 0.5"));
+    command
+        .add_option("--surrounds", options.surrounds,
+                    "Gain of the surround channels of 5.1 and 7.1 in dB, -60\n"
+                    "to 12, or off")
+        ->type_name("DB")
+        ->check(channelGainOrOff("--surrounds -6"));
+}
+
+void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool bypass)
+{
+    const std::string name(layout.name);
+    const std::string given = options.centreDb ? "--centre" : options.width ? "--width" : "--surrounds";
+    const bool anyGiven = options.centreDb || options.width || options.surrounds;
+    if (bypass && anyGiven) refuse(given, "--bypass leaves the samples as they are; leave one of them out");
+    if (layout.remapped && anyGiven)
+        refuse(given, "has no effect on --layout " + name + ", whose matrix sets the levels; leave it out");
+    if (options.width && !layout.hasSource(OutputSlot::Source::Engine))
+        refuse("--width", "has no effect on --layout " + name + ", which has no centre loudspeaker; leave it out");
+    if (options.surrounds && !layout.hasSource(OutputSlot::Source::Surround))
+        refuse("--surrounds", "--layout " + name + " has no surround channels; add --layout 5.1, or leave it out");
+}
+
+zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options)
+{
+    zrk_tarn::RoomSettings settings = zrk_tarn::presetNamed(options.preset)->settings;
+    settings.centreDb = options.centreDb.value_or(settings.centreDb);
+    settings.width = options.width.value_or(settings.width);
+    if (options.surrounds == kOff) {
+        settings.surroundDb.reset();
+    } else if (options.surrounds) {
+        settings.surroundDb = std::stod(*options.surrounds);
+    }
+    return settings;
+}
+
+} // namespace tarn
