@@ -5,6 +5,7 @@
 #include "dispatch/instruction_sets.h"
 #include "io/block_io.h"
 #include "room/render_surrounds.h"
+#include "room/true_peak.h"
 
 #define TARN_NAME_OF(set) #set
 #define TARN_NAME(set) TARN_NAME_OF(set)
@@ -21,6 +22,7 @@ extern const BlockOperations kOperations = {
     .convertOutput = convertOutput,
     .remapOutput = remapOutput,
     .renderSurrounds = renderSurrounds,
+    .findTruePeak = findTruePeak,
 };
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/zrk_tarn.h"
+#include "room/peak_window.h"
 #include "room/surrounds.h"
 
 #include <cstdint>
@@ -23,6 +24,7 @@ struct BlockOperations
     void (*convertOutput)(ZRKTarn& engine, std::uint32_t frames) noexcept;
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
     void (*renderSurrounds)(const ZRKTarn& engine, Surrounds& surrounds) noexcept; ///< see room/render_surrounds.h
+    float (*findTruePeak)(const PeakWindow& window, std::int32_t rows, float floor) noexcept; ///< see room/true_peak.h
 };
 
 /// All instruction sets of the build, slowest first.

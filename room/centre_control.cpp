@@ -5,24 +5,21 @@
 namespace zrk_tarn
 {
 
-void CentreControl::apply(const Row& frontLeft, const Row& frontRight, const Row& centre,
-                          UnroundedRow (&out)[3]) const noexcept
+void CentreControl::apply(UnroundedRow& frontLeft, UnroundedRow& frontRight, UnroundedRow& centre) const noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i) {
         const double share = width.at(i);
-        const double voice = gain.at(i) * static_cast<double>(centre[i]);
+        const double voice = gain.at(i) * centre[i];
         const double toEachFront = __builtin_sqrt((1.0 - share * share) * 0.5) * voice;
-        out[0][i] = static_cast<double>(frontLeft[i]) + toEachFront;
-        out[1][i] = static_cast<double>(frontRight[i]) + toEachFront;
-        out[2][i] = share * voice;
+        frontLeft[i] += toEachFront;
+        frontRight[i] += toEachFront;
+        centre[i] = share * voice;
     }
 }
 
-void CentreControl::changeVoice(const Row& side, const Row& centre, UnroundedRow& out) const noexcept
+void CentreControl::changeVoice(const UnroundedRow& centre, UnroundedRow& side) const noexcept
 {
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        out[i] = static_cast<double>(side[i]) + (gain.at(i) - 1.0) * static_cast<double>(centre[i]);
-    }
+    for (std::size_t i = 0; i < kBlockFrames; ++i) side[i] += (gain.at(i) - 1.0) * centre[i];
 }
 
 } // namespace zrk_tarn

@@ -32,14 +32,13 @@ public:
     /// For loudspeakers with a centre: centre' = gain width centre, and each front gains
     /// gain sqrt((1 - width^2) / 2) centre, so that the power stays the same at every width.
     ///
-    /// In   in   front left, front right and centre
-    void apply(const Row& frontLeft, const Row& frontRight, const Row& centre, UnroundedRow (&out)[3]) const noexcept;
+    void apply(UnroundedRow& frontLeft, UnroundedRow& frontRight, UnroundedRow& centre) const noexcept;
 
     /// For two loudspeakers or headphones: side + (gain - 1) centre. The engine's centre has the amplitude
     /// of a centred source in each side, so the level of the source changes by the gain. Width has no effect.
     ///
-    /// In   side  the stereo's left or right, as late as the centre
-    void changeVoice(const Row& side, const Row& centre, UnroundedRow& out) const noexcept;
+    /// In/Out  side   the stereo's left or right, as late as the centre
+    void changeVoice(const UnroundedRow& centre, UnroundedRow& side) const noexcept;
 
 private:
     Glide gain{1.0f};

@@ -12,26 +12,37 @@ void Crossfade::mix(const Row& wet, const Row* dry, Row& out, SampleFaults& faul
     if (wetShare.isSteadyAt(1.0f) && gain.isSteadyAt(1.0f)) {
         std::copy_n(wet, kBlockFrames, out);
     } else {
-        mixSamples(wet, dry, out, faults);
+        mixSamples([&](std::size_t i) { return wetShare.at(i) * gain.at(i) * static_cast<double>(wet[i]); }, dry, out,
+                   faults);
     }
 }
 
 void Crossfade::mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept
 {
-    mixSamples(wet, dry, out, faults);
+    mixSamples([&](std::size_t i) { return wetShare.at(i) * gain.at(i) * wet[i]; }, dry, out, faults);
 }
 
-template <typename WetRow>
-void Crossfade::mixSamples(const WetRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept
+void Crossfade::amplify(UnroundedRow& wet) const noexcept
+{
+    for (std::size_t i = 0; i < kBlockFrames; ++i) wet[i] *= gain.at(i);
+}
+
+void Crossfade::fade(const UnroundedRow& amplified, const Row* dry, Row& out, SampleFaults& faults) const noexcept
+{
+    mixSamples([&](std::size_t i) { return wetShare.at(i) * amplified[i]; }, dry, out, faults);
+}
+
+/// valueAt(i)  the sample's part of the upmix
+template <typename ValueAt>
+void Crossfade::mixSamples(ValueAt valueAt, const Row* dry, Row& out, SampleFaults& faults) const noexcept
 {
     if (wetShare.isSteadyAt(0.0f)) {
         for (std::size_t i = 0; i < kBlockFrames; ++i) out[i] = dry != nullptr ? (*dry)[i] : 0;
         return;
     }
     for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        const double share = wetShare.at(i);
-        const double dryPart = dry != nullptr ? (1.0 - share) * static_cast<double>((*dry)[i]) : 0.0;
-        out[i] = saturated(share * gain.at(i) * static_cast<double>(wet[i]) + dryPart, faults);
+        const double dryPart = dry != nullptr ? (1.0 - wetShare.at(i)) * static_cast<double>((*dry)[i]) : 0.0;
+        out[i] = saturated(valueAt(i) + dryPart, faults);
     }
 }
 

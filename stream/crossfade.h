@@ -44,9 +44,15 @@ public:
     /// The same for an output that is not rounded yet. At gain 1 it is only rounded.
     void mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
+    /// The first half of mix: applies the make-up gain.
+    void amplify(UnroundedRow& wet) const noexcept;
+
+    /// The second half of mix, for an output to which the make-up gain was applied.
+    void fade(const UnroundedRow& amplified, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
+
 private:
-    template <typename WetRow>
-    void mixSamples(const WetRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
+    template <typename ValueAt>
+    void mixSamples(ValueAt valueAt, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
     std::int32_t saturated(double value, SampleFaults& faults) const noexcept;
 

@@ -47,7 +47,7 @@ void MeterBoard::addLevel(std::size_t slot, const Row& row) noexcept
     meanSquare[slot].store(updated > kTrace ? updated : 0.0f, kRelaxed);
 }
 
-void MeterBoard::addBlock(const ZRKTarn& engine, const SampleFaults& faults) noexcept
+void MeterBoard::addBlock(const ZRKTarn& engine, float gainOfLimiter, const SampleFaults& faults) noexcept
 {
     std::int32_t speeds[kBandGroups];
     chosenOperations().readSpeeds(engine, speeds);
@@ -56,6 +56,9 @@ void MeterBoard::addBlock(const ZRKTarn& engine, const SampleFaults& faults) noe
         frontBack[g].store(engine.fbSlower[g], kRelaxed);
         speed[g].store(static_cast<SteeringSpeed>(speeds[g]), kRelaxed);
     }
+    limiterGain.store(gainOfLimiter, kRelaxed);
+    smallestLimiterGain.store(std::min(smallestLimiterGain.load(kRelaxed), gainOfLimiter), kRelaxed);
+    if (gainOfLimiter < 1.0f) limitedBlocks.store(limitedBlocks.load(kRelaxed) + 1, kRelaxed);
     saturated.store(faults.saturated, kRelaxed);
     invalid.store(faults.invalid, kRelaxed);
     blocks.store(blocks.load(kRelaxed) + 1, kRelaxed); // one thread writes
@@ -72,6 +75,9 @@ void MeterBoard::clear() noexcept
         frontBack[g].store(0.0f, kRelaxed);
         speed[g].store(SteeringSpeed::Slower, kRelaxed);
     }
+    limiterGain.store(1.0f, kRelaxed);
+    smallestLimiterGain.store(1.0f, kRelaxed);
+    limitedBlocks.store(0, kRelaxed);
     blocks.store(0, kRelaxed);
     saturated.store(0, kRelaxed);
     invalid.store(0, kRelaxed);
@@ -90,6 +96,9 @@ StreamMeters MeterBoard::read() const noexcept
         meters.frontBack[g] = frontBack[g].load(kRelaxed);
         meters.speed[g] = speed[g].load(kRelaxed);
     }
+    meters.limiterGain = limiterGain.load(kRelaxed);
+    meters.smallestLimiterGain = smallestLimiterGain.load(kRelaxed);
+    meters.limitedBlocks = limitedBlocks.load(kRelaxed);
     meters.blocks = blocks.load(kRelaxed);
     meters.saturated = saturated.load(kRelaxed);
     meters.invalid = invalid.load(kRelaxed);

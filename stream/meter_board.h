@@ -24,8 +24,8 @@ public:
     /// Updates the levels of an output slot from its block.
     void addLevel(std::size_t slot, const Row& row) noexcept;
 
-    /// Updates steering and counters after a block of the engine.
-    void addBlock(const ZRKTarn& engine, const SampleFaults& faults) noexcept;
+    /// Updates steering, limiter and counters after a block of the engine.
+    void addBlock(const ZRKTarn& engine, float limiterGain, const SampleFaults& faults) noexcept;
 
     /// Sets everything to zero.
     void clear() noexcept;
@@ -42,6 +42,9 @@ private:
     std::atomic<float> leftRight[kBandGroups]{};
     std::atomic<float> frontBack[kBandGroups]{};
     std::atomic<SteeringSpeed> speed[kBandGroups]{};
+    std::atomic<float> limiterGain = 1.0f;
+    std::atomic<float> smallestLimiterGain = 1.0f;
+    std::atomic<std::uint64_t> limitedBlocks{};
     std::atomic<std::uint64_t> blocks{};
     std::atomic<std::uint64_t> saturated{};
     std::atomic<std::uint64_t> invalid{};

@@ -97,6 +97,9 @@ struct StreamConfiguration
         {{OutputSlot::Source::Engine, 0}, {OutputSlot::Source::Engine, 1}, {OutputSlot::Source::Engine, 2}}};
     std::optional<RemapGains> remap = std::nullopt; ///< if set, mixes the three engine outputs into four
     SteeringMode mode = SteeringMode::Fast;         ///< initial mode, see UpmixStream::setMode
+    /// Keeps the true peak of all outputs but input slots below full scale, with one gain for all of them, instead of
+    /// clipping. Costs 64 frames of latency.
+    bool limiter = false;
 };
 
 /// The smoothing speed with which a band group follows its steering.
@@ -116,6 +119,9 @@ struct StreamMeters
     float leftRight[kBandGroups];     ///< per band group, lowest first: -1 right to 1 left
     float frontBack[kBandGroups];     ///< per band group: -1 back to 1 front
     SteeringSpeed speed[kBandGroups]; ///< per band group
+    float limiterGain;                ///< smallest gain of the limiter in the last block; 1: it does nothing
+    float smallestLimiterGain;        ///< smallest gain of the limiter in all blocks
+    std::uint64_t limitedBlocks;      ///< blocks in which the gain of the limiter was below 1
     std::uint64_t blocks;             ///< processed blocks of 64 frames
     std::uint64_t saturated;          ///< samples beyond full scale: floats of the input, or outputs after gain
     std::uint64_t invalid;            ///< NaN samples of the input, read as silence

@@ -2,16 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
-#include "dispatch/instruction_sets.h"
 #include "filterbank/cos_mod.h"
 #include "lanes/float_environment.h"
-#include "room/centre_control.h"
-#include "room/surrounds.h"
 #include "stream/block_delay.h"
 #include "stream/block_upmixer.h"
-#include "stream/crossfade.h"
 #include "stream/host_rows.h"
 #include "stream/meter_board.h"
+#include "stream/output_stage.h"
 
 #include <algorithm>
 #include <atomic>
@@ -31,17 +28,6 @@ static_assert(UpmixStream::latencyFrames() == (kEngineDelayBlocks + 1) * kBlockF
 // Fills the tables when the library is loaded, so that streams can be created on several threads at once.
 [[maybe_unused]] const bool kTablesAreFilled = (cosModTablesInit(), true);
 
-/// The number of pairs of surround channels in use.
-std::int32_t surroundPairsOf(const StreamConfiguration& configuration) noexcept
-{
-    std::int32_t pairs = 0;
-    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
-        const auto& [source, index] = configuration.outputs[slot];
-        if (source == OutputSlot::Source::Surround) pairs = std::max(pairs, index / 2 + 1);
-    }
-    return pairs;
-}
-
 float clampedOr(float value, float low, float high, float valueForNaN) noexcept
 {
     return std::isnan(value) ? valueForNaN : std::clamp(value, low, high);
@@ -60,22 +46,16 @@ public:
           mode(configuration.mode),
           upmixer(configuration, samples.bits),
           appliedMode(configuration.mode),
-          surroundPairs(surroundPairsOf(configuration)),
-          crossfade(samples.bits),
+          outputStage(configuration, samples.bits),
           meters(configuration.sampleRateHz, samples.bits)
-    {
-        if (surroundPairs > 0) {
-            surrounds = std::make_unique<Surrounds>();
-            configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
-        }
-    }
+    {}
 
     /// Reads frames from input rows and writes as many to output rows. Reads every frame before it writes one in its
     /// place. Null rows are silence, or are not written.
     [[gnu::noinline]] void processFrames(const HostRows& input, const HostRows& output, std::size_t frames) noexcept;
 
     /// Makes the tail as long as the latency again, after input.
-    void renewTail() noexcept { tailFrames = latencyFrames(); }
+    void renewTail() noexcept { tailFrames = latencyFrames(configuration); }
 
     /// Shortens the tail by up to this many frames and returns by how many.
     std::size_t shortenTail(std::size_t frames) noexcept
@@ -102,20 +82,15 @@ public:
 
 private:
     void processBlock() noexcept;
-    void fillEngineSlots(const Row (&upmixed)[4]) noexcept;
-    void fillSurroundSlots() noexcept;
-    void fillDialogueSlots(const Row& centre) noexcept;
-    const Row* bypassRow(std::size_t engineOutput) const noexcept;
 
-    /// Calls fill(index, row) for the output slots of a source.
-    template <typename Fill>
-    void fillSlots(OutputSlot::Source source, Fill fill) noexcept
+    OutputTargets targets() const noexcept
     {
-        for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot)
-            if (configuration.outputs[slot].source == source) fill(configuration.outputs[slot].index, outputRows[slot]);
+        return {.wet = bypassed.load(kRelaxed) ? 0.0f : 1.0f,
+                .gain = gain.load(kRelaxed),
+                .centre = centreGain.load(kRelaxed),
+                .width = centreWidth.load(kRelaxed),
+                .surround = surroundGain.load(kRelaxed)};
     }
-
-    float wetTarget() const noexcept { return bypassed.load(kRelaxed) ? 0.0f : 1.0f; }
 
     BlockUpmixer upmixer;
     SteeringMode appliedMode;
@@ -126,11 +101,7 @@ private:
     Row delayed[kMaxSlots]{};     ///< scratch of processBlock, which keeps it off the stack
     std::size_t tailFrames = 0;   ///< frames that drain can still return
     bool started = false;         ///< whether the first frame has been processed
-    CentreControl centre;
-    std::int32_t surroundPairs;
-    std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
-    Glide surroundFade{kTypicalSurroundGain};
-    Crossfade crossfade;
+    OutputStage outputStage;
     SampleFaults faults;
     MeterBoard meters;
 };
@@ -139,9 +110,7 @@ void UpmixStream::State::processFrames(const HostRows& input, const HostRows& ou
 {
     if (frames > 0 && !started) {
         started = true;
-        crossfade.snapToTargets(wetTarget(), gain.load(kRelaxed));
-        centre.snapToTargets(centreGain.load(kRelaxed), centreWidth.load(kRelaxed));
-        surroundFade = Glide(surroundGain.load(kRelaxed));
+        outputStage.snapToTargets(targets());
     }
     for (std::size_t done = 0; done < frames;) {
         const std::size_t count = std::min(frames - done, kBlockFrames - filledFrames);
@@ -173,81 +142,21 @@ void UpmixStream::State::processBlock() noexcept
         appliedMode = newMode;
         upmixer.setMode(newMode);
     }
-    crossfade.beginBlock(wetTarget(), gain.load(kRelaxed));
-    centre.beginBlock(centreGain.load(kRelaxed), centreWidth.load(kRelaxed));
-    surroundFade.beginBlock(surroundGain.load(kRelaxed));
-
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         delays[slot].delayBlock(inputRows[slot], delayed[slot]);
     Row upmixed[4];
     upmixer.process(inputRows[configuration.leftSlot], inputRows[configuration.rightSlot], upmixed);
 
-    // The rows of silent slots stay zero.
-    fillSlots(OutputSlot::Source::Input,
-              [&](std::size_t slot, Row& row) { std::copy_n(delayed[slot], kBlockFrames, row); });
-    fillEngineSlots(upmixed);
-    fillSurroundSlots();
-    fillDialogueSlots(upmixed[2]);
+    outputStage.process({upmixer.engine(), upmixed, delayed, outputRows, faults}, targets());
     for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) meters.addLevel(slot, outputRows[slot]);
-    meters.addBlock(upmixer.engine(), faults);
-}
-
-void UpmixStream::State::fillEngineSlots(const Row (&upmixed)[4]) noexcept
-{
-    using enum OutputSlot::Source;
-    if (configuration.remap || centre.isNeutral()) {
-        fillSlots(Engine, [&](std::size_t output, Row& row) {
-            crossfade.mix(upmixed[output], bypassRow(output), row, faults);
-        });
-        return;
-    }
-    UnroundedRow changed[3];
-    centre.apply(upmixed[0], upmixed[1], upmixed[2], changed);
-    fillSlots(Engine,
-              [&](std::size_t output, Row& row) { crossfade.mix(changed[output], bypassRow(output), row, faults); });
-}
-
-void UpmixStream::State::fillSurroundSlots() noexcept
-{
-    if (surrounds == nullptr) return;
-    chosenOperations().renderSurrounds(upmixer.engine(), *surrounds);
-    constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
-    const double scale = static_cast<double>(upmixer.engine().outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
-    fillSlots(OutputSlot::Source::Surround, [&](std::size_t channel, Row& row) {
-        UnroundedRow scaled;
-        for (std::size_t i = 0; i < kBlockFrames; ++i)
-            scaled[i] = surroundFade.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-        crossfade.mix(scaled, nullptr, row, faults);
-    });
-}
-
-void UpmixStream::State::fillDialogueSlots(const Row& centreRow) noexcept
-{
-    fillSlots(OutputSlot::Source::Dialogue, [&](std::size_t side, Row& row) {
-        const Row& plain = *bypassRow(side);
-        if (centre.isNeutral()) {
-            crossfade.mix(plain, &plain, row, faults);
-        } else {
-            UnroundedRow changed;
-            centre.changeVoice(plain, centreRow, changed);
-            crossfade.mix(changed, &plain, row, faults);
-        }
-    });
-}
-
-/// The input that replaces an engine output in bypass: left, right, or null for silence.
-const Row* UpmixStream::State::bypassRow(std::size_t engineOutput) const noexcept
-{
-    if (engineOutput == 0) return &delayed[configuration.leftSlot];
-    if (engineOutput == 1) return &delayed[configuration.rightSlot];
-    return nullptr;
+    meters.addBlock(upmixer.engine(), outputStage.limiterGain(), faults);
 }
 
 void UpmixStream::State::reset() noexcept
 {
     appliedMode = mode.load(kRelaxed);
     upmixer.restart(appliedMode);
-    if (surrounds != nullptr) configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
+    outputStage.reset();
     for (BlockDelay& delay : delays) delay = {};
     std::memset(inputRows, 0, sizeof inputRows);
     std::memset(outputRows, 0, sizeof outputRows);

@@ -17,7 +17,8 @@ namespace zrk_tarn
 /// Upmixes a stream in buffers of any size, with one constant latency.
 ///
 /// The engine processes blocks of 64 frames. The stream collects the frames of the host into blocks. Each call
-/// returns as many frames as it receives; the output is delayed by latencyFrames(). Only the constructor allocates.
+/// returns as many frames as it receives; the output is delayed by latencyFrames(configuration). Only the constructor
+/// allocates.
 ///
 /// Threads: call process, processPlanar, drain, setRemap and reset on one thread at a time. Call setBypass, bypassed,
 /// setMakeUpGain, setCentreGain, setCentreWidth, setSurroundGain, setMode and meters on any thread at any time. All are
@@ -52,6 +53,12 @@ public:
         return 1024;
     }
 
+    /// The delay of a stream of this configuration: 64 frames more with the limiter.
+    static constexpr std::uint32_t latencyFrames(const StreamConfiguration& configuration) noexcept
+    {
+        return configuration.limiter ? 1088 : 1024;
+    }
+
     /// Processes interleaved frames.
     ///
     /// input   frames x input slots; null is silence
@@ -65,11 +72,11 @@ public:
     ///         input in any order
     void processPlanar(const float* const* input, float* const* output, std::size_t frames) noexcept;
 
-    /// Writes the last latencyFrames() frames of the stream, interleaved, after its last input. If you drop the first
-    /// latencyFrames() frames of the output, the rest then has the length of the input.
+    /// Writes the last frames of the stream, as many as its latency, interleaved, after its last input. If you drop as
+    /// many at the start of the output, the rest then has the length of the input.
     ///
-    /// Returns the number of frames written: at most frames, and at most latencyFrames() in total since the last input.
-    /// Planar hosts instead call processPlanar for latencyFrames() frames with null input buffers.
+    /// Returns the number of frames written: at most frames, and at most the latency in total since the last input.
+    /// Planar hosts instead call processPlanar for as many frames with null input buffers.
     std::size_t drain(void* output, std::size_t frames) noexcept;
 
     /// Changes the remap matrix from the next block on. Has no effect without StreamConfiguration::remap.

@@ -1,12 +1,14 @@
 // Surround channels, gain and width of the centre, and the outputs for two loudspeakers.
 // SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
+#include "room/limiter.h"
 #include "stream/upmix_stream.h"
 #include "tests/support/random.h"
 #include "tests/support/signals.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -22,9 +24,11 @@ namespace tests
 namespace
 {
 
+using zrk_tarn::Limiter;
 using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
 using zrk_tarn::StreamConfiguration;
+using zrk_tarn::StreamMeters;
 using zrk_tarn::UpmixStream;
 using enum OutputSlot::Source;
 
@@ -411,6 +415,103 @@ TEST(DialogueSlots, AreTheInputInBypass)
         stream.setBypass(true);
     });
     EXPECT_TRUE(std::equal(output.begin() + 2 * kLatency, output.end(), stereo.begin()));
+}
+
+namespace
+{
+
+StreamConfiguration limitedTo(StreamConfiguration configuration)
+{
+    configuration.limiter = true;
+    return configuration;
+}
+
+const StreamConfiguration kLimited = limitedTo(kFive);
+constexpr std::ptrdiff_t kLimiterFrames = 64;
+
+} // namespace
+
+TEST(StreamLimiter, DelaysBy64FramesAndIsExactBelowItsCeiling)
+{
+    EXPECT_EQ(UpmixStream::latencyFrames(kFive), kLatency);
+    EXPECT_EQ(UpmixStream::latencyFrames(kLimited), kLatency + 64);
+    StreamConfiguration configuration = kFive;
+    configuration.outputs[4] = {Input, 1};
+    const Samples stereo = stereoOf(10000, Signal::TravellingSource);
+    const Samples plain = outputOf(configuration, stereo);
+    UpmixStream stream(limitedTo(configuration));
+    const Samples limited = processed(stream, configuration, stereo);
+    EXPECT_TRUE(std::equal(limited.begin() + 5 * kLimiterFrames, limited.end(), plain.begin()));
+    EXPECT_EQ(stream.meters().smallestLimiterGain, 1.0f);
+    EXPECT_EQ(stream.meters().limitedBlocks, 0u);
+
+    Samples tail(5 * 2000);
+    EXPECT_EQ(stream.drain(tail.data(), 2000), kLatency + 64);
+}
+
+TEST(StreamLimiter, LimitsInsteadOfClipping)
+{
+    const Samples stereo = stereoOf(80000, [](std::size_t i, Random& /*random*/) {
+        const double level = i < 24000 ? 1.9 : 0.1;
+        const double sample = level * std::sin(0.02 * static_cast<double>(i));
+        return Frame{sample, sample};
+    });
+    for (const SampleFormat format : {SampleFormat::S32, SampleFormat::F32}) {
+        StreamConfiguration configuration = kLimited;
+        configuration.format = format;
+        UpmixStream stream(configuration);
+        stream.setMakeUpGain(4.0f);
+        std::vector<float> floats(stereo.size());
+        for (std::size_t i = 0; i < stereo.size(); ++i) floats[i] = static_cast<float>(stereo[i] * 0x1p-31);
+        const void* const input = format == SampleFormat::F32 ? static_cast<const void*>(floats.data()) : stereo.data();
+        Samples output(stereo.size() / 2 * 5);
+        stream.process(input, output.data(), stereo.size() / 2);
+        const StreamMeters meters = stream.meters();
+        EXPECT_EQ(meters.saturated, 0u);
+        EXPECT_LT(meters.smallestLimiterGain, 0.3f);
+        EXPECT_GT(meters.limitedBlocks, 300u);
+        EXPECT_EQ(meters.limiterGain, 1.0f) << "the gain returns after the loud part";
+        if (format == SampleFormat::F32) continue;
+        std::int32_t largest = 0;
+        for (const std::int32_t sample : output) largest = std::max(largest, std::abs(sample));
+        EXPECT_LE(largest, Limiter::kCeiling * 0x1p31 * (1.0 + 0x1p-23));
+        EXPECT_GT(largest, 0.9 * Limiter::kCeiling * 0x1p31);
+    }
+}
+
+// The filterbank overshoots where full scale begins; without the limiter, that is clipped.
+TEST(StreamLimiter, RestoresWhatTheEngineClips)
+{
+    const Samples stereo = stereoOf(48000, [](std::size_t i, Random& /*random*/) {
+        return Frame{i / 37 % 2 == 0 ? 1.999 : -1.999, i / 53 % 2 == 0 ? 1.999 : -1.999};
+    });
+    const Samples clipped = outputOf(kFive, stereo);
+    EXPECT_GT(std::count(clipped.begin(), clipped.end(), INT32_MAX), 10);
+    UpmixStream stream(kLimited);
+    const Samples limited = processed(stream, kLimited, stereo);
+    EXPECT_EQ(stream.meters().saturated, 0u);
+    EXPECT_EQ(std::count(limited.begin(), limited.end(), INT32_MAX), 0);
+}
+
+TEST(StreamLimiter, LeavesBypassAsItIs)
+{
+    const Samples stereo = stereoOf(6000, [](std::size_t /*i*/, Random& random) {
+        return Frame{1.999 * random.uniform(), 1.999 * random.uniform()};
+    });
+    const Samples output = outputOf(limitedTo(kTwo), stereo, [](UpmixStream& stream) { stream.setBypass(true); });
+    EXPECT_TRUE(std::equal(output.begin() + 2 * (kLatency + 64), output.end(), stereo.begin()));
+}
+
+TEST(StreamLimiter, OfResetStreamsEqualsThatOfNewOnes)
+{
+    const Samples stereo = stereoOf(10000, Signal::FullScaleSquare);
+    UpmixStream stream(kLimited);
+    stream.setMakeUpGain(4.0f);
+    const Samples first = processed(stream, kLimited, stereo);
+    EXPECT_LT(stream.meters().limiterGain, 1.0f);
+    stream.reset();
+    EXPECT_EQ(stream.meters().limiterGain, 1.0f);
+    EXPECT_EQ(processed(stream, kLimited, stereo), first);
 }
 
 } // namespace tests

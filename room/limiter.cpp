@@ -1,0 +1,67 @@
+// A limiter that keeps the true peak of all outputs below full scale.
+// SPDX-License-Identifier: MIT
+#include "room/limiter.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zrk_tarn
+{
+
+namespace
+{
+
+constexpr double kReleaseSeconds = 0.1;
+
+/// Gains this near to 1 (0.004 dB) become 1, so that samples are exact again.
+constexpr double kNearOne = 1.0 - 0x1p-11;
+
+/// The gain at the end of a block reaches its value some frames before, because a peak between two blocks is only found
+/// in the later one.
+constexpr std::size_t kSettledFrames = 6;
+constexpr std::size_t kRampFrames = kBlockFrames - kSettledFrames;
+
+} // namespace
+
+Limiter::Limiter(std::uint32_t sampleRateHz, double fullScaleOfSamples) noexcept
+    : fullScale(fullScaleOfSamples), release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz))
+{}
+
+void Limiter::reset() noexcept
+{
+    window = {};
+    for (UnroundedRow& row : delayed) std::fill_n(row, kBlockFrames, 0.0);
+    needed = startGain = endGain = 1.0;
+}
+
+const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::size_t count) noexcept
+{
+    for (std::size_t row = 0; row < count; ++row) {
+        float* const samples = window.samples[row];
+        std::copy_n(samples + kBlockFrames, PeakWindow::kBefore, samples);
+        for (std::size_t i = 0; i < kBlockFrames; ++i)
+            samples[PeakWindow::kBefore + i] = static_cast<float>(rows[row][i] / fullScale);
+    }
+    return window;
+}
+
+void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double truePeak) noexcept
+{
+    const double neededNext = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
+    const double recovered = endGain + (1.0 - endGain) * release;
+    startGain = endGain;
+    endGain = std::min({needed, neededNext, recovered > kNearOne ? 1.0 : recovered});
+    needed = neededNext;
+
+    const bool isExact = startGain == 1.0 && endGain == 1.0;
+    for (std::size_t row = 0; row < count; ++row) {
+        for (std::size_t i = 0; i < kBlockFrames; ++i) {
+            std::swap(rows[row][i], delayed[row][i]);
+            if (isExact) continue;
+            const double part = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
+            rows[row][i] *= startGain + (endGain - startGain) * part;
+        }
+    }
+}
+
+} // namespace zrk_tarn

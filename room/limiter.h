@@ -1,0 +1,54 @@
+// A limiter that keeps the true peak of all outputs below full scale.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "room/block.h"
+#include "room/peak_window.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zrk_tarn
+{
+
+/// A look-ahead limiter with one gain for all outputs, so that the image does not move.
+///
+/// Delays by one block. In a block, the gain moves linearly between the gains at its two ends. Each of these is at most
+/// what the blocks on both sides need, so every frame is below the ceiling. After a peak, the gain returns to 1 with a
+/// time constant of 100 ms. While it is 1, samples are exact.
+class Limiter
+{
+public:
+    static constexpr std::size_t kRows = PeakWindow::kRows;
+
+    /// The highest true peak, full scale 1 (-0.3 dB).
+    static constexpr double kCeiling = 0.96605088;
+
+    /// fullScale  of the samples
+    Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept;
+
+    /// Clears the signal.
+    void reset() noexcept;
+
+    /// The window in which to find the peak of the next block, whose samples these are.
+    const PeakWindow& peakWindowOf(const UnroundedRow (&rows)[kRows], std::size_t count) noexcept;
+
+    /// Exchanges a block for the one before, limited.
+    ///
+    /// truePeak  of the window, full scale 1
+    void process(UnroundedRow (&rows)[kRows], std::size_t count, double truePeak) noexcept;
+
+    /// The smallest gain of the block that process returned last.
+    double gain() const noexcept { return startGain < endGain ? startGain : endGain; }
+
+private:
+    double fullScale;
+    double release; ///< the part of the way back to 1 per block
+    PeakWindow window;
+    UnroundedRow delayed[kRows]{};
+    double needed = 1.0; ///< gain that the delayed block needs
+    double startGain = 1.0;
+    double endGain = 1.0; ///< of the last output block
+};
+
+} // namespace zrk_tarn

@@ -1,0 +1,75 @@
+// The true peak of a block.
+// SPDX-License-Identifier: MIT
+#include "room/true_peak.h"
+
+#include "lanes/lanes.h"
+
+namespace zrk_tarn::TARN_INSTRUCTION_SET
+{
+
+namespace
+{
+
+constexpr int kWidth = kVectorFloats;
+constexpr int kTaps = 12;
+constexpr int kFrames = static_cast<int>(kBlockFrames);
+
+/// ITU-R BS.1770-4, annex 2, table of the interpolation filter, as multiples of 2^-13.
+constexpr float kTap[4][kTaps] = {
+    {14, 90, -161, 272, -487, 1125, 7964, -838, 390, -218, 122, -68},
+    {-239, 240, -424, 730, -1364, 3810, 6388, -1641, 832, -477, 271, -155},
+    {-155, 271, -477, 832, -1641, 6388, 3810, -1364, 730, -424, 240, -239},
+    {-68, 122, -218, 390, -838, 7964, 1125, -487, 272, -161, 90, 14},
+};
+constexpr float kTapScale = 0x1p-13f;
+
+/// More than the sum of the magnitudes of any phase, so no interpolated value exceeds the samples by more.
+constexpr float kMaxGain = 2.1f;
+
+Floats<kWidth> larger(const Floats<kWidth>& a, const Floats<kWidth>& b) noexcept
+{
+    return select(a < b, b, a);
+}
+
+float largestOf(const Floats<kWidth>& values) noexcept
+{
+    float each[kWidth];
+    store(each, values);
+    float largest = 0.0f;
+    for (const float value : each) largest = largest < value ? value : largest;
+    return largest;
+}
+
+/// The largest magnitudes between the samples around the positions n to n + kWidth - 1.
+Floats<kWidth> interpolatedPeaks(const float* samples) noexcept
+{
+    Floats<kWidth> largest = broadcast<kWidth>(0.0f);
+    for (const float(&taps)[kTaps] : kTap) {
+        Floats<kWidth> sum = broadcast<kWidth>(0.0f);
+        for (int tap = 0; tap < kTaps; ++tap)
+            sum = sum + load<kWidth>(samples + tap) * broadcast<kWidth>(taps[tap] * kTapScale);
+        largest = larger(largest, abs(sum));
+    }
+    return largest;
+}
+
+} // namespace
+
+float findTruePeak(const PeakWindow& window, std::int32_t rows, float floor) noexcept
+{
+    Floats<kWidth> largest = broadcast<kWidth>(0.0f);
+    for (std::int32_t row = 0; row < rows; ++row) {
+        const float* const samples = window.samples[row];
+        for (int n = 0; n < kFrames; n += kWidth) {
+            // Most positions are far below the floor.
+            Floats<kWidth> near = abs(load<kWidth>(samples + n));
+            for (int tap = 1; tap < kTaps; ++tap) near = larger(near, abs(load<kWidth>(samples + n + tap)));
+            largest = larger(largest, near);
+            if (any(broadcast<kWidth>(floor) <= near * broadcast<kWidth>(kMaxGain)))
+                largest = larger(largest, interpolatedPeaks(samples + n));
+        }
+    }
+    return largestOf(largest);
+}
+
+} // namespace zrk_tarn::TARN_INSTRUCTION_SET

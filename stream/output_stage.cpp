@@ -1,0 +1,185 @@
+// From the engine's outputs to the slots of the host.
+// SPDX-License-Identifier: MIT
+#include "stream/output_stage.h"
+
+#include "dispatch/instruction_sets.h"
+
+#include <algorithm>
+
+namespace zrk_tarn
+{
+
+namespace
+{
+
+constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
+
+/// The number of pairs of surround channels in use.
+std::int32_t surroundPairsOf(const StreamConfiguration& configuration) noexcept
+{
+    std::int32_t pairs = 0;
+    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
+        const auto& [source, index] = configuration.outputs[slot];
+        if (source == OutputSlot::Source::Surround) pairs = std::max(pairs, index / 2 + 1);
+    }
+    return pairs;
+}
+
+} // namespace
+
+OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::uint32_t bits)
+    : configuration(streamConfiguration),
+      fullScale(static_cast<double>(std::uint32_t{1} << (bits - 1))),
+      surroundPairs(surroundPairsOf(configuration)),
+      crossfade(bits)
+{
+    if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
+    if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
+    reset();
+}
+
+void OutputStage::snapToTargets(const OutputTargets& targets) noexcept
+{
+    crossfade.snapToTargets(targets.wet, targets.gain);
+    centre.snapToTargets(targets.centre, targets.width);
+    surroundGain = Glide(targets.surround);
+}
+
+void OutputStage::process(const StageBlock& block, const OutputTargets& targets) noexcept
+{
+    crossfade.beginBlock(targets.wet, targets.gain);
+    centre.beginBlock(targets.centre, targets.width);
+    surroundGain.beginBlock(targets.surround);
+
+    fillInputSlots(block);
+    fillEngineSlots(block);
+    fillSurroundSlots(block);
+    fillDialogueSlots(block);
+    if (limited != nullptr) limitAndFade(block);
+}
+
+void OutputStage::reset() noexcept
+{
+    if (surrounds != nullptr) configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
+    if (limited != nullptr) {
+        limited->limiter.reset();
+        for (Row& row : limited->inputSlots) std::fill_n(row, kBlockFrames, 0);
+    }
+}
+
+/// Calls fill(slot, index of the source) for the output slots of a source.
+template <typename Fill>
+void OutputStage::forEachSlotOf(OutputSlot::Source source, Fill fill) noexcept
+{
+    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot)
+        if (configuration.outputs[slot].source == source) fill(slot, configuration.outputs[slot].index);
+}
+
+/// Completes a slot, or amplifies it for the limiter.
+///
+/// wet  the upmix, a Row or an UnroundedRow
+template <typename WetRow>
+void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& wet) noexcept
+{
+    if (limited == nullptr) {
+        crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
+    } else {
+        std::copy_n(wet, kBlockFrames, limited->rows[slot]);
+        crossfade.amplify(limited->rows[slot]);
+    }
+}
+
+void OutputStage::fillInputSlots(const StageBlock& block) noexcept
+{
+    const Row* const from = limited == nullptr ? block.inputSlots : limited->inputSlots;
+    forEachSlotOf(OutputSlot::Source::Input, [&](std::size_t slot, std::size_t index) {
+        std::copy_n(from[index], kBlockFrames, block.outputSlots[slot]);
+    });
+}
+
+void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
+{
+    using enum OutputSlot::Source;
+    const bool isUnchanged = configuration.remap.has_value() || centre.isNeutral();
+    if (isUnchanged && limited == nullptr) {
+        forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
+        return;
+    }
+    UnroundedRow rows[4];
+    const std::size_t outputs = configuration.remap ? 4 : 3;
+    for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
+    if (!isUnchanged) centre.apply(rows[0], rows[1], rows[2]);
+    forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
+}
+
+void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
+{
+    if (surrounds == nullptr) return;
+    chosenOperations().renderSurrounds(block.engine, *surrounds);
+    const double scale = static_cast<double>(block.engine.outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
+    forEachSlotOf(OutputSlot::Source::Surround, [&](std::size_t slot, std::size_t channel) {
+        UnroundedRow row;
+        for (std::size_t i = 0; i < kBlockFrames; ++i)
+            row[i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
+        put(block, slot, row);
+    });
+}
+
+void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
+{
+    forEachSlotOf(OutputSlot::Source::Dialogue, [&](std::size_t slot, std::size_t side) {
+        const Row& plain = block.inputSlots[side == 0 ? configuration.leftSlot : configuration.rightSlot];
+        if (centre.isNeutral()) {
+            put(block, slot, plain);
+            return;
+        }
+        UnroundedRow changed;
+        std::copy_n(plain, kBlockFrames, changed);
+        UnroundedRow voice;
+        unround(block, 2, voice);
+        centre.changeVoice(voice, changed);
+        put(block, slot, changed);
+    });
+}
+
+/// Exchanges the rows for those of the block before, limited, and fades between them and the input.
+void OutputStage::limitAndFade(const StageBlock& block) noexcept
+{
+    Limiter& limiter = limited->limiter;
+    const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
+    const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
+    const float peak = chosenOperations().findTruePeak(window, rows, static_cast<float>(Limiter::kCeiling));
+    limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
+
+    using enum OutputSlot::Source;
+    for (const OutputSlot::Source source : {Engine, Surround, Dialogue})
+        forEachSlotOf(source, [&](std::size_t slot, std::size_t /*index*/) {
+            crossfade.fade(limited->rows[slot], dryRow(block, slot), block.outputSlots[slot], block.faults);
+        });
+    for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
+        std::copy_n(block.inputSlots[slot], kBlockFrames, limited->inputSlots[slot]);
+}
+
+/// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.
+void OutputStage::unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept
+{
+    const bool hasBlock = limited != nullptr && !configuration.remap && output < 3;
+    for (std::size_t i = 0; i < kBlockFrames; ++i) {
+        row[i] = static_cast<double>(block.upmixed[output][i]);
+        const bool isClipped = row[i] == -fullScale || row[i] == fullScale - 1.0;
+        if (hasBlock && isClipped)
+            row[i] = static_cast<double>(block.engine.outputScale) *
+                     static_cast<double>(block.engine.outputBlock[output][i]);
+    }
+}
+
+/// The input that replaces a slot in bypass: left, right, or null for silence.
+const Row* OutputStage::dryRow(const StageBlock& block, std::size_t slot) const noexcept
+{
+    const auto& [source, index] = configuration.outputs[slot];
+    if (source == OutputSlot::Source::Surround || index > 1) return nullptr;
+    const Row* const from = limited == nullptr ? block.inputSlots : limited->inputSlots;
+    return &from[index == 0 ? configuration.leftSlot : configuration.rightSlot];
+}
+
+} // namespace zrk_tarn

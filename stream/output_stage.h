@@ -1,0 +1,101 @@
+// From the engine's outputs to the slots of the host: the controls of the room, gain, limiter and bypass.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "room/centre_control.h"
+#include "room/limiter.h"
+#include "room/surrounds.h"
+#include "stream/block.h"
+#include "stream/crossfade.h"
+#include "stream/sample_rows.h"
+#include "stream/stream_types.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace zrk_tarn
+{
+
+/// Values to which an output stage fades.
+struct OutputTargets
+{
+    float wet;    ///< 1 for the upmix, 0 for bypass
+    float gain;   ///< make-up gain
+    float centre; ///< gain of the centre
+    float width;  ///< of the centre
+    float surround;
+};
+
+/// A block of a stream.
+struct StageBlock
+{
+    const ZRKTarn& engine;
+    const Row (&upmixed)[4]; ///< its outputs, or the columns of the remap matrix
+    const Row* inputSlots;   ///< the stream's input slots, as late as the engine's outputs
+    Row* outputSlots;        ///< to be computed; rows of silent slots stay as they are
+    SampleFaults& faults;
+};
+
+/// Computes the output slots of a stream. Allocates in its constructor only.
+class OutputStage
+{
+public:
+    /// Throws std::bad_alloc.
+    ///
+    /// bits  width of the samples: 16, 24 or 32
+    OutputStage(const StreamConfiguration& configuration, std::uint32_t bits);
+
+    /// Jumps to the targets without a fade.
+    void snapToTargets(const OutputTargets& targets) noexcept;
+
+    /// Computes a block of every output slot. With the limiter, the block is that of the call before.
+    void process(const StageBlock& block, const OutputTargets& targets) noexcept;
+
+    /// Clears the signal.
+    void reset() noexcept;
+
+    /// The smallest gain of the limiter in the last block.
+    float limiterGain() const noexcept
+    {
+        return limited == nullptr ? 1.0f : static_cast<float>(limited->limiter.gain());
+    }
+
+private:
+    /// The upmix of every output slot before rounding, and the input slots of the block before.
+    struct Limited
+    {
+        explicit Limited(const StreamConfiguration& configuration, double fullScale)
+            : limiter(configuration.sampleRateHz, fullScale)
+        {}
+
+        Limiter limiter;
+        UnroundedRow rows[Limiter::kRows]{};
+        Row inputSlots[kMaxSlots]{};
+    };
+
+    template <typename Fill>
+    void forEachSlotOf(OutputSlot::Source source, Fill fill) noexcept;
+    template <typename WetRow>
+    void put(const StageBlock& block, std::size_t slot, const WetRow& wet) noexcept;
+
+    void fillInputSlots(const StageBlock& block) noexcept;
+    void fillEngineSlots(const StageBlock& block) noexcept;
+    void fillSurroundSlots(const StageBlock& block) noexcept;
+    void fillDialogueSlots(const StageBlock& block) noexcept;
+    void limitAndFade(const StageBlock& block) noexcept;
+
+    void unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept;
+    const Row* dryRow(const StageBlock& block, std::size_t slot) const noexcept;
+
+    const StreamConfiguration configuration;
+    const double fullScale;
+    std::int32_t surroundPairs;
+    std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
+    std::unique_ptr<Limited> limited;     ///< null without the limiter
+    Crossfade crossfade;
+    CentreControl centre;
+    Glide surroundGain{kTypicalSurroundGain};
+};
+
+} // namespace zrk_tarn
