@@ -68,7 +68,7 @@ def music_settings(quick):
     """Seconds of each track and tracks of each half; None if recordings are missing."""
     if recordings.missing():
         return None
-    return {"seconds": QUICK_EXCERPT_SECONDS if quick else music_figures.EXCERPT_SECONDS, "limit": 1 if quick else None}
+    return {"seconds": QUICK_EXCERPT_SECONDS if quick else recordings.EXCERPT_SECONDS, "limit": 1 if quick else None}
 
 
 def progress(done, total):

@@ -15,6 +15,7 @@ import soundfile
 
 FOLDER = Path(__file__).resolve().parents[2] / "build/recordings"
 EXCERPT_START_SECONDS = 15
+EXCERPT_SECONDS = 20
 SPEECH_PACKAGE = "fillets-ng-data-nl"
 SPEECH_FOLDER = "usr/share/games/fillets-ng/sound"
 SPEAKERS = ("-v-", "-m-")  # in the names of the files

@@ -44,6 +44,7 @@ BURST_SECONDS = 0.1
 BURST_TIME_CONSTANT_SECONDS = 0.015
 BURST_LEVEL = 0.1  # of the noise at the start
 BURST_INTERVAL_SECONDS = 0.2
+BURSTS = 90
 CLICK_LEVEL = 0.5
 CLICK_INTERVAL_SECONDS = 1.0
 
@@ -220,7 +221,7 @@ def build_suite(seed, quick, speech):
         diffuse=diffuse_noise(seed, 3 if quick else 20),
         dialogue=dialogue(seed, 5 if quick else 31, speech),
         flutter={key: flutter(seed, 5 if quick else 16, *key) for key in gated},
-        bursts=bursts(seed, 20 if quick else 90),
+        bursts=bursts(seed, 20 if quick else BURSTS),
         clicks=clicks(seed, 8 if quick else 20),
         recording=recording(5 if quick else 31),
         speech=speech,
