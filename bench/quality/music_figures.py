@@ -7,6 +7,7 @@ import os
 
 import numpy as np
 
+import bass
 import measures
 import recordings
 import rows
@@ -45,11 +46,11 @@ def speech_figures(scene, outputs):
 def timbre_figures(stereo, outputs, rate):
     """Third octaves and bass of music; None where the stereo has no signal."""
     levels = timbre.third_octave_levels(stereo, outputs, rate)
-    bass = timbre.bass_levels(stereo, outputs, rate)
+    bass_levels = bass.levels(stereo, outputs, rate)
     return {
         "third_octave_levels_db": [None if np.isnan(level) else float(level) for level in levels],
-        "bass_mean": float(np.mean(bass)),
-        "bass_deviation": float(np.std(bass)),
+        "bass_mean": float(np.mean(bass_levels)),
+        "bass_deviation": float(np.std(bass_levels)),
     }
 
 

@@ -37,6 +37,7 @@ FLUTTER_LEVEL_DB = -25.0  # the centred source
 FLUTTER_RAMP_SECONDS = 0.005
 FLUTTER_PERIODS_SECONDS = [0.25, 1.0, 2.0]
 FLUTTER_SIDE_LEVELS_DB = [-6.0, 0.0, 6.0]  # of the left source while it is on, relative to the centred one
+BASS_SIDE = (2.0, 0.0)  # period and level of the left source beside centred bass
 
 # Bursts and clicks in changing places.
 PLACES = ("left", "right", "centre")  # in the order of the outputs FL FR C
