@@ -287,14 +287,26 @@ def print_tracks(choices):
 
 
 def print_steering(choices):
-    """Jitter, and jumps at three levels, at 48 kHz."""
-    print("\n| thresholds | jitter: field, source at 0, 6, 12 dB | jump left to right: 0, 6, 12 dB | left to centre |")
-    print("|---|---|---|---|")
+    """Jitter, jumps at three levels, and flutter with three periods, at 48 kHz."""
+    periods = scenes.FLUTTER_PERIODS_SECONDS
+    headings = (
+        "thresholds",
+        "jitter: field, source at 0, 6, 12 dB",
+        "jump left to right: 0, 6, 12 dB",
+        "left to centre",
+        f"flutter, dB: period {', '.join(f'{period:g}' for period in periods)} s",
+    )
+    print("\n| " + " | ".join(headings) + " |")
+    print("|---" * len(headings) + "|")
     seed = JUMP_SEEDS[recordings.CHECK_HALF]
+    gated = [
+        scenes.flutter(SCENE_SEEDS[recordings.CHECK_HALF], FLUTTER_SECONDS, period, 0.0, RATE_HZ) for period in periods
+    ]
     for label, rows in choices:
         jitter = run_program("jitter", RATE_HZ, rows, seed).decode().split()
         jumps = zip(*(jump_figures((RATE_HZ, seed), rows, level_db) for level_db in (0, 6, 12)))
         cells = [", ".join(jitter), *(", ".join(f"{blocks:.0f}" for blocks in direction) for direction in jumps)]
+        cells.append(", ".join(f"{flutter_figure(scene, rows):.2f}" for scene in gated))
         print(f"| {label} | " + " | ".join(cells) + " |")
 
 
