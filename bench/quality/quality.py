@@ -4,8 +4,8 @@
     bench/quality/quality.py --json figures.json --plots pictures
 
 Needs Debian's python3-numpy, python3-scipy, python3-soundfile and python3-matplotlib, and a built tarn. Optional:
-ffmpeg for the comparison, espeak-ng for speech, and fretsonfire-songs-muldjord as recording. Music and speech of other
-packages are downloaded once (1 GB) into build/recordings. The report names what is missing.
+ffmpeg for the comparison, and espeak-ng for speech. Music and speech of Debian packages are downloaded once (1 GB) into
+build/recordings. The report names what is missing.
 """
 # SPDX-License-Identifier: MIT
 
@@ -61,6 +61,7 @@ def settings_of(options, suite, music):
         "recording": song and f"{scenes.SONG_CREDIT}, {song.rate} Hz",
         "music": music,
         "versions": systems.versions(options.tarn),
+        "packages": {package: version for package, (version, _) in recordings.PACKAGES.items()},
     }
 
 
@@ -91,7 +92,7 @@ def notes_of(suite, results):
     """What is missing, and systems whose alignment failed."""
     notes = []
     if suite.recording is None:
-        notes.append(f"{scenes.SONG_PACKAGE} is not installed: the recording is left out")
+        notes.append(f"the recording is left out, because {recordings.FOLDER} lacks {scenes.SONG_PACKAGE}")
     if suite.speech == "synthetic":
         notes.append("the dialogue is spoken by a synthetic voice; espeak-ng was not asked or is not installed")
     if recordings.missing():

@@ -6,7 +6,6 @@ seed of the caller. A mix is rounded to 24 bits once, so that all systems under 
 # SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
-from pathlib import Path
 
 import numpy as np
 import soundfile
@@ -27,8 +26,8 @@ DIALOGUE_LEVEL_DB = -25.0  # each of the three stems
 RECORDING_PEAK = 0.5
 MUSIC_PEAK = 0.35  # of the loudest stem
 
-SONG_DIRECTORY = Path("/usr/share/games/fretsonfire/data/songs/muldjord/mutilated_mime")
 SONG_PACKAGE = "fretsonfire-songs-muldjord"
+SONG_DIRECTORY = recordings.FOLDER / SONG_PACKAGE / "usr/share/games/fretsonfire/data/songs/muldjord/mutilated_mime"
 SONG_CREDIT = "Mutilated Mime by Muldjord (El Senator), CC BY-SA 3.0"
 SONG_START_SECONDS = 60
 
@@ -195,11 +194,11 @@ def recording(seconds):
 
 @dataclass
 class Suite:
-    """The scenes that need no downloads.
+    """The seeded scenes and the recording with known stems.
 
     sweep       PAN_SWEEP_DEGREES and the half-way pan, by angle
     flutter     by (period in seconds, level of the side in dB)
-    recording   None if it is not installed
+    recording   None if it is not downloaded
     """
 
     sweep: dict

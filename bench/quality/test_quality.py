@@ -334,7 +334,8 @@ class Music(unittest.TestCase):
         for number in range(2):
             soundfile.write(voices / f"{number}-v-.ogg", noise(number, 4 * self.RATE), self.RATE)
         found = [recordings.Track("songs", "", (f"{name}.wav",)) for name in ("a", "b")]
-        settings = {"FOLDER": self.folder, "TRACKS": found, "EXCERPT_START_SECONDS": 0}
+        packages = {"songs": ("1.0-1", "0" * 64), recordings.SPEECH_PACKAGE: ("2.0-1", "0" * 64)}
+        settings = {"FOLDER": self.folder, "TRACKS": found, "PACKAGES": packages, "EXCERPT_START_SECONDS": 0}
         for patch in (mock.patch.object(recordings, name, value) for name, value in settings.items()):
             patch.start()
             self.addCleanup(patch.stop)
@@ -395,6 +396,19 @@ class Music(unittest.TestCase):
             recordings.fetch()
         self.assertEqual({path.name for path in self.folder.iterdir()}, {"other", recordings.SPEECH_PACKAGE})
 
+    def test_download_with_another_checksum_is_refused_and_leaves_nothing(self):
+        (self.folder / "songs").rename(self.folder / "other")
+        commands = []
+
+        def run(command, directory):
+            commands.append(command)
+            (Path(directory) / "songs.deb").write_bytes(b"changed")
+
+        with mock.patch.object(recordings, "_run", run), self.assertRaisesRegex(recordings.FetchError, "SHA-256"):
+            recordings.fetch()
+        self.assertEqual([command[-1] for command in commands], ["songs=1.0-1"])
+        self.assertEqual({path.name for path in self.folder.iterdir()}, {"other", recordings.SPEECH_PACKAGE})
+
     def test_only_a_full_run_downloads(self):
         for options, count in (([], 1), (["--quick"], 0), (["--no-fetch"], 0)):
             fetch = mock.patch.object(recordings, "fetch")
@@ -402,6 +416,13 @@ class Music(unittest.TestCase):
             with fetch as fetched, build, self.assertRaises(InterruptedError):
                 quality.main(["--tarn", __file__, *options])
             self.assertEqual(fetched.call_count, count)
+
+
+class Packages(unittest.TestCase):
+    def test_every_package_of_a_recording_has_a_version(self):
+        packages = {track.package for track in recordings.TRACKS} | {recordings.SPEECH_PACKAGE}
+        self.assertEqual(packages, set(recordings.PACKAGES))
+        self.assertIn(scenes.SONG_PACKAGE, packages)
 
 
 class Scenes(unittest.TestCase):
