@@ -23,6 +23,7 @@ import flutter
 import localisation
 import measures
 import music_figures
+import page
 import plots
 import quality
 import recordings
@@ -485,6 +486,75 @@ class Report(unittest.TestCase):
         self.assertEqual(report.cell(-0.004, "dB"), "0.0")
         self.assertEqual(report.cell(-3.0, "dB"), "-3.0")
         self.assertEqual(report.cell(None, "dB"), "-")
+
+
+class Page(unittest.TestCase):
+    """docs/quality.md"""
+
+    SETTINGS = {"seed": 7, "versions": {"tarn": "1.0.0"}, "packages": {"songs": "1.0-1"}}
+
+    def copy_of_page(self, text):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        path = Path(directory.name) / "quality.md"
+        path.write_text(text)
+        patch = mock.patch.object(page, "PATH", path)
+        patch.start()
+        self.addCleanup(patch.stop)
+        return path
+
+    def test_committed_table_has_all_rows_footnotes_and_packages(self):
+        _, between, _ = page.split(page.PATH.read_text())
+        titles = [line.strip("| ").split(" | ")[0] for line in between.splitlines() if line.startswith("| ")]
+        expected = ["figure", "---"]
+        for section in rows.SECTIONS:
+            expected += [f"**{section.title}**", *(row.title for row in section.rows)]
+        self.assertEqual([title.rstrip("| ") for title in titles], expected)
+        self.assertTrue(between.rstrip().endswith("  \n".join(rows.FOOTNOTES)))
+        for package, (version, _) in recordings.PACKAGES.items():
+            self.assertIn(f"{package} {version}", between)
+
+    def test_only_the_part_between_the_markers_is_written(self):
+        path = self.copy_of_page(f"before\n{page.BEGIN}replaced text\n{page.END}after\n")
+        page.write(self.SETTINGS, {"some system": {row.key: 1.0 for row in rows.ROWS}})
+        before, between, after = page.split(path.read_text())
+        self.assertEqual((before, after), ("before\n", "after\n"))
+        self.assertIn("Seed 7, tarn 1.0.0;", between)
+        self.assertIn("packages songs 1.0-1.", between)
+        self.assertIn("| figure | unit | some system |", between)
+        self.assertNotIn("replaced text", between)
+
+    def test_page_without_markers_is_not_written(self):
+        for text in ("", page.BEGIN, page.END + page.BEGIN, page.BEGIN + page.END + page.BEGIN, page.END * 2):
+            path = self.copy_of_page(text)
+            with self.assertRaisesRegex(systems.MeasurementError, "once each"):
+                page.write(self.SETTINGS, {"some system": {row.key: 1.0 for row in rows.ROWS}})
+            self.assertEqual(path.read_text(), text)
+
+    def test_page_is_not_written_with_missing_figures(self):
+        path = self.copy_of_page(page.BEGIN + page.END)
+        results = {"some system": {row.key: 1.0 for row in rows.ROWS} | {"aligned_delay": 3}}
+        patches = [
+            mock.patch.object(recordings, "fetch"),
+            mock.patch.object(scenes, "build_suite"),
+            mock.patch.object(systems, "versions", return_value={}),
+            mock.patch.object(quality, "measure", return_value=results),
+            mock.patch.object(plots, "write"),
+            mock.patch("builtins.print"),
+        ]
+        for patch in patches:
+            patch.start()
+            self.addCleanup(patch.stop)
+        with self.assertRaisesRegex(systems.MeasurementError, "not written"):
+            quality.main(["--tarn", __file__, "--write-docs"])
+        self.assertEqual(path.read_text(), page.BEGIN + page.END)
+        self.assertFalse(plots.write.called)
+
+    def test_writing_the_page_needs_a_whole_run(self):
+        for options in (["--quick"], ["--no-fetch"], ["--mode", "calm"], ["--plots", "x"]):
+            with mock.patch("sys.stderr"), self.assertRaises(SystemExit):
+                quality.parse_arguments(["--write-docs", *options])
+        self.assertEqual(quality.parse_arguments(["--write-docs"]).mode, systems.MODES)
 
 
 @unittest.skipUnless(os.environ.get("TARN"), "TARN does not name the command")
