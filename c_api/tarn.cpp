@@ -35,6 +35,9 @@ using zrk_tarn::UpmixStream;
 constexpr std::uint32_t kFirstConfigurationBytes = 148;
 constexpr std::uint32_t kMaxConfigurationBytes = 4096;
 static_assert(sizeof(tarn_configuration) >= kFirstConfigurationBytes);
+/// Bytes of the meters in the first version.
+constexpr std::size_t kFirstMetersBytes = 288;
+static_assert(sizeof(tarn_meters) >= kFirstMetersBytes);
 
 static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
@@ -82,6 +85,22 @@ StreamConfiguration configurationOf(const tarn_configuration& given)
     return configuration;
 }
 
+/// The meters of a stream in a structure of this version.
+tarn_meters metersOf(const tarn_stream& stream)
+{
+    const zrk_tarn::StreamMeters from = stream.stream.meters();
+    tarn_meters meters{};
+    std::copy(std::begin(from.peak), std::end(from.peak), meters.peak);
+    std::copy(std::begin(from.rms), std::end(from.rms), meters.rms);
+    std::copy(std::begin(from.leftRight), std::end(from.leftRight), meters.left_right);
+    std::copy(std::begin(from.frontBack), std::end(from.frontBack), meters.front_back);
+    for (std::size_t g = 0; g < TARN_BAND_GROUPS; ++g) meters.speed[g] = static_cast<std::uint32_t>(from.speed[g]);
+    meters.blocks = from.blocks;
+    meters.saturated = from.saturated;
+    meters.invalid = from.invalid;
+    return meters;
+}
+
 /// Returns what is wrong with the size of a configuration; null if a program of any version has filled it.
 ///
 /// A program that is newer than the library may have members that the library does not know. They have to be 0.
@@ -115,7 +134,8 @@ const char* tarn_status_text(int status)
     case TARN_NO_MEMORY:
         return "out of memory";
     case TARN_BAD_ARGUMENT:
-        return "an argument is null, or planar buffers were given to a stream whose format is not float";
+        return "an argument is null, a size is too small, or planar buffers were given to a stream whose format is not "
+               "float";
     case TARN_NO_REMAP:
         return "the stream was created without a remap matrix";
     }
@@ -242,18 +262,14 @@ void tarn_set_mode(tarn_stream* stream, int mode)
     if (stream != nullptr) stream->stream.setMode(mode == TARN_FAST ? SteeringMode::Fast : SteeringMode::Calm);
 }
 
-void tarn_read_meters(const tarn_stream* stream, tarn_meters* meters)
+tarn_status tarn_read_meters(const tarn_stream* stream, tarn_meters* meters, size_t size)
 {
-    if (meters == nullptr) return;
-    *meters = {};
-    if (stream == nullptr) return;
-    const zrk_tarn::StreamMeters from = stream->stream.meters();
-    std::copy(std::begin(from.peak), std::end(from.peak), meters->peak);
-    std::copy(std::begin(from.rms), std::end(from.rms), meters->rms);
-    std::copy(std::begin(from.leftRight), std::end(from.leftRight), meters->left_right);
-    std::copy(std::begin(from.frontBack), std::end(from.frontBack), meters->front_back);
-    for (std::size_t g = 0; g < TARN_BAND_GROUPS; ++g) meters->speed[g] = static_cast<std::uint32_t>(from.speed[g]);
-    meters->blocks = from.blocks;
-    meters->saturated = from.saturated;
-    meters->invalid = from.invalid;
+    if (meters == nullptr || size < kFirstMetersBytes) return TARN_BAD_ARGUMENT;
+    // A program has the first members, or added ones that this version does not know.
+    std::memset(meters, 0, size);
+    if (stream == nullptr) return TARN_BAD_ARGUMENT;
+    tarn_meters filled = metersOf(*stream);
+    filled.size = static_cast<std::uint32_t>(std::min(size, sizeof filled));
+    std::memcpy(meters, &filled, filled.size);
+    return TARN_OK;
 }

@@ -18,7 +18,7 @@
  *
  * Results are identical to the bit on every machine. They do not depend on the floating-point mode of the calling
  * thread, which is restored. No function sets errno or throws. If a stream is null, functions that return a status
- * return TARN_BAD_ARGUMENT, tarn_read_meters writes zeros, and the others return 0 or do nothing.
+ * return TARN_BAD_ARGUMENT, and the others return 0 or do nothing.
  */
 
 #include <stddef.h>
@@ -53,7 +53,7 @@ typedef enum tarn_status
     TARN_OK = 0,                /**< success */
     TARN_BAD_CONFIGURATION = 1, /**< tarn_problem says what is wrong */
     TARN_NO_MEMORY = 2,         /**< out of memory; no stream was created */
-    TARN_BAD_ARGUMENT = 3,      /**< a null pointer, or planar buffers for a stream that is not TARN_F32 */
+    TARN_BAD_ARGUMENT = 3,      /**< a null pointer, a size that is too small, or planar buffers without TARN_F32 */
     TARN_NO_REMAP = 4           /**< a matrix for a stream that was created without one */
 } tarn_status;
 
@@ -114,9 +114,11 @@ typedef struct tarn_configuration
     uint32_t mode; /**< tarn_mode; tarn_set_mode changes it later */
 } tarn_configuration;
 
-/** Meter values for a display. Levels are linear, full scale 1. */
+/** Meter values for a display. Levels are linear, full scale 1. Later versions of the library only add members at the
+ * end. */
 typedef struct tarn_meters
 {
+    uint32_t size;                      /**< bytes that tarn_read_meters has filled; members beyond them are 0 */
     float peak[TARN_MAX_SLOTS];         /**< per output slot; decays by 20 dB in 1.7 s */
     float rms[TARN_MAX_SLOTS];          /**< per output slot, over about 300 ms */
     float left_right[TARN_BAND_GROUPS]; /**< per band group, lowest first: -1 right to 1 left */
@@ -239,8 +241,16 @@ TARN_API void tarn_set_surround_gain(tarn_stream* stream, float gain);
 /** Changes the steering mode from the next block on. Reads an unknown mode as TARN_CALM. */
 TARN_API void tarn_set_mode(tarn_stream* stream, int mode);
 
-/** Reads the meters after the last block. Values read together can be from two neighbouring blocks. */
-TARN_API void tarn_read_meters(const tarn_stream* stream, tarn_meters* meters);
+/**
+ * Reads the meters after the last block. Values read together can be from two neighbouring blocks.
+ *
+ * @param stream  from tarn_create; null writes zeros
+ * @param meters  size bytes are written
+ * @param size    sizeof(tarn_meters); the program can be compiled for another version of the library
+ * @return TARN_OK, or TARN_BAD_ARGUMENT. If the size is too small for the members of the first version, nothing is
+ *         written.
+ */
+TARN_API tarn_status tarn_read_meters(const tarn_stream* stream, tarn_meters* meters, size_t size);
 
 #ifdef __cplusplus
 }

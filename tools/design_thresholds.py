@@ -31,7 +31,7 @@ sys.path.insert(0, str(ROOT / "bench/quality"))
 import numpy as np
 
 import flutter
-import measures
+import music_figures
 import recordings
 import scenes
 import transients
@@ -45,9 +45,7 @@ RATE_HZ = 48000
 # Group g has the thresholds of group g * step at this rate, or of the last one, as ZRKTarn::Initialize derives them.
 ROW_STEPS = {44100: 1, 48000: 1, 96000: 2, 192000: 4}
 DELAY_FRAMES = 960
-EXCERPT_SECONDS = 20
 FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS = 12, 2.0
-BURSTS = 90
 # Seeds of the generated scenes by half, and of the jumps.
 SCENE_SEEDS = {recordings.DESIGN_HALF: 1, recordings.CHECK_HALF: 2}
 JUMP_SEEDS = {recordings.DESIGN_HALF: 100, recordings.CHECK_HALF: 200}
@@ -142,17 +140,8 @@ def upmix(scene, rows):
 
 def speech_figures(scene, rows):
     """Artefacts in C and in all outputs in dB, share of the speech in C in %."""
-    stems = np.column_stack([stem[scene.settle :] for stem in scene.stems.values()])
-    contributions, residual, total = measures.explain(
-        stems, upmix(scene, rows)[scene.settle :], measures.COARSE_STFT_HOP
-    )
-    speech = contributions[list(scene.stems).index("speech")]
-    centre = measures.CENTRE
-    return (
-        measures.ratio_db(residual[centre], total[centre]),
-        measures.ratio_db(residual.sum(), total.sum()),
-        100 * speech[centre] / speech.sum(),
-    )
+    found = music_figures.speech_figures(scene, upmix(scene, rows)[scene.settle :])
+    return found["artefacts_c"], found["artefacts_all"], 100 * found["in_c"]
 
 
 def flutter_figure(scene, rows):
@@ -182,9 +171,12 @@ class Bench:
         tracks = range(len(recordings.tracks(half)))
         self.jobs = [
             (flutter_figure, scenes.flutter(seed, FLUTTER_SECONDS, FLUTTER_PERIOD_SECONDS, 0.0, rate)),
-            (burst_figures, scenes.bursts(seed, BURSTS, rate)),
+            (burst_figures, scenes.bursts(seed, scenes.BURSTS, rate)),
             (jump_figures, (rate, JUMP_SEEDS[half])),
-            *((speech_figures, scenes.speech_over_music(half, i, level_db, EXCERPT_SECONDS, rate)) for i in tracks),
+            *(
+                (speech_figures, scenes.speech_over_music(half, i, level_db, recordings.EXCERPT_SECONDS, rate))
+                for i in tracks
+            ),
         ]
         self.pool = ThreadPool()
 
@@ -289,20 +281,32 @@ def print_tracks(choices):
     print("\n| artefacts in all outputs, dB | " + " | ".join(label for label, _ in choices) + " |")
     print("|---" * (1 + len(choices)) + "|")
     for index, track in enumerate(recordings.tracks(recordings.CHECK_HALF)):
-        scene = scenes.speech_over_music(recordings.CHECK_HALF, index, 0.0, EXCERPT_SECONDS, RATE_HZ)
+        scene = scenes.speech_over_music(recordings.CHECK_HALF, index, 0.0, recordings.EXCERPT_SECONDS, RATE_HZ)
         levels = [f"{speech_figures(scene, rows)[1]:.2f}" for _, rows in choices]
         print(f"| {track.name} | " + " | ".join(levels) + " |")
 
 
 def print_steering(choices):
-    """Jitter, and jumps at three levels, at 48 kHz."""
-    print("\n| thresholds | jitter: field, source at 0, 6, 12 dB | jump left to right: 0, 6, 12 dB | left to centre |")
-    print("|---|---|---|---|")
+    """Jitter, jumps at three levels, and flutter with three periods, at 48 kHz."""
+    periods = scenes.FLUTTER_PERIODS_SECONDS
+    headings = (
+        "thresholds",
+        "jitter: field, source at 0, 6, 12 dB",
+        "jump left to right: 0, 6, 12 dB",
+        "left to centre",
+        f"flutter, dB: period {', '.join(f'{period:g}' for period in periods)} s",
+    )
+    print("\n| " + " | ".join(headings) + " |")
+    print("|---" * len(headings) + "|")
     seed = JUMP_SEEDS[recordings.CHECK_HALF]
+    gated = [
+        scenes.flutter(SCENE_SEEDS[recordings.CHECK_HALF], FLUTTER_SECONDS, period, 0.0, RATE_HZ) for period in periods
+    ]
     for label, rows in choices:
         jitter = run_program("jitter", RATE_HZ, rows, seed).decode().split()
         jumps = zip(*(jump_figures((RATE_HZ, seed), rows, level_db) for level_db in (0, 6, 12)))
         cells = [", ".join(jitter), *(", ".join(f"{blocks:.0f}" for blocks in direction) for direction in jumps)]
+        cells.append(", ".join(f"{flutter_figure(scene, rows):.2f}" for scene in gated))
         print(f"| {label} | " + " | ".join(cells) + " |")
 
 

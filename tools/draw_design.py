@@ -57,7 +57,7 @@ def draw_trade_off():
         [float(value) for value in re.findall(r"([-\d.]+) dB", line)]
         for line in (DATA / "trade-off.txt").read_text().splitlines()[1:]
     ]
-    rows = np.array(sorted(row[1:5] for row in rows if len(row) >= 5))
+    rows = np.array([row[1:5] for row in rows if len(row) >= 5])
     rows = rows[np.argsort(rows[:, 2])]
     figure, axes = plt.subplots(figsize=(7, 4.5))
     axes.plot(rows[:, 2], rows[:, 0], "o-", label="white noise")

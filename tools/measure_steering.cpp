@@ -27,12 +27,12 @@
 namespace
 {
 
+using design::kGroups;
 using design::Scene;
 using design::SteeringField;
 using design::Thresholds;
 
 constexpr std::size_t kBlock = 64;
-constexpr std::size_t kGroups = 16;
 constexpr int kSettlingBlocks = 2000;
 
 void upmix(std::uint32_t rateHz, const Thresholds& thresholds)

@@ -15,6 +15,7 @@ namespace
 
 constexpr int kBlock = 64;
 constexpr int kBits = 24;
+constexpr std::int32_t kFastMode = 1;
 constexpr double kLevel = 0.05 * 8388607.0; ///< of unit power, 26 dB below full scale
 
 void storeSample(double value, std::uint8_t* position)
@@ -33,7 +34,7 @@ std::unique_ptr<ZRKTarn> makeEngine(std::uint32_t rateHz, int bits, const Thresh
                         .outputChannels = 3,
                         .bitsPerSample = bits,
                         .sampleRate = rateHz,
-                        .mode = 1,
+                        .mode = kFastMode,
                         .option = 0,
                         .mixFraction = 1.0f});
     std::copy(std::begin(thresholds.fast), std::end(thresholds.fast), engine->thresBands);

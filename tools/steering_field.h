@@ -5,18 +5,23 @@
 #include "engine/zrk_tarn.h"
 #include "tools/pink_noise.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 namespace design
 {
 
-/// Thresholds of the 16 groups.
+/// Number of band groups.
+inline constexpr std::size_t kGroups = std::extent_v<decltype(ZRKTarn::thresBands)>;
+
+/// Thresholds of the groups.
 struct Thresholds
 {
-    float fast[16];
-    float mid[16];
-    float slow[16];
+    float fast[kGroups];
+    float mid[kGroups];
+    float slow[kGroups];
 };
 
 /// A new engine with three outputs in the fast mode.

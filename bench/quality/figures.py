@@ -3,6 +3,7 @@
 
 import numpy as np
 
+import bass
 import flutter
 import localisation
 import measures
@@ -105,6 +106,18 @@ def moving_gains(system, suite):
     return found
 
 
+def centred_bass(system, suite):
+    """Level and movement of centred bass if all outputs add, solo and beside a side source that comes and goes."""
+    found = {}
+    for name, scene in (("solo", suite.sweep[45.0]), ("beside", suite.flutter[scenes.BASS_SIDE])):
+        stereo, outputs = run(system, scene)
+        steady, *others = (settled(scene, stem) for stem in scene.stems.values())
+        other = others[0] if others else np.zeros(len(steady))
+        level, moves = bass.figures(steady, other, stereo, outputs, scene.rate)
+        found |= {f"bass_{name}_level": level, f"bass_{name}_movement": moves}
+    return found
+
+
 def events(system, scene, prefix):
     """Shares and pre-echo of the bursts or clicks after the settling time."""
     outputs = system.aligned(scene.stereo, scene.rate)
@@ -126,6 +139,7 @@ def measure(system, suite):
     figures |= fold_down(*run(system, suite.sweep[45.0]), "centred")
 
     figures |= moving_gains(system, suite)
+    figures |= centred_bass(system, suite)
     figures |= events(system, suite.bursts, "burst")
     figures |= events(system, suite.clicks, "click")
 

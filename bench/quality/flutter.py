@@ -43,13 +43,16 @@ def band_bins(rate):
     return [np.flatnonzero((frequencies >= low) & (frequencies < high)) for low, high in zip(edges, edges[1:])]
 
 
-def sums(products):
+def window_sums(products):
     """Sums over the bins of a band and over successive windows: [bins, windows] -> [positions]."""
     return np.convolve(products.sum(axis=0), np.ones(WINDOWS_PER_FIT), "valid")
 
 
-def fitted_gain(steady, other, output):
-    """Gain of the steady source in the output, by least squares over both sources. All are spectra of one band."""
+def fitted_gain(steady, other, output, sums=window_sums):
+    """Gain of the steady source in the output, by least squares over both sources.
+
+    All are spectra of one band, or signals; sums adds their products over each stretch of time.
+    """
     ss, oo = sums(np.abs(steady) ** 2), sums(np.abs(other) ** 2)
     so = sums(steady.conj() * other)
     sy, oy = sums(steady.conj() * output), sums(other.conj() * output)
@@ -80,6 +83,6 @@ def figures(steady, other, stereo, outputs, rate):
     for bins in band_bins(rate):
         gain = fitted_gain(sources[bins, 0], sources[bins, 1], after[bins, CENTRE])
         gains.append(movement(decibels(np.abs(gain) ** 2)))
-        power = [sums(np.sum(np.abs(spectrum[bins]) ** 2, axis=1)) for spectrum in (before, after)]
+        power = [window_sums(np.sum(np.abs(spectrum[bins]) ** 2, axis=1)) for spectrum in (before, after)]
         levels.append(movement(decibels(power[1] / power[0])))
     return float(np.mean(gains)) if np.any(outputs[:, CENTRE]) else None, float(np.mean(levels))

@@ -7,6 +7,7 @@ import os
 
 import numpy as np
 
+import bass
 import measures
 import recordings
 import rows
@@ -14,7 +15,6 @@ import scenes
 import timbre
 from figures import run, settled
 
-EXCERPT_SECONDS = 20
 # The tables of the engine are designed with one half of the tracks, so the other one shows whether that holds in general.
 HALF_NAMES = {recordings.DESIGN_HALF: "design", recordings.CHECK_HALF: "check"}
 
@@ -24,13 +24,16 @@ def excerpts(limit=None):
     return [(half, index) for half in HALF_NAMES for index in range(len(recordings.tracks(half)))[:limit]]
 
 
-def speech_figures(scene, outputs, level_db):
-    """Speech over music: where the speech goes, artefacts, and C as an estimate of the speech."""
+def speech_figures(scene, outputs):
+    """Speech over music: where the speech goes, artefacts, and C as an estimate of the speech.
+
+    outputs is a result of `run`.
+    """
     stems = settled(scene, np.column_stack([scene.stems[name] for name in ("speech", "left", "right")]))
     contributions, residual, total = measures.explain(stems, outputs, measures.COARSE_STFT_HOP, groups=[[0], [1, 2]])
     speech, music = contributions
     centre = measures.CENTRE
-    found = {
+    return {
         "in_c": float(speech[centre] / speech.sum()),
         "artefacts_c": measures.ratio_db(residual[centre], total[centre]),
         "artefacts_all": measures.ratio_db(residual.sum(), total.sum()),
@@ -38,17 +41,16 @@ def speech_figures(scene, outputs, level_db):
         "sir": measures.ratio_db(speech[centre], music[centre]),
         "sar": measures.ratio_db(total[centre] - residual[centre], residual[centre]),
     }
-    return {rows.speech_key(level_db, measure): value for measure, value in found.items()}
 
 
 def timbre_figures(stereo, outputs, rate):
     """Third octaves and bass of music; None where the stereo has no signal."""
     levels = timbre.third_octave_levels(stereo, outputs, rate)
-    bass = timbre.bass_levels(stereo, outputs, rate)
+    bass_levels = bass.levels(stereo, outputs, rate)
     return {
         "third_octave_levels_db": [None if np.isnan(level) else float(level) for level in levels],
-        "bass_mean": float(np.mean(bass)),
-        "bass_deviation": float(np.std(bass)),
+        "bass_mean": float(np.mean(bass_levels)),
+        "bass_deviation": float(np.std(bass_levels)),
     }
 
 
@@ -60,7 +62,8 @@ def measure_track(excerpt, systems, seconds):
     for level in rows.SPEECH_LEVELS_DB:
         scene = scenes.speech_over_music(*excerpt, level, seconds)
         for system in systems:
-            results[system.label] |= speech_figures(scene, run(system, scene)[1], level)
+            found = speech_figures(scene, run(system, scene)[1])
+            results[system.label] |= {rows.speech_key(level, measure): value for measure, value in found.items()}
     scene = scenes.music_alone(*excerpt, seconds)
     for system in systems:
         results[system.label] |= timbre_figures(*run(system, scene), scene.rate)
@@ -86,7 +89,7 @@ def summary(tracks):
     }
 
 
-def measure(systems, seconds=EXCERPT_SECONDS, limit=None, progress=lambda done, total: None):
+def measure(systems, seconds=recordings.EXCERPT_SECONDS, limit=None, progress=lambda done, total: None):
     """All figures of the systems: label -> key -> value. Every processor measures one track at a time."""
     chosen = excerpts(limit)
     tracks = []

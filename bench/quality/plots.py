@@ -11,11 +11,13 @@ from rows import flutter_key, signed
 import scenes
 
 
+PAN_LABEL = "pan, degrees (0 = hard left, 45 = centre, 90 = hard right)"
+
+
 def pan_axis(axes):
-    """Draws the pan axis of a sweep."""
+    """Draws the pan axis of a sweep, without a label."""
     axes.set_xlim(0, 90)
     axes.set_xticks(range(0, 91, 15))
-    axes.set_xlabel("pan, degrees (0 = hard left, 45 = centre, 90 = hard right)")
     axes.grid(alpha=0.3)
 
 
@@ -28,6 +30,7 @@ def plot_level(path, results):
             sweep["pan_degrees"], sweep["level_db"], linestyle=line, color=colour, label=label, marker="o", markersize=3
         )
     pan_axis(axes)
+    axes.set_xlabel(PAN_LABEL)
     axes.set_ylabel("output power re input, dB")
     axes.set_title("Level of one panned source (pink noise), FL, FR and C together")
     axes.legend()
@@ -47,7 +50,6 @@ def plot_shares(path, results):
             values = [100 * share for share in sweep[f"share_{name.lower()}"]]
             axes.plot(sweep["pan_degrees"], values, line, color=colour, label=name)
         pan_axis(axes)
-        axes.set_xlabel("")
         axes.set_title(label)
     for axes in grid.flat[len(results) :]:
         axes.set_axis_off()
@@ -55,7 +57,7 @@ def plot_shares(path, results):
         axes.tick_params(labelbottom=True)
     grid[0, 0].set_ylim(-2, 102)
     grid.flat[len(results) - 1].legend(loc="upper center", ncol=3)
-    figure.supxlabel("pan, degrees (0 = hard left, 45 = centre, 90 = hard right)")
+    figure.supxlabel(PAN_LABEL)
     figure.supylabel("share of the output power, %")
     figure.suptitle("Where one panned source (pink noise) goes")
     save(figure, path)

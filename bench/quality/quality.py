@@ -2,10 +2,11 @@
 """Measures the quality of the upmix, and compares it with two filters of FFmpeg, a fixed matrix and the stereo.
 
     bench/quality/quality.py --json figures.json --plots pictures
+    bench/quality/quality.py --write-docs
 
 Needs Debian's python3-numpy, python3-scipy, python3-soundfile and python3-matplotlib, and a built tarn. Optional:
-ffmpeg for the comparison, espeak-ng for speech, and fretsonfire-songs-muldjord as recording. Music and speech of other
-packages are downloaded once (1 GB) into build/recordings. The report names what is missing.
+ffmpeg for the comparison, and espeak-ng for speech. Music and speech of Debian packages are downloaded once (1 GB) into
+build/recordings. The report names what is missing.
 """
 # SPDX-License-Identifier: MIT
 
@@ -20,6 +21,7 @@ for variable in ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS"):
 
 import figures
 import music_figures
+import page
 import plots
 import recordings
 import report
@@ -47,7 +49,15 @@ def parse_arguments(arguments):
     )
     parser.add_argument("--json", type=Path, metavar="FILE", help="write all figures to FILE")
     parser.add_argument("--plots", type=Path, metavar="DIR", help="write pictures into DIR")
-    return parser.parse_args(arguments)
+    parser.add_argument(
+        "--write-docs", action="store_true", help="measure both modes, write the table and pictures of docs/quality.md"
+    )
+    options = parser.parse_args(arguments)
+    if options.write_docs:
+        if options.quick or options.no_fetch or options.mode or options.plots:
+            parser.error("--write-docs measures everything; leave out --quick, --no-fetch, --mode and --plots")
+        options.mode, options.plots = systems.MODES, page.PICTURES
+    return options
 
 
 def settings_of(options, suite, music):
@@ -61,6 +71,7 @@ def settings_of(options, suite, music):
         "recording": song and f"{scenes.SONG_CREDIT}, {song.rate} Hz",
         "music": music,
         "versions": systems.versions(options.tarn),
+        "packages": {package: version for package, (version, _) in recordings.PACKAGES.items()},
     }
 
 
@@ -68,7 +79,7 @@ def music_settings(quick):
     """Seconds of each track and tracks of each half; None if recordings are missing."""
     if recordings.missing():
         return None
-    return {"seconds": QUICK_EXCERPT_SECONDS if quick else music_figures.EXCERPT_SECONDS, "limit": 1 if quick else None}
+    return {"seconds": QUICK_EXCERPT_SECONDS if quick else recordings.EXCERPT_SECONDS, "limit": 1 if quick else None}
 
 
 def progress(done, total):
@@ -91,7 +102,7 @@ def notes_of(suite, results):
     """What is missing, and systems whose alignment failed."""
     notes = []
     if suite.recording is None:
-        notes.append(f"{scenes.SONG_PACKAGE} is not installed: the recording is left out")
+        notes.append(f"the recording is left out, because {recordings.FOLDER} lacks {scenes.SONG_PACKAGE}")
     if suite.speech == "synthetic":
         notes.append("the dialogue is spoken by a synthetic voice; espeak-ng was not asked or is not installed")
     if recordings.missing():
@@ -119,8 +130,13 @@ def main(arguments=None):
     print(report.markdown_table(results))
     if notes:
         print("\nNotes\n" + "\n".join(f"- {note}" for note in notes))
+    settings = settings_of(options, suite, music)
     if options.json:
-        report.write_json(options.json, settings_of(options, suite, music), results)
+        report.write_json(options.json, settings, results)
+    if options.write_docs:
+        if notes:
+            raise systems.MeasurementError(f"{page.PATH} is not written, because figures are missing; see the notes")
+        page.write(settings, results)
     if options.plots:
         plots.write(options.plots, results)
 

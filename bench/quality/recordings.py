@@ -1,10 +1,11 @@
 """Real music and speech of Debian packages.
 
-The packages are downloaded and unpacked once into build/recordings, not installed. Excerpts are float64, full scale = 1.0.
+The packages are downloaded once, checked and unpacked into build/recordings, not installed. Excerpts are float64, full scale = 1.0.
 """
 # SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
+import hashlib
 from pathlib import Path
 import subprocess
 import tempfile
@@ -15,10 +16,24 @@ import soundfile
 
 FOLDER = Path(__file__).resolve().parents[2] / "build/recordings"
 EXCERPT_START_SECONDS = 15
+EXCERPT_SECONDS = 20
 SPEECH_PACKAGE = "fillets-ng-data-nl"
 SPEECH_FOLDER = "usr/share/games/fillets-ng/sound"
 SPEAKERS = ("-v-", "-m-")  # in the names of the files
 SPEECH_FILES_PER_EXCERPT = 20
+
+
+# Version and SHA-256 of the archives in Debian 12.
+PACKAGES = {
+    "fillets-ng-data-nl": ("1.0.1-1.1", "afb4443fda9ab507dee578b75be857d121718a1cd6017a474f30e0eb13dc9d10"),
+    "fretsonfire-songs-muldjord": ("2.dfsg-2.1", "b37adf8b08b46d4182c283e760e4f40622d83674e05803960ea1e11a92600c7b"),
+    "fretsonfire-songs-sectoid": ("1.dfsg-3.1", "14c1ed3e43c1a6a80eae7698f0469a0825cd1184e441968d62df89ca418aa0b4"),
+    "hyperrogue-music": ("12.0q-1", "61ab9f4c2169442d85f42c42d26e80c1a18b93c741f3d44f1b9d83015904e7f7"),
+    "lincity-ng-data": ("2.9~git20150314-5", "8f5e85bd42879abdc7099b035d7a3d7468eceb6b93b52a12270c28f3f3c792f9"),
+    "singularity-music": ("007-2", "139ba1e408eeb0a72f1fff3760ca46558b9f81bed97dc8c0efa108c4007f4845"),
+    "supertuxkart-data": ("1.4+dfsg-2", "568d69cda50dc8ad1facb89514bd14953dfca736fdb83c49ae330b0aa7dd2364"),
+    "wesnoth-1.16-music": ("1:1.16.9-1", "f9bc3cde92b4ab30db5d7b85f89b4bcc3d788dd92602956d0347250850bf59bb"),
+}
 
 
 class FetchError(RuntimeError):
@@ -93,17 +108,21 @@ def tracks(half=None):
 
 def missing():
     """The packages that are not in FOLDER."""
-    packages = {track.package for track in TRACKS} | {SPEECH_PACKAGE}
-    return sorted(package for package in packages if not (FOLDER / package).is_dir())
+    return [package for package in PACKAGES if not (FOLDER / package).is_dir()]
 
 
 def fetch():
-    """Downloads and unpacks the missing packages. Raises FetchError."""
+    """Downloads, checks and unpacks the missing packages. Raises FetchError."""
     for package in missing():
+        version, checksum = PACKAGES[package]
         FOLDER.mkdir(parents=True, exist_ok=True)
         with tempfile.TemporaryDirectory(dir=FOLDER) as directory:
-            _run(["apt-get", "-qq", "-o", "APT::Sandbox::User=root", "download", package], directory)
+            _run(["apt-get", "-qq", "-o", "APT::Sandbox::User=root", "download", f"{package}={version}"], directory)
             (archive,) = Path(directory).glob("*.deb")
+            with archive.open("rb") as file:
+                found = hashlib.file_digest(file, "sha256").hexdigest()
+            if found != checksum:
+                raise FetchError(f"{archive.name}: the SHA-256 is {found}, not {checksum}")
             _run(["dpkg-deb", "-x", archive, "files"], directory)
             (Path(directory) / "files").rename(FOLDER / package)
 

@@ -3,6 +3,7 @@
 
 from dataclasses import dataclass
 
+import bass
 import flutter
 import localisation
 import measures
@@ -60,6 +61,16 @@ def _event_rows(kind, title):
         Row(f"{kind}_side_in_side", f"{title} at a side, share in this side", "%"),
         Row(f"{kind}_side_in_c", f"{title} at a side, share in C", "%"),
         Row(f"{kind}_pre_echo", f"{title}: pre-echo (8)", "dB"),
+    ]
+
+
+def _centred_bass_rows():
+    period, level = scenes.BASS_SIDE
+    places = {"solo": "solo", "beside": f"beside a side at {signed(level)} dB, period {period:g} s"}
+    return [
+        Row(f"bass_{name}_{measure}", f"{measure} (13), {place}", "dB")
+        for name, place in places.items()
+        for measure in ("level", "movement")
     ]
 
 
@@ -144,6 +155,7 @@ SECTIONS = [
             Row("bass_deviation", "level of the bass, standard deviation (12)", "dB"),
         ],
     ),
+    Section("Centred bass in a subwoofer that adds all outputs", _centred_bass_rows()),
 ]
 
 ROWS = [row for section in SECTIONS for row in section.rows]
@@ -172,6 +184,9 @@ FOOTNOTES = [
     "to the artefacts in C, through those fixed filters.",
     "(11) Level of all outputs together relative to the stereo, relative to its mean over the bands from "
     f"{timbre.THIRD_OCTAVES_HZ[0]} Hz to {timbre.THIRD_OCTAVES_HZ[-1] // 1000} kHz; mean over the tracks.",
-    f"(12) FL + FR + C below {timbre.BASS_HZ} Hz relative to L + R, in windows of "
-    f"{1000 * timbre.BASS_WINDOW_SECONDS:g} ms; mean over the tracks.",
+    f"(12) FL + FR + C below {bass.BASS_HZ} Hz relative to L + R, in windows of {1000 * bass.WINDOW_SECONDS:g} ms; "
+    "mean over the tracks.",
+    f"(13) Gain of centred pink noise in FL + FR + C below {bass.BASS_HZ} Hz relative to that in L + R, in windows of "
+    f"{1000 * bass.GAIN_WINDOW_SECONDS:g} ms: mean over time, and difference of the percentiles {flutter.PERCENTILES[1]} "
+    f"and {flutter.PERCENTILES[0]}. The side source is that of (6).",
 ]

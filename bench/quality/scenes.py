@@ -6,7 +6,6 @@ seed of the caller. A mix is rounded to 24 bits once, so that all systems under 
 # SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
-from pathlib import Path
 
 import numpy as np
 import soundfile
@@ -27,8 +26,8 @@ DIALOGUE_LEVEL_DB = -25.0  # each of the three stems
 RECORDING_PEAK = 0.5
 MUSIC_PEAK = 0.35  # of the loudest stem
 
-SONG_DIRECTORY = Path("/usr/share/games/fretsonfire/data/songs/muldjord/mutilated_mime")
 SONG_PACKAGE = "fretsonfire-songs-muldjord"
+SONG_DIRECTORY = recordings.FOLDER / SONG_PACKAGE / "usr/share/games/fretsonfire/data/songs/muldjord/mutilated_mime"
 SONG_CREDIT = "Mutilated Mime by Muldjord (El Senator), CC BY-SA 3.0"
 SONG_START_SECONDS = 60
 
@@ -37,6 +36,7 @@ FLUTTER_LEVEL_DB = -25.0  # the centred source
 FLUTTER_RAMP_SECONDS = 0.005
 FLUTTER_PERIODS_SECONDS = [0.25, 1.0, 2.0]
 FLUTTER_SIDE_LEVELS_DB = [-6.0, 0.0, 6.0]  # of the left source while it is on, relative to the centred one
+BASS_SIDE = (2.0, 0.0)  # period and level of the left source beside centred bass
 
 # Bursts and clicks in changing places.
 PLACES = ("left", "right", "centre")  # in the order of the outputs FL FR C
@@ -44,6 +44,7 @@ BURST_SECONDS = 0.1
 BURST_TIME_CONSTANT_SECONDS = 0.015
 BURST_LEVEL = 0.1  # of the noise at the start
 BURST_INTERVAL_SECONDS = 0.2
+BURSTS = 90
 CLICK_LEVEL = 0.5
 CLICK_INTERVAL_SECONDS = 1.0
 
@@ -193,11 +194,11 @@ def recording(seconds):
 
 @dataclass
 class Suite:
-    """The scenes that need no downloads.
+    """The seeded scenes and the recording with known stems.
 
     sweep       PAN_SWEEP_DEGREES and the half-way pan, by angle
     flutter     by (period in seconds, level of the side in dB)
-    recording   None if it is not installed
+    recording   None if it is not downloaded
     """
 
     sweep: dict
@@ -220,7 +221,7 @@ def build_suite(seed, quick, speech):
         diffuse=diffuse_noise(seed, 3 if quick else 20),
         dialogue=dialogue(seed, 5 if quick else 31, speech),
         flutter={key: flutter(seed, 5 if quick else 16, *key) for key in gated},
-        bursts=bursts(seed, 20 if quick else 90),
+        bursts=bursts(seed, 20 if quick else BURSTS),
         clicks=clicks(seed, 8 if quick else 20),
         recording=recording(5 if quick else 31),
         speech=speech,

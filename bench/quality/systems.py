@@ -6,6 +6,7 @@ is the output of a running system with its delay; `aligned` has the delay remove
 # SPDX-License-Identifier: MIT
 
 from pathlib import Path
+import re
 import shutil
 import subprocess
 import tempfile
@@ -132,8 +133,12 @@ def peers():
 
 
 def versions(tarn):
-    """First lines of the version texts of the commands."""
-    found = {"tarn": run_command([tarn, "--version"])}
-    if shutil.which("ffmpeg"):
-        found["ffmpeg"] = run_command(["ffmpeg", "-version"])
-    return {name: text.decode().splitlines()[0] for name, text in found.items()}
+    """Versions of the installed commands that the figures depend on."""
+    commands = {"tarn": [tarn, "--version"], "FFmpeg": ["ffmpeg", "-version"], "espeak-ng": ["espeak-ng", "--version"]}
+    found = {}
+    for name, command in commands.items():
+        if shutil.which(command[0]):
+            first_line = run_command(command).decode().splitlines()[0]
+            number = re.search(r"\d+\.\S+", first_line)
+            found[name] = number[0] if number else first_line
+    return found

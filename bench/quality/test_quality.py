@@ -17,11 +17,13 @@ import numpy as np
 import scipy.signal
 import soundfile
 
+import bass
 import figures
 import flutter
 import localisation
 import measures
 import music_figures
+import page
 import plots
 import quality
 import recordings
@@ -264,27 +266,55 @@ class Timbre(unittest.TestCase):
         self.assertTrue(np.isnan(levels[-1]))
         self.assertFalse(np.isnan(levels[0]))
 
-    def test_bass_of_a_known_matrix(self):
+
+class Bass(unittest.TestCase):
+    RATE = 48000
+
+    def test_level_of_a_known_matrix(self):
         stereo = noise(20, 200000, 2)
-        levels = timbre.bass_levels(stereo, systems.FixedMatrix().aligned(stereo, self.RATE), self.RATE)
+        levels = bass.levels(stereo, systems.FixedMatrix().aligned(stereo, self.RATE), self.RATE)
         np.testing.assert_allclose(levels, 20 * np.log10(1.5))
 
-    def test_bass_that_switches_by_6_db_has_a_known_mean_and_deviation(self):
+    def test_level_that_switches_by_6_db_has_a_known_mean_and_deviation(self):
         stereo = noise(21, 40 * self.RATE, 2)
         gains = np.where(signals.on_and_off(len(stereo), 8 * self.RATE, 1) > 0.5, 1.0, 0.5)
-        levels = timbre.bass_levels(stereo, stereo * gains[:, None], self.RATE)
+        levels = bass.levels(stereo, stereo * gains[:, None], self.RATE)
         self.assertAlmostEqual(np.mean(levels), -10 * np.log10(2), delta=0.1)
         self.assertAlmostEqual(np.std(levels), 10 * np.log10(2), delta=0.1)
 
-    def test_quiet_windows_do_not_count_in_the_bass(self):
+    def test_quiet_windows_do_not_count(self):
         stereo = noise(22, 8 * self.RATE, 2)
         stereo[4 * self.RATE : 5 * self.RATE] = 0  # here the filter decays
         stereo[5 * self.RATE :] *= 0.001
         outputs = stereo.copy()
         outputs[5 * self.RATE :] *= 10
-        levels = timbre.bass_levels(stereo, outputs, self.RATE)
+        levels = bass.levels(stereo, outputs, self.RATE)
         np.testing.assert_allclose(levels, 0.0, atol=1e-9)
         self.assertIn(len(levels), (10, 11))
+
+    def test_steady_source_has_its_level_beside_one_that_moves(self):
+        steady, other = noise(24, 2, 8 * self.RATE)
+        envelope = signals.on_and_off(len(other), 2 * self.RATE, 240)
+        stereo = np.column_stack([steady + other * envelope, steady])
+        outputs = outputs_of(0.5 * other * envelope, 0 * steady, steady)
+        level, moves = bass.figures(steady, other * envelope, stereo, outputs, self.RATE)
+        self.assertAlmostEqual(level, 20 * np.log10(0.5))
+        self.assertAlmostEqual(moves, 0.0)
+
+    def test_gain_that_switches_by_6_db_moves_by_6_db(self):
+        steady, other = noise(25, 2, 8 * self.RATE)
+        gains = np.where(signals.on_and_off(len(steady), 2 * self.RATE, 1) > 0.5, 1.0, 0.5)
+        stereo = np.column_stack([steady + other, steady])
+        outputs = outputs_of(other, 0 * steady, 2 * gains * steady)
+        level, moves = bass.figures(steady, other, stereo, outputs, self.RATE)
+        self.assertAlmostEqual(level, -10 * np.log10(2), delta=0.1)
+        self.assertAlmostEqual(moves, 20 * np.log10(2), delta=0.1)
+
+    def test_silent_outputs_have_the_lowest_level(self):
+        steady = noise(26, 2 * self.RATE)
+        stereo = np.column_stack([steady, steady])
+        level, moves = bass.figures(steady, 0 * steady, stereo, np.zeros((len(steady), 3)), self.RATE)
+        self.assertEqual((level, moves), (flutter.SILENT_DB, 0.0))
 
 
 class Music(unittest.TestCase):
@@ -305,7 +335,8 @@ class Music(unittest.TestCase):
         for number in range(2):
             soundfile.write(voices / f"{number}-v-.ogg", noise(number, 4 * self.RATE), self.RATE)
         found = [recordings.Track("songs", "", (f"{name}.wav",)) for name in ("a", "b")]
-        settings = {"FOLDER": self.folder, "TRACKS": found, "EXCERPT_START_SECONDS": 0}
+        packages = {"songs": ("1.0-1", "0" * 64), recordings.SPEECH_PACKAGE: ("2.0-1", "0" * 64)}
+        settings = {"FOLDER": self.folder, "TRACKS": found, "PACKAGES": packages, "EXCERPT_START_SECONDS": 0}
         for patch in (mock.patch.object(recordings, name, value) for name, value in settings.items()):
             patch.start()
             self.addCleanup(patch.stop)
@@ -339,13 +370,13 @@ class Music(unittest.TestCase):
         scene = scenes.speech_over_music(recordings.DESIGN_HALF, 0, 0, 4)
         speech, left, right = (figures.settled(scene, scene.stems[name]) for name in ("speech", "left", "right"))
         foreign = np.std(speech) * np.sqrt(0.1) * np.random.default_rng(23).standard_normal(len(speech))
-        found = music_figures.speech_figures(scene, outputs_of(left, right + speech, speech + left + foreign), 0)
+        found = music_figures.speech_figures(scene, outputs_of(left, right + speech, speech + left + foreign))
         foreign_in_band = -10.0  # of the speech
         music = 10 * np.log10(np.sum(left**2) / np.sum(speech**2))
-        self.assertAlmostEqual(found["speech_at_0_db_in_c"], 0.5, delta=0.02)
-        self.assertAlmostEqual(found["speech_at_0_db_sir"], -music, delta=0.2)
+        self.assertAlmostEqual(found["in_c"], 0.5, delta=0.02)
+        self.assertAlmostEqual(found["sir"], -music, delta=0.2)
         explained = 1 + 10 ** (music / 10)
-        self.assertAlmostEqual(found["speech_at_0_db_sar"], 10 * np.log10(explained) - foreign_in_band, delta=0.5)
+        self.assertAlmostEqual(found["sar"], 10 * np.log10(explained) - foreign_in_band, delta=0.5)
 
     def test_level_of_the_speech_relative_to_the_music(self):
         for level in rows.SPEECH_LEVELS_DB:
@@ -366,6 +397,19 @@ class Music(unittest.TestCase):
             recordings.fetch()
         self.assertEqual({path.name for path in self.folder.iterdir()}, {"other", recordings.SPEECH_PACKAGE})
 
+    def test_download_with_another_checksum_is_refused_and_leaves_nothing(self):
+        (self.folder / "songs").rename(self.folder / "other")
+        commands = []
+
+        def run(command, directory):
+            commands.append(command)
+            (Path(directory) / "songs.deb").write_bytes(b"changed")
+
+        with mock.patch.object(recordings, "_run", run), self.assertRaisesRegex(recordings.FetchError, "SHA-256"):
+            recordings.fetch()
+        self.assertEqual([command[-1] for command in commands], ["songs=1.0-1"])
+        self.assertEqual({path.name for path in self.folder.iterdir()}, {"other", recordings.SPEECH_PACKAGE})
+
     def test_only_a_full_run_downloads(self):
         for options, count in (([], 1), (["--quick"], 0), (["--no-fetch"], 0)):
             fetch = mock.patch.object(recordings, "fetch")
@@ -373,6 +417,13 @@ class Music(unittest.TestCase):
             with fetch as fetched, build, self.assertRaises(InterruptedError):
                 quality.main(["--tarn", __file__, *options])
             self.assertEqual(fetched.call_count, count)
+
+
+class Packages(unittest.TestCase):
+    def test_every_package_of_a_recording_has_a_version(self):
+        packages = {track.package for track in recordings.TRACKS} | {recordings.SPEECH_PACKAGE}
+        self.assertEqual(packages, set(recordings.PACKAGES))
+        self.assertIn(scenes.SONG_PACKAGE, packages)
 
 
 class Scenes(unittest.TestCase):
@@ -437,6 +488,75 @@ class Report(unittest.TestCase):
         self.assertEqual(report.cell(None, "dB"), "-")
 
 
+class Page(unittest.TestCase):
+    """docs/quality.md"""
+
+    SETTINGS = {"seed": 7, "versions": {"tarn": "1.0.0"}, "packages": {"songs": "1.0-1"}}
+
+    def copy_of_page(self, text):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        path = Path(directory.name) / "quality.md"
+        path.write_text(text)
+        patch = mock.patch.object(page, "PATH", path)
+        patch.start()
+        self.addCleanup(patch.stop)
+        return path
+
+    def test_committed_table_has_all_rows_footnotes_and_packages(self):
+        _, between, _ = page.split(page.PATH.read_text())
+        titles = [line.strip("| ").split(" | ")[0] for line in between.splitlines() if line.startswith("| ")]
+        expected = ["figure", "---"]
+        for section in rows.SECTIONS:
+            expected += [f"**{section.title}**", *(row.title for row in section.rows)]
+        self.assertEqual([title.rstrip("| ") for title in titles], expected)
+        self.assertTrue(between.rstrip().endswith("  \n".join(rows.FOOTNOTES)))
+        for package, (version, _) in recordings.PACKAGES.items():
+            self.assertIn(f"{package} {version}", between)
+
+    def test_only_the_part_between_the_markers_is_written(self):
+        path = self.copy_of_page(f"before\n{page.BEGIN}replaced text\n{page.END}after\n")
+        page.write(self.SETTINGS, {"some system": {row.key: 1.0 for row in rows.ROWS}})
+        before, between, after = page.split(path.read_text())
+        self.assertEqual((before, after), ("before\n", "after\n"))
+        self.assertIn("Seed 7, tarn 1.0.0;", between)
+        self.assertIn("packages songs 1.0-1.", between)
+        self.assertIn("| figure | unit | some system |", between)
+        self.assertNotIn("replaced text", between)
+
+    def test_page_without_markers_is_not_written(self):
+        for text in ("", page.BEGIN, page.END + page.BEGIN, page.BEGIN + page.END + page.BEGIN, page.END * 2):
+            path = self.copy_of_page(text)
+            with self.assertRaisesRegex(systems.MeasurementError, "once each"):
+                page.write(self.SETTINGS, {"some system": {row.key: 1.0 for row in rows.ROWS}})
+            self.assertEqual(path.read_text(), text)
+
+    def test_page_is_not_written_with_missing_figures(self):
+        path = self.copy_of_page(page.BEGIN + page.END)
+        results = {"some system": {row.key: 1.0 for row in rows.ROWS} | {"aligned_delay": 3}}
+        patches = [
+            mock.patch.object(recordings, "fetch"),
+            mock.patch.object(scenes, "build_suite"),
+            mock.patch.object(systems, "versions", return_value={}),
+            mock.patch.object(quality, "measure", return_value=results),
+            mock.patch.object(plots, "write"),
+            mock.patch("builtins.print"),
+        ]
+        for patch in patches:
+            patch.start()
+            self.addCleanup(patch.stop)
+        with self.assertRaisesRegex(systems.MeasurementError, "not written"):
+            quality.main(["--tarn", __file__, "--write-docs"])
+        self.assertEqual(path.read_text(), page.BEGIN + page.END)
+        self.assertFalse(plots.write.called)
+
+    def test_writing_the_page_needs_a_whole_run(self):
+        for options in (["--quick"], ["--no-fetch"], ["--mode", "calm"], ["--plots", "x"]):
+            with mock.patch("sys.stderr"), self.assertRaises(SystemExit):
+                quality.parse_arguments(["--write-docs", *options])
+        self.assertEqual(quality.parse_arguments(["--write-docs"]).mode, systems.MODES)
+
+
 @unittest.skipUnless(os.environ.get("TARN"), "TARN does not name the command")
 class Tarn(unittest.TestCase):
     def test_every_figure_is_present_and_reproducible(self):
@@ -444,7 +564,8 @@ class Tarn(unittest.TestCase):
         first, second = (figures.measure(systems.Tarn(os.environ["TARN"]), suite) for _ in range(2))
         self.assertEqual(first, second)
         missing = {row.key for row in rows.ROWS if first[row.key] is None}
-        downloaded = {row.key for section in rows.SECTIONS[-2:] for row in section.rows}
+        music = ("Speech over music (9)", "Music")
+        downloaded = {row.key for section in rows.SECTIONS if section.title in music for row in section.rows}
         installed = set() if suite.recording else {row.key for row in rows.ROWS if "recording" in row.key}
         self.assertEqual(missing, downloaded | installed)
         self.assertEqual(first["aligned_delay"], 0)

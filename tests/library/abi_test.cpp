@@ -115,9 +115,9 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<tarn_meters>(
         "tarn_meters",
         [](auto& a, auto&, auto visit) {
-            auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
-            visitAs({"peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid"}, visit, peak,
-                    rms, leftRight, frontBack, speed, blocks, saturated, invalid);
+            auto& [size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
+            visitAs({"size", "peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid"},
+                    visit, size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid);
         },
         lines);
 }

@@ -112,7 +112,7 @@ public:
                 {"set_remap", [this] { tarn_set_remap(stream, kGains); }},
                 {"process with all changes", [=, this] { tarn_process(stream, memory, memory, kMaxFrames); }},
                 {"bypassed", [this] { tarn_bypassed(stream); }},
-                {"read_meters", [this] { tarn_read_meters(stream, &meters); }},
+                {"read_meters", [this] { tarn_read_meters(stream, &meters, sizeof meters); }},
                 {"drain", [=, this] { tarn_drain(stream, memory, kMaxFrames); }},
                 {"reset", [this] { tarn_reset(stream); }}};
     }

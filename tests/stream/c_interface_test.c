@@ -53,7 +53,8 @@ static void test_default_stream(void)
     CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
     CHECK(output[0][0] == 0.0f);
     CHECK(output[FRAMES - 1][0] != 0.0f);
-    tarn_read_meters(stream, &meters);
+    CHECK(tarn_read_meters(stream, &meters, sizeof meters) == TARN_OK);
+    CHECK(meters.size == sizeof meters);
     CHECK(meters.blocks == FRAMES / 64);
     CHECK(meters.peak[0] > meters.peak[1]);
     CHECK(meters.saturated == 0 && meters.invalid == 0);
@@ -160,7 +161,7 @@ static void test_meters(void)
     CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
     fill_stereo();
     CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
-    tarn_read_meters(stream, &meters);
+    CHECK(tarn_read_meters(stream, &meters, sizeof meters) == TARN_OK);
     CHECK(meters.invalid == 1);
     CHECK(meters.saturated == 2);
     CHECK(meters.peak[0] > 0.45f && meters.peak[0] < 1.0f);
@@ -310,6 +311,54 @@ static void test_sizes(void)
     tarn_defaults(NULL, sizeof newer.known);
 }
 
+static int all_bytes_are(const void* memory, size_t size, unsigned char value)
+{
+    const unsigned char* const bytes = memory;
+    for (size_t i = 0; i < size; ++i)
+        if (bytes[i] != value) return 0;
+    return 1;
+}
+
+/* The meters of a program that is newer than the library have more members. */
+static void test_sizes_of_meters(void)
+{
+    struct
+    {
+        tarn_meters known;
+        uint64_t added;
+        uint64_t behind;
+    } newer;
+    const size_t newer_size = (size_t)((char*)&newer.behind - (char*)&newer);
+    tarn_configuration configuration;
+    tarn_stream* stream = NULL;
+    tarn_meters exact;
+
+    tarn_defaults(&configuration, sizeof configuration);
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(tarn_process(stream, stereo, output, FRAMES) == TARN_OK);
+    CHECK(tarn_read_meters(stream, &exact, sizeof exact) == TARN_OK);
+
+    memset(&newer, 1, sizeof newer);
+    CHECK(tarn_read_meters(stream, &newer.known, newer_size) == TARN_OK);
+    CHECK(memcmp(&newer.known, &exact, sizeof exact) == 0);
+    CHECK(newer.known.size == sizeof exact);
+    CHECK(newer.added == 0);
+    CHECK(all_bytes_are(&newer.behind, sizeof newer.behind, 1));
+
+    memset(&newer, 1, sizeof newer);
+    CHECK(tarn_read_meters(NULL, &newer.known, newer_size) == TARN_BAD_ARGUMENT);
+    CHECK(all_bytes_are(&newer, newer_size, 0));
+    CHECK(all_bytes_are(&newer.behind, sizeof newer.behind, 1));
+
+    memset(&newer, 1, sizeof newer);
+    const size_t too_small[] = {0, 1, sizeof exact.size, sizeof exact - 8, sizeof exact - 1};
+    for (size_t i = 0; i < sizeof too_small / sizeof *too_small; ++i)
+        CHECK(tarn_read_meters(stream, &newer.known, too_small[i]) == TARN_BAD_ARGUMENT);
+    CHECK(all_bytes_are(&newer, sizeof newer, 1));
+    CHECK(tarn_read_meters(stream, NULL, sizeof exact) == TARN_BAD_ARGUMENT);
+    tarn_destroy(stream);
+}
+
 int main(void)
 {
     fill_stereo();
@@ -321,5 +370,6 @@ int main(void)
     test_refusals();
     test_numbers_beyond_a_byte();
     test_sizes();
+    test_sizes_of_meters();
     return failures == 0 ? 0 : 1;
 }
