@@ -13,11 +13,13 @@ struct tarn_stream
     /// The configuration must be valid.
     explicit tarn_stream(const zrk_tarn::StreamConfiguration& configuration)
         : stream(zrk_tarn::UpmixStream::Checked{configuration}),
+          latency(zrk_tarn::UpmixStream::latencyFrames(configuration)),
           isFloat(configuration.format == zrk_tarn::SampleFormat::F32),
           isRemapped(configuration.remap.has_value())
     {}
 
     zrk_tarn::UpmixStream stream;
+    std::uint32_t latency; ///< frames
     bool isFloat;
     bool isRemapped;
 };
@@ -32,11 +34,11 @@ using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
 /// Bytes of a configuration in the first version, and more than in any version.
-constexpr std::uint32_t kFirstConfigurationBytes = 148;
+constexpr std::uint32_t kFirstConfigurationBytes = 152;
 constexpr std::uint32_t kMaxConfigurationBytes = 4096;
 static_assert(sizeof(tarn_configuration) >= kFirstConfigurationBytes);
 /// Bytes of the meters in the first version.
-constexpr std::size_t kFirstMetersBytes = 288;
+constexpr std::size_t kFirstMetersBytes = 304;
 static_assert(sizeof(tarn_meters) >= kFirstMetersBytes);
 
 static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
@@ -82,6 +84,7 @@ StreamConfiguration configurationOf(const tarn_configuration& given)
         configuration.outputs[slot] = {.source = enumOf<OutputSlot::Source>(from.outputs[slot].source),
                                        .index = static_cast<std::uint8_t>(std::min(from.outputs[slot].index, 255u))};
     if (from.remap != 0) configuration.remap = gainsOf(from.gains);
+    configuration.limiter = from.limiter != 0;
     return configuration;
 }
 
@@ -98,6 +101,9 @@ tarn_meters metersOf(const tarn_stream& stream)
     meters.blocks = from.blocks;
     meters.saturated = from.saturated;
     meters.invalid = from.invalid;
+    meters.limiter_gain = from.limiterGain;
+    meters.smallest_limiter_gain = from.smallestLimiterGain;
+    meters.limited_blocks = from.limitedBlocks;
     return meters;
 }
 
@@ -192,6 +198,11 @@ void tarn_destroy(tarn_stream* stream)
 uint32_t tarn_latency_frames(void)
 {
     return UpmixStream::latencyFrames();
+}
+
+uint32_t tarn_stream_latency_frames(const tarn_stream* stream)
+{
+    return stream == nullptr ? 0 : stream->latency;
 }
 
 tarn_status tarn_process(tarn_stream* stream, const void* input, void* output, size_t frames)

@@ -8,7 +8,8 @@
  * Tarn for C, and for every language that can call C: stereo in, front left, front right and centre out, in buffers of
  * any size.
  *
- * Create a stream for a configuration, then process buffers with it. The output is delayed by tarn_latency_frames().
+ * Create a stream for a configuration, then process buffers with it. The output is delayed by
+ * tarn_stream_latency_frames(stream).
  * Only tarn_create allocates memory.
  *
  * Threads: call tarn_process, tarn_process_planar, tarn_drain, tarn_reset and tarn_set_remap on one thread at a time
@@ -111,7 +112,8 @@ typedef struct tarn_configuration
     /** The remap matrix: front left, front right and centre (rows) x output (columns), fixed point with 28 fraction
      * bits: 1 << 28 is 1. If the sum of absolute gains in a column exceeds 1, the output can wrap. */
     int32_t gains[3][4];
-    uint32_t mode; /**< tarn_mode; tarn_set_mode changes it later */
+    uint32_t mode;    /**< tarn_mode; tarn_set_mode changes it later */
+    uint32_t limiter; /**< not 0: a true-peak limiter instead of clipping; costs 64 frames of latency */
 } tarn_configuration;
 
 /** Meter values for a display. Levels are linear, full scale 1. Later versions of the library only add members at the
@@ -127,6 +129,9 @@ typedef struct tarn_meters
     uint64_t blocks;                    /**< processed blocks of 64 frames */
     uint64_t saturated;                 /**< samples beyond full scale: floats of the input, or outputs after gain */
     uint64_t invalid;                   /**< NaN samples of the input, read as silence */
+    float limiter_gain;                 /**< smallest gain of the limiter in the last block; 1: it does nothing */
+    float smallest_limiter_gain;        /**< smallest gain of the limiter in all blocks */
+    uint64_t limited_blocks;            /**< blocks in which the gain of the limiter was below 1 */
 } tarn_meters;
 
 /** A stream. */
@@ -162,8 +167,11 @@ TARN_API tarn_status tarn_create(const tarn_configuration* configuration, tarn_s
 /** Frees a stream. Null is allowed. */
 TARN_API void tarn_destroy(tarn_stream* stream);
 
-/** Returns the delay from input to output in frames. It is 1024 at every rate. */
+/** Returns the delay from input to output in frames, without the limiter. It is 1024 at every rate. */
 TARN_API uint32_t tarn_latency_frames(void);
+
+/** Returns the delay of a stream in frames: 1024, or 1088 with the limiter; 0 for null. */
+TARN_API uint32_t tarn_stream_latency_frames(const tarn_stream* stream);
 
 /**
  * Processes interleaved frames.
@@ -190,12 +198,12 @@ TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const
                                          size_t frames);
 
 /**
- * Writes the last tarn_latency_frames() frames of a stream, interleaved, after its last input.
+ * Writes the last frames of a stream, as many as its latency, interleaved, after its last input.
  *
- * If you drop the first tarn_latency_frames() frames of the output, the rest then has the length of the input. Planar
- * hosts instead call tarn_process_planar for tarn_latency_frames() frames with null input buffers.
+ * If you drop as many frames at the start of the output, the rest then has the length of the input. Planar hosts
+ * instead call tarn_process_planar for as many frames with null input buffers.
  *
- * @return number of frames written: at most frames, and at most tarn_latency_frames() in total since the last input
+ * @return number of frames written: at most frames, and at most the latency in total since the last input
  */
 TARN_API size_t tarn_drain(tarn_stream* stream, void* output, size_t frames);
 

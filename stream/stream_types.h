@@ -119,12 +119,12 @@ struct StreamMeters
     float leftRight[kBandGroups];     ///< per band group, lowest first: -1 right to 1 left
     float frontBack[kBandGroups];     ///< per band group: -1 back to 1 front
     SteeringSpeed speed[kBandGroups]; ///< per band group
-    float limiterGain;                ///< smallest gain of the limiter in the last block; 1: it does nothing
-    float smallestLimiterGain;        ///< smallest gain of the limiter in all blocks
-    std::uint64_t limitedBlocks;      ///< blocks in which the gain of the limiter was below 1
     std::uint64_t blocks;             ///< processed blocks of 64 frames
     std::uint64_t saturated;          ///< samples beyond full scale: floats of the input, or outputs after gain
     std::uint64_t invalid;            ///< NaN samples of the input, read as silence
+    float limiterGain;                ///< smallest gain of the limiter in the last block; 1: it does nothing
+    float smallestLimiterGain;        ///< smallest gain of the limiter in all blocks
+    std::uint64_t limitedBlocks;      ///< blocks in which the gain of the limiter was below 1
 };
 
 } // namespace zrk_tarn

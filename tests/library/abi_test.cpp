@@ -81,18 +81,21 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<StreamConfiguration>(
         "StreamConfiguration",
         [](auto& a, auto&, auto visit) {
-            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode] = a;
+            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode, limiter] = a;
             visitAs({"sampleRateHz", "format", "inputSlots", "leftSlot", "rightSlot", "outputSlots", "outputs", "remap",
-                     "mode"},
-                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode);
+                     "mode", "limiter"},
+                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode, limiter);
         },
         lines);
     addRecord<StreamMeters>(
         "StreamMeters",
         [](auto& a, auto&, auto visit) {
-            auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
-            visitAs({"peak", "rms", "leftRight", "frontBack", "speed", "blocks", "saturated", "invalid"}, visit, peak,
-                    rms, leftRight, frontBack, speed, blocks, saturated, invalid);
+            auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
+                   limitedBlocks] = a;
+            visitAs({"peak", "rms", "leftRight", "frontBack", "speed", "blocks", "saturated", "invalid", "limiterGain",
+                     "smallestLimiterGain", "limitedBlocks"},
+                    visit, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
+                    limitedBlocks);
         },
         lines);
     lines.push_back(joined("record", "UpmixStream", "size", sizeof(UpmixStream), "alignment", alignof(UpmixStream)));
@@ -106,18 +109,21 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<tarn_configuration>(
         "tarn_configuration",
         [](auto& a, auto&, auto visit) {
-            auto& [size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode] = a;
+            auto& [size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, limiter] = a;
             visitAs({"size", "sample_rate", "format", "input_slots", "left_slot", "right_slot", "output_slots",
-                     "outputs", "remap", "gains", "mode"},
-                    visit, size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode);
+                     "outputs", "remap", "gains", "mode", "limiter"},
+                    visit, size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, limiter);
         },
         lines);
     addRecord<tarn_meters>(
         "tarn_meters",
         [](auto& a, auto&, auto visit) {
-            auto& [size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid] = a;
-            visitAs({"size", "peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid"},
-                    visit, size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid);
+            auto& [size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
+                   limitedBlocks] = a;
+            visitAs({"size", "peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid",
+                     "limiter_gain", "smallest_limiter_gain", "limited_blocks"},
+                    visit, size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain,
+                    smallest, limitedBlocks);
         },
         lines);
 }

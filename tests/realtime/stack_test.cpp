@@ -84,6 +84,7 @@ public:
         configuration.format = format;
         configuration.input_slots = configuration.output_slots = TARN_MAX_SLOTS;
         configuration.remap = remapped ? 1 : 0;
+        configuration.limiter = 1;
         if (!remapped) {
             constexpr tarn_slot kAll[] = {{TARN_FROM_ENGINE, 0}, {TARN_FROM_ENGINE, 1}, {TARN_FROM_ENGINE, 2},
                                           {TARN_FROM_INPUT, 7},  {TARN_SURROUND, 0},    {TARN_SURROUND, 3},

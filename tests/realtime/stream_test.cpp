@@ -50,7 +50,8 @@ public:
                   .inputSlots = kSlots,
                   .outputSlots = kSlots,
                   .outputs = seed % 2 == 0 ? kColumns : kAllSources,
-                  .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt}),
+                  .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt,
+                  .limiter = true}),
           isPlanar(seed % 5 == 4),
           buffer(std::size_t{kMaxFrames} * kSlots)
     {

@@ -184,6 +184,7 @@ static void test_room(void)
     static float in[FRAMES][2], five[FRAMES][5], without[FRAMES][5];
     tarn_configuration configuration;
     tarn_stream* stream = NULL;
+    tarn_meters meters;
     float loudest = 0.0f;
 
     for (int i = 0; i < FRAMES; ++i) {
@@ -213,6 +214,17 @@ static void test_room(void)
     for (int i = 0; i < FRAMES; ++i) CHECK(without[i][2] == 0.0f && without[i][3] == 0.0f && without[i][4] == 0.0f);
     CHECK(memcmp(five, without, sizeof five) != 0);
     tarn_destroy(stream);
+
+    configuration.limiter = 1;
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(tarn_stream_latency_frames(stream) == 1088);
+    tarn_set_make_up_gain(stream, 8.0f);
+    CHECK(tarn_process(stream, in, five, FRAMES) == TARN_OK);
+    CHECK(tarn_read_meters(stream, &meters, sizeof meters) == TARN_OK);
+    CHECK(meters.saturated == 0 && meters.limited_blocks > 0);
+    CHECK(meters.smallest_limiter_gain < 1.0f && meters.limiter_gain <= 1.0f);
+    tarn_destroy(stream);
+    CHECK(tarn_stream_latency_frames(NULL) == 0);
 
     tarn_set_centre_gain(NULL, 1.0f);
     tarn_set_centre_width(NULL, 1.0f);
