@@ -58,7 +58,7 @@ void readDeclaredBytes(const FileBytes& file, const SF_INFO& facts, FilePart& pa
 FilePart describe(int descriptor, const Decoder& opened, ByteRange bytes)
 {
     const SF_INFO& facts = opened.info();
-    FilePart part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
+    FilePart part{.bytes = bytes, .declared = {}, .rate = facts.samplerate, .note = opened.note()};
     if (isOgg(facts)) {
         const OggLinks ogg = oggLinks(descriptor);
         part.hasDamagedPages = dynamic_cast<const SndfileDecoder*>(&opened) != nullptr && ogg.skippedBytes > 0;

@@ -26,7 +26,7 @@ struct FilePart
     bool endsInsideFrame = false;               ///< the last MPEG frame is incomplete
     std::uint64_t skippedFrames = 0;            ///< of damaged MPEG frames in a part of unknown length
     std::optional<std::uint64_t> damageBegin{}; ///< frame of the first damaged MPEG frame
-    std::string note{};                         ///< about the length that the header of an unfinished file declares
+    std::string note{};                         ///< about values that the header declares wrongly
     std::uint64_t end = 0;                      ///< position in the file after the audio and its chunks; 0 if unknown
 };
 

@@ -172,6 +172,10 @@ void FileSource::endPart()
     if (part.lacksEnd || part.endsInsideFrame || endsAtError) losses.setEndMissing();
     if (!part.declared && !error.empty() && isMpeg(info) && part.skippedFrames == 0) losses.setUnknownLoss();
     if (!error.empty()) losses.setReason(error);
+    if (decoder->hasWrongChecksum()) {
+        losses.setReason("its samples do not match the checksum that it declares for all of them");
+        losses.setUnknownLoss();
+    }
     if (part.endsInsideFrame) losses.setReason("its last frame is incomplete");
     if (part.hasDamagedPages) {
         losses.setReason("some of its pages are damaged");

@@ -55,7 +55,7 @@ public:
     FileIdentity identity() const noexcept override { return file.identity; }
     Metadata metadata() override;
 
-    /// Notes about lengths that the header declares wrongly. Included in those of prepare.
+    /// Notes about values that the header declares wrongly. Included in those of prepare.
     std::vector<std::string> readingNotes() const;
 
     std::vector<std::string> prepare(bool showProgress) override;
