@@ -198,19 +198,4 @@ std::string fileKindAt(const FileBytes& file, std::uint64_t position)
     return nextMpegFrame(file, at, at + 1) == at ? "an MPEG audio file" : "";
 }
 
-bool hasMpegIndex(int descriptor, std::uint64_t position)
-{
-    const FileBytes file(descriptor);
-    const std::uint64_t start = position + file.id3v2Size(position);
-
-    // The mark follows the header, checksum and side information of the first frame: 11 to 38 bytes.
-    constexpr std::uint64_t kSearchBytes = 64;
-    for (std::uint64_t at = start; at < start + kSearchBytes; ++at) {
-        const bool hasCount = (file.number(at + 4, 4, true) & 1) != 0;
-        if (file.marks(at, "Xing") || file.marks(at, "Info")) return hasCount && file.number(at + 8, 4, true) > 0;
-        if (file.marks(at, "VBRI")) return file.number(at + 14, 4, true) > 0;
-    }
-    return false;
-}
-
 } // namespace tarn

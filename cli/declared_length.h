@@ -56,9 +56,4 @@ std::optional<std::uint64_t> containerEnd(const FileBytes& file);
 /// The kind of audio file that begins at a position, as in "a FLAC file"; empty if none does.
 std::string fileKindAt(const FileBytes& file, std::uint64_t position);
 
-/// Whether the MPEG audio stream at a position begins with an index frame that declares the number of frames.
-///
-/// Without that number, a decoder can only estimate the length.
-bool hasMpegIndex(int descriptor, std::uint64_t position);
-
 } // namespace tarn
