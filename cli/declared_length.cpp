@@ -189,7 +189,8 @@ std::string fileKindAt(const FileBytes& file, std::uint64_t position)
     const std::uint64_t at = position + file.id3v2Size(position);
     if (at >= file.size()) return {};
     if (file.marks(at, "fLaC")) return "a FLAC file";
-    if (file.marks(at, {"OggS\0", 5})) return "an Ogg file";
+    const bool isFirstPage = (file.number(at + 5, 1, true) & 2) != 0;
+    if (file.marks(at, {"OggS\0", 5}) && isFirstPage) return "an Ogg file";
     if (file.marks(at, "FORM") && isContainer(file, at)) return "an AIFF file";
     if (file.marks(at, "riff") && isContainer(file, at)) return "a W64 file";
     if (file.marks(at, "caff") && isContainer(file, at)) return "a CAF file";

@@ -297,6 +297,21 @@ TEST_F(Batch, TooLongNameFailsOneFileOnly)
     EXPECT_EQ(filesIn("out"), (Names{"a.wav-3.0.wav"}));
 }
 
+TEST_F(Batch, FoldersWithoutOutputsAreRemovedIfTheRunCreatedThem)
+{
+    std::filesystem::create_directories(at("music/a"));
+    std::filesystem::create_directory(at("mine"));
+    writeBytes(at("music/a/bad.wav"), "no audio");
+    writeBytes(at("music/bad.wav"), "no audio");
+    EXPECT_EQ(tarn({"upmix", "-r", "--output-dir", "new/deep", "music"}).exitCode, 65);
+    EXPECT_FALSE(std::filesystem::exists(at("new")));
+    EXPECT_EQ(tarn({"upmix", "-r", "--output-dir", "mine", "music"}).exitCode, 65);
+    EXPECT_TRUE(std::filesystem::is_empty(at("mine")));
+    writeStereo("music/good.wav", 1);
+    EXPECT_EQ(tarn({"upmix", "-r", "--output-dir", "new/deep", "music"}).exitCode, 65);
+    EXPECT_EQ(filesIn("new/deep"), Names{"good.wav-3.0.wav"});
+}
+
 TEST_F(Batch, OutputDirIsADirectoryEvenForOneFile)
 {
     writeStereo("a.wav", 1);

@@ -115,8 +115,11 @@ TEST_F(ExistingOutputs, LossOfACutInputIsReportedAgain)
         ASSERT_EQ(first.exitCode, exitCode);
         const Result again = tarn({"upmix", "--quiet", "--json", "--skip-existing", input, "out.wav"});
         EXPECT_EQ(again.exitCode, exitCode);
-        EXPECT_NE(first.errors, "");
-        EXPECT_EQ(again.errors, first.errors);
+        EXPECT_EQ(first.errors.find("follows its audio"), std::string::npos) << "the rest of a page is no file";
+        const std::string upmixed = "; the rest is upmixed";
+        ASSERT_NE(first.errors.find(upmixed), std::string::npos) << first.errors;
+        std::string expected = first.errors;
+        EXPECT_EQ(again.errors, expected.erase(expected.find(upmixed), upmixed.size()));
         const Json report = Json::parse(again.output);
         EXPECT_EQ(report["skipped"], true);
         EXPECT_EQ(report["exit_code"], exitCode);
