@@ -2,8 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/mpeg_index.h"
 
-#include <array>
-#include <string_view>
+#include <algorithm>
 
 namespace tarn
 {
@@ -120,17 +119,16 @@ std::optional<MpegIndexRepair> repairMpegIndex(int descriptor, ByteRange part)
     const auto index = firstMpegIndex(file);
     const bool isCountOfBytes = index && !index->hasChecksum && index->declaredBytes != 0;
     if (!index || (!index->isDamaged && !isCountOfBytes)) return std::nullopt;
-    MpegIndexRepair repair{
-        .position = index->framesAt,
-        .bytes = {},
-        .note =
-            "its index is damaged, so its length cannot be checked, and up to 0.1 seconds at its start and end can be "
-            "missing or added"};
+    constexpr const char* kInexact = "up to 0.1 seconds at its start and end can be missing or added";
+    MpegIndexRepair repair{.position = index->framesAt,
+                           .bytes = {},
+                           .note =
+                               std::string("its index is damaged, so its length cannot be checked, and ") + kInexact};
     if (index->framesAt == 0) return repair;
 
     const std::uint64_t begin = file.id3v2Size(0);
     const MpegDamage damage = findMpegDamage(descriptor, part);
-    const std::uint64_t frames = damage.frames - 1;
+    const std::uint64_t frames = damage.frames - std::min<std::uint64_t>(damage.frames, 1);
     const std::uint64_t declared = file.number(index->framesAt, 4, true);
     const std::string corrected = bigEndian(frames);
     const bool isWhole = damage.lostFrames == 0 && !damage.endsInsideFrame;
@@ -139,12 +137,20 @@ std::optional<MpegIndexRepair> repairMpegIndex(int descriptor, ByteRange part)
                                                {.at = repair.position, .bytes = corrected})
                              : isWhole && declared != frames && damage.end - part.begin - begin == index->declaredBytes;
     if (isRight) {
+        // Some encoders count the index too, which is no damage.
+        const bool isUsual = !index->isDamaged && declared == frames + 1;
         repair.bytes = corrected;
-        repair.note = "its index declares " + std::to_string(declared) + " frames of MPEG audio instead of " +
-                      std::to_string(frames) + " and is corrected";
+        repair.note = isUsual ? ""
+                              : "its index declares " + std::to_string(declared) + " frames of MPEG audio instead of " +
+                                    std::to_string(frames) + " and is corrected";
         return repair;
     }
-    return index->isDamaged ? std::optional(repair) : std::nullopt;
+    if (!index->isDamaged) return std::nullopt;
+    if (isWhole && declared == frames) {
+        repair.bytes = corrected; // the number was right
+        repair.note = std::string("the checksum of its index is wrong, so ") + kInexact;
+    }
+    return repair;
 }
 
 } // namespace tarn

@@ -91,17 +91,27 @@ TEST_F(MpegDamage, WrongNumberInTheIndexIsCorrected)
     plain.replace(index + 120, 9, 9, '\0');
     EXPECT_EQ(upmix(plain).errors.find("index"), std::string::npos);
     expectSaid(upmix(withFlippedBits(plain, index + 8, 1)), " and is corrected\n");
+
+    // Some encoders count the index too.
+    plain[index + 10] = static_cast<char>(frames.size() >> 8);
+    plain[index + 11] = static_cast<char>(frames.size());
+    const Result usual = upmix(plain);
+    EXPECT_EQ(usual.errors.find("index"), std::string::npos) << usual.errors;
+    EXPECT_EQ(usual.errors.find("cut short"), std::string::npos) << usual.errors;
 }
 
 TEST_F(MpegDamage, OtherDamageOfTheIndexIsNoted)
 {
     for (const std::size_t byte : {7u, 13u, 60u, 142u}) { // flags, size, table, delay
-        const Result result = upmix(withFlippedBits(mpeg, index + byte, 1));
+        const std::string bad = withFlippedBits(mpeg, index + byte, 1);
+        const Result result = upmix(bad);
         EXPECT_EQ(result.exitCode, 0) << result.errors;
-        expectSaid(result,
-                   "tarn: bad.mp3: its index is damaged, so its length cannot be checked, and up to 0.1 seconds "
-                   "at its start and end can be missing or added\n");
+        expectSaid(result, byte == 7 ? "tarn: bad.mp3: its index is damaged, so its length cannot be checked, and up to"
+                                     : "tarn: bad.mp3: the checksum of its index is wrong, so up to");
+        expectSaid(result, " 0.1 seconds at its start and end can be missing or added\n");
         EXPECT_EQ(result.errors.find("cut short"), std::string::npos) << result.errors;
+        expectSaid(upmix(bad.substr(0, bad.size() / 2 / kFrameBytes * kFrameBytes + 7)),
+                   "its last frame is incomplete");
     }
 }
 
