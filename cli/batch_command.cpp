@@ -99,8 +99,7 @@ public:
     ~CreatedDirectories()
     {
         std::error_code ignored;
-        for (auto created = directories.rbegin(); created != directories.rend(); ++created)
-            fs::remove(*created, ignored); // fails if it is not empty
+        for (const fs::path& directory : directories) fs::remove(directory, ignored); // fails if it is not empty
     }
 
     /// Creates a directory and those above it.
@@ -111,11 +110,11 @@ public:
         for (fs::path path = directory; !path.empty() && !fs::exists(path, ignored); path = path.parent_path())
             missing.push_back(path);
         fs::create_directories(directory, error);
-        directories.insert(directories.end(), missing.rbegin(), missing.rend());
+        directories.insert(directories.begin(), missing.begin(), missing.end());
     }
 
 private:
-    std::vector<fs::path> directories; ///< a directory follows the one that contains it
+    std::vector<fs::path> directories; ///< a directory precedes the one that contains it
 };
 
 /// Creates the directories of the outputs, and removes temporary files of killed runs.

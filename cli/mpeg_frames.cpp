@@ -47,6 +47,8 @@ std::uint64_t tagSizeBefore(const FileBytes& file, std::uint64_t end)
     return size <= end ? size : 0;
 }
 
+constexpr std::uint64_t kMaxPadding = 4; ///< by which frames of one bit rate differ, bytes
+
 /// The number of frames that a frame hides because its header declares too many bytes: its end is that of the last
 /// frame that begins inside it.
 std::uint64_t hiddenFrames(const FileBytes& file, std::uint64_t position, const MpegFrame& outer)
@@ -122,30 +124,28 @@ MpegDamage findMpegDamage(int descriptor, ByteRange part)
     const FileBytes file(descriptor, part);
     const std::uint64_t limit = mpegAudioEnd(file);
     MpegDamage damage;
+    const auto lose = [&damage](std::uint64_t frames) {
+        if (damage.lostFrames == 0) damage.firstLost = damage.frames; // again as long as nothing is lost
+        damage.lostFrames += frames;
+    };
     std::uint64_t position = nextMpegFrame(file, file.id3v2Size(0), limit);
     std::optional<MpegFrame> last;
     while (position < limit) {
         const auto frame = mpegFrameAt(file, position);
         if (frame && (!last || frame->kind == last->kind)) {
-            if (last && frame->bytes > last->bytes + 4)
-                if (const std::uint64_t hidden = hiddenFrames(file, position, *frame); hidden > 0) {
-                    if (damage.lostFrames == 0) damage.firstLost = damage.frames;
-                    damage.lostFrames += hidden;
-                }
+            if (last && frame->bytes > last->bytes + kMaxPadding) lose(hiddenFrames(file, position, *frame));
             damage.endsInsideFrame = position + frame->bytes > limit;
             damage.end = std::min(position + frame->bytes, limit);
             damage.frameSamples = frame->samples;
             last = frame;
             position += frame->bytes;
-            if (!damage.endsInsideFrame) ++damage.frames;
+            damage.frames += damage.endsInsideFrame ? 0 : 1;
             continue;
         }
         if (!last) break;
         const std::uint64_t next = nextMpegFrame(file, position + 1, limit);
-        if (!isBetweenFrames(file, position, next)) {
-            if (damage.lostFrames == 0) damage.firstLost = damage.frames;
-            damage.lostFrames += std::max<std::uint64_t>((next - position + last->bytes / 2) / last->bytes, 1);
-        }
+        if (!isBetweenFrames(file, position, next))
+            lose(std::max<std::uint64_t>((next - position + last->bytes / 2) / last->bytes, 1));
         position = next;
     }
     damage.end += part.begin;

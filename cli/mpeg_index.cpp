@@ -3,6 +3,7 @@
 #include "cli/mpeg_index.h"
 
 #include <algorithm>
+#include <array>
 
 namespace tarn
 {
@@ -54,9 +55,9 @@ bool isChecksumRight(const FileBytes& file, std::uint64_t frame, std::uint64_t i
     constexpr std::uint64_t kLavcBytes = 190;
     const std::uint64_t field = index + kChecksum;
     const auto declared = static_cast<std::uint16_t>(file.number(field, 2, true));
-    for (const std::uint64_t end : {field, frame + kLavcBytes})
-        if (checksumOf(file, {.begin = frame, .end = end}, field, replaced) == declared) return true;
-    return false;
+    return std::ranges::any_of(std::array{field, frame + kLavcBytes}, [&](std::uint64_t end) {
+        return checksumOf(file, {.begin = frame, .end = end}, field, replaced) == declared;
+    });
 }
 
 /// Finds the mark of a Xing or Info index; 0 if there is none. It follows the side information, for some encoders after
@@ -135,7 +136,7 @@ std::optional<MpegIndexRepair> repairMpegIndex(int descriptor, ByteRange part)
     const bool isRight = index->isDamaged
                              ? isChecksumRight(file, begin, findMark(file, begin, *mpegFrameAt(file, begin)),
                                                {.at = repair.position, .bytes = corrected})
-                             : isWhole && declared != frames && damage.end - part.begin - begin == index->declaredBytes;
+                             : isWhole && declared != frames && damage.end == part.begin + begin + index->declaredBytes;
     if (isRight) {
         // Some encoders count the index too, which is no damage.
         const bool isUsual = !index->isDamaged && declared == frames + 1;

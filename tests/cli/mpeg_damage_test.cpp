@@ -115,6 +115,15 @@ TEST_F(MpegDamage, OtherDamageOfTheIndexIsNoted)
     }
 }
 
+TEST_F(MpegDamage, IndexWithoutFramesIsRefused)
+{
+    std::string plain = mpeg.substr(0, kFrameBytes);
+    plain.replace(index + 120, 9, 9, '\0'); // no checksum
+    writeBytes(at("in.mp3"), plain);
+    EXPECT_EQ(tarn({"upmix", "in.mp3", "none.wav"}).exitCode, 65);
+    EXPECT_FALSE(std::filesystem::exists(at("none.wav")));
+}
+
 TEST_F(MpegDamage, DamagedFramesAreNamedWithTheirPlace)
 {
     // Bits of the version, of the sample rate, and of the bit rate: the last one doubles the size of the frame.
