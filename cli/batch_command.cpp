@@ -88,14 +88,43 @@ fs::path directoryOf(const BatchFile& file)
     return fs::path(file.options.output).parent_path();
 }
 
+/// Directories that this run created. The destructor removes those that are empty.
+class CreatedDirectories
+{
+public:
+    CreatedDirectories() = default;
+    CreatedDirectories(const CreatedDirectories&) = delete;
+    CreatedDirectories& operator=(const CreatedDirectories&) = delete;
+
+    ~CreatedDirectories()
+    {
+        std::error_code ignored;
+        for (const fs::path& directory : directories) fs::remove(directory, ignored); // fails if it is not empty
+    }
+
+    /// Creates a directory and those above it.
+    void create(const fs::path& directory, std::error_code& error)
+    {
+        std::vector<fs::path> missing;
+        std::error_code ignored;
+        for (fs::path path = directory; !path.empty() && !fs::exists(path, ignored); path = path.parent_path())
+            missing.push_back(path);
+        fs::create_directories(directory, error);
+        directories.insert(directories.begin(), missing.begin(), missing.end());
+    }
+
+private:
+    std::vector<fs::path> directories; ///< a directory precedes the one that contains it
+};
+
 /// Creates the directories of the outputs, and removes temporary files of killed runs.
-void prepareDirectories(const std::vector<BatchFile>& files)
+void prepareDirectories(const std::vector<BatchFile>& files, CreatedDirectories& created)
 {
     std::set<fs::path> directories;
     std::transform(files.begin(), files.end(), std::inserter(directories, directories.end()), directoryOf);
     for (const fs::path& directory : directories) {
         std::error_code error;
-        fs::create_directories(directory, error);
+        created.create(directory, error);
         if (error)
             throw Failure(EX_CANTCREAT, directory.string() + ": the directory cannot be created: " + error.message() +
                                             "; choose another --output-dir");
@@ -144,7 +173,8 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
 {
     Batch batch = filesOf(options, each);
     printRemapNotes(each);
-    prepareDirectories(batch.files);
+    CreatedDirectories created;
+    prepareDirectories(batch.files, created);
     try {
         upmixAll(batch.files, options.jobs);
     } catch (const Interrupted&) {

@@ -11,12 +11,11 @@
 namespace tarn
 {
 
-/// Names the output of every input: song.flac with the ending "-5.1.wav" becomes DIRECTORY/song-5.1.wav, or
-/// DIRECTORY/SUBFOLDER/song-5.1.wav if it was found below a folder.
+/// Names the output of every input after its whole file name: song.flac with the ending "-5.1.wav" becomes
+/// DIRECTORY/song.flac-5.1.wav, or DIRECTORY/SUBFOLDER/song.flac-5.1.wav if it was found below a folder.
 ///
-/// If the folder of the input has another audio file with the same name except the extension, the output keeps the
-/// extension: song.flac-5.1.wav and song.mp3-5.1.wav. A name does not depend on the other inputs of the batch, so two
-/// inputs of different folders can have the same output.
+/// Two files of a folder never have the same output, and the name depends neither on other inputs nor on other files.
+/// Inputs of different folders can have the same output.
 std::vector<std::string> nameOutputs(const std::vector<FoundInput>& inputs, const std::filesystem::path& directory,
                                      const std::string& ending);
 

@@ -24,6 +24,10 @@ constexpr std::array<std::string_view, 22> kKnownNames{"data", "SSND", "LIST", "
 /// Marks of audio files, which end the chunks of the file before them.
 constexpr std::array<std::string_view, 8> kFileMarks{"RIFF", "RF64", "RIFX", "FORM", "caff", ".snd", "fLaC", "OggS"};
 
+/// Names of the first chunk after a gap.
+constexpr std::array<std::string_view, 13> kLastNames{"LIST", "list", "id3 ", "ID3 ", "bext", "iXML", "cart",
+                                                      "cue ", "smpl", "info", "MARK", "COMT", "APPL"};
+
 /// Form of the chunks in a container.
 struct Form
 {
@@ -89,26 +93,86 @@ void useLongSize(const FileBytes& file, const ChunkHead& first, ChunkHead& audio
     audio.contents.end = audio.contents.begin + std::min(file.number(audio.sizeAt, 8, audio.bigEndian), kMaxSize);
 }
 
+/// The position of the chunk after this one.
+std::uint64_t alignedEnd(const Form& form, std::uint64_t begin, const ChunkHead& chunk)
+{
+    const std::uint64_t used = chunk.contents.end - begin;
+    return begin + (used + form.alignment - 1) / form.alignment * form.alignment;
+}
+
+/// Whether chunks lead from a position to the end of the file.
+///
+/// begin  of the container
+bool leadToEnd(const FileBytes& file, const Form& form, std::uint64_t begin, std::uint64_t position)
+{
+    constexpr int kMaxSteps = 64;
+    for (int i = 0; i < kMaxSteps; ++i) {
+        const auto chunk = headAt(file, form, position);
+        if (!chunk || chunk->contents.end > file.size()) return false;
+        position = alignedEnd(form, begin, *chunk);
+        if (chunk->contents.end == file.size() || position == file.size()) return true;
+    }
+    return false;
+}
+
+/// The position of the first chunk after the gap; the size of the file if there is none.
+std::uint64_t findResumed(const FileBytes& file, const Form& form, std::uint64_t begin, std::uint64_t gap)
+{
+    constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 24;
+    constexpr int kMaxTries = 1000; ///< for each name
+    const std::uint64_t from = std::max(gap, file.size() - std::min(file.size(), kMaxBytes));
+    std::uint64_t first = file.size();
+    for (const std::string_view name : kLastNames) {
+        int tries = 0;
+        for (std::uint64_t at = file.find(name.front(), from, first); at < first && tries < kMaxTries;
+             at = file.find(name.front(), at + 1, first)) {
+            if (!file.marks(at, name)) continue;
+            ++tries;
+            if (leadToEnd(file, form, begin, at)) first = at;
+        }
+    }
+    return first;
+}
+
+/// Whether bytes other than a chunk or a file follow the audio, or its declared size exceeds the file.
+bool hasGap(const FileBytes& file, const ChunkList& list)
+{
+    if (list.chunks.empty()) return false;
+    const ChunkHead& last = list.chunks.back();
+    if (last.name != "data" && last.name != "SSND") return false;
+    if (last.contents.end > file.size()) return last.contents.begin < file.size();
+    return list.end < file.size() && std::ranges::none_of(kFileMarks, [&](std::string_view mark) {
+               return file.marks(list.end, mark) || file.marks(last.contents.end, mark);
+           });
+}
+
 } // namespace
 
 ChunkList listChunks(const FileBytes& file, std::uint64_t begin)
 {
-    ChunkList list{.chunks = {}, .end = begin};
+    ChunkList list{.chunks = {}, .end = begin, .resumed = file.size()};
     const auto form = formAt(file, begin);
     if (!form) return list;
     list.end = begin + form->head;
     // Not all programs pad odd sizes.
     std::uint64_t unpadded = list.end;
-    while (list.chunks.size() < kMaxChunks) {
-        auto chunk = headAt(file, *form, list.end);
-        if (!chunk && unpadded != list.end) chunk = headAt(file, *form, unpadded);
-        if (!chunk) break;
-        list.chunks.push_back(*chunk);
-        if (chunk->name == "data") useLongSize(file, list.chunks.front(), list.chunks.back());
-        unpadded = list.chunks.back().contents.end;
-        const std::uint64_t used = unpadded - begin;
-        list.end = begin + (used + form->alignment - 1) / form->alignment * form->alignment;
-    }
+    const auto addChunks = [&](std::uint64_t& end) {
+        while (list.chunks.size() < kMaxChunks) {
+            auto chunk = headAt(file, *form, end);
+            if (!chunk && unpadded != end) chunk = headAt(file, *form, unpadded);
+            if (!chunk) break;
+            list.chunks.push_back(*chunk);
+            if (chunk->name == "data") useLongSize(file, list.chunks.front(), list.chunks.back());
+            unpadded = list.chunks.back().contents.end;
+            end = alignedEnd(*form, begin, list.chunks.back());
+        }
+    };
+    addChunks(list.end);
+    if (!hasGap(file, list)) return list;
+    const ByteRange& audio = list.chunks.back().contents;
+    list.resumed = findResumed(file, *form, begin, audio.end > file.size() ? audio.begin : audio.end);
+    std::uint64_t end = unpadded = list.resumed;
+    addChunks(end);
     return list;
 }
 

@@ -28,13 +28,17 @@ struct ChunkHead
 /// The chunks of a container.
 struct ChunkList
 {
-    std::vector<ChunkHead> chunks; ///< in file order, 4096 at most
-    std::uint64_t end = 0;         ///< position after the last chunk
+    std::vector<ChunkHead> chunks; ///< in file order, 4096 at most, and those after the gap
+    std::uint64_t end = 0;         ///< position after the last chunk before the gap
+    std::uint64_t resumed = 0;     ///< position of the first chunk after the gap; the size of the file if there is none
 };
 
 /// Lists the chunks of the WAVE, RF64, W64, AIFF or CAF file that begins at a position. The list ends at the first
 /// bytes that are not the head of a chunk: a name of four printable characters, and a size that fits into the file.
 /// Chunks with the names of the format can exceed the file, which is then cut.
+///
+/// If the declared size of the audio is wrong, other bytes follow the audio chunk: the gap. The chunks after it begin
+/// in the last 16 MiB, and the last of them ends with the file.
 ChunkList listChunks(const FileBytes& file, std::uint64_t begin);
 
 } // namespace tarn

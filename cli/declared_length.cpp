@@ -21,6 +21,7 @@ struct AudioData
     ChunkHead chunk;
     std::uint64_t offset = 0; ///< bytes of the contents before the samples
     std::uint64_t end = 0;    ///< position after the last chunk of the container
+    std::uint64_t limit = 0;  ///< the maximum end of the audio: the next chunk, or the end of the file
 
     ByteRange samples() const
     {
@@ -54,7 +55,8 @@ AudioData auData(const FileBytes& file, bool bigEndian)
                       .bigEndian = bigEndian,
                       .contents = {.begin = begin, .end = end}},
             .offset = 0,
-            .end = end};
+            .end = end,
+            .limit = file.size()};
 }
 
 /// Finds the audio data of a container.
@@ -64,9 +66,14 @@ std::optional<AudioData> audioData(const FileBytes& file)
     if (file.marks(0, "dns.")) return auData(file, false);
     const ChunkList list = listChunks(file, file.id3v2Size(0));
     for (const ChunkHead& chunk : list.chunks) {
-        if (chunk.name == "SSND") return AudioData{.chunk = chunk, .offset = 8, .end = list.end};
-        if (chunk.name == "data")
-            return AudioData{.chunk = chunk, .offset = file.marks(0, "caff") ? 4u : 0u, .end = list.end};
+        const bool isCaf = file.marks(0, "caff");
+        if (chunk.name == "SSND" || chunk.name == "data")
+            return AudioData{.chunk = chunk,
+                             .offset = chunk.name == "SSND" ? 8u
+                                       : isCaf              ? 4u
+                                                            : 0u,
+                             .end = list.end,
+                             .limit = list.resumed};
     }
     return std::nullopt;
 }
@@ -85,17 +92,17 @@ bool isOtherData(const FileBytes& file, std::uint64_t position)
     return isText || !fileKindAt(file, position).empty();
 }
 
-/// Whether audio follows the declared audio data up to the end of the file.
+/// Whether audio follows the declared audio data, up to the end of the file or to its last chunks.
 bool isFollowedByAudio(const FileBytes& file, const AudioData& audio)
 {
     constexpr std::uint64_t kMinBytes = 4096;                   ///< recorders write larger blocks
     constexpr std::uint64_t kMaxZeros = std::uint64_t{1} << 26; ///< six minutes of stereo; more are no recording
     const std::uint64_t end = audio.chunk.contents.end;
     const std::uint64_t padded = std::max(end, std::min(audio.end, end + 7));
-    if (end >= file.size() || audio.end > padded) return false;
-    if (audio.samples().size() > 0 && file.size() - end < kMinBytes) return false;
+    if (end >= audio.limit || audio.end > padded) return false;
+    if (audio.samples().size() > 0 && audio.limit - end < kMinBytes) return false;
     if (isOtherData(file, end) || isOtherData(file, padded)) return false;
-    const std::uint64_t limit = std::min(end + kMaxZeros, file.size());
+    const std::uint64_t limit = std::min(end + kMaxZeros, audio.limit);
     return file.skipZeros(end, limit) < limit;
 }
 
@@ -131,7 +138,7 @@ std::optional<AudioBytes> declaredAudioBytes(const FileBytes& file)
     const auto audio = audioData(file);
     if (!audio || isPlaceholder(audio->chunk)) return std::nullopt;
     const ByteRange samples = audio->samples();
-    const std::uint64_t left = file.size() - std::min(samples.begin, file.size());
+    const std::uint64_t left = audio->limit - std::min(samples.begin, audio->limit);
     const bool isStale = isFollowedByAudio(file, *audio);
     return AudioBytes{
         .declared = samples.size(), .present = isStale ? left : std::min(samples.size(), left), .isStale = isStale};
@@ -143,8 +150,9 @@ std::optional<Substitution> correctedSize(const FileBytes& file)
     if (!audio || audio->chunk.contents.begin > file.size()) return std::nullopt;
     const ChunkHead& chunk = audio->chunk;
     const bool isCutCaf = file.marks(0, "caff") && chunk.contents.end > file.size();
-    if (!isCutCaf && (isPlaceholder(chunk) || !isFollowedByAudio(file, *audio))) return std::nullopt;
-    const std::uint64_t size = file.size() - chunk.contents.begin + chunk.counted;
+    const bool isWrong = isPlaceholder(chunk) ? audio->limit < file.size() : isFollowedByAudio(file, *audio);
+    if (!isCutCaf && !isWrong) return std::nullopt;
+    const std::uint64_t size = audio->limit - chunk.contents.begin + chunk.counted;
     if (chunk.sizeBytes == 4 && size >= UINT32_MAX) return std::nullopt;
     Substitution correction{.position = chunk.sizeAt, .bytes = {}};
     for (std::size_t i = 0; i < chunk.sizeBytes; ++i) {
@@ -157,10 +165,10 @@ std::optional<Substitution> correctedSize(const FileBytes& file)
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin)
 {
     if (!isContainer(file, begin)) return std::nullopt;
-    const std::uint64_t end = declaredEnd(file, begin);
-    // Not all programs pad odd sizes.
-    for (const std::uint64_t next : {end, end + end % 2})
-        if (next > begin && isContainer(file, next)) return next;
+    // The size of the whole file can be wrong. Not all programs pad odd sizes.
+    for (const std::uint64_t end : {declaredEnd(file, begin), listChunks(file, begin).end})
+        for (const std::uint64_t next : {end, end + end % 2})
+            if (next > begin && isContainer(file, next)) return next;
     return std::nullopt;
 }
 
@@ -181,28 +189,14 @@ std::string fileKindAt(const FileBytes& file, std::uint64_t position)
     const std::uint64_t at = position + file.id3v2Size(position);
     if (at >= file.size()) return {};
     if (file.marks(at, "fLaC")) return "a FLAC file";
-    if (file.marks(at, {"OggS\0", 5})) return "an Ogg file";
+    const bool isFirstPage = (file.number(at + 5, 1, true) & 2) != 0;
+    if (file.marks(at, {"OggS\0", 5}) && isFirstPage) return "an Ogg file";
     if (file.marks(at, "FORM") && isContainer(file, at)) return "an AIFF file";
     if (file.marks(at, "riff") && isContainer(file, at)) return "a W64 file";
     if (file.marks(at, "caff") && isContainer(file, at)) return "a CAF file";
     if (file.marks(at, {".snd\0", 5})) return "an AU file";
     if (!file.marks(at, ".snd") && !file.marks(at, "dns.") && isContainer(file, at)) return "a WAV file";
     return nextMpegFrame(file, at, at + 1) == at ? "an MPEG audio file" : "";
-}
-
-bool hasMpegIndex(int descriptor, std::uint64_t position)
-{
-    const FileBytes file(descriptor);
-    const std::uint64_t start = position + file.id3v2Size(position);
-
-    // The mark follows the header, checksum and side information of the first frame: 11 to 38 bytes.
-    constexpr std::uint64_t kSearchBytes = 64;
-    for (std::uint64_t at = start; at < start + kSearchBytes; ++at) {
-        const bool hasCount = (file.number(at + 4, 4, true) & 1) != 0;
-        if (file.marks(at, "Xing") || file.marks(at, "Info")) return hasCount && file.number(at + 8, 4, true) > 0;
-        if (file.marks(at, "VBRI")) return file.number(at + 14, 4, true) > 0;
-    }
-    return false;
 }
 
 } // namespace tarn

@@ -23,7 +23,8 @@ struct AudioBytes
 /// notice that such a file is cut.
 ///
 /// A recorder that is killed leaves a size of 0 or of an earlier moment. The audio then continues to the end of the
-/// file. Chunks, tags, text, zeros, other files, and less than 4096 bytes after a declared size are not audio.
+/// file, or to chunks that another program appended. Chunks, tags, text, zeros, other files, and less than 4096 bytes
+/// after a declared size are not audio.
 ///
 /// file  a whole file, or one part of a joined file
 /// Returns none for other containers, for headers without audio data, and for the placeholder sizes that programs write
@@ -37,12 +38,13 @@ struct Substitution
     std::string bytes;
 };
 
-/// The actual size of the audio data, in the form of the header, if libsndfile would not read the file to its end: for
-/// sizes of unfinished files, and for CAF files whose size is unknown or exceeds the file.
+/// The actual size of the audio data, in the form of the header, if libsndfile would not read the audio to its end: for
+/// sizes of unfinished files, for placeholders before other chunks, and for CAF files whose size is unknown or exceeds
+/// the file.
 std::optional<Substitution> correctedSize(const FileBytes& file);
 
-/// The start of the next file in a joined WAVE, RF64, W64, AIFF, AU or CAF file: the declared end of the one at begin.
-/// Returns none if no file starts there.
+/// The start of the next file in a joined WAVE, RF64, W64, AIFF, AU or CAF file: the declared end of the one at begin,
+/// or the end of its last chunk. Returns none if no file starts there.
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin);
 
 /// The declared position after the audio data of a WAVE, RF64, W64, AIFF, AU or CAF file; none for other files.
@@ -53,10 +55,5 @@ std::optional<std::uint64_t> containerEnd(const FileBytes& file);
 
 /// The kind of audio file that begins at a position, as in "a FLAC file"; empty if none does.
 std::string fileKindAt(const FileBytes& file, std::uint64_t position);
-
-/// Whether the MPEG audio stream at a position begins with an index frame that declares the number of frames.
-///
-/// Without that number, a decoder can only estimate the length.
-bool hasMpegIndex(int descriptor, std::uint64_t position);
 
 } // namespace tarn

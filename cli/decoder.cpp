@@ -20,6 +20,19 @@ namespace tarn
 namespace
 {
 
+constexpr const char* kShortMpeg = "it begins like MPEG audio and ends before its first complete frame of audio";
+
+std::unique_ptr<Decoder> openMpeg(int descriptor, ByteRange part)
+{
+    constexpr std::uint64_t kMinFrames = 2; ///< the first can be an index
+    try {
+        return std::make_unique<MpegDecoder>(descriptor, part);
+    } catch (const std::runtime_error&) {
+        if (findMpegDamage(descriptor, part).frames < kMinFrames) throw std::runtime_error(kShortMpeg);
+        throw;
+    }
+}
+
 std::unique_ptr<Decoder> openOgg(int descriptor, ByteRange part)
 {
     const OggHead head = oggHead(descriptor, part);
@@ -48,15 +61,16 @@ std::unique_ptr<Decoder> openDecoder(int descriptor, ByteRange part)
         return nextMpegFrame(file, begin, limit) < limit;
     };
     if (file.marks(begin, "fLaC")) return std::make_unique<FlacDecoder>(descriptor, part);
-    if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return std::make_unique<MpegDecoder>(descriptor, part);
+    if (mpegWithin(begin > part.begin ? kMaxJunk : 1)) return openMpeg(descriptor, part);
     try {
         if (file.marks(begin, "OggS")) return openOgg(descriptor, {.begin = begin, .end = part.end});
         auto decoder = std::make_unique<SndfileDecoder>(descriptor, part);
         const int format = decoder->info().format;
-        if ((format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) return std::make_unique<MpegDecoder>(descriptor, part);
+        if ((format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) return openMpeg(descriptor, part);
         return decoder;
     } catch (const std::runtime_error&) {
-        if (mpegWithin(kMaxJunk)) return std::make_unique<MpegDecoder>(descriptor, part);
+        if (mpegWithin(kMaxJunk)) return openMpeg(descriptor, part);
+        if (mpegFrameAt(file, begin)) throw std::runtime_error(kShortMpeg);
         throw;
     }
 }

@@ -40,6 +40,13 @@ public:
     /// Position in the file after the decoded audio, valid at the end; 0 if unknown.
     virtual std::uint64_t endPosition() const { return 0; }
 
+    /// What the header declares wrongly, as a clause; empty if nothing.
+    virtual std::string note() const { return {}; }
+
+    /// Whether the part was decoded without another error and its samples do not match a checksum of all samples. Valid
+    /// at the end.
+    virtual bool hasWrongChecksum() const { return false; }
+
     /// The reason if decoding ended before the end of the part, in a few words; empty if the decoder found no error.
     virtual std::string error() const = 0;
 

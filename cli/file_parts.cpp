@@ -4,7 +4,9 @@
 
 #include "cli/declared_length.h"
 #include "cli/joined_streams.h"
+#include "cli/mpeg_decoder.h"
 #include "cli/mpeg_frames.h"
+#include "cli/mpeg_index.h"
 #include "cli/sample_formats.h"
 #include "cli/sndfile_decoder.h"
 
@@ -55,24 +57,43 @@ void readDeclaredBytes(const FileBytes& file, const SF_INFO& facts, FilePart& pa
     if (const auto end = containerEnd(file); end && !audio->isStale) part.end = part.bytes.begin + *end;
 }
 
+/// The number of lost frames of MPEG audio: by the index if it agrees with the estimate.
+std::uint64_t lostFrames(const MpegDamage& damage, const std::optional<MpegIndex>& index)
+{
+    if (damage.lostFrames == 0 || !index || index->frames + 1 <= damage.frames) return damage.lostFrames;
+    const std::uint64_t exact = index->frames + 1 - damage.frames;
+    return exact <= 2 * damage.lostFrames + 1 ? exact : damage.lostFrames;
+}
+
+/// Describes the length and the damage of MPEG audio.
+void describeMpeg(int descriptor, const Decoder& opened, FilePart& part)
+{
+    const MpegDamage damage = findMpegDamage(descriptor, part.bytes);
+    const auto index = firstMpegIndex(FileBytes(descriptor, part.bytes));
+    const auto* const decoder = dynamic_cast<const MpegDecoder*>(&opened);
+    if (decoder != nullptr && decoder->isLengthDeclared())
+        part.declared = static_cast<std::uint64_t>(decoder->info().frames);
+    part.end = damage.end;
+    part.endsInsideFrame = damage.endsInsideFrame && !part.declared;
+    part.skippedFrames = lostFrames(damage, index) * damage.frameSamples;
+    if (damage.lostFrames == 0) return;
+    const std::uint64_t removed = index ? damage.frameSamples + index->delaySamples : 0;
+    part.damageBegin = damage.firstLost * damage.frameSamples;
+    *part.damageBegin -= std::min(*part.damageBegin, removed);
+}
+
 FilePart describe(int descriptor, const Decoder& opened, ByteRange bytes)
 {
     const SF_INFO& facts = opened.info();
-    FilePart part{.bytes = bytes, .declared = {}, .rate = facts.samplerate};
+    FilePart part{.bytes = bytes, .declared = {}, .rate = facts.samplerate, .note = opened.note()};
     if (isOgg(facts)) {
         const OggLinks ogg = oggLinks(descriptor);
         part.hasDamagedPages = dynamic_cast<const SndfileDecoder*>(&opened) != nullptr && ogg.skippedBytes > 0;
         part.end = ogg.end;
     }
     if (isMpeg(facts)) {
-        const MpegDamage damage = findMpegDamage(descriptor, bytes);
-        part.end = damage.end;
-        if (!hasMpegIndex(descriptor, bytes.begin)) {
-            part.skippedFrames = damage.lostFrames * damage.frameSamples;
-            part.endsInsideFrame = damage.endsInsideFrame;
-            if (damage.lostFrames > 0) part.damageBegin = damage.firstLost * damage.frameSamples;
-            return part;
-        }
+        describeMpeg(descriptor, opened, part);
+        return part;
     }
     if (facts.frames == SF_COUNT_MAX) {
         // A FLAC encoder that writes to a pipe cannot declare the length; the decoder checks the end. Other Ogg streams

@@ -24,9 +24,9 @@ struct FilePart
     bool hasDamagedPages = false;               ///< Ogg pages that libsndfile skips
     bool lacksEnd = false;                      ///< the end-of-stream mark is missing
     bool endsInsideFrame = false;               ///< the last MPEG frame is incomplete
-    std::uint64_t skippedFrames = 0;            ///< of damaged MPEG frames in a part of unknown length
+    std::uint64_t skippedFrames = 0;            ///< of damaged MPEG frames, per channel
     std::optional<std::uint64_t> damageBegin{}; ///< frame of the first damaged MPEG frame
-    std::string note{};                         ///< about the length that the header of an unfinished file declares
+    std::string note{};                         ///< about values that the header declares wrongly
     std::uint64_t end = 0;                      ///< position in the file after the audio and its chunks; 0 if unknown
 };
 

@@ -3,7 +3,6 @@
 #include "cli/file_source.h"
 
 #include "cli/decibels.h"
-#include "cli/declared_length.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
@@ -119,68 +118,8 @@ void FileSource::openPart(std::size_t index)
 {
     for (current = index; current < parts.size() && !parts[current].difference.empty(); ++current) recordUnreadPart();
     partBegin = position;
+    errorBegin.reset();
     if (current < parts.size()) decoder = openDecoder(file.descriptor.number(), parts[current].bytes);
-}
-
-/// Records that the current part is not read.
-void FileSource::recordUnreadPart()
-{
-    const FilePart& part = parts[current];
-    const std::string what = "stream " + std::to_string(current + 1) + " of " + std::to_string(parts.size()) +
-                             ", from byte " + std::to_string(part.bytes.begin) + ", " + part.difference +
-                             " and is left out";
-    std::optional<double> seconds;
-    if (part.declared) seconds = static_cast<double>(*part.declared) / part.rate;
-    losses.addUnread(what, seconds, splitAdvice(part.bytes.begin));
-}
-
-/// Records the file that follows the current part, the last one, if it is not read.
-void FileSource::recordFollowingFile(std::uint64_t end)
-{
-    if (end == 0 || end >= file.bytes) return;
-    const FileBytes bytes(file.descriptor.number());
-    for (const std::uint64_t begin : {end, end + end % 2}) {
-        const std::string kind = fileKindAt(bytes, begin);
-        if (kind.empty()) continue;
-        losses.addUnread(kind + " of " + std::to_string(file.bytes - begin) + " bytes follows its audio, from byte " +
-                             std::to_string(begin) + ", and is left out",
-                         std::nullopt, splitAdvice(begin));
-        return;
-    }
-}
-
-/// How to upmix audio that begins at a byte.
-std::string FileSource::splitAdvice(std::uint64_t begin) const
-{
-    if (file.fromPipe) return "join only streams of one format";
-    return "cut it off and upmix it on its own: tail -c +" + std::to_string(begin + 1) + " " + shellQuoted(file.name) +
-           " > rest";
-}
-
-/// Records the losses of the current part.
-void FileSource::endPart()
-{
-    throwIfInterrupted(); // a decoder reports the end of the file
-    const FilePart& part = parts[current];
-    const std::uint64_t frames = position - partBegin;
-    const std::string error = decoder->error();
-    losses.addSilenced(decoder->silencedFrames());
-    if (part.declared && frames < *part.declared) losses.addMissing(*part.declared - frames);
-    if (!part.declared) losses.addSkipped(decoder->skippedFrames() + part.skippedFrames);
-    // The MPEG decoder continues after an error.
-    const bool endsAtError = !part.declared && !error.empty() && !isMpeg(info);
-    if (part.lacksEnd || part.endsInsideFrame || endsAtError) losses.setEndMissing();
-    if (!part.declared && !error.empty() && isMpeg(info) && part.skippedFrames == 0) losses.setUnknownLoss();
-    if (!error.empty()) losses.setReason(error);
-    if (part.endsInsideFrame) losses.setReason("its last frame is incomplete");
-    if (part.hasDamagedPages) {
-        losses.setReason("some of its pages are damaged");
-        if (!losses.hasMissing()) losses.setUnknownLoss();
-    }
-    const bool endsHere = losses.hasMissing() || part.lacksEnd || part.endsInsideFrame;
-    if (part.damageBegin) losses.markDamage(partBegin + std::min(*part.damageBegin, frames));
-    if (endsHere || endsAtError) losses.markDamage(position);
-    if (current + 1 == parts.size()) recordFollowingFile(part.end != 0 ? part.end : decoder->endPosition());
 }
 
 StreamFormat FileSource::format() const noexcept
@@ -248,7 +187,8 @@ std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
         const std::size_t frames = decoder->read(stereo, capacity);
         // The FLAC decoder reports errors only at its end.
         const bool isDamaged = decoder->silencedFrames() + decoder->skippedFrames() > 0;
-        if (isDamaged || (isMpeg(info) && !decoder->error().empty())) losses.markDamage(position);
+        if (isDamaged) losses.markDamage(position);
+        if (isMpeg(info) && !errorBegin && !decoder->error().empty()) errorBegin = position;
         position += frames;
         if (frames > 0) {
             if (info.channels == 1) spreadMono(stereo, frames);
@@ -267,18 +207,6 @@ std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
     const std::size_t frames = decode(decoded.data(), capacity);
     for (std::size_t i = 0; i < frames * kChannels; ++i) stereo[i] = fromFullScale(decoded[i] * gain);
     return frames;
-}
-
-std::optional<Loss> FileSource::loss() const
-{
-    if (position == 0)
-        throw Failure(EX_DATAERR,
-                      file.name + ": contains no audio: 0 frames" +
-                          (losses.decoderReason().empty() ? "" : " could be decoded (" + losses.decoderReason() + ")") +
-                          "; check " + (file.fromPipe ? "the command before the pipe" : "where it comes from"));
-
-    return losses.loss(position, static_cast<std::uint32_t>(info.samplerate),
-                       file.fromPipe ? "check the command before the pipe" : "get a complete copy of the file");
 }
 
 } // namespace tarn

@@ -55,7 +55,7 @@ public:
     FileIdentity identity() const noexcept override { return file.identity; }
     Metadata metadata() override;
 
-    /// Notes about lengths that the header declares wrongly. Included in those of prepare.
+    /// Notes about values that the header declares wrongly. Included in those of prepare.
     std::vector<std::string> readingNotes() const;
 
     std::vector<std::string> prepare(bool showProgress) override;
@@ -77,6 +77,8 @@ private:
     void recordUnreadPart();
     void recordFollowingFile(std::uint64_t end);
     std::string splitAdvice(std::uint64_t begin) const;
+    void addMissing(std::uint64_t missing);
+    std::optional<std::uint64_t> damageOfPart(std::uint64_t frames) const;
     void endPart();
     double findPeak(bool showProgress);
 
@@ -89,10 +91,11 @@ private:
     std::unique_ptr<Decoder> decoder;
     SF_INFO info{}; ///< of the first part
 
-    std::optional<std::uint64_t> declared; ///< frames of all parts
-    std::optional<std::uint64_t> expected; ///< declared or estimated
-    std::uint64_t position = 0;            ///< frames
-    std::uint64_t partBegin = 0;           ///< position of the first frame of the part
+    std::optional<std::uint64_t> declared;   ///< frames of all parts
+    std::optional<std::uint64_t> expected;   ///< declared or estimated
+    std::uint64_t position = 0;              ///< frames
+    std::uint64_t partBegin = 0;             ///< position of the first frame of the part
+    std::optional<std::uint64_t> errorBegin; ///< position of the first error of the MPEG decoder in the part
     LossRecord losses;
     double gain = 1.0;
     std::vector<double> decoded;

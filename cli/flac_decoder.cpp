@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <stdexcept>
 #include <string_view>
 
@@ -19,35 +20,64 @@ namespace
 /// Maximum gap to fill; a damaged frame number could declare any length.
 constexpr std::uint64_t kMaxGapFrames = std::uint64_t{1} << 22;
 
+int sampleFormat(std::uint32_t bits)
+{
+    return bits <= 8    ? SF_FORMAT_PCM_S8
+           : bits <= 16 ? SF_FORMAT_PCM_16
+           : bits <= 24 ? SF_FORMAT_PCM_24
+                        : SF_FORMAT_PCM_32;
+}
+
+/// The values that the header declares wrongly; empty if it agrees with the first frame.
+std::string differenceOf(const SF_INFO& header, std::uint32_t headerBits, const SF_INFO& frame, std::uint32_t frameBits)
+{
+    std::string wrong;
+    const auto compare = [&wrong](std::int64_t declared, std::int64_t actual, const char* unit) {
+        if (declared == actual) return;
+        wrong += (wrong.empty() ? "" : ", ") + std::to_string(declared) + unit + " instead of " +
+                 std::to_string(actual) + unit;
+    };
+    compare(header.samplerate, frame.samplerate, " Hz");
+    compare(header.channels, frame.channels, " channels");
+    compare(headerBits, frameBits, " bits");
+    return wrong.empty() ? wrong : "its header declares " + wrong + "; the values of its frames are used";
+}
+
 } // namespace
 
 FlacDecoder::FlacDecoder(int descriptor, ByteRange part)
-    : stream(FileWindow(descriptor, part)), partBytes(descriptor, part), begin(part.begin)
+    : stream(FileWindow(descriptor, part), false), partBytes(descriptor, part), begin(part.begin)
 {
-    if (!stream.is_valid() || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
+    if (!stream.is_valid() || !stream.set_md5_checking(true) || stream.init() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
         throw std::runtime_error("libFLAC cannot decode it");
-    readStreamInfo();
-    stream.get_decode_position(&frameEnd);
+    readFormat();
 }
 
 FlacDecoder::FlacDecoder(int descriptor, ByteRange part, int serial)
-    : stream(FileWindow(descriptor, part)),
+    : stream(FileWindow(descriptor, part), true),
       partBytes(descriptor, part),
       begin(part.begin),
       oggEnd(tarn::oggEnd(descriptor, part, serial))
 {
-    if (!stream.is_valid() || !stream.set_ogg_serial_number(serial) ||
+    if (!stream.is_valid() || !stream.set_md5_checking(true) || !stream.set_ogg_serial_number(serial) ||
         stream.init_ogg() != FLAC__STREAM_DECODER_INIT_STATUS_OK)
         throw std::runtime_error("libFLAC cannot decode it");
-    readStreamInfo();
+    readFormat();
     facts.format = SF_FORMAT_OGG | (facts.format & SF_FORMAT_SUBMASK);
 }
 
-void FlacDecoder::readStreamInfo()
+/// Reads the metadata blocks and the first good frame.
+void FlacDecoder::readFormat()
 {
     if (!stream.process_until_end_of_metadata() || stream.facts.channels == 0)
         throw std::runtime_error("no stream information in the FLAC file");
+    stream.get_decode_position(&frameEnd);
+    const SF_INFO header = stream.facts;
+    const std::uint32_t headerBits = stream.bits;
+    isFirstReady = stream.decodeFrame();
+    used = stream.samples.size();
     facts = stream.facts;
+    headerNote = differenceOf(header, headerBits, facts, stream.bits);
 }
 
 std::size_t FlacDecoder::read(std::int32_t* samples, std::size_t frames)
@@ -77,17 +107,44 @@ std::size_t FlacDecoder::read(double* samples, std::size_t frames)
     return count;
 }
 
-/// Decodes the next good frame and counts the frames lost before it. Returns whether there is one.
+/// Takes the next good frame and counts the frames lost before it. Returns whether there is one.
 bool FlacDecoder::decodeFrame()
 {
-    stream.samples.clear();
+    const bool hasFrame = isFirstReady || stream.decodeFrame();
+    isFirstReady = false;
     used = 0;
-    while (stream.samples.empty())
-        if (!stream.process_single() || stream.get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
+    if (!hasFrame) {
+        finish();
+        return false;
+    }
+    isJoined = isJoined || (stream.followsDamage && isFollowedByFile());
     stream.get_decode_position(&frameEnd);
     fillGap();
-    position += stream.samples.size() / static_cast<std::size_t>(facts.channels);
+    const std::size_t frames = stream.samples.size() / static_cast<std::size_t>(facts.channels);
+    if (stream.isHidden) silenced += frames;
+    position += frames;
     return true;
+}
+
+/// Compares the checksum of all samples.
+void FlacDecoder::finish()
+{
+    // libFLAC includes the frames of a following FLAC file.
+    isJoined = isJoined || isFollowedByFile();
+    if (stream.get_state() == FLAC__STREAM_DECODER_END_OF_STREAM && !stream.finish()) isChecksumWrong = true;
+}
+
+/// Whether another file follows the last good frame.
+bool FlacDecoder::isFollowedByFile() const
+{
+    return !oggEnd && !fileKindAt(partBytes, frameEnd).empty();
+}
+
+bool FlacDecoder::hasWrongChecksum() const
+{
+    const bool hasMissing = facts.frames != SF_COUNT_MAX && position < static_cast<std::uint64_t>(facts.frames);
+    const bool isKnownLoss = silenced > 0 || skipped > 0 || hasMissing || !error().empty();
+    return isChecksumWrong && !isKnownLoss && !isJoined;
 }
 
 /// Replaces the frames that are missing before the last decoded frame by silence, or counts them if they are too many.
@@ -114,7 +171,7 @@ std::string FlacDecoder::error() const
     if (isComplete || !isCut()) return {};
     if (oggEnd) return "its last page is missing";
     if (partBytes.skipZeros(frameEnd, partBytes.size()) == partBytes.size()) return "its end is filled with zeros";
-    return stream.lostSync ? "the last frames cannot be decoded" : "it ends inside a frame";
+    return stream.lostSync && !stream.isCutFrame ? "the last frames cannot be decoded" : "it ends inside a frame";
 }
 
 /// Whether data other than padding, tags and another file follows the last good frame.
@@ -129,9 +186,38 @@ bool FlacDecoder::isCut() const
     return fileKindAt(partBytes, rest).empty();
 }
 
+/// Decodes the next good frame. Returns whether there is one.
+bool FlacDecoder::Stream::decodeFrame()
+{
+    FLAC__uint64 from = 0;
+    const bool isKnown = get_decode_position(&from); // not in Ogg
+    if (!decodeOnce()) return false;
+    isHidden = false;
+    if (delivered == 1) return true;
+    // libFLAC 1.4.2 fills a gap with frames of silence, and then delivers silence for the good frame too. After a
+    // flush, it does not know of the gap.
+    if (isKnown && window.seek(static_cast<std::int64_t>(from), SEEK_SET) >= 0 && flush()) return decodeOnce();
+    isHidden = std::ranges::all_of(samples, [](std::int32_t sample) { return sample == 0; });
+    return true;
+}
+
+/// Lets libFLAC decode until it delivers frames. The last one is kept.
+bool FlacDecoder::Stream::decodeOnce()
+{
+    samples.clear();
+    delivered = 0;
+    reachedEnd = false;
+    while (samples.empty())
+        if (!process_single() || get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
+    followsDamage = lostSync;
+    lostSync = false;
+    return true;
+}
+
 FLAC__StreamDecoderReadStatus FlacDecoder::Stream::read_callback(FLAC__byte bytes[], std::size_t* count)
 {
     *count = window.read(bytes, *count);
+    reachedEnd = reachedEnd || *count == 0;
     return *count == 0 ? FLAC__STREAM_DECODER_READ_STATUS_END_OF_STREAM : FLAC__STREAM_DECODER_READ_STATUS_CONTINUE;
 }
 
@@ -141,24 +227,31 @@ FLAC__StreamDecoderTellStatus FlacDecoder::Stream::tell_callback(FLAC__uint64* b
     return FLAC__STREAM_DECODER_TELL_STATUS_OK;
 }
 
+/// libFLAC returns to the end of the last header after a damaged frame. It does not know positions in Ogg.
+FLAC__StreamDecoderSeekStatus FlacDecoder::Stream::seek_callback(FLAC__uint64 bytePosition)
+{
+    if (isOgg) return FLAC__STREAM_DECODER_SEEK_STATUS_UNSUPPORTED;
+    return window.seek(static_cast<std::int64_t>(bytePosition), SEEK_SET) >= 0 ? FLAC__STREAM_DECODER_SEEK_STATUS_OK
+                                                                               : FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
+}
+
 FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__Frame* frame,
                                                                    const FLAC__int32* const channels[])
 {
     const FLAC__FrameHeader& header = frame->header;
-    // A damaged header can pass its checksum. All frames of a stream have the same channels and rate; those of another
-    // stream can follow.
-    if (static_cast<int>(header.channels) != facts.channels || header.bits_per_sample > 32 ||
-        (frameRate != 0 && header.sample_rate != frameRate))
+    if (header.bits_per_sample > 32) return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
+    if (!hasFrame) setFormat(header.sample_rate, header.channels, header.bits_per_sample);
+    hasFrame = true;
+    // All frames of a stream have the same channels and rate; those of another stream can follow.
+    if (static_cast<int>(header.channels) != facts.channels || static_cast<int>(header.sample_rate) != facts.samplerate)
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
-    frameRate = header.sample_rate;
     samples.resize(std::size_t{header.blocksize} * header.channels);
     const std::int64_t scale = std::int64_t{1} << (32 - header.bits_per_sample);
     for (std::size_t i = 0; i < header.blocksize; ++i)
         for (std::size_t c = 0; c < header.channels; ++c)
             samples[i * header.channels + c] = static_cast<std::int32_t>(channels[c][i] * scale);
     firstFrame = header.number.sample_number;
-    followsDamage = lostSync;
-    lostSync = false;
+    ++delivered;
     return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
 }
 
@@ -166,18 +259,21 @@ void FlacDecoder::Stream::metadata_callback(const FLAC__StreamMetadata* block)
 {
     if (block->type != FLAC__METADATA_TYPE_STREAMINFO) return;
     const FLAC__StreamMetadata_StreamInfo& information = block->data.stream_info;
-    facts.samplerate = static_cast<int>(information.sample_rate);
-    facts.channels = static_cast<int>(information.channels);
+    setFormat(information.sample_rate, information.channels, information.bits_per_sample);
     facts.frames = information.total_samples == 0 ? SF_COUNT_MAX : static_cast<sf_count_t>(information.total_samples);
-    const std::uint32_t bits = information.bits_per_sample;
-    facts.format = SF_FORMAT_FLAC | (bits <= 8    ? SF_FORMAT_PCM_S8
-                                     : bits <= 16 ? SF_FORMAT_PCM_16
-                                     : bits <= 24 ? SF_FORMAT_PCM_24
-                                                  : SF_FORMAT_PCM_32);
+}
+
+void FlacDecoder::Stream::setFormat(std::uint32_t rate, std::uint32_t channels, std::uint32_t sampleBits)
+{
+    facts.samplerate = static_cast<int>(rate);
+    facts.channels = static_cast<int>(channels);
+    facts.format = SF_FORMAT_FLAC | sampleFormat(sampleBits);
+    bits = sampleBits;
 }
 
 void FlacDecoder::Stream::error_callback(FLAC__StreamDecoderErrorStatus /*status*/)
 {
+    if (!lostSync) isCutFrame = reachedEnd;
     lostSync = true;
 }
 

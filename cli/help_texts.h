@@ -46,11 +46,12 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --gain DB          -60 to 18              --loudness-match  as loud as INPUT
   --bypass           plain stereo           --no-align   keep delay, 960 frames
   --raw RATE:BITS    - is raw PCM of this format, such as 48000:16
-  --output-dir DIR   one output for each    -r, --recursive   folders as well
-  --format NAME      of these: wav or flac  -j, --jobs N      parallel jobs
-  --skip-existing    leave complete outputs --force      replace OUTPUT
-  --strict           refuse damaged INPUT   --json       print a report
-  --quiet            errors and warnings    --help-all   every option
+  --output-dir DIR   for many INPUTs: song.mp3 becomes DIR/song.mp3-3.0.wav
+  --format NAME      wav or flac, in DIR    -r, --recursive   folders as well
+  -j, --jobs N       parallel jobs          --skip-existing   keep complete ones
+  --strict           refuse damaged INPUT   --force      replace OUTPUT
+  --json             print a report         --quiet      errors and warnings
+  --help-all         every option
 
   tarn upmix song.mp3 song-3.0.wav
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music

@@ -112,6 +112,30 @@ void addOthers(TagLib::ID3v2::Tag& tag, const TagLib::PropertyMap& texts)
     }
 }
 
+/// Adds the languages of the frames with a name.
+template <typename Frame>
+void addLanguages(const TagLib::ID3v2::Tag& tag, const char* name, std::vector<TextLanguage>& languages)
+{
+    for (const TagLib::ID3v2::Frame* any : tag.frameList(name))
+        if (const auto* frame = dynamic_cast<const Frame*>(any); frame != nullptr && frame->language().size() == 3)
+            languages.push_back({.frame = name, .text = frame->text(), .language = frame->language()});
+}
+
+/// Sets the languages of the frames with a name. Frames of the same text get theirs in the order of the input.
+template <typename Frame>
+void setLanguages(TagLib::ID3v2::Tag& tag, const char* name, std::vector<TextLanguage> languages)
+{
+    for (TagLib::ID3v2::Frame* any : tag.frameList(name)) {
+        auto* const frame = dynamic_cast<Frame*>(any);
+        const auto found = std::ranges::find_if(languages, [&](const TextLanguage& known) {
+            return known.frame == name && frame != nullptr && known.text == frame->text();
+        });
+        if (found == languages.end()) continue;
+        frame->setLanguage(found->language);
+        languages.erase(found);
+    }
+}
+
 } // namespace
 
 void addId3v2(TagCollector& collector, const TagLib::ID3v2::Tag* tag)
@@ -120,6 +144,8 @@ void addId3v2(TagCollector& collector, const TagLib::ID3v2::Tag* tag)
     TagLib::PropertyMap texts = tag->properties();
     const bool hasAllPeople = addInvolvedPeople(tag->frameList("TIPL"), texts);
     addUnnamed(*tag, texts);
+    addLanguages<TagLib::ID3v2::CommentsFrame>(*tag, "COMM", collector.tags.languages);
+    addLanguages<TagLib::ID3v2::UnsynchronizedLyricsFrame>(*tag, "USLT", collector.tags.languages);
     collector.add(texts);
     StringList others;
     for (const String& frame : texts.unsupportedData()) {
@@ -156,6 +182,8 @@ ByteVector id3v2Tag(const Tags& tags, std::vector<std::string>& leftOut)
     const TagLib::PropertyMap refused = tag.setProperties(texts);
     for (const auto& [name, values] : refused) leftOut.push_back("WAV has no place for the tag " + name.to8Bit(true));
     addOthers(tag, others);
+    setLanguages<TagLib::ID3v2::CommentsFrame>(tag, "COMM", tags.languages);
+    setLanguages<TagLib::ID3v2::UnsynchronizedLyricsFrame>(tag, "USLT", tags.languages);
     for (const Picture& picture : tags.pictures) {
         auto frame = std::make_unique<TagLib::ID3v2::AttachedPictureFrame>();
         frame->setTextEncoding(String::UTF8);

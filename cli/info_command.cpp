@@ -65,6 +65,7 @@ public:
         std::transform(found.files.begin(), found.files.end(), std::back_inserter(inputs),
                        [](const FoundInput& input) { return input.path; });
         width = nameWidth(inputs);
+        files.resize(inputs.size());
     }
 
     /// Examines all inputs. Throws Interrupted after the running ones have stopped.
@@ -77,9 +78,15 @@ public:
 
     void printDocument() const
     {
+        Json all = Json::array();
+        std::size_t notTried = 0;
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            if (files[i].is_null()) ++notTried;
+            all.push_back(files[i].is_null() ? Json{{"input", inputs[i]}, {"not_tried", true}} : files[i]);
+        }
         Json left = Json::array();
         for (const std::string& file : unreadable) left.push_back({{"input", file}});
-        printJson({{"files", files}, {"unreadable", left}}, stdout);
+        printJson({{"files", all}, {"not_tried", notTried}, {"unreadable", left}}, stdout);
     }
 
     int exitCode() const noexcept { return failure != EX_OK ? failure : incomplete ? kExitIncomplete : EX_OK; }
@@ -101,13 +108,13 @@ private:
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
             if (failure == EX_OK) failure = outcome.exitCode;
-            files.push_back({{"input", inputs[i]}, {"error", outcome.error}, {"exit_code", outcome.exitCode}});
+            files[i] = {{"input", inputs[i]}, {"error", outcome.error}, {"exit_code", outcome.exitCode}};
             return;
         }
         incomplete = incomplete || outcome.result.at("incomplete").get<bool>();
         Json& shown = outcome.result.at("shown");
         if (options.json) {
-            files.push_back(std::move(shown));
+            files[i] = std::move(shown);
         } else {
             std::fputs(shown.get_ref<const std::string&>().c_str(), stdout);
             std::fflush(stdout);
@@ -117,9 +124,9 @@ private:
     const InfoOptions& options;
     const std::vector<std::string>& unreadable;
     std::vector<std::string> inputs;
-    std::size_t width = 0; ///< of the column for names
-    Json files = Json::array();
-    int failure = EX_OK; ///< of the first input that failed
+    std::size_t width = 0;   ///< of the column for names
+    std::vector<Json> files; ///< results by input; null if it was not examined
+    int failure = EX_OK;     ///< of the first input that failed
     bool incomplete = false;
 };
 

@@ -48,12 +48,13 @@ Descriptor createStorage(const std::string& folder)
                   name + ": cannot be opened: " + systemError(error) + "; check the name and that you may read it");
 }
 
-/// Refuses a device, which may be endless. The caller refuses an empty one, such as /dev/null.
-void refuseDevice(const InputFile& file)
+/// Refuses a device, which may be endless.
+[[noreturn]] void refuseDevice(const InputFile& file)
 {
     char byte = 0;
-    if (read(file.descriptor.number(), &byte, 1) != 0)
-        throw Failure(EX_NOINPUT, file.name + ": is a device; name an audio file, or a pipe with one");
+    const bool isEmpty = read(file.descriptor.number(), &byte, 1) == 0; // such as /dev/null
+    if (isEmpty) throw Failure(EX_DATAERR, file.name + ": is an empty device; name an audio file, or a pipe with one");
+    throw Failure(EX_NOINPUT, file.name + ": is a device; name an audio file, or a pipe with one");
 }
 
 /// Copies a pipe to its end into a file.

@@ -53,7 +53,7 @@ bool isOneOf(const std::array<std::string_view, Count>& extensions, const std::s
 /// below  the folder, relative to the one on the command line
 void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
 {
-    if (hasAudioExtension(file)) {
+    if (isOneOf(kExtensions, extensionOf(file))) {
         found.files.push_back({file.string(), below});
     } else if (isOneOf(kUnreadable, extensionOf(file))) {
         found.unreadable.push_back(file.string());
@@ -134,11 +134,6 @@ std::string unreadableNote(const std::vector<std::string>& files)
 }
 
 } // namespace
-
-bool hasAudioExtension(const fs::path& name)
-{
-    return isOneOf(kExtensions, extensionOf(name));
-}
 
 std::vector<std::string> FoundInputs::notes() const
 {

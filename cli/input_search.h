@@ -37,7 +37,4 @@ struct FoundInputs
 /// Throws Failure (EX_NOINPUT) for folders that cannot be read or contain no audio file.
 FoundInputs findInputs(const std::vector<std::string>& names, const std::filesystem::path& excluded);
 
-/// Whether a file name has an extension of a format that libsndfile reads.
-bool hasAudioExtension(const std::filesystem::path& name);
-
 } // namespace tarn

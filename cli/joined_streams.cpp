@@ -5,6 +5,7 @@
 #include "cli/declared_length.h"
 #include "cli/file_bytes.h"
 #include "cli/mpeg_frames.h"
+#include "cli/mpeg_index.h"
 #include "cli/ogg_pages.h"
 
 #include <algorithm>
@@ -95,11 +96,11 @@ std::vector<ByteRange> mpegParts(int descriptor)
             position = nextMpegFrame(file, position + 1, file.size());
             continue;
         }
-        const auto declared = indexedFrames(file, position, *frame);
-        if (declared || begins.empty() || (frame->kind != kind && isRun(file, position, *frame))) {
+        const auto index = mpegIndexAt(file, position, *frame);
+        if (index || begins.empty() || (frame->kind != kind && isRun(file, position, *frame))) {
             begin(position);
             kind = frame->kind;
-            indexed = declared.value_or(0);
+            indexed = index ? index->frames : 0;
         } else if (++walked == indexed + 1 && indexed > 0) {
             overdue = position;
         }

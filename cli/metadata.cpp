@@ -31,11 +31,13 @@ std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
 }
 
 /// Adds a note about chunks.
-void addLeftOut(Metadata& metadata, const std::vector<std::string>& chunks)
+///
+/// predicate  what happens to them
+void addLeftOut(Metadata& metadata, const std::vector<std::string>& chunks, const std::string& predicate)
 {
     std::string names;
     for (const std::string& name : chunks) names += (names.empty() ? "" : ", ") + name;
-    if (!names.empty()) metadata.tags.leftOut.push_back("its chunks " + names + " are left out");
+    if (!names.empty()) metadata.tags.leftOut.push_back("its chunks " + names + " " + predicate);
 }
 
 } // namespace
@@ -66,18 +68,28 @@ Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate)
     return metadata;
 }
 
+Metadata delayed(Metadata metadata, std::uint32_t frames)
+{
+    for (Chunk& chunk : metadata.chunks) delayMarkers(chunk, frames);
+    const auto isCueSheet = [](const FlacBlock& block) { return block.isCueSheet; };
+    if (std::erase_if(metadata.tags.flacBlocks, isCueSheet) > 0)
+        metadata.tags.leftOut.emplace_back("its cue sheet does not allow for the delay of --no-align and is left out");
+    return metadata;
+}
+
 void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool bigEndian)
 {
     WaveChunks chunks = readWaveChunks(descriptor, bigEndian);
     metadata.chunks = std::move(chunks.kept);
     metadata.broadcast = readBroadcastInfo(file);
     if (metadata.broadcast) std::erase(chunks.leftOut, "bext");
-    addLeftOut(metadata, chunks.leftOut);
+    addLeftOut(metadata, chunks.leftOut, "are left out");
+    addLeftOut(metadata, chunks.invalid, "are invalid and are left out");
 }
 
 void addOtherMetadata(Metadata& metadata, int descriptor)
 {
-    addLeftOut(metadata, otherChunkNames(descriptor));
+    addLeftOut(metadata, otherChunkNames(descriptor), "are left out");
 }
 
 void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast)

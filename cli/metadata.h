@@ -30,6 +30,9 @@ struct Metadata
 /// Converts metadata to another sample rate. Converts frame counts, or removes and names them.
 Metadata atRate(Metadata metadata, std::uint32_t rate, std::uint32_t newRate);
 
+/// Converts metadata for audio that is delayed by a number of frames: moves markers, or removes and names them.
+Metadata delayed(Metadata metadata, std::uint32_t frames);
+
 /// Adds the metadata of a WAVE file other than tags: other chunks, and the broadcast extension without material number
 /// and loudness, which belong to the stereo.
 ///

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/mpeg_decoder.h"
 
+#include "cli/mpeg_frames.h"
+#include "cli/mpeg_index.h"
 #include "cli/quiet_standard_error.h"
 #include "cli/text.h"
 
@@ -24,13 +26,26 @@ off_t seekWindow(void* window, off_t offset, int whence)
     return static_cast<FileWindow*>(window)->seek(offset, whence);
 }
 
+/// The part without the tags at its end, which libmpg123 would read as the rest of a cut frame.
+ByteRange withoutTags(int descriptor, ByteRange part)
+{
+    return {.begin = part.begin, .end = part.begin + mpegAudioEnd(FileBytes(descriptor, part))};
+}
+
 } // namespace
 
 MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
-    : window(descriptor, part), handle(mpg123_new(nullptr, nullptr))
+    : window(descriptor, withoutTags(descriptor, part)), handle(mpg123_new(nullptr, nullptr))
 {
     const QuietStandardError quiet; // libmpg123 prints some errors despite MPG123_QUIET
     mpg123_handle* const mpeg = handle.get();
+    const auto index = firstMpegIndex(FileBytes(descriptor, part));
+    hasIndex = index && index->frames > 0;
+    if (const auto repair = repairMpegIndex(descriptor, part)) {
+        window.replace(repair->position, repair->bytes);
+        hasIndex = !repair->bytes.empty();
+        indexNote = repair->note;
+    }
     if (mpeg == nullptr) throw std::bad_alloc();
     mpg123_param(mpeg, MPG123_ADD_FLAGS, MPG123_QUIET | MPG123_GAPLESS | MPG123_FORCE_FLOAT | MPG123_SKIP_ID3V2, 0.0);
     mpg123_param(mpeg, MPG123_REMOVE_FLAGS, MPG123_AUTO_RESAMPLE, 0.0);
@@ -58,6 +73,7 @@ MpegDecoder::MpegDecoder(int descriptor, ByteRange part)
                                                         : SF_FORMAT_MPEG_LAYER_III);
     const off_t frames = mpg123_length(mpeg);
     facts.frames = frames < 0 ? SF_COUNT_MAX : frames;
+    hasIndex = hasIndex && frames >= 0;
 }
 
 std::size_t MpegDecoder::read(double* samples, std::size_t frames)

@@ -6,6 +6,7 @@
 #include "cli/file_window.h"
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <mpg123.h>
@@ -21,6 +22,11 @@ public:
     MpegDecoder(int descriptor, ByteRange part);
 
     std::size_t read(double* samples, std::size_t frames) override;
+    std::string note() const override { return indexNote; }
+
+    /// Whether info().frames comes from an index that is valid or was repaired. Otherwise, it is an estimate.
+    bool isLengthDeclared() const noexcept { return hasIndex; }
+
     std::string error() const override;
 
 private:
@@ -35,6 +41,8 @@ private:
     std::unique_ptr<mpg123_handle, Closer> handle;
     std::vector<float> decoded;
     bool hasBadFrames = false;
+    bool hasIndex = false;
+    std::string indexNote; ///< about a damaged index
 };
 
 } // namespace tarn

@@ -25,6 +25,46 @@ bool isBetweenFrames(const FileBytes& file, std::uint64_t begin, std::uint64_t e
     return file.skipZeros(begin, end) == end;
 }
 
+/// The size of the tag that ends at a position: ID3v1, APE, Lyrics3 or appended ID3v2; 0 if there is none.
+std::uint64_t tagSizeBefore(const FileBytes& file, std::uint64_t end)
+{
+    constexpr std::uint64_t kId3v1Bytes = 128;
+    constexpr std::uint64_t kApeFooterBytes = 32;
+    constexpr std::uint64_t kId3v2FooterBytes = 10;
+    constexpr std::uint64_t kLyricsFooterBytes = 15; ///< six digits and the mark
+    std::uint64_t size = 0;
+    if (end >= kId3v1Bytes && file.marks(end - kId3v1Bytes, "TAG")) return kId3v1Bytes;
+    if (end >= kApeFooterBytes && file.marks(end - kApeFooterBytes, "APETAGEX")) {
+        const bool hasHeader = (file.number(end - 12, 4, false) >> 31) != 0;
+        size = file.number(end - 20, 4, false) + (hasHeader ? kApeFooterBytes : 0);
+    } else if (end >= kId3v2FooterBytes && file.marks(end - kId3v2FooterBytes, "3DI")) {
+        for (std::uint64_t i = 4; i > 0; --i) size = size << 7 | (file.number(end - i, 1, true) & 0x7f);
+        size += 2 * kId3v2FooterBytes;
+    } else if (end >= kLyricsFooterBytes && file.marks(end - 9, "LYRICS200")) {
+        for (std::uint64_t i = 15; i > 9; --i) size = size * 10 + (file.number(end - i, 1, true) & 0xf);
+        size += kLyricsFooterBytes;
+    }
+    return size <= end ? size : 0;
+}
+
+constexpr std::uint64_t kMaxPadding = 4; ///< by which frames of one bit rate differ, bytes
+
+/// The number of frames that a frame hides because its header declares too many bytes: its end is that of the last
+/// frame that begins inside it.
+std::uint64_t hiddenFrames(const FileBytes& file, std::uint64_t position, const MpegFrame& outer)
+{
+    const std::uint64_t end = position + outer.bytes;
+    std::uint64_t inner = nextMpegFrame(file, position + 1, end);
+    std::uint64_t frames = 0;
+    while (inner < end) {
+        const auto frame = mpegFrameAt(file, inner);
+        if (!frame || frame->kind != outer.kind) return 0;
+        inner += frame->bytes;
+        ++frames;
+    }
+    return inner == end ? frames : 0;
+}
+
 } // namespace
 
 std::optional<MpegFrame> mpegFrameAt(const FileBytes& file, std::uint64_t position)
@@ -59,18 +99,6 @@ std::optional<MpegFrame> mpegFrameAt(const FileBytes& file, std::uint64_t positi
     return MpegFrame{.kind = header & 0xfffe0c00u, .bytes = bytes, .samples = samples, .sideInformation = 4 + side};
 }
 
-std::optional<std::uint64_t> indexedFrames(const FileBytes& file, std::uint64_t position, const MpegFrame& frame)
-{
-    constexpr std::uint64_t kVbri = 36;
-    const std::uint64_t index = position + frame.sideInformation;
-    if (file.marks(index, "Xing") || file.marks(index, "Info")) {
-        const bool hasFrames = (file.number(index + 4, 4, true) & 1) != 0;
-        return hasFrames ? file.number(index + 8, 4, true) : 0;
-    }
-    if (file.marks(position + kVbri, "VBRI")) return file.number(position + kVbri + 14, 4, true);
-    return std::nullopt;
-}
-
 std::uint64_t nextMpegFrame(const FileBytes& file, std::uint64_t position, std::uint64_t limit)
 {
     for (; position < limit; ++position) {
@@ -83,30 +111,41 @@ std::uint64_t nextMpegFrame(const FileBytes& file, std::uint64_t position, std::
     return limit;
 }
 
+std::uint64_t mpegAudioEnd(const FileBytes& file)
+{
+    constexpr int kMaxTags = 8;
+    std::uint64_t end = file.size();
+    for (int i = 0; i < kMaxTags; ++i) end -= tagSizeBefore(file, end);
+    return end;
+}
+
 MpegDamage findMpegDamage(int descriptor, ByteRange part)
 {
     const FileBytes file(descriptor, part);
+    const std::uint64_t limit = mpegAudioEnd(file);
     MpegDamage damage;
-    std::uint64_t position = nextMpegFrame(file, file.id3v2Size(0), file.size());
+    const auto lose = [&damage](std::uint64_t frames) {
+        if (damage.lostFrames == 0) damage.firstLost = damage.frames; // again as long as nothing is lost
+        damage.lostFrames += frames;
+    };
+    std::uint64_t position = nextMpegFrame(file, file.id3v2Size(0), limit);
     std::optional<MpegFrame> last;
-    std::uint64_t frames = 0;
-    while (position < file.size()) {
+    while (position < limit) {
         const auto frame = mpegFrameAt(file, position);
         if (frame && (!last || frame->kind == last->kind)) {
-            damage.endsInsideFrame = position + frame->bytes > file.size();
-            damage.end = std::min(position + frame->bytes, file.size());
+            if (last && frame->bytes > last->bytes + kMaxPadding) lose(hiddenFrames(file, position, *frame));
+            damage.endsInsideFrame = position + frame->bytes > limit;
+            damage.end = std::min(position + frame->bytes, limit);
             damage.frameSamples = frame->samples;
             last = frame;
             position += frame->bytes;
-            ++frames;
+            damage.frames += damage.endsInsideFrame ? 0 : 1;
             continue;
         }
         if (!last) break;
-        const std::uint64_t next = nextMpegFrame(file, position + 1, file.size());
-        if (!isBetweenFrames(file, position, next)) {
-            if (damage.lostFrames == 0) damage.firstLost = frames;
-            damage.lostFrames += std::max<std::uint64_t>((next - position + last->bytes / 2) / last->bytes, 1);
-        }
+        const std::uint64_t next = nextMpegFrame(file, position + 1, limit);
+        if (!isBetweenFrames(file, position, next))
+            lose(std::max<std::uint64_t>((next - position + last->bytes / 2) / last->bytes, 1));
         position = next;
     }
     damage.end += part.begin;

@@ -108,8 +108,8 @@ void addStrings(SNDFILE* file, TagCollector& collector)
     collector.add(texts);
 }
 
-/// Reads RF64, which TagLib does not support.
-void collectRf64(int descriptor, TagCollector& collector)
+/// Reads the ID3v2 tags of RF64, which TagLib does not support, and of WAVE files whose sizes are wrong.
+void collectId3Chunks(int descriptor, TagCollector& collector)
 {
     for (const std::string& contents : chunksNamed(descriptor, "id3 ")) {
         addId3v2(collector, ByteVector(contents.data(), static_cast<unsigned>(contents.size())));
@@ -144,13 +144,17 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         addStrings(file, collector);
         break;
     case SF_FORMAT_RF64:
-        collectRf64(descriptor, collector);
+        collectId3Chunks(descriptor, collector);
         addInfo(descriptor, collector);
         break;
     case SF_FORMAT_WAV:
     case SF_FORMAT_WAVEX: {
         const TagLib::RIFF::WAV::File wave(&stream, false);
-        addId3v2(collector, wave.hasID3v2Tag() ? wave.ID3v2Tag() : nullptr);
+        if (wave.hasID3v2Tag()) {
+            addId3v2(collector, wave.ID3v2Tag());
+        } else {
+            collectId3Chunks(descriptor, collector);
+        }
         addInfo(descriptor, collector);
         break;
     }

@@ -38,10 +38,19 @@ struct FlacBlock
     }
 };
 
+/// The language of a comment or of lyrics.
+struct TextLanguage
+{
+    TagLib::ByteVector frame; ///< name of the ID3v2 frame: COMM or USLT
+    TagLib::String text;
+    TagLib::ByteVector language; ///< three letters (ISO 639-2)
+};
+
 /// Tags of a recording.
 struct Tags
 {
     TagLib::PropertyMap texts; ///< by the names of Vorbis comments: TITLE, ALBUMARTIST, MUSICBRAINZ_TRACKID, ...
+    std::vector<TextLanguage> languages{}; ///< of comments and lyrics, as far as they are known
     std::vector<Picture> pictures;
     std::vector<FlacBlock> flacBlocks; ///< copied to FLAC outputs
     std::vector<std::string> leftOut;  ///< notes about tags that other formats cannot hold

@@ -42,7 +42,9 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
                      "standard output")
         ->type_name("");
     upmix->add_option("MORE", arguments.moreNames, "With --output-dir, all names are INPUTs")->type_name("");
-    upmix->add_option("--output-dir", arguments.batch.directory, "Upmix every INPUT into this directory")
+    upmix
+        ->add_option("--output-dir", arguments.batch.directory,
+                     "Upmix every INPUT into this directory: song.mp3 becomes\nDIR/song.mp3-3.0.wav")
         ->type_name("DIR");
     upmix
         ->add_flag("-r,--recursive", arguments.batch.recursive,

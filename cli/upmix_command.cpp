@@ -105,7 +105,8 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
                                     AudioSource& source)
 {
     if (isStream(options.output)) return std::make_unique<RawSink>(layout.slots, format);
-    const FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
+    FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
+    if (options.noAlign) contents.metadata = delayed(std::move(contents.metadata), zrk_tarn_processor_t::kDelayFrames);
     auto sink = openFileSink(options.output, options.force, source.identity(), contents);
     if (contents.metadata.tags.converted && !options.quiet)
         printNote(options.inputName() + ": its tags are not UTF-8 and are read as Windows-1252");

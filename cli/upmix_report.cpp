@@ -74,7 +74,8 @@ void addLoss(Json& json, const UpmixReport& report)
 void printLoss(const UpmixOptions& options, const UpmixReport& report)
 {
     if (report.loss)
-        printNote(options.inputName() + ": " + report.loss->message + "; the rest is upmixed; " + report.loss->advice);
+        printNote(options.inputName() + ": " + report.loss->message +
+                  (report.skipped ? "; " : "; the rest is upmixed; ") + report.loss->advice);
 }
 
 void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/wave_chunks.h"
 
+#include "cli/chunk_checks.h"
 #include "cli/stream_format.h"
 
 #include <algorithm>
@@ -42,7 +43,7 @@ void addName(std::vector<std::string>& names, const std::string& name)
     if (std::ranges::find(names, name) == names.end()) names.push_back(name);
 }
 
-/// Whether a chunk is valid for the output. Binary chunks of big-endian files are not.
+/// Whether a chunk can be copied. Binary chunks of big-endian files cannot.
 bool isKept(const Chunk& chunk, bool bigEndian)
 {
     if (chunk.contents.empty()) return false;
@@ -72,13 +73,40 @@ std::vector<std::string> removeElements(std::string& xml, std::initializer_list<
     return found;
 }
 
-/// Converts a 32-bit frame count.
-void convertFrames(std::string& bytes, std::size_t at, std::uint32_t rate, std::uint32_t newRate)
+std::uint32_t numberAt(const std::string& bytes, std::size_t at)
 {
-    std::uint64_t frames = 0;
-    for (std::size_t i = 4; i > 0; --i) frames = frames << 8 | static_cast<unsigned char>(bytes[at + i - 1]);
-    frames = std::min<std::uint64_t>(framesAtRate(frames, rate, newRate), UINT32_MAX);
+    std::uint32_t number = 0;
+    for (std::size_t i = 4; i > 0; --i) number = number << 8 | static_cast<unsigned char>(bytes[at + i - 1]);
+    return number;
+}
+
+/// Stores a frame count in 32 bits, or the maximum.
+void storeFrames(std::string& bytes, std::size_t at, std::uint64_t frames)
+{
+    frames = std::min<std::uint64_t>(frames, UINT32_MAX);
     for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(frames >> 8 * i & 0xff);
+}
+
+/// Positions of the frame counts in a valid chunk.
+std::vector<std::size_t> markersIn(const Chunk& chunk)
+{
+    constexpr std::size_t kEntryBytes = 24;
+    const std::string& bytes = chunk.contents;
+    std::vector<std::size_t> markers;
+    if (chunk.name == "cue ") {
+        for (std::size_t point = 4; point < 4 + kEntryBytes * numberAt(bytes, 0); point += kEntryBytes) {
+            // The position in the play list is the same if there is no play list.
+            if (numberAt(bytes, point + 4) == numberAt(bytes, point + 20)) markers.push_back(point + 4);
+            markers.push_back(point + 20);
+        }
+    } else if (chunk.name == "smpl") {
+        for (std::size_t loop = 36; loop < 36 + kEntryBytes * numberAt(bytes, 28); loop += kEntryBytes)
+            markers.insert(markers.end(), {loop + 8, loop + 12});
+    } else if (chunk.name == "cart") {
+        for (std::size_t timer = kCartTimers; timer < kCartTimersEnd && timer + 8 <= bytes.size(); timer += 8)
+            if (numberAt(bytes, timer) != 0) markers.push_back(timer + 4);
+    }
+    return markers;
 }
 
 } // namespace
@@ -93,6 +121,10 @@ WaveChunks readWaveChunks(int descriptor, bool bigEndian)
             Chunk chunk{.name = name, .contents = std::move(contents)};
             if (!isFirst || !isKept(chunk, bigEndian)) {
                 addName(chunks.leftOut, printedName(chunk));
+                continue;
+            }
+            if (!isValid(chunk)) {
+                addName(chunks.invalid, printedName(chunk));
                 continue;
             }
             isFirst = false;
@@ -129,9 +161,15 @@ std::string printedName(const Chunk& chunk)
 std::vector<std::string> convertRate(Chunk& chunk, std::uint32_t rate, std::uint32_t newRate)
 {
     if (chunk.name == "iXML") return removeElements(chunk.contents, {"SPEED", "SYNC_POINT_LIST"});
-    for (std::size_t timer = kCartTimers; timer < kCartTimersEnd && timer + 8 <= chunk.contents.size(); timer += 8)
-        convertFrames(chunk.contents, timer + 4, rate, newRate);
+    for (const std::size_t at : markersIn(chunk))
+        storeFrames(chunk.contents, at, framesAtRate(numberAt(chunk.contents, at), rate, newRate));
     return {};
+}
+
+void delayMarkers(Chunk& chunk, std::uint32_t frames)
+{
+    for (const std::size_t at : markersIn(chunk))
+        storeFrames(chunk.contents, at, std::uint64_t{numberAt(chunk.contents, at)} + frames);
 }
 
 } // namespace tarn

@@ -16,6 +16,7 @@ struct WaveChunks
 {
     std::vector<Chunk> kept;          ///< the first iXML, cart (AES46), cue, list of labels (LIST adtl) and smpl
     std::vector<std::string> leftOut; ///< names of all others and bext, without tags and format chunks
+    std::vector<std::string> invalid; ///< names of those that do not have the form of their kind
 };
 
 /// Reads the chunks of a WAVE file. Removes the iXML elements TRACK_LIST, LOUDNESS, BEXT and FILE_UID, which describe
@@ -38,5 +39,8 @@ std::string printedName(const Chunk& chunk);
 ///
 /// Returns the elements of an iXML chunk that cannot be converted and were removed.
 std::vector<std::string> convertRate(Chunk& chunk, std::uint32_t rate, std::uint32_t newRate);
+
+/// Adds a delay to the cue points, loops and timers of a chunk that readWaveChunks kept.
+void delayMarkers(Chunk& chunk, std::uint32_t frames);
 
 } // namespace tarn

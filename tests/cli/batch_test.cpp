@@ -77,7 +77,7 @@ TEST_F(Batch, OutputsEqualSingleRunsForAnyNumberOfJobs)
         EXPECT_EQ(filesIn("out/" + jobs).size(), 6u);
         for (unsigned seed = 1; seed <= 6; ++seed) {
             const Samples stereo = stereoNoise(9000 + 100 * seed, 16, seed);
-            EXPECT_TRUE(readAudio(at("out/" + jobs + "/in" + std::to_string(seed) + "-5.1.wav")).samples ==
+            EXPECT_TRUE(readAudio(at("out/" + jobs + "/in" + std::to_string(seed) + ".wav-5.1.wav")).samples ==
                         engineOutput(stereo, {.layout = "5.1"}));
         }
     }
@@ -98,7 +98,7 @@ TEST_F(Batch, ContinuesAfterAFailedFileAndReportsIt)
         EXPECT_TRUE(result.errors.ends_with(summary)) << result.errors;
         const std::size_t first = result.errors.find("missing.wav");
         EXPECT_EQ(result.errors.find("missing.wav", first + 1), std::string::npos) << result.errors;
-        EXPECT_EQ(filesIn("out" + jobs), (Names{"a-3.0.wav", "b-3.0.wav"}));
+        EXPECT_EQ(filesIn("out" + jobs), (Names{"a.wav-3.0.wav", "b.wav-3.0.wav"}));
 
         const Json report = Json::parse(result.output);
         EXPECT_EQ(report["failed"], 2);
@@ -106,7 +106,7 @@ TEST_F(Batch, ContinuesAfterAFailedFileAndReportsIt)
         EXPECT_EQ(report["files"][0]["frames"], 9100);
         EXPECT_EQ(report["files"][1]["exit_code"], 65);
         EXPECT_EQ(report["files"][2]["exit_code"], 66);
-        EXPECT_EQ(report["files"][3]["output"], "out" + jobs + "/b-3.0.wav");
+        EXPECT_EQ(report["files"][3]["output"], "out" + jobs + "/b.wav-3.0.wav");
     }
 }
 
@@ -117,14 +117,14 @@ TEST_F(Batch, SummaryCountsLossesAndQuotesTheFolder)
     std::filesystem::resize_file(at("cut.wav"), 20000);
     std::filesystem::create_directory(at("my out"));
     writeStereo("it's (live).wav", 3);
-    writeBytes(at("my out/it's (live)-3.0.wav"), "precious");
+    writeBytes(at("my out/it's (live).wav-3.0.wav"), "precious");
     const Result result = tarn({"upmix", "--output-dir", "my out", "a.wav", "cut.wav", "it's (live).wav"});
     EXPECT_EQ(result.exitCode, 64);
     EXPECT_TRUE(result.errors.ends_with("\ntarn: 2 of 3 files upmixed into 'my out'\n"
                                         "tarn: 1 file with losses, listed above\n"
                                         "tarn: 1 file failed, listed above\n"))
         << result.errors;
-    EXPECT_NE(result.errors.find("tarn: my out/it's (live)-3.0.wav: exists already; add --skip-existing to keep "
+    EXPECT_NE(result.errors.find("tarn: my out/it's (live).wav-3.0.wav: exists already; add --skip-existing to keep "
                                  "complete outputs, or --force to replace them\n"),
               std::string::npos)
         << result.errors;
@@ -176,10 +176,10 @@ TEST_F(Batch, StopsWhenTheDiskIsFull)
         const Result result = tarnOnFullDisk(arguments);
         EXPECT_EQ(result.exitCode, 74);
         EXPECT_TRUE(result.errors.ends_with("tarn: 1 file failed, listed above\n" + end)) << result.errors;
-        EXPECT_NE(result.errors.find("b-3.0." + format + ": writing failed: No space left on device"),
+        EXPECT_NE(result.errors.find("b.wav-3.0." + format + ": writing failed: No space left on device"),
                   std::string::npos)
             << result.errors;
-        EXPECT_EQ(filesIn("out-" + format), (Names{"a-3.0." + format}));
+        EXPECT_EQ(filesIn("out-" + format), (Names{"a.wav-3.0." + format}));
         const Json report = Json::parse(result.output);
         EXPECT_EQ(report["failed"], 1);
         EXPECT_EQ(report["not_tried"], 4);
@@ -201,7 +201,7 @@ TEST_F(Batch, StopsWhenTheFolderIsNotWritable)
     EXPECT_EQ(result.exitCode, 73);
     EXPECT_EQ(
         result.errors,
-        "tarn: /proc/a-3.0.wav: cannot create a file in /proc: No such file or directory; choose a directory that "
+        "tarn: /proc/a.wav-3.0.wav: cannot create a file in /proc: No such file or directory; choose a directory that "
         "exists and that you may write to\n"
         "tarn: stopped, because no output can be written: 0 of 3 files done; a.wav is the first that is missing; "
         "run again with --skip-existing\n");
@@ -220,7 +220,7 @@ TEST_F(Batch, NonUtf8NamesAreReportedExactly)
     const Json batch = Json::parse(result.output)["files"];
     ASSERT_EQ(batch.size(), 3u);
     EXPECT_EQ(batch[0]["input_percent"], badPercent + ".wav");
-    EXPECT_EQ(batch[0]["output_percent"], "out/" + badPercent + "-3.0.wav");
+    EXPECT_EQ(batch[0]["output_percent"], "out/" + badPercent + ".wav-3.0.wav");
     EXPECT_EQ(batch[0]["input"].get<std::string>().substr(0, 5), "gr\xef\xbf\xbd");
     EXPECT_EQ(batch[1]["input"], "gr\xc3\xbc\xc3\x9f.wav");
     EXPECT_FALSE(batch[1].contains("input_percent"));
@@ -265,9 +265,9 @@ TEST_F(Batch, CrashFailsOneFileOnly)
             EXPECT_EQ(file.contains("exit_code"), crashes);
             EXPECT_EQ(file.value("exit_code", 0), crashes ? 70 : 0);
         }
-        EXPECT_EQ(filesIn("out" + jobs), (Names{"a-3.0.wav", "b-3.0.wav", "c-3.0.wav"}));
+        EXPECT_EQ(filesIn("out" + jobs), (Names{"a.wav-3.0.wav", "b.wav-3.0.wav", "c.wav-3.0.wav"}));
         for (const std::string name : {"a", "b", "c"})
-            EXPECT_GE(readAudio(at("out" + jobs + "/" + name + "-3.0.wav")).info.frames, 9000);
+            EXPECT_GE(readAudio(at("out" + jobs + "/" + name + ".wav-3.0.wav")).info.frames, 9000);
     }
 }
 
@@ -275,60 +275,76 @@ TEST_F(Batch, RemovesTemporaryFilesOfAKilledRun)
 {
     writeStereo("a.wav", 1);
     std::filesystem::create_directory(at("out"));
-    writeBytes(at("out/.a-3.0.wav.tarn-temporary-1-abcdef"), "half");
-    writeBytes(at(".a-3.0.wav.tarn-temporary-1-abcdef"), "half, in a directory that is not written to");
+    writeBytes(at("out/.a.wav-3.0.wav.tarn-temporary-1-abcdef"), "half");
+    writeBytes(at(".a.wav-3.0.wav.tarn-temporary-1-abcdef"), "half, in a directory that is not written to");
     // The removal does not depend on a successful write.
     EXPECT_EQ(tarn({"upmix", "--output-dir", "out", "missing.wav"}).exitCode, 66);
     EXPECT_EQ(filesIn("out"), Names{});
-    EXPECT_EQ(files(), (Names{".a-3.0.wav.tarn-temporary-1-abcdef", "a.wav", "out"}));
+    EXPECT_EQ(files(), (Names{".a.wav-3.0.wav.tarn-temporary-1-abcdef", "a.wav", "out"}));
 }
 
 TEST_F(Batch, TooLongNameFailsOneFileOnly)
 {
     writeStereo("a.wav", 1);
-    const std::string longName = std::string(251, 'x');
+    const std::string longName = std::string(247, 'x');
     writeStereo(longName + ".wav", 2);
     const Result result = tarn({"upmix", "--output-dir", "out", longName + ".wav", "a.wav"});
     EXPECT_EQ(result.exitCode, 73);
-    EXPECT_NE(result.errors.find(longName + "-3.0.wav: the name has 259 bytes, and out allows names of 255 at most"),
-              std::string::npos)
+    EXPECT_NE(
+        result.errors.find(longName + ".wav-3.0.wav: the name has 259 bytes, and out allows names of 255 at most"),
+        std::string::npos)
         << result.errors;
-    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav"}));
+    EXPECT_EQ(filesIn("out"), (Names{"a.wav-3.0.wav"}));
+}
+
+TEST_F(Batch, FoldersWithoutOutputsAreRemovedIfTheRunCreatedThem)
+{
+    std::filesystem::create_directories(at("music/a"));
+    std::filesystem::create_directory(at("mine"));
+    writeBytes(at("music/a/bad.wav"), "no audio");
+    writeBytes(at("music/bad.wav"), "no audio");
+    EXPECT_EQ(tarn({"upmix", "-r", "--output-dir", "new/deep", "music"}).exitCode, 65);
+    EXPECT_FALSE(std::filesystem::exists(at("new")));
+    EXPECT_EQ(tarn({"upmix", "-r", "--output-dir", "mine", "music"}).exitCode, 65);
+    EXPECT_TRUE(std::filesystem::is_empty(at("mine")));
+    writeStereo("music/good.wav", 1);
+    EXPECT_EQ(tarn({"upmix", "-r", "--output-dir", "new/deep", "music"}).exitCode, 65);
+    EXPECT_EQ(filesIn("new/deep"), Names{"good.wav-3.0.wav"});
 }
 
 TEST_F(Batch, OutputDirIsADirectoryEvenForOneFile)
 {
     writeStereo("a.wav", 1);
     ASSERT_EQ(tarn({"upmix", "--output-dir", "out", "--format", "flac", "a.wav"}).exitCode, 0);
-    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.flac"}));
-    EXPECT_EQ(readAudio(at("out/a-3.0.flac")).info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_FLAC);
+    EXPECT_EQ(filesIn("out"), (Names{"a.wav-3.0.flac"}));
+    EXPECT_EQ(readAudio(at("out/a.wav-3.0.flac")).info.format & SF_FORMAT_TYPEMASK, SF_FORMAT_FLAC);
 }
 
-TEST_F(Batch, InputsThatDifferInTheExtensionKeepIt)
+TEST_F(Batch, NoTwoFilesOfAFolderHaveTheSameOutput)
 {
-    for (const std::string folder : {"music/b", "music/c"}) std::filesystem::create_directories(at(folder));
-    writeStereo("music/b/grow.ogg", 1);
-    writeStereo("music/b/grow.wav", 2);
-    writeStereo("music/b/other.wav", 3);
-    writeStereo("music/c/grow.wav", 4);
-    const Names outputs{"b/grow.ogg-3.0.wav", "b/grow.wav-3.0.wav", "b/other-3.0.wav", "c/grow-3.0.wav"};
-    const Result result = tarn({"upmix", "-r", "--output-dir", "out", "music"});
+    std::filesystem::create_directories(at("music/b"));
+    writeStereo("music/song.wav.wav", 1);
+    ASSERT_EQ(tarn({"upmix", "-r", "--output-dir", "out", "music"}).exitCode, 0);
+    EXPECT_EQ(treeOf("out"), Names{"song.wav.wav-3.0.wav"});
+
+    // New files change no name, and no output of another file counts as theirs.
+    unsigned seed = 1;
+    for (const std::string name : {"song.flac", "song.ogg", "song.wav", "song", "song.dat", "b/song.wav"})
+        writeStereo("music/" + name, name.ends_with("song") || name.ends_with(".dat") ? 1 : ++seed);
+    const Result result =
+        tarn({"upmix", "-r", "--skip-existing", "--output-dir", "out", "music", "music/song", "music/song.dat"});
     EXPECT_EQ(result.exitCode, 0) << result.errors;
-    EXPECT_EQ(treeOf("out"), outputs);
-    EXPECT_EQ(readAudio(at("out/b/grow.ogg-3.0.wav")).info.frames, 9100);
-    EXPECT_EQ(readAudio(at("out/b/grow.wav-3.0.wav")).info.frames, 9200);
+    EXPECT_NE(result.errors.find("1 file skipped"), std::string::npos) << result.errors;
+    EXPECT_EQ(treeOf("out"), (Names{"b/song.wav-3.0.wav", "song-3.0.wav", "song.dat-3.0.wav", "song.flac-3.0.wav",
+                                    "song.ogg-3.0.wav", "song.wav-3.0.wav", "song.wav.wav-3.0.wav"}));
+    EXPECT_EQ(readAudio(at("out/song.flac-3.0.wav")).info.frames, 9200);
+    EXPECT_EQ(readAudio(at("out/song.ogg-3.0.wav")).info.frames, 9300);
+    EXPECT_EQ(readAudio(at("out/song.wav-3.0.wav")).info.frames, 9400);
 
     // The names do not depend on the other inputs.
-    for (const std::string name : {"music/b/grow.ogg", "music/b/grow.wav", "music/b/other.wav"})
+    for (const std::string name : {"music/song.flac", "music/song.wav", "music/song.wav.wav"})
         ASSERT_EQ(tarn({"upmix", "--output-dir", "each", name}).exitCode, 0);
-    EXPECT_EQ(filesIn("each"), (Names{"grow.ogg-3.0.wav", "grow.wav-3.0.wav", "other-3.0.wav"}));
-
-    // Texts and pictures do not count.
-    writeBytes(at("music/c/grow.cue"), "");
-    const Result again = tarn({"upmix", "-r", "--skip-existing", "--output-dir", "out", "music"});
-    EXPECT_EQ(again.exitCode, 0) << again.errors;
-    EXPECT_NE(again.errors.find("4 files skipped"), std::string::npos) << again.errors;
-    EXPECT_EQ(treeOf("out"), outputs);
+    EXPECT_EQ(filesIn("each"), (Names{"song.flac-3.0.wav", "song.wav-3.0.wav", "song.wav.wav-3.0.wav"}));
 }
 
 TEST_F(Batch, OutputsStayWhereTheyAreWhenInputsAreAdded)
@@ -337,7 +353,7 @@ TEST_F(Batch, OutputsStayWhereTheyAreWhenInputsAreAdded)
     writeStereo("g1/a/x.wav", 1);
     writeStereo("g2/a/y.wav", 2);
     ASSERT_EQ(tarn({"upmix", "-r", "--output-dir", "out", "g1", "g2"}).exitCode, 0);
-    EXPECT_EQ(treeOf("out"), (Names{"a/x-3.0.wav", "a/y-3.0.wav"}));
+    EXPECT_EQ(treeOf("out"), (Names{"a/x.wav-3.0.wav", "a/y.wav-3.0.wav"}));
 
     // Only the file whose output exists in the same run is not upmixed.
     writeStereo("g2/a/x.wav", 3);
@@ -346,17 +362,18 @@ TEST_F(Batch, OutputsStayWhereTheyAreWhenInputsAreAdded)
     const Result result =
         tarn({"upmix", "-r", "--skip-existing", "--json", "--output-dir", "out", "g1", "g2", "v.wav"});
     EXPECT_EQ(result.exitCode, 64);
-    EXPECT_NE(result.errors.find("tarn: g2/a/x.wav: would have the same output as g1/a/x.wav, out/a/x-3.0.wav; upmix "
-                                 "it into another --output-dir, or name a folder that contains both files, with "
-                                 "--recursive\n"),
-              std::string::npos)
+    EXPECT_NE(
+        result.errors.find("tarn: g2/a/x.wav: would have the same output as g1/a/x.wav, out/a/x.wav-3.0.wav; upmix "
+                           "it into another --output-dir, or name a folder that contains both files, with "
+                           "--recursive\n"),
+        std::string::npos)
         << result.errors;
     EXPECT_TRUE(result.errors.ends_with("tarn: 2 of 5 files upmixed into out\n"
                                         "tarn: 2 files skipped, because the output is complete\n"
                                         "tarn: 1 file failed, listed above\n"))
         << result.errors;
-    EXPECT_EQ(treeOf("out"), (Names{"a/x-3.0.wav", "a/y-3.0.wav", "a/z-3.0.wav", "v-3.0.wav"}));
-    EXPECT_EQ(readAudio(at("out/a/x-3.0.wav")).info.frames, 9100);
+    EXPECT_EQ(treeOf("out"), (Names{"a/x.wav-3.0.wav", "a/y.wav-3.0.wav", "a/z.wav-3.0.wav", "v.wav-3.0.wav"}));
+    EXPECT_EQ(readAudio(at("out/a/x.wav-3.0.wav")).info.frames, 9100);
     const Json report = Json::parse(result.output);
     EXPECT_EQ(report["failed"], 1);
     EXPECT_EQ(report["files"][1]["input"], "g2/a/x.wav");
@@ -367,7 +384,8 @@ TEST_F(Batch, OutputsStayWhereTheyAreWhenInputsAreAdded)
     std::filesystem::create_directory(at("both"));
     for (const std::string folder : {"g1", "g2"}) std::filesystem::rename(at(folder), at("both/" + folder));
     ASSERT_EQ(tarn({"upmix", "-r", "--output-dir", "mirror", "both"}).exitCode, 0);
-    EXPECT_EQ(treeOf("mirror"), (Names{"g1/a/x-3.0.wav", "g2/a/x-3.0.wav", "g2/a/y-3.0.wav", "g2/a/z-3.0.wav"}));
+    EXPECT_EQ(treeOf("mirror"),
+              (Names{"g1/a/x.wav-3.0.wav", "g2/a/x.wav-3.0.wav", "g2/a/y.wav-3.0.wav", "g2/a/z.wav-3.0.wav"}));
 }
 
 TEST_F(Batch, FileNamedTwiceIsUpmixedOnce)
@@ -379,14 +397,14 @@ TEST_F(Batch, FileNamedTwiceIsUpmixedOnce)
     const Result one = tarn({"upmix", "--output-dir", "one", "a.wav", "./a.wav"});
     EXPECT_EQ(one.exitCode, 0);
     EXPECT_EQ(one.errors.find("tarn: ./a.wav: is named twice and used once\n"), 0u) << one.errors;
-    EXPECT_EQ(filesIn("one"), Names{"a-3.0.wav"});
+    EXPECT_EQ(filesIn("one"), Names{"a.wav-3.0.wav"});
 
     const Result folders = tarn({"upmix", "-r", "--json", "--output-dir", "out", "music", at("music/d.wav"), "music/b",
                                  "music/../music/b/c.wav"});
     EXPECT_EQ(folders.exitCode, 0);
     EXPECT_EQ(folders.errors.find("tarn: " + at("music/d.wav") + " and 2 more: are named twice and used once\n"), 0u)
         << folders.errors;
-    EXPECT_EQ(treeOf("out"), (Names{"b/c-3.0.wav", "d-3.0.wav"}));
+    EXPECT_EQ(treeOf("out"), (Names{"b/c.wav-3.0.wav", "d.wav-3.0.wav"}));
     EXPECT_EQ(Json::parse(folders.output)["files"].size(), 2u);
 }
 
@@ -394,12 +412,12 @@ TEST_F(Batch, OutputsThatAreInputsAreRefusedBeforeAnythingIsWritten)
 {
     writeStereo("a.wav", 1);
     writeStereo("b.wav", 2);
-    writeStereo("a-3.0.wav", 3);
-    const std::string before = bytesOf(at("a-3.0.wav"));
-    expectRefusal({"upmix", "--force", "--output-dir", ".", "a.wav", "a-3.0.wav", "b.wav"}, 64,
-                  "tarn: ./a-3.0.wav: would be the output of a.wav and is an input itself\n"
+    writeStereo("a.wav-3.0.wav", 3);
+    const std::string before = bytesOf(at("a.wav-3.0.wav"));
+    expectRefusal({"upmix", "--force", "--output-dir", ".", "a.wav", "a.wav-3.0.wav", "b.wav"}, 64,
+                  "tarn: ./a.wav-3.0.wav: would be the output of a.wav and is an input itself\n"
                   "tarn: outputs would replace inputs, so nothing was written; choose another --output-dir\n");
-    EXPECT_EQ(bytesOf(at("a-3.0.wav")), before);
+    EXPECT_EQ(bytesOf(at("a.wav-3.0.wav")), before);
 }
 
 TEST_F(Batch, RecursiveMirrorsFolders)
@@ -417,7 +435,7 @@ TEST_F(Batch, RecursiveMirrorsFolders)
     std::filesystem::create_symlink(at("elsewhere/e.wav"), at("music/c.wav"));
     ASSERT_EQ(mkfifo(at("music/pipe.wav").c_str(), 0600), 0);
 
-    const Names outputs{"a-3.0.wav", "b/a-3.0.wav", "b/deep/x-3.0.wav", "c-3.0.wav"};
+    const Names outputs{"a.wav-3.0.wav", "b/a.wav-3.0.wav", "b/deep/x.WAV-3.0.wav", "c.wav-3.0.wav"};
     for (const std::string name : {"music", "music/", "./music"}) {
         const Result result = tarn({"upmix", "-r", "--json", "--output-dir", "out", "--force", name});
         ASSERT_EQ(result.exitCode, 0) << result.errors;
@@ -425,9 +443,10 @@ TEST_F(Batch, RecursiveMirrorsFolders)
         Names order;
         const Json report = Json::parse(result.output);
         for (const Json& file : report["files"]) order.push_back(file["output"]);
-        EXPECT_EQ(order, (Names{"out/a-3.0.wav", "out/b/a-3.0.wav", "out/b/deep/x-3.0.wav", "out/c-3.0.wav"}));
+        EXPECT_EQ(order,
+                  (Names{"out/a.wav-3.0.wav", "out/b/a.wav-3.0.wav", "out/b/deep/x.WAV-3.0.wav", "out/c.wav-3.0.wav"}));
     }
-    EXPECT_EQ(readAudio(at("out/b/a-3.0.wav")).info.frames, 9200);
+    EXPECT_EQ(readAudio(at("out/b/a.wav-3.0.wav")).info.frames, 9200);
 
     // The next run does not read outputs inside the folder as inputs.
     for (int run = 0; run < 2; ++run)
@@ -437,7 +456,7 @@ TEST_F(Batch, RecursiveMirrorsFolders)
     // Files and folders can be mixed.
     const Result both = tarn({"upmix", "-r", "--output-dir", "both", "elsewhere/e.wav", "music/b"});
     ASSERT_EQ(both.exitCode, 0) << both.errors;
-    EXPECT_EQ(treeOf("both"), (Names{"a-3.0.wav", "deep/x-3.0.wav", "e-3.0.wav"}));
+    EXPECT_EQ(treeOf("both"), (Names{"a.wav-3.0.wav", "deep/x.WAV-3.0.wav", "e.wav-3.0.wav"}));
 }
 
 TEST_F(Batch, BrokenLinksAreErrors)
@@ -450,7 +469,7 @@ TEST_F(Batch, BrokenLinksAreErrors)
     EXPECT_EQ(result.exitCode, 66);
     EXPECT_EQ(result.errors, "tarn: music/b.flac: is a broken symbolic link to gone.flac; restore that file, or remove "
                              "the link\n");
-    EXPECT_EQ(filesIn("out"), Names{"a-3.0.wav"});
+    EXPECT_EQ(filesIn("out"), Names{"a.wav-3.0.wav"});
 }
 
 TEST_F(Batch, RecursiveCountsUnreadableFiles)
@@ -505,13 +524,13 @@ TEST_F(Batch, ExistingOutputsAreReplacedOnlyWithForce)
     writeStereo("a.wav", 1);
     writeStereo("b.wav", 2);
     std::filesystem::create_directory(at("out"));
-    writeBytes(at("out/a-3.0.wav"), "precious");
+    writeBytes(at("out/a.wav-3.0.wav"), "precious");
     const Result refused = tarn({"upmix", "--output-dir", "out", "a.wav", "b.wav"});
     EXPECT_EQ(refused.exitCode, 64);
-    EXPECT_EQ(bytesOf(at("out/a-3.0.wav")), "precious");
-    EXPECT_EQ(filesIn("out"), (Names{"a-3.0.wav", "b-3.0.wav"}));
+    EXPECT_EQ(bytesOf(at("out/a.wav-3.0.wav")), "precious");
+    EXPECT_EQ(filesIn("out"), (Names{"a.wav-3.0.wav", "b.wav-3.0.wav"}));
     EXPECT_EQ(tarn({"upmix", "--force", "--output-dir", "out", "a.wav", "b.wav"}).exitCode, 0);
-    EXPECT_EQ(readAudio(at("out/a-3.0.wav")).info.frames, 9100);
+    EXPECT_EQ(readAudio(at("out/a.wav-3.0.wav")).info.frames, 9100);
 }
 
 TEST_F(Batch, ConflictingOptionsAreRefused)

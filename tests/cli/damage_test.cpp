@@ -252,8 +252,8 @@ TEST_F(Damage, LossInOneOfManyFilesSetsTheExitCode)
     cut("a.wav", 44 + 4 * 1000);
     const Result result = tarn({"upmix", "--output-dir", "out", "--json", "a.wav", "b.wav"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(readAudio(at("out/a-3.0.wav")).info.frames, 1000);
-    EXPECT_EQ(readAudio(at("out/b-3.0.wav")).info.frames, 2 * kRate);
+    EXPECT_EQ(readAudio(at("out/a.wav-3.0.wav")).info.frames, 1000);
+    EXPECT_EQ(readAudio(at("out/b.wav-3.0.wav")).info.frames, 2 * kRate);
     const auto report = nlohmann::json::parse(result.output);
     EXPECT_EQ(report["failed"], 0);
     EXPECT_TRUE(report["files"][0].contains("loss"));

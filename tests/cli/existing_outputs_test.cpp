@@ -115,8 +115,11 @@ TEST_F(ExistingOutputs, LossOfACutInputIsReportedAgain)
         ASSERT_EQ(first.exitCode, exitCode);
         const Result again = tarn({"upmix", "--quiet", "--json", "--skip-existing", input, "out.wav"});
         EXPECT_EQ(again.exitCode, exitCode);
-        EXPECT_NE(first.errors, "");
-        EXPECT_EQ(again.errors, first.errors);
+        EXPECT_EQ(first.errors.find("follows its audio"), std::string::npos) << "the rest of a page is no file";
+        const std::string upmixed = "; the rest is upmixed";
+        ASSERT_NE(first.errors.find(upmixed), std::string::npos) << first.errors;
+        std::string expected = first.errors;
+        EXPECT_EQ(again.errors, expected.erase(expected.find(upmixed), upmixed.size()));
         const Json report = Json::parse(again.output);
         EXPECT_EQ(report["skipped"], true);
         EXPECT_EQ(report["exit_code"], exitCode);
@@ -198,7 +201,7 @@ TEST_F(ExistingOutputs, SkippedFilesOfABatchAreCounted)
 {
     for (const std::string name : {"b.wav", "c.wav", "d.wav"}) std::filesystem::copy(at("in.wav"), at(name));
     ASSERT_EQ(tarn({"upmix", "--output-dir", "out", "in.wav", "b.wav", "c.wav"}).exitCode, 0);
-    std::filesystem::resize_file(at("out/b-3.0.wav"), 10000);
+    std::filesystem::resize_file(at("out/b.wav-3.0.wav"), 10000);
     const Result result =
         tarn({"upmix", "--skip-existing", "--json", "--output-dir", "out", "in.wav", "b.wav", "c.wav", "d.wav"});
     EXPECT_EQ(result.exitCode, 64);
@@ -207,13 +210,13 @@ TEST_F(ExistingOutputs, SkippedFilesOfABatchAreCounted)
                                  "tarn: 1 file failed, listed above\n"),
               std::string::npos)
         << result.errors;
-    EXPECT_NE(result.errors.find("out/b-3.0.wav: exists and is not a complete upmix of b.wav: its end is missing"),
+    EXPECT_NE(result.errors.find("out/b.wav-3.0.wav: exists and is not a complete upmix of b.wav: its end is missing"),
               std::string::npos)
         << result.errors;
     const Json report = Json::parse(result.output);
     EXPECT_EQ(report["failed"], 1);
     EXPECT_EQ(report["skipped"], 2);
-    EXPECT_EQ(report["files"][0], (Json{{"input", "in.wav"}, {"output", "out/in-3.0.wav"}, {"skipped", true}}));
+    EXPECT_EQ(report["files"][0], (Json{{"input", "in.wav"}, {"output", "out/in.wav-3.0.wav"}, {"skipped", true}}));
     EXPECT_EQ(report["files"][1]["exit_code"], 64);
     EXPECT_EQ(report["files"][2]["skipped"], true);
     EXPECT_EQ(report["files"][3]["frames"], 50000);

@@ -118,6 +118,18 @@ TEST_F(FlacBlocks, PositionsAreReportedAfterRateConversion)
     EXPECT_EQ(read("out.flac"), (Blocks{{kApplication, "testcontents"}}));
 }
 
+TEST_F(FlacBlocks, CueSheetIsLeftOutWithNoAlign)
+{
+    write("in.flac", {{kApplication, "testcontents"}, {kCueSheet, sheet}});
+    const Result result = tarn({"upmix", "--no-align", "in.flac", "out.flac"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_NE(
+        result.errors.find("tarn: in.flac: its cue sheet does not allow for the delay of --no-align and is left out\n"),
+        std::string::npos)
+        << result.errors;
+    EXPECT_EQ(read("out.flac"), (Blocks{{kApplication, "testcontents"}}));
+}
+
 TEST_F(FlacBlocks, BlocksOfAnotherContainerAreLeftOut)
 {
     write("in.flac",

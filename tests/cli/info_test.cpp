@@ -393,8 +393,8 @@ TEST_F(Info, InterruptedRunPrintsItsReport)
     // The status line of the terminal does not exist here, so the test waits for a file that follows the first one.
     int output[2];
     ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
-    Process process({.arguments = {"info", "--json", "-j", "1", "a.wav", "missing.wav", "hours.au"}}, directory,
-                    STDIN_FILENO, output[1], output[1]);
+    Process process({.arguments = {"info", "--json", "-j", "1", "a.wav", "missing.wav", "hours.au", "b.wav"}},
+                    directory, STDIN_FILENO, output[1], output[1]);
     close(output[1]);
     char text[4000];
     ASSERT_GT(read(output[0], text, sizeof text), 0) << "the note about the missing file";
@@ -403,10 +403,15 @@ TEST_F(Info, InterruptedRunPrintsItsReport)
     for (ssize_t got = 0; (got = read(output[0], text, sizeof text)) > 0;)
         report.append(text, static_cast<std::size_t>(got));
     close(output[0]);
-    const Json files = Json::parse(report).at("files");
-    ASSERT_EQ(files.size(), 2u);
+    const Json json = Json::parse(report);
+    EXPECT_EQ(json.at("not_tried"), 2);
+    const Json& files = json.at("files");
+    ASSERT_EQ(files.size(), 4u);
     EXPECT_EQ(files[0]["frames"], 5000);
     EXPECT_EQ(files[1]["exit_code"], 66);
+    EXPECT_EQ(files[2], (Json{{"input", "hours.au"}, {"not_tried", true}}));
+    EXPECT_EQ(files[3], (Json{{"input", "b.wav"}, {"not_tried", true}}));
+    EXPECT_EQ(Json::parse(tarn({"info", "--json", "a.wav"}).output)["not_tried"], 0);
 }
 
 TEST_F(Info, LineNamesOppositeBands)

@@ -169,7 +169,7 @@ TEST_F(Interruption, BatchReportsDoneCountAndFirstMissingFile)
             batch.arguments.insert(batch.arguments.end(), inputs.begin(), inputs.end());
             Process process(batch, directory, input[0], sink, errors[1]);
             close(errors[1]);
-            const std::string temporary = jobs == "1" ? ".b-3.0.wav" : ".c-3.0.wav";
+            const std::string temporary = jobs == "1" ? ".b.w64-3.0.wav" : ".c.w64-3.0.wav";
             ASSERT_TRUE(appearsNamed(temporary));
             expectDeathBy(signalNumber, process);
             char text[1000];
@@ -189,12 +189,12 @@ TEST_F(Interruption, BatchPrintsItsReport)
     Process process({.arguments = {"upmix", "--json", "--output-dir", ".", "a.wav", "b.w64", "c.w64"}}, directory,
                     input[0], report, sink);
     close(report);
-    ASSERT_TRUE(appearsNamed(".b-3.0.wav"));
+    ASSERT_TRUE(appearsNamed(".b.w64-3.0.wav"));
     expectDeathBy(SIGINT, process);
     const nlohmann::json json = nlohmann::json::parse(bytesOf(at("report.json")));
     EXPECT_EQ(json["not_tried"], 2);
     ASSERT_EQ(json["files"].size(), 3u);
-    EXPECT_EQ(json["files"][0]["output"], "./a-3.0.wav");
+    EXPECT_EQ(json["files"][0]["output"], "./a.wav-3.0.wav");
     EXPECT_EQ(json["files"][0]["frames"], 5000);
     EXPECT_EQ(json["files"][1], (nlohmann::json{{"input", "b.w64"}, {"not_tried", true}}));
 }

@@ -99,9 +99,9 @@ TEST_F(OutputFiles, DevicesAndDirectoriesAreRefused)
     EXPECT_EQ(shell("\"$TARN\" upmix in.wav - > /dev/null").exitCode, 0);
     std::filesystem::remove(at("pipe.wav"));
     expectRefusal(tarn({"upmix", "--force", "in.wav", "folder.wav"}), 64, "folder.wav: is a folder; type: ");
-    std::filesystem::create_directories(at("out/in-3.0.wav"));
+    std::filesystem::create_directories(at("out/in.wav-3.0.wav"));
     expectRefusal(tarn({"upmix", "--force", "--output-dir", "out", "in.wav"}), 73,
-                  "out/in-3.0.wav: exists and is not a regular file");
+                  "out/in.wav-3.0.wav: exists and is not a regular file");
     std::filesystem::remove_all(at("out"));
     expectRefusal(tarn({"upmix", "--force", "in.wav", "broken.wav"}), 73, "is a broken symbolic link");
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));

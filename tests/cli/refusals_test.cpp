@@ -39,7 +39,21 @@ TEST_F(Refusals, InputsThatCannotBeOpened)
     expectBadInput("missing.wav", 66, "cannot be opened: No such file or directory");
     std::filesystem::create_directory(at("folder"));
     expectBadInput("/dev/zero", 66, "is a device");
-    expectBadInput("/dev/null", 65, "is empty, 0 bytes");
+    expectBadInput("/dev/null", 65, "is an empty device; name an audio file, or a pipe with one\n");
+    const Result input = shell("\"$TARN\" info - < /dev/null");
+    EXPECT_EQ(input.errors, "tarn: standard input: is an empty device; name an audio file, or a pipe with one\n");
+}
+
+TEST_F(Refusals, MpegWithoutACompleteFrame)
+{
+    writeStereo("in.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III);
+    const std::string mpeg = bytesOf(at("in.mp3"));
+    for (const std::size_t bytes : {100u, 300u, 500u}) {
+        writeBytes(at("in.mp3"), mpeg.substr(0, bytes));
+        expectBadInput("in.mp3", 65,
+                       "is not an audio file that can be read (it begins like MPEG audio and ends before its first "
+                       "complete frame of audio); check where it comes from");
+    }
 }
 
 TEST_F(Refusals, FoldersSuggestACommand)

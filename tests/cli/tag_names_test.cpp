@@ -3,6 +3,9 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
+#include <map>
+#include <string>
+
 #include <apetag.h>
 #include <attachedpictureframe.h>
 #include <commentsframe.h>
@@ -220,6 +223,37 @@ TEST_F(TagNames, Id3v2BeforeOggAndFlacIsKept)
         EXPECT_EQ(flacText("TITLE"), "A title") << input;
         EXPECT_EQ(flacText("COMPOSER"), "A composer") << input;
     }
+}
+
+TEST_F(TagNames, CommentsAndLyricsKeepTheirLanguage)
+{
+    const auto in = [](auto* frame, const char* text, const char* language) {
+        frame->setText(text);
+        frame->setLanguage(language);
+        return frame;
+    };
+    using TagLib::ID3v2::CommentsFrame;
+    using TagLib::ID3v2::UnsynchronizedLyricsFrame;
+    auto* const described = in(new CommentsFrame(String::UTF8), "Beschrieben", "ger");
+    described->setDescription("Review");
+    addFrames({in(new CommentsFrame(String::UTF8), "A comment", "eng"),
+               in(new CommentsFrame(String::UTF8), "Ein Kommentar", "deu"), described,
+               in(new UnsynchronizedLyricsFrame(String::UTF8), "Paroles", "fra")});
+    const Result result = tarn({"upmix", "in.mp3", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    TagLib::RIFF::WAV::File wave(at("out.wav").c_str());
+    std::map<std::string, std::string> languages;
+    for (const Frame* frame : wave.ID3v2Tag()->frameList("COMM")) {
+        const auto* const found = dynamic_cast<const CommentsFrame*>(frame);
+        languages[found->text().to8Bit(true)] = std::string(found->language().data(), 3);
+    }
+    for (const Frame* frame : wave.ID3v2Tag()->frameList("USLT")) {
+        const auto* const found = dynamic_cast<const UnsynchronizedLyricsFrame*>(frame);
+        languages[found->text().to8Bit(true)] = std::string(found->language().data(), 3);
+    }
+    EXPECT_EQ(languages,
+              (std::map<std::string, std::string>{
+                  {"A comment", "eng"}, {"Beschrieben", "ger"}, {"Ein Kommentar", "deu"}, {"Paroles", "fra"}}));
 }
 
 } // namespace tarn_cli

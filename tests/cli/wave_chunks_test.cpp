@@ -58,6 +58,13 @@ protected:
         return contents + "A tag text\r\n";
     }
 
+    /// Makes a smpl chunk with one loop.
+    static std::string loop(std::uint32_t begin, std::uint32_t end)
+    {
+        return std::string(28, '\1') + number(1) + number(0) + number(7) + number(0) + number(begin) + number(end) +
+               std::string(8, '\0');
+    }
+
     const std::string scene = "<SCENE>12</SCENE><NOTE>A note</NOTE>";
     const std::string speed = "<SPEED><FILE_SAMPLE_RATE>44100</FILE_SAMPLE_RATE></SPEED>";
     const std::string ofStereo = "<TRACK_LIST><TRACK><NAME>Boom</NAME></TRACK></TRACK_LIST>";
@@ -152,7 +159,7 @@ TEST_F(WaveChunks, MarkersAreKeptInWaveAndReportedForOtherOutputs)
     writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     const std::string cue = number(1) + number(1) + number(1234) + "data" + number(0) + number(0) + number(1234);
     const std::string labels = "adtllabl" + number(12) + number(1) + std::string("A marker", 8);
-    const std::string loops(60, '\1');
+    const std::string loops = loop(100, 2000);
     appendChunks("in.wav", {{"cue ", cue}, {"LIST", labels}, {"smpl", loops}});
     const Result wave = tarn({"upmix", "in.wav", "out.wav"});
     EXPECT_EQ(wave.errors.find("left out"), std::string::npos) << wave.errors;
@@ -172,6 +179,60 @@ TEST_F(WaveChunks, MarkersAreKeptInWaveAndReportedForOtherOutputs)
             << converted.errors;
         EXPECT_EQ(chunkOf("96.wav", name.substr(0, 3) == "cue" ? "cue " : name.substr(0, 4).c_str()), "0 chunks");
     }
+}
+
+TEST_F(WaveChunks, MarkersStayOnTheirAudioWithNoAlign)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    const auto cue = [](std::uint32_t frame, std::uint32_t inPlayList, std::uint32_t frameWithList) {
+        return number(2) + number(1) + number(frame) + "data" + number(0) + number(0) + number(frame) + number(2) +
+               number(inPlayList) + "data" + number(0) + number(0) + number(frameWithList);
+    };
+    const std::string labels = "adtlltxt" + number(20) + number(1) + number(50) + std::string(12, '\0');
+    appendChunks("in.wav",
+                 {{"cue ", cue(1234, 7, 2000)}, {"LIST", labels}, {"smpl", loop(100, 0xffffff00)}, {"cart", cart()}});
+    const Result result = tarn({"upmix", "--no-align", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(chunkOf("out.wav", "cue "), cue(1234 + 960, 7, 2000 + 960));
+    EXPECT_EQ(chunkOf("out.wav", "LIST"), labels);
+    EXPECT_EQ(chunkOf("out.wav", "smpl"), loop(100 + 960, 0xffffffff));
+    EXPECT_EQ(chunkOf("out.wav", "cart"),
+              cart().replace(688, 4, number(4410 + 960)).replace(744, 4, number(44100 + 960)));
+}
+
+TEST_F(WaveChunks, InvalidChunksAreLeftOutAndNamed)
+{
+    const std::string point = number(1) + number(9) + "data" + number(0) + number(0) + number(9);
+    for (const auto& [mark, contents, printed] : std::vector<std::tuple<std::string, std::string, std::string>>{
+             {"cue ", number(2) + point, "cue"},
+             {"cue ", "abc", "cue"},
+             {"cue ", number(0xffffffff) + point, "cue"},
+             {"smpl", loop(1, 2).substr(0, 59), "smpl"},
+             {"smpl", "short", "smpl"},
+             {"LIST", "adtllabl" + number(13) + number(1) + std::string("A marker", 8), "LIST adtl"},
+             {"LIST", "adtllabl" + number(2) + "ab", "LIST adtl"},
+             {"iXML", "<BWFXML><SCENE>1</BWFXML>", "iXML"},
+             {"iXML", "<BWFXML>\xff</BWFXML>", "iXML"},
+             {"iXML", "no XML", "iXML"}}) {
+        writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+        appendChunks("in.wav", {{mark, contents}});
+        const Result result = tarn({"upmix", "--force", "in.wav", "out.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_NE(result.errors.find("tarn: in.wav: its chunks " + printed + " are invalid and are left out\n"),
+                  std::string::npos)
+            << contents << result.errors;
+        EXPECT_EQ(chunkOf("out.wav", mark.c_str()), "0 chunks") << contents;
+    }
+}
+
+TEST_F(WaveChunks, PaddedIxmlIsKept)
+{
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+    const std::string xml =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<BWFXML>" + scene + "</BWFXML>\n" + std::string(100, '\0');
+    appendChunks("in.wav", {{"iXML", xml}});
+    EXPECT_EQ(tarn({"upmix", "in.wav", "out.wav"}).errors.find("left out"), std::string::npos);
+    EXPECT_EQ(chunkOf("out.wav", "iXML"), xml);
 }
 
 TEST_F(WaveChunks, OtherChunksOfAiffW64AndCafAreReported)
