@@ -38,14 +38,14 @@ INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - reads a pipe.
 OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
 
   --layout NAME      2.0, 3.0 (default), 5.1, 7.1, or 7.1-remap --remap FILE
-  --preset NAME      film (default), music, voice or plain; sets these three:
+  --preset NAME      film (default), music, voice or plain; sets these four:
   --centre DB        voices, -60 to 12      --width W    of the centre, 0 to 1
-  --surrounds DB     -60 to 12, or off      --mode NAME  fast (default) or calm
+  --surrounds DB     -60 to 12, or off      --gain DB    -60 to 18
+  --loudness-match   as loud as INPUT       --no-limiter clip peaks
+  --mode NAME        fast (default), calm   --bypass     plain stereo
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next supported
-  --gain DB          -60 to 18              --loudness-match  as loud as INPUT
-  --bypass           plain stereo           --no-align   keep delay, 960 frames
-  --raw RATE:BITS    - is raw PCM of this format, such as 48000:16
+  --raw RATE:BITS    - is raw PCM           --no-align   keep delay, 960 frames
   --output-dir DIR   for many INPUTs: song.mp3 becomes DIR/song.mp3-3.0.wav
   --format NAME      wav or flac, in DIR    -r, --recursive   folders as well
   -j, --jobs N       parallel jobs          --skip-existing   keep complete ones
@@ -53,7 +53,6 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --json             print a report         --quiet      errors and warnings
   --help-all         every option
 
-  tarn upmix song.mp3 song-3.0.wav
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music
 man tarn-upmix describes layouts, matrices, tags, reports and streams.
 )";

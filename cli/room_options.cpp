@@ -1,4 +1,4 @@
-// The options of tarn upmix for the centre and the surround channels.
+// The options of tarn upmix for centre, surround channels and level.
 // SPDX-License-Identifier: MIT
 #include "cli/room_options.h"
 
@@ -57,8 +57,9 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
 {
     command
         .add_option("--preset", options.preset,
-                    "Settings of --centre, --width and --surrounds: film\n"
-                    "(default), music, voice or plain")
+                    "Settings of --centre, --width, --surrounds and --gain:\n"
+                    "film (default), music, voice, or plain for the output\n"
+                    "of the engine")
         ->type_name("NAME")
         ->check(oneOf(presetNames(), "--preset voice"));
     command.add_option("--centre", options.centreDb, "Gain of the centre in dB, -60 to 12: louder or softer\nvoices")
@@ -76,6 +77,11 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "to 12, or off")
         ->type_name("DB")
         ->check(channelGainOrOff("--surrounds -6"));
+    command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
+        ->type_name("DB")
+        ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
+    command.add_flag("--no-limiter", options.noLimiter, "Clip instead of limiting the true peak")
+        ->disable_flag_override();
 }
 
 void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool bypass)
@@ -92,9 +98,12 @@ void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool byp
         refuse("--surrounds", "--layout " + name + " has no surround channels; add --layout 5.1, or leave it out");
 }
 
-zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options)
+zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& layout)
 {
     zrk_tarn::RoomSettings settings = zrk_tarn::presetNamed(options.preset)->settings;
+    if (layout.remapped || layout.hasSource(OutputSlot::Source::Dialogue)) settings.gainDb = 0.0;
+    if (layout.remapped || options.noLimiter) settings.limiter = false;
+    settings.gainDb = options.gainDb.value_or(settings.gainDb);
     settings.centreDb = options.centreDb.value_or(settings.centreDb);
     settings.width = options.width.value_or(settings.width);
     if (options.surrounds == kOff) {

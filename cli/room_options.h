@@ -1,4 +1,4 @@
-// The options of tarn upmix for the centre and the surround channels.
+// The options of tarn upmix for centre, surround channels and level.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -20,6 +20,8 @@ struct RoomOptions
     std::optional<double> centreDb;
     std::optional<double> width;
     std::optional<std::string> surrounds; ///< a level in dB, or off
+    std::optional<double> gainDb;         ///< make-up gain
+    bool noLimiter = false;
 };
 
 /// Adds the options to a command.
@@ -28,7 +30,8 @@ void addRoomOptions(CLI::App& command, RoomOptions& options);
 /// Refuses options that have no effect on the layout, or in bypass. Throws Failure (EX_USAGE).
 void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool bypass);
 
-/// The settings that the options stand for.
-zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options);
+/// The settings that the options stand for. In a layout for two loudspeakers, which the upmix does not make softer, and
+/// in a remapped layout, whose matrix sets the levels, the gain is 0 dB by default. A remapped layout has no limiter.
+zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& layout);
 
 } // namespace tarn

@@ -10,7 +10,6 @@
 #include "cli/option_checks.h"
 #include "cli/text.h"
 #include "cli/upmix_command.h"
-#include "stream/gain.h"
 #include "stream/steering_mode_names.h"
 
 #include <algorithm>
@@ -84,9 +83,6 @@ void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
         ->type_name("NAME")
         ->transform(CLI::Transformer({{"1", "fast"}, {"2", "calm"}}).description("")) // former names
         ->check(oneOf(modeNames(), "--mode calm"));
-    upmix->add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18")
-        ->type_name("DB")
-        ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
     addRoomOptions(*upmix, options.room);
     upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
         ->disable_flag_override();

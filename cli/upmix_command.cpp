@@ -64,11 +64,10 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
     return format;
 }
 
-EngineSettings engineSettings(const UpmixOptions& options)
+EngineSettings engineSettings(const UpmixOptions& options, const Layout& layout)
 {
     return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
-            .room = roomSettingsOf(options.room),
-            .gain = zrk_tarn::gainFactor(options.gainDb.value_or(0.0)),
+            .room = options.bypass ? zrk_tarn::RoomSettings{} : roomSettingsOf(options.room, layout),
             .bypass = options.bypass};
 }
 
@@ -158,8 +157,10 @@ double processAll(const UpmixOptions& options, const char* label, AudioSource& s
 
 /// Measures the loudness of input and output at unity gain, then rewinds the source.
 LoudnessReport measureLoudness(const UpmixOptions& options, const Layout& layout, StreamFormat format,
-                               const EngineSettings& settings, AudioSource& source)
+                               EngineSettings settings, AudioSource& source)
 {
+    settings.room.gainDb = 0.0;
+    settings.room.limiter = false;
     LoudnessMeter input(format.sampleRate);
     LoudnessSink output(layout, format.sampleRate, nullptr);
     Upmixer upmixer(layout, format, settings, true, output);
@@ -227,7 +228,7 @@ UpmixReport upmix(const UpmixOptions& options)
     Layout layout = layoutNamed(options.layout);
     std::optional<StreamFormat> raw;
     if (options.raw) raw = parseRawFormat(*options.raw);
-    EngineSettings settings = engineSettings(options);
+    EngineSettings settings = engineSettings(options, layout);
     const RemapSlots columns = applyRemap(options, layout, settings);
 
     const auto source = openSource(options, raw);
@@ -239,15 +240,13 @@ UpmixReport upmix(const UpmixOptions& options)
     UpmixReport report{.layout = &layoutNamed(options.layout),
                        .format = format,
                        .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
-                       .gainDb = options.gainDb.value_or(0.0),
                        .room = settings.room,
                        .bypass = options.bypass};
     AudioSink* output = sink.get();
     std::optional<LoudnessSink> loudness;
     if (options.loudnessMatch) {
         report.loudness = measureLoudness(options, layout, format, settings, *source);
-        report.gainDb = matchingGainDb(options, *report.loudness);
-        settings.gain = zrk_tarn::gainFactor(report.gainDb);
+        settings.room.gainDb = report.room.gainDb = matchingGainDb(options, *report.loudness);
         output = &loudness.emplace(layout, format.sampleRate, output);
     }
     std::optional<LevelSink> levels;
@@ -262,7 +261,10 @@ UpmixReport upmix(const UpmixOptions& options)
     sink->finish();
 
     report.frames = upmixer.frames();
-    report.clipped = upmixer.clipped();
+    const zrk_tarn::StreamMeters meters = upmixer.meters();
+    report.clipped = meters.saturated;
+    report.limitedBlocks = meters.limitedBlocks;
+    report.limiterGain = static_cast<double>(meters.smallestLimiterGain);
     if (wraps) report.wrapped = wraps->wrapped();
     if (levels) report.levels = levels->levels();
     if (loudness) report.loudness->output = loudness->meter().integrated();

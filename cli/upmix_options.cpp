@@ -60,9 +60,9 @@ void checkOptions(const UpmixOptions& options)
 {
     if (options.input.empty() || options.output.empty())
         throw Failure(EX_USAGE, "an empty file name; name a file, or - for a stream");
-    if (options.bypass && (options.gainDb || options.loudnessMatch))
+    if (options.bypass && (options.room.gainDb || options.loudnessMatch))
         throw Failure(EX_USAGE, "--bypass: leaves the samples as they are; leave out --gain and --loudness-match");
-    if (options.gainDb && options.loudnessMatch)
+    if (options.room.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     checkRemap(options);
     checkRoomOptions(options.room, layoutNamed(options.layout), options.bypass);

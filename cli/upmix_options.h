@@ -30,7 +30,6 @@ struct UpmixOptions
         rate;                  ///< of the output, Hz; default: the input's, or the next that the engine supports
     bool strict = false;       ///< refuse a damaged input
     std::string mode = "fast"; ///< name of a steering mode
-    std::optional<double> gainDb;
     bool loudnessMatch = false;
     RoomOptions room;
     bool bypass = false;

@@ -25,11 +25,12 @@ std::string summary(const UpmixOptions& options, const UpmixReport& report)
 
 std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
 {
-    const std::string gain = formatted("%+.2f dB", report.gainDb);
+    const std::string gain = formatted("%+.2f dB", report.room.gainDb);
     return std::to_string(report.clipped) + " samples were beyond full scale" +
-           (report.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
+           (report.room.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
            (options.loudnessMatch ? "give --gain with less than " + gain + " instead of --loudness-match"
-                                  : "give a smaller --gain");
+            : report.room.limiter ? "give a smaller --gain"
+                                  : "give a smaller --gain, or leave out --no-limiter");
 }
 
 Json channelsOf(const UpmixReport& report)
@@ -62,6 +63,14 @@ void addRoom(Json& json, const UpmixReport& report)
         json["surrounds_db"] = report.room.surroundDb ? Json(*report.room.surroundDb) : Json();
 }
 
+/// Null without the limiter.
+Json limiterOf(const UpmixReport& report)
+{
+    if (!report.room.limiter) return {};
+    const double frames = 64.0 * static_cast<double>(report.limitedBlocks);
+    return {{"seconds", frames / report.format.sampleRate}, {"largest_reduction_db", -decibels(report.limiterGain)}};
+}
+
 void addLoss(Json& json, const UpmixReport& report)
 {
     if (!report.loss) return;
@@ -87,7 +96,7 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
         if (report.loudness)
             printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
                       " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
-                      formatted("%+.2f", report.gainDb) + " dB");
+                      formatted("%+.2f", report.room.gainDb) + " dB");
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
     if (report.clipped > 0) printNote(output + ": " + clippingNote(options, report));
@@ -109,7 +118,8 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"seconds", static_cast<double>(report.frames) / report.format.sampleRate},
                  {"delay_frames", report.delayFrames},
                  {"bypass", report.bypass},
-                 {"gain_db", report.gainDb},
+                 {"gain_db", report.room.gainDb},
+                 {"limiter", limiterOf(report)},
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
     addRoom(json, report);

@@ -34,11 +34,12 @@ struct UpmixReport
     StreamFormat format{};
     std::uint64_t frames = 0;
     std::uint32_t delayFrames = 0; ///< of the output against the input
-    double gainDb = 0.0;
     zrk_tarn::RoomSettings room{};
     bool bypass = false;
     double speed = 0.0;                       ///< times real time
     std::uint64_t clipped = 0;                ///< samples beyond full scale
+    std::uint64_t limitedBlocks = 0;          ///< blocks of 64 frames in which the limiter had an effect
+    double limiterGain = 1.0;                 ///< smallest gain of the limiter
     std::optional<Loss> loss{};               ///< missing or damaged audio of the input
     std::uint64_t wrapped = 0;                ///< samples that wrapped around in the remap mix
     std::vector<ChannelLevel> levels{};       ///< by slot; only with --json

@@ -26,6 +26,7 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat
         .outputSlots = layout.slots,
         .outputs = layout.outputs,
         .mode = settings.mode,
+        .limiter = settings.room.limiter,
     };
     if (layout.remapped) configuration.remap = settings.remap;
     if (!settings.room.surroundDb)
@@ -45,9 +46,10 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
       stereoBytes(kChunkFrames * 2 * streamFormat.bytesPerSample()),
       slotBytes(kChunkFrames * slots * streamFormat.bytesPerSample()),
       samples(kChunkFrames * slots),
-      toSkip(zrk_tarn::UpmixStream::latencyFrames() - (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
+      toSkip(zrk_tarn::UpmixStream::latencyFrames(configurationOf(layout, streamFormat, settings)) -
+             (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
 {
-    stream.setMakeUpGain(settings.gain);
+    stream.setMakeUpGain(zrk_tarn::gainFactor(settings.room.gainDb));
     stream.setBypass(settings.bypass);
     stream.setCentreGain(zrk_tarn::gainFactor(settings.room.centreDb));
     stream.setCentreWidth(static_cast<float>(settings.room.width));

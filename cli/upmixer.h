@@ -19,10 +19,9 @@ namespace tarn
 struct EngineSettings
 {
     zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
-    zrk_tarn::RemapGains remap{}; ///< for remapped layouts
-    zrk_tarn::RoomSettings room{}; ///< of the centre and the surround channels; plain by default
-    float gain = 1.0f;            ///< of the output, 0 to zrk_tarn::kMaxMakeUpGain
-    bool bypass = false;          ///< passes left and right through unchanged
+    zrk_tarn::RemapGains remap{};  ///< for remapped layouts
+    zrk_tarn::RoomSettings room{}; ///< of centre, surround channels and level; plain by default
+    bool bypass = false;           ///< passes left and right through unchanged
 };
 
 /// Upmixes a recording of any length in constant memory: stereo in, slots out.
@@ -43,8 +42,8 @@ public:
     /// Frames pushed so far: the length of the output.
     std::uint64_t frames() const noexcept { return consumed; }
 
-    /// Samples that the gain clipped, counted in whole blocks of 64 frames.
-    std::uint64_t clipped() const noexcept { return stream.meters().saturated; }
+    /// Clipped samples and the work of the limiter, counted in whole blocks of 64 frames.
+    zrk_tarn::StreamMeters meters() const noexcept { return stream.meters(); }
 
 private:
     void deliver(std::size_t frames);

@@ -102,7 +102,7 @@ bool WrapCounter::canWrap(const zrk_tarn::RemapGains& matrix, std::uint32_t bits
 WrapCounter::WrapCounter(StreamFormat format, const EngineSettings& settings, bool align)
     : fullScale(static_cast<double>(fullScaleOf(format.bits))),
       sums(settings.remap, format),
-      plain(layoutNamed("3.0"), format, {.mode = settings.mode}, align, sums)
+      plain(layoutNamed("3.0"), format, {.mode = settings.mode, .room = {}}, align, sums)
 {}
 
 std::uint64_t WrapCounter::wrapped() const noexcept

@@ -21,7 +21,7 @@ _tarn() {
         --remap | --raw | --output-dir | --jobs | -j | --gain | --centre | --width) return ;;
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
-                                        --mode --preset --centre --width --surrounds --gain --loudness-match --bypass --json --no-align --raw
+                                        --mode --preset --centre --width --surrounds --gain --no-limiter --loudness-match --bypass --json --no-align --raw
                                         --rate --strict --force --skip-existing --quiet'
             ;;
         esac

@@ -47,6 +47,9 @@ public:
     /// The first half of mix: applies the make-up gain.
     void amplify(UnroundedRow& wet) const noexcept;
 
+    /// Whether amplify leaves a block as it is.
+    bool isExact() const noexcept { return gain.isSteadyAt(1.0f); }
+
     /// The second half of mix, for an output to which the make-up gain was applied.
     void fade(const UnroundedRow& amplified, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 

@@ -148,7 +148,8 @@ void OutputStage::limitAndFade(const StageBlock& block) noexcept
     Limiter& limiter = limited->limiter;
     const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
     const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
-    const float peak = chosenOperations().findTruePeak(window, rows, static_cast<float>(Limiter::kCeiling));
+    const auto ceiling = static_cast<float>(Limiter::kCeiling);
+    const float peak = isPlainStereo() ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
     limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
 
     using enum OutputSlot::Source;
@@ -158,6 +159,18 @@ void OutputStage::limitAndFade(const StageBlock& block) noexcept
         });
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         std::copy_n(block.inputSlots[slot], kBlockFrames, limited->inputSlots[slot]);
+}
+
+/// Whether the outputs are the input for two loudspeakers. It stays as it is, above the ceiling too.
+bool OutputStage::isPlainStereo() const noexcept
+{
+    bool isDialogue = false;
+    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
+        const OutputSlot::Source source = configuration.outputs[slot].source;
+        if (source == OutputSlot::Source::Engine || source == OutputSlot::Source::Surround) return false;
+        isDialogue = isDialogue || source == OutputSlot::Source::Dialogue;
+    }
+    return isDialogue && centre.isNeutral() && crossfade.isExact();
 }
 
 /// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.

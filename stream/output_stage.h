@@ -84,6 +84,7 @@ private:
     void fillSurroundSlots(const StageBlock& block) noexcept;
     void fillDialogueSlots(const StageBlock& block) noexcept;
     void limitAndFade(const StageBlock& block) noexcept;
+    bool isPlainStereo() const noexcept;
 
     void unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept;
     const Row* dryRow(const StageBlock& block, std::size_t slot) const noexcept;

@@ -1,4 +1,4 @@
-// The presets of user interfaces: named settings of centre and surround channels.
+// The presets of user interfaces: named settings of centre, surround channels and level.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -8,10 +8,12 @@
 namespace zrk_tarn
 {
 
-/// Settings of the centre and the surround channels, in the units of user interfaces.
+/// Settings of centre, surround channels and level, in the units of user interfaces.
 struct RoomSettings
 {
-    double centreDb = 0.0;                 ///< kMinGainDb to kMaxChannelGainDb (stream/gain.h)
+    double gainDb = 0.0;                   ///< make-up gain, kMinGainDb to kMaxGainDb (stream/gain.h)
+    bool limiter = false;                  ///< instead of clipping
+    double centreDb = 0.0;                 ///< kMinGainDb to kMaxChannelGainDb
     double width = 1.0;                    ///< 0 to 1
     std::optional<double> surroundDb = {}; ///< as centreDb; none: surround channels are silent
 };
@@ -22,12 +24,13 @@ struct Preset
     RoomSettings settings;
 };
 
-/// The first one is the default of user interfaces. The library's own default is plain.
+/// The first one is the default of user interfaces. The library's own default is plain, the outputs of the engine. The
+/// gain of +3 dB makes the upmix about as loud as the stereo.
 inline constexpr Preset kPresets[] = {
-    {"film", {.centreDb = 0.0, .width = 1.0, .surroundDb = -3.0}},
-    {"music", {.centreDb = 0.0, .width = 0.6, .surroundDb = -3.0}},
-    {"voice", {.centreDb = 6.0, .width = 1.0, .surroundDb = -9.0}},
-    {"plain", {.centreDb = 0.0, .width = 1.0, .surroundDb = std::nullopt}},
+    {"film", {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 1.0, .surroundDb = -3.0}},
+    {"music", {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 0.6, .surroundDb = -3.0}},
+    {"voice", {.gainDb = 3.0, .limiter = true, .centreDb = 6.0, .width = 1.0, .surroundDb = -9.0}},
+    {"plain", {.gainDb = 0.0, .limiter = false, .centreDb = 0.0, .width = 1.0, .surroundDb = std::nullopt}},
 };
 
 /// The preset of a name; null for another text.

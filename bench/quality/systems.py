@@ -45,7 +45,7 @@ class Tarn:
         with tempfile.TemporaryDirectory() as directory:
             source, result = Path(directory) / "in.wav", Path(directory) / "out.wav"
             soundfile.write(source, stereo, rate, "PCM_24")
-            run_command([self.command, "upmix", "--quiet", "--mode", self.mode, *options, source, result])
+            run_command([self.command, "upmix", "--quiet", "--preset", "plain", "--mode", self.mode, *options, source, result])
             output, _ = soundfile.read(result)
         if output.shape != (len(stereo), 3):
             raise MeasurementError(f"{self.command}: {output.shape} samples out, {stereo.shape} in")

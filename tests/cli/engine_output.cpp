@@ -4,6 +4,7 @@
 
 #include "host/zrk_tarn_processor.h"
 #include "stream/gain.h"
+#include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"
 
 #include <algorithm>
@@ -47,30 +48,40 @@ std::int32_t load(const std::uint8_t* from, std::size_t bytes)
     return static_cast<std::int32_t>(word);
 }
 
-/// Writes the surround channels of a stream into the last two slots of 5.1, at the level of the default preset.
-void fillSurrounds(const Samples& stereo, const EngineRun& run, Samples& output)
+/// The output of a stream with the default preset.
+Samples streamOutput(const Samples& stereo, const EngineRun& run)
 {
     using zrk_tarn::OutputSlot;
     using zrk_tarn::SampleFormat;
+    using enum OutputSlot::Source;
     const std::size_t bytes = run.bits / 8;
+    const std::size_t slots = slotsOf(run.layout);
     const std::size_t frames = stereo.size() / 2;
-    const std::size_t latency = zrk_tarn::UpmixStream::latencyFrames();
-    const std::size_t skipped = run.align ? latency : latency - kDelay;
-    std::vector<std::uint8_t> buffer((frames + skipped) * 2 * bytes);
-    for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &buffer[i * bytes], bytes);
-
     zrk_tarn::StreamConfiguration configuration{.sampleRateHz = run.sampleRate,
                                                 .format = run.bits == 16   ? SampleFormat::S16
                                                           : run.bits == 24 ? SampleFormat::S24
                                                                            : SampleFormat::S32,
-                                                .outputSlots = 2};
-    configuration.outputs = {{{OutputSlot::Source::Surround, 0}, {OutputSlot::Source::Surround, 1}}};
+                                                .outputSlots = static_cast<std::uint32_t>(slots),
+                                                .mode = zrk_tarn::steeringModeNamed(run.mode).value(),
+                                                .limiter = true};
+    if (slots >= 6) configuration.outputs[4] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 2 : 0)};
+    if (slots >= 6) configuration.outputs[5] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 3 : 1)};
+    if (slots == 8) configuration.outputs[6] = {Surround, 0};
+    if (slots == 8) configuration.outputs[7] = {Surround, 1};
+
+    const std::size_t latency = zrk_tarn::UpmixStream::latencyFrames(configuration);
+    const std::size_t skipped = run.align ? latency : latency - kDelay;
+    std::vector<std::uint8_t> input((frames + skipped) * 2 * bytes);
+    std::vector<std::uint8_t> buffer((frames + skipped) * slots * bytes);
+    for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &input[i * bytes], bytes);
     zrk_tarn::UpmixStream stream(configuration);
     stream.setSurroundGain(zrk_tarn::gainFactor(-3.0));
-    stream.process(buffer.data(), buffer.data(), frames + skipped);
-    for (std::size_t i = 0; i < frames; ++i)
-        for (std::size_t side = 0; side < 2; ++side)
-            output[6 * i + 4 + side] = load(&buffer[(2 * (i + skipped) + side) * bytes], bytes);
+    stream.setMakeUpGain(zrk_tarn::gainFactor(3.0));
+    stream.process(input.data(), buffer.data(), frames + skipped);
+    Samples output;
+    for (std::size_t i = skipped * slots; i < buffer.size() / bytes; ++i)
+        output.push_back(load(&buffer[i * bytes], bytes));
+    return output;
 }
 
 } // namespace
@@ -82,6 +93,7 @@ std::size_t slotsOf(const std::string& layout)
 
 Samples engineOutput(const Samples& stereo, const EngineRun& run)
 {
+    if (!run.plain && run.layout != "7.1-remap") return streamOutput(stereo, run);
     const std::size_t slots = slotsOf(run.layout);
     const std::size_t bytes = run.bits / 8;
     const std::size_t frames = stereo.size() / 2;
@@ -104,7 +116,6 @@ Samples engineOutput(const Samples& stereo, const EngineRun& run)
     Samples output;
     for (std::size_t i = skipped * slots; i < (skipped + frames) * slots; ++i)
         output.push_back(load(&buffer[i * bytes], bytes));
-    if (run.layout == "5.1") fillSurrounds(stereo, run, output);
     return output;
 }
 

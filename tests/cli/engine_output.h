@@ -18,6 +18,7 @@ struct EngineRun
     std::uint32_t sampleRate = 48000;
     unsigned bits = 16;
     std::string mode = "fast";
+    bool plain = false; ///< without gain, limiter and surround channels
     bool align = true;
     std::array<std::array<std::int32_t, 4>, 3> remap{}; ///< 28 fraction bits
 };
@@ -25,8 +26,8 @@ struct EngineRun
 /// Slots of a layout.
 std::size_t slotsOf(const std::string& layout);
 
-/// Upmixes stereo in one call of zrk_tarn_processor_t::process for the whole stream. The surround channels of 5.1 are
-/// those of a stream.
+/// Upmixes stereo for one file: plain and remapped layouts in one call of zrk_tarn_processor_t::process for the whole
+/// stream, others by a stream with the default preset.
 ///
 /// stereo  left-justified
 /// Returns the same number of frames with all slots, left-justified. With alignment it starts at frame 960.

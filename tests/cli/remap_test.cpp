@@ -167,7 +167,7 @@ TEST_F(Remap, CountsWrappedSumsInEveryWidth)
     for (const unsigned bits : {16u, 24u, 32u}) {
         const Samples stereo = writeInput(bits);
         for (const bool align : {true, false}) {
-            const Samples plain = engineOutput(stereo, {.bits = bits, .align = align});
+            const Samples plain = engineOutput(stereo, {.bits = bits, .plain = true, .align = align});
             EXPECT_NE(std::count(plain.begin(), plain.end(), INT32_MIN), 0) << "precondition of this test";
             const Sums sums(plain, bits, gains.fixed);
             for (std::size_t c = 0; c < 4; ++c) EXPECT_GT(sums.wrapped(c), 0u) << "precondition of this test";
@@ -187,7 +187,7 @@ TEST_F(Remap, CountsWrappedSumsInEveryWidth)
 
 TEST_F(Remap, NoteGivesWrappedCountAndSafeGains)
 {
-    const Samples plain = engineOutput(writeInput(16), {});
+    const Samples plain = engineOutput(writeInput(16), {.plain = true});
     const Gains gains("1 0 0.75 0\n0 0.5 0.75 0\n0 0 0.75 0.5\n");
     const Sums sums(plain, 16, gains.fixed);
     ASSERT_GT(sums.wrapped(2), 1u) << "precondition of this test";
@@ -208,7 +208,7 @@ TEST_F(Remap, NoteGivesWrappedCountAndSafeGains)
 
 TEST_F(Remap, NoteNamesEveryWrappedColumn)
 {
-    const Samples plain = engineOutput(writeInput(16), {});
+    const Samples plain = engineOutput(writeInput(16), {.plain = true});
     const Gains gains("0 0 0 0\n0 1 0 0\n2 0 0 4\n");
     const Sums sums(plain, 16, gains.fixed);
     ASSERT_EQ(sums.largest(0), 2.0) << "precondition of this test";
@@ -227,7 +227,7 @@ TEST_F(Remap, NoteNamesEveryWrappedColumn)
 
 TEST_F(Remap, GainOfMinusOneWrapsTheSmallestSample)
 {
-    const Samples plain = engineOutput(writeInput(16), {});
+    const Samples plain = engineOutput(writeInput(16), {.plain = true});
     std::size_t smallest = 0;
     for (std::size_t i = 2; i < plain.size(); i += 3)
         if (plain[i] == INT32_MIN) ++smallest;
@@ -243,7 +243,7 @@ TEST_F(Remap, GainOfMinusOneWrapsTheSmallestSample)
 TEST_F(Remap, WrappedSamplesAreReportedWithQuiet)
 {
     const Gains gains("4 0 0 0\n0 1 0 0\n0 0 1 0\n");
-    const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
+    const Sums sums(engineOutput(writeInput(16), {.plain = true}), 16, gains.fixed);
     ASSERT_GT(sums.wrapped(), 1u) << "precondition of this test";
     const Result loud = upmix(gains.text, {"--quiet"});
     EXPECT_EQ(loud.errors.find("tarn: out.wav: " + std::to_string(sums.wrapped()) + " samples wrapped around; "), 0u)
@@ -257,7 +257,7 @@ TEST_F(Remap, WrappedSamplesAreReportedWithQuiet)
 TEST_F(Remap, WrappedSamplesAreCountedBeforeTheGain)
 {
     const Gains gains("1 0 0.75 0\n0 0.5 0.75 0\n0 0 0.75 0.5\n");
-    const Sums sums(engineOutput(writeInput(24), {.bits = 24}), 24, gains.fixed);
+    const Sums sums(engineOutput(writeInput(24), {.bits = 24, .plain = true}), 24, gains.fixed);
     EXPECT_EQ(reportOf(gains.text, {"--gain", "-20"})["wrapped_samples"], sums.wrapped());
     EXPECT_EQ(reportOf(gains.text, {"--gain", "12"})["wrapped_samples"], sums.wrapped());
     EXPECT_EQ(reportOf(gains.text, {"--loudness-match"})["wrapped_samples"], sums.wrapped());
@@ -268,7 +268,7 @@ TEST_F(Remap, WrappedSamplesAreCountedOverAllFrames)
     // One block and a partial one from a pipe: the samples that wrap are in the tail of the engine.
     const Gains gains("2 0 0 0\n0 2 0 0\n0 0 2 0\n");
     const Samples stereo(2 * 100, INT32_MIN);
-    const Sums sums(engineOutput(stereo, {}), 16, gains.fixed);
+    const Sums sums(engineOutput(stereo, {.plain = true}), 16, gains.fixed);
     ASSERT_GT(sums.wrapped(), 0u) << "precondition of this test";
     writeBytes(at("m.txt"), gains.text);
     const Result result = tarnWithInput(pcmOf(stereo, 16), {"upmix", "--layout", "7.1-remap", "--remap", "m.txt",
@@ -303,7 +303,7 @@ TEST_F(Remap, NothingIsReportedWhereNothingCanWrap)
 TEST_F(Remap, BatchCountsEveryFile)
 {
     const Gains gains("2 0 0 0\n0 1 0 0\n0 0 1 0\n");
-    const Sums sums(engineOutput(writeInput(16), {}), 16, gains.fixed);
+    const Sums sums(engineOutput(writeInput(16), {.plain = true}), 16, gains.fixed);
     writeAudio(at("quiet.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, Samples(4000, 0x100000));
     writeBytes(at("m.txt"), gains.text);
     const Result result = tarn({"upmix", "--layout", "7.1-remap", "--remap", "m.txt", "--output-dir", "out", "-j", "2",

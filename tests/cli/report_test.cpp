@@ -122,18 +122,20 @@ TEST_F(Report, GoesToStandardErrorWhenAudioIsOnStandardOutput)
 TEST_F(Report, ClippedSamplesAreReportedWithQuiet)
 {
     writeInput(1.0);
-    const auto clipped = reportOf({"--gain", "12"})["clipped_samples"].get<std::uint64_t>();
+    const auto clipped = reportOf({"--no-limiter", "--gain", "12"})["clipped_samples"].get<std::uint64_t>();
     ASSERT_GT(clipped, 1u) << "precondition of this test";
-    EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--gain", "12", "in.wav", "out.wav"}).errors,
+    EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--no-limiter", "--gain", "12", "in.wav", "out.wav"}).errors,
               "tarn: out.wav: " + std::to_string(clipped) +
-                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; give a smaller --gain\n");
+                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; give a smaller --gain, or "
+                  "leave out "
+                  "--no-limiter\n");
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "in.wav", "out.wav"}).errors, "");
 }
 
 TEST_F(Report, ClippingByLoudnessMatchNamesItsGain)
 {
     writeInput(1.0);
-    const Result result = tarn({"upmix", "--quiet", "--json", "--loudness-match", "in.wav", "out.wav"});
+    const Result result = tarn({"upmix", "--quiet", "--json", "--no-limiter", "--loudness-match", "in.wav", "out.wav"});
     const Json report = Json::parse(result.output);
     const auto clipped = report["clipped_samples"].get<std::uint64_t>();
     ASSERT_GT(clipped, 0u) << "precondition of this test";
@@ -142,6 +144,20 @@ TEST_F(Report, ClippingByLoudnessMatchNamesItsGain)
     EXPECT_EQ(result.errors,
               "tarn: out.wav: " + std::to_string(clipped) + " samples were beyond full scale at a gain of " + gain +
                   " and are clipped; give --gain with less than " + gain + " instead of --loudness-match\n");
+}
+
+TEST_F(Report, HasTheWorkOfTheLimiter)
+{
+    writeInput(1.0);
+    const Json limiter = reportOf({"--gain", "12"})["limiter"];
+    EXPECT_GT(limiter["seconds"], 1.0);
+    EXPECT_LE(limiter["seconds"], 1.6);
+    EXPECT_GT(limiter["largest_reduction_db"], 6.0);
+    EXPECT_LT(limiter["largest_reduction_db"], 18.0);
+    const Json report = reportOf({"--gain", "-12"});
+    EXPECT_EQ(report["limiter"]["seconds"], 0.0);
+    EXPECT_EQ(report["limiter"]["largest_reduction_db"], 0.0);
+    EXPECT_TRUE(reportOf({"--no-limiter"})["limiter"].is_null());
 }
 
 TEST_F(Report, DoesNotChangeTheOutput)
@@ -157,16 +173,17 @@ TEST_F(Report, GainAppliesFromTheFirstSampleAndCountsClipping)
 {
     const Samples stereo = writeInput(0.5);
     for (const double gainDb : {-6.0, 0.0, 3.5, 12.0}) {
-        Samples expected = engineOutput(stereo, {});
+        Samples expected = engineOutput(stereo, {.plain = true});
         const std::size_t clipped = amplify(expected, static_cast<float>(std::pow(10.0, gainDb / 20.0)));
-        const Json report = reportOf({"--gain", std::to_string(gainDb)});
+        const Json report = reportOf({"--no-limiter", "--gain", std::to_string(gainDb)});
         EXPECT_TRUE(readAudio(at("out.wav")).samples == expected) << gainDb;
         EXPECT_EQ(report["clipped_samples"], clipped) << gainDb;
         EXPECT_EQ(report["gain_db"], gainDb);
         EXPECT_EQ(clipped > 0, gainDb == 12.0) << "precondition of this test";
     }
-    EXPECT_NE(tarn({"upmix", "--force", "--gain", "12", "in.wav", "out.wav"}).errors.find("are clipped"),
-              std::string::npos);
+    EXPECT_NE(
+        tarn({"upmix", "--force", "--no-limiter", "--gain", "12", "in.wav", "out.wav"}).errors.find("are clipped"),
+        std::string::npos);
 }
 
 TEST_F(Report, LoudnessMatchReachesTheLoudnessOfTheInput)
@@ -177,7 +194,7 @@ TEST_F(Report, LoudnessMatchReachesTheLoudnessOfTheInput)
     EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.05);
     EXPECT_EQ(report["gain_db"], loudness["input"].get<double>() - loudness["output_without_gain"].get<double>());
     EXPECT_GT(std::abs(report["gain_db"].get<double>()), 0.3) << "precondition of this test";
-    Samples expected = engineOutput(stereo, {});
+    Samples expected = engineOutput(stereo, {.plain = true});
     EXPECT_EQ(amplify(expected, static_cast<float>(std::pow(10.0, report["gain_db"].get<double>() / 20.0))), 0u);
     EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
 }
@@ -195,7 +212,7 @@ TEST_F(Report, LoudnessMatchUsesTheScaledFloatingPointInput)
     std::vector<float> floats;
     for (const std::int32_t sample : stereoNoise(72000, 16)) floats.push_back(static_cast<float>(sample) * 0x1p-30f);
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, floats);
-    const Json loudness = reportOf({"--loudness-match"})["loudness_lufs"];
+    const Json loudness = reportOf({"--no-limiter", "--loudness-match"})["loudness_lufs"];
     EXPECT_LT(loudness["input"], 0.0);
     EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.3);
 }
@@ -239,8 +256,8 @@ TEST_F(Report, ConflictingOptionsAreRefused)
 TEST_F(Report, Layout71WithoutSurroundsHasTheUpmixInItsFirstThreeSlots)
 {
     const Samples stereo = writeInput(1.0);
-    reportOf({"--layout", "7.1", "--surrounds", "off"});
-    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {.layout = "7.1"}));
+    reportOf({"--layout", "7.1", "--preset", "plain"});
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(stereo, {.layout = "7.1", .plain = true}));
 }
 
 } // namespace tarn_cli

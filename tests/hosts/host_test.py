@@ -53,7 +53,7 @@ def command_output(source, directory, layout="3.0", bits=None, options=()):
     target = Path(directory) / f"command-{layout}-{bits}.wav"
     width = [] if bits is None else ["--bits", str(bits)]
     subprocess.run(
-        [os.environ["TARN"], "upmix", "--quiet", "--force", "--layout", layout, *width, *options, source, target],
+        [os.environ["TARN"], "upmix", "--quiet", "--force", "--preset", "plain", "--layout", layout, *width, *options, source, target],
         check=True,
     )
     return read_samples(target)[0]
@@ -64,7 +64,7 @@ def live_output(samples, rate, phase, *options):
     start at frame phase of a block of 64, as in a host that has been running before.
     """
     stream = numpy.concatenate([numpy.zeros((phase, 2), numpy.int32), samples]).astype("<i4")
-    command = [os.environ["TARN"], "upmix", "--quiet", *options, "--raw", f"{rate}:32", "-", "-"]
+    command = [os.environ["TARN"], "upmix", "--quiet", "--preset", "plain", *options, "--raw", f"{rate}:32", "-", "-"]
     upmixed = subprocess.run(command, input=stream.tobytes(), capture_output=True, check=True).stdout
     return as_floats(numpy.frombuffer(upmixed, "<i4").reshape(-1, 3)[phase:])
 

@@ -120,7 +120,9 @@ TEST(Facts, TextsListThePresets)
             std::snprintf(number, sizeof number, "%g", *settings.surroundDb);
             surrounds = number;
         }
-        expectContains("docs/man/tarn-upmix.1.scd", row + surrounds + "\n");
+        char level[40];
+        std::snprintf(level, sizeof level, "\n:  %g\n:  %s\n", settings.gainDb, settings.limiter ? "on" : "off");
+        expectContains("docs/man/tarn-upmix.1.scd", row + surrounds + level);
     }
     expectContains("completions/tarn.bash", "--preset) words='" + names + "'");
     expectContains("completions/_tarn", "preset:(" + names + ")");

@@ -502,6 +502,19 @@ TEST(StreamLimiter, LeavesBypassAsItIs)
     EXPECT_TRUE(std::equal(output.begin() + 2 * (kLatency + 64), output.end(), stereo.begin()));
 }
 
+TEST(StreamLimiter, LeavesDialogueSlotsAsTheyAreAtGainOne)
+{
+    const Samples stereo = stereoOf(6000, [](std::size_t /*i*/, Random& random) {
+        return Frame{1.999 * random.uniform(), 1.999 * random.uniform()};
+    });
+    const Samples output = outputOf(limitedTo(kTwo), stereo);
+    EXPECT_TRUE(std::equal(output.begin() + 2 * (kLatency + 64), output.end(), stereo.begin()));
+    UpmixStream louder(limitedTo(kTwo));
+    louder.setCentreGain(2.0f);
+    processed(louder, kTwo, stereo);
+    EXPECT_LT(louder.meters().smallestLimiterGain, 1.0f);
+}
+
 TEST(StreamLimiter, OfResetStreamsEqualsThatOfNewOnes)
 {
     const Samples stereo = stereoOf(10000, Signal::FullScaleSquare);
