@@ -68,7 +68,7 @@ Json limiterOf(const UpmixReport& report)
 {
     if (!report.room.limiter) return {};
     const double frames = 64.0 * static_cast<double>(report.limitedBlocks);
-    return {{"seconds", frames / report.format.sampleRate}, {"largest_reduction_db", -decibels(report.limiterGain)}};
+    return {{"seconds", frames / report.format.sampleRate}, {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
 }
 
 void addLoss(Json& json, const UpmixReport& report)
