@@ -156,7 +156,7 @@ void addId3v2(TagCollector& collector, const TagLib::ID3v2::Tag* tag)
         collector.tags.leftOut.push_back("its ID3v2 frames " + joinedNames(others) + " are left out");
     for (const TagLib::ID3v2::Frame* frame : tag->frameList("APIC"))
         if (const auto* picture = dynamic_cast<const TagLib::ID3v2::AttachedPictureFrame*>(frame))
-            collector.tags.pictures.push_back({.kind = picture->type(),
+            collector.tags.pictures.push_back({.kind = pictureKind(picture->type()),
                                                .mimeType = picture->mimeType(),
                                                .description = picture->description(),
                                                .data = picture->picture()});

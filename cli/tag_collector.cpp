@@ -51,7 +51,7 @@ std::string TagCollector::toUtf8Text(const std::string& bytes)
 
 void TagCollector::addPicture(const TagLib::FLAC::Picture& picture)
 {
-    tags.pictures.push_back({.kind = picture.type(),
+    tags.pictures.push_back({.kind = pictureKind(picture.type()),
                              .mimeType = picture.mimeType(),
                              .description = picture.description(),
                              .width = picture.width(),

@@ -25,6 +25,13 @@ struct Picture
     TagLib::ByteVector data;
 };
 
+/// The kind of a picture with a type number: 0, another picture, for numbers that the formats reserve.
+inline int pictureKind(unsigned type) noexcept
+{
+    constexpr unsigned kMaxKind = 20;
+    return type <= kMaxKind ? static_cast<int>(type) : 0;
+}
+
 /// A FLAC metadata block in binary form: a cue sheet, or the four-character id and the data of an application.
 struct FlacBlock
 {

@@ -256,4 +256,29 @@ TEST_F(TagNames, CommentsAndLyricsKeepTheirLanguage)
                   {"A comment", "eng"}, {"Beschrieben", "ger"}, {"Ein Kommentar", "deu"}, {"Paroles", "fra"}}));
 }
 
+TEST_F(TagNames, PicturesOfReservedTypesBecomeOtherPictures)
+{
+    using TagLib::ID3v2::AttachedPictureFrame;
+    auto* const picture = new AttachedPictureFrame;
+    picture->setMimeType("image/png");
+    picture->setPicture(ByteVector("\x89PNG picture"));
+    addFrames({picture});
+    std::string mpeg = bytesOf(at("in.mp3"));
+    const std::string mimeType("image/png\0", 10);
+    mpeg[mpeg.find(mimeType) + mimeType.size()] = '\xff'; // the type
+    writeBytes(at("in.mp3"), mpeg);
+    ASSERT_EQ(tarn({"upmix", "in.mp3", "out.wav"}).exitCode, 0);
+    TagLib::RIFF::WAV::File wave(at("out.wav").c_str());
+    const TagLib::ID3v2::FrameList frames = wave.ID3v2Tag()->frameList("APIC");
+    ASSERT_EQ(frames.size(), 1u);
+    const auto* const copy = dynamic_cast<const AttachedPictureFrame*>(frames.front());
+    EXPECT_EQ(copy->type(), AttachedPictureFrame::Other);
+    EXPECT_TRUE(copy->picture() == ByteVector("\x89PNG picture"));
+
+    ASSERT_EQ(tarn({"upmix", "in.mp3", "out.flac"}).exitCode, 0);
+    TagLib::FLAC::File flac(at("out.flac").c_str());
+    ASSERT_EQ(flac.pictureList().size(), 1u);
+    EXPECT_EQ(flac.pictureList().front()->type(), TagLib::FLAC::Picture::Other);
+}
+
 } // namespace tarn_cli
