@@ -13,13 +13,19 @@ BEGIN = "<!-- written by ./run quality --write-docs: begin -->\n"
 END = "<!-- written by ./run quality --write-docs: end -->\n"
 
 
-def split(text):
+def split(text, first=BEGIN, last=END):
     """The page before, between and after the markers."""
-    before, begin, rest = text.partition(BEGIN)
-    between, end, after = rest.partition(END)
-    if not begin or not end or BEGIN in after or END in before + after:
-        raise systems.MeasurementError(f"{PATH}: the lines {BEGIN.strip()} and {END.strip()} must be there once each")
+    before, begin, rest = text.partition(first)
+    between, end, after = rest.partition(last)
+    if not begin or not end or first in after or last in before + after:
+        raise systems.MeasurementError(f"{PATH}: the lines {first.strip()} and {last.strip()} must be there once each")
     return before, between, after
+
+
+def replace_between(first, last, text):
+    """Replaces the part of the page between two markers."""
+    before, _, after = split(PATH.read_text(), first, last)
+    PATH.write_text(before + first + text + last + after)
 
 
 def conditions(settings):
@@ -34,6 +40,5 @@ def conditions(settings):
 
 def write(settings, results):
     """Replaces the part of the page between the markers."""
-    before, _, after = split(PATH.read_text())
     between = f"\n{conditions(settings)}\n\n{report.markdown_table(results)}\n\n"
-    PATH.write_text(before + BEGIN + between + END + after)
+    replace_between(BEGIN, END, between)

@@ -45,7 +45,9 @@ class Tarn:
         with tempfile.TemporaryDirectory() as directory:
             source, result = Path(directory) / "in.wav", Path(directory) / "out.wav"
             soundfile.write(source, stereo, rate, "PCM_24")
-            run_command([self.command, "upmix", "--quiet", "--preset", "plain", "--mode", self.mode, *options, source, result])
+            run_command(
+                [self.command, "upmix", "--quiet", "--preset", "plain", "--mode", self.mode, *options, source, result]
+            )
             output, _ = soundfile.read(result)
         if output.shape != (len(stereo), 3):
             raise MeasurementError(f"{self.command}: {output.shape} samples out, {stereo.shape} in")
@@ -88,10 +90,11 @@ class FfmpegFilter:
     # Exceeds the delay of every filter here, so that the output has its whole tail.
     PADDING_FRAMES = 16384
 
-    def __init__(self, name, graph):
+    def __init__(self, name, graph, channels=3):
         self.name = name
         self.label = f"FFmpeg {name}"
         self.graph = graph
+        self.channels = channels
         self._delays = {}
 
     def stream(self, stereo, rate):
@@ -100,7 +103,9 @@ class FfmpegFilter:
         # The output has no -ac 3: it means 2.1, to which FFmpeg would remix the 3.0 of the filter.
         command += ["-c:a", "pcm_f32le", *pcm, "pipe:1"]
         padded = np.vstack([stereo, np.zeros((self.PADDING_FRAMES, 2))])
-        output = np.frombuffer(run_command(command, input=padded.astype("<f4").tobytes()), "<f4").reshape(-1, 3)
+        output = np.frombuffer(run_command(command, input=padded.astype("<f4").tobytes()), "<f4").reshape(
+            -1, self.channels
+        )
         if len(output) < len(stereo):
             raise MeasurementError(f"ffmpeg {self.name}: {len(output)} frames out, {len(stereo)} in")
         return output[: len(stereo)].astype(np.float64)

@@ -31,6 +31,7 @@ import report
 import rows
 import scenes
 import signals
+import surrounds
 import systems
 import timbre
 import transients
@@ -315,6 +316,42 @@ class Bass(unittest.TestCase):
         stereo = np.column_stack([steady, steady])
         level, moves = bass.figures(steady, 0 * steady, stereo, np.zeros((len(steady), 3)), self.RATE)
         self.assertEqual((level, moves), (flutter.SILENT_DB, 0.0))
+
+
+class Surrounds(unittest.TestCase):
+    def test_chains_are_inverted(self):
+        early = np.zeros((60000, 5))
+        early[1000:20000, surrounds.BEHIND] = noise(1, 19000, 2)
+        late = np.roll(early, surrounds.LOOK_AHEAD_FRAMES, axis=0)
+        sections = list(zip(surrounds.design_chains.committed()[48000], surrounds.design_chains.GAINS))
+        for channel, chain in zip(surrounds.BEHIND, (sections[:2], sections[2:])):
+            for delay, gain in chain:
+                history, signal = np.zeros(len(late) + delay), late[:, channel].copy()
+                for n, x in enumerate(signal):
+                    history[n + delay] = x + gain * history[n]
+                    late[n, channel] = history[n] - gain * history[n + delay]
+        self.assertLess(np.abs(surrounds.Tarn51(None).without_chains(late) - early).max(), 1e-9)
+
+    def test_leak_of_known_shares(self):
+        stems = noise(2, 48000 * 4, 3)
+
+        class Known:
+            def outputs(self, stereo):
+                return stems @ np.array([[0, 0, 1, 0.1, 0], [1, 0, 0, 1, 0], [0, 1, 0, 0, 1]])
+
+            def without_chains(self, outputs):
+                return outputs
+
+        found = surrounds.leak(Known(), stems, stems[:, :2])
+        self.assertAlmostEqual(found["leak"], -20.0, 6)
+        self.assertAlmostEqual(found["others_behind"], 0.5, 6)
+
+    def test_reverberation_has_its_level_and_is_late(self):
+        dry = noise(4, 48000)
+        sides = surrounds.reverberation(dry, np.random.default_rng(1))
+        self.assertLess(max(np.abs(side[: surrounds.RATE_HZ // 10]).max() for side in sides), 1e-12)
+        power = sum(np.mean(side**2) for side in sides)
+        self.assertAlmostEqual(10 * np.log10(power / np.mean(dry**2)), surrounds.REVERBERATION_LEVEL_DB, 1)
 
 
 class Music(unittest.TestCase):
