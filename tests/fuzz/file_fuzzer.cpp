@@ -253,7 +253,7 @@ void requireRefused(const tarn::UpmixOptions& options, const Outcome& outcome, b
 /// Decodes the options, and whether the output exists before the run.
 std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
 {
-    constexpr std::array<const char*, 5> kLayouts{"3.0", "5.1", "7.1", "7.1-remap", "2.0"};
+    constexpr std::array<const char*, 4> kLayouts{"3.0", "5.1", "7.1", "7.1-remap"};
     constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
     constexpr std::array<const char*, 12> kInputs{"in",      "in.wav", "in.flac", "in.mp3", "in.ogg",  "in.opus",
                                                   "in.aiff", "in.caf", "in.w64",  "in.au",  "in.rf64", "in.oga"};
@@ -275,8 +275,11 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
     options.json = has(how, 1);
     if (!options.bypass) {
         options.loudnessMatch = has(how, 2);
-        if (has(how, 3) && !options.loudnessMatch) options.gainDb = -3.0;
+        if (has(how, 3) && !options.loudnessMatch) options.room.gainDb = -3.0;
+        options.room.preset = has(how, 6) ? "voice" : "film";
+        options.room.noLimiter = has(how, 7);
     }
+    if (has(how, 6) && options.layout == "3.0") options.layout = "2.0";
     options.strict = has(how, 4);
     options.force = true;
     options.input = folder.at(bytes.oneOf(kInputs));
