@@ -27,6 +27,7 @@ struct tarn_stream
 namespace
 {
 
+using zrk_tarn::BassMode;
 using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
 using zrk_tarn::SteeringMode;
@@ -34,7 +35,7 @@ using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
 /// Bytes of a configuration in the first version, and more than in any version.
-constexpr std::uint32_t kFirstConfigurationBytes = 152;
+constexpr std::uint32_t kFirstConfigurationBytes = 156;
 constexpr std::uint32_t kMaxConfigurationBytes = 4096;
 static_assert(sizeof(tarn_configuration) >= kFirstConfigurationBytes);
 /// Bytes of the meters in the first version.
@@ -45,6 +46,7 @@ static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
 static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
 static_assert(TARN_DIALOGUE == static_cast<int>(OutputSlot::Source::Dialogue));
+static_assert(TARN_BASS_FRONTS == static_cast<int>(BassMode::Fronts));
 static_assert(TARN_CALM == static_cast<int>(SteeringMode::Calm));
 static_assert(TARN_TYPICAL_MAKE_UP_GAIN == zrk_tarn::kTypicalMakeUpGain);
 static_assert(TARN_MAX_CHANNEL_GAIN == zrk_tarn::kMaxChannelGain);
@@ -85,6 +87,7 @@ StreamConfiguration configurationOf(const tarn_configuration& given)
                                        .index = static_cast<std::uint8_t>(std::min(from.outputs[slot].index, 255u))};
     if (from.remap != 0) configuration.remap = gainsOf(from.gains);
     configuration.limiter = from.limiter != 0;
+    configuration.bass = enumOf<BassMode>(from.bass);
     return configuration;
 }
 

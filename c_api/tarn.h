@@ -89,6 +89,14 @@ typedef enum tarn_mode
     TARN_CALM = 1  /**< at the medium smoothing speed */
 } tarn_mode;
 
+/** Where the bass plays. */
+typedef enum tarn_bass
+{
+    TARN_BASS_STEERED = 0, /**< where the engine steers it */
+    TARN_BASS_FRONTS = 1 /**< below 120 Hz, the fronts play 0.7071 x the stereo, and the other outputs nothing; not with
+                            a remap matrix */
+} tarn_bass;
+
 /** An output slot. */
 typedef struct tarn_slot
 {
@@ -114,6 +122,7 @@ typedef struct tarn_configuration
     int32_t gains[3][4];
     uint32_t mode;    /**< tarn_mode; tarn_set_mode changes it later */
     uint32_t limiter; /**< not 0: a true-peak limiter instead of clipping; costs 64 frames of latency */
+    uint32_t bass;    /**< tarn_bass */
 } tarn_configuration;
 
 /** Meter values for a display. Levels are linear, full scale 1. Later versions of the library only add members at the

@@ -38,11 +38,12 @@ INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - reads a pipe.
 OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
 
   --layout NAME      2.0, 3.0 (default), 5.1, 7.1, or 7.1-remap --remap FILE
-  --preset NAME      film (default), music, voice or plain; sets these four:
+  --preset NAME      film (default), music, voice or plain; sets these five:
   --centre DB        voices, -60 to 12      --width W    of the centre, 0 to 1
   --surrounds DB     -60 to 12, or off      --gain DB    -60 to 18
-  --loudness-match   as loud as INPUT       --no-limiter clip peaks
+  --bass WHERE       fronts or steered      --no-limiter clip peaks
   --mode NAME        fast (default), calm   --bypass     plain stereo
+  --loudness-match   as loud as INPUT
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next supported
   --raw RATE:BITS    - is raw PCM           --no-align   keep delay, 960 frames

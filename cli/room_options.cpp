@@ -15,9 +15,12 @@ namespace tarn
 namespace
 {
 
+using zrk_tarn::BassMode;
 using zrk_tarn::OutputSlot;
 
 constexpr const char* kOff = "off";
+constexpr const char* kFronts = "fronts";
+constexpr const char* kSteered = "steered";
 
 std::vector<std::string> presetNames()
 {
@@ -77,6 +80,12 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "to 12, or off")
         ->type_name("DB")
         ->check(channelGainOrOff("--surrounds -6"));
+    command
+        .add_option("--bass", options.bass,
+                    "Bass below 120 Hz: in the fronts as in the stereo\n"
+                    "(fronts, default), or steered")
+        ->type_name("WHERE")
+        ->check(oneOf({kFronts, kSteered}, "--bass steered"));
     command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
         ->type_name("DB")
         ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
@@ -87,13 +96,18 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
 void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool bypass)
 {
     const std::string name(layout.name);
-    const std::string given = options.centreDb ? "--centre" : options.width ? "--width" : "--surrounds";
-    const bool anyGiven = options.centreDb || options.width || options.surrounds;
+    const std::string given = options.centreDb    ? "--centre"
+                              : options.width     ? "--width"
+                              : options.surrounds ? "--surrounds"
+                                                  : "--bass";
+    const bool anyGiven = options.centreDb || options.width || options.surrounds || options.bass;
     if (bypass && anyGiven) refuse(given, "--bypass leaves the samples as they are; leave one of them out");
     if (layout.remapped && anyGiven)
         refuse(given, "has no effect on --layout " + name + ", whose matrix sets the levels; leave it out");
     if (options.width && !layout.hasSource(OutputSlot::Source::Engine))
         refuse("--width", "has no effect on --layout " + name + ", which has no centre loudspeaker; leave it out");
+    if (options.bass && !layout.hasSource(OutputSlot::Source::Engine))
+        refuse("--bass", "has no effect on --layout " + name + ", which keeps the bass of the stereo; leave it out");
     if (options.surrounds && !layout.hasSource(OutputSlot::Source::Surround))
         refuse("--surrounds", "--layout " + name + " has no surround channels; add --layout 5.1, or leave it out");
 }
@@ -103,6 +117,8 @@ zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& 
     zrk_tarn::RoomSettings settings = zrk_tarn::presetNamed(options.preset)->settings;
     if (layout.remapped || layout.hasSource(OutputSlot::Source::Dialogue)) settings.gainDb = 0.0;
     if (layout.remapped || options.noLimiter) settings.limiter = false;
+    if (options.bass) settings.bass = *options.bass == kFronts ? BassMode::Fronts : BassMode::Steered;
+    if (layout.remapped) settings.bass = BassMode::Steered;
     settings.gainDb = options.gainDb.value_or(settings.gainDb);
     settings.centreDb = options.centreDb.value_or(settings.centreDb);
     settings.width = options.width.value_or(settings.width);

@@ -20,6 +20,7 @@ struct RoomOptions
     std::optional<double> centreDb;
     std::optional<double> width;
     std::optional<std::string> surrounds; ///< a level in dB, or off
+    std::optional<std::string> bass;      ///< steered or fronts
     std::optional<double> gainDb;         ///< make-up gain
     bool noLimiter = false;
 };

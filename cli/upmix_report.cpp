@@ -58,7 +58,10 @@ void addRoom(Json& json, const UpmixReport& report)
     using enum zrk_tarn::OutputSlot::Source;
     if (report.layout->remapped || report.bypass) return;
     json["centre_db"] = report.room.centreDb;
-    if (report.layout->hasSource(Engine)) json["width"] = report.room.width;
+    if (report.layout->hasSource(Engine)) {
+        json["width"] = report.room.width;
+        json["bass"] = report.room.bass == zrk_tarn::BassMode::Fronts ? "fronts" : "steered";
+    }
     if (report.layout->hasSource(Surround))
         json["surrounds_db"] = report.room.surroundDb ? Json(*report.room.surroundDb) : Json();
 }
@@ -68,7 +71,8 @@ Json limiterOf(const UpmixReport& report)
 {
     if (!report.room.limiter) return {};
     const double frames = 64.0 * static_cast<double>(report.limitedBlocks);
-    return {{"seconds", frames / report.format.sampleRate}, {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
+    return {{"seconds", frames / report.format.sampleRate},
+            {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
 }
 
 void addLoss(Json& json, const UpmixReport& report)

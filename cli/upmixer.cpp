@@ -27,6 +27,7 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat
         .outputs = layout.outputs,
         .mode = settings.mode,
         .limiter = settings.room.limiter,
+        .bass = settings.room.bass,
     };
     if (layout.remapped) configuration.remap = settings.remap;
     if (!settings.room.surroundDb)

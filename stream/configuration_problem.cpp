@@ -50,6 +50,9 @@ const char* UpmixStream::problemOf(const StreamConfiguration& configuration) noe
     for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot)
         if (const char* const problem = zrk_tarn::problemOf(configuration.outputs[slot], configuration)) return problem;
     if (configuration.mode > SteeringMode::Calm) return "the steering mode is unknown";
+    if (configuration.bass > BassMode::Fronts) return "the bass mode is unknown";
+    if (configuration.bass == BassMode::Fronts && configuration.remap)
+        return "a remapped engine has no fronts to play the bass";
     return nullptr;
 }
 

@@ -34,6 +34,7 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
       crossfade(bits)
 {
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
+    if (configuration.bass == BassMode::Fronts) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
     if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
     reset();
 }
@@ -61,6 +62,7 @@ void OutputStage::process(const StageBlock& block, const OutputTargets& targets)
 void OutputStage::reset() noexcept
 {
     if (surrounds != nullptr) configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
+    if (bass != nullptr) bass->reset();
     if (limited != nullptr) {
         limited->limiter.reset();
         for (Row& row : limited->inputSlots) std::fill_n(row, kBlockFrames, 0);
@@ -100,15 +102,17 @@ void OutputStage::fillInputSlots(const StageBlock& block) noexcept
 void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
 {
     using enum OutputSlot::Source;
-    const bool isUnchanged = configuration.remap.has_value() || centre.isNeutral();
+    const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && bass == nullptr);
     if (isUnchanged && limited == nullptr) {
         forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
         return;
     }
-    UnroundedRow rows[4];
+    UnroundedRow rows[4]{};
     const std::size_t outputs = configuration.remap ? 4 : 3;
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
     if (!isUnchanged) centre.apply(rows[0], rows[1], rows[2]);
+    if (bass != nullptr)
+        bass->moveToFronts(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], rows);
     forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
 }
 
@@ -117,12 +121,13 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     if (surrounds == nullptr) return;
     chosenOperations().renderSurrounds(block.engine, *surrounds);
     const double scale = static_cast<double>(block.engine.outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
-    forEachSlotOf(OutputSlot::Source::Surround, [&](std::size_t slot, std::size_t channel) {
-        UnroundedRow row;
+    UnroundedRow rows[Surrounds::kChains]{};
+    for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
-            row[i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-        put(block, slot, row);
-    });
+            rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
+    if (bass != nullptr) bass->removeFrom(rows);
+    forEachSlotOf(OutputSlot::Source::Surround,
+                  [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
 }
 
 void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept

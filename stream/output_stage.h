@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "room/bass_crossover.h"
 #include "room/centre_control.h"
 #include "room/limiter.h"
 #include "room/surrounds.h"
@@ -93,6 +94,7 @@ private:
     const double fullScale;
     std::int32_t surroundPairs;
     std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
+    std::unique_ptr<BassCrossover> bass;  ///< null if the bass is steered
     std::unique_ptr<Limited> limited;     ///< null without the limiter
     Crossfade crossfade;
     CentreControl centre;

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "stream/stream_types.h"
+
 #include <optional>
 #include <string_view>
 
@@ -11,10 +13,11 @@ namespace zrk_tarn
 /// Settings of centre, surround channels and level, in the units of user interfaces.
 struct RoomSettings
 {
-    double gainDb = 0.0;                   ///< make-up gain, kMinGainDb to kMaxGainDb (stream/gain.h)
-    bool limiter = false;                  ///< instead of clipping
-    double centreDb = 0.0;                 ///< kMinGainDb to kMaxChannelGainDb
-    double width = 1.0;                    ///< 0 to 1
+    double gainDb = 0.0;   ///< make-up gain, kMinGainDb to kMaxGainDb (stream/gain.h)
+    bool limiter = false;  ///< instead of clipping
+    double centreDb = 0.0; ///< kMinGainDb to kMaxChannelGainDb
+    double width = 1.0;    ///< 0 to 1
+    BassMode bass = BassMode::Steered;
     std::optional<double> surroundDb = {}; ///< as centreDb; none: surround channels are silent
 };
 
@@ -27,10 +30,19 @@ struct Preset
 /// The first one is the default of user interfaces. The library's own default is plain, the outputs of the engine. The
 /// gain of +3 dB makes the upmix about as loud as the stereo.
 inline constexpr Preset kPresets[] = {
-    {"film", {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 1.0, .surroundDb = -3.0}},
-    {"music", {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 0.6, .surroundDb = -3.0}},
-    {"voice", {.gainDb = 3.0, .limiter = true, .centreDb = 6.0, .width = 1.0, .surroundDb = -9.0}},
-    {"plain", {.gainDb = 0.0, .limiter = false, .centreDb = 0.0, .width = 1.0, .surroundDb = std::nullopt}},
+    {"film",
+     {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 1.0, .bass = BassMode::Fronts, .surroundDb = -3.0}},
+    {"music",
+     {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 0.6, .bass = BassMode::Fronts, .surroundDb = -3.0}},
+    {"voice",
+     {.gainDb = 3.0, .limiter = true, .centreDb = 6.0, .width = 1.0, .bass = BassMode::Fronts, .surroundDb = -9.0}},
+    {"plain",
+     {.gainDb = 0.0,
+      .limiter = false,
+      .centreDb = 0.0,
+      .width = 1.0,
+      .bass = BassMode::Steered,
+      .surroundDb = std::nullopt}},
 };
 
 /// The preset of a name; null for another text.

@@ -83,6 +83,14 @@ enum class SteeringMode : std::uint8_t
     Calm  ///< at the medium smoothing speed
 };
 
+/// Where the bass plays.
+enum class BassMode : std::uint8_t
+{
+    Steered, ///< where the engine steers it: a subwoofer that adds the outputs gets centred bass 3 dB softer than other
+             ///< bass
+    Fronts   ///< below 120 Hz, the fronts play 0.7071 x the stereo, and the other outputs nothing
+};
+
 /// Configuration of a stream. The default is stereo floats at 48 kHz to front left, front right and centre.
 struct StreamConfiguration
 {
@@ -100,6 +108,7 @@ struct StreamConfiguration
     /// Keeps the true peak of all outputs but input slots below full scale, with one gain for all of them, instead of
     /// clipping. Costs 64 frames of latency.
     bool limiter = false;
+    BassMode bass = BassMode::Steered; ///< Fronts is not possible with a remap matrix; Dialogue slots keep their bass
 };
 
 /// The smoothing speed with which a band group follows its steering.

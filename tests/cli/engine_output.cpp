@@ -63,7 +63,8 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
                                                                            : SampleFormat::S32,
                                                 .outputSlots = static_cast<std::uint32_t>(slots),
                                                 .mode = zrk_tarn::steeringModeNamed(run.mode).value(),
-                                                .limiter = true};
+                                                .limiter = true,
+                                                .bass = zrk_tarn::BassMode::Fronts};
     if (slots >= 6) configuration.outputs[4] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 2 : 0)};
     if (slots >= 6) configuration.outputs[5] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 3 : 1)};
     if (slots == 8) configuration.outputs[6] = {Surround, 0};

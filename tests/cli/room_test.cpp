@@ -62,7 +62,8 @@ TEST_F(Room, PresetsStandForOptions)
     const Samples film = outputOf({"--layout", "5.1"});
     EXPECT_EQ(outputOf({"--layout", "5.1", "--preset", "film"}), film);
     EXPECT_EQ(film, engineOutput(stereo, {.layout = "5.1", .bits = 24}));
-    EXPECT_EQ(outputOf({"--preset", "plain", "--gain", "3"}), outputOf({"--no-limiter"}));
+    EXPECT_EQ(outputOf({"--preset", "plain", "--bass", "fronts", "--gain", "3"}), outputOf({"--no-limiter"}));
+    EXPECT_NE(outputOf({"--bass", "steered"}), outputOf({}));
     EXPECT_EQ(outputOf({"--layout", "5.1", "--preset", "voice"}),
               outputOf({"--layout", "5.1", "--centre", "6", "--surrounds", "-9"}));
     EXPECT_EQ(outputOf({"--layout", "5.1", "--preset", "music"}), outputOf({"--layout", "5.1", "--width", "0.6"}));
@@ -74,7 +75,8 @@ TEST_F(Room, WithoutSurroundsTheSlotsBehindAreSilent)
 {
     const Samples plain = outputOf({"--layout", "5.1", "--preset", "plain"});
     EXPECT_EQ(plain, engineOutput(stereo, {.layout = "5.1", .bits = 24, .plain = true}));
-    EXPECT_EQ(outputOf({"--layout", "5.1", "--surrounds", "off", "--gain", "0", "--no-limiter"}), plain);
+    EXPECT_EQ(outputOf({"--layout", "5.1", "--surrounds", "off", "--bass", "steered", "--gain", "0", "--no-limiter"}),
+              plain);
 }
 
 TEST_F(Room, SevenOneHasTwoPairsThatAre3DbSofter)
@@ -114,6 +116,8 @@ TEST_F(Room, ReportsHaveTheSettingsThatHaveAnEffect)
     EXPECT_EQ(five["centre_db"], 6.0);
     EXPECT_EQ(five["width"], 0.5);
     EXPECT_EQ(five["surrounds_db"], -9.0);
+    EXPECT_EQ(five["bass"], "fronts");
+    EXPECT_EQ(reportOf({"--bass", "steered"})["bass"], "steered");
     EXPECT_TRUE(reportOf({"--layout", "5.1", "--surrounds", "off"})["surrounds_db"].is_null());
     const auto two = reportOf({"--layout", "2.0", "--centre", "3"});
     EXPECT_EQ(two["centre_db"], 3.0);
@@ -129,6 +133,8 @@ TEST_F(Room, RefusesWhatHasNoEffect)
     expectRefusal({"--layout", "2.0", "--width", "0.5"}, "--width: has no effect on --layout 2.0");
     expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", "--centre", "3"},
                   "--centre: has no effect on --layout 7.1-remap");
+    expectRefusal({"--layout", "2.0", "--bass", "steered"}, "--bass: has no effect on --layout 2.0");
+    expectRefusal({"--bass", "loud"}, "'loud' is not fronts or steered");
     expectRefusal({"--bypass", "--centre", "3"}, "--centre: --bypass leaves the samples as they are");
     expectRefusal({"--centre", "13"}, "'13' is not a number from -60 to 12; write for example --centre 6");
     expectRefusal({"--width", "1.5"}, "'1.5' is not a number from 0 to 1");

@@ -81,10 +81,10 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<StreamConfiguration>(
         "StreamConfiguration",
         [](auto& a, auto&, auto visit) {
-            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode, limiter] = a;
+            auto& [rate, format, inputs, left, right, outputs, slots, remap, mode, limiter, bass] = a;
             visitAs({"sampleRateHz", "format", "inputSlots", "leftSlot", "rightSlot", "outputSlots", "outputs", "remap",
-                     "mode", "limiter"},
-                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode, limiter);
+                     "mode", "limiter", "bass"},
+                    visit, rate, format, inputs, left, right, outputs, slots, remap, mode, limiter, bass);
         },
         lines);
     addRecord<StreamMeters>(
@@ -109,10 +109,10 @@ void addStreamRecords(std::vector<std::string>& lines)
     addRecord<tarn_configuration>(
         "tarn_configuration",
         [](auto& a, auto&, auto visit) {
-            auto& [size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, limiter] = a;
+            auto& [size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, limiter, bass] = a;
             visitAs({"size", "sample_rate", "format", "input_slots", "left_slot", "right_slot", "output_slots",
-                     "outputs", "remap", "gains", "mode", "limiter"},
-                    visit, size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, limiter);
+                     "outputs", "remap", "gains", "mode", "limiter", "bass"},
+                    visit, size, rate, format, inputs, left, right, outputs, slots, remap, gains, mode, limiter, bass);
         },
         lines);
     addRecord<tarn_meters>(

@@ -86,6 +86,7 @@ public:
         configuration.remap = remapped ? 1 : 0;
         configuration.limiter = 1;
         if (!remapped) {
+            configuration.bass = TARN_BASS_FRONTS;
             constexpr tarn_slot kAll[] = {{TARN_FROM_ENGINE, 0}, {TARN_FROM_ENGINE, 1}, {TARN_FROM_ENGINE, 2},
                                           {TARN_FROM_INPUT, 7},  {TARN_SURROUND, 0},    {TARN_SURROUND, 3},
                                           {TARN_DIALOGUE, 0},    {TARN_DIALOGUE, 1}};

@@ -51,7 +51,8 @@ public:
                   .outputSlots = kSlots,
                   .outputs = seed % 2 == 0 ? kColumns : kAllSources,
                   .remap = seed % 2 == 0 ? std::optional(kGains) : std::nullopt,
-                  .limiter = true}),
+                  .limiter = true,
+                  .bass = seed % 2 == 0 ? zrk_tarn::BassMode::Steered : zrk_tarn::BassMode::Fronts}),
           isPlanar(seed % 5 == 4),
           buffer(std::size_t{kMaxFrames} * kSlots)
     {

@@ -271,8 +271,12 @@ static void test_numbers_beyond_a_byte(void)
     const uint32_t numbers[] = {255, 256, 257, 1000, 65536, 0x80000000u, UINT32_MAX};
     for (size_t i = 0; i < sizeof numbers / sizeof *numbers; ++i) {
         tarn_configuration configuration;
-        uint32_t* const members[] = {&configuration.format, &configuration.mode, &configuration.outputs[0].source,
-                                     &configuration.outputs[0].index, &configuration.outputs[2].index};
+        uint32_t* const members[] = {&configuration.format,
+                                     &configuration.mode,
+                                     &configuration.bass,
+                                     &configuration.outputs[0].source,
+                                     &configuration.outputs[0].index,
+                                     &configuration.outputs[2].index};
         for (size_t m = 0; m < sizeof members / sizeof *members; ++m) {
             tarn_stream* stream = NULL;
             tarn_defaults(&configuration, sizeof configuration);

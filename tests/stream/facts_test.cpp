@@ -121,7 +121,9 @@ TEST(Facts, TextsListThePresets)
             surrounds = number;
         }
         char level[40];
-        std::snprintf(level, sizeof level, "\n:  %g\n:  %s\n", settings.gainDb, settings.limiter ? "on" : "off");
+        std::snprintf(level, sizeof level, "\n:  %s\n:  %g\n:  %s\n",
+                      settings.bass == zrk_tarn::BassMode::Fronts ? "fronts" : "steered", settings.gainDb,
+                      settings.limiter ? "on" : "off");
         expectContains("docs/man/tarn-upmix.1.scd", row + surrounds + level);
     }
     expectContains("completions/tarn.bash", "--preset) words='" + names + "'");

@@ -420,6 +420,104 @@ TEST(DialogueSlots, AreTheInputInBypass)
 namespace
 {
 
+const StreamConfiguration kWithBass = [] {
+    StreamConfiguration configuration = kFive;
+    configuration.bass = zrk_tarn::BassMode::Fronts;
+    return configuration;
+}();
+
+/// A tone left and right, with different levels.
+Samples tone(double hz, double left, double right)
+{
+    return stereoOf(48000, [=](std::size_t i, Random& /*random*/) {
+        const double sample = std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(i) / 48000.0);
+        return Frame{left * sample, right * sample};
+    });
+}
+
+/// Power of the sum of the first slots of five, relative to that of left plus right, in dB.
+double sumDb(const Samples& output, const Samples& stereo, std::size_t slots)
+{
+    double after = 0.0;
+    double before = 0.0;
+    for (std::size_t i = 24000; i < 48000; ++i) {
+        double sum = 0.0;
+        for (std::size_t slot = 0; slot < slots; ++slot) sum += output[5 * i + slot];
+        after += sum * sum;
+        before += std::pow(static_cast<double>(stereo[2 * i]) + stereo[2 * i + 1], 2.0);
+    }
+    return 10.0 * std::log10(after / before);
+}
+
+} // namespace
+
+TEST(BassInTheFronts, HasTheLevelOfTheStereoMinus3DbWhereverTheSourceIs)
+{
+    for (const auto& [left, right] : {std::pair{1.0, 1.0}, {1.0, 0.0}, {0.3, 1.0}}) {
+        const Samples stereo = tone(40.0, left, right);
+        const Samples output = outputOf(kWithBass, stereo);
+        EXPECT_NEAR(sumDb(output, stereo, 5), -3.01, 0.1) << left << ", " << right;
+        const std::vector<double> powers = powersOf(output, 5, 24000);
+        EXPECT_LT(powers[2] + powers[3] + powers[4], 1e-3 * (powers[0] + powers[1]));
+    }
+}
+
+TEST(BassInTheFronts, LeavesHighFrequenciesToTheEngine)
+{
+    const Samples stereo = tone(2000.0, 1.0, 1.0);
+    const std::vector<double> with = powersOf(outputOf(kWithBass, stereo), 5, 24000);
+    const std::vector<double> without = powersOf(outputOf(kFive, stereo), 5, 24000);
+    EXPECT_NEAR(10.0 * std::log10(with[2] / without[2]), 0.0, 0.01);
+    EXPECT_LT(with[0] + with[1], 1e-4 * with[2]);
+}
+
+TEST(BassInTheFronts, IsTheLowPassOfTheDelayedStereoExactly)
+{
+    Samples stereo = stereoOf(12000, Signal::DiffuseNoise);
+    StreamConfiguration fronts = with({{Engine, 0}, {Engine, 1}, {Engine, 2}, {Surround, 0}, {Surround, 1}});
+    const Samples plain = outputOf(fronts, stereo);
+    const Samples moved = outputOf(kWithBass, stereo);
+
+    // Direct form I of the same filters, one sample at a time.
+    struct Section
+    {
+        double b0, b1, b2, a1, a2;
+        double s1 = 0.0, s2 = 0.0;
+        double run(double x)
+        {
+            const double y = b0 * x + s1;
+            s1 = b1 * x - a1 * y + s2;
+            s2 = b2 * x - a2 * y;
+            return y;
+        }
+    };
+    const double k = std::tan(std::numbers::pi * 120.0 / 48000.0);
+    const double norm = 1.0 / (1.0 + std::numbers::sqrt2 * k + k * k);
+    const double a1 = 2.0 * (k * k - 1.0) * norm;
+    const double a2 = (1.0 - std::numbers::sqrt2 * k + k * k) * norm;
+    Section low[2] = {{k * k * norm, 2.0 * (k * k) * norm, k * k * norm, a1, a2},
+                      {k * k * norm, 2.0 * (k * k) * norm, k * k * norm, a1, a2}};
+    Section high[2] = {{norm, -2.0 * norm, norm, a1, a2}, {norm, -2.0 * norm, norm, a1, a2}};
+    for (std::size_t i = 64; i < 12000; ++i) {
+        const double left = i < kLatency ? 0.0 : stereo[2 * (i - kLatency)];
+        const double bass = low[1].run(low[0].run(kHalfPower * left));
+        const double rest = high[1].run(high[0].run(plain[5 * i]));
+        ASSERT_EQ(moved[5 * i], rounded(rest + bass)) << i;
+    }
+}
+
+TEST(BassInTheFronts, OfResetStreamsEqualsThatOfNewOnes)
+{
+    const Samples stereo = stereoOf(10000, Signal::LowTone);
+    UpmixStream stream(kWithBass);
+    const Samples first = processed(stream, kWithBass, stereo);
+    stream.reset();
+    EXPECT_EQ(processed(stream, kWithBass, stereo), first);
+}
+
+namespace
+{
+
 StreamConfiguration limitedTo(StreamConfiguration configuration)
 {
     configuration.limiter = true;

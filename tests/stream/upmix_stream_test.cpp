@@ -826,6 +826,12 @@ TEST(UpmixStream, InvalidConfigurationsAreRefusedWithAReason)
                       c.outputs[0].source = source;
                   }).find("a remapped engine has no"),
                   std::string::npos);
+    EXPECT_EQ(problemWith([](auto& c) { c.bass = static_cast<zrk_tarn::BassMode>(2); }), "the bass mode is unknown");
+    EXPECT_EQ(problemWith([](auto& c) {
+                  c.remap.emplace();
+                  c.bass = zrk_tarn::BassMode::Fronts;
+              }),
+              "a remapped engine has no fronts to play the bass");
     EXPECT_EQ(problemWith([](auto& c) { c.mode = static_cast<zrk_tarn::SteeringMode>(2); }),
               "the steering mode is unknown");
 }
