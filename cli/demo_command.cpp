@@ -45,11 +45,10 @@ public:
 };
 
 /// Upmixes 16-bit stereo.
-void upmixStereo(const std::vector<std::int16_t>& stereo, std::uint32_t sampleRate, const Layout& layout, bool align,
-                 AudioSink& sink)
+void upmixStereo(const std::vector<std::int16_t>& stereo, std::uint32_t sampleRate, const Layout& layout,
+                 const EngineSettings& settings, bool align, AudioSink& sink)
 {
-    Upmixer upmixer(layout, {.sampleRate = sampleRate, .bits = kBits}, {.room = zrk_tarn::kPresets[0].settings}, align,
-                    sink);
+    Upmixer upmixer(layout, {.sampleRate = sampleRate, .bits = kBits}, settings, align, sink);
     std::vector<std::int32_t> chunk;
     for (std::size_t frame = 0; frame < stereo.size() / 2; frame += kChunkFrames) {
         throwIfInterrupted();
@@ -138,13 +137,14 @@ void runDemo(const DemoOptions& options)
     std::vector<std::int16_t> extended = scene.stereo;
     extended.resize(extended.size() + 2 * (kMaxDelayFrames + 1));
     MemorySink memory;
-    upmixStereo(extended, scene.sampleRate, layoutNamed("3.0"), false, memory);
+    upmixStereo(extended, scene.sampleRate, layoutNamed("3.0"), {}, false, memory);
     printReport(scene, memory.outputs);
 
     // If the report cannot be printed, no files are left.
     flushOutput();
     if (files) {
-        upmixStereo(scene.stereo, scene.sampleRate, layout, true, files->upmixed());
+        upmixStereo(scene.stereo, scene.sampleRate, layout, {.room = zrk_tarn::kPresets[0].settings}, true,
+                    files->upmixed());
         files->finish(scene.stereo);
     }
     printNextStep(options, files);

@@ -9,7 +9,7 @@ namespace tarn
 
 inline constexpr const char* kHelp = R"(Usage: tarn COMMAND [OPTIONS] ...
 
-Upmixes stereo to left, right and centre: the same bytes on every machine.
+Upmixes stereo to 3.0, 5.1 or 7.1, or makes the voices in stereo louder.
 
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
@@ -38,12 +38,11 @@ INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - reads a pipe.
 OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
 
   --layout NAME      2.0, 3.0 (default), 5.1, 7.1, or 7.1-remap --remap FILE
-  --preset NAME      film (default), music, voice or plain; sets these five:
+  --preset NAME      film (default), music, voice or plain; sets these, and the limiter:
   --centre DB        voices, -60 to 12      --width W    of the centre, 0 to 1
   --surrounds DB     -60 to 12, or off      --gain DB    -60 to 18
   --bass WHERE       fronts or steered      --no-limiter clip peaks
   --mode NAME        fast (default), calm   --bypass     plain stereo
-  --loudness-match   as loud as INPUT
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next supported
   --raw RATE:BITS    - is raw PCM           --no-align   keep delay, 960 frames
@@ -52,7 +51,7 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   -j, --jobs N       parallel jobs          --skip-existing   keep complete ones
   --strict           refuse damaged INPUT   --force      replace OUTPUT
   --json             print a report         --quiet      errors and warnings
-  --help-all         every option
+  --loudness-match   as loud as INPUT       --help-all   every option
 
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music
 man tarn-upmix describes layouts, matrices, tags, reports and streams.

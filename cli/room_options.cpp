@@ -109,7 +109,7 @@ void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool byp
     if (options.bass && !layout.hasSource(OutputSlot::Source::Engine))
         refuse("--bass", "has no effect on --layout " + name + ", which keeps the bass of the stereo; leave it out");
     if (options.surrounds && !layout.hasSource(OutputSlot::Source::Surround))
-        refuse("--surrounds", "--layout " + name + " has no surround channels; add --layout 5.1, or leave it out");
+        refuse("--surrounds", "--layout " + name + " has no surround channels; use --layout 5.1, or leave it out");
 }
 
 zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& layout)
@@ -125,7 +125,9 @@ zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& 
     if (options.surrounds == kOff) {
         settings.surroundDb.reset();
     } else if (options.surrounds) {
-        settings.surroundDb = std::stod(*options.surrounds);
+        double level = 0.0;
+        CLI::detail::lexical_cast(*options.surrounds, level); // the option was checked
+        settings.surroundDb = level;
     }
     return settings;
 }

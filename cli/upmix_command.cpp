@@ -113,13 +113,14 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
     return sink;
 }
 
-/// Says so if the output for two loudspeakers is the input.
+/// Says so if the output for two loudspeakers is the stereo as it is.
 void notePlainStereo(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings)
 {
-    if (!options.quiet && !options.inBatch && !options.bypass && settings.room.centreDb == 0.0 &&
-        layout.hasSource(zrk_tarn::OutputSlot::Source::Dialogue))
-        printNote(options.outputName() + ": has the samples of " + options.inputName() +
-                  ", because the gain of the centre is 0 dB; add for example --centre 6");
+    const bool isPlain = !options.bypass && settings.room.centreDb == 0.0 && settings.room.gainDb == 0.0 &&
+                         layout.hasSource(zrk_tarn::OutputSlot::Source::Dialogue);
+    if (isPlain && !options.quiet && !options.inBatch)
+        printNote(options.outputName() +
+                  ": the stereo is not changed, because the gain of the centre is 0 dB; add for example --centre 6");
 }
 
 /// Prepares the source and prints its notes.

@@ -6,6 +6,7 @@
 #include "cli/progress.h"
 #include "cli/text.h"
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
@@ -28,9 +29,9 @@ std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
     const std::string gain = formatted("%+.2f dB", report.room.gainDb);
     return std::to_string(report.clipped) + " samples were beyond full scale" +
            (report.room.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
-           (options.loudnessMatch ? "give --gain with less than " + gain + " instead of --loudness-match"
-            : report.room.limiter ? "give a smaller --gain"
-                                  : "give a smaller --gain, or leave out --no-limiter");
+           (options.loudnessMatch    ? "give --gain with less than " + gain + " instead of --loudness-match"
+            : options.room.noLimiter ? "give a smaller --gain, or leave out --no-limiter"
+                                     : "give a smaller --gain or --centre, or a preset with a limiter");
 }
 
 Json channelsOf(const UpmixReport& report)
@@ -70,7 +71,8 @@ void addRoom(Json& json, const UpmixReport& report)
 Json limiterOf(const UpmixReport& report)
 {
     if (!report.room.limiter) return {};
-    const double frames = 64.0 * static_cast<double>(report.limitedBlocks);
+    // Blocks can begin before the input and end after it.
+    const auto frames = static_cast<double>(std::min(64 * report.limitedBlocks, report.frames));
     return {{"seconds", frames / report.format.sampleRate},
             {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
 }

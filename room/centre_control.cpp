@@ -8,12 +8,11 @@ namespace zrk_tarn
 void CentreControl::apply(UnroundedRow& frontLeft, UnroundedRow& frontRight, UnroundedRow& centre) const noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        const double share = width.at(i);
         const double voice = gain.at(i) * centre[i];
-        const double toEachFront = __builtin_sqrt((1.0 - share * share) * 0.5) * voice;
-        frontLeft[i] += toEachFront;
-        frontRight[i] += toEachFront;
-        centre[i] = share * voice;
+        const double toFront = toEachFront.at(i) * voice;
+        frontLeft[i] += toFront;
+        frontRight[i] += toFront;
+        centre[i] = width.at(i) * voice;
     }
 }
 

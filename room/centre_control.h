@@ -17,6 +17,7 @@ public:
     {
         gain = Glide(gainTarget);
         width = Glide(widthTarget);
+        toEachFront = Glide(frontShareOf(widthTarget));
     }
 
     /// Advances both fades to the next block.
@@ -24,6 +25,7 @@ public:
     {
         gain.beginBlock(gainTarget);
         width.beginBlock(widthTarget);
+        toEachFront.beginBlock(frontShareOf(widthTarget));
     }
 
     /// Whether the block stays as it is.
@@ -31,7 +33,6 @@ public:
 
     /// For loudspeakers with a centre: centre' = gain width centre, and each front gains
     /// gain sqrt((1 - width^2) / 2) centre, so that the power stays the same at every width.
-    ///
     void apply(UnroundedRow& frontLeft, UnroundedRow& frontRight, UnroundedRow& centre) const noexcept;
 
     /// For two loudspeakers or headphones: side + (gain - 1) centre. The engine's centre has the amplitude
@@ -41,8 +42,16 @@ public:
     void changeVoice(const UnroundedRow& centre, UnroundedRow& side) const noexcept;
 
 private:
+    /// sqrt((1 - width^2) / 2), rounded once.
+    static float frontShareOf(float width) noexcept
+    {
+        const double share = static_cast<double>(width);
+        return static_cast<float>(__builtin_sqrt((1.0 - share * share) * 0.5));
+    }
+
     Glide gain{1.0f};
     Glide width{1.0f};
+    Glide toEachFront{0.0f}; ///< fades linearly too: the square root of a fading width would begin with a step
 };
 
 } // namespace zrk_tarn

@@ -17,16 +17,24 @@ public:
     static constexpr std::size_t kFadeFrames = 1024;
 
     /// Starts at a value, without a fade.
-    explicit Glide(float value) noexcept : start(static_cast<double>(value)), target(start) {}
+    explicit Glide(float value) noexcept : start(static_cast<double>(value)), target(start)
+    {
+        std::fill_n(values, kBlockFrames, target);
+    }
 
     /// Advances to the next block. A new target starts a fade there.
     void beginBlock(float newTarget) noexcept
     {
+        const bool wasSteady = framesDone == kFadeFrames;
         framesDone = std::min(framesDone + kBlockFrames, kFadeFrames);
-        if (static_cast<double>(newTarget) == target) return;
-        start = valueAfter(framesDone);
-        target = static_cast<double>(newTarget);
-        framesDone = 0;
+        if (static_cast<double>(newTarget) != target) {
+            start = valueAfter(framesDone);
+            target = static_cast<double>(newTarget);
+            framesDone = 0;
+        } else if (wasSteady) {
+            return;
+        }
+        for (std::size_t frame = 0; frame < kBlockFrames; ++frame) values[frame] = valueAfter(framesDone + frame + 1);
     }
 
     /// Returns whether all frames of the block have this value.
@@ -36,7 +44,7 @@ public:
     }
 
     /// The value for a frame of the block.
-    double at(std::size_t frame) const noexcept { return valueAfter(framesDone + frame + 1); }
+    double at(std::size_t frame) const noexcept { return values[frame]; }
 
 private:
     double valueAfter(std::size_t frames) const noexcept
@@ -48,6 +56,7 @@ private:
     double start;
     double target;
     std::size_t framesDone = kFadeFrames; ///< frames of the fade before this block
+    UnroundedRow values;                  ///< of the block
 };
 
 } // namespace zrk_tarn

@@ -11,7 +11,7 @@ namespace
 {
 
 /// The sections of a chain have gains of opposite sign in every second chain, so that two channels of a pair have a
-/// phase difference near 90 degrees.
+/// phase difference that averages about 90 degrees.
 constexpr float kGain[2][2] = {{0.6f, -0.6f}, {0.6f, 0.6f}};
 
 /// Times of a rate in its blocks and frames: a mean over 44 ms, 8 ms of look-ahead, and the delays of 48 kHz scaled to

@@ -50,6 +50,9 @@ public:
     /// Whether amplify leaves a block as it is.
     bool isExact() const noexcept { return gain.isSteadyAt(1.0f); }
 
+    /// Whether the block is the bypassed input.
+    bool isBypassed() const noexcept { return wetShare.isSteadyAt(0.0f); }
+
     /// The second half of mix, for an output to which the make-up gain was applied.
     void fade(const UnroundedRow& amplified, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 

@@ -154,7 +154,8 @@ void OutputStage::limitAndFade(const StageBlock& block) noexcept
     const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
     const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
-    const float peak = isPlainStereo() ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
+    const bool isUnlimited = isPlainStereo() || crossfade.isBypassed();
+    const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
     limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
 
     using enum OutputSlot::Source;

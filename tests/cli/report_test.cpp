@@ -175,7 +175,7 @@ TEST_F(Report, GainAppliesFromTheFirstSampleAndCountsClipping)
     for (const double gainDb : {-6.0, 0.0, 3.5, 12.0}) {
         Samples expected = engineOutput(stereo, {.plain = true});
         const std::size_t clipped = amplify(expected, static_cast<float>(std::pow(10.0, gainDb / 20.0)));
-        const Json report = reportOf({"--no-limiter", "--gain", std::to_string(gainDb)});
+        const Json report = reportOf({"--preset", "plain", "--gain", std::to_string(gainDb)});
         EXPECT_TRUE(readAudio(at("out.wav")).samples == expected) << gainDb;
         EXPECT_EQ(report["clipped_samples"], clipped) << gainDb;
         EXPECT_EQ(report["gain_db"], gainDb);
@@ -189,7 +189,7 @@ TEST_F(Report, GainAppliesFromTheFirstSampleAndCountsClipping)
 TEST_F(Report, LoudnessMatchReachesTheLoudnessOfTheInput)
 {
     const Samples stereo = writeInput(0.1);
-    const Json report = reportOf({"--loudness-match"});
+    const Json report = reportOf({"--preset", "plain", "--loudness-match"});
     const Json& loudness = report["loudness_lufs"];
     EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.05);
     EXPECT_EQ(report["gain_db"], loudness["input"].get<double>() - loudness["output_without_gain"].get<double>());

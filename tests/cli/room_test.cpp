@@ -94,7 +94,8 @@ TEST_F(Room, SevenOneHasTwoPairsThatAre3DbSofter)
 TEST_F(Room, TwoLoudspeakersGetTheInputUnlessTheCentreChanges)
 {
     EXPECT_EQ(outputOf({"--layout", "2.0"}), stereo);
-    EXPECT_NE(tarn({"upmix", "--layout", "2.0", "in.wav", "copy.wav"}).errors.find("has the samples of in.wav"),
+    EXPECT_NE(tarn({"upmix", "--layout", "2.0", "in.wav", "copy.wav"})
+                  .errors.find("the stereo is not changed, because the gain of the centre is 0 dB"),
               std::string::npos);
     const Samples upmixed = outputOf({"--preset", "plain"});
     const Samples louder = outputOf({"--layout", "2.0", "--centre", "-60"});
@@ -129,7 +130,7 @@ TEST_F(Room, ReportsHaveTheSettingsThatHaveAnEffect)
 TEST_F(Room, RefusesWhatHasNoEffect)
 {
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
-    expectRefusal({"--surrounds", "-6"}, "--surrounds: --layout 3.0 has no surround channels; add --layout 5.1");
+    expectRefusal({"--surrounds", "-6"}, "--surrounds: --layout 3.0 has no surround channels; use --layout 5.1");
     expectRefusal({"--layout", "2.0", "--width", "0.5"}, "--width: has no effect on --layout 2.0");
     expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", "--centre", "3"},
                   "--centre: has no effect on --layout 7.1-remap");
@@ -139,6 +140,8 @@ TEST_F(Room, RefusesWhatHasNoEffect)
     expectRefusal({"--centre", "13"}, "'13' is not a number from -60 to 12; write for example --centre 6");
     expectRefusal({"--width", "1.5"}, "'1.5' is not a number from 0 to 1");
     expectRefusal({"--layout", "5.1", "--surrounds", "loud"}, "'loud' is not off or a number from -60 to 12");
+    EXPECT_EQ(outputOf({"--layout", "5.1", "--surrounds", "1e-400"}),
+              outputOf({"--layout", "5.1", "--surrounds", "0"}));
     expectRefusal({"--preset", "party"}, "'party' is not film, music, voice or plain");
 }
 

@@ -62,7 +62,7 @@ double truePeakOf(const Rows& rows, std::size_t first)
 Rows limitedLiterally(const Rows& rows)
 {
     Rows output(rows.size(), std::vector<double>(rows[0].size()));
-    const double ceiling = 0.94406088;
+    const double ceiling = 0.89125094;
     double needed = 1.0;
     double gain = 1.0;
     for (std::size_t first = 0; first < rows[0].size(); first += kBlock) {

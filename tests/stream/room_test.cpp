@@ -306,15 +306,16 @@ TEST(CentreControls, ChangeLevelAndWidthExactly)
         float gain;
         float width;
     };
-    for (const auto& [gain, width] : {Setting{1.0f, 1.0f}, {0.5f, 1.0f}, {1.5f, 0.6f}, {1.0f, 0.0f}, {0.0f, 0.3f}}) {
+    for (const Setting& setting : {Setting{1.0f, 1.0f}, {0.5f, 1.0f}, {1.5f, 0.6f}, {1.0f, 0.0f}, {0.0f, 0.3f}}) {
         const Samples changed = outputOf(kFronts, stereo, [&](UpmixStream& stream) {
-            stream.setCentreGain(gain);
-            stream.setCentreWidth(width);
+            stream.setCentreGain(setting.gain);
+            stream.setCentreWidth(setting.width);
         });
-        const double share = static_cast<double>(width);
+        const double share = static_cast<double>(setting.width);
+        const auto frontShare = static_cast<double>(static_cast<float>(std::sqrt((1.0 - share * share) * 0.5)));
         for (std::size_t i = 0; i < plain.size(); i += 3) {
-            const double voice = static_cast<double>(gain) * plain[i + 2];
-            const double toFront = std::sqrt((1.0 - share * share) * 0.5) * voice;
+            const double voice = static_cast<double>(setting.gain) * plain[i + 2];
+            const double toFront = frontShare * voice;
             ASSERT_EQ(changed[i], rounded(plain[i] + toFront)) << i;
             ASSERT_EQ(changed[i + 1], rounded(plain[i + 1] + toFront)) << i;
             ASSERT_EQ(changed[i + 2], rounded(share * voice)) << i;
@@ -340,6 +341,30 @@ TEST(CentreControls, FadeWithin1024FramesAndReturnToExactSamples)
     back.erase(back.begin(), back.begin() + std::ptrdiff_t{3} * (1024 + 64));
     expected.erase(expected.begin(), expected.begin() + std::ptrdiff_t{3} * (1024 + 64));
     EXPECT_EQ(back, expected);
+}
+
+// A step in a sample is a click. The second difference shows it: that of the tone is small.
+TEST(CentreControls, ChangeWithoutAClick)
+{
+    const Samples tone = stereoOf(20000, [](std::size_t i, Random& /*random*/) {
+        const double sample = 0.5 * std::cos(2.0 * std::numbers::pi * 100.0 * static_cast<double>(i) / 48000.0);
+        return Frame{sample, sample};
+    });
+    UpmixStream stream(kFronts);
+    processed(stream, kFronts, tone);
+    stream.setCentreWidth(0.0f);
+    stream.setCentreGain(2.0f);
+    Samples output = processed(stream, kFronts, tone);
+    stream.setCentreWidth(1.0f);
+    const Samples back = processed(stream, kFronts, tone);
+    output.insert(output.end(), back.begin(), back.end());
+    double largest = 0.0;
+    for (std::size_t i = 3 * 12000 + 6; i < 3 * 28000; ++i) {
+        if (i / 3 >= 20000 - 2 && i / 3 < 20000 + 1100) continue; // the tone itself begins again
+        const double difference = (static_cast<double>(output[i]) - 2.0 * output[i - 3] + output[i - 6]) * 0x1p-31;
+        largest = std::max(largest, std::fabs(difference));
+    }
+    EXPECT_LT(largest, 0.002);
 }
 
 TEST(CentreControls, AreClamped)

@@ -152,7 +152,10 @@ TEST(Threads, CanCreateTheFirstStreamsAtTheSameTime)
 // One thread processes, one sets controls, one reads meters.
 TEST(Threads, CanControlAndReadAStreamDuringProcessing)
 {
-    zrk_tarn::UpmixStream stream({});
+    using enum zrk_tarn::OutputSlot::Source;
+    zrk_tarn::StreamConfiguration configuration{.outputSlots = 5, .limiter = true, .bass = zrk_tarn::BassMode::Fronts};
+    configuration.outputs = {{{Engine, 0}, {Engine, 1}, {Engine, 2}, {Surround, 0}, {Dialogue, 1}}};
+    zrk_tarn::UpmixStream stream(configuration);
     std::atomic<bool> over = false;
     std::barrier begin(3);
     std::thread control([&] {
@@ -161,6 +164,9 @@ TEST(Threads, CanControlAndReadAStreamDuringProcessing)
         while (!over) {
             stream.setBypass(random.chance(2));
             stream.setMakeUpGain(static_cast<float>(random.uniform() + 1.0));
+            stream.setCentreGain(static_cast<float>(random.uniform() + 1.0));
+            stream.setCentreWidth(static_cast<float>(random.uniform()));
+            stream.setSurroundGain(static_cast<float>(random.uniform() + 1.0));
             stream.setMode(random.chance(2) ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm);
         }
     });
@@ -171,7 +177,7 @@ TEST(Threads, CanControlAndReadAStreamDuringProcessing)
     });
     Random random(2);
     std::vector<float> input(2 * 1000);
-    std::vector<float> output(3 * 1000);
+    std::vector<float> output(5 * 1000);
     begin.arrive_and_wait();
     for (int i = 0; i < 300; ++i) {
         for (float& sample : input) sample = static_cast<float>(0.5 * random.uniform());
