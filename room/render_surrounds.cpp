@@ -58,8 +58,10 @@ void smoothCovariance(const Floats<64>& a, const Floats<64>& b, const float (&sm
           withoutTraces(broadcast<16>(smoothing[1]) * load<16>(covariance) + broadcast<16>(smoothing[0]) * sums));
 }
 
+// These stages are not inlined, because their vectors would stay on the stack during the transform.
+
 template <typename Layout>
-void smoothCovariances(const float (&subband)[2][64], Surrounds& s) noexcept
+[[gnu::noinline]] void smoothCovariances(const float (&subband)[2][64], Surrounds& s) noexcept
 {
     const Floats<64> scale = broadcast<64>(kCovarianceScale);
     const Floats<64> l = load<64>(subband[0]) * scale;
@@ -70,7 +72,7 @@ void smoothCovariances(const float (&subband)[2][64], Surrounds& s) noexcept
 }
 
 /// The weights that cancel the dominant source of every group.
-void findWeights(Surrounds& s) noexcept
+[[gnu::noinline]] void findWeights(Surrounds& s) noexcept
 {
     const Floats<16> zero = broadcast<16>(0.0f);
     const Floats<16> half = broadcast<16>(0.5f);
@@ -91,7 +93,7 @@ void findWeights(Surrounds& s) noexcept
 
 /// Takes the difference of the block of lookAhead blocks before, and keeps the newest block in its place.
 template <typename Layout>
-void takeDifference(const float (&subband)[2][64], Surrounds& s) noexcept
+[[gnu::noinline]] void takeDifference(const float (&subband)[2][64], Surrounds& s) noexcept
 {
     auto& past = s.past[s.nextPast];
     store(s.difference, spreadOverBands<Layout>(load<16>(s.leftWeight)) * load<64>(past[0]) -

@@ -107,7 +107,7 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
         forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
         return;
     }
-    UnroundedRow rows[4]{};
+    UnroundedRow(&rows)[4] = scratch;
     const std::size_t outputs = configuration.remap ? 4 : 3;
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
     if (!isUnchanged) centre.apply(rows[0], rows[1], rows[2]);
@@ -121,7 +121,7 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     if (surrounds == nullptr) return;
     chosenOperations().renderSurrounds(block.engine, *surrounds);
     const double scale = static_cast<double>(block.engine.outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
-    UnroundedRow rows[Surrounds::kChains]{};
+    UnroundedRow(&rows)[Surrounds::kChains] = scratch;
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
@@ -138,9 +138,9 @@ void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
             put(block, slot, plain);
             return;
         }
-        UnroundedRow changed;
+        UnroundedRow& changed = scratch[0];
+        UnroundedRow& voice = scratch[1];
         std::copy_n(plain, kBlockFrames, changed);
-        UnroundedRow voice;
         unround(block, 2, voice);
         centre.changeVoice(voice, changed);
         put(block, slot, changed);

@@ -99,6 +99,7 @@ private:
     Crossfade crossfade;
     CentreControl centre;
     Glide surroundGain{kTypicalSurroundGain};
+    UnroundedRow scratch[4]{}; ///< rows of process, which keeps them off the stack
 };
 
 } // namespace zrk_tarn
