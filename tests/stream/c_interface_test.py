@@ -40,6 +40,8 @@ class Configuration(ctypes.Structure):
         ("remap", ctypes.c_uint32),
         ("gains", (ctypes.c_int32 * 4) * 3),
         ("mode", ctypes.c_uint32),
+        ("limiter", ctypes.c_uint32),
+        ("bass", ctypes.c_uint32),
     ]
 
 
