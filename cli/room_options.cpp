@@ -60,9 +60,9 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
 {
     command
         .add_option("--preset", options.preset,
-                    "Settings of --centre, --width, --surrounds and --gain:\n"
-                    "film (default), music, voice, or plain for the output\n"
-                    "of the engine")
+                    "Sets the next five options and the limiter: film\n"
+                    "(default), music, voice, or plain for the output of\n"
+                    "the engine")
         ->type_name("NAME")
         ->check(oneOf(presetNames(), "--preset voice"));
     command.add_option("--centre", options.centreDb, "Gain of the centre in dB, -60 to 12: louder or softer\nvoices")

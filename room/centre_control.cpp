@@ -5,6 +5,12 @@
 namespace zrk_tarn
 {
 
+float CentreControl::frontShareOf(float width) noexcept
+{
+    const double share = static_cast<double>(width);
+    return static_cast<float>(__builtin_sqrt((1.0 - share * share) * 0.5));
+}
+
 void CentreControl::apply(UnroundedRow& frontLeft, UnroundedRow& frontRight, UnroundedRow& centre) const noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i) {

@@ -43,11 +43,7 @@ public:
 
 private:
     /// sqrt((1 - width^2) / 2), rounded once.
-    static float frontShareOf(float width) noexcept
-    {
-        const double share = static_cast<double>(width);
-        return static_cast<float>(__builtin_sqrt((1.0 - share * share) * 0.5));
-    }
+    static float frontShareOf(float width) noexcept;
 
     Glide gain{1.0f};
     Glide width{1.0f};

@@ -83,6 +83,7 @@ TEST_F(Room, SevenOneHasTwoPairsThatAre3DbSofter)
 {
     const Samples five = outputOf({"--layout", "5.1"});
     const Samples seven = outputOf({"--layout", "7.1"});
+    EXPECT_EQ(seven, engineOutput(stereo, {.layout = "7.1", .bits = 24}));
     for (std::size_t side = 0; side < 2; ++side) {
         const double behind = powerOf(five, 4 + side, 6);
         EXPECT_NEAR(powerOf(seven, 6 + side, 8) / behind, 0.5, 1e-5) << "sides have the chains of 5.1";
