@@ -271,6 +271,16 @@ void tarn_set_surround_gain(tarn_stream* stream, float gain)
     if (stream != nullptr) stream->stream.setSurroundGain(gain);
 }
 
+void tarn_set_bass(tarn_stream* stream, int bass)
+{
+    if (stream != nullptr) stream->stream.setBass(bass == TARN_BASS_FRONTS ? BassMode::Fronts : BassMode::Steered);
+}
+
+void tarn_set_limiting(tarn_stream* stream, int limiting)
+{
+    if (stream != nullptr) stream->stream.setLimiting(limiting != 0);
+}
+
 void tarn_set_mode(tarn_stream* stream, int mode)
 {
     if (stream != nullptr) stream->stream.setMode(mode == TARN_FAST ? SteeringMode::Fast : SteeringMode::Calm);

@@ -216,7 +216,7 @@ TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const
  */
 TARN_API size_t tarn_drain(tarn_stream* stream, void* output, size_t frames);
 
-/** Clears the signal of a stream. Keeps mode, bypass, gains, width and matrix. */
+/** Clears the signal of a stream. Keeps all settings and the matrix. */
 TARN_API void tarn_reset(tarn_stream* stream);
 
 /**
@@ -254,6 +254,15 @@ TARN_API void tarn_set_centre_width(tarn_stream* stream, float width);
 /** Sets the gain of the surround channels, a factor from 0 to TARN_MAX_CHANNEL_GAIN. Fades and clamps as the make-up
  * gain; NaN sets the default, TARN_TYPICAL_SURROUND_GAIN. */
 TARN_API void tarn_set_surround_gain(tarn_stream* stream, float gain);
+
+/** Changes where the bass plays. Has no effect on TARN_DIALOGUE slots and with a remap matrix. Crossfades within 1024
+ * frames; changes at once before the first frame. Reads an unknown value as TARN_BASS_STEERED. */
+TARN_API void tarn_set_bass(tarn_stream* stream, int bass);
+
+/** Switches the limiter of the configuration off (0) or on, from the next block on. Switched off, its gain returns to 1
+ * with its usual time constant, and outputs beyond full scale clip. The latency stays the same. Has no effect if the
+ * configuration has no limiter. */
+TARN_API void tarn_set_limiting(tarn_stream* stream, int limiting);
 
 /** Changes the steering mode from the next block on. Reads an unknown mode as TARN_CALM. */
 TARN_API void tarn_set_mode(tarn_stream* stream, int mode);

@@ -27,6 +27,8 @@ constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
 /// States below it become 0. They are inaudible and would decay to subnormal numbers, which are slow.
 constexpr double kTrace = 0x1p-60;
 
+const Glide kAlwaysOn{1.0f};
+
 double tangentOf(std::uint32_t sampleRateHz) noexcept
 {
     for (const Tangent& tangent : kTangents)
@@ -52,26 +54,35 @@ void BassCrossover::reset() noexcept
     stereo = fronts = behind = {};
 }
 
+void BassCrossover::beginBlock(bool isOn) noexcept
+{
+    const bool wasOff = isOff();
+    share.beginBlock(isOn ? 1.0f : 0.0f);
+    if (wasOff && !isOff()) reset();
+}
+
 void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i) {
         bass[0][i] = kHalfPower * static_cast<double>(left[i]);
         bass[1][i] = kHalfPower * static_cast<double>(right[i]);
     }
-    stereo.filterBlock(lowPass, bass);
-    fronts.filterBlock(highPass, rows);
+    stereo.filterBlock(lowPass, kAlwaysOn, bass);
+    fronts.filterBlock(highPass, share, rows);
     for (std::size_t side = 0; side < 2; ++side)
-        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += bass[side][i];
+        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += share.at(i) * bass[side][i];
 }
 
 void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows]) noexcept
 {
-    behind.filterBlock(highPass, surrounds);
+    behind.filterBlock(highPass, share, surrounds);
 }
 
 /// In the transposed direct form II.
-void BassCrossover::Filters::filterBlock(const Coefficients& c, UnroundedRow (&rows)[kRows]) noexcept
+void BassCrossover::Filters::filterBlock(const Coefficients& c, const Glide& share,
+                                         UnroundedRow (&rows)[kRows]) noexcept
 {
+    const bool isFading = !share.isSteadyAt(1.0f);
     for (std::size_t i = 0; i < kBlockFrames; ++i) {
         double samples[kRows];
         for (std::size_t row = 0; row < kRows; ++row) samples[row] = rows[row][i];
@@ -84,7 +95,10 @@ void BassCrossover::Filters::filterBlock(const Coefficients& c, UnroundedRow (&r
                 samples[row] = y;
             }
         }
-        for (std::size_t row = 0; row < kRows; ++row) rows[row][i] = samples[row];
+        for (std::size_t row = 0; row < kRows; ++row) {
+            if (isFading) samples[row] = rows[row][i] + share.at(i) * (samples[row] - rows[row][i]);
+            rows[row][i] = samples[row];
+        }
     }
     for (int section = 0; section < 2; ++section) {
         for (std::size_t row = 0; row < kRows; ++row) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "room/block.h"
+#include "room/glide.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +24,15 @@ public:
 
     /// Clears the signal.
     void reset() noexcept;
+
+    /// Jumps to the target without a fade.
+    void snapToTarget(bool isOn) noexcept { share = Glide(isOn ? 1.0f : 0.0f); }
+
+    /// Advances the fade between the outputs with and without the crossover to the next block.
+    void beginBlock(bool isOn) noexcept;
+
+    /// Whether the block stays as it is.
+    bool isOff() const noexcept { return share.isSteadyAt(0.0f); }
 
     /// Replaces the bass of front left, front right and centre: removes it, and adds sqrt(1/2) times the bass of the
     /// stereo to the fronts. The fourth row is not used.
@@ -45,7 +55,8 @@ private:
         double first[2][kRows]{};
         double second[2][kRows]{};
 
-        void filterBlock(const Coefficients& c, UnroundedRow (&rows)[kRows]) noexcept;
+        /// Fades from the input to the output of the filters by their share.
+        void filterBlock(const Coefficients& c, const Glide& share, UnroundedRow (&rows)[kRows]) noexcept;
     };
 
     Coefficients lowPass;
@@ -53,6 +64,7 @@ private:
     Filters stereo;
     Filters fronts;
     Filters behind;
+    Glide share{0.0f};          ///< of the outputs with the crossover
     UnroundedRow bass[kRows]{}; ///< of left and right, scratch
 };
 

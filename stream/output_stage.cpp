@@ -34,7 +34,7 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
       crossfade(bits)
 {
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
-    if (configuration.bass == BassMode::Fronts) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
+    if (!configuration.remap) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
     if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
     reset();
 }
@@ -44,6 +44,7 @@ void OutputStage::snapToTargets(const OutputTargets& targets) noexcept
     crossfade.snapToTargets(targets.wet, targets.gain);
     centre.snapToTargets(targets.centre, targets.width);
     surroundGain = Glide(targets.surround);
+    if (bass != nullptr) bass->snapToTarget(targets.bassInFronts);
 }
 
 void OutputStage::process(const StageBlock& block, const OutputTargets& targets) noexcept
@@ -51,6 +52,8 @@ void OutputStage::process(const StageBlock& block, const OutputTargets& targets)
     crossfade.beginBlock(targets.wet, targets.gain);
     centre.beginBlock(targets.centre, targets.width);
     surroundGain.beginBlock(targets.surround);
+    if (bass != nullptr) bass->beginBlock(targets.bassInFronts);
+    isLimiting = targets.limiting;
 
     fillInputSlots(block);
     fillEngineSlots(block);
@@ -102,7 +105,7 @@ void OutputStage::fillInputSlots(const StageBlock& block) noexcept
 void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
 {
     using enum OutputSlot::Source;
-    const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && bass == nullptr);
+    const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && isBassSteered());
     if (isUnchanged && limited == nullptr) {
         forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
         return;
@@ -111,7 +114,7 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
     const std::size_t outputs = configuration.remap ? 4 : 3;
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
     if (!isUnchanged) centre.apply(rows[0], rows[1], rows[2]);
-    if (bass != nullptr)
+    if (!isBassSteered())
         bass->moveToFronts(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], rows);
     forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
 }
@@ -125,7 +128,7 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-    if (bass != nullptr) bass->removeFrom(rows);
+    if (!isBassSteered()) bass->removeFrom(rows);
     forEachSlotOf(OutputSlot::Source::Surround,
                   [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
 }
@@ -154,7 +157,7 @@ void OutputStage::limitAndFade(const StageBlock& block) noexcept
     const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
     const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
-    const bool isUnlimited = isPlainStereo() || crossfade.isBypassed();
+    const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
     const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
     limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
 

@@ -108,7 +108,9 @@ struct StreamConfiguration
     /// Keeps the true peak of all outputs but input slots below full scale, with one gain for all of them, instead of
     /// clipping. Costs 64 frames of latency.
     bool limiter = false;
-    BassMode bass = BassMode::Steered; ///< Fronts is not possible with a remap matrix; Dialogue slots keep their bass
+    /// Initial mode, see UpmixStream::setBass. Fronts is not possible with a remap matrix; Dialogue slots keep their
+    /// bass.
+    BassMode bass = BassMode::Steered;
 };
 
 /// The smoothing speed with which a band group follows its steering.

@@ -544,6 +544,49 @@ TEST(BassInTheFronts, OfResetStreamsEqualsThatOfNewOnes)
     EXPECT_EQ(processed(stream, kWithBass, stereo), first);
 }
 
+TEST(BassInTheFronts, CanBeSetBeforeTheFirstFrame)
+{
+    const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
+    const auto set = [](UpmixStream& stream) { stream.setBass(zrk_tarn::BassMode::Fronts); };
+    EXPECT_EQ(outputOf(kFive, stereo, set), outputOf(kWithBass, stereo));
+    const auto unset = [](UpmixStream& stream) { stream.setBass(zrk_tarn::BassMode::Steered); };
+    EXPECT_EQ(outputOf(kWithBass, stereo, unset), outputOf(kFive, stereo));
+}
+
+TEST(BassInTheFronts, FadesWithin1024FramesAndReturnsToExactSamples)
+{
+    const Samples stereo = tone(60.0, 1.0, 1.0);
+    const Samples steered = outputOf(kFive, stereo);
+    constexpr std::size_t kOn = 9600;
+    constexpr std::size_t kOff = 28800;
+    UpmixStream stream(kFive);
+    Samples output(steered.size());
+    const auto process = [&](std::size_t from, std::size_t to) {
+        stream.process(stereo.data() + 2 * from, output.data() + 5 * from, to - from);
+    };
+    process(0, kOn);
+    stream.setBass(zrk_tarn::BassMode::Fronts);
+    process(kOn, kOff);
+    stream.setBass(zrk_tarn::BassMode::Steered);
+    process(kOff, stereo.size() / 2);
+
+    const auto at = [](std::size_t frame) { return static_cast<std::ptrdiff_t>(5 * frame); };
+    constexpr std::size_t kFade = 1024 + 64; // and the rest of a block
+    EXPECT_TRUE(std::equal(output.begin(), output.begin() + at(kOn), steered.begin()));
+    EXPECT_FALSE(std::equal(output.begin() + at(kOn), output.begin() + at(kOff), steered.begin() + at(kOn)));
+    EXPECT_TRUE(std::equal(output.begin() + at(kOff + kFade), output.end(), steered.begin() + at(kOff + kFade)));
+
+    // A click would have a second difference far above that of the tone, (2 pi 60 / 48000)^2 of its amplitude.
+    const std::int64_t amplitude = std::int64_t{1} << 30;
+    for (std::size_t i = kOn; i + 2 < stereo.size() / 2; ++i) {
+        for (std::size_t slot = 0; slot < 3; ++slot) {
+            const std::int64_t bend = std::int64_t{output[5 * i + slot]} -
+                                      2 * std::int64_t{output[5 * (i + 1) + slot]} + output[5 * (i + 2) + slot];
+            ASSERT_LT(std::abs(bend), amplitude / 1000) << i << ", " << slot;
+        }
+    }
+}
+
 namespace
 {
 
@@ -604,6 +647,34 @@ TEST(StreamLimiter, LimitsInsteadOfClipping)
         EXPECT_LE(largest, Limiter::kCeiling * 0x1p31 * (1.0 + 0x1p-23));
         EXPECT_GT(largest, 0.9 * Limiter::kCeiling * 0x1p31);
     }
+}
+
+TEST(StreamLimiter, SwitchedOffClipsAsAStreamWithoutIt)
+{
+    const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
+    const auto louder = [](UpmixStream& stream) { stream.setMakeUpGain(8.0f); };
+    const auto louderAndOff = [&](UpmixStream& stream) {
+        louder(stream);
+        stream.setLimiting(false);
+    };
+    const Samples clipped = outputOf(kFive, stereo, louder);
+    const Samples off = outputOf(kLimited, stereo, louderAndOff);
+    ASSERT_EQ(*std::max_element(clipped.begin(), clipped.end()), std::numeric_limits<std::int32_t>::max());
+    EXPECT_TRUE(std::equal(off.begin() + 5 * kLimiterFrames, off.end(), clipped.begin()));
+}
+
+TEST(StreamLimiter, SwitchedOffReturnsToGainOneWithItsTimeConstant)
+{
+    const Samples stereo = stereoOf(48000, Signal::DiffuseNoise);
+    UpmixStream stream(kLimited);
+    stream.setMakeUpGain(4.0f);
+    processed(stream, kLimited, stereo);
+    ASSERT_LT(stream.meters().limiterGain, 0.9f);
+    stream.setLimiting(false);
+    processed(stream, kLimited, stereoOf(2400, Signal::DiffuseNoise));
+    EXPECT_LT(stream.meters().limiterGain, 1.0f) << "after 50 ms";
+    processed(stream, kLimited, stereo);
+    EXPECT_EQ(stream.meters().limiterGain, 1.0f) << "after 1 s";
 }
 
 // The filterbank overshoots where full scale begins; without the limiter, that is clipped.
