@@ -1,6 +1,8 @@
-// A crossover that keeps the bass in the fronts.
+// A crossover that keeps the bass in the fronts, and the LFE channel.
 // SPDX-License-Identifier: MIT
 #include "room/bass_crossover.h"
+
+#include <algorithm>
 
 namespace zrk_tarn
 {
@@ -51,14 +53,14 @@ BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
 
 void BassCrossover::reset() noexcept
 {
-    stereo = fronts = behind = {};
+    stereo = fronts = behind = lfe = {};
 }
 
 void BassCrossover::beginBlock(bool isOn) noexcept
 {
     const bool wasOff = isOff();
     share.beginBlock(isOn ? 1.0f : 0.0f);
-    if (wasOff && !isOff()) reset();
+    if (wasOff && !isOff()) stereo = fronts = behind = {};
 }
 
 void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept
@@ -76,6 +78,16 @@ void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow
 void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows]) noexcept
 {
     behind.filterBlock(highPass, share, surrounds);
+}
+
+void BassCrossover::addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept
+{
+    for (std::size_t i = 0; i < kBlockFrames; ++i) {
+        bass[0][i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
+        bass[1][i] = 0.0;
+    }
+    lfe.filterBlock(lowPass, kAlwaysOn, bass);
+    std::copy_n(bass[0], kBlockFrames, sum);
 }
 
 /// In the transposed direct form II.

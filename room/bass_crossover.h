@@ -1,4 +1,4 @@
-// A crossover that keeps the bass in the fronts.
+// A crossover that keeps the bass in the fronts, and the LFE channel.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -43,6 +43,9 @@ public:
     /// Removes the bass of surround channels.
     void removeFrom(UnroundedRow (&surrounds)[kRows]) noexcept;
 
+    /// Computes the bass of left plus right. It does not fade.
+    void addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept;
+
 private:
     struct Coefficients
     {
@@ -64,8 +67,9 @@ private:
     Filters stereo;
     Filters fronts;
     Filters behind;
+    Filters lfe;
     Glide share{0.0f};          ///< of the outputs with the crossover
-    UnroundedRow bass[kRows]{}; ///< of left and right, scratch
+    UnroundedRow bass[kRows]{}; ///< scratch
 };
 
 } // namespace zrk_tarn

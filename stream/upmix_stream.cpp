@@ -79,6 +79,7 @@ public:
     std::atomic<float> centreGain = 1.0f;
     std::atomic<float> centreWidth = 1.0f;
     std::atomic<float> surroundGain = kTypicalSurroundGain;
+    std::atomic<float> lfeGain = 1.0f;
     std::atomic<BassMode> bass;
     std::atomic<bool> limiting = true;
     std::atomic<SteeringMode> mode;
@@ -93,6 +94,7 @@ private:
                 .centre = centreGain.load(kRelaxed),
                 .width = centreWidth.load(kRelaxed),
                 .surround = surroundGain.load(kRelaxed),
+                .lfe = lfeGain.load(kRelaxed),
                 .bassInFronts = bass.load(kRelaxed) == BassMode::Fronts,
                 .limiting = limiting.load(kRelaxed)};
     }
@@ -243,6 +245,11 @@ void UpmixStream::setCentreWidth(float width) noexcept
 void UpmixStream::setSurroundGain(float gain) noexcept
 {
     state->surroundGain.store(clampedOr(gain, 0.0f, kMaxChannelGain, kTypicalSurroundGain), kRelaxed);
+}
+
+void UpmixStream::setLfeGain(float gain) noexcept
+{
+    state->lfeGain.store(clampedOr(gain, 0.0f, kMaxChannelGain, 1.0f), kRelaxed);
 }
 
 void UpmixStream::setBass(BassMode bass) noexcept

@@ -111,6 +111,7 @@ public:
                 {"set_centre_gain", [this] { tarn_set_centre_gain(stream, 2.0f); }},
                 {"set_centre_width", [this] { tarn_set_centre_width(stream, 0.5f); }},
                 {"set_surround_gain", [this] { tarn_set_surround_gain(stream, 0.5f); }},
+                {"set_lfe_gain", [this] { tarn_set_lfe_gain(stream, 0.5f); }},
                 {"set_bass", [this] { tarn_set_bass(stream, TARN_BASS_STEERED); }},
                 {"set_limiting", [this] { tarn_set_limiting(stream, 1); }},
                 {"set_remap", [this] { tarn_set_remap(stream, kGains); }},

@@ -460,6 +460,37 @@ Samples tone(double hz, double left, double right)
     });
 }
 
+/// A section of the crossover at 48 kHz, one sample at a time.
+struct Section
+{
+    double b0, b1, b2, a1, a2;
+    double s1 = 0.0, s2 = 0.0;
+
+    double run(double x)
+    {
+        const double y = b0 * x + s1;
+        s1 = b1 * x - a1 * y + s2;
+        s2 = b2 * x - a2 * y;
+        return y;
+    }
+};
+
+const double kTangent = std::tan(std::numbers::pi * 120.0 / 48000.0);
+const double kNorm = 1.0 / (1.0 + std::numbers::sqrt2 * kTangent + kTangent * kTangent);
+const double kA1 = 2.0 * (kTangent * kTangent - 1.0) * kNorm;
+const double kA2 = (1.0 - std::numbers::sqrt2 * kTangent + kTangent * kTangent) * kNorm;
+
+Section lowPass()
+{
+    const double square = kTangent * kTangent;
+    return {square * kNorm, 2.0 * square * kNorm, square * kNorm, kA1, kA2};
+}
+
+Section highPass()
+{
+    return {kNorm, -2.0 * kNorm, kNorm, kA1, kA2};
+}
+
 /// Power of the sum of the first slots of five, relative to that of left plus right, in dB.
 double sumDb(const Samples& output, const Samples& stereo, std::size_t slots)
 {
@@ -503,28 +534,9 @@ TEST(BassInTheFronts, IsTheLowPassOfTheDelayedStereoExactly)
     const Samples plain = outputOf(fronts, stereo);
     const Samples moved = outputOf(kWithBass, stereo);
 
-    // The same filters, one sample at a time.
-    struct Section
-    {
-        double b0, b1, b2, a1, a2;
-        double s1 = 0.0, s2 = 0.0;
-        double run(double x)
-        {
-            const double y = b0 * x + s1;
-            s1 = b1 * x - a1 * y + s2;
-            s2 = b2 * x - a2 * y;
-            return y;
-        }
-    };
-    const double k = std::tan(std::numbers::pi * 120.0 / 48000.0);
-    const double norm = 1.0 / (1.0 + std::numbers::sqrt2 * k + k * k);
-    const double a1 = 2.0 * (k * k - 1.0) * norm;
-    const double a2 = (1.0 - std::numbers::sqrt2 * k + k * k) * norm;
-    const Section lowPass{k * k * norm, 2.0 * (k * k) * norm, k * k * norm, a1, a2};
-    const Section highPass{norm, -2.0 * norm, norm, a1, a2};
     for (std::size_t slot = 0; slot < 3; ++slot) {
-        Section low[2] = {lowPass, lowPass};
-        Section high[2] = {highPass, highPass};
+        Section low[2] = {lowPass(), lowPass()};
+        Section high[2] = {highPass(), highPass()};
         for (std::size_t i = 64; i < 12000; ++i) {
             const bool isFront = slot < 2 && i >= kLatency;
             const double side = isFront ? stereo[2 * (i - kLatency) + slot] : 0.0;
@@ -542,6 +554,47 @@ TEST(BassInTheFronts, OfResetStreamsEqualsThatOfNewOnes)
     const Samples first = processed(stream, kWithBass, stereo);
     stream.reset();
     EXPECT_EQ(processed(stream, kWithBass, stereo), first);
+}
+
+TEST(Lfe, IsTheLowPassOfTheDelayedStereoExactly)
+{
+    const StreamConfiguration configuration = with({{Lfe, 0}, {Engine, 0}, {Lfe, 0}});
+    const Samples stereo = stereoOf(12000, Signal::DiffuseNoise);
+    const Samples output = outputOf(configuration, stereo, [](UpmixStream& stream) {
+        stream.setLfeGain(0.5f);
+        stream.setBass(zrk_tarn::BassMode::Fronts);
+    });
+    Section low[2] = {lowPass(), lowPass()};
+    for (std::size_t i = 64; i < 12000; ++i) {
+        const std::size_t from = 2 * (i - kLatency);
+        const double sum = i < kLatency ? 0.0 : static_cast<double>(stereo[from]) + stereo[from + 1];
+        const double share = 0.5 * 0.22360679774997897;
+        const std::int64_t expected = rounded(low[1].run(low[0].run(sum)) * share);
+        ASSERT_EQ(output[3 * i], expected) << i;
+        ASSERT_EQ(output[3 * i + 2], expected) << i;
+    }
+}
+
+TEST(Lfe, IsAsLoudAsTheBassOfTheFrontsInAReceiver)
+{
+    const StreamConfiguration configuration = with({{Engine, 0}, {Engine, 1}, {Lfe, 0}});
+    const Samples stereo = tone(40.0, 1.0, 1.0);
+    const auto set = [](UpmixStream& stream) { stream.setBass(zrk_tarn::BassMode::Fronts); };
+    const Samples output = outputOf(configuration, stereo, set);
+    double fronts = 0.0;
+    double lfe = 0.0;
+    for (std::size_t i = 24000; i < 48000; ++i) {
+        fronts += std::pow(static_cast<double>(output[3 * i]) + output[3 * i + 1], 2.0);
+        lfe += std::pow(static_cast<double>(output[3 * i + 2]), 2.0);
+    }
+    EXPECT_NEAR(10.0 * std::log10(lfe / fronts) + 10.0, 0.0, 0.1);
+}
+
+TEST(Lfe, IsSilentInBypass)
+{
+    const StreamConfiguration configuration = with({{Engine, 0}, {Engine, 1}, {Lfe, 0}});
+    const Samples output = outputOf(configuration, tone(40.0, 1.0, 1.0), [](UpmixStream& s) { s.setBypass(true); });
+    EXPECT_EQ(powersOf(output, 3, 0)[2], 0.0);
 }
 
 TEST(BassInTheFronts, CanBeSetBeforeTheFirstFrame)
