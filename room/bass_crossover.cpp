@@ -91,10 +91,10 @@ void BassCrossover::addBass(const Row& left, const Row& right, UnroundedRow& sum
 }
 
 /// In the transposed direct form II.
-void BassCrossover::Filters::filterBlock(const Coefficients& c, const Glide& share,
+void BassCrossover::Filters::filterBlock(const Coefficients& c, const Glide& wetShare,
                                          UnroundedRow (&rows)[kRows]) noexcept
 {
-    const bool isFading = !share.isSteadyAt(1.0f);
+    const bool isFading = !wetShare.isSteadyAt(1.0f);
     for (std::size_t i = 0; i < kBlockFrames; ++i) {
         double samples[kRows];
         for (std::size_t row = 0; row < kRows; ++row) samples[row] = rows[row][i];
@@ -108,7 +108,7 @@ void BassCrossover::Filters::filterBlock(const Coefficients& c, const Glide& sha
             }
         }
         for (std::size_t row = 0; row < kRows; ++row) {
-            if (isFading) samples[row] = rows[row][i] + share.at(i) * (samples[row] - rows[row][i]);
+            if (isFading) samples[row] = rows[row][i] + wetShare.at(i) * (samples[row] - rows[row][i]);
             rows[row][i] = samples[row];
         }
     }

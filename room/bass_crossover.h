@@ -59,7 +59,7 @@ private:
         double second[2][kRows]{};
 
         /// Fades from the input to the output of the filters by their share.
-        void filterBlock(const Coefficients& c, const Glide& share, UnroundedRow (&rows)[kRows]) noexcept;
+        void filterBlock(const Coefficients& c, const Glide& wetShare, UnroundedRow (&rows)[kRows]) noexcept;
     };
 
     Coefficients lowPass;

@@ -1,6 +1,5 @@
-// Surround channels, gain and width of the centre, and the outputs for two loudspeakers.
+// Surround channels, centre, outputs for two loudspeakers, bass and limiter of a stream.
 // SPDX-License-Identifier: MIT
-#include "dispatch/instruction_sets.h"
 #include "room/limiter.h"
 #include "stream/upmix_stream.h"
 #include "tests/support/random.h"
@@ -14,7 +13,6 @@
 #include <cstring>
 #include <functional>
 #include <limits>
-#include <memory>
 #include <numbers>
 #include <vector>
 
@@ -35,7 +33,6 @@ using enum OutputSlot::Source;
 using Samples = std::vector<std::int32_t>; ///< of one channel, or interleaved
 
 constexpr std::size_t kLatency = UpmixStream::latencyFrames();
-constexpr double kHalfPower = 0.70710678118654752;
 
 /// A stream of 32-bit integers with these outputs.
 StreamConfiguration with(std::initializer_list<OutputSlot> outputs, std::uint32_t rateHz = 48000)
@@ -135,11 +132,6 @@ std::vector<double> powersOf(const Samples& frames, std::size_t slots, std::size
     return powers;
 }
 
-std::int64_t rounded(double value)
-{
-    return static_cast<std::int64_t>(value < 0.0 ? value - 0.5 : value + 0.5);
-}
-
 } // namespace
 
 class SurroundSlots : public testing::TestWithParam<std::uint32_t>
@@ -215,56 +207,6 @@ TEST_P(SurroundSlots, CarryTheDiffuseFieldAndWhatIsInOppositePhase)
 
 INSTANTIATE_TEST_SUITE_P(, SurroundSlots, testing::ValuesIn(zrk_tarn::kSampleRatesHz));
 
-TEST(Surrounds, AreTheChannelsOfTheEnginesBlockAtTheirGain)
-{
-    constexpr std::size_t kBlocks = 300;
-    const Samples stereo = stereoOf(64 * kBlocks, Signal::DiffuseNoise);
-    for (const int pairs : {1, 2}) {
-        StreamConfiguration configuration = with({{Surround, 0}, {Surround, 1}, {Surround, 2}, {Surround, 3}});
-        configuration.outputSlots = 2 * static_cast<std::uint32_t>(pairs);
-        const std::size_t slots = configuration.outputSlots;
-        const Samples output = outputOf(configuration, stereo, [](UpmixStream& s) { s.setSurroundGain(0.3f); });
-
-        const auto engine = std::make_unique<ZRKTarn>();
-        engine->Open();
-        engine->Initialize({.spare = 0,
-                            .outputChannels = 3,
-                            .bitsPerSample = 32,
-                            .sampleRate = 48000,
-                            .mode = 1,
-                            .option = 0,
-                            .mixFraction = 1.0f});
-        const auto surrounds = std::make_unique<zrk_tarn::Surrounds>();
-        zrk_tarn::configureSurrounds(*surrounds, 48000, pairs);
-        const double scale =
-            static_cast<double>(0.3f) * (static_cast<double>(engine->outputScale) * (pairs == 2 ? kHalfPower : 1.0));
-        for (std::size_t block = 0; block + 1 < kBlocks; ++block) {
-            std::int32_t frames[64][3]{};
-            for (std::size_t i = 0; i < 64; ++i) {
-                frames[i][0] = stereo[2 * (64 * block + i)];
-                frames[i][1] = stereo[2 * (64 * block + i) + 1];
-            }
-            auto* const bytes = reinterpret_cast<std::uint8_t*>(frames);
-            engine->SetChannelPtrs(bytes, bytes + 4, bytes + 8, nullptr);
-            engine->ProcessCine3InterLeave(64, 3);
-            zrk_tarn::chosenOperations().renderSurrounds(*engine, *surrounds);
-            for (std::size_t i = 0; i < 64 * slots; ++i)
-                ASSERT_EQ(output[64 * (block + 1) * slots + i],
-                          rounded(scale * static_cast<double>(surrounds->output[i % slots][i / slots])))
-                    << block << ", " << i;
-        }
-    }
-}
-
-TEST(Surrounds, OfResetStreamsEqualThoseOfNewOnes)
-{
-    const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
-    UpmixStream stream(kFive);
-    const Samples first = processed(stream, kFive, stereo);
-    stream.reset();
-    EXPECT_EQ(processed(stream, kFive, stereo), first);
-}
-
 TEST(Surrounds, FadeToSilenceInBypass)
 {
     const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
@@ -295,32 +237,6 @@ TEST(Surrounds, GainFadesAndIsClamped)
     const Samples early(fading.begin() + 5 * 64, fading.begin() + 5 * 500);
     EXPECT_GT(powersOf(early, 5, 0)[3], 0.0);
     EXPECT_EQ(powersOf(fading, 5, 1024 + 64)[3], 0.0);
-}
-
-TEST(CentreControls, ChangeLevelAndWidthExactly)
-{
-    const Samples stereo = stereoOf(10000, Signal::TravellingSource);
-    const Samples plain = outputOf(kFronts, stereo);
-    struct Setting
-    {
-        float gain;
-        float width;
-    };
-    for (const Setting& setting : {Setting{1.0f, 1.0f}, {0.5f, 1.0f}, {1.5f, 0.6f}, {1.0f, 0.0f}, {0.0f, 0.3f}}) {
-        const Samples changed = outputOf(kFronts, stereo, [&](UpmixStream& stream) {
-            stream.setCentreGain(setting.gain);
-            stream.setCentreWidth(setting.width);
-        });
-        const double share = static_cast<double>(setting.width);
-        const auto frontShare = static_cast<double>(static_cast<float>(std::sqrt((1.0 - share * share) * 0.5)));
-        for (std::size_t i = 0; i < plain.size(); i += 3) {
-            const double voice = static_cast<double>(setting.gain) * plain[i + 2];
-            const double toFront = frontShare * voice;
-            ASSERT_EQ(changed[i], rounded(plain[i] + toFront)) << i;
-            ASSERT_EQ(changed[i + 1], rounded(plain[i + 1] + toFront)) << i;
-            ASSERT_EQ(changed[i + 2], rounded(share * voice)) << i;
-        }
-    }
 }
 
 TEST(CentreControls, FadeWithin1024FramesAndReturnToExactSamples)
@@ -407,20 +323,6 @@ TEST(DialogueSlots, AreTheDelayedInputAtGainOneInEveryFormat)
     }
 }
 
-TEST(DialogueSlots, AddTheCentreToBothSides)
-{
-    const Samples stereo = stereoOf(10000, Signal::TravellingSource);
-    const Samples upmixed = outputOf(kFronts, stereo);
-    for (const float gain : {0.0f, 0.5f, 2.0f}) {
-        const Samples output = outputOf(kTwo, stereo, [&](UpmixStream& stream) { stream.setCentreGain(gain); });
-        for (std::size_t i = kLatency; i < stereo.size() / 2; ++i) {
-            const double change = (static_cast<double>(gain) - 1.0) * upmixed[3 * i + 2];
-            ASSERT_EQ(output[2 * i], rounded(stereo[2 * (i - kLatency)] + change)) << i;
-            ASSERT_EQ(output[2 * i + 1], rounded(stereo[2 * (i - kLatency) + 1] + change)) << i;
-        }
-    }
-}
-
 TEST(DialogueSlots, ChangeACentredVoiceByTheGain)
 {
     const Samples voice = stereoOf(96000, Signal::CentredNoise);
@@ -460,37 +362,6 @@ Samples tone(double hz, double left, double right)
     });
 }
 
-/// A section of the crossover at 48 kHz, one sample at a time.
-struct Section
-{
-    double b0, b1, b2, a1, a2;
-    double s1 = 0.0, s2 = 0.0;
-
-    double run(double x)
-    {
-        const double y = b0 * x + s1;
-        s1 = b1 * x - a1 * y + s2;
-        s2 = b2 * x - a2 * y;
-        return y;
-    }
-};
-
-const double kTangent = std::tan(std::numbers::pi * 120.0 / 48000.0);
-const double kNorm = 1.0 / (1.0 + std::numbers::sqrt2 * kTangent + kTangent * kTangent);
-const double kA1 = 2.0 * (kTangent * kTangent - 1.0) * kNorm;
-const double kA2 = (1.0 - std::numbers::sqrt2 * kTangent + kTangent * kTangent) * kNorm;
-
-Section lowPass()
-{
-    const double square = kTangent * kTangent;
-    return {square * kNorm, 2.0 * square * kNorm, square * kNorm, kA1, kA2};
-}
-
-Section highPass()
-{
-    return {kNorm, -2.0 * kNorm, kNorm, kA1, kA2};
-}
-
 /// Power of the sum of the first slots of five, relative to that of left plus right, in dB.
 double sumDb(const Samples& output, const Samples& stereo, std::size_t slots)
 {
@@ -525,54 +396,6 @@ TEST(BassInTheFronts, LeavesHighFrequenciesToTheEngine)
     const std::vector<double> without = powersOf(outputOf(kFive, stereo), 5, 24000);
     EXPECT_NEAR(10.0 * std::log10(with[2] / without[2]), 0.0, 0.01);
     EXPECT_LT(with[0] + with[1], 1e-4 * with[2]);
-}
-
-TEST(BassInTheFronts, IsTheLowPassOfTheDelayedStereoExactly)
-{
-    Samples stereo = stereoOf(12000, Signal::DiffuseNoise);
-    StreamConfiguration fronts = with({{Engine, 0}, {Engine, 1}, {Engine, 2}, {Surround, 0}, {Surround, 1}});
-    const Samples plain = outputOf(fronts, stereo);
-    const Samples moved = outputOf(kWithBass, stereo);
-
-    for (std::size_t slot = 0; slot < 3; ++slot) {
-        Section low[2] = {lowPass(), lowPass()};
-        Section high[2] = {highPass(), highPass()};
-        for (std::size_t i = 64; i < 12000; ++i) {
-            const bool isFront = slot < 2 && i >= kLatency;
-            const double side = isFront ? stereo[2 * (i - kLatency) + slot] : 0.0;
-            const double bass = low[1].run(low[0].run(kHalfPower * side));
-            const double rest = high[1].run(high[0].run(plain[5 * i + slot]));
-            ASSERT_EQ(moved[5 * i + slot], rounded(rest + bass)) << slot << ", " << i;
-        }
-    }
-}
-
-TEST(BassInTheFronts, OfResetStreamsEqualsThatOfNewOnes)
-{
-    const Samples stereo = stereoOf(10000, Signal::LowTone);
-    UpmixStream stream(kWithBass);
-    const Samples first = processed(stream, kWithBass, stereo);
-    stream.reset();
-    EXPECT_EQ(processed(stream, kWithBass, stereo), first);
-}
-
-TEST(Lfe, IsTheLowPassOfTheDelayedStereoExactly)
-{
-    const StreamConfiguration configuration = with({{Lfe, 0}, {Engine, 0}, {Lfe, 0}});
-    const Samples stereo = stereoOf(12000, Signal::DiffuseNoise);
-    const Samples output = outputOf(configuration, stereo, [](UpmixStream& stream) {
-        stream.setLfeGain(0.5f);
-        stream.setBass(zrk_tarn::BassMode::Fronts);
-    });
-    Section low[2] = {lowPass(), lowPass()};
-    for (std::size_t i = 64; i < 12000; ++i) {
-        const std::size_t from = 2 * (i - kLatency);
-        const double sum = i < kLatency ? 0.0 : static_cast<double>(stereo[from]) + stereo[from + 1];
-        const double share = 0.5 * 0.22360679774997897;
-        const std::int64_t expected = rounded(low[1].run(low[0].run(sum)) * share);
-        ASSERT_EQ(output[3 * i], expected) << i;
-        ASSERT_EQ(output[3 * i + 2], expected) << i;
-    }
 }
 
 TEST(Lfe, IsAsLoudAsTheBassOfTheFrontsInAReceiver)
@@ -764,18 +587,6 @@ TEST(StreamLimiter, LeavesDialogueSlotsAsTheyAreAtGainOne)
     louder.setCentreGain(2.0f);
     processed(louder, kTwo, stereo);
     EXPECT_LT(louder.meters().smallestLimiterGain, 1.0f);
-}
-
-TEST(StreamLimiter, OfResetStreamsEqualsThatOfNewOnes)
-{
-    const Samples stereo = stereoOf(10000, Signal::FullScaleSquare);
-    UpmixStream stream(kLimited);
-    stream.setMakeUpGain(4.0f);
-    const Samples first = processed(stream, kLimited, stereo);
-    EXPECT_LT(stream.meters().limiterGain, 1.0f);
-    stream.reset();
-    EXPECT_EQ(stream.meters().limiterGain, 1.0f);
-    EXPECT_EQ(processed(stream, kLimited, stereo), first);
 }
 
 } // namespace tests
