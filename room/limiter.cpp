@@ -3,7 +3,6 @@
 #include "room/limiter.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace zrk_tarn
 {
@@ -23,8 +22,8 @@ constexpr std::size_t kRampFrames = kBlockFrames - kSettledFrames;
 
 } // namespace
 
-Limiter::Limiter(std::uint32_t sampleRateHz, double fullScaleOfSamples) noexcept
-    : fullScale(fullScaleOfSamples), release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz))
+Limiter::Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept
+    : scale(1.0 / fullScale), release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz))
 {}
 
 void Limiter::reset() noexcept
@@ -40,7 +39,7 @@ const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::
         float* const samples = window.samples[row];
         std::copy_n(samples + kBlockFrames, PeakWindow::kBefore, samples);
         for (std::size_t i = 0; i < kBlockFrames; ++i)
-            samples[PeakWindow::kBefore + i] = static_cast<float>(rows[row][i] / fullScale);
+            samples[PeakWindow::kBefore + i] = static_cast<float>(rows[row][i] * scale);
     }
     return window;
 }
@@ -53,14 +52,12 @@ void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double tru
     endGain = std::min({needed, neededNext, recovered > kNearOne ? 1.0 : recovered});
     needed = neededNext;
 
-    const bool isExact = startGain == 1.0 && endGain == 1.0;
-    for (std::size_t row = 0; row < count; ++row) {
-        for (std::size_t i = 0; i < kBlockFrames; ++i) {
-            std::swap(rows[row][i], delayed[row][i]);
-            if (isExact) continue;
-            const double part = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
-            rows[row][i] *= startGain + (endGain - startGain) * part;
-        }
+    for (std::size_t row = 0; row < count; ++row) std::swap_ranges(rows[row], rows[row] + kBlockFrames, delayed[row]);
+    if (startGain == 1.0 && endGain == 1.0) return;
+    for (std::size_t i = 0; i < kBlockFrames; ++i) {
+        const double part = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
+        const double factor = startGain + (endGain - startGain) * part;
+        for (std::size_t row = 0; row < count; ++row) rows[row][i] *= factor;
     }
 }
 
