@@ -3,6 +3,7 @@
 #include "room/limiter.h"
 
 #include <algorithm>
+#include <array>
 
 namespace zrk_tarn
 {
@@ -19,6 +20,14 @@ constexpr double kNearOne = 1.0 - 0x1p-11;
 /// in the later one.
 constexpr std::size_t kSettledFrames = 6;
 constexpr std::size_t kRampFrames = kBlockFrames - kSettledFrames;
+
+/// The part of the way from the gain at the start of a block to that at its end, for each frame.
+constexpr auto kRamp = [] {
+    std::array<double, kBlockFrames> parts{};
+    for (std::size_t i = 0; i < kBlockFrames; ++i)
+        parts[i] = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
+    return parts;
+}();
 
 } // namespace
 
@@ -54,11 +63,10 @@ void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double tru
 
     for (std::size_t row = 0; row < count; ++row) std::swap_ranges(rows[row], rows[row] + kBlockFrames, delayed[row]);
     if (startGain == 1.0 && endGain == 1.0) return;
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        const double part = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
-        const double factor = startGain + (endGain - startGain) * part;
-        for (std::size_t row = 0; row < count; ++row) rows[row][i] *= factor;
-    }
+    UnroundedRow factors;
+    for (std::size_t i = 0; i < kBlockFrames; ++i) factors[i] = startGain + (endGain - startGain) * kRamp[i];
+    for (std::size_t row = 0; row < count; ++row)
+        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[row][i] *= factors[i];
 }
 
 } // namespace zrk_tarn
