@@ -25,7 +25,7 @@ public:
     /// frequencies: meters with a longer filter read up to 0.6 dB more in music, and 1 dB more in white noise.
     static constexpr double kCeiling = 0.89125094;
 
-    /// fullScale  of the samples
+    /// fullScale  of the samples, a power of two
     Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept;
 
     /// Clears the signal.
@@ -43,7 +43,7 @@ public:
     double gain() const noexcept { return startGain < endGain ? startGain : endGain; }
 
 private:
-    double fullScale;
+    double scale;   ///< makes full scale 1
     double release; ///< the part of the way back to 1 per block
     PeakWindow window;
     UnroundedRow delayed[kRows]{};

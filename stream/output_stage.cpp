@@ -94,8 +94,7 @@ void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& w
     if (limited == nullptr) {
         crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
     } else {
-        std::copy_n(wet, kBlockFrames, limited->rows[slot]);
-        crossfade.amplify(limited->rows[slot]);
+        crossfade.amplify(wet, limited->rows[slot]);
     }
 }
 
@@ -118,7 +117,7 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
     UnroundedRow(&rows)[4] = scratch;
     const std::size_t outputs = configuration.remap ? 4 : 3;
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
-    if (!isUnchanged) centre.apply(rows[0], rows[1], rows[2]);
+    if (!configuration.remap && !centre.isNeutral()) centre.apply(rows[0], rows[1], rows[2]);
     if (!isBassSteered())
         bass->moveToFronts(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], rows);
     forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
@@ -133,7 +132,7 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-    if (!isBassSteered()) bass->removeFrom(rows);
+    if (!isBassSteered()) bass->removeFrom(rows, surrounds->chainsInUse);
     forEachSlotOf(OutputSlot::Source::Surround,
                   [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
 }
@@ -200,14 +199,13 @@ bool OutputStage::isPlainStereo() const noexcept
 /// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.
 void OutputStage::unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept
 {
-    const bool hasBlock = limited != nullptr && !configuration.remap && output < 3;
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        row[i] = static_cast<double>(block.upmixed[output][i]);
-        const bool isClipped = row[i] == -fullScale || row[i] == fullScale - 1.0;
-        if (hasBlock && isClipped)
+    const Row& rounded = block.upmixed[output];
+    for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] = static_cast<double>(rounded[i]);
+    if (limited == nullptr || configuration.remap || !crossfade.reachesFullScale(rounded)) return;
+    for (std::size_t i = 0; i < kBlockFrames; ++i)
+        if (row[i] == -fullScale || row[i] == fullScale - 1.0)
             row[i] = static_cast<double>(block.engine.outputScale) *
                      static_cast<double>(block.engine.outputBlock[output][i]);
-    }
 }
 
 /// The input that replaces a slot in bypass: left, right, or null for silence.

@@ -129,6 +129,17 @@ TEST(Limiter, MatchesTheReference)
     }
 }
 
+TEST(Limiter, FindsShortPeaksAtEveryPositionOfABlock)
+{
+    // Equal neighbours below the ceiling, between which the signal exceeds it.
+    Rows pulses(1, std::vector<double>(64 * 280));
+    for (std::size_t first = 64; first + 1 < pulses[0].size(); first += 4 * 64 + 1)
+        pulses[0][first] = pulses[0][first + 1] = 0.8 * kFullScale;
+    const Rows expected = limitedLiterally(pulses);
+    EXPECT_NE(expected[0][4 * 64 + 65 + 64], 0.8 * kFullScale);
+    EXPECT_EQ(limited(pulses)[0], expected[0]);
+}
+
 TEST(Limiter, LeavesSamplesBelowTheCeilingAsTheyAre)
 {
     Random random(3);
