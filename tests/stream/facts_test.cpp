@@ -167,7 +167,7 @@ TEST(Facts, PagesOfPluginsListThePresetsAndTheRangesOfTheControls)
         const bool isLast = i + 1 == std::size(zrk_tarn::kPresets);
         names += (i == 0 ? "`" : isLast ? " or `" : ", `") + std::string(zrk_tarn::kPresets[i].name) + "`";
     }
-    for (const char* const page : {"alsa"}) {
+    for (const char* const page : {"alsa", "gstreamer"}) {
         const std::string file = "docs/hosts/" + std::string(page) + ".md";
         expectContains(file, names);
         expectContains(file, shortest(zrk_tarn::kMinGainDb) + " to " + shortest(zrk_tarn::kMaxChannelGainDb));
@@ -175,17 +175,28 @@ TEST(Facts, PagesOfPluginsListThePresetsAndTheRangesOfTheControls)
     }
 }
 
-TEST(Facts, AlsaPageStatesTheDefaults)
+TEST(Facts, PagesOfPluginsStateTheDefaults)
 {
+    struct Names
+    {
+        const char* page;
+        const char* centre;
+        const char* surrounds;
+        const char* gain;
+        const char* gainIn20; ///< what follows the default of the gain
+    };
     const zrk_tarn::RoomSettings& settings = zrk_tarn::kPresets[0].settings;
-    const std::string file = "docs/hosts/alsa.md";
-    expectDefault(file, "preset", "`" + std::string(zrk_tarn::kPresets[0].name) + "`");
-    expectDefault(file, "centre", shortest(settings.centreDb));
-    expectDefault(file, "width", shortest(settings.width));
-    expectDefault(file, "surrounds", shortest(settings.surroundDb.value_or(zrk_tarn::kMinGainDb)));
-    expectDefault(file, "bass", "`" + std::string(nameOf(settings.bass)) + "`");
-    expectDefault(file, "gain", shortest(settings.gainDb) + "; in 2.0: 0");
-    expectDefault(file, "limiter", settings.limiter ? "`true`" : "`false`");
+    for (const Names& names : {Names{"alsa", "centre", "surrounds", "gain", "; in 2.0: 0"},
+                               Names{"gstreamer", "centre-gain", "surround-gain", "make-up-gain", ""}}) {
+        const std::string file = "docs/hosts/" + std::string(names.page) + ".md";
+        expectDefault(file, "preset", "`" + std::string(zrk_tarn::kPresets[0].name) + "`");
+        expectDefault(file, names.centre, shortest(settings.centreDb));
+        expectDefault(file, "width", shortest(settings.width));
+        expectDefault(file, names.surrounds, shortest(settings.surroundDb.value_or(zrk_tarn::kMinGainDb)));
+        expectDefault(file, "bass", "`" + std::string(nameOf(settings.bass)) + "`");
+        expectDefault(file, names.gain, shortest(settings.gainDb) + names.gainIn20);
+        expectDefault(file, "limiter", settings.limiter ? "`true`" : "`false`");
+    }
 }
 
 TEST(Facts, BassModesHaveNames)
