@@ -160,7 +160,7 @@ std::string shortest(double number)
     return text;
 }
 
-TEST(Facts, PagesOfPluginsListThePresetsAndTheRangesOfTheControls)
+TEST(Facts, PagesOfPluginsStateLatencyPresetsAndRanges)
 {
     std::string names;
     for (std::size_t i = 0; i < std::size(zrk_tarn::kPresets); ++i) {
@@ -170,6 +170,7 @@ TEST(Facts, PagesOfPluginsListThePresetsAndTheRangesOfTheControls)
     for (const char* const page : {"alsa", "gstreamer"}) {
         const std::string file = "docs/hosts/" + std::string(page) + ".md";
         expectContains(file, names);
+        expectContains(file, "latency of " + std::to_string(zrk_tarn::UpmixStream::latencyFrames({.limiter = true})));
         expectContains(file, shortest(zrk_tarn::kMinGainDb) + " to " + shortest(zrk_tarn::kMaxChannelGainDb));
         for (const auto& [mode, name] : zrk_tarn::kBassModeNames) expectContains(file, "`" + std::string(name) + "`");
     }
