@@ -325,7 +325,7 @@ bool Stream::isPlainStereo() const
         return std::any_of(configuration.outputs.begin(), end, [=](const auto& slot) { return slot.source == source; });
     };
     return has(Source::Dialogue) && !has(Source::Engine) && !has(Source::Surround) && !has(Source::Lfe) &&
-           gain.isSteadyAt(1.0) && centre.isSteadyAt(1.0) && width.isSteadyAt(1.0);
+           gain.isSteadyAt(1.0) && centre.isSteadyAt(1.0);
 }
 
 /// Rounds half away from zero and saturates.
