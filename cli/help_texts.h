@@ -9,7 +9,7 @@ namespace tarn
 
 inline constexpr const char* kHelp = R"(Usage: tarn COMMAND [OPTIONS] ...
 
-Upmixes stereo to 3.0, 5.1 or 7.1, or makes the voices in stereo louder.
+Upmixes stereo to 3 to 8 channels, or makes the voices in stereo louder.
 
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
