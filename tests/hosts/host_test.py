@@ -53,7 +53,20 @@ def command_output(source, directory, layout="3.0", bits=None, options=()):
     target = Path(directory) / f"command-{layout}-{bits}.wav"
     width = [] if bits is None else ["--bits", str(bits)]
     subprocess.run(
-        [os.environ["TARN"], "upmix", "--quiet", "--force", "--preset", "plain", "--layout", layout, *width, *options, source, target],
+        [
+            os.environ["TARN"],
+            "upmix",
+            "--quiet",
+            "--force",
+            "--preset",
+            "plain",
+            "--layout",
+            layout,
+            *width,
+            *options,
+            source,
+            target,
+        ],
         check=True,
     )
     return read_samples(target)[0]
