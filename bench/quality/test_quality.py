@@ -348,10 +348,10 @@ class Surrounds(unittest.TestCase):
 
     def test_reverberation_has_its_level_and_is_late(self):
         dry = noise(4, 48000)
-        sides = surrounds.reverberation(dry, np.random.default_rng(1))
-        self.assertLess(max(np.abs(side[: surrounds.RATE_HZ // 10]).max() for side in sides), 1e-12)
+        sides = scenes.reverberation(dry, np.random.default_rng(1))
+        self.assertLess(max(np.abs(side[: scenes.RATE_HZ // 10]).max() for side in sides), 1e-12)
         power = sum(np.mean(side**2) for side in sides)
-        self.assertAlmostEqual(10 * np.log10(power / np.mean(dry**2)), surrounds.REVERBERATION_LEVEL_DB, 1)
+        self.assertAlmostEqual(10 * np.log10(power / np.mean(dry**2)), scenes.REVERBERATION_LEVEL_DB, 1)
 
 
 class Music(unittest.TestCase):
