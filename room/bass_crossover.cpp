@@ -1,6 +1,8 @@
-// A crossover that keeps the bass in the fronts.
+// A crossover that keeps the bass in the fronts, and the LFE channel.
 // SPDX-License-Identifier: MIT
 #include "room/bass_crossover.h"
+
+#include <algorithm>
 
 namespace zrk_tarn
 {
@@ -52,8 +54,21 @@ BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
 
 void BassCrossover::reset() noexcept
 {
+    clearCrossover();
+    lfe[0] = {};
+}
+
+void BassCrossover::clearCrossover() noexcept
+{
     for (FilterPair& filters : fronts) filters = {};
     for (FilterPair& filters : behind) filters = {};
+}
+
+void BassCrossover::beginBlock(bool isOn) noexcept
+{
+    const bool wasOff = isOff();
+    share.beginBlock(isOn ? 1.0f : 0.0f);
+    if (wasOff && !isOff()) clearCrossover();
 }
 
 void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept
@@ -62,20 +77,46 @@ void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow
         bass[0][i] = kHalfPower * static_cast<double>(left[i]);
         bass[1][i] = kHalfPower * static_cast<double>(right[i]);
     }
+    beginFade(rows);
     filterBlock<3>({&lowPass, &highPass, &highPass}, fronts,
                    {{&bass[0], &bass[1]}, {&rows[0], &rows[1]}, {&rows[2], &rows[2]}});
+    finishFade(rows);
     for (std::size_t side = 0; side < 2; ++side)
-        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += bass[side][i];
+        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += share.at(i) * bass[side][i];
 }
 
 void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept
 {
+    beginFade(surrounds);
     if (count == 2) {
         filterBlock<1>({&highPass}, behind, {{&surrounds[0], &surrounds[1]}});
     } else {
         filterBlock<2>({&highPass, &highPass}, behind,
                        {{&surrounds[0], &surrounds[1]}, {&surrounds[2], &surrounds[3]}});
     }
+    finishFade(surrounds);
+}
+
+void BassCrossover::addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept
+{
+    for (std::size_t i = 0; i < kBlockFrames; ++i)
+        sum[i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
+    filterBlock<1>({&lowPass}, lfe, {{&sum, &sum}});
+}
+
+/// Keeps the rows for finishFade.
+void BassCrossover::beginFade(const UnroundedRow (&rows)[kRows]) noexcept
+{
+    if (isFading()) std::copy_n(&rows[0][0], kRows * kBlockFrames, &plain[0][0]);
+}
+
+/// Fades from the rows before the filters to those after them.
+void BassCrossover::finishFade(UnroundedRow (&rows)[kRows]) const noexcept
+{
+    if (!isFading()) return;
+    for (std::size_t row = 0; row < kRows; ++row)
+        for (std::size_t i = 0; i < kBlockFrames; ++i)
+            rows[row][i] = plain[row][i] + share.at(i) * (rows[row][i] - plain[row][i]);
 }
 
 /// In the transposed direct form II. A filter is a chain of dependent operations, but the filters do not depend on each

@@ -1,8 +1,9 @@
-// A crossover that keeps the bass in the fronts.
+// A crossover that keeps the bass in the fronts, and the LFE channel.
 // SPDX-License-Identifier: MIT
 #pragma once
 
 #include "room/block.h"
+#include "room/glide.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +25,15 @@ public:
     /// Clears the signal.
     void reset() noexcept;
 
+    /// Jumps to the target without a fade.
+    void snapToTarget(bool isOn) noexcept { share = Glide(isOn ? 1.0f : 0.0f); }
+
+    /// Advances the fade between the outputs with and without the crossover to the next block.
+    void beginBlock(bool isOn) noexcept;
+
+    /// Whether the block stays as it is.
+    bool isOff() const noexcept { return share.isSteadyAt(0.0f); }
+
     /// Replaces the bass of front left, front right and centre: removes it, and adds sqrt(1/2) times the bass of the
     /// stereo to the fronts. The fourth row is not used.
     ///
@@ -34,6 +44,9 @@ public:
     ///
     /// count  2 or 4, always the same
     void removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept;
+
+    /// Computes the bass of left plus right. It does not fade.
+    void addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept;
 
 private:
     /// Values of two filters side by side, in one register of most processors.
@@ -51,6 +64,11 @@ private:
         Pair second[2]{};
     };
 
+    bool isFading() const noexcept { return !share.isSteadyAt(1.0f); }
+    void clearCrossover() noexcept;
+    void beginFade(const UnroundedRow (&rows)[kRows]) noexcept;
+    void finishFade(UnroundedRow (&rows)[kRows]) const noexcept;
+
     /// Filters a block of 2 kPairs rows in place.
     ///
     /// In/Out  filters [kPairs], rows; both rows of a pair can be the same
@@ -60,9 +78,12 @@ private:
 
     Coefficients lowPass;
     Coefficients highPass;
-    FilterPair fronts[3];   ///< left and right of the stereo, front left and right, centre
-    FilterPair behind[2];   ///< of two channels each
-    UnroundedRow bass[2]{}; ///< of left and right, scratch
+    FilterPair fronts[3];        ///< left and right of the stereo, front left and right, centre
+    FilterPair behind[2];        ///< of two channels each
+    FilterPair lfe[1];           ///< of the same signal twice
+    Glide share{0.0f};           ///< of the outputs with the crossover
+    UnroundedRow bass[2]{};      ///< of left and right, scratch
+    UnroundedRow plain[kRows]{}; ///< outputs without the crossover, for a fade
 };
 
 } // namespace zrk_tarn

@@ -62,7 +62,11 @@ struct OutputSlot
         Surround,
         /// Left (0) or right (1) of the input, delayed by the latency, with the centre at another level: the upmix for
         /// two loudspeakers or headphones. If the gain of the centre is 1, integers are exact. Not with a remap matrix.
-        Dialogue
+        Dialogue,
+        /// The LFE channel: the bass of left plus right below 120 Hz, delayed by the latency. Receivers play it 10 dB
+        /// louder than the other channels; it is then as loud as the bass of the fronts with BassMode::Fronts. Only
+        /// index 0. Not with a remap matrix.
+        Lfe
     };
 
     Source source = Source::Silence; ///< kind of source
@@ -108,7 +112,9 @@ struct StreamConfiguration
     /// Keeps the true peak of all outputs but input slots below full scale, with one gain for all of them, instead of
     /// clipping. Costs 64 frames of latency.
     bool limiter = false;
-    BassMode bass = BassMode::Steered; ///< Fronts is not possible with a remap matrix; Dialogue slots keep their bass
+    /// Initial mode, see UpmixStream::setBass. Fronts is not possible with a remap matrix; Dialogue slots keep their
+    /// bass.
+    BassMode bass = BassMode::Steered;
 };
 
 /// The smoothing speed with which a band group follows its steering.
