@@ -38,7 +38,6 @@ SOUNDS = {
     "river": "river_loop.ogg",
 }
 TALKERS = 24
-FOLD_DOWN_GAIN = measures.FOLD_GAIN  # of the centre in both sides, by ffmpeg -ac 2
 
 
 def factor(gain_db):

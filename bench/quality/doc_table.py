@@ -15,6 +15,7 @@ for variable in ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS"):
 
 import page
 import recordings
+import systems
 
 ROOT = Path(__file__).resolve().parents[2]
 SILENCE_DB = -140.0  # rounding errors of a signal that cancels are below
@@ -22,20 +23,21 @@ SILENCE_DB = -140.0  # rounding errors of a signal that cancels are below
 
 @dataclass(frozen=True)
 class Row:
-    """One line of a table. key is that of the figure; units are those of `cell`."""
+    """One line of a table. key is that of the figure; the unit is "dB", "%" or "1"."""
 
     key: str
     title: str
     unit: str
+    decimals: int = 1
 
 
-def cell(value, unit):
-    """A figure as text."""
-    if value is None or (unit == "dB" and value < SILENCE_DB):
+def cell(value, row):
+    """A figure as text; shares are fractions of one."""
+    if value is None or (row.unit == "dB" and value < SILENCE_DB):
         return "-"
-    if unit == "%":
+    if row.unit == "%":
         return f"{100 * value:.0f} %"
-    shown = f"{value:.{1 if unit == 'dB' else 2}f}"
+    shown = f"{value:.{row.decimals}f}"
     return shown.lstrip("-") if float(shown) == 0 else shown
 
 
@@ -43,7 +45,7 @@ def table(rows, results):
     """Figures as a Markdown table. results: label of the column -> key -> value."""
     lines = ["| | unit | " + " | ".join(results) + " |", "|---|---|" + "---|" * len(results)]
     for row in rows:
-        cells = " | ".join(cell(found.get(row.key), row.unit) for found in results.values())
+        cells = " | ".join(cell(found.get(row.key), row) for found in results.values())
         lines.append(f"| {row.title} | {row.unit} | {cells} |")
     return "\n".join(lines)
 
@@ -65,8 +67,11 @@ def main(script, about, rows, measure):
     options = parser.parse_args()
     if not options.tarn.is_file():
         sys.exit(f"{script}: {options.tarn}: no such command; build it first or name it with --tarn")
-    recordings.fetch()
-    text = table(rows, measure(options.tarn))
+    try:
+        recordings.fetch()
+        text = table(rows, measure(options.tarn))
+    except (recordings.FetchError, systems.MeasurementError) as error:
+        sys.exit(f"{script}: {error}")
     print(text)
     if options.write_docs:
         page.replace_between(*markers(script), f"\n{text}\n\n")

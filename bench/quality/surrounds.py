@@ -199,7 +199,7 @@ ROWS = [
     Row("panned", f"panned source behind (worst of {len(PANS_DEGREES)} pans)", "dB"),
     Row("diffuse_behind", "diffuse noise, share behind", "%"),
     Row("diffuse_level", "diffuse noise, level of all outputs", "dB"),
-    Row("diffuse_correlation", "diffuse noise, correlation behind", "1"),
+    Row("diffuse_correlation", "diffuse noise, correlation behind", "1", 2),
     Row("opposite_behind", "opposite phase, share behind", "%"),
     Row("speech_leak", "speech in diffuse noise: behind relative to C", "dB"),
     Row("speech_artefacts", "speech in diffuse noise: artefacts behind relative to all outputs", "dB"),
@@ -214,7 +214,7 @@ ROWS = [
     Row("music_leak_mean", "speech over music: behind relative to C, mean of the tracks", "dB"),
     Row("music_leak_worst", "speech over music: behind relative to C, worst track", "dB"),
     Row("music_artefacts", "speech over music: artefacts behind relative to all outputs, mean", "dB"),
-    Row("music_correlation", "music, correlation behind, worst track", "1"),
+    Row("music_correlation", "music, correlation behind, worst track", "1", 2),
 ]
 
 
