@@ -139,6 +139,14 @@ void printRemapNotes(const UpmixOptions& each)
     for (const std::string& note : readRemapFile(each.remapFile).notes) printNote(note);
 }
 
+/// Says so if the layout leaves the stereo of all files as it is.
+void printStereoNote(const UpmixOptions& each)
+{
+    const Layout& layout = layoutNamed(each.layout);
+    if (!each.quiet && !each.bypass && keepsStereo(layout, roomSettingsOf(each.room, layout)))
+        printNote("--layout " + each.layout + ": " + kUnchangedStereo);
+}
+
 /// Shows the number and the name of the current file.
 void showCurrentFile(const std::vector<BatchFile>& files, std::size_t index)
 {
@@ -173,6 +181,7 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
 {
     Batch batch = filesOf(options, each);
     printRemapNotes(each);
+    printStereoNote(each);
     CreatedDirectories created;
     prepareDirectories(batch.files, created);
     try {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/loudness.h"
 
+#include <cmath>
 #include <limits>
 #include <new>
 
@@ -39,7 +40,7 @@ int meterChannel(int channel) noexcept
 } // namespace
 
 LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, std::size_t channels)
-    : state(ebur128_init(static_cast<unsigned>(channels), sampleRateHz, EBUR128_MODE_I))
+    : channelCount(channels), state(ebur128_init(static_cast<unsigned>(channels), sampleRateHz, EBUR128_MODE_I))
 {
     if (state == nullptr) throw std::bad_alloc();
 }
@@ -53,9 +54,12 @@ LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout)
         ebur128_set_channel(state.get(), slot, meterChannel(layout.channelMap[slot]));
 }
 
-void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames)
+void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames, int headroomBits)
 {
-    if (ebur128_add_frames_int(state.get(), samples, frames) != EBUR128_SUCCESS) throw std::bad_alloc();
+    const double scale = std::ldexp(1.0, headroomBits - 31);
+    fullScale.resize(frames * channelCount);
+    for (std::size_t i = 0; i < fullScale.size(); ++i) fullScale[i] = scale * samples[i];
+    if (ebur128_add_frames_double(state.get(), fullScale.data(), frames) != EBUR128_SUCCESS) throw std::bad_alloc();
 }
 
 double LoudnessMeter::integrated() const
@@ -67,7 +71,7 @@ double LoudnessMeter::integrated() const
 
 void LoudnessSink::write(const std::int32_t* samples, std::size_t frames)
 {
-    loudness.push(samples, frames);
+    loudness.push(samples, frames, headroom);
     if (sink != nullptr) sink->write(samples, frames);
 }
 
