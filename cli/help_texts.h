@@ -51,10 +51,10 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   -j, --jobs N       parallel jobs          --skip-existing   keep complete ones
   --strict           refuse damaged INPUT   --force      replace OUTPUT
   --json             print a report         --quiet      errors and warnings
-  --loudness-match   as loud as INPUT       --help-all   every option
+  --loudness-match   as loud as INPUT       --album      one gain for all files
 
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music
-man tarn-upmix describes layouts, matrices, tags, reports and streams.
+--help-all lists every option; man tarn-upmix describes layouts, reports, ...
 )";
 
 inline constexpr const char* kInfoHelp = R"(Usage: tarn info [OPTIONS] INPUT...

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/loudness.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <new>
@@ -15,7 +16,9 @@ namespace
 {
 
 /// Maps a channel of libsndfile to one of libebur128.
-int meterChannel(int channel) noexcept
+///
+/// hasSides  whether the layout has side channels; without them, the rear channels are the surrounds of BS.1770
+int meterChannel(int channel, bool hasSides) noexcept
 {
     switch (channel) {
     case SF_CHANNEL_MAP_LEFT:
@@ -25,9 +28,9 @@ int meterChannel(int channel) noexcept
     case SF_CHANNEL_MAP_CENTER:
         return EBUR128_CENTER;
     case SF_CHANNEL_MAP_REAR_LEFT:
-        return EBUR128_Mp135;
+        return hasSides ? EBUR128_Mp135 : EBUR128_LEFT_SURROUND;
     case SF_CHANNEL_MAP_REAR_RIGHT:
-        return EBUR128_Mm135;
+        return hasSides ? EBUR128_Mm135 : EBUR128_RIGHT_SURROUND;
     case SF_CHANNEL_MAP_SIDE_LEFT:
         return EBUR128_Mp090;
     case SF_CHANNEL_MAP_SIDE_RIGHT:
@@ -50,8 +53,10 @@ LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz) : LoudnessMeter(sampleR
 LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout)
     : LoudnessMeter(sampleRateHz, std::size_t{layout.slots})
 {
+    const int* const end = layout.channelMap.begin() + layout.slots;
+    const bool hasSides = std::find(layout.channelMap.begin(), end, SF_CHANNEL_MAP_SIDE_LEFT) != end;
     for (unsigned slot = 0; slot < layout.slots; ++slot)
-        ebur128_set_channel(state.get(), slot, meterChannel(layout.channelMap[slot]));
+        ebur128_set_channel(state.get(), slot, meterChannel(layout.channelMap[slot], hasSides));
 }
 
 void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames, int headroomBits)

@@ -22,7 +22,8 @@ public:
     /// For stereo.
     explicit LoudnessMeter(std::uint32_t sampleRateHz);
 
-    /// For the slots of a layout: side surrounds weigh 1.5 dB more, the LFE channel is ignored.
+    /// For the slots of a layout: the surrounds of 5.1 and the sides of 7.1 weigh 1.5 dB more, the LFE channel is
+    /// ignored.
     LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout);
 
     /// Adds frames of interleaved left-justified samples.

@@ -22,6 +22,7 @@
 #include "stream/steering_mode_names.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -117,6 +118,15 @@ void notePlainStereo(const UpmixOptions& options, const Layout& layout, const En
         printNote(options.outputName() + ": " + kUnchangedStereo);
 }
 
+/// Whether the source keeps samples above full scale, or is scaled down.
+PeakPlan peakPlanOf(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings,
+                    const AudioSource& source)
+{
+    PeakPlan plan{.keep = headroomBitsOf(options, layout, settings.room, source) > 0};
+    if (options.album) plan.sharedPeak = options.album->peak;
+    return plan;
+}
+
 /// Prepares the source and prints its notes.
 void prepare(const UpmixOptions& options, AudioSource& source, PeakPlan plan)
 {
@@ -181,7 +191,7 @@ UpmixReport upmix(const UpmixOptions& options)
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
     const auto sink = openSink(options, layout, format, *source);
-    prepare(options, *source, {.keep = headroomBitsOf(options, layout, settings.room, *source) > 0});
+    prepare(options, *source, peakPlanOf(options, layout, settings, *source));
     notePlainStereo(options, layout, settings);
 
     UpmixReport report{.layout = &layoutNamed(options.layout),
@@ -211,6 +221,26 @@ UpmixReport upmix(const UpmixOptions& options)
     if (wraps && (report.wrapped > 0 || !options.quiet)) warnings.push_back(wraps->note(columns));
     printReport(options, report, warnings);
     return report;
+}
+
+AlbumPart measureForAlbum(const UpmixOptions& options)
+{
+    Layout layout = layoutNamed(options.layout);
+    EngineSettings settings = engineSettings(options, layout);
+    if (layout.remapped) settings.remap = readRemapFile(options.remapFile).matrix;
+    const auto source = openSource(options, std::nullopt);
+    source->prepare(false, peakPlanOf(options, layout, settings, *source));
+    AlbumPart part{.peak = 1.0 / source->scale()};
+    if (!options.loudnessMatch) return part;
+
+    UpmixReport report;
+    const StreamFormat format{.sampleRate = source->format().sampleRate, .bits = 24};
+    const LoudnessReport loudness = measureLoudness({options, layout, format, settings, *source, nullptr, report});
+    part.seconds = static_cast<double>(report.frames) / format.sampleRate;
+    if (!std::isfinite(loudness.input) || !std::isfinite(loudness.atUnityGain)) return part;
+    part.input = loudness.input;
+    part.upmixed = loudness.atUnityGain;
+    return part;
 }
 
 int runUpmix(const UpmixOptions& options)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/upmix_passes.h"
 
+#include "cli/decibels.h"
 #include "cli/failure.h"
 #include "cli/gain_stage.h"
 #include "cli/interrupt.h"
@@ -131,11 +132,7 @@ double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudnes
         return 0.0;
     }
     const double gainDb = loudness.input - loudness.atUnityGain;
-    if (gainDb > zrk_tarn::kMaxGainDb)
-        throw Failure(EX_DATAERR, options.inputName() + ": matching its loudness needs a gain of " +
-                                      formatted("%.1f dB", gainDb) + ", and " +
-                                      formatted("%.0f", zrk_tarn::kMaxGainDb) +
-                                      " dB is the maximum; leave --loudness-match out");
+    checkMatchingGain(options.inputName(), gainDb);
     return gainDb;
 }
 
@@ -163,22 +160,43 @@ double gainThroughLimiterDb(const RowStore& store, const UpmixJob& job, double g
     return std::max(gainDb, std::min(gainDb + kStepPerLu * missing, zrk_tarn::kMaxGainDb));
 }
 
+/// Runs the engine at unity gain.
+///
+/// next  gets the upmix with headroom; can be null
+/// Returns the loudness of the source as if it was not scaled down, and that of the upmix.
+LoudnessReport upmixAtUnityGain(AudioSink* next, const UpmixJob& job)
+{
+    const int headroomBits = headroomBitsOf(job);
+    LoudnessMeter input(job.format.sampleRate);
+    LoudnessSink upmixed(job.layout, job.format.sampleRate, next, headroomBits);
+    Upmixer upmixer(job.layout, formatAtUnityGain(job), atUnityGain(job.settings), !job.options.noAlign, upmixed);
+    processAll(job, upmixer, headroomBits, &input);
+    return {.input = input.integrated() - decibels(job.source.scale()),
+            .atUnityGain = upmixed.meter().integrated(),
+            .output = 0.0};
+}
+
 /// Upmixes once into a temporary file, which then gets the gain that matches the loudness.
 void upmixMatched(AudioSink& output, const UpmixJob& job)
 {
     RowStore store(storeFolder(job.options), job.layout.slots);
-    const int headroomBits = headroomBitsOf(job);
-    LoudnessMeter input(job.format.sampleRate);
-    LoudnessSink atUnity(job.layout, job.format.sampleRate, &store, headroomBits);
-    Upmixer upmixer(job.layout, formatAtUnityGain(job), atUnityGain(job.settings), !job.options.noAlign, atUnity);
-    processAll(job, upmixer, headroomBits, &input);
-
-    LoudnessReport& loudness = job.report.loudness.emplace();
-    loudness.input = input.integrated();
-    loudness.atUnityGain = atUnity.meter().integrated();
+    LoudnessReport& loudness = job.report.loudness.emplace(upmixAtUnityGain(&store, job));
     double gainDb = matchingGainDb(job.options, loudness);
     if (job.settings.room.limiter && std::isfinite(loudness.input)) gainDb = gainThroughLimiterDb(store, job, gainDb);
     loudness.output = replay(store, job, "writing", gainDb, &output);
+    job.report.room.gainDb = gainDb;
+}
+
+/// Upmixes in one pass with the gain of all files of a run.
+void upmixAtAlbumGain(AudioSink& output, const UpmixJob& job)
+{
+    const double gainDb = job.options.album->gainDb - decibels(job.source.scale());
+    LoudnessSink loudness(job.layout, job.format.sampleRate, &output);
+    GainStage stage(job.layout.slots, job.format, levelOf(job, gainDb), loudness);
+    job.report.loudness = upmixAtUnityGain(&stage, job);
+    stage.flush();
+    report(job, stage.counts());
+    job.report.loudness->output = loudness.meter().integrated();
     job.report.room.gainDb = gainDb;
 }
 
@@ -191,9 +209,33 @@ int headroomBitsOf(const UpmixOptions& options, const Layout& layout, const zrk_
     return options.loudnessMatch || (room.limiter && source.canExceedFullScale()) ? kHeadroomBits : 0;
 }
 
+void checkMatchingGain(const std::string& name, double gainDb)
+{
+    if (gainDb > zrk_tarn::kMaxGainDb)
+        throw Failure(EX_DATAERR, name + ": matching its loudness needs a gain of " + formatted("%.1f dB", gainDb) +
+                                      ", and " + formatted("%.0f", zrk_tarn::kMaxGainDb) +
+                                      " dB is the maximum; leave --loudness-match out");
+}
+
+bool hasGainPerFile(const UpmixOptions& options)
+{
+    const Layout& layout = layoutNamed(options.layout);
+    const zrk_tarn::RoomSettings room = roomSettingsOf(options.room, layout);
+    return options.loudnessMatch || options.bypass || !room.limiter || keepsStereo(layout, room);
+}
+
+LoudnessReport measureLoudness(const UpmixJob& job)
+{
+    LoudnessReport loudness = upmixAtUnityGain(nullptr, job);
+    loudness.atUnityGain -= decibels(job.source.scale());
+    return loudness;
+}
+
 void upmixInto(AudioSink& output, const UpmixJob& job)
 {
-    if (job.options.loudnessMatch) {
+    if (job.options.loudnessMatch && job.options.album) {
+        upmixAtAlbumGain(output, job);
+    } else if (job.options.loudnessMatch) {
         upmixMatched(output, job);
     } else if (headroomBitsOf(job) > 0) {
         upmixWithHeadroom(output, job);

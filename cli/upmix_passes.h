@@ -11,6 +11,8 @@
 #include "cli/upmixer.h"
 #include "cli/wrap_counter.h"
 
+#include <string>
+
 namespace tarn
 {
 
@@ -31,10 +33,20 @@ struct UpmixJob
 int headroomBitsOf(const UpmixOptions& options, const Layout& layout, const zrk_tarn::RoomSettings& room,
                    const AudioSource& source);
 
+/// Throws Failure (EX_DATAERR) if a gain that matches the loudness is larger than the maximum.
+void checkMatchingGain(const std::string& name, double gainDb);
+
+/// Whether a gain depends on the file, unless a common level replaces it: with --loudness-match, and where samples
+/// above full scale scale a file down.
+bool hasGainPerFile(const UpmixOptions& options);
+
 /// Upmixes the whole prepared source into a sink, which the caller finishes.
 ///
 /// Throws Failure: EX_DATAERR if the loudness cannot be matched or the source has samples that are not numbers;
 /// EX_IOERR if a temporary file cannot be written or read.
 void upmixInto(AudioSink& output, const UpmixJob& job);
+
+/// Measures the loudness of source and upmix at unity gain, as if the source was not scaled down. output is 0.
+LoudnessReport measureLoudness(const UpmixJob& job);
 
 } // namespace tarn

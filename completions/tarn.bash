@@ -23,7 +23,7 @@ _tarn() {
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
                                         --mode --preset --centre --width --surrounds --bass --gain --limiter
-                                        --no-limiter --loudness-match --bypass --json --no-align --raw --rate --strict
+                                        --no-limiter --loudness-match --album --bypass --json --no-align --raw --rate --strict
                                         --force --skip-existing --quiet'
             ;;
         esac

@@ -295,6 +295,37 @@ TEST_F(Report, LoudnessMatchReadsAStreamOnce)
     EXPECT_EQ(Json::parse(result.output)["loudness_lufs"], file["loudness_lufs"]);
 }
 
+TEST_F(Report, LoudnessHasTheWeightsOfSurrounds)
+{
+    // At one frequency, the weight of the filter is the same in all channels. Opposite phase goes behind.
+    Samples stereo;
+    for (int i = 0; i < 144000; ++i) {
+        const auto sample = static_cast<std::int32_t>(std::lround(3000.0 * std::sin(i * 0.13))) * 65536;
+        stereo.insert(stereo.end(), {sample, -sample / 65536 / 2 * 65536});
+    }
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+    double stereoPower = 0.0;
+    for (const std::int32_t sample : stereo) stereoPower += std::pow(sample * 0x1p-31, 2.0) / 144000.0;
+    for (const std::string layout : {"5.1", "7.1"}) {
+        const Json report = reportOf({"--layout", layout, "--loudness-match", "--surrounds", "6"});
+        double power = 0.0;
+        double behind = 0.0;
+        for (const Json& channel : report["channels"]) {
+            if (channel["rms_dbfs"].is_null()) continue;
+            const double own = std::pow(10.0, channel["rms_dbfs"].get<double>() / 10.0);
+            const char first = channel["name"].get<std::string>()[0];
+            const bool isWeighted = first == (layout == "5.1" ? 'B' : 'S');
+            power += own * (isWeighted ? 1.41 : 1.0);
+            if (isWeighted) behind += own;
+        }
+        EXPECT_GT(behind, 0.2 * power) << "precondition of this test";
+        const Json& loudness = report["loudness_lufs"];
+        EXPECT_NEAR(loudness["output"].get<double>() - loudness["input"].get<double>(),
+                    10.0 * std::log10(power / stereoPower), 0.1)
+            << layout;
+    }
+}
+
 TEST_F(Report, LoudnessMatchOnAFullDiskLeavesNothing)
 {
     writeInput(0.3);
