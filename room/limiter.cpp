@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr double kReleaseSeconds = 0.1;
+constexpr double kHoldSeconds = 0.02; ///< half a period at 25 Hz
 
 /// Gains this near to 1 (0.004 dB) become 1, so that samples are exact again.
 constexpr double kNearOne = 1.0 - 0x1p-11;
@@ -24,14 +25,20 @@ constexpr std::size_t kRampFrames = kBlockFrames - kSettledFrames;
 } // namespace
 
 Limiter::Limiter(std::uint32_t sampleRateHz, double fullScaleOfSamples) noexcept
-    : fullScale(fullScaleOfSamples), release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz))
-{}
+    : fullScale(fullScaleOfSamples),
+      release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz)),
+      heldBlocks(2 + static_cast<std::size_t>(kHoldSeconds * sampleRateHz / kBlockFrames))
+{
+    std::fill_n(needed, kMaxHeldBlocks, 1.0);
+}
 
 void Limiter::reset() noexcept
 {
     window = {};
     for (UnroundedRow& row : delayed) std::fill_n(row, kBlockFrames, 0.0);
-    needed = startGain = endGain = 1.0;
+    std::fill_n(needed, kMaxHeldBlocks, 1.0);
+    oldest = 0;
+    startGain = endGain = 1.0;
 }
 
 const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::size_t count) noexcept
@@ -47,11 +54,11 @@ const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::
 
 void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double truePeak) noexcept
 {
-    const double neededNext = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
+    needed[oldest] = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
+    oldest = (oldest + 1) % heldBlocks;
     const double recovered = endGain + (1.0 - endGain) * release;
     startGain = endGain;
-    endGain = std::min({needed, neededNext, recovered > kNearOne ? 1.0 : recovered});
-    needed = neededNext;
+    endGain = std::min(*std::min_element(needed, needed + heldBlocks), recovered > kNearOne ? 1.0 : recovered);
 
     const bool isExact = startGain == 1.0 && endGain == 1.0;
     for (std::size_t row = 0; row < count; ++row) {
