@@ -29,11 +29,13 @@ std::string summary(const UpmixOptions& options, const UpmixReport& report)
 std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
 {
     const std::string gain = formatted("%+.2f dB", report.room.gainDb);
+    const std::string limiter = report.layout->remapped || report.bypass ? ""
+                                : options.room.noLimiter                 ? "leave out --no-limiter, or "
+                                                                         : "add --limiter, or ";
     return std::to_string(report.clipped) + " samples were beyond full scale" +
-           (report.room.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
-           (options.loudnessMatch    ? "give --gain with less than " + gain + " instead of --loudness-match"
-            : options.room.noLimiter ? "give a smaller --gain, or leave out --no-limiter"
-                                     : "give a smaller --gain or --centre, or a preset with a limiter");
+           (report.room.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " + limiter +
+           (options.loudnessMatch ? "give --gain with less than " + gain + " instead of --loudness-match"
+                                  : "give a smaller --gain");
 }
 
 std::string inputClippingNote(const UpmixReport& report)

@@ -133,9 +133,11 @@ TEST_F(Report, ClippedSamplesAreReportedWithQuiet)
     ASSERT_GT(clipped, 1u) << "precondition of this test";
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--no-limiter", "--gain", "12", "in.wav", "out.wav"}).errors,
               "tarn: out.wav: " + std::to_string(clipped) +
-                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; give a smaller --gain, or "
-                  "leave out "
-                  "--no-limiter\n");
+                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; leave out --no-limiter, or "
+                  "give a smaller --gain\n");
+    EXPECT_NE(tarn({"upmix", "--force", "--preset", "plain", "--gain", "12", "in.wav", "out.wav"})
+                  .errors.find(" and are clipped; add --limiter, or give a smaller --gain\n"),
+              std::string::npos);
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "in.wav", "out.wav"}).errors, "");
 }
 
@@ -148,9 +150,10 @@ TEST_F(Report, ClippingByLoudnessMatchNamesItsGain)
     ASSERT_GT(clipped, 0u) << "precondition of this test";
     char gain[20];
     std::snprintf(gain, sizeof gain, "%+.2f dB", report["gain_db"].get<double>());
-    EXPECT_EQ(result.errors,
-              "tarn: out.wav: " + std::to_string(clipped) + " samples were beyond full scale at a gain of " + gain +
-                  " and are clipped; give --gain with less than " + gain + " instead of --loudness-match\n");
+    EXPECT_EQ(result.errors, "tarn: out.wav: " + std::to_string(clipped) +
+                                 " samples were beyond full scale at a gain of " + gain +
+                                 " and are clipped; leave out --no-limiter, or give --gain with less than " + gain +
+                                 " instead of --loudness-match\n");
 }
 
 TEST_F(Report, HasTheWorkOfTheLimiter)
