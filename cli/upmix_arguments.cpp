@@ -51,6 +51,12 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
                    "and create its subfolders in --output-dir")
         ->disable_flag_override()
         ->needs("--output-dir");
+    upmix
+        ->add_flag("--album", arguments.batch.album,
+                   "The same gain for all files of --output-dir, with\n"
+                   "--loudness-match and without limiter")
+        ->disable_flag_override()
+        ->needs("--output-dir");
     upmix->add_option("--format", arguments.batch.format, "Format of the files in --output-dir: wav (default) or\nflac")
         ->type_name("NAME")
         ->check(oneOf({"wav", "flac"}, "--format flac"))

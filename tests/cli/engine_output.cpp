@@ -3,7 +3,9 @@
 #include "tests/cli/engine_output.h"
 
 #include "cli/layout.h"
+#include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
+#include "room/limiter.h"
 #include "stream/gain.h"
 #include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"
@@ -95,7 +97,7 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
                                                                            : SampleFormat::S32,
                                                 .outputSlots = static_cast<std::uint32_t>(slots),
                                                 .mode = zrk_tarn::steeringModeNamed(run.mode).value(),
-                                                .limiter = true,
+                                                .limiter = !run.headroom,
                                                 .bass = zrk_tarn::BassMode::Fronts};
     std::transform(slotNames.begin(), slotNames.end(), configuration.outputs.begin(),
                    [&](const std::string& slot) { return expectedSource(slot, slotNames); });
@@ -107,11 +109,35 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
     for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &input[i * bytes], bytes);
     zrk_tarn::UpmixStream stream(configuration);
     stream.setSurroundGain(zrk_tarn::gainFactor(-3.0));
-    stream.setMakeUpGain(hasSlot(slotNames, "FC") ? zrk_tarn::gainFactor(3.0) : 1.0f);
+    if (!run.headroom) stream.setMakeUpGain(hasSlot(slotNames, "FC") ? zrk_tarn::gainFactor(3.0) : 1.0f);
     stream.process(input.data(), buffer.data(), frames + skipped);
     Samples output;
     for (std::size_t i = skipped * slots; i < buffer.size() / bytes; ++i)
         output.push_back(load(&buffer[i * bytes], bytes));
+    return output;
+}
+
+/// Applies gain and limiter to samples of 32 bits with headroom and rounds them to the width of the run.
+Samples amplified(const Samples& samples, const EngineRun& run)
+{
+    using zrk_tarn::Limiter;
+    const std::size_t slots = slotsOf(run.layout);
+    const std::size_t frames = samples.size() / slots;
+    const double factor = std::ldexp(static_cast<double>(zrk_tarn::gainFactor(run.gainDb)), kHeadroomBits);
+    const double step = std::ldexp(1.0, 32 - static_cast<int>(run.bits));
+    Limiter limiter(run.sampleRate, 0x1p31);
+    Samples output;
+    for (std::size_t first = 0; output.size() < samples.size(); first += kBlock) {
+        zrk_tarn::UnroundedRow rows[Limiter::kRows]{};
+        for (std::size_t i = first; i < std::min(frames, first + kBlock); ++i)
+            for (std::size_t slot = 0; slot < slots; ++slot) rows[slot][i - first] = factor * samples[i * slots + slot];
+        const float peak = zrk_tarn::chosenOperations().findTruePeak(
+            limiter.peakWindowOf(rows, slots), static_cast<std::int32_t>(slots), static_cast<float>(Limiter::kCeiling));
+        limiter.process(rows, slots, static_cast<double>(peak));
+        for (std::size_t i = 0; first > 0 && i < kBlock && output.size() < samples.size(); ++i)
+            for (std::size_t slot = 0; slot < slots; ++slot)
+                output.push_back(static_cast<std::int32_t>(std::round(rows[slot][i] / step) * step));
+    }
     return output;
 }
 
@@ -124,6 +150,11 @@ std::size_t slotsOf(const std::string& layout)
 
 Samples engineOutput(const Samples& stereo, const EngineRun& run)
 {
+    if (run.headroom) {
+        EngineRun unrounded = run;
+        unrounded.bits = 32;
+        return amplified(streamOutput(stereo, unrounded), run);
+    }
     if (!run.plain && run.layout != "7.1-remap") return streamOutput(stereo, run);
     const std::size_t slots = slotsOf(run.layout);
     const std::size_t bytes = run.bits / 8;

@@ -276,8 +276,8 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
     if (!options.bypass) {
         options.loudnessMatch = has(how, 2);
         if (has(how, 3) && !options.loudnessMatch) options.room.gainDb = -3.0;
-        options.room.preset = has(how, 6) ? "voice" : "film";
-        options.room.noLimiter = has(how, 7);
+        if (has(how, 6) && options.layout != "7.1-remap") options.room.preset = "voice";
+        options.room.noLimiter = has(how, 7) && options.layout != "7.1-remap";
     }
     options.strict = has(how, 4);
     options.force = true;
