@@ -100,8 +100,13 @@ constexpr Layout remapped71()
 }
 
 /// The layouts of --layout, narrowest first.
-constexpr std::array kLayouts{dialogue20(), fromSlots("3.0", "FL FR FC"), fromSlots("5.1", "FL FR FC LFE BL BR"),
-                              fromSlots("7.1", "FL FR FC LFE BL BR SL SR"), remapped71()};
+constexpr std::array kLayouts{
+    dialogue20(),
+    fromSlots("3.0", "FL FR FC"),
+    fromSlots("5.1", "FL FR FC LFE BL BR"),
+    fromSlots("7.1", "FL FR FC LFE BL BR SL SR"),
+    remapped71(),
+};
 
 static_assert(std::ranges::is_sorted(kLayouts, {}, &Layout::slots), "narrowest first");
 
