@@ -10,9 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 
 namespace tests
@@ -49,6 +51,15 @@ void expectContains(const std::string& file, const std::string& text)
     EXPECT_NE(contentsOf(file).find(text), std::string::npos) << file << " does not contain: " << text;
 }
 
+/// The value of a control in a configuration of PipeWire; NaN if there is none.
+double controlIn(const std::string& file, const std::string& name)
+{
+    const std::string text = contentsOf(file);
+    std::smatch match;
+    const bool isFound = std::regex_search(text, match, std::regex("\n *\"" + name + "\" *= ([-0-9.]+)"));
+    return isFound ? std::stod(match[1]) : std::nan("");
+}
+
 } // namespace
 
 TEST(Facts, SampleRatesAreThoseThatTheEngineAccepts)
@@ -77,7 +88,6 @@ TEST(Facts, TextsListTheSupportedSampleRates)
     expectContains("c_api/tarn.h", "/**< Hz: " + rateList(1, ", ", " or ") + " */");
     expectContains("completions/tarn.bash", "'" + rateList(1, " ", " ") + "'");
     expectContains("completions/_tarn", "(" + rateList(1, " ", " ") + ")");
-    expectContains("plugins/lv2/tarn.ttl.in", "at " + rateList(1000, ", ", " and ") + " kHz");
     for (const char* const page : {"lv2", "ladspa"})
         expectContains(std::string("docs/hosts/") + page + ".md", rateList(1000, ", ", " and ") + " kHz");
     for (const char* const page : {"alsa", "gstreamer", "jack", "pipewire"})
@@ -90,12 +100,9 @@ TEST(Facts, TextsStateTheRangeOfTheGain)
     std::snprintf(range, sizeof range, "%g to %g", zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb);
     for (const char* const page : {"alsa", "gstreamer", "jack", "ladspa", "lv2"})
         expectContains(std::string("docs/hosts/") + page + ".md", range);
-    for (const char* const file : {"plugins/pipewire/tarn-upmix.conf", "docs/man/tarn-upmix.1.scd", "cli/help_texts.h"})
+    for (const char* const file : {"plugins/pipewire/tarn-upmix.conf", "plugins/pipewire/tarn-dialogue.conf",
+                                   "docs/man/tarn-upmix.1.scd", "cli/help_texts.h"})
         expectContains(file, range);
-    std::snprintf(range, sizeof range, "lv2:minimum %.1f ;", zrk_tarn::kMinGainDb);
-    expectContains("plugins/lv2/tarn.ttl.in", range);
-    std::snprintf(range, sizeof range, "lv2:maximum %.1f", zrk_tarn::kMaxGainDb);
-    expectContains("plugins/lv2/tarn.ttl.in", range);
     EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxGainDb), zrk_tarn::kMaxMakeUpGain) << "streams would reduce it";
 }
 
@@ -131,11 +138,39 @@ TEST(Facts, TextsListThePresets)
     expectContains("completions/_tarn", "preset:(" + names + ")");
 }
 
+TEST(Facts, SinksOfPipeWireHaveThePresets)
+{
+    const char* const kSink = "plugins/pipewire/tarn-upmix.conf";
+    for (const auto& [name, settings] : zrk_tarn::kPresets) {
+        char row[100];
+        std::snprintf(row, sizeof row, "#   %-6s %-5g %-8d %-7g %-6g %-5d %g\n", name, settings.gainDb,
+                      settings.limiter ? 1 : 0, settings.centreDb, settings.width,
+                      settings.bass == zrk_tarn::BassMode::Fronts ? 1 : 0,
+                      settings.surroundDb.value_or(zrk_tarn::kMinGainDb));
+        expectContains(kSink, row);
+    }
+    const zrk_tarn::RoomSettings& film = zrk_tarn::kPresets[0].settings;
+    EXPECT_EQ(controlIn(kSink, "gain"), film.gainDb);
+    EXPECT_EQ(controlIn(kSink, "limiter"), film.limiter ? 1.0 : 0.0);
+    EXPECT_EQ(controlIn(kSink, "centre"), film.centreDb);
+    EXPECT_EQ(controlIn(kSink, "width"), film.width);
+    EXPECT_EQ(controlIn(kSink, "bass"), film.bass == zrk_tarn::BassMode::Fronts ? 1.0 : 0.0);
+    EXPECT_EQ(controlIn(kSink, "surrounds"), film.surroundDb);
+
+    const char* const kDialogue = "plugins/pipewire/tarn-dialogue.conf";
+    const zrk_tarn::RoomSettings& voice = zrk_tarn::presetNamed("voice")->settings;
+    EXPECT_EQ(controlIn(kDialogue, "centre"), voice.centreDb);
+    EXPECT_EQ(controlIn(kDialogue, "limiter"), voice.limiter ? 1.0 : 0.0);
+    EXPECT_EQ(controlIn(kDialogue, "gain"), 0.0) << "two loudspeakers need no make-up gain";
+}
+
 TEST(Facts, TextsStateTheRangeOfTheChannelGains)
 {
     char range[32];
     std::snprintf(range, sizeof range, "%g to %g", zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb);
-    for (const char* const file : {"docs/man/tarn-upmix.1.scd", "cli/help_texts.h"}) expectContains(file, range);
+    for (const char* const file : {"docs/man/tarn-upmix.1.scd", "cli/help_texts.h", "plugins/pipewire/tarn-upmix.conf",
+                                   "plugins/pipewire/tarn-dialogue.conf", "docs/hosts/lv2.md", "docs/hosts/ladspa.md"})
+        expectContains(file, range);
     EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxChannelGainDb), zrk_tarn::kMaxChannelGain)
         << "streams would reduce it";
     EXPECT_EQ(zrk_tarn::gainFactor(-3.0), zrk_tarn::kTypicalSurroundGain);
