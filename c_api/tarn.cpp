@@ -46,6 +46,7 @@ static_assert(TARN_MAX_SLOTS == zrk_tarn::kMaxSlots);
 static_assert(TARN_BAND_GROUPS == zrk_tarn::kBandGroups);
 static_assert(TARN_F32 == static_cast<int>(SampleFormat::F32));
 static_assert(TARN_DIALOGUE == static_cast<int>(OutputSlot::Source::Dialogue));
+static_assert(TARN_LFE == static_cast<int>(OutputSlot::Source::Lfe));
 static_assert(TARN_BASS_FRONTS == static_cast<int>(BassMode::Fronts));
 static_assert(TARN_CALM == static_cast<int>(SteeringMode::Calm));
 static_assert(TARN_TYPICAL_MAKE_UP_GAIN == zrk_tarn::kTypicalMakeUpGain);
@@ -269,6 +270,21 @@ void tarn_set_centre_width(tarn_stream* stream, float width)
 void tarn_set_surround_gain(tarn_stream* stream, float gain)
 {
     if (stream != nullptr) stream->stream.setSurroundGain(gain);
+}
+
+void tarn_set_lfe_gain(tarn_stream* stream, float gain)
+{
+    if (stream != nullptr) stream->stream.setLfeGain(gain);
+}
+
+void tarn_set_bass(tarn_stream* stream, int bass)
+{
+    if (stream != nullptr) stream->stream.setBass(bass == TARN_BASS_FRONTS ? BassMode::Fronts : BassMode::Steered);
+}
+
+void tarn_set_limiting(tarn_stream* stream, int limiting)
+{
+    if (stream != nullptr) stream->stream.setLimiting(limiting != 0);
 }
 
 void tarn_set_mode(tarn_stream* stream, int mode)

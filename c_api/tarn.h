@@ -74,12 +74,17 @@ typedef enum tarn_source
     TARN_FROM_ENGINE = 0, /**< an engine output: 0 front left, 1 front right, 2 centre; with a matrix: a column of it */
     TARN_FROM_INPUT = 1,  /**< an input slot, delayed by the latency */
     TARN_SILENCE = 2,     /**< zeros */
-    /** A surround channel: 0 left and 1 right, behind the listener in 5.1 or at the sides in 7.1; 2 left and 3 right
-     * behind the listener in 7.1. If 2 or 3 is in use, all four are 3 dB softer. Not with a remap matrix. */
+    /** A surround channel: 0 left and 1 right, at the sides in layouts that have sides, else behind the listener; 2
+     * left and 3 right, behind the listener in layouts that have sides. If 2 or 3 is in use, all four are 3 dB softer.
+     * Not with a remap matrix. */
     TARN_SURROUND = 3,
     /** Left (0) or right (1) of the input with the centre at another level, for two loudspeakers or headphones. If the
      * gain of the centre is 1, integers are exact. Not with a remap matrix. */
-    TARN_DIALOGUE = 4
+    TARN_DIALOGUE = 4,
+    /** The LFE channel: the bass of left plus right below 120 Hz, delayed by the latency. Receivers play it 10 dB
+     * louder than the other channels; it is then as loud as the bass of the fronts with TARN_BASS_FRONTS. Only index 0.
+     * Not with a remap matrix. */
+    TARN_LFE = 5
 } tarn_source;
 
 /** How fast the engine follows strong steering. */
@@ -216,7 +221,7 @@ TARN_API tarn_status tarn_process_planar(tarn_stream* stream, const float* const
  */
 TARN_API size_t tarn_drain(tarn_stream* stream, void* output, size_t frames);
 
-/** Clears the signal of a stream. Keeps mode, bypass, gains, width and matrix. */
+/** Clears the signal of a stream. Keeps all settings and the matrix. */
 TARN_API void tarn_reset(tarn_stream* stream);
 
 /**
@@ -229,8 +234,8 @@ TARN_API void tarn_reset(tarn_stream* stream);
 TARN_API tarn_status tarn_set_remap(tarn_stream* stream, const int32_t (*gains)[4]);
 
 /** Switches bypass on (not 0) or off. In bypass, front left, front right and TARN_DIALOGUE slots are the plain input
- * with the same latency, and the other engine outputs and the surround channels are silent. Crossfades within 1024
- * frames; switches at once before the first frame. */
+ * with the same latency, and the other engine outputs, surround channels and the LFE channel are silent. Crossfades
+ * within 1024 frames; switches at once before the first frame. */
 TARN_API void tarn_set_bypass(tarn_stream* stream, int bypassed);
 
 /** Returns 1 if bypass is requested, else 0. */
@@ -254,6 +259,19 @@ TARN_API void tarn_set_centre_width(tarn_stream* stream, float width);
 /** Sets the gain of the surround channels, a factor from 0 to TARN_MAX_CHANNEL_GAIN. Fades and clamps as the make-up
  * gain; NaN sets the default, TARN_TYPICAL_SURROUND_GAIN. */
 TARN_API void tarn_set_surround_gain(tarn_stream* stream, float gain);
+
+/** Sets the gain of the LFE channel, a factor from 0 to TARN_MAX_CHANNEL_GAIN, 1 by default. Fades and clamps as the
+ * make-up gain. */
+TARN_API void tarn_set_lfe_gain(tarn_stream* stream, float gain);
+
+/** Changes where the bass plays. Has no effect on TARN_DIALOGUE slots and with a remap matrix. Crossfades within 1024
+ * frames; changes at once before the first frame. Reads an unknown value as TARN_BASS_STEERED. */
+TARN_API void tarn_set_bass(tarn_stream* stream, int bass);
+
+/** Switches the limiter of the configuration off (0) or on, from the next block on. Switched off, its gain returns to 1
+ * with its usual time constant, and outputs beyond full scale clip. The latency stays the same. Has no effect if the
+ * configuration has no limiter. */
+TARN_API void tarn_set_limiting(tarn_stream* stream, int limiting);
 
 /** Changes the steering mode from the next block on. Reads an unknown mode as TARN_CALM. */
 TARN_API void tarn_set_mode(tarn_stream* stream, int mode);

@@ -88,10 +88,7 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "the rest goes to FL and FR")
         ->type_name("W")
         ->check(numberFrom(0.0, 1.0, "--width 0.5"));
-    command
-        .add_option("--surrounds", options.surrounds,
-                    "Gain of the surround channels of 5.1 and 7.1 in dB, -60\n"
-                    "to 12, or off")
+    command.add_option("--surrounds", options.surrounds, "Gain of the surround channels in dB, -60 to 12, or off")
         ->type_name("DB")
         ->check(channelGainOrOff("--surrounds -6"));
     command

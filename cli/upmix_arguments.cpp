@@ -70,7 +70,7 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
 /// The options of `tarn upmix` that change the sound.
 void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
 {
-    upmix->add_option("--layout", options.layout, "Slots of the output: 2.0, 3.0 (default), 5.1, 7.1 or\n7.1-remap")
+    upmix->add_option("--layout", options.layout, "Slots of the output, default 3.0:\n" + listOf(layoutNames()))
         ->type_name("NAME")
         ->transform(CLI::Transformer({{"slots8", std::string(kRemapLayout)}}).description("")) // former name
         ->check(oneOf(layoutNames(), "--layout 5.1"));

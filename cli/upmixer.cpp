@@ -3,7 +3,6 @@
 #include "cli/upmixer.h"
 
 #include "host/zrk_tarn_processor.h"
-#include "stream/gain.h"
 
 #include <algorithm>
 
@@ -27,7 +26,6 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat
         .outputs = layout.outputs,
         .mode = settings.mode,
         .limiter = settings.room.limiter,
-        .bass = settings.room.bass,
     };
     if (layout.remapped) configuration.remap = settings.remap;
     if (!settings.room.surroundDb)
@@ -50,11 +48,8 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
       toSkip(zrk_tarn::UpmixStream::latencyFrames(configurationOf(layout, streamFormat, settings)) -
              (align ? 0 : zrk_tarn_processor_t::kDelayFrames))
 {
-    stream.setMakeUpGain(zrk_tarn::gainFactor(settings.room.gainDb));
+    zrk_tarn::applySettings(settings.room, stream);
     stream.setBypass(settings.bypass);
-    stream.setCentreGain(zrk_tarn::gainFactor(settings.room.centreDb));
-    stream.setCentreWidth(static_cast<float>(settings.room.width));
-    if (settings.room.surroundDb) stream.setSurroundGain(zrk_tarn::gainFactor(*settings.room.surroundDb));
 }
 
 void Upmixer::push(const std::int32_t* stereo, std::size_t frames)

@@ -1,6 +1,8 @@
-// A crossover that keeps the bass in the fronts.
+// A crossover that keeps the bass in the fronts, and the LFE channel.
 // SPDX-License-Identifier: MIT
 #include "room/bass_crossover.h"
+
+#include <algorithm>
 
 namespace zrk_tarn
 {
@@ -43,13 +45,30 @@ BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
     const double norm = 1.0 / (1.0 + kSqrt2 * k + k * k);
     const double a1 = 2.0 * (k * k - 1.0) * norm;
     const double a2 = (1.0 - kSqrt2 * k + k * k) * norm;
-    lowPass = {k * k * norm, 2.0 * (k * k) * norm, k * k * norm, a1, a2};
-    highPass = {norm, -2.0 * norm, norm, a1, a2};
+    const auto coefficients = [&](double b0, double b1) {
+        return Coefficients{Pair{b0, b0}, Pair{b1, b1}, Pair{a1, a1}, Pair{a2, a2}};
+    };
+    lowPass = coefficients(k * k * norm, 2.0 * (k * k) * norm);
+    highPass = coefficients(norm, -2.0 * norm);
 }
 
 void BassCrossover::reset() noexcept
 {
-    stereo = fronts = behind = {};
+    clearCrossover();
+    lfe[0] = {};
+}
+
+void BassCrossover::clearCrossover() noexcept
+{
+    for (FilterPair& filters : fronts) filters = {};
+    for (FilterPair& filters : behind) filters = {};
+}
+
+void BassCrossover::beginBlock(bool isOn) noexcept
+{
+    const bool wasOff = isOff();
+    share.beginBlock(isOn ? 1.0f : 0.0f);
+    if (wasOff && !isOff()) clearCrossover();
 }
 
 void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept
@@ -58,38 +77,76 @@ void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow
         bass[0][i] = kHalfPower * static_cast<double>(left[i]);
         bass[1][i] = kHalfPower * static_cast<double>(right[i]);
     }
-    stereo.filterBlock(lowPass, bass);
-    fronts.filterBlock(highPass, rows);
+    beginFade(rows);
+    filterBlock<3>({&lowPass, &highPass, &highPass}, fronts,
+                   {{&bass[0], &bass[1]}, {&rows[0], &rows[1]}, {&rows[2], &rows[2]}});
+    finishFade(rows);
     for (std::size_t side = 0; side < 2; ++side)
-        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += bass[side][i];
+        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += share.at(i) * bass[side][i];
 }
 
-void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows]) noexcept
+void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept
 {
-    behind.filterBlock(highPass, surrounds);
-}
-
-/// In the transposed direct form II.
-void BassCrossover::Filters::filterBlock(const Coefficients& c, UnroundedRow (&rows)[kRows]) noexcept
-{
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        double samples[kRows];
-        for (std::size_t row = 0; row < kRows; ++row) samples[row] = rows[row][i];
-        for (int section = 0; section < 2; ++section) {
-            for (std::size_t row = 0; row < kRows; ++row) {
-                const double x = samples[row];
-                const double y = c.b0 * x + first[section][row];
-                first[section][row] = c.b1 * x - c.a1 * y + second[section][row];
-                second[section][row] = c.b2 * x - c.a2 * y;
-                samples[row] = y;
-            }
-        }
-        for (std::size_t row = 0; row < kRows; ++row) rows[row][i] = samples[row];
+    beginFade(surrounds);
+    if (count == 2) {
+        filterBlock<1>({&highPass}, behind, {{&surrounds[0], &surrounds[1]}});
+    } else {
+        filterBlock<2>({&highPass, &highPass}, behind,
+                       {{&surrounds[0], &surrounds[1]}, {&surrounds[2], &surrounds[3]}});
     }
-    for (int section = 0; section < 2; ++section) {
-        for (std::size_t row = 0; row < kRows; ++row) {
-            if (__builtin_fabs(first[section][row]) < kTrace) first[section][row] = 0.0;
-            if (__builtin_fabs(second[section][row]) < kTrace) second[section][row] = 0.0;
+    finishFade(surrounds);
+}
+
+void BassCrossover::addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept
+{
+    for (std::size_t i = 0; i < kBlockFrames; ++i)
+        sum[i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
+    filterBlock<1>({&lowPass}, lfe, {{&sum, &sum}});
+}
+
+/// Keeps the rows for finishFade.
+void BassCrossover::beginFade(const UnroundedRow (&rows)[kRows]) noexcept
+{
+    if (isFading()) std::copy_n(&rows[0][0], kRows * kBlockFrames, &plain[0][0]);
+}
+
+/// Fades from the rows before the filters to those after them.
+void BassCrossover::finishFade(UnroundedRow (&rows)[kRows]) const noexcept
+{
+    if (!isFading()) return;
+    for (std::size_t row = 0; row < kRows; ++row)
+        for (std::size_t i = 0; i < kBlockFrames; ++i)
+            rows[row][i] = plain[row][i] + share.at(i) * (rows[row][i] - plain[row][i]);
+}
+
+/// In the transposed direct form II. A filter is a chain of dependent operations, but the filters do not depend on each
+/// other, so a processor computes those of a frame at the same time.
+template <std::size_t kPairs>
+void BassCrossover::filterBlock(const Coefficients* const (&coefficients)[kPairs], FilterPair* filters,
+                                UnroundedRow* const (&rows)[kPairs][2]) noexcept
+{
+    FilterPair state[kPairs]; // a copy, which compilers keep in registers
+    for (std::size_t pair = 0; pair < kPairs; ++pair) state[pair] = filters[pair];
+    for (std::size_t i = 0; i < kBlockFrames; ++i) {
+        for (std::size_t pair = 0; pair < kPairs; ++pair) {
+            const Coefficients& c = *coefficients[pair];
+            Pair x = {(*rows[pair][0])[i], (*rows[pair][1])[i]};
+            for (int section = 0; section < 2; ++section) {
+                const Pair scaled = c.b0 * x;
+                const Pair y = scaled + state[pair].first[section];
+                state[pair].first[section] = c.b1 * x - c.a1 * y + state[pair].second[section];
+                state[pair].second[section] = scaled - c.a2 * y;
+                x = y;
+            }
+            (*rows[pair][0])[i] = x[0];
+            (*rows[pair][1])[i] = x[1];
+        }
+    }
+    const auto withoutTraces = [](Pair value) { return ((value < kTrace) & (value > -kTrace)) ? Pair{} : value; };
+    for (std::size_t pair = 0; pair < kPairs; ++pair) {
+        for (int section = 0; section < 2; ++section) {
+            filters[pair].first[section] = withoutTraces(state[pair].first[section]);
+            filters[pair].second[section] = withoutTraces(state[pair].second[section]);
         }
     }
 }

@@ -1,8 +1,9 @@
-// A crossover that keeps the bass in the fronts.
+// A crossover that keeps the bass in the fronts, and the LFE channel.
 // SPDX-License-Identifier: MIT
 #pragma once
 
 #include "room/block.h"
+#include "room/glide.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +25,15 @@ public:
     /// Clears the signal.
     void reset() noexcept;
 
+    /// Jumps to the target without a fade.
+    void snapToTarget(bool isOn) noexcept { share = Glide(isOn ? 1.0f : 0.0f); }
+
+    /// Advances the fade between the outputs with and without the crossover to the next block.
+    void beginBlock(bool isOn) noexcept;
+
+    /// Whether the block stays as it is.
+    bool isOff() const noexcept { return share.isSteadyAt(0.0f); }
+
     /// Replaces the bass of front left, front right and centre: removes it, and adds sqrt(1/2) times the bass of the
     /// stereo to the fronts. The fourth row is not used.
     ///
@@ -31,29 +41,49 @@ public:
     void moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept;
 
     /// Removes the bass of surround channels.
-    void removeFrom(UnroundedRow (&surrounds)[kRows]) noexcept;
+    ///
+    /// count  2 or 4, always the same
+    void removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept;
+
+    /// Computes the bass of left plus right. It does not fade.
+    void addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept;
 
 private:
+    /// Values of two filters side by side, in one register of most processors.
+    using Pair [[gnu::vector_size(2 * sizeof(double))]] = double;
+
     struct Coefficients
     {
-        double b0, b1, b2, a1, a2;
+        Pair b0, b1, a1, a2; ///< b2 is b0
     };
 
-    /// Both sections of neighbouring filters.
-    struct Filters
+    /// Both sections of two filters.
+    struct FilterPair
     {
-        double first[2][kRows]{};
-        double second[2][kRows]{};
-
-        void filterBlock(const Coefficients& c, UnroundedRow (&rows)[kRows]) noexcept;
+        Pair first[2]{};
+        Pair second[2]{};
     };
+
+    bool isFading() const noexcept { return !share.isSteadyAt(1.0f); }
+    void clearCrossover() noexcept;
+    void beginFade(const UnroundedRow (&rows)[kRows]) noexcept;
+    void finishFade(UnroundedRow (&rows)[kRows]) const noexcept;
+
+    /// Filters a block of 2 kPairs rows in place.
+    ///
+    /// In/Out  filters [kPairs], rows; both rows of a pair can be the same
+    template <std::size_t kPairs>
+    static void filterBlock(const Coefficients* const (&coefficients)[kPairs], FilterPair* filters,
+                            UnroundedRow* const (&rows)[kPairs][2]) noexcept;
 
     Coefficients lowPass;
     Coefficients highPass;
-    Filters stereo;
-    Filters fronts;
-    Filters behind;
-    UnroundedRow bass[kRows]{}; ///< of left and right, scratch
+    FilterPair fronts[3];        ///< left and right of the stereo, front left and right, centre
+    FilterPair behind[2];        ///< of two channels each
+    FilterPair lfe[1];           ///< of the same signal twice
+    Glide share{0.0f};           ///< of the outputs with the crossover
+    UnroundedRow bass[2]{};      ///< of left and right, scratch
+    UnroundedRow plain[kRows]{}; ///< outputs without the crossover, for a fade
 };
 
 } // namespace zrk_tarn

@@ -3,7 +3,7 @@
 #include "room/limiter.h"
 
 #include <algorithm>
-#include <utility>
+#include <array>
 
 namespace zrk_tarn
 {
@@ -22,10 +22,18 @@ constexpr double kNearOne = 1.0 - 0x1p-11;
 constexpr std::size_t kSettledFrames = 6;
 constexpr std::size_t kRampFrames = kBlockFrames - kSettledFrames;
 
+/// The part of the way from the gain at the start of a block to that at its end, for each frame.
+constexpr auto kRamp = [] {
+    std::array<double, kBlockFrames> parts{};
+    for (std::size_t i = 0; i < kBlockFrames; ++i)
+        parts[i] = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
+    return parts;
+}();
+
 } // namespace
 
-Limiter::Limiter(std::uint32_t sampleRateHz, double fullScaleOfSamples) noexcept
-    : fullScale(fullScaleOfSamples),
+Limiter::Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept
+    : scale(1.0 / fullScale),
       release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz)),
       heldBlocks(2 + static_cast<std::size_t>(kHoldSeconds * sampleRateHz / kBlockFrames))
 {
@@ -47,7 +55,7 @@ const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::
         float* const samples = window.samples[row];
         std::copy_n(samples + kBlockFrames, PeakWindow::kBefore, samples);
         for (std::size_t i = 0; i < kBlockFrames; ++i)
-            samples[PeakWindow::kBefore + i] = static_cast<float>(rows[row][i] / fullScale);
+            samples[PeakWindow::kBefore + i] = static_cast<float>(rows[row][i] * scale);
     }
     return window;
 }
@@ -60,15 +68,12 @@ void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double tru
     startGain = endGain;
     endGain = std::min(*std::min_element(needed, needed + heldBlocks), recovered > kNearOne ? 1.0 : recovered);
 
-    const bool isExact = startGain == 1.0 && endGain == 1.0;
-    for (std::size_t row = 0; row < count; ++row) {
-        for (std::size_t i = 0; i < kBlockFrames; ++i) {
-            std::swap(rows[row][i], delayed[row][i]);
-            if (isExact) continue;
-            const double part = i + 1 < kRampFrames ? static_cast<double>(i + 1) / kRampFrames : 1.0;
-            rows[row][i] *= startGain + (endGain - startGain) * part;
-        }
-    }
+    for (std::size_t row = 0; row < count; ++row) std::swap_ranges(rows[row], rows[row] + kBlockFrames, delayed[row]);
+    if (startGain == 1.0 && endGain == 1.0) return;
+    UnroundedRow factors;
+    for (std::size_t i = 0; i < kBlockFrames; ++i) factors[i] = startGain + (endGain - startGain) * kRamp[i];
+    for (std::size_t row = 0; row < count; ++row)
+        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[row][i] *= factors[i];
 }
 
 } // namespace zrk_tarn

@@ -26,7 +26,7 @@ public:
     /// frequencies: meters with a longer filter read up to 0.6 dB more in music, and 2 dB more in white noise.
     static constexpr double kCeiling = 0.89125094;
 
-    /// fullScale  of the samples
+    /// fullScale  of the samples, a power of two
     Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept;
 
     /// Clears the signal.
@@ -46,7 +46,7 @@ public:
 private:
     static constexpr std::size_t kMaxHeldBlocks = 62; ///< 20 ms at 192 kHz, the delayed block and the next one
 
-    double fullScale;
+    double scale;   ///< makes full scale 1
     double release; ///< the part of the way back to 1 per block
     std::size_t heldBlocks;
     PeakWindow window;

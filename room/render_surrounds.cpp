@@ -31,34 +31,44 @@ Floats<kCount> withoutTraces(const Floats<kCount>& values) noexcept
     return select(abs(values) < broadcast<kCount>(kTrace), zero, values);
 }
 
+/// Four partial sums, each over every fourth value. Additions of zero are left out, because they only change the sign
+/// of zero, on which the covariances do not depend.
 template <int kCount>
 float sumOf(const float* values) noexcept
 {
-    float partial[4]{};
-    for (int n = 0; n < kCount; ++n) partial[n % 4] += values[n];
-    return (partial[0] + partial[1]) + (partial[2] + partial[3]);
+    if constexpr (kCount == 1) {
+        return values[0];
+    } else if constexpr (kCount < 4) {
+        float sum = values[0] + values[1];
+        if constexpr (kCount == 3) sum += values[2];
+        return sum;
+    } else {
+        Floats<4> sums = load<4>(values);
+        for (int n = 4; n + 4 <= kCount; n += 4) sums = sums + load<4>(values + n);
+        float partial[4];
+        store(partial, sums);
+        for (int n = kCount - kCount % 4; n < kCount; ++n) partial[n % 4] += values[n];
+        return (partial[0] + partial[1]) + (partial[2] + partial[3]);
+    }
 }
+
+// These stages are not inlined. Their vectors would stay on the stack during the transform, and compilers would extract
+// the terms of the sums from vector registers one by one.
 
 /// The sums over the bands of every group.
 template <typename Layout, int... kGroup>
-Floats<16> groupSums(const float (&bands)[64], std::integer_sequence<int, kGroup...> /*groups*/) noexcept
+[[gnu::noinline]] void sumGroups(const float (&products)[3][64], float (&sums)[3][16],
+                                 std::integer_sequence<int, kGroup...> /*groups*/) noexcept
 {
-    const float sums[16] = {sumOf<Layout::kCount[kGroup]>(bands + Layout::firstOf(kGroup))...};
-    return load<16>(sums);
+    for (int which = 0; which < 3; ++which)
+        ((sums[which][kGroup] = sumOf<Layout::kCount[kGroup]>(products[which] + Layout::firstOf(kGroup))), ...);
 }
 
-template <typename Layout>
-void smoothCovariance(const Floats<64>& a, const Floats<64>& b, const float (&smoothing)[2],
-                      float (&covariance)[16]) noexcept
+void smoothCovariance(const float (&sums)[16], const float (&smoothing)[2], float (&covariance)[16]) noexcept
 {
-    float products[64];
-    store(products, a * b);
-    const Floats<16> sums = groupSums<Layout>(products, std::make_integer_sequence<int, 16>{});
-    store(covariance,
-          withoutTraces(broadcast<16>(smoothing[1]) * load<16>(covariance) + broadcast<16>(smoothing[0]) * sums));
+    store(covariance, withoutTraces(broadcast<16>(smoothing[1]) * load<16>(covariance) +
+                                    broadcast<16>(smoothing[0]) * load<16>(sums)));
 }
-
-// These stages are not inlined, because their vectors would stay on the stack during the transform.
 
 template <typename Layout>
 [[gnu::noinline]] void smoothCovariances(const float (&subband)[2][64], Surrounds& s) noexcept
@@ -66,9 +76,15 @@ template <typename Layout>
     const Floats<64> scale = broadcast<64>(kCovarianceScale);
     const Floats<64> l = load<64>(subband[0]) * scale;
     const Floats<64> r = load<64>(subband[1]) * scale;
-    smoothCovariance<Layout>(l, l, s.smoothing, s.leftLeft);
-    smoothCovariance<Layout>(r, r, s.smoothing, s.rightRight);
-    smoothCovariance<Layout>(l, r, s.smoothing, s.leftRight);
+    float products[3][64];
+    store(products[0], l * l);
+    store(products[1], r * r);
+    store(products[2], l * r);
+    float sums[3][16];
+    sumGroups<Layout>(products, sums, std::make_integer_sequence<int, 16>{});
+    smoothCovariance(sums[0], s.smoothing, s.leftLeft);
+    smoothCovariance(sums[1], s.smoothing, s.rightRight);
+    smoothCovariance(sums[2], s.smoothing, s.leftRight);
 }
 
 /// The weights that cancel the dominant source of every group.
@@ -102,30 +118,53 @@ template <typename Layout>
     s.nextPast = s.nextPast + 1 == s.lookAhead ? 0 : s.nextPast + 1;
 }
 
-void synthesise(Surrounds& s, float (&samples)[64]) noexcept
+/// Leaves the samples in overlapNow.
+void synthesise(Surrounds& s) noexcept
 {
     splitIntoPairSums(s.difference, s.dctEven[0], s.dctOdd[0]);
     transformPairSums<1, 1024>(s.dctEven, s.dctOdd, s.synthHistory);
     overlapAddAndAdvance(s.synthHistory, s.overlapNow, s.overlapNext);
-    store(samples, load<64>(s.overlapNow));
-    advanceOverlap(s.overlapNow, s.overlapNext);
 }
 
-void filterBlock(AllPass& section, float (&block)[64]) noexcept
+/// Where a block of a section begins in its ring.
+struct SectionBlock
 {
-    constexpr int kWidth = kVectorFloats;
-    const std::int32_t start = section.position - section.delay;
-    const float* const delayed = section.ring + (start < 0 ? start + section.length : start);
-    float* const newest = section.ring + section.position;
-    const Floats<kWidth> gain = broadcast<kWidth>(section.gain);
-    for (int n = 0; n < 64; n += kWidth) {
-        const Floats<kWidth> before = load<kWidth>(delayed + n);
-        const Floats<kWidth> w = withoutTraces(load<kWidth>(block + n) + gain * before);
+    explicit SectionBlock(AllPass& section) noexcept
+        : delayed(section.ring + section.position - section.delay +
+                  (section.position < section.delay ? section.length : 0)),
+          newest(section.ring + section.position),
+          gain(section.gain)
+    {}
+
+    /// Filters kVectorFloats samples. A delay is at least a block, so no sample depends on another one of its block.
+    Floats<kVectorFloats> filter(const Floats<kVectorFloats>& x, int n) const noexcept
+    {
+        const Floats<kVectorFloats> before = load<kVectorFloats>(delayed + n);
+        const Floats<kVectorFloats> coefficient = broadcast<kVectorFloats>(gain);
+        const Floats<kVectorFloats> w = withoutTraces(x + coefficient * before);
         store(newest + n, w);
-        store(block + n, before - gain * w);
+        return before - coefficient * w;
     }
+
+    const float* delayed;
+    float* newest;
+    float gain;
+};
+
+void advance(AllPass& section) noexcept
+{
     if (section.position == 0) store(section.ring + section.length, load<64>(section.ring));
     section.position = section.position + 64 == section.length ? 0 : section.position + 64;
+}
+
+/// Both sections of a chain.
+void filterBlock(AllPass (&chain)[2], const float (&samples)[64], float (&output)[64]) noexcept
+{
+    const SectionBlock first(chain[0]);
+    const SectionBlock second(chain[1]);
+    for (int n = 0; n < 64; n += kVectorFloats)
+        store(output + n, second.filter(first.filter(load<kVectorFloats>(samples + n), n), n));
+    for (AllPass& section : chain) advance(section);
 }
 
 } // namespace
@@ -138,12 +177,9 @@ void renderSurrounds(const ZRKTarn& engine, Surrounds& s) noexcept
         findWeights(s);
         takeDifference<Layout>(engine.subband, s);
     });
-    float samples[64];
-    synthesise(s, samples);
-    for (int chain = 0; chain < s.chainsInUse; ++chain) {
-        store(s.output[chain], load<64>(samples));
-        for (AllPass& section : s.chain[chain]) filterBlock(section, s.output[chain]);
-    }
+    synthesise(s);
+    for (int chain = 0; chain < s.chainsInUse; ++chain) filterBlock(s.chain[chain], s.overlapNow, s.output[chain]);
+    advanceOverlap(s.overlapNow, s.overlapNext);
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

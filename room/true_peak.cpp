@@ -40,6 +40,21 @@ float largestOf(const Floats<kWidth>& values) noexcept
     return largest;
 }
 
+/// Whether values between samples of these magnitudes can reach the floor.
+bool canReach(float floor, const Floats<kWidth>& magnitudes) noexcept
+{
+    return any(broadcast<kWidth>(floor) <= magnitudes * broadcast<kWidth>(kMaxGain));
+}
+
+/// The largest magnitudes of all samples of a row, in any lanes.
+Floats<kWidth> samplePeaks(const float (&samples)[PeakWindow::kBefore + kBlockFrames]) noexcept
+{
+    constexpr int kCount = static_cast<int>(PeakWindow::kBefore) + kFrames;
+    Floats<kWidth> largest = abs(load<kWidth>(samples + kCount - kWidth));
+    for (int n = 0; n < kCount - kWidth; n += kWidth) largest = larger(largest, abs(load<kWidth>(samples + n)));
+    return largest;
+}
+
 /// The largest magnitudes between the samples around the positions n to n + kWidth - 1.
 Floats<kWidth> interpolatedPeaks(const float* samples) noexcept
 {
@@ -59,14 +74,15 @@ float findTruePeak(const PeakWindow& window, std::int32_t rows, float floor) noe
 {
     Floats<kWidth> largest = broadcast<kWidth>(0.0f);
     for (std::int32_t row = 0; row < rows; ++row) {
-        const float* const samples = window.samples[row];
+        const auto& samples = window.samples[row];
+        const Floats<kWidth> peaks = samplePeaks(samples);
+        largest = larger(largest, peaks);
+        if (!canReach(floor, peaks)) continue;
         for (int n = 0; n < kFrames; n += kWidth) {
             // Most positions are far below the floor.
             Floats<kWidth> near = abs(load<kWidth>(samples + n));
             for (int tap = 1; tap < kTaps; ++tap) near = larger(near, abs(load<kWidth>(samples + n + tap)));
-            largest = larger(largest, near);
-            if (any(broadcast<kWidth>(floor) <= near * broadcast<kWidth>(kMaxGain)))
-                largest = larger(largest, interpolatedPeaks(samples + n));
+            if (canReach(floor, near)) largest = larger(largest, interpolatedPeaks(samples + n));
         }
     }
     return largestOf(largest);

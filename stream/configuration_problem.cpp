@@ -32,6 +32,9 @@ const char* problemOf(const OutputSlot& slot, const StreamConfiguration& configu
     case OutputSlot::Source::Dialogue:
         if (configuration.remap) return "a remapped engine has no dialogue outputs";
         return slot.index < 2 ? nullptr : "the dialogue outputs are 0, left, and 1, right";
+    case OutputSlot::Source::Lfe:
+        if (configuration.remap) return "a remapped engine has no LFE channel";
+        return slot.index == 0 ? nullptr : "there is one LFE channel, 0";
     }
     return "an output slot has an unknown source";
 }

@@ -18,7 +18,7 @@ namespace zrk_tarn
 class Crossfade
 {
 public:
-    explicit Crossfade(std::uint32_t bits) noexcept : limit(std::int64_t{1} << (bits - 1)) {}
+    explicit Crossfade(std::uint32_t bits) noexcept : limit(static_cast<double>(std::uint32_t{1} << (bits - 1))) {}
 
     /// Jumps to the targets without a fade.
     void snapToTargets(float wetTarget, float gainTarget) noexcept
@@ -45,10 +45,16 @@ public:
     void mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
     /// The first half of mix: applies the make-up gain.
-    void amplify(UnroundedRow& wet) const noexcept;
+    ///
+    /// wet  a Row or an UnroundedRow
+    template <typename WetRow>
+    void amplify(const WetRow& wet, UnroundedRow& amplified) const noexcept;
 
     /// Whether amplify leaves a block as it is.
     bool isExact() const noexcept { return gain.isSteadyAt(1.0f); }
+
+    /// Whether a sample has the lowest or the highest value.
+    bool reachesFullScale(const Row& row) const noexcept;
 
     /// Whether the block is the bypassed input.
     bool isBypassed() const noexcept { return wetShare.isSteadyAt(0.0f); }
@@ -60,9 +66,9 @@ private:
     template <typename ValueAt>
     void mixSamples(ValueAt valueAt, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
-    std::int32_t saturated(double value, SampleFaults& faults) const noexcept;
+    void round(const UnroundedRow& values, Row& out, SampleFaults& faults) const noexcept;
 
-    std::int64_t limit; ///< full scale
+    double limit; ///< full scale
     Glide wetShare{1.0f};
     Glide gain{1.0f};
 };

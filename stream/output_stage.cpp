@@ -13,6 +13,7 @@ namespace
 {
 
 constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
+constexpr double kLfeShare = 0.22360679774997897;  // -3 dB as the bass of the fronts, -10 dB because receivers add them
 
 /// The number of pairs of surround channels in use.
 std::int32_t surroundPairsOf(const StreamConfiguration& configuration) noexcept
@@ -33,8 +34,9 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
       surroundPairs(surroundPairsOf(configuration)),
       crossfade(bits)
 {
+    forEachSlotOf(OutputSlot::Source::Lfe, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasLfe = true; });
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
-    if (configuration.bass == BassMode::Fronts) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
+    if (!configuration.remap) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
     if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
     reset();
 }
@@ -44,6 +46,8 @@ void OutputStage::snapToTargets(const OutputTargets& targets) noexcept
     crossfade.snapToTargets(targets.wet, targets.gain);
     centre.snapToTargets(targets.centre, targets.width);
     surroundGain = Glide(targets.surround);
+    lfeGain = Glide(targets.lfe);
+    if (bass != nullptr) bass->snapToTarget(targets.bassInFronts);
 }
 
 void OutputStage::process(const StageBlock& block, const OutputTargets& targets) noexcept
@@ -51,11 +55,15 @@ void OutputStage::process(const StageBlock& block, const OutputTargets& targets)
     crossfade.beginBlock(targets.wet, targets.gain);
     centre.beginBlock(targets.centre, targets.width);
     surroundGain.beginBlock(targets.surround);
+    lfeGain.beginBlock(targets.lfe);
+    if (bass != nullptr) bass->beginBlock(targets.bassInFronts);
+    isLimiting = targets.limiting;
 
     fillInputSlots(block);
     fillEngineSlots(block);
     fillSurroundSlots(block);
     fillDialogueSlots(block);
+    fillLfeSlots(block);
     if (limited != nullptr) limitAndFade(block);
 }
 
@@ -86,8 +94,7 @@ void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& w
     if (limited == nullptr) {
         crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
     } else {
-        std::copy_n(wet, kBlockFrames, limited->rows[slot]);
-        crossfade.amplify(limited->rows[slot]);
+        crossfade.amplify(wet, limited->rows[slot]);
     }
 }
 
@@ -102,7 +109,7 @@ void OutputStage::fillInputSlots(const StageBlock& block) noexcept
 void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
 {
     using enum OutputSlot::Source;
-    const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && bass == nullptr);
+    const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && isBassSteered());
     if (isUnchanged && limited == nullptr) {
         forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
         return;
@@ -110,8 +117,8 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
     UnroundedRow(&rows)[4] = scratch;
     const std::size_t outputs = configuration.remap ? 4 : 3;
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
-    if (!isUnchanged) centre.apply(rows[0], rows[1], rows[2]);
-    if (bass != nullptr)
+    if (!configuration.remap && !centre.isNeutral()) centre.apply(rows[0], rows[1], rows[2]);
+    if (!isBassSteered())
         bass->moveToFronts(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], rows);
     forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
 }
@@ -125,7 +132,7 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-    if (bass != nullptr) bass->removeFrom(rows);
+    if (!isBassSteered()) bass->removeFrom(rows, surrounds->chainsInUse);
     forEachSlotOf(OutputSlot::Source::Surround,
                   [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
 }
@@ -134,7 +141,7 @@ void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
 {
     forEachSlotOf(OutputSlot::Source::Dialogue, [&](std::size_t slot, std::size_t side) {
         const Row& plain = block.inputSlots[side == 0 ? configuration.leftSlot : configuration.rightSlot];
-        if (centre.isNeutral()) {
+        if (centre.isVoiceUnchanged()) {
             put(block, slot, plain);
             return;
         }
@@ -147,6 +154,15 @@ void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
     });
 }
 
+void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
+{
+    if (!hasLfe) return;
+    UnroundedRow& row = scratch[0];
+    bass->addBass(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], row);
+    for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] *= lfeGain.at(i) * kLfeShare;
+    forEachSlotOf(OutputSlot::Source::Lfe, [&](std::size_t slot, std::size_t /*index*/) { put(block, slot, row); });
+}
+
 /// Exchanges the rows for those of the block before, limited, and fades between them and the input.
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
@@ -154,12 +170,12 @@ void OutputStage::limitAndFade(const StageBlock& block) noexcept
     const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
     const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
-    const bool isUnlimited = isPlainStereo() || crossfade.isBypassed();
+    const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
     const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
     limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
 
     using enum OutputSlot::Source;
-    for (const OutputSlot::Source source : {Engine, Surround, Dialogue})
+    for (const OutputSlot::Source source : {Engine, Surround, Dialogue, Lfe})
         forEachSlotOf(source, [&](std::size_t slot, std::size_t /*index*/) {
             crossfade.fade(limited->rows[slot], dryRow(block, slot), block.outputSlots[slot], block.faults);
         });
@@ -173,30 +189,30 @@ bool OutputStage::isPlainStereo() const noexcept
     bool isDialogue = false;
     for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
         const OutputSlot::Source source = configuration.outputs[slot].source;
-        if (source == OutputSlot::Source::Engine || source == OutputSlot::Source::Surround) return false;
-        isDialogue = isDialogue || source == OutputSlot::Source::Dialogue;
+        using enum OutputSlot::Source;
+        if (source == Engine || source == Surround || source == Lfe) return false;
+        isDialogue = isDialogue || source == Dialogue;
     }
-    return isDialogue && centre.isNeutral() && crossfade.isExact();
+    return isDialogue && centre.isVoiceUnchanged() && crossfade.isExact();
 }
 
 /// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.
 void OutputStage::unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept
 {
-    const bool hasBlock = limited != nullptr && !configuration.remap && output < 3;
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        row[i] = static_cast<double>(block.upmixed[output][i]);
-        const bool isClipped = row[i] == -fullScale || row[i] == fullScale - 1.0;
-        if (hasBlock && isClipped)
+    const Row& rounded = block.upmixed[output];
+    for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] = static_cast<double>(rounded[i]);
+    if (limited == nullptr || configuration.remap || !crossfade.reachesFullScale(rounded)) return;
+    for (std::size_t i = 0; i < kBlockFrames; ++i)
+        if (row[i] == -fullScale || row[i] == fullScale - 1.0)
             row[i] = static_cast<double>(block.engine.outputScale) *
                      static_cast<double>(block.engine.outputBlock[output][i]);
-    }
 }
 
 /// The input that replaces a slot in bypass: left, right, or null for silence.
 const Row* OutputStage::dryRow(const StageBlock& block, std::size_t slot) const noexcept
 {
     const auto& [source, index] = configuration.outputs[slot];
-    if (source == OutputSlot::Source::Surround || index > 1) return nullptr;
+    if (source == OutputSlot::Source::Surround || source == OutputSlot::Source::Lfe || index > 1) return nullptr;
     const Row* const from = limited == nullptr ? block.inputSlots : limited->inputSlots;
     return &from[index == 0 ? configuration.leftSlot : configuration.rightSlot];
 }

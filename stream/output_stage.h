@@ -26,6 +26,9 @@ struct OutputTargets
     float centre; ///< gain of the centre
     float width;  ///< of the centre
     float surround;
+    float lfe;
+    bool bassInFronts;
+    bool limiting;
 };
 
 /// A block of a stream.
@@ -84,8 +87,10 @@ private:
     void fillEngineSlots(const StageBlock& block) noexcept;
     void fillSurroundSlots(const StageBlock& block) noexcept;
     void fillDialogueSlots(const StageBlock& block) noexcept;
+    void fillLfeSlots(const StageBlock& block) noexcept;
     void limitAndFade(const StageBlock& block) noexcept;
     bool isPlainStereo() const noexcept;
+    bool isBassSteered() const noexcept { return bass == nullptr || bass->isOff(); }
 
     void unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept;
     const Row* dryRow(const StageBlock& block, std::size_t slot) const noexcept;
@@ -93,12 +98,15 @@ private:
     const StreamConfiguration configuration;
     const double fullScale;
     std::int32_t surroundPairs;
+    bool hasLfe = false;
     std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
-    std::unique_ptr<BassCrossover> bass;  ///< null if the bass is steered
+    std::unique_ptr<BassCrossover> bass;  ///< null with a remap matrix
     std::unique_ptr<Limited> limited;     ///< null without the limiter
     Crossfade crossfade;
     CentreControl centre;
     Glide surroundGain{kTypicalSurroundGain};
+    Glide lfeGain{1.0f};
+    bool isLimiting = true;
     UnroundedRow scratch[4]{}; ///< rows of process, which keeps them off the stack
 };
 

@@ -1,8 +1,9 @@
-// The presets of user interfaces: named settings of centre, surround channels and level.
+// The settings of user interfaces for centre, bass, surround channels and level, and their presets.
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "stream/stream_types.h"
+#include "stream/gain.h"
+#include "stream/upmix_stream.h"
 
 #include <optional>
 #include <string_view>
@@ -10,7 +11,7 @@
 namespace zrk_tarn
 {
 
-/// Settings of centre, surround channels and level, in the units of user interfaces.
+/// Settings of centre, bass, surround channels and level, in the units of user interfaces.
 struct RoomSettings
 {
     double gainDb = 0.0;   ///< make-up gain, kMinGainDb to kMaxGainDb (stream/gain.h)
@@ -18,8 +19,22 @@ struct RoomSettings
     double centreDb = 0.0; ///< kMinGainDb to kMaxChannelGainDb
     double width = 1.0;    ///< 0 to 1
     BassMode bass = BassMode::Steered;
-    std::optional<double> surroundDb = {}; ///< as centreDb; none: surround channels are silent
+    std::optional<double> surroundDb = {}; ///< as centreDb; none or kMinGainDb: surround channels are silent
+
+    bool operator==(const RoomSettings&) const = default;
 };
+
+/// Applies settings to a stream. Its limiter needs StreamConfiguration::limiter too.
+inline void applySettings(const RoomSettings& settings, UpmixStream& stream) noexcept
+{
+    stream.setMakeUpGain(gainFactor(settings.gainDb));
+    stream.setLimiting(settings.limiter);
+    stream.setCentreGain(gainFactor(settings.centreDb));
+    stream.setCentreWidth(static_cast<float>(settings.width));
+    stream.setBass(settings.bass);
+    const double surroundDb = settings.surroundDb.value_or(kMinGainDb);
+    stream.setSurroundGain(surroundDb == kMinGainDb ? 0.0f : gainFactor(surroundDb));
+}
 
 struct Preset
 {

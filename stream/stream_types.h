@@ -57,12 +57,17 @@ struct OutputSlot
         Engine,  ///< an engine output: 0 front left, 1 front right, 2 centre; with a remap matrix: one of its 4 columns
         Input,   ///< an input slot, delayed by the latency; integers stay exact, floats are rounded to 32-bit integers
         Silence, ///< zeros
-        /// A surround channel: 0 left and 1 right, behind the listener in 5.1 or at the sides in 7.1; 2 left and 3
-        /// right behind the listener in 7.1. If 2 or 3 is in use, all four are 3 dB softer. Not with a remap matrix.
+        /// A surround channel: 0 left and 1 right, at the sides in layouts that have sides, else behind the listener;
+        /// 2 left and 3 right, behind the listener in layouts that have sides. If 2 or 3 is in use, all four are 3 dB
+        /// softer. Not with a remap matrix.
         Surround,
         /// Left (0) or right (1) of the input, delayed by the latency, with the centre at another level: the upmix for
         /// two loudspeakers or headphones. If the gain of the centre is 1, integers are exact. Not with a remap matrix.
-        Dialogue
+        Dialogue,
+        /// The LFE channel: the bass of left plus right below 120 Hz, delayed by the latency. Receivers play it 10 dB
+        /// louder than the other channels; it is then as loud as the bass of the fronts with BassMode::Fronts. Only
+        /// index 0. Not with a remap matrix.
+        Lfe
     };
 
     Source source = Source::Silence; ///< kind of source
@@ -108,7 +113,9 @@ struct StreamConfiguration
     /// Keeps the true peak of all outputs but input slots below full scale, with one gain for all of them, instead of
     /// clipping. Costs 64 frames of latency.
     bool limiter = false;
-    BassMode bass = BassMode::Steered; ///< Fronts is not possible with a remap matrix; Dialogue slots keep their bass
+    /// Initial mode, see UpmixStream::setBass. Fronts is not possible with a remap matrix; Dialogue slots keep their
+    /// bass.
+    BassMode bass = BassMode::Steered;
 };
 
 /// The smoothing speed with which a band group follows its steering.

@@ -43,6 +43,7 @@ public:
     explicit State(const StreamConfiguration& streamConfiguration)
         : configuration(streamConfiguration),
           samples(rowsOf(configuration.format)),
+          bass(configuration.bass),
           mode(configuration.mode),
           upmixer(configuration, samples.bits),
           appliedMode(configuration.mode),
@@ -78,6 +79,9 @@ public:
     std::atomic<float> centreGain = 1.0f;
     std::atomic<float> centreWidth = 1.0f;
     std::atomic<float> surroundGain = kTypicalSurroundGain;
+    std::atomic<float> lfeGain = 1.0f;
+    std::atomic<BassMode> bass;
+    std::atomic<bool> limiting = true;
     std::atomic<SteeringMode> mode;
 
 private:
@@ -89,7 +93,10 @@ private:
                 .gain = gain.load(kRelaxed),
                 .centre = centreGain.load(kRelaxed),
                 .width = centreWidth.load(kRelaxed),
-                .surround = surroundGain.load(kRelaxed)};
+                .surround = surroundGain.load(kRelaxed),
+                .lfe = lfeGain.load(kRelaxed),
+                .bassInFronts = bass.load(kRelaxed) == BassMode::Fronts,
+                .limiting = limiting.load(kRelaxed)};
     }
 
     BlockUpmixer upmixer;
@@ -238,6 +245,21 @@ void UpmixStream::setCentreWidth(float width) noexcept
 void UpmixStream::setSurroundGain(float gain) noexcept
 {
     state->surroundGain.store(clampedOr(gain, 0.0f, kMaxChannelGain, kTypicalSurroundGain), kRelaxed);
+}
+
+void UpmixStream::setLfeGain(float gain) noexcept
+{
+    state->lfeGain.store(clampedOr(gain, 0.0f, kMaxChannelGain, 1.0f), kRelaxed);
+}
+
+void UpmixStream::setBass(BassMode bass) noexcept
+{
+    state->bass.store(bass, kRelaxed);
+}
+
+void UpmixStream::setLimiting(bool limiting) noexcept
+{
+    state->limiting.store(limiting, kRelaxed);
 }
 
 void UpmixStream::setMode(SteeringMode mode) noexcept

@@ -21,9 +21,9 @@ namespace zrk_tarn
 /// allocates.
 ///
 /// Threads: call process, processPlanar, drain, setRemap and reset on one thread at a time. Call setBypass, bypassed,
-/// setMakeUpGain, setCentreGain, setCentreWidth, setSurroundGain, setMode and meters on any thread at any time. All are
-/// real-time safe and take no locks. In an optimised build, each needs at most 12 KiB of stack. Any number of streams
-/// can be created and used on any number of threads.
+/// setMakeUpGain, setCentreGain, setCentreWidth, setSurroundGain, setLfeGain, setBass, setLimiting, setMode and meters
+/// on any thread at any time. All are real-time safe and take no locks. In an optimised build, each needs at most 12
+/// KiB of stack. Any number of streams can be created and used on any number of threads.
 ///
 /// Results do not depend on the floating-point mode of the calling thread (rounding, flush-to-zero), which is restored.
 class [[gnu::visibility("default")]] UpmixStream
@@ -82,12 +82,12 @@ public:
     /// Changes the remap matrix from the next block on. Has no effect without StreamConfiguration::remap.
     void setRemap(const RemapGains& gains) noexcept;
 
-    /// Clears the signal. Keeps mode, bypass, gains, width and matrix.
+    /// Clears the signal. Keeps all settings and the matrix.
     void reset() noexcept;
 
     /// Switches bypass on or off. In bypass, front left and right and Dialogue slots are the plain input, the other
-    /// engine outputs and the surround channels are silent, and the latency is the same. Crossfades within 1024 frames;
-    /// switches at once before the first frame.
+    /// engine outputs, surround channels and the LFE channel are silent, and the latency is the same. Crossfades within
+    /// 1024 frames; switches at once before the first frame.
     void setBypass(bool bypassed) noexcept;
 
     /// Whether bypass is requested.
@@ -118,6 +118,19 @@ public:
     /// Fades as the gain of the centre does. Clamps values to the range from 0 to kMaxChannelGain; NaN sets the
     /// default.
     void setSurroundGain(float gain) noexcept;
+
+    /// Sets the gain of the LFE channel, a factor; 1 by default. Fades and clamps as the gain of the centre does.
+    void setLfeGain(float gain) noexcept;
+
+    /// Changes where the bass plays. Has no effect on Dialogue slots and with a remap matrix.
+    ///
+    /// Crossfades within 1024 frames; changes at once before the first frame.
+    void setBass(BassMode bass) noexcept;
+
+    /// Switches the limiter of the configuration off or on, from the next block on. Switched off, its gain returns to 1
+    /// with its usual time constant, and outputs beyond full scale clip. The latency stays the same. Has no effect
+    /// without StreamConfiguration::limiter.
+    void setLimiting(bool limiting) noexcept;
 
     /// Changes the steering mode from the next block on. Keeps the signal in the engine.
     void setMode(SteeringMode mode) noexcept;

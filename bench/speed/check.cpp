@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "bench/speed/check.h"
 
+#include "bench/speed/room_stream.h"
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
 #include "dispatch/instruction_sets.h"
+#include "stream/gain.h"
+#include "stream/upmix_stream.h"
 #include "tests/reference/reference_engine.h"
 
 #include <cstdint>
@@ -74,6 +77,41 @@ bool sameStages(const char* instructionSet, StageFlow<Engine> flow, const Format
     return true;
 }
 
+/// The frames of a stream for all blocks.
+std::vector<std::int32_t> expectedOutputs()
+{
+    const std::size_t slots = RoomStream::kConfiguration.outputSlots;
+    zrk_tarn::UpmixStream stream(RoomStream::kConfiguration);
+    stream.setMakeUpGain(zrk_tarn::gainFactor(RoomStream::kSettings.gainDb));
+    const auto music = tests::music().first(2 * kLoudBlocks * tests::kBlockFrames);
+    std::vector<std::int32_t> input(music.begin(), music.end());
+    input.resize(2 * (kLoudBlocks + kSilentBlocks) * tests::kBlockFrames);
+    std::vector<std::int32_t> output(input.size() / 2 * slots);
+    stream.process(input.data(), output.data(), input.size() / 2);
+    return output;
+}
+
+/// A stream returns a block when it has the next one.
+bool sameRooms(const char* instructionSet, const std::vector<std::int32_t>& expected)
+{
+    const std::size_t slots = RoomStream::kConfiguration.outputSlots;
+    RoomStream stream;
+    for (std::size_t number = 0; number + 1 < kLoudBlocks + kSilentBlocks; ++number) {
+        fillOrSilence(stream, number);
+        stream.process();
+        stream.takeUpmixed();
+        stream.computeOutputs();
+        const std::int32_t* const block = expected.data() + (number + 1) * tests::kBlockFrames * slots;
+        for (std::size_t i = 0; i < tests::kBlockFrames * slots; ++i) {
+            if (stream.output(i % slots)[i / slots] == block[i]) continue;
+            std::fprintf(stderr, "tarn_speed: film in 5.1, %s: block %zu differs from UpmixStream\n", instructionSet,
+                         number);
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 bool sameAsReference()
@@ -87,6 +125,11 @@ bool sameAsReference()
             const char* const set = operations->instructionSet;
             if (!format.remap && !sameStages(set, stagesOf(set), format, expected)) return false;
         }
+    }
+    const std::vector<std::int32_t> outputs = expectedOutputs();
+    for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
+        zrk_tarn::chooseOperations(*operations);
+        if (!sameRooms(operations->instructionSet, outputs)) return false;
     }
     return true;
 }

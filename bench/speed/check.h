@@ -6,7 +6,8 @@ namespace speed
 {
 
 /// Compares all outputs of every usable instruction set and format with those of the reference engine, for music and
-/// silence, for whole blocks and for the list of stages. Prints the first difference.
+/// silence, for whole blocks and for the list of stages. Compares RoomStream with a stream. Prints the first
+/// difference.
 bool sameAsReference();
 
 } // namespace speed

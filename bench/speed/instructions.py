@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Counts instructions per block, in total and per stage, for every instruction set that valgrind can run.
 
-    bench/speed/instructions.py
+    bench/speed/instructions.py           the engine
+    bench/speed/instructions.py --room    the output stage of the preset film in 5.1
 
 Needs valgrind and the build of preset bench. The result is the difference of two runs of different length, which
 excludes initialization.
@@ -17,6 +18,7 @@ import sys
 import tempfile
 
 DEFAULT_PROGRAM = Path(__file__).resolve().parents[2] / "build/bench/bench/speed/tarn_speed"
+OUTPUT_STAGE = "zrk_tarn::OutputStage::"
 BLOCK_OPERATION = "ZRKTarn::ProcessCine3InterLeave(unsigned int, unsigned int)"
 
 
@@ -49,46 +51,67 @@ def read_profile(lines):
 
 
 def short(function):
-    """A function's name without namespaces and arguments."""
-    return re.sub(r"^(void |unsigned int )?(\w+::)*", "", re.sub(r"\((?!anonymous).*", "", function))
+    """A function's name without namespaces and arguments, but with its class."""
+    return re.sub(r"^(void |unsigned int )?([a-z]\w*::)*", "", re.sub(r"\((?!anonymous).*", "", function))
 
 
-def count(program, instruction_set, blocks):
-    """Instructions of blocks, {name: instructions}, or None where valgrind lacks the instruction set."""
+def profile(program, mode, instruction_set, blocks):
+    """The result of read_profile for a run of blocks, or None where valgrind lacks the instruction set."""
     with tempfile.TemporaryDirectory() as directory:
-        profile = Path(directory) / "callgrind.out"
-        command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={profile}"]
-        command += [str(program), "--blocks", instruction_set, str(blocks)]
+        path = Path(directory) / "callgrind.out"
+        command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={path}"]
+        command += [str(program), mode, instruction_set, str(blocks)]
         run = subprocess.run(command, capture_output=True, text=True)
         if "cannot run" in run.stderr:
             return None
         run.check_returncode()
-        calls, own = read_profile(profile.read_text().splitlines())
+        return read_profile(path.read_text().splitlines())
 
-    flow = f"zrk_tarn::{instruction_set}::processCine3(ZRKTarn&)"
+
+def count_stages(calls, own, whole, is_divided):
+    """Instructions below the function whole, {name: instructions}. Divided functions are replaced by their callees."""
     counts = {}
-    total = own[BLOCK_OPERATION] + sum(calls[BLOCK_OPERATION].values())
-    for stage, instructions in calls[flow].items():
-        counts[short(stage)] = instructions
-    for stage, instructions in calls[BLOCK_OPERATION].items():
-        if stage != flow and not stage.endswith("chosenOperations()"):
-            counts[short(stage)] = instructions
+
+    def add(function):
+        for callee, instructions in calls.get(function, {}).items():
+            if is_divided(callee):
+                add(callee)
+            elif not callee.endswith("chosenOperations()") and not callee.startswith("__"):
+                counts[short(callee)] = counts.get(short(callee), 0) + instructions
+
+    add(whole)
+    total = own[whole] + sum(calls[whole].values())
     counts["calls and the rest"] = total - sum(counts.values())
     counts["total"] = total
     return counts
 
 
-def per_block(program, instruction_set, few, many):
+def count_engine(calls, own, instruction_set):
+    """Instructions of the stages of the engine."""
+    flow = f"zrk_tarn::{instruction_set}::processCine3(ZRKTarn&)"
+    return count_stages(calls, own, BLOCK_OPERATION, lambda function: function == flow)
+
+
+def count_room(calls, own):
+    """Instructions of the parts of the output stage."""
+    (process,) = (function for function in calls if function.startswith(f"{OUTPUT_STAGE}process("))
+    return count_stages(calls, own, process, lambda function: OUTPUT_STAGE in function.split("(")[0])
+
+
+def per_block(program, room, instruction_set, few, many):
     """Instructions per block, {name: instructions}, or None where valgrind lacks the instruction set."""
-    of_few, of_many = (count(program, instruction_set, blocks) for blocks in (few, many))
-    if of_few is None or of_many is None:
+    mode = "--room" if room else "--blocks"
+    profiles = [profile(program, mode, instruction_set, blocks) for blocks in (few, many)]
+    if None in profiles:
         return None
+    of_few, of_many = (count_room(*p) if room else count_engine(*p, instruction_set) for p in profiles)
     return {name: (of_many[name] - of_few.get(name, 0)) / (many - few) for name in of_many}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--program", type=Path, default=DEFAULT_PROGRAM, help="tarn_speed (%(default)s)")
+    parser.add_argument("--room", action="store_true", help="count the output stage, not the engine")
     parser.add_argument("--blocks", type=int, nargs=2, default=(400, 1400), metavar="N", help="lengths of the two runs")
     options = parser.parse_args()
     few, many = options.blocks
@@ -105,7 +128,7 @@ def main():
     listed = subprocess.run([str(options.program), "--sets"], check=True, capture_output=True, text=True)
     columns = {}
     for instruction_set in listed.stdout.split():
-        column = per_block(options.program, instruction_set, few, many)
+        column = per_block(options.program, options.room, instruction_set, few, many)
         if column is None:
             print(f"instructions: valgrind cannot run {instruction_set}", file=sys.stderr)
         else:

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/check.h"
+#include "bench/speed/room_stream.h"
 #include "bench/speed/stream.h"
 #include "bench/speed/summary.h"
 #include "dispatch/instruction_sets.h"
@@ -23,12 +24,15 @@ int usage()
     std::fputs("usage: tarn_speed [--benchmark_filter=REGEX ...]  benchmarks; --help lists the options\n"
                "       tarn_speed --summary                       ratios, and ticks of every stage\n"
                "       tarn_speed --sets                          the instruction sets that can be used here\n"
-               "       tarn_speed --blocks SET N                  runs N blocks, for a profiler\n",
+               "       tarn_speed --blocks SET N                  runs N blocks of the engine, for a profiler\n"
+               "       tarn_speed --room SET N                    runs N blocks of the preset film in 5.1\n",
                stderr);
     return kUsageError;
 }
 
-int runBlocks(std::string_view set, const char* count)
+/// Runs blocks with an instruction set. Returns an exit code.
+template <typename Stream>
+int runBlocks(Stream stream, std::string_view set, const char* count)
 {
     const std::string_view digits = count;
     unsigned long blocks = 0;
@@ -40,7 +44,7 @@ int runBlocks(std::string_view set, const char* count)
     for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
         if (operations->instructionSet != set) continue;
         zrk_tarn::chooseOperations(*operations);
-        speed::Stream<ZRKTarn>(speed::kPlain).run(blocks);
+        stream.run(blocks);
         return 0;
     }
     std::fprintf(stderr, "tarn_speed: this processor cannot run '%.*s'; --sets lists what it can\n",
@@ -53,7 +57,9 @@ int runBlocks(std::string_view set, const char* count)
 int main(int argc, char** argv)
 {
     const std::string_view mode = argc > 1 ? argv[1] : "";
-    if (mode == "--blocks") return argc == 4 ? runBlocks(argv[2], argv[3]) : usage();
+    if ((mode == "--blocks" || mode == "--room") && argc != 4) return usage();
+    if (mode == "--blocks") return runBlocks(speed::Stream<ZRKTarn>(speed::kPlain), argv[2], argv[3]);
+    if (mode == "--room") return runBlocks(speed::RoomStream(), argv[2], argv[3]);
     if ((mode == "--sets" || mode == "--summary") && argc != 2) return usage();
     if (mode == "--help" || mode == "-h") usage();
     if (mode == "--sets") {

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "bench/speed/summary.h"
 
+#include "bench/speed/room_summary.h"
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
+#include "bench/speed/table.h"
 #include "dispatch/instruction_sets.h"
 #include "tests/reference/reference_engine.h"
 #include "tests/support/ticks.h"
@@ -11,7 +13,6 @@
 #include <chrono>
 #include <cstdio>
 #include <deque>
-#include <string>
 #include <vector>
 
 namespace speed
@@ -87,13 +88,6 @@ private:
     std::deque<Measurement<Engine>> measurements;
 };
 
-/// The columns of the tables.
-struct Column
-{
-    std::string name;
-    std::vector<double> medians; ///< ticks per block
-};
-
 std::vector<Column> measureBlocks()
 {
     const auto sets = zrk_tarn::usableOperations();
@@ -117,31 +111,13 @@ std::vector<Column> measureBlocks()
     return columns;
 }
 
-void printHead(const char* title, const std::vector<Column>& columns)
-{
-    std::printf("\n%-34s", title);
-    for (const Column& column : columns) std::printf("%12s", column.name.c_str());
-    std::printf("\n");
-}
-
 void printTicks(const std::vector<Column>& columns)
 {
     printHead("ticks per block", columns);
     constexpr std::size_t kKinds = std::size(kFormats) + 1;
-    for (std::size_t kind = 0; kind < kKinds; ++kind) {
-        std::printf("%-34s", kind < std::size(kFormats) ? kFormats[kind].name : "48 kHz, 16 bit, long silence");
-        for (const Column& column : columns) std::printf("%12.0f", column.medians[kind]);
-        std::printf("\n");
-    }
+    for (std::size_t kind = 0; kind < kKinds; ++kind)
+        printMedians(kind < std::size(kFormats) ? kFormats[kind].name : "48 kHz, 16 bit, long silence", columns, kind);
 }
-
-/// A ratio of two medians, by their indices.
-struct Ratio
-{
-    const char* name;
-    std::size_t dividend;
-    std::size_t divisor;
-};
 
 void printRatios(const std::vector<Column>& columns)
 {
@@ -153,12 +129,7 @@ void printRatios(const std::vector<Column>& columns)
     std::printf("%-34s", "reference / this");
     for (const Column& column : columns) std::printf("%12.2f", columns[0].medians[0] / column.medians[0]);
     std::printf("\n");
-    for (const Ratio& ratio : kRatios) {
-        std::printf("%-34s", ratio.name);
-        for (const Column& column : columns)
-            std::printf("%12.2f", column.medians[ratio.dividend] / column.medians[ratio.divisor]);
-        std::printf("\n");
-    }
+    for (const Ratio& ratio : kRatios) printRatio(ratio, columns);
 }
 
 /// Speed of one core as a multiple of real time at 48 kHz, with a host buffer that holds all of the music.
@@ -231,11 +202,8 @@ void printStages(const char* title, bool silent)
 
     printHead(title, columns);
     const auto stages = referenceStages();
-    for (std::size_t s = 0; s <= stages.size(); ++s) {
-        std::printf("%-34s", s < stages.size() ? stages[s].name : "sum");
-        for (const Column& column : columns) std::printf("%12.0f", column.medians[s]);
-        std::printf("\n");
-    }
+    for (std::size_t s = 0; s <= stages.size(); ++s)
+        printMedians(s < stages.size() ? stages[s].name : "sum", columns, s);
 }
 
 } // namespace
@@ -251,6 +219,7 @@ void printSummary()
     printStreams();
     printStages("ticks of a stage alone", false);
     printStages("the same in long silence", true);
+    printRoom();
 }
 
 } // namespace speed

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/cli/engine_output.h"
 
+#include "cli/layout.h"
 #include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
 #include "room/limiter.h"
@@ -11,6 +12,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <map>
+#include <sstream>
 #include <vector>
 
 namespace tarn_cli
@@ -50,14 +54,42 @@ std::int32_t load(const std::uint8_t* from, std::size_t bytes)
     return static_cast<std::int32_t>(word);
 }
 
+std::vector<std::string> slotNamesOf(const std::string& layout)
+{
+    std::istringstream names{std::string(tarn::layoutNamed(layout).slotNames)};
+    return {std::istream_iterator<std::string>(names), {}};
+}
+
+/// Whether a layout has a slot of this name.
+bool hasSlot(const std::vector<std::string>& slotNames, const std::string& name)
+{
+    return std::find(slotNames.begin(), slotNames.end(), name) != slotNames.end();
+}
+
+/// The source that a slot must have, according to its name and those of the other slots. Throws std::out_of_range for
+/// other names.
+zrk_tarn::OutputSlot expectedSource(const std::string& slot, const std::vector<std::string>& slotNames)
+{
+    using zrk_tarn::OutputSlot;
+    using enum OutputSlot::Source;
+    static const std::map<std::string, OutputSlot> kWithoutCentre{{"FL", {Dialogue, 0}}, {"FR", {Dialogue, 1}}};
+    static const std::map<std::string, OutputSlot> kBehind{{"BL", {Surround, 0}}, {"BR", {Surround, 1}}};
+    static const std::map<std::string, OutputSlot> kBehindSides{{"BL", {Surround, 2}}, {"BR", {Surround, 3}}};
+    static const std::map<std::string, OutputSlot> kOthers{{"FL", {Engine, 0}},   {"FR", {Engine, 1}},
+                                                           {"FC", {Engine, 2}},   {"LFE", {Silence, 0}},
+                                                           {"SL", {Surround, 0}}, {"SR", {Surround, 1}}};
+    if (!hasSlot(slotNames, "FC")) return kWithoutCentre.at(slot);
+    if (slot.starts_with('B')) return (hasSlot(slotNames, "SL") ? kBehindSides : kBehind).at(slot);
+    return kOthers.at(slot);
+}
+
 /// The output of a stream with the default preset.
 Samples streamOutput(const Samples& stereo, const EngineRun& run)
 {
-    using zrk_tarn::OutputSlot;
     using zrk_tarn::SampleFormat;
-    using enum OutputSlot::Source;
     const std::size_t bytes = run.bits / 8;
-    const std::size_t slots = slotsOf(run.layout);
+    const std::vector<std::string> slotNames = slotNamesOf(run.layout);
+    const std::size_t slots = slotNames.size();
     const std::size_t frames = stereo.size() / 2;
     zrk_tarn::StreamConfiguration configuration{.sampleRateHz = run.sampleRate,
                                                 .format = run.bits == 16   ? SampleFormat::S16
@@ -67,10 +99,8 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
                                                 .mode = zrk_tarn::steeringModeNamed(run.mode).value(),
                                                 .limiter = !run.headroom,
                                                 .bass = zrk_tarn::BassMode::Fronts};
-    if (slots >= 6) configuration.outputs[4] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 2 : 0)};
-    if (slots >= 6) configuration.outputs[5] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 3 : 1)};
-    if (slots == 8) configuration.outputs[6] = {Surround, 0};
-    if (slots == 8) configuration.outputs[7] = {Surround, 1};
+    std::transform(slotNames.begin(), slotNames.end(), configuration.outputs.begin(),
+                   [&](const std::string& slot) { return expectedSource(slot, slotNames); });
 
     const std::size_t latency = zrk_tarn::UpmixStream::latencyFrames(configuration);
     const std::size_t skipped = run.align ? latency : latency - kDelay;
@@ -79,7 +109,7 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
     for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &input[i * bytes], bytes);
     zrk_tarn::UpmixStream stream(configuration);
     stream.setSurroundGain(zrk_tarn::gainFactor(-3.0));
-    if (!run.headroom) stream.setMakeUpGain(zrk_tarn::gainFactor(3.0));
+    if (!run.headroom) stream.setMakeUpGain(hasSlot(slotNames, "FC") ? zrk_tarn::gainFactor(3.0) : 1.0f);
     stream.process(input.data(), buffer.data(), frames + skipped);
     Samples output;
     for (std::size_t i = skipped * slots; i < buffer.size() / bytes; ++i)
@@ -115,7 +145,7 @@ Samples amplified(const Samples& samples, const EngineRun& run)
 
 std::size_t slotsOf(const std::string& layout)
 {
-    return layout == "3.0" ? 3 : layout == "5.1" ? 6 : 8;
+    return slotNamesOf(layout).size();
 }
 
 Samples engineOutput(const Samples& stereo, const EngineRun& run)

@@ -14,7 +14,7 @@ namespace tarn_cli
 /// Settings of the engine for the expected output.
 struct EngineRun
 {
-    std::string layout = "3.0"; ///< 3.0, 5.1 or 7.1-remap
+    std::string layout = "3.0"; ///< one of tarn::layoutNames()
     std::uint32_t sampleRate = 48000;
     unsigned bits = 16;
     std::string mode = "fast";
@@ -25,7 +25,7 @@ struct EngineRun
     std::array<std::array<std::int32_t, 4>, 3> remap{}; ///< 28 fraction bits
 };
 
-/// Slots of a layout.
+/// Number of slots of a layout. Throws tarn::Failure if there is no such layout.
 std::size_t slotsOf(const std::string& layout);
 
 /// Bits by which samples with headroom are lowered.

@@ -14,7 +14,7 @@ import subprocess
 import numpy
 import soundfile
 
-LATENCY = 1024  # frames of a stream, at every rate
+LATENCY = 1088  # frames of a stream with the limiter, at every rate
 ENGINE_LATENCY = 960  # of the engine, and so of `tarn upmix --no-align`
 FADE = 1024  # frames of a crossfade
 FULL_SCALE = 2.0**31
@@ -48,14 +48,15 @@ def read_samples(path):
     return soundfile.read(path, dtype="int32", always_2d=True)
 
 
-def command_output(source, directory, layout="3.0", bits=None, options=()):
-    """The output of `tarn upmix` for a file: [frames, slots], left-aligned in 32 bits."""
+def command_output(source, directory, layout="3.0", bits=None, options=(), preset=None):
+    """The output of `tarn upmix` for a file: [frames, slots], left-aligned in 32 bits. Without a preset, the command's
+    default, which is that of the hosts.
+    """
     target = Path(directory) / f"command-{layout}-{bits}.wav"
     width = [] if bits is None else ["--bits", str(bits)]
-    subprocess.run(
-        [os.environ["TARN"], "upmix", "--quiet", "--force", "--preset", "plain", "--layout", layout, *width, *options, source, target],
-        check=True,
-    )
+    room = [] if preset is None else ["--preset", preset]
+    command = [os.environ["TARN"], "upmix", "--quiet", "--force", "--layout", layout, *room, *width, *options]
+    subprocess.run([*command, source, target], check=True)
     return read_samples(target)[0]
 
 

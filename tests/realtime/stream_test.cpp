@@ -35,7 +35,7 @@ constexpr std::array<OutputSlot, kSlots> kAllSources{{{OutputSlot::Source::Engin
                                                       {OutputSlot::Source::Input, 7},
                                                       {OutputSlot::Source::Surround, 0},
                                                       {OutputSlot::Source::Surround, 3},
-                                                      {OutputSlot::Source::Dialogue, 0},
+                                                      {OutputSlot::Source::Lfe, 0},
                                                       {OutputSlot::Source::Dialogue, 1}}};
 constexpr zrk_tarn::RemapGains kGains = {{{1u << 28}, {0, 1u << 28}, {0, 0, 1u << 28}}};
 
@@ -69,7 +69,7 @@ private:
     void step()
     {
         const auto frames = std::size_t{random.below(kMaxFrames + 1)};
-        switch (random.below(15)) {
+        switch (random.below(18)) {
         case 0:
             stream.reset();
             break;
@@ -104,6 +104,15 @@ private:
             stream.setSurroundGain(static_cast<float>(5.0 * random.uniform()));
             break;
         case 11:
+            stream.setBass(random.chance(2) ? zrk_tarn::BassMode::Fronts : zrk_tarn::BassMode::Steered);
+            break;
+        case 12:
+            stream.setLimiting(random.chance(2));
+            break;
+        case 13:
+            stream.setLfeGain(static_cast<float>(5.0 * random.uniform()));
+            break;
+        case 14:
             if (isPlanar) stream.processPlanar(rows.data(), rows.data(), frames);
             break;
         default:

@@ -229,6 +229,9 @@ static void test_room(void)
     tarn_set_centre_gain(NULL, 1.0f);
     tarn_set_centre_width(NULL, 1.0f);
     tarn_set_surround_gain(NULL, 1.0f);
+    tarn_set_lfe_gain(NULL, 1.0f);
+    tarn_set_bass(NULL, TARN_BASS_FRONTS);
+    tarn_set_limiting(NULL, 0);
 }
 
 static void test_refusals(void)

@@ -1,6 +1,7 @@
 // Facts that several files repeat: each file agrees with the constants in stream/.
 // SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
+#include "stream/bass_mode_names.h"
 #include "stream/gain.h"
 #include "stream/presets.h"
 #include "stream/steering_mode_names.h"
@@ -138,6 +139,74 @@ TEST(Facts, TextsStateTheRangeOfTheChannelGains)
     EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxChannelGainDb), zrk_tarn::kMaxChannelGain)
         << "streams would reduce it";
     EXPECT_EQ(zrk_tarn::gainFactor(-3.0), zrk_tarn::kTypicalSurroundGain);
+}
+
+/// Expects that the row of a name in a table of Markdown ends with a value.
+void expectDefault(const std::string& file, const std::string& name, const std::string& value)
+{
+    const std::string text = contentsOf(file);
+    const std::size_t row = text.find("\n| `" + name + "` |");
+    ASSERT_NE(row, std::string::npos) << file << " has no row " << name;
+    const std::string line = text.substr(row + 1, text.find('\n', row + 1) - row - 1);
+    const std::string last = "| " + value + " |";
+    EXPECT_TRUE(line.ends_with(last)) << file << ": " << line << " does not end with " << last;
+}
+
+/// A number as users write it.
+std::string shortest(double number)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", number);
+    return text;
+}
+
+TEST(Facts, PagesOfPluginsStateLatencyPresetsAndRanges)
+{
+    std::string names;
+    for (std::size_t i = 0; i < std::size(zrk_tarn::kPresets); ++i) {
+        const bool isLast = i + 1 == std::size(zrk_tarn::kPresets);
+        names += (i == 0 ? "`" : isLast ? " or `" : ", `") + std::string(zrk_tarn::kPresets[i].name) + "`";
+    }
+    for (const char* const page : {"alsa", "gstreamer"}) {
+        const std::string file = "docs/hosts/" + std::string(page) + ".md";
+        expectContains(file, names);
+        expectContains(file, "latency of " + std::to_string(zrk_tarn::UpmixStream::latencyFrames({.limiter = true})));
+        expectContains(file, shortest(zrk_tarn::kMinGainDb) + " to " + shortest(zrk_tarn::kMaxChannelGainDb));
+        for (const auto& [mode, name] : zrk_tarn::kBassModeNames) expectContains(file, "`" + std::string(name) + "`");
+    }
+}
+
+TEST(Facts, PagesOfPluginsStateTheDefaults)
+{
+    struct Names
+    {
+        const char* page;
+        const char* centre;
+        const char* surrounds;
+        const char* gain;
+        const char* gainIn20; ///< what follows the default of the gain
+    };
+    const zrk_tarn::RoomSettings& settings = zrk_tarn::kPresets[0].settings;
+    for (const Names& names : {Names{"alsa", "centre", "surrounds", "gain", "; in 2.0: 0"},
+                               Names{"gstreamer", "centre-gain", "surround-gain", "make-up-gain", ""}}) {
+        const std::string file = "docs/hosts/" + std::string(names.page) + ".md";
+        expectDefault(file, "preset", "`" + std::string(zrk_tarn::kPresets[0].name) + "`");
+        expectDefault(file, names.centre, shortest(settings.centreDb));
+        expectDefault(file, "width", shortest(settings.width));
+        expectDefault(file, names.surrounds, shortest(settings.surroundDb.value_or(zrk_tarn::kMinGainDb)));
+        expectDefault(file, "bass", "`" + std::string(nameOf(settings.bass)) + "`");
+        expectDefault(file, names.gain, shortest(settings.gainDb) + names.gainIn20);
+        expectDefault(file, "limiter", settings.limiter ? "`true`" : "`false`");
+    }
+}
+
+TEST(Facts, BassModesHaveNames)
+{
+    using zrk_tarn::BassMode;
+    for (const BassMode mode : {BassMode::Steered, BassMode::Fronts})
+        EXPECT_EQ(zrk_tarn::bassModeNamed(zrk_tarn::nameOf(mode)), mode);
+    EXPECT_EQ(zrk_tarn::bassModeNamed("centre"), std::nullopt);
+    expectContains("completions/tarn.bash", "--bass) words='fronts steered'");
 }
 
 } // namespace tests

@@ -820,7 +820,9 @@ TEST(UpmixStream, InvalidConfigurationsAreRefusedWithAReason)
                   c.outputs[0] = {OutputSlot::Source::Dialogue, 2};
               }),
               "the dialogue outputs are 0, left, and 1, right");
-    for (const OutputSlot::Source source : {OutputSlot::Source::Surround, OutputSlot::Source::Dialogue})
+    EXPECT_EQ(problemWith([](auto& c) { c.outputs[0] = {OutputSlot::Source::Lfe, 1}; }), "there is one LFE channel, 0");
+    for (const OutputSlot::Source source :
+         {OutputSlot::Source::Surround, OutputSlot::Source::Dialogue, OutputSlot::Source::Lfe})
         EXPECT_NE(problemWith([=](auto& c) {
                       c.remap.emplace();
                       c.outputs[0].source = source;

@@ -153,8 +153,8 @@ TEST(Threads, CanCreateTheFirstStreamsAtTheSameTime)
 TEST(Threads, CanControlAndReadAStreamDuringProcessing)
 {
     using enum zrk_tarn::OutputSlot::Source;
-    zrk_tarn::StreamConfiguration configuration{.outputSlots = 5, .limiter = true, .bass = zrk_tarn::BassMode::Fronts};
-    configuration.outputs = {{{Engine, 0}, {Engine, 1}, {Engine, 2}, {Surround, 0}, {Dialogue, 1}}};
+    zrk_tarn::StreamConfiguration configuration{.outputSlots = 6, .limiter = true, .bass = zrk_tarn::BassMode::Fronts};
+    configuration.outputs = {{{Engine, 0}, {Engine, 1}, {Engine, 2}, {Surround, 0}, {Dialogue, 1}, {Lfe, 0}}};
     zrk_tarn::UpmixStream stream(configuration);
     std::atomic<bool> over = false;
     std::barrier begin(3);
@@ -167,6 +167,9 @@ TEST(Threads, CanControlAndReadAStreamDuringProcessing)
             stream.setCentreGain(static_cast<float>(random.uniform() + 1.0));
             stream.setCentreWidth(static_cast<float>(random.uniform()));
             stream.setSurroundGain(static_cast<float>(random.uniform() + 1.0));
+            stream.setBass(random.chance(2) ? zrk_tarn::BassMode::Fronts : zrk_tarn::BassMode::Steered);
+            stream.setLimiting(random.chance(2));
+            stream.setLfeGain(static_cast<float>(random.uniform() + 1.0));
             stream.setMode(random.chance(2) ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm);
         }
     });
@@ -177,7 +180,7 @@ TEST(Threads, CanControlAndReadAStreamDuringProcessing)
     });
     Random random(2);
     std::vector<float> input(2 * 1000);
-    std::vector<float> output(5 * 1000);
+    std::vector<float> output(6 * 1000);
     begin.arrive_and_wait();
     for (int i = 0; i < 300; ++i) {
         for (float& sample : input) sample = static_cast<float>(0.5 * random.uniform());
