@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <vector>
 
@@ -37,7 +38,7 @@ bool showsProgress(const UpmixOptions& options)
 }
 
 /// Lowers samples by a number of bits, rounded.
-void lower(std::vector<std::int32_t>& samples, int bits) noexcept
+void lower(std::span<std::int32_t> samples, int bits) noexcept
 {
     if (bits == 0) return;
     const std::int64_t half = std::int64_t{1} << (bits - 1);
@@ -55,7 +56,7 @@ void processAll(const UpmixJob& job, Upmixer& upmixer, int headroomBits, Loudnes
                       showsProgress(job.options));
     while (const std::size_t frames = job.source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
-        lower(stereo, headroomBits - job.source.headroomBits());
+        lower(std::span(stereo).first(2 * frames), headroomBits - job.source.headroomBits());
         if (meter != nullptr) meter->push(stereo.data(), frames, headroomBits);
         if (job.wraps != nullptr) job.wraps->push(stereo.data(), frames);
         upmixer.push(stereo.data(), frames);
@@ -156,7 +157,7 @@ double gainThroughLimiterDb(const RowStore& store, const UpmixJob& job, double g
     constexpr double kStepPerLu = 1.5;
     constexpr double kToleranceLu = 0.1;
     const double missing = job.report.loudness->input - replay(store, job, "measuring loudness", gainDb, nullptr);
-    if (missing < kToleranceLu) return gainDb;
+    if (!std::isfinite(missing) || missing < kToleranceLu) return gainDb;
     return std::max(gainDb, std::min(gainDb + kStepPerLu * missing, zrk_tarn::kMaxGainDb));
 }
 
@@ -182,7 +183,7 @@ void upmixMatched(AudioSink& output, const UpmixJob& job)
     RowStore store(storeFolder(job.options), job.layout.slots);
     LoudnessReport& loudness = job.report.loudness.emplace(upmixAtUnityGain(&store, job));
     double gainDb = matchingGainDb(job.options, loudness);
-    if (job.settings.room.limiter && std::isfinite(loudness.input)) gainDb = gainThroughLimiterDb(store, job, gainDb);
+    if (job.settings.room.limiter) gainDb = gainThroughLimiterDb(store, job, gainDb);
     loudness.output = replay(store, job, "writing", gainDb, &output);
     job.report.room.gainDb = gainDb;
 }

@@ -273,6 +273,23 @@ TEST_F(Report, LoudnessMatchLeavesSilenceUnchanged)
     EXPECT_TRUE(report["loudness_lufs"]["input"].is_null());
 }
 
+TEST_F(Report, LoudnessMatchLeavesAnUpmixBelowTheGateUnchanged)
+{
+    bool isFound = false;
+    for (int level = 12; level > 3 && !isFound; --level) {
+        Samples stereo;
+        for (int i = 0; i < 72000; ++i) stereo.insert(stereo.end(), 2, (i % 48 < 24 ? level : -level) * 65536);
+        writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+        const Json report = reportOf({"--loudness-match"});
+        const Json& loudness = report["loudness_lufs"];
+        isFound = loudness["input"].is_number() && loudness["output_without_gain"].is_null();
+        if (isFound) {
+            EXPECT_EQ(report["gain_db"], 0.0);
+        }
+    }
+    EXPECT_TRUE(isFound) << "precondition of this test";
+}
+
 TEST_F(Report, LoudnessMatchReportsTheLoudnessOfTheRealFile)
 {
     std::vector<float> floats;
