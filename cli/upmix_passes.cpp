@@ -149,16 +149,25 @@ double replay(const RowStore& store, const UpmixJob& job, const char* label, dou
     return loudness.meter().integrated();
 }
 
-/// Raises a gain by what the limiter takes away, within the maximum gain.
+/// Raises a gain by what the limiter takes away, within the maximum gain. Stops at a small difference, and after two
+/// steps.
 double gainThroughLimiterDb(const RowStore& store, const UpmixJob& job, double gainDb)
 {
-    // On music, the limiter takes away a third to a half of a further gain, so one step of this size does not
-    // overshoot.
-    constexpr double kStepPerLu = 1.5;
-    constexpr double kToleranceLu = 0.1;
-    const double missing = job.report.loudness->input - replay(store, job, "measuring loudness", gainDb, nullptr);
-    if (!std::isfinite(missing) || missing < kToleranceLu) return gainDb;
-    return std::max(gainDb, std::min(gainDb + kStepPerLu * missing, zrk_tarn::kMaxGainDb));
+    constexpr double kToleranceLu = 0.2;
+    constexpr double kTypicalSlope = 1.0 / 1.5; ///< LU per dB of gain on music that is limited
+    constexpr double kMinSlope = 0.25;
+    const auto loudnessAt = [&](double gain) { return replay(store, job, "measuring loudness", gain, nullptr); };
+    const auto raised = [&](double gain, double loudness, double slope) {
+        const double missing = job.report.loudness->input - loudness;
+        if (!std::isfinite(missing) || missing < kToleranceLu) return gain;
+        return std::max(gain, std::min(gain + missing / slope, zrk_tarn::kMaxGainDb));
+    };
+    const double loudness = loudnessAt(gainDb);
+    const double nextGainDb = raised(gainDb, loudness, kTypicalSlope);
+    if (nextGainDb - gainDb < kToleranceLu / kMinSlope) return nextGainDb;
+    const double nextLoudness = loudnessAt(nextGainDb);
+    const double slope = std::max(kMinSlope, (nextLoudness - loudness) / (nextGainDb - gainDb));
+    return raised(nextGainDb, nextLoudness, slope);
 }
 
 /// Runs the engine at unity gain.
