@@ -53,9 +53,10 @@ std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsign
     const AVFormatContext& from = input.context();
     for (unsigned index = 0; index < from.nb_streams; ++index) {
         outputOf.push_back(-1);
+        converters.emplace_back();
         const AVStream& stream = input.stream(index);
         if (index == track) addUpmixed(upmixed, stream);
-        if (index != track || !replace) addCopy(stream);
+        if (index != track || !replace) addStreamOf(stream);
     }
     copyChapters();
     checked(av_dict_copy(&format->metadata, from.metadata, 0), EX_SOFTWARE, path);
@@ -70,12 +71,13 @@ std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsign
 
 void OutputFilm::copy(AVPacket& packet)
 {
-    const int to = outputOf[static_cast<std::size_t>(packet.stream_index)];
-    if (to < 0) {
+    const auto index = static_cast<unsigned>(packet.stream_index);
+    const int to = outputOf[index];
+    if (to < 0 || (converters[index] && !converters[index]->convert(packet))) {
         av_packet_unref(&packet);
         return;
     }
-    const AVRational timeBase = input.stream(static_cast<unsigned>(packet.stream_index)).time_base;
+    const AVRational timeBase = input.stream(index).time_base;
     write(packet, timeBase, *format->streams[to]);
 }
 
@@ -103,29 +105,49 @@ AVStream& OutputFilm::addStream()
     return *allocated(avformat_new_stream(format, nullptr));
 }
 
-/// Adds a stream of the input, unless the container cannot hold it.
+/// Adds a stream of the input: a copy, converted subtitles, or nothing if the container can hold neither.
+void OutputFilm::addStreamOf(const AVStream& from)
+{
+    const AVCodecParameters& codec = *from.codecpar;
+    const auto canHold = [this](AVCodecID id) {
+        return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
+    };
+    if (canHold(codec.codec_id) || (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT && isMatroska())) {
+        addCopy(from);
+    } else if (canHold(AV_CODEC_ID_MOV_TEXT) && SubtitleConverter::canConvert(codec.codec_id)) {
+        converters.back() = std::make_unique<SubtitleConverter>(path, from);
+        AVStream& stream = addStream();
+        checked(avcodec_parameters_from_context(stream.codecpar, &converters.back()->codec()), EX_SOFTWARE, path);
+        describe(stream, from);
+    } else {
+        lost.push_back(descriptionOf(from) + " is left out, because this kind of file cannot hold it");
+    }
+}
+
 void OutputFilm::addCopy(const AVStream& from)
 {
-    if (avformat_query_codec(format->oformat, from.codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 0) {
-        lost.push_back(descriptionOf(from) + " is left out, because this kind of file cannot hold it");
-        return;
-    }
     AVStream& stream = addStream();
     checked(avcodec_parameters_copy(stream.codecpar, from.codecpar), EX_SOFTWARE, path);
     if (av_codec_get_id(format->oformat->codec_tag, from.codecpar->codec_tag) != from.codecpar->codec_id)
         stream.codecpar->codec_tag = 0; // the container's own
-    stream.time_base = from.time_base;
     stream.avg_frame_rate = from.avg_frame_rate;
     stream.r_frame_rate = from.r_frame_rate;
     stream.sample_aspect_ratio = from.sample_aspect_ratio;
-    stream.disposition = from.disposition;
-    if (from.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) stream.disposition &= ~AV_DISPOSITION_DEFAULT;
-    checked(av_dict_copy(&stream.metadata, from.metadata, 0), EX_SOFTWARE, path);
     for (int i = 0; i < from.nb_side_data; ++i) {
         const AVPacketSideData& data = from.side_data[i];
         std::uint8_t* const copied = allocated(av_stream_new_side_data(&stream, data.type, data.size));
         std::copy_n(data.data, data.size, copied);
     }
+    describe(stream, from);
+}
+
+/// Copies what describes a stream of the input, which has its number.
+void OutputFilm::describe(AVStream& stream, const AVStream& from)
+{
+    stream.time_base = from.time_base;
+    stream.disposition = from.disposition;
+    if (from.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) stream.disposition &= ~AV_DISPOSITION_DEFAULT;
+    checked(av_dict_copy(&stream.metadata, from.metadata, 0), EX_SOFTWARE, path);
     outputOf.back() = stream.index;
 }
 

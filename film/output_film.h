@@ -5,6 +5,7 @@
 #include "cli/output_file.h"
 #include "film/av.h"
 #include "film/input_film.h"
+#include "film/subtitle_converter.h"
 
 #include <memory>
 #include <optional>
@@ -50,7 +51,9 @@ public:
 private:
     bool isMatroska() const noexcept;
     AVStream& addStream();
+    void addStreamOf(const AVStream& from);
     void addCopy(const AVStream& from);
+    void describe(AVStream& stream, const AVStream& from);
     void addUpmixed(const AVCodecContext& upmixed, const AVStream& original);
     void copyChapters();
     void write(AVPacket& packet, AVRational timeBase, const AVStream& to);
@@ -64,6 +67,7 @@ private:
     int writeError = 0; ///< errno
     AVFormatContext* format = nullptr;
     std::vector<int> outputOf; ///< stream of the output for each one of the input; -1: not copied
+    std::vector<std::unique_ptr<SubtitleConverter>> converters; ///< for each stream of the input; null: it is copied
     int upmixedIndex = -1;
     AVRational upmixedTime{};
     std::vector<std::string> lost;
