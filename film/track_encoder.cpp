@@ -54,11 +54,13 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
     }
     if (globalHeader) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (encoding.hasDialogueLevel) av_opt_set_int(encoder->priv_data, "dialnorm", dialogueLevel, 0);
+    const std::int64_t wanted = encoder->bit_rate;
     const int error = avcodec_open2(encoder.get(), codec, nullptr);
-    if (error < 0)
-        throw Failure(EX_USAGE, name + ": " + encoding.name + " cannot be encoded with " +
-                                    std::to_string(encoder->bit_rate / 1000) + " kb/s: " + textOf(error) +
-                                    "; choose another --bitrate");
+    // Some codecs choose another rate instead of an error.
+    if (error < 0 || (wanted != 0 && encoder->bit_rate != wanted))
+        throw Failure(EX_USAGE, "--bitrate " + std::to_string(wanted / 1000) + ": " + encoding.name + " with " +
+                                    std::to_string(slots) + " channels at " + std::to_string(format.sampleRate) +
+                                    " Hz has no such rate; choose another one");
 
     SwrContext* opened = nullptr;
     checked(swr_alloc_set_opts2(&opened, &channels, encoder->sample_fmt, encoder->sample_rate, &channels,
