@@ -87,7 +87,7 @@ def flashes(film):
          "frame=pts_time:frame_tags=lavfi.signalstats.YAVG", "-of", "csv=p=0"],
         check=True, capture_output=True, text=True,
     ).stdout  # fmt: skip
-    times = [tuple(map(float, line.split(",")[:2])) for line in frames.split()]
+    times = [tuple(map(float, line.split(",")[:2])) for line in frames.split() if not line.startswith("N/A")]
     before = [(0.0, 0.0)] + times
     return [time for (time, level), (_, last) in zip(times, before) if level > 128 > last]
 
