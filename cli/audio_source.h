@@ -30,6 +30,18 @@ struct Loss
     Json json() const { return {{"message", message}, {"seconds", seconds ? Json(*seconds) : Json()}}; }
 };
 
+/// Bits of headroom of samples that keep their peaks: full scale is 2^(31 - kHeadroomBits), and samples up to 24 dB
+/// above it fit. Their precision is still 27 bits.
+constexpr int kHeadroomBits = 4;
+
+/// What a source does with samples beyond full scale, which lossy and floating-point formats and rate conversion have.
+struct PeakPlan
+{
+    bool keep = false; ///< use kHeadroomBits; otherwise one gain scales the whole source down
+    std::optional<double> sharedPeak =
+        {}; ///< without keep: peak of all files of the run; none: find that of the source
+};
+
 /// Provides stereo frame by frame.
 class AudioSource
 {
@@ -48,10 +60,19 @@ public:
     /// Tags and other descriptions of the recording.
     virtual Metadata metadata() { return {}; }
 
+    /// Whether samples can be beyond full scale, so that the plan of prepare has an effect.
+    virtual bool canExceedFullScale() const noexcept { return false; }
+
     /// Analyses the whole source where needed. Call it before the first read.
     ///
     /// Returns notes for the user.
-    virtual std::vector<std::string> prepare(bool showProgress) = 0;
+    virtual std::vector<std::string> prepare(bool showProgress, PeakPlan plan) = 0;
+
+    /// Headroom of the samples that read returns: 0 or, if prepare says so, kHeadroomBits.
+    virtual int headroomBits() const noexcept { return 0; }
+
+    /// The factor by which prepare scales the source down; 1: not at all.
+    virtual double scale() const noexcept { return 1.0; }
 
     /// Reads frames as pairs of left-justified 32-bit samples.
     ///
@@ -65,7 +86,7 @@ public:
     /// Returns to the first frame. Throws Failure (EX_USAGE) if the source cannot be read twice.
     virtual void rewind() = 0;
 
-    /// Samples read so far that were beyond full scale and are clipped.
+    /// Samples read so far that were beyond full scale and the headroom, and are clipped.
     virtual std::uint64_t clippedSamples() const noexcept { return 0; }
 
     /// Missing audio; valid after the last frame was read. Throws Failure (EX_DATAERR) if the source has no audio.

@@ -4,6 +4,7 @@
 
 #include "cli/batch_names.h"
 #include "cli/batch_report.h"
+#include "cli/decibels.h"
 #include "cli/failure.h"
 #include "cli/input_search.h"
 #include "cli/interrupt.h"
@@ -12,6 +13,7 @@
 #include "cli/remap_file.h"
 #include "cli/temporary_file.h"
 #include "cli/text.h"
+#include "cli/upmix_passes.h"
 #include "cli/worker_processes.h"
 
 #include <algorithm>
@@ -139,24 +141,70 @@ void printRemapNotes(const UpmixOptions& each)
     for (const std::string& note : readRemapFile(each.remapFile).notes) printNote(note);
 }
 
+/// Says so if the layout leaves the stereo of all files as it is.
+void printStereoNote(const UpmixOptions& each)
+{
+    const Layout& layout = layoutNamed(each.layout);
+    if (!each.quiet && !each.bypass && keepsStereo(layout, roomSettingsOf(each.room, layout)))
+        printNote("--layout " + each.layout + ": " + kUnchangedStereo);
+}
+
 /// Shows the number and the name of the current file.
-void showCurrentFile(const std::vector<BatchFile>& files, std::size_t index)
+///
+/// work  what happens to it, with a space at the end; can be empty
+void showCurrentFile(const std::vector<BatchFile>& files, std::size_t index, const std::string& work)
 {
     constexpr std::size_t kMaxCharacters = 50;
     const std::string name = lastCharacters(printable(files[index].options.input), kMaxCharacters);
-    showStatus(std::to_string(index + 1) + " of " + std::to_string(files.size()) + ": " + name);
+    showStatus(work + std::to_string(index + 1) + " of " + std::to_string(files.size()) + ": " + name);
+}
+
+std::vector<std::string> inputsOf(const std::vector<BatchFile>& files)
+{
+    std::vector<std::string> names;
+    std::transform(files.begin(), files.end(), std::back_inserter(names),
+                   [](const BatchFile& file) { return file.options.input; });
+    return names;
+}
+
+/// Measures all files and sets their common level. Upmixing reports the files that fail. Throws Interrupted, or Failure
+/// (EX_DATAERR) if the gain is too large.
+void setAlbumLevel(std::vector<BatchFile>& files, unsigned jobs)
+{
+    std::vector<AlbumPart> parts;
+    const auto work = [&files](std::size_t i) {
+        if (!files[i].options.quiet) showCurrentFile(files, i, "measuring ");
+        return measureForAlbum(files[i].options).json();
+    };
+    const auto done = [&parts](std::size_t /*index*/, const WorkerOutcome& outcome) {
+        if (outcome.exitCode == EX_OK) parts.push_back(AlbumPart::from(outcome.result));
+    };
+    runInProcesses(inputsOf(files), jobs, work, done);
+
+    const AlbumLevel level = albumLevelOf(parts);
+    checkMatchingGain("--album", level.gainDb);
+    for (BatchFile& file : files) file.options.album = level;
+}
+
+/// Prints the common level.
+void printAlbumLevel(const UpmixOptions& options)
+{
+    if (options.quiet || !options.album) return;
+    if (options.album->input)
+        printNote(formatted("--album: a gain of %+.2f dB for all files", options.album->gainDb) +
+                  formatted(", whose loudness is %.1f LUFS", *options.album->input));
+    if (options.album->peak > 1.0)
+        printNote("--album: the highest peak is " + formatted("%.2f dB", decibels(options.album->peak)) +
+                  " above full scale: floating-point, lossy and converted files are scaled down by it");
 }
 
 /// Upmixes the files with this many processes. Throws Interrupted after all have stopped.
 void upmixAll(std::vector<BatchFile>& files, unsigned jobs)
 {
-    std::vector<std::string> names;
-    std::transform(files.begin(), files.end(), std::back_inserter(names),
-                   [](const BatchFile& file) { return file.options.input; });
     const auto work = [&files](std::size_t i) {
         const UpmixOptions& options = files[i].options;
         if (!files[i].refusal.empty()) throw Failure(EX_USAGE, files[i].refusal);
-        if (!options.quiet) showCurrentFile(files, i);
+        if (!options.quiet) showCurrentFile(files, i, "");
         return jsonOf(options, upmix(options));
     };
     const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
@@ -164,7 +212,7 @@ void upmixAll(std::vector<BatchFile>& files, unsigned jobs)
         if (outcome.exitCode != EX_OK) printNote(outcome.error);
         files[i].outcome = std::move(outcome);
     };
-    runInProcesses(names, jobs, work, done);
+    runInProcesses(inputsOf(files), jobs, work, done);
 }
 
 } // namespace
@@ -173,9 +221,15 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
 {
     Batch batch = filesOf(options, each);
     printRemapNotes(each);
+    printStereoNote(each);
+    const bool isMeasured = options.album && hasGainPerFile(each);
+    if (options.album && !isMeasured && !each.quiet)
+        printNote("--album: has no effect, because the gain does not depend on the file");
     CreatedDirectories created;
     prepareDirectories(batch.files, created);
     try {
+        if (isMeasured) setAlbumLevel(batch.files, options.jobs);
+        if (isMeasured && !batch.files.empty()) printAlbumLevel(batch.files.front().options);
         upmixAll(batch.files, options.jobs);
     } catch (const Interrupted&) {
         printEarlyEnd(batch, "interrupted");

@@ -18,6 +18,7 @@ struct BatchOptions
     bool recursive = false;
     std::string format = "wav"; ///< extension of the outputs, without its dot
     unsigned jobs = 1;          ///< number of parallel processes
+    bool album = false;         ///< all files get the same gain
 };
 
 /// Upmixes every input into the directory. Continues after a file that fails. A file whose output would be that of an

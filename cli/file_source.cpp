@@ -139,18 +139,31 @@ std::vector<std::string> FileSource::readingNotes() const
     return notes;
 }
 
-std::vector<std::string> FileSource::prepare(bool showProgress)
+bool FileSource::canExceedFullScale() const noexcept
+{
+    return integerBits(info.format) == 0;
+}
+
+std::vector<std::string> FileSource::prepare(bool showProgress, PeakPlan plan)
 {
     std::vector<std::string> notes = readingNotes();
     if (info.channels == 1) notes.emplace_back("mono, which is read as equal left and right");
-    if (integerBits(info.format) != 0) return notes;
+    if (!canExceedFullScale()) return notes;
+    if (plan.keep) {
+        headroom = kHeadroomBits;
+        return notes;
+    }
+    if (plan.sharedPeak) {
+        fileScale = 1.0 / std::max(*plan.sharedPeak, 1.0);
+        return notes;
+    }
 
     const double peak = findPeak(showProgress);
     expected = position;
     rewind();
     if (peak <= 1.0) return notes;
 
-    gain = 1.0 / peak;
+    fileScale = 1.0 / peak;
     const std::string excess = formatted("%.2f dB", decibels(peak));
     notes.push_back("peak +" + excess + " above full scale: scaled down by " + excess);
     return notes;
@@ -202,10 +215,16 @@ std::size_t FileSource::decode(Sample* stereo, std::size_t capacity)
 
 std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
 {
-    if (integerBits(info.format) != 0) return decode(stereo, capacity);
+    if (!canExceedFullScale()) return decode(stereo, capacity);
+    constexpr double kRounding = 0x1p-40; // of the scale
+    const double factor = std::ldexp(fileScale, -headroom);
     decoded.resize(capacity * kChannels);
-    const std::size_t frames = decode(decoded.data(), capacity);
-    for (std::size_t i = 0; i < frames * kChannels; ++i) stereo[i] = fromFullScale(decoded[i] * gain);
+    const std::size_t frames = readFullScale(decoded.data(), capacity);
+    for (std::size_t i = 0; i < frames * kChannels; ++i) {
+        const double sample = decoded[i] * factor;
+        if (std::abs(sample) > 1.0 + kRounding) ++clipped;
+        stereo[i] = fromFullScale(sample);
+    }
     return frames;
 }
 

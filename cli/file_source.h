@@ -29,9 +29,9 @@ struct FileFacts
 
 /// Reads stereo from an audio file in any format that libsndfile reads. Copies mono to both channels.
 ///
-/// Reads integer formats exactly. Floating-point and lossy formats can hold samples above full scale: prepare finds the
-/// peak, and if it is above full scale, one gain scales the whole file down. Reads joined files, such as chained Ogg,
-/// to the end of the last part.
+/// Reads integer formats exactly. Floating-point and lossy formats can hold samples above full scale. Either they keep
+/// them in a headroom, or prepare finds the peak, and if it is above full scale, one gain scales the whole file down.
+/// Reads joined files, such as chained Ogg, to the end of the last part.
 class FileSource final : public AudioSource
 {
 public:
@@ -58,10 +58,14 @@ public:
     /// Notes about values that the header declares wrongly. Included in those of prepare.
     std::vector<std::string> readingNotes() const;
 
-    std::vector<std::string> prepare(bool showProgress) override;
+    bool canExceedFullScale() const noexcept override;
+    std::vector<std::string> prepare(bool showProgress, PeakPlan plan) override;
+    int headroomBits() const noexcept override { return headroom; }
+    double scale() const noexcept override { return fileScale; }
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return true; }
     void rewind() override;
+    std::uint64_t clippedSamples() const noexcept override { return clipped; }
     std::optional<Loss> loss() const override;
 
     /// Reads frames, full scale 1. Needs no prepare and does not limit the peak.
@@ -97,7 +101,9 @@ private:
     std::uint64_t partBegin = 0;             ///< position of the first frame of the part
     std::optional<std::uint64_t> errorBegin; ///< position of the first error of the MPEG decoder in the part
     LossRecord losses;
-    double gain = 1.0;
+    int headroom = 0;
+    double fileScale = 1.0;
+    std::uint64_t clipped = 0; ///< samples
     std::vector<double> decoded;
 };
 

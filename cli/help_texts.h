@@ -9,7 +9,7 @@ namespace tarn
 
 inline constexpr const char* kHelp = R"(Usage: tarn COMMAND [OPTIONS] ...
 
-Upmixes stereo to 3.0, 5.1 or 7.1, or makes the voices in stereo louder.
+Upmixes stereo to 3 to 8 channels, or makes the voices in stereo louder.
 
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
@@ -37,11 +37,11 @@ inline constexpr const char* kUpmixHelp = R"(Usage: tarn upmix [OPTIONS] INPUT O
 INPUT is a WAV, FLAC, MP3, Ogg, Opus, AIFF, CAF, ... file; - reads a pipe.
 OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
 
-  --layout NAME      2.0, 3.0 (default), 5.1, 7.1, or 7.1-remap --remap FILE
+  --layout NAME      2.0, 3.0 (default), 5.1, 7.1, 7.1-remap (--remap FILE)
   --preset NAME      film (default), music, voice or plain; sets the next:
   --centre DB        voices, -60 to 12      --width W    of the centre, 0 to 1
   --surrounds DB     -60 to 12, or off      --gain DB    -60 to 18
-  --bass WHERE       fronts or steered      --no-limiter clip peaks
+  --bass WHERE       fronts or steered      --limiter, --no-limiter
   --mode NAME        fast (default), calm   --bypass     plain stereo
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next supported
@@ -51,10 +51,10 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   -j, --jobs N       parallel jobs          --skip-existing   keep complete ones
   --strict           refuse damaged INPUT   --force      replace OUTPUT
   --json             print a report         --quiet      errors and warnings
-  --loudness-match   as loud as INPUT       --help-all   every option
+  --loudness-match   as loud as INPUT       --album      one gain for all files
 
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music
-man tarn-upmix describes layouts, matrices, tags, reports and streams.
+--help-all lists every option; man tarn-upmix describes layouts, reports, ...
 )";
 
 inline constexpr const char* kInfoHelp = R"(Usage: tarn info [OPTIONS] INPUT...

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <sstream>
+#include <stdexcept>
 
 #include <sndfile.h>
 
@@ -27,28 +28,56 @@ constexpr zrk_tarn::OutputSlot surround(std::uint8_t channel)
     return {zrk_tarn::OutputSlot::Source::Surround, channel};
 }
 
-/// A layout of the first slots of 7.1, with the engine's outputs in front and silence in the others.
-constexpr Layout firstSlots(std::string_view name, std::uint32_t slots)
+/// A slot, and how file headers describe it.
+struct Slot
 {
-    constexpr std::string_view kNames = "FL FR FC LFE BL BR SL SR";
-    constexpr std::array<std::uint32_t, zrk_tarn::kMaxSlots> kMaskBits{0x1, 0x2, 0x4, 0x8, 0x10, 0x20, 0x200, 0x400};
-    constexpr std::array<int, zrk_tarn::kMaxSlots> kChannels{
-        SF_CHANNEL_MAP_LEFT,      SF_CHANNEL_MAP_RIGHT,      SF_CHANNEL_MAP_CENTER,    SF_CHANNEL_MAP_LFE,
-        SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT, SF_CHANNEL_MAP_SIDE_LEFT, SF_CHANNEL_MAP_SIDE_RIGHT};
+    std::string_view name;
+    std::uint32_t maskBit; ///< in the WAVE channel mask
+    int channel;           ///< libsndfile's SF_CHANNEL_MAP_*
+};
+
+/// The slots that layouts can have, in the order of the WAVE channel mask.
+constexpr std::array kSlots{Slot{"FL", 0x1, SF_CHANNEL_MAP_LEFT},        Slot{"FR", 0x2, SF_CHANNEL_MAP_RIGHT},
+                            Slot{"FC", 0x4, SF_CHANNEL_MAP_CENTER},      Slot{"LFE", 0x8, SF_CHANNEL_MAP_LFE},
+                            Slot{"BL", 0x10, SF_CHANNEL_MAP_REAR_LEFT},  Slot{"BR", 0x20, SF_CHANNEL_MAP_REAR_RIGHT},
+                            Slot{"SL", 0x200, SF_CHANNEL_MAP_SIDE_LEFT}, Slot{"SR", 0x400, SF_CHANNEL_MAP_SIDE_RIGHT}};
+
+/// The source of a slot: an output of the engine in front, a surround channel at the sides and behind, else silence.
+/// OutputSlot::Source::Surround (stream/stream_types.h) describes the surround channels.
+constexpr zrk_tarn::OutputSlot sourceOf(std::string_view slot, bool hasSides)
+{
+    if (slot == "FL") return engine(0);
+    if (slot == "FR") return engine(1);
+    if (slot == "FC") return engine(2);
+    if (slot == "BL") return surround(hasSides ? 2 : 0);
+    if (slot == "BR") return surround(hasSides ? 3 : 1);
+    if (slot == "SL") return surround(0);
+    if (slot == "SR") return surround(1);
+    return {};
+}
+
+/// A layout of slots with the sources of sourceOf. A layout with other sources sets `outputs` afterwards.
+///
+/// slotNames  in the order of kSlots, separated by spaces; other orders do not compile
+constexpr Layout fromSlots(std::string_view name, std::string_view slotNames)
+{
     Layout layout{.name = name,
-                  .slotNames = {},
-                  .slots = slots,
+                  .slotNames = slotNames,
+                  .slots = 0,
                   .mask = 0,
                   .remapped = false,
-                  .outputs = {engine(0), engine(1), engine(2)},
+                  .outputs = {},
                   .channelMap = {}};
-    std::size_t namesEnd = 0;
-    for (std::uint32_t slot = 0; slot < slots; ++slot) {
-        layout.mask |= kMaskBits[slot];
-        layout.channelMap[slot] = kChannels[slot];
-        namesEnd = kNames.find(' ', namesEnd + 1);
+    const bool hasSides = slotNames.find("SL") != std::string_view::npos;
+    std::string_view rest = slotNames;
+    for (const Slot& slot : kSlots) {
+        if (rest.substr(0, rest.find(' ')) != slot.name) continue;
+        rest.remove_prefix(std::min(slot.name.size() + 1, rest.size()));
+        layout.mask |= slot.maskBit;
+        layout.outputs[layout.slots] = sourceOf(slot.name, hasSides);
+        layout.channelMap[layout.slots++] = slot.channel;
     }
-    layout.slotNames = kNames.substr(0, namesEnd);
+    if (!rest.empty()) throw std::invalid_argument("kSlots lacks a slot, or has another order");
     return layout;
 }
 
@@ -56,43 +85,34 @@ constexpr Layout firstSlots(std::string_view name, std::uint32_t slots)
 constexpr Layout dialogue20()
 {
     using enum zrk_tarn::OutputSlot::Source;
-    Layout layout = firstSlots("2.0", 2);
+    Layout layout = fromSlots("2.0", "FL FR");
     layout.outputs = {{{Dialogue, 0}, {Dialogue, 1}}};
-    return layout;
-}
-
-constexpr Layout surround51()
-{
-    Layout layout = firstSlots("5.1", 6);
-    layout.outputs[4] = surround(0);
-    layout.outputs[5] = surround(1);
-    return layout;
-}
-
-constexpr Layout surround71()
-{
-    Layout layout = firstSlots("7.1", 8);
-    layout.outputs[4] = surround(2);
-    layout.outputs[5] = surround(3);
-    layout.outputs[6] = surround(0);
-    layout.outputs[7] = surround(1);
     return layout;
 }
 
 /// 7.1 with the columns of a remap matrix in FL, FR, SL and SR.
 constexpr Layout remapped71()
 {
-    Layout layout = firstSlots(kRemapLayout, 8);
+    Layout layout = fromSlots(kRemapLayout, "FL FR FC LFE BL BR SL SR");
     layout.remapped = true;
     layout.outputs = {engine(0), engine(1), {}, {}, {}, {}, engine(2), engine(3)};
     return layout;
 }
 
-constexpr std::array<Layout, 5> kLayouts{dialogue20(), firstSlots("3.0", 3), surround51(), surround71(), remapped71()};
+/// The layouts of --layout, narrowest first.
+constexpr std::array kLayouts{
+    dialogue20(),
+    fromSlots("3.0", "FL FR FC"),
+    fromSlots("5.1", "FL FR FC LFE BL BR"),
+    fromSlots("7.1", "FL FR FC LFE BL BR SL SR"),
+    remapped71(),
+};
+
+static_assert(std::ranges::is_sorted(kLayouts, {}, &Layout::slots), "narrowest first");
 
 } // namespace
 
-constexpr Layout kStereoLayout = firstSlots("stereo", 2);
+constexpr Layout kStereoLayout = fromSlots("stereo", "FL FR");
 
 std::vector<std::string> layoutNames()
 {

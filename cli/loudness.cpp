@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/loudness.h"
 
+#include <algorithm>
+#include <cmath>
 #include <limits>
 #include <new>
 
@@ -14,7 +16,9 @@ namespace
 {
 
 /// Maps a channel of libsndfile to one of libebur128.
-int meterChannel(int channel) noexcept
+///
+/// hasSides  whether the layout has side channels; without them, the rear channels are the surrounds of BS.1770
+int meterChannel(int channel, bool hasSides) noexcept
 {
     switch (channel) {
     case SF_CHANNEL_MAP_LEFT:
@@ -24,9 +28,9 @@ int meterChannel(int channel) noexcept
     case SF_CHANNEL_MAP_CENTER:
         return EBUR128_CENTER;
     case SF_CHANNEL_MAP_REAR_LEFT:
-        return EBUR128_Mp135;
+        return hasSides ? EBUR128_Mp135 : EBUR128_LEFT_SURROUND;
     case SF_CHANNEL_MAP_REAR_RIGHT:
-        return EBUR128_Mm135;
+        return hasSides ? EBUR128_Mm135 : EBUR128_RIGHT_SURROUND;
     case SF_CHANNEL_MAP_SIDE_LEFT:
         return EBUR128_Mp090;
     case SF_CHANNEL_MAP_SIDE_RIGHT:
@@ -39,7 +43,7 @@ int meterChannel(int channel) noexcept
 } // namespace
 
 LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, std::size_t channels)
-    : state(ebur128_init(static_cast<unsigned>(channels), sampleRateHz, EBUR128_MODE_I))
+    : channelCount(channels), state(ebur128_init(static_cast<unsigned>(channels), sampleRateHz, EBUR128_MODE_I))
 {
     if (state == nullptr) throw std::bad_alloc();
 }
@@ -49,13 +53,18 @@ LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz) : LoudnessMeter(sampleR
 LoudnessMeter::LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout)
     : LoudnessMeter(sampleRateHz, std::size_t{layout.slots})
 {
+    const int* const end = layout.channelMap.begin() + layout.slots;
+    const bool hasSides = std::find(layout.channelMap.begin(), end, SF_CHANNEL_MAP_SIDE_LEFT) != end;
     for (unsigned slot = 0; slot < layout.slots; ++slot)
-        ebur128_set_channel(state.get(), slot, meterChannel(layout.channelMap[slot]));
+        ebur128_set_channel(state.get(), slot, meterChannel(layout.channelMap[slot], hasSides));
 }
 
-void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames)
+void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames, int headroomBits)
 {
-    if (ebur128_add_frames_int(state.get(), samples, frames) != EBUR128_SUCCESS) throw std::bad_alloc();
+    const double scale = std::ldexp(1.0, headroomBits - 31);
+    fullScale.resize(frames * channelCount);
+    for (std::size_t i = 0; i < fullScale.size(); ++i) fullScale[i] = scale * samples[i];
+    if (ebur128_add_frames_double(state.get(), fullScale.data(), frames) != EBUR128_SUCCESS) throw std::bad_alloc();
 }
 
 double LoudnessMeter::integrated() const
@@ -67,7 +76,7 @@ double LoudnessMeter::integrated() const
 
 void LoudnessSink::write(const std::int32_t* samples, std::size_t frames)
 {
-    loudness.push(samples, frames);
+    loudness.push(samples, frames, headroom);
     if (sink != nullptr) sink->write(samples, frames);
 }
 

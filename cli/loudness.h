@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include <ebur128.h>
 
@@ -21,11 +22,14 @@ public:
     /// For stereo.
     explicit LoudnessMeter(std::uint32_t sampleRateHz);
 
-    /// For the slots of a layout: side surrounds weigh 1.5 dB more, the LFE channel is ignored.
+    /// For the slots of a layout: the surrounds of 5.1 and the sides of 7.1 weigh 1.5 dB more, the LFE channel is
+    /// ignored.
     LoudnessMeter(std::uint32_t sampleRateHz, const Layout& layout);
 
     /// Adds frames of interleaved left-justified samples.
-    void push(const std::int32_t* samples, std::size_t frames);
+    ///
+    /// headroomBits  of the samples
+    void push(const std::int32_t* samples, std::size_t frames, int headroomBits = 0);
 
     /// LUFS; minus infinity if nothing is above the absolute gate of -70 LUFS.
     double integrated() const;
@@ -38,15 +42,18 @@ private:
 
     LoudnessMeter(std::uint32_t sampleRateHz, std::size_t channels);
 
+    std::size_t channelCount;
     std::unique_ptr<ebur128_state, Closer> state;
+    std::vector<double> fullScale; ///< samples without their headroom
 };
 
 /// Measures loudness and passes the samples to another sink, if there is one.
 class LoudnessSink final : public AudioSink
 {
 public:
-    LoudnessSink(const Layout& outputLayout, std::uint32_t sampleRateHz, AudioSink* next)
-        : sink(next), loudness(sampleRateHz, outputLayout)
+    /// headroomBits  of the samples
+    LoudnessSink(const Layout& outputLayout, std::uint32_t sampleRateHz, AudioSink* next, int headroomBits = 0)
+        : sink(next), headroom(headroomBits), loudness(sampleRateHz, outputLayout)
     {}
 
     void write(const std::int32_t* samples, std::size_t frames) override;
@@ -60,6 +67,7 @@ public:
 
 private:
     AudioSink* sink;
+    int headroom;
     LoudnessMeter loudness;
 };
 

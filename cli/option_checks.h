@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/text.h"
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -45,9 +47,7 @@ CLI::Validator oneOf(const Words& words, const std::string& example)
     std::vector<std::string> texts;
     std::transform(std::begin(words), std::end(words), std::back_inserter(texts),
                    [](const auto& word) { return CLI::detail::to_string(word); });
-    std::string accepted;
-    for (const std::string& text : texts)
-        accepted += (accepted.empty() ? "" : &text == &texts.back() ? " or " : ", ") + text;
+    const std::string accepted = listOf(texts);
     const auto check = [=](const std::string& value) -> std::string {
         const bool fits = std::find(texts.begin(), texts.end(), value) != texts.end();
         return fits ? "" : refusal(value, accepted, example);

@@ -20,7 +20,7 @@ public:
     StreamFormat format() const noexcept override { return streamFormat; }
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return std::nullopt; }
     FileIdentity identity() const noexcept override;
-    std::vector<std::string> prepare(bool /*showProgress*/) override { return {}; }
+    std::vector<std::string> prepare(bool /*showProgress*/, PeakPlan /*plan*/) override { return {}; }
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return false; }
     void rewind() override;

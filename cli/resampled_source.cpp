@@ -57,10 +57,18 @@ std::optional<std::uint64_t> ResampledSource::expectedFrames() const noexcept
     return frames ? std::optional(framesAtRate(*frames, sourceRate, rate)) : std::nullopt;
 }
 
-std::vector<std::string> ResampledSource::prepare(bool showProgress)
+std::vector<std::string> ResampledSource::prepare(bool showProgress, PeakPlan plan)
 {
-    std::vector<std::string> notes = source->prepare(showProgress);
+    std::vector<std::string> notes = source->prepare(showProgress, plan);
     notes.push_back("converted from " + std::to_string(sourceRate) + " to " + std::to_string(rate) + " Hz");
+    if (plan.keep) {
+        headroom = kHeadroomBits;
+        return notes;
+    }
+    if (plan.sharedPeak) {
+        if (!source->canExceedFullScale()) ownScale = 1.0 / std::max(*plan.sharedPeak, 1.0);
+        return notes;
+    }
     if (!canRewind()) return notes;
 
     Progress progress("finding the peak", expectedFrames(), rate, showProgress);
@@ -73,7 +81,7 @@ std::vector<std::string> ResampledSource::prepare(bool showProgress)
     }
     rewind();
     if (peak > 1.0) {
-        gain = 1.0 / peak;
+        ownScale = 1.0 / peak;
         notes.back() += formatted(", which raises its peak above full scale: scaled down by %.2f dB", decibels(peak));
     }
     return notes;
@@ -111,11 +119,13 @@ std::size_t ResampledSource::convert(double* stereo, std::size_t capacity)
 
 std::size_t ResampledSource::read(std::int32_t* stereo, std::size_t capacity)
 {
+    constexpr double kRounding = 0x1p-40; // of the scale
+    const double factor = std::ldexp(ownScale, source->headroomBits() - headroom);
     converted.resize(kChannels * capacity);
     const std::size_t frames = convert(converted.data(), capacity);
     for (std::size_t i = 0; i < kChannels * frames; ++i) {
-        const double sample = converted[i] * gain;
-        if (std::abs(sample) > 1.0) ++clipped;
+        const double sample = converted[i] * factor;
+        if (std::abs(sample) > 1.0 + kRounding) ++clipped;
         stereo[i] = fromFullScale(sample);
     }
     return frames;

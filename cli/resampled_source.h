@@ -15,8 +15,8 @@ namespace tarn
 /// Converts a source to another sample rate with libsoxr: very high quality, linear phase.
 ///
 /// Adds no delay: frame k of the result is at the time k / rate. The result has round(frames * rate / source rate)
-/// frames. Conversion can raise peaks above full scale: if the source can be read twice, prepare finds the peak and one
-/// gain scales everything down; otherwise such samples are clipped.
+/// frames. Conversion can raise peaks above full scale. Either they are kept in a headroom, or, if the source can be
+/// read twice, prepare finds the peak and one gain scales everything down; otherwise such samples are clipped.
 class ResampledSource final : public AudioSource
 {
 public:
@@ -27,11 +27,14 @@ public:
     std::optional<std::uint64_t> expectedFrames() const noexcept override;
     FileIdentity identity() const noexcept override { return source->identity(); }
     Metadata metadata() override { return atRate(source->metadata(), sourceRate, rate); }
-    std::vector<std::string> prepare(bool showProgress) override;
+    bool canExceedFullScale() const noexcept override { return true; }
+    std::vector<std::string> prepare(bool showProgress, PeakPlan plan) override;
+    int headroomBits() const noexcept override { return headroom; }
+    double scale() const noexcept override { return ownScale * source->scale(); }
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return source->canRewind(); }
     void rewind() override;
-    std::uint64_t clippedSamples() const noexcept override { return clipped; }
+    std::uint64_t clippedSamples() const noexcept override { return source->clippedSamples() + clipped; }
     std::optional<Loss> loss() const override { return source->loss(); }
 
 private:
@@ -55,7 +58,8 @@ private:
     bool sourceEnded = false;
     std::uint64_t sourceFrames = 0; ///< read so far
     std::uint64_t produced = 0;     ///< frames of the result so far
-    double gain = 1.0;
+    int headroom = 0;
+    double ownScale = 1.0;
     std::uint64_t clipped = 0; ///< samples
     std::vector<double> converted;
 };

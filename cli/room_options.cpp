@@ -49,6 +49,20 @@ CLI::Validator channelGainOrOff(const std::string& example)
     return {check, ""};
 }
 
+/// The first given option that has no effect in bypass and on remapped layouts; empty if there is none. The preset
+/// plain is what they do.
+std::string firstGiven(const RoomOptions& options)
+{
+    return options.preset && options.preset != "plain" ? "--preset"
+           : options.centreDb                          ? "--centre"
+           : options.width                             ? "--width"
+           : options.surrounds                         ? "--surrounds"
+           : options.bass                              ? "--bass"
+           : options.limiter                           ? "--limiter"
+           : options.noLimiter                         ? "--no-limiter"
+                                                       : "";
+}
+
 [[noreturn]] void refuse(const std::string& option, const std::string& reason)
 {
     throw Failure(EX_USAGE, option + ": " + reason);
@@ -74,10 +88,7 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "the rest goes to FL and FR")
         ->type_name("W")
         ->check(numberFrom(0.0, 1.0, "--width 0.5"));
-    command
-        .add_option("--surrounds", options.surrounds,
-                    "Gain of the surround channels of 5.1 and 7.1 in dB, -60\n"
-                    "to 12, or off")
+    command.add_option("--surrounds", options.surrounds, "Gain of the surround channels in dB, -60 to 12, or off")
         ->type_name("DB")
         ->check(channelGainOrOff("--surrounds -6"));
     command
@@ -89,6 +100,8 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
     command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
         ->type_name("DB")
         ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
+    command.add_flag("--limiter", options.limiter, "Limit the true peak to -1 dB with --preset plain, too")
+        ->disable_flag_override();
     command.add_flag("--no-limiter", options.noLimiter, "Clip instead of limiting the true peak")
         ->disable_flag_override();
 }
@@ -96,13 +109,10 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
 void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool bypass)
 {
     const std::string name(layout.name);
-    const std::string given = options.centreDb    ? "--centre"
-                              : options.width     ? "--width"
-                              : options.surrounds ? "--surrounds"
-                                                  : "--bass";
-    const bool anyGiven = options.centreDb || options.width || options.surrounds || options.bass;
-    if (bypass && anyGiven) refuse(given, "--bypass leaves the samples as they are; leave one of them out");
-    if (layout.remapped && anyGiven)
+    const std::string given = firstGiven(options);
+    if (options.limiter && options.noLimiter) refuse("--limiter", "contradicts --no-limiter; leave one of them out");
+    if (bypass && !given.empty()) refuse(given, "--bypass leaves the samples as they are; leave one of them out");
+    if (layout.remapped && !given.empty())
         refuse(given, "has no effect on --layout " + name + ", whose matrix sets the levels; leave it out");
     if (options.width && !layout.hasSource(OutputSlot::Source::Engine))
         refuse("--width", "has no effect on --layout " + name + ", which has no centre loudspeaker; leave it out");
@@ -114,9 +124,10 @@ void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool byp
 
 zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& layout)
 {
-    zrk_tarn::RoomSettings settings = zrk_tarn::presetNamed(options.preset)->settings;
+    zrk_tarn::RoomSettings settings =
+        options.preset ? zrk_tarn::presetNamed(*options.preset)->settings : zrk_tarn::kPresets[0].settings;
     if (layout.remapped || layout.hasSource(OutputSlot::Source::Dialogue)) settings.gainDb = 0.0;
-    if (layout.remapped || options.noLimiter) settings.limiter = false;
+    settings.limiter = (settings.limiter || options.limiter) && !options.noLimiter && !layout.remapped;
     if (options.bass) settings.bass = *options.bass == kFronts ? BassMode::Fronts : BassMode::Steered;
     if (layout.remapped) settings.bass = BassMode::Steered;
     settings.gainDb = options.gainDb.value_or(settings.gainDb);
@@ -130,6 +141,11 @@ zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& 
         settings.surroundDb = level;
     }
     return settings;
+}
+
+bool keepsStereo(const Layout& layout, const zrk_tarn::RoomSettings& settings)
+{
+    return layout.hasSource(OutputSlot::Source::Dialogue) && settings.centreDb == 0.0 && settings.gainDb == 0.0;
 }
 
 } // namespace tarn

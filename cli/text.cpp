@@ -133,6 +133,13 @@ std::string padded(const std::string& text, std::size_t width)
     return text + std::string(width - std::min(width, characters(text)), ' ');
 }
 
+std::string listOf(const std::vector<std::string>& words)
+{
+    std::string list;
+    for (const std::string& word : words) list += (list.empty() ? "" : &word == &words.back() ? " or " : ", ") + word;
+    return list;
+}
+
 std::string rightAligned(const std::string& text, std::size_t width)
 {
     return std::string(width - std::min(width, characters(text)), ' ') + text;

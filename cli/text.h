@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -39,6 +40,9 @@ std::size_t characters(const std::string& text);
 
 /// Truncates a text to its last characters, with ... in front.
 std::string lastCharacters(const std::string& text, std::size_t maxCharacters);
+
+/// The words as a list: "16, 24 or 32".
+std::string listOf(const std::vector<std::string>& words);
 
 /// Pads a text on the left to a width in characters.
 std::string rightAligned(const std::string& text, std::size_t width);

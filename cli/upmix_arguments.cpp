@@ -51,6 +51,12 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
                    "and create its subfolders in --output-dir")
         ->disable_flag_override()
         ->needs("--output-dir");
+    upmix
+        ->add_flag("--album", arguments.batch.album,
+                   "The same gain for all files of --output-dir, with\n"
+                   "--loudness-match and without limiter")
+        ->disable_flag_override()
+        ->needs("--output-dir");
     upmix->add_option("--format", arguments.batch.format, "Format of the files in --output-dir: wav (default) or\nflac")
         ->type_name("NAME")
         ->check(oneOf({"wav", "flac"}, "--format flac"))
@@ -64,7 +70,7 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
 /// The options of `tarn upmix` that change the sound.
 void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
 {
-    upmix->add_option("--layout", options.layout, "Slots of the output: 2.0, 3.0 (default), 5.1, 7.1 or\n7.1-remap")
+    upmix->add_option("--layout", options.layout, "Slots of the output, default 3.0:\n" + listOf(layoutNames()))
         ->type_name("NAME")
         ->transform(CLI::Transformer({{"slots8", std::string(kRemapLayout)}}).description("")) // former name
         ->check(oneOf(layoutNames(), "--layout 5.1"));

@@ -10,18 +10,18 @@
 #include "cli/interrupt.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
-#include "cli/loudness.h"
 #include "cli/progress.h"
 #include "cli/raw_pcm.h"
 #include "cli/remap_file.h"
 #include "cli/resampled_source.h"
 #include "cli/text.h"
+#include "cli/upmix_passes.h"
 #include "cli/upmixer.h"
 #include "cli/wrap_counter.h"
 #include "host/zrk_tarn_processor.h"
-#include "stream/gain.h"
 #include "stream/steering_mode_names.h"
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -35,8 +35,6 @@ namespace tarn
 
 namespace
 {
-
-constexpr std::size_t kReadFrames = 4096;
 
 /// The format of the engine and of the output.
 StreamFormat engineFormat(const UpmixOptions& options, const std::optional<StreamFormat>& raw,
@@ -116,17 +114,23 @@ std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& l
 /// Says so if the output for two loudspeakers is the stereo as it is.
 void notePlainStereo(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings)
 {
-    const bool isPlain = !options.bypass && settings.room.centreDb == 0.0 && settings.room.gainDb == 0.0 &&
-                         layout.hasSource(zrk_tarn::OutputSlot::Source::Dialogue);
-    if (isPlain && !options.quiet && !options.inBatch)
-        printNote(options.outputName() +
-                  ": the stereo is not changed, because the gain of the centre is 0 dB; add for example --centre 6");
+    if (keepsStereo(layout, settings.room) && !options.bypass && !options.quiet && !options.inBatch)
+        printNote(options.outputName() + ": " + kUnchangedStereo);
+}
+
+/// Whether the source keeps samples above full scale, or is scaled down.
+PeakPlan peakPlanOf(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings,
+                    const AudioSource& source)
+{
+    PeakPlan plan{.keep = headroomBitsOf(options, layout, settings.room, source) > 0};
+    if (options.album) plan.sharedPeak = options.album->peak;
+    return plan;
 }
 
 /// Prepares the source and prints its notes.
-void prepare(const UpmixOptions& options, AudioSource& source)
+void prepare(const UpmixOptions& options, AudioSource& source, PeakPlan plan)
 {
-    for (const std::string& note : source.prepare(!options.quiet && !options.inBatch))
+    for (const std::string& note : source.prepare(!options.quiet && !options.inBatch, plan))
         if (!options.quiet) printNote(options.inputName() + ": " + note);
 }
 
@@ -136,54 +140,6 @@ std::unique_ptr<WrapCounter> wrapCounter(const UpmixOptions& options, StreamForm
 {
     if (options.bypass || !WrapCounter::canWrap(settings.remap, format.bits)) return nullptr;
     return std::make_unique<WrapCounter>(format, settings, !options.noAlign);
-}
-
-/// Upmixes the whole source. Returns the speed relative to real time.
-double processAll(const UpmixOptions& options, const char* label, AudioSource& source, Upmixer& upmixer,
-                  LoudnessMeter* meter, WrapCounter* wraps)
-{
-    std::vector<std::int32_t> stereo(2 * kReadFrames);
-    Progress progress(label, source.expectedFrames(), source.format().sampleRate, !options.quiet && !options.inBatch);
-    while (const std::size_t frames = source.read(stereo.data(), kReadFrames)) {
-        throwIfInterrupted();
-        if (meter != nullptr) meter->push(stereo.data(), frames);
-        if (wraps != nullptr) wraps->push(stereo.data(), frames);
-        upmixer.push(stereo.data(), frames);
-        progress.advance(frames);
-    }
-    if (wraps != nullptr) wraps->finish();
-    upmixer.finish();
-    return progress.speed();
-}
-
-/// Measures the loudness of input and output at unity gain, then rewinds the source.
-LoudnessReport measureLoudness(const UpmixOptions& options, const Layout& layout, StreamFormat format,
-                               EngineSettings settings, AudioSource& source)
-{
-    settings.room.gainDb = 0.0;
-    settings.room.limiter = false;
-    LoudnessMeter input(format.sampleRate);
-    LoudnessSink output(layout, format.sampleRate, nullptr);
-    Upmixer upmixer(layout, format, settings, true, output);
-    processAll(options, "measuring loudness", source, upmixer, &input, nullptr);
-    source.rewind();
-    return {.input = input.integrated(), .atUnityGain = output.meter().integrated(), .output = 0.0};
-}
-
-/// The gain in dB that makes the output as loud as the input.
-double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudness)
-{
-    if (!std::isfinite(loudness.input) || !std::isfinite(loudness.atUnityGain)) {
-        if (!options.quiet) printNote(options.input + ": too quiet to measure its loudness; the gain stays 0 dB");
-        return 0.0;
-    }
-    const double gainDb = loudness.input - loudness.atUnityGain;
-    const double maxGainDb = decibels(static_cast<double>(zrk_tarn::kMaxMakeUpGain));
-    if (gainDb > maxGainDb)
-        throw Failure(EX_DATAERR, options.input + ": matching its loudness needs a gain of " +
-                                      formatted("%.1f dB", gainDb) + ", and " + formatted("%.0f", maxGainDb) +
-                                      " dB is the maximum; leave --loudness-match out");
-    return gainDb;
 }
 
 /// Refuses a damaged input with --strict.
@@ -235,7 +191,7 @@ UpmixReport upmix(const UpmixOptions& options)
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
     const auto sink = openSink(options, layout, format, *source);
-    prepare(options, *source);
+    prepare(options, *source, peakPlanOf(options, layout, settings, *source));
     notePlainStereo(options, layout, settings);
 
     UpmixReport report{.layout = &layoutNamed(options.layout),
@@ -244,36 +200,47 @@ UpmixReport upmix(const UpmixOptions& options)
                        .room = settings.room,
                        .bypass = options.bypass};
     AudioSink* output = sink.get();
-    std::optional<LoudnessSink> loudness;
-    if (options.loudnessMatch) {
-        report.loudness = measureLoudness(options, layout, format, settings, *source);
-        settings.room.gainDb = report.room.gainDb = matchingGainDb(options, *report.loudness);
-        output = &loudness.emplace(layout, format.sampleRate, output);
-    }
     std::optional<LevelSink> levels;
     if (options.json) output = &levels.emplace(layout.slots, format.bits, *output);
-
-    Upmixer upmixer(layout, format, settings, !options.noAlign, *output);
     const auto wraps = wrapCounter(options, format, settings);
-    report.speed = processAll(options, "upmixing", *source, upmixer, nullptr, wraps.get());
+    const auto start = std::chrono::steady_clock::now();
+    upmixInto(*output, {options, layout, format, settings, *source, wraps.get(), report});
     report.loss = source->loss();
     checkLoss(options, report.loss);
     throwIfInterrupted();
     sink->finish();
 
-    report.frames = upmixer.frames();
-    const zrk_tarn::StreamMeters meters = upmixer.meters();
-    report.clipped = meters.saturated;
-    report.limitedBlocks = meters.limitedBlocks;
-    report.limiterGain = static_cast<double>(meters.smallestLimiterGain);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    report.speed = static_cast<double>(report.frames) / format.sampleRate / elapsed.count();
+    report.inputScaleDb = decibels(source->scale());
+    report.inputHeadroomBits = source->headroomBits();
+    report.clippedInput = source->clippedSamples();
     if (wraps) report.wrapped = wraps->wrapped();
     if (levels) report.levels = levels->levels();
-    if (loudness) report.loudness->output = loudness->meter().integrated();
-    report.clipped += source->clippedSamples();
     std::vector<std::string> warnings = sink->notes();
     if (wraps && (report.wrapped > 0 || !options.quiet)) warnings.push_back(wraps->note(columns));
     printReport(options, report, warnings);
     return report;
+}
+
+AlbumPart measureForAlbum(const UpmixOptions& options)
+{
+    Layout layout = layoutNamed(options.layout);
+    EngineSettings settings = engineSettings(options, layout);
+    if (layout.remapped) settings.remap = readRemapFile(options.remapFile).matrix;
+    const auto source = openSource(options, std::nullopt);
+    source->prepare(false, peakPlanOf(options, layout, settings, *source));
+    AlbumPart part{.peak = 1.0 / source->scale()};
+    if (!options.loudnessMatch) return part;
+
+    UpmixReport report;
+    const StreamFormat format{.sampleRate = source->format().sampleRate, .bits = 24};
+    const LoudnessReport loudness = measureLoudness({options, layout, format, settings, *source, nullptr, report});
+    part.seconds = static_cast<double>(report.frames) / format.sampleRate;
+    if (!std::isfinite(loudness.input) || !std::isfinite(loudness.atUnityGain)) return part;
+    part.input = loudness.input;
+    part.upmixed = loudness.atUnityGain;
+    return part;
 }
 
 int runUpmix(const UpmixOptions& options)

@@ -17,14 +17,10 @@ namespace tarn
 namespace
 {
 
-/// Checks that --raw has a raw stream to describe, and that this stream allows the other options.
+/// Checks that --raw has a raw stream to describe.
 void checkRaw(const UpmixOptions& options)
 {
     if (!options.raw) return;
-    if (options.loudnessMatch && isStream(options.input))
-        throw Failure(EX_USAGE,
-                      "--loudness-match: reads INPUT twice, which a raw stream does not allow; name a file, or "
-                      "give --gain");
     if (!isStream(options.input) && !isStream(options.output))
         throw Failure(EX_USAGE,
                       "--raw: describes the stream on '-', but INPUT and OUTPUT are both files; leave it out");
@@ -65,7 +61,12 @@ void checkOptions(const UpmixOptions& options)
     if (options.room.gainDb && options.loudnessMatch)
         throw Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     checkRemap(options);
-    checkRoomOptions(options.room, layoutNamed(options.layout), options.bypass);
+    const Layout& layout = layoutNamed(options.layout);
+    checkRoomOptions(options.room, layout, options.bypass);
+    if (options.loudnessMatch && keepsStereo(layout, roomSettingsOf(options.room, layout)))
+        throw Failure(EX_USAGE, "--loudness-match: has no effect on --layout " + options.layout +
+                                    " with a centre of 0 dB, which is the stereo as it is; leave it out, or add for "
+                                    "example --centre 6");
     checkRaw(options);
     if (isStream(options.output)) return;
     checkOutput(options);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/album_level.h"
 #include "cli/room_options.h"
 
 #include <cstdint>
@@ -31,6 +32,7 @@ struct UpmixOptions
     bool strict = false;       ///< refuse a damaged input
     std::string mode = "fast"; ///< name of a steering mode
     bool loudnessMatch = false;
+    std::optional<AlbumLevel> album; ///< common level of all files of a run; none: each file has its own
     RoomOptions room;
     bool bypass = false;
     bool noAlign = false;

@@ -16,6 +16,8 @@ namespace tarn
 namespace
 {
 
+constexpr double kAudibleShortfallLu = 0.3;
+
 std::string summary(const UpmixOptions& options, const UpmixReport& report)
 {
     return options.inputName() + " -> " + options.outputName() + ": " + std::string(report.layout->name) + " (" +
@@ -27,11 +29,25 @@ std::string summary(const UpmixOptions& options, const UpmixReport& report)
 std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
 {
     const std::string gain = formatted("%+.2f dB", report.room.gainDb);
+    const std::string limiter = report.layout->remapped || report.bypass ? ""
+                                : options.room.noLimiter                 ? "leave out --no-limiter, or "
+                                                                         : "add --limiter, or ";
     return std::to_string(report.clipped) + " samples were beyond full scale" +
-           (report.room.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " +
-           (options.loudnessMatch    ? "give --gain with less than " + gain + " instead of --loudness-match"
-            : options.room.noLimiter ? "give a smaller --gain, or leave out --no-limiter"
-                                     : "give a smaller --gain or --centre, or a preset with a limiter");
+           (report.room.gainDb != 0.0 ? " at a gain of " + gain : "") + " and are clipped; " + limiter +
+           (options.loudnessMatch ? "give --gain with less than " + gain + " instead of --loudness-match"
+                                  : "give a smaller --gain");
+}
+
+std::string inputClippingNote(const UpmixReport& report)
+{
+    const std::string count = std::to_string(report.clippedInput);
+    const bool isOne = report.clippedInput == 1;
+    if (report.inputHeadroomBits == 0)
+        return count + (isOne ? " sample was" : " samples were") +
+               " beyond full scale after the conversion, and clipped; use a preset with a limiter, or a softer stream";
+    return count + (isOne ? " sample is" : " samples are") + " more than " +
+           formatted("%.0f dB", decibels(std::exp2(report.inputHeadroomBits))) + " above full scale and " +
+           (isOne ? "is" : "are") + " clipped; the file is probably damaged: check where it comes from";
 }
 
 Json channelsOf(const UpmixReport& report)
@@ -103,8 +119,12 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
             printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
                       " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
                       formatted("%+.2f", report.room.gainDb) + " dB");
+        if (report.loudness && report.loudness->shortfall() > kAudibleShortfallLu)
+            printNote(output + ": is " + formatted("%.1f LU", report.loudness->shortfall()) +
+                      " softer than the input, because the limiter holds its peaks back");
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
+    if (report.clippedInput > 0) printNote(options.inputName() + ": " + inputClippingNote(report));
     if (report.clipped > 0) printNote(output + ": " + clippingNote(options, report));
 }
 
@@ -124,6 +144,8 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"seconds", static_cast<double>(report.frames) / report.format.sampleRate},
                  {"delay_frames", report.delayFrames},
                  {"bypass", report.bypass},
+                 {"input_gain_db", report.inputScaleDb},
+                 {"clipped_input_samples", report.clippedInput},
                  {"gain_db", report.room.gainDb},
                  {"limiter", limiterOf(report)},
                  {"clipped_samples", report.clipped},
@@ -134,7 +156,8 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
                                  {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},
-                                 {"output", finiteOrNull(report.loudness->output)}};
+                                 {"output", finiteOrNull(report.loudness->output)},
+                                 {"shortfall", report.loudness->shortfall()}};
     if (!report.levels.empty()) json["channels"] = channelsOf(report);
     return json;
 }

@@ -9,6 +9,8 @@
 #include "cli/stream_format.h"
 #include "cli/upmix_options.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -23,8 +25,15 @@ namespace tarn
 struct LoudnessReport
 {
     double input;
-    double atUnityGain; ///< of the output before the gain
+    double atUnityGain; ///< of the output before gain and limiter
     double output;
+
+    /// LU by which the output is softer than the input; 0 if it is not, or if one is silent.
+    double shortfall() const noexcept
+    {
+        const double difference = input - output;
+        return std::isfinite(difference) ? std::max(difference, 0.0) : 0.0;
+    }
 };
 
 /// The result of one upmix.
@@ -37,7 +46,10 @@ struct UpmixReport
     zrk_tarn::RoomSettings room{};
     bool bypass = false;
     double speed = 0.0;                       ///< times real time
-    std::uint64_t clipped = 0;                ///< samples beyond full scale
+    double inputScaleDb = 0.0;                ///< by which the input was scaled, because its peak is above full scale
+    int inputHeadroomBits = 0;                ///< that the input had for samples beyond full scale
+    std::uint64_t clippedInput = 0;           ///< samples of the input beyond full scale and headroom
+    std::uint64_t clipped = 0;                ///< samples beyond full scale behind the gain
     std::uint64_t limitedBlocks = 0;          ///< blocks of 64 frames in which the limiter had an effect
     double limiterGain = 1.0;                 ///< smallest gain of the limiter
     std::optional<Loss> loss{};               ///< missing or damaged audio of the input

@@ -22,8 +22,9 @@ _tarn() {
         --remap | --raw | --output-dir | --jobs | -j | --gain | --centre | --width) return ;;
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
-                                        --mode --preset --centre --width --surrounds --bass --gain --no-limiter --loudness-match --bypass --json --no-align --raw
-                                        --rate --strict --force --skip-existing --quiet'
+                                        --mode --preset --centre --width --surrounds --bass --gain --limiter
+                                        --no-limiter --loudness-match --album --bypass --json --no-align --raw --rate --strict
+                                        --force --skip-existing --quiet'
             ;;
         esac
         ;;

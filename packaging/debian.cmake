@@ -85,7 +85,8 @@ debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
 set(CPACK_DEBIAN_LV2_PACKAGE_SUGGESTS "lv2-host, pipewire (>= 0.3.65), wireplumber")
-debian_package(lv2 tarn-lv2 sound "LV2 plug-in" "the LV2 plug-in, and a configuration\nfor a PipeWire sink" lv2)
+debian_package(lv2 tarn-lv2 sound "LV2 plug-ins"
+               "LV2 plug-ins for 3.0, 5.1, 7.1 and for\nlouder voices in stereo, and configurations for PipeWire sinks" lv2)
 debian_package(gstreamer gstreamer1.0-tarn sound "GStreamer plug-in" "the GStreamer element tarnupmix" gstreamer)
 debian_package(ladspa tarn-ladspa sound "LADSPA plug-ins"
                "LADSPA plug-ins for FFmpeg, SoX, PipeWire and\nother audio hosts" ladspa)

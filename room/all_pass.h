@@ -29,8 +29,8 @@ struct AllPass
     std::int32_t position = 0; ///< of the next block in the ring, a multiple of 64
 
     /// Values w, one block after the other. The first block has a copy behind the last one, so that 64 values can be
-    /// read from any position.
-    float ring[kMaxDelay + 3 * 64]{};
+    /// read from any position. Aligned like the widest vectors.
+    alignas(64) float ring[kMaxDelay + 3 * 64]{};
 };
 
 } // namespace zrk_tarn

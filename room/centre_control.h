@@ -28,8 +28,11 @@ public:
         toEachFront.beginBlock(frontShareOf(widthTarget));
     }
 
-    /// Whether the block stays as it is.
+    /// Whether apply leaves the block as it is.
     bool isNeutral() const noexcept { return gain.isSteadyAt(1.0f) && width.isSteadyAt(1.0f); }
+
+    /// Whether changeVoice leaves the block as it is.
+    bool isVoiceUnchanged() const noexcept { return gain.isSteadyAt(1.0f); }
 
     /// For loudspeakers with a centre: centre' = gain width centre, and each front gains
     /// gain sqrt((1 - width^2) / 2) centre, so that the power stays the same at every width.

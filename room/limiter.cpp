@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr double kReleaseSeconds = 0.1;
+constexpr double kHoldSeconds = 0.02; ///< half a period at 25 Hz
 
 /// Gains this near to 1 (0.004 dB) become 1, so that samples are exact again.
 constexpr double kNearOne = 1.0 - 0x1p-11;
@@ -32,14 +33,20 @@ constexpr auto kRamp = [] {
 } // namespace
 
 Limiter::Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept
-    : scale(1.0 / fullScale), release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz))
-{}
+    : scale(1.0 / fullScale),
+      release(static_cast<double>(kBlockFrames) / (kReleaseSeconds * sampleRateHz)),
+      heldBlocks(2 + static_cast<std::size_t>(kHoldSeconds * sampleRateHz / kBlockFrames))
+{
+    std::fill_n(needed, kMaxHeldBlocks, 1.0);
+}
 
 void Limiter::reset() noexcept
 {
     window = {};
     for (UnroundedRow& row : delayed) std::fill_n(row, kBlockFrames, 0.0);
-    needed = startGain = endGain = 1.0;
+    std::fill_n(needed, kMaxHeldBlocks, 1.0);
+    oldest = 0;
+    startGain = endGain = 1.0;
 }
 
 const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::size_t count) noexcept
@@ -55,11 +62,11 @@ const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::
 
 void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double truePeak) noexcept
 {
-    const double neededNext = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
+    needed[oldest] = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
+    oldest = (oldest + 1) % heldBlocks;
     const double recovered = endGain + (1.0 - endGain) * release;
     startGain = endGain;
-    endGain = std::min({needed, neededNext, recovered > kNearOne ? 1.0 : recovered});
-    needed = neededNext;
+    endGain = std::min(*std::min_element(needed, needed + heldBlocks), recovered > kNearOne ? 1.0 : recovered);
 
     for (std::size_t row = 0; row < count; ++row) std::swap_ranges(rows[row], rows[row] + kBlockFrames, delayed[row]);
     if (startGain == 1.0 && endGain == 1.0) return;

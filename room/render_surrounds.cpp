@@ -130,8 +130,8 @@ void synthesise(Surrounds& s) noexcept
 struct SectionBlock
 {
     explicit SectionBlock(AllPass& section) noexcept
-        : delayed(section.ring + section.position - section.delay +
-                  (section.position < section.delay ? section.length : 0)),
+        : delayed(section.ring +
+                  (section.position - section.delay + (section.position < section.delay ? section.length : 0))),
           newest(section.ring + section.position),
           gain(section.gain)
     {}

@@ -18,7 +18,7 @@ namespace zrk_tarn
 /// pair by 12 ms.
 ///
 /// Chains 0 and 1 are the left and right channel of the first pair, 2 and 3 those of the second pair. All members are
-/// state that callers may read; renderSurrounds depends on nothing else.
+/// state that callers may read; renderSurrounds depends on nothing else. Arrays are aligned like the widest vectors.
 struct Surrounds
 {
     static constexpr std::int32_t kMaxLookAhead = 24;
@@ -31,16 +31,16 @@ struct Surrounds
     AllPass chain[kChains][2]{};  ///< sections of each chain
 
     // Covariances of the groups, full scale about 1, and the weights that follow from them
-    float leftLeft[16]{};    ///< smoothed sum of L L over the bands of a group
-    float rightRight[16]{};  ///< smoothed sum of R R
-    float leftRight[16]{};   ///< smoothed sum of L R
-    float leftWeight[16]{};  ///< of the delayed left, 0 to 1
-    float rightWeight[16]{}; ///< of the delayed right, 0 to 1
+    alignas(64) float leftLeft[16]{}; ///< smoothed sum of L L over the bands of a group
+    float rightRight[16]{};           ///< smoothed sum of R R
+    float leftRight[16]{};            ///< smoothed sum of L R
+    float leftWeight[16]{};           ///< of the delayed left, 0 to 1
+    float rightWeight[16]{};          ///< of the delayed right, 0 to 1
 
     // The difference
-    float past[kMaxLookAhead][2][64]{}; ///< ring of left and right subbands, in blocks
-    std::int32_t nextPast = 0;          ///< its oldest block
-    float difference[64]{};             ///< subbands, engine scale
+    alignas(64) float past[kMaxLookAhead][2][64]{}; ///< ring of left and right subbands, in blocks
+    std::int32_t nextPast = 0;                      ///< its oldest block
+    alignas(64) float difference[64]{};             ///< subbands, engine scale
 
     // Synthesis, as that of an output of the engine
     float dctEven[1][32]{};      ///< transform input, scratch

@@ -141,7 +141,7 @@ void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
 {
     forEachSlotOf(OutputSlot::Source::Dialogue, [&](std::size_t slot, std::size_t side) {
         const Row& plain = block.inputSlots[side == 0 ? configuration.leftSlot : configuration.rightSlot];
-        if (centre.isNeutral()) {
+        if (centre.isVoiceUnchanged()) {
             put(block, slot, plain);
             return;
         }
@@ -193,7 +193,7 @@ bool OutputStage::isPlainStereo() const noexcept
         if (source == Engine || source == Surround || source == Lfe) return false;
         isDialogue = isDialogue || source == Dialogue;
     }
-    return isDialogue && centre.isNeutral() && crossfade.isExact();
+    return isDialogue && centre.isVoiceUnchanged() && crossfade.isExact();
 }
 
 /// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.

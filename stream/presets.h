@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "lanes/float_environment.h"
 #include "stream/gain.h"
 #include "stream/upmix_stream.h"
 
@@ -24,8 +25,8 @@ struct RoomSettings
     bool operator==(const RoomSettings&) const = default;
 };
 
-/// Applies settings to a stream. Its limiter needs StreamConfiguration::limiter too.
-inline void applySettings(const RoomSettings& settings, UpmixStream& stream) noexcept
+/// The arithmetic of applySettings. Not inlined, so that it stays in the scope of the environment.
+[[gnu::noinline]] inline void applyInEnvironment(const RoomSettings& settings, UpmixStream& stream) noexcept
 {
     stream.setMakeUpGain(gainFactor(settings.gainDb));
     stream.setLimiting(settings.limiter);
@@ -34,6 +35,14 @@ inline void applySettings(const RoomSettings& settings, UpmixStream& stream) noe
     stream.setBass(settings.bass);
     const double surroundDb = settings.surroundDb.value_or(kMinGainDb);
     stream.setSurroundGain(surroundDb == kMinGainDb ? 0.0f : gainFactor(surroundDb));
+}
+
+/// Applies settings to a stream. Its limiter needs StreamConfiguration::limiter too. Results do not depend on the
+/// floating-point mode of the calling thread.
+inline void applySettings(const RoomSettings& settings, UpmixStream& stream) noexcept
+{
+    const DefaultFloatEnvironment environment;
+    applyInEnvironment(settings, stream);
 }
 
 struct Preset

@@ -57,8 +57,9 @@ struct OutputSlot
         Engine,  ///< an engine output: 0 front left, 1 front right, 2 centre; with a remap matrix: one of its 4 columns
         Input,   ///< an input slot, delayed by the latency; integers stay exact, floats are rounded to 32-bit integers
         Silence, ///< zeros
-        /// A surround channel: 0 left and 1 right, behind the listener in 5.1 or at the sides in 7.1; 2 left and 3
-        /// right behind the listener in 7.1. If 2 or 3 is in use, all four are 3 dB softer. Not with a remap matrix.
+        /// A surround channel: 0 left and 1 right, at the sides in layouts that have sides, else behind the listener;
+        /// 2 left and 3 right, behind the listener in layouts that have sides. If 2 or 3 is in use, all four are 3 dB
+        /// softer. Not with a remap matrix.
         Surround,
         /// Left (0) or right (1) of the input, delayed by the latency, with the centre at another level: the upmix for
         /// two loudspeakers or headphones. If the gain of the centre is 1, integers are exact. Not with a remap matrix.

@@ -9,15 +9,16 @@ from measures import ratio_db
 
 BASS_HZ = 120
 FILTER_ORDER = 8
+FILTER_SETTLING_SECONDS = 0.5  # is not evaluated
 WINDOW_SECONDS = 0.4
 # Windows of the stereo that are this much weaker than its loudest one are left out.
 QUIET_WINDOW_DB = -40.0
 GAIN_WINDOW_SECONDS = 0.1
 
 
-def lowpass(signal, rate):
-    """The part of a mono signal below BASS_HZ."""
-    return scipy.signal.sosfilt(scipy.signal.butter(FILTER_ORDER, BASS_HZ, fs=rate, output="sos"), signal)
+def lowpass(signal, rate, limit_hz=BASS_HZ):
+    """The part of a mono signal below a limit."""
+    return scipy.signal.sosfilt(scipy.signal.butter(FILTER_ORDER, limit_hz, fs=rate, output="sos"), signal)
 
 
 def window_sums(signal, seconds, rate):
@@ -27,10 +28,18 @@ def window_sums(signal, seconds, rate):
     return signal[: windows * frames].reshape(windows, frames).sum(axis=1)
 
 
-def levels(stereo, outputs, rate):
+def window_powers(signal, rate):
+    """Power in overlapping Hann windows. At the edge of a rectangular one, a delay of a few ms would change it."""
+    frames = round(WINDOW_SECONDS * rate)
+    windows = np.lib.stride_tricks.sliding_window_view(signal**2, frames)[:: frames // 2]
+    return windows @ scipy.signal.windows.hann(frames)
+
+
+def levels(stereo, outputs, rate, limit_hz=BASS_HZ):
     """Level of the bass of all outputs together relative to that of the stereo, in dB per window."""
+    settled = round(FILTER_SETTLING_SECONDS * rate)
     before, after = (
-        window_sums(lowpass(signals.sum(axis=1), rate) ** 2, WINDOW_SECONDS, rate) for signals in (stereo, outputs)
+        window_powers(lowpass(signals.sum(axis=1), rate, limit_hz)[settled:], rate) for signals in (stereo, outputs)
     )
     loud = before > before.max() * 10 ** (QUIET_WINDOW_DB / 10)
     return np.array([ratio_db(part, whole) for part, whole in zip(after[loud], before[loud])], dtype=float)

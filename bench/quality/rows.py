@@ -184,7 +184,7 @@ FOOTNOTES = [
     "to the artefacts in C, through those fixed filters.",
     "(11) Level of all outputs together relative to the stereo, relative to its mean over the bands from "
     f"{timbre.THIRD_OCTAVES_HZ[0]} Hz to {timbre.THIRD_OCTAVES_HZ[-1] // 1000} kHz; mean over the tracks.",
-    f"(12) FL + FR + C below {bass.BASS_HZ} Hz relative to L + R, in windows of {1000 * bass.WINDOW_SECONDS:g} ms; "
+    f"(12) FL + FR + C below {bass.BASS_HZ} Hz relative to L + R, in Hann windows of {1000 * bass.WINDOW_SECONDS:g} ms; "
     "mean over the tracks.",
     f"(13) Gain of centred pink noise in FL + FR + C below {bass.BASS_HZ} Hz relative to that in L + R, in windows of "
     f"{1000 * bass.GAIN_WINDOW_SECONDS:g} ms: mean over time, and difference of the percentiles {flutter.PERCENTILES[1]} "

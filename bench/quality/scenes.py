@@ -8,6 +8,7 @@ seed of the caller. A mix is rounded to 24 bits once, so that all systems under 
 from dataclasses import dataclass
 
 import numpy as np
+import scipy.signal
 import soundfile
 
 import recordings
@@ -37,6 +38,10 @@ FLUTTER_RAMP_SECONDS = 0.005
 FLUTTER_PERIODS_SECONDS = [0.25, 1.0, 2.0]
 FLUTTER_SIDE_LEVELS_DB = [-6.0, 0.0, 6.0]  # of the left source while it is on, relative to the centred one
 BASS_SIDE = (2.0, 0.0)  # period and level of the left source beside centred bass
+
+REVERBERATION_SECONDS = 0.4  # until the level has fallen by 60 dB
+REVERBERATION_LEVEL_DB = -6.0  # of both sides together, relative to the dry speech
+REVERBERATION_DELAY_SECONDS = 0.1  # more than the window of the measurement, so that it counts as another stem
 
 # Bursts and clicks in changing places.
 PLACES = ("left", "right", "centre")  # in the order of the outputs FL FR C
@@ -169,6 +174,17 @@ def music_alone(half, index, seconds, rate=RATE_HZ):
     channels *= MUSIC_PEAK / np.abs(channels).max()
     stems = {"left": channels[:, 0], "right": channels[:, 1]}
     return Scene(f"music {index}", rate, stems, {"left": (1.0, 0.0), "right": (0.0, 1.0)}, rate)
+
+
+def reverberation(dry, generator):
+    """Independent reverberation left and right."""
+    time = np.arange(round(REVERBERATION_SECONDS * RATE_HZ)) / RATE_HZ
+    envelope = 10 ** (-3 * time / REVERBERATION_SECONDS)
+    delay = np.zeros(round(REVERBERATION_DELAY_SECONDS * RATE_HZ))
+    responses = [np.concatenate([delay, envelope * generator.standard_normal(len(time))]) for _ in range(2)]
+    sides = [scipy.signal.fftconvolve(dry, response)[: len(dry)] for response in responses]
+    level = 10 * np.log10(np.mean(dry**2)) + REVERBERATION_LEVEL_DB - 3
+    return [at_level(side, level) for side in sides]
 
 
 def recording(seconds):

@@ -8,27 +8,20 @@ minutes.
 """
 # SPDX-License-Identifier: MIT
 
-import argparse
 from concurrent.futures import ProcessPoolExecutor
 import os
-from pathlib import Path
 import sys
-import tempfile
 
-# The number of threads of a linear algebra library must not affect the figures.
-for variable in ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS"):
-    os.environ[variable] = "1"
+import doc_table
+from doc_table import Row
 
-ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tools"))
+sys.path.insert(0, str(doc_table.ROOT / "tools"))
 
 import numpy as np
 import scipy.signal
-import soundfile
 
 import design_chains
 import measures
-import page
 import recordings
 import scenes
 import systems
@@ -39,13 +32,8 @@ SETTLE = RATE_HZ  # frames at the start that are not evaluated
 LOOK_AHEAD_FRAMES = 384  # of the surround channels at 48 kHz
 BEHIND = [3, 4]
 SECONDS = 15
-SILENCE_DB = -140.0  # rounding errors of a signal that cancels are below
 PANS_DEGREES = (15.0, 22.5, 30.0, 40.0, 60.0)
 ROOMS = 8
-REVERBERATION_SECONDS = 0.4  # until the level has fallen by 60 dB
-REVERBERATION_LEVEL_DB = -6.0  # of both sides together, relative to the dry speech
-REVERBERATION_DELAY_SECONDS = 0.1  # more than the window of the measurement, so that it counts as another stem
-BEGIN, END = (f"<!-- written by bench/quality/surrounds.py --write-docs: {word} -->\n" for word in ("begin", "end"))
 
 
 class Tarn51:
@@ -58,12 +46,8 @@ class Tarn51:
 
     def outputs(self, stereo):
         """FL FR C BL BR."""
-        with tempfile.TemporaryDirectory() as directory:
-            source, result = Path(directory) / "in.wav", Path(directory) / "out.wav"
-            soundfile.write(source, stereo, RATE_HZ, "PCM_24")
-            options = ["--quiet", "--preset", "plain", "--surrounds", "0", "--layout", "5.1"]
-            systems.run_command([self.command, "upmix", *options, source, result])
-            return soundfile.read(result)[0][:, [0, 1, 2, 4, 5]]
+        options = ["--preset", "plain", "--surrounds", "0", "--layout", "5.1"]
+        return systems.upmix(self.command, stereo, RATE_HZ, options)[:, [0, 1, 2, 4, 5]]
 
     def without_chains(self, outputs):
         """The outputs with the surround channels as they are before their all-pass chains and without their delay."""
@@ -134,23 +118,12 @@ def correlation(outputs):
     return abs(float(np.corrcoef(outputs[SETTLE:, BEHIND].T)[0, 1]))
 
 
-def reverberation(dry, generator):
-    """Independent reverberation left and right."""
-    time = np.arange(round(REVERBERATION_SECONDS * RATE_HZ)) / RATE_HZ
-    envelope = 10 ** (-3 * time / REVERBERATION_SECONDS)
-    delay = np.zeros(round(REVERBERATION_DELAY_SECONDS * RATE_HZ))
-    responses = [np.concatenate([delay, envelope * generator.standard_normal(len(time))]) for _ in range(2)]
-    sides = [scipy.signal.fftconvolve(dry, response)[: len(dry)] for response in responses]
-    level = 10 * np.log10(np.mean(dry**2)) + REVERBERATION_LEVEL_DB - 3
-    return [at_level(side, level) for side in sides]
-
-
 def reverberant_figures(system):
     """Leak of speech in its reverberation and the share of this behind, means over several rooms."""
     found = []
     for room in range(ROOMS):
         speech = at_level(recordings.speech(recordings.DESIGN_HALF, room, RATE_HZ, SECONDS), -25)
-        sides = np.column_stack(reverberation(speech, np.random.default_rng([3, room])))
+        sides = np.column_stack(scenes.reverberation(speech, np.random.default_rng([3, room])))
         stereo = sides + scenes.HALF_POWER * speech[:, None]
         found.append(leak(system, np.column_stack([speech, sides]), stereo))
     return {
@@ -223,58 +196,32 @@ def measure(system):
 
 
 ROWS = [
-    ("panned", f"panned source behind (worst of {len(PANS_DEGREES)} pans)", "dB"),
-    ("diffuse_behind", "diffuse noise, share behind", "%"),
-    ("diffuse_level", "diffuse noise, level of all outputs", "dB"),
-    ("diffuse_correlation", "diffuse noise, correlation behind", "1"),
-    ("opposite_behind", "opposite phase, share behind", "%"),
-    ("speech_leak", "speech in diffuse noise: behind relative to C", "dB"),
-    ("speech_artefacts", "speech in diffuse noise: artefacts behind relative to all outputs", "dB"),
-    ("half_left_leak", "half-left source in noise at -6 dB: behind relative to the fronts", "dB"),
-    (
+    Row("panned", f"panned source behind (worst of {len(PANS_DEGREES)} pans)", "dB"),
+    Row("diffuse_behind", "diffuse noise, share behind", "%"),
+    Row("diffuse_level", "diffuse noise, level of all outputs", "dB"),
+    Row("diffuse_correlation", "diffuse noise, correlation behind", "1", 2),
+    Row("opposite_behind", "opposite phase, share behind", "%"),
+    Row("speech_leak", "speech in diffuse noise: behind relative to C", "dB"),
+    Row("speech_artefacts", "speech in diffuse noise: artefacts behind relative to all outputs", "dB"),
+    Row("half_left_leak", "half-left source in noise at -6 dB: behind relative to the fronts", "dB"),
+    Row(
         "reverberant_leak",
-        f"speech in reverberation of {REVERBERATION_SECONDS:g} s at {REVERBERATION_LEVEL_DB:g} dB: behind relative to C, mean of {ROOMS} rooms",
+        f"speech in reverberation of {scenes.REVERBERATION_SECONDS:g} s at {scenes.REVERBERATION_LEVEL_DB:g} dB: behind relative to C, mean of {ROOMS} rooms",
         "dB",
     ),
-    ("reverberation_behind", "reverberation, share behind", "%"),
-    ("pumping", "steady noise behind beside a centred source that comes and goes: change of level", "dB"),
-    ("music_leak_mean", "speech over music: behind relative to C, mean of the tracks", "dB"),
-    ("music_leak_worst", "speech over music: behind relative to C, worst track", "dB"),
-    ("music_artefacts", "speech over music: artefacts behind relative to all outputs, mean", "dB"),
-    ("music_correlation", "music, correlation behind, worst track", "1"),
+    Row("reverberation_behind", "reverberation, share behind", "%"),
+    Row("pumping", "steady noise behind beside a centred source that comes and goes: change of level", "dB"),
+    Row("music_leak_mean", "speech over music: behind relative to C, mean of the tracks", "dB"),
+    Row("music_leak_worst", "speech over music: behind relative to C, worst track", "dB"),
+    Row("music_artefacts", "speech over music: artefacts behind relative to all outputs, mean", "dB"),
+    Row("music_correlation", "music, correlation behind, worst track", "1", 2),
 ]
 
 
-def cell(value, unit):
-    """A figure as text."""
-    if value is None or (unit == "dB" and value < SILENCE_DB):
-        return "-"
-    return f"{100 * value:.0f} %" if unit == "%" else f"{value:.2f}" if unit == "1" else f"{value:.1f}"
-
-
-def table(results):
-    """The results as a Markdown table."""
-    lines = ["| | unit | " + " | ".join(results) + " |", "|---|---|" + "---|" * len(results)]
-    for key, title, unit in ROWS:
-        cells = " | ".join(cell(found[key], unit) for found in results.values())
-        lines.append(f"| {title} | {unit} | {cells} |")
-    return "\n".join(lines)
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tarn", type=Path, default=ROOT / "build/tarn/cli/tarn", metavar="PATH", help="the command")
-    parser.add_argument("--write-docs", action="store_true", help="write the table into docs/quality.md")
-    options = parser.parse_args()
-    if not options.tarn.is_file():
-        sys.exit(f"surrounds: {options.tarn}: no such command; build it first or name it with --tarn")
-    recordings.fetch()
-    compared = [Tarn51(options.tarn), Ffmpeg51(), PassiveDifference()]
-    text = table({system.label: measure(system) for system in compared})
-    print(text)
-    if options.write_docs:
-        page.replace_between(BEGIN, END, f"\n{text}\n\n")
+def results(tarn):
+    """The figures of all systems."""
+    return {system.label: measure(system) for system in (Tarn51(tarn), Ffmpeg51(), PassiveDifference())}
 
 
 if __name__ == "__main__":
-    main()
+    doc_table.main("surrounds", __doc__, ROWS, results)

@@ -29,12 +29,26 @@ def run_command(arguments, **options):
     return result.stdout
 
 
+def upmix(command, stereo, rate, options):
+    """All channels of `tarn upmix` with 24-bit files."""
+    with tempfile.TemporaryDirectory() as directory:
+        source, result = Path(directory) / "in.wav", Path(directory) / "out.wav"
+        soundfile.write(source, stereo, rate, "PCM_24")
+        run_command([command, "upmix", "--quiet", *options, source, result])
+        outputs, _ = soundfile.read(result)
+    if len(outputs) != len(stereo):
+        raise MeasurementError(f"{command}: {len(outputs)} frames out, {len(stereo)} in")
+    if np.abs(outputs).max() >= 1 - 2**-23:
+        raise MeasurementError(f"{command}: the output clips, so the figures would be invalid")
+    return outputs
+
+
 # Modes of the `tarn` command; the first is its default.
 MODES = ("fast", "calm")
 
 
 class Tarn:
-    """The `tarn` command with 24-bit files."""
+    """The `tarn` command."""
 
     def __init__(self, command, mode=MODES[0]):
         self.command = command
@@ -42,18 +56,7 @@ class Tarn:
         self.label = "Tarn" if mode == MODES[0] else f"Tarn, {mode}"
 
     def _run(self, stereo, rate, *options):
-        with tempfile.TemporaryDirectory() as directory:
-            source, result = Path(directory) / "in.wav", Path(directory) / "out.wav"
-            soundfile.write(source, stereo, rate, "PCM_24")
-            run_command(
-                [self.command, "upmix", "--quiet", "--preset", "plain", "--mode", self.mode, *options, source, result]
-            )
-            output, _ = soundfile.read(result)
-        if output.shape != (len(stereo), 3):
-            raise MeasurementError(f"{self.command}: {output.shape} samples out, {stereo.shape} in")
-        if np.abs(output).max() >= 1 - 2**-23:
-            raise MeasurementError(f"{self.command}: the output clips, so the figures would be invalid")
-        return output
+        return upmix(self.command, stereo, rate, ["--preset", "plain", "--mode", self.mode, *options])
 
     def stream(self, stereo, rate):
         return self._run(stereo, rate, "--no-align")

@@ -48,7 +48,10 @@ RoomStream::RoomStream()
               .gain = zrk_tarn::gainFactor(kSettings.gainDb),
               .centre = zrk_tarn::gainFactor(kSettings.centreDb),
               .width = static_cast<float>(kSettings.width),
-              .surround = zrk_tarn::gainFactor(kSettings.surroundDb.value())},
+              .surround = zrk_tarn::gainFactor(kSettings.surroundDb.value()),
+              .lfe = 1.0f,
+              .bassInFronts = kSettings.bass == zrk_tarn::BassMode::Fronts,
+              .limiting = kSettings.limiter},
       stage(kConfiguration, kFormat.bits)
 {
     for (const int pairs : {1, 2}) {

@@ -1,50 +1,32 @@
-// An ALSA PCM that upmixes the stereo it plays to 3.0 or 5.1 on its slave.
+// An ALSA PCM that upmixes the stereo it plays to the layout of its slave.
 // SPDX-License-Identifier: MIT
-#include "stream/gain.h"
-#include "stream/steering_mode_names.h"
+#include "settings.h"
+
 #include "stream/upmix_stream.h"
 
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cmath>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <iterator>
 #include <memory>
 #include <new>
 #include <optional>
-#include <string>
+#include <stdexcept>
 
 namespace
 {
 
+using tarn_alsa::kMaxChannels;
+using tarn_alsa::Settings;
+
 constexpr unsigned kInputChannels = 2;
-constexpr unsigned kMaxChannels = 6;
 constexpr std::size_t kMaxSampleBytes = 4;
 constexpr snd_pcm_uframes_t kChunkFrames = 256; ///< processed at a time
-
-/// A layout of the slave, with ALSA's order of channels.
-struct Layout
-{
-    const char* name;
-    double number; ///< of the name, which ALSA parses as a number if it is not quoted
-    unsigned channels;
-    std::array<zrk_tarn::OutputSlot, 8> slots;
-};
-
-using Source = zrk_tarn::OutputSlot::Source;
-constexpr Layout kLayouts[] = {
-    {"3.0", 3.0, 3, {{{Source::Engine, 0}, {Source::Engine, 1}, {Source::Engine, 2}}}}, // FL FR FC
-    {"5.1",
-     5.1,
-     6,
-     {{{Source::Engine, 0}, {Source::Engine, 1}, {}, {}, {Source::Engine, 2}, {}}}}}; // FL FR RL RR FC LFE
 
 constexpr unsigned kFormats[] = {SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S24_3LE, SND_PCM_FORMAT_S32_LE};
 
@@ -54,16 +36,6 @@ zrk_tarn::SampleFormat sampleFormat(snd_pcm_format_t format) noexcept
     if (format == SND_PCM_FORMAT_S24_3LE) return zrk_tarn::SampleFormat::S24;
     return zrk_tarn::SampleFormat::S32;
 }
-
-/// The fields of a configuration.
-struct Settings
-{
-    snd_config_t* slave = nullptr;
-    const Layout* layout = &kLayouts[0];
-    bool enabled = true;
-    zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
-    double gainDb = 0.0;
-};
 
 /// A PCM of type tarn.
 struct Pcm
@@ -98,7 +70,8 @@ int createStream(snd_pcm_extplug_t* plug, snd_pcm_hw_params_t*)
                                                       .format = sampleFormat(plug->format),
                                                       .outputSlots = pcm.settings.layout->channels,
                                                       .outputs = pcm.settings.layout->slots,
-                                                      .mode = pcm.settings.mode};
+                                                      .mode = pcm.settings.mode,
+                                                      .limiter = true};
     if (const char* const problem = zrk_tarn::UpmixStream::problemOf(configuration)) {
         SNDERR("tarn: %u Hz: %s", plug->rate, problem);
         return -EINVAL;
@@ -109,7 +82,7 @@ int createStream(snd_pcm_extplug_t* plug, snd_pcm_hw_params_t*)
         return -ENOMEM;
     }
     pcm.stream->setBypass(!pcm.settings.enabled);
-    pcm.stream->setMakeUpGain(zrk_tarn::gainFactor(pcm.settings.gainDb));
+    zrk_tarn::applySettings(pcm.settings.room, *pcm.stream);
     return 0;
 }
 
@@ -187,75 +160,6 @@ constexpr snd_pcm_extplug_callback_t kCallbacks = {.transfer = transfer,
                                                    .get_chmap = channelMap,
                                                    .set_chmap = nullptr};
 
-/// The layout of a name; null if there is none.
-const Layout* layoutOf(const snd_config_t* node)
-{
-    const char* name = nullptr;
-    double number = 0.0;
-    if (snd_config_get_string(node, &name) < 0 && snd_config_get_ireal(node, &number) < 0) return nullptr;
-    for (const Layout& layout : kLayouts)
-        if (name != nullptr ? std::strcmp(name, layout.name) == 0 : std::abs(number - layout.number) < 0.01)
-            return &layout;
-    return nullptr;
-}
-
-/// Reads one field. Returns false, with a message in the log, if its name or value is wrong.
-bool readField(snd_config_t* node, const char* id, Settings& settings)
-{
-    const std::string field = id;
-    if (field == "comment" || field == "type" || field == "hint") return true;
-    if (field == "slave") {
-        settings.slave = node;
-        return true;
-    }
-    if (field == "layout") {
-        settings.layout = layoutOf(node);
-        if (settings.layout == nullptr) SNDERR("tarn: layout has to be \"3.0\" or \"5.1\"");
-        return settings.layout != nullptr;
-    }
-    if (field == "enabled") {
-        const int value = snd_config_get_bool(node);
-        if (value < 0) SNDERR("tarn: enabled has to be true or false");
-        settings.enabled = value > 0;
-        return value >= 0;
-    }
-    if (field == "mode") {
-        const char* name = "";
-        snd_config_get_string(node, &name);
-        const auto mode = zrk_tarn::steeringModeNamed(name);
-        if (!mode) SNDERR("tarn: mode has to be fast or calm");
-        settings.mode = mode.value_or(settings.mode);
-        return mode.has_value();
-    }
-    if (field == "gain") {
-        const bool valid = snd_config_get_ireal(node, &settings.gainDb) >= 0 &&
-                           settings.gainDb >= zrk_tarn::kMinGainDb && settings.gainDb <= zrk_tarn::kMaxGainDb;
-        if (!valid) SNDERR("tarn: gain has to be %.0f to %.0f, in dB", zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb);
-        return valid;
-    }
-    SNDERR("tarn: there is no field %s; there are slave, layout, enabled, mode and gain", id);
-    return false;
-}
-
-/// Reads a configuration. Returns nothing, with a message in the log, if it is wrong.
-std::optional<Settings> readSettings(const snd_config_t* configuration)
-{
-    Settings settings;
-    snd_config_iterator_t at = nullptr;
-    snd_config_iterator_t next = nullptr;
-    snd_config_for_each(at, next, configuration)
-    {
-        snd_config_t* const node = snd_config_iterator_entry(at);
-        const char* id = nullptr;
-        if (snd_config_get_id(node, &id) >= 0 && !readField(node, id, settings)) return std::nullopt;
-    }
-    if (settings.slave == nullptr) {
-        SNDERR("tarn: slave is missing: the PCM that plays the %s", settings.layout->name);
-        return std::nullopt;
-    }
-    return settings;
-}
-
 /// Counts the PCMs of type tarn that a thread is opening, each as the slave of the one before it.
 class Nesting
 {
@@ -273,7 +177,7 @@ private:
     static inline thread_local int depth = 0;
 };
 
-/// Opens a PCM of type tarn.
+/// Opens a PCM of type tarn. Throws as readSettings does.
 int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_config_t* configuration,
          snd_pcm_stream_t direction, int mode)
 {
@@ -281,8 +185,7 @@ int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_con
         SNDERR("tarn: only plays; record from another PCM");
         return -EINVAL;
     }
-    const std::optional<Settings> settings = readSettings(configuration);
-    if (!settings) return -EINVAL;
+    const Settings settings = tarn_alsa::readSettings(configuration);
     const Nesting nesting;
     if (Nesting::isEndless()) {
         SNDERR("tarn: the slave of this PCM plays to this PCM again; name a device as slave.pcm, such as \"hw:0\"");
@@ -291,18 +194,18 @@ int open(snd_pcm_t** result, const char* name, snd_config_t* root, const snd_con
 
     auto owned = std::make_unique<Pcm>();
     Pcm& pcm = *owned;
-    pcm.settings = *settings;
+    pcm.settings = settings;
     pcm.plug.version = SND_PCM_EXTPLUG_VERSION;
     pcm.plug.name = "Tarn upmix";
     pcm.plug.callback = &kCallbacks;
     pcm.plug.private_data = &pcm;
-    if (const int error = snd_pcm_extplug_create(&pcm.plug, name, root, settings->slave, direction, mode); error < 0)
+    if (const int error = snd_pcm_extplug_create(&pcm.plug, name, root, settings.slave, direction, mode); error < 0)
         return error;
     static_cast<void>(owned.release()); // ALSA frees it with the callback close
 
     const bool constrained =
         snd_pcm_extplug_set_param(&pcm.plug, SND_PCM_EXTPLUG_HW_CHANNELS, kInputChannels) >= 0 &&
-        snd_pcm_extplug_set_slave_param(&pcm.plug, SND_PCM_EXTPLUG_HW_CHANNELS, settings->layout->channels) >= 0 &&
+        snd_pcm_extplug_set_slave_param(&pcm.plug, SND_PCM_EXTPLUG_HW_CHANNELS, settings.layout->channels) >= 0 &&
         snd_pcm_extplug_set_param_list(&pcm.plug, SND_PCM_EXTPLUG_HW_FORMAT, std::size(kFormats), kFormats) >= 0 &&
         snd_pcm_extplug_set_slave_param_list(&pcm.plug, SND_PCM_EXTPLUG_HW_FORMAT, std::size(kFormats), kFormats) >=
             0 &&
@@ -323,6 +226,9 @@ SND_PCM_PLUGIN_DEFINE_FUNC(tarn)
 {
     try {
         return open(pcmp, name, root, conf, stream, mode);
+    } catch (const std::invalid_argument& invalid) {
+        SNDERR("tarn: %s", invalid.what());
+        return -EINVAL;
     } catch (const std::exception&) {
         return -ENOMEM;
     }

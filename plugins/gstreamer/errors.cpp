@@ -15,7 +15,7 @@ namespace tarn_gst
 
 void initDebugCategory()
 {
-    GST_DEBUG_CATEGORY_INIT(debugCategory, "tarnupmix", 0, "stereo to 3.0 and 5.1");
+    GST_DEBUG_CATEGORY_INIT(debugCategory, "tarnupmix", 0, "stereo to 3.0, 5.1 and 7.1");
 }
 
 GstFlowReturn outOfMemory(GstTarnUpmix* self, const char* sentence)

@@ -78,7 +78,9 @@ GstMessage* meterMessage(GstElement* element, const GstSegment& segment, const I
         "tarnupmix", "endtime", GST_TYPE_CLOCK_TIME, interval.to, "timestamp", G_TYPE_UINT64, interval.from,
         "stream-time", G_TYPE_UINT64, streamTime(segment, interval.from), "running-time", G_TYPE_UINT64,
         runningTime(segment, interval.from), "duration", G_TYPE_UINT64, interval.duration, "blocks", G_TYPE_UINT64,
-        meters.blocks, "saturated", G_TYPE_UINT64, meters.saturated, "invalid", G_TYPE_UINT64, meters.invalid, nullptr);
+        meters.blocks, "saturated", G_TYPE_UINT64, meters.saturated, "invalid", G_TYPE_UINT64, meters.invalid,
+        "limiter-gain", G_TYPE_DOUBLE, decibels(meters.limiterGain), "smallest-limiter-gain", G_TYPE_DOUBLE,
+        decibels(meters.smallestLimiterGain), "limited-blocks", G_TYPE_UINT64, meters.limitedBlocks, nullptr);
     addList(structure, "peak", meters.peak, channels, levelValue);
     addList(structure, "rms", meters.rms, channels, levelValue);
     addList(structure, "left-right", meters.leftRight, std::size(meters.leftRight), steeringValue);

@@ -12,5 +12,5 @@ gboolean registerElements(GstPlugin* plugin)
 
 } // namespace
 
-GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, tarn, "Stereo to 3.0 and 5.1 with Tarn", registerElements,
+GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, tarn, "Stereo to 3.0, 5.1 and 7.1 with Tarn", registerElements,
                   TARN_VERSION, "MIT/X11", "Tarn", "https://tarn.invalid/")

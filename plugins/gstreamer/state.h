@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "stream/presets.h"
 #include "stream/upmix_stream.h"
 
 #include <gst/base/gstbasetransform.h>
@@ -11,15 +12,16 @@
 namespace tarn_gst
 {
 
-/// The delay of a stream in frames.
-inline constexpr guint64 kLatency = zrk_tarn::UpmixStream::latencyFrames();
+/// The delay of a stream in frames. It is that with the limiter, also while the limiter is off.
+inline constexpr guint64 kLatency = zrk_tarn::UpmixStream::latencyFrames({.limiter = true});
 
 /// Values of the properties.
 struct Settings
 {
     bool bypass = false;
     zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
-    double makeUpGainDb = 0.0;
+    int preset = 0; ///< number of the preset that was set last
+    zrk_tarn::RoomSettings room = zrk_tarn::kPresets[0].settings;
     bool postMessages = false;
     GstClockTime interval = 100 * GST_MSECOND;
 };
@@ -43,6 +45,7 @@ struct State
     Settings settings;
     std::unique_ptr<zrk_tarn::UpmixStream> stream; ///< null while input passes through; only read without the lock by
                                                    ///< the streaming thread, which replaces it
+    bool isForTwoLoudspeakers = false;             ///< whether the stream's output is stereo
     GstClockTime latency = 0;
 
     // The streaming thread owns these.

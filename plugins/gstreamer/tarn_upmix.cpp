@@ -57,7 +57,7 @@ GstCaps* fixateCaps(GstBaseTransform*, GstPadDirection direction, GstCaps*, GstC
 }
 
 /// Replaces the stream, also by none, and tells the pipeline if that changes the latency.
-void setStream(GstTarnUpmix* self, std::unique_ptr<UpmixStream> stream, guint64 rateHz)
+void setStream(GstTarnUpmix* self, std::unique_ptr<UpmixStream> stream, guint64 rateHz, bool isForTwoLoudspeakers)
 {
     State& state = stateOf(self);
     state.run = {};
@@ -66,23 +66,24 @@ void setStream(GstTarnUpmix* self, std::unique_ptr<UpmixStream> stream, guint64 
     {
         const ObjectLock lock(self);
         std::swap(state.stream, stream);
+        state.isForTwoLoudspeakers = isForTwoLoudspeakers;
         changed = std::exchange(state.latency, latency) != latency;
         applySettings(state);
     }
     if (changed) gst_element_post_message(GST_ELEMENT(self), gst_message_new_latency(GST_OBJECT(self)));
 }
 
-/// Creates the stream for new caps. Caps with the same number of channels on both sides pass through. The tail of the
-/// previous stream goes out first, because downstream still has the previous caps.
+/// Creates the stream for new caps, or none for those that pass through. The tail of the previous stream goes out
+/// first, because downstream still has the previous caps.
 gboolean setCaps(GstBaseTransform* base, GstCaps* input, GstCaps* output)
 {
     auto* const self = reinterpret_cast<GstTarnUpmix*>(base);
     State& state = stateOf(self);
     drainRun(self);
-    const bool passesThrough = channelsOf(input) == channelsOf(output);
+    const bool passesThrough = !isUpmixable(input);
     gst_base_transform_set_passthrough(base, passesThrough);
     if (passesThrough) {
-        setStream(self, nullptr, 0);
+        setStream(self, nullptr, 0, false);
         return TRUE;
     }
     GstAudioInfo from{};
@@ -100,7 +101,7 @@ gboolean setCaps(GstBaseTransform* base, GstCaps* input, GstCaps* output)
     state.inputFrameBytes = static_cast<gsize>(GST_AUDIO_INFO_BPF(&from));
     state.outputChannels = configuration.outputSlots;
     state.outputFrameBytes = static_cast<gsize>(GST_AUDIO_INFO_BPF(&to));
-    setStream(self, std::move(stream), state.rateHz);
+    setStream(self, std::move(stream), state.rateHz, isForTwoLoudspeakers(configuration));
     return TRUE;
 }
 
@@ -154,7 +155,7 @@ gboolean answerQuery(GstBaseTransform* base, GstPadDirection direction, GstQuery
 
 gboolean stop(GstBaseTransform* base)
 {
-    setStream(reinterpret_cast<GstTarnUpmix*>(base), nullptr, 0);
+    setStream(reinterpret_cast<GstTarnUpmix*>(base), nullptr, 0, false);
     return TRUE;
 }
 
@@ -182,7 +183,7 @@ static void gst_tarn_upmix_class_init(GstTarnUpmixClass* ownClass)
     auto* const elementClass = GST_ELEMENT_CLASS(ownClass);
     gst_element_class_set_static_metadata(
         elementClass, "Tarn upmix", "Filter/Converter/Audio",
-        "Upmixes stereo to 3.0 or 5.1: sources in the middle move to the centre; other audio passes unchanged",
+        "Upmixes stereo to 3.0, 5.1 or 7.1, or changes the level of voices in stereo; other audio passes unchanged",
         "The Tarn authors <maintainers@tarn.invalid>");
     addPad(elementClass, "sink", GST_PAD_SINK, sinkCaps());
     addPad(elementClass, "src", GST_PAD_SRC, sourceCaps());

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "upmix_caps.h"
 
+#include "layouts.h"
+
 #include <memory>
 #include <utility>
 
@@ -46,14 +48,6 @@ private:
 
 constexpr char kUpmixable[] = "audio/x-raw, format={ S16LE, S24LE, S24_32LE, S32LE, F32LE }, layout=interleaved, "
                               "channels=2";
-constexpr guint64 kStereoMask = 0x3; ///< front left, front right
-
-/// The layouts of upmixed stereo, the preferred one first.
-constexpr struct
-{
-    int channels;
-    guint64 mask; ///< FL FR FC, then LFE RL RR
-} kLayouts[] = {{3, 0x7}, {6, 0x3f}};
 
 /// Stereo that can be upmixed.
 Caps upmixable()
@@ -77,10 +71,10 @@ Caps upmixed(const Caps& stereo)
 {
     Caps wide(gst_caps_new_empty());
     for (guint i = 0; i < stereo.size(); ++i)
-        for (const auto& [channels, mask] : kLayouts) {
+        for (const Layout& layout : kUpmixLayouts) {
             GstStructure* const structure = gst_structure_copy(stereo.at(i));
-            gst_structure_set(structure, "channels", G_TYPE_INT, channels, "channel-mask", GST_TYPE_BITMASK, mask,
-                              nullptr);
+            gst_structure_set(structure, "channels", G_TYPE_INT, layout.channels, "channel-mask", GST_TYPE_BITMASK,
+                              layout.mask, nullptr);
             wide.merge(structure);
         }
     return wide;
@@ -99,13 +93,13 @@ Caps narrowed(const Caps& wide)
     return stereo;
 }
 
-/// Caps that pass through: mono and more than two channels; stereo in the formats for upmixing, at other rates; and
-/// upmixable stereo, if downstream accepts stereo only.
+/// Caps that both sides can have. Upmixable stereo stays stereo if downstream accepts stereo only; the others pass
+/// through: mono and more than two channels, and stereo in the formats for upmixing, at other rates.
 ///
-/// Stereo in other formats never passes: a converter upstream would keep such a format, or even choose another rate for
+/// Stereo in other formats is refused: a converter upstream would keep such a format, or even choose another rate for
 /// it, instead of converting to upmixable caps. Each range of rates is a separate structure, because GStreamer cannot
 /// fixate a list of ranges.
-Caps passing()
+Caps sameOnBothSides()
 {
     Caps caps(gst_caps_from_string("audio/x-raw, channels=[ 3, 2147483647 ]; audio/x-raw, channels=1"));
     const Caps stereo = upmixable();
@@ -130,7 +124,7 @@ bool isOtherPair(const GstStructure* structure)
     int channels = 0;
     guint64 mask = 0;
     return gst_structure_get_int(structure, "channels", &channels) && channels == 2 &&
-           gst_structure_get(structure, "channel-mask", GST_TYPE_BITMASK, &mask, nullptr) && mask != kStereoMask;
+           gst_structure_get(structure, "channel-mask", GST_TYPE_BITMASK, &mask, nullptr) && mask != kStereoLayout.mask;
 }
 
 SampleFormat formatOf(const GstAudioInfo& info)
@@ -154,14 +148,14 @@ SampleFormat formatOf(const GstAudioInfo& info)
 GstCaps* sinkCaps()
 {
     Caps caps = upmixable();
-    caps.merge(passing());
+    caps.merge(sameOnBothSides());
     return caps.release();
 }
 
 GstCaps* sourceCaps()
 {
     Caps caps = upmixed(upmixable());
-    caps.merge(passing());
+    caps.merge(sameOnBothSides());
     return caps.release();
 }
 
@@ -175,7 +169,7 @@ GstCaps* transformedCaps(GstPadDirection direction, const GstCaps* caps)
     }
     Caps transformed =
         direction == GST_PAD_SINK ? upmixed(candidates & upmixable()) : narrowed(candidates & upmixed(upmixable()));
-    transformed.merge(candidates & passing());
+    transformed.merge(candidates & sameOnBothSides());
     transformed.merge(std::move(otherPairs));
     return transformed.release();
 }
@@ -188,20 +182,26 @@ GstCaps* fixatedCaps(GstPadDirection direction, GstCaps* possible)
     return gst_caps_fixate(gst_caps_copy((upmix ? wide : all).get()));
 }
 
-int channelsOf(const GstCaps* caps)
+bool isUpmixable(const GstCaps* input)
 {
-    int channels = 0;
-    gst_structure_get_int(gst_caps_get_structure(caps, 0), "channels", &channels);
-    return channels;
+    return gst_caps_can_intersect(input, upmixable().get()) != FALSE && !isOtherPair(gst_caps_get_structure(input, 0));
 }
 
 zrk_tarn::StreamConfiguration configurationFor(const GstAudioInfo& input, const GstAudioInfo& output)
 {
-    zrk_tarn::StreamConfiguration configuration; // engine outputs in the first three slots, silence in others
-    configuration.sampleRateHz = static_cast<std::uint32_t>(GST_AUDIO_INFO_RATE(&input));
-    configuration.format = formatOf(input);
-    configuration.outputSlots = static_cast<std::uint32_t>(GST_AUDIO_INFO_CHANNELS(&output));
-    return configuration;
+    const Layout* layout = &kStereoLayout;
+    for (const Layout& upmix : kUpmixLayouts)
+        if (upmix.channels == GST_AUDIO_INFO_CHANNELS(&output)) layout = &upmix;
+    return {.sampleRateHz = static_cast<std::uint32_t>(GST_AUDIO_INFO_RATE(&input)),
+            .format = formatOf(input),
+            .outputSlots = static_cast<std::uint32_t>(layout->channels),
+            .outputs = layout->outputs,
+            .limiter = true};
+}
+
+bool isForTwoLoudspeakers(const zrk_tarn::StreamConfiguration& configuration)
+{
+    return configuration.outputSlots == static_cast<std::uint32_t>(kStereoLayout.channels);
 }
 
 } // namespace tarn_gst

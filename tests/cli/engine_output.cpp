@@ -2,13 +2,19 @@
 // SPDX-License-Identifier: MIT
 #include "tests/cli/engine_output.h"
 
+#include "cli/layout.h"
+#include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
+#include "room/limiter.h"
 #include "stream/gain.h"
 #include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <map>
+#include <sstream>
 #include <vector>
 
 namespace tarn_cli
@@ -48,14 +54,42 @@ std::int32_t load(const std::uint8_t* from, std::size_t bytes)
     return static_cast<std::int32_t>(word);
 }
 
+std::vector<std::string> slotNamesOf(const std::string& layout)
+{
+    std::istringstream names{std::string(tarn::layoutNamed(layout).slotNames)};
+    return {std::istream_iterator<std::string>(names), {}};
+}
+
+/// Whether a layout has a slot of this name.
+bool hasSlot(const std::vector<std::string>& slotNames, const std::string& name)
+{
+    return std::find(slotNames.begin(), slotNames.end(), name) != slotNames.end();
+}
+
+/// The source that a slot must have, according to its name and those of the other slots. Throws std::out_of_range for
+/// other names.
+zrk_tarn::OutputSlot expectedSource(const std::string& slot, const std::vector<std::string>& slotNames)
+{
+    using zrk_tarn::OutputSlot;
+    using enum OutputSlot::Source;
+    static const std::map<std::string, OutputSlot> kWithoutCentre{{"FL", {Dialogue, 0}}, {"FR", {Dialogue, 1}}};
+    static const std::map<std::string, OutputSlot> kBehind{{"BL", {Surround, 0}}, {"BR", {Surround, 1}}};
+    static const std::map<std::string, OutputSlot> kBehindSides{{"BL", {Surround, 2}}, {"BR", {Surround, 3}}};
+    static const std::map<std::string, OutputSlot> kOthers{{"FL", {Engine, 0}},   {"FR", {Engine, 1}},
+                                                           {"FC", {Engine, 2}},   {"LFE", {Silence, 0}},
+                                                           {"SL", {Surround, 0}}, {"SR", {Surround, 1}}};
+    if (!hasSlot(slotNames, "FC")) return kWithoutCentre.at(slot);
+    if (slot.starts_with('B')) return (hasSlot(slotNames, "SL") ? kBehindSides : kBehind).at(slot);
+    return kOthers.at(slot);
+}
+
 /// The output of a stream with the default preset.
 Samples streamOutput(const Samples& stereo, const EngineRun& run)
 {
-    using zrk_tarn::OutputSlot;
     using zrk_tarn::SampleFormat;
-    using enum OutputSlot::Source;
     const std::size_t bytes = run.bits / 8;
-    const std::size_t slots = slotsOf(run.layout);
+    const std::vector<std::string> slotNames = slotNamesOf(run.layout);
+    const std::size_t slots = slotNames.size();
     const std::size_t frames = stereo.size() / 2;
     zrk_tarn::StreamConfiguration configuration{.sampleRateHz = run.sampleRate,
                                                 .format = run.bits == 16   ? SampleFormat::S16
@@ -63,12 +97,10 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
                                                                            : SampleFormat::S32,
                                                 .outputSlots = static_cast<std::uint32_t>(slots),
                                                 .mode = zrk_tarn::steeringModeNamed(run.mode).value(),
-                                                .limiter = true,
+                                                .limiter = !run.headroom,
                                                 .bass = zrk_tarn::BassMode::Fronts};
-    if (slots >= 6) configuration.outputs[4] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 2 : 0)};
-    if (slots >= 6) configuration.outputs[5] = {Surround, static_cast<std::uint8_t>(slots == 8 ? 3 : 1)};
-    if (slots == 8) configuration.outputs[6] = {Surround, 0};
-    if (slots == 8) configuration.outputs[7] = {Surround, 1};
+    std::transform(slotNames.begin(), slotNames.end(), configuration.outputs.begin(),
+                   [&](const std::string& slot) { return expectedSource(slot, slotNames); });
 
     const std::size_t latency = zrk_tarn::UpmixStream::latencyFrames(configuration);
     const std::size_t skipped = run.align ? latency : latency - kDelay;
@@ -77,7 +109,7 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
     for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &input[i * bytes], bytes);
     zrk_tarn::UpmixStream stream(configuration);
     stream.setSurroundGain(zrk_tarn::gainFactor(-3.0));
-    stream.setMakeUpGain(zrk_tarn::gainFactor(3.0));
+    if (!run.headroom) stream.setMakeUpGain(hasSlot(slotNames, "FC") ? zrk_tarn::gainFactor(3.0) : 1.0f);
     stream.process(input.data(), buffer.data(), frames + skipped);
     Samples output;
     for (std::size_t i = skipped * slots; i < buffer.size() / bytes; ++i)
@@ -85,15 +117,44 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
     return output;
 }
 
+/// Applies gain and limiter to samples of 32 bits with headroom and rounds them to the width of the run.
+Samples amplified(const Samples& samples, const EngineRun& run)
+{
+    using zrk_tarn::Limiter;
+    const std::size_t slots = slotsOf(run.layout);
+    const std::size_t frames = samples.size() / slots;
+    const double factor = std::ldexp(static_cast<double>(zrk_tarn::gainFactor(run.gainDb)), kHeadroomBits);
+    const double step = std::ldexp(1.0, 32 - static_cast<int>(run.bits));
+    Limiter limiter(run.sampleRate, 0x1p31);
+    Samples output;
+    for (std::size_t first = 0; output.size() < samples.size(); first += kBlock) {
+        zrk_tarn::UnroundedRow rows[Limiter::kRows]{};
+        for (std::size_t i = first; i < std::min(frames, first + kBlock); ++i)
+            for (std::size_t slot = 0; slot < slots; ++slot) rows[slot][i - first] = factor * samples[i * slots + slot];
+        const float peak = zrk_tarn::chosenOperations().findTruePeak(
+            limiter.peakWindowOf(rows, slots), static_cast<std::int32_t>(slots), static_cast<float>(Limiter::kCeiling));
+        limiter.process(rows, slots, static_cast<double>(peak));
+        for (std::size_t i = 0; first > 0 && i < kBlock && output.size() < samples.size(); ++i)
+            for (std::size_t slot = 0; slot < slots; ++slot)
+                output.push_back(static_cast<std::int32_t>(std::round(rows[slot][i] / step) * step));
+    }
+    return output;
+}
+
 } // namespace
 
 std::size_t slotsOf(const std::string& layout)
 {
-    return layout == "3.0" ? 3 : layout == "5.1" ? 6 : 8;
+    return slotNamesOf(layout).size();
 }
 
 Samples engineOutput(const Samples& stereo, const EngineRun& run)
 {
+    if (run.headroom) {
+        EngineRun unrounded = run;
+        unrounded.bits = 32;
+        return amplified(streamOutput(stereo, unrounded), run);
+    }
     if (!run.plain && run.layout != "7.1-remap") return streamOutput(stereo, run);
     const std::size_t slots = slotsOf(run.layout);
     const std::size_t bytes = run.bits / 8;

@@ -1,5 +1,7 @@
 // Inputs and options that are refused: exit code, message, no file left.
 // SPDX-License-Identifier: MIT
+#include "cli/layout.h"
+#include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -110,7 +112,7 @@ TEST_F(Refusals, BadValuesNameOptionRangeAndExample)
     for (const std::string value : {"0", "65", "1.5", "-1", "all"})
         expectValue("--jobs", value, "a whole number from 1 to 64; write for example --jobs 4");
     expectValue("--mode", "3", "fast or calm; write for example --mode calm");
-    expectValue("--layout", "9.1", "2.0, 3.0, 5.1, 7.1 or 7.1-remap; write for example --layout 5.1");
+    expectValue("--layout", "9.1", tarn::listOf(tarn::layoutNames()) + "; write for example --layout 5.1");
     expectValue("--format", "mp3", "wav or flac; write for example --format flac");
 }
 

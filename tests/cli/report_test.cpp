@@ -26,6 +26,13 @@ Samples scaled(Samples samples, double gain)
     return samples;
 }
 
+/// Samples with headroom.
+Samples lowered(Samples samples)
+{
+    for (std::int32_t& sample : samples) sample >>= kHeadroomBits;
+    return samples;
+}
+
 /// Applies a gain to left-justified 16-bit samples and counts the clipped ones.
 std::size_t amplify(Samples& samples, float gain)
 {
@@ -126,9 +133,11 @@ TEST_F(Report, ClippedSamplesAreReportedWithQuiet)
     ASSERT_GT(clipped, 1u) << "precondition of this test";
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "--no-limiter", "--gain", "12", "in.wav", "out.wav"}).errors,
               "tarn: out.wav: " + std::to_string(clipped) +
-                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; give a smaller --gain, or "
-                  "leave out "
-                  "--no-limiter\n");
+                  " samples were beyond full scale at a gain of +12.00 dB and are clipped; leave out --no-limiter, or "
+                  "give a smaller --gain\n");
+    EXPECT_NE(tarn({"upmix", "--force", "--preset", "plain", "--gain", "12", "in.wav", "out.wav"})
+                  .errors.find(" and are clipped; add --limiter, or give a smaller --gain\n"),
+              std::string::npos);
     EXPECT_EQ(tarn({"upmix", "--force", "--quiet", "in.wav", "out.wav"}).errors, "");
 }
 
@@ -141,9 +150,10 @@ TEST_F(Report, ClippingByLoudnessMatchNamesItsGain)
     ASSERT_GT(clipped, 0u) << "precondition of this test";
     char gain[20];
     std::snprintf(gain, sizeof gain, "%+.2f dB", report["gain_db"].get<double>());
-    EXPECT_EQ(result.errors,
-              "tarn: out.wav: " + std::to_string(clipped) + " samples were beyond full scale at a gain of " + gain +
-                  " and are clipped; give --gain with less than " + gain + " instead of --loudness-match\n");
+    EXPECT_EQ(result.errors, "tarn: out.wav: " + std::to_string(clipped) +
+                                 " samples were beyond full scale at a gain of " + gain +
+                                 " and are clipped; leave out --no-limiter, or give --gain with less than " + gain +
+                                 " instead of --loudness-match\n");
 }
 
 TEST_F(Report, HasTheWorkOfTheLimiter)
@@ -194,9 +204,65 @@ TEST_F(Report, LoudnessMatchReachesTheLoudnessOfTheInput)
     EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.05);
     EXPECT_EQ(report["gain_db"], loudness["input"].get<double>() - loudness["output_without_gain"].get<double>());
     EXPECT_GT(std::abs(report["gain_db"].get<double>()), 0.3) << "precondition of this test";
-    Samples expected = engineOutput(stereo, {.plain = true});
-    EXPECT_EQ(amplify(expected, static_cast<float>(std::pow(10.0, report["gain_db"].get<double>() / 20.0))), 0u);
+    const auto gain = static_cast<double>(static_cast<float>(std::pow(10.0, report["gain_db"].get<double>() / 20.0)));
+    Samples expected = engineOutput(lowered(stereo), {.bits = 32, .plain = true});
+    for (std::int32_t& sample : expected)
+        sample = static_cast<std::int32_t>(std::lround(gain * sample / 4096.0)) * 65536;
     EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+}
+
+TEST_F(Report, LoudnessMatchCountsSamplesOfTheOutput)
+{
+    const Samples stereo = writeInput(0.3);
+    const Json report = reportOf({"--layout", "5.1", "--loudness-match"});
+    const Samples output = readAudio(at("out.wav")).samples;
+    EXPECT_TRUE(output == engineOutput(lowered(stereo),
+                                       {.layout = "5.1", .headroom = true, .gainDb = report["gain_db"].get<double>()}));
+    EXPECT_EQ(report["frames"], 72000);
+    EXPECT_NEAR(report["loudness_lufs"]["output"], report["loudness_lufs"]["input"].get<double>(), 0.1);
+    EXPECT_EQ(files(), (std::vector<std::string>{"in.wav", "out.wav"}));
+}
+
+TEST_F(Report, LoudnessMatchGoesThroughTheLimiter)
+{
+    Samples stereo = scaled(stereoNoise(72000, 16), 0.3);
+    for (std::size_t i = 0; i < stereo.size(); ++i)
+        if (i / 2 % 24000 < 40) stereo[i] = i / 2 % 40 < 20 ? 0x7fff0000 : -0x7fff0000;
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+    const Json report = reportOf({"--loudness-match"});
+    const Json& loudness = report["loudness_lufs"];
+    EXPECT_GT(report["gain_db"], loudness["input"].get<double>() - loudness["output_without_gain"].get<double>() + 0.1)
+        << "the gain makes up for the limiter";
+    EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.7);
+    EXPECT_EQ(report["clipped_samples"], 0);
+    EXPECT_GT(report["limiter"]["largest_reduction_db"], 3.0);
+    EXPECT_LT(report["channels"][2]["peak_dbfs"], -0.9);
+}
+
+TEST_F(Report, LoudnessMatchSaysWhatTheLimiterHoldsBack)
+{
+    // The same square wave at full scale on both sides moves to one loudspeaker.
+    Samples stereo;
+    for (std::size_t i = 0; i < 72000; ++i) stereo.insert(stereo.end(), 2, i % 100 < 50 ? 0x7fff0000 : -0x7fff0000);
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+    const Result result = tarn({"upmix", "--json", "--loudness-match", "--bass", "steered", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    const Json loudness = Json::parse(result.output)["loudness_lufs"];
+    EXPECT_GT(loudness["shortfall"], 1.0);
+    EXPECT_EQ(loudness["shortfall"], loudness["input"].get<double>() - loudness["output"].get<double>());
+    EXPECT_NE(result.errors.find(" LU softer than the input, because the limiter holds its peaks back"),
+              std::string::npos)
+        << result.errors;
+}
+
+TEST_F(Report, LoudnessMatchDoesNotClipWhileItMeasures)
+{
+    writeInput(0.1);
+    const Json soft = reportOf({"--loudness-match"})["loudness_lufs"];
+    writeInput(1.0);
+    const Json loud = reportOf({"--loudness-match"})["loudness_lufs"];
+    for (const char* const name : {"input", "output_without_gain"})
+        EXPECT_NEAR(loud[name].get<double>() - soft[name].get<double>(), 20.0, 0.01) << name;
 }
 
 TEST_F(Report, LoudnessMatchLeavesSilenceUnchanged)
@@ -207,14 +273,87 @@ TEST_F(Report, LoudnessMatchLeavesSilenceUnchanged)
     EXPECT_TRUE(report["loudness_lufs"]["input"].is_null());
 }
 
-TEST_F(Report, LoudnessMatchUsesTheScaledFloatingPointInput)
+TEST_F(Report, LoudnessMatchLeavesAnUpmixBelowTheGateUnchanged)
+{
+    bool isFound = false;
+    for (int level = 12; level > 3 && !isFound; --level) {
+        Samples stereo;
+        for (int i = 0; i < 72000; ++i) stereo.insert(stereo.end(), 2, (i % 48 < 24 ? level : -level) * 65536);
+        writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+        const Json report = reportOf({"--loudness-match"});
+        const Json& loudness = report["loudness_lufs"];
+        isFound = loudness["input"].is_number() && loudness["output_without_gain"].is_null();
+        if (isFound) {
+            EXPECT_EQ(report["gain_db"], 0.0);
+        }
+    }
+    EXPECT_TRUE(isFound) << "precondition of this test";
+}
+
+TEST_F(Report, LoudnessMatchReportsTheLoudnessOfTheRealFile)
 {
     std::vector<float> floats;
-    for (const std::int32_t sample : stereoNoise(72000, 16)) floats.push_back(static_cast<float>(sample) * 0x1p-30f);
+    for (const std::int32_t sample : stereoNoise(72000, 16)) floats.push_back(static_cast<float>(sample) * 0x1p-31f);
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, floats);
-    const Json loudness = reportOf({"--no-limiter", "--loudness-match"})["loudness_lufs"];
-    EXPECT_LT(loudness["input"], 0.0);
-    EXPECT_NEAR(loudness["output"], loudness["input"].get<double>(), 0.3);
+    const double atFullScale = reportOf({"--loudness-match"})["loudness_lufs"]["input"];
+    for (float& sample : floats) sample *= 2.0f;
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, floats);
+    const Json report = reportOf({"--loudness-match"});
+    EXPECT_NEAR(report["loudness_lufs"]["input"].get<double>(), atFullScale + 20.0 * std::log10(2.0), 1e-6);
+    EXPECT_EQ(report["input_gain_db"], 0.0);
+}
+
+TEST_F(Report, LoudnessMatchReadsAStreamOnce)
+{
+    const Samples stereo = writeInput(0.3);
+    const Json file = reportOf({"--loudness-match"});
+    const Samples expected = readAudio(at("out.wav")).samples;
+    const Result result = tarnWithInput(
+        pcmOf(stereo, 16), {"upmix", "--json", "--force", "--loudness-match", "--raw", "48000:16", "-", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == expected);
+    EXPECT_EQ(Json::parse(result.output)["loudness_lufs"], file["loudness_lufs"]);
+}
+
+TEST_F(Report, LoudnessHasTheWeightsOfSurrounds)
+{
+    // At one frequency, the weight of the filter is the same in all channels. Opposite phase goes behind.
+    Samples stereo;
+    for (int i = 0; i < 144000; ++i) {
+        const auto sample = static_cast<std::int32_t>(std::lround(3000.0 * std::sin(i * 0.13))) * 65536;
+        stereo.insert(stereo.end(), {sample, -sample / 65536 / 2 * 65536});
+    }
+    writeAudio(at("in.wav"), kWave16, 48000, 2, stereo);
+    double stereoPower = 0.0;
+    for (const std::int32_t sample : stereo) stereoPower += std::pow(sample * 0x1p-31, 2.0) / 144000.0;
+    for (const std::string layout : {"5.1", "7.1"}) {
+        const Json report = reportOf({"--layout", layout, "--loudness-match", "--surrounds", "6"});
+        double power = 0.0;
+        double behind = 0.0;
+        for (const Json& channel : report["channels"]) {
+            if (channel["rms_dbfs"].is_null()) continue;
+            const double own = std::pow(10.0, channel["rms_dbfs"].get<double>() / 10.0);
+            const char first = channel["name"].get<std::string>()[0];
+            const bool isWeighted = first == (layout == "5.1" ? 'B' : 'S');
+            power += own * (isWeighted ? 1.41 : 1.0);
+            if (isWeighted) behind += own;
+        }
+        EXPECT_GT(behind, 0.2 * power) << "precondition of this test";
+        const Json& loudness = report["loudness_lufs"];
+        EXPECT_NEAR(loudness["output"].get<double>() - loudness["input"].get<double>(),
+                    10.0 * std::log10(power / stereoPower), 0.1)
+            << layout;
+    }
+}
+
+TEST_F(Report, LoudnessMatchOnAFullDiskLeavesNothing)
+{
+    writeInput(0.3);
+    const Result result = tarnOnFullDisk({"upmix", "--loudness-match", "in.wav", "out.wav"});
+    EXPECT_EQ(result.exitCode, 74);
+    EXPECT_NE(result.errors.find(".: cannot store the upmix there to measure its loudness: "), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
 }
 
 TEST_F(Report, BypassIsStereoWithTheDelayOfTheUpmix)
@@ -250,7 +389,8 @@ TEST_F(Report, ConflictingOptionsAreRefused)
     expectRefusal({"--gain", "3", "--loudness-match", "in.wav", "out.wav"}, "chooses the gain itself");
     expectRefusal({"--gain", "18.1", "in.wav", "out.wav"}, "--gain");
     expectRefusal({"--gain", "nan", "in.wav", "out.wav"}, "--gain");
-    expectRefusal({"--loudness-match", "--raw", "48000:16", "-", "out.wav"}, "a raw stream does not allow");
+    expectRefusal({"--layout", "2.0", "--loudness-match", "in.wav", "out.wav"},
+                  "--loudness-match: has no effect on --layout 2.0 with a centre of 0 dB");
 }
 
 TEST_F(Report, Layout71WithoutSurroundsHasTheUpmixInItsFirstThreeSlots)

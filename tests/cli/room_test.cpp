@@ -63,6 +63,7 @@ TEST_F(Room, PresetsStandForOptions)
     EXPECT_EQ(outputOf({"--layout", "5.1", "--preset", "film"}), film);
     EXPECT_EQ(film, engineOutput(stereo, {.layout = "5.1", .bits = 24}));
     EXPECT_EQ(outputOf({"--preset", "plain", "--bass", "fronts", "--gain", "3"}), outputOf({"--no-limiter"}));
+    EXPECT_EQ(outputOf({"--preset", "plain", "--bass", "fronts", "--gain", "3", "--limiter"}), outputOf({}));
     EXPECT_NE(outputOf({"--bass", "steered"}), outputOf({}));
     EXPECT_EQ(outputOf({"--layout", "5.1", "--preset", "voice"}),
               outputOf({"--layout", "5.1", "--centre", "6", "--surrounds", "-9"}));
@@ -98,6 +99,11 @@ TEST_F(Room, TwoLoudspeakersGetTheInputUnlessTheCentreChanges)
     EXPECT_NE(tarn({"upmix", "--layout", "2.0", "in.wav", "copy.wav"})
                   .errors.find("the stereo is not changed, because the gain of the centre is 0 dB"),
               std::string::npos);
+    writeAudio(at("two.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48000, 2, stereo);
+    const std::string notes = tarn({"upmix", "--layout", "2.0", "--output-dir", "out", "in.wav", "two.wav"}).errors;
+    const std::string note = "tarn: --layout 2.0: the stereo is not changed, because the gain of the centre is 0 dB";
+    EXPECT_EQ(notes.find(note), 0u) << notes;
+    EXPECT_EQ(notes.find(note, 1), std::string::npos) << notes;
     const Samples upmixed = outputOf({"--preset", "plain"});
     const Samples louder = outputOf({"--layout", "2.0", "--centre", "-60"});
     const double change = static_cast<double>(static_cast<float>(std::pow(10.0, -3.0))) - 1.0;
@@ -138,6 +144,15 @@ TEST_F(Room, RefusesWhatHasNoEffect)
     expectRefusal({"--layout", "2.0", "--bass", "steered"}, "--bass: has no effect on --layout 2.0");
     expectRefusal({"--bass", "loud"}, "'loud' is not fronts or steered");
     expectRefusal({"--bypass", "--centre", "3"}, "--centre: --bypass leaves the samples as they are");
+    for (const char* const option : {"--limiter", "--no-limiter"}) {
+        expectRefusal({"--bypass", option}, std::string(option) + ": --bypass leaves the samples as they are");
+        expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", option},
+                      std::string(option) + ": has no effect on --layout 7.1-remap, whose matrix sets the levels");
+    }
+    expectRefusal({"--bypass", "--preset", "voice"}, "--preset: --bypass leaves the samples as they are");
+    expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", "--preset", "voice"},
+                  "--preset: has no effect on --layout 7.1-remap");
+    expectRefusal({"--limiter", "--no-limiter"}, "--limiter: contradicts --no-limiter; leave one of them out");
     expectRefusal({"--centre", "13"}, "'13' is not a number from -60 to 12; write for example --centre 6");
     expectRefusal({"--width", "1.5"}, "'1.5' is not a number from 0 to 1");
     expectRefusal({"--layout", "5.1", "--surrounds", "loud"}, "'loud' is not off or a number from -60 to 12");

@@ -4,6 +4,8 @@
 #include "tests/cli/command.h"
 #include "tests/cli/engine_output.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +16,8 @@ namespace tarn_cli
 
 namespace
 {
+
+const double kHeadroom = std::ldexp(1.0, -kHeadroomBits);
 
 /// Converts a floating-point sample to 32 bits, left-justified, after a gain.
 std::int32_t scaled(float sample, double gain)
@@ -89,20 +93,73 @@ INSTANTIATE_TEST_SUITE_P(
 class Sources : public CommandTest
 {};
 
-TEST_F(Sources, PeaksAboveFullScaleAreScaledDownWithANote)
+TEST_F(Sources, TheLimiterKeepsPeaksAboveFullScaleWithoutAGainForTheFile)
 {
     const std::vector<float> samples = noiseWithPeak(9000, 1.5f);
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
-    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    const Result result = tarn({"upmix", "--json", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors.find("above full scale"), std::string::npos) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples ==
+                engineOutput(scaledSamples(samples, kHeadroom), {.bits = 24, .headroom = true}));
+    const auto report = nlohmann::json::parse(result.output);
+    EXPECT_EQ(report["input_gain_db"], 0.0);
+    EXPECT_EQ(report["clipped_input_samples"], 0);
+    EXPECT_EQ(report["clipped_samples"], 0);
+    EXPECT_GT(report["limiter"]["largest_reduction_db"], 0.5);
+}
+
+TEST_F(Sources, APeakDoesNotChangeTheLevelOfTheRest)
+{
+    std::vector<float> samples = noiseWithPeak(40000, 1.5f);
+    writeFloats(at("peak.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    samples[40000] = 0.1f;
+    writeFloats(at("soft.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    ASSERT_EQ(tarn({"upmix", "--output-dir", "out", "peak.wav", "soft.wav"}).exitCode, 0);
+    const Samples peak = readAudio(at("out/peak.wav-3.0.wav")).samples;
+    const Samples soft = readAudio(at("out/soft.wav-3.0.wav")).samples;
+    ASSERT_EQ(peak.size(), soft.size());
+    const std::ptrdiff_t before = 3 * 18000;
+    EXPECT_TRUE(std::equal(peak.begin(), peak.begin() + before, soft.begin()));
+    EXPECT_FALSE(peak == soft) << "precondition of this test";
+}
+
+TEST_F(Sources, SamplesBeyondTheHeadroomAreClippedAndCounted)
+{
+    std::vector<float> samples = noiseWithPeak(9000, 1e5f);
+    samples[7001] = 15.9f;
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const Result result = tarn({"upmix", "--quiet", "--json", "in.wav", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.errors, "tarn: in.wav: 1 sample is more than 24 dB above full scale and is clipped; the file is "
+                             "probably damaged: check where it comes from\n");
+    EXPECT_EQ(nlohmann::json::parse(result.output)["clipped_input_samples"], 1);
+    EXPECT_TRUE(readAudio(at("out.wav")).samples ==
+                engineOutput(scaledSamples(samples, kHeadroom), {.bits = 24, .headroom = true}));
+}
+
+TEST_F(Sources, PeaksAboveFullScaleAreScaledDownWithANoteWithoutLimiter)
+{
+    const std::vector<float> samples = noiseWithPeak(9000, 1.5f);
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const Result result = tarn({"upmix", "--preset", "plain", "--json", "in.wav", "out.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     // 20 log10 1.5 = 3.5218
     EXPECT_NE(result.errors.find("tarn: in.wav: peak +3.52 dB above full scale: scaled down by 3.52 dB\n"),
               std::string::npos)
         << result.errors;
-    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(samples, 1.0 / 1.5), {.bits = 24}));
+    EXPECT_TRUE(readAudio(at("out.wav")).samples ==
+                engineOutput(scaledSamples(samples, 1.0 / 1.5), {.bits = 24, .plain = true}));
+    EXPECT_NEAR(nlohmann::json::parse(result.output)["input_gain_db"], -3.5218, 1e-4);
+    for (const std::vector<std::string>& options :
+         std::vector<std::vector<std::string>>{{"--bypass"}, {"--no-limiter"}, {"--layout", "2.0"}}) {
+        std::vector<std::string> arguments{"upmix", "--force", "in.wav", "out.wav"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        EXPECT_NE(tarn(arguments).errors.find("scaled down by 3.52 dB"), std::string::npos) << options[0];
+    }
 }
 
-TEST_F(Sources, LossyPeaksAboveFullScaleAreScaledDown)
+TEST_F(Sources, LossyPeaksAboveFullScale)
 {
     std::vector<float> square;
     for (int i = 0; i < 2 * 9000; ++i) square.push_back(i / 2 / 50 % 2 == 0 ? 1.0f : -1.0f);
@@ -112,22 +169,28 @@ TEST_F(Sources, LossyPeaksAboveFullScaleAreScaledDown)
     const double peak = std::abs(static_cast<double>(*std::max_element(decoded.begin(), decoded.end(), quieter)));
     ASSERT_GT(peak, 1.0);
 
-    const Result result = tarn({"upmix", "in.ogg", "out.wav"});
+    ASSERT_EQ(tarn({"upmix", "in.ogg", "out.wav"}).exitCode, 0);
+    EXPECT_TRUE(readAudio(at("out.wav")).samples ==
+                engineOutput(scaledSamples(decoded, kHeadroom), {.bits = 24, .headroom = true}));
+
+    const Result result = tarn({"upmix", "--force", "--preset", "plain", "in.ogg", "out.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     char decibels[16];
     std::snprintf(decibels, sizeof decibels, "%.2f dB", 20.0 * std::log10(peak));
     EXPECT_NE(result.errors.find(std::string("scaled down by ") + decibels), std::string::npos) << result.errors;
-    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(decoded, 1.0 / peak), {.bits = 24}));
+    EXPECT_TRUE(readAudio(at("out.wav")).samples ==
+                engineOutput(scaledSamples(decoded, 1.0 / peak), {.bits = 24, .plain = true}));
 }
 
 TEST_F(Sources, PeaksUpToFullScaleAreNotScaled)
 {
     const std::vector<float> samples = noiseWithPeak(9000, 1.0f);
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
-    const Result result = tarn({"upmix", "in.wav", "out.wav"});
+    const Result result = tarn({"upmix", "--preset", "plain", "in.wav", "out.wav"});
     ASSERT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_EQ(result.errors.find("scaled"), std::string::npos) << result.errors;
-    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(scaledSamples(samples, 1.0), {.bits = 24}));
+    EXPECT_TRUE(readAudio(at("out.wav")).samples ==
+                engineOutput(scaledSamples(samples, 1.0), {.bits = 24, .plain = true}));
 }
 
 TEST_F(Sources, QuietPrintsNothing)

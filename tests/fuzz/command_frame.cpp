@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "tests/fuzz/command_frame.h"
 
+#include "cli/layout.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -33,6 +37,34 @@ const char* __lsan_default_suppressions()
 
 namespace fuzz
 {
+
+namespace
+{
+
+/// Inputs per layout; prints them at the end.
+class LayoutCounts
+{
+public:
+    LayoutCounts()
+    {
+        for (const std::string& name : tarn::layoutNames()) inputs[name] = 0;
+    }
+
+    ~LayoutCounts()
+    {
+        for (const auto& [name, count] : inputs) std::fprintf(stderr, "layout %s: %zu inputs\n", name.c_str(), count);
+    }
+
+    LayoutCounts(const LayoutCounts&) = delete;
+    LayoutCounts& operator=(const LayoutCounts&) = delete;
+
+    void add(const std::string& layout) { ++inputs.at(layout); }
+
+private:
+    std::map<std::string, std::size_t> inputs;
+};
+
+} // namespace
 
 int standardError()
 {
@@ -65,6 +97,18 @@ bool fitsTerminal(std::string_view message)
     return message.size() <= kLongestMessage && std::none_of(message.begin(), message.end(), [](char c) {
                return (static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7f;
            });
+}
+
+std::string layoutFrom(ByteReader& bytes)
+{
+    static const std::vector<std::string> kNames = tarn::layoutNames();
+    return kNames[bytes.below(static_cast<std::uint32_t>(kNames.size()))];
+}
+
+void countLayout(const std::string& layout)
+{
+    static LayoutCounts counts;
+    counts.add(layout);
 }
 
 MemoryFile::MemoryFile() : fd(memfd_create("fuzz", MFD_CLOEXEC | MFD_ALLOW_SEALING))

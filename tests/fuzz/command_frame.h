@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "tests/fuzz/byte_reader.h"
+
 #include <string>
 #include <string_view>
 
@@ -19,6 +21,13 @@ void require(bool holds, const char* call);
 
 /// Whether a message can go to a terminal: at most 1000 bytes, without control characters.
 bool fitsTerminal(std::string_view message);
+
+/// A layout of the command, chosen by a byte.
+std::string layoutFrom(ByteReader& bytes);
+
+/// Counts an input with this layout. At the end of the process, standard error gets a line for each layout, such as
+/// "layout 5.1: 40 inputs".
+void countLayout(const std::string& layout);
 
 /// A valid matrix for --remap.
 inline constexpr std::string_view kMatrix = "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n";

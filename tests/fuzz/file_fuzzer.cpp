@@ -28,7 +28,7 @@
 
 #include <sys/resource.h>
 
-// An input is three bytes of options and the bytes of a file. The command upmixes the file, tags included, or refuses
+// An input is four bytes of options and the bytes of a file. The command upmixes the file, tags included, or refuses
 // it. The output is read back: it must be complete and match the report. A refusal must have a documented exit code and
 // a readable message, and leave the folder unchanged.
 
@@ -158,6 +158,7 @@ struct Outcome
 Outcome outcomeOf(const tarn::UpmixOptions& options)
 {
     Outcome outcome;
+    fuzz::countLayout(options.layout);
     surroundings().notes.hold("");
     try {
         const FileSizeLimit limit;
@@ -253,22 +254,21 @@ void requireRefused(const tarn::UpmixOptions& options, const Outcome& outcome, b
 /// Decodes the options, and whether the output exists before the run.
 std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
 {
-    constexpr std::array<const char*, 4> kLayouts{"3.0", "5.1", "7.1", "7.1-remap"};
     constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
     constexpr std::array<const char*, 12> kInputs{"in",      "in.wav", "in.flac", "in.mp3", "in.ogg",  "in.opus",
                                                   "in.aiff", "in.caf", "in.w64",  "in.au",  "in.rf64", "in.oga"};
     const Folder& folder = surroundings().folder;
+    tarn::UpmixOptions options;
+    options.layout = fuzz::layoutFrom(bytes);
     const std::uint8_t what = bytes.byte();
     const std::uint8_t how = bytes.byte();
     const auto has = [](std::uint8_t byte, int bit) { return (byte >> bit) % 2 != 0; };
 
-    tarn::UpmixOptions options;
-    options.layout = kLayouts[what % 4];
-    options.bits = kBits[what / 4 % 4];
-    options.output = folder.at(has(what, 4) ? "out.flac" : "out.wav");
-    options.mode = has(what, 5) ? "calm" : "fast";
-    options.noAlign = has(what, 6);
-    options.bypass = has(what, 7);
+    options.bits = kBits[what % 4];
+    options.output = folder.at(has(what, 2) ? "out.flac" : "out.wav");
+    options.mode = has(what, 3) ? "calm" : "fast";
+    options.noAlign = has(what, 4);
+    options.bypass = has(what, 5);
     if (options.layout == "7.1-remap") options.remapFile = surroundings().remap.name();
 
     options.quiet = has(how, 0);
@@ -276,10 +276,9 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
     if (!options.bypass) {
         options.loudnessMatch = has(how, 2);
         if (has(how, 3) && !options.loudnessMatch) options.room.gainDb = -3.0;
-        options.room.preset = has(how, 6) ? "voice" : "film";
-        options.room.noLimiter = has(how, 7);
+        if (has(how, 6) && options.layout != "7.1-remap") options.room.preset = "voice";
+        options.room.noLimiter = has(how, 7) && options.layout != "7.1-remap";
     }
-    if (has(how, 6) && options.layout == "3.0") options.layout = "2.0";
     options.strict = has(how, 4);
     options.force = true;
     options.input = folder.at(bytes.oneOf(kInputs));

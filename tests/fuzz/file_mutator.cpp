@@ -21,7 +21,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* bytes, std::size_t 
 namespace
 {
 
-constexpr std::size_t kOptions = 3; ///< bytes before the file
+constexpr std::size_t kOptions = 4; ///< bytes before the file
 
 class Damage
 {

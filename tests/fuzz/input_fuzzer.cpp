@@ -72,6 +72,7 @@ Outcome outcomeOf(const tarn::UpmixOptions& options)
     lseek(STDIN_FILENO, 0, SEEK_SET);
     lseek(STDOUT_FILENO, 0, SEEK_SET);
     Outcome outcome;
+    fuzz::countLayout(options.layout);
     try {
         const fuzz::StandardErrorTo nothing(surroundings().null);
         outcome.exitCode = tarn::runUpmix(options);
@@ -199,19 +200,17 @@ int LLVMFuzzerInitialize(int* /*count*/, char*** /*arguments*/)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
 {
-    constexpr std::array<const char*, 4> kLayouts{"3.0", "2.0", "5.1", "7.1-remap"};
     constexpr std::array<std::optional<std::uint32_t>, 4> kBits{std::nullopt, 16, 24, 32};
     ByteReader bytes(input, size);
-    const std::uint8_t what = bytes.byte();
-    const std::uint8_t how = bytes.byte();
-
     tarn::UpmixOptions options;
     options.output = kStream;
-    options.layout = kLayouts[how % 4];
-    options.bits = kBits[how / 4 % 4];
-    options.noAlign = how / 16 % 2 != 0;
-    options.quiet = how / 32 % 2 != 0;
-    options.mode = how / 64 % 2 == 0 ? "fast" : "calm";
+    options.layout = fuzz::layoutFrom(bytes);
+    const std::uint8_t what = bytes.byte();
+    const std::uint8_t how = bytes.byte();
+    options.bits = kBits[how % 4];
+    options.noAlign = how / 4 % 2 != 0;
+    options.quiet = how / 8 % 2 != 0;
+    options.mode = how / 16 % 2 == 0 ? "fast" : "calm";
     if (options.layout == "7.1-remap") options.remapFile = surroundings().remap.name();
     switch (what % 4) {
     case 1:
@@ -221,7 +220,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* input, std::size_t size)
         upmixWithMatrix(options, bytes);
         break;
     default:
-        if (how >= 128) options.raw = "48000:24";
+        if (how / 32 % 2 != 0) options.raw = "48000:24";
         upmixFile(options, bytes);
         break;
     }

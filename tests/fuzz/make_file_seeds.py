@@ -4,7 +4,7 @@
     make_file_seeds.py FOLDER
 
 The seeds are short files of every container with every tag format. Each is written twice, for an output in WAV and in
-FLAC. The first three bytes are options that file_fuzzer.cpp decodes.
+FLAC. The first four bytes are options that file_fuzzer.cpp decodes.
 """
 # SPDX-License-Identifier: MIT
 
@@ -197,19 +197,19 @@ def other_shapes():
 
 
 def options(number, flac, name):
-    """The three bytes of options, different for neighbouring seeds."""
-    layout = number % 4
+    """The four bytes of options, different for neighbouring seeds."""
+    layout = number % 256
     bits = (0, 0, 1, 2)[number // 4 % 4] if flac else number // 4 % 4
     mode_2, no_align, bypass = number // 3 % 2, number % 11 == 0, number % 13 == 0
     quiet, json, loudness_match, gain = number % 2, number // 2 % 2, number % 5 == 0, number % 7 == 0
     strict, exists = number % 17 == 0, number % 3 == 0
-    what = layout | bits << 2 | flac << 4 | mode_2 << 5 | no_align << 6 | bypass << 7
+    what = bits | flac << 2 | mode_2 << 3 | no_align << 4 | bypass << 5
     how = quiet | json << 1 | loudness_match << 2 | gain << 3 | strict << 4 | exists << 5
 
     container = name.split("-")[0]
     extension = {"wavex": "wav", "vorbis": "ogg"}.get(container, container)
     misnamed = extension not in EXTENSIONS or number % 4 == 0
-    return bytes([what, how, number % len(EXTENSIONS) if misnamed else EXTENSIONS.index(extension)])
+    return bytes([layout, what, how, number % len(EXTENSIONS) if misnamed else EXTENSIONS.index(extension)])
 
 
 def main():

@@ -149,7 +149,7 @@ class Test:
 
 
 def check_formats(test):
-    """Three rates, three widths, two layouts, odd periods and sizes, every access type."""
+    """Three rates, three widths, every layout, odd periods and sizes, every access type."""
     turn = 0
     for layout in CHANNELS:
         for rate in (44100, 48000, 96000):
@@ -168,7 +168,9 @@ def check_formats(test):
                 player.drain()
                 player.close()
                 what = f"{layout}, {rate} Hz, {bits} bits, periods of {period}, access {access}"
-                test.measured = test.equal(name, bits, test.setup.expected(name, source), what)
+                expected = test.setup.expected(name, source)
+                assert layout != "2.0" or (expected == samples).all(), "two loudspeakers play the stereo"
+                test.measured = test.equal(name, bits, expected, what)
                 assert test.measured == LATENCY, (what, test.measured)
 
 
@@ -274,15 +276,26 @@ def check_flush_to_zero(test):
 
 
 def check_fields(test):
-    """Bypass, mode and gain equal those of the command; wrong values are refused."""
+    """Fields equal the options of the command, in any order."""
     samples, source = test.signal(48000, 24)
-    for fields, options in (
-        ("enabled false", ["--bypass"]),
-        ("mode calm", ["--mode", "calm"]),
-        ("gain -6.5", ["--gain", "-6.5"]),
-        ("enabled true mode fast gain 3", ["--gain", "3"]),
+    centre, voice = ["--centre", "6"], ["--preset", "voice"]
+    for layout, fields, options in (
+        ("5.1", "enabled false", ["--bypass"]),
+        ("5.1", "mode calm", ["--mode", "calm"]),
+        ("5.1", "gain -6.5", ["--gain", "-6.5"]),
+        ("5.1", "enabled true mode fast gain 3", []),
+        ("7.1", "preset plain", ["--preset", "plain"]),
+        ("5.1", "preset music", ["--preset", "music"]),
+        ("5.1", "centre 6 preset voice width 0.25", [*voice, "--width", "0.25"]),
+        ("5.1", "surrounds 3 bass steered preset voice", [*voice, "--surrounds", "3", "--bass", "steered"]),
+        ("5.1", "gain 12 limiter false preset voice", [*voice, "--gain", "12", "--no-limiter"]),
+        ("5.1", "gain 12 limiter on", ["--gain", "12"]),
+        ("7.1", "surrounds off centre -60", ["--surrounds", "off", "--centre", "-60"]),
+        ("2.0", "centre 6", centre),
+        ("2.0", "centre 6 gain 9", [*centre, "--gain", "9"]),
+        ("2.0", "preset voice", voice),
     ):
-        name = test.setup.add("fields" + "".join(c for c in fields if c.isalnum()), "5.1", fields)
+        name = test.setup.add("fields" + "".join(c for c in layout + fields if c.isalnum()), layout, fields)
         player = Player(name)
         player.configure(48000, 24)
         player.play(flushed(samples), [480])
@@ -290,11 +303,14 @@ def check_fields(test):
         player.close()
         test.equal(name, 24, test.setup.expected(name, source, options=options), fields)
 
-    for number, fields in enumerate(("gain 19", "gain loud", "mode 2", "enabled maybe", "delay 1")):
+
+def check_refusals(test):
+    """Wrong values and unsupported parameters are refused."""
+    for number, fields in enumerate(("gain 19", "gain loud", "mode 2", "enabled maybe", "delay 1", "preset 2")):
         name = test.setup.add(f"wrong{number}", fields=fields)
         refused(lambda name=name: Player(name), fields)
-    name = test.setup.add("wrong_layout", "7.1")
-    refused(lambda: Player(name), "layout 7.1")
+    test.setup.add_text('pcm.wrong_layout { type tarn slave.pcm null layout "7.1-remap" }')
+    refused(lambda: Player("wrong_layout"), "layout 7.1-remap")
     test.setup.add_text("pcm.slaveless { type tarn }")
     refused(lambda: Player("slaveless"), "no slave")
 
@@ -355,6 +371,7 @@ def main():
             check_two,
             check_flush_to_zero,
             check_fields,
+            check_refusals,
             check_ten_minutes,
         ):
             check(test)

@@ -8,7 +8,8 @@ import numpy
 
 from host_test import command_output
 
-CHANNELS = {"3.0": (0, 1, 2), "5.1": (0, 1, 4, 5, 2, 3)}  # where ALSA's order finds the command's slots
+# Where ALSA's order finds the command's slots.
+CHANNELS = {"2.0": (0, 1), "3.0": (0, 1, 2), "5.1": (0, 1, 4, 5, 2, 3), "7.1": (0, 1, 4, 5, 2, 3, 6, 7)}
 
 
 class Setup:
@@ -42,7 +43,7 @@ class Setup:
         samples[:, 4 - bits // 8 :] = data
         return samples.view("<i4").reshape(-1, len(CHANNELS[self.layouts[name]]))
 
-    def expected(self, name, source, bits=None, options=()):
+    def expected(self, name, source, bits=None, options=(), preset=None):
         """The output of the command for a file, in ALSA's channel order."""
         layout = self.layouts[name]
-        return command_output(source, self.directory, layout, bits, options)[:, CHANNELS[layout]]
+        return command_output(source, self.directory, layout, bits, options, preset)[:, CHANNELS[layout]]

@@ -49,18 +49,40 @@ def play(host, pcm, bits, file):
 
 def check_messages(setup):
     """A wrong configuration is refused with a message."""
-    for fields, message in (
-        ("gain 19", "tarn: gain has to be -60 to 18, in dB"),
-        ("mode slow", "tarn: mode has to be fast or calm"),
-        ("enabled maybe", "tarn: enabled has to be true or false"),
-        ("gian 3", "tarn: there is no field gian; there are slave, layout, enabled, mode and gain"),
+    for layout, fields, message in (
+        ("3.0", "gain 19", "gain: '19' is not a number from -60 to 18; write for example gain -6.5"),
+        ("3.0", "centre loud", "centre: 'loud' is not a number from -60 to 12; write for example centre 6"),
+        ("3.0", "width 1.5", "width: '1.5' is not a number from 0 to 1; write for example width 0.5"),
+        (
+            "5.1",
+            "surrounds on",
+            "surrounds: 'on' is not off or a number from -60 to 12; write for example surrounds -6",
+        ),
+        ("3.0", "bass { }", "bass: { ... } is not steered or fronts; write for example bass steered"),
+        ("3.0", "limiter maybe", "limiter: 'maybe' is not true or false; write for example limiter false"),
+        ("3.0", "preset loud", "preset: 'loud' is not film, music, voice or plain; write for example preset voice"),
+        ("3.0", "mode slow", "mode: 'slow' is not fast or calm; write for example mode calm"),
+        ("3.0", "enabled maybe", "enabled: 'maybe' is not true or false; write for example enabled false"),
+        ("4.0", "", "layout: '4.0' is not 2.0, 3.0, 5.1 or 7.1; write for example layout \"5.1\""),
+        ("3.0", "surrounds -6", 'surrounds: layout 3.0 has no surround channels; write layout "5.1", or leave it out'),
+        ("2.0", "width 0.5", "width: has no effect on layout 2.0, which has no centre loudspeaker; leave it out"),
+        ("2.0", "bass steered", "bass: has no effect on layout 2.0, which keeps the bass of the stereo; leave it out"),
+        (
+            "3.0",
+            "gian 3",
+            "there is no field gian; there are slave, layout, preset, centre, width, surrounds, bass, gain, limiter, "
+            "mode and enabled",
+        ),
     ):
-        name = setup.add("wrong" + "".join(c for c in fields if c.isalnum()), fields=fields)
+        name = setup.add("wrong" + "".join(c for c in layout + fields if c.isalnum()), layout, fields)
         result = subprocess.run(["aplay", "-D", name, "/dev/zero"], capture_output=True, text=True, check=False)
-        assert result.returncode != 0 and message in result.stderr, (fields, result.stderr)
+        assert result.returncode != 0 and "tarn: " + message in result.stderr, (fields, result.stderr)
     setup.add_text("pcm.slaveless { type tarn }")
     for command, message in (
-        (("aplay", "-D", "slaveless", "/dev/zero"), "tarn: slave is missing"),
+        (
+            ("aplay", "-D", "slaveless", "/dev/zero"),
+            'tarn: slave is missing: the PCM that plays the 3.0; write for example slave.pcm "hw:0"',
+        ),
         (("arecord", "-D", setup.add("recording"), "-d1", "/dev/null"), "tarn: only plays"),
         (("aplay", "-D", setup.add("rate"), "-r22050", "-c2", "-fS16_LE", "-d1", "/dev/zero"), "tarn: 22050 Hz: "),
     ):
@@ -86,29 +108,29 @@ def check_plug(setup):
 
 
 def check_page(setup):
-    """The configurations of docs/hosts/alsa.md, with stubs for the hardware: audio for tarn and for the default
+    """The configurations of docs/hosts/alsa.md, with files for the hardware: audio for each of them and for the default
     device is upmixed, and the default device still records.
     """
     page = (Path(__file__).parents[2] / "docs/hosts/alsa.md").read_text()
-    (tarn,) = re.findall(r"^echo '(pcm\.tarn .*)' >> ~/\.asoundrc$", page, re.MULTILINE)
+    tarn, voices = re.findall(r"^echo '(pcm\..*)' >> ~/\.asoundrc$", page, re.MULTILINE)
     (default,) = re.findall(r"^```\n(pcm\.!default .*?)^```$", page, re.MULTILINE | re.DOTALL)
-    (device,) = re.findall(r'slave\.pcm "(.*?):0"', tarn)
-    output = setup.directory / "page.raw"
-    setup.layouts["page"] = "5.1"
     arguments = "@args [ CARD ] @args.CARD { type string default 0 }"
-    setup.add_text(f'pcm.!{device} {{ {arguments} type file slave.pcm null file "{output}" format raw }}')
-    setup.add_text("pcm.!sysdefault { type null }")
-    setup.add_text(tarn)
-    setup.add_text(default)
+    outputs = [setup.directory / "page51.raw", setup.directory / "page20.raw"]
+    files = [f'{{ type file slave.pcm null file "{output}" format raw }}' for output in outputs]
+    setup.layouts |= {"page51": "5.1", "page20": "2.0"}
+    setup.add_text(f"pcm.!surround51 {{ {arguments} {files[0][1:]}")
+    setup.add_text(f"pcm.!sysdefault {{ type asym playback.pcm {files[1]} capture.pcm {{ type null }} }}")
+    for text in (tarn, voices, default):
+        setup.add_text(text)
     samples = known_signal(FRAMES, 16)
     file = setup.directory / "song.wav"
     write_stereo(file, samples, 48000, 16)
-    expected = setup.expected("page", file)[:-LATENCY]
-    for pcm in ("tarn", "default"):
+    for pcm, played, preset in (("tarn", "page51", None), ("default", "page51", None), ("voices", "page20", "voice")):
+        expected = setup.expected(played, file, preset=preset)[:-LATENCY]
         play("aplay", pcm, 16, file)
-        result = setup.played("page", 16)
+        result = setup.played(played, 16)
         assert (result[LATENCY : LATENCY + len(expected)] == expected).all(), pcm
-        output.unlink()
+        (setup.directory / f"{played}.raw").unlink()
     recorded = setup.directory / "recorded.wav"
     subprocess.run(["arecord", "-q", "-f", "dat", "-s", "48000", recorded], check=True, timeout=60)
     assert soundfile.info(recorded).frames == 48000

@@ -10,6 +10,7 @@ add_executable(
   gstreamer/main.cpp
   gstreamer/messages_test.cpp
   gstreamer/properties_test.cpp
+  gstreamer/room_test.cpp
   gstreamer/signal_test.cpp
   gstreamer/time_test.cpp)
 target_link_libraries(gstreamer_element_test PRIVATE tarn_options zrk_tarn GTest::gtest PkgConfig::gstreamer_check)

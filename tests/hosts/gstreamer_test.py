@@ -4,6 +4,8 @@
 
 import os
 from pathlib import Path
+import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -11,9 +13,10 @@ import tempfile
 import numpy
 import soundfile
 
-from host_test import LATENCY, Row, command_output, known_signal, passed, read_samples, write_stereo
+from host_test import LATENCY, Row, as_floats, command_output, known_signal, passed, read_samples, write_stereo
 
 FORMATS = {16: "S16LE", 24: "S24LE", 32: "S32LE"}
+CHANNELS = {"2.0": 2, "3.0": 3, "5.1": 6, "7.1": 8}
 FRAMES = 100003
 
 
@@ -31,7 +34,10 @@ def same(found, expected):
 
 def raw_samples(path, channels, bits=16):
     """Reads a raw file as [frames, channels], left-aligned in 32 bits."""
-    return numpy.fromfile(path, dtype=f"<i{bits // 8}").astype(numpy.int32).reshape(-1, channels) << (32 - bits)
+    data = numpy.fromfile(path, numpy.uint8).reshape(-1, bits // 8)
+    samples = numpy.zeros((len(data), 4), numpy.uint8)
+    samples[:, 4 - bits // 8 :] = data
+    return samples.view("<i4").reshape(-1, channels)
 
 
 def test_inspection():
@@ -109,18 +115,31 @@ def test_buffer_sizes(folder):
 
 
 def test_settings(folder):
-    """Mode, gain and bypass equal those of the command."""
-    source, target = folder / "24-48000.wav", folder / "element.wav"
+    """Properties equal the options of the command."""
+    source, target = folder / "24-48000.wav", folder / "element.raw"
     compared = 0
-    for properties, options in (
-        ("mode=calm", ["--mode", "calm"]),
-        ("make-up-gain=-2.5", ["--gain", "-2.5"]),
-        ("bypass=true", ["--bypass"]),
+    for layout, properties, options in (
+        ("3.0", "mode=calm", ["--mode", "calm"]),
+        ("3.0", "bypass=true", ["--bypass"]),
+        ("7.1", "", []),
+        ("7.1", "preset=plain", ["--preset", "plain"]),
+        ("5.1", "preset=music", ["--preset", "music"]),
+        ("5.1", "preset=voice centre-gain=9 width=0.25", ["--preset", "voice", "--centre", "9", "--width", "0.25"]),
+        ("5.1", "surround-gain=3 bass=steered", ["--surrounds", "3", "--bass", "steered"]),
+        ("5.1", "surround-gain=-60", ["--surrounds", "off"]),
+        ("5.1", "make-up-gain=12", ["--gain", "12"]),
+        ("3.0", "make-up-gain=12 limiter=false", ["--gain", "12", "--no-limiter"]),
+        ("2.0", "", []),
+        ("2.0", "preset=music", ["--preset", "music"]),
+        ("2.0", "preset=voice", ["--preset", "voice"]),
+        ("2.0", "centre-gain=-12 make-up-gain=6", ["--centre", "-12"]),
     ):
+        channels = CHANNELS[layout]
         launch(
-            f"filesrc location={source}", "! wavparse ! tarnupmix", properties, f"! wavenc ! filesink location={target}"
+            f"filesrc location={source} ! wavparse ! tarnupmix {properties}",
+            f"! audio/x-raw,channels={channels} ! filesink location={target}",
         )
-        compared += same(read_samples(target)[0], command_output(source, folder, options=options))
+        compared += same(raw_samples(target, channels, 24), command_output(source, folder, layout, options=options))
     return compared
 
 
@@ -135,8 +154,8 @@ def test_floats(folder):
         f"! wavenc ! filesink location={target}",
     )
     assert soundfile.info(target).subtype == "FLOAT"
-    found = soundfile.read(target)[0]
-    return same(found, command_output(source, folder, bits=32) / 2**31)  # the width of floats in a stream
+    found = soundfile.read(target, dtype="float32")[0]
+    return same(found, as_floats(command_output(source, folder, bits=32)))  # the width of floats in a stream
 
 
 def test_rates_change(folder):
@@ -206,6 +225,38 @@ def test_films(folder):
     return compared
 
 
+def test_page(folder):
+    """The first examples of docs/hosts/gstreamer.md, with a file for the loudspeakers. Other channels than stereo pass or
+    are converted by playbin.
+    """
+    page = (Path(__file__).parents[2] / "docs/hosts/gstreamer.md").read_text()
+    surround, voices = re.findall(r"^gst-launch-1.0 playbin uri=\S+ '?(audio-filter=.*)$", page, re.MULTILINE)
+    stereo = known_signal(FRAMES, 16)
+    six = numpy.hstack([stereo, stereo[::-1], stereo[:, ::-1]])
+    eight = numpy.hstack([six, stereo])
+    target = folder / "element.raw"
+    compared = 0
+    for example, name, samples, layout, preset in (
+        (surround, "stereo", stereo, "5.1", None),
+        (surround, "six", six, None, None),
+        (surround, "eight", eight, None, None),
+        (voices, "stereo", stereo, "2.0", "voice"),
+    ):
+        source = folder / f"page-{name}.wav"
+        write_stereo(source, samples, 48000, 16)
+        (option,) = shlex.split(example)
+        play(source, target, option)
+        expected = samples if layout is None else command_output(source, folder, layout, preset=preset)
+        compared += same(raw_samples(target, expected.shape[1]), expected)
+    for example, channels, samples in ((surround, 6, stereo[:, :1]), (voices, 2, stereo[:, :1]), (voices, 2, six)):
+        source = folder / "page-converted.wav"
+        write_stereo(source, samples, 48000, 16)
+        (option,) = shlex.split(example)
+        play(source, target, option)
+        assert len(raw_samples(target, channels)) == FRAMES, (example, samples.shape)
+    return compared
+
+
 def test_ten_minutes(folder):
     """Ten minutes of audio."""
     source, target, expected = (folder / f"long-{name}.wav" for name in ("in", "element", "command"))
@@ -214,7 +265,7 @@ def test_ten_minutes(folder):
         for _ in range(30):
             file.write(part)
     launch(f"filesrc location={source}", f"! wavparse ! tarnupmix ! wavenc ! filesink location={target}")
-    subprocess.run([os.environ["TARN"], "upmix", "--quiet", "--preset", "plain", source, expected], check=True)
+    subprocess.run([os.environ["TARN"], "upmix", "--quiet", source, expected], check=True)
     compared = 0
     with soundfile.SoundFile(target) as left, soundfile.SoundFile(expected) as right:
         assert left.frames == right.frames == 600 * 44100
@@ -308,7 +359,7 @@ def test_segment_seek(gst, folder):
 
 
 def test_latency(gst):
-    """A live pipeline has 1024 frames more latency. Returns the reported and the measured latency."""
+    """A live pipeline has 1088 frames more latency. Returns the reported and the measured latency."""
 
     def reported_latency(element):
         pipeline = Pipeline(
@@ -386,7 +437,15 @@ def main():
         test_installation(folder, build)
         compared = sum(
             test(folder)
-            for test in (test_files, test_buffer_sizes, test_settings, test_rates_change, test_films, test_ten_minutes)
+            for test in (
+                test_files,
+                test_buffer_sizes,
+                test_settings,
+                test_rates_change,
+                test_films,
+                test_page,
+                test_ten_minutes,
+            )
         )
         test_films_with_pictures(folder)
         compared += test_seeking(Gst, folder) + test_segment_seek(Gst, folder)

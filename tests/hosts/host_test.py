@@ -14,10 +14,12 @@ import subprocess
 import numpy
 import soundfile
 
-LATENCY = 1024  # frames of a stream, at every rate
+LATENCY = 1088  # frames of a stream with the limiter, at every rate
 ENGINE_LATENCY = 960  # of the engine, and so of `tarn upmix --no-align`
 FADE = 1024  # frames of a crossfade
+SETTLED = 4096  # frames after a fade in which the filters of the bass decay
 FULL_SCALE = 2.0**31
+SLOTS = {"2.0": 2, "3.0": 3, "5.1": 6, "7.1": 8}  # of a frame, by layout
 SUBTYPES = {16: "PCM_16", 24: "PCM_24", 32: "PCM_32"}
 
 
@@ -48,50 +50,83 @@ def read_samples(path):
     return soundfile.read(path, dtype="int32", always_2d=True)
 
 
-def command_output(source, directory, layout="3.0", bits=None, options=()):
-    """The output of `tarn upmix` for a file: [frames, slots], left-aligned in 32 bits."""
+def command_output(source, directory, layout="3.0", bits=None, options=(), preset=None):
+    """The output of `tarn upmix` for a file: [frames, slots], left-aligned in 32 bits. Without a preset, it has the
+    default of the command, which is that of the hosts.
+    """
     target = Path(directory) / f"command-{layout}-{bits}.wav"
     width = [] if bits is None else ["--bits", str(bits)]
-    subprocess.run(
-        [os.environ["TARN"], "upmix", "--quiet", "--force", "--preset", "plain", "--layout", layout, *width, *options, source, target],
-        check=True,
-    )
+    command = [os.environ["TARN"], "upmix", "--quiet", "--force", *preset_option(preset), "--layout", layout]
+    subprocess.run([*command, *width, *options, source, target], check=True)
     return read_samples(target)[0]
 
 
-def live_output(samples, rate, phase, *options):
-    """The output of the command for samples, [frames, 2] left-aligned in 32 bits, as [frames, 3] floats. The samples
-    start at frame phase of a block of 64, as in a host that has been running before.
+def preset_option(preset):
+    """The option of the command for a preset, or none."""
+    return [] if preset is None else ["--preset", preset]
+
+
+def without_lfe(upmixed):
+    """The channels of an upmix that plug-ins have: all but the fourth, the LFE channel, which is silent."""
+    if upmixed.shape[1] < 4:
+        return upmixed
+    assert not upmixed[:, 3].any()
+    return numpy.delete(upmixed, 3, axis=1)
+
+
+def live_output(samples, rate, phase, *options, layout="3.0", preset=None):
+    """The output of the command for samples, [frames, 2] left-aligned in 32 bits, as [frames, slots] floats. The
+    samples start at frame phase of a block of 64, as in a host that has been running before.
     """
     stream = numpy.concatenate([numpy.zeros((phase, 2), numpy.int32), samples]).astype("<i4")
-    command = [os.environ["TARN"], "upmix", "--quiet", "--preset", "plain", *options, "--raw", f"{rate}:32", "-", "-"]
-    upmixed = subprocess.run(command, input=stream.tobytes(), capture_output=True, check=True).stdout
-    return as_floats(numpy.frombuffer(upmixed, "<i4").reshape(-1, 3)[phase:])
+    command = [os.environ["TARN"], "upmix", "--quiet", *preset_option(preset), "--layout", layout, *options]
+    raw = ["--raw", f"{rate}:32", "-", "-"]
+    upmixed = subprocess.run([*command, *raw], input=stream.tobytes(), capture_output=True, check=True).stdout
+    return as_floats(numpy.frombuffer(upmixed, "<i4").reshape(-1, SLOTS[layout])[phase:])
 
 
-def command_beside(given, played, rate):
-    """The output of the command for the played samples, [frames, 2] floats, with the delay of the host, and this
-    delay in frames. Finds the phase of the blocks by comparing the start of the host's output.
+def as_integers(played):
+    """Floats of a host as integers, left-aligned in 32 bits."""
+    return (played.astype(numpy.float64) * FULL_SCALE).astype(numpy.int64).astype(numpy.int32)
+
+
+def phase_of(given, played, rate, *options, layout="3.0"):
+    """The phase of the blocks in a host, and its delay in frames: compares the start of the output with that of the
+    command for the played samples, [frames, 2] floats.
     """
-    samples = (played.astype(numpy.float64) * FULL_SCALE).astype(numpy.int64).astype(numpy.int32)
     for phase in range(64):
+        start = without_lfe(live_output(as_integers(played[:20000]), rate, phase, *options, layout=layout))
         try:
-            measured = position_of(given[:40000], live_output(samples[:20000], rate, phase)[:18000])
+            return phase, position_of(given[:40000], start[:18000])
         except AssertionError:
             continue
-        # The pre-ringing of the filters before the first frame is only in output that is not aligned.
-        late = live_output(samples, rate, phase, "--no-align")
-        silence = numpy.zeros((measured - ENGINE_LATENCY, 3), numpy.float32)
-        return numpy.concatenate([silence, late])[: len(given)], measured
     raise AssertionError("no phase of the blocks gives the output of the host")
 
 
-def off_and_on(given, played, rate):
+def late_output(played, rate, place, *options, layout="3.0", preset=None):
+    """The output of the command for the played samples, with the phase of the blocks and the delay of a host."""
+    phase, delay = place
+    # The pre-ringing of the filters before the first frame is only in output that is not aligned.
+    options = ("--no-align", *options)
+    late = without_lfe(live_output(as_integers(played), rate, phase, *options, layout=layout, preset=preset))
+    silence = numpy.zeros((delay - ENGINE_LATENCY, late.shape[1]), numpy.float32)
+    return numpy.concatenate([silence, late])
+
+
+def command_beside(given, played, rate, layout="3.0"):
+    """The output of the command for the played samples, [frames, 2] floats, as late as that of the host, and the
+    delay of the host in frames.
+    """
+    place = phase_of(given, played, rate, layout=layout)
+    return late_output(played, rate, place, layout=layout)[: len(given)], place[1]
+
+
+def off_and_on(given, played, rate, layout="3.0"):
     """Checks the output of a host that was bypassed for a while: the upmix, a linear fade to the input, a linear fade
     back. Samples outside the fades have to be exact. Returns the greatest difference in the fades in steps of 24
     bits, and the delay in frames.
     """
-    wet, measured = command_beside(given, played, rate)
+    wet, measured = command_beside(given, played, rate, layout)
     plain = numpy.zeros_like(wet)
     plain[measured:, :2] = played[:-measured]
     off = int(numpy.argmin((given == wet).all(axis=1)))
@@ -104,6 +139,20 @@ def off_and_on(given, played, rate):
     difference = float(numpy.abs(share * wet + (1 - share) * plain - given).max()) * 2**23
     assert difference <= 1, difference
     return difference, measured
+
+
+def changed_once(given, before, after, frames=FADE + SETTLED):
+    """Checks the output of a host in which a control changed while it played: exactly one signal before, and the
+    other one some frames after the change began. The filters of the bass keep a trace of the change, which moves one
+    of thousands of samples over a border of rounding. Returns the number of compared samples.
+    """
+    at = int(numpy.argmin((given == before).all(axis=1)))
+    steady = at + frames
+    assert 0 < at < steady < len(given), (at, numpy.count_nonzero(given != before))
+    assert (numpy.abs(before[steady:] - after[steady:]) > 0.01).any(), "the change has no effect"
+    assert numpy.abs(given[steady:] - after[steady:]).max() * 2**23 <= 1
+    assert numpy.mean(given[steady:] != after[steady:]) < 0.001
+    return given.size - given[0].size * frames
 
 
 def position_of(recording, expected, least=2000):

@@ -1,4 +1,4 @@
-"""Runs the LV2 plug-in in jalv under a separate JACK server. LV2_PATH names the folder of the bundle.
+"""Runs an LV2 plug-in in jalv under a separate JACK server. LV2_PATH names the folder of the bundle.
 
 The server has no sound card and is in freewheel mode, so no sample depends on the machine's speed. One client plays
 into jalv, another one records the output of jalv and of the first client.
@@ -11,6 +11,7 @@ from ctypes import CFUNCTYPE, c_char_p, c_float, c_int, c_uint32, c_ulong, c_voi
 import os
 import subprocess
 import tempfile
+import threading
 import time
 
 import numpy
@@ -22,15 +23,19 @@ AUDIO = b"32 bit float mono audio"
 IS_INPUT, IS_OUTPUT, NO_START_SERVER = 1, 2, 1
 CONNECTED_ALREADY = 17  # errno
 PLAYBACK = 1  # of JackLatencyCallbackMode
-CONNECTIONS = (
+INPUTS = (
     ("player:left", "recorder:played_left"),
     ("player:right", "recorder:played_right"),
     ("player:left", "tarn:in_left"),
     ("player:right", "tarn:in_right"),
-    ("tarn:out_left", "recorder:left"),
-    ("tarn:out_right", "recorder:right"),
-    ("tarn:out_centre", "recorder:centre"),
 )
+# Outputs by plug-in.
+OUTPUTS = {
+    "urn:tarn:upmix": ("left", "right", "centre"),
+    "urn:tarn:upmix-5.1": ("left", "right", "centre", "rear_left", "rear_right"),
+    "urn:tarn:upmix-7.1": ("left", "right", "centre", "rear_left", "rear_right", "side_left", "side_right"),
+    "urn:tarn:dialogue": ("left", "right"),
+}
 
 library = ctypes.CDLL("libjack.so.0")
 for name, result, arguments in (
@@ -74,8 +79,18 @@ class Tape:
     def __init__(self, signal):
         self.signal, self.position, self.running = signal, 0, False
         self.recorded = []
+        self.going_on = threading.Event()
+        self.going_on.set()
+
+    @contextlib.contextmanager
+    def held(self):
+        """Holds the player, and with it the server in freewheel mode, during the block."""
+        self.going_on.clear()
+        yield
+        self.going_on.set()
 
     def play(self, buffers):
+        self.going_on.wait(TIMEOUT)
         frames = min(len(buffers[0]), len(self.signal) - self.position) if self.running else 0
         for channel, buffer in enumerate(buffers):
             buffer[:] = 0
@@ -124,12 +139,13 @@ def shown_if_it_fails():
             raise
 
 
-def jalv_output(rate, sizes, signal, lines=()):
-    """Plays a signal, [frames, 2] floats, through jalv. The cycles have sizes[0] frames at first and sizes[1] while
-    playing. lines are pairs of a position, 0 to 1, and a command for jalv. Returns the output of jalv, [frames, 3],
-    and the played samples, [frames, 2], both from the first frame of the signal on, and the latency that jalv
-    reports, in frames.
+def jalv_output(rate, sizes, signal, lines=(), plugin="urn:tarn:upmix", options=()):
+    """Plays a signal, [frames, 2] floats, through a plug-in in jalv. The cycles have sizes[0] frames at first and
+    sizes[1] while playing. lines are pairs of a position, 0 to 1, and a command for jalv. Returns the output
+    of jalv, [frames, outputs], and the played samples, [frames, 2], both from the first frame of the signal on, and
+    the latency that jalv reports, in frames.
     """
+    outputs = OUTPUTS[plugin]
     server = f"tarn{os.getpid()}x{rate}x{sizes[0]}"
     os.environ["JACK_DEFAULT_SERVER"] = server
     os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"
@@ -137,11 +153,11 @@ def jalv_output(rate, sizes, signal, lines=()):
     dummy = ("-d", "dummy", "-r", str(rate), "-p", str(sizes[0]))
     with shown_if_it_fails() as log, running("jackd", "-n", server, "-r", "-t", "10000", *dummy, log=log):
         wait_for(lambda: subprocess.run(["jack_lsp"], capture_output=True).returncode == 0, "no JACK server")
-        with running("jalv", "-x", "-n", "tarn", "urn:tarn:upmix", log=log) as jalv:
+        with running("jalv", "-x", "-n", "tarn", *options, plugin, log=log) as jalv:
             player = Client("player", IS_OUTPUT, ("left", "right"), tape.play)
-            ports = ("left", "right", "centre", "played_left", "played_right")
+            ports = (*outputs, "played_left", "played_right")
             recorder = Client("recorder", IS_INPUT, ports, tape.record)
-            for source, target in CONNECTIONS:
+            for source, target in (*INPUTS, *((f"tarn:out_{port}", f"recorder:{port}") for port in outputs)):
                 names = source.encode(), target.encode()
                 wait_for(
                     lambda: library.jack_connect(player.handle, *names) in (0, CONNECTED_ALREADY),
@@ -152,7 +168,9 @@ def jalv_output(rate, sizes, signal, lines=()):
             tape.running = True
             for part, line in lines:
                 wait_for(lambda: tape.position > part * len(signal), "the player stopped")
-                jalv.stdin.write(line + "\n")
+                with tape.held():  # jalv reads commands in real time
+                    jalv.stdin.write(line + "\n")
+                    time.sleep(1)
             wait_for(lambda: tape.position == len(signal), "the player does not finish")
             end = tape.length()
             wait_for(lambda: tape.length() > end + 2 * LATENCY, "the recorder stopped")
@@ -160,14 +178,14 @@ def jalv_output(rate, sizes, signal, lines=()):
             assert library.jack_set_freewheel(player.handle, 0) == 0
             reported = (c_uint32 * 2)()
             library.jack_port_get_latency_range(
-                library.jack_port_by_name(player.handle, b"tarn:out_centre"), PLAYBACK, reported
+                library.jack_port_by_name(player.handle, f"tarn:out_{outputs[-1]}".encode()), PLAYBACK, reported
             )
             for client in (player, recorder):
                 library.jack_client_close(client.handle)
     assert {len(cycle) for cycle in tape.recorded} == {sizes[1]}, "cycles of another size"
     recording = numpy.concatenate(tape.recorded)
-    played = recording[:, 3:]
+    played = recording[:, len(outputs) :]
     start = int(numpy.flatnonzero(played.any(axis=1))[0] - numpy.flatnonzero(signal.any(axis=1))[0])
     assert numpy.array_equal(played[start : start + len(signal)], signal), "cycles were lost"
     assert reported[0] == reported[1], tuple(reported)
-    return recording[start:, :3], played[start:], reported[0]
+    return recording[start:, : len(outputs)], played[start:], reported[0]

@@ -1,17 +1,48 @@
 #!/usr/bin/env python3
-"""The LV2 plug-in in jalv under JACK, as in docs/hosts/jack.md: bypassed for a while by commands to jalv, after a
-change of the buffer size. Plays for TARN_SOAK_MINUTES minutes if the environment sets them.
+"""LV2 plug-ins in jalv under JACK, as in docs/hosts/jack.md: bypassed for a while by commands to jalv, after a
+change of the buffer size, and with a change of the preset. Plays for TARN_SOAK_MINUTES minutes if the environment sets
+them.
 """
 # SPDX-License-Identifier: MIT
 
 import os
 
-from host_test import LATENCY, Row, as_floats, known_signal, off_and_on, passed
+from host_test import (
+    FADE,
+    LATENCY,
+    SETTLED,
+    Row,
+    as_floats,
+    changed_once,
+    known_signal,
+    late_output,
+    off_and_on,
+    passed,
+    phase_of,
+)
 from jack_setup import jalv_output
 
 RATE = 48000
 SECONDS = 60 * int(os.environ.get("TARN_SOAK_MINUTES", 0)) or 40
 FRAMES = SECONDS * RATE + 13
+
+
+def check_commands():
+    """A preset and a control change while 5.1 plays. Returns the number of compared samples."""
+    signal = as_floats(known_signal(20 * RATE, 24, seed=6))
+    compared = 0
+    for line, preset, options, frames in (
+        # jalv finds presets after it has listed them. It interrupts the plug-in to load one.
+        ("presets\npreset urn:tarn:upmix-5.1#music", "music", (), 10 * RATE),
+        ("set centre -12", None, ("--centre", "-12"), FADE + SETTLED),
+    ):
+        given, played, _ = jalv_output(RATE, (1024, 1024), signal, ((0.2, line),), "urn:tarn:upmix-5.1")
+        place = phase_of(given, played, RATE, layout="5.1")
+        assert place[1] == LATENCY, place
+        before = late_output(played, RATE, place, layout="5.1")
+        after = late_output(played, RATE, place, *options, layout="5.1", preset=preset)
+        compared += changed_once(given, before[: len(given)], after[: len(given)], frames)
+    return compared
 
 
 def main():
@@ -20,7 +51,8 @@ def main():
     given, played, reported = jalv_output(RATE, (1024, 256), signal, lines)
     difference, measured = off_and_on(given, played, RATE)
     assert reported == measured == LATENCY, (reported, measured)
-    passed(Row(f"JACK: jalv, off and on, {SECONDS} s", given.size, difference, 24, f"{reported} frames", measured))
+    compared = given.size if "TARN_SOAK_MINUTES" in os.environ else given.size + check_commands()
+    passed(Row(f"JACK: jalv, off and on, {SECONDS} s", compared, difference, 24, f"{reported} frames", measured))
 
 
 main()

@@ -25,11 +25,28 @@ from host_test import (
     passed,
     position_of,
     read_samples,
+    without_lfe,
     write_stereo,
 )
 
 FRAMES = 96000
 RATES = (44100, 48000, 96000)
+LABELS = (
+    "tarn_upmix",
+    "tarn_upmix_3",
+    "tarn_upmix51",
+    "tarn_upmix51_5",
+    "tarn_upmix71",
+    "tarn_upmix71_7",
+    "tarn_dialogue",
+)
+FILM = (1, 1, 0, 3, 1, 0, 1, 1)  # the controls of tarn_upmix
+# Other layouts than 3.0: label, layout and options of the command with the same output.
+OTHERS = (
+    ("tarn_upmix51", "5.1", ()),
+    ("tarn_upmix71", "7.1", ()),
+    ("tarn_dialogue", "2.0", ("--centre", "6")),
+)
 LAYOUT = "channelmap=map='0-FL|1-FR|2-FC:3.0'"
 
 
@@ -62,13 +79,25 @@ def begin_of(result, expected, what):
 def applyplugin(directory):
     """The tools list the descriptors and play 16-bit files at every rate. They round down when they write."""
     listed = run("analyseplugin", "-l", "tarn.so").stdout
-    assert [line.split()[0] for line in listed.splitlines()] == ["tarn_upmix", "tarn_upmix_3"], listed
-    shown = run("analyseplugin", "tarn.so", "tarn_upmix").stdout
+    assert tuple(line.split()[0] for line in listed.splitlines()) == LABELS, listed
+    shown = run("analyseplugin", "tarn.so", "tarn_upmix51").stdout
     for line in (
         '"Upmix" input, control, toggled, default 1',
         '"Mode (1 fast, 2 calm)" input, control, 0.9 to 2.1, default 1, integer',
-        '"Make-up gain (dB)" input, control, -60 to 18, default 0',
+        '"Preset (0 the controls below, 1 film, 2 music, 3 voice, 4 plain)" input, control, -0.1 to 4.1, default 0,',
+        '"Make-up gain (dB)" input, control, -42 to 18, default 3',
+        '"Limiter" input, control, toggled, default 1',
+        '"Centre (dB)" input, control, -60 to 12, default 0',
+        '"Width of the centre" input, control, 0 to 1, default 1',
+        '"Bass in the fronts" input, control, toggled, default 1',
+        '"Surrounds (dB, -48 off)" input, control, -48 to 12, default -3',
         "Environment: Normal or Hard Real-Time",
+    ):
+        assert line in shown, shown
+    shown = run("analyseplugin", "tarn.so", "tarn_dialogue").stdout
+    for line in (
+        '"Make-up gain (dB)" input, control, -60 to 18, default 0',
+        '"Centre (dB)" input, control, -12 to 12, ',
     ):
         assert line in shown, shown
     reported = int(re.search(r'"latency" output, control, 0 to \d+, default (\d+), integer', shown)[1])
@@ -78,12 +107,13 @@ def applyplugin(directory):
     result = directory / "result.wav"
     for rate in RATES:
         source, expected = signal_and_expected(directory, rate, 16)
-        run("applyplugin", "-s0.1", source, result, "tarn.so", "tarn_upmix", 1, 1, 0)
-        measured = begin_of(read_samples(result)[0], expected >> 16 << 16, f"{rate} Hz")
+        run("applyplugin", "-s0.1", source, result, "tarn.so", "tarn_upmix", *FILM)
+        expected = numpy.floor(as_floats(expected).astype(numpy.float64) * 2**15).astype(numpy.int32) << 16
+        measured = begin_of(read_samples(result)[0], expected, f"{rate} Hz")
         assert measured == LATENCY, (rate, measured)
         compared += expected.size
     refused = subprocess.run(
-        ["applyplugin", directory / "refused.wav", result, "tarn.so", "tarn_upmix", "1", "1", "0"],
+        ["applyplugin", directory / "refused.wav", result, "tarn.so", "tarn_upmix", *map(str, FILM)],
         capture_output=True,
         text=True,
         check=False,
@@ -92,12 +122,12 @@ def applyplugin(directory):
     return Row("LADSPA: applyplugin", compared, 0, 16, f"{reported} in the file, unused", measured)
 
 
-def filtered(source, filters, option="-af"):
-    """The output of FFmpeg for a file, without warnings: [frames, 3] floats."""
+def filtered(source, filters, option="-af", channels=3):
+    """The output of FFmpeg for a file, without warnings: [frames, channels] floats."""
     result = source.with_suffix(".f32")
     said = run("ffmpeg", "-v", "error", "-y", "-i", source, option, filters, "-f", "f32le", result).stderr
     assert not said, said
-    return numpy.fromfile(result, "<f4").reshape(-1, 3)
+    return numpy.fromfile(result, "<f4").reshape(-1, channels)
 
 
 def check_change(samples, before, after, what):
@@ -108,19 +138,40 @@ def check_change(samples, before, after, what):
 
 
 def check_commands(source, directory):
-    """Commands of FFmpeg while playing: bypass, and a gain of NaN, which is 0 dB."""
+    """Commands of FFmpeg while playing: bypass, a preset, and a gain of NaN, which is the default."""
     upmixed = as_floats(command_output(source, directory, bits=32))
     plain = as_floats(read_samples(source)[0])
     plain = numpy.column_stack([plain, 0 * plain[:, 0]])
     quiet = as_floats(command_output(source, directory, bits=32, options=["--gain", "-6"]))
     for command, controls, before, after in (
         ("c0 0", "c0=1", upmixed, plain),
-        ("c2 -6", "c2=0", upmixed, quiet),
-        ("c2 nan", "c2=-6", quiet, upmixed),
+        ("c2 4", "c2=0", upmixed, as_floats(command_output(source, directory, bits=32, preset="plain"))),
+        ("c3 -6", "c3=3", upmixed, quiet),
+        ("c3 nan", "c3=-6", quiet, upmixed),
     ):
         samples = filtered(source, f"asendcmd=c='0.5 ladspa {command}',ladspa=f=tarn:p=tarn_upmix:c={controls}")
         rest = len(samples) - LATENCY
         check_change(samples[LATENCY:], before[:rest], after[:rest], command)
+
+
+def check_others(source, directory):
+    """The other layouts, with defaults. Returns the number of samples."""
+    compared = 0
+    for label, layout, options in OTHERS:
+        expected = as_floats(without_lfe(command_output(source, directory, layout, 32, options)))
+        samples = filtered(source, f"apad=pad_len={LATENCY},ladspa=f=tarn:p={label}", channels=expected.shape[1])
+        assert begin_of(samples, expected, label) == LATENCY
+        compared += expected.size
+    # As in docs/hosts/ladspa.md: 5.1 with a silent LFE channel.
+    named = directory / "surround.wav"
+    filters = "ladspa=f=tarn:p=tarn_upmix51,pan=5.1|FL=c0|FR=c1|FC=c2|BL=c3|BR=c4"
+    run("ffmpeg", "-v", "error", "-i", source, "-af", filters, "-c:a", "pcm_f32le", named)
+    probed = run("ffprobe", "-v", "error", "-show_entries", "stream=channel_layout,channels", named).stdout
+    assert "channels=6\nchannel_layout=5.1\n" in probed, probed
+    expected = as_floats(command_output(source, directory, "5.1", 32))
+    named = soundfile.read(named, dtype="float32")[0]
+    assert (named[LATENCY:] == expected[:-LATENCY]).all(), "5.1"
+    return compared + named.size
 
 
 def check_ten_minutes(directory):
@@ -164,6 +215,7 @@ def ffmpeg(directory):
     named = soundfile.read(named, dtype="float32")[0]
     assert (named[LATENCY:] == expected[:-LATENCY]).all(), "with names"
     check_commands(source, directory)
+    compared += check_others(source, directory)
     compared += check_ten_minutes(directory)
     return Row("LADSPA: FFmpeg ladspa", compared, 0, 24, f"{reported}, with 3 inputs", measured)
 
@@ -186,13 +238,17 @@ def sox(directory):
         begins = []
         for size, effects in (
             (1000, ("pad", "0", f"{LATENCY}s", "ladspa", "tarn", "tarn_upmix_3")),
-            (8192, ("ladspa", "-l", "tarn", "tarn_upmix_3", 1, 1, 0)),  # compensates the reported latency
+            (8192, ("ladspa", "-l", "tarn", "tarn_upmix_3", *FILM)),  # compensates the reported latency
         ):
             run("sox", "--buffer", size, "-D", source, "-b", 24, result, "remix", 1, 2, 0, *effects)
             samples = read_samples(result)[0]
             begins.append(begin_of(samples, expected, (rate, effects)))
             assert len(samples) == begins[-1] + FRAMES, (rate, effects, len(samples))
             compared += expected.size
+        run("sox", "-D", source, "-b", 24, result, "remix", 1, 2, 0, 0, 0, "ladspa", "-l", "tarn", "tarn_upmix51_5")
+        surround = without_lfe(command_output(source, directory, "5.1", 32))
+        assert begin_of(read_samples(result)[0], sox_output(surround), f"5.1 at {rate} Hz") == 0
+        compared += surround.size
         measured, reported = begins[0], begins[0] - begins[1]
         assert (measured, reported) == (LATENCY, LATENCY), (rate, measured, reported)
     return Row("LADSPA: SoX ladspa", compared, 0, 24, str(reported), measured)

@@ -11,6 +11,7 @@ add_executable(
   lv2_host_test.cpp
   ${PROJECT_SOURCE_DIR}/tests/realtime/call_guard.cpp
   ${PROJECT_SOURCE_DIR}/tests/realtime/kernel_guard.cpp
+  ${PROJECT_SOURCE_DIR}/tests/realtime/stack_bytes.cpp
   ${PROJECT_SOURCE_DIR}/tests/support/signals.cpp)
 target_compile_definitions(tarn_lv2_host_tests PRIVATE TARN_INSTRUMENTED=0)
 target_link_libraries(tarn_lv2_host_tests PRIVATE tarn_options zrk_tarn PkgConfig::lilv GTest::gtest_main)
@@ -30,6 +31,6 @@ lv2_test(lv2.jalv lv2_jalv_test.py)
 # JACK has the plug-in in jalv, PipeWire as a sink. `./run soak-hosts` says for how many minutes.
 foreach(kind IN ITEMS "" soak-)
   lv2_test(${kind}jack jack_test.py)
-  lv2_test(${kind}pipewire pipewire_test.py ${PROJECT_SOURCE_DIR}/plugins/pipewire/tarn-upmix.conf)
+  lv2_test(${kind}pipewire pipewire_test.py ${PROJECT_SOURCE_DIR}/plugins/pipewire)
 endforeach()
 set_tests_properties(Hosts.soak-jack Hosts.soak-pipewire PROPERTIES LABELS soak TIMEOUT 0)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plays files through the LV2 plug-in in several programs: lv2_test.py BUNDLES, the folder of tarn.lv2.
+"""Plays files through the LV2 plug-ins in several programs: lv2_test.py BUNDLES, the folder of tarn.lv2.
 
 The programs and their output files have floats. A stream processes floats as 32-bit integers, so every sample has to
 equal the command's output at 32 bits.
@@ -15,10 +15,49 @@ import tempfile
 import numpy
 import soundfile
 
-from host_test import LATENCY, Row, as_floats, command_output, known_signal, passed, position_of, write_stereo
+from host_test import (
+    ENGINE_LATENCY,
+    LATENCY,
+    Row,
+    as_floats,
+    command_output,
+    known_signal,
+    passed,
+    position_of,
+    without_lfe,
+    write_stereo,
+)
 
-URI = "urn:tarn:upmix"
-BLOCK = 64  # frames of delay that a stream adds to the engine's
+BLOCKS = LATENCY - ENGINE_LATENCY  # frames of delay that a stream adds to the engine's
+# URIs by layout of the command, and FFmpeg's names of the channels of the outputs.
+URIS = {
+    "2.0": "urn:tarn:dialogue",
+    "3.0": "urn:tarn:upmix",
+    "5.1": "urn:tarn:upmix-5.1",
+    "7.1": "urn:tarn:upmix-7.1",
+}
+CHANNELS = {
+    "2.0": "0-FL|1-FR:stereo",
+    "3.0": "0-FL|1-FR|2-FC:3.0",
+    "5.1": "0-FL|1-FR|2-FC|3-BL|4-BR:5.0",
+    "7.1": "0-FL|1-FR|2-FC|3-BL|4-BR|5-SL|6-SR:7.0",
+}
+# Layout, options of the command, controls. The first one is played in every size.
+CASES = (
+    ("3.0", (), ()),
+    ("3.0", ("--bypass",), (("enabled", 0),)),
+    ("3.0", ("--mode", "calm", "--gain", "-6"), (("mode", 2), ("gain", -6))),
+    ("3.0", ("--preset", "plain"), (("gain", 0), ("limiter", 0), ("bass", 0))),
+    ("3.0", ("--gain", "18"), (("gain", 18),)),  # the limiter works
+    ("3.0", ("--gain", "18", "--no-limiter"), (("gain", 18), ("limiter", 0))),
+    ("3.0", ("--width", "0.5", "--centre", "4"), (("width", 0.5), ("centre", 4))),
+    ("5.1", (), ()),
+    ("5.1", ("--preset", "music", "--surrounds", "off"), (("width", 0.6), ("surrounds", -60))),
+    ("5.1", ("--preset", "voice"), (("centre", 6), ("surrounds", -9))),
+    ("7.1", (), ()),
+    ("2.0", ("--centre", "6"), ()),
+    ("2.0", ("--centre", "-9"), (("centre", -9),)),
+)
 RATES = (44100, 48000, 96000)
 MINUTES = 10
 
@@ -26,47 +65,50 @@ MINUTES = 10
 def validate(bundles):
     """LV2's validator finds no errors."""
     files = sorted((bundles / "tarn.lv2").glob("*.ttl"))
-    assert [file.name for file in files] == ["manifest.ttl", "tarn.ttl"]
+    names = ["dialogue.ttl", "manifest.ttl", "presets.ttl", "upmix-5.1.ttl", "upmix-7.1.ttl", "upmix.ttl"]
+    assert [file.name for file in files] == names
     output = subprocess.run(["lv2_validate", *files], check=True, capture_output=True, text=True)
     assert "Found 0 errors" in output.stdout, output.stdout + output.stderr
     assert "warning" not in output.stderr, output.stderr
 
 
-def filter_chain(size, options):
+def filter_chain(size, layout, options):
     """A filter chain of FFmpeg, with a frame size or FFmpeg's default."""
     split = [] if size is None else [f"asetnsamples=n={size}:p=0"]
     controls = ":c=" + "|".join(f"{symbol}={value}" for symbol, value in options) if options else ""
-    return ",".join([*split, "lv2=p=" + URI.replace(":", "\\\\:") + controls, "channelmap=map=0-FL|1-FR|2-FC:3.0"])
+    plugin = "lv2=p=" + URIS[layout].replace(":", "\\\\:") + controls
+    return ",".join([*split, plugin, f"channelmap=map={CHANNELS[layout]}"])
 
 
-def ffmpeg(source, target, size=None, options=()):
+def ffmpeg(source, target, size=None, layout="3.0", options=()):
     """Plays with FFmpeg, and names the channels."""
-    run("ffmpeg", "-v", "error", "-i", source, "-af", filter_chain(size, options), "-c:a", "pcm_f32le", target)
+    run("ffmpeg", "-v", "error", "-i", source, "-af", filter_chain(size, layout, options), "-c:a", "pcm_f32le", target)
 
 
-def mpv(source, target, size=None, options=()):
-    """Plays with mpv and FFmpeg's filter into a file with three channels."""
-    output = ("--ao=pcm", f"--ao-pcm-file={target}", "--audio-channels=3.0")
-    run("mpv", "--no-config", *output, f"--af=lavfi=[{filter_chain(size, options)}]", source)
+def mpv(source, target, size=None, layout="3.0", options=()):
+    """Plays with mpv and FFmpeg's filter into a file with all channels."""
+    output = ("--ao=pcm", f"--ao-pcm-file={target}", "--audio-channels=" + CHANNELS[layout].split(":")[1])
+    run("mpv", "--no-config", *output, f"--af=lavfi=[{filter_chain(size, layout, options)}]", source)
 
 
-def lv2apply(source, target, size=None, options=()):
+def lv2apply(source, target, size=None, layout="3.0", options=()):
     """Plays with lv2apply, which processes frame by frame."""
     assert size is None
     controls = [word for symbol, value in options for word in ("-c", symbol, str(value))]
-    run("lv2apply", "-i", source, "-o", target, *controls, URI)
+    run("lv2apply", "-i", source, "-o", target, *controls, URIS[layout])
 
 
-def lv2file(source, target, size, options=()):
+def lv2file(source, target, size, layout="3.0", options=()):
     """Plays with lv2file."""
     controls = [word for symbol, value in options for word in ("-p", f"{symbol}:{value}")]
-    run("lv2file", "-i", source, "-o", target, "-b", str(size), "-c", "1:in_left", "-c", "2:in_right", *controls, URI)
+    inputs = ("-c", "1:in_left", "-c", "2:in_right")
+    run("lv2file", "-i", source, "-o", target, "-b", str(size), *inputs, *controls, URIS[layout])
 
 
-def lv2proc(source, target, size, options=()):
+def lv2proc(source, target, size, layout="3.0", options=()):
     """Plays with lv2proc."""
     controls = [word for symbol, value in options for word in ("-c", f"{symbol}:{value}")]
-    run("lv2proc", "-i", source, "-o", target, "-n", str(size), *controls, URI)
+    run("lv2proc", "-i", source, "-o", target, "-n", str(size), *controls, URIS[layout])
 
 
 HOSTS = {
@@ -91,15 +133,15 @@ def floats(path):
 
 
 def compare(given, upmixed):
-    """Expects the upmix without alignment, one block later. Returns the number of samples."""
-    assert len(given) == len(upmixed) and not given[:BLOCK].any()
-    assert numpy.array_equal(given[BLOCK:], as_floats(upmixed[:-BLOCK]))
+    """Expects the upmix without alignment, some blocks later. Returns the number of samples."""
+    assert given.shape == upmixed.shape and not given[:BLOCKS].any(), (given.shape, upmixed.shape)
+    assert numpy.array_equal(given[BLOCKS:], as_floats(upmixed[:-BLOCKS]))
     return given.size
 
 
 def play_everywhere(directory):
-    """Plays in every program, rate and size, with bypass, mode and gain. Returns the number of samples and the delays
-    by program.
+    """Plays in every program, rate and size, with every control. Returns the number of samples and the delays by
+    program.
     """
     compared = dict.fromkeys(HOSTS, 0)
     latencies = {name: set() for name in HOSTS}
@@ -108,20 +150,17 @@ def play_everywhere(directory):
         source, integers = directory / f"{rate}.wav", directory / f"{rate}-24.wav"
         soundfile.write(source, as_floats(signal), rate, subtype="FLOAT")
         write_stereo(integers, signal, rate, 24)
-        for options, controls in (
-            ((), ()),
-            (("--bypass",), (("enabled", 0),)),
-            (("--mode", "calm", "--gain", "-6"), (("mode", 2), ("gain", -6))),
-        ):
-            aligned = as_floats(command_output(integers, directory, bits=32, options=options))
-            upmixed = command_output(integers, directory, bits=32, options=("--no-align", *options))
+        for case in CASES:
+            layout, options, controls = case
+            aligned = as_floats(without_lfe(command_output(integers, directory, layout, 32, options)))
+            upmixed = without_lfe(command_output(integers, directory, layout, 32, ("--no-align", *options)))
             for name, (play, sizes) in HOSTS.items():
-                for size in sizes if not controls else sizes[-1:]:
+                for size in sizes if case == CASES[0] else sizes[-1:]:
                     target = directory / "played.wav"
                     target.unlink(missing_ok=True)
-                    play(source, target, size, controls)
+                    play(source, target, size, layout, controls)
                     given, played_rate = floats(target)
-                    assert played_rate == rate and given.shape == (len(signal), 3), (name, given.shape)
+                    assert played_rate == rate and len(given) == len(signal), (name, case, given.shape)
                     compared[name] += compare(given, upmixed)
                     latencies[name].add(position_of(given, aligned))
     return compared, latencies
@@ -154,15 +193,15 @@ def play_long(directory):
             floating.write(as_floats(part))
         frames = integer.frames
     ffmpeg(source, target, 997)
-    run(os.environ["TARN"], "upmix", "--quiet", "--preset", "plain", "--no-align", "--bits", "32", integers, upmixed)
+    run(os.environ["TARN"], "upmix", "--quiet", "--no-align", "--bits", "32", integers, upmixed)
     compared = 0
     with soundfile.SoundFile(target) as given, soundfile.SoundFile(upmixed) as wanted:
         assert given.frames == wanted.frames == frames
-        assert not given.read(BLOCK).any()
+        assert not given.read(BLOCKS).any()
         while len(block := given.read(1 << 20, "float32")):
             assert numpy.array_equal(block, as_floats(wanted.read(len(block), "int32")))
             compared += block.size
-    assert compared == 3 * (frames - BLOCK)
+    assert compared == 3 * (frames - BLOCKS)
     return compared
 
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Tests the sink "Tarn upmix" in a separate PipeWire: pipewire_test.py CONFIGURATION, the configuration of the sink.
-Plays one signal of TARN_SOAK_MINUTES minutes, if the environment sets them, instead of many short ones.
+"""Tests the sinks "Tarn upmix" and "Tarn dialogue" in a separate PipeWire: pipewire_test.py FOLDER, the folder of
+their configurations. Plays one signal of TARN_SOAK_MINUTES minutes, if the environment sets them, instead of many short ones.
 
 The device has no hardware. The test records the monitors of the device and of the sink. PipeWire plays in real time
 with a quantum that is long enough for a busy machine. Parts with lost cycles are played again; the table shows how
@@ -10,9 +10,11 @@ many.
 
 from concurrent.futures import ThreadPoolExecutor
 import contextlib
+from functools import partial
 import json
 import os
 from pathlib import Path
+import re
 import subprocess
 import sys
 import tempfile
@@ -21,10 +23,26 @@ import time
 import numpy
 import soundfile
 
-from host_test import LATENCY, Row, as_floats, command_beside, known_signal, live_output, off_and_on, passed
+from host_test import (
+    LATENCY,
+    Row,
+    as_floats,
+    changed_once,
+    command_beside,
+    known_signal,
+    late_output,
+    live_output,
+    off_and_on,
+    passed,
+    phase_of,
+    without_lfe,
+)
 
 SURROUND = ("FL", "FR", "FC", "LFE", "RL", "RR")
+SIDES = ("FL", "FR", "FC", "LFE", "SL", "SR")
+ALL = (*SURROUND, "SL", "SR")
 FRONT = SURROUND[:3]
+HALF_POWER = numpy.float32(0.5**0.5)  # with which PipeWire mixes a channel into others
 RATES = (44100, 48000, 96000)
 ATTEMPTS = 5
 SECONDS = 20  # timeout
@@ -64,9 +82,9 @@ def node(name):
 class Session:
     """A PipeWire with a session manager, a device and the sink, in its own directory."""
 
-    def __init__(self, configuration, directory, rate, quantum, positions):
+    def __init__(self, configurations, directory, rate, quantum, positions):
         self.directory, self.rate, self.quantum, self.positions = directory, rate, quantum, positions
-        self.configuration = configuration
+        self.configurations = configurations
         self.logs = open(directory / "log.txt", "w+")
         self.stack = contextlib.ExitStack()
 
@@ -114,7 +132,7 @@ class Session:
         self.start("wireplumber")
         wait_for(lambda: "WirePlumber" in output_of("wpctl", "status"), "WirePlumber does not come up")
         run("pw-metadata", "-n", "settings", "0", "clock.force-quantum", self.quantum)
-        self.add_sink("tarn_upmix", "device", Path(self.configuration).read_text())
+        self.add_sink("tarn_upmix", "device", self.configuration("upmix"))
 
     def __exit__(self, kind, *_):
         self.stack.close()
@@ -122,11 +140,15 @@ class Session:
             self.logs.seek(0)
             print(self.logs.read())
 
+    def configuration(self, sink):
+        """The configuration of a sink."""
+        return (self.configurations / f"tarn-{sink}.conf").read_text()
+
     def add_other(self):
         """Adds another device with a sink."""
         run("pw-cli", "create-node", "adapter", self.device("other_device"))
         wait_for(lambda: node("other_device"), "the device does not come up")
-        text = Path(self.configuration).read_text().replace("tarn_upmix", "other_upmix")
+        text = self.configuration("upmix").replace("tarn_upmix", "other_upmix")
         assert (at := "playback.props = {") in text
         self.add_sink("other_upmix", "other_device", text.replace(at, f"{at} target.object = other_device"))
 
@@ -177,9 +199,10 @@ class Session:
             soundfile.write(file.name, as_floats(numpy.concatenate([samples, silence])), self.rate, "FLOAT")
             run("pw-play", *options, file.name, seconds=SECONDS + len(samples) / self.rate)
 
-    def switch(self, enabled):
-        """Switches the sink on or off."""
-        run("pw-cli", "set-param", "tarn_upmix", "Props", f'{{ params = [ "tarn:enabled" {enabled}.0 ] }}')
+    def set(self, sink="tarn_upmix", **controls):
+        """Sets controls of a sink."""
+        params = " ".join(f'"tarn:{name}" {value}' for name, value in controls.items())
+        run("pw-cli", "set-param", sink, "Props", f"{{ params = [ {params} ] }}")
 
 
 def found(rows, recording):
@@ -211,11 +234,12 @@ def until_whole(session, samples, play, check, **places):
     raise AssertionError(f"{ATTEMPTS} attempts lost samples {lost[-ATTEMPTS:]}")
 
 
-def upmixed(session, samples, play, expected=lambda front: front, **places):
-    """Plays to a sink and compares the device with the command. Returns the number of samples and the delay in
-    frames.
+def upmixed(session, samples, play, expected=lambda surround: surround, options=(), layout="5.1", **places):
+    """Plays to a sink and compares the device with the command, whose output expected() changes. Returns the number
+    of samples and the delay in frames.
     """
-    candidates = [expected(live_output(samples, session.rate, phase)) for phase in range(64)]
+    outputs = (live_output(samples, session.rate, phase, *options, layout=layout) for phase in range(64))
+    candidates = [expected(output) for output in outputs]
 
     def check(device, _):
         places = (found(rows, device) for rows in candidates)
@@ -244,17 +268,45 @@ def longest_gap(session, samples, *changes):
     return numpy.diff(loud).max() / rate
 
 
+def surround71(text):
+    """The configuration of the sink for 7.1, with the lines of docs/hosts/pipewire.md."""
+    for before, after in (
+        ('"urn:tarn:upmix-5.1"', '"urn:tarn:upmix-7.1"'),
+        ('"tarn:out_rear_right"', '"tarn:out_rear_right" "tarn:out_side_left" "tarn:out_side_right"'),
+        ("audio.channels = 5", "audio.channels = 7"),
+        ("[ FL FR FC RL RR ]", "[ FL FR FC RL RR SL SR ]"),
+        ("tarn_upmix", "upmix71"),
+    ):
+        assert before in text, before
+        text = text.replace(before, after)
+    return text
+
+
+def preset_of_page(preset):
+    """The controls of a preset in the commands of docs/hosts/pipewire.md."""
+    page = (Path(__file__).parents[2] / "docs/hosts/pipewire.md").read_text()
+    commands = [line for line in page.splitlines() if line.count('"tarn:') == 6]
+    command = dict(zip(("film", "music", "voice", "plain"), commands, strict=True))[preset]
+    return {name: float(value) for name, value in re.findall(r'"tarn:(\w+)" ([-0-9.]+)', command)}
+
+
+def recorded(device):
+    """The channels of the sink at a 5.1 device."""
+    return without_lfe(device)
+
+
 def switched(session, samples):
     """Bypasses for a while. Returns the number of samples, the greatest difference in the fades and the delay in
     frames.
     """
 
     def play():
-        played_with(session, samples, lambda: session.switch(0), lambda: session.switch(1))
+        played_with(session, samples, lambda: session.set(enabled=0.0), lambda: session.set(enabled=1.0))
 
     def check(device, sink):
         try:
-            return 3 * len(samples), *off_and_on(device[: len(samples), :3], sink, session.rate)
+            given = recorded(device[: len(samples)])
+            return given.size, *off_and_on(given, sink, session.rate, "5.1")
         except AssertionError as problem:
             print(problem)
             return None
@@ -262,14 +314,48 @@ def switched(session, samples):
     return until_whole(session, samples, play, check)
 
 
-def surround_of(front):
-    """3.0 as 5.1 with silent other channels."""
-    return numpy.column_stack([front, numpy.zeros((len(front), 3), numpy.float32)])
+def changed(session, samples, before, after):
+    """Changes controls while playing. before and after are the controls and the options of the command for them.
+    Returns the number of samples and the delay in frames.
+    """
+
+    def play():
+        session.set(**before[0])
+        played_with(session, samples, lambda: session.set(**after[0]))
+
+    def check(device, sink):
+        given = recorded(device[: len(samples)])
+        try:
+            place = phase_of(given, sink, session.rate, *before[1], layout="5.1")
+            outputs = (late_output(sink, session.rate, place, *words, layout="5.1") for _, words in (before, after))
+            return changed_once(given, *(output[: len(given)] for output in outputs)), place[1]
+        except AssertionError as problem:
+            print(problem)
+            return None
+
+    return until_whole(session, samples, play, check)
 
 
-def stereo_of(front):
-    """3.0 on two loudspeakers: the centre on both, 3 dB softer."""
-    return front[:, :2] + front[:, 2:] * numpy.float32(0.5**0.5)
+def with_sides(surround):
+    """5.1 at a 7.1 device: the sides are silent."""
+    return numpy.column_stack([surround, numpy.zeros((len(surround), 2), numpy.float32)])
+
+
+def in_5_1(stereo):
+    """Stereo at a 5.1 device: the other channels are silent."""
+    return numpy.column_stack([stereo, numpy.zeros((len(stereo), 4), numpy.float32)])
+
+
+def front_of(surround):
+    """5.1 at a 3.0 device: each surround channel on its side, 3 dB softer."""
+    front = surround[:, :3].copy()
+    front[:, :2] += surround[:, 4:] * HALF_POWER
+    return front
+
+
+def stereo_of(surround):
+    """5.1 on two loudspeakers: the centre on both, and each surround channel on its side, 3 dB softer."""
+    return surround[:, :2] + surround[:, 2:3] * HALF_POWER + surround[:, 4:] * HALF_POWER
 
 
 def passed_by(session, samples, positions):
@@ -299,8 +385,8 @@ def played_long(session, minutes):
     if found(as_floats(samples), sink) is None:
         print("pw-play was late, and left gaps")
     start = int(numpy.flatnonzero(sink.any(axis=1))[0])
-    given, played = device[start + session.quantum :, :3], sink[start : -session.quantum]
-    wet, measured = command_beside(given, played, session.rate)
+    given, played = recorded(device[start + session.quantum :]), sink[start : -session.quantum]
+    wet, measured = command_beside(given, played, session.rate, "5.1")
     wrong = numpy.flatnonzero((given != wet).any(axis=1))
     assert len(wrong) == 0, f"{len(wrong)} of {len(given)} frames differ from the command, the first is {wrong[0]}"
     return given.size, measured
@@ -320,56 +406,78 @@ def test(session_of):
         measured.add(answer[-1])
 
     for rate, quantum, positions, in_device in (
-        (44100, 4999, SURROUND, surround_of),
-        (96000, 8192, FRONT, lambda front: front),
+        (44100, 4999, SURROUND, lambda surround: surround),
+        (48000, 4096, SIDES, lambda surround: surround),
+        (48000, 4096, ALL, with_sides),
+        (96000, 8192, FRONT, front_of),
         (48000, 1024, FRONT[:2], stereo_of),
     ):
         samples = known_signal(2 * rate + 13, 24, seed=rate)
         with session_of(rate, quantum, positions) as session:
             check(upmixed(session, samples, lambda: session.play(samples, *to_sink), in_device))
 
+    with session_of(48000, 4096, ALL) as session:
+        session.add_sink("upmix71", "device", surround71(session.configuration("upmix")))
+        samples = known_signal(100013, 24)
+        play = partial(session.play, samples, "--target", "upmix71")
+        check(upmixed(session, samples, play, layout="7.1", sink="upmix71"))
+
     with session_of(48000, 4096, SURROUND) as session:
         samples = known_signal(100013, 24)
         reported.add(reported_latency())
         for rate, quantum in ((48000, 4096), (48000, 4097), (44100, 5003), (96000, 8192), (48000, 4096)):
             session.change(rate, quantum)
-            check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
+            check(upmixed(session, samples, lambda: session.play(samples, *to_sink)))
 
         # Rate changes while playing. PipeWire resamples, so only the length of the gap is checked.
         to_rates = [lambda rate=rate: session.change(rate, 4096) for rate in (44100, 96000, 48000)]
         gap = longest_gap(session, known_signal(8 * 48000, 24), *to_rates)
         assert gap < 0.5, gap
-        check(upmixed(session, samples, lambda: session.play(samples, *to_sink), surround_of))
+        check(upmixed(session, samples, lambda: session.play(samples, *to_sink)))
 
         # 5.1 reaches the device unchanged while the sink exists, and while it is the default.
         surround = numpy.column_stack([known_signal(100013, 24, seed) for seed in (5, 6, 7)])
         compared += passed_by(session, surround, SURROUND)
         run("wpctl", "set-default", node("tarn_upmix")["id"])
-        check(upmixed(session, samples, lambda: session.play(samples), surround_of))
+        check(upmixed(session, samples, lambda: session.play(samples)))
         compared += passed_by(session, surround, SURROUND)
 
         # Bypass, and changes of it while playing.
-        session.switch(0)
-        plain = numpy.column_stack([as_floats(samples), numpy.zeros(len(samples), numpy.float32)])
-        check(upmixed(session, samples, lambda: session.play(samples), lambda _: surround_of(plain)))
-        session.switch(1)
+        session.set(enabled=0.0)
+        check(upmixed(session, samples, lambda: session.play(samples), options=("--bypass",)))
+        session.set(enabled=1.0)
         answer = switched(session, known_signal(4 * 48000, 24))
         check(answer)
         difference = answer[1]
 
-        # Two sinks with different devices. The sink without a configured device uses the default device.
+        # A control and all controls of a preset, changed while playing.
+        long = known_signal(4 * 48000, 24, seed=9)
+        film = ({"centre": 0.0, "width": 1.0}, ())
+        for after in (({"centre": -12.0}, ("--centre", "-12")), ({"width": 0.6}, ("--preset", "music"))):
+            check(changed(session, long, film, after))
+        for preset in ("music", "voice", "plain", "film"):
+            session.set(**preset_of_page(preset))
+            check(upmixed(session, samples, lambda: session.play(samples), options=("--preset", preset)))
+
         run("wpctl", "set-default", node("device")["id"])
+        # The sink for two loudspeakers plays on the fronts of the device.
+        session.add_sink("tarn_dialogue", "device", session.configuration("dialogue"))
+        play = partial(session.play, samples, "--target", "tarn_dialogue")
+        check(upmixed(session, samples, play, in_5_1, ("--centre", "6"), "2.0", sink="tarn_dialogue"))
+        session.set("tarn_dialogue", centre=-20.0)
+        check(upmixed(session, samples, play, in_5_1, ("--centre", "-20"), "2.0", sink="tarn_dialogue"))
+
+        # Two sinks with different devices. The sink without a configured device uses the default device.
         session.add_other()
         others = known_signal(100013, 24, seed=8)
         with ThreadPoolExecutor() as pool:
             both = (
-                pool.submit(upmixed, session, samples, lambda: session.play(samples, *to_sink), surround_of),
+                pool.submit(upmixed, session, samples, lambda: session.play(samples, *to_sink)),
                 pool.submit(
                     upmixed,
                     session,
                     others,
                     lambda: session.play(others, "--target", "other_upmix"),
-                    surround_of,
                     device="other_device",
                     sink="other_upmix",
                 ),
@@ -388,11 +496,11 @@ def main():
     if "TARN_OWN_BUS" not in os.environ:  # starts again with a separate message bus
         os.environ["TARN_OWN_BUS"] = "1"
         os.execvp("dbus-run-session", ["dbus-run-session", sys.executable, "-B", *sys.argv])
-    configuration = sys.argv[1]
+    configurations = Path(sys.argv[1])
     with tempfile.TemporaryDirectory() as folder:
 
         def session_of(rate, quantum, positions):
-            return Session(configuration, Path(tempfile.mkdtemp(dir=folder)), rate, quantum, positions)
+            return Session(configurations, Path(tempfile.mkdtemp(dir=folder)), rate, quantum, positions)
 
         if minutes := int(os.environ.get("TARN_SOAK_MINUTES", 0)):
             with session_of(48000, 4096, SURROUND) as session:

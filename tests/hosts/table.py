@@ -19,7 +19,7 @@ NOT_TESTED = (
     ("Ardour", "jalv and lilv test the same: ports, channels and latency"),
     ("JACK in real time", "a loaded machine loses cycles with any client; freewheel mode does not"),
     ("sound cards", "the devices are files and PipeWire's null sinks"),
-    ("LADSPA in PipeWire", "the sink uses the LV2 plug-in, which names its channels"),
+    ("LADSPA in PipeWire", "the sinks use the LV2 plug-ins, which name their channels"),
 )
 
 

@@ -2,22 +2,17 @@
 // SPDX-License-Identifier: MIT
 #include "c_api/tarn.h"
 #include "host/zrk_tarn_processor.h"
-
+#include "tests/realtime/stack_bytes.h"
 #include "tests/support/random.h"
 
 #include <gtest/gtest.h>
-
-#include <pthread.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,45 +23,7 @@ namespace tests
 namespace
 {
 
-constexpr std::size_t kMaxStackBytes = 12 * 1024; ///< as tarn.h and upmix_stream.h promise
-constexpr std::size_t kThreadBytes = 512 * 1024;
-constexpr std::byte kPaint{0xa5};
 constexpr std::size_t kMaxFrames = 1000;
-
-/// A call on a thread, and where its stack begins.
-struct Job
-{
-    const std::function<void()>& call;
-    std::byte* top = nullptr;
-};
-
-void* runJob(void* argument)
-{
-    auto& job = *static_cast<Job*>(argument);
-    job.top = static_cast<std::byte*>(__builtin_frame_address(0));
-    job.call();
-    return nullptr;
-}
-
-/// Runs a call on a thread with a painted stack and returns the bytes of stack down to the deepest changed one.
-std::size_t stackBytesOf(const std::function<void()>& call)
-{
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    const std::unique_ptr<std::byte, decltype(&std::free)> stack(
-        static_cast<std::byte*>(std::aligned_alloc(page, kThreadBytes)), std::free);
-    std::fill_n(stack.get(), kThreadBytes, kPaint);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    EXPECT_EQ(pthread_attr_setstack(&attributes, stack.get(), kThreadBytes), 0);
-    Job job{call};
-    pthread_t thread{};
-    EXPECT_EQ(pthread_create(&thread, &attributes, runJob, &job), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    const std::byte* const deepest =
-        std::find_if(stack.get(), stack.get() + kThreadBytes, [](std::byte b) { return b != kPaint; });
-    return static_cast<std::size_t>(job.top - deepest);
-}
 
 using Call = std::pair<std::string, std::function<void()>>;
 

@@ -101,6 +101,10 @@ void Crossover::dropTraces()
     for (Section& section : sections) section.dropTraces();
 }
 
+Limiter::Limiter(std::uint32_t rateHz, double samplesFullScale)
+    : release(64.0 / (0.1 * rateHz)), fullScale(samplesFullScale), heldBlocks(rateHz / 50 / 64)
+{}
+
 void Limiter::limit(std::vector<Block>& rows, bool isUnlimited)
 {
     if (before.empty()) {
@@ -115,10 +119,12 @@ void Limiter::limit(std::vector<Block>& rows, bool isUnlimited)
     }
     const double ceiling = 0.89125094;
     const auto loudest = static_cast<double>(peak);
-    const double neededNext = !isUnlimited && loudest > ceiling ? ceiling / loudest : 1.0;
+    needed.push_back(!isUnlimited && loudest > ceiling ? ceiling / loudest : 1.0);
     double target = gain + (1.0 - gain) * release;
     if (target > 1.0 - 0x1p-11) target = 1.0;
-    target = std::min({target, needed, neededNext});
+    // The block that comes out now is the last but one. The gain is held for 20 ms after it.
+    for (std::size_t age = 0; age < heldBlocks + 2 && age < needed.size(); ++age)
+        target = std::min(target, needed[needed.size() - 1 - age]);
     before.swap(rows);
     for (Block& row : rows) {
         for (std::size_t i = 0; i < 64; ++i) {
@@ -126,7 +132,6 @@ void Limiter::limit(std::vector<Block>& rows, bool isUnlimited)
             if (gain != 1.0 || target != 1.0) row[i] *= gain + (target - gain) * part;
         }
     }
-    needed = neededNext;
     gain = target;
 }
 
@@ -325,7 +330,7 @@ bool Stream::isPlainStereo() const
         return std::any_of(configuration.outputs.begin(), end, [=](const auto& slot) { return slot.source == source; });
     };
     return has(Source::Dialogue) && !has(Source::Engine) && !has(Source::Surround) && !has(Source::Lfe) &&
-           gain.isSteadyAt(1.0) && centre.isSteadyAt(1.0) && width.isSteadyAt(1.0);
+           gain.isSteadyAt(1.0) && centre.isSteadyAt(1.0);
 }
 
 /// Rounds half away from zero and saturates.

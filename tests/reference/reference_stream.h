@@ -59,14 +59,17 @@ struct Crossover
 /// The limiter, one sample at a time.
 struct Limiter
 {
-    Limiter(double rateHz, double samplesFullScale) : release(64.0 / (0.1 * rateHz)), fullScale(samplesFullScale) {}
+    /// rateHz            32000 to 192000
+    /// samplesFullScale  of the samples
+    Limiter(std::uint32_t rateHz, double samplesFullScale);
 
     /// Exchanges a block of every row for the one before, limited.
     void limit(std::vector<Block>& rows, bool isUnlimited);
 
     double release;
     double fullScale;
-    double needed = 1.0;
+    std::size_t heldBlocks;
+    std::vector<double> needed; ///< gain that each block needs, from the first on
     double gain = 1.0;
     std::vector<Block> before;
     std::vector<std::array<float, 75>> window; ///< the last 11 samples of the block before, and the block

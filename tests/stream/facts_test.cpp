@@ -1,6 +1,7 @@
 // Facts that several files repeat: each file agrees with the constants in stream/.
 // SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
+#include "stream/bass_mode_names.h"
 #include "stream/gain.h"
 #include "stream/presets.h"
 #include "stream/steering_mode_names.h"
@@ -9,9 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 
 namespace tests
@@ -48,6 +51,15 @@ void expectContains(const std::string& file, const std::string& text)
     EXPECT_NE(contentsOf(file).find(text), std::string::npos) << file << " does not contain: " << text;
 }
 
+/// The value of a control in a configuration of PipeWire; NaN if there is none.
+double controlIn(const std::string& file, const std::string& name)
+{
+    const std::string text = contentsOf(file);
+    std::smatch match;
+    const bool isFound = std::regex_search(text, match, std::regex("\n *\"" + name + "\" *= ([-0-9.]+)"));
+    return isFound ? std::stod(match[1]) : std::nan("");
+}
+
 } // namespace
 
 TEST(Facts, SampleRatesAreThoseThatTheEngineAccepts)
@@ -76,7 +88,6 @@ TEST(Facts, TextsListTheSupportedSampleRates)
     expectContains("c_api/tarn.h", "/**< Hz: " + rateList(1, ", ", " or ") + " */");
     expectContains("completions/tarn.bash", "'" + rateList(1, " ", " ") + "'");
     expectContains("completions/_tarn", "(" + rateList(1, " ", " ") + ")");
-    expectContains("plugins/lv2/tarn.ttl.in", "at " + rateList(1000, ", ", " and ") + " kHz");
     for (const char* const page : {"lv2", "ladspa"})
         expectContains(std::string("docs/hosts/") + page + ".md", rateList(1000, ", ", " and ") + " kHz");
     for (const char* const page : {"alsa", "gstreamer", "jack", "pipewire"})
@@ -89,12 +100,9 @@ TEST(Facts, TextsStateTheRangeOfTheGain)
     std::snprintf(range, sizeof range, "%g to %g", zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb);
     for (const char* const page : {"alsa", "gstreamer", "jack", "ladspa", "lv2"})
         expectContains(std::string("docs/hosts/") + page + ".md", range);
-    for (const char* const file : {"plugins/pipewire/tarn-upmix.conf", "docs/man/tarn-upmix.1.scd", "cli/help_texts.h"})
+    for (const char* const file : {"plugins/pipewire/tarn-upmix.conf", "plugins/pipewire/tarn-dialogue.conf",
+                                   "docs/man/tarn-upmix.1.scd", "cli/help_texts.h"})
         expectContains(file, range);
-    std::snprintf(range, sizeof range, "lv2:minimum %.1f ;", zrk_tarn::kMinGainDb);
-    expectContains("plugins/lv2/tarn.ttl.in", range);
-    std::snprintf(range, sizeof range, "lv2:maximum %.1f", zrk_tarn::kMaxGainDb);
-    expectContains("plugins/lv2/tarn.ttl.in", range);
     EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxGainDb), zrk_tarn::kMaxMakeUpGain) << "streams would reduce it";
 }
 
@@ -130,14 +138,110 @@ TEST(Facts, TextsListThePresets)
     expectContains("completions/_tarn", "preset:(" + names + ")");
 }
 
+TEST(Facts, SinksOfPipeWireHaveThePresets)
+{
+    const char* const kSink = "plugins/pipewire/tarn-upmix.conf";
+    for (const auto& [name, settings] : zrk_tarn::kPresets) {
+        char row[100];
+        std::snprintf(row, sizeof row, "#   %-6s %-5g %-8d %-7g %-6g %-5d %g\n", name, settings.gainDb,
+                      settings.limiter ? 1 : 0, settings.centreDb, settings.width,
+                      settings.bass == zrk_tarn::BassMode::Fronts ? 1 : 0,
+                      settings.surroundDb.value_or(zrk_tarn::kMinGainDb));
+        expectContains(kSink, row);
+    }
+    const zrk_tarn::RoomSettings& film = zrk_tarn::kPresets[0].settings;
+    EXPECT_EQ(controlIn(kSink, "gain"), film.gainDb);
+    EXPECT_EQ(controlIn(kSink, "limiter"), film.limiter ? 1.0 : 0.0);
+    EXPECT_EQ(controlIn(kSink, "centre"), film.centreDb);
+    EXPECT_EQ(controlIn(kSink, "width"), film.width);
+    EXPECT_EQ(controlIn(kSink, "bass"), film.bass == zrk_tarn::BassMode::Fronts ? 1.0 : 0.0);
+    EXPECT_EQ(controlIn(kSink, "surrounds"), film.surroundDb);
+
+    const char* const kDialogue = "plugins/pipewire/tarn-dialogue.conf";
+    const zrk_tarn::RoomSettings& voice = zrk_tarn::presetNamed("voice")->settings;
+    EXPECT_EQ(controlIn(kDialogue, "centre"), voice.centreDb);
+    EXPECT_EQ(controlIn(kDialogue, "limiter"), voice.limiter ? 1.0 : 0.0);
+    EXPECT_EQ(controlIn(kDialogue, "gain"), 0.0) << "two loudspeakers need no make-up gain";
+}
+
 TEST(Facts, TextsStateTheRangeOfTheChannelGains)
 {
     char range[32];
     std::snprintf(range, sizeof range, "%g to %g", zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb);
-    for (const char* const file : {"docs/man/tarn-upmix.1.scd", "cli/help_texts.h"}) expectContains(file, range);
+    for (const char* const file : {"docs/man/tarn-upmix.1.scd", "cli/help_texts.h", "plugins/pipewire/tarn-upmix.conf",
+                                   "plugins/pipewire/tarn-dialogue.conf", "docs/hosts/lv2.md", "docs/hosts/ladspa.md"})
+        expectContains(file, range);
     EXPECT_LE(zrk_tarn::gainFactor(zrk_tarn::kMaxChannelGainDb), zrk_tarn::kMaxChannelGain)
         << "streams would reduce it";
     EXPECT_EQ(zrk_tarn::gainFactor(-3.0), zrk_tarn::kTypicalSurroundGain);
+}
+
+/// Expects that the row of a name in a table of Markdown ends with a value.
+void expectDefault(const std::string& file, const std::string& name, const std::string& value)
+{
+    const std::string text = contentsOf(file);
+    const std::size_t row = text.find("\n| `" + name + "` |");
+    ASSERT_NE(row, std::string::npos) << file << " has no row " << name;
+    const std::string line = text.substr(row + 1, text.find('\n', row + 1) - row - 1);
+    const std::string last = "| " + value + " |";
+    EXPECT_TRUE(line.ends_with(last)) << file << ": " << line << " does not end with " << last;
+}
+
+/// A number as users write it.
+std::string shortest(double number)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", number);
+    return text;
+}
+
+TEST(Facts, PagesOfPluginsStateLatencyPresetsAndRanges)
+{
+    std::string names;
+    for (std::size_t i = 0; i < std::size(zrk_tarn::kPresets); ++i) {
+        const bool isLast = i + 1 == std::size(zrk_tarn::kPresets);
+        names += (i == 0 ? "`" : isLast ? " or `" : ", `") + std::string(zrk_tarn::kPresets[i].name) + "`";
+    }
+    for (const char* const page : {"alsa", "gstreamer"}) {
+        const std::string file = "docs/hosts/" + std::string(page) + ".md";
+        expectContains(file, names);
+        expectContains(file, "latency of " + std::to_string(zrk_tarn::UpmixStream::latencyFrames({.limiter = true})));
+        expectContains(file, shortest(zrk_tarn::kMinGainDb) + " to " + shortest(zrk_tarn::kMaxChannelGainDb));
+        for (const auto& [mode, name] : zrk_tarn::kBassModeNames) expectContains(file, "`" + std::string(name) + "`");
+    }
+}
+
+TEST(Facts, PagesOfPluginsStateTheDefaults)
+{
+    struct Names
+    {
+        const char* page;
+        const char* centre;
+        const char* surrounds;
+        const char* gain;
+        const char* gainIn20; ///< what follows the default of the gain
+    };
+    const zrk_tarn::RoomSettings& settings = zrk_tarn::kPresets[0].settings;
+    for (const Names& names : {Names{"alsa", "centre", "surrounds", "gain", "; in 2.0: 0"},
+                               Names{"gstreamer", "centre-gain", "surround-gain", "make-up-gain", ""}}) {
+        const std::string file = "docs/hosts/" + std::string(names.page) + ".md";
+        expectDefault(file, "preset", "`" + std::string(zrk_tarn::kPresets[0].name) + "`");
+        expectDefault(file, names.centre, shortest(settings.centreDb));
+        expectDefault(file, "width", shortest(settings.width));
+        expectDefault(file, names.surrounds, shortest(settings.surroundDb.value_or(zrk_tarn::kMinGainDb)));
+        expectDefault(file, "bass", "`" + std::string(nameOf(settings.bass)) + "`");
+        expectDefault(file, names.gain, shortest(settings.gainDb) + names.gainIn20);
+        expectDefault(file, "limiter", settings.limiter ? "`true`" : "`false`");
+    }
+}
+
+TEST(Facts, BassModesHaveNames)
+{
+    using zrk_tarn::BassMode;
+    for (const BassMode mode : {BassMode::Steered, BassMode::Fronts})
+        EXPECT_EQ(zrk_tarn::bassModeNamed(zrk_tarn::nameOf(mode)), mode);
+    EXPECT_EQ(zrk_tarn::bassModeNamed("centre"), std::nullopt);
+    expectContains("completions/tarn.bash", "--bass) words='fronts steered'");
 }
 
 } // namespace tests

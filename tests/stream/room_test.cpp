@@ -581,8 +581,11 @@ TEST(StreamLimiter, LeavesDialogueSlotsAsTheyAreAtGainOne)
     const Samples stereo = stereoOf(6000, [](std::size_t /*i*/, Random& random) {
         return Frame{1.999 * random.uniform(), 1.999 * random.uniform()};
     });
-    const Samples output = outputOf(limitedTo(kTwo), stereo);
-    EXPECT_TRUE(std::equal(output.begin() + 2 * (kLatency + 64), output.end(), stereo.begin()));
+    for (const float width : {1.0f, 0.5f}) { // which has no effect
+        const Samples output =
+            outputOf(limitedTo(kTwo), stereo, [width](UpmixStream& stream) { stream.setCentreWidth(width); });
+        EXPECT_TRUE(std::equal(output.begin() + 2 * (kLatency + 64), output.end(), stereo.begin())) << width;
+    }
     UpmixStream louder(limitedTo(kTwo));
     louder.setCentreGain(2.0f);
     processed(louder, kTwo, stereo);

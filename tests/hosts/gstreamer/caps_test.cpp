@@ -8,7 +8,7 @@ namespace tests
 namespace
 {
 
-TEST(Caps, OutputHasThreeChannelsUnlessDownstreamNeedsSix)
+TEST(Caps, OutputHasThreeChannelsUnlessDownstreamNeedsSixOrEight)
 {
     Element element;
     element.pushAll(stereoOf(2000, kS16), kS16, 48000);
@@ -19,12 +19,19 @@ TEST(Caps, OutputHasThreeChannelsUnlessDownstreamNeedsSix)
     wide.pushAll(stereo, kS24, 48000);
     wide.end();
     EXPECT_EQ(wide.outputMask(), 0x3f);
-    EXPECT_TRUE(wide.output() == upmixOf(stereo, kS24, 48000, 6)); // LFE, RL and RR are silent
+    EXPECT_TRUE(wide.output() == upmixOf(stereo, kS24, 48000, 6)); // LFE, and RL and RR of the preset plain are silent
+
+    Element widest(capsOf(kS24, 48000), "audio/x-raw, channels=[ 7, 8 ]");
+    widest.pushAll(stereo, kS24, 48000);
+    widest.end();
+    EXPECT_EQ(widest.outputMask(), 0xc3f);
+    EXPECT_TRUE(widest.output() == upmixOf(stereo, kS24, 48000, 8));
 }
 
-TEST(Caps, ThreeChannelsArePreferredToSixAndToStereo)
+TEST(Caps, ThreeChannelsArePreferredToEightSixAndTwo)
 {
-    Element element(capsOf(kS16, 48000), "audio/x-raw, channels=2; audio/x-raw, channels=6; audio/x-raw, channels=3");
+    Element element(capsOf(kS16, 48000),
+                    "audio/x-raw, channels=2; audio/x-raw, channels={ 8, 6 }; audio/x-raw, channels=3");
     element.pushAll(stereoOf(2000, kS16), kS16, 48000);
     EXPECT_EQ(element.outputMask(), 0x7);
 }
@@ -187,19 +194,21 @@ TEST(Caps, OtherAudioPassesWithoutACopy)
     }
 }
 
-TEST(Caps, StereoPassesIfDownstreamAcceptsOnlyStereo)
+TEST(Caps, StereoStaysStereoIfDownstreamAcceptsOnlyStereo)
 {
     const Bytes stereo = stereoOf(2000, kS16);
-    Element element(capsOf(kS16, 48000), "audio/x-raw, channels=2");
-    element.pushAll(stereo, kS16, 48000);
-    EXPECT_TRUE(element.output() == stereo);
-
     // Also if only one side has a channel mask.
-    Element masked("audio/x-raw, layout=interleaved, format=S16LE, rate=48000, channels=2",
-                   "audio/x-raw, channels=2, channel-mask=(bitmask)0x3");
-    masked.pushAll(stereo, kS16, 48000);
-    EXPECT_TRUE(masked.output() == stereo);
-    EXPECT_EQ(gst_harness_query_latency(masked.harness()), 0);
+    for (const char* const mask : {"", ", channel-mask=(bitmask)0x3"}) {
+        Element element("audio/x-raw, layout=interleaved, format=S16LE, rate=48000, channels=2",
+                        (std::string("audio/x-raw, channels=2") + mask).c_str());
+        element.pushAll(stereo, kS16, 48000);
+        element.end();
+        const std::vector<OutputBuffer> buffers = element.takeBuffers();
+        expectTimes(buffers, 0, 4, 48000);
+        EXPECT_TRUE(bytesOf(buffers) == stereo);
+        EXPECT_EQ(gst_harness_query_latency(element.harness()),
+                  gst_util_uint64_scale_ceil(kLatency, GST_SECOND, 48000));
+    }
 }
 
 TEST(Caps, InputCanChangeBetweenStereoAndSurround)

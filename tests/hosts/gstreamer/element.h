@@ -3,6 +3,7 @@
 #pragma once
 
 #include "host/zrk_tarn_processor.h"
+#include "stream/presets.h"
 #include "stream/upmix_stream.h"
 
 #include <gst/audio/audio.h>
@@ -21,7 +22,7 @@ namespace tests
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline constexpr std::size_t kLatency = zrk_tarn::UpmixStream::latencyFrames();
+inline constexpr std::size_t kLatency = zrk_tarn::UpmixStream::latencyFrames({.limiter = true});
 /// zrk_tarn::kSampleRatesHz in the type that GStreamer uses.
 inline const std::vector<int> kRatesHz(zrk_tarn::kSampleRatesHz.begin(), zrk_tarn::kSampleRatesHz.end());
 
@@ -57,7 +58,8 @@ inline Bytes stereoOf(std::size_t frames, const Format& format, std::uint32_t se
     return bytes;
 }
 
-/// The expected upmix, from one call of zrk_tarn_processor_t: aligned with the stereo and of the same length.
+/// The expected upmix of the preset plain, from one call of zrk_tarn_processor_t: aligned with the stereo and of the
+/// same length.
 inline Bytes upmixOf(std::span<const std::uint8_t> stereo, const Format& format, int rateHz, std::size_t channels = 3)
 {
     const std::size_t bytes = format.bits / 8;
@@ -113,9 +115,12 @@ struct OutputBuffer
 class Element
 {
 public:
-    explicit Element(const std::string& caps = capsOf(kS16, 48000), const char* outputCaps = nullptr)
+    /// preset  set before the caps; null: the default of the element
+    explicit Element(const std::string& caps = capsOf(kS16, 48000), const char* outputCaps = nullptr,
+                     const char* preset = "plain")
         : pads(gst_harness_new("tarnupmix"))
     {
+        if (preset != nullptr) set("preset", preset);
         bus = gst_bus_new();
         gst_element_set_bus(pads->element, bus);
         if (outputCaps != nullptr) gst_harness_set_sink_caps_str(pads, outputCaps);
@@ -132,6 +137,12 @@ public:
 
     GstHarness* harness() const { return pads; }
     GstElement* element() const { return pads->element; }
+
+    /// Sets a property to a value as gst-launch-1.0 reads it.
+    void set(const char* property, const char* value)
+    {
+        gst_util_set_object_arg(G_OBJECT(pads->element), property, value);
+    }
 
     void setCaps(const std::string& caps) { gst_harness_set_src_caps_str(pads, caps.c_str()); }
 

@@ -41,7 +41,7 @@ TEST(Messages, ArePostedAtTheIntervalIfEnabled)
             stereo.push_back(static_cast<std::uint8_t>(sample));
             stereo.push_back(static_cast<std::uint8_t>(sample >> 8));
         }
-    zrk_tarn::UpmixStream stream({.format = zrk_tarn::SampleFormat::S16});
+    zrk_tarn::UpmixStream stream({.format = zrk_tarn::SampleFormat::S16, .limiter = true});
     Bytes unused(6 * kMetered);
     stream.process(stereo.data(), unused.data(), kMetered);
     const zrk_tarn::StreamMeters meters = stream.meters();
@@ -97,7 +97,15 @@ guint64 numberOf(const GstStructure* structure, const char* name)
     return number;
 }
 
-TEST(Messages, EqualTheStreamsMeters)
+double decibelsOf(const GstStructure* structure, const char* name)
+{
+    double level = 0.0;
+    EXPECT_TRUE(gst_structure_get_double(structure, name, &level)) << name;
+    return level;
+}
+
+/// Expects messages with the meters of a stream. Returns the last ones.
+zrk_tarn::StreamMeters expectMetersOfAStream(bool limiter)
 {
     constexpr std::size_t kFrames = 48000;
     constexpr std::size_t kInterval = 2400;
@@ -114,7 +122,7 @@ TEST(Messages, EqualTheStreamsMeters)
     constexpr Format kF32{"F32LE", 32};
     Element element(capsOf(kF32, 48000));
     g_object_set(element.element(), "post-messages", TRUE, "interval", 50 * GST_MSECOND, "make-up-gain", kGainDb,
-                 nullptr);
+                 "limiter", gboolean{limiter}, nullptr);
     GstSegment segment = segmentAt(GST_SECOND);
     segment.base = 7 * GST_SECOND;
     segment.time = 20 * GST_SECOND;
@@ -122,8 +130,9 @@ TEST(Messages, EqualTheStreamsMeters)
     element.pushAll(bytes, kF32, 48000, {1000}, kFirst);
     element.end();
 
-    zrk_tarn::UpmixStream stream({});
+    zrk_tarn::UpmixStream stream({.limiter = true});
     stream.setMakeUpGain(zrk_tarn::gainFactor(kGainDb));
+    stream.setLimiting(limiter);
     std::vector<float> unused(3 * (kInterval + kLatency));
     zrk_tarn::StreamMeters meters{};
     std::size_t processed = 0;
@@ -139,7 +148,10 @@ TEST(Messages, EqualTheStreamsMeters)
         meters = stream.meters();
 
         GstMessage* const message = element.message(GST_MESSAGE_ELEMENT);
-        ASSERT_NE(message, nullptr);
+        if (message == nullptr) {
+            ADD_FAILURE() << "no message";
+            return meters;
+        }
         const GstStructure* const structure = gst_message_get_structure(message);
         const GstClockTime time = timeOf(kFirst + begin, 48000);
         EXPECT_EQ(numberOf(structure, "timestamp"), time);
@@ -148,6 +160,9 @@ TEST(Messages, EqualTheStreamsMeters)
         EXPECT_EQ(numberOf(structure, "blocks"), meters.blocks);
         EXPECT_EQ(numberOf(structure, "saturated"), meters.saturated);
         EXPECT_EQ(numberOf(structure, "invalid"), meters.invalid);
+        EXPECT_EQ(numberOf(structure, "limited-blocks"), meters.limitedBlocks);
+        EXPECT_EQ(decibelsOf(structure, "limiter-gain"), decibels(meters.limiterGain));
+        EXPECT_EQ(decibelsOf(structure, "smallest-limiter-gain"), decibels(meters.smallestLimiterGain));
         for (guint channel = 0; channel < 3; ++channel) {
             EXPECT_EQ(listItem(structure, "peak", channel), decibels(meters.peak[channel]));
             EXPECT_EQ(listItem(structure, "rms", channel), decibels(meters.rms[channel]));
@@ -166,8 +181,22 @@ TEST(Messages, EqualTheStreamsMeters)
     EXPECT_EQ(element.message(GST_MESSAGE_ELEMENT), nullptr);
     EXPECT_TRUE(steered);
     EXPECT_TRUE(fast);
-    EXPECT_GT(meters.saturated, 0);
     EXPECT_EQ(meters.invalid, 1);
+    return meters;
+}
+
+TEST(Messages, EqualTheStreamsMeters)
+{
+    const zrk_tarn::StreamMeters meters = expectMetersOfAStream(false);
+    EXPECT_GT(meters.saturated, 0);
+    EXPECT_EQ(meters.limitedBlocks, 0);
+}
+
+TEST(Messages, ShowTheGainOfTheLimiter)
+{
+    const zrk_tarn::StreamMeters meters = expectMetersOfAStream(true);
+    EXPECT_GT(meters.limitedBlocks, 0);
+    EXPECT_LT(meters.smallestLimiterGain, 0.5f);
 }
 
 TEST(Messages, CanBeEnabledAndRetimedWhileRunning)

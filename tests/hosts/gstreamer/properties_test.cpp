@@ -19,29 +19,40 @@ namespace
 
 TEST(Properties, HaveDefaultsRangesNicksAndBlurbs)
 {
-    Element element;
+    Element element(capsOf(kS16, 48000), nullptr, nullptr);
     gboolean bypass = TRUE;
     gboolean posts = TRUE;
     gint mode = -1;
     gdouble gainDb = -1;
     guint64 interval = 0;
-    g_object_get(element.element(), "bypass", &bypass, "mode", &mode, "make-up-gain", &gainDb, "post-messages", &posts,
-                 "interval", &interval, nullptr);
+    g_object_get(element.element(), "bypass", &bypass, "mode", &mode, "post-messages", &posts, "interval", &interval,
+                 nullptr);
     EXPECT_FALSE(bypass);
     EXPECT_FALSE(posts);
     EXPECT_EQ(mode, 0);
-    EXPECT_EQ(gainDb, 0.0);
     EXPECT_EQ(interval, 100 * GST_MSECOND);
 
     GObjectClass* const object = G_OBJECT_GET_CLASS(element.element());
-    for (const char* const name : {"bypass", "mode", "make-up-gain", "post-messages", "interval"}) {
+    struct Property
+    {
+        const char* name;
+        bool isControllable;
+    };
+    for (const auto& [name, isControllable] :
+         {Property{"bypass", true}, Property{"mode", true}, Property{"preset", false}, Property{"centre-gain", true},
+          Property{"width", true}, Property{"surround-gain", true}, Property{"bass", true},
+          Property{"make-up-gain", true}, Property{"limiter", true}, Property{"post-messages", false},
+          Property{"interval", false}}) {
+        SCOPED_TRACE(name);
         GParamSpec* const spec = g_object_class_find_property(object, name);
+        ASSERT_NE(spec, nullptr);
         EXPECT_STRNE(g_param_spec_get_nick(spec), name);
         EXPECT_GT(std::strlen(g_param_spec_get_blurb(spec)), 10);
         EXPECT_NE(spec->flags & GST_PARAM_MUTABLE_PLAYING, 0);
+        EXPECT_EQ((spec->flags & GST_PARAM_CONTROLLABLE) != 0, isControllable);
     }
-    gst_util_set_object_arg(G_OBJECT(element.element()), "mode", "calm");
-    gst_util_set_object_arg(G_OBJECT(element.element()), "make-up-gain", "6.5");
+    element.set("mode", "calm");
+    element.set("make-up-gain", "6.5");
     g_object_get(element.element(), "mode", &mode, "make-up-gain", &gainDb, nullptr);
     EXPECT_EQ(mode, 1);
     EXPECT_EQ(gainDb, 6.5);
@@ -60,9 +71,8 @@ TEST(Properties, BypassFromTheStartReturnsTheInputAndSilence)
 TEST(Properties, ChangesApplyToTheRunningStreamAndToLaterOnes)
 {
     const Bytes stereo = stereoOf(8000, kS16);
-    zrk_tarn::StreamConfiguration configuration;
-    configuration.format = zrk_tarn::SampleFormat::S16;
-    zrk_tarn::UpmixStream stream(configuration);
+    zrk_tarn::UpmixStream stream({.format = zrk_tarn::SampleFormat::S16, .limiter = true});
+    stream.setLimiting(false);
     Bytes expected(6 * (8000 + kLatency));
     Element element;
     const auto half = [&](std::size_t begin, std::size_t end) {
@@ -97,8 +107,9 @@ TEST(Properties, AnyThreadCanChangeThemWhileStreamsChange)
     std::atomic<bool> done = false;
     std::thread controls([&] {
         for (int i = 0; !done; ++i) {
-            g_object_set(element.element(), "bypass", i % 2, "mode", i % 3 == 0 ? 1 : 0, "make-up-gain", -10.0 + i % 20,
-                         "post-messages", i % 5 == 0, "interval", (1 + i % 7) * GST_MSECOND, nullptr);
+            g_object_set(element.element(), "bypass", i % 2, "mode", i % 3 == 0 ? 1 : 0, "preset", i % 4,
+                         "make-up-gain", -10.0 + i % 20, "bass", i % 2, "post-messages", i % 5 == 0, "interval",
+                         (1 + i % 7) * GST_MSECOND, nullptr);
             gdouble gainDb = 0;
             g_object_get(element.element(), "make-up-gain", &gainDb, nullptr);
             EXPECT_EQ(gainDb, -10.0 + i % 20);

@@ -11,8 +11,9 @@ namespace tests
 namespace
 {
 
-TEST(Time, LatencyIsUpstreamsPlus1024Frames)
+TEST(Time, LatencyIsUpstreamsPlus1088Frames)
 {
+    static_assert(kLatency == 1088);
     for (const int rateHz : kRatesHz) {
         Element element(capsOf(kS16, rateHz));
         gst_harness_set_upstream_latency(element.harness(), 5 * GST_MSECOND);

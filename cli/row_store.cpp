@@ -1,0 +1,82 @@
+// Stores an upmix in an unnamed temporary file.
+// SPDX-License-Identifier: MIT
+#include "cli/row_store.h"
+
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/temporary_file.h"
+#include "cli/text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr std::size_t kReplayFrames = 4096;
+
+/// Creates a file without a name; on file systems that need a name, removes it at once.
+Descriptor createUnnamed(const std::filesystem::path& folder)
+{
+    Descriptor unnamed(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (unnamed.number() >= 0) return unnamed;
+    TemporaryFile named = createTemporary(folder, "upmix");
+    if (named.file.number() >= 0) unlink(named.path.c_str());
+    return std::move(named.file);
+}
+
+} // namespace
+
+RowStore::RowStore(std::filesystem::path folder, std::size_t slots)
+    : place(folder.empty() ? "." : std::move(folder)),
+      frameBytes(slots * sizeof(std::int32_t)),
+      file(createUnnamed(place))
+{
+    if (file.number() < 0)
+        throw OutputFailure(EX_CANTCREAT, place.string() +
+                                              ": cannot create a temporary file there: " + systemError(errno) +
+                                              "; choose another place, or leave out "
+                                              "--loudness-match");
+}
+
+void RowStore::write(const std::int32_t* samples, std::size_t frames)
+{
+    if (const int error = writeAll(file.number(), samples, frames * frameBytes)) fail(error);
+    stored += frames;
+}
+
+void RowStore::replay(AudioSink& sink, Progress& progress) const
+{
+    std::vector<std::int32_t> samples(kReplayFrames * frameBytes / sizeof(std::int32_t));
+    for (std::uint64_t frame = 0; frame < stored;) {
+        throwIfInterrupted();
+        const auto frames = static_cast<std::size_t>(std::min<std::uint64_t>(kReplayFrames, stored - frame));
+        for (std::size_t done = 0; done < frames * frameBytes;) {
+            const ssize_t got = pread(file.number(), reinterpret_cast<char*>(samples.data()) + done,
+                                      frames * frameBytes - done, static_cast<off_t>(frame * frameBytes + done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) fail(got < 0 ? errno : EIO);
+            done += static_cast<std::size_t>(got);
+        }
+        sink.write(samples.data(), frames);
+        frame += frames;
+        progress.advance(frames);
+    }
+}
+
+void RowStore::fail(int error) const
+{
+    throw OutputFailure(EX_IOERR, place.string() +
+                                      ": cannot store the upmix there to measure its loudness: " + systemError(error) +
+                                      "; free some space, choose another place, or leave out --loudness-match");
+}
+
+} // namespace tarn

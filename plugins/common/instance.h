@@ -1,0 +1,55 @@
+// An instance of a plug-in for LV2 or LADSPA.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "plugins/common/controls.h"
+
+#include <cstdint>
+#include <optional>
+
+namespace tarn_plugins
+{
+
+/// What an instance needs to know about its plug-in.
+struct Plugin
+{
+    const Layout& layout;
+    PortList ports;
+    float silentSurroundDb; ///< surround channels with this level or less are silent
+};
+
+/// A stream, and the memory that the host connected to each port, or null.
+class Instance
+{
+public:
+    /// Throws as UpmixStream does.
+    Instance(const Plugin& instancePlugin, std::uint32_t rateHz);
+
+    /// The latency in frames.
+    static constexpr std::uint32_t kLatencyFrames = zrk_tarn::UpmixStream::latencyFrames({.limiter = true});
+
+    /// Connects a port of the plug-in to memory, or disconnects it with null.
+    void connect(unsigned long port, float* location) noexcept;
+
+    /// Clears the signal.
+    void activate() noexcept { stream.reset(); }
+
+    /// Applies the controls, upmixes, and writes the latency. Controls that are NaN or not connected have their
+    /// defaults.
+    void run(std::size_t frames) noexcept;
+
+    /// Writes the reduction of the limiter and the steering of each band group.
+    void showMeters() const noexcept;
+
+private:
+    float control(Port port) const noexcept;
+    zrk_tarn::RoomSettings settings() const noexcept;
+    void show(std::size_t port, float value) const noexcept;
+
+    const Plugin& plugin;
+    zrk_tarn::UpmixStream stream;
+    float* memory[kPorts] = {};
+    std::optional<zrk_tarn::RoomSettings> applied; ///< settings of the stream
+};
+
+} // namespace tarn_plugins
