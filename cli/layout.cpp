@@ -42,13 +42,14 @@ constexpr std::array kSlots{Slot{"FL", 0x1, SF_CHANNEL_MAP_LEFT},        Slot{"F
                             Slot{"BL", 0x10, SF_CHANNEL_MAP_REAR_LEFT},  Slot{"BR", 0x20, SF_CHANNEL_MAP_REAR_RIGHT},
                             Slot{"SL", 0x200, SF_CHANNEL_MAP_SIDE_LEFT}, Slot{"SR", 0x400, SF_CHANNEL_MAP_SIDE_RIGHT}};
 
-/// The source of a slot: an output of the engine in front, a surround channel at the sides and behind, else silence.
+/// The source of a slot: an output of the engine in front, a surround channel at the sides and behind.
 /// OutputSlot::Source::Surround (stream/stream_types.h) describes the surround channels.
 constexpr zrk_tarn::OutputSlot sourceOf(std::string_view slot, bool hasSides)
 {
     if (slot == "FL") return engine(0);
     if (slot == "FR") return engine(1);
     if (slot == "FC") return engine(2);
+    if (slot == "LFE") return {zrk_tarn::OutputSlot::Source::Lfe, 0};
     if (slot == "BL") return surround(hasSides ? 2 : 0);
     if (slot == "BR") return surround(hasSides ? 3 : 1);
     if (slot == "SL") return surround(0);

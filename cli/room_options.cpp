@@ -49,6 +49,14 @@ CLI::Validator channelGainOrOff(const std::string& example)
     return {check, ""};
 }
 
+/// The value of a checked option; none for off.
+std::optional<double> gainOrOff(const std::string& value)
+{
+    double level = 0.0;
+    if (value == kOff || !CLI::detail::lexical_cast(value, level)) return std::nullopt;
+    return level;
+}
+
 /// The first given option that has no effect in bypass and on remapped layouts; empty if there is none. The preset
 /// plain is what they do.
 std::string firstGiven(const RoomOptions& options)
@@ -58,6 +66,7 @@ std::string firstGiven(const RoomOptions& options)
            : options.width                             ? "--width"
            : options.surrounds                         ? "--surrounds"
            : options.bass                              ? "--bass"
+           : options.lfe                               ? "--lfe"
            : options.limiter                           ? "--limiter"
            : options.noLimiter                         ? "--no-limiter"
                                                        : "";
@@ -97,6 +106,12 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "(fronts, default), or steered")
         ->type_name("WHERE")
         ->check(oneOf({kFronts, kSteered}, "--bass steered"));
+    command
+        .add_option("--lfe", options.lfe,
+                    "Gain of the LFE channel in dB, -60 to 12, or off\n"
+                    "(default); 0 suits receivers that add 10 dB")
+        ->type_name("DB")
+        ->check(channelGainOrOff("--lfe 0"));
     command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
         ->type_name("DB")
         ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
@@ -118,6 +133,8 @@ void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool byp
         refuse("--width", "has no effect on --layout " + name + ", which has no centre loudspeaker; leave it out");
     if (options.bass && !layout.hasSource(OutputSlot::Source::Engine))
         refuse("--bass", "has no effect on --layout " + name + ", which keeps the bass of the stereo; leave it out");
+    if (options.lfe && !layout.hasSource(OutputSlot::Source::Lfe))
+        refuse("--lfe", "--layout " + name + " has no LFE channel; use --layout 5.1, or leave it out");
     if (options.surrounds && !layout.hasSource(OutputSlot::Source::Surround))
         refuse("--surrounds", "--layout " + name + " has no surround channels; use --layout 5.1, or leave it out");
 }
@@ -133,13 +150,8 @@ zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& 
     settings.gainDb = options.gainDb.value_or(settings.gainDb);
     settings.centreDb = options.centreDb.value_or(settings.centreDb);
     settings.width = options.width.value_or(settings.width);
-    if (options.surrounds == kOff) {
-        settings.surroundDb.reset();
-    } else if (options.surrounds) {
-        double level = 0.0;
-        CLI::detail::lexical_cast(*options.surrounds, level); // the option was checked
-        settings.surroundDb = level;
-    }
+    if (options.surrounds) settings.surroundDb = gainOrOff(*options.surrounds);
+    if (options.lfe) settings.lfeDb = gainOrOff(*options.lfe);
     return settings;
 }
 

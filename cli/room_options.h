@@ -21,6 +21,7 @@ struct RoomOptions
     std::optional<double> width;
     std::optional<std::string> surrounds; ///< a level in dB, or off
     std::optional<std::string> bass;      ///< steered or fronts
+    std::optional<std::string> lfe;       ///< as surrounds
     std::optional<double> gainDb;         ///< make-up gain
     bool limiter = false;                 ///< with a preset without it
     bool noLimiter = false;

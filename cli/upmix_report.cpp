@@ -81,6 +81,7 @@ void addRoom(Json& json, const UpmixReport& report)
     }
     if (report.layout->hasSource(Surround))
         json["surrounds_db"] = report.room.surroundDb ? Json(*report.room.surroundDb) : Json();
+    if (report.layout->hasSource(Lfe)) json["lfe_db"] = report.room.lfeDb ? Json(*report.room.lfeDb) : Json();
 }
 
 /// Null without the limiter.

@@ -28,9 +28,12 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat
         .limiter = settings.room.limiter,
     };
     if (layout.remapped) configuration.remap = settings.remap;
-    if (!settings.room.surroundDb)
-        for (zrk_tarn::OutputSlot& slot : configuration.outputs)
-            if (slot.source == zrk_tarn::OutputSlot::Source::Surround) slot = {};
+    for (zrk_tarn::OutputSlot& slot : configuration.outputs) {
+        using enum zrk_tarn::OutputSlot::Source;
+        const bool isOff =
+            (slot.source == Surround && !settings.room.surroundDb) || (slot.source == Lfe && !settings.room.lfeDb);
+        if (isOff) slot = {};
+    }
     return configuration;
 }
 

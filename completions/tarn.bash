@@ -16,13 +16,13 @@ _tarn() {
         --bits) words='16 24 32' ;;
         --mode) words='fast calm' ;;
         --preset) words='film music voice plain' ;;
-        --surrounds) words='off' ;;
+        --surrounds | --lfe) words='off' ;;
         --bass) words='fronts steered' ;;
         --rate) words='32000 44100 48000 64000 88200 96000 192000' ;;
         --remap | --raw | --output-dir | --jobs | -j | --gain | --centre | --width) return ;;
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
-                                        --mode --preset --centre --width --surrounds --bass --gain --limiter
+                                        --mode --preset --centre --width --surrounds --bass --lfe --gain --limiter
                                         --no-limiter --loudness-match --album --bypass --json --no-align --raw --rate --strict
                                         --force --skip-existing --quiet'
             ;;

@@ -28,6 +28,7 @@ struct Surrounds
     float smoothing[2]{};         ///< pair (alpha, 1 - alpha) of the covariances, per block
     std::int32_t lookAhead = 1;   ///< blocks, 1 to kMaxLookAhead
     std::int32_t chainsInUse = 2; ///< 2 or 4
+    std::int32_t nextPast = 0;    ///< oldest block of past; state, here for the alignment
     AllPass chain[kChains][2]{};  ///< sections of each chain
 
     // Covariances of the groups, full scale about 1, and the weights that follow from them
@@ -39,7 +40,6 @@ struct Surrounds
 
     // The difference
     alignas(64) float past[kMaxLookAhead][2][64]{}; ///< ring of left and right subbands, in blocks
-    std::int32_t nextPast = 0;                      ///< its oldest block
     alignas(64) float difference[64]{};             ///< subbands, engine scale
 
     // Synthesis, as that of an output of the engine

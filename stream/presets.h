@@ -21,6 +21,7 @@ struct RoomSettings
     double width = 1.0;    ///< 0 to 1
     BassMode bass = BassMode::Steered;
     std::optional<double> surroundDb = {}; ///< as centreDb; none or kMinGainDb: surround channels are silent
+    std::optional<double> lfeDb = {};      ///< as surroundDb, for the LFE channel
 
     bool operator==(const RoomSettings&) const = default;
 };
@@ -33,8 +34,11 @@ struct RoomSettings
     stream.setCentreGain(gainFactor(settings.centreDb));
     stream.setCentreWidth(static_cast<float>(settings.width));
     stream.setBass(settings.bass);
-    const double surroundDb = settings.surroundDb.value_or(kMinGainDb);
-    stream.setSurroundGain(surroundDb == kMinGainDb ? 0.0f : gainFactor(surroundDb));
+    const auto factorOf = [](std::optional<double> gainDb) {
+        return gainDb.value_or(kMinGainDb) == kMinGainDb ? 0.0f : gainFactor(*gainDb);
+    };
+    stream.setSurroundGain(factorOf(settings.surroundDb));
+    stream.setLfeGain(factorOf(settings.lfeDb));
 }
 
 /// Applies settings to a stream. Its limiter needs StreamConfiguration::limiter too. Results do not depend on the

@@ -10,6 +10,7 @@
 #include "stream/upmix_stream.h"
 #include "tests/reference/reference_engine.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -127,11 +128,10 @@ bool sameAsReference()
         }
     }
     const std::vector<std::int32_t> outputs = expectedOutputs();
-    for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
+    return std::ranges::all_of(zrk_tarn::usableOperations(), [&](const zrk_tarn::BlockOperations* operations) {
         zrk_tarn::chooseOperations(*operations);
-        if (!sameRooms(operations->instructionSet, outputs)) return false;
-    }
-    return true;
+        return sameRooms(operations->instructionSet, outputs);
+    });
 }
 
 } // namespace speed

@@ -80,6 +80,19 @@ TEST_F(Room, WithoutSurroundsTheSlotsBehindAreSilent)
               plain);
 }
 
+TEST_F(Room, LfeIsSilentUnlessItHasAGain)
+{
+    const Samples film = outputOf({"--layout", "5.1"});
+    EXPECT_EQ(powerOf(film, 3, 6), 0.0);
+    EXPECT_EQ(outputOf({"--layout", "5.1", "--lfe", "off"}), film);
+    Samples withLfe = outputOf({"--layout", "5.1", "--lfe", "0"});
+    const double power = powerOf(withLfe, 3, 6);
+    EXPECT_GT(power, 0.0);
+    EXPECT_NEAR(10.0 * std::log10(powerOf(outputOf({"--layout", "7.1", "--lfe", "-6"}), 3, 8) / power), -6.0, 0.01);
+    for (std::size_t i = 3; i < withLfe.size(); i += 6) withLfe[i] = 0;
+    EXPECT_EQ(withLfe, film) << "the other slots";
+}
+
 TEST_F(Room, SevenOneHasTwoPairsThatAre3DbSofter)
 {
     const Samples five = outputOf({"--layout", "5.1"});
@@ -124,6 +137,8 @@ TEST_F(Room, ReportsHaveTheSettingsThatHaveAnEffect)
     EXPECT_EQ(five["centre_db"], 6.0);
     EXPECT_EQ(five["width"], 0.5);
     EXPECT_EQ(five["surrounds_db"], -9.0);
+    EXPECT_TRUE(five["lfe_db"].is_null());
+    EXPECT_EQ(reportOf({"--layout", "5.1", "--lfe", "-3"})["lfe_db"], -3.0);
     EXPECT_EQ(five["bass"], "fronts");
     EXPECT_EQ(reportOf({"--bass", "steered"})["bass"], "steered");
     EXPECT_TRUE(reportOf({"--layout", "5.1", "--surrounds", "off"})["surrounds_db"].is_null());
@@ -138,6 +153,7 @@ TEST_F(Room, RefusesWhatHasNoEffect)
 {
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
     expectRefusal({"--surrounds", "-6"}, "--surrounds: --layout 3.0 has no surround channels; use --layout 5.1");
+    expectRefusal({"--lfe", "0"}, "--lfe: --layout 3.0 has no LFE channel; use --layout 5.1");
     expectRefusal({"--layout", "2.0", "--width", "0.5"}, "--width: has no effect on --layout 2.0");
     expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", "--centre", "3"},
                   "--centre: has no effect on --layout 7.1-remap");
