@@ -38,16 +38,17 @@ EngineSettings engineSettings(const FilmOptions& options, const Layout& layout)
     return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(), .room = roomSettingsOf(options.room, layout)};
 }
 
-/// Decodes the whole track. Calls other(packet) for packets of all other tracks and, if it is kept, of this one.
-template <typename Decode, typename Other>
-void readAll(InputFilm& input, Decode decode, Other other)
+/// Decodes a whole track. Calls pass(packet) for every packet of the film, which can take it.
+template <typename Pass>
+void decodeAll(InputFilm& input, unsigned track, TrackDecoder& decoder, Pass pass)
 {
     const Packet packet = newPacket();
     while (input.read(*packet)) {
-        decode(*packet);
-        other(*packet);
+        if (packet->stream_index == static_cast<int>(track)) decoder.decode(packet.get());
+        pass(*packet);
         av_packet_unref(packet.get());
     }
+    decoder.decode(nullptr);
 }
 
 /// Measures loudness before and after an upmix without gain and limiter.
@@ -67,13 +68,7 @@ FilmLoudness measureLoudness(const FilmOptions& options, unsigned track, const L
                              upmixer->push(stereo, frames);
                          });
     upmixer.emplace(layout, decoder.format(), settings, true, after);
-    readAll(
-        input,
-        [&](const AVPacket& packet) {
-            if (packet.stream_index == static_cast<int>(track)) decoder.decode(&packet);
-        },
-        [](AVPacket& /*packet*/) {});
-    decoder.decode(nullptr);
+    decodeAll(input, track, decoder, [](AVPacket& /*packet*/) {});
     upmixer->finish();
     return {before.integrated(), after.meter().integrated()};
 }
@@ -92,12 +87,13 @@ int dialogueLevelOf(const FilmOptions& options, const std::optional<FilmLoudness
 
 Json upmixFilm(const FilmOptions& options)
 {
+    const Layout& layout = layoutNamed(options.layout);
+    checkRoomOptions(options.room, layout, false);
     InputFilm input(options.input);
     const unsigned track = input.chooseTrack(options);
     const AVStream& original = input.stream(track);
     OutputFilm output(options.output, options.force, input);
     const Encoding& encoding = encodingFor(options.codec, output.container(), options.output);
-    const Layout& layout = layoutNamed(options.layout);
     const int trackRate = original.codecpar->sample_rate;
     const std::uint32_t rate = commonRate(encoding, trackRate);
     if (rate != static_cast<std::uint32_t>(trackRate) && !options.quiet)
@@ -131,13 +127,7 @@ Json upmixFilm(const FilmOptions& options)
     upmixer.emplace(layout, format, settings, true, *encoder);
     const std::vector<std::string> lost = output.begin(encoder->codec(), track, options.replace);
 
-    readAll(
-        input,
-        [&](const AVPacket& packet) {
-            if (packet.stream_index == static_cast<int>(track)) decoder.decode(&packet);
-        },
-        [&](AVPacket& packet) { output.copy(packet); });
-    decoder.decode(nullptr);
+    decodeAll(input, track, decoder, [&](AVPacket& packet) { output.copy(packet); });
     upmixer->finish();
     encoder->finish();
     if (upmixer->frames() == 0)

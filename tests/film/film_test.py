@@ -12,6 +12,7 @@ from concurrent.futures import ThreadPoolExecutor
 import json
 import os
 from pathlib import Path
+import re
 import signal
 import subprocess
 import sys
@@ -396,6 +397,15 @@ class Tracks(FilmTest):
             self.assertEqual((stream["codec_name"], stream["channels"]), ("flac", 6), name)
 
 
+class Manual(unittest.TestCase):
+    def test_describes_every_option(self):
+        page = (Path(__file__).parents[2] / "film/tarn-film.1.scd").read_text()
+        options = re.findall(r"^  (?:-[a-z],)?(--[a-z-]+)", run_film("--help").stdout, re.MULTILINE)
+        self.assertGreater(len(options), 15)
+        for option in options:
+            self.assertIn(f"*{option}*", page)
+
+
 class Trouble(FilmTest):
     def test_wrong_inputs_and_outputs_are_refused(self):
         film = make_film(self.path("film.mkv"), "flac")
@@ -406,7 +416,14 @@ class Trouble(FilmTest):
         self.assert_refusal(64, "no container has this extension", film, self.path("out.xyz"))
         self.assert_refusal(64, "cannot hold pcm", "--codec", "pcm", film, self.path("out.mp4"))
         self.assert_refusal(
-            64, "--bitrate 5000: ac3 with 6 channels at 48000 Hz has no such rate", "--codec", "ac3", "--bitrate", "5000", film, out
+            64,
+            "--bitrate 5000: ac3 with 6 channels at 48000 Hz has no such rate",
+            "--codec",
+            "ac3",
+            "--bitrate",
+            "5000",
+            film,
+            out,
         )
         self.assertEqual(sorted(p.name for p in self.path(".").iterdir()), ["film.mkv", "text.mkv"])
 
