@@ -4,6 +4,7 @@
 #include "cli/command_name.h"
 #include "cli/demo_command.h"
 #include "cli/failure.h"
+#include "cli/film_command.h"
 #include "cli/help_texts.h"
 #include "cli/info_command.h"
 #include "cli/interrupt.h"
@@ -14,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <string>
 #include <vector>
@@ -70,7 +72,7 @@ tarn::Failure usageFailure(const CLI::App& app, const CLI::ParseError& error)
         if (problem.starts_with('-')) {
             problem += ": no such option (a file of that name is ./" + leftOver.front() + ")";
         } else {
-            problem += commands.empty() ? ": no such command; use upmix, info or demo" : ": one name too many";
+            problem += commands.empty() ? ": no such command; use upmix, film, info or demo" : ": one name too many";
         }
     }
     return {EX_USAGE, problem + "; see " + help};
@@ -88,6 +90,7 @@ void occupyStandardStreams()
 /// Parses the arguments and runs the command. Returns the exit code.
 int run(int argc, char** argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], "film") == 0) tarn::startFilm(tarn::commandName(), argv + 1);
     CLI::App app("Tarn upmixes stereo to left, right and centre in real time or faster, bit for bit reproducibly.",
                  "tarn");
     app.set_version_flag("--version", "tarn " TARN_VERSION);
@@ -110,7 +113,8 @@ int run(int argc, char** argv)
     }
 
     if (app.get_subcommands().empty())
-        throw tarn::Failure(EX_USAGE, "no command; use upmix, info or demo; see " + tarn::commandName() + " --help");
+        throw tarn::Failure(EX_USAGE,
+                            "no command; use upmix, film, info or demo; see " + tarn::commandName() + " --help");
     tarn::catchInterrupts();
     if (info->parsed()) return tarn::runInfo(infoOptions);
     if (upmix->parsed()) return tarn::runUpmix(upmixArguments, *upmix);

@@ -1,0 +1,35 @@
+// tarn film: starts tarn-film, a program of its own.
+// SPDX-License-Identifier: MIT
+#include "cli/film_command.h"
+
+#include "cli/failure.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace tarn
+{
+
+void startFilm(const std::string& command, char** arguments)
+{
+    std::string name = "tarn-film";
+    arguments[0] = name.data();
+    // In a build folder, it is in the folder next to that of tarn.
+    std::error_code ignored;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    for (const std::filesystem::path& folder : {self.parent_path(), self.parent_path().parent_path() / "film"})
+        if (!self.empty() && std::filesystem::is_regular_file(folder / name, ignored))
+            execv((folder / name).c_str(), arguments);
+    execvp(name.c_str(), arguments);
+    if (errno == ENOENT)
+        throw Failure(EX_SOFTWARE, command + " film: the program tarn-film is not installed; install the package "
+                                             "tarn-film, or build it with ./run film");
+    throw Failure(EX_SOFTWARE, command + " film: tarn-film cannot be started: " + std::strerror(errno));
+}
+
+} // namespace tarn

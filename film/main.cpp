@@ -1,0 +1,92 @@
+// The tarn-film program: options and exit codes.
+// SPDX-License-Identifier: MIT
+#include "cli/command_name.h"
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/json.h"
+#include "cli/option_checks.h"
+#include "cli/progress.h"
+#include "cli/room_options.h"
+#include "film/encoding.h"
+#include "film/upmix_film.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+void addOptions(CLI::App& app, tarn::FilmOptions& options)
+{
+    app.add_option("INPUT", options.input, "A film, or a recording that FFmpeg reads")->type_name("")->required();
+    app.add_option("OUTPUT", options.output, "The film to write: .mkv, .mp4, .mka, ...")->type_name("")->required();
+    app.add_option("--layout", options.layout, "Layout of the new track: 5.1 (default) or 3.0")
+        ->type_name("NAME")
+        ->check(tarn::oneOf({"5.1", "3.0"}, "--layout 3.0"));
+    app.add_option("--codec", options.codec,
+                   "Codec of the new track: flac (default in .mkv), ac3, eac3,\naac (default in .mp4), opus or pcm")
+        ->type_name("NAME")
+        ->check(tarn::oneOf(tarn::encodingNames(), "--codec ac3"));
+    app.add_option("--bitrate", options.bitRate, "Bit rate of the new track in kb/s")
+        ->type_name("KBPS")
+        ->check(tarn::numberFrom(32, 6000, "--bitrate 640"));
+    app.add_option("--stream", options.stream, "Number of the track to upmix, as ffprobe counts")
+        ->type_name("N")
+        ->check(tarn::numberFrom(0, 9999, "--stream 2"));
+    app.add_option("--language", options.language, "Language of the track to upmix, such as deu")->type_name("LANG");
+    app.add_option("--dialnorm", options.dialnorm, "Dialogue level of AC-3: auto (default), or -31 to -1")
+        ->type_name("DB")
+        ->check(tarn::numberFrom(-31, -1, "--dialnorm -27") | CLI::IsMember({"auto"}));
+    app.add_flag("--replace", options.replace, "Leave the stereo track out")->disable_flag_override();
+    app.add_flag("--force-track", options.forceTrack, "Also if the default track has more channels already")
+        ->disable_flag_override();
+    app.add_option("--mode", options.mode, "Steering: fast (default) or calm")
+        ->type_name("NAME")
+        ->check(tarn::oneOf({"fast", "calm"}, "--mode calm"));
+    tarn::addRoomOptions(app, options.room);
+    app.add_flag("--loudness-match", options.loudnessMatch, "As loud as the stereo track")->disable_flag_override();
+    app.add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
+    app.add_flag("--quiet", options.quiet, "No progress bar and no notes")->disable_flag_override();
+    app.add_flag("--json", options.json, "Print a report as JSON")->disable_flag_override();
+}
+
+int run(int argc, char** argv)
+{
+    CLI::App app("Adds a surround track, upmixed from a stereo track, to a film.", "tarn film");
+    app.set_version_flag("--version", "tarn-film " TARN_VERSION);
+    tarn::FilmOptions options;
+    addOptions(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        throw tarn::Failure(EX_USAGE, std::string(error.what()) + "; see tarn film --help");
+    }
+    tarn::catchInterrupts();
+    av_log_set_level(AV_LOG_FATAL);
+    const tarn::Json report = tarn::upmixFilm(options);
+    if (options.json) tarn::printJson(report, stdout);
+    return EX_OK;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const tarn::Failure& failure) {
+        tarn::printNote(failure.what());
+        return failure.exitCode();
+    } catch (const tarn::Interrupted& interrupted) {
+        tarn::dieBySignal(interrupted.signalNumber);
+    } catch (const std::exception& error) {
+        tarn::printNote(std::string("internal error: ") + error.what());
+        return EX_SOFTWARE;
+    }
+}

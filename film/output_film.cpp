@@ -1,0 +1,224 @@
+// A film that is written.
+// SPDX-License-Identifier: MIT
+#include "film/output_film.h"
+
+#include "cli/interrupt.h"
+
+#include <cerrno>
+#include <string_view>
+
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr int kBufferBytes = 1 << 16;
+
+/// "subtitle track 3 (subrip)".
+std::string descriptionOf(const AVStream& stream)
+{
+    const char* const type = av_get_media_type_string(stream.codecpar->codec_type);
+    return std::string(type != nullptr ? type : "data") + " track " + std::to_string(stream.index) + " (" +
+           avcodec_get_name(stream.codecpar->codec_id) + ")";
+}
+
+} // namespace
+
+OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm)
+    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity())
+{
+    if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
+        throw Failure(EX_USAGE, path + ": no container has this extension; end the name in .mkv or .mp4");
+    auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferBytes));
+    format->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, writeBytes, seek);
+    if (buffer == nullptr || format->pb == nullptr) throw Failure(EX_SOFTWARE, "out of memory");
+    format->flags |= AVFMT_FLAG_CUSTOM_IO;
+}
+
+OutputFilm::~OutputFilm()
+{
+    if (format == nullptr) return;
+    if (format->pb != nullptr) {
+        av_freep(&format->pb->buffer);
+        avio_context_free(&format->pb);
+    }
+    avformat_free_context(format);
+}
+
+std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsigned track, bool replace)
+{
+    const AVFormatContext& from = input.context();
+    for (unsigned index = 0; index < from.nb_streams; ++index) {
+        outputOf.push_back(-1);
+        converters.emplace_back();
+        const AVStream& stream = input.stream(index);
+        if (index == track) addUpmixed(upmixed, stream);
+        if (index != track || !replace) addStreamOf(stream);
+    }
+    copyChapters();
+    checked(av_dict_copy(&format->metadata, from.metadata, 0), EX_SOFTWARE, path);
+    format->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // FLAC and Opus in MP4
+    // Matroska stores negative time stamps. If the muxer shifted them, the film would start later than before.
+    if (isMatroska()) format->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+    const int error = avformat_write_header(format, nullptr);
+    if (writeError != 0) file.failToWrite(writeError, "writing failed");
+    checked(error, EX_DATAERR, path + ": the container refuses a track of " + input.name());
+    return lost;
+}
+
+void OutputFilm::copy(AVPacket& packet)
+{
+    const auto index = static_cast<unsigned>(packet.stream_index);
+    const int to = outputOf[index];
+    if (to < 0 || (converters[index] && !converters[index]->convert(packet))) {
+        av_packet_unref(&packet);
+        return;
+    }
+    const AVRational timeBase = input.stream(index).time_base;
+    write(packet, timeBase, *format->streams[to]);
+}
+
+void OutputFilm::add(AVPacket& packet)
+{
+    write(packet, upmixedTime, *format->streams[upmixedIndex]);
+}
+
+void OutputFilm::finish()
+{
+    const int error = av_write_trailer(format);
+    avio_flush(format->pb);
+    if (writeError != 0) file.failToWrite(writeError, "writing failed");
+    checked(error, EX_IOERR, path);
+    file.commit();
+}
+
+bool OutputFilm::isMatroska() const noexcept
+{
+    return std::string_view(format->oformat->name) == "matroska";
+}
+
+AVStream& OutputFilm::addStream()
+{
+    return *allocated(avformat_new_stream(format, nullptr));
+}
+
+/// Adds a stream of the input: a copy, converted subtitles, or nothing if the container can hold neither.
+void OutputFilm::addStreamOf(const AVStream& from)
+{
+    const AVCodecParameters& codec = *from.codecpar;
+    const auto canHold = [this](AVCodecID id) {
+        return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
+    };
+    if (canHold(codec.codec_id) || (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT && isMatroska())) {
+        addCopy(from);
+    } else if (canHold(AV_CODEC_ID_MOV_TEXT) && SubtitleConverter::canConvert(codec.codec_id)) {
+        converters.back() = std::make_unique<SubtitleConverter>(path, from);
+        AVStream& stream = addStream();
+        checked(avcodec_parameters_from_context(stream.codecpar, &converters.back()->codec()), EX_SOFTWARE, path);
+        describe(stream, from);
+    } else {
+        lost.push_back(descriptionOf(from) + " is left out, because this kind of file cannot hold it");
+    }
+}
+
+void OutputFilm::addCopy(const AVStream& from)
+{
+    AVStream& stream = addStream();
+    checked(avcodec_parameters_copy(stream.codecpar, from.codecpar), EX_SOFTWARE, path);
+    if (av_codec_get_id(format->oformat->codec_tag, from.codecpar->codec_tag) != from.codecpar->codec_id)
+        stream.codecpar->codec_tag = 0; // the container's own
+    stream.avg_frame_rate = from.avg_frame_rate;
+    stream.r_frame_rate = from.r_frame_rate;
+    stream.sample_aspect_ratio = from.sample_aspect_ratio;
+    for (int i = 0; i < from.nb_side_data; ++i) {
+        const AVPacketSideData& data = from.side_data[i];
+        std::uint8_t* const copied = allocated(av_stream_new_side_data(&stream, data.type, data.size));
+        std::copy_n(data.data, data.size, copied);
+    }
+    describe(stream, from);
+}
+
+/// Copies what describes a stream of the input, which has its number.
+void OutputFilm::describe(AVStream& stream, const AVStream& from)
+{
+    stream.time_base = from.time_base;
+    stream.disposition = from.disposition;
+    if (from.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) stream.disposition &= ~AV_DISPOSITION_DEFAULT;
+    checked(av_dict_copy(&stream.metadata, from.metadata, 0), EX_SOFTWARE, path);
+    outputOf.back() = stream.index;
+}
+
+void OutputFilm::addUpmixed(const AVCodecContext& upmixed, const AVStream& original)
+{
+    AVStream& stream = addStream();
+    checked(avcodec_parameters_from_context(stream.codecpar, &upmixed), EX_SOFTWARE, path);
+    stream.time_base = upmixedTime = upmixed.time_base;
+    stream.disposition = (original.disposition | AV_DISPOSITION_DEFAULT) & ~AV_DISPOSITION_ATTACHED_PIC;
+    if (const AVDictionaryEntry* const language = av_dict_get(original.metadata, "language", nullptr, 0))
+        av_dict_set(&stream.metadata, "language", language->value, 0);
+    av_dict_set(&stream.metadata, "title", upmixed.ch_layout.nb_channels == 6 ? "5.1 (Tarn)" : "3.0 (Tarn)", 0);
+    upmixedIndex = stream.index;
+}
+
+void OutputFilm::copyChapters()
+{
+    const AVFormatContext& from = input.context();
+    auto* const chapters =
+        static_cast<AVChapter**>(av_calloc(from.nb_chapters == 0 ? 1 : from.nb_chapters, sizeof(AVChapter*)));
+    format->chapters = allocated(chapters);
+    for (unsigned i = 0; i < from.nb_chapters; ++i) {
+        const AVChapter& chapter = *from.chapters[i];
+        auto* const copied = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+        chapters[i] = allocated(copied);
+        format->nb_chapters = i + 1;
+        copied->id = chapter.id;
+        copied->time_base = chapter.time_base;
+        copied->start = chapter.start;
+        copied->end = chapter.end;
+        checked(av_dict_copy(&copied->metadata, chapter.metadata, 0), EX_SOFTWARE, path);
+    }
+}
+
+void OutputFilm::write(AVPacket& packet, AVRational timeBase, const AVStream& to)
+{
+    av_packet_rescale_ts(&packet, timeBase, to.time_base);
+    // Time stamps of Opus in Matroska include the codec's delay, which the demuxer subtracts and the muxer does not
+    // add.
+    if (isMatroska() && to.codecpar->codec_id == AV_CODEC_ID_OPUS) {
+        const AVRational sampleTime = {1, to.codecpar->sample_rate};
+        const std::int64_t delay = av_rescale_q(to.codecpar->initial_padding, sampleTime, to.time_base);
+        if (packet.pts != AV_NOPTS_VALUE) packet.pts += delay;
+        if (packet.dts != AV_NOPTS_VALUE) packet.dts += delay;
+    }
+    packet.stream_index = to.index;
+    packet.pos = -1;
+    const int error = av_interleaved_write_frame(format, &packet);
+    throwIfInterrupted();
+    if (writeError != 0) file.failToWrite(writeError, "writing failed");
+    checked(error, EX_DATAERR, path + ": " + descriptionOf(to) + " cannot be written");
+}
+
+int OutputFilm::writeBytes(void* self, std::uint8_t* bytes, int count)
+{
+    auto& film = *static_cast<OutputFilm*>(self);
+    const int error = writeAll(film.file.descriptor(), bytes, static_cast<std::size_t>(count));
+    if (error == 0) return count;
+    film.writeError = error;
+    return AVERROR(error);
+}
+
+std::int64_t OutputFilm::seek(void* self, std::int64_t offset, int whence)
+{
+    const auto& film = *static_cast<OutputFilm*>(self);
+    if ((whence & AVSEEK_SIZE) != 0) {
+        struct stat status = {};
+        return fstat(film.file.descriptor(), &status) == 0 ? status.st_size : AVERROR(errno);
+    }
+    const off_t place = lseek(film.file.descriptor(), offset, whence & ~AVSEEK_FORCE);
+    return place < 0 ? AVERROR(errno) : place;
+}
+
+} // namespace tarn

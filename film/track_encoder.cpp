@@ -1,0 +1,126 @@
+// Encodes the upmixed track.
+// SPDX-License-Identifier: MIT
+#include "film/track_encoder.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr int kFreeFrameSize = 4096; ///< for codecs without a frame size
+
+AVChannelLayout channelsOf(const Layout& layout, const Encoding& encoding)
+{
+    // Tarn's slots have the order of FFmpeg's channels.
+    if (layout.slots == 3) return AV_CHANNEL_LAYOUT_SURROUND;
+    if (encoding.sides) return AV_CHANNEL_LAYOUT_5POINT1;
+    return AV_CHANNEL_LAYOUT_5POINT1_BACK;
+}
+
+/// The codec's format with the most precision that the samples need.
+AVSampleFormat sampleFormatOf(const AVCodec& codec, std::uint32_t bits)
+{
+    AVSampleFormat best = codec.sample_fmts[0];
+    for (const AVSampleFormat* format = codec.sample_fmts; *format != AV_SAMPLE_FMT_NONE; ++format) {
+        const AVSampleFormat packed = av_get_packed_sample_fmt(*format);
+        if (packed == AV_SAMPLE_FMT_FLT) return *format;
+        if (packed == (bits <= 16 ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_S32)) best = *format;
+    }
+    return best;
+}
+
+} // namespace
+
+TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, const Layout& layout, StreamFormat format,
+                           std::optional<std::int64_t> bitRate, int dialogueLevel, bool globalHeader, Consumer consumer)
+    : name(film), consume(std::move(consumer)), channels(channelsOf(layout, encoding)), slots(layout.slots)
+{
+    const bool isPcm16 = encoding.bitRate == 0 && std::string(encoding.name) == "pcm" && format.bits == 16;
+    const AVCodec* const codec = avcodec_find_encoder_by_name(isPcm16 ? "pcm_s16le" : encoding.encoder);
+    encoder = allocated(Codec(avcodec_alloc_context3(codec)));
+    checked(av_channel_layout_copy(&encoder->ch_layout, &channels), EX_SOFTWARE, name);
+    encoder->sample_rate = static_cast<int>(format.sampleRate);
+    encoder->sample_fmt = sampleFormatOf(*codec, format.bits);
+    encoder->time_base = {1, encoder->sample_rate};
+    if (encoding.bitRate == 0) {
+        encoder->bits_per_raw_sample = static_cast<int>(std::min(format.bits, 24u));
+    } else {
+        const auto share = static_cast<std::int64_t>(slots == 3 ? 3 : 6);
+        encoder->bit_rate = 1000 * bitRate.value_or(encoding.bitRate * share / 6);
+    }
+    if (globalHeader) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    if (encoding.hasDialogueLevel) av_opt_set_int(encoder->priv_data, "dialnorm", dialogueLevel, 0);
+    const std::int64_t wanted = encoder->bit_rate;
+    const int error = avcodec_open2(encoder.get(), codec, nullptr);
+    // Some codecs choose another rate instead of an error.
+    if (error < 0 || (wanted != 0 && encoder->bit_rate != wanted))
+        throw Failure(EX_USAGE, "--bitrate " + std::to_string(wanted / 1000) + ": " + encoding.name + " with " +
+                                    std::to_string(slots) + " channels at " + std::to_string(format.sampleRate) +
+                                    " Hz has no such rate; choose another one");
+
+    SwrContext* opened = nullptr;
+    checked(swr_alloc_set_opts2(&opened, &channels, encoder->sample_fmt, encoder->sample_rate, &channels,
+                                AV_SAMPLE_FMT_S32, encoder->sample_rate, 0, nullptr),
+            EX_SOFTWARE, name);
+    converter.reset(opened);
+    checked(swr_init(opened), EX_SOFTWARE, name);
+    queue.reset(allocated(av_audio_fifo_alloc(encoder->sample_fmt, static_cast<int>(slots), 2 * kFreeFrameSize)));
+}
+
+void TrackEncoder::write(const std::int32_t* samples, std::size_t frames)
+{
+    const Frame converted = newFrame();
+    converted->format = encoder->sample_fmt;
+    converted->nb_samples = static_cast<int>(frames);
+    checked(av_channel_layout_copy(&converted->ch_layout, &channels), EX_SOFTWARE, name);
+    checked(av_frame_get_buffer(converted.get(), 0), EX_SOFTWARE, name);
+    const auto* input = reinterpret_cast<const std::uint8_t*>(samples);
+    checked(swr_convert(converter.get(), converted->extended_data, static_cast<int>(frames), &input,
+                        static_cast<int>(frames)),
+            EX_SOFTWARE, name);
+    checked(
+        av_audio_fifo_write(queue.get(), reinterpret_cast<void**>(converted->extended_data), static_cast<int>(frames)),
+        EX_SOFTWARE, name);
+    const int frameSize = encoder->frame_size > 0 ? encoder->frame_size : kFreeFrameSize;
+    while (av_audio_fifo_size(queue.get()) >= frameSize) encode(frameSize);
+}
+
+void TrackEncoder::finish()
+{
+    // Not every codec returns what it delays when it is flushed.
+    const std::vector<std::int32_t> silence(slots * static_cast<std::size_t>(std::max(encoder->initial_padding, 0)));
+    if (!silence.empty()) write(silence.data(), silence.size() / slots);
+    if (const int rest = av_audio_fifo_size(queue.get()); rest > 0) encode(rest);
+    send(nullptr);
+}
+
+/// Encodes frames of the queue.
+void TrackEncoder::encode(int frames)
+{
+    const Frame frame = newFrame();
+    frame->format = encoder->sample_fmt;
+    frame->sample_rate = encoder->sample_rate;
+    frame->nb_samples = frames;
+    frame->pts = nextFrame;
+    checked(av_channel_layout_copy(&frame->ch_layout, &channels), EX_SOFTWARE, name);
+    checked(av_frame_get_buffer(frame.get(), 0), EX_SOFTWARE, name);
+    checked(av_audio_fifo_read(queue.get(), reinterpret_cast<void**>(frame->extended_data), frames), EX_SOFTWARE, name);
+    nextFrame += frames;
+    send(frame.get());
+}
+
+/// Sends a frame to the codec, or null to flush it, and passes its packets on.
+void TrackEncoder::send(const AVFrame* frame)
+{
+    checked(avcodec_send_frame(encoder.get(), frame), EX_SOFTWARE, name);
+    while (avcodec_receive_packet(encoder.get(), packet.get()) >= 0) {
+        consume(*packet);
+        av_packet_unref(packet.get());
+    }
+}
+
+} // namespace tarn
