@@ -274,10 +274,10 @@ std::pair<tarn::UpmixOptions, bool> optionsOf(ByteReader& bytes)
     options.quiet = has(how, 0);
     options.json = has(how, 1);
     if (!options.bypass) {
-        options.loudnessMatch = has(how, 2);
-        if (options.loudnessMatch && options.layout == "2.0") options.room.centreDb = 6.0; // otherwise it is refused
-        if (has(how, 3) && !options.loudnessMatch) options.room.gainDb = -3.0;
         if (has(how, 6) && options.layout != "7.1-remap") options.room.preset = "voice";
+        const bool isPlainStereo = options.layout == "2.0" && !options.room.preset;
+        options.loudnessMatch = has(how, 2) && !isPlainStereo;
+        if (has(how, 3) && !options.loudnessMatch) options.room.gainDb = -3.0;
         options.room.noLimiter = has(how, 7) && options.layout != "7.1-remap";
     }
     options.strict = has(how, 4);
