@@ -8,6 +8,7 @@
 #include "cli/progress.h"
 #include "cli/room_options.h"
 #include "film/encoding.h"
+#include "film/film_batch.h"
 #include "film/upmix_film.h"
 
 #include <CLI/CLI.hpp>
@@ -20,10 +21,25 @@
 namespace
 {
 
-void addOptions(CLI::App& app, tarn::FilmOptions& options)
+void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOptions& batch)
 {
-    app.add_option("INPUT", options.input, "A film, or a recording that FFmpeg reads")->type_name("")->required();
-    app.add_option("OUTPUT", options.output, "The film to write: .mkv, .mp4, .mka, ...")->type_name("")->required();
+    app.add_option("FILES", batch.inputs,
+                   "INPUT, a film or a recording that FFmpeg reads, and\n"
+                   "OUTPUT, the film to write: .mkv, .mp4 or .mka; with\n"
+                   "--output-dir, many INPUTs")
+        ->type_name("")
+        ->required();
+    app.add_option("--output-dir", batch.directory,
+                   "Folder for the outputs of many INPUTs: film.mp4 becomes\nfilm.mp4-5.1.mkv in it")
+        ->type_name("DIR");
+    app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4 or mka")
+        ->type_name("NAME")
+        ->check(tarn::oneOf({"mkv", "mp4", "mka"}, "--format mp4"));
+    app.add_option("-j,--jobs", batch.jobs, "Parallel jobs, 1 (default) to 64")
+        ->type_name("N")
+        ->check(tarn::numberFrom(1, 64, "--jobs 4"));
+    app.add_flag("--skip-existing", batch.skipExisting, "Skip INPUTs whose output exists in --output-dir")
+        ->disable_flag_override();
     app.add_option("--layout", options.layout, "Layout of the new track: 5.1 (default) or 3.0")
         ->type_name("NAME")
         ->check(tarn::oneOf({"5.1", "3.0"}, "--layout 3.0"));
@@ -59,7 +75,8 @@ int run(int argc, char** argv)
     CLI::App app("Adds a surround track, upmixed from a stereo track, to a film.", "tarn film");
     app.set_version_flag("--version", "tarn-film " TARN_VERSION);
     tarn::FilmOptions options;
-    addOptions(app, options);
+    tarn::FilmBatchOptions batch;
+    addOptions(app, options, batch);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
@@ -69,6 +86,11 @@ int run(int argc, char** argv)
     }
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
+    if (!batch.directory.empty()) return tarn::runFilmBatch(batch, options);
+    if (batch.inputs.size() != 2)
+        throw tarn::Failure(EX_USAGE, "name one INPUT and one OUTPUT, or add --output-dir; see tarn film --help");
+    options.input = batch.inputs[0];
+    options.output = batch.inputs[1];
     const tarn::Json report = tarn::upmixFilm(options);
     if (options.json) tarn::printJson(report, stdout);
     return EX_OK;

@@ -397,6 +397,33 @@ class Tracks(FilmTest):
             self.assertEqual((stream["codec_name"], stream["channels"]), ("flac", 6), name)
 
 
+class Batch(FilmTest):
+    def test_films_of_a_folder(self):
+        for name in ("one.mp4", "two.mkv"):
+            make_film(self.path(name), "aac")
+        self.path("three.mkv").write_text("not a film")
+        films = [self.path(name) for name in ("one.mp4", "three.mkv", "two.mkv")]
+        folder = self.path("upmixed")
+        result = run_film("--codec", "ac3", "--output-dir", folder, "-j", "2", *films)
+        self.assertEqual(result.returncode, 65)
+        self.assertIn("three.mkv: is not a film", result.stderr)
+        self.assertIn("3 of 3 films done, 1 failed", result.stderr)
+        self.assertEqual(sorted(p.name for p in folder.iterdir()), ["one.mp4-5.1.mkv", "two.mkv-5.1.mkv"])
+        before = (folder / "one.mp4-5.1.mkv").stat().st_mtime_ns
+        again = run_film("--quiet", "--json", "--skip-existing", "--output-dir", folder, films[0], films[2])
+        self.assertEqual(again.returncode, 0, again.stderr)
+        self.assertEqual([report["skipped"] for report in json.loads(again.stdout)], [True, True])
+        self.assertEqual((folder / "one.mp4-5.1.mkv").stat().st_mtime_ns, before)
+
+    def test_wrong_names_are_refused(self):
+        self.assert_refusal(64, "name one INPUT and one OUTPUT", self.path("one.mkv"))
+        self.assert_refusal(64, "is a folder; name films", "--output-dir", self.path("out"), self.path("."))
+        self.assert_refusal(
+            64, "another film would have the same output", "--output-dir", self.path("out"), "a/film.mkv", "b/film.mkv"
+        )
+        self.assertFalse(self.path("out").exists())
+
+
 class Manual(unittest.TestCase):
     def test_describes_every_option(self):
         page = (Path(__file__).parents[2] / "film/tarn-film.1.scd").read_text()
