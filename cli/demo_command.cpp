@@ -143,8 +143,8 @@ void runDemo(const DemoOptions& options)
     // If the report cannot be printed, no files are left.
     flushOutput();
     if (files) {
-        upmixStereo(scene.stereo, scene.sampleRate, layout,
-                    {.room = {.surroundDb = zrk_tarn::kPresets[0].settings.surroundDb}}, true, files->upmixed());
+        upmixStereo(scene.stereo, scene.sampleRate, layout, {.room = zrk_tarn::kPresets[0].settings}, true,
+                    files->upmixed());
         files->finish(scene.stereo);
     }
     printNextStep(options, files);

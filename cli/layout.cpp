@@ -4,6 +4,7 @@
 
 #include "cli/command_name.h"
 #include "cli/failure.h"
+#include "stream/output_slots.h"
 
 #include <algorithm>
 #include <iterator>
@@ -18,15 +19,9 @@ namespace tarn
 namespace
 {
 
-constexpr zrk_tarn::OutputSlot engine(std::uint8_t output)
-{
-    return {zrk_tarn::OutputSlot::Source::Engine, output};
-}
-
-constexpr zrk_tarn::OutputSlot surround(std::uint8_t channel)
-{
-    return {zrk_tarn::OutputSlot::Source::Surround, channel};
-}
+using zrk_tarn::dialogue;
+using zrk_tarn::engine;
+using zrk_tarn::surround;
 
 /// A slot, and how file headers describe it.
 struct Slot
@@ -49,7 +44,7 @@ constexpr zrk_tarn::OutputSlot sourceOf(std::string_view slot, bool hasSides)
     if (slot == "FL") return engine(0);
     if (slot == "FR") return engine(1);
     if (slot == "FC") return engine(2);
-    if (slot == "LFE") return {zrk_tarn::OutputSlot::Source::Lfe, 0};
+    if (slot == "LFE") return zrk_tarn::kLfe;
     if (slot == "BL") return surround(hasSides ? 2 : 0);
     if (slot == "BR") return surround(hasSides ? 3 : 1);
     if (slot == "SL") return surround(0);
@@ -85,9 +80,8 @@ constexpr Layout fromSlots(std::string_view name, std::string_view slotNames)
 /// Two loudspeakers or headphones.
 constexpr Layout dialogue20()
 {
-    using enum zrk_tarn::OutputSlot::Source;
     Layout layout = fromSlots("2.0", "FL FR");
-    layout.outputs = {{{Dialogue, 0}, {Dialogue, 1}}};
+    layout.outputs = {dialogue(0), dialogue(1)};
     return layout;
 }
 

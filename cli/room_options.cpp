@@ -4,6 +4,7 @@
 
 #include "cli/failure.h"
 #include "cli/option_checks.h"
+#include "stream/bass_mode_names.h"
 #include "stream/gain.h"
 
 #include <algorithm>
@@ -19,13 +20,18 @@ using zrk_tarn::BassMode;
 using zrk_tarn::OutputSlot;
 
 constexpr const char* kOff = "off";
-constexpr const char* kFronts = "fronts";
-constexpr const char* kSteered = "steered";
 
 std::vector<std::string> presetNames()
 {
     std::vector<std::string> names;
     for (const zrk_tarn::Preset& preset : zrk_tarn::kPresets) names.emplace_back(preset.name);
+    return names;
+}
+
+std::vector<std::string> bassModeNames()
+{
+    std::vector<std::string> names;
+    for (const auto& mode : zrk_tarn::kBassModeNames) names.emplace_back(mode.name);
     return names;
 }
 
@@ -105,17 +111,17 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "Bass below 120 Hz: in the fronts as in the stereo\n"
                     "(fronts, default), or steered")
         ->type_name("WHERE")
-        ->check(oneOf({kFronts, kSteered}, "--bass steered"));
+        ->check(oneOf(bassModeNames(), "--bass steered"));
+    command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
+        ->type_name("DB")
+        ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
     command
         .add_option("--lfe", options.lfe,
                     "Gain of the LFE channel in dB, -60 to 12, or off\n"
                     "(default); 0 suits receivers that add 10 dB")
         ->type_name("DB")
         ->check(channelGainOrOff("--lfe 0"));
-    command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
-        ->type_name("DB")
-        ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
-    command.add_flag("--limiter", options.limiter, "Limit the true peak to -1 dB with --preset plain, too")
+    command.add_flag("--limiter", options.limiter, "Limit the true peak, with --preset plain too")
         ->disable_flag_override();
     command.add_flag("--no-limiter", options.noLimiter, "Clip instead of limiting the true peak")
         ->disable_flag_override();
@@ -145,7 +151,7 @@ zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& 
         options.preset ? zrk_tarn::presetNamed(*options.preset)->settings : zrk_tarn::kPresets[0].settings;
     if (layout.remapped || layout.hasSource(OutputSlot::Source::Dialogue)) settings.gainDb = 0.0;
     settings.limiter = (settings.limiter || options.limiter) && !options.noLimiter && !layout.remapped;
-    if (options.bass) settings.bass = *options.bass == kFronts ? BassMode::Fronts : BassMode::Steered;
+    if (options.bass) settings.bass = zrk_tarn::bassModeNamed(*options.bass).value();
     if (layout.remapped) settings.bass = BassMode::Steered;
     settings.gainDb = options.gainDb.value_or(settings.gainDb);
     settings.centreDb = options.centreDb.value_or(settings.centreDb);

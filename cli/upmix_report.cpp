@@ -5,6 +5,7 @@
 #include "cli/decibels.h"
 #include "cli/progress.h"
 #include "cli/text.h"
+#include "stream/bass_mode_names.h"
 
 #include <algorithm>
 #include <cmath>
@@ -77,7 +78,7 @@ void addRoom(Json& json, const UpmixReport& report)
     json["centre_db"] = report.room.centreDb;
     if (report.layout->hasSource(Engine)) {
         json["width"] = report.room.width;
-        json["bass"] = report.room.bass == zrk_tarn::BassMode::Fronts ? "fronts" : "steered";
+        json["bass"] = zrk_tarn::nameOf(report.room.bass);
     }
     if (report.layout->hasSource(Surround))
         json["surrounds_db"] = report.room.surroundDb ? Json(*report.room.surroundDb) : Json();

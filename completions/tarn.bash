@@ -17,7 +17,7 @@ _tarn() {
         --mode) words='fast calm' ;;
         --preset) words='film music voice plain' ;;
         --surrounds | --lfe) words='off' ;;
-        --bass) words='fronts steered' ;;
+        --bass) words='steered fronts' ;;
         --rate) words='32000 44100 48000 64000 88200 96000 192000' ;;
         --remap | --raw | --output-dir | --jobs | -j | --gain | --centre | --width) return ;;
         *)

@@ -34,7 +34,9 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
       surroundPairs(surroundPairsOf(configuration)),
       crossfade(bits)
 {
-    forEachSlotOf(OutputSlot::Source::Lfe, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasLfe = true; });
+    using enum OutputSlot::Source;
+    forEachSlotOf(Engine, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasEngine = true; });
+    forEachSlotOf(Lfe, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasLfe = true; });
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
     if (!configuration.remap) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
     if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
@@ -108,6 +110,7 @@ void OutputStage::fillInputSlots(const StageBlock& block) noexcept
 
 void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
 {
+    if (!hasEngine) return;
     using enum OutputSlot::Source;
     const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && isBassSteered());
     if (isUnchanged && limited == nullptr) {

@@ -98,6 +98,7 @@ private:
     const StreamConfiguration configuration;
     const double fullScale;
     std::int32_t surroundPairs;
+    bool hasEngine = false;
     bool hasLfe = false;
     std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
     std::unique_ptr<BassCrossover> bass;  ///< null with a remap matrix

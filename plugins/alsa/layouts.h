@@ -2,10 +2,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "stream/stream_types.h"
+#include "stream/output_slots.h"
 
 #include <array>
-#include <cstdint>
 
 namespace tarn_alsa
 {
@@ -21,20 +20,10 @@ struct Layout
     constexpr bool hasSurrounds() const noexcept { return channels > 3; }
 };
 
-constexpr zrk_tarn::OutputSlot engine(std::uint8_t output)
-{
-    return {zrk_tarn::OutputSlot::Source::Engine, output};
-}
-
-constexpr zrk_tarn::OutputSlot surround(std::uint8_t channel)
-{
-    return {zrk_tarn::OutputSlot::Source::Surround, channel};
-}
-
-constexpr zrk_tarn::OutputSlot dialogue(std::uint8_t side)
-{
-    return {zrk_tarn::OutputSlot::Source::Dialogue, side};
-}
+using zrk_tarn::dialogue;
+using zrk_tarn::engine;
+using zrk_tarn::kLfe;
+using zrk_tarn::surround;
 
 inline constexpr unsigned kMaxChannels = 8;
 
@@ -44,9 +33,9 @@ inline constexpr Layout kLayouts[] = {
     // FL FR FC
     {"3.0", 3.0, 3, {{engine(0), engine(1), engine(2)}}},
     // FL FR RL RR FC LFE
-    {"5.1", 5.1, 6, {{engine(0), engine(1), surround(0), surround(1), engine(2), {}}}},
+    {"5.1", 5.1, 6, {{engine(0), engine(1), surround(0), surround(1), engine(2), kLfe}}},
     // FL FR RL RR FC LFE SL SR
-    {"7.1", 7.1, 8, {{engine(0), engine(1), surround(2), surround(3), engine(2), {}, surround(0), surround(1)}}}};
+    {"7.1", 7.1, 8, {{engine(0), engine(1), surround(2), surround(3), engine(2), kLfe, surround(0), surround(1)}}}};
 
 inline constexpr const Layout& kDefaultLayout = kLayouts[1];
 

@@ -22,8 +22,8 @@ namespace tarn_alsa
 namespace
 {
 
-constexpr const char* kFields[] = {"slave", "layout", "preset",  "centre", "width",  "surrounds",
-                                   "bass",  "gain",   "limiter", "mode",   "enabled"};
+constexpr const char* kFields[] = {"slave", "layout", "preset", "centre",  "width", "surrounds",
+                                   "bass",  "lfe",    "gain",   "limiter", "mode",  "enabled"};
 constexpr const char* kFieldsOfAlsa[] = {"comment", "type", "hint"};
 constexpr const char* kOff = "off";
 
@@ -100,7 +100,7 @@ double gainOf(const snd_config_t& node)
     return numberFrom(node, zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "-6.5");
 }
 
-std::optional<double> surroundsOf(const snd_config_t& node)
+std::optional<double> channelGainOrOffOf(const snd_config_t& node)
 {
     double level = 0.0;
     if (std::strcmp(textOf(node), kOff) == 0) return std::nullopt;
@@ -189,6 +189,8 @@ void refuseWithoutEffect(const snd_config_t* configuration, const Layout& layout
     if (layout.isForTwoLoudspeakers() && isGiven("bass"))
         throw std::invalid_argument("bass: has no effect on " + name +
                                     ", which keeps the bass of the stereo; leave it out");
+    if (!layout.hasSurrounds() && isGiven("lfe"))
+        throw std::invalid_argument("lfe: " + name + " has no LFE channel; write layout \"5.1\", or leave it out");
     if (!layout.hasSurrounds() && isGiven("surrounds"))
         throw std::invalid_argument("surrounds: " + name +
                                     " has no surround channels; write layout \"5.1\", or leave it out");
@@ -208,8 +210,9 @@ Settings readSettings(const snd_config_t* configuration)
     if (settings.layout->isForTwoLoudspeakers()) settings.room.gainDb = 0.0;
     read("centre", settings.room.centreDb, channelGainOf);
     read("width", settings.room.width, widthOf);
-    read("surrounds", settings.room.surroundDb, surroundsOf);
+    read("surrounds", settings.room.surroundDb, channelGainOrOffOf);
     read("bass", settings.room.bass, bassOf);
+    read("lfe", settings.room.lfeDb, channelGainOrOffOf);
     read("gain", settings.room.gainDb, gainOf);
     read("limiter", settings.room.limiter, switchOf);
     read("mode", settings.mode, modeOf);

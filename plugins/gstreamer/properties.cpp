@@ -20,6 +20,7 @@ enum Property : guint
     kWidth,
     kSurroundGain,
     kBass,
+    kLfeGain,
     kMakeUpGain,
     kLimiter,
     kPostMessages,
@@ -27,7 +28,8 @@ enum Property : guint
 };
 
 /// The properties that a preset sets.
-constexpr const char* kRoomProperties[] = {"centre-gain", "width", "surround-gain", "bass", "make-up-gain", "limiter"};
+constexpr const char* kRoomProperties[] = {"centre-gain", "width",        "surround-gain", "bass",
+                                           "lfe-gain",    "make-up-gain", "limiter"};
 
 /// Changes a setting. Returns whether the property exists.
 bool set(Settings& settings, guint id, const GValue* value)
@@ -54,6 +56,9 @@ bool set(Settings& settings, guint id, const GValue* value)
         return true;
     case kBass:
         settings.room.bass = static_cast<zrk_tarn::BassMode>(g_value_get_enum(value));
+        return true;
+    case kLfeGain:
+        settings.room.lfeDb = g_value_get_double(value);
         return true;
     case kMakeUpGain:
         settings.room.gainDb = g_value_get_double(value);
@@ -96,6 +101,9 @@ bool get(const Settings& settings, guint id, GValue* value)
         return true;
     case kBass:
         g_value_set_enum(value, static_cast<int>(settings.room.bass));
+        return true;
+    case kLfeGain:
+        g_value_set_double(value, settings.room.lfeDb.value_or(zrk_tarn::kMinGainDb));
         return true;
     case kMakeUpGain:
         g_value_set_double(value, settings.room.gainDb);
@@ -151,7 +159,8 @@ void installRoomProperties(GObjectClass* objectClass)
     const auto install = [&](Property id, GParamSpec* spec) { g_object_class_install_property(objectClass, id, spec); };
     install(kPreset,
             g_param_spec_enum("preset", "Preset",
-                              "Sets centre-gain, width, surround-gain, bass, make-up-gain and limiter together",
+                              "Sets centre-gain, width, surround-gain, bass, lfe-gain, make-up-gain and limiter "
+                              "together",
                               presetType(), defaults.preset, kPlain));
     install(kCentreGain, g_param_spec_double("centre-gain", "Centre gain",
                                              "Gain of the centre in dB: louder or softer voices, in stereo too",
@@ -166,6 +175,10 @@ void installRoomProperties(GObjectClass* objectClass)
                                 kMinGainDb, kMaxChannelGainDb, room.surroundDb.value_or(kMinGainDb), kControllable));
     install(kBass, g_param_spec_enum("bass", "Bass", "Where the bass below 120 Hz plays", bassType(),
                                      static_cast<int>(room.bass), kControllable));
+    install(kLfeGain,
+            g_param_spec_double("lfe-gain", "LFE gain",
+                                "Gain of the LFE channel in dB, which has the bass of the stereo; -60 is silence",
+                                kMinGainDb, kMaxChannelGainDb, room.lfeDb.value_or(kMinGainDb), kControllable));
     install(kMakeUpGain,
             g_param_spec_double("make-up-gain", "Make-up gain",
                                 "Gain of 3.0, 5.1 and 7.1 in dB; 3 makes the upmix about as loud as the stereo",

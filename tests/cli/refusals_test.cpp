@@ -169,12 +169,13 @@ TEST_F(Refusals, ConflictingOptions)
 {
     writeStereo("in.wav");
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
-    expectRefusal({}, 64, "no command; use upmix, info or demo");
+    expectRefusal({}, 64, "no command; use upmix, film, info or demo");
     expectRefusal({"upmix"}, 64, "INPUT");
     expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
     expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64,
                   "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn upmix --help");
-    expectRefusal({"upmx", "in.wav", "out.wav"}, 64, "upmx: no such command; use upmix, info or demo; see tarn --help");
+    expectRefusal({"upmx", "in.wav", "out.wav"}, 64,
+                  "upmx: no such command; use upmix, film, info or demo; see tarn --help");
     expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
     expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
     expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");

@@ -158,7 +158,7 @@ TEST_F(Room, RefusesWhatHasNoEffect)
     expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", "--centre", "3"},
                   "--centre: has no effect on --layout 7.1-remap");
     expectRefusal({"--layout", "2.0", "--bass", "steered"}, "--bass: has no effect on --layout 2.0");
-    expectRefusal({"--bass", "loud"}, "'loud' is not fronts or steered");
+    expectRefusal({"--bass", "loud"}, "'loud' is not steered or fronts");
     expectRefusal({"--bypass", "--centre", "3"}, "--centre: --bypass leaves the samples as they are");
     for (const char* const option : {"--limiter", "--no-limiter"}) {
         expectRefusal({"--bypass", option}, std::string(option) + ": --bypass leaves the samples as they are");

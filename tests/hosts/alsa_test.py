@@ -65,13 +65,14 @@ def check_messages(setup):
         ("3.0", "enabled maybe", "enabled: 'maybe' is not true or false; write for example enabled false"),
         ("4.0", "", "layout: '4.0' is not 2.0, 3.0, 5.1 or 7.1; write for example layout \"5.1\""),
         ("3.0", "surrounds -6", 'surrounds: layout 3.0 has no surround channels; write layout "5.1", or leave it out'),
+        ("3.0", "lfe 0", 'lfe: layout 3.0 has no LFE channel; write layout "5.1", or leave it out'),
         ("2.0", "width 0.5", "width: has no effect on layout 2.0, which has no centre loudspeaker; leave it out"),
         ("2.0", "bass steered", "bass: has no effect on layout 2.0, which keeps the bass of the stereo; leave it out"),
         (
             "3.0",
             "gian 3",
-            "there is no field gian; there are slave, layout, preset, centre, width, surrounds, bass, gain, limiter, "
-            "mode and enabled",
+            "there is no field gian; there are slave, layout, preset, centre, width, surrounds, bass, lfe, gain, "
+            "limiter, mode and enabled",
         ),
     ):
         name = setup.add("wrong" + "".join(c for c in layout + fields if c.isalnum()), layout, fields)

@@ -241,7 +241,7 @@ TEST(Facts, BassModesHaveNames)
     for (const BassMode mode : {BassMode::Steered, BassMode::Fronts})
         EXPECT_EQ(zrk_tarn::bassModeNamed(zrk_tarn::nameOf(mode)), mode);
     EXPECT_EQ(zrk_tarn::bassModeNamed("centre"), std::nullopt);
-    expectContains("completions/tarn.bash", "--bass) words='fronts steered'");
+    expectContains("completions/tarn.bash", "--bass) words='steered fronts'");
 }
 
 } // namespace tests

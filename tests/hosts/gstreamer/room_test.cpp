@@ -145,6 +145,7 @@ TEST(Room, EveryControlChangesTheOutputAsThatOfAStream)
           Control{"width", "0.25", filmBut([](RoomSettings& room) { room.width = 0.25; })},
           Control{"surround-gain", "3", filmBut([](RoomSettings& room) { room.surroundDb = 3.0; })},
           Control{"surround-gain", "-60", filmBut([](RoomSettings& room) { room.surroundDb.reset(); })},
+          Control{"lfe-gain", "-3", filmBut([](RoomSettings& room) { room.lfeDb = -3.0; })},
           Control{"bass", "steered", filmBut([](RoomSettings& room) { room.bass = BassMode::Steered; })},
           Control{"make-up-gain", "-6", filmBut([](RoomSettings& room) { room.gainDb = -6.0; })},
           Control{"limiter", "false", filmBut([](RoomSettings& room) { room.limiter = false; })}}) {
@@ -159,11 +160,14 @@ RoomSettings settingsOf(const Element& element)
 {
     RoomSettings settings;
     gdouble surroundDb = 0.0;
+    gdouble lfeDb = 0.0;
     gint bass = 0;
     gboolean limiter = FALSE;
     g_object_get(element.element(), "centre-gain", &settings.centreDb, "width", &settings.width, "surround-gain",
-                 &surroundDb, "bass", &bass, "make-up-gain", &settings.gainDb, "limiter", &limiter, nullptr);
+                 &surroundDb, "lfe-gain", &lfeDb, "bass", &bass, "make-up-gain", &settings.gainDb, "limiter", &limiter,
+                 nullptr);
     if (surroundDb > zrk_tarn::kMinGainDb) settings.surroundDb = surroundDb;
+    if (lfeDb > zrk_tarn::kMinGainDb) settings.lfeDb = lfeDb;
     settings.bass = static_cast<BassMode>(bass);
     settings.limiter = limiter;
     return settings;
@@ -185,10 +189,10 @@ TEST(Room, PresetsSetTheOtherPropertiesAndNotifyThem)
         ++set;
         EXPECT_TRUE(settingsOf(element) == settings) << name;
         for (const char* const property :
-             {"preset", "centre-gain", "width", "surround-gain", "bass", "make-up-gain", "limiter"})
+             {"preset", "centre-gain", "width", "surround-gain", "bass", "lfe-gain", "make-up-gain", "limiter"})
             EXPECT_EQ(notifications[property], set) << property;
     }
-    EXPECT_EQ(notifications.size(), 7);
+    EXPECT_EQ(notifications.size(), 8);
 
     element.set("preset", "voice");
     element.set("width", "0.5");
