@@ -1,12 +1,12 @@
-/* Tarn for C: stereo in, front left, front right and centre out. */
+/* Tarn for C: stereo in, front left, front right, centre and surround channels out. */
 /* SPDX-License-Identifier: MIT */
 #ifndef ZRK_TARN_TARN_H
 #define ZRK_TARN_TARN_H
 
 /**
  * @file
- * Tarn for C, and for every language that can call C: stereo in, front left, front right and centre out, in buffers of
- * any size.
+ * Tarn for C, and for every language that can call C: stereo in, front left, front right, centre and surround channels
+ * out, in buffers of any size.
  *
  * Create a stream for a configuration, then process buffers with it. The output is delayed by
  * tarn_stream_latency_frames(stream).
@@ -41,7 +41,8 @@ extern "C" {
 /** Number of frequency groups that are steered independently. */
 #define TARN_BAND_GROUPS 16
 
-/** Typical make-up gain (+3 dB): makes the upmix about as loud as the stereo. Loud recordings clip with it. */
+/** Typical make-up gain (+3 dB): makes the upmix in 3.0 about as loud as the stereo. Without the limiter, loud
+ * recordings clip with it. */
 #define TARN_TYPICAL_MAKE_UP_GAIN 1.41253754f
 /** Maximum gain of the centre and of the surround channels (+12 dB). */
 #define TARN_MAX_CHANNEL_GAIN 3.98107171f

@@ -91,7 +91,8 @@ void occupyStandardStreams()
 int run(int argc, char** argv)
 {
     if (argc > 1 && std::strcmp(argv[1], "film") == 0) tarn::startFilm(tarn::commandName(), argv + 1);
-    CLI::App app("Tarn upmixes stereo to left, right and centre in real time or faster, bit for bit reproducibly.",
+    CLI::App app("Tarn upmixes stereo to left, right, centre and surround channels in real time or faster, with the "
+                 "same bits on every machine.",
                  "tarn");
     app.set_version_flag("--version", "tarn " TARN_VERSION);
     app.require_subcommand(0, 1);

@@ -62,8 +62,9 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
 set(about "Tarn moves voices and other centred sounds of a stereo recording to a
-centre channel, in real time. Sounds at the sides stay there. It uses a
-64-band filterbank and 16 separately steered band groups.
+centre channel, and the ambience to surround channels, in real time. Sounds
+at the sides stay there. It uses a 64-band filterbank and 16 separately
+steered band groups.
 .
 This package contains")
 

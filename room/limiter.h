@@ -23,7 +23,8 @@ public:
     static constexpr std::size_t kRows = PeakWindow::kRows;
 
     /// The highest true peak, full scale 1 (-1 dB). The interpolation filter of BS.1770 misses part of the highest
-    /// frequencies: meters with a longer filter read up to 0.6 dB more in music, and 2 dB more in white noise.
+    /// frequencies: meters with a longer filter read up to 0.5 dB more in music (the tracks of docs/streams.md) and up
+    /// to 1.8 dB more in white noise. Limiter.KeepsTheTruePeakByALongFilterWithinABound has bounds for noise.
     static constexpr double kCeiling = 0.89125094;
 
     /// fullScale  of the samples, a power of two

@@ -14,7 +14,7 @@ namespace zrk_tarn
 ///
 /// The weights follow from the covariances of left and right in a group. The difference is transformed back to samples,
 /// and all-pass chains make decorrelated channels of it. It is late by about 8 ms, so that the weights know a source
-/// before it sounds, and the fronts arrive first. The chains delay it by 15 ms more on average, those of the second
+/// before it sounds, and the fronts arrive first. The chains delay it by 15.5 ms more on average, those of the second
 /// pair by 12 ms.
 ///
 /// Chains 0 and 1 are the left and right channel of the first pair, 2 and 3 those of the second pair. All members are

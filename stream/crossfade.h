@@ -11,7 +11,8 @@
 namespace zrk_tarn
 {
 
-/// The last stage of an engine output: make-up gain, then the crossfade between upmix and bypassed input.
+/// The make-up gain of an output, and the crossfade between upmix and bypassed input, the last stage. Between the two
+/// is the limiter, in streams that have one.
 ///
 /// At gain 1 without bypass, and in bypass, samples are copied exactly. During fades and at other gains they are
 /// rounded half away from zero and saturate.

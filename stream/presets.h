@@ -56,7 +56,7 @@ struct Preset
 };
 
 /// The first one is the default of user interfaces. The library's own default is plain, the outputs of the engine. The
-/// gain of +3 dB makes the upmix about as loud as the stereo.
+/// gain of +3 dB makes the upmix in 3.0 about as loud as the stereo.
 inline constexpr Preset kPresets[] = {
     {"film",
      {.gainDb = 3.0, .limiter = true, .centreDb = 0.0, .width = 1.0, .bass = BassMode::Fronts, .surroundDb = -3.0}},

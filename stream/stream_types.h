@@ -26,10 +26,10 @@ inline constexpr std::size_t kBandGroups = 16;
 /// Maximum make-up gain, a factor (+18.06 dB).
 inline constexpr float kMaxMakeUpGain = 8.0f;
 
-/// Typical make-up gain (+3 dB): makes the upmix about as loud as the stereo.
+/// Typical make-up gain (+3 dB): makes the upmix in 3.0 about as loud as the stereo.
 ///
-/// The upmix is softer because a centred source comes from one loudspeaker instead of two. Recordings need 2.8 to
-/// 3.6 dB by ITU-R BS.1770; docs/streams.md has examples. Loud recordings clip with this gain.
+/// The upmix is softer because a centred source comes from one loudspeaker instead of two. The examples in
+/// docs/streams.md need 3.1 to 3.7 dB by ITU-R BS.1770. Without the limiter, loud recordings clip with this gain.
 inline constexpr float kTypicalMakeUpGain = 1.41253754f;
 
 /// Maximum gain of the centre and of the surround channels, a factor (+12 dB).
@@ -110,7 +110,7 @@ struct StreamConfiguration
         {{OutputSlot::Source::Engine, 0}, {OutputSlot::Source::Engine, 1}, {OutputSlot::Source::Engine, 2}}};
     std::optional<RemapGains> remap = std::nullopt; ///< if set, mixes the three engine outputs into four
     SteeringMode mode = SteeringMode::Fast;         ///< initial mode, see UpmixStream::setMode
-    /// Keeps the true peak of all outputs but input slots below full scale, with one gain for all of them, instead of
+    /// Keeps the true peak of all outputs but input slots at about -1 dB, with one gain for all of them, instead of
     /// clipping. Costs 64 frames of latency.
     bool limiter = false;
     /// Initial mode, see UpmixStream::setBass. Fronts is not possible with a remap matrix; Dialogue slots keep their

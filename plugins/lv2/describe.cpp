@@ -1,5 +1,5 @@
-// Writes the description of the LV2 plug-ins, the .ttl files of the bundle: describe FOLDER MINOR_VERSION
-// MICRO_VERSION. SPDX-License-Identifier: MIT
+// Writes the .ttl files of the bundle of LV2 plug-ins: describe FOLDER MINOR_VERSION MICRO_VERSION
+// SPDX-License-Identifier: MIT
 #include "plugins/lv2/plugins.h"
 
 #include <exception>
@@ -50,7 +50,7 @@ constexpr ControlText kControls[] = {
      "\t\tlv2:scalePoint [ rdfs:label \"Fast\" ; rdf:value 1 ] , [ rdfs:label \"Calm\" ; rdf:value 2 ]"},
     {kGain, "gain", "Make-up gain", zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb,
      "Gain of all outputs. Has no effect while the upmix is off.", kDecibels},
-    {kLimiter, "limiter", "Limiter", 0, 1, "Keeps the true peak of all outputs at -1 dB or less, instead of clipping."},
+    {kLimiter, "limiter", "Limiter", 0, 1, "Keeps the true peak of all outputs at about -1 dB, instead of clipping."},
     {kCentre, "centre", "Centre", zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb,
      "Gain of the centre: louder or softer voices.", kDecibels},
     {kWidth, "width", "Width of the centre", 0, 1,

@@ -68,7 +68,7 @@ inline constexpr Lv2Plugin kPlugins[] = {
      .file = "dialogue",
      .group = "StereoGroup",
      .comment = "Changes the level of voices and other sources in the middle, for two loudspeakers or headphones. "
-                "Everything else stays as it is.",
+                "Sources at the sides stay as they are. The limiter lowers loud passages.",
      .plugin = pluginOf(kLayout20)}};
 
 } // namespace tarn_lv2
