@@ -91,7 +91,7 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
     printTable(scene, outputs, delay);
     std::printf(
         "\n  delay of the filterbank: %zu frames, %.1f ms, measured; live streams have a latency of %zu frames\n"
-        "  at every rate, because they collect %zu frames first\n\n",
+        "  at every rate, because they collect %zu frames first; the limiter adds as many\n\n",
         delay, 1000.0 * static_cast<double>(delay) / scene.sampleRate, delay + zrk_tarn::kBlockFrames,
         zrk_tarn::kBlockFrames);
     std::printf("Expected: the voice is in C; the moving source starts in FL, passes through C and ends in FR;\n"

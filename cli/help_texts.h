@@ -41,7 +41,7 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --preset NAME      film (default), music, voice or plain; sets the next:
   --centre DB        voices, -60 to 12      --width W    of the centre, 0 to 1
   --surrounds DB     -60 to 12, or off      --gain DB    -60 to 18
-  --bass WHERE       fronts or steered      --limiter, --no-limiter
+  --bass WHERE       fronts or steered      --lfe DB     -60 to 12, or off
   --mode NAME        fast (default), calm   --bypass     plain stereo
   --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
   --rate HZ          sample rate; default: that of INPUT, or the next supported

@@ -121,9 +121,9 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "(default); 0 suits receivers that add 10 dB")
         ->type_name("DB")
         ->check(channelGainOrOff("--lfe 0"));
-    command.add_flag("--limiter", options.limiter, "Limit the true peak, with --preset plain too")
+    command.add_flag("--limiter", options.limiter, "With --preset plain: keep the true peak at about -1 dB")
         ->disable_flag_override();
-    command.add_flag("--no-limiter", options.noLimiter, "Clip instead of limiting the true peak")
+    command.add_flag("--no-limiter", options.noLimiter, "Clip samples beyond full scale instead of limiting them")
         ->disable_flag_override();
 }
 

@@ -121,7 +121,8 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
             printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
                       " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
                       formatted("%+.2f", report.room.gainDb) + " dB");
-        if (report.loudness && report.loudness->shortfall() > kAudibleShortfallLu)
+        // With the gain of an album, files are louder or softer than before.
+        if (report.loudness && !options.album && report.loudness->shortfall() > kAudibleShortfallLu)
             printNote(output + ": is " + formatted("%.1f LU", report.loudness->shortfall()) +
                       " softer than the input, because the limiter holds its peaks back");
     }

@@ -54,7 +54,7 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
     }
     if (globalHeader) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (encoding.hasDialogueLevel) av_opt_set_int(encoder->priv_data, "dialnorm", dialogueLevel, 0);
-    const std::int64_t wanted = encoder->bit_rate;
+    const std::int64_t wanted = encoding.bitRate != 0 ? encoder->bit_rate : 0;
     const int error = avcodec_open2(encoder.get(), codec, nullptr);
     // Some codecs choose another rate instead of an error.
     if (error < 0 || (wanted != 0 && encoder->bit_rate != wanted))

@@ -179,12 +179,11 @@ void installRoomProperties(GObjectClass* objectClass)
             g_param_spec_double("lfe-gain", "LFE gain",
                                 "Gain of the LFE channel in dB, which has the bass of the stereo; -60 is silence",
                                 kMinGainDb, kMaxChannelGainDb, room.lfeDb.value_or(kMinGainDb), kControllable));
-    install(kMakeUpGain,
-            g_param_spec_double("make-up-gain", "Make-up gain",
-                                "Gain of 3.0, 5.1 and 7.1 in dB; 3 makes the upmix about as loud as the stereo",
-                                kMinGainDb, zrk_tarn::kMaxGainDb, room.gainDb, kControllable));
+    install(kMakeUpGain, g_param_spec_double("make-up-gain", "Make-up gain",
+                                             "Gain of 3.0, 5.1 and 7.1 in dB; 3 makes 3.0 about as loud as the stereo",
+                                             kMinGainDb, zrk_tarn::kMaxGainDb, room.gainDb, kControllable));
     install(kLimiter,
-            g_param_spec_boolean("limiter", "Limiter", "Keep the true peak at -1 dB or less instead of clipping",
+            g_param_spec_boolean("limiter", "Limiter", "Keep the true peak at about -1 dB instead of clipping",
                                  room.limiter, kControllable));
 }
 

@@ -22,11 +22,17 @@ zrk_tarn::StreamConfiguration configurationFor(std::uint32_t channels)
     using enum zrk_tarn::OutputSlot::Source;
     zrk_tarn::StreamConfiguration configuration{
         .format = zrk_tarn::SampleFormat::S24, .outputSlots = channels, .limiter = true};
-    configuration.outputs = {{{Engine, 0}, {Engine, 1}, {Engine, 2}, {}, {Surround, 0}, {Surround, 1}}};
+    configuration.outputs = {{{Engine, 0}, {Engine, 1}, {Engine, 2}, {Lfe, 0}, {Surround, 0}, {Surround, 1}}};
     if (channels == 2) configuration.outputs = {{{Dialogue, 0}, {Dialogue, 1}}};
     if (channels == 8)
-        configuration.outputs = {
-            {{Engine, 0}, {Engine, 1}, {Engine, 2}, {}, {Surround, 2}, {Surround, 3}, {Surround, 0}, {Surround, 1}}};
+        configuration.outputs = {{{Engine, 0},
+                                  {Engine, 1},
+                                  {Engine, 2},
+                                  {Lfe, 0},
+                                  {Surround, 2},
+                                  {Surround, 3},
+                                  {Surround, 0},
+                                  {Surround, 1}}};
     return configuration;
 }
 
