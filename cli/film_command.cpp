@@ -3,9 +3,9 @@
 #include "cli/film_command.h"
 
 #include "cli/failure.h"
+#include "cli/text.h"
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -29,7 +29,7 @@ void startFilm(const std::string& command, char** arguments)
     if (errno == ENOENT)
         throw Failure(EX_SOFTWARE, command + " film: the program tarn-film is not installed; install the package "
                                              "tarn-film, or build it with ./run film");
-    throw Failure(EX_SOFTWARE, command + " film: tarn-film cannot be started: " + std::strerror(errno));
+    throw Failure(EX_SOFTWARE, command + " film: tarn-film cannot be started: " + systemError(errno));
 }
 
 } // namespace tarn

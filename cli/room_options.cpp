@@ -8,6 +8,7 @@
 #include "stream/gain.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace tarn
@@ -67,15 +68,17 @@ std::optional<double> gainOrOff(const std::string& value)
 /// plain is what they do.
 std::string firstGiven(const RoomOptions& options)
 {
-    return options.preset && options.preset != "plain" ? "--preset"
-           : options.centreDb                          ? "--centre"
-           : options.width                             ? "--width"
-           : options.surrounds                         ? "--surrounds"
-           : options.bass                              ? "--bass"
-           : options.lfe                               ? "--lfe"
-           : options.limiter                           ? "--limiter"
-           : options.noLimiter                         ? "--no-limiter"
-                                                       : "";
+    const std::pair<bool, const char*> given[] = {{options.preset && options.preset != "plain", "--preset"},
+                                                  {options.centreDb.has_value(), "--centre"},
+                                                  {options.width.has_value(), "--width"},
+                                                  {options.surrounds.has_value(), "--surrounds"},
+                                                  {options.bass.has_value(), "--bass"},
+                                                  {options.lfe.has_value(), "--lfe"},
+                                                  {options.limiter, "--limiter"},
+                                                  {options.noLimiter, "--no-limiter"}};
+    for (const auto& [isGiven, name] : given)
+        if (isGiven) return name;
+    return "";
 }
 
 [[noreturn]] void refuse(const std::string& option, const std::string& reason)

@@ -4,9 +4,9 @@
 
 #include "cli/descriptor.h"
 #include "cli/interrupt.h"
+#include "cli/text.h"
 
 #include <cerrno>
-#include <cstring>
 
 #include <fcntl.h>
 
@@ -40,8 +40,7 @@ bool isDefault(const AVStream& stream)
 InputFilm::InputFilm(const std::string& filmPath) : path(filmPath)
 {
     const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (opened.number() < 0)
-        throw Failure(EX_NOINPUT, path + ": " + std::strerror(errno) + "; name a file that exists");
+    if (opened.number() < 0) throw Failure(EX_NOINPUT, path + ": " + systemError(errno) + "; name a file that exists");
     file = identityOf(opened.number());
 
     AVFormatContext* context = avformat_alloc_context();

@@ -15,7 +15,6 @@ namespace tests
 namespace
 {
 
-using reference::StreamDifference;
 using reference::StreamPair;
 using reference::StreamSettings;
 using zrk_tarn::OutputSlot;
