@@ -207,6 +207,7 @@ bool FlacDecoder::Stream::decodeOnce()
     samples.clear();
     delivered = 0;
     reachedEnd = false;
+    // cppcheck-suppress knownConditionTrueFalse ; process_single fills them
     while (samples.empty())
         if (!process_single() || get_state() == FLAC__STREAM_DECODER_END_OF_STREAM) return false;
     followsDamage = lostSync;

@@ -166,6 +166,7 @@ std::vector<std::string> convertRate(Chunk& chunk, std::uint32_t rate, std::uint
     return {};
 }
 
+// cppcheck-suppress constParameter ; its contents change
 void delayMarkers(Chunk& chunk, std::uint32_t frames)
 {
     for (const std::size_t at : markersIn(chunk))
