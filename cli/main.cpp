@@ -9,19 +9,14 @@
 #include "cli/info_command.h"
 #include "cli/interrupt.h"
 #include "cli/option_checks.h"
-#include "cli/progress.h"
+#include "cli/program.h"
 #include "cli/upmix_arguments.h"
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <cstring>
-#include <exception>
 #include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace
 {
@@ -78,15 +73,6 @@ tarn::Failure usageFailure(const CLI::App& app, const CLI::ParseError& error)
     return {EX_USAGE, problem + "; see " + help};
 }
 
-/// Opens placeholders for standard streams that the parent closed, so that no output file gets descriptor 0, 1 or 2 and
-/// receives messages. Using a placeholder fails.
-void occupyStandardStreams()
-{
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        // cppcheck-suppress leakReturnValNotUsed ; open for as long as the program runs
-        if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-}
-
 /// Parses the arguments and runs the command. Returns the exit code.
 int run(int argc, char** argv)
 {
@@ -127,20 +113,6 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    occupyStandardStreams();
     if (argc > 0) tarn::setCommandName(argv[0]);
-    try {
-        const int exitCode = run(argc, argv);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw tarn::Failure(EX_IOERR, "standard output: writing failed; free some space, or choose another place");
-        return exitCode;
-    } catch (const tarn::Failure& failure) {
-        tarn::printNote(failure.what());
-        return failure.exitCode();
-    } catch (const tarn::Interrupted& interrupted) {
-        tarn::dieBySignal(interrupted.signalNumber);
-    } catch (const std::exception& error) {
-        tarn::printNote(std::string("internal error: ") + error.what());
-        return EX_SOFTWARE;
-    }
+    return tarn::runProgram(argc, argv, run);
 }

@@ -1,11 +1,10 @@
 // The tarn-film program: options and exit codes.
 // SPDX-License-Identifier: MIT
-#include "cli/command_name.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/json.h"
 #include "cli/option_checks.h"
-#include "cli/progress.h"
+#include "cli/program.h"
 #include "cli/room_options.h"
 #include "film/encoding.h"
 #include "film/film_batch.h"
@@ -14,7 +13,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <vector>
 
@@ -100,15 +98,5 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    try {
-        return run(argc, argv);
-    } catch (const tarn::Failure& failure) {
-        tarn::printNote(failure.what());
-        return failure.exitCode();
-    } catch (const tarn::Interrupted& interrupted) {
-        tarn::dieBySignal(interrupted.signalNumber);
-    } catch (const std::exception& error) {
-        tarn::printNote(std::string("internal error: ") + error.what());
-        return EX_SOFTWARE;
-    }
+    return tarn::runProgram(argc, argv, run);
 }

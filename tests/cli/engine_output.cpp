@@ -76,7 +76,7 @@ zrk_tarn::OutputSlot expectedSource(const std::string& slot, const std::vector<s
     static const std::map<std::string, OutputSlot> kBehind{{"BL", {Surround, 0}}, {"BR", {Surround, 1}}};
     static const std::map<std::string, OutputSlot> kBehindSides{{"BL", {Surround, 2}}, {"BR", {Surround, 3}}};
     static const std::map<std::string, OutputSlot> kOthers{{"FL", {Engine, 0}},   {"FR", {Engine, 1}},
-                                                           {"FC", {Engine, 2}},   {"LFE", {Silence, 0}},
+                                                           {"FC", {Engine, 2}},   {"LFE", {Lfe, 0}},
                                                            {"SL", {Surround, 0}}, {"SR", {Surround, 1}}};
     if (!hasSlot(slotNames, "FC")) return kWithoutCentre.at(slot);
     if (slot.starts_with('B')) return (hasSlot(slotNames, "SL") ? kBehindSides : kBehind).at(slot);
@@ -109,6 +109,7 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
     for (std::size_t i = 0; i < stereo.size(); ++i) store(rounded(stereo[i], run.bits), &input[i * bytes], bytes);
     zrk_tarn::UpmixStream stream(configuration);
     stream.setSurroundGain(zrk_tarn::gainFactor(-3.0));
+    stream.setLfeGain(run.lfeDb ? zrk_tarn::gainFactor(*run.lfeDb) : 0.0f);
     if (!run.headroom) stream.setMakeUpGain(hasSlot(slotNames, "FC") ? zrk_tarn::gainFactor(3.0) : 1.0f);
     stream.process(input.data(), buffer.data(), frames + skipped);
     Samples output;

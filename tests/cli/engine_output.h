@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace tarn_cli
@@ -18,9 +19,10 @@ struct EngineRun
     std::uint32_t sampleRate = 48000;
     unsigned bits = 16;
     std::string mode = "fast";
-    bool plain = false;    ///< without gain, limiter and surround channels
-    bool headroom = false; ///< the samples have kHeadroomBits of headroom; gain and limiter follow the stream
-    double gainDb = 3.0;   ///< with headroom
+    bool plain = false;            ///< without gain, limiter and surround channels
+    bool headroom = false;         ///< the samples have kHeadroomBits of headroom; gain and limiter follow the stream
+    double gainDb = 3.0;           ///< with headroom
+    std::optional<double> lfeDb{}; ///< none: the LFE channel is silent
     bool align = true;
     std::array<std::array<std::int32_t, 4>, 3> remap{}; ///< 28 fraction bits
 };

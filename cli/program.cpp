@@ -1,0 +1,51 @@
+// The main function of a command: closed streams, exceptions and exit codes.
+// SPDX-License-Identifier: MIT
+#include "cli/program.h"
+
+#include "cli/failure.h"
+#include "cli/interrupt.h"
+#include "cli/progress.h"
+
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// Opens placeholders for closed standard streams. Using a placeholder fails.
+void occupyStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        // cppcheck-suppress leakReturnValNotUsed ; open for as long as the program runs
+        if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+} // namespace
+
+int runProgram(int argc, char** argv, int (*run)(int, char**))
+{
+    occupyStandardStreams();
+    try {
+        const int exitCode = run(argc, argv);
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+            throw Failure(EX_IOERR, "standard output: writing failed; free some space, or choose another place");
+        return exitCode;
+    } catch (const Failure& failure) {
+        printNote(failure.what());
+        return failure.exitCode();
+    } catch (const Interrupted& interrupted) {
+        dieBySignal(interrupted.signalNumber);
+    } catch (const std::exception& error) {
+        printNote(std::string("internal error: ") + error.what());
+        return EX_SOFTWARE;
+    }
+}
+
+} // namespace tarn
