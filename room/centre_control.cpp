@@ -7,7 +7,7 @@ namespace zrk_tarn
 
 float CentreControl::frontShareOf(float width) noexcept
 {
-    const double share = static_cast<double>(width);
+    const auto share = static_cast<double>(width);
     return static_cast<float>(__builtin_sqrt((1.0 - share * share) * 0.5));
 }
 
