@@ -140,7 +140,8 @@ TEST_F(MpegDamage, DamagedFramesAreNamedWithTheirPlace)
             const std::size_t found = result.errors.find(place);
             ASSERT_NE(found, std::string::npos) << result.errors;
             const double seconds = std::stod(result.errors.substr(found + place.size()));
-            const double exact = static_cast<double>(first / kSlots) / kRate;
+            const std::size_t firstFrame = first / kSlots;
+            const double exact = static_cast<double>(firstFrame) / kRate;
             EXPECT_LE(seconds, exact) << byte << "\n" << result.errors;
             EXPECT_GE(seconds, exact - 0.026) << byte << "\n" << result.errors;
         }
