@@ -92,7 +92,7 @@ TEST_F(WrongSizes, OfTheAudioDoNotHideTheChunksAfterIt)
 {
     const Samples whole = bypassed(wave);
     const std::string cue = number(1) + number(1) + number(99) + "data" + number(0) + number(0) + number(99);
-    const std::string id3 = std::string("ID3\3\0\0\0\0\0\x18TPE2\0\0\0\x0e\0\0\0Album artist", 34);
+    const std::string id3 = std::string("ID3\3\0\0\0\0\0\x18TPE2\0\0\0\x0e\0\0\0Album artist\0", 34);
     const std::string chunks =
         chunk("LIST", "INFO" + chunk("INAM", "A title")) + chunk("cue ", cue) + chunk("id3 ", id3);
     for (const std::size_t size : {std::size_t{0}, kAudioBytes / 2, kWithoutLimit}) {
