@@ -400,6 +400,18 @@ TEST(BassInTheFronts, LeavesHighFrequenciesToTheEngine)
     EXPECT_LT(with[0] + with[1], 1e-4 * with[2]);
 }
 
+// Linkwitz-Riley filters of 4th order are at -6.02 dB at their frequency.
+TEST(BassInTheFronts, LeavesTheSurroundChannelsFrom160HzOn)
+{
+    for (const auto& [hz, expectedDb] : {std::pair{80.0, -24.6}, {160.0, -6.02}, {320.0, -0.53}}) {
+        const Samples stereo = tone(hz, 1.0, -1.0);
+        const std::vector<double> with = powersOf(outputOf(kWithBass, stereo), 5, 24000);
+        const std::vector<double> without = powersOf(outputOf(kFive, stereo), 5, 24000);
+        for (const std::size_t slot : {std::size_t{3}, std::size_t{4}})
+            EXPECT_NEAR(10.0 * std::log10(with[slot] / without[slot]), expectedDb, 0.1) << hz;
+    }
+}
+
 TEST(Lfe, IsAsLoudAsTheBassOfTheFrontsInAReceiver)
 {
     const StreamConfiguration configuration = with({{Engine, 0}, {Engine, 1}, {Lfe, 0}});
