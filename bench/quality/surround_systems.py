@@ -31,6 +31,15 @@ def resampled(signals, from_hz, to_hz):
     return scipy.signal.resample(signals, len(signals) * to_hz // from_hz, axis=0)
 
 
+def all_pass(signal, delay, gain):
+    """A section of Tarn's all-pass chains: a delay of frames at a time, because they do not depend on each other."""
+    w = np.zeros(len(signal) + delay)
+    for first in range(0, len(signal), delay):
+        block = signal[first : first + delay]
+        w[first + delay : first + delay + len(block)] = block + gain * w[first : first + len(block)]
+    return w[: len(signal)] - gain * w[delay:]
+
+
 class Tarn:
     """`tarn upmix`, the surround channels at 0 dB. At another rate, input and outputs are resampled."""
 
@@ -54,11 +63,9 @@ class Tarn:
         sections = list(zip(design_chains.committed()[self.rate_hz], design_chains.GAINS * 2))
         late = design_chains.look_ahead_blocks()[self.rate_hz] * BLOCK_FRAMES
         for channel in range(behind.shape[1]):
-            signal = behind[::-1, channel]
+            signal = behind[::-1, channel]  # an all-pass filter in reversed time is its inverse
             for delay, gain in sections[2 * channel : 2 * channel + 2]:
-                numerator = np.zeros(delay + 1)
-                numerator[0], numerator[delay] = -gain, 1.0
-                signal = scipy.signal.lfilter(numerator, numerator[::-1], signal)
+                signal = all_pass(signal, delay, gain)
             behind[:, channel] = np.roll(signal[::-1], -late)
         early[:, BEHIND] = resampled(behind, self.rate_hz, RATE_HZ)
         return early

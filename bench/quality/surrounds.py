@@ -25,6 +25,7 @@ from signals import at_level, on_and_off, pink_noise
 import surround_plots
 from surround_systems import BEHIND, FIRST_BEHIND, Ffmpeg51, PassiveDifference, RATE_HZ, RATES_HZ, Tarn
 
+SECONDS = 15
 SETTLE = RATE_HZ  # frames at the start that are not evaluated
 PANS_DEGREES = (15.0, 22.5, 30.0, 40.0, 60.0)
 SWEEP_DEGREES = (0.0, 5.0, 10.0, 15.0, 20.0, 22.5, 25.0, 30.0, 35.0, 40.0, 45.0)
@@ -33,9 +34,8 @@ FIELD_DB = -6.0  # of the noise beside a panned source
 
 @dataclass(frozen=True)
 class Extent:
-    """How much is measured: seconds of every scene, rooms, and every how many tracks of each half."""
+    """How much is measured: rooms, and one of how many tracks of each half."""
 
-    seconds: int
     rooms: int
     every: int
 
@@ -43,8 +43,8 @@ class Extent:
         return [(half, index) for half in (0, 1) for index in range(len(recordings.tracks(half)))[:: self.every]]
 
 
-ALL = Extent(15, 8, 1)
-SHORT = Extent(8, 4, 4)
+ALL = Extent(8, 1)
+FEW = Extent(4, 4)
 
 
 def share_behind(outputs, channels=BEHIND):
@@ -76,11 +76,11 @@ def correlations(outputs):
     return {pairs: float(value) for pairs, value in results.items()}
 
 
-def reverberant_figures(system, extent):
+def reverberant_figures(system, rooms):
     """Leak of speech in its reverberation and the share of this behind, means over several rooms."""
     found = []
-    for room in range(extent.rooms):
-        speech = at_level(recordings.speech(recordings.DESIGN_HALF, room, RATE_HZ, extent.seconds), -25)
+    for room in range(rooms):
+        speech = at_level(recordings.speech(recordings.DESIGN_HALF, room, RATE_HZ, SECONDS), -25)
         sides = np.column_stack(scenes.reverberation(speech, np.random.default_rng([3, room])))
         stereo = sides + scenes.HALF_POWER * speech[:, None]
         found.append(leak(system, np.column_stack([speech, sides]), stereo))
@@ -102,10 +102,10 @@ def panned_alone(system, source, degrees):
     return measures.ratio_db(measures.power(outputs[SETTLE:])[BEHIND].sum(), np.mean(source[SETTLE:] ** 2))
 
 
-def noises(extent):
+def noises():
     """Pink noise: left, right, and a source with the power of both."""
     generator = np.random.default_rng(2)
-    left, right, source = (at_level(pink_noise(generator, extent.seconds * RATE_HZ, RATE_HZ), -28) for _ in range(3))
+    left, right, source = (at_level(pink_noise(generator, SECONDS * RATE_HZ, RATE_HZ), -28) for _ in range(3))
     return left, right, at_level(source, -25)
 
 
@@ -117,10 +117,10 @@ def pumping(system, noise, source):
     return abs(measures.ratio_db(np.mean(powers[0::2]), np.mean(powers[1::2])))
 
 
-def generated_figures(system, extent):
+def generated_figures(system):
     """The figures of noise and of speech over noise."""
-    left, right, source = noises(extent)
-    speech = at_level(recordings.speech(recordings.DESIGN_HALF, 0, RATE_HZ, extent.seconds), -25)
+    left, right, source = noises()
+    speech = at_level(recordings.speech(recordings.DESIGN_HALF, 0, RATE_HZ, SECONDS), -25)
     diffuse = np.column_stack([left, right])
     panned = [panned_alone(system, source, degrees) for degrees in PANS_DEGREES]
     field = system.outputs(diffuse)
@@ -142,7 +142,7 @@ def generated_figures(system, extent):
 
 def pan_sweep(compared, pool):
     """Levels of a panned source behind over SWEEP_DEGREES, alone and in noise: label -> levels in dB or None."""
-    left, right, source = noises(SHORT)
+    left, right, source = noises()
     quiet = 10 ** (FIELD_DB / 20) * np.column_stack([left, right])
     found = {"degrees": SWEEP_DEGREES, "noise_db": FIELD_DB, "alone": {}, "in_noise": {}}
     for system in compared:
@@ -151,17 +151,18 @@ def pan_sweep(compared, pool):
     return found
 
 
-def track_figures(track, system, seconds):
+def track_figures(track, system):
     """The figures of a track, given as (half, index), with speech at its power."""
-    scene = scenes.speech_over_music(*track, 0.0, seconds)
+    scene = scenes.speech_over_music(*track, 0.0, SECONDS)
     found = leak(system, np.column_stack([scene.stems[name] for name in ("speech", "left", "right")]), scene.stereo)
-    return found | correlations(system.outputs(scenes.music_alone(*track, seconds).stereo))
+    return found | correlations(system.outputs(scenes.music_alone(*track, SECONDS).stereo))
 
 
 def measure(system, pool, extent):
     """All figures of a system."""
-    generated, reverberant = [pool.submit(work, system, extent) for work in (generated_figures, reverberant_figures)]
-    found = list(pool.map(partial(track_figures, system=system, seconds=extent.seconds), extent.tracks()))
+    generated = pool.submit(generated_figures, system)
+    reverberant = pool.submit(reverberant_figures, system, extent.rooms)
+    found = list(pool.map(partial(track_figures, system=system), extent.tracks()))
     leaks = [track["leak"] for track in found]
     pairs = [key for key in found[0] if key.endswith(("_pair", "_pairs"))]
     music = {
@@ -228,7 +229,7 @@ def tables(tarn):
         rates = {}
         for rate_hz in RATES_HZ:
             system = Tarn(tarn, f"{rate_hz / 1000:g} kHz", rate_hz=rate_hz)
-            rates[system.label] = measure(system, pool, SHORT)
+            rates[system.label] = measure(system, pool, FEW)
     return [
         Table(ROWS, results, [partial(surround_plots.draw, sweep=sweep)]),
         Table(PAIR_ROWS, {"5.1": results["Tarn"], "7.1": two_pairs}, part="two pairs"),
