@@ -25,9 +25,10 @@ def draw_pans(path, sweep):
     figure, grid = plt.subplots(1, 2, figsize=(10, 4.6), layout="constrained")
     draw_sweep(grid[0], sweep["degrees"], sweep["alone"], FLOOR_DB)
     grid[0].set_title("alone")
-    grid[0].set_ylabel("level behind, dB")
+    grid[0].set_ylabel("level behind relative to the source, dB")
     draw_sweep(grid[1], sweep["degrees"], sweep["in_noise"], FLOOR_DB / 2)
     grid[1].set_title(f"in diffuse noise at {sweep['noise_db']:g} dB")
+    grid[1].set_ylabel("level behind relative to the fronts, dB")
     figure.supxlabel("pan, degrees (0 = hard left, 45 = centre); at the lower edge: this level or less")
     figure.suptitle("One panned source (pink noise) behind the listener (less is better)\n\n")
     handles, labels = grid[0].get_legend_handles_labels()
@@ -43,15 +44,15 @@ def draw_tracks(path, results):
     first = next(iter(shown.values()))
     order = sorted(range(len(first)), key=lambda track: first[track])
     for (label, found), colour, marker in zip(shown.items(), COLOURS, MARKERS):
-        axes.plot(range(1, len(order) + 1), [found[track] for track in order], marker, color=colour, label=label)
         mean = sum(found) / len(found)
-        axes.axhline(mean, color=colour, linewidth=1, linestyle=":")
-        axes.annotate(f"mean {mean:.1f} dB", (1, mean), xytext=(-4, 3), textcoords="offset points", color=colour)
-    axes.set_xlabel("track, in the order of the first system")
+        values = [found[track] for track in order]
+        axes.plot(range(1, len(order) + 1), values, marker, color=colour, label=f"{label}, mean {mean:.1f} dB")
+        axes.axhline(mean, color=colour, linewidth=1.2, linestyle=":")
+    axes.set_xlabel(f"track, in the order of {next(iter(shown))}; dotted: means")
     axes.set_ylabel("speech behind relative to C, dB")
     axes.set_title("Speech in the centre of music: what leaks behind (less is better)")
     axes.grid(alpha=0.3)
-    axes.legend()
+    axes.legend(loc="lower right")
     save(figure, path)
 
 
