@@ -4,7 +4,7 @@
     bench/quality/surrounds.py [--tarn PATH] [--write-docs]
 
 Prints the tables of docs/quality.md: the comparison, two pairs of surround channels, all sample rates. --write-docs writes
-them and the picture into the page. Needs what quality.py needs. It takes about five minutes.
+them and the pictures into the page. Needs what quality.py needs, and three minutes of processor time.
 """
 # SPDX-License-Identifier: MIT
 
