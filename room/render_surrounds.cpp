@@ -24,8 +24,8 @@ constexpr float kCovarianceScale = 0x1p-31f;
 /// of a source between centre and side.
 constexpr float kDiffuseShare = 0.625f;
 
-/// How much more of it counts the nearer the source is to the centre, within 13 degrees of the pan law: such a source is
-/// most likely a voice, and other sources at the same time draw its place away from the centre.
+/// How much more of it counts the nearer the source is to the centre, within 13 degrees of the pan law: such a source
+/// is most likely a voice, and other sources at the same time draw its place away from the centre.
 constexpr float kDiffuseShareNearCentre = 3.0f;
 
 template <int kCount>
