@@ -99,8 +99,8 @@ typedef enum tarn_mode
 typedef enum tarn_bass
 {
     TARN_BASS_STEERED = 0, /**< where the engine steers it */
-    TARN_BASS_FRONTS = 1 /**< below 120 Hz, the fronts play 0.7071 x the stereo, and the other outputs nothing; not with
-                            a remap matrix */
+    TARN_BASS_FRONTS = 1   /**< below 120 Hz, the fronts play 0.7071 x the stereo, and the centre nothing; the surround
+                              channels begin at 160 Hz; not with a remap matrix */
 } tarn_bass;
 
 /** An output slot. */

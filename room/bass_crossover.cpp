@@ -10,17 +10,19 @@ namespace zrk_tarn
 namespace
 {
 
-/// tan(pi 120 Hz / rate). A literal, because the tangent of C libraries differs in the last bit.
-struct Tangent
+/// tan(pi f / rate) for both frequencies. Literals, because the tangent of C libraries differs in the last bit.
+struct Tangents
 {
     std::uint32_t sampleRateHz;
-    double value;
+    double at120Hz;
+    double at160Hz;
 };
 
-constexpr Tangent kTangents[] = {
-    {32000, 0.011781517513428989},   {44100, 0.008548759680676187}, {48000, 0.007854143128983589},
-    {64000, 0.005890554355452355},   {88200, 0.004274301748891188}, {96000, 0.0039270110034898085},
-    {192000, 0.0019634979317947675},
+constexpr Tangents kTangents[] = {
+    {32000, 0.011781517513428989, 0.015709255323664916},    {44100, 0.008548759680676187, 0.011398562207140327},
+    {48000, 0.007854143128983589, 0.01047235832229719},     {64000, 0.005890554355452355, 0.0078541431289835902},
+    {88200, 0.004274301748891188, 0.0056990959926574388},   {96000, 0.0039270110034898085, 0.0052360356057001272},
+    {192000, 0.0019634979317947675, 0.0026179998591569433},
 };
 
 constexpr double kSqrt2 = 1.4142135623730951;
@@ -29,19 +31,18 @@ constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
 /// States below it become 0. They are inaudible and would decay to subnormal numbers, which are slow.
 constexpr double kTrace = 0x1p-60;
 
-double tangentOf(std::uint32_t sampleRateHz) noexcept
+const Tangents& tangentsOf(std::uint32_t sampleRateHz) noexcept
 {
-    for (const Tangent& tangent : kTangents)
-        if (tangent.sampleRateHz == sampleRateHz) return tangent.value;
-    return kTangents[0].value;
+    for (const Tangents& tangents : kTangents)
+        if (tangents.sampleRateHz == sampleRateHz) return tangents;
+    return kTangents[0];
 }
 
 } // namespace
 
-BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
+/// Butterworth filters of 2nd order by the bilinear transform.
+BassCrossover::Sections::Sections(double k) noexcept
 {
-    // Butterworth filters of 2nd order by the bilinear transform.
-    const double k = tangentOf(sampleRateHz);
     const double norm = 1.0 / (1.0 + kSqrt2 * k + k * k);
     const double a1 = 2.0 * (k * k - 1.0) * norm;
     const double a2 = (1.0 - kSqrt2 * k + k * k) * norm;
@@ -51,6 +52,10 @@ BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
     lowPass = coefficients(k * k * norm, 2.0 * (k * k) * norm);
     highPass = coefficients(norm, -2.0 * norm);
 }
+
+BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
+    : crossover(tangentsOf(sampleRateHz).at120Hz), highPassBehind(Sections(tangentsOf(sampleRateHz).at160Hz).highPass)
+{}
 
 void BassCrossover::reset() noexcept
 {
@@ -78,7 +83,7 @@ void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow
         bass[1][i] = kHalfPower * static_cast<double>(right[i]);
     }
     beginFade(rows);
-    filterBlock<3>({&lowPass, &highPass, &highPass}, fronts,
+    filterBlock<3>({&crossover.lowPass, &crossover.highPass, &crossover.highPass}, fronts,
                    {{&bass[0], &bass[1]}, {&rows[0], &rows[1]}, {&rows[2], &rows[2]}});
     finishFade(rows);
     for (std::size_t side = 0; side < 2; ++side)
@@ -89,9 +94,9 @@ void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t co
 {
     beginFade(surrounds);
     if (count == 2) {
-        filterBlock<1>({&highPass}, behind, {{&surrounds[0], &surrounds[1]}});
+        filterBlock<1>({&highPassBehind}, behind, {{&surrounds[0], &surrounds[1]}});
     } else {
-        filterBlock<2>({&highPass, &highPass}, behind,
+        filterBlock<2>({&highPassBehind, &highPassBehind}, behind,
                        {{&surrounds[0], &surrounds[1]}, {&surrounds[2], &surrounds[3]}});
     }
     finishFade(surrounds);
@@ -101,7 +106,7 @@ void BassCrossover::addBass(const Row& left, const Row& right, UnroundedRow& sum
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         sum[i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
-    filterBlock<1>({&lowPass}, lfe, {{&sum, &sum}});
+    filterBlock<1>({&crossover.lowPass}, lfe, {{&sum, &sum}});
 }
 
 /// Keeps the rows for finishFade.

@@ -14,7 +14,9 @@ namespace zrk_tarn
 /// Linkwitz-Riley filters of 4th order at 120 Hz (S. H. Linkwitz, Active crossover networks for noncoincident drivers,
 /// 1976): each is a Butterworth filter of 2nd order twice. Low and high part add up to an all-pass.
 ///
-/// The bass of the stereo replaces the bass of the upmix, so its level does not depend on the steering.
+/// The bass of the stereo replaces the bass of the upmix, so its level does not depend on the steering. The surround
+/// channels have a high-pass of the same kind at 160 Hz: they are later than the fronts and in other phases, and no
+/// other output has to complement them.
 class BassCrossover
 {
 public:
@@ -57,6 +59,16 @@ private:
         Pair b0, b1, a1, a2; ///< b2 is b0
     };
 
+    /// The filters of a frequency.
+    struct Sections
+    {
+        /// tangent  tan(pi frequency / rate)
+        explicit Sections(double tangent) noexcept;
+
+        Coefficients lowPass;
+        Coefficients highPass;
+    };
+
     /// Both sections of two filters.
     struct FilterPair
     {
@@ -76,8 +88,8 @@ private:
     static void filterBlock(const Coefficients* const (&coefficients)[kPairs], FilterPair* filters,
                             UnroundedRow* const (&rows)[kPairs][2]) noexcept;
 
-    Coefficients lowPass;
-    Coefficients highPass;
+    Sections crossover;
+    Coefficients highPassBehind; ///< of the surround channels
     FilterPair fronts[3];        ///< left and right of the stereo, front left and right, centre
     FilterPair behind[2];        ///< of two channels each
     FilterPair lfe[1];           ///< of the same signal twice

@@ -24,6 +24,10 @@ constexpr float kCovarianceScale = 0x1p-31f;
 /// of a source between centre and side.
 constexpr float kDiffuseShare = 0.625f;
 
+/// How much more of it counts the nearer the source is to the centre, within 13 degrees of the pan law: such a source
+/// is most likely a voice, and other sources at the same time draw its place away from the centre.
+constexpr float kDiffuseShareNearCentre = 3.0f;
+
 template <int kCount>
 Floats<kCount> withoutTraces(const Floats<kCount>& values) noexcept
 {
@@ -92,15 +96,22 @@ template <typename Layout>
 {
     const Floats<16> zero = broadcast<16>(0.0f);
     const Floats<16> half = broadcast<16>(0.5f);
+    const Floats<16> tiny = broadcast<16>(0x1p-100f);
     const Floats<16> ll = load<16>(s.leftLeft);
     const Floats<16> rr = load<16>(s.rightRight);
     const Floats<16> lr = load<16>(s.leftRight);
 
     const Floats<16> mean = half * (ll + rr) + broadcast<16>(0x1p-46f);
     const Floats<16> d = withoutTraces(half * (ll - rr)); // its square is not subnormal
-    const Floats<16> diffuse = mean - squareRoot(d * d + lr * lr);
-    const Floats<16> source = lr + broadcast<16>(kDiffuseShare) * select(zero < diffuse, diffuse, zero);
-    const Floats<16> place = d / (squareRoot(d * d + source * source) + broadcast<16>(0x1p-100f));
+    const Floats<16> residue = mean - squareRoot(d * d + lr * lr);
+    const Floats<16> diffuse = select(zero < residue, residue, zero);
+    const Floats<16> found = lr + broadcast<16>(kDiffuseShare) * diffuse;
+
+    const Floats<16> offCentre = abs(d);
+    const Floats<16> excess = found - (offCentre + offCentre);
+    const Floats<16> nearness = select(zero < excess, excess, zero) / (abs(found) + offCentre + tiny);
+    const Floats<16> source = found + broadcast<16>(kDiffuseShareNearCentre) * diffuse * nearness;
+    const Floats<16> place = d / (squareRoot(d * d + source * source) + tiny);
     const Floats<16> left = half - half * place;
     const Floats<16> right = half + half * place;
     store(s.leftWeight, squareRoot(select(zero < left, left, zero)));

@@ -14,7 +14,9 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 ///   sum over a group   four partial sums, each over every fourth band, ascending; then (0 + 1) + (2 + 3)
 ///   state              (1 - alpha) state + alpha sum, 0 if its magnitude is below 2^-60
 /// Weights, with m = (LL + RR) / 2 + 2^-46 and d = (LL - RR) / 2, 0 if its magnitude is below 2^-60:
-///   s = LR + 0.625 max(0, m - sqrt(d d + LR LR))        half the power of the dominant source, and a little more
+///   q = max(0, m - sqrt(d d + LR LR))                   power of what is not the dominant source
+///   e = LR + 0.625 q                                    half the power of the dominant source, and a little more
+///   s = e + (3 q) (max(0, e - 2 |d|) / ((|e| + |d|) + 2^-100))   more near the centre
 ///   c = d / (sqrt(d d + s s) + 2^-100)                  its place: 1 left, 0 centre, -1 right
 ///   leftWeight = sqrt(max(0, 1/2 - c / 2)),  rightWeight = sqrt(max(0, 1/2 + c / 2))
 /// Difference: leftWeight L - rightWeight R of every band, with L and R of lookAhead blocks before

@@ -93,7 +93,8 @@ enum class BassMode : std::uint8_t
 {
     Steered, ///< where the engine steers it: a subwoofer that adds the outputs gets centred bass 3 dB softer than other
              ///< bass
-    Fronts   ///< below 120 Hz, the fronts play 0.7071 x the stereo, and the other outputs nothing
+    Fronts   ///< below 120 Hz, the fronts play 0.7071 x the stereo, and the centre nothing; the surround channels begin
+             ///< at 160 Hz
 };
 
 /// Configuration of a stream. The default is stereo floats at 48 kHz to front left, front right and centre.

@@ -90,6 +90,12 @@ def committed():
     return {int(rate): [int(delay) for delay in re.findall(r"\d+", delays)] for rate, delays in rows}
 
 
+def look_ahead_blocks():
+    """Rate -> the blocks of look-ahead in room/surrounds.cpp."""
+    rows = re.findall(r"\{(\d+), [\d.]+f, (\d+), \{\{", COMMITTED.read_text(encoding="utf-8"))
+    return {int(rate): int(blocks) for rate, blocks in rows}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--correlations", action="store_true")

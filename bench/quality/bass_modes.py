@@ -13,7 +13,7 @@ from functools import partial
 import os
 
 import doc_table
-from doc_table import Row
+from doc_table import Row, Table
 
 import numpy as np
 
@@ -76,14 +76,14 @@ def summary(tracks, label):
     return results
 
 
-def results(tarn):
-    """The figures of all systems."""
+def tables(tarn):
+    """The table, with the figures of all systems."""
     compared = [Tarn(tarn, "steered", "3.0"), Tarn(tarn, "fronts", "3.0"), Tarn(tarn, "fronts", "5.1")]
     compared += [system for system in systems.peers()[0] if system.name == "surround"]
     tracks = [(half, index) for half in (0, 1) for index in range(len(recordings.tracks(half)))]
     with ProcessPoolExecutor(os.cpu_count()) as pool:
         found = list(pool.map(partial(track_levels, compared=compared), tracks))
-    return {system.label: summary(found, system.label) for system in compared}
+    return [Table(ROWS, {system.label: summary(found, system.label) for system in compared})]
 
 
 ROWS = [
@@ -108,4 +108,4 @@ ROWS = [
 
 
 if __name__ == "__main__":
-    doc_table.main("bass_modes", __doc__, ROWS, results)
+    doc_table.main("bass_modes", __doc__, tables)

@@ -13,10 +13,11 @@ from functools import partial
 import os
 
 import doc_table
-from doc_table import Row
+from doc_table import Row, Table
 
 import numpy as np
 
+import dialogue_plots
 import measures
 import recordings
 import scenes
@@ -209,13 +210,14 @@ def summary(found, label):
     return results
 
 
-def results(tarn):
-    """The figures of all systems."""
+def tables(tarn):
+    """The table, with the figures of all systems."""
     compared = [Tarn(tarn), Dialoguenhance(), FoldedDialoguenhance(), Middle(), Stereo()]
     chosen = [*AMBIENCES, *((half, index) for half in (0, 1) for index in range(len(recordings.tracks(half))))]
     with ProcessPoolExecutor(os.cpu_count()) as pool:
         found = dict(zip(chosen, pool.map(partial(scene_figures, compared=compared), chosen)))
-    return {system.label: summary(found, system.label) for system in compared}
+    results = {system.label: summary(found, system.label) for system in compared}
+    return [Table(ROWS, results, (partial(dialogue_plots.draw, found=found),))]
 
 
 def _rows(gain_db, title, si_sdr):
@@ -248,4 +250,4 @@ ROWS = [
 
 
 if __name__ == "__main__":
-    doc_table.main("dialogue", __doc__, ROWS, results)
+    doc_table.main("dialogue", __doc__, tables)

@@ -1,4 +1,4 @@
-"""The command line of scripts that measure one table of docs/quality.md.
+"""The command line of scripts that measure tables of docs/quality.md and draw pictures.
 
 Import it before numpy: the number of threads of a linear algebra library must not affect the figures.
 """
@@ -31,6 +31,21 @@ class Row:
     decimals: int = 1
 
 
+@dataclass(frozen=True)
+class Table:
+    """A table of a script.
+
+    results   label of the column -> key -> value
+    pictures  functions that draw a picture each: of the folder and the results
+    part      tells the tables of a script apart
+    """
+
+    rows: list
+    results: dict
+    pictures: tuple = ()
+    part: str = ""
+
+
 def cell(value, row):
     """A figure as text; shares are fractions of one."""
     if value is None or (row.unit == "dB" and value < SILENCE_DB):
@@ -50,28 +65,33 @@ def table(rows, results):
     return "\n".join(lines)
 
 
-def markers(script):
-    """The lines of docs/quality.md around the table of a script."""
-    return tuple(f"<!-- written by bench/quality/{script}.py --write-docs: {word} -->\n" for word in ("begin", "end"))
+def markers(script, part=""):
+    """The lines of docs/quality.md around a table of a script."""
+    name = f"bench/quality/{script}.py --write-docs" + (f", {part}" if part else "")
+    return tuple(f"<!-- written by {name}: {word} -->\n" for word in ("begin", "end"))
 
 
-def main(script, about, rows, measure):
-    """Prints the table of a script; --write-docs writes it into the page.
+def main(script, about, measure):
+    """Prints the tables of a script; --write-docs writes them and the pictures into the page.
 
     script   the name of its file, without the ending
-    measure  maps the path of the command to the results for `table`
+    measure  maps the path of the command to a list of Table
     """
     parser = argparse.ArgumentParser(description=about.splitlines()[0])
     parser.add_argument("--tarn", type=Path, default=ROOT / "build/tarn/cli/tarn", metavar="PATH", help="the command")
-    parser.add_argument("--write-docs", action="store_true", help="write the table into docs/quality.md")
+    parser.add_argument("--write-docs", action="store_true", help="write tables and pictures into docs/quality.md")
     options = parser.parse_args()
     if not options.tarn.is_file():
         sys.exit(f"{script}: {options.tarn}: no such command; build it first or name it with --tarn")
     try:
         recordings.fetch()
-        text = table(rows, measure(options.tarn))
+        tables = measure(options.tarn)
     except (recordings.FetchError, systems.MeasurementError) as error:
         sys.exit(f"{script}: {error}")
-    print(text)
-    if options.write_docs:
-        page.replace_between(*markers(script), f"\n{text}\n\n")
+    for one in tables:
+        text = table(one.rows, one.results)
+        print(text, end="\n\n")
+        if options.write_docs:
+            page.replace_between(*markers(script, one.part), f"\n{text}\n\n")
+            for draw in one.pictures:
+                draw(page.PICTURES, one.results)

@@ -34,6 +34,7 @@ import report
 import rows
 import scenes
 import signals
+import surround_systems
 import surrounds
 import systems
 import timbre
@@ -324,16 +325,16 @@ class Bass(unittest.TestCase):
 class Surrounds(unittest.TestCase):
     def test_chains_are_inverted(self):
         early = np.zeros((60000, 5))
-        early[1000:20000, surrounds.BEHIND] = noise(1, 19000, 2)
-        late = np.roll(early, surrounds.LOOK_AHEAD_FRAMES, axis=0)
-        sections = list(zip(surrounds.design_chains.committed()[48000], surrounds.design_chains.GAINS))
-        for channel, chain in zip(surrounds.BEHIND, (sections[:2], sections[2:])):
+        early[1000:20000, surround_systems.BEHIND] = noise(1, 19000, 2)
+        late = np.roll(early, surround_systems.design_chains.look_ahead_blocks()[48000] * 64, axis=0)
+        sections = list(zip(surround_systems.design_chains.committed()[48000], surround_systems.design_chains.GAINS))
+        for channel, chain in zip((3, 4), (sections[:2], sections[2:])):
             for delay, gain in chain:
                 history, signal = np.zeros(len(late) + delay), late[:, channel].copy()
                 for n, x in enumerate(signal):
                     history[n + delay] = x + gain * history[n]
                     late[n, channel] = history[n] - gain * history[n + delay]
-        self.assertLess(np.abs(surrounds.Tarn51(None).without_chains(late) - early).max(), 1e-9)
+        self.assertLess(np.abs(surround_systems.Tarn(None).without_chains(late) - early).max(), 1e-9)
 
     def test_leak_of_known_shares(self):
         stems = noise(2, 48000 * 4, 3)
@@ -348,6 +349,25 @@ class Surrounds(unittest.TestCase):
         found = surrounds.leak(Known(), stems, stems[:, :2])
         self.assertAlmostEqual(found["leak"], -20.0, 6)
         self.assertAlmostEqual(found["others_behind"], 0.5, 6)
+
+    def test_resampling_keeps_what_is_below_both_limits(self):
+        time = np.arange(4 * 48000) / 48000
+        sine = np.sin(2 * np.pi * 1000 * time)[:, None]
+        for rate_hz in surround_systems.RATES_HZ:
+            there = surround_systems.resampled(sine, 48000, rate_hz)
+            self.assertEqual(len(there), 4 * rate_hz)
+            expected = np.sin(2 * np.pi * 1000 * np.arange(len(there)) / rate_hz)
+            np.testing.assert_allclose(there[:, 0], expected, atol=1e-9)
+            np.testing.assert_allclose(surround_systems.resampled(there, rate_hz, 48000), sine, atol=1e-9)
+
+    def test_correlations_of_two_pairs(self):
+        first, second, third = noise(5, 3, 96000)
+        fronts = np.zeros((96000, 3))
+        outputs = np.column_stack([fronts, first, second, third, -third + first])
+        found = surrounds.correlations(outputs)
+        self.assertLess(found["first_pair"], 0.02)
+        self.assertAlmostEqual(found["second_pair"], np.sqrt(0.5), delta=0.02)
+        self.assertAlmostEqual(found["between_pairs"], np.sqrt(0.5), delta=0.02)
 
     def test_reverberation_has_its_level_and_is_late(self):
         dry = noise(4, 48000)
@@ -457,11 +477,17 @@ class DocTable(unittest.TestCase):
         )
 
     def test_every_script_has_its_part_of_the_page(self):
-        for script in ("surrounds", "dialogue", "bass_modes"):
-            _, between, _ = page.split(page.PATH.read_text(), *doc_table.markers(script))
-            module = {"surrounds": surrounds, "dialogue": dialogue, "bass_modes": bass_modes}[script]
+        parts = {
+            ("surrounds", ""): surrounds.ROWS,
+            ("surrounds", "two pairs"): surrounds.PAIR_ROWS,
+            ("surrounds", "rates"): surrounds.ROWS,
+            ("dialogue", ""): dialogue.ROWS,
+            ("bass_modes", ""): bass_modes.ROWS,
+        }
+        for markers, expected in parts.items():
+            _, between, _ = page.split(page.PATH.read_text(), *doc_table.markers(*markers))
             titles = [line.strip("| ").split(" | ")[0] for line in between.splitlines() if line.startswith("| ")]
-            self.assertEqual(titles[1:], [row.title for row in module.ROWS])
+            self.assertEqual(titles[1:], [row.title for row in expected])
 
 
 class Music(unittest.TestCase):

@@ -19,11 +19,11 @@ constexpr std::size_t kEngineDelayBlocks = 15;
 using zrk_tarn::OutputSlot;
 using Source = OutputSlot::Source;
 
-/// A Linkwitz-Riley filter of 4th order at 120 Hz.
-Crossover crossover(double rateHz, bool isLowPass)
+/// A Linkwitz-Riley filter of 4th order.
+Crossover crossover(double rateHz, bool isLowPass, long double hz = 120.0L)
 {
     const auto k =
-        static_cast<double>(std::tan(std::numbers::pi_v<long double> * 120.0L / static_cast<long double>(rateHz)));
+        static_cast<double>(std::tan(std::numbers::pi_v<long double> * hz / static_cast<long double>(rateHz)));
     const double norm = 1.0 / (1.0 + std::numbers::sqrt2 * k + k * k);
     const double a1 = 2.0 * (k * k - 1.0) * norm;
     const double a2 = (1.0 - std::numbers::sqrt2 * k + k * k) * norm;
@@ -155,7 +155,7 @@ Stream::Stream(const zrk_tarn::StreamConfiguration& streamConfiguration, int sam
     const double rateHz = configuration.sampleRateHz;
     std::fill(std::begin(bassOfStereo), std::end(bassOfStereo), crossover(rateHz, true));
     std::fill(std::begin(restOfFronts), std::end(restOfFronts), crossover(rateHz, false));
-    std::fill(std::begin(restOfSurrounds), std::end(restOfSurrounds), crossover(rateHz, false));
+    std::fill(std::begin(restOfSurrounds), std::end(restOfSurrounds), crossover(rateHz, false, 160.0L));
     bassForLfe = crossover(rateHz, true);
     const Rows silence(configuration.inputSlots);
     past.assign(kEngineDelayBlocks, silence);

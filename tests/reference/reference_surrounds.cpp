@@ -94,8 +94,12 @@ void Surrounds::findWeights(int group)
     const float lr = leftRight[group];
     const float m = 0.5f * (leftLeft[group] + rightRight[group]) + 0x1p-46f;
     const float d = withoutTrace(0.5f * (leftLeft[group] - rightRight[group]));
-    const float diffuse = m - std::sqrt(d * d + lr * lr);
-    const float s = lr + 0.625f * (diffuse > 0.0f ? diffuse : 0.0f);
+    const float residue = m - std::sqrt(d * d + lr * lr);
+    const float q = residue > 0.0f ? residue : 0.0f;
+    const float e = lr + 0.625f * q;
+    const float excess = e - 2.0f * std::fabs(d);
+    const float nearness = (excess > 0.0f ? excess : 0.0f) / (std::fabs(e) + std::fabs(d) + 0x1p-100f);
+    const float s = e + 3.0f * q * nearness;
     const float c = d / (std::sqrt(d * d + s * s) + 0x1p-100f);
     const float left = 0.5f - 0.5f * c;
     const float right = 0.5f + 0.5f * c;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -209,6 +210,28 @@ TEST_P(SurroundSlots, CarryTheDiffuseFieldAndWhatIsInOppositePhase)
 
 INSTANTIATE_TEST_SUITE_P(, SurroundSlots, testing::ValuesIn(zrk_tarn::kSampleRatesHz));
 
+// A voice and a side source in the lowest band: the side draws the place of the voice away from the centre.
+TEST(Surrounds, HaveLittleOfACentredVoiceBesideASource)
+{
+    constexpr double kVoice = 0.2;
+    const auto phaseOf = [](double hz, std::size_t i) {
+        return 2.0 * std::numbers::pi * hz * static_cast<double>(i) / 48000.0;
+    };
+    const Samples stereo = stereoOf(96000, [&](std::size_t i, Random& /*random*/) {
+        const double voice = kVoice * std::sin(phaseOf(200.0, i));
+        return Frame{voice + 0.7 * kVoice * std::sin(phaseOf(290.0, i)), voice};
+    });
+    const Samples output = outputOf(kFive, stereo, [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
+    std::complex<double> found = 0.0;
+    std::complex<double> whole = 0.0;
+    for (std::size_t i = 48000; i < 96000; ++i) {
+        const std::complex<double> turn = std::polar(1.0, -phaseOf(200.0, i));
+        found += turn * static_cast<double>(output[5 * i + 3]);
+        whole += turn * static_cast<double>(stereo[2 * i + 1]);
+    }
+    EXPECT_LT(20.0 * std::log10(std::abs(found / whole)), -21.0);
+}
+
 TEST(Surrounds, FadeToSilenceInBypass)
 {
     const Samples stereo = stereoOf(10000, Signal::DiffuseNoise);
@@ -398,6 +421,18 @@ TEST(BassInTheFronts, LeavesHighFrequenciesToTheEngine)
     const std::vector<double> without = powersOf(outputOf(kFive, stereo), 5, 24000);
     EXPECT_NEAR(10.0 * std::log10(with[2] / without[2]), 0.0, 0.01);
     EXPECT_LT(with[0] + with[1], 1e-4 * with[2]);
+}
+
+// Linkwitz-Riley filters of 4th order are at -6.02 dB at their frequency.
+TEST(BassInTheFronts, LeavesTheSurroundChannelsFrom160HzOn)
+{
+    for (const auto& [hz, expectedDb] : {std::pair{80.0, -24.6}, {160.0, -6.02}, {320.0, -0.53}}) {
+        const Samples stereo = tone(hz, 1.0, -1.0);
+        const std::vector<double> with = powersOf(outputOf(kWithBass, stereo), 5, 24000);
+        const std::vector<double> without = powersOf(outputOf(kFive, stereo), 5, 24000);
+        for (const std::size_t slot : {std::size_t{3}, std::size_t{4}})
+            EXPECT_NEAR(10.0 * std::log10(with[slot] / without[slot]), expectedDb, 0.1) << hz;
+    }
 }
 
 TEST(Lfe, IsAsLoudAsTheBassOfTheFrontsInAReceiver)
