@@ -45,13 +45,14 @@ CLI::Validator channelGain(const std::string& example)
 CLI::Validator channelGainOrOff(const std::string& example)
 {
     const auto check = [example](const std::string& value) -> std::string {
-        std::string number = value;
-        return value == kOff || channelGain(example)(number).empty()
-                   ? ""
-                   : refusal(value,
-                             "off or a number from " + CLI::detail::to_string(zrk_tarn::kMinGainDb) + " to " +
-                                 CLI::detail::to_string(zrk_tarn::kMaxChannelGainDb),
-                             example);
+        double number = 0.0;
+        std::string text = value;
+        if (value == kOff) return "";
+        if (CLI::detail::lexical_cast(value, number)) return channelGain(example)(text);
+        return refusal(value,
+                       "off or a number from " + CLI::detail::to_string(zrk_tarn::kMinGainDb) + " to " +
+                           CLI::detail::to_string(zrk_tarn::kMaxChannelGainDb),
+                       example);
     };
     return {check, ""};
 }

@@ -6,6 +6,7 @@
 #include "cli/option_checks.h"
 #include "cli/program.h"
 #include "cli/room_options.h"
+#include "cli/usage_failure.h"
 #include "film/encoding.h"
 #include "film/film_batch.h"
 #include "film/upmix_film.h"
@@ -80,8 +81,9 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        throw tarn::Failure(EX_USAGE, std::string(error.what()) + "; see tarn film --help");
+        throw tarn::usageFailure(app, error, "tarn film --help");
     }
+    tarn::refuseStrayNumbers(app, "tarn film --help");
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
     if (!batch.directory.empty()) return tarn::runFilmBatch(batch, options);
