@@ -31,9 +31,11 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
                      "Also write the upmixed scene to this file (.wav, .flac),\n"
                      "and its stereo next to it: scene-stereo.wav")
         ->type_name("");
-    demo->add_option("--layout", options.layout, "Slots of that file: 3.0 (default) or 5.1")
+    demo->add_option("--layout", options.layout, "Slots of that file: 2.0, 3.0 (default), 5.1 or 7.1")
         ->type_name("NAME")
-        ->check(tarn::oneOf({"3.0", "5.1"}, "--layout 5.1"));
+        ->check(tarn::oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    tarn::addPresetOption(*demo, options.preset,
+                          "Settings of that file: film (default), music, voice or\nplain; see tarn upmix --help-all");
     demo->add_flag("--force", options.force, "Replace the files if they exist")->disable_flag_override();
     tarn::setHelp(*demo, tarn::kDemoHelp, "");
     return demo;

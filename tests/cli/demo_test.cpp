@@ -97,6 +97,24 @@ TEST_F(Demo, SceneFileIsTheUpmixOfItsStereoSource)
     EXPECT_EQ(tableOf(result.output)["centred voice"][4], std::stod(expected));
 }
 
+TEST_F(Demo, LayoutsAndPresetsAreThoseOfTheUpmix)
+{
+    for (const char* const layout : {"2.0", "3.0", "7.1"}) {
+        for (const char* const preset : {"film", "voice"}) {
+            const Result result = tarn({"demo", "--force", "--layout", layout, "--preset", preset, "scene.wav"});
+            ASSERT_EQ(result.exitCode, 0) << result.errors;
+            const bool isStereo = bytesOf(at("scene.wav")) == bytesOf(at("scene-stereo.wav"));
+            EXPECT_EQ(isStereo, layout == std::string("2.0") && preset == std::string("film"));
+            EXPECT_EQ(result.output.find("Both files are the same") != std::string::npos, isStereo);
+            ASSERT_EQ(
+                tarn({"upmix", "--force", "--layout", layout, "--preset", preset, "scene-stereo.wav", "again.wav"})
+                    .exitCode,
+                0);
+            EXPECT_EQ(readAudio(at("again.wav")).samples, readAudio(at("scene.wav")).samples) << layout << preset;
+        }
+    }
+}
+
 TEST_F(Demo, FilesStateTheirChannels)
 {
     for (const auto& [layout, channels, mask] : {std::tuple("3.0", 3, 0x7u), std::tuple("5.1", 6, 0x3fu)}) {
