@@ -44,17 +44,7 @@ CLI::Validator channelGain(const std::string& example)
 /// Accepts a gain, or off.
 CLI::Validator channelGainOrOff(const std::string& example)
 {
-    const auto check = [example](const std::string& value) -> std::string {
-        double number = 0.0;
-        std::string text = value;
-        if (value == kOff) return "";
-        if (CLI::detail::lexical_cast(value, number)) return channelGain(example)(text);
-        return refusal(value,
-                       "off or a number from " + CLI::detail::to_string(zrk_tarn::kMinGainDb) + " to " +
-                           CLI::detail::to_string(zrk_tarn::kMaxChannelGainDb),
-                       example);
-    };
-    return {check, ""};
+    return wordOrNumberFrom(kOff, zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb, example);
 }
 
 /// The value of a checked option; none for off.

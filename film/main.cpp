@@ -55,7 +55,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
     app.add_option("--language", options.language, "Language of the track to upmix, such as deu")->type_name("LANG");
     app.add_option("--dialnorm", options.dialnorm, "Dialogue level of AC-3: auto (default), or -31 to -1")
         ->type_name("DB")
-        ->check(tarn::numberFrom(-31, -1, "--dialnorm -27") | CLI::IsMember({"auto"}));
+        ->check(tarn::wordOrNumberFrom("auto", -31, -1, "--dialnorm -27"));
     app.add_flag("--replace", options.replace, "Leave the stereo track out")->disable_flag_override();
     app.add_flag("--force-track", options.forceTrack, "Also if the default track has more channels already")
         ->disable_flag_override();
