@@ -99,19 +99,16 @@ TEST_F(Demo, SceneFileIsTheUpmixOfItsStereoSource)
 
 TEST_F(Demo, LayoutsAndPresetsAreThoseOfTheUpmix)
 {
-    for (const char* const layout : {"2.0", "3.0", "7.1"}) {
-        for (const char* const preset : {"film", "voice"}) {
-            const Result result = tarn({"demo", "--force", "--layout", layout, "--preset", preset, "scene.wav"});
-            ASSERT_EQ(result.exitCode, 0) << result.errors;
-            const bool isStereo = bytesOf(at("scene.wav")) == bytesOf(at("scene-stereo.wav"));
-            EXPECT_EQ(isStereo, layout == std::string("2.0") && preset == std::string("film"));
-            EXPECT_EQ(result.output.find("Both files are the same") != std::string::npos, isStereo);
-            ASSERT_EQ(
-                tarn({"upmix", "--force", "--layout", layout, "--preset", preset, "scene-stereo.wav", "again.wav"})
-                    .exitCode,
-                0);
-            EXPECT_EQ(readAudio(at("again.wav")).samples, readAudio(at("scene.wav")).samples) << layout << preset;
-        }
+    for (const auto& [layout, preset, isStereo] :
+         {std::tuple("2.0", "film", true), std::tuple("2.0", "voice", false), std::tuple("7.1", "music", false)}) {
+        const Result result = tarn({"demo", "--force", "--layout", layout, "--preset", preset, "scene.wav"});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(bytesOf(at("scene.wav")) == bytesOf(at("scene-stereo.wav")), isStereo) << layout << preset;
+        EXPECT_EQ(result.output.find("Both files are the same") != std::string::npos, isStereo) << result.output;
+        ASSERT_EQ(tarn({"upmix", "--force", "--layout", layout, "--preset", preset, "scene-stereo.wav", "again.wav"})
+                      .exitCode,
+                  0);
+        EXPECT_EQ(readAudio(at("again.wav")).samples, readAudio(at("scene.wav")).samples) << layout << preset;
     }
 }
 
