@@ -1,8 +1,9 @@
 """Level of the upmix on many tracks: loudness against the stereo, true peak, work of the limiter, clipped samples.
 
 bench/corpus --levels uses this module. Of every track, the 15 s from its middle are decoded to floats, which keep samples
-above full scale, and upmixed with the default preset and with --loudness-match. The filter ebur128 of ffmpeg, which is
-independent of the command, measures loudness (ITU-R BS.1770) and true peak of all three, with one decimal.
+above full scale, and upmixed with the default preset and with --loudness-match, or with the gains of --gains. The filter
+ebur128 of ffmpeg, which is independent of the command, measures loudness (ITU-R BS.1770) and true peak of the stereo and of
+all upmixes, with one decimal.
 """
 # SPDX-License-Identifier: MIT
 
@@ -21,7 +22,14 @@ QUIETEST_LUFS = -60.0  # the gate of the meter removes softer tracks
 TOLERANCE_LU = 0.7
 WANTED_SHARE = 0.95
 HIGHEST_PEAK_DB = -0.2  # printed with one decimal, so at most -0.15
-MODES = {"default preset": [], "--loudness-match": ["--loudness-match"]}
+MATCH = "--loudness-match"
+
+
+def modes_of(options):
+    """The names of the compared upmixes, and their options. Gains are in descending order."""
+    if options.gains:
+        return {f"--gain {gain:g}": ["--gain", f"{gain:g}"] for gain in sorted(options.gains, reverse=True)}
+    return {"default preset": [], MATCH: [MATCH]}
 
 
 def duration(path):
@@ -61,10 +69,25 @@ def upmix(options, more, source, output):
     return json.loads(done.stdout) if done.returncode == 0 else None
 
 
+def at_smaller_gain(unlimited, gain):
+    """The figures at a smaller gain than one at which the limiter does nothing. They follow without an upmix."""
+    change = gain - unlimited["gain"]
+    return {
+        **unlimited,
+        "gain": gain,
+        "difference": unlimited["difference"] + change,
+        "peak": unlimited["peak"] + change,
+    }
+
+
 def measured_modes(options, source, output, before):
     """The figures of every mode; None for a mode that failed."""
     figures = {}
-    for mode, more in MODES.items():
+    unlimited = None
+    for mode, more in modes_of(options).items():
+        if unlimited:
+            figures[mode] = at_smaller_gain(unlimited, float(more[1]))
+            continue
         report = upmix(options, more, source, output)
         if report is None:
             figures[mode] = None
@@ -78,6 +101,8 @@ def measured_modes(options, source, output, before):
             "reduction": report["limiter"]["largest_reduction_db"],
             "clipped": report["clipped_samples"] + report["clipped_input_samples"],
         }
+        if options.gains and figures[mode]["reduction"] == 0:
+            unlimited = figures[mode]
     return figures
 
 
@@ -127,7 +152,7 @@ def summary(figures):
     )
 
 
-def print_summary(rows):
+def print_summary(rows, modes):
     """Prints a table with a line per mode. Returns what is wrong."""
     measured = [row for row in rows if "modes" in row]
     print(f"\n{len(measured)} tracks, {sum(row['peak'] > 0 for row in measured)} with a true peak above full scale\n")
@@ -136,7 +161,7 @@ def print_summary(rows):
         "below | largest reduction: median | 95 % below | clipped samples |\n|---|---|---|---|---|---|---|---|---|---|---|---|"
     )
     wrong = []
-    for mode in MODES:
+    for mode in modes:
         figures = [row["modes"][mode] for row in measured if row["modes"][mode] is not None]
         if len(figures) < len(measured):
             wrong.append(f"{mode}: {len(measured) - len(figures)} tracks failed")
@@ -146,7 +171,7 @@ def print_summary(rows):
             wrong.append(f"{mode}: true peak above {HIGHEST_PEAK_DB} dB")
         if any(each["clipped"] for each in figures):
             wrong.append(f"{mode}: clipped samples")
-        if mode == "--loudness-match" and inside < WANTED_SHARE:
+        if mode == MATCH and inside < WANTED_SHARE:
             wrong.append(f"{mode}: less than {WANTED_SHARE:.0%} of the tracks within {TOLERANCE_LU} LU")
     return wrong
 
@@ -158,7 +183,7 @@ def run(options, files):
         for row in pool.map(lambda file: check(options, file), files):
             print_row(row)
             rows.append(row)
-    wrong = print_summary(rows)
+    wrong = print_summary(rows, modes_of(options))
     for text in wrong:
         print(f"WRONG {text}")
     return 1 if wrong else 0

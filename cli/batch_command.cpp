@@ -224,7 +224,9 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
     printStereoNote(each);
     const bool isMeasured = options.album && hasGainPerFile(each);
     if (options.album && !isMeasured && !each.quiet)
-        printNote("--album: has no effect, because the gain does not depend on the file");
+        printNote(
+            "--album: has no effect here: with the limiter and without --loudness-match, all files get the same gain "
+            "anyway");
     CreatedDirectories created;
     prepareDirectories(batch.files, created);
     try {

@@ -7,6 +7,7 @@
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/measurement.h"
+#include "cli/room_options.h"
 #include "cli/scene.h"
 #include "cli/text.h"
 #include "cli/upmixer.h"
@@ -98,6 +99,13 @@ void printReport(const Scene& scene, const ThreeOutputs& outputs)
                 "the wide chords stay in FL and FR; in the mix of all, C contains the voice.\n\n");
 }
 
+zrk_tarn::RoomSettings settingsOf(const DemoOptions& options)
+{
+    RoomOptions room;
+    room.preset = options.preset;
+    return roomSettingsOf(room, layoutNamed(options.layout));
+}
+
 void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& files)
 {
     const std::string program = printable(options.program);
@@ -107,6 +115,8 @@ void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& f
                     program.c_str(), program.c_str());
         return;
     }
+    if (keepsStereo(layoutNamed(options.layout), settingsOf(options)))
+        std::printf("Both files are the same, because the gain of the centre is 0 dB; add --preset voice.\n");
     std::printf("%s contains the scene as %s, and %s its stereo source,\n"
                 "time-aligned: compare them by ear.\n"
                 "Next, upmix your own music:       %s upmix song.flac song-3.0.wav\n",
@@ -143,8 +153,7 @@ void runDemo(const DemoOptions& options)
     // If the report cannot be printed, no files are left.
     flushOutput();
     if (files) {
-        upmixStereo(scene.stereo, scene.sampleRate, layout, {.room = zrk_tarn::kPresets[0].settings}, true,
-                    files->upmixed());
+        upmixStereo(scene.stereo, scene.sampleRate, layout, {.room = settingsOf(options)}, true, files->upmixed());
         files->finish(scene.stereo);
     }
     printNextStep(options, files);

@@ -77,11 +77,13 @@ inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]
 Upmixes a built-in scene and prints measurements. With OUTPUT, a .wav or .flac
 file, it also writes the upmix and its stereo: scene.wav, scene-stereo.wav.
 
-  --layout NAME  slots of OUTPUT: 3.0 (default) or 5.1
+  --layout NAME  slots of OUTPUT: 2.0, 3.0 (default), 5.1 or 7.1
+  --preset NAME  of OUTPUT: film (default), music, voice or plain
   --force        replace the files if they exist
 
   tarn demo
   tarn demo scene.wav
+  tarn demo --layout 2.0 --preset voice voices.wav
 )";
 
 } // namespace tarn

@@ -10,7 +10,9 @@
 #include "cli/interrupt.h"
 #include "cli/option_checks.h"
 #include "cli/program.h"
+#include "cli/room_options.h"
 #include "cli/upmix_arguments.h"
+#include "cli/usage_failure.h"
 
 #include <CLI/CLI.hpp>
 
@@ -29,9 +31,11 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
                      "Also write the upmixed scene to this file (.wav, .flac),\n"
                      "and its stereo next to it: scene-stereo.wav")
         ->type_name("");
-    demo->add_option("--layout", options.layout, "Slots of that file: 3.0 (default) or 5.1")
+    demo->add_option("--layout", options.layout, "Slots of that file: 2.0, 3.0 (default), 5.1 or 7.1")
         ->type_name("NAME")
-        ->check(tarn::oneOf({"3.0", "5.1"}, "--layout 5.1"));
+        ->check(tarn::oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    tarn::addPresetOption(*demo, options.preset,
+                          "Settings of that file: film (default), music, voice or\nplain; see tarn upmix --help-all");
     demo->add_flag("--force", options.force, "Replace the files if they exist")->disable_flag_override();
     tarn::setHelp(*demo, tarn::kDemoHelp, "");
     return demo;
@@ -54,23 +58,11 @@ CLI::App* addInfo(CLI::App& app, tarn::InfoOptions& options)
     return info;
 }
 
-/// The failure for an error of the option parser.
-tarn::Failure usageFailure(const CLI::App& app, const CLI::ParseError& error)
+/// The command line that prints the options of the chosen command.
+std::string helpLineOf(const CLI::App& app)
 {
     const std::vector<CLI::App*> commands = app.get_subcommands();
-    const std::string command = commands.empty() ? "" : " " + commands.front()->get_name();
-    const std::string help = tarn::commandName() + command + " --help";
-    const std::vector<std::string> leftOver = app.remaining(true);
-    std::string problem = error.what();
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError) && !leftOver.empty()) {
-        problem = leftOver.front();
-        if (problem.starts_with('-')) {
-            problem += ": no such option (a file of that name is ./" + leftOver.front() + ")";
-        } else {
-            problem += commands.empty() ? ": no such command; use upmix, film, info or demo" : ": one name too many";
-        }
-    }
-    return {EX_USAGE, problem + "; see " + help};
+    return tarn::commandName() + (commands.empty() ? "" : " " + commands.front()->get_name()) + " --help";
 }
 
 /// Parses the arguments and runs the command. Returns the exit code.
@@ -96,12 +88,13 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        throw usageFailure(app, error);
+        throw tarn::usageFailure(app, error, helpLineOf(app));
     }
 
     if (app.get_subcommands().empty())
         throw tarn::Failure(EX_USAGE,
                             "no command; use upmix, film, info or demo; see " + tarn::commandName() + " --help");
+    tarn::refuseStrayNumbers(*app.get_subcommands().front(), helpLineOf(app));
     tarn::catchInterrupts();
     if (info->parsed()) return tarn::runInfo(infoOptions);
     if (upmix->parsed()) return tarn::runUpmix(upmixArguments, *upmix);

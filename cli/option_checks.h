@@ -25,19 +25,29 @@ inline std::string refusal(const std::string& value, const std::string& accepted
     return "'" + value + "' is not " + accepted + "; write for example " + example;
 }
 
+/// Accepts a word, or numbers in a range: integers only if the limits are integers.
+template <typename Number>
+CLI::Validator wordOrNumberFrom(const std::string& word, Number minimum, Number maximum, const std::string& example)
+{
+    const std::string kind = std::is_integral_v<Number> ? "a whole number" : "a number";
+    const std::string range = CLI::detail::to_string(minimum) + " to " + CLI::detail::to_string(maximum);
+    const auto check = [=](const std::string& value) -> std::string {
+        Number number{};
+        // NaN fails every comparison.
+        const bool isNumber = CLI::detail::lexical_cast(value, number) && (number >= minimum || number < minimum);
+        if (isNumber && number >= minimum && number <= maximum) return "";
+        if (isNumber) return value + " is out of range; use " + range + ", for example " + example;
+        if (!word.empty() && value == word) return "";
+        return refusal(value, (word.empty() ? "" : word + " or ") + kind + " from " + range, example);
+    };
+    return {check, ""};
+}
+
 /// Accepts numbers in a range: integers only if the limits are integers.
 template <typename Number>
 CLI::Validator numberFrom(Number minimum, Number maximum, const std::string& example)
 {
-    const std::string accepted = std::string(std::is_integral_v<Number> ? "a whole number" : "a number") + " from " +
-                                 CLI::detail::to_string(minimum) + " to " + CLI::detail::to_string(maximum);
-    const auto check = [=](const std::string& value) -> std::string {
-        Number number{};
-        // NaN fails the comparisons.
-        const bool fits = CLI::detail::lexical_cast(value, number) && number >= minimum && number <= maximum;
-        return fits ? "" : refusal(value, accepted, example);
-    };
-    return {check, ""};
+    return wordOrNumberFrom("", minimum, maximum, example);
 }
 
 /// Accepts only the given words.

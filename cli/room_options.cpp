@@ -44,16 +44,7 @@ CLI::Validator channelGain(const std::string& example)
 /// Accepts a gain, or off.
 CLI::Validator channelGainOrOff(const std::string& example)
 {
-    const auto check = [example](const std::string& value) -> std::string {
-        std::string number = value;
-        return value == kOff || channelGain(example)(number).empty()
-                   ? ""
-                   : refusal(value,
-                             "off or a number from " + CLI::detail::to_string(zrk_tarn::kMinGainDb) + " to " +
-                                 CLI::detail::to_string(zrk_tarn::kMaxChannelGainDb),
-                             example);
-    };
-    return {check, ""};
+    return wordOrNumberFrom(kOff, zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb, example);
 }
 
 /// The value of a checked option; none for off.
@@ -88,15 +79,19 @@ std::string firstGiven(const RoomOptions& options)
 
 } // namespace
 
-void addRoomOptions(CLI::App& command, RoomOptions& options)
+CLI::Option* addPresetOption(CLI::App& command, std::optional<std::string>& preset, const std::string& description)
 {
-    command
-        .add_option("--preset", options.preset,
-                    "Sets the next five options and the limiter: film\n"
-                    "(default), music, voice, or plain for the output of\n"
-                    "the engine")
+    return command.add_option("--preset", preset, description)
         ->type_name("NAME")
         ->check(oneOf(presetNames(), "--preset voice"));
+}
+
+void addRoomOptions(CLI::App& command, RoomOptions& options)
+{
+    addPresetOption(command, options.preset,
+                    "Sets the next five options and the limiter: film\n"
+                    "(default), music, voice, or plain for the output of\n"
+                    "the engine");
     command.add_option("--centre", options.centreDb, "Gain of the centre in dB, -60 to 12: louder or softer\nvoices")
         ->type_name("DB")
         ->check(channelGain("--centre 6"));

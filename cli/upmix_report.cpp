@@ -19,12 +19,27 @@ namespace
 
 constexpr double kAudibleShortfallLu = 0.3;
 
+double limitedSecondsOf(const UpmixReport& report)
+{
+    // Blocks can begin before the input and end after it.
+    return static_cast<double>(std::min(64 * report.limitedBlocks, report.frames)) / report.format.sampleRate;
+}
+
+/// The work of the limiter; empty if it did nothing. Small figures are rounded up to 0.1.
+std::string limiterText(const UpmixReport& report)
+{
+    if (!report.room.limiter || report.limitedBlocks == 0) return "";
+    constexpr double kSmallest = 0.1;
+    return formatted(", limited by up to %.1f dB", std::max(decibels(1.0 / report.limiterGain), kSmallest)) +
+           formatted(" for %.1f s", std::max(limitedSecondsOf(report), kSmallest));
+}
+
 std::string summary(const UpmixOptions& options, const UpmixReport& report)
 {
     return options.inputName() + " -> " + options.outputName() + ": " + std::string(report.layout->name) + " (" +
            std::string(report.layout->slotNames) + "), " + std::to_string(report.format.sampleRate) + " Hz, " +
            std::to_string(report.format.bits) + " bits, " + durationText(report.frames, report.format.sampleRate) +
-           formatted(", %.0f x real time", report.speed);
+           limiterText(report) + formatted(", %.0f x real time", report.speed);
 }
 
 std::string clippingNote(const UpmixOptions& options, const UpmixReport& report)
@@ -89,10 +104,7 @@ void addRoom(Json& json, const UpmixReport& report)
 Json limiterOf(const UpmixReport& report)
 {
     if (!report.room.limiter) return {};
-    // Blocks can begin before the input and end after it.
-    const auto frames = static_cast<double>(std::min(64 * report.limitedBlocks, report.frames));
-    return {{"seconds", frames / report.format.sampleRate},
-            {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
+    return {{"seconds", limitedSecondsOf(report)}, {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
 }
 
 void addLoss(Json& json, const UpmixReport& report)

@@ -36,8 +36,9 @@ _tarn() {
         ;;
     demo)
         case $before in
-        --layout) words='3.0 5.1' ;;
-        *) [[ $word != -* ]] || words='--help --help-all --layout --force' ;;
+        --layout) words='2.0 3.0 5.1 7.1' ;;
+        --preset) words='film music voice plain' ;;
+        *) [[ $word != -* ]] || words='--help --help-all --layout --preset --force' ;;
         esac
         ;;
     esac

@@ -6,6 +6,7 @@
 #include "cli/option_checks.h"
 #include "cli/program.h"
 #include "cli/room_options.h"
+#include "cli/usage_failure.h"
 #include "film/encoding.h"
 #include "film/film_batch.h"
 #include "film/upmix_film.h"
@@ -54,7 +55,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
     app.add_option("--language", options.language, "Language of the track to upmix, such as deu")->type_name("LANG");
     app.add_option("--dialnorm", options.dialnorm, "Dialogue level of AC-3: auto (default), or -31 to -1")
         ->type_name("DB")
-        ->check(tarn::numberFrom(-31, -1, "--dialnorm -27") | CLI::IsMember({"auto"}));
+        ->check(tarn::wordOrNumberFrom("auto", -31, -1, "--dialnorm -27"));
     app.add_flag("--replace", options.replace, "Leave the stereo track out")->disable_flag_override();
     app.add_flag("--force-track", options.forceTrack, "Also if the default track has more channels already")
         ->disable_flag_override();
@@ -80,8 +81,9 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        throw tarn::Failure(EX_USAGE, std::string(error.what()) + "; see tarn film --help");
+        throw tarn::usageFailure(app, error, "tarn film --help");
     }
+    tarn::refuseStrayNumbers(app, "tarn film --help");
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
     if (!batch.directory.empty()) return tarn::runFilmBatch(batch, options);

@@ -44,6 +44,7 @@ bool set(Settings& settings, guint id, const GValue* value)
     case kPreset:
         settings.preset = g_value_get_enum(value);
         settings.room = zrk_tarn::kPresets[settings.preset].settings;
+        settings.hasMakeUpGain = false;
         return true;
     case kCentreGain:
         settings.room.centreDb = g_value_get_double(value);
@@ -62,6 +63,7 @@ bool set(Settings& settings, guint id, const GValue* value)
         return true;
     case kMakeUpGain:
         settings.room.gainDb = g_value_get_double(value);
+        settings.hasMakeUpGain = true;
         return true;
     case kLimiter:
         settings.room.limiter = g_value_get_boolean(value);
@@ -179,9 +181,11 @@ void installRoomProperties(GObjectClass* objectClass)
             g_param_spec_double("lfe-gain", "LFE gain",
                                 "Gain of the LFE channel in dB, which has the bass of the stereo; -60 is silence",
                                 kMinGainDb, kMaxChannelGainDb, room.lfeDb.value_or(kMinGainDb), kControllable));
-    install(kMakeUpGain, g_param_spec_double("make-up-gain", "Make-up gain",
-                                             "Gain of 3.0, 5.1 and 7.1 in dB; 3 makes 3.0 about as loud as the stereo",
-                                             kMinGainDb, zrk_tarn::kMaxGainDb, room.gainDb, kControllable));
+    install(kMakeUpGain,
+            g_param_spec_double("make-up-gain", "Make-up gain",
+                                "Gain in dB; 3 makes 3.0 about as loud as the stereo. Stereo has 0 unless the "
+                                "gain is set",
+                                kMinGainDb, zrk_tarn::kMaxGainDb, room.gainDb, kControllable));
     install(kLimiter,
             g_param_spec_boolean("limiter", "Limiter", "Keep the true peak at about -1 dB instead of clipping",
                                  room.limiter, kControllable));
@@ -214,7 +218,7 @@ void applySettings(const State& state)
 {
     if (!state.stream) return;
     zrk_tarn::RoomSettings room = state.settings.room;
-    if (state.isForTwoLoudspeakers) room.gainDb = 0.0; // the stereo is as loud as before
+    if (state.isForTwoLoudspeakers && !state.settings.hasMakeUpGain) room.gainDb = 0.0;
     zrk_tarn::applySettings(room, *state.stream);
     state.stream->setBypass(state.settings.bypass);
     state.stream->setMode(state.settings.mode);

@@ -22,6 +22,7 @@ struct Settings
     zrk_tarn::SteeringMode mode = zrk_tarn::SteeringMode::Fast;
     int preset = 0; ///< number of the preset that was set last
     zrk_tarn::RoomSettings room = zrk_tarn::kPresets[0].settings;
+    bool hasMakeUpGain = false; ///< the make-up gain was set after the preset
     bool postMessages = false;
     GstClockTime interval = 100 * GST_MSECOND;
 };

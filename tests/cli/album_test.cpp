@@ -121,7 +121,8 @@ TEST_F(Album, LeavesFilesThatFailToTheUpmix)
 TEST_F(Album, SaysWhenItHasNoEffect)
 {
     EXPECT_EQ(tarn({"upmix", "--album", "--output-dir", "out", "loud.wav"})
-                  .errors.find("tarn: --album: has no effect, because the gain does not depend on the file\n"),
+                  .errors.find("tarn: --album: has no effect here: with the limiter and without --loudness-match, all "
+                               "files get the same gain anyway\n"),
               0u);
     const Result result = tarn({"upmix", "--album", "loud.wav", "out.wav"});
     EXPECT_EQ(result.exitCode, 64);

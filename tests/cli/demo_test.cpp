@@ -97,6 +97,21 @@ TEST_F(Demo, SceneFileIsTheUpmixOfItsStereoSource)
     EXPECT_EQ(tableOf(result.output)["centred voice"][4], std::stod(expected));
 }
 
+TEST_F(Demo, LayoutsAndPresetsAreThoseOfTheUpmix)
+{
+    for (const auto& [layout, preset, isStereo] :
+         {std::tuple("2.0", "film", true), std::tuple("2.0", "voice", false), std::tuple("7.1", "music", false)}) {
+        const Result result = tarn({"demo", "--force", "--layout", layout, "--preset", preset, "scene.wav"});
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(bytesOf(at("scene.wav")) == bytesOf(at("scene-stereo.wav")), isStereo) << layout << preset;
+        EXPECT_EQ(result.output.find("Both files are the same") != std::string::npos, isStereo) << result.output;
+        ASSERT_EQ(tarn({"upmix", "--force", "--layout", layout, "--preset", preset, "scene-stereo.wav", "again.wav"})
+                      .exitCode,
+                  0);
+        EXPECT_EQ(readAudio(at("again.wav")).samples, readAudio(at("scene.wav")).samples) << layout << preset;
+    }
+}
+
 TEST_F(Demo, FilesStateTheirChannels)
 {
     for (const auto& [layout, channels, mask] : {std::tuple("3.0", 3, 0x7u), std::tuple("5.1", 6, 0x3fu)}) {

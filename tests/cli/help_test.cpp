@@ -67,7 +67,8 @@ TEST_F(Help, WithoutATerminalOnlyTheSummaryIsPrinted)
     const Result result = tarn({"upmix", "in.wav", "out.wav"});
     EXPECT_TRUE(std::regex_match(result.errors,
                                  std::regex("tarn: in\\.wav -> out\\.wav: 3\\.0 \\(FL FR FC\\), 48000 Hz, 16 bits, "
-                                            "0:01\\.500, [0-9]+ x real time\n")))
+                                            "0:01\\.500, limited by up to [0-9.]+ dB for 1\\.5 s, [0-9]+ x real "
+                                            "time\n")))
         << result.errors;
     EXPECT_EQ(result.output, "");
 }

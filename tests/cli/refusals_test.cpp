@@ -96,21 +96,30 @@ TEST_F(Refusals, SuggestionsBeginWithTheNameThatStartedTheCommand)
 TEST_F(Refusals, BadValuesNameOptionRangeAndExample)
 {
     writeStereo("in.wav");
-    const auto expectValue = [this](const std::string& option, const std::string& value, const std::string& text) {
+    const auto expectProblem = [this](const std::string& option, const std::string& value, const std::string& text) {
         const Result result = tarn({"upmix", option, value, "--output-dir", "out", "in.wav"});
         EXPECT_EQ(result.exitCode, 64);
-        EXPECT_EQ(result.errors, "tarn: " + option + ": '" + value + "' is not " + text + "; see tarn upmix --help\n");
+        EXPECT_EQ(result.errors, "tarn: " + option + ": " + text + "; see tarn upmix --help\n");
         EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
     };
-    for (const std::string value : {"19", "-60.1", "-6,5", "loud", "nan", "inf", "1e999", ""})
+    const auto expectValue = [&](const std::string& option, const std::string& value, const std::string& text) {
+        expectProblem(option, value, "'" + value + "' is not " + text);
+    };
+    const auto expectRange = [&](const std::string& option, const std::string& value, const std::string& text) {
+        expectProblem(option, value, value + " is out of range; use " + text);
+    };
+    for (const std::string value : {"-6,5", "loud", "nan", ""})
         expectValue("--gain", value, "a number from -60 to 18; write for example --gain -6.5");
+    for (const std::string value : {"19", "-60.1", "inf", "1e999"})
+        expectRange("--gain", value, "-60 to 18, for example --gain -6.5");
     for (const std::string value : {"20", "0", "-16", "16.0", "x"})
         expectValue("--bits", value, "16, 24 or 32; write for example --bits 24");
     for (const std::string value : {"1", "22050", "48k", "-1"})
         expectValue("--rate", value,
                     "32000, 44100, 48000, 64000, 88200, 96000 or 192000; write for example --rate 48000");
-    for (const std::string value : {"0", "65", "1.5", "-1", "all"})
+    for (const std::string value : {"1.5", "all"})
         expectValue("--jobs", value, "a whole number from 1 to 64; write for example --jobs 4");
+    for (const std::string value : {"0", "65", "-1"}) expectRange("--jobs", value, "1 to 64, for example --jobs 4");
     expectValue("--mode", "3", "fast or calm; write for example --mode calm");
     expectValue("--layout", "9.1", tarn::listOf(tarn::layoutNames()) + "; write for example --layout 5.1");
     expectValue("--format", "mp3", "wav or flac; write for example --format flac");
@@ -175,7 +184,8 @@ TEST_F(Refusals, ConflictingOptions)
     expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64,
                   "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn upmix --help");
     expectRefusal({"upmx", "in.wav", "out.wav"}, 64,
-                  "upmx: no such command; use upmix, film, info or demo; see tarn --help");
+                  "tarn: upmx: no such command; did you mean upmix? See tarn --help\n");
+    expectRefusal({"play", "in.wav"}, 64, "play: no such command; use upmix, film, info or demo; see tarn --help");
     expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
     expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
     expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");
@@ -192,6 +202,50 @@ TEST_F(Refusals, ConflictingOptions)
     expectRefusal({"upmix", "--raw", "48000:8", "-", "out.wav"}, 64, "use 16, 24 or 32 bits");
     expectRefusal({"upmix", "--raw", "44100:16", "in.wav", "-"}, 64, "in.wav runs at 48000 Hz");
     expectRefusal({"upmix", "--raw", "48000:16", "--bits", "24", "in.wav", "-"}, 64, "contradicts --raw 48000:16");
+}
+
+TEST_F(Refusals, MistypedOptionsAndCommandsAreSuggested)
+{
+    writeStereo("in.wav");
+    const auto expectSuggestion = [this](const std::string& typed, const std::string& name) {
+        expectRefusal({"upmix", "in.wav", "out.wav", typed}, 64,
+                      "tarn: " + typed + ": no such option; did you mean " + name + "? See tarn upmix --help\n");
+    };
+    expectSuggestion("--center=3", "--centre");
+    expectSuggestion("-centre", "--centre");
+    expectSuggestion("--surround", "--surrounds");
+    expectSuggestion("--no-limitter", "--no-limiter");
+    expectSuggestion("--albmu", "--album");
+    expectSuggestion("--loudness", "--loudness-match");
+    expectSuggestion("--GAIN", "--gain");
+    expectRefusal({"upmix", "in.wav", "out.wav", "--center", "3"}, 64, "did you mean --centre?");
+    expectRefusal({"info", "--verbos", "in.wav"}, 64, "did you mean --verbose? See tarn info --help\n");
+    expectRefusal({"upmix", "in.wav", "out.wav", "--x"}, 64, "--x: no such option (a file of that name is ./--x)");
+    expectRefusal({"upmix", "in.wav", "out.wav", "--volume"}, 64, "--volume: no such option (a file of that name");
+    expectRefusal({"upmix", "in.wav", "out.wav", "--" + std::string(100000, 'c')}, 64, ": no such option (a file of");
+}
+
+TEST_F(Refusals, WrongNumbersOfValues)
+{
+    writeStereo("in.wav");
+    const auto expectProblem = [this](const std::vector<std::string>& options, const std::string& problem) {
+        std::vector<std::string> arguments{"upmix", "in.wav", "out.wav"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        expectRefusal(arguments, 64, "tarn: " + problem + "; see tarn upmix --help\n");
+    };
+    expectProblem({"--gain", "3", "--gain", "4"}, "--gain: is given more than once; leave one out");
+    expectProblem({"-j", "3", "--jobs", "4", "--output-dir", "o"}, "--jobs: is given more than once; leave one out");
+    expectProblem({"--gain"}, "--gain: needs a value: --gain DB");
+    expectProblem({"--preset="}, "--preset: needs a value: --preset NAME");
+    expectProblem({"--limiter=-1"}, "--limiter: takes no value; write --limiter alone");
+    expectProblem({"--limiter", "-1"}, "--limiter: takes no value; leave -1 out");
+    expectProblem({"--json", "0.5", "more.wav"}, "--json: takes no value; leave 0.5 out");
+    const Result first = tarn({"upmix", "--limiter", "-1", "in.wav", "out.wav"});
+    EXPECT_EQ(first.errors, "tarn: --limiter: takes no value; leave -1 out; see tarn upmix --help\n");
+    expectRefusal({"info", "--verbose", "3", "in.wav"}, 64, "--verbose: takes no value; leave 3 out");
+
+    std::filesystem::rename(at("in.wav"), at("3"));
+    EXPECT_EQ(tarn({"upmix", "--quiet", "3", "out.wav"}).exitCode, 0) << "a file can have a number as its name";
 }
 
 TEST_F(Refusals, BadRemapFilesNameTheLine)

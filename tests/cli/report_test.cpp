@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 namespace tarn_cli
 {
@@ -168,6 +169,25 @@ TEST_F(Report, HasTheWorkOfTheLimiter)
     EXPECT_EQ(report["limiter"]["seconds"], 0.0);
     EXPECT_EQ(report["limiter"]["largest_reduction_db"], 0.0);
     EXPECT_TRUE(reportOf({"--no-limiter"})["limiter"].is_null());
+}
+
+TEST_F(Report, SummaryHasTheWorkOfTheLimiter)
+{
+    writeInput(1.0);
+    const Result result = tarn({"upmix", "--json", "--gain", "12", "in.wav", "out.wav"});
+    const Json limiter = Json::parse(result.output)["limiter"];
+    char expected[80];
+    std::snprintf(expected, sizeof expected, "0:01.500, limited by up to %.1f dB for %.1f s, ",
+                  limiter["largest_reduction_db"].get<double>(), limiter["seconds"].get<double>());
+    EXPECT_NE(result.errors.find(expected), std::string::npos) << result.errors << expected;
+    for (const std::vector<std::string>& without :
+         std::vector<std::vector<std::string>>{{"--gain", "-12"}, {"--gain", "12", "--no-limiter"}, {"--bypass"}}) {
+        std::vector<std::string> arguments{"upmix", "--force", "in.wav", "out.wav"};
+        arguments.insert(arguments.end(), without.begin(), without.end());
+        const std::string notes = tarn(arguments).errors;
+        EXPECT_NE(notes.find("0:01.500, "), std::string::npos) << notes;
+        EXPECT_EQ(notes.find("limited"), std::string::npos) << notes;
+    }
 }
 
 TEST_F(Report, DoesNotChangeTheOutput)

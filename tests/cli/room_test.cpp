@@ -168,8 +168,11 @@ TEST_F(Room, RefusesWhatHasNoEffect)
     expectRefusal({"--layout", "7.1-remap", "--remap", "matrix.txt", "--preset", "voice"},
                   "--preset: has no effect on --layout 7.1-remap");
     expectRefusal({"--limiter", "--no-limiter"}, "--limiter: contradicts --no-limiter; leave one of them out");
-    expectRefusal({"--centre", "13"}, "'13' is not a number from -60 to 12; write for example --centre 6");
-    expectRefusal({"--width", "1.5"}, "'1.5' is not a number from 0 to 1");
+    expectRefusal({"--centre", "13"}, "--centre: 13 is out of range; use -60 to 12, for example --centre 6; see");
+    expectRefusal({"--centre", "loud"}, "'loud' is not a number from -60 to 12; write for example --centre 6; see");
+    expectRefusal({"--centre", "nan"}, "--centre: 'nan' is not a number from -60 to 12");
+    expectRefusal({"--width", "1.5"}, "--width: 1.5 is out of range; use 0 to 1");
+    expectRefusal({"--layout", "5.1", "--surrounds", "20"}, "--surrounds: 20 is out of range; use -60 to 12");
     expectRefusal({"--layout", "5.1", "--surrounds", "loud"}, "'loud' is not off or a number from -60 to 12");
     EXPECT_EQ(outputOf({"--layout", "5.1", "--surrounds", "1e-400"}),
               outputOf({"--layout", "5.1", "--surrounds", "0"}));

@@ -7,6 +7,8 @@
 #include "tests/support/random.h"
 
 #include <array>
+#include <bit>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -22,8 +24,21 @@ using zrk_tarn::SampleFormat;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::UpmixStream;
 
-constexpr std::array<SampleFormat, 3> kFormats{SampleFormat::S16, SampleFormat::S24, SampleFormat::S32};
+constexpr std::array<SampleFormat, 5> kFormats{SampleFormat::S16, SampleFormat::S24, SampleFormat::S32,
+                                               SampleFormat::F32, SampleFormat::S24In32};
 constexpr int kMaxBlocks = 300;
+
+/// Gains of one magnitude, some of them 0.
+zrk_tarn::RemapGains gainsFrom(ByteReader& bytes)
+{
+    zrk_tarn::RemapGains gains{};
+    const int shift = bytes.byte() % 32;
+    tests::Random random(bytes.byte());
+    for (auto& row : gains.gain)
+        for (std::uint32_t& gain : row)
+            if (!random.chance(4)) gain = static_cast<std::uint32_t>(static_cast<std::int32_t>(random.bits()) >> shift);
+    return gains;
+}
 
 /// Configurations that a stream refuses become the default one.
 StreamConfiguration configurationFrom(ByteReader& bytes)
@@ -43,10 +58,12 @@ StreamConfiguration configurationFrom(ByteReader& bytes)
     configuration.limiter = (choices & 1) != 0;
     configuration.bass = (choices & 2) != 0 ? zrk_tarn::BassMode::Fronts : zrk_tarn::BassMode::Steered;
     configuration.mode = (choices & 4) != 0 ? zrk_tarn::SteeringMode::Fast : zrk_tarn::SteeringMode::Calm;
+    if ((choices & 8) != 0) configuration.remap = gainsFrom(bytes);
     if (UpmixStream::problemOf(configuration) == nullptr) return configuration;
     StreamConfiguration valid;
     valid.format = configuration.format;
     valid.limiter = configuration.limiter;
+    valid.remap = configuration.remap;
     return valid;
 }
 
@@ -54,7 +71,7 @@ StreamConfiguration configurationFrom(ByteReader& bytes)
 void changeSetting(StreamPair& pair, ByteReader& bytes)
 {
     StreamSettings& settings = pair.settings;
-    const std::uint32_t choice = bytes.below(10);
+    const std::uint32_t choice = bytes.below(11);
     const float part = static_cast<float>(bytes.byte()) / 128.0f; // 0 to 2, and 1
     switch (choice) {
     case 0:
@@ -84,6 +101,9 @@ void changeSetting(StreamPair& pair, ByteReader& bytes)
     case 8:
         settings.limiting = !settings.limiting;
         break;
+    case 9:
+        settings.remap = gainsFrom(bytes);
+        break;
     default:
         pair.reset();
     }
@@ -93,10 +113,11 @@ void changeSetting(StreamPair& pair, ByteReader& bytes)
 class Source
 {
 public:
-    explicit Source(ByteReader& bytes) : kind(bytes.byte() % 7), shift(bytes.byte() % 32), random(bytes.byte()) {}
+    explicit Source(ByteReader& bytes) : kind(bytes.byte() % 8), shift(bytes.byte() % 32), random(bytes.byte()) {}
 
-    void write(StreamPair::Rows& rows, int bits)
+    void write(StreamPair::Rows& rows, const StreamPair& pair)
     {
+        const int bits = pair.bits;
         for (std::size_t i = 0; i < rows[0].size(); ++i) {
             const std::int32_t common = sample(bits);
             for (std::size_t slot = 0; slot < rows.size(); ++slot) {
@@ -107,8 +128,9 @@ public:
                                                 slot % 2 == 0 ? common : -common,
                                                 slot == 0 ? common : common / 4,
                                                 i / 32 % 2 == 0 ? fullScale(bits) : -fullScale(bits),
-                                                i == 0 ? fullScale(bits) : 0};
-                rows[slot][i] = choices[kind];
+                                                i == 0 ? fullScale(bits) : 0,
+                                                static_cast<std::int32_t>(random.bits()) >> (32 - bits)};
+                rows[slot][i] = pair.isFloat() ? floatWord(choices[kind]) : choices[kind];
             }
         }
     }
@@ -121,7 +143,14 @@ private:
         return static_cast<std::int32_t>(fullScale(bits) * random.uniform()) / (std::int32_t{1} << (shift % bits / 2));
     }
 
-    std::uint32_t kind; ///< silence, diffuse, centred, opposite, panned, full-scale square wave, impulses
+    /// The bits of a float of up to four times full scale; any bits for the last kind.
+    std::int32_t floatWord(std::int32_t sample) const
+    {
+        if (kind == 7) return sample;
+        return std::bit_cast<std::int32_t>(std::ldexp(static_cast<float>(sample), -29 - shift % 4));
+    }
+
+    std::uint32_t kind; ///< silence, diffuse, centred, opposite, panned, full-scale square wave, impulses, any bits
     int shift;
     tests::Random random;
 };
@@ -143,7 +172,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         for (std::uint32_t changes = decisions.below(4); changes > 0; --changes) changeSetting(pair, decisions);
         Source source(decisions);
         for (std::uint32_t left = 1 + decisions.below(24); left > 0; --left, ++blocks) {
-            source.write(rows, pair.bits);
+            source.write(rows, pair);
             if (const auto difference = pair.runBlock(rows)) {
                 std::fprintf(stderr, "stream: block %d, slot %zu, frame %d: %d instead of %d\n", blocks,
                              difference->slot, difference->frame, difference->own, difference->expected);

@@ -132,7 +132,7 @@ def test_settings(folder):
         ("2.0", "", []),
         ("2.0", "preset=music", ["--preset", "music"]),
         ("2.0", "preset=voice", ["--preset", "voice"]),
-        ("2.0", "centre-gain=-12 make-up-gain=6", ["--centre", "-12"]),
+        ("2.0", "centre-gain=-12 make-up-gain=6", ["--centre", "-12", "--gain", "6"]),
     ):
         channels = CHANNELS[layout]
         launch(

@@ -55,6 +55,23 @@ float truePeakFrom(const float* samples)
 
 } // namespace
 
+std::int32_t integerOf(float sample, Faults& faults)
+{
+    if (std::isnan(sample)) {
+        ++faults.invalid;
+        return 0;
+    }
+    const double scaled = static_cast<double>(sample) * 0x1p31;
+    if (std::fabs(scaled) > 0x1p31) ++faults.saturated;
+    const double rounded = scaled < 0.0 ? std::trunc(scaled - 0.5) : std::trunc(scaled + 0.5);
+    return static_cast<std::int32_t>(std::clamp(rounded, -0x1p31, 0x1p31 - 1.0));
+}
+
+float floatOf(std::int32_t sample)
+{
+    return static_cast<float>(static_cast<double>(sample) / 0x1p31);
+}
+
 void Fade::beginBlock(double newTarget)
 {
     isSteady = frames >= kFadeFrames || start == target;
@@ -194,14 +211,16 @@ Stream::process(const std::vector<std::array<std::int32_t, kFrames>>& input, con
     }
     isFirst = false;
 
-    upmix(input);
+    upmix(input, settings);
     past.push_back(input);
     const Rows delayed = past.front();
     past.pop_front();
 
-    changeCentre();
-    renderSurrounds();
-    filterBass(delayed);
+    if (!configuration.remap) {
+        changeCentre();
+        renderSurrounds();
+        filterBass(delayed);
+    }
     std::vector<Block> rows = wetRows(delayed);
     const Rows& dry = configuration.limiter ? dryBefore : delayed;
     for (Block& row : rows)
@@ -229,28 +248,37 @@ Stream::process(const std::vector<std::array<std::int32_t, kFrames>>& input, con
     return output;
 }
 
-/// Runs the engine and reads its outputs, which the limiter gets before they are clipped.
-void Stream::upmix(const Rows& input)
+/// Runs the engine and reads its outputs, which the limiter gets before they are clipped; or the columns of the remap
+/// matrix, which can wrap.
+void Stream::upmix(const Rows& input, const StreamSettings& settings)
 {
     const std::size_t bytes = static_cast<std::size_t>(bits) / 8;
-    std::uint8_t buffer[kFrames * 3 * 4]{};
+    const std::size_t outputs = configuration.remap ? 4 : 3;
+    std::uint8_t buffer[kFrames * 4 * 4]{};
     for (std::size_t i = 0; i < kFrames; ++i) {
         for (std::size_t side = 0; side < 2; ++side) {
             const std::int32_t sample = input[side == 0 ? configuration.leftSlot : configuration.rightSlot][i];
-            std::memcpy(buffer + (3 * i + side) * bytes, &sample, bytes);
+            std::memcpy(buffer + (outputs * i + side) * bytes, &sample, bytes);
         }
     }
-    engine->SetChannelPtrs(buffer, buffer + bytes, buffer + 2 * bytes, buffer + 2 * bytes);
-    engine->ProcessCine3InterLeave(kFrames, 3);
-    for (std::size_t output = 0; output < 3; ++output) {
+    engine->SetChannelPtrs(buffer, buffer + bytes, buffer + 2 * bytes, buffer + (outputs - 1) * bytes);
+    if (configuration.remap) {
+        int gains[3][4];
+        std::memcpy(gains, settings.remap.gain, sizeof gains);
+        engine->SetRemapCoeff(gains);
+        engine->ProcessCine3InterLeaveRemap(kFrames, 4);
+    } else {
+        engine->ProcessCine3InterLeave(kFrames, 3);
+    }
+    for (std::size_t output = 0; output < outputs; ++output) {
         for (std::size_t i = 0; i < kFrames; ++i) {
             std::uint32_t word = 0;
-            std::memcpy(&word, buffer + (3 * i + output) * bytes, bytes);
+            std::memcpy(&word, buffer + (outputs * i + output) * bytes, bytes);
             const int unused = 32 - bits;
             const std::int32_t sample = static_cast<std::int32_t>(word << unused) >> unused;
             double value = sample;
             const bool isClipped = value == -fullScale || value == fullScale - 1.0;
-            if (configuration.limiter && isClipped)
+            if (configuration.limiter && !configuration.remap && isClipped)
                 value = static_cast<double>(engine->outputScale) * static_cast<double>(engine->outputBlock[output][i]);
             fronts[output][i] = value;
         }
@@ -333,10 +361,11 @@ bool Stream::isPlainStereo() const
            gain.isSteadyAt(1.0) && centre.isSteadyAt(1.0);
 }
 
-/// Rounds half away from zero and saturates.
-std::int32_t Stream::saturated(double value) const
+/// Rounds half away from zero, saturates and counts the samples that do.
+std::int32_t Stream::saturated(double value)
 {
     const double rounded = value < 0.0 ? std::trunc(value - 0.5) : std::trunc(value + 0.5);
+    if (rounded < -fullScale || rounded > fullScale - 1.0) ++faults.saturated;
     return static_cast<std::int32_t>(std::clamp(rounded, -fullScale, fullScale - 1.0));
 }
 

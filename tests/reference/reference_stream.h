@@ -75,6 +75,21 @@ struct Limiter
     std::vector<std::array<float, 75>> window; ///< the last 11 samples of the block before, and the block
 };
 
+/// Counts of samples that were changed.
+struct Faults
+{
+    std::uint64_t saturated = 0; ///< floats of the input beyond full scale, and outputs after gain
+    std::uint64_t invalid = 0;   ///< NaN samples of the input
+
+    bool operator==(const Faults&) const = default;
+};
+
+/// The 32-bit integer for a float: rounded half away from zero, saturated; NaN gives 0.
+std::int32_t integerOf(float sample, Faults& faults);
+
+/// The float for a 32-bit integer; full scale is 1.
+float floatOf(std::int32_t sample);
+
 /// What a stream's setters set.
 struct StreamSettings
 {
@@ -86,9 +101,10 @@ struct StreamSettings
     float lfe = 1.0f;
     bool bassInFronts = false;
     bool limiting = true;
+    zrk_tarn::RemapGains remap{}; ///< for configurations with a remap matrix
 };
 
-/// A stream of blocks, without a remap matrix.
+/// A stream of blocks of integers.
 class Stream
 {
 public:
@@ -100,16 +116,19 @@ public:
     std::vector<std::array<std::int32_t, kFrames>> process(const std::vector<std::array<std::int32_t, kFrames>>& input,
                                                            const StreamSettings& settings);
 
+    /// Samples of the output that saturated.
+    Faults faults;
+
 private:
     using Rows = std::vector<std::array<std::int32_t, kFrames>>;
 
-    void upmix(const Rows& input);
+    void upmix(const Rows& input, const StreamSettings& settings);
     void changeCentre();
     void renderSurrounds();
     void filterBass(const Rows& delayed);
     std::vector<Block> wetRows(const Rows& delayed);
     bool isPlainStereo() const;
-    std::int32_t saturated(double value) const;
+    std::int32_t saturated(double value);
 
     zrk_tarn::StreamConfiguration configuration;
     int bits;
@@ -130,7 +149,7 @@ private:
     Fade wet{1.0}, gain{1.0}, centre{1.0}, width{1.0}, frontShare{0.0}, surroundGain{1.0}, lfeGain{1.0}, bass{0.0};
     Block wetAt{}, gainAt{}, centreAt{}, widthAt{}, frontShareAt{}, surroundGainAt{}, lfeGainAt{}, bassAt{};
 
-    Block fronts[3]; ///< front left, front right and centre, before the room
+    Block fronts[4]; ///< front left, front right and centre, before the room; or the columns of the remap matrix
     Block behind[4];
     Block voice; ///< the engine's centre
     Block lfe;

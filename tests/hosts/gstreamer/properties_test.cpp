@@ -58,6 +58,16 @@ TEST(Properties, HaveDefaultsRangesNicksAndBlurbs)
     EXPECT_EQ(gainDb, 6.5);
 }
 
+TEST(Properties, KeepTheirValueIfANumberIsOutOfRange)
+{
+    Element element(capsOf(kS16, 48000), nullptr, nullptr);
+    element.set("centre-gain", "3");
+    g_object_set(element.element(), "centre-gain", 13.0, nullptr); // GObject prints a warning
+    gdouble gainDb = 0.0;
+    g_object_get(element.element(), "centre-gain", &gainDb, nullptr);
+    EXPECT_EQ(gainDb, 3.0);
+}
+
 TEST(Properties, BypassFromTheStartReturnsTheInputAndSilence)
 {
     const Bytes stereo = stereoOf(3000, kS24);

@@ -214,7 +214,6 @@ TEST(Room, StereoOutputChangesTheLevelOfVoicesOnly)
 {
     const Bytes stereo = loudStereo(9000);
     EXPECT_TRUE(outputWith({}, 2, stereo) == stereo);
-    EXPECT_TRUE(outputWith({{"make-up-gain", "6"}}, 2, stereo) == stereo) << "the gain is for the upmix";
     EXPECT_TRUE(outputWith({{"width", "0"}, {"bass", "steered"}}, 2, stereo) == stereo);
     for (const auto& [value, gainDb] : {std::pair{"6", 6.0}, std::pair{"-60", -60.0}}) {
         const RoomSettings settings = filmBut([gainDb = gainDb](RoomSettings& room) {
@@ -224,6 +223,18 @@ TEST(Room, StereoOutputChangesTheLevelOfVoicesOnly)
         const Bytes output = outputWith({{"centre-gain", value}}, 2, stereo);
         EXPECT_TRUE(output == expectedWith(settings, 2, stereo)) << value;
         EXPECT_FALSE(output == stereo) << value;
+    }
+}
+
+TEST(Room, StereoOutputHasAMakeUpGainIfItIsSet)
+{
+    const Bytes stereo = loudStereo(9000);
+    for (const auto& [value, gainDb] : {std::pair{"-6", -6.0}, std::pair{"3", 3.0}}) {
+        const RoomSettings settings = filmBut([gainDb = gainDb](RoomSettings& room) { room.gainDb = gainDb; });
+        const Bytes output = outputWith({{"make-up-gain", value}}, 2, stereo);
+        EXPECT_TRUE(output == expectedWith(settings, 2, stereo)) << value;
+        EXPECT_FALSE(output == stereo) << value;
+        EXPECT_TRUE(outputWith({{"make-up-gain", value}, {"preset", "film"}}, 2, stereo) == stereo) << value;
     }
 }
 
