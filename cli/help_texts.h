@@ -13,6 +13,7 @@ Upmixes stereo to 3 to 8 channels, or makes the voices in stereo louder.
 
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
+  film INPUT OUTPUT   add an upmixed track to a film; needs tarn-film
   info INPUT...       describe files and rate whether upmixing gains anything
   demo [OUTPUT]       upmix a built-in scene and print measurements
 

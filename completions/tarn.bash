@@ -8,7 +8,7 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix info demo --help --help-all --version' ;;
+    '') words='upmix film info demo --help --help-all --version' ;;
     upmix)
         case $before in
         --layout) words='2.0 3.0 5.1 7.1 7.1-remap' ;;
@@ -25,6 +25,25 @@ _tarn() {
                                         --mode --preset --centre --width --surrounds --bass --lfe --gain --limiter
                                         --no-limiter --loudness-match --album --bypass --json --no-align --raw --rate --strict
                                         --force --skip-existing --quiet'
+            ;;
+        esac
+        ;;
+    film)
+        case $before in
+        --format) words='mkv mp4 mka' ;;
+        --layout) words='5.1 3.0' ;;
+        --codec) words='flac ac3 eac3 aac opus pcm' ;;
+        --dialnorm) words='auto' ;;
+        --mode) words='fast calm' ;;
+        --preset) words='film music voice plain' ;;
+        --surrounds | --lfe) words='off' ;;
+        --bass) words='steered fronts' ;;
+        --output-dir | --jobs | -j | --bitrate | --stream | --language | --gain | --centre | --width) return ;;
+        *)
+            [[ $word != -* ]] || words='--help --version --output-dir --format --jobs --skip-existing --layout --codec
+                                        --bitrate --stream --language --dialnorm --replace --force-track --mode --preset
+                                        --centre --width --surrounds --bass --gain --lfe --limiter --no-limiter
+                                        --loudness-match --force --quiet --json'
             ;;
         esac
         ;;

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "film/film_batch.h"
 
+#include "cli/audio_source.h"
 #include "cli/batch_names.h"
 #include "cli/failure.h"
 #include "cli/json.h"
@@ -97,7 +98,11 @@ int runFilmBatch(const FilmBatchOptions& batch, const FilmOptions& each)
         printJson(report, stdout);
     }
     const auto first = std::find_if(outcomes.begin(), outcomes.end(), isFailed);
-    return first == outcomes.end() ? EX_OK : first->exitCode;
+    if (first != outcomes.end()) return first->exitCode;
+    const bool isIncomplete = std::any_of(outcomes.begin(), outcomes.end(), [](const WorkerOutcome& outcome) {
+        return outcome.result.value("exit_code", EX_OK) == kExitIncomplete;
+    });
+    return isIncomplete ? kExitIncomplete : EX_OK;
 }
 
 } // namespace tarn

@@ -91,7 +91,7 @@ int run(int argc, char** argv)
     options.output = batch.inputs[1];
     const tarn::Json report = tarn::upmixFilm(options);
     if (options.json) tarn::printJson(report, stdout);
-    return EX_OK;
+    return report.value("exit_code", EX_OK);
 }
 
 } // namespace

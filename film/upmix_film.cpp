@@ -2,13 +2,15 @@
 // SPDX-License-Identifier: MIT
 #include "film/upmix_film.h"
 
+#include "cli/audio_source.h"
+#include "cli/decibels.h"
 #include "cli/interrupt.h"
 #include "cli/layout.h"
 #include "cli/loudness.h"
 #include "cli/progress.h"
 #include "cli/text.h"
-#include "cli/upmixer.h"
 #include "film/encoding.h"
+#include "film/film_chain.h"
 #include "film/input_film.h"
 #include "film/output_film.h"
 #include "film/track_decoder.h"
@@ -26,11 +28,40 @@ namespace tarn
 namespace
 {
 
-/// Loudness of the track, LUFS.
-struct FilmLoudness
+/// A track before it is upmixed.
+struct Survey
 {
-    double input;
-    double atUnityGain; ///< of the upmix
+    double peak = 1.0;                        ///< full scale 1
+    std::optional<double> loudness{};         ///< LUFS
+    std::optional<double> upmixAtUnityGain{}; ///< its loudness, LUFS
+};
+
+/// What a survey measures.
+struct SurveyPlan
+{
+    bool peak = false;
+    bool loudness = false;      ///< of the track
+    bool upmixLoudness = false; ///< with neither gain nor limiter
+};
+
+/// How a track is upmixed.
+struct Plan
+{
+    EngineSettings settings;
+    int headroomBits = 0;
+    double peak = 1.0; ///< beyond full scale, by which the track is scaled down
+    int dialogueLevel = -31;
+};
+
+/// The parts of a job.
+struct Job
+{
+    const FilmOptions& options;
+    const Layout& layout;
+    InputFilm& input;
+    unsigned track;
+    const Encoding& encoding;
+    std::uint32_t rate;
 };
 
 EngineSettings engineSettings(const FilmOptions& options, const Layout& layout)
@@ -51,36 +82,93 @@ void decodeAll(InputFilm& input, unsigned track, TrackDecoder& decoder, Pass pas
     decoder.decode(nullptr);
 }
 
-/// Measures loudness before and after an upmix without gain and limiter.
-FilmLoudness measureLoudness(const FilmOptions& options, unsigned track, const Layout& layout, std::uint32_t rateHz)
+/// Decodes the track alone, and measures it.
+///
+/// headroomBits  of the samples
+Survey survey(const Job& job, SurveyPlan plan, int headroomBits)
 {
-    InputFilm input(options.input);
-    EngineSettings settings = engineSettings(options, layout);
+    InputFilm input(job.options.input);
+    input.readOnly(job.track);
+    EngineSettings settings = engineSettings(job.options, job.layout);
     settings.room.gainDb = 0.0;
     settings.room.limiter = false;
-    LoudnessMeter before(rateHz);
-    LoudnessSink after(layout, rateHz, nullptr);
+    LoudnessMeter before(job.rate);
+    LoudnessSink after(job.layout, job.rate, nullptr, headroomBits);
     std::optional<Upmixer> upmixer;
-    TrackDecoder decoder(options.input, input.stream(track), rateHz,
-                         [&](const std::int32_t* stereo, std::size_t frames) {
-                             throwIfInterrupted();
-                             before.push(stereo, frames);
-                             upmixer->push(stereo, frames);
-                         });
-    upmixer.emplace(layout, decoder.format(), settings, true, after);
-    decodeAll(input, track, decoder, [](AVPacket& /*packet*/) {});
+    Progress progress("measuring", input.expectedFrames(job.rate), job.rate,
+                      !job.options.quiet && !job.options.inBatch);
+    TrackDecoder decoder(
+        job.options.input, input.stream(job.track),
+        {.rateHz = job.rate, .scale = std::ldexp(1.0, -headroomBits), .endSeconds = input.declaredEnd()},
+        [&](const std::int32_t* stereo, std::size_t frames) {
+            throwIfInterrupted();
+            if (plan.loudness) before.push(stereo, frames, headroomBits);
+            if (plan.upmixLoudness) upmixer->push(stereo, frames);
+            progress.advance(frames);
+        });
+    upmixer.emplace(job.layout, StreamFormat{.sampleRate = job.rate, .bits = 32}, settings, true, after);
+    decodeAll(input, job.track, decoder, [](AVPacket& /*packet*/) {});
     upmixer->finish();
-    return {before.integrated(), after.meter().integrated()};
+    Survey found{.peak = std::max(decoder.peak(), 1.0)};
+    if (plan.loudness) found.loudness = before.integrated();
+    if (plan.upmixLoudness) found.upmixAtUnityGain = after.meter().integrated();
+    return found;
 }
 
 /// The dialogue level for a loudness: players turn a track down by the difference from -31.
-int dialogueLevelOf(const FilmOptions& options, const std::optional<FilmLoudness>& loudness, double gainDb)
+int dialogueLevelOf(const FilmOptions& options, double loudness)
 {
     constexpr double kLowest = -31.0;
     constexpr double kHighest = -1.0;
     if (options.dialnorm != "auto") return std::stoi(options.dialnorm);
-    if (!loudness || !std::isfinite(loudness->atUnityGain)) return static_cast<int>(kLowest);
-    return static_cast<int>(std::lround(std::clamp(loudness->atUnityGain + gainDb, kLowest, kHighest)));
+    if (!std::isfinite(loudness)) return static_cast<int>(kLowest);
+    return static_cast<int>(std::lround(std::clamp(loudness, kLowest, kHighest)));
+}
+
+/// Measures what the options need.
+///
+/// exceeds  whether samples of the track can be beyond full scale: they get headroom in front of a limiter, and without
+///          one, the track is scaled down by its peak
+Plan planOf(const Job& job, bool exceeds)
+{
+    Plan plan{.settings = engineSettings(job.options, job.layout)};
+    double& gainDb = plan.settings.room.gainDb;
+    const bool isLimited = plan.settings.room.limiter;
+    const bool isMatched = job.options.loudnessMatch;
+    const bool storesLoudness = job.encoding.hasDialogueLevel && job.options.dialnorm == "auto";
+    if (exceeds && isLimited) plan.headroomBits = kHeadroomBits;
+    const SurveyPlan wanted{
+        .peak = exceeds && !isLimited, .loudness = isMatched, .upmixLoudness = isMatched || storesLoudness};
+    Survey found;
+    if (wanted.peak || wanted.upmixLoudness) found = survey(job, wanted, exceeds ? kHeadroomBits : 0);
+    if (wanted.peak) plan.peak = found.peak;
+    const double upmixed = found.upmixAtUnityGain.value_or(-HUGE_VAL) - decibels(plan.peak);
+    if (isMatched && std::isfinite(*found.loudness) && std::isfinite(upmixed))
+        gainDb = std::min(*found.loudness - upmixed, zrk_tarn::kMaxGainDb);
+    plan.dialogueLevel = dialogueLevelOf(job.options, upmixed + gainDb);
+    if (plan.peak > 1.0 && !job.options.quiet) {
+        const std::string excess = formatted("%.2f dB", decibels(plan.peak));
+        printNote(job.options.input + ": peak +" + excess + " above full scale: scaled down by " + excess);
+    }
+    return plan;
+}
+
+/// The width of the samples between engine and encoder. FLAC and PCM hold at most 24 bits.
+StreamFormat outputFormat(const TrackDecoder& decoder, const Encoding& encoding)
+{
+    StreamFormat format = decoder.format();
+    if (encoding.bitRate == 0) format.bits = std::min(format.bits, 24u);
+    return format;
+}
+
+void printClipping(const FilmOptions& options, std::uint64_t input, std::uint64_t output)
+{
+    if (input > 0)
+        printNote(options.input + ": " + std::to_string(input) +
+                  " samples are more than 24 dB above full scale and are clipped; the track is probably damaged");
+    if (output > 0)
+        printNote(options.output + ": " + std::to_string(output) + " samples were beyond full scale and are clipped; " +
+                  (options.room.noLimiter ? "leave out --no-limiter" : "add --limiter") + ", or give a smaller --gain");
 }
 
 } // namespace
@@ -100,63 +188,59 @@ Json upmixFilm(const FilmOptions& options)
         printNote(options.input + ": track " + std::to_string(track) + " is converted from " +
                   std::to_string(trackRate) + " to " + std::to_string(rate) + " Hz");
 
-    EngineSettings settings = engineSettings(options, layout);
-    std::optional<FilmLoudness> loudness;
-    if (options.loudnessMatch || (encoding.hasDialogueLevel && options.dialnorm == "auto"))
-        loudness = measureLoudness(options, track, layout, rate);
-    if (options.loudnessMatch && std::isfinite(loudness->input) && std::isfinite(loudness->atUnityGain))
-        settings.room.gainDb = std::min(loudness->input - loudness->atUnityGain, zrk_tarn::kMaxGainDb);
-
-    std::optional<Upmixer> upmixer;
+    const Job job{options, layout, input, track, encoding, rate};
+    const Plan plan = planOf(job, TrackDecoder::canExceedFullScale(original, rate));
+    std::optional<FilmChain> chain;
     std::optional<TrackEncoder> encoder;
-    Progress progress("upmixing",
-                      input.duration() ? std::optional(static_cast<std::uint64_t>(*input.duration() * rate))
-                                       : std::nullopt,
-                      rate, !options.quiet && !options.inBatch);
-    TrackDecoder decoder(options.input, original, rate, [&](const std::int32_t* stereo, std::size_t frames) {
-        if (upmixer->frames() == 0) encoder->startAt(decoder.start().value_or(0));
-        upmixer->push(stereo, frames);
-        progress.advance(frames);
-    });
-    // FLAC and PCM hold at most 24 bits.
-    StreamFormat format = decoder.format();
-    if (encoding.bitRate == 0) format.bits = std::min(format.bits, 24u);
-    encoder.emplace(options.output, encoding, layout, format, options.bitRate,
-                    dialogueLevelOf(options, loudness, settings.room.gainDb), output.wantsGlobalHeader(),
-                    [&](AVPacket& packet) { output.add(packet); });
-    upmixer.emplace(layout, format, settings, true, *encoder);
+    Progress progress("upmixing", input.expectedFrames(rate), rate, !options.quiet && !options.inBatch);
+    TrackDecoder decoder(
+        options.input, original,
+        {.rateHz = rate, .scale = std::ldexp(1.0 / plan.peak, -plan.headroomBits), .endSeconds = input.declaredEnd()},
+        [&](const std::int32_t* stereo, std::size_t frames) {
+            if (chain->frames() == 0) encoder->startAt(decoder.start().value_or(0));
+            chain->push(stereo, frames);
+            progress.advance(frames);
+        });
+    const StreamFormat format = outputFormat(decoder, encoding);
+    encoder.emplace(options.output, encoding, layout, format, options.bitRate, plan.dialogueLevel,
+                    output.wantsGlobalHeader(), [&](AVPacket& packet) { output.add(packet); });
+    chain.emplace(layout, format, plan.settings, plan.headroomBits, *encoder);
     const std::vector<std::string> lost = output.begin(encoder->codec(), track, options.replace);
 
     decodeAll(input, track, decoder, [&](AVPacket& packet) { output.copy(packet); });
-    upmixer->finish();
+    chain->finish();
     encoder->finish();
-    if (upmixer->frames() == 0)
+    if (chain->frames() == 0)
         throw Failure(EX_DATAERR, options.input + ": no sound of track " + std::to_string(track) + " can be decoded");
     output.finish();
 
-    const int errors = decoder.errors() + input.errors();
-    if (!options.quiet) {
-        for (const std::string& note : lost) printNote(options.output + ": " + note);
-        if (errors > 0)
-            printNote(options.input + ": is damaged: " + std::to_string(errors) + " parts cannot be read; " +
-                      formatted("%.2f", static_cast<double>(decoder.filledFrames()) / trackRate) +
-                      " s of silence stand for missing sound");
+    const std::optional<Loss> loss = lossOf(decoder.damage(), input.damage(track), track, rate);
+    if (loss) printNote(options.input + ": " + loss->message + "; the rest is upmixed; " + loss->advice);
+    for (const std::string& note : lost)
+        if (!options.quiet) printNote(options.output + ": " + note);
+    printClipping(options, decoder.clippedSamples(), chain->clippedSamples());
+    if (!options.quiet)
         printNote(options.output + ": track " + std::to_string(track) + " upmixed to " + options.layout + " " +
                   encoding.name + ", " + formatted("%.0f", progress.speed()) + " x real time");
+    Json report = {{"input", options.input},
+                   {"output", options.output},
+                   {"track", track},
+                   {"codec", encoding.name},
+                   {"layout", options.layout},
+                   {"sample_rate_hz", rate},
+                   {"frames", chain->frames()},
+                   {"start_frame", decoder.start().value_or(0)},
+                   {"input_gain_db", -decibels(plan.peak)},
+                   {"gain_db", plan.settings.room.gainDb},
+                   {"clipped_samples", chain->clippedSamples()},
+                   {"left_out", lost},
+                   {"speed", progress.speed()}};
+    if (encoding.hasDialogueLevel) report["dialogue_level_db"] = plan.dialogueLevel;
+    if (loss) {
+        report["exit_code"] = loss->isNegligible() ? EX_OK : kExitIncomplete;
+        report["loss"] = loss->json();
     }
-    return {{"input", options.input},
-            {"output", options.output},
-            {"track", track},
-            {"codec", encoding.name},
-            {"layout", options.layout},
-            {"sample_rate_hz", rate},
-            {"frames", upmixer->frames()},
-            {"start_frame", decoder.start().value_or(0)},
-            {"gain_db", settings.room.gainDb},
-            {"damaged_parts", errors},
-            {"filled_frames", decoder.filledFrames()},
-            {"left_out", lost},
-            {"speed", progress.speed()}};
+    return report;
 }
 
 } // namespace tarn
