@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <optional>
 
 namespace tarn
@@ -42,7 +43,13 @@ struct SurveyPlan
     bool peak = false;
     bool loudness = false;      ///< of the track
     bool upmixLoudness = false; ///< with neither gain nor limiter
+    bool samples = false;       ///< a sixth of the track only
 };
+
+/// The parts of a track that a survey of a sixth of it decodes.
+constexpr double kPartSeconds = 10.0;
+constexpr double kPartPeriod = 60.0;
+constexpr double kLongTrack = 600.0; ///< seconds; a shorter one is decoded completely
 
 /// How a track is upmixed.
 struct Plan
@@ -82,6 +89,26 @@ void decodeAll(InputFilm& input, unsigned track, TrackDecoder& decoder, Pass pas
     decoder.decode(nullptr);
 }
 
+/// Decodes parts of a track, each with a decoder of its own.
+template <typename MakeDecoder>
+void decodeParts(InputFilm& input, unsigned track, MakeDecoder makeDecoder)
+{
+    const Packet packet = newPacket();
+    std::unique_ptr<TrackDecoder> decoder;
+    while (input.read(*packet)) {
+        const double time = static_cast<double>(packet->pts) * av_q2d(input.stream(track).time_base);
+        const bool isInPart = packet->pts != AV_NOPTS_VALUE && std::fmod(std::abs(time), kPartPeriod) < kPartSeconds;
+        if (!isInPart && decoder) {
+            decoder->decode(nullptr);
+            decoder.reset();
+        }
+        if (isInPart && !decoder) decoder = makeDecoder();
+        if (decoder) decoder->decode(packet.get());
+        av_packet_unref(packet.get());
+    }
+    if (decoder) decoder->decode(nullptr);
+}
+
 /// Decodes the track alone, and measures it.
 ///
 /// headroomBits  of the samples
@@ -94,22 +121,30 @@ Survey survey(const Job& job, SurveyPlan plan, int headroomBits)
     settings.room.limiter = false;
     LoudnessMeter before(job.rate);
     LoudnessSink after(job.layout, job.rate, nullptr, headroomBits);
-    std::optional<Upmixer> upmixer;
+    Upmixer upmixer(job.layout, StreamFormat{.sampleRate = job.rate, .bits = 32}, settings, true, after);
     Progress progress("measuring", input.expectedFrames(job.rate), job.rate,
                       !job.options.quiet && !job.options.inBatch);
-    TrackDecoder decoder(
-        job.options.input, input.stream(job.track),
-        {.rateHz = job.rate, .scale = std::ldexp(1.0, -headroomBits), .endSeconds = input.declaredEnd()},
-        [&](const std::int32_t* stereo, std::size_t frames) {
-            throwIfInterrupted();
-            if (plan.loudness) before.push(stereo, frames, headroomBits);
-            if (plan.upmixLoudness) upmixer->push(stereo, frames);
-            progress.advance(frames);
-        });
-    upmixer.emplace(job.layout, StreamFormat{.sampleRate = job.rate, .bits = 32}, settings, true, after);
-    decodeAll(input, job.track, decoder, [](AVPacket& /*packet*/) {});
-    upmixer->finish();
-    Survey found{.peak = std::max(decoder.peak(), 1.0)};
+    const auto makeDecoder = [&] {
+        return std::make_unique<TrackDecoder>(job.options.input, input.stream(job.track),
+                                              TrackConversion{.rateHz = job.rate,
+                                                              .scale = std::ldexp(1.0, -headroomBits),
+                                                              .endSeconds = input.declaredEnd()},
+                                              [&](const std::int32_t* stereo, std::size_t frames) {
+                                                  throwIfInterrupted();
+                                                  if (plan.loudness) before.push(stereo, frames, headroomBits);
+                                                  if (plan.upmixLoudness) upmixer.push(stereo, frames);
+                                                  progress.advance(frames);
+                                              });
+    };
+    Survey found;
+    if (plan.samples && input.duration().value_or(0.0) > kLongTrack) {
+        decodeParts(input, job.track, makeDecoder);
+    } else {
+        const auto decoder = makeDecoder();
+        decodeAll(input, job.track, *decoder, [](AVPacket& /*packet*/) {});
+        found.peak = std::max(decoder->peak(), 1.0);
+    }
+    upmixer.finish();
     if (plan.loudness) found.loudness = before.integrated();
     if (plan.upmixLoudness) found.upmixAtUnityGain = after.meter().integrated();
     return found;

@@ -50,7 +50,8 @@ title=Two
 SUBTITLES = "1\n00:00:00,200 --> 00:00:00,900\nOne\n\n2\n00:00:01,000 --> 00:00:01,500\nTwo\n"
 ENVIRONMENT = {
     **os.environ,
-    "ASAN_OPTIONS": f"exitcode={SANITIZER_EXIT}:hard_rss_limit_mb=1024:detect_stack_use_after_return=1",
+    "ASAN_OPTIONS": f"exitcode={SANITIZER_EXIT}:hard_rss_limit_mb=1024:fast_unwind_on_malloc=0",
+    "LSAN_OPTIONS": f"suppressions={Path(__file__).with_name('film_leaks.txt')}:print_suppressions=0",
     "UBSAN_OPTIONS": f"exitcode={SANITIZER_EXIT}:print_stacktrace=1",
 }
 
@@ -82,7 +83,10 @@ def make_seeds(folder):
     (folder / "chapters.txt").write_text(CHAPTERS)
     (folder / "text.srt").write_text(SUBTITLES)
     ffmpeg("-f", "lavfi", "-i", "testsrc=s=32x32:d=1", "-frames:v", 1, folder / "cover.png")
-    lost = {"drops": ("-bsf:a", "noise=drop=gt(mod(n\\,9)\\,6)"), "noise": ("-bsf:a", "noise=amount=40")}
+    lost: dict[str, tuple] = {
+        "drops": ("-bsf:a", "noise=drop=gt(mod(n\\,9)\\,6)"),
+        "noise": ("-bsf:a", "noise=amount=40"),
+    }
     for container in ("mkv", "mp4", "ts"):
         for codec in ENCODERS:
             if (container, codec) in {("mp4", "pcm"), ("ts", "pcm"), ("ts", "flac")}:
