@@ -11,7 +11,9 @@ namespace tarn
 namespace
 {
 
-constexpr int kFreeFrameSize = 4096; ///< for codecs without a frame size
+/// Length of the packets of lossless codecs. Matroska's clock counts milliseconds; packets of whole milliseconds keep
+/// their exact times, at every rate of the engine. FLAC allows 96 ms.
+constexpr int kLosslessMilliseconds = 80;
 
 AVChannelLayout channelsOf(const Layout& layout, const Encoding& encoding)
 {
@@ -52,6 +54,7 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
         const auto share = static_cast<std::int64_t>(slots == 3 ? 3 : 6);
         encoder->bit_rate = 1000 * bitRate.value_or(encoding.bitRate * share / 6);
     }
+    if (encoding.bitRate == 0) encoder->frame_size = encoder->sample_rate * kLosslessMilliseconds / 1000;
     if (globalHeader) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (encoding.hasDialogueLevel) av_opt_set_int(encoder->priv_data, "dialnorm", dialogueLevel, 0);
     const std::int64_t wanted = encoding.bitRate != 0 ? encoder->bit_rate : 0;
@@ -62,13 +65,16 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
                                     std::to_string(slots) + " channels at " + std::to_string(format.sampleRate) +
                                     " Hz has no such rate; choose another one");
 
+    // PCM has no frame size of its own.
+    packetFrames = encoder->frame_size > 0 ? encoder->frame_size : encoder->sample_rate * kLosslessMilliseconds / 1000;
+
     SwrContext* opened = nullptr;
     checked(swr_alloc_set_opts2(&opened, &channels, encoder->sample_fmt, encoder->sample_rate, &channels,
                                 AV_SAMPLE_FMT_S32, encoder->sample_rate, 0, nullptr),
             EX_SOFTWARE, name);
     converter.reset(opened);
     checked(swr_init(opened), EX_SOFTWARE, name);
-    queue.reset(allocated(av_audio_fifo_alloc(encoder->sample_fmt, static_cast<int>(slots), 2 * kFreeFrameSize)));
+    queue.reset(allocated(av_audio_fifo_alloc(encoder->sample_fmt, static_cast<int>(slots), 2 * packetFrames)));
 }
 
 void TrackEncoder::write(const std::int32_t* samples, std::size_t frames)
@@ -85,8 +91,7 @@ void TrackEncoder::write(const std::int32_t* samples, std::size_t frames)
     checked(
         av_audio_fifo_write(queue.get(), reinterpret_cast<void**>(converted->extended_data), static_cast<int>(frames)),
         EX_SOFTWARE, name);
-    const int frameSize = encoder->frame_size > 0 ? encoder->frame_size : kFreeFrameSize;
-    while (av_audio_fifo_size(queue.get()) >= frameSize) encode(frameSize);
+    while (av_audio_fifo_size(queue.get()) >= packetFrames) encode(packetFrames);
 }
 
 void TrackEncoder::finish()

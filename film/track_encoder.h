@@ -53,6 +53,7 @@ private:
     std::unique_ptr<AVAudioFifo, decltype(&av_audio_fifo_free)> queue{nullptr, av_audio_fifo_free};
     Packet packet = newPacket();
     std::size_t slots;
+    int packetFrames = 0;
     std::int64_t nextFrame = 0;
 };
 
