@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
 
@@ -27,8 +28,8 @@ std::string descriptionOf(const AVStream& stream)
 
 } // namespace
 
-OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm)
-    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity())
+OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm, NamingHook hook)
+    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity(), std::move(hook))
 {
     if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
         throw Failure(EX_USAGE, path + ": no container has this extension; end the name in .mkv or .mp4");

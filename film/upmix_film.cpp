@@ -83,6 +83,13 @@ int dialogueLevelOf(const FilmOptions& options, const std::optional<FilmLoudness
     return static_cast<int>(std::lround(std::clamp(loudness->atUnityGain + gainDb, kLowest, kHighest)));
 }
 
+/// Adds the output to the ledger when it is complete.
+NamingHook recordingHook(const FilmOptions& options)
+{
+    if (!options.record) return {};
+    return [&options](const FileState& state) { options.record(state, Json::object()); };
+}
+
 } // namespace
 
 Json upmixFilm(const FilmOptions& options)
@@ -92,7 +99,7 @@ Json upmixFilm(const FilmOptions& options)
     InputFilm input(options.input);
     const unsigned track = input.chooseTrack(options);
     const AVStream& original = input.stream(track);
-    OutputFilm output(options.output, options.force, input);
+    OutputFilm output(options.output, options.force, input, recordingHook(options));
     const Encoding& encoding = encodingFor(options.codec, output.container(), options.output);
     const int trackRate = original.codecpar->sample_rate;
     const std::uint32_t rate = commonRate(encoding, trackRate);
