@@ -7,8 +7,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
+
+extern "C" {
+#include <libavutil/common.h>
+}
 
 namespace tarn
 {
@@ -28,8 +33,8 @@ std::string descriptionOf(const AVStream& stream)
 
 } // namespace
 
-OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm)
-    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity())
+OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm, NamingHook hook)
+    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity(), std::move(hook))
 {
     if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
         throw Failure(EX_USAGE, path + ": no container has this extension; end the name in .mkv or .mp4");
@@ -202,15 +207,15 @@ void OutputFilm::copyChapters()
 
 void OutputFilm::write(AVPacket& packet, AVRational timeBase, const AVStream& to)
 {
-    av_packet_rescale_ts(&packet, timeBase, to.time_base);
     // Time stamps of Opus in Matroska include the codec's delay, which the demuxer subtracts and the muxer does not
     // add.
     if (isMatroska() && to.codecpar->codec_id == AV_CODEC_ID_OPUS) {
         const AVRational sampleTime = {1, to.codecpar->sample_rate};
-        const std::int64_t delay = av_rescale_q(to.codecpar->initial_padding, sampleTime, to.time_base);
-        if (packet.pts != AV_NOPTS_VALUE) packet.pts += delay;
-        if (packet.dts != AV_NOPTS_VALUE) packet.dts += delay;
+        const std::int64_t delay = av_rescale_q(to.codecpar->initial_padding, sampleTime, timeBase);
+        if (packet.pts != AV_NOPTS_VALUE) packet.pts = av_sat_add64(packet.pts, delay);
+        if (packet.dts != AV_NOPTS_VALUE) packet.dts = av_sat_add64(packet.dts, delay);
     }
+    av_packet_rescale_ts(&packet, timeBase, to.time_base);
     raiseTimes(packet, to);
     packet.stream_index = to.index;
     packet.pos = -1;
@@ -228,7 +233,7 @@ void OutputFilm::raiseTimes(AVPacket& packet, const AVStream& to)
     const bool canRepeat = (format->oformat->flags & AVFMT_TS_NONSTRICT) != 0 ||
                            to.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE ||
                            to.codecpar->codec_type == AVMEDIA_TYPE_DATA;
-    if (last != AV_NOPTS_VALUE) packet.dts = std::max(packet.dts, last + (canRepeat ? 0 : 1));
+    if (last != AV_NOPTS_VALUE) packet.dts = std::max(packet.dts, av_sat_add64(last, canRepeat ? 0 : 1));
     if (packet.pts != AV_NOPTS_VALUE) packet.pts = std::max(packet.pts, packet.dts);
     last = packet.dts;
 }

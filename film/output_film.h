@@ -21,8 +21,12 @@ namespace tarn
 class OutputFilm
 {
 public:
-    /// Creates a temporary file. Throws Failure as OutputFile does; EX_USAGE if no container has the extension.
-    OutputFilm(const std::string& path, bool force, const InputFilm& input);
+    /// Creates a temporary file.
+    ///
+    /// hook  can be empty
+    ///
+    /// Throws Failure as OutputFile does; EX_USAGE if no container has the extension.
+    OutputFilm(const std::string& path, bool force, const InputFilm& input, NamingHook hook);
     ~OutputFilm();
 
     OutputFilm(const OutputFilm&) = delete;

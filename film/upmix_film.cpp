@@ -39,6 +39,8 @@ public:
     Json report() const;
 
 private:
+    NamingHook recordingHook() const;
+    Json lossReport() const;
     void push(const std::int32_t* stereo, std::size_t frames);
     void printNotes() const;
 
@@ -63,7 +65,7 @@ FilmUpmix::FilmUpmix(const FilmOptions& filmOptions)
       layout(layoutNamed(options.layout)),
       input(options.input),
       track(input.chooseTrack(options)),
-      output(options.output, options.force, input),
+      output(options.output, options.force, input, recordingHook()),
       encoding(encodingFor(options.codec, output.container(), options.output)),
       rate(commonRate(encoding, input.stream(track).codecpar->sample_rate))
 {
@@ -71,6 +73,20 @@ FilmUpmix::FilmUpmix(const FilmOptions& filmOptions)
     if (rate != static_cast<std::uint32_t>(own) && !options.quiet)
         printNote(options.input + ": track " + std::to_string(track) + " is converted from " + std::to_string(own) +
                   " to " + std::to_string(rate) + " Hz");
+}
+
+/// Adds the output to the ledger when it is complete.
+NamingHook FilmUpmix::recordingHook() const
+{
+    if (!options.record) return {};
+    return [this](const FileState& state) { options.record(state, lossReport()); };
+}
+
+/// What is missing; an empty object if nothing is.
+Json FilmUpmix::lossReport() const
+{
+    if (!loss) return Json::object();
+    return {{"exit_code", loss->isNegligible() ? EX_OK : kExitIncomplete}, {"loss", loss->json()}};
 }
 
 void FilmUpmix::run()
@@ -139,10 +155,7 @@ Json FilmUpmix::report() const
                    {"left_out", leftOut},
                    {"speed", progress->speed()}};
     if (encoding.hasDialogueLevel) report["dialogue_level_db"] = plan.dialogueLevel;
-    if (loss) {
-        report["exit_code"] = loss->isNegligible() ? EX_OK : kExitIncomplete;
-        report["loss"] = loss->json();
-    }
+    report.update(lossReport());
     return report;
 }
 

@@ -296,10 +296,14 @@ class Batch(FilmTest):
 
     def test_wrong_names_are_refused(self):
         self.assert_refusal(64, "name one INPUT and one OUTPUT", self.path("one.mkv"))
-        self.assert_refusal(64, "is a folder; name films", "--output-dir", self.path("out"), self.path("."))
         self.assert_refusal(
-            64, "another film would have the same output", "--output-dir", self.path("out"), "a/film.mkv", "b/film.mkv"
+            64,
+            "is a folder; add --recursive to upmix the films in it",
+            "--output-dir",
+            self.path("out"),
+            self.path("."),
         )
+        self.assert_refusal(64, "--resume: needs --output-dir", "--resume", self.path("a.mkv"), self.path("b.mkv"))
         self.assertFalse(self.path("out").exists())
 
 

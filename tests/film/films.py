@@ -84,6 +84,21 @@ def flashes(film):
     return [time for (time, level), (_, last) in zip(times, before) if level > 128 > last]
 
 
+def segments_of(frames, rate):
+    """The parts of a track without a gap: time of the first sample, and number of samples.
+
+    Matroska's clock counts milliseconds, so the times of all frames of a part together give the time of its first one.
+    """
+    parts = []
+    for frame in frames:
+        time, samples = float(frame["pts_time"]), frame["nb_samples"]
+        if not parts or abs(parts[-1][0][0] + parts[-1][1] / rate - time) > 0.005:
+            parts.append(([], 0))
+        times, length = parts[-1]
+        parts[-1] = (times + [time - length / rate], length + samples)
+    return [(round(numpy.mean(times) * rate, 1) / rate, length) for times, length in parts]
+
+
 def timeline(film, track):
     """The samples of an audio track, the channels added, at their times: rate, time of the first, samples."""
     stream = streams_of(film, "audio")[track]
@@ -92,15 +107,15 @@ def timeline(film, track):
     channels = int(stream["channels"])
     raw = ffmpeg("-i", film, "-map", f"0:a:{track}", "-f", "f32le", "-c:a", "pcm_f32le", "-")
     samples = numpy.frombuffer(raw, "<f4").reshape(-1, channels).sum(axis=1)
-    first = float(frames[0]["pts_time"])
-    length = round((float(frames[-1]["pts_time"]) - first) * rate) + frames[-1]["nb_samples"]
-    line = numpy.zeros(length)
+    segments = segments_of(frames, rate)
+    first = segments[0][0]
+    line = numpy.zeros(max(round((time - first) * rate) + length for time, length in segments))
     position = 0
-    for frame in frames:
-        start = round((float(frame["pts_time"]) - first) * rate)
-        part = samples[position : position + frame["nb_samples"]]
-        line[start : start + len(part)] = part[: length - start]
-        position += frame["nb_samples"]
+    for time, length in segments:
+        start = round((time - first) * rate)
+        part = samples[position : position + length]
+        line[start : start + len(part)] = part
+        position += length
     return rate, first, line
 
 

@@ -52,7 +52,7 @@ def make_case(folder, container, codec, case):
         return make_film(film, codec, video=("-vf", "select='not(between(mod(n,25),10,17))'", "-vsync", "vfr"))
     if case == "gap":
         whole = make_film(folder / f"whole-{codec}.{container}", codec)
-        ffmpeg("-i", whole, "-c", "copy", "-strict", -2, "-bsf:a", "noise=drop=between(pts*tb\\,1.2\\,2.2)", film)
+        ffmpeg("-i", whole, "-c", "copy", "-strict", -2, "-bsf:a", "noise=drop=between(pts*tb\\,1.2\\,2.4)", film)
         return film
     if case == "edit":
         whole = make_film(folder / f"uncut-{codec}.{container}", codec, video=("-g", 10))
