@@ -2,15 +2,17 @@
 // SPDX-License-Identifier: MIT
 #include "cli/batch_command.h"
 
-#include "cli/batch_names.h"
+#include "cli/batch_inputs.h"
 #include "cli/batch_report.h"
+#include "cli/created_directories.h"
 #include "cli/decibels.h"
 #include "cli/failure.h"
-#include "cli/input_search.h"
 #include "cli/interrupt.h"
 #include "cli/layout.h"
+#include "cli/option_text.h"
 #include "cli/progress.h"
 #include "cli/remap_file.h"
+#include "cli/resume.h"
 #include "cli/temporary_file.h"
 #include "cli/text.h"
 #include "cli/upmix_passes.h"
@@ -19,9 +21,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
-#include <map>
-#include <set>
-#include <system_error>
+#include <optional>
 #include <utility>
 
 namespace tarn
@@ -32,106 +32,31 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// Refuses names that cannot be inputs of the batch.
-void checkInputs(const BatchOptions& batch)
-{
-    std::error_code missing;
-    for (const std::string& name : batch.inputs) {
-        if (name.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
-        if (name == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
-        if (!fs::is_directory(name, missing)) continue;
-        if (!batch.recursive)
-            throw Failure(EX_USAGE, name + ": is a folder; add --recursive to upmix the audio files in it");
-        if (fs::equivalent(name, batch.directory, missing))
-            throw Failure(EX_USAGE, name + ": is the --output-dir itself, so outputs would be inputs of the next run; "
-                                           "choose another --output-dir, for example a subfolder of it");
-    }
-}
-
-/// Refuses files whose output is that of an earlier file.
-void refuseSharedOutputs(std::vector<BatchFile>& files)
-{
-    std::map<std::string, const std::string*> inputOf;
-    for (BatchFile& file : files) {
-        const auto [first, isNew] = inputOf.emplace(file.options.output, &file.options.input);
-        if (isNew) continue;
-        file.refusal = file.options.input + ": would have the same output as " + *first->second + ", " +
-                       file.options.output +
-                       "; upmix it into another --output-dir, or name a folder that contains both files, with "
-                       "--recursive";
-    }
-}
-
 /// Lists the files to upmix.
 Batch filesOf(const BatchOptions& batch, const UpmixOptions& each)
 {
-    checkInputs(batch);
-    const FoundInputs found = findInputs(batch.inputs, batch.directory);
-    const std::vector<std::string> outputs =
-        nameOutputs(found.files, batch.directory, "-" + each.layout + "." + batch.format);
-    refuseInputsAsOutputs(found.files, outputs);
-
-    Batch all{.unreadable = found.unreadable};
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-        UpmixOptions& options = all.files.emplace_back(BatchFile{.options = each}).options;
-        options.input = found.files[i].path;
-        options.output = outputs[i];
+    const BatchInputs found = findBatchInputs({.inputs = batch.inputs,
+                                               .directory = batch.directory,
+                                               .recursive = batch.recursive,
+                                               .kind = MediaKind::Audio,
+                                               .ending = "-" + each.layout + "." + batch.format,
+                                               .part = parsePart(batch.part)});
+    Batch all{.unreadable = found.unreadable, .isResumed = batch.resume};
+    for (const BatchInput& file : found.files) {
+        UpmixOptions& options = all.files.emplace_back(BatchFile{.options = each, .refusal = file.refusal}).options;
+        options.input = file.input;
+        options.output = file.output;
         options.inBatch = true;
         checkOptions(options);
     }
-    refuseSharedOutputs(all.files);
     if (!each.quiet)
-        for (const std::string& note : found.notes()) printNote(note);
+        for (const std::string& note : found.notes) printNote(note);
     return all;
 }
 
 fs::path directoryOf(const BatchFile& file)
 {
     return fs::path(file.options.output).parent_path();
-}
-
-/// Directories that this run created. The destructor removes those that are empty.
-class CreatedDirectories
-{
-public:
-    CreatedDirectories() = default;
-    CreatedDirectories(const CreatedDirectories&) = delete;
-    CreatedDirectories& operator=(const CreatedDirectories&) = delete;
-
-    ~CreatedDirectories()
-    {
-        std::error_code ignored;
-        for (const fs::path& directory : directories) fs::remove(directory, ignored); // fails if it is not empty
-    }
-
-    /// Creates a directory and those above it.
-    void create(const fs::path& directory, std::error_code& error)
-    {
-        std::vector<fs::path> missing;
-        std::error_code ignored;
-        for (fs::path path = directory; !path.empty() && !fs::exists(path, ignored); path = path.parent_path())
-            missing.push_back(path);
-        fs::create_directories(directory, error);
-        directories.insert(directories.begin(), missing.begin(), missing.end());
-    }
-
-private:
-    std::vector<fs::path> directories; ///< a directory precedes the one that contains it
-};
-
-/// Creates the directories of the outputs, and removes temporary files of killed runs.
-void prepareDirectories(const std::vector<BatchFile>& files, CreatedDirectories& created)
-{
-    std::set<fs::path> directories;
-    std::transform(files.begin(), files.end(), std::inserter(directories, directories.end()), directoryOf);
-    for (const fs::path& directory : directories) {
-        std::error_code error;
-        created.create(directory, error);
-        if (error)
-            throw Failure(EX_CANTCREAT, directory.string() + ": the directory cannot be created: " + error.message() +
-                                            "; choose another --output-dir");
-        removeStaleTemporariesOnce(directory);
-    }
 }
 
 /// Prints the notes about the remap file, which all files share.
@@ -159,12 +84,30 @@ void showCurrentFile(const std::vector<BatchFile>& files, std::size_t index, con
     showStatus(work + std::to_string(index + 1) + " of " + std::to_string(files.size()) + ": " + name);
 }
 
-std::vector<std::string> inputsOf(const std::vector<BatchFile>& files)
+/// Names of some files, for messages.
+std::vector<std::string> inputsOf(const std::vector<BatchFile>& files, const std::vector<std::size_t>& indices)
+{
+    std::vector<std::string> names;
+    std::transform(indices.begin(), indices.end(), std::back_inserter(names),
+                   [&](std::size_t i) { return files[i].options.input; });
+    return names;
+}
+
+std::vector<std::string> outputsOf(const std::vector<BatchFile>& files)
 {
     std::vector<std::string> names;
     std::transform(files.begin(), files.end(), std::back_inserter(names),
-                   [](const BatchFile& file) { return file.options.input; });
+                   [](const BatchFile& file) { return file.options.output; });
     return names;
+}
+
+/// Indices of the files without an outcome.
+std::vector<std::size_t> untried(const std::vector<BatchFile>& files)
+{
+    std::vector<std::size_t> indices;
+    for (std::size_t i = 0; i < files.size(); ++i)
+        if (!files[i].outcome) indices.push_back(i);
+    return indices;
 }
 
 /// Measures all files and sets their common level. Upmixing reports the files that fail. Throws Interrupted, or Failure
@@ -179,7 +122,7 @@ void setAlbumLevel(std::vector<BatchFile>& files, unsigned jobs)
     const auto done = [&parts](std::size_t /*index*/, const WorkerOutcome& outcome) {
         if (outcome.exitCode == EX_OK) parts.push_back(AlbumPart::from(outcome.result));
     };
-    runInProcesses(inputsOf(files), jobs, work, done);
+    runInProcesses(inputsOf(files, untried(files)), jobs, work, done);
 
     const AlbumLevel level = albumLevelOf(parts);
     checkMatchingGain("--album", level.gainDb);
@@ -198,21 +141,57 @@ void printAlbumLevel(const UpmixOptions& options)
                   " above full scale: floating-point, lossy and converted files are scaled down by it");
 }
 
-/// Upmixes the files with this many processes. Throws Interrupted after all have stopped.
-void upmixAll(std::vector<BatchFile>& files, unsigned jobs)
+/// A file as the ledger describes it.
+ResumeJob resumeJob(const UpmixOptions& options, const std::string& optionTexts)
 {
-    const auto work = [&files](std::size_t i) {
-        const UpmixOptions& options = files[i].options;
-        if (!files[i].refusal.empty()) throw Failure(EX_USAGE, files[i].refusal);
-        if (!options.quiet) showCurrentFile(files, i, "");
+    return {.input = options.input,
+            .output = options.output,
+            .options = optionTexts,
+            .force = options.force,
+            .skipExisting = options.skipExisting,
+            .strict = options.strict};
+}
+
+/// Sets the outcomes of files that are done, and repeats the warnings about their losses.
+void skipDone(std::vector<BatchFile>& files, const Resume& resume, const std::string& optionTexts)
+{
+    for (BatchFile& file : files) {
+        if (!file.refusal.empty()) continue;
+        ResumeDecision decision = resume.decide(resumeJob(file.options, optionTexts));
+        file.refusal = decision.refusal;
+        if (decision.report) {
+            if (const auto loss = decision.report->find("loss"); loss != decision.report->end())
+                printNote(file.options.input + ": " + loss->value("message", "is damaged") + "; the upmix is kept");
+            file.outcome = WorkerOutcome{.result = std::move(*decision.report)};
+        } else if (decision.replaces) {
+            file.options.force = true;
+            file.options.skipExisting = false;
+        }
+    }
+}
+
+/// Upmixes the files without an outcome with this many processes. Throws Interrupted after all have stopped.
+///
+/// resume       null without --resume
+/// optionTexts  for the ledger
+void upmixAll(std::vector<BatchFile>& files, unsigned jobs, const Resume* resume, const std::string& optionTexts)
+{
+    const std::vector<std::size_t> pending = untried(files);
+    const auto work = [&](std::size_t i) {
+        const BatchFile& file = files[pending[i]];
+        if (!file.refusal.empty()) throw Failure(EX_USAGE, file.refusal);
+        if (!file.options.quiet) showCurrentFile(files, pending[i], "");
+        UpmixOptions options = file.options;
+        if (resume != nullptr) options.record = resume->recorder(resumeJob(options, optionTexts));
         return jsonOf(options, upmix(options));
     };
-    const auto done = [&files](std::size_t i, WorkerOutcome&& outcome) {
-        if (outcome.crashed) removeStaleTemporaries(directoryOf(files[i]));
+    const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
+        BatchFile& file = files[pending[i]];
+        if (outcome.crashed) removeStaleTemporaries(directoryOf(file));
         if (outcome.exitCode != EX_OK) printNote(outcome.error);
-        files[i].outcome = std::move(outcome);
+        file.outcome = std::move(outcome);
     };
-    runInProcesses(inputsOf(files), jobs, work, done);
+    runInProcesses(inputsOf(files, pending), jobs, work, done);
 }
 
 } // namespace
@@ -227,12 +206,19 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
         printNote(
             "--album: has no effect here: with the limiter and without --loudness-match, all files get the same gain "
             "anyway");
+    std::optional<Resume> resume;
+    if (options.resume) resume.emplace(options.directory);
     CreatedDirectories created;
-    prepareDirectories(batch.files, created);
+    created.prepareFor(outputsOf(batch.files));
     try {
         if (isMeasured) setAlbumLevel(batch.files, options.jobs);
         if (isMeasured && !batch.files.empty()) printAlbumLevel(batch.files.front().options);
-        upmixAll(batch.files, options.jobs);
+        std::string optionTexts;
+        if (resume && !batch.files.empty()) {
+            optionTexts = optionText(batch.files.front().options);
+            skipDone(batch.files, *resume, optionTexts);
+        }
+        upmixAll(batch.files, options.jobs, resume ? &*resume : nullptr, optionTexts);
     } catch (const Interrupted&) {
         printEarlyEnd(batch, "interrupted");
         if (each.json) printJson(jsonOf(batch), stdout);

@@ -19,6 +19,8 @@ struct BatchOptions
     std::string format = "wav"; ///< extension of the outputs, without its dot
     unsigned jobs = 1;          ///< number of parallel processes
     bool album = false;         ///< all files get the same gain
+    bool resume = false;        ///< leave out what the ledger of the directory lists
+    std::string part = "1/1";   ///< NUMBER/COUNT: the share of the files that this run upmixes
 };
 
 /// Upmixes every input into the directory. Continues after a file that fails. A file whose output would be that of an

@@ -86,7 +86,9 @@ void printSummary(const Batch& batch, const std::string& directory)
     const std::size_t skipped = countOf(batch, isSkipped);
     printNote(std::to_string(countOf(batch, isDone) - skipped) + " of " + filesText(batch.files.size()) +
               " upmixed into " + shellQuoted(directory));
-    if (skipped > 0) printNote(filesText(skipped) + " skipped, because the output is complete");
+    if (skipped > 0)
+        printNote(filesText(skipped) + " skipped, because " +
+                  (batch.isResumed ? "they are done already" : "the output is complete"));
     if (const std::size_t losses = countOf(batch, hasLoss); losses > 0)
         printNote(filesText(losses) + " with losses, listed above");
     if (const std::size_t failed = countOf(batch, isFailed); failed > 0)
@@ -99,7 +101,7 @@ void printEarlyEnd(const Batch& batch, const std::string& reason)
     const std::string missing =
         first == batch.files.end() ? "" : "; " + shellQuoted(first->options.input) + " is the first that is missing";
     printNote(reason + ": " + std::to_string(countOf(batch, isDone)) + " of " + filesText(batch.files.size()) +
-              " done" + missing + "; run again with --skip-existing");
+              " done" + missing + "; run again with " + (batch.isResumed ? "--resume" : "--skip-existing"));
 }
 
 Json jsonOf(const Batch& batch)

@@ -27,6 +27,8 @@ struct Batch
     std::vector<BatchFile> files{};
     std::vector<std::string> unreadable{}; ///< files below folders that have a format that tarn does not read
 
+    bool isResumed = false; ///< outputs of earlier runs are skipped as the ledger says
+
     /// The exit code: that of the first file that failed, or kExitIncomplete, or 0.
     int exitCode() const;
 

@@ -6,6 +6,7 @@
 #include "cli/file_identity.h"
 #include "cli/layout.h"
 #include "cli/metadata.h"
+#include "cli/output_file.h"
 #include "cli/stream_format.h"
 
 #include <memory>
@@ -26,12 +27,13 @@ struct Container
 /// The container for the name of an output. Throws Failure (EX_USAGE) if the extension is unknown.
 const Container& containerOf(const std::string& path);
 
-/// Format and metadata of an output file.
+/// What an output file holds.
 struct FileContents
 {
     const Layout& layout;
     StreamFormat format;
     Metadata metadata{};
+    NamingHook beforeNaming{}; ///< can be empty
 };
 
 /// Creates an audio file whose header declares the layout.

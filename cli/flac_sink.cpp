@@ -38,7 +38,10 @@ bool isLegalText(const std::string& text)
 } // namespace
 
 FlacSink::FlacSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents)
-    : slots(contents.layout.slots), bits(contents.format.bits), file(path, force, input), encoder(file.descriptor())
+    : slots(contents.layout.slots),
+      bits(contents.format.bits),
+      file(path, force, input, contents.beforeNaming),
+      encoder(file.descriptor())
 {
     addComments(contents.layout, contents.metadata.tags);
     addPictures(contents.metadata.tags.pictures);

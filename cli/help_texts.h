@@ -13,6 +13,7 @@ Upmixes stereo to 3 to 8 channels, or makes the voices in stereo louder.
 
 Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
+  film INPUT OUTPUT   add an upmixed track to a film; needs tarn-film
   info INPUT...       describe files and rate whether upmixing gains anything
   demo [OUTPUT]       upmix a built-in scene and print measurements
 
@@ -43,12 +44,12 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --surrounds DB     -60 to 12, or off      --gain DB    -60 to 18
   --bass WHERE       fronts or steered      --lfe DB     -60 to 12, or off
   --mode NAME        fast (default), calm   --bypass     plain stereo
-  --bits N           16, 24 or 32; default: those of INPUT, 24 if it is lossy
-  --rate HZ          sample rate; default: that of INPUT, or the next supported
+  --bits N           16, 24 or 32           --rate HZ    sample rate
   --raw RATE:BITS    - is raw PCM           --no-align   keep delay, 960 frames
   --output-dir DIR   for many INPUTs: song.mp3 becomes DIR/song.mp3-3.0.wav
   --format NAME      wav or flac, in DIR    -r, --recursive   folders as well
-  -j, --jobs N       parallel jobs          --skip-existing   keep complete ones
+  -j, --jobs N       parallel jobs          --part K/N        a share of INPUTs
+  --skip-existing    keep complete ones     --resume     go on after a stop
   --strict           refuse damaged INPUT   --force      replace OUTPUT
   --json             print a report         --quiet      errors and warnings
   --loudness-match   as loud as INPUT       --album      one gain for all files

@@ -1,4 +1,4 @@
-// Searches folders for audio files.
+// Searches folders for audio files or films.
 // SPDX-License-Identifier: MIT
 #include "cli/input_search.h"
 
@@ -9,6 +9,7 @@
 #include <array>
 #include <cctype>
 #include <cstddef>
+#include <fstream>
 #include <map>
 #include <set>
 #include <string_view>
@@ -35,6 +36,17 @@ constexpr std::array<std::string_view, 47> kUnreadable{
     ".mov", ".mp+", ".mp4",  ".mpc", ".mpeg", ".mpg", ".mpp",  ".ofr", ".ofs", ".ogv",  ".oma", ".qcp",
     ".ra",  ".shn", ".spx",  ".tak", ".thd",  ".tta", ".weba", ".wma", ".wmv", ".webm", ".wv"};
 
+/// Extensions of films, and of audio files that FFmpeg reads and libsndfile does not. Encrypted formats are left out.
+constexpr std::array<std::string_view, 58> kFilms{
+    ".3g2", ".3ga", ".3gp", ".aac",  ".ac3",  ".adts", ".amr", ".ape",  ".asf", ".avi",  ".dff", ".divx",
+    ".dsf", ".dts", ".dv",  ".eac3", ".ec3",  ".f4v",  ".flv", ".m4a",  ".m4b", ".m4r",  ".m4v", ".mk3d",
+    ".mka", ".mkv", ".mlp", ".mov",  ".mp+",  ".mp4",  ".mpc", ".mpeg", ".mpg", ".mpp",  ".mxf", ".nut",
+    ".ofr", ".ofs", ".ogm", ".ogv",  ".oma",  ".qcp",  ".qt",  ".ra",   ".rm",  ".rmvb", ".shn", ".spx",
+    ".tak", ".thd", ".tta", ".vob",  ".weba", ".webm", ".wma", ".wmv",  ".wtv", ".wv"};
+
+/// Extensions of transport streams, which source files have too.
+constexpr std::array<std::string_view, 4> kTransportStreams{".ts", ".mts", ".m2ts", ".m2t"};
+
 std::string extensionOf(const fs::path& name)
 {
     std::string extension = name.extension().string();
@@ -48,19 +60,41 @@ bool isOneOf(const std::array<std::string_view, Count>& extensions, const std::s
     return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
 }
 
-/// Adds a file of a folder if it is audio.
+/// Whether a file has the sync bytes of MPEG transport packets, with 188, 192 or 204 bytes each.
+bool isTransportStream(const fs::path& file)
+{
+    constexpr char kSync = 0x47;
+    constexpr std::size_t kMaxPacket = 204;
+    std::array<char, 4 * kMaxPacket> bytes{};
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream.read(bytes.data(), bytes.size())) return false;
+    for (const std::size_t packet : {std::size_t{188}, std::size_t{192}, kMaxPacket})
+        for (std::size_t i = 0; i < packet; ++i)
+            if (bytes[i] == kSync && bytes[i + packet] == kSync && bytes[i + 2 * packet] == kSync) return true;
+    return false;
+}
+
+bool isFilm(const fs::path& file)
+{
+    const std::string extension = extensionOf(file);
+    return isOneOf(kFilms, extension) || (isOneOf(kTransportStreams, extension) && isTransportStream(file));
+}
+
+/// Adds a file of a folder if it is of the kind.
 ///
 /// below  the folder, relative to the one on the command line
 void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
 {
-    if (isOneOf(kExtensions, extensionOf(file))) {
+    const bool isAudio = isOneOf(kExtensions, extensionOf(file));
+    const bool searchesFilms = found.kind == MediaKind::Films;
+    if (searchesFilms ? isFilm(file) : isAudio) {
         found.files.push_back({file.string(), below});
-    } else if (isOneOf(kUnreadable, extensionOf(file))) {
+    } else if (searchesFilms ? isAudio : isOneOf(kUnreadable, extensionOf(file))) {
         found.unreadable.push_back(file.string());
     }
 }
 
-/// Adds the audio files of a folder and its subfolders.
+/// Adds the files of a folder and its subfolders.
 ///
 /// below  the folder, relative to the one on the command line
 void addFolder(const fs::path& folder, const fs::path& below, const fs::path& excluded, FoundInputs& found)
@@ -84,7 +118,7 @@ void addFolder(const fs::path& folder, const fs::path& below, const fs::path& ex
 
 void addNamedFolder(const std::string& name, const fs::path& excluded, FoundInputs& found)
 {
-    FoundInputs below;
+    FoundInputs below{.kind = found.kind};
     try {
         addFolder(name, {}, excluded, below);
     } catch (const fs::filesystem_error& error) {
@@ -92,10 +126,12 @@ void addNamedFolder(const std::string& name, const fs::path& excluded, FoundInpu
                                       "; check that you may read it");
     }
     if (below.files.empty()) {
+        const bool isFilms = found.kind == MediaKind::Films;
         const std::vector<std::string> notes = below.notes();
-        throw Failure(EX_NOINPUT,
-                      name + ": contains no audio file; " +
-                          (notes.empty() ? "man tarn-upmix lists the extensions that count" : notes.front()));
+        throw Failure(EX_NOINPUT, name + (isFilms ? ": contains no film; " : ": contains no audio file; ") +
+                                      (notes.empty() ? std::string("man ") + (isFilms ? "tarn-film" : "tarn-upmix") +
+                                                           " lists the extensions that count"
+                                                     : notes.front()));
     }
     found.files.insert(found.files.end(), below.files.begin(), below.files.end());
     found.unreadable.insert(found.unreadable.end(), below.unreadable.begin(), below.unreadable.end());
@@ -121,8 +157,12 @@ void removeRepeated(FoundInputs& found)
     found.files = std::move(files);
 }
 
-std::string unreadableNote(const std::vector<std::string>& files)
+std::string unreadableNote(const std::vector<std::string>& files, MediaKind kind)
 {
+    if (kind == MediaKind::Films)
+        return std::to_string(files.size()) + (files.size() == 1 ? " audio file is" : " audio files are") +
+               " left to tarn upmix, the first is " + shellQuoted(files.front());
+
     std::map<std::string, std::size_t> counts; // by extension
     for (const std::string& file : files) ++counts[extensionOf(file)];
     std::string list;
@@ -138,7 +178,7 @@ std::string unreadableNote(const std::vector<std::string>& files)
 std::vector<std::string> FoundInputs::notes() const
 {
     std::vector<std::string> notes;
-    if (!unreadable.empty()) notes.push_back(unreadableNote(unreadable));
+    if (!unreadable.empty()) notes.push_back(unreadableNote(unreadable, kind));
     if (repeated.size() == 1) notes.push_back(repeated.front() + ": is named twice and used once");
     if (repeated.size() > 1)
         notes.push_back(repeated.front() + " and " + std::to_string(repeated.size() - 1) +
@@ -146,9 +186,9 @@ std::vector<std::string> FoundInputs::notes() const
     return notes;
 }
 
-FoundInputs findInputs(const std::vector<std::string>& names, const fs::path& excluded)
+FoundInputs findInputs(const std::vector<std::string>& names, const fs::path& excluded, MediaKind kind)
 {
-    FoundInputs found;
+    FoundInputs found{.kind = kind};
     for (const std::string& name : names) {
         std::error_code missing;
         if (fs::is_directory(name, missing)) {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -47,6 +48,12 @@ std::string directoryOf(const std::filesystem::path& file)
     return file.has_parent_path() ? file.parent_path().string() : ".";
 }
 
+[[noreturn]] void failAsExisting(const std::string& name)
+{
+    throw Failure(EX_USAGE, name + ": appeared in the meantime and was not replaced; choose another name, or add "
+                                   "--force to replace it");
+}
+
 /// What to do about a failed write.
 std::string adviceFor(int error)
 {
@@ -58,8 +65,8 @@ std::string adviceFor(int error)
 
 } // namespace
 
-OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input)
-    : givenName(path), target(path), mode(defaultMode()), replace(force)
+OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input, NamingHook hook)
+    : givenName(path), target(path), mode(defaultMode()), replace(force), beforeNaming(std::move(hook))
 {
     checkExisting(input);
     checkLength();
@@ -115,13 +122,37 @@ void OutputFile::checkLength() const
 
 void OutputFile::commit()
 {
-    fchmod(temporary.file.number(), mode);
-    const int syncError = fsync(temporary.file.number()) != 0 ? errno : 0;
-    const int closeError = !temporary.file.close() ? errno : 0;
-    if (const int error = syncError != 0 ? syncError : closeError; error != 0) failToWrite(error, "");
+    const FileState state = complete();
+    if (beforeNaming) {
+        refuseNewcomer();
+        beforeNaming(state);
+    }
     rename();
     temporary.path.clear();
     temporary.lock.close();
+}
+
+/// Writes everything to the disk and closes the file. Returns its state.
+FileState OutputFile::complete()
+{
+    const int descriptor = temporary.file.number();
+    fchmod(descriptor, mode);
+    // Without it, a network file system may change the time once more.
+    const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {.tv_sec = 0, .tv_nsec = UTIME_NOW}};
+    if (beforeNaming) futimens(descriptor, times);
+    struct stat status = {};
+    const bool isSynced = fsync(descriptor) == 0 && fstat(descriptor, &status) == 0;
+    const int syncError = isSynced ? 0 : errno;
+    const int closeError = !temporary.file.close() ? errno : 0;
+    if (const int error = syncError != 0 ? syncError : closeError; error != 0) failToWrite(error, "");
+    return stateOf(status);
+}
+
+/// Refuses a file of this name that appeared in the meantime.
+void OutputFile::refuseNewcomer() const
+{
+    struct stat status = {};
+    if (!replace && lstat(target.c_str(), &status) == 0) failAsExisting(givenName);
 }
 
 void OutputFile::failToWrite(int error, const std::string& reason) const
@@ -141,10 +172,7 @@ void OutputFile::rename()
         error = errno;
     }
 
-    if (error == EEXIST)
-        throw Failure(EX_USAGE, givenName +
-                                    ": appeared in the meantime and was not replaced; choose another name, or add "
-                                    "--force to replace it");
+    if (error == EEXIST) failAsExisting(givenName);
     if (error != 0)
         throw Failure(EX_CANTCREAT, givenName + ": the finished file cannot be renamed to this name: " +
                                         systemError(error) + "; choose another name");

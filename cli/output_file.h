@@ -3,8 +3,10 @@
 #pragma once
 
 #include "cli/file_identity.h"
+#include "cli/file_state.h"
 #include "cli/temporary_file.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -12,6 +14,9 @@
 
 namespace tarn
 {
+
+/// Called with the state of a complete file right before it gets its name. What it throws keeps the file from its name.
+using NamingHook = std::function<void(const FileState&)>;
 
 /// A file that appears under its name only when it is complete.
 ///
@@ -26,10 +31,11 @@ public:
     /// path   name of the file; with force, a symbolic link stands for its target
     /// force  replaces a regular file of that name and keeps its mode
     /// input  a file that must not be replaced, if any
+    /// hook   can be empty
     ///
     /// Throws Failure: EX_USAGE if path names the input, or exists and force is not set; EX_CANTCREAT if it exists and
     /// is not a regular file, or if the directory refuses a new file or a name of this length.
-    OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input);
+    OutputFile(const std::string& path, bool force, std::optional<FileIdentity> input, NamingHook hook = {});
 
     /// Removes the temporary file unless commit succeeded.
     ~OutputFile();
@@ -43,7 +49,7 @@ public:
     /// Completes the file and renames it.
     ///
     /// Throws Failure: EX_IOERR if the file could not be written; EX_USAGE if another file of this name appeared in the
-    /// meantime and force is not set; EX_CANTCREAT if renaming fails.
+    /// meantime and force is not set; EX_CANTCREAT if renaming fails. Also what the hook throws.
     void commit();
 
     /// Throws Failure (EX_IOERR) for a failed write; OutputFailure if the disk is full or defective.
@@ -55,12 +61,15 @@ public:
 private:
     void checkExisting(std::optional<FileIdentity> input);
     void checkLength() const;
+    FileState complete();
+    void refuseNewcomer() const;
     void rename();
 
     std::string givenName;
     std::string target;
     mode_t mode;
     bool replace;
+    NamingHook beforeNaming;
     TemporaryFile temporary;
 };
 

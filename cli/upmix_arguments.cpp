@@ -65,6 +65,20 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
         ->type_name("N")
         ->check(numberFrom(1, 64, "--jobs 4"))
         ->needs("--output-dir");
+    upmix
+        ->add_flag("--resume", arguments.batch.resume,
+                   "Skip an INPUT that was upmixed into --output-dir with\n"
+                   "the same options and has not changed since, as\n"
+                   "DIR/tarn-ledger.txt says")
+        ->disable_flag_override()
+        ->needs("--output-dir");
+    upmix
+        ->add_option("--part", arguments.batch.part,
+                     "Of all INPUTs, upmix the share K of N that no other part\n"
+                     "has, for several machines: --part 3/100")
+        ->type_name("K/N")
+        ->excludes("--album")
+        ->needs("--output-dir");
 }
 
 /// The options of `tarn upmix` that change the sound.

@@ -28,6 +28,7 @@
 #include <memory>
 #include <optional>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace tarn
@@ -99,16 +100,24 @@ std::unique_ptr<AudioSource> openSource(const UpmixOptions& options, const std::
 }
 
 std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& layout, StreamFormat format,
-                                    AudioSource& source)
+                                    AudioSource& source, NamingHook beforeNaming)
 {
     if (isStream(options.output)) return std::make_unique<RawSink>(layout.slots, format);
-    FileContents contents{.layout = layout, .format = format, .metadata = source.metadata()};
+    FileContents contents{
+        .layout = layout, .format = format, .metadata = source.metadata(), .beforeNaming = std::move(beforeNaming)};
     if (options.noAlign) contents.metadata = delayed(std::move(contents.metadata), zrk_tarn_processor_t::kDelayFrames);
     auto sink = openFileSink(options.output, options.force, source.identity(), contents);
     if (contents.metadata.tags.converted && !options.quiet)
         printNote(options.inputName() + ": its tags are not UTF-8 and are read as Windows-1252");
     for (const std::string& note : contents.metadata.tags.leftOut) printNote(options.inputName() + ": " + note);
     return sink;
+}
+
+/// Adds the output to the ledger when it is complete. The report is read then.
+NamingHook recordingHook(const UpmixOptions& options, const UpmixReport& report)
+{
+    if (!options.record) return {};
+    return [&options, &report](const FileState& state) { options.record(state, lossOf(report)); };
 }
 
 /// Says so if the output for two loudspeakers is the stereo as it is.
@@ -190,15 +199,15 @@ UpmixReport upmix(const UpmixOptions& options)
 
     const auto source = openSource(options, raw);
     const StreamFormat format = engineFormat(options, raw, *source);
-    const auto sink = openSink(options, layout, format, *source);
-    prepare(options, *source, peakPlanOf(options, layout, settings, *source));
-    notePlainStereo(options, layout, settings);
-
     UpmixReport report{.layout = &layoutNamed(options.layout),
                        .format = format,
                        .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
                        .room = settings.room,
                        .bypass = options.bypass};
+    const auto sink = openSink(options, layout, format, *source, recordingHook(options, report));
+    prepare(options, *source, peakPlanOf(options, layout, settings, *source));
+    notePlainStereo(options, layout, settings);
+
     AudioSink* output = sink.get();
     std::optional<LevelSink> levels;
     if (options.json) output = &levels.emplace(layout.slots, format.bits, *output);

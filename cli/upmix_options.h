@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cli/album_level.h"
+#include "cli/resume.h"
 #include "cli/room_options.h"
 
 #include <cstdint>
@@ -41,6 +42,7 @@ struct UpmixOptions
     bool quiet = false;
     bool inBatch = false; ///< one of many files: no progress bar, no note about skipping
     bool json = false;
+    Recorder record{}; ///< adds the output to a ledger; can be empty
 
     /// Names of input and output in messages.
     std::string inputName() const { return isStream(input) ? "standard input" : input; }

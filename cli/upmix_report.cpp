@@ -107,14 +107,13 @@ Json limiterOf(const UpmixReport& report)
     return {{"seconds", limitedSecondsOf(report)}, {"largest_reduction_db", decibels(1.0 / report.limiterGain)}};
 }
 
-void addLoss(Json& json, const UpmixReport& report)
-{
-    if (!report.loss) return;
-    json["exit_code"] = report.exitCode();
-    json["loss"] = report.loss->json();
-}
-
 } // namespace
+
+Json lossOf(const UpmixReport& report)
+{
+    if (!report.loss) return Json::object();
+    return {{"exit_code", report.exitCode()}, {"loss", report.loss->json()}};
+}
 
 void printLoss(const UpmixOptions& options, const UpmixReport& report)
 {
@@ -147,7 +146,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
 {
     if (report.skipped) {
         Json json = {{"input", options.input}, {"output", options.output}, {"skipped", true}};
-        addLoss(json, report);
+        json.update(lossOf(report));
         return json;
     }
     Json json = {{"input", options.input},
@@ -166,7 +165,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
                  {"clipped_samples", report.clipped},
                  {"speed", report.speed}};
     addRoom(json, report);
-    addLoss(json, report);
+    json.update(lossOf(report));
     if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
     if (report.loudness)
         json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},

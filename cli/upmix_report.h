@@ -70,6 +70,9 @@ void printLoss(const UpmixOptions& options, const UpmixReport& report);
 /// warnings  about the output
 void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings);
 
+/// The exit code and the loss, as the report has them; an empty object without a loss.
+Json lossOf(const UpmixReport& report);
+
 /// The report that --json prints.
 Json jsonOf(const UpmixOptions& options, const UpmixReport& report);
 

@@ -5,6 +5,8 @@
 #include "host/zrk_tarn_processor.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 namespace tarn
 {
@@ -13,6 +15,28 @@ namespace
 {
 
 constexpr std::size_t kChunkFrames = 4096;
+
+/// Stores left-justified samples in a width, little-endian.
+void store(const std::int32_t* samples, std::size_t count, std::uint32_t bits, std::uint8_t* bytes) noexcept
+{
+    if (bits == 32 && std::endian::native == std::endian::little) {
+        std::memcpy(bytes, samples, count * sizeof *samples);
+        return;
+    }
+    const std::uint32_t width = bits / 8;
+    for (std::size_t i = 0; i < count; ++i) storePcm(bytes + i * width, toWidth(samples[i], bits), width);
+}
+
+/// Loads such samples.
+void load(const std::uint8_t* bytes, std::size_t count, std::uint32_t bits, std::int32_t* samples) noexcept
+{
+    if (bits == 32 && std::endian::native == std::endian::little) {
+        std::memcpy(samples, bytes, count * sizeof *samples);
+        return;
+    }
+    const std::uint32_t width = bits / 8;
+    for (std::size_t i = 0; i < count; ++i) samples[i] = loadLeftJustified(bytes + i * width, width);
+}
 
 zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, StreamFormat format, const EngineSettings& settings)
 {
@@ -57,11 +81,9 @@ Upmixer::Upmixer(const Layout& layout, StreamFormat streamFormat, const EngineSe
 
 void Upmixer::push(const std::int32_t* stereo, std::size_t frames)
 {
-    const std::uint32_t bytes = format.bytesPerSample();
     while (frames > 0) {
         const std::size_t chunk = std::min(frames, kChunkFrames);
-        for (std::size_t i = 0; i < 2 * chunk; ++i)
-            storePcm(&stereoBytes[i * bytes], toWidth(stereo[i], format.bits), bytes);
+        store(stereo, 2 * chunk, format.bits, stereoBytes.data());
         stream.process(stereoBytes.data(), slotBytes.data(), chunk);
         consumed += chunk;
         deliver(chunk);
@@ -87,9 +109,7 @@ void Upmixer::deliver(std::size_t frames)
     toSkip -= skipped;
     delivered += due;
     if (due == 0) return;
-    const std::uint32_t bytes = format.bytesPerSample();
-    const std::uint8_t* const first = slotBytes.data() + skipped * slots * bytes;
-    for (std::size_t i = 0; i < due * slots; ++i) samples[i] = loadLeftJustified(first + i * bytes, bytes);
+    load(slotBytes.data() + skipped * slots * format.bytesPerSample(), due * slots, format.bits, samples.data());
     sink.write(samples.data(), due);
 }
 

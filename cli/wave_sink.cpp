@@ -33,7 +33,10 @@ int subtypeOf(std::uint32_t bits) noexcept
 } // namespace
 
 WaveSink::WaveSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents)
-    : slotCount(contents.layout.slots), metadata(contents.metadata), file(path, force, input), target{file.descriptor()}
+    : slotCount(contents.layout.slots),
+      metadata(contents.metadata),
+      file(path, force, input, contents.beforeNaming),
+      target{file.descriptor()}
 {
     SF_VIRTUAL_IO calls = {.get_filelen = sizeOf, .seek = seekIn, .read = readFrom, .write = writeTo, .tell = tellOf};
     SF_INFO info{};

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "cli/file_sink.h"
-#include "cli/output_file.h"
 
 #include <cstdint>
 #include <string>

@@ -8,7 +8,7 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix info demo --help --help-all --version' ;;
+    '') words='upmix info demo film --help --help-all --version' ;;
     upmix)
         case $before in
         --layout) words='2.0 3.0 5.1 7.1 7.1-remap' ;;
@@ -19,9 +19,9 @@ _tarn() {
         --surrounds | --lfe) words='off' ;;
         --bass) words='steered fronts' ;;
         --rate) words='32000 44100 48000 64000 88200 96000 192000' ;;
-        --remap | --raw | --output-dir | --jobs | -j | --gain | --centre | --width) return ;;
+        --remap | --raw | --output-dir | --jobs | -j | --part | --gain | --centre | --width) return ;;
         *)
-            [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --layout --remap --bits
+            [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --resume --part --layout --remap --bits
                                         --mode --preset --centre --width --surrounds --bass --lfe --gain --limiter
                                         --no-limiter --loudness-match --album --bypass --json --no-align --raw --rate --strict
                                         --force --skip-existing --quiet'
@@ -39,6 +39,25 @@ _tarn() {
         --layout) words='2.0 3.0 5.1 7.1' ;;
         --preset) words='film music voice plain' ;;
         *) [[ $word != -* ]] || words='--help --help-all --layout --preset --force' ;;
+        esac
+        ;;
+    film)
+        case $before in
+        --layout) words='5.1 3.0' ;;
+        --format) words='mkv mp4 mka' ;;
+        --codec) words='flac ac3 eac3 aac opus pcm' ;;
+        --dialnorm) words='auto' ;;
+        --mode) words='fast calm' ;;
+        --preset) words='film music voice plain' ;;
+        --surrounds | --lfe) words='off' ;;
+        --bass) words='steered fronts' ;;
+        --output-dir | --jobs | -j | --part | --bitrate | --stream | --language | --gain | --centre | --width) return ;;
+        *)
+            [[ $word != -* ]] || words='--help --version --output-dir --recursive --format --jobs --skip-existing --resume
+                                        --part --layout --codec --bitrate --stream --language --dialnorm --replace
+                                        --force-track --mode --preset --centre --width --surrounds --bass --gain --lfe
+                                        --limiter --no-limiter --loudness-match --force --quiet --json'
+            ;;
         esac
         ;;
     esac

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/resume.h"
 #include "cli/room_options.h"
 
 #include <cstdint>
@@ -31,6 +32,7 @@ struct FilmOptions
     bool quiet = false;
     bool inBatch = false;
     bool json = false;
+    Recorder record{}; ///< adds the output to a ledger; can be empty
 };
 
 } // namespace tarn

@@ -6,6 +6,7 @@
 #include "cli/interrupt.h"
 #include "cli/text.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>
@@ -18,6 +19,9 @@ namespace
 
 /// More than this in a row, and the rest of a film cannot be read.
 constexpr int kMaxErrorsInARow = 1000;
+
+/// Declared lengths are rounded, and last packets can lack a duration.
+constexpr double kLengthTolerance = 0.25; // seconds
 
 std::string languageOf(const AVStream& stream)
 {
@@ -63,17 +67,73 @@ std::optional<double> InputFilm::duration() const noexcept
     return static_cast<double>(format->duration) / AV_TIME_BASE;
 }
 
+std::optional<std::uint64_t> InputFilm::expectedFrames(std::uint32_t rateHz) const noexcept
+{
+    const std::optional<double> seconds = duration();
+    return seconds ? std::optional(static_cast<std::uint64_t>(*seconds * rateHz)) : std::nullopt;
+}
+
+void InputFilm::readOnly(unsigned track) noexcept
+{
+    for (unsigned index = 0; index < format->nb_streams; ++index)
+        if (index != track) stream(index).discard = AVDISCARD_ALL;
+}
+
 bool InputFilm::read(AVPacket& packet)
 {
     for (int inARow = 0; inARow < kMaxErrorsInARow; ++inARow) {
         const int result = av_read_frame(format.get(), &packet);
         throwIfInterrupted();
-        if (result >= 0) return true;
+        if (result >= 0) {
+            follow(packet);
+            return true;
+        }
         if (result == AVERROR_EOF) return false;
         ++readErrors;
         if (result != AVERROR_INVALIDDATA && result != AVERROR(EAGAIN)) return false;
     }
     return false;
+}
+
+/// Keeps the end of a packet.
+void InputFilm::follow(const AVPacket& packet)
+{
+    const AVStream& from = stream(static_cast<unsigned>(packet.stream_index));
+    if ((from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) return;
+    const std::int64_t begin = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    if (begin == AV_NOPTS_VALUE) return;
+    const double end = (static_cast<double>(begin) + static_cast<double>(packet.duration)) * av_q2d(from.time_base);
+    ends.resize(std::max<std::size_t>(ends.size(), format->nb_streams));
+    std::optional<double>& last = ends[static_cast<unsigned>(packet.stream_index)];
+    last = std::max(last.value_or(end), end);
+}
+
+std::optional<double> InputFilm::declaredEnd() const noexcept
+{
+    if (!duration() || format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return std::nullopt;
+    const std::int64_t start = format->start_time != AV_NOPTS_VALUE ? format->start_time : 0;
+    return *duration() + static_cast<double>(start) / AV_TIME_BASE;
+}
+
+FileDamage InputFilm::damage(unsigned track) const
+{
+    FileDamage damage{.errors = readErrors, .declaredSeconds = declaredEnd().value_or(0.0)};
+    if (!declaredEnd()) return damage;
+    double end = 0.0;
+    for (const std::optional<double>& last : ends) end = std::max(end, last.value_or(0.0));
+    double missing = *declaredEnd() - end;
+    // Containers with an index declare the length of every track.
+    const AVStream& own = stream(track);
+    if (own.nb_frames > 0 && own.duration > 0 && own.start_time != AV_NOPTS_VALUE && track < ends.size()) {
+        const double declared =
+            (static_cast<double>(own.start_time) + static_cast<double>(own.duration)) * av_q2d(own.time_base);
+        if (declared - ends[track].value_or(0.0) > std::max(missing, kLengthTolerance)) {
+            missing = declared - ends[track].value_or(0.0);
+            damage.declaredSeconds = declared;
+        }
+    }
+    if (missing > kLengthTolerance) damage.missingEndSeconds = missing;
+    return damage;
 }
 
 unsigned InputFilm::chooseTrack(const FilmOptions& options) const

@@ -4,10 +4,12 @@
 
 #include "cli/file_identity.h"
 #include "film/av.h"
+#include "film/film_loss.h"
 #include "film/film_options.h"
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -28,13 +30,22 @@ public:
     /// Seconds; none if unknown.
     std::optional<double> duration() const noexcept;
 
+    /// Its length at a rate; none if unknown.
+    std::optional<std::uint64_t> expectedFrames(std::uint32_t rateHz) const noexcept;
+
+    /// Leaves out the packets of all tracks but one.
+    void readOnly(unsigned track) noexcept;
+
     /// Reads the next packet. Returns false at the end.
     ///
-    /// Damaged parts are skipped as far as the container can be read further; errors() counts them.
+    /// Damaged parts are skipped as far as the container can be read further; damage() counts them.
     bool read(AVPacket& packet);
 
-    /// Errors of the container so far.
-    int errors() const noexcept { return readErrors; }
+    /// Time at which the film ends, if it declares that; in seconds.
+    std::optional<double> declaredEnd() const noexcept;
+
+    /// Damage of the container; call it after the last packet.
+    FileDamage damage(unsigned track) const;
 
     /// Returns the number of the stereo track to upmix: the one that was asked for, or the default one, or the first.
     ///
@@ -44,11 +55,13 @@ public:
 
 private:
     std::string listOfTracks() const;
+    void follow(const AVPacket& packet);
 
     std::string path;
     FileIdentity file{};
     InputContext format;
     int readErrors = 0;
+    std::vector<std::optional<double>> ends; ///< of the packets of each stream, in seconds
 };
 
 } // namespace tarn

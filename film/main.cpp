@@ -31,6 +31,9 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
     app.add_option("--output-dir", batch.directory,
                    "Folder for the outputs of many INPUTs: film.mp4 becomes\nfilm.mp4-5.1.mkv in it")
         ->type_name("DIR");
+    app.add_flag("-r,--recursive", batch.recursive,
+                 "Upmix every film below an INPUT that is a folder, and\ncreate its subfolders in --output-dir")
+        ->disable_flag_override();
     app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4 or mka")
         ->type_name("NAME")
         ->check(tarn::oneOf({"mkv", "mp4", "mka"}, "--format mp4"));
@@ -39,6 +42,12 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
         ->check(tarn::numberFrom(1, 64, "--jobs 4"));
     app.add_flag("--skip-existing", batch.skipExisting, "Skip INPUTs whose output exists in --output-dir")
         ->disable_flag_override();
+    app.add_flag("--resume", batch.resume,
+                 "Skip INPUTs that were upmixed into --output-dir with the\n"
+                 "same options and have not changed since")
+        ->disable_flag_override();
+    app.add_option("--part", batch.part, "Of all INPUTs, upmix the share K of N that no other part\nhas: --part 3/100")
+        ->type_name("K/N");
     app.add_option("--layout", options.layout, "Layout of the new track: 5.1 (default) or 3.0")
         ->type_name("NAME")
         ->check(tarn::oneOf({"5.1", "3.0"}, "--layout 3.0"));
@@ -86,14 +95,20 @@ int run(int argc, char** argv)
     tarn::refuseStrayNumbers(app, "tarn film --help");
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
-    if (!batch.directory.empty()) return tarn::runFilmBatch(batch, options);
+    if (app.get_option("--output-dir")->count() > 0) {
+        if (batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
+        return tarn::runFilmBatch(batch, options);
+    }
+    for (const char* const option : {"--recursive", "--format", "--jobs", "--skip-existing", "--resume", "--part"})
+        if (app.get_option(option)->count() > 0)
+            throw tarn::Failure(EX_USAGE, std::string(option) + ": needs --output-dir; add --output-dir DIR");
     if (batch.inputs.size() != 2)
         throw tarn::Failure(EX_USAGE, "name one INPUT and one OUTPUT, or add --output-dir; see tarn film --help");
     options.input = batch.inputs[0];
     options.output = batch.inputs[1];
     const tarn::Json report = tarn::upmixFilm(options);
     if (options.json) tarn::printJson(report, stdout);
-    return EX_OK;
+    return report.value("exit_code", EX_OK);
 }
 
 } // namespace

@@ -4,10 +4,16 @@
 
 #include "cli/interrupt.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
+
+extern "C" {
+#include <libavutil/common.h>
+}
 
 namespace tarn
 {
@@ -27,8 +33,8 @@ std::string descriptionOf(const AVStream& stream)
 
 } // namespace
 
-OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm)
-    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity())
+OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm, NamingHook hook)
+    : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity(), std::move(hook))
 {
     if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
         throw Failure(EX_USAGE, path + ": no container has this extension; end the name in .mkv or .mp4");
@@ -54,10 +60,12 @@ std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsign
     for (unsigned index = 0; index < from.nb_streams; ++index) {
         outputOf.push_back(-1);
         converters.emplace_back();
+        times.emplace_back();
         const AVStream& stream = input.stream(index);
         if (index == track) addUpmixed(upmixed, stream);
         if (index != track || !replace) addStreamOf(stream);
     }
+    lastTimes.assign(format->nb_streams, AV_NOPTS_VALUE);
     copyChapters();
     checked(av_dict_copy(&format->metadata, from.metadata, 0), EX_SOFTWARE, path);
     format->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // FLAC and Opus in MP4
@@ -72,13 +80,22 @@ std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsign
 void OutputFilm::copy(AVPacket& packet)
 {
     const auto index = static_cast<unsigned>(packet.stream_index);
-    const int to = outputOf[index];
-    if (to < 0 || (converters[index] && !converters[index]->convert(packet))) {
+    // Some containers find further streams while they are read.
+    if (index >= outputOf.size() || outputOf[index] < 0) {
+        av_packet_unref(&packet);
+    } else if (!times[index] || times[index]->exchange(packet)) {
+        writeCopy(packet);
+    }
+}
+
+void OutputFilm::writeCopy(AVPacket& packet)
+{
+    const auto index = static_cast<unsigned>(packet.stream_index);
+    if (converters[index] && !converters[index]->convert(packet)) {
         av_packet_unref(&packet);
         return;
     }
-    const AVRational timeBase = input.stream(index).time_base;
-    write(packet, timeBase, *format->streams[to]);
+    write(packet, input.stream(index).time_base, *format->streams[outputOf[index]]);
 }
 
 void OutputFilm::add(AVPacket& packet)
@@ -88,6 +105,9 @@ void OutputFilm::add(AVPacket& packet)
 
 void OutputFilm::finish()
 {
+    const Packet last = newPacket();
+    for (const std::unique_ptr<PacketTimes>& stream : times)
+        if (stream && stream->drain(*last)) writeCopy(*last);
     const int error = av_write_trailer(format);
     avio_flush(format->pb);
     if (writeError != 0) file.failToWrite(writeError, "writing failed");
@@ -114,6 +134,9 @@ void OutputFilm::addStreamOf(const AVStream& from)
     };
     if (canHold(codec.codec_id) || (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT && isMatroska())) {
         addCopy(from);
+        const bool isClocked = codec.codec_type == AVMEDIA_TYPE_AUDIO || codec.codec_type == AVMEDIA_TYPE_VIDEO;
+        if (isClocked && (from.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0)
+            times.back() = std::make_unique<PacketTimes>();
     } else if (canHold(AV_CODEC_ID_MOV_TEXT) && SubtitleConverter::canConvert(codec.codec_id)) {
         converters.back() = std::make_unique<SubtitleConverter>(path, from);
         AVStream& stream = addStream();
@@ -184,21 +207,35 @@ void OutputFilm::copyChapters()
 
 void OutputFilm::write(AVPacket& packet, AVRational timeBase, const AVStream& to)
 {
-    av_packet_rescale_ts(&packet, timeBase, to.time_base);
     // Time stamps of Opus in Matroska include the codec's delay, which the demuxer subtracts and the muxer does not
     // add.
     if (isMatroska() && to.codecpar->codec_id == AV_CODEC_ID_OPUS) {
         const AVRational sampleTime = {1, to.codecpar->sample_rate};
-        const std::int64_t delay = av_rescale_q(to.codecpar->initial_padding, sampleTime, to.time_base);
-        if (packet.pts != AV_NOPTS_VALUE) packet.pts += delay;
-        if (packet.dts != AV_NOPTS_VALUE) packet.dts += delay;
+        const std::int64_t delay = av_rescale_q(to.codecpar->initial_padding, sampleTime, timeBase);
+        if (packet.pts != AV_NOPTS_VALUE) packet.pts = av_sat_add64(packet.pts, delay);
+        if (packet.dts != AV_NOPTS_VALUE) packet.dts = av_sat_add64(packet.dts, delay);
     }
+    av_packet_rescale_ts(&packet, timeBase, to.time_base);
+    raiseTimes(packet, to);
     packet.stream_index = to.index;
     packet.pos = -1;
     const int error = av_interleaved_write_frame(format, &packet);
     throwIfInterrupted();
     if (writeError != 0) file.failToWrite(writeError, "writing failed");
     checked(error, EX_DATAERR, path + ": " + descriptionOf(to) + " cannot be written");
+}
+
+/// Raises a decoding time that the muxer would refuse. Rounding can make two of them equal.
+void OutputFilm::raiseTimes(AVPacket& packet, const AVStream& to)
+{
+    if (packet.dts == AV_NOPTS_VALUE) return;
+    std::int64_t& last = lastTimes[static_cast<unsigned>(to.index)];
+    const bool canRepeat = (format->oformat->flags & AVFMT_TS_NONSTRICT) != 0 ||
+                           to.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE ||
+                           to.codecpar->codec_type == AVMEDIA_TYPE_DATA;
+    if (last != AV_NOPTS_VALUE) packet.dts = std::max(packet.dts, av_sat_add64(last, canRepeat ? 0 : 1));
+    if (packet.pts != AV_NOPTS_VALUE) packet.pts = std::max(packet.pts, packet.dts);
+    last = packet.dts;
 }
 
 int OutputFilm::writeBytes(void* self, std::uint8_t* bytes, int count)

@@ -5,6 +5,7 @@
 #include "cli/output_file.h"
 #include "film/av.h"
 #include "film/input_film.h"
+#include "film/packet_times.h"
 #include "film/subtitle_converter.h"
 
 #include <memory>
@@ -20,8 +21,12 @@ namespace tarn
 class OutputFilm
 {
 public:
-    /// Creates a temporary file. Throws Failure as OutputFile does; EX_USAGE if no container has the extension.
-    OutputFilm(const std::string& path, bool force, const InputFilm& input);
+    /// Creates a temporary file.
+    ///
+    /// hook  can be empty
+    ///
+    /// Throws Failure as OutputFile does; EX_USAGE if no container has the extension.
+    OutputFilm(const std::string& path, bool force, const InputFilm& input, NamingHook hook);
     ~OutputFilm();
 
     OutputFilm(const OutputFilm&) = delete;
@@ -56,7 +61,9 @@ private:
     void describe(AVStream& stream, const AVStream& from);
     void addUpmixed(const AVCodecContext& upmixed, const AVStream& original);
     void copyChapters();
+    void writeCopy(AVPacket& packet);
     void write(AVPacket& packet, AVRational timeBase, const AVStream& to);
+    void raiseTimes(AVPacket& packet, const AVStream& to);
 
     static int writeBytes(void* self, std::uint8_t* bytes, int count);
     static std::int64_t seek(void* self, std::int64_t offset, int whence);
@@ -68,6 +75,8 @@ private:
     AVFormatContext* format = nullptr;
     std::vector<int> outputOf; ///< stream of the output for each one of the input; -1: not copied
     std::vector<std::unique_ptr<SubtitleConverter>> converters; ///< for each stream of the input; null: it is copied
+    std::vector<std::unique_ptr<PacketTimes>> times;            ///< for each stream of the input; null: they are copied
+    std::vector<std::int64_t> lastTimes; ///< decoding time of the last packet of each stream of the output
     int upmixedIndex = -1;
     AVRational upmixedTime{};
     std::vector<std::string> lost;

@@ -3,6 +3,8 @@
 #include "film/track_decoder.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <utility>
 
 extern "C" {
@@ -19,7 +21,18 @@ namespace
 constexpr double kTolerance = 0.005; // seconds
 constexpr std::int64_t kToleranceTicks = 2;
 
+constexpr double kMaxSeconds = 1e7;      ///< larger time stamps are damaged
+constexpr double kShortGap = 10.0;       ///< seconds; a longer one must end before the film does
+constexpr double kMaxGap = 3600.0;       ///< seconds, if the length of the film is not known
+constexpr double kRepeatedSeconds = 1.0; ///< a longer overlap is not sound that was sent twice
+
 constexpr std::int64_t kSilenceFrames = 65536; ///< at a time
+
+bool isFloat(int sampleFormat)
+{
+    const AVSampleFormat format = av_get_packed_sample_fmt(static_cast<AVSampleFormat>(sampleFormat));
+    return format == AV_SAMPLE_FMT_FLT || format == AV_SAMPLE_FMT_DBL;
+}
 
 /// Bits of a decoder's samples: those of the file, or 32 for floats.
 std::uint32_t bitsOf(const AVCodecContext& decoder)
@@ -30,10 +43,21 @@ std::uint32_t bitsOf(const AVCodecContext& decoder)
     return 32;
 }
 
+/// Frames at the rate of a frame.
+std::int64_t framesOf(std::int64_t ticks, AVRational timeBase, const AVFrame& frame)
+{
+    return av_rescale_q(ticks, timeBase, {1, frame.sample_rate});
+}
+
 } // namespace
 
-TrackDecoder::TrackDecoder(const std::string& film, const AVStream& stream, std::uint32_t rateHz, Consumer consumer)
-    : name(film + ": track " + std::to_string(stream.index)), consume(std::move(consumer)), timeBase(stream.time_base)
+TrackDecoder::TrackDecoder(const std::string& film, const AVStream& stream, const TrackConversion& conversion,
+                           Consumer consumer)
+    : name(film + ": track " + std::to_string(stream.index)),
+      consume(std::move(consumer)),
+      timeBase(stream.time_base),
+      scale(conversion.scale),
+      endSeconds(conversion.endSeconds)
 {
     const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
     if (codec == nullptr)
@@ -42,16 +66,38 @@ TrackDecoder::TrackDecoder(const std::string& film, const AVStream& stream, std:
     checked(avcodec_parameters_to_context(decoder.get(), stream.codecpar), EX_DATAERR, name);
     decoder->pkt_timebase = timeBase; // without it, priming is not removed
     checked(avcodec_open2(decoder.get(), codec, nullptr), EX_DATAERR, name);
-    rate = rateHz != 0 ? rateHz : static_cast<std::uint32_t>(decoder->sample_rate);
+    rate = conversion.rateHz != 0 ? conversion.rateHz : static_cast<std::uint32_t>(decoder->sample_rate);
     bits = bitsOf(*decoder);
+    if (rate != static_cast<std::uint32_t>(stream.codecpar->sample_rate)) bits = std::max(bits, 24u);
+    exceeds = canExceedFullScale(stream, rate);
+}
+
+bool TrackDecoder::canExceedFullScale(const AVStream& stream, std::uint32_t rateHz) noexcept
+{
+    return isFloat(stream.codecpar->format) || rateHz != static_cast<std::uint32_t>(stream.codecpar->sample_rate);
 }
 
 void TrackDecoder::decode(const AVPacket* packet)
 {
-    const int result = avcodec_send_packet(decoder.get(), packet);
-    if (result < 0 && packet != nullptr) ++decodeErrors;
+    const std::uint64_t before = found.damagedPackets;
+    const bool isRefused = avcodec_send_packet(decoder.get(), packet) < 0;
     receiveFrames();
-    if (packet == nullptr) convert(nullptr);
+    if (packet == nullptr) {
+        if (isHolding) releaseHeld(nullptr);
+        convert(nullptr);
+        return;
+    }
+    const bool isFailed = isRefused || found.damagedPackets > before;
+    const bool isCorrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+    if (!isFailed && !isCorrupt) return;
+    found.damagedPackets = before + 1;
+    markDamage();
+    const std::int64_t duration = std::clamp<std::int64_t>(packet->duration, 0, kSilenceFrames);
+    if (isFailed) {
+        lostAtEnd += duration;
+    } else {
+        found.uncertain += static_cast<std::uint64_t>(av_rescale_q(duration, timeBase, {1, static_cast<int>(rate)}));
+    }
 }
 
 void TrackDecoder::receiveFrames()
@@ -60,49 +106,104 @@ void TrackDecoder::receiveFrames()
         const int result = avcodec_receive_frame(decoder.get(), decoded.get());
         if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
         if (result < 0) {
-            ++decodeErrors;
+            ++found.damagedPackets;
             return;
         }
-        if (decoded->ch_layout.nb_channels != 2) {
-            ++decodeErrors;
+        if (decoded->ch_layout.nb_channels != 2 || decoded->sample_rate <= 0) {
+            ++found.damagedPackets;
             continue;
         }
-        if (!resampler || decoded->sample_rate != inputRate) openResampler(*decoded);
-        align(*decoded);
-        convert(decoded.get());
+        lostAtEnd = 0;
+        if (isHolding) releaseHeld(decoded.get());
+        av_frame_unref(held.get());
+        av_frame_move_ref(held.get(), decoded.get());
+        isHolding = true;
     }
 }
 
-/// Compares the time stamp with the end of the sound before.
-void TrackDecoder::align(const AVFrame& frame)
+/// The time of a frame in ticks; none if it has none, or one that cannot be.
+std::optional<std::int64_t> TrackDecoder::timeOf(const AVFrame& frame) const
 {
     const std::int64_t pts = frame.best_effort_timestamp;
-    const AVRational frameTime = {1, frame.sample_rate};
+    if (pts == AV_NOPTS_VALUE || std::abs(static_cast<double>(pts) * av_q2d(timeBase)) > kMaxSeconds)
+        return std::nullopt;
+    return pts;
+}
+
+/// Converts the frame that waits, at the time of its stamp unless the next one contradicts it.
+void TrackDecoder::releaseHeld(const AVFrame* next)
+{
+    isHolding = false;
+    AVFrame& frame = *held;
+    std::optional<std::int64_t> time = timeOf(frame);
+    const auto nextTime = next != nullptr ? timeOf(*next) : std::nullopt;
+    if (time && nextTime) {
+        const std::int64_t tolerance = toleranceOf(frame);
+        const std::int64_t toNext = framesOf(*nextTime - *time, timeBase, frame);
+        const bool isTooLate = toNext < frame.nb_samples - tolerance;
+        if (!firstFrame) {
+            if (isTooLate) time = *nextTime - av_rescale_q(frame.nb_samples, {1, frame.sample_rate}, timeBase);
+        } else {
+            const std::int64_t jump = framesOf(*time - firstPts, timeBase, frame) - inputFrames;
+            const bool isTooEarly = jump + toNext >= frame.nb_samples - tolerance;
+            if ((jump > tolerance && isTooLate) || (jump < -tolerance && isTooEarly)) time.reset();
+        }
+    }
+    if (!resampler || frame.sample_rate != inputRate || frame.format != inputFormat) openResampler(frame);
+    align(frame, time);
+    convert(&frame);
+}
+
+std::int64_t TrackDecoder::toleranceOf(const AVFrame& frame) const
+{
+    return std::max(framesOf(kToleranceTicks, timeBase, frame),
+                    static_cast<std::int64_t>(kTolerance * frame.sample_rate));
+}
+
+/// Compares the time of a frame with the end of the sound before.
+void TrackDecoder::align(const AVFrame& frame, std::optional<std::int64_t> time)
+{
     if (!firstFrame) {
-        firstPts = pts != AV_NOPTS_VALUE ? pts : 0;
+        firstPts = time.value_or(0);
         firstFrame = av_rescale_q(firstPts, timeBase, {1, static_cast<int>(rate)});
     }
-    if (pts == AV_NOPTS_VALUE) return;
-    const std::int64_t due = av_rescale_q(pts - firstPts, timeBase, frameTime);
-    const std::int64_t missing = due - inputFrames;
-    const std::int64_t tick = av_rescale_q(kToleranceTicks, timeBase, frameTime);
-    const auto tolerated = std::max(tick, static_cast<std::int64_t>(kTolerance * frame.sample_rate));
-    if (missing < -tolerated) toDrop = -missing;
-    if (missing <= tolerated) return;
+    if (!time) return;
+    const std::int64_t missing = framesOf(*time - firstPts, timeBase, frame) - inputFrames;
+    toDrop = 0;
+    if (missing < -toleranceOf(frame)) {
+        toDrop = -missing;
+        if (static_cast<double>(toDrop) <= kRepeatedSeconds * frame.sample_rate) return;
+        markDamage();
+        found.skipped += atOutputRate(std::min<std::int64_t>(toDrop, frame.nb_samples));
+    } else if (missing > toleranceOf(frame) && isGapPossible(missing, *time, frame)) {
+        markDamage();
+        found.silenced += atOutputRate(missing);
+        fill(frame, missing);
+    }
+}
 
-    // Silence goes through the resampler too, so that it stays as long as the gap.
-    for (std::int64_t left = missing; left > 0;) {
+/// Whether a gap ends before the film does. Damaged time stamps can be years away.
+bool TrackDecoder::isGapPossible(std::int64_t frames, std::int64_t time, const AVFrame& frame) const
+{
+    const double seconds = static_cast<double>(frames) / frame.sample_rate;
+    if (seconds <= kShortGap) return true;
+    return endSeconds ? static_cast<double>(time) * av_q2d(timeBase) <= *endSeconds + kShortGap : seconds <= kMaxGap;
+}
+
+/// Converts silence. It goes through the resampler too, so that it stays as long as the gap.
+void TrackDecoder::fill(const AVFrame& like, std::int64_t frames)
+{
+    while (frames > 0) {
         const Frame silence = newFrame();
-        silence->format = frame.format;
-        silence->sample_rate = frame.sample_rate;
-        silence->nb_samples = static_cast<int>(std::min<std::int64_t>(left, kSilenceFrames));
-        checked(av_channel_layout_copy(&silence->ch_layout, &frame.ch_layout), EX_SOFTWARE, name);
+        silence->format = like.format;
+        silence->sample_rate = like.sample_rate;
+        silence->nb_samples = static_cast<int>(std::min<std::int64_t>(frames, kSilenceFrames));
+        checked(av_channel_layout_copy(&silence->ch_layout, &like.ch_layout), EX_SOFTWARE, name);
         checked(av_frame_get_buffer(silence.get(), 0), EX_SOFTWARE, name);
         av_samples_set_silence(silence->extended_data, 0, silence->nb_samples, 2,
                                static_cast<AVSampleFormat>(silence->format));
         convert(silence.get());
-        filled += silence->nb_samples;
-        left -= silence->nb_samples;
+        frames -= silence->nb_samples;
     }
 }
 
@@ -123,14 +224,37 @@ void TrackDecoder::convert(const AVFrame* frame)
         for (int plane = 0; plane < count; ++plane) planes[plane] = frame->extended_data[plane] + dropped * stride;
         inputFrames += frames;
     }
-    const int capacity = swr_get_out_samples(resampler.get(), frames);
-    checked(capacity, EX_SOFTWARE, name);
+    const int capacity = checked(swr_get_out_samples(resampler.get(), frames), EX_SOFTWARE, name);
     samples.resize(2 * static_cast<std::size_t>(capacity) + 2);
-    auto* output = reinterpret_cast<std::uint8_t*>(samples.data());
+    if (exceeds) wide.resize(samples.size());
+    auto* output =
+        exceeds ? reinterpret_cast<std::uint8_t*>(wide.data()) : reinterpret_cast<std::uint8_t*>(samples.data());
     const int converted =
         checked(swr_convert(resampler.get(), &output, capacity, frame != nullptr ? planes : nullptr, frames),
                 EX_SOFTWARE, name);
-    if (converted > 0) consume(samples.data(), static_cast<std::size_t>(converted));
+    if (converted == 0) return;
+    if (exceeds) scaleSamples(2 * static_cast<std::size_t>(converted));
+    consume(samples.data(), static_cast<std::size_t>(converted));
+}
+
+/// Converts samples that can exceed full scale. What is not a number becomes silence.
+void TrackDecoder::scaleSamples(std::size_t count)
+{
+    constexpr double kRounding = 0x1p-40; // of the scale
+    std::uint64_t strange = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!std::isfinite(wide[i])) {
+            wide[i] = 0.0;
+            ++strange;
+        }
+        largest = std::max(largest, std::abs(wide[i]));
+        const double sample = wide[i] * scale;
+        if (std::abs(sample) > 1.0 + kRounding) ++clipped;
+        samples[i] = fromFullScale(sample);
+    }
+    if (strange == 0) return;
+    markDamage();
+    found.silenced += (strange + 1) / 2;
 }
 
 void TrackDecoder::openResampler(const AVFrame& frame)
@@ -141,8 +265,9 @@ void TrackDecoder::openResampler(const AVFrame& frame)
     }
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     SwrContext* opened = nullptr;
-    checked(swr_alloc_set_opts2(&opened, &stereo, AV_SAMPLE_FMT_S32, static_cast<int>(rate), &stereo,
-                                static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr),
+    checked(swr_alloc_set_opts2(&opened, &stereo, exceeds ? AV_SAMPLE_FMT_DBL : AV_SAMPLE_FMT_S32,
+                                static_cast<int>(rate), &stereo, static_cast<AVSampleFormat>(frame.format),
+                                frame.sample_rate, 0, nullptr),
             EX_SOFTWARE, name);
     resampler.reset(opened);
     if (frame.sample_rate != static_cast<int>(rate)) av_opt_set(opened, "resampler", "soxr", 0);
@@ -151,6 +276,29 @@ void TrackDecoder::openResampler(const AVFrame& frame)
         checked(swr_init(opened), EX_SOFTWARE, name);
     }
     inputRate = frame.sample_rate;
+    inputFormat = frame.format;
+}
+
+std::uint64_t TrackDecoder::atOutputRate(std::int64_t frames) const
+{
+    return static_cast<std::uint64_t>(av_rescale(frames, static_cast<std::int64_t>(rate), inputRate));
+}
+
+/// Keeps the time of the first damage.
+void TrackDecoder::markDamage()
+{
+    if (!found.firstFrame)
+        found.firstFrame =
+            firstFrame.value_or(0) +
+            (inputRate > 0 ? static_cast<std::int64_t>(atOutputRate(inputFrames + (isHolding ? held->nb_samples : 0)))
+                           : 0);
+}
+
+TrackDamage TrackDecoder::damage() const noexcept
+{
+    TrackDamage damage = found;
+    damage.missingAtEnd = static_cast<std::uint64_t>(av_rescale_q(lostAtEnd, timeBase, {1, static_cast<int>(rate)}));
+    return damage;
 }
 
 } // namespace tarn

@@ -11,7 +11,9 @@ namespace tarn
 namespace
 {
 
-constexpr int kFreeFrameSize = 4096; ///< for codecs without a frame size
+/// Length of the packets of lossless codecs. Matroska's clock counts milliseconds; packets of whole milliseconds keep
+/// their exact times, at every rate of the engine. FLAC allows 96 ms.
+constexpr int kLosslessMilliseconds = 80;
 
 AVChannelLayout channelsOf(const Layout& layout, const Encoding& encoding)
 {
@@ -52,6 +54,7 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
         const auto share = static_cast<std::int64_t>(slots == 3 ? 3 : 6);
         encoder->bit_rate = 1000 * bitRate.value_or(encoding.bitRate * share / 6);
     }
+    if (encoding.bitRate == 0) encoder->frame_size = encoder->sample_rate * kLosslessMilliseconds / 1000;
     if (globalHeader) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (encoding.hasDialogueLevel) av_opt_set_int(encoder->priv_data, "dialnorm", dialogueLevel, 0);
     const std::int64_t wanted = encoding.bitRate != 0 ? encoder->bit_rate : 0;
@@ -62,31 +65,24 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
                                     std::to_string(slots) + " channels at " + std::to_string(format.sampleRate) +
                                     " Hz has no such rate; choose another one");
 
+    // PCM has no frame size of its own.
+    packetFrames = encoder->frame_size > 0 ? encoder->frame_size : encoder->sample_rate * kLosslessMilliseconds / 1000;
+
     SwrContext* opened = nullptr;
     checked(swr_alloc_set_opts2(&opened, &channels, encoder->sample_fmt, encoder->sample_rate, &channels,
                                 AV_SAMPLE_FMT_S32, encoder->sample_rate, 0, nullptr),
             EX_SOFTWARE, name);
     converter.reset(opened);
     checked(swr_init(opened), EX_SOFTWARE, name);
-    queue.reset(allocated(av_audio_fifo_alloc(encoder->sample_fmt, static_cast<int>(slots), 2 * kFreeFrameSize)));
 }
 
 void TrackEncoder::write(const std::int32_t* samples, std::size_t frames)
 {
-    const Frame converted = newFrame();
-    converted->format = encoder->sample_fmt;
-    converted->nb_samples = static_cast<int>(frames);
-    checked(av_channel_layout_copy(&converted->ch_layout, &channels), EX_SOFTWARE, name);
-    checked(av_frame_get_buffer(converted.get(), 0), EX_SOFTWARE, name);
-    const auto* input = reinterpret_cast<const std::uint8_t*>(samples);
-    checked(swr_convert(converter.get(), converted->extended_data, static_cast<int>(frames), &input,
-                        static_cast<int>(frames)),
-            EX_SOFTWARE, name);
-    checked(
-        av_audio_fifo_write(queue.get(), reinterpret_cast<void**>(converted->extended_data), static_cast<int>(frames)),
-        EX_SOFTWARE, name);
-    const int frameSize = encoder->frame_size > 0 ? encoder->frame_size : kFreeFrameSize;
-    while (av_audio_fifo_size(queue.get()) >= frameSize) encode(frameSize);
+    waiting.insert(waiting.end(), samples, samples + frames * slots);
+    std::size_t used = 0;
+    const std::size_t packetSamples = static_cast<std::size_t>(packetFrames) * slots;
+    for (; waiting.size() - used >= packetSamples; used += packetSamples) encode(waiting.data() + used, packetFrames);
+    waiting.erase(waiting.begin(), waiting.begin() + static_cast<std::ptrdiff_t>(used));
 }
 
 void TrackEncoder::finish()
@@ -94,12 +90,12 @@ void TrackEncoder::finish()
     // Not every codec returns what it delays when it is flushed.
     const std::vector<std::int32_t> silence(slots * static_cast<std::size_t>(std::max(encoder->initial_padding, 0)));
     if (!silence.empty()) write(silence.data(), silence.size() / slots);
-    if (const int rest = av_audio_fifo_size(queue.get()); rest > 0) encode(rest);
+    if (!waiting.empty()) encode(waiting.data(), static_cast<int>(waiting.size() / slots));
     send(nullptr);
 }
 
-/// Encodes frames of the queue.
-void TrackEncoder::encode(int frames)
+/// Converts frames to the codec's format, and encodes them.
+void TrackEncoder::encode(const std::int32_t* samples, int frames)
 {
     const Frame frame = newFrame();
     frame->format = encoder->sample_fmt;
@@ -108,7 +104,8 @@ void TrackEncoder::encode(int frames)
     frame->pts = nextFrame;
     checked(av_channel_layout_copy(&frame->ch_layout, &channels), EX_SOFTWARE, name);
     checked(av_frame_get_buffer(frame.get(), 0), EX_SOFTWARE, name);
-    checked(av_audio_fifo_read(queue.get(), reinterpret_cast<void**>(frame->extended_data), frames), EX_SOFTWARE, name);
+    const auto* input = reinterpret_cast<const std::uint8_t*>(samples);
+    checked(swr_convert(converter.get(), frame->extended_data, frames, &input, frames), EX_SOFTWARE, name);
     nextFrame += frames;
     send(frame.get());
 }

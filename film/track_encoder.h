@@ -42,17 +42,18 @@ public:
     void finish() override;
 
 private:
-    void encode(int frames);
+    void encode(const std::int32_t* samples, int frames);
     void send(const AVFrame* frame);
 
     std::string name;
     Consumer consume;
     AVChannelLayout channels{};
     Codec encoder;
-    Resampler converter; ///< to the codec's sample format
-    std::unique_ptr<AVAudioFifo, decltype(&av_audio_fifo_free)> queue{nullptr, av_audio_fifo_free};
+    Resampler converter;               ///< to the codec's sample format
+    std::vector<std::int32_t> waiting; ///< samples for the next packet
     Packet packet = newPacket();
     std::size_t slots;
+    int packetFrames = 0;
     std::int64_t nextFrame = 0;
 };
 

@@ -8,7 +8,7 @@ endfunction()
 
 set(strip strip --remove-section=.comment --remove-section=.note)
 for_files("man1/[^/]*\\.1" gzip -9n)
-for_files("bin/tarn" ${strip})
+for_files("bin/tarn(-film)?" ${strip})
 for_files("libzrk_tarn\\.so\\.[0-9]+\\.[0-9.]+" ${strip} --strip-unneeded)
 for_files("lv2/tarn.lv2/tarn\\.so" ${strip} --strip-unneeded)
 for_files("libzrk_tarn\\.a" ${strip} --strip-debug --enable-deterministic-archives)

@@ -1,4 +1,4 @@
-# Debian packages of the library, its development files, the command and the plug-ins, made by `cpack -G DEB`.
+# Debian packages of the library, its development files, the commands and the plug-ins, made by `cpack -G DEB`.
 #
 # Configure with the preset `package`, which sets Debian's paths.
 
@@ -55,7 +55,7 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/d
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzrk-tarn1 (= ${version})")
 # dpkg-shlibdeps finds the library in the build tree, which belongs to no package; so the dependency is set here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
-foreach(user IN ITEMS ALSA GSTREAMER LADSPA LV2 TOOL)
+foreach(user IN ITEMS ALSA FILM GSTREAMER LADSPA LV2 TOOL)
   set(CPACK_DEBIAN_${user}_PACKAGE_DEPENDS "libzrk-tarn1 (>= ${PROJECT_VERSION})")
 endforeach()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -76,8 +76,18 @@ function(debian_package group name section what contents component)
   set(CPACK_DEBIAN_${group}_DESCRIPTION "stereo-to-multichannel upmix engine (${what})\n${about} ${contents}."
       PARENT_SCOPE)
   install(
-    FILES packaging/debian/copyright ${compressed_changelog}
+    FILES ${compressed_changelog}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+    COMPONENT ${component})
+  # A package whose binaries have other terms than the sources has a copyright file of its own.
+  set(copyright packaging/debian/${name}.copyright)
+  if(NOT EXISTS ${PROJECT_SOURCE_DIR}/${copyright})
+    set(copyright packaging/debian/copyright)
+  endif()
+  install(
+    FILES ${copyright}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+    RENAME copyright
     COMPONENT ${component})
 endfunction()
 
@@ -85,6 +95,10 @@ debian_package(library libzrk-tarn1 libs "shared library" "the shared library" r
 debian_package(dev libzrk-tarn-dev libdevel "development files"
                "headers, the static library, and files for\nCMake and pkg-config" development)
 debian_package(tool tarn sound "command" "the tarn command for files and streams" tool)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS tarn-film)
+debian_package(film tarn-film video "films"
+               "tarn-film, which adds an upmixed track to a\nfilm; it is the command \"tarn film\"" film)
+set(CPACK_DEBIAN_FILM_PACKAGE_RECOMMENDS tarn)
 set(CPACK_DEBIAN_LV2_PACKAGE_SUGGESTS "lv2-host, pipewire (>= 0.3.65), wireplumber")
 debian_package(lv2 tarn-lv2 sound "LV2 plug-ins"
                "LV2 plug-ins for 3.0, 5.1, 7.1 and for\nlouder voices in stereo, and configurations for PipeWire sinks" lv2)
@@ -100,6 +114,7 @@ cpack_add_component(runtime GROUP library)
 cpack_add_component(development GROUP dev)
 cpack_add_component(static GROUP dev)
 cpack_add_component(tool GROUP tool)
+cpack_add_component(film GROUP film)
 cpack_add_component(lv2 GROUP lv2)
 cpack_add_component(gstreamer GROUP gstreamer)
 cpack_add_component(ladspa GROUP ladspa)

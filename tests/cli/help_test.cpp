@@ -19,7 +19,7 @@ TEST_F(Help, ListsEveryCommandAndExitCode)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
     for (const char* const word :
-         {"upmix", "info", "demo", "Examples:", "\n   0 ", "\n   1 ", "64", "65", "66", "70", "73", "74"})
+         {"upmix", "film", "info", "demo", "Examples:", "\n   0 ", "\n   1 ", "64", "65", "66", "70", "73", "74"})
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 

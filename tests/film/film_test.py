@@ -16,157 +16,34 @@ import re
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
 import numpy
 
-FILM, TARN = sys.argv[1:3]
-SECONDS = 4
-ENCODERS = {"aac": "aac", "flac": "flac", "ac3": "ac3", "opus": "libopus", "pcm": "pcm_s16le"}
-VIDEO = f"color=black:s=64x48:r=25:d={SECONDS},drawbox=c=white:t=fill:enable='lt(mod(t,1),0.04)'"
-CLICKS = "0.02*sin(2000*t)+if(lt(mod(t\\,1)\\,0.002)\\,0.6\\,0)|0.02*sin(1500*t)+if(lt(mod(t\\,1)\\,0.002)\\,0.6\\,0)"
-
-
-def ffmpeg(*arguments):
-    """Runs ffmpeg and returns its standard output."""
-    command = ["ffmpeg", "-v", "error", "-y", *map(str, arguments)]
-    return subprocess.run(command, check=True, stdin=subprocess.DEVNULL, capture_output=True).stdout
-
-
-def probed(film, *options):
-    command = ["ffprobe", "-v", "error", "-of", "json", *options, str(film)]
-    return json.loads(subprocess.run(command, check=True, capture_output=True).stdout)
-
-
-def streams_of(film, kind=None):
-    streams = probed(film, "-show_streams")["streams"]
-    return [stream for stream in streams if kind in (None, stream["codec_type"])]
-
-
-def run_film(*arguments):
-    return subprocess.run([FILM, *map(str, arguments)], capture_output=True, text=True, stdin=subprocess.DEVNULL)
-
-
-def make_film(path, codec, rate=48000, video=(), before=(), after=()):
-    """A film with flashes and clicks; before and after are options of the audio input and of the output."""
-    encoder = ENCODERS[codec]
-    if codec == "opus":
-        rate = 48000
-    ffmpeg(
-        "-f",
-        "lavfi",
-        "-i",
-        VIDEO,
-        *before,
-        "-f",
-        "lavfi",
-        "-i",
-        f"aevalsrc={CLICKS}:s={rate}:d={SECONDS}",
-        "-c:v",
-        "libx264",
-        "-preset",
-        "ultrafast",
-        "-bf",
-        2,
-        *video,
-        "-c:a",
-        encoder,
-        "-strict",
-        -2,
-        *after,
-        path,
-    )
-    return path
-
-
-def flashes(film):
-    """Times at which the picture becomes white."""
-    frames = subprocess.run(
-        ["ffprobe", "-v", "error", "-f", "lavfi", "-i", f"movie={film},signalstats", "-show_entries",
-         "frame=pts_time:frame_tags=lavfi.signalstats.YAVG", "-of", "csv=p=0"],
-        check=True, capture_output=True, text=True,
-    ).stdout  # fmt: skip
-    times = [tuple(map(float, line.split(",")[:2])) for line in frames.split() if not line.startswith("N/A")]
-    before = [(0.0, 0.0)] + times
-    return [time for (time, level), (_, last) in zip(times, before) if level > 128 > last]
-
-
-def timeline(film, track):
-    """The samples of an audio track, the channels added, at their times: rate, time of the first, samples."""
-    stream = streams_of(film, "audio")[track]
-    rate = int(stream["sample_rate"])
-    frames = probed(film, "-select_streams", f"a:{track}", "-show_entries", "frame=pts_time,nb_samples")["frames"]
-    channels = int(stream["channels"])
-    raw = ffmpeg("-i", film, "-map", f"0:a:{track}", "-f", "f32le", "-c:a", "pcm_f32le", "-")
-    samples = numpy.frombuffer(raw, "<f4").reshape(-1, channels).sum(axis=1)
-    first = float(frames[0]["pts_time"])
-    length = round((float(frames[-1]["pts_time"]) - first) * rate) + frames[-1]["nb_samples"]
-    line = numpy.zeros(length)
-    position = 0
-    for frame in frames:
-        start = round((float(frame["pts_time"]) - first) * rate)
-        part = samples[position : position + frame["nb_samples"]]
-        line[start : start + len(part)] = part[: length - start]
-        position += frame["nb_samples"]
-    return rate, first, line
-
-
-def clicks(film, track):
-    """Times of the clicks of an audio track."""
-    rate, first, line = timeline(film, track)
-    loud = numpy.flatnonzero(numpy.abs(line) > 0.25 * numpy.abs(line).max())
-    starts = loud[numpy.flatnonzero(numpy.diff(loud, prepend=-rate) > rate // 2)]
-    return [first + start / rate for start in starts]
-
-
-def offsets(film, track):
-    """Clicks against flashes, in seconds; only where both are."""
-    times = numpy.array(flashes(film))
-    heard = [(click, times[numpy.abs(times - click).argmin()]) for click in clicks(film, track)]
-    return [click - flash for click, flash in heard if abs(click - flash) < 0.3]
-
-
-def streamhash(film, *options):
-    """A line with the hash of every chosen track."""
-    return ffmpeg("-i", film, *options, "-c", "copy", "-f", "streamhash", "-").split()
-
-
-class FilmTest(unittest.TestCase):
-    def setUp(self):
-        self.directory = tempfile.TemporaryDirectory(prefix="tarn-film-test-")
-        self.addCleanup(self.directory.cleanup)
-
-    def path(self, name):
-        return Path(self.directory.name) / name
-
-    def upmixed(self, source, name="out.mkv", *options):
-        target = self.path(name)
-        result = run_film("--quiet", *options, source, target)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        return target
-
-    def assert_in_sync(self, source, target, tolerance):
-        """The upmixed track is in front of the original, whose place in the input is the first one too."""
-        before = offsets(source, 0)
-        after = offsets(target, 0)
-        self.assertGreaterEqual(len(before), SECONDS - 2)
-        self.assertEqual(len(before), len(after))
-        for own, expected in zip(after, before):
-            self.assertAlmostEqual(own, expected, delta=tolerance, msg=f"{source.name} to {target.name}")
-
-    def assert_refusal(self, code, text, *arguments):
-        result = run_film(*arguments)
-        self.assertEqual(result.returncode, code, result.stderr)
-        self.assertIn(text, result.stderr)
+from films import (
+    ENCODERS,
+    FILM,
+    SECONDS,
+    TARN,
+    FilmTest,
+    clicks,
+    ffmpeg,
+    make_film,
+    probed,
+    run_film,
+    streamhash,
+    streams_of,
+    timeline,
+)
 
 
 class LipSync(FilmTest):
-    def check(self, sources, outputs):
+    def check(self, sources, outputs, code=0):
         def run(pair):
             source, (codec, container) = pair
-            target = self.upmixed(source, f"{source.stem}-{source.suffix[1:]}-{codec}.{container}", "--codec", codec)
+            name = f"{source.stem}-{source.suffix[1:]}-{codec}.{container}"
+            target = self.upmixed(source, name, "--codec", codec, code=code)
             self.assert_in_sync(source, target, 0.001)
 
         with ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -203,7 +80,7 @@ class LipSync(FilmTest):
     def test_lost_packets(self):
         film = make_film(self.path("whole.mkv"), "aac")
         ffmpeg("-i", film, "-c", "copy", "-bsf:a", "noise=drop=between(pts*tb\\,1.2\\,2.2)", self.path("gap.mkv"))
-        self.check([self.path("gap.mkv")], [("flac", "mkv"), ("aac", "mp4")])
+        self.check([self.path("gap.mkv")], [("flac", "mkv"), ("aac", "mp4")], code=1)
 
     def test_variable_frame_rate(self):
         film = make_film(
@@ -419,10 +296,14 @@ class Batch(FilmTest):
 
     def test_wrong_names_are_refused(self):
         self.assert_refusal(64, "name one INPUT and one OUTPUT", self.path("one.mkv"))
-        self.assert_refusal(64, "is a folder; name films", "--output-dir", self.path("out"), self.path("."))
         self.assert_refusal(
-            64, "another film would have the same output", "--output-dir", self.path("out"), "a/film.mkv", "b/film.mkv"
+            64,
+            "is a folder; add --recursive to upmix the films in it",
+            "--output-dir",
+            self.path("out"),
+            self.path("."),
         )
+        self.assert_refusal(64, "--resume: needs --output-dir", "--resume", self.path("a.mkv"), self.path("b.mkv"))
         self.assertFalse(self.path("out").exists())
 
 
@@ -454,7 +335,7 @@ class Trouble(FilmTest):
             film,
             out,
         )
-        self.assertEqual(sorted(p.name for p in self.path(".").iterdir()), ["film.mkv", "text.mkv"])
+        self.assertEqual(self.names(), ["film.mkv", "text.mkv"])
 
     def test_an_existing_output_stays(self):
         film = make_film(self.path("film.mkv"), "flac")
@@ -482,15 +363,265 @@ class Trouble(FilmTest):
         time.sleep(1)
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(), -signal.SIGINT)
-        self.assertEqual([p.name for p in self.path(".").iterdir()], ["long.mka"])
+        self.assertEqual(self.names(), ["long.mka"])
+
+
+class Damage(FilmTest):
+    """What is missing is named, with the exit code of tarn upmix."""
+
+    def upmix_damaged(self, code, film, *options):
+        result = run_film("--quiet", "--json", *options, film, self.path("out.mkv"))
+        self.assertEqual(result.returncode, code, result.stderr)
+        report = json.loads(result.stdout)
+        self.assertEqual(report.get("exit_code"), code)
+        self.assertIn(f"{film.name}: is cut short or damaged: ", result.stderr)
+        return result.stderr, report
+
+    def test_a_whole_film_has_no_loss(self):
+        for codec, container in (("aac", "mp4"), ("ac3", "ts"), ("opus", "mkv")):
+            film = make_film(self.path(f"film.{container}"), codec)
+            result = run_film("--json", film, self.path(f"out-{container}.mkv"))
+            self.assertEqual((result.returncode, json.loads(result.stdout).get("loss")), (0, None))
+            self.assertNotIn("damaged", result.stderr)
+
+    def make_gap(self, start, end):
+        film = make_film(self.path("whole.mkv"), "flac")
+        ffmpeg(
+            "-i", film, "-c", "copy", "-bsf:a", f"noise=drop=between(pts*tb\\,{start}\\,{end})", self.path("gap.mkv")
+        )
+        return self.path("gap.mkv")
+
+    def test_a_second_that_is_missing_is_named(self):
+        errors, report = self.upmix_damaged(1, self.make_gap(1.2, 2.4))
+        lost = float(re.search(r"([0-9.]+) s of its sound are missing and become silence", errors).group(1))
+        self.assertAlmostEqual(lost, 1.2, delta=0.1)
+        self.assertAlmostEqual(report["loss"]["seconds"], lost, delta=0.001)
+        self.assertRegex(errors, r"the damage of the sound begins at 0:01\.[12]")
+
+    def test_less_than_a_second_is_only_named(self):
+        errors, report = self.upmix_damaged(0, self.make_gap(1.2, 1.5))
+        self.assertIn("are missing and become silence", errors)
+        self.assertLess(report["loss"]["seconds"], 1.0)
+
+    def test_a_batch_has_the_exit_code_too(self):
+        gap = self.make_gap(1.2, 2.4)
+        result = run_film("--output-dir", self.path("out"), gap, self.path("whole.mkv"))
+        self.assertEqual(result.returncode, 1, result.stderr)
 
     def test_a_cut_film_is_upmixed_as_far_as_it_goes(self):
         film = make_film(self.path("film.mkv"), "flac")
-        whole = film.read_bytes()
         cut = self.path("cut.mkv")
-        cut.write_bytes(whole[: len(whole) * 6 // 10])
-        target = self.upmixed(cut)
-        self.assertEqual(len(timeline(target, 0)[2]), len(timeline(target, 1)[2]))
+        cut.write_bytes(film.read_bytes()[: film.stat().st_size * 6 // 10])
+        errors, report = self.upmix_damaged(1, cut)
+        end = re.search(r"it declares a length of 0:04\.0\d\d and ends at 0:0(\d\.\d+)", errors).group(1)
+        target = self.path("out.mkv")
+        length = len(timeline(target, 0)[2])
+        self.assertEqual(length, len(timeline(target, 1)[2]))
+        self.assertAlmostEqual(length / 48000, float(end), delta=0.2)
+        self.assertAlmostEqual(report["loss"]["seconds"], 4 - float(end), delta=0.1)
+
+    def test_a_cut_film_with_an_index_in_front(self):
+        film = make_film(self.path("film.mp4"), "flac", after=("-movflags", "+faststart"))
+        cut = self.path("cut.mp4")
+        cut.write_bytes(film.read_bytes()[: film.stat().st_size * 6 // 10])
+        errors, report = self.upmix_damaged(1, cut)
+        self.assertRegex(errors, r"it declares a length of 0:04\.0\d\d and ends at ")
+        self.assertGreater(len(timeline(self.path("out.mkv"), 0)[2]), 48000)
+
+    def test_packets_that_cannot_be_decoded_become_silence(self):
+        film = make_film(self.path("whole.mkv"), "flac")
+        packets = probed(film, "-select_streams", "a", "-show_entries", "packet=pos,size,pts_time")["packets"]
+        content = bytearray(film.read_bytes())
+        hit = [packet for packet in packets if 1.2 < float(packet["pts_time"]) < 2.8]
+        for packet in hit:
+            end = int(packet["pos"]) + int(packet["size"])
+            content[end - 500 : end - 100] = bytes(400)
+        damaged = self.path("damaged.mkv")
+        damaged.write_bytes(content)
+        errors, _ = self.upmix_damaged(1, damaged)
+        self.assertIn(" packets of track 1 are damaged; ", errors)
+        self.assertEqual(len(timeline(self.path("out.mkv"), 0)[2]), SECONDS * 48000)
+
+    def test_a_wrong_time_stamp_is_ignored(self):
+        film = make_film(self.path("whole.mkv"), "flac", after=("-cluster_time_limit", "30000"))
+        packets = probed(film, "-select_streams", "a", "-show_entries", "packet=pos,pts")["packets"]
+        content = bytearray(film.read_bytes())
+        for wrong in (30, 9, 0):
+            packet = packets[wrong]
+            # A block begins with the number of its track and its time in the cluster, of two bytes.
+            time = int(packet["pts"]).to_bytes(2, "big")
+            place = content.index(b"\x82" + time, int(packet["pos"]))
+            self.assertLess(place - int(packet["pos"]), 12)
+            content[place + 1 : place + 3] = (int(packet["pts"]) + 3000).to_bytes(2, "big")
+        damaged = self.path("damaged.mkv")
+        damaged.write_bytes(content)
+        target = self.upmixed(damaged, "out.mkv", "--preset", "plain")
+        _, start, samples = timeline(self.upmixed(film, "whole-out.mkv", "--preset", "plain"), 0)
+        _, damaged_start, damaged_samples = timeline(target, 0)
+        self.assertAlmostEqual(damaged_start, start, delta=0.001)
+        self.assertTrue(numpy.array_equal(samples, damaged_samples))
+
+
+class Headroom(FilmTest):
+    """Samples beyond full scale of lossy and floating-point tracks."""
+
+    PEAK = 10 ** (4 / 20)
+
+    def make_loud_track(self):
+        """Three seconds with a peak of +4 dBFS; silent after one of them."""
+        film = self.path("loud.mkv")
+        wave = f"{self.PEAK}*sin(2000*t)*lt(mod(t\\,3)\\,1)+0.1*sin(700*t)|{self.PEAK}*cos(1700*t)*lt(mod(t\\,3)\\,1)"
+        ffmpeg("-f", "lavfi", "-i", f"aevalsrc={wave}:s=48000:d=3", "-c:a", "pcm_f32le", film)
+        return film
+
+    def assert_equal_to_the_command(self, film, *options):
+        track = self.path("track.wav")
+        ffmpeg("-i", film, "-map", "0:a", "-c:a", "pcm_f32le", track)
+        expected = self.path("up.wav")
+        subprocess.run(
+            [TARN, "upmix", "--quiet", "--force", "--layout", "5.1", *options, track, expected],
+            check=True,
+            capture_output=True,
+        )
+        target = self.upmixed(film, "out.mkv", "--force", *options)
+        raw = ("-c:a", "pcm_s32le", "-f", "s32le", "-")
+        self.assertEqual(ffmpeg("-i", target, "-map", "0:a:0", *raw), ffmpeg("-i", expected, *raw), options)
+
+    def test_a_loud_track_equals_the_command(self):
+        film = self.make_loud_track()
+        for options in ((), ("--preset", "plain"), ("--preset", "plain", "--limiter"), ("--no-limiter",)):
+            self.assert_equal_to_the_command(film, *options)
+
+    def test_a_lossy_track_equals_the_command(self):
+        loud = self.make_loud_track()
+        for codec in ("aac", "ac3", "libopus"):
+            film = self.path(f"{codec}.mkv")
+            ffmpeg("-i", loud, "-c:a", codec, "-b:a", "192k", film)
+            for options in ((), ("--preset", "plain")):
+                self.assert_equal_to_the_command(film, *options)
+
+    def test_a_track_without_limiter_is_scaled_down_and_not_clipped(self):
+        result = run_film("--preset", "plain", self.make_loud_track(), self.path("out.mkv"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertRegex(result.stderr, r"loud\.mkv: peak \+4\.\d\d dB above full scale: scaled down by 4\.\d\d dB")
+        self.assertNotIn("clipped", result.stderr)
+
+    def test_clipping_is_named(self):
+        film = make_film(self.path("film.mkv"), "flac")
+        result = run_film("--preset", "plain", "--gain", "12", "--json", film, self.path("out.mkv"))
+        clipped = json.loads(result.stdout)["clipped_samples"]
+        self.assertGreater(clipped, 0)
+        self.assertIn(
+            f"out.mkv: {clipped} samples were beyond full scale and are clipped; add --limiter", result.stderr
+        )
+
+    def test_a_damaged_sample_becomes_silence(self):
+        film = self.make_loud_track()
+        raw = numpy.frombuffer(ffmpeg("-i", film, "-f", "f32le", "-c:a", "pcm_f32le", "-"), "<f4").copy()
+        raw[[2000, 2001, 4000]] = numpy.nan, numpy.inf, -numpy.inf
+        self.path("raw").write_bytes(raw.tobytes())
+        strange = self.path("strange.mkv")
+        ffmpeg("-f", "f32le", "-ar", 48000, "-ac", 2, "-i", self.path("raw"), "-c:a", "copy", strange)
+        result = run_film("--quiet", strange, self.path("out.mkv"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("of its sound are missing and become silence", result.stderr)
+
+
+class Places(FilmTest):
+    """Disks that are full and folders that cannot be written."""
+
+    def assert_nothing_harmed(self, result, code, text):
+        self.assertEqual(result.returncode, code, result.stderr)
+        self.assertIn(text, result.stderr)
+        self.assertEqual(self.names(), ["film.mkv", "out.mkv"])
+        self.assertEqual(self.path("out.mkv").read_text(), "mine")
+
+    def test_a_full_disk(self):
+        full_disk = os.environ.get("TARN_FULL_DISK", "")
+        if not Path(full_disk).is_file():
+            self.skipTest("TARN_FULL_DISK does not name the library that makes a disk full")
+        film = make_film(self.path("film.mkv"), "flac")
+        self.path("out.mkv").write_text("mine")
+        command = [FILM, "--quiet", "--force", film, self.path("out.mkv")]
+        environment = {**os.environ, "LD_PRELOAD": full_disk}
+        result = subprocess.run(command, capture_output=True, text=True, env=environment, check=False)
+        self.assert_nothing_harmed(
+            result, 74, "out.mkv: writing failed: No space left on device; no output was left. Free some space"
+        )
+
+    def test_a_limit_of_the_file_size(self):
+        film = make_film(self.path("film.mkv"), "flac")
+        self.path("out.mkv").write_text("mine")
+        command = ["sh", "-c", 'ulimit -f 100 && exec "$0" --quiet --force "$@"', FILM, film, self.path("out.mkv")]
+        result = subprocess.run(command, capture_output=True, text=True, check=False)
+        self.assert_nothing_harmed(result, 74, "out.mkv: writing failed: File too large; no output was left. Raise")
+
+    def test_a_read_only_folder(self):
+        film = make_film(self.path("film.mkv"), "flac")
+        folder = self.path("locked")
+        folder.mkdir()
+        folder.chmod(0o555)
+        self.path(".").chmod(0o755)
+        nobody = 65534 if os.geteuid() == 0 else None  # no folder is read-only for root
+        program = Path(FILM).resolve()
+        if nobody and not all(folder.stat().st_mode & 0o001 for folder in program.parents):
+            self.skipTest("another user cannot run the program here")
+        result = subprocess.run(
+            [program, film, folder / "out.mkv"], capture_output=True, text=True, user=nobody, check=False
+        )
+        self.assertEqual(result.returncode, 73, result.stderr)
+        self.assertIn(f"cannot create a file in {folder}: Permission denied; choose a directory that", result.stderr)
+        self.assertEqual(list(folder.iterdir()), [])
+
+
+class Players(FilmTest):
+    """The result plays."""
+
+    CODECS = (("flac", "mkv"), ("ac3", "mkv"), ("eac3", "mkv"), ("aac", "mp4"), ("opus", "mkv"))
+
+    def films(self):
+        source = make_film(self.path("film.mkv"), "aac")
+        return [self.upmixed(source, f"{codec}.{end}", "--codec", codec) for codec, end in self.CODECS]
+
+    def need(self, program):
+        if subprocess.run(["which", program], capture_output=True, check=False).returncode != 0:
+            self.skipTest(f"{program} is not installed")
+
+    def test_in_mpv(self):
+        self.need("mpv")
+        for film in self.films():
+            command = ["mpv", "--no-config", "--vo=null", "--ao=null", "--untimed", "--audio-channels=5.1", film]
+            played = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
+            self.assertEqual(played.returncode, 0, played.stdout)
+            self.assertRegex(played.stdout, r"AO: \[null\] 48000Hz 5\.1", film.name)
+            self.assertNotRegex(played.stdout + played.stderr, "(?i)error|failed")
+
+    def test_in_gstreamer(self):
+        self.need("gst-launch-1.0")
+        for film in self.films():
+            command = [
+                "gst-launch-1.0",
+                "-v",
+                "playbin",
+                f"uri={film.as_uri()}",
+                "video-sink=fakesink",
+                "audio-sink=fakesink",
+            ]
+            played = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
+            if "No decoder available" in played.stdout:
+                self.skipTest(f"GStreamer has no decoder for {film.name}; install gstreamer1.0-libav")
+            self.assertEqual(played.returncode, 0, played.stderr)
+            self.assertNotIn("ERROR", played.stderr)
+            channels = re.findall(r"abin/GstFakeSink.*sink: caps = audio/x-raw.*channels=\(int\)(\d)", played.stdout)
+            self.assertEqual(channels, ["6"], film.name)
+
+    def test_ffprobe_names_the_channels(self):
+        for film in self.films():
+            first, second = streams_of(film, "audio")
+            layout = "5.1(side)" if first["codec_name"] in ("ac3", "eac3") else "5.1"
+            self.assertEqual((first["channels"], first["channel_layout"]), (6, layout))
+            self.assertEqual([track["disposition"]["default"] for track in (first, second)], [1, 0])
+            self.assertEqual(second["channels"], 2)
 
 
 if __name__ == "__main__":

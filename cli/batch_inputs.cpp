@@ -1,0 +1,103 @@
+// Finds the inputs of a batch and names their outputs.
+// SPDX-License-Identifier: MIT
+#include "cli/batch_inputs.h"
+
+#include "cli/batch_names.h"
+#include "cli/checksum.h"
+#include "cli/failure.h"
+
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string_view>
+#include <system_error>
+
+namespace tarn
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// Refuses names that cannot be inputs of the batch.
+void checkNames(const BatchNames& names)
+{
+    const std::string what = names.kind == MediaKind::Films ? "films" : "audio files";
+    std::error_code missing;
+    for (const std::string& name : names.inputs) {
+        if (name.empty()) throw Failure(EX_USAGE, "an empty file name; name files");
+        if (name == "-") throw Failure(EX_USAGE, "-: a stream has no name for an output in --output-dir; name files");
+        if (!fs::is_directory(name, missing)) continue;
+        if (!names.recursive)
+            throw Failure(EX_USAGE, name + ": is a folder; add --recursive to upmix the " + what + " in it");
+        if (fs::equivalent(name, names.directory, missing))
+            throw Failure(EX_USAGE, name + ": is the --output-dir itself, so outputs would be inputs of the next run; "
+                                           "choose another --output-dir, for example a subfolder of it");
+    }
+}
+
+/// Refuses files whose output is that of an earlier file.
+void refuseSharedOutputs(std::vector<BatchInput>& files)
+{
+    std::map<std::string, const std::string*> inputOf;
+    for (BatchInput& file : files) {
+        const auto [first, isNew] = inputOf.emplace(file.output, &file.input);
+        if (isNew) continue;
+        file.refusal = file.input + ": would have the same output as " + *first->second + ", " + file.output +
+                       "; upmix it into another --output-dir, or name a folder that contains both files, with "
+                       "--recursive";
+    }
+}
+
+/// Keeps the files of a part.
+void keepPart(std::vector<BatchInput>& files, BatchPart part, const fs::path& directory)
+{
+    const auto isOther = [&](const BatchInput& file) {
+        const std::string name = fs::path(file.output).lexically_relative(directory).string();
+        const std::uint32_t checksum = checksumOf(name);
+        return (checksum ^ (checksum >> 16)) % part.count != part.number - 1;
+    };
+    if (part.count > 1) std::erase_if(files, isOther);
+}
+
+/// Parses a whole number without sign; 0 for other texts.
+unsigned numberIn(std::string_view text)
+{
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() ? number : 0;
+}
+
+} // namespace
+
+BatchPart parsePart(const std::string& text)
+{
+    const std::size_t slash = text.find('/');
+    const std::string_view all = text;
+    if (slash != std::string::npos) {
+        const BatchPart part{.number = numberIn(all.substr(0, slash)), .count = numberIn(all.substr(slash + 1))};
+        if (part.number >= 1 && part.number <= part.count) return part;
+    }
+    throw Failure(EX_USAGE, "--part " + text +
+                                ": is not NUMBER/COUNT, with a number from 1 to the count; for example "
+                                "--part 3/100");
+}
+
+BatchInputs findBatchInputs(const BatchNames& names)
+{
+    checkNames(names);
+    const FoundInputs found = findInputs(names.inputs, names.directory, names.kind);
+    const std::vector<std::string> outputs = nameOutputs(found.files, names.directory, names.ending);
+    refuseInputsAsOutputs(found.files, outputs);
+
+    BatchInputs all{.unreadable = found.unreadable, .notes = found.notes()};
+    for (std::size_t i = 0; i < outputs.size(); ++i) all.files.push_back({found.files[i].path, outputs[i]});
+    refuseSharedOutputs(all.files);
+    keepPart(all.files, names.part, names.directory);
+    return all;
+}
+
+} // namespace tarn

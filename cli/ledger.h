@@ -1,0 +1,65 @@
+// The ledger of --resume: what is done in an output folder.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "cli/file_state.h"
+#include "cli/json.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+namespace tarn
+{
+
+/// A line of the ledger: an output that was completed.
+struct LedgerEntry
+{
+    std::string output; ///< relative to the folder
+    FileState outputState{};
+    std::string input; ///< full path
+    FileState inputState{};
+    std::string options; ///< everything else that the samples of the output depend on
+    Json result{};       ///< what a later run reports about the output, such as losses; an object
+};
+
+/// Reads and writes tarn-ledger.txt in an output folder.
+///
+/// The file has one line for every output, with fields between tabs; a later line replaces an earlier one. Bytes that
+/// would break a line are percent-encoded. Every line ends with its checksum, so cut lines are ignored. A line is
+/// written under a lock and reaches the disk before its output gets its name. Therefore an output is done if its file
+/// has the state that the ledger states, also after a crash between the two.
+class Ledger
+{
+public:
+    /// Reads the ledger of a folder; empty if there is none.
+    ///
+    /// Throws Failure: EX_NOINPUT if it cannot be read; EX_CANTCREAT if a file of this name is not a ledger.
+    explicit Ledger(const std::filesystem::path& folder);
+
+    /// Name of the ledger's file.
+    const std::filesystem::path& path() const noexcept { return file; }
+
+    /// The path of an output relative to the folder.
+    std::string relative(const std::string& output) const;
+
+    /// The newest entry of an output; null if there is none.
+    ///
+    /// output  relative to the folder
+    const LedgerEntry* find(const std::string& output) const;
+
+    /// Adds an entry to the file, not to this object. Several processes and machines can do so at the same time.
+    ///
+    /// Throws OutputFailure (EX_IOERR) if it cannot be written; then the file stays as it was.
+    void append(const LedgerEntry& entry) const;
+
+private:
+    void read(const std::string& text);
+
+    std::filesystem::path directory;
+    std::filesystem::path file;
+    std::unordered_map<std::string, LedgerEntry> entries; ///< by output
+};
+
+} // namespace tarn

@@ -1,0 +1,81 @@
+// Compares the ledger with the files of a batch.
+// SPDX-License-Identifier: MIT
+#include "cli/resume.h"
+
+#include <system_error>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+std::string fullPath(const std::string& path)
+{
+    std::error_code ignored;
+    const fs::path full = fs::absolute(path, ignored);
+    return ignored ? path : full.lexically_normal().string();
+}
+
+bool exists(const std::string& path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+/// Whether the entry is about another file that still exists. A file that was moved is the same file.
+bool isOfOtherFile(const LedgerEntry& entry, const std::string& input)
+{
+    if (entry.input == fullPath(input)) return false;
+    std::error_code ignored;
+    return fs::exists(entry.input, ignored) && !fs::equivalent(entry.input, input, ignored);
+}
+
+bool isDone(const LedgerEntry& entry, const ResumeJob& job)
+{
+    if (entry.options != job.options || (job.strict && entry.result.contains("loss"))) return false;
+    return stateOf(job.input) == entry.inputState && stateOf(job.output) == entry.outputState;
+}
+
+} // namespace
+
+ResumeDecision Resume::decide(const ResumeJob& job) const
+{
+    const LedgerEntry* const entry = ledger.find(ledger.relative(job.output));
+    if (entry == nullptr) {
+        if (job.force || job.skipExisting || !exists(job.output)) return {};
+        return {.refusal = job.output + ": exists already, and " + ledger.path().string() +
+                           " does not list it; add --skip-existing to keep it if it is complete, or --force to "
+                           "replace it"};
+    }
+    if (!job.force && isOfOtherFile(*entry, job.input))
+        return {.refusal = job.input + ": would have the same output as " + entry->input + ", " + job.output +
+                           "; upmix it into another --output-dir, or name a folder that contains both files, with "
+                           "--recursive"};
+    if (!isDone(*entry, job)) return {.replaces = true};
+    Json report = {{"input", job.input}, {"output", job.output}, {"skipped", true}};
+    report.update(entry->result);
+    return {.report = std::move(report)};
+}
+
+Recorder Resume::recorder(const ResumeJob& job) const
+{
+    // If the input changes during the work, the ledger has its old state, and the next run upmixes it again.
+    const std::optional<FileState> inputState = stateOf(job.input);
+    if (!inputState) return {};
+    return [this, job, state = *inputState](const FileState& output, const Json& result) {
+        ledger.append({.output = ledger.relative(job.output),
+                       .outputState = output,
+                       .input = fullPath(job.input),
+                       .inputState = state,
+                       .options = job.options,
+                       .result = result});
+    };
+}
+
+} // namespace tarn

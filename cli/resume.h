@@ -1,0 +1,59 @@
+// --resume: decides which files of a batch are done.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "cli/ledger.h"
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace tarn
+{
+
+/// An upmix of a batch, in the terms of the ledger.
+struct ResumeJob
+{
+    std::string input;
+    std::string output;
+    std::string options;       ///< everything that the samples depend on, apart from the input
+    bool force = false;        ///< replace every output that is not done
+    bool skipExisting = false; ///< outputs that the ledger does not list are checked later
+    bool strict = false;       ///< outputs of damaged inputs do not count as done
+};
+
+/// What --resume decides about a file.
+struct ResumeDecision
+{
+    std::optional<Json> report{}; ///< of a file that is done; none: it has to be upmixed
+    std::string refusal{};        ///< why it cannot be upmixed; empty if it can
+    bool replaces = false;        ///< the output is an earlier one of this folder, and is replaced
+};
+
+/// Adds the finished output to the ledger.
+///
+/// output  state of the complete file, right before it gets its name
+/// result  what later runs report about it; an object
+using Recorder = std::function<void(const FileState& output, const Json& result)>;
+
+/// The work of earlier runs in an output folder.
+class Resume
+{
+public:
+    /// Reads the ledger. Throws as Ledger does.
+    explicit Resume(const std::filesystem::path& folder) : ledger(folder) {}
+
+    /// A file is done if the ledger lists its output with these options, and input and output have the sizes and times
+    /// that the ledger states. Refuses an output that the ledger does not list, and one that is the upmix of another
+    /// file, unless the job has force.
+    ResumeDecision decide(const ResumeJob& job) const;
+
+    /// A recorder for a file whose work begins now. Keep this object longer than the recorder.
+    Recorder recorder(const ResumeJob& job) const;
+
+private:
+    Ledger ledger;
+};
+
+} // namespace tarn

@@ -1,0 +1,91 @@
+// Measures peak and loudness of a track.
+// SPDX-License-Identifier: MIT
+#include "film/track_survey.h"
+
+#include "cli/interrupt.h"
+#include "cli/loudness.h"
+#include "cli/progress.h"
+#include "film/decode_all.h"
+#include "stream/steering_mode_names.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+namespace tarn
+{
+
+namespace
+{
+
+/// The parts of a track that a survey of a sixth of it decodes.
+constexpr double kPartSeconds = 10.0;
+constexpr double kPartPeriod = 60.0;
+constexpr double kLongTrack = 600.0; ///< seconds; a shorter one is decoded completely
+
+/// Decodes parts of a track, each with a decoder of its own.
+template <typename MakeDecoder>
+void decodeParts(InputFilm& input, unsigned track, MakeDecoder makeDecoder)
+{
+    const Packet packet = newPacket();
+    std::unique_ptr<TrackDecoder> decoder;
+    while (input.read(*packet)) {
+        const double time = static_cast<double>(packet->pts) * av_q2d(input.stream(track).time_base);
+        const bool isInPart = packet->pts != AV_NOPTS_VALUE && std::fmod(std::abs(time), kPartPeriod) < kPartSeconds;
+        if (!isInPart && decoder) {
+            decoder->decode(nullptr);
+            decoder.reset();
+        }
+        if (isInPart && !decoder) decoder = makeDecoder();
+        if (decoder) decoder->decode(packet.get());
+        av_packet_unref(packet.get());
+    }
+    if (decoder) decoder->decode(nullptr);
+}
+
+} // namespace
+
+EngineSettings engineSettings(const FilmOptions& options, const Layout& layout)
+{
+    return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(), .room = roomSettingsOf(options.room, layout)};
+}
+
+Survey survey(const SurveyedTrack& track, SurveyPlan plan, int headroomBits)
+{
+    InputFilm input(track.options.input);
+    input.readOnly(track.index);
+    EngineSettings settings = engineSettings(track.options, track.layout);
+    settings.room.gainDb = 0.0;
+    settings.room.limiter = false;
+    LoudnessMeter before(track.rate);
+    LoudnessSink after(track.layout, track.rate, nullptr, headroomBits);
+    Upmixer upmixer(track.layout, StreamFormat{.sampleRate = track.rate, .bits = 32}, settings, true, after);
+    Progress progress("measuring", input.expectedFrames(track.rate), track.rate,
+                      !track.options.quiet && !track.options.inBatch);
+    const auto makeDecoder = [&] {
+        return std::make_unique<TrackDecoder>(track.options.input, input.stream(track.index),
+                                              TrackConversion{.rateHz = track.rate,
+                                                              .scale = std::ldexp(1.0, -headroomBits),
+                                                              .endSeconds = input.declaredEnd()},
+                                              [&](const std::int32_t* stereo, std::size_t frames) {
+                                                  throwIfInterrupted();
+                                                  if (plan.loudness) before.push(stereo, frames, headroomBits);
+                                                  if (plan.upmixLoudness) upmixer.push(stereo, frames);
+                                                  progress.advance(frames);
+                                              });
+    };
+    Survey found;
+    if (plan.samples && input.duration().value_or(0.0) > kLongTrack) {
+        decodeParts(input, track.index, makeDecoder);
+    } else {
+        const auto decoder = makeDecoder();
+        decodeAll(input, track.index, *decoder, [](AVPacket& /*packet*/) {});
+        found.peak = std::max(decoder->peak(), 1.0);
+    }
+    upmixer.finish();
+    if (plan.loudness) found.loudness = before.integrated();
+    if (plan.upmixLoudness) found.upmixAtUnityGain = after.meter().integrated();
+    return found;
+}
+
+} // namespace tarn
