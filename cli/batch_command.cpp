@@ -205,9 +205,10 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
     if (options.album && !isMeasured && !each.quiet)
         printNote("--album: has no effect, because the gain does not depend on the file");
     std::optional<Resume> resume;
-    if (options.resume) resume.emplace(options.directory);
+    const std::vector<std::string> outputs = outputsOf(batch.files);
+    if (options.resume) resume.emplace(options.directory, outputs);
     CreatedDirectories created;
-    created.prepareFor(outputsOf(batch.files));
+    created.prepareFor(outputs);
     try {
         if (isMeasured) setAlbumLevel(batch.files, options.jobs);
         if (isMeasured && !batch.files.empty()) printAlbumLevel(batch.files.front().options);

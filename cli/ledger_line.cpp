@@ -100,6 +100,13 @@ std::string ledgerLine(const LedgerEntry& entry)
     return line + digitsOf(line);
 }
 
+std::optional<std::string> ledgerOutput(std::string_view line)
+{
+    const std::size_t end = line.find('\t');
+    if (end == std::string_view::npos) return std::nullopt;
+    return decoded(line.substr(0, end));
+}
+
 std::optional<LedgerEntry> ledgerEntry(std::string_view line)
 {
     if (line.size() < kChecksumDigits) return std::nullopt;
