@@ -200,6 +200,10 @@ class Resume(LibraryTest):
 
 
 class Completion(unittest.TestCase):
+    def test_help_has_80_columns(self):
+        for line in run_film("--help").stdout.splitlines():
+            self.assertLessEqual(len(line), 80, line)
+
     def test_shells_know_every_option(self):
         options = set(re.findall(r"^  (?:-[a-z],)?(--[a-z-]+)", run_film("--help").stdout, re.MULTILINE))
         self.assertGreater(len(options), 20)
