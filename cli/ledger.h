@@ -3,7 +3,6 @@
 #pragma once
 
 #include "cli/file_state.h"
-#include "cli/json.h"
 
 #include <filesystem>
 #include <optional>
@@ -23,7 +22,7 @@ struct LedgerEntry
     std::string input; ///< full path
     FileState inputState{};
     std::string options; ///< everything else that the samples of the output depend on
-    Json result{};       ///< what a later run reports about the output, such as losses; an object
+    std::string result;  ///< what a later run reports about the output, such as losses; an object in JSON
 };
 
 /// Reads and writes tarn-ledger.txt in an output folder.

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/json.h"
 #include "cli/ledger.h"
 
 #include <filesystem>
