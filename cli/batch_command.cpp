@@ -207,9 +207,10 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
             "--album: has no effect here: with the limiter and without --loudness-match, all files get the same gain "
             "anyway");
     std::optional<Resume> resume;
-    if (options.resume) resume.emplace(options.directory);
+    const std::vector<std::string> outputs = outputsOf(batch.files);
+    if (options.resume) resume.emplace(options.directory, outputs);
     CreatedDirectories created;
-    created.prepareFor(outputsOf(batch.files));
+    created.prepareFor(outputs);
     try {
         if (isMeasured) setAlbumLevel(batch.files, options.jobs);
         if (isMeasured && !batch.files.empty()) printAlbumLevel(batch.files.front().options);

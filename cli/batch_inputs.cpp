@@ -2,17 +2,21 @@
 // SPDX-License-Identifier: MIT
 #include "cli/batch_inputs.h"
 
-#include "cli/batch_names.h"
 #include "cli/checksum.h"
 #include "cli/failure.h"
+#include "cli/progress.h"
 
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include <sys/stat.h>
 
 namespace tarn
 {
@@ -52,6 +56,26 @@ void refuseSharedOutputs(std::vector<BatchInput>& files)
     }
 }
 
+/// Throws Failure (EX_USAGE) if an output is also an input. Lists all of them on standard error first.
+void refuseInputsAsOutputs(const std::vector<BatchInput>& files)
+{
+    std::set<std::pair<dev_t, ino_t>> identities;
+    struct stat status = {};
+    for (const BatchInput& file : files)
+        if (stat(file.input.c_str(), &status) == 0) identities.emplace(status.st_dev, status.st_ino);
+
+    constexpr std::size_t kMaxLines = 20;
+    std::size_t problems = 0;
+    for (const BatchInput& file : files) {
+        if (stat(file.output.c_str(), &status) != 0 || !identities.contains({status.st_dev, status.st_ino})) continue;
+        if (++problems <= kMaxLines)
+            printNote(file.output + ": would be the output of " + file.input + " and is an input itself");
+    }
+    if (problems > kMaxLines) printNote("and " + std::to_string(problems - kMaxLines) + " more");
+    if (problems > 0)
+        throw Failure(EX_USAGE, "outputs would replace inputs, so nothing was written; choose another --output-dir");
+}
+
 /// Keeps the files of a part.
 void keepPart(std::vector<BatchInput>& files, BatchPart part, const fs::path& directory)
 {
@@ -69,6 +93,14 @@ unsigned numberIn(std::string_view text)
     unsigned number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && end == text.data() + text.size() ? number : 0;
+}
+
+/// The name of an output: DIRECTORY/song.flac-5.1.wav for song.flac and the ending "-5.1.wav", below the folder in
+/// which the input was found. It depends neither on other inputs nor on other files.
+std::string outputOf(const FoundInput& input, const BatchNames& names)
+{
+    const std::string name = fs::path(input.path).filename().string();
+    return (fs::path(names.directory) / input.folder / (name + names.ending)).string();
 }
 
 } // namespace
@@ -90,13 +122,12 @@ BatchInputs findBatchInputs(const BatchNames& names)
 {
     checkNames(names);
     const FoundInputs found = findInputs(names.inputs, names.directory, names.kind);
-    const std::vector<std::string> outputs = nameOutputs(found.files, names.directory, names.ending);
-    refuseInputsAsOutputs(found.files, outputs);
-
     BatchInputs all{.unreadable = found.unreadable, .notes = found.notes()};
-    for (std::size_t i = 0; i < outputs.size(); ++i) all.files.push_back({found.files[i].path, outputs[i]});
+    for (const FoundInput& input : found.files) all.files.push_back({input.path, outputOf(input, names)});
     refuseSharedOutputs(all.files);
+    // The next check asks the file system about every file, which would be slow for all files of many parts.
     keepPart(all.files, names.part, names.directory);
+    refuseInputsAsOutputs(all.files);
     return all;
 }
 

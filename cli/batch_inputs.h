@@ -47,7 +47,8 @@ struct BatchInputs
     std::vector<std::string> notes{};      ///< about unreadable and repeated files
 };
 
-/// Finds the inputs and names their outputs.
+/// Finds the inputs and names their outputs after the whole file names of the inputs. Two files of a folder never have
+/// the same output. Inputs of different folders can have the same output.
 ///
 /// The part that a file belongs to depends only on the name of its output below the directory. So the parts of a batch
 /// have no file in common, on any number of machines and while files are added.

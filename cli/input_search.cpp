@@ -11,9 +11,9 @@
 #include <cstddef>
 #include <fstream>
 #include <map>
-#include <set>
 #include <string_view>
 #include <system_error>
+#include <unordered_set>
 
 namespace tarn
 {
@@ -88,7 +88,7 @@ void addFile(const fs::path& file, const fs::path& below, FoundInputs& found)
     const bool isAudio = isOneOf(kExtensions, extensionOf(file));
     const bool searchesFilms = found.kind == MediaKind::Films;
     if (searchesFilms ? isFilm(file) : isAudio) {
-        found.files.push_back({file.string(), below});
+        found.files.push_back({file.string(), below.string()});
     } else if (searchesFilms ? isAudio : isOneOf(kUnreadable, extensionOf(file))) {
         found.unreadable.push_back(file.string());
     }
@@ -141,14 +141,14 @@ void addNamedFolder(const std::string& name, const fs::path& excluded, FoundInpu
 void removeRepeated(FoundInputs& found)
 {
     std::map<fs::path, fs::path> folders; // canonical name of every folder
-    std::set<fs::path> seen;
+    std::unordered_set<std::string> seen;
     std::vector<FoundInput> files;
     for (FoundInput& input : found.files) {
         const fs::path path(input.path);
         const auto [folder, isNew] = folders.try_emplace(path.parent_path());
         std::error_code ignored;
         if (isNew) folder->second = fs::weakly_canonical(path.has_parent_path() ? path.parent_path() : ".", ignored);
-        if (seen.insert(folder->second / path.filename()).second) {
+        if (seen.insert((folder->second / path.filename()).string()).second) {
             files.push_back(std::move(input));
         } else {
             found.repeated.push_back(input.path);

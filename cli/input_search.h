@@ -20,7 +20,7 @@ enum class MediaKind
 struct FoundInput
 {
     std::string path;
-    std::filesystem::path folder; ///< relative to the folder on the command line; empty for a file on the command line
+    std::string folder; ///< relative to the folder on the command line; empty for a file on the command line
 };
 
 /// The files that names and folders stand for.

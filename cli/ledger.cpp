@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -40,21 +39,6 @@ constexpr const char* kName = "tarn-ledger.txt";
                                                 "--output-dir");
 }
 
-std::string textOf(const fs::path& file, int descriptor)
-{
-    constexpr std::size_t kChunk = 1 << 20;
-    std::string text;
-    while (true) {
-        const std::size_t size = text.size();
-        text.resize(size + kChunk);
-        const ssize_t got = ::read(descriptor, text.data() + size, kChunk);
-        if (got < 0 && errno != EINTR)
-            throw Failure(EX_NOINPUT, file.string() + ": cannot be read: " + systemError(errno));
-        text.resize(size + static_cast<std::size_t>(got > 0 ? got : 0));
-        if (got == 0) return text;
-    }
-}
-
 /// Locks the file until it is closed. Without locks, as on some network file systems, one write of a line has to do.
 void lock(int descriptor)
 {
@@ -70,7 +54,8 @@ bool isCut(int descriptor, off_t size) noexcept
 
 } // namespace
 
-Ledger::Ledger(const fs::path& folder) : directory(folder), file(folder / kName)
+Ledger::Ledger(const fs::path& folder, const std::vector<std::string>& outputs)
+    : directory(folder), file(folder / kName)
 {
     const Descriptor opened(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (opened.number() < 0 && (errno == ENOENT || errno == ENOTDIR)) return;
@@ -79,22 +64,39 @@ Ledger::Ledger(const fs::path& folder) : directory(folder), file(folder / kName)
                       file.string() + ": cannot be opened: " + systemError(errno) + "; check that you may read it");
     struct stat status = {};
     if (fstat(opened.number(), &status) != 0 || !S_ISREG(status.st_mode)) refuseForeign(file);
-    read(textOf(file, opened.number()));
+    for (const std::string& output : outputs) entries.try_emplace(relative(output));
+    read(opened.number());
 }
 
-void Ledger::read(const std::string& text)
+void Ledger::read(int descriptor)
 {
-    const std::string_view all = text;
-    if (!kLedgerHeader.starts_with(all.substr(0, all.find('\n')))) refuseForeign(file);
-    for (std::size_t begin = 0; begin < all.size();) {
-        const std::size_t end = all.find('\n', begin);
-        if (end == std::string_view::npos) return;
-        if (auto entry = ledgerEntry(all.substr(begin, end - begin))) {
-            std::string output = entry->output;
-            entries.insert_or_assign(std::move(output), std::move(*entry));
-        }
-        begin = end + 1;
+    constexpr std::size_t kChunk = 1 << 20;
+    std::string text; // begins with a line
+    bool isFirst = true;
+    while (true) {
+        const std::size_t size = text.size();
+        text.resize(size + kChunk);
+        const ssize_t got = ::read(descriptor, text.data() + size, kChunk);
+        if (got < 0 && errno != EINTR)
+            throw Failure(EX_NOINPUT, file.string() + ": cannot be read: " + systemError(errno));
+        text.resize(size + static_cast<std::size_t>(got > 0 ? got : 0));
+        if (isFirst && !kLedgerHeader.starts_with(text.substr(0, text.find('\n')))) refuseForeign(file);
+        isFirst = false;
+        std::size_t begin = 0;
+        for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1)
+            readLine(std::string_view(text).substr(begin, end - begin));
+        text.erase(0, begin);
+        if (got == 0) return; // a cut line is left
     }
+}
+
+/// Stores the entry of a line if it is one of those to read.
+void Ledger::readLine(std::string_view line)
+{
+    const std::optional<std::string> output = ledgerOutput(line);
+    const auto wanted = output ? entries.find(*output) : entries.end();
+    if (wanted == entries.end()) return;
+    if (auto entry = ledgerEntry(line)) wanted->second = std::move(entry);
 }
 
 std::string Ledger::relative(const std::string& output) const
@@ -105,7 +107,7 @@ std::string Ledger::relative(const std::string& output) const
 const LedgerEntry* Ledger::find(const std::string& output) const
 {
     const auto found = entries.find(output);
-    return found == entries.end() ? nullptr : &found->second;
+    return found == entries.end() || !found->second ? nullptr : &*found->second;
 }
 
 void Ledger::append(const LedgerEntry& entry) const

@@ -3,12 +3,13 @@
 #pragma once
 
 #include "cli/file_state.h"
-#include "cli/json.h"
 
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace tarn
 {
@@ -21,7 +22,7 @@ struct LedgerEntry
     std::string input; ///< full path
     FileState inputState{};
     std::string options; ///< everything else that the samples of the output depend on
-    Json result{};       ///< what a later run reports about the output, such as losses; an object
+    std::string result;  ///< what a later run reports about the output, such as losses; an object in JSON
 };
 
 /// Reads and writes tarn-ledger.txt in an output folder.
@@ -33,10 +34,12 @@ struct LedgerEntry
 class Ledger
 {
 public:
-    /// Reads the ledger of a folder; empty if there is none.
+    /// Reads the entries of some outputs from the ledger of a folder; empty if there is none.
+    ///
+    /// outputs  paths of outputs below the folder. A part of a large batch needs the memory of its own entries only.
     ///
     /// Throws Failure: EX_NOINPUT if it cannot be read; EX_CANTCREAT if a file of this name is not a ledger.
-    explicit Ledger(const std::filesystem::path& folder);
+    Ledger(const std::filesystem::path& folder, const std::vector<std::string>& outputs);
 
     /// Name of the ledger's file.
     const std::filesystem::path& path() const noexcept { return file; }
@@ -55,11 +58,12 @@ public:
     void append(const LedgerEntry& entry) const;
 
 private:
-    void read(const std::string& text);
+    void read(int descriptor);
+    void readLine(std::string_view line);
 
     std::filesystem::path directory;
     std::filesystem::path file;
-    std::unordered_map<std::string, LedgerEntry> entries; ///< by output
+    std::unordered_map<std::string, std::optional<LedgerEntry>> entries; ///< by output
 };
 
 } // namespace tarn

@@ -56,7 +56,7 @@ std::optional<std::string> decoded(std::string_view text)
 {
     std::string name;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned char byte = static_cast<unsigned char>(text[i]);
+        auto byte = static_cast<unsigned char>(text[i]);
         if (text[i] == '%') {
             if (!parse(text.substr(i + 1, 2), byte, 16)) return std::nullopt;
             i += 2;
@@ -96,8 +96,15 @@ std::string ledgerLine(const LedgerEntry& entry)
 {
     const std::string line = encoded(entry.output) + "\t" + fieldsOf(entry.outputState) + "\t" + encoded(entry.input) +
                              "\t" + fieldsOf(entry.inputState) + "\t" + encoded(entry.options) + "\t" +
-                             encoded(entry.result.dump(-1, ' ', true, Json::error_handler_t::replace)) + "\t";
+                             encoded(entry.result) + "\t";
     return line + digitsOf(line);
+}
+
+std::optional<std::string> ledgerOutput(std::string_view line)
+{
+    const std::size_t end = line.find('\t');
+    if (end == std::string_view::npos) return std::nullopt;
+    return decoded(line.substr(0, end));
 }
 
 std::optional<LedgerEntry> ledgerEntry(std::string_view line)
@@ -122,11 +129,10 @@ std::optional<LedgerEntry> ledgerEntry(std::string_view line)
     if (begin != content.size() || !output || !input || !options || !result) return std::nullopt;
     if (!parse(fields[1], fields[2], entry.outputState) || !parse(fields[4], fields[5], entry.inputState))
         return std::nullopt;
-    entry.result = Json::parse(*result, nullptr, false);
-    if (!entry.result.is_object()) return std::nullopt;
     entry.output = *output;
     entry.input = *input;
     entry.options = *options;
+    entry.result = *result;
     return entry;
 }
 

@@ -18,6 +18,9 @@ inline constexpr std::string_view kLedgerHeader =
 /// The line of an entry, without its line feed.
 std::string ledgerLine(const LedgerEntry& entry);
 
+/// The output of a line, which can be damaged; none for a line without one.
+std::optional<std::string> ledgerOutput(std::string_view line);
+
 /// The entry of a line; none if the line is cut or damaged.
 std::optional<LedgerEntry> ledgerEntry(std::string_view line);
 

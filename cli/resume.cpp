@@ -36,9 +36,16 @@ bool isOfOtherFile(const LedgerEntry& entry, const std::string& input)
     return fs::exists(entry.input, ignored) && !fs::equivalent(entry.input, input, ignored);
 }
 
+/// The report of an entry; empty if it is not an object.
+Json resultOf(const LedgerEntry& entry)
+{
+    Json result = Json::parse(entry.result, nullptr, false);
+    return result.is_object() ? result : Json::object();
+}
+
 bool isDone(const LedgerEntry& entry, const ResumeJob& job)
 {
-    if (entry.options != job.options || (job.strict && entry.result.contains("loss"))) return false;
+    if (entry.options != job.options || (job.strict && resultOf(entry).contains("loss"))) return false;
     return stateOf(job.input) == entry.inputState && stateOf(job.output) == entry.outputState;
 }
 
@@ -59,7 +66,7 @@ ResumeDecision Resume::decide(const ResumeJob& job) const
                            "--recursive"};
     if (!isDone(*entry, job)) return {.replaces = true};
     Json report = {{"input", job.input}, {"output", job.output}, {"skipped", true}};
-    report.update(entry->result);
+    report.update(resultOf(*entry));
     return {.report = std::move(report)};
 }
 
@@ -74,7 +81,7 @@ Recorder Resume::recorder(const ResumeJob& job) const
                        .input = fullPath(job.input),
                        .inputState = state,
                        .options = job.options,
-                       .result = result});
+                       .result = result.dump(-1, ' ', true, Json::error_handler_t::replace)});
     };
 }
 

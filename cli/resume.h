@@ -2,12 +2,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/json.h"
 #include "cli/ledger.h"
 
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -41,8 +43,8 @@ using Recorder = std::function<void(const FileState& output, const Json& result)
 class Resume
 {
 public:
-    /// Reads the ledger. Throws as Ledger does.
-    explicit Resume(const std::filesystem::path& folder) : ledger(folder) {}
+    /// Reads what the ledger has about the outputs. Throws as Ledger does.
+    Resume(const std::filesystem::path& folder, const std::vector<std::string>& outputs) : ledger(folder, outputs) {}
 
     /// A file is done if the ledger lists its output with these options, and input and output have the sizes and times
     /// that the ledger states. Refuses an output that the ledger does not list, and one that is the upmix of another

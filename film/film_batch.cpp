@@ -181,11 +181,11 @@ void report(const std::vector<Film>& films, const FilmOptions& each)
 int runFilmBatch(const FilmBatchOptions& batch, const FilmOptions& each)
 {
     std::vector<Film> films = filmsOf(batch, each);
-    std::optional<Resume> resume;
-    if (batch.resume) resume.emplace(batch.directory);
     std::vector<std::string> outputs;
     std::transform(films.begin(), films.end(), std::back_inserter(outputs),
                    [](const Film& film) { return film.options.output; });
+    std::optional<Resume> resume;
+    if (batch.resume) resume.emplace(batch.directory, outputs);
     CreatedDirectories created;
     created.prepareFor(outputs);
     if (resume) skipDone(films, *resume, batch.skipExisting);

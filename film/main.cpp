@@ -81,6 +81,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
 int run(int argc, char** argv)
 {
     CLI::App app("Adds a surround track, upmixed from a stereo track, to a film.", "tarn film");
+    app.get_formatter()->column_width(22);
     app.set_version_flag("--version", "tarn-film " TARN_VERSION);
     tarn::FilmOptions options;
     tarn::FilmBatchOptions batch;

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs tarn-film on folders of films: --recursive, --resume and --part.
+"""Runs tarn-film on folders of films: --recursive, --resume and --part; and compares its options with the completions.
 
     library_test.py TARN_FILM TARN
 """
@@ -9,6 +9,7 @@ import json
 import os
 from pathlib import Path
 import random
+import re
 import signal
 import subprocess
 import sys
@@ -196,6 +197,24 @@ class Resume(LibraryTest):
         self.assertEqual(sorted(self.outputs()), sorted(whole))
         self.assertEqual({name: self.outputs()[name] for name in last}, last)
         self.assertEqual(self.resumed(), [])
+
+
+class Completion(unittest.TestCase):
+    def test_help_has_80_columns(self):
+        for line in run_film("--help").stdout.splitlines():
+            self.assertLessEqual(len(line), 80, line)
+
+    def test_shells_know_every_option(self):
+        options = set(re.findall(r"^  (?:-[a-z],)?(--[a-z-]+)", run_film("--help").stdout, re.MULTILINE))
+        self.assertGreater(len(options), 20)
+        folder = Path(__file__).parents[2] / "completions"
+        script = 'source "$0"; COMP_WORDS=(tarn film --); COMP_CWORD=2; _tarn; printf "%s\\n" "${COMPREPLY[@]}"'
+        proposed = subprocess.run(
+            ["bash", "-c", script, folder / "tarn.bash"], capture_output=True, text=True, check=True
+        )
+        self.assertEqual(set(proposed.stdout.split()), options)
+        zsh = (folder / "_tarn").read_text().split("\n    film)\n")[1]
+        self.assertEqual(set(re.findall(r"--[a-z-]+(?=[\[}])", zsh)), options)
 
 
 if __name__ == "__main__":
