@@ -160,8 +160,7 @@ void skipDone(std::vector<BatchFile>& files, const Resume& resume, const std::st
         ResumeDecision decision = resume.decide(resumeJob(file.options, optionTexts));
         file.refusal = decision.refusal;
         if (decision.report) {
-            if (const auto loss = decision.report->find("loss"); loss != decision.report->end())
-                printNote(file.options.input + ": " + loss->value("message", "is damaged") + "; the upmix is kept");
+            printKeptLoss(*decision.report);
             file.outcome = WorkerOutcome{.result = std::move(*decision.report)};
         } else if (decision.replaces) {
             file.options.force = true;

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/resume.h"
 
+#include "cli/progress.h"
+
 #include <system_error>
 #include <utility>
 
@@ -83,6 +85,12 @@ Recorder Resume::recorder(const ResumeJob& job) const
                        .options = job.options,
                        .result = result.dump(-1, ' ', true, Json::error_handler_t::replace)});
     };
+}
+
+void printKeptLoss(const Json& report)
+{
+    if (const auto loss = report.find("loss"); loss != report.end())
+        printNote(report.value("input", "") + ": " + loss->value("message", "is damaged") + "; the upmix is kept");
 }
 
 } // namespace tarn

@@ -58,4 +58,9 @@ private:
     Ledger ledger;
 };
 
+/// Repeats the warning about the loss of a damaged input that is done.
+///
+/// report  of ResumeDecision
+void printKeptLoss(const Json& report);
+
 } // namespace tarn

@@ -89,7 +89,10 @@ void skipDone(std::vector<Film>& films, const Resume& resume, bool skipExisting)
         ResumeDecision decision = resume.decide(resumeJob(film.options, skipExisting));
         film.refusal = decision.refusal;
         film.options.force = film.options.force || decision.replaces;
-        if (decision.report) film.outcome = WorkerOutcome{.result = std::move(*decision.report)};
+        if (decision.report) {
+            printKeptLoss(*decision.report);
+            film.outcome = WorkerOutcome{.result = std::move(*decision.report)};
+        }
     }
 }
 
