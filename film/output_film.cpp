@@ -71,6 +71,8 @@ std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsign
     format->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // FLAC and Opus in MP4
     // Matroska stores negative time stamps. If the muxer shifted them, the film would start later than before.
     if (isMatroska()) format->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+    // MP4 stores late starts in this clock, whose default counts milliseconds. Matroska has no such option.
+    av_opt_set_int(format->priv_data, "movie_timescale", upmixed.sample_rate, 0);
     const int error = avformat_write_header(format, nullptr);
     if (writeError != 0) file.failToWrite(writeError, "writing failed");
     checked(error, EX_DATAERR, path + ": the container refuses a track of " + input.name());

@@ -111,7 +111,7 @@ def run_case(folder, container, codec, case):
 
 def main():
     start = time.monotonic()
-    left_out: Counter = Counter()
+    left_out = Counter()
     chosen = []
     for case in CASES:
         for container in CONTAINERS:

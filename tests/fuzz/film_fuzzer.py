@@ -83,7 +83,7 @@ def make_seeds(folder):
     (folder / "chapters.txt").write_text(CHAPTERS)
     (folder / "text.srt").write_text(SUBTITLES)
     ffmpeg("-f", "lavfi", "-i", "testsrc=s=32x32:d=1", "-frames:v", 1, folder / "cover.png")
-    lost: dict[str, tuple] = {
+    lost = {
         "drops": ("-bsf:a", "noise=drop=gt(mod(n\\,9)\\,6)"),
         "noise": ("-bsf:a", "noise=amount=40"),
     }
