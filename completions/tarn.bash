@@ -44,7 +44,7 @@ _tarn() {
     film)
         case $before in
         --layout) words='5.1 3.0' ;;
-        --format) words='mkv mp4 mka' ;;
+        --format) words='mkv mp4 mka m4a flac' ;;
         --codec) words='flac ac3 eac3 aac opus pcm' ;;
         --dialnorm) words='auto' ;;
         --mode) words='fast calm' ;;

@@ -24,7 +24,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
 {
     app.add_option("FILES", batch.inputs,
                    "INPUT, a film or a recording that FFmpeg reads, and\n"
-                   "OUTPUT, the film to write: .mkv, .mp4 or .mka; with\n"
+                   "OUTPUT, the film to write: .mkv, .mp4, .mka, .m4a or .flac; with\n"
                    "--output-dir, many INPUTs")
         ->type_name("")
         ->required();
@@ -34,9 +34,9 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
     app.add_flag("-r,--recursive", batch.recursive,
                  "Upmix every film below an INPUT that is a folder, and\ncreate its subfolders in --output-dir")
         ->disable_flag_override();
-    app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4 or mka")
+    app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4, mka, m4a or flac")
         ->type_name("NAME")
-        ->check(tarn::oneOf({"mkv", "mp4", "mka"}, "--format mp4"));
+        ->check(tarn::oneOf({"mkv", "mp4", "mka", "m4a", "flac"}, "--format mp4"));
     app.add_option("-j,--jobs", batch.jobs, "Parallel jobs, 1 (default) to 64")
         ->type_name("N")
         ->check(tarn::numberFrom(1, 64, "--jobs 4"));

@@ -127,18 +127,25 @@ AVStream& OutputFilm::addStream()
     return *allocated(avformat_new_stream(format, nullptr));
 }
 
+/// Whether this kind of file has one audio track and nothing else but pictures.
+bool OutputFilm::isFlac() const noexcept
+{
+    return std::string_view(format->oformat->name) == "flac";
+}
+
 /// Adds a stream of the input: a copy, converted subtitles, or nothing if the container can hold neither.
 void OutputFilm::addStreamOf(const AVStream& from)
 {
     const AVCodecParameters& codec = *from.codecpar;
-    const auto canHold = [this](AVCodecID id) {
+    const bool isPicture = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    const auto canHold = [&](AVCodecID id) {
+        if (isFlac()) return isPicture;
         return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
     };
     if (canHold(codec.codec_id) || (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT && isMatroska())) {
         addCopy(from);
         const bool isClocked = codec.codec_type == AVMEDIA_TYPE_AUDIO || codec.codec_type == AVMEDIA_TYPE_VIDEO;
-        if (isClocked && (from.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0)
-            times.back() = std::make_unique<PacketTimes>();
+        if (isClocked && !isPicture) times.back() = std::make_unique<PacketTimes>();
     } else if (canHold(AV_CODEC_ID_MOV_TEXT) && SubtitleConverter::canConvert(codec.codec_id)) {
         converters.back() = std::make_unique<SubtitleConverter>(path, from);
         AVStream& stream = addStream();

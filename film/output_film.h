@@ -55,6 +55,7 @@ public:
 
 private:
     bool isMatroska() const noexcept;
+    bool isFlac() const noexcept;
     AVStream& addStream();
     void addStreamOf(const AVStream& from);
     void addCopy(const AVStream& from);

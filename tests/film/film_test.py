@@ -275,6 +275,28 @@ class Tracks(FilmTest):
             stream = streams_of(self.upmixed(self.path(name), name + ".mka", "--replace"), "audio")[0]
             self.assertEqual((stream["codec_name"], stream["channels"]), ("flac", 6), name)
 
+    def test_flac_files_hold_the_new_track_alone(self):
+        make_film(self.path("film.mkv"), "flac")
+        cover = self.path("cover.png")
+        ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64", "-frames:v", 1, cover)
+        song = self.path("song.m4a")
+        inputs = ("-i", self.path("film.mkv"), "-i", cover, "-map", "0:a", "-map", "1:v")
+        ffmpeg(
+            *inputs, "-c:a", "alac", "-c:v", "copy", "-disposition:v", "attached_pic", "-metadata", "title=Song", song
+        )
+        result = run_film(song, self.path("upmix.flac"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("upmix.flac: audio track 0 (alac) is left out", result.stderr)
+        streams = [(s["codec_name"], s.get("channels")) for s in streams_of(self.path("upmix.flac"))]
+        self.assertEqual(streams, [("flac", 6), ("png", None)])
+        tags = probed(self.path("upmix.flac"), "-show_format")["format"]["tags"]
+        self.assertEqual(tags["title"], "Song")
+        ffmpeg("-i", song, "-map", "0:a", "-c:a", "pcm_s24le", self.path("song.wav"))
+        upmix = [TARN, "upmix", "--quiet", "--layout", "5.1", self.path("song.wav"), self.path("song.flac")]
+        subprocess.run(upmix, check=True)
+        raw = ("-map", "0:a", "-c:a", "pcm_s32le", "-f", "s32le", "-")
+        self.assertEqual(ffmpeg("-i", self.path("upmix.flac"), *raw), ffmpeg("-i", self.path("song.flac"), *raw))
+
 
 class Batch(FilmTest):
     def test_films_of_a_folder(self):
