@@ -50,6 +50,8 @@ InputFilm::InputFilm(const std::string& filmPath) : path(filmPath)
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) throw Failure(EX_SOFTWARE, "out of memory");
     context->interrupt_callback.callback = [](void*) { return arrivedSignal() != 0 ? 1 : 0; };
+    // AVI, MPEG program streams and others do not store the time stamps of reordered pictures.
+    context->flags |= AVFMT_FLAG_GENPTS;
     // Without a protocol, a name with a colon would be taken for one.
     const int error = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
     throwIfInterrupted();

@@ -88,6 +88,32 @@ class LipSync(FilmTest):
         )
         self.check([film], [("flac", "mkv"), ("aac", "mp4")])
 
+    def pictures(self, film):
+        """Time and hash of every picture, in the order in which they are shown."""
+        options = ("-fflags", "+genpts", "-select_streams", "v", "-show_entries", "frame=pts_time")
+        frames = probed(film, *options)["frames"]
+        chosen = ("-map", "0:v", "-vsync", "passthrough", "-f", "framemd5", "-")
+        lines = ffmpeg("-fflags", "+genpts", "-i", film, *chosen).decode().splitlines()
+        hashes = [line.split(",")[-1] for line in lines if not line.startswith("#")]
+        return [float(frame["pts_time"]) for frame in frames], hashes
+
+    def test_reordered_pictures_without_time_stamps(self):
+        for name, encoder, codec in (
+            ("a.avi", "mpeg4", "pcm"),
+            ("a.mpg", "mpeg2video", "ac3"),
+            ("a.vob", "mpeg2video", "ac3"),
+        ):
+            film = make_film(self.path(name), codec, video=("-c:v", encoder, "-vf", "noise=alls=9:allf=t"))
+            packets = probed(film, "-select_streams", "v", "-show_entries", "packet=pts_time")["packets"]
+            self.assertTrue(any("pts_time" not in packet for packet in packets), name)
+            times, hashes = self.pictures(film)
+            for end in ("mkv", "mp4"):
+                target = self.upmixed(film, f"{name}.{end}")
+                own_times, own_hashes = self.pictures(target)
+                self.assertEqual(own_hashes, hashes, target.name)
+                numpy.testing.assert_allclose(own_times, times, rtol=0, atol=0.001, err_msg=target.name)
+            self.check([film], [("flac", "mkv"), ("ac3", "mp4")])
+
     def test_no_frame_is_lost(self):
         """Where the clock of the container counts samples, not one."""
         source = make_film(self.path("film.mp4"), "flac")
