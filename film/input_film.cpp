@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include <fcntl.h>
 
@@ -59,6 +60,7 @@ InputFilm::InputFilm(const std::string& filmPath) : path(filmPath)
         throw Failure(EX_DATAERR, path + ": is not a film or a recording that can be read: " + textOf(error) +
                                       "; check it with ffprobe");
     format.reset(context);
+    isLengthFromZero = context->duration > 0 || std::string_view(context->iformat->name) == "asf";
     checked(avformat_find_stream_info(context, nullptr), EX_DATAERR, path);
     throwIfInterrupted();
 }
@@ -113,8 +115,19 @@ void InputFilm::follow(const AVPacket& packet)
 std::optional<double> InputFilm::declaredEnd() const noexcept
 {
     if (!duration() || format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return std::nullopt;
-    const std::int64_t start = format->start_time != AV_NOPTS_VALUE ? format->start_time : 0;
-    return *duration() + static_cast<double>(start) / AV_TIME_BASE;
+    return isLengthFromZero ? *duration() : *duration() + startSeconds();
+}
+
+std::optional<double> InputFilm::latestEnd() const noexcept
+{
+    const std::optional<double> end = declaredEnd();
+    return end ? std::optional(std::max(*end, *duration() + startSeconds())) : std::nullopt;
+}
+
+/// Time of the first packet of all.
+double InputFilm::startSeconds() const noexcept
+{
+    return format->start_time != AV_NOPTS_VALUE ? static_cast<double>(format->start_time) / AV_TIME_BASE : 0.0;
 }
 
 FileDamage InputFilm::damage(unsigned track) const

@@ -42,7 +42,13 @@ public:
     bool read(AVPacket& packet);
 
     /// Time at which the film ends, if it declares that; in seconds.
+    ///
+    /// MP4, ASF and Matroska as FFmpeg writes it count the length from zero; AVI and others from the first packet. Some
+    /// Matroska files count it from the first packet too. Their film ends later than this if it starts late.
     std::optional<double> declaredEnd() const noexcept;
+
+    /// The latest time at which the film can end, if it declares a length; in seconds.
+    std::optional<double> latestEnd() const noexcept;
 
     /// Damage of the container; call it after the last packet.
     FileDamage damage(unsigned track) const;
@@ -55,11 +61,13 @@ public:
 
 private:
     std::string listOfTracks() const;
+    double startSeconds() const noexcept;
     void follow(const AVPacket& packet);
 
     std::string path;
     FileIdentity file{};
     InputContext format;
+    bool isLengthFromZero = false; ///< if the header has a length; else FFmpeg computes it from the tracks
     int readErrors = 0;
     std::vector<std::optional<double>> ends; ///< of the packets of each stream, in seconds
 };

@@ -66,7 +66,7 @@ Survey survey(const SurveyedTrack& track, SurveyPlan plan, int headroomBits)
         return std::make_unique<TrackDecoder>(track.options.input, input.stream(track.index),
                                               TrackConversion{.rateHz = track.rate,
                                                               .scale = std::ldexp(1.0, -headroomBits),
-                                                              .endSeconds = input.declaredEnd()},
+                                                              .endSeconds = input.latestEnd()},
                                               [&](const std::int32_t* stereo, std::size_t frames) {
                                                   throwIfInterrupted();
                                                   if (plan.loudness) before.push(stereo, frames, headroomBits);

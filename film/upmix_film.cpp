@@ -97,7 +97,7 @@ void FilmUpmix::run()
     decoder.emplace(options.input, original,
                     TrackConversion{.rateHz = rate,
                                     .scale = std::ldexp(1.0 / plan.peak, -plan.headroomBits),
-                                    .endSeconds = input.declaredEnd()},
+                                    .endSeconds = input.latestEnd()},
                     [this](const std::int32_t* stereo, std::size_t frames) { push(stereo, frames); });
     // FLAC and PCM hold at most 24 bits.
     StreamFormat format = decoder->format();

@@ -432,6 +432,28 @@ class Damage(FilmTest):
             self.assertEqual((result.returncode, json.loads(result.stdout).get("loss")), (0, None))
             self.assertNotIn("damaged", result.stderr)
 
+    def test_a_whole_film_that_starts_late_has_no_loss(self):
+        for seconds in (3, 60):
+            for codec, container in (("aac", "mp4"), ("ac3", "mov"), ("ac3", "ts"), ("flac", "mkv")):
+                late = ("-output_ts_offset", seconds)
+                film = make_film(self.path(f"film.{container}"), codec, after=late)
+                result = run_film("--json", "--force", film, self.path(f"out-{container}.mkv"))
+                self.assertEqual((result.returncode, json.loads(result.stdout).get("loss")), (0, None), result.stderr)
+                self.assertNotIn("damaged", result.stderr)
+                self.assert_in_sync(film, self.path(f"out-{container}.mkv"), 0.001)
+        song = self.path("song.wma")
+        ffmpeg("-i", self.path("film.mkv"), "-vn", "-c:a", "wmav2", "-output_ts_offset", 3, song)
+        self.upmixed(song, "song.mka")
+
+    def test_a_cut_film_that_starts_late_has_a_loss(self):
+        for container in ("mkv", "mp4"):
+            options = ("-output_ts_offset", 3, *(("-movflags", "+faststart") if container == "mp4" else ()))
+            film = make_film(self.path(f"film.{container}"), "flac", after=options)
+            cut = self.path(f"cut.{container}")
+            cut.write_bytes(film.read_bytes()[: film.stat().st_size * 6 // 10])
+            errors, _ = self.upmix_damaged(1, cut, "--force")
+            self.assertRegex(errors, r"it declares a length of 0:07\.0\d\d and ends at 0:0[3-5]")
+
     def make_gap(self, start, end):
         film = make_film(self.path("whole.mkv"), "flac")
         ffmpeg(
