@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -29,6 +30,34 @@ std::string descriptionOf(const AVStream& stream)
     const char* const type = av_get_media_type_string(stream.codecpar->codec_type);
     return std::string(type != nullptr ? type : "data") + " track " + std::to_string(stream.index) + " (" +
            avcodec_get_name(stream.codecpar->codec_id) + ")";
+}
+
+/// A kind of picture that Matroska attaches as a file.
+struct PictureKind
+{
+    AVCodecID codec;
+    const char* extension;
+    const char* mimeType;
+};
+
+constexpr PictureKind kPictureKinds[] = {
+    {AV_CODEC_ID_MJPEG, ".jpg", "image/jpeg"}, {AV_CODEC_ID_PNG, ".png", "image/png"},
+    {AV_CODEC_ID_GIF, ".gif", "image/gif"},    {AV_CODEC_ID_TIFF, ".tiff", "image/tiff"},
+    {AV_CODEC_ID_BMP, ".bmp", "image/bmp"},    {AV_CODEC_ID_WEBP, ".webp", "image/webp"},
+};
+
+const PictureKind* pictureKindOf(AVCodecID codec)
+{
+    const auto* const found = std::find_if(std::begin(kPictureKinds), std::end(kPictureKinds),
+                                           [codec](const PictureKind& kind) { return kind.codec == codec; });
+    return found != std::end(kPictureKinds) ? found : nullptr;
+}
+
+/// Whether a stream is one picture, such as a cover. Thumbnails of chapters are many.
+bool isPicture(const AVStream& stream)
+{
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 &&
+           (stream.disposition & AV_DISPOSITION_TIMED_THUMBNAILS) == 0;
 }
 
 } // namespace
@@ -133,20 +162,35 @@ bool OutputFilm::isFlac() const noexcept
     return std::string_view(format->oformat->name) == "flac";
 }
 
+/// Whether this is a file of the MP4 family that has a place for covers.
+bool OutputFilm::isMp4() const noexcept
+{
+    const std::string_view name = format->oformat->name;
+    return name == "mp4" || name == "ipod";
+}
+
+/// Whether the container can hold a copy of a stream.
+bool OutputFilm::canHold(const AVStream& stream) const
+{
+    const AVCodecID id = stream.codecpar->codec_id;
+    if (isFlac()) return isPicture(stream);
+    if (isMatroska() && stream.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) return true;
+    if (isMp4() && isPicture(stream)) return id == AV_CODEC_ID_MJPEG || id == AV_CODEC_ID_PNG || id == AV_CODEC_ID_BMP;
+    return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
+}
+
 /// Adds a stream of the input: a copy, converted subtitles, or nothing if the container can hold neither.
 void OutputFilm::addStreamOf(const AVStream& from)
 {
     const AVCodecParameters& codec = *from.codecpar;
-    const bool isPicture = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    const auto canHold = [&](AVCodecID id) {
-        if (isFlac()) return isPicture;
-        return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
-    };
-    if (canHold(codec.codec_id) || (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT && isMatroska())) {
+    if (isMatroska() && isPicture(from) && pictureKindOf(codec.codec_id) != nullptr) {
+        attach(from);
+    } else if (canHold(from)) {
         addCopy(from);
         const bool isClocked = codec.codec_type == AVMEDIA_TYPE_AUDIO || codec.codec_type == AVMEDIA_TYPE_VIDEO;
-        if (isClocked && !isPicture) times.back() = std::make_unique<PacketTimes>();
-    } else if (canHold(AV_CODEC_ID_MOV_TEXT) && SubtitleConverter::canConvert(codec.codec_id)) {
+        if (isClocked && !isPicture(from)) times.back() = std::make_unique<PacketTimes>();
+    } else if (!isFlac() && avformat_query_codec(format->oformat, AV_CODEC_ID_MOV_TEXT, 0) == 1 &&
+               SubtitleConverter::canConvert(codec.codec_id)) {
         converters.back() = std::make_unique<SubtitleConverter>(path, from);
         AVStream& stream = addStream();
         checked(avcodec_parameters_from_context(stream.codecpar, &converters.back()->codec()), EX_SOFTWARE, path);
@@ -154,6 +198,26 @@ void OutputFilm::addStreamOf(const AVStream& from)
     } else {
         lost.push_back(descriptionOf(from) + " is left out, because this kind of file cannot hold it");
     }
+}
+
+/// Adds a picture as a file in the header of Matroska. It has no packets then.
+void OutputFilm::attach(const AVStream& picture)
+{
+    const PictureKind& kind = *pictureKindOf(picture.codecpar->codec_id);
+    AVStream& stream = addStream();
+    AVCodecParameters& codec = *stream.codecpar;
+    const auto size = static_cast<std::size_t>(picture.attached_pic.size);
+    codec.codec_type = AVMEDIA_TYPE_ATTACHMENT;
+    codec.codec_id = kind.codec;
+    codec.extradata = static_cast<std::uint8_t*>(allocated(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE)));
+    codec.extradata_size = picture.attached_pic.size;
+    std::copy_n(picture.attached_pic.data, size, codec.extradata);
+    checked(av_dict_copy(&stream.metadata, picture.metadata, 0), EX_SOFTWARE, path);
+    // Players look for a file with the name "cover".
+    const std::string name = pictures == 0 ? "cover" : "cover-" + std::to_string(pictures + 1);
+    ++pictures;
+    av_dict_set(&stream.metadata, "filename", (name + kind.extension).c_str(), AV_DICT_DONT_OVERWRITE);
+    av_dict_set(&stream.metadata, "mimetype", kind.mimeType, AV_DICT_DONT_OVERWRITE);
 }
 
 void OutputFilm::addCopy(const AVStream& from)
@@ -178,6 +242,7 @@ void OutputFilm::describe(AVStream& stream, const AVStream& from)
 {
     stream.time_base = from.time_base;
     stream.disposition = from.disposition;
+    if (isPicture(from)) stream.disposition = AV_DISPOSITION_ATTACHED_PIC; // MP4 covers have no other one
     if (from.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) stream.disposition &= ~AV_DISPOSITION_DEFAULT;
     checked(av_dict_copy(&stream.metadata, from.metadata, 0), EX_SOFTWARE, path);
     outputOf.back() = stream.index;

@@ -56,8 +56,11 @@ public:
 private:
     bool isMatroska() const noexcept;
     bool isFlac() const noexcept;
+    bool isMp4() const noexcept;
+    bool canHold(const AVStream& stream) const;
     AVStream& addStream();
     void addStreamOf(const AVStream& from);
+    void attach(const AVStream& picture);
     void addCopy(const AVStream& from);
     void describe(AVStream& stream, const AVStream& from);
     void addUpmixed(const AVCodecContext& upmixed, const AVStream& original);
@@ -78,6 +81,7 @@ private:
     std::vector<std::unique_ptr<SubtitleConverter>> converters; ///< for each stream of the input; null: it is copied
     std::vector<std::unique_ptr<PacketTimes>> times;            ///< for each stream of the input; null: they are copied
     std::vector<std::int64_t> lastTimes; ///< decoding time of the last packet of each stream of the output
+    int pictures = 0;                    ///< that are attached
     int upmixedIndex = -1;
     AVRational upmixedTime{};
     std::vector<std::string> lost;

@@ -220,6 +220,44 @@ class Copies(FilmTest):
         self.assertIn("00:00:01,000 --> 00:00:02,000\nHallo", text)
         self.assertIn("00:00:03,000 --> 00:00:03,500\nWelt", text)
 
+    def make_covers(self):
+        film = make_film(self.path("bare.mkv"), "aac")
+        covers = {"png": self.path("front.png"), "mjpeg": self.path("back.jpg")}
+        for cover in covers.values():
+            ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64", "-frames:v", 1, "-update", 1, cover)
+        inputs = [word for path in (film, *covers.values()) for word in ("-i", path)]
+        chosen = ("-c", "copy", "-map", "1", "-map", "2")
+        video = ("-map", "0", "-disposition:v:1", "attached_pic", "-disposition:v:2", "attached_pic")
+        audio = ("-map", "0:a", "-disposition:v:0", "attached_pic", "-disposition:v:1", "attached_pic")
+        ffmpeg(*inputs, *video, *chosen, self.path("film.mp4"))
+        ffmpeg(*inputs, *audio, *chosen, self.path("song.m4a"))
+        files = []
+        for index, (cover, mime) in enumerate(zip(covers.values(), ("image/png", "image/jpeg"))):
+            files += ["-attach", cover, f"-metadata:s:t:{index}", f"mimetype={mime}"]
+        ffmpeg("-i", film, "-c", "copy", *files, self.path("film.mkv"))
+        return covers
+
+    def test_covers_stay_covers(self):
+        covers = self.make_covers()
+        names = {"film.mkv": ["front.png", "back.jpg"]}
+        for source in ("film.mkv", "film.mp4", "song.m4a"):
+            for end in ("mkv", "mka", "mp4", "m4a"):
+                result = run_film(self.path(source), self.path(f"{source}.{end}"))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertNotRegex(result.stderr, r"\((png|mjpeg)\) is left out")
+                streams = streams_of(self.path(f"{source}.{end}"))
+                pictures = [stream for stream in streams if stream["disposition"]["attached_pic"]]
+                self.assertEqual([picture["codec_name"] for picture in pictures], list(covers), (source, end))
+                for picture in pictures:
+                    chosen = ("-map", f"0:{picture['index']}", "-c", "copy", "-f", "image2pipe", "-")
+                    data = ffmpeg("-i", self.path(f"{source}.{end}"), *chosen)
+                    self.assertEqual(data, covers[picture["codec_name"]].read_bytes(), (source, end))
+                moving = [s for s in streams if s["codec_type"] == "video" and s not in pictures]
+                self.assertEqual(len(moving), 0 if source == "song.m4a" or end == "mka" else 1, (source, end))
+                if end in ("mkv", "mka"):
+                    expected = names.get(source, ["cover.png", "cover-2.jpg"])
+                    self.assertEqual([picture["tags"]["filename"] for picture in pictures], expected)
+
     def test_replace_leaves_the_stereo_track_out(self):
         target = self.upmixed(make_film(self.path("film.mkv"), "flac"), "out.mkv", "--replace")
         self.assertEqual([s["channels"] for s in streams_of(target, "audio")], [6])
