@@ -53,13 +53,15 @@ public:
     /// Damage of the container; call it after the last packet.
     FileDamage damage(unsigned track) const;
 
-    /// Returns the number of the stereo track to upmix: the one that was asked for, or the default one, or the first.
+    /// Returns the number of the stereo track to upmix: the one that was asked for, or the first one.
     ///
-    /// Throws Failure (EX_DATAERR) if there is none, with the tracks that there are; or if the film has a default track
-    /// with more channels, unless options.forceTrack is set.
+    /// Throws Failure (EX_DATAERR) if there is none, with the tracks that there are; or if the default audio track has
+    /// more channels, unless a track was asked for or options.forceTrack is set.
     unsigned chooseTrack(const FilmOptions& options) const;
 
 private:
+    void refuseSurround() const;
+    std::string describe(unsigned index) const;
     std::string listOfTracks() const;
     double startSeconds() const noexcept;
     void follow(const AVPacket& packet);

@@ -96,6 +96,8 @@ int run(int argc, char** argv)
     tarn::refuseStrayNumbers(app, "tarn film --help");
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
+    if (options.stream && app.get_option("--language")->count() > 0)
+        throw tarn::Failure(EX_USAGE, "--stream and --language: both choose the track; leave one of them out");
     if (app.get_option("--output-dir")->count() > 0) {
         if (batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
         return tarn::runFilmBatch(batch, options);

@@ -323,6 +323,31 @@ class Tracks(FilmTest):
         self.assertFalse(self.path("no.mkv").exists())
         self.upmixed(film, "forced.mkv", "--force-track")
 
+    def test_the_first_track_is_the_default_without_a_mark(self):
+        make_film(self.path("stereo.mkv"), "ac3")
+        ffmpeg("-i", self.path("stereo.mkv"), "-vn", "-c:a", "ac3", "-ac", 6, self.path("surround.mka"))
+        inputs = ("-i", self.path("stereo.mkv"), "-i", self.path("surround.mka"))
+        languages = ("-metadata:s:a:0", "language=deu", "-metadata:s:a:1", "language=eng")
+        film = self.path("film.ts")
+        ffmpeg(*inputs, "-map", "0:v", "-map", "1:a", "-map", "0:a", "-c", "copy", *languages, film)
+        self.assertEqual([s["disposition"]["default"] for s in streams_of(film, "audio")], [0, 0])
+        self.assert_refusal(
+            65, "its default audio track has 6 channels already; add --force-track", film, self.path("no.mkv")
+        )
+        for options in (("--force-track",), ("--stream", 2), ("--language", "eng")):
+            target = self.upmixed(film, f"out{options[0]}.mkv", *options)
+            self.assertEqual([s["channels"] for s in streams_of(target, "audio")], [6, 6, 2])
+        stereo_first = self.path("stereo-first.ts")
+        ffmpeg(*inputs, "-map", "0:v", "-map", "0:a", "-map", "1:a", "-c", "copy", stereo_first)
+        self.upmixed(stereo_first, "stereo-first.mkv")
+
+    def test_stream_and_language_together_are_refused(self):
+        self.assert_refusal(
+            64,
+            "--stream and --language: both choose the track; leave one of them out",
+            *("--stream", 1, "--language", "deu", "--output-dir", self.path("out"), self.path("film.mkv")),
+        )
+
     def test_a_mono_film_is_refused(self):
         make_film(self.path("mono.mkv"), "flac", after=("-ac", 1))
         self.assert_refusal(
