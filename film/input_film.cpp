@@ -203,6 +203,15 @@ std::string InputFilm::describe(unsigned index) const
            (language.empty() ? "" : ", " + language) + ")";
 }
 
+std::string InputFilm::otherThanStereo() const
+{
+    std::string list;
+    for (unsigned index = 0; index < format->nb_streams; ++index)
+        if (isAudio(stream(index)) && !isStereo(stream(index)))
+            list += (list.empty() ? "track " : ", track ") + describe(index);
+    return list;
+}
+
 std::string InputFilm::listOfTracks() const
 {
     std::string list;

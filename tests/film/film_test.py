@@ -348,6 +348,22 @@ class Tracks(FilmTest):
             *("--stream", 1, "--language", "deu", "--output-dir", self.path("out"), self.path("film.mkv")),
         )
 
+    def test_tracks_that_are_not_stereo_are_named(self):
+        make_film(self.path("stereo.mkv"), "ac3")
+        tracks = []
+        for index, channels in enumerate((2, 1, 6)):
+            tracks += ["-map", "0:a", f"-ac:a:{index}", channels]
+        ffmpeg("-i", self.path("stereo.mkv"), *tracks, "-c:a", "ac3", self.path("three.mka"))
+        note = "three.mka: not upmixed, because only stereo is: track 1 (ac3, 1 channels), track 2 (ac3, 6 channels)"
+        result = run_film(self.path("three.mka"), self.path("out.mka"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn(note, result.stderr)
+        self.assertEqual([s["channels"] for s in streams_of(self.path("out.mka"))], [6, 2, 1, 6])
+        quiet = run_film("--quiet", self.path("three.mka"), self.path("quiet.mka"))
+        self.assertEqual((quiet.returncode, quiet.stderr), (0, ""))
+        stereo = run_film(self.path("stereo.mkv"), self.path("stereo-out.mkv"))
+        self.assertNotIn("only stereo", stereo.stderr)
+
     def test_a_mono_film_is_refused(self):
         make_film(self.path("mono.mkv"), "flac", after=("-ac", 1))
         self.assert_refusal(
