@@ -129,7 +129,6 @@ std::optional<double> InputFilm::latestEnd() const noexcept
     return end ? std::optional(std::max(*end, *duration() + startSeconds())) : std::nullopt;
 }
 
-/// Time of the first packet of all.
 double InputFilm::startSeconds() const noexcept
 {
     return format->start_time != AV_NOPTS_VALUE ? static_cast<double>(format->start_time) / AV_TIME_BASE : 0.0;

@@ -30,6 +30,9 @@ public:
     /// Seconds; none if unknown.
     std::optional<double> duration() const noexcept;
 
+    /// Time of the first packet of all; 0 if unknown.
+    double startSeconds() const noexcept;
+
     /// Its length at a rate; none if unknown.
     std::optional<std::uint64_t> expectedFrames(std::uint32_t rateHz) const noexcept;
 
@@ -66,7 +69,6 @@ private:
     void refuseSurround() const;
     std::string describe(unsigned index) const;
     std::string listOfTracks() const;
-    double startSeconds() const noexcept;
     void follow(const AVPacket& packet);
 
     std::string path;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -23,6 +24,16 @@ namespace
 {
 
 constexpr int kBufferBytes = 1 << 16;
+
+/// Codecs start up to this far below zero, and Matroska can store that. Its clusters cannot be further below.
+constexpr double kMaxPriming = 1.0; // seconds
+
+/// Whole seconds, which all time bases can express, that lift the start of a film above zero.
+int delayFor(double startSeconds)
+{
+    constexpr double kLongest = 1e6; // MPEG transport streams count up to 95443 s
+    return startSeconds < -kMaxPriming && startSeconds > -kLongest ? static_cast<int>(std::ceil(-startSeconds)) : 0;
+}
 
 /// "subtitle track 3 (subrip)".
 std::string descriptionOf(const AVStream& stream)
@@ -71,6 +82,8 @@ OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm&
     format->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, writeBytes, seek);
     if (buffer == nullptr || format->pb == nullptr) throw Failure(EX_SOFTWARE, "out of memory");
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
+    addedSeconds = delayFor(input.startSeconds());
+    format->output_ts_offset = static_cast<std::int64_t>(addedSeconds) * AV_TIME_BASE;
 }
 
 OutputFilm::~OutputFilm()
@@ -273,8 +286,9 @@ void OutputFilm::copyChapters()
         format->nb_chapters = i + 1;
         copied->id = chapter.id;
         copied->time_base = chapter.time_base;
-        copied->start = chapter.start;
-        copied->end = chapter.end;
+        const std::int64_t later = av_rescale_q(addedSeconds, {1, 1}, chapter.time_base);
+        copied->start = av_sat_add64(chapter.start, later);
+        copied->end = av_sat_add64(chapter.end, later);
         checked(av_dict_copy(&copied->metadata, chapter.metadata, 0), EX_SOFTWARE, path);
     }
 }

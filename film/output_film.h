@@ -35,6 +35,9 @@ public:
     const AVOutputFormat& container() const noexcept { return *format->oformat; }
     bool wantsGlobalHeader() const noexcept { return (format->oformat->flags & AVFMT_GLOBALHEADER) != 0; }
 
+    /// Seconds by which all tracks and chapters are later than in the input, because it starts far below zero.
+    int delaySeconds() const noexcept { return addedSeconds; }
+
     /// Adds all streams and writes the header. The upmixed track is the default one, in front of its original.
     ///
     /// upmixed  the encoder of the new track
@@ -75,7 +78,8 @@ private:
     std::string path;
     const InputFilm& input;
     OutputFile file;
-    int writeError = 0; ///< errno
+    int writeError = 0;   ///< errno
+    int addedSeconds = 0; ///< to all times
     AVFormatContext* format = nullptr;
     std::vector<int> outputOf; ///< stream of the output for each one of the input; -1: not copied
     std::vector<std::unique_ptr<SubtitleConverter>> converters; ///< for each stream of the input; null: it is copied

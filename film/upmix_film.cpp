@@ -150,7 +150,7 @@ Json FilmUpmix::report() const
                    {"layout", options.layout},
                    {"sample_rate_hz", rate},
                    {"frames", chain->frames()},
-                   {"start_frame", decoder->start().value_or(0)},
+                   {"start_frame", decoder->start().value_or(0) + std::int64_t{rate} * output.delaySeconds()},
                    {"input_gain_db", -decibels(plan.peak)},
                    {"gain_db", plan.settings.room.gainDb},
                    {"clipped_samples", chain->clippedSamples()},

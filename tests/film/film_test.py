@@ -72,6 +72,23 @@ class LipSync(FilmTest):
         late = make_film(self.path("late.mkv"), "flac", before=("-itsoffset", "2"))
         self.check([late], [("flac", "mkv"), ("aac", "mp4"), ("opus", "mkv")])
 
+    def test_a_start_far_below_zero(self):
+        """A clock of 33 bits that wraps soon after the start."""
+        film = make_film(self.path("wrap.ts"), "ac3", after=("-output_ts_offset", 95435))
+        start = float(probed(film, "-show_format")["format"]["start_time"])
+        self.assertLess(start, -7)
+        self.check([film], [("flac", "mkv"), ("ac3", "mkv"), ("aac", "mp4"), ("flac", "mp4")])
+        for target in self.path(".").glob("wrap-*"):
+            own = float(probed(target, "-show_format")["format"]["start_time"])
+            self.assertAlmostEqual(own - start, 8, delta=0.05, msg=target.name)
+            for kind in ("v", "a:1"):
+                entries = ("-select_streams", kind, "-show_entries", "packet=pts_time")
+                before, after = (
+                    [float(packet["pts_time"]) for packet in probed(path, *options)["packets"]]
+                    for path, options in ((film, entries[:1] + (kind[0],) + entries[2:]), (target, entries))
+                )
+                numpy.testing.assert_allclose(after, numpy.array(before) + 8, rtol=0, atol=0.001)
+
     def test_edit_list(self):
         film = make_film(self.path("whole.mp4"), "aac", video=("-g", 10))
         ffmpeg("-ss", "0.9", "-i", film, "-c", "copy", self.path("edited.mp4"))
