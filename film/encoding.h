@@ -22,6 +22,9 @@ struct Encoding
     bool hasDialogueLevel; ///< stores the loudness of dialogue
 };
 
+/// Extensions of outputs, for messages.
+constexpr const char* kOutputExtensions = ".mkv, .mp4, .mka, .m4a or .flac";
+
 /// Names of the codecs.
 std::vector<std::string> encodingNames();
 

@@ -3,6 +3,7 @@
 #include "film/output_film.h"
 
 #include "cli/interrupt.h"
+#include "film/encoding.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -77,7 +78,7 @@ OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm&
     : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity(), std::move(hook))
 {
     if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
-        throw Failure(EX_USAGE, path + ": no container has this extension; end the name in .mkv or .mp4");
+        throw Failure(EX_USAGE, path + ": no container has this extension; end the name in " + kOutputExtensions);
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferBytes));
     format->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, writeBytes, seek);
     if (buffer == nullptr || format->pb == nullptr) throw Failure(EX_SOFTWARE, "out of memory");
