@@ -202,11 +202,11 @@ std::string InputFilm::describe(unsigned index) const
            (language.empty() ? "" : ", " + language) + ")";
 }
 
-std::string InputFilm::otherThanStereo() const
+std::string InputFilm::otherThanStereo(unsigned except) const
 {
     std::string list;
     for (unsigned index = 0; index < format->nb_streams; ++index)
-        if (isAudio(stream(index)) && !isStereo(stream(index)))
+        if (index != except && isAudio(stream(index)) && !isStereo(stream(index)))
             list += (list.empty() ? "track " : ", track ") + describe(index);
     return list;
 }

@@ -62,8 +62,9 @@ public:
     /// more channels, unless a track was asked for or options.forceTrack is set.
     unsigned chooseTrack(const FilmOptions& options) const;
 
-    /// The audio tracks that are not stereo, "track 2 (ac3, 6 channels), track 3 ..."; empty if there are none.
-    std::string otherThanStereo() const;
+    /// The audio tracks except one that are not stereo, "track 2 (ac3, 6 channels), track 3 ..."; empty if there are
+    /// none.
+    std::string otherThanStereo(unsigned except) const;
 
 private:
     void refuseSurround() const;

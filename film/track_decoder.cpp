@@ -80,6 +80,7 @@ bool TrackDecoder::canExceedFullScale(const AVStream& stream, std::uint32_t rate
 void TrackDecoder::decode(const AVPacket* packet)
 {
     const std::uint64_t before = found.damagedPackets;
+    isChanged = false;
     const bool isRefused = avcodec_send_packet(decoder.get(), packet) < 0;
     receiveFrames();
     if (packet == nullptr) {
@@ -89,11 +90,11 @@ void TrackDecoder::decode(const AVPacket* packet)
     }
     const bool isFailed = isRefused || found.damagedPackets > before;
     const bool isCorrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
-    if (!isFailed && !isCorrupt) return;
-    found.damagedPackets = before + 1;
+    if (!isFailed && !isCorrupt && !isChanged) return;
+    if (isFailed || isCorrupt) found.damagedPackets = before + 1;
     markDamage();
     const std::int64_t duration = std::clamp<std::int64_t>(packet->duration, 0, kSilenceFrames);
-    if (isFailed) {
+    if (isFailed || isChanged) {
         lostAtEnd += duration;
     } else {
         found.uncertain += static_cast<std::uint64_t>(av_rescale_q(duration, timeBase, {1, static_cast<int>(rate)}));
@@ -109,7 +110,11 @@ void TrackDecoder::receiveFrames()
             ++found.damagedPackets;
             return;
         }
-        if (decoded->ch_layout.nb_channels != 2 || decoded->sample_rate <= 0) {
+        if (decoded->ch_layout.nb_channels != 2) {
+            noteChange(*decoded);
+            continue;
+        }
+        if (decoded->sample_rate <= 0) {
             ++found.damagedPackets;
             continue;
         }
@@ -119,6 +124,15 @@ void TrackDecoder::receiveFrames()
         av_frame_move_ref(held.get(), decoded.get());
         isHolding = true;
     }
+}
+
+/// Keeps the first frame that is not stereo.
+void TrackDecoder::noteChange(const AVFrame& frame)
+{
+    isChanged = true;
+    if (found.change) return;
+    const double seconds = static_cast<double>(timeOf(frame).value_or(0)) * av_q2d(timeBase);
+    found.change = ChannelChange{.channels = frame.ch_layout.nb_channels, .seconds = seconds};
 }
 
 /// The time of a frame in ticks; none if it has none, or one that cannot be.

@@ -133,7 +133,7 @@ void FilmUpmix::printNotes() const
         printNote(options.output + ": " + std::to_string(count) + " samples were beyond full scale and are clipped; " +
                   (options.room.noLimiter ? "leave out --no-limiter" : "add --limiter") + ", or give a smaller --gain");
     if (options.quiet) return;
-    if (const std::string others = input.otherThanStereo(); !others.empty())
+    if (const std::string others = input.otherThanStereo(track); !others.empty())
         printNote(options.input + ": not upmixed, because only stereo is: " + others);
     for (const std::string& note : leftOut) printNote(options.output + ": " + note);
     printNote(options.output + ": track " + std::to_string(track) + " upmixed to " + options.layout + " " +

@@ -552,6 +552,28 @@ class Damage(FilmTest):
             errors, _ = self.upmix_damaged(1, cut, "--force")
             self.assertRegex(errors, r"it declares a length of 0:07\.0\d\d and ends at 0:0[3-5]")
 
+    def test_a_change_of_channels_is_named_as_such(self):
+        for channels in (2, 6, 1):
+            tone = f"sine=440:r=48000:d={64 * 1536 / 48000}"  # 64 packets
+            ffmpeg("-f", "lavfi", "-i", tone, "-ac", channels, "-c:a", "ac3", self.path(f"{channels}.ac3"))
+        for order, counted, lost in ((262, "6 channels", "become silence"), (216, "1 channel", "the last 4.")):
+            joined = self.path(f"{order}.ac3")
+            joined.write_bytes(b"".join(self.path(f"{channels}.ac3").read_bytes() for channels in str(order)))
+            film = self.path(f"{order}.ts")
+            ffmpeg("-i", joined, "-c", "copy", film)
+            packets = probed(film, "-show_entries", "packet=pts_time")["packets"]
+            time = float(packets[64]["pts_time"])
+            result = run_film("--json", film, self.path(f"{order}.mka"))
+            self.assertEqual(result.returncode, 1, result.stderr)
+            self.assertNotRegex(result.stderr, "damage|not upmixed, because")
+            change = rf"{order}\.ts: track 0 changes to {counted} at 0:0(\d\.\d+), and only stereo is upmixed; .*"
+            match = re.search(change + re.escape(lost), result.stderr)
+            self.assertIsNotNone(match, result.stderr)
+            self.assertAlmostEqual(float(match.group(1)), time, delta=0.001)
+            self.assertIn("; cut the film there, and upmix the stereo parts", result.stderr)
+            seconds = json.loads(result.stdout)["loss"]["seconds"]
+            self.assertAlmostEqual(seconds, 64 * 1536 / 48000 * (1 if order == 262 else 2), delta=0.001)
+
     def make_gap(self, start, end):
         film = make_film(self.path("whole.mkv"), "flac")
         ffmpeg(
