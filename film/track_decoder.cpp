@@ -27,6 +27,7 @@ constexpr double kMaxGap = 3600.0;       ///< seconds, if the length of the film
 constexpr double kRepeatedSeconds = 1.0; ///< a longer overlap is not sound that was sent twice
 
 constexpr std::int64_t kSilenceFrames = 65536; ///< at a time
+constexpr std::int64_t kMaxPacketSeconds = 10; ///< a longer duration of a packet is damaged
 
 bool isFloat(int sampleFormat)
 {
@@ -93,7 +94,8 @@ void TrackDecoder::decode(const AVPacket* packet)
     if (!isFailed && !isCorrupt && !isChanged) return;
     if (isFailed || isCorrupt) found.damagedPackets = before + 1;
     markDamage();
-    const std::int64_t duration = std::clamp<std::int64_t>(packet->duration, 0, kSilenceFrames);
+    const std::int64_t duration =
+        std::clamp<std::int64_t>(packet->duration, 0, av_rescale_q(kMaxPacketSeconds, {1, 1}, timeBase));
     if (isFailed || isChanged) {
         lostAtEnd += duration;
     } else {

@@ -632,6 +632,20 @@ class Damage(FilmTest):
         self.assertIn(" packets of track 1 are damaged; ", errors)
         self.assertEqual(len(timeline(self.path("out.mkv"), 0)[2]), SECONDS * 48000)
 
+    def test_a_long_packet_is_missing_with_its_whole_length(self):
+        song = self.path("song.tta")
+        ffmpeg("-f", "lavfi", "-i", "anoisesrc=d=4:r=96000:a=0.3:seed=1", "-ac", 2, song)
+        last = probed(song, "-show_entries", "packet=pos,duration")["packets"][-1]
+        self.assertGreater(int(last["duration"]), 65536)
+        content = bytearray(song.read_bytes())
+        content[int(last["pos"]) :] = b"\xff" * (len(content) - int(last["pos"]))
+        damaged = self.path("damaged.tta")
+        damaged.write_bytes(content)
+        errors, report = self.upmix_damaged(0, damaged)
+        seconds = int(last["duration"]) / 96000
+        self.assertIn(f"; the last {seconds:.3f} s of its sound are missing", errors)
+        self.assertAlmostEqual(report["loss"]["seconds"], seconds, delta=0.001)
+
     def test_a_wrong_time_stamp_is_ignored(self):
         film = make_film(self.path("whole.mkv"), "flac", after=("-cluster_time_limit", "30000"))
         packets = probed(film, "-select_streams", "a", "-show_entries", "packet=pos,pts")["packets"]
