@@ -9,6 +9,7 @@
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/layout.h"
+#include "cli/loudness_match.h"
 #include "cli/option_text.h"
 #include "cli/progress.h"
 #include "cli/remap_file.h"

@@ -94,14 +94,12 @@ void FilmUpmix::run()
     const AVStream& original = input.stream(track);
     plan = planOf({options, layout, track, rate}, encoding, TrackDecoder::canExceedFullScale(original, rate));
     progress.emplace("upmixing", input.expectedFrames(rate), rate, !options.quiet && !options.inBatch);
-    decoder.emplace(options.input, original,
-                    TrackConversion{.rateHz = rate,
-                                    .scale = std::ldexp(1.0 / plan.peak, -plan.headroomBits),
-                                    .endSeconds = input.declaredEnd()},
-                    [this](const std::int32_t* stereo, std::size_t frames) { push(stereo, frames); });
-    // FLAC and PCM hold at most 24 bits.
-    StreamFormat format = decoder->format();
-    if (encoding.bitRate == 0) format.bits = std::min(format.bits, 24u);
+    decoder.emplace(
+        options.input, original,
+        TrackConversion{
+            .rateHz = rate, .headroomBits = plan.headroomBits, .peak = plan.peak, .endSeconds = input.declaredEnd()},
+        [this](const std::int32_t* stereo, std::size_t frames) { push(stereo, frames); });
+    const StreamFormat format = encoding.formatOf(decoder->format());
     encoder.emplace(options.output, encoding, layout, format, options.bitRate, plan.dialogueLevel,
                     output.wantsGlobalHeader(), [this](AVPacket& packet) { output.add(packet); });
     chain.emplace(layout, format, plan.settings, plan.headroomBits, *encoder);
@@ -134,6 +132,10 @@ void FilmUpmix::printNotes() const
                   (options.room.noLimiter ? "leave out --no-limiter" : "add --limiter") + ", or give a smaller --gain");
     if (options.quiet) return;
     for (const std::string& note : leftOut) printNote(options.output + ": " + note);
+    if (plan.loudness) {
+        printLoudness(options.output, *plan.loudness, plan.settings.room.gainDb);
+        printShortfall(options.output, *plan.loudness);
+    }
     printNote(options.output + ": track " + std::to_string(track) + " upmixed to " + options.layout + " " +
               encoding.name + ", " + formatted("%.0f", progress->speed()) + " x real time");
 }
@@ -154,6 +156,7 @@ Json FilmUpmix::report() const
                    {"clipped_samples", chain->clippedSamples()},
                    {"left_out", leftOut},
                    {"speed", progress->speed()}};
+    if (plan.loudness) report["loudness_lufs"] = jsonOf(*plan.loudness);
     if (encoding.hasDialogueLevel) report["dialogue_level_db"] = plan.dialogueLevel;
     report.update(lossReport());
     return report;
