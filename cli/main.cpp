@@ -106,6 +106,5 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    if (argc > 0) tarn::setCommandName(argv[0]);
     return tarn::runProgram(argc, argv, run);
 }

@@ -60,6 +60,13 @@ private:
     std::optional<Loss> loss;
 };
 
+void checkEncodingOptions(const FilmOptions& options, const Encoding& encoding)
+{
+    const std::string end = std::string(encoding.name) + " has none; leave it out, or choose another --codec";
+    if (options.bitRate && encoding.bitRate == 0) throw Failure(EX_USAGE, "--bitrate: lossless " + end);
+    if (options.dialnorm != "auto" && !encoding.hasDialogueLevel) throw Failure(EX_USAGE, "--dialnorm: " + end);
+}
+
 FilmUpmix::FilmUpmix(const FilmOptions& filmOptions)
     : options(filmOptions),
       layout(layoutNamed(options.layout)),
@@ -69,6 +76,7 @@ FilmUpmix::FilmUpmix(const FilmOptions& filmOptions)
       encoding(encodingFor(options.codec, output.container(), options.output)),
       rate(commonRate(encoding, input.stream(track).codecpar->sample_rate))
 {
+    checkEncodingOptions(options, encoding);
     const int own = input.stream(track).codecpar->sample_rate;
     if (rate != static_cast<std::uint32_t>(own) && !options.quiet)
         printNote(options.input + ": track " + std::to_string(track) + " is converted from " + std::to_string(own) +

@@ -306,6 +306,15 @@ class Tracks(FilmTest):
             self.path("no.mkv"),
         )
 
+    def test_options_without_an_effect_are_refused(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        for text, *options in (
+            ("--gain: --loudness-match chooses the gain itself", "--gain", 3, "--loudness-match"),
+            ("--bitrate: lossless flac has none", "--bitrate", 448),
+            ("--dialnorm: opus has none", "--codec", "opus", "--dialnorm", -27),
+        ):
+            self.assert_refusal(64, text, *options, source, self.path("no.mkv"))
+
     def test_audio_files(self):
         make_film(self.path("film.mkv"), "flac")
         for name, encoder in (("song.m4a", "alac"), ("song.wv", "wavpack"), ("song.wma", "wmav2")):
