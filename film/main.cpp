@@ -27,8 +27,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
                    "INPUT, a film or a recording that FFmpeg reads, and\n"
                    "OUTPUT, the film to write: .mkv, .mp4, .mka, .m4a or .flac; with\n"
                    "--output-dir, many INPUTs")
-        ->type_name("")
-        ->required();
+        ->type_name("");
     app.add_option("--output-dir", batch.directory,
                    "Folder for the outputs of many INPUTs: film.mp4 becomes\nfilm.mp4-5.1.mkv in it")
         ->type_name("DIR");
@@ -100,6 +99,8 @@ int run(int argc, char** argv)
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
     if (app.get_option("--output-dir")->count() > 0) {
+        if (batch.inputs.empty())
+            throw tarn::Failure(EX_USAGE, "name at least one INPUT; see " + tarn::commandName() + " --help");
         if (batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
         return tarn::runFilmBatch(batch, options);
     }
@@ -107,7 +108,8 @@ int run(int argc, char** argv)
         if (app.get_option(option)->count() > 0)
             throw tarn::Failure(EX_USAGE, std::string(option) + ": needs --output-dir; add --output-dir DIR");
     if (batch.inputs.size() != 2)
-        throw tarn::Failure(EX_USAGE, "name one INPUT and one OUTPUT, or add --output-dir; see " + tarn::commandName() + " --help");
+        throw tarn::Failure(EX_USAGE, "name one INPUT and one OUTPUT, or add --output-dir; see " + tarn::commandName() +
+                                          " --help");
     options.input = batch.inputs[0];
     options.output = batch.inputs[1];
     const tarn::Json report = tarn::upmixFilm(options);
