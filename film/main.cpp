@@ -98,6 +98,8 @@ int run(int argc, char** argv)
         throw tarn::Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
+    if (options.stream && app.get_option("--language")->count() > 0)
+        throw tarn::Failure(EX_USAGE, "--stream and --language: both choose the track; leave one of them out");
     if (app.get_option("--output-dir")->count() > 0) {
         if (batch.inputs.empty())
             throw tarn::Failure(EX_USAGE, "name at least one INPUT; see " + tarn::commandName() + " --help");

@@ -61,6 +61,7 @@ public:
 
 private:
     void receiveFrames();
+    void noteChange(const AVFrame& frame);
     std::optional<std::int64_t> timeOf(const AVFrame& frame) const;
     void releaseHeld(const AVFrame* next);
     std::int64_t toleranceOf(const AVFrame& frame) const;
@@ -89,6 +90,7 @@ private:
     Frame decoded = newFrame();
     Frame held = newFrame(); ///< waits for the time stamp of the next one
     bool isHolding = false;
+    bool isChanged = false; ///< the newest packet is not stereo
     std::vector<std::int32_t> samples;
     std::vector<double> wide; ///< samples that can exceed full scale
     double largest = 0.0;

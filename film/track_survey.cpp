@@ -69,7 +69,7 @@ Survey survey(const SurveyedTrack& track, const SurveyPlan& plan)
     const auto makeDecoder = [&] {
         return std::make_unique<TrackDecoder>(
             track.options.input, input.stream(track.index),
-            TrackConversion{.rateHz = track.rate, .headroomBits = plan.headroomBits, .endSeconds = input.declaredEnd()},
+            TrackConversion{.rateHz = track.rate, .headroomBits = plan.headroomBits, .endSeconds = input.latestEnd()},
             [&](const std::int32_t* stereo, std::size_t frames) {
                 throwIfInterrupted();
                 if (plan.loudness) before.push(stereo, frames, plan.headroomBits);

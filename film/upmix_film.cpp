@@ -105,7 +105,7 @@ void FilmUpmix::run()
     decoder.emplace(
         options.input, original,
         TrackConversion{
-            .rateHz = rate, .headroomBits = plan.headroomBits, .peak = plan.peak, .endSeconds = input.declaredEnd()},
+            .rateHz = rate, .headroomBits = plan.headroomBits, .peak = plan.peak, .endSeconds = input.latestEnd()},
         [this](const std::int32_t* stereo, std::size_t frames) { push(stereo, frames); });
     const StreamFormat format = encoding.formatOf(decoder->format());
     encoder.emplace(options.output, encoding, layout, format, options.bitRate, plan.dialogueLevel,
@@ -139,6 +139,8 @@ void FilmUpmix::printNotes() const
         printNote(options.output + ": " + std::to_string(count) + " samples were beyond full scale and are clipped; " +
                   (options.room.noLimiter ? "leave out --no-limiter" : "add --limiter") + ", or give a smaller --gain");
     if (options.quiet) return;
+    if (const std::string others = input.otherThanStereo(track); !others.empty())
+        printNote(options.input + ": not upmixed, because only stereo is: " + others);
     for (const std::string& note : leftOut) printNote(options.output + ": " + note);
     if (plan.loudness) {
         printLoudness(options.output, *plan.loudness, plan.settings.room.gainDb);
@@ -158,7 +160,7 @@ Json FilmUpmix::report() const
                    {"layout", options.layout},
                    {"sample_rate_hz", rate},
                    {"frames", chain->frames()},
-                   {"start_frame", decoder->start().value_or(0)},
+                   {"start_frame", decoder->start().value_or(0) + std::int64_t{rate} * output.delaySeconds()},
                    {"input_gain_db", -decibels(plan.peak)},
                    {"gain_db", plan.settings.room.gainDb},
                    {"clipped_samples", chain->clippedSamples()},
