@@ -208,7 +208,7 @@ int runBatch(const BatchOptions& options, const UpmixOptions& each)
     std::optional<Resume> resume;
     const std::vector<std::string> outputs = outputsOf(batch.files);
     if (options.resume) resume.emplace(options.directory, outputs);
-    CreatedDirectories created;
+    CreatedDirectories created(options.resume || parsePart(options.part).count > 1);
     created.prepareFor(outputs);
     try {
         if (isMeasured) setAlbumLevel(batch.files, options.jobs);

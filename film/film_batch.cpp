@@ -189,7 +189,7 @@ int runFilmBatch(const FilmBatchOptions& batch, const FilmOptions& each)
                    [](const Film& film) { return film.options.output; });
     std::optional<Resume> resume;
     if (batch.resume) resume.emplace(batch.directory, outputs);
-    CreatedDirectories created;
+    CreatedDirectories created(batch.resume || parsePart(batch.part).count > 1);
     created.prepareFor(outputs);
     if (resume) skipDone(films, *resume, batch.skipExisting);
     if (batch.skipExisting) skipExisting(films);

@@ -406,6 +406,23 @@ TEST_F(Resume, ParallelRunsDoNotDamageTheLedger)
     }
 }
 
+// Another run can have found the folder when it began, and write into it later.
+TEST_F(Resume, FoldersStayForOtherRuns)
+{
+    fs::create_directories(at("damaged/x"));
+    writeBytes(at("damaged/x/a.wav"), "not audio");
+    const auto leavesFolder = [this](const Arguments& options) {
+        fs::remove_all(at("out"));
+        tarn(Arguments{"upmix", "--recursive", "--output-dir", "out", "damaged"} + options);
+        return fs::is_directory(at("out/x"));
+    };
+    EXPECT_FALSE(leavesFolder({}));
+    EXPECT_FALSE(leavesFolder({"--part", "1/1"}));
+    EXPECT_TRUE(leavesFolder({"--resume"}));
+    // The file is in one of the parts.
+    EXPECT_TRUE(leavesFolder({"--quiet", "--part", "1/2"}) || leavesFolder({"--quiet", "--part", "2/2"}));
+}
+
 /// Batches that are killed.
 class KilledResume : public Resume
 {
