@@ -8,6 +8,7 @@
 #include "cli/ledger_line.h"
 #include "cli/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <utility>
@@ -96,7 +97,11 @@ void Ledger::readLine(std::string_view line)
     const std::optional<std::string> output = ledgerOutput(line);
     const auto wanted = output ? entries.find(*output) : entries.end();
     if (wanted == entries.end()) return;
-    if (auto entry = ledgerEntry(line)) wanted->second = std::move(entry);
+    auto entry = ledgerEntry(line);
+    if (!entry) return;
+    Lines& lines = wanted->second;
+    if (lines.newest) lines.earlier.push_back(lines.newest->outputState);
+    lines.newest = std::move(entry);
 }
 
 std::string Ledger::relative(const std::string& output) const
@@ -107,7 +112,16 @@ std::string Ledger::relative(const std::string& output) const
 const LedgerEntry* Ledger::find(const std::string& output) const
 {
     const auto found = entries.find(output);
-    return found == entries.end() || !found->second ? nullptr : &*found->second;
+    return found == entries.end() || !found->second.newest ? nullptr : &*found->second.newest;
+}
+
+bool Ledger::lists(const std::string& output, const FileState& state) const
+{
+    const auto found = entries.find(output);
+    if (found == entries.end() || !found->second.newest) return false;
+    const std::vector<FileState>& earlier = found->second.earlier;
+    return found->second.newest->outputState == state ||
+           std::find(earlier.begin(), earlier.end(), state) != earlier.end();
 }
 
 void Ledger::append(const LedgerEntry& entry) const

@@ -180,16 +180,56 @@ TEST_F(Resume, ChangedRemapFilesUpmixAgain)
     EXPECT_EQ(upmixed(options), all);
 }
 
-TEST_F(Resume, MissingAndAlteredOutputsAreMadeAgain)
+TEST_F(Resume, MissingOutputsAreMadeAgain)
 {
     writeTree();
     upmixed();
     const Tree before = treeOf("out");
     fs::remove(at("out/a.wav-3.0.wav"));
-    fs::resize_file(at("out/x/b.wav-3.0.wav"), 1000);
-    EXPECT_EQ(upmixed(), (std::vector<std::string>{"music/a.wav", "music/x/b.wav"}));
+    EXPECT_EQ(upmixed(), (std::vector<std::string>{"music/a.wav"}));
     const Tree after = treeOf("out");
     for (const auto& [name, content] : before) EXPECT_TRUE(after.at(name).bytes == content.bytes) << name;
+}
+
+TEST_F(Resume, ChangedOutputsAreKept)
+{
+    writeTree();
+    upmixed();
+    const std::string output = "out/a.wav-3.0.wav";
+    const std::string made = bytesOf(at(output));
+    const std::string refusal = "tarn: " + output +
+                                ": exists already, and out/tarn-ledger.txt lists it with another size or time; add "
+                                "--skip-existing to keep it if it is complete, or --force to replace it\n";
+    // Changed, touched, exchanged for another file, and with other options.
+    const std::vector<std::pair<std::string, Arguments>> changes{
+        {made + "tag", {}}, {made, {}}, {"precious", {}}, {"precious", {"--centre", "6"}}};
+    for (const auto& [content, options] : changes) {
+        writeBytes(at(output), content);
+        const Result result = resume(options);
+        EXPECT_EQ(result.exitCode, 64);
+        EXPECT_NE(result.errors.find(refusal), std::string::npos) << result.errors;
+        EXPECT_TRUE(bytesOf(at(output)) == content);
+    }
+    EXPECT_EQ(resume({"--skip-existing"}).exitCode, 64) << "not complete";
+    EXPECT_EQ(bytesOf(at(output)), "precious");
+    EXPECT_EQ(upmixed({"--force"}), (std::vector<std::string>{"music/a.wav"}));
+    EXPECT_TRUE(bytesOf(at(output)) == made);
+    EXPECT_EQ(upmixed(), none);
+
+    writeBytes(at(output), made);
+    EXPECT_EQ(upmixed({"--skip-existing"}), none) << "complete";
+}
+
+TEST_F(Resume, OutputsOfEarlierLinesAreReplaced)
+{
+    writeTree();
+    upmixed();
+    fs::copy_file(at("out/a.wav-3.0.wav"), at("first.wav"));
+    fs::last_write_time(at("first.wav"), fs::last_write_time(at("out/a.wav-3.0.wav")));
+    EXPECT_EQ(upmixed({"--centre", "6"}), all);
+    EXPECT_EQ(upmixed({"--centre", "3"}), all);
+    fs::rename(at("first.wav"), at("out/a.wav-3.0.wav"));
+    EXPECT_EQ(upmixed({"--centre", "3"}), (std::vector<std::string>{"music/a.wav"}));
 }
 
 // The state after a kill between the line of the ledger and the new name of the file.
