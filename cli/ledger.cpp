@@ -40,10 +40,15 @@ constexpr const char* kName = "tarn-ledger.txt";
                                                 "--output-dir");
 }
 
-/// Locks the file until it is closed. Without locks, as on some network file systems, one write of a line has to do.
-void lock(int descriptor)
+/// Locks the file until it is closed. Returns false if the file system has no locks, as some network file systems; then
+/// one write of a line has to do.
+bool lock(int descriptor)
 {
-    while (flock(descriptor, LOCK_EX) != 0 && errno == EINTR) throwIfInterrupted();
+    while (flock(descriptor, LOCK_EX) != 0) {
+        if (errno != EINTR) return false;
+        throwIfInterrupted();
+    }
+    return true;
 }
 
 /// Whether the last byte of a file is something else than a line feed.
@@ -128,7 +133,7 @@ void Ledger::append(const LedgerEntry& entry) const
 {
     const Descriptor opened(open(file.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
     if (opened.number() < 0) failToAppend(file, errno);
-    lock(opened.number());
+    const bool isLocked = lock(opened.number());
     struct stat status = {};
     if (fstat(opened.number(), &status) != 0) failToAppend(file, errno);
 
@@ -138,8 +143,8 @@ void Ledger::append(const LedgerEntry& entry) const
     int error = writeAll(opened.number(), text.data(), text.size());
     if (error == 0 && fdatasync(opened.number()) != 0) error = errno;
     if (error == 0) return;
-    // A cut line would do no harm, but it stays away if that is possible.
-    static_cast<void>(ftruncate(opened.number(), status.st_size) == 0);
+    // A cut line would do no harm, but it is removed. Without the lock, lines of other processes can follow it.
+    if (isLocked) static_cast<void>(ftruncate(opened.number(), status.st_size) == 0);
     failToAppend(file, error);
 }
 

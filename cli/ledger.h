@@ -59,7 +59,8 @@ public:
 
     /// Adds an entry to the file, not to this object. Several processes and machines can do so at the same time.
     ///
-    /// Throws OutputFailure (EX_IOERR) if it cannot be written; then the file stays as it was.
+    /// Throws OutputFailure (EX_IOERR) if it cannot be written. Then the file stays as it was; without locks, a cut
+    /// line can be left.
     void append(const LedgerEntry& entry) const;
 
 private:

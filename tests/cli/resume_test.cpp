@@ -408,6 +408,20 @@ TEST_F(Resume, AFullDiskKeepsTheLedgerUsable)
     EXPECT_EQ(upmixed(), (std::vector<std::string>{"music/b.wav", "music/c.wav"}));
 }
 
+TEST_F(Resume, LinesOfOtherProcessesStayWithoutLocks)
+{
+    writeStereo("music/a.wav", 1);
+    const Result full = tarnOnSharedLedger({"upmix", "--recursive", "--resume", "--output-dir", "out", "music"});
+    EXPECT_EQ(full.exitCode, 74);
+    EXPECT_NE(full.errors.find("out/tarn-ledger.txt: cannot be written: No space left on device"), std::string::npos)
+        << full.errors;
+    EXPECT_TRUE(treeOf("out").empty());
+    ASSERT_FALSE(ledgerLines().empty());
+    EXPECT_EQ(ledgerLines().back(), "a line of another process");
+    EXPECT_EQ(upmixed(), (std::vector<std::string>{"music/a.wav"}));
+    EXPECT_EQ(upmixed(), none);
+}
+
 TEST_F(Resume, PartsHaveEveryFileOnce)
 {
     for (unsigned i = 0; i < 40; ++i) writeStereo("music/x/" + std::to_string(i) + ".wav", 1, 100);
