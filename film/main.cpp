@@ -21,12 +21,12 @@
 namespace
 {
 
-void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOptions& batch)
+void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::BatchOptions& batch)
 {
     app.add_option("FILES", batch.inputs,
                    "INPUT, a film or a recording that FFmpeg reads, and\n"
-                   "OUTPUT, the film to write: .mkv, .mp4, .mka, .m4a or .flac; with\n"
-                   "--output-dir, many INPUTs")
+                   "OUTPUT, the film to write: .mkv, .mp4, .mka, .m4a or\n"
+                   ".flac; with --output-dir, many INPUTs")
         ->type_name("");
     app.add_option("--output-dir", batch.directory,
                    "Folder for the outputs of many INPUTs: film.mp4 becomes\nfilm.mp4-5.1.mkv in it")
@@ -34,13 +34,13 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::FilmBatchOption
     app.add_flag("-r,--recursive", batch.recursive,
                  "Upmix every film below an INPUT that is a folder, and\ncreate its subfolders in --output-dir")
         ->disable_flag_override();
-    app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4, mka, m4a or flac")
+    app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4, mka, m4a\nor flac")
         ->type_name("NAME")
         ->check(tarn::oneOf({"mkv", "mp4", "mka", "m4a", "flac"}, "--format mp4"));
     app.add_option("-j,--jobs", batch.jobs, "Parallel jobs, 1 (default) to 64")
         ->type_name("N")
         ->check(tarn::numberFrom(1, 64, "--jobs 4"));
-    app.add_flag("--skip-existing", batch.skipExisting, "Skip INPUTs whose output exists in --output-dir")
+    app.add_flag("--skip-existing", options.skipExisting, "Skip INPUTs whose output exists in --output-dir")
         ->disable_flag_override();
     app.add_flag("--resume", batch.resume,
                  "Skip INPUTs that were upmixed into --output-dir with the\n"
@@ -84,7 +84,7 @@ int run(int argc, char** argv)
     app.get_formatter()->column_width(22);
     app.set_version_flag("--version", "tarn-film " TARN_VERSION);
     tarn::FilmOptions options;
-    tarn::FilmBatchOptions batch;
+    tarn::BatchOptions batch{.format = "mkv"};
     addOptions(app, options, batch);
     try {
         app.parse(argc, argv);

@@ -477,7 +477,7 @@ class Batch(FilmTest):
         result = run_film("--codec", "ac3", "--output-dir", folder, "-j", "2", *films)
         self.assertEqual(result.returncode, 65)
         self.assertIn("three.mkv: is not a film", result.stderr)
-        self.assertIn("3 of 3 films done, 1 failed", result.stderr)
+        self.assertIn("tarn: 2 of 3 films upmixed into", result.stderr)
         self.assertEqual(sorted(p.name for p in folder.iterdir()), ["one.mp4-5.1.mkv", "two.mkv-5.1.mkv"])
         before = (folder / "one.mp4-5.1.mkv").stat().st_mtime_ns
         again = run_film("--quiet", "--json", "--skip-existing", "--output-dir", folder, films[0], films[2])
