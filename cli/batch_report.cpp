@@ -53,18 +53,18 @@ std::size_t countOf(const Batch& batch, bool (*predicate)(const BatchFile&))
     return static_cast<std::size_t>(std::count_if(batch.files.begin(), batch.files.end(), predicate));
 }
 
-/// "1 file", "2 files".
-std::string filesText(std::size_t count)
+/// "1 file", "2 films".
+std::string filesText(const Batch& batch, std::size_t count)
 {
-    return std::to_string(count) + (count == 1 ? " file" : " files");
+    return std::to_string(count) + " " + batch.noun + (count == 1 ? "" : "s");
 }
 
 Json jsonOf(const BatchFile& file)
 {
     if (isDone(file)) return file.outcome->result;
     if (isFailed(file))
-        return {{"input", file.options.input}, {"error", file.outcome->error}, {"exit_code", file.outcome->exitCode}};
-    return {{"input", file.options.input}, {"not_tried", true}};
+        return {{"input", file.input}, {"error", file.outcome->error}, {"exit_code", file.outcome->exitCode}};
+    return {{"input", file.input}, {"not_tried", true}};
 }
 
 } // namespace
@@ -84,23 +84,25 @@ bool Batch::isFinished() const
 void printSummary(const Batch& batch, const std::string& directory)
 {
     const std::size_t skipped = countOf(batch, isSkipped);
-    printNote(std::to_string(countOf(batch, isDone) - skipped) + " of " + filesText(batch.files.size()) +
+    printNote(std::to_string(countOf(batch, isDone) - skipped) + " of " + filesText(batch, batch.files.size()) +
               " upmixed into " + shellQuoted(directory));
     if (skipped > 0)
-        printNote(filesText(skipped) + " skipped, because " +
-                  (batch.isResumed ? "they are done already" : "the output is complete"));
+        printNote(filesText(batch, skipped) + " skipped, because " +
+                  (!batch.isResumed ? "the output is complete"
+                   : skipped == 1   ? "it is done already"
+                                    : "they are done already"));
     if (const std::size_t losses = countOf(batch, hasLoss); losses > 0)
-        printNote(filesText(losses) + " with losses, listed above");
+        printNote(filesText(batch, losses) + " with losses, listed above");
     if (const std::size_t failed = countOf(batch, isFailed); failed > 0)
-        printNote(filesText(failed) + " failed, listed above");
+        printNote(filesText(batch, failed) + " failed, listed above");
 }
 
 void printEarlyEnd(const Batch& batch, const std::string& reason)
 {
     const auto first = std::find_if_not(batch.files.begin(), batch.files.end(), isDone);
     const std::string missing =
-        first == batch.files.end() ? "" : "; " + shellQuoted(first->options.input) + " is the first that is missing";
-    printNote(reason + ": " + std::to_string(countOf(batch, isDone)) + " of " + filesText(batch.files.size()) +
+        first == batch.files.end() ? "" : "; " + shellQuoted(first->input) + " is the first that is missing";
+    printNote(reason + ": " + std::to_string(countOf(batch, isDone)) + " of " + filesText(batch, batch.files.size()) +
               " done" + missing + "; run again with " + (batch.isResumed ? "--resume" : "--skip-existing"));
 }
 

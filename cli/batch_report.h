@@ -3,7 +3,6 @@
 #pragma once
 
 #include "cli/json.h"
-#include "cli/upmix_options.h"
 #include "cli/worker_processes.h"
 
 #include <optional>
@@ -16,8 +15,10 @@ namespace tarn
 /// A file of the batch and its outcome.
 struct BatchFile
 {
-    UpmixOptions options;
+    std::string input;
+    std::string output;
     std::string refusal{};                  ///< why the file cannot be upmixed in this batch; empty if it can
+    bool isReplaced = false;                ///< the output is that of an earlier run, and is replaced
     std::optional<WorkerOutcome> outcome{}; ///< none if the file was not tried or not finished
 };
 
@@ -27,7 +28,8 @@ struct Batch
     std::vector<BatchFile> files{};
     std::vector<std::string> unreadable{}; ///< files below folders that have a format that tarn does not read
 
-    bool isResumed = false; ///< outputs of earlier runs are skipped as the ledger says
+    bool isResumed = false;   ///< outputs of earlier runs are skipped as the ledger says
+    std::string noun{"file"}; ///< what the files are, for messages; its plural ends with an s
 
     /// The exit code: that of the first file that failed, or kExitIncomplete, or 0.
     int exitCode() const;

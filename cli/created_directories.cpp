@@ -16,6 +16,7 @@ namespace fs = std::filesystem;
 
 CreatedDirectories::~CreatedDirectories()
 {
+    if (areKept) return;
     std::error_code ignored;
     for (const fs::path& directory : directories) fs::remove(directory, ignored); // fails if it is not empty
 }

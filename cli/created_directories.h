@@ -10,11 +10,12 @@
 namespace tarn
 {
 
-/// Folders that this run created. The destructor removes those that are empty.
+/// Folders that this run created. The destructor removes those that are empty, unless they are shared.
 class CreatedDirectories
 {
 public:
-    CreatedDirectories() = default;
+    /// areShared  other runs can use the folders at the same time, so all of them stay
+    explicit CreatedDirectories(bool areShared) : areKept(areShared) {}
     CreatedDirectories(const CreatedDirectories&) = delete;
     CreatedDirectories& operator=(const CreatedDirectories&) = delete;
     ~CreatedDirectories();
@@ -26,6 +27,7 @@ public:
 private:
     void create(const std::filesystem::path& directory, std::error_code& error);
 
+    bool areKept;
     std::vector<std::filesystem::path> directories; ///< a folder precedes the one that contains it
 };
 

@@ -8,6 +8,7 @@
 #include "cli/ledger_line.h"
 #include "cli/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <utility>
@@ -39,10 +40,15 @@ constexpr const char* kName = "tarn-ledger.txt";
                                                 "--output-dir");
 }
 
-/// Locks the file until it is closed. Without locks, as on some network file systems, one write of a line has to do.
-void lock(int descriptor)
+/// Locks the file until it is closed. Returns false if the file system has no locks, as some network file systems; then
+/// one write of a line has to do.
+bool lock(int descriptor)
 {
-    while (flock(descriptor, LOCK_EX) != 0 && errno == EINTR) throwIfInterrupted();
+    while (flock(descriptor, LOCK_EX) != 0) {
+        if (errno != EINTR) return false;
+        throwIfInterrupted();
+    }
+    return true;
 }
 
 /// Whether the last byte of a file is something else than a line feed.
@@ -96,7 +102,11 @@ void Ledger::readLine(std::string_view line)
     const std::optional<std::string> output = ledgerOutput(line);
     const auto wanted = output ? entries.find(*output) : entries.end();
     if (wanted == entries.end()) return;
-    if (auto entry = ledgerEntry(line)) wanted->second = std::move(entry);
+    auto entry = ledgerEntry(line);
+    if (!entry) return;
+    Lines& lines = wanted->second;
+    if (lines.newest) lines.earlier.push_back(lines.newest->outputState);
+    lines.newest = std::move(entry);
 }
 
 std::string Ledger::relative(const std::string& output) const
@@ -107,14 +117,23 @@ std::string Ledger::relative(const std::string& output) const
 const LedgerEntry* Ledger::find(const std::string& output) const
 {
     const auto found = entries.find(output);
-    return found == entries.end() || !found->second ? nullptr : &*found->second;
+    return found == entries.end() || !found->second.newest ? nullptr : &*found->second.newest;
+}
+
+bool Ledger::lists(const std::string& output, const FileState& state) const
+{
+    const auto found = entries.find(output);
+    if (found == entries.end() || !found->second.newest) return false;
+    const std::vector<FileState>& earlier = found->second.earlier;
+    return found->second.newest->outputState == state ||
+           std::find(earlier.begin(), earlier.end(), state) != earlier.end();
 }
 
 void Ledger::append(const LedgerEntry& entry) const
 {
     const Descriptor opened(open(file.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
     if (opened.number() < 0) failToAppend(file, errno);
-    lock(opened.number());
+    const bool isLocked = lock(opened.number());
     struct stat status = {};
     if (fstat(opened.number(), &status) != 0) failToAppend(file, errno);
 
@@ -124,8 +143,8 @@ void Ledger::append(const LedgerEntry& entry) const
     int error = writeAll(opened.number(), text.data(), text.size());
     if (error == 0 && fdatasync(opened.number()) != 0) error = errno;
     if (error == 0) return;
-    // A cut line would do no harm, but it stays away if that is possible.
-    static_cast<void>(ftruncate(opened.number(), status.st_size) == 0);
+    // A cut line would do no harm, but it is removed. Without the lock, lines of other processes can follow it.
+    if (isLocked) static_cast<void>(ftruncate(opened.number(), status.st_size) == 0);
     failToAppend(file, error);
 }
 

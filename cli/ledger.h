@@ -52,18 +52,31 @@ public:
     /// output  relative to the folder
     const LedgerEntry* find(const std::string& output) const;
 
+    /// Whether an output of this name had this state when a line was written: it is the work of this or an earlier run.
+    ///
+    /// output  relative to the folder
+    bool lists(const std::string& output, const FileState& state) const;
+
     /// Adds an entry to the file, not to this object. Several processes and machines can do so at the same time.
     ///
-    /// Throws OutputFailure (EX_IOERR) if it cannot be written; then the file stays as it was.
+    /// Throws OutputFailure (EX_IOERR) if it cannot be written. Then the file stays as it was; without locks, a cut
+    /// line can be left.
     void append(const LedgerEntry& entry) const;
 
 private:
+    /// What the lines of an output say.
+    struct Lines
+    {
+        std::optional<LedgerEntry> newest{};
+        std::vector<FileState> earlier{}; ///< states of the output in the lines before
+    };
+
     void read(int descriptor);
     void readLine(std::string_view line);
 
     std::filesystem::path directory;
     std::filesystem::path file;
-    std::unordered_map<std::string, std::optional<LedgerEntry>> entries; ///< by output
+    std::unordered_map<std::string, Lines> entries; ///< by output
 };
 
 } // namespace tarn

@@ -7,7 +7,6 @@
 #include "stream/bass_mode_names.h"
 
 #include <charconv>
-#include <optional>
 
 namespace tarn
 {
@@ -18,12 +17,6 @@ namespace
 std::string textOrOff(const std::optional<double>& value)
 {
     return value ? exactText(*value) : "off";
-}
-
-template <typename Number>
-std::string textOrAuto(const std::optional<Number>& value)
-{
-    return value ? std::to_string(*value) : "auto";
 }
 
 std::string textOf(const RemapFile& remap)

@@ -5,6 +5,7 @@
 #include "cli/upmix_options.h"
 #include "stream/presets.h"
 
+#include <optional>
 #include <string>
 
 namespace tarn
@@ -12,6 +13,13 @@ namespace tarn
 
 /// A number without loss, as short as possible.
 std::string exactText(double value);
+
+/// A number, or "auto" without one.
+template <typename Number>
+std::string textOrAuto(const std::optional<Number>& value)
+{
+    return value ? std::to_string(*value) : "auto";
+}
 
 /// The settings behind the options for centre, surround channels and level: "gain=3 limiter=on ...".
 std::string textOf(const zrk_tarn::RoomSettings& settings);

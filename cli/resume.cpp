@@ -55,21 +55,24 @@ bool isDone(const LedgerEntry& entry, const ResumeJob& job)
 
 ResumeDecision Resume::decide(const ResumeJob& job) const
 {
-    const LedgerEntry* const entry = ledger.find(ledger.relative(job.output));
-    if (entry == nullptr) {
-        if (job.force || job.skipExisting || !exists(job.output)) return {};
-        return {.refusal = job.output + ": exists already, and " + ledger.path().string() +
-                           " does not list it; add --skip-existing to keep it if it is complete, or --force to "
-                           "replace it"};
-    }
-    if (!job.force && isOfOtherFile(*entry, job.input))
+    const std::string name = ledger.relative(job.output);
+    const LedgerEntry* const entry = ledger.find(name);
+    if (entry != nullptr && !job.force && isOfOtherFile(*entry, job.input))
         return {.refusal = job.input + ": would have the same output as " + entry->input + ", " + job.output +
                            "; upmix it into another --output-dir, or name a folder that contains both files, with "
                            "--recursive"};
-    if (!isDone(*entry, job)) return {.replaces = true};
-    Json report = {{"input", job.input}, {"output", job.output}, {"skipped", true}};
-    report.update(resultOf(*entry));
-    return {.report = std::move(report)};
+    if (entry != nullptr && isDone(*entry, job)) {
+        Json report = {{"input", job.input}, {"output", job.output}, {"skipped", true}};
+        report.update(resultOf(*entry));
+        return {.report = std::move(report)};
+    }
+    if (!exists(job.output)) return {};
+    const auto state = stateOf(job.output);
+    if (state && ledger.lists(name, *state)) return {.replaces = true};
+    if (job.force || job.skipExisting) return {};
+    return {.refusal = job.output + ": exists already, and " + ledger.path().string() +
+                       (entry == nullptr ? " does not list it" : " lists it with another size or time") +
+                       "; add --skip-existing to keep it if it is complete, or --force to replace it"};
 }
 
 Recorder Resume::recorder(const ResumeJob& job) const

@@ -21,7 +21,7 @@ struct ResumeJob
     std::string output;
     std::string options;       ///< everything that the samples depend on, apart from the input
     bool force = false;        ///< replace every output that is not done
-    bool skipExisting = false; ///< outputs that the ledger does not list are checked later
+    bool skipExisting = false; ///< existing outputs that no run with --resume wrote are checked later
     bool strict = false;       ///< outputs of damaged inputs do not count as done
 };
 
@@ -47,8 +47,8 @@ public:
     Resume(const std::filesystem::path& folder, const std::vector<std::string>& outputs) : ledger(folder, outputs) {}
 
     /// A file is done if the ledger lists its output with these options, and input and output have the sizes and times
-    /// that the ledger states. Refuses an output that the ledger does not list, and one that is the upmix of another
-    /// file, unless the job has force.
+    /// that the ledger states. Unless the job has force, refuses an output that exists and has no size and time that a
+    /// line of the ledger states for it, and one that is the upmix of another file.
     ResumeDecision decide(const ResumeJob& job) const;
 
     /// A recorder for a file whose work begins now. Keep this object longer than the recorder.

@@ -52,7 +52,7 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
         ->disable_flag_override()
         ->needs("--output-dir");
     upmix
-        ->add_flag("--album", arguments.batch.album,
+        ->add_flag("--album", arguments.album,
                    "The same gain for all files of --output-dir, with\n"
                    "--loudness-match and without limiter")
         ->disable_flag_override()
@@ -196,7 +196,7 @@ int runUpmix(UpmixArguments& arguments, const CLI::App& command)
     }
     if (arguments.batch.directory.empty()) throw Failure(EX_USAGE, "--output-dir: an empty name");
     arguments.batch.inputs = std::move(names);
-    return runBatch(arguments.batch, options);
+    return runBatch(arguments.batch, arguments.album, options);
 }
 
 } // namespace tarn

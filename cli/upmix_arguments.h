@@ -17,7 +17,8 @@ namespace tarn
 struct UpmixArguments
 {
     UpmixOptions options;
-    BatchOptions batch;
+    BatchOptions batch{.format = "wav"};
+    bool album = false;                 ///< all files of the batch get the same gain
     std::vector<std::string> moreNames; ///< after the second
 };
 

@@ -29,6 +29,7 @@ struct FilmOptions
     bool replace = false;    ///< leave the original track out
     bool forceTrack = false; ///< also if the default track is a surround track
     bool force = false;
+    bool skipExisting = false; ///< in a batch, skip the film if its output exists
     bool quiet = false;
     bool inBatch = false;
     bool json = false;

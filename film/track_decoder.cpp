@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "film/track_decoder.h"
 
+#include "cli/gain_stage.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <span>
 #include <utility>
 
 extern "C" {
@@ -57,7 +60,8 @@ TrackDecoder::TrackDecoder(const std::string& film, const AVStream& stream, cons
     : name(film + ": track " + std::to_string(stream.index)),
       consume(std::move(consumer)),
       timeBase(stream.time_base),
-      scale(conversion.scale),
+      headroomBits(conversion.headroomBits),
+      scale(std::ldexp(1.0 / conversion.peak, -headroomBits)),
       endSeconds(conversion.endSeconds)
 {
     const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
@@ -249,8 +253,12 @@ void TrackDecoder::convert(const AVFrame* frame)
         checked(swr_convert(resampler.get(), &output, capacity, frame != nullptr ? planes : nullptr, frames),
                 EX_SOFTWARE, name);
     if (converted == 0) return;
-    if (exceeds) scaleSamples(2 * static_cast<std::size_t>(converted));
-    consume(samples.data(), static_cast<std::size_t>(converted));
+    const std::size_t count = 2 * static_cast<std::size_t>(converted);
+    if (exceeds)
+        scaleSamples(count);
+    else
+        addHeadroom(std::span(samples).first(count), headroomBits);
+    consume(samples.data(), count / 2);
 }
 
 /// Converts samples that can exceed full scale. What is not a number becomes silence.

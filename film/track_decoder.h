@@ -19,7 +19,8 @@ namespace tarn
 struct TrackConversion
 {
     std::uint32_t rateHz = 0;           ///< 0: that of the track
-    double scale = 1.0;                 ///< of samples that can exceed full scale
+    int headroomBits = 0;               ///< of the samples
+    double peak = 1.0;                  ///< by which samples that can exceed full scale are divided
     std::optional<double> endSeconds{}; ///< of the film; later time stamps are wrong
 };
 
@@ -77,7 +78,8 @@ private:
     Consumer consume;
     AVRational timeBase;
     Codec decoder;
-    double scale;
+    int headroomBits;
+    double scale; ///< of samples that can exceed full scale
     std::optional<double> endSeconds;
     std::uint32_t rate;
     std::uint32_t bits;

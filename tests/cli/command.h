@@ -93,6 +93,12 @@ protected:
         return runIn(directory, {.arguments = arguments, .preload = TARN_FULL_DISK});
     }
 
+    /// Runs `tarn` on a file system without locks, whose disk becomes full; see shared_ledger.cpp.
+    Result tarnOnSharedLedger(const std::vector<std::string>& arguments) const
+    {
+        return runIn(directory, {.arguments = arguments, .preload = TARN_SHARED_LEDGER});
+    }
+
     /// Runs a shell command line. $TARN is the command under test.
     Result shell(const std::string& line) const;
 

@@ -154,10 +154,20 @@ class Samples(FilmTest):
         source = make_film(self.path("film.mkv"), "flac" if width == 24 else "pcm")
         ffmpeg("-i", source, "-map", "0:a", "-c:a", f"pcm_s{width}le", self.path("track.wav"))
         subprocess.run(
-            [TARN, "upmix", "--quiet", "--layout", "5.1", *options, self.path("track.wav"), self.path("up.wav")],
+            [
+                TARN,
+                "upmix",
+                "--quiet",
+                "--force",
+                "--layout",
+                "5.1",
+                *options,
+                self.path("track.wav"),
+                self.path("up.wav"),
+            ],
             check=True,
         )
-        target = self.upmixed(source, "out.mkv", *options)
+        target = self.upmixed(source, "out.mkv", "--force", *options)
         raw = ("-c:a", "pcm_s32le", "-f", "s32le", "-")
         self.assertEqual(ffmpeg("-i", target, "-map", "0:a:0", *raw), ffmpeg("-i", self.path("up.wav"), *raw))
 
@@ -169,6 +179,34 @@ class Samples(FilmTest):
 
     def test_with_options(self):
         self.assert_equal_to_the_command(24, "--preset", "voice", "--surrounds", "-6", "--mode", "calm", "--gain", "1")
+
+    def test_with_matched_loudness(self):
+        self.assert_equal_to_the_command(24, "--loudness-match")
+        self.assert_equal_to_the_command(16, "--loudness-match", "--preset", "plain")
+
+    def test_matched_loudness_is_reported_as_by_the_command(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        track = self.path("track.wav")
+        ffmpeg("-i", source, "-map", "0:a", "-c:a", "pcm_s24le", "-af", "volume=4dB", track)
+        loud = self.path("loud.mkv")
+        ffmpeg("-i", source, "-i", track, "-map", "0:v", "-map", "1:a", "-c:v", "copy", "-c:a", "flac", loud)
+        options = ["--quiet", "--json", "--loudness-match", "--layout", "5.1"]
+        film = json.loads(run_film(*options, loud, self.path("out.mkv")).stdout)
+        command = [TARN, "upmix", *options, track, self.path("up.wav")]
+        upmix = json.loads(subprocess.run(command, check=True, capture_output=True).stdout)
+        self.assertGreater(upmix["limiter"]["seconds"], 0)
+        self.assertEqual(film["loudness_lufs"], upmix["loudness_lufs"])
+        self.assertEqual(film["gain_db"], upmix["gain_db"])
+
+    def test_dialogue_level_is_that_behind_the_limiter(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        report = run_film("--quiet", "--json", "--codec", "ac3", "--gain", "12", source, self.path("ac3.mkv"))
+        upmix = self.upmixed(source, "flac.mkv", "--gain", "12", "--replace")
+        command = ["ffmpeg", "-i", upmix, "-map", "0:a:0", "-af", "ebur128", "-f", "null", "-"]
+        text = subprocess.run(command, check=True, capture_output=True, text=True).stderr
+        loudness = float(re.findall(r"I: +(-[0-9.]+) LUFS", text)[-1])
+        # ffmpeg prints one digit behind the point; the stored level is a whole number.
+        self.assertLess(abs(json.loads(report.stdout)["dialogue_level_db"] - loudness), 0.5 + 0.1)
 
 
 class Copies(FilmTest):
@@ -390,6 +428,15 @@ class Tracks(FilmTest):
             self.path("no.mkv"),
         )
 
+    def test_options_without_an_effect_are_refused(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        for text, *options in (
+            ("--gain: --loudness-match chooses the gain itself", "--gain", 3, "--loudness-match"),
+            ("--bitrate: lossless flac has none", "--bitrate", 448),
+            ("--dialnorm: opus has none", "--codec", "opus", "--dialnorm", -27),
+        ):
+            self.assert_refusal(64, text, *options, source, self.path("no.mkv"))
+
     def test_audio_files(self):
         make_film(self.path("film.mkv"), "flac")
         for name, encoder in (("song.m4a", "alac"), ("song.wv", "wavpack"), ("song.wma", "wmav2")):
@@ -430,7 +477,7 @@ class Batch(FilmTest):
         result = run_film("--codec", "ac3", "--output-dir", folder, "-j", "2", *films)
         self.assertEqual(result.returncode, 65)
         self.assertIn("three.mkv: is not a film", result.stderr)
-        self.assertIn("3 of 3 films done, 1 failed", result.stderr)
+        self.assertIn("tarn: 2 of 3 films upmixed into", result.stderr)
         self.assertEqual(sorted(p.name for p in folder.iterdir()), ["one.mp4-5.1.mkv", "two.mkv-5.1.mkv"])
         before = (folder / "one.mp4-5.1.mkv").stat().st_mtime_ns
         again = run_film("--quiet", "--json", "--skip-existing", "--output-dir", folder, films[0], films[2])

@@ -131,8 +131,6 @@ class Resume(LibraryTest):
         self.assertEqual(self.resumed(), ["one.mkv"])
         (self.out / "x/two.mkv-5.1.mkv").unlink()
         self.assertEqual(self.resumed(), ["x/two.mkv"])
-        os.truncate(self.out / "x/two.mkv-5.1.mkv", 500)
-        self.assertEqual(self.resumed(), ["x/two.mkv"])
         for options in (["--codec", "ac3"], ["--bitrate", "320", "--codec", "ac3"], ["--centre", "3"], ["--replace"]):
             self.assertEqual(self.resumed(*options), ["one.mkv", "x/two.mkv"], options)
             self.assertEqual(self.resumed(*options), [], options)
@@ -158,6 +156,51 @@ class Resume(LibraryTest):
         self.assertEqual(self.outputs(), before)
         self.assertEqual(self.resumed("--force"), ["one.mkv"])
         self.assertEqual(self.resumed("--force"), [])
+
+    def test_changed_outputs_are_kept(self):
+        make_film(self.films / "one.mkv")
+        self.assertEqual(self.resumed(), ["one.mkv"])
+        output = self.out / "one.mkv-5.1.mkv"
+        output.write_text("precious")
+        result = self.run_library("--resume")
+        self.assertEqual(result.returncode, 64)
+        self.assertIn("tarn-ledger.txt lists it with another size or time", result.stderr)
+        self.assertEqual(output.read_text(), "precious")
+        self.assertEqual(self.resumed("--force"), ["one.mkv"])
+        self.assertEqual(self.resumed(), [])
+
+    def test_interrupted_batches_say_how_to_go_on(self):
+        names = [f"{number}.mkv" for number in range(4)]
+        for name in names:
+            make_film(self.films / name, 60)
+        command = [FILM, "--recursive", "--resume", "--json", "--output-dir", self.out, self.films]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+            while not any(not name.startswith(".") for name in self.outputs()):
+                self.assertIsNone(process.poll())
+                time.sleep(0.01)
+            process.send_signal(signal.SIGINT)
+            output, errors = process.communicate()
+        self.assertEqual(process.returncode, -signal.SIGINT)
+        found = re.search(r"^tarn: interrupted: (\d) of 4 films done; .*/(\d)\.mkv is the first that is missing; "
+                          r"run again with --resume$", errors, re.MULTILINE)  # fmt: skip
+        self.assertIsNotNone(found, errors)
+        done = int(found[1])
+        self.assertEqual(int(found[2]), done)
+        self.assertEqual(["not_tried" in report for report in json.loads(output)], [i >= done for i in range(4)])
+        self.assertEqual(self.resumed(), names[done:])
+        result = self.run_library("--resume", "--part", "1/1")
+        self.assertIn("tarn: 0 of 4 films upmixed into", result.stderr)
+        self.assertIn("tarn: 4 films skipped, because they are done already", result.stderr)
+
+    def test_a_full_disk_stops_the_batch(self):
+        for name in ("one.mkv", "two.mkv"):
+            make_film(self.films / name, 10)
+        command = [FILM, "--recursive", "--resume", "--codec", "pcm", "--output-dir", self.out, self.films]
+        environment = {**os.environ, "LD_PRELOAD": os.environ["TARN_FULL_DISK"]}
+        result = subprocess.run(command, capture_output=True, text=True, env=environment, check=False)
+        self.assertEqual(result.returncode, 74, result.stderr)
+        self.assertIn("tarn: stopped, because no output can be written: 0 of 2 films done;", result.stderr)
+        self.assertIn("films/one.mkv is the first that is missing; run again with --resume", result.stderr)
 
     def test_killed_batches_go_on(self):
         names = [f"{number % 2}/{number}.mkv" for number in range(8)]
