@@ -4,6 +4,7 @@
 
 #include "cli/decibels.h"
 #include "cli/layout.h"
+#include "cli/loudness_match.h"
 #include "cli/option_text.h"
 #include "cli/progress.h"
 #include "cli/remap_file.h"

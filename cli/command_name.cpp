@@ -16,7 +16,8 @@ std::string name = "tarn";
 
 void setCommandName(const std::string& argument)
 {
-    name = std::filesystem::path(argument).filename() == "tarn" ? "tarn" : argument;
+    const std::filesystem::path program = std::filesystem::path(argument).filename();
+    name = program == "tarn" ? "tarn" : program == "tarn-film" ? "tarn film" : argument;
 }
 
 const std::string& commandName()

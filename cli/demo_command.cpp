@@ -87,7 +87,7 @@ void printTable(const Scene& scene, const ThreeOutputs& outputs, std::size_t del
 void printReport(const Scene& scene, const ThreeOutputs& outputs)
 {
     const std::size_t delay = measureDelay(scene, outputs);
-    std::printf("A stereo scene of %.1f seconds at %u Hz, upmixed to front left, centre and front right:\n\n",
+    std::printf("A stereo scene of %.1f seconds at %u Hz, and what the engine makes of it, without preset:\n\n",
                 static_cast<double>(scene.stereo.size()) / (2.0 * scene.sampleRate), scene.sampleRate);
     printTable(scene, outputs, delay);
     std::printf(

@@ -17,8 +17,9 @@ namespace tarn
 
 void startFilm(const std::string& command, char** arguments)
 {
-    std::string name = "tarn-film";
-    arguments[0] = name.data();
+    const std::string name = "tarn-film";
+    std::string shownName = command + " film";
+    arguments[0] = shownName.data();
     // In a build folder, it is in the folder next to that of tarn.
     std::error_code ignored;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ignored);

@@ -22,6 +22,13 @@ constexpr double kFullScale = 0x1p31;
 
 } // namespace
 
+void addHeadroom(std::span<std::int32_t> samples, int bits) noexcept
+{
+    if (bits == 0) return;
+    const std::int64_t half = std::int64_t{1} << (bits - 1);
+    for (std::int32_t& sample : samples) sample = static_cast<std::int32_t>((sample + half) >> bits);
+}
+
 GainStage::GainStage(std::size_t slotsPerFrame, StreamFormat format, const OutputLevel& level, AudioSink& next)
     : slots(slotsPerFrame),
       shift(32 - format.bits),

@@ -8,10 +8,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace tarn
 {
+
+/// Lowers samples by a number of bits, rounded.
+void addHeadroom(std::span<std::int32_t> samples, int bits) noexcept;
 
 /// Level of an output.
 struct OutputLevel

@@ -169,8 +169,9 @@ std::string unreadableNote(const std::vector<std::string>& files, MediaKind kind
     for (const auto& [extension, count] : counts)
         list += (list.empty() ? "" : ", ") + std::to_string(count) + " " + extension;
     return std::to_string(files.size()) + (files.size() == 1 ? " file has" : " files have") +
-           " a format that tarn does not read: " + list + "; convert with ffmpeg, for example: ffmpeg -i " +
-           shellQuoted(files.front()) + " " + shellQuoted(fs::path(files.front()).replace_extension(".flac").string());
+           " a format that only tarn film reads: " + list +
+           "; use it, or convert with ffmpeg, for example: ffmpeg -i " + shellQuoted(files.front()) + " " +
+           shellQuoted(fs::path(files.front()).replace_extension(".flac").string());
 }
 
 } // namespace

@@ -81,7 +81,7 @@ int run(int argc, char** argv)
     demoOptions.program = argv[0];
     CLI::App* const upmix = tarn::addUpmix(app, upmixArguments);
     const CLI::App* const info = addInfo(app, infoOptions);
-    addDemo(app, demoOptions);
+    const CLI::App* const demo = addDemo(app, demoOptions);
 
     try {
         app.parse(argc, argv);
@@ -98,6 +98,11 @@ int run(int argc, char** argv)
     tarn::catchInterrupts();
     if (info->parsed()) return tarn::runInfo(infoOptions);
     if (upmix->parsed()) return tarn::runUpmix(upmixArguments, *upmix);
+    for (const char* const option : {"--layout", "--preset", "--force"})
+        if (demoOptions.output.empty() && demo->count(option) > 0)
+            throw tarn::Failure(EX_USAGE, std::string(option) +
+                                              ": is about the file that is written; name an OUTPUT, " +
+                                              "such as scene.wav");
     tarn::runDemo(demoOptions);
     return EX_OK;
 }
@@ -106,6 +111,5 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    if (argc > 0) tarn::setCommandName(argv[0]);
     return tarn::runProgram(argc, argv, run);
 }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/program.h"
 
+#include "cli/command_name.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
@@ -32,6 +33,7 @@ void occupyStandardStreams()
 int runProgram(int argc, char** argv, int (*run)(int, char**))
 {
     occupyStandardStreams();
+    if (argc > 0) setCommandName(argv[0]);
     try {
         const int exitCode = run(argc, argv);
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)

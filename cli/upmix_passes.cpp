@@ -7,6 +7,7 @@
 #include "cli/gain_stage.h"
 #include "cli/interrupt.h"
 #include "cli/loudness.h"
+#include "cli/loudness_match.h"
 #include "cli/progress.h"
 #include "cli/row_store.h"
 #include "cli/text.h"
@@ -37,14 +38,6 @@ bool showsProgress(const UpmixOptions& options)
     return !options.quiet && !options.inBatch;
 }
 
-/// Lowers samples by a number of bits, rounded.
-void lower(std::span<std::int32_t> samples, int bits) noexcept
-{
-    if (bits == 0) return;
-    const std::int64_t half = std::int64_t{1} << (bits - 1);
-    for (std::int32_t& sample : samples) sample = static_cast<std::int32_t>((sample + half) >> bits);
-}
-
 /// Upmixes the whole source.
 ///
 /// headroomBits  of the samples that the upmixer gets
@@ -56,7 +49,7 @@ void processAll(const UpmixJob& job, Upmixer& upmixer, int headroomBits, Loudnes
                       showsProgress(job.options));
     while (const std::size_t frames = job.source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
-        lower(std::span(stereo).first(2 * frames), headroomBits - job.source.headroomBits());
+        addHeadroom(std::span(stereo).first(2 * frames), headroomBits - job.source.headroomBits());
         if (meter != nullptr) meter->push(stereo.data(), frames, headroomBits);
         if (job.wraps != nullptr) job.wraps->push(stereo.data(), frames);
         upmixer.push(stereo.data(), frames);
@@ -125,51 +118,6 @@ std::filesystem::path storeFolder(const UpmixOptions& options)
     return ignored ? fs::path("/tmp") : folder;
 }
 
-/// The gain in dB that makes the output as loud as the input, without a limiter.
-double matchingGainDb(const UpmixOptions& options, const LoudnessReport& loudness)
-{
-    if (!std::isfinite(loudness.input) || !std::isfinite(loudness.atUnityGain)) {
-        if (!options.quiet) printNote(options.inputName() + ": too quiet to measure its loudness; the gain stays 0 dB");
-        return 0.0;
-    }
-    const double gainDb = loudness.input - loudness.atUnityGain;
-    checkMatchingGain(options.inputName(), gainDb);
-    return gainDb;
-}
-
-/// Writes the stored upmix at a gain. Returns its loudness.
-double replay(const RowStore& store, const UpmixJob& job, const char* label, double gainDb, AudioSink* output)
-{
-    Progress progress(label, store.frames(), job.format.sampleRate, showsProgress(job.options));
-    LoudnessSink loudness(job.layout, job.format.sampleRate, output);
-    GainStage stage(job.layout.slots, job.format, levelOf(job, gainDb), loudness);
-    store.replay(stage, progress);
-    stage.flush();
-    report(job, stage.counts());
-    return loudness.meter().integrated();
-}
-
-/// Raises a gain by what the limiter takes away, within the maximum gain. Stops at a small difference, and after two
-/// steps.
-double gainThroughLimiterDb(const RowStore& store, const UpmixJob& job, double gainDb)
-{
-    constexpr double kToleranceLu = 0.2;
-    constexpr double kTypicalSlope = 1.0 / 1.5; ///< LU per dB of gain on music that is limited
-    constexpr double kMinSlope = 0.25;
-    const auto loudnessAt = [&](double gain) { return replay(store, job, "measuring loudness", gain, nullptr); };
-    const auto raised = [&](double gain, double loudness, double slope) {
-        const double missing = job.report.loudness->input - loudness;
-        if (!std::isfinite(missing) || missing < kToleranceLu) return gain;
-        return std::max(gain, std::min(gain + missing / slope, zrk_tarn::kMaxGainDb));
-    };
-    const double loudness = loudnessAt(gainDb);
-    const double nextGainDb = raised(gainDb, loudness, kTypicalSlope);
-    if (nextGainDb - gainDb < kToleranceLu / kMinSlope) return nextGainDb;
-    const double nextLoudness = loudnessAt(nextGainDb);
-    const double slope = std::max(kMinSlope, (nextLoudness - loudness) / (nextGainDb - gainDb));
-    return raised(nextGainDb, nextLoudness, slope);
-}
-
 /// Runs the engine at unity gain.
 ///
 /// next  gets the upmix with headroom; can be null
@@ -191,10 +139,17 @@ void upmixMatched(AudioSink& output, const UpmixJob& job)
 {
     RowStore store(storeFolder(job.options), job.layout.slots);
     LoudnessReport& loudness = job.report.loudness.emplace(upmixAtUnityGain(&store, job));
-    double gainDb = matchingGainDb(job.options, loudness);
-    if (job.settings.room.limiter) gainDb = gainThroughLimiterDb(store, job, gainDb);
-    loudness.output = replay(store, job, "writing", gainDb, &output);
-    job.report.room.gainDb = gainDb;
+    const StoredUpmix stored{.name = job.options.inputName(),
+                             .rows = store,
+                             .layout = job.layout,
+                             .format = job.format,
+                             .level = levelOf(job, 0.0),
+                             .isQuiet = job.options.quiet,
+                             .showsProgress = showsProgress(job.options)};
+    job.report.room.gainDb = matchingGainDb(stored, loudness);
+    const ReplayedUpmix written = replay(stored, "writing", job.report.room.gainDb, &output);
+    loudness.output = written.loudness;
+    report(job, written.peaks);
 }
 
 /// Upmixes in one pass with the gain of all files of a run.
@@ -217,14 +172,6 @@ int headroomBitsOf(const UpmixOptions& options, const Layout& layout, const zrk_
 {
     if (layout.remapped || options.bypass || keepsStereo(layout, room)) return 0;
     return options.loudnessMatch || (room.limiter && source.canExceedFullScale()) ? kHeadroomBits : 0;
-}
-
-void checkMatchingGain(const std::string& name, double gainDb)
-{
-    if (gainDb > zrk_tarn::kMaxGainDb)
-        throw Failure(EX_DATAERR, name + ": matching its loudness needs a gain of " + formatted("%.1f dB", gainDb) +
-                                      ", and " + formatted("%.0f", zrk_tarn::kMaxGainDb) +
-                                      " dB is the maximum; leave --loudness-match out");
 }
 
 bool hasGainPerFile(const UpmixOptions& options)

@@ -33,9 +33,6 @@ struct UpmixJob
 int headroomBitsOf(const UpmixOptions& options, const Layout& layout, const zrk_tarn::RoomSettings& room,
                    const AudioSource& source);
 
-/// Throws Failure (EX_DATAERR) if a gain that matches the loudness is larger than the maximum.
-void checkMatchingGain(const std::string& name, double gainDb);
-
 /// Whether a gain depends on the file, unless a common level replaces it: with --loudness-match, and where samples
 /// above full scale scale a file down.
 bool hasGainPerFile(const UpmixOptions& options);

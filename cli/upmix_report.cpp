@@ -17,8 +17,6 @@ namespace tarn
 namespace
 {
 
-constexpr double kAudibleShortfallLu = 0.3;
-
 double limitedSecondsOf(const UpmixReport& report)
 {
     // Blocks can begin before the input and end after it.
@@ -128,14 +126,9 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
     printLoss(options, report);
     if (!options.quiet) {
         printNote(summary(options, report));
-        if (report.loudness)
-            printNote(output + ": loudness of the input " + formatted("%.1f", report.loudness->input) +
-                      " LUFS, of the output " + formatted("%.1f", report.loudness->output) + " LUFS with " +
-                      formatted("%+.2f", report.room.gainDb) + " dB");
+        if (report.loudness) printLoudness(output, *report.loudness, report.room.gainDb);
         // With the gain of an album, files are louder or softer than before.
-        if (report.loudness && !options.album && report.loudness->shortfall() > kAudibleShortfallLu)
-            printNote(output + ": is " + formatted("%.1f LU", report.loudness->shortfall()) +
-                      " softer than the input, because the limiter holds its peaks back");
+        if (report.loudness && !options.album) printShortfall(output, *report.loudness);
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
     if (report.clippedInput > 0) printNote(options.inputName() + ": " + inputClippingNote(report));
@@ -167,11 +160,7 @@ Json jsonOf(const UpmixOptions& options, const UpmixReport& report)
     addRoom(json, report);
     json.update(lossOf(report));
     if (report.layout->remapped) json["wrapped_samples"] = report.wrapped;
-    if (report.loudness)
-        json["loudness_lufs"] = {{"input", finiteOrNull(report.loudness->input)},
-                                 {"output_without_gain", finiteOrNull(report.loudness->atUnityGain)},
-                                 {"output", finiteOrNull(report.loudness->output)},
-                                 {"shortfall", report.loudness->shortfall()}};
+    if (report.loudness) json["loudness_lufs"] = jsonOf(*report.loudness);
     if (!report.levels.empty()) json["channels"] = channelsOf(report);
     return json;
 }

@@ -6,11 +6,10 @@
 #include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
+#include "cli/loudness_match.h"
 #include "cli/stream_format.h"
 #include "cli/upmix_options.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,21 +19,6 @@
 
 namespace tarn
 {
-
-/// Integrated loudness, LUFS.
-struct LoudnessReport
-{
-    double input;
-    double atUnityGain; ///< of the output before gain and limiter
-    double output;
-
-    /// LU by which the output is softer than the input; 0 if it is not, or if one is silent.
-    double shortfall() const noexcept
-    {
-        const double difference = input - output;
-        return std::isfinite(difference) ? std::max(difference, 0.0) : 0.0;
-    }
-};
 
 /// The result of one upmix.
 struct UpmixReport

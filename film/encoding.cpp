@@ -57,8 +57,10 @@ const Encoding& encodingFor(const std::string& name, const AVOutputFormat& conta
         std::string others;
         for (const Encoding& encoding : kEncodings)
             if (isStorable(encoding, container)) others += (others.empty() ? "" : ", ") + std::string(encoding.name);
-        throw Failure(EX_USAGE, output + ": this kind of file cannot hold " + wanted + "; it can hold " +
-                                    (others.empty() ? "none of the codecs; end the name in .mkv" : others));
+        if (others.empty())
+            throw Failure(EX_USAGE,
+                          output + ": this kind of file cannot be written; end the name in " + kOutputExtensions);
+        throw Failure(EX_USAGE, output + ": this kind of file cannot hold " + wanted + "; it can hold " + others);
     }
     return *found;
 }

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/stream_format.h"
 #include "film/av.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,7 +22,17 @@ struct Encoding
     std::int64_t bitRate;  ///< of 5.1, kb/s; 0: lossless
     bool sides;            ///< 5.1 has side channels, which this codec's players expect; otherwise back channels
     bool hasDialogueLevel; ///< stores the loudness of dialogue
+
+    /// The format of samples that are encoded: FLAC and PCM hold at most 24 bits.
+    StreamFormat formatOf(StreamFormat track) const noexcept
+    {
+        if (bitRate == 0) track.bits = std::min(track.bits, 24u);
+        return track;
+    }
 };
+
+/// Extensions of outputs, for messages.
+constexpr const char* kOutputExtensions = ".mkv, .mp4, .mka, .m4a or .flac";
 
 /// Names of the codecs.
 std::vector<std::string> encodingNames();

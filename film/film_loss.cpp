@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr const char* kAdvice = "get an undamaged copy, or listen to that place";
+constexpr const char* kChangeAdvice = "cut the film there, and upmix the stereo parts";
 constexpr std::uint32_t kMilliseconds = 1000;
 
 std::string timeText(double seconds)
@@ -34,6 +35,10 @@ std::optional<Loss> lossOf(const TrackDamage& track, const FileDamage& file, uns
     const auto seconds = [rateHz](std::uint64_t frames) { return static_cast<double>(frames) / rateHz; };
     const auto shown = [](double value) { return formatted("%.3f s", value); };
     std::vector<std::string> facts;
+    if (track.change)
+        facts.push_back("track " + std::to_string(index) + " changes to " +
+                        counted(static_cast<std::uint64_t>(track.change->channels), "channel", "channels") + " at " +
+                        timeText(track.change->seconds) + ", and only stereo is upmixed");
     if (track.damagedPackets > 0)
         facts.push_back(counted(track.damagedPackets, "packet", "packets") + " of track " + std::to_string(index) +
                         (track.damagedPackets == 1 ? " is" : " are") + " damaged");
@@ -50,18 +55,19 @@ std::optional<Loss> lossOf(const TrackDamage& track, const FileDamage& file, uns
     if (track.missingAtEnd > 0 && file.missingEndSeconds <= 0.0)
         facts.push_back("the last " + shown(seconds(track.missingAtEnd)) + " of its sound are missing");
     if (facts.empty()) return std::nullopt;
-    if (track.firstFrame)
+    const bool isDamaged = !track.change || track.damagedPackets > 0 || file.errors > 0 || file.missingEndSeconds > 0.0;
+    if (track.firstFrame && isDamaged)
         facts.push_back("the damage of the sound begins at " +
                         timeText(static_cast<double>(*track.firstFrame) / rateHz));
 
-    std::string message = "is cut short or damaged: ";
+    std::string message = isDamaged ? "is cut short or damaged: " : "";
     for (const std::string& fact : facts) message += (&fact == &facts.front() ? "" : "; ") + fact;
     // Nobody knows what the unreadable parts held.
     std::optional<double> lost;
     if (file.errors == 0)
         lost = seconds(track.silenced + track.skipped + track.uncertain) +
                std::max(file.missingEndSeconds, seconds(track.missingAtEnd));
-    return Loss{.message = message, .seconds = lost, .advice = kAdvice};
+    return Loss{.message = message, .seconds = lost, .advice = isDamaged ? kAdvice : kChangeAdvice};
 }
 
 } // namespace tarn

@@ -10,6 +10,13 @@
 namespace tarn
 {
 
+/// A part of a track that is not stereo.
+struct ChannelChange
+{
+    int channels = 0;
+    double seconds = 0.0; ///< time of its first frame
+};
+
 /// Damage of a track, in frames of the upmix.
 struct TrackDamage
 {
@@ -18,6 +25,7 @@ struct TrackDamage
     std::uint64_t skipped = 0;        ///< sound that is left out, because its time is before that of the sound before
     std::uint64_t missingAtEnd = 0;   ///< sound of packets at the end that cannot be decoded
     std::uint64_t uncertain = 0;      ///< sound of damaged packets that was decoded all the same
+    std::optional<ChannelChange> change;    ///< the first one; its sound is missing
     std::optional<std::int64_t> firstFrame; ///< time of the first damage, since the start of the film
 };
 

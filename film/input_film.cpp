@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include <fcntl.h>
 
@@ -29,9 +30,14 @@ std::string languageOf(const AVStream& stream)
     return entry != nullptr ? entry->value : "";
 }
 
+bool isAudio(const AVStream& stream)
+{
+    return stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+}
+
 bool isStereo(const AVStream& stream)
 {
-    return stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO && stream.codecpar->ch_layout.nb_channels == 2;
+    return isAudio(stream) && stream.codecpar->ch_layout.nb_channels == 2;
 }
 
 bool isDefault(const AVStream& stream)
@@ -50,6 +56,8 @@ InputFilm::InputFilm(const std::string& filmPath) : path(filmPath)
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) throw Failure(EX_SOFTWARE, "out of memory");
     context->interrupt_callback.callback = [](void*) { return arrivedSignal() != 0 ? 1 : 0; };
+    // AVI, MPEG program streams and others do not store the time stamps of reordered pictures.
+    context->flags |= AVFMT_FLAG_GENPTS;
     // Without a protocol, a name with a colon would be taken for one.
     const int error = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
     throwIfInterrupted();
@@ -57,6 +65,7 @@ InputFilm::InputFilm(const std::string& filmPath) : path(filmPath)
         throw Failure(EX_DATAERR, path + ": is not a film or a recording that can be read: " + textOf(error) +
                                       "; check it with ffprobe");
     format.reset(context);
+    isLengthFromZero = context->duration > 0 || std::string_view(context->iformat->name) == "asf";
     checked(avformat_find_stream_info(context, nullptr), EX_DATAERR, path);
     throwIfInterrupted();
 }
@@ -111,8 +120,18 @@ void InputFilm::follow(const AVPacket& packet)
 std::optional<double> InputFilm::declaredEnd() const noexcept
 {
     if (!duration() || format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return std::nullopt;
-    const std::int64_t start = format->start_time != AV_NOPTS_VALUE ? format->start_time : 0;
-    return *duration() + static_cast<double>(start) / AV_TIME_BASE;
+    return isLengthFromZero ? *duration() : *duration() + startSeconds();
+}
+
+std::optional<double> InputFilm::latestEnd() const noexcept
+{
+    const std::optional<double> end = declaredEnd();
+    return end ? std::optional(std::max(*end, *duration() + startSeconds())) : std::nullopt;
+}
+
+double InputFilm::startSeconds() const noexcept
+{
+    return format->start_time != AV_NOPTS_VALUE ? static_cast<double>(format->start_time) / AV_TIME_BASE : 0.0;
 }
 
 FileDamage InputFilm::damage(unsigned track) const
@@ -140,44 +159,63 @@ unsigned InputFilm::chooseTrack(const FilmOptions& options) const
 {
     if (options.stream) {
         const auto index = static_cast<unsigned>(*options.stream);
-        if (index >= format->nb_streams || stream(index).codecpar->codec_type != AVMEDIA_TYPE_AUDIO)
+        if (index >= format->nb_streams || !isAudio(stream(index)))
             throw Failure(EX_USAGE, "--stream " + std::to_string(index) + ": " + path +
                                         " has no audio track of this number; " + listOfTracks());
         if (!isStereo(stream(index)))
             throw Failure(EX_DATAERR, path + ": track " + std::to_string(index) + " is not stereo; " + listOfTracks());
         return index;
     }
+    if (options.language.empty() && !options.forceTrack) refuseSurround();
+    for (unsigned index = 0; index < format->nb_streams; ++index)
+        if (isStereo(stream(index)) && (options.language.empty() || languageOf(stream(index)) == options.language))
+            return index;
+    throw Failure(EX_DATAERR, path + ": has no stereo track" +
+                                  (options.language.empty() ? "" : " in the language " + options.language) + "; " +
+                                  listOfTracks());
+}
 
-    std::optional<unsigned> chosen;
-    for (unsigned index = 0; index < format->nb_streams; ++index) {
-        const AVStream& candidate = stream(index);
-        const AVCodecParameters& codec = *candidate.codecpar;
-        if (codec.codec_type != AVMEDIA_TYPE_AUDIO) continue;
-        if (codec.ch_layout.nb_channels > 2 && isDefault(candidate) && !options.forceTrack)
-            throw Failure(EX_DATAERR, path + ": its default audio track has " +
-                                          std::to_string(codec.ch_layout.nb_channels) +
-                                          " channels already; add --force-track to upmix a stereo track all the same");
-        if (!isStereo(candidate)) continue;
-        if (!options.language.empty() && languageOf(candidate) != options.language) continue;
-        if (!chosen) chosen = index;
+/// Throws Failure if a default audio track has more than two channels. Without a mark, the first one is the default.
+void InputFilm::refuseSurround() const
+{
+    std::vector<unsigned> audio;
+    for (unsigned index = 0; index < format->nb_streams; ++index)
+        if (isAudio(stream(index))) audio.push_back(index);
+    const bool hasDefault =
+        std::any_of(audio.begin(), audio.end(), [this](unsigned index) { return isDefault(stream(index)); });
+    for (const unsigned index : audio) {
+        const int channels = stream(index).codecpar->ch_layout.nb_channels;
+        const bool isPlayed = hasDefault ? isDefault(stream(index)) : index == audio.front();
+        if (isPlayed && channels > 2)
+            throw Failure(EX_DATAERR, path + ": its default audio track has " + std::to_string(channels) +
+                                          " channels already; add --force-track to upmix a stereo track all the same, "
+                                          "or choose one with --stream or --language");
     }
-    if (!chosen)
-        throw Failure(EX_DATAERR, path + ": has no stereo track" +
-                                      (options.language.empty() ? "" : " in the language " + options.language) + "; " +
-                                      listOfTracks());
-    return *chosen;
+}
+
+std::string InputFilm::describe(unsigned index) const
+{
+    const AVStream& described = stream(index);
+    const std::string language = languageOf(described);
+    return std::to_string(index) + " (" + avcodec_get_name(described.codecpar->codec_id) + ", " +
+           std::to_string(described.codecpar->ch_layout.nb_channels) + " channels" +
+           (language.empty() ? "" : ", " + language) + ")";
+}
+
+std::string InputFilm::otherThanStereo(unsigned except) const
+{
+    std::string list;
+    for (unsigned index = 0; index < format->nb_streams; ++index)
+        if (index != except && isAudio(stream(index)) && !isStereo(stream(index)))
+            list += (list.empty() ? "track " : ", track ") + describe(index);
+    return list;
 }
 
 std::string InputFilm::listOfTracks() const
 {
     std::string list;
-    for (unsigned index = 0; index < format->nb_streams; ++index) {
-        const AVCodecParameters& codec = *stream(index).codecpar;
-        if (codec.codec_type != AVMEDIA_TYPE_AUDIO) continue;
-        list += (list.empty() ? "its audio tracks: " : ", ") + std::to_string(index) + " (" +
-                avcodec_get_name(codec.codec_id) + ", " + std::to_string(codec.ch_layout.nb_channels) + " channels" +
-                (languageOf(stream(index)).empty() ? "" : ", " + languageOf(stream(index))) + ")";
-    }
+    for (unsigned index = 0; index < format->nb_streams; ++index)
+        if (isAudio(stream(index))) list += (list.empty() ? "its audio tracks: " : ", ") + describe(index);
     return list.empty() ? "it has no audio" : list;
 }
 

@@ -1,5 +1,6 @@
 // The tarn-film program: options and exit codes.
 // SPDX-License-Identifier: MIT
+#include "cli/command_name.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/json.h"
@@ -26,8 +27,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::BatchOptions& b
                    "INPUT, a film or a recording that FFmpeg reads, and\n"
                    "OUTPUT, the film to write: .mkv, .mp4, .mka, .m4a or\n"
                    ".flac; with --output-dir, many INPUTs")
-        ->type_name("")
-        ->required();
+        ->type_name("");
     app.add_option("--output-dir", batch.directory,
                    "Folder for the outputs of many INPUTs: film.mp4 becomes\nfilm.mp4-5.1.mkv in it")
         ->type_name("DIR");
@@ -80,7 +80,7 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::BatchOptions& b
 
 int run(int argc, char** argv)
 {
-    CLI::App app("Adds a surround track, upmixed from a stereo track, to a film.", "tarn film");
+    CLI::App app("Adds a surround track, upmixed from a stereo track, to a film.", tarn::commandName());
     app.get_formatter()->column_width(22);
     app.set_version_flag("--version", "tarn-film " TARN_VERSION);
     tarn::FilmOptions options;
@@ -91,12 +91,18 @@ int run(int argc, char** argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        throw tarn::usageFailure(app, error, "tarn film --help");
+        throw tarn::usageFailure(app, error, tarn::commandName() + " --help");
     }
-    tarn::refuseStrayNumbers(app, "tarn film --help");
+    tarn::refuseStrayNumbers(app, tarn::commandName() + " --help");
+    if (options.room.gainDb && options.loudnessMatch)
+        throw tarn::Failure(EX_USAGE, "--gain: --loudness-match chooses the gain itself; leave one of them out");
     tarn::catchInterrupts();
     av_log_set_level(AV_LOG_FATAL);
+    if (options.stream && app.get_option("--language")->count() > 0)
+        throw tarn::Failure(EX_USAGE, "--stream and --language: both choose the track; leave one of them out");
     if (app.get_option("--output-dir")->count() > 0) {
+        if (batch.inputs.empty())
+            throw tarn::Failure(EX_USAGE, "name at least one INPUT; see " + tarn::commandName() + " --help");
         if (batch.directory.empty()) throw tarn::Failure(EX_USAGE, "--output-dir: an empty name");
         return tarn::runFilmBatch(batch, options);
     }
@@ -104,7 +110,8 @@ int run(int argc, char** argv)
         if (app.get_option(option)->count() > 0)
             throw tarn::Failure(EX_USAGE, std::string(option) + ": needs --output-dir; add --output-dir DIR");
     if (batch.inputs.size() != 2)
-        throw tarn::Failure(EX_USAGE, "name one INPUT and one OUTPUT, or add --output-dir; see tarn film --help");
+        throw tarn::Failure(EX_USAGE, "name one INPUT and one OUTPUT, or add --output-dir; see " + tarn::commandName() +
+                                          " --help");
     options.input = batch.inputs[0];
     options.output = batch.inputs[1];
     const tarn::Json report = tarn::upmixFilm(options);

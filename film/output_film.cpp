@@ -3,9 +3,12 @@
 #include "film/output_film.h"
 
 #include "cli/interrupt.h"
+#include "film/encoding.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +26,16 @@ namespace
 
 constexpr int kBufferBytes = 1 << 16;
 
+/// Codecs start up to this far below zero, and Matroska can store that. Its clusters cannot be further below.
+constexpr double kMaxPriming = 1.0; // seconds
+
+/// Whole seconds, which all time bases can express, that lift the start of a film above zero.
+int delayFor(double startSeconds)
+{
+    constexpr double kLongest = 1e6; // MPEG transport streams count up to 95443 s
+    return startSeconds < -kMaxPriming && startSeconds > -kLongest ? static_cast<int>(std::ceil(-startSeconds)) : 0;
+}
+
 /// "subtitle track 3 (subrip)".
 std::string descriptionOf(const AVStream& stream)
 {
@@ -31,17 +44,47 @@ std::string descriptionOf(const AVStream& stream)
            avcodec_get_name(stream.codecpar->codec_id) + ")";
 }
 
+/// A kind of picture that Matroska attaches as a file.
+struct PictureKind
+{
+    AVCodecID codec;
+    const char* extension;
+    const char* mimeType;
+};
+
+constexpr PictureKind kPictureKinds[] = {
+    {AV_CODEC_ID_MJPEG, ".jpg", "image/jpeg"}, {AV_CODEC_ID_PNG, ".png", "image/png"},
+    {AV_CODEC_ID_GIF, ".gif", "image/gif"},    {AV_CODEC_ID_TIFF, ".tiff", "image/tiff"},
+    {AV_CODEC_ID_BMP, ".bmp", "image/bmp"},    {AV_CODEC_ID_WEBP, ".webp", "image/webp"},
+};
+
+const PictureKind* pictureKindOf(AVCodecID codec)
+{
+    const auto* const found = std::find_if(std::begin(kPictureKinds), std::end(kPictureKinds),
+                                           [codec](const PictureKind& kind) { return kind.codec == codec; });
+    return found != std::end(kPictureKinds) ? found : nullptr;
+}
+
+/// Whether a stream is one picture, such as a cover. Thumbnails of chapters are many.
+bool isPicture(const AVStream& stream)
+{
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 &&
+           (stream.disposition & AV_DISPOSITION_TIMED_THUMBNAILS) == 0;
+}
+
 } // namespace
 
 OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm, NamingHook hook)
     : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity(), std::move(hook))
 {
     if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
-        throw Failure(EX_USAGE, path + ": no container has this extension; end the name in .mkv or .mp4");
+        throw Failure(EX_USAGE, path + ": no container has this extension; end the name in " + kOutputExtensions);
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferBytes));
     format->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, writeBytes, seek);
     if (buffer == nullptr || format->pb == nullptr) throw Failure(EX_SOFTWARE, "out of memory");
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
+    addedSeconds = delayFor(input.startSeconds());
+    format->output_ts_offset = static_cast<std::int64_t>(addedSeconds) * AV_TIME_BASE;
 }
 
 OutputFilm::~OutputFilm()
@@ -133,20 +176,35 @@ bool OutputFilm::isFlac() const noexcept
     return std::string_view(format->oformat->name) == "flac";
 }
 
+/// Whether this is a file of the MP4 family that has a place for covers.
+bool OutputFilm::isMp4() const noexcept
+{
+    const std::string_view name = format->oformat->name;
+    return name == "mp4" || name == "ipod";
+}
+
+/// Whether the container can hold a copy of a stream.
+bool OutputFilm::canHold(const AVStream& stream) const
+{
+    const AVCodecID id = stream.codecpar->codec_id;
+    if (isFlac()) return isPicture(stream);
+    if (isMatroska() && stream.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) return true;
+    if (isMp4() && isPicture(stream)) return id == AV_CODEC_ID_MJPEG || id == AV_CODEC_ID_PNG || id == AV_CODEC_ID_BMP;
+    return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
+}
+
 /// Adds a stream of the input: a copy, converted subtitles, or nothing if the container can hold neither.
 void OutputFilm::addStreamOf(const AVStream& from)
 {
     const AVCodecParameters& codec = *from.codecpar;
-    const bool isPicture = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    const auto canHold = [&](AVCodecID id) {
-        if (isFlac()) return isPicture;
-        return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
-    };
-    if (canHold(codec.codec_id) || (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT && isMatroska())) {
+    if (isMatroska() && isPicture(from) && pictureKindOf(codec.codec_id) != nullptr) {
+        attach(from);
+    } else if (canHold(from)) {
         addCopy(from);
         const bool isClocked = codec.codec_type == AVMEDIA_TYPE_AUDIO || codec.codec_type == AVMEDIA_TYPE_VIDEO;
-        if (isClocked && !isPicture) times.back() = std::make_unique<PacketTimes>();
-    } else if (canHold(AV_CODEC_ID_MOV_TEXT) && SubtitleConverter::canConvert(codec.codec_id)) {
+        if (isClocked && !isPicture(from)) times.back() = std::make_unique<PacketTimes>();
+    } else if (!isFlac() && avformat_query_codec(format->oformat, AV_CODEC_ID_MOV_TEXT, 0) == 1 &&
+               SubtitleConverter::canConvert(codec.codec_id)) {
         converters.back() = std::make_unique<SubtitleConverter>(path, from);
         AVStream& stream = addStream();
         checked(avcodec_parameters_from_context(stream.codecpar, &converters.back()->codec()), EX_SOFTWARE, path);
@@ -154,6 +212,26 @@ void OutputFilm::addStreamOf(const AVStream& from)
     } else {
         lost.push_back(descriptionOf(from) + " is left out, because this kind of file cannot hold it");
     }
+}
+
+/// Adds a picture as a file in the header of Matroska. It has no packets then.
+void OutputFilm::attach(const AVStream& picture)
+{
+    const PictureKind& kind = *pictureKindOf(picture.codecpar->codec_id);
+    AVStream& stream = addStream();
+    AVCodecParameters& codec = *stream.codecpar;
+    const auto size = static_cast<std::size_t>(picture.attached_pic.size);
+    codec.codec_type = AVMEDIA_TYPE_ATTACHMENT;
+    codec.codec_id = kind.codec;
+    codec.extradata = static_cast<std::uint8_t*>(allocated(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE)));
+    codec.extradata_size = picture.attached_pic.size;
+    std::copy_n(picture.attached_pic.data, size, codec.extradata);
+    checked(av_dict_copy(&stream.metadata, picture.metadata, 0), EX_SOFTWARE, path);
+    // Players look for a file with the name "cover".
+    const std::string name = pictures == 0 ? "cover" : "cover-" + std::to_string(pictures + 1);
+    ++pictures;
+    av_dict_set(&stream.metadata, "filename", (name + kind.extension).c_str(), AV_DICT_DONT_OVERWRITE);
+    av_dict_set(&stream.metadata, "mimetype", kind.mimeType, AV_DICT_DONT_OVERWRITE);
 }
 
 void OutputFilm::addCopy(const AVStream& from)
@@ -178,6 +256,7 @@ void OutputFilm::describe(AVStream& stream, const AVStream& from)
 {
     stream.time_base = from.time_base;
     stream.disposition = from.disposition;
+    if (isPicture(from)) stream.disposition = AV_DISPOSITION_ATTACHED_PIC; // MP4 covers have no other one
     if (from.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) stream.disposition &= ~AV_DISPOSITION_DEFAULT;
     checked(av_dict_copy(&stream.metadata, from.metadata, 0), EX_SOFTWARE, path);
     outputOf.back() = stream.index;
@@ -208,8 +287,9 @@ void OutputFilm::copyChapters()
         format->nb_chapters = i + 1;
         copied->id = chapter.id;
         copied->time_base = chapter.time_base;
-        copied->start = chapter.start;
-        copied->end = chapter.end;
+        const std::int64_t later = av_rescale_q(addedSeconds, {1, 1}, chapter.time_base);
+        copied->start = av_sat_add64(chapter.start, later);
+        copied->end = av_sat_add64(chapter.end, later);
         checked(av_dict_copy(&copied->metadata, chapter.metadata, 0), EX_SOFTWARE, path);
     }
 }

@@ -35,6 +35,9 @@ public:
     const AVOutputFormat& container() const noexcept { return *format->oformat; }
     bool wantsGlobalHeader() const noexcept { return (format->oformat->flags & AVFMT_GLOBALHEADER) != 0; }
 
+    /// Seconds by which all tracks and chapters are later than in the input, because it starts far below zero.
+    int delaySeconds() const noexcept { return addedSeconds; }
+
     /// Adds all streams and writes the header. The upmixed track is the default one, in front of its original.
     ///
     /// upmixed  the encoder of the new track
@@ -56,8 +59,11 @@ public:
 private:
     bool isMatroska() const noexcept;
     bool isFlac() const noexcept;
+    bool isMp4() const noexcept;
+    bool canHold(const AVStream& stream) const;
     AVStream& addStream();
     void addStreamOf(const AVStream& from);
+    void attach(const AVStream& picture);
     void addCopy(const AVStream& from);
     void describe(AVStream& stream, const AVStream& from);
     void addUpmixed(const AVCodecContext& upmixed, const AVStream& original);
@@ -72,12 +78,14 @@ private:
     std::string path;
     const InputFilm& input;
     OutputFile file;
-    int writeError = 0; ///< errno
+    int writeError = 0;   ///< errno
+    int addedSeconds = 0; ///< to all times
     AVFormatContext* format = nullptr;
     std::vector<int> outputOf; ///< stream of the output for each one of the input; -1: not copied
     std::vector<std::unique_ptr<SubtitleConverter>> converters; ///< for each stream of the input; null: it is copied
     std::vector<std::unique_ptr<PacketTimes>> times;            ///< for each stream of the input; null: they are copied
     std::vector<std::int64_t> lastTimes; ///< decoding time of the last packet of each stream of the output
+    int pictures = 0;                    ///< that are attached
     int upmixedIndex = -1;
     AVRational upmixedTime{};
     std::vector<std::string> lost;

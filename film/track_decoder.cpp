@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "film/track_decoder.h"
 
+#include "cli/gain_stage.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <span>
 #include <utility>
 
 extern "C" {
@@ -27,6 +30,7 @@ constexpr double kMaxGap = 3600.0;       ///< seconds, if the length of the film
 constexpr double kRepeatedSeconds = 1.0; ///< a longer overlap is not sound that was sent twice
 
 constexpr std::int64_t kSilenceFrames = 65536; ///< at a time
+constexpr std::int64_t kMaxPacketSeconds = 10; ///< a longer duration of a packet is damaged
 
 bool isFloat(int sampleFormat)
 {
@@ -56,7 +60,8 @@ TrackDecoder::TrackDecoder(const std::string& film, const AVStream& stream, cons
     : name(film + ": track " + std::to_string(stream.index)),
       consume(std::move(consumer)),
       timeBase(stream.time_base),
-      scale(conversion.scale),
+      headroomBits(conversion.headroomBits),
+      scale(std::ldexp(1.0 / conversion.peak, -headroomBits)),
       endSeconds(conversion.endSeconds)
 {
     const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
@@ -80,6 +85,7 @@ bool TrackDecoder::canExceedFullScale(const AVStream& stream, std::uint32_t rate
 void TrackDecoder::decode(const AVPacket* packet)
 {
     const std::uint64_t before = found.damagedPackets;
+    isChanged = false;
     const bool isRefused = avcodec_send_packet(decoder.get(), packet) < 0;
     receiveFrames();
     if (packet == nullptr) {
@@ -89,11 +95,12 @@ void TrackDecoder::decode(const AVPacket* packet)
     }
     const bool isFailed = isRefused || found.damagedPackets > before;
     const bool isCorrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
-    if (!isFailed && !isCorrupt) return;
-    found.damagedPackets = before + 1;
+    if (!isFailed && !isCorrupt && !isChanged) return;
+    if (isFailed || isCorrupt) found.damagedPackets = before + 1;
     markDamage();
-    const std::int64_t duration = std::clamp<std::int64_t>(packet->duration, 0, kSilenceFrames);
-    if (isFailed) {
+    const std::int64_t duration =
+        std::clamp<std::int64_t>(packet->duration, 0, av_rescale_q(kMaxPacketSeconds, {1, 1}, timeBase));
+    if (isFailed || isChanged) {
         lostAtEnd += duration;
     } else {
         found.uncertain += static_cast<std::uint64_t>(av_rescale_q(duration, timeBase, {1, static_cast<int>(rate)}));
@@ -109,7 +116,11 @@ void TrackDecoder::receiveFrames()
             ++found.damagedPackets;
             return;
         }
-        if (decoded->ch_layout.nb_channels != 2 || decoded->sample_rate <= 0) {
+        if (decoded->ch_layout.nb_channels != 2) {
+            noteChange(*decoded);
+            continue;
+        }
+        if (decoded->sample_rate <= 0) {
             ++found.damagedPackets;
             continue;
         }
@@ -119,6 +130,15 @@ void TrackDecoder::receiveFrames()
         av_frame_move_ref(held.get(), decoded.get());
         isHolding = true;
     }
+}
+
+/// Keeps the first frame that is not stereo.
+void TrackDecoder::noteChange(const AVFrame& frame)
+{
+    isChanged = true;
+    if (found.change) return;
+    const double seconds = static_cast<double>(timeOf(frame).value_or(0)) * av_q2d(timeBase);
+    found.change = ChannelChange{.channels = frame.ch_layout.nb_channels, .seconds = seconds};
 }
 
 /// The time of a frame in ticks; none if it has none, or one that cannot be.
@@ -233,8 +253,12 @@ void TrackDecoder::convert(const AVFrame* frame)
         checked(swr_convert(resampler.get(), &output, capacity, frame != nullptr ? planes : nullptr, frames),
                 EX_SOFTWARE, name);
     if (converted == 0) return;
-    if (exceeds) scaleSamples(2 * static_cast<std::size_t>(converted));
-    consume(samples.data(), static_cast<std::size_t>(converted));
+    const std::size_t count = 2 * static_cast<std::size_t>(converted);
+    if (exceeds)
+        scaleSamples(count);
+    else
+        addHeadroom(std::span(samples).first(count), headroomBits);
+    consume(samples.data(), count / 2);
 }
 
 /// Converts samples that can exceed full scale. What is not a number becomes silence.

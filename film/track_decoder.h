@@ -19,7 +19,8 @@ namespace tarn
 struct TrackConversion
 {
     std::uint32_t rateHz = 0;           ///< 0: that of the track
-    double scale = 1.0;                 ///< of samples that can exceed full scale
+    int headroomBits = 0;               ///< of the samples
+    double peak = 1.0;                  ///< by which samples that can exceed full scale are divided
     std::optional<double> endSeconds{}; ///< of the film; later time stamps are wrong
 };
 
@@ -60,6 +61,7 @@ public:
 
 private:
     void receiveFrames();
+    void noteChange(const AVFrame& frame);
     std::optional<std::int64_t> timeOf(const AVFrame& frame) const;
     void releaseHeld(const AVFrame* next);
     std::int64_t toleranceOf(const AVFrame& frame) const;
@@ -76,7 +78,8 @@ private:
     Consumer consume;
     AVRational timeBase;
     Codec decoder;
-    double scale;
+    int headroomBits;
+    double scale; ///< of samples that can exceed full scale
     std::optional<double> endSeconds;
     std::uint32_t rate;
     std::uint32_t bits;
@@ -87,6 +90,7 @@ private:
     Frame decoded = newFrame();
     Frame held = newFrame(); ///< waits for the time stamp of the next one
     bool isHolding = false;
+    bool isChanged = false; ///< the newest packet is not stereo
     std::vector<std::int32_t> samples;
     std::vector<double> wide; ///< samples that can exceed full scale
     double largest = 0.0;

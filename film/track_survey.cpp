@@ -6,6 +6,7 @@
 #include "cli/loudness.h"
 #include "cli/progress.h"
 #include "film/decode_all.h"
+#include "film/film_chain.h"
 #include "stream/steering_mode_names.h"
 
 #include <algorithm>
@@ -50,29 +51,31 @@ EngineSettings engineSettings(const FilmOptions& options, const Layout& layout)
     return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(), .room = roomSettingsOf(options.room, layout)};
 }
 
-Survey survey(const SurveyedTrack& track, SurveyPlan plan, int headroomBits)
+Survey survey(const SurveyedTrack& track, const SurveyPlan& plan)
 {
     InputFilm input(track.options.input);
     input.readOnly(track.index);
     EngineSettings settings = engineSettings(track.options, track.layout);
-    settings.room.gainDb = 0.0;
-    settings.room.limiter = false;
+    if (plan.isAtUnityGain) {
+        settings.room.gainDb = 0.0;
+        settings.room.limiter = false;
+    }
     LoudnessMeter before(track.rate);
-    LoudnessSink after(track.layout, track.rate, nullptr, headroomBits);
-    Upmixer upmixer(track.layout, StreamFormat{.sampleRate = track.rate, .bits = 32}, settings, true, after);
+    LoudnessSink after(track.layout, track.rate, plan.upmix, plan.isAtUnityGain ? plan.headroomBits : 0);
+    FilmChain chain(track.layout, StreamFormat{.sampleRate = track.rate, .bits = 32}, settings,
+                    plan.isAtUnityGain ? 0 : plan.headroomBits, after);
     Progress progress("measuring", input.expectedFrames(track.rate), track.rate,
                       !track.options.quiet && !track.options.inBatch);
     const auto makeDecoder = [&] {
-        return std::make_unique<TrackDecoder>(track.options.input, input.stream(track.index),
-                                              TrackConversion{.rateHz = track.rate,
-                                                              .scale = std::ldexp(1.0, -headroomBits),
-                                                              .endSeconds = input.declaredEnd()},
-                                              [&](const std::int32_t* stereo, std::size_t frames) {
-                                                  throwIfInterrupted();
-                                                  if (plan.loudness) before.push(stereo, frames, headroomBits);
-                                                  if (plan.upmixLoudness) upmixer.push(stereo, frames);
-                                                  progress.advance(frames);
-                                              });
+        return std::make_unique<TrackDecoder>(
+            track.options.input, input.stream(track.index),
+            TrackConversion{.rateHz = track.rate, .headroomBits = plan.headroomBits, .endSeconds = input.latestEnd()},
+            [&](const std::int32_t* stereo, std::size_t frames) {
+                throwIfInterrupted();
+                if (plan.loudness) before.push(stereo, frames, plan.headroomBits);
+                if (plan.upmixLoudness) chain.push(stereo, frames);
+                progress.advance(frames);
+            });
     };
     Survey found;
     if (plan.samples && input.duration().value_or(0.0) > kLongTrack) {
@@ -81,10 +84,11 @@ Survey survey(const SurveyedTrack& track, SurveyPlan plan, int headroomBits)
         const auto decoder = makeDecoder();
         decodeAll(input, track.index, *decoder, [](AVPacket& /*packet*/) {});
         found.peak = std::max(decoder->peak(), 1.0);
+        found.format = decoder->format();
     }
-    upmixer.finish();
+    chain.finish();
     if (plan.loudness) found.loudness = before.integrated();
-    if (plan.upmixLoudness) found.upmixAtUnityGain = after.meter().integrated();
+    if (plan.upmixLoudness) found.upmixLoudness = after.meter().integrated();
     return found;
 }
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/audio_sink.h"
 #include "cli/layout.h"
 #include "cli/upmixer.h"
 #include "film/film_options.h"
@@ -24,26 +25,28 @@ struct SurveyedTrack
 /// A track before it is upmixed.
 struct Survey
 {
-    double peak = 1.0;                        ///< full scale 1
-    std::optional<double> loudness{};         ///< LUFS
-    std::optional<double> upmixAtUnityGain{}; ///< its loudness, LUFS
+    StreamFormat format{};                 ///< of the decoded samples; not of a survey of samples
+    double peak = 1.0;                     ///< full scale 1
+    std::optional<double> loudness{};      ///< LUFS
+    std::optional<double> upmixLoudness{}; ///< LUFS
 };
 
 /// What a survey measures.
 struct SurveyPlan
 {
     bool peak = false;
-    bool loudness = false;      ///< of the track
-    bool upmixLoudness = false; ///< with neither gain nor limiter
+    bool loudness = false; ///< of the track
+    bool upmixLoudness = false;
+    bool isAtUnityGain = false; ///< the upmix has neither gain nor limiter, so it keeps the headroom
     bool samples = false;       ///< a sixth of the track only
+    int headroomBits = 0;       ///< of the samples
+    AudioSink* upmix = nullptr; ///< gets the upmix; can be null
 };
 
 /// The settings that the options stand for.
 EngineSettings engineSettings(const FilmOptions& options, const Layout& layout);
 
 /// Decodes a track alone, and measures it.
-///
-/// headroomBits  of the samples
-Survey survey(const SurveyedTrack& track, SurveyPlan plan, int headroomBits);
+Survey survey(const SurveyedTrack& track, const SurveyPlan& plan);
 
 } // namespace tarn

@@ -60,6 +60,13 @@ private:
     std::optional<Loss> loss;
 };
 
+void checkEncodingOptions(const FilmOptions& options, const Encoding& encoding)
+{
+    const std::string end = std::string(encoding.name) + " has none; leave it out, or choose another --codec";
+    if (options.bitRate && encoding.bitRate == 0) throw Failure(EX_USAGE, "--bitrate: lossless " + end);
+    if (options.dialnorm != "auto" && !encoding.hasDialogueLevel) throw Failure(EX_USAGE, "--dialnorm: " + end);
+}
+
 FilmUpmix::FilmUpmix(const FilmOptions& filmOptions)
     : options(filmOptions),
       layout(layoutNamed(options.layout)),
@@ -69,6 +76,7 @@ FilmUpmix::FilmUpmix(const FilmOptions& filmOptions)
       encoding(encodingFor(options.codec, output.container(), options.output)),
       rate(commonRate(encoding, input.stream(track).codecpar->sample_rate))
 {
+    checkEncodingOptions(options, encoding);
     const int own = input.stream(track).codecpar->sample_rate;
     if (rate != static_cast<std::uint32_t>(own) && !options.quiet)
         printNote(options.input + ": track " + std::to_string(track) + " is converted from " + std::to_string(own) +
@@ -94,14 +102,12 @@ void FilmUpmix::run()
     const AVStream& original = input.stream(track);
     plan = planOf({options, layout, track, rate}, encoding, TrackDecoder::canExceedFullScale(original, rate));
     progress.emplace("upmixing", input.expectedFrames(rate), rate, !options.quiet && !options.inBatch);
-    decoder.emplace(options.input, original,
-                    TrackConversion{.rateHz = rate,
-                                    .scale = std::ldexp(1.0 / plan.peak, -plan.headroomBits),
-                                    .endSeconds = input.declaredEnd()},
-                    [this](const std::int32_t* stereo, std::size_t frames) { push(stereo, frames); });
-    // FLAC and PCM hold at most 24 bits.
-    StreamFormat format = decoder->format();
-    if (encoding.bitRate == 0) format.bits = std::min(format.bits, 24u);
+    decoder.emplace(
+        options.input, original,
+        TrackConversion{
+            .rateHz = rate, .headroomBits = plan.headroomBits, .peak = plan.peak, .endSeconds = input.latestEnd()},
+        [this](const std::int32_t* stereo, std::size_t frames) { push(stereo, frames); });
+    const StreamFormat format = encoding.formatOf(decoder->format());
     encoder.emplace(options.output, encoding, layout, format, options.bitRate, plan.dialogueLevel,
                     output.wantsGlobalHeader(), [this](AVPacket& packet) { output.add(packet); });
     chain.emplace(layout, format, plan.settings, plan.headroomBits, *encoder);
@@ -133,7 +139,13 @@ void FilmUpmix::printNotes() const
         printNote(options.output + ": " + std::to_string(count) + " samples were beyond full scale and are clipped; " +
                   (options.room.noLimiter ? "leave out --no-limiter" : "add --limiter") + ", or give a smaller --gain");
     if (options.quiet) return;
+    if (const std::string others = input.otherThanStereo(track); !others.empty())
+        printNote(options.input + ": not upmixed, because only stereo is: " + others);
     for (const std::string& note : leftOut) printNote(options.output + ": " + note);
+    if (plan.loudness) {
+        printLoudness(options.output, *plan.loudness, plan.settings.room.gainDb);
+        printShortfall(options.output, *plan.loudness);
+    }
     printNote(options.output + ": track " + std::to_string(track) + " upmixed to " + options.layout + " " +
               encoding.name + ", " + formatted("%.0f", progress->speed()) + " x real time");
 }
@@ -148,12 +160,13 @@ Json FilmUpmix::report() const
                    {"layout", options.layout},
                    {"sample_rate_hz", rate},
                    {"frames", chain->frames()},
-                   {"start_frame", decoder->start().value_or(0)},
+                   {"start_frame", decoder->start().value_or(0) + std::int64_t{rate} * output.delaySeconds()},
                    {"input_gain_db", -decibels(plan.peak)},
                    {"gain_db", plan.settings.room.gainDb},
                    {"clipped_samples", chain->clippedSamples()},
                    {"left_out", leftOut},
                    {"speed", progress->speed()}};
+    if (plan.loudness) report["loudness_lufs"] = jsonOf(*plan.loudness);
     if (encoding.hasDialogueLevel) report["dialogue_level_db"] = plan.dialogueLevel;
     report.update(lossReport());
     return report;

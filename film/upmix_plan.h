@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/loudness_match.h"
 #include "film/encoding.h"
 #include "film/track_survey.h"
+
+#include <optional>
 
 namespace tarn
 {
@@ -15,6 +18,7 @@ struct Plan
     int headroomBits = 0;
     double peak = 1.0; ///< beyond full scale, by which the track is scaled down
     int dialogueLevel = -31;
+    std::optional<LoudnessReport> loudness{}; ///< only with --loudness-match
 };
 
 /// Measures what the options need, and prints a note if the track is scaled down.

@@ -480,8 +480,8 @@ TEST_F(Batch, RecursiveCountsUnreadableFiles)
          {"x.m4a", "b/y.M4A", "b/z.wma", "cover.jpg", "a.cue", "a.txt", "film.mp4", "film.ogv", "film.mkv", ".z.wma"})
         writeBytes(at("my music/" + name), "no audio");
     const std::string note =
-        "6 files have a format that tarn does not read: 2 .m4a, 1 .mkv, 1 .mp4, 1 .ogv, 1 .wma; convert with ffmpeg, "
-        "for example: ffmpeg -i 'my music/b/y.M4A' 'my music/b/y.flac'\n";
+        "6 files have a format that only tarn film reads: 2 .m4a, 1 .mkv, 1 .mp4, 1 .ogv, 1 .wma; use it, or convert "
+        "with ffmpeg, for example: ffmpeg -i 'my music/b/y.M4A' 'my music/b/y.flac'\n";
     const Result result = tarn({"upmix", "-r", "--output-dir", "out", "my music"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors.find("tarn: " + note), 0u) << result.errors;
@@ -499,7 +499,7 @@ TEST_F(Batch, RecursiveCountsUnreadableFiles)
     std::filesystem::create_directory(at("ape"));
     writeBytes(at("ape/a.ape"), "");
     expectRefusal({"upmix", "-r", "--output-dir", "none", "ape"}, 66,
-                  "ape: contains no audio file; 1 file has a format that tarn does not read: 1 .ape; convert");
+                  "ape: contains no audio file; 1 file has a format that only tarn film reads: 1 .ape; use it");
     std::filesystem::create_directory(at("none"));
     expectRefusal({"upmix", "-r", "--output-dir", "other", "none"}, 66,
                   "none: contains no audio file; man tarn-upmix lists");

@@ -259,4 +259,18 @@ TEST_F(Demo, UnwritableOutputIsReported)
     }
 }
 
+TEST_F(Demo, OptionsOfTheFileNeedAFile)
+{
+    for (const std::vector<std::string>& options :
+         std::vector<std::vector<std::string>>{{"--layout", "5.1"}, {"--preset", "voice"}, {"--force"}}) {
+        std::vector<std::string> arguments = {"demo"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Result result = tarn(arguments);
+        EXPECT_EQ(result.exitCode, 64);
+        EXPECT_EQ(result.errors, "tarn: " + options[0] +
+                                     ": is about the file that is written; name an OUTPUT, such as "
+                                     "scene.wav\n");
+    }
+}
+
 } // namespace tarn_cli

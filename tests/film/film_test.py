@@ -72,6 +72,23 @@ class LipSync(FilmTest):
         late = make_film(self.path("late.mkv"), "flac", before=("-itsoffset", "2"))
         self.check([late], [("flac", "mkv"), ("aac", "mp4"), ("opus", "mkv")])
 
+    def test_a_start_far_below_zero(self):
+        """A clock of 33 bits that wraps soon after the start."""
+        film = make_film(self.path("wrap.ts"), "ac3", after=("-output_ts_offset", 95435))
+        start = float(probed(film, "-show_format")["format"]["start_time"])
+        self.assertLess(start, -7)
+        self.check([film], [("flac", "mkv"), ("ac3", "mkv"), ("aac", "mp4"), ("flac", "mp4")])
+        for target in self.path(".").glob("wrap-*"):
+            own = float(probed(target, "-show_format")["format"]["start_time"])
+            self.assertAlmostEqual(own - start, 8, delta=0.05, msg=target.name)
+            for kind in ("v", "a:1"):
+                entries = ("-select_streams", kind, "-show_entries", "packet=pts_time")
+                before, after = (
+                    [float(packet["pts_time"]) for packet in probed(path, *options)["packets"]]
+                    for path, options in ((film, entries[:1] + (kind[0],) + entries[2:]), (target, entries))
+                )
+                numpy.testing.assert_allclose(after, numpy.array(before) + 8, rtol=0, atol=0.001)
+
     def test_edit_list(self):
         film = make_film(self.path("whole.mp4"), "aac", video=("-g", 10))
         ffmpeg("-ss", "0.9", "-i", film, "-c", "copy", self.path("edited.mp4"))
@@ -87,6 +104,32 @@ class LipSync(FilmTest):
             self.path("vfr.mkv"), "aac", video=("-vf", "select='not(between(mod(n,25),10,17))'", "-vsync", "vfr")
         )
         self.check([film], [("flac", "mkv"), ("aac", "mp4")])
+
+    def pictures(self, film):
+        """Time and hash of every picture, in the order in which they are shown."""
+        options = ("-fflags", "+genpts", "-select_streams", "v", "-show_entries", "frame=pts_time")
+        frames = probed(film, *options)["frames"]
+        chosen = ("-map", "0:v", "-vsync", "passthrough", "-f", "framemd5", "-")
+        lines = ffmpeg("-fflags", "+genpts", "-i", film, *chosen).decode().splitlines()
+        hashes = [line.split(",")[-1] for line in lines if not line.startswith("#")]
+        return [float(frame["pts_time"]) for frame in frames], hashes
+
+    def test_reordered_pictures_without_time_stamps(self):
+        for name, encoder, codec in (
+            ("a.avi", "mpeg4", "pcm"),
+            ("a.mpg", "mpeg2video", "ac3"),
+            ("a.vob", "mpeg2video", "ac3"),
+        ):
+            film = make_film(self.path(name), codec, video=("-c:v", encoder, "-vf", "noise=alls=9:allf=t"))
+            packets = probed(film, "-select_streams", "v", "-show_entries", "packet=pts_time")["packets"]
+            self.assertTrue(any("pts_time" not in packet for packet in packets), name)
+            times, hashes = self.pictures(film)
+            for end in ("mkv", "mp4"):
+                target = self.upmixed(film, f"{name}.{end}")
+                own_times, own_hashes = self.pictures(target)
+                self.assertEqual(own_hashes, hashes, target.name)
+                numpy.testing.assert_allclose(own_times, times, rtol=0, atol=0.001, err_msg=target.name)
+            self.check([film], [("flac", "mkv"), ("ac3", "mp4")])
 
     def test_no_frame_is_lost(self):
         """Where the clock of the container counts samples, not one."""
@@ -111,10 +154,20 @@ class Samples(FilmTest):
         source = make_film(self.path("film.mkv"), "flac" if width == 24 else "pcm")
         ffmpeg("-i", source, "-map", "0:a", "-c:a", f"pcm_s{width}le", self.path("track.wav"))
         subprocess.run(
-            [TARN, "upmix", "--quiet", "--layout", "5.1", *options, self.path("track.wav"), self.path("up.wav")],
+            [
+                TARN,
+                "upmix",
+                "--quiet",
+                "--force",
+                "--layout",
+                "5.1",
+                *options,
+                self.path("track.wav"),
+                self.path("up.wav"),
+            ],
             check=True,
         )
-        target = self.upmixed(source, "out.mkv", *options)
+        target = self.upmixed(source, "out.mkv", "--force", *options)
         raw = ("-c:a", "pcm_s32le", "-f", "s32le", "-")
         self.assertEqual(ffmpeg("-i", target, "-map", "0:a:0", *raw), ffmpeg("-i", self.path("up.wav"), *raw))
 
@@ -126,6 +179,34 @@ class Samples(FilmTest):
 
     def test_with_options(self):
         self.assert_equal_to_the_command(24, "--preset", "voice", "--surrounds", "-6", "--mode", "calm", "--gain", "1")
+
+    def test_with_matched_loudness(self):
+        self.assert_equal_to_the_command(24, "--loudness-match")
+        self.assert_equal_to_the_command(16, "--loudness-match", "--preset", "plain")
+
+    def test_matched_loudness_is_reported_as_by_the_command(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        track = self.path("track.wav")
+        ffmpeg("-i", source, "-map", "0:a", "-c:a", "pcm_s24le", "-af", "volume=4dB", track)
+        loud = self.path("loud.mkv")
+        ffmpeg("-i", source, "-i", track, "-map", "0:v", "-map", "1:a", "-c:v", "copy", "-c:a", "flac", loud)
+        options = ["--quiet", "--json", "--loudness-match", "--layout", "5.1"]
+        film = json.loads(run_film(*options, loud, self.path("out.mkv")).stdout)
+        command = [TARN, "upmix", *options, track, self.path("up.wav")]
+        upmix = json.loads(subprocess.run(command, check=True, capture_output=True).stdout)
+        self.assertGreater(upmix["limiter"]["seconds"], 0)
+        self.assertEqual(film["loudness_lufs"], upmix["loudness_lufs"])
+        self.assertEqual(film["gain_db"], upmix["gain_db"])
+
+    def test_dialogue_level_is_that_behind_the_limiter(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        report = run_film("--quiet", "--json", "--codec", "ac3", "--gain", "12", source, self.path("ac3.mkv"))
+        upmix = self.upmixed(source, "flac.mkv", "--gain", "12", "--replace")
+        command = ["ffmpeg", "-i", upmix, "-map", "0:a:0", "-af", "ebur128", "-f", "null", "-"]
+        text = subprocess.run(command, check=True, capture_output=True, text=True).stderr
+        loudness = float(re.findall(r"I: +(-[0-9.]+) LUFS", text)[-1])
+        # ffmpeg prints one digit behind the point; the stored level is a whole number.
+        self.assertLess(abs(json.loads(report.stdout)["dialogue_level_db"] - loudness), 0.5 + 0.1)
 
 
 class Copies(FilmTest):
@@ -194,6 +275,44 @@ class Copies(FilmTest):
         self.assertIn("00:00:01,000 --> 00:00:02,000\nHallo", text)
         self.assertIn("00:00:03,000 --> 00:00:03,500\nWelt", text)
 
+    def make_covers(self):
+        film = make_film(self.path("bare.mkv"), "aac")
+        covers = {"png": self.path("front.png"), "mjpeg": self.path("back.jpg")}
+        for cover in covers.values():
+            ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x64", "-frames:v", 1, "-update", 1, cover)
+        inputs = [word for path in (film, *covers.values()) for word in ("-i", path)]
+        chosen = ("-c", "copy", "-map", "1", "-map", "2")
+        video = ("-map", "0", "-disposition:v:1", "attached_pic", "-disposition:v:2", "attached_pic")
+        audio = ("-map", "0:a", "-disposition:v:0", "attached_pic", "-disposition:v:1", "attached_pic")
+        ffmpeg(*inputs, *video, *chosen, self.path("film.mp4"))
+        ffmpeg(*inputs, *audio, *chosen, self.path("song.m4a"))
+        files = []
+        for index, (cover, mime) in enumerate(zip(covers.values(), ("image/png", "image/jpeg"))):
+            files += ["-attach", cover, f"-metadata:s:t:{index}", f"mimetype={mime}"]
+        ffmpeg("-i", film, "-c", "copy", *files, self.path("film.mkv"))
+        return covers
+
+    def test_covers_stay_covers(self):
+        covers = self.make_covers()
+        names = {"film.mkv": ["front.png", "back.jpg"]}
+        for source in ("film.mkv", "film.mp4", "song.m4a"):
+            for end in ("mkv", "mka", "mp4", "m4a"):
+                result = run_film(self.path(source), self.path(f"{source}.{end}"))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertNotRegex(result.stderr, r"\((png|mjpeg)\) is left out")
+                streams = streams_of(self.path(f"{source}.{end}"))
+                pictures = [stream for stream in streams if stream["disposition"]["attached_pic"]]
+                self.assertEqual([picture["codec_name"] for picture in pictures], list(covers), (source, end))
+                for picture in pictures:
+                    chosen = ("-map", f"0:{picture['index']}", "-c", "copy", "-f", "image2pipe", "-")
+                    data = ffmpeg("-i", self.path(f"{source}.{end}"), *chosen)
+                    self.assertEqual(data, covers[picture["codec_name"]].read_bytes(), (source, end))
+                moving = [s for s in streams if s["codec_type"] == "video" and s not in pictures]
+                self.assertEqual(len(moving), 0 if source == "song.m4a" or end == "mka" else 1, (source, end))
+                if end in ("mkv", "mka"):
+                    expected = names.get(source, ["cover.png", "cover-2.jpg"])
+                    self.assertEqual([picture["tags"]["filename"] for picture in pictures], expected)
+
     def test_replace_leaves_the_stereo_track_out(self):
         target = self.upmixed(make_film(self.path("film.mkv"), "flac"), "out.mkv", "--replace")
         self.assertEqual([s["channels"] for s in streams_of(target, "audio")], [6])
@@ -259,6 +378,47 @@ class Tracks(FilmTest):
         self.assertFalse(self.path("no.mkv").exists())
         self.upmixed(film, "forced.mkv", "--force-track")
 
+    def test_the_first_track_is_the_default_without_a_mark(self):
+        make_film(self.path("stereo.mkv"), "ac3")
+        ffmpeg("-i", self.path("stereo.mkv"), "-vn", "-c:a", "ac3", "-ac", 6, self.path("surround.mka"))
+        inputs = ("-i", self.path("stereo.mkv"), "-i", self.path("surround.mka"))
+        languages = ("-metadata:s:a:0", "language=deu", "-metadata:s:a:1", "language=eng")
+        film = self.path("film.ts")
+        ffmpeg(*inputs, "-map", "0:v", "-map", "1:a", "-map", "0:a", "-c", "copy", *languages, film)
+        self.assertEqual([s["disposition"]["default"] for s in streams_of(film, "audio")], [0, 0])
+        self.assert_refusal(
+            65, "its default audio track has 6 channels already; add --force-track", film, self.path("no.mkv")
+        )
+        for options in (("--force-track",), ("--stream", 2), ("--language", "eng")):
+            target = self.upmixed(film, f"out{options[0]}.mkv", *options)
+            self.assertEqual([s["channels"] for s in streams_of(target, "audio")], [6, 6, 2])
+        stereo_first = self.path("stereo-first.ts")
+        ffmpeg(*inputs, "-map", "0:v", "-map", "0:a", "-map", "1:a", "-c", "copy", stereo_first)
+        self.upmixed(stereo_first, "stereo-first.mkv")
+
+    def test_stream_and_language_together_are_refused(self):
+        self.assert_refusal(
+            64,
+            "--stream and --language: both choose the track; leave one of them out",
+            *("--stream", 1, "--language", "deu", "--output-dir", self.path("out"), self.path("film.mkv")),
+        )
+
+    def test_tracks_that_are_not_stereo_are_named(self):
+        make_film(self.path("stereo.mkv"), "ac3")
+        tracks = []
+        for index, channels in enumerate((2, 1, 6)):
+            tracks += ["-map", "0:a", f"-ac:a:{index}", channels]
+        ffmpeg("-i", self.path("stereo.mkv"), *tracks, "-c:a", "ac3", self.path("three.mka"))
+        note = "three.mka: not upmixed, because only stereo is: track 1 (ac3, 1 channels), track 2 (ac3, 6 channels)"
+        result = run_film(self.path("three.mka"), self.path("out.mka"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn(note, result.stderr)
+        self.assertEqual([s["channels"] for s in streams_of(self.path("out.mka"))], [6, 2, 1, 6])
+        quiet = run_film("--quiet", self.path("three.mka"), self.path("quiet.mka"))
+        self.assertEqual((quiet.returncode, quiet.stderr), (0, ""))
+        stereo = run_film(self.path("stereo.mkv"), self.path("stereo-out.mkv"))
+        self.assertNotIn("only stereo", stereo.stderr)
+
     def test_a_mono_film_is_refused(self):
         make_film(self.path("mono.mkv"), "flac", after=("-ac", 1))
         self.assert_refusal(
@@ -267,6 +427,15 @@ class Tracks(FilmTest):
             self.path("mono.mkv"),
             self.path("no.mkv"),
         )
+
+    def test_options_without_an_effect_are_refused(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        for text, *options in (
+            ("--gain: --loudness-match chooses the gain itself", "--gain", 3, "--loudness-match"),
+            ("--bitrate: lossless flac has none", "--bitrate", 448),
+            ("--dialnorm: opus has none", "--codec", "opus", "--dialnorm", -27),
+        ):
+            self.assert_refusal(64, text, *options, source, self.path("no.mkv"))
 
     def test_audio_files(self):
         make_film(self.path("film.mkv"), "flac")
@@ -345,7 +514,9 @@ class Trouble(FilmTest):
         out = self.path("out.mkv")
         self.assert_refusal(66, "missing.mkv: No such file or directory", self.path("missing.mkv"), out)
         self.assert_refusal(65, "text.mkv: is not a film or a recording that can be read", self.path("text.mkv"), out)
-        self.assert_refusal(64, "no container has this extension", film, self.path("out.xyz"))
+        names = "; end the name in .mkv, .mp4, .mka, .m4a or .flac"
+        self.assert_refusal(64, "no container has this extension" + names, film, self.path("out.xyz"))
+        self.assert_refusal(64, "this kind of file cannot be written" + names, film, self.path("out.ogg"))
         self.assert_refusal(64, "cannot hold pcm", "--codec", "pcm", film, self.path("out.mp4"))
         self.assert_refusal(
             64,
@@ -406,6 +577,50 @@ class Damage(FilmTest):
             self.assertEqual((result.returncode, json.loads(result.stdout).get("loss")), (0, None))
             self.assertNotIn("damaged", result.stderr)
 
+    def test_a_whole_film_that_starts_late_has_no_loss(self):
+        for seconds in (3, 60):
+            for codec, container in (("aac", "mp4"), ("ac3", "mov"), ("ac3", "ts"), ("flac", "mkv")):
+                late = ("-output_ts_offset", seconds)
+                film = make_film(self.path(f"film.{container}"), codec, after=late)
+                result = run_film("--json", "--force", film, self.path(f"out-{container}.mkv"))
+                self.assertEqual((result.returncode, json.loads(result.stdout).get("loss")), (0, None), result.stderr)
+                self.assertNotIn("damaged", result.stderr)
+                self.assert_in_sync(film, self.path(f"out-{container}.mkv"), 0.001)
+        song = self.path("song.wma")
+        ffmpeg("-i", self.path("film.mkv"), "-vn", "-c:a", "wmav2", "-output_ts_offset", 3, song)
+        self.upmixed(song, "song.mka")
+
+    def test_a_cut_film_that_starts_late_has_a_loss(self):
+        for container in ("mkv", "mp4"):
+            options = ("-output_ts_offset", 3, *(("-movflags", "+faststart") if container == "mp4" else ()))
+            film = make_film(self.path(f"film.{container}"), "flac", after=options)
+            cut = self.path(f"cut.{container}")
+            cut.write_bytes(film.read_bytes()[: film.stat().st_size * 6 // 10])
+            errors, _ = self.upmix_damaged(1, cut, "--force")
+            self.assertRegex(errors, r"it declares a length of 0:07\.0\d\d and ends at 0:0[3-5]")
+
+    def test_a_change_of_channels_is_named_as_such(self):
+        for channels in (2, 6, 1):
+            tone = f"sine=440:r=48000:d={64 * 1536 / 48000}"  # 64 packets
+            ffmpeg("-f", "lavfi", "-i", tone, "-ac", channels, "-c:a", "ac3", self.path(f"{channels}.ac3"))
+        for order, counted, lost in ((262, "6 channels", "become silence"), (216, "1 channel", "the last 4.")):
+            joined = self.path(f"{order}.ac3")
+            joined.write_bytes(b"".join(self.path(f"{channels}.ac3").read_bytes() for channels in str(order)))
+            film = self.path(f"{order}.ts")
+            ffmpeg("-i", joined, "-c", "copy", film)
+            packets = probed(film, "-show_entries", "packet=pts_time")["packets"]
+            time = float(packets[64]["pts_time"])
+            result = run_film("--json", film, self.path(f"{order}.mka"))
+            self.assertEqual(result.returncode, 1, result.stderr)
+            self.assertNotRegex(result.stderr, "damage|not upmixed, because")
+            change = rf"{order}\.ts: track 0 changes to {counted} at 0:0(\d\.\d+), and only stereo is upmixed; .*"
+            match = re.search(change + re.escape(lost), result.stderr)
+            self.assertIsNotNone(match, result.stderr)
+            self.assertAlmostEqual(float(match.group(1)), time, delta=0.001)
+            self.assertIn("; cut the film there, and upmix the stereo parts", result.stderr)
+            seconds = json.loads(result.stdout)["loss"]["seconds"]
+            self.assertAlmostEqual(seconds, 64 * 1536 / 48000 * (1 if order == 262 else 2), delta=0.001)
+
     def make_gap(self, start, end):
         film = make_film(self.path("whole.mkv"), "flac")
         ffmpeg(
@@ -463,6 +678,20 @@ class Damage(FilmTest):
         errors, _ = self.upmix_damaged(1, damaged)
         self.assertIn(" packets of track 1 are damaged; ", errors)
         self.assertEqual(len(timeline(self.path("out.mkv"), 0)[2]), SECONDS * 48000)
+
+    def test_a_long_packet_is_missing_with_its_whole_length(self):
+        song = self.path("song.tta")
+        ffmpeg("-f", "lavfi", "-i", "anoisesrc=d=4:r=96000:a=0.3:seed=1", "-ac", 2, song)
+        last = probed(song, "-show_entries", "packet=pos,duration")["packets"][-1]
+        self.assertGreater(int(last["duration"]), 65536)
+        content = bytearray(song.read_bytes())
+        content[int(last["pos"]) :] = b"\xff" * (len(content) - int(last["pos"]))
+        damaged = self.path("damaged.tta")
+        damaged.write_bytes(content)
+        errors, report = self.upmix_damaged(0, damaged)
+        seconds = int(last["duration"]) / 96000
+        self.assertIn(f"; the last {seconds:.3f} s of its sound are missing", errors)
+        self.assertAlmostEqual(report["loss"]["seconds"], seconds, delta=0.001)
 
     def test_a_wrong_time_stamp_is_ignored(self):
         film = make_film(self.path("whole.mkv"), "flac", after=("-cluster_time_limit", "30000"))
