@@ -4,9 +4,9 @@
 
 #include "cli/checksum.h"
 #include "cli/failure.h"
+#include "cli/parse_number.h"
 #include "cli/progress.h"
 
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -50,9 +50,7 @@ void refuseSharedOutputs(std::vector<BatchInput>& files)
     for (BatchInput& file : files) {
         const auto [first, isNew] = inputOf.emplace(file.output, &file.input);
         if (isNew) continue;
-        file.refusal = file.input + ": would have the same output as " + *first->second + ", " + file.output +
-                       "; upmix it into another --output-dir, or name a folder that contains both files, with "
-                       "--recursive";
+        file.refusal = sharedOutputRefusal(file.input, *first->second, file.output);
     }
 }
 
@@ -87,14 +85,6 @@ void keepPart(std::vector<BatchInput>& files, BatchPart part, const fs::path& di
     if (part.count > 1) std::erase_if(files, isOther);
 }
 
-/// Parses a whole number without sign; 0 for other texts.
-unsigned numberIn(std::string_view text)
-{
-    unsigned number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() ? number : 0;
-}
-
 /// The name of an output: DIRECTORY/song.flac-5.1.wav for song.flac and the ending "-5.1.wav", below the folder in
 /// which the input was found. It depends neither on other inputs nor on other files.
 std::string outputOf(const FoundInput& input, const BatchNames& names)
@@ -110,12 +100,20 @@ BatchPart parsePart(const std::string& text)
     const std::size_t slash = text.find('/');
     const std::string_view all = text;
     if (slash != std::string::npos) {
-        const BatchPart part{.number = numberIn(all.substr(0, slash)), .count = numberIn(all.substr(slash + 1))};
-        if (part.number >= 1 && part.number <= part.count) return part;
+        BatchPart part;
+        if (parseNumber(all.substr(0, slash), part.number) && parseNumber(all.substr(slash + 1), part.count) &&
+            part.number >= 1 && part.number <= part.count)
+            return part;
     }
     throw Failure(EX_USAGE, "--part " + text +
                                 ": is not NUMBER/COUNT, with a number from 1 to the count; for example "
                                 "--part 3/100");
+}
+
+std::string sharedOutputRefusal(const std::string& input, const std::string& other, const std::string& output)
+{
+    return input + ": would have the same output as " + other + ", " + output +
+           "; upmix it into another --output-dir, or name a folder that contains both files, with --recursive";
 }
 
 BatchInputs findBatchInputs(const BatchNames& names)

@@ -39,6 +39,9 @@ struct BatchInput
     std::string refusal{}; ///< why it cannot be upmixed in this batch: its output is that of an earlier file; or empty
 };
 
+/// Why a file cannot be upmixed if its output is that of another file.
+std::string sharedOutputRefusal(const std::string& input, const std::string& other, const std::string& output);
+
 /// The inputs of a batch.
 struct BatchInputs
 {

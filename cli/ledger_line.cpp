@@ -3,13 +3,12 @@
 #include "cli/ledger_line.h"
 
 #include "cli/checksum.h"
+#include "cli/parse_number.h"
 #include "cli/text.h"
 
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdio>
-#include <system_error>
 
 namespace tarn
 {
@@ -44,21 +43,13 @@ std::string encoded(const std::string& name)
     return text;
 }
 
-/// Parses a whole text as a number. Returns whether it is one.
-template <typename Number>
-bool parse(std::string_view text, Number& number, int base = 10)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 std::optional<std::string> decoded(std::string_view text)
 {
     std::string name;
     for (std::size_t i = 0; i < text.size(); ++i) {
         auto byte = static_cast<unsigned char>(text[i]);
         if (text[i] == '%') {
-            if (!parse(text.substr(i + 1, 2), byte, 16)) return std::nullopt;
+            if (!parseNumber(text.substr(i + 1, 2), byte, 16)) return std::nullopt;
             i += 2;
         }
         name += static_cast<char>(byte);
@@ -86,8 +77,8 @@ bool parse(std::string_view bytes, std::string_view time, FileState& state)
 {
     const std::size_t point = time.find('.');
     if (point == std::string_view::npos || time.size() != point + 1 + kNanosecondDigits) return false;
-    return parse(bytes, state.bytes) && parse(time.substr(0, point), state.seconds) &&
-           parse(time.substr(point + 1), state.nanoseconds);
+    return parseNumber(bytes, state.bytes) && parseNumber(time.substr(0, point), state.seconds) &&
+           parseNumber(time.substr(point + 1), state.nanoseconds);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/resume.h"
 
+#include "cli/batch_inputs.h"
 #include "cli/progress.h"
 
 #include <system_error>
@@ -58,9 +59,7 @@ ResumeDecision Resume::decide(const ResumeJob& job) const
     const std::string name = ledger.relative(job.output);
     const LedgerEntry* const entry = ledger.find(name);
     if (entry != nullptr && !job.force && isOfOtherFile(*entry, job.input))
-        return {.refusal = job.input + ": would have the same output as " + entry->input + ", " + job.output +
-                           "; upmix it into another --output-dir, or name a folder that contains both files, with "
-                           "--recursive"};
+        return {.refusal = sharedOutputRefusal(job.input, entry->input, job.output)};
     if (entry != nullptr && isDone(*entry, job)) {
         Json report = {{"input", job.input}, {"output", job.output}, {"skipped", true}};
         report.update(resultOf(*entry));

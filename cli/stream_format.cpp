@@ -3,10 +3,10 @@
 #include "cli/stream_format.h"
 
 #include "cli/failure.h"
+#include "cli/parse_number.h"
 #include "stream/stream_types.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
 namespace tarn
@@ -19,8 +19,7 @@ namespace
 std::uint32_t wholeNumber(std::string_view text)
 {
     std::uint32_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc{} && end == text.data() + text.size() ? value : 0;
+    return parseNumber(text, value) ? value : 0;
 }
 
 // Rates outside this range come from damaged headers.

@@ -11,19 +11,13 @@ import sys
 import tempfile
 import unittest
 
+from ffmpeg import ENCODERS, ffmpeg
 import numpy
 
 FILM, TARN = sys.argv[1:3]
 SECONDS = 4
-ENCODERS = {"aac": "aac", "flac": "flac", "ac3": "ac3", "opus": "libopus", "pcm": "pcm_s16le"}
 VIDEO = f"color=black:s=64x48:r=25:d={SECONDS},drawbox=c=white:t=fill:enable='lt(mod(t,1),0.04)'"
 CLICKS = "0.02*sin(2000*t)+if(lt(mod(t\\,1)\\,0.002)\\,0.6\\,0)|0.02*sin(1500*t)+if(lt(mod(t\\,1)\\,0.002)\\,0.6\\,0)"
-
-
-def ffmpeg(*arguments):
-    """Runs ffmpeg and returns its standard output."""
-    command = ["ffmpeg", "-v", "error", "-y", *map(str, arguments)]
-    return subprocess.run(command, check=True, stdin=subprocess.DEVNULL, capture_output=True).stdout
 
 
 def probed(film, *options):

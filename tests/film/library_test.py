@@ -17,7 +17,9 @@ import tempfile
 import time
 import unittest
 
-FILM, TARN = sys.argv[1:3]
+from ffmpeg import ffmpeg
+from films import FILM, TARN, run_film
+
 CLICKS = "0.3*sin(2000*t)|0.2*sin(1500*t)"
 
 
@@ -28,19 +30,12 @@ def make_film(path, seconds=1.0, tone=CLICKS):
     video = ["-f", "lavfi", "-i", f"color=black:s=64x48:r=25:d={seconds}"]
     if path.suffix in (".m4a", ".flac", ".wav"):
         video = []
-    command = ["ffmpeg", "-v", "error", "-y", *video, *sound, "-bitexact", str(path)]
-    subprocess.run(command, check=True, stdin=subprocess.DEVNULL)
-
-
-def run_film(*arguments, cwd=None):
-    command = [FILM, *map(str, arguments)]
-    return subprocess.run(command, capture_output=True, text=True, stdin=subprocess.DEVNULL, cwd=cwd, check=False)
+    ffmpeg(*video, *sound, "-bitexact", path)
 
 
 def sound_of(film):
     """Checksums of the decoded audio tracks."""
-    command = ["ffmpeg", "-v", "error", "-i", str(film), "-map", "0:a", "-f", "streamhash", "-"]
-    return subprocess.run(command, check=True, capture_output=True, stdin=subprocess.DEVNULL).stdout
+    return ffmpeg("-i", film, "-map", "0:a", "-f", "streamhash", "-")
 
 
 class LibraryTest(unittest.TestCase):

@@ -24,6 +24,9 @@ import sys
 import tempfile
 import threading
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "film"))
+from ffmpeg import ENCODERS, ffmpeg  # noqa: E402
+
 FILM = Path(sys.argv[1]).resolve()
 FOLDER = Path(sys.argv[2]).resolve()
 SECONDS = 2
@@ -31,7 +34,6 @@ MAX_SECONDS = 60
 MAX_FILE_BYTES = 1 << 28
 EXIT_CODES = {0, 1, 65}  # upmixed, upmixed with a loss, not a film or no sound
 SANITIZER_EXIT = 99
-ENCODERS = {"aac": "aac", "flac": "flac", "ac3": "ac3", "opus": "libopus", "pcm": "pcm_s16le"}
 OUTPUTS = [(codec, "mkv") for codec in ("flac", "ac3", "eac3", "aac", "opus", "pcm")]
 OUTPUTS += [(codec, "mp4") for codec in ("flac", "ac3", "eac3", "aac", "opus")]
 CHAPTERS = """;FFMETADATA1
@@ -54,10 +56,6 @@ ENVIRONMENT = {
     "LSAN_OPTIONS": f"suppressions={Path(__file__).with_name('film_leaks.txt')}:print_suppressions=0",
     "UBSAN_OPTIONS": f"exitcode={SANITIZER_EXIT}:print_stacktrace=1",
 }
-
-
-def ffmpeg(*arguments):
-    subprocess.run(["ffmpeg", "-v", "error", "-y", *map(str, arguments)], check=True, stdin=subprocess.DEVNULL)
 
 
 def make_seed(path, codec, options=()):
