@@ -72,13 +72,27 @@ bool isPicture(const AVStream& stream)
            (stream.disposition & AV_DISPOSITION_TIMED_THUMBNAILS) == 0;
 }
 
+/// The container of an extension; null if films are not written in it.
+const AVOutputFormat* containerOf(const std::string& path)
+{
+    constexpr std::string_view kContainers[] = {"matroska", "webm", "mp4", "mov", "ipod", "flac"};
+    const AVOutputFormat* const guessed = av_guess_format(nullptr, path.c_str(), nullptr);
+    if (guessed == nullptr || std::ranges::find(kContainers, std::string_view(guessed->name)) == std::end(kContainers))
+        return nullptr;
+    // The muxer of .mka writes Matroska too, but takes fewer codecs.
+    return av_guess_format(guessed->name, nullptr, nullptr);
+}
+
 } // namespace
 
 OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm& inputFilm, NamingHook hook)
     : path(filmPath), input(inputFilm), file(path, force, inputFilm.identity(), std::move(hook))
 {
-    if (avformat_alloc_output_context2(&format, nullptr, nullptr, path.c_str()) < 0)
-        throw Failure(EX_USAGE, path + ": no container has this extension; end the name in " + kOutputExtensions);
+    const AVOutputFormat* const container = containerOf(path);
+    if (container == nullptr)
+        throw Failure(EX_USAGE,
+                      path + ": films are not written with this extension; end the name in " + kOutputExtensions);
+    checked(avformat_alloc_output_context2(&format, container, nullptr, path.c_str()), EX_SOFTWARE, path);
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferBytes));
     format->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, writeBytes, seek);
     if (buffer == nullptr || format->pb == nullptr) throw Failure(EX_SOFTWARE, "out of memory");

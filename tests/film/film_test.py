@@ -443,6 +443,10 @@ class Tracks(FilmTest):
             ffmpeg("-i", self.path("film.mkv"), "-vn", "-c:a", encoder, self.path(name))
             stream = streams_of(self.upmixed(self.path(name), name + ".mka", "--replace"), "audio")[0]
             self.assertEqual((stream["codec_name"], stream["channels"]), ("flac", 6), name)
+            kept = self.upmixed(self.path(name), name + "-kept.mka")
+            md5 = ("-f", "md5", "-")  # of samples, because WavPack has other packets in Matroska
+            original = ffmpeg("-i", self.path(name), "-map", "0:a", *md5)
+            self.assertEqual(ffmpeg("-i", kept, "-map", "0:a:1", *md5), original, name)
 
     def test_flac_files_hold_the_new_track_alone(self):
         make_film(self.path("film.mkv"), "flac")
