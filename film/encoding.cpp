@@ -57,9 +57,6 @@ const Encoding& encodingFor(const std::string& name, const AVOutputFormat& conta
         std::string others;
         for (const Encoding& encoding : kEncodings)
             if (isStorable(encoding, container)) others += (others.empty() ? "" : ", ") + std::string(encoding.name);
-        if (others.empty())
-            throw Failure(EX_USAGE,
-                          output + ": this kind of file cannot be written; end the name in " + kOutputExtensions);
         throw Failure(EX_USAGE, output + ": this kind of file cannot hold " + wanted + "; it can hold " + others);
     }
     return *found;
