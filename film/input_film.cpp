@@ -94,6 +94,8 @@ bool InputFilm::read(AVPacket& packet)
         const int result = av_read_frame(format.get(), &packet);
         throwIfInterrupted();
         if (result >= 0) {
+            if ((format->iformat->flags & AVFMT_TS_DISCONT) != 0)
+                joined.shift(packet, stream(static_cast<unsigned>(packet.stream_index)));
             follow(packet);
             return true;
         }

@@ -6,6 +6,7 @@
 #include "film/av.h"
 #include "film/film_loss.h"
 #include "film/film_options.h"
+#include "film/joined_time.h"
 
 #include <optional>
 #include <string>
@@ -77,6 +78,7 @@ private:
     InputContext format;
     bool isLengthFromZero = false; ///< if the header has a length; else FFmpeg computes it from the tracks
     int readErrors = 0;
+    JoinedTime joined;
     std::vector<std::optional<double>> ends; ///< of the packets of each stream, in seconds
 };
 

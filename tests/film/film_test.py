@@ -30,6 +30,7 @@ from films import (
     clicks,
     ffmpeg,
     make_film,
+    offsets,
     probed,
     run_film,
     streamhash,
@@ -140,6 +141,23 @@ class LipSync(FilmTest):
             _, expected_start, expected = timeline(source, 0)
             self.assertEqual((start, len(samples)), (expected_start, len(expected)))
             self.assertEqual(clicks(target, 0), clicks(source, 0))
+
+    def test_joined_recordings(self):
+        for container, codec in (("ts", "aac"), ("ts", "ac3"), ("mpg", "ac3")):
+            one = make_film(
+                self.path(f"{codec}.{container}"),
+                codec,
+                video=("-c:v", "mpeg2video", "-q:v", 2) if container == "mpg" else (),
+            )
+            joined = self.path(f"joined-{codec}.{container}")
+            joined.write_bytes(3 * one.read_bytes())
+            for target in ("mkv", "mp4"):
+                out = self.upmixed(joined, f"{container}-{codec}.{target}", "--codec", "ac3", "--replace")
+                expected = offsets(one, 0)
+                after = offsets(out, 0)
+                self.assertGreaterEqual(len(after), 3 * (SECONDS - 1))
+                for own in after:  # a gap of up to 5 ms at a joint is not filled
+                    self.assertAlmostEqual(own, expected[0], delta=0.005, msg=out.name)
 
     def test_last_frame_of_the_source_is_in_the_output(self):
         source = make_film(self.path("film.mkv"), "pcm")
