@@ -202,6 +202,8 @@ bool OutputFilm::canHold(const AVStream& stream) const
 {
     const AVCodecID id = stream.codecpar->codec_id;
     if (isFlac()) return isPicture(stream);
+    // The extension says that the file has no moving pictures.
+    if (av_match_ext(path.c_str(), "mka") != 0 && stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) return false;
     if (isMatroska() && stream.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) return true;
     if (isMp4() && isPicture(stream)) return id == AV_CODEC_ID_MJPEG || id == AV_CODEC_ID_PNG || id == AV_CODEC_ID_BMP;
     return avformat_query_codec(format->oformat, id, FF_COMPLIANCE_EXPERIMENTAL) != 0;
