@@ -27,6 +27,8 @@ constexpr std::int64_t kToleranceTicks = 2;
 constexpr double kMaxSeconds = 1e7;      ///< larger time stamps are damaged
 constexpr double kShortGap = 10.0;       ///< seconds; a longer one must end before the film does
 constexpr double kMaxGap = 3600.0;       ///< seconds, if the length of the film is not known
+constexpr double kLookAhead = 0.25;      ///< seconds of sound that wait for later time stamps
+constexpr double kMaxJitter = 0.05;      ///< seconds; a longer jump is a gap or an overlap
 constexpr double kRepeatedSeconds = 1.0; ///< a longer overlap is not sound that was sent twice
 
 constexpr std::int64_t kSilenceFrames = 65536; ///< at a time
@@ -89,7 +91,7 @@ void TrackDecoder::decode(const AVPacket* packet)
     const bool isRefused = avcodec_send_packet(decoder.get(), packet) < 0;
     receiveFrames();
     if (packet == nullptr) {
-        if (isHolding) releaseHeld(nullptr);
+        while (!waiting.empty()) releaseFirst();
         convert(nullptr);
         return;
     }
@@ -125,10 +127,12 @@ void TrackDecoder::receiveFrames()
             continue;
         }
         lostAtEnd = 0;
-        if (isHolding) releaseHeld(decoded.get());
-        av_frame_unref(held.get());
-        av_frame_move_ref(held.get(), decoded.get());
-        isHolding = true;
+        waiting.push_back(newFrame());
+        av_frame_move_ref(waiting.back().get(), decoded.get());
+        waitingFrames += waiting.back()->nb_samples;
+        while (waiting.size() > 1 && static_cast<double>(waitingFrames - waiting.front()->nb_samples) >
+                                         kLookAhead * waiting.front()->sample_rate)
+            releaseFirst();
     }
 }
 
@@ -150,13 +154,15 @@ std::optional<std::int64_t> TrackDecoder::timeOf(const AVFrame& frame) const
     return pts;
 }
 
-/// Converts the frame that waits, at the time of its stamp unless the next one contradicts it.
-void TrackDecoder::releaseHeld(const AVFrame* next)
+/// Converts the first frame that waits, at the time of its stamp unless later ones contradict it.
+void TrackDecoder::releaseFirst()
 {
-    isHolding = false;
-    AVFrame& frame = *held;
+    const Frame first = std::move(waiting.front());
+    waiting.pop_front();
+    waitingFrames -= first->nb_samples;
+    AVFrame& frame = *first;
     std::optional<std::int64_t> time = timeOf(frame);
-    const auto nextTime = next != nullptr ? timeOf(*next) : std::nullopt;
+    const auto nextTime = !waiting.empty() ? timeOf(*waiting.front()) : std::nullopt;
     if (time && nextTime) {
         const std::int64_t tolerance = toleranceOf(frame);
         const std::int64_t toNext = framesOf(*nextTime - *time, timeBase, frame);
@@ -167,11 +173,27 @@ void TrackDecoder::releaseHeld(const AVFrame* next)
             const std::int64_t jump = framesOf(*time - firstPts, timeBase, frame) - inputFrames;
             const bool isTooEarly = jump + toNext >= frame.nb_samples - tolerance;
             if ((jump > tolerance && isTooLate) || (jump < -tolerance && isTooEarly)) time.reset();
+            if (std::abs(jump) > tolerance && isJitter(frame, jump)) time.reset();
         }
     }
     if (!resampler || frame.sample_rate != inputRate || frame.format != inputFormat) openResampler(frame);
     align(frame, time);
     convert(&frame);
+}
+
+/// Whether the jump of a frame is short, and a later frame is where it would be without the jump: Ogg and its muxers
+/// misplace single packets.
+bool TrackDecoder::isJitter(const AVFrame& frame, std::int64_t jump) const
+{
+    if (static_cast<double>(std::abs(jump)) > kMaxJitter * frame.sample_rate) return false;
+    std::int64_t due = inputFrames + frame.nb_samples;
+    for (const Frame& later : waiting) {
+        if (later->sample_rate != frame.sample_rate) return false;
+        const std::optional<std::int64_t> time = timeOf(*later);
+        if (time && std::abs(framesOf(*time - firstPts, timeBase, frame) - due) <= toleranceOf(frame)) return true;
+        due += later->nb_samples;
+    }
+    return false;
 }
 
 std::int64_t TrackDecoder::toleranceOf(const AVFrame& frame) const
@@ -312,10 +334,8 @@ std::uint64_t TrackDecoder::atOutputRate(std::int64_t frames) const
 void TrackDecoder::markDamage()
 {
     if (!found.firstFrame)
-        found.firstFrame =
-            firstFrame.value_or(0) +
-            (inputRate > 0 ? static_cast<std::int64_t>(atOutputRate(inputFrames + (isHolding ? held->nb_samples : 0)))
-                           : 0);
+        found.firstFrame = firstFrame.value_or(0) +
+                           (inputRate > 0 ? static_cast<std::int64_t>(atOutputRate(inputFrames + waitingFrames)) : 0);
 }
 
 TrackDamage TrackDecoder::damage() const noexcept

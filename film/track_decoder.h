@@ -7,6 +7,7 @@
 #include "film/film_loss.h"
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -63,7 +64,8 @@ private:
     void receiveFrames();
     void noteChange(const AVFrame& frame);
     std::optional<std::int64_t> timeOf(const AVFrame& frame) const;
-    void releaseHeld(const AVFrame* next);
+    void releaseFirst();
+    bool isJitter(const AVFrame& frame, std::int64_t jump) const;
     std::int64_t toleranceOf(const AVFrame& frame) const;
     void align(const AVFrame& frame, std::optional<std::int64_t> time);
     bool isGapPossible(std::int64_t frames, std::int64_t time, const AVFrame& frame) const;
@@ -88,9 +90,9 @@ private:
     int inputRate = 0;
     int inputFormat = AV_SAMPLE_FMT_NONE;
     Frame decoded = newFrame();
-    Frame held = newFrame(); ///< waits for the time stamp of the next one
-    bool isHolding = false;
-    bool isChanged = false; ///< the newest packet is not stereo
+    std::deque<Frame> waiting;      ///< for the time stamps of later ones
+    std::int64_t waitingFrames = 0; ///< of these, in samples per channel
+    bool isChanged = false;         ///< the newest packet is not stereo
     std::vector<std::int32_t> samples;
     std::vector<double> wide; ///< samples that can exceed full scale
     double largest = 0.0;

@@ -198,6 +198,23 @@ class Samples(FilmTest):
     def test_with_options(self):
         self.assert_equal_to_the_command(24, "--preset", "voice", "--surrounds", "-6", "--mode", "calm", "--gain", "1")
 
+    def test_jitter_of_time_stamps_does_not_move_sound(self):
+        source = make_film(self.path("film.mkv"), "flac")
+        raw = ("-map", "0:a:0", "-f", "s32le", "-")
+        for codec in ("flac", "aac", "vorbis"):
+            encoder = "libvorbis" if codec == "vorbis" else codec
+            film = self.path(f"{codec}.mkv")
+            ffmpeg("-i", source, "-c:v", "copy", "-c:a", encoder, film)
+            expected = ffmpeg("-i", self.upmixed(film, f"{codec}-up.mkv"), *raw)
+            jitter = "setts=ts=TS+if(between(mod(N\\,20)\\,5\\,6)\\,0.01/TB\\,0)"
+            moved = self.path(f"{codec}-moved.mkv")
+            ffmpeg("-i", film, "-c", "copy", "-bsf:a", jitter, moved)
+            self.assertNotEqual(*(probed(f, "-show_packets", "-select_streams", "a") for f in (film, moved)))
+            result = run_film(moved, self.path(f"{codec}-moved-up.mkv"))
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertNotIn("damaged", result.stderr)
+            self.assertEqual(ffmpeg("-i", self.path(f"{codec}-moved-up.mkv"), *raw), expected, codec)
+
     def test_with_matched_loudness(self):
         self.assert_equal_to_the_command(24, "--loudness-match")
         self.assert_equal_to_the_command(16, "--loudness-match", "--preset", "plain")
