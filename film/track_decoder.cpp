@@ -99,7 +99,7 @@ void TrackDecoder::decode(const AVPacket* packet)
     const bool isCorrupt = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
     if (!isFailed && !isCorrupt && !isChanged) return;
     if (isFailed || isCorrupt) found.damagedPackets = before + 1;
-    markDamage();
+    markDamage(inputFrames + waitingFrames);
     const std::int64_t duration =
         std::clamp<std::int64_t>(packet->duration, 0, av_rescale_q(kMaxPacketSeconds, {1, 1}, timeBase));
     if (isFailed || isChanged) {
@@ -130,6 +130,7 @@ void TrackDecoder::receiveFrames()
         waiting.push_back(newFrame());
         av_frame_move_ref(waiting.back().get(), decoded.get());
         waitingFrames += waiting.back()->nb_samples;
+        longestFrame = std::max(longestFrame, waiting.back()->nb_samples);
         while (waiting.size() > 1 && static_cast<double>(waitingFrames - waiting.front()->nb_samples) >
                                          kLookAhead * waiting.front()->sample_rate)
             releaseFirst();
@@ -163,29 +164,40 @@ void TrackDecoder::releaseFirst()
     AVFrame& frame = *first;
     std::optional<std::int64_t> time = timeOf(frame);
     const auto nextTime = !waiting.empty() ? timeOf(*waiting.front()) : std::nullopt;
-    if (time && nextTime) {
-        const std::int64_t tolerance = toleranceOf(frame);
-        const std::int64_t toNext = framesOf(*nextTime - *time, timeBase, frame);
-        const bool isTooLate = toNext < frame.nb_samples - tolerance;
-        if (!firstFrame) {
-            if (isTooLate) time = *nextTime - av_rescale_q(frame.nb_samples, {1, frame.sample_rate}, timeBase);
-        } else {
-            const std::int64_t jump = framesOf(*time - firstPts, timeBase, frame) - inputFrames;
-            const bool isTooEarly = jump + toNext >= frame.nb_samples - tolerance;
-            if ((jump > tolerance && isTooLate) || (jump < -tolerance && isTooEarly)) time.reset();
-            if (std::abs(jump) > tolerance && isJitter(frame, jump)) time.reset();
-        }
+    if (time && firstFrame) {
+        const std::int64_t jump = framesOf(*time - firstPts, timeBase, frame) - inputFrames;
+        if (isContradicted(frame, *time, jump, nextTime) || isJitter(frame, jump)) time.reset();
+    } else if (time && nextTime && isNextTooEarly(frame, *time, *nextTime)) {
+        time = *nextTime - av_rescale_q(frame.nb_samples, {1, frame.sample_rate}, timeBase);
     }
     if (!resampler || frame.sample_rate != inputRate || frame.format != inputFormat) openResampler(frame);
     align(frame, time);
     convert(&frame);
 }
 
+/// Whether a frame overlaps the next one.
+bool TrackDecoder::isNextTooEarly(const AVFrame& frame, std::int64_t time, std::int64_t nextTime) const
+{
+    return framesOf(nextTime - time, timeBase, frame) < frame.nb_samples - toleranceOf(frame);
+}
+
+/// Whether the next frame takes a jump back.
+bool TrackDecoder::isContradicted(const AVFrame& frame, std::int64_t time, std::int64_t jump,
+                                  std::optional<std::int64_t> nextTime) const
+{
+    const std::int64_t tolerance = toleranceOf(frame);
+    if (!nextTime) return false;
+    if (jump > tolerance) return isNextTooEarly(frame, time, *nextTime);
+    return jump < -tolerance && jump + framesOf(*nextTime - time, timeBase, frame) >= frame.nb_samples - tolerance;
+}
+
 /// Whether the jump of a frame is short, and a later frame is where it would be without the jump: Ogg and its muxers
-/// misplace single packets.
+/// misplace single packets. At the end of a track, where no later frame shows that, a jump of less than the longest
+/// frame counts.
 bool TrackDecoder::isJitter(const AVFrame& frame, std::int64_t jump) const
 {
-    if (static_cast<double>(std::abs(jump)) > kMaxJitter * frame.sample_rate) return false;
+    if (std::abs(jump) <= toleranceOf(frame) || static_cast<double>(std::abs(jump)) > kMaxJitter * frame.sample_rate)
+        return false;
     std::int64_t due = inputFrames + frame.nb_samples;
     for (const Frame& later : waiting) {
         if (later->sample_rate != frame.sample_rate) return false;
@@ -193,7 +205,8 @@ bool TrackDecoder::isJitter(const AVFrame& frame, std::int64_t jump) const
         if (time && std::abs(framesOf(*time - firstPts, timeBase, frame) - due) <= toleranceOf(frame)) return true;
         due += later->nb_samples;
     }
-    return false;
+    const bool isAtEnd = static_cast<double>(waitingFrames) <= kLookAhead * frame.sample_rate;
+    return isAtEnd && std::abs(jump) < longestFrame;
 }
 
 std::int64_t TrackDecoder::toleranceOf(const AVFrame& frame) const
@@ -215,10 +228,10 @@ void TrackDecoder::align(const AVFrame& frame, std::optional<std::int64_t> time)
     if (missing < -toleranceOf(frame)) {
         toDrop = -missing;
         if (static_cast<double>(toDrop) <= kRepeatedSeconds * frame.sample_rate) return;
-        markDamage();
+        markDamage(inputFrames);
         found.skipped += atOutputRate(std::min<std::int64_t>(toDrop, frame.nb_samples));
     } else if (missing > toleranceOf(frame) && isGapPossible(missing, *time, frame)) {
-        markDamage();
+        markDamage(inputFrames);
         found.silenced += atOutputRate(missing);
         fill(frame, missing);
     }
@@ -299,7 +312,7 @@ void TrackDecoder::scaleSamples(std::size_t count)
         samples[i] = fromFullScale(sample);
     }
     if (strange == 0) return;
-    markDamage();
+    markDamage(inputFrames);
     found.silenced += (strange + 1) / 2;
 }
 
@@ -331,11 +344,11 @@ std::uint64_t TrackDecoder::atOutputRate(std::int64_t frames) const
 }
 
 /// Keeps the time of the first damage.
-void TrackDecoder::markDamage()
+void TrackDecoder::markDamage(std::int64_t place)
 {
     if (!found.firstFrame)
-        found.firstFrame = firstFrame.value_or(0) +
-                           (inputRate > 0 ? static_cast<std::int64_t>(atOutputRate(inputFrames + waitingFrames)) : 0);
+        found.firstFrame =
+            firstFrame.value_or(0) + (inputRate > 0 ? static_cast<std::int64_t>(atOutputRate(place)) : 0);
 }
 
 TrackDamage TrackDecoder::damage() const noexcept

@@ -65,6 +65,9 @@ private:
     void noteChange(const AVFrame& frame);
     std::optional<std::int64_t> timeOf(const AVFrame& frame) const;
     void releaseFirst();
+    bool isNextTooEarly(const AVFrame& frame, std::int64_t time, std::int64_t nextTime) const;
+    bool isContradicted(const AVFrame& frame, std::int64_t time, std::int64_t jump,
+                        std::optional<std::int64_t> nextTime) const;
     bool isJitter(const AVFrame& frame, std::int64_t jump) const;
     std::int64_t toleranceOf(const AVFrame& frame) const;
     void align(const AVFrame& frame, std::optional<std::int64_t> time);
@@ -74,7 +77,7 @@ private:
     void scaleSamples(std::size_t count);
     void openResampler(const AVFrame& frame);
     std::uint64_t atOutputRate(std::int64_t frames) const;
-    void markDamage();
+    void markDamage(std::int64_t place);
 
     std::string name;
     Consumer consume;
@@ -91,6 +94,7 @@ private:
     int inputFormat = AV_SAMPLE_FMT_NONE;
     Frame decoded = newFrame();
     std::deque<Frame> waiting;      ///< for the time stamps of later ones
+    int longestFrame = 0;           ///< in samples per channel
     std::int64_t waitingFrames = 0; ///< of these, in samples per channel
     bool isChanged = false;         ///< the newest packet is not stereo
     std::vector<std::int32_t> samples;
