@@ -13,6 +13,7 @@ import json
 import os
 from pathlib import Path
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -156,8 +157,10 @@ class LipSync(FilmTest):
                 expected = offsets(one, 0)
                 after = offsets(out, 0)
                 self.assertGreaterEqual(len(after), 3 * (SECONDS - 1))
-                for own in after:  # a gap of up to 5 ms at a joint is not filled
-                    self.assertAlmostEqual(own, expected[0], delta=0.005, msg=out.name)
+                # Gaps of up to 5 ms are not filled. At the joints of this program stream there is one.
+                delta = 0.005 if container == "mpg" else 0.001
+                for own in after:
+                    self.assertAlmostEqual(own, expected[0], delta=delta, msg=out.name)
 
     def test_last_frame_of_the_source_is_in_the_output(self):
         source = make_film(self.path("film.mkv"), "pcm")
@@ -827,9 +830,7 @@ class Places(FilmTest):
         self.assertEqual(self.path("out.mkv").read_text(), "mine")
 
     def test_a_full_disk(self):
-        full_disk = os.environ.get("TARN_FULL_DISK", "")
-        if not Path(full_disk).is_file():
-            self.skipTest("TARN_FULL_DISK does not name the library that makes a disk full")
+        full_disk = os.environ["TARN_FULL_DISK"]
         film = make_film(self.path("film.mkv"), "flac")
         self.path("out.mkv").write_text("mine")
         command = [FILM, "--quiet", "--force", film, self.path("out.mkv")]
@@ -853,9 +854,7 @@ class Places(FilmTest):
         folder.chmod(0o555)
         self.path(".").chmod(0o755)
         nobody = 65534 if os.geteuid() == 0 else None  # no folder is read-only for root
-        program = Path(FILM).resolve()
-        if nobody and not all(folder.stat().st_mode & 0o001 for folder in program.parents):
-            self.skipTest("another user cannot run the program here")
+        program = Path(shutil.copy(FILM, self.path("tarn-film")))  # the build can be in a folder of root's
         result = subprocess.run(
             [program, film, folder / "out.mkv"], capture_output=True, text=True, user=nobody, check=False
         )
@@ -873,12 +872,7 @@ class Players(FilmTest):
         source = make_film(self.path("film.mkv"), "aac")
         return [self.upmixed(source, f"{codec}.{end}", "--codec", codec) for codec, end in self.CODECS]
 
-    def need(self, program):
-        if subprocess.run(["which", program], capture_output=True, check=False).returncode != 0:
-            self.skipTest(f"{program} is not installed")
-
     def test_in_mpv(self):
-        self.need("mpv")
         for film in self.films():
             command = ["mpv", "--no-config", "--vo=null", "--ao=null", "--untimed", "--audio-channels=5.1", film]
             played = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
@@ -887,14 +881,11 @@ class Players(FilmTest):
             self.assertNotRegex(played.stdout + played.stderr, "(?i)error|failed")
 
     def test_in_gstreamer(self):
-        self.need("gst-launch-1.0")
         for film in self.films():
             wave = self.path("played.wav")
             sinks = ["video-sink=fakesink", f"audio-sink=wavenc ! filesink location={wave}"]
             command = ["gst-launch-1.0", "playbin", f"uri={film.as_uri()}", *sinks]
             played = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
-            if "No decoder available" in played.stdout:
-                self.skipTest(f"GStreamer has no decoder for {film.name}; install gstreamer1.0-libav")
             self.assertEqual(played.returncode, 0, played.stderr)
             self.assertNotIn("ERROR", played.stderr)
             stream = streams_of(wave)[0]
