@@ -60,14 +60,6 @@ void processAll(const UpmixJob& job, Upmixer& upmixer, int headroomBits, Loudnes
     job.report.frames = upmixer.frames();
 }
 
-/// The settings of a stream whose gain and limiter follow in a stage of their own.
-EngineSettings atUnityGain(EngineSettings settings)
-{
-    settings.room.gainDb = 0.0;
-    settings.room.limiter = false;
-    return settings;
-}
-
 /// The format of that stream. A remapped layout wraps at the full scale of its width.
 StreamFormat formatAtUnityGain(const UpmixJob& job)
 {

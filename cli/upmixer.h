@@ -24,6 +24,14 @@ struct EngineSettings
     bool bypass = false;           ///< passes left and right through unchanged
 };
 
+/// The settings of a stream whose gain and limiter follow in a stage of their own.
+inline EngineSettings atUnityGain(EngineSettings settings)
+{
+    settings.room.gainDb = 0.0;
+    settings.room.limiter = false;
+    return settings;
+}
+
 /// Upmixes a recording of any length in constant memory: stereo in, slots out.
 class Upmixer
 {

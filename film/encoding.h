@@ -31,9 +31,6 @@ struct Encoding
     }
 };
 
-/// Extensions of outputs, for messages.
-constexpr const char* kOutputExtensions = ".mkv, .mp4, .mka, .m4a or .flac";
-
 /// Names of the codecs.
 std::vector<std::string> encodingNames();
 

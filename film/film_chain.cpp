@@ -13,14 +13,6 @@ StreamFormat engineFormat(StreamFormat format, bool hasStage)
     return hasStage ? StreamFormat{.sampleRate = format.sampleRate, .bits = 32} : format;
 }
 
-EngineSettings engineSettings(EngineSettings settings, bool hasStage)
-{
-    if (!hasStage) return settings;
-    settings.room.gainDb = 0.0;
-    settings.room.limiter = false;
-    return settings;
-}
-
 } // namespace
 
 FilmChain::FilmChain(const Layout& layout, StreamFormat format, const EngineSettings& settings, int headroomBits,
@@ -31,7 +23,7 @@ FilmChain::FilmChain(const Layout& layout, StreamFormat format, const EngineSett
                                                                          .headroomBits = headroomBits},
                                                              sink)
                              : std::nullopt),
-      upmixer(layout, engineFormat(format, headroomBits > 0), engineSettings(settings, headroomBits > 0), true,
+      upmixer(layout, engineFormat(format, headroomBits > 0), headroomBits > 0 ? atUnityGain(settings) : settings, true,
               stage ? static_cast<AudioSink&>(*stage) : sink)
 {}
 

@@ -90,8 +90,9 @@ OutputFilm::OutputFilm(const std::string& filmPath, bool force, const InputFilm&
 {
     const AVOutputFormat* const container = containerOf(path);
     if (container == nullptr)
-        throw Failure(EX_USAGE,
-                      path + ": films are not written with this extension; end the name in " + kOutputExtensions);
+        throw Failure(
+            EX_USAGE,
+            path + ": films are not written with this extension; end the name in .mkv, .mp4, .mka, .m4a or .flac");
     checked(avformat_alloc_output_context2(&format, container, nullptr, path.c_str()), EX_SOFTWARE, path);
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferBytes));
     format->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, writeBytes, seek);

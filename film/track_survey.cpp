@@ -56,10 +56,7 @@ Survey survey(const SurveyedTrack& track, const SurveyPlan& plan)
     InputFilm input(track.options.input);
     input.readOnly(track.index);
     EngineSettings settings = engineSettings(track.options, track.layout);
-    if (plan.isAtUnityGain) {
-        settings.room.gainDb = 0.0;
-        settings.room.limiter = false;
-    }
+    if (plan.isAtUnityGain) settings = atUnityGain(settings);
     LoudnessMeter before(track.rate);
     LoudnessSink after(track.layout, track.rate, plan.upmix, plan.isAtUnityGain ? plan.headroomBits : 0);
     FilmChain chain(track.layout, StreamFormat{.sampleRate = track.rate, .bits = 32}, settings,
