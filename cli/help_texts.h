@@ -15,6 +15,7 @@ Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
   film INPUT OUTPUT   add an upmixed track to a film; needs tarn-film
   info INPUT...       describe files and rate whether upmixing gains anything
+  picture INPUT PNG   draw where an upmix plays which frequency
   demo [OUTPUT]       upmix a built-in scene and print measurements
 
 Examples:
@@ -52,6 +53,7 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --skip-existing    keep complete ones     --resume     go on after a stop
   --strict           refuse damaged INPUT   --force      replace OUTPUT
   --json             print a report         --quiet      errors and warnings
+  --picture FILE     draw OUTPUT, .png or .svg
   --loudness-match   as loud as INPUT       --album      one gain for all files
 
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music
@@ -71,6 +73,27 @@ upmixing gains anything.
 
   tarn info -j 2 album/*.flac
 man tarn-info describes the verdicts, the figures and the JSON.
+)";
+
+inline constexpr const char* kPictureHelp = R"(Usage: tarn picture [OPTIONS] INPUT OUTPUT
+
+Upmixes INPUT and draws where each frequency plays: a spectrogram in the colours
+of left, centre and right, the places, and a lane for every output. OUTPUT is a
+.png or .svg file.
+
+  --layout NAME    outputs to draw: 2.0, 3.0 (default), 5.1 or 7.1
+  --preset NAME    film (default), music, voice or plain
+  --start TIME     begin at this time of INPUT: 90, or 1:30
+  --length TIME    draw this much of INPUT; default: to its end
+  --size WxH       in pixels; default 1600x1040, higher with surround channels
+  --theme NAME     dark (default), or light for paper
+  --title TEXT     default: artist and title, or the name of INPUT
+  --raw RATE:BITS  - is raw PCM
+  --force          replace OUTPUT
+  --quiet          errors and warnings only
+
+  tarn picture --start 0:30 --length 0:12 song.flac song.png
+man tarn-picture describes what the picture shows.
 )";
 
 inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]

@@ -115,6 +115,12 @@ void addProcessingOptions(CLI::App* upmix, UpmixOptions& options)
 {
     upmix->add_flag("--json", options.json, "Print a report in JSON")->disable_flag_override();
     upmix
+        ->add_option("--picture", options.picture,
+                     "Also draw OUTPUT into this file (.png, .svg); see\n"
+                     "tarn picture")
+        ->type_name("FILE")
+        ->excludes("--output-dir");
+    upmix
         ->add_flag("--no-align", options.noAlign,
                    "Keep the delay of a live host: the output is 960 frames\n"
                    "late and as long as INPUT, so its last 960 frames are\n"

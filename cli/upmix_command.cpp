@@ -6,14 +6,15 @@
 #include "cli/existing_output.h"
 #include "cli/failure.h"
 #include "cli/file_sink.h"
-#include "cli/file_source.h"
 #include "cli/interrupt.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
+#include "cli/open_source.h"
+#include "cli/picture_file.h"
+#include "cli/picture_sink.h"
 #include "cli/progress.h"
 #include "cli/raw_pcm.h"
 #include "cli/remap_file.h"
-#include "cli/resampled_source.h"
 #include "cli/text.h"
 #include "cli/upmix_passes.h"
 #include "cli/upmixer.h"
@@ -84,19 +85,6 @@ RemapSlots applyRemap(const UpmixOptions& options, Layout& layout, EngineSetting
     if (!options.quiet && !options.inBatch)
         for (const std::string& note : remap.notes) printNote(note);
     return remap.slots;
-}
-
-std::unique_ptr<AudioSource> openSource(const UpmixOptions& options, const std::optional<StreamFormat>& raw)
-{
-    std::unique_ptr<AudioSource> source;
-    if (isStream(options.input) && raw) {
-        source = std::make_unique<RawSource>(*raw);
-    } else {
-        source = std::make_unique<FileSource>(options.input);
-    }
-    const std::uint32_t rate = options.rate.value_or(engineRateFor(source->format().sampleRate));
-    if (rate == source->format().sampleRate) return source;
-    return std::make_unique<ResampledSource>(std::move(source), rate);
 }
 
 std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& layout, StreamFormat format,
@@ -183,6 +171,13 @@ void refuseExistingInBatch(const UpmixOptions& options)
                                     "replace them");
 }
 
+/// Draws the picture of --picture. It has the colours of the dark theme, like that of `tarn picture`.
+void drawInto(PictureFile& picture, PictureSink& sink, const UpmixOptions& options, AudioSource& source)
+{
+    sink.finishPicture();
+    picture.draw(sink.analysis(), {.title = titleOf(source, options.input), .layout = options.layout});
+}
+
 } // namespace
 
 UpmixReport upmix(const UpmixOptions& options)
@@ -205,10 +200,14 @@ UpmixReport upmix(const UpmixOptions& options)
                        .room = settings.room,
                        .bypass = options.bypass};
     const auto sink = openSink(options, layout, format, *source, recordingHook(options, report));
+    std::optional<PictureFile> picture;
+    if (!options.picture.empty()) picture.emplace(options.picture, options.force, source->identity());
     prepare(options, *source, peakPlanOf(options, layout, settings, *source));
     notePlainStereo(options, layout, settings);
 
     AudioSink* output = sink.get();
+    std::optional<PictureSink> drawn;
+    if (picture) output = &drawn.emplace(layout, settings, format.sampleRate, output);
     std::optional<LevelSink> levels;
     if (options.json) output = &levels.emplace(layout.slots, format.bits, *output);
     const auto wraps = wrapCounter(options, format, settings);
@@ -217,7 +216,9 @@ UpmixReport upmix(const UpmixOptions& options)
     report.loss = source->loss();
     checkLoss(options, report.loss);
     throwIfInterrupted();
+    if (picture) drawInto(*picture, *drawn, options, *source);
     sink->finish();
+    if (picture) picture->commit();
 
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     report.speed = static_cast<double>(report.frames) / format.sampleRate / elapsed.count();

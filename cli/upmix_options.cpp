@@ -6,6 +6,7 @@
 #include "cli/failure.h"
 #include "cli/file_sink.h"
 #include "cli/layout.h"
+#include "cli/picture_file.h"
 #include "cli/text.h"
 
 #include <filesystem>
@@ -35,6 +36,17 @@ void checkRemap(const UpmixOptions& options)
     if (!isRemapped && !options.remapFile.empty())
         throw Failure(EX_USAGE,
                       "--remap: only " + layout + " accepts a matrix; add " + layout + ", or leave --remap out");
+}
+
+/// Checks that --picture names a picture of its own, which is drawn.
+void checkPicture(const UpmixOptions& options)
+{
+    if (options.picture.empty()) return;
+    pictureFormatOf(options.picture);
+    if (options.skipExisting)
+        throw Failure(EX_USAGE, "--picture: --skip-existing leaves complete outputs alone, so they have no picture; "
+                                "leave one of them out, or draw INPUT with " +
+                                    commandName() + " picture");
 }
 
 /// Refuses devices and pipes, which cannot hold a WAV or FLAC file.
@@ -68,6 +80,7 @@ void checkOptions(const UpmixOptions& options)
                                     " with a centre of 0 dB, which is the stereo as it is; leave it out, or add for "
                                     "example --centre 6");
     checkRaw(options);
+    checkPicture(options);
     if (isStream(options.output)) return;
     checkOutput(options);
     std::error_code ignored;

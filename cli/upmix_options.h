@@ -24,6 +24,7 @@ struct UpmixOptions
 {
     std::string input;                 ///< a file, or - for standard input
     std::string output;                ///< a file, or - for standard output
+    std::string picture;               ///< file for a picture of the output; empty: none
     std::string layout = "3.0";        ///< name of a layout
     std::string remapFile;             ///< empty: none
     std::optional<std::uint32_t> bits; ///< width of the output

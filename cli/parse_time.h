@@ -1,0 +1,14 @@
+// Times on the command line.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace tarn
+{
+
+/// Reads a time in seconds, 90 or 1.5, or with minutes and hours, 1:30 or 1:02:03.5. None for other texts.
+std::optional<double> parseTime(const std::string& text);
+
+} // namespace tarn

@@ -1,0 +1,152 @@
+// Draws rectangles, images and texts with Cairo.
+// SPDX-License-Identifier: MIT
+#include "picture/canvas.h"
+
+#include <bit>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+#include <cairo-svg.h>
+
+namespace tarn
+{
+
+namespace
+{
+
+constexpr const char* kFontFamily = "DejaVu Sans";
+
+/// Appends bytes to a string.
+cairo_status_t append(void* bytes, const unsigned char* data, unsigned length)
+{
+    try {
+        static_cast<std::string*>(bytes)->append(reinterpret_cast<const char*>(data), length);
+    } catch (const std::bad_alloc&) {
+        return CAIRO_STATUS_NO_MEMORY;
+    }
+    return CAIRO_STATUS_SUCCESS;
+}
+
+cairo_surface_t* surfaceFor(PictureFormat format, PictureSize size, std::string& bytes)
+{
+    if (format == PictureFormat::Svg)
+        return cairo_svg_surface_create_for_stream(append, &bytes, size.width, size.height);
+    return cairo_image_surface_create(CAIRO_FORMAT_RGB24, size.width, size.height);
+}
+
+double component(std::uint32_t colour, int shift) noexcept
+{
+    return static_cast<double>(colour >> shift & 0xffU) / 255.0;
+}
+
+} // namespace
+
+Canvas::Canvas(PictureFormat pictureFormat, PictureSize size)
+    : format(pictureFormat),
+      surface(surfaceFor(pictureFormat, size, bytes), cairo_surface_destroy),
+      context(cairo_create(surface.get()), cairo_destroy)
+{
+    check(cairo_status(context.get()));
+    // The same pixels on every screen: grey edges, letters at exact places.
+    cairo_font_options_t* const options = cairo_font_options_create();
+    cairo_font_options_set_antialias(options, CAIRO_ANTIALIAS_GRAY);
+    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
+    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
+    cairo_set_font_options(context.get(), options);
+    cairo_font_options_destroy(options);
+}
+
+void Canvas::fill(const PixelArea& area, std::uint32_t colour, double opacity)
+{
+    setColour(colour, opacity);
+    cairo_rectangle(context.get(), area.x, area.y, area.width, area.height);
+    cairo_fill(context.get());
+}
+
+void Canvas::outline(const PixelArea& area, std::uint32_t colour)
+{
+    setColour(colour);
+    cairo_set_line_width(context.get(), 1.0);
+    cairo_rectangle(context.get(), area.x - 0.5, area.y - 0.5, area.width + 1.0, area.height + 1.0);
+    cairo_stroke(context.get());
+}
+
+void Canvas::draw(const PixelImage& image, int x, int y)
+{
+    const Surface raster(cairo_image_surface_create(CAIRO_FORMAT_RGB24, image.width, image.height),
+                         cairo_surface_destroy);
+    check(cairo_surface_status(raster.get()));
+    cairo_surface_flush(raster.get());
+    unsigned char* const data = cairo_image_surface_get_data(raster.get());
+    const auto width = static_cast<std::size_t>(image.width);
+    const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(raster.get()));
+    for (std::size_t row = 0; row < static_cast<std::size_t>(image.height); ++row)
+        std::memcpy(data + row * stride, image.pixels.data() + row * width, width * sizeof(std::uint32_t));
+    cairo_surface_mark_dirty(raster.get());
+
+    cairo_set_source_surface(context.get(), raster.get(), x, y);
+    cairo_pattern_set_filter(cairo_get_source(context.get()), CAIRO_FILTER_NEAREST);
+    cairo_rectangle(context.get(), x, y, image.width, image.height);
+    cairo_fill(context.get());
+}
+
+void Canvas::drawBand(int x, double middle, const std::vector<double>& heights, std::uint32_t colour)
+{
+    setColour(colour);
+    const std::size_t count = heights.size();
+    for (std::size_t i = 0; i < count; ++i)
+        cairo_line_to(context.get(), x + static_cast<double>(i) + 0.5, middle - heights[i]);
+    for (std::size_t i = count; i-- > 0;)
+        cairo_line_to(context.get(), x + static_cast<double>(i) + 0.5, middle + heights[i]);
+    cairo_close_path(context.get());
+    cairo_fill(context.get());
+}
+
+void Canvas::setFont(const TextStyle& style)
+{
+    cairo_select_font_face(context.get(), kFontFamily, CAIRO_FONT_SLANT_NORMAL,
+                           style.isBold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(context.get(), style.size);
+}
+
+void Canvas::write(const std::string& text, double x, double baseline, const TextStyle& style)
+{
+    const double width = style.anchor == TextAnchor::Left ? 0.0 : widthOf(text, style);
+    setFont(style);
+    setColour(style.colour);
+    cairo_move_to(context.get(), x - (style.anchor == TextAnchor::Middle ? 0.5 * width : width), baseline);
+    cairo_show_text(context.get(), text.c_str());
+    cairo_new_path(context.get());
+}
+
+double Canvas::widthOf(const std::string& text, const TextStyle& style)
+{
+    setFont(style);
+    cairo_text_extents_t extents;
+    cairo_text_extents(context.get(), text.c_str(), &extents);
+    return extents.x_advance;
+}
+
+std::string Canvas::finish()
+{
+    check(cairo_status(context.get()));
+    context.reset();
+    if (format == PictureFormat::Png) check(cairo_surface_write_to_png_stream(surface.get(), append, &bytes));
+    cairo_surface_finish(surface.get());
+    check(cairo_surface_status(surface.get()));
+    return std::move(bytes);
+}
+
+void Canvas::setColour(std::uint32_t colour, double opacity)
+{
+    cairo_set_source_rgba(context.get(), component(colour, 16), component(colour, 8), component(colour, 0), opacity);
+}
+
+void Canvas::check(cairo_status_t status) const
+{
+    if (status == CAIRO_STATUS_NO_MEMORY) throw std::bad_alloc();
+    if (status != CAIRO_STATUS_SUCCESS) throw std::runtime_error(cairo_status_to_string(status));
+}
+
+} // namespace tarn
