@@ -179,7 +179,7 @@ void Drawing::drawKey()
                 kKeyLevel));
         }
         const PlaceEnergies white{.centre = 1.0f};
-        for (int x = 0; x < levels.width; ++x) levels.pixels.push_back(colours.pixelOf(white, up));
+        for (int x = 0; x < levels.width; ++x) levels.pixels.push_back(colours.pixelOf(white, shownLevel(up)));
     }
     drawPanel(page.key, image);
     drawPanel(page.levelKey, levels);

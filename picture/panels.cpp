@@ -113,7 +113,7 @@ PixelImage painted(const Cells& cells, const PlaceColours& colours, int width, i
                 energies.right += share.weight * part.right;
             }
             const float level = std::clamp(1.0f + (levelOf(energies.sum()) - brightest) / range, 0.0f, 1.0f);
-            image.pixels[y * static_cast<std::size_t>(width) + x] = colours.pixelOf(energies, level);
+            image.pixels[y * static_cast<std::size_t>(width) + x] = colours.pixelOf(energies, shownLevel(level));
         }
     }
     return image;
@@ -125,6 +125,11 @@ Cells frontOf(const PictureAnalysis& analysis)
 }
 
 } // namespace
+
+float shownLevel(float level) noexcept
+{
+    return level * std::sqrt(level);
+}
 
 PixelImage frontSpectrogram(const PictureAnalysis& analysis, const PlaceColours& colours, int width, int height)
 {

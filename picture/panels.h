@@ -23,6 +23,9 @@ struct PixelImage
 inline constexpr float kSpectrumRangeDb = 62.0f;
 inline constexpr float kPlaceRangeDb = 36.0f;
 
+/// The lightness of a level, 0 to 1: loud sounds stand out from a dense mix.
+float shownLevel(float level) noexcept;
+
 /// The spectrogram of left, centre and right, and that of the surround channels. Both have the same brightest level,
 /// which a two-hundredth of the sounding area of the front exceeds.
 PixelImage frontSpectrogram(const PictureAnalysis& analysis, const PlaceColours& colours, int width, int height);

@@ -19,7 +19,7 @@ constexpr std::size_t kGammaSteps = 4096;
 
 // Lightness in the dark theme, from silence to the loudest sounds.
 constexpr float kDarkest = 0.13f;
-constexpr float kLightestSide = 0.79f;
+constexpr float kLightestSide = 0.78f;
 constexpr float kLightestCentre = 0.95f;
 
 // The same in the light theme.

@@ -13,7 +13,8 @@ namespace tarn
 namespace
 {
 
-constexpr float kSilence = 1e-12f; ///< power of bins that are ignored
+constexpr float kHalfRoot = 0.70710678f; ///< of two: amplitude of the centre on each side
+constexpr float kSilence = 1e-12f;       ///< power of bins that are ignored
 
 /// Two over pi times the arctangent, for 0 to 1, with an error below 1e-5. Plain arithmetic has the same result on
 /// every machine.
@@ -31,9 +32,11 @@ float quarterTurns(float ratio) noexcept
 
 float directionOf(float left, float centre, float right) noexcept
 {
-    constexpr float kShare = 0.70710678f; // of the centre on each side
-    const float a = left + kShare * centre;
-    const float b = right + kShare * centre;
+    // Halfway between the sum of amplitudes and the sum of powers.
+    const float power = 0.5f * centre * centre;
+    const float both = kHalfRoot * centre;
+    const float a = std::sqrt(left * left + power + both * left);
+    const float b = std::sqrt(right * right + power + both * right);
     return b <= a ? quarterTurns(b / a) : 1.0f - quarterTurns(a / b);
 }
 

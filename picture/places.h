@@ -16,8 +16,9 @@ inline constexpr std::size_t kPlaceValues = 3;
 
 /// The direction of a sound that three loudspeakers play: 0 left, 1/2 centre, 1 right.
 ///
-/// It is the angle of a pan with constant power, with the centre played by left and right. A source panned to an angle
-/// of the stereo is therefore at this angle: gains cos(a) and sin(a) are at 2 a / pi.
+/// The gains cos(a) and sin(a) of left and right are at 2 a / pi, the position of a pan with constant power. Half of
+/// the power of the centre counts for each side; it adds to that of the side halfway between amplitudes, as at low
+/// frequencies, and powers, as at high ones.
 ///
 /// left, centre, right  amplitudes, not all zero
 float directionOf(float left, float centre, float right) noexcept;
