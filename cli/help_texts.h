@@ -16,6 +16,7 @@ Commands (tarn COMMAND --help says more):
   film INPUT OUTPUT   add an upmixed track to a film; needs tarn-film
   info INPUT...       describe files and rate whether upmixing gains anything
   picture INPUT PNG   draw where an upmix plays which frequency
+  report INPUT...     show pictures, levels and loudness on an HTML page
   demo [OUTPUT]       upmix a built-in scene and print measurements
 
 Examples:
@@ -94,6 +95,25 @@ of left, centre and right, the places, and a lane for every output. OUTPUT is a
 
   tarn picture --start 0:30 --length 0:12 song.flac song.png
 man tarn-picture describes what the picture shows.
+)";
+
+inline constexpr const char* kReportHelp = R"(Usage: tarn report [OPTIONS] INPUT... -o PAGE.html
+
+Upmixes every INPUT and shows on one page: the picture, the levels of all outputs,
+loudness before and after, and whether upmixing gains anything.
+
+  -o, --output FILE  page to write; it needs no other file
+  -r, --recursive    folders as well: every audio file below them
+  -j, --jobs N       parallel jobs, 1 (default) to 64
+  --layout NAME      outputs to show: 2.0, 3.0 (default), 5.1 or 7.1
+  --preset NAME      film (default), music, voice or plain
+  --theme NAME       dark (default), or light for paper
+  --title TEXT       of the page
+  --force            replace the page
+  --quiet            errors and warnings only
+
+  tarn report -j 2 album/*.flac -o album.html
+man tarn-report describes the page.
 )";
 
 inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]

@@ -11,6 +11,7 @@
 #include "cli/option_checks.h"
 #include "cli/picture_command.h"
 #include "cli/program.h"
+#include "cli/report_command.h"
 #include "cli/room_options.h"
 #include "cli/upmix_arguments.h"
 #include "cli/usage_failure.h"
@@ -79,11 +80,13 @@ int run(int argc, char** argv)
     tarn::UpmixArguments upmixArguments;
     tarn::InfoOptions infoOptions;
     tarn::PictureOptions pictureOptions;
+    tarn::ReportOptions reportOptions;
     tarn::DemoOptions demoOptions;
     demoOptions.program = argv[0];
     CLI::App* const upmix = tarn::addUpmix(app, upmixArguments);
     const CLI::App* const info = addInfo(app, infoOptions);
     const CLI::App* const picture = tarn::addPicture(app, pictureOptions);
+    const CLI::App* const report = tarn::addReport(app, reportOptions);
     const CLI::App* const demo = addDemo(app, demoOptions);
 
     try {
@@ -95,12 +98,13 @@ int run(int argc, char** argv)
     }
 
     if (app.get_subcommands().empty())
-        throw tarn::Failure(EX_USAGE, "no command; use upmix, film, info, picture or demo; see " + tarn::commandName() +
+        throw tarn::Failure(EX_USAGE, "no command; use upmix, film, info, picture, report or demo; see " + tarn::commandName() +
                                           " --help");
     tarn::refuseStrayNumbers(*app.get_subcommands().front(), helpLineOf(app));
     tarn::catchInterrupts();
     if (info->parsed()) return tarn::runInfo(infoOptions);
     if (picture->parsed()) return tarn::runPicture(pictureOptions);
+    if (report->parsed()) return tarn::runReport(reportOptions);
     if (upmix->parsed()) return tarn::runUpmix(upmixArguments, *upmix);
     for (const char* const option : {"--layout", "--preset", "--force"})
         if (demoOptions.output.empty() && demo->count(option) > 0)

@@ -50,6 +50,7 @@ void processAll(const UpmixJob& job, Upmixer& upmixer, int headroomBits, Loudnes
     while (const std::size_t frames = job.source.read(stereo.data(), kReadFrames)) {
         throwIfInterrupted();
         addHeadroom(std::span(stereo).first(2 * frames), headroomBits - job.source.headroomBits());
+        if (job.inspect) job.inspect(stereo.data(), frames, headroomBits);
         if (meter != nullptr) meter->push(stereo.data(), frames, headroomBits);
         if (job.wraps != nullptr) job.wraps->push(stereo.data(), frames);
         upmixer.push(stereo.data(), frames);

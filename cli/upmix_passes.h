@@ -11,6 +11,9 @@
 #include "cli/upmixer.h"
 #include "cli/wrap_counter.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <string>
 
 namespace tarn
@@ -26,6 +29,9 @@ struct UpmixJob
     AudioSource& source;
     WrapCounter* wraps;  ///< null if no sample can wrap
     UpmixReport& report; ///< gets gain, peaks, loudness and length
+
+    /// Gets all frames of the source, stereo with this headroom; can be empty.
+    std::function<void(const std::int32_t* stereo, std::size_t frames, int headroomBits)> inspect{};
 };
 
 /// Headroom of the samples between source and gain: kHeadroomBits if the loudness is matched, or if a limiter follows a

@@ -1,0 +1,137 @@
+// Measures every input in a process of its own and writes the page.
+// SPDX-License-Identifier: MIT
+#include "cli/report_command.h"
+
+#include "cli/audio_source.h"
+#include "cli/command_help.h"
+#include "cli/descriptor.h"
+#include "cli/failure.h"
+#include "cli/help_texts.h"
+#include "cli/input_search.h"
+#include "cli/option_checks.h"
+#include "cli/output_file.h"
+#include "cli/progress.h"
+#include "cli/report_entry.h"
+#include "cli/report_page.h"
+#include "cli/room_options.h"
+#include "cli/text.h"
+#include "cli/upmix_options.h"
+#include "cli/worker_processes.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <iterator>
+#include <utility>
+
+namespace tarn
+{
+
+namespace
+{
+
+void checkOutput(const std::string& output)
+{
+    std::string extension = std::filesystem::path(output).extension().string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (extension != ".html" && extension != ".htm")
+        throw Failure(EX_USAGE, "--output: " + output + " is not a page; end the name in .html");
+}
+
+/// The files of the report.
+std::vector<std::string> inputsOf(const ReportOptions& options)
+{
+    if (std::any_of(options.inputs.begin(), options.inputs.end(), isStream))
+        throw Failure(EX_USAGE, "-: a report reads files only; write the stream into a file first");
+    FoundInputs found;
+    if (options.recursive) {
+        found = findInputs(options.inputs, {});
+    } else {
+        for (const std::string& name : options.inputs) found.files.push_back({name, {}});
+    }
+    if (!options.quiet)
+        for (const std::string& note : found.notes()) printNote(note);
+    std::vector<std::string> inputs;
+    std::transform(found.files.begin(), found.files.end(), std::back_inserter(inputs),
+                   [](const FoundInput& input) { return input.path; });
+    return inputs;
+}
+
+/// Adds the outcomes of all inputs to a page. Returns the exit code.
+int measureAll(const std::vector<std::string>& inputs, const ReportOptions& options, ReportPage& page)
+{
+    const ReportStyle style{.layout = options.layout, .theme = options.theme, .preset = options.preset};
+    const bool isSingle = inputs.size() == 1;
+    int failure = EX_OK;
+    bool isIncomplete = false;
+    const auto measure = [&](std::size_t i) { return measureEntry(inputs[i], style, isSingle, options.quiet); };
+    const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
+        if (outcome.exitCode != EX_OK) {
+            printNote(outcome.error);
+            page.failures.push_back(outcome.error);
+            if (failure == EX_OK) failure = outcome.exitCode;
+            return;
+        }
+        const Json& upmix = outcome.result.at("upmix");
+        if (upmix.contains("loss")) printNote(inputs[i] + ": " + upmix.at("loss").at("message").get<std::string>());
+        isIncomplete = isIncomplete || (upmix.contains("exit_code") && upmix.at("exit_code") == kExitIncomplete);
+        page.entries.push_back(std::move(outcome.result));
+        if (!options.quiet && !isSingle && i + 1 < inputs.size())
+            showStatus("upmixed " + std::to_string(i + 1) + " of " + std::to_string(inputs.size()));
+    };
+    runInProcesses(inputs, options.jobs, measure, done);
+    return failure != EX_OK ? failure : isIncomplete ? kExitIncomplete : EX_OK;
+}
+
+} // namespace
+
+CLI::App* addReport(CLI::App& app, ReportOptions& options)
+{
+    CLI::App* const report = app.add_subcommand("report", "Show upmixes of recordings on one HTML page");
+    report->add_option("INPUT", options.inputs, "Audio files, and folders with --recursive")->type_name("")->required();
+    report->add_option("-o,--output", options.output, "Page to write (.html)")->type_name("FILE")->required();
+    report->add_flag("-r,--recursive", options.recursive, "Include every audio file below an INPUT that is a\nfolder")
+        ->disable_flag_override();
+    report->add_option("-j,--jobs", options.jobs, "Parallel jobs, 1 (default) to 64")
+        ->type_name("N")
+        ->check(numberFrom(1, 64, "--jobs 4"));
+    report->add_option("--layout", options.layout, "Outputs to show: 2.0, 3.0 (default), 5.1 or 7.1")
+        ->type_name("NAME")
+        ->check(oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    addPresetOption(*report, options.preset,
+                    "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
+    report->add_option("--theme", options.theme, "Background: dark (default), or light for paper")
+        ->type_name("NAME")
+        ->check(oneOf({"dark", "light"}, "--theme light"));
+    report->add_option("--title", options.title, "Title of the page")->type_name("TEXT");
+    report->add_flag("--force", options.force, "Replace the page if it exists")->disable_flag_override();
+    report->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio")
+        ->disable_flag_override();
+    setHelp(*report, kReportHelp, "man tarn-report describes the page.");
+    return report;
+}
+
+int runReport(const ReportOptions& options)
+{
+    checkOutput(options.output);
+    const std::vector<std::string> inputs = inputsOf(options);
+    const Layout& layout = layoutNamed(options.layout);
+    ReportPage page{.title = options.title ? printable(*options.title) : "Upmix report",
+                    .theme = options.theme,
+                    .layout = std::string(layout.name) + " (" + std::string(layout.slotNames) + ")",
+                    .preset = options.preset.value_or(std::string(zrk_tarn::kPresets[0].name))};
+    OutputFile file(options.output, options.force, std::nullopt);
+    const int exitCode = measureAll(inputs, options, page);
+    if (page.entries.empty())
+        throw Failure(exitCode, options.output + ": not written, because no input could be upmixed");
+    const std::string html = htmlOf(page);
+    if (const int error = writeAll(file.descriptor(), html.data(), html.size())) file.failToWrite(error, "");
+    file.commit();
+    if (!options.quiet)
+        printNote(options.output + ": " + std::to_string(page.entries.size()) +
+                  (page.entries.size() == 1 ? " recording" : " recordings") +
+                  (page.failures.empty() ? "" : ", " + std::to_string(page.failures.size()) + " failed"));
+    return exitCode;
+}
+
+} // namespace tarn

@@ -1,0 +1,27 @@
+// The page of a report.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "cli/json.h"
+
+#include <string>
+#include <vector>
+
+namespace tarn
+{
+
+/// The contents of a page.
+struct ReportPage
+{
+    std::string title;
+    std::string theme;  ///< dark or light
+    std::string layout; ///< with its slots: 3.0 (FL FR FC)
+    std::string preset;
+    std::vector<Json> entries{};         ///< of measureEntry
+    std::vector<std::string> failures{}; ///< messages about inputs without an entry
+};
+
+/// The page as HTML, UTF-8. It refers to no other file.
+std::string htmlOf(const ReportPage& page);
+
+} // namespace tarn
