@@ -1,5 +1,6 @@
 // `tarn picture` and `tarn upmix --picture`.
 // SPDX-License-Identifier: MIT
+#include "picture/frequency_axis.h"
 #include "picture/page.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
@@ -57,7 +58,7 @@ std::size_t differences(const Image& one, const Image& other, const tarn::PixelA
 {
     std::size_t count = 0;
     for (int y = area.y; y < area.bottom(); ++y)
-        for (int x = area.x; x < area.right(); ++x) count += one.at(x, y) != other.at(x, y) ? 1 : 0;
+        for (int x = area.x; x < area.right(); ++x) count += one.at(x, y) != other.at(x, y) ? 1U : 0U;
     return count;
 }
 
@@ -196,8 +197,10 @@ TEST_F(PictureCommand, VoiceIsWhiteAndWideChordsAreColoured)
     const tarn::PixelArea front = tarn::pageOf({.width = 1600, .height = 1040}, 3, false).front;
     ASSERT_EQ(image.width, 1600);
     ASSERT_EQ(image.height, 1040);
-    const Colours voice = coloursOf(image, between(front, 0.2, 2.8));
-    EXPECT_GT(voice.white, 0.9);
+    tarn::PixelArea aboveBass = between(front, 0.2, 2.8); // the fronts play the bass of the stereo
+    aboveBass.height = static_cast<int>((1.0 - tarn::axisPosition(160.0)) * front.height);
+    const Colours voice = coloursOf(image, aboveBass);
+    EXPECT_GT(voice.white, 0.98);
     EXPECT_LT(voice.blue + voice.orange, 0.02);
     const Colours chords = coloursOf(image, between(front, 6.6, 9.2));
     EXPECT_LT(chords.white, 0.1);
@@ -313,9 +316,9 @@ TEST_F(PictureCommand, EveryLayoutPresetAndThemeIsDrawn)
     for (const std::string layout : {"2.0", "3.0", "5.1", "7.1"}) {
         for (const std::string preset : {"film", "music", "voice", "plain"}) {
             const Result result = tarn({"picture", "--force", "--layout", layout, "--preset", preset, "--theme",
-                                        preset == "film" ? "dark" : "light", "in.wav", "out.png"});
+                                        preset == "film" ? "dark" : "light", "--size", "640x400", "in.wav", "out.png"});
             EXPECT_EQ(result.exitCode, 0) << result.errors;
-            EXPECT_GE(readPng(at("out.png")).height, 900);
+            EXPECT_EQ(readPng(at("out.png")).height, 400);
         }
     }
     ASSERT_EQ(tarn({"upmix", "--layout", "5.1", "--lfe", "0", "--picture", "lfe.png", "in.wav", "lfe.wav"}).exitCode,
@@ -333,11 +336,11 @@ TEST_F(PictureCommand, WrongArgumentsAreRefused)
     expectRefusal({"picture", "in.wav", "-"}, 64, "a picture on standard output: has no extension");
     expectRefusal({"picture", "in.wav"}, 64, "OUTPUT is required");
     expectRefusal({"picture", "", "out.png"}, 64, "an empty file name");
-    for (const std::string size : {"800", "800x", "x600", "800x600x2", "-800x600", "wide"})
+    for (const std::string size : {"800", "800x", "x600", "800x600x2", "wide"})
         expectRefusal({"picture", "--size=" + size, "in.wav", "out.png"}, 64,
                       "--size: '" + size + "' cannot be read as width and height; write for example --size 1600x1040");
-    for (const std::string size : {"639x400", "640x399", "8193x400", "640x8193", "0x0"})
-        expectRefusal({"picture", "--size", size, "in.wav", "out.png"}, 64,
+    for (const std::string size : {"639x400", "640x399", "8193x400", "640x8193", "0x0", "-800x600"})
+        expectRefusal({"picture", "--size=" + size, "in.wav", "out.png"}, 64,
                       "--size: " + size + " is out of range; use 640x400 to 8192x8192");
     for (const std::string time : {"-1", "1:2", "1:60", "1:99:00", "soon", "1.5.5", "1e9", "nan"})
         expectRefusal({"picture", "--start=" + time, "in.wav", "out.png"}, 64,
@@ -351,7 +354,8 @@ TEST_F(PictureCommand, WrongArgumentsAreRefused)
     expectRefusal({"picture", "three.wav", "out.png"}, 65, "three.wav: ");
     expectRefusal({"picture", "in.wav", "nowhere/out.png"}, 73, "nowhere/out.png: cannot create a file");
     expectRefusal({"upmix", "--picture", "out.gif", "in.wav", "out.wav"}, 64, "out.gif: has no extension");
-    expectRefusal({"upmix", "--picture", "out.png", "--output-dir", "out", "in.wav"}, 64, "--picture");
+    expectRefusal({"upmix", "--picture", "out.png", "--output-dir", "out", "in.wav"}, 64,
+                  "--picture: is the picture of one output");
     expectRefusal({"upmix", "--picture", "out.png", "--skip-existing", "in.wav", "out.wav"}, 64,
                   "--picture: --skip-existing");
 }
