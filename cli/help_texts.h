@@ -54,9 +54,8 @@ OUTPUT is a .wav or .flac file; - is raw PCM into a pipe.
   --skip-existing    keep complete ones     --resume     go on after a stop
   --strict           refuse damaged INPUT   --force      replace OUTPUT
   --json             print a report         --quiet      errors and warnings
-  --picture FILE     draw OUTPUT, .png or .svg
   --loudness-match   as loud as INPUT       --album      one gain for all files
-
+  --picture FILE     also draw OUTPUT: .png or .svg; see tarn picture
   tarn upmix --layout 5.1 --recursive --output-dir upmixed music
 --help-all lists every option; man tarn-upmix describes layouts, reports, ...
 )";

@@ -37,31 +37,37 @@ std::optional<PictureSize> parseSize(const std::string& text)
     return size;
 }
 
-std::string textOf(PictureSize size)
+std::string sizeText(PictureSize size)
 {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+/// The message about a value that is no time or size.
+std::string unreadable(const std::string& value, const std::string& kind, const std::string& example)
+{
+    return "'" + value + "' cannot be read as " + kind + "; write for example " + example;
 }
 
 CLI::Validator pictureSize()
 {
     const auto check = [](const std::string& value) -> std::string {
         const auto size = parseSize(value);
-        if (!size) return refusal(value, "a size in pixels", "--size 1600x1040");
+        if (!size) return unreadable(value, "width and height", "--size 1600x1040");
         const bool fits = size->width >= kSmallestPicture.width && size->height >= kSmallestPicture.height &&
                           size->width <= kLargestPicture.width && size->height <= kLargestPicture.height;
         if (fits) return "";
-        return value + " is out of range; use " + textOf(kSmallestPicture) + " to " + textOf(kLargestPicture) +
+        return value + " is out of range; use " + sizeText(kSmallestPicture) + " to " + sizeText(kLargestPicture) +
                ", for example --size 1600x1040";
     };
     return {check, ""};
 }
 
 /// Accepts times; with isLength not zero.
-CLI::Validator time(bool isLength, const std::string& example)
+CLI::Validator timeCheck(bool isLength, const std::string& example)
 {
     const auto check = [=](const std::string& value) -> std::string {
         const auto seconds = parseTime(value);
-        if (!seconds) return refusal(value, "a time in seconds or as minutes:seconds", example);
+        if (!seconds) return unreadable(value, "a time", example);
         if (isLength && *seconds == 0.0) return value + " is out of range; use more than 0, for example " + example;
         return "";
     };
@@ -112,10 +118,10 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
                     "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
     picture->add_option("--start", options.start, "Begin at this time of INPUT: 90, or 1:30")
         ->type_name("TIME")
-        ->check(time(false, "--start 1:30"));
+        ->check(timeCheck(false, "--start 1:30"));
     picture->add_option("--length", options.length, "Draw this much of INPUT; default: to its end")
         ->type_name("TIME")
-        ->check(time(true, "--length 0:12"));
+        ->check(timeCheck(true, "--length 0:12"));
     picture
         ->add_option("--size", options.size,
                      "Width and height in pixels, 640x400 to 8192x8192;\n"
@@ -182,7 +188,7 @@ int runPicture(const PictureOptions& options)
         printNote(upmix.inputName() + ": " + report.loss->message + "; the rest is drawn; " + report.loss->advice);
     if (!options.quiet)
         printNote(upmix.inputName() + " -> " + options.output + ": " + options.layout + ", " +
-                  shortDurationText(sink.analysis().frames(), format.sampleRate) + ", " + textOf(size) + " pixels");
+                  shortDurationText(sink.analysis().frames(), format.sampleRate) + ", " + sizeText(size) + " pixels");
     return report.exitCode();
 }
 

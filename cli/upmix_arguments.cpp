@@ -118,8 +118,7 @@ void addProcessingOptions(CLI::App* upmix, UpmixOptions& options)
         ->add_option("--picture", options.picture,
                      "Also draw OUTPUT into this file (.png, .svg); see\n"
                      "tarn picture")
-        ->type_name("FILE")
-        ->excludes("--output-dir");
+        ->type_name("FILE");
     upmix
         ->add_flag("--no-align", options.noAlign,
                    "Keep the delay of a live host: the output is 960 frames\n"
@@ -200,6 +199,9 @@ int runUpmix(UpmixArguments& arguments, const CLI::App& command)
                                         ": is a third name; add --output-dir DIR to upmix several files");
         return runUpmix(options);
     }
+    if (!options.picture.empty())
+        throw Failure(EX_USAGE, "--picture: is the picture of one output; leave it out, or draw each INPUT with " +
+                                    commandName() + " picture");
     if (arguments.batch.directory.empty()) throw Failure(EX_USAGE, "--output-dir: an empty name");
     arguments.batch.inputs = std::move(names);
     return runBatch(arguments.batch, arguments.album, options);

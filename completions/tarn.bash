@@ -8,7 +8,7 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix info demo film --help --help-all --version' ;;
+    '') words='upmix info picture demo film --help --help-all --version' ;;
     upmix)
         case $before in
         --layout) words='2.0 3.0 5.1 7.1 7.1-remap' ;;
@@ -23,8 +23,8 @@ _tarn() {
         *)
             [[ $word != -* ]] || words='--help --help-all --output-dir --recursive --format --jobs --resume --part --layout --remap --bits
                                         --mode --preset --centre --width --surrounds --bass --lfe --gain --limiter
-                                        --no-limiter --loudness-match --album --bypass --json --no-align --raw --rate --strict
-                                        --force --skip-existing --quiet'
+                                        --no-limiter --loudness-match --album --bypass --json --picture --no-align --raw --rate
+                                        --strict --force --skip-existing --quiet'
             ;;
         esac
         ;;
@@ -32,6 +32,18 @@ _tarn() {
         case $before in
         --jobs | -j) return ;;
         *) [[ $word != -* ]] || words='--help --help-all --recursive --verbose --jobs --json --quiet' ;;
+        esac
+        ;;
+    picture)
+        case $before in
+        --layout) words='2.0 3.0 5.1 7.1' ;;
+        --preset) words='film music voice plain' ;;
+        --theme) words='dark light' ;;
+        --start | --length | --size | --title | --raw) return ;;
+        *)
+            [[ $word != -* ]] || words='--help --help-all --layout --preset --start --length --size --theme --title --raw
+                                        --force --quiet'
+            ;;
         esac
         ;;
     demo)

@@ -97,8 +97,8 @@ void Canvas::drawBand(int x, double middle, const std::vector<double>& heights, 
     const std::size_t count = heights.size();
     for (std::size_t i = 0; i < count; ++i)
         cairo_line_to(context.get(), x + static_cast<double>(i) + 0.5, middle - heights[i]);
-    for (std::size_t i = count; i-- > 0;)
-        cairo_line_to(context.get(), x + static_cast<double>(i) + 0.5, middle + heights[i]);
+    for (std::size_t left = count; left > 0; --left)
+        cairo_line_to(context.get(), x + static_cast<double>(left) - 0.5, middle + heights[left - 1]);
     cairo_close_path(context.get());
     cairo_fill(context.get());
 }

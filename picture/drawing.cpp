@@ -255,7 +255,8 @@ void Drawing::drawPlaces()
     drawPanel(area, placePanel(analysis, colours, area.width, area.height));
     const double x = area.x - 0.6 * page.text;
     canvas.write("left", x, baselineAt(area.y + 0.5 * page.text), label(TextAnchor::Right));
-    canvas.write("centre", x, baselineAt(area.y + 0.5 * area.height), label(TextAnchor::Right));
+    if (area.height > 3.4 * page.text)
+        canvas.write("centre", x, baselineAt(area.y + 0.5 * area.height), label(TextAnchor::Right));
     canvas.write("right", x, baselineAt(area.bottom() - 0.5 * page.text), label(TextAnchor::Right));
 }
 

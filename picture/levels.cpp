@@ -13,7 +13,7 @@ float levelOf(float power) noexcept
     if (power < 1e-20f) return kSilentDb;
     const auto bits = std::bit_cast<std::uint32_t>(power);
     const auto exponent = static_cast<float>(static_cast<int>(bits >> 23) - 127);
-    const float mantissa = std::bit_cast<float>((bits & 0x007fffffU) | 0x3f800000U); // 1 to 2
+    const auto mantissa = std::bit_cast<float>((bits & 0x007fffffU) | 0x3f800000U); // 1 to 2
     // log2(m) = 2 / ln 2 * (t + t^3 / 3 + t^5 / 5 + ...), t = (m - 1) / (m + 1), at most 1/3.
     const float t = (mantissa - 1.0f) / (mantissa + 1.0f);
     const float square = t * t;

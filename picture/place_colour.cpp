@@ -105,7 +105,8 @@ Oklab PlaceColours::colourOf(const PlaceEnergies& energies, float level) const n
     const float side = sides > 0.0f ? contrast(energies.right / sides) : 0.5f;
     const float lightness = lightnessOf(centreShare, level);
 
-    const Hue& hue = hues[static_cast<std::size_t>(side * static_cast<float>(kHues) + 0.5f)];
+    const float rounded = side * static_cast<float>(kHues) + 0.5f;
+    const Hue& hue = hues[static_cast<std::size_t>(rounded)];
     const float place = lightness * static_cast<float>(kLightnesses);
     const auto step = std::min(static_cast<std::size_t>(place), kLightnesses - 1);
     const float after = place - static_cast<float>(step);

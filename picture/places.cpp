@@ -53,7 +53,8 @@ void Places::addTo(float* values, const float* left, const float* centre, const 
         if (left[bin] + centre[bin] + right[bin] < kSilence) continue;
         const float row = rowOf(directionOf(std::sqrt(left[bin]), std::sqrt(centre[bin]), std::sqrt(right[bin])));
         // A quadratic spline over three rows.
-        const auto middle = static_cast<std::size_t>(row + 0.5f);
+        const float rounded = row + 0.5f;
+        const auto middle = static_cast<std::size_t>(rounded);
         const float offset = row - static_cast<float>(middle);
         const float shares[3] = {0.5f * (0.5f - offset) * (0.5f - offset), 0.75f - offset * offset,
                                  0.5f * (0.5f + offset) * (0.5f + offset)};

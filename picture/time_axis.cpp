@@ -43,8 +43,12 @@ std::vector<TimeMark> timeMarks(double begin, double end, double most)
         std::find_if(kSteps.begin(), kSteps.end(), [least](double step) { return step >= least; });
     const double step = found == kSteps.end() ? kSteps.back() : *found;
     std::vector<TimeMark> marks;
-    for (double k = std::ceil(begin / step - 1e-6); k * step <= end + 1e-6 * step; k += 1.0)
-        marks.push_back({.seconds = k * step, .label = labelOf(k * step, step)});
+    const double first = std::ceil(begin / step - 1e-6);
+    const auto count = static_cast<int>(std::floor(end / step + 1e-6) - first) + 1;
+    for (int i = 0; i < count; ++i) {
+        const double seconds = (first + i) * step;
+        marks.push_back({.seconds = seconds, .label = labelOf(seconds, step)});
+    }
     return marks;
 }
 

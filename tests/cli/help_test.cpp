@@ -18,15 +18,15 @@ TEST_F(Help, ListsEveryCommandAndExitCode)
     const Result result = tarn({"--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* const word :
-         {"upmix", "film", "info", "demo", "Examples:", "\n   0 ", "\n   1 ", "64", "65", "66", "70", "73", "74"})
+    for (const char* const word : {"upmix", "film", "info", "picture", "demo", "Examples:", "\n   0 ", "\n   1 ", "64",
+                                   "65", "66", "70", "73", "74"})
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 
 TEST_F(Help, EveryCommandFits80ColumnsAnd24Lines)
 {
-    for (const std::vector<std::string>& command :
-         std::vector<std::vector<std::string>>{{"--help"}, {"upmix", "--help"}, {"info", "--help"}, {"demo", "-h"}}) {
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+             {"--help"}, {"upmix", "--help"}, {"info", "--help"}, {"picture", "--help"}, {"demo", "-h"}}) {
         const std::string text = tarn(command).output;
         EXPECT_LE(std::count(text.begin(), text.end(), '\n'), 24) << text;
         std::istringstream lines(text);
@@ -39,15 +39,20 @@ TEST_F(Help, HelpAllListsEveryOptionIn80Columns)
     const std::string all = tarn({"upmix", "--help-all"}).output;
     const std::string brief = tarn({"upmix", "--help"}).output;
     for (const char* const word :
-         {"INPUT",      "OUTPUT",          "--layout",         "--remap",      "--bits",    "--mode",
-          "--no-align", "--raw RATE:BITS", "--rate",           "--output-dir", "--format",  "--jobs",
-          "--json",     "--gain",          "--loudness-match", "--bypass",     "7.1",       "--force",
-          "--quiet",    "--skip-existing", "--recursive",      "--strict",     "960 frames"}) {
+         {"INPUT",      "OUTPUT",          "--layout",         "--remap",      "--bits",     "--mode",
+          "--no-align", "--raw RATE:BITS", "--rate",           "--output-dir", "--format",   "--jobs",
+          "--json",     "--gain",          "--loudness-match", "--bypass",     "7.1",        "--force",
+          "--quiet",    "--skip-existing", "--recursive",      "--strict",     "960 frames", "--picture"}) {
         EXPECT_NE(all.find(word), std::string::npos) << word;
         EXPECT_NE(brief.find(word), std::string::npos) << word;
     }
-    std::istringstream lines(all);
+    std::istringstream lines(all + tarn({"picture", "--help-all"}).output);
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
+    for (const char* const word : {"INPUT", "OUTPUT", "--layout", "--preset", "--start", "--length", "--size",
+                                   "--theme", "--title", "--raw", "--force", "--quiet"}) {
+        EXPECT_NE(tarn({"picture", "--help"}).output.find(word), std::string::npos) << word;
+        EXPECT_NE(tarn({"picture", "--help-all"}).output.find(word), std::string::npos) << word;
+    }
     for (const char* const word : {"INPUT", "--verbose", "--jobs", "--json", "--quiet"}) {
         EXPECT_NE(tarn({"info", "--help"}).output.find(word), std::string::npos) << word;
         EXPECT_NE(tarn({"info", "--help-all"}).output.find(word), std::string::npos) << word;

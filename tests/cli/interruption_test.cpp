@@ -107,6 +107,20 @@ TEST_F(Interruption, LeavesNoFilesAndDiesByTheSignal)
     }
 }
 
+TEST_F(Interruption, OfAPictureLeavesNoFiles)
+{
+    const std::vector<std::vector<std::string>> commands{
+        {"picture", "--raw", "48000:16", "-", "out.png"},
+        {"upmix", "--picture", "out.svg", "--raw", "48000:16", "-", "out.wav"}};
+    for (const std::vector<std::string>& arguments : commands) {
+        Process process({.arguments = arguments}, directory, input[0], sink, sink);
+        sendFrames();
+        ASSERT_TRUE(appearsNamed(".out." + arguments.back().substr(4)));
+        expectDeathBy(SIGINT, process);
+        EXPECT_TRUE(files().empty());
+    }
+}
+
 TEST_F(Interruption, TestsDoNotDependOnSignalsThatTheirParentIgnores)
 {
     // As in a background job of a shell.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <random>
 #include <vector>
 
 using tarn::ChannelPlace;
@@ -27,11 +28,9 @@ tarn::PictureSource threeOutputs(std::uint32_t sampleRate)
 std::vector<std::int32_t> noise(std::size_t frames)
 {
     std::vector<std::int32_t> samples(3 * frames);
-    std::uint32_t random = 7;
-    for (std::int32_t& sample : samples) {
-        random = random * 1664525U + 1013904223U;
-        sample = static_cast<std::int32_t>(random);
-    }
+    std::minstd_rand random(7);
+    for (std::int32_t& sample : samples)
+        sample = static_cast<std::int32_t>(static_cast<std::int64_t>(2 * random()) - INT32_MAX);
     return samples;
 }
 

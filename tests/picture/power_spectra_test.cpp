@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <random>
 
 TEST(PowerSpectra, SineAtFullScaleHasThePowerOne)
 {
@@ -37,10 +38,9 @@ TEST(PowerSpectra, ForgottenSamplesDoNotChangeLaterWindows)
 {
     tarn::PowerSpectra whole(1, 48000);
     tarn::PowerSpectra forgetful(1, 48000);
-    unsigned random = 1;
+    std::minstd_rand random(1);
     for (std::uint64_t frame = 0; frame < 20000; ++frame) {
-        random = random * 1664525U + 1013904223U;
-        const float sample = static_cast<float>(random >> 8) * 0x1p-24f - 0.5f;
+        const float sample = static_cast<float>(random()) * 0x1p-31f - 0.5f;
         whole.append(0, sample);
         forgetful.append(0, sample);
         if (frame == 12000) forgetful.forgetBefore(9000);

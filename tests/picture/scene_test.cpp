@@ -88,6 +88,7 @@ protected:
 
 TEST_F(Scene, VoiceIsInCentreCells)
 {
+    // Energies as they are drawn, with the tilt.
     EXPECT_GE(shareWhere(analysis(), 0, isCentre), 0.95);
 }
 
