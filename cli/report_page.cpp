@@ -43,8 +43,9 @@ img { display: block; width: 100%; min-width: 40rem; height: auto; }
 dl { display: grid; grid-template-columns: auto 1fr; gap: 0.2rem 1rem; margin: 0.3rem 0; font-size: 0.9rem;
      align-self: start; }
 dd { margin: 0; }
-.bar { display: inline-block; width: 7rem; height: 0.5rem; margin-right: 0.7rem; background: var(--panel); }
-.bar > span { display: block; height: 100%; background: var(--bar); }
+.bar::before { content: ""; display: inline-block; width: 7rem; height: 0.5rem; margin-right: 0.7rem;
+  background: linear-gradient(to right, var(--bar) var(--share), var(--panel) 0); }
+@media (max-width: 40rem) { .bar::before { display: none; } .outputs th { white-space: normal; } }
 .damage { border-left: 4px solid #d97a2b; padding-left: 0.7rem; }
 )";
 
@@ -225,8 +226,8 @@ std::string channelsOf(const Json& entry)
                             element("td", "", numberText(channel.at("peak_dbfs"), "%.1f")) +
                             element("td", "", numberText(channel.at("rms_dbfs"), "%.1f")) +
                             element("td", "",
-                                    "<span class=\"bar\"><span style=\"width: " + formatted("%.1f", 100.0 * share) +
-                                        "%\"></span></span>" + percent(share)));
+                                    "<span class=\"bar\" style=\"--share: " + formatted("%.1f", 100.0 * share) +
+                                        "%\">" + percent(share) + "</span>"));
     }
     std::string headings;
     for (const char* const text : {"Output", "Peak, dBFS", "RMS, dBFS", "Share of the energy"})

@@ -8,7 +8,7 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix info picture demo film --help --help-all --version' ;;
+    '') words='upmix info picture report demo film --help --help-all --version' ;;
     upmix)
         case $before in
         --layout) words='2.0 3.0 5.1 7.1 7.1-remap' ;;
@@ -42,6 +42,18 @@ _tarn() {
         --start | --length | --size | --title | --raw) return ;;
         *)
             [[ $word != -* ]] || words='--help --help-all --layout --preset --start --length --size --theme --title --raw
+                                        --force --quiet'
+            ;;
+        esac
+        ;;
+    report)
+        case $before in
+        --layout) words='2.0 3.0 5.1 7.1' ;;
+        --preset) words='film music voice plain' ;;
+        --theme) words='dark light' ;;
+        -j | --jobs | --title) return ;;
+        *)
+            [[ $word != -* ]] || words='--help --help-all --output --recursive --jobs --layout --preset --theme --title
                                         --force --quiet'
             ;;
         esac

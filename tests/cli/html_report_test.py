@@ -1,0 +1,140 @@
+#!/usr/bin/python3
+"""Looks at pages of `tarn report` in Chromium, and checks them with HTML Tidy.
+
+    html_report_test.py TARN
+"""
+# SPDX-License-Identifier: MIT
+
+import base64
+import io
+from pathlib import Path
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import matplotlib.image
+from selenium import webdriver
+from selenium.webdriver.common.by import By
+
+TARN = str(Path(sys.argv[1]).resolve())
+
+
+class Page(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.directory = tempfile.TemporaryDirectory(prefix="tarn-report-test-")
+        cls.addClassCleanup(cls.directory.cleanup)
+        folder = Path(cls.directory.name)
+        subprocess.run([TARN, "demo", "scene.wav"], cwd=folder, check=True, capture_output=True)
+        stereo = folder / "scene-stereo.wav"
+        for name, length in (("b.wav", 300000), ("a.wav", 600000), ("c.wav", 900000)):
+            (folder / name).write_bytes(stereo.read_bytes()[:length])
+        # The files are cut, which exit code 1 says.
+        files = ["b.wav", "a.wav", "c.wav"]
+        for theme in ("dark", "light"):
+            command = [TARN, "report", "--theme", theme, *files, "missing.wav", "-o", f"{theme}.html"]
+            result = subprocess.run(command, cwd=folder, capture_output=True, text=True)
+            assert result.returncode == 66, result.stderr
+        command = [TARN, "report", "--layout", "5.1", "scene-stereo.wav", "-o", "one.html"]
+        subprocess.run(command, cwd=folder, check=True, capture_output=True)
+        cls.pages = {path.stem: path for path in folder.glob("*.html")}
+
+        options = webdriver.ChromeOptions()
+        options.add_argument("--headless=new")
+        options.add_argument("--no-sandbox")
+        options.add_argument("--hide-scrollbars")
+        options.add_argument(f"--user-data-dir={folder}/profile")
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        cls.browser = webdriver.Chrome(options=options)
+        cls.addClassCleanup(cls.browser.quit)
+
+    def open(self, name, width, height):
+        metrics = {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False}
+        self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", metrics)
+        self.browser.get(self.pages[name].as_uri())
+
+    def tearDown(self):
+        self.assertEqual(self.browser.get_log("browser"), [])
+
+    def test_is_valid_html(self):
+        self.assertEqual(sorted(self.pages), ["dark", "light", "one"])
+        for path in self.pages.values():
+            result = subprocess.run(["tidy", "-errors", "-quiet", str(path)], capture_output=True, text=True)
+            self.assertEqual((result.returncode, result.stderr), (0, ""), path.name)
+
+    def test_loads_nothing(self):
+        for name in self.pages:
+            self.open(name, 1300, 900)
+            loaded = self.browser.execute_script("return performance.getEntriesByType('resource').map((e) => e.name)")
+            self.assertEqual([url for url in loaded if not url.startswith("data:")], [])
+
+    def test_shows_the_picture(self):
+        """The pixels of the picture are on the screen."""
+        for name in self.pages:
+            self.open(name, 1300, 900)
+            image = self.browser.find_element(By.TAG_NAME, "img")
+            place = "position: fixed; left: 0; top: 0; width: 1200px; max-width: none"
+            self.browser.execute_script("arguments[0].style.cssText = arguments[1]", image, place)
+            source = image.get_attribute("src").partition(",")[2]
+            expected = matplotlib.image.imread(io.BytesIO(base64.b64decode(source)))[:900, :, :3]
+            self.assertEqual(expected.shape[1], 1200)
+            screen = matplotlib.image.imread(io.BytesIO(self.browser.get_screenshot_as_png()))
+            self.assertTrue((screen[: len(expected), :1200, :3] == expected).all(), name)
+
+    def test_fits_a_phone(self):
+        for name in self.pages:
+            self.open(name, 390, 844)
+            widths = self.browser.execute_script("return [document.documentElement.scrollWidth, innerWidth]")
+            self.assertEqual(widths, [390, 390])
+            for text in self.browser.find_elements(By.CSS_SELECTOR, "h1, h2, p, dd, td, th"):
+                self.assertGreaterEqual(float(text.value_of_css_property("font-size")[:-2]), 14)
+
+    def test_text_has_contrast(self):
+        """At least 4.5 to 1, as WCAG 2 asks for."""
+
+        def luminance(colour):
+            parts = [int(part) / 255 for part in colour[colour.index("(") + 1 : -1].split(",")[:3]]
+            linear = [p / 12.92 if p <= 0.03928 else ((p + 0.055) / 1.055) ** 2.4 for p in parts]
+            return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2]
+
+        for name in self.pages:
+            self.open(name, 1300, 900)
+            paper = luminance(self.browser.find_element(By.TAG_NAME, "body").value_of_css_property("background-color"))
+            for text in self.browser.find_elements(By.CSS_SELECTOR, "h1, h2, p, dt, dd, td, th, a, li"):
+                ink = luminance(text.value_of_css_property("color"))
+                self.assertGreaterEqual((max(ink, paper) + 0.05) / (min(ink, paper) + 0.05), 4.5)
+
+    def names(self):
+        return [cell.text for cell in self.browser.find_elements(By.CSS_SELECTOR, "#all tbody td:first-child")]
+
+    def test_table_is_sorted_by_a_click(self):
+        self.open("dark", 1300, 900)
+        self.assertEqual(self.names(), ["b.wav", "a.wav", "c.wav"])
+        headings = {th.text: th for th in self.browser.find_elements(By.CSS_SELECTOR, "#all th")}
+        for heading, expected in (
+            ("Recording", "abc"),
+            ("Recording", "cba"),
+            ("Length", "cab"),
+            ("Length", "bac"),
+            ("Recording", "abc"),
+        ):
+            headings[heading].find_element(By.TAG_NAME, "button").click()
+            self.assertEqual(self.names(), [f"{letter}.wav" for letter in expected], heading)
+        self.assertEqual(headings["Recording"].get_attribute("aria-sort"), "ascending")
+        self.assertIsNone(headings["Length"].get_attribute("aria-sort"))
+
+    def test_rows_lead_to_recordings(self):
+        self.open("dark", 1300, 900)
+        self.browser.find_element(By.LINK_TEXT, "c.wav").click()
+        article = self.browser.find_element(By.CSS_SELECTOR, "article:target h2")
+        self.assertEqual(article.text, "c.wav")
+
+    def test_failures_are_at_the_end(self):
+        self.open("dark", 1300, 900)
+        items = self.browser.find_elements(By.CSS_SELECTOR, "#failures li")
+        self.assertEqual([item.text.split(":")[0] for item in items], ["missing.wav"])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:], verbosity=1)
