@@ -185,7 +185,8 @@ TEST_F(Refusals, ConflictingOptions)
                   "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn upmix --help");
     expectRefusal({"upmx", "in.wav", "out.wav"}, 64,
                   "tarn: upmx: no such command; did you mean upmix? See tarn --help\n");
-    expectRefusal({"play", "in.wav"}, 64, "play: no such command; use upmix, film, info, picture or demo; see tarn --help");
+    expectRefusal({"play", "in.wav"}, 64,
+                  "play: no such command; use upmix, film, info, picture or demo; see tarn --help");
     expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
     expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
     expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");

@@ -79,7 +79,8 @@ TEST_P(PlaceColour, LeftCentreAndRightDifferForEveryReader)
 {
     constexpr double kDistance = 14.0;
     for (const Reader& reader : kReaders) {
-        for (float level = 0.7f; level <= 1.0f; level += 0.01f) {
+        for (int step = 70; step <= 100; ++step) {
+            const float level = static_cast<float>(step) / 100.0f;
             const Oklab left = seenBy(reader, colours.colourOf(kLeft, level));
             const Oklab centre = seenBy(reader, colours.colourOf(kCentre, level));
             const Oklab right = seenBy(reader, colours.colourOf(kRight, level));
@@ -133,14 +134,16 @@ TEST_P(PlaceColour, LightnessGoesOneWayWithTheLevelAndColoursAreInSrgb)
 {
     const bool isDark = GetParam() == Theme::Dark;
     std::vector<PlaceEnergies> places;
-    for (float centre = 0.0f; centre <= 1.0f; centre += 0.125f)
-        for (float right = 0.0f; right <= 1.0f; right += 0.0625f)
-            places.push_back(
-                {.left = (1.0f - centre) * (1.0f - right), .centre = centre, .right = (1 - centre) * right});
+    for (int i = 0; i < 9 * 17; ++i) {
+        const int row = i / 17;
+        const float centre = static_cast<float>(row) / 8.0f;
+        const float right = static_cast<float>(i % 17) / 16.0f;
+        places.push_back({.left = (1.0f - centre) * (1.0f - right), .centre = centre, .right = (1 - centre) * right});
+    }
     for (const PlaceEnergies& place : places) {
         double before = isDark ? -1.0 : 2.0;
-        for (float level = 0.0f; level <= 1.0f; level += 0.015625f) {
-            const Oklab colour = colours.colourOf(place, level);
+        for (int step = 0; step <= 64; ++step) {
+            const Oklab colour = colours.colourOf(place, static_cast<float>(step) / 64.0f);
             EXPECT_TRUE(isDark ? colour.lightness > before : colour.lightness < before);
             before = colour.lightness;
             const tarn::LinearRgb rgb = tarn::linearRgbOf(colour);

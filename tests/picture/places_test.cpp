@@ -41,11 +41,12 @@ TEST(Places, EnergyOfABinIsAroundItsRow)
     double sums[3] = {};
     double middle = 0.0;
     for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::size_t itsRow = i / 3;
         sums[i % 3] += static_cast<double>(values[i]);
-        middle += static_cast<double>(values[i]) * static_cast<double>(i / 3) / 0.75;
+        middle += static_cast<double>(values[i]) * static_cast<double>(itsRow) / 0.75;
         EXPECT_GE(values[i], 0.0f);
-        if (std::abs(static_cast<float>(i / 3) - row) > 1.5f) {
-            EXPECT_EQ(values[i], 0.0f) << i / 3;
+        if (std::abs(static_cast<float>(itsRow) - row) > 1.5f) {
+            EXPECT_EQ(values[i], 0.0f) << itsRow;
         }
     }
     EXPECT_NEAR(sums[0], 0.25, 1e-6); // weights of sum 1, in single precision
