@@ -98,7 +98,7 @@ man tarn-picture describes what the picture shows.
 
 inline constexpr const char* kReportHelp = R"(Usage: tarn report [OPTIONS] INPUT... -o PAGE.html
 
-Upmixes every INPUT and shows on one page: the picture, the levels of all outputs,
+Upmixes every INPUT and shows on one page: the picture, levels of all outputs,
 loudness before and after, and whether upmixing gains anything.
 
   -o, --output FILE  page to write; it needs no other file
