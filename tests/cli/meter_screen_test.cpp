@@ -9,6 +9,7 @@
 #include <cmath>
 #include <functional>
 #include <numbers>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -399,6 +400,16 @@ TEST_F(MeterInTerminal, ThePassedStreamIsUnchangedAndItsReaderEndsTheMeter)
           "head -c 80001 >out.raw");
     waitFor("status 141");
     EXPECT_EQ(state(), "screen 0 cursor 1\n");
+}
+
+TEST_F(MeterInTerminal, AFileThatEndsLeavesItsLengthAndLoudness)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(72000, 16));
+    start("\"$TARN\" meter --speed 10 in.wav");
+    waitFor("ended with 0");
+    EXPECT_TRUE(
+        std::regex_search(text(), std::regex("before\ntarn: in\\.wav: 0:01\\.500, -[0-9]+\\.[0-9] LUFS\nended")))
+        << text();
 }
 
 TEST_F(MeterInTerminal, TypedKeysAreNoStream)
