@@ -8,6 +8,7 @@
 #include "cli/json.h"
 #include "cli/meter_screen.h"
 #include "cli/metered_stream.h"
+#include "cli/playback.h"
 #include "cli/progress.h"
 #include "cli/raw_pcm.h"
 #include "cli/resampled_source.h"
@@ -16,13 +17,10 @@
 #include "stream/steering_mode_names.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <exception>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -38,12 +36,9 @@ namespace
 {
 
 using std::chrono::milliseconds;
-using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds kFrameTime(40); ///< 25 screens per second
-constexpr std::size_t kReadFrames = 4096;
-constexpr std::uint32_t kPartsPerSecond = 100; ///< of a file, which is read in real time
-constexpr double kStepDb = 1.0;                ///< of a key
+constexpr double kStepDb = 1.0;        ///< of a key
 
 bool writesAudio(const MeterOptions& options)
 {
@@ -93,94 +88,6 @@ std::unique_ptr<AudioSource> openSource(const MeterOptions& options)
         printNote(inputNameOf(options) + ": " + note);
     return source;
 }
-
-/// Waits until a point in time. Throws Interrupted.
-void waitUntil(Clock::time_point time)
-{
-    while (true) {
-        throwIfInterrupted();
-        const auto left = std::chrono::ceil<milliseconds>(time - Clock::now());
-        if (left.count() <= 0) return;
-        pollfd wait = {interruptDescriptor(), POLLIN, 0};
-        poll(&wait, 1, static_cast<int>(std::min(left, milliseconds(1000)).count()));
-    }
-}
-
-/// Sends a source to its meters, a file in real time.
-class Player
-{
-public:
-    Player(AudioSource& audioSource, MeteredStream& meteredStream, std::optional<double> fileSpeed)
-        : source(audioSource), stream(meteredStream), rate(source.format().sampleRate), speed(fileSpeed)
-    {}
-
-    /// Plays to the end. Calls afterSecond after every second of the source, and at its end inside a second.
-    void play(const std::function<void()>& afterSecond = [] {})
-    {
-        std::vector<std::int32_t> stereo(2 * kReadFrames);
-        const std::size_t part = speed ? std::clamp<std::size_t>(rate / kPartsPerSecond, 1, kReadFrames) : kReadFrames;
-        const Clock::time_point start = Clock::now();
-        while (true) {
-            throwIfInterrupted();
-            const std::uint64_t untilSecond = rate - frames % rate;
-            const std::size_t got = source.read(stereo.data(), std::min<std::uint64_t>(part, untilSecond));
-            if (got == 0) break;
-            stream.push(stereo.data(), got);
-            frames += got;
-            if (frames % rate == 0) afterSecond();
-            if (!speed) continue;
-            const std::chrono::duration<double> position(static_cast<double>(frames) / rate / *speed);
-            waitUntil(start + std::chrono::duration_cast<Clock::duration>(position));
-        }
-        stream.finish();
-        if (frames % rate != 0) afterSecond();
-    }
-
-private:
-    AudioSource& source;
-    MeteredStream& stream;
-    std::uint32_t rate;
-    std::optional<double> speed;
-    std::uint64_t frames = 0;
-};
-
-/// Runs a player on a thread of its own. The destructor stops it.
-class Playback
-{
-public:
-    explicit Playback(Player& player)
-        : thread([this, &player] {
-              try {
-                  player.play();
-              } catch (...) {
-                  problem = std::current_exception();
-              }
-              ended = true;
-          })
-    {}
-
-    ~Playback()
-    {
-        if (!ended) requestStop();
-        thread.join();
-    }
-
-    Playback(const Playback&) = delete;
-    Playback& operator=(const Playback&) = delete;
-
-    bool hasEnded() const noexcept { return ended; }
-
-    /// Rethrows what ended the player, if it did not reach the end.
-    void rethrowProblem() const
-    {
-        if (problem) std::rethrow_exception(problem);
-    }
-
-private:
-    std::atomic<bool> ended = false;
-    std::exception_ptr problem; ///< valid after the end
-    std::thread thread;
-};
 
 /// Whether a line can be written without waiting. A pipe that is ready has room for PIPE_BUF bytes, more than a line.
 bool isReady(int descriptor)

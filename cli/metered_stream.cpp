@@ -16,7 +16,7 @@ namespace tarn
 namespace
 {
 
-constexpr std::uint32_t kIntegrationsPerSecond = 10; ///< the gate works on blocks of 100 ms
+constexpr std::uint32_t kUpdatesPerSecond = 10; ///< of the loudness, as BS.1770 steps
 constexpr double kSilentLufs = -std::numeric_limits<double>::infinity();
 
 } // namespace
@@ -29,17 +29,16 @@ void MeteredStream::Loudness::write(const std::int32_t* samples, std::size_t fra
 {
     if (stream.isRestartWanted.exchange(false)) {
         meter = LoudnessMeter(stream.rate, stream.layout);
-        untilIntegrated = 0;
+        untilUpdate = 0;
         stream.integrated = kSilentLufs;
     }
     meter.push(samples, frames);
-    stream.momentary = meter.momentary();
-    // Its cost grows with the length of the stream.
-    if (frames >= untilIntegrated) {
+    if (frames >= untilUpdate) {
+        stream.momentary = meter.momentary();
         stream.integrated = meter.integrated();
-        untilIntegrated = stream.rate / kIntegrationsPerSecond;
+        untilUpdate = stream.rate / kUpdatesPerSecond;
     } else {
-        untilIntegrated -= frames;
+        untilUpdate -= frames;
     }
     if (sink != nullptr) sink->write(samples, frames);
 }

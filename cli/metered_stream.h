@@ -52,7 +52,7 @@ private:
         MeteredStream& stream;
         AudioSink* sink;
         LoudnessMeter meter;
-        std::uint64_t untilIntegrated = 0; ///< frames until the integrated loudness is computed again
+        std::uint64_t untilUpdate = 0; ///< frames until the loudness is computed again
     };
 
     const Layout& layout;
