@@ -24,7 +24,6 @@ namespace
 using tarn::ColourMode;
 using tarn::MeterValues;
 using tarn::Rgb;
-using tarn::ScreenStyle;
 
 /// Silent values of 3.0 at 48 kHz.
 MeterValues silentValues()

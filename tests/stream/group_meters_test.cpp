@@ -22,7 +22,6 @@ namespace
 {
 
 using zrk_tarn::kBandGroups;
-using zrk_tarn::OutputSlot;
 using zrk_tarn::SampleFormat;
 using zrk_tarn::StreamConfiguration;
 using zrk_tarn::StreamMeters;
@@ -154,9 +153,10 @@ TEST(GroupMeters, SineHasItsLevelInItsGroupInEveryGrouping)
     for (const std::uint32_t rateHz : {48000u, 64000u, 96000u, 192000u}) {
         const std::vector<int> bands = bandsPerGroup(rateHz);
         double first = 0.0;
-        for (std::size_t group = 0; group < kBandGroups; first += bands[group++]) {
+        for (std::size_t group = 0; group < kBandGroups; ++group) {
             SCOPED_TRACE(testing::Message() << rateHz << " Hz, group " << group);
             const double turns = (first + 0.5 * bands[group]) / 128.0; // per frame
+            first += bands[group];
             const StreamMeters meters = metersAfter(
                 stereoOf(rateHz + rateHz / 2,
                          [&](std::size_t i, std::size_t side) {
@@ -259,7 +259,7 @@ TEST(GroupMeters, AreUpdatedEveryEightBlocksAndClearedByReset)
 // Peak and rms by their definition, from the samples that the stream returns.
 TEST(OutputMeters, ShowSurroundsDialogueAndLfeToo)
 {
-    using enum OutputSlot::Source;
+    using enum zrk_tarn::OutputSlot::Source;
     StreamConfiguration configuration{.outputSlots = 8, .limiter = true};
     configuration.outputs = {
         {{Engine, 0}, {Engine, 2}, {Lfe, 0}, {Surround, 0}, {Surround, 3}, {Dialogue, 1}, {Input, 0}, {}}};
