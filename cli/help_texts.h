@@ -17,12 +17,10 @@ Commands (tarn COMMAND --help says more):
   info INPUT...       describe files and rate whether upmixing gains anything
   picture INPUT PNG   draw where an upmix plays which frequency
   report INPUT...     show pictures, levels and loudness on an HTML page
+  meter INPUT         show where the sound of a file or stream plays
   demo [OUTPUT]       upmix a built-in scene and print measurements
 
-Examples:
-  tarn demo
-  tarn upmix song.flac song-3.0.wav
-  tarn info album/*.flac
+Example: tarn upmix song.flac song-3.0.wav
 
 Exit codes:
    0  done                             66  INPUT cannot be opened or read
@@ -113,6 +111,29 @@ loudness before and after, and whether upmixing gains anything.
 
   tarn report -j 2 album/*.flac -o album.html
 man tarn-report describes the page.
+)";
+
+inline constexpr const char* kMeterHelp = R"(Usage: tarn meter [OPTIONS] INPUT
+       ... | tarn meter --raw RATE:BITS [--pass | --upmix] [OPTIONS] | ...
+
+Shows, while INPUT or a raw stream runs, where the sound of 16 frequency groups
+plays, the level of every output, and the loudness. INPUT makes no sound.
+Without a terminal, it prints a line for every second.
+
+  --raw RATE:BITS  standard input is raw stereo PCM
+  --pass           write the raw stream to standard output as it is
+  --upmix          write its upmix instead, as the keys set it
+  --speed X        of INPUT, 0.1 to 1000; default: 1
+  --layout NAME    2.0, 3.0 (default), 5.1 or 7.1
+  --mode NAME      fast (default) or calm
+  --preset NAME, --centre DB, --width W, --surrounds DB, --bass WHERE,
+  --gain DB, --lfe DB, --limiter, --no-limiter   as in tarn upmix
+  --json           print lines of JSON
+
+Keys: q quit, b upmix on or off, m mode, up and down gain, left and right
+centre, r reset.
+
+  arecord -f dat -t raw | tarn meter --raw 48000:16 --pass | aplay -f dat -t raw
 )";
 
 inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]

@@ -3,6 +3,7 @@
 #include "cli/usage_failure.h"
 
 #include "cli/similar_name.h"
+#include "cli/text.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -52,12 +53,20 @@ Failure unknownOption(const CLI::App& command, const std::string& typed, const s
     return {EX_USAGE, typed + ": no such option; did you mean --" + similar + "? See " + help};
 }
 
+/// The commands; tarn film is a program of its own.
+std::vector<std::string> commandNames(const CLI::App& app)
+{
+    std::vector<std::string> names{"film"};
+    for (const CLI::App* const command : app.get_subcommands({})) names.push_back(command->get_name());
+    return names;
+}
+
 Failure unknownName(const CLI::App& app, const std::string& typed, const std::string& help)
 {
     if (!app.get_subcommands().empty() || app.get_subcommands({}).empty())
         return failure(typed + ": one name too many", help);
-    const std::string similar = similarName(typed, {"upmix", "film", "info", "demo"});
-    if (similar.empty()) return failure(typed + ": no such command; use upmix, film, info, picture or demo", help);
+    const std::string similar = similarName(typed, commandNames(app));
+    if (similar.empty()) return failure(typed + ": no such command; use " + commandList(app), help);
     return {EX_USAGE, typed + ": no such command; did you mean " + similar + "? See " + help};
 }
 
@@ -82,6 +91,11 @@ bool isNumber(const std::string& text)
 }
 
 } // namespace
+
+std::string commandList(const CLI::App& app)
+{
+    return listOf(commandNames(app));
+}
 
 Failure usageFailure(const CLI::App& app, const CLI::ParseError& error, const std::string& help)
 {

@@ -11,6 +11,9 @@
 namespace tarn
 {
 
+/// The commands for messages: "film, upmix, ... or demo".
+std::string commandList(const CLI::App& app);
+
 /// The failure for an error of the option parser.
 ///
 /// app   that parsed the arguments
