@@ -56,7 +56,7 @@ void PictureAnalysis::push(const std::int32_t* samples, std::size_t frames)
 
 void PictureAnalysis::finish()
 {
-    spectra.appendSilence();
+    spectra.appendMirrored();
     analyseWhatIsThere();
 }
 

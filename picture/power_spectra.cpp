@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "picture/power_spectra.h"
 
+#include <algorithm>
 #include <cmath>
 #include <new>
 #include <numbers>
@@ -41,9 +42,25 @@ PowerSpectra::PowerSpectra(std::size_t channels, std::uint32_t sampleRate)
     }
 }
 
-void PowerSpectra::appendSilence()
+void PowerSpectra::appendMirrored()
 {
-    for (std::vector<float>& samples : waiting) samples.resize(samples.size() + 2 * size);
+    mirrorBegin();
+    for (std::vector<float>& samples : waiting) {
+        const std::size_t end = samples.size();
+        samples.resize(end + 2 * size);
+        for (std::size_t i = 0; i < std::min(end, 2 * size); ++i) samples[end + i] = samples[end - 1 - i];
+    }
+}
+
+/// Sets the samples before the first frame, as far as there are samples behind it.
+void PowerSpectra::mirrorBegin()
+{
+    if (hasBegin) return;
+    hasBegin = true;
+    const std::size_t first = size / 2;
+    for (std::vector<float>& samples : waiting)
+        for (std::size_t i = 0; i < std::min(first, samples.size() - first); ++i)
+            samples[first - 1 - i] = samples[first + i];
 }
 
 bool PowerSpectra::hasWindowAround(std::uint64_t frame) const noexcept
@@ -53,6 +70,7 @@ bool PowerSpectra::hasWindowAround(std::uint64_t frame) const noexcept
 
 void PowerSpectra::transform(std::uint64_t frame)
 {
+    mirrorBegin();
     const auto first = static_cast<std::size_t>(frame - firstWaiting);
     for (std::size_t channel = 0; channel < waiting.size(); ++channel) {
         const float* const samples = waiting[channel].data() + first;
@@ -67,6 +85,7 @@ void PowerSpectra::transform(std::uint64_t frame)
 void PowerSpectra::forgetBefore(std::uint64_t frame)
 {
     const auto count = static_cast<std::ptrdiff_t>(frame - firstWaiting);
+    if (count > 0) mirrorBegin();
     for (std::vector<float>& samples : waiting) samples.erase(samples.begin(), samples.begin() + count);
     firstWaiting = frame;
 }

@@ -27,8 +27,9 @@ public:
     /// Appends a sample of a channel, full scale 1. All channels get the same number of samples.
     void append(std::size_t channel, float sample) { waiting[channel].push_back(sample); }
 
-    /// Appends silence for the windows of the last frames.
-    void appendSilence();
+    /// Mirrors the last samples, for the windows of the last frames: a cut would sound like a click. The first samples
+    /// are mirrored, too.
+    void appendMirrored();
 
     /// Whether all samples of the window around a frame are there.
     bool hasWindowAround(std::uint64_t frame) const noexcept;
@@ -43,12 +44,15 @@ public:
     void forgetBefore(std::uint64_t frame);
 
 private:
+    void mirrorBegin();
+
     struct Closer
     {
         void operator()(kiss_fftr_cfg opened) const noexcept { kiss_fftr_free(opened); }
     };
 
-    std::size_t size; ///< points of a window
+    std::size_t size;      ///< points of a window
+    bool hasBegin = false; ///< the samples before the first frame are set
     std::unique_ptr<kiss_fftr_state, Closer> transformer;
     std::vector<float> window;
     std::vector<float> windowed;

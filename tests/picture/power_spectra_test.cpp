@@ -26,6 +26,21 @@ TEST(PowerSpectra, SineAtFullScaleHasThePowerOne)
     for (std::size_t bin = 0; bin < spectra.bins(); ++bin) EXPECT_EQ(spectra.power(1)[bin], 0.0f);
 }
 
+TEST(PowerSpectra, CutsAtBothEndsAreNoClicks)
+{
+    // A constant is also one in the windows at its ends.
+    for (const int frames : {3000, 20000}) {
+        tarn::PowerSpectra spectra(1, 48000);
+        for (int i = 0; i < frames; ++i) spectra.append(0, 0.5f);
+        spectra.appendMirrored();
+        for (const int frame : {0, 128, 2900, frames - 1}) {
+            spectra.transform(static_cast<std::uint64_t>(frame));
+            EXPECT_NEAR(spectra.power(0)[0], 1.0f, 1e-4f) << frame; // twice the amplitude of a sine wave's bin
+            EXPECT_LT(spectra.power(0)[10], 1e-8f) << frame;
+        }
+    }
+}
+
 TEST(PowerSpectra, WindowsAreAsLongInTimeAtHighRates)
 {
     EXPECT_EQ(tarn::PowerSpectra(1, 32000).points(), 4096u);
