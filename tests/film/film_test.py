@@ -358,6 +358,13 @@ class Copies(FilmTest):
         ffmpeg("-i", film, "-c", "copy", *files, self.path("film.mkv"))
         return covers
 
+    def test_mp4_shows_titles_as_names_of_handlers(self):
+        make_film(self.path("plain.mkv"), "ac3")
+        ffmpeg("-i", self.path("plain.mkv"), "-c", "copy", "-metadata:s:a", "title=Director", self.path("film.mkv"))
+        target = self.upmixed(self.path("film.mkv"), "out.mp4")
+        names = [stream["tags"]["handler_name"] for stream in streams_of(target, "audio")]
+        self.assertEqual(names, ["5.1 (Tarn)", "Director"])
+
     def test_covers_stay_covers(self):
         covers = self.make_covers()
         names = {"film.mkv": ["front.png", "back.jpg"]}
@@ -584,13 +591,14 @@ class Trouble(FilmTest):
         out = self.path("out.mkv")
         self.assert_refusal(66, "missing.mkv: No such file or directory", self.path("missing.mkv"), out)
         self.assert_refusal(65, "text.mkv: is not a film or a recording that can be read", self.path("text.mkv"), out)
+        self.assert_refusal(64, "-: films are not read from a pipe; name a file", "-", out)
         message = "films are not written with this extension; end the name in .mkv, .mp4, .mka, .m4a or .flac"
         for name in ("out.xyz", "out.ogg", "out.avi"):
             self.assert_refusal(64, message, film, self.path(name))
         self.assert_refusal(64, "cannot hold pcm", "--codec", "pcm", film, self.path("out.mp4"))
         self.assert_refusal(
             64,
-            "--bitrate 5000: ac3 with 6 channels at 48000 Hz has no such rate",
+            "--bitrate 5000: ac3 with 6 channels at 48000 Hz has no such rate; the default is 448",
             "--codec",
             "ac3",
             "--bitrate",
