@@ -18,6 +18,9 @@ constexpr std::int64_t kRestart = AV_TIME_BASE;
 /// limit.
 constexpr std::int64_t kJump = 10 * std::int64_t{AV_TIME_BASE};
 
+/// Ticks of AV_TIME_BASE. FFmpeg's macro AV_TIME_BASE_Q is C, not C++.
+constexpr AVRational kTimeBase{1, AV_TIME_BASE};
+
 void move(std::int64_t& time, std::int64_t ticks)
 {
     if (time != AV_NOPTS_VALUE) time += ticks;
@@ -58,15 +61,15 @@ void JoinedTime::shift(AVPacket& packet, const AVStream& stream)
     Track& track = tracks[index];
     const std::int64_t stamp = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
     if (stamp != AV_NOPTS_VALUE) {
-        const std::int64_t time = av_rescale_q(stamp, stream.time_base, AV_TIME_BASE_Q);
+        const std::int64_t time = av_rescale_q(stamp, stream.time_base, kTimeBase);
         const AVMediaType type = stream.codecpar->codec_type;
         const bool isClocked = type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
         track.part = track.end ? partAt(time, track, isClocked) : offsets.size() - 1;
-        const std::int64_t duration = av_rescale_q(packet.duration, stream.time_base, AV_TIME_BASE_Q);
+        const std::int64_t duration = av_rescale_q(packet.duration, stream.time_base, kTimeBase);
         const std::int64_t end = time + duration + offsets[track.part];
         track.end = std::max(track.end.value_or(end), end);
     }
-    const std::int64_t ticks = av_rescale_q(offsets[track.part], AV_TIME_BASE_Q, stream.time_base);
+    const std::int64_t ticks = av_rescale_q(offsets[track.part], kTimeBase, stream.time_base);
     move(packet.dts, ticks);
     move(packet.pts, ticks);
 }
