@@ -47,8 +47,8 @@ std::size_t JoinedTime::partAt(std::int64_t time, const Track& track, bool canBe
     for (std::size_t part = track.part; part < offsets.size(); ++part)
         if (isIn(part)) return part;
     // After a damaged time stamp, the clock continues where it was.
-    for (std::size_t part = track.part; part-- > 0;)
-        if (isIn(part)) return part;
+    for (std::size_t part = track.part; part > 0; --part)
+        if (isIn(part - 1)) return part - 1;
     if (!canBegin) return track.part;
     offsets.push_back(latest - time);
     return offsets.size() - 1;
