@@ -108,6 +108,10 @@ tarn_meters metersOf(const tarn_stream& stream)
     meters.limiter_gain = from.limiterGain;
     meters.smallest_limiter_gain = from.smallestLimiterGain;
     meters.limited_blocks = from.limitedBlocks;
+    std::copy(std::begin(from.groupLevel), std::end(from.groupLevel), meters.group_level);
+    std::copy(std::begin(from.groupPlace), std::end(from.groupPlace), meters.group_place);
+    std::copy(std::begin(from.groupCentre), std::end(from.groupCentre), meters.group_centre);
+    std::copy(std::begin(from.groupUpperHz), std::end(from.groupUpperHz), meters.group_upper_hz);
     return meters;
 }
 

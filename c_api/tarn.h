@@ -147,6 +147,14 @@ typedef struct tarn_meters
     float limiter_gain;                 /**< smallest gain of the limiter in the last block; 1: it does nothing */
     float smallest_limiter_gain;        /**< smallest gain of the limiter in all blocks */
     uint64_t limited_blocks;            /**< blocks in which the gain of the limiter was below 1 */
+    /** Per band group: root of the sum of the mean squares in the three outputs of the engine, over about 300 ms,
+     * before gains, width, bass mode, limiter, matrix and bypass. All members for groups are updated every 8 blocks. */
+    float group_level[TARN_BAND_GROUPS];
+    /** Per band group: share of front left in these squares, minus that of front right, -1 to 1. Near 0 the sound is in
+     * the centre or wide; group_centre says which. */
+    float group_place[TARN_BAND_GROUPS];
+    float group_centre[TARN_BAND_GROUPS];   /**< per band group: share of the centre in these squares, 0 to 1 */
+    float group_upper_hz[TARN_BAND_GROUPS]; /**< upper edge; the lower edge is that of the group before, or 0 */
 } tarn_meters;
 
 /** A stream. */

@@ -15,6 +15,7 @@ Commands (tarn COMMAND --help says more):
   upmix INPUT OUTPUT  upmix a file, many files, folders or a stream
   film INPUT OUTPUT   add an upmixed track to a film; needs tarn-film
   info INPUT...       describe files and rate whether upmixing gains anything
+  meter INPUT         show where the sound of a file or stream plays
   demo [OUTPUT]       upmix a built-in scene and print measurements
 
 Examples:
@@ -71,6 +72,29 @@ upmixing gains anything.
 
   tarn info -j 2 album/*.flac
 man tarn-info describes the verdicts, the figures and the JSON.
+)";
+
+inline constexpr const char* kMeterHelp = R"(Usage: tarn meter [OPTIONS] INPUT
+       ... | tarn meter --raw RATE:BITS [--pass | --upmix] [OPTIONS] | ...
+
+Shows, while INPUT or a raw stream runs, where the sound of 16 frequency groups
+plays, the level of every output, and the loudness. INPUT makes no sound.
+Without a terminal, it prints a line for every second.
+
+  --raw RATE:BITS  standard input is raw stereo PCM
+  --pass           write the raw stream to standard output as it is
+  --upmix          write its upmix instead, as the keys set it
+  --speed X        of INPUT, 0.1 to 1000; default: 1
+  --layout NAME    2.0, 3.0 (default), 5.1 or 7.1
+  --mode NAME      fast (default) or calm
+  --preset NAME, --centre DB, --width W, --surrounds DB, --bass WHERE,
+  --gain DB, --lfe DB, --limiter, --no-limiter   as in tarn upmix
+  --json           print lines of JSON
+
+Keys: q quit, b upmix on or off, m mode, up and down gain, left and right
+centre, r reset.
+
+  arecord -f dat -t raw | tarn meter --raw 48000:16 --pass | aplay -f dat -t raw
 )";
 
 inline constexpr const char* kDemoHelp = R"(Usage: tarn demo [OPTIONS] [OUTPUT]

@@ -37,6 +37,17 @@ extern "C" void recordSignal(int signalNumber)
     errno = savedErrno;
 }
 
+/// Makes the handler record a signal, unless the parent ignores it.
+void record(int signalNumber)
+{
+    struct sigaction action = {};
+    sigaction(signalNumber, nullptr, &action);
+    if (action.sa_handler == SIG_IGN) return;
+    action = {};
+    action.sa_handler = recordSignal;
+    sigaction(signalNumber, &action, nullptr);
+}
+
 } // namespace
 
 void catchInterrupts()
@@ -46,15 +57,22 @@ void catchInterrupts()
     if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0)
         throw Failure(EX_SOFTWARE, "cannot create a pipe: " + systemError(errno));
 
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        struct sigaction action = {};
-        sigaction(signalNumber, nullptr, &action);
-        if (action.sa_handler == SIG_IGN) continue;
-        action = {};
-        action.sa_handler = recordSignal;
-        sigaction(signalNumber, &action, nullptr);
-    }
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) record(signalNumber);
     std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void catchBrokenPipe()
+{
+    record(SIGPIPE);
+}
+
+void requestStop() noexcept
+{
+    // A signal that has arrived stays: the process ends by it.
+    int none = 0;
+    arrived.compare_exchange_strong(none, kStopRequested);
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t written = write(wakePipe[1], &byte, 1);
 }
 
 int arrivedSignal() noexcept

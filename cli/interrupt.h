@@ -11,13 +11,23 @@ struct Interrupted
     int signalNumber;
 };
 
+/// The number in Interrupted after requestStop.
+inline constexpr int kStopRequested = -1;
+
 /// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the work cleanly, and makes a file-size limit a write error.
 ///
 /// Signals that the parent ignores, as nohup does, stay ignored. A forked process calls this again, so that its signals
 /// do not wake its parent.
 void catchInterrupts();
 
-/// The signal that arrived, or 0.
+/// Makes a write to a pipe whose reader has ended stop the work as those signals do, instead of ending the process at
+/// once. If the parent ignores SIGPIPE, such a write fails only.
+void catchBrokenPipe();
+
+/// Stops the work of all threads as a signal does.
+void requestStop() noexcept;
+
+/// The signal that arrived, kStopRequested, or 0.
 int arrivedSignal() noexcept;
 
 /// A descriptor that becomes readable when a signal arrives.

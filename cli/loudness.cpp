@@ -67,6 +67,13 @@ void LoudnessMeter::push(const std::int32_t* samples, std::size_t frames, int he
     if (ebur128_add_frames_double(state.get(), fullScale.data(), frames) != EBUR128_SUCCESS) throw std::bad_alloc();
 }
 
+double LoudnessMeter::momentary() const
+{
+    double lufs = -std::numeric_limits<double>::infinity();
+    ebur128_loudness_momentary(state.get(), &lufs);
+    return lufs;
+}
+
 double LoudnessMeter::integrated() const
 {
     double lufs = -std::numeric_limits<double>::infinity();

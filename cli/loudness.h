@@ -15,7 +15,7 @@
 namespace tarn
 {
 
-/// Measures integrated loudness by ITU-R BS.1770, with gating.
+/// Measures integrated loudness by ITU-R BS.1770, with gating, and momentary loudness.
 class LoudnessMeter
 {
 public:
@@ -30,6 +30,9 @@ public:
     ///
     /// headroomBits  of the samples
     void push(const std::int32_t* samples, std::size_t frames, int headroomBits = 0);
+
+    /// Loudness of the last 400 ms, LUFS; minus infinity for silence.
+    double momentary() const;
 
     /// LUFS; minus infinity if nothing is above the absolute gate of -70 LUFS.
     double integrated() const;

@@ -8,6 +8,7 @@
 #include "cli/help_texts.h"
 #include "cli/info_command.h"
 #include "cli/interrupt.h"
+#include "cli/meter_arguments.h"
 #include "cli/option_checks.h"
 #include "cli/program.h"
 #include "cli/room_options.h"
@@ -77,10 +78,12 @@ int run(int argc, char** argv)
     tarn::setHelp(app, tarn::kHelp, "");
     tarn::UpmixArguments upmixArguments;
     tarn::InfoOptions infoOptions;
+    tarn::MeterOptions meterOptions;
     tarn::DemoOptions demoOptions;
     demoOptions.program = argv[0];
     CLI::App* const upmix = tarn::addUpmix(app, upmixArguments);
     const CLI::App* const info = addInfo(app, infoOptions);
+    const CLI::App* const meter = tarn::addMeter(app, meterOptions);
     const CLI::App* const demo = addDemo(app, demoOptions);
 
     try {
@@ -93,11 +96,12 @@ int run(int argc, char** argv)
 
     if (app.get_subcommands().empty())
         throw tarn::Failure(EX_USAGE,
-                            "no command; use upmix, film, info or demo; see " + tarn::commandName() + " --help");
+                            "no command; use upmix, film, info, meter or demo; see " + tarn::commandName() + " --help");
     tarn::refuseStrayNumbers(*app.get_subcommands().front(), helpLineOf(app));
     tarn::catchInterrupts();
     if (info->parsed()) return tarn::runInfo(infoOptions);
     if (upmix->parsed()) return tarn::runUpmix(upmixArguments, *upmix);
+    if (meter->parsed()) return tarn::runMeter(meterOptions);
     for (const char* const option : {"--layout", "--preset", "--force"})
         if (demoOptions.output.empty() && demo->count(option) > 0)
             throw tarn::Failure(EX_USAGE, std::string(option) +

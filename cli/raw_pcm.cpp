@@ -49,6 +49,7 @@ std::size_t RawSource::read(std::int32_t* stereo, std::size_t capacity)
         if (got > 0) {
             partial += static_cast<std::size_t>(got);
             if (position == 0) refuseFileFormats();
+            if (receiver) receiver(&bytes[partial - static_cast<std::size_t>(got)], static_cast<std::size_t>(got));
         } else if (!isTransient(errno)) {
             throw Failure(EX_IOERR, "standard input: reading failed: " + systemError(errno));
         }
@@ -91,11 +92,33 @@ std::optional<Loss> RawSource::loss() const
                 .advice = "check that --raw has the rate and the width of the stream, and that it is stereo"};
 }
 
-RawSink::RawSink(std::size_t slotsPerFrame, StreamFormat streamFormat) : slots(slotsPerFrame), format(streamFormat)
+void refuseTerminalForAudio()
 {
     if (isatty(STDOUT_FILENO) != 0)
         throw Failure(EX_USAGE, "standard output: is a terminal, which cannot show raw PCM; pipe it into a program, "
                                 "or name a file");
+}
+
+RawSink::RawSink(std::size_t slotsPerFrame, StreamFormat streamFormat) : slots(slotsPerFrame), format(streamFormat)
+{
+    refuseTerminalForAudio();
+}
+
+void writeToStandardOutput(const std::uint8_t* bytes, std::size_t count)
+{
+    while (count > 0) {
+        waitUntilReady(STDOUT_FILENO, POLLOUT);
+        // A pipe that is ready accepts PIPE_BUF bytes without blocking.
+        const ssize_t written = ::write(STDOUT_FILENO, bytes, std::min<std::size_t>(count, PIPE_BUF));
+        if (written >= 0) {
+            bytes += written;
+            count -= static_cast<std::size_t>(written);
+        } else if (const int error = errno; !isTransient(error)) {
+            throwIfInterrupted();
+            throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(error) +
+                                        "; check the program or the disk that receives it");
+        }
+    }
 }
 
 void RawSink::write(const std::int32_t* samples, std::size_t frames)
@@ -105,19 +128,7 @@ void RawSink::write(const std::int32_t* samples, std::size_t frames)
     for (std::size_t i = 0; i < frames * slots; ++i)
         storePcm(&bytes[i * sampleBytes], samples[i] >> (32 - format.bits), sampleBytes);
 
-    const std::uint8_t* next = bytes.data();
-    for (std::size_t left = bytes.size(); left > 0;) {
-        waitUntilReady(STDOUT_FILENO, POLLOUT);
-        // A pipe that is ready accepts PIPE_BUF bytes without blocking.
-        const ssize_t written = ::write(STDOUT_FILENO, next, std::min<std::size_t>(left, PIPE_BUF));
-        if (written >= 0) {
-            next += written;
-            left -= static_cast<std::size_t>(written);
-        } else if (!isTransient(errno)) {
-            throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(errno) +
-                                        "; check the program or the disk that receives it");
-        }
-    }
+    writeToStandardOutput(bytes.data(), bytes.size());
 }
 
 } // namespace tarn

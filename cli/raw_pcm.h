@@ -5,7 +5,11 @@
 #include "cli/audio_sink.h"
 #include "cli/audio_source.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarn
@@ -15,7 +19,13 @@ namespace tarn
 class RawSource final : public AudioSource
 {
 public:
-    explicit RawSource(StreamFormat format) noexcept : streamFormat(format) {}
+    /// Gets all bytes of the stream as they arrive, those of an incomplete last frame too.
+    using Receiver = std::function<void(const std::uint8_t* bytes, std::size_t count)>;
+
+    /// receiver  can be empty
+    explicit RawSource(StreamFormat format, Receiver bytesReceiver = {})
+        : streamFormat(format), receiver(std::move(bytesReceiver))
+    {}
 
     StreamFormat format() const noexcept override { return streamFormat; }
     std::optional<std::uint64_t> expectedFrames() const noexcept override { return std::nullopt; }
@@ -33,10 +43,17 @@ private:
     void refuseFileFormats() const;
 
     StreamFormat streamFormat;
+    Receiver receiver;
     std::vector<std::uint8_t> bytes; ///< input buffer
     std::size_t partial = 0;         ///< buffered bytes of an incomplete frame
     std::uint64_t position = 0;
 };
+
+/// Throws Failure (EX_USAGE) if standard output is a terminal.
+void refuseTerminalForAudio();
+
+/// Writes all bytes. Throws Failure (EX_IOERR) and Interrupted.
+void writeToStandardOutput(const std::uint8_t* bytes, std::size_t count);
 
 /// Writes interleaved signed little-endian PCM without a header to standard output.
 class RawSink final : public AudioSink

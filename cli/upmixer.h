@@ -53,6 +53,9 @@ public:
     /// Clipped samples and the work of the limiter, counted in whole blocks of 64 frames.
     zrk_tarn::StreamMeters meters() const noexcept { return stream.meters(); }
 
+    /// The stream, to change its settings from any thread while others push.
+    zrk_tarn::UpmixStream& live() noexcept { return stream; }
+
 private:
     void deliver(std::size_t frames);
 

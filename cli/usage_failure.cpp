@@ -56,8 +56,8 @@ Failure unknownName(const CLI::App& app, const std::string& typed, const std::st
 {
     if (!app.get_subcommands().empty() || app.get_subcommands({}).empty())
         return failure(typed + ": one name too many", help);
-    const std::string similar = similarName(typed, {"upmix", "film", "info", "demo"});
-    if (similar.empty()) return failure(typed + ": no such command; use upmix, film, info or demo", help);
+    const std::string similar = similarName(typed, {"upmix", "film", "info", "meter", "demo"});
+    if (similar.empty()) return failure(typed + ": no such command; use upmix, film, info, meter or demo", help);
     return {EX_USAGE, typed + ": no such command; did you mean " + similar + "? See " + help};
 }
 

@@ -8,7 +8,7 @@ _tarn() {
     done
 
     case $command in
-    '') words='upmix info demo film --help --help-all --version' ;;
+    '') words='upmix info meter demo film --help --help-all --version' ;;
     upmix)
         case $before in
         --layout) words='2.0 3.0 5.1 7.1 7.1-remap' ;;
@@ -32,6 +32,20 @@ _tarn() {
         case $before in
         --jobs | -j) return ;;
         *) [[ $word != -* ]] || words='--help --help-all --recursive --verbose --jobs --json --quiet' ;;
+        esac
+        ;;
+    meter)
+        case $before in
+        --layout) words='2.0 3.0 5.1 7.1' ;;
+        --mode) words='fast calm' ;;
+        --preset) words='film music voice plain' ;;
+        --surrounds | --lfe) words='off' ;;
+        --bass) words='steered fronts' ;;
+        --raw | --speed | --gain | --centre | --width) return ;;
+        *)
+            [[ $word != -* ]] || words='--help --help-all --raw --pass --upmix --speed --layout --mode --preset --centre
+                                        --width --surrounds --bass --gain --lfe --limiter --no-limiter --json'
+            ;;
         esac
         ;;
     demo)

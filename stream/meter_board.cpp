@@ -3,6 +3,7 @@
 #include "stream/meter_board.h"
 
 #include "dispatch/instruction_sets.h"
+#include "stream/meter_times.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,15 +17,12 @@ namespace
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
-constexpr double kPeakFallDb = 20.0;     ///< within kPeakFallSeconds
-constexpr double kPeakFallSeconds = 1.7; ///< IEC 60268-10, type I
-constexpr double kRmsSeconds = 0.3;
 constexpr float kTrace = 1e-30f; ///< levels below it become 0, because subnormal numbers are slow
 
 } // namespace
 
-MeterBoard::MeterBoard(std::uint32_t sampleRateHz, std::uint32_t bits) noexcept
-    : fullScale(static_cast<double>(std::uint32_t{1} << (bits - 1)))
+MeterBoard::MeterBoard(const ZRKTarn& engine, std::uint32_t sampleRateHz, std::uint32_t bits) noexcept
+    : fullScale(static_cast<double>(std::uint32_t{1} << (bits - 1))), groups(engine, sampleRateHz)
 {
     const double blockSeconds = static_cast<double>(kBlockFrames) / sampleRateHz;
     peakDecay = static_cast<float>(std::pow(10.0, -kPeakFallDb / 20.0 * blockSeconds / kPeakFallSeconds));
@@ -56,6 +54,7 @@ void MeterBoard::addBlock(const ZRKTarn& engine, float gainOfLimiter, const Samp
         frontBack[g].store(engine.fbSlower[g], kRelaxed);
         speed[g].store(static_cast<SteeringSpeed>(speeds[g]), kRelaxed);
     }
+    groups.addBlock(engine);
     limiterGain.store(gainOfLimiter, kRelaxed);
     smallestLimiterGain.store(std::min(smallestLimiterGain.load(kRelaxed), gainOfLimiter), kRelaxed);
     if (gainOfLimiter < 1.0f) limitedBlocks.store(limitedBlocks.load(kRelaxed) + 1, kRelaxed);
@@ -66,6 +65,7 @@ void MeterBoard::addBlock(const ZRKTarn& engine, float gainOfLimiter, const Samp
 
 void MeterBoard::clear() noexcept
 {
+    groups.clear();
     for (std::size_t slot = 0; slot < kMaxSlots; ++slot) {
         peak[slot].store(0.0f, kRelaxed);
         meanSquare[slot].store(0.0f, kRelaxed);
@@ -96,6 +96,7 @@ StreamMeters MeterBoard::read() const noexcept
         meters.frontBack[g] = frontBack[g].load(kRelaxed);
         meters.speed[g] = speed[g].load(kRelaxed);
     }
+    groups.read(meters);
     meters.limiterGain = limiterGain.load(kRelaxed);
     meters.smallestLimiterGain = smallestLimiterGain.load(kRelaxed);
     meters.limitedBlocks = limitedBlocks.load(kRelaxed);

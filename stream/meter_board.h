@@ -4,6 +4,7 @@
 
 #include "engine/zrk_tarn.h"
 #include "stream/block.h"
+#include "stream/group_meters.h"
 #include "stream/sample_rows.h"
 #include "stream/stream_types.h"
 
@@ -14,20 +15,21 @@
 namespace zrk_tarn
 {
 
-/// Levels, steering and counters of a stream. The stream's thread writes them after every block, any thread reads them,
-/// both without locks.
+/// Levels, steering, band groups and counters of a stream. The stream's thread writes them after every block, any
+/// thread reads them, both without locks.
 class MeterBoard
 {
 public:
-    MeterBoard(std::uint32_t sampleRateHz, std::uint32_t bits) noexcept;
+    /// engine  of the stream, for its band groups
+    MeterBoard(const ZRKTarn& engine, std::uint32_t sampleRateHz, std::uint32_t bits) noexcept;
 
     /// Updates the levels of an output slot from its block.
     void addLevel(std::size_t slot, const Row& row) noexcept;
 
-    /// Updates steering, limiter and counters after a block of the engine.
+    /// Updates steering, band groups, limiter and counters after a block of the engine.
     void addBlock(const ZRKTarn& engine, float limiterGain, const SampleFaults& faults) noexcept;
 
-    /// Sets everything to zero.
+    /// Sets all values to those of a new stream.
     void clear() noexcept;
 
     StreamMeters read() const noexcept;
@@ -36,6 +38,8 @@ private:
     double fullScale;
     float peakDecay; ///< factor per block
     float rmsDecay;  ///< factor of the mean square per block
+
+    GroupMeters groups;
 
     std::atomic<float> peak[kMaxSlots]{};
     std::atomic<float> meanSquare[kMaxSlots]{};

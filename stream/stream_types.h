@@ -142,6 +142,14 @@ struct StreamMeters
     float limiterGain;                ///< smallest gain of the limiter in the last block; 1: it does nothing
     float smallestLimiterGain;        ///< smallest gain of the limiter in all blocks
     std::uint64_t limitedBlocks;      ///< blocks in which the gain of the limiter was below 1
+
+    // The band groups in the three outputs of the engine, before gains, width, bass mode, limiter, matrix and bypass.
+    // Updated every 8 blocks. The outputs say what the steering does not: the lowest groups are wide, and front left
+    // and front right can be equal because a sound is wide. groupCentre tells such a sound from one in the centre.
+    float groupLevel[kBandGroups];   ///< root of the sum of the mean squares in the three outputs, over about 300 ms
+    float groupPlace[kBandGroups];   ///< share of front left in these squares, minus that of front right: -1 to 1
+    float groupCentre[kBandGroups];  ///< share of the centre in these squares: 0 to 1
+    float groupUpperHz[kBandGroups]; ///< upper edge; the lower edge is that of the group before, or 0
 };
 
 } // namespace zrk_tarn

@@ -48,7 +48,7 @@ public:
           upmixer(configuration, samples.bits),
           appliedMode(configuration.mode),
           outputStage(configuration, samples.bits),
-          meters(configuration.sampleRateHz, samples.bits)
+          meters(upmixer.engine(), configuration.sampleRateHz, samples.bits)
     {}
 
     /// Reads frames from input rows and writes as many to output rows. Reads every frame before it writes one in its

@@ -38,7 +38,7 @@ public:
     /// defaults.
     void run(std::size_t frames) noexcept;
 
-    /// Writes the reduction of the limiter and the steering of each band group.
+    /// Writes the reduction of the limiter and the meters of each band group.
     void showMeters() const noexcept;
 
 private:

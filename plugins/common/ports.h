@@ -26,9 +26,16 @@ enum Port : std::uint8_t
     kReduction,
     kLeftRight, ///< of the lowest band group
     kFrontBack = kLeftRight + zrk_tarn::kBandGroups,
-    kUnused = kFrontBack + zrk_tarn::kBandGroups, ///< inputs that are ignored
+    kGroupLevel = kFrontBack + zrk_tarn::kBandGroups,
+    kGroupPlace = kGroupLevel + zrk_tarn::kBandGroups,
+    kGroupCentre = kGroupPlace + zrk_tarn::kBandGroups,
+    kGroupUpperHz = kGroupCentre + zrk_tarn::kBandGroups,
+    kUnused = kGroupUpperHz + zrk_tarn::kBandGroups, ///< inputs that are ignored
     kPorts
 };
+
+/// The outputs with a port per band group, in the order of their ports.
+inline constexpr Port kGroupMeters[] = {kLeftRight, kFrontBack, kGroupLevel, kGroupPlace, kGroupCentre, kGroupUpperHz};
 
 /// Whether the values of a port are on and off.
 constexpr bool isToggle(Port port) noexcept

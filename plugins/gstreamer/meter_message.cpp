@@ -44,9 +44,9 @@ GValue levelValue(float level)
     return doubleValue(decibels(level));
 }
 
-GValue steeringValue(float steering)
+GValue plainValue(float number)
 {
-    return doubleValue(static_cast<double>(steering));
+    return doubleValue(static_cast<double>(number));
 }
 
 GstClockTime runningTime(const GstSegment& segment, GstClockTime time)
@@ -83,9 +83,13 @@ GstMessage* meterMessage(GstElement* element, const GstSegment& segment, const I
         decibels(meters.smallestLimiterGain), "limited-blocks", G_TYPE_UINT64, meters.limitedBlocks, nullptr);
     addList(structure, "peak", meters.peak, channels, levelValue);
     addList(structure, "rms", meters.rms, channels, levelValue);
-    addList(structure, "left-right", meters.leftRight, std::size(meters.leftRight), steeringValue);
-    addList(structure, "front-back", meters.frontBack, std::size(meters.frontBack), steeringValue);
+    addList(structure, "left-right", meters.leftRight, std::size(meters.leftRight), plainValue);
+    addList(structure, "front-back", meters.frontBack, std::size(meters.frontBack), plainValue);
     addList(structure, "speed", meters.speed, std::size(meters.speed), speedValue);
+    addList(structure, "group-level", meters.groupLevel, std::size(meters.groupLevel), levelValue);
+    addList(structure, "group-place", meters.groupPlace, std::size(meters.groupPlace), plainValue);
+    addList(structure, "group-centre", meters.groupCentre, std::size(meters.groupCentre), plainValue);
+    addList(structure, "group-upper-hz", meters.groupUpperHz, std::size(meters.groupUpperHz), plainValue);
     return gst_message_new_element(GST_OBJECT(element), structure);
 }
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -60,6 +61,28 @@ constexpr ControlText kControls[] = {
     {kSurrounds, "surrounds", "Surrounds", zrk_tarn::kMinGainDb, zrk_tarn::kMaxChannelGainDb,
      "Gain of the surround channels; silent at the minimum.", kDecibels},
 };
+
+/// What LV2 says about the outputs with a port per band group.
+struct GroupText
+{
+    const char* symbol;
+    const char* name;  ///< of a port
+    const char* title; ///< of all of them
+    int lowest;
+    int highest;
+    const char* unit = nullptr;
+};
+
+/// In the order of kGroupMeters.
+constexpr GroupText kGroupTexts[] = {
+    {"left_right", "Right to left", "Steering, right to left", -1, 1},
+    {"front_back", "Back to front", "Steering, back to front", -1, 1},
+    {"group_level", "Level", "Levels of the band groups", -120, 12, kDecibels},
+    {"group_place", "Place", "Places of the band groups, right to left", -1, 1},
+    {"group_centre", "Share of the centre", "Shares of the centre in the band groups", 0, 1},
+    {"group_upper_hz", "Upper edge", "Upper edges of the band groups", 0, 96000, "units:unit units:hz"},
+};
+static_assert(std::size(kGroupTexts) == std::size(kGroupMeters));
 
 constexpr const ControlText& textOf(Port control)
 {
@@ -157,19 +180,19 @@ Statements reductionPort()
             "lv2:maximum 60"};
 }
 
-Statements steeringPort(const Lv2Plugin& plugin, Port port)
+Statements groupPort(const Lv2Plugin& plugin, Port port)
 {
-    const bool isLeftRight = port < kFrontBack;
-    const std::string symbol = isLeftRight ? "left_right" : "front_back";
-    const std::string number = std::to_string(port - (isLeftRight ? kLeftRight : kFrontBack) + 1);
-    const std::string name = isLeftRight ? "Right to left, group " : "Back to front, group ";
-    return {"a lv2:OutputPort , lv2:ControlPort",
-            "lv2:symbol " + quoted(symbol + "_" + number),
-            "lv2:name " + quoted(name + number),
-            "pg:group " + partOf(plugin, symbol),
-            "lv2:portProperty lv2:connectionOptional",
-            "lv2:minimum -1",
-            "lv2:maximum 1"};
+    const GroupText& text = kGroupTexts[(port - kLeftRight) / zrk_tarn::kBandGroups];
+    const std::string number = std::to_string((port - kLeftRight) % zrk_tarn::kBandGroups + 1);
+    Statements statements = {"a lv2:OutputPort , lv2:ControlPort",
+                             "lv2:symbol " + quoted(std::string(text.symbol) + "_" + number),
+                             "lv2:name " + quoted(std::string(text.name) + ", group " + number),
+                             "pg:group " + partOf(plugin, text.symbol),
+                             "lv2:portProperty lv2:connectionOptional",
+                             "lv2:minimum " + std::to_string(text.lowest),
+                             "lv2:maximum " + std::to_string(text.highest)};
+    if (text.unit != nullptr) statements.emplace_back(text.unit);
+    return statements;
 }
 
 Statements portOf(const Lv2Plugin& plugin, Port port)
@@ -177,7 +200,7 @@ Statements portOf(const Lv2Plugin& plugin, Port port)
     if (port < kEnabled) return audioPort(plugin, port);
     if (port == kLatency) return latencyPort();
     if (port == kReduction) return reductionPort();
-    return port < kLatency ? controlPort(plugin, port) : steeringPort(plugin, port);
+    return port < kLatency ? controlPort(plugin, port) : groupPort(plugin, port);
 }
 
 /// Writes "subject statement ; statement ... .".
@@ -213,10 +236,9 @@ void writePlugin(std::ostream& out, const Lv2Plugin& plugin, const Statements& v
     write(out, partOf(plugin, "out"),
           {"a pg:" + std::string(plugin.group) + " , pg:OutputGroup", "lv2:symbol \"out\"",
            "lv2:name " + quoted(std::string(plugin.plugin.layout.name) + " out"), "pg:source " + partOf(plugin, "in")});
-    write(out, partOf(plugin, "left_right"),
-          {"a pg:OutputGroup", "lv2:symbol \"left_right\"", "lv2:name \"Steering, right to left\""});
-    write(out, partOf(plugin, "front_back"),
-          {"a pg:OutputGroup", "lv2:symbol \"front_back\"", "lv2:name \"Steering, back to front\""});
+    for (const GroupText& text : kGroupTexts)
+        write(out, partOf(plugin, text.symbol),
+              {"a pg:OutputGroup", "lv2:symbol " + quoted(text.symbol), "lv2:name " + quoted(text.title)});
     write(out, uriOf(plugin),
           {"a lv2:Plugin , lv2:SpatialPlugin", versions[0], versions[1], "doap:name " + quoted(plugin.name),
            "doap:license <http://opensource.org/licenses/MIT>", "lv2:project <urn:tarn:project>",

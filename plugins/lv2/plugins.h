@@ -20,7 +20,7 @@ struct Lv2Plugin
     Plugin plugin;
 };
 
-/// The ports of a layout: audio, controls, latency, meters.
+/// The ports of a layout: audio, controls, latency, meters. Sessions refer to ports by number: add new ones at the end.
 constexpr PortList portsOf(const Layout& layout) noexcept
 {
     PortList list = audioPorts(layout);
@@ -28,8 +28,7 @@ constexpr PortList portsOf(const Layout& layout) noexcept
         if (hasControl(layout, control)) list.add(control);
     list.add(kLatency);
     list.add(kReduction);
-    list.addRange(kLeftRight, zrk_tarn::kBandGroups);
-    list.addRange(kFrontBack, zrk_tarn::kBandGroups);
+    for (const Port meter : kGroupMeters) list.addRange(meter, zrk_tarn::kBandGroups);
     return list;
 }
 

@@ -18,15 +18,15 @@ TEST_F(Help, ListsEveryCommandAndExitCode)
     const Result result = tarn({"--help"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "");
-    for (const char* const word :
-         {"upmix", "film", "info", "demo", "Examples:", "\n   0 ", "\n   1 ", "64", "65", "66", "70", "73", "74"})
+    for (const char* const word : {"upmix", "film", "info", "meter", "demo", "Examples:", "\n   0 ", "\n   1 ", "64",
+                                   "65", "66", "70", "73", "74"})
         EXPECT_NE(result.output.find(word), std::string::npos) << word;
 }
 
 TEST_F(Help, EveryCommandFits80ColumnsAnd24Lines)
 {
-    for (const std::vector<std::string>& command :
-         std::vector<std::vector<std::string>>{{"--help"}, {"upmix", "--help"}, {"info", "--help"}, {"demo", "-h"}}) {
+    for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+             {"--help"}, {"upmix", "--help"}, {"info", "--help"}, {"meter", "--help"}, {"demo", "-h"}}) {
         const std::string text = tarn(command).output;
         EXPECT_LE(std::count(text.begin(), text.end(), '\n'), 24) << text;
         std::istringstream lines(text);

@@ -178,14 +178,15 @@ TEST_F(Refusals, ConflictingOptions)
 {
     writeStereo("in.wav");
     writeBytes(at("matrix.txt"), "1 0 0 0\n0 1 0 0\n0 0 0.5 0.5\n");
-    expectRefusal({}, 64, "no command; use upmix, film, info or demo");
+    expectRefusal({}, 64, "no command; use upmix, film, info, meter or demo");
     expectRefusal({"upmix"}, 64, "INPUT");
     expectRefusal({"upmix", "in.wav"}, 64, "OUTPUT");
     expectRefusal({"upmix", "--bogus", "in.wav", "out.wav"}, 64,
                   "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn upmix --help");
     expectRefusal({"upmx", "in.wav", "out.wav"}, 64,
                   "tarn: upmx: no such command; did you mean upmix? See tarn --help\n");
-    expectRefusal({"play", "in.wav"}, 64, "play: no such command; use upmix, film, info or demo; see tarn --help");
+    expectRefusal({"play", "in.wav"}, 64,
+                  "play: no such command; use upmix, film, info, meter or demo; see tarn --help");
     expectRefusal({"--bogus"}, 64, "tarn: --bogus: no such option (a file of that name is ./--bogus); see tarn --help");
     expectRefusal({"demo", "--bogus"}, 64, "see tarn demo --help");
     expectRefusal({"demo", "out.wav", "more.wav"}, 64, "more.wav: one name too many; see tarn demo --help");

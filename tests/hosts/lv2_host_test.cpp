@@ -364,8 +364,14 @@ TEST(Lv2, DescribesChannelsLatencyAndBypassWithDesignations)
         ASSERT_TRUE(lilv_plugin_has_latency(info.plugin));
         EXPECT_EQ(lilv_plugin_get_latency_port_index(info.plugin), info.port("latency"));
         EXPECT_TRUE(lilv_plugin_has_feature(info.plugin, world().node(LV2_CORE__hardRTCapable).get()));
-        EXPECT_EQ(info.port("left_right_16") + 1, info.port("front_back_1"));
-        EXPECT_EQ(info.port("front_back_16") + 1, lilv_plugin_get_num_ports(info.plugin));
+        // Sessions refer to ports by number: their order never changes, and new ones follow the others.
+        EXPECT_EQ(info.port("latency") + 1, info.port("reduction"));
+        std::uint32_t next = info.port("reduction") + 1;
+        for (const char* const meter :
+             {"left_right_", "front_back_", "group_level_", "group_place_", "group_centre_", "group_upper_hz_"})
+            for (int group = 1; group <= 16; ++group)
+                EXPECT_EQ(info.port(meter + std::to_string(group)), next++) << meter << group;
+        EXPECT_EQ(next, lilv_plugin_get_num_ports(info.plugin));
     }
 }
 
@@ -692,7 +698,7 @@ TEST(Lv2, RoundsControlsAndReadsNanAsTheDefault)
               fast);
 }
 
-TEST(Lv2, ReportsTheSteeringAndTheReductionOfTheLimiter)
+TEST(Lv2, ReportsTheBandGroupsAndTheReductionOfTheLimiter)
 {
     const Stereo stereo = movingSource(30000);
     Host host;
@@ -713,6 +719,11 @@ TEST(Lv2, ReportsTheSteeringAndTheReductionOfTheLimiter)
             const std::string number = std::to_string(group + 1);
             EXPECT_EQ(host.value("left_right_" + number), meters.leftRight[group]) << done;
             EXPECT_EQ(host.value("front_back_" + number), meters.frontBack[group]) << done;
+            const float level = std::max(meters.groupLevel[group], 1e-6f);
+            EXPECT_EQ(host.value("group_level_" + number), 20.0f * std::log10(level)) << done;
+            EXPECT_EQ(host.value("group_place_" + number), meters.groupPlace[group]) << done;
+            EXPECT_EQ(host.value("group_centre_" + number), meters.groupCentre[group]) << done;
+            EXPECT_EQ(host.value("group_upper_hz_" + number), meters.groupUpperHz[group]) << done;
             moved = moved || std::abs(meters.leftRight[group]) > 0.5f;
         }
         EXPECT_FLOAT_EQ(host.value("reduction"), -20.0f * std::log10(meters.limiterGain)) << done;

@@ -91,11 +91,11 @@ void addStreamRecords(std::vector<std::string>& lines)
         "StreamMeters",
         [](auto& a, auto&, auto visit) {
             auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
-                   limitedBlocks] = a;
+                   limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz] = a;
             visitAs({"peak", "rms", "leftRight", "frontBack", "speed", "blocks", "saturated", "invalid", "limiterGain",
-                     "smallestLimiterGain", "limitedBlocks"},
+                     "smallestLimiterGain", "limitedBlocks", "groupLevel", "groupPlace", "groupCentre", "groupUpperHz"},
                     visit, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
-                    limitedBlocks);
+                    limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz);
         },
         lines);
     lines.push_back(joined("record", "UpmixStream", "size", sizeof(UpmixStream), "alignment", alignof(UpmixStream)));
@@ -119,11 +119,12 @@ void addStreamRecords(std::vector<std::string>& lines)
         "tarn_meters",
         [](auto& a, auto&, auto visit) {
             auto& [size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
-                   limitedBlocks] = a;
+                   limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz] = a;
             visitAs({"size", "peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid",
-                     "limiter_gain", "smallest_limiter_gain", "limited_blocks"},
+                     "limiter_gain", "smallest_limiter_gain", "limited_blocks", "group_level", "group_place",
+                     "group_centre", "group_upper_hz"},
                     visit, size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain,
-                    smallest, limitedBlocks);
+                    smallest, limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz);
         },
         lines);
 }

@@ -169,6 +169,10 @@ static void test_meters(void)
     CHECK(meters.left_right[4] > 0.8f);
     CHECK(meters.front_back[4] < 0.5f);
     CHECK(meters.speed[4] == 3);
+    CHECK(meters.group_level[2] > 0.05f && meters.group_level[2] < 0.5f);
+    CHECK(meters.group_place[2] > 0.9f && meters.group_place[2] <= 1.0f);
+    CHECK(meters.group_centre[2] > 0.0f && meters.group_centre[2] < 0.1f);
+    CHECK(meters.group_upper_hz[0] == 375.0f && meters.group_upper_hz[15] == 24000.0f);
 
     /* Gain 0 is silence. */
     tarn_set_make_up_gain(stream, 0.0f);
@@ -338,7 +342,13 @@ static int all_bytes_are(const void* memory, size_t size, unsigned char value)
     return 1;
 }
 
-/* The meters of a program that is newer than the library have more members. */
+/* Bytes of the meters before the members for groups, which only later versions of the library have. */
+enum
+{
+    FIRST_METERS_SIZE = 304
+};
+
+/* The meters of a program that is newer than the library have more members, those of an older one fewer. */
 static void test_sizes_of_meters(void)
 {
     struct
@@ -370,7 +380,17 @@ static void test_sizes_of_meters(void)
     CHECK(all_bytes_are(&newer.behind, sizeof newer.behind, 1));
 
     memset(&newer, 1, sizeof newer);
-    const size_t too_small[] = {0, 1, sizeof exact.size, sizeof exact - 8, sizeof exact - 1};
+    CHECK((size_t)((char*)exact.group_level - (char*)&exact) == FIRST_METERS_SIZE);
+    for (size_t size = FIRST_METERS_SIZE; size < sizeof exact; size += sizeof(float)) {
+        memset(&newer, 1, sizeof newer);
+        CHECK(tarn_read_meters(stream, &newer.known, size) == TARN_OK);
+        CHECK(newer.known.size == size);
+        CHECK(memcmp((char*)&newer + sizeof(uint32_t), (char*)&exact + sizeof(uint32_t), size - sizeof(uint32_t)) == 0);
+        CHECK(all_bytes_are((char*)&newer + size, sizeof newer - size, 1));
+    }
+
+    memset(&newer, 1, sizeof newer);
+    const size_t too_small[] = {0, 1, sizeof exact.size, FIRST_METERS_SIZE - 8, FIRST_METERS_SIZE - 1};
     for (size_t i = 0; i < sizeof too_small / sizeof *too_small; ++i)
         CHECK(tarn_read_meters(stream, &newer.known, too_small[i]) == TARN_BAD_ARGUMENT);
     CHECK(all_bytes_are(&newer, sizeof newer, 1));

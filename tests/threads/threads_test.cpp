@@ -174,9 +174,14 @@ TEST(Threads, CanControlAndReadAStreamDuringProcessing)
         }
     });
     std::uint64_t maxBlocks = 0;
+    float maxGroupLevel = 0.0f;
     std::thread display([&] {
         begin.arrive_and_wait();
-        while (!over) maxBlocks = std::max(maxBlocks, stream.meters().blocks);
+        while (!over) {
+            const zrk_tarn::StreamMeters meters = stream.meters();
+            maxBlocks = std::max(maxBlocks, meters.blocks);
+            maxGroupLevel = std::max(maxGroupLevel, meters.groupLevel[15]);
+        }
     });
     Random random(2);
     std::vector<float> input(2 * 1000);
@@ -191,6 +196,7 @@ TEST(Threads, CanControlAndReadAStreamDuringProcessing)
     display.join();
     EXPECT_EQ(stream.meters().blocks, 300u * 1000 / 64);
     EXPECT_GT(maxBlocks, 0u) << "nothing was read during processing";
+    EXPECT_GT(maxGroupLevel, 0.0f);
     EXPECT_GT(stream.meters().peak[2], 0.0f) << "no output";
 }
 

@@ -68,7 +68,8 @@ TEST(Messages, ArePostedAtTheIntervalIfEnabled)
             EXPECT_EQ(end, (count + 1) * 50 * GST_MSECOND);
             EXPECT_EQ(listSize(structure, "peak"), 3);
             EXPECT_EQ(listSize(structure, "rms"), 3);
-            for (const char* const name : {"left-right", "front-back", "speed"})
+            for (const char* const name :
+                 {"left-right", "front-back", "speed", "group-level", "group-place", "group-centre", "group-upper-hz"})
                 EXPECT_EQ(listSize(structure, name), 16) << name;
             if (count == 8) {
                 for (guint channel = 0; channel < 3; ++channel) {
@@ -171,6 +172,10 @@ zrk_tarn::StreamMeters expectMetersOfAStream(bool limiter)
             SCOPED_TRACE(group);
             EXPECT_EQ(listItem(structure, "left-right", group), static_cast<double>(meters.leftRight[group]));
             EXPECT_EQ(listItem(structure, "front-back", group), static_cast<double>(meters.frontBack[group]));
+            EXPECT_EQ(listItem(structure, "group-level", group), decibels(meters.groupLevel[group]));
+            EXPECT_EQ(listItem(structure, "group-place", group), static_cast<double>(meters.groupPlace[group]));
+            EXPECT_EQ(listItem(structure, "group-centre", group), static_cast<double>(meters.groupCentre[group]));
+            EXPECT_EQ(listItem(structure, "group-upper-hz", group), static_cast<double>(meters.groupUpperHz[group]));
             const GValue* const speeds = gst_structure_get_value(structure, "speed");
             EXPECT_EQ(g_value_get_int(gst_value_array_get_value(speeds, group)), static_cast<int>(meters.speed[group]));
             steered = steered || std::abs(meters.leftRight[group] - meters.frontBack[group]) > 0.5f;

@@ -1,0 +1,104 @@
+// The meters of the band groups.
+// SPDX-License-Identifier: MIT
+#include "stream/group_meters.h"
+
+#include "lanes/lanes.h"
+#include "stream/block.h"
+#include "stream/meter_times.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace zrk_tarn
+{
+
+using namespace TARN_INSTRUCTION_SET;
+
+namespace
+{
+
+constexpr auto kRelaxed = std::memory_order_relaxed;
+
+/// Smaller subbands count as zero, because squares that are subnormal are slow. It is -180 dB of full scale.
+constexpr float kTrace = 1.0f;
+
+/// The squared subbands of a block have 128 times the energy of the samples that the engine makes from them.
+constexpr double kSubbandGain = 128.0;
+
+} // namespace
+
+GroupMeters::GroupMeters(const ZRKTarn& engine, std::uint32_t sampleRateHz) noexcept
+    : bandHz(static_cast<float>(sampleRateHz) / static_cast<float>(2 * kBands))
+{
+    std::size_t end = 0;
+    for (std::size_t g = 0; g < kBandGroups; ++g) {
+        end = std::min(end + static_cast<std::size_t>(engine.bandCount[g]), kBands);
+        endOfGroup[g] = end;
+    }
+    const double sampleScale =
+        static_cast<double>(engine.outputScale) / static_cast<double>(std::uint32_t{1} << (engine.bitsPerSample - 1));
+    powerScale = sampleScale * sampleScale / (kSubbandGain * kBlockFrames);
+    const double updateSeconds = static_cast<double>(kBlocksPerUpdate * kBlockFrames) / sampleRateHz;
+    decay = static_cast<float>(std::pow(std::numbers::e, -updateSeconds / kRmsSeconds));
+}
+
+void GroupMeters::addBlock(const ZRKTarn& engine) noexcept
+{
+    constexpr int kWidth = kVectorFloats;
+    const Floats<kWidth> zero = broadcast<kWidth>(0.0f);
+    const Floats<kWidth> trace = broadcast<kWidth>(kTrace);
+    for (std::size_t output = 0; output < kOutputs; ++output) {
+        const float(&subbands)[kBands] = engine.outSubband[output];
+        float(&sums)[kBands] = squares[output];
+        for (std::size_t band = 0; band < kBands; band += kWidth) {
+            const Floats<kWidth> value = load<kWidth>(subbands + band);
+            const Floats<kWidth> kept = select(trace <= abs(value), value, zero);
+            store(sums + band, load<kWidth>(sums + band) + kept * kept);
+        }
+    }
+    if (++pendingBlocks == kBlocksPerUpdate) publish();
+}
+
+/// Updates the means with the pending blocks.
+void GroupMeters::publish() noexcept
+{
+    const float share = (1.0f - decay) / static_cast<float>(kBlocksPerUpdate);
+    for (std::size_t output = 0; output < kOutputs; ++output) {
+        std::size_t band = 0;
+        for (std::size_t g = 0; g < kBandGroups; ++g) {
+            float sum = 0.0f;
+            for (; band < endOfGroup[g]; ++band) sum += squares[output][band];
+            const float updated = meanSquare[output][g].load(kRelaxed) * decay + sum * share;
+            meanSquare[output][g].store(updated > kTrace ? updated : 0.0f, kRelaxed);
+        }
+        std::fill_n(squares[output], kBands, 0.0f);
+    }
+    pendingBlocks = 0;
+}
+
+void GroupMeters::clear() noexcept
+{
+    pendingBlocks = 0;
+    for (std::size_t output = 0; output < kOutputs; ++output) {
+        std::fill_n(squares[output], kBands, 0.0f);
+        for (std::atomic<float>& mean : meanSquare[output]) mean.store(0.0f, kRelaxed);
+    }
+}
+
+void GroupMeters::read(StreamMeters& meters) const noexcept
+{
+    for (std::size_t g = 0; g < kBandGroups; ++g) {
+        const auto left = static_cast<double>(meanSquare[0][g].load(kRelaxed));
+        const auto right = static_cast<double>(meanSquare[1][g].load(kRelaxed));
+        const auto centre = static_cast<double>(meanSquare[2][g].load(kRelaxed));
+        const double sum = left + right + centre;
+        meters.groupUpperHz[g] = static_cast<float>(endOfGroup[g]) * bandHz;
+        if (sum == 0.0) continue;
+        meters.groupLevel[g] = static_cast<float>(__builtin_sqrt(sum * powerScale));
+        meters.groupPlace[g] = static_cast<float>((left - right) / sum);
+        meters.groupCentre[g] = static_cast<float>(centre / sum);
+    }
+}
+
+} // namespace zrk_tarn

@@ -1,0 +1,54 @@
+// The meters of the band groups.
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "engine/zrk_tarn.h"
+#include "stream/stream_types.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace zrk_tarn
+{
+
+/// Levels and places of the band groups, from the subbands that the engine mixes for its three outputs. The stream's
+/// thread writes, any thread reads, both without locks.
+///
+/// The stream's thread adds the squares of the subbands after every block. Only every kBlocksPerUpdate blocks it sums
+/// them over each group and publishes the means. Roots and quotients are left to the reader.
+class GroupMeters
+{
+public:
+    /// Number of blocks between two updates.
+    static constexpr std::uint32_t kBlocksPerUpdate = 8;
+
+    /// engine  has the band groups and the scale; they must not change
+    GroupMeters(const ZRKTarn& engine, std::uint32_t sampleRateHz) noexcept;
+
+    /// Adds the subbands of the engine's last block.
+    void addBlock(const ZRKTarn& engine) noexcept;
+
+    /// Sets levels and places to zero.
+    void clear() noexcept;
+
+    /// Fills the members for band groups.
+    void read(StreamMeters& meters) const noexcept;
+
+private:
+    static constexpr std::size_t kOutputs = 3;
+    static constexpr std::size_t kBands = 64;
+
+    void publish() noexcept;
+
+    std::size_t endOfGroup[kBandGroups]{}; ///< first band after each group
+    float bandHz;                          ///< width of a band
+    double powerScale;                     ///< from a sum of squared subbands to a mean square, full scale 1
+    float decay;                           ///< factor of the mean per update
+    std::uint32_t pendingBlocks = 0;       ///< blocks in the sums
+    float squares[kOutputs][kBands]{};     ///< sums over the pending blocks, engine scale
+
+    std::atomic<float> meanSquare[kOutputs][kBandGroups]{}; ///< per block, engine scale
+};
+
+} // namespace zrk_tarn

@@ -1,0 +1,435 @@
+// The screens of tarn meter, alone and in a terminal emulator.
+// SPDX-License-Identifier: MIT
+#include "cli/meter_screen.h"
+
+#include "tests/cli/audio_files.h"
+#include "tests/cli/command.h"
+
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <numbers>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include <unistd.h>
+
+namespace tarn_cli
+{
+
+namespace
+{
+
+using tarn::ColourMode;
+using tarn::MeterValues;
+using tarn::Rgb;
+
+/// Silent values of 3.0 at 48 kHz.
+MeterValues silentValues()
+{
+    MeterValues values{.name = "song.flac", .seconds = 62.25, .totalSeconds = 200.0, .layout = "3.0", .mode = "fast"};
+    values.momentary = -HUGE_VAL;
+    values.integrated = -HUGE_VAL;
+    for (int g = 1; g <= 16; ++g) values.groups.push_back({.upperHz = 1500.0 * g});
+    for (const char* const name : {"FL", "FR", "FC"}) values.outputs.push_back({.name = name});
+    return values;
+}
+
+std::vector<std::string> plainScreen(const MeterValues& values, tarn::ScreenSize size = {.columns = 80, .rows = 24})
+{
+    return tarn::screenOf(values, size, {});
+}
+
+/// The three bars of a row of a group, without spaces.
+std::vector<std::string> barsOf(const std::string& row)
+{
+    std::vector<std::string> bars;
+    std::istringstream in(row.substr(row.find(':') + 1));
+    for (std::string bar; bars.size() < 3 && std::getline(in, bar, ':');) {
+        std::erase(bar, ' ');
+        bars.push_back(bar);
+    }
+    return bars;
+}
+
+} // namespace
+
+TEST(MeterScreen, SilenceHasNoBars)
+{
+    const std::vector<std::string> rows = plainScreen(silentValues());
+    ASSERT_EQ(rows.size(), 24u);
+    for (const std::string& row : rows) {
+        EXPECT_EQ(row.size(), 80u);
+        EXPECT_EQ(row.find_first_of("#=|\033"), std::string::npos) << row;
+    }
+    EXPECT_TRUE(rows[0].starts_with(" tarn meter  song.flac  1:02.2 / 3:20 ")) << rows[0];
+    EXPECT_TRUE(rows[1].starts_with(" upmix on   mode fast  gain +0.0 dB    centre +0.0 dB    3.0 ")) << rows[1];
+    EXPECT_TRUE(rows[3].starts_with("   24k :")) << rows[3];
+    EXPECT_TRUE(rows[18].starts_with("  1.5k :")) << rows[18];
+    EXPECT_NE(rows[7].find("loudness       - LUFS"), std::string::npos) << rows[7];
+    EXPECT_TRUE(rows[23].starts_with(" q quit  b on/off ")) << rows[23];
+}
+
+// The bars have nine characters for 60 dB.
+TEST(MeterScreen, BarsShowLevelAndPlaceOfEveryGroup)
+{
+    using Bars = std::vector<std::string>;
+    MeterValues values = silentValues();
+    values.groups[0] = {.upperHz = 1500.0, .level = 1.0, .place = 1.0, .centre = 0.0};
+    values.groups[1] = {.upperHz = 3000.0, .level = 0.1, .place = -1.0, .centre = 0.0};
+    values.groups[2] = {.upperHz = 4500.0, .level = 0.01, .place = 0.0, .centre = 1.0};
+    values.groups[3] = {.upperHz = 6000.0, .level = std::sqrt(2.0), .place = 0.0, .centre = 0.0};
+    const auto rows = plainScreen(values);
+    EXPECT_EQ(barsOf(rows[18]), (Bars{"#########", "", ""})) << rows[18];
+    EXPECT_EQ(barsOf(rows[17]), (Bars{"", "", "######"})) << rows[17];
+    EXPECT_EQ(barsOf(rows[16]), (Bars{"", "###", ""})) << rows[16];
+    EXPECT_EQ(barsOf(rows[15]), (Bars{"#########", "", "#########"})) << rows[15];
+    EXPECT_EQ(barsOf(rows[14]), (Bars{"", "", ""})) << rows[14];
+    EXPECT_NE(rows[17].find("   ######:"), std::string::npos) << "from the right edge: " << rows[17];
+    EXPECT_NE(rows[16].find(":   ###   :"), std::string::npos) << "in the middle: " << rows[16];
+    EXPECT_NE(rows[16].find(" -40.0 "), std::string::npos) << rows[16];
+    // Three rows per group if there is room.
+    const auto tall = plainScreen(values, {.columns = 80, .rows = 52});
+    for (const std::size_t row : {48u, 49u, 50u})
+        EXPECT_EQ(barsOf(tall[row]), (Bars{"#########", "", ""})) << tall[row];
+}
+
+TEST(MeterScreen, OutputsShowRmsPeakAndHeldPeak)
+{
+    MeterValues values = silentValues();
+    values.outputs[2] = {.name = "FC", .peak = 0.1, .rms = 0.01, .held = 1.0};
+    values.momentary = -23.04;
+    values.reductionDb = 2.5;
+    values.clipped = 7;
+    const auto rows = plainScreen(values);
+    EXPECT_NE(rows[5].find("FC  #####======    |   0.0"), std::string::npos) << rows[5];
+    EXPECT_NE(rows[7].find("loudness   -23.0 LUFS"), std::string::npos) << rows[7];
+    EXPECT_NE(rows[9].find("limiter     -2.5 dB"), std::string::npos) << rows[9];
+    EXPECT_NE(rows[10].find("clipped        7"), std::string::npos) << rows[10];
+}
+
+TEST(MeterScreen, SmallWindowsSayWhatIsMissing)
+{
+    for (const tarn::ScreenSize size : {tarn::ScreenSize{67, 24}, tarn::ScreenSize{80, 19}}) {
+        const auto rows = plainScreen(silentValues(), size);
+        EXPECT_EQ(rows.size(), size.rows);
+        EXPECT_TRUE(rows[0].starts_with("tarn meter needs 68 columns")) << rows[0];
+        EXPECT_TRUE(rows[1].starts_with("and 20 rows; q quits")) << rows[1];
+    }
+    const auto smallest = plainScreen(silentValues(), tarn::kSmallestScreen);
+    EXPECT_EQ(smallest.back(), " q quit  b on/off  m mode  up/down gain  left/right centre  r reset ");
+    for (std::size_t columns = 68; columns < 300; ++columns)
+        for (const std::string& row : plainScreen(silentValues(), {.columns = columns, .rows = 24}))
+            EXPECT_EQ(row.size(), columns);
+    EXPECT_EQ(plainScreen(silentValues(), {.columns = 1, .rows = 1}), std::vector<std::string>{"t"});
+}
+
+TEST(MeterScreen, LongNamesKeepTheirEnd)
+{
+    MeterValues values = silentValues();
+    values.name = std::string(100, 'x') + "\033[31m/the song.flac";
+    const std::string row = plainScreen(values)[0];
+    EXPECT_EQ(row.size(), 80u);
+    EXPECT_NE(row.find("?[31m/the song.flac  1:02.2 / 3:20"), std::string::npos) << row;
+}
+
+TEST(MeterScreen, ColoursFollowThePlace)
+{
+    const Rgb left = tarn::placeColour(1.0, 0.0, 0.0, 1.0);
+    const Rgb wide = tarn::placeColour(1.0, 0.0, 1.0, 1.0);
+    const Rgb right = tarn::placeColour(0.0, 0.0, 1.0, 1.0);
+    const Rgb centre = tarn::placeColour(0.0, 1.0, 0.0, 1.0);
+    EXPECT_TRUE(left.blue > 200 && left.blue > left.green && left.green > left.red) << "blue";
+    EXPECT_TRUE(right.red > 200 && right.red > right.green && right.green > right.blue) << "orange";
+    EXPECT_TRUE(wide.red > 180 && wide.blue > 180 && wide.green < 160) << "violet";
+    EXPECT_TRUE(centre.red == centre.green && centre.green == centre.blue && centre.red > 230) << "white";
+    EXPECT_EQ(tarn::placeColour(0.0, 0.0, 0.0, 1.0), Rgb{});
+    EXPECT_EQ(tarn::placeColour(1.0, 0.0, 0.0, 0.0), Rgb{});
+    EXPECT_LT(tarn::placeColour(1.0, 0.0, 0.0, 0.5).blue, left.blue) << "softer is darker";
+    EXPECT_EQ(tarn::cubeColour({0, 0, 0}), 16);
+    EXPECT_EQ(tarn::cubeColour({255, 255, 255}), 231);
+    EXPECT_EQ(tarn::cubeColour({95, 0, 215}), 16 + 36 + 4);
+
+    MeterValues values = silentValues();
+    values.groups[15] = {.upperHz = 24000.0, .level = 1.0, .place = 1.0, .centre = 0.0};
+    const auto rowIn = [&](ColourMode mode) {
+        return tarn::screenOf(values, {.columns = 80, .rows = 24}, {.colours = mode, .isUtf8 = true})[3];
+    };
+    const std::string full = "\033[38;2;" + std::to_string(left.red) + ";" + std::to_string(left.green) + ";" +
+                             std::to_string(left.blue) + "m█████████";
+    EXPECT_NE(rowIn(ColourMode::Full).find(full), std::string::npos) << rowIn(ColourMode::Full);
+    EXPECT_NE(rowIn(ColourMode::Cube).find("\033[38;5;" + std::to_string(tarn::cubeColour(left)) + "m█████████"),
+              std::string::npos);
+    EXPECT_EQ(rowIn(ColourMode::Plain).find('\033'), std::string::npos);
+}
+
+TEST(MeterScreen, PeaksAreHeldForTwoSeconds)
+{
+    tarn::PeakHold hold;
+    const auto heldAt = [&](double seconds, double peak) {
+        MeterValues values = silentValues();
+        values.seconds = seconds;
+        values.outputs[0].peak = peak;
+        hold.apply(values);
+        return values.outputs[0].held;
+    };
+    EXPECT_EQ(heldAt(1.0, 0.5), 0.5);
+    EXPECT_EQ(heldAt(2.9, 0.2), 0.5);
+    EXPECT_EQ(heldAt(3.1, 0.1), 0.1);
+    EXPECT_EQ(heldAt(3.2, 0.3), 0.3);
+    hold.reset();
+    EXPECT_EQ(heldAt(3.3, 0.0), 0.0);
+}
+
+TEST(MeterScreen, ArrowKeysAreRecognisedAndOtherSequencesDropped)
+{
+    using tarn::Terminal;
+    EXPECT_EQ(tarn::keysOf("b\033[A\033OBq"), std::string({'b', Terminal::kUp, Terminal::kDown, 'q'}));
+    EXPECT_EQ(tarn::keysOf("\033[C\033[D\033[1;5A"), std::string({Terminal::kRight, Terminal::kLeft, Terminal::kUp}));
+    EXPECT_EQ(tarn::keysOf("\033[5~m"), "m");
+    EXPECT_EQ(tarn::keysOf("\033"), "");
+    EXPECT_EQ(tarn::keysOf("\033[1"), "");
+}
+
+/// The command in a window of tmux.
+class MeterInTerminal : public CommandTest
+{
+protected:
+    void TearDown() override
+    {
+        tmux("kill-server");
+        CommandTest::TearDown();
+    }
+
+    Result tmux(const std::string& arguments) const
+    {
+        return shell("tmux -f /dev/null -S '" + at("tmux" + std::to_string(servers)) + "' " + arguments);
+    }
+
+    /// Runs a shell command line in a window.
+    void start(const std::string& line, const std::string& variables = "LC_ALL=C",
+               const std::string& size = "-x 80 -y 24")
+    {
+        writeBytes(at("line.sh"), "TARN='" TARN_COMMAND "'\nexport TARN " + variables + "\necho before\n" + line +
+                                      "\necho ended with $?\nsleep 60\n");
+        ++servers;
+        const Result result = tmux("new-session -d " + size + " sh line.sh");
+        ASSERT_EQ(result.exitCode, 0) << result.errors;
+    }
+
+    /// Runs the meter on a raw stream of sines that then stands still.
+    void startOnSines(double left, double right, const std::string& variables = "LC_ALL=C",
+                      const std::string& options = "--preset plain")
+    {
+        Samples samples;
+        for (int i = 0; i < 96000; ++i) {
+            const double value = 32767.0 * std::sin(2.0 * std::numbers::pi * 5250.0 / 48000.0 * i);
+            for (const double level : {left, right})
+                samples.push_back(static_cast<std::int32_t>(std::lround(level * value)) * 65536);
+        }
+        writeBytes(at("in.raw"), pcmOf(samples, 16));
+        start("(cat in.raw; sleep 60) | \"$TARN\" meter --raw 48000:16 " + options, variables);
+        waitFor("0:02.0");
+    }
+
+    /// The rows of the window.
+    std::vector<std::string> rows(const std::string& options = "") const
+    {
+        std::vector<std::string> result;
+        std::istringstream in(tmux("capture-pane -p " + options).output);
+        for (std::string row; std::getline(in, row);) result.push_back(row);
+        return result;
+    }
+
+    std::string text() const { return tmux("capture-pane -p").output; }
+
+    /// Waits until the window has a text.
+    void waitFor(const std::string& wanted) const
+    {
+        using namespace std::chrono_literals;
+        const auto deadline = std::chrono::steady_clock::now() + 20s;
+        while (text().find(wanted) == std::string::npos) {
+            if (std::chrono::steady_clock::now() > deadline) FAIL() << "no " << wanted << " in\n" << text();
+            std::this_thread::sleep_for(20ms);
+        }
+    }
+
+    void press(const std::string& keys) const { tmux("send-keys " + keys); }
+
+    std::string state() const
+    {
+        return tmux("display-message -p 'screen #{alternate_on} cursor #{cursor_flag}'").output;
+    }
+
+private:
+    int servers = 0; ///< of tmux; each has a socket of its own, because the one before may still end
+};
+
+TEST_F(MeterInTerminal, ASineOnTheLeftHasItsBarInItsGroup)
+{
+    startOnSines(0.5, 0.0);
+    const auto screen = rows();
+    ASSERT_EQ(screen.size(), 24u);
+    EXPECT_TRUE(screen[0].starts_with(" tarn meter  standard input  0:02.0")) << screen[0];
+    for (std::size_t row = 3; row < 19; ++row) {
+        const bool isGroup = screen[row].starts_with("  6.0k :");
+        EXPECT_EQ(barsOf(screen[row]), (std::vector<std::string>{isGroup ? "#######" : "", "", ""})) << screen[row];
+        EXPECT_EQ(screen[row].find(" -12.0 ") != std::string::npos, isGroup) << screen[row];
+    }
+    EXPECT_NE(screen[3].find("FL  ##"), std::string::npos) << screen[3];
+    EXPECT_EQ(screen[4].find('#'), std::string::npos) << screen[4];
+}
+
+TEST_F(MeterInTerminal, ACentredSineIsInTheMiddleAndAWideOneOnBothSides)
+{
+    const auto barsFor = [this](double left, double right) {
+        startOnSines(left, right);
+        const auto screen = rows();
+        tmux("kill-server");
+        for (const std::string& row : screen)
+            if (row.starts_with("  6.0k :")) return barsOf(row);
+        return std::vector<std::string>{};
+    };
+    EXPECT_EQ(barsFor(0.5, 0.5), (std::vector<std::string>{"", "########", ""}));
+    EXPECT_EQ(barsFor(0.5, -0.5), (std::vector<std::string>{"#######", "", "#######"}));
+    EXPECT_EQ(barsFor(0.0, 0.0), (std::vector<std::string>{"", "", ""}));
+}
+
+TEST_F(MeterInTerminal, ColoursFollowTheEnvironment)
+{
+    startOnSines(0.5, 0.0, "LC_ALL=C.UTF-8");
+    const auto has = [this](const std::string& wanted) {
+        return tmux("capture-pane -p -e").output.find(wanted) != std::string::npos;
+    };
+    EXPECT_TRUE(has("38;5;")) << "256 colours";
+    EXPECT_FALSE(has("38;2;"));
+    tmux("kill-server");
+    startOnSines(0.5, 0.0, "LC_ALL=C.UTF-8 COLORTERM=truecolor");
+    EXPECT_TRUE(has("38;2;"));
+    tmux("kill-server");
+    startOnSines(0.5, 0.0, "LC_ALL=C.UTF-8 COLORTERM=truecolor NO_COLOR=1");
+    EXPECT_FALSE(has("38;"));
+}
+
+TEST_F(MeterInTerminal, KeysChangeTheSettings)
+{
+    startOnSines(0.5, 0.5, "LC_ALL=C", "--layout 5.1");
+    EXPECT_NE(rows()[1].find("upmix on   mode fast  gain +3.0 dB    centre +0.0 dB    5.1"), std::string::npos);
+    press("Up Up Down Left Left Left m b");
+    waitFor("upmix OFF  mode calm  gain +4.0 dB    centre -3.0 dB    5.1");
+    press("b m Right Down x F5");
+    waitFor("upmix on   mode fast  gain +3.0 dB    centre -2.0 dB    5.1");
+    ASSERT_EQ(text().find("from start     - LUFS"), std::string::npos) << text();
+    press("r");
+    waitFor("from start     - LUFS");
+    for (int i = 0; i < 20; ++i) press("Up");
+    waitFor("gain +18.0 dB");
+}
+
+TEST_F(MeterInTerminal, KeysChangeTheUpmixThatIsWritten)
+{
+    writeBytes(at("in.raw"), pcmOf(stereoNoise(48000, 16), 16));
+    start("(sleep 1.5; cat in.raw) | \"$TARN\" meter --raw 48000:16 --preset plain --upmix >out.raw");
+    waitFor("0:00.0");
+    press("Up Up m");
+    waitFor("mode calm  gain +2.0 dB");
+    waitFor("ended with 0");
+    const Result upmix =
+        shell("\"$TARN\" upmix --quiet --raw 48000:16 --preset plain --gain 2 --mode calm - - <in.raw");
+    EXPECT_TRUE(bytesOf(at("out.raw")) == upmix.output);
+}
+
+TEST_F(MeterInTerminal, FollowsTheSizeOfTheWindow)
+{
+    startOnSines(0.5, 0.0);
+    tmux("resize-window -x 120 -y 40");
+    waitFor("r reset");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    auto screen = rows();
+    ASSERT_EQ(screen.size(), 40u);
+    EXPECT_TRUE(screen[39].starts_with(" q quit ")) << screen[39];
+    tmux("resize-window -x 50 -y 10");
+    waitFor("tarn meter needs 68 columns");
+    tmux("resize-window -x 68 -y 20");
+    waitFor("r reset");
+    EXPECT_TRUE(rows()[19].starts_with(" q quit "));
+}
+
+TEST_F(MeterInTerminal, RestoresTheTerminalOnEveryExit)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 60, 16));
+    const std::pair<std::string, std::string> exits[] = {{"tmux send-keys q", "status 0"},
+                                                         {"tmux send-keys C-c", "status 130"},
+                                                         {"kill -TERM $(cat process)", "status 143"},
+                                                         {"kill -HUP $(cat process)", "status 129"}};
+    for (const auto& [action, status] : exits) {
+        SCOPED_TRACE(action);
+        start("trap : INT\nstty -a >stty-before\nsh -c 'echo $$ >process; exec \"$TARN\" meter in.wav'\n"
+              "echo status $?\nstty -a >stty-after");
+        waitFor("in.wav  0:00.5");
+        EXPECT_EQ(state(), "screen 1 cursor 0\n");
+        if (action.starts_with("tmux ")) {
+            tmux(action.substr(5));
+        } else {
+            shell(action);
+        }
+        waitFor("ended with");
+        const std::string screen = text();
+        EXPECT_TRUE(screen.starts_with("before\n")) << screen;
+        EXPECT_EQ(screen.find("r reset"), std::string::npos) << screen;
+        EXPECT_NE(screen.find(status + "\n"), std::string::npos) << screen;
+        EXPECT_EQ(state(), "screen 0 cursor 1\n");
+        EXPECT_EQ(bytesOf(at("stty-before")), bytesOf(at("stty-after")));
+        tmux("kill-server");
+    }
+}
+
+TEST_F(MeterInTerminal, ThePassedStreamIsUnchangedAndItsReaderEndsTheMeter)
+{
+    writeBytes(at("in.raw"), pcmOf(stereoNoise(20000, 16), 16) + "x");
+    start("(cat in.raw; sleep 1) | \"$TARN\" meter --raw 48000:16 --pass >out.raw");
+    waitFor("tarn meter  standard input  0:00.4");
+    waitFor("ended with 0");
+    EXPECT_TRUE(bytesOf(at("out.raw")) == bytesOf(at("in.raw")));
+    EXPECT_NE(text().find("tarn: standard input: ends inside a frame: 1 byte"), std::string::npos) << text();
+    tmux("kill-server");
+
+    start("(cat in.raw; sleep 1; cat in.raw in.raw) | { \"$TARN\" meter --raw 48000:16 --pass; echo status $? >&2; } | "
+          "head -c 80001 >out.raw");
+    waitFor("status 141");
+    EXPECT_EQ(state(), "screen 0 cursor 1\n");
+}
+
+TEST_F(MeterInTerminal, AFileThatEndsLeavesItsLengthAndLoudness)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(72000, 16));
+    start("\"$TARN\" meter --speed 10 in.wav");
+    waitFor("ended with 0");
+    EXPECT_TRUE(
+        std::regex_search(text(), std::regex("before\ntarn: in\\.wav: 0:01\\.500, -[0-9]+\\.[0-9] LUFS\nended")))
+        << text();
+}
+
+TEST_F(MeterInTerminal, TypedKeysAreNoStream)
+{
+    start("\"$TARN\" meter --raw 48000:16");
+    waitFor("ended with 64");
+    EXPECT_NE(text().find("tarn: standard input: is a terminal; pipe a raw stream into it"), std::string::npos)
+        << text();
+}
+
+// The emulator of `script` stops when nobody reads what it shows; the terminal is then full.
+TEST_F(MeterInTerminal, AStuckTerminalDelaysNeitherTheStreamNorItsEnd)
+{
+    writeBytes(at("in.raw"), pcmOf(stereoNoise(4800, 16), 16));
+    const Result result =
+        shell("echo 'for i in $(seq 60); do cat in.raw; sleep 0.04; done | '\"$TARN\"' meter --raw 48000:16 --pass "
+              ">out.raw; touch ended' "
+              ">line.sh; export TERM=xterm COLORTERM=truecolor LC_ALL=C.UTF-8; "
+              "{ script -qec 'stty rows 50 cols 200; sh line.sh' /dev/null </dev/null; } | { sleep 10; [ -e ended ] && "
+              "wc -c <out.raw; }");
+    EXPECT_EQ(result.output, std::to_string(60 * 4800 * 4) + "\n") << result.errors;
+}
+
+} // namespace tarn_cli
