@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <initializer_list>
 #include <iterator>
 #include <string>
@@ -33,8 +34,7 @@ CLI::Validator wordOrNumberFrom(const std::string& word, Number minimum, Number 
     const std::string range = CLI::detail::to_string(minimum) + " to " + CLI::detail::to_string(maximum);
     const auto check = [=](const std::string& value) -> std::string {
         Number number{};
-        // NaN fails every comparison.
-        const bool isNumber = CLI::detail::lexical_cast(value, number) && (number >= minimum || number < minimum);
+        const bool isNumber = CLI::detail::lexical_cast(value, number) && !std::isnan(static_cast<double>(number));
         if (isNumber && number >= minimum && number <= maximum) return "";
         if (isNumber) return value + " is out of range; use " + range + ", for example " + example;
         if (!word.empty() && value == word) return "";

@@ -49,6 +49,7 @@ bool isDefault(const AVStream& stream)
 
 InputFilm::InputFilm(const std::string& filmPath) : path(filmPath)
 {
+    if (path == "-") throw Failure(EX_USAGE, "-: films are not read from a pipe; name a file (a file called - is ./-)");
     const Descriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (opened.number() < 0) throw Failure(EX_NOINPUT, path + ": " + systemError(errno) + "; name a file that exists");
     file = identityOf(opened.number());

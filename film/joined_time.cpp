@@ -3,6 +3,7 @@
 #include "film/joined_time.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace tarn
 {
@@ -10,8 +11,15 @@ namespace tarn
 namespace
 {
 
-/// A step back by more is a clock that starts again; less is a damaged time stamp.
+/// A larger step back is a clock that starts again; a smaller one is a damaged time stamp.
 constexpr std::int64_t kRestart = AV_TIME_BASE;
+
+/// A larger step forward of all tracks is another clock; a smaller one is lost packets. FFmpeg's command has this
+/// limit.
+constexpr std::int64_t kJump = 10 * std::int64_t{AV_TIME_BASE};
+
+/// Ticks of AV_TIME_BASE. FFmpeg's macro AV_TIME_BASE_Q is C, not C++.
+constexpr AVRational kTimeBase{1, AV_TIME_BASE};
 
 void move(std::int64_t& time, std::int64_t ticks)
 {
@@ -20,18 +28,30 @@ void move(std::int64_t& time, std::int64_t ticks)
 
 } // namespace
 
-/// The part of a packet: that of the packet before it in its track, a later one, or a new one.
+/// The end of the packets of all tracks so far.
+std::int64_t JoinedTime::latestEnd() const
+{
+    std::int64_t latest = INT64_MIN;
+    for (const Track& track : tracks) latest = std::max(latest, track.end.value_or(latest));
+    return latest;
+}
+
+/// The part of a packet: that of the packet before it in its track, a later one, an earlier one, or a new one.
 std::size_t JoinedTime::partAt(std::int64_t time, const Track& track, bool canBegin)
 {
-    const auto isBefore = [&](std::size_t part) { return time + offsets[part] < *track.end - kRestart; };
-    std::size_t part = track.part;
-    while (part < offsets.size() && isBefore(part)) ++part;
-    if (part < offsets.size()) return part;
+    const std::int64_t latest = latestEnd();
+    const auto isIn = [&](std::size_t part) {
+        const std::int64_t moved = time + offsets[part];
+        return moved >= *track.end - kRestart && moved <= latest + kJump;
+    };
+    for (std::size_t part = track.part; part < offsets.size(); ++part)
+        if (isIn(part)) return part;
+    // After a damaged time stamp, the clock continues where it was.
+    for (std::size_t part = track.part; part > 0; --part)
+        if (isIn(part - 1)) return part - 1;
     if (!canBegin) return track.part;
-    std::int64_t end = *track.end;
-    for (const Track& other : tracks) end = std::max(end, other.end.value_or(end));
-    offsets.push_back(end - time);
-    return part;
+    offsets.push_back(latest - time);
+    return offsets.size() - 1;
 }
 
 void JoinedTime::shift(AVPacket& packet, const AVStream& stream)
@@ -41,15 +61,15 @@ void JoinedTime::shift(AVPacket& packet, const AVStream& stream)
     Track& track = tracks[index];
     const std::int64_t stamp = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
     if (stamp != AV_NOPTS_VALUE) {
-        const std::int64_t time = av_rescale_q(stamp, stream.time_base, AV_TIME_BASE_Q);
+        const std::int64_t time = av_rescale_q(stamp, stream.time_base, kTimeBase);
         const AVMediaType type = stream.codecpar->codec_type;
         const bool isClocked = type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
-        if (track.end) track.part = partAt(time, track, isClocked);
-        const std::int64_t duration = av_rescale_q(packet.duration, stream.time_base, AV_TIME_BASE_Q);
+        track.part = track.end ? partAt(time, track, isClocked) : offsets.size() - 1;
+        const std::int64_t duration = av_rescale_q(packet.duration, stream.time_base, kTimeBase);
         const std::int64_t end = time + duration + offsets[track.part];
         track.end = std::max(track.end.value_or(end), end);
     }
-    const std::int64_t ticks = av_rescale_q(offsets[track.part], AV_TIME_BASE_Q, stream.time_base);
+    const std::int64_t ticks = av_rescale_q(offsets[track.part], kTimeBase, stream.time_base);
     move(packet.dts, ticks);
     move(packet.pts, ticks);
 }

@@ -12,7 +12,7 @@
 namespace tarn
 {
 
-/// Continues time stamps where a recording was appended to another and the clock starts again.
+/// Continues time stamps where a recording was appended to another and its clock starts elsewhere.
 ///
 /// All tracks of an appended recording move by the same time, so picture and sound keep their distance. Recorders and
 /// cat join transport and program streams like this.
@@ -30,6 +30,7 @@ private:
     };
 
     std::size_t partAt(std::int64_t time, const Track& track, bool canBegin);
+    std::int64_t latestEnd() const;
 
     std::vector<std::int64_t> offsets{0}; ///< of each part, in units of AV_TIME_BASE
     std::vector<Track> tracks;

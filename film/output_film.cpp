@@ -124,6 +124,7 @@ std::vector<std::string> OutputFilm::begin(const AVCodecContext& upmixed, unsign
         if (index != track || !replace) addStreamOf(stream);
     }
     lastTimes.assign(format->nb_streams, AV_NOPTS_VALUE);
+    if (isMp4()) nameHandlers();
     copyChapters();
     checked(av_dict_copy(&format->metadata, from.metadata, 0), EX_SOFTWARE, path);
     format->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL; // FLAC and Opus in MP4
@@ -289,6 +290,16 @@ void OutputFilm::addUpmixed(const AVCodecContext& upmixed, const AVStream& origi
         av_dict_set(&stream.metadata, "language", language->value, 0);
     av_dict_set(&stream.metadata, "title", upmixed.ch_layout.nb_channels == 6 ? "5.1 (Tarn)" : "3.0 (Tarn)", 0);
     upmixedIndex = stream.index;
+}
+
+/// Gives tracks their titles as names of their handlers: MP4 has no titles, and players show these names.
+void OutputFilm::nameHandlers()
+{
+    for (unsigned index = 0; index < format->nb_streams; ++index) {
+        AVDictionary*& tags = format->streams[index]->metadata;
+        if (const AVDictionaryEntry* const title = av_dict_get(tags, "title", nullptr, 0))
+            av_dict_set(&tags, "handler_name", title->value, 0);
+    }
 }
 
 void OutputFilm::copyChapters()

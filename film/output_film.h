@@ -67,6 +67,7 @@ private:
     void addCopy(const AVStream& from);
     void describe(AVStream& stream, const AVStream& from);
     void addUpmixed(const AVCodecContext& upmixed, const AVStream& original);
+    void nameHandlers();
     void copyChapters();
     void writeCopy(AVPacket& packet);
     void write(AVPacket& packet, AVRational timeBase, const AVStream& to);

@@ -48,13 +48,13 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
     encoder->sample_rate = static_cast<int>(format.sampleRate);
     encoder->sample_fmt = sampleFormatOf(*codec, format.bits);
     encoder->time_base = {1, encoder->sample_rate};
+    const std::int64_t defaultRate = encoding.bitRate * (slots == 3 ? 3 : 6) / 6;
     if (encoding.bitRate == 0) {
         encoder->bits_per_raw_sample = static_cast<int>(std::min(format.bits, 24u));
+        encoder->frame_size = encoder->sample_rate * kLosslessMilliseconds / 1000;
     } else {
-        const auto share = static_cast<std::int64_t>(slots == 3 ? 3 : 6);
-        encoder->bit_rate = 1000 * bitRate.value_or(encoding.bitRate * share / 6);
+        encoder->bit_rate = 1000 * bitRate.value_or(defaultRate);
     }
-    if (encoding.bitRate == 0) encoder->frame_size = encoder->sample_rate * kLosslessMilliseconds / 1000;
     if (globalHeader) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (encoding.hasDialogueLevel) av_opt_set_int(encoder->priv_data, "dialnorm", dialogueLevel, 0);
     const std::int64_t wanted = encoding.bitRate != 0 ? encoder->bit_rate : 0;
@@ -63,7 +63,7 @@ TrackEncoder::TrackEncoder(const std::string& film, const Encoding& encoding, co
     if (error < 0 || (wanted != 0 && encoder->bit_rate != wanted))
         throw Failure(EX_USAGE, "--bitrate " + std::to_string(wanted / 1000) + ": " + encoding.name + " with " +
                                     std::to_string(slots) + " channels at " + std::to_string(format.sampleRate) +
-                                    " Hz has no such rate; choose another one");
+                                    " Hz has no such rate; the default is " + std::to_string(defaultRate));
 
     // PCM has no frame size of its own.
     packetFrames = encoder->frame_size > 0 ? encoder->frame_size : encoder->sample_rate * kLosslessMilliseconds / 1000;

@@ -41,7 +41,9 @@ const Tangents& tangentsOf(std::uint32_t sampleRateHz) noexcept
 } // namespace
 
 /// Butterworth filters of 2nd order by the bilinear transform.
-BassCrossover::Sections::Sections(double k) noexcept
+///
+/// k  tan(pi frequency / rate)
+BassCrossover::Sections BassCrossover::designSections(double k) noexcept
 {
     const double norm = 1.0 / (1.0 + kSqrt2 * k + k * k);
     const double a1 = 2.0 * (k * k - 1.0) * norm;
@@ -49,12 +51,12 @@ BassCrossover::Sections::Sections(double k) noexcept
     const auto coefficients = [&](double b0, double b1) {
         return Coefficients{Pair{b0, b0}, Pair{b1, b1}, Pair{a1, a1}, Pair{a2, a2}};
     };
-    lowPass = coefficients(k * k * norm, 2.0 * (k * k) * norm);
-    highPass = coefficients(norm, -2.0 * norm);
+    return {.lowPass = coefficients(k * k * norm, 2.0 * (k * k) * norm), .highPass = coefficients(norm, -2.0 * norm)};
 }
 
 BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
-    : crossover(tangentsOf(sampleRateHz).at120Hz), highPassBehind(Sections(tangentsOf(sampleRateHz).at160Hz).highPass)
+    : crossover(designSections(tangentsOf(sampleRateHz).at120Hz)),
+      highPassBehind(designSections(tangentsOf(sampleRateHz).at160Hz).highPass)
 {}
 
 void BassCrossover::reset() noexcept

@@ -62,9 +62,6 @@ private:
     /// The filters of a frequency.
     struct Sections
     {
-        /// tangent  tan(pi frequency / rate)
-        explicit Sections(double tangent) noexcept;
-
         Coefficients lowPass;
         Coefficients highPass;
     };
@@ -76,6 +73,7 @@ private:
         Pair second[2]{};
     };
 
+    static Sections designSections(double tangent) noexcept;
     bool isFading() const noexcept { return !share.isSteadyAt(1.0f); }
     void clearCrossover() noexcept;
     void beginFade(const UnroundedRow (&rows)[kRows]) noexcept;

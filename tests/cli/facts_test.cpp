@@ -5,6 +5,7 @@
 #include "cli/text.h"
 #include "tests/cli/command.h"
 
+#include <algorithm>
 #include <regex>
 
 namespace tarn_cli
@@ -72,6 +73,27 @@ TEST_F(Facts, TheManualDescribesTheLayouts)
         EXPECT_TRUE(std::regex_search(description, std::regex("^" + slots + "(?! [A-Z]{2})")))
             << "docs/man/tarn-upmix.1.scd, LAYOUTS, " << name << ": begin with " << slots << ", not: " << description;
     }
+}
+
+TEST_F(Facts, ManualsListTheExtensionsOfAFoldersFiles)
+{
+    const std::string source = sourceText("cli/input_search.cpp");
+    const auto accepted = [&source](const std::string& table) {
+        std::vector<std::string> extensions = matchesIn(between(source, " " + table + "{", "};"), "\"\\.([^\"]+)\"");
+        std::sort(extensions.begin(), extensions.end());
+        return extensions;
+    };
+    const auto listed = [](const std::string& page, const std::string& begin, const std::string& end) {
+        std::vector<std::string> extensions = matchesIn(between(sourceText(page), begin, end), "([^ ,\n]+)");
+        std::erase_if(extensions, [](const std::string& word) { return word == "and" || word == "or"; });
+        std::sort(extensions.begin(), extensions.end());
+        return extensions;
+    };
+    EXPECT_EQ(listed("docs/man/tarn-upmix.1.scd", "in upper or lower case, is ", ". "), accepted("kExtensions"));
+    EXPECT_EQ(listed("film/tarn-film.1.scd", "in upper or lower case, is one of these: ", ". "), accepted("kFilms"));
+    EXPECT_EQ(listed("film/tarn-film.1.scd", "Files with the extension ", " are included"),
+              accepted("kTransportStreams"));
+    EXPECT_FALSE(accepted("kFilms").empty());
 }
 
 } // namespace tarn_cli

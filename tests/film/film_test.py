@@ -143,6 +143,17 @@ class LipSync(FilmTest):
             self.assertEqual((start, len(samples)), (expected_start, len(expected)))
             self.assertEqual(clicks(target, 0), clicks(source, 0))
 
+    def test_lossy_tracks_in_mp4_are_not_moved_by_a_frame(self):
+        """The clock of MP4 counts samples, so the cross-correlation with the lossless track has its maximum at zero."""
+        source = make_film(self.path("film.mp4"), "aac")
+        _, start, exact = timeline(self.upmixed(source, "flac.mp4", "--codec", "flac"), 0)
+        for codec in ("ac3", "eac3", "aac", "opus"):
+            _, own_start, own = timeline(self.upmixed(source, f"{codec}.mp4", "--codec", codec), 0)
+            length = len(own) + len(exact)
+            spectra = [numpy.fft.rfft(samples, length) for samples in (own, exact)]
+            correlation = numpy.fft.irfft(spectra[0] * numpy.conj(spectra[1]), length)
+            self.assertEqual((own_start, int(correlation.argmax())), (start, 0), codec)
+
     def test_joined_recordings(self):
         for container, codec in (("ts", "aac"), ("ts", "ac3"), ("mpg", "ac3")):
             one = make_film(
@@ -161,6 +172,23 @@ class LipSync(FilmTest):
                 delta = 0.005 if container == "mpg" else 0.001
                 for own in after:
                     self.assertAlmostEqual(own, expected[0], delta=delta, msg=out.name)
+
+    def test_a_clock_that_jumps_forward(self):
+        """A recording was appended to another whose clock was an hour behind."""
+        for codec in ("aac", "ac3"):
+            parts = [
+                make_film(self.path(f"{hours}.ts"), codec, after=("-output_ts_offset", 3600 * hours))
+                for hours in (0, 1, 3)
+            ]
+            joined = self.path(f"jumps-{codec}.ts")
+            joined.write_bytes(b"".join(part.read_bytes() for part in parts))
+            for target in ("mkv", "mp4"):
+                out = self.upmixed(joined, f"{codec}.{target}", "--codec", "ac3", "--replace")
+                self.assertLess(float(probed(out, "-show_format")["format"]["duration"]), 3 * SECONDS + 3)
+                after = offsets(out, 0)
+                self.assertGreaterEqual(len(after), 3 * (SECONDS - 1))
+                for own in after:
+                    self.assertAlmostEqual(own, offsets(parts[0], 0)[0], delta=0.001, msg=out.name)
 
     def test_last_frame_of_the_source_is_in_the_output(self):
         source = make_film(self.path("film.mkv"), "pcm")
@@ -329,6 +357,13 @@ class Copies(FilmTest):
             files += ["-attach", cover, f"-metadata:s:t:{index}", f"mimetype={mime}"]
         ffmpeg("-i", film, "-c", "copy", *files, self.path("film.mkv"))
         return covers
+
+    def test_mp4_shows_titles_as_names_of_handlers(self):
+        make_film(self.path("plain.mkv"), "ac3")
+        ffmpeg("-i", self.path("plain.mkv"), "-c", "copy", "-metadata:s:a", "title=Director", self.path("film.mkv"))
+        target = self.upmixed(self.path("film.mkv"), "out.mp4")
+        names = [stream["tags"]["handler_name"] for stream in streams_of(target, "audio")]
+        self.assertEqual(names, ["5.1 (Tarn)", "Director"])
 
     def test_covers_stay_covers(self):
         covers = self.make_covers()
@@ -556,13 +591,14 @@ class Trouble(FilmTest):
         out = self.path("out.mkv")
         self.assert_refusal(66, "missing.mkv: No such file or directory", self.path("missing.mkv"), out)
         self.assert_refusal(65, "text.mkv: is not a film or a recording that can be read", self.path("text.mkv"), out)
+        self.assert_refusal(64, "-: films are not read from a pipe; name a file", "-", out)
         message = "films are not written with this extension; end the name in .mkv, .mp4, .mka, .m4a or .flac"
         for name in ("out.xyz", "out.ogg", "out.avi"):
             self.assert_refusal(64, message, film, self.path(name))
         self.assert_refusal(64, "cannot hold pcm", "--codec", "pcm", film, self.path("out.mp4"))
         self.assert_refusal(
             64,
-            "--bitrate 5000: ac3 with 6 channels at 48000 Hz has no such rate",
+            "--bitrate 5000: ac3 with 6 channels at 48000 Hz has no such rate; the default is 448",
             "--codec",
             "ac3",
             "--bitrate",
@@ -753,6 +789,30 @@ class Damage(FilmTest):
         _, damaged_start, damaged_samples = timeline(target, 0)
         self.assertAlmostEqual(damaged_start, start, delta=0.001)
         self.assertTrue(numpy.array_equal(samples, damaged_samples))
+
+    def test_a_wrong_time_stamp_of_a_transport_stream_moves_only_its_packet(self):
+        film = make_film(self.path("whole.ts"), "ac3", video=("-bf", 0))
+        whole = film.read_bytes()
+        undamaged = self.upmixed(film, "whole.mkv")
+        _, start, samples = timeline(undamaged, 0)
+        last_click = clicks(undamaged, 0)[-1]
+        for kind, start_code, lost in (("picture", b"\xe0", 0), ("sound", b"\xbd", 0.1)):
+            for seconds in (20, 3600):
+                place = -1
+                for _ in range(8):
+                    place = whole.index(b"\x00\x00\x01" + start_code, place + 1)
+                a, b, c, d, e = whole[place + 9 : place + 14]
+                ticks = ((a >> 1 & 7) << 30) + (b << 22) + (c >> 1 << 15) + (d << 7) + (e >> 1) + 90000 * seconds
+                bits = (a & 0xF1 | ticks >> 29 & 0xE, ticks >> 22 & 0xFF, ticks >> 14 & 0xFE | 1)
+                bits += (ticks >> 7 & 0xFF, ticks << 1 & 0xFE | 1)
+                damaged = self.path(f"{kind}-{seconds}.ts")
+                damaged.write_bytes(whole[: place + 9] + bytes(bits) + whole[place + 14 :])
+                target = self.path(f"{kind}-{seconds}.mkv")
+                report = json.loads(run_film("--quiet", "--json", damaged, target).stdout)
+                self.assertLessEqual(report.get("loss", {"seconds": 0})["seconds"], lost, target.name)
+                _, own_start, own_samples = timeline(target, 0)
+                self.assertEqual((own_start, len(own_samples)), (start, len(samples)), target.name)
+                self.assertEqual(clicks(target, 0)[-1], last_click, target.name)
 
 
 class Headroom(FilmTest):
