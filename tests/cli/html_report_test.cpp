@@ -161,8 +161,7 @@ TEST_F(HtmlReport, SilenceHasNoLoudness)
     writeAudio(at("silence.wav"), kWave16, 48000, 2, Samples(2 * kFrames, 0));
     const std::string html = page({"silence.wav", "left.wav"});
     EXPECT_NE(html.find("<dd>silent</dd>"), std::string::npos);
-    EXPECT_EQ(html.find("nan"), std::string::npos);
-    EXPECT_EQ(html.find(">-inf"), std::string::npos);
+    EXPECT_EQ(groupsOf(html, "[>\"](-?nan|-?inf)"), std::vector<std::string>());
 }
 
 TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
