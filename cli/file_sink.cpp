@@ -2,14 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "cli/file_sink.h"
 
+#include "cli/extension.h"
 #include "cli/failure.h"
 #include "cli/flac_sink.h"
 #include "cli/wave_sink.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <filesystem>
 
 namespace tarn
 {
@@ -24,8 +23,7 @@ constexpr Container kFlac{.extension = ".flac", .maxBits = 24};
 
 const Container& containerOf(const std::string& path)
 {
-    std::string extension = std::filesystem::path(path).extension().string();
-    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const std::string extension = extensionOf(path);
     for (const Container* const container : {&kWave, &kFlac})
         if (container->extension == extension) return *container;
     throw Failure(EX_USAGE, path + ": has no extension of a supported output format; end the name in .wav or "

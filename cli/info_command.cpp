@@ -130,19 +130,11 @@ private:
     bool incomplete = false;
 };
 
-FoundInputs inputsOf(const InfoOptions& options)
-{
-    if (options.recursive) return findInputs(options.inputs, {});
-    FoundInputs found;
-    for (const std::string& name : options.inputs) found.files.push_back({name, {}});
-    return found;
-}
-
 } // namespace
 
 int runInfo(const InfoOptions& options)
 {
-    const FoundInputs found = inputsOf(options);
+    const FoundInputs found = inputsOf(options.inputs, options.recursive);
     if (!options.quiet)
         for (const std::string& note : found.notes()) printNote(note);
     Examination examination(options, found);

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: MIT
 #include "cli/input_search.h"
 
+#include "cli/extension.h"
 #include "cli/failure.h"
 #include "cli/text.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstddef>
 #include <fstream>
 #include <map>
@@ -46,13 +46,6 @@ constexpr std::array<std::string_view, 58> kFilms{
 
 /// Extensions of transport streams, which source files have too.
 constexpr std::array<std::string_view, 4> kTransportStreams{".ts", ".mts", ".m2ts", ".m2t"};
-
-std::string extensionOf(const fs::path& name)
-{
-    std::string extension = name.extension().string();
-    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return extension;
-}
 
 template <std::size_t Count>
 bool isOneOf(const std::array<std::string_view, Count>& extensions, const std::string& extension)
@@ -185,6 +178,14 @@ std::vector<std::string> FoundInputs::notes() const
         notes.push_back(repeated.front() + " and " + std::to_string(repeated.size() - 1) +
                         " more: are named twice and used once");
     return notes;
+}
+
+FoundInputs inputsOf(const std::vector<std::string>& names, bool recursive)
+{
+    if (recursive) return findInputs(names, {});
+    FoundInputs found;
+    for (const std::string& name : names) found.files.push_back({name, {}});
+    return found;
 }
 
 FoundInputs findInputs(const std::vector<std::string>& names, const fs::path& excluded, MediaKind kind)

@@ -48,4 +48,7 @@ struct FoundInputs
 FoundInputs findInputs(const std::vector<std::string>& names, const std::filesystem::path& excluded,
                        MediaKind kind = MediaKind::Audio);
 
+/// The audio files of a command line: with recursive what findInputs finds, else the names as they are.
+FoundInputs inputsOf(const std::vector<std::string>& names, bool recursive);
+
 } // namespace tarn

@@ -3,12 +3,12 @@
 #include "cli/picture_file.h"
 
 #include "cli/descriptor.h"
+#include "cli/extension.h"
 #include "cli/failure.h"
 #include "cli/text.h"
 #include "cli/upmix_options.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 
 namespace tarn
@@ -27,8 +27,7 @@ std::string firstOf(const TagLib::PropertyMap& texts, const char* name)
 
 PictureFormat pictureFormatOf(const std::string& path)
 {
-    std::string extension = std::filesystem::path(path).extension().string();
-    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const std::string extension = extensionOf(path);
     if (extension == ".png") return PictureFormat::Png;
     if (extension == ".svg") return PictureFormat::Svg;
     throw Failure(EX_USAGE, (isStream(path) ? "a picture on standard output" : path) +

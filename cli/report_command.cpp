@@ -5,6 +5,7 @@
 #include "cli/audio_source.h"
 #include "cli/command_help.h"
 #include "cli/descriptor.h"
+#include "cli/extension.h"
 #include "cli/failure.h"
 #include "cli/help_texts.h"
 #include "cli/input_search.h"
@@ -19,8 +20,6 @@
 #include "cli/worker_processes.h"
 
 #include <algorithm>
-#include <cctype>
-#include <filesystem>
 #include <iterator>
 #include <utility>
 
@@ -32,23 +31,17 @@ namespace
 
 void checkOutput(const std::string& output)
 {
-    std::string extension = std::filesystem::path(output).extension().string();
-    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const std::string extension = extensionOf(output);
     if (extension != ".html" && extension != ".htm")
         throw Failure(EX_USAGE, "--output: " + output + " is not a page; end the name in .html");
 }
 
 /// The files of the report.
-std::vector<std::string> inputsOf(const ReportOptions& options)
+std::vector<std::string> filesOf(const ReportOptions& options)
 {
     if (std::any_of(options.inputs.begin(), options.inputs.end(), isStream))
         throw Failure(EX_USAGE, "-: a report reads files only; write the stream into a file first");
-    FoundInputs found;
-    if (options.recursive) {
-        found = findInputs(options.inputs, {});
-    } else {
-        for (const std::string& name : options.inputs) found.files.push_back({name, {}});
-    }
+    const FoundInputs found = inputsOf(options.inputs, options.recursive);
     if (!options.quiet)
         for (const std::string& note : found.notes()) printNote(note);
     std::vector<std::string> inputs;
@@ -114,7 +107,7 @@ CLI::App* addReport(CLI::App& app, ReportOptions& options)
 int runReport(const ReportOptions& options)
 {
     checkOutput(options.output);
-    const std::vector<std::string> inputs = inputsOf(options);
+    const std::vector<std::string> inputs = filesOf(options);
     const Layout& layout = layoutNamed(options.layout);
     ReportPage page{.title = options.title ? printable(*options.title) : "Upmix report",
                     .theme = options.theme,
