@@ -226,7 +226,7 @@ std::string channelsOf(const Json& entry)
                             element("td", "", numberText(channel.at("peak_dbfs"), "%.1f")) +
                             element("td", "", numberText(channel.at("rms_dbfs"), "%.1f")) +
                             element("td", "",
-                                    "<span class=\"bar\" style=\"--share: " + formatted("%.1f", 100.0 * share) +
+                                    R"(<span class="bar" style="--share: )" + formatted("%.1f", 100.0 * share) +
                                         "%\">" + percent(share) + "</span>"));
     }
     std::string headings;
