@@ -129,7 +129,7 @@ double shareOf(const Json& channel)
     return share.is_null() ? 0.0 : share.get<double>();
 }
 
-/// Share of the energy of channels whose name ends so: FL and SL are left, BL and BR behind.
+/// Share of the energy of the channels with these names.
 double shareOf(const Json& entry, const std::vector<std::string>& names)
 {
     double sum = 0.0;

@@ -1,6 +1,7 @@
 // `tarn report`: the page and its figures.
 // SPDX-License-Identifier: MIT
 #include "cli/base64.h"
+#include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -94,8 +95,8 @@ TEST_F(HtmlReport, ShowsTheFiguresOfTheUpmix)
     for (std::size_t i = 0; i < 3; ++i) {
         const auto& channel = report.at("channels").at(i);
         EXPECT_EQ(cells[3 * i], channel.at("name").get<std::string>());
-        EXPECT_NEAR(std::stod(cells[3 * i + 1]), channel.at("peak_dbfs").get<double>(), 0.05);
-        EXPECT_NEAR(std::stod(cells[3 * i + 2]), channel.at("rms_dbfs").get<double>(), 0.05);
+        EXPECT_EQ(cells[3 * i + 1], tarn::formatted("%.1f", channel.at("peak_dbfs").get<double>()));
+        EXPECT_EQ(cells[3 * i + 2], tarn::formatted("%.1f", channel.at("rms_dbfs").get<double>()));
     }
     EXPECT_NE(html.find("<h2>middle.wav</h2>"), std::string::npos);
     EXPECT_NE(html.find("<p class=\"verdict\">Dual mono: "), std::string::npos);

@@ -1,5 +1,6 @@
 // tarn meter without a terminal: figures, raw streams that pass, and refusals.
 // SPDX-License-Identifier: MIT
+#include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
@@ -113,19 +114,22 @@ TEST_F(Meter, PrintsTheSameFiguresAsJson)
     EXPECT_EQ(json.exitCode, 0) << json.errors;
     const auto lines = linesOf(json.output);
     ASSERT_EQ(lines.size(), 2u);
+    const auto rounded = [](const char* format, const nlohmann::json& value) {
+        return std::stod(tarn::formatted(format, value.get<double>()));
+    };
     for (std::size_t i = 0; i < 2; ++i) {
         const auto words = wordsOf(linesOf(text.output).at(i));
         const auto object = nlohmann::json::parse(lines[i]);
         EXPECT_EQ(object["seconds"], static_cast<double>(i + 1));
-        EXPECT_NEAR(object["momentary_lufs"].get<double>(), words.at("momentary")[0], 0.051);
+        EXPECT_EQ(rounded("%.1f", object["momentary_lufs"]), words.at("momentary")[0]);
         EXPECT_EQ(object["outputs"].size(), 6u);
         EXPECT_EQ(object["outputs"][3]["name"], "LFE");
         EXPECT_TRUE(object["outputs"][3]["peak_dbfs"].is_null()) << "silent without --lfe";
-        EXPECT_NEAR(object["outputs"][0]["peak_dbfs"].get<double>(), words.at("FL")[0], 0.051);
+        EXPECT_EQ(rounded("%.1f", object["outputs"][0]["peak_dbfs"]), words.at("FL")[0]);
         EXPECT_EQ(object["groups"].size(), 16u);
         EXPECT_EQ(object["groups"][8]["upper_hz"], 6000.0);
-        EXPECT_NEAR(object["groups"][8]["level_dbfs"].get<double>(), words.at("6000")[0], 0.051);
-        EXPECT_NEAR(object["groups"][8]["place"].get<double>(), words.at("6000")[1], 0.0051);
+        EXPECT_EQ(rounded("%.1f", object["groups"][8]["level_dbfs"]), words.at("6000")[0]);
+        EXPECT_EQ(rounded("%.2f", object["groups"][8]["place"]), words.at("6000")[1]);
     }
 }
 

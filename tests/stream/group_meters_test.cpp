@@ -195,9 +195,9 @@ TEST(GroupMeters, TellCentreWideLeftAndRightApart)
         EXPECT_GT(left.groupPlace[g], 0.99f);
         EXPECT_LT(right.groupPlace[g], -0.99f);
         EXPECT_LT(left.groupCentre[g], 0.01f);
-        EXPECT_NEAR(centre.groupPlace[g], 0.0, 1e-6);
+        EXPECT_EQ(centre.groupPlace[g], 0.0f);
         EXPECT_GT(centre.groupCentre[g], 0.99f);
-        EXPECT_NEAR(wide.groupPlace[g], 0.0, 1e-6);
+        EXPECT_EQ(wide.groupPlace[g], 0.0f);
         EXPECT_LT(wide.groupCentre[g], 0.01f);
         EXPECT_EQ(nothing.groupLevel[g], 0.0f);
         EXPECT_EQ(nothing.groupPlace[g], 0.0f);
