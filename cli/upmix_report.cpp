@@ -3,6 +3,7 @@
 #include "cli/upmix_report.h"
 
 #include "cli/decibels.h"
+#include "cli/json.h"
 #include "cli/progress.h"
 #include "cli/text.h"
 #include "stream/bass_mode_names.h"
