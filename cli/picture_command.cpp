@@ -12,7 +12,7 @@
 #include "cli/parse_time.h"
 #include "cli/picture_sink.h"
 #include "cli/progress.h"
-#include "cli/room_options.h"
+#include "cli/shared_options.h"
 #include "cli/upmix_passes.h"
 #include "cli/upmix_report.h"
 #include "cli/windowed_source.h"
@@ -111,9 +111,7 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
         ->type_name("")
         ->required();
     picture->add_option("OUTPUT", options.output, "Picture to write (.png, .svg)")->type_name("")->required();
-    picture->add_option("--layout", options.layout, "Outputs to draw: 2.0, 3.0 (default), 5.1 or 7.1")
-        ->type_name("NAME")
-        ->check(oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    addLayoutOption(*picture, options.layout, "Outputs to draw");
     addPresetOption(*picture, options.preset,
                     "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
     picture->add_option("--start", options.start, "Begin at this time of INPUT: 90, or 1:30")
@@ -128,19 +126,12 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
                      "default: 1600x1040, and higher with surround channels")
         ->type_name("WxH")
         ->check(pictureSize());
-    picture->add_option("--theme", options.theme, "Background: dark (default), or light for paper")
-        ->type_name("NAME")
-        ->check(oneOf({"dark", "light"}, "--theme light"));
+    addThemeOption(*picture, options.theme);
     picture->add_option("--title", options.title, "Title; default: artist and title, or the name of INPUT")
         ->type_name("TEXT");
-    picture
-        ->add_option("--raw", options.raw,
-                     "The stream on - is raw PCM of this rate and width, for\n"
-                     "example 48000:16")
-        ->type_name("RATE:BITS");
-    picture->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
-    picture->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio")
-        ->disable_flag_override();
+    addRawOption(*picture, options.raw);
+    picture->add_flag("--force", options.force, "Replace OUTPUT if it exists");
+    picture->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio");
     setHelp(*picture, kPictureHelp, "man tarn-picture describes what the picture shows.");
     return picture;
 }
