@@ -194,7 +194,7 @@ def check_ten_minutes(directory):
 
 def check_page(directory):
     """The commands of docs/hosts/ladspa.md with tarn meter and tarn picture."""
-    samples = known_signal(FRAMES, 16)
+    samples = known_signal(48013, 16)
     write_song(samples, directory)
     check_meter(command_with("ladspa", "tarn meter"), samples, directory)
     check_picture("ladspa", directory)

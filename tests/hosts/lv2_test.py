@@ -208,7 +208,7 @@ def play_long(directory):
 
 def check_page(directory):
     """The commands of docs/hosts/lv2.md with tarn meter and tarn picture. lv2_jalv_test.py has that with jalv."""
-    samples = known_signal(96000, 16)
+    samples = known_signal(48013, 16)
     write_song(samples, directory)
     check_meter(command_with("lv2", "tarn meter"), samples, directory)
     check_picture("lv2", directory)

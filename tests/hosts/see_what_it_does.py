@@ -27,6 +27,14 @@ def commands_of(page):
     return re.search(r"^```sh\n(.*?)^```$", section, re.MULTILINE | re.DOTALL)[1].splitlines()
 
 
+def begin_of(page):
+    """The commands at the top of a page, without the one that installs packages."""
+    text = (PAGES / f"{page}.md").read_text()
+    install, *commands = re.search(r"^```sh\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)[1].splitlines()
+    assert install.startswith("./run package"), install
+    return commands
+
+
 def command_with(page, word):
     """The command of a page that has a word."""
     (command,) = (line for line in commands_of(page) if word in line)
@@ -61,20 +69,29 @@ def output_of(command, directory):
     return output
 
 
+@contextlib.contextmanager
+def running_lines(commands, directory):
+    """Runs commands, with all that they start, during the block."""
+    with start("\n".join(commands), directory) as process:
+        timer = threading.Timer(SECONDS, os.killpg, (process.pid, signal.SIGKILL))
+        timer.start()
+        try:
+            yield process
+        finally:
+            timer.cancel()
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(process.pid, signal.SIGTERM)
+
+
 def shows(command, directory, wanted):
     """Runs a command that does not end until a line of its output matches."""
     output = []
-    with start(command, directory) as process:
-        timer = threading.Timer(SECONDS, os.killpg, (process.pid, signal.SIGKILL))
-        timer.start()
+    with running_lines([command], directory) as process:
         for line in process.stdout:
             output.append(line)
             if re.search(wanted, line):
-                break
-        timer.cancel()
-        with contextlib.suppress(ProcessLookupError):
-            os.killpg(process.pid, signal.SIGTERM)
-    assert output and re.search(wanted, output[-1]), f"{command}: no {wanted} in {output}"
+                return
+    raise AssertionError(f"{command}: no {wanted} in {output}")
 
 
 def write_song(samples, directory):
