@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/parse_time.h"
 
+#include <cmath>
 #include <regex>
 
 namespace tarn
@@ -18,6 +19,11 @@ std::optional<double> parseTime(const std::string& text)
     const double minutes = std::stod(match[2]);
     if (match[1].matched && minutes >= 60.0) return std::nullopt;
     return 3600.0 * hours + 60.0 * minutes + std::stod(match[3]);
+}
+
+std::uint64_t framesOf(const std::string& time, std::uint32_t sampleRate)
+{
+    return static_cast<std::uint64_t>(std::llround(parseTime(time).value() * sampleRate));
 }
 
 } // namespace tarn

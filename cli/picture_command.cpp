@@ -17,7 +17,6 @@
 #include "cli/upmix_report.h"
 #include "cli/windowed_source.h"
 
-#include <cmath>
 #include <memory>
 #include <utility>
 
@@ -42,12 +41,6 @@ std::string sizeText(PictureSize size)
     return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
-/// The message about a value that is no time or size.
-std::string unreadable(const std::string& value, const std::string& kind, const std::string& example)
-{
-    return "'" + value + "' cannot be read as " + kind + "; write for example " + example;
-}
-
 CLI::Validator pictureSize()
 {
     const auto check = [](const std::string& value) -> std::string {
@@ -60,23 +53,6 @@ CLI::Validator pictureSize()
                ", for example --size 1600x1040";
     };
     return {check, ""};
-}
-
-/// Accepts times; with isLength not zero.
-CLI::Validator timeCheck(bool isLength, const std::string& example)
-{
-    const auto check = [=](const std::string& value) -> std::string {
-        const auto seconds = parseTime(value);
-        if (!seconds) return unreadable(value, "a time", example);
-        if (isLength && *seconds == 0.0) return value + " is out of range; use more than 0, for example " + example;
-        return "";
-    };
-    return {check, ""};
-}
-
-std::uint64_t framesOf(const std::string& time, std::uint32_t sampleRate)
-{
-    return static_cast<std::uint64_t>(std::llround(parseTime(time).value() * sampleRate));
 }
 
 /// The options of the upmix that is drawn.
@@ -92,16 +68,6 @@ UpmixOptions upmixOptionsOf(const PictureOptions& options)
     return upmix;
 }
 
-/// Refuses an empty window.
-void checkLength(const PictureOptions& options, const std::string& name, const WindowedSource& source,
-                 std::uint64_t frames)
-{
-    if (frames > 0) return;
-    throw Failure(EX_USAGE, "--start " + options.start.value_or("0") + ": " + name + " ends at " +
-                                shortDurationText(source.position(), source.format().sampleRate) +
-                                "; give an earlier start");
-}
-
 } // namespace
 
 CLI::App* addPicture(CLI::App& app, PictureOptions& options)
@@ -112,12 +78,10 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
         ->required();
     picture->add_option("OUTPUT", options.output, "Picture to write (.png, .svg)")->type_name("")->required();
     addLayoutOption(*picture, options.layout, "Outputs to draw");
-    picture->add_option("--start", options.start, "Begin at this time of INPUT: 90, or 1:30")
-        ->type_name("TIME")
-        ->check(timeCheck(false, "--start 1:30"));
+    addStartOption(*picture, options.start);
     picture->add_option("--length", options.length, "Draw this much of INPUT; default: to its end")
         ->type_name("TIME")
-        ->check(timeCheck(true, "--length 0:12"));
+        ->check(timeOption(true, "--length 0:12"));
     picture
         ->add_option("--size", options.size,
                      "Width and height in pixels, 640x400 to 8192x8192;\n"
@@ -170,7 +134,7 @@ int runPicture(const PictureOptions& options)
     upmixInto(sink, {upmix, layout, format, settings, source, nullptr, report});
     report.loss = source.loss();
     throwIfInterrupted();
-    checkLength(options, upmix.inputName(), source, sink.analysis().frames());
+    if (sink.analysis().frames() == 0) throw startAfterEnd(options.start, upmix.inputName(), source);
     sink.finishPicture();
     const PictureSize size = file.draw(sink.analysis(), look);
     throwIfInterrupted();

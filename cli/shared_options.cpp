@@ -3,6 +3,7 @@
 #include "cli/shared_options.h"
 
 #include "cli/option_checks.h"
+#include "cli/parse_time.h"
 #include "stream/presets.h"
 
 #include <vector>
@@ -43,6 +44,29 @@ void addRawOption(CLI::App& command, std::optional<std::string>& raw)
                     "Standard input is raw stereo PCM of this rate and\n"
                     "width, for example 48000:16")
         ->type_name("RATE:BITS");
+}
+
+std::string unreadable(const std::string& value, const std::string& kind, const std::string& example)
+{
+    return "'" + value + "' cannot be read as " + kind + "; write for example " + example;
+}
+
+CLI::Validator timeOption(bool isLength, const std::string& example)
+{
+    const auto check = [=](const std::string& value) -> std::string {
+        const auto seconds = parseTime(value);
+        if (!seconds) return unreadable(value, "a time", example);
+        if (isLength && *seconds == 0.0) return value + " is out of range; use more than 0, for example " + example;
+        return "";
+    };
+    return {check, ""};
+}
+
+void addStartOption(CLI::App& command, std::optional<std::string>& start)
+{
+    command.add_option("--start", start, "Begin at this time of INPUT: 90, or 1:30")
+        ->type_name("TIME")
+        ->check(timeOption(false, "--start 1:30"));
 }
 
 void addThemeOption(CLI::App& command, std::string& theme)

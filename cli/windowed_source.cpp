@@ -3,6 +3,7 @@
 #include "cli/windowed_source.h"
 
 #include "cli/interrupt.h"
+#include "cli/text.h"
 
 #include <algorithm>
 #include <utility>
@@ -43,6 +44,12 @@ void WindowedSource::rewind()
     source->rewind();
     done = 0;
     ended = false;
+}
+
+Failure startAfterEnd(const std::optional<std::string>& start, const std::string& name, const WindowedSource& source)
+{
+    return {EX_USAGE, "--start " + start.value_or("0") + ": " + name + " ends at " +
+                          shortDurationText(source.position(), source.format().sampleRate) + "; give an earlier start"};
 }
 
 } // namespace tarn

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cli/audio_source.h"
+#include "cli/failure.h"
 
 #include <cstdint>
 #include <memory>
@@ -50,5 +51,11 @@ private:
     std::uint64_t done = 0;
     bool ended = false;
 };
+
+/// The failure for a source that ended before its window.
+///
+/// start  as given
+/// name   of the input
+Failure startAfterEnd(const std::optional<std::string>& start, const std::string& name, const WindowedSource& source);
 
 } // namespace tarn
