@@ -6,6 +6,8 @@
 #include "cli/json.h"
 #include "cli/text.h"
 
+#include <algorithm>
+
 namespace tarn
 {
 
@@ -14,9 +16,19 @@ namespace
 
 constexpr double kHoldSeconds = 2.0;
 
-std::string number(double value)
+/// A number with digits after the point, and no sign if it is rounded to zero.
+std::string rounded(double value, const char* format)
 {
-    return formatted("%.1f", value);
+    const std::string text = formatted(format, value);
+    return text.find_first_not_of("-0.") == std::string::npos && text.starts_with("-") ? text.substr(1) : text;
+}
+
+/// Seconds with as many digits as a frame needs: 4.0, or 4.005.
+std::string secondsText(double seconds)
+{
+    std::string text = formatted("%.6f", seconds);
+    text.resize(std::max(text.find_last_not_of('0') + 1, text.find('.') + 2));
+    return text;
 }
 
 } // namespace
@@ -32,16 +44,21 @@ void PeakHold::apply(MeterValues& values)
     }
 }
 
+std::string tenths(double value)
+{
+    return rounded(value, "%.1f");
+}
+
 std::string lineOf(const MeterValues& values)
 {
-    std::string line = "seconds=" + number(values.seconds) + " momentary=" + number(values.momentary) +
-                       " integrated=" + number(values.integrated) + " reduction=" + number(values.reductionDb) +
+    std::string line = "seconds=" + secondsText(values.seconds) + " momentary=" + tenths(values.momentary) +
+                       " integrated=" + tenths(values.integrated) + " reduction=" + tenths(values.reductionDb) +
                        " clipped=" + std::to_string(values.clipped);
     for (const OutputValue& output : values.outputs)
-        line += " " + output.name + "=" + number(decibels(output.held)) + "," + number(decibels(output.rms));
+        line += " " + output.name + "=" + tenths(decibels(output.held)) + "," + tenths(decibels(output.rms));
     for (const GroupValue& group : values.groups)
-        line += formatted(" %.0f=", group.upperHz) + number(decibels(group.level)) + formatted(",%.2f", group.place) +
-                formatted(",%.2f", group.centre);
+        line += formatted(" %.0f=", group.upperHz) + tenths(decibels(group.level)) + "," +
+                rounded(group.place, "%.2f") + "," + rounded(group.centre, "%.2f");
     return line;
 }
 

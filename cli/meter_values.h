@@ -40,6 +40,8 @@ struct MeterValues
     double seconds = 0.0;                    ///< position in the input
     std::optional<double> totalSeconds = {}; ///< length of the input, if known
     std::string layout;
+    bool isPaused = false;
+    bool canPause = false;
     bool isOn = true; ///< not in bypass
     std::string mode;
     double gainDb = 0.0;
@@ -70,6 +72,9 @@ private:
 
     std::vector<Peak> held;
 };
+
+/// A number with one digit after the point, and no sign if it is rounded to zero.
+std::string tenths(double value);
 
 /// Values as a line of words such as momentary=-23.1. Levels are in dB of full scale; "-inf" is silence.
 std::string lineOf(const MeterValues& values);
