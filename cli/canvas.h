@@ -1,4 +1,4 @@
-// Rows of coloured characters, as text with escape sequences.
+// Rows of coloured characters, and the escape sequences that show them.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -22,31 +22,49 @@ enum class ColourMode : std::uint8_t
     Full  ///< 24 bits
 };
 
+/// The colours of a character; none: that of the terminal.
+struct CellColours
+{
+    std::optional<Rgb> text{};
+    std::optional<Rgb> background{};
+
+    bool operator==(const CellColours&) const = default;
+};
+
 /// A rectangle of characters, at first spaces.
 class Canvas
 {
 public:
+    Canvas() = default;
     Canvas(std::size_t columnCount, std::size_t rowCount)
-        : columns(columnCount), cells(columnCount * rowCount), rowTotal(rowCount)
+        : columnTotal(columnCount), rowTotal(rowCount), cells(columnCount * rowCount)
     {}
 
-    /// Writes a text of UTF-8 into a row. Drops what is outside.
-    void put(std::size_t row, std::size_t column, std::string_view text, std::optional<Rgb> colour = std::nullopt);
+    std::size_t columns() const noexcept { return columnTotal; }
+    std::size_t rows() const noexcept { return rowTotal; }
 
-    /// The rows, each as wide as the canvas. Colours apply to single characters; other characters have the colour of
-    /// the terminal.
-    std::vector<std::string> rows(ColourMode mode) const;
+    /// Writes a text of UTF-8 into a row. Drops what is outside.
+    void put(std::size_t row, std::size_t column, std::string_view text, const CellColours& colours = {});
+
+    /// The characters of a row.
+    std::string textOf(std::size_t row) const;
+
+    /// The escape sequences and characters that change a terminal with another canvas of the same size into this one.
+    /// The colours of the terminal are its own before and after them.
+    std::string changesFrom(const Canvas& before, ColourMode mode) const;
 
 private:
     struct Cell
     {
         std::string character = " ";
-        std::optional<Rgb> colour;
+        CellColours colours;
     };
 
-    std::size_t columns;
+    static bool lookAlike(const Cell& a, const Cell& b, ColourMode mode) noexcept;
+
+    std::size_t columnTotal = 0;
+    std::size_t rowTotal = 0;
     std::vector<Cell> cells; ///< row by row
-    std::size_t rowTotal;
 };
 
 } // namespace tarn

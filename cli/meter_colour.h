@@ -22,7 +22,8 @@ struct Rgb
 /// level  0 black to 1 loudest
 Rgb placeColour(double left, double centre, double right, double level);
 
-/// The nearest colour in the cube of 6 x 6 x 6 colours that terminals with 256 colours have: 16 to 231.
+/// The nearest colour that terminals with 256 colours have, in their cube of 6 x 6 x 6 colours, 16 to 231, or their 24
+/// greys, 232 to 255.
 int cubeColour(Rgb colour) noexcept;
 
 } // namespace tarn

@@ -136,7 +136,7 @@ public:
         const ScreenStyle style = styleOfEnvironment();
         Terminal terminal(descriptor);
         while (!playback.hasEnded()) {
-            terminal.show(screenOf(values(), terminal.size(), style));
+            terminal.show(screenOf(values(), terminal.size(), style), style.colours);
             for (const char key : terminal.waitForKeys(kFrameTime))
                 if (!handle(key)) return true;
             if (arrivedSignal() != 0) return false;

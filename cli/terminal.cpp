@@ -86,21 +86,16 @@ ScreenSize Terminal::size() const noexcept
     return {window.ws_col, window.ws_row};
 }
 
-void Terminal::show(const std::vector<std::string>& rows)
+void Terminal::show(const Canvas& screen, ColourMode mode)
 {
     sendPending();
     if (!pending.empty()) return;
-    if (const ScreenSize now = size(); now != shownSize) {
-        shownSize = now;
-        shown.clear();
+    if (!shown || shown->columns() != screen.columns() || shown->rows() != screen.rows()) {
+        shown.emplace(screen.columns(), screen.rows());
         pending = "\033[0m\033[2J";
     }
-    shown.resize(rows.size());
-    for (std::size_t row = 0; row < rows.size(); ++row) {
-        if (rows[row] == shown[row]) continue;
-        pending += "\033[" + std::to_string(row + 1) + ";1H" + rows[row] + "\033[0m";
-        shown[row] = rows[row];
-    }
+    pending += screen.changesFrom(*shown, mode);
+    shown = screen;
     sendPending();
 }
 

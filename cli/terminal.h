@@ -2,13 +2,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/canvas.h"
 #include "cli/descriptor.h"
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <termios.h>
 
@@ -43,9 +44,9 @@ public:
 
     ScreenSize size() const noexcept;
 
-    /// Shows rows, each with escape sequences and as wide as the screen. Does nothing while the terminal is busy with
-    /// the screen before. Sends changed rows only.
-    void show(const std::vector<std::string>& rows);
+    /// Shows a canvas of the size of the screen. Does nothing while the terminal is busy with the screen before. Sends
+    /// changed characters only.
+    void show(const Canvas& screen, ColourMode mode);
 
     /// Waits until a key is pressed, a time is over, or a signal arrives. Returns the typed bytes; an arrow key is one
     /// of the kUp... below.
@@ -62,9 +63,8 @@ private:
     std::string name;
     Descriptor terminal;
     termios original{};
-    std::vector<std::string> shown; ///< rows on the screen
-    ScreenSize shownSize;
-    std::string pending; ///< bytes that the terminal has not accepted yet
+    std::optional<Canvas> shown; ///< what is on the screen
+    std::string pending;         ///< bytes that the terminal has not accepted yet
 };
 
 /// The keys in typed bytes, with one byte for each arrow key. Other escape sequences are dropped.

@@ -5,11 +5,16 @@
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <numbers>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -36,21 +41,44 @@ MeterValues silentValues()
     return values;
 }
 
-std::vector<std::string> plainScreen(const MeterValues& values, tarn::ScreenSize size = {.columns = 80, .rows = 24})
+std::vector<std::string> rowsOf(const tarn::Canvas& screen)
 {
-    return tarn::screenOf(values, size, {});
+    std::vector<std::string> rows;
+    for (std::size_t row = 0; row < screen.rows(); ++row) rows.push_back(screen.textOf(row));
+    return rows;
 }
 
-/// The three bars of a row of a group, without spaces.
-std::vector<std::string> barsOf(const std::string& row)
+std::vector<std::string> plainScreen(const MeterValues& values, tarn::ScreenSize size = {.columns = 80, .rows = 24})
 {
-    std::vector<std::string> bars;
-    std::istringstream in(row.substr(row.find(':') + 1));
-    for (std::string bar; bars.size() < 3 && std::getline(in, bar, ':');) {
-        std::erase(bar, ' ');
-        bars.push_back(bar);
-    }
-    return bars;
+    return rowsOf(tarn::screenOf(values, size, {}));
+}
+
+/// What a terminal gets for a screen after an empty one.
+std::string sequencesOf(const MeterValues& values, ColourMode mode)
+{
+    return tarn::screenOf(values, {.columns = 80, .rows = 24}, {.colours = mode, .isUtf8 = true})
+        .changesFrom({80, 24}, mode);
+}
+
+/// The axis from left to right in a row of 80 ASCII characters, without its ticks.
+std::string axisOf(const std::string& row)
+{
+    std::string axis = row.substr(9, 19);
+    std::replace(axis.begin(), axis.end(), ':', ' ');
+    return axis;
+}
+
+/// The bar for the level in such a row.
+std::string barOf(const std::string& row)
+{
+    const std::string bar = row.substr(29, 15);
+    return bar.substr(0, bar.find_last_not_of(' ') + 1);
+}
+
+/// An axis with a mark.
+std::string marked(std::size_t first, std::size_t last)
+{
+    return std::string(first, ' ') + std::string(last - first + 1, '#') + std::string(18 - last, ' ');
 }
 
 } // namespace
@@ -64,35 +92,61 @@ TEST(MeterScreen, SilenceHasNoBars)
         EXPECT_EQ(row.find_first_of("#=|\033"), std::string::npos) << row;
     }
     EXPECT_TRUE(rows[0].starts_with(" tarn meter  song.flac  1:02.2 / 3:20 ")) << rows[0];
-    EXPECT_TRUE(rows[1].starts_with(" upmix on   mode fast  gain +0.0 dB    centre +0.0 dB    3.0 ")) << rows[1];
-    EXPECT_TRUE(rows[3].starts_with("   24k :")) << rows[3];
-    EXPECT_TRUE(rows[18].starts_with("  1.5k :")) << rows[18];
-    EXPECT_NE(rows[7].find("loudness       - LUFS"), std::string::npos) << rows[7];
-    EXPECT_TRUE(rows[23].starts_with(" q quit  b on/off ")) << rows[23];
+    EXPECT_TRUE(rows[1].starts_with(" upmix on   mode fast  gain +0.0 dB   centre +0.0 dB   3.0 ")) << rows[1];
+    EXPECT_EQ(rows[3], "   up to left  centre  right -60   -30     0    dB      -60    -30     0 peak dB");
+    EXPECT_TRUE(rows[4].starts_with("  24 kHz :        :        : ")) << rows[4];
+    EXPECT_TRUE(rows[19].starts_with(" 1.5 kHz :        :        : ")) << rows[19];
+    EXPECT_NE(rows[8].find("loudness       - LUFS"), std::string::npos) << rows[8];
+    EXPECT_TRUE(rows[21].starts_with(" mode: fast ")) << rows[21];
+    EXPECT_TRUE(rows[22].starts_with(" limiter: ")) << rows[22];
+    EXPECT_TRUE(rows[23].starts_with(" q quit  b upmix ")) << rows[23];
 }
 
-// The bars have nine characters for 60 dB.
-TEST(MeterScreen, BarsShowLevelAndPlaceOfEveryGroup)
+// The axis has 19 characters, the bars have 15 for 60 dB.
+TEST(MeterScreen, MarksShowThePlaceAndBarsTheLevelOfEveryGroup)
 {
-    using Bars = std::vector<std::string>;
     MeterValues values = silentValues();
     values.groups[0] = {.upperHz = 1500.0, .level = 1.0, .place = 1.0, .centre = 0.0};
     values.groups[1] = {.upperHz = 3000.0, .level = 0.1, .place = -1.0, .centre = 0.0};
     values.groups[2] = {.upperHz = 4500.0, .level = 0.01, .place = 0.0, .centre = 1.0};
     values.groups[3] = {.upperHz = 6000.0, .level = std::sqrt(2.0), .place = 0.0, .centre = 0.0};
+    values.groups[4] = {.upperHz = 7500.0, .level = 0.1, .place = 1.0 / 3.0, .centre = 2.0 / 3.0};
+    values.groups[5] = {.upperHz = 9000.0, .level = 0.1, .place = 0.0, .centre = 2.0 / 3.0};
     const auto rows = plainScreen(values);
-    EXPECT_EQ(barsOf(rows[18]), (Bars{"#########", "", ""})) << rows[18];
-    EXPECT_EQ(barsOf(rows[17]), (Bars{"", "", "######"})) << rows[17];
-    EXPECT_EQ(barsOf(rows[16]), (Bars{"", "###", ""})) << rows[16];
-    EXPECT_EQ(barsOf(rows[15]), (Bars{"#########", "", "#########"})) << rows[15];
-    EXPECT_EQ(barsOf(rows[14]), (Bars{"", "", ""})) << rows[14];
-    EXPECT_NE(rows[17].find("   ######:"), std::string::npos) << "from the right edge: " << rows[17];
-    EXPECT_NE(rows[16].find(":   ###   :"), std::string::npos) << "in the middle: " << rows[16];
-    EXPECT_NE(rows[16].find(" -40.0 "), std::string::npos) << rows[16];
+    const std::pair<std::string, std::string> wanted[] = {{marked(0, 0), std::string(15, '#')},
+                                                          {marked(18, 18), std::string(10, '#')},
+                                                          {marked(9, 9), std::string(5, '#')},
+                                                          {marked(0, 18), std::string(15, '#')},
+                                                          {marked(6, 6), std::string(10, '#')},
+                                                          {marked(6, 12), std::string(10, '#')},
+                                                          {std::string(19, ' '), ""}};
+    for (std::size_t g = 0; g < std::size(wanted); ++g) {
+        EXPECT_EQ(axisOf(rows[19 - g]), wanted[g].first) << rows[19 - g];
+        EXPECT_EQ(barOf(rows[19 - g]), wanted[g].second) << rows[19 - g];
+    }
+    EXPECT_NE(rows[17].find(" -40.0 "), std::string::npos) << rows[17];
     // Three rows per group if there is room.
-    const auto tall = plainScreen(values, {.columns = 80, .rows = 52});
-    for (const std::size_t row : {48u, 49u, 50u})
-        EXPECT_EQ(barsOf(tall[row]), (Bars{"#########", "", ""})) << tall[row];
+    const auto tall = plainScreen(values, {.columns = 80, .rows = 56});
+    for (const std::size_t row : {49u, 50u, 51u}) EXPECT_EQ(barOf(tall[row]), std::string(15, '#')) << tall[row];
+}
+
+TEST(MeterScreen, BlocksHaveEighthsAndMarksHalvesOfACharacter)
+{
+    const auto rowFor = [](double level, double place) {
+        MeterValues values = silentValues();
+        values.groups[0] = {.upperHz = 1500.0, .level = level, .place = place, .centre = 1.0 - std::fabs(place)};
+        return rowsOf(tarn::screenOf(values, tarn::kSmallestScreen, {.isUtf8 = true}))[18];
+    };
+    EXPECT_NE(rowFor(std::pow(10.0, -21.0 / 20.0), 1.0).find("│ █████▉    -21.0 "), std::string::npos);
+    std::set<std::string> rows;
+    for (int step = 0; step <= 72; ++step) {
+        const std::string row = rowFor(std::pow(10.0, (step - 72) * 60.0 / 72.0 / 20.0 + 1e-6), 1.0);
+        const std::size_t bar = row.find("│ ") + 4;
+        rows.insert(row.substr(bar, row.find_first_of("-0123456789", bar) - bar));
+    }
+    EXPECT_EQ(rows.size(), 73u) << "nine characters have 72 steps";
+    EXPECT_NE(rowFor(1.0, 0.0).find("│       █       │"), std::string::npos) << rowFor(1.0, 0.0);
+    EXPECT_NE(rowFor(1.0, 1.0 / 16.0).find("│      ▐▌       │"), std::string::npos) << rowFor(1.0, 1.0 / 16.0);
 }
 
 TEST(MeterScreen, OutputsShowRmsPeakAndHeldPeak)
@@ -103,10 +157,74 @@ TEST(MeterScreen, OutputsShowRmsPeakAndHeldPeak)
     values.reductionDb = 2.5;
     values.clipped = 7;
     const auto rows = plainScreen(values);
-    EXPECT_NE(rows[5].find("FC  #####======    |   0.0"), std::string::npos) << rows[5];
-    EXPECT_NE(rows[7].find("loudness   -23.0 LUFS"), std::string::npos) << rows[7];
-    EXPECT_NE(rows[9].find("limiter     -2.5 dB"), std::string::npos) << rows[9];
-    EXPECT_NE(rows[10].find("clipped        7"), std::string::npos) << rows[10];
+    EXPECT_NE(rows[6].find("FC  #####======    |     0.0"), std::string::npos) << rows[6];
+    EXPECT_NE(rows[8].find("loudness   -23.0 LUFS"), std::string::npos) << rows[8];
+    EXPECT_NE(rows[10].find("limiter     -2.5 dB"), std::string::npos) << rows[10];
+    EXPECT_NE(rows[11].find("clipped        7"), std::string::npos) << rows[11];
+}
+
+TEST(MeterScreen, ZeroHasNoSign)
+{
+    MeterValues values = silentValues();
+    values.reductionDb = 0.04;
+    values.gainDb = -0.04;
+    values.groups[0] = {.upperHz = 1500.0, .level = 1.0, .place = -0.001, .centre = 1.0};
+    const auto rows = plainScreen(values);
+    EXPECT_NE(rows[10].find("limiter      0.0 dB"), std::string::npos) << rows[10];
+    EXPECT_NE(rows[1].find("gain +0.0 dB"), std::string::npos) << rows[1];
+    EXPECT_NE(tarn::lineOf(values).find(" 1500=0.0,0.00,1.00 "), std::string::npos) << tarn::lineOf(values);
+    EXPECT_EQ(tarn::tenths(-0.06), "-0.1");
+    EXPECT_EQ(tarn::tenths(-10.0), "-10.0");
+}
+
+TEST(MeterScreen, SaysThatTheUpmixIsOff)
+{
+    MeterValues values = silentValues();
+    values.isOn = false;
+    values.gainDb = 18.0;
+    values.groups[15] = {.upperHz = 24000.0, .level = 1.0, .place = 1.0, .centre = 0.0};
+    for (const tarn::ScreenSize size : {tarn::kSmallestScreen, tarn::ScreenSize{80, 24}}) {
+        const auto rows = plainScreen(values, size);
+        EXPECT_TRUE(rows[1].starts_with(" upmix OFF, when on: mode fast  gain +18.0 dB  centre +0.0 dB   3.0"))
+            << rows[1];
+        const std::size_t row = size.rows == 20 ? 12 : 13;
+        EXPECT_NE(rows[row].find("off: groups show what"), std::string::npos) << rows[row];
+        EXPECT_NE(rows[row + 1].find("the upmix would do"), std::string::npos) << rows[row + 1];
+    }
+    const Rgb dimmed = tarn::placeColour(1.0, 0.0, 0.0, 0.5);
+    EXPECT_NE(sequencesOf(values, ColourMode::Full)
+                  .find("38;2;" + std::to_string(dimmed.red) + ";" + std::to_string(dimmed.green) + ";" +
+                        std::to_string(dimmed.blue) + ";"),
+              std::string::npos);
+}
+
+TEST(MeterScreen, TellsWhatColoursAndMarksMean)
+{
+    const auto rowOf = [](ColourMode mode, std::size_t row) {
+        return tarn::screenOf(silentValues(), {.columns = 80, .rows = 24}, {.colours = mode, .isUtf8 = true})
+            .textOf(row);
+    };
+    EXPECT_NE(rowOf(ColourMode::Full, 13).find("█ left █ centre █ right"), std::string::npos);
+    EXPECT_NE(rowOf(ColourMode::Cube, 14).find("█ left and right alike"), std::string::npos);
+    EXPECT_NE(rowOf(ColourMode::Plain, 13).find("wide mark: left and"), std::string::npos);
+    EXPECT_NE(rowOf(ColourMode::Plain, 14).find("right alike"), std::string::npos);
+}
+
+TEST(MeterScreen, SendsOnlyChangedCharacters)
+{
+    MeterValues values = silentValues();
+    const auto screenAt = [&] {
+        return tarn::screenOf(values, {.columns = 120, .rows = 40}, {.colours = ColourMode::Full, .isUtf8 = true});
+    };
+    const tarn::Canvas before = screenAt();
+    EXPECT_EQ(screenAt().changesFrom(before, ColourMode::Full), "");
+    values.seconds += 0.1;
+    EXPECT_EQ(screenAt().changesFrom(before, ColourMode::Full), "\033[1;30H3");
+    values.outputs[0].rms = std::pow(10.0, -59.0 / 20.0);
+    values.outputs[0].peak = values.outputs[0].rms;
+    const std::string changes = screenAt().changesFrom(before, ColourMode::Full);
+    EXPECT_TRUE(changes.starts_with("\033[1;30H3\033[5;82H\033[38;2;")) << changes;
+    EXPECT_TRUE(changes.ends_with("m▌\033[m")) << changes;
 }
 
 TEST(MeterScreen, SmallWindowsSayWhatIsMissing)
@@ -118,7 +236,15 @@ TEST(MeterScreen, SmallWindowsSayWhatIsMissing)
         EXPECT_TRUE(rows[1].starts_with("and 20 rows; q quits")) << rows[1];
     }
     const auto smallest = plainScreen(silentValues(), tarn::kSmallestScreen);
-    EXPECT_EQ(smallest.back(), " q quit  b on/off  m mode  up/down gain  left/right centre  r reset ");
+    EXPECT_EQ(smallest.back(), " q quit  b upmix  m mode  arrows gain, centre  r reset              ");
+    MeterValues file = silentValues();
+    file.canPause = true;
+    file.isPaused = true;
+    EXPECT_EQ(plainScreen(file, tarn::kSmallestScreen).back(),
+              " q quit  space pause  b upmix  m mode  arrows gain, centre  r reset ");
+    EXPECT_EQ(plainScreen(file).back(),
+              " q quit  space pause  b upmix  m mode  up/down gain  left/right centre  r reset ");
+    EXPECT_TRUE(plainScreen(file)[0].starts_with(" tarn meter  song.flac  1:02.2 / 3:20  PAUSED "));
     for (std::size_t columns = 68; columns < 300; ++columns)
         for (const std::string& row : plainScreen(silentValues(), {.columns = columns, .rows = 24}))
             EXPECT_EQ(row.size(), columns);
@@ -150,18 +276,46 @@ TEST(MeterScreen, ColoursFollowThePlace)
     EXPECT_EQ(tarn::cubeColour({0, 0, 0}), 16);
     EXPECT_EQ(tarn::cubeColour({255, 255, 255}), 231);
     EXPECT_EQ(tarn::cubeColour({95, 0, 215}), 16 + 36 + 4);
+    EXPECT_EQ(tarn::cubeColour({128, 130, 127}), 232 + 12);
+    EXPECT_EQ(tarn::cubeColour({32, 36, 42}), 232 + 3) << "38";
 
     MeterValues values = silentValues();
     values.groups[15] = {.upperHz = 24000.0, .level = 1.0, .place = 1.0, .centre = 0.0};
-    const auto rowIn = [&](ColourMode mode) {
-        return tarn::screenOf(values, {.columns = 80, .rows = 24}, {.colours = mode, .isUtf8 = true})[3];
-    };
     const std::string full = "\033[38;2;" + std::to_string(left.red) + ";" + std::to_string(left.green) + ";" +
-                             std::to_string(left.blue) + "m█████████";
-    EXPECT_NE(rowIn(ColourMode::Full).find(full), std::string::npos) << rowIn(ColourMode::Full);
-    EXPECT_NE(rowIn(ColourMode::Cube).find("\033[38;5;" + std::to_string(tarn::cubeColour(left)) + "m█████████"),
-              std::string::npos);
-    EXPECT_EQ(rowIn(ColourMode::Plain).find('\033'), std::string::npos);
+                             std::to_string(left.blue) + ";48;2;32;36;42m█";
+    EXPECT_NE(sequencesOf(values, ColourMode::Full).find(full), std::string::npos);
+    EXPECT_NE(
+        sequencesOf(values, ColourMode::Cube).find("\033[38;5;" + std::to_string(tarn::cubeColour(left)) + ";48;5;"),
+        std::string::npos);
+    EXPECT_EQ(sequencesOf(values, ColourMode::Plain).find('m', 0),
+              sequencesOf(values, ColourMode::Plain).find("meter"));
+}
+
+TEST(MeterScreen, OutputsHaveTheColoursOfTheirSides)
+{
+    MeterValues values = silentValues();
+    values.outputs.clear();
+    const std::pair<const char*, std::array<double, 3>> outputs[] = {{"FL", {1, 0, 0}}, {"FR", {0, 0, 1}},
+                                                                     {"FC", {0, 1, 0}}, {"LFE", {1, 0, 1}},
+                                                                     {"BL", {1, 0, 0}}, {"SR", {0, 0, 1}}};
+    for (const auto& [name, energies] : outputs) values.outputs.push_back({.name = name});
+    const tarn::Canvas silent = tarn::screenOf(values, {80, 24}, {.colours = ColourMode::Full, .isUtf8 = true});
+    for (std::size_t i = 0; i < std::size(outputs); ++i) {
+        SCOPED_TRACE(outputs[i].first);
+        MeterValues loud = values;
+        loud.outputs[i].rms = 0.01;
+        loud.outputs[i].peak = 0.1;
+        const std::string changes = tarn::screenOf(loud, {80, 24}, {.colours = ColourMode::Full, .isUtf8 = true})
+                                        .changesFrom(silent, ColourMode::Full);
+        for (const double level : {0.97, 0.55}) {
+            const auto& [left, centre, right] = outputs[i].second;
+            const Rgb colour = tarn::placeColour(left, centre, right, level);
+            EXPECT_NE(changes.find("38;2;" + std::to_string(colour.red) + ";" + std::to_string(colour.green) + ";" +
+                                   std::to_string(colour.blue)),
+                      std::string::npos)
+                << changes;
+        }
+    }
 }
 
 TEST(MeterScreen, PeaksAreHeldForTwoSeconds)
@@ -229,7 +383,8 @@ protected:
                 samples.push_back(static_cast<std::int32_t>(std::lround(level * value)) * 65536);
         }
         writeBytes(at("in.raw"), pcmOf(samples, 16));
-        start("(cat in.raw; sleep 60) | \"$TARN\" meter --raw 48000:16 " + options, variables);
+        start("(cat in.raw; sleep 60) | sh -c 'echo $$ >process; exec \"$TARN\" meter --raw 48000:16 " + options + "'",
+              variables);
         waitFor("0:02.0");
     }
 
@@ -272,28 +427,29 @@ TEST_F(MeterInTerminal, ASineOnTheLeftHasItsBarInItsGroup)
     const auto screen = rows();
     ASSERT_EQ(screen.size(), 24u);
     EXPECT_TRUE(screen[0].starts_with(" tarn meter  standard input  0:02.0")) << screen[0];
-    for (std::size_t row = 3; row < 19; ++row) {
-        const bool isGroup = screen[row].starts_with("  6.0k :");
-        EXPECT_EQ(barsOf(screen[row]), (std::vector<std::string>{isGroup ? "#######" : "", "", ""})) << screen[row];
-        EXPECT_EQ(screen[row].find(" -12.0 ") != std::string::npos, isGroup) << screen[row];
+    for (std::size_t row = 4; row < 20; ++row) {
+        const bool isGroup = screen[row].starts_with(" 6.0 kHz ");
+        EXPECT_EQ(axisOf(screen[row]), isGroup ? marked(0, 0) : std::string(19, ' ')) << screen[row];
+        EXPECT_EQ(barOf(screen[row]), isGroup ? std::string(12, '#') : "") << screen[row];
+        EXPECT_EQ(screen[row].find(" -12.0") != std::string::npos, isGroup) << screen[row];
     }
-    EXPECT_NE(screen[3].find("FL  ##"), std::string::npos) << screen[3];
-    EXPECT_EQ(screen[4].find('#'), std::string::npos) << screen[4];
+    EXPECT_NE(screen[4].find("FL  ##"), std::string::npos) << screen[4];
+    EXPECT_EQ(screen[5].find('#'), std::string::npos) << screen[5];
 }
 
 TEST_F(MeterInTerminal, ACentredSineIsInTheMiddleAndAWideOneOnBothSides)
 {
-    const auto barsFor = [this](double left, double right) {
+    const auto axisFor = [this](double left, double right) {
         startOnSines(left, right);
         const auto screen = rows();
         tmux("kill-server");
         for (const std::string& row : screen)
-            if (row.starts_with("  6.0k :")) return barsOf(row);
-        return std::vector<std::string>{};
+            if (row.starts_with(" 6.0 kHz ")) return axisOf(row);
+        return std::string();
     };
-    EXPECT_EQ(barsFor(0.5, 0.5), (std::vector<std::string>{"", "########", ""}));
-    EXPECT_EQ(barsFor(0.5, -0.5), (std::vector<std::string>{"#######", "", "#######"}));
-    EXPECT_EQ(barsFor(0.0, 0.0), (std::vector<std::string>{"", "", ""}));
+    EXPECT_EQ(axisFor(0.5, 0.5), marked(9, 9));
+    EXPECT_EQ(axisFor(0.5, -0.5), marked(0, 18));
+    EXPECT_EQ(axisFor(0.0, 0.0), std::string(19, ' '));
 }
 
 TEST_F(MeterInTerminal, ColoursFollowTheEnvironment)
@@ -315,11 +471,12 @@ TEST_F(MeterInTerminal, ColoursFollowTheEnvironment)
 TEST_F(MeterInTerminal, KeysChangeTheSettings)
 {
     startOnSines(0.5, 0.5, "LC_ALL=C", "--layout 5.1");
-    EXPECT_NE(rows()[1].find("upmix on   mode fast  gain +3.0 dB    centre +0.0 dB    5.1"), std::string::npos);
+    EXPECT_NE(rows()[1].find("upmix on   mode fast  gain +3.0 dB   centre +0.0 dB   5.1"), std::string::npos);
     press("Up Up Down Left Left Left m b");
-    waitFor("upmix OFF  mode calm  gain +4.0 dB    centre -3.0 dB    5.1");
-    press("b m Right Down x F5");
-    waitFor("upmix on   mode fast  gain +3.0 dB    centre -2.0 dB    5.1");
+    waitFor("upmix OFF, when on: mode calm  gain +4.0 dB   centre -3.0 dB   5.1");
+    press("b m Right Down x F5 Space");
+    waitFor("upmix on   mode fast  gain +3.0 dB   centre -2.0 dB   5.1");
+    EXPECT_EQ(text().find("PAUSED"), std::string::npos) << "a stream goes on";
     ASSERT_EQ(text().find("from start     - LUFS"), std::string::npos) << text();
     press("r");
     waitFor("from start     - LUFS");
