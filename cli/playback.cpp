@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadFrames = 4096;
 constexpr std::uint32_t kPartsPerSecond = 100; ///< of a file, which is read in real time
+constexpr milliseconds kMaxDelay(250);         ///< that playing catches up with
 
 /// Waits until a point in time. Throws Interrupted.
 void waitUntil(Clock::time_point time)
@@ -41,7 +42,7 @@ void Player::play(const std::function<void()>& afterSecond)
 {
     std::vector<std::int32_t> stereo(2 * kReadFrames);
     const std::size_t part = speed ? std::clamp<std::size_t>(rate / kPartsPerSecond, 1, kReadFrames) : kReadFrames;
-    const Clock::time_point start = Clock::now();
+    Clock::time_point start = Clock::now();
     while (true) {
         throwIfInterrupted();
         const std::uint64_t untilSecond = rate - frames % rate;
@@ -52,7 +53,10 @@ void Player::play(const std::function<void()>& afterSecond)
         if (frames % rate == 0) afterSecond();
         if (!speed) continue;
         const std::chrono::duration<double> position(static_cast<double>(frames) / rate / *speed);
-        waitUntil(start + std::chrono::duration_cast<Clock::duration>(position));
+        const Clock::time_point due = start + std::chrono::duration_cast<Clock::duration>(position);
+        // The time in which the process was stopped is lost.
+        if (const auto late = Clock::now() - due; late > kMaxDelay) start += late;
+        waitUntil(due);
     }
     stream.finish();
     if (frames % rate != 0) afterSecond();

@@ -8,8 +8,8 @@
 #include "cli/text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <csignal>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -33,14 +33,51 @@ std::string nameOfTerminal(int descriptor)
     return ttyname_r(descriptor, name, sizeof name) == 0 ? name : "";
 }
 
-/// Terminal settings for single keys without echo. Ctrl-C still sends a signal; Ctrl-Z and Ctrl-S do nothing.
+// Set by the handlers.
+std::atomic<bool> isStopWanted = false;
+std::atomic<bool> hasContinued = false;
+
+extern "C" void recordStop(int /*signalNumber*/)
+{
+    isStopWanted = true;
+}
+
+extern "C" void recordContinuation(int /*signalNumber*/)
+{
+    hasContinued = true;
+}
+
+/// Installs a handler, unless the parent ignores the signal. Returns the action before.
+struct sigaction installed(int signalNumber, void (*handler)(int))
+{
+    struct sigaction before = {};
+    sigaction(signalNumber, nullptr, &before);
+    if (before.sa_handler == SIG_IGN) return before;
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigaction(signalNumber, &action, nullptr);
+    return before;
+}
+
+/// Stops this process as if it did not catch SIGTSTP. Returns when it continues.
+void stopProcess()
+{
+    struct sigaction standard = {};
+    standard.sa_handler = SIG_DFL;
+    struct sigaction own = {};
+    sigaction(SIGTSTP, &standard, &own);
+    raise(SIGTSTP);
+    sigaction(SIGTSTP, &own, nullptr);
+}
+
+/// Terminal settings for single keys without echo. Ctrl-C and Ctrl-Z still send signals; Ctrl-S does nothing.
 termios keySettings(termios settings)
 {
     settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     settings.c_iflag &= ~static_cast<tcflag_t>(IXON);
     settings.c_cc[VMIN] = 1;
     settings.c_cc[VTIME] = 0;
-    settings.c_cc[VSUSP] = _POSIX_VDISABLE;
     return settings;
 }
 
@@ -59,12 +96,30 @@ Terminal::Terminal(int descriptor)
     if (terminal.number() < 0 || tcgetattr(terminal.number(), &original) != 0)
         throw Failure(EX_IOERR, name + ": cannot be opened: " + systemError(errno) +
                                     "; check that you may use it, or send the output to a file");
-    const termios settings = keySettings(original);
-    tcsetattr(terminal.number(), TCSANOW, &settings);
-    pending = kEnter;
+    isStopWanted = false;
+    hasContinued = false;
+    originalStop = installed(SIGTSTP, recordStop);
+    originalContinue = installed(SIGCONT, recordContinuation);
+    enter();
 }
 
 Terminal::~Terminal()
+{
+    leave();
+    sigaction(SIGTSTP, &originalStop, nullptr);
+    sigaction(SIGCONT, &originalContinue, nullptr);
+}
+
+/// Waits in the background until the process is in the foreground.
+void Terminal::enter() noexcept
+{
+    const termios settings = keySettings(original);
+    tcsetattr(terminal.number(), TCSANOW, &settings);
+    shown.reset();
+    pending = kEnter;
+}
+
+void Terminal::leave() noexcept
 {
     // What is still pending would be shown on the first screen.
     pollfd wait = {terminal.number(), POLLOUT, 0};
@@ -77,6 +132,17 @@ Terminal::~Terminal()
     // Waits for nothing: a terminal that is stuck must not keep the process.
     tcflush(terminal.number(), rest.empty() ? TCIFLUSH : TCIOFLUSH);
     tcsetattr(terminal.number(), TCSANOW, &original);
+}
+
+/// Stops the process if SIGTSTP arrived, and shows the screen again after any stop.
+void Terminal::followJobControl()
+{
+    if (isStopWanted.exchange(false)) {
+        leave();
+        stopProcess();
+        hasContinued = true;
+    }
+    if (hasContinued.exchange(false)) enter();
 }
 
 ScreenSize Terminal::size() const noexcept
@@ -102,7 +168,9 @@ void Terminal::show(const Canvas& screen, ColourMode mode)
 std::string Terminal::waitForKeys(std::chrono::milliseconds time)
 {
     pollfd waits[2] = {{terminal.number(), POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}};
-    if (poll(waits, 2, static_cast<int>(time.count())) <= 0 || waits[0].revents == 0) return {};
+    const int ready = poll(waits, 2, static_cast<int>(time.count()));
+    followJobControl();
+    if (ready <= 0 || waits[0].revents == 0) return {};
     char typed[256];
     const ssize_t got = read(terminal.number(), typed, sizeof typed);
     // A terminal that is gone is always ready.

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include <signal.h> // NOLINT(modernize-deprecated-headers): sigaction
 #include <termios.h>
 
 namespace tarn
@@ -27,7 +28,8 @@ struct ScreenSize
 
 /// Shows rows of text on the second screen of a terminal. The destructor shows the first one again, as it was.
 ///
-/// Writing never blocks: a terminal that is too slow gets fewer screens.
+/// Writing never blocks: a terminal that is too slow gets fewer screens. Ctrl-Z stops the process with the terminal as
+/// it was; when the process continues, the second screen returns. There can be one object at a time.
 class Terminal
 {
 public:
@@ -49,7 +51,7 @@ public:
     void show(const Canvas& screen, ColourMode mode);
 
     /// Waits until a key is pressed, a time is over, or a signal arrives. Returns the typed bytes; an arrow key is one
-    /// of the kUp... below.
+    /// of the kUp... below. Stops the process here after Ctrl-Z.
     std::string waitForKeys(std::chrono::milliseconds time);
 
     static constexpr char kUp = '\x01';
@@ -58,13 +60,18 @@ public:
     static constexpr char kLeft = '\x04';
 
 private:
+    void enter() noexcept;
+    void leave() noexcept;
+    void followJobControl();
     void sendPending() noexcept;
 
     std::string name;
     Descriptor terminal;
     termios original{};
-    std::optional<Canvas> shown; ///< what is on the screen
-    std::string pending;         ///< bytes that the terminal has not accepted yet
+    struct sigaction originalStop = {};     ///< for SIGTSTP
+    struct sigaction originalContinue = {}; ///< for SIGCONT
+    std::optional<Canvas> shown;            ///< what is on the screen
+    std::string pending;                    ///< bytes that the terminal has not accepted yet
 };
 
 /// The keys in typed bytes, with one byte for each arrow key. Other escape sequences are dropped.

@@ -542,6 +542,73 @@ TEST_F(MeterInTerminal, RestoresTheTerminalOnEveryExit)
     }
 }
 
+// The position of a file: "0:01.2" is 1.2.
+double positionIn(const std::string& row)
+{
+    std::smatch match;
+    return std::regex_search(row, match, std::regex("in\\.wav  0:([0-9.]+) /")) ? std::stod(match[1]) : -1.0;
+}
+
+TEST_F(MeterInTerminal, CtrlZStopsItWithTheTerminalRestoredAndFgShowsTheScreenAgain)
+{
+    using namespace std::chrono_literals;
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 60, 16));
+    start(
+        "set -m\nstty -a >stty-before\n\"$TARN\" meter in.wav\nstty -a >stty-stopped\necho was stopped\nread word\nfg");
+    waitFor("in.wav  0:00.5");
+    const double before = positionIn(rows()[0]);
+    press("C-z");
+    waitFor("was stopped");
+    EXPECT_EQ(state(), "screen 0 cursor 1\n");
+    EXPECT_EQ(text().find("r reset"), std::string::npos) << text();
+    EXPECT_EQ(bytesOf(at("stty-before")), bytesOf(at("stty-stopped")));
+    std::this_thread::sleep_for(2s);
+    press("word Enter");
+    waitFor("r reset");
+    EXPECT_EQ(state(), "screen 1 cursor 0\n");
+    EXPECT_GE(positionIn(rows()[0]), before);
+    EXPECT_LT(positionIn(rows()[0]), before + 1.5) << "the file was stopped too";
+    press("C-z");
+    waitFor("ended with");
+    EXPECT_EQ(state(), "screen 0 cursor 1\n") << "stops a second time";
+}
+
+/// Rows with escape sequences, with every character behind its own colours. A space has no colour of its text.
+std::string visibleCells(const std::vector<std::string>& rows)
+{
+    std::string cells;
+    std::map<char, std::string> colours; // by kind: 3 for the text, 4 for the background
+    for (const std::string& row : rows) {
+        static const std::regex kPart("\033\\[([34])([0-9;]*)m|[^\033]");
+        for (std::sregex_iterator part(row.begin(), row.end(), kPart), end; part != end; ++part) {
+            if ((*part)[1].matched) {
+                colours[(*part)[1].str()[0]] = (*part)[2];
+            } else {
+                cells += part->str() + (part->str() == " " ? "" : colours['3']) + "/" + colours['4'] + " ";
+            }
+        }
+        cells += "\n";
+    }
+    return cells;
+}
+
+TEST_F(MeterInTerminal, KeysWorkAfterTheProcessWasStopped)
+{
+    startOnSines(0.5, 0.1, "LC_ALL=C.UTF-8 COLORTERM=truecolor");
+    press("m");
+    waitFor("mode calm");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const auto screen = visibleCells(rows("-e"));
+    shell("kill -STOP $(cat process)");
+    tmux("send-keys -R");
+    EXPECT_EQ(text().find("r reset"), std::string::npos) << "the reset erases the window";
+    shell("kill -CONT $(cat process)");
+    waitFor("r reset");
+    EXPECT_EQ(visibleCells(rows("-e")), screen) << "as many changes had drawn it";
+    press("m");
+    waitFor("mode fast");
+}
+
 TEST_F(MeterInTerminal, ThePassedStreamIsUnchangedAndItsReaderEndsTheMeter)
 {
     writeBytes(at("in.raw"), pcmOf(stereoNoise(20000, 16), 16) + "x");
