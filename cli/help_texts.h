@@ -117,13 +117,14 @@ man tarn-report describes the page.
 inline constexpr const char* kMeterHelp = R"(Usage: tarn meter [OPTIONS] INPUT
        ... | tarn meter --raw RATE:BITS [--pass | --upmix] [OPTIONS] | ...
 
-Shows, while INPUT or a raw stream runs, where the sound of 16 frequency groups
-plays, the level of every output, and the loudness. INPUT makes no sound.
-Without a terminal, it prints a line for every second.
+Shows where each of 16 frequency groups of a file or stream plays, the level of
+every output, and the loudness, in real time. It makes no sound. Without a
+terminal, it prints a line for every second.
 
   --raw RATE:BITS  standard input is raw stereo PCM
   --pass           write the raw stream to standard output as it is
   --upmix          write its upmix instead, as the keys set it
+  --start TIME     begin at this time of INPUT: 90, or 1:30
   --speed X        of INPUT, 0.1 to 1000; default: 1
   --layout NAME    2.0, 3.0 (default), 5.1 or 7.1
   --mode NAME      fast (default) or calm
@@ -131,8 +132,8 @@ Without a terminal, it prints a line for every second.
   --gain DB, --lfe DB, --limiter, --no-limiter   as in tarn upmix
   --json           print lines of JSON
 
-Keys: q quit, b upmix on or off, m mode, up and down gain, left and right
-centre, r reset.
+Keys: q quit, space pause, b upmix on or off, m mode, up and down gain, left and
+right centre, r reset of loudness and peaks.
 
   arecord -f dat -t raw | tarn meter --raw 48000:16 --pass | aplay -f dat -t raw
 )";

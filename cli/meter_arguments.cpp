@@ -38,6 +38,7 @@ CLI::App* addMeter(CLI::App& app, MeterOptions& options)
     meter->add_flag("--upmix", options.upmix,
                     "Write the upmix of the raw stream to standard output,\n"
                     "as options and keys set it");
+    addStartOption(*meter, options.start);
     meter->add_option("--speed", options.speed, "Speed of a file, 0.1 to 1000; default: 1, real time")
         ->type_name("X")
         ->check(numberFrom(kMinSpeed, kMaxSpeed, "--speed 10"));

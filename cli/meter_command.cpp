@@ -8,12 +8,14 @@
 #include "cli/json.h"
 #include "cli/meter_screen.h"
 #include "cli/metered_stream.h"
+#include "cli/parse_time.h"
 #include "cli/playback.h"
 #include "cli/progress.h"
 #include "cli/raw_pcm.h"
 #include "cli/resampled_source.h"
 #include "cli/terminal.h"
 #include "cli/text.h"
+#include "cli/windowed_source.h"
 #include "stream/steering_mode_names.h"
 
 #include <algorithm>
@@ -64,13 +66,14 @@ void checkOptions(const MeterOptions& options)
     } else {
         if (!options.input.empty() && options.input != "-")
             throw Failure(EX_USAGE, "--raw: describes the stream on '-', but INPUT is a file; leave it out");
+        if (options.start) throw Failure(EX_USAGE, "--start: a raw stream has no times; leave it out");
         if (options.speed) throw Failure(EX_USAGE, "--speed: a stream has a speed of its own; leave it out");
     }
     checkRoomOptions(options.room, layoutNamed(options.layout), false);
 }
 
-/// The source, and where it passes the bytes of a raw stream.
-std::unique_ptr<AudioSource> openSource(const MeterOptions& options)
+/// The source from its start on, and where it passes the bytes of a raw stream.
+WindowedSource openSource(const MeterOptions& options)
 {
     std::unique_ptr<AudioSource> source;
     if (options.raw) {
@@ -86,7 +89,7 @@ std::unique_ptr<AudioSource> openSource(const MeterOptions& options)
     // Samples above full scale are clipped, as in a live stream; searching for them would read the file twice.
     for (const std::string& note : source->prepare(false, {.keep = false, .sharedPeak = 1.0}))
         printNote(inputNameOf(options) + ": " + note);
-    return source;
+    return {std::move(source), options.start ? framesOf(*options.start, rate) : 0, std::nullopt};
 }
 
 /// Whether a line can be written without waiting. A pipe that is ready has room for PIPE_BUF bytes, more than a line.
@@ -100,18 +103,24 @@ bool isReady(int descriptor)
 class Meters
 {
 public:
-    Meters(const MeterOptions& meterOptions, const AudioSource& source, MeteredStream& meteredStream)
-        : options(meterOptions), stream(meteredStream)
+    Meters(const MeterOptions& meterOptions, const AudioSource& source, MeteredStream& meteredStream,
+           Player& filePlayer)
+        : options(meterOptions), stream(meteredStream), player(filePlayer)
     {
+        const std::uint32_t rate = source.format().sampleRate;
+        if (options.start) startSeconds = static_cast<double>(framesOf(*options.start, rate)) / rate;
         if (const auto frames = source.expectedFrames())
-            totalSeconds = static_cast<double>(*frames) / source.format().sampleRate;
+            totalSeconds = startSeconds + static_cast<double>(*frames) / rate;
     }
 
     MeterValues values()
     {
         MeterValues now = stream.values();
         now.name = inputNameOf(options);
+        now.seconds += startSeconds;
         now.totalSeconds = totalSeconds;
+        now.isPaused = player.isPaused();
+        now.canPause = !options.raw;
         hold.apply(now);
         return now;
     }
@@ -128,6 +137,18 @@ public:
         if (std::ferror(display) == 0 || isAudio) return;
         throwIfInterrupted();
         throw Failure(EX_IOERR, "standard output: writing failed; check the program or the disk that receives it");
+    }
+
+    /// Prints what was played, and its loudness.
+    void printSummary()
+    {
+        const MeterValues last = values();
+        const auto timeText = [](double seconds) {
+            return durationText(static_cast<std::uint64_t>(std::llround(seconds * 1000.0)), 1000);
+        };
+        printNote(last.name + ": " + (startSeconds > 0.0 ? timeText(startSeconds) + " to " : "") +
+                  timeText(last.seconds) +
+                  (std::isfinite(last.integrated) ? ", " + tenths(last.integrated) + " LUFS" : ", silence"));
     }
 
     /// Shows screens until the playback ends or the user quits. Returns whether the user did.
@@ -151,6 +172,9 @@ private:
         switch (key) {
         case 'q':
             return false;
+        case ' ':
+            if (!options.raw) player.togglePause();
+            break;
         case 'b':
             stream.toggleUpmix();
             break;
@@ -177,6 +201,8 @@ private:
 
     const MeterOptions& options;
     MeteredStream& stream;
+    Player& player;
+    double startSeconds = 0.0;
     std::optional<double> totalSeconds;
     PeakHold hold;
 };
@@ -191,8 +217,15 @@ bool playOnScreen(int descriptor, Player& player, Meters& meters)
     return true;
 }
 
+/// Throws Failure (EX_USAGE) if a source that was played to its end ended before the start.
+void checkStart(const MeterOptions& options, const WindowedSource& source)
+{
+    if (options.start && source.position() <= framesOf(*options.start, source.format().sampleRate))
+        throw startAfterEnd(options.start, inputNameOf(options), source);
+}
+
 /// Reports what is missing of a source that was played to its end. Returns the exit code.
-int reportLoss(const MeterOptions& options, const AudioSource& source)
+int reportLoss(const MeterOptions& options, const WindowedSource& source)
 {
     const std::optional<Loss> loss = source.loss();
     if (!loss) return EX_OK;
@@ -207,31 +240,31 @@ int runMeter(const MeterOptions& options)
     checkOptions(options);
     catchBrokenPipe();
     const Layout& layout = layoutNamed(options.layout);
-    const std::unique_ptr<AudioSource> source = openSource(options);
+    WindowedSource source = openSource(options);
     const EngineSettings settings{.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
                                   .room = roomSettingsOf(options.room, layout)};
     // Only the width of the upmix matters to others.
-    const StreamFormat format{.sampleRate = source->format().sampleRate,
-                              .bits = options.upmix ? source->format().bits : 32};
+    const StreamFormat format{.sampleRate = source.format().sampleRate,
+                              .bits = options.upmix ? source.format().bits : 32};
     if (options.pass) refuseTerminalForAudio();
     std::optional<RawSink> sink;
     if (options.upmix) sink.emplace(layout.slots, format);
     MeteredStream stream(layout, format, settings, sink ? &*sink : nullptr);
     std::optional<double> speed = options.speed;
     if (!options.raw && !speed) speed = 1.0;
-    Player player(*source, stream, speed);
-    Meters meters(options, *source, stream);
+    Player player(source, stream, speed);
+    Meters meters(options, source, stream, player);
 
     const int display = writesAudio(options) ? STDERR_FILENO : STDOUT_FILENO;
     if (options.json || !Terminal::canShowScreens(display)) {
         player.play([&meters] { meters.printLine(); });
-        return reportLoss(options, *source);
+        checkStart(options, source);
+        return reportLoss(options, source);
     }
-    if (!playOnScreen(display, player, meters)) return EX_OK;
-    const MeterValues last = meters.values();
-    printNote(last.name + ": " + durationText(static_cast<std::uint64_t>(last.seconds * 1000.0), 1000) +
-              (std::isfinite(last.integrated) ? formatted(", %.1f LUFS", last.integrated) : ", silence"));
-    return reportLoss(options, *source);
+    const bool hasEnded = playOnScreen(display, player, meters);
+    if (hasEnded) checkStart(options, source);
+    meters.printSummary();
+    return hasEnded ? reportLoss(options, source) : EX_OK;
 }
 
 } // namespace tarn

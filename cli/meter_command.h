@@ -13,11 +13,12 @@ namespace tarn
 /// The options of `tarn meter`.
 struct MeterOptions
 {
-    std::string input;              ///< a file, or - for standard input; with raw also empty
-    std::optional<std::string> raw; ///< RATE:BITS of the stream on standard input
-    bool pass = false;              ///< writes the raw stream to standard output as it is
-    bool upmix = false;             ///< writes its upmix to standard output
-    std::optional<double> speed;    ///< of a file; none: 1
+    std::string input;                ///< a file, or - for standard input; with raw also empty
+    std::optional<std::string> raw;   ///< RATE:BITS of the stream on standard input
+    bool pass = false;                ///< writes the raw stream to standard output as it is
+    bool upmix = false;               ///< writes its upmix to standard output
+    std::optional<std::string> start; ///< time of the first frame of a file
+    std::optional<double> speed;      ///< of a file; none: 1
     std::string layout = "3.0";
     std::string mode = "fast";
     RoomOptions room;

@@ -23,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kReadFrames = 4096;
 constexpr std::uint32_t kPartsPerSecond = 100; ///< of a file, which is read in real time
 constexpr milliseconds kMaxDelay(250);         ///< that playing catches up with
+constexpr milliseconds kPauseStep(20);
 
 /// Waits until a point in time. Throws Interrupted.
 void waitUntil(Clock::time_point time)
@@ -38,6 +39,11 @@ void waitUntil(Clock::time_point time)
 
 } // namespace
 
+void Player::waitWhilePaused() const
+{
+    while (paused) waitUntil(Clock::now() + kPauseStep);
+}
+
 void Player::play(const std::function<void()>& afterSecond)
 {
     std::vector<std::int32_t> stereo(2 * kReadFrames);
@@ -45,6 +51,7 @@ void Player::play(const std::function<void()>& afterSecond)
     Clock::time_point start = Clock::now();
     while (true) {
         throwIfInterrupted();
+        waitWhilePaused();
         const std::uint64_t untilSecond = rate - frames % rate;
         const std::size_t got = source.read(stereo.data(), std::min<std::uint64_t>(part, untilSecond));
         if (got == 0) break;
@@ -54,7 +61,7 @@ void Player::play(const std::function<void()>& afterSecond)
         if (!speed) continue;
         const std::chrono::duration<double> position(static_cast<double>(frames) / rate / *speed);
         const Clock::time_point due = start + std::chrono::duration_cast<Clock::duration>(position);
-        // The time in which the process was stopped is lost.
+        // The time of a pause, or in which the process was stopped, is lost.
         if (const auto late = Clock::now() - due; late > kMaxDelay) start += late;
         waitUntil(due);
     }

@@ -28,12 +28,19 @@ public:
     /// Interrupted, and what the source throws.
     void play(const std::function<void()>& afterSecond = [] {});
 
+    /// Stops playing, or goes on. Can be called on every thread.
+    void togglePause() noexcept { paused = !paused; }
+    bool isPaused() const noexcept { return paused; }
+
 private:
+    void waitWhilePaused() const;
+
     AudioSource& source;
     MeteredStream& stream;
     std::uint32_t rate;
     std::optional<double> speed;
     std::uint64_t frames = 0;
+    std::atomic<bool> paused = false;
 };
 
 /// Runs a player on a thread of its own. The destructor stops it.

@@ -68,10 +68,10 @@ _tarn() {
         --preset) words='film music voice plain' ;;
         --surrounds | --lfe) words='off' ;;
         --bass) words='steered fronts' ;;
-        --raw | --speed | --gain | --centre | --width) return ;;
+        --raw | --start | --speed | --gain | --centre | --width) return ;;
         *)
-            [[ $word != -* ]] || words='--help --help-all --raw --pass --upmix --speed --layout --mode --preset --centre
-                                        --width --surrounds --bass --gain --lfe --limiter --no-limiter --json'
+            [[ $word != -* ]] || words='--help --help-all --raw --pass --upmix --start --speed --layout --mode --preset
+                                        --centre --width --surrounds --bass --gain --lfe --limiter --no-limiter --json'
             ;;
         esac
         ;;

@@ -535,6 +535,9 @@ TEST_F(MeterInTerminal, RestoresTheTerminalOnEveryExit)
         const std::string screen = text();
         EXPECT_TRUE(screen.starts_with("before\n")) << screen;
         EXPECT_EQ(screen.find("r reset"), std::string::npos) << screen;
+        EXPECT_EQ(std::regex_search(screen, std::regex("tarn: in\\.wav: 0:0[0-9.]+, -[0-9.]+ LUFS\n")),
+                  status == "status 0")
+            << screen;
         EXPECT_NE(screen.find(status + "\n"), std::string::npos) << screen;
         EXPECT_EQ(state(), "screen 0 cursor 1\n");
         EXPECT_EQ(bytesOf(at("stty-before")), bytesOf(at("stty-after")));
@@ -607,6 +610,44 @@ TEST_F(MeterInTerminal, KeysWorkAfterTheProcessWasStopped)
     EXPECT_EQ(visibleCells(rows("-e")), screen) << "as many changes had drawn it";
     press("m");
     waitFor("mode fast");
+    press("q");
+    waitFor("tarn: standard input: 0:02.000, ");
+}
+
+TEST_F(MeterInTerminal, SpacePausesAFile)
+{
+    using namespace std::chrono_literals;
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 60, 16));
+    start("\"$TARN\" meter in.wav");
+    waitFor("in.wav  0:00.");
+    press("Space");
+    waitFor("PAUSED");
+    std::this_thread::sleep_for(100ms);
+    const double paused = positionIn(rows()[0]);
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(positionIn(rows()[0]), paused);
+    press("Space");
+    std::this_thread::sleep_for(300ms);
+    EXPECT_GT(positionIn(rows()[0]), paused);
+    EXPECT_LT(positionIn(rows()[0]), paused + 1.2) << "goes on where it was";
+    press("Space q");
+    waitFor("ended with 0");
+}
+
+TEST_F(MeterInTerminal, BeginsAtAStart)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 20, 16));
+    start("\"$TARN\" meter --start 0:18.5 in.wav");
+    waitFor("in.wav  0:18.9 / 0:20");
+    waitFor("ended with 0");
+    EXPECT_TRUE(
+        std::regex_search(text(), std::regex("tarn: in\\.wav: 0:18\\.500 to 0:20\\.000, -[0-9]+\\.[0-9] LUFS\nended")))
+        << text();
+    tmux("kill-server");
+    start("\"$TARN\" meter --start 21 in.wav");
+    waitFor("ended with 64");
+    EXPECT_TRUE(text().starts_with("before\ntarn: --start 21: in.wav ends at 0:20; give an earlier start\nended"))
+        << text();
 }
 
 TEST_F(MeterInTerminal, ThePassedStreamIsUnchangedAndItsReaderEndsTheMeter)

@@ -147,6 +147,27 @@ TEST_F(Meter, ReadsAFileInRealTimeOrAtASpeed)
     EXPECT_LT(secondsAt("1000"), 1.0);
 }
 
+TEST_F(Meter, BeginsAtAStart)
+{
+    Samples samples = sine(2 * 48000, 5250.0, 0.5, 0.0);
+    const Samples right = sine(48000 + 24000, 5250.0, 0.0, 0.5);
+    samples.insert(samples.end(), right.begin(), right.end());
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, samples);
+    const Result result = tarn({"meter", "--speed", "1000", "--preset", "plain", "--start", "0:02", "in.wav"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    const auto lines = linesOf(result.output);
+    ASSERT_EQ(lines.size(), 2u) << result.output;
+    EXPECT_TRUE(lines[0].starts_with("seconds=3.0 ")) << lines[0];
+    EXPECT_TRUE(lines[1].starts_with("seconds=3.5 ")) << lines[1];
+    EXPECT_EQ(wordsOf(lines[0])["6000"][1], -1.0) << "the left has not been read";
+    EXPECT_EQ(wordsOf(lines[0])["FL"][0], -HUGE_VAL);
+
+    const Result late = tarn({"meter", "--start", "4", "in.wav"});
+    EXPECT_EQ(late.exitCode, 64);
+    EXPECT_EQ(late.output, "");
+    EXPECT_EQ(late.errors, "tarn: --start 4: in.wav ends at 0:03; give an earlier start\n");
+}
+
 TEST_F(Meter, ConvertsOtherRates)
 {
     const Result result = tarnWithInput(pcmOf(stereoNoise(22050, 24), 24), {"meter", "--raw", "22050:24"});
@@ -257,6 +278,9 @@ TEST_F(Meter, RefusesOptionsThatContradictEachOther)
     expectRefusal("--raw 48000:16 in.wav", 64, "--raw: describes the stream on '-', but INPUT is a file; leave it out");
     expectRefusal("--raw 48000", 64, "--raw 48000: not RATE:BITS; write for example --raw 48000:16");
     expectRefusal("--raw 48000:16 --speed 2", 64, "--speed: a stream has a speed of its own; leave it out");
+    expectRefusal("--raw 48000:16 --start 2", 64, "--start: a raw stream has no times; leave it out");
+    expectRefusal("--start soon in.wav", 64,
+                  "--start: 'soon' cannot be read as a time; write for example --start 1:30; see tarn meter --help");
     expectRefusal("--speed 0 in.wav", 64,
                   "--speed: 0 is out of range; use 0.1 to 1000, for example --speed 10; see tarn meter "
                   "--help");
