@@ -179,6 +179,19 @@ TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
     EXPECT_EQ(tarn({"report", "--force", "left.wav", "-o", "page.html"}).exitCode, 0);
 }
 
+TEST_F(HtmlReport, AnInputIsNeverReplaced)
+{
+    const std::string audio = bytesOf(at("left.wav"));
+    writeBytes(at("audio.html"), audio);
+    std::filesystem::create_symlink("left.wav", at("link.html"));
+    expectRefusal(64, "audio.html: is the input file audio.html; choose another name for the page",
+                  {"report", "--force", "middle.wav", "audio.html", "-o", "audio.html"});
+    expectRefusal(64, "link.html: is the input file left.wav; choose another name for the page",
+                  {"report", "--force", "left.wav", "-o", "link.html"});
+    EXPECT_TRUE(bytesOf(at("audio.html")) == audio);
+    EXPECT_TRUE(bytesOf(at("left.wav")) == audio);
+}
+
 TEST_F(HtmlReport, FullDiskLeavesNothing)
 {
     const Result result = tarnOnFullDisk({"report", "left.wav", "-o", "page.html"});
