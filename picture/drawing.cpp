@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "picture/drawing.h"
 
+#include "picture/shortened.h"
 #include "picture/time_axis.h"
 
 #include <algorithm>
@@ -95,7 +96,7 @@ private:
     void drawTimeAxis();
     void drawPanel(const PixelArea& area, const PixelImage& image);
     std::string figures() const;
-    std::string shortened(std::string text, double width, const TextStyle& textStyle);
+    std::string fitting(const std::string& text, double width, const TextStyle& textStyle);
 
     const PictureAnalysis& analysis;
     const PictureStyle& style;
@@ -140,16 +141,9 @@ std::string Drawing::figures() const
     return all;
 }
 
-/// A text that fits a width, with an ellipsis if its end is cut off.
-std::string Drawing::shortened(std::string text, double width, const TextStyle& textStyle)
+std::string Drawing::fitting(const std::string& text, double width, const TextStyle& textStyle)
 {
-    if (canvas.widthOf(text, textStyle) <= width) return text;
-    const auto isInside = [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80U; };
-    while (!text.empty() && canvas.widthOf(text + "\u2026", textStyle) > width) {
-        while (text.size() > 1 && isInside(text.back())) text.pop_back();
-        text.pop_back();
-    }
-    return text + "\u2026";
+    return shortened(text, width, [&](const std::string& part) { return canvas.widthOf(part, textStyle); });
 }
 
 void Drawing::drawTitle()
@@ -158,9 +152,9 @@ void Drawing::drawTitle()
     const double levelLabels = 4.2 * page.text;
     const double width = page.levelKey.x - levelLabels - left;
     const TextStyle title{.size = page.titleText, .colour = ink.title, .isBold = true};
-    canvas.write(shortened(style.title, width, title), left, page.titleLine, title);
+    canvas.write(fitting(style.title, width, title), left, page.titleLine, title);
     const TextStyle plain = label(TextAnchor::Left);
-    canvas.write(shortened(figures(), width, plain), left, page.figuresLine, plain);
+    canvas.write(fitting(figures(), width, plain), left, page.figuresLine, plain);
 }
 
 /// The places from left to right, with the centre's share growing upwards; and the levels.
