@@ -130,7 +130,7 @@ std::string keysOf(std::string_view typed)
     std::string keys;
     while (!typed.empty()) {
         if (typed.front() != '\033') {
-            keys += typed.front();
+            if (static_cast<unsigned char>(typed.front()) >= ' ') keys += typed.front();
             typed.remove_prefix(1);
             continue;
         }

@@ -192,6 +192,13 @@ TEST(MeterScreen, ArrowKeysAreRecognisedAndOtherSequencesDropped)
     EXPECT_EQ(tarn::keysOf("\033[1"), "");
 }
 
+TEST(MeterScreen, ControlKeysAreNotArrowKeys)
+{
+    std::string typed = "b";
+    for (char control = 1; control < 27; ++control) typed += control;
+    EXPECT_EQ(tarn::keysOf(typed + "m"), "bm");
+}
+
 /// The command in a window of tmux.
 class MeterInTerminal : public CommandTest
 {
