@@ -89,11 +89,12 @@ std::unique_ptr<AudioSource> openSource(const MeterOptions& options)
     return source;
 }
 
-/// Whether a line can be written without waiting. A pipe that is ready has room for PIPE_BUF bytes, more than a line.
+/// Whether a line can be written without waiting, and has a reader. A pipe that is ready has room for PIPE_BUF bytes,
+/// more than a line.
 bool isReady(int descriptor)
 {
     pollfd wait = {descriptor, POLLOUT, 0};
-    return poll(&wait, 1, 0) > 0;
+    return poll(&wait, 1, 0) > 0 && wait.revents == POLLOUT;
 }
 
 /// The meters of one run, with what the stream does not know.
@@ -116,7 +117,7 @@ public:
         return now;
     }
 
-    /// Prints a line. Drops it if the audio on standard output would wait for its reader.
+    /// Prints a line. Drops it if the audio on standard output would wait for its reader, or end with it.
     void printLine()
     {
         const bool isAudio = writesAudio(options);

@@ -192,6 +192,19 @@ TEST_F(Meter, PassesWhileNobodyReadsTheLines)
     EXPECT_GT(std::stoul(result.output), 10000u);
 }
 
+TEST_F(Meter, PassesOnAfterTheReaderOfTheLinesHasEnded)
+{
+    writeBytes(at("in.raw"), pcmOf(stereoNoise(48000 * 20, 16), 16));
+    // The lines of the second half come when their reader is gone.
+    const Result result = shell("{ (head -c 2000000 in.raw; while ! [ -e gone ]; do sleep 0.05; done; "
+                                "tail -c +2000001 in.raw) | "
+                                "\"$TARN\" meter --raw 48000:16 --pass 2>&3 >out.raw; echo status $? >&4; } "
+                                "3>&1 4>status | { head -n 1 >line; exec <&-; touch gone; }");
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(bytesOf(at("status")), "status 0\n");
+    EXPECT_TRUE(bytesOf(at("out.raw")) == bytesOf(at("in.raw")));
+}
+
 TEST_F(Meter, DiesByTheSignalWhenTheReaderEnds)
 {
     writeBytes(at("in.raw"), pcmOf(stereoNoise(100000, 16), 16));
