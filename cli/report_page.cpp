@@ -241,6 +241,13 @@ std::string loudnessText(const Json& loudness)
     return loudness.is_null() ? "silent" : formatted("%.1f LUFS", loudness.get<double>());
 }
 
+/// A difference in tenths; zero has a plus.
+std::string differenceText(double difference)
+{
+    const double tenths = std::round(10.0 * difference);
+    return formatted("%+.1f LU", tenths == 0.0 ? 0.0 : tenths / 10.0);
+}
+
 std::string levelsOf(const Json& entry)
 {
     const Json& upmix = entry.at("upmix");
@@ -252,7 +259,7 @@ std::string levelsOf(const Json& entry)
     add("Loudness before", loudnessText(entry.at("before")));
     std::string after = loudnessText(entry.at("after"));
     if (!entry.at("before").is_null() && !entry.at("after").is_null())
-        after += formatted(" (%+.1f LU)", entry.at("after").get<double>() - entry.at("before").get<double>());
+        after += " (" + differenceText(entry.at("after").get<double>() - entry.at("before").get<double>()) + ")";
     add("Loudness after", after);
     add("Gain", formatted("%+.1f dB", upmix.at("gain_db").get<double>()));
     if (!limiter.is_null()) {

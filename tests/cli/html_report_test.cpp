@@ -104,6 +104,12 @@ TEST_F(HtmlReport, ShowsTheFiguresOfTheUpmix)
     EXPECT_EQ(countOf(html, "<script"), 0u);
 }
 
+TEST_F(HtmlReport, LoudnessThatStaysHasNoMinus)
+{
+    // The engine makes a source at a side 3 dB softer; the gain makes up for it.
+    EXPECT_NE(page({"left.wav"}).find(" LUFS (+0.0 LU)</dd>"), std::string::npos);
+}
+
 TEST_F(HtmlReport, PicturesAreThoseOfTheCommand)
 {
     const std::string html = page({"left.wav"});
