@@ -171,11 +171,17 @@ std::string cell(const std::string& key, const std::string& text, const std::str
     return element("td", (attributes.empty() ? "" : attributes + " ") + "data-key=\"" + key + "\"", text);
 }
 
-std::string numberCell(const Json& number, const char* format)
+std::string numberCell(const Json& number, const std::string& text)
 {
     constexpr const char* kBelowAllNumbers = "-1000";
-    return cell(number.is_null() ? kBelowAllNumbers : formatted("%.6f", number.get<double>()),
-                numberText(number, format));
+    return cell(number.is_null() ? kBelowAllNumbers : formatted("%.6f", number.get<double>()), text);
+}
+
+/// A loudness in a text. Recordings shorter than a block of BS.1770, or softer than its gate, have none.
+std::string loudnessText(const Json& entry, const char* name, const char* format)
+{
+    const Json& loudness = entry.at(name);
+    return loudness.is_null() && !peakOf(entry).is_null() ? "none" : numberText(loudness, format);
 }
 
 std::string rowOf(const Json& entry, std::size_t number, bool hasBehind)
@@ -186,8 +192,9 @@ std::string rowOf(const Json& entry, std::size_t number, bool hasBehind)
         cell(title, "<a href=\"#recording-" + std::to_string(number) + "\">" + title + "</a>", "class=\"words\"");
     row += cell(formatted("%.3f", entry.at("upmix").at("seconds").get<double>()), lengthOf(entry));
     row += cell(verdict, verdict, "class=\"words\"");
-    row += numberCell(entry.at("before"), "%.1f") + numberCell(entry.at("after"), "%.1f");
-    row += numberCell(peakOf(entry), "%.1f");
+    for (const char* const name : {"before", "after"})
+        row += numberCell(entry.at(name), loudnessText(entry, name, "%.1f"));
+    row += numberCell(peakOf(entry), numberText(peakOf(entry), "%.1f"));
     std::vector<std::vector<std::string>> places{{"FL"}, {"FC"}, {"FR"}};
     if (hasBehind) places.push_back({"SL", "SR", "BL", "BR"});
     for (const std::vector<std::string>& place : places) {
@@ -236,11 +243,6 @@ std::string channelsOf(const Json& entry)
                  block("thead", "", element("tr", "", headings)) + element("tbody", "", rows));
 }
 
-std::string loudnessText(const Json& loudness)
-{
-    return loudness.is_null() ? "silent" : formatted("%.1f LUFS", loudness.get<double>());
-}
-
 /// A difference in tenths; zero has a plus.
 std::string differenceText(double difference)
 {
@@ -256,8 +258,8 @@ std::string levelsOf(const Json& entry)
     const auto add = [&list](const std::string& name, const std::string& value) {
         list += element("dt", "", name) + element("dd", "", value);
     };
-    add("Loudness before", loudnessText(entry.at("before")));
-    std::string after = loudnessText(entry.at("after"));
+    add("Loudness before", loudnessText(entry, "before", "%.1f LUFS"));
+    std::string after = loudnessText(entry, "after", "%.1f LUFS");
     if (!entry.at("before").is_null() && !entry.at("after").is_null())
         after += " (" + differenceText(entry.at("after").get<double>() - entry.at("before").get<double>()) + ")";
     add("Loudness after", after);

@@ -171,6 +171,17 @@ TEST_F(HtmlReport, SilenceHasNoLoudness)
     EXPECT_EQ(groupsOf(html, "[>\"](-?nan|-?inf)"), std::vector<std::string>());
 }
 
+TEST_F(HtmlReport, AShortSoundHasNoLoudnessButIsNotSilent)
+{
+    Samples samples = square(8000, 0);
+    samples.resize(2 * 19199); // a frame less than 0.4 s
+    writeAudio(at("short.wav"), kWave16, 48000, 2, samples);
+    const std::string html = page({"short.wav", "left.wav"});
+    EXPECT_EQ(countOf(html, "<dd>none</dd>"), 2u);
+    EXPECT_EQ(countOf(html, "<td data-key=\"-1000\">none</td>"), 2u);
+    EXPECT_EQ(countOf(html, "<dd>silent</dd>"), 0u);
+}
+
 TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
 {
     expectRefusal(64, "--output: page.txt is not a page; end the name in .html",
