@@ -231,7 +231,7 @@ int runMeter(const MeterOptions& options)
     if (!playOnScreen(display, player, meters)) return EX_OK;
     const MeterValues last = meters.values();
     printNote(last.name + ": " + durationText(static_cast<std::uint64_t>(last.seconds * 1000.0), 1000) +
-              (std::isfinite(last.integrated) ? formatted(", %.1f LUFS", last.integrated) : ", silence"));
+              (std::isfinite(last.integrated) ? formatted(", %.1f LUFS", last.integrated) : ", no loudness"));
     return reportLoss(options, *source);
 }
 

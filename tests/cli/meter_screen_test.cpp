@@ -418,6 +418,15 @@ TEST_F(MeterInTerminal, AFileThatEndsLeavesItsLengthAndLoudness)
         << text();
 }
 
+TEST_F(MeterInTerminal, AShortFileHasNoLoudness)
+{
+    // Less than the 0.4 s that BS.1770 measures.
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(4800, 16));
+    start("\"$TARN\" meter in.wav");
+    waitFor("ended with 0");
+    EXPECT_NE(text().find("tarn: in.wav: 0:00.100, no loudness\n"), std::string::npos) << text();
+}
+
 TEST_F(MeterInTerminal, TypedKeysAreNoStream)
 {
     start("\"$TARN\" meter --raw 48000:16");
