@@ -213,9 +213,9 @@ std::string tableOfAll(const ReportPage& page, bool hasBehind)
     };
     add("Recording", true);
     add("Length");
-    add("Gains", true);
+    add("Upmixing gains", true);
     for (const char* const text : {"Before, LUFS", "After, LUFS", "Peak, dBFS", "Left", "Centre", "Right"}) add(text);
-    if (hasBehind) add("Behind");
+    if (hasBehind) add("Surround");
     std::string rows;
     for (std::size_t i = 0; i < page.entries.size(); ++i) rows += rowOf(page.entries[i], i + 1, hasBehind);
     return block(

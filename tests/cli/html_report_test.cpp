@@ -129,6 +129,19 @@ TEST_F(HtmlReport, SeveralRecordingsHaveATable)
     EXPECT_NE(html.find("2 recordings, upmixed to 5.1 (FL FR FC LFE BL BR) with the preset film."), std::string::npos);
 }
 
+TEST_F(HtmlReport, TheTableHasTheWordsOfThePictureAndOfInfo)
+{
+    const std::vector<std::string> front{"Recording",  "Length", "Upmixing gains", "Before, LUFS", "After, LUFS",
+                                         "Peak, dBFS", "Left",   "Centre",         "Right"};
+    EXPECT_EQ(groupsOf(page({"left.wav", "middle.wav"}), "<button type=\"button\">([^<]*)<"), front);
+    writeAudio(at("noise.wav"), kWave16, 48000, 2, stereoNoise(kFrames, 16));
+    std::vector<std::string> all = front;
+    all.push_back("Surround");
+    EXPECT_EQ(
+        groupsOf(page({"--force", "--layout", "5.1", "noise.wav", "middle.wav"}), "<button type=\"button\">([^<]*)<"),
+        all);
+}
+
 TEST_F(HtmlReport, TextsFromFilesAreEscaped)
 {
     std::filesystem::rename(at("left.wav"), at("<b>\"&'.wav"));
