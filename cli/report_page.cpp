@@ -45,7 +45,7 @@ dl { display: grid; grid-template-columns: auto 1fr; gap: 0.2rem 1rem; margin: 0
 dd { margin: 0; }
 .bar::before { content: ""; display: inline-block; width: 7rem; height: 0.5rem; margin-right: 0.7rem;
   background: linear-gradient(to right, var(--bar) var(--share), var(--panel) 0); }
-@media (max-width: 40rem) { .bar::before { display: none; } .outputs th { white-space: normal; } }
+@media (max-width: 40rem) { .bar::before { display: none; } .outputs th { white-space: normal; overflow-wrap: normal; } }
 .damage { border-left: 4px solid #d97a2b; padding-left: 0.7rem; }
 )";
 

@@ -90,6 +90,23 @@ class Page(unittest.TestCase):
             for text in self.browser.find_elements(By.CSS_SELECTOR, "h1, h2, p, dd, td, th"):
                 self.assertGreaterEqual(float(text.value_of_css_property("font-size")[:-2]), 14)
 
+    def test_headings_break_between_words(self):
+        """Every word of a heading is on one line of a phone."""
+        count = """return [...document.querySelectorAll("th")].map((th) => {
+            const range = document.createRange();
+            const text = document.createTreeWalker(th, NodeFilter.SHOW_TEXT).nextNode();
+            return [...text.data.matchAll(/\\S+/g)].map((word) => {
+                range.setStart(text, word.index);
+                range.setEnd(text, word.index + word[0].length);
+                return [word[0], range.getClientRects().length];
+            });
+        }).flat()"""
+        for name in self.pages:
+            self.open(name, 390, 844)
+            words = self.browser.execute_script(count)
+            self.assertGreater(len(words), 4)
+            self.assertEqual([word for word, lines in words if lines != 1], [], name)
+
     def test_text_has_contrast(self):
         """At least 4.5 to 1, as WCAG 2 asks for."""
 
