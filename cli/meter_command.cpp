@@ -192,7 +192,7 @@ bool playOnScreen(int descriptor, Player& player, Meters& meters)
     return true;
 }
 
-/// Reports what is missing of a source that was played to its end. Returns the exit code.
+/// Reports the loss of a source that was played to its end. Returns the exit code.
 int reportLoss(const MeterOptions& options, const AudioSource& source)
 {
     const std::optional<Loss> loss = source.loss();

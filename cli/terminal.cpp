@@ -66,7 +66,7 @@ Terminal::Terminal(int descriptor)
 
 Terminal::~Terminal()
 {
-    // What is still pending would be shown on the first screen.
+    // Pending bytes would be shown on the first screen.
     pollfd wait = {terminal.number(), POLLOUT, 0};
     std::string_view rest = kLeave;
     while (!rest.empty() && poll(&wait, 1, kLeaveMilliseconds) > 0) {
