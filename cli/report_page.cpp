@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 namespace tarn
 {
@@ -263,6 +264,12 @@ std::string levelsOf(const Json& entry)
     if (!entry.at("before").is_null() && !entry.at("after").is_null())
         after += " (" + differenceText(entry.at("after").get<double>() - entry.at("before").get<double>()) + ")";
     add("Loudness after", after);
+    if (const double gain = upmix.at("input_gain_db").get<double>(); gain != 0.0)
+        add("Input", formatted("scaled down by %.1f dB, because it exceeds full scale", -gain));
+    for (const auto& [name, member] : {std::pair{"Clipped in the input", "clipped_input_samples"},
+                                       std::pair{"Clipped in the upmix", "clipped_samples"}})
+        if (const auto count = upmix.at(member).get<std::uint64_t>(); count > 0)
+            add(name, std::to_string(count) + (count == 1 ? " sample" : " samples"));
     add("Gain", formatted("%+.1f dB", upmix.at("gain_db").get<double>()));
     if (!limiter.is_null()) {
         const double seconds = limiter.at("seconds").get<double>();

@@ -172,6 +172,24 @@ TEST_F(HtmlReport, LossesAreShown)
     EXPECT_EQ(groupsOf(html, "<p class=\"damage\">([^<]*)<"), std::vector<std::string>{message});
 }
 
+TEST_F(HtmlReport, InputsAboveFullScaleAreShown)
+{
+    // 6 dB above full scale; one sample is 40 dB above it.
+    std::vector<float> samples(2 * kFrames, 0.0f);
+    samples[2 * 480] = 2.0f;
+    writeFloats(at("loud.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    samples[2 * 9600] = 100.0f;
+    writeFloats(at("damaged.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const std::string scaled = page({"--preset", "plain", "loud.wav"});
+    EXPECT_NE(scaled.find("<dt>Input</dt>\n<dd>scaled down by 6.0 dB, because it exceeds full scale</dd>"),
+              std::string::npos);
+    EXPECT_EQ(countOf(scaled, "Clipped"), 0u);
+    const std::string clipped = page({"--force", "damaged.wav"});
+    EXPECT_NE(clipped.find("<dt>Clipped in the input</dt>\n<dd>1 sample</dd>"), std::string::npos);
+    EXPECT_EQ(countOf(clipped, "<dt>Input</dt>"), 0u);
+    EXPECT_EQ(countOf(page({"--force", "left.wav"}), "<dt>Input</dt>"), 0u);
+}
+
 TEST_F(HtmlReport, FoldersAreSearched)
 {
     std::filesystem::create_directory(at("music"));
