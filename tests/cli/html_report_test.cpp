@@ -184,7 +184,11 @@ TEST_F(HtmlReport, InputsAboveFullScaleAreShown)
     EXPECT_NE(scaled.find("<dt>Input</dt>\n<dd>scaled down by 6.0 dB, because it exceeds full scale</dd>"),
               std::string::npos);
     EXPECT_EQ(countOf(scaled, "Clipped"), 0u);
-    const std::string clipped = page({"--force", "damaged.wav"});
+    const Result damaged = tarn({"report", "--force", "--quiet", "damaged.wav", "-o", "page.html"});
+    EXPECT_EQ(damaged.errors,
+              "tarn: damaged.wav: 1 sample is more than 24 dB above full scale and is clipped; the file is "
+              "probably damaged: check where it comes from\n");
+    const std::string clipped = bytesOf(at("page.html"));
     EXPECT_NE(clipped.find("<dt>Clipped in the input</dt>\n<dd>1 sample</dd>"), std::string::npos);
     EXPECT_EQ(countOf(clipped, "<dt>Input</dt>"), 0u);
     EXPECT_EQ(countOf(page({"--force", "left.wav"}), "<dt>Input</dt>"), 0u);
