@@ -130,8 +130,9 @@ int runReport(const ReportOptions& options)
     const int exitCode = measureAll(inputs, options, page);
     if (page.entries.empty())
         throw Failure(exitCode, options.output + ": not written, because no input could be upmixed");
-    const std::string html = htmlOf(page);
-    if (const int error = writeAll(file.descriptor(), html.data(), html.size())) file.failToWrite(error, "");
+    writePage(page, [&file](const std::string& part) {
+        if (const int error = writeAll(file.descriptor(), part.data(), part.size())) file.failToWrite(error, "");
+    });
     file.commit();
     if (!options.quiet)
         printNote(options.output + ": " + std::to_string(page.entries.size()) +

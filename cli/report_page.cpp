@@ -307,13 +307,9 @@ std::string failuresOf(const ReportPage& page)
     return block("section", "id=\"failures\"", element("h2", "", "Not upmixed") + block("ul", "", list));
 }
 
-} // namespace
-
-std::string htmlOf(const ReportPage& page)
+/// The page up to the first recording.
+std::string beginOf(const ReportPage& page)
 {
-    const bool hasBehind = std::any_of(page.entries.begin(), page.entries.end(), [](const Json& entry) {
-        return shareOf(entry, {"SL", "SR", "BL", "BR"}) > 0.0;
-    });
     const std::size_t count = page.entries.size();
     std::string html = "<!DOCTYPE html>\n<html lang=\"en\" class=\"" + page.theme +
                        "\">\n<head>\n"
@@ -328,11 +324,20 @@ std::string htmlOf(const ReportPage& page)
                     (count == 1 ? "One recording" : std::to_string(count) + " recordings") + ", upmixed to " +
                         escaped(page.layout) + " with the preset " + escaped(page.preset) + ". Made with tarn " +
                         TARN_VERSION + ".");
-    if (count > 1) html += tableOfAll(page, hasBehind);
-    for (std::size_t i = 0; i < count; ++i) html += articleOf(page.entries[i], i + 1);
-    html += failuresOf(page);
-    if (count > 1) html += element("script", "", kScript);
-    return html + "</body>\n</html>\n";
+    const bool hasBehind = std::any_of(page.entries.begin(), page.entries.end(), [](const Json& entry) {
+        return shareOf(entry, {"SL", "SR", "BL", "BR"}) > 0.0;
+    });
+    return count > 1 ? html + tableOfAll(page, hasBehind) : html;
+}
+
+} // namespace
+
+void writePage(const ReportPage& page, const PageWriter& write)
+{
+    write(beginOf(page));
+    const std::size_t count = page.entries.size();
+    for (std::size_t i = 0; i < count; ++i) write(articleOf(page.entries[i], i + 1));
+    write(failuresOf(page) + (count > 1 ? element("script", "", kScript) : "") + "</body>\n</html>\n");
 }
 
 } // namespace tarn

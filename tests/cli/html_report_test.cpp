@@ -1,6 +1,8 @@
 // `tarn report`: the page and its figures.
 // SPDX-License-Identifier: MIT
 #include "cli/base64.h"
+#include "cli/report_entry.h"
+#include "cli/report_page.h"
 #include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
@@ -245,6 +247,22 @@ TEST_F(HtmlReport, AnInputIsNeverReplaced)
                   {"report", "--force", "left.wav", "-o", "link.html"});
     EXPECT_TRUE(bytesOf(at("audio.html")) == audio);
     EXPECT_TRUE(bytesOf(at("left.wav")) == audio);
+}
+
+TEST_F(HtmlReport, IsWrittenInAPartPerRecordingToNeedLittleMemory)
+{
+    const tarn::ReportStyle style{.layout = "3.0", .theme = "dark", .preset = {}};
+    tarn::ReportPage page{.title = "Upmix report", .theme = "dark", .layout = "3.0 (FL FR FC)", .preset = "film"};
+    for (const char* const name : {"left.wav", "middle.wav", "left.wav"})
+        page.entries.push_back(tarn::measureEntry(at(name), style, false, true));
+    std::vector<std::string> parts;
+    tarn::writePage(page, [&parts](const std::string& part) { parts.push_back(part); });
+    ASSERT_EQ(parts.size(), 5u);
+    EXPECT_TRUE(parts.front().starts_with("<!DOCTYPE html>\n"));
+    EXPECT_TRUE(parts.back().ends_with("</body>\n</html>\n"));
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_TRUE(parts[i + 1].starts_with("<article id=\"recording-" + std::to_string(i + 1) + "\">"));
+    for (const std::string& part : parts) EXPECT_LE(countOf(part, "data:image/png"), 1u);
 }
 
 TEST_F(HtmlReport, FullDiskLeavesNothing)
