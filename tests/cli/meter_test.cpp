@@ -133,6 +133,19 @@ TEST_F(Meter, PrintsTheSameFiguresAsJson)
     }
 }
 
+TEST_F(Meter, CountsClippedSamplesOfTheInput)
+{
+    std::vector<float> samples(2 * 48000, 0.0f);
+    for (const std::size_t frame : {480u, 4800u, 9600u}) samples[2 * frame] = 2.0f;
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    auto words = wordsOf(tarn({"meter", "--speed", "1000", "in.wav"}).output);
+    EXPECT_EQ(words["clipped"], std::vector<double>{3.0});
+    // Of the outputs, with a gain and without a limiter.
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000, 16));
+    words = wordsOf(tarn({"meter", "--speed", "1000", "--no-limiter", "--gain", "12", "in.wav"}).output);
+    EXPECT_GT(words["clipped"].at(0), 100.0);
+}
+
 TEST_F(Meter, ReadsAFileInRealTimeOrAtASpeed)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, stereoNoise(44100, 16));
