@@ -138,7 +138,7 @@ TEST_F(HtmlReport, TheTableHasTheWordsOfThePictureAndOfInfo)
     EXPECT_EQ(groupsOf(page({"left.wav", "middle.wav"}), "<button type=\"button\">([^<]*)<"), front);
     writeAudio(at("noise.wav"), kWave16, 48000, 2, stereoNoise(kFrames, 16));
     std::vector<std::string> all = front;
-    all.push_back("Surround");
+    all.emplace_back("Surround");
     EXPECT_EQ(
         groupsOf(page({"--force", "--layout", "5.1", "noise.wav", "middle.wav"}), "<button type=\"button\">([^<]*)<"),
         all);

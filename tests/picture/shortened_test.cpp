@@ -44,7 +44,7 @@ TEST(Shortened, KeepsTheLongestBeginningOfWholeCharacters)
 
 TEST(Shortened, MeasuresLittleOfALongText)
 {
-    const std::string text(10'000'000, 'x');
+    const std::string text = repeated("x", 1'000'000);
     std::size_t measured = 0;
     const auto widthOf = [&measured](const std::string& part) {
         measured += part.size();
