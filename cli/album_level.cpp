@@ -3,6 +3,7 @@
 #include "cli/album_level.h"
 
 #include "cli/decibels.h"
+#include "cli/json.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
-// The interface of all audio inputs, and the report about missing audio.
+// The interface of all audio inputs.
 // SPDX-License-Identifier: MIT
 #pragma once
 
 #include "cli/file_identity.h"
-#include "cli/json.h"
+#include "cli/loss.h"
 #include "cli/metadata.h"
 #include "cli/stream_format.h"
 
@@ -15,20 +15,6 @@
 
 namespace tarn
 {
-
-constexpr int kExitIncomplete = 1;             ///< exit code: a second or more of an input is missing
-constexpr double kNegligibleLossSeconds = 1.0; ///< a shorter loss is only a warning
-
-/// Audio that is missing from a source.
-struct Loss
-{
-    std::string message;           ///< predicate of a sentence, with figures: "is cut short: ..."
-    std::optional<double> seconds; ///< none if unknown
-    std::string advice;            ///< advice: "get ..."
-
-    bool isNegligible() const noexcept { return seconds && *seconds < kNegligibleLossSeconds; }
-    Json json() const { return {{"message", message}, {"seconds", seconds ? Json(*seconds) : Json()}}; }
-};
 
 /// Bits of headroom of samples that keep their peaks: full scale is 2^(31 - kHeadroomBits), and samples up to 24 dB
 /// above it fit. Their precision is still 27 bits.

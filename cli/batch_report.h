@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "cli/json.h"
+#include "cli/json_type.h"
 #include "cli/worker_processes.h"
 
 #include <optional>

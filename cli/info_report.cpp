@@ -3,6 +3,7 @@
 #include "cli/info_report.h"
 
 #include "cli/decibels.h"
+#include "cli/json.h"
 #include "cli/stream_format.h"
 #include "cli/text.h"
 

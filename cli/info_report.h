@@ -4,7 +4,7 @@
 
 #include "cli/audio_source.h"
 #include "cli/file_source.h"
-#include "cli/json.h"
+#include "cli/json_type.h"
 #include "cli/stereo_analysis.h"
 
 #include <cstddef>

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/json_type.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -9,9 +11,6 @@
 
 namespace tarn
 {
-
-/// JSON that keeps the insertion order of its members.
-using Json = nlohmann::ordered_json;
 
 /// A number; null for infinity and NaN, which JSON cannot represent.
 inline Json finiteOrNull(double value)

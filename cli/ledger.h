@@ -3,8 +3,10 @@
 #pragma once
 
 #include "cli/file_state.h"
+#include "cli/json_type.h"
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -78,5 +80,11 @@ private:
     std::filesystem::path file;
     std::unordered_map<std::string, Lines> entries; ///< by output
 };
+
+/// Adds the finished output to the ledger.
+///
+/// output  state of the complete file, right before it gets its name
+/// result  what later runs report about it; an object
+using Recorder = std::function<void(const FileState& output, const Json& result)>;
 
 } // namespace tarn

@@ -3,6 +3,7 @@
 #include "cli/loudness_match.h"
 
 #include "cli/failure.h"
+#include "cli/json.h"
 #include "cli/loudness.h"
 #include "cli/progress.h"
 #include "cli/text.h"

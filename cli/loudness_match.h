@@ -3,7 +3,7 @@
 #pragma once
 
 #include "cli/gain_stage.h"
-#include "cli/json.h"
+#include "cli/json_type.h"
 #include "cli/layout.h"
 #include "cli/row_store.h"
 

@@ -13,7 +13,7 @@
 #include "cli/picture_command.h"
 #include "cli/program.h"
 #include "cli/report_command.h"
-#include "cli/room_options.h"
+#include "cli/shared_options.h"
 #include "cli/upmix_arguments.h"
 #include "cli/usage_failure.h"
 
@@ -34,12 +34,10 @@ CLI::App* addDemo(CLI::App& app, tarn::DemoOptions& options)
                      "Also write the upmixed scene to this file (.wav, .flac),\n"
                      "and its stereo next to it: scene-stereo.wav")
         ->type_name("");
-    demo->add_option("--layout", options.layout, "Slots of that file: 2.0, 3.0 (default), 5.1 or 7.1")
-        ->type_name("NAME")
-        ->check(tarn::oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    tarn::addLayoutOption(*demo, options.layout, "Slots of that file");
     tarn::addPresetOption(*demo, options.preset,
                           "Settings of that file: film (default), music, voice or\nplain; see tarn upmix --help-all");
-    demo->add_flag("--force", options.force, "Replace the files if they exist")->disable_flag_override();
+    demo->add_flag("--force", options.force, "Replace the files if they exist");
     tarn::setHelp(*demo, tarn::kDemoHelp, "");
     return demo;
 }
@@ -49,14 +47,13 @@ CLI::App* addInfo(CLI::App& app, tarn::InfoOptions& options)
 {
     CLI::App* const info = app.add_subcommand("info", "Describe files and rate whether upmixing gains anything");
     info->add_option("INPUT", options.inputs, "Audio files, and folders with --recursive")->type_name("")->required();
-    info->add_flag("-r,--recursive", options.recursive, "Examine every audio file below an INPUT that is a folder")
-        ->disable_flag_override();
-    info->add_flag("--verbose", options.verbose, "Print figures for every octave too")->disable_flag_override();
+    info->add_flag("-r,--recursive", options.recursive, "Examine every audio file below an INPUT that is a folder");
+    info->add_flag("--verbose", options.verbose, "Print figures for every octave too");
     info->add_option("-j,--jobs", options.jobs, "Parallel jobs, 1 (default) to 64")
         ->type_name("N")
         ->check(tarn::numberFrom(1, 64, "--jobs 4"));
-    info->add_flag("--json", options.json, "Print JSON instead of text")->disable_flag_override();
-    info->add_flag("--quiet", options.quiet, "No progress bar")->disable_flag_override();
+    info->add_flag("--json", options.json, "Print JSON instead of text");
+    info->add_flag("--quiet", options.quiet, "No progress bar");
     tarn::setHelp(*info, tarn::kInfoHelp, "man tarn-info describes the verdicts, the figures and the JSON.");
     return info;
 }
@@ -75,6 +72,7 @@ int run(int argc, char** argv)
     CLI::App app("Tarn upmixes stereo to left, right, centre and surround channels in real time or faster, with the "
                  "same bits on every machine.",
                  "tarn");
+    app.option_defaults()->disable_flag_override(); // no --force=0
     app.set_version_flag("--version", "tarn " TARN_VERSION);
     app.require_subcommand(0, 1);
     tarn::setHelp(app, tarn::kHelp, "");

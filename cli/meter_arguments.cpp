@@ -5,6 +5,7 @@
 #include "cli/command_help.h"
 #include "cli/help_texts.h"
 #include "cli/option_checks.h"
+#include "cli/shared_options.h"
 #include "stream/steering_mode_names.h"
 
 #include <string>
@@ -32,29 +33,20 @@ CLI::App* addMeter(CLI::App& app, MeterOptions& options)
 {
     CLI::App* const meter = app.add_subcommand("meter", "Show where the sound of a file or stream plays");
     meter->add_option("INPUT", options.input, "Audio file, or - for one on standard input")->type_name("");
-    meter
-        ->add_option("--raw", options.raw,
-                     "Standard input is raw stereo PCM of this rate and\n"
-                     "width, for example 48000:16")
-        ->type_name("RATE:BITS");
-    meter->add_flag("--pass", options.pass, "Write the raw stream to standard output as it is")
-        ->disable_flag_override();
-    meter
-        ->add_flag("--upmix", options.upmix,
-                   "Write the upmix of the raw stream to standard output,\n"
-                   "as options and keys set it")
-        ->disable_flag_override();
+    addRawOption(*meter, options.raw);
+    meter->add_flag("--pass", options.pass, "Write the raw stream to standard output as it is");
+    meter->add_flag("--upmix", options.upmix,
+                    "Write the upmix of the raw stream to standard output,\n"
+                    "as options and keys set it");
     meter->add_option("--speed", options.speed, "Speed of a file, 0.1 to 1000; default: 1, real time")
         ->type_name("X")
         ->check(numberFrom(kMinSpeed, kMaxSpeed, "--speed 10"));
-    meter->add_option("--layout", options.layout, "Outputs: 2.0, 3.0 (default), 5.1 or 7.1")
-        ->type_name("NAME")
-        ->check(oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    addLayoutOption(*meter, options.layout, "Outputs");
     meter->add_option("--mode", options.mode, "Response to strong steering: fast (default) or calm")
         ->type_name("NAME")
         ->check(oneOf(modeNames(), "--mode calm"));
     addRoomOptions(*meter, options.room);
-    meter->add_flag("--json", options.json, "Print lines of JSON instead of a screen or text")->disable_flag_override();
+    meter->add_flag("--json", options.json, "Print lines of JSON instead of a screen or text");
     setHelp(*meter, kMeterHelp, "man tarn-meter describes the screen, the keys and the lines.");
     return meter;
 }

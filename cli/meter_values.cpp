@@ -3,6 +3,7 @@
 #include "cli/meter_values.h"
 
 #include "cli/decibels.h"
+#include "cli/json.h"
 #include "cli/text.h"
 
 namespace tarn

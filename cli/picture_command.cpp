@@ -12,7 +12,7 @@
 #include "cli/parse_time.h"
 #include "cli/picture_sink.h"
 #include "cli/progress.h"
-#include "cli/room_options.h"
+#include "cli/shared_options.h"
 #include "cli/upmix_passes.h"
 #include "cli/upmix_report.h"
 #include "cli/windowed_source.h"
@@ -87,7 +87,7 @@ UpmixOptions upmixOptionsOf(const PictureOptions& options)
     upmix.output = options.output;
     upmix.layout = options.layout;
     upmix.raw = options.raw;
-    upmix.room.preset = options.preset;
+    upmix.room = options.room;
     upmix.quiet = options.quiet;
     return upmix;
 }
@@ -111,11 +111,7 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
         ->type_name("")
         ->required();
     picture->add_option("OUTPUT", options.output, "Picture to write (.png, .svg)")->type_name("")->required();
-    picture->add_option("--layout", options.layout, "Outputs to draw: 2.0, 3.0 (default), 5.1 or 7.1")
-        ->type_name("NAME")
-        ->check(oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
-    addPresetOption(*picture, options.preset,
-                    "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
+    addLayoutOption(*picture, options.layout, "Outputs to draw");
     picture->add_option("--start", options.start, "Begin at this time of INPUT: 90, or 1:30")
         ->type_name("TIME")
         ->check(timeCheck(false, "--start 1:30"));
@@ -128,19 +124,13 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
                      "default: 1600x1040, and higher with surround channels")
         ->type_name("WxH")
         ->check(pictureSize());
-    picture->add_option("--theme", options.theme, "Background: dark (default), or light for paper")
-        ->type_name("NAME")
-        ->check(oneOf({"dark", "light"}, "--theme light"));
+    addThemeOption(*picture, options.theme);
     picture->add_option("--title", options.title, "Title; default: artist and title, or the name of INPUT")
         ->type_name("TEXT");
-    picture
-        ->add_option("--raw", options.raw,
-                     "The stream on - is raw PCM of this rate and width, for\n"
-                     "example 48000:16")
-        ->type_name("RATE:BITS");
-    picture->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
-    picture->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio")
-        ->disable_flag_override();
+    addRawOption(*picture, options.raw);
+    addRoomOptions(*picture, options.room);
+    picture->add_flag("--force", options.force, "Replace OUTPUT if it exists");
+    picture->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio");
     setHelp(*picture, kPictureHelp, "man tarn-picture describes what the picture shows.");
     return picture;
 }
@@ -156,6 +146,7 @@ int runPicture(const PictureOptions& options)
     if (options.raw) raw = parseRawFormat(*options.raw);
 
     const Layout& layout = layoutNamed(options.layout);
+    checkRoomOptions(options.room, layout, false);
     const EngineSettings settings{.remap = {}, .room = roomSettingsOf(upmix.room, layout)};
     auto opened = openSource(upmix, raw);
     const StreamFormat format = opened->format();

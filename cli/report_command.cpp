@@ -14,7 +14,7 @@
 #include "cli/progress.h"
 #include "cli/report_entry.h"
 #include "cli/report_page.h"
-#include "cli/room_options.h"
+#include "cli/shared_options.h"
 #include "cli/text.h"
 #include "cli/upmix_options.h"
 #include "cli/worker_processes.h"
@@ -95,23 +95,17 @@ CLI::App* addReport(CLI::App& app, ReportOptions& options)
     CLI::App* const report = app.add_subcommand("report", "Show upmixes of recordings on one HTML page");
     report->add_option("INPUT", options.inputs, "Audio files, and folders with --recursive")->type_name("")->required();
     report->add_option("-o,--output", options.output, "Page to write (.html)")->type_name("FILE")->required();
-    report->add_flag("-r,--recursive", options.recursive, "Include every audio file below an INPUT that is a\nfolder")
-        ->disable_flag_override();
+    report->add_flag("-r,--recursive", options.recursive, "Include every audio file below an INPUT that is a\nfolder");
     report->add_option("-j,--jobs", options.jobs, "Parallel jobs, 1 (default) to 64")
         ->type_name("N")
         ->check(numberFrom(1, 64, "--jobs 4"));
-    report->add_option("--layout", options.layout, "Outputs to show: 2.0, 3.0 (default), 5.1 or 7.1")
-        ->type_name("NAME")
-        ->check(oneOf({"2.0", "3.0", "5.1", "7.1"}, "--layout 5.1"));
+    addLayoutOption(*report, options.layout, "Outputs to show");
     addPresetOption(*report, options.preset,
                     "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
-    report->add_option("--theme", options.theme, "Background: dark (default), or light for paper")
-        ->type_name("NAME")
-        ->check(oneOf({"dark", "light"}, "--theme light"));
+    addThemeOption(*report, options.theme);
     report->add_option("--title", options.title, "Title of the page")->type_name("TEXT");
-    report->add_flag("--force", options.force, "Replace the page if it exists")->disable_flag_override();
-    report->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio")
-        ->disable_flag_override();
+    report->add_flag("--force", options.force, "Replace the page if it exists");
+    report->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio");
     setHelp(*report, kReportHelp, "man tarn-report describes the page.");
     return report;
 }

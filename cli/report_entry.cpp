@@ -8,6 +8,7 @@
 #include "cli/file_source.h"
 #include "cli/info_report.h"
 #include "cli/interrupt.h"
+#include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
 #include "cli/loudness.h"

@@ -33,12 +33,6 @@ struct ResumeDecision
     bool replaces = false;        ///< the output is an earlier one of this folder, and is replaced
 };
 
-/// Adds the finished output to the ledger.
-///
-/// output  state of the complete file, right before it gets its name
-/// result  what later runs report about it; an object
-using Recorder = std::function<void(const FileState& output, const Json& result)>;
-
 /// The work of earlier runs in an output folder.
 class Resume
 {

@@ -4,6 +4,7 @@
 
 #include "cli/failure.h"
 #include "cli/option_checks.h"
+#include "cli/shared_options.h"
 #include "stream/bass_mode_names.h"
 #include "stream/gain.h"
 
@@ -21,13 +22,6 @@ using zrk_tarn::BassMode;
 using zrk_tarn::OutputSlot;
 
 constexpr const char* kOff = "off";
-
-std::vector<std::string> presetNames()
-{
-    std::vector<std::string> names;
-    for (const zrk_tarn::Preset& preset : zrk_tarn::kPresets) names.emplace_back(preset.name);
-    return names;
-}
 
 std::vector<std::string> bassModeNames()
 {
@@ -79,13 +73,6 @@ std::string firstGiven(const RoomOptions& options)
 
 } // namespace
 
-CLI::Option* addPresetOption(CLI::App& command, std::optional<std::string>& preset, const std::string& description)
-{
-    return command.add_option("--preset", preset, description)
-        ->type_name("NAME")
-        ->check(oneOf(presetNames(), "--preset voice"));
-}
-
 void addRoomOptions(CLI::App& command, RoomOptions& options)
 {
     addPresetOption(command, options.preset,
@@ -119,10 +106,8 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "(default); 0 suits receivers that add 10 dB")
         ->type_name("DB")
         ->check(channelGainOrOff("--lfe 0"));
-    command.add_flag("--limiter", options.limiter, "With --preset plain: keep the true peak at about -1 dB")
-        ->disable_flag_override();
-    command.add_flag("--no-limiter", options.noLimiter, "Clip samples beyond full scale instead of limiting them")
-        ->disable_flag_override();
+    command.add_flag("--limiter", options.limiter, "With --preset plain: keep the true peak at about -1 dB");
+    command.add_flag("--no-limiter", options.noLimiter, "Clip samples beyond full scale instead of limiting them");
 }
 
 void checkRoomOptions(const RoomOptions& options, const Layout& layout, bool bypass)

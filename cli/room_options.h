@@ -27,9 +27,6 @@ struct RoomOptions
     bool noLimiter = false;
 };
 
-/// Adds the option --preset to a command.
-CLI::Option* addPresetOption(CLI::App& command, std::optional<std::string>& preset, const std::string& description);
-
 /// Adds the options to a command.
 void addRoomOptions(CLI::App& command, RoomOptions& options);
 

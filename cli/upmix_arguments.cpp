@@ -8,6 +8,7 @@
 #include "cli/help_texts.h"
 #include "cli/layout.h"
 #include "cli/option_checks.h"
+#include "cli/shared_options.h"
 #include "cli/text.h"
 #include "cli/upmix_command.h"
 #include "stream/steering_mode_names.h"
@@ -49,13 +50,11 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
         ->add_flag("-r,--recursive", arguments.batch.recursive,
                    "Upmix every audio file below an INPUT that is a folder,\n"
                    "and create its subfolders in --output-dir")
-        ->disable_flag_override()
         ->needs("--output-dir");
     upmix
         ->add_flag("--album", arguments.album,
                    "The same gain for all files of --output-dir, with\n"
                    "--loudness-match and without limiter")
-        ->disable_flag_override()
         ->needs("--output-dir");
     upmix->add_option("--format", arguments.batch.format, "Format of the files in --output-dir: wav (default) or\nflac")
         ->type_name("NAME")
@@ -70,7 +69,6 @@ void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
                    "Skip an INPUT that was upmixed into --output-dir with\n"
                    "the same options and has not changed since, as\n"
                    "DIR/tarn-ledger.txt says")
-        ->disable_flag_override()
         ->needs("--output-dir");
     upmix
         ->add_option("--part", arguments.batch.part,
@@ -104,32 +102,24 @@ void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
         ->transform(CLI::Transformer({{"1", "fast"}, {"2", "calm"}}).description("")) // former names
         ->check(oneOf(modeNames(), "--mode calm"));
     addRoomOptions(*upmix, options.room);
-    upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT")
-        ->disable_flag_override();
-    upmix->add_flag("--bypass", options.bypass, "Pass the stereo unchanged to FL and FR of the layout")
-        ->disable_flag_override();
+    upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT");
+    upmix->add_flag("--bypass", options.bypass, "Pass the stereo unchanged to FL and FR of the layout");
 }
 
 /// The options of `tarn upmix` about formats, existing files and messages.
 void addProcessingOptions(CLI::App* upmix, UpmixOptions& options)
 {
-    upmix->add_flag("--json", options.json, "Print a report in JSON")->disable_flag_override();
+    upmix->add_flag("--json", options.json, "Print a report in JSON");
     upmix
         ->add_option("--picture", options.picture,
                      "Also draw OUTPUT into this file (.png, .svg); see\n"
                      "tarn picture")
         ->type_name("FILE");
-    upmix
-        ->add_flag("--no-align", options.noAlign,
-                   "Keep the delay of a live host: the output is 960 frames\n"
-                   "late and as long as INPUT, so its last 960 frames are\n"
-                   "cut off")
-        ->disable_flag_override();
-    upmix
-        ->add_option("--raw", options.raw,
-                     "The stream on - is raw PCM of this rate and width, for\n"
-                     "example 48000:16")
-        ->type_name("RATE:BITS");
+    upmix->add_flag("--no-align", options.noAlign,
+                    "Keep the delay of a live host: the output is 960 frames\n"
+                    "late and as long as INPUT, so its last 960 frames are\n"
+                    "cut off");
+    addRawOption(*upmix, options.raw);
     upmix
         ->add_option("--rate", options.rate,
                      "Sample rate of the output: 32000, 44100, 48000, 64000,\n"
@@ -137,22 +127,16 @@ void addProcessingOptions(CLI::App* upmix, UpmixOptions& options)
                      "next higher of these")
         ->type_name("HZ")
         ->check(oneOf(zrk_tarn::kSampleRatesHz, "--rate 48000"));
-    upmix
-        ->add_flag("--strict", options.strict,
-                   "Refuse INPUT if it is cut short or damaged; default:\n"
-                   "upmix all that can be decoded")
-        ->disable_flag_override();
-    upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
-    upmix
-        ->add_flag("--skip-existing", options.skipExisting,
-                   "Skip an INPUT whose OUTPUT exists and is complete; an\n"
-                   "incomplete OUTPUT is an error without --force")
-        ->disable_flag_override();
-    upmix
-        ->add_flag("--quiet", options.quiet,
-                   "Print only errors and warnings about lost, clipped or\n"
-                   "wrapped audio")
-        ->disable_flag_override();
+    upmix->add_flag("--strict", options.strict,
+                    "Refuse INPUT if it is cut short or damaged; default:\n"
+                    "upmix all that can be decoded");
+    upmix->add_flag("--force", options.force, "Replace OUTPUT if it exists");
+    upmix->add_flag("--skip-existing", options.skipExisting,
+                    "Skip an INPUT whose OUTPUT exists and is complete; an\n"
+                    "incomplete OUTPUT is an error without --force");
+    upmix->add_flag("--quiet", options.quiet,
+                    "Print only errors and warnings about lost, clipped or\n"
+                    "wrapped audio");
 }
 
 /// Refuses folders where files are required, and prints the command to type instead.

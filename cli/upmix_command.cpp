@@ -7,6 +7,7 @@
 #include "cli/failure.h"
 #include "cli/file_sink.h"
 #include "cli/interrupt.h"
+#include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
 #include "cli/open_source.h"

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "cli/album_level.h"
-#include "cli/resume.h"
+#include "cli/ledger.h"
 #include "cli/room_options.h"
 
 #include <cstdint>

@@ -3,6 +3,7 @@
 #include "cli/upmix_report.h"
 
 #include "cli/decibels.h"
+#include "cli/json.h"
 #include "cli/progress.h"
 #include "cli/text.h"
 #include "stream/bass_mode_names.h"
@@ -131,6 +132,7 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
     printLoss(options, report);
     if (!options.quiet) {
         printNote(summary(options, report));
+        if (!options.picture.empty()) printNote(options.inputName() + " -> " + options.picture + ": picture");
         if (report.loudness) printLoudness(output, *report.loudness, report.room.gainDb);
         // With the gain of an album, files are louder or softer than before.
         if (report.loudness && !options.album) printShortfall(output, *report.loudness);

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "cli/audio_source.h"
-#include "cli/json.h"
+#include "cli/json_type.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
 #include "cli/loudness_match.h"

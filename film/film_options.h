@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "cli/resume.h"
+#include "cli/ledger.h"
 #include "cli/room_options.h"
 
 #include <cstdint>

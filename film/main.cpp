@@ -32,20 +32,17 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::BatchOptions& b
                    "Folder for the outputs of many INPUTs: film.mp4 becomes\nfilm.mp4-5.1.mkv in it")
         ->type_name("DIR");
     app.add_flag("-r,--recursive", batch.recursive,
-                 "Upmix every film below an INPUT that is a folder, and\ncreate its subfolders in --output-dir")
-        ->disable_flag_override();
+                 "Upmix every film below an INPUT that is a folder, and\ncreate its subfolders in --output-dir");
     app.add_option("--format", batch.format, "Extension of these outputs: mkv (default), mp4, mka, m4a\nor flac")
         ->type_name("NAME")
         ->check(tarn::oneOf({"mkv", "mp4", "mka", "m4a", "flac"}, "--format mp4"));
     app.add_option("-j,--jobs", batch.jobs, "Parallel jobs, 1 (default) to 64")
         ->type_name("N")
         ->check(tarn::numberFrom(1, 64, "--jobs 4"));
-    app.add_flag("--skip-existing", options.skipExisting, "Skip INPUTs whose output exists in --output-dir")
-        ->disable_flag_override();
+    app.add_flag("--skip-existing", options.skipExisting, "Skip INPUTs whose output exists in --output-dir");
     app.add_flag("--resume", batch.resume,
                  "Skip INPUTs that were upmixed into --output-dir with the\n"
-                 "same options and have not changed since")
-        ->disable_flag_override();
+                 "same options and have not changed since");
     app.add_option("--part", batch.part, "Of all INPUTs, upmix the share K of N that no other part\nhas: --part 3/100")
         ->type_name("K/N");
     app.add_option("--layout", options.layout, "Layout of the new track: 5.1 (default) or 3.0")
@@ -65,22 +62,22 @@ void addOptions(CLI::App& app, tarn::FilmOptions& options, tarn::BatchOptions& b
     app.add_option("--dialnorm", options.dialnorm, "Dialogue level of AC-3: auto (default), or -31 to -1")
         ->type_name("DB")
         ->check(tarn::wordOrNumberFrom("auto", -31, -1, "--dialnorm -27"));
-    app.add_flag("--replace", options.replace, "Leave the stereo track out")->disable_flag_override();
-    app.add_flag("--force-track", options.forceTrack, "Also if the default track has more channels already")
-        ->disable_flag_override();
+    app.add_flag("--replace", options.replace, "Leave the stereo track out");
+    app.add_flag("--force-track", options.forceTrack, "Also if the default track has more channels already");
     app.add_option("--mode", options.mode, "Steering: fast (default) or calm")
         ->type_name("NAME")
         ->check(tarn::oneOf({"fast", "calm"}, "--mode calm"));
     tarn::addRoomOptions(app, options.room);
-    app.add_flag("--loudness-match", options.loudnessMatch, "As loud as the stereo track")->disable_flag_override();
-    app.add_flag("--force", options.force, "Replace OUTPUT if it exists")->disable_flag_override();
-    app.add_flag("--quiet", options.quiet, "No progress bar and no notes")->disable_flag_override();
-    app.add_flag("--json", options.json, "Print a report as JSON")->disable_flag_override();
+    app.add_flag("--loudness-match", options.loudnessMatch, "As loud as the stereo track");
+    app.add_flag("--force", options.force, "Replace OUTPUT if it exists");
+    app.add_flag("--quiet", options.quiet, "No progress bar and no notes");
+    app.add_flag("--json", options.json, "Print a report as JSON");
 }
 
 int run(int argc, char** argv)
 {
     CLI::App app("Adds a surround track, upmixed from a stereo track, to a film.", tarn::commandName());
+    app.option_defaults()->disable_flag_override(); // no --force=0
     app.get_formatter()->column_width(22);
     app.set_version_flag("--version", "tarn-film " TARN_VERSION);
     tarn::FilmOptions options;

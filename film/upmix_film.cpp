@@ -4,6 +4,7 @@
 
 #include "cli/audio_source.h"
 #include "cli/decibels.h"
+#include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/progress.h"
 #include "cli/text.h"

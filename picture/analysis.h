@@ -36,6 +36,10 @@ struct EnergyShares
     double behind = 0.0;
 };
 
+/// Shares with the sum 1 in whole percent with the sum 100, in the order of EnergyShares. Those with the largest
+/// fractions are rounded up.
+std::array<int, 4> percentagesOf(const EnergyShares& shares) noexcept;
+
 /// Collects spectra, places and envelopes of an upmix of any length in constant memory. The result does not depend on
 /// the number of frames per call.
 class PictureAnalysis

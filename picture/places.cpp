@@ -13,8 +13,8 @@ namespace tarn
 namespace
 {
 
-constexpr float kHalfRoot = 0.70710678f; ///< of two: amplitude of the centre on each side
-constexpr float kSilence = 1e-12f;       ///< power of bins that are ignored
+constexpr float kRootOfTwo = 1.41421356f;
+constexpr float kSilence = 1e-12f; ///< power of bins that are ignored
 
 /// Two over pi times the arctangent, for 0 to 1, with an error below 1e-5. Plain arithmetic has the same result on
 /// every machine.
@@ -28,39 +28,52 @@ float quarterTurns(float ratio) noexcept
     return 0.63661977f * ratio * series;
 }
 
+/// Weights of a row by its distance: a quadratic spline, two rows between its knots. The weights of a place's rows sum
+/// to 1.
+float weightAt(float distance) noexcept
+{
+    const float knots = 0.5f * std::abs(distance);
+    const float outer = 1.5f - knots;
+    return knots < 0.5f ? 0.375f - 0.5f * knots * knots : 0.25f * outer * outer;
+}
+
 } // namespace
 
-float directionOf(float left, float centre, float right) noexcept
+double coherenceAt(double frequencyHz) noexcept
 {
-    // Halfway between the sum of amplitudes and the sum of powers.
+    constexpr double kEqualPartsHz = 2500.0;
+    return kEqualPartsHz / (kEqualPartsHz + frequencyHz);
+}
+
+float directionOf(float left, float centre, float right, float coherence) noexcept
+{
     const float power = 0.5f * centre * centre;
-    const float both = kHalfRoot * centre;
-    const float a = std::sqrt(left * left + power + both * left);
-    const float b = std::sqrt(right * right + power + both * right);
+    const float inPhase = coherence * kRootOfTwo * centre;
+    const float a = std::sqrt(left * left + power + inPhase * left);
+    const float b = std::sqrt(right * right + power + inPhase * right);
     return b <= a ? quarterTurns(b / a) : 1.0f - quarterTurns(a / b);
 }
 
-Places::Places(double binHz, std::size_t bins) : firstBin(static_cast<std::size_t>(std::ceil(kLowestHz / binHz)))
+Places::Places(double binHz, std::size_t count) : firstBin(static_cast<std::size_t>(std::ceil(kLowestHz / binHz)))
 {
-    for (std::size_t bin = firstBin; bin < bins && static_cast<double>(bin) * binHz < kHighestHz; ++bin)
-        tilts.push_back(static_cast<float>(tiltFactor(static_cast<double>(bin) * binHz)));
+    for (std::size_t bin = firstBin; bin < count && static_cast<double>(bin) * binHz < kHighestHz; ++bin) {
+        const double frequencyHz = static_cast<double>(bin) * binHz;
+        bins.push_back({.tilt = static_cast<float>(tiltFactor(frequencyHz)),
+                        .coherence = static_cast<float>(coherenceAt(frequencyHz))});
+    }
 }
 
 void Places::addTo(float* values, const float* left, const float* centre, const float* right) const noexcept
 {
-    for (std::size_t i = 0; i < tilts.size(); ++i) {
+    for (std::size_t i = 0; i < bins.size(); ++i) {
         const std::size_t bin = firstBin + i;
         if (left[bin] + centre[bin] + right[bin] < kSilence) continue;
-        const float row = rowOf(directionOf(std::sqrt(left[bin]), std::sqrt(centre[bin]), std::sqrt(right[bin])));
-        // A quadratic spline over three rows.
-        const float rounded = row + 0.5f;
-        const auto middle = static_cast<std::size_t>(rounded);
-        const float offset = row - static_cast<float>(middle);
-        const float shares[3] = {0.5f * (0.5f - offset) * (0.5f - offset), 0.75f - offset * offset,
-                                 0.5f * (0.5f + offset) * (0.5f + offset)};
-        for (std::size_t k = 0; k < 3; ++k) {
-            float* const value = values + (middle - 1 + k) * kPlaceValues;
-            const float share = tilts[i] * shares[k];
+        const float row =
+            rowOf(directionOf(std::sqrt(left[bin]), std::sqrt(centre[bin]), std::sqrt(right[bin]), bins[i].coherence));
+        const std::size_t first = static_cast<std::size_t>(row) + 1 - kPlaceMargin;
+        for (std::size_t k = first; k < first + 2 * kPlaceMargin; ++k) {
+            float* const value = values + k * kPlaceValues;
+            const float share = bins[i].tilt * weightAt(row - static_cast<float>(k));
             value[0] += share * left[bin];
             value[1] += share * centre[bin];
             value[2] += share * right[bin];

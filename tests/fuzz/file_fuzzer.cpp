@@ -1,6 +1,7 @@
 // Fuzz target: damaged audio files through the whole of `tarn upmix`.
 // SPDX-License-Identifier: MIT
 #include "cli/failure.h"
+#include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/upmix_command.h"
 #include "tests/fuzz/byte_reader.h"

@@ -13,20 +13,34 @@
 
 TEST(Places, PannedSourceIsAtItsAngle)
 {
-    EXPECT_EQ(tarn::directionOf(1.0f, 0.0f, 0.0f), 0.0f);
-    EXPECT_EQ(tarn::directionOf(0.0f, 0.0f, 1.0f), 1.0f);
-    EXPECT_NEAR(tarn::directionOf(0.0f, 1.0f, 0.0f), 0.5f, 2e-5f);
+    for (const float coherence : {0.0f, 0.5f, 1.0f}) {
+        EXPECT_EQ(tarn::directionOf(1.0f, 0.0f, 0.0f, coherence), 0.0f);
+        EXPECT_EQ(tarn::directionOf(0.0f, 0.0f, 1.0f, coherence), 1.0f);
+        EXPECT_NEAR(tarn::directionOf(0.0f, 1.0f, 0.0f, coherence), 0.5f, 2e-5f);
+    }
     for (int step = 0; step <= 100; ++step) {
         const double angle = step / 200.0 * std::numbers::pi;
         const auto left = static_cast<float>(std::cos(angle));
         const auto right = static_cast<float>(std::sin(angle));
-        const float shared = std::min(left, right);
+        const auto direction = static_cast<float>(step) / 100.0f;
         // A polynomial replaces the arctangent.
-        EXPECT_NEAR(tarn::directionOf(left, 0.0f, right), static_cast<float>(step) / 100.0f, 2e-5f);
-        // What both sides share is in the centre: the rule between amplitudes and powers moves it inwards.
-        EXPECT_NEAR(tarn::directionOf(left - shared, std::sqrt(2.0f) * shared, right - shared),
-                    static_cast<float>(step) / 100.0f, 0.055f);
+        EXPECT_NEAR(tarn::directionOf(left, 0.0f, right, 0.0f), direction, 2e-5f);
+        EXPECT_NEAR(tarn::directionOf(left, 0.0f, right, 1.0f), direction, 2e-5f);
+        // The centre plays what both sides share: the sum of amplitudes is that of the stereo.
+        const float shared = std::min(left, right);
+        EXPECT_NEAR(tarn::directionOf(left - shared, std::sqrt(2.0f) * shared, right - shared, 1.0f), direction, 2e-5f);
+        // The centre plays the power that both sides share.
+        EXPECT_NEAR(tarn::directionOf(std::sqrt(left * left - shared * shared), std::sqrt(2.0f) * shared,
+                                      std::sqrt(right * right - shared * shared), 0.0f),
+                    direction, 3e-4f); // the difference of equal squares is not zero in single precision
     }
+}
+
+TEST(Places, CoherenceFallsWithTheFrequency)
+{
+    EXPECT_EQ(tarn::coherenceAt(0.0), 1.0);
+    EXPECT_EQ(tarn::coherenceAt(2500.0), 0.5);
+    EXPECT_EQ(tarn::coherenceAt(22500.0), 0.1);
 }
 
 TEST(Places, EnergyOfABinIsAroundItsRow)
@@ -37,7 +51,8 @@ TEST(Places, EnergyOfABinIsAroundItsRow)
     left[100] = 0.25f;
     std::vector<float> values(tarn::kPlaceRows * tarn::kPlaceValues);
     tarn::Places(kBinHz, left.size()).addTo(values.data(), left.data(), centre.data(), right.data());
-    const float row = tarn::rowOf(tarn::directionOf(0.5f, std::sqrt(0.5f), 0.0f));
+    const float row =
+        tarn::rowOf(tarn::directionOf(0.5f, std::sqrt(0.5f), 0.0f, static_cast<float>(tarn::coherenceAt(1000.0))));
     double sums[3] = {};
     double middle = 0.0;
     for (std::size_t i = 0; i < values.size(); ++i) {
@@ -45,7 +60,7 @@ TEST(Places, EnergyOfABinIsAroundItsRow)
         sums[i % 3] += static_cast<double>(values[i]);
         middle += static_cast<double>(values[i]) * static_cast<double>(itsRow) / 0.75;
         EXPECT_GE(values[i], 0.0f);
-        if (std::abs(static_cast<float>(itsRow) - row) > 1.5f) {
+        if (std::abs(static_cast<float>(itsRow) - row) >= 3.0f) {
             EXPECT_EQ(values[i], 0.0f) << itsRow;
         }
     }
@@ -64,6 +79,7 @@ TEST(Places, SidesAndSilenceStayInTheTable)
     double sum = 0.0;
     for (const float value : values) sum += static_cast<double>(value);
     EXPECT_NEAR(sum, 1.0 + tarn::tiltFactor(1010.0), 1e-5); // in single precision
-    EXPECT_EQ(values[1 * 3], 0.75f);
-    EXPECT_NEAR(values[(tarn::kPlaceRows - 2) * 3 + 2], 0.75f, 0.01f);
+    EXPECT_EQ(values[tarn::kPlaceMargin * 3], 0.375f);
+    EXPECT_EQ(values[(tarn::kPlaceMargin + tarn::kPlaceSteps) * 3 + 2],
+              0.375f * static_cast<float>(tarn::tiltFactor(1010.0)));
 }
