@@ -87,7 +87,7 @@ of left, centre and right, the places, and a lane for every output. OUTPUT is a
   --size WxH       in pixels; default 1600x1040, higher with surround channels
   --theme NAME     dark (default), or light for paper
   --title TEXT     default: artist and title, or the name of INPUT
-  --raw RATE:BITS  - is raw PCM
+  --raw RATE:BITS  the stream on - is raw PCM
   --force          replace OUTPUT
   --quiet          errors and warnings only
 

@@ -92,11 +92,12 @@ WindowedSource openSource(const MeterOptions& options)
     return {std::move(source), options.start ? framesOf(*options.start, rate) : 0, std::nullopt};
 }
 
-/// Whether a line can be written without waiting. A pipe that is ready has room for PIPE_BUF bytes, more than a line.
+/// Whether a line can be written without waiting, and has a reader. A pipe that is ready has room for PIPE_BUF bytes,
+/// more than a line.
 bool isReady(int descriptor)
 {
     pollfd wait = {descriptor, POLLOUT, 0};
-    return poll(&wait, 1, 0) > 0;
+    return poll(&wait, 1, 0) > 0 && wait.revents == POLLOUT;
 }
 
 /// The meters of one run, with what the stream does not know.
@@ -125,7 +126,7 @@ public:
         return now;
     }
 
-    /// Prints a line. Drops it if the audio on standard output would wait for its reader.
+    /// Prints a line. Drops it if the audio on standard output would wait for its reader, or end with it.
     void printLine()
     {
         const bool isAudio = writesAudio(options);
@@ -148,7 +149,7 @@ public:
         };
         printNote(last.name + ": " + (startSeconds > 0.0 ? timeText(startSeconds) + " to " : "") +
                   timeText(last.seconds) +
-                  (std::isfinite(last.integrated) ? ", " + tenths(last.integrated) + " LUFS" : ", silence"));
+                  (std::isfinite(last.integrated) ? ", " + tenths(last.integrated) + " LUFS" : ", no loudness"));
     }
 
     /// Shows screens until the playback ends or the user quits. Returns whether the user did.
@@ -224,7 +225,7 @@ void checkStart(const MeterOptions& options, const WindowedSource& source)
         throw startAfterEnd(options.start, inputNameOf(options), source);
 }
 
-/// Reports what is missing of a source that was played to its end. Returns the exit code.
+/// Reports the loss of a source that was played to its end. Returns the exit code.
 int reportLoss(const MeterOptions& options, const WindowedSource& source)
 {
     const std::optional<Loss> loss = source.loss();

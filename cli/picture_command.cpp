@@ -132,6 +132,8 @@ int runPicture(const PictureOptions& options)
     PictureSink sink(layout, settings, format.sampleRate, nullptr);
     UpmixReport report{.layout = &layout, .format = format, .room = settings.room};
     upmixInto(sink, {upmix, layout, format, settings, source, nullptr, report});
+    report.inputHeadroomBits = source.headroomBits();
+    report.clippedInput = source.clippedSamples();
     report.loss = source.loss();
     throwIfInterrupted();
     if (sink.analysis().frames() == 0) throw startAfterEnd(options.start, upmix.inputName(), source);
@@ -141,6 +143,7 @@ int runPicture(const PictureOptions& options)
     file.commit();
     if (report.loss)
         printNote(upmix.inputName() + ": " + report.loss->message + "; the rest is drawn; " + report.loss->advice);
+    printClippedInput(upmix, report);
     if (!options.quiet)
         printNote(upmix.inputName() + " -> " + options.output + ": " + options.layout + ", " +
                   shortDurationText(sink.analysis().frames(), format.sampleRate) + ", " + sizeText(size) + " pixels");

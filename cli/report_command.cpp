@@ -20,7 +20,9 @@
 #include "cli/worker_processes.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 namespace tarn
@@ -48,6 +50,16 @@ std::vector<std::string> filesOf(const ReportOptions& options)
     std::transform(found.files.begin(), found.files.end(), std::back_inserter(inputs),
                    [](const FoundInput& input) { return input.path; });
     return inputs;
+}
+
+/// Refuses a page in the place of an input, also under another name of the same file.
+void keepInputs(const std::vector<std::string>& inputs, const std::string& output)
+{
+    for (const std::string& input : inputs) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(input, output, ignored))
+            throw Failure(EX_USAGE, output + ": is the input file " + input + "; choose another name for the page");
+    }
 }
 
 /// Adds the outcomes of all inputs to a page. Returns the exit code.
@@ -102,6 +114,7 @@ int runReport(const ReportOptions& options)
 {
     checkOutput(options.output);
     const std::vector<std::string> inputs = filesOf(options);
+    keepInputs(inputs, options.output);
     const Layout& layout = layoutNamed(options.layout);
     ReportPage page{.title = options.title ? printable(*options.title) : "Upmix report",
                     .theme = options.theme,
@@ -111,8 +124,9 @@ int runReport(const ReportOptions& options)
     const int exitCode = measureAll(inputs, options, page);
     if (page.entries.empty())
         throw Failure(exitCode, options.output + ": not written, because no input could be upmixed");
-    const std::string html = htmlOf(page);
-    if (const int error = writeAll(file.descriptor(), html.data(), html.size())) file.failToWrite(error, "");
+    writePage(page, [&file](const std::string& part) {
+        if (const int error = writeAll(file.descriptor(), part.data(), part.size())) file.failToWrite(error, "");
+    });
     file.commit();
     if (!options.quiet)
         printNote(options.output + ": " + std::to_string(page.entries.size()) +

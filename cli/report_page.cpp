@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 namespace tarn
 {
@@ -45,7 +46,7 @@ dl { display: grid; grid-template-columns: auto 1fr; gap: 0.2rem 1rem; margin: 0
 dd { margin: 0; }
 .bar::before { content: ""; display: inline-block; width: 7rem; height: 0.5rem; margin-right: 0.7rem;
   background: linear-gradient(to right, var(--bar) var(--share), var(--panel) 0); }
-@media (max-width: 40rem) { .bar::before { display: none; } .outputs th { white-space: normal; } }
+@media (max-width: 40rem) { .bar::before { display: none; } .outputs th { white-space: normal; overflow-wrap: normal; } }
 .damage { border-left: 4px solid #d97a2b; padding-left: 0.7rem; }
 )";
 
@@ -171,11 +172,17 @@ std::string cell(const std::string& key, const std::string& text, const std::str
     return element("td", (attributes.empty() ? "" : attributes + " ") + "data-key=\"" + key + "\"", text);
 }
 
-std::string numberCell(const Json& number, const char* format)
+std::string numberCell(const Json& number, const std::string& text)
 {
     constexpr const char* kBelowAllNumbers = "-1000";
-    return cell(number.is_null() ? kBelowAllNumbers : formatted("%.6f", number.get<double>()),
-                numberText(number, format));
+    return cell(number.is_null() ? kBelowAllNumbers : formatted("%.6f", number.get<double>()), text);
+}
+
+/// A loudness in a text. Recordings shorter than a block of BS.1770, or softer than its gate, have none.
+std::string loudnessText(const Json& entry, const char* name, const char* format)
+{
+    const Json& loudness = entry.at(name);
+    return loudness.is_null() && !peakOf(entry).is_null() ? "none" : numberText(loudness, format);
 }
 
 std::string rowOf(const Json& entry, std::size_t number, bool hasBehind)
@@ -186,8 +193,9 @@ std::string rowOf(const Json& entry, std::size_t number, bool hasBehind)
         cell(title, "<a href=\"#recording-" + std::to_string(number) + "\">" + title + "</a>", "class=\"words\"");
     row += cell(formatted("%.3f", entry.at("upmix").at("seconds").get<double>()), lengthOf(entry));
     row += cell(verdict, verdict, "class=\"words\"");
-    row += numberCell(entry.at("before"), "%.1f") + numberCell(entry.at("after"), "%.1f");
-    row += numberCell(peakOf(entry), "%.1f");
+    for (const char* const name : {"before", "after"})
+        row += numberCell(entry.at(name), loudnessText(entry, name, "%.1f"));
+    row += numberCell(peakOf(entry), numberText(peakOf(entry), "%.1f"));
     std::vector<std::vector<std::string>> places{{"FL"}, {"FC"}, {"FR"}};
     if (hasBehind) places.push_back({"SL", "SR", "BL", "BR"});
     for (const std::vector<std::string>& place : places) {
@@ -206,9 +214,9 @@ std::string tableOfAll(const ReportPage& page, bool hasBehind)
     };
     add("Recording", true);
     add("Length");
-    add("Gains", true);
+    add("Upmixing gains", true);
     for (const char* const text : {"Before, LUFS", "After, LUFS", "Peak, dBFS", "Left", "Centre", "Right"}) add(text);
-    if (hasBehind) add("Behind");
+    if (hasBehind) add("Surround");
     std::string rows;
     for (std::size_t i = 0; i < page.entries.size(); ++i) rows += rowOf(page.entries[i], i + 1, hasBehind);
     return block(
@@ -236,9 +244,11 @@ std::string channelsOf(const Json& entry)
                  block("thead", "", element("tr", "", headings)) + element("tbody", "", rows));
 }
 
-std::string loudnessText(const Json& loudness)
+/// A difference in tenths; zero has a plus.
+std::string differenceText(double difference)
 {
-    return loudness.is_null() ? "silent" : formatted("%.1f LUFS", loudness.get<double>());
+    const double tenths = std::round(10.0 * difference);
+    return formatted("%+.1f LU", tenths == 0.0 ? 0.0 : tenths / 10.0);
 }
 
 std::string levelsOf(const Json& entry)
@@ -249,11 +259,17 @@ std::string levelsOf(const Json& entry)
     const auto add = [&list](const std::string& name, const std::string& value) {
         list += element("dt", "", name) + element("dd", "", value);
     };
-    add("Loudness before", loudnessText(entry.at("before")));
-    std::string after = loudnessText(entry.at("after"));
+    add("Loudness before", loudnessText(entry, "before", "%.1f LUFS"));
+    std::string after = loudnessText(entry, "after", "%.1f LUFS");
     if (!entry.at("before").is_null() && !entry.at("after").is_null())
-        after += formatted(" (%+.1f LU)", entry.at("after").get<double>() - entry.at("before").get<double>());
+        after += " (" + differenceText(entry.at("after").get<double>() - entry.at("before").get<double>()) + ")";
     add("Loudness after", after);
+    if (const double gain = upmix.at("input_gain_db").get<double>(); gain != 0.0)
+        add("Input", formatted("scaled down by %.1f dB, because it exceeds full scale", -gain));
+    for (const auto& [name, member] : {std::pair{"Clipped in the input", "clipped_input_samples"},
+                                       std::pair{"Clipped in the upmix", "clipped_samples"}})
+        if (const auto count = upmix.at(member).get<std::uint64_t>(); count > 0)
+            add(name, std::to_string(count) + (count == 1 ? " sample" : " samples"));
     add("Gain", formatted("%+.1f dB", upmix.at("gain_db").get<double>()));
     if (!limiter.is_null()) {
         const double seconds = limiter.at("seconds").get<double>();
@@ -291,13 +307,9 @@ std::string failuresOf(const ReportPage& page)
     return block("section", "id=\"failures\"", element("h2", "", "Not upmixed") + block("ul", "", list));
 }
 
-} // namespace
-
-std::string htmlOf(const ReportPage& page)
+/// The page up to the first recording.
+std::string beginOf(const ReportPage& page)
 {
-    const bool hasBehind = std::any_of(page.entries.begin(), page.entries.end(), [](const Json& entry) {
-        return shareOf(entry, {"SL", "SR", "BL", "BR"}) > 0.0;
-    });
     const std::size_t count = page.entries.size();
     std::string html = "<!DOCTYPE html>\n<html lang=\"en\" class=\"" + page.theme +
                        "\">\n<head>\n"
@@ -312,11 +324,20 @@ std::string htmlOf(const ReportPage& page)
                     (count == 1 ? "One recording" : std::to_string(count) + " recordings") + ", upmixed to " +
                         escaped(page.layout) + " with the preset " + escaped(page.preset) + ". Made with tarn " +
                         TARN_VERSION + ".");
-    if (count > 1) html += tableOfAll(page, hasBehind);
-    for (std::size_t i = 0; i < count; ++i) html += articleOf(page.entries[i], i + 1);
-    html += failuresOf(page);
-    if (count > 1) html += element("script", "", kScript);
-    return html + "</body>\n</html>\n";
+    const bool hasBehind = std::any_of(page.entries.begin(), page.entries.end(), [](const Json& entry) {
+        return shareOf(entry, {"SL", "SR", "BL", "BR"}) > 0.0;
+    });
+    return count > 1 ? html + tableOfAll(page, hasBehind) : html;
+}
+
+} // namespace
+
+void writePage(const ReportPage& page, const PageWriter& write)
+{
+    write(beginOf(page));
+    const std::size_t count = page.entries.size();
+    for (std::size_t i = 0; i < count; ++i) write(articleOf(page.entries[i], i + 1));
+    write(failuresOf(page) + (count > 1 ? element("script", "", kScript) : "") + "</body>\n</html>\n");
 }
 
 } // namespace tarn

@@ -121,7 +121,7 @@ void Terminal::enter() noexcept
 
 void Terminal::leave() noexcept
 {
-    // What is still pending would be shown on the first screen.
+    // Pending bytes would be shown on the first screen.
     pollfd wait = {terminal.number(), POLLOUT, 0};
     std::string_view rest = kLeave;
     while (!rest.empty() && poll(&wait, 1, kLeaveMilliseconds) > 0) {
@@ -193,7 +193,7 @@ std::string keysOf(std::string_view typed)
     std::string keys;
     while (!typed.empty()) {
         if (typed.front() != '\033') {
-            keys += typed.front();
+            if (static_cast<unsigned char>(typed.front()) >= ' ') keys += typed.front();
             typed.remove_prefix(1);
             continue;
         }

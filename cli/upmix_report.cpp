@@ -121,6 +121,11 @@ void printLoss(const UpmixOptions& options, const UpmixReport& report)
                   (report.skipped ? "; " : "; the rest is upmixed; ") + report.loss->advice);
 }
 
+void printClippedInput(const UpmixOptions& options, const UpmixReport& report)
+{
+    if (report.clippedInput > 0) printNote(options.inputName() + ": " + inputClippingNote(report));
+}
+
 void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings)
 {
     const std::string output = options.outputName();
@@ -133,7 +138,7 @@ void printReport(const UpmixOptions& options, const UpmixReport& report, const s
         if (report.loudness && !options.album) printShortfall(output, *report.loudness);
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
-    if (report.clippedInput > 0) printNote(options.inputName() + ": " + inputClippingNote(report));
+    printClippedInput(options, report);
     if (report.clipped > 0) printNote(output + ": " + clippingNote(options, report));
 }
 

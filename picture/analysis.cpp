@@ -65,19 +65,19 @@ void PictureAnalysis::push(const std::int32_t* samples, std::size_t frames)
         }
         received += chunk;
         frames -= chunk;
-        analyseWhatIsThere();
+        addReadySpectra();
     }
 }
 
 void PictureAnalysis::finish()
 {
     spectra.appendMirrored();
-    analyseWhatIsThere();
+    addReadySpectra();
 }
 
 /// Computes the spectra whose windows are complete: one in the middle of every hop. The hop grows with the columns,
 /// until windows overlap by half; then a column has several spectra.
-void PictureAnalysis::analyseWhatIsThere()
+void PictureAnalysis::addReadySpectra()
 {
     while (nextSpectrum < received) {
         const std::uint64_t distance = std::min(frontGrid.fit(nextSpectrum), longestHop);

@@ -72,7 +72,7 @@ public:
 
 private:
     bool has(ChannelPlace place) const noexcept;
-    void analyseWhatIsThere();
+    void addReadySpectra();
     void addSpectra(std::uint64_t frame);
     const float* powerOf(ChannelPlace place) const noexcept;
 
@@ -86,7 +86,7 @@ private:
     TimeGrid behindGrid;
     TimeGrid placeGrid;
     Envelope envelopes;
-    std::vector<float> silence;     ///< power of an output that there is not
+    std::vector<float> silence;     ///< power of a missing output
     std::uint64_t received = 0;     ///< frames
     std::uint64_t nextSpectrum = 0; ///< first frame of its hop
 };

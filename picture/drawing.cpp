@@ -204,7 +204,7 @@ void Drawing::drawSpectrograms()
     drawPanelName(page.behind, "surround");
 }
 
-/// The frequencies that have room, from the lowest.
+/// Labels frequencies, the most important first. Leaves out those without room.
 void Drawing::drawFrequencyLabels(const PixelArea& area)
 {
     struct Mark

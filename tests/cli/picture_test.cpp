@@ -418,6 +418,17 @@ TEST_F(PictureCommand, DamagedInputIsDrawnAsFarAsItGoes)
     EXPECT_EQ(tarn({"picture", "--length", "0.5", "in.wav", "begin.png"}).exitCode, 0);
 }
 
+TEST_F(PictureCommand, ClippedSamplesOfTheInputAreReported)
+{
+    std::vector<float> samples(9600, 0.0f);
+    samples[960] = 100.0f;
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const Result result = tarn({"picture", "--quiet", "in.wav", "out.png"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "tarn: in.wav: 1 sample is more than 24 dB above full scale and is clipped; the file is "
+                             "probably damaged: check where it comes from\n");
+}
+
 TEST_F(PictureCommand, MemoryDoesNotDependOnTheLength)
 {
     const auto peakKibibytes = [this](std::uintmax_t seconds) {
