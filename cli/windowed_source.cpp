@@ -35,6 +35,7 @@ std::size_t WindowedSource::read(std::int32_t* stereo, std::size_t capacity)
         if (ended) return 0;
         done += frames;
         if (done > first) return frames;
+        clippedBefore = source->clippedSamples();
     }
     return 0;
 }
@@ -43,6 +44,7 @@ void WindowedSource::rewind()
 {
     source->rewind();
     done = 0;
+    clippedBefore = 0;
     ended = false;
 }
 

@@ -36,7 +36,7 @@ public:
     std::size_t read(std::int32_t* stereo, std::size_t capacity) override;
     bool canRewind() const noexcept override { return source->canRewind(); }
     void rewind() override;
-    std::uint64_t clippedSamples() const noexcept override { return source->clippedSamples(); }
+    std::uint64_t clippedSamples() const noexcept override { return source->clippedSamples() - clippedBefore; }
 
     /// None if the source was not read to its end.
     std::optional<Loss> loss() const override { return ended ? source->loss() : std::nullopt; }
@@ -49,6 +49,7 @@ private:
     std::uint64_t first;
     std::uint64_t limit; ///< frame after the last
     std::uint64_t done = 0;
+    std::uint64_t clippedBefore = 0; ///< samples before the window
     bool ended = false;
 };
 

@@ -141,6 +141,8 @@ TEST_F(Meter, CountsClippedSamplesOfTheInput)
     writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
     auto words = wordsOf(tarn({"meter", "--speed", "1000", "in.wav"}).output);
     EXPECT_EQ(words["clipped"], std::vector<double>{3.0});
+    words = wordsOf(tarn({"meter", "--speed", "1000", "--start", "0.05", "in.wav"}).output);
+    EXPECT_EQ(words["clipped"], std::vector<double>{2.0}) << "without those before the start";
     // Of the outputs, with a gain and without a limiter.
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000, 16));
     words = wordsOf(tarn({"meter", "--speed", "1000", "--no-limiter", "--gain", "12", "in.wav"}).output);
