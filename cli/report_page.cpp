@@ -310,8 +310,8 @@ std::string htmlOf(const ReportPage& page)
     html += element("h1", "", escaped(page.title));
     html += element("p", "class=\"soft\"",
                     (count == 1 ? "One recording" : std::to_string(count) + " recordings") + ", upmixed to " +
-                        escaped(page.layout) + " with the preset " + escaped(page.preset) + ". Made with tarn " +
-                        TARN_VERSION + ".");
+                        escaped(page.layout) + " with " + escaped(page.settings) + ". Made with tarn " + TARN_VERSION +
+                        ".");
     if (count > 1) html += tableOfAll(page, hasBehind);
     for (std::size_t i = 0; i < count; ++i) html += articleOf(page.entries[i], i + 1);
     html += failuresOf(page);

@@ -60,11 +60,26 @@ protected:
 
     std::string page(const std::vector<std::string>& arguments, int exitCode = 0) const
     {
-        std::vector<std::string> all{"report", "-o", "page.html"};
+        std::vector<std::string> all{"report", "--force", "-o", "page.html"};
         all.insert(all.end(), arguments.begin(), arguments.end());
         const Result result = tarn(all);
         EXPECT_EQ(result.exitCode, exitCode) << result.errors;
         return bytesOf(at("page.html"));
+    }
+
+    /// The report of tarn upmix about a file, with these options.
+    nlohmann::json upmixOf(const std::string& file, const std::vector<std::string>& options = {}) const
+    {
+        std::vector<std::string> all{"upmix", "--force", "--json", file, "upmixed.wav"};
+        all.insert(all.end(), options.begin(), options.end());
+        return nlohmann::json::parse(tarn(all).output);
+    }
+
+    /// A terminal that shows what a report prints.
+    std::string onTerminal(const std::string& arguments) const
+    {
+        const std::string command = "'" TARN_COMMAND "' report --force -o page.html " + arguments;
+        return runIn(directory, {.arguments = {"-qec", command, "/dev/null"}, .program = "script"}).output;
     }
 
     void expectRefusal(int exitCode, const std::string& message, const std::vector<std::string>& arguments) const
@@ -102,6 +117,27 @@ TEST_F(HtmlReport, ShowsTheFiguresOfTheUpmix)
     EXPECT_NE(html.find("<p class=\"verdict\">Dual mono: "), std::string::npos);
     EXPECT_EQ(countOf(html, "src=\"data:image/png;base64,iVBORw0KGgo"), 1u);
     EXPECT_EQ(countOf(html, "<script"), 0u);
+}
+
+TEST_F(HtmlReport, SoundOptionsAreThoseOfUpmix)
+{
+    const std::vector<std::string> options{"--preset", "voice",   "--centre", "2", "--width",     "0.5",
+                                           "--bass",   "steered", "--gain",   "6", "--no-limiter"};
+    std::vector<std::string> arguments{"middle.wav"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const std::string html = page(arguments);
+    const auto channels = upmixOf("middle.wav", options).at("channels");
+    const std::vector<std::string> cells = groupsOf(html, "<td>([^<]*)</td>");
+    ASSERT_EQ(cells.size(), 9u);
+    EXPECT_EQ(cells[1], tarn::formatted("%.1f", channels.at(0).at("peak_dbfs").get<double>()));
+    EXPECT_EQ(cells[7], tarn::formatted("%.1f", channels.at(2).at("peak_dbfs").get<double>()));
+    EXPECT_NE(html.find("with the preset voice, --centre 2, --width 0.5, --bass steered, --gain 6, --no-limiter. "),
+              std::string::npos);
+    EXPECT_EQ(countOf(html, "<dt>Limiter</dt>"), 0u);
+
+    expectRefusal(64, "--lfe: --layout 3.0 has no LFE channel",
+                  {"report", "--lfe", "0", "left.wav", "-o", "other.html"});
+    expectRefusal(64, "--centre: 13 is out of range", {"report", "--centre", "13", "left.wav", "-o", "other.html"});
 }
 
 TEST_F(HtmlReport, PicturesAreThoseOfTheCommand)
@@ -154,7 +190,21 @@ TEST_F(HtmlReport, FoldersAreSearched)
 {
     std::filesystem::create_directory(at("music"));
     std::filesystem::rename(at("left.wav"), at("music/left.wav"));
-    EXPECT_EQ(countOf(page({"-r", "music"}), "<article"), 1u);
+    const std::string html = page({"-r", "music"});
+    EXPECT_EQ(countOf(html, "<article"), 1u);
+    expectRefusal(66, "music: is a folder; add --recursive to include the audio files below it",
+                  {"report", "middle.wav", "music", "-o", "other.html"});
+}
+
+TEST_F(HtmlReport, ProgressIsShownOnATerminalUnlessQuiet)
+{
+    const std::string several = onTerminal("left.wav middle.wav");
+    EXPECT_NE(several.find("upmixing 1 of 2: left.wav"), std::string::npos) << several;
+    EXPECT_NE(several.find("upmixing 2 of 2: middle.wav"), std::string::npos) << several;
+    EXPECT_EQ(onTerminal("--quiet left.wav middle.wav"), "");
+    // Long enough for a fast machine to draw the bar before the end.
+    writeAudio(at("long.wav"), kWave16, 48000, 2, Samples(2 * 48000 * 120));
+    EXPECT_NE(onTerminal("long.wav").find("upmixing ["), std::string::npos);
 }
 
 TEST_F(HtmlReport, SilenceHasNoLoudness)
@@ -169,6 +219,8 @@ TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
 {
     expectRefusal(64, "--output: page.txt is not a page; end the name in .html",
                   {"report", "left.wav", "-o", "page.txt"});
+    expectRefusal(64, "--output is required; write -o report.html", {"report", "left.wav"});
+    expectRefusal(64, "--output is required; write -o 'my page.html'", {"report", "left.wav", "my page.html"});
     expectRefusal(64, "-: a report reads files only", {"report", "-", "-o", "page.html"});
     expectRefusal(66, "page.html: not written, because no input could be upmixed",
                   {"report", "missing.wav", "-o", "page.html"});
