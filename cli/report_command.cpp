@@ -4,7 +4,6 @@
 
 #include "cli/audio_source.h"
 #include "cli/command_help.h"
-#include "cli/command_name.h"
 #include "cli/descriptor.h"
 #include "cli/extension.h"
 #include "cli/failure.h"

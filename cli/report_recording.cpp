@@ -100,9 +100,9 @@ std::string figure(const Json& entry, std::size_t number)
                               " plays which frequency\" src=\"data:image/png;base64," + textOf(entry, "picture") +
                               "\">";
     return block("figure", "",
-                 "<input class=\"zoom\" type=\"checkbox\" id=\"" + id + "\">\n" +
-                     element("label", "class=\"zoom\" for=\"" + id + "\"", "Full size (or tap the picture)") +
-                     element("div", "class=\"wide\"", "<label for=\"" + id + "\">" + image + "</label>"));
+                 R"(<input class="zoom" type="checkbox" id=")" + id + "\">\n" +
+                     element("label", R"(class="zoom" for=")" + id + "\"", "Full size (or tap the picture)") +
+                     element("div", R"(class="wide")", R"(<label for=")" + id + "\">" + image + "</label>"));
 }
 
 } // namespace

@@ -27,7 +27,7 @@ button:focus-visible, a:focus-visible, input:focus-visible { outline: 2px solid 
 button::after { content: " \2195"; }
 th[aria-sort=ascending] button::after { content: " \25b2"; }
 th[aria-sort=descending] button::after { content: " \25bc"; }
-article { border-top: 1px solid var(--line); margin-top: 2rem; padding-top: 1.5rem; }
+article, section { border-top: 1px solid var(--line); margin-top: 2rem; padding-top: 1.5rem; }
 figure { margin: 1rem 0; }
 img { display: block; width: 100%; height: auto; }
 .figures { display: flex; flex-wrap: wrap; gap: 1rem 3rem; }
@@ -43,8 +43,8 @@ dd { margin: 0; }
 
 /* What scrolls sideways has a shadow at the edge behind which there is more. */
 .wide { overflow-x: auto; margin: 1rem 0; background:
-  linear-gradient(to right, var(--paper) 50%, transparent) left / 3rem 100% no-repeat local,
-  linear-gradient(to left, var(--paper) 50%, transparent) right / 3rem 100% no-repeat local,
+  linear-gradient(to right, var(--paper) 50%, transparent) left / 3rem 101% no-repeat local,
+  linear-gradient(to left, var(--paper) 50%, transparent) right / 3rem 101% no-repeat local,
   linear-gradient(to right, var(--bar), transparent) left / 1rem 100% no-repeat scroll,
   linear-gradient(to left, var(--bar), transparent) right / 1rem 100% no-repeat scroll; }
 
@@ -68,7 +68,7 @@ dd { margin: 0; }
   body { max-width: none; padding: 0; }
   h1, h2, article > p { break-after: avoid; }
   article, tr, li { break-inside: avoid; }
-  article { margin-top: 1rem; padding-top: 0.7rem; }
+  article, section { margin-top: 1rem; padding-top: 0.7rem; }
   .wide { overflow: visible; background: none; margin: 0.5rem 0; }
   #all { width: 100%; font-size: 7.5pt; }
   #all th, #all td { padding: 0.2rem 0.35rem; }

@@ -196,8 +196,9 @@ TEST_F(HtmlReport, VerdictsHaveTheirFigures)
     // Only a tone of 125 Hz is on both sides: 1 / 7.25 of the energy.
     Samples shared;
     for (std::size_t i = 0; i < 2 * kFrames; ++i) {
-        const auto tone = [i](double hz) {
-            return std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(i / 2) / 48000.0);
+        const std::size_t frame = i / 2;
+        const auto tone = [frame](double hz) {
+            return std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(frame) / 48000.0);
         };
         shared.push_back(static_cast<std::int32_t>(4e8 * tone(125.0) + 1e9 * tone(i % 2 == 0 ? 1000.0 : 4000.0)));
     }
