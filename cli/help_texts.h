@@ -80,13 +80,14 @@ of left, centre and right, the places, and a lane for every output. OUTPUT is a
 .png or .svg file.
 
   --layout NAME    outputs to draw: 2.0, 3.0 (default), 5.1 or 7.1
-  --preset NAME    film (default), music, voice or plain
+  --preset NAME, --centre DB, --width W, --surrounds DB, --bass WHERE,
+  --gain DB, --lfe DB, --limiter, --no-limiter   as in tarn upmix
   --start TIME     begin at this time of INPUT: 90, or 1:30
   --length TIME    draw this much of INPUT; default: to its end
   --size WxH       in pixels; default 1600x1040, higher with surround channels
   --theme NAME     dark (default), or light for paper
   --title TEXT     default: artist and title, or the name of INPUT
-  --raw RATE:BITS  - is raw PCM
+  --raw RATE:BITS  the stream on - is raw PCM
   --force          replace OUTPUT
   --quiet          errors and warnings only
 

@@ -89,11 +89,12 @@ std::unique_ptr<AudioSource> openSource(const MeterOptions& options)
     return source;
 }
 
-/// Whether a line can be written without waiting. A pipe that is ready has room for PIPE_BUF bytes, more than a line.
+/// Whether a line can be written without waiting, and has a reader. A pipe that is ready has room for PIPE_BUF bytes,
+/// more than a line.
 bool isReady(int descriptor)
 {
     pollfd wait = {descriptor, POLLOUT, 0};
-    return poll(&wait, 1, 0) > 0;
+    return poll(&wait, 1, 0) > 0 && wait.revents == POLLOUT;
 }
 
 /// The meters of one run, with what the stream does not know.
@@ -116,7 +117,7 @@ public:
         return now;
     }
 
-    /// Prints a line. Drops it if the audio on standard output would wait for its reader.
+    /// Prints a line. Drops it if the audio on standard output would wait for its reader, or end with it.
     void printLine()
     {
         const bool isAudio = writesAudio(options);
@@ -191,7 +192,7 @@ bool playOnScreen(int descriptor, Player& player, Meters& meters)
     return true;
 }
 
-/// Reports what is missing of a source that was played to its end. Returns the exit code.
+/// Reports the loss of a source that was played to its end. Returns the exit code.
 int reportLoss(const MeterOptions& options, const AudioSource& source)
 {
     const std::optional<Loss> loss = source.loss();
@@ -230,7 +231,7 @@ int runMeter(const MeterOptions& options)
     if (!playOnScreen(display, player, meters)) return EX_OK;
     const MeterValues last = meters.values();
     printNote(last.name + ": " + durationText(static_cast<std::uint64_t>(last.seconds * 1000.0), 1000) +
-              (std::isfinite(last.integrated) ? formatted(", %.1f LUFS", last.integrated) : ", silence"));
+              (std::isfinite(last.integrated) ? formatted(", %.1f LUFS", last.integrated) : ", no loudness"));
     return reportLoss(options, *source);
 }
 

@@ -49,7 +49,7 @@ struct MeterValues
     double momentary = 0.0;             ///< loudness of the output over 400 ms, LUFS; minus infinity for silence
     double integrated = 0.0;            ///< since the start
     double reductionDb = 0.0;           ///< by the limiter
-    std::uint64_t clipped = 0;          ///< samples
+    std::uint64_t clipped = 0;          ///< samples of the input and of the outputs
 };
 
 /// Holds the peaks of the outputs for two seconds of the input.

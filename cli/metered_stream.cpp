@@ -56,8 +56,9 @@ MeteredStream::MeteredStream(const Layout& outputLayout, StreamFormat format, co
       upmixer(layout, format, settings, true, loudness)
 {}
 
-void MeteredStream::push(const std::int32_t* stereo, std::size_t frames)
+void MeteredStream::push(const std::int32_t* stereo, std::size_t frames, std::uint64_t clippedBefore)
 {
+    clippedInput = clippedBefore;
     upmixer.push(stereo, frames);
     position += frames;
 }
@@ -74,7 +75,7 @@ MeterValues MeteredStream::values() const
                        .momentary = momentary,
                        .integrated = integrated,
                        .reductionDb = decibels(1.0 / static_cast<double>(meters.limiterGain)),
-                       .clipped = meters.saturated};
+                       .clipped = clippedInput + meters.saturated};
     for (std::size_t g = 0; g < zrk_tarn::kBandGroups; ++g)
         values.groups.push_back({.upperHz = static_cast<double>(meters.groupUpperHz[g]),
                                  .level = static_cast<double>(meters.groupLevel[g]),

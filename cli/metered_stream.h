@@ -25,7 +25,9 @@ public:
     MeteredStream(const Layout& outputLayout, StreamFormat format, const EngineSettings& settings, AudioSink* next);
 
     /// Upmixes frames of interleaved left-justified stereo.
-    void push(const std::int32_t* stereo, std::size_t frames);
+    ///
+    /// clippedBefore  samples that the source has clipped until now
+    void push(const std::int32_t* stereo, std::size_t frames, std::uint64_t clippedBefore);
 
     /// Upmixes the frames that remain after the last push.
     void finish() { upmixer.finish(); }
@@ -59,7 +61,8 @@ private:
     const std::uint32_t rate;
     std::atomic<double> momentary;
     std::atomic<double> integrated;
-    std::atomic<std::uint64_t> position = 0; ///< frames
+    std::atomic<std::uint64_t> position = 0;     ///< frames
+    std::atomic<std::uint64_t> clippedInput = 0; ///< samples
     std::atomic<bool> isRestartWanted = false;
 
     // Of the thread that changes settings.

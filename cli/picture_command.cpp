@@ -87,7 +87,7 @@ UpmixOptions upmixOptionsOf(const PictureOptions& options)
     upmix.output = options.output;
     upmix.layout = options.layout;
     upmix.raw = options.raw;
-    upmix.room.preset = options.preset;
+    upmix.room = options.room;
     upmix.quiet = options.quiet;
     return upmix;
 }
@@ -112,8 +112,6 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
         ->required();
     picture->add_option("OUTPUT", options.output, "Picture to write (.png, .svg)")->type_name("")->required();
     addLayoutOption(*picture, options.layout, "Outputs to draw");
-    addPresetOption(*picture, options.preset,
-                    "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
     picture->add_option("--start", options.start, "Begin at this time of INPUT: 90, or 1:30")
         ->type_name("TIME")
         ->check(timeCheck(false, "--start 1:30"));
@@ -130,6 +128,7 @@ CLI::App* addPicture(CLI::App& app, PictureOptions& options)
     picture->add_option("--title", options.title, "Title; default: artist and title, or the name of INPUT")
         ->type_name("TEXT");
     addRawOption(*picture, options.raw);
+    addRoomOptions(*picture, options.room);
     picture->add_flag("--force", options.force, "Replace OUTPUT if it exists");
     picture->add_flag("--quiet", options.quiet, "Print only errors and warnings about lost audio");
     setHelp(*picture, kPictureHelp, "man tarn-picture describes what the picture shows.");
@@ -147,6 +146,7 @@ int runPicture(const PictureOptions& options)
     if (options.raw) raw = parseRawFormat(*options.raw);
 
     const Layout& layout = layoutNamed(options.layout);
+    checkRoomOptions(options.room, layout, false);
     const EngineSettings settings{.remap = {}, .room = roomSettingsOf(upmix.room, layout)};
     auto opened = openSource(upmix, raw);
     const StreamFormat format = opened->format();
@@ -168,6 +168,8 @@ int runPicture(const PictureOptions& options)
     PictureSink sink(layout, settings, format.sampleRate, nullptr);
     UpmixReport report{.layout = &layout, .format = format, .room = settings.room};
     upmixInto(sink, {upmix, layout, format, settings, source, nullptr, report});
+    report.inputHeadroomBits = source.headroomBits();
+    report.clippedInput = source.clippedSamples();
     report.loss = source.loss();
     throwIfInterrupted();
     checkLength(options, upmix.inputName(), source, sink.analysis().frames());
@@ -177,6 +179,7 @@ int runPicture(const PictureOptions& options)
     file.commit();
     if (report.loss)
         printNote(upmix.inputName() + ": " + report.loss->message + "; the rest is drawn; " + report.loss->advice);
+    printClippedInput(upmix, report);
     if (!options.quiet)
         printNote(upmix.inputName() + " -> " + options.output + ": " + options.layout + ", " +
                   shortDurationText(sink.analysis().frames(), format.sampleRate) + ", " + sizeText(size) + " pixels");

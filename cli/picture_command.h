@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cli/picture_file.h"
+#include "cli/room_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -19,7 +20,7 @@ struct PictureOptions
     std::string output; ///< a .png or .svg file
     std::string layout = "3.0";
     std::string theme = "dark";
-    std::optional<std::string> preset;
+    RoomOptions room{};
     std::optional<std::string> raw;    ///< RATE:BITS of the stream on -
     std::optional<std::string> start;  ///< time of the first frame
     std::optional<std::string> length; ///< of the part to draw

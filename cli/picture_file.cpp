@@ -30,8 +30,10 @@ PictureFormat pictureFormatOf(const std::string& path)
     const std::string extension = extensionOf(path);
     if (extension == ".png") return PictureFormat::Png;
     if (extension == ".svg") return PictureFormat::Svg;
-    throw Failure(EX_USAGE, (isStream(path) ? "a picture on standard output" : path) +
-                                ": has no extension of a supported picture format; end the name in .png or .svg");
+    if (isStream(path))
+        throw Failure(EX_USAGE,
+                      "-: a picture is not written to standard output; name a file that ends in .png or .svg");
+    throw Failure(EX_USAGE, path + ": has no extension of a supported picture format; end the name in .png or .svg");
 }
 
 PictureFile::PictureFile(const std::string& path, bool force, std::optional<FileIdentity> input)

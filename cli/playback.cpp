@@ -47,7 +47,7 @@ void Player::play(const std::function<void()>& afterSecond)
         const std::uint64_t untilSecond = rate - frames % rate;
         const std::size_t got = source.read(stereo.data(), std::min<std::uint64_t>(part, untilSecond));
         if (got == 0) break;
-        stream.push(stereo.data(), got);
+        stream.push(stereo.data(), got, source.clippedSamples());
         frames += got;
         if (frames % rate == 0) afterSecond();
         if (!speed) continue;

@@ -72,6 +72,16 @@ std::vector<std::string> filesOf(const ReportOptions& options)
     return inputs;
 }
 
+/// Refuses a page in the place of an input, also under another name of the same file.
+void keepInputs(const std::vector<std::string>& inputs, const std::string& output)
+{
+    for (const std::string& input : inputs) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(input, output, ignored))
+            throw Failure(EX_USAGE, output + ": is the input file " + input + "; choose another name for the page");
+    }
+}
+
 /// The preset and the other options of the sound that were given: "the preset film, --centre 6, --no-limiter".
 std::string settingsOf(const RoomOptions& room)
 {
@@ -155,6 +165,7 @@ int runReport(const ReportOptions& options)
     const Layout& layout = layoutNamed(options.layout);
     checkRoomOptions(options.room, layout, false);
     const std::vector<std::string> inputs = filesOf(options);
+    keepInputs(inputs, options.output);
     if (!options.quiet && keepsStereo(layout, roomSettingsOf(options.room, layout)))
         printNote("--layout " + options.layout + ": " + kUnchangedStereo);
     ReportPage page{.title = options.title ? printable(*options.title) : "Upmix report",
@@ -165,8 +176,9 @@ int runReport(const ReportOptions& options)
     const int exitCode = measureAll(inputs, options, page);
     if (page.entries.empty())
         throw Failure(exitCode, options.output + ": not written, because no input could be upmixed");
-    const std::string html = htmlOf(page);
-    if (const int error = writeAll(file.descriptor(), html.data(), html.size())) file.failToWrite(error, "");
+    writePage(page, [&file](const std::string& part) {
+        if (const int error = writeAll(file.descriptor(), part.data(), part.size())) file.failToWrite(error, "");
+    });
     file.commit();
     if (!options.quiet)
         printNote(options.output + ": " + std::to_string(page.entries.size()) +

@@ -106,6 +106,7 @@ Json measureEntry(const std::string& input, const ReportStyle& style, bool shows
     report.loss = source->loss();
     report.levels = levels.levels();
     throwIfInterrupted();
+    printClippedInput(options, report);
     if (picture.analysis().frames() == 0) throw Failure(EX_DATAERR, input + ": contains no audio; get another copy");
 
     Finding finding{.facts = FileSource(input, FileSource::Accept::AnyAudio).facts(),

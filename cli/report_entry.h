@@ -24,7 +24,7 @@ struct ReportStyle
 ///   title    artist and title, or the name of the file
 ///   info     as `tarn info --json` prints it
 ///   upmix    as `tarn upmix --json` prints it, without an output
-///   before   integrated loudness of the source, LUFS; null if it is silent
+///   before   integrated loudness of the source, LUFS; null if there is none, as in silence
 ///   after    the same of the upmix
 ///   picture  a PNG file, Base64
 ///

@@ -31,17 +31,6 @@ std::string textOf(const Json& json, const char* name)
     return json.at(name).get<std::string>();
 }
 
-/// The highest peak of all outputs, dBFS; null for silence.
-Json peakOf(const Json& entry)
-{
-    Json peak;
-    for (const Json& channel : entry.at("upmix").at("channels")) {
-        const Json& own = channel.at("peak_dbfs");
-        if (!own.is_null() && (peak.is_null() || own.get<double>() > peak.get<double>())) peak = own;
-    }
-    return peak;
-}
-
 /// A cell of the table of all recordings.
 ///
 /// key  by which the table is sorted
@@ -50,11 +39,10 @@ std::string cell(const std::string& key, const std::string& text, const std::str
     return element("td", (attributes.empty() ? "" : attributes + " ") + "data-key=\"" + key + "\"", text);
 }
 
-std::string numberCell(const Json& number, const char* format)
+std::string numberCell(const Json& number, const std::string& text)
 {
     constexpr const char* kBelowAllNumbers = "-1000";
-    return cell(number.is_null() ? kBelowAllNumbers : formatted("%.6f", number.get<double>()),
-                numberText(number, format));
+    return cell(number.is_null() ? kBelowAllNumbers : formatted("%.6f", number.get<double>()), text);
 }
 
 std::string shareCell(double share, const char* format)
@@ -70,8 +58,10 @@ std::string rowOf(const Json& entry, std::size_t number, const Columns& columns)
         cell(title, "<a href=\"#recording-" + std::to_string(number) + "\">" + title + "</a>", "class=\"words\"");
     row += cell(formatted("%.3f", entry.at("upmix").at("seconds").get<double>()), lengthText(entry));
     row += cell(gains, gains, "class=\"words\"");
-    row += numberCell(entry.at("before"), "%.1f") + numberCell(entry.at("after"), "%.1f");
-    row += columns.limiter ? shareCell(limitedShare(entry), "%.0f %%") : numberCell(peakOf(entry), "%.1f");
+    for (const char* const name : {"before", "after"})
+        row += numberCell(entry.at(name), loudnessText(entry, name, "%.1f"));
+    const Json peak = highestPeak(entry);
+    row += columns.limiter ? shareCell(limitedShare(entry), "%.0f %%") : numberCell(peak, numberText(peak, "%.1f"));
     for (const char* const name : {"FL", "FC", "FR"}) row += shareCell(energyShare(entry, {name}), "%.1f %%");
     if (columns.surround) row += shareCell(energyShare(entry, kSurround), "%.1f %%");
     return block("tr", "", row);
@@ -133,18 +123,22 @@ std::string headOf(const ReportPage& page)
            element("title", "", escapedHtml(page.title)) + element("style", "", kReportStyle);
 }
 
+/// The page up to the first recording.
+std::string beginOf(const ReportPage& page)
+{
+    return "<!DOCTYPE html>\n<html lang=\"en\" class=\"" + page.theme + "\">\n" + block("head", "", headOf(page)) +
+           "<body>\n" + element("h1", "", escapedHtml(page.title)) + summaryOf(page) +
+           (page.entries.size() > 1 ? tableOf(page) : "");
+}
+
 } // namespace
 
-std::string htmlOf(const ReportPage& page)
+void writePage(const ReportPage& page, const PageWriter& write)
 {
-    std::string body = element("h1", "", escapedHtml(page.title)) + summaryOf(page);
-    const bool hasTable = page.entries.size() > 1;
-    if (hasTable) body += tableOf(page);
-    for (std::size_t i = 0; i < page.entries.size(); ++i) body += recordingHtml(page.entries[i], i + 1);
-    body += failuresOf(page);
-    if (hasTable) body += element("script", "", kReportScript);
-    return "<!DOCTYPE html>\n<html lang=\"en\" class=\"" + page.theme + "\">\n" + block("head", "", headOf(page)) +
-           block("body", "", body) + "</html>\n";
+    write(beginOf(page));
+    const std::size_t count = page.entries.size();
+    for (std::size_t i = 0; i < count; ++i) write(recordingHtml(page.entries[i], i + 1));
+    write(failuresOf(page) + (count > 1 ? element("script", "", kReportScript) : "") + "</body>\n</html>\n");
 }
 
 } // namespace tarn

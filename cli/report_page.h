@@ -4,6 +4,7 @@
 
 #include "cli/json.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,10 @@ struct ReportPage
     std::vector<std::string> failures{}; ///< messages about inputs without an entry
 };
 
-/// The page as HTML, UTF-8. It refers to no other file.
-std::string htmlOf(const ReportPage& page);
+/// Gets the parts of a page in their order.
+using PageWriter = std::function<void(const std::string&)>;
+
+/// Writes the page as HTML, UTF-8, in a part per recording. It refers to no other file.
+void writePage(const ReportPage& page, const PageWriter& write);
 
 } // namespace tarn

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <utility>
 
 namespace tarn
 {
@@ -64,12 +65,16 @@ std::string levelList(const Json& entry)
     const auto add = [&list](const std::string& name, const std::string& value) {
         list += element("dt", "", name) + element("dd", "", value);
     };
-    add("Loudness before", numberText(entry.at("before"), "%.1f LUFS"));
+    add("Loudness before", loudnessText(entry, "before", "%.1f LUFS"));
     add("Loudness after", loudnessAfterText(entry));
+    if (const double gain = upmix.at("input_gain_db").get<double>(); gain != 0.0)
+        add("Input", formatted("scaled down by %.1f dB, because it exceeds full scale", -gain));
     add("Gain", formatted("%+.1f dB", upmix.at("gain_db").get<double>()));
     if (!upmix.at("limiter").is_null()) add("Limiter", limiterText(entry));
-    if (const auto clipped = upmix.at("clipped_samples").get<std::uint64_t>(); clipped > 0)
-        add("Clipped", std::to_string(clipped) + (clipped == 1 ? " sample" : " samples"));
+    for (const auto& [name, member] : {std::pair{"Clipped in the input", "clipped_input_samples"},
+                                       std::pair{"Clipped in the upmix", "clipped_samples"}})
+        if (const auto count = upmix.at(member).get<std::uint64_t>(); count > 0)
+            add(name, std::to_string(count) + (count == 1 ? " sample" : " samples"));
     std::string html = block("dl", "", list);
     if (const std::string advice = limiterAdvice(entry); !advice.empty())
         html += element("p", "class=\"advice\"", escapedHtml(advice));

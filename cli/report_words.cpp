@@ -120,11 +120,27 @@ std::string verdictFigures(const Json& entry)
     return text;
 }
 
+Json highestPeak(const Json& entry)
+{
+    Json peak;
+    for (const Json& channel : entry.at("upmix").at("channels")) {
+        const Json& own = channel.at("peak_dbfs");
+        if (!own.is_null() && (peak.is_null() || own.get<double>() > peak.get<double>())) peak = own;
+    }
+    return peak;
+}
+
+std::string loudnessText(const Json& entry, const char* name, const char* format)
+{
+    const Json& loudness = entry.at(name);
+    return loudness.is_null() && !highestPeak(entry).is_null() ? "none" : numberText(loudness, format);
+}
+
 std::string loudnessAfterText(const Json& entry)
 {
     const Json& before = entry.at("before");
     const Json& after = entry.at("after");
-    std::string text = numberText(after, "%.1f LUFS");
+    std::string text = loudnessText(entry, "after", "%.1f LUFS");
     if (!before.is_null() && !after.is_null())
         text += formatted(" (%+.1f LU)", asShown(after.get<double>()) - asShown(before.get<double>()));
     return text;

@@ -23,6 +23,14 @@ std::string verdictText(const Json& entry);
 /// The figures of left against right that the verdict comes from: sentences. Empty for mono and silence.
 std::string verdictFigures(const Json& entry);
 
+/// The highest peak of all outputs, dBFS; null for silence.
+Json highestPeak(const Json& entry);
+
+/// A loudness in a text. Recordings shorter than a block of BS.1770, or softer than its gate, have none.
+///
+/// name  before or after
+std::string loudnessText(const Json& entry, const char* name, const char* format);
+
 /// Loudness of the upmix, and its difference from that of the source as both are shown.
 std::string loudnessAfterText(const Json& entry);
 

@@ -66,7 +66,7 @@ Terminal::Terminal(int descriptor)
 
 Terminal::~Terminal()
 {
-    // What is still pending would be shown on the first screen.
+    // Pending bytes would be shown on the first screen.
     pollfd wait = {terminal.number(), POLLOUT, 0};
     std::string_view rest = kLeave;
     while (!rest.empty() && poll(&wait, 1, kLeaveMilliseconds) > 0) {
@@ -130,7 +130,7 @@ std::string keysOf(std::string_view typed)
     std::string keys;
     while (!typed.empty()) {
         if (typed.front() != '\033') {
-            keys += typed.front();
+            if (static_cast<unsigned char>(typed.front()) >= ' ') keys += typed.front();
             typed.remove_prefix(1);
             continue;
         }

@@ -67,7 +67,7 @@ private:
     std::string pending; ///< bytes that the terminal has not accepted yet
 };
 
-/// The keys in typed bytes, with one byte for each arrow key. Other escape sequences are dropped.
+/// The keys in typed bytes, with one byte for each arrow key. Drops control characters and other escape sequences.
 std::string keysOf(std::string_view typed);
 
 } // namespace tarn

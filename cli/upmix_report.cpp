@@ -121,18 +121,24 @@ void printLoss(const UpmixOptions& options, const UpmixReport& report)
                   (report.skipped ? "; " : "; the rest is upmixed; ") + report.loss->advice);
 }
 
+void printClippedInput(const UpmixOptions& options, const UpmixReport& report)
+{
+    if (report.clippedInput > 0) printNote(options.inputName() + ": " + inputClippingNote(report));
+}
+
 void printReport(const UpmixOptions& options, const UpmixReport& report, const std::vector<std::string>& warnings)
 {
     const std::string output = options.outputName();
     printLoss(options, report);
     if (!options.quiet) {
         printNote(summary(options, report));
+        if (!options.picture.empty()) printNote(options.inputName() + " -> " + options.picture + ": picture");
         if (report.loudness) printLoudness(output, *report.loudness, report.room.gainDb);
         // With the gain of an album, files are louder or softer than before.
         if (report.loudness && !options.album) printShortfall(output, *report.loudness);
     }
     for (const std::string& warning : warnings) printNote(output + ": " + warning);
-    if (report.clippedInput > 0) printNote(options.inputName() + ": " + inputClippingNote(report));
+    printClippedInput(options, report);
     if (report.clipped > 0) printNote(output + ": " + clippingNote(options, report));
 }
 

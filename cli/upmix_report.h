@@ -49,6 +49,9 @@ struct UpmixReport
 /// Prints a warning if a part of the input is missing or damaged.
 void printLoss(const UpmixOptions& options, const UpmixReport& report);
 
+/// Prints a warning if samples of the input were clipped.
+void printClippedInput(const UpmixOptions& options, const UpmixReport& report);
+
 /// Prints the result as notes.
 ///
 /// warnings  about the output

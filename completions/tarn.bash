@@ -38,11 +38,14 @@ _tarn() {
         case $before in
         --layout) words='2.0 3.0 5.1 7.1' ;;
         --preset) words='film music voice plain' ;;
+        --surrounds | --lfe) words='off' ;;
+        --bass) words='steered fronts' ;;
         --theme) words='dark light' ;;
-        --start | --length | --size | --title | --raw) return ;;
+        --start | --length | --size | --title | --raw | --gain | --centre | --width) return ;;
         *)
-            [[ $word != -* ]] || words='--help --help-all --layout --preset --start --length --size --theme --title --raw
-                                        --force --quiet'
+            [[ $word != -* ]] || words='--help --help-all --layout --start --length --size --theme --title --raw --preset
+                                        --centre --width --surrounds --bass --gain --lfe --limiter --no-limiter --force
+                                        --quiet'
             ;;
         esac
         ;;

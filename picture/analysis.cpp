@@ -15,6 +15,21 @@ constexpr std::size_t kHopsPerWindow = 16; ///< at the beginning
 
 } // namespace
 
+std::array<int, 4> percentagesOf(const EnergyShares& shares) noexcept
+{
+    const std::array exact{100.0 * shares.left, 100.0 * shares.centre, 100.0 * shares.right, 100.0 * shares.behind};
+    std::array<int, 4> percentages{};
+    int rest = 100;
+    for (std::size_t i = 0; i < exact.size(); ++i) rest -= percentages[i] = static_cast<int>(exact[i]);
+    for (; rest > 0; --rest) {
+        std::size_t largest = 0;
+        for (std::size_t i = 1; i < exact.size(); ++i)
+            if (exact[i] - percentages[i] > exact[largest] - percentages[largest]) largest = i;
+        ++percentages[largest];
+    }
+    return percentages;
+}
+
 PictureAnalysis::PictureAnalysis(PictureSource source)
     : recording(std::move(source)),
       spectra(recording.channels.size(), recording.sampleRate),
@@ -50,19 +65,19 @@ void PictureAnalysis::push(const std::int32_t* samples, std::size_t frames)
         }
         received += chunk;
         frames -= chunk;
-        analyseWhatIsThere();
+        addReadySpectra();
     }
 }
 
 void PictureAnalysis::finish()
 {
     spectra.appendMirrored();
-    analyseWhatIsThere();
+    addReadySpectra();
 }
 
 /// Computes the spectra whose windows are complete: one in the middle of every hop. The hop grows with the columns,
 /// until windows overlap by half; then a column has several spectra.
-void PictureAnalysis::analyseWhatIsThere()
+void PictureAnalysis::addReadySpectra()
 {
     while (nextSpectrum < received) {
         const std::uint64_t distance = std::min(frontGrid.fit(nextSpectrum), longestHop);

@@ -36,6 +36,10 @@ struct EnergyShares
     double behind = 0.0;
 };
 
+/// Shares with the sum 1 in whole percent with the sum 100, in the order of EnergyShares. Those with the largest
+/// fractions are rounded up.
+std::array<int, 4> percentagesOf(const EnergyShares& shares) noexcept;
+
 /// Collects spectra, places and envelopes of an upmix of any length in constant memory. The result does not depend on
 /// the number of frames per call.
 class PictureAnalysis
@@ -68,7 +72,7 @@ public:
 
 private:
     bool has(ChannelPlace place) const noexcept;
-    void analyseWhatIsThere();
+    void addReadySpectra();
     void addSpectra(std::uint64_t frame);
     const float* powerOf(ChannelPlace place) const noexcept;
 
@@ -82,7 +86,7 @@ private:
     TimeGrid behindGrid;
     TimeGrid placeGrid;
     Envelope envelopes;
-    std::vector<float> silence;     ///< power of an output that there is not
+    std::vector<float> silence;     ///< power of a missing output
     std::uint64_t received = 0;     ///< frames
     std::uint64_t nextSpectrum = 0; ///< first frame of its hop
 };

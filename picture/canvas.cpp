@@ -1,4 +1,4 @@
-// Draws rectangles, images and texts with Cairo.
+// Draws rectangles, images and texts with Cairo and Pango.
 // SPDX-License-Identifier: MIT
 #include "picture/canvas.h"
 
@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include <cairo-svg.h>
+#include <pango/pangocairo.h>
 
 namespace tarn
 {
@@ -30,8 +31,11 @@ cairo_status_t append(void* bytes, const unsigned char* data, unsigned length)
 
 cairo_surface_t* surfaceFor(PictureFormat format, PictureSize size, std::string& bytes)
 {
-    if (format == PictureFormat::Svg)
-        return cairo_svg_surface_create_for_stream(append, &bytes, size.width, size.height);
+    if (format == PictureFormat::Svg) {
+        cairo_surface_t* const svg = cairo_svg_surface_create_for_stream(append, &bytes, size.width, size.height);
+        cairo_svg_surface_set_document_unit(svg, CAIRO_SVG_UNIT_PX);
+        return svg;
+    }
     return cairo_image_surface_create(CAIRO_FORMAT_RGB24, size.width, size.height);
 }
 
@@ -45,16 +49,21 @@ double component(std::uint32_t colour, int shift) noexcept
 Canvas::Canvas(PictureFormat pictureFormat, PictureSize size)
     : format(pictureFormat),
       surface(surfaceFor(pictureFormat, size, bytes), cairo_surface_destroy),
-      context(cairo_create(surface.get()), cairo_destroy)
+      context(cairo_create(surface.get()), cairo_destroy),
+      layout(pango_cairo_create_layout(context.get()), g_object_unref)
 {
     check(cairo_status(context.get()));
     // The same pixels on every screen: grey edges, letters at exact places.
+    PangoContext* const texts = pango_layout_get_context(layout.get());
     cairo_font_options_t* const options = cairo_font_options_create();
     cairo_font_options_set_antialias(options, CAIRO_ANTIALIAS_GRAY);
     cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
     cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
-    cairo_set_font_options(context.get(), options);
+    pango_cairo_context_set_font_options(texts, options);
     cairo_font_options_destroy(options);
+    pango_context_set_round_glyph_positions(texts, FALSE);
+    pango_layout_set_single_paragraph_mode(layout.get(), TRUE);
+    pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_END);
 }
 
 void Canvas::fill(const PixelArea& area, std::uint32_t colour, double opacity)
@@ -103,34 +112,39 @@ void Canvas::drawBand(int x, double middle, const std::vector<double>& heights, 
     cairo_fill(context.get());
 }
 
-void Canvas::setFont(const TextStyle& style)
+void Canvas::setText(const std::string& text, const TextStyle& style)
 {
-    cairo_select_font_face(context.get(), kFontFamily, CAIRO_FONT_SLANT_NORMAL,
-                           style.isBold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(context.get(), style.size);
+    PangoFontDescription* const font = pango_font_description_from_string(kFontFamily);
+    pango_font_description_set_weight(font, style.isBold ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL);
+    pango_font_description_set_absolute_size(font, style.size * PANGO_SCALE);
+    pango_layout_set_font_description(layout.get(), font);
+    pango_font_description_free(font);
+    pango_layout_set_width(layout.get(), style.maxWidth < 0.0 ? -1 : pango_units_from_double(style.maxWidth));
+    pango_layout_set_text(layout.get(), text.data(), static_cast<int>(text.size()));
 }
 
 void Canvas::write(const std::string& text, double x, double baseline, const TextStyle& style)
 {
     const double width = style.anchor == TextAnchor::Left ? 0.0 : widthOf(text, style);
-    setFont(style);
+    setText(text, style);
     setColour(style.colour);
     cairo_move_to(context.get(), x - (style.anchor == TextAnchor::Middle ? 0.5 * width : width), baseline);
-    cairo_show_text(context.get(), text.c_str());
+    pango_cairo_show_layout_line(context.get(), pango_layout_get_line_readonly(layout.get(), 0));
     cairo_new_path(context.get());
 }
 
 double Canvas::widthOf(const std::string& text, const TextStyle& style)
 {
-    setFont(style);
-    cairo_text_extents_t extents;
-    cairo_text_extents(context.get(), text.c_str(), &extents);
-    return extents.x_advance;
+    setText(text, style);
+    PangoRectangle extents;
+    pango_layout_line_get_extents(pango_layout_get_line_readonly(layout.get(), 0), nullptr, &extents);
+    return pango_units_to_double(extents.width);
 }
 
 std::string Canvas::finish()
 {
     check(cairo_status(context.get()));
+    layout.reset();
     context.reset();
     if (format == PictureFormat::Png) check(cairo_surface_write_to_png_stream(surface.get(), append, &bytes));
     cairo_surface_finish(surface.get());

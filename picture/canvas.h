@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <cairo.h>
+#include <pango/pango.h>
 
 namespace tarn
 {
@@ -38,6 +39,7 @@ struct TextStyle
     std::uint32_t colour = 0; ///< 0xRRGGBB
     bool isBold = false;
     TextAnchor anchor = TextAnchor::Left;
+    double maxWidth = -1.0; ///< a longer text ends with an ellipsis; negative: any width
 };
 
 /// Draws into memory. All functions throw std::bad_alloc if Cairo has no memory.
@@ -57,7 +59,7 @@ public:
     /// heights  distance of both lines from the middle
     void drawBand(int x, double middle, const std::vector<double>& heights, std::uint32_t colour);
 
-    /// Writes a text on a baseline.
+    /// Writes a line of UTF-8 on a baseline. Other fonts have the characters that DejaVu Sans lacks.
     void write(const std::string& text, double x, double baseline, const TextStyle& style);
 
     /// The width of a text.
@@ -67,17 +69,19 @@ public:
     std::string finish();
 
 private:
-    void setFont(const TextStyle& style);
+    void setText(const std::string& text, const TextStyle& style);
     void setColour(std::uint32_t colour, double opacity = 1.0);
     void check(cairo_status_t status) const;
 
     using Surface = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
+    using Layout = std::unique_ptr<PangoLayout, decltype(&g_object_unref)>;
     using Context = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 
     std::string bytes;
     PictureFormat format;
     Surface surface;
     Context context;
+    Layout layout; ///< of the text that is written
 };
 
 } // namespace tarn

@@ -95,7 +95,6 @@ private:
     void drawTimeAxis();
     void drawPanel(const PixelArea& area, const PixelImage& image);
     std::string figures() const;
-    std::string shortened(std::string text, double width, const TextStyle& textStyle);
 
     const PictureAnalysis& analysis;
     const PictureStyle& style;
@@ -121,35 +120,24 @@ std::string lengthText(double seconds)
     return text.data();
 }
 
-/// Length, rate, layout, and the shares of the energy.
+/// Length, rate, layout, the shares of the energy, and the peak.
 std::string Drawing::figures() const
 {
     std::array<char, 64> text{};
     std::snprintf(text.data(), text.size(), "%.4g kHz", analysis.source().sampleRate / 1000.0);
     std::string all = lengthText(seconds()) + " at " + text.data() + "  \u00b7  " + style.layout;
     const EnergyShares shares = analysis.shares();
-    const auto add = [&](const char* separator, const char* place, double share) {
-        std::snprintf(text.data(), text.size(), "%s%s %.0f %%", separator, place, 100.0 * share);
-        all += text.data();
-    };
     if (shares.left + shares.centre + shares.right + shares.behind == 0.0) return all + "  \u00b7  silence";
-    add("  \u00b7  energy: ", "left", shares.left);
-    if (analysis.hasCentre()) add(", ", "centre", shares.centre);
-    add(", ", "right", shares.right);
-    if (analysis.hasBehind()) add(", ", "surround", shares.behind);
-    return all;
-}
-
-/// A text that fits a width, with an ellipsis if its end is cut off.
-std::string Drawing::shortened(std::string text, double width, const TextStyle& textStyle)
-{
-    if (canvas.widthOf(text, textStyle) <= width) return text;
-    const auto isInside = [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80U; };
-    while (!text.empty() && canvas.widthOf(text + "\u2026", textStyle) > width) {
-        while (text.size() > 1 && isInside(text.back())) text.pop_back();
-        text.pop_back();
-    }
-    return text + "\u2026";
+    const auto [left, centre, right, behind] = percentagesOf(shares);
+    all += "  \u00b7  energy: left " + std::to_string(left);
+    if (analysis.hasCentre()) all += " %, centre " + std::to_string(centre);
+    all += " %, right " + std::to_string(right);
+    if (analysis.hasBehind()) all += " %, surround " + std::to_string(behind);
+    const auto peak = static_cast<double>(analysis.envelope().peak());
+    const double decibels = 20.0 * std::log10(peak);
+    std::snprintf(text.data(), text.size(), " %%  \u00b7  peak %s%.1f dB", decibels < -0.05 ? "\u2212" : "",
+                  std::abs(decibels));
+    return all + text.data();
 }
 
 void Drawing::drawTitle()
@@ -157,10 +145,11 @@ void Drawing::drawTitle()
     const double left = page.front.x;
     const double levelLabels = 4.2 * page.text;
     const double width = page.levelKey.x - levelLabels - left;
-    const TextStyle title{.size = page.titleText, .colour = ink.title, .isBold = true};
-    canvas.write(shortened(style.title, width, title), left, page.titleLine, title);
-    const TextStyle plain = label(TextAnchor::Left);
-    canvas.write(shortened(figures(), width, plain), left, page.figuresLine, plain);
+    canvas.write(style.title, left, page.titleLine,
+                 {.size = page.titleText, .colour = ink.title, .isBold = true, .maxWidth = width});
+    TextStyle plain = label(TextAnchor::Left);
+    plain.maxWidth = width;
+    canvas.write(figures(), left, page.figuresLine, plain);
 }
 
 /// The places from left to right, with the centre's share growing upwards; and the levels.
@@ -194,8 +183,8 @@ void Drawing::drawKey()
         canvas.write("centre", page.key.x + 0.5 * page.key.width, page.key.y + 1.15 * page.text, inside);
     }
     const double besides = page.levelKey.x - 0.45 * page.text;
-    canvas.write("0 dB", besides, page.levelKey.y + 0.75 * page.text, label(TextAnchor::Right));
-    canvas.write("\u221262", besides, page.levelKey.bottom(), label(TextAnchor::Right));
+    canvas.write("loudest", besides, page.levelKey.y + 0.75 * page.text, label(TextAnchor::Right));
+    canvas.write("\u221262 dB", besides, page.levelKey.bottom(), label(TextAnchor::Right));
 }
 
 void Drawing::drawPanel(const PixelArea& area, const PixelImage& image)
@@ -215,7 +204,7 @@ void Drawing::drawSpectrograms()
     drawPanelName(page.behind, "surround");
 }
 
-/// The frequencies that have room, from the lowest.
+/// Labels frequencies, the most important first. Leaves out those without room.
 void Drawing::drawFrequencyLabels(const PixelArea& area)
 {
     struct Mark

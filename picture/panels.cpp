@@ -39,7 +39,7 @@ struct Share
 /// The cells under each pixel of an axis, with weights of sum 1. A pixel smaller than a cell is interpolated.
 ///
 /// cells  length of the axis in cells
-/// count  cells that there are
+/// count  number of cells
 std::vector<std::vector<Share>> sharesOf(int pixels, double cells, std::size_t count)
 {
     std::vector<std::vector<Share>> all(static_cast<std::size_t>(pixels));

@@ -62,7 +62,7 @@ double gammaOf(double linear) noexcept
     return linear <= 0.0031308 ? 12.92 * linear : 1.055 * std::pow(linear, 1.0 / 2.4) - 0.055;
 }
 
-/// A smooth step from 0 to 1, which separates what is similar in the middle.
+/// A smooth step from 0 to 1. It separates values near the middle.
 float contrast(float x) noexcept
 {
     return x * x * (3.0f - 2.0f * x);

@@ -144,8 +144,8 @@ struct StreamMeters
     std::uint64_t limitedBlocks;      ///< blocks in which the gain of the limiter was below 1
 
     // The band groups in the three outputs of the engine, before gains, width, bass mode, limiter, matrix and bypass.
-    // Updated every 8 blocks. The outputs say what the steering does not: the lowest groups are wide, and front left
-    // and front right can be equal because a sound is wide. groupCentre tells such a sound from one in the centre.
+    // Updated every 8 blocks. Front left and front right are equal for a sound in the centre and for a wide sound;
+    // groupCentre tells them apart.
     float groupLevel[kBandGroups];   ///< root of the sum of the mean squares in the three outputs, over about 300 ms
     float groupPlace[kBandGroups];   ///< share of front left in these squares, minus that of front right: -1 to 1
     float groupCentre[kBandGroups];  ///< share of the centre in these squares: 0 to 1

@@ -1,6 +1,8 @@
 // `tarn report`: the page and its figures.
 // SPDX-License-Identifier: MIT
 #include "cli/base64.h"
+#include "cli/report_entry.h"
+#include "cli/report_page.h"
 #include "cli/text.h"
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
@@ -153,7 +155,8 @@ TEST_F(HtmlReport, ClippedSamplesAreCounted)
     const auto upmix = upmixOf("left.wav", {"--no-limiter", "--gain", "18"});
     ASSERT_GT(upmix.at("clipped_samples"), 0);
     const std::string html = page({"left.wav", "--no-limiter", "--gain", "18"});
-    EXPECT_NE(html.find("<dd>" + upmix.at("clipped_samples").dump() + " samples</dd>"), std::string::npos);
+    EXPECT_NE(html.find("<dt>Clipped in the upmix</dt>\n<dd>" + upmix.at("clipped_samples").dump() + " samples</dd>"),
+              std::string::npos);
 }
 
 TEST_F(HtmlReport, VerdictsAboutTheMiddleAgreeWithTheShares)
@@ -256,6 +259,13 @@ TEST_F(HtmlReport, LimiterHasItsShareOfTheTimeAndAdvice)
     EXPECT_EQ(countOf(rare, "class=\"advice\""), 0u);
 }
 
+TEST_F(HtmlReport, LoudnessThatStaysHasNoMinus)
+{
+    // The engine makes a source at a side 3 dB softer; the gain makes up for it, except for less than 0.05 dB.
+    writeAudio(at("soft.wav"), kWave16, 48000, 2, square(7000, 0));
+    EXPECT_NE(page({"soft.wav"}).find(" LUFS (+0.0 LU)</dd>"), std::string::npos);
+}
+
 TEST_F(HtmlReport, PicturesAreThoseOfTheCommand)
 {
     const std::string html = page({"left.wav"});
@@ -315,7 +325,32 @@ TEST_F(HtmlReport, LossesAreShown)
     const std::string whole = bytesOf(at("left.wav"));
     writeBytes(at("cut.wav"), whole.substr(0, whole.size() / 2));
     const std::string html = page({"cut.wav"});
-    EXPECT_EQ(countOf(html, "<p class=\"damage\">"), 1u);
+    const auto upmix = nlohmann::json::parse(tarn({"upmix", "--json", "cut.wav", "cut-3.0.wav"}).output);
+    std::string message = upmix.at("loss").at("message").get<std::string>() + ".";
+    message.front() = static_cast<char>(message.front() - 'a' + 'A');
+    EXPECT_EQ(groupsOf(html, "<p class=\"damage\">([^<]*)<"), std::vector<std::string>{message});
+}
+
+TEST_F(HtmlReport, InputsAboveFullScaleAreShown)
+{
+    // 6 dB above full scale; one sample is 40 dB above it.
+    std::vector<float> samples(2 * kFrames, 0.0f);
+    samples[2 * 480] = 2.0f;
+    writeFloats(at("loud.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    samples[2 * 9600] = 100.0f;
+    writeFloats(at("damaged.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const std::string scaled = page({"--preset", "plain", "loud.wav"});
+    EXPECT_NE(scaled.find("<dt>Input</dt>\n<dd>scaled down by 6.0 dB, because it exceeds full scale</dd>"),
+              std::string::npos);
+    EXPECT_EQ(countOf(scaled, "Clipped"), 0u);
+    const Result damaged = tarn({"report", "--force", "--quiet", "damaged.wav", "-o", "page.html"});
+    EXPECT_EQ(damaged.errors,
+              "tarn: damaged.wav: 1 sample is more than 24 dB above full scale and is clipped; the file is "
+              "probably damaged: check where it comes from\n");
+    const std::string clipped = bytesOf(at("page.html"));
+    EXPECT_NE(clipped.find("<dt>Clipped in the input</dt>\n<dd>1 sample</dd>"), std::string::npos);
+    EXPECT_EQ(countOf(clipped, "<dt>Input</dt>"), 0u);
+    EXPECT_EQ(countOf(page({"left.wav"}), "<dt>Input</dt>"), 0u);
 }
 
 TEST_F(HtmlReport, FoldersAreSearched)
@@ -354,6 +389,17 @@ TEST_F(HtmlReport, SilenceHasNoLoudness)
     EXPECT_EQ(groupsOf(html, "[>\"](-?nan|-?inf)"), std::vector<std::string>());
 }
 
+TEST_F(HtmlReport, AShortSoundHasNoLoudnessButIsNotSilent)
+{
+    Samples samples = square(8000, 0);
+    samples.resize(2 * 19199); // a frame less than 0.4 s
+    writeAudio(at("short.wav"), kWave16, 48000, 2, samples);
+    const std::string html = page({"short.wav", "left.wav"});
+    EXPECT_EQ(countOf(html, "<dd>none</dd>"), 2u);
+    EXPECT_EQ(countOf(html, "<td data-key=\"-1000\">none</td>"), 2u);
+    EXPECT_EQ(countOf(html, "<dd>silent</dd>"), 0u);
+}
+
 TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
 {
     expectRefusal(64, "--output: page.txt is not a page; end the name in .html",
@@ -368,6 +414,36 @@ TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
     expectRefusal(64, "page.html", {"report", "left.wav", "-o", "page.html"});
     EXPECT_EQ(bytesOf(at("page.html")), "kept");
     EXPECT_EQ(tarn({"report", "--force", "left.wav", "-o", "page.html"}).exitCode, 0);
+}
+
+TEST_F(HtmlReport, AnInputIsNeverReplaced)
+{
+    const std::string audio = bytesOf(at("left.wav"));
+    writeBytes(at("audio.html"), audio);
+    std::filesystem::create_symlink("left.wav", at("link.html"));
+    expectRefusal(64, "audio.html: is the input file audio.html; choose another name for the page",
+                  {"report", "--force", "middle.wav", "audio.html", "-o", "audio.html"});
+    expectRefusal(64, "link.html: is the input file left.wav; choose another name for the page",
+                  {"report", "--force", "left.wav", "-o", "link.html"});
+    EXPECT_TRUE(bytesOf(at("audio.html")) == audio);
+    EXPECT_TRUE(bytesOf(at("left.wav")) == audio);
+}
+
+TEST_F(HtmlReport, IsWrittenInAPartPerRecordingToNeedLittleMemory)
+{
+    const tarn::ReportStyle style{.layout = "3.0", .theme = "dark", .room = {}};
+    tarn::ReportPage page{
+        .title = "Upmix report", .theme = "dark", .layout = "3.0 (FL FR FC)", .settings = "the preset film"};
+    for (const char* const name : {"left.wav", "middle.wav", "left.wav"})
+        page.entries.push_back(tarn::measureEntry(at(name), style, false, true));
+    std::vector<std::string> parts;
+    tarn::writePage(page, [&parts](const std::string& part) { parts.push_back(part); });
+    ASSERT_EQ(parts.size(), 5u);
+    EXPECT_TRUE(parts.front().starts_with("<!DOCTYPE html>\n"));
+    EXPECT_TRUE(parts.back().ends_with("</body>\n</html>\n"));
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_TRUE(parts[i + 1].starts_with("<article id=\"recording-" + std::to_string(i + 1) + "\">"));
+    for (const std::string& part : parts) EXPECT_LE(countOf(part, "data:image/png"), 1u);
 }
 
 TEST_F(HtmlReport, FullDiskLeavesNothing)

@@ -192,6 +192,13 @@ TEST(MeterScreen, ArrowKeysAreRecognisedAndOtherSequencesDropped)
     EXPECT_EQ(tarn::keysOf("\033[1"), "");
 }
 
+TEST(MeterScreen, ControlKeysAreNotArrowKeys)
+{
+    std::string typed = "b";
+    for (char control = 1; control < 27; ++control) typed += control;
+    EXPECT_EQ(tarn::keysOf(typed + "m"), "bm");
+}
+
 /// The command in a window of tmux.
 class MeterInTerminal : public CommandTest
 {
@@ -409,6 +416,15 @@ TEST_F(MeterInTerminal, AFileThatEndsLeavesItsLengthAndLoudness)
     EXPECT_TRUE(
         std::regex_search(text(), std::regex("before\ntarn: in\\.wav: 0:01\\.500, -[0-9]+\\.[0-9] LUFS\nended")))
         << text();
+}
+
+TEST_F(MeterInTerminal, AShortFileHasNoLoudness)
+{
+    // Less than the 0.4 s that BS.1770 measures.
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(4800, 16));
+    start("\"$TARN\" meter in.wav");
+    waitFor("ended with 0");
+    EXPECT_NE(text().find("tarn: in.wav: 0:00.100, no loudness\n"), std::string::npos) << text();
 }
 
 TEST_F(MeterInTerminal, TypedKeysAreNoStream)

@@ -133,6 +133,19 @@ TEST_F(Meter, PrintsTheSameFiguresAsJson)
     }
 }
 
+TEST_F(Meter, CountsClippedSamplesOfTheInput)
+{
+    std::vector<float> samples(2 * 48000, 0.0f);
+    for (const std::size_t frame : {480u, 4800u, 9600u}) samples[2 * frame] = 2.0f;
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    auto words = wordsOf(tarn({"meter", "--speed", "1000", "in.wav"}).output);
+    EXPECT_EQ(words["clipped"], std::vector<double>{3.0});
+    // Of the outputs, with a gain and without a limiter.
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000, 16));
+    words = wordsOf(tarn({"meter", "--speed", "1000", "--no-limiter", "--gain", "12", "in.wav"}).output);
+    EXPECT_GT(words["clipped"].at(0), 100.0);
+}
+
 TEST_F(Meter, ReadsAFileInRealTimeOrAtASpeed)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 2, stereoNoise(44100, 16));
@@ -190,6 +203,19 @@ TEST_F(Meter, PassesWhileNobodyReadsTheLines)
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_TRUE(bytesOf(at("out.raw")) == bytesOf(at("in.raw")));
     EXPECT_GT(std::stoul(result.output), 10000u);
+}
+
+TEST_F(Meter, PassesOnAfterTheReaderOfTheLinesHasEnded)
+{
+    writeBytes(at("in.raw"), pcmOf(stereoNoise(48000 * 20, 16), 16));
+    // The lines of the second half come when their reader is gone.
+    const Result result = shell("{ (head -c 2000000 in.raw; while ! [ -e gone ]; do sleep 0.05; done; "
+                                "tail -c +2000001 in.raw) | "
+                                "\"$TARN\" meter --raw 48000:16 --pass 2>&3 >out.raw; echo status $? >&4; } "
+                                "3>&1 4>status | { head -n 1 >line; exec <&-; touch gone; }");
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(bytesOf(at("status")), "status 0\n");
+    EXPECT_TRUE(bytesOf(at("out.raw")) == bytesOf(at("in.raw")));
 }
 
 TEST_F(Meter, DiesByTheSignalWhenTheReaderEnds)

@@ -179,8 +179,7 @@ TEST_F(PictureCommand, PanelsOfTheSceneHaveTheGoldenPixels)
 TEST_F(PictureCommand, TheReadmeShowsWhatItsCommandDraws)
 {
     const std::string readme = bytesOf(TARN_SOURCE_DIR "/README.md");
-    const std::regex pattern(
-        "tarn demo scene.wav && tarn picture ([^\n]*) scene-stereo.wav docs/pictures/demo-scene.png");
+    const std::regex pattern("tarn demo scene.wav && tarn picture ([^\n]*) scene-stereo.wav scene.png`");
     std::smatch match;
     ASSERT_TRUE(std::regex_search(readme, match, pattern));
     const Result result =
@@ -255,6 +254,26 @@ TEST_F(PictureCommand, SvgIsWellFormedAndEmbedsThePanels)
     EXPECT_TRUE(isWellFormed(svg));
     EXPECT_FALSE(isWellFormed(svg.substr(0, svg.size() - 10)));
     EXPECT_NE(svg.find("data:image/png;base64,"), std::string::npos);
+    EXPECT_NE(svg.find("width=\"1600px\" height=\"1364px\""), std::string::npos) << svg.substr(0, 200);
+}
+
+TEST_F(PictureCommand, SoundOptionsAreThoseOfTheUpmix)
+{
+    writeStereo("in.wav");
+    const std::vector<std::string> sound{"--layout", "5.1", "--centre", "6", "--surrounds", "off"};
+    std::vector<std::string> picture{"picture", "in.wav", "picture.png"};
+    std::vector<std::string> upmix{"upmix", "--picture", "upmix.png", "in.wav", "out.wav"};
+    for (std::vector<std::string>* const arguments : {&picture, &upmix})
+        arguments->insert(arguments->end(), sound.begin(), sound.end());
+    ASSERT_EQ(tarn(picture).exitCode, 0);
+    const Result result = tarn(upmix);
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_NE(result.errors.find("tarn: in.wav -> upmix.png: picture"), std::string::npos) << result.errors;
+    EXPECT_TRUE(bytesOf(at("picture.png")) == bytesOf(at("upmix.png")));
+    ASSERT_EQ(tarn({"picture", "--layout", "5.1", "in.wav", "plain.png"}).exitCode, 0);
+    EXPECT_FALSE(bytesOf(at("plain.png")) == bytesOf(at("upmix.png")));
+    expectRefusal({"picture", "--surrounds", "-6", "in.wav", "out.png"}, 64,
+                  "--surrounds: --layout 3.0 has no surround channels");
 }
 
 TEST_F(PictureCommand, WindowShowsTheChosenPart)
@@ -333,7 +352,7 @@ TEST_F(PictureCommand, WrongArgumentsAreRefused)
     writeAudio(at("three.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 3, stereoNoise(3000, 16));
     expectRefusal({"picture", "in.wav", "out.jpg"}, 64,
                   "out.jpg: has no extension of a supported picture format; end the name in .png or .svg");
-    expectRefusal({"picture", "in.wav", "-"}, 64, "a picture on standard output: has no extension");
+    expectRefusal({"picture", "in.wav", "-"}, 64, "-: a picture is not written to standard output");
     expectRefusal({"picture", "in.wav"}, 64, "OUTPUT is required");
     expectRefusal({"picture", "", "out.png"}, 64, "an empty file name");
     for (const std::string size : {"800", "800x", "x600", "800x600x2", "wide"})
@@ -397,6 +416,17 @@ TEST_F(PictureCommand, DamagedInputIsDrawnAsFarAsItGoes)
     EXPECT_EQ(readPng(at("out.png")).width, 1600);
     // The missing part is behind the window.
     EXPECT_EQ(tarn({"picture", "--length", "0.5", "in.wav", "begin.png"}).exitCode, 0);
+}
+
+TEST_F(PictureCommand, ClippedSamplesOfTheInputAreReported)
+{
+    std::vector<float> samples(9600, 0.0f);
+    samples[960] = 100.0f;
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+    const Result result = tarn({"picture", "--quiet", "in.wav", "out.png"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "tarn: in.wav: 1 sample is more than 24 dB above full scale and is clipped; the file is "
+                             "probably damaged: check where it comes from\n");
 }
 
 TEST_F(PictureCommand, MemoryDoesNotDependOnTheLength)

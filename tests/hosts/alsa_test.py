@@ -15,6 +15,7 @@ import soundfile
 
 from alsa_setup import Setup
 from host_test import LATENCY, Row, known_signal, passed, position_of, write_stereo
+from see_what_it_does import check_meter, check_picture, command_with, write_song
 
 PLAYERS = {
     "aplay": lambda pcm, bits, file: ["aplay", "-q", "-D", pcm, file],
@@ -132,6 +133,11 @@ def check_page(setup):
         result = setup.played(played, 16)
         assert (result[LATENCY : LATENCY + len(expected)] == expected).all(), pcm
         (setup.directory / f"{played}.raw").unlink()
+    write_song(samples, setup.directory)
+    check_meter(command_with("alsa", "tarn meter"), samples, setup.directory)
+    upmixed = setup.expected("page51", file)[:-LATENCY]
+    assert (setup.played("page51", 16)[LATENCY : LATENCY + len(upmixed)] == upmixed).all(), "through tarn meter"
+    check_picture("alsa", setup.directory)
     recorded = setup.directory / "recorded.wav"
     subprocess.run(["arecord", "-q", "-f", "dat", "-s", "48000", recorded], check=True, timeout=60)
     assert soundfile.info(recorded).frames == 48000

@@ -14,6 +14,7 @@ import numpy
 import soundfile
 
 from host_test import LATENCY, Row, as_floats, command_output, known_signal, passed, read_samples, write_stereo
+from see_what_it_does import check_meter, check_picture, command_with, output_of, write_song
 
 FORMATS = {16: "S16LE", 24: "S24LE", 32: "S32LE"}
 CHANNELS = {"2.0": 2, "3.0": 3, "5.1": 6, "7.1": 8}
@@ -258,6 +259,34 @@ def test_page(folder):
     return compared
 
 
+def test_seeing(folder):
+    """The commands of docs/hosts/gstreamer.md that show what the element does, without a sound card. The messages have
+    the group edges of docs/streams.md.
+    """
+    samples = known_signal(48013, 16)
+    write_song(samples, folder)
+    meter = command_with("gstreamer", "tarn meter")
+    assert "autoaudiosink" in meter
+    check_meter(meter.replace("autoaudiosink", "fakesink sync=true"), samples, folder)
+    check_picture("gstreamer", folder)
+
+    messages = command_with("gstreamer", "post-messages").replace("/home/me", str(folder))
+    shown = output_of(messages.replace("playbin", "playbin audio-sink=fakesink"), folder).splitlines()
+    lists = [re.fullmatch(r" (\S+)=\(double\)< (.*) >", line).groups() for line in shown]
+    assert [name for name, _ in lists] == ["rms", "group-level", "group-place", "group-centre"], shown
+    values = {name: [float(value) for value in text.split(",")] for name, text in lists}
+    assert len(values["rms"]) == 6 and min(values["rms"][:3]) > -60, values
+    assert len(values["group-level"]) == 16 and min(values["group-level"][:8]) > -60, values
+    assert all(-1 <= place <= 1 for place in values["group-place"]), values
+    assert all(0 <= centre <= 1 for centre in values["group-centre"]), values
+
+    edges = command_with("gstreamer", "post-messages").split(" | ")[0].replace("/home/me", str(folder))
+    text = output_of(edges.replace("playbin", "playbin audio-sink=fakesink"), folder)
+    streams = (Path(__file__).parents[2] / "docs/streams.md").read_text()
+    page = re.search(r"At 48 kHz, the upper edges are (.*?) Hz", streams)[1].replace(" and", ",")
+    assert f"group-upper-hz=(double)< {page} >" in text, page
+
+
 def test_ten_minutes(folder):
     """Ten minutes of audio."""
     source, target, expected = (folder / f"long-{name}.wav" for name in ("in", "element", "command"))
@@ -449,6 +478,7 @@ def main():
             )
         )
         test_films_with_pictures(folder)
+        test_seeing(folder)
         compared += test_seeking(Gst, folder) + test_segment_seek(Gst, folder)
         test_messages(Gst, folder)
         told, taken = test_latency(Gst)

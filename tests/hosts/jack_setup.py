@@ -139,6 +139,20 @@ def shown_if_it_fails():
             raise
 
 
+@contextlib.contextmanager
+def dummy_server(rate, size, *options):
+    """Runs a JACK server without a sound card during the block. Returns the file of its messages, which is printed after
+    an error.
+    """
+    server = f"tarn{os.getpid()}x{rate}x{size}"
+    os.environ["JACK_DEFAULT_SERVER"] = server
+    os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"
+    dummy = ("-d", "dummy", "-r", str(rate), "-p", str(size), *options)
+    with shown_if_it_fails() as log, running("jackd", "-n", server, "-r", "-t", "10000", *dummy, log=log):
+        wait_for(lambda: subprocess.run(["jack_lsp"], capture_output=True).returncode == 0, "no JACK server")
+        yield log
+
+
 def jalv_output(rate, sizes, signal, lines=(), plugin="urn:tarn:upmix", options=()):
     """Plays a signal, [frames, 2] floats, through a plug-in in jalv. The cycles have sizes[0] frames at first and
     sizes[1] while playing. lines are pairs of a position, 0 to 1, and a command for jalv. Returns the output
@@ -146,13 +160,8 @@ def jalv_output(rate, sizes, signal, lines=(), plugin="urn:tarn:upmix", options=
     the latency that jalv reports, in frames.
     """
     outputs = OUTPUTS[plugin]
-    server = f"tarn{os.getpid()}x{rate}x{sizes[0]}"
-    os.environ["JACK_DEFAULT_SERVER"] = server
-    os.environ["JACK_NO_AUDIO_RESERVATION"] = "1"
     tape = Tape(signal)
-    dummy = ("-d", "dummy", "-r", str(rate), "-p", str(sizes[0]))
-    with shown_if_it_fails() as log, running("jackd", "-n", server, "-r", "-t", "10000", *dummy, log=log):
-        wait_for(lambda: subprocess.run(["jack_lsp"], capture_output=True).returncode == 0, "no JACK server")
+    with dummy_server(rate, sizes[0]) as log:
         with running("jalv", "-x", "-n", "tarn", *options, plugin, log=log) as jalv:
             player = Client("player", IS_OUTPUT, ("left", "right"), tape.play)
             ports = (*outputs, "played_left", "played_right")

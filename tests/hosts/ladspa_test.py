@@ -28,6 +28,7 @@ from host_test import (
     without_lfe,
     write_stereo,
 )
+from see_what_it_does import check_meter, check_picture, command_with, write_song
 
 FRAMES = 96000
 RATES = (44100, 48000, 96000)
@@ -191,6 +192,14 @@ def check_ten_minutes(directory):
     return expected.size
 
 
+def check_page(directory):
+    """The commands of docs/hosts/ladspa.md with tarn meter and tarn picture."""
+    samples = known_signal(48013, 16)
+    write_song(samples, directory)
+    check_meter(command_with("ladspa", "tarn meter"), samples, directory)
+    check_picture("ladspa", directory)
+
+
 def ffmpeg(directory):
     """All rates; a layout with channel names; changes while playing; and the plug-in with three inputs, with which
     the host compensates the latency.
@@ -217,6 +226,7 @@ def ffmpeg(directory):
     check_commands(source, directory)
     compared += check_others(source, directory)
     compared += check_ten_minutes(directory)
+    check_page(directory)
     return Row("LADSPA: FFmpeg ladspa", compared, 0, 24, f"{reported}, with 3 inputs", measured)
 
 

@@ -27,6 +27,7 @@ from host_test import (
     without_lfe,
     write_stereo,
 )
+from see_what_it_does import check_meter, check_picture, command_with, write_song
 
 BLOCKS = LATENCY - ENGINE_LATENCY  # frames of delay that a stream adds to the engine's
 # URIs by layout of the command, and FFmpeg's names of the channels of the outputs.
@@ -205,6 +206,14 @@ def play_long(directory):
     return compared
 
 
+def check_page(directory):
+    """The commands of docs/hosts/lv2.md with tarn meter and tarn picture. lv2_jalv_test.py has that with jalv."""
+    samples = known_signal(48013, 16)
+    write_song(samples, directory)
+    check_meter(command_with("lv2", "tarn meter"), samples, directory)
+    check_picture("lv2", directory)
+
+
 def main():
     bundles = Path(sys.argv[1])
     validate(bundles)
@@ -212,6 +221,7 @@ def main():
         directory = Path(folder)
         compared, latencies = play_everywhere(directory)
         refuse(directory)
+        check_page(directory)
         compared["FFmpeg"] += play_long(directory)
     for name, samples in compared.items():
         assert latencies[name] == {LATENCY}, latencies

@@ -37,6 +37,7 @@ from host_test import (
     phase_of,
     without_lfe,
 )
+from see_what_it_does import LOUD, check_picture, command_with, shows, write_song
 
 SURROUND = ("FL", "FR", "FC", "LFE", "RL", "RR")
 SIDES = ("FL", "FR", "FC", "LFE", "SL", "SR")
@@ -290,6 +291,22 @@ def preset_of_page(preset):
     return {name: float(value) for name, value in re.findall(r'"tarn:(\w+)" ([-0-9.]+)', command)}
 
 
+def check_page(session, samples):
+    """The commands of docs/hosts/pipewire.md with tarn meter and tarn picture, while samples play; those of the meter for
+    both sinks.
+    """
+    write_song(samples, session.directory)
+    check_picture("pipewire", session.directory)
+    command = command_with("pipewire", "tarn meter")
+    dialogue = command.replace("tarn_upmix", "tarn_dialogue").replace("--layout 5.1", "--layout 2.0 --centre 6")
+    with ThreadPoolExecutor() as pool:
+        playing = [pool.submit(session.play, samples, "--target", sink) for sink in ("tarn_upmix", "tarn_dialogue")]
+        for line in (command, dialogue):
+            shows(line, session.directory, LOUD)
+        for player in playing:
+            player.result()
+
+
 def recorded(device):
     """The channels of the sink at a 5.1 device."""
     return without_lfe(device)
@@ -464,6 +481,7 @@ def test(session_of):
         session.add_sink("tarn_dialogue", "device", session.configuration("dialogue"))
         play = partial(session.play, samples, "--target", "tarn_dialogue")
         check(upmixed(session, samples, play, in_5_1, ("--centre", "6"), "2.0", sink="tarn_dialogue"))
+        check_page(session, known_signal(4 * session.rate, 16))
         session.set("tarn_dialogue", centre=-20.0)
         check(upmixed(session, samples, play, in_5_1, ("--centre", "-20"), "2.0", sink="tarn_dialogue"))
 

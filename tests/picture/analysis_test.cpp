@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -117,4 +118,14 @@ TEST(Analysis, LongRecordingsHaveAsManyColumnsAsShortOnes)
     // The hop does not exceed half a window, so a column has several spectra.
     EXPECT_EQ(analysis.front().column(analysis.front().columns() - 2)[tarn::kSpectrumRows * tarn::kFrontValues],
               static_cast<float>(analysis.front().framesPerColumn()) / 2048.0f);
+}
+
+TEST(Analysis, PercentagesHaveTheSumOf100)
+{
+    using Percentages = std::array<int, 4>;
+    EXPECT_EQ(tarn::percentagesOf({.left = 0.246, .centre = 0.508, .right = 0.246}), (Percentages{25, 51, 24, 0}));
+    EXPECT_EQ(tarn::percentagesOf({.left = 0.284, .centre = 0.426, .right = 0.286, .behind = 0.004}),
+              (Percentages{28, 43, 29, 0}));
+    EXPECT_EQ(tarn::percentagesOf({.left = 0.0, .centre = 1.0, .right = 0.0}), (Percentages{0, 100, 0, 0}));
+    EXPECT_EQ(tarn::percentagesOf({.left = 0.333, .centre = 0.333, .right = 0.334}), (Percentages{33, 33, 34, 0}));
 }

@@ -47,11 +47,16 @@ TEST(Drawing, AFrameOfSilenceIsAPicture)
 
 TEST(Drawing, LongTitlesOfAnyLanguageAreCutOff)
 {
+    const tarn::PictureAnalysis analysis = silence(1000);
+    const auto drawn = [&analysis](const std::string& title) {
+        return tarn::drawPicture(analysis, {.size = tarn::kSmallestPicture, .title = title, .layout = "2.0"});
+    };
     std::string title;
     for (int i = 0; i < 200; ++i) title += "\u00e4\u6f22\U0001f600";
-    const std::string bytes =
-        tarn::drawPicture(silence(1000), {.size = tarn::kSmallestPicture, .title = title, .layout = "2.0"});
+    const std::string bytes = drawn(title);
     EXPECT_EQ(bytes.substr(1, 3), "PNG");
+    EXPECT_TRUE(drawn(title + "the end, which is cut off") == bytes);
+    EXPECT_FALSE(drawn("the beginning" + title) == bytes);
 }
 
 } // namespace tarn_picture
