@@ -97,18 +97,21 @@ man tarn-picture describes what the picture shows.
 
 inline constexpr const char* kReportHelp = R"(Usage: tarn report [OPTIONS] INPUT... -o PAGE.html
 
-Upmixes every INPUT and shows on one page: the picture, levels of all outputs,
-loudness before and after, and whether upmixing gains anything.
+Upmixes every INPUT and writes a page. For every recording, the page shows a
+picture of the upmix, the levels of its outputs, the loudness before and after,
+and whether upmixing gains anything.
 
   -o, --output FILE  page to write; it needs no other file
   -r, --recursive    folders as well: every audio file below them
   -j, --jobs N       parallel jobs, 1 (default) to 64
   --layout NAME      outputs to show: 2.0, 3.0 (default), 5.1 or 7.1
   --preset NAME      film (default), music, voice or plain
+  --centre DB, --width W, --surrounds DB, --bass WHERE, --gain DB, --lfe DB,
+  --limiter, --no-limiter   sound of the upmix, as in tarn upmix
   --theme NAME       dark (default), or light for paper
   --title TEXT       of the page
   --force            replace the page
-  --quiet            errors and warnings only
+  --quiet            no notes, no progress: errors and warnings only
 
   tarn report -j 2 album/*.flac -o album.html
 man tarn-report describes the page.

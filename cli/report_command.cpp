@@ -14,6 +14,7 @@
 #include "cli/progress.h"
 #include "cli/report_entry.h"
 #include "cli/report_page.h"
+#include "cli/room_options.h"
 #include "cli/shared_options.h"
 #include "cli/text.h"
 #include "cli/upmix_options.h"
@@ -31,11 +32,29 @@ namespace tarn
 namespace
 {
 
-void checkOutput(const std::string& output)
+bool isPage(const std::string& name)
 {
-    const std::string extension = extensionOf(output);
-    if (extension != ".html" && extension != ".htm")
-        throw Failure(EX_USAGE, "--output: " + output + " is not a page; end the name in .html");
+    const std::string extension = extensionOf(name);
+    return extension == ".html" || extension == ".htm";
+}
+
+/// Refuses a missing --output too: a page among the inputs can be the one that it should name.
+void checkOutput(const ReportOptions& options)
+{
+    if (options.output.empty()) {
+        const std::string& last = options.inputs.back();
+        throw Failure(EX_USAGE, "--output is required; write -o " + (isPage(last) ? shellQuoted(last) : "report.html"));
+    }
+    if (!isPage(options.output))
+        throw Failure(EX_USAGE, "--output: " + options.output + " is not a page; end the name in .html");
+}
+
+void refuseFolders(const ReportOptions& options)
+{
+    std::error_code ignored;
+    for (const std::string& input : options.inputs)
+        if (std::filesystem::is_directory(input, ignored))
+            throw Failure(EX_NOINPUT, input + ": is a folder; add --recursive to include the audio files below it");
 }
 
 /// The files of the report.
@@ -43,6 +62,7 @@ std::vector<std::string> filesOf(const ReportOptions& options)
 {
     if (std::any_of(options.inputs.begin(), options.inputs.end(), isStream))
         throw Failure(EX_USAGE, "-: a report reads files only; write the stream into a file first");
+    if (!options.recursive) refuseFolders(options);
     const FoundInputs found = inputsOf(options.inputs, options.recursive);
     if (!options.quiet)
         for (const std::string& note : found.notes()) printNote(note);
@@ -62,14 +82,46 @@ void keepInputs(const std::vector<std::string>& inputs, const std::string& outpu
     }
 }
 
+/// The preset and the other options of the sound that were given: "the preset film, --centre 6, --no-limiter".
+std::string settingsOf(const RoomOptions& room)
+{
+    std::string text = "the preset " + room.preset.value_or(std::string(zrk_tarn::kPresets[0].name));
+    const auto addNumber = [&text](const char* option, const std::optional<double>& value) {
+        if (value) text += ", " + (option + formatted(" %g", *value));
+    };
+    const auto addWord = [&text](const char* option, const std::optional<std::string>& value) {
+        if (value) text += ", " + (option + (" " + *value));
+    };
+    addNumber("--centre", room.centreDb);
+    addNumber("--width", room.width);
+    addWord("--surrounds", room.surrounds);
+    addWord("--bass", room.bass);
+    addNumber("--gain", room.gainDb);
+    addWord("--lfe", room.lfe);
+    if (room.limiter) text += ", --limiter";
+    if (room.noLimiter) text += ", --no-limiter";
+    return text;
+}
+
+/// Shows which of several inputs is upmixed.
+void showInput(const std::vector<std::string>& inputs, std::size_t i)
+{
+    constexpr std::size_t kMaxCharacters = 50;
+    showStatus("upmixing " + std::to_string(i + 1) + " of " + std::to_string(inputs.size()) + ": " +
+               lastCharacters(printable(inputs[i]), kMaxCharacters));
+}
+
 /// Adds the outcomes of all inputs to a page. Returns the exit code.
 int measureAll(const std::vector<std::string>& inputs, const ReportOptions& options, ReportPage& page)
 {
-    const ReportStyle style{.layout = options.layout, .theme = options.theme, .preset = options.preset};
+    const ReportStyle style{.layout = options.layout, .theme = options.theme, .room = options.room};
     const bool isSingle = inputs.size() == 1;
     int failure = EX_OK;
     bool isIncomplete = false;
-    const auto measure = [&](std::size_t i) { return measureEntry(inputs[i], style, isSingle, options.quiet); };
+    const auto measure = [&](std::size_t i) {
+        if (!isSingle && !options.quiet) showInput(inputs, i);
+        return measureEntry(inputs[i], style, isSingle, options.quiet);
+    };
     const auto done = [&](std::size_t i, WorkerOutcome&& outcome) {
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
@@ -81,8 +133,6 @@ int measureAll(const std::vector<std::string>& inputs, const ReportOptions& opti
         if (upmix.contains("loss")) printNote(inputs[i] + ": " + upmix.at("loss").at("message").get<std::string>());
         isIncomplete = isIncomplete || (upmix.contains("exit_code") && upmix.at("exit_code") == kExitIncomplete);
         page.entries.push_back(std::move(outcome.result));
-        if (!options.quiet && !isSingle && i + 1 < inputs.size())
-            showStatus("upmixed " + std::to_string(i + 1) + " of " + std::to_string(inputs.size()));
     };
     runInProcesses(inputs, options.jobs, measure, done);
     return failure != EX_OK ? failure : isIncomplete ? kExitIncomplete : EX_OK;
@@ -94,14 +144,13 @@ CLI::App* addReport(CLI::App& app, ReportOptions& options)
 {
     CLI::App* const report = app.add_subcommand("report", "Show upmixes of recordings on one HTML page");
     report->add_option("INPUT", options.inputs, "Audio files, and folders with --recursive")->type_name("")->required();
-    report->add_option("-o,--output", options.output, "Page to write (.html)")->type_name("FILE")->required();
+    report->add_option("-o,--output", options.output, "Page to write (.html)")->type_name("FILE");
     report->add_flag("-r,--recursive", options.recursive, "Include every audio file below an INPUT that is a\nfolder");
     report->add_option("-j,--jobs", options.jobs, "Parallel jobs, 1 (default) to 64")
         ->type_name("N")
         ->check(numberFrom(1, 64, "--jobs 4"));
     addLayoutOption(*report, options.layout, "Outputs to show");
-    addPresetOption(*report, options.preset,
-                    "Settings of the upmix: film (default), music, voice or\nplain; see tarn upmix --help-all");
+    addRoomOptions(*report, options.room);
     addThemeOption(*report, options.theme);
     report->add_option("--title", options.title, "Title of the page")->type_name("TEXT");
     report->add_flag("--force", options.force, "Replace the page if it exists");
@@ -112,14 +161,17 @@ CLI::App* addReport(CLI::App& app, ReportOptions& options)
 
 int runReport(const ReportOptions& options)
 {
-    checkOutput(options.output);
+    checkOutput(options);
+    const Layout& layout = layoutNamed(options.layout);
+    checkRoomOptions(options.room, layout, false);
     const std::vector<std::string> inputs = filesOf(options);
     keepInputs(inputs, options.output);
-    const Layout& layout = layoutNamed(options.layout);
+    if (!options.quiet && keepsStereo(layout, roomSettingsOf(options.room, layout)))
+        printNote("--layout " + options.layout + ": " + kUnchangedStereo);
     ReportPage page{.title = options.title ? printable(*options.title) : "Upmix report",
                     .theme = options.theme,
                     .layout = std::string(layout.name) + " (" + std::string(layout.slotNames) + ")",
-                    .preset = options.preset.value_or(std::string(zrk_tarn::kPresets[0].name))};
+                    .settings = settingsOf(options.room)};
     OutputFile file(options.output, options.force, std::nullopt);
     const int exitCode = measureAll(inputs, options, page);
     if (page.entries.empty())
@@ -131,7 +183,7 @@ int runReport(const ReportOptions& options)
     if (!options.quiet)
         printNote(options.output + ": " + std::to_string(page.entries.size()) +
                   (page.entries.size() == 1 ? " recording" : " recordings") +
-                  (page.failures.empty() ? "" : ", " + std::to_string(page.failures.size()) + " failed"));
+                  (page.failures.empty() ? "" : ", " + std::to_string(page.failures.size()) + " not upmixed"));
     return exitCode;
 }
 

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "cli/room_options.h"
+
 #include <CLI/CLI.hpp>
 
 #include <optional>
@@ -20,7 +22,7 @@ struct ReportOptions
     unsigned jobs = 1; ///< number of parallel processes
     std::string layout = "3.0";
     std::string theme = "dark";
-    std::optional<std::string> preset;
+    RoomOptions room;
     std::optional<std::string> title;
     bool force = false;
     bool quiet = false;

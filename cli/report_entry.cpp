@@ -74,7 +74,7 @@ Json measureEntry(const std::string& input, const ReportStyle& style, bool shows
     UpmixOptions options;
     options.input = input;
     options.layout = style.layout;
-    options.room.preset = style.preset;
+    options.room = style.room;
     options.quiet = isQuiet;
     options.inBatch = !showsProgress;
     const Layout& layout = layoutNamed(options.layout);

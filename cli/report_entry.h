@@ -3,8 +3,8 @@
 #pragma once
 
 #include "cli/json_type.h"
+#include "cli/room_options.h"
 
-#include <optional>
 #include <string>
 
 namespace tarn
@@ -15,7 +15,7 @@ struct ReportStyle
 {
     std::string layout;
     std::string theme;
-    std::optional<std::string> preset;
+    RoomOptions room; ///< fits the layout
 };
 
 /// Upmixes a recording as `tarn upmix` does, and measures and draws it in the same pass.

@@ -15,9 +15,9 @@ namespace tarn
 struct ReportPage
 {
     std::string title;
-    std::string theme;  ///< dark or light
-    std::string layout; ///< with its slots: 3.0 (FL FR FC)
-    std::string preset;
+    std::string theme;                   ///< dark or light
+    std::string layout;                  ///< with its slots: 3.0 (FL FR FC)
+    std::string settings;                ///< the preset, and the options that change it
     std::vector<Json> entries{};         ///< of measureEntry
     std::vector<std::string> failures{}; ///< messages about inputs without an entry
 };

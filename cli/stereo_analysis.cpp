@@ -47,7 +47,7 @@ constexpr std::array<KindText, 7> kTexts{{
     {.name = "dual-mono",
      .gain = "no",
      .brief = "dual mono, gains nothing",
-     .sentence = "dual mono: both sides are nearly identical, so an upmix moves everything to the centre"},
+     .sentence = "dual mono: both sides are nearly identical, so an upmix moves everything but the bass to the centre"},
     {.name = "opposite-phase",
      .gain = "no",
      .brief = "opposite phase, invert a side",

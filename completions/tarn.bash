@@ -53,11 +53,14 @@ _tarn() {
         case $before in
         --layout) words='2.0 3.0 5.1 7.1' ;;
         --preset) words='film music voice plain' ;;
+        --surrounds | --lfe) words='off' ;;
+        --bass) words='steered fronts' ;;
         --theme) words='dark light' ;;
-        -j | --jobs | --title) return ;;
+        -j | --jobs | --title | --gain | --centre | --width) return ;;
         *)
-            [[ $word != -* ]] || words='--help --help-all --output --recursive --jobs --layout --preset --theme --title
-                                        --force --quiet'
+            [[ $word != -* ]] || words='--help --help-all --output --recursive --jobs --layout --preset --centre --width
+                                        --surrounds --bass --gain --lfe --limiter --no-limiter --theme --title --force
+                                        --quiet'
             ;;
         esac
         ;;

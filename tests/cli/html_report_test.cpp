@@ -9,6 +9,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
 #include <regex>
 
 namespace tarn_cli
@@ -62,11 +66,26 @@ protected:
 
     std::string page(const std::vector<std::string>& arguments, int exitCode = 0) const
     {
-        std::vector<std::string> all{"report", "-o", "page.html"};
+        std::vector<std::string> all{"report", "--force", "-o", "page.html"};
         all.insert(all.end(), arguments.begin(), arguments.end());
         const Result result = tarn(all);
         EXPECT_EQ(result.exitCode, exitCode) << result.errors;
         return bytesOf(at("page.html"));
+    }
+
+    /// The report of tarn upmix about a file, with these options.
+    nlohmann::json upmixOf(const std::string& file, const std::vector<std::string>& options = {}) const
+    {
+        std::vector<std::string> all{"upmix", "--force", "--json", file, "upmixed.wav"};
+        all.insert(all.end(), options.begin(), options.end());
+        return nlohmann::json::parse(tarn(all).output);
+    }
+
+    /// A terminal that shows what a report prints.
+    std::string onTerminal(const std::string& arguments) const
+    {
+        const std::string command = "'" TARN_COMMAND "' report --force -o page.html " + arguments;
+        return runIn(directory, {.arguments = {"-qec", command, "/dev/null"}, .program = "script"}).output;
     }
 
     void expectRefusal(int exitCode, const std::string& message, const std::vector<std::string>& arguments) const
@@ -87,29 +106,164 @@ TEST_F(HtmlReport, Base64IsThatOfTheStandard)
     EXPECT_EQ(tarn::base64Of("\xff\xfe\xfd"), "//79");
 }
 
-TEST_F(HtmlReport, ShowsTheFiguresOfTheUpmix)
+TEST_F(HtmlReport, ShowsTheFiguresOfTheUpmixInTheOrderOfThePicture)
 {
-    const std::string html = page({"middle.wav"});
-    const Result upmix = tarn({"upmix", "--json", "middle.wav", "middle-3.0.wav"});
-    const auto report = nlohmann::json::parse(upmix.output);
+    const std::string html = page({"--layout", "7.1", "left.wav"});
+    const auto channels = upmixOf("left.wav", {"--layout", "7.1"}).at("channels");
     const std::vector<std::string> cells = groupsOf(html, "<td>([^<]*)</td>");
-    ASSERT_EQ(cells.size(), 9u);
-    for (std::size_t i = 0; i < 3; ++i) {
-        const auto& channel = report.at("channels").at(i);
-        EXPECT_EQ(cells[3 * i], channel.at("name").get<std::string>());
-        EXPECT_EQ(cells[3 * i + 1], tarn::formatted("%.1f", channel.at("peak_dbfs").get<double>()));
-        EXPECT_EQ(cells[3 * i + 2], tarn::formatted("%.1f", channel.at("rms_dbfs").get<double>()));
+    const std::array order{"FL", "FC", "FR", "SL", "SR", "BL", "BR", "LFE"};
+    ASSERT_EQ(channels.size(), order.size());
+    ASSERT_EQ(cells.size(), 3 * order.size());
+    const auto shown = [](const nlohmann::json& level) {
+        return level.is_null() ? "silent" : tarn::formatted("%.1f", level.get<double>());
+    };
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const auto channel = std::find_if(channels.begin(), channels.end(),
+                                          [&](const nlohmann::json& one) { return one.at("name") == order[i]; });
+        EXPECT_EQ(cells[3 * i], order[i]);
+        EXPECT_EQ(cells[3 * i + 1], shown(channel->at("peak_dbfs")));
+        EXPECT_EQ(cells[3 * i + 2], shown(channel->at("rms_dbfs")));
     }
-    EXPECT_NE(html.find("<h2>middle.wav</h2>"), std::string::npos);
-    EXPECT_NE(html.find("<p class=\"verdict\">Dual mono: "), std::string::npos);
+    EXPECT_NE(html.find("<h2>left.wav</h2>"), std::string::npos);
     EXPECT_EQ(countOf(html, "src=\"data:image/png;base64,iVBORw0KGgo"), 1u);
     EXPECT_EQ(countOf(html, "<script"), 0u);
 }
 
+TEST_F(HtmlReport, SoundOptionsAreThoseOfUpmix)
+{
+    const std::vector<std::string> options{"--preset", "voice",   "--centre", "2", "--width",     "0.5",
+                                           "--bass",   "steered", "--gain",   "6", "--no-limiter"};
+    std::vector<std::string> arguments{"middle.wav"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const std::string html = page(arguments);
+    const auto channels = upmixOf("middle.wav", options).at("channels");
+    const std::vector<std::string> cells = groupsOf(html, "<td>([^<]*)</td>");
+    ASSERT_EQ(cells.size(), 9u);
+    EXPECT_EQ(cells[1], tarn::formatted("%.1f", channels.at(0).at("peak_dbfs").get<double>()));
+    EXPECT_EQ(cells[4], tarn::formatted("%.1f", channels.at(2).at("peak_dbfs").get<double>()));
+    EXPECT_NE(html.find("with the preset voice, --centre 2, --width 0.5, --bass steered, --gain 6, --no-limiter. "),
+              std::string::npos);
+    EXPECT_EQ(countOf(html, "<dt>Limiter</dt>"), 0u);
+
+    expectRefusal(64, "--lfe: --layout 3.0 has no LFE channel",
+                  {"report", "--lfe", "0", "left.wav", "-o", "other.html"});
+    expectRefusal(64, "--centre: 13 is out of range", {"report", "--centre", "13", "left.wav", "-o", "other.html"});
+}
+
+TEST_F(HtmlReport, ClippedSamplesAreCounted)
+{
+    const auto upmix = upmixOf("left.wav", {"--no-limiter", "--gain", "18"});
+    ASSERT_GT(upmix.at("clipped_samples"), 0);
+    const std::string html = page({"left.wav", "--no-limiter", "--gain", "18"});
+    EXPECT_NE(html.find("<dt>Clipped in the upmix</dt>\n<dd>" + upmix.at("clipped_samples").dump() + " samples</dd>"),
+              std::string::npos);
+}
+
+TEST_F(HtmlReport, VerdictsAboutTheMiddleAgreeWithTheShares)
+{
+    Samples mono;
+    for (std::size_t i = 0; i < kFrames; ++i) mono.push_back(i / 240 % 2 == 0 ? 0x10000000 : -0x10000000);
+    writeAudio(at("mono.wav"), kWave16, 48000, 1, mono);
+    const auto verdict = [this](const std::vector<std::string>& arguments) {
+        return groupsOf(page(arguments), "<p class=\"verdict\">([^<]*)</p>").at(0);
+    };
+    const std::string isMono = "Mono: an upmix moves everything but the bass to the centre.";
+    EXPECT_EQ(verdict({"mono.wav"}), isMono);
+    EXPECT_EQ(verdict({"middle.wav"}),
+              "Dual mono: both sides are nearly identical, so an upmix moves everything but the "
+              "bass to the centre.");
+    const std::string isSteered = " Here the bass goes there too, because it is steered.";
+    EXPECT_EQ(verdict({"mono.wav", "--bass", "steered"}), isMono + isSteered);
+    EXPECT_EQ(verdict({"mono.wav", "--preset", "plain"}), isMono + isSteered);
+    EXPECT_EQ(verdict({"mono.wav", "--width", "0.25"}),
+              isMono + " With a width of 0.25, FL and FR play a part of the centre.");
+    EXPECT_EQ(verdict({"mono.wav", "--layout", "2.0"}), isMono + " In 2.0, FL and FR play the centre together.");
+}
+
+TEST_F(HtmlReport, VerdictsHaveTheirFigures)
+{
+    const auto figures = [this](const std::string& name, const Samples& samples) {
+        writeAudio(at(name), kWave16, 48000, 2, samples);
+        const std::vector<std::string> lines = groupsOf(page({name}), "</p>\n<p class=\"soft\">([^<]*)</p>\n<figure>");
+        return lines.empty() ? "" : lines.front();
+    };
+    // Side to mid is 4000 to 12000, left to right 2 to 1.
+    EXPECT_EQ(
+        figures("panned.wav", square(8000, 4000)),
+        "The correlation of left and right is 1.00 (1: equal, 0: nothing in common, -1: opposite). The side (left "
+        "minus right) is 9.5 dB softer than the middle (left plus right). Left is 6.0 dB louder than right.");
+    EXPECT_EQ(figures("equal.wav", square(8000, 8000)), "All samples of left and right are equal.");
+    EXPECT_EQ(figures("one.wav", square(8000, 0)), "One side has no sound.");
+    EXPECT_EQ(figures("silent.wav", Samples(2 * kFrames, 0)), "");
+
+    // Only a tone of 125 Hz is on both sides: 1 / 7.25 of the energy.
+    Samples shared;
+    for (std::size_t i = 0; i < 2 * kFrames; ++i) {
+        const std::size_t frame = i / 2;
+        const auto tone = [frame](double hz) {
+            return std::sin(2.0 * std::numbers::pi * hz * static_cast<double>(frame) / 48000.0);
+        };
+        shared.push_back(static_cast<std::int32_t>(4e8 * tone(125.0) + 1e9 * tone(i % 2 == 0 ? 1000.0 : 4000.0)));
+    }
+    EXPECT_EQ(
+        figures("shared.wav", shared),
+        "The correlation of left and right is 0.14 (1: equal, 0: nothing in common, -1: opposite). In the octave "
+        "around 125 Hz, which has 14 % of the energy, it is 1.00. The side (left minus right) is 1.2 dB softer than "
+        "the middle (left plus right). Left is as loud as right.");
+}
+
+TEST_F(HtmlReport, LoudnessDiffersByTheFiguresThatAreShown)
+{
+    std::vector<std::string> names;
+    for (int i = 0; i < 12; ++i) {
+        names.push_back(std::to_string(i) + ".wav");
+        writeAudio(at(names.back()), kWave16, 48000, 2, square(1000 + 137 * i, 300 * i));
+    }
+    const std::string html = page(names);
+    const std::vector<std::string> before = groupsOf(html, "before</dt>\n<dd>([-0-9.]+) LUFS</dd>");
+    const std::vector<std::string> after = groupsOf(html, "after</dt>\n<dd>([-0-9.]+) LUFS \\(");
+    const std::vector<std::string> difference = groupsOf(html, "LUFS \\(([-+0-9.]+) LU\\)</dd>");
+    ASSERT_EQ(difference.size(), names.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        EXPECT_EQ(difference[i], tarn::formatted("%+.1f", std::stod(after[i]) - std::stod(before[i]))) << names[i];
+}
+
+TEST_F(HtmlReport, LimiterHasItsShareOfTheTimeAndAdvice)
+{
+    writeAudio(at("loud.wav"), kWave16, 48000, 2, square(30000, 20000));
+    const auto limiter = upmixOf("loud.wav").at("limiter");
+    const std::string html = page({"loud.wav"});
+    EXPECT_EQ(groupsOf(html, "<dt>Limiter</dt>\n<dd>([^<]*)</dd>").at(0),
+              tarn::formatted("up to %.1f dB, ", limiter.at("largest_reduction_db").get<double>()) +
+                  tarn::formatted("%.0f %% of the time", 100.0 * limiter.at("seconds").get<double>() / 0.5));
+    const std::vector<std::string> gains =
+        groupsOf(html, "The limiter works much of the time\\. With --gain ([-0-9.]+), the upmix needs none\\.</p>");
+    ASSERT_EQ(gains.size(), 1u);
+    const std::string softer = page({"loud.wav", "--gain", gains.front()});
+    EXPECT_EQ(groupsOf(softer, "<dt>Limiter</dt>\n<dd>([^<]*)</dd>").at(0), "not needed");
+    EXPECT_EQ(countOf(softer, "class=\"advice\""), 0u);
+
+    // Only louder upmixes become softer with --loudness-match.
+    EXPECT_EQ(countOf(html, "--loudness-match"), 0u);
+    EXPECT_EQ(countOf(page({"middle.wav", "--gain", "18"}),
+                      "--loudness-match of tarn upmix lowers the gain until the upmix is as loud as the source.</p>"),
+              1u);
+
+    // Loud for 20 ms of 20 seconds.
+    Samples samples = square(30000, 20000);
+    samples.resize(1920);
+    samples.resize(1920000);
+    writeAudio(at("short.wav"), kWave16, 48000, 2, samples);
+    const std::string rare = page({"short.wav"});
+    EXPECT_EQ(groupsOf(rare, "<dd>up to [0-9.]+ dB, ([1-9] %) of the time</dd>").size(), 1u);
+    EXPECT_EQ(countOf(rare, "class=\"advice\""), 0u);
+}
+
 TEST_F(HtmlReport, LoudnessThatStaysHasNoMinus)
 {
-    // The engine makes a source at a side 3 dB softer; the gain makes up for it.
-    EXPECT_NE(page({"left.wav"}).find(" LUFS (+0.0 LU)</dd>"), std::string::npos);
+    // The engine makes a source at a side 3 dB softer; the gain makes up for it, except for less than 0.05 dB.
+    writeAudio(at("soft.wav"), kWave16, 48000, 2, square(7000, 0));
+    EXPECT_NE(page({"soft.wav"}).find(" LUFS (+0.0 LU)</dd>"), std::string::npos);
 }
 
 TEST_F(HtmlReport, PicturesAreThoseOfTheCommand)
@@ -128,20 +282,22 @@ TEST_F(HtmlReport, SeveralRecordingsHaveATable)
     EXPECT_EQ(groupsOf(html, "<article id=\"recording-([0-9]+)\">"), (std::vector<std::string>{"1", "2"}));
     EXPECT_NE(html.find("<h1>A &amp; B</h1>"), std::string::npos);
     EXPECT_NE(html.find("<html lang=\"en\" class=\"light\">"), std::string::npos);
-    EXPECT_NE(html.find("2 recordings, upmixed to 5.1 (FL FR FC LFE BL BR) with the preset film."), std::string::npos);
+    EXPECT_NE(html.find("2 recordings. Upmixed to 5.1 (FL FR FC LFE BL BR) with the preset film."), std::string::npos);
 }
 
-TEST_F(HtmlReport, TheTableHasTheWordsOfThePictureAndOfInfo)
+TEST_F(HtmlReport, TheTableHasTheColumnsThatThePageNeeds)
 {
-    const std::vector<std::string> front{"Recording",  "Length", "Upmixing gains", "Before, LUFS", "After, LUFS",
-                                         "Peak, dBFS", "Left",   "Centre",         "Right"};
-    EXPECT_EQ(groupsOf(page({"left.wav", "middle.wav"}), "<button type=\"button\">([^<]*)<"), front);
-    writeAudio(at("noise.wav"), kWave16, 48000, 2, stereoNoise(kFrames, 16));
-    std::vector<std::string> all = front;
-    all.emplace_back("Surround");
-    EXPECT_EQ(
-        groupsOf(page({"--force", "--layout", "5.1", "noise.wav", "middle.wav"}), "<button type=\"button\">([^<]*)<"),
-        all);
+    const auto headings = [this](std::vector<std::string> arguments) {
+        arguments.insert(arguments.end(), {"left.wav", "middle.wav"});
+        return groupsOf(page(arguments), "<button type=\"button\">([^<]*)</button>");
+    };
+    using Words = std::vector<std::string>;
+    EXPECT_EQ(headings({}), (Words{"Recording", "Length", "Worth it?", "Before, LUFS", "After, LUFS", "Limited", "Left",
+                                   "Centre", "Right"}));
+    EXPECT_EQ(headings({"--no-limiter"}), (Words{"Recording", "Length", "Worth it?", "Before, LUFS", "After, LUFS",
+                                                 "Peak, dBFS", "Left", "Centre", "Right"}));
+    writeAudio(at("wide.wav"), kWave16, 48000, 2, stereoNoise(kFrames, 16));
+    EXPECT_EQ(headings({"--layout", "5.1", "wide.wav"}).back(), "Surround");
 }
 
 TEST_F(HtmlReport, TextsFromFilesAreEscaped)
@@ -158,6 +314,7 @@ TEST_F(HtmlReport, InputsThatFailAreListed)
     const std::string html = page({"text.wav", "left.wav", "missing.wav"}, 65);
     EXPECT_EQ(countOf(html, "<article"), 1u);
     const std::vector<std::string> failures = groupsOf(html, "<li>([^<]*)</li>");
+    EXPECT_NE(html.find("One recording, <a href=\"#failures\">2 not upmixed</a>. Upmixed to 3.0"), std::string::npos);
     ASSERT_EQ(failures.size(), 2u);
     EXPECT_EQ(failures[0].substr(0, 9), "text.wav:");
     EXPECT_EQ(failures[1].substr(0, 12), "missing.wav:");
@@ -193,14 +350,35 @@ TEST_F(HtmlReport, InputsAboveFullScaleAreShown)
     const std::string clipped = bytesOf(at("page.html"));
     EXPECT_NE(clipped.find("<dt>Clipped in the input</dt>\n<dd>1 sample</dd>"), std::string::npos);
     EXPECT_EQ(countOf(clipped, "<dt>Input</dt>"), 0u);
-    EXPECT_EQ(countOf(page({"--force", "left.wav"}), "<dt>Input</dt>"), 0u);
+    EXPECT_EQ(countOf(page({"left.wav"}), "<dt>Input</dt>"), 0u);
 }
 
 TEST_F(HtmlReport, FoldersAreSearched)
 {
     std::filesystem::create_directory(at("music"));
     std::filesystem::rename(at("left.wav"), at("music/left.wav"));
-    EXPECT_EQ(countOf(page({"-r", "music"}), "<article"), 1u);
+    const std::string html = page({"-r", "music"});
+    EXPECT_EQ(countOf(html, "<article"), 1u);
+    EXPECT_NE(html.find("<p class=\"soft\">in music<br>"), std::string::npos);
+    expectRefusal(66, "music: is a folder; add --recursive to include the audio files below it",
+                  {"report", "middle.wav", "music", "-o", "other.html"});
+}
+
+TEST_F(HtmlReport, ANameThatIsTheTitleIsNotRepeated)
+{
+    EXPECT_EQ(groupsOf(page({"left.wav"}), "</h2>\n<p class=\"soft\">([^<]*)</p>"),
+              (std::vector<std::string>{"0:00, WAV (Microsoft), Signed 16 bit PCM, 48 kHz"}));
+}
+
+TEST_F(HtmlReport, ProgressIsShownOnATerminalUnlessQuiet)
+{
+    const std::string several = onTerminal("left.wav middle.wav");
+    EXPECT_NE(several.find("upmixing 1 of 2: left.wav"), std::string::npos) << several;
+    EXPECT_NE(several.find("upmixing 2 of 2: middle.wav"), std::string::npos) << several;
+    EXPECT_EQ(onTerminal("--quiet left.wav middle.wav"), "");
+    // Long enough for a fast machine to draw the bar before the end.
+    writeAudio(at("long.wav"), kWave16, 48000, 2, Samples(2 * 48000 * 120));
+    EXPECT_NE(onTerminal("long.wav").find("upmixing ["), std::string::npos);
 }
 
 TEST_F(HtmlReport, SilenceHasNoLoudness)
@@ -226,6 +404,8 @@ TEST_F(HtmlReport, WrongArgumentsLeaveNothing)
 {
     expectRefusal(64, "--output: page.txt is not a page; end the name in .html",
                   {"report", "left.wav", "-o", "page.txt"});
+    expectRefusal(64, "--output is required; write -o report.html", {"report", "left.wav"});
+    expectRefusal(64, "--output is required; write -o 'my page.html'", {"report", "left.wav", "my page.html"});
     expectRefusal(64, "-: a report reads files only", {"report", "-", "-o", "page.html"});
     expectRefusal(66, "page.html: not written, because no input could be upmixed",
                   {"report", "missing.wav", "-o", "page.html"});
@@ -251,8 +431,9 @@ TEST_F(HtmlReport, AnInputIsNeverReplaced)
 
 TEST_F(HtmlReport, IsWrittenInAPartPerRecordingToNeedLittleMemory)
 {
-    const tarn::ReportStyle style{.layout = "3.0", .theme = "dark", .preset = {}};
-    tarn::ReportPage page{.title = "Upmix report", .theme = "dark", .layout = "3.0 (FL FR FC)", .preset = "film"};
+    const tarn::ReportStyle style{.layout = "3.0", .theme = "dark", .room = {}};
+    tarn::ReportPage page{
+        .title = "Upmix report", .theme = "dark", .layout = "3.0 (FL FR FC)", .settings = "the preset film"};
     for (const char* const name : {"left.wav", "middle.wav", "left.wav"})
         page.entries.push_back(tarn::measureEntry(at(name), style, false, true));
     std::vector<std::string> parts;

@@ -95,6 +95,9 @@ TEST_F(Info, DualMonoGainsNothing)
 {
     const Json info = infoOf(noise(1.0, 1.0, 0.0));
     EXPECT_EQ(info["kind"], "dual-mono");
+    EXPECT_EQ(info["verdict"],
+              "dual mono: both sides are nearly identical, so an upmix moves everything but the bass to "
+              "the centre");
     EXPECT_EQ(info["gains"], "no");
     EXPECT_EQ(info["identical"], true);
     EXPECT_EQ(info["overall"]["correlation"], 1.0);
