@@ -16,9 +16,11 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 extern const BlockOperations kOperations = {
     .instructionSet = TARN_NAME(TARN_INSTRUCTION_SET),
     .readInputChannels = readInputChannels,
+    .readRows = readRows,
     .processCine3 = processCine3,
     .readSpeeds = readSpeeds,
     .writeOutput = writeOutput,
+    .writeRows = writeRows,
     .convertOutput = convertOutput,
     .remapOutput = remapOutput,
     .renderSurrounds = renderSurrounds,

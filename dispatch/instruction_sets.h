@@ -18,9 +18,11 @@ struct BlockOperations
     const char* instructionSet; ///< its name: "sse2", "avx2", "avx512"; "neon"; "generic"
 
     void (*readInputChannels)(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*readRows)(ZRKTarn& engine, const std::int32_t (&left)[64], const std::int32_t (&right)[64]) noexcept;
     void (*processCine3)(ZRKTarn& engine) noexcept;                                ///< without reading the input
     void (*readSpeeds)(const ZRKTarn& engine, std::int32_t (&speed)[16]) noexcept; ///< see cinema/speed_selection.h
     std::uint32_t (*writeOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*writeRows)(const ZRKTarn& engine, std::int32_t (*rows)[64]) noexcept;
     void (*convertOutput)(ZRKTarn& engine, std::uint32_t frames) noexcept;
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
     void (*renderSurrounds)(const ZRKTarn& engine, Surrounds& surrounds) noexcept; ///< see room/render_surrounds.h

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "stream/block_upmixer.h"
 
+#include "dispatch/instruction_sets.h"
 #include "host/reconfigure.h"
 
 #include <cstring>
@@ -39,6 +40,19 @@ BlockUpmixer::BlockUpmixer(const StreamConfiguration& configuration, std::uint32
 }
 
 void BlockUpmixer::process(const Row& left, const Row& right, Row (&outputRows)[4]) noexcept
+{
+    if (outputs == 4) {
+        processRemapped(left, right, outputRows);
+        return;
+    }
+    const BlockOperations& operations = chosenOperations();
+    operations.readRows(*processor.engine, left, right);
+    operations.processCine3(*processor.engine);
+    operations.writeRows(*processor.engine, outputRows);
+}
+
+/// The matrix works on the samples of a host's buffer: its sums wrap to their width.
+void BlockUpmixer::processRemapped(const Row& left, const Row& right, Row (&outputRows)[4]) noexcept
 {
     const std::size_t stride = slots * packed.bytes;
     packed.store(left, kBlockFrames, buffer, stride);

@@ -38,6 +38,7 @@ public:
     const ZRKTarn& engine() const noexcept { return *processor.engine; }
 
 private:
+    void processRemapped(const Row& left, const Row& right, Row (&outputs)[4]) noexcept;
     void callProcessor(std::uint32_t frames);
 
     zrk_tarn_processor_t processor;
