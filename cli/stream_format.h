@@ -48,11 +48,9 @@ constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) n
 {
     if (bits == 32) return leftJustified;
     const std::uint32_t shift = 32 - bits;
-    const auto word = static_cast<std::uint32_t>(leftJustified);
-    const std::uint32_t half = std::uint32_t{1} << (shift - 1);
-    const auto magnitude = static_cast<std::int32_t>(((leftJustified < 0 ? 0 - word : word) + half) >> shift);
-    const std::int32_t ceiling = (std::int32_t{1} << (bits - 1)) - 1;
-    return leftJustified < 0 ? -magnitude : std::min(magnitude, ceiling);
+    const std::int32_t half = std::int32_t{1} << (shift - 1);
+    const std::int32_t isNegative = leftJustified >> 31; // -1 or 0
+    return (std::min(leftJustified, INT32_MAX - half) + half + isNegative) >> shift;
 }
 
 /// The reverse for samples that fit the width.

@@ -31,21 +31,11 @@ MeterBoard::MeterBoard(const ZRKTarn& engine, std::uint32_t sampleRateHz, std::u
 
 void MeterBoard::addLevel(std::size_t slot, const Row& row) noexcept
 {
-    // Four sums side by side; a sum of squares of 16 or 24 bits is exact in any order.
-    constexpr std::size_t kSums = 4;
-    double largest[kSums]{};
-    double squares[kSums]{};
-    for (std::size_t i = 0; i < kBlockFrames; i += kSums) {
-        for (std::size_t k = 0; k < kSums; ++k) {
-            const auto value = static_cast<double>(row[i + k]);
-            largest[k] = std::max(largest[k], std::fabs(value));
-            squares[k] += value * value;
-        }
-    }
-    const double highest = std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3])) / fullScale;
-    const double sum = (squares[0] + squares[1] + (squares[2] + squares[3])) / (fullScale * fullScale);
+    const RowLevel level = chosenOperations().measureRow(row);
+    const double largest = std::max(static_cast<double>(level.highest), -static_cast<double>(level.lowest)) / fullScale;
+    const double sum = level.squares / (fullScale * fullScale);
     const float fallen = peak[slot].load(kRelaxed) * peakDecay;
-    peak[slot].store(std::max(static_cast<float>(highest), fallen > kTrace ? fallen : 0.0f), kRelaxed);
+    peak[slot].store(std::max(static_cast<float>(largest), fallen > kTrace ? fallen : 0.0f), kRelaxed);
     const float kept = meanSquare[slot].load(kRelaxed) * rmsDecay;
     const float updated = kept + (1.0f - rmsDecay) * static_cast<float>(sum / kBlockFrames);
     meanSquare[slot].store(updated > kTrace ? updated : 0.0f, kRelaxed);
