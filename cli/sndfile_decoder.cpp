@@ -7,6 +7,7 @@
 #include "cli/text.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <stdexcept>
 
 namespace tarn
@@ -54,6 +55,15 @@ SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descript
 
 std::size_t SndfileDecoder::read(std::int32_t* samples, std::size_t frames)
 {
+    if ((facts.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16) {
+        const auto channels = static_cast<std::size_t>(facts.channels);
+        shorts.resize(frames * channels);
+        const sf_count_t count = sf_readf_short(file.get(), shorts.data(), static_cast<sf_count_t>(frames));
+        const auto got = static_cast<std::size_t>(std::max<sf_count_t>(count, 0));
+        std::transform(shorts.begin(), shorts.begin() + static_cast<std::ptrdiff_t>(got * channels), samples,
+                       [](std::int16_t sample) { return sample * 0x10000; });
+        return got;
+    }
     const sf_count_t count = sf_readf_int(file.get(), samples, static_cast<sf_count_t>(frames));
     return static_cast<std::size_t>(std::max<sf_count_t>(count, 0));
 }

@@ -5,7 +5,10 @@
 #include "cli/decoder.h"
 #include "cli/file_window.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 #include <sndfile.h>
 
@@ -33,6 +36,7 @@ private:
 
     FileWindow window;
     std::unique_ptr<SNDFILE, Closer> file;
+    std::vector<std::int16_t> shorts{}; ///< samples of 16 bits, which libsndfile reads as they are
 };
 
 } // namespace tarn

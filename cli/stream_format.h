@@ -48,11 +48,15 @@ constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) n
 {
     if (bits == 32) return leftJustified;
     const std::uint32_t shift = 32 - bits;
-    const std::int64_t wide = leftJustified;
-    const std::int64_t magnitude = ((wide < 0 ? -wide : wide) + (std::int64_t{1} << (shift - 1))) >> shift;
-    const std::int64_t ceiling = (std::int64_t{1} << (bits - 1)) - 1;
-    if (wide < 0) return static_cast<std::int32_t>(-magnitude);
-    return static_cast<std::int32_t>(magnitude < ceiling ? magnitude : ceiling);
+    const std::int32_t half = std::int32_t{1} << (shift - 1);
+    const std::int32_t isNegative = leftJustified >> 31; // -1 or 0
+    return (std::min(leftJustified, INT32_MAX - half) + half + isNegative) >> shift;
+}
+
+/// The reverse for samples that fit the width.
+constexpr std::int32_t leftJustified(std::int32_t sample, std::uint32_t bits) noexcept
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(sample) << (32 - bits));
 }
 
 /// Converts a sample of full scale 1 to a left-justified one: rounds half away from zero and saturates.

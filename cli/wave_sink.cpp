@@ -34,6 +34,7 @@ int subtypeOf(std::uint32_t bits) noexcept
 
 WaveSink::WaveSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents)
     : slotCount(contents.layout.slots),
+      bits(contents.format.bits),
       metadata(contents.metadata),
       file(path, force, input, contents.beforeNaming),
       target{file.descriptor()}
@@ -60,7 +61,14 @@ WaveSink::~WaveSink()
 void WaveSink::write(const std::int32_t* samples, std::size_t frames)
 {
     const auto count = static_cast<sf_count_t>(frames);
-    check(sf_writef_int(handle, samples, count) == count && target.error == 0);
+    if (bits == 16) {
+        shorts.resize(frames * slotCount);
+        std::transform(samples, samples + shorts.size(), shorts.begin(),
+                       [](std::int32_t sample) { return static_cast<std::int16_t>(sample >> 16); });
+        check(sf_writef_short(handle, shorts.data(), count) == count && target.error == 0);
+    } else {
+        check(sf_writef_int(handle, samples, count) == count && target.error == 0);
+    }
 }
 
 void WaveSink::finish()

@@ -46,6 +46,8 @@ private:
     void check(bool succeeded) const;
 
     std::uint32_t slotCount;
+    std::uint32_t bits;                 ///< of a sample
+    std::vector<std::int16_t> shorts{}; ///< samples of 16 bits, which libsndfile writes as they are
     Metadata metadata;
     OutputFile file;
     Target target;

@@ -4,6 +4,8 @@
 #include "cinema/speed_selection.h"
 #include "dispatch/instruction_sets.h"
 #include "io/block_io.h"
+#include "io/interleave.h"
+#include "io/row_level.h"
 #include "room/render_surrounds.h"
 #include "room/true_peak.h"
 
@@ -15,12 +17,16 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 
 extern const BlockOperations kOperations = {
     .instructionSet = TARN_NAME(TARN_INSTRUCTION_SET),
+    .interleavingOf = interleavingOf,
     .readInputChannels = readInputChannels,
+    .readRows = readRows,
     .processCine3 = processCine3,
     .readSpeeds = readSpeeds,
     .writeOutput = writeOutput,
+    .writeRows = writeRows,
     .convertOutput = convertOutput,
     .remapOutput = remapOutput,
+    .measureRow = measureRow,
     .renderSurrounds = renderSurrounds,
     .findTruePeak = findTruePeak,
 };

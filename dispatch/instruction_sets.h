@@ -3,6 +3,8 @@
 #pragma once
 
 #include "engine/zrk_tarn.h"
+#include "io/interleave.h"
+#include "io/row_level.h"
 #include "room/peak_window.h"
 #include "room/surrounds.h"
 
@@ -17,12 +19,16 @@ struct BlockOperations
 {
     const char* instructionSet; ///< its name: "sse2", "avx2", "avx512"; "neon"; "generic"
 
+    const Interleaving& (*interleavingOf)(SampleFormat format, std::size_t slots) noexcept; ///< see io/interleave.h
     void (*readInputChannels)(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*readRows)(ZRKTarn& engine, const std::int32_t (&left)[64], const std::int32_t (&right)[64]) noexcept;
     void (*processCine3)(ZRKTarn& engine) noexcept;                                ///< without reading the input
     void (*readSpeeds)(const ZRKTarn& engine, std::int32_t (&speed)[16]) noexcept; ///< see cinema/speed_selection.h
     std::uint32_t (*writeOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    void (*writeRows)(const ZRKTarn& engine, std::int32_t (*rows)[64]) noexcept;
     void (*convertOutput)(ZRKTarn& engine, std::uint32_t frames) noexcept;
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
+    RowLevel (*measureRow)(const std::int32_t (&row)[64]) noexcept;
     void (*renderSurrounds)(const ZRKTarn& engine, Surrounds& surrounds) noexcept; ///< see room/render_surrounds.h
     float (*findTruePeak)(const PeakWindow& window, std::int32_t rows, float floor) noexcept; ///< see room/true_peak.h
 };

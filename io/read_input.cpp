@@ -64,4 +64,10 @@ void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t chan
     }
 }
 
+void readRows(ZRKTarn& engine, const std::int32_t (&left)[64], const std::int32_t (&right)[64]) noexcept
+{
+    convertInput(left, engine.inputScale, engine.inputHistory[0] + 1024 - 64);
+    convertInput(right, engine.inputScale, engine.inputHistory[1] + 1024 - 64);
+}
+
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

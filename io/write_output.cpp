@@ -47,6 +47,12 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
     return written ? 1 : 0;
 }
 
+void writeRows(const ZRKTarn& engine, std::int32_t (*rows)[64]) noexcept
+{
+    const HostRange range(engine);
+    for (int k = 0; k < 3; ++k) convertRow(engine.outputBlock[k], range, rows[k]);
+}
+
 // cppcheck-suppress constParameter ; it writes rows of the engine
 void convertOutput(ZRKTarn& engine, std::uint32_t frames) noexcept
 {

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #include "stream/block_upmixer.h"
 
+#include "dispatch/instruction_sets.h"
 #include "host/reconfigure.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace zrk_tarn
@@ -24,14 +26,15 @@ void setUp(zrk_tarn_processor_t& processor, SteeringMode mode) noexcept
 
 } // namespace
 
-BlockUpmixer::BlockUpmixer(const StreamConfiguration& configuration, std::uint32_t bits)
+BlockUpmixer::BlockUpmixer(const StreamConfiguration& configuration, std::uint32_t sampleBits)
     : assignment(configuration.remap ? kRemapped : kPlain),
       sampleRateHz(configuration.sampleRateHz),
       slots(configuration.remap ? 8 : 3),
-      outputs(configuration.remap ? 4 : 3),
-      packed(rowsOf(bits == 16   ? SampleFormat::S16
-                    : bits == 24 ? SampleFormat::S24
-                                 : SampleFormat::S32))
+      bits(sampleBits),
+      packed(chosenOperations().interleavingOf(bits == 16   ? SampleFormat::S16
+                                               : bits == 24 ? SampleFormat::S24
+                                                            : SampleFormat::S32,
+                                               slots))
 {
     if (configuration.remap) setRemap(*configuration.remap);
     setUp(processor, configuration.mode);
@@ -40,13 +43,27 @@ BlockUpmixer::BlockUpmixer(const StreamConfiguration& configuration, std::uint32
 
 void BlockUpmixer::process(const Row& left, const Row& right, Row (&outputRows)[4]) noexcept
 {
-    const std::size_t stride = slots * packed.bytes;
-    packed.store(left, kBlockFrames, buffer, stride);
-    packed.store(right, kBlockFrames, buffer + packed.bytes, stride);
+    if (slots == kMaxSlots) {
+        processRemapped(left, right, outputRows);
+        return;
+    }
+    const BlockOperations& operations = chosenOperations();
+    operations.readRows(*processor.engine, left, right);
+    operations.processCine3(*processor.engine);
+    operations.writeRows(*processor.engine, outputRows);
+}
+
+/// The matrix works on the samples of a host's buffer: its sums wrap to their width.
+void BlockUpmixer::processRemapped(const Row& left, const Row& right, Row (&outputRows)[4]) noexcept
+{
+    Row rows[kMaxSlots]{};
+    std::copy_n(left, kBlockFrames, rows[0]);
+    std::copy_n(right, kBlockFrames, rows[1]);
+    packed.store(rows, 0, kBlockFrames, buffer);
     callProcessor(kBlockFrames);
     SampleFaults none; // integers have no faults
-    for (std::size_t row = 0; row < outputs; ++row)
-        packed.load(buffer + row * packed.bytes, stride, kBlockFrames, outputRows[row], none);
+    packed.load(buffer, kBlockFrames, rows, 0, none);
+    for (std::size_t row = 0; row < 4; ++row) std::copy_n(rows[row], kBlockFrames, outputRows[row]);
 }
 
 void BlockUpmixer::setRemap(const RemapGains& gains) noexcept
@@ -70,7 +87,7 @@ void BlockUpmixer::restart(SteeringMode mode) noexcept
 
 void BlockUpmixer::callProcessor(std::uint32_t frames)
 {
-    processor.process(buffer, frames, slots, sampleRateHz, packed.bits, &assignment);
+    processor.process(buffer, frames, slots, sampleRateHz, bits, &assignment);
 }
 
 } // namespace zrk_tarn

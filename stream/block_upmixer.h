@@ -38,14 +38,15 @@ public:
     const ZRKTarn& engine() const noexcept { return *processor.engine; }
 
 private:
+    void processRemapped(const Row& left, const Row& right, Row (&outputs)[4]) noexcept;
     void callProcessor(std::uint32_t frames);
 
     zrk_tarn_processor_t processor;
     audio_channel_assignment_t assignment;
     std::uint32_t sampleRateHz;
-    std::uint32_t slots;   ///< of the buffer
-    std::uint32_t outputs; ///< that the engine writes
-    const SampleRows& packed;
+    std::uint32_t slots; ///< of a buffer: left, right, centre; with a remap matrix kMaxSlots
+    std::uint32_t bits;
+    const Interleaving& packed;
     std::byte buffer[kBlockFrames * kMaxSlots * sizeof(std::int32_t)]{}; ///< interleaved
 };
 

@@ -31,13 +31,9 @@ MeterBoard::MeterBoard(const ZRKTarn& engine, std::uint32_t sampleRateHz, std::u
 
 void MeterBoard::addLevel(std::size_t slot, const Row& row) noexcept
 {
-    double largest = 0.0;
-    double sum = 0.0;
-    for (const std::int32_t sample : row) {
-        const double value = static_cast<double>(sample) / fullScale;
-        largest = std::max(largest, std::fabs(value));
-        sum += value * value;
-    }
+    const RowLevel level = chosenOperations().measureRow(row);
+    const double largest = std::max(static_cast<double>(level.highest), -static_cast<double>(level.lowest)) / fullScale;
+    const double sum = level.squares / (fullScale * fullScale);
     const float fallen = peak[slot].load(kRelaxed) * peakDecay;
     peak[slot].store(std::max(static_cast<float>(largest), fallen > kTrace ? fallen : 0.0f), kRelaxed);
     const float kept = meanSquare[slot].load(kRelaxed) * rmsDecay;

@@ -1,8 +1,9 @@
-// Converts samples between a host's memory and rows of integers.
+// Converts between a host's buffers and rows of integers.
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "lanes/exact_floats.h"
+#include "io/interleave.h"
+#include "room/block.h"
 #include "stream/stream_types.h"
 
 #include <cstddef>
@@ -11,30 +12,35 @@
 namespace zrk_tarn
 {
 
-/// Counts of samples that could not be converted exactly.
-struct SampleFaults
+/// The samples of a host: an interleaved buffer, or a buffer of floats for every slot. Input buffers are only read.
+struct HostBuffers
 {
-    std::uint64_t saturated = 0; ///< samples beyond full scale
-    std::uint64_t invalid = 0;   ///< NaN, read as silence
+    std::byte* interleaved = nullptr;
+    float* const* planar = nullptr;
 };
 
-/// Converters of one sample format. Samples of a slot are stride bytes apart and need no alignment.
-///
-/// Integers keep their width. Floats become integers of 32 bits, rounded half away from zero.
-struct SampleRows
+/// The conversion of a stream's buffers. Integers keep their width; floats become integers of 32 bits.
+class SampleRows
 {
-    std::uint32_t bits; ///< width of the integers in a row
-    std::size_t bytes;  ///< size of a sample in the host's memory
+public:
+    SampleRows(SampleFormat format, std::size_t slots) noexcept;
 
-    /// Reads frames into a row.
-    void (*load)(const std::byte* first, std::size_t stride, std::size_t frames, std::int32_t* row,
-                 SampleFaults& faults) noexcept;
+    /// Reads frames from a place of the buffers into rows, from offset on. A null buffer is silence.
+    void load(const HostBuffers& from, std::size_t place, std::size_t frames, Row* rows, std::size_t offset,
+              SampleFaults& faults) const noexcept;
 
-    /// Writes frames from a row.
-    void (*store)(const std::int32_t* row, std::size_t frames, std::byte* first, std::size_t stride) noexcept;
+    /// Writes frames of rows, from offset on, to a place of the buffers. Nothing is written to a null buffer.
+    void store(const Row* rows, std::size_t offset, std::size_t frames, const HostBuffers& to,
+               std::size_t place) const noexcept;
+
+private:
+    std::size_t slots;
+    std::size_t frameBytes;
+    const Interleaving& all; ///< of all slots
+    const Interleaving& one; ///< of a single slot
 };
 
-/// The converters of a format.
-const SampleRows& rowsOf(SampleFormat format) noexcept;
+/// Width of the integers in the rows of a format.
+std::uint32_t bitsOf(SampleFormat format) noexcept;
 
 } // namespace zrk_tarn

@@ -6,9 +6,9 @@
 #include "lanes/float_environment.h"
 #include "stream/block_delay.h"
 #include "stream/block_upmixer.h"
-#include "stream/host_rows.h"
 #include "stream/meter_board.h"
 #include "stream/output_stage.h"
+#include "stream/sample_rows.h"
 
 #include <algorithm>
 #include <atomic>
@@ -42,18 +42,20 @@ class UpmixStream::State
 public:
     explicit State(const StreamConfiguration& streamConfiguration)
         : configuration(streamConfiguration),
-          samples(rowsOf(configuration.format)),
+          bits(bitsOf(configuration.format)),
           bass(configuration.bass),
           mode(configuration.mode),
-          upmixer(configuration, samples.bits),
+          input(configuration.format, configuration.inputSlots),
+          output(configuration.format, configuration.outputSlots),
+          upmixer(configuration, bits),
           appliedMode(configuration.mode),
-          outputStage(configuration, samples.bits),
-          meters(upmixer.engine(), configuration.sampleRateHz, samples.bits)
+          outputStage(configuration, bits),
+          meters(upmixer.engine(), configuration.sampleRateHz, bits)
     {}
 
-    /// Reads frames from input rows and writes as many to output rows. Reads every frame before it writes one in its
-    /// place. Null rows are silence, or are not written.
-    [[gnu::noinline]] void processFrames(const HostRows& input, const HostRows& output, std::size_t frames) noexcept;
+    /// Reads frames of the input and writes as many of the output. Reads every frame before it writes one in its place.
+    /// Null buffers are silence, or are not written.
+    [[gnu::noinline]] void processFrames(const HostBuffers& from, const HostBuffers& to, std::size_t frames) noexcept;
 
     /// Makes the tail as long as the latency again, after input.
     void renewTail() noexcept { tailFrames = latencyFrames(configuration); }
@@ -71,7 +73,7 @@ public:
     void reset() noexcept;
 
     const StreamConfiguration configuration;
-    const SampleRows& samples;
+    const std::uint32_t bits; ///< width of the samples in rows
 
     // Any thread writes these.
     std::atomic<bool> bypassed = false;
@@ -99,6 +101,8 @@ private:
                 .limiting = limiting.load(kRelaxed)};
     }
 
+    SampleRows input;
+    SampleRows output;
     BlockUpmixer upmixer;
     SteeringMode appliedMode;
     Row inputRows[kMaxSlots]{};
@@ -113,7 +117,7 @@ private:
     MeterBoard meters;
 };
 
-void UpmixStream::State::processFrames(const HostRows& input, const HostRows& output, std::size_t frames) noexcept
+void UpmixStream::State::processFrames(const HostBuffers& from, const HostBuffers& to, std::size_t frames) noexcept
 {
     if (frames > 0 && !started) {
         started = true;
@@ -121,21 +125,8 @@ void UpmixStream::State::processFrames(const HostRows& input, const HostRows& ou
     }
     for (std::size_t done = 0; done < frames;) {
         const std::size_t count = std::min(frames - done, kBlockFrames - filledFrames);
-        Row loaded[kMaxSlots];
-        for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot) {
-            const auto& [first, stride] = input.row[slot];
-            if (first != nullptr) {
-                samples.load(first + done * stride, stride, count, loaded[slot], faults);
-            } else {
-                std::fill_n(loaded[slot], count, 0);
-            }
-        }
-        for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) {
-            const auto& [first, stride] = output.row[slot];
-            if (first != nullptr) samples.store(outputRows[slot] + filledFrames, count, first + done * stride, stride);
-        }
-        for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
-            std::copy_n(loaded[slot], count, inputRows[slot] + filledFrames);
+        input.load(from, done, count, inputRows, filledFrames, faults);
+        output.store(outputRows, filledFrames, count, to, done);
         filledFrames += count;
         done += count;
         if (filledFrames == kBlockFrames) processBlock();
@@ -183,19 +174,17 @@ UpmixStream& UpmixStream::operator=(UpmixStream&&) noexcept = default;
 void UpmixStream::process(const void* input, void* output, std::size_t frames) noexcept
 {
     const DefaultFloatEnvironment environment;
-    const std::size_t sampleBytes = state->samples.bytes;
-    // Input rows are only read.
-    state->processFrames(interleavedRows(const_cast<void*>(input), state->configuration.inputSlots, sampleBytes),
-                         interleavedRows(output, state->configuration.outputSlots, sampleBytes), frames);
+    // Input buffers are only read.
+    state->processFrames({.interleaved = static_cast<std::byte*>(const_cast<void*>(input))},
+                         {.interleaved = static_cast<std::byte*>(output)}, frames);
     if (frames > 0) state->renewTail();
 }
 
 void UpmixStream::processPlanar(const float* const* input, float* const* output, std::size_t frames) noexcept
 {
     const DefaultFloatEnvironment environment;
-    // Input rows are only read.
-    state->processFrames(planarRows(const_cast<float* const*>(input), state->configuration.inputSlots),
-                         planarRows(output, state->configuration.outputSlots), frames);
+    // Input buffers are only read.
+    state->processFrames({.planar = const_cast<float* const*>(input)}, {.planar = output}, frames);
     if (frames > 0) state->renewTail();
 }
 
@@ -203,7 +192,7 @@ std::size_t UpmixStream::drain(void* output, std::size_t frames) noexcept
 {
     const DefaultFloatEnvironment environment;
     const std::size_t drained = state->shortenTail(frames);
-    state->processFrames({}, interleavedRows(output, state->configuration.outputSlots, state->samples.bytes), drained);
+    state->processFrames({}, {.interleaved = static_cast<std::byte*>(output)}, drained);
     return drained;
 }
 

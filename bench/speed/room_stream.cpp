@@ -15,14 +15,13 @@ using Source = zrk_tarn::OutputSlot::Source;
 
 constexpr Format kFormat{"48 kHz, 32 bit", 48000, 32, false};
 
-/// Reads a channel of a host buffer.
-void read(const Stream<ZRKTarn>& from, std::size_t channel, zrk_tarn::Row& row)
+/// Reads the channels of a host buffer.
+void read(const Stream<ZRKTarn>& from, zrk_tarn::Row* rows)
 {
     zrk_tarn::SampleFaults none; // integers have no faults
-    const std::size_t bytes = kFormat.sampleBytes();
-    zrk_tarn::rowsOf(zrk_tarn::SampleFormat::S32)
-        .load(reinterpret_cast<const std::byte*>(from.buffer().data()) + channel * bytes, kFormat.slots() * bytes,
-              zrk_tarn::kBlockFrames, row, none);
+    zrk_tarn::chosenOperations()
+        .interleavingOf(zrk_tarn::SampleFormat::S32, kFormat.slots())
+        .load(reinterpret_cast<const std::byte*>(from.buffer().data()), zrk_tarn::kBlockFrames, rows, 0, none);
 }
 
 } // namespace
@@ -85,11 +84,9 @@ void RoomStream::run(std::size_t blocks)
 
 void RoomStream::delayInput()
 {
-    for (std::size_t channel = 0; channel < 2; ++channel) {
-        zrk_tarn::Row row;
-        read(stream, channel, row);
-        delays[channel].delayBlock(row, delayed[channel]);
-    }
+    zrk_tarn::Row rows[zrk_tarn::kMaxSlots];
+    read(stream, rows);
+    for (std::size_t channel = 0; channel < 2; ++channel) delays[channel].delayBlock(rows[channel], delayed[channel]);
 }
 
 void RoomStream::renderSurrounds(std::size_t pairs)
@@ -99,7 +96,10 @@ void RoomStream::renderSurrounds(std::size_t pairs)
 
 void RoomStream::takeUpmixed()
 {
-    for (std::size_t channel = 0; channel < 3; ++channel) read(stream, channel, upmixed[channel]);
+    zrk_tarn::Row rows[zrk_tarn::kMaxSlots];
+    read(stream, rows);
+    for (std::size_t channel = 0; channel < 3; ++channel)
+        std::copy_n(rows[channel], zrk_tarn::kBlockFrames, upmixed[channel]);
 }
 
 } // namespace speed

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <fstream>
 #include <limits>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -152,4 +153,19 @@ TEST(InstructionSets, ShareNoSymbolWithTheRestOfTheLibrary)
         }
     }
     EXPECT_GT(seen, 0u) << "no objects in " TARN_INSTRUCTION_SET_OBJECTS;
+}
+
+// An option can switch a set off without a word.
+TEST(InstructionSets, UseTheirRegisters)
+{
+    const std::map<std::string, std::string> registers{{"sse2", "%xmm"}, {"avx2", "%ymm"}, {"avx512", "%zmm"}};
+    std::map<std::string, std::size_t> uses;
+    std::ifstream list(TARN_INSTRUCTION_SET_OBJECTS);
+    for (std::string set, object; list >> set >> object;) {
+        if (!registers.contains(set)) continue;
+        uses.try_emplace(set);
+        for (const std::string& line : linesOf(TARN_OBJDUMP " --disassemble --no-show-raw-insn '" + object + "'"))
+            if (line.find(registers.at(set)) != std::string::npos) ++uses[set];
+    }
+    for (const auto& [set, count] : uses) EXPECT_GT(count, 1000u) << set;
 }
