@@ -19,7 +19,7 @@ struct BlockOperations
 {
     const char* instructionSet; ///< its name: "sse2", "avx2", "avx512"; "neon"; "generic"
 
-    const Interleaving& (*interleavingOf)(SampleFormat format, std::size_t slots) noexcept; ///< see io/interleave.h
+    const Interleaving& (*interleavingOf)(SampleType type, std::size_t slots) noexcept; ///< see io/interleave.h
     void (*readInputChannels)(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
     void (*readRows)(ZRKTarn& engine, const std::int32_t (&left)[64], const std::int32_t (&right)[64]) noexcept;
     void (*processCine3)(ZRKTarn& engine) noexcept;                                ///< without reading the input

@@ -129,16 +129,16 @@ constexpr Interleaving kInterleavings[] = {kInterleaving<Sample, 1>, kInterleavi
 
 } // namespace
 
-const Interleaving& interleavingOf(SampleFormat format, std::size_t slots) noexcept
+const Interleaving& interleavingOf(SampleType type, std::size_t slots) noexcept
 {
-    switch (format) {
-    case SampleFormat::S16:
+    switch (type) {
+    case SampleType::Int16:
         return kInterleavings<Integer<2, 2>>[slots - 1];
-    case SampleFormat::S24:
+    case SampleType::Int24:
         return kInterleavings<Integer<3, 3>>[slots - 1];
-    case SampleFormat::S24In32:
+    case SampleType::Int24In32:
         return kInterleavings<Integer<3, 4>>[slots - 1];
-    case SampleFormat::S32:
+    case SampleType::Int32:
         return kInterleavings<Integer<4, 4>>[slots - 1];
     default:
         return kInterleavings<Float>[slots - 1];

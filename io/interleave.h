@@ -3,13 +3,22 @@
 #pragma once
 
 #include "lanes/exact_floats.h"
-#include "stream/stream_types.h"
 
 #include <cstddef>
 #include <cstdint>
 
 namespace zrk_tarn
 {
+
+/// Samples in a host's memory. Integers are little-endian.
+enum class SampleType : std::uint8_t
+{
+    Int16,
+    Int24,     ///< in 3 bytes
+    Int24In32, ///< in the low 3 of 4 bytes; the fourth is ignored on input and sign extension on output
+    Int32,
+    Float32 ///< full scale 1; integers of 32 bits in rows, rounded half away from zero
+};
 
 /// Counts of samples that could not be converted exactly.
 struct SampleFaults
@@ -32,8 +41,8 @@ struct Interleaving
 namespace TARN_INSTRUCTION_SET
 {
 
-/// The conversion for a format and 1 to 8 slots.
-const Interleaving& interleavingOf(SampleFormat format, std::size_t slots) noexcept;
+/// The conversion for a type and 1 to 8 slots.
+const Interleaving& interleavingOf(SampleType type, std::size_t slots) noexcept;
 
 } // namespace TARN_INSTRUCTION_SET
 

@@ -31,9 +31,9 @@ BlockUpmixer::BlockUpmixer(const StreamConfiguration& configuration, std::uint32
       sampleRateHz(configuration.sampleRateHz),
       slots(configuration.remap ? 8 : 3),
       bits(sampleBits),
-      packed(chosenOperations().interleavingOf(bits == 16   ? SampleFormat::S16
-                                               : bits == 24 ? SampleFormat::S24
-                                                            : SampleFormat::S32,
+      packed(chosenOperations().interleavingOf(bits == 16   ? SampleType::Int16
+                                               : bits == 24 ? SampleType::Int24
+                                                            : SampleType::Int32,
                                                slots))
 {
     if (configuration.remap) setRemap(*configuration.remap);

@@ -12,26 +12,33 @@ namespace zrk_tarn
 namespace
 {
 
-/// Size of a sample in a host's memory.
-std::size_t bytesOf(SampleFormat format) noexcept
+/// A format of a host's samples.
+struct Format
 {
-    switch (format) {
-    case SampleFormat::S16:
-        return 2;
-    case SampleFormat::S24:
-        return 3;
-    default:
-        return 4;
-    }
+    SampleType type;
+    std::size_t bytes;  ///< of a sample
+    std::uint32_t bits; ///< of the integers in rows
+};
+
+/// In the order of SampleFormat.
+constexpr Format kFormats[] = {{SampleType::Int16, 2, 16},
+                               {SampleType::Int24, 3, 24},
+                               {SampleType::Int24In32, 4, 24},
+                               {SampleType::Int32, 4, 32},
+                               {SampleType::Float32, 4, 32}};
+
+const Format& find(SampleFormat format) noexcept
+{
+    return kFormats[static_cast<std::size_t>(format)];
 }
 
 } // namespace
 
 SampleRows::SampleRows(SampleFormat format, std::size_t slotCount) noexcept
     : slots(slotCount),
-      frameBytes(slotCount * bytesOf(format)),
-      all(chosenOperations().interleavingOf(format, slotCount)),
-      one(chosenOperations().interleavingOf(format, 1))
+      frameBytes(slotCount * find(format).bytes),
+      all(chosenOperations().interleavingOf(find(format).type, slotCount)),
+      one(chosenOperations().interleavingOf(find(format).type, 1))
 {}
 
 void SampleRows::load(const HostBuffers& from, std::size_t place, std::size_t frames, Row* rows, std::size_t offset,
@@ -65,15 +72,7 @@ void SampleRows::store(const Row* rows, std::size_t offset, std::size_t frames, 
 
 std::uint32_t bitsOf(SampleFormat format) noexcept
 {
-    switch (format) {
-    case SampleFormat::S16:
-        return 16;
-    case SampleFormat::S24:
-    case SampleFormat::S24In32:
-        return 24;
-    default:
-        return 32;
-    }
+    return find(format).bits;
 }
 
 } // namespace zrk_tarn

@@ -20,7 +20,7 @@ void read(const Stream<ZRKTarn>& from, zrk_tarn::Row* rows)
 {
     zrk_tarn::SampleFaults none; // integers have no faults
     zrk_tarn::chosenOperations()
-        .interleavingOf(zrk_tarn::SampleFormat::S32, kFormat.slots())
+        .interleavingOf(zrk_tarn::SampleType::Int32, kFormat.slots())
         .load(reinterpret_cast<const std::byte*>(from.buffer().data()), zrk_tarn::kBlockFrames, rows, 0, none);
 }
 

@@ -52,6 +52,12 @@ extern "C" sf_count_t sf_readf_int(SNDFILE* file, int* samples, sf_count_t frame
     return hiddenBy(sf_readf_int, "sf_readf_int")(file, samples, frames);
 }
 
+extern "C" sf_count_t sf_readf_short(SNDFILE* file, short* samples, sf_count_t frames)
+{
+    crashForCertainNames();
+    return hiddenBy(sf_readf_short, "sf_readf_short")(file, samples, frames);
+}
+
 extern "C" sf_count_t sf_readf_double(SNDFILE* file, double* samples, sf_count_t frames)
 {
     crashForCertainNames();
