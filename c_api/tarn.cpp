@@ -112,6 +112,7 @@ tarn_meters metersOf(const tarn_stream& stream)
     std::copy(std::begin(from.groupPlace), std::end(from.groupPlace), meters.group_place);
     std::copy(std::begin(from.groupCentre), std::end(from.groupCentre), meters.group_centre);
     std::copy(std::begin(from.groupUpperHz), std::end(from.groupUpperHz), meters.group_upper_hz);
+    std::copy(std::begin(from.groupSurround), std::end(from.groupSurround), meters.group_surround);
     return meters;
 }
 

@@ -155,6 +155,9 @@ typedef struct tarn_meters
     float group_place[TARN_BAND_GROUPS];
     float group_centre[TARN_BAND_GROUPS];   /**< per band group: share of the centre in these squares, 0 to 1 */
     float group_upper_hz[TARN_BAND_GROUPS]; /**< upper edge; the lower edge is that of the group before, or 0 */
+    /** Per band group: root of the sum of the mean squares in all surround channels, two or four, over about 300 ms,
+     * before their gain, bass mode, limiter and bypass. 0 without surround slots. */
+    float group_surround[TARN_BAND_GROUPS];
 } tarn_meters;
 
 /** A stream. */

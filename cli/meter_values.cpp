@@ -74,7 +74,8 @@ Json jsonOf(const MeterValues& values)
         groups.push_back({{"upper_hz", group.upperHz},
                           {"level_dbfs", finiteOrNull(decibels(group.level))},
                           {"place", group.place},
-                          {"centre", group.centre}});
+                          {"centre", group.centre},
+                          {"surround_dbfs", finiteOrNull(decibels(group.surround))}});
     return {{"seconds", values.seconds},
             {"momentary_lufs", finiteOrNull(values.momentary)},
             {"integrated_lufs", finiteOrNull(values.integrated)},

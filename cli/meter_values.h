@@ -15,10 +15,11 @@ namespace tarn
 /// A band group in the outputs of the engine.
 struct GroupValue
 {
-    double upperHz = 0.0; ///< upper edge
-    double level = 0.0;   ///< full scale 1
-    double place = 0.0;   ///< share of the left minus that of the right, -1 to 1
-    double centre = 0.0;  ///< share of the centre, 0 to 1
+    double upperHz = 0.0;  ///< upper edge
+    double level = 0.0;    ///< full scale 1
+    double place = 0.0;    ///< share of the left minus that of the right, -1 to 1
+    double centre = 0.0;   ///< share of the centre, 0 to 1
+    double surround = 0.0; ///< level of all surround channels before their gain, full scale 1
 
     double leftShare() const noexcept { return (1.0 - centre + place) / 2.0; }
     double rightShare() const noexcept { return (1.0 - centre - place) / 2.0; }

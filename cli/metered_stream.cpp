@@ -80,7 +80,8 @@ MeterValues MeteredStream::values() const
         values.groups.push_back({.upperHz = static_cast<double>(meters.groupUpperHz[g]),
                                  .level = static_cast<double>(meters.groupLevel[g]),
                                  .place = static_cast<double>(meters.groupPlace[g]),
-                                 .centre = static_cast<double>(meters.groupCentre[g])});
+                                 .centre = static_cast<double>(meters.groupCentre[g]),
+                                 .surround = static_cast<double>(meters.groupSurround[g])});
     std::istringstream names{std::string(layout.slotNames)};
     for (std::size_t slot = 0; slot < layout.slots; ++slot) {
         OutputValue& output = values.outputs.emplace_back();

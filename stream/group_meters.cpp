@@ -26,6 +26,22 @@ constexpr float kTrace = 1.0f;
 /// The squared subbands of a block have 128 times the energy of the samples that the engine makes from them.
 constexpr double kSubbandGain = 128.0;
 
+/// All surround channels together have twice the energy of the difference: two channels have all of it each, four
+/// channels half of it each.
+constexpr double kSurroundShare = 2.0;
+
+void addSquares(const float (&subbands)[64], float (&sums)[64]) noexcept
+{
+    constexpr int kWidth = kVectorFloats;
+    const Floats<kWidth> zero = broadcast<kWidth>(0.0f);
+    const Floats<kWidth> trace = broadcast<kWidth>(kTrace);
+    for (std::size_t band = 0; band < 64; band += kWidth) {
+        const Floats<kWidth> value = load<kWidth>(subbands + band);
+        const Floats<kWidth> kept = select(trace <= abs(value), value, zero);
+        store(sums + band, load<kWidth>(sums + band) + kept * kept);
+    }
+}
+
 } // namespace
 
 GroupMeters::GroupMeters(const ZRKTarn& engine, std::uint32_t sampleRateHz) noexcept
@@ -43,36 +59,26 @@ GroupMeters::GroupMeters(const ZRKTarn& engine, std::uint32_t sampleRateHz) noex
     decay = static_cast<float>(std::pow(std::numbers::e, -updateSeconds / kRmsSeconds));
 }
 
-void GroupMeters::addBlock(const ZRKTarn& engine) noexcept
+void GroupMeters::addBlock(const ZRKTarn& engine, const Surrounds* surrounds) noexcept
 {
-    constexpr int kWidth = kVectorFloats;
-    const Floats<kWidth> zero = broadcast<kWidth>(0.0f);
-    const Floats<kWidth> trace = broadcast<kWidth>(kTrace);
-    for (std::size_t output = 0; output < kOutputs; ++output) {
-        const float(&subbands)[kBands] = engine.outSubband[output];
-        float(&sums)[kBands] = squares[output];
-        for (std::size_t band = 0; band < kBands; band += kWidth) {
-            const Floats<kWidth> value = load<kWidth>(subbands + band);
-            const Floats<kWidth> kept = select(trace <= abs(value), value, zero);
-            store(sums + band, load<kWidth>(sums + band) + kept * kept);
-        }
-    }
-    if (++pendingBlocks == kBlocksPerUpdate) publish();
+    for (std::size_t output = 0; output < kOutputs; ++output) addSquares(engine.outSubband[output], squares[output]);
+    if (surrounds != nullptr) addSquares(surrounds->difference, squares[kDifference]);
+    if (++pendingBlocks == kBlocksPerUpdate) publish(surrounds != nullptr ? kRows : kOutputs);
 }
 
-/// Updates the means with the pending blocks.
-void GroupMeters::publish() noexcept
+/// Updates the means of the first rows with the pending blocks.
+void GroupMeters::publish(std::size_t rows) noexcept
 {
     const float share = (1.0f - decay) / static_cast<float>(kBlocksPerUpdate);
-    for (std::size_t output = 0; output < kOutputs; ++output) {
+    for (std::size_t row = 0; row < rows; ++row) {
         std::size_t band = 0;
         for (std::size_t g = 0; g < kBandGroups; ++g) {
             float sum = 0.0f;
-            for (; band < endOfGroup[g]; ++band) sum += squares[output][band];
-            const float updated = meanSquare[output][g].load(kRelaxed) * decay + sum * share;
-            meanSquare[output][g].store(updated > kTrace ? updated : 0.0f, kRelaxed);
+            for (; band < endOfGroup[g]; ++band) sum += squares[row][band];
+            const float updated = meanSquare[row][g].load(kRelaxed) * decay + sum * share;
+            meanSquare[row][g].store(updated > kTrace ? updated : 0.0f, kRelaxed);
         }
-        std::fill_n(squares[output], kBands, 0.0f);
+        std::fill_n(squares[row], kBands, 0.0f);
     }
     pendingBlocks = 0;
 }
@@ -80,9 +86,9 @@ void GroupMeters::publish() noexcept
 void GroupMeters::clear() noexcept
 {
     pendingBlocks = 0;
-    for (std::size_t output = 0; output < kOutputs; ++output) {
-        std::fill_n(squares[output], kBands, 0.0f);
-        for (std::atomic<float>& mean : meanSquare[output]) mean.store(0.0f, kRelaxed);
+    for (std::size_t row = 0; row < kRows; ++row) {
+        std::fill_n(squares[row], kBands, 0.0f);
+        for (std::atomic<float>& mean : meanSquare[row]) mean.store(0.0f, kRelaxed);
     }
 }
 
@@ -92,8 +98,10 @@ void GroupMeters::read(StreamMeters& meters) const noexcept
         const auto left = static_cast<double>(meanSquare[0][g].load(kRelaxed));
         const auto right = static_cast<double>(meanSquare[1][g].load(kRelaxed));
         const auto centre = static_cast<double>(meanSquare[2][g].load(kRelaxed));
+        const auto difference = static_cast<double>(meanSquare[kDifference][g].load(kRelaxed));
         const double sum = left + right + centre;
         meters.groupUpperHz[g] = static_cast<float>(endOfGroup[g]) * bandHz;
+        meters.groupSurround[g] = static_cast<float>(__builtin_sqrt(kSurroundShare * difference * powerScale));
         if (sum == 0.0) continue;
         meters.groupLevel[g] = static_cast<float>(__builtin_sqrt(sum * powerScale));
         meters.groupPlace[g] = static_cast<float>((left - right) / sum);

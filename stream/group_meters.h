@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/zrk_tarn.h"
+#include "room/surrounds.h"
 #include "stream/stream_types.h"
 
 #include <atomic>
@@ -12,8 +13,9 @@
 namespace zrk_tarn
 {
 
-/// Levels and places of the band groups, from the subbands that the engine mixes for its three outputs. The stream's
-/// thread writes, any thread reads, both without locks.
+/// Levels and places of the band groups, from the subbands that the engine mixes for its three outputs, and levels of
+/// the surround channels, from the subbands of their difference. The stream's thread writes, any thread reads, both
+/// without locks.
 ///
 /// The stream's thread adds the squares of the subbands after every block. Only every kBlocksPerUpdate blocks it sums
 /// them over each group and publishes the means. Roots and quotients are left to the reader.
@@ -26,8 +28,10 @@ public:
     /// engine  has the band groups and the scale; they must not change
     GroupMeters(const ZRKTarn& engine, std::uint32_t sampleRateHz) noexcept;
 
-    /// Adds the subbands of the engine's last block.
-    void addBlock(const ZRKTarn& engine) noexcept;
+    /// Adds the subbands of the last block.
+    ///
+    /// surrounds  null without surround channels, in every block
+    void addBlock(const ZRKTarn& engine, const Surrounds* surrounds) noexcept;
 
     /// Sets levels and places to zero.
     void clear() noexcept;
@@ -37,18 +41,20 @@ public:
 
 private:
     static constexpr std::size_t kOutputs = 3;
+    static constexpr std::size_t kDifference = kOutputs; ///< row after those of the outputs
+    static constexpr std::size_t kRows = kDifference + 1;
     static constexpr std::size_t kBands = 64;
 
-    void publish() noexcept;
+    void publish(std::size_t rows) noexcept;
 
     std::size_t endOfGroup[kBandGroups]{}; ///< first band after each group
     float bandHz;                          ///< width of a band
     double powerScale;                     ///< from a sum of squared subbands to a mean square, full scale 1
     float decay;                           ///< factor of the mean per update
     std::uint32_t pendingBlocks = 0;       ///< blocks in the sums
-    float squares[kOutputs][kBands]{};     ///< sums over the pending blocks, engine scale
+    float squares[kRows][kBands]{};        ///< sums over the pending blocks, engine scale
 
-    std::atomic<float> meanSquare[kOutputs][kBandGroups]{}; ///< per block, engine scale
+    std::atomic<float> meanSquare[kRows][kBandGroups]{}; ///< per block, engine scale
 };
 
 } // namespace zrk_tarn

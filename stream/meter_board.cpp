@@ -41,7 +41,8 @@ void MeterBoard::addLevel(std::size_t slot, const Row& row) noexcept
     meanSquare[slot].store(updated > kTrace ? updated : 0.0f, kRelaxed);
 }
 
-void MeterBoard::addBlock(const ZRKTarn& engine, float gainOfLimiter, const SampleFaults& faults) noexcept
+void MeterBoard::addBlock(const ZRKTarn& engine, const Surrounds* surrounds, float gainOfLimiter,
+                          const SampleFaults& faults) noexcept
 {
     std::int32_t speeds[kBandGroups];
     chosenOperations().readSpeeds(engine, speeds);
@@ -50,7 +51,7 @@ void MeterBoard::addBlock(const ZRKTarn& engine, float gainOfLimiter, const Samp
         frontBack[g].store(engine.fbSlower[g], kRelaxed);
         speed[g].store(static_cast<SteeringSpeed>(speeds[g]), kRelaxed);
     }
-    groups.addBlock(engine);
+    groups.addBlock(engine, surrounds);
     limiterGain.store(gainOfLimiter, kRelaxed);
     smallestLimiterGain.store(std::min(smallestLimiterGain.load(kRelaxed), gainOfLimiter), kRelaxed);
     if (gainOfLimiter < 1.0f) limitedBlocks.store(limitedBlocks.load(kRelaxed) + 1, kRelaxed);

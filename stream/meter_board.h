@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/zrk_tarn.h"
+#include "room/surrounds.h"
 #include "stream/block.h"
 #include "stream/group_meters.h"
 #include "stream/sample_rows.h"
@@ -27,7 +28,10 @@ public:
     void addLevel(std::size_t slot, const Row& row) noexcept;
 
     /// Updates steering, band groups, limiter and counters after a block of the engine.
-    void addBlock(const ZRKTarn& engine, float limiterGain, const SampleFaults& faults) noexcept;
+    ///
+    /// surrounds  null without surround channels, in every block
+    void addBlock(const ZRKTarn& engine, const Surrounds* surrounds, float limiterGain,
+                  const SampleFaults& faults) noexcept;
 
     /// Sets all values to those of a new stream.
     void clear() noexcept;

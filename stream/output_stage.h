@@ -65,6 +65,9 @@ public:
         return limited == nullptr ? 1.0f : static_cast<float>(limited->limiter.gain());
     }
 
+    /// The surround channels of the last block, before their gain; null without Surround slots.
+    const Surrounds* surroundState() const noexcept { return surrounds.get(); }
+
 private:
     /// The upmix of every output slot before rounding, and the input slots of the block before.
     struct Limited

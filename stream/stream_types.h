@@ -150,6 +150,10 @@ struct StreamMeters
     float groupPlace[kBandGroups];   ///< share of front left in these squares, minus that of front right: -1 to 1
     float groupCentre[kBandGroups];  ///< share of the centre in these squares: 0 to 1
     float groupUpperHz[kBandGroups]; ///< upper edge; the lower edge is that of the group before, or 0
+
+    /// Per band group: root of the sum of the mean squares in all surround channels, two or four, over about 300 ms,
+    /// before their gain, bass mode, limiter and bypass. 0 without Surround slots.
+    float groupSurround[kBandGroups];
 };
 
 } // namespace zrk_tarn

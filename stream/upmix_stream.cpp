@@ -147,7 +147,7 @@ void UpmixStream::State::processBlock() noexcept
 
     outputStage.process({upmixer.engine(), upmixed, delayed, outputRows, faults}, targets());
     for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) meters.addLevel(slot, outputRows[slot]);
-    meters.addBlock(upmixer.engine(), outputStage.limiterGain(), faults);
+    meters.addBlock(upmixer.engine(), outputStage.surroundState(), outputStage.limiterGain(), faults);
 }
 
 void UpmixStream::State::reset() noexcept

@@ -14,6 +14,11 @@ namespace
 
 constexpr float kSilentLevel = 1e-6f; ///< softer groups are shown as -120 dB
 
+float decibels(float level) noexcept
+{
+    return 20.0f * std::log10(std::max(level, kSilentLevel));
+}
+
 zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, std::uint32_t rateHz)
 {
     zrk_tarn::StreamConfiguration configuration{
@@ -53,10 +58,11 @@ void Instance::showMeters() const noexcept
     for (std::size_t group = 0; group < std::size(meters.leftRight); ++group) {
         show(kLeftRight + group, meters.leftRight[group]);
         show(kFrontBack + group, meters.frontBack[group]);
-        show(kGroupLevel + group, 20.0f * std::log10(std::max(meters.groupLevel[group], kSilentLevel)));
+        show(kGroupLevel + group, decibels(meters.groupLevel[group]));
         show(kGroupPlace + group, meters.groupPlace[group]);
         show(kGroupCentre + group, meters.groupCentre[group]);
         show(kGroupUpperHz + group, meters.groupUpperHz[group]);
+        show(kGroupSurround + group, decibels(meters.groupSurround[group]));
     }
 }
 

@@ -30,12 +30,14 @@ enum Port : std::uint8_t
     kGroupPlace = kGroupLevel + zrk_tarn::kBandGroups,
     kGroupCentre = kGroupPlace + zrk_tarn::kBandGroups,
     kGroupUpperHz = kGroupCentre + zrk_tarn::kBandGroups,
-    kUnused = kGroupUpperHz + zrk_tarn::kBandGroups, ///< inputs that are ignored
+    kGroupSurround = kGroupUpperHz + zrk_tarn::kBandGroups,
+    kUnused = kGroupSurround + zrk_tarn::kBandGroups, ///< inputs that are ignored
     kPorts
 };
 
 /// The outputs with a port per band group, in the order of their ports.
-inline constexpr Port kGroupMeters[] = {kLeftRight, kFrontBack, kGroupLevel, kGroupPlace, kGroupCentre, kGroupUpperHz};
+inline constexpr Port kGroupMeters[] = {kLeftRight,   kFrontBack,    kGroupLevel,   kGroupPlace,
+                                        kGroupCentre, kGroupUpperHz, kGroupSurround};
 
 /// Whether the values of a port are on and off.
 constexpr bool isToggle(Port port) noexcept
@@ -49,6 +51,12 @@ constexpr bool hasControl(const Layout& layout, Port control) noexcept
     using enum zrk_tarn::OutputSlot::Source;
     if (control == kWidth || control == kBass) return layout.has(Engine);
     return control != kSurrounds || layout.has(Surround);
+}
+
+/// Whether a layout has an output of kGroupMeters.
+constexpr bool hasMeter(const Layout& layout, Port meter) noexcept
+{
+    return meter != kGroupSurround || layout.has(zrk_tarn::OutputSlot::Source::Surround);
 }
 
 /// The ports of a plug-in in the order of its host.

@@ -90,6 +90,7 @@ GstMessage* meterMessage(GstElement* element, const GstSegment& segment, const I
     addList(structure, "group-place", meters.groupPlace, std::size(meters.groupPlace), plainValue);
     addList(structure, "group-centre", meters.groupCentre, std::size(meters.groupCentre), plainValue);
     addList(structure, "group-upper-hz", meters.groupUpperHz, std::size(meters.groupUpperHz), plainValue);
+    addList(structure, "group-surround", meters.groupSurround, std::size(meters.groupSurround), levelValue);
     return gst_message_new_element(GST_OBJECT(element), structure);
 }
 

@@ -24,8 +24,9 @@ GstClockTime streamTime(const GstSegment& segment, GstClockTime time);
 ///
 /// Its structure has the element's factory name. As in messages of the element `level`, its fields are endtime,
 /// timestamp, stream-time, running-time, duration (ns), peak and rms (dB per channel). Further fields are left-right,
-/// front-back, speed, group-level (dB), group-place, group-centre and group-upper-hz per band group, limiter-gain and
-/// smallest-limiter-gain (dB), and the counters blocks, saturated, invalid and limited-blocks. Lists are GstValueArray.
+/// front-back, speed, group-level (dB), group-place, group-centre, group-upper-hz and group-surround (dB) per band
+/// group, limiter-gain and smallest-limiter-gain (dB), and the counters blocks, saturated, invalid and limited-blocks.
+/// Lists are GstValueArray.
 GstMessage* meterMessage(GstElement* element, const GstSegment& segment, const Interval& interval,
                          const zrk_tarn::StreamMeters& meters, guint channels);
 

@@ -81,6 +81,7 @@ constexpr GroupText kGroupTexts[] = {
     {"group_place", "Place", "Places of the band groups, right to left", -1, 1},
     {"group_centre", "Share of the centre", "Shares of the centre in the band groups", 0, 1},
     {"group_upper_hz", "Upper edge", "Upper edges of the band groups", 0, 96000, "units:unit units:hz"},
+    {"group_surround", "Surrounds", "Levels of the surround channels in the band groups", -120, 12, kDecibels},
 };
 static_assert(std::size(kGroupTexts) == std::size(kGroupMeters));
 
@@ -236,9 +237,12 @@ void writePlugin(std::ostream& out, const Lv2Plugin& plugin, const Statements& v
     write(out, partOf(plugin, "out"),
           {"a pg:" + std::string(plugin.group) + " , pg:OutputGroup", "lv2:symbol \"out\"",
            "lv2:name " + quoted(std::string(plugin.plugin.layout.name) + " out"), "pg:source " + partOf(plugin, "in")});
-    for (const GroupText& text : kGroupTexts)
+    for (std::size_t i = 0; i < std::size(kGroupTexts); ++i) {
+        if (!hasMeter(plugin.plugin.layout, kGroupMeters[i])) continue;
+        const GroupText& text = kGroupTexts[i];
         write(out, partOf(plugin, text.symbol),
               {"a pg:OutputGroup", "lv2:symbol " + quoted(text.symbol), "lv2:name " + quoted(text.title)});
+    }
     write(out, uriOf(plugin),
           {"a lv2:Plugin , lv2:SpatialPlugin", versions[0], versions[1], "doap:name " + quoted(plugin.name),
            "doap:license <http://opensource.org/licenses/MIT>", "lv2:project <urn:tarn:project>",

@@ -28,7 +28,8 @@ constexpr PortList portsOf(const Layout& layout) noexcept
         if (hasControl(layout, control)) list.add(control);
     list.add(kLatency);
     list.add(kReduction);
-    for (const Port meter : kGroupMeters) list.addRange(meter, zrk_tarn::kBandGroups);
+    for (const Port meter : kGroupMeters)
+        if (hasMeter(layout, meter)) list.addRange(meter, zrk_tarn::kBandGroups);
     return list;
 }
 

@@ -134,6 +134,22 @@ TEST_F(Meter, PrintsTheSameFiguresAsJson)
     }
 }
 
+// The surround channels play the energy of a wide sine, and none of a centred one.
+TEST_F(Meter, PrintsTheSurroundsOfTheBandGroupsAsJson)
+{
+    const auto surroundOf = [this](const char* layout, double right) {
+        writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, sine(96000, 5250.0, 0.5, right));
+        const Result json = tarn({"meter", "--layout", layout, "--speed", "1000", "--json", "in.wav"});
+        EXPECT_EQ(json.exitCode, 0) << json.errors;
+        return nlohmann::json::parse(linesOf(json.output).at(1))["groups"][8]["surround_dbfs"];
+    };
+    for (const char* const layout : {"5.1", "7.1"}) {
+        EXPECT_NEAR(surroundOf(layout, -0.5).get<double>(), 20.0 * std::log10(0.5), 0.1) << layout;
+        EXPECT_TRUE(surroundOf(layout, 0.5).is_null()) << layout;
+    }
+    EXPECT_TRUE(surroundOf("3.0", -0.5).is_null());
+}
+
 TEST_F(Meter, CountsClippedSamplesOfTheInput)
 {
     std::vector<float> samples(2 * 48000, 0.0f);

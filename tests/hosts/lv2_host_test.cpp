@@ -371,6 +371,9 @@ TEST(Lv2, DescribesChannelsLatencyAndBypassWithDesignations)
              {"left_right_", "front_back_", "group_level_", "group_place_", "group_centre_", "group_upper_hz_"})
             for (int group = 1; group <= 16; ++group)
                 EXPECT_EQ(info.port(meter + std::to_string(group)), next++) << meter << group;
+        EXPECT_EQ(info.has("group_surround_1"), info.has("surrounds")) << variant->uri;
+        for (int group = 1; info.has("surrounds") && group <= 16; ++group)
+            EXPECT_EQ(info.port("group_surround_" + std::to_string(group)), next++) << group;
         EXPECT_EQ(next, lilv_plugin_get_num_ports(info.plugin));
     }
 }
@@ -698,40 +701,54 @@ TEST(Lv2, RoundsControlsAndReadsNanAsTheDefault)
               fast);
 }
 
+/// Expects the ports of the band groups to have the meters of a stream.
+void expectGroups(Host& host, const StreamMeters& meters)
+{
+    const auto decibels = [](float level) { return 20.0f * std::log10(std::max(level, 1e-6f)); };
+    const bool hasSurrounds = host.info.has("surrounds");
+    for (std::size_t group = 0; group < 16; ++group) {
+        const std::string number = std::to_string(group + 1);
+        EXPECT_EQ(host.value("left_right_" + number), meters.leftRight[group]);
+        EXPECT_EQ(host.value("front_back_" + number), meters.frontBack[group]);
+        EXPECT_EQ(host.value("group_level_" + number), decibels(meters.groupLevel[group]));
+        EXPECT_EQ(host.value("group_place_" + number), meters.groupPlace[group]);
+        EXPECT_EQ(host.value("group_centre_" + number), meters.groupCentre[group]);
+        EXPECT_EQ(host.value("group_upper_hz_" + number), meters.groupUpperHz[group]);
+        if (!hasSurrounds) continue;
+        EXPECT_EQ(host.value("group_surround_" + number), decibels(meters.groupSurround[group]));
+    }
+}
+
 TEST(Lv2, ReportsTheBandGroupsAndTheReductionOfTheLimiter)
 {
     const Stereo stereo = movingSource(30000);
-    Host host;
-    host.value("gain") = 12.0f;
-    UpmixStream stream = streamOf(k30, 48000);
-    stream.setMakeUpGain(zrk_tarn::gainFactor(12.0));
-    Upmixed unused(3, Row(30000));
-    bool moved = false;
-    float greatest = 0.0f;
-    for (std::size_t done = 0; done < 30000; done += 1000) {
-        const float* const input[] = {&stereo[0][done], &stereo[1][done]};
-        stream.processPlanar(input, from(unused, done).data(), 1000);
-        const StreamMeters meters = stream.meters();
-        Row left(input[0], input[0] + 1000);
-        Row right(input[1], input[1] + 1000);
-        host.run(left.data(), right.data(), from(unused, done), 1000);
-        for (std::size_t group = 0; group < 16; ++group) {
-            const std::string number = std::to_string(group + 1);
-            EXPECT_EQ(host.value("left_right_" + number), meters.leftRight[group]) << done;
-            EXPECT_EQ(host.value("front_back_" + number), meters.frontBack[group]) << done;
-            const float level = std::max(meters.groupLevel[group], 1e-6f);
-            EXPECT_EQ(host.value("group_level_" + number), 20.0f * std::log10(level)) << done;
-            EXPECT_EQ(host.value("group_place_" + number), meters.groupPlace[group]) << done;
-            EXPECT_EQ(host.value("group_centre_" + number), meters.groupCentre[group]) << done;
-            EXPECT_EQ(host.value("group_upper_hz_" + number), meters.groupUpperHz[group]) << done;
-            moved = moved || std::abs(meters.leftRight[group]) > 0.5f;
+    for (const Variant* const variant : {&k30, &k51, &k71}) {
+        SCOPED_TRACE(variant->uri);
+        Host host(*variant);
+        host.value("gain") = 12.0f;
+        UpmixStream stream = streamOf(*variant, 48000);
+        stream.setMakeUpGain(zrk_tarn::gainFactor(12.0));
+        Upmixed unused(variant->outputs.size(), Row(30000));
+        bool moved = false;
+        float greatest = 0.0f;
+        for (std::size_t done = 0; done < 30000; done += 1000) {
+            SCOPED_TRACE(done);
+            const float* const input[] = {&stereo[0][done], &stereo[1][done]};
+            stream.processPlanar(input, from(unused, done).data(), 1000);
+            const StreamMeters meters = stream.meters();
+            Row left(input[0], input[0] + 1000);
+            Row right(input[1], input[1] + 1000);
+            host.run(left.data(), right.data(), from(unused, done), 1000);
+            expectGroups(host, meters);
+            moved = moved || std::ranges::any_of(meters.leftRight, [](float place) { return std::abs(place) > 0.5f; });
+            EXPECT_FLOAT_EQ(host.value("reduction"), -20.0f * std::log10(meters.limiterGain));
+            greatest = std::max(greatest, host.value("reduction"));
         }
-        EXPECT_FLOAT_EQ(host.value("reduction"), -20.0f * std::log10(meters.limiterGain)) << done;
-        greatest = std::max(greatest, host.value("reduction"));
+        EXPECT_TRUE(moved);
+        EXPECT_GT(greatest, 3.0f);
+        EXPECT_LT(greatest, 13.0f);
+        EXPECT_EQ(std::ranges::max(stream.meters().groupSurround) > 0.001f, variant != &k30);
     }
-    EXPECT_TRUE(moved);
-    EXPECT_GT(greatest, 3.0f);
-    EXPECT_LT(greatest, 13.0f);
 }
 
 TEST(Lv2, WorksWithUnconnectedPorts)

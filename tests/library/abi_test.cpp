@@ -91,11 +91,12 @@ void addStreamRecords(std::vector<std::string>& lines)
         "StreamMeters",
         [](auto& a, auto&, auto visit) {
             auto& [peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
-                   limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz] = a;
+                   limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz, groupSurround] = a;
             visitAs({"peak", "rms", "leftRight", "frontBack", "speed", "blocks", "saturated", "invalid", "limiterGain",
-                     "smallestLimiterGain", "limitedBlocks", "groupLevel", "groupPlace", "groupCentre", "groupUpperHz"},
+                     "smallestLimiterGain", "limitedBlocks", "groupLevel", "groupPlace", "groupCentre", "groupUpperHz",
+                     "groupSurround"},
                     visit, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
-                    limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz);
+                    limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz, groupSurround);
         },
         lines);
     lines.push_back(joined("record", "UpmixStream", "size", sizeof(UpmixStream), "alignment", alignof(UpmixStream)));
@@ -119,12 +120,12 @@ void addStreamRecords(std::vector<std::string>& lines)
         "tarn_meters",
         [](auto& a, auto&, auto visit) {
             auto& [size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain, smallest,
-                   limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz] = a;
+                   limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz, groupSurround] = a;
             visitAs({"size", "peak", "rms", "left_right", "front_back", "speed", "blocks", "saturated", "invalid",
                      "limiter_gain", "smallest_limiter_gain", "limited_blocks", "group_level", "group_place",
-                     "group_centre", "group_upper_hz"},
+                     "group_centre", "group_upper_hz", "group_surround"},
                     visit, size, peak, rms, leftRight, frontBack, speed, blocks, saturated, invalid, limiterGain,
-                    smallest, limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz);
+                    smallest, limitedBlocks, groupLevel, groupPlace, groupCentre, groupUpperHz, groupSurround);
         },
         lines);
 }

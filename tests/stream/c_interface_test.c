@@ -173,6 +173,7 @@ static void test_meters(void)
     CHECK(meters.group_place[2] > 0.9f && meters.group_place[2] <= 1.0f);
     CHECK(meters.group_centre[2] > 0.0f && meters.group_centre[2] < 0.1f);
     CHECK(meters.group_upper_hz[0] == 375.0f && meters.group_upper_hz[15] == 24000.0f);
+    for (int g = 0; g < TARN_BAND_GROUPS; ++g) CHECK(meters.group_surround[g] == 0.0f);
 
     /* Gain 0 is silence. */
     tarn_set_make_up_gain(stream, 0.0f);
@@ -208,6 +209,10 @@ static void test_room(void)
     for (int i = 1024; i < FRAMES; ++i) CHECK(five[i][0] == in[i - 1024][0] && five[i][1] == in[i - 1024][1]);
     for (int i = 0; i < FRAMES; ++i) loudest = fmaxf(loudest, fabsf(five[i][3]));
     CHECK(loudest > 0.0f);
+    CHECK(tarn_read_meters(stream, &meters, sizeof meters) == TARN_OK);
+    /* 688 Hz is on both sides, 6.9 kHz with different phases. */
+    CHECK(meters.group_surround[1] < 0.01f);
+    CHECK(meters.group_surround[9] > 0.05f && meters.group_surround[9] < 0.5f);
 
     /* Without a centre, the sides lose it, and the centre has only what goes to the fronts. */
     tarn_reset(stream);

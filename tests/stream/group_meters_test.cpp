@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "stream/upmix_stream.h"
 
+#include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
+#include "room/surrounds.h"
 #include "tests/support/random.h"
 #include "tests/support/signals.h"
 
@@ -12,7 +14,9 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <numbers>
+#include <span>
 #include <vector>
 
 namespace tests
@@ -47,12 +51,37 @@ std::vector<float> stereoOf(std::size_t frames, const std::function<double(std::
     return stereo;
 }
 
-StreamMeters metersAfter(const std::vector<float>& stereo, std::uint32_t rateHz = 48000)
+/// The outputs of the engine, followed by surround channels.
+///
+/// channels  0, 2 or 4
+StreamConfiguration withSurrounds(std::uint32_t channels)
 {
-    UpmixStream stream({.sampleRateHz = rateHz});
-    std::vector<float> output(stereo.size() / 2 * 3);
+    using enum zrk_tarn::OutputSlot::Source;
+    StreamConfiguration configuration{.outputSlots = 3 + channels};
+    for (std::uint8_t channel = 0; channel < channels; ++channel)
+        configuration.outputs[3 + channel] = {Surround, channel};
+    return configuration;
+}
+
+using Change = std::function<void(UpmixStream&)>;
+
+StreamMeters metersAfter(
+    const std::vector<float>& stereo, const StreamConfiguration& configuration,
+    const Change& setUp = [](UpmixStream&) {})
+{
+    UpmixStream stream(configuration);
+    setUp(stream);
+    std::vector<float> output(stereo.size() / 2 * configuration.outputSlots);
     stream.process(stereo.data(), output.data(), stereo.size() / 2);
     return stream.meters();
+}
+
+/// The sum of the squares of values.
+double energyOf(std::span<const float> values)
+{
+    double sum = 0.0;
+    for (const float value : values) sum += std::pow(static_cast<double>(value), 2.0);
+    return sum;
 }
 
 double decibels(double ratio)
@@ -60,16 +89,14 @@ double decibels(double ratio)
     return 20.0 * std::log10(ratio);
 }
 
-/// The meters by their definition, from the subbands of an engine.
+/// The meters by their definition, from the subbands of an engine and of the difference.
 class ExpectedGroups
 {
 public:
-    void addBlock(const ZRKTarn& engine)
+    void addBlock(const ZRKTarn& engine, const float* difference)
     {
-        for (std::size_t output = 0; output < 3; ++output)
-            for (std::size_t band = 0; band < 64; ++band)
-                if (const float value = engine.outSubband[output][band]; std::abs(value) >= 1.0f)
-                    sums[output][band] += value * value;
+        for (std::size_t output = 0; output < 3; ++output) add(engine.outSubband[output], sums[output]);
+        if (difference != nullptr) add(difference, sums[3]);
         if (++blocks % 8 == 0) update();
     }
 
@@ -87,27 +114,35 @@ public:
             EXPECT_EQ(meters.groupLevel[g], static_cast<float>(std::sqrt(sum * scale)));
             EXPECT_EQ(meters.groupPlace[g], sum > 0.0 ? static_cast<float>((left - right) / sum) : 0.0f);
             EXPECT_EQ(meters.groupCentre[g], sum > 0.0 ? static_cast<float>(centre / sum) : 0.0f);
+            const double difference = static_cast<double>(means[3][g]);
+            EXPECT_EQ(meters.groupSurround[g], static_cast<float>(std::sqrt(2.0 * difference * scale)));
         }
     }
 
 private:
+    static void add(const float* subbands, float (&to)[64])
+    {
+        for (std::size_t band = 0; band < 64; ++band)
+            if (std::abs(subbands[band]) >= 1.0f) to[band] += subbands[band] * subbands[band];
+    }
+
     void update()
     {
         const auto decay = static_cast<float>(std::exp(-static_cast<double>(kUpdateFrames) / 48000.0 / 0.3));
-        for (std::size_t output = 0; output < 3; ++output) {
+        for (std::size_t row = 0; row < 4; ++row) {
             std::size_t band = 0;
             for (std::size_t g = 0; g < kBandGroups; ++g) {
                 float sum = 0.0f;
-                for (int i = 0; i < bandsPerGroup(48000)[g]; ++i) sum += sums[output][band++];
-                const float mean = means[output][g] * decay + sum * ((1.0f - decay) / 8.0f);
-                means[output][g] = mean > 1.0f ? mean : 0.0f;
+                for (int i = 0; i < bandsPerGroup(48000)[g]; ++i) sum += sums[row][band++];
+                const float mean = means[row][g] * decay + sum * ((1.0f - decay) / 8.0f);
+                means[row][g] = mean > 1.0f ? mean : 0.0f;
             }
-            std::fill_n(sums[output], 64, 0.0f);
+            std::fill_n(sums[row], 64, 0.0f);
         }
     }
 
-    float sums[3][64]{};
-    float means[3][kBandGroups]{};
+    float sums[4][64]{}; ///< those of the difference last
+    float means[4][kBandGroups]{};
     std::size_t blocks = 0;
 };
 
@@ -124,25 +159,34 @@ TEST(GroupMeters, EqualTheirDefinitionAfterEveryBlock)
         stereo.push_back(sampleOf(0.7 * frame.left, kBits));
         stereo.push_back(sampleOf(0.7 * frame.right, kBits));
     }
-    UpmixStream stream({.format = SampleFormat::S32});
-    zrk_tarn_processor_t processor;
-    processor.setup(0, 0, 1.0f);
-    audio_channel_assignment_t codes{{0x2000, 0x4000, 0x200}};
-    ExpectedGroups expected;
-    std::int32_t output[3 * kBlock];
-    for (std::size_t frame = 0; frame < kFrames; frame += kBlock) {
-        SCOPED_TRACE(frame);
-        stream.process(&stereo[2 * frame], output, kBlock);
-        for (std::size_t i = 0; i < kBlock; ++i) {
-            output[3 * i] = stereo[2 * (frame + i)];
-            output[3 * i + 1] = stereo[2 * (frame + i) + 1];
+    for (const std::uint32_t channels : {0u, 2u, 4u}) {
+        SCOPED_TRACE(testing::Message() << channels << " surround channels");
+        StreamConfiguration configuration = withSurrounds(channels);
+        configuration.format = SampleFormat::S32;
+        UpmixStream stream(configuration);
+        zrk_tarn_processor_t processor;
+        processor.setup(0, 0, 1.0f);
+        audio_channel_assignment_t codes{{0x2000, 0x4000, 0x200}};
+        const auto surrounds = std::make_unique<zrk_tarn::Surrounds>();
+        configureSurrounds(*surrounds, 48000, 1);
+        ExpectedGroups expected;
+        std::int32_t output[7 * kBlock];
+        for (std::size_t frame = 0; frame < kFrames; frame += kBlock) {
+            SCOPED_TRACE(frame);
+            stream.process(&stereo[2 * frame], output, kBlock);
+            for (std::size_t i = 0; i < kBlock; ++i) {
+                output[3 * i] = stereo[2 * (frame + i)];
+                output[3 * i + 1] = stereo[2 * (frame + i) + 1];
+            }
+            processor.process(output, kBlock, 3, 48000, kBits, &codes);
+            zrk_tarn::chosenOperations().renderSurrounds(*processor.engine, *surrounds);
+            expected.addBlock(*processor.engine, channels > 0 ? surrounds->difference : nullptr);
+            expected.expectIn(stream.meters());
+            if (HasFailure()) return;
         }
-        processor.process(output, kBlock, 3, 48000, kBits, &codes);
-        expected.addBlock(*processor.engine);
-        expected.expectIn(stream.meters());
-        if (HasFailure()) return;
+        EXPECT_GT(std::ranges::max(stream.meters().groupLevel), 0.01f);
+        EXPECT_EQ(std::ranges::max(stream.meters().groupSurround) > 0.01f, channels > 0);
     }
-    EXPECT_GT(std::ranges::max(stream.meters().groupLevel), 0.01f);
 }
 
 // A sine in the middle of a group, on the left only. The engine plays a source at a side 3 dB softer. The filters of
@@ -164,7 +208,7 @@ TEST(GroupMeters, SineHasItsLevelInItsGroupInEveryGrouping)
                                         ? kAmplitude * std::sin(2.0 * std::numbers::pi * turns * static_cast<double>(i))
                                         : 0.0;
                          }),
-                rateHz);
+                {.sampleRateHz = rateHz});
             const double expected = kAmplitude / 2.0; // sqrt(1/2) for rms, sqrt(1/2) for the side
             EXPECT_NEAR(decibels(static_cast<double>(meters.groupLevel[group]) / expected), 0.0, 0.1);
             EXPECT_GT(meters.groupPlace[group], 0.99f);
@@ -175,15 +219,49 @@ TEST(GroupMeters, SineHasItsLevelInItsGroupInEveryGrouping)
     }
 }
 
+// A sine with opposite phases on the two sides, which is ambience. All surround channels together have the energy of
+// the stereo. The filters of the bands overlap as above.
+TEST(GroupMeters, AntiPhaseSineHasItsLevelInTheSurroundsOfItsGroup)
+{
+    constexpr double kAmplitude = 0.25;
+    for (const std::uint32_t rateHz : {48000u, 64000u, 96000u, 192000u}) {
+        const std::vector<int> bands = bandsPerGroup(rateHz);
+        double first = 0.0;
+        for (std::size_t group = 0; group < kBandGroups; ++group) {
+            SCOPED_TRACE(testing::Message() << rateHz << " Hz, group " << group);
+            const double turns = (first + 0.5 * bands[group]) / 128.0; // per frame
+            first += bands[group];
+            StreamConfiguration configuration = withSurrounds(group % 2 == 0 ? 2 : 4);
+            configuration.sampleRateHz = rateHz;
+            const StreamMeters meters =
+                metersAfter(stereoOf(rateHz + rateHz / 2,
+                                     [&](std::size_t i, std::size_t side) {
+                                         return (side == 0 ? kAmplitude : -kAmplitude) *
+                                                std::sin(2.0 * std::numbers::pi * turns * static_cast<double>(i));
+                                     }),
+                            configuration, [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
+            const auto level = static_cast<double>(meters.groupSurround[group]);
+            EXPECT_NEAR(decibels(level / kAmplitude), 0.0, 0.1); // sqrt(1/2) for rms, sqrt(2) for two sides
+            const double played = energyOf(std::span(meters.rms).subspan(3));
+            EXPECT_NEAR(decibels(level / std::sqrt(played)), 0.0, 0.1);
+            for (std::size_t other = 0; other < kBandGroups; ++other)
+                EXPECT_LT(other == group ? 0.0f : meters.groupSurround[other], 0.1f * meters.groupSurround[group])
+                    << other;
+        }
+    }
+}
+
 TEST(GroupMeters, TellCentreWideLeftAndRightApart)
 {
     const auto metersFor = [](double left, double right) {
         Random random(5);
         double value = 0.0;
-        return metersAfter(stereoOf(48000, [&](std::size_t, std::size_t side) {
-            if (side == 0) value = random.uniform() - 0.5;
-            return value * (side == 0 ? left : right);
-        }));
+        return metersAfter(stereoOf(48000,
+                                    [&](std::size_t, std::size_t side) {
+                                        if (side == 0) value = random.uniform() - 0.5;
+                                        return value * (side == 0 ? left : right);
+                                    }),
+                           withSurrounds(2));
     };
     const StreamMeters left = metersFor(1.0, 0.0);
     const StreamMeters right = metersFor(0.0, 1.0);
@@ -202,20 +280,55 @@ TEST(GroupMeters, TellCentreWideLeftAndRightApart)
         EXPECT_EQ(nothing.groupLevel[g], 0.0f);
         EXPECT_EQ(nothing.groupPlace[g], 0.0f);
         EXPECT_EQ(nothing.groupCentre[g], 0.0f);
+        EXPECT_LT(left.groupSurround[g], 0.01f * left.groupLevel[g]);
+        EXPECT_LT(right.groupSurround[g], 0.01f * right.groupLevel[g]);
+        EXPECT_EQ(centre.groupSurround[g], 0.0f);
+        EXPECT_GT(wide.groupSurround[g], wide.groupLevel[g]);
+        EXPECT_EQ(nothing.groupSurround[g], 0.0f);
     }
 }
 
-// The energy of all groups is that of the outputs: means of the same noise at times that differ by the delay.
+// The energy of all groups is that of the outputs: means of the same noise at times that differ by the delay. The
+// chains of the surround channels spread it over more time.
 TEST(GroupMeters, AddUpToTheLevelOfTheOutputs)
 {
-    Random random(6);
-    const StreamMeters meters =
-        metersAfter(stereoOf(96000, [&](std::size_t, std::size_t) { return 0.5 * (random.uniform() - 0.5); }));
-    double groups = 0.0;
-    for (const float level : meters.groupLevel) groups += std::pow(static_cast<double>(level), 2.0);
-    double outputs = 0.0;
-    for (std::size_t slot = 0; slot < 3; ++slot) outputs += std::pow(static_cast<double>(meters.rms[slot]), 2.0);
-    EXPECT_NEAR(10.0 * std::log10(groups / outputs), 0.0, 0.1);
+    for (const std::uint32_t channels : {0u, 2u, 4u}) {
+        SCOPED_TRACE(testing::Message() << channels << " surround channels");
+        Random random(6);
+        const StreamMeters meters =
+            metersAfter(stereoOf(96000, [&](std::size_t, std::size_t) { return 0.5 * (random.uniform() - 0.5); }),
+                        withSurrounds(channels), [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
+        const std::span<const float> outputs(meters.rms);
+        EXPECT_NEAR(10.0 * std::log10(energyOf(meters.groupLevel) / energyOf(outputs.first(3))), 0.0, 0.1);
+        const double surrounds = energyOf(outputs.subspan(3));
+        EXPECT_EQ(surrounds > 0.0, channels > 0);
+        if (channels == 0) {
+            EXPECT_EQ(energyOf(meters.groupSurround), 0.0);
+        } else {
+            EXPECT_NEAR(10.0 * std::log10(energyOf(meters.groupSurround) / surrounds), 0.0, 0.1);
+        }
+    }
+}
+
+TEST(GroupMeters, ShowTheSurroundsBeforeGainsBassModeLimiterAndBypass)
+{
+    Random random(8);
+    const std::vector<float> stereo =
+        stereoOf(24000, [&](std::size_t, std::size_t) { return 1.8 * (random.uniform() - 0.5); });
+    StreamConfiguration configuration = withSurrounds(2);
+    const StreamMeters plain = metersAfter(stereo, configuration);
+    const auto expectSame = [&](const Change& change) {
+        const StreamMeters meters = metersAfter(stereo, configuration, change);
+        EXPECT_TRUE(std::ranges::equal(meters.groupSurround, plain.groupSurround));
+        EXPECT_FALSE(std::ranges::equal(meters.rms, plain.rms));
+    };
+    expectSame([](UpmixStream& stream) { stream.setSurroundGain(0.0f); });
+    expectSame([](UpmixStream& stream) { stream.setMakeUpGain(0.5f); });
+    expectSame([](UpmixStream& stream) { stream.setBass(zrk_tarn::BassMode::Fronts); });
+    expectSame([](UpmixStream& stream) { stream.setBypass(true); });
+    configuration.limiter = true;
+    expectSame([](UpmixStream& stream) { stream.setMakeUpGain(4.0f); });
+    EXPECT_GT(std::ranges::min(plain.groupSurround), 0.01f);
 }
 
 TEST(GroupMeters, HaveTheEdgesOfTheGroupsAtEveryRate)
@@ -233,27 +346,32 @@ TEST(GroupMeters, HaveTheEdgesOfTheGroupsAtEveryRate)
 
 TEST(GroupMeters, AreUpdatedEveryEightBlocksAndClearedByReset)
 {
-    const std::vector<float> stereo =
-        stereoOf(48000, [](std::size_t i, std::size_t) { return i % 48 < 24 ? 0.5 : -0.5; });
-    std::vector<float> output(3 * 48000);
-    UpmixStream stream({});
+    const std::vector<float> stereo = stereoOf(
+        48000, [](std::size_t i, std::size_t side) { return (side == 0 ? 1.0 : -0.5) * (i % 48 < 24 ? 0.5 : -0.5); });
+    std::vector<float> output(5 * 48000);
+    UpmixStream stream(withSurrounds(2));
     const auto play = [&](std::size_t frames) { stream.process(stereo.data(), output.data(), frames); };
     play(16 * kUpdateFrames);
     const StreamMeters before = stream.meters();
     ASSERT_GT(before.groupLevel[2], 0.1f);
+    ASSERT_GT(before.groupSurround[2], 0.1f);
     play(kUpdateFrames - 1);
     EXPECT_TRUE(std::ranges::equal(stream.meters().groupLevel, before.groupLevel));
+    EXPECT_TRUE(std::ranges::equal(stream.meters().groupSurround, before.groupSurround));
     play(1);
     EXPECT_FALSE(std::ranges::equal(stream.meters().groupLevel, before.groupLevel));
+    EXPECT_FALSE(std::ranges::equal(stream.meters().groupSurround, before.groupSurround));
 
     play(kBlock); // is in no update
     stream.reset();
     for (const float level : stream.meters().groupLevel) EXPECT_EQ(level, 0.0f);
+    for (const float level : stream.meters().groupSurround) EXPECT_EQ(level, 0.0f);
     EXPECT_EQ(stream.meters().groupUpperHz[0], 375.0f);
     play(20 * kUpdateFrames);
-    UpmixStream other({});
+    UpmixStream other(withSurrounds(2));
     other.process(stereo.data(), output.data(), 20 * kUpdateFrames);
     EXPECT_TRUE(std::ranges::equal(stream.meters().groupLevel, other.meters().groupLevel));
+    EXPECT_TRUE(std::ranges::equal(stream.meters().groupSurround, other.meters().groupSurround));
 }
 
 // Peak and rms by their definition, from the samples that the stream returns.

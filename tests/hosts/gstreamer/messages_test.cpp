@@ -68,8 +68,8 @@ TEST(Messages, ArePostedAtTheIntervalIfEnabled)
             EXPECT_EQ(end, (count + 1) * 50 * GST_MSECOND);
             EXPECT_EQ(listSize(structure, "peak"), 3);
             EXPECT_EQ(listSize(structure, "rms"), 3);
-            for (const char* const name :
-                 {"left-right", "front-back", "speed", "group-level", "group-place", "group-centre", "group-upper-hz"})
+            for (const char* const name : {"left-right", "front-back", "speed", "group-level", "group-place",
+                                           "group-centre", "group-upper-hz", "group-surround"})
                 EXPECT_EQ(listSize(structure, name), 16) << name;
             if (count == 8) {
                 for (guint channel = 0; channel < 3; ++channel) {
@@ -103,6 +103,23 @@ double decibelsOf(const GstStructure* structure, const char* name)
     double level = 0.0;
     EXPECT_TRUE(gst_structure_get_double(structure, name, &level)) << name;
     return level;
+}
+
+/// Expects lists of a message to have the meters of the band groups.
+void expectGroups(const GstStructure* structure, const zrk_tarn::StreamMeters& meters)
+{
+    for (guint group = 0; group < 16; ++group) {
+        SCOPED_TRACE(group);
+        EXPECT_EQ(listItem(structure, "left-right", group), static_cast<double>(meters.leftRight[group]));
+        EXPECT_EQ(listItem(structure, "front-back", group), static_cast<double>(meters.frontBack[group]));
+        EXPECT_EQ(listItem(structure, "group-level", group), decibels(meters.groupLevel[group]));
+        EXPECT_EQ(listItem(structure, "group-place", group), static_cast<double>(meters.groupPlace[group]));
+        EXPECT_EQ(listItem(structure, "group-centre", group), static_cast<double>(meters.groupCentre[group]));
+        EXPECT_EQ(listItem(structure, "group-upper-hz", group), static_cast<double>(meters.groupUpperHz[group]));
+        EXPECT_EQ(listItem(structure, "group-surround", group), decibels(meters.groupSurround[group]));
+        const GValue* const speeds = gst_structure_get_value(structure, "speed");
+        EXPECT_EQ(g_value_get_int(gst_value_array_get_value(speeds, group)), static_cast<int>(meters.speed[group]));
+    }
 }
 
 /// Expects messages with the meters of a stream. Returns the last ones.
@@ -168,16 +185,8 @@ zrk_tarn::StreamMeters expectMetersOfAStream(bool limiter)
             EXPECT_EQ(listItem(structure, "peak", channel), decibels(meters.peak[channel]));
             EXPECT_EQ(listItem(structure, "rms", channel), decibels(meters.rms[channel]));
         }
+        expectGroups(structure, meters);
         for (guint group = 0; group < 16; ++group) {
-            SCOPED_TRACE(group);
-            EXPECT_EQ(listItem(structure, "left-right", group), static_cast<double>(meters.leftRight[group]));
-            EXPECT_EQ(listItem(structure, "front-back", group), static_cast<double>(meters.frontBack[group]));
-            EXPECT_EQ(listItem(structure, "group-level", group), decibels(meters.groupLevel[group]));
-            EXPECT_EQ(listItem(structure, "group-place", group), static_cast<double>(meters.groupPlace[group]));
-            EXPECT_EQ(listItem(structure, "group-centre", group), static_cast<double>(meters.groupCentre[group]));
-            EXPECT_EQ(listItem(structure, "group-upper-hz", group), static_cast<double>(meters.groupUpperHz[group]));
-            const GValue* const speeds = gst_structure_get_value(structure, "speed");
-            EXPECT_EQ(g_value_get_int(gst_value_array_get_value(speeds, group)), static_cast<int>(meters.speed[group]));
             steered = steered || std::abs(meters.leftRight[group] - meters.frontBack[group]) > 0.5f;
             fast = fast || meters.speed[group] == zrk_tarn::SteeringSpeed::Fast;
         }
@@ -202,6 +211,32 @@ TEST(Messages, ShowTheGainOfTheLimiter)
     const zrk_tarn::StreamMeters meters = expectMetersOfAStream(true);
     EXPECT_GT(meters.limitedBlocks, 0);
     EXPECT_LT(meters.smallestLimiterGain, 0.5f);
+}
+
+TEST(Messages, ShowTheSurroundsOfTheBandGroups)
+{
+    constexpr std::size_t kFrames = 24000;
+    const Bytes stereo = stereoOf(kFrames, kS16);
+    Element element(capsOf(kS16, 48000), "audio/x-raw, channels=6", nullptr);
+    g_object_set(element.element(), "post-messages", TRUE, "interval", 500 * GST_MSECOND, nullptr);
+    element.pushAll(stereo, kS16, 48000);
+    element.end();
+
+    using enum zrk_tarn::OutputSlot::Source;
+    zrk_tarn::UpmixStream stream(
+        {.format = zrk_tarn::SampleFormat::S16,
+         .outputSlots = 6,
+         .outputs = {{{Engine, 0}, {Engine, 1}, {Engine, 2}, {Lfe, 0}, {Surround, 0}, {Surround, 1}}},
+         .limiter = true});
+    Bytes unused(12 * kFrames);
+    stream.process(stereo.data(), unused.data(), kFrames);
+    stream.drain(unused.data(), kLatency);
+    const zrk_tarn::StreamMeters meters = stream.meters();
+    GstMessage* const message = element.message(GST_MESSAGE_ELEMENT);
+    ASSERT_NE(message, nullptr);
+    expectGroups(gst_message_get_structure(message), meters);
+    gst_message_unref(message);
+    EXPECT_GT(std::ranges::max(meters.groupSurround), 0.001f);
 }
 
 TEST(Messages, CanBeEnabledAndRetimedWhileRunning)
