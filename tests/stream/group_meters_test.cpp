@@ -58,8 +58,8 @@ StreamConfiguration withSurrounds(std::uint32_t channels)
 {
     using enum zrk_tarn::OutputSlot::Source;
     StreamConfiguration configuration{.outputSlots = 3 + channels};
-    for (std::uint8_t channel = 0; channel < channels; ++channel)
-        configuration.outputs[3 + channel] = {Surround, channel};
+    for (std::uint32_t channel = 0; channel < channels; ++channel)
+        configuration.outputs[3 + channel] = {Surround, static_cast<std::uint8_t>(channel)};
     return configuration;
 }
 
