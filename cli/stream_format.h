@@ -56,7 +56,7 @@ constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) n
 /// The reverse for samples that fit the width.
 constexpr std::int32_t leftJustified(std::int32_t sample, std::uint32_t bits) noexcept
 {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(sample) << (32 - bits));
+    return sample * (std::int32_t{1} << (32 - bits));
 }
 
 /// Converts a sample of full scale 1 to a left-justified one: rounds half away from zero and saturates.

@@ -22,7 +22,8 @@ struct Integer
     static std::int32_t load(const std::uint8_t* position) noexcept
     {
         if constexpr (kBytes == 3 && kContainer == 4) {
-            return static_cast<std::int32_t>(static_cast<std::uint32_t>(loadSample<4>(position)) << 8) >> 8;
+            return static_cast<std::int32_t>((static_cast<std::uint32_t>(loadSample<4>(position)) & 0xffffff) << 8) >>
+                   8;
         } else {
             return loadSample<kBytes>(position);
         }

@@ -71,8 +71,9 @@ std::string axisOf(const std::string& row)
 /// The bar for the level in such a row.
 std::string barOf(const std::string& row)
 {
-    const std::string bar = row.substr(29, 15);
-    return bar.substr(0, bar.find_last_not_of(' ') + 1);
+    std::string bar = row.substr(29, 15);
+    while (bar.ends_with(' ')) bar.pop_back();
+    return bar;
 }
 
 /// An axis with a mark.
