@@ -49,8 +49,8 @@ constexpr std::int32_t toWidth(std::int32_t leftJustified, std::uint32_t bits) n
     if (bits == 32) return leftJustified;
     const std::uint32_t shift = 32 - bits;
     const std::int32_t half = std::int32_t{1} << (shift - 1);
-    const std::int32_t isNegative = leftJustified >> 31; // -1 or 0
-    return (std::min(leftJustified, INT32_MAX - half) + half + isNegative) >> shift;
+    const std::int32_t sign = leftJustified >> 31; // -1 or 0
+    return (std::min(leftJustified, INT32_MAX - half) + half + sign) >> shift;
 }
 
 /// The reverse for samples that fit the width.

@@ -30,9 +30,11 @@ TEST(Places, PannedSourceIsAtItsAngle)
         const float shared = std::min(left, right);
         EXPECT_NEAR(tarn::directionOf(left - shared, std::sqrt(2.0f) * shared, right - shared, 1.0f), direction, 2e-5f);
         // The centre plays the power that both sides share.
-        EXPECT_NEAR(tarn::directionOf(std::sqrt(left * left - shared * shared), std::sqrt(2.0f) * shared,
-                                      std::sqrt(right * right - shared * shared), 0.0f),
-                    direction, 3e-4f); // the difference of equal squares is not zero in single precision
+        const double power = std::min(std::cos(angle) * std::cos(angle), std::sin(angle) * std::sin(angle));
+        const auto rest = [power](double gain) { return static_cast<float>(std::sqrt(gain * gain - power)); };
+        EXPECT_NEAR(tarn::directionOf(rest(std::cos(angle)), static_cast<float>(std::sqrt(2.0 * power)),
+                                      rest(std::sin(angle)), 0.0f),
+                    direction, 2e-5f);
     }
 }
 

@@ -146,6 +146,14 @@ private:
     std::size_t blocks = 0;
 };
 
+/// 1.5 s of a sine. turns: periods per frame
+auto sineOf(std::uint32_t rateHz, double turns, double left, double right)
+{
+    return stereoOf(rateHz + rateHz / 2, [=](std::size_t i, std::size_t side) {
+        return (side == 0 ? left : right) * std::sin(2.0 * std::numbers::pi * turns * static_cast<double>(i));
+    });
+}
+
 } // namespace
 
 TEST(GroupMeters, EqualTheirDefinitionAfterEveryBlock)
@@ -201,14 +209,7 @@ TEST(GroupMeters, SineHasItsLevelInItsGroupInEveryGrouping)
             SCOPED_TRACE(testing::Message() << rateHz << " Hz, group " << group);
             const double turns = (first + 0.5 * bands[group]) / 128.0; // per frame
             first += bands[group];
-            const StreamMeters meters = metersAfter(
-                stereoOf(rateHz + rateHz / 2,
-                         [&](std::size_t i, std::size_t side) {
-                             return side == 0
-                                        ? kAmplitude * std::sin(2.0 * std::numbers::pi * turns * static_cast<double>(i))
-                                        : 0.0;
-                         }),
-                {.sampleRateHz = rateHz});
+            const StreamMeters meters = metersAfter(sineOf(rateHz, turns, kAmplitude, 0.0), {.sampleRateHz = rateHz});
             const double expected = kAmplitude / 2.0; // sqrt(1/2) for rms, sqrt(1/2) for the side
             EXPECT_NEAR(decibels(static_cast<double>(meters.groupLevel[group]) / expected), 0.0, 0.1);
             EXPECT_GT(meters.groupPlace[group], 0.99f);
@@ -233,13 +234,8 @@ TEST(GroupMeters, AntiPhaseSineHasItsLevelInTheSurroundsOfItsGroup)
             first += bands[group];
             StreamConfiguration configuration = withSurrounds(group % 2 == 0 ? 2 : 4);
             configuration.sampleRateHz = rateHz;
-            const StreamMeters meters =
-                metersAfter(stereoOf(rateHz + rateHz / 2,
-                                     [&](std::size_t i, std::size_t side) {
-                                         return (side == 0 ? kAmplitude : -kAmplitude) *
-                                                std::sin(2.0 * std::numbers::pi * turns * static_cast<double>(i));
-                                     }),
-                            configuration, [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
+            const StreamMeters meters = metersAfter(sineOf(rateHz, turns, kAmplitude, -kAmplitude), configuration,
+                                                    [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
             const auto level = static_cast<double>(meters.groupSurround[group]);
             EXPECT_NEAR(decibels(level / kAmplitude), 0.0, 0.1); // sqrt(1/2) for rms, sqrt(2) for two sides
             const double played = energyOf(std::span(meters.rms).subspan(3));
