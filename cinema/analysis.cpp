@@ -60,7 +60,7 @@ void foldBranches(const float (&branch)[128], float (&folded)[64]) noexcept
 
 void averageSubbands(const float (&subband)[64], float (&average)[64]) noexcept
 {
-    if (anyNearUnderflow(average)) {
+    if (anySlow(average)) {
         averageRow<true>(subband, average);
     } else {
         averageRow<false>(subband, average);

@@ -31,7 +31,7 @@ void smoothGroupPowers(ZRKTarn& engine) noexcept
 {
     const Ints<16> mayBeSubnormal = nearUnderflow(load<16>(engine.powL)) | nearUnderflow(load<16>(engine.powR)) |
                                     nearUnderflow(load<16>(engine.powSum)) | nearUnderflow(load<16>(engine.powDiff));
-    if (any(mayBeSubnormal)) {
+    if (anySlow(mayBeSubnormal)) {
         smoothAllPowers<true>(engine);
     } else {
         smoothAllPowers<false>(engine);

@@ -63,7 +63,7 @@ void interpolateMatrices(ZRKTarn& engine) noexcept
 {
     const Floats<16> x = load<16>(engine.lrSlower);
     const Floats<16> y = load<16>(engine.fbSlower);
-    if (any(nearUnderflow(x) | nearUnderflow(y))) {
+    if (anySlow(nearUnderflow(x) | nearUnderflow(y))) {
         interpolateGroups<true>(engine.regionMatrix, axisPositions(x), axisPositions(y), engine.groupMatrix);
     } else {
         interpolateGroups<false>(engine.regionMatrix, axisPositions(x), axisPositions(y), engine.groupMatrix);

@@ -109,7 +109,7 @@ bool mixBands(ZRKTarn& engine) noexcept
     const Columns columns = columnsOf(engine.groupMatrix);
     // A coefficient is near underflow only if an interpolation weight is.
     const bool mayBeSubnormal =
-        any(nearUnderflow(load<16>(engine.lrSlower)) | nearUnderflow(load<16>(engine.fbSlower))) &&
+        anySlow(nearUnderflow(load<16>(engine.lrSlower)) | nearUnderflow(load<16>(engine.fbSlower))) &&
         anyColumnNearUnderflow(columns);
     if (!mayBeSubnormal) {
         mixBands<false, false, Layout>(columns, engine);
@@ -120,8 +120,7 @@ bool mixBands(ZRKTarn& engine) noexcept
         return false;
     }
     mixBands<true, true, Layout>(columns, engine);
-    return anyNearUnderflow(engine.outSubband[0]) || anyNearUnderflow(engine.outSubband[1]) ||
-           anyNearUnderflow(engine.outSubband[2]);
+    return anySlow(engine.outSubband[0]) || anySlow(engine.outSubband[1]) || anySlow(engine.outSubband[2]);
 }
 
 /// Mixes any grouping, band after band.

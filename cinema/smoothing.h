@@ -9,11 +9,12 @@
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Whether the alpha of a steering pair is near underflow. Many changes of the format can scale it down that far.
-inline bool anyPairNearUnderflow(const ZRKTarn& engine) noexcept
+/// Whether the alpha of a steering pair is near underflow, on processors that are slow with subnormal numbers. Many
+/// changes of the format can scale it down that far.
+inline bool anyPairSlow(const ZRKTarn& engine) noexcept
 {
-    return nearUnderflow(engine.slower[0]) || nearUnderflow(engine.slow[0]) || nearUnderflow(engine.mid[0]) ||
-           nearUnderflow(engine.fast[0]);
+    return subnormalsAreSlow && (nearUnderflow(engine.slower[0]) || nearUnderflow(engine.slow[0]) ||
+                                 nearUnderflow(engine.mid[0]) || nearUnderflow(engine.fast[0]));
 }
 
 /// One step of a first-order recursive mean: state = (1 - alpha) * state + alpha * value.

@@ -39,10 +39,10 @@ FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steerin
 
 FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
 {
-    if (anyPairNearUnderflow(engine)) return smoothedAtFourSpeeds<true, true>(engine, steering, state);
+    if (anyPairSlow(engine)) return smoothedAtFourSpeeds<true, true>(engine, steering, state);
     // After a block all four speeds have the same value.
-    return any(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true, false>(engine, steering, state)
-                                            : smoothedAtFourSpeeds<false, false>(engine, steering, state);
+    return anySlow(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true, false>(engine, steering, state)
+                                                : smoothedAtFourSpeeds<false, false>(engine, steering, state);
 }
 
 /// The mean, group ascending.

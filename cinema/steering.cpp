@@ -96,7 +96,7 @@ void steerBroadband(ZRKTarn& engine) noexcept
     const Steering steering = steer(engine.avgLevelL, engine.avgLevelR, engine.avgLevelSum, engine.avgLevelDiff);
     engine.globalLR = steering.lr;
     engine.globalFB = steering.fb;
-    if (anyPairNearUnderflow(engine)) {
+    if (anyPairSlow(engine)) {
         smoothBroadband<true>(engine);
     } else {
         smoothBroadband<false>(engine);

@@ -15,10 +15,11 @@ namespace
 
 constexpr int kWidth = kVectorFloats;
 
-/// Whether an even slot has values near underflow. Checks four values per slot: the transform spreads every subband
-/// over all 64 values.
-bool anySlotNearUnderflow(const float (&history)[1024]) noexcept
+/// Whether an even slot has values near underflow that are slow. Checks four values per slot: the transform spreads
+/// every subband over all 64 values.
+bool anySlotSlow(const float (&history)[1024]) noexcept
 {
+    if (!subnormalsAreSlow) return false;
     Floats<4> least = abs(load<4>(history));
 #pragma GCC unroll 8
     for (int m = 128; m < 1024; m += 128) {
@@ -91,7 +92,7 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
 
 void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
 {
-    if (anySlotNearUnderflow(history)) {
+    if (anySlotSlow(history)) {
         weightAddAndAdvance<true>(history, overlapNow, overlapNext);
     } else {
         weightAddAndAdvance<false>(history, overlapNow, overlapNext);

@@ -3,12 +3,19 @@
 #include "dispatch/instruction_sets.h"
 
 #include "dispatch/instruction_set_list.h"
+#include "lanes/subnormal_speed.h"
 
 #include <algorithm>
 #include <iterator>
 
+#if defined __x86_64__
+#include <cpuid.h>
+#endif
+
 namespace zrk_tarn
 {
+
+constinit bool subnormalsAreSlow = true;
 
 #define TARN_DECLARE(set, condition)                                                                                   \
     namespace set                                                                                                      \
@@ -38,9 +45,29 @@ std::size_t usableCount() noexcept
 /// The slowest set until the choice at load time, because other libraries may use engines before it.
 constinit const BlockOperations* operations = kAll[0];
 
+/// Whether the processor takes much longer for subnormal numbers. Those of AMD do not since family 0x19: there, the
+/// arithmetic that avoids them costs more than they do (`tarn_speed --summary`). Others count as slow.
+bool isSlowWithSubnormals() noexcept
+{
+#if defined __x86_64__
+    constexpr unsigned int kAmd[] = {0x68747541, 0x69746e65, 0x444d4163}; // "AuthenticAMD" in ebx, edx, ecx
+    unsigned int eax = 0;
+    unsigned int ebx = 0;
+    unsigned int ecx = 0;
+    unsigned int edx = 0;
+    if (__get_cpuid(0, &eax, &ebx, &ecx, &edx) == 0 || ebx != kAmd[0] || edx != kAmd[1] || ecx != kAmd[2]) return true;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0) return true;
+    const unsigned int family = (eax >> 8 & 0xf) + (eax >> 20 & 0xff);
+    return family < 0x19;
+#else
+    return true;
+#endif
+}
+
 [[gnu::constructor]] void chooseAtLoad() noexcept
 {
     operations = usableOperations().back();
+    subnormalsAreSlow = isSlowWithSubnormals();
 }
 
 } // namespace

@@ -264,7 +264,7 @@ void transformPairSums(const float (*even)[32], const float (*odd)[32], float* o
 {
     if (mayBeSubnormal) {
         for (int t = 0; t < kCount; ++t) {
-            if (anyNearUnderflow(even[t]) || anyNearUnderflow(odd[t])) {
+            if (anySlow(even[t]) || anySlow(odd[t])) {
                 transformTogether<SafeOctet, kStride>(even + t, odd + t, out + t * kStride);
             } else {
                 transformTogether<OneOctet, kStride>(even + t, odd + t, out + t * kStride);

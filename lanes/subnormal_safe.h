@@ -3,6 +3,7 @@
 #pragma once
 
 #include "lanes/lanes.h"
+#include "lanes/subnormal_speed.h"
 
 #include <cstddef>
 #include <type_traits>
@@ -13,7 +14,8 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 // After a signal stops, recursive means decay to subnormal numbers, and products with them are subnormal too. A
 // processor may need a hundred times longer for an operation with a subnormal operand or result. In double precision no
 // sum or product of two singles is subnormal. A double has more than twice the digits of a single, so the result
-// rounded to single has the same bits as in single precision.
+// rounded to single has the same bits as in single precision. Other processors are hardly slower with subnormal
+// numbers; there, stages always use single precision (subnormalsAreSlow).
 
 /// The product of two singles, computed in double. The powers of two cancel out; without them, the compiler could
 /// compute in single precision.
@@ -133,14 +135,21 @@ inline bool nearUnderflow(float a) noexcept
     return a != 0.0f && __builtin_fabsf(a) < kNearUnderflow;
 }
 
-/// Whether any value of a row is near underflow.
+/// Whether a lane of nearUnderflow is true, on processors that are slow with subnormal numbers.
+template <int kCount>
+[[gnu::always_inline]] inline bool anySlow(const Ints<kCount>& near) noexcept
+{
+    return subnormalsAreSlow && any(near);
+}
+
+/// The same for the values of a row.
 template <std::size_t kCount>
-inline bool anyNearUnderflow(const float (&values)[kCount]) noexcept
+inline bool anySlow(const float (&values)[kCount]) noexcept
 {
     constexpr int kWidth = kVectorFloats;
     Ints<kWidth> near = broadcast<kWidth>(std::int32_t{0});
     for (std::size_t n = 0; n < kCount; n += kWidth) near = near | nearUnderflow(load<kWidth>(values + n));
-    return any(near);
+    return anySlow(near);
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

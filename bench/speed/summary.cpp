@@ -7,12 +7,14 @@
 #include "bench/speed/stream.h"
 #include "bench/speed/table.h"
 #include "dispatch/instruction_sets.h"
+#include "lanes/subnormal_speed.h"
 #include "tests/reference/reference_engine.h"
 #include "tests/support/ticks.h"
 
 #include <chrono>
 #include <cstdio>
 #include <deque>
+#include <iterator>
 #include <vector>
 
 namespace speed
@@ -132,6 +134,38 @@ void printRatios(const std::vector<Column>& columns)
     for (const Ratio& ratio : kRatios) printRatio(ratio, columns);
 }
 
+/// Compares both values of subnormalsAreSlow in music and in long silence.
+void printSubnormals()
+{
+    const bool slowHere = zrk_tarn::subnormalsAreSlow;
+    std::vector<Column> columns;
+    for (const BlockOperations* const operations : zrk_tarn::usableOperations()) {
+        zrk_tarn::chooseOperations(*operations);
+        std::deque<Measurement<ZRKTarn>> measurements; // avoided in music and silence, then not avoided
+        for (const bool slow : {true, false}) {
+            zrk_tarn::subnormalsAreSlow = slow;
+            for (const bool silent : {false, true}) measurements.emplace_back(kPlain, silent);
+        }
+        for (int round = 0; round < kRounds; ++round) {
+            for (std::size_t i = 0; i < measurements.size(); ++i) {
+                zrk_tarn::subnormalsAreSlow = i < 2;
+                measurements[i].runRound();
+            }
+        }
+        columns.push_back({operations->instructionSet, {}});
+        for (const auto& measurement : measurements) columns.back().medians.push_back(measurement.median());
+    }
+    zrk_tarn::subnormalsAreSlow = slowHere;
+
+    printHead(slowHere ? "subnormals, avoided here" : "subnormals, not avoided here", columns);
+    constexpr const char* kNames[] = {"avoided, music", "avoided, long silence", "not avoided, music",
+                                      "not avoided, long silence"};
+    for (std::size_t i = 0; i < std::size(kNames); ++i) printMedians(kNames[i], columns, i);
+    for (const Ratio& ratio :
+         {Ratio{"not avoided / avoided, music", 2, 0}, Ratio{"not avoided / avoided, silence", 3, 1}})
+        printRatio(ratio, columns);
+}
+
 /// Speed of one core as a multiple of real time at 48 kHz, with a host buffer that holds all of the music.
 template <typename Engine>
 double realTimeStreams()
@@ -216,6 +250,7 @@ void printSummary()
     const std::vector<Column> columns = measureBlocks();
     printTicks(columns);
     printRatios(columns);
+    printSubnormals();
     printStreams();
     printStages("ticks of a stage alone", false);
     printStages("the same in long silence", true);

@@ -1,5 +1,6 @@
 // Compares the engine with the reference engine: all bytes of the buffer and all bits of the record, block by block.
 // SPDX-License-Identifier: MIT
+#include "lanes/subnormal_speed.h"
 #include "tests/reference/engine_pair.h"
 #include "tests/support/engine.h"
 
@@ -113,7 +114,28 @@ TEST_P(EverySignal, MatchesTheReferenceForTwoSecondsAndSilence)
 
 INSTANTIATE_TEST_SUITE_P(, EverySignal, testing::ValuesIn(kAllSignals), testing::PrintToStringParamName());
 
-TEST(LongSilence, MatchesTheReferenceUntilStateIsSubnormal)
+/// Tests that run with both values of subnormalsAreSlow.
+class SubnormalSpeed : public testing::TestWithParam<bool>
+{
+protected:
+    SubnormalSpeed() { zrk_tarn::subnormalsAreSlow = GetParam(); }
+    ~SubnormalSpeed() override { zrk_tarn::subnormalsAreSlow = ofProcessor; }
+
+private:
+    bool ofProcessor = zrk_tarn::subnormalsAreSlow;
+};
+
+using LongSilence = SubnormalSpeed;
+using WeightsNearUnderflow = SubnormalSpeed;
+using WrittenFields = SubnormalSpeed;
+
+constexpr auto kSpeedName = [](const testing::TestParamInfo<bool>& slow) { return slow.param ? "Slow" : "Fast"; };
+
+INSTANTIATE_TEST_SUITE_P(, LongSilence, testing::Bool(), kSpeedName);
+INSTANTIATE_TEST_SUITE_P(, WeightsNearUnderflow, testing::Bool(), kSpeedName);
+INSTANTIATE_TEST_SUITE_P(, WrittenFields, testing::Bool(), kSpeedName);
+
+TEST_P(LongSilence, MatchesTheReferenceUntilStateIsSubnormal)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
@@ -137,7 +159,7 @@ int subnormalsIn(const float (&rows)[kRows][kCount])
 
 // Weights that have decayed for minutes, and then loud sound: coefficients, subbands and synthesis histories near the
 // smallest normal number.
-TEST(WeightsNearUnderflow, MatchTheReferenceThroughMixingAndSynthesis)
+TEST_P(WeightsNearUnderflow, MatchTheReferenceThroughMixingAndSynthesis)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);
@@ -195,7 +217,7 @@ void writeInto(Field& a, Field& b, Random& random)
         if (random.chance(2)) first[i] = second[i] = writtenValue(random);
 }
 
-TEST(WrittenFields, MatchTheReference)
+TEST_P(WrittenFields, MatchTheReference)
 {
     Random random(kSeed);
     SCOPED_TRACE(testing::Message() << "seed " << kSeed);

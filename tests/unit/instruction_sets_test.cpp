@@ -1,6 +1,7 @@
 // Tests of dispatch/instruction_sets.cpp.
 // SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
+#include "lanes/subnormal_speed.h"
 
 #include <gtest/gtest.h>
 
@@ -35,5 +36,19 @@ TEST(InstructionSets, HaveTheirNames)
     EXPECT_TRUE(std::string("sse2 avx2 avx512 ").starts_with(names)) << names;
 #elif defined __aarch64__
     EXPECT_EQ(names, "neon ");
+#endif
+}
+
+TEST(InstructionSets, SubnormalNumbersAreSlowExceptOnRecentProcessorsOfAmd)
+{
+#if defined __x86_64__
+    __builtin_cpu_init();
+    if (__builtin_cpu_is("amdfam19h") != 0) {
+        EXPECT_FALSE(zrk_tarn::subnormalsAreSlow);
+    } else if (__builtin_cpu_is("amd") == 0 || __builtin_cpu_is("amdfam17h") != 0) {
+        EXPECT_TRUE(zrk_tarn::subnormalsAreSlow);
+    }
+#else
+    EXPECT_TRUE(zrk_tarn::subnormalsAreSlow);
 #endif
 }
