@@ -130,17 +130,28 @@ inline void convertRow(const std::int32_t (&row)[64], const HostRange& range, st
     }
 
     constexpr int kWidth = kVectorFloats;
+    const auto biased = [&](int i) {
+        const Floats<kWidth> scaled = toFloat(load<kWidth>(row + i)) * broadcast<kWidth>(range.scale);
+        return scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
+    };
+
+    // Whole numbers up to 2^24 are floats, so clipping before truncation gives the same and prevents overflow. An
+    // infinite scale would turn 0 to NaN.
+    constexpr std::int32_t kExact = 1 << 24;
+    if (range.floor >= -kExact && range.ceiling <= kExact && range.scale < __builtin_inff()) {
+        const Floats<kWidth> ceiling = broadcast<kWidth>(static_cast<float>(range.ceiling));
+        const Floats<kWidth> floor = broadcast<kWidth>(static_cast<float>(range.floor));
+#pragma GCC unroll 1
+        for (int i = 0; i < 64; i += kWidth) store(samples + i, truncated(larger(smaller(biased(i), ceiling), floor)));
+        return;
+    }
+
     const Ints<kWidth> ceiling = broadcast<kWidth>(range.ceiling);
     const Ints<kWidth> floor = broadcast<kWidth>(range.floor);
-    truncateRow(
-        [&](int i) {
-            const Floats<kWidth> scaled = toFloat(load<kWidth>(row + i)) * broadcast<kWidth>(range.scale);
-            return scaled + withSignOf(scaled, broadcast<kWidth>(0.5f));
-        },
-        [&](int i, const Ints<kWidth>& whole) {
-            const Ints<kWidth> below = select(whole < ceiling, whole, ceiling);
-            store(samples + i, select(floor < below, below, floor));
-        });
+    truncateRow(biased, [&](int i, const Ints<kWidth>& whole) {
+        const Ints<kWidth> below = select(whole < ceiling, whole, ceiling);
+        store(samples + i, select(floor < below, below, floor));
+    });
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

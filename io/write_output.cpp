@@ -2,6 +2,11 @@
 // SPDX-License-Identifier: MIT
 #include "io/block_io.h"
 #include "io/sample_conversion.h"
+#include "lanes/lanes.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -20,6 +25,87 @@ void writeSlot(const std::int32_t* samples, std::size_t frames, std::uint8_t* po
     }
 }
 
+/// Stores one lane of a vector of T, seen in 16 bytes of lanes.
+template <typename T, int kLane>
+[[gnu::always_inline]] inline void storeLane(std::uint8_t* position, const Ints<4>& lanes) noexcept
+{
+    using Vector [[gnu::vector_size(16)]] = T;
+    const T value = reinterpret_cast<Vector>(lanes.part[0])[kLane];
+    __builtin_memcpy(position, &value, sizeof value);
+}
+
+/// Four frames of three adjacent samples as two stores per frame: a head of type Head and the rest of the third sample.
+///
+/// low, high  the 32-bit words of the heads; a head of 32 bits is the low one
+/// third      the third samples; their rest starts at byte kRest
+template <typename Head, typename Rest, int kRest, int... kFrame>
+[[gnu::always_inline]] inline void storeFrames(const Ints<4>& low, const Ints<4>& high, const Ints<4>& third,
+                                               std::uint8_t* position, std::size_t stride,
+                                               std::integer_sequence<int, kFrame...> /*frames*/) noexcept
+{
+    constexpr int kRestLanes = 4 / static_cast<int>(sizeof(Rest));
+    constexpr int kRestLane = kRest / static_cast<int>(sizeof(Rest));
+    if constexpr (sizeof(Head) == 4) {
+        (storeLane<Head, kFrame>(position + kFrame * stride, low), ...);
+    } else {
+        (storeLane<Head, kFrame % 2>(position + kFrame * stride,
+                                     kFrame < 2 ? lowInterleaved(low, high) : highInterleaved(low, high)),
+         ...);
+    }
+    (storeLane<Rest, kFrame * kRestLanes + kRestLane>(position + kFrame * stride + sizeof(Head), third), ...);
+}
+
+/// The same for kCount frames.
+template <typename Head, typename Rest, int kRest, int kCount>
+[[gnu::always_inline]] inline void storeFrames(const Ints<kCount>& low, const Ints<kCount>& high,
+                                               const Ints<kCount>& third, std::uint8_t* position,
+                                               std::size_t stride) noexcept
+{
+    if constexpr (kCount == 4) {
+        storeFrames<Head, Rest, kRest>(low, high, third, position, stride, std::make_integer_sequence<int, 4>{});
+    } else {
+        constexpr std::size_t kHalf = kCount / 2;
+        storeFrames<Head, Rest, kRest>(lowHalf(low), lowHalf(high), lowHalf(third), position, stride);
+        storeFrames<Head, Rest, kRest>(highHalf(low), highHalf(high), highHalf(third), position + kHalf * stride,
+                                       stride);
+    }
+}
+
+/// Stores 64 frames of three adjacent samples, stride bytes apart.
+template <int kBytes>
+void writeFrames(const std::int32_t (&samples)[3][64], std::uint8_t* position, std::size_t stride) noexcept
+{
+    constexpr int kWidth = kVectorFloats < 8 ? kVectorFloats : 8;
+#pragma GCC unroll 1
+    for (int i = 0; i < 64; i += kWidth) {
+        const Ints<kWidth> first = load<kWidth>(samples[0] + i);
+        const Ints<kWidth> second = load<kWidth>(samples[1] + i);
+        const Ints<kWidth> third = load<kWidth>(samples[2] + i);
+        if constexpr (kBytes == 2) {
+            const Ints<kWidth> low = (first & broadcast<kWidth>(0xffff)) | shiftedLeft<16>(second);
+            storeFrames<std::uint32_t, std::uint16_t, 0>(low, low, third, position, stride);
+        } else if constexpr (kBytes == 3) {
+            const Ints<kWidth> low = (first & broadcast<kWidth>(0xffffff)) | shiftedLeft<24>(second);
+            const Ints<kWidth> high = (shiftedRight<8>(second) & broadcast<kWidth>(0xffff)) | shiftedLeft<16>(third);
+            storeFrames<std::uint64_t, std::uint8_t, 2>(low, high, third, position, stride);
+        } else {
+            storeFrames<std::uint64_t, std::uint32_t, 0>(first, second, third, position, stride);
+        }
+        position += kWidth * stride;
+    }
+}
+
+/// Whether the block is complete, in the engine's own rows, and goes to three adjacent slots in the order of the rows.
+bool isAdjacent(const ZRKTarn& engine, std::size_t bytes, std::uint32_t frames, std::uint32_t channels) noexcept
+{
+    const std::uint8_t* const first = engine.channelPtr[0];
+    bool adjacent = frames == 64 && channels >= 3;
+    for (std::size_t k = 0; k < 3; ++k)
+        adjacent =
+            adjacent && engine.channelPtr[k] == first + k * bytes && engine.outputPtr[k] == engine.outputBlock[k];
+    return adjacent;
+}
+
 } // namespace
 
 std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
@@ -30,6 +116,12 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
     // Channel after channel: if two share a slot, the last one wins.
     const bool written = dispatchContainer(bytes, [&](auto width) {
         const HostRange range(engine);
+        if (kLittleEndian && isAdjacent(engine, width, frames, channels)) {
+            std::int32_t samples[3][64];
+            for (int k = 0; k < 3; ++k) convertRow(engine.outputBlock[k], range, samples[k]);
+            writeFrames<width>(samples, engine.channelPtr[0], stride);
+            return;
+        }
         for (int k = 0; k < 3; ++k) {
             std::uint8_t* const position = engine.channelPtr[k];
             if (engine.outputPtr[k] == engine.outputBlock[k]) {

@@ -185,6 +185,20 @@ template <typename T, int kCount>
     return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x | y; }, a, b);
 }
 
+/// Shifts left by kBits; zeros follow.
+template <int kBits, int kCount>
+[[gnu::always_inline]] inline Ints<kCount> shiftedLeft(const Ints<kCount>& a) noexcept
+{
+    return partwise<Ints<kCount>>([](auto x) { return x << kBits; }, a);
+}
+
+/// Shifts right by kBits; the sign follows.
+template <int kBits, int kCount>
+[[gnu::always_inline]] inline Ints<kCount> shiftedRight(const Ints<kCount>& a) noexcept
+{
+    return partwise<Ints<kCount>>([](auto x) { return x >> kBits; }, a);
+}
+
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> operator-(const Lanes<T, kCount>& a) noexcept
 {
@@ -224,6 +238,20 @@ template <typename T, int kCount>
                                                       const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
 {
     return partwise<Lanes<T, kCount>>([](auto m, auto x, auto y) { return m ? x : y; }, mask, a, b);
+}
+
+/// a where it is larger than b, else b. One instruction for floats, in this form only: it gives b for NaN in a or b.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> larger(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x > y ? x : y; }, a, b);
+}
+
+/// a where it is smaller than b, else b; b for NaN in a or b.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> smaller(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
+{
+    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x < y ? x : y; }, a, b);
 }
 
 /// Reinterprets the bits as another lane type of the same size.

@@ -1,13 +1,17 @@
 // Tests of io/write_output.cpp.
 // SPDX-License-Identifier: MIT
+#include "tests/reference/reference_engine.h"
 #include "tests/support/engine.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/random.h"
 #include "tests/unit/io_fixture.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
+#include <memory>
 
 using tests::connect;
 using tests::connectRows;
@@ -143,4 +147,111 @@ TEST(WriteOutput, ReadsCallerRowsSampleBySample)
     EXPECT_EQ(engine->WriteOutput(8, 2), 1u);
     for (int i = 0; i < 8; ++i) expected[2 * i] = 2 * expected[i]; // 32 bits: the scale is 2
     for (int i = 0; i < 16; ++i) EXPECT_EQ(buffer[i], expected[i]) << i;
+}
+
+namespace
+{
+
+/// Writes the same rows with the engine and with the reference engine, which stores one sample after the other, and
+/// compares all bytes.
+class WrittenPair
+{
+public:
+    explicit WrittenPair(std::int32_t bits) : engine(tests::engineAt(48000, bits))
+    {
+        connectRows(*engine);
+        plain->bitsPerSample = bits;
+        for (int k = 0; k < 3; ++k) plain->outputPtr[k] = plain->outputBlock[k];
+        setRange(engine->outputScale, engine->sampleCeiling, engine->sampleFloor);
+    }
+
+    void setRange(float scale, std::int32_t ceiling, std::int32_t floor)
+    {
+        engine->outputScale = plain->outputScale = scale;
+        engine->sampleCeiling = plain->sampleCeiling = ceiling;
+        engine->sampleFloor = plain->sampleFloor = floor;
+    }
+
+    void fillRows(tests::Random& random)
+    {
+        for (int k = 0; k < 3; ++k) {
+            for (int i = 0; i < 64; ++i) {
+                const std::int32_t values[] = {0, INT32_MIN, INT32_MAX, static_cast<std::int32_t>(random.bits()),
+                                               static_cast<std::int32_t>(random.bits())};
+                engine->outputBlock[k][i] = plain->outputBlock[k][i] = random.oneOf(values);
+            }
+        }
+    }
+
+    /// offsets  bytes from a place in the buffer to the first sample of every role
+    testing::AssertionResult writeTheSame(const std::ptrdiff_t (&offsets)[3], std::uint32_t frames,
+                                          std::uint32_t channels, tests::Random& random)
+    {
+        constexpr std::size_t kSlots = 12; // more than any stride, for offsets on both sides
+        GuardedBuffer written(64, kSlots, 32);
+        std::generate_n(written.data(), written.size(), [&] { return static_cast<std::uint8_t>(random.bits()); });
+        GuardedBuffer expected = written;
+        const auto connectRoles = [&](auto& to, GuardedBuffer& buffer) {
+            std::uint8_t* const place = buffer.data() + 64;
+            to.SetChannelPtrs(place + offsets[0], place + offsets[1], place + offsets[2], nullptr);
+        };
+        connectRoles(*engine, written);
+        connectRoles(*plain, expected);
+        if (engine->WriteOutput(frames, channels) != plain->WriteOutput(frames, channels))
+            return testing::AssertionFailure() << "status";
+        if (written != expected) return testing::AssertionFailure() << "bytes";
+        return written.guardsIntact();
+    }
+
+private:
+    std::unique_ptr<ZRKTarn> engine;
+    std::unique_ptr<reference::Engine> plain = std::make_unique<reference::Engine>();
+};
+
+} // namespace
+
+TEST(WriteOutput, MatchesThePlainLoopForEveryPlaceOfTheRoles)
+{
+    constexpr std::uint64_t kSeed = 19;
+    tests::Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
+    for (const std::int32_t bits : {12, 16, 20, 24, 32}) {
+        WrittenPair pair(bits);
+        const std::ptrdiff_t bytes = (bits + 7) / 8;
+        for (std::uint32_t channels = 0; channels <= 8; ++channels) {
+            // Slots before and after the first role, the same one, and places between slots.
+            for (std::ptrdiff_t second = -2 * bytes - 1; second <= 3 * bytes && !HasFailure(); ++second) {
+                for (std::ptrdiff_t third = -2 * bytes - 1; third <= 3 * bytes && !HasFailure(); ++third) {
+                    pair.fillRows(random);
+                    const std::uint32_t frames = random.chance(4) ? random.below(65) : 64;
+                    EXPECT_TRUE(pair.writeTheSame({0, second, third}, frames, channels, random))
+                        << bits << " bits, " << channels << " channels, " << frames << " frames, roles at 0, " << second
+                        << " and " << third;
+                }
+            }
+        }
+    }
+}
+
+TEST(WriteOutput, MatchesThePlainLoopForEveryRange)
+{
+    constexpr std::uint64_t kSeed = 20;
+    tests::Random random(kSeed);
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    for (const std::int32_t bits : {16, 24, 32}) {
+        WrittenPair pair(bits);
+        const std::ptrdiff_t bytes = bits / 8;
+        for (const float scale : {0x1p-15f, 0.3f, 1.0f, 2.0f, 0x1p100f, kInfinity, 0.0f, -1.0f, 0x1p-149f, -kInfinity,
+                                  std::numeric_limits<float>::quiet_NaN()}) {
+            for (const std::int32_t ceiling : {0, 1, 32767, 1 << 24, (1 << 24) + 1, INT32_MAX, -1, INT32_MIN}) {
+                for (const std::int32_t floor : {0, -1, -32768, -(1 << 24), -(1 << 24) - 1, INT32_MIN, 1, INT32_MAX}) {
+                    pair.setRange(scale, ceiling, floor);
+                    pair.fillRows(random);
+                    EXPECT_TRUE(pair.writeTheSame({0, bytes, 2 * bytes}, 64, 6, random))
+                        << bits << " bits, scale " << scale << ", from " << floor << " to " << ceiling;
+                }
+            }
+        }
+    }
 }
