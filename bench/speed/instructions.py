@@ -93,11 +93,10 @@ def read_steps(addresses, starts, ends, names):
     return calls, own
 
 
-def profile_of_steps(program, instruction_set, blocks):
-    """The same as read_profile for blocks that are executed one instruction at a time."""
+def run_steps(program, instruction_set, blocks):
+    """The addresses of all instructions of some blocks, in the order of execution."""
     command = [str(program), "--step", instruction_set, str(blocks)]
-    addresses = array.array("Q", subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
-    return read_steps(addresses, *functions_of(program))
+    return array.array("Q", subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
 
 
 def short(function):
@@ -160,7 +159,8 @@ def per_block(program, room, instruction_set, few, many):
 
 def per_stepped_block(program, instruction_set, blocks):
     """Instructions of the stages of the engine per block, without valgrind."""
-    counts = count_engine(*profile_of_steps(program, instruction_set, blocks), instruction_set)
+    calls, own = read_steps(run_steps(program, instruction_set, blocks), *functions_of(program))
+    counts = count_engine(calls, own, instruction_set)
     return {name: count / blocks for name, count in counts.items()}
 
 
