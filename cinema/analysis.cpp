@@ -34,8 +34,8 @@ void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept
         Floats<kWidth> high = broadcast<kWidth>(0.0f);
 #pragma GCC unroll 8
         for (int m = 0; m < 1024; m += 128) {
-            const Floats<kWidth> lowSamples = load<kWidth>(history + m + n);
-            const Floats<kWidth> highSamples = load<kWidth>(history + m + 64 + n);
+            const Floats<kWidth> lowSamples = inRegister(load<kWidth>(history + m + n));
+            const Floats<kWidth> highSamples = inRegister(load<kWidth>(history + m + 64 + n));
             low = low + lowSamples * load<kWidth>(lpf + m + n);
             high = high + highSamples * load<kWidth>(lpf + m + 64 + n);
             if (m > 0) store(history + m - 64 + n, lowSamples);

@@ -5,6 +5,8 @@
 #include "cinema/largest.h"
 #include "lanes/lanes.h"
 
+#include <cstdint>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
@@ -33,17 +35,12 @@ void startMeasures(ZRKTarn& engine) noexcept
 
 void measureGroupPeaks(ZRKTarn& engine) noexcept
 {
-    float l[16];
-    float r[16];
-    for (int g = 0; g < 16; ++g) {
-        // The first band of an empty group after the last band is 64; its measures stay.
-        const int b = engine.peakBand[g] < 64 ? engine.peakBand[g] : 63;
-        l[g] = engine.subband[0][b];
-        r[g] = engine.subband[1][b];
-    }
-
-    const Floats<16> left = load<16>(l);
-    const Floats<16> right = load<16>(r);
+    // The first band of an empty group after the last band is 64; its measures stay.
+    std::int32_t band[16];
+    const Ints<16> last = broadcast<16>(63);
+    store(band, select(load<16>(engine.peakBand) < last, load<16>(engine.peakBand), last));
+    const Floats<16> left = lookedUp<64>(engine.subband[0], band);
+    const Floats<16> right = lookedUp<64>(engine.subband[1], band);
     const Ints<16> found = broadcast<16>(0.0f) < load<16>(engine.peakTotal);
     const auto storeFound = [&](const Floats<16>& measure, float(&peak)[16]) {
         store(peak, select(found, measure, load<16>(peak)));

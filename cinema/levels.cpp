@@ -14,28 +14,29 @@ void measureLevels(ZRKTarn& engine) noexcept
     constexpr float kMean = 1.0f / kBlock;
     constexpr float kBlockTimesRoot2 = 90.50967f;
 
-    const float* const left = engine.inputHistory[0] + 1024 - kBlock;
-    const float* const right = engine.inputHistory[1] + 1024 - kBlock;
+    const float* left = engine.inputHistory[0] + 1024 - kBlock;
+    const float* right = engine.inputHistory[1] + 1024 - kBlock;
 
-    // Lanes are the four sums: |l|, |r|, |l + r| and |l - r|.
-    Floats<4> sums = broadcast<4>(0.0f);
-    for (int t = 0; t < kBlock; t += 4) {
-        const Floats<4> l = load<4>(left + t);
-        const Floats<4> r = load<4>(right + t);
-        const Floats<4> a = abs(l);
-        const Floats<4> b = abs(r);
-        const Floats<4> c = abs(l + r);
-        const Floats<4> d = abs(l - r);
-        // Transposes: from four samples per magnitude to four magnitudes per sample.
-        const Floats<4> acLow = lowInterleaved(a, c);
-        const Floats<4> bdLow = lowInterleaved(b, d);
-        const Floats<4> acHigh = highInterleaved(a, c);
-        const Floats<4> bdHigh = highInterleaved(b, d);
-        sums = sums + lowInterleaved(acLow, bdLow);
-        sums = sums + highInterleaved(acLow, bdLow);
-        sums = sums + lowInterleaved(acHigh, bdHigh);
-        sums = sums + highInterleaved(acHigh, bdHigh);
+    // The magnitudes |l|, |r|, |l + r| and |l - r| of every sample. In each part of kVectorFloats samples, quad q of
+    // column k belongs to sample 4 q + k.
+    constexpr int kQuads = kVectorFloats / 4;
+    alignas(kVectorBytes) float magnitudes[kBlock / kVectorFloats][4][kQuads][4];
+#pragma GCC unroll 1
+    for (auto& part : magnitudes) {
+        const auto l = load<kVectorFloats>(left);
+        const auto r = load<kVectorFloats>(right);
+        const Quads<kVectorFloats> quads = transposedQuads(abs(l), abs(r), abs(l + r), abs(l - r));
+        for (int k = 0; k < 4; ++k) store(part[k][0], quads.column[k]);
+        left += kVectorFloats;
+        right += kVectorFloats;
     }
+
+    // Lanes are the four sums.
+    Floats<4> sums = broadcast<4>(0.0f);
+#pragma GCC unroll 1
+    for (const auto& part : magnitudes)
+        for (int q = 0; q < kQuads; ++q)
+            for (int k = 0; k < 4; ++k) sums = sums + load<4>(part[k][q]);
     float sum[4];
     store(sum, sums);
 

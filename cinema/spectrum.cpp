@@ -46,20 +46,20 @@ struct RoundedTenths
 
 [[gnu::always_inline]] inline RoundedTenths operator+(const RoundedTenths& a, const RoundedTenths& b) noexcept
 {
-    return {a.multiples + b.multiples, select(a.largestError < b.largestError, b.largestError, a.largestError)};
+    return {a.multiples + b.multiples, larger(a.largestError, b.largestError)};
 }
 
-/// Adds a tenth of the magnitudes of the first segments, as far as adding them together gives the same bits as one
-/// addition after the other. Returns the number of segments added.
+/// Adds a tenth of the magnitudes of some segments to the total if adding them together gives the same bits as one
+/// addition after the other; returns whether it did.
 ///
 /// While the total stays in one binade, its last digit has a constant weight, the unit, and every addition rounds its
 /// term to a multiple of the unit: to the nearest one, unless the term is so close to the middle between two multiples
 /// that the total decides. Sums of multiples of the unit are exact in any order.
-int addSegments(const float* values, int segments, float& total) noexcept
+[[gnu::always_inline]] inline bool addTogether(const float* values, int segments, float& total) noexcept
 {
     constexpr std::uint32_t kExponentBits = 0x7f800000;
     const std::uint32_t exponent = __builtin_bit_cast(std::uint32_t, total) & kExponentBits;
-    if (exponent == 0 || !(total > 0.0f)) return 0;
+    if (exponent == 0 || !(total > 0.0f)) return false;
     const auto binade = static_cast<double>(__builtin_bit_cast(float, exponent));
     const double unit = binade * 0x1p-23;
 
@@ -67,33 +67,32 @@ int addSegments(const float* values, int segments, float& total) noexcept
     const double clear = unit * (0.5 - 0x1p-28);
 
     RoundedTenths all = roundedTenths(values, unit);
+#pragma GCC unroll 1
     for (int k = 1; k < segments; ++k) all = all + roundedTenths(values + k * kSegment, unit);
     const double end = static_cast<double>(total) + anyOrderSum(all.multiples);
-    if (end < 2.0 * binade && !any(broadcast<kSegment>(clear) < all.largestError)) {
-        total = static_cast<float>(end);
-        return segments;
-    }
+    if (!(end < 2.0 * binade) || any(broadcast<kSegment>(clear) < all.largestError)) return false;
+    total = static_cast<float>(end);
+    return true;
+}
 
+/// Adds a tenth of all magnitudes in ascending order, segment by segment as far as that is exact, then the next segment
+/// band by band, then all others together or in the same way.
+[[gnu::noinline]] float addSegments(float total, const float (&values)[64]) noexcept
+{
     int k = 0;
-    for (; k < segments; ++k) {
-        const RoundedTenths one = roundedTenths(values + k * kSegment, unit);
-        const double next = static_cast<double>(total) + anyOrderSum(one.multiples);
-        if (!(next < 2.0 * binade) || any(broadcast<kSegment>(clear) < one.largestError)) break;
-        total = static_cast<float>(next);
-    }
-    return k;
+    do {
+        while (k < kSegments && addTogether(values + k * kSegment, 1, total)) ++k;
+        if (k == kSegments) break;
+        for (int b = k * kSegment; b < (k + 1) * kSegment; ++b) total = addTenth(total, values[b]);
+        ++k;
+    } while (k < kSegments && !addTogether(values + k * kSegment, kSegments - k, total));
+    return total;
 }
 
 /// Adds a tenth of all magnitudes in ascending order, rounding after each addition.
 float addTenths(float total, const float (&values)[64]) noexcept
 {
-    int k = addSegments(values, kSegments, total);
-    while (k < kSegments) {
-        for (int b = k * kSegment; b < (k + 1) * kSegment; ++b) total = addTenth(total, values[b]);
-        ++k;
-        if (k < kSegments) k += addSegments(values + k * kSegment, kSegments - k, total);
-    }
-    return total;
+    return addTogether(values, kSegments, total) ? total : addSegments(total, values);
 }
 
 } // namespace

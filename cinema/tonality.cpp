@@ -4,6 +4,8 @@
 
 #include "lanes/lanes.h"
 
+#include <cstdint>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
@@ -64,15 +66,13 @@ void holdStationaryGroups(ZRKTarn& engine) noexcept
     engine.stationaryTolerance = 4.0f * restOf(engine) < peakOf(engine) ? 0.001f : 0.0001f;
     if (engine.tonalBlock != 0) return;
 
-    float average[16];
-    float value[16];
-    for (int g = 0; g < 16; ++g) {
-        const int louder = engine.peakL[g] <= engine.peakR[g] ? 1 : 0;
-        const int band = engine.peakBand[g] < 64 ? engine.peakBand[g] : 63; // 64 for an empty group after the last band
-        average[g] = engine.subbandAvg[louder][band];
-        value[g] = engine.subband[louder][band];
-    }
-    const Ints<16> held = isStationary(load<16>(average), load<16>(value), engine.stationaryTolerance);
+    // The dominant bands of the louder channels as indices of both rows; 64 for an empty group after the last band.
+    std::int32_t index[16];
+    const Ints<16> last = broadcast<16>(63);
+    const Ints<16> band = select(load<16>(engine.peakBand) < last, load<16>(engine.peakBand), last);
+    store(index, band + ((load<16>(engine.peakL) <= load<16>(engine.peakR)) & broadcast<16>(64)));
+    const Ints<16> held = isStationary(lookedUp<128>(engine.subbandAvg[0], index),
+                                       lookedUp<128>(engine.subband[0], index), engine.stationaryTolerance);
     if (!any(held)) return;
 
     const auto hold = [&](const float(&previous)[16], float(&peak)[16]) {

@@ -47,6 +47,57 @@ void readSlot(const std::uint8_t* position, std::size_t stride, std::size_t fram
     }
 }
 
+/// The four bytes at a position of kCount frames.
+template <int kCount>
+[[gnu::always_inline]] inline Ints<kCount> loadWords(const std::uint8_t* position, std::size_t stride) noexcept
+{
+    if constexpr (kCount == 4) {
+        return {{typename Ints<4>::Part{loadSample<4>(position), loadSample<4>(position + stride),
+                                        loadSample<4>(position + 2 * stride), loadSample<4>(position + 3 * stride)}}};
+    } else {
+        constexpr int kHalf = kCount / 2;
+        return joined(loadWords<kHalf>(position, stride), loadWords<kHalf>(position + kHalf * stride, stride));
+    }
+}
+
+/// Reads 64 frames of both slots four bytes at a time. Samples of two and three bytes must be neighbours, left first,
+/// so that no load reaches beyond them.
+template <int kBytes>
+void readWords(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride,
+               std::int32_t (&samples)[2][64]) noexcept
+{
+    constexpr int kWidth = kVectorFloats;
+#pragma GCC unroll 1
+    for (int i = 0; i < 64; i += kWidth) {
+        const Ints<kWidth> first = loadWords<kWidth>(left, stride);
+        if constexpr (kBytes == 2) {
+            store(samples[0] + i, shiftedRight<16>(shiftedLeft<16>(first)));
+            store(samples[1] + i, shiftedRight<16>(first));
+        } else if constexpr (kBytes == 3) {
+            store(samples[0] + i, shiftedRight<8>(shiftedLeft<8>(first)));
+            store(samples[1] + i, shiftedRight<8>(loadWords<kWidth>(right - 1, stride)));
+        } else {
+            store(samples[0] + i, first);
+            store(samples[1] + i, loadWords<kWidth>(right, stride));
+        }
+        left += kWidth * stride;
+        right += kWidth * stride;
+    }
+}
+
+/// Reads the samples of both slots.
+template <int kBytes>
+void readSlots(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride, std::size_t frames,
+               std::int32_t (&samples)[2][64]) noexcept
+{
+    if (frames == 64 && (kBytes == 4 || right == left + kBytes)) {
+        readWords<kBytes>(left, right, stride, samples);
+    } else {
+        readSlot<kBytes>(left, stride, frames, samples[0]);
+        readSlot<kBytes>(right, stride, frames, samples[1]);
+    }
+}
+
 } // namespace
 
 void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept
@@ -54,14 +105,13 @@ void readInputChannels(ZRKTarn& engine, std::uint32_t frames, std::uint32_t chan
     const std::int32_t bytes = containerBytes(engine.bitsPerSample);
     const std::size_t stride = frameStride(bytes, channels);
 
-    for (int c = 0; c < 2; ++c) {
-        std::int32_t samples[64];
-        const bool read = dispatchContainer(
-            bytes, [&](auto width) { readSlot<width>(engine.channelPtr[c], stride, frames, samples); });
-        // Samples that are not read are silence.
-        for (std::uint32_t i = read ? frames : 0; i < 64; ++i) samples[i] = 0;
-        convertInput(samples, engine.inputScale, engine.inputHistory[c] + 1024 - 64);
-    }
+    std::int32_t samples[2][64];
+    const bool read = dispatchContainer(bytes, [&](auto width) {
+        readSlots<width>(engine.channelPtr[0], engine.channelPtr[1], stride, frames, samples);
+    });
+    // Samples that are not read are silence.
+    for (std::uint32_t i = read ? frames : 0; i < 64; ++i) samples[0][i] = samples[1][i] = 0;
+    readRows(engine, samples[0], samples[1]);
 }
 
 void readRows(ZRKTarn& engine, const std::int32_t (&left)[64], const std::int32_t (&right)[64]) noexcept

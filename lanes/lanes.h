@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 #if defined __x86_64__ && !defined TARN_GENERIC
@@ -133,6 +134,20 @@ template <typename T, int kCount>
     storeParts(values, lanes, typename Lanes<T, kCount>::Parts{});
 }
 
+/// Keeps loaded values in a register. Without it, GCC loads them again for every use as an operand.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> inRegister(const Lanes<T, kCount>& lanes) noexcept
+{
+    return partwise<Lanes<T, kCount>>(
+        [](auto part) {
+#if defined __x86_64__ && !defined TARN_GENERIC
+            asm("" : "+v"(part));
+#endif
+            return part;
+        },
+        lanes);
+}
+
 template <typename L, typename T, int... kPart>
 [[gnu::always_inline]] inline L broadcastParts(T value, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
@@ -240,17 +255,28 @@ template <typename T, int kCount>
     return partwise<Lanes<T, kCount>>([](auto m, auto x, auto y) { return m ? x : y; }, mask, a, b);
 }
 
-/// a where it is larger than b, else b. One instruction for floats, in this form only: it gives b for NaN in a or b.
+/// a where it is larger than b, else b; b for NaN in either. One instruction, which compilers find in this form; with
+/// masks of AVX-512, GCC does not.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> larger(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
 {
-    return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x > y ? x : y; }, a, b);
+    static_assert(!std::is_integral_v<T>);
+    return partwise<Lanes<T, kCount>>(
+        [](auto x, auto y) -> typename Lanes<T, kCount>::Part {
+#if defined __AVX512F__
+            if constexpr (sizeof x == 64 && sizeof(T) == 8) return _mm512_maskz_max_pd(0xff, x, y);
+            if constexpr (sizeof x == 64 && sizeof(T) == 4) return _mm512_maskz_max_ps(0xffff, x, y);
+#endif
+            return x > y ? x : y;
+        },
+        a, b);
 }
 
-/// a where it is smaller than b, else b; b for NaN in a or b.
+/// a where it is smaller than b, else b; b for NaN in either.
 template <typename T, int kCount>
 [[gnu::always_inline]] inline Lanes<T, kCount> smaller(const Lanes<T, kCount>& a, const Lanes<T, kCount>& b) noexcept
 {
+    static_assert(!std::is_integral_v<T>);
     return partwise<Lanes<T, kCount>>([](auto x, auto y) { return x < y ? x : y; }, a, b);
 }
 
@@ -300,8 +326,21 @@ template <int kCount>
 template <int kCount>
 [[gnu::always_inline]] inline Floats<kCount> withSignOf(const Floats<kCount>& b, const Floats<kCount>& a) noexcept
 {
-    const Ints<kCount> sign = bitsAs<std::int32_t>(b) & broadcast<kCount>(INT32_MIN);
-    return bitsAs<float>(bitsAs<std::int32_t>(a) | sign);
+    const Ints<kCount> signBit = broadcast<kCount>(INT32_MIN);
+#if defined __AVX512F__
+    if constexpr (Ints<kCount>::kPartBytes == 64) {
+        // GCC does not combine "or" and "and" of three operands.
+        constexpr int kOrAnd = 0xf8;
+        return bitsAs<float>(partwise<Ints<kCount>>(
+            [](auto x, auto y, auto z) {
+                using Part = decltype(x);
+                return reinterpret_cast<Part>(_mm512_ternarylogic_epi32(
+                    reinterpret_cast<__m512i>(x), reinterpret_cast<__m512i>(y), reinterpret_cast<__m512i>(z), kOrAnd));
+            },
+            bitsAs<std::int32_t>(a), bitsAs<std::int32_t>(b), signBit));
+    }
+#endif
+    return bitsAs<float>(bitsAs<std::int32_t>(a) | (bitsAs<std::int32_t>(b) & signBit));
 }
 
 // --- Permutations --------------------------------------------------------------------------------------------------
@@ -454,6 +493,90 @@ template <typename T, int kCount>
     return interleavedHalf<1>(even, odd, typename Lanes<T, kCount>::Parts{});
 }
 
+template <int kHalf, int... kLane>
+constexpr auto alternateInQuads(std::integer_sequence<int, kLane...>)
+{
+    constexpr int kWidth = sizeof...(kLane);
+    return std::integer_sequence<int, (kLane / 4 * 4 + 2 * kHalf + kLane % 4 / 2 + kLane % 2 * kWidth)...>{};
+}
+
+template <int kHalf, int... kLane>
+constexpr auto pairsInQuads(std::integer_sequence<int, kLane...>)
+{
+    constexpr int kWidth = sizeof...(kLane);
+    return std::integer_sequence<int, (kLane / 4 * 4 + 2 * kHalf + kLane % 2 + kLane % 4 / 2 * kWidth)...>{};
+}
+
+/// The columns of 4 x 4 matrices whose rows are the quads (every four neighbouring lanes) of four vectors.
+template <int kCount>
+struct Quads
+{
+    Floats<kCount> column[4];
+};
+
+/// Transposes the 4 x 4 matrices of every four neighbouring lanes.
+template <int kCount>
+[[gnu::always_inline]] inline Quads<kCount> transposedQuads(const Floats<kCount>& a, const Floats<kCount>& b,
+                                                            const Floats<kCount>& c, const Floats<kCount>& d) noexcept
+{
+    using F = Floats<kCount>;
+    static_assert(F::kParts == 1 && F::kWidth % 4 == 0);
+    using Part = typename F::Part;
+    using Lane = std::make_integer_sequence<int, kCount>;
+    const auto low = [](Part x, Part y) { return shuffled<Part>(x, y, alternateInQuads<0>(Lane{})); };
+    const auto high = [](Part x, Part y) { return shuffled<Part>(x, y, alternateInQuads<1>(Lane{})); };
+    const auto lowPairs = [](Part x, Part y) { return shuffled<Part>(x, y, pairsInQuads<0>(Lane{})); };
+    const auto highPairs = [](Part x, Part y) { return shuffled<Part>(x, y, pairsInQuads<1>(Lane{})); };
+    const Part abLow = low(a.part[0], b.part[0]);
+    const Part abHigh = high(a.part[0], b.part[0]);
+    const Part cdLow = low(c.part[0], d.part[0]);
+    const Part cdHigh = high(c.part[0], d.part[0]);
+    return {{{{lowPairs(abLow, cdLow)}},
+             {{highPairs(abLow, cdLow)}},
+             {{lowPairs(abHigh, cdHigh)}},
+             {{highPairs(abHigh, cdHigh)}}}};
+}
+
+#if defined __AVX512F__
+template <int kSize>
+[[gnu::always_inline]] inline __m512 lookedUpPart(const float* table, __m512i index) noexcept
+{
+    if constexpr (kSize == 32) {
+        return _mm512_permutex2var_ps(_mm512_loadu_ps(table), index, _mm512_loadu_ps(table + 16));
+    } else {
+        const __mmask16 isHigh = _mm512_test_epi32_mask(index, _mm512_set1_epi32(kSize / 2));
+        return _mm512_mask_blend_ps(isHigh, lookedUpPart<kSize / 2>(table, index),
+                                    lookedUpPart<kSize / 2>(table + kSize / 2, index));
+    }
+}
+#endif
+
+template <int kPart, int... kLane>
+[[gnu::always_inline]] inline auto lookedUpPart(const float* table, const std::int32_t (&index)[16],
+                                                std::integer_sequence<int, kLane...> /*lanes*/) noexcept
+{
+    constexpr int kFirst = kPart * Floats<16>::kWidth;
+    return typename Floats<16>::Part{table[index[kFirst + kLane]]...};
+}
+
+template <int... kPart>
+[[gnu::always_inline]] inline Floats<16> lookedUpParts(const float* table, const std::int32_t (&index)[16],
+                                                       std::integer_sequence<int, kPart...> /*parts*/) noexcept
+{
+    return {{lookedUpPart<kPart>(table, index, std::make_integer_sequence<int, Floats<16>::kWidth>{})...}};
+}
+
+/// The values of a table of kSize values, 64 or 128, at indices below kSize.
+template <int kSize>
+[[gnu::always_inline]] inline Floats<16> lookedUp(const float* table, const std::int32_t (&index)[16]) noexcept
+{
+#if defined __AVX512F__
+    return {{lookedUpPart<kSize>(table, _mm512_loadu_si512(index))}};
+#else
+    return lookedUpParts(table, index, Floats<16>::Parts{});
+#endif
+}
+
 // --- Conversions ---------------------------------------------------------------------------------------------------
 
 template <int kCount>
@@ -469,6 +592,29 @@ template <int kCount>
 {
     using I = Ints<kCount>;
     return partwise<I>([](auto x) { return __builtin_convertvector(x, typename I::Part); }, a);
+}
+
+/// Truncates towards zero; INT32_MIN for NaN and for lanes outside the range of the integer.
+template <int kCount>
+[[gnu::always_inline]] inline Ints<kCount> truncatedOrLowest(const Floats<kCount>& a) noexcept
+{
+#if defined __x86_64__ && !defined TARN_GENERIC
+    using Part = typename Ints<kCount>::Part;
+    return partwise<Ints<kCount>>(
+        [](auto x) {
+            if constexpr (sizeof(x) == 16) return reinterpret_cast<Part>(_mm_cvttps_epi32(x));
+#if defined __AVX__
+            if constexpr (sizeof(x) == 32) return reinterpret_cast<Part>(_mm256_cvttps_epi32(x));
+#endif
+#if defined __AVX512F__
+            if constexpr (sizeof(x) == 64) return reinterpret_cast<Part>(_mm512_maskz_cvttps_epi32(0xffff, x));
+#endif
+        },
+        a);
+#else
+    const Ints<kCount> inRange = abs(a) < broadcast<kCount>(2147483648.0f);
+    return select(inRange, truncated(select(inRange, a, broadcast<kCount>(0.0f))), broadcast<kCount>(INT32_MIN));
+#endif
 }
 
 // Conversions between single and double. GCC splits wide vectors into halves and passes vectors of two singles through
@@ -543,16 +689,71 @@ template <typename Double>
 
 // --- Reductions ----------------------------------------------------------------------------------------------------
 
+#if defined __x86_64__ && !defined TARN_GENERIC
+/// One bit for every lane of one part of a mask of Integer, lane 0 lowest.
+template <typename Integer, typename Part>
+[[gnu::always_inline]] inline std::uint32_t maskBits(Part mask) noexcept
+{
+    constexpr bool kWide = sizeof(Integer) == 8;
+    int bits = 0;
+    if constexpr (sizeof(Part) == 16 && kWide) bits = _mm_movemask_pd(reinterpret_cast<__m128d>(mask));
+    if constexpr (sizeof(Part) == 16 && !kWide) bits = _mm_movemask_ps(reinterpret_cast<__m128>(mask));
+#if defined __AVX__
+    if constexpr (sizeof(Part) == 32 && kWide) bits = _mm256_movemask_pd(reinterpret_cast<__m256d>(mask));
+    if constexpr (sizeof(Part) == 32 && !kWide) bits = _mm256_movemask_ps(reinterpret_cast<__m256>(mask));
+#endif
+#if defined __AVX512F__
+    if constexpr (sizeof(Part) == 64 && kWide) bits = _mm512_movepi64_mask(reinterpret_cast<__m512i>(mask));
+    if constexpr (sizeof(Part) == 64 && !kWide) bits = _mm512_movepi32_mask(reinterpret_cast<__m512i>(mask));
+#endif
+    return static_cast<std::uint32_t>(bits);
+}
+#endif
+
 /// Whether any lane of a mask is true.
 template <typename Integer, int kCount>
 [[gnu::always_inline]] inline bool any(const Lanes<Integer, kCount>& mask) noexcept
 {
-    if constexpr (sizeof(mask) > 16) {
+    if constexpr (Lanes<Integer, kCount>::kParts > 1) {
         return any(lowHalf(mask) | highHalf(mask));
     } else {
+#if defined __x86_64__ && !defined TARN_GENERIC
+        return maskBits<Integer>(mask.part[0]) != 0;
+#else
         using Pair [[gnu::vector_size(16)]] = std::int64_t;
         const Pair pair = reinterpret_cast<Pair>(mask.part[0]);
         return (pair[0] | pair[1]) != 0;
+#endif
+    }
+}
+
+/// The index of the first true lane of a mask, which must have one.
+template <typename Integer, int kCount>
+[[gnu::always_inline]] inline int firstTrue(const Lanes<Integer, kCount>& mask) noexcept
+{
+    using M = Lanes<Integer, kCount>;
+#if defined __x86_64__ && !defined TARN_GENERIC
+    static_assert(kCount <= 64);
+    std::uint64_t bits = 0;
+    for (int p = 0; p < M::kParts; ++p) bits |= std::uint64_t{maskBits<Integer>(mask.part[p])} << (p * M::kWidth);
+    return __builtin_ctzll(bits);
+#else
+    int first = 0;
+    while (mask.part[first / M::kWidth][first % M::kWidth] == 0) ++first;
+    return first;
+#endif
+}
+
+/// The largest of all lanes, none of which may be NaN.
+template <int kCount>
+[[gnu::always_inline]] inline float largestLane(const Floats<kCount>& a) noexcept
+{
+    if constexpr (kCount > 4) {
+        return largestLane(larger(lowHalf(a), highHalf(a)));
+    } else {
+        using Part = typename Floats<4>::Part;
+        const Floats<4> pairs = larger(a, Floats<4>{{shuffled<Part>(a.part[0], a.part[0], Steps<4, 2, 1>{})}});
+        return larger(pairs, Floats<4>{{shuffled<Part>(pairs.part[0], pairs.part[0], Steps<4, 1, 1>{})}}).part[0][0];
     }
 }
 

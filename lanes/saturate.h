@@ -18,13 +18,6 @@ inline std::int32_t saturatedToInt32(float value) noexcept
     return value == value ? static_cast<std::int32_t>(value) : 0;
 }
 
-/// True for lanes outside the range of 32 bits, and for NaN.
-template <int kCount>
-[[gnu::always_inline]] inline Ints<kCount> beyondInt32(const Floats<kCount>& a) noexcept
-{
-    return ~(abs(a) < broadcast<kCount>(2147483648.0f));
-}
-
 /// Truncates towards zero and saturates to 32 bits; NaN becomes 0.
 template <int kCount>
 [[gnu::always_inline]] inline Ints<kCount> saturatedToInt32(const Floats<kCount>& a) noexcept
@@ -44,13 +37,14 @@ template <typename ValuesFrom, typename Put>
 [[gnu::always_inline]] inline void truncateRow(ValuesFrom valuesFrom, Put put) noexcept
 {
     constexpr int kWidth = kVectorFloats;
-    Ints<kWidth> beyond = broadcast<kWidth>(std::int32_t{0});
+    // The result tells an overflow. A value of -2^31 is in range, but the slower conversion gives the same.
+    Ints<kWidth> lowest = broadcast<kWidth>(std::int32_t{0});
     for (int n = 0; n < 64; n += kWidth) {
-        const Floats<kWidth> values = valuesFrom(n);
-        beyond = beyond | beyondInt32(values);
-        put(n, truncated(values));
+        const Ints<kWidth> whole = truncatedOrLowest(valuesFrom(n));
+        lowest = lowest | (whole == broadcast<kWidth>(INT32_MIN));
+        put(n, whole);
     }
-    if (any(beyond))
+    if (any(lowest))
         for (int n = 0; n < 64; n += kWidth) put(n, saturatedToInt32(valuesFrom(n)));
 }
 

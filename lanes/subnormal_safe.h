@@ -146,10 +146,11 @@ template <int kCount>
 template <std::size_t kCount>
 inline bool anySlow(const float (&values)[kCount]) noexcept
 {
+    if (!subnormalsAreSlow) return false;
     constexpr int kWidth = kVectorFloats;
     Ints<kWidth> near = broadcast<kWidth>(std::int32_t{0});
     for (std::size_t n = 0; n < kCount; n += kWidth) near = near | nearUnderflow(load<kWidth>(values + n));
-    return anySlow(near);
+    return any(near);
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET
