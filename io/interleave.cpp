@@ -89,6 +89,8 @@ std::size_t convertFloats(std::int32_t* samples, std::size_t count, SampleFaults
     Ints<kCount> invalid = saturated;
     std::size_t i = 0;
     for (; i + kCount <= count; i += kCount) convertFloats<kCount>(samples + i, saturated, invalid);
+    if constexpr (kCount >= 4)
+        if (!any(saturated | invalid)) return i;
     faults.saturated += sumOf(saturated);
     faults.invalid += sumOf(invalid);
     return i;
@@ -105,7 +107,8 @@ void load(const std::byte* first, std::size_t frames, std::int32_t (*rows)[64], 
     if constexpr (std::is_same_v<Sample, Float>) {
         for (std::size_t slot = 0; slot < kSlots; ++slot) {
             std::int32_t* const row = rows[slot] + offset;
-            const std::size_t done = convertFloats<kVectorFloats>(row, frames, faults);
+            std::size_t done = convertFloats<kVectorFloats>(row, frames, faults);
+            if constexpr (kVectorFloats > 4) done += convertFloats<4>(row + done, frames - done, faults);
             convertFloats<1>(row + done, frames - done, faults);
         }
     }

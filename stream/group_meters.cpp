@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 namespace zrk_tarn
@@ -45,12 +46,13 @@ void addSquares(const float (&subbands)[64], float (&sums)[64]) noexcept
 } // namespace
 
 GroupMeters::GroupMeters(const ZRKTarn& engine, std::uint32_t sampleRateHz) noexcept
-    : bandHz(static_cast<float>(sampleRateHz) / static_cast<float>(2 * kBands))
 {
+    const float bandHz = static_cast<float>(sampleRateHz) / static_cast<float>(2 * kBands);
     std::size_t end = 0;
     for (std::size_t g = 0; g < kBandGroups; ++g) {
         end = std::min(end + static_cast<std::size_t>(engine.bandCount[g]), kBands);
         endOfGroup[g] = end;
+        upperHz[g] = static_cast<float>(end) * bandHz;
     }
     const double sampleScale =
         static_cast<double>(engine.outputScale) / static_cast<double>(std::uint32_t{1} << (engine.bitsPerSample - 1));
@@ -94,18 +96,21 @@ void GroupMeters::clear() noexcept
 
 void GroupMeters::read(StreamMeters& meters) const noexcept
 {
+    float means[kRows][kBandGroups]; // compilers do not vectorise loads of atomics
+    for (std::size_t row = 0; row < kRows; ++row)
+        for (std::size_t g = 0; g < kBandGroups; ++g) means[row][g] = meanSquare[row][g].load(kRelaxed);
     for (std::size_t g = 0; g < kBandGroups; ++g) {
-        const auto left = static_cast<double>(meanSquare[0][g].load(kRelaxed));
-        const auto right = static_cast<double>(meanSquare[1][g].load(kRelaxed));
-        const auto centre = static_cast<double>(meanSquare[2][g].load(kRelaxed));
-        const auto difference = static_cast<double>(meanSquare[kDifference][g].load(kRelaxed));
+        const auto left = static_cast<double>(means[0][g]);
+        const auto right = static_cast<double>(means[1][g]);
+        const auto centre = static_cast<double>(means[2][g]);
+        const auto difference = static_cast<double>(means[kDifference][g]);
         const double sum = left + right + centre;
-        meters.groupUpperHz[g] = static_cast<float>(endOfGroup[g]) * bandHz;
+        meters.groupUpperHz[g] = upperHz[g];
         meters.groupSurround[g] = static_cast<float>(__builtin_sqrt(kSurroundShare * difference * powerScale));
-        if (sum == 0.0) continue;
         meters.groupLevel[g] = static_cast<float>(__builtin_sqrt(sum * powerScale));
-        meters.groupPlace[g] = static_cast<float>((left - right) / sum);
-        meters.groupCentre[g] = static_cast<float>(centre / sum);
+        const double divisor = std::max(sum, std::numeric_limits<double>::min());
+        meters.groupPlace[g] = static_cast<float>((left - right) / divisor);
+        meters.groupCentre[g] = static_cast<float>(centre / divisor);
     }
 }
 

@@ -48,7 +48,7 @@ private:
     void publish(std::size_t rows) noexcept;
 
     std::size_t endOfGroup[kBandGroups]{}; ///< first band after each group
-    float bandHz;                          ///< width of a band
+    float upperHz[kBandGroups]{};          ///< upper edge of each group
     double powerScale;                     ///< from a sum of squared subbands to a mean square, full scale 1
     float decay;                           ///< factor of the mean per update
     std::uint32_t pendingBlocks = 0;       ///< blocks in the sums
