@@ -122,7 +122,8 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
     if (!configuration.remap && !centre.isNeutral()) centre.apply(rows[0], rows[1], rows[2]);
     if (!isBassSteered())
-        bass->moveToFronts(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], rows);
+        bass->moveToFronts(chosenOperations().rows, block.inputSlots[configuration.leftSlot],
+                           block.inputSlots[configuration.rightSlot], rows);
     forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
 }
 
@@ -135,7 +136,7 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-    if (!isBassSteered()) bass->removeFrom(rows, surrounds->chainsInUse);
+    if (!isBassSteered()) bass->removeFrom(chosenOperations().rows, rows, surrounds->chainsInUse);
     forEachSlotOf(OutputSlot::Source::Surround,
                   [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
 }
@@ -161,7 +162,8 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 {
     if (!hasLfe) return;
     UnroundedRow& row = scratch[0];
-    bass->addBass(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], row);
+    bass->addBass(chosenOperations().rows, block.inputSlots[configuration.leftSlot],
+                  block.inputSlots[configuration.rightSlot], row);
     for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] *= lfeGain.at(i) * kLfeShare;
     forEachSlotOf(OutputSlot::Source::Lfe, [&](std::size_t slot, std::size_t /*index*/) { put(block, slot, row); });
 }
@@ -202,9 +204,8 @@ bool OutputStage::isPlainStereo() const noexcept
 /// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.
 void OutputStage::unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept
 {
-    const Row& rounded = block.upmixed[output];
-    for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] = static_cast<double>(rounded[i]);
-    if (limited == nullptr || configuration.remap || !crossfade.reachesFullScale(rounded)) return;
+    const bool reachesFullScale = chosenOperations().rows.widen(block.upmixed[output], fullScale, row);
+    if (limited == nullptr || configuration.remap || !reachesFullScale) return;
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         if (row[i] == -fullScale || row[i] == fullScale - 1.0)
             row[i] = static_cast<double>(block.engine.outputScale) *
