@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
-"""Counts instructions per block, in total and per stage, for every instruction set that valgrind can run.
+"""Counts instructions per block, in total and per stage, for every instruction set.
 
     bench/speed/instructions.py           the engine
-    bench/speed/instructions.py --room    the output stage of the preset film in 5.1
+    bench/speed/instructions.py --room    the output stage of the preset film in 5.1; not with AVX-512
 
 Needs valgrind and the build of preset bench. The result is the difference of two runs of different length, which
-excludes initialization.
+excludes initialization. valgrind knows no AVX-512: there the engine runs one instruction at a time, which takes minutes.
 """
 # SPDX-License-Identifier: MIT
 
 import argparse
+import array
+import bisect
 from pathlib import Path
 import re
 import shutil
@@ -48,6 +50,53 @@ def read_profile(lines):
                 own[function] = own.get(function, 0) + instructions
             call_follows = False
     return calls, own
+
+
+def functions_of(program):
+    """The functions of a program in order of address: addresses, ends and names."""
+    command = ["nm", "--demangle", "--defined-only", "--numeric-sort", "--print-size", str(program)]
+    lines = subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
+    fields = [line.split(maxsplit=3) for line in lines]
+    code = [f for f in fields if len(f) == 4 and f[2] in "tTwWu"]
+    starts = [int(f[0], 16) for f in code]
+    return starts, [start + int(f[1], 16) for start, f in zip(starts, code)], [f[3] for f in code]
+
+
+def read_steps(addresses, starts, ends, names):
+    """The same as read_profile, from the addresses of executed instructions and the functions of the program."""
+    calls, own = {}, {}
+    stack = []  # of functions, each with the instructions that were executed when it was called
+    last = -1
+
+    def leave(now):
+        callee, since = stack.pop()
+        if stack:
+            callees = calls.setdefault(stack[-1][0], {})
+            callees[callee] = callees.get(callee, 0) + now - since
+
+    for now, address in enumerate(addresses):
+        index = bisect.bisect_right(starts, address) - 1
+        if index < 0 or address >= ends[index]:
+            index = len(names)  # another library
+        function = names[index] if index < len(names) else "__outside"
+        if index != last:
+            callers = [name for name, _ in stack]
+            if function not in callers or (index < len(names) and address == starts[index]):
+                stack.append((function, now))
+            else:
+                while stack[-1][0] != function:
+                    leave(now)
+        last = index
+        own[function] = own.get(function, 0) + 1
+    while stack:
+        leave(len(addresses))
+    return calls, own
+
+
+def run_steps(program, instruction_set, blocks):
+    """The addresses of all instructions of some blocks, in the order of execution."""
+    command = [str(program), "--step", instruction_set, str(blocks)]
+    return array.array("Q", subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
 
 
 def short(function):
@@ -108,11 +157,21 @@ def per_block(program, room, instruction_set, few, many):
     return {name: (of_many[name] - of_few.get(name, 0)) / (many - few) for name in of_many}
 
 
+def per_stepped_block(program, instruction_set, blocks):
+    """Instructions of the stages of the engine per block, without valgrind."""
+    calls, own = read_steps(run_steps(program, instruction_set, blocks), *functions_of(program))
+    counts = count_engine(calls, own, instruction_set)
+    return {name: count / blocks for name, count in counts.items()}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--program", type=Path, default=DEFAULT_PROGRAM, help="tarn_speed (%(default)s)")
     parser.add_argument("--room", action="store_true", help="count the output stage, not the engine")
     parser.add_argument("--blocks", type=int, nargs=2, default=(400, 1400), metavar="N", help="lengths of the two runs")
+    parser.add_argument(
+        "--step", type=int, default=128, metavar="N", help="blocks to run by single instructions (%(default)s)"
+    )
     options = parser.parse_args()
     few, many = options.blocks
     if not 0 < few < many:
@@ -129,12 +188,10 @@ def main():
     columns = {}
     for instruction_set in listed.stdout.split():
         column = per_block(options.program, options.room, instruction_set, few, many)
-        if column is None:
+        if column is None and options.room:
             print(f"instructions: valgrind cannot run {instruction_set}", file=sys.stderr)
-        else:
-            columns[instruction_set] = column
-    if not columns:
-        sys.exit("instructions: nothing counted")
+            continue
+        columns[instruction_set] = column or per_stepped_block(options.program, instruction_set, options.step)
 
     print(f"{'instructions per block':<34}" + "".join(f"{name:>12}" for name in columns))
     for name in next(iter(columns.values())):

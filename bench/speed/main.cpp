@@ -3,6 +3,7 @@
 #include "bench/speed/benchmarks.h"
 #include "bench/speed/check.h"
 #include "bench/speed/room_stream.h"
+#include "bench/speed/step.h"
 #include "bench/speed/stream.h"
 #include "bench/speed/summary.h"
 #include "dispatch/instruction_sets.h"
@@ -21,18 +22,19 @@ constexpr int kUsageError = 64;
 
 int usage()
 {
-    std::fputs("usage: tarn_speed [--benchmark_filter=REGEX ...]  benchmarks; --help lists the options\n"
-               "       tarn_speed --summary                       ratios, and ticks of every stage\n"
-               "       tarn_speed --sets                          the instruction sets that can be used here\n"
-               "       tarn_speed --blocks SET N                  runs N blocks of the engine, for a profiler\n"
-               "       tarn_speed --room SET N                    runs N blocks of the preset film in 5.1\n",
-               stderr);
+    std::fputs(
+        "usage: tarn_speed [--benchmark_filter=REGEX ...]  benchmarks; --help lists the options\n"
+        "       tarn_speed --summary                       ratios, and ticks of every stage\n"
+        "       tarn_speed --sets                          the instruction sets that can be used here\n"
+        "       tarn_speed --blocks SET N                  runs N blocks of the engine, for a profiler\n"
+        "       tarn_speed --room SET N                    runs N blocks of the preset film in 5.1\n"
+        "       tarn_speed --step SET N                    writes the addresses of all instructions of N blocks\n",
+        stderr);
     return kUsageError;
 }
 
-/// Runs blocks with an instruction set. Returns an exit code.
-template <typename Stream>
-int runBlocks(Stream stream, std::string_view set, const char* count)
+/// Calls run(blocks) with an instruction set. Returns an exit code.
+int runBlocks(bool (*run)(unsigned long blocks), std::string_view set, const char* count)
 {
     const std::string_view digits = count;
     unsigned long blocks = 0;
@@ -44,12 +46,30 @@ int runBlocks(Stream stream, std::string_view set, const char* count)
     for (const zrk_tarn::BlockOperations* const operations : zrk_tarn::usableOperations()) {
         if (operations->instructionSet != set) continue;
         zrk_tarn::chooseOperations(*operations);
-        stream.run(blocks);
-        return 0;
+        return run(blocks) ? 0 : 1;
     }
     std::fprintf(stderr, "tarn_speed: this processor cannot run '%.*s'; --sets lists what it can\n",
                  static_cast<int>(set.size()), set.data());
     return kUsageError;
+}
+
+bool runBlocksOfMusic(unsigned long blocks)
+{
+    speed::Stream<ZRKTarn>(speed::kPlain).run(blocks);
+    return true;
+}
+
+bool runBlocksOfRoom(unsigned long blocks)
+{
+    speed::RoomStream().run(blocks);
+    return true;
+}
+
+bool stepThroughBlocks(unsigned long blocks)
+{
+    speed::Stream<ZRKTarn> stream(speed::kPlain);
+    stream.run(tests::kMusicBlocks);
+    return speed::printInstructionAddresses([&] { stream.run(blocks); });
 }
 
 } // namespace
@@ -57,9 +77,10 @@ int runBlocks(Stream stream, std::string_view set, const char* count)
 int main(int argc, char** argv)
 {
     const std::string_view mode = argc > 1 ? argv[1] : "";
-    if ((mode == "--blocks" || mode == "--room") && argc != 4) return usage();
-    if (mode == "--blocks") return runBlocks(speed::Stream<ZRKTarn>(speed::kPlain), argv[2], argv[3]);
-    if (mode == "--room") return runBlocks(speed::RoomStream(), argv[2], argv[3]);
+    if ((mode == "--blocks" || mode == "--room" || mode == "--step") && argc != 4) return usage();
+    if (mode == "--blocks") return runBlocks(runBlocksOfMusic, argv[2], argv[3]);
+    if (mode == "--room") return runBlocks(runBlocksOfRoom, argv[2], argv[3]);
+    if (mode == "--step") return runBlocks(stepThroughBlocks, argv[2], argv[3]);
     if ((mode == "--sets" || mode == "--summary") && argc != 2) return usage();
     if (mode == "--help" || mode == "-h") usage();
     if (mode == "--sets") {
