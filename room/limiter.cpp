@@ -68,15 +68,7 @@ void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double tru
     startGain = endGain;
     endGain = std::min(*std::min_element(needed, needed + heldBlocks), recovered > kNearOne ? 1.0 : recovered);
 
-    for (std::size_t row = 0; row < count; ++row) {
-        double* const __restrict newest = rows[row];
-        double* const __restrict before = delayed[row];
-        for (std::size_t i = 0; i < kBlockFrames; ++i) { // compilers do not vectorise std::swap_ranges
-            const double sample = newest[i];
-            newest[i] = before[i];
-            before[i] = sample;
-        }
-    }
+    for (std::size_t row = 0; row < count; ++row) std::swap_ranges(rows[row], rows[row] + kBlockFrames, delayed[row]);
     if (startGain == 1.0 && endGain == 1.0) return;
     UnroundedRow factors;
     for (std::size_t i = 0; i < kBlockFrames; ++i) factors[i] = startGain + (endGain - startGain) * kRamp[i];

@@ -5,8 +5,10 @@
 #include "stream/block.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <iterator>
+#include <limits>
 
 namespace tarn_plugins
 {
@@ -14,7 +16,8 @@ namespace tarn_plugins
 namespace
 {
 
-constexpr float kSilentLevel = 1e-6f; ///< softer groups are shown as -120 dB
+constexpr float kDefault = std::numeric_limits<float>::quiet_NaN(); ///< stands for the default of a control
+constexpr float kSilentLevel = 1e-6f;                               ///< softer groups are shown as -120 dB
 
 constexpr bool isMeter(Port port) noexcept
 {
@@ -35,6 +38,8 @@ Instance::Instance(const Plugin& instancePlugin, std::uint32_t rateHz)
     : plugin(instancePlugin), stream(configurationOf(instancePlugin.layout, rateHz))
 {
     for (std::size_t port = kReduction; port < kUnused; ++port) memory[port] = &meters[port];
+    applied.fill(std::bit_cast<std::uint32_t>(kDefault));
+    applyControls();
 }
 
 void Instance::connect(unsigned long port, float* location) noexcept
@@ -53,12 +58,15 @@ void Instance::activate() noexcept
 
 void Instance::run(std::size_t frames) noexcept
 {
-    stream.setBypass(control(kEnabled) <= 0.0f);
-    stream.setMode(control(kMode) >= 1.5f ? zrk_tarn::SteeringMode::Calm : zrk_tarn::SteeringMode::Fast);
+    Controls given;
+    for (std::size_t i = 0; i < given.size(); ++i) {
+        const float* const location = memory[kEnabled + i];
+        given[i] = std::bit_cast<std::uint32_t>(location != nullptr ? *location : kDefault);
+    }
     // Computes the factors of the gains after a change only.
-    if (const zrk_tarn::RoomSettings wanted = settings(); wanted != applied) {
-        zrk_tarn::applySettings(wanted, stream);
-        applied = wanted;
+    if (given != applied) {
+        applied = given;
+        applyControls();
     }
     stream.processPlanar(memory + kLeftIn, memory + kOutput, frames);
     framesOfBlock += frames;
@@ -100,10 +108,17 @@ float Instance::DecibelLevel::of(float newLevel) noexcept
     return decibels;
 }
 
+void Instance::applyControls() noexcept
+{
+    stream.setBypass(control(kEnabled) <= 0.0f);
+    stream.setMode(control(kMode) >= 1.5f ? zrk_tarn::SteeringMode::Calm : zrk_tarn::SteeringMode::Fast);
+    zrk_tarn::applySettings(settings(), stream);
+}
+
 float Instance::control(Port port) const noexcept
 {
-    const bool isSet = memory[port] != nullptr && !std::isnan(*memory[port]);
-    return isSet ? *memory[port] : defaultOf(port, plugin.layout);
+    const auto value = std::bit_cast<float>(applied[port - std::size_t{kEnabled}]);
+    return std::isnan(value) ? defaultOf(port, plugin.layout) : value;
 }
 
 /// The settings of the preset, or those of the other controls.

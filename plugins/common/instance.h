@@ -4,8 +4,8 @@
 
 #include "plugins/common/controls.h"
 
+#include <array>
 #include <cstdint>
-#include <optional>
 
 namespace tarn_plugins
 {
@@ -56,14 +56,18 @@ private:
         float decibels = 0.0f;
     };
 
+    /// The bits of the values of all controls.
+    using Controls = std::array<std::uint32_t, kLatency - std::size_t{kEnabled}>;
+
+    void applyControls() noexcept;
     void readMeters() noexcept;
     float control(Port port) const noexcept;
     zrk_tarn::RoomSettings settings() const noexcept;
 
     const Plugin& plugin;
     zrk_tarn::UpmixStream stream;
-    float* memory[kPorts] = {};                    ///< null, and in meters for a meter, if it is not connected
-    std::optional<zrk_tarn::RoomSettings> applied; ///< settings of the stream
+    float* memory[kPorts] = {}; ///< null, and in meters for a meter, if it is not connected
+    Controls applied{};         ///< to the stream
 
     std::size_t framesOfBlock = 0; ///< frames since the last block of the stream
     bool hasNewMeters = true;      ///< whether the meters have changed since readMeters
