@@ -15,6 +15,10 @@ namespace
 constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
 constexpr double kLfeShare = 0.22360679774997897;  // -3 dB as the bass of the fronts, -10 dB because receivers add them
 
+/// Input slots stay as they are, and the other slots are silent.
+constexpr OutputSlot::Source kLimitedSources[] = {OutputSlot::Source::Engine, OutputSlot::Source::Surround,
+                                                  OutputSlot::Source::Dialogue, OutputSlot::Source::Lfe};
+
 /// The number of pairs of surround channels in use.
 std::int32_t surroundPairsOf(const StreamConfiguration& configuration) noexcept
 {
@@ -37,6 +41,8 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
     using enum OutputSlot::Source;
     forEachSlotOf(Engine, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasEngine = true; });
     forEachSlotOf(Lfe, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasLfe = true; });
+    for (const OutputSlot::Source source : kLimitedSources)
+        forEachSlotOf(source, [this](std::size_t slot, std::size_t /*index*/) { limitedRow[slot] = limitedRows++; });
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
     if (!configuration.remap) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
     if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
@@ -96,7 +102,7 @@ void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& w
     if (limited == nullptr) {
         crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
     } else {
-        crossfade.amplify(wet, limited->rows[slot]);
+        crossfade.amplify(wet, limited->rows[limitedRow[slot]]);
     }
 }
 
@@ -172,17 +178,16 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
     Limiter& limiter = limited->limiter;
-    const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
-    const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
+    const PeakWindow& window = limiter.peakWindowOf(limited->rows, limitedRows);
+    const auto rows = static_cast<std::int32_t>(limitedRows);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
     const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
     const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
-    limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
+    limiter.process(limited->rows, limitedRows, static_cast<double>(peak));
 
-    using enum OutputSlot::Source;
-    for (const OutputSlot::Source source : {Engine, Surround, Dialogue, Lfe})
+    for (const OutputSlot::Source source : kLimitedSources)
         forEachSlotOf(source, [&](std::size_t slot, std::size_t /*index*/) {
-            crossfade.fade(limited->rows[slot], dryRow(block, slot), block.outputSlots[slot], block.faults);
+            crossfade.fade(limited->rows[limitedRow[slot]], dryRow(block, slot), block.outputSlots[slot], block.faults);
         });
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         std::copy_n(block.inputSlots[slot], kBlockFrames, limited->inputSlots[slot]);
