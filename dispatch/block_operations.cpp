@@ -1,5 +1,6 @@
 // The table of block operations of one instruction set; compiled once for each.
 // SPDX-License-Identifier: MIT
+#include "cinema/band_squares.h"
 #include "cinema/process_cine3.h"
 #include "cinema/speed_selection.h"
 #include "dispatch/instruction_sets.h"
@@ -7,6 +8,7 @@
 #include "io/interleave.h"
 #include "io/row_level.h"
 #include "room/render_surrounds.h"
+#include "room/row_operations.h"
 #include "room/true_peak.h"
 
 #define TARN_NAME_OF(set) #set
@@ -29,6 +31,8 @@ extern const BlockOperations kOperations = {
     .measureRow = measureRow,
     .renderSurrounds = renderSurrounds,
     .findTruePeak = findTruePeak,
+    .rows = kRowOperations,
+    .addSquares = addSquares,
 };
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

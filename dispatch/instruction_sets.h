@@ -6,6 +6,7 @@
 #include "io/interleave.h"
 #include "io/row_level.h"
 #include "room/peak_window.h"
+#include "room/row_operations.h"
 #include "room/surrounds.h"
 
 #include <cstdint>
@@ -31,6 +32,9 @@ struct BlockOperations
     RowLevel (*measureRow)(const std::int32_t (&row)[64]) noexcept;
     void (*renderSurrounds)(const ZRKTarn& engine, Surrounds& surrounds) noexcept; ///< see room/render_surrounds.h
     float (*findTruePeak)(const PeakWindow& window, std::int32_t rows, float floor) noexcept; ///< see room/true_peak.h
+    const RowOperations& rows; ///< see room/row_operations.h
+    void (*addSquares)(const float (&subbands)[64], float trace,
+                       float (&sums)[64]) noexcept; ///< see cinema/band_squares.h
 };
 
 /// All instruction sets of the build, slowest first.

@@ -49,9 +49,10 @@ constexpr float kFullScale = 0x1p31f; ///< one step above the largest integer
 
 /// Converts the bits of floats to integers, rounded half away from zero, and counts samples beyond full scale and NaN.
 template <int kCount>
-void convertFloats(std::int32_t* samples, Ints<kCount>& saturated, Ints<kCount>& invalid) noexcept
+void convertFloats(const void* bits, std::int32_t* samples, Ints<kCount>& saturated, Ints<kCount>& invalid) noexcept
 {
-    const Floats<kCount> given = bitsAs<float>(load<kCount>(samples));
+    Floats<kCount> given;
+    __builtin_memcpy(&given, bits, sizeof given);
     const Ints<kCount> isNumber = given == given;
     const Floats<kCount> one = broadcast<kCount>(1.0f);
     // True lanes are -1. Full scale itself is not beyond it.
@@ -81,17 +82,35 @@ std::uint64_t sumOf(const Ints<kCount>& counts) noexcept
     return sum;
 }
 
-/// The same for a row.
+/// The same for as many vectors as fit into a row. Returns the number of converted samples.
+///
+/// first  position of the bits, which can be that of the samples
 template <int kCount>
-std::size_t convertFloats(std::int32_t* samples, std::size_t count, SampleFaults& faults) noexcept
+std::size_t convertFloats(const std::uint8_t* first, std::int32_t* samples, std::size_t count,
+                          SampleFaults& faults) noexcept
 {
     Ints<kCount> saturated = broadcast<kCount>(0);
     Ints<kCount> invalid = saturated;
     std::size_t i = 0;
-    for (; i + kCount <= count; i += kCount) convertFloats<kCount>(samples + i, saturated, invalid);
+    for (; i + kCount <= count; i += kCount)
+        convertFloats<kCount>(first + i * sizeof(float), samples + i, saturated, invalid);
+    if constexpr (kCount >= 4)
+        if (!any(saturated | invalid)) return i;
     faults.saturated += sumOf(saturated);
     faults.invalid += sumOf(invalid);
     return i;
+}
+
+/// The same for a whole row.
+void convertRow(const std::uint8_t* first, std::int32_t* samples, std::size_t count, SampleFaults& faults) noexcept
+{
+    std::size_t done = 0;
+    const auto convert = [&]<int kCount>(std::integral_constant<int, kCount>) {
+        done += convertFloats<kCount>(first + done * sizeof(float), samples + done, count - done, faults);
+    };
+    convert(std::integral_constant<int, kVectorFloats>{});
+    if constexpr (kVectorFloats > 4) convert(std::integral_constant<int, 4>{});
+    convert(std::integral_constant<int, 1>{});
 }
 
 template <typename Sample, std::size_t kSlots>
@@ -99,14 +118,17 @@ void load(const std::byte* first, std::size_t frames, std::int32_t (*rows)[64], 
           [[maybe_unused]] SampleFaults& faults) noexcept
 {
     const auto* const __restrict samples = reinterpret_cast<const std::uint8_t*>(first);
+    if constexpr (std::is_same_v<Sample, Float> && kSlots == 1) {
+        convertRow(samples, rows[0] + offset, frames, faults);
+        return;
+    }
     for (std::size_t i = 0; i < frames; ++i)
         for (std::size_t slot = 0; slot < kSlots; ++slot)
             rows[slot][offset + i] = Sample::load(samples + (i * kSlots + slot) * Sample::kSize);
     if constexpr (std::is_same_v<Sample, Float>) {
         for (std::size_t slot = 0; slot < kSlots; ++slot) {
             std::int32_t* const row = rows[slot] + offset;
-            const std::size_t done = convertFloats<kVectorFloats>(row, frames, faults);
-            convertFloats<1>(row + done, frames - done, faults);
+            convertRow(reinterpret_cast<const std::uint8_t*>(row), row, frames, faults);
         }
     }
 }

@@ -3,6 +3,7 @@
 #include "room/bass_crossover.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace zrk_tarn
 {
@@ -28,9 +29,6 @@ constexpr Tangents kTangents[] = {
 constexpr double kSqrt2 = 1.4142135623730951;
 constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
 
-/// States below it become 0. They are inaudible and would decay to subnormal numbers, which are slow.
-constexpr double kTrace = 0x1p-60;
-
 const Tangents& tangentsOf(std::uint32_t sampleRateHz) noexcept
 {
     for (const Tangents& tangents : kTangents)
@@ -38,37 +36,70 @@ const Tangents& tangentsOf(std::uint32_t sampleRateHz) noexcept
     return kTangents[0];
 }
 
-} // namespace
+/// The coefficients of a filter; b2 is b0.
+struct Coefficients
+{
+    double b0, b1, a1, a2;
+};
+
+/// The filters of a frequency.
+struct Sections
+{
+    Coefficients lowPass;
+    Coefficients highPass;
+};
 
 /// Butterworth filters of 2nd order by the bilinear transform.
 ///
 /// k  tan(pi frequency / rate)
-BassCrossover::Sections BassCrossover::designSections(double k) noexcept
+Sections designSections(double k) noexcept
 {
     const double norm = 1.0 / (1.0 + kSqrt2 * k + k * k);
     const double a1 = 2.0 * (k * k - 1.0) * norm;
     const double a2 = (1.0 - kSqrt2 * k + k * k) * norm;
-    const auto coefficients = [&](double b0, double b1) {
-        return Coefficients{Pair{b0, b0}, Pair{b1, b1}, Pair{a1, a1}, Pair{a2, a2}};
-    };
-    return {.lowPass = coefficients(k * k * norm, 2.0 * (k * k) * norm), .highPass = coefficients(norm, -2.0 * norm)};
+    return {.lowPass = {k * k * norm, 2.0 * (k * k) * norm, a1, a2}, .highPass = {norm, -2.0 * norm, a1, a2}};
 }
 
+/// Sets the coefficients of filters.
+void setFilters(BassFilters& filters, std::size_t first, std::size_t end, const Coefficients& coefficients) noexcept
+{
+    for (std::size_t i = first; i < end; ++i) {
+        filters.b0[i] = coefficients.b0;
+        filters.b1[i] = coefficients.b1;
+        filters.a1[i] = coefficients.a1;
+        filters.a2[i] = coefficients.a2;
+    }
+}
+
+void clear(BassFilters& filters) noexcept
+{
+    for (std::size_t section = 0; section < 2; ++section) {
+        std::fill_n(filters.first[section], BassFilters::kMaxFilters, 0.0);
+        std::fill_n(filters.second[section], BassFilters::kMaxFilters, 0.0);
+    }
+}
+
+} // namespace
+
 BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
-    : crossover(designSections(tangentsOf(sampleRateHz).at120Hz)),
-      highPassBehind(designSections(tangentsOf(sampleRateHz).at160Hz).highPass)
-{}
+{
+    const Sections crossover = designSections(tangentsOf(sampleRateHz).at120Hz);
+    setFilters(fronts, 0, 2, crossover.lowPass);
+    setFilters(fronts, 2, 6, crossover.highPass);
+    setFilters(behind, 0, 4, designSections(tangentsOf(sampleRateHz).at160Hz).highPass);
+    setFilters(lfe, 0, 2, crossover.lowPass);
+}
 
 void BassCrossover::reset() noexcept
 {
     clearCrossover();
-    lfe[0] = {};
+    clear(lfe);
 }
 
 void BassCrossover::clearCrossover() noexcept
 {
-    for (FilterPair& filters : fronts) filters = {};
-    for (FilterPair& filters : behind) filters = {};
+    clear(fronts);
+    clear(behind);
 }
 
 void BassCrossover::beginBlock(bool isOn) noexcept
@@ -78,37 +109,34 @@ void BassCrossover::beginBlock(bool isOn) noexcept
     if (wasOff && !isOff()) clearCrossover();
 }
 
-void BassCrossover::moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept
+void BassCrossover::moveToFronts(const RowOperations& operations, const Row& left, const Row& right,
+                                 UnroundedRow (&rows)[kRows]) noexcept
 {
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        bass[0][i] = kHalfPower * static_cast<double>(left[i]);
-        bass[1][i] = kHalfPower * static_cast<double>(right[i]);
-    }
+    operations.scale(left, kHalfPower, bass[0]);
+    operations.scale(right, kHalfPower, bass[1]);
     beginFade(rows);
-    filterBlock<3>({&crossover.lowPass, &crossover.highPass, &crossover.highPass}, fronts,
-                   {{&bass[0], &bass[1]}, {&rows[0], &rows[1]}, {&rows[2], &rows[2]}});
+    UnroundedRow* const filtered[] = {&bass[0], &bass[1], &rows[0], &rows[1], &rows[2], &rows[2]};
+    operations.filter(fronts, filtered, std::size(filtered));
     finishFade(rows);
-    for (std::size_t side = 0; side < 2; ++side)
-        for (std::size_t i = 0; i < kBlockFrames; ++i) rows[side][i] += share.at(i) * bass[side][i];
+    for (std::size_t side = 0; side < 2; ++side) operations.addProducts(share.row(), bass[side], rows[side]);
 }
 
-void BassCrossover::removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept
+void BassCrossover::removeFrom(const RowOperations& operations, UnroundedRow (&surrounds)[kRows],
+                               std::int32_t count) noexcept
 {
     beginFade(surrounds);
-    if (count == 2) {
-        filterBlock<1>({&highPassBehind}, behind, {{&surrounds[0], &surrounds[1]}});
-    } else {
-        filterBlock<2>({&highPassBehind, &highPassBehind}, behind,
-                       {{&surrounds[0], &surrounds[1]}, {&surrounds[2], &surrounds[3]}});
-    }
+    UnroundedRow* const filtered[] = {&surrounds[0], &surrounds[1], &surrounds[2], &surrounds[3]};
+    operations.filter(behind, filtered, static_cast<std::size_t>(count));
     finishFade(surrounds);
 }
 
-void BassCrossover::addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept
+void BassCrossover::addBass(const RowOperations& operations, const Row& left, const Row& right,
+                            UnroundedRow& sum) noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         sum[i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
-    filterBlock<1>({&crossover.lowPass}, lfe, {{&sum, &sum}});
+    UnroundedRow* const filtered[] = {&sum, &sum};
+    operations.filter(lfe, filtered, std::size(filtered));
 }
 
 /// Keeps the rows for finishFade.
@@ -124,38 +152,6 @@ void BassCrossover::finishFade(UnroundedRow (&rows)[kRows]) const noexcept
     for (std::size_t row = 0; row < kRows; ++row)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[row][i] = plain[row][i] + share.at(i) * (rows[row][i] - plain[row][i]);
-}
-
-/// In the transposed direct form II. A filter is a chain of dependent operations, but the filters do not depend on each
-/// other, so a processor computes those of a frame at the same time.
-template <std::size_t kPairs>
-void BassCrossover::filterBlock(const Coefficients* const (&coefficients)[kPairs], FilterPair* filters,
-                                UnroundedRow* const (&rows)[kPairs][2]) noexcept
-{
-    FilterPair state[kPairs]; // a copy, which compilers keep in registers
-    for (std::size_t pair = 0; pair < kPairs; ++pair) state[pair] = filters[pair];
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        for (std::size_t pair = 0; pair < kPairs; ++pair) {
-            const Coefficients& c = *coefficients[pair];
-            Pair x = {(*rows[pair][0])[i], (*rows[pair][1])[i]};
-            for (int section = 0; section < 2; ++section) {
-                const Pair scaled = c.b0 * x;
-                const Pair y = scaled + state[pair].first[section];
-                state[pair].first[section] = c.b1 * x - c.a1 * y + state[pair].second[section];
-                state[pair].second[section] = scaled - c.a2 * y;
-                x = y;
-            }
-            (*rows[pair][0])[i] = x[0];
-            (*rows[pair][1])[i] = x[1];
-        }
-    }
-    const auto withoutTraces = [](Pair value) { return ((value < kTrace) & (value > -kTrace)) ? Pair{} : value; };
-    for (std::size_t pair = 0; pair < kPairs; ++pair) {
-        for (int section = 0; section < 2; ++section) {
-            filters[pair].first[section] = withoutTraces(state[pair].first[section]);
-            filters[pair].second[section] = withoutTraces(state[pair].second[section]);
-        }
-    }
 }
 
 } // namespace zrk_tarn

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "room/bass_filters.h"
 #include "room/block.h"
 #include "room/glide.h"
+#include "room/row_operations.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -40,57 +42,26 @@ public:
     /// stereo to the fronts. The fourth row is not used.
     ///
     /// In   left, right  the stereo, as late as the rows
-    void moveToFronts(const Row& left, const Row& right, UnroundedRow (&rows)[kRows]) noexcept;
+    void moveToFronts(const RowOperations& operations, const Row& left, const Row& right,
+                      UnroundedRow (&rows)[kRows]) noexcept;
 
     /// Removes the bass of surround channels.
     ///
     /// count  2 or 4, always the same
-    void removeFrom(UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept;
+    void removeFrom(const RowOperations& operations, UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept;
 
     /// Computes the bass of left plus right. It does not fade.
-    void addBass(const Row& left, const Row& right, UnroundedRow& sum) noexcept;
+    void addBass(const RowOperations& operations, const Row& left, const Row& right, UnroundedRow& sum) noexcept;
 
 private:
-    /// Values of two filters side by side, in one register of most processors.
-    using Pair [[gnu::vector_size(2 * sizeof(double))]] = double;
-
-    struct Coefficients
-    {
-        Pair b0, b1, a1, a2; ///< b2 is b0
-    };
-
-    /// The filters of a frequency.
-    struct Sections
-    {
-        Coefficients lowPass;
-        Coefficients highPass;
-    };
-
-    /// Both sections of two filters.
-    struct FilterPair
-    {
-        Pair first[2]{};
-        Pair second[2]{};
-    };
-
-    static Sections designSections(double tangent) noexcept;
     bool isFading() const noexcept { return !share.isSteadyAt(1.0f); }
     void clearCrossover() noexcept;
     void beginFade(const UnroundedRow (&rows)[kRows]) noexcept;
     void finishFade(UnroundedRow (&rows)[kRows]) const noexcept;
 
-    /// Filters a block of 2 kPairs rows in place.
-    ///
-    /// In/Out  filters [kPairs], rows; both rows of a pair can be the same
-    template <std::size_t kPairs>
-    static void filterBlock(const Coefficients* const (&coefficients)[kPairs], FilterPair* filters,
-                            UnroundedRow* const (&rows)[kPairs][2]) noexcept;
-
-    Sections crossover;
-    Coefficients highPassBehind; ///< of the surround channels
-    FilterPair fronts[3];        ///< left and right of the stereo, front left and right, centre
-    FilterPair behind[2];        ///< of two channels each
-    FilterPair lfe[1];           ///< of the same signal twice
+    BassFilters fronts{};        ///< left and right of the stereo, front left and right, centre twice
+    BassFilters behind{};        ///< of the surround channels
+    BassFilters lfe{};           ///< of the same signal twice
     Glide share{0.0f};           ///< of the outputs with the crossover
     UnroundedRow bass[2]{};      ///< of left and right, scratch
     UnroundedRow plain[kRows]{}; ///< outputs without the crossover, for a fade

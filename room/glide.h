@@ -46,6 +46,9 @@ public:
     /// The value for a frame of the block.
     double at(std::size_t frame) const noexcept { return values[frame]; }
 
+    /// The values for the frames of the block.
+    const UnroundedRow& row() const noexcept { return values; }
+
 private:
     double valueAfter(std::size_t frames) const noexcept
     {

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "stream/crossfade.h"
 
+#include "dispatch/instruction_sets.h"
+
 #include <algorithm>
 
 namespace zrk_tarn
@@ -22,14 +24,16 @@ void Crossfade::mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFau
     mixSamples([&](std::size_t i) { return wetShare.at(i) * gain.at(i) * wet[i]; }, dry, out, faults);
 }
 
-template <typename WetRow>
-void Crossfade::amplify(const WetRow& wet, UnroundedRow& amplified) const noexcept
+void Crossfade::amplify(const UnroundedRow& wet, UnroundedRow& amplified) const noexcept
 {
-    for (std::size_t i = 0; i < kBlockFrames; ++i) amplified[i] = static_cast<double>(wet[i]) * gain.at(i);
+    chosenOperations().rows.multiply(wet, gain.row(), amplified);
 }
 
-template void Crossfade::amplify(const Row& wet, UnroundedRow& amplified) const noexcept;
-template void Crossfade::amplify(const UnroundedRow& wet, UnroundedRow& amplified) const noexcept;
+void Crossfade::amplify(const Row& wet, UnroundedRow& amplified) const noexcept
+{
+    chosenOperations().rows.widen(wet, limit, amplified);
+    amplify(amplified, amplified);
+}
 
 void Crossfade::fade(const UnroundedRow& amplified, const Row* dry, Row& out, SampleFaults& faults) const noexcept
 {
@@ -56,30 +60,9 @@ void Crossfade::mixSamples(ValueAt valueAt, const Row* dry, Row& out, SampleFaul
     round(mixed, out, faults);
 }
 
-/// Rounds half away from zero and saturates. Its first loop has no branches, so that compilers vectorise it.
 void Crossfade::round(const UnroundedRow& values, Row& out, SampleFaults& faults) const noexcept
 {
-    const double lowest = -limit;
-    const double highest = limit - 1.0;
-    UnroundedRow rounded;
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        rounded[i] = values[i] + (values[i] < 0.0 ? -0.5 : 0.5);
-        const double bounded = rounded[i] < highest ? rounded[i] : highest;
-        out[i] = static_cast<std::int32_t>(bounded < lowest ? lowest : bounded);
-    }
-    if (reachesFullScale(out))
-        faults.saturated += static_cast<std::uint64_t>(std::count_if(
-            rounded, rounded + kBlockFrames, [&](double value) { return value >= limit || value <= lowest - 1.0; }));
-}
-
-bool Crossfade::reachesFullScale(const Row& row) const noexcept
-{
-    const auto lowest = static_cast<std::int32_t>(-limit);
-    const auto highest = static_cast<std::int32_t>(limit - 1.0);
-    int found = 0; // a loop without an exit, so that compilers vectorise it
-    for (const std::int32_t sample : row)
-        found |= static_cast<int>(sample == lowest) | static_cast<int>(sample == highest);
-    return found != 0;
+    faults.saturated += chosenOperations().rows.round(values, limit, out);
 }
 
 } // namespace zrk_tarn

@@ -46,16 +46,11 @@ public:
     void mix(const UnroundedRow& wet, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
     /// The first half of mix: applies the make-up gain.
-    ///
-    /// wet  a Row or an UnroundedRow
-    template <typename WetRow>
-    void amplify(const WetRow& wet, UnroundedRow& amplified) const noexcept;
+    void amplify(const Row& wet, UnroundedRow& amplified) const noexcept;
+    void amplify(const UnroundedRow& wet, UnroundedRow& amplified) const noexcept;
 
     /// Whether amplify leaves a block as it is.
     bool isExact() const noexcept { return gain.isSteadyAt(1.0f); }
-
-    /// Whether a sample has the lowest or the highest value.
-    bool reachesFullScale(const Row& row) const noexcept;
 
     /// Whether the block is the bypassed input.
     bool isBypassed() const noexcept { return wetShare.isSteadyAt(0.0f); }
@@ -67,6 +62,7 @@ private:
     template <typename ValueAt>
     void mixSamples(ValueAt valueAt, const Row* dry, Row& out, SampleFaults& faults) const noexcept;
 
+    /// Rounds half away from zero and saturates.
     void round(const UnroundedRow& values, Row& out, SampleFaults& faults) const noexcept;
 
     double limit; ///< full scale

@@ -18,7 +18,7 @@ namespace zrk_tarn
 /// without locks.
 ///
 /// The stream's thread adds the squares of the subbands after every block. Only every kBlocksPerUpdate blocks it sums
-/// them over each group and publishes the means. Roots and quotients are left to the reader.
+/// them over each group and publishes the values, so that plug-ins can read them after every block.
 class GroupMeters
 {
 public:
@@ -45,16 +45,28 @@ private:
     static constexpr std::size_t kRows = kDifference + 1;
     static constexpr std::size_t kBands = 64;
 
+    /// What is published: members of StreamMeters.
+    enum Value : std::uint8_t
+    {
+        kLevel,
+        kPlace,
+        kCentre,
+        kSurround,
+        kValues
+    };
+
     void publish(std::size_t rows) noexcept;
 
     std::size_t endOfGroup[kBandGroups]{}; ///< first band after each group
-    float bandHz;                          ///< width of a band
+    float upperHz[kBandGroups]{};          ///< upper edge of each group
     double powerScale;                     ///< from a sum of squared subbands to a mean square, full scale 1
     float decay;                           ///< factor of the mean per update
     std::uint32_t pendingBlocks = 0;       ///< blocks in the sums
     float squares[kRows][kBands]{};        ///< sums over the pending blocks, engine scale
 
-    std::atomic<float> meanSquare[kRows][kBandGroups]{}; ///< per block, engine scale
+    float meanSquare[kRows][kBandGroups]{}; ///< per block, engine scale
+
+    std::atomic<float> published[kValues][kBandGroups]{};
 };
 
 } // namespace zrk_tarn

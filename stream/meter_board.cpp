@@ -85,8 +85,7 @@ StreamMeters MeterBoard::read() const noexcept
     StreamMeters meters{};
     for (std::size_t slot = 0; slot < kMaxSlots; ++slot) {
         meters.peak[slot] = peak[slot].load(kRelaxed);
-        const float square = meanSquare[slot].load(kRelaxed);
-        if (square > 0.0f) meters.rms[slot] = static_cast<float>(std::pow(static_cast<double>(square), 0.5));
+        meters.rms[slot] = __builtin_sqrtf(meanSquare[slot].load(kRelaxed));
     }
     for (std::size_t g = 0; g < kBandGroups; ++g) {
         meters.leftRight[g] = leftRight[g].load(kRelaxed);

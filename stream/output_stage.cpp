@@ -15,6 +15,10 @@ namespace
 constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
 constexpr double kLfeShare = 0.22360679774997897;  // -3 dB as the bass of the fronts, -10 dB because receivers add them
 
+/// Input slots stay as they are, and the other slots are silent.
+constexpr OutputSlot::Source kLimitedSources[] = {OutputSlot::Source::Engine, OutputSlot::Source::Surround,
+                                                  OutputSlot::Source::Dialogue, OutputSlot::Source::Lfe};
+
 /// The number of pairs of surround channels in use.
 std::int32_t surroundPairsOf(const StreamConfiguration& configuration) noexcept
 {
@@ -37,6 +41,8 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
     using enum OutputSlot::Source;
     forEachSlotOf(Engine, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasEngine = true; });
     forEachSlotOf(Lfe, [this](std::size_t /*slot*/, std::size_t /*index*/) { hasLfe = true; });
+    for (const OutputSlot::Source source : kLimitedSources)
+        forEachSlotOf(source, [this](std::size_t slot, std::size_t /*index*/) { limitedRow[slot] = limitedRows++; });
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
     if (!configuration.remap) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
     if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
@@ -96,7 +102,7 @@ void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& w
     if (limited == nullptr) {
         crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
     } else {
-        crossfade.amplify(wet, limited->rows[slot]);
+        crossfade.amplify(wet, limited->rows[limitedRow[slot]]);
     }
 }
 
@@ -122,7 +128,8 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
     for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
     if (!configuration.remap && !centre.isNeutral()) centre.apply(rows[0], rows[1], rows[2]);
     if (!isBassSteered())
-        bass->moveToFronts(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], rows);
+        bass->moveToFronts(chosenOperations().rows, block.inputSlots[configuration.leftSlot],
+                           block.inputSlots[configuration.rightSlot], rows);
     forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
 }
 
@@ -135,7 +142,7 @@ void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
         for (std::size_t i = 0; i < kBlockFrames; ++i)
             rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-    if (!isBassSteered()) bass->removeFrom(rows, surrounds->chainsInUse);
+    if (!isBassSteered()) bass->removeFrom(chosenOperations().rows, rows, surrounds->chainsInUse);
     forEachSlotOf(OutputSlot::Source::Surround,
                   [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
 }
@@ -161,7 +168,8 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 {
     if (!hasLfe) return;
     UnroundedRow& row = scratch[0];
-    bass->addBass(block.inputSlots[configuration.leftSlot], block.inputSlots[configuration.rightSlot], row);
+    bass->addBass(chosenOperations().rows, block.inputSlots[configuration.leftSlot],
+                  block.inputSlots[configuration.rightSlot], row);
     for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] *= lfeGain.at(i) * kLfeShare;
     forEachSlotOf(OutputSlot::Source::Lfe, [&](std::size_t slot, std::size_t /*index*/) { put(block, slot, row); });
 }
@@ -170,17 +178,16 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
     Limiter& limiter = limited->limiter;
-    const PeakWindow& window = limiter.peakWindowOf(limited->rows, configuration.outputSlots);
-    const auto rows = static_cast<std::int32_t>(configuration.outputSlots);
+    const PeakWindow& window = limiter.peakWindowOf(limited->rows, limitedRows);
+    const auto rows = static_cast<std::int32_t>(limitedRows);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
     const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
     const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
-    limiter.process(limited->rows, configuration.outputSlots, static_cast<double>(peak));
+    limiter.process(limited->rows, limitedRows, static_cast<double>(peak));
 
-    using enum OutputSlot::Source;
-    for (const OutputSlot::Source source : {Engine, Surround, Dialogue, Lfe})
+    for (const OutputSlot::Source source : kLimitedSources)
         forEachSlotOf(source, [&](std::size_t slot, std::size_t /*index*/) {
-            crossfade.fade(limited->rows[slot], dryRow(block, slot), block.outputSlots[slot], block.faults);
+            crossfade.fade(limited->rows[limitedRow[slot]], dryRow(block, slot), block.outputSlots[slot], block.faults);
         });
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         std::copy_n(block.inputSlots[slot], kBlockFrames, limited->inputSlots[slot]);
@@ -202,9 +209,8 @@ bool OutputStage::isPlainStereo() const noexcept
 /// The engine's output of a slot. Samples that it has clipped have their values before that, for the limiter.
 void OutputStage::unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept
 {
-    const Row& rounded = block.upmixed[output];
-    for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] = static_cast<double>(rounded[i]);
-    if (limited == nullptr || configuration.remap || !crossfade.reachesFullScale(rounded)) return;
+    const bool reachesFullScale = chosenOperations().rows.widen(block.upmixed[output], fullScale, row);
+    if (limited == nullptr || configuration.remap || !reachesFullScale) return;
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         if (row[i] == -fullScale || row[i] == fullScale - 1.0)
             row[i] = static_cast<double>(block.engine.outputScale) *

@@ -69,7 +69,7 @@ public:
     const Surrounds* surroundState() const noexcept { return surrounds.get(); }
 
 private:
-    /// The upmix of every output slot before rounding, and the input slots of the block before.
+    /// The upmix of the slots with a source to limit, before rounding, and the input slots of the block before.
     struct Limited
     {
         explicit Limited(const StreamConfiguration& configuration, double fullScale)
@@ -101,6 +101,8 @@ private:
     const StreamConfiguration configuration;
     const double fullScale;
     std::int32_t surroundPairs;
+    std::size_t limitedRows = 0;         ///< rows of the limiter
+    std::size_t limitedRow[kMaxSlots]{}; ///< of an output slot
     bool hasEngine = false;
     bool hasLfe = false;
     std::unique_ptr<Surrounds> surrounds; ///< null without surround channels

@@ -146,7 +146,8 @@ void UpmixStream::State::processBlock() noexcept
     upmixer.process(inputRows[configuration.leftSlot], inputRows[configuration.rightSlot], upmixed);
 
     outputStage.process({upmixer.engine(), upmixed, delayed, outputRows, faults}, targets());
-    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot) meters.addLevel(slot, outputRows[slot]);
+    for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot)
+        if (configuration.outputs[slot].source != OutputSlot::Source::Silence) meters.addLevel(slot, outputRows[slot]);
     meters.addBlock(upmixer.engine(), outputStage.surroundState(), outputStage.limiterGain(), faults);
 }
 

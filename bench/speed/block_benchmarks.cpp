@@ -73,6 +73,7 @@ void alternatingEngines(benchmark::State& state, const BlockOperations& operatio
     std::deque<Stream<ZRKTarn>> streams;
     for (std::int64_t i = 0; i < state.range(0); ++i) streams.emplace_back(kPlain, bufferBlocks).run(20);
     Report report(state);
+    report.addStreams(static_cast<double>(kPlain.rate) / tests::kBlockFrames);
     std::size_t turn = 0;
     for ([[maybe_unused]] const auto iteration : state) {
         Stream<ZRKTarn>& stream = streams[turn++ % streams.size()];

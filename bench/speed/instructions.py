@@ -3,8 +3,9 @@
 
     bench/speed/instructions.py           the engine
     bench/speed/instructions.py --room    the output stage of the preset film in 5.1; not with AVX-512
+    bench/speed/instructions.py --command "--preset plain"    all of tarn upmix with these options, WAV to WAV
 
-Needs valgrind and the build of preset bench. The result is the difference of two runs of different length, which
+Needs valgrind and the build of preset bench; for a command that of preset tarn. The result is the difference of two runs of different length, which
 excludes initialization. valgrind knows no AVX-512: there the engine runs one instruction at a time, which takes minutes.
 """
 # SPDX-License-Identifier: MIT
@@ -14,12 +15,17 @@ import array
 import bisect
 from pathlib import Path
 import re
+import shlex
 import shutil
 import subprocess
 import sys
 import tempfile
+import wave
 
-DEFAULT_PROGRAM = Path(__file__).resolve().parents[2] / "build/bench/bench/speed/tarn_speed"
+BUILD = Path(__file__).resolve().parents[2] / "build"
+DEFAULT_PROGRAM = BUILD / "bench/bench/speed/tarn_speed"
+COMMAND = BUILD / "tarn/cli/tarn"
+COMMAND_BLOCKS = (7500, 15000)  # 10 s and 20 s
 OUTPUT_STAGE = "zrk_tarn::OutputStage::"
 BLOCK_OPERATION = "ZRKTarn::ProcessCine3InterLeave(unsigned int, unsigned int)"
 
@@ -164,20 +170,92 @@ def per_stepped_block(program, instruction_set, blocks):
     return {name: count / blocks for name, count in counts.items()}
 
 
+def objects_of(lines):
+    """The programs and libraries of functions, {function: name of the file}."""
+    names, objects = {}, {}
+    current = None
+    for line in lines:
+        match = re.match(r"(ob|fn|cob|cfn)=\((\d+)\)(?: (.*))?$", line)
+        if not match:
+            continue
+        kind, number, name = match.groups()
+        key = kind.removeprefix("c"), number
+        if name:
+            names[key] = name
+        if kind == "ob":
+            current = Path(names[key]).name
+        elif kind == "fn":
+            objects[names[key]] = current
+    return objects
+
+
+def count_command(lines):
+    """Instructions of the parts of tarn upmix, {name: instructions}."""
+    calls, own = read_profile(lines)
+    objects = objects_of(lines)
+
+    def inclusive(prefix):
+        """Of the functions whose names begin so, as callees of others."""
+        return sum(cost for of in calls.values() for callee, cost in of.items() if callee.startswith(prefix))
+
+    counts = {"engine": inclusive("zrk_tarn::BlockUpmixer::process("), "adapter": 0, "command": 0}
+    for function, instructions in own.items():
+        name = objects[function]
+        if name == COMMAND.name:
+            name = "adapter" if "zrk_tarn::" in function.split("(")[0] else "command"
+        counts[name] = counts.get(name, 0) + instructions
+    counts["adapter"] -= counts["engine"]
+    counts["total"] = sum(own.values())
+    return counts
+
+
+def print_command(arguments, few, many):
+    """Prints the instructions per block of tarn upmix for the demo scene, 16 bits at 48 kHz."""
+    with tempfile.TemporaryDirectory() as name:
+        scene = Path(name) / "scene.wav"
+        subprocess.run([str(COMMAND), "demo", str(scene)], check=True, stdout=subprocess.DEVNULL)
+        stereo = scene.with_stem("scene-stereo").read_bytes()
+        frames = stereo[stereo.index(b"data") + 8 :]  # Python's module wave cannot read this header
+        counts = []
+        for blocks in (few, many):
+            path, profiled = Path(name) / "input.wav", Path(name) / "callgrind.out"
+            size = blocks * 64 * 2 * 2
+            with wave.open(str(path), "wb") as output:
+                output.setnchannels(2)
+                output.setsampwidth(2)
+                output.setframerate(48000)
+                output.writeframes((frames * (size // len(frames) + 1))[:size])
+            command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={profiled}", str(COMMAND), "upmix"]
+            command += [*arguments, "--quiet", "--force", str(path), str(Path(name) / "output.wav")]
+            subprocess.run(command, check=True, capture_output=True)
+            counts.append(count_command(profiled.read_text().splitlines()))
+    print(f"{'instructions per block':<34}{'tarn upmix ' + shlex.join(arguments):>30}")
+    for part, instructions in counts[1].items():
+        slope = (instructions - counts[0].get(part, 0)) / (many - few)
+        if round(slope) != 0 or part == "total":
+            print(f"{part:<34}{slope:30.0f}")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--program", type=Path, default=DEFAULT_PROGRAM, help="tarn_speed (%(default)s)")
     parser.add_argument("--room", action="store_true", help="count the output stage, not the engine")
-    parser.add_argument("--blocks", type=int, nargs=2, default=(400, 1400), metavar="N", help="lengths of the two runs")
+    parser.add_argument("--command", metavar="OPTIONS", help="count tarn upmix with these options, not the engine")
+    parser.add_argument("--blocks", type=int, nargs=2, metavar="N", help="lengths of the two runs")
     parser.add_argument(
         "--step", type=int, default=128, metavar="N", help="blocks to run by single instructions (%(default)s)"
     )
     options = parser.parse_args()
-    few, many = options.blocks
+    few, many = options.blocks or ((400, 1400) if options.command is None else COMMAND_BLOCKS)
     if not 0 < few < many:
         sys.exit("instructions: --blocks: give two lengths, the shorter first")
     if shutil.which("valgrind") is None:
         sys.exit("instructions: valgrind is not installed")
+    if options.command is not None:
+        if not COMMAND.is_file():
+            sys.exit(f"instructions: {COMMAND}: no such program; first ./run tarn --help")
+        print_command(shlex.split(options.command), few, many)
+        return
     if not options.program.is_file():
         sys.exit(
             f"instructions: {options.program}: no such program; first\n"

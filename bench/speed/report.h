@@ -21,9 +21,15 @@ public:
 
     ~Report()
     {
-        if (!spent.empty())
-            benchmarkState.counters["ticks"] = {tests::medianOf(spent), benchmark::Counter::kAvgThreads};
+        if (spent.empty()) return;
+        const double ticks = tests::medianOf(spent);
+        benchmarkState.counters["ticks"] = {ticks, benchmark::Counter::kAvgThreads};
+        if (blocksPerSecond > 0.0)
+            benchmarkState.counters["streams"] = tests::ticksPerSecond() / (blocksPerSecond * ticks);
     }
+
+    /// Reports streams per core too: each has this many blocks per second.
+    void addStreams(double streamBlocksPerSecond) { blocksPerSecond = streamBlocksPerSecond; }
 
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
@@ -37,6 +43,7 @@ public:
 private:
     benchmark::State& benchmarkState;
     std::vector<std::uint64_t> spent;
+    double blocksPerSecond = 0.0;
 };
 
 } // namespace speed

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "bench/speed/summary.h"
 
+#include "bench/speed/plugin_summary.h"
 #include "bench/speed/room_summary.h"
 #include "bench/speed/stages.h"
 #include "bench/speed/stream.h"
@@ -255,6 +256,7 @@ void printSummary()
     printStages("ticks of a stage alone", false);
     printStages("the same in long silence", true);
     printRoom();
+    printPlugins();
 }
 
 } // namespace speed

@@ -2,9 +2,13 @@
 // SPDX-License-Identifier: MIT
 #include "plugins/common/instance.h"
 
+#include "stream/block.h"
+
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <iterator>
+#include <limits>
 
 namespace tarn_plugins
 {
@@ -12,11 +16,12 @@ namespace tarn_plugins
 namespace
 {
 
-constexpr float kSilentLevel = 1e-6f; ///< softer groups are shown as -120 dB
+constexpr float kDefault = std::numeric_limits<float>::quiet_NaN(); ///< stands for the default of a control
+constexpr float kSilentLevel = 1e-6f;                               ///< softer groups are shown as -120 dB
 
-float decibels(float level) noexcept
+constexpr bool isMeter(Port port) noexcept
 {
-    return 20.0f * std::log10(std::max(level, kSilentLevel));
+    return port >= kReduction && port < kUnused;
 }
 
 zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, std::uint32_t rateHz)
@@ -31,45 +36,89 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, std::uint32_
 
 Instance::Instance(const Plugin& instancePlugin, std::uint32_t rateHz)
     : plugin(instancePlugin), stream(configurationOf(instancePlugin.layout, rateHz))
-{}
+{
+    for (std::size_t port = kReduction; port < kUnused; ++port) memory[port] = &meters[port];
+    applied.fill(std::bit_cast<std::uint32_t>(kDefault));
+    applyControls();
+}
 
 void Instance::connect(unsigned long port, float* location) noexcept
 {
-    if (port < plugin.ports.count) memory[plugin.ports.ports[port]] = location;
+    if (port >= plugin.ports.count) return;
+    const Port which = plugin.ports.ports[port];
+    memory[which] = location == nullptr && isMeter(which) ? &meters[which] : location;
+}
+
+void Instance::activate() noexcept
+{
+    stream.reset();
+    framesOfBlock = 0;
+    hasNewMeters = true;
 }
 
 void Instance::run(std::size_t frames) noexcept
 {
-    stream.setBypass(control(kEnabled) <= 0.0f);
-    stream.setMode(control(kMode) >= 1.5f ? zrk_tarn::SteeringMode::Calm : zrk_tarn::SteeringMode::Fast);
+    Controls given;
+    for (std::size_t i = 0; i < given.size(); ++i) {
+        const float* const location = memory[kEnabled + i];
+        given[i] = std::bit_cast<std::uint32_t>(location != nullptr ? *location : kDefault);
+    }
     // Computes the factors of the gains after a change only.
-    if (const zrk_tarn::RoomSettings wanted = settings(); wanted != applied) {
-        zrk_tarn::applySettings(wanted, stream);
-        applied = wanted;
+    if (given != applied) {
+        applied = given;
+        applyControls();
     }
     stream.processPlanar(memory + kLeftIn, memory + kOutput, frames);
-    show(kLatency, static_cast<float>(kLatencyFrames));
+    framesOfBlock += frames;
+    hasNewMeters = hasNewMeters || framesOfBlock >= zrk_tarn::kBlockFrames;
+    framesOfBlock %= zrk_tarn::kBlockFrames;
+    if (memory[kLatency] != nullptr) *memory[kLatency] = static_cast<float>(kLatencyFrames);
 }
 
-void Instance::showMeters() const noexcept
+void Instance::showMeters() noexcept
 {
-    const zrk_tarn::StreamMeters meters = stream.meters();
-    show(kReduction, 20.0f * std::log10(1.0f / meters.limiterGain));
-    for (std::size_t group = 0; group < std::size(meters.leftRight); ++group) {
-        show(kLeftRight + group, meters.leftRight[group]);
-        show(kFrontBack + group, meters.frontBack[group]);
-        show(kGroupLevel + group, decibels(meters.groupLevel[group]));
-        show(kGroupPlace + group, meters.groupPlace[group]);
-        show(kGroupCentre + group, meters.groupCentre[group]);
-        show(kGroupUpperHz + group, meters.groupUpperHz[group]);
-        show(kGroupSurround + group, decibels(meters.groupSurround[group]));
+    if (hasNewMeters) readMeters();
+#pragma GCC unroll 4
+    for (std::size_t port = kReduction; port < kUnused; ++port) *memory[port] = meters[port];
+}
+
+/// Takes the meters of the stream after a block.
+void Instance::readMeters() noexcept
+{
+    hasNewMeters = false;
+    const zrk_tarn::StreamMeters read = stream.meters();
+    meters[kReduction] = reduction.of(1.0f / read.limiterGain);
+    for (std::size_t group = 0; group < zrk_tarn::kBandGroups; ++group) {
+        meters[kLeftRight + group] = read.leftRight[group];
+        meters[kFrontBack + group] = read.frontBack[group];
+        meters[kGroupLevel + group] = groupLevel[group].of(read.groupLevel[group]);
+        meters[kGroupPlace + group] = read.groupPlace[group];
+        meters[kGroupCentre + group] = read.groupCentre[group];
+        meters[kGroupUpperHz + group] = read.groupUpperHz[group];
+        meters[kGroupSurround + group] = groupSurround[group].of(read.groupSurround[group]);
     }
+}
+
+float Instance::DecibelLevel::of(float newLevel) noexcept
+{
+    if (newLevel != level) {
+        level = newLevel;
+        decibels = 20.0f * std::log10(std::max(level, kSilentLevel));
+    }
+    return decibels;
+}
+
+void Instance::applyControls() noexcept
+{
+    stream.setBypass(control(kEnabled) <= 0.0f);
+    stream.setMode(control(kMode) >= 1.5f ? zrk_tarn::SteeringMode::Calm : zrk_tarn::SteeringMode::Fast);
+    zrk_tarn::applySettings(settings(), stream);
 }
 
 float Instance::control(Port port) const noexcept
 {
-    const bool isSet = memory[port] != nullptr && !std::isnan(*memory[port]);
-    return isSet ? *memory[port] : defaultOf(port, plugin.layout);
+    const auto value = std::bit_cast<float>(applied[port - std::size_t{kEnabled}]);
+    return std::isnan(value) ? defaultOf(port, plugin.layout) : value;
 }
 
 /// The settings of the preset, or those of the other controls.
@@ -87,11 +136,6 @@ zrk_tarn::RoomSettings Instance::settings() const noexcept
     if (const float level = control(kSurrounds); level > plugin.silentSurroundDb)
         settings.surroundDb = static_cast<double>(level);
     return settings;
-}
-
-void Instance::show(std::size_t port, float value) const noexcept
-{
-    if (memory[port] != nullptr) *memory[port] = value;
 }
 
 } // namespace tarn_plugins

@@ -4,8 +4,8 @@
 
 #include "plugins/common/controls.h"
 
+#include <array>
 #include <cstdint>
-#include <optional>
 
 namespace tarn_plugins
 {
@@ -18,12 +18,15 @@ struct Plugin
     float silentSurroundDb; ///< surround channels with this level or less are silent
 };
 
-/// A stream, and the memory that the host connected to each port, or null.
+/// A stream, and the memory that the host connected to each port.
 class Instance
 {
 public:
     /// Throws as UpmixStream does.
     Instance(const Plugin& instancePlugin, std::uint32_t rateHz);
+
+    Instance(const Instance&) = delete;
+    Instance& operator=(const Instance&) = delete;
 
     /// The latency in frames.
     static constexpr std::uint32_t kLatencyFrames = zrk_tarn::UpmixStream::latencyFrames({.limiter = true});
@@ -32,24 +35,46 @@ public:
     void connect(unsigned long port, float* location) noexcept;
 
     /// Clears the signal.
-    void activate() noexcept { stream.reset(); }
+    void activate() noexcept;
 
     /// Applies the controls, upmixes, and writes the latency. Controls that are NaN or not connected have their
     /// defaults.
     void run(std::size_t frames) noexcept;
 
     /// Writes the reduction of the limiter and the meters of each band group.
-    void showMeters() const noexcept;
+    void showMeters() noexcept;
 
 private:
+    /// A level in decibels. Computes the logarithm after a change only.
+    class DecibelLevel
+    {
+    public:
+        float of(float newLevel) noexcept;
+
+    private:
+        float level = 1.0f;
+        float decibels = 0.0f;
+    };
+
+    /// The bits of the values of all controls.
+    using Controls = std::array<std::uint32_t, kLatency - std::size_t{kEnabled}>;
+
+    void applyControls() noexcept;
+    void readMeters() noexcept;
     float control(Port port) const noexcept;
     zrk_tarn::RoomSettings settings() const noexcept;
-    void show(std::size_t port, float value) const noexcept;
 
     const Plugin& plugin;
     zrk_tarn::UpmixStream stream;
-    float* memory[kPorts] = {};
-    std::optional<zrk_tarn::RoomSettings> applied; ///< settings of the stream
+    float* memory[kPorts] = {}; ///< null, and in meters for a meter, if it is not connected
+    Controls applied{};         ///< to the stream
+
+    std::size_t framesOfBlock = 0; ///< frames since the last block of the stream
+    bool hasNewMeters = true;      ///< whether the meters have changed since readMeters
+    float meters[kUnused] = {};    ///< values of the ports from kReduction on
+    DecibelLevel reduction;
+    DecibelLevel groupLevel[zrk_tarn::kBandGroups];
+    DecibelLevel groupSurround[zrk_tarn::kBandGroups];
 };
 
 } // namespace tarn_plugins

@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <lilv/lilv.h>
 #include <lv2/atom/atom.h>
 #include <lv2/core/lv2.h>
@@ -32,6 +34,21 @@
 #include <tuple>
 #include <utility>
 #include <vector>
+
+namespace
+{
+
+unsigned powers = 0; ///< calls of pow by any library
+
+} // namespace
+
+/// Counts a call and forwards it to the C library.
+extern "C" double pow(double base, double exponent) noexcept
+{
+    static const auto next = reinterpret_cast<double (*)(double, double)>(dlsym(RTLD_NEXT, "pow"));
+    ++powers;
+    return next(base, exponent);
+}
 
 namespace tests
 {
@@ -245,7 +262,8 @@ public:
 
     LilvInstance* instance() { return lilv.get(); }
 
-    float& value(const std::string& symbol) { return values[info.port(symbol)]; }
+    float& valueOf(std::uint32_t port) { return values[port]; }
+    float& value(const std::string& symbol) { return valueOf(info.port(symbol)); }
 
     const Variant& variant;
     const PluginInfo info;
@@ -751,6 +769,29 @@ TEST(Lv2, ReportsTheBandGroupsAndTheReductionOfTheLimiter)
     }
 }
 
+TEST(Lv2, WritesTheMetersInEveryRun)
+{
+    Stereo stereo = movingSource(10000);
+    Upmixed unused(k51.outputs.size(), Row(10000));
+    Host host(k51);
+    UpmixStream stream = streamOf(k51, 48000);
+    const auto expectMetersAfter = [&](std::uint32_t frames) {
+        SCOPED_TRACE(frames);
+        const std::uint32_t ports = lilv_plugin_get_num_ports(host.info.plugin);
+        for (std::uint32_t port = host.info.port("reduction"); port < ports; ++port) host.valueOf(port) = 5.0f;
+        const float* const input[] = {stereo[0].data(), stereo[1].data()};
+        stream.processPlanar(input, from(unused, 0).data(), frames);
+        host.run(stereo[0].data(), stereo[1].data(), from(unused, 0), frames);
+        expectGroups(host, stream.meters());
+        EXPECT_EQ(host.value("reduction"), 0.0f);
+    };
+    expectMetersAfter(0);
+    for (const std::uint32_t frames : {37u, 26u, 1u, 10000u, 37u, 64u, 0u}) expectMetersAfter(frames);
+    host.reactivate();
+    stream.reset();
+    expectMetersAfter(37);
+}
+
 TEST(Lv2, WorksWithUnconnectedPorts)
 {
     const Stereo stereo = movingSource(20000);
@@ -792,6 +833,26 @@ TEST(Lv2, RunNeverAllocatesLocksOrMakesASystemCallAndNeedsLittleStack)
         EXPECT_LE(stackBytesOf(work), kMaxStackBytes) << variant->uri;
     }
     if (!hasFilter) GTEST_SKIP() << "the kernel has no filter of system calls";
+}
+
+TEST(Lv2, RunComputesPowersOnlyWhenAControlChanges)
+{
+    for (const Variant* const variant : kVariants) {
+        Stereo stereo = movingSource(kMaxFrames);
+        Upmixed given(variant->outputs.size(), Row(kMaxFrames));
+        Host host(*variant);
+        const auto powersOfRuns = [&] {
+            const unsigned before = powers;
+            for (const std::uint32_t frames : {0u, 37u, 64u, 1000u})
+                host.run(stereo[0].data(), stereo[1].data(), from(given, 0), frames);
+            return powers - before;
+        };
+        powersOfRuns();
+        EXPECT_EQ(powersOfRuns(), 0u) << variant->uri;
+        host.value("gain") = 1.0f;
+        EXPECT_GT(powersOfRuns(), 0u) << variant->uri;
+        EXPECT_EQ(powersOfRuns(), 0u) << variant->uri;
+    }
 }
 
 TEST(Lv2, CreatesAndFreesManyInstances)
