@@ -50,8 +50,9 @@ void processCine3(ZRKTarn& engine) noexcept
     steerBroadband(engine);
     steerGroups(engine);
     selectSpeeds(engine);
-    interpolateMatrices(engine);
-    const bool mayBeSubnormal = mixSubbands(engine);
+    float elements[6][16];
+    const bool weightsMayBeSubnormal = interpolateMatrices(engine, elements);
+    const bool mayBeSubnormal = mixSubbands(engine, elements, weightsMayBeSubnormal);
 
     // Synthesis. The transform writes the newest 64 values of every history.
     for (int r = 0; r < 3; ++r)

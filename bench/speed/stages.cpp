@@ -28,6 +28,10 @@ namespace
 
 constexpr std::uint32_t kFrames = 64;
 
+// From interpolateMatrices to mixSubbands.
+float matrixElements[6][16];
+bool weightsMayBeSubnormal;
+
 constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"startMeasures",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -78,8 +82,12 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"steerBroadband", [](ZRKTarn& engine, std::uint32_t /*channels*/) { steerBroadband(engine); }},
     {"steerGroups", [](ZRKTarn& engine, std::uint32_t /*channels*/) { steerGroups(engine); }},
     {"selectSpeeds", [](ZRKTarn& engine, std::uint32_t /*channels*/) { selectSpeeds(engine); }},
-    {"interpolateMatrices", [](ZRKTarn& engine, std::uint32_t /*channels*/) { interpolateMatrices(engine); }},
-    {"mixSubbands", [](ZRKTarn& engine, std::uint32_t /*channels*/) { mixSubbands(engine); }},
+    {"interpolateMatrices",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         weightsMayBeSubnormal = interpolateMatrices(engine, matrixElements);
+     }},
+    {"mixSubbands",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) { mixSubbands(engine, matrixElements, weightsMayBeSubnormal); }},
     {"splitIntoPairSums, three",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
