@@ -54,7 +54,7 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"transformPairSums, two",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
+         transformPairSums(2, engine.dctEven, engine.dctOdd, engine.subband[0], 64);
      }},
     {"trackSpectrum",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -86,7 +86,7 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"transformPairSums, three",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
+         transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024);
      }},
     {"overlapAddAndAdvance",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
