@@ -37,9 +37,10 @@ void processCine3(ZRKTarn& engine) noexcept
     // Measures
     trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
     trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
-    measureLevels(engine);
     findDominantBands(engine);
     measureGroupPeaks(engine);
+    // A chain of 64 additions; the next stages do not wait for it.
+    measureLevels(engine);
     findDominantGroup(engine);
     detectTonalBlock(engine);
     holdStationaryGroups(engine);

@@ -61,12 +61,12 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
          trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
          trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
      }},
-    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"group peaks",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantBands(engine);
          measureGroupPeaks(engine);
      }},
+    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"dominant group, tonality",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantGroup(engine);
