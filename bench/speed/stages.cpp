@@ -58,19 +58,19 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"transformPairSums, two",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
+         transformPairSums(2, engine.dctEven, engine.dctOdd, engine.subband[0], 64);
      }},
     {"trackSpectrum",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
          trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
      }},
-    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"group peaks",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantBands(engine);
          measureGroupPeaks(engine);
      }},
+    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"dominant group, tonality",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantGroup(engine);
@@ -94,7 +94,7 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"transformPairSums, three",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
+         transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024);
      }},
     {"overlapAddAndAdvance",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
