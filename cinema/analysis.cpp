@@ -49,12 +49,14 @@ void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept
 void foldBranches(const float (&branch)[128], float (&folded)[64]) noexcept
 {
     constexpr int kWidth = kVectorFloats;
-    for (int n = 0; n < 64; n += kWidth) {
-        const Floats<kWidth> low = load<kWidth>(branch + n);
-        const Floats<kWidth> lowMirrored = reversed(load<kWidth>(branch + 64 - kWidth - n));
-        const Floats<kWidth> high = load<kWidth>(branch + 64 + n);
-        const Floats<kWidth> highMirrored = reversed(load<kWidth>(branch + 128 - kWidth - n));
-        store(folded + n, (low - lowMirrored) + (-high - highMirrored));
+    // Outputs n and 63 - n use the same difference, except for the sign, and the same sum. Zeros have the sign of the
+    // formula as long as no branch is minus zero.
+    for (int n = 0; n < 32; n += kWidth) {
+        const int mirrored = 64 - kWidth - n;
+        const Floats<kWidth> low = load<kWidth>(branch + n) - reversed(load<kWidth>(branch + mirrored));
+        const Floats<kWidth> high = load<kWidth>(branch + 64 + n) + reversed(load<kWidth>(branch + 64 + mirrored));
+        store(folded + n, low - high);
+        store(folded + mirrored, reversed(broadcast<kWidth>(0.0f) - low - high));
     }
 }
 

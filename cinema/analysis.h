@@ -15,7 +15,7 @@ void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept;
 
 /// Folds the 128 branches into the 64 inputs of the transform.
 ///
-/// In    branch [128]
+/// In    branch [128]  not minus zero, as the sums of weightAndAdvance
 /// Out   folded [64]   (branch[n] - branch[63 - n]) + (-branch[64 + n] - branch[127 - n])
 void foldBranches(const float (&branch)[128], float (&folded)[64]) noexcept;
 

@@ -29,9 +29,7 @@ void smoothAllPowers(ZRKTarn& engine) noexcept
 
 void smoothGroupPowers(ZRKTarn& engine) noexcept
 {
-    const Ints<16> mayBeSubnormal = nearUnderflow(load<16>(engine.powL)) | nearUnderflow(load<16>(engine.powR)) |
-                                    nearUnderflow(load<16>(engine.powSum)) | nearUnderflow(load<16>(engine.powDiff));
-    if (anySlow(mayBeSubnormal)) {
+    if (anySlow(load<16>(engine.powL), load<16>(engine.powR), load<16>(engine.powSum), load<16>(engine.powDiff))) {
         smoothAllPowers<true>(engine);
     } else {
         smoothAllPowers<false>(engine);

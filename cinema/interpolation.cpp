@@ -5,69 +5,93 @@
 #include "lanes/lanes.h"
 #include "lanes/subnormal_safe.h"
 
+#include <cstdint>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 namespace
 {
 
+constexpr std::int32_t kRegionFloats = 12;             ///< from a region matrix to the next one
+constexpr std::int32_t kRowFloats = 3 * kRegionFloats; ///< from a row of regions to the next one
+
 /// The positions of all groups on one axis of the grid. The first half of the axis goes from the middle (weight 0) to
 /// left or front (1), the second half from right or back (0) to the middle (1).
 struct AxisPositions
 {
-    Ints<16> secondHalf; ///< 1 or 0
+    Ints<16> isSecondHalf;
     Floats<16> weight;
 };
 
 AxisPositions axisPositions(const Floats<16>& steering) noexcept
 {
-    const Ints<16> firstHalf = broadcast<16>(0.0f) <= steering;
-    return {firstHalf + broadcast<16>(std::int32_t{1}), // true is -1
-            select(firstHalf, steering, broadcast<16>(1.0f) + steering)};
+    const Ints<16> isFirstHalf = broadcast<16>(0.0f) <= steering;
+    return {~isFirstHalf, select(isFirstHalf, steering, broadcast<16>(1.0f) + steering)};
 }
 
-/// Computes elements 0 to 5 of every matrix; lanes 6 and 7 are not stored.
+/// Interpolates elements 0 to 5 of a matrix; lanes 6 and 7 are not used.
+///
+/// corner  the first of the matrices at the four corners of the quadrant: weight 0 selects From, weight 1 selects To
 template <bool kSubnormalSafe>
-void interpolateGroups(const float (&regionMatrix)[9][12], const AxisPositions& columns, const AxisPositions& rows,
-                       float (&groupMatrix)[16][12]) noexcept
+[[gnu::always_inline]] inline Floats<8> interpolated(const float* corner, float across, float along) noexcept
 {
+    const Floats<8> nearTo = load<8>(corner);
+    const Floats<8> nearFrom = load<8>(corner + kRegionFloats);
+    const Floats<8> farTo = load<8>(corner + kRowFloats);
+    const Floats<8> farFrom = load<8>(corner + kRowFloats + kRegionFloats);
+    const auto x = valuesOf<kSubnormalSafe>(broadcast<8>(across));
+    const auto y = valuesOf<kSubnormalSafe>(broadcast<8>(along));
+    const auto p = valuesOf<kSubnormalSafe>(nearFrom) - valuesOf<kSubnormalSafe>(nearFrom - nearTo) * x;
+    const auto q = valuesOf<kSubnormalSafe>(farFrom) - valuesOf<kSubnormalSafe>(farFrom - farTo) * x;
+    return singlesOf(q + (p - q) * y);
+}
+
+template <bool kSubnormalSafe>
+void interpolateGroups(ZRKTarn& engine, float (&elements)[6][16]) noexcept
+{
+    const AxisPositions columns = axisPositions(load<16>(engine.lrSlower));
+    const AxisPositions rows = axisPositions(load<16>(engine.fbSlower));
     std::int32_t corner[16];
     float across[16];
     float along[16];
-    store(corner, columns.secondHalf + rows.secondHalf + rows.secondHalf + rows.secondHalf);
+    store(corner,
+          (columns.isSecondHalf & broadcast<16>(kRegionFloats)) + (rows.isSecondHalf & broadcast<16>(kRowFloats)));
     store(across, columns.weight);
     store(along, rows.weight);
 
-    for (int g = 0; g < 16; ++g) {
-        // The matrices at the four corners of the quadrant: weight 0 selects From, weight 1 selects To.
-        const Floats<8> nearTo = load<8>(regionMatrix[corner[g]]);
-        const Floats<8> nearFrom = load<8>(regionMatrix[corner[g] + 1]);
-        const Floats<8> farTo = load<8>(regionMatrix[corner[g] + 3]);
-        const Floats<8> farFrom = load<8>(regionMatrix[corner[g] + 4]);
-        const auto x = valuesOf<kSubnormalSafe>(broadcast<8>(across[g]));
-        const auto y = valuesOf<kSubnormalSafe>(broadcast<8>(along[g]));
-        const auto p = valuesOf<kSubnormalSafe>(nearFrom) - valuesOf<kSubnormalSafe>(nearFrom - nearTo) * x;
-        const auto q = valuesOf<kSubnormalSafe>(farFrom) - valuesOf<kSubnormalSafe>(farFrom - farTo) * x;
-        const Floats<8> matrix = singlesOf(q + (p - q) * y);
-
-        const Floats<4> first = lowHalf(matrix);
-        const Floats<2> last = lowHalf(highHalf(matrix));
-        store(groupMatrix[g], first);
-        store(groupMatrix[g] + 4, last);
+#pragma GCC unroll 1
+    for (int g = 0; g < 16; g += 4) {
+        Floats<4> first[4];
+        Floats<4> last[4];
+#pragma GCC unroll 4
+        for (int k = 0; k < 4; ++k) {
+            const Floats<8> matrix =
+                interpolated<kSubnormalSafe>(engine.regionMatrix[0] + corner[g + k], across[g + k], along[g + k]);
+            first[k] = lowHalf(matrix);
+            last[k] = highHalf(matrix);
+            store(engine.groupMatrix[g + k], first[k]);
+            store(engine.groupMatrix[g + k] + 4, lowHalf(last[k]));
+        }
+        const Quads<4> firstElements = transposedQuads(first[0], first[1], first[2], first[3]);
+        const Quads<4> lastElements = transposedQuads(last[0], last[1], last[2], last[3]);
+#pragma GCC unroll 6
+        for (int j = 0; j < 6; ++j)
+            store(elements[j] + g, j < 4 ? firstElements.column[j % 4] : lastElements.column[j % 4]);
     }
 }
 
 } // namespace
 
-void interpolateMatrices(ZRKTarn& engine) noexcept
+bool interpolateMatrices(ZRKTarn& engine, float (&elements)[6][16]) noexcept
 {
-    const Floats<16> x = load<16>(engine.lrSlower);
-    const Floats<16> y = load<16>(engine.fbSlower);
-    if (anySlow(nearUnderflow(x) | nearUnderflow(y))) {
-        interpolateGroups<true>(engine.regionMatrix, axisPositions(x), axisPositions(y), engine.groupMatrix);
+    const bool mayBeSubnormal = anySlow(load<16>(engine.lrSlower), load<16>(engine.fbSlower));
+    if (mayBeSubnormal) {
+        interpolateGroups<true>(engine, elements);
     } else {
-        interpolateGroups<false>(engine.regionMatrix, axisPositions(x), axisPositions(y), engine.groupMatrix);
+        interpolateGroups<false>(engine, elements);
     }
+    return mayBeSubnormal;
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -16,6 +16,9 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 ///
 /// In   lrSlower, fbSlower [16], which hold the chosen position; regionMatrix [9][12], region 1 first
 /// Out  groupMatrix [16][12], elements 0 to 5
-void interpolateMatrices(ZRKTarn& engine) noexcept;
+///      elements    [6][16]   the same, transposed
+///
+/// Returns whether an element may be near underflow: affects speed, never results.
+bool interpolateMatrices(ZRKTarn& engine, float (&elements)[6][16]) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

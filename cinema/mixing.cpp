@@ -12,12 +12,6 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 namespace
 {
 
-/// In double, rounded once.
-float frontGain(float lr) noexcept
-{
-    return static_cast<float>((1.0 - __builtin_fabs(static_cast<double>(lr))) * 0.5 + 1.0);
-}
-
 /// The matrices with the front gain applied; lanes are groups.
 struct Mix
 {
@@ -26,55 +20,32 @@ struct Mix
     Floats<16> frontRightOfL, frontRightOfR;
 };
 
-/// The first eight elements of the rows as one vector.
-template <int kRows>
-Floats<8 * kRows> firstElements(const float (*rows)[12]) noexcept
+bool anyElementNearUnderflow(const float (&elements)[6][16]) noexcept
 {
-    if constexpr (kRows == 1) {
-        return load<8>(*rows);
-    } else {
-        return joined(firstElements<kRows / 2>(rows), firstElements<kRows / 2>(rows + kRows / 2));
-    }
+    Ints<16> near = broadcast<16>(std::int32_t{0});
+    for (const auto& element : elements) near = near | nearUnderflow(load<16>(element));
+    return any(near);
 }
 
-/// Elements of the matrices; lanes are groups.
-struct Columns
-{
-    Floats<16> fronts[4];
-    Floats<16> centre[2];
-};
+// The gain of the fronts is (1 - |lr|) * 0.5 + 1, computed in double and rounded once. This form has the same bits for
+// every float.
 
-Columns columnsOf(const float (&matrices)[16][12]) noexcept
+float frontGain(float lr) noexcept
 {
-    // Transposes sixteen rows of eight elements.
-    const Floats<128> rows = firstElements<16>(matrices);
-    const LanePair<float, 64> e = deinterleaved(rows);
-    const LanePair<float, 32> even = deinterleaved(e.even); // columns 0 2 4 6
-    const LanePair<float, 32> odd = deinterleaved(e.odd);   // columns 1 3 5 7
-    const LanePair<float, 16> c04 = deinterleaved(even.even);
-    const LanePair<float, 16> c26 = deinterleaved(even.odd);
-    const LanePair<float, 16> c15 = deinterleaved(odd.even);
-    const LanePair<float, 16> c37 = deinterleaved(odd.odd);
-    return {{c04.even, c15.even, c04.odd, c15.odd}, {c26.even, c37.even}};
+    return (3.0f - __builtin_fabsf(lr)) * 0.5f;
 }
 
-bool anyColumnNearUnderflow(const Columns& c) noexcept
+Floats<16> frontGain(const Floats<16>& lr) noexcept
 {
-    return any(nearUnderflow(c.fronts[0]) | nearUnderflow(c.fronts[1]) | nearUnderflow(c.fronts[2]) |
-               nearUnderflow(c.fronts[3]) | nearUnderflow(c.centre[0]) | nearUnderflow(c.centre[1]));
+    return (broadcast<16>(3.0f) - abs(lr)) * broadcast<16>(0.5f);
 }
 
 template <bool kSubnormalSafe>
-Mix mixWithGain(const Columns& columns, const float (&lr)[16]) noexcept
+Mix mixWithGain(const float (&elements)[6][16], const float (&lr)[16]) noexcept
 {
-    const Doubles<16> side = abs(toDouble(load<16>(lr)));
-    const Floats<16> gain = toFloat((broadcast<16>(1.0) - side) * broadcast<16>(0.5) + broadcast<16>(1.0));
-    return {product<kSubnormalSafe>(columns.fronts[0], gain),
-            product<kSubnormalSafe>(columns.fronts[1], gain),
-            columns.centre[0],
-            columns.centre[1],
-            product<kSubnormalSafe>(columns.fronts[2], gain),
-            product<kSubnormalSafe>(columns.fronts[3], gain)};
+    const Floats<16> gain = frontGain(load<16>(lr));
+    const auto withGain = [&](int j) { return product<kSubnormalSafe>(load<16>(elements[j]), gain); };
+    return {withGain(0), withGain(1), load<16>(elements[2]), load<16>(elements[3]), withGain(4), withGain(5)};
 }
 
 template <bool kSubnormalSafe, typename Layout>
@@ -86,9 +57,9 @@ template <bool kSubnormalSafe, typename Layout>
 }
 
 template <bool kSafeGain, bool kSubnormalSafe, typename Layout>
-void mixBands(const Columns& columns, ZRKTarn& engine) noexcept
+void mixBands(const float (&elements)[6][16], ZRKTarn& engine) noexcept
 {
-    const Mix mix = mixWithGain<kSafeGain>(columns, engine.lrSlower);
+    const Mix mix = mixWithGain<kSafeGain>(elements, engine.lrSlower);
     const Floats<64> l = load<64>(engine.subband[0]);
     const Floats<64> r = load<64>(engine.subband[1]);
     store(engine.outSubband[0], mixed<kSubnormalSafe, Layout>(mix.frontLeftOfL, l, mix.frontLeftOfR, r));
@@ -104,22 +75,17 @@ bool isSilent(const float (&subband)[2][64]) noexcept
 
 /// Returns whether a mixed subband is near underflow.
 template <typename Layout>
-bool mixBands(ZRKTarn& engine) noexcept
+bool mixBands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal) noexcept
 {
-    const Columns columns = columnsOf(engine.groupMatrix);
-    // A coefficient is near underflow only if an interpolation weight is.
-    const bool mayBeSubnormal =
-        anySlow(nearUnderflow(load<16>(engine.lrSlower)) | nearUnderflow(load<16>(engine.fbSlower))) &&
-        anyColumnNearUnderflow(columns);
-    if (!mayBeSubnormal) {
-        mixBands<false, false, Layout>(columns, engine);
+    if (!mayBeSubnormal || !anyElementNearUnderflow(elements)) {
+        mixBands<false, false, Layout>(elements, engine);
         return false;
     }
     if (isSilent(engine.subband)) {
-        mixBands<true, false, Layout>(columns, engine);
+        mixBands<true, false, Layout>(elements, engine);
         return false;
     }
-    mixBands<true, true, Layout>(columns, engine);
+    mixBands<true, true, Layout>(elements, engine);
     return anySlow(engine.outSubband[0]) || anySlow(engine.outSubband[1]) || anySlow(engine.outSubband[2]);
 }
 
@@ -143,11 +109,12 @@ void mixGroups(ZRKTarn& engine) noexcept
 
 } // namespace
 
-bool mixSubbands(ZRKTarn& engine) noexcept
+bool mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal) noexcept
 {
-    bool mayBeSubnormal = false;
-    const bool known =
-        dispatchLayout(engine.bandCount, [&](auto layout) { mayBeSubnormal = mixBands<decltype(layout)>(engine); });
+    bool subbandsMayBeSubnormal = false;
+    const bool known = dispatchLayout(engine.bandCount, [&](auto layout) {
+        subbandsMayBeSubnormal = mixBands<decltype(layout)>(engine, elements, mayBeSubnormal);
+    });
     if (known) {
         engine.bandIndex = 64;
     } else {
@@ -155,7 +122,7 @@ bool mixSubbands(ZRKTarn& engine) noexcept
     }
     engine.groupIndex = 16;
     for (int j = 0; j < 6; ++j) engine.mixCoeff[j] = engine.groupMatrix[15][j];
-    return mayBeSubnormal;
+    return subbandsMayBeSubnormal;
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -12,10 +12,12 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 /// The gain of the fronts falls from 1.5 for a centred group to 1 for a fully panned one; the gain of the centre is 1.
 ///
 /// In   subband [2][64], groupMatrix [16][12], lrSlower [16], bandCount [16] with a sum of at most 64
+///      elements    [6][16]  elements 0 to 5 of groupMatrix, transposed
+///      mayBeSubnormal       whether an element may be near underflow: affects speed, never results
 /// Out  outSubband [3][64]  bands past the last group keep their values
 ///      mixCoeff [6]        those of the last group
 ///
 /// Returns whether a mixed subband is near underflow. This affects only the speed of the transform, never results.
-bool mixSubbands(ZRKTarn& engine) noexcept;
+bool mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal = false) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -32,14 +32,15 @@ void processCine3(ZRKTarn& engine) noexcept
         foldBranches(engine.polyphaseSum[c], engine.folded[c]);
         splitIntoPairSums(engine.folded[c], engine.dctEven[c], engine.dctOdd[c]);
     }
-    transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
+    transformPairSums(2, engine.dctEven, engine.dctOdd, engine.subband[0], 64);
 
     // Measures
     trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
     trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
-    measureLevels(engine);
     findDominantBands(engine);
     measureGroupPeaks(engine);
+    // A chain of 64 additions; the next stages do not wait for it.
+    measureLevels(engine);
     findDominantGroup(engine);
     detectTonalBlock(engine);
     holdStationaryGroups(engine);
@@ -50,13 +51,14 @@ void processCine3(ZRKTarn& engine) noexcept
     steerBroadband(engine);
     steerGroups(engine);
     selectSpeeds(engine);
-    interpolateMatrices(engine);
-    const bool mayBeSubnormal = mixSubbands(engine);
+    float elements[6][16];
+    const bool weightsMayBeSubnormal = interpolateMatrices(engine, elements);
+    const bool mayBeSubnormal = mixSubbands(engine, elements, weightsMayBeSubnormal);
 
     // Synthesis. The transform writes the newest 64 values of every history.
     for (int r = 0; r < 3; ++r)
         splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], mayBeSubnormal);
-    transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0], mayBeSubnormal);
+    transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024, mayBeSubnormal);
     for (int r = 0; r < 3; ++r) {
         overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
         roundOutput(engine.overlapNow[r], engine.outputBlock[r]);

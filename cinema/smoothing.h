@@ -6,27 +6,29 @@
 #include "lanes/lanes.h"
 #include "lanes/subnormal_safe.h"
 
+#include <cstddef>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
-/// Whether the alpha of a steering pair is near underflow, on processors that are slow with subnormal numbers. Many
-/// changes of the format can scale it down that far.
-inline bool anyPairSlow(const ZRKTarn& engine) noexcept
+/// The four smoothing pairs of the steering: mid, slower, slow, fast. Even lanes are alphas.
+inline Floats<8> steeringPairs(const ZRKTarn& engine) noexcept
 {
-    return subnormalsAreSlow && (nearUnderflow(engine.slower[0]) || nearUnderflow(engine.slow[0]) ||
-                                 nearUnderflow(engine.mid[0]) || nearUnderflow(engine.fast[0]));
+    constexpr std::size_t kFirst = offsetof(ZRKTarn, mid);
+    static_assert(offsetof(ZRKTarn, slower) == kFirst + 8 && offsetof(ZRKTarn, slow) == kFirst + 16 &&
+                  offsetof(ZRKTarn, fast) == kFirst + 24);
+    return load<8>(reinterpret_cast<const float*>(reinterpret_cast<const std::byte*>(&engine) + kFirst));
 }
 
 /// One step of a first-order recursive mean: state = (1 - alpha) * state + alpha * value.
 ///
-/// pair  (alpha, 1 - alpha); set kSafePair if alpha may be near underflow
-template <bool kSafePair = false>
+/// pair  (alpha, 1 - alpha)
 inline void smooth(const float (&pair)[2], float value, float& state) noexcept
 {
-    state = subnormalSafeProduct(pair[1], state) + (kSafePair ? subnormalSafeProduct(pair[0], value) : pair[0] * value);
+    state = subnormalSafeProduct(pair[1], state) + pair[0] * value;
 }
 
-/// The same for neighbouring states. Set kSubnormalSafe if a state may be near underflow.
+/// The same for neighbouring states. Set kSubnormalSafe if a state may be near underflow, kSafePair if alpha may be.
 template <bool kSubnormalSafe, bool kSafePair = false, int kCount>
 [[gnu::always_inline]] inline Floats<kCount> smoothed(const float (&pair)[2], const Floats<kCount>& value,
                                                       const Floats<kCount>& state) noexcept

@@ -11,25 +11,27 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 namespace
 {
 
-/// One coordinate of all groups at four speeds.
+constexpr int kWidth = kVectorFloats; // lanes are groups
+
+/// One coordinate of some groups at four speeds.
 struct FourSpeeds
 {
-    Floats<16> slower;
-    Floats<16> slow;
-    Floats<16> mid;
-    Floats<16> fast;
+    Floats<kWidth> slower;
+    Floats<kWidth> slow;
+    Floats<kWidth> mid;
+    Floats<kWidth> fast;
 };
 
 /// Masks of the groups that follow a speed; groups in none of them follow the slower speed.
 struct SpeedMasks
 {
-    Ints<16> fast;
-    Ints<16> mid;
-    Ints<16> slow;
+    Ints<kWidth> fast;
+    Ints<kWidth> mid;
+    Ints<kWidth> slow;
 };
 
 template <bool kSubnormalSafe, bool kSafePair>
-FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
+FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<kWidth>& steering, const FourSpeeds& state) noexcept
 {
     return {smoothed<kSubnormalSafe, kSafePair>(engine.slower, steering, state.slower),
             smoothed<kSubnormalSafe, kSafePair>(engine.slow, steering, state.slow),
@@ -37,98 +39,104 @@ FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steerin
             smoothed<kSubnormalSafe, kSafePair>(engine.fast, steering, state.fast)};
 }
 
-FourSpeeds smoothedAtFourSpeeds(const ZRKTarn& engine, const Floats<16>& steering, const FourSpeeds& state) noexcept
-{
-    if (anyPairSlow(engine)) return smoothedAtFourSpeeds<true, true>(engine, steering, state);
-    // After a block all four speeds have the same value.
-    return anySlow(nearUnderflow(state.slower)) ? smoothedAtFourSpeeds<true, false>(engine, steering, state)
-                                                : smoothedAtFourSpeeds<false, false>(engine, steering, state);
-}
-
 /// The mean, group ascending.
-float meanOf(const Floats<16>& values) noexcept
+float meanOf(const float (&values)[16]) noexcept
 {
-    float groups[16];
-    store(groups, values);
     float sum = 0.0f;
-    for (const float value : groups) sum += value;
+    for (const float value : values) sum += value;
     return sum * 0.0625f;
 }
 
-Floats<16> limitedToFront(const Floats<16>& fb) noexcept
+/// Chooses by the unsmoothed steering of this block, for groups from g on.
+SpeedMasks chooseSpeeds(const ZRKTarn& engine, int g) noexcept
 {
-    const Floats<16> zero = broadcast<16>(0.0f);
-    return select(fb < zero, zero, fb);
-}
+    const Floats<kWidth> a = abs(load<kWidth>(engine.steerLR + g));
+    const Floats<kWidth> f = abs(load<kWidth>(engine.steerFB + g));
+    const Floats<kWidth> thres = load<kWidth>(engine.thres + g);
+    const Floats<kWidth> midThres = load<kWidth>(engine.midThres + g);
+    const Floats<kWidth> slowThres = load<kWidth>(engine.slowThres + g);
 
-/// Chooses by the unsmoothed steering of this block.
-SpeedMasks chooseSpeeds(const ZRKTarn& engine) noexcept
-{
-    const Floats<16> a = abs(load<16>(engine.steerLR));
-    const Floats<16> f = abs(load<16>(engine.steerFB));
-    const Floats<16> thres = load<16>(engine.thres);
-    const Floats<16> midThres = load<16>(engine.midThres);
-    const Floats<16> slowThres = load<16>(engine.slowThres);
-
-    const Ints<16> weak = (a < thres) & (f < thres) & broadcast<16>(std::int32_t{engine.tonalBlock == 0 ? -1 : 0});
-    const Ints<16> mid = weak & ((midThres <= a) | (midThres <= f));
-    const Ints<16> slow = weak & ~mid & ((slowThres <= a) | (slowThres <= f));
+    const Ints<kWidth> weak =
+        (a < thres) & (f < thres) & broadcast<kWidth>(std::int32_t{engine.tonalBlock == 0 ? -1 : 0});
+    const Ints<kWidth> mid = weak & ((midThres <= a) | (midThres <= f));
+    const Ints<kWidth> slow = weak & ~mid & ((slowThres <= a) | (slowThres <= f));
     return {~weak, mid, slow};
 }
 
-Floats<16> chosen(const SpeedMasks& follows, const FourSpeeds& speeds) noexcept
+Floats<kWidth> chosen(const SpeedMasks& follows, const FourSpeeds& speeds) noexcept
 {
     return select(follows.fast, speeds.fast,
                   select(follows.mid, speeds.mid, select(follows.slow, speeds.slow, speeds.slower)));
 }
 
-std::int32_t flagOfLastGroup(const Ints<16>& mask) noexcept
+std::int32_t flagOfLastGroup(const Ints<kWidth>& mask) noexcept
 {
-    std::int32_t flags[16];
-    store(flags, mask);
-    return -flags[15];
+    return -mask.part[0][kWidth - 1];
+}
+
+template <bool kSubnormalSafe, bool kSafePair>
+void selectSpeedsOfGroups(ZRKTarn& engine) noexcept
+{
+    float lrFast[16];
+    SpeedMasks follows;
+#pragma GCC unroll 1
+    for (int g = 0; g < 16; g += kWidth) {
+        const FourSpeeds lr = smoothedAtFourSpeeds<kSubnormalSafe, kSafePair>(
+            engine, load<kWidth>(engine.steerLR + g),
+            {load<kWidth>(engine.lrSlower + g), load<kWidth>(engine.lrSlow + g), load<kWidth>(engine.lrMid + g),
+             load<kWidth>(engine.lrFast + g)});
+        FourSpeeds fb = smoothedAtFourSpeeds<kSubnormalSafe, kSafePair>(
+            engine, load<kWidth>(engine.steerFB + g),
+            {load<kWidth>(engine.fbSlower + g), load<kWidth>(engine.fbSlow + g), load<kWidth>(engine.fbMid + g),
+             load<kWidth>(engine.fbFast + g)});
+        store(lrFast + g, lr.fast);
+        if (engine.outputChannels == 3) {
+            const Floats<kWidth> zero = broadcast<kWidth>(0.0f);
+            fb.slow = larger(zero, fb.slow);
+            fb.mid = larger(zero, fb.mid);
+            fb.fast = larger(zero, fb.fast);
+        }
+
+        follows = chooseSpeeds(engine, g);
+        const Floats<kWidth> x = chosen(follows, lr);
+        const Floats<kWidth> y = chosen(follows, fb);
+        store(engine.lrSlower + g, x);
+        store(engine.lrSlow + g, x);
+        store(engine.lrMid + g, x);
+        store(engine.lrFast + g, x);
+        store(engine.fbSlower + g, y);
+        store(engine.fbSlow + g, y);
+        store(engine.fbMid + g, y);
+        store(engine.fbFast + g, y);
+    }
+    engine.meanLRFast = meanOf(lrFast);
+    engine.usedFast = flagOfLastGroup(follows.fast);
+    engine.usedMid = flagOfLastGroup(follows.mid);
+    engine.usedSlow = flagOfLastGroup(follows.slow);
 }
 
 } // namespace
 
 void selectSpeeds(ZRKTarn& engine) noexcept
 {
-    const FourSpeeds lr = smoothedAtFourSpeeds(
-        engine, load<16>(engine.steerLR),
-        {load<16>(engine.lrSlower), load<16>(engine.lrSlow), load<16>(engine.lrMid), load<16>(engine.lrFast)});
-    FourSpeeds fb = smoothedAtFourSpeeds(
-        engine, load<16>(engine.steerFB),
-        {load<16>(engine.fbSlower), load<16>(engine.fbSlow), load<16>(engine.fbMid), load<16>(engine.fbFast)});
-    engine.meanLRFast = meanOf(lr.fast);
-    if (engine.outputChannels == 3) {
-        fb.slow = limitedToFront(fb.slow);
-        fb.mid = limitedToFront(fb.mid);
-        fb.fast = limitedToFront(fb.fast);
+    if (anySlow(deinterleaved(steeringPairs(engine)).even)) {
+        selectSpeedsOfGroups<true, true>(engine);
+    } else if (anySlow(load<16>(engine.lrSlower), load<16>(engine.fbSlower))) {
+        // After a block all four speeds have the same value.
+        selectSpeedsOfGroups<true, false>(engine);
+    } else {
+        selectSpeedsOfGroups<false, false>(engine);
     }
-
-    const SpeedMasks follows = chooseSpeeds(engine);
-    engine.usedFast = flagOfLastGroup(follows.fast);
-    engine.usedMid = flagOfLastGroup(follows.mid);
-    engine.usedSlow = flagOfLastGroup(follows.slow);
-
-    const Floats<16> x = chosen(follows, lr);
-    const Floats<16> y = chosen(follows, fb);
-    store(engine.lrSlower, x);
-    store(engine.lrSlow, x);
-    store(engine.lrMid, x);
-    store(engine.lrFast, x);
-    store(engine.fbSlower, y);
-    store(engine.fbSlow, y);
-    store(engine.fbMid, y);
-    store(engine.fbFast, y);
 }
 
 void readSpeeds(const ZRKTarn& engine, std::int32_t (&speed)[16]) noexcept
 {
-    const SpeedMasks follows = chooseSpeeds(engine);
     const std::int32_t fast = engine.holdMidSmoothing != 0 ? 2 : 3;
-    store(speed, (follows.fast & broadcast<16>(fast)) | (follows.mid & broadcast<16>(std::int32_t{2})) |
-                     (follows.slow & broadcast<16>(std::int32_t{1})));
+    for (int g = 0; g < 16; g += kWidth) {
+        const SpeedMasks follows = chooseSpeeds(engine, g);
+        store(speed + g, (follows.fast & broadcast<kWidth>(fast)) | (follows.mid & broadcast<kWidth>(std::int32_t{2})) |
+                             (follows.slow & broadcast<kWidth>(std::int32_t{1})));
+    }
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

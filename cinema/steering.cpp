@@ -3,6 +3,11 @@
 #include "cinema/steering.h"
 
 #include "cinema/smoothing.h"
+#include "lanes/lanes.h"
+#include "lanes/subnormal_safe.h"
+
+#include <cstddef>
+#include <utility>
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -76,17 +81,42 @@ Steering steer(float left, float right, float sum, float diff) noexcept
 namespace
 {
 
-template <bool kSafePair>
-void smoothBroadband(ZRKTarn& engine) noexcept
+/// Lanes kFirst, kFirst, kSecond, kSecond.
+template <int kFirst, int kSecond>
+Floats<4> doubled(const Floats<4>& a) noexcept
 {
-    smooth<kSafePair>(engine.slower, engine.globalLR, engine.globalLRSlower);
-    smooth<kSafePair>(engine.slower, engine.globalFB, engine.globalFBSlower);
-    smooth<kSafePair>(engine.slow, engine.globalLR, engine.globalLRSlow);
-    smooth<kSafePair>(engine.slow, engine.globalFB, engine.globalFBSlow);
-    smooth<kSafePair>(engine.mid, engine.globalLR, engine.globalLRMid);
-    smooth<kSafePair>(engine.mid, engine.globalFB, engine.globalFBMid);
-    smooth<kSafePair>(engine.fast, engine.globalLR, engine.globalLRFast);
-    smooth<kSafePair>(engine.fast, engine.globalFB, engine.globalFBFast);
+    return {{shuffled<Floats<4>::Part>(a.part[0], a.part[0],
+                                       std::integer_sequence<int, kFirst, kFirst, kSecond, kSecond>{})}};
+}
+
+template <bool kSubnormalSafe>
+Floats<4> smoothed(const Floats<4>& kept, const Floats<4>& state, const Floats<4>& alpha,
+                   const Floats<4>& value) noexcept
+{
+    return product<kSubnormalSafe>(kept, state) + product<kSubnormalSafe>(alpha, value);
+}
+
+/// The broadband steering at four speeds: pairs of left/right and front/back.
+float* broadbandStates(ZRKTarn& engine) noexcept
+{
+    constexpr std::size_t kFirst = offsetof(ZRKTarn, globalLRSlower);
+    static_assert(offsetof(ZRKTarn, globalFBSlower) == kFirst + 4 && offsetof(ZRKTarn, globalLRSlow) == kFirst + 8 &&
+                  offsetof(ZRKTarn, globalFBSlow) == kFirst + 12 && offsetof(ZRKTarn, globalLRMid) == kFirst + 16 &&
+                  offsetof(ZRKTarn, globalFBMid) == kFirst + 20 && offsetof(ZRKTarn, globalLRFast) == kFirst + 24 &&
+                  offsetof(ZRKTarn, globalFBFast) == kFirst + 28);
+    return reinterpret_cast<float*>(reinterpret_cast<std::byte*>(&engine) + kFirst);
+}
+
+template <bool kSubnormalSafe>
+void smoothBroadband(const LanePair<float, 4>& pairs, const Steering& steering, float* states) noexcept
+{
+    const float both[4] = {steering.lr, steering.fb, steering.lr, steering.fb};
+    const Floats<4> value = load<4>(both);
+    // Pairs are those of mid, slower, slow and fast; states are slower, slow, mid and fast.
+    store(states,
+          smoothed<kSubnormalSafe>(doubled<1, 2>(pairs.odd), load<4>(states), doubled<1, 2>(pairs.even), value));
+    store(states + 4,
+          smoothed<kSubnormalSafe>(doubled<0, 3>(pairs.odd), load<4>(states + 4), doubled<0, 3>(pairs.even), value));
 }
 
 } // namespace
@@ -96,10 +126,12 @@ void steerBroadband(ZRKTarn& engine) noexcept
     const Steering steering = steer(engine.avgLevelL, engine.avgLevelR, engine.avgLevelSum, engine.avgLevelDiff);
     engine.globalLR = steering.lr;
     engine.globalFB = steering.fb;
-    if (anyPairSlow(engine)) {
-        smoothBroadband<true>(engine);
+    const LanePair<float, 4> pairs = deinterleaved(steeringPairs(engine));
+    float* const states = broadbandStates(engine);
+    if (anySlow(pairs.even, load<4>(states), load<4>(states + 4))) {
+        smoothBroadband<true>(pairs, steering, states);
     } else {
-        smoothBroadband<false>(engine);
+        smoothBroadband<false>(pairs, steering, states);
     }
 }
 

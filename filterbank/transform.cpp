@@ -41,11 +41,10 @@ using CopyIndices = decltype(octetIndices<kIndex>(std::make_integer_sequence<int
 template <typename Octet>
 [[gnu::always_inline]] inline Octet inEveryOctet(const float (&values)[8]) noexcept
 {
-    const Floats<8> octet = load<8>(values);
     if constexpr (std::is_same_v<Octet, TwoOctets>) {
-        return joined(octet, octet);
+        return loadTwice(values);
     } else {
-        return valuesOf<std::is_same_v<Octet, SafeOctet>>(octet);
+        return valuesOf<std::is_same_v<Octet, SafeOctet>>(load<8>(values));
     }
 }
 
@@ -55,9 +54,26 @@ template <typename Octet>
     return shiftedUp(-0.0f, a);
 }
 
+template <int... kLane>
+constexpr auto shiftedUpIndices(std::integer_sequence<int, kLane...>)
+{
+    return std::integer_sequence<int, (kLane % 8 == 0 ? int{sizeof...(kLane)} : kLane - 1)...>{};
+}
+
+template <int... kLane>
+constexpr auto reversedIndices(std::integer_sequence<int, kLane...>)
+{
+    return std::integer_sequence<int, (kLane / 8 * 8 + 7 - kLane % 8)...>{};
+}
+
 [[gnu::always_inline, maybe_unused]] inline TwoOctets octetShiftedUp(const TwoOctets& a) noexcept
 {
-    return joined(octetShiftedUp(lowHalf(a)), octetShiftedUp(highHalf(a)));
+    if constexpr (TwoOctets::kParts == 1) {
+        using Indices = decltype(shiftedUpIndices(std::make_integer_sequence<int, 16>{}));
+        return {{shuffled<TwoOctets::Part>(a.part[0], broadcast<16>(-0.0f).part[0], Indices{})}};
+    } else {
+        return joined(octetShiftedUp(lowHalf(a)), octetShiftedUp(highHalf(a)));
+    }
 }
 
 [[gnu::always_inline]] inline SafeOctet octetShiftedUp(const SafeOctet& a) noexcept
@@ -92,6 +108,15 @@ template <typename Octet>
 [[gnu::always_inline]] inline Octets<Octet, 4> splitIntoOctets(const float (*vectors)[32]) noexcept
 {
     constexpr bool kSubnormalSafe = std::is_same_v<Octet, SafeOctet>;
+#if defined __AVX2__
+    if constexpr (!std::is_same_v<Octet, TwoOctets>) {
+        // Quad k of both halves of the vector: no instruction moves values between the halves of a register.
+        const auto quads = [&](int k) { return joined(load<4>(vectors[0] + 4 * k), load<4>(vectors[0] + 16 + 4 * k)); };
+        const Quads<8> octets = transposedQuads(quads(0), quads(1), quads(2), quads(3));
+        return {{valuesOf<kSubnormalSafe>(octets.column[0]), valuesOf<kSubnormalSafe>(octets.column[1]),
+                 valuesOf<kSubnormalSafe>(octets.column[2]), valuesOf<kSubnormalSafe>(octets.column[3])}};
+    }
+#endif
     constexpr int kLanes = std::is_same_v<Octet, TwoOctets> ? 16 : 8;
     const LanePair<float, 2 * kLanes> halves = deinterleaved(load<4 * kLanes>(&vectors[0][0]));
     const LanePair<float, kLanes> even = deinterleaved(halves.even);
@@ -139,8 +164,7 @@ template <int kColumn>
 /// Adds column kColumn to the products of one matrix with several vectors; lanes are outputs.
 template <int kColumn, typename Octet, std::size_t kVectors>
 [[gnu::always_inline]] inline void addColumn(const float (&columns)[8][8], const Octet (&vectors)[kVectors],
-                                             const Stored<Octet> (&stored)[kVectors][8],
-                                             Octet (&products)[kVectors]) noexcept
+                                             const Stored<Octet> (*stored)[8], Octet (&products)[kVectors]) noexcept
 {
     const auto column = inEveryOctet<Octet>(columns[kColumn]);
 #pragma GCC unroll 8
@@ -157,8 +181,10 @@ template <typename Octet, std::size_t kVectors, int... kColumn>
                                             std::integer_sequence<int, kColumn...> /*all*/) noexcept
 {
     alignas(kVectorBytes) Stored<Octet> stored[kVectors][8];
+#pragma GCC unroll 8
     for (std::size_t v = 0; v < kVectors; ++v) storeValues(stored[v], vectors[v]);
-    (addColumn<kColumn>(columns, vectors, stored, products), ...);
+    const auto* const values = inMemory(stored);
+    (addColumn<kColumn>(columns, vectors, values, products), ...);
 }
 
 /// Combines the products of both halves to a DCT-III of size 16.
@@ -205,28 +231,32 @@ template <typename Octet>
 }
 
 /// Stores one octet of outputs of every transform; octets of odd index are reversed.
-template <int kStride>
-[[gnu::always_inline]] inline void storeOctet(int c, const OneOctet& octet, float* out) noexcept
+[[gnu::always_inline]] inline void storeOctet(int c, const OneOctet& octet, float* out,
+                                              std::ptrdiff_t /*stride*/) noexcept
 {
     store(out + 8 * c, c % 2 == 0 ? octet : reversed(octet));
 }
 
-template <int kStride>
-[[gnu::always_inline]] inline void storeOctet(int c, const TwoOctets& octet, float* out) noexcept
+[[gnu::always_inline, maybe_unused]] inline void storeOctet(int c, const TwoOctets& octet, float* out,
+                                                            std::ptrdiff_t stride) noexcept
 {
-    storeOctet<kStride>(c, lowHalf(octet), out);
-    storeOctet<kStride>(c, highHalf(octet), out + kStride);
+    if constexpr (TwoOctets::kParts == 1) {
+        using Indices = decltype(reversedIndices(std::make_integer_sequence<int, 16>{}));
+        const TwoOctets inOrder =
+            c % 2 == 0 ? octet : TwoOctets{{shuffled<TwoOctets::Part>(octet.part[0], octet.part[0], Indices{})}};
+        store(out + 8 * c, lowHalf(inOrder));
+        store(out + stride + 8 * c, highHalf(inOrder));
+    }
 }
 
-template <int kStride>
-[[gnu::always_inline]] inline void storeOctet(int c, const SafeOctet& octet, float* out) noexcept
+[[gnu::always_inline]] inline void storeOctet(int c, const SafeOctet& octet, float* out, std::ptrdiff_t stride) noexcept
 {
-    storeOctet<kStride>(c, singlesOf(octet), out);
+    storeOctet(c, singlesOf(octet), out, stride);
 }
 
-template <typename Octet, int kStride>
-[[gnu::always_inline]] inline void transformTogether(const float (*even)[32], const float (*odd)[32],
-                                                     float* out) noexcept
+template <typename Octet>
+[[gnu::noinline]] void transformTogether(const float (*even)[32], const float (*odd)[32], float* out,
+                                         std::ptrdiff_t stride) noexcept
 {
     const Octets<Octet, 4> e = splitIntoOctets<Octet>(even);
     const Octets<Octet, 4> o = splitIntoOctets<Octet>(odd);
@@ -252,38 +282,30 @@ template <typename Octet, int kStride>
     for (int c = 0; c < 4; ++c) {
         const auto upper = inEveryOctet<Octet>(transformTables.dct4Scale64[0][c]);
         const auto lower = inEveryOctet<Octet>(transformTables.dct4Scale64[1][c]);
-        storeOctet<kStride>(c, upper * (a.octet[c] + b.octet[c]), out);
-        storeOctet<kStride>(7 - c, lower * (a.octet[c] - b.octet[c]), out);
+        storeOctet(c, upper * (a.octet[c] + b.octet[c]), out, stride);
+        storeOctet(7 - c, lower * (a.octet[c] - b.octet[c]), out, stride);
     }
 }
 
 } // namespace
 
-template <int kCount, int kStride>
-void transformPairSums(const float (*even)[32], const float (*odd)[32], float* out, bool mayBeSubnormal) noexcept
+void transformPairSums(int count, const float (*even)[32], const float (*odd)[32], float* out, std::ptrdiff_t stride,
+                       bool mayBeSubnormal) noexcept
 {
-    if (mayBeSubnormal) {
-        for (int t = 0; t < kCount; ++t) {
-            if (anySlow(even[t]) || anySlow(odd[t])) {
-                transformTogether<SafeOctet, kStride>(even + t, odd + t, out + t * kStride);
-            } else {
-                transformTogether<OneOctet, kStride>(even + t, odd + t, out + t * kStride);
-            }
+    for (int together = 1; count > 0; count -= together) {
+        // Two transforms fill the widest vectors; one fills the narrower ones.
+        together = kVectorFloats == 16 && count > 1 && !mayBeSubnormal ? 2 : 1;
+        if (together == 2) {
+            if constexpr (kVectorFloats == 16) transformTogether<TwoOctets>(even, odd, out, stride);
+        } else if (mayBeSubnormal && (anySlow(*even) || anySlow(*odd))) {
+            transformTogether<SafeOctet>(even, odd, out, stride);
+        } else {
+            transformTogether<OneOctet>(even, odd, out, stride);
         }
-        return;
+        even += together;
+        odd += together;
+        out += together * stride;
     }
-
-    // Two transforms fill the widest vectors; one fills the narrower ones.
-    constexpr int kTogether = kVectorFloats / 8 == 2 ? 2 : 1;
-    using Together = std::conditional_t<kTogether == 2, TwoOctets, OneOctet>;
-    int t = 0;
-    for (; t + kTogether <= kCount; t += kTogether)
-        transformTogether<Together, kStride>(even + t, odd + t, out + t * kStride);
-    if constexpr (kCount % kTogether != 0) transformTogether<OneOctet, kStride>(even + t, odd + t, out + t * kStride);
 }
-
-template void transformPairSums<1, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
-template void transformPairSums<2, 64>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
-template void transformPairSums<3, 1024>(const float (*)[32], const float (*)[32], float*, bool) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

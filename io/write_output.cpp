@@ -95,6 +95,66 @@ void writeFrames(const std::int32_t (&samples)[3][64], std::uint8_t* position, s
     }
 }
 
+#if defined __AVX512BW__
+
+constexpr int kMaxSlots = 8;
+
+/// How 16 frames of 16-bit samples become vectors of 32 words of a buffer with kSlots slots.
+template <int kSlots>
+struct WordPlaces
+{
+    static constexpr std::size_t kVectors = (16 * kSlots + 31) / 32;
+
+    /// The indices of the words among 32 words of first and second samples, followed by 32 words of third samples.
+    std::uint16_t source[kVectors][32]{};
+
+    /// A bit for every word to be written.
+    std::uint32_t written[kVectors]{};
+
+    constexpr WordPlaces()
+    {
+        for (int word = 0; word < 16 * kSlots; ++word) {
+            const int frame = word / kSlots;
+            const int slot = word % kSlots;
+            if (slot >= 3) continue;
+            source[word / 32][word % 32] = static_cast<std::uint16_t>(slot < 2 ? 2 * frame + slot : 32 + 2 * frame);
+            written[word / 32] |= std::uint32_t{1} << (word % 32);
+        }
+    }
+};
+
+template <int kSlots>
+constexpr WordPlaces<kSlots> kWordPlaces;
+
+/// Stores 64 frames of three adjacent 16-bit samples in a buffer with kSlots slots. Masked stores write the words of
+/// these samples only.
+template <int kSlots>
+void writeWords(const std::int32_t (&samples)[3][64], std::uint8_t* position) noexcept
+{
+    constexpr const WordPlaces<kSlots>& places = kWordPlaces<kSlots>;
+#pragma GCC unroll 1
+    for (int i = 0; i < 64; i += 16) {
+        const Ints<16> fronts =
+            (load<16>(samples[0] + i) & broadcast<16>(0xffff)) | shiftedLeft<16>(load<16>(samples[1] + i));
+        const auto pairs = reinterpret_cast<__m512i>(fronts.part[0]);
+        const auto thirds = reinterpret_cast<__m512i>(load<16>(samples[2] + i).part[0]);
+#pragma GCC unroll 4
+        for (std::size_t v = 0; v < places.kVectors; ++v)
+            _mm512_mask_storeu_epi16(position + 64 * v, places.written[v],
+                                     _mm512_permutex2var_epi16(pairs, _mm512_loadu_si512(places.source[v]), thirds));
+        position += 32 * kSlots;
+    }
+}
+
+template <int... kSlots>
+void writeWords(const std::int32_t (&samples)[3][64], std::uint8_t* position, std::uint32_t slots,
+                std::integer_sequence<int, kSlots...> /*after the first three*/) noexcept
+{
+    ((slots == 3 + kSlots ? writeWords<3 + kSlots>(samples, position) : void()), ...);
+}
+
+#endif
+
 /// Whether the block is complete, in the engine's own rows, and goes to three adjacent slots in the order of the rows.
 bool isAdjacent(const ZRKTarn& engine, std::size_t bytes, std::uint32_t frames, std::uint32_t channels) noexcept
 {
@@ -119,6 +179,12 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
         if (kLittleEndian && isAdjacent(engine, width, frames, channels)) {
             std::int32_t samples[3][64];
             for (int k = 0; k < 3; ++k) convertRow(engine.outputBlock[k], range, samples[k]);
+#if defined __AVX512BW__
+            if (width == 2 && channels <= kMaxSlots) {
+                writeWords(samples, engine.channelPtr[0], channels, std::make_integer_sequence<int, kMaxSlots - 2>{});
+                return;
+            }
+#endif
             writeFrames<width>(samples, engine.channelPtr[0], stride);
             return;
         }

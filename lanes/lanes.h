@@ -148,6 +148,18 @@ template <typename T, int kCount>
         lanes);
 }
 
+/// Hides where stored values come from, so that they are loaded from memory. Without it, GCC replaces the loads of
+/// single values by permutations of the vector that was stored, which cost more where a load can copy one value to all
+/// lanes.
+template <typename T>
+[[gnu::always_inline]] inline const T* inMemory(const T* values) noexcept
+{
+#if defined __AVX__
+    asm volatile("" : "+r"(values) : : "memory");
+#endif
+    return values;
+}
+
 template <typename L, typename T, int... kPart>
 [[gnu::always_inline]] inline L broadcastParts(T value, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
@@ -400,10 +412,29 @@ struct LanePair
     Lanes<T, kCount> odd;
 };
 
+#if defined __AVX2__
+/// Every second of 16 lanes in two instructions: within the halves of the vectors, then pairs of lanes. GCC takes
+/// three.
+template <int kFirst, typename Part>
+[[gnu::always_inline]] inline Part everySecondOf16(Part a, Part b) noexcept
+{
+    using Pairs [[gnu::vector_size(32)]] = double;
+    constexpr int k = kFirst;
+    const auto pairs =
+        reinterpret_cast<Pairs>(__builtin_shufflevector(a, b, k, k + 2, k + 8, k + 10, k + 4, k + 6, k + 12, k + 14));
+    return reinterpret_cast<Part>(__builtin_shufflevector(pairs, pairs, 0, 2, 1, 3));
+}
+#endif
+
 template <typename Half, int kFirst, typename Whole, int... kPart>
 [[gnu::always_inline]] inline Half everySecond(const Whole& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
     constexpr bool kOne = Whole::kParts == 1;
+#if defined __AVX2__
+    if constexpr (Whole::kWidth == 8 && Half::kWidth == 8) {
+        return {{everySecondOf16<kFirst>(a.part[2 * kPart], a.part[2 * kPart + 1])...}};
+    }
+#endif
     return {{shuffled<typename Half::Part>(a.part[kOne ? 0 : 2 * kPart], a.part[kOne ? 0 : 2 * kPart + 1],
                                            Steps<Half::kWidth, kFirst, 2>{})...}};
 }
@@ -416,11 +447,27 @@ template <typename T, int kCount>
     return {everySecond<Half, 0>(a, typename Half::Parts{}), everySecond<Half, 1>(a, typename Half::Parts{})};
 }
 
+/// The lower half of a part, or the upper one if kFirst is 1.
+template <typename HalfPart, int kFirst, typename Part, int... kLane>
+[[gnu::always_inline]] inline HalfPart halfPart(Part a, std::integer_sequence<int, kLane...> lanes) noexcept
+{
+    // The intrinsics can store their result, which GCC's permutations cannot.
+#if defined __AVX__
+    if constexpr (kFirst == 1 && sizeof(Part) == 32)
+        return reinterpret_cast<HalfPart>(_mm256_extractf128_ps(reinterpret_cast<__m256>(a), 1));
+#endif
+#if defined __AVX512DQ__
+    if constexpr (kFirst == 1 && sizeof(Part) == 64)
+        return reinterpret_cast<HalfPart>(_mm512_extractf32x8_ps(reinterpret_cast<__m512>(a), 1));
+#endif
+    return shuffled<HalfPart>(a, a, lanes);
+}
+
 template <typename Half, int kFirst, typename Whole, int... kPart>
 [[gnu::always_inline]] inline Half halfOf(const Whole& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
     if constexpr (Whole::kParts == 1) {
-        return {{shuffled<typename Half::Part>(a.part[0], a.part[0], Steps<Half::kWidth, kFirst * Half::kWidth, 1>{})}};
+        return {{halfPart<typename Half::Part, kFirst>(a.part[0], Steps<Half::kWidth, kFirst * Half::kWidth, 1>{})}};
     } else {
         return {{a.part[kFirst * Half::kParts + kPart]...}};
     }
@@ -440,12 +487,30 @@ template <typename T, int kCount>
     return halfOf<Half, 1>(a, typename Half::Parts{});
 }
 
+/// One part of two halves.
+template <typename Part, typename HalfPart, int... kLane>
+[[gnu::always_inline]] inline Part joinedPart(HalfPart low, HalfPart high,
+                                              std::integer_sequence<int, kLane...> lanes) noexcept
+{
+    // The intrinsics save a move, which GCC adds to a shuffle.
+#if defined __AVX__
+    if constexpr (sizeof(Part) == 32)
+        return reinterpret_cast<Part>(_mm256_set_m128(reinterpret_cast<__m128>(high), reinterpret_cast<__m128>(low)));
+#endif
+#if defined __AVX512DQ__
+    if constexpr (sizeof(Part) == 64)
+        return reinterpret_cast<Part>(_mm512_insertf32x8(_mm512_castps256_ps512(reinterpret_cast<__m256>(low)),
+                                                         reinterpret_cast<__m256>(high), 1));
+#endif
+    return shuffled<Part>(low, high, lanes);
+}
+
 template <typename Whole, typename Half, int... kPart>
 [[gnu::always_inline]] inline Whole joinedParts(const Half& low, const Half& high,
                                                 std::integer_sequence<int, kPart...> /*parts*/) noexcept
 {
     if constexpr (Whole::kParts == 1) {
-        return {{shuffled<typename Whole::Part>(low.part[0], high.part[0], Steps<Whole::kWidth, 0, 1>{})}};
+        return {{joinedPart<typename Whole::Part>(low.part[0], high.part[0], Steps<Whole::kWidth, 0, 1>{})}};
     } else {
         return {{(kPart < Half::kParts ? low.part[kPart % Half::kParts] : high.part[kPart % Half::kParts])...}};
     }
@@ -458,6 +523,16 @@ template <typename T, int kCount>
 {
     using Whole = Lanes<T, 2 * kCount>;
     return joinedParts<Whole>(low, high, typename Whole::Parts{});
+}
+
+/// The same eight values in both halves.
+[[gnu::always_inline]] inline Floats<16> loadTwice(const float (&values)[8]) noexcept
+{
+#if defined __AVX512DQ__
+    return {{_mm512_maskz_broadcast_f32x8(0xffff, _mm256_loadu_ps(values))}};
+#else
+    return joined(load<8>(values), load<8>(values));
+#endif
 }
 
 template <int kFirst, int kOther, int... kLane>

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <type_traits>
+#include <utility>
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -130,27 +131,29 @@ template <int kCount>
     return (magnitude < broadcast<kCount>(kNearUnderflow)) & (broadcast<kCount>(0.0f) < magnitude);
 }
 
-inline bool nearUnderflow(float a) noexcept
+/// Whether a lane is near underflow, on processors that are slow with subnormal numbers.
+template <int kCount, typename... More>
+[[gnu::always_inline]] inline bool anySlow(const Floats<kCount>& first, const More&... more) noexcept
 {
-    return a != 0.0f && __builtin_fabsf(a) < kNearUnderflow;
+    if (!subnormalsAreSlow) return false;
+    Floats<kCount> least = abs(first);
+    ((least = smaller(abs(more), least)), ...);
+    // Zeros are below the bound, but not near underflow.
+    return any(least < broadcast<kCount>(kNearUnderflow)) && any((nearUnderflow(first) | ... | nearUnderflow(more)));
 }
 
-/// Whether a lane of nearUnderflow is true, on processors that are slow with subnormal numbers.
-template <int kCount>
-[[gnu::always_inline]] inline bool anySlow(const Ints<kCount>& near) noexcept
+template <std::size_t kCount, std::size_t... kVector>
+[[gnu::always_inline]] inline bool anyVectorSlow(const float (&values)[kCount],
+                                                 std::index_sequence<kVector...> /*vectors*/) noexcept
 {
-    return subnormalsAreSlow && any(near);
+    return anySlow(load<kVectorFloats>(values + kVector * kVectorFloats)...);
 }
 
 /// The same for the values of a row.
 template <std::size_t kCount>
 inline bool anySlow(const float (&values)[kCount]) noexcept
 {
-    if (!subnormalsAreSlow) return false;
-    constexpr int kWidth = kVectorFloats;
-    Ints<kWidth> near = broadcast<kWidth>(std::int32_t{0});
-    for (std::size_t n = 0; n < kCount; n += kWidth) near = near | nearUnderflow(load<kWidth>(values + n));
-    return any(near);
+    return anyVectorSlow(values, std::make_index_sequence<kCount / kVectorFloats>{});
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -133,7 +133,7 @@ template <typename Layout>
 void synthesise(Surrounds& s) noexcept
 {
     splitIntoPairSums(s.difference, s.dctEven[0], s.dctOdd[0]);
-    transformPairSums<1, 1024>(s.dctEven, s.dctOdd, s.synthHistory);
+    transformPairSums(1, s.dctEven, s.dctOdd, s.synthHistory, 1024);
     overlapAddAndAdvance(s.synthHistory, s.overlapNow, s.overlapNext);
 }
 

@@ -28,6 +28,10 @@ namespace
 
 constexpr std::uint32_t kFrames = 64;
 
+// From interpolateMatrices to mixSubbands.
+float matrixElements[6][16];
+bool weightsMayBeSubnormal;
+
 constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"startMeasures",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -54,19 +58,19 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"transformPairSums, two",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         transformPairSums<2, 64>(engine.dctEven, engine.dctOdd, engine.subband[0]);
+         transformPairSums(2, engine.dctEven, engine.dctOdd, engine.subband[0], 64);
      }},
     {"trackSpectrum",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          trackSpectrum(engine.subband[0], engine.spectrumL, engine.peakRegionL, engine.restL);
          trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
      }},
-    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"group peaks",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantBands(engine);
          measureGroupPeaks(engine);
      }},
+    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"dominant group, tonality",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantGroup(engine);
@@ -78,15 +82,19 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"steerBroadband", [](ZRKTarn& engine, std::uint32_t /*channels*/) { steerBroadband(engine); }},
     {"steerGroups", [](ZRKTarn& engine, std::uint32_t /*channels*/) { steerGroups(engine); }},
     {"selectSpeeds", [](ZRKTarn& engine, std::uint32_t /*channels*/) { selectSpeeds(engine); }},
-    {"interpolateMatrices", [](ZRKTarn& engine, std::uint32_t /*channels*/) { interpolateMatrices(engine); }},
-    {"mixSubbands", [](ZRKTarn& engine, std::uint32_t /*channels*/) { mixSubbands(engine); }},
+    {"interpolateMatrices",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
+         weightsMayBeSubnormal = interpolateMatrices(engine, matrixElements);
+     }},
+    {"mixSubbands",
+     [](ZRKTarn& engine, std::uint32_t /*channels*/) { mixSubbands(engine, matrixElements, weightsMayBeSubnormal); }},
     {"splitIntoPairSums, three",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          for (int r = 0; r < 3; ++r) splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r]);
      }},
     {"transformPairSums, three",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         transformPairSums<3, 1024>(engine.dctEven, engine.dctOdd, engine.synthHistory[0]);
+         transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024);
      }},
     {"overlapAddAndAdvance",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {

@@ -13,6 +13,20 @@ using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 using tests::engineAt;
 using tests::setPosition;
 
+namespace
+{
+
+/// Interpolates, and checks the transposed elements.
+void interpolate(ZRKTarn& engine)
+{
+    float elements[6][16];
+    interpolateMatrices(engine, elements);
+    for (int g = 0; g < 16; ++g)
+        for (int j = 0; j < 6; ++j) EXPECT_EQ(elements[j][g], engine.groupMatrix[g][j]);
+}
+
+} // namespace
+
 TEST(Interpolation, GridPointsGiveTheMatrixOfTheirRegion)
 {
     const auto engine = engineAt(48000, 16);
@@ -27,7 +41,7 @@ TEST(Interpolation, GridPointsGiveTheMatrixOfTheirRegion)
                             {0, 0, 4}, {-1, 0, 5}, {0, -1, 7}, {-1, -1, 8}};
     for (const Point& point : points) {
         for (int g = 0; g < 16; ++g) setPosition(*engine, g, point.x, point.y);
-        interpolateMatrices(*engine);
+        interpolate(*engine);
         for (int g = 0; g < 16; ++g)
             for (int j = 0; j < 6; ++j)
                 EXPECT_EQ(engine->groupMatrix[g][j], engine->regionMatrix[point.region][j])
@@ -43,7 +57,7 @@ TEST(Interpolation, QuadrantsAreInterpolatedBilinearly)
     setPosition(*engine, 1, -0.3f, 0.6f);
     setPosition(*engine, 2, 0.3f, -0.6f);
     setPosition(*engine, 3, -0.3f, -0.6f);
-    interpolateMatrices(*engine);
+    interpolate(*engine);
     for (int j = 0; j < 6; ++j) {
         float p = m(2, j) - (m(2, j) - m(1, j)) * 0.3f;
         float q = m(5, j) - (m(5, j) - m(4, j)) * 0.3f;
@@ -64,7 +78,7 @@ TEST(Interpolation, OnlyElements0To5AreWritten)
 {
     const auto engine = engineAt(48000, 16);
     for (auto& row : engine->groupMatrix) std::fill(std::begin(row), std::end(row), 42.0f);
-    interpolateMatrices(*engine);
+    interpolate(*engine);
     for (const auto& row : engine->groupMatrix)
         for (int j = 6; j < 12; ++j) EXPECT_EQ(row[j], 42.0f);
 }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/support/engine.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/random.h"
 #include "tests/unit/io_fixture.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +10,9 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 using tests::connect;
 using tests::engineAt;
@@ -29,6 +32,17 @@ float readSample(std::int32_t bits, std::int64_t sample)
     connect(*engine, buffer);
     EXPECT_EQ(engine->ReadInputChannels(1, 2), 0u);
     return engine->inputHistory[0][960];
+}
+
+/// The engine's value of a sample of 16, 24 or 32 bits at a position.
+float plainlyRead(const std::uint8_t* position, std::ptrdiff_t bytes, float scale)
+{
+    std::uint32_t bits = 0;
+    for (std::ptrdiff_t j = 0; j < bytes; ++j) bits |= std::uint32_t{position[j]} << (32 - 8 * bytes + 8 * j);
+    const auto sample = static_cast<std::int32_t>(bits) / (1 << (32 - 8 * bytes));
+    const float scaled = static_cast<float>(sample) * scale;
+    if (sample == 0) return 0.0f;
+    return (sample > 0 ? std::floor(scaled + 0.5f) : std::ceil(scaled - 0.5f)) * kGain;
 }
 
 } // namespace
@@ -118,5 +132,38 @@ TEST(ReadInput, ReadsTheSlotsOfItsChannels)
     for (std::size_t i = 0; i < 64; ++i) {
         EXPECT_EQ(engine->inputHistory[0][960 + i], readSample(16, static_cast<std::int64_t>(100 * i + 3)));
         EXPECT_EQ(engine->inputHistory[1][960 + i], readSample(16, static_cast<std::int64_t>(100 * i + 5)));
+    }
+}
+
+TEST(ReadInput, ReadsEveryLayoutOfTheSlots)
+{
+    // The buffer ends with the last byte of a slot, so that the sanitizers find an access beyond it.
+    tests::Random random(1);
+    for (const std::ptrdiff_t bytes : {2, 3, 4}) {
+        const auto engine = engineAt(48000, static_cast<std::int32_t>(8 * bytes));
+        for (const std::uint32_t channels : {0u, 1u, 2u, 3u, 6u, 8u}) {
+            const std::ptrdiff_t stride = bytes * static_cast<std::ptrdiff_t>(channels);
+            for (std::ptrdiff_t distance = -stride - 5; distance <= stride + 5; ++distance) {
+                for (const std::uint32_t frames : {1u, 63u, 64u}) {
+                    const std::ptrdiff_t apart = distance < 0 ? -distance : distance;
+                    std::vector<std::uint8_t> buffer(static_cast<std::size_t>(apart + stride * (frames - 1) + bytes));
+                    for (std::uint8_t& byte : buffer) byte = static_cast<std::uint8_t>(random.bits());
+                    std::uint8_t* const left = buffer.data() + (distance < 0 ? apart : 0);
+                    std::uint8_t* const right = left + distance;
+                    engine->SetChannelPtrs(left, right, nullptr, nullptr);
+                    engine->ReadInputChannels(frames, channels);
+                    for (std::uint32_t i = 0; i < 64; ++i) {
+                        const std::ptrdiff_t frame = stride * i;
+                        const bool read = i < frames;
+                        ASSERT_EQ(engine->inputHistory[0][960 + i],
+                                  read ? plainlyRead(left + frame, bytes, engine->inputScale) : 0.0f)
+                            << "left, " << bytes << " bytes, " << channels << " slots, distance " << distance;
+                        ASSERT_EQ(engine->inputHistory[1][960 + i],
+                                  read ? plainlyRead(right + frame, bytes, engine->inputScale) : 0.0f)
+                            << "right, " << bytes << " bytes, " << channels << " slots, distance " << distance;
+                    }
+                }
+            }
+        }
     }
 }
