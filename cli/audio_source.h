@@ -46,6 +46,9 @@ public:
     /// Tags and other descriptions of the recording.
     virtual Metadata metadata() { return {}; }
 
+    /// Whether reading takes much of the time of an upmix: decoding of compressed formats, rate conversion.
+    virtual bool isSlow() const noexcept { return false; }
+
     /// Whether samples can be beyond full scale, so that the plan of prepare has an effect.
     virtual bool canExceedFullScale() const noexcept { return false; }
 

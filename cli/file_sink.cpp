@@ -5,10 +5,12 @@
 #include "cli/extension.h"
 #include "cli/failure.h"
 #include "cli/flac_sink.h"
+#include "cli/threaded_sink.h"
 #include "cli/wave_sink.h"
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace tarn
 {
@@ -37,8 +39,9 @@ std::unique_ptr<AudioSink> openFileSink(const std::string& path, bool force, std
     if (contents.format.bits > container.maxBits)
         throw Failure(EX_USAGE, path + ": FLAC cannot hold samples of " + std::to_string(contents.format.bits) +
                                     " bits; add --bits 24, or write a .wav file");
-    if (&container == &kFlac) return std::make_unique<FlacSink>(path, force, input, contents);
-    return std::make_unique<WaveSink>(path, force, input, contents);
+    if (&container == &kWave) return std::make_unique<WaveSink>(path, force, input, contents);
+    auto encoder = std::make_unique<FlacSink>(path, force, input, contents);
+    return std::make_unique<ThreadedSink>(std::move(encoder), contents.layout.slots);
 }
 
 } // namespace tarn

@@ -54,6 +54,7 @@ void FileSource::openParts()
     parts = std::move(found.parts);
     decoder = std::move(found.first);
     info = decoder->info();
+    compressed = dynamic_cast<const SndfileDecoder*>(decoder.get()) == nullptr;
 
     std::uint64_t sum = 0;
     bool allDeclared = true;

@@ -58,6 +58,7 @@ public:
     /// Notes about values that the header declares wrongly. Included in those of prepare.
     std::vector<std::string> readingNotes() const;
 
+    bool isSlow() const noexcept override { return compressed; }
     bool canExceedFullScale() const noexcept override;
     std::vector<std::string> prepare(bool showProgress, PeakPlan plan) override;
     int headroomBits() const noexcept override { return headroom; }
@@ -93,7 +94,8 @@ private:
     std::vector<FilePart> parts;
     std::size_t current = 0; ///< index of the part; parts.size() at the end
     std::unique_ptr<Decoder> decoder;
-    SF_INFO info{}; ///< of the first part
+    SF_INFO info{};          ///< of the first part
+    bool compressed = false; ///< has a decoder other than libsndfile
 
     std::optional<std::uint64_t> declared;   ///< frames of all parts
     std::optional<std::uint64_t> expected;   ///< declared or estimated

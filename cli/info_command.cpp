@@ -10,6 +10,7 @@
 #include "cli/interrupt.h"
 #include "cli/json.h"
 #include "cli/progress.h"
+#include "cli/read_ahead.h"
 #include "cli/stereo_analysis.h"
 #include "cli/text.h"
 #include "cli/worker_processes.h"
@@ -27,8 +28,6 @@ namespace tarn
 namespace
 {
 
-constexpr std::size_t kReadFrames = 4096;
-
 Finding examine(const std::string& input, bool quiet, bool showProgress)
 {
     std::error_code ignored;
@@ -43,9 +42,11 @@ Finding examine(const std::string& input, bool quiet, bool showProgress)
         for (const std::string& note : source.readingNotes()) printNote(input + ": " + note);
     StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
     Progress progress("examining", source.expectedFrames(), finding.facts.sampleRate, showProgress);
-    std::vector<double> stereo(2 * kReadFrames);
-    while (const std::size_t frames = source.readFullScale(stereo.data(), kReadFrames)) {
+    ReadAhead<double> reading([&source](double* to, std::size_t frames) { return source.readFullScale(to, frames); },
+                              source.isSlow());
+    for (std::span<double> stereo = reading.next(); !stereo.empty(); stereo = reading.next()) {
         throwIfInterrupted();
+        const std::size_t frames = stereo.size() / 2;
         analysis.push(stereo.data(), frames);
         progress.advance(frames);
     }

@@ -23,8 +23,10 @@ struct ChannelLevel
 class LevelSink final : public AudioSink
 {
 public:
+    /// slots       2 to 8
+    /// sampleBits  width of the samples
     LevelSink(std::size_t slots, std::uint32_t sampleBits, AudioSink& next)
-        : sink(next), bits(sampleBits), channels(slots)
+        : sink(next), largest(INT32_MAX >> (32 - sampleBits) << (32 - sampleBits)), channels(slots)
     {}
 
     void write(const std::int32_t* samples, std::size_t frames) override;
@@ -33,8 +35,10 @@ public:
     const std::vector<ChannelLevel>& levels() const noexcept { return channels; }
 
 private:
+    void measurePeaks(const std::int32_t* first, std::size_t frames, ChannelLevel& channel) const noexcept;
+
     AudioSink& sink;
-    std::uint32_t bits;
+    std::int32_t largest; ///< sample of the width
     std::vector<ChannelLevel> channels;
 };
 

@@ -10,7 +10,8 @@
 namespace tarn
 {
 
-/// Redirects standard error to /dev/null while it exists. Only one object at a time, in a process with one thread.
+/// Redirects standard error to /dev/null while it exists. Only one object at a time. What other threads of the process
+/// print meanwhile is lost: of them, only the progress bar prints while a source is read.
 class QuietStandardError
 {
 public:

@@ -9,6 +9,7 @@
 #include "cli/loudness.h"
 #include "cli/loudness_match.h"
 #include "cli/progress.h"
+#include "cli/read_ahead.h"
 #include "cli/row_store.h"
 #include "cli/text.h"
 #include "stream/gain.h"
@@ -26,8 +27,6 @@ namespace tarn
 namespace
 {
 
-constexpr std::size_t kReadFrames = 4096;
-
 int headroomBitsOf(const UpmixJob& job)
 {
     return headroomBitsOf(job.options, job.layout, job.settings.room, job.source);
@@ -44,12 +43,15 @@ bool showsProgress(const UpmixOptions& options)
 /// meter         measures the source; can be null
 void processAll(const UpmixJob& job, Upmixer& upmixer, int headroomBits, LoudnessMeter* meter)
 {
-    std::vector<std::int32_t> stereo(2 * kReadFrames);
+    const int addedBits = headroomBits - job.source.headroomBits();
     Progress progress("upmixing", job.source.expectedFrames(), job.source.format().sampleRate,
                       showsProgress(job.options));
-    while (const std::size_t frames = job.source.read(stereo.data(), kReadFrames)) {
+    ReadAhead<std::int32_t> source([&job](std::int32_t* to, std::size_t frames) { return job.source.read(to, frames); },
+                                   job.source.isSlow());
+    for (std::span<std::int32_t> stereo = source.next(); !stereo.empty(); stereo = source.next()) {
         throwIfInterrupted();
-        addHeadroom(std::span(stereo).first(2 * frames), headroomBits - job.source.headroomBits());
+        const std::size_t frames = stereo.size() / 2;
+        addHeadroom(stereo, addedBits);
         if (job.inspect) job.inspect(stereo.data(), frames, headroomBits);
         if (meter != nullptr) meter->push(stereo.data(), frames, headroomBits);
         if (job.wraps != nullptr) job.wraps->push(stereo.data(), frames);

@@ -26,6 +26,7 @@ public:
     std::optional<std::uint64_t> expectedFrames() const noexcept override;
     FileIdentity identity() const noexcept override { return source->identity(); }
     Metadata metadata() override { return source->metadata(); }
+    bool isSlow() const noexcept override { return source->isSlow(); }
     bool canExceedFullScale() const noexcept override { return source->canExceedFullScale(); }
     std::vector<std::string> prepare(bool showProgress, PeakPlan plan) override
     {

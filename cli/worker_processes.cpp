@@ -5,6 +5,7 @@
 #include "cli/descriptor.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
+#include "cli/signal_blocker.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -129,28 +130,6 @@ WorkerOutcome Worker::finish(const std::string& name)
             .endsRun = received.contains("ends_run")};
 }
 
-/// Blocks signals until a new process can handle them.
-class SignalBlocker
-{
-public:
-    SignalBlocker()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-
-    ~SignalBlocker() { release(); }
-
-    SignalBlocker(const SignalBlocker&) = delete;
-    SignalBlocker& operator=(const SignalBlocker&) = delete;
-
-    void release() const noexcept { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-
-private:
-    sigset_t before{};
-};
-
 /// Runs the work and builds the message for the parent.
 Json messageOf(const std::string& name, std::size_t index, const std::function<Json(std::size_t)>& work)
 {
@@ -204,7 +183,7 @@ bool Workers::start(std::size_t index)
     // Parent and child would both write buffered text.
     std::fflush(stdout);
 
-    const SignalBlocker signals;
+    const SignalBlocker signals; // until the new process can handle them
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) runChild(index, writeEnd.number(), parent, signals);

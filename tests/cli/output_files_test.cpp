@@ -138,10 +138,12 @@ TEST_F(OutputFiles, FileSizeLimitIsReportedAndLeavesNoFile)
 TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
 {
     writeAudio(at("long.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(90000, 16));
-    expectRefusal(tarnOnFullDisk({"upmix", "long.wav", "out.wav"}), 74,
-                  "writing failed: No space left on device; no output was left. Free some space, or choose another "
-                  "place\n");
-    EXPECT_EQ(files(), (Names{"in.wav", "long.wav"}));
+    for (const std::string output : {"out.wav", "out.flac"}) {
+        expectRefusal(tarnOnFullDisk({"upmix", "long.wav", output}), 74,
+                      output + ": writing failed: No space left on device; no output was left. Free some space, or "
+                               "choose another place\n");
+        EXPECT_EQ(files(), (Names{"in.wav", "long.wav"}));
+    }
 }
 
 TEST_F(OutputFiles, ClosedStandardStreamsWriteNoMessagesIntoThem)
