@@ -42,19 +42,24 @@ GainStage::GainStage(std::size_t slotsPerFrame, StreamFormat format, const Outpu
 void GainStage::write(const std::int32_t* samples, std::size_t frames)
 {
     consumed += frames;
+    zrk_tarn::UnroundedRow* rows = limiter.input();
     while (frames > 0) {
         const std::size_t count = std::min(frames, kBlockFrames - filled);
         for (std::size_t i = 0; i < count; ++i)
             for (std::size_t slot = 0; slot < slots; ++slot) rows[slot][filled + i] = factor * *samples++;
         filled += count;
         frames -= count;
-        if (filled == kBlockFrames) processBlock();
+        if (filled == kBlockFrames) {
+            processBlock();
+            rows = limiter.input();
+        }
     }
 }
 
 void GainStage::flush()
 {
     while (delivered < consumed) {
+        zrk_tarn::UnroundedRow* const rows = limiter.input();
         for (std::size_t slot = 0; slot < slots; ++slot) std::fill(rows[slot] + filled, rows[slot] + kBlockFrames, 0.0);
         processBlock();
     }
@@ -64,11 +69,12 @@ void GainStage::flush()
 void GainStage::processBlock()
 {
     filled = 0;
+    const zrk_tarn::UnroundedRow* rows = limiter.input();
     if (isLimited) {
         const auto ceiling = static_cast<float>(Limiter::kCeiling);
-        const float peak = zrk_tarn::TARN_INSTRUCTION_SET::findTruePeak(limiter.peakWindowOf(rows, slots),
+        const float peak = zrk_tarn::TARN_INSTRUCTION_SET::findTruePeak(limiter.peakWindowOf(slots),
                                                                         static_cast<std::int32_t>(slots), ceiling);
-        limiter.process(rows, slots, static_cast<double>(peak));
+        rows = limiter.process(slots, static_cast<double>(peak));
         if (limiter.gain() < 1.0) ++peaks.limitedBlocks;
         peaks.limiterGain = std::min(peaks.limiterGain, limiter.gain());
         if (!std::exchange(hasDelayedBlock, true)) return;

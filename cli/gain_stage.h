@@ -63,8 +63,7 @@ private:
     bool isLimited;
     AudioSink& sink;
     zrk_tarn::Limiter limiter;
-    zrk_tarn::UnroundedRow rows[zrk_tarn::Limiter::kRows]{};
-    std::size_t filled = 0;      ///< frames in the rows
+    std::size_t filled = 0;      ///< frames in the rows of the limiter
     std::uint64_t consumed = 0;  ///< frames
     std::uint64_t delivered = 0; ///< frames
     bool hasDelayedBlock = false;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace zrk_tarn
 {
@@ -43,14 +44,15 @@ Limiter::Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept
 void Limiter::reset() noexcept
 {
     window = {};
-    for (UnroundedRow& row : delayed) std::fill_n(row, kBlockFrames, 0.0);
+    std::fill_n(&blocks[0][0][0], std::size(blocks) * kRows * kBlockFrames, 0.0);
     std::fill_n(needed, kMaxHeldBlocks, 1.0);
     oldest = 0;
     startGain = endGain = 1.0;
 }
 
-const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::size_t count) noexcept
+const PeakWindow& Limiter::peakWindowOf(std::size_t count) noexcept
 {
+    const UnroundedRow(&rows)[kRows] = blocks[newest];
     for (std::size_t row = 0; row < count; ++row) {
         float* const samples = window.samples[row];
         std::copy_n(samples + kBlockFrames, PeakWindow::kBefore, samples);
@@ -60,7 +62,7 @@ const PeakWindow& Limiter::peakWindowOf(const UnroundedRow (&rows)[kRows], std::
     return window;
 }
 
-void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double truePeak) noexcept
+UnroundedRow (&Limiter::process(std::size_t count, double truePeak) noexcept)[kRows]
 {
     needed[oldest] = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
     oldest = (oldest + 1) % heldBlocks;
@@ -68,12 +70,14 @@ void Limiter::process(UnroundedRow (&rows)[kRows], std::size_t count, double tru
     startGain = endGain;
     endGain = std::min(*std::min_element(needed, needed + heldBlocks), recovered > kNearOne ? 1.0 : recovered);
 
-    for (std::size_t row = 0; row < count; ++row) std::swap_ranges(rows[row], rows[row] + kBlockFrames, delayed[row]);
-    if (startGain == 1.0 && endGain == 1.0) return;
+    newest = 1 - newest;
+    UnroundedRow(&rows)[kRows] = blocks[newest];
+    if (startGain == 1.0 && endGain == 1.0) return rows;
     UnroundedRow factors;
     for (std::size_t i = 0; i < kBlockFrames; ++i) factors[i] = startGain + (endGain - startGain) * kRamp[i];
     for (std::size_t row = 0; row < count; ++row)
         for (std::size_t i = 0; i < kBlockFrames; ++i) rows[row][i] *= factors[i];
+    return rows;
 }
 
 } // namespace zrk_tarn

@@ -33,13 +33,18 @@ public:
     /// Clears the signal.
     void reset() noexcept;
 
-    /// The window in which to find the peak of the next block, whose samples these are.
-    const PeakWindow& peakWindowOf(const UnroundedRow (&rows)[kRows], std::size_t count) noexcept;
+    /// The rows that take the next block.
+    UnroundedRow (&input() noexcept)[kRows] { return blocks[newest]; }
 
-    /// Exchanges a block for the one before, limited.
+    /// The window in which to find the peak of that block.
+    ///
+    /// count  of the rows in use
+    const PeakWindow& peakWindowOf(std::size_t count) noexcept;
+
+    /// Takes the block. Returns the one before, limited; its rows are then those of input.
     ///
     /// truePeak  of the window, full scale 1
-    void process(UnroundedRow (&rows)[kRows], std::size_t count, double truePeak) noexcept;
+    UnroundedRow (&process(std::size_t count, double truePeak) noexcept)[kRows];
 
     /// The smallest gain of the block that process returned last.
     double gain() const noexcept { return startGain < endGain ? startGain : endGain; }
@@ -51,7 +56,8 @@ private:
     double release; ///< the part of the way back to 1 per block
     std::size_t heldBlocks;
     PeakWindow window;
-    UnroundedRow delayed[kRows]{};
+    UnroundedRow blocks[2][kRows]{}; ///< the newest block and the one before
+    std::size_t newest = 0;
     double needed[kMaxHeldBlocks]; ///< gains that the last heldBlocks blocks need, as a ring
     std::size_t oldest = 0;        ///< position in the ring
     double startGain = 1.0;

@@ -102,7 +102,7 @@ void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& w
     if (limited == nullptr) {
         crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
     } else {
-        crossfade.amplify(wet, limited->rows[limitedRow[slot]]);
+        crossfade.amplify(wet, limited->limiter.input()[limitedRow[slot]]);
     }
 }
 
@@ -174,20 +174,20 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
     forEachSlotOf(OutputSlot::Source::Lfe, [&](std::size_t slot, std::size_t /*index*/) { put(block, slot, row); });
 }
 
-/// Exchanges the rows for those of the block before, limited, and fades between them and the input.
+/// Limits the block before, and fades between it and the input.
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
     Limiter& limiter = limited->limiter;
-    const PeakWindow& window = limiter.peakWindowOf(limited->rows, limitedRows);
+    const PeakWindow& window = limiter.peakWindowOf(limitedRows);
     const auto rows = static_cast<std::int32_t>(limitedRows);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
     const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
     const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
-    limiter.process(limited->rows, limitedRows, static_cast<double>(peak));
+    const UnroundedRow* const before = limiter.process(limitedRows, static_cast<double>(peak));
 
     for (const OutputSlot::Source source : kLimitedSources)
         forEachSlotOf(source, [&](std::size_t slot, std::size_t /*index*/) {
-            crossfade.fade(limited->rows[limitedRow[slot]], dryRow(block, slot), block.outputSlots[slot], block.faults);
+            crossfade.fade(before[limitedRow[slot]], dryRow(block, slot), block.outputSlots[slot], block.faults);
         });
     for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
         std::copy_n(block.inputSlots[slot], kBlockFrames, limited->inputSlots[slot]);

@@ -69,7 +69,7 @@ public:
     const Surrounds* surroundState() const noexcept { return surrounds.get(); }
 
 private:
-    /// The upmix of the slots with a source to limit, before rounding, and the input slots of the block before.
+    /// The limiter, with a row for each slot whose source is limited, and the input slots of the block before.
     struct Limited
     {
         explicit Limited(const StreamConfiguration& configuration, double fullScale)
@@ -77,7 +77,6 @@ private:
         {}
 
         Limiter limiter;
-        UnroundedRow rows[Limiter::kRows]{};
         Row inputSlots[kMaxSlots]{};
     };
 

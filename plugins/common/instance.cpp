@@ -35,7 +35,9 @@ zrk_tarn::StreamConfiguration configurationOf(const Layout& layout, std::uint32_
 } // namespace
 
 Instance::Instance(const Plugin& instancePlugin, std::uint32_t rateHz)
-    : plugin(instancePlugin), stream(configurationOf(instancePlugin.layout, rateHz))
+    : plugin(instancePlugin),
+      stream(configurationOf(instancePlugin.layout, rateHz)),
+      metersEnd(hasMeter(instancePlugin.layout, kGroupSurround) ? kUnused : kGroupSurround)
 {
     for (std::size_t port = kReduction; port < kUnused; ++port) memory[port] = &meters[port];
     applied.fill(std::bit_cast<std::uint32_t>(kDefault));
@@ -79,7 +81,7 @@ void Instance::showMeters() noexcept
 {
     if (hasNewMeters) readMeters();
 #pragma GCC unroll 4
-    for (std::size_t port = kReduction; port < kUnused; ++port) *memory[port] = meters[port];
+    for (std::size_t port = kReduction; port < metersEnd; ++port) *memory[port] = meters[port];
 }
 
 /// Takes the meters of the stream after a block.

@@ -70,6 +70,7 @@ private:
     Controls applied{};         ///< to the stream
 
     std::size_t framesOfBlock = 0; ///< frames since the last block of the stream
+    std::size_t metersEnd;         ///< port after the last meter of the layout
     bool hasNewMeters = true;      ///< whether the meters have changed since readMeters
     float meters[kUnused] = {};    ///< values of the ports from kReduction on
     DecibelLevel reduction;

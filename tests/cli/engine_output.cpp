@@ -129,12 +129,14 @@ Samples amplified(const Samples& samples, const EngineRun& run)
     Limiter limiter(run.sampleRate, 0x1p31);
     Samples output;
     for (std::size_t first = 0; output.size() < samples.size(); first += kBlock) {
-        zrk_tarn::UnroundedRow rows[Limiter::kRows]{};
+        zrk_tarn::UnroundedRow* const input = limiter.input();
+        std::fill_n(*input, Limiter::kRows * kBlock, 0.0);
         for (std::size_t i = first; i < std::min(frames, first + kBlock); ++i)
-            for (std::size_t slot = 0; slot < slots; ++slot) rows[slot][i - first] = factor * samples[i * slots + slot];
+            for (std::size_t slot = 0; slot < slots; ++slot)
+                input[slot][i - first] = factor * samples[i * slots + slot];
         const float peak = zrk_tarn::chosenOperations().findTruePeak(
-            limiter.peakWindowOf(rows, slots), static_cast<std::int32_t>(slots), static_cast<float>(Limiter::kCeiling));
-        limiter.process(rows, slots, static_cast<double>(peak));
+            limiter.peakWindowOf(slots), static_cast<std::int32_t>(slots), static_cast<float>(Limiter::kCeiling));
+        const zrk_tarn::UnroundedRow* const rows = limiter.process(slots, static_cast<double>(peak));
         for (std::size_t i = 0; first > 0 && i < kBlock && output.size() < samples.size(); ++i)
             for (std::size_t slot = 0; slot < slots; ++slot)
                 output.push_back(static_cast<std::int32_t>(std::round(rows[slot][i] / step) * step));

@@ -51,13 +51,12 @@ Rows limited(const Rows& rows)
     Limiter limiter(kRateHz, kFullScale);
     const auto& operations = zrk_tarn::chosenOperations();
     for (std::size_t first = 0; first < rows[0].size(); first += kBlock) {
-        UnroundedRow block[Limiter::kRows]{};
         for (std::size_t row = 0; row < rows.size(); ++row)
-            std::copy_n(rows[row].begin() + static_cast<std::ptrdiff_t>(first), kBlock, block[row]);
+            std::copy_n(rows[row].begin() + static_cast<std::ptrdiff_t>(first), kBlock, limiter.input()[row]);
         const float peak =
-            operations.findTruePeak(limiter.peakWindowOf(block, rows.size()), static_cast<std::int32_t>(rows.size()),
+            operations.findTruePeak(limiter.peakWindowOf(rows.size()), static_cast<std::int32_t>(rows.size()),
                                     static_cast<float>(Limiter::kCeiling));
-        limiter.process(block, rows.size(), static_cast<double>(peak));
+        const UnroundedRow* const block = limiter.process(rows.size(), static_cast<double>(peak));
         for (std::size_t row = 0; row < rows.size(); ++row)
             std::copy_n(block[row], kBlock, output[row].begin() + static_cast<std::ptrdiff_t>(first));
     }
