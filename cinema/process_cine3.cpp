@@ -60,9 +60,9 @@ void processCine3(ZRKTarn& engine) noexcept
         splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], mayBeSubnormal);
     transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024, mayBeSubnormal);
     for (int r = 0; r < 3; ++r) {
-        overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
-        roundOutput(engine.overlapNow[r], engine.outputBlock[r]);
-        advanceOverlap(engine.overlapNow[r], engine.overlapNext[r]);
+        float sums[64];
+        overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r], sums);
+        roundOutput(sums, engine.outputBlock[r]);
     }
 }
 

@@ -61,8 +61,11 @@ constexpr Stage<Engine> kStageList[] = {
          overlapAdd(engine);
          moveSynthHistory(engine);
      }},
-    {"roundOutput", [](Engine& engine, std::uint32_t /*channels*/) { roundOutput(engine); }},
-    {"advanceOverlap", [](Engine& engine, std::uint32_t /*channels*/) { moveOverlap(engine); }},
+    {"roundOutput",
+     [](Engine& engine, std::uint32_t /*channels*/) {
+         roundOutput(engine);
+         moveOverlap(engine);
+     }},
     {"writeOutput", [](Engine& engine, std::uint32_t channels) { engine.WriteOutput(kFrames, channels); }},
 };
 

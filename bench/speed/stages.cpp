@@ -32,6 +32,8 @@ constexpr std::uint32_t kFrames = 64;
 float matrixElements[6][16];
 bool weightsMayBeSubnormal;
 
+float sums[3][64]; ///< from overlapAddAndAdvance to roundOutput
+
 constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"startMeasures",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -99,15 +101,11 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"overlapAddAndAdvance",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          for (int r = 0; r < 3; ++r)
-             overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
+             overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r], sums[r]);
      }},
     {"roundOutput",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         for (int r = 0; r < 3; ++r) roundOutput(engine.overlapNow[r], engine.outputBlock[r]);
-     }},
-    {"advanceOverlap",
-     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         for (int r = 0; r < 3; ++r) advanceOverlap(engine.overlapNow[r], engine.overlapNext[r]);
+         for (int r = 0; r < 3; ++r) roundOutput(sums[r], engine.outputBlock[r]);
      }},
     {"writeOutput", [](ZRKTarn& engine, std::uint32_t channels) { writeOutput(engine, kFrames, channels); }},
 };

@@ -41,9 +41,9 @@ Signal analyseAndSynthesize(const Signal& signal)
 
         splitIntoPairSums(engine->subband[0], engine->dctEven[0], engine->dctOdd[0]);
         cosModDCT4_X1(engine->synthHistory[0], engine->dctEven[0], engine->dctOdd[0]);
-        overlapAddAndAdvance(engine->synthHistory[0], engine->overlapNow[0], engine->overlapNext[0]);
-        for (const float sample : engine->overlapNow[0]) output.push_back(static_cast<double>(sample));
-        advanceOverlap(engine->overlapNow[0], engine->overlapNext[0]);
+        float sums[64];
+        overlapAddAndAdvance(engine->synthHistory[0], engine->overlapNow[0], engine->overlapNext[0], sums);
+        for (const float sample : sums) output.push_back(static_cast<double>(sample));
     }
     return output;
 }
