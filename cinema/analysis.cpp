@@ -46,7 +46,7 @@ void weightAndAdvance(const float (&magnitudes)[32][4], float (&history)[1024], 
         }
         store(branch + n, low);
         store(branch + 64 + n, high);
-        // A step of the levels in every step of the weighting: the processor has both to do.
+        // Few samples at a time: the processor does these additions, which wait for each other, beside the others.
 #pragma GCC unroll 8
         for (int t = 0; t < kWidth / 2; ++t) levels = levels + load<4>(*next++);
     }
