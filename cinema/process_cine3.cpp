@@ -26,12 +26,16 @@ void processCine3(ZRKTarn& engine) noexcept
     startMeasures(engine);
 
     // Analysis. Until the transform, the subbands are those of the previous block.
+    alignas(64) float magnitudes[2][32][4];
+    float levelSums[4] = {};
+    computeMagnitudes(engine, magnitudes);
     for (int c = 0; c < 2; ++c) {
-        weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
+        weightAndAdvance(magnitudes[c], engine.inputHistory[c], engine.polyphaseSum[c], levelSums);
         averageSubbands(engine.subband[c], engine.subbandAvg[c]);
         foldBranches(engine.polyphaseSum[c], engine.folded[c]);
         splitIntoPairSums(engine.folded[c], engine.dctEven[c], engine.dctOdd[c]);
     }
+    setLevels(levelSums, engine);
     transformPairSums(2, engine.dctEven, engine.dctOdd, engine.subband[0], 64);
 
     // Measures
@@ -39,8 +43,6 @@ void processCine3(ZRKTarn& engine) noexcept
     trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
     findDominantBands(engine);
     measureGroupPeaks(engine);
-    // A chain of 64 additions; the next stages do not wait for it.
-    measureLevels(engine);
     findDominantGroup(engine);
     detectTonalBlock(engine);
     holdStationaryGroups(engine);

@@ -42,9 +42,14 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"readInputChannels",
      [](ZRKTarn& engine, std::uint32_t channels) { readInputChannels(engine, kFrames, channels); }},
-    {"weightAndAdvance",
+    {"weightAndAdvance, levels",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         for (int c = 0; c < 2; ++c) weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
+         alignas(64) float magnitudes[2][32][4];
+         float levelSums[4] = {};
+         computeMagnitudes(engine, magnitudes);
+         for (int c = 0; c < 2; ++c)
+             weightAndAdvance(magnitudes[c], engine.inputHistory[c], engine.polyphaseSum[c], levelSums);
+         setLevels(levelSums, engine);
      }},
     {"averageSubbands",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -72,7 +77,6 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
          findDominantBands(engine);
          measureGroupPeaks(engine);
      }},
-    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"dominant group, tonality",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantGroup(engine);
