@@ -23,12 +23,15 @@ void averageRow(const float (&subband)[64], float (&average)[64]) noexcept
 
 } // namespace
 
-void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept
+void weightAndAdvance(const float (&magnitudes)[32][4], float (&history)[1024], float (&branch)[128],
+                      float (&levelSums)[4]) noexcept
 {
     constexpr int kWidth = kVectorFloats;
 
     // Column n of the 16 blocks: even blocks are the terms of branch n, odd blocks those of branch 64 + n. Every block
     // is stored in the place of the previous one, which has been read.
+    Floats<4> levels = load<4>(levelSums);
+    const float(*next)[4] = magnitudes;
     for (int n = 0; n < 64; n += kWidth) {
         Floats<kWidth> low = broadcast<kWidth>(0.0f);
         Floats<kWidth> high = broadcast<kWidth>(0.0f);
@@ -43,7 +46,11 @@ void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept
         }
         store(branch + n, low);
         store(branch + 64 + n, high);
+        // Few samples at a time: the processor does these additions, which wait for each other, beside the others.
+#pragma GCC unroll 8
+        for (int t = 0; t < kWidth / 2; ++t) levels = levels + load<4>(*next++);
     }
+    store(levelSums, levels);
 }
 
 void foldBranches(const float (&branch)[128], float (&folded)[64]) noexcept

@@ -6,12 +6,15 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// Weights the newest 1024 samples with the prototype filter, one sum per polyphase branch, and then shifts the history
-/// by one block.
+/// by one block. Also adds magnitudes for the levels (cinema/levels.h).
 ///
+/// In     magnitudes [32][4]
 /// In/Out history [1024]  engine scale, oldest sample first; shifted down by 64, and the newest 64 stay in place too
+///        levelSums [4]   magnitudes are added, sample ascending
 /// Out    branch  [128]   branch[k] = sum of lpf[k + 128 m] * history[k + 128 m], m = 0..7, before the shift
 /// Order  m ascending from zero; every branch is a separate lane
-void weightAndAdvance(float (&history)[1024], float (&branch)[128]) noexcept;
+void weightAndAdvance(const float (&magnitudes)[32][4], float (&history)[1024], float (&branch)[128],
+                      float (&levelSums)[4]) noexcept;
 
 /// Folds the 128 branches into the 64 inputs of the transform.
 ///

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cinema/group_peaks.h"
 
+#include "cinema/dominant_bands.h"
 #include "cinema/largest.h"
 #include "lanes/lanes.h"
 
@@ -35,10 +36,8 @@ void startMeasures(ZRKTarn& engine) noexcept
 
 void measureGroupPeaks(ZRKTarn& engine) noexcept
 {
-    // The first band of an empty group after the last band is 64; its measures stay.
     std::int32_t band[16];
-    const Ints<16> last = broadcast<16>(63);
-    store(band, select(load<16>(engine.peakBand) < last, load<16>(engine.peakBand), last));
+    store(band, indicesOfDominantBands(engine));
     const Floats<16> left = lookedUp<64>(engine.subband[0], band);
     const Floats<16> right = lookedUp<64>(engine.subband[1], band);
     const Ints<16> found = broadcast<16>(0.0f) < load<16>(engine.peakTotal);

@@ -26,12 +26,16 @@ void processCine3(ZRKTarn& engine) noexcept
     startMeasures(engine);
 
     // Analysis. Until the transform, the subbands are those of the previous block.
+    alignas(64) float magnitudes[2][32][4];
+    float levelSums[4] = {};
+    computeMagnitudes(engine, magnitudes);
     for (int c = 0; c < 2; ++c) {
-        weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
+        weightAndAdvance(magnitudes[c], engine.inputHistory[c], engine.polyphaseSum[c], levelSums);
         averageSubbands(engine.subband[c], engine.subbandAvg[c]);
         foldBranches(engine.polyphaseSum[c], engine.folded[c]);
         splitIntoPairSums(engine.folded[c], engine.dctEven[c], engine.dctOdd[c]);
     }
+    setLevels(levelSums, engine);
     transformPairSums(2, engine.dctEven, engine.dctOdd, engine.subband[0], 64);
 
     // Measures
@@ -39,8 +43,6 @@ void processCine3(ZRKTarn& engine) noexcept
     trackSpectrum(engine.subband[1], engine.spectrumR, engine.peakRegionR, engine.restR);
     findDominantBands(engine);
     measureGroupPeaks(engine);
-    // A chain of 64 additions; the next stages do not wait for it.
-    measureLevels(engine);
     findDominantGroup(engine);
     detectTonalBlock(engine);
     holdStationaryGroups(engine);
@@ -60,9 +62,9 @@ void processCine3(ZRKTarn& engine) noexcept
         splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], mayBeSubnormal);
     transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024, mayBeSubnormal);
     for (int r = 0; r < 3; ++r) {
-        overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
-        roundOutput(engine.overlapNow[r], engine.outputBlock[r]);
-        advanceOverlap(engine.overlapNow[r], engine.overlapNext[r]);
+        float sums[64];
+        overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r], sums);
+        roundOutput(sums, engine.outputBlock[r]);
     }
 }
 

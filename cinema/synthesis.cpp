@@ -34,7 +34,8 @@ bool anySlotSlow(const float (&history)[1024]) noexcept
 }
 
 template <bool kSubnormalSafe>
-void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64],
+                         float (&sums)[64]) noexcept
 {
     constexpr int kLastSlot = 1024 - 128;
 
@@ -80,22 +81,25 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
             }
         }
 
-        store(overlapNow + n, singlesOf(at(overlapNow + n) + now));
-        store(overlapNow + mirrored, singlesOf(at(overlapNow + mirrored) + reversed(nowMirrored)));
+        store(sums + n, singlesOf(at(overlapNow + n) + now));
+        store(sums + mirrored, singlesOf(at(overlapNow + mirrored) + reversed(nowMirrored)));
         // A sum of products that starts from zero is never minus zero; zero minus such a sum is not either.
-        store(overlapNext + n, singlesOf(at(overlapNext + n) + (zero - minusNext)));
-        store(overlapNext + mirrored, singlesOf(at(overlapNext + mirrored) + reversed(nextMirrored)));
+        store(overlapNow + n, singlesOf(at(overlapNext + n) + (zero - minusNext)));
+        store(overlapNow + mirrored, singlesOf(at(overlapNext + mirrored) + reversed(nextMirrored)));
+        store(overlapNext + n, broadcast<kWidth>(0.0f));
+        store(overlapNext + mirrored, broadcast<kWidth>(0.0f));
     }
 }
 
 } // namespace
 
-void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
+void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64],
+                          float (&sums)[64]) noexcept
 {
     if (anySlotSlow(history)) {
-        weightAddAndAdvance<true>(history, overlapNow, overlapNext);
+        weightAddAndAdvance<true>(history, overlapNow, overlapNext, sums);
     } else {
-        weightAddAndAdvance<false>(history, overlapNow, overlapNext);
+        weightAddAndAdvance<false>(history, overlapNow, overlapNext, sums);
     }
 }
 
@@ -107,12 +111,6 @@ void roundOutput(const float (&sums)[64], std::int32_t (&output)[64]) noexcept
             return sum + withSignOf(sum, broadcast<kWidth>(0.5f));
         },
         [&](int n, const Ints<kWidth>& rounded) { store(output + n, rounded); });
-}
-
-void advanceOverlap(float (&overlapNow)[64], float (&overlapNext)[64]) noexcept
-{
-    store(overlapNow, load<64>(overlapNext));
-    store(overlapNext, broadcast<64>(0.0f));
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

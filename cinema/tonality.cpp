@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cinema/tonality.h"
 
+#include "cinema/dominant_bands.h"
 #include "lanes/lanes.h"
 
 #include <cstdint>
@@ -66,11 +67,10 @@ void holdStationaryGroups(ZRKTarn& engine) noexcept
     engine.stationaryTolerance = 4.0f * restOf(engine) < peakOf(engine) ? 0.001f : 0.0001f;
     if (engine.tonalBlock != 0) return;
 
-    // The dominant bands of the louder channels as indices of both rows; 64 for an empty group after the last band.
+    // The dominant bands of the louder channels, as indices of both rows.
     std::int32_t index[16];
-    const Ints<16> last = broadcast<16>(63);
-    const Ints<16> band = select(load<16>(engine.peakBand) < last, load<16>(engine.peakBand), last);
-    store(index, band + ((load<16>(engine.peakL) <= load<16>(engine.peakR)) & broadcast<16>(64)));
+    store(index,
+          indicesOfDominantBands(engine) + ((load<16>(engine.peakL) <= load<16>(engine.peakR)) & broadcast<16>(64)));
     const Ints<16> held = isStationary(lookedUp<128>(engine.subbandAvg[0], index),
                                        lookedUp<128>(engine.subband[0], index), engine.stationaryTolerance);
     if (!any(held)) return;

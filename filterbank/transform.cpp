@@ -54,16 +54,11 @@ template <typename Octet>
     return shiftedUp(-0.0f, a);
 }
 
+/// Indices that shift every octet up; those of the freed lanes are the first lane of the second vector.
 template <int... kLane>
 constexpr auto shiftedUpIndices(std::integer_sequence<int, kLane...>)
 {
     return std::integer_sequence<int, (kLane % 8 == 0 ? int{sizeof...(kLane)} : kLane - 1)...>{};
-}
-
-template <int... kLane>
-constexpr auto reversedIndices(std::integer_sequence<int, kLane...>)
-{
-    return std::integer_sequence<int, (kLane / 8 * 8 + 7 - kLane % 8)...>{};
 }
 
 [[gnu::always_inline, maybe_unused]] inline TwoOctets octetShiftedUp(const TwoOctets& a) noexcept
@@ -79,6 +74,23 @@ constexpr auto reversedIndices(std::integer_sequence<int, kLane...>)
 [[gnu::always_inline]] inline SafeOctet octetShiftedUp(const SafeOctet& a) noexcept
 {
     return {shiftedUp(-0.0, a.doubles)};
+}
+
+template <int... kLane>
+constexpr auto reversedIndices(std::integer_sequence<int, kLane...>)
+{
+    return std::integer_sequence<int, (kLane / 8 * 8 + 7 - kLane % 8)...>{};
+}
+
+/// Reverses the octet of every transform.
+[[gnu::always_inline, maybe_unused]] inline TwoOctets octetReversed(const TwoOctets& a) noexcept
+{
+    if constexpr (TwoOctets::kParts == 1) {
+        using Indices = decltype(reversedIndices(std::make_integer_sequence<int, 16>{}));
+        return {{shuffled<TwoOctets::Part>(a.part[0], a.part[0], Indices{})}};
+    } else {
+        return joined(reversed(lowHalf(a)), reversed(highHalf(a)));
+    }
 }
 
 template <int kIndex, typename L, int... kPart>
@@ -240,13 +252,9 @@ template <typename Octet>
 [[gnu::always_inline, maybe_unused]] inline void storeOctet(int c, const TwoOctets& octet, float* out,
                                                             std::ptrdiff_t stride) noexcept
 {
-    if constexpr (TwoOctets::kParts == 1) {
-        using Indices = decltype(reversedIndices(std::make_integer_sequence<int, 16>{}));
-        const TwoOctets inOrder =
-            c % 2 == 0 ? octet : TwoOctets{{shuffled<TwoOctets::Part>(octet.part[0], octet.part[0], Indices{})}};
-        store(out + 8 * c, lowHalf(inOrder));
-        store(out + stride + 8 * c, highHalf(inOrder));
-    }
+    const TwoOctets inOrder = c % 2 == 0 ? octet : octetReversed(octet);
+    store(out + 8 * c, lowHalf(inOrder));
+    store(out + stride + 8 * c, highHalf(inOrder));
 }
 
 [[gnu::always_inline]] inline void storeOctet(int c, const SafeOctet& octet, float* out, std::ptrdiff_t stride) noexcept

@@ -129,12 +129,11 @@ template <typename Layout>
     s.nextPast = s.nextPast + 1 == s.lookAhead ? 0 : s.nextPast + 1;
 }
 
-/// Leaves the samples in overlapNow.
-void synthesise(Surrounds& s) noexcept
+void synthesise(Surrounds& s, float (&samples)[64]) noexcept
 {
     splitIntoPairSums(s.difference, s.dctEven[0], s.dctOdd[0]);
     transformPairSums(1, s.dctEven, s.dctOdd, s.synthHistory, 1024);
-    overlapAddAndAdvance(s.synthHistory, s.overlapNow, s.overlapNext);
+    overlapAddAndAdvance(s.synthHistory, s.overlapNow, s.overlapNext, samples);
 }
 
 /// Where a block of a section begins in its ring.
@@ -188,9 +187,9 @@ void renderSurrounds(const ZRKTarn& engine, Surrounds& s) noexcept
         findWeights(s);
         takeDifference<Layout>(engine.subband, s);
     });
-    synthesise(s);
-    for (int chain = 0; chain < s.chainsInUse; ++chain) filterBlock(s.chain[chain], s.overlapNow, s.output[chain]);
-    advanceOverlap(s.overlapNow, s.overlapNext);
+    float samples[64];
+    synthesise(s, samples);
+    for (int chain = 0; chain < s.chainsInUse; ++chain) filterBlock(s.chain[chain], samples, s.output[chain]);
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

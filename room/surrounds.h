@@ -46,7 +46,7 @@ struct Surrounds
     float dctEven[1][32]{};      ///< transform input, scratch
     float dctOdd[1][32]{};       ///< transform input, scratch
     float synthHistory[1024]{};  ///< newest block first
-    float overlapNow[64]{};      ///< the block's samples, then sums of the next one
+    float overlapNow[64]{};      ///< sums of the next block
     float overlapNext[64]{};     ///< sums of the block after it
     float output[kChains][64]{}; ///< samples of the chains in use, engine scale
 };

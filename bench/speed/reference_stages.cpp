@@ -28,10 +28,11 @@ void transformThree(Engine& engine, std::uint32_t /*channels*/)
 constexpr Stage<Engine> kStageList[] = {
     {"startMeasures", [](Engine& engine, std::uint32_t /*channels*/) { beginMeasures(engine); }},
     {"readInputChannels", [](Engine& engine, std::uint32_t channels) { engine.ReadInputChannels(kFrames, channels); }},
-    {"weightAndAdvance",
+    {"weightAndAdvance, levels",
      [](Engine& engine, std::uint32_t /*channels*/) {
          sumPolyphases(engine);
          moveInputHistory(engine);
+         measureLevels(engine);
      }},
     {"averageSubbands", [](Engine& engine, std::uint32_t /*channels*/) { averageSubbands(engine); }},
     {"foldBranches", [](Engine& engine, std::uint32_t /*channels*/) { foldPolyphases(engine); }},
@@ -42,7 +43,6 @@ constexpr Stage<Engine> kStageList[] = {
     {"transformPairSums, two", transformTwo},
     {"trackSpectrum", [](Engine& engine, std::uint32_t /*channels*/) { trackSpectrum(engine); }},
     {"group peaks", [](Engine& engine, std::uint32_t /*channels*/) { findGroupPeaks(engine); }},
-    {"measureLevels", [](Engine& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"dominant group, tonality", [](Engine& engine, std::uint32_t /*channels*/) { judgeTonality(engine); }},
     {"smoothGroupPowers", [](Engine& engine, std::uint32_t /*channels*/) { smoothPowers(engine); }},
     {"steerBroadband", [](Engine& engine, std::uint32_t /*channels*/) { steerBroadband(engine); }},
@@ -61,8 +61,11 @@ constexpr Stage<Engine> kStageList[] = {
          overlapAdd(engine);
          moveSynthHistory(engine);
      }},
-    {"roundOutput", [](Engine& engine, std::uint32_t /*channels*/) { roundOutput(engine); }},
-    {"advanceOverlap", [](Engine& engine, std::uint32_t /*channels*/) { moveOverlap(engine); }},
+    {"roundOutput",
+     [](Engine& engine, std::uint32_t /*channels*/) {
+         roundOutput(engine);
+         moveOverlap(engine);
+     }},
     {"writeOutput", [](Engine& engine, std::uint32_t channels) { engine.WriteOutput(kFrames, channels); }},
 };
 

@@ -32,6 +32,8 @@ constexpr std::uint32_t kFrames = 64;
 float matrixElements[6][16];
 bool weightsMayBeSubnormal;
 
+float sums[3][64]; ///< from overlapAddAndAdvance to roundOutput
+
 constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"startMeasures",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -40,9 +42,14 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
      }},
     {"readInputChannels",
      [](ZRKTarn& engine, std::uint32_t channels) { readInputChannels(engine, kFrames, channels); }},
-    {"weightAndAdvance",
+    {"weightAndAdvance, levels",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         for (int c = 0; c < 2; ++c) weightAndAdvance(engine.inputHistory[c], engine.polyphaseSum[c]);
+         alignas(64) float magnitudes[2][32][4];
+         float levelSums[4] = {};
+         computeMagnitudes(engine, magnitudes);
+         for (int c = 0; c < 2; ++c)
+             weightAndAdvance(magnitudes[c], engine.inputHistory[c], engine.polyphaseSum[c], levelSums);
+         setLevels(levelSums, engine);
      }},
     {"averageSubbands",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
@@ -70,7 +77,6 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
          findDominantBands(engine);
          measureGroupPeaks(engine);
      }},
-    {"measureLevels", [](ZRKTarn& engine, std::uint32_t /*channels*/) { measureLevels(engine); }},
     {"dominant group, tonality",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          findDominantGroup(engine);
@@ -99,15 +105,11 @@ constexpr speed::Stage<ZRKTarn> kStageList[] = {
     {"overlapAddAndAdvance",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
          for (int r = 0; r < 3; ++r)
-             overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r]);
+             overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r], sums[r]);
      }},
     {"roundOutput",
      [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         for (int r = 0; r < 3; ++r) roundOutput(engine.overlapNow[r], engine.outputBlock[r]);
-     }},
-    {"advanceOverlap",
-     [](ZRKTarn& engine, std::uint32_t /*channels*/) {
-         for (int r = 0; r < 3; ++r) advanceOverlap(engine.overlapNow[r], engine.overlapNext[r]);
+         for (int r = 0; r < 3; ++r) roundOutput(sums[r], engine.outputBlock[r]);
      }},
     {"writeOutput", [](ZRKTarn& engine, std::uint32_t channels) { writeOutput(engine, kFrames, channels); }},
 };

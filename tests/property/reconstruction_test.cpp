@@ -30,20 +30,22 @@ Signal analyseAndSynthesize(const Signal& signal)
 {
     const auto engine = std::make_unique<ZRKTarn>();
     engine->Open();
+    const float noMagnitudes[32][4] = {};
+    float levelSums[4] = {};
     Signal output;
     for (std::size_t start = 0; start + kBlock <= signal.size(); start += kBlock) {
         for (std::size_t i = 0; i < kBlock; ++i)
             engine->inputHistory[0][960 + i] = static_cast<float>(0x1p30 * signal[start + i]);
-        weightAndAdvance(engine->inputHistory[0], engine->polyphaseSum[0]);
+        weightAndAdvance(noMagnitudes, engine->inputHistory[0], engine->polyphaseSum[0], levelSums);
         foldBranches(engine->polyphaseSum[0], engine->folded[0]);
         splitIntoPairSums(engine->folded[0], engine->dctEven[0], engine->dctOdd[0]);
         cosModDCT4_X1(engine->subband[0], engine->dctEven[0], engine->dctOdd[0]);
 
         splitIntoPairSums(engine->subband[0], engine->dctEven[0], engine->dctOdd[0]);
         cosModDCT4_X1(engine->synthHistory[0], engine->dctEven[0], engine->dctOdd[0]);
-        overlapAddAndAdvance(engine->synthHistory[0], engine->overlapNow[0], engine->overlapNext[0]);
-        for (const float sample : engine->overlapNow[0]) output.push_back(static_cast<double>(sample));
-        advanceOverlap(engine->overlapNow[0], engine->overlapNext[0]);
+        float sums[64];
+        overlapAddAndAdvance(engine->synthHistory[0], engine->overlapNow[0], engine->overlapNext[0], sums);
+        for (const float sample : sums) output.push_back(static_cast<double>(sample));
     }
     return output;
 }

@@ -1,6 +1,7 @@
 // Searches for signals whose last block is as expensive as possible.
 // SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
+#include "lanes/subnormal_speed.h"
 #include "tests/realtime/block_cost.h"
 #include "tests/realtime/instruction_counter.h"
 #include "tests/support/random.h"
@@ -225,13 +226,16 @@ struct Candidate
 class Search
 {
 public:
-    Search(const BlockOperations& operations, const Measure& measure, const std::vector<HostileSignal>& start)
-        : blockOperations(operations), costMeasure(measure), startSignals(start)
+    /// slow  the value of subnormalsAreSlow
+    Search(const BlockOperations& operations, bool slow, const Measure& measure,
+           const std::vector<HostileSignal>& start)
+        : blockOperations(operations), subnormalsAreSlow(slow), costMeasure(measure), startSignals(start)
     {}
 
     void step(Random& random)
     {
         zrk_tarn::chooseOperations(blockOperations);
+        zrk_tarn::subnormalsAreSlow = subnormalsAreSlow;
         if (measuredCount < startSignals.size()) {
             consider(startSignals[measuredCount]);
         } else if (population.size() < kPopulation || random.chance(20)) {
@@ -253,8 +257,8 @@ public:
     {
         if (worst() <= printedRatio) return;
         printedRatio = worst();
-        std::cout << "# " << blockOperations.instructionSet << ", " << costMeasure.name << ": " << worst()
-                  << " times those of music (" << measuredCount << " signals)\n"
+        std::cout << "# " << blockOperations.instructionSet << (subnormalsAreSlow ? ", subnormals avoided, " : ", ")
+                  << costMeasure.name << ": " << worst() << " times those of music (" << measuredCount << " signals)\n"
                   << population.front().signal << std::endl;
     }
 
@@ -281,6 +285,7 @@ private:
     }
 
     const BlockOperations& blockOperations;
+    bool subnormalsAreSlow;
     const Measure& costMeasure;
     const std::vector<HostileSignal>& startSignals;
     std::vector<Candidate> population; ///< the worst first
@@ -300,7 +305,7 @@ int search(unsigned minutes)
     std::vector<Search> searches;
     for (const Measure& measure : kMeasures)
         for (const BlockOperations* const operations : zrk_tarn::usableOperations())
-            searches.emplace_back(*operations, measure, start);
+            for (const bool slow : {true, false}) searches.emplace_back(*operations, slow, measure, start);
 
     // Every search gets the same time.
     const auto end = Clock::now() + std::chrono::minutes(minutes);

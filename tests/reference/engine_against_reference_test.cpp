@@ -5,6 +5,7 @@
 #include "tests/support/engine.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <string>
 #include <tuple>
@@ -198,9 +199,13 @@ TEST_P(WeightsNearUnderflow, MatchTheReferenceThroughMixingAndSynthesis)
     EXPECT_GT(synthesised, 1000);
 }
 
-/// A number that a caller may write to a field: of any sign and magnitude, also subnormal.
+/// A number that a caller may write to a field: of any sign and magnitude, also subnormal, rarely infinite or NaN.
 float writtenValue(Random& random)
 {
+    if (random.chance(50)) {
+        const std::uint32_t payload = random.chance(2) ? 0 : random.bits();
+        return std::bit_cast<float>((random.bits() & 0x80000000) | 0x7f800000 | payload);
+    }
     const auto mantissa = static_cast<float>(random.uniform());
     const int exponents[] = {0, 20, 31, 40, -20, -100, -126, -140, -148};
     return random.chance(8) ? std::copysign(0.0f, mantissa) : std::ldexp(mantissa, random.oneOf(exponents));

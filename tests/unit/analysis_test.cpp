@@ -12,6 +12,19 @@
 
 using namespace zrk_tarn::TARN_INSTRUCTION_SET;
 
+namespace
+{
+
+/// weightAndAdvance without levels.
+void weightOnly(float (&history)[1024], float (&branch)[128])
+{
+    const float magnitudes[32][4] = {};
+    float levelSums[4] = {};
+    weightAndAdvance(magnitudes, history, branch, levelSums);
+}
+
+} // namespace
+
 TEST(Analysis, WeightsEachBranchInAscendingOrder)
 {
     float history[1024];
@@ -19,7 +32,7 @@ TEST(Analysis, WeightsEachBranchInAscendingOrder)
     tests::Random random(1);
     for (float& sample : history) sample = static_cast<float>(1e9 * random.uniform());
     const std::vector<float> given(std::begin(history), std::end(history));
-    weightAndAdvance(history, branch);
+    weightOnly(history, branch);
     for (std::size_t k = 0; k < 128; ++k) {
         float sum = 0.0f;
         for (std::size_t m = 0; m < 8; ++m) sum += lpf[k + 128 * m] * given[k + 128 * m];
@@ -42,9 +55,27 @@ TEST(Analysis, ShiftsTheHistoryByOneBlock)
     float history[1024];
     float branch[128];
     for (int i = 0; i < 1024; ++i) history[i] = static_cast<float>(i);
-    weightAndAdvance(history, branch);
+    weightOnly(history, branch);
     for (int i = 0; i < 960; ++i) EXPECT_EQ(history[i], static_cast<float>(i + 64));
     for (int i = 960; i < 1024; ++i) EXPECT_EQ(history[i], static_cast<float>(i)) << "the newest samples stay";
+}
+
+TEST(Analysis, AddsMagnitudesInAscendingOrder)
+{
+    float history[1024] = {};
+    float branch[128];
+    float magnitudes[32][4];
+    float sums[4] = {1.0f, 2.0f, 3.0f, 4.0f};
+    float expected[4] = {1.0f, 2.0f, 3.0f, 4.0f};
+    tests::Random random(2);
+    for (auto& sample : magnitudes) {
+        for (int k = 0; k < 4; ++k) {
+            sample[k] = static_cast<float>(1.0 + random.uniform());
+            expected[k] += sample[k];
+        }
+    }
+    weightAndAdvance(magnitudes, history, branch, sums);
+    for (int k = 0; k < 4; ++k) EXPECT_EQ(sums[k], expected[k]);
 }
 
 TEST(Analysis, AveragesSignedSubbands)

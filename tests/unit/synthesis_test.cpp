@@ -27,7 +27,8 @@ TEST(Synthesis, AddsCompleteSumsOfEvenSlots)
         for (int n = 0; n < 64; ++n) history[m + n] = std::numeric_limits<float>::quiet_NaN();
 
     const std::vector<float> given(std::begin(history), std::end(history));
-    overlapAddAndAdvance(history, now, next);
+    float sums[64];
+    overlapAddAndAdvance(history, now, next, sums);
     for (std::size_t n = 0; n < 64; ++n) {
         float sumNow = 0.0f;
         float sumNext = 0.0f;
@@ -35,8 +36,9 @@ TEST(Synthesis, AddsCompleteSumsOfEvenSlots)
             sumNow += (given[n + m] - given[63 - n + m]) * lpf[n + m];
             sumNext += (-given[n + m] - given[63 - n + m]) * lpf[n + m + 64];
         }
-        EXPECT_EQ(now[n], static_cast<float>(n) * 1e5f + sumNow);
-        EXPECT_EQ(next[n], static_cast<float>(n) * 1e5f + sumNext);
+        EXPECT_EQ(sums[n], static_cast<float>(n) * 1e5f + sumNow);
+        EXPECT_EQ(now[n], static_cast<float>(n) * 1e5f + sumNext);
+        EXPECT_EQ(next[n], 0.0f);
     }
 }
 
@@ -58,20 +60,8 @@ TEST(Synthesis, ShiftsTheHistoryByOneBlock)
     float now[64] = {};
     float next[64] = {};
     for (int i = 0; i < 1024; ++i) history[i] = static_cast<float>(i);
-    overlapAddAndAdvance(history, now, next);
+    float sums[64];
+    overlapAddAndAdvance(history, now, next, sums);
     for (int i = 0; i < 960; ++i) EXPECT_EQ(history[i + 64], static_cast<float>(i));
     for (int i = 0; i < 64; ++i) EXPECT_EQ(history[i], static_cast<float>(i)) << "the newest values stay";
-}
-
-TEST(Synthesis, AdvancesTheOverlap)
-{
-    float now[64];
-    float next[64];
-    std::fill(std::begin(now), std::end(now), 1.0f);
-    std::fill(std::begin(next), std::end(next), 2.0f);
-    advanceOverlap(now, next);
-    for (int n = 0; n < 64; ++n) {
-        EXPECT_EQ(now[n], 2.0f);
-        EXPECT_EQ(next[n], 0.0f);
-    }
 }
