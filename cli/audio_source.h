@@ -25,8 +25,14 @@ struct PeakPlan
 {
     bool keep = false; ///< use kHeadroomBits; otherwise one gain scales the whole source down
     std::optional<double> sharedPeak =
-        {}; ///< without keep: peak of all files of the run; none: find that of the source
+        {};                    ///< without keep: peak of all files of the run; none: find that of the source
+    bool canStartOver = false; ///< do not look for that peak before a sample is above full scale; see AboveFullScale
 };
+
+/// Thrown by read for a sample above full scale, if the plan says canStartOver. Then prepare without canStartOver finds
+/// the peak of the rest and returns to the first frame.
+struct AboveFullScale
+{};
 
 /// Provides stereo frame by frame.
 class AudioSource
@@ -52,7 +58,7 @@ public:
     /// Whether samples can be beyond full scale, so that the plan of prepare has an effect.
     virtual bool canExceedFullScale() const noexcept { return false; }
 
-    /// Analyses the whole source where needed. Call it before the first read.
+    /// Analyses the whole source where needed. Call it before the first read, and after AboveFullScale.
     ///
     /// Returns notes for the user.
     virtual std::vector<std::string> prepare(bool showProgress, PeakPlan plan) = 0;
@@ -66,7 +72,7 @@ public:
     /// Reads frames as pairs of left-justified 32-bit samples.
     ///
     /// stereo  [2 * capacity]  interleaved
-    /// Returns the number of frames, 1 to capacity; 0 at the end.
+    /// Returns the number of frames, 1 to capacity; 0 at the end. Throws AboveFullScale.
     virtual std::size_t read(std::int32_t* stereo, std::size_t capacity) = 0;
 
     /// Whether rewind works.

@@ -159,7 +159,10 @@ std::vector<std::string> FileSource::prepare(bool showProgress, PeakPlan plan)
         return notes;
     }
 
-    const double peak = findPeak(showProgress);
+    watchesPeak = plan.canStartOver;
+    if (watchesPeak) return notes;
+
+    findPeak(showProgress);
     expected = position;
     rewind();
     if (peak <= 1.0) return notes;
@@ -170,17 +173,17 @@ std::vector<std::string> FileSource::prepare(bool showProgress, PeakPlan plan)
     return notes;
 }
 
-double FileSource::findPeak(bool showProgress)
+/// Finds the peak from the current frame to the end. The frames before are not above full scale.
+void FileSource::findPeak(bool showProgress)
 {
     Progress progress("finding the peak", expected, format().sampleRate, showProgress);
+    progress.advance(position);
     std::vector<double> stereo(kScanFrames * kChannels);
-    double peak = 0.0;
     while (const std::size_t frames = readFullScale(stereo.data(), kScanFrames)) {
         throwIfInterrupted();
         for (std::size_t i = 0; i < frames * kChannels; ++i) peak = std::max(peak, std::abs(stereo[i]));
         progress.advance(frames);
     }
-    return peak;
 }
 
 std::size_t FileSource::readFullScale(double* stereo, std::size_t capacity)
@@ -221,6 +224,10 @@ std::size_t FileSource::read(std::int32_t* stereo, std::size_t capacity)
     const double factor = std::ldexp(fileScale, -headroom);
     decoded.resize(capacity * kChannels);
     const std::size_t frames = readFullScale(decoded.data(), capacity);
+    if (watchesPeak) {
+        for (std::size_t i = 0; i < frames * kChannels; ++i) peak = std::max(peak, std::abs(decoded[i]));
+        if (peak > 1.0) throw AboveFullScale{};
+    }
     for (std::size_t i = 0; i < frames * kChannels; ++i) {
         const double sample = decoded[i] * factor;
         if (std::abs(sample) > 1.0 + kRounding) ++clipped;

@@ -85,7 +85,7 @@ private:
     void addMissing(std::uint64_t missing);
     std::optional<std::uint64_t> damageOfPart(std::uint64_t frames) const;
     void endPart();
-    double findPeak(bool showProgress);
+    void findPeak(bool showProgress);
 
     template <typename Sample>
     std::size_t decode(Sample* stereo, std::size_t capacity);
@@ -105,6 +105,8 @@ private:
     LossRecord losses;
     int headroom = 0;
     double fileScale = 1.0;
+    bool watchesPeak = false;  ///< read throws AboveFullScale
+    double peak = 0.0;         ///< found so far
     std::uint64_t clipped = 0; ///< samples
     std::vector<double> decoded;
 };

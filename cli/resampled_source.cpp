@@ -70,7 +70,10 @@ std::vector<std::string> ResampledSource::prepare(bool showProgress, PeakPlan pl
         return notes;
     }
     if (!canRewind()) return notes;
+    watchesPeak = plan.canStartOver;
+    if (watchesPeak) return notes;
 
+    if (sourceFrames > 0) rewind();
     Progress progress("finding the peak", expectedFrames(), rate, showProgress);
     double peak = 0.0;
     converted.resize(kChannels * kChunkFrames);
@@ -125,6 +128,7 @@ std::size_t ResampledSource::read(std::int32_t* stereo, std::size_t capacity)
     const std::size_t frames = convert(converted.data(), capacity);
     for (std::size_t i = 0; i < kChannels * frames; ++i) {
         const double sample = converted[i] * factor;
+        if (watchesPeak && std::abs(sample) > 1.0) throw AboveFullScale{};
         if (std::abs(sample) > 1.0 + kRounding) ++clipped;
         stereo[i] = fromFullScale(sample);
     }

@@ -61,6 +61,7 @@ private:
     std::uint64_t produced = 0;     ///< frames of the result so far
     int headroom = 0;
     double ownScale = 1.0;
+    bool watchesPeak = false;  ///< read throws AboveFullScale
     std::uint64_t clipped = 0; ///< samples
     std::vector<double> converted;
 };

@@ -27,6 +27,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -88,18 +89,29 @@ RemapSlots applyRemap(const UpmixOptions& options, Layout& layout, EngineSetting
     return remap.slots;
 }
 
-std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const Layout& layout, StreamFormat format,
-                                    AudioSource& source, NamingHook beforeNaming)
+FileContents contentsOf(const UpmixOptions& options, const Layout& layout, StreamFormat format, AudioSource& source,
+                        NamingHook beforeNaming)
 {
-    if (isStream(options.output)) return std::make_unique<RawSink>(layout.slots, format);
     FileContents contents{
         .layout = layout, .format = format, .metadata = source.metadata(), .beforeNaming = std::move(beforeNaming)};
     if (options.noAlign) contents.metadata = delayed(std::move(contents.metadata), zrk_tarn_processor_t::kDelayFrames);
-    auto sink = openFileSink(options.output, options.force, source.identity(), contents);
-    if (contents.metadata.tags.converted && !options.quiet)
+    return contents;
+}
+
+std::unique_ptr<AudioSink> openSink(const UpmixOptions& options, const FileContents& contents,
+                                    const AudioSource& source)
+{
+    if (isStream(options.output)) return std::make_unique<RawSink>(contents.layout.slots, contents.format);
+    return openFileSink(options.output, options.force, source.identity(), contents);
+}
+
+/// Prints what was changed or left out in the tags of the input.
+void noteTags(const UpmixOptions& options, const Tags& tags)
+{
+    if (isStream(options.output)) return;
+    if (tags.converted && !options.quiet)
         printNote(options.inputName() + ": its tags are not UTF-8 and are read as Windows-1252");
-    for (const std::string& note : contents.metadata.tags.leftOut) printNote(options.inputName() + ": " + note);
-    return sink;
+    for (const std::string& note : tags.leftOut) printNote(options.inputName() + ": " + note);
 }
 
 /// Adds the output to the ledger when it is complete. The report is read then.
@@ -109,9 +121,23 @@ NamingHook recordingHook(const UpmixOptions& options, const UpmixReport& report)
     return [&options, &report](const FileState& state) { options.record(state, lossOf(report)); };
 }
 
-/// Says so if the output for two loudspeakers is the stereo as it is.
-void notePlainStereo(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings)
+/// Runs an upmix that can start over. Returns whether it is complete: no sample was above full scale.
+bool staysInFullScale(const std::function<void()>& upmixToSink)
 {
+    try {
+        upmixToSink();
+        return true;
+    } catch (const AboveFullScale&) {
+        return false;
+    }
+}
+
+/// Prints the notes of a prepared source, and says so if the output for two loudspeakers is the stereo as it is.
+void noteSource(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings,
+                const std::vector<std::string>& notes)
+{
+    for (const std::string& note : notes)
+        if (!options.quiet) printNote(options.inputName() + ": " + note);
     if (keepsStereo(layout, settings.room) && !options.bypass && !options.quiet && !options.inBatch)
         printNote(options.outputName() + ": " + kUnchangedStereo);
 }
@@ -125,11 +151,10 @@ PeakPlan peakPlanOf(const UpmixOptions& options, const Layout& layout, const Eng
     return plan;
 }
 
-/// Prepares the source and prints its notes.
-void prepare(const UpmixOptions& options, AudioSource& source, PeakPlan plan)
+/// Prepares the source. Returns its notes.
+std::vector<std::string> prepare(const UpmixOptions& options, AudioSource& source, PeakPlan plan)
 {
-    for (const std::string& note : source.prepare(!options.quiet && !options.inBatch, plan))
-        if (!options.quiet) printNote(options.inputName() + ": " + note);
+    return source.prepare(!options.quiet && !options.inBatch, plan);
 }
 
 /// Counts the samples that wrap around in the matrix; null if none can wrap.
@@ -200,20 +225,39 @@ UpmixReport upmix(const UpmixOptions& options)
                        .delayFrames = options.noAlign ? zrk_tarn_processor_t::kDelayFrames : 0,
                        .room = settings.room,
                        .bypass = options.bypass};
-    const auto sink = openSink(options, layout, format, *source, recordingHook(options, report));
+    const FileContents contents = isStream(options.output)
+                                      ? FileContents{.layout = layout, .format = format}
+                                      : contentsOf(options, layout, format, *source, recordingHook(options, report));
+    auto sink = openSink(options, contents, *source);
+    noteTags(options, contents.metadata.tags);
     std::optional<PictureFile> picture;
     if (!options.picture.empty()) picture.emplace(options.picture, options.force, source->identity());
-    prepare(options, *source, peakPlanOf(options, layout, settings, *source));
-    notePlainStereo(options, layout, settings);
+    PeakPlan plan = peakPlanOf(options, layout, settings, *source);
+    plan.canStartOver = !plan.keep && !plan.sharedPeak && source->canExceedFullScale() && !isStream(options.output);
+    std::vector<std::string> notes = prepare(options, *source, plan);
 
-    AudioSink* output = sink.get();
     std::optional<PictureSink> drawn;
-    if (picture) output = &drawn.emplace(layout, settings, format.sampleRate, output);
     std::optional<LevelSink> levels;
-    if (options.json) output = &levels.emplace(layout.slots, format.bits, *output);
-    const auto wraps = wrapCounter(options, format, settings);
-    const auto start = std::chrono::steady_clock::now();
-    upmixInto(*output, {options, layout, format, settings, *source, wraps.get(), report});
+    std::unique_ptr<WrapCounter> wraps;
+    std::chrono::steady_clock::time_point start;
+    const auto upmixToSink = [&] {
+        AudioSink* output = sink.get();
+        if (picture) output = &drawn.emplace(layout, settings, format.sampleRate, output);
+        if (options.json) output = &levels.emplace(layout.slots, format.bits, *output);
+        wraps = wrapCounter(options, format, settings);
+        start = std::chrono::steady_clock::now();
+        upmixInto(*output, {options, layout, format, settings, *source, wraps.get(), report});
+    };
+    // The notes follow when it is clear whether the source is scaled down.
+    const bool isDone = plan.canStartOver && staysInFullScale(upmixToSink);
+    if (plan.canStartOver && !isDone) {
+        plan.canStartOver = false;
+        notes = prepare(options, *source, plan);
+        sink.reset(); // two temporary files would need twice the space
+        sink = openSink(options, contents, *source);
+    }
+    noteSource(options, layout, settings, notes);
+    if (!isDone) upmixToSink();
     report.loss = source->loss();
     checkLoss(options, report.loss);
     throwIfInterrupted();

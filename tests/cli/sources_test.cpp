@@ -138,6 +138,39 @@ TEST_F(Sources, SamplesBeyondTheHeadroomAreClippedAndCounted)
                 engineOutput(scaledSamples(samples, kHeadroom), {.bits = 24, .headroom = true}));
 }
 
+// A file is written at full scale until the first sample above it, a stream is not.
+TEST_F(Sources, ALatePeakScalesTheWholeFileDown)
+{
+    for (const std::size_t peakSample : {0u, 20'001u, 39'999u}) {
+        std::vector<float> samples = noiseWithPeak(20'000, 1.0f);
+        samples[peakSample] = -1.5f;
+        writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2, samples);
+        for (const std::string rate : {"48000", "96000"}) {
+            const std::vector<std::string> options{"upmix", "--preset", "plain", "--rate", rate, "in.wav"};
+            const auto to = [&](const std::vector<std::string>& output) {
+                std::vector<std::string> arguments = options;
+                arguments.insert(arguments.end(), output.begin(), output.end());
+                return tarn(arguments);
+            };
+            const Result stream = to({"-"});
+            ASSERT_EQ(stream.exitCode, 0) << stream.errors;
+            const std::string notes = stream.errors.substr(0, stream.errors.find("tarn: in.wav -> "));
+            EXPECT_NE(notes.find("tarn: in.wav: peak +3.52 dB above full scale: scaled down by 3.52 dB\n"),
+                      std::string::npos)
+                << notes;
+            for (const std::string output : {"out.wav", "out.flac"}) {
+                const Result file = to({output, "--json"});
+                ASSERT_EQ(file.exitCode, 0) << file.errors;
+                EXPECT_EQ(file.errors.substr(0, file.errors.find("tarn: in.wav -> ")), notes);
+                EXPECT_TRUE(pcmOf(readAudio(at(output)).samples, 24) == stream.output) << peakSample << " " << output;
+                EXPECT_EQ(files(), (std::vector<std::string>{"in.wav", output}));
+                EXPECT_LT(nlohmann::json::parse(file.output)["input_gain_db"], -3.5);
+                std::filesystem::remove(at(output));
+            }
+        }
+    }
+}
+
 TEST_F(Sources, PeaksAboveFullScaleAreScaledDownWithANoteWithoutLimiter)
 {
     const std::vector<float> samples = noiseWithPeak(9000, 1.5f);
