@@ -107,7 +107,11 @@ def run_steps(program, instruction_set, blocks):
 
 def short(function):
     """A function's name without namespaces and arguments, but with its class."""
-    return re.sub(r"^(void |unsigned int )?([a-z]\w*::)*", "", re.sub(r"\((?!anonymous).*", "", function))
+    return re.sub(
+        r"^(void |bool |unsigned int )?(([a-z]\w*|\(anonymous namespace\))::)*",
+        "",
+        re.sub(r"\((?!anonymous).*", "", function),
+    )
 
 
 def profile(program, mode, instruction_set, blocks):
