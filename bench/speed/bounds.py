@@ -5,7 +5,8 @@
 
 Runs blocks one instruction at a time (tarn_speed --step), takes each instruction's kind from the disassembly, and divides
 the number of each kind by what a core starts per cycle. The largest quotient is the bound of a function: what these
-instructions take if nothing ever waits for a result. A division counts as one product, so it is a lower bound.
+instructions take if nothing ever waits for a result. A division counts as one product, so it is a lower bound. Beside the
+cycles stands the kind that determines them.
 """
 # SPDX-License-Identifier: MIT
 
@@ -38,7 +39,15 @@ CORES = {
         "general": {"load": 4, "store": 2, "all": 8},
     },
 }
-KINDS = ("addition", "product", "move", "load", "store")
+HEADS = {
+    "all": "all",
+    "vectors": "vector",
+    "additions": "addition",
+    "products": "product",
+    "moves": "move",
+    "loads": "load",
+    "stores": "store",
+}
 
 ADDITION = re.compile(r"v?(add|sub|min|max|cmp|comi|ucomi|cvt|rndscale|round)\w*[ps][sd]|v?cvt")
 PRODUCT = re.compile(r"v?(mul|div|sqrt)[ps][sd]")
@@ -84,13 +93,13 @@ def instructions_of(program):
 
 
 def bound_of(counts, core):
-    """The cycles of counted instructions, and the kind that determines them."""
+    """The cycles of counted instructions, and the head of the kind that determines them."""
     cycles = Counter()
     for (width, kind), count in counts.items():
         rate = core["general"]["all"] if kind == "all" else core[width][kind]
         cycles[kind] += count / rate
     kind, most = cycles.most_common(1)[0]
-    return most, {"all": "all instructions", "vector": "vector arithmetic"}.get(kind, f"{kind}s")
+    return most, next(head for head, name in HEADS.items() if name == kind)
 
 
 def short(function):
@@ -115,30 +124,39 @@ def count_kinds(program, instruction_set, blocks):
     return counts
 
 
+def summarise(counts, rows):
+    """Keeps the functions with most instructions and adds up the others."""
+    ordered = sorted(counts, key=lambda name: -sum(n for (_, kind), n in counts[name].items() if kind == "all"))
+    summary = {name: counts[name] for name in ordered[:rows]}
+    for name in ordered[rows:]:
+        summary.setdefault("others", Counter()).update(counts[name])
+    return summary
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("set", metavar="SET", help="instruction set; tarn_speed --sets lists them")
     parser.add_argument("--blocks", type=int, default=128, metavar="N", help="blocks to run (%(default)s)")
+    parser.add_argument("--rows", type=int, default=16, metavar="N", help="functions to print (%(default)s)")
     options = parser.parse_args()
 
-    counts = count_kinds(DEFAULT_PROGRAM, options.set, options.blocks)
-    heads = ("all", *(f"{kind}s" for kind in KINDS))
-    print(f"{options.set:<30}" + "".join(f"{head:>10}" for head in heads) + "".join(f"  {core:<24}" for core in CORES))
+    counts = summarise(count_kinds(DEFAULT_PROGRAM, options.set, options.blocks), options.rows)
+    print(f"{options.set:<28}" + "".join(f"{head:>10}" for head in HEADS) + "".join(f"  {core:<15}" for core in CORES))
     totals = Counter()
     sums = Counter()
-    for name, function in sorted(counts.items(), key=lambda item: -bound_of(item[1], CORES["Zen 4"])[0]):
+    for name, function in counts.items():
         per_kind = Counter()
         for (_, kind), count in function.items():
             per_kind[kind] += count
         totals.update(per_kind)
-        row = f"{name:<30}" + "".join(f"{per_kind[kind]:10.0f}" for kind in ("all", *KINDS))
+        row = f"{name:<28}" + "".join(f"{per_kind[kind]:10.0f}" for kind in HEADS.values())
         for core, rates in CORES.items():
             cycles, kind = bound_of(function, rates)
             sums[core] += cycles
-            row += f"  {cycles:5.0f} {kind:<18}"
+            row += f"  {cycles:5.0f} {kind:<9}"
         print(row.rstrip())
-    print(f"{'total':<30}" + "".join(f"{totals[kind]:10.0f}" for kind in ("all", *KINDS)), end="")
-    print("".join(f"  {sums[core]:5.0f} {'':<18}" for core in CORES).rstrip())
+    print(f"{'total':<28}" + "".join(f"{totals[kind]:10.0f}" for kind in HEADS.values()), end="")
+    print("".join(f"  {sums[core]:5.0f} {'':<9}" for core in CORES).rstrip())
 
 
 if __name__ == "__main__":
