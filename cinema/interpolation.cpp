@@ -57,6 +57,7 @@ void interpolateGroups(ZRKTarn& engine, float (&elements)[6][16]) noexcept
     float along[16];
     store(corner,
           (columns.isSecondHalf & broadcast<16>(kRegionFloats)) + (rows.isSecondHalf & broadcast<16>(kRowFloats)));
+    const float* const regions = engine.regionMatrix[0];
     store(across, columns.weight);
     store(along, rows.weight);
 
@@ -66,8 +67,7 @@ void interpolateGroups(ZRKTarn& engine, float (&elements)[6][16]) noexcept
         Floats<4> last[4];
 #pragma GCC unroll 4
         for (int k = 0; k < 4; ++k) {
-            const Floats<8> matrix =
-                interpolated<kSubnormalSafe>(engine.regionMatrix[0] + corner[g + k], across[g + k], along[g + k]);
+            const Floats<8> matrix = interpolated<kSubnormalSafe>(regions + corner[g + k], across[g + k], along[g + k]);
             first[k] = lowHalf(matrix);
             last[k] = highHalf(matrix);
             store(engine.groupMatrix[g + k], first[k]);

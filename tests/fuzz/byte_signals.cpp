@@ -98,7 +98,7 @@ void ByteSignal::write(HostBuffer& buffer, std::uint64_t time, std::uint32_t fra
     if (kind == Kind::Bytes) return writeBytes(buffer);
 
     // Right-justified in little-endian containers; nothing for unsupported widths.
-    const std::uint32_t bytes = (bitsPerSample + 7) / 8;
+    const std::uint64_t bytes = (std::uint64_t{bitsPerSample} + 7) / 8;
     if (bytes < 2 || bytes > 4) return;
     const auto unused = static_cast<int>(32 - bitsPerSample);
     std::uint8_t* position = buffer.data();

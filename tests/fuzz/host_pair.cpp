@@ -68,14 +68,16 @@ bool HostBuffer::operator==(const HostBuffer& other) const
     return differing == 0;
 }
 
-HostPair::LibraryHost::LibraryHost(const LibraryHost& other) : operations(other.operations)
+HostPair::LibraryHost::LibraryHost(const LibraryHost& other)
+    : operations(other.operations), subnormalsAreSlow(other.subnormalsAreSlow)
 {
     copyHost(other.host, host);
 }
 
 HostPair::HostPair()
 {
-    for (const zrk_tarn::BlockOperations* const set : zrk_tarn::usableOperations()) libraryHosts.emplace_back(set);
+    for (const zrk_tarn::BlockOperations* const set : zrk_tarn::usableOperations())
+        for (const bool slow : {true, false}) libraryHosts.emplace_back(set, slow);
 }
 
 HostPair::HostPair(const HostPair& other) : libraryHosts(other.libraryHosts)

@@ -4,6 +4,7 @@
 
 #include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
+#include "lanes/subnormal_speed.h"
 #include "tests/reference/reference_processor.h"
 
 #include <concepts>
@@ -62,6 +63,7 @@ public:
         for (LibraryHost& each : libraryHosts) {
             HostBuffer buffer = bytes;
             zrk_tarn::chooseOperations(*each.operations);
+            zrk_tarn::subnormalsAreSlow = each.subnormalsAreSlow;
             const auto returned = step(each.host, buffer.data());
             if (returned != expected) fail(what, each, "the value returned");
             requireSame(what, each, buffer, ofReference);
@@ -82,9 +84,10 @@ private:
     struct LibraryHost
     {
         const zrk_tarn::BlockOperations* operations;
+        bool subnormalsAreSlow;
         zrk_tarn_processor_t host;
 
-        explicit LibraryHost(const zrk_tarn::BlockOperations* set) : operations(set) {}
+        LibraryHost(const zrk_tarn::BlockOperations* set, bool slow) : operations(set), subnormalsAreSlow(slow) {}
         LibraryHost(const LibraryHost& other);
     };
 
