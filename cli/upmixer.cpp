@@ -59,6 +59,14 @@ void store(const std::int32_t* samples, std::size_t count, std::uint32_t bits, s
 {
     withSampleType(bits, [=](auto type, auto width) {
         using Sample = decltype(type);
+        constexpr std::uint32_t kShift = 32 - width;
+        std::int32_t united = 0;
+        for (std::size_t i = 0; i < count; ++i) united |= samples[i];
+        if ((united & ((std::int32_t{1} << kShift) - 1)) == 0) { // the usual case: nothing to round
+            for (std::size_t i = 0; i < count; ++i)
+                storeLittleEndian(bytes + i * sizeof(Sample), static_cast<Sample>(samples[i] >> kShift));
+            return;
+        }
         for (std::size_t i = 0; i < count; ++i)
             storeLittleEndian(bytes + i * sizeof(Sample), static_cast<Sample>(toWidth(samples[i], width)));
     });
