@@ -7,6 +7,9 @@
 #include "lanes/saturate.h"
 #include "lanes/subnormal_safe.h"
 
+#include <cstddef>
+#include <utility>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
@@ -17,20 +20,10 @@ constexpr int kWidth = kVectorFloats;
 
 /// Whether an even slot has values near underflow that are slow. Checks four values per slot: the transform spreads
 /// every subband over all 64 values.
-bool anySlotSlow(const float (&history)[1024]) noexcept
+template <std::size_t... kSlot>
+bool anySlotSlow(const float (&history)[1024], std::index_sequence<kSlot...> /*even slots*/) noexcept
 {
-    if (!subnormalsAreSlow) return false;
-    Floats<4> least = abs(load<4>(history));
-#pragma GCC unroll 8
-    for (int m = 128; m < 1024; m += 128) {
-        const Floats<4> magnitude = abs(load<4>(history + m));
-        least = select(magnitude < least, magnitude, least);
-    }
-    // Zeros are below the bound, but not near underflow.
-    if (!any(least < broadcast<4>(kNearUnderflow))) return false;
-    Ints<4> near = broadcast<4>(std::int32_t{0});
-    for (int m = 0; m < 1024; m += 128) near = near | nearUnderflow(load<4>(history + m));
-    return any(near);
+    return anySlow(load<4>(history + 128 * kSlot)...);
 }
 
 template <bool kSubnormalSafe>
@@ -96,7 +89,7 @@ void weightAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float 
 void overlapAddAndAdvance(float (&history)[1024], float (&overlapNow)[64], float (&overlapNext)[64],
                           float (&sums)[64]) noexcept
 {
-    if (anySlotSlow(history)) {
+    if (anySlotSlow(history, std::make_index_sequence<8>{})) {
         weightAddAndAdvance<true>(history, overlapNow, overlapNext, sums);
     } else {
         weightAddAndAdvance<false>(history, overlapNow, overlapNext, sums);

@@ -52,7 +52,8 @@ public:
     /// Tags and other descriptions of the recording.
     virtual Metadata metadata() { return {}; }
 
-    /// Whether reading takes much of the time of an upmix: decoding of compressed formats, rate conversion.
+    /// Whether reading takes much of the time of an upmix, as decoding of compressed formats and rate conversion do,
+    /// and never waits for a program that sends the samples. Such a source is read on a thread of its own.
     virtual bool isSlow() const noexcept { return false; }
 
     /// Whether samples can be beyond full scale, so that the plan of prepare has an effect.

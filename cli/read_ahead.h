@@ -23,8 +23,8 @@ template <typename Sample>
 class ReadAhead
 {
 public:
-    /// read    reads up to a number of frames of interleaved stereo; returns 0 at the end
-    /// isSlow  whether reading takes much longer than waking a thread
+    /// readFrames  reads up to a number of frames of interleaved stereo; returns 0 at the end
+    /// isSlow      whether a second thread reads; then no read may wait for the sender of a live stream
     ReadAhead(std::function<std::size_t(Sample* stereo, std::size_t frames)> readFrames, bool isSlow)
         : read(std::move(readFrames)), queue(kBlocks), thread(isSlow ? startThread([this] { readAll(); }) : nullptr)
     {}

@@ -27,7 +27,7 @@ public:
     std::optional<std::uint64_t> expectedFrames() const noexcept override;
     FileIdentity identity() const noexcept override { return source->identity(); }
     Metadata metadata() override { return atRate(source->metadata(), sourceRate, rate); }
-    bool isSlow() const noexcept override { return true; }
+    bool isSlow() const noexcept override { return canRewind(); }
     bool canExceedFullScale() const noexcept override { return true; }
     std::vector<std::string> prepare(bool showProgress, PeakPlan plan) override;
     int headroomBits() const noexcept override { return headroom; }

@@ -38,6 +38,13 @@ struct Integer
 /// Floats of full scale 1. Loading keeps their bits; convertFloats follows.
 struct Float : Integer<4, 4>
 {
+    static std::int32_t load(const std::uint8_t* position) noexcept
+    {
+        std::int32_t bits;
+        __builtin_memcpy(&bits, position, sizeof bits);
+        return bits;
+    }
+
     static void store(std::uint8_t* position, std::int32_t sample) noexcept
     {
         const float value = static_cast<float>(sample) * 0x1p-31f;

@@ -175,17 +175,20 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
 
     // Channel after channel: if two share a slot, the last one wins.
     const bool written = dispatchContainer(bytes, [&](auto width) {
+        constexpr int kBytes = width;
         const HostRange range(engine);
-        if (kLittleEndian && isAdjacent(engine, width, frames, channels)) {
+        if (kLittleEndian && isAdjacent(engine, kBytes, frames, channels)) {
             std::int32_t samples[3][64];
             for (int k = 0; k < 3; ++k) convertRow(engine.outputBlock[k], range, samples[k]);
 #if defined __AVX512BW__
-            if (width == 2 && channels <= kMaxSlots) {
-                writeWords(samples, engine.channelPtr[0], channels, std::make_integer_sequence<int, kMaxSlots - 2>{});
-                return;
-            }
+            if constexpr (kBytes == 2)
+                if (channels <= kMaxSlots) {
+                    writeWords(samples, engine.channelPtr[0], channels,
+                               std::make_integer_sequence<int, kMaxSlots - 2>{});
+                    return;
+                }
 #endif
-            writeFrames<width>(samples, engine.channelPtr[0], stride);
+            writeFrames<kBytes>(samples, engine.channelPtr[0], stride);
             return;
         }
         for (int k = 0; k < 3; ++k) {
@@ -193,12 +196,12 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
             if (engine.outputPtr[k] == engine.outputBlock[k]) {
                 std::int32_t samples[64];
                 convertRow(engine.outputBlock[k], range, samples);
-                writeSlot<width>(samples, frames, position, stride);
+                writeSlot<kBytes>(samples, frames, position, stride);
             } else {
                 // A row of the caller may be in the host buffer itself.
                 for (std::uint32_t i = 0; i < frames; ++i)
-                    storeSample<width>(position + i * stride,
-                                       static_cast<std::uint32_t>(toHostSample(engine.outputPtr[k][i], range)));
+                    storeSample<kBytes>(position + i * stride,
+                                        static_cast<std::uint32_t>(toHostSample(engine.outputPtr[k][i], range)));
             }
         }
     });

@@ -431,7 +431,7 @@ template <typename Half, int kFirst, typename Whole, int... kPart>
 {
     constexpr bool kOne = Whole::kParts == 1;
 #if defined __AVX2__
-    if constexpr (Whole::kWidth == 8 && Half::kWidth == 8) {
+    if constexpr (sizeof(typename Whole::Part) == 32 && Whole::kWidth == 8 && Half::kWidth == 8) {
         return {{everySecondOf16<kFirst>(a.part[2 * kPart], a.part[2 * kPart + 1])...}};
     }
 #endif

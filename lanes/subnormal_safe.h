@@ -138,7 +138,8 @@ template <int kCount, typename... More>
     if (!subnormalsAreSlow) return false;
     Floats<kCount> least = abs(first);
     ((least = smaller(abs(more), least)), ...);
-    // Zeros are below the bound, but not near underflow.
+    // Zeros are below the bound, but not near underflow. NaN can hide the same lane of another vector, which is slow
+    // only.
     return any(least < broadcast<kCount>(kNearUnderflow)) && any((nearUnderflow(first) | ... | nearUnderflow(more)));
 }
 

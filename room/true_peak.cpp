@@ -26,11 +26,6 @@ constexpr float kTapScale = 0x1p-13f;
 /// More than the sum of the magnitudes of any phase, so no interpolated value exceeds the samples by more.
 constexpr float kMaxGain = 2.1f;
 
-Floats<kWidth> larger(const Floats<kWidth>& a, const Floats<kWidth>& b) noexcept
-{
-    return select(a < b, b, a);
-}
-
 float largestOf(const Floats<kWidth>& values) noexcept
 {
     float each[kWidth];
@@ -51,7 +46,7 @@ Floats<kWidth> samplePeaks(const float (&samples)[PeakWindow::kBefore + kBlockFr
 {
     constexpr int kCount = static_cast<int>(PeakWindow::kBefore) + kFrames;
     Floats<kWidth> largest = abs(load<kWidth>(samples + kCount - kWidth));
-    for (int n = 0; n < kCount - kWidth; n += kWidth) largest = larger(largest, abs(load<kWidth>(samples + n)));
+    for (int n = 0; n < kCount - kWidth; n += kWidth) largest = larger(abs(load<kWidth>(samples + n)), largest);
     return largest;
 }
 
@@ -63,7 +58,7 @@ Floats<kWidth> interpolatedPeaks(const float* samples) noexcept
         Floats<kWidth> sum = broadcast<kWidth>(0.0f);
         for (int tap = 0; tap < kTaps; ++tap)
             sum = sum + load<kWidth>(samples + tap) * broadcast<kWidth>(taps[tap] * kTapScale);
-        largest = larger(largest, abs(sum));
+        largest = larger(abs(sum), largest);
     }
     return largest;
 }
@@ -76,13 +71,13 @@ float findTruePeak(const PeakWindow& window, std::int32_t rows, float floor) noe
     for (std::int32_t row = 0; row < rows; ++row) {
         const auto& samples = window.samples[row];
         const Floats<kWidth> peaks = samplePeaks(samples);
-        largest = larger(largest, peaks);
+        largest = larger(peaks, largest);
         if (!canReach(floor, peaks)) continue;
         for (int n = 0; n < kFrames; n += kWidth) {
             // Most positions are far below the floor.
             Floats<kWidth> near = abs(load<kWidth>(samples + n));
-            for (int tap = 1; tap < kTaps; ++tap) near = larger(near, abs(load<kWidth>(samples + n + tap)));
-            if (canReach(floor, near)) largest = larger(largest, interpolatedPeaks(samples + n));
+            for (int tap = 1; tap < kTaps; ++tap) near = larger(abs(load<kWidth>(samples + n + tap)), near);
+            if (canReach(floor, near)) largest = larger(interpolatedPeaks(samples + n), largest);
         }
     }
     return largestOf(largest);

@@ -65,6 +65,20 @@ TEST_F(Pipes, InputCanBeReadTwice)
     EXPECT_EQ(result.exitCode, 0) << result.errors;
 }
 
+TEST_F(Pipes, LiveSamplesAreUpmixedAsTheyArrive)
+{
+    writeBytes(at("in.pcm"), pcmOf(stereoNoise(6000, 16), 16));
+    for (const std::string options : {"--raw 48000:16", "--raw 22050:16 --rate 48000"}) {
+        // The sender stays open until something has arrived, for ten seconds at most.
+        const Result result = shell("mkfifo live; \"$TARN\" upmix --quiet " + options +
+                                    " - - <live >out.wav & exec 3>live; cat in.pcm >&3; "
+                                    "for i in $(seq 100); do [ -s out.wav ] && break; sleep 0.1; done; "
+                                    "stat -c %s out.wav; exec 3>&-; wait; rm live");
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_GT(std::stoi(result.output), 10000) << options;
+    }
+}
+
 TEST_F(Pipes, StoppedWriterIsReported)
 {
     const Result result = shell("head -c 100000 in.wav | \"$TARN\" upmix - out.wav");
