@@ -246,11 +246,15 @@ FLAC__StreamDecoderWriteStatus FlacDecoder::Stream::write_callback(const FLAC__F
     // All frames of a stream have the same channels and rate; those of another stream can follow.
     if (static_cast<int>(header.channels) != facts.channels || static_cast<int>(header.sample_rate) != facts.samplerate)
         return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;
-    samples.resize(std::size_t{header.blocksize} * header.channels);
+    const std::size_t frames = header.blocksize;
+    const std::size_t slots = header.channels;
     const std::int64_t scale = std::int64_t{1} << (32 - header.bits_per_sample);
-    for (std::size_t i = 0; i < header.blocksize; ++i)
-        for (std::size_t c = 0; c < header.channels; ++c)
-            samples[i * header.channels + c] = static_cast<std::int32_t>(channels[c][i] * scale);
+    samples.resize(frames * slots);
+    for (std::size_t c = 0; c < slots; ++c) {
+        std::int32_t* const slot = samples.data() + c;
+        const FLAC__int32* const channel = channels[c];
+        for (std::size_t i = 0; i < frames; ++i) slot[i * slots] = static_cast<std::int32_t>(channel[i] * scale);
+    }
     firstFrame = header.number.sample_number;
     ++delivered;
     return FLAC__STREAM_DECODER_WRITE_STATUS_CONTINUE;

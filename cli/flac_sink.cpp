@@ -131,7 +131,9 @@ void FlacSink::addBlocks(const std::vector<FlacBlock>& inputBlocks)
 void FlacSink::write(const std::int32_t* interleaved, std::size_t frames)
 {
     samples.resize(frames * slots);
-    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = interleaved[i] >> (32 - bits);
+    const std::uint32_t shift = 32 - bits;
+    std::transform(interleaved, interleaved + samples.size(), samples.begin(),
+                   [shift](std::int32_t sample) { return sample >> shift; });
     check(encoder.process_interleaved(samples.data(), static_cast<std::uint32_t>(frames)));
 }
 
