@@ -23,6 +23,7 @@
 #include "host/zrk_tarn_processor.h"
 #include "stream/steering_mode_names.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -121,7 +122,7 @@ NamingHook recordingHook(const UpmixOptions& options, const UpmixReport& report)
     return [&options, &report](const FileState& state) { options.record(state, lossOf(report)); };
 }
 
-/// Runs an upmix that can start over. Returns whether it is complete: no sample was above full scale.
+/// Runs an upmix. Returns whether it is complete: no sample ended it by being above full scale.
 bool staysInFullScale(const std::function<void()>& upmixToSink)
 {
     try {
@@ -132,12 +133,9 @@ bool staysInFullScale(const std::function<void()>& upmixToSink)
     }
 }
 
-/// Prints the notes of a prepared source, and says so if the output for two loudspeakers is the stereo as it is.
-void noteSource(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings,
-                const std::vector<std::string>& notes)
+/// Says so if the output for two loudspeakers is the stereo as it is.
+void noteUnchangedStereo(const UpmixOptions& options, const Layout& layout, const EngineSettings& settings)
 {
-    for (const std::string& note : notes)
-        if (!options.quiet) printNote(options.inputName() + ": " + note);
     if (keepsStereo(layout, settings.room) && !options.bypass && !options.quiet && !options.inBatch)
         printNote(options.outputName() + ": " + kUnchangedStereo);
 }
@@ -151,10 +149,15 @@ PeakPlan peakPlanOf(const UpmixOptions& options, const Layout& layout, const Eng
     return plan;
 }
 
-/// Prepares the source. Returns its notes.
-std::vector<std::string> prepare(const UpmixOptions& options, AudioSource& source, PeakPlan plan)
+/// Prepares the source and prints its notes, but not those that are printed already. Returns all of its notes.
+std::vector<std::string> prepare(const UpmixOptions& options, AudioSource& source, PeakPlan plan,
+                                 const std::vector<std::string>& printed = {})
 {
-    return source.prepare(!options.quiet && !options.inBatch, plan);
+    std::vector<std::string> notes = source.prepare(!options.quiet && !options.inBatch, plan);
+    for (const std::string& note : notes)
+        if (!options.quiet && std::find(printed.begin(), printed.end(), note) == printed.end())
+            printNote(options.inputName() + ": " + note);
+    return notes;
 }
 
 /// Counts the samples that wrap around in the matrix; null if none can wrap.
@@ -234,7 +237,8 @@ UpmixReport upmix(const UpmixOptions& options)
     if (!options.picture.empty()) picture.emplace(options.picture, options.force, source->identity());
     PeakPlan plan = peakPlanOf(options, layout, settings, *source);
     plan.canStartOver = !plan.keep && !plan.sharedPeak && source->canExceedFullScale() && !isStream(options.output);
-    std::vector<std::string> notes = prepare(options, *source, plan);
+    const std::vector<std::string> notes = prepare(options, *source, plan);
+    noteUnchangedStereo(options, layout, settings);
 
     std::optional<PictureSink> drawn;
     std::optional<LevelSink> levels;
@@ -248,16 +252,13 @@ UpmixReport upmix(const UpmixOptions& options)
         start = std::chrono::steady_clock::now();
         upmixInto(*output, {options, layout, format, settings, *source, wraps.get(), report});
     };
-    // The notes follow when it is clear whether the source is scaled down.
-    const bool isDone = plan.canStartOver && staysInFullScale(upmixToSink);
-    if (plan.canStartOver && !isDone) {
+    if (!staysInFullScale(upmixToSink)) {
         plan.canStartOver = false;
-        notes = prepare(options, *source, plan);
+        prepare(options, *source, plan, notes);
         sink.reset(); // two temporary files would need twice the space
         sink = openSink(options, contents, *source);
+        upmixToSink();
     }
-    noteSource(options, layout, settings, notes);
-    if (!isDone) upmixToSink();
     report.loss = source->loss();
     checkLoss(options, report.loss);
     throwIfInterrupted();

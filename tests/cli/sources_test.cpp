@@ -154,14 +154,15 @@ TEST_F(Sources, ALatePeakScalesTheWholeFileDown)
             };
             const Result stream = to({"-"});
             ASSERT_EQ(stream.exitCode, 0) << stream.errors;
-            const std::string notes = stream.errors.substr(0, stream.errors.find("tarn: in.wav -> "));
-            EXPECT_NE(notes.find("tarn: in.wav: peak +3.52 dB above full scale: scaled down by 3.52 dB\n"),
-                      std::string::npos)
-                << notes;
+            const std::string converted =
+                rate == "48000" ? "" : "tarn: in.wav: converted from 48000 to " + rate + " Hz\n";
+            const std::string scaled = "tarn: in.wav: peak +3.52 dB above full scale: scaled down by 3.52 dB\n";
+            EXPECT_TRUE(stream.errors.starts_with(scaled + converted)) << stream.errors;
             for (const std::string output : {"out.wav", "out.flac"}) {
                 const Result file = to({output, "--json"});
                 ASSERT_EQ(file.exitCode, 0) << file.errors;
-                EXPECT_EQ(file.errors.substr(0, file.errors.find("tarn: in.wav -> ")), notes);
+                // The peak is found later.
+                EXPECT_TRUE(file.errors.starts_with(converted + scaled)) << file.errors;
                 EXPECT_TRUE(pcmOf(readAudio(at(output)).samples, 24) == stream.output) << peakSample << " " << output;
                 EXPECT_EQ(files(), (std::vector<std::string>{"in.wav", output}));
                 EXPECT_LT(nlohmann::json::parse(file.output)["input_gain_db"], -3.5);
@@ -169,6 +170,16 @@ TEST_F(Sources, ALatePeakScalesTheWholeFileDown)
             }
         }
     }
+}
+
+TEST_F(Sources, NotesArePrintedBeforeAnUpmixThatFails)
+{
+    writeFloats(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 1, std::vector<float>(50'000, 0.25f));
+    const Result result = shell("ulimit -f 100; \"$TARN\" upmix --preset plain in.wav out.wav");
+    EXPECT_EQ(result.exitCode, 74);
+    EXPECT_TRUE(result.errors.starts_with("tarn: in.wav: mono, which is read as equal left and right\n"))
+        << result.errors;
+    EXPECT_NE(result.errors.find("out.wav: writing failed"), std::string::npos) << result.errors;
 }
 
 TEST_F(Sources, PeaksAboveFullScaleAreScaledDownWithANoteWithoutLimiter)
