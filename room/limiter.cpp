@@ -44,7 +44,8 @@ Limiter::Limiter(std::uint32_t sampleRateHz, double fullScale) noexcept
 void Limiter::reset() noexcept
 {
     window = {};
-    std::fill_n(&blocks[0][0][0], std::size(blocks) * kRows * kBlockFrames, 0.0);
+    for (auto& rows : blocks)
+        for (UnroundedRow& row : rows) std::fill_n(row, kBlockFrames, 0.0);
     std::fill_n(needed, kMaxHeldBlocks, 1.0);
     oldest = 0;
     startGain = endGain = 1.0;

@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdarg>
 #include <cstdint>
@@ -38,7 +39,7 @@
 namespace
 {
 
-unsigned powers = 0; ///< calls of pow by any library
+std::atomic<unsigned> powers = 0; ///< calls of pow by any library
 
 } // namespace
 

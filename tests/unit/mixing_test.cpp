@@ -68,7 +68,7 @@ TEST(Mixing, FullyPannedGroupHasNoGain)
     EXPECT_EQ(engine->outSubband[1][63], 0.707f * 10.0f);
 }
 
-TEST(Mixing, GainIsComputedInDoubleAndRoundedOnce)
+TEST(Mixing, GainIsThatOfDoublePrecisionRoundedOnce)
 {
     // The known grouping and any other.
     for (const std::int32_t lastCount : {12, 11}) {
