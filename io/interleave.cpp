@@ -102,7 +102,7 @@ std::size_t convertFloats(const std::uint8_t* first, std::int32_t* samples, std:
     for (; i + kCount <= count; i += kCount)
         convertFloats<kCount>(first + i * sizeof(float), samples + i, saturated, invalid);
     if constexpr (kCount >= 4)
-        if (!any(saturated | invalid)) return i;
+        if (!any(broadcast<kCount>(0) < (saturated | invalid))) return i;
     faults.saturated += sumOf(saturated);
     faults.invalid += sumOf(invalid);
     return i;

@@ -785,7 +785,7 @@ template <typename Integer, typename Part>
 }
 #endif
 
-/// Whether any lane of a mask is true.
+/// Whether any lane of a mask is true. Not for other integers: on x86-64 only the sign of a lane counts.
 template <typename Integer, int kCount>
 [[gnu::always_inline]] inline bool any(const Lanes<Integer, kCount>& mask) noexcept
 {

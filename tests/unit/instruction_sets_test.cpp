@@ -6,26 +6,28 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
 #include <string>
+
+#if defined __x86_64__
+#include <cpuid.h>
+#endif
 
 namespace
 {
 
-/// Whether the kernel names a processor of AMD of family 0x19 or later.
+/// Whether the processor is one of AMD of family 0x19 or later.
 bool isRecentProcessorOfAmd()
 {
-#if defined __x86_64__ // an emulator shows the processor that it runs on
-    std::ifstream lines("/proc/cpuinfo");
-    std::string line;
-    bool isAmd = false;
-    while (std::getline(lines, line)) {
-        const std::string value = line.substr(line.find(':') + 1);
-        if (line.starts_with("vendor_id")) isAmd = value == " AuthenticAMD";
-        if (line.starts_with("cpu family")) return isAmd && std::stoi(value) >= 0x19;
-    }
-#endif
+#if defined __x86_64__
+    __builtin_cpu_init();
+    unsigned int signature = 0;
+    unsigned int unused = 0;
+    if (__builtin_cpu_is("amd") == 0 || __get_cpuid(1, &signature, &unused, &unused, &unused) == 0) return false;
+    const unsigned int family = signature >> 8 & 0xf;
+    return family == 0xf && family + (signature >> 20 & 0xff) >= 0x19;
+#else
     return false;
+#endif
 }
 
 } // namespace
