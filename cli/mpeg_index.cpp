@@ -31,14 +31,16 @@ struct Replaced
 
 /// The checksum of bytes from a position on: CRC-16 with the reflected polynomial 0xa001.
 ///
+/// frameEnd  from here on, bytes count as zero
 /// zeroAt    position of two bytes that count as zero
 /// replaced  bytes that count instead of those of the file
-std::uint16_t checksumOf(const FileBytes& file, ByteRange bytes, std::uint64_t zeroAt, const Replaced& replaced)
+std::uint16_t checksumOf(const FileBytes& file, ByteRange bytes, std::uint64_t frameEnd, std::uint64_t zeroAt,
+                         const Replaced& replaced)
 {
     std::uint32_t checksum = 0;
     for (std::uint64_t at = bytes.begin; at < bytes.end; ++at) {
         auto byte = static_cast<std::uint32_t>(file.number(at, 1, true));
-        if (at >= zeroAt && at < zeroAt + 2) byte = 0;
+        if (at >= frameEnd || (at >= zeroAt && at < zeroAt + 2)) byte = 0;
         if (at >= replaced.at && at < replaced.at + replaced.bytes.size())
             byte = static_cast<unsigned char>(replaced.bytes[at - replaced.at]);
         checksum ^= byte;
@@ -47,16 +49,17 @@ std::uint16_t checksumOf(const FileBytes& file, ByteRange bytes, std::uint64_t z
     return static_cast<std::uint16_t>(checksum);
 }
 
-/// Whether the checksum of an index is right. LAME includes all bytes before it; Lavc always includes 190 bytes.
+/// Whether the checksum of an index is right. LAME includes all bytes before it; Lavc always includes 190 bytes, with
+/// zeros behind a shorter frame.
 ///
 /// index  position of its mark
-bool isChecksumRight(const FileBytes& file, std::uint64_t frame, std::uint64_t index, const Replaced& replaced)
+bool isChecksumRight(const FileBytes& file, ByteRange frame, std::uint64_t index, const Replaced& replaced)
 {
     constexpr std::uint64_t kLavcBytes = 190;
     const std::uint64_t field = index + kChecksum;
     const auto declared = static_cast<std::uint16_t>(file.number(field, 2, true));
-    return std::ranges::any_of(std::array{field, frame + kLavcBytes}, [&](std::uint64_t end) {
-        return checksumOf(file, {.begin = frame, .end = end}, field, replaced) == declared;
+    return std::ranges::any_of(std::array{field, frame.begin + kLavcBytes}, [&](std::uint64_t end) {
+        return checksumOf(file, {.begin = frame.begin, .end = end}, frame.end, field, replaced) == declared;
     });
 }
 
@@ -70,7 +73,7 @@ std::uint64_t findMark(const FileBytes& file, std::uint64_t position, const Mpeg
     return 0;
 }
 
-MpegIndex readIndex(const FileBytes& file, std::uint64_t position, std::uint64_t mark)
+MpegIndex readIndex(const FileBytes& file, ByteRange frame, std::uint64_t mark)
 {
     constexpr std::uint64_t kDecoderDelay = 529;
     const std::uint64_t flags = file.number(mark + kFlags, 4, true);
@@ -81,7 +84,7 @@ MpegIndex readIndex(const FileBytes& file, std::uint64_t position, std::uint64_t
                                 file.marks(mark + kEncoder, "Lavf");
     // A damaged flag moves no field of these encoders, which write all of them.
     index.hasChecksum = isKnownEncoder && file.number(mark + kChecksum, 2, true) != 0;
-    index.isDamaged = index.hasChecksum && !isChecksumRight(file, position, mark, {});
+    index.isDamaged = index.hasChecksum && !isChecksumRight(file, frame, mark, {});
     if (isKnownEncoder && (flags & kAllFields) == kAllFields)
         index.delaySamples = (file.number(mark + kDelay, 3, true) >> 12) + kDecoderDelay;
     if (index.framesAt != 0 && !index.isDamaged) index.frames = file.number(index.framesAt, 4, true);
@@ -101,7 +104,8 @@ std::optional<MpegIndex> mpegIndexAt(const FileBytes& file, std::uint64_t positi
 {
     constexpr std::uint64_t kVbri = 36;
     constexpr std::uint64_t kVbriFrames = 14;
-    if (const std::uint64_t mark = findMark(file, position, frame); mark != 0) return readIndex(file, position, mark);
+    if (const std::uint64_t mark = findMark(file, position, frame); mark != 0)
+        return readIndex(file, {.begin = position, .end = position + frame.bytes}, mark);
     if (!file.marks(position + kVbri, "VBRI")) return std::nullopt;
     const std::uint64_t framesAt = position + kVbri + kVbriFrames;
     return MpegIndex{.frames = file.number(framesAt, 4, true), .framesAt = framesAt};
@@ -128,15 +132,16 @@ std::optional<MpegIndexRepair> repairMpegIndex(int descriptor, ByteRange part)
     if (index->framesAt == 0) return repair;
 
     const std::uint64_t begin = file.id3v2Size(0);
+    const MpegFrame frame = *mpegFrameAt(file, begin);
     const MpegDamage damage = findMpegDamage(descriptor, part);
     const std::uint64_t frames = damage.frames - std::min<std::uint64_t>(damage.frames, 1);
     const std::uint64_t declared = file.number(index->framesAt, 4, true);
     const std::string corrected = bigEndian(frames);
     const bool isWhole = damage.lostFrames == 0 && !damage.endsInsideFrame;
-    const bool isRight = index->isDamaged
-                             ? isChecksumRight(file, begin, findMark(file, begin, *mpegFrameAt(file, begin)),
-                                               {.at = repair.position, .bytes = corrected})
-                             : isWhole && declared != frames && damage.end == part.begin + begin + index->declaredBytes;
+    const bool isRight =
+        index->isDamaged ? isChecksumRight(file, {.begin = begin, .end = begin + frame.bytes},
+                                           findMark(file, begin, frame), {.at = repair.position, .bytes = corrected})
+                         : isWhole && declared != frames && damage.end == part.begin + begin + index->declaredBytes;
     if (isRight) {
         // Some encoders count the index too, which is no damage.
         const bool isUsual = !index->isDamaged && declared == frames + 1;

@@ -15,6 +15,7 @@ from collections import Counter
 import bisect
 import re
 import subprocess
+import sys
 
 from instructions import DEFAULT_PROGRAM, functions_of, run_steps
 
@@ -55,6 +56,7 @@ MOVE = re.compile(
     r"v?(perm|punpck|unpck|shuf|pshuf|insert|extract|pinsr|pextr|align|palign|valign|pslldq|psrldq|pack|pmovzx|pmovsx"
     r"|broadcast|pbroadcast|movlhps|movhlps|compress|expand)"
 )
+STORE_ONLY = re.compile(r"v?mov|set|v?pextr|v?extract|v?compress")
 COPY = re.compile(r"v?mov(u|a|dq|s|q|d|l|h|nt)")
 
 
@@ -62,10 +64,10 @@ def kinds_of(mnemonic, operands):
     """What an instruction asks of the core: (width, kinds)."""
     width = "512" if "%zmm" in operands else "256" if re.search(r"%[xy]mm|%k\d", operands) else "general"
     kinds = ["all"]
-    memory = "(" in operands and not mnemonic.startswith(("lea", "nop", "prefetch"))
-    stores = memory and operands.endswith(")") and not re.match(r"v?(u?comi|cmp|test)", mnemonic)
+    memory = "(" in operands and not mnemonic.startswith(("lea", "nop", "data16", "cs", "prefetch"))
+    stores = memory and operands.endswith(")") and not re.match(r"v?(u?comi|cmp|test)|call|jmp", mnemonic)
     copies = width != "general" and COPY.match(mnemonic)
-    if memory and not (stores and mnemonic.startswith(("mov", "vmov", "set"))):
+    if memory and not (stores and STORE_ONLY.match(mnemonic)):
         kinds.append("load")
     if stores:
         kinds.append("store")
@@ -105,7 +107,7 @@ def bound_of(counts, core):
 def short(function):
     """A function's name without its result, namespaces and arguments."""
     name = function.replace("(anonymous namespace)::", "").split("(")[0]
-    return re.sub(r"^\w+ |(\w+::)+", "", name)[:28]
+    return re.sub(r"^\w+ |(\w+::)+", "", name).split("<")[0]
 
 
 def count_kinds(program, instruction_set, blocks):
@@ -139,8 +141,12 @@ def main():
     parser.add_argument("--blocks", type=int, default=128, metavar="N", help="blocks to run (%(default)s)")
     parser.add_argument("--rows", type=int, default=16, metavar="N", help="functions to print (%(default)s)")
     options = parser.parse_args()
-
-    counts = summarise(count_kinds(DEFAULT_PROGRAM, options.set, options.blocks), options.rows)
+    if options.blocks < 1 or options.rows < 1:
+        sys.exit("bounds: --blocks and --rows: give a number, 1 or more")
+    try:
+        counts = summarise(count_kinds(DEFAULT_PROGRAM, options.set, options.blocks), options.rows)
+    except subprocess.CalledProcessError as error:
+        sys.exit(error.returncode)  # tarn_speed has said why
     print(f"{options.set:<28}" + "".join(f"{head:>10}" for head in HEADS) + "".join(f"  {core:<15}" for core in CORES))
     totals = Counter()
     sums = Counter()

@@ -231,7 +231,9 @@ def print_command(arguments, few, many):
                 output.writeframes((frames * (size // len(frames) + 1))[:size])
             command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={profiled}", str(COMMAND), "upmix"]
             command += [*arguments, "--quiet", "--force", str(path), str(Path(name) / "output.wav")]
-            subprocess.run(command, check=True, capture_output=True)
+            result = subprocess.run(command, capture_output=True, text=True)
+            if result.returncode != 0:
+                sys.exit(result.stderr)
             counts.append(count_command(profiled.read_text().splitlines()))
     print(f"{'instructions per block':<34}{'tarn upmix ' + shlex.join(arguments):>30}")
     for part, instructions in counts[1].items():

@@ -115,6 +115,16 @@ TEST_F(MpegDamage, OtherDamageOfTheIndexIsNoted)
     }
 }
 
+TEST_F(MpegDamage, IndexesInShortFramesAreRight)
+{
+    for (const std::string options : {"-ac 1", "-ac 1 -b:a 32k", "-ar 22050 -ac 2", "-ar 16000 -ac 1"}) {
+        ASSERT_EQ(shell("ffmpeg -v error -y -i in.wav " + options + " short.mp3").exitCode, 0);
+        const Result result = tarn({"upmix", "--force", "short.mp3", "out.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("index"), std::string::npos) << options << ": " << result.errors;
+    }
+}
+
 TEST_F(MpegDamage, IndexWithoutFramesIsRefused)
 {
     std::string plain = mpeg.substr(0, kFrameBytes);
