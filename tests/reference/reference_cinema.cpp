@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/reference/reference_cinema.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "filterbank/cos_mod.h"
@@ -236,7 +237,8 @@ void holdStationaryGroups(Engine& e, float rest, float peak)
 
     for (e.groupIndex = 0; e.groupIndex < 16; ++e.groupIndex) {
         const int g = e.groupIndex;
-        const int i = e.peakBand[g];
+        // 64 for an empty group after the last band, whose measures are those of the previous block in any case.
+        const int i = std::min(e.peakBand[g], 63);
         bool held;
         if (e.peakL[g] <= e.peakR[g]) {
             held = isStationary(e.subbandAvg[1][i], e.subband[1][i], e.stationaryTolerance);
