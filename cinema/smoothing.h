@@ -6,18 +6,15 @@
 #include "lanes/lanes.h"
 #include "lanes/subnormal_safe.h"
 
-#include <cstddef>
-
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
 /// The four smoothing pairs of the steering: mid, slower, slow, fast. Even lanes are alphas.
 inline Floats<8> steeringPairs(const ZRKTarn& engine) noexcept
 {
-    constexpr std::size_t kFirst = offsetof(ZRKTarn, mid);
-    static_assert(offsetof(ZRKTarn, slower) == kFirst + 8 && offsetof(ZRKTarn, slow) == kFirst + 16 &&
-                  offsetof(ZRKTarn, fast) == kFirst + 24);
-    return load<8>(reinterpret_cast<const float*>(reinterpret_cast<const std::byte*>(&engine) + kFirst));
+    const float pairs[8] = {engine.mid[0],  engine.mid[1],  engine.slower[0], engine.slower[1],
+                            engine.slow[0], engine.slow[1], engine.fast[0],   engine.fast[1]};
+    return load<8>(pairs);
 }
 
 /// One step of a first-order recursive mean: state = (1 - alpha) * state + alpha * value.

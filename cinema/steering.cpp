@@ -6,7 +6,6 @@
 #include "lanes/lanes.h"
 #include "lanes/subnormal_safe.h"
 
-#include <cstddef>
 #include <utility>
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
@@ -96,23 +95,13 @@ Floats<4> smoothed(const Floats<4>& kept, const Floats<4>& state, const Floats<4
     return product<kSubnormalSafe>(kept, state) + product<kSubnormalSafe>(alpha, value);
 }
 
-/// The broadband steering at four speeds: pairs of left/right and front/back.
-float* broadbandStates(ZRKTarn& engine) noexcept
-{
-    constexpr std::size_t kFirst = offsetof(ZRKTarn, globalLRSlower);
-    static_assert(offsetof(ZRKTarn, globalFBSlower) == kFirst + 4 && offsetof(ZRKTarn, globalLRSlow) == kFirst + 8 &&
-                  offsetof(ZRKTarn, globalFBSlow) == kFirst + 12 && offsetof(ZRKTarn, globalLRMid) == kFirst + 16 &&
-                  offsetof(ZRKTarn, globalFBMid) == kFirst + 20 && offsetof(ZRKTarn, globalLRFast) == kFirst + 24 &&
-                  offsetof(ZRKTarn, globalFBFast) == kFirst + 28);
-    return reinterpret_cast<float*>(reinterpret_cast<std::byte*>(&engine) + kFirst);
-}
-
+/// states  pairs of left/right and front/back: slower, slow, mid and fast
 template <bool kSubnormalSafe>
-void smoothBroadband(const LanePair<float, 4>& pairs, const Steering& steering, float* states) noexcept
+void smoothBroadband(const LanePair<float, 4>& pairs, const Steering& steering, float (&states)[8]) noexcept
 {
     const float both[4] = {steering.lr, steering.fb, steering.lr, steering.fb};
     const Floats<4> value = load<4>(both);
-    // Pairs are those of mid, slower, slow and fast; states are slower, slow, mid and fast.
+    // Pairs are those of mid, slower, slow and fast.
     store(states,
           smoothed<kSubnormalSafe>(doubled<1, 2>(pairs.odd), load<4>(states), doubled<1, 2>(pairs.even), value));
     store(states + 4,
@@ -127,12 +116,21 @@ void steerBroadband(ZRKTarn& engine) noexcept
     engine.globalLR = steering.lr;
     engine.globalFB = steering.fb;
     const LanePair<float, 4> pairs = deinterleaved(steeringPairs(engine));
-    float* const states = broadbandStates(engine);
+    float states[8] = {engine.globalLRSlower, engine.globalFBSlower, engine.globalLRSlow, engine.globalFBSlow,
+                       engine.globalLRMid,    engine.globalFBMid,    engine.globalLRFast, engine.globalFBFast};
     if (anySlow(pairs.even, load<4>(states), load<4>(states + 4))) {
         smoothBroadband<true>(pairs, steering, states);
     } else {
         smoothBroadband<false>(pairs, steering, states);
     }
+    engine.globalLRSlower = states[0];
+    engine.globalFBSlower = states[1];
+    engine.globalLRSlow = states[2];
+    engine.globalFBSlow = states[3];
+    engine.globalLRMid = states[4];
+    engine.globalFBMid = states[5];
+    engine.globalLRFast = states[6];
+    engine.globalFBFast = states[7];
 }
 
 void steerGroups(ZRKTarn& engine) noexcept
