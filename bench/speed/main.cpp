@@ -11,6 +11,7 @@
 #include <benchmark/benchmark.h>
 
 #include <charconv>
+#include <cstddef>
 #include <cstdio>
 #include <string_view>
 #include <system_error>
@@ -69,7 +70,11 @@ bool stepThroughBlocks(unsigned long blocks)
 {
     speed::Stream<ZRKTarn> stream(speed::kPlain);
     stream.run(tests::kMusicBlocks);
-    return speed::printInstructionAddresses([&] { stream.run(blocks); });
+    for (std::size_t number = 0; number < blocks; ++number) {
+        stream.fill(number);
+        if (!speed::printInstructionAddresses([&] { stream.process(); })) return false;
+    }
+    return true;
 }
 
 } // namespace

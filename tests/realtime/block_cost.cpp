@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "tests/realtime/block_cost.h"
 
-#include "tests/realtime/instruction_counter.h"
 #include "tests/support/music.h"
+#include "tests/support/single_steps.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
 // Tests that no block costs more than twice the instructions of music.
 // SPDX-License-Identifier: MIT
 #include "dispatch/instruction_sets.h"
-#include "lanes/subnormal_speed.h"
 #include "tests/realtime/block_cost.h"
-#include "tests/realtime/instruction_counter.h"
+#include "tests/support/single_steps.h"
+#include "tests/support/subnormal_speed_test.h"
 
 #include <gtest/gtest.h>
 
@@ -36,16 +36,7 @@ TEST(InstructionCounter, CountsExecutedInstructions)
 #endif
 }
 
-/// Runs with both values of subnormalsAreSlow.
-class WorstBlocks : public testing::TestWithParam<bool>
-{
-protected:
-    WorstBlocks() { zrk_tarn::subnormalsAreSlow = GetParam(); }
-    ~WorstBlocks() override { zrk_tarn::subnormalsAreSlow = ofProcessor; }
-
-private:
-    bool ofProcessor = zrk_tarn::subnormalsAreSlow;
-};
+using WorstBlocks = SubnormalSpeedTest;
 
 #if defined TARN_GENERIC
 constexpr double kBound = 2.1; // portable code avoids subnormal numbers one by one
@@ -79,7 +70,6 @@ TEST_P(WorstBlocks, CostAtMostTwiceAsMuchAsMusic)
     std::printf("%s: %.3f times at worst\n", set, worst);
 }
 
-INSTANTIATE_TEST_SUITE_P(, WorstBlocks, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& slow) { return slow.param ? "Slow" : "Fast"; });
+INSTANTIATE_TEST_SUITE_P(, WorstBlocks, testing::Bool(), nameOfSpeed);
 
 } // namespace tests

@@ -3,8 +3,8 @@
 #include "dispatch/instruction_sets.h"
 #include "lanes/subnormal_speed.h"
 #include "tests/realtime/block_cost.h"
-#include "tests/realtime/instruction_counter.h"
 #include "tests/support/random.h"
+#include "tests/support/single_steps.h"
 #include "tests/support/ticks.h"
 
 #include <algorithm>

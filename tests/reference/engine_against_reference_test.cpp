@@ -1,8 +1,8 @@
 // Compares the engine with the reference engine: all bytes of the buffer and all bits of the record, block by block.
 // SPDX-License-Identifier: MIT
-#include "lanes/subnormal_speed.h"
 #include "tests/reference/engine_pair.h"
 #include "tests/support/engine.h"
+#include "tests/support/subnormal_speed_test.h"
 
 #include <algorithm>
 #include <bit>
@@ -115,26 +115,13 @@ TEST_P(EverySignal, MatchesTheReferenceForTwoSecondsAndSilence)
 
 INSTANTIATE_TEST_SUITE_P(, EverySignal, testing::ValuesIn(kAllSignals), testing::PrintToStringParamName());
 
-/// Tests that run with both values of subnormalsAreSlow.
-class SubnormalSpeed : public testing::TestWithParam<bool>
-{
-protected:
-    SubnormalSpeed() { zrk_tarn::subnormalsAreSlow = GetParam(); }
-    ~SubnormalSpeed() override { zrk_tarn::subnormalsAreSlow = ofProcessor; }
+using LongSilence = tests::SubnormalSpeedTest;
+using WeightsNearUnderflow = tests::SubnormalSpeedTest;
+using WrittenFields = tests::SubnormalSpeedTest;
 
-private:
-    bool ofProcessor = zrk_tarn::subnormalsAreSlow;
-};
-
-using LongSilence = SubnormalSpeed;
-using WeightsNearUnderflow = SubnormalSpeed;
-using WrittenFields = SubnormalSpeed;
-
-constexpr auto kSpeedName = [](const testing::TestParamInfo<bool>& slow) { return slow.param ? "Slow" : "Fast"; };
-
-INSTANTIATE_TEST_SUITE_P(, LongSilence, testing::Bool(), kSpeedName);
-INSTANTIATE_TEST_SUITE_P(, WeightsNearUnderflow, testing::Bool(), kSpeedName);
-INSTANTIATE_TEST_SUITE_P(, WrittenFields, testing::Bool(), kSpeedName);
+INSTANTIATE_TEST_SUITE_P(, LongSilence, testing::Bool(), tests::nameOfSpeed);
+INSTANTIATE_TEST_SUITE_P(, WeightsNearUnderflow, testing::Bool(), tests::nameOfSpeed);
+INSTANTIATE_TEST_SUITE_P(, WrittenFields, testing::Bool(), tests::nameOfSpeed);
 
 TEST_P(LongSilence, MatchesTheReferenceUntilStateIsSubnormal)
 {
