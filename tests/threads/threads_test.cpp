@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <barrier>
+#include <cstddef>
 #include <cstdint>
 #include <thread>
 #include <vector>
@@ -123,6 +124,39 @@ TEST(Threads, GiveTheSameBytesAsOneThread)
     for (std::uint64_t seed = 0; seed < kStreams; ++seed) {
         EXPECT_EQ(together[seed], alone[seed]) << "stream " << seed;
         EXPECT_NE(alone[seed], alone[(seed + 3) % kStreams]) << "equal streams would not show a mix-up";
+    }
+}
+
+// The other slots of a frame belong to others, who may use them at the same time.
+TEST(Threads, CanUseTheSlotsBesideThoseOfTheEngine)
+{
+    constexpr std::size_t kFrames = 64;
+    for (const std::uint32_t bits : kWidths) {
+        for (const std::size_t slots : {4u, 5u, 6u, 8u}) {
+            const std::size_t sampleBytes = bits / 8;
+            const std::size_t frameBytes = slots * sampleBytes;
+            GuardedBuffer buffer(kFrames, static_cast<std::uint32_t>(slots), bits);
+            Random random(bits + slots);
+            fillWithNoise(buffer, random);
+            std::barrier begin(2);
+            std::thread neighbour([&] {
+                begin.arrive_and_wait();
+                for (std::size_t i = 0; i < kFrames; ++i)
+                    std::fill_n(buffer.data() + i * frameBytes + 3 * sampleBytes, frameBytes - 3 * sampleBytes,
+                                std::uint8_t{0x5a});
+            });
+            ZRKTarn engine;
+            engine.Open();
+            engine.Initialize(parametersAt(48000, static_cast<std::int32_t>(bits), 1));
+            std::uint8_t* const left = buffer.data();
+            engine.SetChannelPtrs(left, left + sampleBytes, left + 2 * sampleBytes, left + 2 * sampleBytes);
+            begin.arrive_and_wait();
+            engine.ProcessCine3InterLeave(kFrames, static_cast<std::uint32_t>(slots));
+            neighbour.join();
+            for (std::size_t i = 0; i < kFrames; ++i)
+                for (std::size_t byte = 3 * sampleBytes; byte < frameBytes; ++byte)
+                    EXPECT_EQ(left[i * frameBytes + byte], 0x5a) << bits << " bits, " << slots << " slots, frame " << i;
+        }
     }
 }
 
