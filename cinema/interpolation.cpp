@@ -32,22 +32,27 @@ AxisPositions axisPositions(const Floats<16>& steering) noexcept
 
 /// Interpolates elements 0 to 5 of a matrix; lanes 6 and 7 are not used.
 ///
-/// corner  the first of the matrices at the four corners of the quadrant: weight 0 selects From, weight 1 selects To
-template <bool kSubnormalSafe>
+/// kSafeAcross  whether across may be near underflow; then every result may be
+/// kSafeAlong   whether along may be; then the last product may be, but what it is added to is zero or far larger
+/// corner       the first of the matrices at the four corners of the quadrant: weight 0 selects From, 1 selects To
+template <bool kSafeAcross, bool kSafeAlong>
 [[gnu::always_inline]] inline Floats<8> interpolated(const float* corner, float across, float along) noexcept
 {
     const Floats<8> nearTo = load<8>(corner);
     const Floats<8> nearFrom = load<8>(corner + kRegionFloats);
     const Floats<8> farTo = load<8>(corner + kRowFloats);
     const Floats<8> farFrom = load<8>(corner + kRowFloats + kRegionFloats);
-    const auto x = valuesOf<kSubnormalSafe>(broadcast<8>(across));
-    const auto y = valuesOf<kSubnormalSafe>(broadcast<8>(along));
-    const auto p = valuesOf<kSubnormalSafe>(nearFrom) - valuesOf<kSubnormalSafe>(nearFrom - nearTo) * x;
-    const auto q = valuesOf<kSubnormalSafe>(farFrom) - valuesOf<kSubnormalSafe>(farFrom - farTo) * x;
-    return singlesOf(q + (p - q) * y);
+    const auto x = valuesOf<kSafeAcross>(broadcast<8>(across));
+    const auto p = valuesOf<kSafeAcross>(nearFrom) - valuesOf<kSafeAcross>(nearFrom - nearTo) * x;
+    const auto q = valuesOf<kSafeAcross>(farFrom) - valuesOf<kSafeAcross>(farFrom - farTo) * x;
+    if constexpr (kSafeAcross) {
+        return singlesOf(q + (p - q) * valuesOf<true>(broadcast<8>(along)));
+    } else {
+        return q + product<kSafeAlong>(p - q, along);
+    }
 }
 
-template <bool kSubnormalSafe>
+template <bool kSafeAcross, bool kSafeAlong>
 void interpolateGroups(ZRKTarn& engine, float (&elements)[6][16]) noexcept
 {
     const AxisPositions columns = axisPositions(load<16>(engine.lrSlower));
@@ -67,7 +72,8 @@ void interpolateGroups(ZRKTarn& engine, float (&elements)[6][16]) noexcept
         Floats<4> last[4];
 #pragma GCC unroll 4
         for (int k = 0; k < 4; ++k) {
-            const Floats<8> matrix = interpolated<kSubnormalSafe>(regions + corner[g + k], across[g + k], along[g + k]);
+            const Floats<8> matrix =
+                interpolated<kSafeAcross, kSafeAlong>(regions + corner[g + k], across[g + k], along[g + k]);
             first[k] = lowHalf(matrix);
             last[k] = highHalf(matrix);
             store(engine.groupMatrix[g + k], first[k]);
@@ -86,10 +92,12 @@ void interpolateGroups(ZRKTarn& engine, float (&elements)[6][16]) noexcept
 bool interpolateMatrices(ZRKTarn& engine, float (&elements)[6][16]) noexcept
 {
     const bool mayBeSubnormal = anySlow(load<16>(engine.lrSlower), load<16>(engine.fbSlower));
-    if (mayBeSubnormal) {
-        interpolateGroups<true>(engine, elements);
+    if (!mayBeSubnormal) {
+        interpolateGroups<false, false>(engine, elements);
+    } else if (anySlow(load<16>(engine.lrSlower))) {
+        interpolateGroups<true, true>(engine, elements);
     } else {
-        interpolateGroups<false>(engine, elements);
+        interpolateGroups<false, true>(engine, elements);
     }
     return mayBeSubnormal;
 }

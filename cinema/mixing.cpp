@@ -20,11 +20,19 @@ struct Mix
     Floats<16> frontRightOfL, frontRightOfR;
 };
 
-bool anyElementNearUnderflow(const float (&elements)[6][16]) noexcept
+/// Which products may be subnormal. Affects speed, never results.
+enum class Subnormal
 {
-    Ints<16> near = broadcast<16>(std::int32_t{0});
-    for (const auto& element : elements) near = near | nearUnderflow(load<16>(element));
-    return any(near);
+    None,
+    Gains,     ///< those of elements with the front gain
+    Crossings, ///< those of elements 1 and 4: from right to front left, from left to front right
+    All
+};
+
+template <typename... Index>
+bool anyNearUnderflow(const float (&elements)[6][16], Index... index) noexcept
+{
+    return any((nearUnderflow(load<16>(elements[index])) | ...));
 }
 
 // The gain of the fronts is (1 - |lr|) * 0.5 + 1, computed in double and rounded once. This form has the same bits for
@@ -40,31 +48,45 @@ Floats<16> frontGain(const Floats<16>& lr) noexcept
     return (broadcast<16>(3.0f) - abs(lr)) * broadcast<16>(0.5f);
 }
 
-template <bool kSubnormalSafe>
+template <Subnormal kSubnormal>
 Mix mixWithGain(const float (&elements)[6][16], const float (&lr)[16]) noexcept
 {
+    constexpr bool kSafeCrossings = kSubnormal != Subnormal::None;
+    constexpr bool kSafe = kSafeCrossings && kSubnormal != Subnormal::Crossings;
     const Floats<16> gain = frontGain(load<16>(lr));
-    const auto withGain = [&](int j) { return product<kSubnormalSafe>(load<16>(elements[j]), gain); };
-    return {withGain(0), withGain(1), load<16>(elements[2]), load<16>(elements[3]), withGain(4), withGain(5)};
+    return {product<kSafe>(load<16>(elements[0]), gain),
+            product<kSafeCrossings>(load<16>(elements[1]), gain),
+            load<16>(elements[2]),
+            load<16>(elements[3]),
+            product<kSafeCrossings>(load<16>(elements[4]), gain),
+            product<kSafe>(load<16>(elements[5]), gain)};
 }
 
-template <bool kSubnormalSafe, typename Layout>
+/// kSafeL, kSafeR  whether the terms of left and right may be subnormal; their sum may be if both may
+template <bool kSafeL, bool kSafeR, typename Layout>
 [[gnu::always_inline]] inline Floats<64> mixed(const Floats<16>& gainL, const Floats<64>& l, const Floats<16>& gainR,
                                                const Floats<64>& r) noexcept
 {
-    return singlesOf(valuesOf<kSubnormalSafe>(spreadOverBands<Layout>(gainL)) * valuesOf<kSubnormalSafe>(l) +
-                     valuesOf<kSubnormalSafe>(spreadOverBands<Layout>(gainR)) * valuesOf<kSubnormalSafe>(r));
+    const Floats<64> ofL = spreadOverBands<Layout>(gainL);
+    const Floats<64> ofR = spreadOverBands<Layout>(gainR);
+    if constexpr (kSafeL && kSafeR) {
+        return singlesOf(valuesOf<true>(ofL) * valuesOf<true>(l) + valuesOf<true>(ofR) * valuesOf<true>(r));
+    } else {
+        return product<kSafeL>(ofL, l) + product<kSafeR>(ofR, r);
+    }
 }
 
-template <bool kSafeGain, bool kSubnormalSafe, typename Layout>
+template <Subnormal kSubnormal, typename Layout>
 void mixBands(const float (&elements)[6][16], ZRKTarn& engine) noexcept
 {
-    const Mix mix = mixWithGain<kSafeGain>(elements, engine.lrSlower);
+    constexpr bool kSafe = kSubnormal == Subnormal::All;
+    constexpr bool kSafeCrossings = kSafe || kSubnormal == Subnormal::Crossings;
+    const Mix mix = mixWithGain<kSubnormal>(elements, engine.lrSlower);
     const Floats<64> l = load<64>(engine.subband[0]);
     const Floats<64> r = load<64>(engine.subband[1]);
-    store(engine.outSubband[0], mixed<kSubnormalSafe, Layout>(mix.frontLeftOfL, l, mix.frontLeftOfR, r));
-    store(engine.outSubband[1], mixed<kSubnormalSafe, Layout>(mix.frontRightOfL, l, mix.frontRightOfR, r));
-    store(engine.outSubband[2], mixed<kSubnormalSafe, Layout>(mix.centreOfL, l, mix.centreOfR, r));
+    store(engine.outSubband[0], mixed<kSafe, kSafeCrossings, Layout>(mix.frontLeftOfL, l, mix.frontLeftOfR, r));
+    store(engine.outSubband[1], mixed<kSafeCrossings, kSafe, Layout>(mix.frontRightOfL, l, mix.frontRightOfR, r));
+    store(engine.outSubband[2], mixed<kSafe, kSafe, Layout>(mix.centreOfL, l, mix.centreOfR, r));
 }
 
 bool isSilent(const float (&subband)[2][64]) noexcept
@@ -73,20 +95,26 @@ bool isSilent(const float (&subband)[2][64]) noexcept
     return !any(~(both == broadcast<128>(0.0f)));
 }
 
-/// Returns whether a mixed subband is near underflow.
+/// Returns the rows that are near underflow, a bit for each.
 template <typename Layout>
-bool mixBands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal) noexcept
+std::uint32_t mixBands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal) noexcept
 {
-    if (!mayBeSubnormal || !anyElementNearUnderflow(elements)) {
-        mixBands<false, false, Layout>(elements, engine);
-        return false;
+    if (!mayBeSubnormal || !anyNearUnderflow(elements, 0, 1, 2, 3, 4, 5)) {
+        mixBands<Subnormal::None, Layout>(elements, engine);
+        return 0;
     }
     if (isSilent(engine.subband)) {
-        mixBands<true, false, Layout>(elements, engine);
-        return false;
+        mixBands<Subnormal::Gains, Layout>(elements, engine);
+        return 0;
     }
-    mixBands<true, true, Layout>(elements, engine);
-    return anySlow(engine.outSubband[0]) || anySlow(engine.outSubband[1]) || anySlow(engine.outSubband[2]);
+    if (anyNearUnderflow(elements, 0, 2, 3, 5)) {
+        mixBands<Subnormal::All, Layout>(elements, engine);
+    } else {
+        mixBands<Subnormal::Crossings, Layout>(elements, engine);
+    }
+    std::uint32_t slow = 0;
+    for (std::uint32_t r = 0; r < 3; ++r) slow |= static_cast<std::uint32_t>(anySlow(engine.outSubband[r])) << r;
+    return slow;
 }
 
 /// Mixes any grouping, band after band.
@@ -109,12 +137,11 @@ void mixGroups(ZRKTarn& engine) noexcept
 
 } // namespace
 
-bool mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal) noexcept
+std::uint32_t mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal) noexcept
 {
-    bool subbandsMayBeSubnormal = false;
-    const bool known = dispatchLayout(engine.bandCount, [&](auto layout) {
-        subbandsMayBeSubnormal = mixBands<decltype(layout)>(engine, elements, mayBeSubnormal);
-    });
+    std::uint32_t slow = 0;
+    const bool known = dispatchLayout(
+        engine.bandCount, [&](auto layout) { slow = mixBands<decltype(layout)>(engine, elements, mayBeSubnormal); });
     if (known) {
         engine.bandIndex = 64;
     } else {
@@ -122,7 +149,7 @@ bool mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubn
     }
     engine.groupIndex = 16;
     for (int j = 0; j < 6; ++j) engine.mixCoeff[j] = engine.groupMatrix[15][j];
-    return subbandsMayBeSubnormal;
+    return slow;
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -4,6 +4,8 @@
 
 #include "engine/zrk_tarn.h"
 
+#include <cstdint>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
@@ -17,7 +19,8 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 /// Out  outSubband [3][64]  bands past the last group keep their values
 ///      mixCoeff [6]        those of the last group
 ///
-/// Returns whether a mixed subband is near underflow. This affects only the speed of the transform, never results.
-bool mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal = false) noexcept;
+/// Returns which rows of outSubband are near underflow, a bit for each: affects only the speed of the transform, never
+/// results.
+std::uint32_t mixSubbands(ZRKTarn& engine, const float (&elements)[6][16], bool mayBeSubnormal = false) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -17,6 +17,8 @@
 #include "filterbank/transform.h"
 #include "filterbank/vector_pair_sums.h"
 
+#include <cstdint>
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
@@ -55,12 +57,12 @@ void processCine3(ZRKTarn& engine) noexcept
     selectSpeeds(engine);
     float elements[6][16];
     const bool weightsMayBeSubnormal = interpolateMatrices(engine, elements);
-    const bool mayBeSubnormal = mixSubbands(engine, elements, weightsMayBeSubnormal);
+    const std::uint32_t slow = mixSubbands(engine, elements, weightsMayBeSubnormal);
 
     // Synthesis. The transform writes the newest 64 values of every history.
     for (int r = 0; r < 3; ++r)
-        splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], mayBeSubnormal);
-    transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024, mayBeSubnormal);
+        splitIntoPairSums(engine.outSubband[r], engine.dctEven[r], engine.dctOdd[r], (slow >> r & 1) != 0);
+    transformPairSums(3, engine.dctEven, engine.dctOdd, engine.synthHistory[0], 1024, slow);
     for (int r = 0; r < 3; ++r) {
         float sums[64];
         overlapAddAndAdvance(engine.synthHistory[r], engine.overlapNow[r], engine.overlapNext[r], sums);

@@ -7,6 +7,7 @@
 #include "lanes/subnormal_safe.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 // The same recursion as in filterbank/cos_mod_dct4.cpp and filterbank/dct_kernels.cpp, down to products with 8 x 8
@@ -298,14 +299,14 @@ template <typename Octet>
 } // namespace
 
 void transformPairSums(int count, const float (*even)[32], const float (*odd)[32], float* out, std::ptrdiff_t stride,
-                       bool mayBeSubnormal) noexcept
+                       std::uint32_t slow) noexcept
 {
     for (int together = 1; count > 0; count -= together) {
         // Two transforms fill the widest vectors; one fills the narrower ones.
-        together = kVectorFloats == 16 && count > 1 && !mayBeSubnormal ? 2 : 1;
+        together = kVectorFloats == 16 && count > 1 && (slow & 3) == 0 ? 2 : 1;
         if (together == 2) {
             if constexpr (kVectorFloats == 16) transformTogether<TwoOctets>(even, odd, out, stride);
-        } else if (mayBeSubnormal && (anySlow(*even) || anySlow(*odd))) {
+        } else if ((slow & 1) != 0) {
             transformTogether<SafeOctet>(even, odd, out, stride);
         } else {
             transformTogether<OneOctet>(even, odd, out, stride);
@@ -313,6 +314,7 @@ void transformPairSums(int count, const float (*even)[32], const float (*odd)[32
         even += together;
         odd += together;
         out += together * stride;
+        slow >>= together;
     }
 }
 

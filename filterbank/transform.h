@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
@@ -11,9 +12,9 @@ namespace zrk_tarn::TARN_INSTRUCTION_SET
 ///
 /// In   even [count][32], odd [count][32]  pair sums and shifted pair sums (filterbank/vector_pair_sums.h)
 ///      stride                             values from one vector of out to the next
-///      mayBeSubnormal                     whether products may be subnormal: affects speed, never results
+///      slow                               a bit for each vector near underflow: affects speed, never results
 /// Out  out  [count][64]                   band 0 lowest
 void transformPairSums(int count, const float (*even)[32], const float (*odd)[32], float* out, std::ptrdiff_t stride,
-                       bool mayBeSubnormal = false) noexcept;
+                       std::uint32_t slow = 0) noexcept;
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -60,15 +60,16 @@ template <int kCount>
     }
 }
 
-/// Reads 64 frames of both slots four bytes at a time. Samples of two and three bytes must be neighbours, left first,
-/// so that no load reaches beyond them.
+/// Reads the samples of both slots, whole vectors of frames four bytes at a time. Samples of two and three bytes must
+/// be neighbours, left first, so that no load reaches beyond them.
 template <int kBytes>
-void readWords(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride,
-               std::int32_t (&samples)[2][64]) noexcept
+[[gnu::always_inline]] inline void readWords(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride,
+                                             std::size_t frames, std::int32_t (&samples)[2][64]) noexcept
 {
-    constexpr int kWidth = kVectorFloats;
+    constexpr std::size_t kWidth = kVectorFloats;
+    const std::size_t whole = frames / kWidth * kWidth;
 #pragma GCC unroll 1
-    for (int i = 0; i < 64; i += kWidth) {
+    for (std::size_t i = 0; i < whole; i += kWidth) {
         const Ints<kWidth> first = loadWords<kWidth>(left, stride);
         if constexpr (kBytes == 2) {
             store(samples[0] + i, shiftedRight<16>(shiftedLeft<16>(first)));
@@ -83,6 +84,16 @@ void readWords(const std::uint8_t* left, const std::uint8_t* right, std::size_t 
         left += kWidth * stride;
         right += kWidth * stride;
     }
+    readSlot<kBytes>(left, stride, frames - whole, samples[0] + whole);
+    readSlot<kBytes>(right, stride, frames - whole, samples[1] + whole);
+}
+
+/// The same for an incomplete block.
+template <int kBytes>
+[[gnu::noinline]] void readPartOfBlock(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride,
+                                       std::size_t frames, std::int32_t (&samples)[2][64]) noexcept
+{
+    readWords<kBytes>(left, right, stride, frames, samples);
 }
 
 /// Reads the samples of both slots.
@@ -90,11 +101,13 @@ template <int kBytes>
 void readSlots(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride, std::size_t frames,
                std::int32_t (&samples)[2][64]) noexcept
 {
-    if (frames == 64 && (kBytes == 4 || right == left + kBytes)) {
-        readWords<kBytes>(left, right, stride, samples);
-    } else {
+    if (kBytes != 4 && right != left + kBytes) {
         readSlot<kBytes>(left, stride, frames, samples[0]);
         readSlot<kBytes>(right, stride, frames, samples[1]);
+    } else if (frames == 64) {
+        readWords<kBytes>(left, right, stride, 64, samples);
+    } else {
+        readPartOfBlock<kBytes>(left, right, stride, frames, samples);
     }
 }
 

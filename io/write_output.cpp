@@ -71,13 +71,17 @@ template <typename Head, typename Rest, int kRest, int kCount>
     }
 }
 
-/// Stores 64 frames of three adjacent samples, stride bytes apart.
+/// Stores three adjacent samples of the frames from begin on, stride bytes apart.
+///
+/// position  that of frame begin
 template <int kBytes>
-void writeFrames(const std::int32_t (&samples)[3][64], std::uint8_t* position, std::size_t stride) noexcept
+[[gnu::always_inline]] inline void writeFrames(const std::int32_t (&samples)[3][64], std::size_t begin,
+                                               std::size_t frames, std::uint8_t* position, std::size_t stride) noexcept
 {
-    constexpr int kWidth = kVectorFloats < 8 ? kVectorFloats : 8;
+    constexpr std::size_t kWidth = kVectorFloats < 8 ? kVectorFloats : 8;
+    const std::size_t whole = frames / kWidth * kWidth;
 #pragma GCC unroll 1
-    for (int i = 0; i < 64; i += kWidth) {
+    for (std::size_t i = begin; i < whole; i += kWidth) {
         const Ints<kWidth> first = load<kWidth>(samples[0] + i);
         const Ints<kWidth> second = load<kWidth>(samples[1] + i);
         const Ints<kWidth> third = load<kWidth>(samples[2] + i);
@@ -93,6 +97,8 @@ void writeFrames(const std::int32_t (&samples)[3][64], std::uint8_t* position, s
         }
         position += kWidth * stride;
     }
+    for (std::size_t k = 0; k < 3; ++k)
+        writeSlot<kBytes>(samples[k] + whole, frames - whole, position + k * kBytes, stride);
 }
 
 #if defined __AVX512BW__
@@ -126,14 +132,16 @@ struct WordPlaces
 template <int kSlots>
 constexpr WordPlaces<kSlots> kWordPlaces;
 
-/// Stores 64 frames of three adjacent 16-bit samples in a buffer with kSlots slots. Masked stores write the words of
-/// these samples only.
+/// Stores frames of three adjacent 16-bit samples in a buffer with kSlots slots, 16 at a time. Masked stores write the
+/// words of these samples only. Returns the number of frames that it has stored.
 template <int kSlots>
-void writeWords(const std::int32_t (&samples)[3][64], std::uint8_t* position) noexcept
+[[gnu::always_inline]] inline std::size_t writeWords(const std::int32_t (&samples)[3][64], std::size_t frames,
+                                                     std::uint8_t* position) noexcept
 {
     constexpr const WordPlaces<kSlots>& places = kWordPlaces<kSlots>;
+    const std::size_t whole = frames / 16 * 16;
 #pragma GCC unroll 1
-    for (int i = 0; i < 64; i += 16) {
+    for (std::size_t i = 0; i < whole; i += 16) {
         const Ints<16> fronts =
             (load<16>(samples[0] + i) & broadcast<16>(0xffff)) | shiftedLeft<16>(load<16>(samples[1] + i));
         const auto pairs = reinterpret_cast<__m512i>(fronts.part[0]);
@@ -144,22 +152,48 @@ void writeWords(const std::int32_t (&samples)[3][64], std::uint8_t* position) no
                                      _mm512_permutex2var_epi16(pairs, _mm512_loadu_si512(places.source[v]), thirds));
         position += 32 * kSlots;
     }
+    return whole;
 }
 
 template <int... kSlots>
-void writeWords(const std::int32_t (&samples)[3][64], std::uint8_t* position, std::uint32_t slots,
-                std::integer_sequence<int, kSlots...> /*after the first three*/) noexcept
+[[gnu::always_inline]] inline std::size_t
+writeWords(const std::int32_t (&samples)[3][64], std::size_t frames, std::uint8_t* position, std::uint32_t slots,
+           std::integer_sequence<int, kSlots...> /*after the first three*/) noexcept
 {
-    ((slots == 3 + kSlots ? writeWords<3 + kSlots>(samples, position) : void()), ...);
+    std::size_t stored = 0;
+    ((slots == 3 + kSlots ? void(stored = writeWords<3 + kSlots>(samples, frames, position)) : void()), ...);
+    return stored;
 }
 
 #endif
 
-/// Whether the block is complete, in the engine's own rows, and goes to three adjacent slots in the order of the rows.
-bool isAdjacent(const ZRKTarn& engine, std::size_t bytes, std::uint32_t frames, std::uint32_t channels) noexcept
+/// Stores frames of three adjacent samples in a buffer with the given number of slots.
+template <int kBytes>
+[[gnu::always_inline]] inline void writeAdjacent(const std::int32_t (&samples)[3][64], std::size_t frames,
+                                                 std::uint8_t* position, std::uint32_t slots) noexcept
+{
+    const std::size_t stride = frameStride(kBytes, slots);
+    std::size_t stored = 0;
+#if defined __AVX512BW__
+    if constexpr (kBytes == 2)
+        stored = writeWords(samples, frames, position, slots, std::make_integer_sequence<int, kMaxSlots - 2>{});
+#endif
+    writeFrames<kBytes>(samples, stored, frames, position + stored * stride, stride);
+}
+
+/// The same for an incomplete block.
+template <int kBytes>
+[[gnu::noinline]] void writePartOfBlock(const std::int32_t (&samples)[3][64], std::size_t frames,
+                                        std::uint8_t* position, std::uint32_t slots) noexcept
+{
+    writeAdjacent<kBytes>(samples, frames, position, slots);
+}
+
+/// Whether the block is in the engine's own rows and goes to three adjacent slots in the order of the rows.
+bool isAdjacent(const ZRKTarn& engine, std::size_t bytes, std::uint32_t channels) noexcept
 {
     const std::uint8_t* const first = engine.channelPtr[0];
-    bool adjacent = frames == 64 && channels >= 3;
+    bool adjacent = channels >= 3;
     for (std::size_t k = 0; k < 3; ++k)
         adjacent =
             adjacent && engine.channelPtr[k] == first + k * bytes && engine.outputPtr[k] == engine.outputBlock[k];
@@ -177,18 +211,14 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
     const bool written = dispatchContainer(bytes, [&](auto width) {
         constexpr int kBytes = width;
         const HostRange range(engine);
-        if (kLittleEndian && isAdjacent(engine, kBytes, frames, channels)) {
+        if (kLittleEndian && isAdjacent(engine, kBytes, channels)) {
             std::int32_t samples[3][64];
             for (int k = 0; k < 3; ++k) convertRow(engine.outputBlock[k], range, samples[k]);
-#if defined __AVX512BW__
-            if constexpr (kBytes == 2)
-                if (channels <= kMaxSlots) {
-                    writeWords(samples, engine.channelPtr[0], channels,
-                               std::make_integer_sequence<int, kMaxSlots - 2>{});
-                    return;
-                }
-#endif
-            writeFrames<kBytes>(samples, engine.channelPtr[0], stride);
+            if (frames == 64) {
+                writeAdjacent<kBytes>(samples, 64, engine.channelPtr[0], channels);
+            } else {
+                writePartOfBlock<kBytes>(samples, frames, engine.channelPtr[0], channels);
+            }
             return;
         }
         for (int k = 0; k < 3; ++k) {
