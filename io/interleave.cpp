@@ -54,6 +54,10 @@ struct Float : Integer<4, 4>
 
 constexpr float kFullScale = 0x1p31f; ///< one step above the largest integer
 
+/// The float below one half. Added to a float, it reaches the next integer exactly where the fraction is a half or
+/// more; a half would do so below a half too, where the sum is rounded up.
+constexpr float kBelowHalf = 0x1.fffffep-2f;
+
 /// Converts the bits of floats to integers, rounded half away from zero, and counts samples beyond full scale and NaN.
 template <int kCount>
 void convertFloats(const void* bits, std::int32_t* samples, Ints<kCount>& saturated, Ints<kCount>& invalid) noexcept
@@ -61,22 +65,14 @@ void convertFloats(const void* bits, std::int32_t* samples, Ints<kCount>& satura
     Floats<kCount> given;
     __builtin_memcpy(&given, bits, sizeof given);
     const Ints<kCount> isNumber = given == given;
-    const Floats<kCount> one = broadcast<kCount>(1.0f);
     // True lanes are -1. Full scale itself is not beyond it.
-    saturated = saturated - ((one < given) | (given < -one));
+    saturated = saturated - (broadcast<kCount>(1.0f) < abs(given));
     invalid = invalid - ~isNumber;
 
-    // The product and the fraction are exact, so half a step decides as without rounding.
     const Floats<kCount> limit = broadcast<kCount>(kFullScale);
-    const Floats<kCount> number = select(isNumber, given, broadcast<kCount>(0.0f)) * limit;
-    const Ints<kCount> isBelow = number < limit;
-    const Floats<kCount> floored = select(number < -limit, -limit, number);
-    const Floats<kCount> inRange = select(isBelow, floored, broadcast<kCount>(0.0f));
-    const Ints<kCount> whole = truncated(inRange);
-    const Floats<kCount> fraction = inRange - toFloat(whole);
-    const Floats<kCount> half = broadcast<kCount>(0.5f);
-    const Ints<kCount> rounded = whole - (half <= fraction) + (fraction <= -half);
-    store(samples, select(isBelow, rounded, broadcast<kCount>(INT32_MAX)));
+    const Floats<kCount> scaled = given * limit;
+    const Ints<kCount> whole = truncatedOrLowest(scaled + withSignOf(scaled, broadcast<kCount>(kBelowHalf)));
+    store(samples, select(limit <= scaled, broadcast<kCount>(INT32_MAX), whole) & isNumber);
 }
 
 template <int kCount>
@@ -101,8 +97,7 @@ std::size_t convertFloats(const std::uint8_t* first, std::int32_t* samples, std:
     std::size_t i = 0;
     for (; i + kCount <= count; i += kCount)
         convertFloats<kCount>(first + i * sizeof(float), samples + i, saturated, invalid);
-    if constexpr (kCount >= 4)
-        if (!any(broadcast<kCount>(0) < (saturated | invalid))) return i;
+    if (!any(broadcast<kCount>(0) < (saturated | invalid))) return i;
     faults.saturated += sumOf(saturated);
     faults.invalid += sumOf(invalid);
     return i;
@@ -111,13 +106,16 @@ std::size_t convertFloats(const std::uint8_t* first, std::int32_t* samples, std:
 /// The same for a whole row.
 void convertRow(const std::uint8_t* first, std::int32_t* samples, std::size_t count, SampleFaults& faults) noexcept
 {
-    std::size_t done = 0;
-    const auto convert = [&]<int kCount>(std::integral_constant<int, kCount>) {
-        done += convertFloats<kCount>(first + done * sizeof(float), samples + done, count - done, faults);
-    };
-    convert(std::integral_constant<int, kVectorFloats>{});
-    if constexpr (kVectorFloats > 4) convert(std::integral_constant<int, 4>{});
-    convert(std::integral_constant<int, 1>{});
+    std::size_t done = convertFloats<kVectorFloats>(first, samples, count, faults);
+    if constexpr (kVectorFloats > 4)
+        done += convertFloats<4>(first + done * sizeof(float), samples + done, count - done, faults);
+    if (done == count) return;
+    // The last samples, filled up with silence.
+    std::int32_t rest[4]{};
+    for (std::size_t i = done; i < count; ++i)
+        __builtin_memcpy(&rest[i - done], first + i * sizeof(float), sizeof(float));
+    convertFloats<4>(reinterpret_cast<const std::uint8_t*>(rest), rest, 4, faults);
+    for (std::size_t i = done; i < count; ++i) samples[i] = rest[i - done];
 }
 
 template <typename Sample, std::size_t kSlots>

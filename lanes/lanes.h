@@ -335,24 +335,25 @@ template <int kCount>
 }
 
 /// A non-negative a with the sign of b.
-template <int kCount>
-[[gnu::always_inline]] inline Floats<kCount> withSignOf(const Floats<kCount>& b, const Floats<kCount>& a) noexcept
+template <typename T, int kCount>
+[[gnu::always_inline]] inline Lanes<T, kCount> withSignOf(const Lanes<T, kCount>& b, const Lanes<T, kCount>& a) noexcept
 {
-    const Ints<kCount> signBit = broadcast<kCount>(INT32_MIN);
+    using Integer = typename LaneInteger<sizeof(T)>::Type;
+    const auto signBit = broadcast<kCount>(static_cast<Integer>(sizeof(T) == 4 ? INT32_MIN : INT64_MIN));
 #if defined __AVX512F__
-    if constexpr (Ints<kCount>::kPartBytes == 64) {
+    if constexpr (Lanes<T, kCount>::kPartBytes == 64) {
         // GCC does not combine "or" and "and" of three operands.
         constexpr int kOrAnd = 0xf8;
-        return bitsAs<float>(partwise<Ints<kCount>>(
+        return bitsAs<T>(partwise<Lanes<Integer, kCount>>(
             [](auto x, auto y, auto z) {
                 using Part = decltype(x);
                 return reinterpret_cast<Part>(_mm512_ternarylogic_epi32(
                     reinterpret_cast<__m512i>(x), reinterpret_cast<__m512i>(y), reinterpret_cast<__m512i>(z), kOrAnd));
             },
-            bitsAs<std::int32_t>(a), bitsAs<std::int32_t>(b), signBit));
+            bitsAs<Integer>(a), bitsAs<Integer>(b), signBit));
     }
 #endif
-    return bitsAs<float>(bitsAs<std::int32_t>(a) | (bitsAs<std::int32_t>(b) & signBit));
+    return bitsAs<T>(bitsAs<Integer>(a) | (bitsAs<Integer>(b) & signBit));
 }
 
 // --- Permutations --------------------------------------------------------------------------------------------------
@@ -667,6 +668,25 @@ template <int kCount>
 {
     using I = Ints<kCount>;
     return partwise<I>([](auto x) { return __builtin_convertvector(x, typename I::Part); }, a);
+}
+
+template <int kCount>
+[[gnu::always_inline]] inline Ints<kCount> truncated(const Doubles<kCount>& a) noexcept
+{
+    using I = Ints<kCount>;
+    if constexpr (Doubles<kCount>::kParts == I::kParts) {
+        return partwise<I>([](auto x) { return __builtin_convertvector(x, typename I::Part); }, a);
+    } else {
+#if defined __x86_64__ && !defined TARN_GENERIC
+        // GCC converts a vector of two doubles one by one.
+        static_assert(kCount == 4);
+        const __m128i low = _mm_cvttpd_epi32(a.part[0]);
+        const __m128i high = _mm_cvttpd_epi32(a.part[1]);
+        return {{reinterpret_cast<typename I::Part>(_mm_unpacklo_epi64(low, high))}};
+#else
+        return joined(truncated(lowHalf(a)), truncated(highHalf(a)));
+#endif
+    }
 }
 
 /// Truncates towards zero; INT32_MIN for NaN and for lanes outside the range of the integer.

@@ -85,9 +85,9 @@ BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
 {
     const Sections crossover = designSections(tangentsOf(sampleRateHz).at120Hz);
     setFilters(fronts, 0, 2, crossover.lowPass);
-    setFilters(fronts, 2, 6, crossover.highPass);
+    setFilters(fronts, 2, 5, crossover.highPass);
     setFilters(behind, 0, 4, designSections(tangentsOf(sampleRateHz).at160Hz).highPass);
-    setFilters(lfe, 0, 2, crossover.lowPass);
+    setFilters(lfe, 0, 1, crossover.lowPass);
 }
 
 void BassCrossover::reset() noexcept
@@ -115,7 +115,7 @@ void BassCrossover::moveToFronts(const RowOperations& operations, const Row& lef
     operations.scale(left, kHalfPower, bass[0]);
     operations.scale(right, kHalfPower, bass[1]);
     beginFade(rows);
-    UnroundedRow* const filtered[] = {&bass[0], &bass[1], &rows[0], &rows[1], &rows[2], &rows[2]};
+    UnroundedRow* const filtered[] = {&bass[0], &bass[1], &rows[0], &rows[1], &rows[2]};
     operations.filter(fronts, filtered, std::size(filtered));
     finishFade(rows);
     for (std::size_t side = 0; side < 2; ++side) operations.addProducts(share.row(), bass[side], rows[side]);
@@ -135,7 +135,7 @@ void BassCrossover::addBass(const RowOperations& operations, const Row& left, co
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         sum[i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
-    UnroundedRow* const filtered[] = {&sum, &sum};
+    UnroundedRow* const filtered[] = {&sum};
     operations.filter(lfe, filtered, std::size(filtered));
 }
 

@@ -59,9 +59,9 @@ private:
     void beginFade(const UnroundedRow (&rows)[kRows]) noexcept;
     void finishFade(UnroundedRow (&rows)[kRows]) const noexcept;
 
-    BassFilters fronts{};        ///< left and right of the stereo, front left and right, centre twice
+    BassFilters fronts{};        ///< left and right of the stereo, front left and right, centre
     BassFilters behind{};        ///< of the surround channels
-    BassFilters lfe{};           ///< of the same signal twice
+    BassFilters lfe{};           ///< of left plus right
     Glide share{0.0f};           ///< of the outputs with the crossover
     UnroundedRow bass[2]{};      ///< of left and right, scratch
     UnroundedRow plain[kRows]{}; ///< outputs without the crossover, for a fade

@@ -12,7 +12,7 @@ namespace zrk_tarn
 /// Filters of 4th order side by side: each is a section of 2nd order twice, in the transposed direct form II.
 struct BassFilters
 {
-    static constexpr std::size_t kMaxFilters = 6;
+    static constexpr std::size_t kMaxFilters = 5;
 
     // Coefficients of each filter; b2 is b0
     double b0[kMaxFilters];
@@ -33,8 +33,8 @@ namespace TARN_INSTRUCTION_SET
 /// A filter is a chain of dependent operations, but the filters do not depend on each other, so a processor computes
 /// those of a frame at the same time.
 ///
-/// In/Out  filters, rows [count], one per filter; rows of filters with equal coefficients and states can be the same
-/// count   2, 4 or 6
+/// In/Out  filters, rows [count], one per filter
+/// count   1, 2, 4 or 5
 void filterRows(BassFilters& filters, UnroundedRow* const* rows, std::size_t count) noexcept;
 
 } // namespace TARN_INSTRUCTION_SET

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "room/row_operations.h"
 
+#include "lanes/lanes.h"
+
 namespace zrk_tarn::TARN_INSTRUCTION_SET
 {
 
@@ -41,17 +43,22 @@ void addProducts(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& sum
 
 std::uint64_t round(const UnroundedRow& values, double limit, Row& samples) noexcept
 {
-    const double lowest = -limit;
-    const double highest = limit - 1.0;
-    UnroundedRow rounded;
-    for (std::size_t i = 0; i < kBlockFrames; ++i) {
-        rounded[i] = values[i] + (values[i] < 0.0 ? -0.5 : 0.5);
-        const double bounded = rounded[i] < highest ? rounded[i] : highest;
-        samples[i] = static_cast<std::int32_t>(bounded < lowest ? lowest : bounded);
+    constexpr int kWidth = kVectorBytes == 64 ? 8 : 4;
+    const auto lowest = broadcast<kWidth>(-limit);
+    const auto highest = broadcast<kWidth>(limit - 1.0);
+    Doubles<kWidth> largest = broadcast<kWidth>(0.0);
+    for (std::size_t i = 0; i < kBlockFrames; i += std::size_t{kWidth}) {
+        const Doubles<kWidth> given = load<kWidth>(values + i);
+        const Doubles<kWidth> rounded = given + withSignOf(given, broadcast<kWidth>(0.5));
+        largest = larger(abs(rounded), largest);
+        store(samples + i, truncated(larger(smaller(rounded, highest), lowest)));
     }
+    if (!any(broadcast<kWidth>(limit) <= largest)) return 0;
     std::uint64_t saturated = 0;
-    if (reachesFullScale(samples, limit))
-        for (const double value : rounded) saturated += value >= limit || value <= lowest - 1.0 ? 1u : 0u;
+    for (const double value : values) {
+        const double rounded = value + (value < 0.0 ? -0.5 : 0.5);
+        saturated += rounded >= limit || rounded <= -limit - 1.0 ? 1u : 0u;
+    }
     return saturated;
 }
 

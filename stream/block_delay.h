@@ -1,30 +1,40 @@
-// Delays a slot by the engine's delay.
+// Delays the input slots of a stream by the engine's delay.
 // SPDX-License-Identifier: MIT
 #pragma once
 
 #include "stream/block.h"
+#include "stream/stream_types.h"
 
-#include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace zrk_tarn
 {
 
-/// Delays the blocks of one slot by kEngineDelayBlocks, so that they stay aligned with the engine's output.
+/// The last blocks of the input slots, so that they stay aligned with the engine's output and with that of the limiter,
+/// which is a block later. Silent at first.
 class BlockDelay
 {
 public:
-    /// Stores a block and returns the one from kEngineDelayBlocks before; silence at first.
-    void delayBlock(const Row& in, Row& out) noexcept
-    {
-        std::copy_n(rows[next], kBlockFrames, out);
-        std::copy_n(in, kBlockFrames, rows[next]);
-        next = (next + 1) % kEngineDelayBlocks;
-    }
+    /// The rows of the newest block, to be filled.
+    Row (&input() noexcept)[kMaxSlots] { return blocks[newest]; }
+
+    /// The rows of the block that is as late as the engine's output of the newest one.
+    const Row (&delayed() const noexcept)[kMaxSlots] { return blocks[(newest + 2) % kBlocks]; }
+
+    /// The rows of the block before that.
+    const Row (&delayedBefore() const noexcept)[kMaxSlots] { return blocks[(newest + 1) % kBlocks]; }
+
+    /// Begins the next block.
+    void advance() noexcept { newest = (newest + 1) % kBlocks; }
+
+    void clear() noexcept { std::memset(blocks, 0, sizeof blocks); }
 
 private:
-    Row rows[kEngineDelayBlocks]{};
-    std::size_t next = 0;
+    static constexpr std::size_t kBlocks = kEngineDelayBlocks + 2;
+
+    Row blocks[kBlocks][kMaxSlots]{};
+    std::size_t newest = 0;
 };
 
 } // namespace zrk_tarn

@@ -22,7 +22,7 @@ constexpr float kTrace = 1e-30f; ///< levels below it become 0, because subnorma
 } // namespace
 
 MeterBoard::MeterBoard(const ZRKTarn& engine, std::uint32_t sampleRateHz, std::uint32_t bits) noexcept
-    : fullScale(static_cast<double>(std::uint32_t{1} << (bits - 1))), groups(engine, sampleRateHz)
+    : scale(1.0 / static_cast<double>(std::uint32_t{1} << (bits - 1))), groups(engine, sampleRateHz)
 {
     const double blockSeconds = static_cast<double>(kBlockFrames) / sampleRateHz;
     peakDecay = static_cast<float>(std::pow(10.0, -kPeakFallDb / 20.0 * blockSeconds / kPeakFallSeconds));
@@ -32,8 +32,8 @@ MeterBoard::MeterBoard(const ZRKTarn& engine, std::uint32_t sampleRateHz, std::u
 void MeterBoard::addLevel(std::size_t slot, const Row& row) noexcept
 {
     const RowLevel level = chosenOperations().measureRow(row);
-    const double largest = std::max(static_cast<double>(level.highest), -static_cast<double>(level.lowest)) / fullScale;
-    const double sum = level.squares / (fullScale * fullScale);
+    const double largest = std::max(static_cast<double>(level.highest), -static_cast<double>(level.lowest)) * scale;
+    const double sum = level.squares * (scale * scale);
     const float fallen = peak[slot].load(kRelaxed) * peakDecay;
     peak[slot].store(std::max(static_cast<float>(largest), fallen > kTrace ? fallen : 0.0f), kRelaxed);
     const float kept = meanSquare[slot].load(kRelaxed) * rmsDecay;
@@ -82,11 +82,12 @@ void MeterBoard::clear() noexcept
 
 StreamMeters MeterBoard::read() const noexcept
 {
-    StreamMeters meters{};
+    StreamMeters meters; // all members are set below. NOLINT(cppcoreguidelines-pro-type-member-init)
     for (std::size_t slot = 0; slot < kMaxSlots; ++slot) {
         meters.peak[slot] = peak[slot].load(kRelaxed);
-        meters.rms[slot] = __builtin_sqrtf(meanSquare[slot].load(kRelaxed));
+        meters.rms[slot] = meanSquare[slot].load(kRelaxed);
     }
+    for (float& value : meters.rms) value = __builtin_sqrtf(value); // apart, so that compilers vectorise it
     for (std::size_t g = 0; g < kBandGroups; ++g) {
         meters.leftRight[g] = leftRight[g].load(kRelaxed);
         meters.frontBack[g] = frontBack[g].load(kRelaxed);

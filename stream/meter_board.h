@@ -39,7 +39,7 @@ public:
     StreamMeters read() const noexcept;
 
 private:
-    double fullScale;
+    double scale;    ///< makes full scale 1, exactly
     float peakDecay; ///< factor per block
     float rmsDecay;  ///< factor of the mean square per block
 

@@ -45,7 +45,7 @@ OutputStage::OutputStage(const StreamConfiguration& streamConfiguration, std::ui
         forEachSlotOf(source, [this](std::size_t slot, std::size_t /*index*/) { limitedRow[slot] = limitedRows++; });
     if (surroundPairs > 0) surrounds = std::make_unique<Surrounds>();
     if (!configuration.remap) bass = std::make_unique<BassCrossover>(configuration.sampleRateHz);
-    if (configuration.limiter) limited = std::make_unique<Limited>(configuration, fullScale);
+    if (configuration.limiter) limiter = std::make_unique<Limiter>(configuration.sampleRateHz, fullScale);
     reset();
 }
 
@@ -72,17 +72,14 @@ void OutputStage::process(const StageBlock& block, const OutputTargets& targets)
     fillSurroundSlots(block);
     fillDialogueSlots(block);
     fillLfeSlots(block);
-    if (limited != nullptr) limitAndFade(block);
+    if (limiter != nullptr) limitAndFade(block);
 }
 
 void OutputStage::reset() noexcept
 {
     if (surrounds != nullptr) configureSurrounds(*surrounds, configuration.sampleRateHz, surroundPairs);
     if (bass != nullptr) bass->reset();
-    if (limited != nullptr) {
-        limited->limiter.reset();
-        for (Row& row : limited->inputSlots) std::fill_n(row, kBlockFrames, 0);
-    }
+    if (limiter != nullptr) limiter->reset();
 }
 
 /// Calls fill(slot, index of the source) for the output slots of a source.
@@ -99,16 +96,16 @@ void OutputStage::forEachSlotOf(OutputSlot::Source source, Fill fill) noexcept
 template <typename WetRow>
 void OutputStage::put(const StageBlock& block, std::size_t slot, const WetRow& wet) noexcept
 {
-    if (limited == nullptr) {
+    if (limiter == nullptr) {
         crossfade.mix(wet, dryRow(block, slot), block.outputSlots[slot], block.faults);
     } else {
-        crossfade.amplify(wet, limited->limiter.input()[limitedRow[slot]]);
+        crossfade.amplify(wet, limiter->input()[limitedRow[slot]]);
     }
 }
 
 void OutputStage::fillInputSlots(const StageBlock& block) noexcept
 {
-    const Row* const from = limited == nullptr ? block.inputSlots : limited->inputSlots;
+    const Row* const from = inputSlotsOf(block);
     forEachSlotOf(OutputSlot::Source::Input, [&](std::size_t slot, std::size_t index) {
         std::copy_n(from[index], kBlockFrames, block.outputSlots[slot]);
     });
@@ -119,7 +116,7 @@ void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
     if (!hasEngine) return;
     using enum OutputSlot::Source;
     const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && isBassSteered());
-    if (isUnchanged && limited == nullptr) {
+    if (isUnchanged && limiter == nullptr) {
         forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
         return;
     }
@@ -177,20 +174,17 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 /// Limits the block before, and fades between it and the input.
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
-    Limiter& limiter = limited->limiter;
-    const PeakWindow& window = limiter.peakWindowOf(limitedRows);
+    const PeakWindow& window = limiter->peakWindowOf(limitedRows);
     const auto rows = static_cast<std::int32_t>(limitedRows);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
     const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
     const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
-    const UnroundedRow* const before = limiter.process(limitedRows, static_cast<double>(peak));
+    const UnroundedRow* const before = limiter->process(limitedRows, static_cast<double>(peak));
 
     for (const OutputSlot::Source source : kLimitedSources)
         forEachSlotOf(source, [&](std::size_t slot, std::size_t /*index*/) {
             crossfade.fade(before[limitedRow[slot]], dryRow(block, slot), block.outputSlots[slot], block.faults);
         });
-    for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
-        std::copy_n(block.inputSlots[slot], kBlockFrames, limited->inputSlots[slot]);
 }
 
 /// Whether the outputs are the input for two loudspeakers. It stays as it is, above the ceiling too.
@@ -210,11 +204,17 @@ bool OutputStage::isPlainStereo() const noexcept
 void OutputStage::unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept
 {
     const bool reachesFullScale = chosenOperations().rows.widen(block.upmixed[output], fullScale, row);
-    if (limited == nullptr || configuration.remap || !reachesFullScale) return;
+    if (limiter == nullptr || configuration.remap || !reachesFullScale) return;
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         if (row[i] == -fullScale || row[i] == fullScale - 1.0)
             row[i] = static_cast<double>(block.engine.outputScale) *
                      static_cast<double>(block.engine.outputBlock[output][i]);
+}
+
+/// The input slots that are as late as the output slots.
+const Row* OutputStage::inputSlotsOf(const StageBlock& block) const noexcept
+{
+    return limiter == nullptr ? block.inputSlots : block.inputSlotsBefore;
 }
 
 /// The input that replaces a slot in bypass: left, right, or null for silence.
@@ -222,8 +222,7 @@ const Row* OutputStage::dryRow(const StageBlock& block, std::size_t slot) const 
 {
     const auto& [source, index] = configuration.outputs[slot];
     if (source == OutputSlot::Source::Surround || source == OutputSlot::Source::Lfe || index > 1) return nullptr;
-    const Row* const from = limited == nullptr ? block.inputSlots : limited->inputSlots;
-    return &from[index == 0 ? configuration.leftSlot : configuration.rightSlot];
+    return &inputSlotsOf(block)[index == 0 ? configuration.leftSlot : configuration.rightSlot];
 }
 
 } // namespace zrk_tarn

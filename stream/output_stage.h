@@ -35,9 +35,10 @@ struct OutputTargets
 struct StageBlock
 {
     const ZRKTarn& engine;
-    const Row (&upmixed)[4]; ///< its outputs, or the columns of the remap matrix
-    const Row* inputSlots;   ///< the stream's input slots, as late as the engine's outputs
-    Row* outputSlots;        ///< to be computed; rows of silent slots stay as they are
+    const Row (&upmixed)[4];     ///< its outputs, or the columns of the remap matrix
+    const Row* inputSlots;       ///< the stream's input slots, as late as the engine's outputs
+    const Row* inputSlotsBefore; ///< the same of the block before
+    Row* outputSlots;            ///< to be computed; rows of silent slots stay as they are
     SampleFaults& faults;
 };
 
@@ -60,26 +61,12 @@ public:
     void reset() noexcept;
 
     /// The smallest gain of the limiter in the last block.
-    float limiterGain() const noexcept
-    {
-        return limited == nullptr ? 1.0f : static_cast<float>(limited->limiter.gain());
-    }
+    float limiterGain() const noexcept { return limiter == nullptr ? 1.0f : static_cast<float>(limiter->gain()); }
 
     /// The surround channels of the last block, before their gain; null without Surround slots.
     const Surrounds* surroundState() const noexcept { return surrounds.get(); }
 
 private:
-    /// The limiter, with a row for each slot whose source is limited, and the input slots of the block before.
-    struct Limited
-    {
-        explicit Limited(const StreamConfiguration& configuration, double fullScale)
-            : limiter(configuration.sampleRateHz, fullScale)
-        {}
-
-        Limiter limiter;
-        Row inputSlots[kMaxSlots]{};
-    };
-
     template <typename Fill>
     void forEachSlotOf(OutputSlot::Source source, Fill fill) noexcept;
     template <typename WetRow>
@@ -95,6 +82,7 @@ private:
     bool isBassSteered() const noexcept { return bass == nullptr || bass->isOff(); }
 
     void unround(const StageBlock& block, std::size_t output, UnroundedRow& row) const noexcept;
+    const Row* inputSlotsOf(const StageBlock& block) const noexcept;
     const Row* dryRow(const StageBlock& block, std::size_t slot) const noexcept;
 
     const StreamConfiguration configuration;
@@ -106,7 +94,7 @@ private:
     bool hasLfe = false;
     std::unique_ptr<Surrounds> surrounds; ///< null without surround channels
     std::unique_ptr<BassCrossover> bass;  ///< null with a remap matrix
-    std::unique_ptr<Limited> limited;     ///< null without the limiter
+    std::unique_ptr<Limiter> limiter;     ///< null without the limiter; a row for each slot whose source is limited
     Crossfade crossfade;
     CentreControl centre;
     Glide surroundGain{kTypicalSurroundGain};

@@ -105,11 +105,9 @@ private:
     SampleRows output;
     BlockUpmixer upmixer;
     SteeringMode appliedMode;
-    Row inputRows[kMaxSlots]{};
+    BlockDelay delay;
     Row outputRows[kMaxSlots]{};
     std::size_t filledFrames = 0; ///< frames in the input rows; as many of the output rows have been returned
-    BlockDelay delays[kMaxSlots]; ///< one per input slot
-    Row delayed[kMaxSlots]{};     ///< scratch of processBlock, which keeps it off the stack
     std::size_t tailFrames = 0;   ///< frames that drain can still return
     bool started = false;         ///< whether the first frame has been processed
     OutputStage outputStage;
@@ -125,7 +123,7 @@ void UpmixStream::State::processFrames(const HostBuffers& from, const HostBuffer
     }
     for (std::size_t done = 0; done < frames;) {
         const std::size_t count = std::min(frames - done, kBlockFrames - filledFrames);
-        input.load(from, done, count, inputRows, filledFrames, faults);
+        input.load(from, done, count, delay.input(), filledFrames, faults);
         output.store(outputRows, filledFrames, count, to, done);
         filledFrames += count;
         done += count;
@@ -140,12 +138,13 @@ void UpmixStream::State::processBlock() noexcept
         appliedMode = newMode;
         upmixer.setMode(newMode);
     }
-    for (std::size_t slot = 0; slot < configuration.inputSlots; ++slot)
-        delays[slot].delayBlock(inputRows[slot], delayed[slot]);
+    const Row(&inputRows)[kMaxSlots] = delay.input();
     Row upmixed[4];
     upmixer.process(inputRows[configuration.leftSlot], inputRows[configuration.rightSlot], upmixed);
 
-    outputStage.process({upmixer.engine(), upmixed, delayed, outputRows, faults}, targets());
+    outputStage.process({upmixer.engine(), upmixed, delay.delayed(), delay.delayedBefore(), outputRows, faults},
+                        targets());
+    delay.advance();
     for (std::size_t slot = 0; slot < configuration.outputSlots; ++slot)
         if (configuration.outputs[slot].source != OutputSlot::Source::Silence) meters.addLevel(slot, outputRows[slot]);
     meters.addBlock(upmixer.engine(), outputStage.surroundState(), outputStage.limiterGain(), faults);
@@ -156,8 +155,7 @@ void UpmixStream::State::reset() noexcept
     appliedMode = mode.load(kRelaxed);
     upmixer.restart(appliedMode);
     outputStage.reset();
-    for (BlockDelay& delay : delays) delay = {};
-    std::memset(inputRows, 0, sizeof inputRows);
+    delay.clear();
     std::memset(outputRows, 0, sizeof outputRows);
     filledFrames = 0;
     tailFrames = 0;

@@ -84,9 +84,8 @@ void RoomStream::run(std::size_t blocks)
 
 void RoomStream::delayInput()
 {
-    zrk_tarn::Row rows[zrk_tarn::kMaxSlots];
-    read(stream, rows);
-    for (std::size_t channel = 0; channel < 2; ++channel) delays[channel].delayBlock(rows[channel], delayed[channel]);
+    delay.advance();
+    read(stream, delay.input());
 }
 
 void RoomStream::renderSurrounds(std::size_t pairs)

@@ -42,7 +42,10 @@ public:
     void takeUpmixed();
 
     /// Computes the output slots.
-    void computeOutputs() { stage.process({stream.engine(), upmixed, delayed, outputs, faults}, targets); }
+    void computeOutputs()
+    {
+        stage.process({stream.engine(), upmixed, delay.delayed(), delay.delayedBefore(), outputs, faults}, targets);
+    }
 
     /// Computes blocks of music from its start.
     void run(std::size_t blocks);
@@ -54,11 +57,10 @@ private:
     void delayInput();
 
     Stream<ZRKTarn> stream;
-    zrk_tarn::BlockDelay delays[2];
+    zrk_tarn::BlockDelay delay;
     std::unique_ptr<zrk_tarn::Surrounds> surrounds[2];
     zrk_tarn::OutputTargets targets;
     zrk_tarn::OutputStage stage;
-    zrk_tarn::Row delayed[2]{};
     zrk_tarn::Row upmixed[4]{};
     zrk_tarn::Row outputs[zrk_tarn::kMaxSlots]{};
     zrk_tarn::SampleFaults faults;

@@ -90,13 +90,16 @@ void Instance::readMeters() noexcept
     hasNewMeters = false;
     const zrk_tarn::StreamMeters read = stream.meters();
     meters[kReduction] = reduction.of(1.0f / read.limiterGain);
+    const auto show = [this](Port port, const float(&values)[zrk_tarn::kBandGroups]) {
+        std::copy(std::begin(values), std::end(values), meters + port);
+    };
+    show(kLeftRight, read.leftRight);
+    show(kFrontBack, read.frontBack);
+    show(kGroupPlace, read.groupPlace);
+    show(kGroupCentre, read.groupCentre);
+    show(kGroupUpperHz, read.groupUpperHz);
     for (std::size_t group = 0; group < zrk_tarn::kBandGroups; ++group) {
-        meters[kLeftRight + group] = read.leftRight[group];
-        meters[kFrontBack + group] = read.frontBack[group];
         meters[kGroupLevel + group] = groupLevel[group].of(read.groupLevel[group]);
-        meters[kGroupPlace + group] = read.groupPlace[group];
-        meters[kGroupCentre + group] = read.groupCentre[group];
-        meters[kGroupUpperHz + group] = read.groupUpperHz[group];
         meters[kGroupSurround + group] = groupSurround[group].of(read.groupSurround[group]);
     }
 }
