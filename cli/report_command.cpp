@@ -9,6 +9,7 @@
 #include "cli/failure.h"
 #include "cli/help_texts.h"
 #include "cli/input_search.h"
+#include "cli/load_drawing.h"
 #include "cli/option_checks.h"
 #include "cli/output_file.h"
 #include "cli/progress.h"
@@ -172,6 +173,7 @@ int runReport(const ReportOptions& options)
                     .theme = options.theme,
                     .layout = std::string(layout.name) + " (" + std::string(layout.slotNames) + ")",
                     .settings = settingsOf(options.room)};
+    loadDrawing(); // once for all processes
     OutputFile file(options.output, options.force, std::nullopt);
     const int exitCode = measureAll(inputs, options, page);
     if (page.entries.empty())
