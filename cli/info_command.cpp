@@ -43,7 +43,7 @@ Finding examine(const std::string& input, bool quiet, bool showProgress)
     StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
     Progress progress("examining", source.expectedFrames(), finding.facts.sampleRate, showProgress);
     ReadAhead<double> reading([&source](double* to, std::size_t frames) { return source.readFullScale(to, frames); },
-                              source.isSlow());
+                              true);
     for (std::span<double> stereo = reading.next(); !stereo.empty(); stereo = reading.next()) {
         throwIfInterrupted();
         const std::size_t frames = stereo.size() / 2;
