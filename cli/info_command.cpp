@@ -43,7 +43,7 @@ Finding examine(const std::string& input, bool quiet, bool showProgress)
     StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
     Progress progress("examining", source.expectedFrames(), finding.facts.sampleRate, showProgress);
     ReadAhead<double> reading([&source](double* to, std::size_t frames) { return source.readFullScale(to, frames); },
-                              source.isSlow());
+                              true);
     for (std::span<double> stereo = reading.next(); !stereo.empty(); stereo = reading.next()) {
         throwIfInterrupted();
         const std::size_t frames = stereo.size() / 2;
@@ -77,6 +77,14 @@ public:
             [this](std::size_t i, WorkerOutcome&& outcome) { report(i, std::move(outcome)); });
     }
 
+    /// Notes how many inputs an interrupted run has examined, if there are several.
+    void printInterruption() const
+    {
+        if (inputs.size() == 1) return;
+        printNote("interrupted: " + std::to_string(reported) + " of " + std::to_string(inputs.size()) +
+                  " files examined");
+    }
+
     void printDocument() const
     {
         Json all = Json::array();
@@ -106,6 +114,7 @@ private:
 
     void report(std::size_t i, WorkerOutcome&& outcome)
     {
+        ++reported;
         if (outcome.exitCode != EX_OK) {
             printNote(outcome.error);
             if (failure == EX_OK) failure = outcome.exitCode;
@@ -125,7 +134,8 @@ private:
     const InfoOptions& options;
     const std::vector<std::string>& unreadable;
     std::vector<std::string> inputs;
-    std::size_t width = 0;   ///< of the column for names
+    std::size_t width = 0; ///< of the column for names
+    std::size_t reported = 0;
     std::vector<Json> files; ///< results by input; null if it was not examined
     int failure = EX_OK;     ///< of the first input that failed
     bool incomplete = false;
@@ -142,6 +152,7 @@ int runInfo(const InfoOptions& options)
     try {
         examination.run();
     } catch (const Interrupted&) {
+        examination.printInterruption();
         if (options.json) examination.printDocument();
         std::fflush(stdout);
         throw;

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/input_file.h"
 
+#include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/text.h"
@@ -25,14 +26,19 @@ namespace
 
 constexpr std::size_t kStoreBytes = 65536;
 
+[[noreturn]] void failToStore(const std::string& folder, int error)
+{
+    throw Failure(EX_IOERR, folder + ": cannot store the data of the pipe there: " + systemError(error) + "; " +
+                                adviceFor(error, "set TMPDIR to a folder with free space") +
+                                ", or name a file instead of the pipe");
+}
+
 /// Creates a file without a name.
 Descriptor createStorage(const std::string& folder)
 {
     std::string name = (std::filesystem::path(folder) / "tarn-XXXXXX").string();
     Descriptor file(mkostemp(name.data(), O_CLOEXEC));
-    if (file.number() < 0)
-        throw Failure(EX_IOERR, folder + ": cannot store the data of the pipe there: " + systemError(errno) +
-                                    "; set TMPDIR to a folder with free space, or name a file instead of the pipe");
+    if (file.number() < 0) failToStore(folder, errno);
     unlink(name.c_str());
     return file;
 }
@@ -44,8 +50,8 @@ Descriptor createStorage(const std::string& folder)
     if (error == ENOENT && !isNoLink)
         throw Failure(EX_NOINPUT, name + ": is a broken symbolic link to " + target.string() +
                                       "; restore that file, or remove the link");
-    throw Failure(EX_NOINPUT,
-                  name + ": cannot be opened: " + systemError(error) + "; check the name and that you may read it");
+    throw Failure(EX_NOINPUT, name + ": cannot be opened: " + systemError(error) + "; " +
+                                  adviceFor(error, "check the name and that you may read it"));
 }
 
 /// Refuses a device, which may be endless.
@@ -75,9 +81,7 @@ InputFile storePipe(const InputFile& pipe)
             throw Failure(EX_IOERR, pipe.name + ": reading failed: " + systemError(errno));
         }
         if (const int error = writeAll(file.descriptor.number(), bytes.data(), static_cast<std::size_t>(got)))
-            throw Failure(EX_IOERR, folder.string() +
-                                        ": cannot store the data of the pipe there: " + systemError(error) +
-                                        "; set TMPDIR to a folder with free space, or name a file instead of the pipe");
+            failToStore(folder.string(), error);
         file.bytes += static_cast<std::uint64_t>(got);
     }
 }

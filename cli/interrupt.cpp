@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/interrupt.h"
 
+#include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/text.h"
 
@@ -54,8 +55,11 @@ void catchInterrupts()
 {
     for (const int end : wakePipe)
         if (end >= 0) close(end);
-    if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        throw Failure(EX_SOFTWARE, "cannot create a pipe: " + systemError(errno));
+    if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        const int error = errno;
+        throw Failure(EX_SOFTWARE,
+                      "cannot create a pipe: " + systemError(error) + "; " + adviceFor(error, "end some programs"));
+    }
 
     for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) record(signalNumber);
     std::signal(SIGXFSZ, SIG_IGN);

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/output_file.h"
 
+#include "cli/error_advice.h"
+#include "cli/extension.h"
 #include "cli/failure.h"
 #include "cli/text.h"
 
@@ -54,13 +56,20 @@ std::string directoryOf(const std::filesystem::path& file)
                                    "--force to replace it");
 }
 
-/// What to do about a failed write.
-std::string adviceFor(int error)
+[[noreturn]] void failToCreate(const std::string& name, const std::string& directory, int error)
 {
-    if (error == EFBIG)
-        return "Raise the limit of the file size (ulimit -f), write a .flac file, or choose a file system for larger "
-               "files";
-    return error == ENOSPC || error == EDQUOT ? "Free some space, or choose another place" : "Choose another place";
+    throw OutputFailure(EX_CANTCREAT, name + ": cannot create a file in " + directory + ": " + systemError(error) +
+                                          "; " +
+                                          adviceFor(error, "choose a directory that exists and that you may write to"));
+}
+
+/// What to do about a failed write.
+std::string writeAdvice(int error, const std::string& name)
+{
+    const bool isFull = error == ENOSPC || error == EDQUOT;
+    std::string advice = adviceFor(error, isFull ? "free some space, or choose another place" : "choose another place");
+    if (error == EFBIG && extensionOf(name) == ".wav") advice += ", or write a .flac file";
+    return advice;
 }
 
 } // namespace
@@ -74,10 +83,7 @@ OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileId
     const std::filesystem::path full(target);
     removeStaleTemporariesOnce(full.parent_path());
     temporary = createTemporary(full.parent_path(), full.filename().string());
-    if (temporary.file.number() < 0)
-        throw OutputFailure(EX_CANTCREAT, givenName + ": cannot create a file in " + directoryOf(full) + ": " +
-                                              systemError(errno) +
-                                              "; choose a directory that exists and that you may write to");
+    if (temporary.file.number() < 0) failToCreate(givenName, directoryOf(full), errno);
 }
 
 OutputFile::~OutputFile()
@@ -158,7 +164,7 @@ void OutputFile::refuseNewcomer() const
 void OutputFile::failToWrite(int error, const std::string& reason) const
 {
     const std::string message = givenName + ": writing failed: " + (error != 0 ? systemError(error) : reason) +
-                                "; no output was left. " + adviceFor(error);
+                                "; no output was left; " + writeAdvice(error, givenName);
     if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO) throw OutputFailure(EX_IOERR, message);
     throw Failure(EX_IOERR, message);
 }

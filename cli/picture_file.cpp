@@ -5,6 +5,7 @@
 #include "cli/descriptor.h"
 #include "cli/extension.h"
 #include "cli/failure.h"
+#include "cli/load_drawing.h"
 #include "cli/text.h"
 #include "cli/upmix_options.h"
 
@@ -37,7 +38,7 @@ PictureFormat pictureFormatOf(const std::string& path)
 }
 
 PictureFile::PictureFile(const std::string& path, bool force, std::optional<FileIdentity> input)
-    : format(pictureFormatOf(path)), file(path, force, input)
+    : format(pictureFormatOf(path)), drawPicture(loadDrawing()), file(path, force, input)
 {}
 
 PictureSize PictureFile::draw(const PictureAnalysis& analysis, const PictureLook& look)

@@ -4,7 +4,7 @@
 
 #include "cli/audio_source.h"
 #include "cli/output_file.h"
-#include "picture/drawing.h"
+#include "picture/drawing_module.h"
 
 #include <optional>
 #include <string>
@@ -29,7 +29,7 @@ struct PictureLook
 class PictureFile
 {
 public:
-    /// Creates a temporary file. Throws as pictureFormatOf and OutputFile do.
+    /// Creates a temporary file. Throws as pictureFormatOf, loadDrawing and OutputFile do.
     PictureFile(const std::string& path, bool force, std::optional<FileIdentity> input);
 
     /// Draws and writes the picture. Throws Failure (EX_IOERR) if writing fails.
@@ -43,6 +43,7 @@ public:
 
 private:
     PictureFormat format;
+    DrawPicture& drawPicture;
     OutputFile file;
 };
 

@@ -3,10 +3,12 @@
 #include "cli/program.h"
 
 #include "cli/command_name.h"
+#include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -36,8 +38,10 @@ int runProgram(int argc, char** argv, int (*run)(int, char**))
     if (argc > 0) setCommandName(argv[0]);
     try {
         const int exitCode = run(argc, argv);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw Failure(EX_IOERR, "standard output: writing failed; free some space, or choose another place");
+        const int error = std::fflush(stdout) != 0 ? errno : 0;
+        if (error != 0 || std::ferror(stdout) != 0)
+            throw Failure(EX_IOERR, "standard output: writing failed; " +
+                                        adviceFor(error, "free some space, or choose another place"));
         return exitCode;
     } catch (const Failure& failure) {
         printNote(failure.what());

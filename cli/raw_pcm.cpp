@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/raw_pcm.h"
 
+#include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/text.h"
@@ -115,8 +116,8 @@ void writeToStandardOutput(const std::uint8_t* bytes, std::size_t count)
             count -= static_cast<std::size_t>(written);
         } else if (const int error = errno; !isTransient(error)) {
             throwIfInterrupted();
-            throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(error) +
-                                        "; check the program or the disk that receives it");
+            throw Failure(EX_IOERR, "standard output: writing failed: " + systemError(error) + "; " +
+                                        adviceFor(error, "check the program or the disk that receives it"));
         }
     }
 }

@@ -15,8 +15,8 @@
 namespace tarn
 {
 
-/// Reads stereo block by block. A second thread reads slow sources, if the process may use a second processor. Memory
-/// is bounded: that thread waits while the queue is full.
+/// Reads stereo block by block, on a second thread if the process may use a second processor. Memory is bounded: that
+/// thread waits while the queue is full.
 ///
 /// Nothing else may use the source until the last block was read or the object is destroyed.
 template <typename Sample>
@@ -24,9 +24,9 @@ class ReadAhead
 {
 public:
     /// readFrames  reads up to a number of frames of interleaved stereo; returns 0 at the end
-    /// isSlow      whether a second thread reads; then no read may wait for the sender of a live stream
-    ReadAhead(std::function<std::size_t(Sample* stereo, std::size_t frames)> readFrames, bool isSlow)
-        : read(std::move(readFrames)), queue(kBlocks), thread(isSlow ? startThread([this] { readAll(); }) : nullptr)
+    /// onThread    whether a second thread reads; then no read may wait for the sender of a live stream
+    ReadAhead(std::function<std::size_t(Sample* stereo, std::size_t frames)> readFrames, bool onThread)
+        : read(std::move(readFrames)), queue(kBlocks), thread(onThread ? startThread([this] { readAll(); }) : nullptr)
     {}
 
     ~ReadAhead() { queue.cancel(); }

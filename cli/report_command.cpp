@@ -9,6 +9,8 @@
 #include "cli/failure.h"
 #include "cli/help_texts.h"
 #include "cli/input_search.h"
+#include "cli/interrupt.h"
+#include "cli/load_drawing.h"
 #include "cli/option_checks.h"
 #include "cli/output_file.h"
 #include "cli/progress.h"
@@ -134,7 +136,15 @@ int measureAll(const std::vector<std::string>& inputs, const ReportOptions& opti
         isIncomplete = isIncomplete || (upmix.contains("exit_code") && upmix.at("exit_code") == kExitIncomplete);
         page.entries.push_back(std::move(outcome.result));
     };
-    runInProcesses(inputs, options.jobs, measure, done);
+    try {
+        runInProcesses(inputs, options.jobs, measure, done);
+    } catch (const Interrupted&) {
+        // The note erases the status line too.
+        if (!isSingle)
+            printNote("interrupted: " + std::to_string(page.entries.size() + page.failures.size()) + " of " +
+                      std::to_string(inputs.size()) + " files upmixed; " + options.output + " is not written");
+        throw;
+    }
     return failure != EX_OK ? failure : isIncomplete ? kExitIncomplete : EX_OK;
 }
 
@@ -172,6 +182,7 @@ int runReport(const ReportOptions& options)
                     .theme = options.theme,
                     .layout = std::string(layout.name) + " (" + std::string(layout.slotNames) + ")",
                     .settings = settingsOf(options.room)};
+    loadDrawing(); // once for all processes
     OutputFile file(options.output, options.force, std::nullopt);
     const int exitCode = measureAll(inputs, options, page);
     if (page.entries.empty())

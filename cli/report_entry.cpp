@@ -11,6 +11,7 @@
 #include "cli/json.h"
 #include "cli/layout.h"
 #include "cli/level_sink.h"
+#include "cli/load_drawing.h"
 #include "cli/loudness.h"
 #include "cli/open_source.h"
 #include "cli/picture_file.h"
@@ -115,7 +116,7 @@ Json measureEntry(const std::string& input, const ReportStyle& style, bool shows
     finding.facts.frames = framesAtRate(report.frames, format.sampleRate, finding.facts.sampleRate);
     Json upmix = jsonOf(options, report);
     upmix.erase("output");
-    const std::string png = drawPicture(picture.analysis(), pictureStyleOf(style, title, picture.analysis()));
+    const std::string png = loadDrawing()(picture.analysis(), pictureStyleOf(style, title, picture.analysis()));
     return {{"title", title},
             {"info", jsonOf(input, finding)},
             {"upmix", upmix},

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/row_store.h"
 
+#include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/temporary_file.h"
@@ -40,16 +41,12 @@ RowStore::RowStore(std::filesystem::path folder, std::size_t slots)
       frameBytes(slots * sizeof(std::int32_t)),
       file(createUnnamed(place))
 {
-    if (file.number() < 0)
-        throw OutputFailure(EX_CANTCREAT, place.string() +
-                                              ": cannot create a temporary file there: " + systemError(errno) +
-                                              "; choose another place, or leave out "
-                                              "--loudness-match");
+    if (file.number() < 0) fail(EX_CANTCREAT, "create a temporary file there", errno, "choose another place");
 }
 
 void RowStore::write(const std::int32_t* samples, std::size_t frames)
 {
-    if (const int error = writeAll(file.number(), samples, frames * frameBytes)) fail(error);
+    if (const int error = writeAll(file.number(), samples, frames * frameBytes)) failToStore(error);
     stored += frames;
 }
 
@@ -63,7 +60,7 @@ void RowStore::replay(AudioSink& sink, Progress& progress) const
             const ssize_t got = pread(file.number(), reinterpret_cast<char*>(samples.data()) + done,
                                       frames * frameBytes - done, static_cast<off_t>(frame * frameBytes + done));
             if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) fail(got < 0 ? errno : EIO);
+            if (got <= 0) failToStore(got < 0 ? errno : EIO);
             done += static_cast<std::size_t>(got);
         }
         sink.write(samples.data(), frames);
@@ -72,11 +69,15 @@ void RowStore::replay(AudioSink& sink, Progress& progress) const
     }
 }
 
-void RowStore::fail(int error) const
+void RowStore::failToStore(int error) const
 {
-    throw OutputFailure(EX_IOERR, place.string() +
-                                      ": cannot store the upmix there to measure its loudness: " + systemError(error) +
-                                      "; free some space, choose another place, or leave out --loudness-match");
+    fail(EX_IOERR, "store the upmix there to measure its loudness", error, "free some space, choose another place");
+}
+
+void RowStore::fail(int exitCode, const std::string& work, int error, const std::string& advice) const
+{
+    throw OutputFailure(exitCode, place.string() + ": cannot " + work + ": " + systemError(error) + "; " +
+                                      adviceFor(error, advice) + ", or leave out --loudness-match");
 }
 
 } // namespace tarn

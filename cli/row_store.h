@@ -35,7 +35,8 @@ public:
     std::uint64_t frames() const noexcept { return stored; }
 
 private:
-    [[noreturn]] void fail(int error) const;
+    [[noreturn]] void failToStore(int error) const;
+    [[noreturn]] void fail(int exitCode, const std::string& work, int error, const std::string& advice) const;
 
     std::filesystem::path place;
     std::size_t frameBytes;

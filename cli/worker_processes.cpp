@@ -3,6 +3,7 @@
 #include "cli/worker_processes.h"
 
 #include "cli/descriptor.h"
+#include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/signal_blocker.h"
@@ -257,8 +258,9 @@ void runInProcesses(const std::vector<std::string>& names, unsigned jobs, const 
             } else if (workers.count() > 0) {
                 break;
             } else {
-                throw Failure(EX_SOFTWARE, names[next] + ": cannot start a process: " + systemError(errno) +
-                                               "; end some programs, or raise the limit of processes");
+                const int error = errno;
+                throw Failure(EX_SOFTWARE, names[next] + ": cannot start a process: " + systemError(error) + "; " +
+                                               adviceFor(error, "end some programs, or raise the limit of processes"));
             }
         }
         if (workers.count() == 0) break;

@@ -49,7 +49,10 @@ install(
   COMPONENT development)
 
 if(TARN_BUILD_CLI)
-  install(TARGETS tarn RUNTIME COMPONENT tool)
+  install(
+    TARGETS tarn tarn_drawing_module
+    RUNTIME COMPONENT tool
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tarn COMPONENT tool)
   set(TARN_ZSH_COMPLETIONS_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh looks for completions")
   install(
     FILES completions/tarn.bash

@@ -4,6 +4,7 @@
 
 #include "picture/page.h"
 #include "picture/panels.h"
+#include "picture/picture_format.h"
 
 #include <cstdint>
 #include <memory>
@@ -16,13 +17,6 @@
 
 namespace tarn
 {
-
-/// The file format of a picture.
-enum class PictureFormat : std::uint8_t
-{
-    Png,
-    Svg
-};
 
 /// Where a text is, relative to its point.
 enum class TextAnchor : std::uint8_t

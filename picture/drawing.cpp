@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "picture/drawing.h"
 
+#include "picture/canvas.h"
 #include "picture/time_axis.h"
 
 #include <algorithm>

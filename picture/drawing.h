@@ -3,8 +3,8 @@
 #pragma once
 
 #include "picture/analysis.h"
-#include "picture/canvas.h"
 #include "picture/page.h"
+#include "picture/picture_format.h"
 #include "picture/place_colour.h"
 
 #include <string>

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <regex>
 #include <thread>
 #include <tuple>
@@ -72,6 +73,18 @@ protected:
         for (std::size_t i = 0; i < 8; ++i) header[size + i] = static_cast<char>((kBytes + 24) >> (8 * i));
         writeBytes(at(name), header);
         std::filesystem::resize_file(at(name), size + 8 + kBytes);
+    }
+
+    /// Reads until a text has come; an empty one: to the end.
+    static std::string readTo(int descriptor, const std::string& wanted)
+    {
+        std::string text;
+        char part[1000];
+        ssize_t got = 0;
+        while ((wanted.empty() || text.find(wanted) == std::string::npos) &&
+               (got = read(descriptor, part, sizeof part)) > 0)
+            text.append(part, static_cast<std::size_t>(got));
+        return text;
     }
 
     /// Sends frames to the standard input of the command.
@@ -211,6 +224,46 @@ TEST_F(Interruption, BatchPrintsItsReport)
     EXPECT_EQ(json["files"][0]["output"], "./a.wav-3.0.wav");
     EXPECT_EQ(json["files"][0]["frames"], 5000);
     EXPECT_EQ(json["files"][1], (nlohmann::json{{"input", "b.w64"}, {"not_tried", true}}));
+}
+
+TEST_F(Interruption, InfoTellsHowManyFilesItExamined)
+{
+    writeAudio(at("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(5000, 16));
+    for (const std::string name : {"b.w64", "c.w64"}) writeHours(name);
+    int output[2];
+    int errors[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    ASSERT_EQ(pipe2(errors, O_CLOEXEC), 0);
+    Process process({.arguments = {"info", "-j", "2", "a.wav", "b.w64", "c.w64"}}, directory, input[0], output[1],
+                    errors[1]);
+    close(output[1]);
+    close(errors[1]);
+    const std::string first = readTo(output[0], "\n");
+    EXPECT_TRUE(first.starts_with("a.wav ")) << first;
+    expectDeathBy(SIGINT, process);
+    EXPECT_EQ(readTo(errors[0], ""), "tarn: interrupted: 1 of 3 files examined\n");
+    close(output[0]);
+    close(errors[0]);
+}
+
+TEST_F(Interruption, ReportErasesItsStatusLine)
+{
+    for (const std::string name : {"a.w64", "b.w64"}) writeHours(name);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(grantpt(terminal), 0);
+    ASSERT_EQ(unlockpt(terminal), 0);
+    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(screen, 0);
+    Process process({.arguments = {"report", "-j", "2", "-o", "out.html", "a.w64", "b.w64"}}, directory, input[0], sink,
+                    screen);
+    close(screen);
+    readTo(terminal, "upmixing 2 of 2: b.w64");
+    expectDeathBy(SIGINT, process);
+    const std::string rest = readTo(terminal, "");
+    EXPECT_TRUE(rest.ends_with("\r\033[Ktarn: interrupted: 0 of 2 files upmixed; out.html is not written\r\n")) << rest;
+    EXPECT_EQ(files(), (std::vector<std::string>{"a.w64", "b.w64"}));
+    close(terminal);
 }
 
 TEST_F(Interruption, KillLeavesNoProcess)

@@ -374,7 +374,7 @@ protected:
                const std::string& size = "-x 80 -y 24")
     {
         writeBytes(at("line.sh"), "TARN='" TARN_COMMAND "'\nexport TARN " + variables + "\necho before\n" + line +
-                                      "\necho ended with $?\nsleep 60\n");
+                                      "\necho ended with $?\nsleep 600\n");
         ++servers;
         const Result result = tmux("new-session -d " + size + " sh line.sh");
         ASSERT_EQ(result.exitCode, 0) << result.errors;
@@ -391,9 +391,10 @@ protected:
                 samples.push_back(static_cast<std::int32_t>(std::lround(level * value)) * 65536);
         }
         writeBytes(at("in.raw"), pcmOf(samples, 16));
-        start("(cat in.raw; sleep 60) | sh -c 'echo $$ >process; exec \"$TARN\" meter --raw 48000:16 " + options + "'",
+        start("(cat in.raw; sleep 600) | sh -c 'echo $$ >process; exec \"$TARN\" meter --raw 48000:16 " + options + "'",
               variables);
         waitFor("0:02.0");
+        waitForStillScreen();
     }
 
     /// The rows of the window.
@@ -407,15 +408,52 @@ protected:
 
     std::string text() const { return tmux("capture-pane -p").output; }
 
-    /// Waits until the window has a text.
-    void waitFor(const std::string& wanted) const
+    /// Waits until a condition holds. The deadline is for faults only: a busy machine makes everything late.
+    void waitUntil(const std::function<bool()>& holds, const std::string& name) const
     {
         using namespace std::chrono_literals;
-        const auto deadline = std::chrono::steady_clock::now() + 20s;
-        while (text().find(wanted) == std::string::npos) {
-            if (std::chrono::steady_clock::now() > deadline) FAIL() << "no " << wanted << " in\n" << text();
+        const auto deadline = std::chrono::steady_clock::now() + 60s;
+        while (!holds()) {
+            if (std::chrono::steady_clock::now() > deadline) FAIL() << "no " << name << " in\n" << text();
             std::this_thread::sleep_for(20ms);
         }
+    }
+
+    /// Waits until the window has a text, which must stay there: a busy machine does not see every screen.
+    void waitFor(const std::string& wanted) const
+    {
+        waitUntil([&] { return text().find(wanted) != std::string::npos; }, wanted);
+    }
+
+    /// Waits until the window stays as it is for half a second, because tmux can show a part of a new screen.
+    void waitForStillScreen() const
+    {
+        using namespace std::chrono_literals;
+        std::string last;
+        int same = 0;
+        waitUntil(
+            [&] {
+                std::string now = text();
+                same = now == last ? same + 1 : 0;
+                last = std::move(now);
+                if (same < 5) std::this_thread::sleep_for(80ms);
+                return same == 5;
+            },
+            "rest");
+    }
+
+    /// The position of in.wav on the screen: "0:01.2" is 1.2; -1 if there is none.
+    double position() const
+    {
+        const std::string screen = text();
+        std::smatch match;
+        return std::regex_search(screen, match, std::regex("in\\.wav  0:([0-9.]+) /")) ? std::stod(match[1]) : -1.0;
+    }
+
+    /// Waits until in.wav has been played to a position.
+    void waitForPosition(double seconds) const
+    {
+        waitUntil([&] { return position() >= seconds; }, "position");
     }
 
     void press(const std::string& keys) const { tmux("send-keys " + keys); }
@@ -495,10 +533,12 @@ TEST_F(MeterInTerminal, KeysChangeTheSettings)
 TEST_F(MeterInTerminal, KeysChangeTheUpmixThatIsWritten)
 {
     writeBytes(at("in.raw"), pcmOf(stereoNoise(48000, 16), 16));
-    start("(sleep 1.5; cat in.raw) | \"$TARN\" meter --raw 48000:16 --preset plain --upmix >out.raw");
+    start("(while [ ! -e typed ]; do sleep 0.1; done; cat in.raw) | "
+          "\"$TARN\" meter --raw 48000:16 --preset plain --upmix >out.raw");
     waitFor("0:00.0");
     press("Up Up m");
     waitFor("mode calm  gain +2.0 dB");
+    writeBytes(at("typed"), "");
     waitFor("ended with 0");
     const Result upmix =
         shell("\"$TARN\" upmix --quiet --raw 48000:16 --preset plain --gain 2 --mode calm - - <in.raw");
@@ -509,16 +549,15 @@ TEST_F(MeterInTerminal, FollowsTheSizeOfTheWindow)
 {
     startOnSines(0.5, 0.0);
     tmux("resize-window -x 120 -y 40");
-    waitFor("r reset");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    auto screen = rows();
-    ASSERT_EQ(screen.size(), 40u);
-    EXPECT_TRUE(screen[39].starts_with(" q quit ")) << screen[39];
+    const auto hasKeysInRow = [this](std::size_t row) {
+        const auto screen = rows();
+        return screen.size() == row + 1 && screen[row].starts_with(" q quit ");
+    };
+    waitUntil([&] { return hasKeysInRow(39); }, "keys in row 39");
     tmux("resize-window -x 50 -y 10");
     waitFor("tarn meter needs 68 columns");
     tmux("resize-window -x 68 -y 20");
-    waitFor("r reset");
-    EXPECT_TRUE(rows()[19].starts_with(" q quit "));
+    waitUntil([&] { return hasKeysInRow(19); }, "keys in row 19");
 }
 
 TEST_F(MeterInTerminal, RestoresTheTerminalOnEveryExit)
@@ -532,7 +571,7 @@ TEST_F(MeterInTerminal, RestoresTheTerminalOnEveryExit)
         SCOPED_TRACE(action);
         start("trap : INT\nstty -a >stty-before\nsh -c 'echo $$ >process; exec \"$TARN\" meter in.wav'\n"
               "echo status $?\nstty -a >stty-after");
-        waitFor("in.wav  0:00.5");
+        waitForPosition(0.5);
         EXPECT_EQ(state(), "screen 1 cursor 0\n");
         if (action.starts_with("tmux ")) {
             tmux(action.substr(5));
@@ -553,11 +592,10 @@ TEST_F(MeterInTerminal, RestoresTheTerminalOnEveryExit)
     }
 }
 
-// The position of a file: "0:01.2" is 1.2.
-double positionIn(const std::string& row)
+/// The time since a point in seconds.
+double secondsSince(std::chrono::steady_clock::time_point start)
 {
-    std::smatch match;
-    return std::regex_search(row, match, std::regex("in\\.wav  0:([0-9.]+) /")) ? std::stod(match[1]) : -1.0;
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 TEST_F(MeterInTerminal, CtrlZStopsItWithTheTerminalRestoredAndFgShowsTheScreenAgain)
@@ -566,19 +604,19 @@ TEST_F(MeterInTerminal, CtrlZStopsItWithTheTerminalRestoredAndFgShowsTheScreenAg
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 60, 16));
     start(
         "set -m\nstty -a >stty-before\n\"$TARN\" meter in.wav\nstty -a >stty-stopped\necho was stopped\nread word\nfg");
-    waitFor("in.wav  0:00.5");
-    const double before = positionIn(rows()[0]);
+    waitForPosition(0.5);
+    const auto start = std::chrono::steady_clock::now();
+    const double before = position();
     press("C-z");
     waitFor("was stopped");
     EXPECT_EQ(state(), "screen 0 cursor 1\n");
     EXPECT_EQ(text().find("r reset"), std::string::npos) << text();
     EXPECT_EQ(bytesOf(at("stty-before")), bytesOf(at("stty-stopped")));
-    std::this_thread::sleep_for(2s);
+    std::this_thread::sleep_for(4s);
     press("word Enter");
-    waitFor("r reset");
+    waitForPosition(before);
+    EXPECT_LT(position(), before + secondsSince(start) - 2.0) << "the file was stopped too";
     EXPECT_EQ(state(), "screen 1 cursor 0\n");
-    EXPECT_GE(positionIn(rows()[0]), before);
-    EXPECT_LT(positionIn(rows()[0]), before + 1.5) << "the file was stopped too";
     press("C-z");
     waitFor("ended with");
     EXPECT_EQ(state(), "screen 0 cursor 1\n") << "stops a second time";
@@ -608,13 +646,14 @@ TEST_F(MeterInTerminal, KeysWorkAfterTheProcessWasStopped)
     startOnSines(0.5, 0.1, "LC_ALL=C.UTF-8 COLORTERM=truecolor");
     press("m");
     waitFor("mode calm");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    waitForStillScreen();
     const auto screen = visibleCells(rows("-e"));
     shell("kill -STOP $(cat process)");
     tmux("send-keys -R");
     EXPECT_EQ(text().find("r reset"), std::string::npos) << "the reset erases the window";
     shell("kill -CONT $(cat process)");
     waitFor("r reset");
+    waitForStillScreen();
     EXPECT_EQ(visibleCells(rows("-e")), screen) << "as many changes had drawn it";
     press("m");
     waitFor("mode fast");
@@ -627,17 +666,17 @@ TEST_F(MeterInTerminal, SpacePausesAFile)
     using namespace std::chrono_literals;
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 60, 16));
     start("\"$TARN\" meter in.wav");
-    waitFor("in.wav  0:00.");
+    waitForPosition(0.0);
     press("Space");
     waitFor("PAUSED");
-    std::this_thread::sleep_for(100ms);
-    const double paused = positionIn(rows()[0]);
+    waitForStillScreen();
+    const double paused = position();
     std::this_thread::sleep_for(1500ms);
-    EXPECT_EQ(positionIn(rows()[0]), paused);
+    EXPECT_EQ(position(), paused);
+    const auto start = std::chrono::steady_clock::now();
     press("Space");
-    std::this_thread::sleep_for(300ms);
-    EXPECT_GT(positionIn(rows()[0]), paused);
-    EXPECT_LT(positionIn(rows()[0]), paused + 1.2) << "goes on where it was";
+    waitForPosition(paused + 0.1);
+    EXPECT_LT(position(), paused + secondsSince(start) + 1.0) << "goes on where it was";
     press("Space q");
     waitFor("ended with 0");
 }
@@ -645,8 +684,14 @@ TEST_F(MeterInTerminal, SpacePausesAFile)
 TEST_F(MeterInTerminal, BeginsAtAStart)
 {
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(48000 * 20, 16));
+    start("\"$TARN\" meter --start 0:02.5 in.wav");
+    waitForPosition(0.0);
+    EXPECT_GE(position(), 2.5);
+    press("q");
+    waitFor("ended with 0");
+    EXPECT_NE(text().find("tarn: in.wav: 0:02.500 to 0:"), std::string::npos) << text();
+    tmux("kill-server");
     start("\"$TARN\" meter --start 0:18.5 in.wav");
-    waitFor("in.wav  0:18.9 / 0:20");
     waitFor("ended with 0");
     EXPECT_TRUE(
         std::regex_search(text(), std::regex("tarn: in\\.wav: 0:18\\.500 to 0:20\\.000, -[0-9]+\\.[0-9] LUFS\nended")))
@@ -661,8 +706,9 @@ TEST_F(MeterInTerminal, BeginsAtAStart)
 TEST_F(MeterInTerminal, ThePassedStreamIsUnchangedAndItsReaderEndsTheMeter)
 {
     writeBytes(at("in.raw"), pcmOf(stereoNoise(20000, 16), 16) + "x");
-    start("(cat in.raw; sleep 1) | \"$TARN\" meter --raw 48000:16 --pass >out.raw");
+    start("(cat in.raw; while [ ! -e seen ]; do sleep 0.1; done) | \"$TARN\" meter --raw 48000:16 --pass >out.raw");
     waitFor("tarn meter  standard input  0:00.4");
+    writeBytes(at("seen"), "");
     waitFor("ended with 0");
     EXPECT_TRUE(bytesOf(at("out.raw")) == bytesOf(at("in.raw")));
     EXPECT_NE(text().find("tarn: standard input: ends inside a frame: 1 byte"), std::string::npos) << text();
@@ -709,8 +755,8 @@ TEST_F(MeterInTerminal, AStuckTerminalDelaysNeitherTheStreamNorItsEnd)
         shell("echo 'for i in $(seq 60); do cat in.raw; sleep 0.04; done | '\"$TARN\"' meter --raw 48000:16 --pass "
               ">out.raw; touch ended' "
               ">line.sh; export TERM=xterm COLORTERM=truecolor LC_ALL=C.UTF-8; "
-              "{ script -qec 'stty rows 50 cols 200; sh line.sh' /dev/null </dev/null; } | { sleep 10; [ -e ended ] && "
-              "wc -c <out.raw; }");
+              "{ script -qec 'stty rows 50 cols 200; sh line.sh' /dev/null </dev/null; } | "
+              "{ for i in $(seq 600); do [ ! -e ended ] || break; sleep 0.1; done; [ -e ended ] && wc -c <out.raw; }");
     EXPECT_EQ(result.output, std::to_string(60 * 4800 * 4) + "\n") << result.errors;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <tuple>
 
 #include <sys/stat.h>
 
@@ -130,8 +131,36 @@ TEST_F(OutputFiles, FileSizeLimitIsReportedAndLeavesNoFile)
         const Result result = shell(line);
         expectRefusal(
             result, 74,
-            "writing failed: File too large; no output was left. Raise the limit of the file size (ulimit -f)");
+            "writing failed: File too large; no output was left; raise the limit of the file size (ulimit -f)" +
+                std::string(line.ends_with(".wav") ? ", or write a .flac file\n" : "\n"));
         EXPECT_EQ(files(), (Names{"in.wav", "short.wav"})) << line;
+    }
+}
+
+TEST_F(OutputFiles, AdviceNamesTheLimitOfTheProcess)
+{
+    const std::string sizeAdvice = "File too large; raise the limit of the file size (ulimit -f)";
+    const std::string countAdvice = "Too many open files; raise the limit of open files (ulimit -n)";
+    for (const auto& [line, exitCode, advice] : std::vector<std::tuple<std::string, int, std::string>>{
+             {"ulimit -f 8; \"$TARN\" upmix --loudness-match in.wav out.wav", 74,
+              sizeAdvice + ", or leave out --loudness-match\n"},
+             {"ulimit -f 8; cat in.wav | \"$TARN\" upmix - out.wav", 74,
+              sizeAdvice + ", or name a file instead of the pipe\n"},
+             {"ulimit -f 8; \"$TARN\" upmix in.wav - >standard-output", 74, sizeAdvice + "\n"},
+             {"ulimit -n 5; \"$TARN\" upmix in.wav out.wav", 66, "in.wav: cannot be opened: " + countAdvice + "\n"},
+             {"ulimit -n 5; \"$TARN\" info in.wav", 70, "in.wav: cannot start a process: " + countAdvice + "\n"},
+             {"ulimit -n 4; \"$TARN\" info in.wav", 70, "tarn: cannot create a pipe: " + countAdvice + "\n"}}) {
+        SCOPED_TRACE(line);
+        expectRefusal(shell(line), exitCode, advice);
+        std::filesystem::remove(at("standard-output"));
+        EXPECT_EQ(files(), (Names{"in.wav"}));
+    }
+    for (const std::string line :
+         {"ulimit -f 8; \"$TARN\" picture in.wav out.png", "ulimit -f 8; \"$TARN\" report -o out.html in.wav"}) {
+        expectRefusal(
+            shell(line), 74,
+            "writing failed: File too large; no output was left; raise the limit of the file size (ulimit -f)\n");
+        EXPECT_EQ(files(), (Names{"in.wav"}));
     }
 }
 
@@ -140,7 +169,7 @@ TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
     writeAudio(at("long.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(90000, 16));
     for (const std::string output : {"out.wav", "out.flac"}) {
         expectRefusal(tarnOnFullDisk({"upmix", "long.wav", output}), 74,
-                      output + ": writing failed: No space left on device; no output was left. Free some space, or "
+                      output + ": writing failed: No space left on device; no output was left; free some space, or "
                                "choose another place\n");
         EXPECT_EQ(files(), (Names{"in.wav", "long.wav"}));
     }

@@ -390,6 +390,37 @@ TEST_F(PictureCommand, ExistingPicturesAreKeptWithoutForce)
     EXPECT_EQ(readPng(at("out.png")).width, 1600);
 }
 
+TEST_F(PictureCommand, OnlyDrawingLoadsCairo)
+{
+    const std::string libraries = shell("LD_TRACE_LOADED_OBJECTS=1 \"$TARN\"").output;
+    EXPECT_NE(libraries.find("libsndfile"), std::string::npos) << libraries;
+    for (const std::string name : {"libcairo", "libpango", "libglib"})
+        EXPECT_EQ(libraries.find(name), std::string::npos) << "they double the time of the start\n" << libraries;
+}
+
+TEST_F(PictureCommand, TheDrawingIsBesideTheCommandOrReportedAsMissing)
+{
+    const std::filesystem::path command(TARN_COMMAND);
+    std::filesystem::copy_file(command, at("tarn"));
+    writeStereo("in.wav");
+    const std::vector<std::string> before = files();
+    for (const std::string line :
+         {"picture in.wav out.png", "report -o out.html in.wav", "upmix --picture out.png in.wav out.wav"}) {
+        const Result result = shell("./tarn " + line);
+        EXPECT_EQ(result.exitCode, 70) << line;
+        EXPECT_TRUE(
+            std::regex_match(result.errors, std::regex("tarn: pictures need a part of tarn that cannot be loaded: "
+                                                       ".*/tarn-drawing\\.so: .*No such file or directory; "
+                                                       "install tarn again, with Cairo and Pango\n")))
+            << result.errors;
+        EXPECT_EQ(files(), before) << line;
+    }
+    EXPECT_EQ(shell("./tarn upmix in.wav out.wav").exitCode, 0) << "draws nothing";
+    std::filesystem::copy_file(command.parent_path() / "tarn-drawing.so", at("tarn-drawing.so"));
+    EXPECT_EQ(shell("./tarn picture in.wav out.png").exitCode, 0);
+    EXPECT_EQ(readPng(at("out.png")).width, 1600);
+}
+
 TEST_F(PictureCommand, FullDiskLeavesNothing)
 {
     writeStereo("in.wav");

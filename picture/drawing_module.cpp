@@ -1,0 +1,5 @@
+// The drawing as a module, because it needs Cairo and Pango with their libraries.
+// SPDX-License-Identifier: MIT
+#include "picture/drawing_module.h"
+
+tarn::DrawPicture* const tarn_draw_picture = tarn::drawPicture;
