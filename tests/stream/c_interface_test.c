@@ -3,6 +3,7 @@
 
 #include <zrk_tarn/tarn.h>
 
+#include <float.h>
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -32,6 +33,15 @@ static void fill_stereo(void)
         stereo[i][0] = (float)(rint(0x1p19 * sin(0.1 * i)) * 0x1p-20);
         stereo[i][1] = 0.0f;
     }
+}
+
+/* Loading the library does not change the floating-point mode of the process. */
+static void test_float_mode(void)
+{
+    volatile float smallest_normal = FLT_MIN;
+    volatile float half = smallest_normal * 0.5f;
+    CHECK(half != 0.0f);
+    CHECK(half * 2.0f == smallest_normal);
 }
 
 static void test_default_stream(void)
@@ -405,6 +415,7 @@ static void test_sizes_of_meters(void)
 
 int main(void)
 {
+    test_float_mode();
     fill_stereo();
     test_default_stream();
     test_planar();
