@@ -110,8 +110,10 @@ typedef struct tarn_slot
     uint32_t index;  /**< number of the engine output, input slot, surround channel or side */
 } tarn_slot;
 
-/** Configuration of a stream. Fill it with tarn_defaults, then change members. Later versions of the library only add
- * members at the end; 0 in an added member keeps the behaviour of the version before. */
+/** Configuration of a stream. Fill it with tarn_defaults, then change members. Values that a member does not allow are
+ * refused. Later versions of the library only add members at the end; 0 in an added member keeps the behaviour of the
+ * version before. A program can be compiled for an earlier version than that of the library, and for a later one if the
+ * members that the library does not have are 0. */
 typedef struct tarn_configuration
 {
     uint32_t size;                     /**< bytes of the structure, set by tarn_defaults; do not change it */

@@ -56,7 +56,6 @@ void BlockUpmixer::process(const Row& left, const Row& right, Row (&outputRows)[
 /// The matrix works on the samples of a host's buffer: its sums wrap to their width.
 void BlockUpmixer::processRemapped(const Row& left, const Row& right, Row (&outputRows)[4]) noexcept
 {
-    Row rows[kMaxSlots]{};
     std::copy_n(left, kBlockFrames, rows[0]);
     std::copy_n(right, kBlockFrames, rows[1]);
     packed.store(rows, 0, kBlockFrames, buffer);

@@ -48,6 +48,7 @@ private:
     std::uint32_t bits;
     const Interleaving& packed;
     std::byte buffer[kBlockFrames * kMaxSlots * sizeof(std::int32_t)]{}; ///< interleaved
+    Row rows[kMaxSlots]{}; ///< scratch of processRemapped, which keeps it off the stack
 };
 
 } // namespace zrk_tarn

@@ -18,6 +18,7 @@ namespace
 {
 
 constexpr std::size_t kThreadBytes = 512 * 1024;
+constexpr std::size_t kSmallThreadBytes = 16 * 1024;
 constexpr std::byte kPaint{0xa5};
 
 /// A call on a thread, and where its stack begins.
@@ -55,6 +56,21 @@ std::size_t stackBytesOf(const std::function<void()>& call)
     const std::byte* const deepest =
         std::find_if(stack.get(), stack.get() + kThreadBytes, [](std::byte b) { return b != kPaint; });
     return static_cast<std::size_t>(job.top - deepest);
+}
+
+bool runsOnSmallStack(const std::function<void()>& call)
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    const bool canBeSmall = pthread_attr_setstacksize(&attributes, kSmallThreadBytes) == 0;
+    if (canBeSmall) {
+        Job job{call};
+        pthread_t thread{};
+        EXPECT_EQ(pthread_create(&thread, &attributes, runJob, &job), 0);
+        pthread_join(thread, nullptr);
+    }
+    pthread_attr_destroy(&attributes);
+    return canBeSmall;
 }
 
 } // namespace tests

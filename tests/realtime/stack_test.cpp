@@ -1,19 +1,28 @@
 // Real-time calls need little stack, because hosts run audio threads with small stacks.
 // SPDX-License-Identifier: MIT
 #include "c_api/tarn.h"
+#include "dispatch/instruction_sets.h"
 #include "host/zrk_tarn_processor.h"
 #include "tests/realtime/stack_bytes.h"
+#include "tests/support/field_bits.h"
 #include "tests/support/random.h"
+#include "tests/support/record_fields.h"
+#include "tests/support/subnormal_speed_test.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -46,7 +55,7 @@ public:
             configuration.bass = TARN_BASS_FRONTS;
             constexpr tarn_slot kAll[] = {{TARN_FROM_ENGINE, 0}, {TARN_FROM_ENGINE, 1}, {TARN_FROM_ENGINE, 2},
                                           {TARN_FROM_INPUT, 7},  {TARN_SURROUND, 0},    {TARN_SURROUND, 3},
-                                          {TARN_DIALOGUE, 0},    {TARN_DIALOGUE, 1}};
+                                          {TARN_LFE, 0},         {TARN_DIALOGUE, 1}};
             std::copy(std::begin(kAll), std::end(kAll), configuration.outputs);
         }
         std::memcpy(configuration.gains, kGains, sizeof kGains);
@@ -88,60 +97,142 @@ private:
     tarn_meters meters{};
 };
 
-/// Makes each call here first, because the first call of a function may be bound then, and compares its need on a
-/// thread with the promise.
-void expectSmall(const std::vector<Call>& calls, const std::string& what)
-{
-    for (const auto& [name, call] : calls) call();
-    for (const auto& [name, call] : calls) EXPECT_LE(stackBytesOf(call), kMaxStackBytes) << name << ", " << what;
-}
-
-class RealTimeStack : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-#if !defined __OPTIMIZE__
-        GTEST_SKIP() << "only optimised code";
-#endif
-        if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
-    }
-};
-
-} // namespace
-
-TEST_F(RealTimeStack, OfStreamsIsAtMost12KiB)
+/// The calls for every format, with and without a remap matrix.
+template <typename Visit>
+void forEachStream(Visit visit)
 {
     for (std::uint32_t format = TARN_S16; format <= TARN_F32; ++format) {
         for (const bool remapped : {false, true}) {
             Calls calls(format, remapped);
-            expectSmall(calls.all(), "format " + std::to_string(format) + (remapped ? ", remapped" : ""));
+            visit(calls.all(), "format " + std::to_string(format) + (remapped ? ", remapped" : ""));
         }
     }
 }
 
-TEST_F(RealTimeStack, OfProcessorsIsAtMost12KiB)
+/// Makes each call here first, because the first call of a function may be bound then, and compares its need on a
+/// thread with the promise. Returns the largest need.
+std::size_t expectSmall(const std::vector<Call>& calls, const std::string& what)
+{
+    std::size_t largest = 0;
+    for (const auto& [name, call] : calls) call();
+    for (const auto& [name, call] : calls) {
+        const std::size_t bytes = stackBytesOf(call);
+        EXPECT_LE(bytes, kMaxStackBytes) << name << ", " << what;
+        largest = std::max(largest, bytes);
+    }
+    return largest;
+}
+
+class RealTimeStack : public SubnormalSpeedTest
+{
+protected:
+    void SetUp() override
+    {
+        if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
+    }
+};
+
+/// Sets about half of the fields of floats to numbers from 2^-150 to 1.
+void writeTinyNumbers(ZRKTarn& engine, Random& random)
+{
+    forEachField(engine, engine, [&](std::string_view, auto& field, auto& /*same*/) {
+        using Field = std::remove_cvref_t<decltype(field)>;
+        if constexpr (std::is_same_v<ElementOf<Field>, float>) {
+            if (random.chance(2)) return;
+            auto* const elements = reinterpret_cast<float*>(&field);
+            for (std::size_t i = 0; i < sizeof field / sizeof(float); ++i)
+                elements[i] = static_cast<float>(std::ldexp(random.uniform(), -static_cast<int>(random.below(150))));
+        }
+    });
+}
+
+void printNeed(std::size_t bytes)
+{
+    std::printf("%s: at most %zu bytes\n", zrk_tarn::chosenOperations().instructionSet, bytes);
+}
+
+} // namespace
+
+TEST_P(RealTimeStack, OfStreamsIsWithinTheBound)
+{
+    std::size_t largest = 0;
+    forEachStream([&](const std::vector<Call>& calls, const std::string& what) {
+        largest = std::max(largest, expectSmall(calls, what));
+    });
+    printNeed(largest);
+}
+
+TEST_P(RealTimeStack, OfProcessorsIsWithinTheBound)
 {
     zrk_tarn_processor_t processor;
     std::vector<std::int32_t> buffer(kMaxFrames * 8);
     audio_channel_assignment_t plain{{0x2000, 0x4000, 0x200}};
     audio_channel_assignment_t remapped{{0x2000, 0x4000, 0x40000, 0x80000}};
     unsigned gains[3][4] = {};
-    expectSmall({{"setup", [&] { processor.setup(1, 0, 1.0f); }},
-                 {"set_remap_coeff", [&] { processor.set_remap_coeff(gains); }},
-                 {"process", [&] { processor.process(buffer.data(), kMaxFrames, 8, 48000, 32, &plain); }},
-                 {"process, remapped", [&] { processor.process(buffer.data(), kMaxFrames, 8, 96000, 16, &remapped); }}},
-                "processor");
+    const std::size_t largest = expectSmall(
+        {{"setup", [&] { processor.setup(1, 0, 1.0f); }},
+         {"set_remap_coeff", [&] { processor.set_remap_coeff(gains); }},
+         {"process", [&] { processor.process(buffer.data(), kMaxFrames, 8, 48000, 32, &plain); }},
+         {"process, remapped", [&] { processor.process(buffer.data(), kMaxFrames, 8, 96000, 16, &remapped); }}},
+        "processor");
+    printNeed(largest);
 }
 
-TEST_F(RealTimeStack, IsMeasured)
+/// Stages have other code for numbers near underflow.
+TEST_P(RealTimeStack, OfTinyNumbersIsWithinTheBound)
 {
+    Random random(1);
+    std::vector<std::int32_t> buffer(64 * 3);
+    audio_channel_assignment_t assignment{{0x2000, 0x4000, 0x200}};
+    std::size_t largest = 0;
+    for (const unsigned rate : {48000u, 64000u, 96000u, 192000u}) {
+        zrk_tarn_processor_t processor;
+        const auto processBlock = [&] { processor.process(buffer.data(), 64, 3, rate, 32, &assignment); };
+        processBlock();
+        for (int block = 0; block < 25; ++block) {
+            for (std::int32_t& sample : buffer) sample = static_cast<std::int32_t>(random.bits());
+            writeTinyNumbers(*processor.engine, random);
+            largest = std::max(largest, stackBytesOf(processBlock));
+        }
+    }
+    EXPECT_LE(largest, kMaxStackBytes);
+    printNeed(largest);
+}
+
+TEST_P(RealTimeStack, OfStreamsFitsAThreadOf16KiB)
+{
+#if !defined __OPTIMIZE__
+    GTEST_SKIP() << "only optimised code";
+#endif
+    forEachStream([&](const std::vector<Call>& calls, const std::string&) {
+        for (const auto& [name, call] : calls) call();
+        for (const auto& [name, call] : calls)
+            if (!runsOnSmallStack(call)) GTEST_SKIP() << "the system has no stacks of 16 KiB";
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(, RealTimeStack, testing::Bool(), nameOfSpeed);
+
+TEST(StackBytes, AreMeasured)
+{
+    if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
     const std::size_t bytes = stackBytesOf([] {
         volatile std::byte used[20000];
         for (volatile std::byte& b : used) b = std::byte{1};
     });
     EXPECT_GE(bytes, 20000u);
     EXPECT_LE(bytes, 21000u);
+}
+
+TEST(SmallStack, EndsWithTheProgramIfItOverflows)
+{
+    if (TARN_INSTRUMENTED) GTEST_SKIP() << "not with sanitizers or coverage";
+    if (!runsOnSmallStack([] {})) GTEST_SKIP() << "the system has no stacks of 16 KiB";
+    EXPECT_EXIT(runsOnSmallStack([] {
+                    volatile std::byte used[16 * 1024];
+                    for (volatile std::byte& b : used) b = std::byte{1};
+                }),
+                testing::KilledBySignal(SIGSEGV), "");
 }
 
 } // namespace tests

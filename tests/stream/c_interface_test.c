@@ -3,6 +3,7 @@
 
 #include <zrk_tarn/tarn.h>
 
+#include <float.h>
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -32,6 +33,15 @@ static void fill_stereo(void)
         stereo[i][0] = (float)(rint(0x1p19 * sin(0.1 * i)) * 0x1p-20);
         stereo[i][1] = 0.0f;
     }
+}
+
+/* Loading the library does not change the floating-point mode of the process. */
+static void test_float_mode(void)
+{
+    volatile float smallest_normal = FLT_MIN;
+    volatile float half = smallest_normal * 0.5f;
+    CHECK(half != 0.0f);
+    CHECK(half * 2.0f == smallest_normal);
 }
 
 static void test_default_stream(void)
@@ -268,6 +278,17 @@ static void test_refusals(void)
     CHECK(tarn_process_planar(stream, rows, out, 1) == TARN_BAD_ARGUMENT);
     tarn_destroy(stream);
 
+    configuration.format = TARN_F32;
+    configuration.remap = 1;
+    CHECK(tarn_create(&configuration, &stream) == TARN_OK);
+    CHECK(tarn_process_planar(stream, NULL, out, 1) == TARN_BAD_ARGUMENT);
+    CHECK(tarn_process_planar(stream, rows, NULL, 1) == TARN_BAD_ARGUMENT);
+    CHECK(tarn_process_planar(stream, rows, out, 1) == TARN_OK);
+    CHECK(tarn_drain(stream, NULL, 1) == 0);
+    CHECK(tarn_drain(stream, output, 1) == 1);
+    CHECK(tarn_set_remap(stream, NULL) == TARN_BAD_ARGUMENT);
+    tarn_destroy(stream);
+
     tarn_destroy(NULL);
     tarn_reset(NULL);
     CHECK(tarn_drain(NULL, output, 1) == 0);
@@ -322,6 +343,19 @@ static void test_sizes(void)
     CHECK(strstr(tarn_problem(&newer.known), "newer library") != NULL);
     CHECK(tarn_create(&newer.known, &stream) == TARN_BAD_CONFIGURATION);
     newer.added = 0;
+
+    static union {
+        tarn_configuration known;
+        unsigned char bytes[4096];
+    } largest;
+    tarn_defaults(&largest.known, sizeof largest);
+    CHECK(tarn_problem(&largest.known) == NULL);
+    const size_t unknown[] = {sizeof largest.known, sizeof largest.known + 1, sizeof largest - 1};
+    for (size_t i = 0; i < sizeof unknown / sizeof *unknown; ++i) {
+        largest.bytes[unknown[i]] = 128;
+        CHECK(strstr(tarn_problem(&largest.known), "newer library") != NULL);
+        largest.bytes[unknown[i]] = 0;
+    }
 
     const uint32_t wrong[] = {0, 1, sizeof newer.known - 4, sizeof newer.known - 1, 4097, UINT32_MAX};
     for (size_t i = 0; i < sizeof wrong / sizeof *wrong; ++i) {
@@ -405,6 +439,7 @@ static void test_sizes_of_meters(void)
 
 int main(void)
 {
+    test_float_mode();
     fill_stereo();
     test_default_stream();
     test_planar();
