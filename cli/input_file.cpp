@@ -4,10 +4,10 @@
 
 #include "cli/failure.h"
 #include "cli/interrupt.h"
+#include "cli/temporary_file.h"
 #include "cli/text.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <vector>
@@ -28,12 +28,10 @@ constexpr std::size_t kStoreBytes = 65536;
 /// Creates a file without a name.
 Descriptor createStorage(const std::string& folder)
 {
-    std::string name = (std::filesystem::path(folder) / "tarn-XXXXXX").string();
-    Descriptor file(mkostemp(name.data(), O_CLOEXEC));
+    Descriptor file = createUnnamed(folder);
     if (file.number() < 0)
         throw Failure(EX_IOERR, folder + ": cannot store the data of the pipe there: " + systemError(errno) +
                                     "; set TMPDIR to a folder with free space, or name a file instead of the pipe");
-    unlink(name.c_str());
     return file;
 }
 
