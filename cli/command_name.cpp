@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "cli/command_name.h"
 
+#include "cli/text.h"
+
 #include <filesystem>
 
 namespace tarn
@@ -17,7 +19,9 @@ std::string name = "tarn";
 void setCommandName(const std::string& argument)
 {
     const std::filesystem::path program = std::filesystem::path(argument).filename();
-    name = program == "tarn" ? "tarn" : program == "tarn-film" ? "tarn film" : argument;
+    // The name that tarn gives to tarn-film has been quoted already, and has a blank.
+    const std::string quoted = printable(argument) == argument ? argument : shellQuoted(argument);
+    name = program == "tarn" ? "tarn" : program == "tarn-film" ? "tarn film" : quoted;
 }
 
 const std::string& commandName()

@@ -108,7 +108,7 @@ zrk_tarn::RoomSettings settingsOf(const DemoOptions& options)
 
 void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& files)
 {
-    const std::string program = printable(options.program);
+    const std::string program = shellQuoted(options.program);
     if (!files) {
         std::printf("Next, write the scene to a file:  %s demo scene.wav\n"
                     "or upmix your own music:          %s upmix song.flac song-3.0.wav\n",

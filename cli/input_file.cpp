@@ -5,10 +5,10 @@
 #include "cli/error_advice.h"
 #include "cli/failure.h"
 #include "cli/interrupt.h"
+#include "cli/temporary_file.h"
 #include "cli/text.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <vector>
@@ -36,10 +36,8 @@ constexpr std::size_t kStoreBytes = 65536;
 /// Creates a file without a name.
 Descriptor createStorage(const std::string& folder)
 {
-    std::string name = (std::filesystem::path(folder) / "tarn-XXXXXX").string();
-    Descriptor file(mkostemp(name.data(), O_CLOEXEC));
+    Descriptor file = createUnnamed(folder);
     if (file.number() < 0) failToStore(folder, errno);
-    unlink(name.c_str());
     return file;
 }
 

@@ -6,6 +6,7 @@
 #include "cli/failure.h"
 #include "cli/text.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -31,19 +32,24 @@ int wakePipe[2] = {-1, -1};
 extern "C" void recordSignal(int signalNumber)
 {
     const int savedErrno = errno;
-    arrived = signalNumber;
+    // The first signal stays: it may have ended the reader of a pipe, which causes SIGPIPE here.
+    int before = 0;
+    if (!arrived.compare_exchange_strong(before, signalNumber) && before == kStopRequested) arrived = signalNumber;
     const char byte = 0;
     // A full pipe wakes the waiter too.
     [[maybe_unused]] const ssize_t written = write(wakePipe[1], &byte, 1);
     errno = savedErrno;
 }
 
-/// Makes the handler record a signal, unless the parent ignores it.
+/// The signals that end a process by default and do not mean that it crashed. The real-time signals follow them.
+constexpr std::array kSignals{SIGHUP,  SIGINT,  SIGQUIT, SIGUSR1,   SIGUSR2, SIGPIPE, SIGALRM,
+                              SIGTERM, SIGXCPU, SIGPROF, SIGVTALRM, SIGIO,   SIGPWR,  SIGSTKFLT};
+
+/// Makes the handler record a signal, unless the parent ignores it or another handler has it, such as a profiler's.
 void record(int signalNumber)
 {
     struct sigaction action = {};
-    sigaction(signalNumber, nullptr, &action);
-    if (action.sa_handler == SIG_IGN) return;
+    if (sigaction(signalNumber, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
     action = {};
     action.sa_handler = recordSignal;
     sigaction(signalNumber, &action, nullptr);
@@ -61,13 +67,9 @@ void catchInterrupts()
                       "cannot create a pipe: " + systemError(error) + "; " + adviceFor(error, "end some programs"));
     }
 
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) record(signalNumber);
+    for (const int signalNumber : kSignals) record(signalNumber);
+    for (int signalNumber = SIGRTMIN; signalNumber <= SIGRTMAX; ++signalNumber) record(signalNumber);
     std::signal(SIGXFSZ, SIG_IGN);
-}
-
-void catchBrokenPipe()
-{
-    record(SIGPIPE);
 }
 
 void requestStop() noexcept

@@ -1,4 +1,4 @@
-// Clean termination on SIGINT, SIGTERM, SIGHUP and SIGQUIT.
+// Clean termination on signals.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -14,15 +14,13 @@ struct Interrupted
 /// The number in Interrupted after requestStop.
 inline constexpr int kStopRequested = -1;
 
-/// Makes SIGINT, SIGTERM, SIGHUP and SIGQUIT stop the work cleanly, and makes a file-size limit a write error.
+/// Makes the signals that end a process stop the work cleanly, except those of crashes, and makes a file-size limit a
+/// write error.
 ///
-/// Signals that the parent ignores, as nohup does, stay ignored. A forked process calls this again, so that its signals
-/// do not wake its parent.
+/// SIGPIPE is one of them: a write to a pipe whose reader has ended fails, and the work stops. Signals that the parent
+/// ignores, as nohup does, stay ignored; if it ignores SIGPIPE, such a write fails only. A forked process calls this
+/// again, so that its signals do not wake its parent.
 void catchInterrupts();
-
-/// Makes a write to a pipe whose reader has ended stop the work as those signals do, instead of ending the process at
-/// once. If the parent ignores SIGPIPE, such a write fails only.
-void catchBrokenPipe();
 
 /// Stops the work of all threads as a signal does.
 void requestStop() noexcept;

@@ -239,7 +239,6 @@ int reportLoss(const MeterOptions& options, const WindowedSource& source)
 int runMeter(const MeterOptions& options)
 {
     checkOptions(options);
-    catchBrokenPipe();
     const Layout& layout = layoutNamed(options.layout);
     WindowedSource source = openSource(options);
     const EngineSettings settings{.mode = zrk_tarn::steeringModeNamed(options.mode).value(),

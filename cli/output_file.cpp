@@ -1,4 +1,4 @@
-// Writes to a temporary file and renames it.
+// Writes to a temporary file and gives it the name of the output.
 // SPDX-License-Identifier: MIT
 #include "cli/output_file.h"
 
@@ -8,8 +8,6 @@
 #include "cli/text.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <utility>
 
@@ -34,20 +32,17 @@ mode_t defaultMode() noexcept
     return mode;
 }
 
-/// Renames without replacing. Uses a hard link on file systems without RENAME_NOREPLACE. Returns 0 or an errno.
-int renameNoReplace(const std::string& from, const std::string& to) noexcept
-{
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
-    if (link(from.c_str(), to.c_str()) != 0) return errno;
-    unlink(from.c_str());
-    return 0;
-}
-
 /// The directory of a file, for messages.
 std::string directoryOf(const std::filesystem::path& file)
 {
     return file.has_parent_path() ? file.parent_path().string() : ".";
+}
+
+/// Writes the names of a directory to the disk. Not every file system can; the files are complete in any case.
+void syncDirectory(const std::filesystem::path& directory) noexcept
+{
+    const Descriptor opened(open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.number() >= 0) fsync(opened.number());
 }
 
 [[noreturn]] void failAsExisting(const std::string& name)
@@ -83,12 +78,16 @@ OutputFile::OutputFile(const std::string& path, bool force, std::optional<FileId
     const std::filesystem::path full(target);
     removeStaleTemporariesOnce(full.parent_path());
     temporary = createTemporary(full.parent_path(), full.filename().string());
-    if (temporary.file.number() < 0) failToCreate(givenName, directoryOf(full), errno);
+    if (temporary.file.number() >= 0) return;
+    if (errno == ENAMETOOLONG)
+        throw Failure(EX_CANTCREAT, givenName + ": the path is too long for a temporary file beside it; choose a "
+                                                "shorter path");
+    failToCreate(givenName, directoryOf(full), errno);
 }
 
 OutputFile::~OutputFile()
 {
-    if (!temporary.path.empty()) unlink(temporary.path.c_str());
+    if (temporary.isNamed) unlink(temporary.path.c_str());
 }
 
 void OutputFile::checkExisting(std::optional<FileIdentity> input)
@@ -106,7 +105,8 @@ void OutputFile::checkExisting(std::optional<FileIdentity> input)
     if (!replace)
         throw Failure(EX_USAGE, givenName + ": exists already; choose another name, or add --force to replace it");
 
-    mode = status.st_mode & 07777;
+    // Not the set-ID bits: the new file can have another owner.
+    mode = status.st_mode & 0777;
     if (isLink) target = std::filesystem::canonical(target).string();
 }
 
@@ -133,8 +133,7 @@ void OutputFile::commit()
         refuseNewcomer();
         beforeNaming(state);
     }
-    rename();
-    temporary.path.clear();
+    name();
     temporary.lock.close();
 }
 
@@ -169,19 +168,14 @@ void OutputFile::failToWrite(int error, const std::string& reason) const
     throw Failure(EX_IOERR, message);
 }
 
-void OutputFile::rename()
+void OutputFile::name()
 {
-    int error = 0;
-    if (!replace) {
-        error = renameNoReplace(temporary.path, target);
-    } else if (std::rename(temporary.path.c_str(), target.c_str()) != 0) {
-        error = errno;
-    }
-
+    const int error = giveName(temporary, target, replace);
     if (error == EEXIST) failAsExisting(givenName);
     if (error != 0)
-        throw Failure(EX_CANTCREAT, givenName + ": the finished file cannot be renamed to this name: " +
-                                        systemError(error) + "; choose another name");
+        throw Failure(EX_CANTCREAT, givenName + ": the finished file cannot get this name: " + systemError(error) +
+                                        "; choose another name");
+    syncDirectory(std::filesystem::path(target).parent_path());
 }
 
 } // namespace tarn

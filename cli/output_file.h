@@ -20,16 +20,16 @@ using NamingHook = std::function<void(const FileState&)>;
 
 /// A file that appears under its name only when it is complete.
 ///
-/// Writes to a temporary file in the same directory; commit renames it. Destruction without commit removes the
-/// temporary file and keeps an existing file unchanged. If the process is killed, the next process that writes to the
-/// directory removes the temporary file.
+/// Writes to a temporary file in the same directory; commit gives it the name. Destruction without commit removes the
+/// temporary file and keeps an existing file unchanged. If the process is killed and the temporary file has a name, the
+/// next process that writes to the directory removes it.
 class OutputFile
 {
 public:
     /// Removes temporary files of killed processes from the directory, then creates the temporary file.
     ///
     /// path   name of the file; with force, a symbolic link stands for its target
-    /// force  replaces a regular file of that name and keeps its mode
+    /// force  replaces a regular file of that name and keeps its permissions
     /// input  a file that must not be replaced, if any
     /// hook   can be empty
     ///
@@ -46,10 +46,10 @@ public:
     /// Open for reading and writing.
     int descriptor() const noexcept { return temporary.file.number(); }
 
-    /// Completes the file and renames it.
+    /// Completes the file, writes it to the disk and gives it its name.
     ///
     /// Throws Failure: EX_IOERR if the file could not be written; EX_USAGE if another file of this name appeared in the
-    /// meantime and force is not set; EX_CANTCREAT if renaming fails. Also what the hook throws.
+    /// meantime and force is not set; EX_CANTCREAT if naming fails. Also what the hook throws.
     void commit();
 
     /// Throws Failure (EX_IOERR) for a failed write; OutputFailure if the disk is full or defective.
@@ -63,7 +63,7 @@ private:
     void checkLength() const;
     FileState complete();
     void refuseNewcomer() const;
-    void rename();
+    void name();
 
     std::string givenName;
     std::string target;

@@ -36,22 +36,28 @@ int runProgram(int argc, char** argv, int (*run)(int, char**))
 {
     occupyStandardStreams();
     if (argc > 0) setCommandName(argv[0]);
+    int exitCode = EX_SOFTWARE;
+    std::string problem;
     try {
-        const int exitCode = run(argc, argv);
+        exitCode = run(argc, argv);
         const int error = std::fflush(stdout) != 0 ? errno : 0;
         if (error != 0 || std::ferror(stdout) != 0)
             throw Failure(EX_IOERR, "standard output: writing failed; " +
-                                        adviceFor(error, "free some space, or choose another place"));
-        return exitCode;
+                                        adviceFor(error, "free some space, choose another place, or check the program "
+                                                         "that receives it"));
     } catch (const Failure& failure) {
-        printNote(failure.what());
-        return failure.exitCode();
+        problem = failure.what();
+        exitCode = failure.exitCode();
     } catch (const Interrupted& interrupted) {
         dieBySignal(interrupted.signalNumber);
     } catch (const std::exception& error) {
-        printNote(std::string("internal error: ") + error.what());
-        return EX_SOFTWARE;
+        problem = std::string("internal error: ") + error.what();
     }
+    // A failure can be the result of a signal, such as a write to a pipe without a reader. After complete work, a shell
+    // script that was interrupted stops too.
+    if (const int signalNumber = arrivedSignal(); signalNumber > 0) dieBySignal(signalNumber);
+    if (!problem.empty()) printNote(problem);
+    return exitCode;
 }
 
 } // namespace tarn

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "cli/remap_file.h"
 
+#include "cli/descriptor.h"
 #include "cli/failure.h"
+#include "cli/interrupt.h"
 #include "cli/text.h"
 
 #include <algorithm>
@@ -11,8 +13,11 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <fstream>
 #include <sstream>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
 
 namespace tarn
 {
@@ -67,19 +72,29 @@ std::vector<std::string> wordsOf(const std::string& line)
     return words;
 }
 
-/// Reads a file and refuses a long or binary one.
+[[noreturn]] void failToRead(const std::string& path, int error)
+{
+    throw Failure(EX_NOINPUT, path + ": the remap file cannot be read: " + systemError(error));
+}
+
+/// Reads a file or a pipe and refuses a long or binary one. Throws Interrupted.
 std::string contentsOf(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    // Non-blocking, because opening a named pipe without a writer would block and ignore signals.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.number() < 0)
         throw Failure(EX_NOINPUT, path + ": the remap file cannot be opened: " + systemError(errno) +
                                       "; check the name and that you may read it");
     std::string contents(kMaxBytes + 1, '\0');
-    errno = 0;
-    file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
-    if (file.bad() || errno == EISDIR)
-        throw Failure(EX_NOINPUT, path + ": the remap file cannot be read: " + systemError(errno));
-    contents.resize(static_cast<std::size_t>(file.gcount()));
+    std::size_t size = 0;
+    while (size < contents.size()) {
+        waitUntilReady(file.number(), POLLIN);
+        const ssize_t got = read(file.number(), contents.data() + size, contents.size() - size);
+        if (got == 0) break;
+        if (got < 0 && errno != EINTR && errno != EAGAIN) failToRead(path, errno);
+        size += static_cast<std::size_t>(std::max<ssize_t>(got, 0));
+    }
+    contents.resize(size);
     if (contents.size() > kMaxBytes || contents.find('\0') != std::string::npos)
         throw Failure(EX_DATAERR, path + ": is not a remap file, which is a short text; man tarn-upmix shows one");
     // Some editors write a byte-order mark before UTF-8.

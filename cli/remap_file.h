@@ -24,7 +24,7 @@ struct RemapFile
 ///
 /// Gains are rounded to 28 fraction bits. Throws Failure: EX_NOINPUT if the file cannot be read; EX_DATAERR, with the
 /// line, for a wrong count of rows, gains or slots, for gains that are not numbers from -8 to just below 8 and for
-/// slots that the layout does not have or that are named twice.
+/// slots that the layout does not have or that are named twice. Throws Interrupted while it waits for a pipe.
 RemapFile readRemapFile(const std::string& path);
 
 } // namespace tarn

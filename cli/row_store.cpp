@@ -13,7 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace tarn
@@ -23,16 +22,6 @@ namespace
 {
 
 constexpr std::size_t kReplayFrames = 4096;
-
-/// Creates a file without a name; on file systems that need a name, removes it at once.
-Descriptor createUnnamed(const std::filesystem::path& folder)
-{
-    Descriptor unnamed(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-    if (unnamed.number() >= 0) return unnamed;
-    TemporaryFile named = createTemporary(folder, "upmix");
-    if (named.file.number() >= 0) unlink(named.path.c_str());
-    return std::move(named.file);
-}
 
 } // namespace
 

@@ -1,12 +1,16 @@
-// Creates temporary files and removes those of killed runs.
+// Creates temporary files, gives them their final names, and removes those of killed runs.
 // SPDX-License-Identifier: MIT
 #include "cli/temporary_file.h"
 
+#include "cli/signal_blocker.h"
+
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
-#include <cstdlib>
+#include <cstdio>
 #include <set>
 #include <string_view>
 #include <system_error>
@@ -24,12 +28,17 @@ namespace
 {
 
 constexpr std::string_view kMark = ".tarn-temporary-";
-constexpr std::string_view kRandom = "-XXXXXX"; ///< placeholder of mkostemp
+constexpr std::size_t kRandomCharacters = 6;
 
-/// The part of a name behind that of the output: mark, process and placeholder.
+/// The part of a name behind that of the output: mark, process and random characters.
 std::string ending()
 {
-    return std::string(kMark) + std::to_string(getpid()) + std::string(kRandom);
+    constexpr std::string_view kCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    std::array<unsigned char, kRandomCharacters> random{};
+    [[maybe_unused]] const int result = getentropy(random.data(), random.size());
+    std::string text = std::string(kMark) + std::to_string(getpid()) + "-";
+    for (const unsigned char byte : random) text += kCharacters[byte % kCharacters.size()];
+    return text;
 }
 
 bool isAlphanumeric(char c) noexcept
@@ -49,7 +58,7 @@ bool isTemporaryName(std::string_view name)
     if (mark == std::string_view::npos || mark < 2 || name.front() != '.') return false;
     const std::string_view rest = name.substr(mark + kMark.size());
     const std::size_t dash = rest.find('-');
-    if (dash == 0 || dash == std::string_view::npos || rest.size() != dash + kRandom.size()) return false;
+    if (dash == 0 || dash == std::string_view::npos || rest.size() != dash + 1 + kRandomCharacters) return false;
     return std::all_of(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(dash), isDigit) &&
            std::all_of(rest.begin() + static_cast<std::ptrdiff_t>(dash) + 1, rest.end(), isAlphanumeric);
 }
@@ -88,23 +97,124 @@ void removeIfStale(const std::filesystem::path& path) noexcept
     unlink(path.c_str());
 }
 
+/// A hidden path that no file has. Empty if even the shortest one is too long; then errno holds the reason.
+std::string freePath(const std::filesystem::path& directory, const std::string& name)
+{
+    // Some file systems count characters and report a larger limit in bytes.
+    const std::size_t limit = std::min<std::size_t>(maxNameBytes(directory), NAME_MAX);
+    const std::size_t others = ending().size() + 1;
+    std::string begin = shortened(name, limit > others ? limit - others : 1);
+    while (true) {
+        std::string path = directory / ("." + begin + ending());
+        struct stat status = {};
+        if (lstat(path.c_str(), &status) == 0) continue;
+        if (errno != ENAMETOOLONG) return path;
+        if (begin.size() == 1) return "";
+        begin = shortened(begin, begin.size() / 2);
+    }
+}
+
+Descriptor openUnnamed(const std::filesystem::path& directory) noexcept
+{
+    return Descriptor(open(directory.empty() ? "." : directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+}
+
+/// The path through which a file without a name can be linked.
+std::string descriptorPath(int descriptor)
+{
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+/// Gives a file without a name a name that does not exist. Returns 0 or an errno.
+int linkUnnamed(int descriptor, const std::string& name)
+{
+    const std::string path = descriptorPath(descriptor);
+    return linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+}
+
+/// Without /proc, a file without a name stays without one.
+bool canBeLinked(int descriptor)
+{
+    return access(descriptorPath(descriptor).c_str(), F_OK) == 0;
+}
+
+/// Renames without replacing. Returns 0 or an errno.
+int renameNoReplace(const std::string& from, const std::string& to) noexcept
+{
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+    if (link(from.c_str(), to.c_str()) == 0) {
+        unlink(from.c_str());
+        return 0;
+    }
+    if (errno == EEXIST) return errno;
+    // Some file systems have neither. An empty file takes the name, which fails if it exists, and is replaced at once.
+    const Descriptor placeholder(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (placeholder.number() < 0) return errno;
+    if (std::rename(from.c_str(), to.c_str()) == 0) return 0;
+    const int error = errno;
+    unlink(to.c_str());
+    return error;
+}
+
 } // namespace
 
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name)
 {
-    const std::size_t limit = maxNameBytes(directory);
-    const std::string end = ending();
-    const std::string begin = shortened(name, limit > end.size() + 1 ? limit - end.size() - 1 : 1);
+    TemporaryFile temporary{.path = freePath(directory, name)};
+    if (temporary.path.empty()) return {};
+    temporary.file = openUnnamed(directory);
+    temporary.isNamed = temporary.file.number() < 0 || !canBeLinked(temporary.file.number());
+    if (temporary.isNamed) return createNamedTemporary(directory, name);
+    // For the moment in which it has a hidden name; see giveName.
+    waitForLock(temporary.file.number());
+    temporary.lock = Descriptor(fcntl(temporary.file.number(), F_DUPFD_CLOEXEC, 0));
+    return temporary;
+}
+
+TemporaryFile createNamedTemporary(const std::filesystem::path& directory, const std::string& name)
+{
     while (true) {
-        std::string path = directory / ("." + begin + end);
-        Descriptor file(mkostemp(path.data(), O_CLOEXEC));
-        if (file.number() < 0) return {.path = {}, .file = Descriptor(), .lock = Descriptor()};
-        waitForLock(file.number());
+        TemporaryFile temporary{.path = freePath(directory, name), .isNamed = true};
+        if (temporary.path.empty()) return {};
+        temporary.file = Descriptor(open(temporary.path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (temporary.file.number() < 0) return {};
+        waitForLock(temporary.file.number());
         // Another process may have removed it before it was locked.
-        if (!hasName(file.number())) continue;
-        Descriptor lock(fcntl(file.number(), F_DUPFD_CLOEXEC, 0));
-        return {.path = std::move(path), .file = std::move(file), .lock = std::move(lock)};
+        if (!hasName(temporary.file.number())) continue;
+        temporary.lock = Descriptor(fcntl(temporary.file.number(), F_DUPFD_CLOEXEC, 0));
+        return temporary;
     }
+}
+
+Descriptor createUnnamed(const std::filesystem::path& directory)
+{
+    Descriptor unnamed = openUnnamed(directory);
+    if (unnamed.number() >= 0) return unnamed;
+    TemporaryFile named = createNamedTemporary(directory, "upmix");
+    if (named.file.number() >= 0) unlink(named.path.c_str());
+    return std::move(named.file);
+}
+
+int giveName(TemporaryFile& temporary, const std::string& name, bool replace)
+{
+    // So that no signal ends the process between two of these calls.
+    const SignalBlocker signals;
+    if (!temporary.isNamed) {
+        const int error = linkUnnamed(temporary.lock.number(), name);
+        if (error != EEXIST || !replace) return error;
+        // A link cannot replace a file, so a hidden name exists until the next system call renames it.
+        if (const int hidden = linkUnnamed(temporary.lock.number(), temporary.path); hidden != 0) return hidden;
+        temporary.isNamed = true;
+    }
+    int error = 0;
+    if (!replace) {
+        error = renameNoReplace(temporary.path, name);
+    } else if (std::rename(temporary.path.c_str(), name.c_str()) != 0) {
+        error = errno;
+    }
+    if (error == 0) temporary.isNamed = false;
+    return error;
 }
 
 void removeStaleTemporaries(const std::filesystem::path& directory)

@@ -1,4 +1,4 @@
-// Locked temporary files in the directory of an output.
+// Locked temporary files in the directory of an output, and their final names.
 // SPDX-License-Identifier: MIT
 #pragma once
 
@@ -11,20 +11,34 @@
 namespace tarn
 {
 
-/// A hidden file, .NAME.tarn-temporary-PROCESS-XXXXXX, that becomes an output file.
+/// A file that becomes an output file.
 ///
-/// The process holds a lock on it. A killed process holds none, so other processes can recognise its stale files.
+/// It has no name where the file system supports that (O_TMPFILE), so it disappears with the process. Elsewhere it is a
+/// hidden file, .NAME.tarn-temporary-PROCESS-XXXXXX. The process holds a lock on it. A killed process holds none, so
+/// other processes can recognise its stale files.
 struct TemporaryFile
 {
-    std::string path;
-    Descriptor file; ///< open for reading and writing; none if creation failed
-    Descriptor lock; ///< keeps the lock after file is closed
+    std::string path{};   ///< the hidden name; empty if creation failed
+    Descriptor file{};    ///< open for reading and writing; none if creation failed
+    Descriptor lock{};    ///< keeps the lock after file is closed
+    bool isNamed = false; ///< whether path exists
 };
 
 /// Creates and locks a temporary file for an output of this name. On failure, errno holds the reason.
 ///
 /// On file systems without locks, temporary files are never removed as stale.
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name);
+
+/// The same, always with a hidden name.
+TemporaryFile createNamedTemporary(const std::filesystem::path& directory, const std::string& name);
+
+/// Creates a file without a name; on file systems that need a name, removes it at once. On failure, errno holds the
+/// reason.
+Descriptor createUnnamed(const std::filesystem::path& directory);
+
+/// Gives a complete temporary file its final name. Its descriptor file can be closed. Returns 0 or an errno, EEXIST if
+/// the name exists and replace is not set.
+int giveName(TemporaryFile& temporary, const std::string& name, bool replace);
 
 /// Removes unlocked temporary files of this user: regular files whose names have exactly the form above.
 void removeStaleTemporaries(const std::filesystem::path& directory);

@@ -93,19 +93,22 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errorEnd, STDERR_FILENO);
 
-    // The tests ignore SIGPIPE, and the parent of the tests may ignore other signals, as nohup does.
+    // The tests ignore SIGPIPE, and their parent may ignore or block any signal, as nohup and shells do.
     sigset_t defaults;
-    sigemptyset(&defaults);
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
-        if (signalNumber != invocation.ignoredSignal) sigaddset(&defaults, signalNumber);
+    sigfillset(&defaults);
+    if (invocation.ignoredSignal != 0) sigdelset(&defaults, invocation.ignoredSignal);
+    sigset_t blocked;
+    sigemptyset(&blocked);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setsigmask(&attributes, &blocked);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
 
-    std::string preload = "LD_PRELOAD=" + invocation.preload;
+    std::vector<std::string> added = invocation.environment;
+    if (!invocation.preload.empty()) added.push_back("LD_PRELOAD=" + invocation.preload);
     std::vector<char*> environment;
-    if (!invocation.preload.empty()) environment.push_back(preload.data());
+    for (std::string& variable : added) environment.push_back(variable.data());
     for (char** variable = environ; *variable != nullptr; ++variable) environment.push_back(*variable);
     environment.push_back(nullptr);
 
@@ -145,6 +148,13 @@ void expectDeathBy(int signalNumber, Process& process)
     Result result;
     process.wait(result);
     EXPECT_EQ(result.signalNumber, signalNumber);
+}
+
+Invocation onLesserFileSystem(const std::string& features, Invocation invocation)
+{
+    invocation.preload = TARN_LESSER_FILE_SYSTEM;
+    invocation.environment.push_back("TARN_LACKS=" + features);
+    return invocation;
 }
 
 Result runIn(const std::filesystem::path& directory, const Invocation& invocation)

@@ -27,16 +27,18 @@ struct Result
 /// A program to run.
 struct Invocation
 {
-    std::vector<std::string> arguments{}; ///< without the program name
-    std::string program{};                ///< path, or name to search in PATH; empty for the command under test
-    std::optional<std::string> input{};   ///< bytes for standard input, sent through a pipe
-    std::string inputFile{};              ///< file for standard input instead
-    bool outputNull = false;              ///< standard output goes to /dev/null
-    std::string preload{};                ///< shared object to preload
-    int ignoredSignal = 0;                ///< a signal that stays ignored if this process ignores it; 0 for none
+    std::vector<std::string> arguments{};   ///< without the program name
+    std::string program{};                  ///< path, or name to search in PATH; empty for the command under test
+    std::optional<std::string> input{};     ///< bytes for standard input, sent through a pipe
+    std::string inputFile{};                ///< file for standard input instead
+    bool outputNull = false;                ///< standard output goes to /dev/null
+    std::string preload{};                  ///< shared object to preload
+    std::vector<std::string> environment{}; ///< further variables, as NAME=VALUE
+    int ignoredSignal = 0;                  ///< a signal that stays ignored if this process ignores it; 0 for none
 };
 
-/// A running program. It starts with the default actions of signals. The destructor kills it if it still runs.
+/// A running program. It starts with the default actions of signals, none of them blocked. The destructor kills it if
+/// it still runs.
 class Process
 {
 public:
@@ -48,6 +50,8 @@ public:
 
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
+
+    pid_t id() const noexcept { return pid; }
 
     /// Sends a signal.
     void signal(int signalNumber) const;
@@ -61,6 +65,9 @@ private:
 
 /// Sends a signal to a program and expects that it dies by it.
 void expectDeathBy(int signalNumber, Process& process);
+
+/// Makes a program run on a file system that lacks features; see lesser_file_system.cpp.
+Invocation onLesserFileSystem(const std::string& features, Invocation invocation);
 
 /// Runs a program to its end in a directory.
 Result runIn(const std::filesystem::path& directory, const Invocation& invocation);
@@ -97,6 +104,12 @@ protected:
     Result tarnOnSharedLedger(const std::vector<std::string>& arguments) const
     {
         return runIn(directory, {.arguments = arguments, .preload = TARN_SHARED_LEDGER});
+    }
+
+    /// Runs `tarn` on a file system that lacks features; see lesser_file_system.cpp.
+    Result tarnOnLesserFileSystem(const std::string& features, const std::vector<std::string>& arguments) const
+    {
+        return runIn(directory, onLesserFileSystem(features, {.arguments = arguments}));
     }
 
     /// Runs a shell command line. $TARN is the command under test.

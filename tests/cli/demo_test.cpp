@@ -2,15 +2,14 @@
 // SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
+#include "tests/cli/open_files.h"
 
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <sstream>
-#include <thread>
 #include <tuple>
 
 #include <fcntl.h>
@@ -230,10 +229,7 @@ TEST_F(Demo, NameTakenByAnotherProgramLeavesNeitherFile)
         Process process({.arguments = {"demo", "scene.wav"}}, directory, null, output[1], null);
         close(output[1]);
         close(null);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (files().size() < 2 && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        ASSERT_EQ(files().size(), 2u);
+        ASSERT_TRUE(writesOutputs(process, directory, 2));
         writeBytes(at(taken), "theirs");
 
         char chunk[65536];

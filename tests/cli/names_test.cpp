@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <tuple>
 
 namespace tarn_cli
 {
@@ -104,6 +105,25 @@ TEST_F(Names, SuggestedCommandsCanBePasted)
     for (const std::string shell : {"bash", "zsh"})
         EXPECT_EQ(runIn(directory, {.arguments = {"-c", "printf %s " + quoted}, .program = shell}).output, name)
             << shell << ": " << quoted;
+}
+
+TEST_F(Names, TheCommandItselfIsQuotedInSuggestions)
+{
+    std::filesystem::create_symlink(TARN_COMMAND, at(kName));
+    std::filesystem::create_directory(at("folder"));
+    const std::string program = "./" + kName;
+    const Result demo = runIn(directory, {.arguments = {"demo"}, .program = program});
+    const Result info = runIn(directory, {.arguments = {"info", "folder"}, .program = program});
+    for (const auto& [text, before, after] :
+         {std::tuple(demo.output, "your own music:          ", " upmix song.flac"),
+          std::tuple(info.errors, "tarn: folder: is a folder; type: ", " info --recursive folder\n")}) {
+        EXPECT_TRUE(isClean(text)) << text;
+        const std::size_t start = text.find(before) + std::string(before).size();
+        const std::size_t end = text.find(after);
+        ASSERT_LT(start, end) << text;
+        const std::string line = "printf %s " + text.substr(start, end - start);
+        EXPECT_EQ(runIn(directory, {.arguments = {"-c", line}, .program = "bash"}).output, program) << line;
+    }
 }
 
 TEST_F(Names, JsonEscapesThemAndIsExact)

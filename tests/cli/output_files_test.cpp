@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/cli/audio_files.h"
 #include "tests/cli/command.h"
+#include "tests/cli/open_files.h"
 
 #include <algorithm>
 #include <fstream>
@@ -54,6 +55,66 @@ TEST_F(OutputFiles, ForceReplacesThemAndKeepsTheirMode)
     EXPECT_EQ(readAudio(at("out.wav")).info.frames, 9000);
     EXPECT_EQ(modeOf("out.wav"), 0640u);
     EXPECT_EQ(files(), (Names{"in.wav", "out.wav"}));
+}
+
+TEST_F(OutputFiles, ForceDropsTheSetIdBits)
+{
+    writeBytes(at("out.wav"), "old");
+    ASSERT_EQ(chmod(at("out.wav").c_str(), 06755), 0);
+    ASSERT_EQ(modeOf("out.wav"), 06755u);
+    ASSERT_EQ(tarn({"upmix", "--force", "in.wav", "out.wav"}).exitCode, 0);
+    EXPECT_EQ(modeOf("out.wav"), 0755u);
+}
+
+TEST_F(OutputFiles, ReachTheDiskBeforeTheyGetTheirNamesAndTheFolderAfterwards)
+{
+    const auto callsOf = [this](const std::string& features, const std::vector<std::string>& arguments) {
+        Invocation invocation = onLesserFileSystem(features, {.arguments = arguments});
+        invocation.environment.push_back("TARN_CALLS=calls");
+        EXPECT_EQ(runIn(directory, invocation).exitCode, 0) << arguments.back();
+        std::string calls = bytesOf(at("calls"));
+        std::filesystem::remove(at("calls"));
+        return calls;
+    };
+    for (const std::string output : {"out.wav", "out.flac", "out.svg"}) {
+        const std::vector<std::string> fresh{output == "out.svg" ? "picture" : "upmix", "in.wav", output};
+        const std::vector<std::string> forced{fresh[0], "--force", "in.wav", output};
+        EXPECT_EQ(callsOf("tmpfile", fresh), "sync file\nrename\nsync folder\n") << output;
+        EXPECT_EQ(callsOf("tmpfile", forced), "sync file\nrename\nsync folder\n") << output;
+        std::filesystem::remove(at(output));
+        EXPECT_EQ(callsOf("tmpfile,noreplace", fresh), "sync file\nlink\nsync folder\n") << output;
+        std::filesystem::remove(at(output));
+        EXPECT_EQ(callsOf("tmpfile,noreplace,links", fresh), "sync file\nrename\nsync folder\n") << output;
+        std::filesystem::remove(at(output));
+        if (!hasFilesWithoutNames(directory)) continue;
+        EXPECT_EQ(callsOf("", fresh), "sync file\nlink\nsync folder\n") << output;
+        EXPECT_EQ(callsOf("", forced), "sync file\nlink\nrename\nsync folder\n") << output;
+    }
+}
+
+TEST_F(OutputFiles, AreWrittenOnEveryFileSystem)
+{
+    ASSERT_EQ(tarn({"upmix", "in.wav", "expected.wav"}).exitCode, 0);
+    for (const std::string features : {"", "tmpfile", "tmpfile,noreplace", "tmpfile,noreplace,links"}) {
+        for (const std::string option : {"--quiet", "--force", "--force", "--loudness-match"}) {
+            if (option == "--loudness-match") std::filesystem::remove(at("out.wav"));
+            const Result result = tarnOnLesserFileSystem(features, {"upmix", option, "in.wav", "out.wav"});
+            EXPECT_EQ(result.exitCode, 0) << result.errors;
+            EXPECT_EQ(modeOf("out.wav"), modeOf("expected.wav")) << features;
+            if (option != "--loudness-match") {
+                EXPECT_TRUE(bytesOf(at("out.wav")) == bytesOf(at("expected.wav"))) << features;
+            }
+            EXPECT_EQ(files(), (Names{"expected.wav", "in.wav", "out.wav"})) << features << ' ' << option;
+        }
+        expectRefusal(tarnOnLesserFileSystem(features, {"upmix", "in.wav", "out.wav"}), 64, "exists already");
+        std::filesystem::remove(at("out.wav"));
+        Invocation piped = onLesserFileSystem(features, {.arguments = {"upmix", "--quiet", "-", "out.wav"}});
+        piped.input = bytesOf(at("in.wav"));
+        piped.environment.push_back("TMPDIR=" + directory.string());
+        EXPECT_EQ(runIn(directory, piped).exitCode, 0);
+        EXPECT_EQ(files(), (Names{"expected.wav", "in.wav", "out.wav"})) << features;
+        std::filesystem::remove(at("out.wav"));
+    }
 }
 
 TEST_F(OutputFiles, FailedForcedRunLeavesThemUnchanged)
@@ -185,6 +246,22 @@ TEST_F(OutputFiles, ClosedStandardStreamsWriteNoMessagesIntoThem)
     EXPECT_EQ(files(), (Names{"closed.wav", "in.wav", "open.wav"}));
 }
 
+// A free number would be that of an output file, which would receive the messages.
+TEST_F(OutputFiles, ClosedStandardStreamsArePlaceholders)
+{
+    for (const std::string stream : {"0", "1", "2"}) {
+        // Waits for its input, which the shell holds open for it.
+        const std::string input = stream == "0" ? "--remap pipe --layout 7.1-remap in.wav" : "pipe";
+        const Result result = shell("mkfifo pipe; \"$TARN\" upmix " + input + " out.wav " + stream +
+                                    ">&- & p=$!; for i in $(seq 500); do "
+                                    "ls -l /proc/$p/fd 2>/dev/null | grep -q pipe$ && break; sleep 0.01; done; "
+                                    "readlink /proc/$p/fd/" +
+                                    stream + "; kill $p; wait $p; rm pipe");
+        EXPECT_EQ(result.output, "/dev/null\n") << stream;
+    }
+    EXPECT_EQ(files(), (Names{"in.wav"}));
+}
+
 TEST_F(OutputFiles, RemapFileIsNeverReplaced)
 {
     const std::string matrix = "1 0 0 0\n0 1 0 0\n0 0 1 0\n";
@@ -219,6 +296,29 @@ TEST_F(OutputFiles, TooLongNamesAreRefusedBeforeProcessing)
     std::filesystem::resize_file(at("in.wav"), 5000);
     expectRefusal(tarn({"upmix", "--raw", "48000:16", "-", tooLong}), 73, tooLong + message);
     EXPECT_EQ(files(), Names{"in.wav"});
+}
+
+TEST_F(OutputFiles, TooLongPathsAreRefusedBeforeProcessing)
+{
+    // With a free name beside it, the longest path has 4095 bytes.
+    std::string folder = directory.string();
+    while (folder.size() < 3800) folder += "/" + std::string(99, 'd');
+    folder += "/" + std::string(4095 - 46 - folder.size(), 'd');
+    ASSERT_LT(folder.size() + 1 + 9, 4095u);
+    std::filesystem::create_directories(folder);
+    for (const std::string features : {"", "tmpfile"}) {
+        for (const std::string name : {"out.wav", "o.wav"}) {
+            const Result result = tarnOnLesserFileSystem(features, {"upmix", "in.wav", folder + "/" + name});
+            EXPECT_EQ(result.exitCode, 0) << result.errors;
+            EXPECT_TRUE(std::filesystem::remove(folder + "/" + name));
+        }
+        const std::string deeper = folder + "/" + std::string(20, 'd');
+        std::filesystem::create_directories(deeper);
+        const Result refused = tarnOnLesserFileSystem(features, {"upmix", "--raw", "48000:16", "-", deeper + "/o.wav"});
+        expectRefusal(refused, 73, "the path is too long for a temporary file beside it; choose a shorter path");
+        EXPECT_TRUE(std::filesystem::is_empty(deeper));
+        std::filesystem::remove(deeper);
+    }
 }
 
 TEST_F(OutputFiles, OnlyFilesOfKilledRunsAreRemoved)

@@ -8,10 +8,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <sstream>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace tarn_cli
 {
@@ -364,6 +368,34 @@ TEST_F(Remap, BypassKeepsStereoInFrontForAnySlotNames)
     std::map<std::string, Samples> expected;
     for (std::size_t i = 0; i < stereo.size(); ++i) expected[i % 2 == 0 ? "FL" : "FR"].push_back(stereo[i]);
     EXPECT_TRUE(outputSlots() == expected);
+}
+
+TEST_F(Remap, MatrixFromAPipeIsReadAsItArrivesAndInterrupted)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(3000, 16));
+    const std::string upmix = "\"$TARN\" upmix --quiet --layout 7.1-remap --remap ";
+    const Result read =
+        shell("mkfifo pipe; printf '1 0 0 0\\n0 1 0 0\\n0 0 1 0\\n' > matrix; (head -c 9 matrix; sleep 0.1; "
+              "tail -c +10 matrix) > pipe & " +
+              upmix + "matrix in.wav file.wav; " + upmix + "pipe in.wav pipe.wav && cmp file.wav pipe.wav");
+    EXPECT_EQ(read.exitCode, 0) << read.errors;
+
+    // The writer opens the pipe as soon as the command reads it, and sends nothing.
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP}) {
+        const int sink = open("/dev/null", O_RDWR | O_CLOEXEC);
+        Process process({.arguments = {"upmix", "--layout", "7.1-remap", "--remap", "pipe", "in.wav", "out.wav"}},
+                        directory, sink, sink, sink);
+        int writer = -1;
+        for (int i = 0; i < 1000 && writer < 0; ++i) {
+            usleep(10000);
+            writer = open(at("pipe").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        }
+        ASSERT_GE(writer, 0) << "nobody reads";
+        expectDeathBy(signalNumber, process);
+        close(writer);
+        close(sink);
+        EXPECT_FALSE(std::filesystem::exists(at("out.wav")));
+    }
 }
 
 TEST_F(Remap, BadSlotNamesAreRefusedWithTheLine)

@@ -150,6 +150,34 @@ TEST_F(Streams, WriteFailureIsReported)
         << result.errors;
 }
 
+TEST_F(Streams, EndedReaderEndsTheCommandQuietlyBySigpipe)
+{
+    writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 2, stereoNoise(200000, 16));
+    const auto bash = [this](const std::string& line) {
+        return runIn(directory, {.arguments = {"-c", "TARN='" TARN_COMMAND "'; " + line}, .program = "bash"});
+    };
+    for (const std::string arguments :
+         {"upmix --quiet in.wav - | head -c 9", "upmix --quiet --picture out.svg in.wav - | head -c 9",
+          "info --verbose in.wav | true", "info --json in.wav missing.wav 2>errors | true", "demo | true",
+          "meter --speed 1000 in.wav | true", "upmix in.wav out.wav 2>&1 | true"}) {
+        const Result result = bash("\"$TARN\" " + arguments + " >/dev/null; echo ${PIPESTATUS[0]}");
+        EXPECT_EQ(result.output, "141\n") << arguments;
+        EXPECT_EQ(result.errors, "") << arguments;
+        std::filesystem::remove(at("errors"));
+        // The summary comes when the output is complete.
+        const bool isComplete = arguments.starts_with("upmix in.wav out.wav");
+        EXPECT_EQ(std::filesystem::remove(at("out.wav")), isComplete);
+        EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"})) << arguments;
+    }
+    // A parent that ignores SIGPIPE gets an error.
+    const Result ignored = bash("trap '' PIPE; \"$TARN\" upmix --quiet --picture out.svg in.wav - | head -c 9 "
+                                ">/dev/null; echo ${PIPESTATUS[0]}");
+    EXPECT_EQ(ignored.output, "74\n");
+    EXPECT_EQ(ignored.errors, "tarn: standard output: writing failed: Broken pipe; check the program or the disk that "
+                              "receives it\n");
+    EXPECT_EQ(files(), (std::vector<std::string>{"in.wav"}));
+}
+
 TEST_F(Streams, MemoryIsIndependentOfLength)
 {
     const auto peakKibibytes = [this](std::uintmax_t seconds) {

@@ -17,7 +17,7 @@ class TemporaryFiles : public CommandTest
 
 TEST_F(TemporaryFiles, AreLockedUntilTheLockIsClosed)
 {
-    tarn::TemporaryFile temporary = tarn::createTemporary(directory, "out.wav");
+    tarn::TemporaryFile temporary = tarn::createNamedTemporary(directory, "out.wav");
     tarn::removeStaleTemporaries(directory);
     EXPECT_EQ(files().size(), 1u);
     // The state of a complete file just before it is renamed.
@@ -36,7 +36,7 @@ TEST_F(TemporaryFiles, SurviveConcurrentRemovalOfStaleOnes)
         while (!done) tarn::removeStaleTemporaries(directory);
     });
     for (int i = 0; i < 20000; ++i) {
-        const tarn::TemporaryFile temporary = tarn::createTemporary(directory, "out.wav");
+        const tarn::TemporaryFile temporary = tarn::createNamedTemporary(directory, "out.wav");
         EXPECT_EQ(unlink(temporary.path.c_str()), 0) << i;
     }
     done = true;

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <set>
@@ -24,11 +25,15 @@ using tarn::WorkerOutcome;
 class WorkerProcesses : public testing::Test
 {
 protected:
-    void SetUp() override { tarn::catchInterrupts(); }
+    void SetUp() override
+    {
+        for (int i = 1; i <= SIGRTMAX; ++i) sigaction(i, nullptr, &actions[static_cast<std::size_t>(i)]);
+        tarn::catchInterrupts();
+    }
 
     void TearDown() override
     {
-        for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) std::signal(signalNumber, SIG_DFL);
+        for (int i = 1; i <= SIGRTMAX; ++i) sigaction(i, &actions[static_cast<std::size_t>(i)], nullptr);
         EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "a process still runs";
     }
 
@@ -45,6 +50,9 @@ protected:
         });
         return all;
     }
+
+private:
+    std::array<struct sigaction, 65> actions{}; ///< before the test
 };
 
 TEST_F(WorkerProcesses, ReturnResultsOfAnySizeInOrder)

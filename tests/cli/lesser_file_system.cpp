@@ -1,0 +1,96 @@
+// A preloaded library with a file system that lacks features, which records what happens to files.
+// SPDX-License-Identifier: MIT
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+// TARN_LACKS lists what the file system lacks: tmpfile (files without names), noreplace (renaming without replacing),
+// links. TARN_CALLS names a file that gets a line for every call that succeeds. TARN_SIGNAL is the number of a signal
+// that arrives when a file has got a further name.
+
+namespace
+{
+
+bool lacks(std::string_view feature)
+{
+    const char* const list = std::getenv("TARN_LACKS");
+    return list != nullptr && std::string_view(list).find(feature) != std::string_view::npos;
+}
+
+int fail(int error)
+{
+    errno = error;
+    return -1;
+}
+
+/// Records a call if it succeeded. Returns its result.
+int recorded(const char* call, int result)
+{
+    const char* const file = std::getenv("TARN_CALLS");
+    if (result != 0 || file == nullptr) return result;
+    const auto log = static_cast<int>(syscall(SYS_openat, AT_FDCWD, file, O_WRONLY | O_CREAT | O_APPEND, 0600));
+    dprintf(log, "%s\n", call);
+    close(log);
+    return result;
+}
+
+/// The original function that this library overrides.
+template <typename Function>
+Function* hiddenBy(Function* /*ours*/, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" int open(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t); // the caller passes it only with certain flags
+    va_end(arguments);
+    if ((flags & O_TMPFILE) == O_TMPFILE && lacks("tmpfile")) return fail(EOPNOTSUPP);
+    return hiddenBy(open, "open")(path, flags, mode);
+}
+
+extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept
+{
+    if (lacks("noreplace")) return fail(EINVAL);
+    return recorded("rename", hiddenBy(renameat2, "renameat2")(fromFolder, from, toFolder, to, flags));
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    return recorded("rename", hiddenBy(rename, "rename")(from, to));
+}
+
+extern "C" int link(const char* from, const char* to) noexcept
+{
+    if (lacks("links")) return fail(EPERM);
+    return recorded("link", hiddenBy(link, "link")(from, to));
+}
+
+extern "C" int linkat(int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept
+{
+    const int result = recorded("link", hiddenBy(linkat, "linkat")(fromFolder, from, toFolder, to, flags));
+    const char* const signalNumber = std::getenv("TARN_SIGNAL");
+    if (result == 0 && signalNumber != nullptr) kill(getpid(), std::atoi(signalNumber));
+    return result;
+}
+
+extern "C" int fsync(int descriptor)
+{
+    struct stat status = {};
+    const bool isFolder = fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+    return recorded(isFolder ? "sync folder" : "sync file", hiddenBy(fsync, "fsync")(descriptor));
+}
