@@ -164,7 +164,12 @@ void UpmixStream::State::reset() noexcept
     meters.clear();
 }
 
-UpmixStream::UpmixStream(Checked checked) : state(std::make_unique<State>(checked.configuration)) {}
+UpmixStream::UpmixStream(Checked checked)
+    : state([&] {
+          const DefaultFloatEnvironment environment; // for the coefficients of the filters
+          return std::make_unique<State>(checked.configuration);
+      }())
+{}
 
 UpmixStream::~UpmixStream() = default;
 UpmixStream::UpmixStream(UpmixStream&&) noexcept = default;
@@ -202,6 +207,7 @@ void UpmixStream::setRemap(const RemapGains& gains) noexcept
 
 void UpmixStream::reset() noexcept
 {
+    const DefaultFloatEnvironment environment;
     state->reset();
 }
 
@@ -257,6 +263,7 @@ void UpmixStream::setMode(SteeringMode mode) noexcept
 
 StreamMeters UpmixStream::meters() const noexcept
 {
+    const DefaultFloatEnvironment environment;
     return state->readMeters();
 }
 

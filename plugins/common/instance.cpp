@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "plugins/common/instance.h"
 
+#include "lanes/float_environment.h"
 #include "stream/block.h"
 
 #include <algorithm>
@@ -41,6 +42,7 @@ Instance::Instance(const Plugin& instancePlugin, std::uint32_t rateHz)
 {
     for (std::size_t port = kReduction; port < kUnused; ++port) memory[port] = &meters[port];
     applied.fill(std::bit_cast<std::uint32_t>(kDefault));
+    const zrk_tarn::DefaultFloatEnvironment environment;
     applyControls();
 }
 
@@ -68,6 +70,7 @@ void Instance::run(std::size_t frames) noexcept
     // Computes the factors of the gains after a change only.
     if (given != applied) {
         applied = given;
+        const zrk_tarn::DefaultFloatEnvironment environment;
         applyControls();
     }
     stream.processPlanar(memory + kLeftIn, memory + kOutput, frames);
@@ -79,7 +82,10 @@ void Instance::run(std::size_t frames) noexcept
 
 void Instance::showMeters() noexcept
 {
-    if (hasNewMeters) readMeters();
+    if (hasNewMeters) {
+        const zrk_tarn::DefaultFloatEnvironment environment;
+        readMeters();
+    }
 #pragma GCC unroll 4
     for (std::size_t port = kReduction; port < metersEnd; ++port) *memory[port] = meters[port];
 }

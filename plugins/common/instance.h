@@ -59,8 +59,9 @@ private:
     /// The bits of the values of all controls.
     using Controls = std::array<std::uint32_t, kLatency - std::size_t{kEnabled}>;
 
-    void applyControls() noexcept;
-    void readMeters() noexcept;
+    // Not inlined, so that they stay in the scope of the default floating-point environment.
+    [[gnu::noinline]] void applyControls() noexcept;
+    [[gnu::noinline]] void readMeters() noexcept;
     float control(Port port) const noexcept;
     zrk_tarn::RoomSettings settings() const noexcept;
 

@@ -130,8 +130,8 @@ GstFlowReturn upmixBuffer(GstTarnUpmix* self, GstBuffer* input, GstBuffer** outp
     if (state.run.inputFrames > 0 && isGapBefore(state, input))
         if (const GstFlowReturn flow = drainRun(self); flow != GST_FLOW_OK) return flow;
     if (state.run.inputFrames == 0) {
-        state.run.firstPts = state.run.end = GST_BUFFER_PTS(input);
-        state.run.firstOffset = GST_BUFFER_OFFSET(input);
+        state.run.firstPts = state.run.end = usable(GST_BUFFER_PTS(input));
+        state.run.firstOffset = usable(GST_BUFFER_OFFSET(input));
     }
     followDrift(state, input, frames);
     const GstClockTime time = streamTime(self->base.segment, GST_BUFFER_PTS(input));

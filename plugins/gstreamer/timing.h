@@ -7,9 +7,12 @@
 namespace tarn_gst
 {
 
+/// A time or offset of an input buffer; none if it is 2^62 or more, so that sums and differences cannot overflow.
+guint64 usable(guint64 timeOrOffset);
+
 GstClockTime durationOf(const State& state, guint64 frames);
 
-/// The time of a frame of the run, or GST_CLOCK_TIME_NONE if the input has no time stamps.
+/// The time of a frame of the run, 0 or later, or GST_CLOCK_TIME_NONE if the input has no time stamps.
 GstClockTime timeOf(const State& state, guint64 frame);
 
 /// Returns whether a buffer does not continue the run.

@@ -1,8 +1,5 @@
 # GStreamer: the element alone, also under valgrind; then whole pipelines.
 find_package(GTest REQUIRED)
-find_package(PkgConfig REQUIRED)
-pkg_check_modules(gstreamer_check REQUIRED IMPORTED_TARGET gstreamer-check-1.0>=1.22 gstreamer-audio-1.0
-                  gstreamer-controller-1.0)
 add_executable(
   gstreamer_element_test
   gstreamer/caps_test.cpp

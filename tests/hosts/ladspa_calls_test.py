@@ -219,9 +219,13 @@ def check_unconnected(descriptor, stereo, expected, comparison):
     """Unconnected controls have their defaults; connections to ports that do not exist have no effect."""
     instance = Instance(descriptor, connected=False)
     elsewhere = numpy.full(1000, NAN, numpy.float32)
-    for port in (descriptor.port_count, 1000, 2**32 - 1, 2**64 - 1):
-        descriptor.connect_port(instance.handle, port, elsewhere.ctypes.data)
-    comparison.equal(instance.run(flushed(stereo), [1000]), expected, "no controls connected")
+
+    def connect_others(_frame):
+        for port in (descriptor.port_count, 1000, 2**32 - 1, 2**64 - 1):
+            descriptor.connect_port(instance.handle, port, elsewhere.ctypes.data)
+
+    result = instance.run(flushed(stereo), [1000], before_run=connect_others)
+    comparison.equal(result, expected, "no controls connected")
     assert numpy.isnan(elsewhere).all(), "memory that is not connected is not written"
     instance.close()
 

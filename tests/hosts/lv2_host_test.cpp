@@ -800,9 +800,24 @@ TEST(Lv2, WorksWithUnconnectedPorts)
         Host host(*variant);
         const std::uint32_t ports = lilv_plugin_get_num_ports(host.info.plugin);
         for (std::uint32_t port = host.info.port("latency"); port < ports; ++port) host.connect(port, nullptr);
-        host.connect(ports, &host.value("latency"));
-        host.connect(1000, nullptr);
         EXPECT_EQ(played(host, stereo), expected(*variant, stereo)) << variant->uri;
+    }
+}
+
+TEST(Lv2, IgnoresConnectionsOfPortsThatDoNotExist)
+{
+    Stereo stereo = movingSource(kMaxFrames);
+    for (const Variant* const variant : kVariants) {
+        Host host(*variant);
+        Upmixed given(variant->outputs.size(), Row(kMaxFrames));
+        host.run(stereo[0].data(), stereo[1].data(), from(given, 0), 0); // connects
+        Row elsewhere(kMaxFrames, std::numeric_limits<float>::quiet_NaN());
+        const std::uint32_t ports = lilv_plugin_get_num_ports(host.info.plugin);
+        for (const std::uint32_t port : {ports, ports + 1, 1000u, std::numeric_limits<std::uint32_t>::max()})
+            host.connect(port, elsewhere.data());
+        lilv_instance_run(host.instance(), kMaxFrames);
+        EXPECT_EQ(given, expected(*variant, stereo)) << variant->uri;
+        EXPECT_TRUE(std::ranges::all_of(elsewhere, [](float sample) { return std::isnan(sample); })) << variant->uri;
     }
 }
 

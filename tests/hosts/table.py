@@ -12,8 +12,11 @@ from xml.etree import ElementTree
 HEADINGS = ("host", "result", "compared", "greatest difference", "latency reported", "measured")
 WITHOUT_ROW = {
     "Hosts.gstreamer-element": "GStreamer, the element alone",
+    "Hosts.gstreamer.sessions": "GStreamer, random sessions",
     "Hosts.ladspa.realtime": "LADSPA, real-time safety",
+    "Hosts.ladspa.sessions": "LADSPA, random sessions",
     "Hosts.lv2.host": "LV2, test host",
+    "Hosts.lv2.sessions": "LV2, random sessions",
 }
 NOT_TESTED = (
     ("Ardour", "jalv and lilv test the same: ports, channels and latency"),

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <limits>
 #include <numbers>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -686,6 +687,49 @@ TEST(UpmixStream, RoundingModeOfTheCallerDoesNotChangeBytes)
     const auto expected = outputs(FE_TONEAREST);
     for (const int rounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO})
         EXPECT_TRUE(outputs(rounding) == expected) << rounding;
+}
+
+TEST(UpmixStream, RoundingModeAtCreationAndResetAndForMetersDoesNotChangeResults)
+{
+    // The filters of the bass, the limiter and the meters of the surround channels compute their constants once.
+    using enum OutputSlot::Source;
+    const StreamConfiguration configuration{.format = SampleFormat::S32,
+                                            .outputSlots = 5,
+                                            .outputs = {{engine(0), engine(1), engine(2), {Surround, 0}, {Lfe, 0}}},
+                                            .limiter = true,
+                                            .bass = zrk_tarn::BassMode::Fronts};
+    const Bytes input = hostBuffer(stereoOf(5000, 32), configuration);
+    struct Results
+    {
+        std::vector<Bytes> outputs;
+        std::vector<float> meters;
+    };
+    const auto resultsWith = [&](int rounding) {
+        Results results;
+        Random random(8);
+        std::fesetround(rounding);
+        UpmixStream stream(configuration);
+        EXPECT_EQ(std::fegetround(), rounding);
+        for (int time = 0; time < 2; ++time) {
+            std::fesetround(FE_TONEAREST);
+            results.outputs.push_back(processed(stream, configuration, input, 77, random));
+            std::fesetround(rounding);
+            const StreamMeters meters = stream.meters();
+            for (const std::span<const float> values : std::initializer_list<std::span<const float>>{
+                     meters.rms, meters.groupLevel, meters.groupPlace, meters.groupCentre, meters.groupSurround})
+                results.meters.insert(results.meters.end(), values.begin(), values.end());
+            stream.reset();
+        }
+        EXPECT_EQ(std::fegetround(), rounding);
+        std::fesetround(FE_TONEAREST);
+        return results;
+    };
+    const Results expected = resultsWith(FE_TONEAREST);
+    for (const int rounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+        const Results results = resultsWith(rounding);
+        EXPECT_TRUE(results.outputs == expected.outputs) << rounding;
+        EXPECT_TRUE(results.meters == expected.meters) << rounding;
+    }
 }
 
 TEST(UpmixStream, MetersReportLevelsAndSteering)

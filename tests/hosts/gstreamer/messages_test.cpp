@@ -263,6 +263,24 @@ TEST(Messages, CanBeEnabledAndRetimedWhileRunning)
     EXPECT_EQ(count(), 0);
 }
 
+TEST(Messages, HaveTimesFromZeroOn)
+{
+    // Input that repeats its first time stamp drifts back, further than the tail of the first buffer is long.
+    Element element;
+    g_object_set(element.element(), "post-messages", TRUE, "interval", GST_MSECOND, nullptr);
+    element.push(stereoOf(1500, kS16), 0);
+    element.push(stereoOf(48000, kS16), 0);
+    element.end();
+    int count = 0;
+    for (; GstMessage* const message = element.message(GST_MESSAGE_ELEMENT); ++count) {
+        guint64 time = 0;
+        EXPECT_TRUE(gst_structure_get_uint64(gst_message_get_structure(message), "timestamp", &time));
+        EXPECT_LE(time, 2 * GST_SECOND);
+        gst_message_unref(message);
+    }
+    EXPECT_GT(count, 900);
+}
+
 } // namespace
 
 } // namespace tests

@@ -138,6 +138,22 @@ TEST(Time, OffsetsShowGapsWithoutTimeStamps)
     }
 }
 
+TEST(Time, TimesAndOffsetsThatWouldOverflowAreNone)
+{
+    const Bytes stereo = stereoOf(3000, kS16);
+    for (const guint64 huge : {guint64{1} << 62, guint64{G_MAXINT64}, G_MAXUINT64 - 1000}) {
+        Element element;
+        element.push(stereo, huge, true, huge);
+        element.end();
+        const std::vector<OutputBuffer> buffers = element.takeBuffers();
+        for (const OutputBuffer& buffer : buffers) {
+            EXPECT_EQ(buffer.pts, GST_CLOCK_TIME_NONE);
+            EXPECT_EQ(buffer.offset, GST_BUFFER_OFFSET_NONE);
+        }
+        EXPECT_TRUE(bytesOf(buffers) == upmixOf(stereo, kS16, 48000));
+    }
+}
+
 TEST(Time, RoundedTimeStampsAreNoGaps)
 {
     const Bytes stereo = stereoOf(20000, kS16);
