@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 namespace tarn
@@ -13,6 +14,8 @@ namespace tarn
 namespace
 {
 
+/// Limits the walk over a file of tiny chunks. Programs write fewer than 100 chunks; an iXML or bext chunk is one of
+/// them.
 constexpr std::size_t kMaxChunks = 4096;
 constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 62; ///< prevents overflow
 
@@ -57,8 +60,8 @@ std::optional<Form> formAt(const FileBytes& file, std::uint64_t begin)
     return std::nullopt;
 }
 
-/// Reads the head of a chunk. Returns none if other bytes are at the position.
-std::optional<ChunkHead> headAt(const FileBytes& file, const Form& form, std::uint64_t at)
+/// Reads the head of a chunk of any size. Returns none if other bytes are at the position.
+std::optional<ChunkHead> anyHeadAt(const FileBytes& file, const Form& form, std::uint64_t at)
 {
     const std::uint64_t begin = at + form.nameBytes + form.sizeBytes;
     if (begin > file.size()) return std::nullopt;
@@ -72,8 +75,6 @@ std::optional<ChunkHead> headAt(const FileBytes& file, const Form& form, std::ui
     const std::uint64_t counted = form.sizeCountsHead ? begin - at : 0;
     if (size < counted) return std::nullopt;
     size = std::min(size - counted, kMaxSize);
-    const bool isKnown = std::ranges::find(kKnownNames, name) != kKnownNames.end();
-    if (!isKnown && size > file.size() - begin) return std::nullopt;
     return ChunkHead{.name = name,
                      .begin = at,
                      .sizeAt = at + form.nameBytes,
@@ -81,6 +82,19 @@ std::optional<ChunkHead> headAt(const FileBytes& file, const Form& form, std::ui
                      .bigEndian = form.bigEndian,
                      .counted = counted,
                      .contents = {.begin = begin, .end = begin + size}};
+}
+
+/// Reads the head of a chunk that fits into the file or has a name that is known.
+std::optional<ChunkHead> headAt(const FileBytes& file, const Form& form, std::uint64_t at)
+{
+    auto chunk = anyHeadAt(file, form, at);
+    if (!chunk || chunk->contents.end <= file.size()) return chunk;
+    return std::ranges::find(kKnownNames, chunk->name) != kKnownNames.end() ? chunk : std::nullopt;
+}
+
+bool isAudio(const ChunkHead& chunk)
+{
+    return chunk.name == "data" || chunk.name == "SSND";
 }
 
 /// Uses the 64-bit size of the audio, which RF64 declares in its first chunk.
@@ -139,7 +153,7 @@ bool hasGap(const FileBytes& file, const ChunkList& list)
 {
     if (list.chunks.empty()) return false;
     const ChunkHead& last = list.chunks.back();
-    if (last.name != "data" && last.name != "SSND") return false;
+    if (!isAudio(last)) return false;
     if (last.contents.end > file.size()) return last.contents.begin < file.size();
     return list.end < file.size() && std::ranges::none_of(kFileMarks, [&](std::string_view mark) {
                return file.marks(list.end, mark) || file.marks(last.contents.end, mark);
@@ -157,10 +171,12 @@ ChunkList listChunks(const FileBytes& file, std::uint64_t begin)
     // Not all programs pad odd sizes.
     std::uint64_t unpadded = list.end;
     const auto addChunks = [&](std::uint64_t& end) {
-        while (list.chunks.size() < kMaxChunks) {
+        while (true) {
             auto chunk = headAt(file, *form, end);
             if (!chunk && unpadded != end) chunk = headAt(file, *form, unpadded);
             if (!chunk) break;
+            if (list.chunks.size() == kMaxChunks)
+                throw std::runtime_error("it has more than " + std::to_string(kMaxChunks) + " chunks");
             list.chunks.push_back(*chunk);
             if (chunk->name == "data") useLongSize(file, list.chunks.front(), list.chunks.back());
             unpadded = list.chunks.back().contents.end;
@@ -174,6 +190,19 @@ ChunkList listChunks(const FileBytes& file, std::uint64_t begin)
     std::uint64_t end = unpadded = list.resumed;
     addChunks(end);
     return list;
+}
+
+std::uint64_t firstHugeChunk(const FileBytes& file, std::uint64_t begin)
+{
+    constexpr std::uint64_t kHuge = std::uint64_t{1} << 31;
+    const auto form = formAt(file, begin);
+    if (!form) return file.size();
+    ChunkList list = listChunks(file, begin);
+    if (const auto next = anyHeadAt(file, *form, list.end)) list.chunks.push_back(*next);
+    const auto found = std::ranges::find_if(list.chunks, [&](const ChunkHead& chunk) {
+        return !isAudio(chunk) && chunk.contents.size() + chunk.counted + form->alignment > kHuge;
+    });
+    return found == list.chunks.end() ? file.size() : found->begin;
 }
 
 } // namespace tarn

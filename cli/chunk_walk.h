@@ -28,7 +28,7 @@ struct ChunkHead
 /// The chunks of a container.
 struct ChunkList
 {
-    std::vector<ChunkHead> chunks; ///< in file order, 4096 at most, and those after the gap
+    std::vector<ChunkHead> chunks; ///< in file order, with those after the gap
     std::uint64_t end = 0;         ///< position after the last chunk before the gap
     std::uint64_t resumed = 0;     ///< position of the first chunk after the gap; the size of the file if there is none
 };
@@ -39,6 +39,12 @@ struct ChunkList
 ///
 /// If the declared size of the audio is wrong, other bytes follow the audio chunk: the gap. The chunks after it begin
 /// in the last 16 MiB, and the last of them ends with the file.
+///
+/// Throws std::runtime_error if there are more than 4096 chunks; Interrupted.
 ChunkList listChunks(const FileBytes& file, std::uint64_t begin);
+
+/// The position of the first chunk other than audio that declares 2 GiB or more; the size of the file if there is none.
+/// libsndfile takes such a size for a negative one, and could read the same bytes forever.
+std::uint64_t firstHugeChunk(const FileBytes& file, std::uint64_t begin);
 
 } // namespace tarn

@@ -15,7 +15,7 @@ struct Chunk
     std::string contents;
 };
 
-/// Names of the non-empty chunks of a WAVE, RF64, W64, AIFF or CAF file, in file order, 4096 at most.
+/// Names of the non-empty chunks of a WAVE, RF64, W64, AIFF or CAF file, in file order.
 ///
 /// descriptor  open for reading; its position does not change
 std::vector<std::string> chunkNames(int descriptor);

@@ -59,6 +59,11 @@ AudioData auData(const FileBytes& file, bool bigEndian)
             .limit = file.size()};
 }
 
+bool isAu(const FileBytes& file)
+{
+    return file.marks(0, ".snd") || file.marks(0, "dns.");
+}
+
 /// Finds the audio data of a container.
 std::optional<AudioData> audioData(const FileBytes& file)
 {
@@ -138,7 +143,9 @@ std::optional<AudioBytes> declaredAudioBytes(const FileBytes& file)
     const auto audio = audioData(file);
     if (!audio || isPlaceholder(audio->chunk)) return std::nullopt;
     const ByteRange samples = audio->samples();
-    const std::uint64_t left = audio->limit - std::min(samples.begin, audio->limit);
+    // A declared size of 0 does not include the bytes before the samples.
+    const std::uint64_t begin = audio->chunk.contents.begin + audio->offset;
+    const std::uint64_t left = audio->limit - std::min(begin, audio->limit);
     const bool isStale = isFollowedByAudio(file, *audio);
     return AudioBytes{
         .declared = samples.size(), .present = isStale ? left : std::min(samples.size(), left), .isStale = isStale};
@@ -150,16 +157,27 @@ std::optional<Substitution> correctedSize(const FileBytes& file)
     if (!audio || audio->chunk.contents.begin > file.size()) return std::nullopt;
     const ChunkHead& chunk = audio->chunk;
     const bool isCutCaf = file.marks(0, "caff") && chunk.contents.end > file.size();
-    const bool isWrong = isPlaceholder(chunk) ? audio->limit < file.size() : isFollowedByAudio(file, *audio);
+    const bool hasOtherChunks = isPlaceholder(chunk) && audio->limit < file.size();
+    const bool isWrong = hasOtherChunks || isFollowedByAudio(file, *audio);
     if (!isCutCaf && !isWrong) return std::nullopt;
-    const std::uint64_t size = audio->limit - chunk.contents.begin + chunk.counted;
-    if (chunk.sizeBytes == 4 && size >= UINT32_MAX) return std::nullopt;
+    std::uint64_t size = audio->limit - chunk.contents.begin + chunk.counted;
+    if (chunk.sizeBytes == 4 && size >= UINT32_MAX) {
+        // These sizes make libsndfile read to the end of a file of 4 GiB or more. WAVE has none.
+        if (!isAu(file) && chunk.name != "SSND") return std::nullopt;
+        size = isAu(file) ? UINT32_MAX : 0;
+    }
     Substitution correction{.position = chunk.sizeAt, .bytes = {}};
     for (std::size_t i = 0; i < chunk.sizeBytes; ++i) {
         const std::size_t byte = chunk.bigEndian ? chunk.sizeBytes - 1 - i : i;
         correction.bytes += static_cast<char>(size >> 8 * byte & 0xff);
     }
     return correction;
+}
+
+bool exceedsItsSizes(const FileBytes& file)
+{
+    const auto audio = audioData(file);
+    return audio && isFollowedByAudio(file, *audio) && !correctedSize(file);
 }
 
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin)

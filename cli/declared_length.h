@@ -39,9 +39,13 @@ struct Substitution
 };
 
 /// The actual size of the audio data, in the form of the header, if libsndfile would not read the audio to its end: for
-/// sizes of unfinished files, for placeholders before other chunks, and for CAF files whose size is unknown or exceeds
-/// the file.
+/// sizes of unfinished files, for placeholders before other chunks or in files of 4 GiB or more, and for CAF files
+/// whose size is unknown or exceeds the file.
 std::optional<Substitution> correctedSize(const FileBytes& file);
+
+/// Whether audio follows the audio that the header of a file declares, and no size in the header can include it: in
+/// WAVE of 4 GiB or more. libsndfile does not read it.
+bool exceedsItsSizes(const FileBytes& file);
 
 /// The start of the next file in a joined WAVE, RF64, W64, AIFF, AU or CAF file: the declared end of the one at begin,
 /// or the end of its last chunk. Returns none if no file starts there.

@@ -41,8 +41,9 @@ std::string differenceBetween(const SF_INFO& first, const SF_INFO& other)
 /// that such a file is cut.
 void readDeclaredBytes(const FileBytes& file, const SF_INFO& facts, FilePart& part)
 {
+    part.lacksEnd = exceedsItsSizes(file);
     const auto audio = declaredAudioBytes(file);
-    if (!audio) return;
+    if (!audio || part.lacksEnd) return;
     const std::uint64_t frameBytes = storedBytes(facts.format) * static_cast<std::uint64_t>(facts.channels);
     if (audio->isStale) {
         const std::uint64_t unit = std::max<std::uint64_t>(frameBytes, 1);
@@ -82,12 +83,12 @@ void describeMpeg(int descriptor, const Decoder& opened, FilePart& part)
     *part.damageBegin -= std::min(*part.damageBegin, removed);
 }
 
-FilePart describe(int descriptor, const Decoder& opened, ByteRange bytes)
+/// ogg  the pages of the whole file; not used for other formats
+FilePart describe(int descriptor, const Decoder& opened, ByteRange bytes, const OggLinks& ogg)
 {
     const SF_INFO& facts = opened.info();
     FilePart part{.bytes = bytes, .declared = {}, .rate = facts.samplerate, .note = opened.note()};
     if (isOgg(facts)) {
-        const OggLinks ogg = oggLinks(descriptor);
         part.hasDamagedPages = dynamic_cast<const SndfileDecoder*>(&opened) != nullptr && ogg.skippedBytes > 0;
         part.end = ogg.end;
     }
@@ -113,15 +114,19 @@ FileParts findParts(int descriptor, std::uint64_t fileBytes)
     FileParts found;
     std::vector<ByteRange> ranges = containerParts(descriptor);
     found.first = openDecoder(descriptor, ranges.front());
-    if (isOgg(found.first->info())) ranges = oggLinks(descriptor).links;
+    OggLinks ogg;
+    if (isOgg(found.first->info())) {
+        ogg = oggLinks(descriptor);
+        ranges = ogg.links;
+    }
     if (isMpeg(found.first->info())) ranges = mpegParts(descriptor);
     if (ranges.front().end < fileBytes) found.first = openDecoder(descriptor, ranges.front());
     const SF_INFO& info = found.first->info();
-    found.parts.push_back(describe(descriptor, *found.first, ranges.front()));
+    found.parts.push_back(describe(descriptor, *found.first, ranges.front(), ogg));
     for (std::size_t i = 1; i < ranges.size(); ++i) {
         try {
             const auto decoder = openDecoder(descriptor, ranges[i]);
-            found.parts.push_back(describe(descriptor, *decoder, ranges[i]));
+            found.parts.push_back(describe(descriptor, *decoder, ranges[i], ogg));
             found.parts.back().difference = differenceBetween(info, decoder->info());
         } catch (const std::runtime_error&) {
             found.parts.push_back(

@@ -33,16 +33,16 @@ std::size_t FileWindow::read(void* to, std::size_t count) noexcept
         done += static_cast<std::size_t>(got);
         at += static_cast<std::uint64_t>(got);
     }
-    for (std::uint64_t i = 0; i < replacement.size(); ++i)
-        if (replacedAt + i >= begin && replacedAt + i < at)
-            static_cast<char*>(to)[replacedAt + i - begin] = replacement[i];
+    for (const Replacement& each : replacements)
+        for (std::uint64_t i = 0; i < each.bytes.size(); ++i)
+            if (each.position + i >= begin && each.position + i < at)
+                static_cast<char*>(to)[each.position + i - begin] = each.bytes[i];
     return done;
 }
 
-void FileWindow::replace(std::uint64_t position, std::string bytes) noexcept
+void FileWindow::replace(std::uint64_t position, std::string bytes)
 {
-    replacedAt = position;
-    replacement = std::move(bytes);
+    replacements.push_back({.position = position, .bytes = std::move(bytes)});
 }
 
 std::int64_t FileWindow::seek(std::int64_t offset, int whence) noexcept

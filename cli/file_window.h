@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tarn
 {
@@ -28,7 +29,7 @@ public:
     std::int64_t seek(std::int64_t offset, int whence) noexcept;
 
     /// Substitutes these bytes for those at a position.
-    void replace(std::uint64_t position, std::string bytes) noexcept;
+    void replace(std::uint64_t position, std::string bytes);
 
     std::uint64_t position() const noexcept { return at; }
     std::uint64_t size() const noexcept { return part.size(); }
@@ -37,12 +38,17 @@ public:
     int error() const noexcept { return failed; }
 
 private:
+    struct Replacement
+    {
+        std::uint64_t position = 0;
+        std::string bytes;
+    };
+
     int descriptor;
     ByteRange part;
     std::uint64_t at = 0;
     int failed = 0;
-    std::uint64_t replacedAt = 0;
-    std::string replacement;
+    std::vector<Replacement> replacements;
 };
 
 } // namespace tarn

@@ -36,23 +36,25 @@ Finding examine(const std::string& input, bool quiet, bool showProgress)
                       input + ": is a folder; type: " + commandName() + " info --recursive " + shellQuoted(input));
     FileSource source(input, FileSource::Accept::AnyAudio);
     Finding finding{.facts = source.facts()};
-    if (finding.facts.channels != 2) return finding;
+    if (finding.facts.channels != 1 && finding.facts.channels != 2) return finding;
 
     if (!quiet)
         for (const std::string& note : source.readingNotes()) printNote(input + ": " + note);
-    StereoAnalysis& analysis = finding.analysis.emplace(finding.facts.sampleRate);
+    if (finding.facts.channels == 2) finding.analysis.emplace(finding.facts.sampleRate);
+    std::uint64_t read = 0; // frames; mono is read only to find damage
     Progress progress("examining", source.expectedFrames(), finding.facts.sampleRate, showProgress);
     ReadAhead<double> reading([&source](double* to, std::size_t frames) { return source.readFullScale(to, frames); },
                               true);
     for (std::span<double> stereo = reading.next(); !stereo.empty(); stereo = reading.next()) {
         throwIfInterrupted();
         const std::size_t frames = stereo.size() / 2;
-        analysis.push(stereo.data(), frames);
+        if (finding.analysis) finding.analysis->push(stereo.data(), frames);
+        read += frames;
         progress.advance(frames);
     }
     finding.loss = source.loss();
     if (finding.loss) printNote(input + ": " + finding.loss->message + "; " + finding.loss->advice);
-    finding.facts.frames = analysis.frames();
+    finding.facts.frames = read;
     return finding;
 }
 

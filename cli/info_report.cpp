@@ -98,7 +98,8 @@ std::string formatName(const FileFacts& facts)
 std::string briefVerdict(const Finding& finding)
 {
     const FileFacts& facts = finding.facts;
-    if (facts.channels == 1) return "mono, goes to the centre";
+    const std::string damage = finding.isIncomplete() ? "; damaged" : "";
+    if (facts.channels == 1) return "mono, goes to the centre" + damage;
     if (facts.channels != 2) return "more than two channels, cannot be upmixed";
     const StereoAnalysis& analysis = *finding.analysis;
     const StereoKind kind = kindOf(analysis);
@@ -109,7 +110,7 @@ std::string briefVerdict(const Finding& finding)
         }))
         verdict += ", partly opposite";
     if (!isConvertibleRate(facts.sampleRate)) return "unsupported sample rate, cannot be upmixed";
-    return finding.isIncomplete() ? verdict + "; damaged" : verdict;
+    return verdict + damage;
 }
 
 } // namespace

@@ -20,7 +20,7 @@ struct Finding
 {
     FileFacts facts;
     std::optional<StereoAnalysis> analysis{}; ///< only for stereo
-    std::optional<Loss> loss{};               ///< only for stereo
+    std::optional<Loss> loss{};               ///< only for mono and stereo
 
     bool isIncomplete() const noexcept { return loss && !loss->isNegligible(); }
 };

@@ -22,11 +22,11 @@ std::optional<BroadcastInfo> readBroadcastInfo(SNDFILE* file)
 {
     BroadcastInfo info{};
     if (sf_command(file, SFC_GET_BROADCAST_INFO, &info, sizeof info) != SF_TRUE) return std::nullopt;
-    // Version 0 of the chunk has no material number or loudness.
-    info.version = 0;
+    // libsndfile writes version 2 of the chunk, where this value marks loudness that was not measured.
+    constexpr std::int16_t kNoLoudness = 0x7fff;
     std::fill(std::begin(info.umid), std::end(info.umid), '\0');
-    info.loudness_value = info.loudness_range = info.max_true_peak_level = 0;
-    info.max_momentary_loudness = info.max_shortterm_loudness = 0;
+    info.loudness_value = info.loudness_range = info.max_true_peak_level = kNoLoudness;
+    info.max_momentary_loudness = info.max_shortterm_loudness = kNoLoudness;
     return info;
 }
 

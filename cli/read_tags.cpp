@@ -5,6 +5,7 @@
 #include "cli/caf_info.h"
 #include "cli/chunks.h"
 #include "cli/id3v2_tags.h"
+#include "cli/interrupt.h"
 #include "cli/mpeg_tags.h"
 #include "cli/riff_info.h"
 #include "cli/tag_collector.h"
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include <aifffile.h>
@@ -45,6 +47,18 @@ constexpr std::array<TextKind, 9> kTextKinds{{{SF_STR_TITLE, "TITLE"},
                                               {SF_STR_LICENSE, "LICENSE"},
                                               {SF_STR_TRACKNUMBER, "TRACKNUMBER"},
                                               {SF_STR_GENRE, "GENRE"}}};
+
+/// A file that ends when a signal arrives. TagLib searches some files to their end.
+class InterruptibleStream final : public TagLib::FileStream
+{
+public:
+    using FileStream::FileStream;
+
+    ByteVector readBlock(unsigned long length) override
+    {
+        return arrivedSignal() != 0 ? ByteVector() : FileStream::readBlock(length);
+    }
+};
 
 String textOf(TagCollector& collector, const std::string& bytes)
 {
@@ -108,13 +122,21 @@ void addStrings(SNDFILE* file, TagCollector& collector)
     collector.add(texts);
 }
 
-/// Reads the ID3v2 tags of RF64, which TagLib does not support, and of WAVE files whose sizes are wrong.
-void collectId3Chunks(int descriptor, TagCollector& collector)
+/// Reads the ID3v2 tags of files that TagLib does not support: RF64, WAVE with wrong sizes, and long files.
+void collectId3Chunks(int descriptor, const std::string& name, TagCollector& collector)
 {
-    for (const std::string& contents : chunksNamed(descriptor, "id3 ")) {
+    for (const std::string& contents : chunksNamed(descriptor, name)) {
         addId3v2(collector, ByteVector(contents.data(), static_cast<unsigned>(contents.size())));
         if (contents.empty()) collector.tags.leftOut.emplace_back("its ID3v2 tag of more than 16 MiB is left out");
     }
+}
+
+/// Reads the ID3v2 tag of a WAVE file with TagLib. Returns whether there is one.
+bool collectId3OfWave(TagLib::IOStream& stream, TagCollector& collector)
+{
+    const TagLib::RIFF::WAV::File wave(&stream, false);
+    if (wave.hasID3v2Tag()) addId3v2(collector, wave.ID3v2Tag());
+    return wave.hasID3v2Tag();
 }
 
 } // namespace
@@ -123,8 +145,10 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
 {
     TagCollector collector;
     // The stream closes its descriptor.
-    TagLib::FileStream stream(dup(descriptor), true);
+    InterruptibleStream stream(dup(descriptor), true);
     if (!stream.isOpen()) return {};
+    // TagLib counts bytes between chunks with 32 bits, and can walk in circles through longer files.
+    const bool isLong = static_cast<std::uint64_t>(stream.length()) > UINT32_MAX;
     switch (format & SF_FORMAT_TYPEMASK) {
     case SF_FORMAT_FLAC:
         collectFlac(stream, collector);
@@ -136,7 +160,11 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         collectMpeg(stream, collector);
         break;
     case SF_FORMAT_AIFF:
-        addId3v2(collector, TagLib::RIFF::AIFF::File(&stream, false).tag());
+        if (isLong) {
+            collectId3Chunks(descriptor, "ID3 ", collector);
+        } else {
+            addId3v2(collector, TagLib::RIFF::AIFF::File(&stream, false).tag());
+        }
         addStrings(file, collector);
         break;
     case SF_FORMAT_CAF:
@@ -144,23 +172,18 @@ Tags readTags(int descriptor, SNDFILE* file, int format)
         addStrings(file, collector);
         break;
     case SF_FORMAT_RF64:
-        collectId3Chunks(descriptor, collector);
+        collectId3Chunks(descriptor, "id3 ", collector);
         addInfo(descriptor, collector);
         break;
     case SF_FORMAT_WAV:
-    case SF_FORMAT_WAVEX: {
-        const TagLib::RIFF::WAV::File wave(&stream, false);
-        if (wave.hasID3v2Tag()) {
-            addId3v2(collector, wave.ID3v2Tag());
-        } else {
-            collectId3Chunks(descriptor, collector);
-        }
+    case SF_FORMAT_WAVEX:
+        if (isLong || !collectId3OfWave(stream, collector)) collectId3Chunks(descriptor, "id3 ", collector);
         addInfo(descriptor, collector);
         break;
-    }
     default:
         addStrings(file, collector);
     }
+    throwIfInterrupted(); // the stream has ended early
     return collector.tags;
 }
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/sndfile_decoder.h"
 
+#include "cli/chunk_walk.h"
 #include "cli/declared_length.h"
 #include "cli/quiet_standard_error.h"
 #include "cli/text.h"
@@ -32,13 +33,15 @@ constexpr SF_VIRTUAL_IO kCalls{
     .tell = [](void* data) { return static_cast<sf_count_t>(windowOf(data).position()); },
 };
 
-/// The part without the bytes after the audio of W64, which libsndfile would read as audio.
+/// The part without a huge chunk and what follows it, and without the bytes after the audio of W64, which libsndfile
+/// would read as audio.
 ByteRange withoutRest(int descriptor, ByteRange part)
 {
     const FileBytes file(descriptor, part);
-    const auto end = audioEnd(file);
-    if (!file.marks(0, "riff") || !end || *end >= part.size() || correctedSize(file)) return part;
-    return {.begin = part.begin, .end = part.begin + *end};
+    std::uint64_t end = std::min(firstHugeChunk(file, file.id3v2Size(0)), part.size());
+    const auto audio = audioEnd(file);
+    if (file.marks(0, "riff") && audio && !correctedSize(file)) end = std::min(end, *audio);
+    return {.begin = part.begin, .end = part.begin + end};
 }
 
 } // namespace
@@ -46,11 +49,22 @@ ByteRange withoutRest(int descriptor, ByteRange part)
 SndfileDecoder::SndfileDecoder(int descriptor, ByteRange part) : window(descriptor, withoutRest(descriptor, part))
 {
     // libsndfile trusts most sizes, and refuses truncated CAF files and those of unknown size.
-    if (const auto size = correctedSize(FileBytes(descriptor, part))) window.replace(size->position, size->bytes);
+    const FileBytes bytes(descriptor, part);
+    if (const auto size = correctedSize(bytes)) window.replace(size->position, size->bytes);
+    hideLargeTexts(bytes);
     SF_VIRTUAL_IO calls = kCalls;
     const QuietStandardError quiet; // its MPEG decoder prints errors
     file.reset(sf_open_virtual(&calls, SFM_READ, &facts, &window));
     if (file == nullptr) throw std::runtime_error(sf_strerror(nullptr));
+}
+
+/// Makes libsndfile skip texts of CAF that it would load into memory, up to the size of the file.
+void SndfileDecoder::hideLargeTexts(const FileBytes& bytes)
+{
+    constexpr std::uint64_t kMaxTexts = std::uint64_t{1} << 24;
+    if (!bytes.marks(0, "caff")) return;
+    for (const ChunkHead& chunk : listChunks(bytes, 0).chunks)
+        if (chunk.name == "info" && chunk.contents.size() > kMaxTexts) window.replace(chunk.begin, "free");
 }
 
 std::size_t SndfileDecoder::read(std::int32_t* samples, std::size_t frames)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cli/decoder.h"
+#include "cli/file_bytes.h"
 #include "cli/file_window.h"
 
 #include <cstddef>
@@ -29,6 +30,8 @@ public:
     SNDFILE* handle() const noexcept { return file.get(); }
 
 private:
+    void hideLargeTexts(const FileBytes& bytes);
+
     struct Closer
     {
         void operator()(SNDFILE* opened) const noexcept { sf_close(opened); }

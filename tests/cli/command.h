@@ -112,6 +112,12 @@ protected:
         return runIn(directory, onLesserFileSystem(features, {.arguments = arguments}));
     }
 
+    /// Runs `tarn` on a disk with bad sectors; see unreadable_disk.cpp.
+    Result tarnOnUnreadableDisk(const std::vector<std::string>& arguments) const
+    {
+        return runIn(directory, {.arguments = arguments, .preload = TARN_UNREADABLE_DISK});
+    }
+
     /// Runs a shell command line. $TARN is the command under test.
     Result shell(const std::string& line) const;
 

@@ -267,6 +267,36 @@ TEST_F(Gaps, ZerosInsteadOfFlacFramesAreReported)
     EXPECT_EQ(tarn({"upmix", "--strict", "--force", "tagged.flac", "out.wav"}).exitCode, 0) << "padding and a tag";
 }
 
+class ReadErrors : public LengthsAndDamage
+{};
+
+TEST_P(ReadErrors, AreReportedAndTheRestIsExact)
+{
+    // libmpg123 reads the end of a file first, and the first page of Ogg FLAC does not fit before the damage.
+    const std::string name = kind.name;
+    const std::string refusal = name.starts_with("Mp3")       ? " (Error reading the stream. (code 18)); "
+                                : name.starts_with("OggFlac") ? ": contains no audio: 0 frames could be decoded (Input/"
+                                                              : "";
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"info", "in"}, {"upmix", "--bypass", "in", "out.wav"}}) {
+        const Result result = tarnOnUnreadableDisk(arguments);
+        EXPECT_EQ(result.exitCode, refusal.empty() ? 1 : 65) << result.errors;
+        if (!refusal.empty()) {
+            EXPECT_NE(result.errors.find(refusal), std::string::npos) << result.errors;
+            continue;
+        }
+        EXPECT_NE(result.errors.find("tarn: in: is cut short or damaged: "), std::string::npos) << result.errors;
+        EXPECT_NE(result.errors.find("; Input/output error; "), std::string::npos) << result.errors;
+    }
+    if (!refusal.empty()) return;
+    const Samples rest = readAudio(at("out.wav")).samples;
+    ASSERT_LT(rest.size(), whole.size());
+    EXPECT_TRUE(std::equal(rest.begin(), rest.end(), whole.begin()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Checked, ReadErrors, testing::ValuesIn(kCheckedKinds), nameOf);
+INSTANTIATE_TEST_SUITE_P(Raw, ReadErrors, testing::ValuesIn(kRawKinds), nameOf);
+
 /// Packets that are damaged inside pages with a correct checksum.
 class DamagedPackets : public CommandTest
 {

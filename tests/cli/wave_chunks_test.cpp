@@ -82,6 +82,7 @@ TEST_F(WaveChunks, BroadcastExtensionKeepsValidFields)
     written.version = 2;
     std::strcpy(written.umid, "a number of the stereo");
     written.loudness_value = -2300;
+    written.max_true_peak_level = -100;
     std::strcpy(written.coding_history, "A=ANALOGUE,M=stereo\r\n");
     written.coding_history_size = static_cast<std::uint32_t>(std::strlen(written.coding_history));
     SNDFILE* const file = sf_open(at("in.wav").c_str(), SFM_WRITE, &info);
@@ -102,10 +103,40 @@ TEST_F(WaveChunks, BroadcastExtensionKeepsValidFields)
     EXPECT_EQ(std::string(read.origination_time, 8), "12:34:56");
     EXPECT_EQ(read.time_reference_low, 123456u);
     EXPECT_EQ(std::string(read.umid, 64), std::string(64, '\0')) << "the material number is invalid for the upmix";
-    EXPECT_EQ(read.loudness_value, 0);
+    EXPECT_EQ(read.version, 2);
+    for (const std::int16_t loudness : {read.loudness_value, read.loudness_range, read.max_true_peak_level,
+                                        read.max_momentary_loudness, read.max_shortterm_loudness})
+        EXPECT_EQ(loudness, 0x7fff) << "not measured, as version 2 says it";
     EXPECT_EQ(std::string(read.coding_history).rfind("A=ANALOGUE,M=stereo\r\n", 0), 0u) << read.coding_history;
     EXPECT_EQ(info.channels, 3);
     EXPECT_EQ(info.frames, 5000);
+}
+
+TEST_F(WaveChunks, OddSizesArePaddedOrNot)
+{
+    const std::string xml = "<BWFXML>" + scene + "</BWFXML>";
+    ASSERT_EQ(xml.size() % 2, 1u);
+    const std::string info = "INFO" + ("IART" + number(3) + std::string("Me\0\0", 4)) + "INAM" + number(6) + "Title";
+    const std::string labels = "adtl" + ("labl" + number(7) + number(1) + std::string("Me\0\0", 4)) + "labl" +
+                               number(8) + number(2) + std::string("You\0", 4);
+    for (const bool isPadded : {true, false}) {
+        writeAudio(at("in.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
+        if (isPadded) {
+            appendChunks("in.wav", {{"iXML", xml}, {"LIST", info + '\0'}, {"LIST", labels}, {"cart", cart()}});
+        } else {
+            const std::string bytes = bytesOf(at("in.wav")) + "iXML" + number(static_cast<std::uint32_t>(xml.size()));
+            writeBytes(at("in.wav"), bytes + xml + "cart" + number(2060) + cart());
+        }
+        const Result result = tarn({"upmix", "--force", "in.wav", "out.wav"});
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_EQ(result.errors.find("left out"), std::string::npos) << result.errors;
+        EXPECT_EQ(chunkOf("out.wav", "iXML"), xml) << isPadded;
+        EXPECT_EQ(chunkOf("out.wav", "cart"), cart()) << isPadded;
+        if (!isPadded) continue;
+        const std::string output = bytesOf(at("out.wav"));
+        EXPECT_NE(output.find("INAM" + number(6) + "Title"), std::string::npos);
+        EXPECT_NE(output.find(labels), std::string::npos);
+    }
 }
 
 TEST_F(WaveChunks, RecordingChunksAreKeptInWaveAndReportedForFlac)

@@ -125,4 +125,39 @@ TEST_F(WrongSizes, ManyChunksThatLeadNowhereTakeNoTime)
     EXPECT_EQ(timed.exitCode, 0) << timed.errors;
 }
 
+TEST_F(WrongSizes, MoreThan4096ChunksAreRefused)
+{
+    // With the chunk of the format and that of the audio.
+    for (const std::size_t count : {4094u, 4095u}) {
+        std::string bytes = wave;
+        for (std::size_t i = 0; i < count; ++i) bytes += std::string("LIST\0\0\0\0", 8);
+        writeBytes(at("in.wav"), bytes);
+        const Result info = tarn({"info", "in.wav"});
+        EXPECT_EQ(info.exitCode, count == 4094 ? 0 : 65) << info.errors;
+        EXPECT_EQ(info.errors.find("tarn: in.wav: is not an audio file that can be read (it has more than 4096 "
+                                   "chunks); ") != std::string::npos,
+                  count == 4095)
+            << info.errors;
+    }
+}
+
+TEST_F(WrongSizes, HugeChunksEndTheFile)
+{
+    const Samples whole = bypassed(wave);
+    for (const std::size_t size : {std::size_t{0xfffffff7}, std::size_t{0xfffffff8}, std::size_t{0x7fffffff}}) {
+        for (const std::string name : {"JUNK", "user"}) {
+            std::string bytes = wave;
+            writeBytes(at("in.wav"), bytes.insert(dataSize - 4, name + number(size)));
+            std::filesystem::resize_file(at("in.wav"), 6'000'000'000);
+            const Result before = shell("timeout 10 \"$TARN\" info in.wav");
+            EXPECT_EQ(before.exitCode, 65) << name << size << before.errors;
+            writeBytes(at("in.wav"), wave + name + number(size));
+            std::filesystem::resize_file(at("in.wav"), 6'000'000'000);
+            const Result behind = shell("timeout 10 \"$TARN\" upmix --force --bypass in.wav out.wav");
+            EXPECT_EQ(behind.exitCode, 0) << name << size << behind.errors;
+            EXPECT_TRUE(readAudio(at("out.wav")).samples == whole) << name << size;
+        }
+    }
+}
+
 } // namespace tarn_cli
