@@ -31,16 +31,6 @@ void multiply(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& produc
     for (std::size_t i = 0; i < kBlockFrames; ++i) products[i] = a[i] * b[i];
 }
 
-void scale(const Row& samples, double factor, UnroundedRow& values) noexcept
-{
-    for (std::size_t i = 0; i < kBlockFrames; ++i) values[i] = factor * static_cast<double>(samples[i]);
-}
-
-void addProducts(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& sums) noexcept
-{
-    for (std::size_t i = 0; i < kBlockFrames; ++i) sums[i] += a[i] * b[i];
-}
-
 std::uint64_t round(const UnroundedRow& values, double limit, Row& samples) noexcept
 {
     constexpr int kWidth = kVectorBytes == 64 ? 8 : 4;
@@ -64,11 +54,7 @@ std::uint64_t round(const UnroundedRow& values, double limit, Row& samples) noex
 
 } // namespace
 
-extern const RowOperations kRowOperations = {.widen = widen,
-                                             .scale = scale,
-                                             .multiply = multiply,
-                                             .addProducts = addProducts,
-                                             .round = round,
-                                             .filter = filterRows};
+extern const RowOperations kRowOperations = {
+    .widen = widen, .multiply = multiply, .round = round, .moveBass = moveBass, .filter = filterRow};
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET
