@@ -26,6 +26,12 @@ bool widen(const Row& samples, double limit, UnroundedRow& values) noexcept
     return reachesFullScale(samples, limit);
 }
 
+void amplify(const UnroundedRow& gains, double factor, const float (&samples)[kBlockFrames],
+             UnroundedRow& values) noexcept
+{
+    for (std::size_t i = 0; i < kBlockFrames; ++i) values[i] = gains[i] * factor * static_cast<double>(samples[i]);
+}
+
 void multiply(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& products) noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i) products[i] = a[i] * b[i];
@@ -54,7 +60,11 @@ std::uint64_t round(const UnroundedRow& values, double limit, Row& samples) noex
 
 } // namespace
 
-extern const RowOperations kRowOperations = {
-    .widen = widen, .multiply = multiply, .round = round, .moveBass = moveBass, .filter = filterRow};
+extern const RowOperations kRowOperations = {.widen = widen,
+                                             .amplify = amplify,
+                                             .multiply = multiply,
+                                             .round = round,
+                                             .moveBass = moveBass,
+                                             .filter = filterRow};
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -17,6 +17,10 @@ struct RowOperations
     /// Converts integers. Returns whether one of them is the lowest or the highest of a range: -limit or limit - 1.
     bool (*widen)(const Row& samples, double limit, UnroundedRow& values) noexcept;
 
+    /// Multiplies samples by gains times a factor.
+    void (*amplify)(const UnroundedRow& gains, double factor, const float (&samples)[kBlockFrames],
+                    UnroundedRow& values) noexcept;
+
     /// Multiplies two rows sample by sample. products can be one of them.
     void (*multiply)(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& products) noexcept;
 

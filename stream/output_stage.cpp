@@ -142,8 +142,7 @@ void OutputStage::renderSurroundRows(const ZRKTarn& engine) noexcept
     chosenOperations().renderSurrounds(engine, *surrounds);
     const double scale = static_cast<double>(engine.outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
-        for (std::size_t i = 0; i < kBlockFrames; ++i)
-            surroundRows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
+        chosenOperations().rows.amplify(surroundGain.row(), scale, surrounds->output[channel], surroundRows[channel]);
 }
 
 void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
@@ -176,11 +175,12 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 /// Limits the block before, and fades between it and the input.
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
-    const PeakWindow& window = limiter->peakWindowOf(limitedRows);
+    const BlockOperations& operations = chosenOperations();
+    const PeakWindow& window = limiter->peakWindowOf(limitedRows, operations.advancePeakWindow);
     const auto rows = static_cast<std::int32_t>(limitedRows);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
     const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
-    const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
+    const float peak = isUnlimited ? 0.0f : operations.findTruePeak(window, rows, ceiling);
     const UnroundedRow* const before = limiter->process(limitedRows, static_cast<double>(peak));
 
     for (const OutputSlot::Source source : kLimitedSources)

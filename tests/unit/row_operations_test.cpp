@@ -58,10 +58,12 @@ TEST(RowOperations, WidenFindsTheLowestAndTheHighestInteger)
     }
 }
 
-TEST(RowOperations, MultiplyAsAPlainLoop)
+TEST(RowOperations, AmplifyAndMultiplyAsPlainLoops)
 {
     Random random(1);
     for (int times = 0; times < 100; ++times) {
+        float samples[kBlockFrames];
+        for (float& sample : samples) sample = 0x1p31f * static_cast<float>(random.uniform());
         UnroundedRow a;
         UnroundedRow b;
         fill(a, 1.0, random);
@@ -73,6 +75,11 @@ TEST(RowOperations, MultiplyAsAPlainLoop)
         EXPECT_TRUE(sameBits(products, expected));
         operations().multiply(a, b, b);
         EXPECT_TRUE(sameBits(b, expected)) << "in place";
+
+        UnroundedRow amplified;
+        for (std::size_t i = 0; i < kBlockFrames; ++i) expected[i] = a[i] * 0.3 * static_cast<double>(samples[i]);
+        operations().amplify(a, 0.3, samples, amplified);
+        EXPECT_TRUE(sameBits(amplified, expected));
     }
 }
 
