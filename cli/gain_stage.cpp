@@ -72,8 +72,9 @@ void GainStage::processBlock()
     const zrk_tarn::UnroundedRow* rows = limiter.input();
     if (isLimited) {
         const auto ceiling = static_cast<float>(Limiter::kCeiling);
-        const float peak = zrk_tarn::TARN_INSTRUCTION_SET::findTruePeak(limiter.peakWindowOf(slots),
-                                                                        static_cast<std::int32_t>(slots), ceiling);
+        using namespace zrk_tarn::TARN_INSTRUCTION_SET;
+        const float peak =
+            findTruePeak(limiter.peakWindowOf(slots, advancePeakWindow), static_cast<std::int32_t>(slots), ceiling);
         rows = limiter.process(slots, static_cast<double>(peak));
         if (limiter.gain() < 1.0) ++peaks.limitedBlocks;
         peaks.limiterGain = std::min(peaks.limiterGain, limiter.gain());

@@ -30,6 +30,7 @@ extern const BlockOperations kOperations = {
     .remapOutput = remapOutput,
     .measureRow = measureRow,
     .renderSurrounds = renderSurrounds,
+    .advancePeakWindow = advancePeakWindow,
     .findTruePeak = findTruePeak,
     .rows = kRowOperations,
     .addSquares = addSquares,

@@ -31,6 +31,8 @@ struct BlockOperations
     std::uint32_t (*remapOutput)(const ZRKTarn& engine, std::uint32_t frames, std::uint32_t channels) noexcept;
     RowLevel (*measureRow)(const std::int32_t (&row)[64]) noexcept;
     void (*renderSurrounds)(const ZRKTarn& engine, Surrounds& surrounds) noexcept; ///< see room/render_surrounds.h
+    void (*advancePeakWindow)(PeakWindow& window, const UnroundedRow* rows, std::size_t count,
+                              double scale) noexcept;                                         ///< see room/true_peak.h
     float (*findTruePeak)(const PeakWindow& window, std::int32_t rows, float floor) noexcept; ///< see room/true_peak.h
     const RowOperations& rows; ///< see room/row_operations.h
     void (*addSquares)(const float (&subbands)[64], float trace,

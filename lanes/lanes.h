@@ -569,6 +569,26 @@ template <typename T, int kCount>
     return interleavedHalf<1>(even, odd, typename Lanes<T, kCount>::Parts{});
 }
 
+template <int kFirst, int... kLane>
+constexpr auto alternateInPairs(std::integer_sequence<int, kLane...>)
+{
+    constexpr int kWidth = sizeof...(kLane);
+    return std::integer_sequence<int, (kLane / 2 * 2 + kFirst + kLane % 2 * kWidth)...>{};
+}
+
+/// Transposes the 2 x 2 matrices of every two neighbouring lanes of a and b. Twice gives a and b again.
+template <typename T, int kCount>
+[[gnu::always_inline]] inline LanePair<T, kCount> transposedPairs(const Lanes<T, kCount>& a,
+                                                                  const Lanes<T, kCount>& b) noexcept
+{
+    using L = Lanes<T, kCount>;
+    using Lane = std::make_integer_sequence<int, L::kWidth>;
+    return {
+        partwise<L>([](auto x, auto y) { return shuffled<typename L::Part>(x, y, alternateInPairs<0>(Lane{})); }, a, b),
+        partwise<L>([](auto x, auto y) { return shuffled<typename L::Part>(x, y, alternateInPairs<1>(Lane{})); }, a,
+                    b)};
+}
+
 template <int kHalf, int... kLane>
 constexpr auto alternateInQuads(std::integer_sequence<int, kLane...>)
 {
@@ -752,6 +772,16 @@ template <int kCount>
     } else {
         return joined(toDouble(lowHalf(a)), toDouble(highHalf(a)));
     }
+}
+
+/// Converts two integers.
+[[gnu::always_inline]] inline Doubles<2> loadAsDoubles(const std::int32_t* values) noexcept
+{
+#if defined __x86_64__ && !defined TARN_GENERIC
+    return {{_mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(values)))}};
+#else
+    return {{Doubles<2>::Part{static_cast<double>(values[0]), static_cast<double>(values[1])}}};
+#endif
 }
 
 /// Rounds to nearest.

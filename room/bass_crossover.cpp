@@ -3,7 +3,6 @@
 #include "room/bass_crossover.h"
 
 #include <algorithm>
-#include <iterator>
 
 namespace zrk_tarn
 {
@@ -27,7 +26,6 @@ constexpr Tangents kTangents[] = {
 };
 
 constexpr double kSqrt2 = 1.4142135623730951;
-constexpr double kHalfPower = 0.70710678118654752; // sqrt(1/2)
 
 const Tangents& tangentsOf(std::uint32_t sampleRateHz) noexcept
 {
@@ -61,9 +59,9 @@ Sections designSections(double k) noexcept
 }
 
 /// Sets the coefficients of filters.
-void setFilters(BassFilters& filters, std::size_t first, std::size_t end, const Coefficients& coefficients) noexcept
+void setFilters(BassFilters& filters, std::size_t first, std::size_t count, const Coefficients& coefficients) noexcept
 {
-    for (std::size_t i = first; i < end; ++i) {
+    for (std::size_t i = first; i < first + count; ++i) {
         filters.b0[i] = coefficients.b0;
         filters.b1[i] = coefficients.b1;
         filters.a1[i] = coefficients.a1;
@@ -84,50 +82,30 @@ void clear(BassFilters& filters) noexcept
 BassCrossover::BassCrossover(std::uint32_t sampleRateHz) noexcept
 {
     const Sections crossover = designSections(tangentsOf(sampleRateHz).at120Hz);
-    setFilters(fronts, 0, 2, crossover.lowPass);
-    setFilters(fronts, 2, 5, crossover.highPass);
-    setFilters(behind, 0, 4, designSections(tangentsOf(sampleRateHz).at160Hz).highPass);
+    setFilters(outputs, BassFilters::kFronts, 2, crossover.lowPass);
+    setFilters(outputs, BassFilters::kFronts + 2, 2, crossover.highPass);
+    setFilters(outputs, BassFilters::kCentre, 1, crossover.highPass);
+    setFilters(outputs, BassFilters::kSurrounds, 4, designSections(tangentsOf(sampleRateHz).at160Hz).highPass);
     setFilters(lfe, 0, 1, crossover.lowPass);
 }
 
 void BassCrossover::reset() noexcept
 {
-    clearCrossover();
+    clear(outputs);
     clear(lfe);
-}
-
-void BassCrossover::clearCrossover() noexcept
-{
-    clear(fronts);
-    clear(behind);
 }
 
 void BassCrossover::beginBlock(bool isOn) noexcept
 {
     const bool wasOff = isOff();
     share.beginBlock(isOn ? 1.0f : 0.0f);
-    if (wasOff && !isOff()) clearCrossover();
+    if (wasOff && !isOff()) clear(outputs);
 }
 
 void BassCrossover::moveToFronts(const RowOperations& operations, const Row& left, const Row& right,
-                                 UnroundedRow (&rows)[kRows]) noexcept
+                                 UnroundedRow* fronts, UnroundedRow* surrounds, std::size_t count) noexcept
 {
-    operations.scale(left, kHalfPower, bass[0]);
-    operations.scale(right, kHalfPower, bass[1]);
-    beginFade(rows);
-    UnroundedRow* const filtered[] = {&bass[0], &bass[1], &rows[0], &rows[1], &rows[2]};
-    operations.filter(fronts, filtered, std::size(filtered));
-    finishFade(rows);
-    for (std::size_t side = 0; side < 2; ++side) operations.addProducts(share.row(), bass[side], rows[side]);
-}
-
-void BassCrossover::removeFrom(const RowOperations& operations, UnroundedRow (&surrounds)[kRows],
-                               std::int32_t count) noexcept
-{
-    beginFade(surrounds);
-    UnroundedRow* const filtered[] = {&surrounds[0], &surrounds[1], &surrounds[2], &surrounds[3]};
-    operations.filter(behind, filtered, static_cast<std::size_t>(count));
-    finishFade(surrounds);
+    operations.moveBass(outputs, {left, right, fronts, surrounds, count, share.row(), !share.isSteadyAt(1.0f)});
 }
 
 void BassCrossover::addBass(const RowOperations& operations, const Row& left, const Row& right,
@@ -135,23 +113,7 @@ void BassCrossover::addBass(const RowOperations& operations, const Row& left, co
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i)
         sum[i] = static_cast<double>(left[i]) + static_cast<double>(right[i]);
-    UnroundedRow* const filtered[] = {&sum};
-    operations.filter(lfe, filtered, std::size(filtered));
-}
-
-/// Keeps the rows for finishFade.
-void BassCrossover::beginFade(const UnroundedRow (&rows)[kRows]) noexcept
-{
-    if (isFading()) std::copy_n(&rows[0][0], kRows * kBlockFrames, &plain[0][0]);
-}
-
-/// Fades from the rows before the filters to those after them.
-void BassCrossover::finishFade(UnroundedRow (&rows)[kRows]) const noexcept
-{
-    if (!isFading()) return;
-    for (std::size_t row = 0; row < kRows; ++row)
-        for (std::size_t i = 0; i < kBlockFrames; ++i)
-            rows[row][i] = plain[row][i] + share.at(i) * (rows[row][i] - plain[row][i]);
+    operations.filter(lfe, sum);
 }
 
 } // namespace zrk_tarn

@@ -22,8 +22,6 @@ namespace zrk_tarn
 class BassCrossover
 {
 public:
-    static constexpr std::size_t kRows = 4;
-
     explicit BassCrossover(std::uint32_t sampleRateHz) noexcept;
 
     /// Clears the signal.
@@ -39,32 +37,20 @@ public:
     bool isOff() const noexcept { return share.isSteadyAt(0.0f); }
 
     /// Replaces the bass of front left, front right and centre: removes it, and adds sqrt(1/2) times the bass of the
-    /// stereo to the fronts. The fourth row is not used.
+    /// stereo to the fronts. Removes the bass of the surround channels.
     ///
-    /// In   left, right  the stereo, as late as the rows
-    void moveToFronts(const RowOperations& operations, const Row& left, const Row& right,
-                      UnroundedRow (&rows)[kRows]) noexcept;
-
-    /// Removes the bass of surround channels.
-    ///
-    /// count  2 or 4, always the same
-    void removeFrom(const RowOperations& operations, UnroundedRow (&surrounds)[kRows], std::int32_t count) noexcept;
+    /// In   left, right  the stereo, as late as the fronts
+    ///      count        of the surround channels: 0, 2 or 4, always the same
+    void moveToFronts(const RowOperations& operations, const Row& left, const Row& right, UnroundedRow* fronts,
+                      UnroundedRow* surrounds, std::size_t count) noexcept;
 
     /// Computes the bass of left plus right. It does not fade.
     void addBass(const RowOperations& operations, const Row& left, const Row& right, UnroundedRow& sum) noexcept;
 
 private:
-    bool isFading() const noexcept { return !share.isSteadyAt(1.0f); }
-    void clearCrossover() noexcept;
-    void beginFade(const UnroundedRow (&rows)[kRows]) noexcept;
-    void finishFade(UnroundedRow (&rows)[kRows]) const noexcept;
-
-    BassFilters fronts{};        ///< left and right of the stereo, front left and right, centre
-    BassFilters behind{};        ///< of the surround channels
-    BassFilters lfe{};           ///< of left plus right
-    Glide share{0.0f};           ///< of the outputs with the crossover
-    UnroundedRow bass[2]{};      ///< of left and right, scratch
-    UnroundedRow plain[kRows]{}; ///< outputs without the crossover, for a fade
+    BassFilters outputs{}; ///< left and right of the stereo, front left and right, centre, surround channels
+    BassFilters lfe{};     ///< of left plus right
+    Glide share{0.0f};     ///< of the outputs with the crossover
 };
 
 } // namespace zrk_tarn

@@ -13,6 +13,8 @@ namespace
 /// States below it become 0. They are inaudible and would decay to subnormal numbers, which are slow.
 constexpr double kTrace = 0x1p-60;
 
+constexpr double kHalfPower = 0.70710678118654752; ///< sqrt(1/2)
+
 /// States below kTrace become 0.
 template <int kCount>
 [[gnu::always_inline]] inline Doubles<kCount> withoutTraces(const Doubles<kCount>& state) noexcept
@@ -39,31 +41,145 @@ struct Sections
     Values s1, s2;
 };
 
+/// Leaves filtered values as they are.
+struct NoFade
+{
+    template <typename Values>
+    [[gnu::always_inline]] Values of(std::size_t /*i*/, const double* /*plain*/, const Values& filtered) const noexcept
+    {
+        return filtered;
+    }
+};
+
+/// Fades between a row before and after its filter.
+struct Fade
+{
+    /// The values from frame i on.
+    ///
+    /// plain  frame i of the row before the filter
+    template <int kCount>
+    [[gnu::always_inline]] Doubles<kCount> of(std::size_t i, const double* plain,
+                                              const Doubles<kCount>& filtered) const noexcept
+    {
+        const Doubles<kCount> before = load<kCount>(plain);
+        return before + load<kCount>(share + i) * (filtered - before);
+    }
+
+    [[gnu::always_inline]] double of(std::size_t i, const double* plain, double filtered) const noexcept
+    {
+        return *plain + share[i] * (filtered - *plain);
+    }
+
+    const UnroundedRow& share; ///< of the filtered row
+};
+
+// The signals of a group of filters. get returns two frames of each: those of even and of odd signals, two neighbouring
+// lanes per signal. put takes them filtered.
+
+/// Left and right of the stereo, front left and front right.
+template <typename RowFade>
+struct FrontPair
+{
+    static constexpr int kCount = 4;
+
+    [[gnu::always_inline]] LanePair<double, 4> get(std::size_t i) const noexcept
+    {
+        const Doubles<2> half = broadcast<2>(kHalfPower);
+        return {joined(half * loadAsDoubles(left + i), load<2>(fronts[0] + i)),
+                joined(half * loadAsDoubles(right + i), load<2>(fronts[1] + i))};
+    }
+
+    [[gnu::always_inline]] void put(std::size_t i, const LanePair<double, 4>& filtered) const noexcept
+    {
+        addBass(i, fronts[0], filtered.even);
+        addBass(i, fronts[1], filtered.odd);
+    }
+
+    const Row& left;
+    const Row& right;
+    UnroundedRow* fronts;
+    const UnroundedRow& bassShare;
+    RowFade fade;
+
+private:
+    /// filtered  the bass, then the front
+    [[gnu::always_inline]] void addBass(std::size_t i, UnroundedRow& front, const Doubles<4>& filtered) const noexcept
+    {
+        store(front + i, fade.of(i, front + i, highHalf(filtered)) + load<2>(bassShare + i) * lowHalf(filtered));
+    }
+};
+
+/// A pair of surround channels.
+template <typename RowFade>
+struct SurroundPair
+{
+    static constexpr int kCount = 2;
+
+    [[gnu::always_inline]] LanePair<double, 2> get(std::size_t i) const noexcept
+    {
+        return {load<2>(rows[0] + i), load<2>(rows[1] + i)};
+    }
+
+    [[gnu::always_inline]] void put(std::size_t i, const LanePair<double, 2>& filtered) const noexcept
+    {
+        store(rows[0] + i, fade.of(i, rows[0] + i, filtered.even));
+        store(rows[1] + i, fade.of(i, rows[1] + i, filtered.odd));
+    }
+
+    UnroundedRow* rows;
+    RowFade fade;
+};
+
+/// Two pairs of surround channels.
+template <typename RowFade>
+struct SurroundPairs
+{
+    static constexpr int kCount = 4;
+
+    [[gnu::always_inline]] LanePair<double, 4> get(std::size_t i) const noexcept
+    {
+        const LanePair<double, 2> a = first.get(i);
+        const LanePair<double, 2> b = second.get(i);
+        return {joined(a.even, b.even), joined(a.odd, b.odd)};
+    }
+
+    [[gnu::always_inline]] void put(std::size_t i, const LanePair<double, 4>& filtered) const noexcept
+    {
+        first.put(i, {lowHalf(filtered.even), lowHalf(filtered.odd)});
+        second.put(i, {highHalf(filtered.even), highHalf(filtered.odd)});
+    }
+
+    SurroundPair<RowFade> first;
+    SurroundPair<RowFade> second;
+};
+
 /// Filters side by side, one per lane: a vector for the first and one for the second section of all of them.
-template <int kCount>
+template <typename Signals>
 class Group
 {
 public:
-    using Values = Doubles<kCount>;
+    using Values = Doubles<Signals::kCount>;
 
     /// first  number of the first filter
-    [[gnu::always_inline]] Group(BassFilters& allFilters, UnroundedRow* const* rows, std::size_t first) noexcept
-        : filters(allFilters), place(first), row(rows + first)
+    [[gnu::always_inline]] Group(BassFilters& allFilters, std::size_t first, const Signals& groupSignals) noexcept
+        : filters(allFilters), place(first), signals(groupSignals)
     {
         for (std::size_t number = 0; number < 2; ++number)
-            section[number] = {load<kCount>(filters.b0 + place),
-                               load<kCount>(filters.b1 + place),
-                               load<kCount>(filters.a1 + place),
-                               load<kCount>(filters.a2 + place),
-                               load<kCount>(filters.first[number] + place),
-                               load<kCount>(filters.second[number] + place)};
+            section[number] = {load<Signals::kCount>(filters.b0 + place),
+                               load<Signals::kCount>(filters.b1 + place),
+                               load<Signals::kCount>(filters.a1 + place),
+                               load<Signals::kCount>(filters.a2 + place),
+                               load<Signals::kCount>(filters.first[number] + place),
+                               load<Signals::kCount>(filters.second[number] + place)};
     }
 
-    [[gnu::always_inline]] void filterFrame(std::size_t i) noexcept
+    [[gnu::always_inline]] void filterFrames(std::size_t i) noexcept
     {
-        const Values y = section[1].filter(section[0].filter(frame(i, typename Values::Parts{})));
-        for (std::size_t lane = 0; lane < kCount; ++lane)
-            (*row[lane])[i] = y.part[lane / Values::kWidth][lane % Values::kWidth];
+        const auto given = signals.get(i);
+        const auto frames = transposedPairs(given.even, given.odd);
+        const Values first = filter(frames.even);
+        const Values second = filter(frames.odd);
+        signals.put(i, transposedPairs(first, second));
     }
 
     [[gnu::always_inline]] void finish() noexcept
@@ -75,32 +191,26 @@ public:
     }
 
 private:
-    template <int... kPart>
-    [[gnu::always_inline]] Values frame(std::size_t i, std::integer_sequence<int, kPart...> /*parts*/) const noexcept
+    [[gnu::always_inline]] Values filter(const Values& frame) noexcept
     {
-        return {{framePart<kPart * Values::kWidth>(i, std::make_integer_sequence<int, Values::kWidth>{})...}};
+        return section[1].filter(section[0].filter(frame));
     }
 
-    template <int kFirst, int... kLane>
-    [[gnu::always_inline]] typename Values::Part
-    framePart(std::size_t i, std::integer_sequence<int, kLane...> /*lanes*/) const noexcept
-    {
-        return typename Values::Part{(*row[kFirst + kLane])[i]...};
-    }
-
-    Sections<kCount> section[2];
+    Sections<Signals::kCount> section[2];
     BassFilters& filters;
     std::size_t place; ///< of the first filter
-    UnroundedRow* const* row;
+    Signals signals;
 };
 
 /// One filter, with both sections in a vector: the second one is a frame behind.
+template <typename RowFade>
 class Cascade
 {
 public:
     using Values = Doubles<2>;
 
-    [[gnu::always_inline]] Cascade(BassFilters& allFilters, UnroundedRow* const* rows, std::size_t number) noexcept
+    [[gnu::always_inline]] Cascade(BassFilters& allFilters, std::size_t number, UnroundedRow& filteredRow,
+                                   const RowFade& rowFade) noexcept
         : sections{broadcast<2>(allFilters.b0[number]),
                    broadcast<2>(allFilters.b1[number]),
                    broadcast<2>(allFilters.a1[number]),
@@ -109,20 +219,24 @@ public:
                    pair(allFilters.second[0][number], allFilters.second[1][number])},
           filters(allFilters),
           place(number),
-          row(*rows[number])
+          row(filteredRow),
+          fade(rowFade)
     {}
 
-    [[gnu::always_inline]] void filterFrame(std::size_t i) noexcept
+    [[gnu::always_inline]] void filterFrames(std::size_t i) noexcept
     {
-        const Values s1 = sections.s1;
-        const Values s2 = sections.s2;
-        filterBoth(row[i]);
         if (i == 0) {
+            const Values s1 = sections.s1;
+            const Values s2 = sections.s2;
+            filterBoth(row[0]);
             sections.s1 = firstOf(sections.s1, s1);
             sections.s2 = firstOf(sections.s2, s2);
         } else {
-            row[i - 1] = y.part[0][1];
+            filterBoth(row[i]);
+            put(i - 1);
         }
+        filterBoth(row[i + 1]);
+        put(i);
     }
 
     [[gnu::always_inline]] void finish() noexcept
@@ -130,13 +244,15 @@ public:
         const Values s1 = sections.s1;
         const Values s2 = sections.s2;
         filterBoth(0.0);
-        row[kBlockFrames - 1] = y.part[0][1];
+        put(kBlockFrames - 1);
         storeState(filters.first, firstOf(s1, sections.s1));
         storeState(filters.second, firstOf(s2, sections.s2));
     }
 
 private:
     [[gnu::always_inline]] void filterBoth(double x) noexcept { y = sections.filter(pair(x, y.part[0][0])); }
+
+    [[gnu::always_inline]] void put(std::size_t i) noexcept { row[i] = fade.of(i, row + i, y.part[0][1]); }
 
     [[gnu::always_inline]] static Values pair(double first, double second) noexcept
     {
@@ -162,30 +278,50 @@ private:
     BassFilters& filters;
     std::size_t place; ///< of the filter
     UnroundedRow& row;
+    RowFade fade;
 };
 
 /// Filters a block. The groups stay in registers.
 template <typename... Groups>
 [[gnu::always_inline]] inline void filterBlock(Groups... groups) noexcept
 {
-    (groups.filterFrame(0), ...); // apart, so that the loop has no branch for the first frame
-    for (std::size_t i = 1; i < kBlockFrames; ++i) (groups.filterFrame(i), ...);
+    (groups.filterFrames(0), ...); // apart, so that the loop has no branch for the first frame
+    for (std::size_t i = 2; i < kBlockFrames; i += 2) (groups.filterFrames(i), ...);
     (groups.finish(), ...);
+}
+
+template <typename RowFade>
+void moveBass(BassFilters& filters, const CrossoverBlock& block, const RowFade& fade) noexcept
+{
+    const Group fronts(filters, BassFilters::kFronts,
+                       FrontPair<RowFade>{block.left, block.right, block.fronts, block.share, fade});
+    const Cascade centre(filters, BassFilters::kCentre, block.fronts[2], fade);
+    const SurroundPair<RowFade> first{block.surrounds, fade};
+    if (block.count == 0) {
+        filterBlock(fronts, centre);
+    } else if (block.count == 2) {
+        filterBlock(fronts, centre, Group(filters, BassFilters::kSurrounds, first));
+    } else {
+        filterBlock(
+            fronts, centre,
+            Group(filters, BassFilters::kSurrounds, SurroundPairs<RowFade>{first, {block.surrounds + 2, fade}}));
+    }
 }
 
 } // namespace
 
-void filterRows(BassFilters& filters, UnroundedRow* const* rows, std::size_t count) noexcept
+void moveBass(BassFilters& filters, const CrossoverBlock& block) noexcept
 {
-    if (count == 1) {
-        filterBlock(Cascade(filters, rows, 0));
-    } else if (count == 2) {
-        filterBlock(Group<2>(filters, rows, 0));
-    } else if (count == 4) {
-        filterBlock(Group<4>(filters, rows, 0));
+    if (block.isFading) {
+        moveBass(filters, block, Fade{block.share});
     } else {
-        filterBlock(Group<4>(filters, rows, 0), Cascade(filters, rows, 4));
+        moveBass(filters, block, NoFade{});
     }
+}
+
+void filterRow(BassFilters& filters, UnroundedRow& row) noexcept
+{
+    filterBlock(Cascade(filters, 0, row, NoFade{}));
 }
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

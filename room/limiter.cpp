@@ -48,28 +48,24 @@ void Limiter::reset() noexcept
         for (UnroundedRow& row : rows) std::fill_n(row, kBlockFrames, 0.0);
     std::fill_n(needed, kMaxHeldBlocks, 1.0);
     oldest = 0;
+    smallestNeeded = 1.0;
     startGain = endGain = 1.0;
-}
-
-const PeakWindow& Limiter::peakWindowOf(std::size_t count) noexcept
-{
-    const UnroundedRow(&rows)[kRows] = blocks[newest];
-    for (std::size_t row = 0; row < count; ++row) {
-        float* const samples = window.samples[row];
-        std::copy_n(samples + kBlockFrames, PeakWindow::kBefore, samples);
-        for (std::size_t i = 0; i < kBlockFrames; ++i)
-            samples[PeakWindow::kBefore + i] = static_cast<float>(rows[row][i] * scale);
-    }
-    return window;
 }
 
 UnroundedRow (&Limiter::process(std::size_t count, double truePeak) noexcept)[kRows]
 {
+    const double released = needed[oldest];
     needed[oldest] = truePeak > kCeiling ? kCeiling / truePeak : 1.0;
+    // Searches the ring only if its smallest gain has left it.
+    if (needed[oldest] <= smallestNeeded) {
+        smallestNeeded = needed[oldest];
+    } else if (released == smallestNeeded) {
+        smallestNeeded = *std::min_element(needed, needed + heldBlocks);
+    }
     oldest = (oldest + 1) % heldBlocks;
     const double recovered = endGain + (1.0 - endGain) * release;
     startGain = endGain;
-    endGain = std::min(*std::min_element(needed, needed + heldBlocks), recovered > kNearOne ? 1.0 : recovered);
+    endGain = std::min(smallestNeeded, recovered > kNearOne ? 1.0 : recovered);
 
     newest = 1 - newest;
     UnroundedRow(&rows)[kRows] = blocks[newest];

@@ -36,10 +36,18 @@ public:
     /// The rows that take the next block.
     UnroundedRow (&input() noexcept)[kRows] { return blocks[newest]; }
 
+    /// advancePeakWindow of an instruction set, see room/true_peak.h.
+    using AdvanceWindow = void (*)(PeakWindow& window, const UnroundedRow* rows, std::size_t count,
+                                   double scale) noexcept;
+
     /// The window in which to find the peak of that block.
     ///
     /// count  of the rows in use
-    const PeakWindow& peakWindowOf(std::size_t count) noexcept;
+    const PeakWindow& peakWindowOf(std::size_t count, AdvanceWindow advance) noexcept
+    {
+        advance(window, blocks[newest], count, scale);
+        return window;
+    }
 
     /// Takes the block. Returns the one before, limited; its rows are then those of input.
     ///
@@ -60,6 +68,7 @@ private:
     std::size_t newest = 0;
     double needed[kMaxHeldBlocks]; ///< gains that the last heldBlocks blocks need, as a ring
     std::size_t oldest = 0;        ///< position in the ring
+    double smallestNeeded = 1.0;   ///< in the ring
     double startGain = 1.0;
     double endGain = 1.0; ///< of the last output block
 };

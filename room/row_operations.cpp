@@ -26,19 +26,15 @@ bool widen(const Row& samples, double limit, UnroundedRow& values) noexcept
     return reachesFullScale(samples, limit);
 }
 
+void amplify(const UnroundedRow& gains, double factor, const float (&samples)[kBlockFrames],
+             UnroundedRow& values) noexcept
+{
+    for (std::size_t i = 0; i < kBlockFrames; ++i) values[i] = gains[i] * factor * static_cast<double>(samples[i]);
+}
+
 void multiply(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& products) noexcept
 {
     for (std::size_t i = 0; i < kBlockFrames; ++i) products[i] = a[i] * b[i];
-}
-
-void scale(const Row& samples, double factor, UnroundedRow& values) noexcept
-{
-    for (std::size_t i = 0; i < kBlockFrames; ++i) values[i] = factor * static_cast<double>(samples[i]);
-}
-
-void addProducts(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& sums) noexcept
-{
-    for (std::size_t i = 0; i < kBlockFrames; ++i) sums[i] += a[i] * b[i];
 }
 
 std::uint64_t round(const UnroundedRow& values, double limit, Row& samples) noexcept
@@ -65,10 +61,10 @@ std::uint64_t round(const UnroundedRow& values, double limit, Row& samples) noex
 } // namespace
 
 extern const RowOperations kRowOperations = {.widen = widen,
-                                             .scale = scale,
+                                             .amplify = amplify,
                                              .multiply = multiply,
-                                             .addProducts = addProducts,
                                              .round = round,
-                                             .filter = filterRows};
+                                             .moveBass = moveBass,
+                                             .filter = filterRow};
 
 } // namespace zrk_tarn::TARN_INSTRUCTION_SET

@@ -17,21 +17,19 @@ struct RowOperations
     /// Converts integers. Returns whether one of them is the lowest or the highest of a range: -limit or limit - 1.
     bool (*widen)(const Row& samples, double limit, UnroundedRow& values) noexcept;
 
-    /// Converts integers and multiplies them by a factor.
-    void (*scale)(const Row& samples, double factor, UnroundedRow& values) noexcept;
+    /// Multiplies samples by gains times a factor.
+    void (*amplify)(const UnroundedRow& gains, double factor, const float (&samples)[kBlockFrames],
+                    UnroundedRow& values) noexcept;
 
     /// Multiplies two rows sample by sample. products can be one of them.
     void (*multiply)(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& products) noexcept;
-
-    /// Adds the products of two rows to a third one, sample by sample.
-    void (*addProducts)(const UnroundedRow& a, const UnroundedRow& b, UnroundedRow& sums) noexcept;
 
     /// Rounds half away from zero and saturates to the range from -limit to limit - 1. Returns the number of samples
     /// that saturate.
     std::uint64_t (*round)(const UnroundedRow& values, double limit, Row& samples) noexcept;
 
-    /// Filters count rows in place, see room/bass_filters.h.
-    void (*filter)(BassFilters& filters, UnroundedRow* const* rows, std::size_t count) noexcept;
+    void (*moveBass)(BassFilters& filters, const CrossoverBlock& block) noexcept; ///< see room/bass_filters.h
+    void (*filter)(BassFilters& filters, UnroundedRow& row) noexcept;             ///< filterRow, see there
 };
 
 namespace TARN_INSTRUCTION_SET

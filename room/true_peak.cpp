@@ -1,4 +1,4 @@
-// The true peak of a block.
+// The window of the limiter and its true peak.
 // SPDX-License-Identifier: MIT
 #include "room/true_peak.h"
 
@@ -64,6 +64,18 @@ Floats<kWidth> interpolatedPeaks(const float* samples) noexcept
 }
 
 } // namespace
+
+void advancePeakWindow(PeakWindow& window, const UnroundedRow* rows, std::size_t count, double scale) noexcept
+{
+    constexpr int kDoubles = kVectorBytes == 64 ? 8 : 4;
+    for (std::size_t row = 0; row < count; ++row) {
+        float* const samples = window.samples[row];
+        for (std::size_t i = 0; i < PeakWindow::kBefore; ++i) samples[i] = samples[kBlockFrames + i];
+        for (std::size_t i = 0; i < kBlockFrames; i += std::size_t{kDoubles})
+            store(samples + PeakWindow::kBefore + i,
+                  toFloat(load<kDoubles>(rows[row] + i) * broadcast<kDoubles>(scale)));
+    }
+}
 
 float findTruePeak(const PeakWindow& window, std::int32_t rows, float floor) noexcept
 {

@@ -68,8 +68,7 @@ void OutputStage::process(const StageBlock& block, const OutputTargets& targets)
     isLimiting = targets.limiting;
 
     fillInputSlots(block);
-    fillEngineSlots(block);
-    fillSurroundSlots(block);
+    fillLoudspeakerSlots(block);
     fillDialogueSlots(block);
     fillLfeSlots(block);
     if (limiter != nullptr) limitAndFade(block);
@@ -111,37 +110,39 @@ void OutputStage::fillInputSlots(const StageBlock& block) noexcept
     });
 }
 
-void OutputStage::fillEngineSlots(const StageBlock& block) noexcept
+/// The slots of engine and surround channels: the crossover filters all of them at the same time.
+void OutputStage::fillLoudspeakerSlots(const StageBlock& block) noexcept
 {
-    if (!hasEngine) return;
+    if (!hasEngine && surrounds == nullptr) return;
     using enum OutputSlot::Source;
     const bool isUnchanged = configuration.remap.has_value() || (centre.isNeutral() && isBassSteered());
-    if (isUnchanged && limiter == nullptr) {
-        forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, block.upmixed[output]); });
-        return;
+    const bool isRounded = isUnchanged && limiter == nullptr;
+    if (!isRounded) {
+        const std::size_t outputs = configuration.remap ? 4 : 3;
+        for (std::size_t output = 0; output < outputs; ++output) unround(block, output, upmixRows[output]);
+        if (!configuration.remap && !centre.isNeutral()) centre.apply(upmixRows[0], upmixRows[1], upmixRows[2]);
     }
-    UnroundedRow(&rows)[4] = scratch;
-    const std::size_t outputs = configuration.remap ? 4 : 3;
-    for (std::size_t output = 0; output < outputs; ++output) unround(block, output, rows[output]);
-    if (!configuration.remap && !centre.isNeutral()) centre.apply(rows[0], rows[1], rows[2]);
+    if (surrounds != nullptr) renderSurroundRows(block.engine);
     if (!isBassSteered())
         bass->moveToFronts(chosenOperations().rows, block.inputSlots[configuration.leftSlot],
-                           block.inputSlots[configuration.rightSlot], rows);
-    forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) { put(block, slot, rows[output]); });
+                           block.inputSlots[configuration.rightSlot], upmixRows, surroundRows,
+                           static_cast<std::size_t>(surroundPairs) * 2);
+    forEachSlotOf(Engine, [&](std::size_t slot, std::size_t output) {
+        if (isRounded) {
+            put(block, slot, block.upmixed[output]);
+        } else {
+            put(block, slot, upmixRows[output]);
+        }
+    });
+    forEachSlotOf(Surround, [&](std::size_t slot, std::size_t channel) { put(block, slot, surroundRows[channel]); });
 }
 
-void OutputStage::fillSurroundSlots(const StageBlock& block) noexcept
+void OutputStage::renderSurroundRows(const ZRKTarn& engine) noexcept
 {
-    if (surrounds == nullptr) return;
-    chosenOperations().renderSurrounds(block.engine, *surrounds);
-    const double scale = static_cast<double>(block.engine.outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
-    UnroundedRow(&rows)[Surrounds::kChains] = scratch;
+    chosenOperations().renderSurrounds(engine, *surrounds);
+    const double scale = static_cast<double>(engine.outputScale) * (surroundPairs == 2 ? kHalfPower : 1.0);
     for (std::int32_t channel = 0; channel < surrounds->chainsInUse; ++channel)
-        for (std::size_t i = 0; i < kBlockFrames; ++i)
-            rows[channel][i] = surroundGain.at(i) * scale * static_cast<double>(surrounds->output[channel][i]);
-    if (!isBassSteered()) bass->removeFrom(chosenOperations().rows, rows, surrounds->chainsInUse);
-    forEachSlotOf(OutputSlot::Source::Surround,
-                  [&](std::size_t slot, std::size_t channel) { put(block, slot, rows[channel]); });
+        chosenOperations().rows.amplify(surroundGain.row(), scale, surrounds->output[channel], surroundRows[channel]);
 }
 
 void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
@@ -152,8 +153,8 @@ void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
             put(block, slot, plain);
             return;
         }
-        UnroundedRow& changed = scratch[0];
-        UnroundedRow& voice = scratch[1];
+        UnroundedRow& changed = upmixRows[0];
+        UnroundedRow& voice = upmixRows[1];
         std::copy_n(plain, kBlockFrames, changed);
         unround(block, 2, voice);
         centre.changeVoice(voice, changed);
@@ -164,7 +165,7 @@ void OutputStage::fillDialogueSlots(const StageBlock& block) noexcept
 void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 {
     if (!hasLfe) return;
-    UnroundedRow& row = scratch[0];
+    UnroundedRow& row = upmixRows[0];
     bass->addBass(chosenOperations().rows, block.inputSlots[configuration.leftSlot],
                   block.inputSlots[configuration.rightSlot], row);
     for (std::size_t i = 0; i < kBlockFrames; ++i) row[i] *= lfeGain.at(i) * kLfeShare;
@@ -174,11 +175,12 @@ void OutputStage::fillLfeSlots(const StageBlock& block) noexcept
 /// Limits the block before, and fades between it and the input.
 void OutputStage::limitAndFade(const StageBlock& block) noexcept
 {
-    const PeakWindow& window = limiter->peakWindowOf(limitedRows);
+    const BlockOperations& operations = chosenOperations();
+    const PeakWindow& window = limiter->peakWindowOf(limitedRows, operations.advancePeakWindow);
     const auto rows = static_cast<std::int32_t>(limitedRows);
     const auto ceiling = static_cast<float>(Limiter::kCeiling);
     const bool isUnlimited = !isLimiting || isPlainStereo() || crossfade.isBypassed();
-    const float peak = isUnlimited ? 0.0f : chosenOperations().findTruePeak(window, rows, ceiling);
+    const float peak = isUnlimited ? 0.0f : operations.findTruePeak(window, rows, ceiling);
     const UnroundedRow* const before = limiter->process(limitedRows, static_cast<double>(peak));
 
     for (const OutputSlot::Source source : kLimitedSources)

@@ -73,8 +73,8 @@ private:
     void put(const StageBlock& block, std::size_t slot, const WetRow& wet) noexcept;
 
     void fillInputSlots(const StageBlock& block) noexcept;
-    void fillEngineSlots(const StageBlock& block) noexcept;
-    void fillSurroundSlots(const StageBlock& block) noexcept;
+    void fillLoudspeakerSlots(const StageBlock& block) noexcept;
+    void renderSurroundRows(const ZRKTarn& engine) noexcept;
     void fillDialogueSlots(const StageBlock& block) noexcept;
     void fillLfeSlots(const StageBlock& block) noexcept;
     void limitAndFade(const StageBlock& block) noexcept;
@@ -100,7 +100,10 @@ private:
     Glide surroundGain{kTypicalSurroundGain};
     Glide lfeGain{1.0f};
     bool isLimiting = true;
-    UnroundedRow scratch[4]{}; ///< rows of process, which keeps them off the stack
+
+    // Rows of process, which keeps them off the stack
+    UnroundedRow upmixRows[4]{}; ///< outputs of the engine; scratch of the other sources
+    UnroundedRow surroundRows[Surrounds::kChains]{};
 };
 
 } // namespace zrk_tarn

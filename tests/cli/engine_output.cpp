@@ -134,8 +134,10 @@ Samples amplified(const Samples& samples, const EngineRun& run)
         for (std::size_t i = first; i < std::min(frames, first + kBlock); ++i)
             for (std::size_t slot = 0; slot < slots; ++slot)
                 input[slot][i - first] = factor * samples[i * slots + slot];
-        const float peak = zrk_tarn::chosenOperations().findTruePeak(
-            limiter.peakWindowOf(slots), static_cast<std::int32_t>(slots), static_cast<float>(Limiter::kCeiling));
+        const auto& operations = zrk_tarn::chosenOperations();
+        const float peak =
+            operations.findTruePeak(limiter.peakWindowOf(slots, operations.advancePeakWindow),
+                                    static_cast<std::int32_t>(slots), static_cast<float>(Limiter::kCeiling));
         const zrk_tarn::UnroundedRow* const rows = limiter.process(slots, static_cast<double>(peak));
         for (std::size_t i = 0; first > 0 && i < kBlock && output.size() < samples.size(); ++i)
             for (std::size_t slot = 0; slot < slots; ++slot)

@@ -54,8 +54,8 @@ Rows limited(const Rows& rows)
         for (std::size_t row = 0; row < rows.size(); ++row)
             std::copy_n(rows[row].begin() + static_cast<std::ptrdiff_t>(first), kBlock, limiter.input()[row]);
         const float peak =
-            operations.findTruePeak(limiter.peakWindowOf(rows.size()), static_cast<std::int32_t>(rows.size()),
-                                    static_cast<float>(Limiter::kCeiling));
+            operations.findTruePeak(limiter.peakWindowOf(rows.size(), operations.advancePeakWindow),
+                                    static_cast<std::int32_t>(rows.size()), static_cast<float>(Limiter::kCeiling));
         const UnroundedRow* const block = limiter.process(rows.size(), static_cast<double>(peak));
         for (std::size_t row = 0; row < rows.size(); ++row)
             std::copy_n(block[row], kBlock, output[row].begin() + static_cast<std::ptrdiff_t>(first));

@@ -58,34 +58,28 @@ TEST(RowOperations, WidenFindsTheLowestAndTheHighestInteger)
     }
 }
 
-TEST(RowOperations, ScaleMultiplyAndAddAsAPlainLoop)
+TEST(RowOperations, AmplifyAndMultiplyAsPlainLoops)
 {
     Random random(1);
     for (int times = 0; times < 100; ++times) {
-        Row samples;
-        for (std::int32_t& sample : samples) sample = static_cast<std::int32_t>(0x1p31 * random.uniform());
+        float samples[kBlockFrames];
+        for (float& sample : samples) sample = 0x1p31f * static_cast<float>(random.uniform());
         UnroundedRow a;
         UnroundedRow b;
-        UnroundedRow sums;
         fill(a, 1.0, random);
         fill(b, 0x1p31, random);
-        fill(sums, 0x1p31, random);
-        UnroundedRow scaled;
         UnroundedRow products;
-        UnroundedRow expected[3];
-        for (std::size_t i = 0; i < kBlockFrames; ++i) {
-            expected[0][i] = 0.70710678118654752 * static_cast<double>(samples[i]);
-            expected[1][i] = a[i] * b[i];
-            expected[2][i] = sums[i] + expected[1][i];
-        }
-        operations().scale(samples, 0.70710678118654752, scaled);
+        UnroundedRow expected;
+        for (std::size_t i = 0; i < kBlockFrames; ++i) expected[i] = a[i] * b[i];
         operations().multiply(a, b, products);
-        operations().addProducts(a, b, sums);
-        EXPECT_TRUE(sameBits(scaled, expected[0]));
-        EXPECT_TRUE(sameBits(products, expected[1]));
-        EXPECT_TRUE(sameBits(sums, expected[2]));
+        EXPECT_TRUE(sameBits(products, expected));
         operations().multiply(a, b, b);
-        EXPECT_TRUE(sameBits(b, expected[1])) << "in place";
+        EXPECT_TRUE(sameBits(b, expected)) << "in place";
+
+        UnroundedRow amplified;
+        for (std::size_t i = 0; i < kBlockFrames; ++i) expected[i] = a[i] * 0.3 * static_cast<double>(samples[i]);
+        operations().amplify(a, 0.3, samples, amplified);
+        EXPECT_TRUE(sameBits(amplified, expected));
     }
 }
 
@@ -133,35 +127,94 @@ void filterPlainly(BassFilters& filters, std::size_t number, UnroundedRow& row)
             if (std::abs(*state) < 0x1p-60) *state = 0.0;
 }
 
+/// Filters with different coefficients.
+BassFilters someFilters()
+{
+    BassFilters filters{};
+    for (std::size_t place = 0; place < BassFilters::kMaxFilters; ++place) {
+        filters.b0[place] = 0.01 * static_cast<double>(place + 1);
+        filters.b1[place] = 0.02;
+        filters.a1[place] = -1.2 + 0.05 * static_cast<double>(place);
+        filters.a2[place] = 0.4;
+    }
+    return filters;
+}
+
+constexpr int kLoudBlocks = 20;
+constexpr int kBlocks = 60;
+
 TEST(RowOperations, FilterAsAPlainLoopUntilTracesBecomeZero)
 {
     Random random(3);
-    for (const std::size_t count : {1u, 2u, 4u, 5u}) {
-        BassFilters filters{};
-        for (std::size_t number = 0; number < count; ++number) {
-            filters.b0[number] = 0.01 * static_cast<double>(number + 1);
-            filters.b1[number] = 0.02;
-            filters.a1[number] = -1.2 + 0.05 * static_cast<double>(number);
-            filters.a2[number] = 0.4;
-        }
-        BassFilters expected = filters;
-        constexpr int kLoud = 20;
-        for (int block = 0; block < 60; ++block) {
-            UnroundedRow rows[BassFilters::kMaxFilters]{};
-            UnroundedRow plain[BassFilters::kMaxFilters]{};
-            UnroundedRow* places[BassFilters::kMaxFilters];
-            for (std::size_t number = 0; number < count; ++number) {
-                if (block < kLoud) fill(rows[number], 0x1p31, random);
-                std::copy(std::begin(rows[number]), std::end(rows[number]), plain[number]);
-                places[number] = &rows[number];
-                filterPlainly(expected, number, plain[number]);
+    BassFilters filters = someFilters();
+    BassFilters expected = filters;
+    for (int block = 0; block < kBlocks; ++block) {
+        UnroundedRow row{};
+        if (block < kLoudBlocks) fill(row, 0x1p31, random);
+        UnroundedRow plain;
+        std::copy(std::begin(row), std::end(row), plain);
+        filterPlainly(expected, 0, plain);
+        operations().filter(filters, row);
+        ASSERT_TRUE(sameBits(row, plain)) << "block " << block;
+        ASSERT_EQ(std::memcmp(&filters, &expected, sizeof filters), 0) << "block " << block;
+    }
+    EXPECT_EQ(filters.first[1][0], 0.0);
+}
+
+TEST(RowOperations, MoveBassAsPlainLoopsUntilTracesBecomeZero)
+{
+    Random random(5);
+    for (const std::size_t count : {0u, 2u, 4u}) {
+        for (const bool isFading : {false, true}) {
+            BassFilters filters = someFilters();
+            BassFilters expected = filters;
+            for (int block = 0; block < kBlocks; ++block) {
+                Row stereo[2]{};
+                UnroundedRow fronts[3]{};
+                UnroundedRow surrounds[4]{};
+                UnroundedRow share;
+                for (double& value : share) value = isFading ? std::abs(random.uniform()) : 1.0;
+                if (block < kLoudBlocks) {
+                    for (Row& row : stereo)
+                        for (std::int32_t& sample : row) sample = static_cast<std::int32_t>(0x1p31 * random.uniform());
+                    for (UnroundedRow& row : fronts) fill(row, 0x1p31, random);
+                    for (UnroundedRow& row : surrounds) fill(row, 0x1p31, random);
+                }
+
+                UnroundedRow bass[2];
+                for (std::size_t side = 0; side < 2; ++side) {
+                    for (std::size_t i = 0; i < kBlockFrames; ++i)
+                        bass[side][i] = 0.70710678118654752 * static_cast<double>(stereo[side][i]);
+                    filterPlainly(expected, BassFilters::kFronts + side, bass[side]);
+                }
+                const auto filtered = [&](const UnroundedRow& row, std::size_t place, const UnroundedRow* added) {
+                    std::vector<double> result(std::begin(row), std::end(row));
+                    UnroundedRow after;
+                    std::copy(std::begin(row), std::end(row), after);
+                    filterPlainly(expected, place, after);
+                    for (std::size_t i = 0; i < kBlockFrames; ++i) {
+                        result[i] = isFading ? row[i] + share[i] * (after[i] - row[i]) : after[i];
+                        if (added != nullptr) result[i] += share[i] * (*added)[i];
+                    }
+                    return result;
+                };
+                std::vector<std::vector<double>> outputs = {filtered(fronts[0], BassFilters::kFronts + 2, &bass[0]),
+                                                            filtered(fronts[1], BassFilters::kFronts + 3, &bass[1]),
+                                                            filtered(fronts[2], BassFilters::kCentre, nullptr)};
+                for (std::size_t channel = 0; channel < count; ++channel)
+                    outputs.push_back(filtered(surrounds[channel], BassFilters::kSurrounds + channel, nullptr));
+
+                operations().moveBass(filters, {stereo[0], stereo[1], fronts, surrounds, count, share, isFading});
+                for (std::size_t output = 0; output < outputs.size(); ++output)
+                    ASSERT_EQ(std::memcmp(output < 3 ? fronts[output] : surrounds[output - 3], outputs[output].data(),
+                                          sizeof(UnroundedRow)),
+                              0)
+                        << "output " << output << " with " << count << " surround channels, block " << block;
+                ASSERT_EQ(std::memcmp(&filters, &expected, sizeof filters), 0)
+                    << count << " surround channels, block " << block;
             }
-            operations().filter(filters, places, count);
-            for (std::size_t number = 0; number < count; ++number)
-                ASSERT_TRUE(sameBits(rows[number], plain[number])) << count << " filters, block " << block;
-            ASSERT_EQ(std::memcmp(&filters, &expected, sizeof filters), 0) << count << " filters, block " << block;
+            EXPECT_EQ(filters.first[1][BassFilters::kCentre], 0.0);
         }
-        EXPECT_EQ(filters.first[1][0], 0.0);
     }
 }
 
