@@ -1,12 +1,13 @@
 // A preloaded library that makes libsndfile crash on files of certain names.
 // SPDX-License-Identifier: MIT
+#include "tests/cli/hidden_by.h"
+
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sndfile.h>
 #include <unistd.h>
@@ -26,13 +27,6 @@ void crashForCertainNames()
     if (way == "kill") std::raise(SIGKILL);
 }
 
-/// The original function that this library overrides.
-template <typename Function>
-Function* hiddenBy(Function* /*ours*/, const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 extern "C" int open(const char* path, int flags, ...)
@@ -43,23 +37,23 @@ extern "C" int open(const char* path, int flags, ...)
     va_end(arguments);
     // Later calls open other files, such as the null device.
     if (const std::filesystem::path name(path); name.extension() == ".wav") way = name.stem();
-    return hiddenBy(open, "open")(path, flags, mode);
+    return tests::hiddenBy(open, "open")(path, flags, mode);
 }
 
 extern "C" sf_count_t sf_readf_int(SNDFILE* file, int* samples, sf_count_t frames)
 {
     crashForCertainNames();
-    return hiddenBy(sf_readf_int, "sf_readf_int")(file, samples, frames);
+    return tests::hiddenBy(sf_readf_int, "sf_readf_int")(file, samples, frames);
 }
 
 extern "C" sf_count_t sf_readf_short(SNDFILE* file, short* samples, sf_count_t frames)
 {
     crashForCertainNames();
-    return hiddenBy(sf_readf_short, "sf_readf_short")(file, samples, frames);
+    return tests::hiddenBy(sf_readf_short, "sf_readf_short")(file, samples, frames);
 }
 
 extern "C" sf_count_t sf_readf_double(SNDFILE* file, double* samples, sf_count_t frames)
 {
     crashForCertainNames();
-    return hiddenBy(sf_readf_double, "sf_readf_double")(file, samples, frames);
+    return tests::hiddenBy(sf_readf_double, "sf_readf_double")(file, samples, frames);
 }

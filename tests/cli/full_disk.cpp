@@ -1,8 +1,9 @@
 // A preloaded library that makes the disk full for every file that grows beyond 64 KiB.
 // SPDX-License-Identifier: MIT
+#include "tests/cli/hidden_by.h"
+
 #include <cerrno>
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +16,5 @@ extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t count)
         errno = ENOSPC;
         return -1;
     }
-    return reinterpret_cast<ssize_t (*)(int, const void*, std::size_t)>(dlsym(RTLD_NEXT, "write"))(descriptor, bytes,
-                                                                                                   count);
+    return tests::hiddenBy(write, "write")(descriptor, bytes, count);
 }

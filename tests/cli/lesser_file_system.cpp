@@ -1,5 +1,7 @@
 // A preloaded library with a file system that lacks features, which records what happens to files.
 // SPDX-License-Identifier: MIT
+#include "tests/cli/hidden_by.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -8,7 +10,6 @@
 #include <string>
 #include <string_view>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -44,13 +45,6 @@ int recorded(const char* call, int result)
     return result;
 }
 
-/// The original function that this library overrides.
-template <typename Function>
-Function* hiddenBy(Function* /*ours*/, const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 extern "C" int open(const char* path, int flags, ...)
@@ -60,29 +54,29 @@ extern "C" int open(const char* path, int flags, ...)
     const auto mode = va_arg(arguments, mode_t); // the caller passes it only with certain flags
     va_end(arguments);
     if ((flags & O_TMPFILE) == O_TMPFILE && lacks("tmpfile")) return fail(EOPNOTSUPP);
-    return hiddenBy(open, "open")(path, flags, mode);
+    return tests::hiddenBy(open, "open")(path, flags, mode);
 }
 
 extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept
 {
     if (lacks("noreplace")) return fail(EINVAL);
-    return recorded("rename", hiddenBy(renameat2, "renameat2")(fromFolder, from, toFolder, to, flags));
+    return recorded("rename", tests::hiddenBy(renameat2, "renameat2")(fromFolder, from, toFolder, to, flags));
 }
 
 extern "C" int rename(const char* from, const char* to) noexcept
 {
-    return recorded("rename", hiddenBy(rename, "rename")(from, to));
+    return recorded("rename", tests::hiddenBy(rename, "rename")(from, to));
 }
 
 extern "C" int link(const char* from, const char* to) noexcept
 {
     if (lacks("links")) return fail(EPERM);
-    return recorded("link", hiddenBy(link, "link")(from, to));
+    return recorded("link", tests::hiddenBy(link, "link")(from, to));
 }
 
 extern "C" int linkat(int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept
 {
-    const int result = recorded("link", hiddenBy(linkat, "linkat")(fromFolder, from, toFolder, to, flags));
+    const int result = recorded("link", tests::hiddenBy(linkat, "linkat")(fromFolder, from, toFolder, to, flags));
     const char* const signalNumber = std::getenv("TARN_SIGNAL");
     if (result == 0 && signalNumber != nullptr) kill(getpid(), std::atoi(signalNumber));
     return result;
@@ -92,5 +86,5 @@ extern "C" int fsync(int descriptor)
 {
     struct stat status = {};
     const bool isFolder = fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
-    return recorded(isFolder ? "sync folder" : "sync file", hiddenBy(fsync, "fsync")(descriptor));
+    return recorded(isFolder ? "sync folder" : "sync file", tests::hiddenBy(fsync, "fsync")(descriptor));
 }

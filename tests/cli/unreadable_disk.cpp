@@ -1,11 +1,12 @@
 // A preloaded library that makes files unreadable after 30000 bytes, as bad sectors do.
 // SPDX-License-Identifier: MIT
+#include "tests/cli/hidden_by.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 
-#include <dlfcn.h>
-#include <sys/types.h>
+#include <unistd.h>
 
 namespace
 {
@@ -14,13 +15,12 @@ constexpr off_t kReadable = 30000;
 
 ssize_t readUntilDamage(const char* name, int descriptor, void* to, std::size_t count, off_t position)
 {
-    using Read = ssize_t (*)(int, void*, std::size_t, off_t);
     if (position >= kReadable) {
         errno = EIO;
         return -1;
     }
     const auto left = static_cast<std::size_t>(kReadable - position);
-    return reinterpret_cast<Read>(dlsym(RTLD_NEXT, name))(descriptor, to, std::min(count, left), position);
+    return tests::hiddenBy(pread, name)(descriptor, to, std::min(count, left), position);
 }
 
 } // namespace
