@@ -9,6 +9,7 @@
 #include "cli/progress.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -53,10 +54,11 @@ int runProgram(int argc, char** argv, int (*run)(int, char**))
     } catch (const std::exception& error) {
         problem = std::string("internal error: ") + error.what();
     }
-    // A failure can be the result of a signal, such as a write to a pipe without a reader. After complete work, a shell
-    // script that was interrupted stops too.
-    if (const int signalNumber = arrivedSignal(); signalNumber > 0) dieBySignal(signalNumber);
-    if (!problem.empty()) printNote(problem);
+    const int signalNumber = arrivedSignal();
+    // A write to a pipe without a reader ends the command quietly.
+    if (!problem.empty() && signalNumber != SIGPIPE) printNote(problem);
+    // After complete work too, so that a shell script that was interrupted stops.
+    if (signalNumber > 0) dieBySignal(signalNumber);
     return exitCode;
 }
 

@@ -38,9 +38,10 @@ constexpr SF_VIRTUAL_IO kCalls{
 ByteRange withoutRest(int descriptor, ByteRange part)
 {
     const FileBytes file(descriptor, part);
+    if (correctedSize(file)) return part; // all that follows the stale size is audio
     std::uint64_t end = std::min(firstHugeChunk(file, file.id3v2Size(0)), part.size());
     const auto audio = audioEnd(file);
-    if (file.marks(0, "riff") && audio && !correctedSize(file)) end = std::min(end, *audio);
+    if (file.marks(0, "riff") && audio) end = std::min(end, *audio);
     return {.begin = part.begin, .end = part.begin + end};
 }
 

@@ -166,9 +166,10 @@ TemporaryFile createTemporary(const std::filesystem::path& directory, const std:
     temporary.file = openUnnamed(directory);
     temporary.isNamed = temporary.file.number() < 0 || !canBeLinked(temporary.file.number());
     if (temporary.isNamed) return createNamedTemporary(directory, name);
-    // For the moment in which it has a hidden name; see giveName.
+    // For the moment in which it has a hidden name; see giveName. The name is given through this descriptor.
     waitForLock(temporary.file.number());
     temporary.lock = Descriptor(fcntl(temporary.file.number(), F_DUPFD_CLOEXEC, 0));
+    if (temporary.lock.number() < 0) return {};
     return temporary;
 }
 

@@ -101,6 +101,7 @@ template <int kBytes>
 void readSlots(const std::uint8_t* left, const std::uint8_t* right, std::size_t stride, std::size_t frames,
                std::int32_t (&samples)[2][64]) noexcept
 {
+    if (frames == 0) return; // the slots may be null
     if (kBytes != 4 && right != left + kBytes) {
         readSlot<kBytes>(left, stride, frames, samples[0]);
         readSlot<kBytes>(right, stride, frames, samples[1]);

@@ -190,10 +190,10 @@ template <int kBytes>
 }
 
 /// Whether the block is in the engine's own rows and goes to three adjacent slots in the order of the rows.
-bool isAdjacent(const ZRKTarn& engine, std::size_t bytes, std::uint32_t channels) noexcept
+bool isAdjacent(const ZRKTarn& engine, std::size_t bytes, std::uint32_t frames, std::uint32_t channels) noexcept
 {
     const std::uint8_t* const first = engine.channelPtr[0];
-    bool adjacent = channels >= 3;
+    bool adjacent = frames > 0 && channels >= 3; // without frames, the slots may be null
     for (std::size_t k = 0; k < 3; ++k)
         adjacent =
             adjacent && engine.channelPtr[k] == first + k * bytes && engine.outputPtr[k] == engine.outputBlock[k];
@@ -211,7 +211,7 @@ std::uint32_t writeOutput(const ZRKTarn& engine, std::uint32_t frames, std::uint
     const bool written = dispatchContainer(bytes, [&](auto width) {
         constexpr int kBytes = width;
         const HostRange range(engine);
-        if (kLittleEndian && isAdjacent(engine, kBytes, channels)) {
+        if (kLittleEndian && isAdjacent(engine, kBytes, frames, channels)) {
             std::int32_t samples[3][64];
             for (int k = 0; k < 3; ++k) convertRow(engine.outputBlock[k], range, samples[k]);
             if (frames == 64) {

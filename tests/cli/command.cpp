@@ -86,6 +86,10 @@ Process::Process(const Invocation& invocation, const std::filesystem::path& dire
     for (const std::string& argument : invocation.arguments) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
 
+    // Signals must not leave a core file in the directory.
+    const rlimit noCore{.rlim_cur = 0, .rlim_max = 0};
+    setrlimit(RLIMIT_CORE, &noCore);
+
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());

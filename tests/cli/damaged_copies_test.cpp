@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarn_cli
@@ -16,6 +17,7 @@ namespace
 
 constexpr int kRate = 48000;
 constexpr std::size_t kFrames = 2 * kRate;
+constexpr std::size_t kPageFrames = kRate; ///< of ffmpeg's Ogg pages, at most
 
 /// What a format tells about damage.
 enum class Told
@@ -32,8 +34,9 @@ struct Format
     bool toPipe;         ///< the encoder cannot return to the header, so most formats declare no length
     Told flips;
     Told cuts;
-    double
-        kept; ///< least share of the samples that one flipped bit leaves unchanged; a lost frame of MPEG moves the rest
+    double kept; ///< least share of samples that a flipped bit leaves unchanged; a lost frame of MPEG moves the rest
+
+    bool isOgg() const { return std::string_view(options).ends_with("-f ogg"); }
 };
 
 } // namespace
@@ -93,7 +96,9 @@ TEST_P(DamagedCopies, WithFlippedBits)
         if (isTold(bytes)) {
             ++told;
             if (output.empty()) continue;
-            EXPECT_GE(output.size(), whole.size() / 20 * 19) << position;
+            // If the damage is in the last page of an Ogg file, nothing tells how long it was.
+            const std::size_t pageAtEnd = format.isOgg() ? 3 * kPageFrames : 0;
+            EXPECT_GE(output.size() + pageAtEnd, whole.size() / 20 * 19) << position;
             const std::size_t common = std::min(output.size(), whole.size());
             std::size_t same = 0;
             for (std::size_t k = 0; k < common; ++k) same += output[k] == whole[k] ? 1u : 0u;

@@ -394,18 +394,19 @@ TEST_F(Info, InterruptedRunPrintsItsReport)
     writeAudio(at("a.wav"), kWave16, 48000, 2, stereoNoise(5000, 16));
     writeHours("hours.au");
     // The status line of the terminal does not exist here, so the test waits for a file that follows the first one.
-    int output[2];
-    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    int errors[2];
+    ASSERT_EQ(pipe2(errors, O_CLOEXEC), 0);
+    const int output = open(at("report").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_GE(output, 0);
     Process process({.arguments = {"info", "--json", "-j", "1", "a.wav", "missing.wav", "hours.au", "b.wav"}},
-                    directory, STDIN_FILENO, output[1], output[1]);
-    close(output[1]);
+                    directory, STDIN_FILENO, output, errors[1]);
+    close(errors[1]);
     char text[4000];
-    ASSERT_GT(read(output[0], text, sizeof text), 0) << "the note about the missing file";
+    ASSERT_GT(read(errors[0], text, sizeof text), 0) << "the note about the missing file";
     expectDeathBy(SIGINT, process);
-    std::string report;
-    for (ssize_t got = 0; (got = read(output[0], text, sizeof text)) > 0;)
-        report.append(text, static_cast<std::size_t>(got));
-    close(output[0]);
+    close(errors[0]);
+    close(output);
+    const std::string report = bytesOf(at("report"));
     const Json json = Json::parse(report);
     EXPECT_EQ(json.at("not_tried"), 2);
     const Json& files = json.at("files");

@@ -149,9 +149,12 @@ TEST_F(Interruption, ByAnySignalAtAnyTimeLeavesTheOldOrTheNewOutput)
     toFile.arguments = {"upmix", "--quiet", "--force", "in.wav", "out.wav"};
     // The sanitizers handle some signals.
     toFile.environment = {"ASAN_OPTIONS=handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0"};
-    const auto begin = std::chrono::steady_clock::now();
-    ASSERT_EQ(runIn(directory, toFile).exitCode, 0);
-    const auto length = std::chrono::steady_clock::now() - begin;
+    auto length = std::chrono::steady_clock::duration::max(); // of the fastest run
+    for (int i = 0; i < 3; ++i) {
+        const auto begin = std::chrono::steady_clock::now();
+        ASSERT_EQ(runIn(directory, toFile).exitCode, 0);
+        length = std::min(length, std::chrono::steady_clock::now() - begin);
+    }
     const std::string complete = bytesOf(at("out.wav"));
 
     const unsigned seed = std::random_device()();

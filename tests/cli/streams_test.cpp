@@ -156,11 +156,16 @@ TEST_F(Streams, EndedReaderEndsTheCommandQuietlyBySigpipe)
     const auto bash = [this](const std::string& line) {
         return runIn(directory, {.arguments = {"-c", "TARN='" TARN_COMMAND "'; " + line}, .program = "bash"});
     };
-    for (const std::string arguments :
-         {"upmix --quiet in.wav - | head -c 9", "upmix --quiet --picture out.svg in.wav - | head -c 9",
-          "info --verbose in.wav | true", "info --json in.wav missing.wav 2>errors | true", "demo | true",
-          "meter --speed 1000 in.wav | true", "upmix in.wav out.wav 2>&1 | true"}) {
-        const Result result = bash("\"$TARN\" " + arguments + " >/dev/null; echo ${PIPESTATUS[0]}");
+    for (const auto& [arguments, reader] : std::vector<std::pair<std::string, std::string>>{
+             {"upmix --quiet in.wav -", "(head -c 9 >/dev/null)"},
+             {"upmix --quiet --picture out.svg in.wav -", "(head -c 9 >/dev/null)"},
+             {"info --verbose in.wav", "(true); wait $!"},
+             {"info --json in.wav missing.wav 2>errors", "(true); wait $!"},
+             {"demo", "(true); wait $!"},
+             {"meter --speed 1000 in.wav", "(true); wait $!"},
+             {"upmix in.wav out.wav 2>&1", "(true); wait $!"}}) {
+        // With "wait", the reader has ended before the command starts.
+        const Result result = bash("exec 3> >" + reader + "; >&3 \"$TARN\" " + arguments + "; echo $?");
         EXPECT_EQ(result.output, "141\n") << arguments;
         EXPECT_EQ(result.errors, "") << arguments;
         std::filesystem::remove(at("errors"));

@@ -75,6 +75,18 @@ TEST_P(UnfinishedRecordings, AreReadToTheEndWithANote)
     }
 }
 
+TEST_P(UnfinishedRecordings, SamplesThatLookLikeAHugeChunkAreRead)
+{
+    constexpr std::size_t kDeclared = kFrames / 2;
+    const std::string samples("abcd\xbf\0\0\xbf", 8); // a name and a size above 2 GiB
+    const std::size_t position = file.size() - 4 * (kFrames - kDeclared);
+    writeBytes(at("in"), withDeclared(kDeclared).replace(position, samples.size(), samples));
+    writeBytes(at("whole"), file.replace(position, samples.size(), samples));
+    const Result result = tarn({"upmix", "--strict", "in", "out.wav"});
+    ASSERT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_TRUE(readAudio(at("out.wav")).samples == engineOutput(readAudio(at("whole")).samples, {}));
+}
+
 TEST_P(UnfinishedRecordings, OtherBytesAfterTheDeclaredAudioAreNotAudio)
 {
     const std::string zeros(8192, '\0');
