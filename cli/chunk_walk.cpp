@@ -14,8 +14,7 @@ namespace tarn
 namespace
 {
 
-/// Limits the walk over a file of tiny chunks. Programs write fewer than 100 chunks; an iXML or bext chunk is one of
-/// them.
+/// Limits the walk over a file of tiny chunks. Programs write fewer than 100.
 constexpr std::size_t kMaxChunks = 4096;
 constexpr std::uint64_t kMaxSize = std::uint64_t{1} << 62; ///< prevents overflow
 

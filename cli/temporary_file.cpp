@@ -199,7 +199,7 @@ Descriptor createUnnamed(const std::filesystem::path& directory)
 
 int giveName(TemporaryFile& temporary, const std::string& name, bool replace)
 {
-    // So that no signal ends the process between two of these calls.
+    // No signal ends the process between two of these calls. Other threads block all signals.
     const SignalBlocker signals;
     if (!temporary.isNamed) {
         const int error = linkUnnamed(temporary.lock.number(), name);
