@@ -250,7 +250,10 @@ public:
     }
 
 private:
-    [[gnu::always_inline]] void filterBoth(double x) noexcept { y = sections.filter(pair(x, y.part[0][0])); }
+    [[gnu::always_inline]] void filterBoth(double x) noexcept
+    {
+        y = sections.filter({{__builtin_shufflevector(Values::Part{x, x}, y.part[0], 0, 2)}});
+    }
 
     [[gnu::always_inline]] void put(std::size_t i) noexcept { row[i] = fade.of(i, row + i, y.part[0][1]); }
 
@@ -262,7 +265,7 @@ private:
     /// Lane 0 of a and lane 1 of b.
     [[gnu::always_inline]] static Values firstOf(const Values& a, const Values& b) noexcept
     {
-        return pair(a.part[0][0], b.part[0][1]);
+        return {{__builtin_shufflevector(a.part[0], b.part[0], 0, 3)}};
     }
 
     [[gnu::always_inline]] void storeState(double (&state)[2][BassFilters::kMaxFilters],
@@ -274,11 +277,11 @@ private:
     }
 
     Sections<2> sections;
-    Values y = broadcast<2>(0.0);
     BassFilters& filters;
     std::size_t place; ///< of the filter
     UnroundedRow& row;
     RowFade fade;
+    Values y = broadcast<2>(row[0]); ///< before the first frame any value: nothing of the second lane is kept
 };
 
 /// Filters a block. The groups stay in registers.
