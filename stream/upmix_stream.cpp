@@ -37,10 +37,13 @@ float clampedOr(float value, float low, float high, float valueForNaN) noexcept
 
 /// A stream's state. New input fills the input rows while the output rows of the previous block are returned; when the
 /// input rows are full, the engine computes the next output rows.
+///
+/// Members that do arithmetic are not inlined, so that they stay in the scope of the default floating-point
+/// environment.
 class UpmixStream::State
 {
 public:
-    explicit State(const StreamConfiguration& streamConfiguration)
+    [[gnu::noinline]] explicit State(const StreamConfiguration& streamConfiguration)
         : configuration(streamConfiguration),
           bits(bitsOf(configuration.format)),
           bass(configuration.bass),
@@ -69,8 +72,8 @@ public:
     }
 
     void setRemap(const RemapGains& gains) noexcept { upmixer.setRemap(gains); }
-    StreamMeters readMeters() const noexcept { return meters.read(); }
-    void reset() noexcept;
+    [[gnu::noinline]] StreamMeters readMeters() const noexcept { return meters.read(); }
+    [[gnu::noinline]] void reset() noexcept;
 
     const StreamConfiguration configuration;
     const std::uint32_t bits; ///< width of the samples in rows
