@@ -6,7 +6,7 @@
 #include "cli/help_texts.h"
 #include "cli/option_checks.h"
 #include "cli/shared_options.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <string>
 #include <vector>
@@ -19,13 +19,6 @@ namespace
 
 constexpr double kMinSpeed = 0.1;
 constexpr double kMaxSpeed = 1000.0;
-
-std::vector<std::string> modeNames()
-{
-    std::vector<std::string> names;
-    for (const auto& [mode, name] : zrk_tarn::kSteeringModeNames) names.emplace_back(name);
-    return names;
-}
 
 } // namespace
 
@@ -45,7 +38,7 @@ CLI::App* addMeter(CLI::App& app, MeterOptions& options)
     addLayoutOption(*meter, options.layout, "Outputs");
     meter->add_option("--mode", options.mode, "Response to strong steering: fast (default) or calm")
         ->type_name("NAME")
-        ->check(oneOf(modeNames(), "--mode calm"));
+        ->check(oneOfNames(zrk_tarn::kSteeringModeNames, "--mode calm"));
     addRoomOptions(*meter, options.room);
     meter->add_flag("--json", options.json, "Print lines of JSON instead of a screen or text");
     setHelp(*meter, kMeterHelp, "man tarn-meter describes the screen, the keys and the lines.");

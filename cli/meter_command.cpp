@@ -16,7 +16,7 @@
 #include "cli/terminal.h"
 #include "cli/text.h"
 #include "cli/windowed_source.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -241,7 +241,7 @@ int runMeter(const MeterOptions& options)
     checkOptions(options);
     const Layout& layout = layoutNamed(options.layout);
     WindowedSource source = openSource(options);
-    const EngineSettings settings{.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
+    const EngineSettings settings{.mode = zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, options.mode).value(),
                                   .room = roomSettingsOf(options.room, layout)};
     // Only the width of the upmix matters to others.
     const StreamFormat format{.sampleRate = source.format().sampleRate,

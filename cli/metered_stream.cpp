@@ -4,7 +4,7 @@
 
 #include "cli/decibels.h"
 #include "stream/gain.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <limits>

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <initializer_list>
 #include <iterator>
 #include <string>
@@ -68,6 +69,15 @@ CLI::Validator oneOf(const Words& words, const std::string& example)
 inline CLI::Validator oneOf(std::initializer_list<const char*> words, const std::string& example)
 {
     return oneOf(std::vector<const char*>(words), example);
+}
+
+/// Accepts only the names of the entries of a table.
+template <typename Entry, std::size_t kCount>
+CLI::Validator oneOfNames(const Entry (&entries)[kCount], const std::string& example)
+{
+    std::vector<const char*> names;
+    for (const Entry& entry : entries) names.push_back(entry.name);
+    return oneOf(names, example);
 }
 
 } // namespace tarn

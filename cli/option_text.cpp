@@ -4,7 +4,7 @@
 
 #include "cli/layout.h"
 #include "cli/remap_file.h"
-#include "stream/bass_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <charconv>
 

@@ -5,8 +5,8 @@
 #include "cli/failure.h"
 #include "cli/option_checks.h"
 #include "cli/shared_options.h"
-#include "stream/bass_mode_names.h"
 #include "stream/gain.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <utility>
@@ -22,13 +22,6 @@ using zrk_tarn::BassMode;
 using zrk_tarn::OutputSlot;
 
 constexpr const char* kOff = "off";
-
-std::vector<std::string> bassModeNames()
-{
-    std::vector<std::string> names;
-    for (const auto& mode : zrk_tarn::kBassModeNames) names.emplace_back(mode.name);
-    return names;
-}
 
 CLI::Validator channelGain(const std::string& example)
 {
@@ -96,7 +89,7 @@ void addRoomOptions(CLI::App& command, RoomOptions& options)
                     "Bass below 120 Hz: in the fronts as in the stereo\n"
                     "(fronts, default), or steered")
         ->type_name("WHERE")
-        ->check(oneOf(bassModeNames(), "--bass steered"));
+        ->check(oneOfNames(zrk_tarn::kBassModeNames, "--bass steered"));
     command.add_option("--gain", options.gainDb, "Gain of the output in dB, -60 to 18; default: 3")
         ->type_name("DB")
         ->check(numberFrom(zrk_tarn::kMinGainDb, zrk_tarn::kMaxGainDb, "--gain -6.5"));
@@ -134,7 +127,7 @@ zrk_tarn::RoomSettings roomSettingsOf(const RoomOptions& options, const Layout& 
         options.preset ? zrk_tarn::presetNamed(*options.preset)->settings : zrk_tarn::kPresets[0].settings;
     if (layout.remapped || layout.hasSource(OutputSlot::Source::Dialogue)) settings.gainDb = 0.0;
     settings.limiter = (settings.limiter || options.limiter) && !options.noLimiter && !layout.remapped;
-    if (options.bass) settings.bass = zrk_tarn::bassModeNamed(*options.bass).value();
+    if (options.bass) settings.bass = zrk_tarn::modeNamed(zrk_tarn::kBassModeNames, *options.bass).value();
     if (layout.remapped) settings.bass = BassMode::Steered;
     settings.gainDb = options.gainDb.value_or(settings.gainDb);
     settings.centreDb = options.centreDb.value_or(settings.centreDb);

@@ -6,22 +6,8 @@
 #include "cli/parse_time.h"
 #include "stream/presets.h"
 
-#include <vector>
-
 namespace tarn
 {
-
-namespace
-{
-
-std::vector<std::string> presetNames()
-{
-    std::vector<std::string> names;
-    for (const zrk_tarn::Preset& preset : zrk_tarn::kPresets) names.emplace_back(preset.name);
-    return names;
-}
-
-} // namespace
 
 void addLayoutOption(CLI::App& command, std::string& layout, const std::string& what)
 {
@@ -34,7 +20,7 @@ void addPresetOption(CLI::App& command, std::optional<std::string>& preset, cons
 {
     command.add_option("--preset", preset, description)
         ->type_name("NAME")
-        ->check(oneOf(presetNames(), "--preset voice"));
+        ->check(oneOfNames(zrk_tarn::kPresets, "--preset voice"));
 }
 
 void addRawOption(CLI::App& command, std::optional<std::string>& raw)

@@ -11,7 +11,7 @@
 #include "cli/shared_options.h"
 #include "cli/text.h"
 #include "cli/upmix_command.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -23,13 +23,6 @@ namespace tarn
 
 namespace
 {
-
-std::vector<std::string> modeNames()
-{
-    std::vector<std::string> names;
-    for (const auto& [mode, name] : zrk_tarn::kSteeringModeNames) names.emplace_back(name);
-    return names;
-}
 
 /// The options of `tarn upmix` that name files.
 void addFileOptions(CLI::App* upmix, UpmixArguments& arguments)
@@ -100,7 +93,7 @@ void addSoundOptions(CLI::App* upmix, UpmixOptions& options)
                      "or calm (at medium speed)")
         ->type_name("NAME")
         ->transform(CLI::Transformer({{"1", "fast"}, {"2", "calm"}}).description("")) // former names
-        ->check(oneOf(modeNames(), "--mode calm"));
+        ->check(oneOfNames(zrk_tarn::kSteeringModeNames, "--mode calm"));
     addRoomOptions(*upmix, options.room);
     upmix->add_flag("--loudness-match", options.loudnessMatch, "Make the output as loud as INPUT");
     upmix->add_flag("--bypass", options.bypass, "Pass the stereo unchanged to FL and FR of the layout");

@@ -21,7 +21,7 @@
 #include "cli/upmixer.h"
 #include "cli/wrap_counter.h"
 #include "host/zrk_tarn_processor.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <chrono>
@@ -69,7 +69,7 @@ StreamFormat engineFormat(const UpmixOptions& options, const std::optional<Strea
 
 EngineSettings engineSettings(const UpmixOptions& options, const Layout& layout)
 {
-    return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(),
+    return {.mode = zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, options.mode).value(),
             .room = options.bypass ? zrk_tarn::RoomSettings{} : roomSettingsOf(options.room, layout),
             .bypass = options.bypass};
 }

@@ -6,7 +6,7 @@
 #include "cli/json.h"
 #include "cli/progress.h"
 #include "cli/text.h"
-#include "stream/bass_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <cmath>

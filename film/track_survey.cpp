@@ -7,7 +7,7 @@
 #include "cli/progress.h"
 #include "film/decode_all.h"
 #include "film/film_chain.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <cmath>
@@ -48,7 +48,8 @@ void decodeParts(InputFilm& input, unsigned track, MakeDecoder makeDecoder)
 
 EngineSettings engineSettings(const FilmOptions& options, const Layout& layout)
 {
-    return {.mode = zrk_tarn::steeringModeNamed(options.mode).value(), .room = roomSettingsOf(options.room, layout)};
+    return {.mode = zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, options.mode).value(),
+            .room = roomSettingsOf(options.room, layout)};
 }
 
 Survey survey(const SurveyedTrack& track, const SurveyPlan& plan)

@@ -2,9 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "settings.h"
 
-#include "stream/bass_mode_names.h"
 #include "stream/gain.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 
 #include <algorithm>
 #include <cmath>
@@ -118,14 +117,14 @@ bool switchOf(const snd_config_t& node)
 
 zrk_tarn::SteeringMode modeOf(const snd_config_t& node)
 {
-    const auto mode = zrk_tarn::steeringModeNamed(textOf(node));
+    const auto mode = zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, textOf(node));
     if (!mode) refuse(node, namesOf(zrk_tarn::kSteeringModeNames), "calm");
     return *mode;
 }
 
 zrk_tarn::BassMode bassOf(const snd_config_t& node)
 {
-    const auto mode = zrk_tarn::bassModeNamed(textOf(node));
+    const auto mode = zrk_tarn::modeNamed(zrk_tarn::kBassModeNames, textOf(node));
     if (!mode) refuse(node, namesOf(zrk_tarn::kBassModeNames), "steered");
     return *mode;
 }

@@ -2,9 +2,8 @@
 // SPDX-License-Identifier: MIT
 #include "enum_types.h"
 
-#include "stream/bass_mode_names.h"
+#include "stream/mode_names.h"
 #include "stream/presets.h"
-#include "stream/steering_mode_names.h"
 
 #include <iterator>
 

@@ -7,7 +7,7 @@
 #include "host/zrk_tarn_processor.h"
 #include "room/limiter.h"
 #include "stream/gain.h"
-#include "stream/steering_mode_names.h"
+#include "stream/mode_names.h"
 #include "stream/upmix_stream.h"
 
 #include <algorithm>
@@ -96,7 +96,8 @@ Samples streamOutput(const Samples& stereo, const EngineRun& run)
                                                           : run.bits == 24 ? SampleFormat::S24
                                                                            : SampleFormat::S32,
                                                 .outputSlots = static_cast<std::uint32_t>(slots),
-                                                .mode = zrk_tarn::steeringModeNamed(run.mode).value(),
+                                                .mode =
+                                                    zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, run.mode).value(),
                                                 .limiter = !run.headroom,
                                                 .bass = zrk_tarn::BassMode::Fronts};
     std::transform(slotNames.begin(), slotNames.end(), configuration.outputs.begin(),

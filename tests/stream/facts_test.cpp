@@ -1,10 +1,9 @@
 // Facts that several files repeat: each file agrees with the constants in stream/.
 // SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
-#include "stream/bass_mode_names.h"
 #include "stream/gain.h"
+#include "stream/mode_names.h"
 #include "stream/presets.h"
-#include "stream/steering_mode_names.h"
 #include "stream/upmix_stream.h"
 
 #include <gtest/gtest.h>
@@ -110,8 +109,8 @@ TEST(Facts, SteeringModesHaveNames)
 {
     using zrk_tarn::SteeringMode;
     for (const SteeringMode mode : {SteeringMode::Fast, SteeringMode::Calm})
-        EXPECT_EQ(zrk_tarn::steeringModeNamed(zrk_tarn::nameOf(mode)), mode);
-    EXPECT_EQ(zrk_tarn::steeringModeNamed("slow"), std::nullopt);
+        EXPECT_EQ(zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, zrk_tarn::nameOf(mode)), mode);
+    EXPECT_EQ(zrk_tarn::modeNamed(zrk_tarn::kSteeringModeNames, "slow"), std::nullopt);
     expectContains("completions/tarn.bash", "--mode) words='fast calm'");
 }
 
@@ -239,8 +238,8 @@ TEST(Facts, BassModesHaveNames)
 {
     using zrk_tarn::BassMode;
     for (const BassMode mode : {BassMode::Steered, BassMode::Fronts})
-        EXPECT_EQ(zrk_tarn::bassModeNamed(zrk_tarn::nameOf(mode)), mode);
-    EXPECT_EQ(zrk_tarn::bassModeNamed("centre"), std::nullopt);
+        EXPECT_EQ(zrk_tarn::modeNamed(zrk_tarn::kBassModeNames, zrk_tarn::nameOf(mode)), mode);
+    EXPECT_EQ(zrk_tarn::modeNamed(zrk_tarn::kBassModeNames, "centre"), std::nullopt);
     expectContains("completions/tarn.bash", "--bass) words='steered fronts'");
 }
 

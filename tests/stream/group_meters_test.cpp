@@ -43,6 +43,20 @@ std::vector<int> bandsPerGroup(std::uint32_t rateHz)
     return {1, 1, 1, 1, 2, 2, 2, 2, 4, 4, 4, 4, 8, 8, 8, 12};
 }
 
+/// Calls an action for every group of every grouping: the rate in Hz, the group, and its middle in turns per frame.
+void forEachGroup(const std::function<void(std::uint32_t, std::size_t, double)>& action)
+{
+    for (const std::uint32_t rateHz : {48000u, 64000u, 96000u, 192000u}) {
+        const std::vector<int> bands = bandsPerGroup(rateHz);
+        double first = 0.0;
+        for (std::size_t group = 0; group < kBandGroups; ++group) {
+            SCOPED_TRACE(testing::Message() << rateHz << " Hz, group " << group);
+            action(rateHz, group, (first + 0.5 * bands[group]) / 128.0);
+            first += bands[group];
+        }
+    }
+}
+
 /// Stereo floats from a function of the frame and the side.
 std::vector<float> stereoOf(std::size_t frames, const std::function<double(std::size_t, std::size_t)>& sampleAt)
 {
@@ -202,22 +216,15 @@ TEST(GroupMeters, EqualTheirDefinitionAfterEveryBlock)
 TEST(GroupMeters, SineHasItsLevelInItsGroupInEveryGrouping)
 {
     constexpr double kAmplitude = 0.5;
-    for (const std::uint32_t rateHz : {48000u, 64000u, 96000u, 192000u}) {
-        const std::vector<int> bands = bandsPerGroup(rateHz);
-        double first = 0.0;
-        for (std::size_t group = 0; group < kBandGroups; ++group) {
-            SCOPED_TRACE(testing::Message() << rateHz << " Hz, group " << group);
-            const double turns = (first + 0.5 * bands[group]) / 128.0; // per frame
-            first += bands[group];
-            const StreamMeters meters = metersAfter(sineOf(rateHz, turns, kAmplitude, 0.0), {.sampleRateHz = rateHz});
-            const double expected = kAmplitude / 2.0; // sqrt(1/2) for rms, sqrt(1/2) for the side
-            EXPECT_NEAR(decibels(static_cast<double>(meters.groupLevel[group]) / expected), 0.0, 0.1);
-            EXPECT_GT(meters.groupPlace[group], 0.99f);
-            EXPECT_LT(meters.groupCentre[group], 0.01f);
-            for (std::size_t other = 0; other < kBandGroups; ++other)
-                EXPECT_LT(other == group ? 0.0f : meters.groupLevel[other], 0.1f * meters.groupLevel[group]) << other;
-        }
-    }
+    forEachGroup([](std::uint32_t rateHz, std::size_t group, double turns) {
+        const StreamMeters meters = metersAfter(sineOf(rateHz, turns, kAmplitude, 0.0), {.sampleRateHz = rateHz});
+        const double expected = kAmplitude / 2.0; // sqrt(1/2) for rms, sqrt(1/2) for the side
+        EXPECT_NEAR(decibels(static_cast<double>(meters.groupLevel[group]) / expected), 0.0, 0.1);
+        EXPECT_GT(meters.groupPlace[group], 0.99f);
+        EXPECT_LT(meters.groupCentre[group], 0.01f);
+        for (std::size_t other = 0; other < kBandGroups; ++other)
+            EXPECT_LT(other == group ? 0.0f : meters.groupLevel[other], 0.1f * meters.groupLevel[group]) << other;
+    });
 }
 
 // A sine with opposite phases on the two sides, which is ambience. All surround channels together have the energy of
@@ -225,26 +232,18 @@ TEST(GroupMeters, SineHasItsLevelInItsGroupInEveryGrouping)
 TEST(GroupMeters, AntiPhaseSineHasItsLevelInTheSurroundsOfItsGroup)
 {
     constexpr double kAmplitude = 0.25;
-    for (const std::uint32_t rateHz : {48000u, 64000u, 96000u, 192000u}) {
-        const std::vector<int> bands = bandsPerGroup(rateHz);
-        double first = 0.0;
-        for (std::size_t group = 0; group < kBandGroups; ++group) {
-            SCOPED_TRACE(testing::Message() << rateHz << " Hz, group " << group);
-            const double turns = (first + 0.5 * bands[group]) / 128.0; // per frame
-            first += bands[group];
-            StreamConfiguration configuration = withSurrounds(group % 2 == 0 ? 2 : 4);
-            configuration.sampleRateHz = rateHz;
-            const StreamMeters meters = metersAfter(sineOf(rateHz, turns, kAmplitude, -kAmplitude), configuration,
-                                                    [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
-            const auto level = static_cast<double>(meters.groupSurround[group]);
-            EXPECT_NEAR(decibels(level / kAmplitude), 0.0, 0.1); // sqrt(1/2) for rms, sqrt(2) for two sides
-            const double played = energyOf(std::span(meters.rms).subspan(3));
-            EXPECT_NEAR(decibels(level / std::sqrt(played)), 0.0, 0.1);
-            for (std::size_t other = 0; other < kBandGroups; ++other)
-                EXPECT_LT(other == group ? 0.0f : meters.groupSurround[other], 0.1f * meters.groupSurround[group])
-                    << other;
-        }
-    }
+    forEachGroup([](std::uint32_t rateHz, std::size_t group, double turns) {
+        StreamConfiguration configuration = withSurrounds(group % 2 == 0 ? 2 : 4);
+        configuration.sampleRateHz = rateHz;
+        const StreamMeters meters = metersAfter(sineOf(rateHz, turns, kAmplitude, -kAmplitude), configuration,
+                                                [](UpmixStream& stream) { stream.setSurroundGain(1.0f); });
+        const auto level = static_cast<double>(meters.groupSurround[group]);
+        EXPECT_NEAR(decibels(level / kAmplitude), 0.0, 0.1); // sqrt(1/2) for rms, sqrt(2) for two sides
+        const double played = energyOf(std::span(meters.rms).subspan(3));
+        EXPECT_NEAR(decibels(level / std::sqrt(played)), 0.0, 0.1);
+        for (std::size_t other = 0; other < kBandGroups; ++other)
+            EXPECT_LT(other == group ? 0.0f : meters.groupSurround[other], 0.1f * meters.groupSurround[group]) << other;
+    });
 }
 
 TEST(GroupMeters, TellCentreWideLeftAndRightApart)
