@@ -132,19 +132,14 @@ bool leadToEnd(const FileBytes& file, const Form& form, std::uint64_t begin, std
 std::uint64_t findResumed(const FileBytes& file, const Form& form, std::uint64_t begin, std::uint64_t gap)
 {
     constexpr std::uint64_t kMaxBytes = std::uint64_t{1} << 24;
-    constexpr int kMaxTries = 1000; ///< for each name
-    const std::uint64_t from = std::max(gap, file.size() - std::min(file.size(), kMaxBytes));
-    std::uint64_t first = file.size();
-    for (const std::string_view name : kLastNames) {
-        int tries = 0;
-        for (std::uint64_t at = file.find(name.front(), from, first); at < first && tries < kMaxTries;
-             at = file.find(name.front(), at + 1, first)) {
-            if (!file.marks(at, name)) continue;
-            ++tries;
-            if (leadToEnd(file, form, begin, at)) first = at;
-        }
+    constexpr int kMaxTries = 1000;
+    const std::uint64_t end = file.size();
+    std::uint64_t at = file.findName(kLastNames, std::max(gap, end - std::min(end, kMaxBytes)), end);
+    for (int tries = 0; at < end && tries < kMaxTries; ++tries) {
+        if (leadToEnd(file, form, begin, at)) return at;
+        at = file.findName(kLastNames, at + 1, end);
     }
-    return first;
+    return end;
 }
 
 /// Whether bytes other than a chunk or a file follow the audio, or its declared size exceeds the file.

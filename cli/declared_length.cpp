@@ -111,6 +111,29 @@ bool isFollowedByAudio(const FileBytes& file, const AudioData& audio)
     return file.skipZeros(end, limit) < limit;
 }
 
+/// Bytes that correct the size of the audio.
+std::optional<Substitution> correctionOf(const FileBytes& file, const AudioData& audio)
+{
+    const ChunkHead& chunk = audio.chunk;
+    if (chunk.contents.begin > file.size()) return std::nullopt;
+    const bool isCutCaf = file.marks(0, "caff") && chunk.contents.end > file.size();
+    const bool hasOtherChunks = isPlaceholder(chunk) && audio.limit < file.size();
+    const bool isWrong = hasOtherChunks || isFollowedByAudio(file, audio);
+    if (!isCutCaf && !isWrong) return std::nullopt;
+    std::uint64_t size = audio.limit - chunk.contents.begin + chunk.counted;
+    if (chunk.sizeBytes == 4 && size >= UINT32_MAX) {
+        // These sizes make libsndfile read to the end of a file of 4 GiB or more. WAVE has none.
+        if (!isAu(file) && chunk.name != "SSND") return std::nullopt;
+        size = isAu(file) ? UINT32_MAX : 0;
+    }
+    Substitution correction{.position = chunk.sizeAt, .bytes = {}};
+    for (std::size_t i = 0; i < chunk.sizeBytes; ++i) {
+        const std::size_t byte = chunk.bigEndian ? chunk.sizeBytes - 1 - i : i;
+        correction.bytes += static_cast<char>(size >> 8 * byte & 0xff);
+    }
+    return correction;
+}
+
 bool isContainer(const FileBytes& file, std::uint64_t at)
 {
     const bool isWave = file.marks(at, "RIFF") || file.marks(at, "RIFX") || file.marks(at, "RF64");
@@ -154,30 +177,13 @@ std::optional<AudioBytes> declaredAudioBytes(const FileBytes& file)
 std::optional<Substitution> correctedSize(const FileBytes& file)
 {
     const auto audio = audioData(file);
-    if (!audio || audio->chunk.contents.begin > file.size()) return std::nullopt;
-    const ChunkHead& chunk = audio->chunk;
-    const bool isCutCaf = file.marks(0, "caff") && chunk.contents.end > file.size();
-    const bool hasOtherChunks = isPlaceholder(chunk) && audio->limit < file.size();
-    const bool isWrong = hasOtherChunks || isFollowedByAudio(file, *audio);
-    if (!isCutCaf && !isWrong) return std::nullopt;
-    std::uint64_t size = audio->limit - chunk.contents.begin + chunk.counted;
-    if (chunk.sizeBytes == 4 && size >= UINT32_MAX) {
-        // These sizes make libsndfile read to the end of a file of 4 GiB or more. WAVE has none.
-        if (!isAu(file) && chunk.name != "SSND") return std::nullopt;
-        size = isAu(file) ? UINT32_MAX : 0;
-    }
-    Substitution correction{.position = chunk.sizeAt, .bytes = {}};
-    for (std::size_t i = 0; i < chunk.sizeBytes; ++i) {
-        const std::size_t byte = chunk.bigEndian ? chunk.sizeBytes - 1 - i : i;
-        correction.bytes += static_cast<char>(size >> 8 * byte & 0xff);
-    }
-    return correction;
+    return audio ? correctionOf(file, *audio) : std::nullopt;
 }
 
 bool exceedsItsSizes(const FileBytes& file)
 {
     const auto audio = audioData(file);
-    return audio && isFollowedByAudio(file, *audio) && !correctedSize(file);
+    return audio && isFollowedByAudio(file, *audio) && !correctionOf(file, *audio);
 }
 
 std::optional<std::uint64_t> nextContainer(const FileBytes& file, std::uint64_t begin)

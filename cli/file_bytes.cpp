@@ -5,6 +5,8 @@
 #include "cli/interrupt.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,16 +32,21 @@ FileBytes::FileBytes(int descriptor, ByteRange part) : fd(descriptor), origin(pa
 
 std::string_view FileBytes::at(std::uint64_t position, std::size_t count) const
 {
+    return buffered(position, count).substr(0, count);
+}
+
+std::string_view FileBytes::buffered(std::uint64_t position, std::size_t count) const
+{
     if (position >= length) return {};
-    if (position < bufferBegin || position + count > bufferBegin + buffer.size()) {
+    const std::uint64_t end = std::min(position + count, length);
+    if (position < bufferBegin || end > bufferBegin + buffer.size()) {
         throwIfInterrupted();
         buffer.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kBufferBytes, length - position)));
         const ssize_t got = pread(fd, buffer.data(), buffer.size(), static_cast<off_t>(origin + position));
         buffer.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         bufferBegin = position;
     }
-    return std::string_view(buffer.data(), buffer.size())
-        .substr(static_cast<std::size_t>(position - bufferBegin), count);
+    return std::string_view(buffer.data(), buffer.size()).substr(static_cast<std::size_t>(position - bufferBegin));
 }
 
 bool FileBytes::marks(std::uint64_t position, std::string_view mark) const
@@ -61,7 +68,7 @@ std::uint64_t FileBytes::number(std::uint64_t position, std::size_t count, bool 
 std::uint64_t FileBytes::skipZeros(std::uint64_t position, std::uint64_t limit) const
 {
     while (position < limit) {
-        const std::string_view bytes = at(position, kBufferBytes);
+        const std::string_view bytes = buffered(position, 1);
         if (bytes.empty()) break;
         if (const std::size_t other = bytes.find_first_not_of('\0'); other != std::string_view::npos)
             return std::min(position + other, limit);
@@ -73,11 +80,39 @@ std::uint64_t FileBytes::skipZeros(std::uint64_t position, std::uint64_t limit) 
 std::uint64_t FileBytes::find(char byte, std::uint64_t position, std::uint64_t limit) const
 {
     while (position < limit) {
-        const std::string_view bytes = at(position, kBufferBytes);
+        const std::string_view bytes = buffered(position, 1);
         if (bytes.empty()) break;
         if (const std::size_t found = bytes.find(byte); found != std::string_view::npos)
             return std::min(position + found, limit);
         position += bytes.size();
+    }
+    return limit;
+}
+
+std::uint64_t FileBytes::findName(std::span<const std::string_view> names, std::uint64_t position,
+                                  std::uint64_t limit) const
+{
+    constexpr std::size_t kNameBytes = 4;
+    const auto wordAt = [](const char* bytes) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, bytes, kNameBytes);
+        return word;
+    };
+    std::vector<std::uint32_t> words;
+    std::array<bool, 256> isFirst{}; // by byte: whether a name begins with it
+    for (const std::string_view name : names) {
+        words.push_back(wordAt(name.data()));
+        isFirst[static_cast<unsigned char>(name.front())] = true;
+    }
+    while (position < limit) {
+        const std::string_view bytes = buffered(position, kNameBytes);
+        if (bytes.size() < kNameBytes) break;
+        const std::size_t starts = bytes.size() - kNameBytes + 1;
+        for (std::size_t i = 0; i < starts; ++i)
+            if (isFirst[static_cast<unsigned char>(bytes[i])] &&
+                std::ranges::find(words, wordAt(bytes.data() + i)) != words.end())
+                return std::min(position + i, limit);
+        position += starts;
     }
     return limit;
 }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -38,12 +39,18 @@ public:
     /// The position of a byte from a position on; limit if there is none before it.
     std::uint64_t find(char byte, std::uint64_t position, std::uint64_t limit) const;
 
+    /// The position of the first of some names of four characters from a position on; limit if there is none before it.
+    std::uint64_t findName(std::span<const std::string_view> names, std::uint64_t position, std::uint64_t limit) const;
+
     /// The size of an ID3v2 tag at the position, with its header; 0 if there is none.
     std::uint64_t id3v2Size(std::uint64_t position) const;
 
 private:
     /// Up to count bytes from a position on; fewer at the end of the file.
     std::string_view at(std::uint64_t position, std::size_t count) const;
+
+    /// At least count bytes from a position on, and all that are in the buffer; fewer at the end of the file.
+    std::string_view buffered(std::uint64_t position, std::size_t count) const;
 
     int fd;
     std::uint64_t origin = 0; ///< offset of position 0 in the file
