@@ -269,7 +269,7 @@ TEST_F(OutputFiles, ClosedStandardStreamsArePlaceholders)
                                     "ls -l /proc/$p/fd 2>/dev/null | grep -q pipe$ && break; sleep 0.01; done; "
                                     "readlink /proc/$p/fd/" +
                                     stream + "; kill $p; wait $p; rm pipe");
-        EXPECT_EQ(result.output, "/dev/null\n") << stream;
+        EXPECT_EQ(result.output, "/dev/null\n") << "stream " << stream << " is closed; " << result.errors;
     }
     EXPECT_EQ(files(), (Names{"in.wav"}));
 }

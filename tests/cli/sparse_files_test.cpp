@@ -10,7 +10,9 @@
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -48,6 +50,16 @@ std::string repeated(const std::string& bytes, std::size_t count)
     return text;
 }
 
+/// Number of bytes that this process has read.
+std::uint64_t bytesRead()
+{
+    std::ifstream counters("/proc/self/io");
+    std::string name;
+    std::uint64_t bytes = 0;
+    counters >> name >> bytes;
+    return bytes;
+}
+
 } // namespace
 
 class SparseFiles : public CommandTest
@@ -66,7 +78,7 @@ protected:
         std::filesystem::resize_file(at("in"), size);
     }
 
-    /// Expects that every command ends within two seconds, or within another one after SIGTERM.
+    /// Expects that every command ends within two seconds, or within ten more after SIGTERM, in 300 MB of memory.
     void expectBoundedWork(const std::string& name) const
     {
         for (const std::string& command : {std::string("info in"), std::string("upmix in - > /dev/null")}) {
@@ -78,7 +90,7 @@ protected:
     }
 };
 
-TEST_F(SparseFiles, OfEveryContainerStopTheCommandFromNothing)
+TEST_F(SparseFiles, OfEveryContainerAreReadToTheEndOrUntilASignal)
 {
     const std::vector<std::pair<std::string, int>> containers{{"WAV", kWave16},
                                                               {"RF64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
@@ -96,7 +108,7 @@ TEST_F(SparseFiles, OfEveryContainerStopTheCommandFromNothing)
     }
 }
 
-TEST_F(SparseFiles, OfManyTinyPiecesStopTheCommandFromNothing)
+TEST_F(SparseFiles, OfManyTinyPiecesAreReadToTheEndOrUntilASignal)
 {
     const std::string wave = audio(kWave16);
     const std::string caf = audio(SF_FORMAT_CAF | SF_FORMAT_PCM_16);
@@ -162,11 +174,15 @@ TEST_F(SparseFiles, AudioBeyondTheSizesOf32BitsIsReadOrMissed)
 
 TEST_F(SparseFiles, SearchForTagsStopsAtASignal)
 {
-    writeSparse(std::string(100, '\1') + audio(kMp3));
+    writeSparse("no audio", 50 * kBytes); // a search to its end takes minutes
     const auto search = [this] {
         alarm(10);
         const tarn::Descriptor input(open(at("in").c_str(), O_RDONLY | O_CLOEXEC));
-        tarn::requestStop();
+        std::thread([begin = bytesRead()] {
+            constexpr std::uint64_t kInside = 1'000'000;
+            while (bytesRead() < begin + kInside) std::this_thread::yield();
+            tarn::requestStop();
+        }).detach();
         try {
             tarn::readTags(input.number(), nullptr, kMp3);
         } catch (const tarn::Interrupted&) {
