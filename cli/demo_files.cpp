@@ -47,7 +47,7 @@ void DemoFiles::finish(const std::vector<std::int16_t>& stereo)
     stereoFile->finish();
     try {
         upmixedFile->finish();
-    } catch (const Failure&) {
+    } catch (...) {
         // A replaced file cannot be restored, so the new one stays.
         std::error_code ignored;
         if (!replace) std::filesystem::remove(stereoPath, ignored);

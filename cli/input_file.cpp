@@ -96,7 +96,7 @@ InputFile openInput(const std::string& path)
     if (file.descriptor.number() < 0) failToOpen(file.name, errno);
 
     struct stat status = {};
-    fstat(file.descriptor.number(), &status);
+    if (fstat(file.descriptor.number(), &status) != 0) failToOpen(file.name, errno);
     file.identity = {.device = status.st_dev, .inode = status.st_ino};
     if (S_ISDIR(status.st_mode)) throw Failure(EX_NOINPUT, path + ": is a directory; name an audio file in it");
     if (isatty(file.descriptor.number()) != 0)

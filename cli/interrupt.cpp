@@ -42,8 +42,16 @@ extern "C" void recordSignal(int signalNumber)
 }
 
 /// The signals that end a process by default and do not mean that it crashed. The real-time signals follow them.
-constexpr std::array kSignals{SIGHUP,  SIGINT,  SIGQUIT, SIGUSR1,   SIGUSR2, SIGPIPE, SIGALRM,
-                              SIGTERM, SIGXCPU, SIGPROF, SIGVTALRM, SIGIO,   SIGPWR,  SIGSTKFLT};
+/// Not every processor has the last two.
+constexpr std::array kSignals{
+    SIGHUP,    SIGINT, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTERM, SIGXCPU, SIGPROF, SIGVTALRM, SIGIO,
+#ifdef SIGPWR
+    SIGPWR,
+#endif
+#ifdef SIGSTKFLT
+    SIGSTKFLT,
+#endif
+};
 
 /// Makes the handler record a signal, unless the parent ignores it or another handler has it, such as a profiler's.
 void record(int signalNumber)

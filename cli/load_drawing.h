@@ -9,7 +9,7 @@ namespace tarn
 
 /// Loads tarn-drawing.so, which is beside the program or in its folder of libraries, once in a process.
 ///
-/// Returns drawPicture. Throws Failure (EX_SOFTWARE) if it is missing or cannot be loaded.
+/// Returns drawPicture. Throws Failure (EX_SOFTWARE) if it is missing, cannot be loaded or has another version.
 DrawPicture& loadDrawing();
 
 } // namespace tarn

@@ -141,7 +141,7 @@ void OutputFile::commit()
 FileState OutputFile::complete()
 {
     const int descriptor = temporary.file.number();
-    fchmod(descriptor, mode);
+    fchmod(descriptor, mode); // not every file system has permissions
     // Without it, a network file system may change the time once more.
     const timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {.tv_sec = 0, .tv_nsec = UTIME_NOW}};
     if (beforeNaming) futimens(descriptor, times);

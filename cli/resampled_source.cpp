@@ -3,6 +3,7 @@
 #include "cli/resampled_source.h"
 
 #include "cli/decibels.h"
+#include "cli/failure.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
 #include "cli/text.h"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <string>
 
 namespace tarn
 {
@@ -103,8 +105,12 @@ std::size_t ResampledSource::convert(double* stereo, std::size_t capacity)
         }
         std::size_t used = 0;
         std::size_t made = 0;
-        soxr_process(converter.get(), sourceEnded ? nullptr : waiting.data() + kChannels * waitingFrom,
-                     waitingFrames - waitingFrom, &used, stereo, capacity, &made);
+        const soxr_error_t error =
+            soxr_process(converter.get(), sourceEnded ? nullptr : waiting.data() + kChannels * waitingFrom,
+                         waitingFrames - waitingFrom, &used, stereo, capacity, &made);
+        if (error != nullptr)
+            throw Failure(EX_SOFTWARE, std::string("the sample rate cannot be converted: ") + error +
+                                           "; free some memory if it ran out");
         waitingFrom += used;
         if (sourceEnded) {
             // The converter may round the length differently.

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: MIT
 #include "cli/temporary_file.h"
 
+#include "cli/failure.h"
 #include "cli/signal_blocker.h"
+#include "cli/text.h"
 
 #include <algorithm>
 #include <array>
@@ -29,13 +31,16 @@ namespace
 
 constexpr std::string_view kMark = ".tarn-temporary-";
 constexpr std::size_t kRandomCharacters = 6;
+constexpr int kMaxTries = 100; ///< of a random name that no file has
 
-/// The part of a name behind that of the output: mark, process and random characters.
+/// The part of a name behind that of the output: mark, process and random characters. Throws Failure.
 std::string ending()
 {
     constexpr std::string_view kCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     std::array<unsigned char, kRandomCharacters> random{};
-    [[maybe_unused]] const int result = getentropy(random.data(), random.size());
+    if (getentropy(random.data(), random.size()) != 0)
+        throw Failure(EX_SOFTWARE, "the system has no random numbers for the name of a temporary file: " +
+                                       systemError(errno) + "; allow the system call getrandom");
     std::string text = std::string(kMark) + std::to_string(getpid()) + "-";
     for (const unsigned char byte : random) text += kCharacters[byte % kCharacters.size()];
     return text;
@@ -97,14 +102,22 @@ void removeIfStale(const std::filesystem::path& path) noexcept
     unlink(path.c_str());
 }
 
-/// A hidden path that no file has. Empty if even the shortest one is too long; then errno holds the reason.
+[[noreturn]] void failToName(const std::filesystem::path& directory)
+{
+    throw Failure(EX_CANTCREAT, (directory.empty() ? "." : directory.string()) +
+                                    ": has no free name for a temporary file; remove the files with \"" +
+                                    std::string(kMark) + "\" in their names, or choose another directory");
+}
+
+/// A hidden path that no file has. Empty if even the shortest one is too long; then errno holds the reason. Throws
+/// Failure if the random names are taken.
 std::string freePath(const std::filesystem::path& directory, const std::string& name)
 {
     // Some file systems count characters and report a larger limit in bytes.
     const std::size_t limit = std::min<std::size_t>(maxNameBytes(directory), NAME_MAX);
     const std::size_t others = ending().size() + 1;
     std::string begin = shortened(name, limit > others ? limit - others : 1);
-    while (true) {
+    for (int i = 0; i < kMaxTries; ++i) {
         std::string path = directory / ("." + begin + ending());
         struct stat status = {};
         if (lstat(path.c_str(), &status) == 0) continue;
@@ -112,6 +125,7 @@ std::string freePath(const std::filesystem::path& directory, const std::string& 
         if (begin.size() == 1) return "";
         begin = shortened(begin, begin.size() / 2);
     }
+    failToName(directory);
 }
 
 Descriptor openUnnamed(const std::filesystem::path& directory) noexcept
@@ -119,23 +133,24 @@ Descriptor openUnnamed(const std::filesystem::path& directory) noexcept
     return Descriptor(open(directory.empty() ? "." : directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
 }
 
-/// The path through which a file without a name can be linked.
-std::string descriptorPath(int descriptor)
-{
-    return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
 /// Gives a file without a name a name that does not exist. Returns 0 or an errno.
 int linkUnnamed(int descriptor, const std::string& name)
 {
-    const std::string path = descriptorPath(descriptor);
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     return linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
-/// Without /proc, a file without a name stays without one.
-bool canBeLinked(int descriptor)
+/// Whether a file without a name can get one: not without /proc, and not where a security module refuses links. Tries
+/// it with an empty file, because a file that has lost its name gets no other.
+bool canLinkUnnamed(const std::filesystem::path& directory, const std::string& name)
 {
-    return access(descriptorPath(descriptor).c_str(), F_OK) == 0;
+    const Descriptor trial = openUnnamed(directory);
+    if (trial.number() < 0) return false;
+    // No signal ends the process while the name exists. Other threads block all signals.
+    const SignalBlocker signals;
+    if (linkUnnamed(trial.number(), name) != 0) return false;
+    unlink(name.c_str());
+    return true;
 }
 
 /// Renames without replacing. Returns 0 or an errno.
@@ -163,9 +178,9 @@ TemporaryFile createTemporary(const std::filesystem::path& directory, const std:
 {
     TemporaryFile temporary{.path = freePath(directory, name)};
     if (temporary.path.empty()) return {};
+    if (!canLinkUnnamed(directory, temporary.path)) return createNamedTemporary(directory, name);
     temporary.file = openUnnamed(directory);
-    temporary.isNamed = temporary.file.number() < 0 || !canBeLinked(temporary.file.number());
-    if (temporary.isNamed) return createNamedTemporary(directory, name);
+    if (temporary.file.number() < 0) return {};
     // For the moment in which it has a hidden name; see giveName. The name is given through this descriptor.
     waitForLock(temporary.file.number());
     temporary.lock = Descriptor(fcntl(temporary.file.number(), F_DUPFD_CLOEXEC, 0));
@@ -175,7 +190,7 @@ TemporaryFile createTemporary(const std::filesystem::path& directory, const std:
 
 TemporaryFile createNamedTemporary(const std::filesystem::path& directory, const std::string& name)
 {
-    while (true) {
+    for (int i = 0; i < kMaxTries; ++i) {
         TemporaryFile temporary{.path = freePath(directory, name), .isNamed = true};
         if (temporary.path.empty()) return {};
         temporary.file = Descriptor(open(temporary.path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
@@ -184,8 +199,13 @@ TemporaryFile createNamedTemporary(const std::filesystem::path& directory, const
         // Another process may have removed it before it was locked.
         if (!hasName(temporary.file.number())) continue;
         temporary.lock = Descriptor(fcntl(temporary.file.number(), F_DUPFD_CLOEXEC, 0));
-        return temporary;
+        if (temporary.lock.number() >= 0) return temporary;
+        const int error = errno;
+        unlink(temporary.path.c_str());
+        errno = error;
+        return {};
     }
+    failToName(directory);
 }
 
 Descriptor createUnnamed(const std::filesystem::path& directory)

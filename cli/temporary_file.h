@@ -13,9 +13,9 @@ namespace tarn
 
 /// A file that becomes an output file.
 ///
-/// It has no name where the file system supports that (O_TMPFILE), so it disappears with the process. Elsewhere it is a
-/// hidden file, .NAME.tarn-temporary-PROCESS-XXXXXX. The process holds a lock on it. A killed process holds none, so
-/// other processes can recognise its stale files.
+/// It has no name where the file system supports that (O_TMPFILE, linkat), so it disappears with the process. Elsewhere
+/// it is a hidden file, .NAME.tarn-temporary-PROCESS-XXXXXX. The process holds a lock on it. A killed process holds
+/// none, so other processes can recognise its stale files.
 struct TemporaryFile
 {
     std::string path{};   ///< the hidden name; empty if creation failed
@@ -24,8 +24,10 @@ struct TemporaryFile
     bool isNamed = false; ///< whether path exists
 };
 
-/// Creates and locks a temporary file for an output of this name. On failure, errno holds the reason.
+/// Creates and locks a temporary file for an output of this name. On failure, errno holds the reason. Throws Failure if
+/// there is no free name.
 ///
+/// An empty file has the hidden name for a moment: this shows whether a file without a name can get one.
 /// On file systems without locks, temporary files are never removed as stale.
 TemporaryFile createTemporary(const std::filesystem::path& directory, const std::string& name);
 
@@ -33,7 +35,7 @@ TemporaryFile createTemporary(const std::filesystem::path& directory, const std:
 TemporaryFile createNamedTemporary(const std::filesystem::path& directory, const std::string& name);
 
 /// Creates a file without a name; on file systems that need a name, removes it at once. On failure, errno holds the
-/// reason.
+/// reason. Throws Failure if there is no free name.
 Descriptor createUnnamed(const std::filesystem::path& directory);
 
 /// Gives a complete temporary file its final name. Its descriptor file can be closed. Returns 0 or an errno, EEXIST if

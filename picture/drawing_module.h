@@ -14,5 +14,8 @@ using DrawPicture = std::string(const PictureAnalysis& analysis, const PictureSt
 
 } // namespace tarn
 
+/// The version of the command that the module belongs to. Only that one may use the rest.
+extern "C" [[gnu::visibility("default")]] const char tarn_drawing_version[];
+
 /// Points to tarn::drawPicture.
 extern "C" [[gnu::visibility("default")]] tarn::DrawPicture* const tarn_draw_picture;

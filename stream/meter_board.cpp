@@ -82,7 +82,7 @@ void MeterBoard::clear() noexcept
 
 StreamMeters MeterBoard::read() const noexcept
 {
-    StreamMeters meters; // all members are set below. NOLINT(cppcoreguidelines-pro-type-member-init)
+    StreamMeters meters{};
     for (std::size_t slot = 0; slot < kMaxSlots; ++slot) {
         meters.peak[slot] = peak[slot].load(kRelaxed);
         meters.rms[slot] = meanSquare[slot].load(kRelaxed);

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -15,9 +17,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// TARN_LACKS lists what the file system lacks: tmpfile (files without names), noreplace (renaming without replacing),
-// links. TARN_CALLS names a file that gets a line for every call that succeeds. TARN_SIGNAL is the number of a signal
-// that arrives when a file has got a further name.
+// TARN_LACKS lists what the system lacks: tmpfile (files without names), linkat (names for them), noreplace (renaming
+// without replacing), links, entropy (random numbers), randomness (they are all 0). TARN_CALLS names a file that gets a
+// line for every call that succeeds. TARN_SIGNAL is the number of a signal, and the number of the linkat that it
+// follows.
 
 namespace
 {
@@ -76,10 +79,23 @@ extern "C" int link(const char* from, const char* to) noexcept
 
 extern "C" int linkat(int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept
 {
+    if (lacks("linkat")) return fail(EPERM);
     const int result = recorded("link", tests::hiddenBy(linkat, "linkat")(fromFolder, from, toFolder, to, flags));
-    const char* const signalNumber = std::getenv("TARN_SIGNAL");
-    if (result == 0 && signalNumber != nullptr) kill(getpid(), std::atoi(signalNumber));
+    static int links = 0;
+    int signalNumber = 0;
+    int place = 0;
+    const char* const text = std::getenv("TARN_SIGNAL");
+    if (text != nullptr) std::sscanf(text, "%d %d", &signalNumber, &place);
+    if (result == 0 && ++links == place) kill(getpid(), signalNumber);
     return result;
+}
+
+extern "C" int getentropy(void* bytes, std::size_t count)
+{
+    if (lacks("entropy")) return fail(ENOSYS);
+    if (!lacks("randomness")) return tests::hiddenBy(getentropy, "getentropy")(bytes, count);
+    std::memset(bytes, 0, count);
+    return 0;
 }
 
 extern "C" int fsync(int descriptor)

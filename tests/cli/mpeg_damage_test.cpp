@@ -158,6 +158,22 @@ TEST_F(MpegDamage, DamagedFramesAreNamedWithTheirPlace)
     }
 }
 
+TEST_F(MpegDamage, ErrorsOfTheDecoderAreNamedWithTheirPlace)
+{
+    // A frame of another version behind a tag looks like a part of the tag, and only the decoder notices it.
+    const std::string joined = mpeg + kId3v1 + mpeg;
+    for (const std::size_t frame : {frames[0], frames[1]}) {
+        const Result result = upmix(withFlippedBits(joined, mpeg.size() + kId3v1.size() + frame + 1, 8));
+        const std::string place = ": some of its frames are damaged; the damage begins at 0:";
+        const std::size_t found = result.errors.find(place);
+        ASSERT_NE(found, std::string::npos) << frame << ": " << result.errors;
+        const double seconds = std::stod(result.errors.substr(found + place.size()));
+        constexpr double kCall = 8192.0 / kRate; // with whose first frame the decoder notices an error
+        EXPECT_LE(seconds, kSeconds + 2.0 * kFrameSamples / kRate);
+        EXPECT_GE(seconds, kSeconds - kCall);
+    }
+}
+
 TEST_F(MpegDamage, LostFramesInTheMiddleAreCounted)
 {
     const Result result = upmix(withFlippedBits(mpeg, frames[frames.size() / 2] + 2, 0x40));

@@ -20,11 +20,12 @@ namespace tarn_cli
 namespace
 {
 
-/// Names of the files in a directory that a process has open. A file without a name is "#INODE (deleted)".
-std::set<std::string> openFiles(pid_t process, const std::filesystem::path& directory)
+/// Names of the files in a directory that a process has open, once per descriptor. A file without a name is "#INODE
+/// (deleted)".
+std::multiset<std::string> openFiles(pid_t process, const std::filesystem::path& directory)
 {
     const std::string folder = std::filesystem::canonical(directory).string() + "/";
-    std::set<std::string> names;
+    std::multiset<std::string> names;
     std::error_code gone;
     std::filesystem::directory_iterator entry("/proc/" + std::to_string(process) + "/fd", gone);
     for (; !gone && entry != std::filesystem::directory_iterator(); entry.increment(gone)) {
@@ -35,9 +36,16 @@ std::set<std::string> openFiles(pid_t process, const std::filesystem::path& dire
     return names;
 }
 
-bool isTemporary(const std::string& name)
+/// The temporary files of outputs among the open files. They have two descriptors, one of them for the lock; others,
+/// such as that of the trial whether a file can get a name, have one.
+std::set<std::string> outputsAmong(const std::multiset<std::string>& names)
 {
-    return name.starts_with('#') || name.find(".tarn-temporary-") != std::string::npos;
+    std::set<std::string> outputs;
+    for (const std::string& name : names) {
+        const bool isTemporary = name.starts_with('#') || name.find(".tarn-temporary-") != std::string::npos;
+        if (isTemporary && names.count(name) == 2) outputs.insert(name);
+    }
+    return outputs;
 }
 
 /// The processes of the command: it and its children.
@@ -74,9 +82,7 @@ bool writesOutputs(const Process& process, const std::filesystem::path& director
 {
     return comesTrue([&] {
         std::set<std::string> temporaries;
-        for (const pid_t each : processesOf(process))
-            for (const std::string& name : openFiles(each, directory))
-                if (isTemporary(name)) temporaries.insert(name);
+        for (const pid_t each : processesOf(process)) temporaries.merge(outputsAmong(openFiles(each, directory)));
         return temporaries.size() >= outputs;
     });
 }
@@ -86,8 +92,8 @@ bool writesOutputOf(const Process& process, const std::filesystem::path& directo
     return comesTrue([&] {
         const std::vector<pid_t> all = processesOf(process);
         return std::any_of(all.begin(), all.end(), [&](pid_t each) {
-            const std::set<std::string> names = openFiles(each, directory);
-            return names.contains(input) && std::any_of(names.begin(), names.end(), isTemporary);
+            const std::multiset<std::string> names = openFiles(each, directory);
+            return names.contains(input) && !outputsAmong(names).empty();
         });
     });
 }

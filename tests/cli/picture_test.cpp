@@ -421,6 +421,23 @@ TEST_F(PictureCommand, TheDrawingIsBesideTheCommandOrReportedAsMissing)
     EXPECT_EQ(readPng(at("out.png")).width, 1600);
 }
 
+TEST_F(PictureCommand, TheDrawingOfAnotherVersionIsRefused)
+{
+    writeStereo("in.wav");
+    std::filesystem::copy_file(TARN_COMMAND, at("tarn"));
+    for (const auto& [module, version] : std::vector<std::pair<std::string, std::string>>{
+             {TARN_OTHER_DRAWING, "version 0.0.1"}, {TARN_FULL_DISK, "no version"}}) {
+        std::filesystem::copy_file(module, at("tarn-drawing.so"), std::filesystem::copy_options::overwrite_existing);
+        const Result result = shell("./tarn picture in.wav out.png");
+        EXPECT_EQ(result.exitCode, 70);
+        EXPECT_EQ(result.errors, "tarn: pictures need a part of tarn that cannot be loaded: " + at("tarn-drawing.so") +
+                                     ": it has " + version +
+                                     ", and this command has version " TARN_VERSION
+                                     "; install both from the same package\n");
+        EXPECT_EQ(files(), (std::vector<std::string>{"in.wav", "tarn", "tarn-drawing.so"}));
+    }
+}
+
 TEST_F(PictureCommand, FullDiskLeavesNothing)
 {
     writeStereo("in.wav");
