@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 #include "cli/demo_command.h"
 
+#include "cli/command_name.h"
 #include "cli/decibels.h"
 #include "cli/demo_files.h"
 #include "cli/failure.h"
@@ -108,7 +109,7 @@ zrk_tarn::RoomSettings settingsOf(const DemoOptions& options)
 
 void printNextStep(const DemoOptions& options, const std::optional<DemoFiles>& files)
 {
-    const std::string program = shellQuoted(options.program);
+    const std::string& program = commandName();
     if (!files) {
         std::printf("Next, write the scene to a file:  %s demo scene.wav\n"
                     "or upmix your own music:          %s upmix song.flac song-3.0.wav\n",

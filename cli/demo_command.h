@@ -11,7 +11,6 @@ namespace tarn
 /// The options of `tarn demo`.
 struct DemoOptions
 {
-    std::string program;               ///< name of the program on the command line, for suggestions
     std::string output;                ///< file for the upmixed scene; empty: none
     std::string layout = "3.0";        ///< of the output
     std::optional<std::string> preset; ///< of the output; none: the first one

@@ -29,7 +29,7 @@ const Container& containerOf(const std::string& path)
     for (const Container* const container : {&kWave, &kFlac})
         if (container->extension == extension) return *container;
     throw Failure(EX_USAGE, path + ": has no extension of a supported output format; end the name in .wav or "
-                                   ".flac, or write raw PCM to '-'");
+                                   ".flac");
 }
 
 std::unique_ptr<AudioSink> openFileSink(const std::string& path, bool force, std::optional<FileIdentity> input,

@@ -135,19 +135,22 @@ void removeRepeated(FoundInputs& found)
 {
     std::map<fs::path, fs::path> folders; // canonical name of every folder
     std::unordered_set<std::string> seen;
-    std::vector<FoundInput> files;
-    for (FoundInput& input : found.files) {
-        const fs::path path(input.path);
+    const auto isFirst = [&](const fs::path& path) {
         const auto [folder, isNew] = folders.try_emplace(path.parent_path());
         std::error_code ignored;
         if (isNew) folder->second = fs::weakly_canonical(path.has_parent_path() ? path.parent_path() : ".", ignored);
-        if (seen.insert((folder->second / path.filename()).string()).second) {
+        return seen.insert((folder->second / path.filename()).string()).second;
+    };
+    std::vector<FoundInput> files;
+    for (FoundInput& input : found.files) {
+        if (isFirst(input.path)) {
             files.push_back(std::move(input));
         } else {
             found.repeated.push_back(input.path);
         }
     }
     found.files = std::move(files);
+    std::erase_if(found.unreadable, [&](const std::string& path) { return !isFirst(path); });
 }
 
 std::string unreadableNote(const std::vector<std::string>& files, MediaKind kind)
@@ -163,7 +166,7 @@ std::string unreadableNote(const std::vector<std::string>& files, MediaKind kind
         list += (list.empty() ? "" : ", ") + std::to_string(count) + " " + extension;
     return std::to_string(files.size()) + (files.size() == 1 ? " file has" : " files have") +
            " a format that only tarn film reads: " + list +
-           "; use it, or convert with ffmpeg, for example: ffmpeg -i " + shellQuoted(files.front()) + " " +
+           "; use tarn film, or convert with ffmpeg, for example: ffmpeg -i " + shellQuoted(files.front()) + " " +
            shellQuoted(fs::path(files.front()).replace_extension(".flac").string());
 }
 

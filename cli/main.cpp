@@ -82,7 +82,6 @@ int run(int argc, char** argv)
     tarn::ReportOptions reportOptions;
     tarn::MeterOptions meterOptions;
     tarn::DemoOptions demoOptions;
-    demoOptions.program = argv[0];
     CLI::App* const upmix = tarn::addUpmix(app, upmixArguments);
     const CLI::App* const info = addInfo(app, infoOptions);
     const CLI::App* const picture = tarn::addPicture(app, pictureOptions);

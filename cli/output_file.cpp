@@ -162,8 +162,11 @@ void OutputFile::refuseNewcomer() const
 
 void OutputFile::failToWrite(int error, const std::string& reason) const
 {
+    struct stat status = {};
+    const bool exists = lstat(target.c_str(), &status) == 0;
     const std::string message = givenName + ": writing failed: " + (error != 0 ? systemError(error) : reason) +
-                                "; no output was left; " + writeAdvice(error, givenName);
+                                (exists ? "; the existing file is unchanged; " : "; no output was left; ") +
+                                writeAdvice(error, givenName);
     if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EIO) throw OutputFailure(EX_IOERR, message);
     throw Failure(EX_IOERR, message);
 }

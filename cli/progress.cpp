@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <utility>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace tarn
@@ -17,10 +18,17 @@ namespace
 {
 
 constexpr std::chrono::milliseconds kRedrawInterval(100);
-constexpr std::size_t kBarWidth = 24;
+constexpr std::size_t kMaxBarWidth = 24;
 constexpr const char* kEraseLine = "\r\033[K";
 
 std::string status; // the line of showStatus
+
+/// Columns of the terminal that shows standard error.
+std::size_t columnsOfTerminal()
+{
+    winsize window = {};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col > 0 ? window.ws_col : 80;
+}
 
 } // namespace
 
@@ -53,18 +61,21 @@ double Progress::speed() const
 void Progress::draw()
 {
     drawn = true;
-    std::string line = "\r";
-    line += label + " ";
-    if (total && *total > 0) {
-        const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(*total));
-        std::string bar(kBarWidth, '-');
-        std::fill_n(bar.begin(), static_cast<std::size_t>(share * static_cast<double>(kBarWidth)), '#');
-        line.append(1, '[').append(bar).append(formatted("] %3.0f %%  ", 100.0 * share));
+    const bool hasLength = total && *total > 0;
+    const double share = hasLength ? std::min(1.0, static_cast<double>(done) / static_cast<double>(*total)) : 0.0;
+    std::string text = durationText(done, rate);
+    if (hasLength) text = formatted("%3.0f %%  ", 100.0 * share) + text + " / " + durationText(*total, rate);
+    text += formatted("  %.0f x real time", speed());
+
+    // A line as wide as the terminal would continue on the next row, and could not be erased.
+    const std::size_t columns = columnsOfTerminal() - 1;
+    const std::size_t used = label.size() + text.size() + 4; // with "[", "] " and a blank
+    if (hasLength && used < columns) {
+        std::string bar(std::min(kMaxBarWidth, columns - used), '-');
+        std::fill_n(bar.begin(), static_cast<std::size_t>(share * static_cast<double>(bar.size())), '#');
+        text = "[" + bar + "] " + text;
     }
-    line += durationText(done, rate);
-    if (total && *total > 0) line += " / " + durationText(*total, rate);
-    line += formatted("  %.0f x real time\033[K", speed());
-    std::fputs(line.c_str(), stderr);
+    std::fputs(("\r" + (label + " " + text).substr(0, columns) + "\033[K").c_str(), stderr);
 }
 
 void showStatus(const std::string& line)

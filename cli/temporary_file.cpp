@@ -89,10 +89,19 @@ bool hasName(int descriptor) noexcept
     return fstat(descriptor, &status) == 0 && status.st_nlink > 0;
 }
 
+/// Opens a file for a lock, as far as its mode allows. Network file systems lock only what is open for writing.
+Descriptor openForLock(const std::filesystem::path& path) noexcept
+{
+    for (const int access : {O_RDWR, O_RDONLY, O_WRONLY})
+        if (const int descriptor = open(path.c_str(), access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); descriptor >= 0)
+            return Descriptor(descriptor);
+    return Descriptor();
+}
+
 /// Removes a regular file of this user if it is unlocked and the name still refers to it.
 void removeIfStale(const std::filesystem::path& path) noexcept
 {
-    const Descriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const Descriptor file = openForLock(path);
     struct stat opened = {};
     struct stat named = {};
     if (file.number() < 0 || fstat(file.number(), &opened) != 0) return;

@@ -87,11 +87,11 @@ TEST_F(Help, ProgressBarIsShownOnATerminalUnlessQuiet)
 {
     // Long enough for a fast machine to draw the bar before the end.
     writeAudio(at("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 192000, 2, Samples(2 * 192000 * 60));
-    const auto onTerminal = [this](const std::string& options) {
-        return runIn(
-            directory,
-            {.arguments = {"-qec", "'" TARN_COMMAND "' upmix --force " + options + " in.wav out.wav", "/dev/null"},
-             .program = "script"});
+    const auto onTerminal = [this](const std::string& options, const std::string& setUp = "") {
+        return runIn(directory,
+                     {.arguments = {"-qec", setUp + "'" TARN_COMMAND "' upmix --force " + options + " in.wav out.wav",
+                                    "/dev/null"},
+                      .program = "script"});
     };
     const Result shown = onTerminal("");
     EXPECT_EQ(shown.exitCode, 0);
@@ -101,6 +101,14 @@ TEST_F(Help, ProgressBarIsShownOnATerminalUnlessQuiet)
     const Result quiet = onTerminal("--quiet");
     EXPECT_EQ(quiet.exitCode, 0);
     EXPECT_EQ(quiet.output, "");
+
+    // A line as wide as the terminal would continue on the next row.
+    const std::string narrow = onTerminal("", "stty cols 60; ").output;
+    const std::regex line("\r(upmixing[^\r\033]*)\033\\[K");
+    std::size_t lines = 0;
+    for (std::sregex_iterator found(narrow.begin(), narrow.end(), line), end; found != end; ++found, ++lines)
+        EXPECT_LT((*found)[1].length(), 60) << (*found)[1];
+    EXPECT_GT(lines, 0u);
 }
 
 } // namespace tarn_cli

@@ -373,8 +373,10 @@ TEST_F(Info, RecursiveExaminesTheFilesOfFolders)
     const Result result = tarn({"info", "-r", "music", "v.wav"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.output, "music/a.wav    " + end + "music/b/c/x.wav" + end + "v.wav          " + end);
-    EXPECT_EQ(result.errors, "tarn: 1 file has a format that only tarn film reads: 1 .m4a; use it, or convert with "
-                             "ffmpeg, for example: ffmpeg -i music/y.m4a music/y.flac\n");
+    EXPECT_EQ(result.errors,
+              "tarn: 1 file has a format that only tarn film reads: 1 .m4a; use tarn film, or convert with "
+              "ffmpeg, for example: ffmpeg -i music/y.m4a music/y.flac\n");
+    EXPECT_NE(tarn({"info", "-r", "music", "./music"}).errors.find("tarn: 1 file has a format"), std::string::npos);
     const Result quiet = tarn({"info", "--recursive", "--quiet", "--json", "music"});
     EXPECT_EQ(quiet.errors, "");
     const Json json = Json::parse(quiet.output);

@@ -246,6 +246,11 @@ TEST_F(OutputFiles, FullDiskIsReportedAndLeavesNoFile)
                                "choose another place\n");
         EXPECT_EQ(files(), (Names{"in.wav", "long.wav"}));
     }
+    writeBytes(at("out.wav"), "another file");
+    expectRefusal(tarnOnFullDisk({"upmix", "--force", "long.wav", "out.wav"}), 74,
+                  "out.wav: writing failed: No space left on device; the existing file is unchanged; free some space, "
+                  "or choose another place\n");
+    EXPECT_EQ(bytesOf(at("out.wav")), "another file");
 }
 
 TEST_F(OutputFiles, ClosedStandardStreamsWriteNoMessagesIntoThem)
@@ -337,6 +342,11 @@ TEST_F(OutputFiles, OnlyFilesOfKilledRunsAreRemoved)
 {
     writeBytes(at(".song-3.0.wav.tarn-temporary-4194304-a1B2c3"), "half");
     writeBytes(at(".s.tarn-temporary-1-abcdef"), "");
+    for (const mode_t mode : {0444, 0200}) {
+        const std::string name = ".mode" + std::to_string(mode) + ".tarn-temporary-1-abcdef";
+        writeBytes(at(name), "complete");
+        ASSERT_EQ(chmod(at(name).c_str(), mode), 0);
+    }
     writeBytes(at(".a.tarn-temporary-b.tarn-temporary-1-abcdef"), "");
     const Names others{".notes.tarn-backup",
                        ".song.tarn-abcdef",

@@ -89,6 +89,8 @@ TEST_F(Refusals, SuggestionsBeginWithTheNameThatStartedTheCommand)
               "tarn: --nothing: no such option (a file of that name is ./--nothing); see "
               "./run tarn upmix --help\n");
     EXPECT_EQ(errorsOf("info music"), "tarn: music: is a folder; type: ./run tarn info --recursive music\n");
+    EXPECT_EQ(errorsOf("demo > demo.txt"), "");
+    EXPECT_NE(bytesOf(at("demo.txt")).find("  ./run tarn upmix song.flac song-3.0.wav\n"), std::string::npos);
     EXPECT_EQ(errorsOf("upmix music"), "tarn: music: is a folder; type: ./run tarn upmix --recursive --output-dir "
                                        "upmixed music\n");
 }
