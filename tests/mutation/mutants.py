@@ -3,9 +3,13 @@
 # SPDX-License-Identifier: MIT
 
 from dataclasses import dataclass
+from functools import partial
 import json
+from multiprocessing import Pool
 from pathlib import Path
+import re
 import shlex
+import signal
 
 from clang.cindex import CursorKind, Index
 
@@ -37,6 +41,7 @@ OPERATORS = {
     "!": "",
 }
 BOOLEANS = {"true": "false", "false": "true"}
+DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.PARM_DECL, CursorKind.FIELD_DECL)
 
 
 @dataclass(frozen=True, order=True)
@@ -89,23 +94,28 @@ def changes_at(cursor, parent, source):
         yield offset, text, OPERATORS[text]
     if kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
         yield offset, "!", ""
-    if kind == CursorKind.INTEGER_LITERAL and text.isdecimal():
-        yield offset, text, str(int(text) + 1)
+    number = re.fullmatch(r"(\d+)(\.\d*f?)?", text)
+    # Types must agree, so the compiler would refuse another array length.
+    is_length = kind_of(parent) in DECLARATIONS and source[offset + len(text) :].startswith(b"]")
+    if kind in (CursorKind.INTEGER_LITERAL, CursorKind.FLOATING_LITERAL) and number and not is_length:
+        yield offset, text, f"{int(number[1]) + 1}{number[2] or ''}"
     if kind == CursorKind.CXX_BOOL_LITERAL_EXPR and text in BOOLEANS:
         yield offset, text, BOOLEANS[text]
     if kind == CursorKind.CALL_EXPR and kind_of(parent) == CursorKind.COMPOUND_STMT and text.endswith(")"):
         yield offset, text, ""
 
 
-def mutants_below(parent, path, source, name):
-    """The mutants of a file below a cursor."""
+def mutants_below(parent, sources, tree):
+    """The mutants of files below a cursor; sources are their bytes by path."""
     for cursor in parent.get_children():
         location = cursor.location
-        if location.file and location.file.name == str(path):
+        source = sources.get(location.file.name) if location.file else None
+        if source is not None:
             for offset, old, new in changes_at(cursor, parent, source):
                 if source[offset:].startswith(old.encode()):
+                    name = str(Path(location.file.name).relative_to(tree))
                     yield Mutant(name, offset, location.line, old, new)
-            yield from mutants_below(cursor, path, source, name)
+            yield from mutants_below(cursor, sources, tree)
 
 
 def arguments_of(entry):
@@ -116,22 +126,22 @@ def arguments_of(entry):
     return [word for word in kept if word != "-isystem"] + [f"-isystem{path}" for path in paths]
 
 
+def mutants_of(entry, tree, folder):
+    """The mutants of a source and of the headers it includes from a folder, as a command of compile_commands.json reads
+    them."""
+    unit = Index.create().parse(entry["file"], args=arguments_of(entry))
+    errors = [error for error in unit.diagnostics if error.severity >= error.Error]
+    if errors:
+        raise SystemExit(f"mutate: clang cannot read {entry['file']}: {errors[0].spelling}")
+    paths = [Path(entry["file"]), *(Path(include.include.name) for include in unit.get_includes())]
+    sources = {str(path): path.read_bytes() for path in paths if path.is_relative_to(tree / folder)}
+    return set(mutants_below(unit.cursor, sources, tree))
+
+
 def find_mutants(tree, build, folder):
     """All mutants of the sources of a folder of a tree, as its build compiles them, sorted."""
-    commands = json.loads((build / "compile_commands.json").read_text())
-    index = Index.create()
-    found = set()
-    searched = set()  # files, each with the options that choose between pieces of its text
-    for entry in commands:
-        source = Path(entry["file"])
-        if not source.is_relative_to(tree / folder):
-            continue
-        arguments = arguments_of(entry)
-        variant = tuple(argument for argument in arguments if argument.startswith(("-D", "-m")))
-        unit = index.parse(str(source), args=arguments)
-        included = {Path(include.include.name) for include in unit.get_includes()}
-        for path in (source, *included):
-            if path.is_relative_to(tree / folder) and (path, variant) not in searched:
-                searched.add((path, variant))
-                found |= set(mutants_below(unit.cursor, path, path.read_bytes(), str(path.relative_to(tree))))
-    return sorted(found)
+    entries = json.loads((build / "compile_commands.json").read_text())
+    inside = [entry for entry in entries if Path(entry["file"]).is_relative_to(tree / folder)]
+    with Pool(initializer=signal.signal, initargs=(signal.SIGINT, signal.SIG_IGN)) as pool:
+        found = pool.map(partial(mutants_of, tree=tree, folder=folder), inside, chunksize=1)
+    return sorted(set().union(*found))
