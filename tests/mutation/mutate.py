@@ -106,7 +106,9 @@ def configure(folder):
     options = ["-DTARN_INSTRUCTION_SETS=sse2;avx2", "-DTARN_TEST_WITH_TOOLS=OFF", "-DTARN_TEST_ONCE=OFF"]
     options += ["-DTARN_BUILD_FILM=OFF", "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"]
     preset = "plugins" if folder.startswith("plugins") else "release"
-    subprocess.run(["cmake", "--preset", preset, *options], cwd=TREE, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(
+        ["cmake", "--no-warn-unused-cli", "--preset", preset, *options], cwd=TREE, check=True, stdout=subprocess.DEVNULL
+    )
     return TREE / "build" / preset
 
 
@@ -213,7 +215,7 @@ def outcome_of(mutant, build, targets, tests):
             return "unnoticed", ""
         tests.remove(failed)
         tests.insert(0, failed)
-        return "noticed", f" ({failed.name})"
+        return "noticed", f" ({failed.name.split()[0]})"
     finally:
         path.write_bytes(source)
 
