@@ -138,10 +138,16 @@ def mutants_of(entry, tree, folder):
     return set(mutants_below(unit.cursor, sources, tree))
 
 
+def end_with_parent():
+    """Leaves interrupts to the parent, which ends its workers with SIGTERM."""
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
+    signal.signal(signal.SIGTERM, signal.SIG_DFL)
+
+
 def find_mutants(tree, build, folder):
     """All mutants of the sources of a folder of a tree, as its build compiles them, sorted."""
     entries = json.loads((build / "compile_commands.json").read_text())
     inside = [entry for entry in entries if Path(entry["file"]).is_relative_to(tree / folder)]
-    with Pool(initializer=signal.signal, initargs=(signal.SIGINT, signal.SIG_IGN)) as pool:
+    with Pool(initializer=end_with_parent) as pool:
         found = pool.map(partial(mutants_of, tree=tree, folder=folder), inside, chunksize=1)
     return sorted(set().union(*found))
