@@ -161,7 +161,7 @@ def started(test, temporary):
 def first_failure(tests, measure=False):
     """Runs tests, one per processor at a time, until one fails or takes too long. Returns that one."""
     temporary = TREE / "build/temporary"
-    temporary.mkdir()
+    temporary.mkdir(exist_ok=True)
     waiting = list(reversed(tests))
     running = {}  # by name
     try:
@@ -182,7 +182,7 @@ def first_failure(tests, measure=False):
     finally:
         for _, run in running.values():
             run.end()
-        shutil.rmtree(temporary)
+        shutil.rmtree(temporary, ignore_errors=True)  # what was killed may still end
 
 
 def shown(mutant):
@@ -231,7 +231,6 @@ def main(folder, count="100", seed="1"):
     targets, pattern = groups[0]
 
     copy_tree()
-    shutil.rmtree(TREE / "build/temporary", ignore_errors=True)
     build = configure(folder)
     if not is_built(build, targets):
         sys.exit(f"mutate: the build fails without a change; cmake --build {build} tells why")
