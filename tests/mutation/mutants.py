@@ -41,6 +41,7 @@ OPERATORS = {
     "!": "",
 }
 BOOLEANS = {"true": "false", "false": "true"}
+MAX_SOURCES = 40
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.PARM_DECL, CursorKind.FIELD_DECL)
 
 
@@ -144,10 +145,13 @@ def end_with_parent():
     signal.signal(signal.SIGTERM, signal.SIG_DFL)
 
 
-def find_mutants(tree, build, folder):
-    """All mutants of the sources of a folder of a tree, as its build compiles them, sorted."""
+def find_mutants(tree, build, folder, chooser):
+    """The mutants of the sources of a folder of a tree, as its build compiles them, sorted. Clang needs seconds for a
+    source, so the chooser chooses if there are too many."""
     entries = json.loads((build / "compile_commands.json").read_text())
     inside = [entry for entry in entries if Path(entry["file"]).is_relative_to(tree / folder)]
+    if len(inside) > MAX_SOURCES:
+        inside = chooser.sample(inside, MAX_SOURCES)
     with Pool(initializer=end_with_parent) as pool:
         found = pool.map(partial(mutants_of, tree=tree, folder=folder), inside, chunksize=1)
     return sorted(set().union(*found))
