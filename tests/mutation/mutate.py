@@ -228,8 +228,9 @@ def main(folder, count="100", seed="1"):
     groups = [group for name, group in GROUPS.items() if f"{folder}/".startswith(f"{name}/")]
     if not groups or not (ROOT / folder).exists():
         sys.exit(f"mutate: '{folder}': no tests for it; there are {', '.join(GROUPS)}")
-    if not re.fullmatch("[1-9][0-9]*", count):
-        sys.exit(f"mutate: '{count}': give a number, 1 or more")
+    for number in (count, seed):
+        if not re.fullmatch("[1-9][0-9]*", number):
+            sys.exit(f"mutate: '{number}': give a number, 1 or more")
     targets, pattern = groups[0]
     TREE.mkdir(parents=True, exist_ok=True)
     try:
@@ -243,23 +244,22 @@ def main(folder, count="100", seed="1"):
         sys.exit(f"mutate: the build fails without a change; cmake --build {build} tells why")
     tests = list(tests_of(build, pattern))
     failed = first_failure(tests, measure=True)
-    if failed or not tests:
-        sys.exit(f"mutate: {failed.name if failed else 'no test'} without a change")
+    if failed:
+        sys.exit(f"mutate: {failed.name} fails without a change")
     tests.sort(key=lambda test: test.seconds)
 
     chooser = random.Random(int(seed))
     mutants = find_mutants(TREE, build, folder, chooser)
-    chosen = list(mutants)
-    chooser.shuffle(chosen)
+    shuffled = list(mutants)
+    chooser.shuffle(shuffled)
+    chosen = sorted(shuffled[: int(count)])  # one file after the other, because a file that is restored is built again
     known = equivalents()
     counts = Counter()
-    for number, mutant in enumerate(
-        sorted(chosen[: int(count)]), 1
-    ):  # in order, because a restored file is built again
+    for index, mutant in enumerate(chosen, 1):
         line = shown(mutant)
         outcome, note = ("equivalent", "") if line in known else outcome_of(mutant, build, targets, tests)
         counts[outcome] += 1
-        print(f"{number:4} {outcome:10} {line}{note}", flush=True)
+        print(f"{index:4} {outcome:10} {line}{note}", flush=True)
     judged = counts["noticed"] + counts["unnoticed"]
     print(
         f"{folder}: {len(mutants)} changes, {counts.total()} chosen, {counts['refused']} refused by the compiler, "
