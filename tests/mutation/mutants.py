@@ -91,7 +91,9 @@ def changes_at(cursor, parent, source):
         if old in OPERATORS:
             yield offset, old, OPERATORS[old]
     offset, text = text_of(cursor, source)
-    if kind == CursorKind.DECL_REF_EXPR and cursor.spelling == f"operator{text}" and text in OPERATORS:
+    joins_strings = text == "+" and "string" in cursor.type.spelling  # they have no minus
+    is_overloaded = kind == CursorKind.DECL_REF_EXPR and cursor.spelling == f"operator{text}"
+    if is_overloaded and text in OPERATORS and not joins_strings:
         yield offset, text, OPERATORS[text]
     if kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
         yield offset, "!", ""
