@@ -94,20 +94,12 @@ constexpr auto reversedIndices(std::integer_sequence<int, kLane...>)
     }
 }
 
-template <int kIndex, typename L, int... kPart>
-[[gnu::always_inline]] inline L copyParts(const L& a, std::integer_sequence<int, kPart...> /*parts*/) noexcept
-{
-    constexpr int kWidth = L::kWidth;
-    return {
-        {shuffled<typename L::Part>(a.part[kWidth == 4 ? kIndex / 4 : kPart], a.part[kWidth == 4 ? kIndex / 4 : kPart],
-                                    CopyIndices<kWidth, kIndex % kWidth>{})...}};
-}
-
 /// Copies one value of every octet to all eight lanes of that octet.
 template <int kIndex>
 [[gnu::always_inline]] inline TwoOctets copyToOctet(const TwoOctets& a) noexcept
 {
-    return copyParts<kIndex>(a, TwoOctets::Parts{});
+    using Indices = CopyIndices<16, kIndex>;
+    return {{shuffled<TwoOctets::Part>(a.part[0], a.part[0], Indices{})}};
 }
 
 /// A vector stored as kOctets octets.

@@ -43,6 +43,7 @@ PRESETS = ("film", "music", "voice", "plain")  # values 1 to 4 of the control
 
 IN, OUT, CONTROL, AUDIO = 1, 2, 4, 8  # LADSPA_PORT_...
 INPLACE_BROKEN, HARD_RT_CAPABLE = 2, 4  # LADSPA_PROPERTY_...
+BOUNDED, TOGGLED, INTEGER = 3, 4, 32  # LADSPA_HINT_..., bounded on both sides
 NAN = float("nan")
 GUARD = numpy.float32(-123.25)  # the value of memory around buffers
 
@@ -168,6 +169,23 @@ def flushed(stereo, frames=LATENCY):
     return numpy.concatenate([stereo, numpy.zeros((frames, 2), stereo.dtype)])
 
 
+def controls_of(label):
+    """First word of the name, kind, bounds and default of the controls of a plug-in. The bounds of integers are wider."""
+    dialogue = label == "tarn_dialogue"
+    yield "Upmix", TOGGLED, 0, 0, 1
+    yield "Mode", BOUNDED | INTEGER, c_float(0.9).value, c_float(2.1).value, 1
+    yield "Preset", BOUNDED | INTEGER, c_float(-0.1).value, c_float(4.1).value, 0
+    yield "Make-up", BOUNDED, *((-60, 18, 0) if dialogue else (-42, 18, 3))
+    yield "Limiter", TOGGLED, 0, 0, 1
+    yield "Centre", BOUNDED, *((-12, 12, 6) if dialogue else (-60, 12, 0))
+    if not dialogue:
+        yield "Width", BOUNDED, 0, 1, 1
+        yield "Bass", TOGGLED, 0, 0, 1
+    if PLUGINS[label][0] in ("5.1", "7.1"):
+        yield "Surrounds", BOUNDED, -48, 12, -3
+    yield "latency", BOUNDED | INTEGER, 0, LATENCY, LATENCY
+
+
 class Comparison:
     """The number of compared samples, and the reported and the measured delay."""
 
@@ -188,15 +206,20 @@ class Comparison:
 
 def check_descriptors(descriptors):
     assert list(descriptors) == list(PLUGINS)
-    assert len({d.id for d in descriptors.values()}) == len(PLUGINS)
+    assert [descriptor.id for descriptor in descriptors.values()] == list(range(641, 648))
     for label, descriptor in descriptors.items():
         layout = PLUGINS[label][0]
         assert descriptor.properties == HARD_RT_CAPABLE, "in-place capable, no real-time dependency"
-        assert descriptor.id < 1000
         kinds = [descriptor.ports[i] for i in range(descriptor.port_count)]
         outputs = {"2.0": 2, "3.0": 3, "5.1": 5, "7.1": 7}[layout]
         assert kinds.count(OUT | AUDIO) == outputs
         assert kinds.count(IN | AUDIO) == (outputs if label[-2:] == f"_{outputs}" else 2), label
+        for port, expected in zip(
+            (i for i, kind in enumerate(kinds) if kind & CONTROL), controls_of(label), strict=True
+        ):
+            name, hint = descriptor.port_names[port].decode(), descriptor.hints[port]
+            control = name.split()[0], hint.descriptor & 0x3F, hint.lower, hint.upper, hinted_default(hint)
+            assert control == expected, (label, control, expected)
         assert not descriptor.deactivate, "the tests call no deactivate"
         for rate in (0, 8000, 22050, 47999, 384000, 2**32 + 48000):
             assert not descriptor.instantiate(ctypes.byref(descriptor), rate), rate

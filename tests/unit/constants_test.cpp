@@ -1,4 +1,4 @@
-// Tests of engine/constants.cpp.
+// Tests of engine/constants.cpp and engine/thresholds.cpp.
 // SPDX-License-Identifier: MIT
 #include "engine/zrk_tarn.h"
 #include "tests/unit/expect_rows.h"
@@ -39,6 +39,15 @@ TEST(Constants, BandGroupingsHaveTheirValues)
     expectCounts(ZRKTarn::LOOP_COUNT64, {1, 1, 1, 1, 1, 1, 2, 2, 2, 4, 4, 4, 4, 8, 8, 20});
     expectCounts(ZRKTarn::LOOP_COUNT96, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 4, 6, 10, 32});
     expectCounts(ZRKTarn::LOOP_COUNT192, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 48});
+}
+
+TEST(Constants, SteeringThresholdsHaveTheirValues)
+{
+    for (int g = 0; g < 16; ++g) {
+        EXPECT_EQ(ZRKTarn::THRES_BANDS[g], g < 2 ? 0.74f : 0.66f) << "group " << g;
+        EXPECT_EQ(ZRKTarn::MIDTHRES_BANDS[g], g < 2 ? 0.73f : 0.65f) << "group " << g;
+        EXPECT_EQ(ZRKTarn::SLOWTHRES_BANDS[g], g < 2 ? 0.69f : 0.64f) << "group " << g;
+    }
 }
 
 TEST(Constants, DescribeTheInternalFormat)

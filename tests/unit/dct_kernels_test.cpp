@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 using namespace tests;
 
@@ -73,6 +74,28 @@ TEST_F(DctKernels, MatchTheReferenceExactly)
         EXPECT_TRUE(sameBits(run(DCT2_2, dct3Table32, long32), run(reference::DCT2_2, dct3Table32, long32)));
         EXPECT_TRUE(sameBits(run(DCT2_2_X, dct3Table32, long32), run(reference::DCT2_2_X, dct3Table32, long32)));
         EXPECT_TRUE(sameBits(run(DCT4_2, dct4Table32, long32), run(reference::DCT4_2, dct4Table32, long32)));
+    }
+}
+
+TEST_F(DctKernels, MatchTheReferenceExactlyAtEverySize)
+{
+    constexpr std::pair<Kernel, Kernel> kKernels[] = {{DCT2_3_X, reference::DCT2_3_X},
+                                                      {DCT2_3, reference::DCT2_3},
+                                                      {DCT4_3_X, reference::DCT4_3_X},
+                                                      {DCT4_3, reference::DCT4_3}};
+    for (std::size_t n = 1; n <= 16; ++n) {
+        Vector table = noise(2 * (n / 2) * (n / 2) + n, n);
+        const Vector in = noise(n, n + 100);
+        for (const auto& [kernel, referenceKernel] : kKernels)
+            EXPECT_TRUE(sameBits(run(kernel, table.data(), in), run(referenceKernel, table.data(), in))) << n;
+
+        Vector in1 = in;
+        Vector in2 = noise(n, n + 200);
+        Vector out1(n, NAN);
+        Vector out2(n, NAN);
+        DCT2_3_XX(static_cast<int>(n), table.data(), out1.data(), in1.data(), out2.data(), in2.data());
+        EXPECT_TRUE(sameBits(out1, run(reference::DCT2_3_X, table.data(), in1))) << n;
+        EXPECT_TRUE(sameBits(out2, run(reference::DCT2_3_X, table.data(), in2))) << n;
     }
 }
 
