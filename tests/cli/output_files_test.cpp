@@ -342,7 +342,7 @@ TEST_F(OutputFiles, OnlyFilesOfKilledRunsAreRemoved)
 {
     writeBytes(at(".song-3.0.wav.tarn-temporary-4194304-a1B2c3"), "half");
     writeBytes(at(".s.tarn-temporary-1-abcdef"), "");
-    for (const mode_t mode : {0444, 0200}) {
+    for (const mode_t mode : {0444u, 0200u}) {
         const std::string name = ".mode" + std::to_string(mode) + ".tarn-temporary-1-abcdef";
         writeBytes(at(name), "complete");
         ASSERT_EQ(chmod(at(name).c_str(), mode), 0);
