@@ -92,11 +92,11 @@ void addOtherMetadata(Metadata& metadata, int descriptor)
     addLeftOut(metadata, otherChunkNames(descriptor), "are left out");
 }
 
-void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast)
+bool writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast)
 {
     BroadcastInfo copy = broadcast;
-    sf_command(file, SFC_SET_BROADCAST_INFO, &copy,
-               static_cast<int>(offsetof(BroadcastInfo, coding_history) + copy.coding_history_size));
+    return sf_command(file, SFC_SET_BROADCAST_INFO, &copy,
+                      static_cast<int>(offsetof(BroadcastInfo, coding_history) + copy.coding_history_size)) == SF_TRUE;
 }
 
 } // namespace tarn

@@ -44,7 +44,7 @@ void addWaveMetadata(Metadata& metadata, int descriptor, SNDFILE* file, bool big
 /// Adds a note about the chunks of a W64, AIFF or CAF file that are neither audio nor tags.
 void addOtherMetadata(Metadata& metadata, int descriptor);
 
-/// Writes the broadcast extension into a WAVE file. Call it before writing audio.
-void writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast);
+/// Writes the broadcast extension into a WAVE file. Call it before writing audio. Returns whether libsndfile takes it.
+bool writeBroadcastInfo(SNDFILE* file, const BroadcastInfo& broadcast);
 
 } // namespace tarn

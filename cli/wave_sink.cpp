@@ -45,17 +45,13 @@ WaveSink::WaveSink(const std::string& path, bool force, std::optional<FileIdenti
     info.channels = static_cast<int>(slotCount);
     // libsndfile turns RF64 into WAVE with an extensible header if the file is below 4 GiB when it is closed.
     info.format = SF_FORMAT_RF64 | subtypeOf(contents.format.bits);
-    handle = sf_open_virtual(&calls, SFM_WRITE, &info, &target);
+    handle.reset(sf_open_virtual(&calls, SFM_WRITE, &info, &target));
     check(handle != nullptr);
     auto map = contents.layout.channelMap;
-    sf_command(handle, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
-    sf_command(handle, SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(slotCount * sizeof(int)));
-    if (contents.metadata.broadcast) writeBroadcastInfo(handle, *contents.metadata.broadcast);
-}
-
-WaveSink::~WaveSink()
-{
-    if (handle != nullptr) sf_close(handle);
+    sf_command(handle.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    sf_command(handle.get(), SFC_SET_CHANNEL_MAP_INFO, map.data(), static_cast<int>(slotCount * sizeof(int)));
+    if (contents.metadata.broadcast && !writeBroadcastInfo(handle.get(), *contents.metadata.broadcast))
+        leftOut.emplace_back("libsndfile refuses the broadcast extension of the input");
 }
 
 void WaveSink::write(const std::int32_t* samples, std::size_t frames)
@@ -65,17 +61,15 @@ void WaveSink::write(const std::int32_t* samples, std::size_t frames)
         shorts.resize(frames * slotCount);
         std::transform(samples, samples + shorts.size(), shorts.begin(),
                        [](std::int32_t sample) { return static_cast<std::int16_t>(sample >> 16); });
-        check(sf_writef_short(handle, shorts.data(), count) == count && target.error == 0);
+        check(sf_writef_short(handle.get(), shorts.data(), count) == count && target.error == 0);
     } else {
-        check(sf_writef_int(handle, samples, count) == count && target.error == 0);
+        check(sf_writef_int(handle.get(), samples, count) == count && target.error == 0);
     }
 }
 
 void WaveSink::finish()
 {
-    SNDFILE* const closing = handle;
-    handle = nullptr;
-    check(sf_close(closing) == SF_ERR_NO_ERROR && target.error == 0);
+    check(sf_close(handle.release()) == SF_ERR_NO_ERROR && target.error == 0);
     target.error = appendTags(target.descriptor, metadata, leftOut);
     check(target.error == 0);
     file.commit();
@@ -84,7 +78,7 @@ void WaveSink::finish()
 void WaveSink::check(bool succeeded) const
 {
     if (succeeded) return;
-    file.failToWrite(target.error, sf_strerror(handle));
+    file.failToWrite(target.error, sf_strerror(handle.get()));
 }
 
 sf_count_t WaveSink::sizeOf(void* data)

@@ -5,6 +5,7 @@
 #include "cli/file_sink.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,6 @@ class WaveSink final : public AudioSink
 public:
     /// Throws what OutputFile throws.
     WaveSink(const std::string& path, bool force, std::optional<FileIdentity> input, const FileContents& contents);
-
-    ~WaveSink() override;
 
     WaveSink(const WaveSink&) = delete;
     WaveSink& operator=(const WaveSink&) = delete;
@@ -51,7 +50,7 @@ private:
     Metadata metadata;
     OutputFile file;
     Target target;
-    SNDFILE* handle = nullptr; ///< closed by finish, which checks the result of closing
+    std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> handle{nullptr, sf_close}; ///< finish checks the result of closing
     std::vector<std::string> leftOut;
 };
 

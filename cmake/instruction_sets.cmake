@@ -1,8 +1,8 @@
 # The instruction sets that the work on a block is compiled for: the only place that lists them.
 #
 # Each set is an object library in a namespace of its own; dispatch/ chooses one when the library is loaded. A new set
-# needs a place in a list, slowest first, and a line of flags. Its -mavx... and -msse... flags are also the processor features that
-# the choice checks. No set has fused multiply-adds. `generic` has no code for a processor family and must be alone.
+# needs a place in a list, slowest first, and a line of flags. Its -mavx... and -msse... flags are also the processor
+# features that the choice checks. No set has fused multiply-adds. `generic` has no code for a processor family and must be alone.
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(sets_of_family sse2 avx2 avx512)
@@ -15,7 +15,8 @@ set(TARN_INSTRUCTION_SETS ${sets_of_family} CACHE STRING "Instruction sets to bu
 
 set(tarn_flags_of_sse2)
 set(tarn_flags_of_avx2 -mavx2 -mno-fma)
-# Without -mno-fma: in clang it switches AVX-512 off, which contains fused multiply-adds. Neither compiler uses them here.
+# Without -mno-fma: in clang it switches AVX-512 off, which contains fused multiply-adds. Neither compiler uses them
+# here.
 set(tarn_flags_of_avx512 -mavx512f -mavx512vl -mavx512dq -mavx512bw -mprefer-vector-width=512)
 set(tarn_flags_of_neon)
 set(tarn_flags_of_generic)

@@ -5,8 +5,9 @@
     bench/speed/instructions.py --room    the output stage of the preset film in 5.1; not with AVX-512
     bench/speed/instructions.py --command "--preset plain"    all of tarn upmix with these options, WAV to WAV
 
-Needs valgrind and the build of preset bench; for a command that of preset tarn. The result is the difference of two runs of different length, which
-excludes initialization. valgrind knows no AVX-512: there the engine runs one instruction at a time, which takes minutes.
+Needs valgrind and the build of preset bench; for a command that of preset tarn. The result is the difference of two runs
+of different length, which excludes initialization. valgrind knows no AVX-512: there the engine runs one instruction at a
+time, which takes minutes.
 """
 # SPDX-License-Identifier: MIT
 

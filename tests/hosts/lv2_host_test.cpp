@@ -424,7 +424,7 @@ TEST(Lv2, ControlsHaveTheDefaultsOfTheCommand)
     }
 }
 
-TEST(Lv2, ControlsHaveTheRangesOfTheCommand)
+TEST(Lv2, ControlsHaveTheRangesOfTheCommandAndMetersTheirs)
 {
     for (const Variant* const variant : kVariants) {
         const PluginInfo info(*variant);
@@ -441,6 +441,18 @@ TEST(Lv2, ControlsHaveTheRangesOfTheCommand)
             EXPECT_EQ(highest[info.port(symbol)], static_cast<float>(high)) << symbol;
         }
         EXPECT_EQ(highest[info.port("latency")], static_cast<float>(kLatency));
+        for (const auto& [meter, low, high] : {std::tuple{"left_right_", -1.0f, 1.0f},
+                                               {"front_back_", -1.0f, 1.0f},
+                                               {"group_level_", -120.0f, 12.0f},
+                                               {"group_place_", -1.0f, 1.0f},
+                                               {"group_centre_", 0.0f, 1.0f},
+                                               {"group_upper_hz_", 0.0f, 96000.0f},
+                                               {"group_surround_", -120.0f, 12.0f}}) {
+            for (int group = 1; group <= 16 && info.has(meter + std::to_string(group)); ++group) {
+                EXPECT_EQ(lowest[info.port(meter + std::to_string(group))], low) << meter << group;
+                EXPECT_EQ(highest[info.port(meter + std::to_string(group))], high) << meter << group;
+            }
+        }
     }
 }
 
