@@ -479,9 +479,9 @@ TEST_F(Batch, RecursiveCountsUnreadableFiles)
     for (const std::string name :
          {"x.m4a", "b/y.M4A", "b/z.wma", "cover.jpg", "a.cue", "a.txt", "film.mp4", "film.ogv", "film.mkv", ".z.wma"})
         writeBytes(at("my music/" + name), "no audio");
-    const std::string note =
-        "6 files have a format that only tarn film reads: 2 .m4a, 1 .mkv, 1 .mp4, 1 .ogv, 1 .wma; use it, or convert "
-        "with ffmpeg, for example: ffmpeg -i 'my music/b/y.M4A' 'my music/b/y.flac'\n";
+    const std::string note = "6 files have a format that only tarn film reads: 2 .m4a, 1 .mkv, 1 .mp4, 1 .ogv, 1 .wma; "
+                             "use tarn film, or convert "
+                             "with ffmpeg, for example: ffmpeg -i 'my music/b/y.M4A' 'my music/b/y.flac'\n";
     const Result result = tarn({"upmix", "-r", "--output-dir", "out", "my music"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors.find("tarn: " + note), 0u) << result.errors;

@@ -897,7 +897,9 @@ class Places(FilmTest):
         environment = {**os.environ, "LD_PRELOAD": full_disk}
         result = subprocess.run(command, capture_output=True, text=True, env=environment, check=False)
         self.assert_nothing_harmed(
-            result, 74, "out.mkv: writing failed: No space left on device; no output was left; free some space"
+            result,
+            74,
+            "out.mkv: writing failed: No space left on device; the existing file is unchanged; free some space",
         )
 
     def test_a_limit_of_the_file_size(self):
@@ -905,7 +907,9 @@ class Places(FilmTest):
         self.path("out.mkv").write_text("mine")
         command = ["sh", "-c", 'ulimit -f 100 && exec "$0" --quiet --force "$@"', FILM, film, self.path("out.mkv")]
         result = subprocess.run(command, capture_output=True, text=True, check=False)
-        self.assert_nothing_harmed(result, 74, "out.mkv: writing failed: File too large; no output was left; raise")
+        self.assert_nothing_harmed(
+            result, 74, "out.mkv: writing failed: File too large; the existing file is unchanged; raise"
+        )
 
     def test_a_read_only_folder(self):
         film = make_film(self.path("film.mkv"), "flac")
