@@ -12,12 +12,25 @@ namespace tarn
 namespace
 {
 
-/// Whether the bytes between frames, or after the last one, are no damaged frames: tags and zeros.
+constexpr std::uint64_t kId3v1Bytes = 128;
+constexpr std::uint64_t kApeFooterBytes = 32;
+
+/// The position after the ID3 tags that begin at a position.
+std::uint64_t afterId3Tags(const FileBytes& file, std::uint64_t position)
+{
+    constexpr std::uint64_t kEnhancedId3v1Bytes = 227;
+    while (true) {
+        std::uint64_t size = file.id3v2Size(position);
+        if (file.marks(position, "TAG")) size = file.marks(position, "TAG+") ? kEnhancedId3v1Bytes : kId3v1Bytes;
+        if (size == 0) return position;
+        position += size;
+    }
+}
+
+/// Whether the bytes between frames, or after the last one, are no damaged frames: other tags than ID3 and zeros.
 bool isBetweenFrames(const FileBytes& file, std::uint64_t begin, std::uint64_t end)
 {
-    constexpr std::uint64_t kId3v1Bytes = 128;
-    constexpr std::uint64_t kApeFooterBytes = 32;
-    for (const std::string_view mark : {"TAG", "ID3", "APETAGEX", "LYRICSBEGIN", "RIFF", "LIST", "id3 "})
+    for (const std::string_view mark : {"APETAGEX", "LYRICSBEGIN", "RIFF", "LIST", "id3 "})
         if (file.marks(begin, mark)) return true;
     // An APE tag of version 1 has no mark at its start.
     for (const std::uint64_t footer : {kApeFooterBytes, kApeFooterBytes + kId3v1Bytes})
@@ -28,8 +41,6 @@ bool isBetweenFrames(const FileBytes& file, std::uint64_t begin, std::uint64_t e
 /// The size of the tag that ends at a position: ID3v1, APE, Lyrics3 or appended ID3v2; 0 if there is none.
 std::uint64_t tagSizeBefore(const FileBytes& file, std::uint64_t end)
 {
-    constexpr std::uint64_t kId3v1Bytes = 128;
-    constexpr std::uint64_t kApeFooterBytes = 32;
     constexpr std::uint64_t kId3v2FooterBytes = 10;
     constexpr std::uint64_t kLyricsFooterBytes = 15; ///< six digits and the mark
     std::uint64_t size = 0;
@@ -144,8 +155,9 @@ MpegDamage findMpegDamage(int descriptor, ByteRange part)
         }
         if (!last) break;
         const std::uint64_t next = nextMpegFrame(file, position + 1, limit);
-        if (!isBetweenFrames(file, position, next))
-            lose(std::max<std::uint64_t>((next - position + last->bytes / 2) / last->bytes, 1));
+        const std::uint64_t begin = std::min(afterId3Tags(file, position), next);
+        if (!isBetweenFrames(file, begin, next))
+            lose(std::max<std::uint64_t>((next - begin + last->bytes / 2) / last->bytes, 1));
         position = next;
     }
     damage.end += part.begin;

@@ -112,12 +112,13 @@ private:
     std::vector<std::uint64_t> ticksPerCall;
 };
 
-/// The engine alone, in rounds.
+/// The engine alone, in the same rounds.
 class EngineMeasurement
 {
 public:
     void runRound()
     {
+        Stream<ZRKTarn>& stream = streams.emplace_back(kFormat);
         for (std::size_t i = 0; i < kWarmUpBlocks + kRoundBlocks; ++i) {
             stream.fill(number++);
             const std::uint64_t spent = tests::ticksOf([&] { stream.process(); });
@@ -128,7 +129,7 @@ public:
     double median() const { return tests::medianOf(ticksPerBlock); }
 
 private:
-    Stream<ZRKTarn> stream{kFormat};
+    std::deque<Stream<ZRKTarn>> streams; ///< of all rounds
     std::size_t number = 0;
     std::vector<std::uint64_t> ticksPerBlock;
 };

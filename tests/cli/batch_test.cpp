@@ -499,7 +499,7 @@ TEST_F(Batch, RecursiveCountsUnreadableFiles)
     std::filesystem::create_directory(at("ape"));
     writeBytes(at("ape/a.ape"), "");
     expectRefusal({"upmix", "-r", "--output-dir", "none", "ape"}, 66,
-                  "ape: contains no audio file; 1 file has a format that only tarn film reads: 1 .ape; use it");
+                  "ape: contains no audio file; 1 file has a format that only tarn film reads: 1 .ape; use tarn film");
     std::filesystem::create_directory(at("none"));
     expectRefusal({"upmix", "-r", "--output-dir", "other", "none"}, 66,
                   "none: contains no audio file; man tarn-upmix lists");

@@ -25,8 +25,11 @@ std::string withFlippedBits(std::string bytes, std::size_t position, int bits)
     return bytes;
 }
 
-/// An ID3v1 tag, and an APE tag with one item and without a header.
+/// ID3 tags, lyrics, and an APE tag with one item and without a header.
 const std::string kId3v1 = "TAGA title" + std::string(118, '\0');
+const std::string kEnhancedId3v1 = "TAG+A title" + std::string(216, 'x');
+const std::string kId3v2 = std::string("ID3\4\0\0\0\0\1\2", 10) + std::string(130, 'x');
+const std::string kLyrics = "LYRICSBEGINLYR00004text000018LYRICS200";
 const std::string kApe = std::string("\4\0\0\0\0\0\0\0TITLE\0text", 18) + "APETAGEX" + std::string("\xd0\7\0\0", 4) +
                          std::string("\x32\0\0\0\1\0\0\0", 8) + std::string(12, '\0');
 
@@ -161,9 +164,9 @@ TEST_F(MpegDamage, DamagedFramesAreNamedWithTheirPlace)
 TEST_F(MpegDamage, ErrorsOfTheDecoderAreNamedWithTheirPlace)
 {
     // A frame of another version behind a tag looks like a part of the tag, and only the decoder notices it.
-    const std::string joined = mpeg + kId3v1 + mpeg;
+    const std::string joined = mpeg + kLyrics + mpeg;
     for (const std::size_t frame : {frames[0], frames[1]}) {
-        const Result result = upmix(withFlippedBits(joined, mpeg.size() + kId3v1.size() + frame + 1, 8));
+        const Result result = upmix(withFlippedBits(joined, mpeg.size() + kLyrics.size() + frame + 1, 8));
         const std::string place = ": some of its frames are damaged; the damage begins at 0:";
         const std::size_t found = result.errors.find(place);
         ASSERT_NE(found, std::string::npos) << frame << ": " << result.errors;
@@ -171,6 +174,17 @@ TEST_F(MpegDamage, ErrorsOfTheDecoderAreNamedWithTheirPlace)
         constexpr double kCall = 8192.0 / kRate; // with whose first frame the decoder notices an error
         EXPECT_LE(seconds, kSeconds + 2.0 * kFrameSamples / kRate);
         EXPECT_GE(seconds, kSeconds - kCall);
+    }
+}
+
+TEST_F(MpegDamage, FramesBehindId3TagsAreNotTakenForThem)
+{
+    for (const std::string& tags : {kId3v1, kId3v2, kEnhancedId3v1 + kId3v1 + kId3v2}) {
+        const std::string joined = mpeg + tags + mpeg;
+        EXPECT_EQ(upmix(joined).errors.find("damaged"), std::string::npos);
+        EXPECT_EQ(output.size(), 2 * whole.size());
+        expectSaid(upmix(withFlippedBits(joined, mpeg.size() + tags.size() + frames[1], 0xff)),
+                   ": is cut short or damaged: ");
     }
 }
 
