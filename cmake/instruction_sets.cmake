@@ -2,7 +2,8 @@
 #
 # Each set is an object library in a namespace of its own; dispatch/ chooses one when the library is loaded. A new set
 # needs a place in a list, slowest first, and a line of flags. Its -mavx... and -msse... flags are also the processor
-# features that the choice checks. No set has fused multiply-adds. `generic` has no code for a processor family and must be alone.
+# features that the choice checks. No set has fused multiply-adds. `generic` has no code for a processor family and must
+# be alone.
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
   set(sets_of_family sse2 avx2 avx512)

@@ -83,7 +83,7 @@ private:
 };
 
 /// Calls that are measured in rounds, so that compared ones can alternate. Each round has a new instance at another
-/// place in memory: in about one place of fifty, every call takes 500 ticks more.
+/// place in memory, because the place changes the time of every call.
 class Measurement
 {
 public:
